@@ -1,0 +1,24 @@
+# qel_add_kernels(<target> <source>...) compiles each source once per processor level into <target>.
+# Each copy lives in the namespace that QEL_LEVEL names and publishes one table of functions.
+
+set(QEL_LEVELS sse2 avx2 avx512 avx512vbmi)
+set(QEL_LEVEL_FLAGS_sse2)
+set(QEL_LEVEL_FLAGS_avx2 -mavx2)
+set(QEL_LEVEL_FLAGS_avx512 -mavx2 -mavx512f -mavx512bw -mavx512vl -mavx512dq)
+set(QEL_LEVEL_FLAGS_avx512vbmi ${QEL_LEVEL_FLAGS_avx512} -mavx512vbmi -mavx512vnni)
+
+function(qel_add_kernels target)
+  foreach(level IN LISTS QEL_LEVELS)
+    set(objects ${target}_${level})
+    if(NOT TARGET ${objects})
+      add_library(${objects} OBJECT)
+      target_link_libraries(${objects} PRIVATE qel_flags)
+      target_include_directories(${objects} PRIVATE "${PROJECT_SOURCE_DIR}")
+      target_compile_definitions(${objects} PRIVATE QEL_LEVEL=${level} QEL_LEVEL_${level}=1)
+      # Kernels are built for speed in every configuration: plain loops count on the vectoriser.
+      target_compile_options(${objects} PRIVATE ${QEL_LEVEL_FLAGS_${level}} -O3)
+      target_sources(${target} PRIVATE $<TARGET_OBJECTS:${objects}>)
+    endif()
+    target_sources(${objects} PRIVATE ${ARGN})
+  endforeach()
+endfunction()

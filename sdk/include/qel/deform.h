@@ -1,0 +1,37 @@
+#ifndef QEL_DEFORM_H_
+#define QEL_DEFORM_H_
+
+#include "qel/image.h"
+
+namespace qel {
+
+/// What `IQELDeform::CircleTransform` does with the polar coordinates about the image's centre.
+enum CircleMode : int {
+  kCircleBulge = 0,   ///< radius r becomes r * r / limit
+  kCirclePinch = 1,   ///< radius r becomes sqrt(limit * r)
+  kCircleSwirl = 2,   ///< the angle grows with the radius
+  kCircleUnwrap = 3,  ///< angle and radius become column and row
+  kCircleFold = 4,    ///< column x reads x - 16 + x mod 32; so does every larger mode
+};
+
+/// Circular deformations.
+class IQELDeform : public IUnknown {
+ public:
+  /// Remaps `image` about its centre and replaces its content through `IQELImage::Assign`. Pixels
+  /// beyond the limit radius (half the diagonal) take the top-left colour with alpha 1.
+  /// `with_alpha` non-zero makes the result 32 bits deep with alpha 255, 1 for outside colours.
+  /// `factor` weakens the swirl and is ignored by the other modes.
+  /// Result: kOk; kFail for a null image or when the host makes no image; kInvalidArgument for a
+  /// negative mode. Threads: any, on images that no other thread is using.
+  virtual result_t CircleTransform(IQEL* image, int mode, int with_alpha, float factor) = 0;
+
+ protected:
+  ~IQELDeform() = default;
+};
+inline constexpr IID IID_IQELDeform = __IIDOfc("IQELDeform");
+template <>
+inline constexpr const IID* kIidOf<IQELDeform> = &IID_IQELDeform;
+
+}  // namespace qel
+
+#endif  // QEL_DEFORM_H_

@@ -1,0 +1,42 @@
+#ifndef QEL_ENTRY_H_
+#define QEL_ENTRY_H_
+
+#include "qel/host.h"
+
+namespace qel {
+
+/// Creates one object of a component. `reserved` is null.
+/// Result: kOk with one reference in `*object`; kNoInterface with `*object` null.
+using CreationFunction = result_t (*)(void* reserved, const IID* iid, void** object);
+
+/// Exported by every module as "InitializeModule". The module keeps one reference to `collection`,
+/// which may be null, and gives back the one it held. Call it once, before the module's components
+/// are used. Result: kOk.
+using InitializeModuleFunction = result_t (*)(void* reserved, IComponentCollection* collection);
+
+/// Exported by every module as "CreateFunction". Writes the creation function of the component
+/// `name` to `*function`. Result: kOk; kFail for an unknown name, `*function` then untouched.
+using CreateFunctionFunction = result_t (*)(tagREFString name, CreationFunction* function);
+
+inline constexpr char kInitializeModuleSymbol[] = "InitializeModule";
+inline constexpr char kCreateFunctionSymbol[] = "CreateFunction";
+
+// Object names of this module's components.
+inline constexpr wchar_t kColorTransformName[] = L"QELColorTransform";
+inline constexpr wchar_t kTransformName[] = L"QELTransform";
+inline constexpr wchar_t kDeformName[] = L"QELDeform";
+inline constexpr wchar_t kFilterTransformName[] = L"QELFilterTransform";
+inline constexpr wchar_t kMathsName[] = L"QELMaths";
+
+/// The name of the host's image component.
+inline constexpr wchar_t kImageComponentName[] = L"QELImageDIB";
+
+/// View of a string literal, without its terminator.
+template <uint64_t kSize>
+constexpr tagREFString RefString(const wchar_t (&text)[kSize]) {
+  return tagREFString{kSize - 1, text};
+}
+
+}  // namespace qel
+
+#endif  // QEL_ENTRY_H_

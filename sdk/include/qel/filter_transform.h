@@ -1,0 +1,73 @@
+#ifndef QEL_FILTER_TRANSFORM_H_
+#define QEL_FILTER_TRANSFORM_H_
+
+#include "qel/image.h"
+
+namespace qel {
+
+/// Neighbourhood filters. Each computes a new image of the source's size and format.
+///
+/// A neighbourhood of `size` covers the columns x - size / 2 to x - size / 2 + size - 1 and the
+/// rows likewise. The top-left pixel, with alpha 1, stands in for everything outside the image.
+/// Unless said otherwise the alpha written is that of the bottom-right neighbour.
+///
+/// Ownership: with a non-null `result`, `*result` holds one reference to the new image for the
+/// caller and `image` is not changed; with a null `result` the new content is assigned to `image`.
+/// Result: kOk; kFail for a null image or when the host makes no image, `*result` then untouched.
+/// Threads: any, on images that no other thread is writing.
+class IQELFilterTransform : public IUnknown {
+ public:
+  // The order of these functions is the binary interface.
+
+  /// Minimum of each channel.
+  virtual result_t Erode(IQEL* image, int size, IQEL** result) = 0;
+
+  /// Maximum minus minimum of each channel.
+  virtual result_t Edge(IQEL* image, int size, IQEL** result) = 0;
+
+  /// Maximum of each channel.
+  virtual result_t Dilate(IQEL* image, int size, IQEL** result) = 0;
+
+  /// Weighted sum of each channel: sum / divisor (truncated; 0 means no division) + offset, clamped
+  /// to 0 to 255. `kernel` has size * size weights, row by row, and is read during the call only.
+  virtual result_t Filter(IQEL* image, int* kernel, int size, int divisor, int offset,
+                          IQEL** result) = 0;
+
+  /// Inverted 3 x 3 contour: 255 minus the last neighbour that exceeds the centre by more than the
+  /// neighbour kept before. Alpha is the centre's.
+  virtual result_t Contour(IQEL* image, IQEL** result) = 0;
+
+  /// Replaces each pixel by one at most `amount` columns and rows away, drawn with `rand`.
+  virtual result_t Jitter(IQEL* image, int amount, IQEL** result) = 0;
+
+  /// Adds to each channel an offset of at most half of `amount` either way, drawn with `rand`.
+  virtual result_t Noise(IQEL* image, int amount, IQEL** result) = 0;
+
+  /// The neighbour (alpha included) whose brightness is the middle one; no colours are mixed.
+  virtual result_t Median(IQEL* image, int size, IQEL** result) = 0;
+
+  /// Relief from the bottom-left about the grey 127.
+  virtual result_t Emboss(IQEL* image, IQEL** result) = 0;
+
+  /// Mean over 3 x 3.
+  virtual result_t Blur(IQEL* image, IQEL** result) = 0;
+
+  /// Mean over 3 x 3 with half of the weight on the centre.
+  virtual result_t Soften(IQEL* image, IQEL** result) = 0;
+
+  /// Sharpening over 3 x 3.
+  virtual result_t Sharpen(IQEL* image, IQEL** result) = 0;
+
+  /// Gaussian blur of level 0 (3 x 3) or 1 to 3 (5 x 5). Result: kFail also for other levels.
+  virtual result_t GaussianBlur(IQEL* image, int level, IQEL** result) = 0;
+
+ protected:
+  ~IQELFilterTransform() = default;
+};
+inline constexpr IID IID_IQELFilterTransform = __IIDOfc("IQELFilterTransform");
+template <>
+inline constexpr const IID* kIidOf<IQELFilterTransform> = &IID_IQELFilterTransform;
+
+}  // namespace qel
+
+#endif  // QEL_FILTER_TRANSFORM_H_

@@ -1,0 +1,91 @@
+#ifndef QEL_HOST_H_
+#define QEL_HOST_H_
+
+#include "qel/unknown.h"
+
+namespace qel {
+
+// Services of the host that modules call. Functions named ReservedSlotN are never called by
+// modules; a host may give them any meaning of its own.
+
+/// A string object of the host. Modules only pass it on.
+class IString : public IUnknown {
+ public:
+  virtual result_t ReservedSlot3() = 0;
+  virtual result_t ReservedSlot4() = 0;
+
+ protected:
+  ~IString() = default;
+};
+inline constexpr IID IID_IString = __IIDOfc("IString");
+template <>
+inline constexpr const IID* kIidOf<IString> = &IID_IString;
+
+/// A string that grows at its end.
+class ICreatableString : public IString {
+ public:
+  /// Appends `count` characters.
+  virtual result_t AppendChars(int count, const wchar_t* characters) = 0;
+
+ protected:
+  ~ICreatableString() = default;
+};
+inline constexpr IID IID_ICreatableString = __IIDOfc("ICreatableString");
+template <>
+inline constexpr const IID* kIidOf<ICreatableString> = &IID_ICreatableString;
+
+/// Parts of a component locator, for `IComponentString::SetPart`.
+enum LocatorPart : int { kLocatorComponent = 1, kLocatorModule = 4 };
+
+/// A component locator: names a component and makes instances of it.
+class IComponentString : public IString {
+ public:
+  /// Makes an instance and hands out its interface `*iid` with one reference for the caller.
+  virtual result_t CreateInstance(const IID* iid, void** object) = 0;
+
+  /// Sets one part of the name, see `LocatorPart`.
+  virtual result_t SetPart(int part, tagREFString text) = 0;
+
+ protected:
+  ~IComponentString() = default;
+};
+inline constexpr IID IID_IComponentString = __IIDOfc("IComponentString");
+template <>
+inline constexpr const IID* kIidOf<IComponentString> = &IID_IComponentString;
+
+/// The host's collection of components.
+class IComponentCollection : public IUnknown {
+ public:
+  virtual result_t ReservedSlot3() = 0;
+
+  /// The item at `index`, with one reference for the caller.
+  virtual result_t GetItem(int index, IUnknown** item) = 0;
+
+  /// Finds a component by its name. Result: negative when there is none.
+  virtual result_t FindItem(IString* name, int* index) = 0;
+
+  virtual result_t ReservedSlot6() = 0;
+  virtual result_t ReservedSlot7() = 0;
+  virtual result_t ReservedSlot8() = 0;
+  virtual result_t ReservedSlot9() = 0;
+  virtual result_t ReservedSlot10() = 0;
+  virtual result_t ReservedSlot11() = 0;
+  virtual result_t ReservedSlot12() = 0;
+  virtual result_t ReservedSlot13() = 0;
+  virtual result_t ReservedSlot14() = 0;
+  virtual result_t ReservedSlot15() = 0;
+
+  /// Makes an instance of the component `name` with one reference for the caller. A null `iid` or
+  /// `IID_NULL` asks for the component's locator (`IComponentString`) instead.
+  virtual result_t CreateComponent(tagREFString name, const IID* iid, void** object) = 0;
+
+ protected:
+  ~IComponentCollection() = default;
+};
+inline constexpr IID IID_IComponentCollection = __IIDOfc("IComponentCollection");
+template <>
+inline constexpr const IID* kIidOf<IComponentCollection> = &IID_IComponentCollection;
+
+}  // namespace qel
+
+#endif  // QEL_HOST_H_
