@@ -1,5 +1,6 @@
-# qel_add_kernels(<target> <source>...) compiles each source once per processor level into <target>.
-# Each copy lives in the namespace that QEL_LEVEL names and publishes one table of functions.
+# qel_add_kernels(<target> <source>...) compiles each source once per processor level. Each copy lives
+# in the namespace that QEL_LEVEL names and publishes one table of functions. The object libraries are
+# called <target>_<level>; qel_kernel_objects(<variable> <target>...) lists them for linking.
 
 set(QEL_LEVELS sse2 avx2 avx512 avx512vbmi)
 set(QEL_LEVEL_FLAGS_sse2)
@@ -17,8 +18,20 @@ function(qel_add_kernels target)
       target_compile_definitions(${objects} PRIVATE QEL_LEVEL=${level} QEL_LEVEL_${level}=1)
       # Kernels are built for speed in every configuration: plain loops count on the vectoriser.
       target_compile_options(${objects} PRIVATE ${QEL_LEVEL_FLAGS_${level}} -O3)
-      target_sources(${target} PRIVATE $<TARGET_OBJECTS:${objects}>)
     endif()
-    target_sources(${objects} PRIVATE ${ARGN})
+    list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/" OUTPUT_VARIABLE sources)
+    target_sources(${objects} PRIVATE ${sources})
   endforeach()
+endfunction()
+
+function(qel_kernel_objects variable)
+  set(all)
+  foreach(target IN LISTS ARGN)
+    foreach(level IN LISTS QEL_LEVELS)
+      if(TARGET ${target}_${level})
+        list(APPEND all ${target}_${level})
+      endif()
+    endforeach()
+  endforeach()
+  set(${variable} ${all} PARENT_SCOPE)
 endfunction()

@@ -1,0 +1,54 @@
+#ifndef QEL_COLOR_TONE_KERNELS_H_
+#define QEL_COLOR_TONE_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/cpu_level.h"
+
+namespace qel {
+
+/// Row functions of the colour transforms. "Bytes" work on every byte of a row, "pixels" on blue,
+/// green and red of 4-byte pixels, whose alpha they keep. Nothing beyond the count is touched.
+struct ToneKernels {
+  void (*lut_bytes)(uint8_t* row, size_t count, const uint8_t* table);
+  void (*lut_pixels)(uint8_t* row, size_t count, const uint8_t* table);
+  void (*invert_bytes)(uint8_t* row, size_t count);
+  void (*invert_pixels)(uint8_t* row, size_t count);
+  /// Saturating row[i] + add[i mod 192] - subtract[i mod 192], for any pixel size that divides 192.
+  void (*shift_bytes)(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract);
+  /// dest[i] = (117 s[i] + 601 s[i + 1] + 306 s[i + 2]) >> 10; reads two bytes past `count`.
+  void (*mix_bytes)(uint8_t* dest, const uint8_t* source, size_t count);
+  /// The truncated mean of the colour bytes into all three; 4-byte pixels keep the source's alpha.
+  void (*mean3)(uint8_t* dest, const uint8_t* source, size_t pixels);
+  void (*mean4)(uint8_t* dest, const uint8_t* source, size_t pixels);
+  /// 255 into the colour bytes whose sum is above `limit`, else 0.
+  void (*threshold3)(uint8_t* row, size_t pixels, int32_t limit);
+  void (*threshold4)(uint8_t* row, size_t pixels, int32_t limit);
+};
+
+/// Period of the patterns of `shift_bytes`: a whole number of pixels and of vectors of any level.
+inline constexpr size_t kShiftPeriod = 192;
+
+namespace sse2 {
+extern const ToneKernels kToneKernels;
+}
+namespace avx2 {
+extern const ToneKernels kToneKernels;
+}
+namespace avx512 {
+extern const ToneKernels kToneKernels;
+}
+namespace avx512vbmi {
+extern const ToneKernels kToneKernels;
+}
+
+inline const ToneKernels& ToneKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kToneKernels, avx2::kToneKernels, avx512::kToneKernels,
+                       avx512vbmi::kToneKernels);
+}
+inline const ToneKernels& ActiveToneKernels() { return ToneKernelsFor(kActiveCpuLevel); }
+
+}  // namespace qel
+
+#endif  // QEL_COLOR_TONE_KERNELS_H_

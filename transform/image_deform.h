@@ -1,0 +1,21 @@
+#ifndef QEL_TRANSFORM_IMAGE_DEFORM_H_
+#define QEL_TRANSFORM_IMAGE_DEFORM_H_
+
+#include "module/object.h"
+#include "qel/deform.h"
+
+namespace qel {
+
+/// Circular deformations; see `IQELDeform`.
+class CQELImageDeform final : public Component<CQELImageDeform, IQELDeform> {
+ public:
+  static constexpr tagREFString m_ObjectName = RefString(kDeformName);
+
+  // The order of these functions is the binary interface: slots 7 and up of the primary table.
+  result_t CircleTransform(IQEL* image, int mode, int with_alpha, float factor) override;
+};
+static_assert(sizeof(CQELImageDeform) == 32, "part of the object layout");
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_IMAGE_DEFORM_H_
