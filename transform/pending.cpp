@@ -7,24 +7,11 @@ namespace qel {
 result_t CQELImageTransform::Flip(IQEL*, IQEL**) { return kFail; }
 result_t CQELImageTransform::Mirror(IQEL*, IQEL**) { return kFail; }
 result_t CQELImageTransform::Rotate(IQEL*, IQEL**, int, int, int, int) { return kFail; }
-result_t CQELImageTransform::Skew(IQEL*, IQEL**, float, float, int, int, int, int) { return kFail; }
 result_t CQELImageTransform::Resample(IQEL*, IQEL**, int, int, int, int) { return kFail; }
 result_t CQELImageTransform::IncreaseBpp(IQEL*, IQEL**, int, uint32_t) { return kFail; }
 result_t CQELImageTransform::RotatePaste(IQEL*, IQEL*, double, int, int) { return kFail; }
 result_t CQELImageTransform::FlipBits(IQEL*) { return kFail; }
-result_t CQELImageTransform::Quad(IQEL*, IQEL**, double, double, double, double, double, double,
-                                  double, double, uint32_t, uint32_t, int16_t) {
-  return kFail;
-}
-result_t CQELImageTransform::Transform(ITransform*, IQEL*, IQEL**, int, int, uint32_t, uint32_t,
-                                       int16_t, int16_t) {
-  return kFail;
-}
-result_t CQELImageTransform::TransformPaste(ITransform*, IQEL*, IQEL*, int, int, int16_t, int16_t) {
-  return kFail;
-}
 result_t CQELImageTransform::FlipImageAndBits(IQEL*) { return kFail; }
 result_t CQELImageTransform::Rotate4(IQEL*, IQELImage*, int) { return kFail; }
-result_t CQELImageTransform::FillVoids(IQEL*) { return kFail; }
 
 }  // namespace qel
