@@ -1,0 +1,70 @@
+#ifndef QEL_TESTS_SUPPORT_MODULE_UNDER_TEST_H_
+#define QEL_TESTS_SUPPORT_MODULE_UNDER_TEST_H_
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <span>
+#include <string>
+
+#include "image/cpu_level.h"
+#include "tests/support/test_host.h"
+
+namespace qel::test {
+
+/// The module as a host loads it, built for one processor level, with one object of each component.
+struct ModuleUnderTest {
+  CreateFunctionFunction create_function = nullptr;
+  InitializeModuleFunction initialize = nullptr;
+  SmartPtr<IQELColorTransform> color;
+  SmartPtr<IQELTransform> transform;
+  SmartPtr<IQELDeform> deform;
+  SmartPtr<IQELFilterTransform> filter;
+  SmartPtr<IQELMaths> maths;
+
+  /// Loads each level once per process and hands the test host's collection over.
+  static ModuleUnderTest& ForLevel(CpuLevel level);
+};
+
+/// Name of a level, as in the file names of the test modules.
+std::string LevelName(CpuLevel level);
+
+/// Base of tests that run operations through the module's binary interface, at every level that
+/// this processor has. Instantiate with QEL_INSTANTIATE_LEVELS.
+class OperationTest : public testing::TestWithParam<CpuLevel> {
+ protected:
+  void SetUp() override;
+
+  /// One call on the module: the images in order, and where a result goes.
+  using ModuleCall = std::function<result_t(std::span<TestImage* const> images, IQEL** result)>;
+  /// The same by an oracle. `result` counts as made when its bit count is not 0.
+  using OracleCall = std::function<result_t(std::span<Raster> images, Raster& result)>;
+
+  /// Runs both on copies of `inputs` and expects the same result code, the same bytes in every
+  /// image and in the result, guards and padding included, and every reference given back.
+  void ExpectSame(const std::vector<Raster>& inputs, const ModuleCall& call,
+                  const OracleCall& oracle);
+
+  ModuleUnderTest* module_ = nullptr;
+};
+
+/// Calls slot `slot` of an object's table: operations that only the class has, and order tests.
+template <typename... Arguments>
+result_t CallSlot(void* object, size_t slot, Arguments... arguments) {
+  using Function = result_t (*)(void*, Arguments...);
+  return (*static_cast<Function**>(object))[slot](object, arguments...);
+}
+
+inline std::string LevelParamName(const testing::TestParamInfo<CpuLevel>& level) {
+  return LevelName(level.param);
+}
+
+#define QEL_INSTANTIATE_LEVELS(suite)                                                              \
+  INSTANTIATE_TEST_SUITE_P(                                                                        \
+      Levels, suite,                                                                               \
+      testing::Values(CpuLevel::kSse2, CpuLevel::kAvx2, CpuLevel::kAvx512, CpuLevel::kAvx512Vbmi), \
+      LevelParamName)
+
+}  // namespace qel::test
+
+#endif  // QEL_TESTS_SUPPORT_MODULE_UNDER_TEST_H_

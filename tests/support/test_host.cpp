@@ -1,0 +1,234 @@
+#include "tests/support/test_host.h"
+
+namespace qel::test {
+namespace {
+
+TestHost& Host() { return TestHost::Instance(); }
+
+/// Reference counting for the small objects of the host.
+template <typename Interface>
+class Counted : public Interface {
+ public:
+  Counted() { ++Host().live_objects; }
+  virtual ~Counted() { --Host().live_objects; }
+  result_t QueryInterface(const IID& iid, void** object) override {
+    *object = nullptr;
+    if (!Host().OnCall("QueryInterface")) return kFail;
+    if (iid != IID_IUnknown && iid != *kIidOf<Interface>) return kNoInterface;
+    this->AddRef();
+    *object = static_cast<Interface*>(this);
+    return kOk;
+  }
+  uint32_t AddRef() override { return ++count_; }
+  uint32_t Release() override {
+    const uint32_t left = --count_;
+    if (left == 0) delete this;
+    return left;
+  }
+
+ private:
+  std::atomic<uint32_t> count_{1};
+};
+
+class TestString final : public Counted<ICreatableString> {
+ public:
+  std::wstring text;
+  result_t ReservedSlot3() override { return kFail; }
+  result_t ReservedSlot4() override { return kFail; }
+  result_t AppendChars(int count, const wchar_t* characters) override {
+    if (!Host().OnCall("AppendChars")) return kFail;
+    text.append(characters, static_cast<size_t>(count));
+    return kOk;
+  }
+};
+
+result_t MakeComponent(const std::wstring& name, const IID* iid, void** object) {
+  *object = nullptr;
+  if (name == L"CreatableString") {
+    *object = static_cast<ICreatableString*>(new TestString);
+    return kOk;
+  }
+  if (name != L"QELImageDIB" || Host().refuses_images) return kFail;
+  if (*iid != IID_IQELImage && *iid != IID_IQELImageDIB) return kNoInterface;
+  *object = static_cast<IQELImageDIB*>(TestImage::Make({}).Detach());
+  return kOk;
+}
+
+class TestLocator final : public Counted<IComponentString> {
+ public:
+  explicit TestLocator(std::wstring component) : name(std::move(component)) {}
+  std::wstring name;
+  result_t ReservedSlot3() override { return kFail; }
+  result_t ReservedSlot4() override { return kFail; }
+  result_t CreateInstance(const IID* iid, void** object) override {
+    if (!Host().OnCall("CreateInstance")) return kFail;
+    return MakeComponent(name, iid, object);
+  }
+  result_t SetPart(int, tagREFString) override { return kOk; }
+};
+
+class TestCollection final : public Counted<IComponentCollection> {
+ public:
+  result_t ReservedSlot3() override { return kFail; }
+  result_t GetItem(int index, IUnknown** item) override {
+    *item = nullptr;
+    if (!Host().OnCall("GetItem") || index != kImageItem) return kFail;
+    *item = new TestLocator(L"QELImageDIB");
+    return kOk;
+  }
+  result_t FindItem(IString* name, int* index) override {
+    if (!Host().OnCall("FindItem")) return kFail;
+    if (static_cast<TestString*>(name)->text != L"QELImageDIB") return kFail;
+    *index = kImageItem;
+    return kOk;
+  }
+  result_t ReservedSlot6() override { return kFail; }
+  result_t ReservedSlot7() override { return kFail; }
+  result_t ReservedSlot8() override { return kFail; }
+  result_t ReservedSlot9() override { return kFail; }
+  result_t ReservedSlot10() override { return kFail; }
+  result_t ReservedSlot11() override { return kFail; }
+  result_t ReservedSlot12() override { return kFail; }
+  result_t ReservedSlot13() override { return kFail; }
+  result_t ReservedSlot14() override { return kFail; }
+  result_t ReservedSlot15() override { return kFail; }
+  result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
+    *object = nullptr;
+    if (!Host().OnCall("CreateComponent")) return kFail;
+    const std::wstring text(name.text, static_cast<uint32_t>(name.length));
+    if (iid == nullptr || *iid == IID_NULL) {
+      *object = static_cast<IComponentString*>(new TestLocator(text));
+      return kOk;
+    }
+    return MakeComponent(text, iid, object);
+  }
+
+ private:
+  static constexpr int kImageItem = 3;
+};
+
+}  // namespace
+
+TestHost& TestHost::Instance() {
+  static TestHost* const host = new TestHost;  // never destroyed: modules outlive static order
+  return *host;
+}
+
+IComponentCollection* TestHost::collection() {
+  static IComponentCollection* const collection = new TestCollection;
+  return collection;
+}
+
+void TestHost::Reset() {
+  refuses_images = refuses_queries = logging = false;
+  fault = Fault::kNone;
+  fault_at = -1;
+  calls = 0;
+  log.clear();
+}
+
+bool TestHost::OnCall(const char* name) {
+  if (logging) log.emplace_back(name);
+  if (calls++ != fault_at) return true;
+  if (fault == Fault::kThrow) throw Exception{};
+  return fault != Fault::kFail;
+}
+
+/// The optional palette interface, part of the image's identity.
+class TestImage::PalettePart final : public IQELImagePalette {
+ public:
+  explicit PalettePart(TestImage& image) : image_(image) {}
+  virtual ~PalettePart() = default;
+  result_t QueryInterface(const IID& iid, void** object) override {
+    return image_.QueryInterface(iid, object);
+  }
+  uint32_t AddRef() override { return image_.AddRef(); }
+  uint32_t Release() override { return image_.Release(); }
+  result_t ReservedSlot3() override { return kFail; }
+  result_t GetPalette(RGBQUAD** entries, uint32_t* count) override {
+    if (!Host().OnCall("GetPalette")) return kFail;
+    *entries = image_.raster.palette.data();
+    *count = static_cast<uint32_t>(image_.raster.palette.size());
+    return kOk;
+  }
+
+ private:
+  TestImage& image_;
+};
+
+TestImage::TestImage() : palette_part_(new PalettePart(*this)) { ++Host().live_objects; }
+
+TestImage::~TestImage() {
+  delete palette_part_;
+  --Host().live_objects;
+}
+
+SmartPtr<TestImage> TestImage::Make(Raster raster) {
+  auto image = SmartPtr<TestImage>::Adopt(new TestImage);
+  image->raster = std::move(raster);
+  return image;
+}
+
+uint32_t TestImage::Release() {
+  const uint32_t left = --count_;
+  if (left == 0) delete this;
+  return left;
+}
+
+result_t TestImage::QueryInterface(const IID& iid, void** object) {
+  *object = nullptr;
+  if (!Host().OnCall("QueryInterface")) return kFail;
+  if (Host().refuses_queries) return kNoInterface;
+  if (iid == IID_IQELImagePalette && !raster.palette.empty()) {
+    *object = static_cast<IQELImagePalette*>(palette_part_);
+  } else if (iid == IID_IUnknown || iid == IID_IQEL || iid == IID_IQELImage ||
+             iid == IID_IQELImageDIB) {
+    *object = static_cast<IQELImageDIB*>(this);
+  }
+  if (*object == nullptr) return kNoInterface;
+  AddRef();
+  return kOk;
+}
+
+result_t TestImage::GetSize(int* width, int* height, int* planes) {
+  if (!Host().OnCall("GetSize")) return kFail;
+  *width = raster.width;
+  *height = raster.height;
+  *planes = raster.planes;
+  return kOk;
+}
+
+result_t TestImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
+  if (!Host().OnCall("GetFormat")) return kFail;
+  *bit_count = raster.bit_count;
+  *model = raster.model;
+  *reserved = 0;
+  return kOk;
+}
+
+result_t TestImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
+  if (!Host().OnCall("GetBits")) return kFail;
+  *reserved = 0;
+  *bits = raster.Bits(plane);
+  *stride = raster.stride;
+  return *bits != nullptr ? kOk : kInvalidArgument;
+}
+
+result_t TestImage::Create(int width, int height, int planes, int bit_count, uint32_t model) {
+  if (!Host().OnCall("Create")) return kFail;
+  return raster.Create(width, height, planes, bit_count, model) ? kOk : kInvalidArgument;
+}
+
+result_t TestImage::Assign(IQEL* source, int /*flags*/) {
+  if (!Host().OnCall("Assign")) return kFail;
+  raster.Assign(static_cast<TestImage*>(source)->raster);
+  return kOk;
+}
+
+result_t TestImage::Fill(uint32_t colour) {
+  if (!Host().OnCall("Fill")) return kFail;
+  raster.Fill(colour);
+  return kOk;
+}
+
+}  // namespace qel::test
