@@ -1,0 +1,33 @@
+#ifndef QEL_CLI_ERRORS_H_
+#define QEL_CLI_ERRORS_H_
+
+#include <stdexcept>
+#include <string>
+
+namespace qel::cli {
+
+/// Exit codes of the tool.
+enum ExitCode : int {
+  kDone = 0,
+  kSomeFailed = 1,
+  kUsage = 2,
+  kNoInput = 3,
+  kNoOutput = 4,
+  kModuleFault = 5,
+  kInterrupted = 130,
+};
+
+/// A failure with the exit code that it ends in. The message says what was wrong, where, and what
+/// would be right.
+class Failure : public std::runtime_error {
+ public:
+  Failure(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
+  ExitCode code() const { return code_; }
+
+ private:
+  ExitCode code_;
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_ERRORS_H_

@@ -1,0 +1,69 @@
+#ifndef QEL_CLI_OPERATION_H_
+#define QEL_CLI_OPERATION_H_
+
+#include <limits>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "cli/components.h"
+
+namespace qel::cli {
+
+class Arguments;
+class PictureSource;
+
+/// What a parameter's text means.
+enum class Kind {
+  kInt,      ///< whole number
+  kNumber,   ///< real number
+  kFlag,     ///< yes or no
+  kColour,   ///< #RRGGBB
+  kChoice,   ///< one of the parameter's labels, or its number
+  kText,     ///< passed on as it is
+  kPicture,  ///< path of a second picture
+};
+
+struct Choice {
+  std::string_view label;
+  int value;
+};
+
+/// One argument of an operation, enough for parsing, help and completion.
+struct Parameter {
+  std::string_view name = {};
+  Kind kind = Kind::kInt;
+  std::string_view help = {};
+  std::string_view standard = {};  ///< text of the default; empty: must be given, unless `optional`
+  double minimum = std::numeric_limits<int>::min();
+  double maximum = std::numeric_limits<int>::max();
+  std::string_view unit = {};
+  std::span<const Choice> choices = {};
+  bool optional = false;  ///< may be left out without a default
+};
+
+/// One execution of a step: what the row's function gets.
+struct Call {
+  const Components& components;
+  const Arguments& arguments;
+  PictureSource& pictures;
+  IQEL* image;    ///< the picture so far; in-place operations change it
+  IQEL** result;  ///< where a new picture goes; it replaces `image`
+};
+
+/// One row of the operation table.
+struct Operation {
+  std::string_view name = {};       ///< kebab case
+  std::string_view component = {};  ///< object name of the component
+  std::string_view summary = {};    ///< one line
+  std::string_view depths = {};     ///< bit counts on which it has an effect
+  bool in_place = false;
+  std::vector<Parameter> parameters = {};
+  std::string_view example = {};  ///< a step as one would type it
+  std::string_view note = {};     ///< what may surprise; may be empty
+  result_t (*call)(Call& call) = nullptr;
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_OPERATION_H_

@@ -1,0 +1,139 @@
+#include "cli/arguments.h"
+#include "cli/operation_table.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr std::string_view kComponent = "QELColorTransform";
+constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
+constexpr std::string_view kByteDepths = "8, 24, 32";
+
+result_t CallLut(Call& call) {
+  // A table by its four control points keeps the command line short; hosts pass any 256 bytes.
+  uint8_t table[256];
+  const double points[] = {call.arguments.Number("black"), call.arguments.Number("dark"),
+                           call.arguments.Number("light"), call.arguments.Number("white")};
+  for (int i = 0; i < 256; ++i) {
+    const double position = i / 85.0;
+    const int left = i == 255 ? 2 : static_cast<int>(position);
+    const double share = position - left;
+    table[i] = static_cast<uint8_t>(points[left] * (1 - share) + points[left + 1] * share + 0.5);
+  }
+  return call.components.color->Lut(call.image, table);
+}
+
+}  // namespace
+
+std::vector<Operation> ColorOperations() {
+  return {
+      {.name = "lut",
+       .component = kComponent,
+       .summary = "Maps every colour byte through a table, given by four points of a curve.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters = {{.name = "black",
+                       .help = "what 0 becomes",
+                       .standard = "0",
+                       .minimum = 0,
+                       .maximum = 255},
+                      {.name = "dark",
+                       .help = "what 85 becomes",
+                       .standard = "85",
+                       .minimum = 0,
+                       .maximum = 255},
+                      {.name = "light",
+                       .help = "what 170 becomes",
+                       .standard = "170",
+                       .minimum = 0,
+                       .maximum = 255},
+                      {.name = "white",
+                       .help = "what 255 becomes",
+                       .standard = "255",
+                       .minimum = 0,
+                       .maximum = 255}},
+       .example = "lut dark=60 light=200",
+       .note = "Alpha of 32-bit pictures is not mapped.",
+       .call = &CallLut},
+      {.name = "negative",
+       .component = kComponent,
+       .summary = "Replaces every colour byte v by 255 - v.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .example = "negative",
+       .call = [](Call& call) { return call.components.color->Negative(call.image); }},
+      {.name = "light",
+       .component = kComponent,
+       .summary = "Adds brightness and scales contrast about the middle grey.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters = {{.name = "brightness", .help = "added to every channel", .standard = "0"},
+                      {.name = "contrast",
+                       .help = "added to 100 percent of contrast",
+                       .standard = "0",
+                       .unit = "percent"}},
+       .example = "light brightness=30 contrast=10",
+       .note = "contrast=-100 gives one flat tone.",
+       .call =
+           [](Call& call) {
+             return call.components.color->Light(call.image, call.arguments.Int("brightness"),
+                                                 call.arguments.Int("contrast"));
+           }},
+      {.name = "gamma",
+       .component = kComponent,
+       .summary = "Applies a gamma curve; above 1 brightens.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters = {{.name = "gamma",
+                       .kind = Kind::kNumber,
+                       .help = "exponent is 1 / gamma",
+
+                       .minimum = 0,
+                       .maximum = 1000}},
+       .example = "gamma gamma=1.8",
+       .note = "gamma=0 makes everything black.",
+       .call =
+           [](Call& call) {
+             return call.components.color->Gamma(call.image, call.arguments.Real("gamma"));
+           }},
+      {.name = "shift-rgb",
+       .component = kComponent,
+       .summary = "Adds an offset to each channel.",
+       .depths = kAllDepths,
+       .in_place = true,
+       .parameters = {{.name = "red", .help = "added to red", .standard = "0"},
+                      {.name = "green", .help = "added to green", .standard = "0"},
+                      {.name = "blue", .help = "added to blue", .standard = "0"}},
+       .example = "shift-rgb red=20 blue=-20",
+       .note = "Grey pictures take the grey nearest to the shifted colour.",
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.color->ShiftRGB(call.image, arguments.Int("red"),
+                                                    arguments.Int("green"), arguments.Int("blue"));
+           }},
+      {.name = "gray-scale",
+       .component = kComponent,
+       .summary = "Replaces each colour by the mean of its channels.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .example = "gray-scale",
+       .note = "8-bit pictures mix each pixel with the two after it, past the end of the row.",
+       .call = [](Call& call) { return call.components.color->GrayScale(call.image); }},
+      {.name = "threshold",
+       .component = kComponent,
+       .summary = "Makes pixels above a grey level white and all others black.",
+       .depths = kAllDepths,
+       .in_place = true,
+       .parameters = {{.name = "level",
+                       .help = "the brightest grey that becomes black",
+                       .standard = "127"}},
+       .example = "threshold level=100",
+       .note = "The picture goes through gray-scale first.",
+       .call =
+           [](Call& call) {
+             return call.components.color->Threshold(call.image, call.arguments.Int("level"));
+           }},
+  };
+}
+
+}  // namespace qel::cli

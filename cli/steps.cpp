@@ -1,0 +1,101 @@
+#include "cli/steps.h"
+
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+
+namespace qel::cli {
+namespace {
+
+/// A step before its arguments are checked.
+struct RawStep {
+  const Operation* operation;
+  std::map<std::string, std::string> given;
+};
+
+bool IsArgument(std::string_view word) {
+  const size_t equals = word.find('=');
+  return equals != std::string_view::npos && word.find_first_of(" \t\n") > equals;
+}
+
+/// Splits a quoted step at blanks; quotes keep blanks together and are taken off.
+std::vector<std::string> SplitWords(const std::string& text) {
+  std::vector<std::string> words;
+  std::string word;
+  bool in_word = false;
+  char quote = '\0';
+  for (const char c : text) {
+    if (quote != '\0') {
+      if (c == quote) {
+        quote = '\0';
+      } else {
+        word += c;
+      }
+    } else if (c == '\'' || c == '"') {
+      quote = c;
+      in_word = true;
+    } else if (c == ' ' || c == '\t' || c == '\n') {
+      if (in_word) words.push_back(std::move(word));
+      word.clear();
+      in_word = false;
+    } else {
+      word += c;
+      in_word = true;
+    }
+  }
+  if (quote != '\0') {
+    throw Failure(kUsage, "step \"" + text + "\": the quote " + quote + " is not closed");
+  }
+  if (in_word) words.push_back(std::move(word));
+  return words;
+}
+
+const Operation& RequireOperation(const std::string& name) {
+  if (const Operation* const found = FindOperation(name)) return *found;
+  std::vector<std::string_view> names;
+  for (const Operation& operation : OperationTable()) names.push_back(operation.name);
+  const std::string nearest = NearestName(name, names);
+  throw Failure(kUsage, "there is no operation " + name +
+                            (nearest.empty() ? "; qel list shows them all"
+                                             : "; did you mean " + nearest + "?"));
+}
+
+void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
+  const size_t equals = word.find('=');
+  const std::string name = word.substr(0, equals);
+  if (steps.empty()) {
+    throw Failure(kUsage, word + " stands before the first operation; write OPERATION " + word);
+  }
+  if (!steps.back().given.emplace(name, word.substr(equals + 1)).second) {
+    throw Failure(kUsage,
+                  std::string(steps.back().operation->name) + ": " + name + "= is given twice");
+  }
+}
+
+}  // namespace
+
+std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
+  std::vector<RawStep> raw;
+  for (const std::string& word : words) {
+    if (IsArgument(word)) {
+      AddArgument(raw, word);
+      continue;
+    }
+    for (const std::string& part : SplitWords(word)) {
+      if (IsArgument(part)) {
+        AddArgument(raw, part);
+      } else {
+        raw.push_back({&RequireOperation(part), {}});
+      }
+    }
+  }
+  if (raw.empty()) {
+    throw Failure(kUsage, "no steps given; name at least one operation, see qel list");
+  }
+  std::vector<Step> steps;
+  for (const RawStep& step : raw) {
+    steps.push_back({step.operation, Arguments(*step.operation, step.given)});
+  }
+  return steps;
+}
+
+}  // namespace qel::cli

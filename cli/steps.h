@@ -1,0 +1,25 @@
+#ifndef QEL_CLI_STEPS_H_
+#define QEL_CLI_STEPS_H_
+
+#include <string>
+#include <vector>
+
+#include "cli/arguments.h"
+
+namespace qel::cli {
+
+/// One step of a chain: an operation and its checked arguments.
+struct Step {
+  const Operation* operation;
+  Arguments arguments;
+};
+
+/// Reads the steps from the words of a command line. A word is either a whole step in quotes
+/// ("light brightness=30"), the name of an operation, or an argument name=value of the step before.
+/// Inside a quoted step, values with blanks stand in single or double quotes.
+/// Throws `Failure(kUsage)` that names the step.
+std::vector<Step> ParseSteps(const std::vector<std::string>& words);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_STEPS_H_

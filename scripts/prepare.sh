@@ -1,0 +1,51 @@
+# Sourced by ./run and ./test: installs what a build needs and is missing, quietly when all is there.
+
+# Debian packages by what they are for.
+QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev"
+QEL_TEST_PACKAGES="libgtest-dev"
+
+# qel_install PACKAGE...: installs the packages that dpkg does not know as installed.
+qel_install() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return
+  local become=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || {
+      echo "qel: these packages are missing, and there is neither root nor sudo to install them:" >&2
+      echo "     apt-get install ${missing[*]}" >&2
+      return 1
+    }
+    become=(sudo)
+  fi
+  echo "Installing with apt-get: ${missing[*]}" >&2
+  "${become[@]}" apt-get update -qq >&2 &&
+    DEBIAN_FRONTEND=noninteractive "${become[@]}" apt-get install -y -qq \
+      --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# qel_quietly COMMAND...: runs a command and shows its output only if it fails.
+qel_quietly() {
+  local log
+  log=$(mktemp) || return 1
+  if "$@" >"$log" 2>&1; then
+    rm -f "$log"
+  else
+    local code=$?
+    cat "$log" >&2
+    rm -f "$log"
+    echo "qel: failed: $*" >&2
+    return $code
+  fi
+}
+
+# qel_build PRESET [TARGET...]: configures and builds from the root of the checkout.
+qel_build() {
+  local preset=$1
+  shift
+  (cd "$QEL_ROOT" && qel_quietly cmake --preset "$preset" &&
+    qel_quietly cmake --build --preset "$preset" ${1:+--target "$@"})
+}
