@@ -1,0 +1,131 @@
+#ifndef QEL_HOST_HOST_COLLECTION_H_
+#define QEL_HOST_HOST_COLLECTION_H_
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/host_image.h"
+#include "host/host_object.h"
+#include "qel/entry.h"
+
+namespace qel::host {
+
+/// Makes one object and hands out its interface `iid`, as a creation function does.
+using Maker = std::function<result_t(const IID& iid, void** object)>;
+
+/// How this host reads a string back that comes in through `IString`, whichever of its modules made
+/// it: one slot more, behind an identifier of its own.
+class IHostString : public ICreatableString {
+ public:
+  /// The text, valid while the string is not changed.
+  virtual result_t GetText(tagREFString* text) = 0;
+
+ protected:
+  ~IHostString() = default;
+};
+
+inline constexpr IID IID_IHostString = __IIDOfc("IHostString");
+
+}  // namespace qel::host
+
+template <>
+inline constexpr const qel::IID* qel::kIidOf<qel::host::IHostString> = &qel::host::IID_IHostString;
+
+namespace qel::host {
+
+/// A string that modules append to.
+class HostString final : public HostObject<IHostString> {
+ public:
+  static SmartPtr<HostString> Make() { return SmartPtr<HostString>::Adopt(new HostString); }
+
+  result_t QueryInterface(const IID& iid, void** object) override;
+  result_t ReservedSlot3() override { return kFail; }
+  result_t ReservedSlot4() override { return kFail; }
+  result_t AppendChars(int count, const wchar_t* characters) override;
+  result_t GetText(tagREFString* text) override;
+
+ private:
+  HostString() = default;
+
+  std::wstring text_;
+};
+
+/// Names a component, in this collection or in a module of its own, and makes instances of it.
+class HostLocator final : public HostObject<IComponentString> {
+ public:
+  static SmartPtr<HostLocator> Make(IComponentCollection* collection, std::wstring component);
+
+  result_t ReservedSlot3() override { return kFail; }
+  result_t ReservedSlot4() override { return kFail; }
+  /// Asks the named module for the component, or the collection when no module is named.
+  result_t CreateInstance(const IID* iid, void** object) override;
+  result_t SetPart(int part, tagREFString text) override;
+
+ private:
+  HostLocator(IComponentCollection* collection, std::wstring component)
+      : collection_(SmartPtr<IComponentCollection>::Retain(collection)),
+        component_(std::move(component)) {}
+
+  SmartPtr<IComponentCollection> collection_;
+  std::wstring module_;
+  std::wstring component_;
+};
+
+/// The components that a host offers to modules, by name.
+class HostCollection final : public HostObject<IComponentCollection> {
+ public:
+  /// A collection without components.
+  static SmartPtr<HostCollection> Make() {
+    return SmartPtr<HostCollection>::Adopt(new HostCollection);
+  }
+  /// A collection with all that the image module needs: images laid out as `options` say, and
+  /// strings.
+  static SmartPtr<HostCollection> MakeWithImages(const ImageOptions& options = {});
+
+  /// Offers a component; a name that is there already is replaced.
+  void Offer(std::wstring_view name, Maker maker);
+  /// Offers "QELImageDIB".
+  void OfferImages(const ImageOptions& options);
+  /// Offers "CreatableString".
+  void OfferStrings();
+
+  result_t ReservedSlot3() override { return kFail; }
+  result_t GetItem(int index, IUnknown** item) override;
+  result_t FindItem(IString* name, int* index) override;
+  result_t ReservedSlot6() override { return kFail; }
+  result_t ReservedSlot7() override { return kFail; }
+  result_t ReservedSlot8() override { return kFail; }
+  result_t ReservedSlot9() override { return kFail; }
+  result_t ReservedSlot10() override { return kFail; }
+  result_t ReservedSlot11() override { return kFail; }
+  result_t ReservedSlot12() override { return kFail; }
+  result_t ReservedSlot13() override { return kFail; }
+  result_t ReservedSlot14() override { return kFail; }
+  result_t ReservedSlot15() override { return kFail; }
+  result_t CreateComponent(tagREFString name, const IID* iid, void** object) override;
+
+ private:
+  struct Entry {
+    std::wstring name;
+    Maker maker;
+  };
+  HostCollection() = default;
+  const Entry* Find(std::wstring_view name) const;
+
+  std::vector<Entry> entries_;
+};
+
+/// A maker that asks a fresh object for the interface; `make` returns a `SmartPtr`.
+template <typename Make>
+Maker MakerOf(Make make) {
+  return [make](const IID& iid, void** object) { return make()->QueryInterface(iid, object); };
+}
+
+/// Text of a counted string.
+std::wstring_view TextOf(tagREFString text);
+
+}  // namespace qel::host
+
+#endif  // QEL_HOST_HOST_COLLECTION_H_

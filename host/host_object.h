@@ -1,0 +1,41 @@
+#ifndef QEL_HOST_HOST_OBJECT_H_
+#define QEL_HOST_HOST_OBJECT_H_
+
+#include <atomic>
+
+#include "qel/unknown.h"
+
+namespace qel::host {
+
+/// Reference counting and lookup for an object with one interface. Created with one reference.
+template <typename Interface>
+class HostObject : public Interface {
+ public:
+  result_t QueryInterface(const IID& iid, void** object) override {
+    if (object == nullptr) return kNullOutput;
+    *object = nullptr;
+    if (iid != IID_IUnknown && iid != *kIidOf<Interface>) return kNoInterface;
+    this->AddRef();
+    *object = static_cast<Interface*>(this);
+    return kOk;
+  }
+  uint32_t AddRef() override { return count_.fetch_add(1, std::memory_order_relaxed) + 1; }
+  uint32_t Release() override {
+    const uint32_t left = count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (left == 0) delete this;
+    return left;
+  }
+
+ protected:
+  HostObject() = default;
+  HostObject(const HostObject&) = delete;
+  HostObject& operator=(const HostObject&) = delete;
+  virtual ~HostObject() = default;
+
+ private:
+  std::atomic<uint32_t> count_{1};
+};
+
+}  // namespace qel::host
+
+#endif  // QEL_HOST_HOST_OBJECT_H_
