@@ -49,16 +49,6 @@ std::vector<std::string> SplitWords(const std::string& text) {
   return words;
 }
 
-const Operation& RequireOperation(const std::string& name) {
-  if (const Operation* const found = FindOperation(name)) return *found;
-  std::vector<std::string_view> names;
-  for (const Operation& operation : OperationTable()) names.push_back(operation.name);
-  const std::string nearest = NearestName(name, names);
-  throw Failure(kUsage, "there is no operation " + name +
-                            (nearest.empty() ? "; qel list shows them all"
-                                             : "; did you mean " + nearest + "?"));
-}
-
 void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
   const size_t equals = word.find('=');
   const std::string name = word.substr(0, equals);
@@ -72,6 +62,16 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
 }
 
 }  // namespace
+
+const Operation& RequireOperation(const std::string& name) {
+  if (const Operation* const found = FindOperation(name)) return *found;
+  std::vector<std::string_view> names;
+  for (const Operation& operation : OperationTable()) names.push_back(operation.name);
+  const std::string nearest = NearestName(name, names);
+  throw Failure(kUsage, "there is no operation " + name +
+                            (nearest.empty() ? "; qel list shows them all"
+                                             : "; did you mean " + nearest + "?"));
+}
 
 std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
   std::vector<RawStep> raw;

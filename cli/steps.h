@@ -14,6 +14,9 @@ struct Step {
   Arguments arguments;
 };
 
+/// The operation called `name`. Throws `Failure(kUsage)` with the nearest name.
+const Operation& RequireOperation(const std::string& name);
+
 /// Reads the steps from the words of a command line. A word is either a whole step in quotes
 /// ("light brightness=30"), the name of an operation, or an argument name=value of the step before.
 /// Inside a quoted step, values with blanks stand in single or double quotes.

@@ -1,0 +1,35 @@
+#include <iostream>
+
+#include "cli/commands.h"
+#include "cli/describe.h"
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+#include "cli/steps.h"
+
+namespace qel::cli {
+
+int ListCommand(const Words& words) {
+  if (!words.empty()) throw Failure(kUsage, "qel list takes no arguments");
+  std::cout << ListOperations();
+  return kDone;
+}
+
+int HelpCommand(const Words& words) {
+  if (words.empty()) {
+    std::cout
+        << "qel run INPUT -o OUTPUT STEP [STEP...]   run operations on a picture\n"
+           "    --keep-depth      keep indices of palette pictures\n"
+           "    --quality N       of JPEG and WebP output, 1 to 100\n"
+           "    --module PATH     the module to load\n"
+           "qel list                                 all operations\n"
+           "qel help OPERATION                       one operation and its arguments\n"
+           "qel demo [-o FOLDER]                     try every operation on a built-in picture\n"
+           "\n"
+           "A step is an operation with its arguments: \"light brightness=30 contrast=10\".\n";
+    return kDone;
+  }
+  for (const std::string& name : words) std::cout << DescribeOperation(RequireOperation(name));
+  return kDone;
+}
+
+}  // namespace qel::cli

@@ -1,0 +1,56 @@
+#include <functional>
+#include <iostream>
+#include <map>
+
+#include "cli/commands.h"
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+#include "pictures/picture_error.h"
+
+namespace qel::cli {
+namespace {
+
+const std::map<std::string, std::function<int(const Words&)>, std::less<>>& Commands() {
+  static const std::map<std::string, std::function<int(const Words&)>, std::less<>> commands = {
+      {"run", &RunCommand}, {"list", &ListCommand}, {"help", &HelpCommand}, {"demo", &DemoCommand}};
+  return commands;
+}
+
+ExitCode CodeOf(pictures::PictureError::Kind kind) {
+  return kind == pictures::PictureError::Kind::kNotWritable ? kNoOutput : kNoInput;
+}
+
+int Dispatch(const Words& words) {
+  if (words.empty() || words[0] == "--help" || words[0] == "-h") {
+    HelpCommand({});
+    return words.empty() ? kUsage : kDone;
+  }
+  const auto found = Commands().find(words[0]);
+  if (found != Commands().end()) return found->second({words.begin() + 1, words.end()});
+  std::vector<std::string_view> names;
+  for (const auto& [name, command] : Commands()) names.push_back(name);
+  const std::string nearest = NearestName(words[0], names);
+  throw Failure(kUsage,
+                "there is no command " + words[0] +
+                    (nearest.empty() ? "; see qel help" : "; did you mean " + nearest + "?"));
+}
+
+int Main(const Words& words) {
+  try {
+    return Dispatch(words);
+  } catch (const Failure& failure) {
+    std::cerr << "qel: " << failure.what() << "\n";
+    return failure.code();
+  } catch (const pictures::PictureError& error) {
+    std::cerr << "qel: " << error.what() << "\n";
+    return CodeOf(error.kind());
+  } catch (const std::exception& error) {
+    std::cerr << "qel: " << error.what() << "\n";
+    return kModuleFault;
+  }
+}
+
+}  // namespace
+}  // namespace qel::cli
+
+int main(int argc, char** argv) { return qel::cli::Main({argv + 1, argv + argc}); }

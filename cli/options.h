@@ -1,0 +1,36 @@
+#ifndef QEL_CLI_OPTIONS_H_
+#define QEL_CLI_OPTIONS_H_
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace qel::cli {
+
+/// The options of a command, split from its other words.
+class Options {
+ public:
+  /// What an option takes.
+  enum class Takes { kNothing, kValue };
+  using Known = std::map<std::string, Takes, std::less<>>;
+
+  /// Splits `words`. Options start with '-'; "--" ends them; "--name=value" works as well.
+  /// Throws `Failure(kUsage)` for options that are not in `known` or lack their value.
+  Options(const std::vector<std::string>& words, const Known& known);
+
+  bool Has(const std::string& name) const { return values_.contains(name); }
+  /// The option's value, or `otherwise` when it was not given.
+  std::string Value(const std::string& name, const std::string& otherwise = {}) const;
+  /// The option's value as a whole number. Throws `Failure(kUsage)`.
+  int Number(const std::string& name, int minimum, int maximum, int otherwise) const;
+  /// The words that are no options, in order.
+  const std::vector<std::string>& rest() const { return rest_; }
+
+ private:
+  std::map<std::string, std::string> values_;
+  std::vector<std::string> rest_;
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_OPTIONS_H_

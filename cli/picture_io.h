@@ -1,0 +1,53 @@
+#ifndef QEL_CLI_PICTURE_IO_H_
+#define QEL_CLI_PICTURE_IO_H_
+
+#include <map>
+#include <string>
+
+#include "host/host_image.h"
+#include "pictures/picture_file.h"
+
+namespace qel::cli {
+
+/// Images of the tool start out black and transparent, so that bytes which an operation leaves
+/// alone are the same in every run.
+inline constexpr host::ImageOptions kImageOptions{.clear = true};
+
+/// A picture with what came with it.
+struct Picture {
+  SmartPtr<host::HostImage> image;
+  pictures::Metadata metadata;
+};
+
+/// An image of `width` x `height` pixels. Throws `Failure(kModuleFault)` when there is no memory.
+SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count);
+
+/// Reads a picture file straight into an image; notes go to standard error.
+/// Throws `pictures::PictureError`.
+Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options);
+
+/// Writes a picture file; notes go to standard error. Throws `pictures::PictureError`.
+void SavePicture(const std::string& path, const host::HostImage& image,
+                 const pictures::Metadata& metadata, const pictures::WriteOptions& options);
+
+/// The image as 32 bits, for sheets: greys and colours become opaque.
+SmartPtr<host::HostImage> AsColour(const host::HostImage& image);
+
+/// Second pictures of steps, by the text of their argument. Each is read once.
+class PictureSource {
+ public:
+  explicit PictureSource(const pictures::ReadOptions& options = {}) : options_(options) {}
+
+  /// The picture called `path`. Throws `pictures::PictureError`.
+  host::HostImage& Get(const std::string& path);
+  /// Puts a picture under a name, as if it were a file.
+  void Provide(const std::string& name, SmartPtr<host::HostImage> image);
+
+ private:
+  pictures::ReadOptions options_;
+  std::map<std::string, SmartPtr<host::HostImage>> images_;
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_PICTURE_IO_H_

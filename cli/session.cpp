@@ -1,0 +1,79 @@
+#include "cli/session.h"
+
+#include <cstdio>
+#include <filesystem>
+
+#include "cli/errors.h"
+
+namespace qel::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The module of this program: beside it in a build tree, in the library folder when installed.
+std::string OwnModulePath() {
+  const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
+  for (const char* const place : {"_binLIN64", QEL_MODULE_FOLDER}) {
+    const fs::path path = folder / place / "QELMaths.so";
+    if (fs::exists(path)) return path.lexically_normal();
+  }
+  throw Failure(kModuleFault, "the module QELMaths.so is neither in " +
+                                  (folder / "_binLIN64").string() + " nor in " +
+                                  (folder / QEL_MODULE_FOLDER).string() +
+                                  "; name it with --module PATH");
+}
+
+host::ModuleLibrary LoadModule(const std::string& path) {
+  try {
+    return host::ModuleLibrary(path.empty() ? OwnModulePath() : fs::absolute(path).string());
+  } catch (const host::ModuleError& error) {
+    throw Failure(kModuleFault, error.what());
+  }
+}
+
+/// What a result code means to somebody at the command line.
+std::string Explain(result_t code) {
+  char number[16];
+  std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(code));
+  const char* const meaning = code == kFail ? "the picture's depth or shape does not fit"
+                              : code == kInvalidArgument ? "an argument is not accepted"
+                              : code == kNotMono         ? "the picture is not monochrome"
+                                                         : "see the result codes in qel/types.h";
+  return std::string("failure ") + number + ": " + meaning;
+}
+
+}  // namespace
+
+Session::Session(const std::string& path)
+    : collection_(host::HostCollection::MakeWithImages(kImageOptions)), library_(LoadModule(path)) {
+  library_.Initialize(collection_.Get());
+  try {
+    components_.color = library_.Create<IQELColorTransform>(RefString(kColorTransformName));
+    components_.transform = library_.Create<IQELTransform>(RefString(kTransformName));
+    components_.deform = library_.Create<IQELDeform>(RefString(kDeformName));
+    components_.filter = library_.Create<IQELFilterTransform>(RefString(kFilterTransformName));
+    components_.maths = library_.Create<IQELMaths>(RefString(kMathsName));
+  } catch (const host::ModuleError& error) {
+    throw Failure(kModuleFault, error.what());
+  }
+}
+
+SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
+                                       SmartPtr<host::HostImage> picture,
+                                       PictureSource& pictures) const {
+  for (const Step& step : steps) {
+    SmartPtr<IQEL> result;
+    Call call{components_, step.arguments, pictures, picture.Get(), result.Put()};
+    const result_t code = step.operation->call(call);
+    if (Failed(code)) {
+      throw Failure(kModuleFault, std::string(step.operation->name) + ": " + Explain(code));
+    }
+    // Every image of this session comes from its own collection.
+    if (result) {
+      picture = SmartPtr<host::HostImage>::Retain(static_cast<host::HostImage*>(result.Get()));
+    }
+  }
+  return picture;
+}
+
+}  // namespace qel::cli

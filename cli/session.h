@@ -1,0 +1,33 @@
+#ifndef QEL_CLI_SESSION_H_
+#define QEL_CLI_SESSION_H_
+
+#include <string>
+
+#include "cli/picture_io.h"
+#include "cli/steps.h"
+#include "host/host_collection.h"
+#include "host/module_library.h"
+
+namespace qel::cli {
+
+/// The module, loaded and initialised as any host does it, with its components.
+class Session {
+ public:
+  /// Loads the module at `path`; empty means the one that belongs to this program.
+  /// Throws `Failure(kModuleFault)`.
+  explicit Session(const std::string& path = {});
+
+  /// Runs the steps one after the other on `picture` and returns the final one.
+  /// Throws `Failure(kModuleFault)` that names the step, and what reading second pictures throws.
+  SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
+                                PictureSource& pictures) const;
+
+ private:
+  SmartPtr<host::HostCollection> collection_;
+  host::ModuleLibrary library_;
+  Components components_;  // released before the library is closed
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_SESSION_H_

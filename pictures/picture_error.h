@@ -1,0 +1,32 @@
+#ifndef QEL_PICTURES_PICTURE_ERROR_H_
+#define QEL_PICTURES_PICTURE_ERROR_H_
+
+#include <stdexcept>
+#include <string>
+
+namespace qel::pictures {
+
+/// A picture file could not be read or written. The message names the file, what was wrong, and
+/// what would be right.
+class PictureError : public std::runtime_error {
+ public:
+  enum class Kind {
+    kNotReadable,    ///< no such file, or no permission
+    kUnknownFormat,  ///< not a picture format that we know
+    kBroken,         ///< truncated or damaged content
+    kTooLarge,       ///< beyond the limits
+    kUnsupported,    ///< a variety of the format that is not handled
+    kNotWritable,    ///< the output cannot be written
+  };
+
+  PictureError(Kind kind, const std::string& file, const std::string& what)
+      : std::runtime_error(file + ": " + what), kind_(kind) {}
+  Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+};
+
+}  // namespace qel::pictures
+
+#endif  // QEL_PICTURES_PICTURE_ERROR_H_
