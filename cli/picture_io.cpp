@@ -56,6 +56,14 @@ Picture LoadPicture(const std::string& path, const pictures::ReadOptions& option
   return picture;
 }
 
+void CheckOutputName(const std::string& path) {
+  try {
+    pictures::FormatOfPath(path);
+  } catch (const pictures::PictureError& error) {
+    throw Failure(kUsage, error.what());
+  }
+}
+
 void SavePicture(const std::string& path, const host::HostImage& image,
                  const pictures::Metadata& metadata, const pictures::WriteOptions& options) {
   const std::vector<pictures::PaletteEntry> palette = ToFilePalette(image.palette());

@@ -26,6 +26,9 @@ SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count);
 /// Throws `pictures::PictureError`.
 Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options);
 
+/// Throws `Failure(kUsage)` when the extension of an output names no picture format.
+void CheckOutputName(const std::string& path);
+
 /// Writes a picture file; notes go to standard error. Throws `pictures::PictureError`.
 void SavePicture(const std::string& path, const host::HostImage& image,
                  const pictures::Metadata& metadata, const pictures::WriteOptions& options);

@@ -17,7 +17,7 @@ int RunCommand(const Words& words) {
   const std::string output = options.Value("-o");
   // Everything that can be known to be wrong is said before the first file is read.
   const std::vector<Step> steps = ParseSteps({options.rest().begin() + 1, options.rest().end()});
-  pictures::FormatOfPath(output);
+  CheckOutputName(output);
   pictures::ReadOptions reading;
   reading.keep_palette_depth = options.Has("--keep-depth");
   pictures::WriteOptions writing;

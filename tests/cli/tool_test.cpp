@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+
+#include "cli/demo_scene.h"
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+#include "cli/picture_io.h"
+#include "cli/steps.h"
+#include "tests/support/temporary_folder.h"
+
+namespace qel::cli {
+namespace {
+
+using test::Outcome;
+using test::ReadFile;
+using test::RunShell;
+using test::TemporaryFolder;
+using test::WriteFile;
+
+/// The tool as a user starts it, with the built-in picture at hand as scene.png.
+class Tool : public testing::Test {
+ protected:
+  void SetUp() override {
+    const auto scene = MakeImage(kDemoWidth, kDemoHeight, 32);
+    DrawDemoScene({scene->Bits(), scene->stride(), scene->width(), scene->height()});
+    SavePicture(folder_ / "scene.png", *scene, {{}, 300, 150}, {});
+  }
+
+  Outcome Run(const std::string& words) { return RunShell(QEL_TOOL " " + words, folder_); }
+
+  Picture Load(const std::string& name) { return LoadPicture(folder_ / name, {}); }
+
+  void ExpectSamePixels(const std::string& a, const std::string& b) {
+    const Picture left = Load(a), right = Load(b);
+    ASSERT_EQ(left.image->width(), right.image->width());
+    ASSERT_EQ(left.image->height(), right.image->height());
+    ASSERT_EQ(left.image->bit_count(), right.image->bit_count());
+    for (int y = 0; y < left.image->height(); ++y) {
+      ASSERT_EQ(std::memcmp(left.image->Row(y), right.image->Row(y),
+                            static_cast<size_t>(left.image->RowBytes())),
+                0)
+          << "row " << y;
+    }
+  }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(Tool, RunsChainsFromAndToEveryFormat) {
+  ASSERT_EQ(Run("run scene.png -o photo.jpg gamma gamma=1.2").exit_code, kDone);
+  for (const std::string format : {"jpg", "png", "tiff", "webp", "bmp", "ppm", "pam"}) {
+    SCOPED_TRACE(format);
+    const std::string file = "in." + format;
+    ASSERT_EQ(Run("run photo.jpg -o " + file + " negative").exit_code, kDone);
+    const Outcome outcome =
+        Run("run " + file + " -o out.png negative \"light brightness=20 contrast=10\" gray-scale");
+    EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+    EXPECT_EQ(outcome.errors, "");
+    if (format == "jpg") continue;  // loses detail
+    ASSERT_EQ(
+        Run("run photo.jpg -o direct.png light brightness=20 contrast=10 gray-scale").exit_code,
+        kDone);
+    ExpectSamePixels("out.png", "direct.png");
+  }
+}
+
+TEST_F(Tool, KeepsResolutionAndTransparency) {
+  ASSERT_EQ(Run("run scene.png -o twice.png negative negative").exit_code, kDone);
+  ExpectSamePixels("scene.png", "twice.png");
+  EXPECT_NEAR(Load("twice.png").metadata.dpi_x, 300, 0.1);
+  EXPECT_NEAR(Load("twice.png").metadata.dpi_y, 150, 0.1);
+}
+
+TEST_F(Tool, SaysWhatIsWrongAndWhatWouldBeRight) {
+  WriteFile(folder_ / "broken.jpg", ReadFile(folder_ / "scene.png").substr(0, 2000));
+  WriteFile(folder_ / "words.txt", "no picture at all");
+  const struct {
+    std::string words;
+    int exit_code;
+    std::string message;
+  } cases[] = {
+      {"run scene.png -o out.png negativ", kUsage, "did you mean negative?"},
+      {"run scene.png -o out.png light bright=3", kUsage, "it takes brightness, contrast"},
+      {"run scene.png -o out.png light brightness=much", kUsage, "takes a whole number"},
+      {"run scene.png -o out.png light brightness=1 brightness=2", kUsage, "given twice"},
+      {"run scene.png -o out.png gamma", kUsage, "gamma= is missing"},
+      {"run scene.png -o out.png brightness=3", kUsage, "before the first operation"},
+      {"run scene.png -o out.png \"light 'x\"", kUsage, "not closed"},
+      {"run scene.png -o out.png", kUsage, "no steps"},
+      {"run scene.png negative", kUsage, "-o OUTPUT"},
+      {"run scene.png -o out.png --fast negative", kUsage, "no option --fast"},
+      {"rum scene.png", kUsage, "did you mean run?"},
+      {"run scene.png -o out.xyz negative", kUsage, ".png"},
+      {"run missing.png -o out.png negative", kNoInput, "missing.png: No such file"},
+      {"run broken.jpg -o out.png negative", kNoInput, "broken.jpg: damaged PNG"},
+      {"run words.txt -o out.png negative", kNoInput, "PNG, JPEG, TIFF, WebP, BMP and PNM"},
+      {"run . -o out.png negative", kNoInput, "Is a directory"},
+      {"run scene.png -o nowhere/out.png negative", kNoOutput, "nowhere/out.png"},
+      {"run scene.png -o out.png --module words.txt negative", kModuleFault, "cannot load"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words);
+    const Outcome outcome = Run(c.words);
+    EXPECT_EQ(outcome.exit_code, c.exit_code);
+    EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << outcome.errors;
+    EXPECT_TRUE(outcome.errors.starts_with("qel: ")) << outcome.errors;
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "out.png"));
+  }
+}
+
+TEST_F(Tool, LeavesTheOldOutputWhenItFails) {
+  WriteFile(folder_ / "broken.png", ReadFile(folder_ / "scene.png").substr(0, 5000));
+  WriteFile(folder_ / "out.png", "old content");
+  EXPECT_EQ(Run("run broken.png -o out.png negative").exit_code, kNoInput);
+  EXPECT_EQ(ReadFile(folder_ / "out.png"), "old content");
+  EXPECT_EQ(Run("run scene.png -o out.png negative").exit_code, kDone);
+  EXPECT_EQ(Load("out.png").image->width(), kDemoWidth);
+  // No temporary files stay behind.
+  for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with(".qel-")) << entry.path();
+  }
+}
+
+TEST_F(Tool, ListsAndDescribesEveryOperation) {
+  const std::string list = Run("list").output;
+  for (const Operation& operation : OperationTable()) {
+    SCOPED_TRACE(operation.name);
+    EXPECT_NE(list.find("  " + std::string(operation.name) + " "), std::string::npos);
+    const std::string help = Run("help " + std::string(operation.name)).output;
+    for (const Parameter& parameter : operation.parameters) {
+      EXPECT_NE(help.find(std::string(parameter.name) + "="), std::string::npos) << help;
+    }
+    EXPECT_NE(help.find(operation.example), std::string::npos) << help;
+    EXPECT_EQ(ParseSteps({std::string(operation.example)}).size(), 1u);
+  }
+}
+
+TEST_F(Tool, DemoWritesAPictureForEveryOperation) {
+  const Outcome outcome = Run("demo -o pictures");
+  ASSERT_EQ(outcome.exit_code, kDone) << outcome.errors;
+  EXPECT_NE(outcome.output.find("pictures"), std::string::npos);
+  std::set<std::string> written;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_ / "pictures")) {
+    written.insert(entry.path().stem().string());
+    EXPECT_GT(LoadPicture(entry.path().string(), {}).image->width(), 0);
+  }
+  EXPECT_TRUE(written.contains("scene") && written.contains("before-after"));
+  for (const Operation& operation : OperationTable()) {
+    EXPECT_TRUE(written.contains(std::string(operation.name))) << operation.name;
+  }
+}
+
+TEST(Steps, SplitWordsQuotesAndValuesWithBlanks) {
+  const auto steps = ParseSteps({"negative light", "brightness=3", "gamma 'gamma=2'", "lut"});
+  ASSERT_EQ(steps.size(), 4u);
+  EXPECT_EQ(steps[1].operation->name, "light");
+  EXPECT_EQ(steps[1].arguments.Int("brightness"), 3);
+  EXPECT_EQ(steps[1].arguments.Int("contrast"), 0);
+  EXPECT_EQ(steps[2].arguments.Number("gamma"), 2);
+}
+
+}  // namespace
+}  // namespace qel::cli
