@@ -11,20 +11,27 @@ namespace qel {
 /// bits). Depths without indices are left alone.
 inline void RemapIndices(const ImageView& view, const uint8_t (&table)[256]) {
   if (!view.HasPixels()) return;
-  for (int64_t y = 0; y < view.Rows(); ++y) {
-    uint8_t* const row = view.Row(y);
-    if (view.bit_count == 8) {
-      ActiveToneKernels().lut_bytes(row, static_cast<size_t>(view.Columns()), table);
-      continue;
-    }
-    VisitAccessLayout(view.bit_count, [&](auto codec) {
-      if constexpr (!decltype(codec)::kDirect) {
-        for (int64_t x = 0; x < view.Columns(); ++x) {
-          codec.StoreIndex(row, x, table[codec.LoadIndex(row, x)]);
+  VisitAccessLayout(view.bit_count, [&](auto codec) {
+    using Codec = decltype(codec);
+    if constexpr (requires { Codec::kPerByte; }) {
+      // Whole bytes have 256 values at every depth; the pixels of a last, partial byte go singly.
+      uint8_t byte_table[256];
+      for (size_t i = 0; i < 256; ++i) {
+        byte_table[i] = static_cast<uint8_t>(i);
+        for (int x = 0; x < Codec::kPerByte; ++x) {
+          Codec::StoreIndex(&byte_table[i], x, table[Codec::LoadIndex(&byte_table[i], x)]);
         }
       }
-    });
-  }
+      const int64_t whole_bytes = view.Columns() / Codec::kPerByte;
+      for (int64_t y = 0; y < view.Rows(); ++y) {
+        uint8_t* const row = view.Row(y);
+        ActiveToneKernels().lut_bytes(row, static_cast<size_t>(whole_bytes), byte_table);
+        for (int64_t x = whole_bytes * Codec::kPerByte; x < view.Columns(); ++x) {
+          Codec::StoreIndex(row, x, table[Codec::LoadIndex(row, x)]);
+        }
+      }
+    }
+  });
 }
 
 }  // namespace qel

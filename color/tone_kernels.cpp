@@ -1,53 +1,121 @@
 #include "color/tone_kernels.h"
 
-#ifdef QEL_LEVEL_avx512vbmi
-#include <immintrin.h>
-#endif
+#include "color/colour_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
-#ifdef QEL_LEVEL_avx512vbmi
+#ifdef QEL_HAS_COLOUR_VECTORS
 
-/// A table of 256 bytes in four registers, looked up 64 bytes at a time.
-class TableLookup {
- public:
-  explicit TableLookup(const uint8_t* table)
-      : part0_(_mm512_loadu_si512(table)),
-        part1_(_mm512_loadu_si512(table + 64)),
-        part2_(_mm512_loadu_si512(table + 128)),
-        part3_(_mm512_loadu_si512(table + 192)) {}
-
-  __m512i operator()(__m512i index) const {
-    const __m512i low = _mm512_permutex2var_epi8(part0_, index, part1_);
-    const __m512i high = _mm512_permutex2var_epi8(part2_, index, part3_);
-    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(index), low, high);
-  }
-
- private:
-  __m512i part0_, part1_, part2_, part3_;
-};
-
-/// Looks up the bytes of a row that are set in every 64-bit group of `lanes`.
-void LookUpLanes(uint8_t* row, size_t count, const uint8_t* table, __mmask64 lanes) {
-  const TableLookup lookup(table);
-  size_t i = 0;
-  for (; i + 64 <= count; i += 64) {
-    const __m512i old = _mm512_loadu_si512(row + i);
-    _mm512_storeu_si512(row + i, _mm512_mask_mov_epi8(old, lanes, lookup(old)));
-  }
-  if (i < count) {
-    const __mmask64 rest = (~__mmask64{0}) >> (64 - (count - i));
-    const __m512i old = _mm512_maskz_loadu_epi8(rest, row + i);
-    _mm512_mask_storeu_epi8(row + i, rest & lanes, lookup(old));
-  }
-}
+/// The upper half of a product with it is a third, truncated: exact for sums of three bytes.
+constexpr int kThird = 21846;
 
 void LutBytes(uint8_t* row, size_t count, const uint8_t* table) {
-  LookUpLanes(row, count, table, ~__mmask64{0});
+  const TableLookup lookup(table);
+  ForEachBlock<1, kVectorBytes>(
+      row, row, count, [&](uint8_t* to, const uint8_t* from) { Store(to, lookup(Load(from))); });
 }
 void LutPixels(uint8_t* row, size_t count, const uint8_t* table) {
-  LookUpLanes(row, 4 * count, table, 0x7777777777777777u);
+  static constexpr Pattern<16> kColour = {
+      {255, 255, 255, 0, 255, 255, 255, 0, 255, 255, 255, 0, 255, 255, 255, 0}};
+  const TableLookup lookup(table);
+  const Vector colour = FillLanes(kColour.bytes);
+  ForEachBlock<4, kVectorBytes / 4>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
+    const Vector old = Load(from);
+    Store(to, old ^ ((old ^ lookup(old)) & colour));
+  });
+}
+
+void ShiftBytes(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract) {
+  constexpr size_t kParts = kShiftPeriod / kVectorBytes;
+  Vector adds[kParts], subtracts[kParts];
+  for (size_t k = 0; k < kParts; ++k) {
+    adds[k] = Load(add + k * kVectorBytes);
+    subtracts[k] = Load(subtract + k * kVectorBytes);
+  }
+  ForEachBlock<1, kShiftPeriod>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
+    for (size_t k = 0; k < kParts; ++k) {
+      const Vector raised = AddUnsigned(Load(from + k * kVectorBytes), adds[k]);
+      Store(to + k * kVectorBytes, SubtractUnsigned(raised, subtracts[k]));
+    }
+  });
+}
+
+/// (117 a + 601 b + 306 c) >> 10, the factors taken apart as 16 * high + low so that words hold the
+/// sums: what the low parts carry is all that counts of them.
+void MixBytes(uint8_t* dest, const uint8_t* source, size_t count) {
+  const Vector zero = FillBytes(0);
+  const Vector high_ab = FillWords(37 << 8 | 7), low_ab = FillWords(9 << 8 | 5);
+  const Vector high_c = FillWords(19), low_c = FillWords(2);
+  const auto mix = [&](Vector ab, Vector c) {
+    const Vector high = AddWords(SumPairs(ab, high_ab), SumPairs(c, high_c));
+    const Vector low = AddWords(SumPairs(ab, low_ab), SumPairs(c, low_c));
+    return ShiftWords<6>(AddWords(high, ShiftWords<4>(low)));
+  };
+  ForEachBlock<1, kVectorBytes, 2>(dest, source, count, [&](uint8_t* to, const uint8_t* from) {
+    const Vector a = Load(from), b = Load(from + 1), c = Load(from + 2);
+    Store(to,
+          PackWords(mix(PairLow(a, b), PairLow(c, zero)), mix(PairHigh(a, b), PairHigh(c, zero))));
+  });
+}
+
+/// The sums of the channels of 3-byte pixels, in words of the order that packing them restores.
+struct ChannelSums {
+  explicit ChannelSums(const uint8_t* pixels) {
+    Vector channels[3];
+    LoadPixels<3>(pixels, channels);
+    const Vector ones = FillBytes(1);
+    const Vector zero = FillBytes(0);
+    low = AddWords(SumPairs(PairLow(channels[0], channels[1]), ones), PairLow(channels[2], zero));
+    high =
+        AddWords(SumPairs(PairHigh(channels[0], channels[1]), ones), PairHigh(channels[2], zero));
+  }
+  Vector low, high;
+};
+
+void Mean3(uint8_t* dest, const uint8_t* source, size_t pixels) {
+  const Vector third = FillWords(kThird);
+  ForEachBlock<3, kVectorBytes>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
+    const ChannelSums sums(from);
+    StoreGreyPixels(to, PackWords(HighProducts(sums.low, third), HighProducts(sums.high, third)));
+  });
+}
+
+/// A limit for sums of three bytes, within what words compare.
+Vector SumLimits(int32_t limit) { return FillWords(limit < -1 ? -1 : limit > 765 ? 765 : limit); }
+
+void Threshold3(uint8_t* row, size_t pixels, int32_t limit) {
+  const Vector limits = SumLimits(limit);
+  ForEachBlock<3, kVectorBytes>(row, row, pixels, [&](uint8_t* to, const uint8_t* from) {
+    const ChannelSums sums(from);
+    StoreGreyPixels(to, PackMasks(WordsAbove(sums.low, limits), WordsAbove(sums.high, limits)));
+  });
+}
+
+/// Writes 4-byte pixels: into the colour bytes what `grey` makes, as a word, of their sum.
+template <typename Grey>
+void ReplaceBySum(uint8_t* dest, const uint8_t* source, size_t pixels, Grey&& grey) {
+  static constexpr Pattern<16> kColourOnes = {{1, 1, 1, 0, 1, 1, 1, 0, 1, 1, 1, 0, 1, 1, 1, 0}};
+  static constexpr Pattern<16> kFirstOfFour = {
+      {0, 0, 0, 128, 4, 4, 4, 128, 8, 8, 8, 128, 12, 12, 12, 128}};
+  const Vector colour_ones = FillLanes(kColourOnes.bytes);
+  const Vector first_of_four = FillLanes(kFirstOfFour.bytes);
+  const Vector alpha = FillDwords(0xFF000000u);
+  ForEachBlock<4, kVectorBytes / 4>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
+    const Vector old = Load(from);
+    const Vector sums = SumWordPairs(SumPairs(old, colour_ones), FillWords(1));
+    Store(to, (old & alpha) | ShuffleLanes(grey(sums), first_of_four));
+  });
+}
+
+void Mean4(uint8_t* dest, const uint8_t* source, size_t pixels) {
+  const Vector third = FillWords(kThird);
+  ReplaceBySum(dest, source, pixels, [&](Vector sums) { return HighProducts(sums, third); });
+}
+
+void Threshold4(uint8_t* row, size_t pixels, int32_t limit) {
+  const Vector limits = SumLimits(limit);
+  ReplaceBySum(row, row, pixels, [&](Vector sums) { return WordsAbove(sums, limits); });
 }
 
 #else
@@ -61,33 +129,17 @@ void LutPixels(uint8_t* row, size_t count, const uint8_t* table) {
   }
 }
 
-#endif
-
-void InvertBytes(uint8_t* row, size_t count) {
-  for (size_t i = 0; i < count; ++i) row[i] = static_cast<uint8_t>(~row[i]);
-}
-void InvertPixels(uint8_t* row, size_t count) {
-  for (size_t i = 0; i < 4 * count; ++i) {
-    row[i] = static_cast<uint8_t>(row[i] ^ (i % 4 == 3 ? 0x00 : 0xFF));
-  }
-}
-
-/// Sums and differences in byte lanes: a wrapped one shows in the comparison with its operand.
 inline uint8_t ShiftByte(uint8_t value, uint8_t add, uint8_t subtract) {
-  const auto sum = static_cast<uint8_t>(value + add);
-  const auto raised = static_cast<uint8_t>(sum < value ? 0xFF : sum);
-  const auto difference = static_cast<uint8_t>(raised - subtract);
-  return static_cast<uint8_t>(difference > raised ? 0 : difference);
+  const int raised = value + add > 255 ? 255 : value + add;
+  return static_cast<uint8_t>(raised < subtract ? 0 : raised - subtract);
 }
 void ShiftBytes(uint8_t* __restrict row, size_t count, const uint8_t* __restrict add,
                 const uint8_t* __restrict subtract) {
-  size_t i = 0;
-  for (; i + kShiftPeriod <= count; i += kShiftPeriod) {
-    for (size_t k = 0; k < kShiftPeriod; ++k) {
-      row[i + k] = ShiftByte(row[i + k], add[k], subtract[k]);
-    }
+  for (; count > 0; row += kShiftPeriod) {
+    const size_t part = count < kShiftPeriod ? count : kShiftPeriod;
+    for (size_t k = 0; k < part; ++k) row[k] = ShiftByte(row[k], add[k], subtract[k]);
+    count -= part;
   }
-  for (size_t k = 0; i + k < count; ++k) row[i + k] = ShiftByte(row[i + k], add[k], subtract[k]);
 }
 
 void MixBytes(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t count) {
@@ -97,6 +149,7 @@ void MixBytes(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t
   }
 }
 
+/// The truncated mean; 4-byte pixels keep the source's alpha.
 template <size_t kBytes>
 void Mean(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pixels) {
   for (size_t i = 0; i < pixels; ++i) {
@@ -106,6 +159,8 @@ void Mean(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pix
     if constexpr (kBytes == 4) d[3] = s[3];
   }
 }
+constexpr auto Mean3 = Mean<3>;
+constexpr auto Mean4 = Mean<4>;
 
 template <size_t kBytes>
 void Threshold(uint8_t* row, size_t pixels, int32_t limit) {
@@ -113,6 +168,22 @@ void Threshold(uint8_t* row, size_t pixels, int32_t limit) {
     uint8_t* const pixel = row + kBytes * i;
     const uint8_t value = pixel[0] + pixel[1] + pixel[2] > limit ? 255 : 0;
     pixel[0] = pixel[1] = pixel[2] = value;
+  }
+}
+constexpr auto Threshold3 = Threshold<3>;
+constexpr auto Threshold4 = Threshold<4>;
+
+#endif
+
+void InvertBytes(uint8_t* row, size_t count) {
+  for (size_t i = 0; i < count; ++i) row[i] = static_cast<uint8_t>(~row[i]);
+}
+void InvertPixels(uint8_t* row, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    uint32_t colour;
+    __builtin_memcpy(&colour, row + 4 * i, sizeof(colour));
+    colour ^= 0x00FFFFFFu;
+    __builtin_memcpy(row + 4 * i, &colour, sizeof(colour));
   }
 }
 
@@ -126,10 +197,10 @@ constinit const ToneKernels kToneKernels = {
     .invert_pixels = &InvertPixels,
     .shift_bytes = &ShiftBytes,
     .mix_bytes = &MixBytes,
-    .mean3 = &Mean<3>,
-    .mean4 = &Mean<4>,
-    .threshold3 = &Threshold<3>,
-    .threshold4 = &Threshold<4>,
+    .mean3 = Mean3,
+    .mean4 = Mean4,
+    .threshold3 = Threshold3,
+    .threshold4 = Threshold4,
 };
 
 }  // namespace qel::QEL_LEVEL

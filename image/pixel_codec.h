@@ -46,6 +46,7 @@ template <int kBits>
 struct PaletteIndex {
   static_assert(kBits == 1 || kBits == 4 || kBits == 8);
   static constexpr bool kDirect = false;
+  static constexpr int kPerByte = 8 / kBits;
   static constexpr unsigned kMask = (1u << kBits) - 1;
   static constexpr int Shift(int64_t x) { return static_cast<int>(8 - kBits - x * kBits % 8); }
 

@@ -1,0 +1,72 @@
+#include "color/color_transform.h"
+#include "color/pixel_kernels.h"
+#include "image/image_view.h"
+
+namespace qel {
+namespace {
+
+/// Reads the image that an operation is to give alpha. False when it has none to be given: a null
+/// image, or one of 24 bits or less.
+[[nodiscard]] bool ReadAlphaView(IQEL* image, ImageView& view) {
+  if (image == nullptr) return false;
+  view = ReadView(*image);
+  // Bit counts compare as unsigned.
+  return static_cast<uint32_t>(view.bit_count) > 24;
+}
+
+/// The alpha byte to store.
+// Deliberate: 0 becomes 1, so that alpha 0 marks the pixels of the key colour and no others. Only
+// the whole number 0 does: 256 stores 0.
+uint8_t AlphaToStore(int alpha) { return static_cast<uint8_t>(alpha == 0 ? 1 : alpha); }
+
+/// The colour of a pixel from a key, which has red in its low byte and an ignored top byte.
+uint32_t ColourOfKey(uint32_t key) {
+  return (key & 0xFF) << 16 | (key & 0xFF00) | (key >> 16 & 0xFF);
+}
+
+/// Calls `change(row, pixels)` for every row, unless there is nothing to change.
+template <typename Change>
+void ForEachRow(const ImageView& view, Change&& change) {
+  if (!view.HasPixels()) return;
+  for (int64_t y = 0; y < view.Rows(); ++y) {
+    change(view.Row(y), static_cast<size_t>(view.Columns()));
+  }
+}
+
+// Deliberate: at bit counts from 25 to 31 and above 32, constant alpha is written to every fourth
+// byte of 4 * width bytes from the start of each row, past its end at 25 to 31 bits, whereas the
+// operations with a key take such pixels as three bytes without alpha and change nothing.
+bool HasKeyedAlpha(const ImageView& view) { return view.bit_count == 32; }
+
+}  // namespace
+
+result_t CQELColorTransform::SetImageAlpha(IQEL* image, int alpha, int /*reserved*/) {
+  ImageView view;
+  if (!ReadAlphaView(image, view)) return kFail;
+  ForEachRow(view, [&](uint8_t* row, size_t pixels) {
+    ActivePixelKernels().set_alpha(row, pixels, AlphaToStore(alpha));
+  });
+  return kOk;
+}
+
+result_t CQELColorTransform::SetImageAlphaTransparency(IQEL* image, int alpha, uint32_t key) {
+  ImageView view;
+  if (!ReadAlphaView(image, view)) return kFail;
+  if (!HasKeyedAlpha(view)) return kOk;
+  ForEachRow(view, [&](uint8_t* row, size_t pixels) {
+    ActivePixelKernels().set_alpha_but_key(row, pixels, AlphaToStore(alpha), ColourOfKey(key));
+  });
+  return kOk;
+}
+
+result_t CQELColorTransform::SetImageTransparentPixel(IQEL* image, uint32_t key) {
+  ImageView view;
+  if (!ReadAlphaView(image, view)) return kFail;
+  if (!HasKeyedAlpha(view)) return kOk;
+  ForEachRow(view, [&](uint8_t* row, size_t pixels) {
+    ActivePixelKernels().clear_key(row, pixels, ColourOfKey(key));
+  });
+  return kOk;
+}
+
+}  // namespace qel

@@ -1,0 +1,66 @@
+#ifndef QEL_COLOR_PIXEL_KERNELS_H_
+#define QEL_COLOR_PIXEL_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/cpu_level.h"
+
+namespace qel {
+
+/// The colour that a pixel takes by its lightness, and how much of it.
+struct Tint {
+  uint8_t colour[3][256];  ///< blue, green and red by lightness
+  int weight;  ///< share of the new colour in 256ths, 1 to 256; 256 replaces the old one
+};
+
+/// Lightness of a colour: the middle of its largest and smallest channel, halves rounded up.
+static inline constexpr uint8_t LightnessOf(uint8_t blue, uint8_t green, uint8_t red) {
+  const uint8_t bigger = blue > green ? blue : green;
+  const uint8_t smaller = blue > green ? green : blue;
+  const int sum = (bigger > red ? bigger : red) + (smaller < red ? smaller : red);
+  return static_cast<uint8_t>((sum + 1) >> 1);
+}
+
+/// Channel `channel` of a pixel of this lightness after tinting.
+static inline constexpr uint8_t TintedChannel(const Tint& tint, int channel, uint8_t lightness,
+                                              uint8_t old) {
+  return static_cast<uint8_t>(
+      (tint.colour[channel][lightness] * tint.weight + old * (256 - tint.weight)) >> 8);
+}
+
+/// Row functions on whole pixels. Nothing beyond the count is touched. Keys are 0x00RRGGBB.
+struct PixelKernels {
+  /// The alpha byte of 4-byte pixels.
+  void (*set_alpha)(uint8_t* row, size_t pixels, uint8_t alpha);
+  /// Alpha 0 for the 4-byte pixels of colour `key`; the others keep theirs.
+  void (*clear_key)(uint8_t* row, size_t pixels, uint32_t key);
+  /// Alpha 0 for the 4-byte pixels of colour `key`, `alpha` for the others.
+  void (*set_alpha_but_key)(uint8_t* row, size_t pixels, uint8_t alpha, uint32_t key);
+  /// Tints 3-byte pixels, and 4-byte pixels, which keep their alpha.
+  void (*tint3)(uint8_t* row, size_t pixels, const Tint& tint);
+  void (*tint4)(uint8_t* row, size_t pixels, const Tint& tint);
+};
+
+namespace sse2 {
+extern const PixelKernels kPixelKernels;
+}
+namespace avx2 {
+extern const PixelKernels kPixelKernels;
+}
+namespace avx512 {
+extern const PixelKernels kPixelKernels;
+}
+namespace avx512vbmi {
+extern const PixelKernels kPixelKernels;
+}
+
+inline const PixelKernels& PixelKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kPixelKernels, avx2::kPixelKernels, avx512::kPixelKernels,
+                       avx512vbmi::kPixelKernels);
+}
+inline const PixelKernels& ActivePixelKernels() { return PixelKernelsFor(kActiveCpuLevel); }
+
+}  // namespace qel
+
+#endif  // QEL_COLOR_PIXEL_KERNELS_H_
