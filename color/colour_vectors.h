@@ -35,7 +35,6 @@ inline Vector FillBytes(int byte) { return _mm256_set1_epi8(static_cast<char>(by
 inline Vector FillWords(int word) { return _mm256_set1_epi16(static_cast<short>(word)); }
 inline Vector FillDwords(uint32_t dword) { return _mm256_set1_epi32(static_cast<int>(dword)); }
 inline Vector ShuffleLanes(Vector v, Vector index) { return _mm256_shuffle_epi8(v, index); }
-inline Vector SubtractSigned(Vector a, Vector b) { return _mm256_subs_epi8(a, b); }
 inline Vector AddUnsigned(Vector a, Vector b) { return _mm256_adds_epu8(a, b); }
 inline Vector SubtractUnsigned(Vector a, Vector b) { return _mm256_subs_epu8(a, b); }
 inline Vector Max(Vector a, Vector b) { return _mm256_max_epu8(a, b); }
@@ -48,6 +47,14 @@ inline Vector SumPairs(Vector a, Vector b) { return _mm256_maddubs_epi16(a, b); 
 inline Vector AddWords(Vector a, Vector b) { return _mm256_add_epi16(a, b); }
 inline Vector SumWordPairs(Vector a, Vector b) { return _mm256_madd_epi16(a, b); }
 inline Vector HighProducts(Vector a, Vector b) { return _mm256_mulhi_epu16(a, b); }
+/// Bit `kBit` of every byte, for `Choose`, which takes `set` where it is set.
+template <int kBit>
+Vector IndexBit(Vector v) {
+  return _mm256_slli_epi16(v, 7 - kBit);
+}
+inline Vector Choose(Vector bit, Vector clear, Vector set) {
+  return _mm256_blendv_epi8(clear, set, bit);
+}
 template <int kBits>
 Vector ShiftWords(Vector v) {
   return _mm256_srli_epi16(v, kBits);
@@ -67,7 +74,6 @@ inline Vector FillBytes(int byte) { return _mm512_set1_epi8(static_cast<char>(by
 inline Vector FillWords(int word) { return _mm512_set1_epi16(static_cast<short>(word)); }
 inline Vector FillDwords(uint32_t dword) { return _mm512_set1_epi32(static_cast<int>(dword)); }
 inline Vector ShuffleLanes(Vector v, Vector index) { return _mm512_shuffle_epi8(v, index); }
-inline Vector SubtractSigned(Vector a, Vector b) { return _mm512_subs_epi8(a, b); }
 inline Vector AddUnsigned(Vector a, Vector b) { return _mm512_adds_epu8(a, b); }
 inline Vector SubtractUnsigned(Vector a, Vector b) { return _mm512_subs_epu8(a, b); }
 inline Vector Max(Vector a, Vector b) { return _mm512_max_epu8(a, b); }
@@ -79,6 +85,13 @@ inline Vector SumPairs(Vector a, Vector b) { return _mm512_maddubs_epi16(a, b); 
 inline Vector AddWords(Vector a, Vector b) { return _mm512_add_epi16(a, b); }
 inline Vector SumWordPairs(Vector a, Vector b) { return _mm512_madd_epi16(a, b); }
 inline Vector HighProducts(Vector a, Vector b) { return _mm512_mulhi_epu16(a, b); }
+template <int kBit>
+__mmask64 IndexBit(Vector v) {
+  return _mm512_movepi8_mask(_mm512_slli_epi16(v, 7 - kBit));
+}
+inline Vector Choose(__mmask64 bit, Vector clear, Vector set) {
+  return _mm512_mask_blend_epi8(bit, clear, set);
+}
 template <int kBits>
 Vector ShiftWords(Vector v) {
   return _mm512_srli_epi16(v, kBits);
@@ -195,33 +208,28 @@ inline void StoreGreyPixels(uint8_t* to, Vector grey) {
 
 #else
 
-/// A table of 256 bytes, looked up for a whole vector at a time: sixteen shuffles, each for those
-/// indices that reach its sixteen entries or later ones. An index that falls below 0 on its way
-/// down finds nothing more, so every entry is kept as the difference to the one before it.
+/// A table of 256 bytes, looked up for a whole vector at a time: sixteen shuffles by the low halves
+/// of the indices, of whose results the bits of the high halves choose one.
 class TableLookup {
  public:
   explicit TableLookup(const uint8_t* table) {
-    for (size_t k = 0; k < 16; ++k) {
-      steps_[k] = FillLanes(table + 16 * k);
-      if (k % 8 != 0) steps_[k] ^= FillLanes(table + 16 * (k - 1));
-    }
+    for (size_t k = 0; k < 16; ++k) parts_[k] = FillLanes(table + 16 * k);
   }
 
   Vector operator()(Vector index) const {
-    const Vector sixteen = FillBytes(16);
-    Vector low = index;
-    Vector high = index ^ FillBytes(0x80);
-    Vector found = ShuffleLanes(steps_[0], low) ^ ShuffleLanes(steps_[8], high);
-    for (size_t k = 1; k < 8; ++k) {
-      low = SubtractSigned(low, sixteen);
-      high = SubtractSigned(high, sixteen);
-      found ^= ShuffleLanes(steps_[k], low) ^ ShuffleLanes(steps_[8 + k], high);
-    }
-    return found;
+    const Vector low = index & FillBytes(0x0F);
+    const auto bit4 = IndexBit<4>(index);
+    const auto bit5 = IndexBit<5>(index);
+    const auto bit6 = IndexBit<6>(index);
+    const auto entry = [&](size_t k) { return ShuffleLanes(parts_[k], low); };
+    const auto pair = [&](size_t k) { return Choose(bit4, entry(k), entry(k + 1)); };
+    const auto four = [&](size_t k) { return Choose(bit5, pair(k), pair(k + 2)); };
+    const auto eight = [&](size_t k) { return Choose(bit6, four(k), four(k + 4)); };
+    return Choose(IndexBit<7>(index), eight(0), eight(8));
   }
 
  private:
-  Vector steps_[16];
+  Vector parts_[16];
 };
 
 // Shuffles stay within a lane. A lane of pixels is sixteen of them: as many lanes of memory as a
