@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "tests/support/oracle_pixels.h"
@@ -86,12 +85,6 @@ int RandomOffset(int span) {
   return TruncateToInt((static_cast<double>(share) - 0.5) * static_cast<double>(span));
 }
 
-int32_t LoadWord(const uint8_t* at) {
-  int32_t word;
-  std::memcpy(&word, at, sizeof(word));
-  return word;
-}
-
 }  // namespace
 
 result_t Filter(const Raster& source, const int* kernel, int size, int divisor, int offset,
@@ -122,12 +115,11 @@ result_t Kernel(const Raster& source, const int16_t* kernel, int size, int divis
   for (int64_t y = 0; y < source.height - size; ++y) {
     for (int64_t x = 0; x < source.width - size; ++x) {
       if (size > 0) {
-        const uint8_t* row = source.Bits() + 4 * (y + size - 1) * source.stride;
-        value = WrappedProduct(kernel[size * size - 1], LoadWord(row + 4 * (x + size - 1)));
+        const int64_t tap = (y + size - 1) * source.stride + x + size - 1;
+        value = WrappedProduct(kernel[size * size - 1], LoadWord(source.Bits() + 4 * tap));
       }
       value = DividedAndShifted(value, divisor, offset);
-      uint8_t* row = result.Bits() + 4 * (half + y) * result.stride;
-      std::memcpy(row + 4 * (half + x), &value, sizeof(value));
+      StoreWord(result.Bits() + 4 * ((half + y) * result.stride + half + x), value);
     }
   }
   return kOk;

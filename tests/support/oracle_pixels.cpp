@@ -1,6 +1,7 @@
 #include "tests/support/oracle_pixels.h"
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace qel::test::oracle {
@@ -55,6 +56,14 @@ int WrappedSum(int a, int b) {
 int WrappedProduct(int a, int b) {
   return static_cast<int>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
 }
+
+int32_t LoadWord(const uint8_t* at) {
+  int32_t word;
+  std::memcpy(&word, at, sizeof(word));
+  return word;
+}
+
+void StoreWord(uint8_t* at, int32_t word) { std::memcpy(at, &word, sizeof(word)); }
 
 int NearestIndex(uint32_t colour) {
   int best_distance = 200000;

@@ -21,6 +21,10 @@ int ClampToByte(int64_t value);
 int WrappedSum(int a, int b);
 int WrappedProduct(int a, int b);
 
+/// A 32-bit word at any address.
+int32_t LoadWord(const uint8_t* at);
+void StoreWord(uint8_t* at, int32_t word);
+
 /// Index of the nearest entry of the grey ramp, the lowest among equals.
 int NearestIndex(uint32_t colour);
 
