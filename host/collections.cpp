@@ -5,11 +5,7 @@
 namespace qel::host {
 namespace {
 
-result_t CreateString(void* /*reserved*/, const IID* iid, void** object) {
-  return HostString::Make()->QueryInterface(*iid, object);
-}
-
-constexpr SiblingComponent kComponents[] = {{L"CreatableString", &CreateString}};
+constexpr SiblingComponent kComponents[] = {{kStringName, &CreateWith<&HostString::Make>}};
 
 }  // namespace
 }  // namespace qel::host

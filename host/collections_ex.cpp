@@ -6,33 +6,29 @@
 namespace qel::host {
 namespace {
 
-/// The collection that the program handed over, if any.
+/// The collection that was handed over, if any.
 SmartPtr<IComponentCollection>& Given() {
   static SmartPtr<IComponentCollection> given;
   return given;
 }
 
-/// The collection of the process. Images live here; strings come from the module "Collections".
-IComponentCollection* ProcessCollection() {
+/// The collection of the process: the one handed over, else one of this module's own, which lasts.
+/// It offers images; strings come from the module "Collections".
+SmartPtr<IComponentCollection> ProcessCollection() {
+  if (Given()) return Given();
   static const SmartPtr<HostCollection> own = [] {
     SmartPtr<HostCollection> made = HostCollection::Make();
     made->OfferImages({.clear = true});
     return made;
   }();
-  return Given() ? Given().Get() : own.Get();
+  return SmartPtr<IComponentCollection>::Retain(own.Get());
 }
 
-result_t CreateCollection(void* /*reserved*/, const IID* iid, void** object) {
-  return ProcessCollection()->QueryInterface(*iid, object);
-}
-
-result_t CreateLocator(void* /*reserved*/, const IID* iid, void** object) {
-  return HostLocator::Make(ProcessCollection(), {})->QueryInterface(*iid, object);
-}
+SmartPtr<HostLocator> MakeLocator() { return HostLocator::Make(ProcessCollection().Get(), {}); }
 
 constexpr SiblingComponent kComponents[] = {
-    {L"GlobalComponentCollection", &CreateCollection},
-    {L"ComponentString", &CreateLocator},
+    {kCollectionName, &CreateWith<&ProcessCollection>},
+    {kLocatorName, &CreateWith<&MakeLocator>},
 };
 
 }  // namespace

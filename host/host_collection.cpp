@@ -7,19 +7,17 @@
 namespace qel::host {
 
 std::wstring_view TextOf(tagREFString text) {
-  return {text.text, static_cast<uint32_t>(text.length)};
-}
-
-result_t HostString::QueryInterface(const IID& iid, void** object) {
-  // The base answers for the last interface of the chain; these are its bases.
-  const bool base = iid == IID_IString || iid == IID_ICreatableString;
-  return HostObject::QueryInterface(base ? IID_IHostString : iid, object);
+  const auto length = static_cast<int32_t>(text.length);
+  if (length <= 0 || text.text == nullptr) return {};
+  return {text.text, static_cast<size_t>(length)};
 }
 
 result_t HostString::AppendChars(int count, const wchar_t* characters) {
   if (count < 0 || (count > 0 && characters == nullptr)) return kInvalidArgument;
-  text_.append(characters, static_cast<size_t>(count));
-  return kOk;
+  return FailWithoutMemory([&] {
+    text_.append(characters, static_cast<size_t>(count));
+    return kOk;
+  });
 }
 
 result_t HostString::GetText(tagREFString* text) {
@@ -32,27 +30,35 @@ SmartPtr<HostLocator> HostLocator::Make(IComponentCollection* collection, std::w
 }
 
 result_t HostLocator::SetPart(int part, tagREFString text) {
-  switch (part) {
-    case kLocatorComponent:
-      component_ = TextOf(text);
-      return kOk;
-    case kLocatorModule:
-      module_ = TextOf(text);
-      return kOk;
-    default:
-      return kInvalidArgument;
-  }
+  if (part != kLocatorComponent && part != kLocatorModule) return kInvalidArgument;
+  return FailWithoutMemory([&] {
+    (part == kLocatorComponent ? component_ : module_) = TextOf(text);
+    found_in_module_ = nullptr;
+    return kOk;
+  });
 }
 
 result_t HostLocator::CreateInstance(const IID* iid, void** object) {
-  if (iid == nullptr || object == nullptr) return kNullOutput;
+  if (object == nullptr) return kNullOutput;
   *object = nullptr;
+  if (iid == nullptr) return kInvalidArgument;
   const tagREFString name{component_.size(), component_.data()};
-  if (module_.empty()) {
-    return collection_ ? collection_->CreateComponent(name, iid, object) : kFail;
+  if (collection_) {
+    const result_t result = collection_->CreateComponent(name, iid, object);
+    if (*object != nullptr || module_.empty()) return result;
   }
-  const CreationFunction create = FindInSiblingModule(module_, name, collection_.Get());
+  CreationFunction create = found_in_module_;
+  if (create == nullptr && !module_.empty()) {
+    create = FindInSiblingModule(module_, name, collection_.Get());
+    found_in_module_ = create;
+  }
   return create != nullptr ? create(nullptr, iid, object) : kFail;
+}
+
+HostCollection::HostCollection() {
+  Offer(kLocatorName, MakerOf([this] { return HostLocator::Make(this, {}); }));
+  Offer(kCollectionName,
+        [this](const IID& iid, void** object) { return QueryInterface(iid, object); });
 }
 
 SmartPtr<HostCollection> HostCollection::MakeWithImages(const ImageOptions& options) {
@@ -75,7 +81,7 @@ void HostCollection::OfferImages(const ImageOptions& options) {
   Offer(kImageComponentName, MakerOf([options] { return HostImage::Make(options); }));
 }
 
-void HostCollection::OfferStrings() { Offer(L"CreatableString", MakerOf(&HostString::Make)); }
+void HostCollection::OfferStrings() { Offer(kStringName, MakerOf(&HostString::Make)); }
 
 const HostCollection::Entry* HostCollection::Find(std::wstring_view name) const {
   const auto found = std::ranges::find(entries_, name, &Entry::name);
@@ -83,8 +89,9 @@ const HostCollection::Entry* HostCollection::Find(std::wstring_view name) const 
 }
 
 result_t HostCollection::FindItem(IString* name, int* index) {
+  if (index == nullptr) return kNullOutput;
   const auto text = QueryFor<IHostString>(name);
-  if (!text || index == nullptr) return kFail;
+  if (!text) return kFail;
   tagREFString spelled{};
   text->GetText(&spelled);
   const Entry* const entry = Find(TextOf(spelled));
@@ -97,8 +104,10 @@ result_t HostCollection::GetItem(int index, IUnknown** item) {
   if (item == nullptr) return kNullOutput;
   *item = nullptr;
   if (index < 0 || static_cast<size_t>(index) >= entries_.size()) return kInvalidArgument;
-  *item = HostLocator::Make(this, entries_[static_cast<size_t>(index)].name).Detach();
-  return kOk;
+  return FailWithoutMemory([&] {
+    *item = HostLocator::Make(this, entries_[static_cast<size_t>(index)].name).Detach();
+    return kOk;
+  });
 }
 
 result_t HostCollection::CreateComponent(tagREFString name, const IID* iid, void** object) {
@@ -106,11 +115,13 @@ result_t HostCollection::CreateComponent(tagREFString name, const IID* iid, void
   *object = nullptr;
   const Entry* const entry = Find(TextOf(name));
   if (entry == nullptr) return kFail;
-  if (iid == nullptr || *iid == IID_NULL) {
-    *object = static_cast<IComponentString*>(HostLocator::Make(this, entry->name).Detach());
-    return kOk;
-  }
-  return entry->maker(*iid, object);
+  return FailWithoutMemory([&] {
+    if (iid == nullptr || *iid == IID_NULL) {
+      *object = static_cast<IComponentString*>(HostLocator::Make(this, entry->name).Detach());
+      return kOk;
+    }
+    return entry->maker ? entry->maker(*iid, object) : kFail;
+  });
 }
 
 }  // namespace qel::host

@@ -1,6 +1,7 @@
 #ifndef QEL_HOST_HOST_COLLECTION_H_
 #define QEL_HOST_HOST_COLLECTION_H_
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -12,8 +13,21 @@
 
 namespace qel::host {
 
+inline constexpr wchar_t kStringName[] = L"CreatableString";
+inline constexpr wchar_t kLocatorName[] = L"ComponentString";
+inline constexpr wchar_t kCollectionName[] = L"GlobalComponentCollection";
+
 /// Makes one object and hands out its interface `iid`, as a creation function does.
 using Maker = std::function<result_t(const IID& iid, void** object)>;
+
+/// A maker that asks a fresh object for the interface; `make` returns a `SmartPtr`.
+template <typename Make>
+Maker MakerOf(Make make) {
+  return [make](const IID& iid, void** object) { return make()->QueryInterface(iid, object); };
+}
+
+/// Text of a counted string, valid as long as that is.
+std::wstring_view TextOf(tagREFString text);
 
 /// How this host reads a string back that comes in through `IString`, whichever of its modules made
 /// it: one slot more, behind an identifier of its own.
@@ -25,7 +39,6 @@ class IHostString : public ICreatableString {
  protected:
   ~IHostString() = default;
 };
-
 inline constexpr IID IID_IHostString = __IIDOfc("IHostString");
 
 }  // namespace qel::host
@@ -36,11 +49,10 @@ inline constexpr const qel::IID* qel::kIidOf<qel::host::IHostString> = &qel::hos
 namespace qel::host {
 
 /// A string that modules append to.
-class HostString final : public HostObject<IHostString> {
+class HostString final : public HostObject<IHostString, ICreatableString, IString> {
  public:
   static SmartPtr<HostString> Make() { return SmartPtr<HostString>::Adopt(new HostString); }
 
-  result_t QueryInterface(const IID& iid, void** object) override;
   result_t ReservedSlot3() override { return kFail; }
   result_t ReservedSlot4() override { return kFail; }
   result_t AppendChars(int count, const wchar_t* characters) override;
@@ -52,14 +64,16 @@ class HostString final : public HostObject<IHostString> {
   std::wstring text_;
 };
 
-/// Names a component, in this collection or in a module of its own, and makes instances of it.
-class HostLocator final : public HostObject<IComponentString> {
+/// Names a component and makes instances of it.
+/// Threads: any for `CreateInstance`, once the parts are set.
+class HostLocator final : public HostObject<IComponentString, IString> {
  public:
+  /// Keeps `collection`, which may be null.
   static SmartPtr<HostLocator> Make(IComponentCollection* collection, std::wstring component);
 
   result_t ReservedSlot3() override { return kFail; }
   result_t ReservedSlot4() override { return kFail; }
-  /// Asks the named module for the component, or the collection when no module is named.
+  /// Asks the collection for the component; when it has none, the module named by `SetPart`.
   result_t CreateInstance(const IID* iid, void** object) override;
   result_t SetPart(int part, tagREFString text) override;
 
@@ -71,20 +85,24 @@ class HostLocator final : public HostObject<IComponentString> {
   SmartPtr<IComponentCollection> collection_;
   std::wstring module_;
   std::wstring component_;
+  std::atomic<CreationFunction> found_in_module_{nullptr};
 };
 
-/// The components that a host offers to modules, by name.
+/// The components that a host offers to modules, by name. Locators and the collection itself are
+/// among them from the start.
+/// Threads: one while components are offered, then any.
 class HostCollection final : public HostObject<IComponentCollection> {
  public:
-  /// A collection without components.
+  /// A collection without images and strings.
   static SmartPtr<HostCollection> Make() {
     return SmartPtr<HostCollection>::Adopt(new HostCollection);
   }
-  /// A collection with all that the image module needs: images laid out as `options` say, and
-  /// strings.
+  /// A collection with all that the image module needs: strings, and images laid out as `options`
+  /// say.
   static SmartPtr<HostCollection> MakeWithImages(const ImageOptions& options = {});
 
-  /// Offers a component; a name that is there already is replaced.
+  /// Offers a component; a maker under the same name is replaced. An empty maker refuses every
+  /// request.
   void Offer(std::wstring_view name, Maker maker);
   /// Offers "QELImageDIB".
   void OfferImages(const ImageOptions& options);
@@ -92,7 +110,10 @@ class HostCollection final : public HostObject<IComponentCollection> {
   void OfferStrings();
 
   result_t ReservedSlot3() override { return kFail; }
+  /// The item is a locator of the component.
   result_t GetItem(int index, IUnknown** item) override;
+  /// Finds names that are strings of this host. Result: kFail when there is none, `*index` is then
+  /// untouched.
   result_t FindItem(IString* name, int* index) override;
   result_t ReservedSlot6() override { return kFail; }
   result_t ReservedSlot7() override { return kFail; }
@@ -111,20 +132,11 @@ class HostCollection final : public HostObject<IComponentCollection> {
     std::wstring name;
     Maker maker;
   };
-  HostCollection() = default;
+  HostCollection();
   const Entry* Find(std::wstring_view name) const;
 
   std::vector<Entry> entries_;
 };
-
-/// A maker that asks a fresh object for the interface; `make` returns a `SmartPtr`.
-template <typename Make>
-Maker MakerOf(Make make) {
-  return [make](const IID& iid, void** object) { return make()->QueryInterface(iid, object); };
-}
-
-/// Text of a counted string.
-std::wstring_view TextOf(tagREFString text);
 
 }  // namespace qel::host
 

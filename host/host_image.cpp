@@ -4,14 +4,23 @@
 #include <cstring>
 #include <limits>
 
+#include "host/host_object.h"
+
 namespace qel::host {
 namespace {
 
 constexpr int kLargestBitCount = 64;
 constexpr int kLargestPlanes = 64;
 constexpr int64_t kLargestStride = std::numeric_limits<int>::max();
+constexpr int64_t kLargestBlock = int64_t{1} << 34;
+constexpr int64_t kBlockAlignment = 64;
+constexpr size_t kReadableEntries = 256;
 
 int64_t RoundUp(int64_t value, int64_t unit) { return (value + unit - 1) / unit * unit; }
+
+void SetBytes(uint8_t* start, int64_t count, uint8_t value) {
+  std::memset(start, value, static_cast<size_t>(count));
+}
 
 }  // namespace
 
@@ -19,12 +28,19 @@ SmartPtr<HostImage> HostImage::Make(const ImageOptions& options) {
   return SmartPtr<HostImage>::Adopt(new HostImage(options));
 }
 
+SmartPtr<HostImage> HostImage::Make(int width, int height, int bit_count, uint32_t model,
+                                    const ImageOptions& options) {
+  SmartPtr<HostImage> image = Make(options);
+  if (Failed(image->Create(width, height, 1, bit_count, model))) image.Reset();
+  return image;
+}
+
 result_t HostImage::QueryInterface(const IID& iid, void** object) {
   if (object == nullptr) return kNullOutput;
   *object = nullptr;
   if (iid == IID_IUnknown || iid == IID_IQEL || iid == IID_IQELImage || iid == IID_IQELImageDIB) {
     *object = static_cast<IQELImageDIB*>(this);
-  } else if (iid == IID_IQELImagePalette && !palette_.empty()) {
+  } else if (iid == IID_IQELImagePalette && palette_count_ > 0) {
     *object = static_cast<IQELImagePalette*>(this);
   } else {
     return kNoInterface;
@@ -55,10 +71,13 @@ result_t HostImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
   return kOk;
 }
 
+int HostImage::PlanesInMemory() const {
+  return memory_.data() == nullptr ? 0 : std::max(planes_, 1);
+}
+
 uint8_t* HostImage::Bits(int plane) const {
-  if (pixels_.data() == nullptr || plane < 0 || plane >= std::max(planes_, 1)) return nullptr;
-  uint8_t* const first = pixels_.data() + plane * plane_bytes_ + kGuardBytes;
-  return options_.bottom_up ? first - int64_t{height_ - 1} * stride_ : first;
+  if (plane < 0 || plane >= PlanesInMemory()) return nullptr;
+  return memory_.data() + first_row_ + plane * plane_bytes_;
 }
 
 result_t HostImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
@@ -71,9 +90,8 @@ result_t HostImage::GetBits(int plane, int* reserved, uint8_t** bits, int* strid
 void HostImage::Clear() {
   width_ = height_ = planes_ = bit_count_ = stride_ = 0;
   model_ = 0;
-  plane_bytes_ = 0;
-  pixels_ = PixelBlock();
-  palette_.clear();
+  memory_ = PixelBlock();
+  palette_count_ = 0;
 }
 
 result_t HostImage::Create(int width, int height, int planes, int bit_count, uint32_t model) {
@@ -83,30 +101,50 @@ result_t HostImage::Create(int width, int height, int planes, int bit_count, uin
   }
   const int64_t columns = std::max(width, 0);
   const int64_t rows = std::max(height, 0);
-  const int64_t step =
-      RoundUp((columns * bit_count + 7) / 8 + options_.padding, options_.alignment);
-  if (step > kLargestStride) return kInvalidArgument;
-  if (columns > 0 && rows > 0) {
-    const int64_t plane_bytes = RoundUp(rows * step + 2 * kGuardBytes, 64);
-    const int64_t count = std::max(planes, 1);
-    pixels_ = PixelBlock(static_cast<size_t>(plane_bytes * count));
-    if (pixels_.data() == nullptr) return kFail;
-    for (int64_t plane = 0; plane < count; ++plane) {
-      uint8_t* const start = pixels_.data() + plane * plane_bytes;
-      if (options_.clear) std::memset(start, 0, static_cast<size_t>(plane_bytes));
-      std::memset(start, 0, kGuardBytes);
-      const int64_t after = kGuardBytes + rows * step;
-      std::memset(start + after, 0, static_cast<size_t>(plane_bytes - after));
-    }
-    plane_bytes_ = plane_bytes;
+  const int64_t step = RoundUp((columns * bit_count + 7) / 8 + std::max(options_.padding, 0),
+                               std::max(options_.alignment, 1));
+  if (step > kLargestStride || rows > kLargestBlock / std::max<int64_t>(step, 1)) {
+    return kInvalidArgument;
+  }
+  const int64_t rows_bytes = rows * step;
+  const int64_t guard = RoundUp(kGuardBytes + (bit_count < 8 ? columns : 0), kBlockAlignment);
+  const int64_t plane_bytes = RoundUp(2 * guard + rows_bytes, kBlockAlignment);
+  const int64_t reserve = bit_count < 24 || model == kModelMono ? 3 * rows_bytes : 0;
+  if (plane_bytes * std::max(planes, 1) + reserve >= kLargestBlock) return kInvalidArgument;
+
+  planes_ = std::max(planes, 0);
+  stride_ = static_cast<int>(options_.bottom_up ? -step : step);
+  if (columns > 0 && rows > 0 && !Allocate(guard, rows_bytes, plane_bytes, reserve)) {
+    Clear();
+    return kFail;
   }
   width_ = static_cast<int>(columns);
   height_ = static_cast<int>(rows);
-  planes_ = planes;
   bit_count_ = bit_count;
   model_ = model;
-  stride_ = static_cast<int>(options_.bottom_up ? -step : step);
   return kOk;
+}
+
+/// Takes memory for all planes, the reserve on the side where the rows run to.
+bool HostImage::Allocate(int64_t guard, int64_t rows_bytes, int64_t plane_bytes, int64_t reserve) {
+  const int64_t planes_bytes = plane_bytes * std::max(planes_, 1);
+  memory_ = PixelBlock(static_cast<size_t>(planes_bytes + RoundUp(reserve, kBlockAlignment)));
+  if (memory_.data() == nullptr) return false;
+  uint8_t* plane = memory_.data();
+  uint8_t* reserved = plane + planes_bytes;
+  if (stride_ < 0) {
+    reserved = plane;
+    plane += RoundUp(reserve, kBlockAlignment);
+  }
+  if (options_.clear) SetBytes(reserved, reserve, 0);
+  first_row_ = plane + guard - memory_.data() + (stride_ < 0 ? rows_bytes + stride_ : 0);
+  plane_bytes_ = plane_bytes;
+  for (int i = 0; i < PlanesInMemory(); ++i, plane += plane_bytes) {
+    SetBytes(plane, guard, 0);
+    if (options_.clear) SetBytes(plane + guard, rows_bytes, options_.clear_byte);
+    SetBytes(plane + guard + rows_bytes, plane_bytes - guard - rows_bytes, 0);
+  }
+  return true;
 }
 
 result_t HostImage::Assign(IQEL* source, int /*flags*/) {
@@ -118,55 +156,58 @@ result_t HostImage::Assign(IQEL* source, int /*flags*/) {
   source->GetFormat(&bit_count, &model, &unread);
   RGBQUAD* entries = nullptr;
   uint32_t entry_count = 0;
-  if (const auto palette = QueryFor<IQELImagePalette>(source)) {
-    palette->GetPalette(&entries, &entry_count);
+  const auto palette = QueryFor<IQELImagePalette>(source);
+  if (palette) palette->GetPalette(&entries, &entry_count);
+
+  const result_t created = FailWithoutMemory([&] {
+    const result_t result = Create(width, height, planes, bit_count, model);
+    if (Succeeded(result)) SetPalette({entries, entries != nullptr ? entry_count : 0});
+    return result;
+  });
+  if (Failed(created)) {
+    Clear();
+    return created;
   }
-  const result_t created = Create(width, height, planes, bit_count, model);
-  if (Failed(created)) return created;
-  SetPalette({entries, entry_count});
-  for (int plane = 0; plane < std::max(planes, 1); ++plane) {
+  for (int plane = 0; plane < PlanesInMemory(); ++plane) {
     uint8_t* from = nullptr;
     int from_stride = 0;
     source->GetBits(plane, &unread, &from, &from_stride);
-    if (from == nullptr || Bits(plane) == nullptr) continue;
-    for (int64_t y = 0; y < height_; ++y) {
-      std::memcpy(Bits(plane) + y * stride_, from + y * from_stride,
-                  static_cast<size_t>(RowBytes()));
+    for (int y = 0; from != nullptr && y < height_; ++y) {
+      std::memcpy(Row(y, plane), from + int64_t{y} * from_stride, static_cast<size_t>(RowBytes()));
     }
   }
   return kOk;
 }
 
 result_t HostImage::Fill(uint32_t colour) {
-  if (Bits() == nullptr) return kOk;
-  // One row is built pixel by pixel, the others are copies of it.
-  uint8_t* const first = Row(0);
-  if (bit_count_ == 24 || bit_count_ == 32) {
-    const int bytes = bit_count_ / 8;
+  const uint32_t pattern = bit_count_ == 1   ? (colour & 1) * 0xFF
+                           : bit_count_ == 4 ? (colour & 0xF) * 0x11
+                                             : colour;
+  const int period = bit_count_ == 32 ? 4 : bit_count_ >= 24 ? 3 : 1;
+  for (int plane = 0; plane < PlanesInMemory(); ++plane) {
+    // One row is made byte by byte, the others are copies of it.
+    uint8_t* const first = Row(0, plane);
     for (int64_t i = 0; i < RowBytes(); ++i) {
-      first[i] = static_cast<uint8_t>(colour >> (8 * (i % bytes)));
+      first[i] = static_cast<uint8_t>(pattern >> (8 * (i % period)));
     }
-  } else {
-    const unsigned low = colour & 0xFF;
-    const unsigned byte = bit_count_ == 1   ? (low & 1) * 0xFF
-                          : bit_count_ == 4 ? (low & 15) * 0x11
-                                            : low;
-    std::memset(first, static_cast<int>(byte), static_cast<size_t>(RowBytes()));
-  }
-  for (int y = 1; y < height_; ++y) {
-    std::memcpy(Row(y), first, static_cast<size_t>(RowBytes()));
+    for (int y = 1; y < height_; ++y) {
+      std::memcpy(Row(y, plane), first, static_cast<size_t>(RowBytes()));
+    }
   }
   return kOk;
 }
 
 result_t HostImage::GetPalette(RGBQUAD** entries, uint32_t* count) {
-  *entries = palette_.data();
-  *count = static_cast<uint32_t>(palette_.size());
+  *entries = palette_count_ > 0 ? palette_.data() : nullptr;
+  *count = static_cast<uint32_t>(palette_count_);
   return kOk;
 }
 
 void HostImage::SetPalette(std::span<const RGBQUAD> entries) {
-  palette_.assign(entries.begin(), entries.end());
+  std::vector<RGBQUAD> copy(entries.begin(), entries.end());
+  if (copy.size() < kReadableEntries) copy.resize(kReadableEntries);
+  palette_count_ = entries.size();
+  palette_.swap(copy);
 }
 
 }  // namespace qel::host

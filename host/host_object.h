@@ -2,19 +2,23 @@
 #define QEL_HOST_HOST_OBJECT_H_
 
 #include <atomic>
+#include <new>
 
 #include "qel/unknown.h"
 
 namespace qel::host {
 
-/// Reference counting and lookup for an object with one interface. Created with one reference.
-template <typename Interface>
+/// Reference counting and lookup for an object with one chain of interfaces: `Interface` and those
+/// of its `Bases` that it answers for. Created with one reference.
+template <typename Interface, typename... Bases>
 class HostObject : public Interface {
  public:
   result_t QueryInterface(const IID& iid, void** object) override {
     if (object == nullptr) return kNullOutput;
     *object = nullptr;
-    if (iid != IID_IUnknown && iid != *kIidOf<Interface>) return kNoInterface;
+    const bool answers =
+        iid == IID_IUnknown || iid == *kIidOf<Interface> || (... || (iid == *kIidOf<Bases>));
+    if (!answers) return kNoInterface;
     this->AddRef();
     *object = static_cast<Interface*>(this);
     return kOk;
@@ -35,6 +39,16 @@ class HostObject : public Interface {
  private:
   std::atomic<uint32_t> count_{1};
 };
+
+/// Runs the body of an interface function: callers get a result when memory runs out.
+template <typename Body>
+result_t FailWithoutMemory(Body&& body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return kFail;
+  }
+}
 
 }  // namespace qel::host
 

@@ -1,6 +1,8 @@
 #ifndef QEL_HOST_MODULE_LIBRARY_H_
 #define QEL_HOST_MODULE_LIBRARY_H_
 
+#include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -16,17 +18,19 @@ class ModuleError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A loaded module library. Closes it at the end, after the module has given the collection back;
-/// objects and images of the module must be gone by then.
+/// A loaded module library. At the end the module gives the collection back and the library is
+/// closed: objects that it made must be gone by then.
 class ModuleLibrary {
  public:
-  /// Loads the library at `path` and finds its two entry points. Throws `ModuleError`.
-  explicit ModuleLibrary(const std::string& path);
-  ModuleLibrary(ModuleLibrary&& other) noexcept;
+  /// Loads the library at `path`, relative to the working directory, and finds its two entry
+  /// points. Throws `ModuleError`.
+  explicit ModuleLibrary(const std::filesystem::path& path);
+  ModuleLibrary(ModuleLibrary&&) = default;
   ModuleLibrary& operator=(ModuleLibrary&&) = delete;
   ~ModuleLibrary();
 
   /// Hands the host's collection over. Call it before components are created.
+  /// Throws `ModuleError`.
   void Initialize(IComponentCollection* collection) const;
 
   /// The creation function of a component, or null.
@@ -40,18 +44,25 @@ class ModuleLibrary {
     return object;
   }
 
+  /// Leaves the library loaded for the rest of the process, with the collection that it has.
+  void KeepLoaded() && { [[maybe_unused]] void* const library = library_.release(); }
+
  private:
+  struct Closer {
+    void operator()(void* library) const;
+  };
+  void* FindSymbol(const char* symbol) const;
   void CreateObject(tagREFString component, const IID& iid, void** object) const;
 
   std::string path_;
-  void* library_ = nullptr;
+  std::unique_ptr<void, Closer> library_;
   InitializeModuleFunction initialize_ = nullptr;
   CreateFunctionFunction create_function_ = nullptr;
 };
 
 /// The creation function of a component in the module "./_binLIN64/" + `module` + ".so", relative
-/// to the working directory, or null. The module gets `collection` first, stays loaded, and is
-/// looked for again at the next call when it was not there.
+/// to the working directory, or null. The module gets `collection` first and stays loaded: objects
+/// of such a module may outlive everyone who asked for it.
 CreationFunction FindInSiblingModule(std::wstring_view module, tagREFString component,
                                      IComponentCollection* collection);
 

@@ -1,8 +1,9 @@
 #include "host/pixel_pool.h"
 
+#include <algorithm>
+#include <array>
 #include <mutex>
 #include <new>
-#include <vector>
 
 namespace qel::host {
 namespace {
@@ -13,72 +14,75 @@ constexpr size_t kKeptBlocks = 8;
 constexpr size_t kKeptBytes = size_t{256} << 20;
 
 struct FreeBlock {
-  uint8_t* data;
-  size_t size;
+  uint8_t* data = nullptr;
+  size_t size = 0;
 };
 
+}  // namespace
+
 /// Blocks that wait for their next image, the most recently used last.
-class Pool {
+class PixelPool {
  public:
-  ~Pool() {
-    for (const FreeBlock& block : free_) operator delete(block.data, kAlignment);
+  PixelPool() = default;
+  PixelPool(const PixelPool&) = delete;
+  PixelPool& operator=(const PixelPool&) = delete;
+  ~PixelPool() {
+    while (count_ > 0) operator delete(Remove(0).data, kAlignment);
   }
 
   /// A waiting block of at least `size` bytes that is not much larger, or an empty one.
   FreeBlock Take(size_t size) {
     const std::lock_guard lock(mutex_);
-    for (size_t i = free_.size(); i-- > 0;) {
-      const FreeBlock block = free_[i];
-      if (block.size < size || block.size / 2 > size) continue;
-      free_.erase(free_.begin() + static_cast<std::ptrdiff_t>(i));
-      kept_bytes_ -= block.size;
-      return block;
+    for (size_t i = count_; i-- > 0;) {
+      if (free_[i].size >= size && free_[i].size / 2 <= size) return Remove(i);
     }
-    return {nullptr, 0};
+    return {};
   }
 
+  /// Keeps `block`, at the cost of those that have waited longest.
   void Give(FreeBlock block) {
     const std::lock_guard lock(mutex_);
-    if (block.size <= kKeptBytes) {
-      free_.push_back(block);
-      kept_bytes_ += block.size;
-    } else {
+    while (count_ == kKeptBlocks || (count_ > 0 && kept_bytes_ + block.size > kKeptBytes)) {
+      operator delete(Remove(0).data, kAlignment);
+    }
+    if (block.size > kKeptBytes) {
       operator delete(block.data, kAlignment);
+      return;
     }
-    while (free_.size() > kKeptBlocks || kept_bytes_ > kKeptBytes) {
-      kept_bytes_ -= free_.front().size;
-      operator delete(free_.front().data, kAlignment);
-      free_.erase(free_.begin());
-    }
+    free_[count_++] = block;
+    kept_bytes_ += block.size;
   }
 
  private:
+  FreeBlock Remove(size_t index) {
+    const FreeBlock block = free_[index];
+    std::copy(free_.begin() + index + 1, free_.begin() + count_, free_.begin() + index);
+    --count_;
+    kept_bytes_ -= block.size;
+    return block;
+  }
+
   std::mutex mutex_;
-  std::vector<FreeBlock> free_;
+  std::array<FreeBlock, kKeptBlocks> free_;
+  size_t count_ = 0;
   size_t kept_bytes_ = 0;
 };
 
-Pool& SharedPool() {
-  static Pool pool;
-  return pool;
-}
-
-}  // namespace
-
 PixelBlock::PixelBlock(size_t size) {
+  static const auto shared_pool = std::make_shared<PixelPool>();
   const size_t rounded = (size + kGranularity - 1) / kGranularity * kGranularity;
-  if (rounded < size) return;
-  FreeBlock block = SharedPool().Take(rounded);
+  FreeBlock block = shared_pool->Take(rounded);
   if (block.data == nullptr) {
     block = {static_cast<uint8_t*>(operator new(rounded, kAlignment, std::nothrow)), rounded};
   }
   if (block.data == nullptr) return;
+  pool_ = shared_pool;
   data_ = block.data;
   size_ = block.size;
 }
 
 PixelBlock::~PixelBlock() {
-  if (data_ != nullptr) SharedPool().Give({data_, size_});
+  if (data_ != nullptr) pool_->Give({data_, size_});
 }
 
 }  // namespace qel::host

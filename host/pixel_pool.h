@@ -3,9 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 namespace qel::host {
+
+class PixelPool;
 
 /// One block of memory for pixels, aligned to 64 bytes, from a pool that images share: fresh pages
 /// cost several times as much as filling them once more. Blocks keep what was in them.
@@ -15,11 +18,11 @@ class PixelBlock {
   PixelBlock() = default;
   /// At least `size` bytes; empty when there is no memory.
   explicit PixelBlock(size_t size);
-  PixelBlock(PixelBlock&& other) noexcept
-      : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+  PixelBlock(PixelBlock&& other) noexcept { Swap(other); }
   PixelBlock& operator=(PixelBlock&& other) noexcept {
-    std::swap(data_, other.data_);
-    std::swap(size_, other.size_);
+    PixelBlock old;
+    old.Swap(*this);
+    Swap(other);
     return *this;
   }
   ~PixelBlock();
@@ -27,6 +30,14 @@ class PixelBlock {
   uint8_t* data() const { return data_; }
 
  private:
+  void Swap(PixelBlock& other) noexcept {
+    pool_.swap(other.pool_);
+    std::swap(data_, other.data_);
+    std::swap(size_, other.size_);
+  }
+
+  // Images may outlive the statics of the library that made them; they keep the pool alive.
+  std::shared_ptr<PixelPool> pool_;
   uint8_t* data_ = nullptr;
   size_t size_ = 0;
 };

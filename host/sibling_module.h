@@ -16,10 +16,20 @@ struct SiblingComponent {
   CreationFunction create;
 };
 
+/// The creation function of objects that `kMake` returns as a `SmartPtr`.
+template <auto kMake>
+result_t CreateWith(void* /*reserved*/, const IID* iid, void** object) {
+  if (object == nullptr) return kNullOutput;
+  *object = nullptr;
+  if (iid == nullptr) return kNoInterface;
+  return FailWithoutMemory([&] { return kMake()->QueryInterface(*iid, object); });
+}
+
 /// Looks a component up, as the entry point "CreateFunction" does.
 template <size_t kCount>
 result_t FindSiblingComponent(const SiblingComponent (&components)[kCount], tagREFString name,
                               CreationFunction* function) {
+  if (function == nullptr) return kNullOutput;
   for (const SiblingComponent& component : components) {
     if (TextOf(name) != component.name) continue;
     *function = component.create;
