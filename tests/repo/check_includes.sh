@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Folders include each other in one direction only; see CONTRIBUTING.
+# Usage: check_includes.sh SOURCE_ROOT
+set -u
+cd "$1" || exit 2
+failures=0
+
+# allow FOLDER INCLUDABLE...: quoted includes in FOLDER may name these folders (and qel/, the SDK).
+allow() {
+  local folder=$1 line file included
+  shift
+  while IFS= read -r line; do
+    file=${line%%:*}
+    included=$(sed -E 's/.*#include "([^"]+)".*/\1/' <<<"$line")
+    case " qel $* " in
+      *" ${included%%/*} "*) ;;
+      *)
+        echo "$file includes \"$included\", but $folder/ may include only: qel $*"
+        failures=$((failures + 1))
+        ;;
+    esac
+  done < <(grep -rHE '^ *#include "' "$folder" --include='*.h' --include='*.cpp')
+}
+
+allow sdk
+allow image image
+for component in color filter maths transform; do
+  allow "$component" "$component" image module
+done
+allow host host
+allow pictures pictures
+allow cli cli host pictures
+allow examples host
+
+# The module's inner layer must not know the components; only the factory sees them.
+inner=$(grep -rlE '#include "(color|filter|maths|transform)/' module | grep -v '^module/factory.cpp$')
+if [ -n "$inner" ]; then
+  echo "only module/factory.cpp may include component classes, not: $inner"
+  failures=$((failures + 1))
+fi
+exit $((failures > 0))
