@@ -57,8 +57,8 @@ class TintedLightness {
 // Deliberate: only above 0.999 does the new colour replace the old one; 0.999 itself still mixes,
 // with 255 parts of 256.
 int BlendWeight(float blend) {
-  const float clamped = blend < 0.0f ? 0.0f : blend > 1.0f ? 1.0f : blend;
-  return clamped <= 0.999f ? TruncateToInt(clamped * 256.0f) : 256;
+  if (blend > 0.999f) return 256;
+  return blend > 0.0f ? TruncateToInt(blend * 256.0f) : 0;
 }
 
 /// The new colour depends on a pixel through its lightness only, of which there are 256.
