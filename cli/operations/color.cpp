@@ -7,6 +7,7 @@ namespace {
 constexpr std::string_view kComponent = "QELColorTransform";
 constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
 constexpr std::string_view kByteDepths = "8, 24, 32";
+constexpr std::string_view kAlphaDepths = "32";
 
 result_t CallLut(Call& call) {
   // A table by its four control points keeps the command line short; hosts pass any 256 bytes.
@@ -21,6 +22,17 @@ result_t CallLut(Call& call) {
   }
   return call.components.color->Lut(call.image, table);
 }
+
+/// A colour as the alpha operations take it: red in the low byte.
+uint32_t KeyOf(const Call& call) {
+  const auto colour = static_cast<uint32_t>(call.arguments.Number("key"));
+  return (colour & 0xFF) << 16 | (colour & 0xFF00) | colour >> 16;
+}
+
+const Parameter kAlpha = {
+    .name = "alpha", .help = "0 is stored as 1", .minimum = 0, .maximum = 255};
+const Parameter kKey = {
+    .name = "key", .kind = Kind::kColour, .help = "the colour that becomes transparent"};
 
 }  // namespace
 
@@ -86,7 +98,6 @@ std::vector<Operation> ColorOperations() {
        .parameters = {{.name = "gamma",
                        .kind = Kind::kNumber,
                        .help = "exponent is 1 / gamma",
-
                        .minimum = 0,
                        .maximum = 1000}},
        .example = "gamma gamma=1.8",
@@ -132,6 +143,74 @@ std::vector<Operation> ColorOperations() {
        .call =
            [](Call& call) {
              return call.components.color->Threshold(call.image, call.arguments.Int("level"));
+           }},
+      {.name = "colorize",
+       .component = kComponent,
+       .summary = "Gives every pixel one hue and saturation and keeps its lightness.",
+       .depths = kAllDepths,
+       .in_place = true,
+       .parameters = {{.name = "hue",
+                       .help = "round the colour circle, red at 0",
+                       .minimum = 0,
+                       .maximum = 255,
+                       .unit = "255ths of 360 degrees"},
+                      {.name = "saturation",
+                       .help = "0 is grey",
+                       .standard = "128",
+                       .minimum = 0,
+                       .maximum = 255},
+                      {.name = "blend",
+                       .kind = Kind::kNumber,
+                       .help = "share of the new colour",
+                       .standard = "1",
+                       .minimum = 0,
+                       .maximum = 1}},
+       .example = "colorize hue=20 saturation=90 blend=0.8",
+       .note = "Grey pictures stay grey: they take the grey nearest to the tinted colour.",
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.color->Colorize(
+                 call.image, static_cast<uint8_t>(arguments.Int("hue")),
+                 static_cast<uint8_t>(arguments.Int("saturation")), arguments.Real("blend"));
+           }},
+      {.name = "set-image-alpha",
+       .component = kComponent,
+       .summary = "Writes one alpha to every pixel.",
+       .depths = kAlphaDepths,
+       .in_place = true,
+       .parameters = {kAlpha},
+       .example = "set-image-alpha alpha=128",
+       .note = "Fails without an alpha channel.",
+       .call =
+           [](Call& call) {
+             return call.components.color->SetImageAlpha(call.image, call.arguments.Int("alpha"),
+                                                         0);
+           }},
+      {.name = "set-image-transparent-pixel",
+       .component = kComponent,
+       .summary = "Makes the pixels of one colour transparent.",
+       .depths = kAlphaDepths,
+       .in_place = true,
+       .parameters = {kKey},
+       .example = "set-image-transparent-pixel key=#FFFFFF",
+       .note = "Fails without an alpha channel. Only the exact colour counts.",
+       .call =
+           [](Call& call) {
+             return call.components.color->SetImageTransparentPixel(call.image, KeyOf(call));
+           }},
+      {.name = "set-image-alpha-transparency",
+       .component = kComponent,
+       .summary = "Makes the pixels of one colour transparent and gives all others one alpha.",
+       .depths = kAlphaDepths,
+       .in_place = true,
+       .parameters = {kAlpha, kKey},
+       .example = "set-image-alpha-transparency alpha=200 key=#FFFFFF",
+       .note = "Fails without an alpha channel. Only the exact colour counts.",
+       .call =
+           [](Call& call) {
+             return call.components.color->SetImageAlphaTransparency(
+                 call.image, call.arguments.Int("alpha"), KeyOf(call));
            }},
   };
 }
