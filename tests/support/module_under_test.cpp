@@ -23,7 +23,7 @@ ModuleUnderTest* Load(CpuLevel level) {
   const std::string path = std::string(QEL_TEST_MODULES) + "/QELMaths_" + LevelName(level) + ".so";
   void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) throw std::runtime_error(dlerror());
-  auto* const module = new ModuleUnderTest;  // stays for the process, as the library does
+  auto* const module = new ModuleUnderTest;  // stays as long as the library does
   module->create_function =
       reinterpret_cast<CreateFunctionFunction>(dlsym(library, kCreateFunctionSymbol));
   module->initialize =
@@ -52,7 +52,7 @@ std::string LevelName(CpuLevel level) {
 }
 
 ModuleUnderTest& ModuleUnderTest::ForLevel(CpuLevel level) {
-  static std::map<CpuLevel, ModuleUnderTest*> loaded;
+  static auto& loaded = *new std::map<CpuLevel, ModuleUnderTest*>;  // stays for the process
   ModuleUnderTest*& module = loaded[level];
   if (module == nullptr) module = Load(level);
   return *module;
