@@ -1,278 +1,384 @@
+#include <algorithm>
 #include <bit>
-#include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "pictures/codec.h"
+#include "pictures/index_rows.h"
+#include "pictures/pixel_target.h"
+#include "pictures/sample_math.h"
 
 namespace qel::pictures {
 namespace {
 
-constexpr double kMetresPerInch = 0.0254;
-constexpr uint32_t kNoCompression = 0, kRle8 = 1, kRle4 = 2, kBitfields = 3, kAlphaBitfields = 6;
+enum Compression : uint32_t { kPlain = 0, kRle8 = 1, kRle4 = 2, kMasks = 3, kAlphaMasks = 6 };
 
-/// Little-endian numbers at byte positions; positions beyond the end are an error.
-class Reader {
- public:
-  explicit Reader(const Input& input) : input_(input) {}
-  uint32_t Number(size_t at, int bytes) const {
-    if (at > input_.file.size() || input_.file.size() - at < static_cast<size_t>(bytes)) {
-      input_.Broken("damaged BMP: truncated");
-    }
-    uint32_t value = 0;
-    for (int i = bytes; i-- > 0;) value = value << 8 | input_.file[at + static_cast<size_t>(i)];
-    return value;
-  }
-  uint16_t U16(size_t at) const { return static_cast<uint16_t>(Number(at, 2)); }
-  uint32_t U32(size_t at) const { return Number(at, 4); }
-  int32_t S32(size_t at) const { return static_cast<int32_t>(Number(at, 4)); }
-
- private:
-  const Input& input_;
-};
+constexpr size_t kFileHeaderBytes = 14;
+constexpr uint32_t kCoreHeader = 12, kShortOs2Header = 16, kInfoHeader = 40, kOs2Header = 64,
+                   kV4Header = 108, kV5Header = 124;
+constexpr uint32_t kStandardColours = 0x73524742;  // "sRGB"
 
 struct Header {
-  size_t pixels_at, palette_at;
-  int64_t width, height;
-  bool top_down;
-  int depth;
-  uint32_t compression = kNoCompression;
-  uint32_t masks[4] = {};  ///< red, green, blue, alpha
-  size_t palette_entries = 0, palette_entry_bytes = 4;
+  uint32_t bytes = 0;  ///< of the header itself
+  size_t pixels_at = 0;
+  int64_t width = 0;
+  int64_t height = 0;
+  bool top_down = false;
+  int depth = 0;
+  uint32_t compression = kPlain;
+  size_t colours = 0;      ///< palette entries, 0 for as many as there are indices
+  uint32_t masks[4] = {};  ///< blue, green, red, alpha
+  size_t palette_at = 0;
+
+  bool Runs() const { return compression == kRle8 || compression == kRle4; }
+  bool Indexed() const { return depth <= 8; }
+  size_t PaletteEntryBytes() const { return bytes == kCoreHeader ? 3 : 4; }
+  size_t Step() const { return (RowBytes(static_cast<int>(width), depth) + 3) / 4 * 4; }
 };
 
-Header ReadHeader(const Input& input, const Reader& read, Metadata& metadata) {
-  Header header{};
-  header.pixels_at = read.U32(10);
-  const uint32_t size = read.U32(14);
-  if (size == 12) {
-    header.width = read.U16(18);
-    header.height = read.U16(20);
-    header.depth = read.U16(24);
-    header.palette_entry_bytes = 3;
-    header.palette_entries = header.depth <= 8 ? size_t{1} << header.depth : 0;
-    header.palette_at = 26;
+void ReadMasks(const ByteReader& reader, Header& header) {
+  if (header.compression == kMasks || header.compression == kAlphaMasks) {
+    // Red, green, blue (, alpha), inside newer headers or after the oldest one.
+    for (size_t i = 0; i < 3; ++i) {
+      header.masks[2 - i] = reader.U32(kFileHeaderBytes + kInfoHeader + 4 * i);
+    }
+    const bool alpha = header.compression == kAlphaMasks || header.bytes >= 56;
+    if (alpha) header.masks[3] = reader.U32(kFileHeaderBytes + kInfoHeader + 12);
+    if (header.bytes == kInfoHeader) header.palette_at += alpha ? 16 : 12;
+  } else if (header.depth == 16) {
+    header.masks[0] = 0x1F, header.masks[1] = 0x3E0, header.masks[2] = 0x7C00;
+  } else if (header.depth == 32) {
+    header.masks[0] = 0xFF, header.masks[1] = 0xFF00, header.masks[2] = 0xFF0000;
+  }
+}
+
+Header ReadHeader(const Input& input, Metadata& metadata) {
+  const ByteReader reader(input.file);
+  Header header;
+  header.pixels_at = reader.U32(10);
+  header.bytes = reader.U32(kFileHeaderBytes);
+  constexpr uint32_t kKnown[] = {kCoreHeader, kShortOs2Header, kInfoHeader, 52,
+                                 56,          kOs2Header,      kV4Header,   kV5Header};
+  if (std::ranges::find(kKnown, header.bytes) == std::end(kKnown)) {
+    input.Unsupported("a BMP header of " + std::to_string(header.bytes) + " bytes is not known");
+  }
+  if (!reader.Holds(kFileHeaderBytes, header.bytes)) input.Truncated();
+  header.palette_at = kFileHeaderBytes + header.bytes;
+  if (header.bytes == kCoreHeader) {
+    header.width = reader.U16(18);
+    header.height = reader.U16(20);
+    header.depth = reader.U16(24);
     return header;
   }
-  if (size < 40) input.Unsupported("this kind of BMP header is not known");
-  header.width = read.S32(18);
-  const int64_t height = read.S32(22);
-  header.top_down = height < 0;
+  const int64_t height = reader.S32(22);
+  header.width = reader.S32(18);
   header.height = std::abs(height);
-  header.depth = read.U16(28);
-  header.compression = read.U32(30);
-  metadata.dpi_x = std::max(read.S32(38), 0) * kMetresPerInch;
-  metadata.dpi_y = std::max(read.S32(42), 0) * kMetresPerInch;
-  header.palette_entries = read.U32(46);
-  if (header.palette_entries == 0 && header.depth <= 8) {
-    header.palette_entries = size_t{1} << header.depth;
-  }
-  header.palette_at = 14 + size_t{size};
-  const bool masks_follow =
-      size == 40 && (header.compression == kBitfields || header.compression == kAlphaBitfields);
-  if (masks_follow) header.palette_at += header.compression == kBitfields ? 12 : 16;
-  if (header.compression == kBitfields || header.compression == kAlphaBitfields) {
-    const int count = size >= 56 || header.compression == kAlphaBitfields ? 4 : 3;
-    for (int i = 0; i < count; ++i) header.masks[i] = read.U32(54 + 4 * static_cast<size_t>(i));
-  } else if (header.depth == 16) {
-    header.masks[0] = 0x7C00, header.masks[1] = 0x03E0, header.masks[2] = 0x001F;
-  } else if (header.depth == 32) {
-    header.masks[0] = 0xFF0000, header.masks[1] = 0x00FF00, header.masks[2] = 0x0000FF;
-  }
+  header.top_down = height < 0;
+  header.depth = reader.U16(28);
+  if (header.bytes == kShortOs2Header) return header;
+  header.compression = reader.U32(30);
+  metadata.dpi_x = DpiFromMetre(std::max(reader.S32(38), 0));
+  metadata.dpi_y = DpiFromMetre(std::max(reader.S32(42), 0));
+  header.colours = reader.U32(46);
+  ReadMasks(reader, header);
   return header;
 }
 
-/// The bits of `value` that a mask selects, scaled to 0 to 255.
-uint8_t Masked(uint32_t value, uint32_t mask) {
-  if (mask == 0) return 0;
-  const uint32_t largest = mask >> std::countr_zero(mask);
-  const uint64_t selected = (value & mask) >> std::countr_zero(mask);
-  return static_cast<uint8_t>((selected * 255 + largest / 2) / largest);
-}
-
-/// Unpacks a run-length coded picture to one index per byte, stored bottom row first.
-std::vector<uint8_t> UnpackRuns(const Input& input, const Header& header) {
-  const auto width = static_cast<size_t>(header.width);
-  const auto height = static_cast<size_t>(header.height);
-  std::vector<uint8_t> indices(width * height);
-  const Bytes& file = input.file;
-  size_t at = header.pixels_at, x = 0, y = 0;
-  const bool nibbles = header.compression == kRle4;
-  const auto next = [&]() -> unsigned {
-    if (at >= file.size()) input.Broken("damaged BMP: truncated");
-    return file[at++];
-  };
-  const auto put = [&](unsigned index) {
-    if (x < width && y < height) indices[y * width + x] = static_cast<uint8_t>(index);
-    ++x;
-  };
-  while (y < height) {
-    const unsigned count = next();
-    const unsigned value = next();
-    if (count > 0) {
-      for (unsigned i = 0; i < count; ++i) {
-        put(nibbles ? (i % 2 == 0 ? value >> 4 : value & 15) : value);
-      }
-    } else if (value == 0) {
-      x = 0;
-      ++y;
-    } else if (value == 1) {
+void CheckVariety(const Input& input, const Header& header) {
+  bool known = false;
+  switch (header.compression) {
+    case kPlain:
+      known = std::ranges::count(std::initializer_list<int>{1, 2, 4, 8, 16, 24, 32}, header.depth);
       break;
-    } else if (value == 2) {
-      x += next();
-      y += next();
-    } else {
-      unsigned byte = 0;
-      for (unsigned i = 0; i < value; ++i) {
-        if (!nibbles || i % 2 == 0) byte = next();
-        put(nibbles ? (i % 2 == 0 ? byte >> 4 : byte & 15) : byte);
-      }
-      const unsigned stored = nibbles ? (value + 1) / 2 : value;
-      if (stored % 2 != 0) next();
-    }
+    case kRle8:
+      known = header.depth == 8;
+      break;
+    case kRle4:
+      known = header.depth == 4;
+      break;
+    case kMasks:
+    case kAlphaMasks:
+      // OS/2 gives another meaning to the number.
+      known = (header.depth == 16 || header.depth == 32) && header.bytes != kOs2Header;
+      break;
+    default:
+      break;
   }
-  return indices;
+  if (!known) {
+    input.Unsupported("a BMP of " + std::to_string(header.depth) + " bits with compression " +
+                      std::to_string(header.compression) + " is not read; save it uncompressed");
+  }
 }
 
-std::vector<PaletteEntry> ReadPalette(const Header& header, const Reader& read) {
+std::vector<PaletteEntry> ReadPalette(const Input& input, const Header& header) {
+  const size_t most = size_t{1} << header.depth;
+  const size_t entry_bytes = header.PaletteEntryBytes();
+  size_t count = header.colours == 0 ? most : std::min(header.colours, most);
+  // Some writers leave out what they do not use and let the pixels begin earlier.
+  if (header.pixels_at > header.palette_at) {
+    count = std::min(count, (header.pixels_at - header.palette_at) / entry_bytes);
+  }
+  if (!ByteReader(input.file).Holds(header.palette_at, count * entry_bytes)) input.Truncated();
   std::vector<PaletteEntry> palette;
-  if (header.depth > 8) return palette;
-  const size_t count = std::min<size_t>(header.palette_entries, 256);
   for (size_t i = 0; i < count; ++i) {
-    const size_t at = header.palette_at + i * header.palette_entry_bytes;
-    const uint32_t entry = read.Number(at, 3);
-    palette.push_back({static_cast<uint8_t>(entry), static_cast<uint8_t>(entry >> 8),
-                       static_cast<uint8_t>(entry >> 16), 255});
+    const uint8_t* const entry = input.file.data() + header.palette_at + i * entry_bytes;
+    palette.push_back({entry[0], entry[1], entry[2], 0});
   }
   return palette;
 }
 
-bool IsGreyRamp(const std::vector<PaletteEntry>& palette) {
-  if (palette.size() != 256) return false;
-  for (size_t i = 0; i < palette.size(); ++i) {
-    if (palette[i].blue != i || palette[i].green != i || palette[i].red != i) return false;
+/// The rows as the file has them, the top one as row 0.
+class StoredRows {
+ public:
+  StoredRows(const Input& input, const Header& header)
+      : first_(input.file.data() + std::min(header.pixels_at, input.file.size())),
+        step_(static_cast<ptrdiff_t>(header.Step())) {
+    const auto rows = static_cast<uint64_t>(header.height);
+    const uint64_t bytes =
+        (rows - 1) * header.Step() + RowBytes(static_cast<int>(header.width), header.depth);
+    if (!ByteReader(input.file).Holds(header.pixels_at, bytes)) input.Truncated();
+    if (header.top_down) return;
+    first_ += static_cast<ptrdiff_t>(rows - 1) * step_;
+    step_ = -step_;
   }
-  return true;
+  const uint8_t* Row(int y) const { return first_ + y * step_; }
+
+ private:
+  const uint8_t* first_;
+  ptrdiff_t step_;
+};
+
+/// Walks through run-length coded indices and hands out whole rows, in the order of the file.
+/// Pixels that are skipped get index 0.
+class RunReader {
+ public:
+  RunReader(const Input& input, const Header& header)
+      : input_(input),
+        packed_(header.compression == kRle4),
+        width_(static_cast<size_t>(header.width)),
+        at_(header.pixels_at) {}
+
+  /// The next row.
+  void ReadRow(std::vector<uint8_t>& row) {
+    std::fill(row.begin(), row.end(), uint8_t{0});
+    while (rows_to_skip_ == 0 && !ended_) {
+      if (ReadCode(row)) return;
+    }
+    if (rows_to_skip_ > 0) --rows_to_skip_;
+  }
+
+ private:
+  uint8_t Next() {
+    if (at_ >= input_.file.size()) input_.Truncated();
+    return input_.file[at_++];
+  }
+
+  void Put(std::vector<uint8_t>& row, uint8_t byte, unsigned i) {
+    if (x_ >= width_) input_.Broken("a run-length coded row is longer than the picture is wide");
+    row[x_++] = !packed_ ? byte : i % 2 == 0 ? byte >> 4 : byte & 15;
+  }
+
+  /// Reads one code; true when it ends the row.
+  bool ReadCode(std::vector<uint8_t>& row) {
+    enum Escape : uint8_t { kEndOfRow, kEndOfPicture, kMove };
+    const unsigned count = Next();
+    const uint8_t value = Next();
+    if (count > 0) {
+      for (unsigned i = 0; i < count; ++i) Put(row, value, i);
+      return false;
+    }
+    switch (value) {
+      case kEndOfRow:
+        x_ = 0;
+        return true;
+      case kEndOfPicture:
+        ended_ = true;
+        return true;
+      case kMove: {
+        x_ += Next();
+        rows_to_skip_ = Next();
+        if (rows_to_skip_ == 0) return false;
+        // This row is over; those between it and the one that is moved to stay empty.
+        --rows_to_skip_;
+        return true;
+      }
+      default:
+        ReadLiteral(row, value);
+        return false;
+    }
+  }
+
+  void ReadLiteral(std::vector<uint8_t>& row, unsigned count) {
+    uint8_t byte = 0;
+    for (unsigned i = 0; i < count; ++i) {
+      if (!packed_ || i % 2 == 0) byte = Next();
+      Put(row, byte, i);
+    }
+    const unsigned bytes = packed_ ? (count + 1) / 2 : count;
+    if (bytes % 2 != 0) Next();
+  }
+
+  const Input& input_;
+  bool packed_;
+  size_t width_;
+  size_t at_;
+  size_t x_ = 0;
+  unsigned rows_to_skip_ = 0;
+  bool ended_ = false;
+};
+
+void ReadIndexed(const Input& input, const Header& header, PictureInfo& info) {
+  const std::vector<PaletteEntry> palette = ReadPalette(input, header);
+  // The format has no grey of its own: a full ramp from black to white means it.
+  const auto meaning =
+      palette == GreyRamp(header.depth) ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
+  const IndexRows indices(input.options, header.depth, palette, meaning, info);
+  PixelTarget target(input, info);
+  if (!target.WantsPixels()) return;
+  std::vector<uint8_t> row(static_cast<size_t>(info.width));
+  if (header.Runs()) {
+    RunReader runs(input, header);
+    for (int i = 0; i < info.height; ++i) {
+      runs.ReadRow(row);
+      indices.Put(row.data(), info.width, target.Row(header.top_down ? i : info.height - 1 - i), 0);
+    }
+  } else {
+    const StoredRows rows(input, header);
+    for (int y = 0; y < info.height; ++y) {
+      UnpackIndices(rows.Row(y), header.depth, info.width, row.data());
+      indices.Put(row.data(), info.width, target.Row(y), 0);
+    }
+  }
+  target.Finish();
 }
 
-void PutNumber(std::vector<uint8_t>& bytes, uint32_t value, int count) {
-  for (int i = 0; i < count; ++i) bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+/// A channel of 16- or 32-bit pixels.
+class MaskedChannel {
+ public:
+  MaskedChannel(const Input& input, uint32_t mask) : mask_(mask) {
+    if (mask == 0) return;
+    shift_ = std::countr_zero(mask);
+    largest_ = mask >> shift_;
+    if ((largest_ & (largest_ + uint64_t{1})) != 0) input.Broken("the channel masks have gaps");
+  }
+  uint8_t Of(uint32_t pixel) const {
+    const uint32_t value = (pixel & mask_) >> shift_;
+    return largest_ == 255 ? static_cast<uint8_t>(value) : ScaleToByte(value, largest_);
+  }
+
+ private:
+  uint32_t mask_;
+  int shift_ = 0;
+  uint32_t largest_ = 1;
+};
+
+/// The fourth byte of plain 32-bit pixels has no meaning, but is alpha wherever a writer has used
+/// it at all.
+bool UsesFourthByte(const StoredRows& rows, const Header& header) {
+  for (int y = 0; y < header.height; ++y) {
+    for (ptrdiff_t x = 0; x < header.width; ++x) {
+      if (rows.Row(y)[4 * x + 3] != 0) return true;
+    }
+  }
+  return false;
+}
+
+void ReadColours(const Input& input, Header& header, PictureInfo& info) {
+  const StoredRows rows(input, header);
+  if (header.depth == 32 && header.compression == kPlain && UsesFourthByte(rows, header)) {
+    header.masks[3] = 0xFF000000;
+  }
+  info.bit_count = header.masks[3] != 0 ? 32 : 24;
+  const MaskedChannel channels[4] = {{input, header.masks[0]},
+                                     {input, header.masks[1]},
+                                     {input, header.masks[2]},
+                                     {input, header.masks[3]}};
+  PixelTarget target(input, info);
+  if (!target.WantsPixels()) return;
+  const int stored_bytes = header.depth / 8;
+  const int bytes = info.bit_count / 8;
+  for (int y = 0; y < info.height; ++y) {
+    const uint8_t* from = rows.Row(y);
+    uint8_t* pixel = target.Row(y);
+    if (header.depth == 24) {
+      std::memcpy(pixel, from, RowBytes(info.width, 24));
+      continue;
+    }
+    for (int x = 0; x < info.width; ++x, from += stored_bytes, pixel += bytes) {
+      uint32_t value = from[0] | static_cast<uint32_t>(from[1]) << 8;
+      if (stored_bytes == 4) {
+        value |= static_cast<uint32_t>(from[2]) << 16 | static_cast<uint32_t>(from[3]) << 24;
+      }
+      for (int c = 0; c < bytes; ++c) pixel[c] = channels[c].Of(value);
+    }
+  }
+  target.Finish();
 }
 
 }  // namespace
 
-bool IsBmp(Bytes file) { return file.size() >= 26 && file[0] == 'B' && file[1] == 'M'; }
+bool IsBmp(Bytes file) { return StartsWith(file, "BM"); }
 
 PictureInfo ReadBmp(const Input& input) {
-  const Reader read(input);
   PictureInfo info;
   info.format = Format::kBmp;
-  const Header header = ReadHeader(input, read, info.metadata);
-  const int depth = header.depth;
-  const bool runs = header.compression == kRle8 || header.compression == kRle4;
-  const bool known = depth == 1 || depth == 2 || depth == 4 || depth == 8 || depth == 16 ||
-                     depth == 24 || depth == 32;
-  if (!known || header.compression > kAlphaBitfields || header.compression == 4 ||
-      header.compression == 5 || (runs && depth != (header.compression == kRle8 ? 8 : 4))) {
-    input.Unsupported("a BMP of " + std::to_string(depth) + " bits with compression " +
-                      std::to_string(header.compression) + "; save it uncompressed");
-  }
-  CheckLimits(input, header.width, header.height, 32);
-  std::vector<PaletteEntry> palette = ReadPalette(header, read);
-  const bool keep = input.options.keep_palette_depth && depth <= 8;
-  const bool grey = !keep && IsGreyRamp(palette) && depth == 8;
+  Header header = ReadHeader(input, info.metadata);
+  CheckVariety(input, header);
+  CheckSize(input, header.width, header.height);
   info.width = static_cast<int>(header.width);
   info.height = static_cast<int>(header.height);
-  info.bit_count = keep ? (depth == 2 ? 4 : depth) : grey ? 8 : header.masks[3] != 0 ? 32 : 24;
-  if (keep) info.palette = palette;
-
-  const size_t row_bytes = RowBytes(info.width, depth);
-  const size_t step = (row_bytes + 3) / 4 * 4;
-  const uint64_t needed =
-      static_cast<uint64_t>(step) * (static_cast<uint64_t>(header.height) - 1) + row_bytes;
-  if (!runs &&
-      (header.pixels_at > input.file.size() || input.file.size() - header.pixels_at < needed)) {
-    input.Broken("damaged BMP: truncated");
+  if (header.Indexed()) {
+    ReadIndexed(input, header, info);
+  } else {
+    ReadColours(input, header, info);
   }
-  PixelTarget target(input, info);
-  const std::vector<uint8_t> indices = runs ? UnpackRuns(input, header) : std::vector<uint8_t>();
-  for (int y = 0; y < info.height; ++y) {
-    const auto stored = static_cast<size_t>(header.top_down ? y : info.height - 1 - y);
-    const uint8_t* const from = runs ? indices.data() + stored * static_cast<size_t>(info.width)
-                                     : input.file.data() + header.pixels_at + stored * step;
-    const int bits = runs ? 8 : depth;
-    uint8_t* const row = target.Row(y);
-    if (keep && depth == 2) {
-      WidenToFourBits(from, row, info.width);
-    } else if (keep && runs && depth == 4) {
-      for (int x = 0; x < info.width; x += 2) {
-        row[x / 2] = static_cast<uint8_t>(from[x] << 4 | (x + 1 < info.width ? from[x + 1] : 0));
-      }
-    } else if (keep || grey || depth == 24) {
-      std::memcpy(row, from, RowBytes(info.width, info.bit_count));
-    } else if (depth <= 8) {
-      ExpandIndices(from, bits, palette, false, row, info.width);
-    } else {
-      for (int x = 0; x < info.width; ++x) {
-        uint32_t value = 0;
-        std::memcpy(&value, from + ptrdiff_t{x} * (depth / 8), static_cast<size_t>(depth / 8));
-        uint8_t* const pixel = row + ptrdiff_t{x} * (info.bit_count / 8);
-        for (int c = 0; c < 3; ++c) pixel[c] = Masked(value, header.masks[2 - c]);
-        if (info.bit_count == 32) pixel[3] = Masked(value, header.masks[3]);
-      }
-    }
-  }
-  target.Finish();
   return info;
 }
 
 std::vector<uint8_t> EncodeBmp(const Output& output) {
   const PictureView& picture = output.picture;
-  std::vector<PaletteEntry> palette(picture.palette.begin(), picture.palette.end());
-  if (palette.empty() && picture.bit_count <= 8) palette = GreyPalette(1 << picture.bit_count);
+  const bool indexed = picture.bit_count <= 8;
   const bool alpha = picture.bit_count == 32;
-  const uint32_t header_size = alpha ? 108 : 40;
+  const std::vector<PaletteEntry> palette =
+      indexed ? PaletteOf(picture) : std::vector<PaletteEntry>();
+  const uint32_t header_bytes = alpha ? kV4Header : kInfoHeader;
   const size_t row_bytes = RowBytes(picture.width, picture.bit_count);
   const size_t step = (row_bytes + 3) / 4 * 4;
-  const uint64_t pixels_at = 14 + header_size + 4 * palette.size();
-  const uint64_t size = pixels_at + uint64_t{step} * static_cast<uint64_t>(picture.height);
-  if (size > UINT32_MAX) output.Fail("BMP holds at most 4 GiB; choose PNG or TIFF");
-  const auto per_metre = [](double dpi) {
-    return dpi > 0 ? static_cast<uint32_t>(std::lround(dpi / kMetresPerInch)) : 0;
-  };
-  std::vector<uint8_t> bytes{'B', 'M'};
-  bytes.reserve(size);
-  PutNumber(bytes, static_cast<uint32_t>(size), 4);
-  PutNumber(bytes, 0, 4);
-  PutNumber(bytes, static_cast<uint32_t>(pixels_at), 4);
-  PutNumber(bytes, header_size, 4);
-  PutNumber(bytes, static_cast<uint32_t>(picture.width), 4);
-  PutNumber(bytes, static_cast<uint32_t>(picture.height), 4);
-  PutNumber(bytes, 1, 2);
-  PutNumber(bytes, static_cast<uint32_t>(picture.bit_count), 2);
-  PutNumber(bytes, alpha ? kBitfields : kNoCompression, 4);
-  PutNumber(bytes, static_cast<uint32_t>(size - pixels_at), 4);
-  PutNumber(bytes, per_metre(output.metadata.dpi_x), 4);
-  PutNumber(bytes, per_metre(output.metadata.dpi_y), 4);
-  PutNumber(bytes, static_cast<uint32_t>(palette.size()), 4);
-  PutNumber(bytes, 0, 4);
+  const uint64_t pixels_at = kFileHeaderBytes + header_bytes + 4 * palette.size();
+  const uint64_t size = pixels_at + step * static_cast<uint64_t>(picture.height);
+  if (size > UINT32_MAX) output.DoesNotFit("BMP holds at most 4 GiB; choose PNG or TIFF");
+  output.NoteLostProfile("BMP");
+
+  std::vector<uint8_t> file{'B', 'M'};
+  file.reserve(size);
+  const auto put = [&](uint64_t value) { AppendLittle(file, static_cast<uint32_t>(value), 4); };
+  put(size);
+  put(0);
+  put(pixels_at);
+  put(header_bytes);
+  put(static_cast<uint32_t>(picture.width));
+  put(static_cast<uint32_t>(picture.height));
+  AppendLittle(file, 1, 2);
+  AppendLittle(file, static_cast<uint32_t>(picture.bit_count), 2);
+  put(alpha ? kMasks : kPlain);
+  put(size - pixels_at);
+  put(DotsPerMetre(output.metadata.dpi_x));
+  put(DotsPerMetre(output.metadata.dpi_y));
+  put(palette.size());
+  put(0);
   if (alpha) {
-    for (const uint32_t mask : {0xFF0000u, 0x00FF00u, 0x0000FFu, 0xFF000000u}) {
-      PutNumber(bytes, mask, 4);
-    }
-    PutNumber(bytes, 0x73524742, 4);  // sRGB
-    bytes.resize(14 + header_size);
+    for (const uint32_t mask : {0xFF0000u, 0xFF00u, 0xFFu, 0xFF000000u}) put(mask);
+    put(kStandardColours);
+    file.resize(pixels_at);
   }
   for (const PaletteEntry& entry : palette) {
-    bytes.insert(bytes.end(), {entry.blue, entry.green, entry.red, 0});
-  }
-  if (!output.metadata.icc_profile.empty()) {
-    output.notes.emplace_back("BMP holds no colour profile; it was left out");
+    file.insert(file.end(), {entry.blue, entry.green, entry.red, 0});
   }
   for (int y = picture.height; y-- > 0;) {
-    bytes.insert(bytes.end(), picture.Row(y), picture.Row(y) + row_bytes);
-    bytes.resize(bytes.size() + step - row_bytes);
+    file.insert(file.end(), picture.Row(y), picture.Row(y) + row_bytes);
+    file.resize(file.size() + step - row_bytes);
   }
-  return bytes;
+  return file;
 }
 
 }  // namespace qel::pictures

@@ -1,207 +1,328 @@
-// clang-format off
+#include <algorithm>
+#include <cmath>
 #include <csetjmp>
-#include <cstdio>
+#include <cstdio>  // before the library's header, which uses its types
 #include <cstdlib>
-#include <cstring>
+#include <memory>
 
-// After <cstdio>, whose types these headers use.
+// clang-format off
 #include <jpeglib.h>
 #include <jerror.h>
 // clang-format on
 
 #include "pictures/codec.h"
+#include "pictures/colour_rows.h"
+#include "pictures/exif.h"
+#include "pictures/pixel_target.h"
+#include "pictures/sample_math.h"
 
 namespace qel::pictures {
 namespace {
 
-constexpr double kCentimetresPerInch = 2.54;
+constexpr int kExifMarker = JPEG_APP0 + 1;
+constexpr int kProfileMarker = JPEG_APP0 + 2;
+constexpr unsigned kWholeMarker = 0xFFFF;
 
-/// libjpeg leaves by longjmp: every call into it runs inside `Guard`, whose functions hold nothing
-/// that would have to be destroyed.
-struct ErrorManager : jpeg_error_mgr {
-  std::jmp_buf jump;
+/// The library leaves by longjmp when something is wrong: every call that can fail runs inside
+/// `Run`, in functions that hold nothing to be destroyed.
+struct Errors {
+  Errors() {
+    jpeg_std_error(&manager);
+    manager.error_exit = &OnError;
+    manager.emit_message = &OnMessage;
+  }
+
+  /// Runs `step`; false when the library has left it.
+  template <typename Step>
+  [[gnu::noinline]] bool Run(const Step& step) {
+    if (setjmp(escape) != 0) return false;
+    step();
+    return true;
+  }
+
+  [[noreturn]] static void OnError(j_common_ptr jpeg) {
+    auto* const errors = static_cast<Errors*>(jpeg->client_data);
+    errors->code = jpeg->err->msg_code;
+    jpeg->err->format_message(jpeg, errors->message);
+    std::longjmp(errors->escape, 1);
+  }
+
+  /// Warnings after which the library would make pixels up are errors here.
+  static void OnMessage(j_common_ptr jpeg, int level) {
+    if (level >= 0) return;
+    switch (jpeg->err->msg_code) {
+      case JWRN_JPEG_EOF:
+      case JWRN_HIT_MARKER:
+      case JWRN_HUFF_BAD_CODE:
+      case JWRN_ARITH_BAD_CODE:
+      case JWRN_MUST_RESYNC:
+        OnError(jpeg);
+      default:
+        break;
+    }
+  }
+
+  jpeg_error_mgr manager;
+  std::jmp_buf escape;
+  int code = 0;
   char message[JMSG_LENGTH_MAX] = "";
 };
 
-void OnError(j_common_ptr info) {
-  auto* const manager = static_cast<ErrorManager*>(info->err);
-  manager->format_message(info, manager->message);
-  std::longjmp(manager->jump, 1);
-}
-
-/// A file that ends early would otherwise be filled up with grey.
-void OnMessage(j_common_ptr info, int level) {
-  if (level < 0 && info->err->msg_code == JWRN_JPEG_EOF) OnError(info);
-}
-
-void PrepareErrors(ErrorManager& manager) {
-  jpeg_std_error(&manager);
-  manager.error_exit = &OnError;
-  manager.emit_message = &OnMessage;
-}
-
-template <typename Work>
-[[gnu::noinline]] bool Guard(ErrorManager& manager, Work&& work) {
-  if (setjmp(manager.jump) != 0) return false;
-  work();
-  return true;
-}
-
-struct Decoder {
-  jpeg_decompress_struct info{};
-  ErrorManager errors;
-  Decoder() {
-    PrepareErrors(errors);
-    info.err = &errors;
+/// A decoder on a file in memory.
+class Decoder {
+ public:
+  explicit Decoder(const Input& input) : input_(input) {
+    jpeg.err = &errors_.manager;
+    jpeg.client_data = &errors_;
+    Run([&] {
+      jpeg_create_decompress(&jpeg);
+      jpeg_mem_src(&jpeg, input_.file.data(), static_cast<unsigned long>(input_.file.size()));
+      progress_.progress_monitor = &OnProgress;
+      jpeg.progress = &progress_;
+    });
   }
-  ~Decoder() { jpeg_destroy_decompress(&info); }
+  ~Decoder() { jpeg_destroy_decompress(&jpeg); }
+  Decoder(const Decoder&) = delete;
+  Decoder& operator=(const Decoder&) = delete;
+
+  template <typename Step>
+  void Run(const Step& step) {
+    if (errors_.Run(step)) return;
+    switch (errors_.code) {
+      case JWRN_JPEG_EOF:
+      case JWRN_HIT_MARKER:
+      case JERR_INPUT_EOF:
+        input_.Truncated();
+      case JERR_BAD_PRECISION:
+      case JERR_CONVERSION_NOTIMPL:
+      case JERR_SOF_UNSUPPORTED:
+        input_.Unsupported(std::string("this kind of JPEG is not read: ") + errors_.message);
+      default:
+        input_.Broken(std::string("damaged JPEG: ") + errors_.message);
+    }
+  }
+
+  jpeg_decompress_struct jpeg{};
+
+ private:
+  /// A small file can ask for thousands of passes over a large picture. No writer does.
+  static void OnProgress(j_common_ptr common) {
+    constexpr int kMostScans = 500;
+    auto* const decoder = reinterpret_cast<j_decompress_ptr>(common);
+    if (decoder->input_scan_number > kMostScans) ERREXIT(common, JERR_BAD_PROGRESSION);
+  }
+
+  const Input& input_;
+  Errors errors_;
+  jpeg_progress_mgr progress_{};
 };
 
-struct Encoder {
-  jpeg_compress_struct info{};
-  ErrorManager errors;
-  unsigned char* bytes = nullptr;
-  unsigned long size = 0;
-  Encoder() {
-    PrepareErrors(errors);
-    info.err = &errors;
+Exif ReadExif(const jpeg_decompress_struct& jpeg) {
+  for (const auto* marker = jpeg.marker_list; marker != nullptr; marker = marker->next) {
+    const Bytes data(marker->data, marker->data_length);
+    if (marker->marker == kExifMarker && StartsWith(data, "Exif")) return ParseExif(data);
   }
-  ~Encoder() {
-    jpeg_destroy_compress(&info);
-    std::free(bytes);
-  }
-};
+  return {};
+}
 
-Metadata ReadMetadata(jpeg_decompress_struct& info) {
-  Metadata metadata;
+std::vector<uint8_t> ReadProfile(Decoder& decoder) {
   JOCTET* profile = nullptr;
   unsigned length = 0;
-  if (jpeg_read_icc_profile(&info, &profile, &length)) {
-    metadata.icc_profile.assign(profile, profile + length);
-    std::free(profile);
+  decoder.Run([&] { jpeg_read_icc_profile(&decoder.jpeg, &profile, &length); });
+  if (profile == nullptr) return {};
+  const std::unique_ptr<JOCTET, void (*)(void*)> owner(profile, &std::free);
+  return {profile, profile + length};
+}
+
+Metadata ReadMetadata(Decoder& decoder, const Exif& exif) {
+  const jpeg_decompress_struct& jpeg = decoder.jpeg;
+  Metadata metadata;
+  metadata.icc_profile = ReadProfile(decoder);
+  metadata.dpi_x = exif.dpi_x;
+  metadata.dpi_y = exif.dpi_y;
+  enum Unit { kNone, kInch, kCentimetre };
+  if (jpeg.saw_JFIF_marker && jpeg.density_unit != kNone) {
+    const double scale = jpeg.density_unit == kCentimetre ? kCentimetresPerInch : 1;
+    metadata.dpi_x = jpeg.X_density * scale;
+    metadata.dpi_y = jpeg.Y_density * scale;
   }
-  const double unit = info.density_unit == 1 ? 1 : info.density_unit == 2 ? kCentimetresPerInch : 0;
-  metadata.dpi_x = info.X_density * unit;
-  metadata.dpi_y = info.Y_density * unit;
   return metadata;
 }
 
-int ReadOrientation(const jpeg_decompress_struct& info) {
-  for (auto* marker = info.marker_list; marker != nullptr; marker = marker->next) {
-    const Bytes data(marker->data, marker->data_length);
-    if (marker->marker == JPEG_APP0 + 1 && data.size() > 6 &&
-        std::memcmp(data.data(), "Exif", 5) == 0) {
-      return ExifOrientation(data);
+/// Decodes rows of inks, which files with an Adobe marker store inverted, through a row of our own.
+void ReadInks(Decoder& decoder, const PixelTarget& target) {
+  jpeg_decompress_struct& jpeg = decoder.jpeg;
+  std::vector<uint8_t> inks(size_t{jpeg.output_width} * 4);
+  JSAMPROW row = inks.data();
+  while (jpeg.output_scanline < jpeg.output_height) {
+    uint8_t* pixel = target.Row(static_cast<int>(jpeg.output_scanline));
+    decoder.Run([&] { jpeg_read_scanlines(&jpeg, &row, 1); });
+    if (jpeg.saw_Adobe_marker) {
+      for (uint8_t& ink : inks) ink = static_cast<uint8_t>(255 - ink);
     }
+    for (size_t i = 0; i < inks.size(); i += 4, pixel += 3) InkToLight(&inks[i], pixel);
   }
-  return 1;
 }
 
-/// Ink to light. Files of this kind store inks inverted when they carry the Adobe marker.
-void ConvertInks(const uint8_t* inks, bool inverted, uint8_t* row, int width) {
-  for (int x = 0; x < width; ++x) {
-    const auto light = [&](int channel) {
-      const unsigned value = inks[4 * ptrdiff_t{x} + channel];
-      return inverted ? value : 255 - value;
-    };
-    for (int c = 0; c < 3; ++c) {
-      row[3 * ptrdiff_t{x} + 2 - c] = static_cast<uint8_t>((light(c) * light(3) + 127) / 255);
+void ReadRows(Decoder& decoder, const PixelTarget& target) {
+  jpeg_decompress_struct& jpeg = decoder.jpeg;
+  decoder.Run([&] {
+    while (jpeg.output_scanline < jpeg.output_height) {
+      JSAMPROW row = target.Row(static_cast<int>(jpeg.output_scanline));
+      jpeg_read_scanlines(&jpeg, &row, 1);
     }
+  });
+}
+
+/// An encoder into memory.
+class Encoder {
+ public:
+  explicit Encoder(const Output& output) : output_(output) {
+    jpeg.err = &errors_.manager;
+    jpeg.client_data = &errors_;
+    Run([&] { jpeg_create_compress(&jpeg); });
+    destination_.init_destination = &OnStart;
+    destination_.empty_output_buffer = &OnFull;
+    destination_.term_destination = &OnEnd;
+    jpeg.dest = &destination_;
+  }
+  ~Encoder() { jpeg_destroy_compress(&jpeg); }
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
+
+  template <typename Step>
+  void Run(const Step& step) {
+    if (!errors_.Run(step)) output_.EncoderFailed(errors_.message);
+  }
+  std::vector<uint8_t> TakeFile() { return std::move(destination_.file); }
+
+  jpeg_compress_struct jpeg{};
+
+ private:
+  struct Destination : jpeg_destination_mgr {
+    uint8_t buffer[1 << 16];
+    std::vector<uint8_t> file;
+
+    void Rewind() {
+      next_output_byte = buffer;
+      free_in_buffer = sizeof(buffer);
+    }
+    /// No exception may pass through the frames of the library.
+    bool Flush(size_t count) noexcept try {
+      file.insert(file.end(), buffer, buffer + count);
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  };
+  static Destination& DestinationOf(j_compress_ptr jpeg) {
+    return *static_cast<Destination*>(jpeg->dest);
+  }
+  static void OnStart(j_compress_ptr jpeg) { DestinationOf(jpeg).Rewind(); }
+  static boolean OnFull(j_compress_ptr jpeg) {
+    Destination& destination = DestinationOf(jpeg);
+    if (!destination.Flush(sizeof(destination.buffer))) ERREXIT1(jpeg, JERR_OUT_OF_MEMORY, 0);
+    destination.Rewind();
+    return TRUE;
+  }
+  static void OnEnd(j_compress_ptr jpeg) {
+    Destination& destination = DestinationOf(jpeg);
+    const size_t used = sizeof(destination.buffer) - destination.free_in_buffer;
+    if (!destination.Flush(used)) ERREXIT1(jpeg, JERR_OUT_OF_MEMORY, 0);
+  }
+
+  const Output& output_;
+  Errors errors_;
+  Destination destination_;
+};
+
+void DescribePicture(const Output& output, int bit_count, jpeg_compress_struct& jpeg) {
+  constexpr int kFullResolutionQuality = 90;
+  const int quality = output.options.jpeg_quality;
+  jpeg.image_width = static_cast<JDIMENSION>(output.picture.width);
+  jpeg.image_height = static_cast<JDIMENSION>(output.picture.height);
+  jpeg.input_components = bit_count / 8;
+  jpeg.in_color_space = bit_count == 8 ? JCS_GRAYSCALE : JCS_EXT_BGR;
+  jpeg_set_defaults(&jpeg);
+  jpeg_set_quality(&jpeg, quality, TRUE);
+  if (quality >= kFullResolutionQuality) {
+    jpeg.comp_info[0].h_samp_factor = jpeg.comp_info[0].v_samp_factor = 1;
+  }
+  jpeg.optimize_coding = TRUE;
+  if (output.HasResolution()) {
+    const auto density = [](double dpi) {
+      return static_cast<UINT16>(std::lround(std::clamp(dpi, 1.0, 65535.0)));
+    };
+    jpeg.density_unit = 1;
+    jpeg.X_density = density(output.metadata.dpi_x);
+    jpeg.Y_density = density(output.metadata.dpi_y);
   }
 }
 
 }  // namespace
 
-bool IsJpeg(Bytes file) {
-  return file.size() >= 3 && file[0] == 0xFF && file[1] == 0xD8 && file[2] == 0xFF;
-}
+bool IsJpeg(Bytes file) { return StartsWith(file, "\xFF\xD8\xFF"); }
 
 PictureInfo ReadJpeg(const Input& input) {
-  Decoder decoder;
-  jpeg_decompress_struct& jpeg = decoder.info;
-  const auto fail = [&] { input.Broken(std::string("damaged JPEG: ") + decoder.errors.message); };
-  if (!Guard(decoder.errors, [&] {
-        jpeg_create_decompress(&jpeg);
-        jpeg_mem_src(&jpeg, input.file.data(), static_cast<unsigned long>(input.file.size()));
-        jpeg_save_markers(&jpeg, JPEG_APP0 + 1, 0xFFFF);
-        jpeg_save_markers(&jpeg, JPEG_APP0 + 2, 0xFFFF);
-        jpeg_read_header(&jpeg, TRUE);
-      })) {
-    fail();
+  Decoder decoder(input);
+  jpeg_decompress_struct& jpeg = decoder.jpeg;
+  decoder.Run([&] {
+    jpeg_save_markers(&jpeg, kExifMarker, kWholeMarker);
+    jpeg_save_markers(&jpeg, kProfileMarker, kWholeMarker);
+    jpeg_read_header(&jpeg, TRUE);
+  });
+  const Exif exif = ReadExif(jpeg);
+  const bool grey = jpeg.jpeg_color_space == JCS_GRAYSCALE;
+  const bool inks = jpeg.jpeg_color_space == JCS_CMYK || jpeg.jpeg_color_space == JCS_YCCK;
+  if (jpeg.jpeg_color_space == JCS_UNKNOWN) {
+    input.Unsupported("a JPEG of " + std::to_string(jpeg.num_components) +
+                      " channels of unknown colours is not read");
   }
+  jpeg.out_color_space = grey ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_EXT_BGR;
   PictureInfo info;
   info.format = Format::kJpeg;
   info.width = static_cast<int>(jpeg.image_width);
   info.height = static_cast<int>(jpeg.image_height);
-  info.metadata = ReadMetadata(jpeg);
-  const bool grey = jpeg.jpeg_color_space == JCS_GRAYSCALE;
-  const bool inks = jpeg.jpeg_color_space == JCS_CMYK || jpeg.jpeg_color_space == JCS_YCCK;
   info.bit_count = grey ? 8 : 24;
+  info.metadata = ReadMetadata(decoder, exif);
   if (inks) {
-    info.notes.emplace_back("inks (CMYK) were converted to colours without a profile");
     info.metadata.icc_profile.clear();
+    info.notes.emplace_back(kCmykNote);
   }
-  jpeg.out_color_space = grey ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_EXT_BGR;
-  const bool inverted = jpeg.saw_Adobe_marker != 0;
-  // Before the decoder allocates for the whole picture, as it does for progressive files.
-  PixelTarget target(input, info, ReadOrientation(jpeg));
-  if (!Guard(decoder.errors, [&] { jpeg_start_decompress(&jpeg); })) fail();
-  std::vector<uint8_t> ink_row(inks ? 4 * size_t{jpeg.image_width} : 0);
-  while (jpeg.output_scanline < jpeg.output_height) {
-    const int y = static_cast<int>(jpeg.output_scanline);
-    JSAMPROW row = inks ? ink_row.data() : target.Row(y);
-    if (!Guard(decoder.errors, [&] { jpeg_read_scanlines(&jpeg, &row, 1); })) fail();
-    if (inks) ConvertInks(row, inverted, target.Row(y), static_cast<int>(jpeg.image_width));
+  PixelTarget target(input, info, exif.orientation);
+  if (!target.WantsPixels()) return info;
+  decoder.Run([&] { jpeg_start_decompress(&jpeg); });
+  if (inks) {
+    ReadInks(decoder, target);
+  } else {
+    ReadRows(decoder, target);
   }
-  if (!Guard(decoder.errors, [&] { jpeg_finish_decompress(&jpeg); })) fail();
+  decoder.Run([&] { jpeg_finish_decompress(&jpeg); });
   target.Finish();
   return info;
 }
 
 std::vector<uint8_t> EncodeJpeg(const Output& output) {
-  if (HasTransparency(output.picture)) output.notes.emplace_back(kAlphaDroppedNote);
-  constexpr int kLargestSide = 65500;
-  if (output.picture.width > kLargestSide || output.picture.height > kLargestSide) {
-    output.Fail("JPEG holds at most 65500 pixels a side; choose PNG or TIFF");
-  }
-  ColourRows rows(output.picture, false);
-  Encoder encoder;
-  jpeg_compress_struct& jpeg = encoder.info;
-  const auto fail = [&] {
-    output.Fail(std::string("encoding as JPEG failed: ") + encoder.errors.message);
-  };
-  const Metadata& metadata = output.metadata;
-  if (!Guard(encoder.errors, [&] {
-        jpeg_create_compress(&jpeg);
-        jpeg_mem_dest(&jpeg, &encoder.bytes, &encoder.size);
-        jpeg.image_width = static_cast<JDIMENSION>(output.picture.width);
-        jpeg.image_height = static_cast<JDIMENSION>(output.picture.height);
-        jpeg.input_components = rows.bit_count() / 8;
-        jpeg.in_color_space = rows.bit_count() == 8 ? JCS_GRAYSCALE : JCS_EXT_BGR;
-        jpeg_set_defaults(&jpeg);
-        jpeg_set_quality(&jpeg, output.options.jpeg_quality, TRUE);
-        if (output.options.jpeg_quality >= 90 && jpeg.num_components == 3) {
-          jpeg.comp_info[0].h_samp_factor = jpeg.comp_info[0].v_samp_factor = 1;
-        }
-        if (metadata.dpi_x > 0 && metadata.dpi_y > 0) {
-          jpeg.density_unit = 1;
-          jpeg.X_density = static_cast<UINT16>(metadata.dpi_x + 0.5);
-          jpeg.Y_density = static_cast<UINT16>(metadata.dpi_y + 0.5);
-        }
-        jpeg_start_compress(&jpeg, TRUE);
-        if (!metadata.icc_profile.empty()) {
-          jpeg_write_icc_profile(&jpeg, metadata.icc_profile.data(),
-                                 static_cast<unsigned>(metadata.icc_profile.size()));
-        }
-      })) {
-    fail();
-  }
+  output.CheckSides("JPEG", JPEG_MAX_DIMENSION);
+  output.NoteLostAlpha("JPEG");
+  ColourRows rows(output.picture, ColourRows::Alpha::kDrop);
+  const Bytes profile = output.Profile(rows.bit_count() == 8);
+  Encoder encoder(output);
+  jpeg_compress_struct& jpeg = encoder.jpeg;
+  encoder.Run([&] {
+    DescribePicture(output, rows.bit_count(), jpeg);
+    jpeg_start_compress(&jpeg, TRUE);
+    if (!profile.empty()) {
+      jpeg_write_icc_profile(&jpeg, profile.data(), static_cast<unsigned>(profile.size()));
+    }
+  });
   for (int y = 0; y < output.picture.height; ++y) {
+    // The library does not write to its input.
     JSAMPROW row = const_cast<JSAMPROW>(rows.Row(y));
-    if (!Guard(encoder.errors, [&] { jpeg_write_scanlines(&jpeg, &row, 1); })) fail();
+    encoder.Run([&] { jpeg_write_scanlines(&jpeg, &row, 1); });
   }
-  if (!Guard(encoder.errors, [&] { jpeg_finish_compress(&jpeg); })) fail();
-  return {encoder.bytes, encoder.bytes + encoder.size};
+  encoder.Run([&] { jpeg_finish_compress(&jpeg); });
+  return encoder.TakeFile();
 }
 
 }  // namespace qel::pictures

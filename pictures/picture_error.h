@@ -12,10 +12,11 @@ class PictureError : public std::runtime_error {
  public:
   enum class Kind {
     kNotReadable,    ///< no such file, or no permission
-    kUnknownFormat,  ///< not a picture format that we know
+    kUnknownFormat,  ///< content or extension of no format that we know
     kBroken,         ///< truncated or damaged content
     kTooLarge,       ///< beyond the limits
-    kUnsupported,    ///< a variety of the format that is not handled
+    kUnsupported,    ///< a variety of the format that we do not read
+    kDoesNotFit,     ///< the output format cannot hold this picture
     kNotWritable,    ///< the output cannot be written
   };
 

@@ -5,9 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "pictures/atomic_file.h"
 #include "pictures/codec.h"
@@ -18,116 +19,127 @@ namespace {
 struct FormatRow {
   Format format;
   std::string_view name;
-  std::vector<std::string_view> extensions;
+  std::array<std::string_view, 5> extensions;
   bool (*recognise)(Bytes file);
   PictureInfo (*read)(const Input& input);
   std::vector<uint8_t> (*encode)(const Output& output);
 };
 
-const std::vector<FormatRow>& Formats() {
-  static const std::vector<FormatRow> formats = {
-      {Format::kPng, "PNG", {"png"}, &IsPng, &ReadPng, &EncodePng},
-      {Format::kJpeg, "JPEG", {"jpg", "jpeg", "jpe"}, &IsJpeg, &ReadJpeg, &EncodeJpeg},
-      {Format::kTiff, "TIFF", {"tif", "tiff"}, &IsTiff, &ReadTiff, &EncodeTiff},
-      {Format::kWebp, "WebP", {"webp"}, &IsWebp, &ReadWebp, &EncodeWebp},
-      {Format::kBmp, "BMP", {"bmp", "dib"}, &IsBmp, &ReadBmp, &EncodeBmp},
-      {Format::kPnm, "PNM", {"pnm", "pbm", "pgm", "ppm", "pam"}, &IsPnm, &ReadPnm, &EncodePnm},
-  };
-  return formats;
+constexpr FormatRow kFormats[] = {
+    {Format::kPng, "PNG", {".png"}, &IsPng, &ReadPng, &EncodePng},
+    {Format::kJpeg, "JPEG", {".jpg", ".jpeg", ".jpe"}, &IsJpeg, &ReadJpeg, &EncodeJpeg},
+    {Format::kTiff, "TIFF", {".tif", ".tiff"}, &IsTiff, &ReadTiff, &EncodeTiff},
+    {Format::kWebp, "WebP", {".webp"}, &IsWebp, &ReadWebp, &EncodeWebp},
+    {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &ReadBmp, &EncodeBmp},
+    {Format::kPnm, "PNM", {".pnm", ".pbm", ".pgm", ".ppm", ".pam"}, &IsPnm, &ReadPnm, &EncodePnm},
+};
+
+const FormatRow& RowOf(Format format) {
+  return *std::ranges::find(kFormats, format, &FormatRow::format);
 }
 
-const FormatRow& RowOfPath(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  const size_t dot = path.rfind('.');
-  std::string extension;
-  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) {
-    extension = path.substr(dot + 1);
+/// Closes a descriptor at the end of its block.
+struct Closer {
+  int descriptor;
+  ~Closer() { close(descriptor); }
+};
+
+/// Reads a whole file, regular or a pipe, up to the limit.
+std::vector<uint8_t> ReadFile(const std::string& path, int64_t most) {
+  const auto fail = [&](int error) {
+    throw PictureError(PictureError::Kind::kNotReadable, path, std::strerror(error));
+  };
+  const auto check = [&](uint64_t size) {
+    if (size <= static_cast<uint64_t>(std::max<int64_t>(most, 0))) return;
+    throw PictureError(PictureError::Kind::kTooLarge, path,
+                       "the file has more bytes than the limit of " + std::to_string(most));
+  };
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) fail(errno);
+  const Closer closer{descriptor};
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) fail(errno);
+  if (S_ISREG(status.st_mode)) check(static_cast<uint64_t>(status.st_size));
+
+  // One byte more than the file is said to have, so that its end is met without growing.
+  std::vector<uint8_t> content(static_cast<size_t>(std::max<off_t>(status.st_size, 4095)) + 1);
+  size_t size = 0;
+  while (true) {
+    const ssize_t got = read(descriptor, content.data() + size, content.size() - size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) fail(errno);
+    if (got == 0) break;
+    size += static_cast<size_t>(got);
+    check(size);
+    if (size == content.size()) content.resize(2 * size);
   }
-  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  content.resize(size);
+  return content;
+}
+
+PictureInfo Read(Bytes file, const std::string& name, const ReadOptions& options,
+                 const Allocate* allocate) {
+  if (file.empty()) throw PictureError(PictureError::Kind::kBroken, name, "the file is empty");
+  const auto* const row =
+      std::ranges::find_if(kFormats, [&](const FormatRow& each) { return each.recognise(file); });
+  if (row == std::end(kFormats)) {
+    std::string known;
+    for (const FormatRow& each : kFormats) known += " " + std::string(each.name);
+    throw PictureError(PictureError::Kind::kUnknownFormat, name,
+                       "the content is of no known picture format; known are" + known);
+  }
+  return row->read({file, name, options, allocate});
+}
+
+}  // namespace
+
+Format FormatOfPath(const std::string& path) {
+  const std::string extension = ExtensionOf(path);
   std::string known;
-  for (const FormatRow& row : Formats()) {
-    if (std::ranges::find(row.extensions, extension) != row.extensions.end()) return row;
-    for (const std::string_view name : row.extensions) known += " ." + std::string(name);
+  for (const FormatRow& row : kFormats) {
+    for (const std::string_view candidate : row.extensions) {
+      if (candidate.empty()) continue;
+      if (candidate == extension) return row.format;
+      known += " " + std::string(candidate);
+    }
   }
   throw PictureError(PictureError::Kind::kUnknownFormat, path,
                      "the extension names no picture format; known are" + known);
 }
 
-/// Reads a whole file, regular or not (a pipe ends when it ends), up to the limit.
-std::vector<uint8_t> ReadFile(const std::string& path, int64_t max_bytes) {
-  const auto fail = [&] {
-    throw PictureError(PictureError::Kind::kNotReadable, path, std::strerror(errno));
-  };
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) fail();
-  struct Closer {
-    int descriptor;
-    ~Closer() { close(descriptor); }
-  } const closer{descriptor};
-  struct stat status;
-  if (fstat(descriptor, &status) != 0) fail();
-  if (S_ISDIR(status.st_mode)) {
-    errno = EISDIR;
-    fail();
-  }
-  std::vector<uint8_t> content;
-  size_t room = S_ISREG(status.st_mode) ? static_cast<size_t>(status.st_size) : 0;
-  for (size_t size = 0;;) {
-    if (static_cast<int64_t>(std::max(size, room)) > max_bytes) {
-      throw PictureError(
-          PictureError::Kind::kTooLarge, path,
-          "the file is larger than the limit of " + std::to_string(max_bytes) + " bytes");
-    }
-    content.resize(std::max(room, size + (size == 0 ? size_t{4096} : size)));
-    if (room == 0 || size < room) {
-      const ssize_t got = read(descriptor, content.data() + size, content.size() - size);
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) fail();
-      size += static_cast<size_t>(got);
-      if (got > 0 && (room == 0 || size < room)) continue;
-    }
-    content.resize(size);
-    return content;
-  }
+PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
+                        const Allocate& allocate) {
+  return Read(ReadFile(path, options.limits.max_file_bytes), path, options, &allocate);
 }
-
-}  // namespace
-
-Format FormatOfPath(const std::string& path) { return RowOfPath(path).format; }
 
 PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
                                   const ReadOptions& options, const Allocate& allocate) {
-  if (file.empty()) {
-    throw PictureError(PictureError::Kind::kBroken, name, "the file is empty");
-  }
-  for (const FormatRow& row : Formats()) {
-    if (row.recognise(file)) return row.read({file, name, options, allocate});
-  }
-  throw PictureError(PictureError::Kind::kUnknownFormat, name,
-                     "not a picture that is known; PNG, JPEG, TIFF, WebP, BMP and PNM are");
+  return Read(file, name, options, &allocate);
 }
 
-PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
-                        const Allocate& allocate) {
-  const std::vector<uint8_t> content = ReadFile(path, options.limits.max_file_bytes);
-  return ReadPictureFromMemory(content, path, options, allocate);
+PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options) {
+  return Read(ReadFile(path, options.limits.max_file_bytes), path, options, nullptr);
+}
+
+PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
+                                        const ReadOptions& options) {
+  return Read(file, name, options, nullptr);
 }
 
 std::vector<std::string> WritePicture(const std::string& path, const PictureView& picture,
                                       const Metadata& metadata, const WriteOptions& options) {
-  const FormatRow& row = RowOfPath(path);
-  if (picture.bits == nullptr || picture.width < 1 || picture.height < 1) {
-    throw PictureError(PictureError::Kind::kNotWritable, path, "a picture without pixels");
-  }
-  if (picture.bit_count != 1 && picture.bit_count != 4 && picture.bit_count != 8 &&
-      picture.bit_count != 24 && picture.bit_count != 32) {
-    throw PictureError(PictureError::Kind::kNotWritable, path,
-                       std::to_string(picture.bit_count) +
-                           " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
-  }
+  const FormatRow& row = RowOf(options.format ? *options.format : FormatOfPath(path));
+  constexpr int kDepths[] = {1, 4, 8, 24, 32};
   std::vector<std::string> notes;
-  const std::vector<uint8_t> bytes = row.encode({path, picture, metadata, options, notes});
-  WriteFileAtomically(path, bytes);
+  const Output output{path, picture, metadata, options, notes};
+  if (picture.bits == nullptr || picture.width < 1 || picture.height < 1) {
+    output.DoesNotFit("a picture without pixels cannot be written");
+  }
+  if (std::ranges::find(kDepths, picture.bit_count) == std::end(kDepths)) {
+    output.DoesNotFit(std::to_string(picture.bit_count) +
+                      " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
+  }
+  WriteFileAtomically(path, row.encode(output));
   return notes;
 }
 

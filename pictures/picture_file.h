@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "pictures/picture_error.h"
@@ -17,10 +17,11 @@ enum class Format { kPng, kJpeg, kTiff, kWebp, kBmp, kPnm };
 
 /// One palette entry in memory order.
 struct PaletteEntry {
-  uint8_t blue;
-  uint8_t green;
-  uint8_t red;
-  uint8_t reserved;
+  uint8_t blue = 0;
+  uint8_t green = 0;
+  uint8_t red = 0;
+  uint8_t reserved = 0;
+  bool operator==(const PaletteEntry&) const = default;
 };
 
 /// What is kept of a file besides its pixels.
@@ -30,74 +31,89 @@ struct Metadata {
   double dpi_y = 0;
 };
 
-/// A picture as its header describes it, after its orientation has been applied.
+/// A picture as its header describes it, upright: the orientation of the file is already applied.
 struct PictureInfo {
   Format format = Format::kPng;
   int width = 0;
   int height = 0;
-  int bit_count = 0;  ///< 8 grey, 24 blue green red, 32 with straight alpha; 1, 4, 8 with `palette`
-  std::vector<PaletteEntry> palette;  ///< only when the palette depth is kept
+  /// 8 grey, 24 blue green red, 32 with straight alpha; 1, 4 or 8 bits of index with `palette`.
+  int bit_count = 0;
+  /// Filled only when the palette depth is kept. May have less than 2^bit_count entries; indices
+  /// past its end are black.
+  std::vector<PaletteEntry> palette;
   Metadata metadata;
   std::vector<std::string> notes;  ///< what was changed on the way, a sentence each
+
+  bool HasAlpha() const { return bit_count == 32; }
 };
 
 /// Where the rows of a picture go: row y at bits + y * stride, which may be negative.
 struct PixelBuffer {
-  uint8_t* bits;
-  ptrdiff_t stride;
+  uint8_t* bits = nullptr;
+  ptrdiff_t stride = 0;
 };
 
-/// Provides the memory for a picture. Called once, after the header has passed the limits.
+/// Provides the memory for a picture. Called once, after the header has passed the limits. What it
+/// throws passes through.
 using Allocate = std::function<PixelBuffer(const PictureInfo& info)>;
 
-/// The largest picture that is read; checked from the header, before anything is allocated.
+/// The largest picture that is read; checked from the header, before anything of its size is
+/// allocated.
 struct Limits {
-  int64_t max_pixels = int64_t{1} << 29;
-  int64_t max_bytes = int64_t{1} << 31;       ///< of decoded rows
+  int64_t max_pixels = int64_t{1} << 28;
+  int64_t max_bytes = int64_t{1} << 31;       ///< of decoded pixels, here and in the codec
   int64_t max_file_bytes = int64_t{1} << 31;  ///< of the file itself
 };
 
 struct ReadOptions {
   Limits limits;
-  /// Keep indices of palette pictures, and grey levels below 8 bits, with their palette instead of
-  /// expanding them to colours.
+  /// Keeps indices of palette pictures, and grey levels below 8 bits, with their palette instead
+  /// of expanding them. Two-bit indices become four-bit ones. Transparency of a palette is lost.
   bool keep_palette_depth = false;
 };
 
-/// Reads a picture into memory that `allocate` provides: rows of blue, green, red (, alpha) bytes,
-/// or one grey byte per pixel. Bytes between rows are not touched. The format is told by content.
-/// Palettes are expanded, 16 bits per channel reduced to 8 with a note, EXIF orientation applied.
-/// Throws `PictureError`.
+/// Reads a picture straight into the memory that `allocate` provides. Bytes between rows are not
+/// touched; unused bits of the last byte of a row become 0. The format is told by the content.
+/// Sixteen bits per channel are reduced to 8, CMYK is converted simply, both with a note.
+/// Throws `PictureError`. Any thread; several pictures may be read at once.
 PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
                         const Allocate& allocate);
 /// The same from memory; `name` stands for the file in messages.
 PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
                                   const ReadOptions& options, const Allocate& allocate);
 
-/// A picture to be written. 1 and 4 bits hold indices, the leftmost in the high bits, as 8 bits do
-/// with a palette; without a palette they are grey levels.
+/// What `ReadPicture` would hand to its allocator, without decoding pixels.
+PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options = {});
+PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
+                                        const ReadOptions& options = {});
+
+/// A picture to be written. 1, 4 and 8 bits hold indices, the leftmost in the high bits, or
+/// without a palette grey levels from black to white.
 struct PictureView {
-  const uint8_t* bits;
-  ptrdiff_t stride;
-  int width;
-  int height;
-  int bit_count;
+  const uint8_t* bits = nullptr;
+  ptrdiff_t stride = 0;
+  int width = 0;
+  int height = 0;
+  int bit_count = 0;
   std::span<const PaletteEntry> palette = {};
 
   const uint8_t* Row(int y) const { return bits + ptrdiff_t{y} * stride; }
 };
 
 struct WriteOptions {
-  int jpeg_quality = 92;
-  int webp_quality = 100;  ///< 100 is lossless
+  std::optional<Format> format;  ///< told by the extension when absent
+  int jpeg_quality = 92;         ///< 1 to 100; colour is kept at full resolution from 90 up
+  int webp_quality = 100;        ///< 0 to 100, which is lossless
+  int png_level = 5;             ///< of compression, 0 to 9
 };
 
-/// Encodes a picture in the format that the extension of `path` names and writes it whole or not at
-/// all. Returns notes on what the format cannot hold. Throws `PictureError`.
+/// Encodes a picture and writes it to `path`, whole or not at all (see `AtomicFile`).
+/// Returns notes on what the format could not hold. Throws `PictureError`.
 std::vector<std::string> WritePicture(const std::string& path, const PictureView& picture,
                                       const Metadata& metadata, const WriteOptions& options = {});
 
-/// The format that an extension names. Throws `PictureError` that lists the known ones.
+/// The format that the extension of `path` names. Throws `PictureError`, which lists the known
+/// extensions.
 Format FormatOfPath(const std::string& path);
 
 }  // namespace qel::pictures

@@ -1,257 +1,318 @@
+#include <algorithm>
+#include <array>
 #include <cctype>
-#include <cstring>
+#include <charconv>
+#include <string_view>
 
 #include "pictures/codec.h"
+#include "pictures/colour_rows.h"
+#include "pictures/index_rows.h"
+#include "pictures/pixel_target.h"
+#include "pictures/sample_math.h"
 
 namespace qel::pictures {
 namespace {
 
-/// The text part of a file.
+bool IsBlank(uint8_t character) { return std::isspace(character) != 0; }
+
+/// The text of a file.
 class Scanner {
  public:
-  explicit Scanner(const Input& input) : input_(input) {}
+  Scanner(const Input& input, size_t at) : input_(input), at_(at) {}
 
-  /// The next byte, or an error at the end.
-  uint8_t Next() {
-    if (at_ >= input_.file.size()) input_.Broken("damaged PNM: truncated");
-    return input_.file[at_++];
-  }
   /// The next word; blanks and comments before it are passed over, one blank after it is taken.
-  std::string Word() {
+  std::string_view Word() {
     SkipBlanks();
-    std::string word;
-    while (at_ < input_.file.size() && !std::isspace(input_.file[at_]) && word.size() < 32) {
-      word += static_cast<char>(input_.file[at_++]);
-    }
+    const size_t begin = at_;
+    while (at_ < input_.file.size() && !IsBlank(input_.file[at_])) ++at_;
+    const std::string_view word = Text(begin, at_);
+    if (word.empty()) input_.Truncated();
     if (at_ < input_.file.size()) ++at_;
     return word;
   }
-  int64_t Number() {
-    const std::string word = Word();
-    if (word.empty() || word.size() > 10 ||
-        word.find_first_not_of("0123456789") != std::string::npos) {
-      input_.Broken("damaged PNM: a number is missing");
+
+  uint32_t Number() {
+    const std::string_view word = Word();
+    uint32_t value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (error != std::errc() || end != word.data() + word.size()) {
+      input_.Broken("there is no number where the format has one");
     }
-    return std::stoll(word);
+    return value;
   }
-  /// One digit of a text bitmap, which need no blanks between them.
-  unsigned Bit() {
+
+  /// One digit of a bitmap in text, where blanks between digits may be left out.
+  uint8_t Bit() {
     SkipBlanks();
-    const uint8_t digit = Next();
-    if (digit != '0' && digit != '1') input_.Broken("damaged PBM: neither 0 nor 1");
-    return digit - unsigned{'0'};
+    if (at_ >= input_.file.size()) input_.Truncated();
+    const uint8_t digit = input_.file[at_++];
+    if (digit != '0' && digit != '1') input_.Broken("a bitmap has something else than 0 and 1");
+    return digit == '1';
   }
-  Bytes Rest() const { return input_.file.subspan(at_); }
+
+  void SkipLine() {
+    while (at_ < input_.file.size() && input_.file[at_++] != '\n') {
+    }
+  }
+
+  size_t Left() const { return input_.file.size() - at_; }
+
+  /// The next `count` bytes, which must be there.
+  const uint8_t* Take(size_t count) {
+    const uint8_t* const bytes = input_.file.data() + at_;
+    at_ += count;
+    return bytes;
+  }
 
  private:
+  std::string_view Text(size_t begin, size_t end) const {
+    return {reinterpret_cast<const char*>(input_.file.data()) + begin, end - begin};
+  }
   void SkipBlanks() {
-    while (at_ < input_.file.size()) {
+    while (at_ < input_.file.size() && (IsBlank(input_.file[at_]) || input_.file[at_] == '#')) {
       if (input_.file[at_] == '#') {
-        while (at_ < input_.file.size() && input_.file[at_] != '\n') ++at_;
-      } else if (std::isspace(input_.file[at_])) {
-        ++at_;
+        SkipLine();
       } else {
-        return;
+        ++at_;
       }
     }
   }
 
   const Input& input_;
-  size_t at_ = 2;
+  size_t at_;
 };
 
 struct Header {
-  char kind;  ///< '1' to '7'
-  int64_t width = 0, height = 0, channels = 1, maximum = 1;
+  char kind = 0;  ///< '1' to '7'
+  int64_t width = 0;
+  int64_t height = 0;
+  uint32_t channels = 1;
+  uint32_t largest = 1;
 
-  bool Text() const { return kind <= '3'; }
-  bool Bitmap() const { return kind == '1' || kind == '4'; }
+  bool InText() const { return kind <= '3'; }
+  bool IsBitmap() const { return kind == '1' || kind == '4'; }
+  size_t SampleBytes() const { return largest > 255 ? 2 : 1; }
+  size_t RowSamples() const { return static_cast<size_t>(width) * channels; }
 };
 
-Header ReadHeader(const Input& input, Scanner& scan) {
-  Header header{static_cast<char>(input.file[1])};
-  if (header.kind != '7') {
-    header.width = scan.Number();
-    header.height = scan.Number();
-    header.channels = header.kind == '3' || header.kind == '6' ? 3 : 1;
-    if (!header.Bitmap()) header.maximum = scan.Number();
-  } else {
-    for (std::string key = scan.Word(); key != "ENDHDR"; key = scan.Word()) {
-      if (key == "WIDTH") {
-        header.width = scan.Number();
-      } else if (key == "HEIGHT") {
-        header.height = scan.Number();
-      } else if (key == "DEPTH") {
-        header.channels = scan.Number();
-      } else if (key == "MAXVAL") {
-        header.maximum = scan.Number();
-      } else if (key == "TUPLTYPE") {
-        scan.Word();
-      } else {
-        input.Broken("damaged PAM: unknown header line " + key);
-      }
+void ReadPamHeader(const Input& input, Scanner& scanner, Header& header) {
+  while (true) {
+    const std::string_view key = scanner.Word();
+    if (key == "ENDHDR") return;
+    if (key == "WIDTH") {
+      header.width = scanner.Number();
+    } else if (key == "HEIGHT") {
+      header.height = scanner.Number();
+    } else if (key == "DEPTH") {
+      header.channels = scanner.Number();
+    } else if (key == "MAXVAL") {
+      header.largest = scanner.Number();
+    } else if (key == "TUPLTYPE") {
+      scanner.Word();  // told by the depth just as well
+    } else {
+      input.Broken("the PAM header has an unknown line");
     }
   }
-  if (header.maximum < 1 || header.maximum > 65535) input.Broken("damaged PNM: bad maximum");
+}
+
+Header ReadHeader(const Input& input, Scanner& scanner) {
+  Header header;
+  header.kind = static_cast<char>(input.file[1]);
+  if (header.kind == '7') {
+    ReadPamHeader(input, scanner, header);
+  } else {
+    header.width = scanner.Number();
+    header.height = scanner.Number();
+    header.channels = header.kind == '3' || header.kind == '6' ? 3 : 1;
+    if (!header.IsBitmap()) header.largest = scanner.Number();
+  }
+  if (header.largest < 1 || header.largest > 65535) {
+    input.Broken("the largest sample is " + std::to_string(header.largest) +
+                 "; 1 to 65535 are possible");
+  }
   if (header.channels < 1 || header.channels > 4) {
     input.Unsupported("a PAM of " + std::to_string(header.channels) + " channels; 1 to 4 are read");
   }
   return header;
 }
 
-/// Samples of one row, scaled to 0 to 255.
-void ReadSamples(const Input& input, Scanner& scan, Bytes& rest, const Header& header,
-                 std::vector<uint8_t>& samples) {
-  const auto maximum = static_cast<unsigned>(header.maximum);
-  const size_t bytes = header.maximum > 255 ? 2 : 1;
-  if (!header.Text() && rest.size() < samples.size() * bytes) {
-    input.Broken("damaged PNM: truncated");
-  }
-  for (size_t i = 0; i < samples.size(); ++i) {
-    unsigned value;
-    if (header.Text()) {
-      value = static_cast<unsigned>(scan.Number());
-    } else {
-      value = bytes == 1 ? rest[i] : rest[2 * i] * 256u + rest[2 * i + 1];
-    }
-    value = std::min(value, maximum);
-    samples[i] = static_cast<uint8_t>((value * 255u + maximum / 2) / maximum);
-  }
-  if (!header.Text()) rest = rest.subspan(samples.size() * bytes);
+/// Throws when the file is shorter than its pixels must be, before memory is asked for.
+void CheckLength(const Input& input, const Header& header, const Scanner& scanner) {
+  uint64_t row_bytes = header.RowSamples() * (header.InText() ? 1 : header.SampleBytes());
+  if (header.kind == '4') row_bytes = RowBytes(static_cast<int>(header.width), 1);
+  if (row_bytes * static_cast<uint64_t>(header.height) > scanner.Left()) input.Truncated();
 }
 
-void ConvertRow(const std::vector<uint8_t>& samples, const Header& header, uint8_t* row) {
-  const auto channels = static_cast<size_t>(header.channels);
-  if (channels == 1) {
-    std::memcpy(row, samples.data(), samples.size());
-    return;
+void ReadBitmap(const Input& input, const Header& header, Scanner& scanner, PictureInfo& info) {
+  // A set bit is black.
+  const std::vector<PaletteEntry> palette{{255, 255, 255, 0}, {0, 0, 0, 0}};
+  const IndexRows indices(input.options, 1, palette, IndexRows::Meaning::kGrey, info);
+  PixelTarget target(input, info);
+  if (!target.WantsPixels()) return;
+  std::vector<uint8_t> row(static_cast<size_t>(info.width));
+  for (int y = 0; y < info.height; ++y) {
+    if (header.InText()) {
+      for (uint8_t& bit : row) bit = scanner.Bit();
+    } else {
+      UnpackIndices(scanner.Take(RowBytes(info.width, 1)), 1, info.width, row.data());
+    }
+    indices.Put(row.data(), info.width, target.Row(y), 0);
   }
-  const bool alpha = channels % 2 == 0;
-  for (size_t x = 0; x < static_cast<size_t>(header.width); ++x) {
-    const uint8_t* const from = samples.data() + x * channels;
-    uint8_t* const pixel = row + x * (alpha ? 4 : 3);
-    for (size_t c = 0; c < 3; ++c) pixel[c] = from[channels <= 2 ? 0 : 2 - c];
-    if (alpha) pixel[3] = from[channels - 1];
+  target.Finish();
+}
+
+/// Samples one after the other, scaled to 0 to 255.
+class SampleReader {
+ public:
+  SampleReader(const Input& input, const Header& header, Scanner& scanner)
+      : input_(input), header_(header), scanner_(scanner) {
+    for (uint32_t value = 0; value <= std::min(header.largest, 255u); ++value) {
+      scaled_[value] = ScaleToByte(value, header.largest);
+    }
+  }
+
+  void ReadRow(std::vector<uint8_t>& samples) {
+    const bool text = header_.InText();
+    const uint8_t* from = text ? nullptr : scanner_.Take(samples.size() * header_.SampleBytes());
+    for (uint8_t& sample : samples) {
+      uint32_t value;
+      if (text) {
+        value = scanner_.Number();
+      } else {
+        value = *from++;
+        if (header_.SampleBytes() == 2) value = value << 8 | *from++;
+      }
+      if (value > header_.largest) input_.Broken("a sample is larger than the stated maximum");
+      sample = header_.largest <= 255 ? scaled_[value] : ScaleToByte(value, header_.largest);
+    }
+  }
+
+ private:
+  const Input& input_;
+  const Header& header_;
+  Scanner& scanner_;
+  std::array<uint8_t, 256> scaled_{};
+};
+
+void ReadSamples(const Input& input, const Header& header, Scanner& scanner, PictureInfo& info) {
+  const bool alpha = header.channels == 2 || header.channels == 4;
+  const bool colour = header.channels >= 3;
+  info.bit_count = alpha ? 32 : colour ? 24 : 8;
+  if (header.SampleBytes() == 2) info.notes.emplace_back(kReducedNote);
+  PixelTarget target(input, info);
+  if (!target.WantsPixels()) return;
+  SampleReader reader(input, header, scanner);
+  std::vector<uint8_t> samples(header.RowSamples());
+  for (int y = 0; y < info.height; ++y) {
+    reader.ReadRow(samples);
+    uint8_t* pixel = target.Row(y);
+    const uint8_t* from = samples.data();
+    for (int x = 0; x < info.width; ++x, from += header.channels) {
+      *pixel++ = from[colour ? 2 : 0];
+      if (info.bit_count == 8) continue;
+      *pixel++ = from[colour ? 1 : 0];
+      *pixel++ = from[0];
+      if (alpha) *pixel++ = from[header.channels - 1];
+    }
+  }
+  target.Finish();
+}
+
+/// The text before the pixels; `channels` is 0 for a bitmap.
+std::string HeaderText(const PictureView& picture, bool pam, int channels) {
+  const std::string width = std::to_string(picture.width);
+  const std::string height = std::to_string(picture.height);
+  if (!pam) {
+    const std::string kind = channels == 0 ? "P4" : channels == 1 ? "P5" : "P6";
+    return kind + "\n" + width + " " + height + (channels == 0 ? "\n" : "\n255\n");
+  }
+  const std::string tuple = channels == 1 ? "GRAYSCALE" : channels == 3 ? "RGB" : "RGB_ALPHA";
+  return "P7\nWIDTH " + width + "\nHEIGHT " + height + "\nDEPTH " + std::to_string(channels) +
+         "\nMAXVAL 255\nTUPLTYPE " + tuple + "\nENDHDR\n";
+}
+
+/// True when a 1-bit picture has black and white only, as bitmaps do.
+bool IsBlackAndWhite(const PictureView& picture) {
+  if (picture.bit_count != 1) return false;
+  const std::vector<PaletteEntry> palette = PaletteOf(picture);
+  return IsGrey(palette) && std::ranges::all_of(palette, [](const PaletteEntry& entry) {
+           return entry.blue == 0 || entry.blue == 255;
+         });
+}
+
+void AppendBitmap(const PictureView& picture, std::vector<uint8_t>& file) {
+  ColourRows rows(picture, ColourRows::Alpha::kDrop);
+  std::vector<uint8_t> bits(RowBytes(picture.width, 1));
+  for (int y = 0; y < picture.height; ++y) {
+    const uint8_t* const row = rows.Row(y);
+    std::fill(bits.begin(), bits.end(), uint8_t{0});
+    for (int x = 0; x < picture.width; ++x) StoreIndex(bits.data(), 1, x, row[x] == 0);
+    file.insert(file.end(), bits.begin(), bits.end());
   }
 }
 
-/// Bitmaps: a set bit is black. One grey byte per pixel, or the bits with their palette.
-void ReadBitmapRow(const Input& input, Scanner& scan, Bytes& rest, const Header& header, bool keep,
-                   uint8_t* row) {
-  const int width = static_cast<int>(header.width);
-  const size_t packed = RowBytes(width, 1);
-  if (!header.Text() && rest.size() < packed) input.Broken("damaged PBM: truncated");
-  if (keep) std::memset(row, 0, packed);
-  for (int x = 0; x < width; ++x) {
-    const unsigned bit = header.Text() ? scan.Bit() : PackedIndex(rest.data(), 1, x);
-    if (keep) {
-      row[x / 8] = static_cast<uint8_t>(row[x / 8] | bit << (7 - x % 8));
-    } else {
-      row[x] = bit != 0 ? 0 : 255;
+void AppendSamples(const PictureView& picture, ColourRows& rows, std::vector<uint8_t>& file) {
+  const int bytes = rows.bit_count() / 8;
+  for (int y = 0; y < picture.height; ++y) {
+    const uint8_t* pixel = rows.Row(y);
+    const size_t begin = file.size();
+    file.insert(file.end(), pixel, pixel + ptrdiff_t{picture.width} * bytes);
+    if (bytes == 1) continue;
+    for (size_t i = begin; i < file.size(); i += static_cast<size_t>(bytes)) {
+      std::swap(file[i], file[i + 2]);
     }
   }
-  if (!header.Text()) rest = rest.subspan(packed);
 }
 
 }  // namespace
 
 bool IsPnm(Bytes file) {
-  return file.size() >= 3 && file[0] == 'P' && file[1] >= '1' && file[1] <= '7' &&
-         std::isspace(file[2]);
+  return file.size() >= 3 && file[0] == 'P' && file[1] >= '1' && file[1] <= '7' && IsBlank(file[2]);
 }
 
 PictureInfo ReadPnm(const Input& input) {
-  Scanner scan(input);
-  const Header header = ReadHeader(input, scan);
-  const bool keep = header.Bitmap() && input.options.keep_palette_depth;
+  Scanner scanner(input, 3);
+  const Header header = ReadHeader(input, scanner);
+  CheckSize(input, header.width, header.height);
+  CheckLength(input, header, scanner);
   PictureInfo info;
   info.format = Format::kPnm;
-  info.bit_count = keep ? 1 : header.channels == 1 ? 8 : header.channels == 3 ? 24 : 32;
-  CheckLimits(input, header.width, header.height, info.bit_count);
   info.width = static_cast<int>(header.width);
   info.height = static_cast<int>(header.height);
-  if (keep) info.palette = GreyPalette(2, true);
-  if (header.maximum > 255) info.notes.emplace_back(kReducedNote);
-  Bytes rest = scan.Rest();
-  // Truncation shows before memory is asked for.
-  const auto samples_per_row = static_cast<uint64_t>(header.width * header.channels);
-  const uint64_t row_bytes =
-      header.Bitmap() && !header.Text()
-          ? RowBytes(info.width, 1)
-          : samples_per_row * (header.maximum > 255 && !header.Text() ? 2 : 1);
-  if (rest.size() / static_cast<uint64_t>(header.height) < row_bytes) {
-    input.Broken("damaged PNM: truncated");
+  if (header.IsBitmap()) {
+    ReadBitmap(input, header, scanner, info);
+  } else {
+    ReadSamples(input, header, scanner, info);
   }
-  PixelTarget target(input, info);
-  std::vector<uint8_t> samples(header.Bitmap() ? 0 : samples_per_row);
-  for (int y = 0; y < info.height; ++y) {
-    if (header.Bitmap()) {
-      ReadBitmapRow(input, scan, rest, header, keep, target.Row(y));
-    } else {
-      ReadSamples(input, scan, rest, header, samples);
-      ConvertRow(samples, header, target.Row(y));
-    }
-  }
-  target.Finish();
   return info;
 }
 
 std::vector<uint8_t> EncodePnm(const Output& output) {
   const PictureView& picture = output.picture;
-  const auto ends_with = [&](std::string_view extension) {
-    std::string tail =
-        output.name.substr(output.name.size() - std::min<size_t>(4, output.name.size()));
-    for (char& c : tail) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return tail == extension;
-  };
-  const bool pam = ends_with(".pam");
-  if (!pam && HasTransparency(picture)) output.notes.emplace_back(kAlphaDroppedNote);
-  if (!output.metadata.icc_profile.empty()) {
-    output.notes.emplace_back("PNM holds no colour profile; it was left out");
+  const std::string extension = ExtensionOf(output.path);
+  const bool pam = extension == ".pam";
+  // Without an extension that says which, the picture says it.
+  const bool any = !pam && extension != ".pbm" && extension != ".pgm" && extension != ".ppm";
+  const bool bitmap = extension == ".pbm" || (any && IsBlackAndWhite(picture));
+  if (bitmap && !IsBlackAndWhite(picture)) {
+    output.DoesNotFit("PBM holds pictures of 1 bit, black and white; choose .pgm, .ppm or .pam");
   }
-  if (ends_with(".pbm") && picture.bit_count != 1) {
-    output.Fail("PBM holds 1-bit pictures only; choose .pgm, .ppm or .pam");
+  ColourRows rows(picture, pam ? ColourRows::Alpha::kKeep : ColourRows::Alpha::kDrop,
+                  extension == ".ppm" ? ColourRows::Grey::kSpread : ColourRows::Grey::kKeep);
+  if (extension == ".pgm" && rows.bit_count() != 8) {
+    output.DoesNotFit("PGM holds grey pictures; choose .ppm or .pam");
   }
-  ColourRows rows(picture, pam);
-  const bool grey = rows.bit_count() == 8;
-  if (ends_with(".pgm") && !grey) {
-    output.Fail("PGM holds grey pictures only; choose .ppm or .pam, or add a gray-scale step");
-  }
-  const std::string size = std::to_string(picture.width) + (pam ? "\nHEIGHT " : " ") +
-                           std::to_string(picture.height) + "\n";
-  const int stored = ends_with(".ppm") ? 3 : rows.bit_count() / 8;
-  std::string text;
-  if (pam) {
-    text = "P7\nWIDTH " + size + "DEPTH " + std::to_string(stored) + "\nMAXVAL 255\nTUPLTYPE " +
-           (stored == 1   ? "GRAYSCALE"
-            : stored == 3 ? "RGB"
-                          : "RGB_ALPHA") +
-           "\nENDHDR\n";
-  } else if (ends_with(".pbm")) {
-    text = "P4\n" + size;
+  if (!pam) output.NoteLostAlpha("PNM");
+  output.NoteLostProfile("PNM");
+  output.NoteLostResolution("PNM");
+  const std::string text = HeaderText(picture, pam, bitmap ? 0 : rows.bit_count() / 8);
+  std::vector<uint8_t> file(text.begin(), text.end());
+  if (bitmap) {
+    AppendBitmap(picture, file);
   } else {
-    text = (stored == 1 ? "P5\n" : "P6\n") + size + "255\n";
+    AppendSamples(picture, rows, file);
   }
-  std::vector<uint8_t> bytes(text.begin(), text.end());
-  for (int y = 0; y < picture.height; ++y) {
-    if (ends_with(".pbm")) {
-      // A set bit is black, whichever of the two indices that is here.
-      const bool inverted = picture.palette.empty() || picture.palette[0].green < 128;
-      for (size_t i = 0; i < RowBytes(picture.width, 1); ++i) {
-        bytes.push_back(static_cast<uint8_t>(picture.Row(y)[i] ^ (inverted ? 0xFF : 0)));
-      }
-      continue;
-    }
-    const uint8_t* const row = rows.Row(y);
-    for (int x = 0; x < picture.width; ++x) {
-      const uint8_t* const pixel = row + ptrdiff_t{x} * (rows.bit_count() / 8);
-      for (int c = 0; c < std::min(stored, 3); ++c) {
-        bytes.push_back(pixel[grey || stored == 1 ? 0 : 2 - c]);
-      }
-      if (stored == 4) bytes.push_back(pixel[3]);
-    }
-  }
-  return bytes;
+  return file;
 }
 
 }  // namespace qel::pictures

@@ -1,108 +1,164 @@
 #include <tiffio.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
 #include "pictures/codec.h"
+#include "pictures/index_rows.h"
+#include "pictures/pixel_target.h"
+#include "pictures/sample_math.h"
 
 namespace qel::pictures {
 namespace {
 
-/// A TIFF file in memory, with the errors of its handle.
+/// A TIFF file in memory and the first error of its handle.
 struct MemoryFile {
-  std::vector<uint8_t> written;  ///< only while writing
-  Bytes content;                 ///< only while reading
+  Bytes content;                 ///< while reading
+  std::vector<uint8_t> written;  ///< while writing
   uint64_t position = 0;
   std::string message;
 
-  uint64_t size() const { return content.data() != nullptr ? content.size() : written.size(); }
-};
+  Bytes All() const { return content.data() != nullptr ? content : Bytes(written); }
 
-MemoryFile& FileOf(thandle_t handle) { return *static_cast<MemoryFile*>(handle); }
+  static MemoryFile& Of(thandle_t handle) { return *static_cast<MemoryFile*>(handle); }
 
-tmsize_t OnRead(thandle_t handle, void* data, tmsize_t length) {
-  MemoryFile& file = FileOf(handle);
-  const uint64_t left = file.position < file.size() ? file.size() - file.position : 0;
-  const uint64_t count = std::min<uint64_t>(left, static_cast<uint64_t>(length));
-  const uint8_t* const bytes =
-      file.content.data() != nullptr ? file.content.data() : file.written.data();
-  if (count > 0) std::memcpy(data, bytes + file.position, count);
-  file.position += count;
-  return static_cast<tmsize_t>(count);
-}
-
-tmsize_t OnWrite(thandle_t handle, void* data, tmsize_t length) {
-  MemoryFile& file = FileOf(handle);
-  const uint64_t end = file.position + static_cast<uint64_t>(length);
-  try {
-    if (end > file.written.size()) file.written.resize(end);
-  } catch (const std::bad_alloc&) {
-    return 0;
+  static tmsize_t OnRead(thandle_t handle, void* data, tmsize_t count) {
+    MemoryFile& file = Of(handle);
+    const Bytes all = file.All();
+    const uint64_t left = all.size() - std::min<uint64_t>(file.position, all.size());
+    const uint64_t got = std::min(left, static_cast<uint64_t>(count));
+    if (got > 0) std::memcpy(data, all.data() + file.position, got);
+    file.position += got;
+    return static_cast<tmsize_t>(got);
   }
-  std::memcpy(file.written.data() + file.position, data, static_cast<size_t>(length));
-  file.position = end;
-  return length;
-}
 
-toff_t OnSeek(thandle_t handle, toff_t offset, int whence) {
-  MemoryFile& file = FileOf(handle);
-  const uint64_t origin = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? file.position : file.size();
-  return file.position = origin + offset;
-}
+  /// No exception may pass through the frames of the library.
+  static tmsize_t OnWrite(thandle_t handle, void* data, tmsize_t count) noexcept try {
+    MemoryFile& file = Of(handle);
+    const auto* const bytes = static_cast<const uint8_t*>(data);
+    const uint64_t end = file.position + static_cast<uint64_t>(count);
+    if (end > file.written.size()) file.written.resize(end);
+    std::copy_n(bytes, count, file.written.begin() + static_cast<ptrdiff_t>(file.position));
+    file.position = end;
+    return count;
+  } catch (const std::bad_alloc&) {
+    return -1;
+  }
 
-int OnClose(thandle_t) { return 0; }
-toff_t OnSize(thandle_t handle) { return FileOf(handle).size(); }
+  static toff_t OnSeek(thandle_t handle, toff_t offset, int whence) {
+    MemoryFile& file = Of(handle);
+    const uint64_t origin = whence == SEEK_CUR   ? file.position
+                            : whence == SEEK_END ? file.All().size()
+                                                 : 0;
+    return file.position = origin + offset;
+  }
+  static int OnClose(thandle_t) { return 0; }
+  static toff_t OnSize(thandle_t handle) { return Of(handle).All().size(); }
 
-int OnError(TIFF*, void* user, const char*, const char* format, va_list arguments) {
-  char text[200];
-  std::vsnprintf(text, sizeof(text), format, arguments);
-  auto& message = static_cast<MemoryFile*>(user)->message;
-  if (message.empty()) message = text;
-  return 1;
-}
-int OnWarning(TIFF*, void*, const char*, const char*, va_list) { return 1; }
+  /// Uncompressed pixels are taken from where they are.
+  static int OnMap(thandle_t handle, void** base, toff_t* size) {
+    const MemoryFile& file = Of(handle);
+    *base = const_cast<uint8_t*>(file.content.data());  // the library only reads it
+    *size = file.content.size();
+    return file.content.data() != nullptr;
+  }
+  static void OnUnmap(thandle_t, void*, toff_t) {}
+
+  static int OnError(TIFF*, void* user, const char*, const char* format, va_list arguments) {
+    char text[200];
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    std::string& message = static_cast<MemoryFile*>(user)->message;
+    if (message.empty()) message = text;
+    return 1;  // handled: nothing of the process is asked
+  }
+  static int OnWarning(TIFF*, void*, const char*, const char*, va_list) { return 1; }
+};
 
 struct TiffDeleter {
   void operator()(TIFF* tiff) const { TIFFClose(tiff); }
 };
 using Tiff = std::unique_ptr<TIFF, TiffDeleter>;
 
-/// Opens a file in memory; errors go to the file, not to the process.
-Tiff Open(MemoryFile& file, const char* mode) {
+/// Opens a file in memory; `most_bytes` bounds what the library allocates at once, 0 for anything.
+Tiff Open(MemoryFile& file, const char* mode, int64_t most_bytes) {
   TIFFOpenOptions* const options = TIFFOpenOptionsAlloc();
   if (options == nullptr) throw std::bad_alloc();
-  TIFFOpenOptionsSetErrorHandlerExtR(options, &OnError, &file);
-  TIFFOpenOptionsSetWarningHandlerExtR(options, &OnWarning, &file);
-  TIFF* const tiff = TIFFClientOpenExt("picture", mode, &file, &OnRead, &OnWrite, &OnSeek, &OnClose,
-                                       &OnSize, nullptr, nullptr, options);
+  TIFFOpenOptionsSetErrorHandlerExtR(options, &MemoryFile::OnError, &file);
+  TIFFOpenOptionsSetWarningHandlerExtR(options, &MemoryFile::OnWarning, &file);
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options, most_bytes);
+  TIFF* const tiff = TIFFClientOpenExt(
+      "picture", mode, &file, &MemoryFile::OnRead, &MemoryFile::OnWrite, &MemoryFile::OnSeek,
+      &MemoryFile::OnClose, &MemoryFile::OnSize, &MemoryFile::OnMap, &MemoryFile::OnUnmap, options);
   TIFFOpenOptionsFree(options);
   return Tiff(tiff);
 }
 
+constexpr char kOtherColoursNote[] =
+    "colours were converted without their profile, which was left out";
+
+enum class Alpha { kNone, kStraight, kAssociated };
+
 struct Header {
-  uint32_t width = 0, height = 0;
-  uint16_t depth = 1, samples = 1, photometric = 0, planar = 1, orientation = 1, format = 1;
-  uint16_t extra_kind = 0;  ///< meaning of the first extra sample
-  bool has_extra = false;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint16_t bits = 1;
+  uint16_t samples = 1;
+  uint16_t photometric = 0xFFFF;
+  uint16_t planar = PLANARCONFIG_CONTIG;
+  uint16_t orientation = ORIENTATION_TOPLEFT;
+  uint16_t sample_format = SAMPLEFORMAT_UINT;
+  uint16_t extra_samples = 0;
+  Alpha alpha = Alpha::kNone;  ///< of the first extra sample
+
+  bool IsGrey() const {
+    return photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
+  }
+  bool HasPalette() const { return photometric == PHOTOMETRIC_PALETTE; }
+  /// Whether pixels stay in the colours that a profile of the file speaks of.
+  bool KeepsProfile() const {
+    return ColourSamples() == 1 || ColourSamples() == 3 || photometric == PHOTOMETRIC_YCBCR;
+  }
+  /// Samples of colour in a pixel; 0 for kinds of colour that we leave to the library.
+  int ColourSamples() const {
+    if (IsGrey() || HasPalette()) return 1;
+    return photometric == PHOTOMETRIC_RGB ? 3 : photometric == PHOTOMETRIC_SEPARATED ? 4 : 0;
+  }
+  /// Samples that are read of a pixel: its colour, and alpha.
+  int UsedSamples() const { return ColourSamples() + (alpha != Alpha::kNone ? 1 : 0); }
+  bool IsPlanar() const { return planar == PLANARCONFIG_SEPARATE; }
 };
 
 Header ReadHeader(TIFF* tiff) {
   Header header;
   TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &header.width);
   TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &header.height);
-  TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &header.depth);
+  TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &header.photometric);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &header.bits);
   TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &header.samples);
   TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &header.planar);
-  TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &header.format);
-  TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &header.photometric);
-  TIFFGetField(tiff, TIFFTAG_ORIENTATION, &header.orientation);
-  if (header.orientation < 1 || header.orientation > 8) header.orientation = 1;
-  uint16_t extra_count = 0;
-  uint16_t* extra = nullptr;
-  TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &extra_count, &extra);
-  header.has_extra = extra_count > 0;
-  if (header.has_extra) header.extra_kind = extra[0];
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &header.orientation);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &header.sample_format);
+  if (header.orientation < 1 || header.orientation > 8) header.orientation = ORIENTATION_TOPLEFT;
+  uint16_t* kinds = nullptr;
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &header.extra_samples, &kinds);
+  if (header.extra_samples > 0 && kinds != nullptr) {
+    header.alpha = kinds[0] == EXTRASAMPLE_UNASSALPHA   ? Alpha::kStraight
+                   : kinds[0] == EXTRASAMPLE_ASSOCALPHA ? Alpha::kAssociated
+                                                        : Alpha::kNone;
+  }
+  uint16_t compression = COMPRESSION_NONE;
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+  if (compression == COMPRESSION_JPEG && header.photometric == PHOTOMETRIC_YCBCR &&
+      !header.IsPlanar()) {
+    // The JPEG decoder inside converts and brings chroma to full resolution.
+    TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+    header.photometric = PHOTOMETRIC_RGB;
+  }
   return header;
 }
 
@@ -110,231 +166,386 @@ Metadata ReadMetadata(TIFF* tiff) {
   Metadata metadata;
   uint32_t length = 0;
   void* profile = nullptr;
-  if (TIFFGetField(tiff, TIFFTAG_ICCPROFILE, &length, &profile) == 1) {
+  if (TIFFGetField(tiff, TIFFTAG_ICCPROFILE, &length, &profile) == 1 && profile != nullptr) {
     const auto* const bytes = static_cast<const uint8_t*>(profile);
     metadata.icc_profile.assign(bytes, bytes + length);
   }
-  float x = 0, y = 0;
+  float x = 0;
+  float y = 0;
   uint16_t unit = RESUNIT_INCH;
+  TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &x);
+  TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &y);
   TIFFGetFieldDefaulted(tiff, TIFFTAG_RESOLUTIONUNIT, &unit);
-  if (TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &x) == 1 &&
-      TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &y) == 1 && unit != RESUNIT_NONE) {
-    const double scale = unit == RESUNIT_CENTIMETER ? 2.54 : 1;
-    metadata.dpi_x = x * scale;
-    metadata.dpi_y = y * scale;
+  if (std::isfinite(x) && std::isfinite(y) && x > 0 && y > 0 && unit != RESUNIT_NONE) {
+    const double scale = unit == RESUNIT_CENTIMETER ? kCentimetresPerInch : 1;
+    metadata.dpi_x = double{x} * scale;
+    metadata.dpi_y = double{y} * scale;
   }
   return metadata;
 }
 
-bool IsGrey(const Header& header) {
-  return header.photometric == PHOTOMETRIC_MINISBLACK ||
-         header.photometric == PHOTOMETRIC_MINISWHITE;
+/// Whether we convert the samples ourselves; what remains goes through the library's own
+/// conversion, which knows rare colours but loses precision where there is alpha.
+bool ConvertsDirectly(const Header& header) {
+  const int bits = header.bits;
+  const bool low = bits == 1 || bits == 2 || bits == 4;
+  const bool whole = bits == 8 || (bits == 16 && !header.HasPalette());
+  const bool plain_low = low && header.ColourSamples() == 1 && header.UsedSamples() == 1;
+  return header.ColourSamples() > 0 && header.samples >= header.UsedSamples() &&
+         (whole || plain_low) && !(header.HasPalette() && header.alpha != Alpha::kNone) &&
+         (header.sample_format == SAMPLEFORMAT_UINT || header.sample_format == SAMPLEFORMAT_VOID);
 }
 
-/// Rows that we convert ourselves; everything else goes through the library's own conversion.
-bool ReadsDirectly(TIFF* tiff, const Header& header) {
-  if (TIFFIsTiled(tiff) || header.format != SAMPLEFORMAT_UINT) return false;
-  if (header.planar != PLANARCONFIG_CONTIG) return false;
-  if (header.depth != 8 && header.depth != 16) return false;
-  const int colours = IsGrey(header) ? 1 : header.photometric == PHOTOMETRIC_RGB ? 3 : 0;
-  return colours > 0 && header.samples >= colours && header.samples <= 8;
-}
-
-/// One decoded row of samples as pixels.
-void ConvertRow(const uint8_t* samples, const Header& header, bool with_alpha, uint8_t* row) {
-  const int colours = IsGrey(header) ? 1 : 3;
-  const bool inverted = header.photometric == PHOTOMETRIC_MINISWHITE;
-  const auto sample = [&](int64_t x, int channel) -> unsigned {
-    const int64_t index = x * header.samples + channel;
-    if (header.depth == 8) return samples[index];
-    uint16_t value;
-    std::memcpy(&value, samples + 2 * index, sizeof(value));
-    return Reduce16(value);
-  };
-  for (int64_t x = 0; x < header.width; ++x) {
-    if (colours == 1 && !with_alpha) {
-      row[x] = static_cast<uint8_t>(inverted ? 255 - sample(x, 0) : sample(x, 0));
-      continue;
-    }
-    uint8_t* const pixel = row + x * (with_alpha ? 4 : 3);
-    const unsigned alpha = with_alpha ? sample(x, colours) : 255;
-    for (int c = 0; c < 3; ++c) {
-      unsigned value = sample(x, colours == 1 ? 0 : 2 - c);
-      if (inverted) value = 255 - value;
-      if (with_alpha && header.extra_kind == EXTRASAMPLE_ASSOCALPHA) {
-        value = alpha == 0 ? 0 : std::min(255u, (value * 255 + alpha / 2) / alpha);
-      }
-      pixel[c] = static_cast<uint8_t>(value);
-    }
-    if (with_alpha) pixel[3] = static_cast<uint8_t>(alpha);
+/// The palette, or the meaning of grey levels up to 8 bits.
+std::vector<PaletteEntry> ReadPalette(const Input& input, TIFF* tiff, const Header& header) {
+  if (header.IsGrey()) {
+    std::vector<PaletteEntry> ramp = GreyRamp(header.bits);
+    if (header.photometric == PHOTOMETRIC_MINISWHITE) std::ranges::reverse(ramp);
+    return ramp;
   }
-}
-
-/// Indices, and grey levels below 8 bits, with their palette.
-bool KeepsDepth(const Input& input, const Header& header, TIFF* tiff) {
-  if (!input.options.keep_palette_depth || TIFFIsTiled(tiff) || header.samples != 1) return false;
-  const bool low = header.depth == 1 || header.depth == 2 || header.depth == 4;
-  return (header.photometric == PHOTOMETRIC_PALETTE && (low || header.depth == 8)) ||
-         (IsGrey(header) && low);
-}
-
-std::vector<PaletteEntry> ReadPalette(TIFF* tiff, const Header& header) {
-  const int count = 1 << header.depth;
-  if (IsGrey(header)) return GreyPalette(count, header.photometric == PHOTOMETRIC_MINISWHITE);
-  uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
+  uint16_t* red = nullptr;
+  uint16_t* green = nullptr;
+  uint16_t* blue = nullptr;
+  if (TIFFGetField(tiff, TIFFTAG_COLORMAP, &red, &green, &blue) != 1) {
+    input.Broken("damaged TIFF: the palette is missing");
+  }
+  const size_t count = size_t{1} << header.bits;
+  // Some writers give 8 bits where the format has 16.
+  const auto high = [](uint16_t value) { return value > 255; };
+  const bool wide = std::any_of(red, red + count, high) ||
+                    std::any_of(green, green + count, high) ||
+                    std::any_of(blue, blue + count, high);
+  const auto level = [wide](uint16_t value) {
+    return wide ? ReduceToByte(value) : static_cast<uint8_t>(value);
+  };
   std::vector<PaletteEntry> palette;
-  if (TIFFGetField(tiff, TIFFTAG_COLORMAP, &red, &green, &blue) != 1) return palette;
-  for (int i = 0; i < count; ++i) {
-    palette.push_back({Reduce16(blue[i]), Reduce16(green[i]), Reduce16(red[i]), 255});
+  for (size_t i = 0; i < count; ++i) {
+    palette.push_back({level(blue[i]), level(green[i]), level(red[i]), 0});
   }
   return palette;
+}
+
+/// Hands out the picture in the pieces that the file has, strips or tiles, as rows of interleaved
+/// samples of one byte. Samples below 8 bits keep their values.
+class PieceReader {
+ public:
+  PieceReader(const Input& input, const MemoryFile& file, TIFF* tiff, const Header& header)
+      : input_(input), file_(file), tiff_(tiff), header_(header), width_(header.width) {
+    uint32_t height = 0;
+    if (TIFFIsTiled(tiff)) {
+      TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &width_);
+      TIFFGetField(tiff, TIFFTAG_TILELENGTH, &height);
+    } else {
+      TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &height);
+      height = std::min(height, header.height);
+    }
+    height_ = height;
+    stored_samples_ = header.IsPlanar() ? 1 : header.samples;
+    planes_ = header.IsPlanar() ? header.UsedSamples() : 1;
+    if (width_ == 0 || height_ == 0) input.Broken("damaged TIFF: pieces without pixels");
+    row_bytes_ = (width_ * stored_samples_ * header.bits + 7) / 8;
+    piece_bytes_ = TIFFIsTiled(tiff) ? TIFFTileSize64(tiff) : TIFFStripSize64(tiff);
+    CheckMemory(input, CheckedProduct(piece_bytes_, static_cast<uint64_t>(planes_)));
+    if (piece_bytes_ < CheckedProduct(row_bytes_, height_)) {
+      input.Broken("damaged TIFF: pieces of the wrong size");
+    }
+  }
+
+  /// Calls `put(samples, count, x, y)` for each row of each piece.
+  template <typename Put>
+  void ForEachRow(const Put& put) {
+    std::vector<uint8_t> piece(piece_bytes_ * static_cast<uint64_t>(planes_));
+    std::vector<uint8_t> samples(std::min<uint64_t>(width_, header_.width) *
+                                 static_cast<uint64_t>(header_.UsedSamples()));
+    for (uint64_t top = 0; top < header_.height; top += height_) {
+      const uint64_t rows = std::min(height_, header_.height - top);
+      for (uint64_t left = 0; left < header_.width; left += width_) {
+        const uint64_t count = std::min<uint64_t>(width_, header_.width - left);
+        for (int plane = 0; plane < planes_; ++plane) ReadPiece(piece, left, top, rows, plane);
+        for (uint64_t row = 0; row < rows; ++row) {
+          Unpack(piece, row, count, samples.data());
+          put(samples.data(), static_cast<int>(count), static_cast<int>(left),
+              static_cast<int>(top + row));
+        }
+      }
+    }
+  }
+
+ private:
+  /// A product that no limit allows when it overflows.
+  static uint64_t CheckedProduct(uint64_t a, uint64_t b) {
+    uint64_t product;
+    return __builtin_mul_overflow(a, b, &product) ? UINT64_MAX : product;
+  }
+
+  void ReadPiece(std::vector<uint8_t>& pieces, uint64_t left, uint64_t top, uint64_t rows,
+                 int plane) {
+    uint8_t* const piece = pieces.data() + piece_bytes_ * static_cast<uint64_t>(plane);
+    const auto x = static_cast<uint32_t>(left);
+    const auto y = static_cast<uint32_t>(top);
+    const auto sample = static_cast<uint16_t>(plane);
+    const auto room = static_cast<tmsize_t>(piece_bytes_);
+    tmsize_t got;
+    if (TIFFIsTiled(tiff_)) {
+      got = TIFFReadEncodedTile(tiff_, TIFFComputeTile(tiff_, x, y, 0, sample), piece, room);
+    } else {
+      got = TIFFReadEncodedStrip(tiff_, TIFFComputeStrip(tiff_, y, sample), piece, room);
+    }
+    if (got < 0 || static_cast<uint64_t>(got) < row_bytes_ * rows) {
+      input_.Broken("truncated or damaged TIFF: " + file_.message);
+    }
+  }
+
+  void Unpack(const std::vector<uint8_t>& pieces, uint64_t row, uint64_t count,
+              uint8_t* out) const {
+    const auto used = static_cast<uint64_t>(header_.UsedSamples());
+    for (uint64_t sample = 0; sample < used; ++sample) {
+      const uint64_t plane = planes_ > 1 ? sample : 0;
+      const uint64_t first = planes_ > 1 ? 0 : sample;
+      const uint8_t* const from = pieces.data() + plane * piece_bytes_ + row * row_bytes_;
+      for (uint64_t x = 0; x < count; ++x) {
+        out[x * used + sample] = Sample(from, x * stored_samples_ + first);
+      }
+    }
+  }
+
+  uint8_t Sample(const uint8_t* row, uint64_t index) const {
+    if (header_.bits == 8) return row[index];
+    if (header_.bits < 8) return LoadIndex(row, header_.bits, static_cast<int64_t>(index));
+    uint16_t value;
+    std::memcpy(&value, row + 2 * index, sizeof(value));
+    return ReduceToByte(value);
+  }
+
+  const Input& input_;
+  const MemoryFile& file_;
+  TIFF* tiff_;
+  const Header& header_;
+  uint32_t width_;  ///< of a piece
+  uint64_t height_;
+  uint64_t stored_samples_;  ///< side by side in a piece
+  int planes_;
+  uint64_t row_bytes_;
+  uint64_t piece_bytes_;
+};
+
+/// Colours, or grey with alpha or of 16 bits: samples to pixels.
+void ConvertSamples(const Header& header, const uint8_t* samples, int count, uint8_t* pixel) {
+  const int used = header.UsedSamples();
+  const int colours = header.ColourSamples();
+  const uint8_t flip = header.photometric == PHOTOMETRIC_MINISWHITE ? 255 : 0;
+  for (int x = 0; x < count; ++x, samples += used) {
+    uint8_t* const begin = pixel;
+    if (colours == 1) {
+      const int repeats = used == 1 ? 1 : 3;
+      pixel = std::fill_n(pixel, repeats, static_cast<uint8_t>(samples[0] ^ flip));
+    } else if (colours == 3) {
+      pixel = std::reverse_copy(samples, samples + 3, pixel);
+    } else {
+      InkToLight(samples, pixel);
+      pixel += 3;
+    }
+    if (header.alpha == Alpha::kNone) continue;
+    const uint8_t alpha = samples[colours];
+    if (header.alpha == Alpha::kAssociated) {
+      for (uint8_t* c = begin; c < pixel; ++c) *c = DivideByAlpha(*c, alpha);
+    }
+    *pixel++ = alpha;
+  }
+}
+
+void NoteConversions(const Header& header, TIFF* tiff, PictureInfo& info) {
+  if (header.bits == 16) info.notes.emplace_back(kReducedNote);
+  if (header.alpha == Alpha::kAssociated) info.notes.emplace_back(kAssociatedNote);
+  if (!header.KeepsProfile()) {
+    info.metadata.icc_profile.clear();
+    info.notes.emplace_back(header.ColourSamples() == 4 ? kCmykNote : kOtherColoursNote);
+  }
+  if (header.extra_samples > (header.alpha == Alpha::kNone ? 0 : 1)) {
+    info.notes.emplace_back("channels besides colour and alpha were left out");
+  }
+  if (TIFFLastDirectory(tiff) == 0) info.notes.emplace_back("only the first page was read");
+}
+
+void ReadIndices(const Input& input, const MemoryFile& file, TIFF* tiff, const Header& header,
+                 PictureInfo& info) {
+  const auto meaning = header.IsGrey() ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
+  const IndexRows indices(input.options, header.bits, ReadPalette(input, tiff, header), meaning,
+                          info);
+  PieceReader pieces(input, file, tiff, header);
+  PixelTarget target(input, info, header.orientation);
+  if (!target.WantsPixels()) return;
+  pieces.ForEachRow([&](const uint8_t* samples, int count, int x, int y) {
+    indices.Put(samples, count, target.Row(y), x);
+  });
+  target.Finish();
+}
+
+void ReadColours(const Input& input, const MemoryFile& file, TIFF* tiff, const Header& header,
+                 PictureInfo& info) {
+  info.bit_count = header.alpha != Alpha::kNone ? 32 : header.IsGrey() ? 8 : 24;
+  const ptrdiff_t bytes = info.bit_count / 8;
+  PieceReader pieces(input, file, tiff, header);
+  PixelTarget target(input, info, header.orientation);
+  if (!target.WantsPixels()) return;
+  pieces.ForEachRow([&](const uint8_t* samples, int count, int x, int y) {
+    ConvertSamples(header, samples, count, target.Row(y) + x * bytes);
+  });
+  target.Finish();
+}
+
+/// The library's own conversion, for kinds of colour that we do not know ourselves.
+class LibraryConversion {
+ public:
+  LibraryConversion(const Input& input, TIFF* tiff) {
+    char reason[1024] = "";
+    if (!TIFFRGBAImageBegin(&image_, tiff, 1, reason)) {
+      input.Unsupported(std::string("this kind of TIFF is not read: ") + reason);
+    }
+    image_.req_orientation = image_.orientation;  // rows as they are stored
+  }
+  ~LibraryConversion() { TIFFRGBAImageEnd(&image_); }
+  LibraryConversion(const LibraryConversion&) = delete;
+  LibraryConversion& operator=(const LibraryConversion&) = delete;
+
+  bool HasAlpha() const { return image_.alpha != 0; }
+  bool Read(std::vector<uint32_t>& pixels) {
+    return TIFFRGBAImageGet(&image_, pixels.data(), image_.width, image_.height) != 0;
+  }
+
+ private:
+  TIFFRGBAImage image_{};
+};
+
+void ReadThroughLibrary(const Input& input, const MemoryFile& file, TIFF* tiff,
+                        const Header& header, PictureInfo& info) {
+  LibraryConversion conversion(input, tiff);
+  const bool alpha = conversion.HasAlpha();
+  info.bit_count = alpha ? 32 : 24;
+  const uint64_t count = uint64_t{header.width} * header.height;
+  CheckMemory(input, 4 * count);
+  PixelTarget target(input, info, header.orientation);
+  if (!target.WantsPixels()) return;
+  std::vector<uint32_t> pixels(count);
+  if (!conversion.Read(pixels)) input.Broken("truncated or damaged TIFF: " + file.message);
+  const uint32_t* from = pixels.data();
+  for (uint32_t y = 0; y < header.height; ++y) {
+    uint8_t* pixel = target.Row(static_cast<int>(y));
+    for (uint32_t x = 0; x < header.width; ++x, ++from) {
+      const unsigned a = TIFFGetA(*from);
+      // Colours come multiplied by alpha.
+      for (const unsigned level : {TIFFGetB(*from), TIFFGetG(*from), TIFFGetR(*from)}) {
+        *pixel++ = alpha ? DivideByAlpha(level, a) : static_cast<uint8_t>(level);
+      }
+      if (alpha) *pixel++ = static_cast<uint8_t>(a);
+    }
+  }
+  target.Finish();
+}
+
+void WriteColours(const Output& output, TIFF* tiff) {
+  const PictureView& picture = output.picture;
+  const auto set = [tiff](uint32_t tag, unsigned value) { TIFFSetField(tiff, tag, value); };
+  set(TIFFTAG_BITSPERSAMPLE, static_cast<unsigned>(std::min(picture.bit_count, 8)));
+  if (picture.bit_count >= 24) {
+    set(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    set(TIFFTAG_SAMPLESPERPIXEL, static_cast<unsigned>(picture.bit_count / 8));
+    const uint16_t kind = EXTRASAMPLE_UNASSALPHA;
+    if (picture.bit_count == 32) TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind);
+    return;
+  }
+  set(TIFFTAG_SAMPLESPERPIXEL, 1);
+  if (picture.palette.empty()) {
+    set(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+    return;
+  }
+  set(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_PALETTE);
+  uint16_t red[256] = {};
+  uint16_t green[256] = {};
+  uint16_t blue[256] = {};
+  size_t i = 0;
+  for (const PaletteEntry& entry : PaletteOf(picture)) {
+    red[i] = static_cast<uint16_t>(entry.red * 257);
+    green[i] = static_cast<uint16_t>(entry.green * 257);
+    blue[i++] = static_cast<uint16_t>(entry.blue * 257);
+  }
+  TIFFSetField(tiff, TIFFTAG_COLORMAP, red, green, blue);
+}
+
+void WriteHeader(const Output& output, TIFF* tiff) {
+  const PictureView& picture = output.picture;
+  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(picture.width));
+  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(picture.height));
+  TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+  TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
+  WriteColours(output, tiff);
+  const bool levels = picture.bit_count >= 8 && picture.palette.empty();
+  TIFFSetField(tiff, TIFFTAG_PREDICTOR, levels ? PREDICTOR_HORIZONTAL : PREDICTOR_NONE);
+  TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff, 0));
+  const Bytes profile = output.Profile(picture.bit_count <= 8 && picture.palette.empty());
+  if (!profile.empty()) {
+    TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(profile.size()), profile.data());
+  }
+  if (output.HasResolution()) {
+    TIFFSetField(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+    TIFFSetField(tiff, TIFFTAG_XRESOLUTION, output.metadata.dpi_x);
+    TIFFSetField(tiff, TIFFTAG_YRESOLUTION, output.metadata.dpi_y);
+  }
 }
 
 }  // namespace
 
 bool IsTiff(Bytes file) {
   if (file.size() < 8) return false;
-  const bool little = file[0] == 'I' && file[1] == 'I' && (file[2] == 42 || file[2] == 43);
-  const bool big = file[0] == 'M' && file[1] == 'M' && (file[3] == 42 || file[3] == 43);
-  return little || big;
+  const bool little = StartsWith(file, "II");
+  if (!little && !StartsWith(file, "MM")) return false;
+  constexpr uint16_t kClassic = 42, kBig = 43;
+  const uint16_t version = ByteReader(file, little ? ByteOrder::kLittle : ByteOrder::kBig).U16(2);
+  return version == kClassic || version == kBig;
 }
 
 PictureInfo ReadTiff(const Input& input) {
   MemoryFile file;
   file.content = input.file;
-  const auto fail = [&] {
-    input.Broken("damaged TIFF: " + (file.message.empty() ? "no picture" : file.message));
-  };
-  const Tiff tiff = Open(file, "rm");
-  if (tiff == nullptr) fail();
-  const Header header = ReadHeader(tiff.get());
-  CheckLimits(input, header.width, header.height, 32);
+  const Tiff owner = Open(file, "r", input.options.limits.max_bytes);
+  TIFF* const tiff = owner.get();
+  if (tiff == nullptr) input.Broken("truncated or damaged TIFF: " + file.message);
+  const Header header = ReadHeader(tiff);
+  CheckSize(input, header.width, header.height);
   PictureInfo info;
   info.format = Format::kTiff;
-  info.metadata = ReadMetadata(tiff.get());
   info.width = static_cast<int>(header.width);
   info.height = static_cast<int>(header.height);
-
-  const bool keep = KeepsDepth(input, header, tiff.get());
-  const bool direct = ReadsDirectly(tiff.get(), header);
-  const int colours = IsGrey(header) ? 1 : 3;
-  const bool with_alpha =
-      header.has_extra && header.samples > colours && header.extra_kind != EXTRASAMPLE_UNSPECIFIED;
-  if (header.depth == 16) info.notes.emplace_back(kReducedNote);
-  if (with_alpha && header.extra_kind == EXTRASAMPLE_ASSOCALPHA) {
-    info.notes.emplace_back("premultiplied alpha was converted to straight alpha");
-  }
-  if (keep) {
-    info.bit_count = header.depth == 2 ? 4 : header.depth;
-    info.palette = ReadPalette(tiff.get(), header);
+  info.metadata = ReadMetadata(tiff);
+  NoteConversions(header, tiff, info);
+  const bool levels = header.bits <= 8 && header.UsedSamples() == 1;
+  if (!ConvertsDirectly(header)) {
+    ReadThroughLibrary(input, file, tiff, header, info);
+  } else if (levels) {
+    ReadIndices(input, file, tiff, header, info);
   } else {
-    info.bit_count = with_alpha ? 32 : direct && colours == 1 ? 8 : 24;
+    ReadColours(input, file, tiff, header, info);
   }
-  PixelTarget target(input, info, header.orientation);
-
-  if (keep || direct) {
-    const tmsize_t line = TIFFScanlineSize(tiff.get());
-    const size_t needed = RowBytes(static_cast<int>(header.width), header.depth * header.samples);
-    if (line <= 0 || static_cast<uint64_t>(line) < needed) fail();
-    std::vector<uint8_t> samples(static_cast<size_t>(line));
-    for (uint32_t y = 0; y < header.height; ++y) {
-      if (TIFFReadScanline(tiff.get(), samples.data(), y) != 1) fail();
-      uint8_t* const row = target.Row(static_cast<int>(y));
-      if (!keep) {
-        ConvertRow(samples.data(), header, with_alpha, row);
-      } else if (header.depth == 2) {
-        WidenToFourBits(samples.data(), row, static_cast<int>(header.width));
-      } else {
-        std::memcpy(row, samples.data(), needed);
-      }
-    }
-  } else {
-    if (!IsGrey(header) && header.photometric != PHOTOMETRIC_RGB &&
-        header.photometric != PHOTOMETRIC_PALETTE && header.photometric != PHOTOMETRIC_YCBCR) {
-      info.notes.emplace_back("colours were converted without a profile");
-      info.metadata.icc_profile.clear();
-    }
-    std::vector<uint32_t> pixels(size_t{header.width} * header.height);
-    // Rows come as stored: the orientation is applied once, by the target.
-    TIFFSetField(tiff.get(), TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-    if (TIFFReadRGBAImageOriented(tiff.get(), header.width, header.height, pixels.data(),
-                                  ORIENTATION_TOPLEFT, 1) != 1) {
-      fail();
-    }
-    for (uint32_t y = 0; y < header.height; ++y) {
-      const uint32_t* const from = pixels.data() + size_t{y} * header.width;
-      uint8_t* const row = target.Row(static_cast<int>(y));
-      for (uint32_t x = 0; x < header.width; ++x) {
-        const unsigned alpha = TIFFGetA(from[x]);
-        // The library multiplies colours by alpha.
-        const auto straight = [&](unsigned value) {
-          if (!with_alpha || alpha == 0) return value;
-          return std::min(255u, (value * 255 + alpha / 2) / alpha);
-        };
-        uint8_t* const pixel = row + size_t{x} * (with_alpha ? 4 : 3);
-        pixel[0] = static_cast<uint8_t>(straight(TIFFGetB(from[x])));
-        pixel[1] = static_cast<uint8_t>(straight(TIFFGetG(from[x])));
-        pixel[2] = static_cast<uint8_t>(straight(TIFFGetR(from[x])));
-        if (with_alpha) pixel[3] = static_cast<uint8_t>(alpha);
-      }
-    }
-  }
-  target.Finish();
   return info;
 }
 
 std::vector<uint8_t> EncodeTiff(const Output& output) {
   const PictureView& picture = output.picture;
   MemoryFile file;
-  Tiff tiff = Open(file, "w");
-  if (tiff == nullptr) output.Fail("encoding as TIFF failed: " + file.message);
-  TIFF* const t = tiff.get();
-  const bool colour = picture.bit_count >= 24;
-  const uint16_t samples = static_cast<uint16_t>(colour ? picture.bit_count / 8 : 1);
-  TIFFSetField(t, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(picture.width));
-  TIFFSetField(t, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(picture.height));
-  TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, static_cast<uint16_t>(std::min(picture.bit_count, 8)));
-  TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, samples);
-  TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
-  TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-  const uint16_t photometric = colour                     ? PHOTOMETRIC_RGB
-                               : !picture.palette.empty() ? PHOTOMETRIC_PALETTE
-                                                          : PHOTOMETRIC_MINISBLACK;
-  TIFFSetField(t, TIFFTAG_PHOTOMETRIC, photometric);
-  if (samples == 4) {
-    const uint16_t kind = EXTRASAMPLE_UNASSALPHA;
-    TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, &kind);
-  }
-  uint16_t map[3][256] = {};
-  for (size_t i = 0; i < std::min<size_t>(picture.palette.size(), 256); ++i) {
-    map[0][i] = static_cast<uint16_t>(picture.palette[i].red * 257);
-    map[1][i] = static_cast<uint16_t>(picture.palette[i].green * 257);
-    map[2][i] = static_cast<uint16_t>(picture.palette[i].blue * 257);
-  }
-  if (photometric == PHOTOMETRIC_PALETTE) {
-    TIFFSetField(t, TIFFTAG_COLORMAP, map[0], map[1], map[2]);
-  }
-  const Metadata& metadata = output.metadata;
-  if (!metadata.icc_profile.empty()) {
-    TIFFSetField(t, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(metadata.icc_profile.size()),
-                 metadata.icc_profile.data());
-  }
-  if (metadata.dpi_x > 0 && metadata.dpi_y > 0) {
-    TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
-    TIFFSetField(t, TIFFTAG_XRESOLUTION, metadata.dpi_x);
-    TIFFSetField(t, TIFFTAG_YRESOLUTION, metadata.dpi_y);
-  }
-  TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(t, 0));
+  Tiff tiff = Open(file, "w", 0);
+  if (tiff == nullptr) output.EncoderFailed(file.message);
+  WriteHeader(output, tiff.get());
+  const auto samples = static_cast<size_t>(picture.bit_count / 8);
   std::vector<uint8_t> row(RowBytes(picture.width, picture.bit_count));
   for (int y = 0; y < picture.height; ++y) {
-    std::memcpy(row.data(), picture.Row(y), row.size());
-    for (size_t i = 0; colour && i + 2 < row.size(); i += samples) std::swap(row[i], row[i + 2]);
-    if (TIFFWriteScanline(t, row.data(), static_cast<uint32_t>(y)) != 1) {
-      output.Fail("encoding as TIFF failed: " + file.message);
+    std::copy_n(picture.Row(y), row.size(), row.begin());
+    for (size_t i = 0; samples >= 3 && i < row.size(); i += samples) std::swap(row[i], row[i + 2]);
+    if (TIFFWriteScanline(tiff.get(), row.data(), static_cast<uint32_t>(y)) != 1) {
+      output.EncoderFailed(file.message);
     }
   }
-  if (TIFFFlush(t) != 1) output.Fail("encoding as TIFF failed: " + file.message);
+  if (TIFFFlush(tiff.get()) != 1) output.EncoderFailed(file.message);
   tiff.reset();
   return std::move(file.written);
 }

@@ -2,10 +2,16 @@
 #include <webp/encode.h>
 #include <webp/mux.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "pictures/codec.h"
+#include "pictures/colour_rows.h"
+#include "pictures/exif.h"
+#include "pictures/pixel_target.h"
 
 namespace qel::pictures {
 namespace {
@@ -15,117 +21,166 @@ struct MuxDeleter {
 };
 using Mux = std::unique_ptr<WebPMux, MuxDeleter>;
 
-/// The content of a chunk, or nothing.
-Bytes ReadChunk(const Mux& mux, const char* fourcc) {
+WebPData DataOf(Bytes bytes) { return {bytes.data(), bytes.size()}; }
+
+/// The content of a chunk; nothing when there is none, or no intact container.
+Bytes ChunkOf(const Mux& mux, const char* name) {
   WebPData chunk{};
-  if (mux == nullptr || WebPMuxGetChunk(mux.get(), fourcc, &chunk) != WEBP_MUX_OK) return {};
+  if (mux == nullptr || WebPMuxGetChunk(mux.get(), name, &chunk) != WEBP_MUX_OK) return {};
   return {chunk.bytes, chunk.size};
+}
+
+[[noreturn]] void FailDecoding(const Input& input, VP8StatusCode status) {
+  switch (status) {
+    case VP8_STATUS_NOT_ENOUGH_DATA:
+    case VP8_STATUS_SUSPENDED:
+      input.Truncated();
+    case VP8_STATUS_OUT_OF_MEMORY:
+      throw std::bad_alloc();
+    default:
+      input.Broken("damaged WebP: error " + std::to_string(status));
+  }
+}
+
+void DecodeInto(const Input& input, const PixelTarget& target, const PictureInfo& stored) {
+  WebPDecoderConfig config;
+  if (!WebPInitDecoderConfig(&config)) throw std::runtime_error("the WebP library does not fit");
+  // The decoder wants rows that go down in memory; others it fills from the last one on.
+  const bool upward = target.stride() < 0;
+  const auto rows = static_cast<size_t>(stored.height);
+  const auto step = static_cast<size_t>(std::abs(target.stride()));
+  if (step > INT_MAX) throw std::invalid_argument("rows are too far apart for the WebP library");
+  config.options.flip = upward;
+  config.options.use_threads = 0;
+  config.output.colorspace = stored.HasAlpha() ? MODE_BGRA : MODE_BGR;
+  config.output.is_external_memory = 1;
+  config.output.u.RGBA.rgba = target.Row(upward ? stored.height - 1 : 0);
+  config.output.u.RGBA.stride = static_cast<int>(step);
+  config.output.u.RGBA.size = step * (rows - 1) + RowBytes(stored.width, stored.bit_count);
+  const VP8StatusCode status = WebPDecode(input.file.data(), input.file.size(), &config);
+  if (status != VP8_STATUS_OK) FailDecoding(input, status);
+}
+
+/// A picture being encoded, with all that the library allocates for it.
+class Encoder {
+ public:
+  explicit Encoder(const Output& output) : output_(output) {
+    if (!WebPConfigInit(&config_) || !WebPPictureInit(&picture_)) {
+      output.EncoderFailed("the WebP library does not fit");
+    }
+    WebPMemoryWriterInit(&writer_);
+  }
+  ~Encoder() {
+    WebPPictureFree(&picture_);
+    WebPMemoryWriterClear(&writer_);
+  }
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
+
+  /// The encoded picture without metadata, valid as long as this object.
+  Bytes Encode() {
+    Configure();
+    FillPixels();
+    picture_.writer = &WebPMemoryWrite;
+    picture_.custom_ptr = &writer_;
+    if (!WebPEncode(&config_, &picture_)) {
+      output_.EncoderFailed("WebP error " + std::to_string(picture_.error_code));
+    }
+    return {writer_.mem, writer_.size};
+  }
+
+ private:
+  void Configure() {
+    constexpr int kLosslessEffort = 3;  // of 9; higher ones are slow and gain little
+    const int quality = std::clamp(output_.options.webp_quality, 0, 100);
+    if (quality == 100) {
+      WebPConfigLosslessPreset(&config_, kLosslessEffort);
+    } else {
+      config_.quality = static_cast<float>(quality);
+    }
+    config_.exact = 1;  // colours of transparent pixels are kept
+  }
+
+  void FillPixels() {
+    picture_.use_argb = 1;
+    picture_.width = output_.picture.width;
+    picture_.height = output_.picture.height;
+    if (!WebPPictureAlloc(&picture_)) output_.EncoderFailed("no memory");
+    ColourRows rows(output_.picture, ColourRows::Alpha::kKeep, ColourRows::Grey::kSpread);
+    for (int y = 0; y < picture_.height; ++y) {
+      const uint8_t* pixel = rows.Row(y);
+      uint32_t* const out = picture_.argb + ptrdiff_t{y} * picture_.argb_stride;
+      for (int x = 0; x < picture_.width; ++x, pixel += rows.bit_count() / 8) {
+        const uint32_t alpha = rows.bit_count() == 32 ? pixel[3] : 255;
+        out[x] = alpha << 24 | uint32_t{pixel[2]} << 16 | uint32_t{pixel[1]} << 8 | pixel[0];
+      }
+    }
+  }
+
+  const Output& output_;
+  WebPConfig config_;
+  WebPPicture picture_;
+  WebPMemoryWriter writer_;
+};
+
+std::vector<uint8_t> AddChunks(const Output& output, Bytes encoded, Bytes profile, Bytes exif) {
+  const WebPData data = DataOf(encoded);
+  const Mux mux(WebPMuxCreate(&data, 0));
+  WebPMuxError error = mux == nullptr ? WEBP_MUX_MEMORY_ERROR : WEBP_MUX_OK;
+  const auto add = [&](const char* name, Bytes content) {
+    if (error != WEBP_MUX_OK || content.empty()) return;
+    const WebPData chunk = DataOf(content);
+    error = WebPMuxSetChunk(mux.get(), name, &chunk, 0);
+  };
+  add("ICCP", profile);
+  add("EXIF", exif);
+  WebPData whole{};
+  if (error == WEBP_MUX_OK) error = WebPMuxAssemble(mux.get(), &whole);
+  const std::unique_ptr<WebPData, void (*)(WebPData*)> owner(&whole, &WebPDataClear);
+  if (error != WEBP_MUX_OK) output.EncoderFailed("the metadata of WebP");
+  return {whole.bytes, whole.bytes + whole.size};
 }
 
 }  // namespace
 
 bool IsWebp(Bytes file) {
-  return file.size() >= 12 && std::memcmp(file.data(), "RIFF", 4) == 0 &&
-         std::memcmp(file.data() + 8, "WEBP", 4) == 0;
+  return file.size() >= 12 && StartsWith(file, "RIFF") && StartsWith(file.subspan(8), "WEBP");
 }
 
 PictureInfo ReadWebp(const Input& input) {
   WebPBitstreamFeatures features;
-  if (WebPGetFeatures(input.file.data(), input.file.size(), &features) != VP8_STATUS_OK) {
-    input.Broken("damaged WebP: the header is not complete");
+  const VP8StatusCode status = WebPGetFeatures(input.file.data(), input.file.size(), &features);
+  if (status != VP8_STATUS_OK) FailDecoding(input, status);
+  if (features.has_animation) {
+    input.Unsupported("an animated WebP is not read; give a file of one picture");
   }
-  if (features.has_animation) input.Unsupported("animated WebP; give a file with one picture");
+  const WebPData data = DataOf(input.file);
+  const Mux mux(WebPMuxCreate(&data, 0));
+  const Bytes profile = ChunkOf(mux, "ICCP");
+  const Exif exif = ParseExif(ChunkOf(mux, "EXIF"));
   PictureInfo info;
   info.format = Format::kWebp;
   info.width = features.width;
   info.height = features.height;
   info.bit_count = features.has_alpha ? 32 : 24;
-  const WebPData data{input.file.data(), input.file.size()};
-  const Mux mux(WebPMuxCreate(&data, 0));
-  const Bytes profile = ReadChunk(mux, "ICCP");
-  info.metadata.icc_profile.assign(profile.begin(), profile.end());
-
-  PixelTarget target(input, info, ExifOrientation(ReadChunk(mux, "EXIF")));
-  // The decoder knows positive strides only; pictures stored bottom-up take a copy.
-  const size_t row_bytes = RowBytes(features.width, features.has_alpha ? 32 : 24);
-  const auto rows = static_cast<size_t>(features.height);
-  std::vector<uint8_t> copy(target.stride() < 0 ? row_bytes * rows : 0);
-  const bool direct = copy.empty();
-  uint8_t* const bits = direct ? target.Row(0) : copy.data();
-  const size_t stride = direct ? static_cast<size_t>(target.stride()) : row_bytes;
-  WebPDecoderConfig config;
-  if (!WebPInitDecoderConfig(&config)) input.Unsupported("this version of the WebP library");
-  config.output.colorspace = features.has_alpha ? MODE_BGRA : MODE_BGR;
-  config.output.is_external_memory = 1;
-  config.output.u.RGBA = {bits, static_cast<int>(stride), stride * (rows - 1) + row_bytes};
-  if (WebPDecode(input.file.data(), input.file.size(), &config) != VP8_STATUS_OK) {
-    input.Broken("damaged WebP: the picture data are not complete");
-  }
-  if (!direct) {
-    for (size_t y = 0; y < rows; ++y) {
-      std::memcpy(target.Row(static_cast<int>(y)), copy.data() + y * row_bytes, row_bytes);
-    }
-  }
+  info.metadata = {{profile.begin(), profile.end()}, exif.dpi_x, exif.dpi_y};
+  PictureInfo upright = info;
+  PixelTarget target(input, upright, exif.orientation);
+  if (!target.WantsPixels()) return upright;
+  DecodeInto(input, target, info);
   target.Finish();
-  return info;
+  return upright;
 }
 
 std::vector<uint8_t> EncodeWebp(const Output& output) {
-  if (output.picture.width > WEBP_MAX_DIMENSION || output.picture.height > WEBP_MAX_DIMENSION) {
-    output.Fail("WebP holds at most 16383 pixels a side; choose PNG or TIFF");
-  }
-  // One block of blue, green, red (, alpha) rows, grey spread to three channels.
-  ColourRows rows(output.picture, true);
-  const int bytes = rows.bit_count() == 32 ? 4 : 3;
-  const size_t row_bytes = static_cast<size_t>(output.picture.width) * static_cast<size_t>(bytes);
-  std::vector<uint8_t> block(row_bytes * static_cast<size_t>(output.picture.height));
-  const std::vector<PaletteEntry> greys = GreyPalette(256);
-  for (int y = 0; y < output.picture.height; ++y) {
-    uint8_t* const row = block.data() + row_bytes * static_cast<size_t>(y);
-    if (rows.bit_count() == 8) {
-      ExpandIndices(rows.Row(y), 8, greys, false, row, output.picture.width);
-    } else {
-      std::memcpy(row, rows.Row(y), row_bytes);
-    }
-  }
-  WebPConfig config;
-  WebPPicture picture;
-  WebPMemoryWriter writer;
-  if (!WebPConfigInit(&config) || !WebPPictureInit(&picture)) {
-    output.Fail("this version of the WebP library does not fit");
-  }
-  const std::unique_ptr<WebPPicture, void (*)(WebPPicture*)> free_picture(&picture,
-                                                                          &WebPPictureFree);
-  WebPMemoryWriterInit(&writer);
-  const std::unique_ptr<WebPMemoryWriter, void (*)(WebPMemoryWriter*)> free_writer(
-      &writer, &WebPMemoryWriterClear);
-  config.lossless = output.options.webp_quality >= 100 ? 1 : 0;
-  config.exact = 1;
-  config.quality = config.lossless ? 70.0f : static_cast<float>(output.options.webp_quality);
-  picture.use_argb = 1;
-  picture.width = output.picture.width;
-  picture.height = output.picture.height;
-  picture.writer = &WebPMemoryWrite;
-  picture.custom_ptr = &writer;
-  const auto import = bytes == 4 ? &WebPPictureImportBGRA : &WebPPictureImportBGR;
-  if (!import(&picture, block.data(), static_cast<int>(row_bytes)) ||
-      !WebPEncode(&config, &picture)) {
-    output.Fail("encoding as WebP failed, error " + std::to_string(picture.error_code));
-  }
-  const WebPData encoded{writer.mem, writer.size};
-  if (output.metadata.icc_profile.empty()) {
-    return {encoded.bytes, encoded.bytes + encoded.size};
-  }
-  const Mux mux(WebPMuxCreate(&encoded, 0));
-  const WebPData profile{output.metadata.icc_profile.data(), output.metadata.icc_profile.size()};
-  WebPData assembled{};
-  if (mux == nullptr || WebPMuxSetChunk(mux.get(), "ICCP", &profile, 0) != WEBP_MUX_OK ||
-      WebPMuxAssemble(mux.get(), &assembled) != WEBP_MUX_OK) {
-    output.Fail("adding the colour profile failed");
-  }
-  std::vector<uint8_t> file(assembled.bytes, assembled.bytes + assembled.size);
-  WebPDataClear(&assembled);
-  return file;
+  output.CheckSides("WebP", WEBP_MAX_DIMENSION);
+  Encoder encoder(output);
+  const Bytes encoded = encoder.Encode();
+  const Bytes profile = output.Profile(false);
+  std::vector<uint8_t> exif;
+  if (output.HasResolution()) exif = MakeExif(output.metadata.dpi_x, output.metadata.dpi_y);
+  if (profile.empty() && exif.empty()) return {encoded.begin(), encoded.end()};
+  return AddChunks(output, encoded, profile, exif);
 }
 
 }  // namespace qel::pictures

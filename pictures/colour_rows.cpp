@@ -1,0 +1,40 @@
+#include "pictures/colour_rows.h"
+
+#include <algorithm>
+
+#include "pictures/index_rows.h"
+#include "pictures/pixel_target.h"
+
+namespace qel::pictures {
+
+ColourRows::ColourRows(const PictureView& picture, Alpha alpha, Grey grey) : picture_(picture) {
+  if (picture.bit_count > 8) {
+    bit_count_ = picture.bit_count == 32 && alpha == Alpha::kKeep ? 32 : 24;
+  } else {
+    const std::vector<PaletteEntry> palette = PaletteOf(picture);
+    std::copy_n(palette.begin(), std::min(palette.size(), colours_.size()), colours_.begin());
+    bit_count_ = grey == Grey::kKeep && IsGrey(palette) ? 8 : 24;
+  }
+  row_.resize(RowBytes(picture.width, bit_count_));
+}
+
+const uint8_t* ColourRows::Row(int y) {
+  const uint8_t* const row = picture_.Row(y);
+  const int bits = picture_.bit_count;
+  if (bits >= 24 && bits == bit_count_) return row;
+  uint8_t* out = row_.data();
+  for (int x = 0; x < picture_.width; ++x) {
+    if (bits == 32) {
+      out = std::copy_n(row + ptrdiff_t{x} * 4, 3, out);
+      continue;
+    }
+    const PaletteEntry& colour = colours_[LoadIndex(row, bits, x)];
+    *out++ = colour.blue;
+    if (bit_count_ == 8) continue;
+    *out++ = colour.green;
+    *out++ = colour.red;
+  }
+  return row_.data();
+}
+
+}  // namespace qel::pictures

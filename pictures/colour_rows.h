@@ -1,0 +1,33 @@
+#ifndef QEL_PICTURES_COLOUR_ROWS_H_
+#define QEL_PICTURES_COLOUR_ROWS_H_
+
+#include <array>
+#include <vector>
+
+#include "pictures/codec.h"
+
+namespace qel::pictures {
+
+/// The rows of any picture without its palette, for formats that have none: grey, or blue, green,
+/// red (, alpha).
+class ColourRows {
+ public:
+  enum class Alpha { kDrop, kKeep };
+  enum class Grey { kKeep, kSpread };  ///< grey stays one byte, or becomes three
+
+  ColourRows(const PictureView& picture, Alpha alpha, Grey grey = Grey::kKeep);
+
+  int bit_count() const { return bit_count_; }  ///< 8, 24 or 32
+  /// Row `y`, valid until the next call.
+  const uint8_t* Row(int y);
+
+ private:
+  const PictureView& picture_;
+  int bit_count_;
+  std::array<PaletteEntry, 256> colours_{};
+  std::vector<uint8_t> row_;
+};
+
+}  // namespace qel::pictures
+
+#endif  // QEL_PICTURES_COLOUR_ROWS_H_
