@@ -18,6 +18,9 @@ function(qel_add_kernels target)
       target_compile_definitions(${objects} PRIVATE QEL_LEVEL=${level} QEL_LEVEL_${level}=1)
       # Kernels are built for speed in every configuration: plain loops count on the vectoriser.
       target_compile_options(${objects} PRIVATE ${QEL_LEVEL_FLAGS_${level}} -O3)
+      # GCC 12 takes the "undefined" vectors of its own header for a mistake.
+      target_compile_options(${objects} PRIVATE
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
     endif()
     list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/" OUTPUT_VARIABLE sources)
     target_sources(${objects} PRIVATE ${sources})

@@ -10,12 +10,7 @@
 
 #ifndef QEL_LEVEL_sse2
 #define QEL_HAS_COLOUR_VECTORS 1
-// GCC 12 takes the "undefined" vectors inside its own header for a mistake.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#pragma GCC diagnostic ignored "-Wuninitialized"
 #include <immintrin.h>
-#pragma GCC diagnostic pop
 
 namespace qel::QEL_LEVEL {
 namespace {
