@@ -22,6 +22,8 @@ target_compile_options(qel_flags INTERFACE
   -fstack-protector-strong
   -fvisibility=hidden -fvisibility-inlines-hidden
   -Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wundef -Wnon-virtual-dtor -Woverloaded-virtual
+  # GCC 12 sees overlaps in std::string that are not there.
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<BOOL:${QEL_WARNINGS_AS_ERRORS}>:-Werror>)
 if(QEL_SANITIZE)
   target_compile_options(qel_flags INTERFACE
