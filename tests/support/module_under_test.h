@@ -8,19 +8,15 @@
 #include <string>
 
 #include "image/cpu_level.h"
+#include "tests/support/operation_calls.h"
 #include "tests/support/test_host.h"
 
 namespace qel::test {
 
 /// The module as a host loads it, built for one processor level, with one object of each component.
-struct ModuleUnderTest {
+struct ModuleUnderTest : ComponentSet {
   CreateFunctionFunction create_function = nullptr;
   InitializeModuleFunction initialize = nullptr;
-  SmartPtr<IQELColorTransform> color;
-  SmartPtr<IQELTransform> transform;
-  SmartPtr<IQELDeform> deform;
-  SmartPtr<IQELFilterTransform> filter;
-  SmartPtr<IQELMaths> maths;
 
   /// Loads each level once per process and hands the test host's collection over.
   static ModuleUnderTest& ForLevel(CpuLevel level);

@@ -14,6 +14,7 @@ class Counted : public Interface {
   result_t QueryInterface(const IID& iid, void** object) override {
     *object = nullptr;
     if (!Host().OnCall("QueryInterface")) return kFail;
+    if (Host().GivesNull()) return kOk;
     if (iid != IID_IUnknown && iid != *kIidOf<Interface>) return kNoInterface;
     this->AddRef();
     *object = static_cast<Interface*>(this);
@@ -62,6 +63,7 @@ class TestLocator final : public Counted<IComponentString> {
   result_t ReservedSlot4() override { return kFail; }
   result_t CreateInstance(const IID* iid, void** object) override {
     if (!Host().OnCall("CreateInstance")) return kFail;
+    if (Host().GivesNull()) return kOk;
     return MakeComponent(name, iid, object);
   }
   result_t SetPart(int, tagREFString) override { return kOk; }
@@ -73,6 +75,7 @@ class TestCollection final : public Counted<IComponentCollection> {
   result_t GetItem(int index, IUnknown** item) override {
     *item = nullptr;
     if (!Host().OnCall("GetItem") || index != kImageItem) return kFail;
+    if (Host().GivesNull()) return kOk;
     *item = new TestLocator(L"QELImageDIB");
     return kOk;
   }
@@ -95,6 +98,7 @@ class TestCollection final : public Counted<IComponentCollection> {
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
     *object = nullptr;
     if (!Host().OnCall("CreateComponent")) return kFail;
+    if (Host().GivesNull()) return kOk;
     const std::wstring text(name.text, static_cast<uint32_t>(name.length));
     if (iid == nullptr || *iid == IID_NULL) {
       *object = static_cast<IComponentString*>(new TestLocator(text));
@@ -147,6 +151,7 @@ class TestImage::PalettePart final : public IQELImagePalette {
   result_t ReservedSlot3() override { return kFail; }
   result_t GetPalette(RGBQUAD** entries, uint32_t* count) override {
     if (!Host().OnCall("GetPalette")) return kFail;
+    if (Host().GivesNull()) return kOk;
     *entries = image_.raster.palette.data();
     *count = static_cast<uint32_t>(image_.raster.palette.size());
     return kOk;
@@ -178,6 +183,7 @@ uint32_t TestImage::Release() {
 result_t TestImage::QueryInterface(const IID& iid, void** object) {
   *object = nullptr;
   if (!Host().OnCall("QueryInterface")) return kFail;
+  if (Host().GivesNull()) return kOk;
   if (Host().refuses_queries) return kNoInterface;
   if (iid == IID_IQELImagePalette && !raster.palette.empty()) {
     *object = static_cast<IQELImagePalette*>(palette_part_);
@@ -209,7 +215,7 @@ result_t TestImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
 result_t TestImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
   if (!Host().OnCall("GetBits")) return kFail;
   *reserved = 0;
-  *bits = raster.Bits(plane);
+  *bits = Host().GivesNull() ? nullptr : raster.Bits(plane);
   *stride = raster.stride;
   return *bits != nullptr ? kOk : kInvalidArgument;
 }

@@ -15,7 +15,12 @@ namespace qel::test {
 class TestHost {
  public:
   /// What the call number `fault_at` does instead of its work.
-  enum class Fault { kNone, kThrow, kFail };
+  enum class Fault {
+    kNone,
+    kThrow,  ///< throws
+    kFail,   ///< fails and leaves its outputs alone
+    kNull,   ///< succeeds, but gives a null pointer where it gives one
+  };
   /// Thrown by host calls.
   struct Exception {};
 
@@ -38,6 +43,8 @@ class TestHost {
   void Reset();
   /// Every host call passes here first. False when the call must fail.
   bool OnCall(const char* name);
+  /// Calls that give a pointer ask this after `OnCall`: true when the pointer must be null.
+  bool GivesNull() const { return fault == Fault::kNull && calls - 1 == fault_at; }
 
  private:
   TestHost() = default;
