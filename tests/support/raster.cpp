@@ -1,8 +1,13 @@
 #include "tests/support/raster.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
+#include <utility>
 
 namespace qel::test {
 namespace {
@@ -11,7 +16,7 @@ constexpr int64_t kGuardBytes = 256;
 constexpr int64_t kLargestBlock = int64_t{1} << 26;
 
 /// Kinds of content: what a fast path may get wrong differs between them.
-void FillContent(Rng& rng, std::vector<uint8_t>& memory) {
+void FillContent(Rng& rng, Block& memory) {
   const int kind = rng.Int(0, 3);
   const int low = rng.Int(0, 255);
   const int high = rng.Int(low, 255);
@@ -27,6 +32,43 @@ void FillContent(Rng& rng, std::vector<uint8_t>& memory) {
 }
 
 }  // namespace
+
+Block::Block(size_t size, Layout::Fence fence) : size_(size), fence_(fence) {
+  if (fence_ == Layout::Fence::kNone) {
+    data_ = static_cast<uint8_t*>(operator new (size, std::align_val_t{64}));
+    std::fill(begin(), end(), uint8_t{0});
+    return;
+  }
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t inner = (size + page - 1) / page * page;
+  mapping_size_ = inner + 2 * page;
+  void* const mapped = mmap(nullptr, mapping_size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapped == MAP_FAILED) throw std::bad_alloc();
+  mapping_ = static_cast<uint8_t*>(mapped);
+  if (mprotect(mapping_ + page, inner, PROT_READ | PROT_WRITE) != 0) throw std::bad_alloc();
+  data_ = mapping_ + page + (fence_ == Layout::Fence::kAfter ? inner - size : 0);
+}
+
+Block::Block(const Block& other) : Block(other.size_, other.fence_) {
+  std::copy(other.begin(), other.end(), begin());
+}
+
+Block& Block::operator=(Block other) noexcept {
+  std::swap(data_, other.data_);
+  std::swap(size_, other.size_);
+  std::swap(fence_, other.fence_);
+  std::swap(mapping_, other.mapping_);
+  std::swap(mapping_size_, other.mapping_size_);
+  return *this;
+}
+
+Block::~Block() {
+  if (mapping_ != nullptr) {
+    munmap(mapping_, mapping_size_);
+  } else if (data_ != nullptr) {
+    operator delete (data_, std::align_val_t{64});
+  }
+}
 
 Layout& Raster::NewImageLayout() {
   static Layout layout;
@@ -53,18 +95,20 @@ void Raster::Allocate(int new_width, int new_height, int new_planes, int new_bit
   const int64_t step = RowBytes() + layout.padding;
   const int64_t block = step * std::max(height, 0);
   // Some operations read four times as far as the rows reach; that memory is the image's as well.
-  const int64_t guard = (kGuardBytes + 4 * (block + step) + 63) / 64 * 64;
+  const bool fenced = layout.fence != Layout::Fence::kNone;
+  const int64_t wide = (kGuardBytes + 4 * (block + step) + 63) / 64 * 64;
+  const int64_t before = fenced ? layout.reach_before : wide;
+  const int64_t after = fenced ? layout.reach_after : wide;
   stride = static_cast<int>(layout.bottom_up ? -step : step);
-  memory_.clear();
   plane_offsets_.clear();
   int64_t end = 0;
   // Hosts that report no planes still have one.
   for (int plane = 0; plane < std::max(planes, 1) && width > 0 && height > 0; ++plane) {
-    const int64_t first = end + guard + layout.misalignment;
+    const int64_t first = end + before + layout.misalignment;
     plane_offsets_.push_back(static_cast<size_t>(layout.bottom_up ? first + block - step : first));
-    end = (first + block + 63) / 64 * 64;
+    end = fenced ? first + block : (first + block + 63) / 64 * 64;
   }
-  memory_.resize(static_cast<size_t>(end + guard));
+  memory_ = Block(static_cast<size_t>(end + after), layout.fence);
 }
 
 bool Raster::Create(int new_width, int new_height, int new_planes, int new_bit_count,
@@ -107,7 +151,7 @@ void Raster::Fill(uint32_t colour) {
 
 uint8_t* Raster::Bits(int plane) {
   if (plane < 0 || static_cast<size_t>(plane) >= plane_offsets_.size()) return nullptr;
-  return memory_.data() + plane_offsets_[static_cast<size_t>(plane)];
+  return memory_.begin() + plane_offsets_[static_cast<size_t>(plane)];
 }
 
 bool Raster::operator==(const Raster& other) const { return Difference(other).empty(); }

@@ -15,6 +15,34 @@ struct Layout {
   int padding = 0;         ///< bytes after each row
   bool bottom_up = false;  ///< negative stride
   int misalignment = 0;    ///< bytes by which the first row is off a 64-byte boundary
+
+  /// Where unreadable pages lie: one of the two pages round the block touches its very end.
+  enum class Fence { kNone, kBefore, kAfter };
+  Fence fence = Fence::kNone;
+  int reach_before = 0;  ///< with a fence: bytes of the image before its first row
+  int reach_after = 0;   ///< and after its last one
+};
+
+/// Memory of an image; with a fence, between two unreadable pages. Copies lie likewise.
+class Block {
+ public:
+  Block() = default;
+  Block(size_t size, Layout::Fence fence);
+  Block(const Block& other);
+  Block& operator=(Block other) noexcept;
+  ~Block();
+
+  uint8_t* begin() { return data_; }
+  uint8_t* end() { return data_ + size_; }
+  const uint8_t* begin() const { return data_; }
+  const uint8_t* end() const { return data_ + size_; }
+
+ private:
+  uint8_t* data_ = nullptr;
+  size_t size_ = 0;
+  Layout::Fence fence_ = Layout::Fence::kNone;
+  uint8_t* mapping_ = nullptr;
+  size_t mapping_size_ = 0;
 };
 
 /// An image as the oracles see it: shape and bytes, with guard zones before and after the rows of
@@ -62,7 +90,7 @@ class Raster {
   void Allocate(int new_width, int new_height, int new_planes, int new_bit_count,
                 uint32_t new_model, const Layout& layout);
 
-  std::vector<uint8_t> memory_;
+  Block memory_;
   std::vector<size_t> plane_offsets_;
 };
 

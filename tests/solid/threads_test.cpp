@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include <barrier>
+#include <cstring>
+#include <thread>
+
+#include "host/host_collection.h"
+#include "host/module_library.h"
+#include "tests/support/operation_calls.h"
+#include "tests/support/rng.h"
+
+namespace qel::test {
+namespace {
+
+constexpr int kThreads = 8;
+
+/// The shipped module with the reference host, as a program with threads uses it.
+class Program {
+ public:
+  Program()
+      : collection_(host::HostCollection::MakeWithImages({.clear = true})), library_(QEL_MODULE) {
+    library_.Initialize(collection_.Get());
+    components_.color = library_.Create<IQELColorTransform>(RefString(kColorTransformName));
+    components_.transform = library_.Create<IQELTransform>(RefString(kTransformName));
+    components_.deform = library_.Create<IQELDeform>(RefString(kDeformName));
+    components_.filter = library_.Create<IQELFilterTransform>(RefString(kFilterTransformName));
+    components_.maths = library_.Create<IQELMaths>(RefString(kMathsName));
+  }
+  const ComponentSet& components() const { return components_; }
+  const host::ModuleLibrary& library() const { return library_; }
+
+ private:
+  SmartPtr<host::HostCollection> collection_;
+  host::ModuleLibrary library_;
+  ComponentSet components_;
+};
+
+SmartPtr<host::HostImage> NoisyImage(int depth, uint64_t seed) {
+  auto image = host::HostImage::Make({.clear = true});
+  image->Create(40, 30, 1, depth, depth == 24 ? kModelBgr : depth == 32 ? kModelArgb : kModelMono);
+  Rng rng(seed);
+  for (int y = 0; y < image->height(); ++y) {
+    for (int64_t i = 0; i < image->RowBytes(); ++i) {
+      image->Row(y)[i] = static_cast<uint8_t>(rng.Next());
+    }
+  }
+  return image;
+}
+
+/// All bytes of an image's rows.
+std::string Content(IQEL* image) {
+  int width = 0, height = 0, planes = 0, bits = 0, stride = 0, unread = 0;
+  uint32_t model = 0;
+  uint8_t* row = nullptr;
+  image->GetSize(&width, &height, &planes);
+  image->GetFormat(&bits, &model, &unread);
+  image->GetBits(0, &unread, &row, &stride);
+  std::string content = std::to_string(width) + "x" + std::to_string(bits) + ":";
+  for (int y = 0; row != nullptr && y < height; ++y, row += stride) {
+    content.append(reinterpret_cast<const char*>(row), static_cast<size_t>((width * bits + 7) / 8));
+  }
+  return content;
+}
+
+void RunOnThreads(const std::function<void(int thread)>& work) {
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) threads.emplace_back(work, thread);
+}
+
+bool DrawsFromRand(const OperationCall& operation) {
+  return operation.name.starts_with("Noise") || operation.name.starts_with("Jitter");
+}
+
+/// What an operation leaves on images of its own, with a read-only source shared by all threads.
+std::string Outcome(const ComponentSet& components, const OperationCall& operation,
+                    const std::vector<SmartPtr<host::HostImage>>& shared, int depth) {
+  std::vector<SmartPtr<host::HostImage>> own;
+  std::vector<IQELImage*> images;
+  for (int i = 0; i < operation.images; ++i) {
+    if (i >= operation.changed_images) {
+      images.push_back(shared[static_cast<size_t>(i)].Get());
+      continue;
+    }
+    own.push_back(NoisyImage(depth, static_cast<uint64_t>(i)));
+    images.push_back(own.back().Get());
+  }
+  SmartPtr<IQEL> result;
+  operation.call(components, images, result.Put());
+  std::string outcome = result ? Content(result.Get()) : "";
+  for (const auto& image : own) outcome += Content(image.Get());
+  return outcome;
+}
+
+TEST(Threads, EveryOperationGivesTheSameOnAllOfThem) {
+  const Program program;
+  for (const int depth : {8, 24, 32}) {
+    const std::vector<SmartPtr<host::HostImage>> shared = {
+        NoisyImage(depth, 0), NoisyImage(depth, 1), NoisyImage(depth, 2), NoisyImage(depth, 3)};
+    std::vector<std::string> expected;
+    for (const OperationCall& operation : AllOperationCalls()) {
+      expected.push_back(Outcome(program.components(), operation, shared, depth));
+    }
+    std::atomic<int> differences{0};
+    RunOnThreads([&](int thread) {
+      const auto& operations = AllOperationCalls();
+      for (size_t i = 0; i < operations.size(); ++i) {
+        // Threads start at different operations, so that different ones meet.
+        const size_t at = (i + static_cast<size_t>(thread) * 9) % operations.size();
+        const std::string outcome = Outcome(program.components(), operations[at], shared, depth);
+        if (outcome != expected[at] && !DrawsFromRand(operations[at])) ++differences;
+      }
+    });
+    EXPECT_EQ(differences, 0) << depth << " bits";
+  }
+}
+
+TEST(Threads, RaceOnTheFirstImageIsHarmless) {
+  for (int round = 0; round < 20; ++round) {
+    const Program program;  // a fresh load: nothing has been looked up yet
+    std::barrier start(kThreads);
+    std::atomic<int> failures{0};
+    RunOnThreads([&](int) {
+      const auto image = NoisyImage(24, 5);
+      start.arrive_and_wait();
+      SmartPtr<IQEL> result;
+      if (program.components().filter->Dilate(image.Get(), 3, result.Put()) != kOk) ++failures;
+    });
+    EXPECT_EQ(failures, 0);
+  }
+}
+
+TEST(Threads, CountingLosesNoReference) {
+  constexpr int kRounds = 10'000'000 / kThreads;
+  const Program program;
+  auto object = program.library().Create<IQELMaths>(RefString(kMathsName));
+  RunOnThreads([&](int) {
+    for (int i = 0; i < kRounds; ++i) {
+      object->AddRef();
+      object->Release();
+    }
+  });
+  EXPECT_EQ(object->AddRef(), 2u);
+  EXPECT_EQ(object->Release(), 1u);
+}
+
+TEST(Loading, ThousandTimesLeavesNothing) {
+  const auto resident_pages = [] {
+    long total = 0, resident = 0;
+    FILE* const file = std::fopen("/proc/self/statm", "r");
+    EXPECT_EQ(std::fscanf(file, "%ld %ld", &total, &resident), 2);
+    std::fclose(file);
+    return resident;
+  };
+  const auto load = [] {
+    const Program program;
+    const auto image = NoisyImage(24, 1);
+    program.components().filter->Blur(image.Get(), nullptr);
+  };
+  for (int i = 0; i < 50; ++i) load();
+  const long before = resident_pages();
+  for (int i = 0; i < 1000; ++i) load();
+  EXPECT_LT(resident_pages() - before, 200) << "pages";
+}
+
+}  // namespace
+}  // namespace qel::test
