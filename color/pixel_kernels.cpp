@@ -1,6 +1,6 @@
 #include "color/pixel_kernels.h"
 
-#include "color/colour_vectors.h"
+#include "image/colour_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {

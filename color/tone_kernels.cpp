@@ -1,14 +1,11 @@
 #include "color/tone_kernels.h"
 
-#include "color/colour_vectors.h"
+#include "image/colour_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
 #ifdef QEL_HAS_COLOUR_VECTORS
-
-/// The upper half of a product with it is a third, truncated: exact for sums of three bytes.
-constexpr int kThird = 21846;
 
 void LutBytes(uint8_t* row, size_t count, const uint8_t* table) {
   const TableLookup lookup(table);
@@ -59,24 +56,17 @@ void MixBytes(uint8_t* dest, const uint8_t* source, size_t count) {
   });
 }
 
-/// The sums of the channels of 3-byte pixels, in words of the order that packing them restores.
-struct ChannelSums {
-  explicit ChannelSums(const uint8_t* pixels) {
-    Vector channels[3];
-    LoadPixels<3>(pixels, channels);
-    const Vector ones = FillBytes(1);
-    const Vector zero = FillBytes(0);
-    low = AddWords(SumPairs(PairLow(channels[0], channels[1]), ones), PairLow(channels[2], zero));
-    high =
-        AddWords(SumPairs(PairHigh(channels[0], channels[1]), ones), PairHigh(channels[2], zero));
-  }
-  Vector low, high;
-};
+/// The sums of the channels of a block of 3-byte pixels.
+ChannelSums SumsOf(const uint8_t* pixels) {
+  Vector channels[3];
+  LoadPixels<3>(pixels, channels);
+  return ChannelSums(channels);
+}
 
 void Mean3(uint8_t* dest, const uint8_t* source, size_t pixels) {
   const Vector third = FillWords(kThird);
   ForEachBlock<3, kVectorBytes>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
-    const ChannelSums sums(from);
+    const ChannelSums sums = SumsOf(from);
     StoreGreyPixels(to, PackWords(HighProducts(sums.low, third), HighProducts(sums.high, third)));
   });
 }
@@ -87,7 +77,7 @@ Vector SumLimits(int32_t limit) { return FillWords(limit < -1 ? -1 : limit > 765
 void Threshold3(uint8_t* row, size_t pixels, int32_t limit) {
   const Vector limits = SumLimits(limit);
   ForEachBlock<3, kVectorBytes>(row, row, pixels, [&](uint8_t* to, const uint8_t* from) {
-    const ChannelSums sums(from);
+    const ChannelSums sums = SumsOf(from);
     StoreGreyPixels(to, PackMasks(WordsAbove(sums.low, limits), WordsAbove(sums.high, limits)));
   });
 }

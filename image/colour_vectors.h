@@ -1,5 +1,5 @@
-#ifndef QEL_COLOR_COLOUR_VECTORS_H_
-#define QEL_COLOR_COLOUR_VECTORS_H_
+#ifndef QEL_IMAGE_COLOUR_VECTORS_H_
+#define QEL_IMAGE_COLOUR_VECTORS_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -37,6 +37,8 @@ inline Vector Min(Vector a, Vector b) { return _mm256_min_epu8(a, b); }
 inline Vector Average(Vector a, Vector b) { return _mm256_avg_epu8(a, b); }
 inline Vector PairLow(Vector a, Vector b) { return _mm256_unpacklo_epi8(a, b); }
 inline Vector PairHigh(Vector a, Vector b) { return _mm256_unpackhi_epi8(a, b); }
+inline Vector PairWordsLow(Vector a, Vector b) { return _mm256_unpacklo_epi16(a, b); }
+inline Vector PairWordsHigh(Vector a, Vector b) { return _mm256_unpackhi_epi16(a, b); }
 /// Sums of two products in words, of unsigned bytes with signed ones.
 inline Vector SumPairs(Vector a, Vector b) { return _mm256_maddubs_epi16(a, b); }
 inline Vector AddWords(Vector a, Vector b) { return _mm256_add_epi16(a, b); }
@@ -76,6 +78,8 @@ inline Vector Min(Vector a, Vector b) { return _mm512_min_epu8(a, b); }
 inline Vector Average(Vector a, Vector b) { return _mm512_avg_epu8(a, b); }
 inline Vector PairLow(Vector a, Vector b) { return _mm512_unpacklo_epi8(a, b); }
 inline Vector PairHigh(Vector a, Vector b) { return _mm512_unpackhi_epi8(a, b); }
+inline Vector PairWordsLow(Vector a, Vector b) { return _mm512_unpacklo_epi16(a, b); }
+inline Vector PairWordsHigh(Vector a, Vector b) { return _mm512_unpackhi_epi16(a, b); }
 inline Vector SumPairs(Vector a, Vector b) { return _mm512_maddubs_epi16(a, b); }
 inline Vector AddWords(Vector a, Vector b) { return _mm512_add_epi16(a, b); }
 inline Vector SumWordPairs(Vector a, Vector b) { return _mm512_madd_epi16(a, b); }
@@ -246,8 +250,6 @@ inline Vector PairDwordsLow(Vector a, Vector b) { return _mm256_unpacklo_epi32(a
 inline Vector PairDwordsHigh(Vector a, Vector b) { return _mm256_unpackhi_epi32(a, b); }
 inline Vector PairQwordsLow(Vector a, Vector b) { return _mm256_unpacklo_epi64(a, b); }
 inline Vector PairQwordsHigh(Vector a, Vector b) { return _mm256_unpackhi_epi64(a, b); }
-inline Vector PairWordsLow(Vector a, Vector b) { return _mm256_unpacklo_epi16(a, b); }
-inline Vector PairWordsHigh(Vector a, Vector b) { return _mm256_unpackhi_epi16(a, b); }
 #else
 template <size_t kBytes>
 Vector LoadLanes(const uint8_t* from) {
@@ -269,8 +271,6 @@ inline Vector PairDwordsLow(Vector a, Vector b) { return _mm512_unpacklo_epi32(a
 inline Vector PairDwordsHigh(Vector a, Vector b) { return _mm512_unpackhi_epi32(a, b); }
 inline Vector PairQwordsLow(Vector a, Vector b) { return _mm512_unpacklo_epi64(a, b); }
 inline Vector PairQwordsHigh(Vector a, Vector b) { return _mm512_unpackhi_epi64(a, b); }
-inline Vector PairWordsLow(Vector a, Vector b) { return _mm512_unpacklo_epi16(a, b); }
-inline Vector PairWordsHigh(Vector a, Vector b) { return _mm512_unpackhi_epi16(a, b); }
 #endif
 
 /// The bytes of `v` at the lane positions of class `kClass` modulo 3, those of `others` elsewhere.
@@ -368,18 +368,61 @@ inline void StoreGreyPixels(uint8_t* to, Vector grey) {
 
 #endif
 
-/// Calls `block(to, from)` for every `kUnits` units of `kUnitBytes`, and for a copy of what remains
-/// at the end of the row, so that nothing beyond the row is touched, except that blocks may read
-/// `kAhead` bytes past their units.
+/// The sums of the three colour channels, in words of the order that `PackWords` restores.
+struct ChannelSums {
+  explicit ChannelSums(const Vector* channels) {
+    const Vector ones = FillBytes(1);
+    const Vector zero = FillBytes(0);
+    low = AddWords(SumPairs(PairLow(channels[0], channels[1]), ones), PairLow(channels[2], zero));
+    high =
+        AddWords(SumPairs(PairHigh(channels[0], channels[1]), ones), PairHigh(channels[2], zero));
+  }
+  Vector low, high;
+};
+
+/// The upper half of a product with it is a third, truncated: exact for sums of three bytes.
+constexpr int kThird = 21846;
+
+/// Rows that are walked in blocks, by the bytes of one unit. Blocks may read `kAhead` bytes past
+/// their units.
+template <size_t kBytes, size_t kAhead = 0>
+struct From {
+  static constexpr size_t kUnitBytes = kBytes;
+  const uint8_t* at;
+
+  template <size_t kUnits>
+  struct Rest {
+    Rest(const uint8_t* row, size_t units) {
+      __builtin_memcpy(bytes, row, units * kBytes + kAhead);
+    }
+    alignas(64) uint8_t bytes[kBytes * kUnits + kAhead] = {};
+  };
+};
+template <size_t kBytes>
+struct To {
+  uint8_t* at;
+};
+
+/// Calls `block(to, from...)` for every `kUnits` units, and for copies of what remains at the end
+/// of the rows, so that nothing beyond them is touched. Blocks may read what `to` holds.
+template <size_t kUnits, size_t kToBytes, typename... Sources, typename Block>
+inline void WalkBlocks(size_t count, Block&& block, To<kToBytes> to, Sources... from) {
+  for (; count >= kUnits; count -= kUnits) {
+    block(to.at, from.at...);
+    to.at += kToBytes * kUnits;
+    ((from.at += Sources::kUnitBytes * kUnits), ...);
+  }
+  if (count == 0) return;
+  alignas(64) uint8_t rest[kToBytes * kUnits] = {};
+  __builtin_memcpy(rest, to.at, count * kToBytes);
+  block(rest, typename Sources::template Rest<kUnits>(from.at, count).bytes...);
+  __builtin_memcpy(to.at, rest, count * kToBytes);
+}
+
+/// The walk with one source whose units are as long as those written.
 template <size_t kUnitBytes, size_t kUnits, size_t kAhead = 0, typename Block>
 inline void ForEachBlock(uint8_t* to, const uint8_t* from, size_t count, Block&& block) {
-  constexpr size_t kBlockBytes = kUnitBytes * kUnits;
-  for (; count >= kUnits; count -= kUnits, to += kBlockBytes, from += kBlockBytes) block(to, from);
-  if (count == 0) return;
-  alignas(64) uint8_t rest[kBlockBytes + kAhead] = {};
-  __builtin_memcpy(rest, from, count * kUnitBytes + kAhead);
-  block(rest, rest);
-  __builtin_memcpy(to, rest, count * kUnitBytes);
+  WalkBlocks<kUnits>(count, block, To<kUnitBytes>{to}, From<kUnitBytes, kAhead>{from});
 }
 
 }  // namespace
@@ -387,4 +430,4 @@ inline void ForEachBlock(uint8_t* to, const uint8_t* from, size_t count, Block&&
 
 #endif
 
-#endif  // QEL_COLOR_COLOUR_VECTORS_H_
+#endif  // QEL_IMAGE_COLOUR_VECTORS_H_
