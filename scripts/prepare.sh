@@ -3,6 +3,7 @@
 # Debian packages by what they are for.
 QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev"
 QEL_TEST_PACKAGES="libgtest-dev"
+QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 
 # qel_install PACKAGE...: installs the packages that dpkg does not know as installed.
 qel_install() {

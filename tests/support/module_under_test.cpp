@@ -5,6 +5,8 @@
 #include <map>
 #include <stdexcept>
 
+#include "tests/support/paired_operations.h"
+
 namespace qel::test {
 namespace {
 
@@ -69,32 +71,10 @@ void OperationTest::SetUp() {
 void OperationTest::ExpectSame(const std::vector<Raster>& inputs, const ModuleCall& call,
                                const OracleCall& oracle) {
   const int live_before = TestHost::Instance().live_objects;
-  {
-    std::vector<SmartPtr<TestImage>> images;
-    std::vector<TestImage*> pointers;
-    for (const Raster& input : inputs) {
-      images.push_back(TestImage::Make(input));
-      pointers.push_back(images.back().Get());
-    }
-    std::vector<Raster> rasters = inputs;
-    Raster expected_result;
-    IQEL* raw_result = nullptr;
-    const result_t expected = oracle(rasters, expected_result);
-    const result_t actual = call(pointers, &raw_result);
-    const auto result = SmartPtr<IQEL>::Adopt(raw_result);
-
-    EXPECT_EQ(actual, expected) << "result code";
-    for (size_t i = 0; i < images.size(); ++i) {
-      EXPECT_EQ(images[i]->raster.Difference(rasters[i]), "") << "image " << i;
-      const bool handed_back = static_cast<IQEL*>(images[i].Get()) == raw_result;
-      EXPECT_EQ(images[i]->references(), handed_back ? 2u : 1u) << "references of image " << i;
-    }
-    EXPECT_EQ(raw_result != nullptr, expected_result.bit_count != 0) << "result made";
-    if (raw_result != nullptr && expected_result.bit_count != 0) {
-      const auto* const made = static_cast<TestImage*>(raw_result);
-      EXPECT_EQ(made->raster.Difference(expected_result), "") << "result";
-    }
-  }
+  const PairedCase paired{
+      inputs, [&](const ComponentSet&, auto images, IQEL** result) { return call(images, result); },
+      oracle};
+  EXPECT_EQ(CompareCase(paired, *module_), "");
   EXPECT_EQ(TestHost::Instance().live_objects, live_before) << "objects left behind";
 }
 

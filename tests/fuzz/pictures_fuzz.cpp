@@ -1,0 +1,35 @@
+// One reader of picture files: the input is the file, after the bytes by which its format is known.
+// Built once per format, which QEL_FUZZ_MAGIC gives.
+
+#include <cstdlib>
+#include <string>
+
+#include "pictures/picture_file.h"
+#include "tests/fuzz/fuzz.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace qel::pictures;
+  constexpr char kMagic[] = QEL_FUZZ_MAGIC;
+  std::vector<uint8_t> file(data, data + size);
+  for (size_t i = 0; i + 1 < sizeof(kMagic) && i < file.size(); ++i) {
+    file[i] = static_cast<uint8_t>(kMagic[i]);
+  }
+  for (const bool keep : {false, true}) {
+    ReadOptions options;
+    options.limits = {.max_pixels = 1 << 18, .max_bytes = 1 << 20, .max_file_bytes = 1 << 20};
+    options.keep_palette_depth = keep;
+    std::vector<uint8_t> pixels;
+    try {
+      ReadPictureFromMemory(file, "fuzz", options, [&](const PictureInfo& info) {
+        const size_t stride =
+            (static_cast<size_t>(info.width) * static_cast<size_t>(info.bit_count) + 7) / 8;
+        pixels.resize(stride * static_cast<size_t>(info.height));
+        if (pixels.size() > size_t{1} << 20) std::abort();  // beyond the limits
+        return PixelBuffer{pixels.data(), static_cast<ptrdiff_t>(stride)};
+      });
+    } catch (const PictureError&) {
+      // What a damaged file is answered with.
+    }
+  }
+  return 0;
+}
