@@ -84,7 +84,7 @@ PictureInfo Read(Bytes file, const std::string& name, const ReadOptions& options
       std::ranges::find_if(kFormats, [&](const FormatRow& each) { return each.recognise(file); });
   if (row == std::end(kFormats)) {
     std::string known;
-    for (const FormatRow& each : kFormats) known += " " + std::string(each.name);
+    for (const FormatRow& each : kFormats) known.append(" ").append(each.name);
     throw PictureError(PictureError::Kind::kUnknownFormat, name,
                        "the content is of no known picture format; known are" + known);
   }
@@ -100,7 +100,7 @@ Format FormatOfPath(const std::string& path) {
     for (const std::string_view candidate : row.extensions) {
       if (candidate.empty()) continue;
       if (candidate == extension) return row.format;
-      known += " " + std::string(candidate);
+      known.append(" ").append(candidate);
     }
   }
   throw PictureError(PictureError::Kind::kUnknownFormat, path,

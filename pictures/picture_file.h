@@ -66,7 +66,7 @@ struct Limits {
 };
 
 struct ReadOptions {
-  Limits limits;
+  Limits limits = {};
   /// Keeps indices of palette pictures, and grey levels below 8 bits, with their palette instead
   /// of expanding them. Two-bit indices become four-bit ones. Transparency of a palette is lost.
   bool keep_palette_depth = false;
@@ -101,10 +101,10 @@ struct PictureView {
 };
 
 struct WriteOptions {
-  std::optional<Format> format;  ///< told by the extension when absent
-  int jpeg_quality = 92;         ///< 1 to 100; colour is kept at full resolution from 90 up
-  int webp_quality = 100;        ///< 0 to 100, which is lossless
-  int png_level = 5;             ///< of compression, 0 to 9
+  std::optional<Format> format = {};  ///< told by the extension when absent
+  int jpeg_quality = 92;              ///< 1 to 100; colour is kept at full resolution from 90 up
+  int webp_quality = 100;             ///< 0 to 100, which is lossless
+  int png_level = 5;                  ///< of compression, 0 to 9
 };
 
 /// Encodes a picture and writes it to `path`, whole or not at all (see `AtomicFile`).

@@ -21,9 +21,14 @@ struct MemoryFile {
   Bytes content;                 ///< while reading
   std::vector<uint8_t> written;  ///< while writing
   uint64_t position = 0;
-  std::string message;
+  char message[200] = "";
+  bool palette_lost = false;
 
   Bytes All() const { return content.data() != nullptr ? content : Bytes(written); }
+
+  [[noreturn]] void Fail(const Input& input) const {
+    input.Broken(std::string("truncated or damaged TIFF: ") + message);
+  }
 
   static MemoryFile& Of(thandle_t handle) { return *static_cast<MemoryFile*>(handle); }
 
@@ -69,14 +74,24 @@ struct MemoryFile {
   }
   static void OnUnmap(thandle_t, void*, toff_t) {}
 
+  /// Both handlers answer 1, handled: nothing of the process is asked.
   static int OnError(TIFF*, void* user, const char*, const char* format, va_list arguments) {
-    char text[200];
-    std::vsnprintf(text, sizeof(text), format, arguments);
-    std::string& message = static_cast<MemoryFile*>(user)->message;
-    if (message.empty()) message = text;
-    return 1;  // handled: nothing of the process is asked
+    auto* const file = static_cast<MemoryFile*>(user);
+    if (file->message[0] == '\0') {
+      std::vsnprintf(file->message, sizeof(file->message), format, arguments);
+    }
+    return 1;
   }
-  static int OnWarning(TIFF*, void*, const char*, const char*, va_list) { return 1; }
+  static int OnWarning(TIFF*, void* user, const char*, const char* format, va_list arguments) {
+    auto* const file = static_cast<MemoryFile*>(user);
+    char text[sizeof(file->message)];
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    // Without a readable palette the library takes the indices for greys.
+    if (std::strstr(text, "ColorMap") == nullptr) return 1;
+    file->palette_lost = true;
+    std::memcpy(file->message, text, sizeof(text));
+    return 1;
+  }
 };
 
 struct TiffDeleter {
@@ -292,7 +307,7 @@ class PieceReader {
       got = TIFFReadEncodedStrip(tiff_, TIFFComputeStrip(tiff_, y, sample), piece, room);
     }
     if (got < 0 || static_cast<uint64_t>(got) < row_bytes_ * rows) {
-      input_.Broken("truncated or damaged TIFF: " + file_.message);
+      file_.Fail(input_);
     }
   }
 
@@ -427,7 +442,7 @@ void ReadThroughLibrary(const Input& input, const MemoryFile& file, TIFF* tiff,
   PixelTarget target(input, info, header.orientation);
   if (!target.WantsPixels()) return;
   std::vector<uint32_t> pixels(count);
-  if (!conversion.Read(pixels)) input.Broken("truncated or damaged TIFF: " + file.message);
+  if (!conversion.Read(pixels)) file.Fail(input);
   const uint32_t* from = pixels.data();
   for (uint32_t y = 0; y < header.height; ++y) {
     uint8_t* pixel = target.Row(static_cast<int>(y));
@@ -508,9 +523,13 @@ bool IsTiff(Bytes file) {
 PictureInfo ReadTiff(const Input& input) {
   MemoryFile file;
   file.content = input.file;
-  const Tiff owner = Open(file, "r", input.options.limits.max_bytes);
+  // Directories need some memory however small the picture must be.
+  const int64_t most_bytes = std::max(input.options.limits.max_bytes, int64_t{1} << 24);
+  const Tiff owner = Open(file, "r", most_bytes);
   TIFF* const tiff = owner.get();
-  if (tiff == nullptr) input.Broken("truncated or damaged TIFF: " + file.message);
+  if (tiff == nullptr || file.palette_lost) {
+    file.Fail(input);
+  }
   const Header header = ReadHeader(tiff);
   CheckSize(input, header.width, header.height);
   PictureInfo info;

@@ -1,0 +1,134 @@
+#include "pictures/atomic_file.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+
+#include "tests/pictures/picture_support.h"
+
+namespace qel::test {
+namespace {
+
+namespace fs = std::filesystem;
+using pictures::AtomicFile;
+using pictures::WriteFileAtomically;
+
+constexpr uint8_t kNew[] = {'n', 'e', 'w'};
+
+size_t CountFiles(const fs::path& folder) {
+  return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+mode_t ModeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(stat(path.c_str(), &status), 0);
+  return status.st_mode & 07777;
+}
+
+class AtomicFileTest : public testing::Test {
+ protected:
+  AtomicFileTest() { WriteFile(old_, "old"); }
+
+  /// The old file is what it was, and nothing was left beside it.
+  void ExpectNothingHappened() {
+    EXPECT_EQ(ReadFile(old_), "old");
+    EXPECT_EQ(CountFiles(folder_.path()), 1u);
+  }
+
+  TemporaryFolder folder_;
+  std::string old_ = folder_ / "file";
+};
+
+TEST_F(AtomicFileTest, ReplacesOnCommitOnlyAndKeepsTheMode) {
+  fs::permissions(old_, fs::perms(0640));
+  {
+    AtomicFile file(old_);
+    file.Write(kNew);
+    EXPECT_EQ(ReadFile(old_), "old");
+  }
+  ExpectNothingHappened();
+  AtomicFile file(old_);
+  file.Write(kNew);
+  file.Write(kNew);
+  file.Commit();
+  EXPECT_EQ(ReadFile(old_), "newnew");
+  EXPECT_EQ(ModeOf(old_), 0640u);
+  EXPECT_EQ(CountFiles(folder_.path()), 1u);
+}
+
+TEST_F(AtomicFileTest, NewFilesFollowTheUmask) {
+  const mode_t mask = umask(027);
+  WriteFileAtomically(folder_ / "fresh", kNew);
+  umask(mask);
+  EXPECT_EQ(ModeOf(folder_ / "fresh"), 0640u);
+}
+
+TEST_F(AtomicFileTest, WritesThroughLinks) {
+  const TemporaryFolder other;
+  fs::create_symlink(old_, other / "link");
+  WriteFileAtomically(other / "link", kNew);
+  EXPECT_TRUE(fs::is_symlink(other / "link"));
+  EXPECT_EQ(ReadFile(old_), "new");
+}
+
+TEST_F(AtomicFileTest, FailuresLeaveTheOldFile) {
+  const auto write_to = [](const std::string& path) {
+    return KindOf([&] { WriteFileAtomically(path, kNew); });
+  };
+  EXPECT_EQ(write_to(folder_ / "missing/file"), Kind::kNotWritable);
+  EXPECT_EQ(write_to(folder_.path()), Kind::kNotWritable);
+  EXPECT_EQ(write_to("/dev/null"), Kind::kNotWritable);
+  ExpectNothingHappened();
+
+  // A folder in the place of the file makes the renaming fail.
+  {
+    AtomicFile file(folder_ / "late");
+    file.Write(kNew);
+    fs::create_directory(folder_ / "late");
+    EXPECT_EQ(KindOf([&] { file.Commit(); }), Kind::kNotWritable);
+  }
+  fs::remove(folder_ / "late");
+  ExpectNothingHappened();
+
+  fs::permissions(folder_.path(), fs::perms(0555));
+  const uid_t self = geteuid();
+  constexpr uid_t kNobody = 65534;  // the permissions of a folder do not bind root
+  ASSERT_EQ(seteuid(self == 0 ? kNobody : self), 0);
+  const Kind kind = write_to(old_);
+  ASSERT_EQ(seteuid(self), 0);
+  fs::permissions(folder_.path(), fs::perms(0755));
+  EXPECT_EQ(kind, Kind::kNotWritable);
+  ExpectNothingHappened();
+}
+
+TEST_F(AtomicFileTest, AFullDiskLeavesTheOldFile) {
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit small = before;
+  small.rlim_cur = 4096;
+  setrlimit(RLIMIT_FSIZE, &small);
+  Kind kind{};
+  try {
+    WriteFileAtomically(old_, Bytes(10000));
+  } catch (const pictures::PictureError& error) {
+    kind = error.kind();
+  }
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(kind, Kind::kNotWritable);
+  ExpectNothingHappened();
+}
+
+TEST_F(AtomicFileTest, PicturesThatCannotBeEncodedLeaveTheOldFile) {
+  const std::string path = folder_ / "picture.pgm";
+  fs::rename(old_, path);
+  old_ = path;
+  EXPECT_EQ(KindOf([&] { pictures::WritePicture(path, Slope(3, 3, 24).View(), {}); }),
+            Kind::kDoesNotFit);
+  ExpectNothingHappened();
+}
+
+}  // namespace
+}  // namespace qel::test

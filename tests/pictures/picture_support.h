@@ -1,0 +1,201 @@
+#ifndef QEL_TESTS_PICTURES_PICTURE_SUPPORT_H_
+#define QEL_TESTS_PICTURES_PICTURE_SUPPORT_H_
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "pictures/picture_file.h"
+#include "tests/support/rng.h"
+#include "tests/support/temporary_folder.h"
+
+namespace qel::test {
+
+using Bytes = std::vector<uint8_t>;
+using Kind = pictures::PictureError::Kind;
+
+struct Colour {
+  int b = 0, g = 0, r = 0, a = 255;
+  bool operator==(const Colour&) const = default;
+  friend std::ostream& operator<<(std::ostream& out, const Colour& c) {
+    return out << "(" << c.b << " " << c.g << " " << c.r << " " << c.a << ")";
+  }
+};
+
+/// Rows of pixels with padding between them and guards around, which reading must leave alone.
+class Pixels {
+ public:
+  Pixels() = default;
+  Pixels(int columns, int rows, int bit_count, bool upward = false)
+      : width(columns), height(rows), bits(bit_count), row_bytes_((columns * bit_count + 7) / 8) {
+    stride_ = row_bytes_ + kPadding;
+    memory_.assign(static_cast<size_t>(stride_ * height + 2 * kPadding), kGuard);
+    first_ = kPadding;
+    if (upward) {
+      first_ += stride_ * (height - 1);
+      stride_ = -stride_;
+    }
+  }
+
+  uint8_t* Row(int y) { return memory_.data() + first_ + stride_ * y; }
+  const uint8_t* Row(int y) const { return memory_.data() + first_ + stride_ * y; }
+  pictures::PixelBuffer Buffer() { return {Row(0), stride_}; }
+  pictures::PictureView View() const { return {Row(0), stride_, width, height, bits, palette}; }
+
+  void FillRandom(Rng& rng) {
+    for (int y = 0; y < height; ++y) {
+      for (ptrdiff_t i = 0; i < row_bytes_; ++i) Row(y)[i] = static_cast<uint8_t>(rng.Next());
+    }
+  }
+  bool GuardsKept() const {
+    std::vector<bool> inside(memory_.size());
+    for (int y = 0; y < height; ++y) {
+      for (ptrdiff_t i = 0; i < row_bytes_; ++i) {
+        inside[static_cast<size_t>(first_ + stride_ * y + i)] = true;
+      }
+    }
+    for (size_t i = 0; i < memory_.size(); ++i) {
+      if (!inside[i] && memory_[i] != kGuard) return false;
+    }
+    return true;
+  }
+
+  Colour At(int x, int y) const {
+    const uint8_t* const row = Row(y);
+    if (bits == 24) return {row[3 * x], row[3 * x + 1], row[3 * x + 2], 255};
+    if (bits == 32) return {row[4 * x], row[4 * x + 1], row[4 * x + 2], row[4 * x + 3]};
+    const int largest = (1 << bits) - 1;
+    const int index = row[x * bits / 8] >> (8 - bits - x * bits % 8) & largest;
+    if (palette.empty())
+      return {index * 255 / largest, index * 255 / largest, index * 255 / largest};
+    if (static_cast<size_t>(index) >= palette.size()) return {};
+    const auto& entry = palette[static_cast<size_t>(index)];
+    return {entry.blue, entry.green, entry.red};
+  }
+
+  int width = 0, height = 0, bits = 0;
+  std::vector<pictures::PaletteEntry> palette;
+
+ private:
+  static constexpr int kPadding = 5;
+  static constexpr uint8_t kGuard = 0xA5;
+  ptrdiff_t row_bytes_ = 0;
+  ptrdiff_t stride_ = 0;
+  ptrdiff_t first_ = 0;
+  Bytes memory_;
+};
+
+struct Decoded {
+  pictures::PictureInfo info;
+  Pixels pixels;
+  bool HasNote(const std::string& part) const {
+    for (const std::string& note : info.notes) {
+      if (note.find(part) != std::string::npos) return true;
+    }
+    return false;
+  }
+};
+
+inline constexpr pictures::ReadOptions kKeepDepth{.keep_palette_depth = true};
+
+/// Reads a picture; checks that memory is asked for once and guards stay, also when it fails.
+inline Decoded Decode(const Bytes& file, const pictures::ReadOptions& options = {},
+                      bool upward = false) {
+  Decoded decoded;
+  int calls = 0;
+  const auto check = [&] {
+    EXPECT_LE(calls, 1);
+    EXPECT_TRUE(decoded.pixels.GuardsKept());
+  };
+  try {
+    decoded.info = pictures::ReadPictureFromMemory(
+        file, "picture", options, [&](const pictures::PictureInfo& info) {
+          ++calls;
+          decoded.pixels = Pixels(info.width, info.height, info.bit_count, upward);
+          return decoded.pixels.Buffer();
+        });
+  } catch (...) {
+    check();
+    throw;
+  }
+  check();
+  decoded.pixels.palette = decoded.info.palette;
+  return decoded;
+}
+
+inline Bytes FileContent(const std::string& path) {
+  const std::string content = ReadFile(path);
+  return {content.begin(), content.end()};
+}
+
+/// The bytes of a picture in the format of an extension.
+inline Bytes Encode(const Pixels& pixels, const std::string& extension,
+                    const pictures::Metadata& metadata = {},
+                    const pictures::WriteOptions& options = {},
+                    std::vector<std::string>* notes = nullptr) {
+  const TemporaryFolder folder;
+  const std::string path = folder / ("picture." + extension);
+  const auto given = pictures::WritePicture(path, pixels.View(), metadata, options);
+  if (notes != nullptr) *notes = given;
+  return FileContent(path);
+}
+
+/// What a picture error is about; a failure of the test when there is none.
+template <typename Action>
+Kind KindOf(const Action& action) {
+  try {
+    action();
+  } catch (const pictures::PictureError& error) {
+    return error.kind();
+  }
+  ADD_FAILURE() << "no picture error";
+  return {};
+}
+
+/// A picture without symmetry, smooth enough for lossy formats.
+inline Pixels Slope(int width, int height, int bits) {
+  Pixels pixels(width, height, bits);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      uint8_t* const pixel = pixels.Row(y) + x * bits / 8;
+      pixel[0] = static_cast<uint8_t>(x * 8 + y * 5);
+      if (bits == 8) continue;
+      pixel[1] = static_cast<uint8_t>(y * 12);
+      pixel[2] = static_cast<uint8_t>(255 - x * 10);
+      if (bits == 32) pixel[3] = static_cast<uint8_t>(100 + x * 3 + y);
+    }
+  }
+  return pixels;
+}
+
+inline bool Near(const Colour& one, const Colour& other, int tolerance) {
+  return std::abs(one.b - other.b) <= tolerance && std::abs(one.g - other.g) <= tolerance &&
+         std::abs(one.r - other.r) <= tolerance && std::abs(one.a - other.a) <= tolerance;
+}
+
+inline void ExpectSame(const Pixels& expected, const Pixels& actual, int tolerance = 0) {
+  ASSERT_EQ(expected.width, actual.width);
+  ASSERT_EQ(expected.height, actual.height);
+  for (int y = 0; y < expected.height; ++y) {
+    for (int x = 0; x < expected.width; ++x) {
+      ASSERT_TRUE(Near(expected.At(x, y), actual.At(x, y), tolerance))
+          << "at " << x << ", " << y << ": " << expected.At(x, y) << " became " << actual.At(x, y);
+    }
+  }
+}
+
+inline void Put(Bytes& bytes, uint32_t value, int count) {
+  for (int i = 0; i < count; ++i) bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+}
+
+inline Bytes Joined(const std::string& text, const Bytes& bytes = {}) {
+  Bytes joined(text.begin(), text.end());
+  joined.insert(joined.end(), bytes.begin(), bytes.end());
+  return joined;
+}
+
+}  // namespace qel::test
+
+#endif  // QEL_TESTS_PICTURES_PICTURE_SUPPORT_H_
