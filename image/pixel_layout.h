@@ -31,6 +31,9 @@ constexpr int ExactPixelBytes(int bit_count) {
   return bit_count == 8 ? 1 : bit_count == 24 ? 3 : bit_count == 32 ? 4 : 0;
 }
 
+/// Whole bytes per pixel of any bit count; 0 below 8.
+constexpr int WholePixelBytes(int bit_count) { return bit_count > 0 ? bit_count / 8 : 0; }
+
 /// Bytes per pixel of the direct layouts of pixel access: 4 at exactly 32 bits, else 3.
 constexpr int DirectPixelBytes(int bit_count) { return bit_count == 32 ? 4 : 3; }
 

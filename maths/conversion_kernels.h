@@ -1,0 +1,55 @@
+#ifndef QEL_MATHS_CONVERSION_KERNELS_H_
+#define QEL_MATHS_CONVERSION_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/cpu_level.h"
+
+namespace qel {
+
+/// Row functions that copy pixels from depth to depth and that fill. Nothing beyond the count is
+/// touched. Those of the lowest level go one pixel after the other, whatever rows share memory.
+struct ConversionKernels {
+  /// Turns `count` pixels, or bytes, of `source` into `dest`.
+  using CopyRow = void (*)(uint8_t* dest, const uint8_t* source, size_t count);
+
+  CopyRow one_to_3;    ///< a grey becomes three bytes
+  CopyRow one_to_4;    ///< a grey becomes three bytes, opaque
+  CopyRow three_to_4;  ///< opaque
+  CopyRow four_to_3;   ///< drops the fourth byte
+  CopyRow mean_of_3;   ///< the truncated mean of three bytes
+  CopyRow mean_of_4;   ///< the same of the first three of four
+  CopyRow fill_zeros;  ///< replaces the bytes of `dest` that are 0
+
+  /// Repeats a pattern of `kFillPeriod` bytes.
+  void (*fill)(uint8_t* dest, size_t bytes, const uint8_t* pattern);
+  /// Set the bytes, or the 4-byte pixels, whose byte of `mask` is not 0.
+  void (*fill_bytes)(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value);
+  void (*fill_words)(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t value);
+};
+
+/// Period of the patterns of `fill`: a whole number of pixels of any size.
+inline constexpr size_t kFillPeriod = 192;
+
+namespace sse2 {
+extern const ConversionKernels kConversionKernels;
+}
+namespace avx2 {
+extern const ConversionKernels kConversionKernels;
+}
+namespace avx512 {
+extern const ConversionKernels kConversionKernels;
+}
+namespace avx512vbmi {
+extern const ConversionKernels kConversionKernels;
+}
+
+inline const ConversionKernels& ConversionKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kConversionKernels, avx2::kConversionKernels,
+                       avx512::kConversionKernels, avx512vbmi::kConversionKernels);
+}
+
+}  // namespace qel
+
+#endif  // QEL_MATHS_CONVERSION_KERNELS_H_

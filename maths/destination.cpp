@@ -1,0 +1,22 @@
+#include "maths/maths.h"
+#include "module/result_image.h"
+
+namespace qel {
+
+result_t CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int colour_model) {
+  if (model == nullptr) return kInvalidArgument;
+  if (dest == nullptr) return kNullOutput;
+  ResultImage image = ResultImage::FromCollection();
+  if (!image) {
+    *dest = nullptr;
+    return kFail;
+  }
+  ImageShape shape = ReadShape(*model);
+  if (bit_count != 0) shape.bit_count = bit_count;
+  if (colour_model != 0) shape.model = static_cast<uint32_t>(colour_model);
+  image.Create(shape);
+  image.Store(dest);
+  return kOk;
+}
+
+}  // namespace qel

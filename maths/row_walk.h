@@ -1,0 +1,33 @@
+#ifndef QEL_MATHS_ROW_WALK_H_
+#define QEL_MATHS_ROW_WALK_H_
+
+#include <cstdint>
+#include <initializer_list>
+
+#include "image/cpu_level.h"
+
+namespace qel {
+
+/// The smaller of two sizes, compared as unsigned numbers: a negative one is larger than any other.
+inline int SmallerUnsigned(int a, int b) {
+  return static_cast<unsigned>(a) < static_cast<unsigned>(b) ? a : b;
+}
+
+/// Rows of one plane as an operation walks them, which need not be the image's own stride apart.
+struct RowWalk {
+  uint8_t* bits = nullptr;
+  int64_t step = 0;         ///< bytes from row to row, may be negative
+  int64_t pixel_bytes = 1;  ///< bytes from pixel to pixel
+
+  uint8_t* Row(int64_t y) const { return bits + y * step; }
+};
+
+/// The level whose row functions walk from `sources` to `dest`: the active one, unless memory that
+/// is written holds pixels still to be read at another place of the walk. Then the lowest level,
+/// whose plain loops go one pixel after the other. Null sources are left out.
+CpuLevel LevelFor(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
+                  int64_t rows);
+
+}  // namespace qel
+
+#endif  // QEL_MATHS_ROW_WALK_H_

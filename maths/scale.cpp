@@ -1,0 +1,192 @@
+#include <algorithm>
+
+#include "image/image_view.h"
+#include "maths/arithmetic_kernels.h"
+#include "maths/maths.h"
+#include "maths/row_walk.h"
+
+namespace qel {
+namespace {
+
+/// What one pixel holds.
+enum class Samples { kNone, kGrey, kColour3, kColour4, kWord };
+
+Samples SamplesOf(const ImageShape& shape) {
+  switch (shape.bit_count) {
+    case 8:
+      return Samples::kGrey;
+    case 24:
+      return Samples::kColour3;
+    case 32:
+      return shape.model == kModelMono ? Samples::kWord : Samples::kColour4;
+    default:
+      return Samples::kNone;
+  }
+}
+
+int BytesOf(Samples samples) {
+  return samples == Samples::kGrey ? 1 : samples == Samples::kColour3 ? 3 : 4;
+}
+
+// From stride to the bytes between rows.
+int64_t AsBytes(int64_t stride) { return stride; }
+int64_t AsWords(int64_t stride) { return stride / 4 * 4; }
+int64_t TimesFour(int64_t stride) { return stride * 4; }
+
+/// How one kind of pixel becomes another.
+struct Conversion {
+  Samples source, dest;
+  ArithmeticKernels::ScaleRow ArithmeticKernels::*row;
+  int64_t (*source_step)(int64_t stride) = AsBytes;
+  int64_t (*dest_step)(int64_t stride) = AsBytes;
+  int units = 1;           ///< of the row function per pixel
+  bool wraps = false;      ///< bytes are clamped at 0 only and keep their low 8 bits
+  bool by_thirds = false;  ///< the factor is for the mean of three bytes
+  bool one_pixel = false;  ///< only the first of each row
+};
+using Kernels = ArithmeticKernels;
+constexpr Conversion kConversions[] = {
+    {Samples::kWord, Samples::kGrey, &Kernels::words_to_1, AsWords},
+    {Samples::kWord, Samples::kColour3, &Kernels::words_to_3, AsWords},
+    {Samples::kWord, Samples::kColour4, &Kernels::words_to_4, AsWords},
+    {Samples::kWord, Samples::kWord, &Kernels::words_to_words, AsWords, AsWords},
+    {.source = Samples::kColour4,
+     .dest = Samples::kGrey,
+     .row = &Kernels::grey_of_4,
+     .by_thirds = true},
+    {Samples::kColour4, Samples::kColour3, &Kernels::map_4_to_3},
+    // Deliberate: colour of 32 bits wraps where all other depths clamp, and alpha is scaled too.
+    {.source = Samples::kColour4,
+     .dest = Samples::kColour4,
+     .row = &Kernels::map_bytes,
+     .units = 4,
+     .wraps = true},
+    {.source = Samples::kColour3,
+     .dest = Samples::kGrey,
+     .row = &Kernels::grey_of_3,
+     .by_thirds = true},
+    {.source = Samples::kColour3,
+     .dest = Samples::kColour3,
+     .row = &Kernels::map_bytes,
+     .units = 3},
+    // Deliberate: from 24 to 32 bits only the first pixel of each row is converted, and it wraps.
+    {.source = Samples::kColour3,
+     .dest = Samples::kColour4,
+     .row = &Kernels::map_bytes,
+     .units = 3,
+     .wraps = true,
+     .one_pixel = true},
+    {Samples::kGrey, Samples::kGrey, &Kernels::map_bytes},
+    {Samples::kGrey, Samples::kColour3, &Kernels::map_to_3},
+    // Deliberate: greys are read as if they were 32-bit integers, four times as far to the right
+    // and down as the image reaches.
+    {Samples::kGrey, Samples::kWord, &Kernels::words_to_words, TimesFour, AsWords},
+};
+
+/// The conversion between two images; null when there is none.
+const Conversion* FindConversion(const ImageShape& source, const ImageShape& dest) {
+  const Samples from = SamplesOf(source);
+  Samples to = SamplesOf(dest);
+  if (from == Samples::kColour3 && source.model == kModelMono) return nullptr;
+  const bool from_colour = from == Samples::kColour3 || from == Samples::kColour4;
+  if (from_colour && to == Samples::kWord) to = Samples::kColour4;
+  const auto* const found = std::ranges::find_if(
+      kConversions, [=](const Conversion& c) { return c.source == from && c.dest == to; });
+  return found == std::end(kConversions) ? nullptr : found;
+}
+
+ScaleMap MapFor(const Conversion& conversion, float factor, float offset) {
+  ScaleMap map;
+  map.factor = conversion.by_thirds ? factor / 3.0f : factor;
+  map.offset = offset;
+  for (int i = 0; i < 256; ++i) {
+    const float value = map(static_cast<float>(i));
+    map.table[i] =
+        conversion.wraps ? static_cast<uint8_t>(TruncateFromZero(value)) : TruncateToByte(value);
+  }
+  return map;
+}
+
+/// The rows of one plane of both images, and of the mask where there is one.
+struct Rows {
+  RowWalk dest, source, mask;
+  int64_t columns, rows;
+
+  void Scale(const Conversion& conversion, const ScaleMap& map) const {
+    const Kernels& kernels = ArithmeticKernelsFor(LevelFor(dest, {source, mask}, columns, rows));
+    const auto count = static_cast<size_t>(columns * conversion.units);
+    for (int64_t y = 0; y < rows; ++y) {
+      if (mask.bits != nullptr) {
+        kernels.map_bytes_where(dest.Row(y), source.Row(y), mask.Row(y), count, map);
+      } else {
+        (kernels.*conversion.row)(dest.Row(y), source.Row(y), count, map);
+      }
+    }
+  }
+};
+
+}  // namespace
+
+result_t CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, float offset) {
+  if (dest == nullptr || source == nullptr) return kFail;
+  ImageShape shape, dest_shape;
+  ReadFormat(*source, shape);
+  ReadFormat(*dest, dest_shape);
+  ReadSize(*source, shape);
+  ReadSize(*dest, dest_shape);
+  const Conversion* const conversion = FindConversion(shape, dest_shape);
+  if (conversion == nullptr) return kFail;
+  shape.width = SmallerUnsigned(shape.width, dest_shape.width);
+  shape.height = SmallerUnsigned(shape.height, dest_shape.height);
+  const bool grey_to_grey = shape.bit_count == 8 && dest_shape.bit_count == 8;
+  const ScaleMap map = MapFor(*conversion, factor, offset);
+  for (int plane = 0; plane < (grey_to_grey ? 1 : shape.planes); ++plane) {
+    const ImageView from = ReadPlane(*source, shape, plane);
+    const ImageView to = ReadPlane(*dest, shape, plane);
+    const bool masked = grey_to_grey && mask != nullptr;
+    const ImageView selection = masked ? ReadPlane(*mask, {}, 0) : ImageView{};
+    if (!from.HasPixels() || !to.HasPixels() || (masked && selection.bits == nullptr)) continue;
+    const int64_t source_bytes =
+        conversion->row == &Kernels::words_to_words ? 4 : BytesOf(conversion->source);
+    const Rows rows = {
+        .dest = {to.bits, conversion->dest_step(to.stride), BytesOf(conversion->dest)},
+        .source = {from.bits, conversion->source_step(from.stride), source_bytes},
+        .mask = {selection.bits, selection.stride},
+        .columns = conversion->one_pixel ? 1 : shape.Columns(),
+        .rows = shape.Rows()};
+    rows.Scale(*conversion, map);
+  }
+  return kOk;
+}
+
+result_t CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double factor) {
+  if (dest == nullptr || source == nullptr) return kFail;
+  ImageShape shape;
+  ReadFormat(*source, shape);
+  if (shape.model != kModelMono) return kNotMono;
+  if (shape.bit_count < 8) return kInvalidArgument;
+  ReadSize(*source, shape);
+  dest->Create(shape.width, shape.height, shape.planes, 8, kModelMono);
+  // Deliberate: what is 8 bits already is not copied; `dest` stays as `Create` left it.
+  if (shape.bit_count == 8) return kOk;
+  for (int plane = 0; plane < shape.planes; ++plane) {
+    const ImageView from = ReadPlane(*source, shape, plane);
+    const ImageView to = ReadPlane(*dest, shape, plane);
+    if (!from.HasPixels() || !to.HasPixels()) continue;
+    // Deliberate: the stride is divided as an unsigned number. Times four it wraps, so that rows
+    // going up in memory still do at 32 bits.
+    const uint32_t stride_words =
+        static_cast<uint32_t>(from.stride) / static_cast<uint32_t>(shape.bit_count / 8);
+    const RowWalk words = {from.bits, static_cast<int32_t>(4 * stride_words), 4};
+    const RowWalk bytes = {to.bits, to.stride};
+    const Kernels& kernels =
+        ArithmeticKernelsFor(LevelFor(bytes, {words}, shape.Columns(), shape.Rows()));
+    for (int64_t y = 0; y < shape.Rows(); ++y) {
+      kernels.scale8(bytes.Row(y), words.Row(y), static_cast<size_t>(shape.Columns()), factor,
+                     offset);
+    }
+  }
+  return kOk;
+}
+
+}  // namespace qel
