@@ -1,0 +1,452 @@
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "image/interpolated_sampling.h"
+#include "image/numeric.h"
+#include "image/pixel_access.h"
+#include "image/pixel_layout.h"
+#include "module/result_image.h"
+#include "transform/image_transform.h"
+#include "transform/resample_kernels.h"
+
+namespace qel {
+namespace {
+
+/// Source pixels per destination pixel, in single precision.
+struct Scale {
+  float x;
+  float y;
+};
+
+bool CopiesNearest(const Scale& scale, int method, bool nearest_only, int bit_count) {
+  const bool enlarges = scale.x <= 1.0f && scale.y <= 1.0f && method == 0;
+  const bool whole_bytes = bit_count == 32 || bit_count == 24 || bit_count == 16 || bit_count == 8;
+  return (enlarges || nearest_only) && whole_bytes;
+}
+
+bool AveragesBoxes(const Scale& scale, bool nearest_only) {
+  return scale.x >= 1.0f && scale.y >= 1.0f && !nearest_only;
+}
+
+/// Offset of the source row of destination row `y`.
+// Deliberate: the product is a single-precision one, so that offsets from 2^24 on lose low bits.
+int64_t RowOffset(int64_t y, const Scale& scale, int stride) {
+  const float row = std::floor(static_cast<float>(y) * scale.y);
+  return static_cast<int64_t>(static_cast<float>(stride) * row);
+}
+
+/// The source column of destination column `x`.
+float SourceColumn(int64_t x, const Scale& scale) {
+  return std::floor(static_cast<float>(x) * scale.x);
+}
+
+/// The pixels that every row of a destination picks from its source row.
+class Picker {
+ public:
+  Picker(std::vector<int64_t> offsets, int pixel_bytes, bool keep_alpha)
+      : offsets_(std::move(offsets)), pixel_bytes_(pixel_bytes), keep_alpha_(keep_alpha) {
+    const int64_t bytes = static_cast<int64_t>(offsets_.size()) * pixel_bytes;
+    blocks_.resize(static_cast<size_t>((bytes + 63) / 64));
+    for (size_t block = 0; block < blocks_.size(); ++block) {
+      FillBlock(blocks_[block], static_cast<int64_t>(block) * 64, bytes);
+    }
+  }
+
+  void Pick(uint8_t* dest, const uint8_t* source) const {
+    const ResampleKernels& kernels = ActiveResampleKernels();
+    const auto pick = pixel_bytes_ == 1   ? kernels.pick1
+                      : pixel_bytes_ == 2 ? kernels.pick2
+                      : pixel_bytes_ == 3 ? kernels.pick3
+                                          : kernels.pick4;
+    pick(dest, source, {offsets_.size(), offsets_.data(), blocks_.data(), keep_alpha_});
+  }
+
+  size_t RowBytes() const { return offsets_.size() * static_cast<size_t>(pixel_bytes_); }
+  const std::vector<int64_t>& offsets() const { return offsets_; }
+
+ private:
+  int64_t SourceByte(int64_t at) const {
+    return offsets_[static_cast<size_t>(at / pixel_bytes_)] + at % pixel_bytes_;
+  }
+
+  void FillBlock(PickBlock& block, int64_t first, int64_t bytes) {
+    const int64_t end = std::min(first + 64, bytes);
+    int64_t lowest = SourceByte(first);
+    int64_t highest = lowest;
+    for (int64_t at = first; at < end; ++at) {
+      lowest = std::min(lowest, SourceByte(at));
+      highest = std::max(highest, SourceByte(at));
+    }
+    const bool near = highest - lowest < 256;
+    block = {lowest, near ? static_cast<int32_t>(highest - lowest + 1) : 0, {}};
+    for (int64_t at = first; near && at < end; ++at) {
+      block.index[at - first] = static_cast<uint8_t>(SourceByte(at) - lowest);
+    }
+  }
+
+  std::vector<int64_t> offsets_;
+  std::vector<PickBlock> blocks_;
+  int pixel_bytes_;
+  bool keep_alpha_;
+};
+
+/// Writes the rows of `dest` by `write(row, offset)`, where `offset` is that of the source row;
+/// rows from the same source row are copied.
+template <typename OffsetOfRow, typename Write>
+void ForEachRow(const ImageView& dest, size_t row_bytes, OffsetOfRow offset_of_row, Write write) {
+  int64_t last_offset = 0;
+  for (int64_t y = 0; y < dest.Rows(); ++y) {
+    const int64_t offset = offset_of_row(y);
+    if (y > 0 && offset == last_offset) {
+      std::memcpy(dest.Row(y), dest.Row(y - 1), row_bytes);
+    } else {
+      write(dest.Row(y), offset);
+    }
+    last_offset = offset;
+  }
+}
+
+void CopyNearest(const ImageView& source, const ImageView& dest, const Scale& scale,
+                 int pixel_bytes, bool keep_alpha) {
+  std::vector<int64_t> offsets(static_cast<size_t>(dest.Columns()));
+  for (size_t x = 0; x < offsets.size(); ++x) {
+    const float column = SourceColumn(static_cast<int64_t>(x), scale);
+    offsets[x] = pixel_bytes == 3 ? TruncateToInt(static_cast<double>(column) * 3.0)
+                                  : int64_t{TruncateToInt(column)} * pixel_bytes;
+  }
+  const Picker picker(std::move(offsets), pixel_bytes, keep_alpha);
+  ForEachRow(
+      dest, picker.RowBytes(), [&](int64_t y) { return RowOffset(y, scale, source.stride); },
+      [&](uint8_t* row, int64_t offset) { picker.Pick(row, source.bits + offset); });
+}
+
+/// The boxes of source pixels that are averaged.
+// Deliberate: the fraction of the scale is dropped, so that some columns and rows are never read.
+struct Box {
+  Box(const Scale& scale, int pixel_size)
+      : columns(TruncateToInt(scale.x)),
+        rows(TruncateToInt(scale.y)),
+        pixel_bytes(pixel_size),
+        area(static_cast<uint32_t>(WrapMultiply(columns, rows))) {}
+
+  int64_t columns;
+  int64_t rows;
+  int pixel_bytes;
+  uint32_t area;
+};
+
+/// Offsets in a source row of the boxes of a destination row.
+std::vector<int64_t> BoxOffsets(int64_t count, const Scale& scale, int pixel_bytes) {
+  std::vector<int64_t> offsets(static_cast<size_t>(count));
+  for (size_t x = 0; x < offsets.size(); ++x) {
+    const float column = SourceColumn(static_cast<int64_t>(x), scale);
+    offsets[x] = TruncateToInt(column * static_cast<float>(pixel_bytes));
+  }
+  return offsets;
+}
+
+/// Averages one row of boxes. Areas and sums are taken modulo 2^32.
+void AverageLargeBoxes(uint8_t* dest, const uint32_t* sums, const std::vector<int64_t>& offsets,
+                       const Box& box) {
+  const int channels = std::min(box.pixel_bytes, 3);
+  for (size_t x = 0; x < offsets.size(); ++x) {
+    for (int c = 0; c < channels; ++c) {
+      const uint32_t* const first = sums + offsets[x] + c;
+      uint32_t sum = 0;
+      for (int64_t k = 0; k < box.columns; ++k) sum += first[k * box.pixel_bytes];
+      // Unspecified: an area of 2^32 pixels counts as 0 and gives black.
+      *(dest + static_cast<int64_t>(x) * box.pixel_bytes + c) =
+          static_cast<uint8_t>(box.area == 0 ? 0 : sum / box.area);
+    }
+  }
+}
+
+/// The reciprocal of an area from 2 to `kLargestSmallBox`: with 2^s below the area, a factor of 16
+/// bits, rounded up, is exact for all sums of that many bytes.
+SmallBox SmallBoxOf(const Box& box) {
+  int shift = 0;
+  while ((2u << shift) < box.area) ++shift;
+  const uint32_t factor = ((65536u << shift) + box.area - 1) / box.area;
+  return {static_cast<size_t>(box.columns), static_cast<size_t>(box.rows),
+          static_cast<size_t>(box.pixel_bytes), static_cast<uint16_t>(factor),
+          static_cast<uint16_t>(shift)};
+}
+
+// Deliberate: alpha of 32-bit images is not averaged; it stays as the new image had it.
+void AverageBoxes(const ImageView& source, const ImageView& dest, const Scale& scale,
+                  int pixel_bytes) {
+  const Box box(scale, pixel_bytes);
+  const Picker picker(BoxOffsets(dest.Columns(), scale, pixel_bytes), pixel_bytes, true);
+  const std::vector<int64_t>& offsets = picker.offsets();
+  const auto count = static_cast<size_t>(offsets.back() + box.columns * pixel_bytes);
+  const ResampleKernels& kernels = ActiveResampleKernels();
+  if (box.area == 1 || box.area > kLargestSmallBox) {
+    std::vector<uint32_t> sums(box.area == 1 ? 0 : count);
+    for (int64_t y = 0; y < dest.Rows(); ++y) {
+      const uint8_t* const row = source.bits + RowOffset(y, scale, source.stride);
+      if (box.area == 1) {
+        picker.Pick(dest.Row(y), row);
+      } else {
+        kernels.sum_rows(sums.data(), row, source.stride, count, static_cast<size_t>(box.rows));
+        AverageLargeBoxes(dest.Row(y), sums.data(), offsets, box);
+      }
+    }
+    return;
+  }
+  const SmallBox small = SmallBoxOf(box);
+  std::vector<uint16_t> scratch(3 * count);
+  std::vector<uint8_t> means(count);
+  for (int64_t y = 0; y < dest.Rows(); ++y) {
+    const uint8_t* const row = source.bits + RowOffset(y, scale, source.stride);
+    kernels.box_means(means.data(), row, source.stride, count, small, scratch.data());
+    picker.Pick(dest.Row(y), means.data());
+  }
+}
+
+/// The positions in the source of the columns or rows of a destination: pixel centres are aligned.
+std::vector<float> SamplePositions(int64_t count, float scale) {
+  std::vector<float> positions(static_cast<size_t>(count));
+  for (size_t i = 0; i < positions.size(); ++i) {
+    positions[i] = (static_cast<float>(i) + 0.5f) * scale - 0.5f;
+  }
+  return positions;
+}
+
+/// Samples pixel by pixel: what every quicker way must equal.
+void InterpolateSingly(const ImageView& source, const ImageView& dest,
+                       const std::vector<float>& columns, const std::vector<float>& rows,
+                       int method) {
+  for (size_t y = 0; y < rows.size(); ++y) {
+    for (size_t x = 0; x < columns.size(); ++x) {
+      const uint32_t colour =
+          GetPixelColorInterpolated(source.bits, columns[x], rows[y], source.width, source.height,
+                                    source.stride, method, source.bit_count);
+      SetPixelColor(dest.bits, static_cast<int>(x), static_cast<int>(y), dest.width, dest.height,
+                    dest.stride, colour, dest.bit_count);
+    }
+  }
+}
+
+/// Methods that take one source pixel per destination pixel. False when some lie outside.
+bool PickPixels(const ImageView& source, const ImageView& dest, const std::vector<float>& columns,
+                const std::vector<float>& rows, Sampling sampling) {
+  const auto tap = sampling == Sampling::kNearest ? [](float v) { return NearestTap(v); }
+                                                  : [](float v) { return TruncateToInt(v); };
+  const auto within = [&](const std::vector<float>& positions, int size) {
+    return std::ranges::all_of(positions, [&](float v) { return tap(v) >= 0 && tap(v) < size; });
+  };
+  if (!within(columns, source.width) || !within(rows, source.height)) return false;
+  const int pixel_bytes = source.bit_count == 8 ? 1 : DirectPixelBytes(source.bit_count);
+  std::vector<int64_t> offsets(columns.size());
+  for (size_t x = 0; x < offsets.size(); ++x) offsets[x] = int64_t{tap(columns[x])} * pixel_bytes;
+  const Picker picker(std::move(offsets), pixel_bytes, false);
+  const bool opaque = sampling == Sampling::kBilinear && source.bit_count == 32;
+  ForEachRow(
+      dest, picker.RowBytes(),
+      [&](int64_t y) { return int64_t{tap(rows[static_cast<size_t>(y)])} * source.stride; },
+      [&](uint8_t* row, int64_t offset) {
+        picker.Pick(row, source.bits + offset);
+        if (!opaque || offset == int64_t{source.height - 1} * source.stride) return;
+        for (size_t x = 0; x < columns.size(); ++x) {
+          if (tap(columns[x]) < source.width - 1) row[4 * x + 3] = 255;
+        }
+      });
+  return true;
+}
+
+/// Interpolates by weighted taps in tiles of a few columns and all rows. The taps of a source row
+/// are spread out once per tile and serve all destination rows that they reach.
+class TileInterpolator {
+ public:
+  TileInterpolator(const ImageView& source, const ImageView& dest,
+                   const std::vector<float>& columns, const std::vector<float>& rows,
+                   const InterpolationMethod& method)
+      : source_(source),
+        dest_(dest),
+        columns_(columns),
+        rows_(rows),
+        kernel_(method.kernel),
+        window_(method.sampling == Sampling::kKernel4 ? kTaps4 : kTaps12),
+        taps_(static_cast<size_t>(window_.count)),
+        channels_(
+            static_cast<size_t>(source.bit_count == 8 ? 1 : DirectPixelBytes(source.bit_count))),
+        outside_(OutsideColor(source)),
+        planes_((taps_ + 1) * taps_ * channels_),
+        plane_rows_(taps_, kNoRow),
+        row_weights_(rows.size() * taps_) {}
+
+  /// False when some positions are too far out to have taps; nothing is written then.
+  bool Run() {
+    const auto misses = [&](const std::vector<float>& positions, int size) {
+      return std::ranges::any_of(positions,
+                                 [&](float v) { return window_.Misses(TapOrigin(v), size); });
+    };
+    if (misses(columns_, source_.width) || misses(rows_, source_.height)) return false;
+    for (size_t y = 0; y < rows_.size(); ++y) {
+      TapWeights(window_, kernel_, rows_[y], TapOrigin(rows_[y]), &row_weights_[y * taps_]);
+    }
+    for (size_t x = 0; x < columns_.size(); x += kTileColumns) RunTile(x);
+    return true;
+  }
+
+ private:
+  static constexpr int64_t kNoRow = -1;
+  struct alignas(64) Plane {
+    TilePlane values;
+  };
+
+  TilePlane* PlanesOf(size_t slot) { return &planes_[slot * taps_ * channels_].values; }
+
+  void DescribeTile(size_t first) {
+    tile_.taps = taps_;
+    tile_.channels = channels_;
+    const uint8_t outside[] = {BlueOf(outside_), GreenOf(outside_), RedOf(outside_),
+                               AlphaOf(outside_)};
+    std::copy(std::begin(outside), std::end(outside), tile_.outside);
+    bool all_inside = true;
+    int64_t highest = 0;
+    tile_.base = INT64_MAX;
+    for (size_t i = 0; i < kTileColumns; ++i) {
+      // The last tile repeats its last column.
+      const float position = columns_[std::min(first + i, columns_.size() - 1)];
+      const int origin = TapOrigin(position);
+      float weights[kMaxTaps];
+      TapWeights(window_, kernel_, position, origin, weights);
+      for (size_t tap = 0; tap < taps_; ++tap) {
+        const int64_t column = int64_t{origin} + window_.first + static_cast<int64_t>(tap);
+        const bool inside = column >= 0 && column < source_.width;
+        const int64_t offset = inside ? column * static_cast<int64_t>(channels_) : -1;
+        tile_.offsets[tap][i] = offset;
+        tile_.weights[tap][i] = weights[tap];
+        tile_.base = std::min(tile_.base, offset);
+        highest = std::max(highest, offset);
+        all_inside = all_inside && inside;
+      }
+      // 4 by 4 samples have alpha only where no tap is outside; 12 by 12 samples everywhere.
+      const bool with_alpha = taps_ == kMaxTaps || window_.Inside(origin, source_.width);
+      tile_.alpha_mask[i] = with_alpha ? 255 : 0;
+    }
+    const int64_t span = highest - tile_.base + static_cast<int64_t>(channels_);
+    tile_.span = all_inside && span < INT32_MAX ? static_cast<int32_t>(span) : 0;
+  }
+
+  /// The planes of source row `row`, gathered when they are not there.
+  const TilePlane* RowPlanes(int64_t row) {
+    if (row < 0 || row >= source_.height) return PlanesOf(taps_);
+    const auto slot = static_cast<size_t>(row) % taps_;
+    if (plane_rows_[slot] != row) {
+      ActiveResampleKernels().gather(PlanesOf(slot), source_.Row(row), tile_);
+      plane_rows_[slot] = row;
+    }
+    return PlanesOf(slot);
+  }
+
+  void RunTile(size_t first) {
+    DescribeTile(first);
+    std::ranges::fill(plane_rows_, kNoRow);
+    TilePlane* const outside = PlanesOf(taps_);
+    for (size_t plane = 0; plane < taps_ * channels_; ++plane) {
+      std::fill_n(outside[plane], kTileColumns, tile_.outside[plane % channels_]);
+    }
+    const BlendTile blend = ActiveResampleKernels().blend(taps_, channels_);
+    const size_t count = std::min(kTileColumns, columns_.size() - first);
+    for (size_t y = 0; y < rows_.size(); ++y) {
+      const int origin = TapOrigin(rows_[y]);
+      const TilePlane* rows[kMaxTaps];
+      for (size_t j = 0; j < taps_; ++j) {
+        rows[j] = RowPlanes(int64_t{origin} + window_.first + static_cast<int64_t>(j));
+      }
+      const bool with_alpha = taps_ == kMaxTaps || window_.Inside(origin, source_.height);
+      blend(dest_.Row(static_cast<int64_t>(y)) + first * channels_, rows, &row_weights_[y * taps_],
+            tile_, count, with_alpha);
+    }
+  }
+
+  const ImageView& source_;
+  const ImageView& dest_;
+  const std::vector<float>& columns_;
+  const std::vector<float>& rows_;
+  const KernelFunction kernel_;
+  const TapWindow window_;
+  const size_t taps_;
+  const size_t channels_;
+  const uint32_t outside_;
+  TileTaps tile_;
+  std::vector<Plane> planes_;        // a ring of source rows, and one row that is outside
+  std::vector<int64_t> plane_rows_;  // which row each slot of the ring holds
+  std::vector<float> row_weights_;
+};
+
+void Interpolate(const ImageView& source, const ImageView& dest, const Scale& scale, int method) {
+  const std::vector<float> columns = SamplePositions(dest.Columns(), scale.x);
+  const std::vector<float> rows = SamplePositions(dest.Rows(), scale.y);
+  const InterpolationMethod& how = MethodOf(method);
+  if (source.HasPixels() && (source.bit_count == 8 || source.bit_count >= 24)) {
+    const bool picks = how.sampling == Sampling::kNearest || how.sampling == Sampling::kBilinear;
+    if (picks && PickPixels(source, dest, columns, rows, how.sampling)) return;
+    if (!picks && TileInterpolator(source, dest, columns, rows, how).Run()) return;
+  }
+  InterpolateSingly(source, dest, columns, rows, method);
+}
+
+/// Bytes per pixel of box averages: depths other than 24 and 32 bits count as one byte.
+int BoxPixelBytes(int bit_count) { return bit_count == 32 ? 4 : bit_count == 24 ? 3 : 1; }
+
+void Resize(const ImageView& source, const ImageView& dest, const Scale& scale, int method,
+            bool nearest_only) {
+  if (!dest.HasPixels()) return;
+  const bool copies = CopiesNearest(scale, method, nearest_only, source.bit_count);
+  if (!copies && !AveragesBoxes(scale, nearest_only)) {
+    Interpolate(source, dest, scale, method);
+    return;
+  }
+  if (source.Empty()) return;
+  const int pixel_bytes = copies ? source.bit_count / 8 : BoxPixelBytes(source.bit_count);
+  if (source.bits == nullptr) {
+    // Every pixel of a source without memory is black with the outside marker.
+    uint8_t black[4] = {0, 0, 0, kOutsideMarker};
+    ImageView pixel = source;
+    pixel.bits = black;
+    CopyNearest(pixel, dest, {0.0f, 0.0f}, pixel_bytes, !copies);
+  } else if (copies) {
+    CopyNearest(source, dest, scale, pixel_bytes, false);
+  } else {
+    AverageBoxes(source, dest, scale, pixel_bytes);
+  }
+}
+
+}  // namespace
+
+result_t CQELImageTransform::Resample(IQEL* source, IQEL** result, int new_width, int new_height,
+                                      int method, int nearest_only) {
+  if (source == nullptr) return kFail;
+  if (result == nullptr) return kNullOutput;
+  ImageShape shape;
+  const result_t read = ReadFormat(*source, shape);
+  if (Failed(read)) return read;
+  ReadSize(*source, shape);
+  const ImageView view = ReadPlane(*source, shape, 0);
+  const Scale scale = {static_cast<float>(shape.width) / static_cast<float>(new_width),
+                       static_cast<float>(shape.height) / static_cast<float>(new_height)};
+  // The caller owns the new image from here on, also when a host call throws.
+  SmartPtr<IQELImageDIB> made = QELObject::CreateImageDIB();
+  *result = made.Detach();
+  if (*result == nullptr) return kFail;
+  const auto output = QueryFor<IQELImage>(*result);
+  if (!output) return kOk;
+  ImageShape resized = shape;
+  resized.width = new_width;
+  resized.height = new_height;
+  output->Create(new_width, new_height, shape.planes, shape.bit_count, shape.model);
+  const ImageView dest = ReadPlane(*output, resized, 0);
+  if (new_width == shape.width && new_height == shape.height) {
+    output->Assign(source, 0);
+  } else {
+    Resize(view, dest, scale, method, nearest_only != 0);
+  }
+  return kOk;
+}
+
+}  // namespace qel

@@ -1,0 +1,107 @@
+#ifndef QEL_TRANSFORM_RESAMPLE_KERNELS_H_
+#define QEL_TRANSFORM_RESAMPLE_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/cpu_level.h"
+
+namespace qel {
+
+/// Where 64 bytes of a picked row come from.
+struct PickBlock {
+  int64_t base;       ///< offset of the first byte that is read
+  int32_t span;       ///< bytes that are read from there, 0 when they are too far apart
+  uint8_t index[64];  ///< relative to `base`
+};
+
+/// Which pixels of a source row a destination row takes.
+struct PickPlan {
+  size_t pixels;            ///< of the destination row
+  const int64_t* offsets;   ///< offset of each one in the source row
+  const PickBlock* blocks;  ///< the same for every 64 bytes of the destination row
+  bool keep_alpha;          ///< leave the fourth byte of pixels as it is
+};
+
+/// Sizes of a box whose sums fit 16 bits, and the division by its area: sum * factor >> 16 >>
+/// shift.
+struct SmallBox {
+  size_t columns;
+  size_t rows;
+  size_t pixel_bytes;
+  uint16_t factor;
+  uint16_t shift;
+};
+/// The largest area of a `SmallBox`: the reciprocal is exact for sums of so many bytes.
+inline constexpr uint32_t kLargestSmallBox = 128;
+
+/// Output columns that are interpolated together, as many as the levels' longest vector holds.
+inline constexpr size_t kTileColumns = 16;
+inline constexpr size_t kMaxTapCount = 12;
+inline constexpr size_t kMaxChannels = 4;
+/// One plane of a tile: one value per column.
+using TilePlane = float[kTileColumns];
+
+/// Where the taps of the columns of a tile lie in a source row.
+struct TileTaps {
+  size_t taps;      ///< along one axis
+  size_t channels;  ///< bytes per pixel
+  /// Byte offset of each tap of each column; below 0 the tap is outside.
+  int64_t offsets[kMaxTapCount][kTileColumns];
+  int64_t base;  ///< the lowest offset
+  int32_t span;  ///< bytes from there to the end of the last tap, 0 when one is outside
+  uint8_t outside[kMaxChannels];  ///< channels of the pixel that stands in outside
+  TilePlane weights[kMaxTapCount];
+  int32_t alpha_mask[kTileColumns];  ///< 0 for columns without alpha, else 255
+};
+
+/// Stores the first `count` pixels of a tile: sums of weighted taps as bytes. `rows[j]` are the
+/// planes of tap row j and `row_weights[j]` its weight; `with_alpha` false makes alpha 0.
+using BlendTile = void (*)(uint8_t* dest, const TilePlane* const* rows, const float* row_weights,
+                           const TileTaps& tile, size_t count, bool with_alpha);
+
+struct ResampleKernels {
+  /// Copies the pixels of 1, 2, 3 or 4 bytes that `plan` names.
+  void (*pick1)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
+  void (*pick2)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
+  void (*pick3)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
+  void (*pick4)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
+
+  /// means[i] = mean of the box whose first byte is source[i], for each byte i from which the
+  /// box ends within `count` bytes. `scratch` has room for 3 * `count` values.
+  void (*box_means)(uint8_t* means, const uint8_t* source, int64_t stride, size_t count,
+                    const SmallBox& box, uint16_t* scratch);
+  /// sums[i] = sum of source[i] in `rows` rows, modulo 2^32.
+  void (*sum_rows)(uint32_t* sums, const uint8_t* source, int64_t stride, size_t count,
+                   size_t rows);
+
+  /// planes[tap * channels + channel] = that channel of that tap, for every column of the tile.
+  void (*gather)(TilePlane* planes, const uint8_t* row, const TileTaps& tile);
+  /// The function for 4 or 12 taps along an axis and 1, 3 or 4 channels.
+  BlendTile (*blend)(size_t taps, size_t channels);
+};
+
+namespace sse2 {
+extern const ResampleKernels kResampleKernels;
+}
+namespace avx2 {
+extern const ResampleKernels kResampleKernels;
+}
+namespace avx512 {
+extern const ResampleKernels kResampleKernels;
+}
+namespace avx512vbmi {
+extern const ResampleKernels kResampleKernels;
+}
+
+inline const ResampleKernels& ResampleKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kResampleKernels, avx2::kResampleKernels,
+                       avx512::kResampleKernels, avx512vbmi::kResampleKernels);
+}
+inline const ResampleKernels& ActiveResampleKernels() {
+  return ResampleKernelsFor(kActiveCpuLevel);
+}
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_RESAMPLE_KERNELS_H_

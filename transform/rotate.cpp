@@ -1,0 +1,176 @@
+#include <algorithm>
+
+#include "image/pixel_access.h"
+#include "module/result_image.h"
+#include "transform/image_transform.h"
+#include "transform/rotation_sampler.h"
+
+namespace qel {
+namespace {
+
+/// Pixels along every edge of the source that `Rotate` does not sample.
+constexpr float kLowMargin = 3.0f;
+constexpr int kHighMargin = 4;
+
+using StoreColours = void (*)(uint8_t* dest, const uint32_t* colours, size_t count);
+
+/// How `Rotate` writes pixels.
+// Deliberate: depths from 16 bits on that are not 32 take three bytes, all below take one, whatever
+// the depth; only at 8, 24 and 32 bits is that the size of a pixel.
+struct PixelWriter {
+  explicit PixelWriter(int bit_count)
+      : pixel_bytes(bit_count == 32   ? 4
+                    : bit_count >= 16 ? 3
+                                      : 1),
+        store(pixel_bytes == 4   ? ActiveRotateKernels().store4
+              : pixel_bytes == 3 ? ActiveRotateKernels().store3
+                                 : ActiveRotateKernels().store1) {}
+
+  int pixel_bytes;
+  StoreColours store;
+};
+
+/// Calls `write(first, colours, count)` for the sampled pixels of a run, in their order.
+template <typename Write>
+void SampleRun(RotationSampler& sampler, const PixelRun& run, Write write) {
+  alignas(64) uint32_t colours[kSampleChunk + kSampleGroup];
+  for (int first = run.begin; first < run.end; first += sampler.chunk()) {
+    const int count = std::min(sampler.chunk(), run.end - first);
+    sampler.Sample(colours, first, count);
+    write(first, colours, count);
+  }
+}
+
+/// Draws the turned source over the background of `dest`.
+// Deliberate: a margin of about four pixels along the edges of the source is never drawn.
+void DrawRotated(const ImageView& source, const ImageView& dest, const RotatedFrame& frame,
+                 int method) {
+  if (!dest.HasPixels()) return;
+  const PixelWriter writer(dest.bit_count);
+  RotationSampler sampler(source, frame, method, false);
+  const auto too_low = [](float v, int) { return v <= kLowMargin; };
+  const auto too_high = [](float v, int size) {
+    return v >= static_cast<float>(WrapSubtract(size, kHighMargin));
+  };
+  for (int j = 0; j < frame.height(); ++j) {
+    const PixelRun run = RunWithinSource({0, frame.width()}, frame.RowAt(j), source.width,
+                                         source.height, too_low, too_high);
+    sampler.StartRow(j, run);
+    uint8_t* const row = dest.Row(j);
+    SampleRun(sampler, run, [&](int first, const uint32_t* colours, int count) {
+      writer.store(row + int64_t{first} * writer.pixel_bytes, colours, static_cast<size_t>(count));
+    });
+  }
+}
+
+/// Mixes a sample into a pixel of at least 24 bits by the sample's alpha.
+void BlendPixel(uint8_t* pixel, uint32_t sample) {
+  const double share = AlphaOf(sample) / 255.0;
+  const double rest = (255 - AlphaOf(sample)) / 255.0;
+  const uint8_t channels[] = {BlueOf(sample), GreenOf(sample), RedOf(sample)};
+  for (int c = 0; c < 3; ++c) {
+    pixel[c] = static_cast<uint8_t>(TruncateToInt(channels[c] * share + pixel[c] * rest));
+  }
+}
+
+/// Writes one sample into a target pixel, as the source's depth asks for.
+// Deliberate: a key colour with anything in its top byte matches no sample.
+void PastePixel(uint8_t* pixel, uint32_t sample, bool blends, bool with_alpha, uint32_t key) {
+  if (blends) {
+    BlendPixel(pixel, sample);
+  } else {
+    if ((sample & 0x00FFFFFFu) == key) return;
+    pixel[0] = BlueOf(sample);
+    pixel[1] = GreenOf(sample);
+    pixel[2] = RedOf(sample);
+  }
+  if (with_alpha) pixel[3] = AlphaOf(sample);
+}
+
+/// Draws the turned source into the top-left of `target`.
+void PasteRotated(const ImageView& source, const ImageView& target, const RotatedFrame& frame,
+                  int method, uint32_t key) {
+  if (!target.HasPixels()) return;
+  const bool blends = source.bit_count > 24;
+  const bool with_alpha = target.bit_count > 24;
+  const int pixel_bytes = with_alpha ? 4 : 3;
+  RotationSampler sampler(source, frame, method, source.bits == target.bits);
+  const auto too_low = [](float v, int) { return v < 0.0f; };
+  const auto too_high = [](float v, int size) { return v > static_cast<float>(size); };
+  const int width = std::min(target.width, frame.width());
+  const int height = std::min(target.height, frame.height());
+  for (int j = 0; j < height; ++j) {
+    const PixelRun run =
+        RunWithinSource({0, width}, frame.RowAt(j), source.width, source.height, too_low, too_high);
+    sampler.StartRow(j, run);
+    uint8_t* const row = target.Row(j);
+    SampleRun(sampler, run, [&](int first, const uint32_t* colours, int count) {
+      for (int i = 0; i < count; ++i) {
+        PastePixel(row + int64_t{first + i} * pixel_bytes, colours[i], blends, with_alpha, key);
+      }
+    });
+  }
+}
+
+/// The turn of `Rotate`: minus the angle, in whole degrees.
+Turn TurnByDegrees(int angle) {
+  const float theta = static_cast<float>(WrapSubtract(0, angle)) * 1.5707964f / 90.0f;
+  return Turn::By(static_cast<double>(theta));
+}
+
+}  // namespace
+
+result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int method,
+                                    int force_alpha, int keep_size) {
+  if (source == nullptr) return kFail;
+  if (result == nullptr) return kNullOutput;
+  if (angle == 0) {
+    *result = SmartPtr<IQEL>::Retain(source).Detach();
+    return kOk;
+  }
+  if (angle == -90) angle = 270;
+  ResultImage output = ResultImage::FromLocator();
+  if (angle == 90 || angle == 180 || angle == 270) {
+    if (!output) return kFail;
+    const result_t turned = Rotate4(source, output.Get(), angle);
+    output.Store(result);
+    return turned;
+  }
+  const Turn turn = TurnByDegrees(angle);
+  const ImageShape shape = ReadShape(*source);
+  const RotatedFrame frame = keep_size != 0
+                                 ? RotatedFrame::SameSize(shape.width, shape.height, turn)
+                                 : RotatedFrame::Bounding(shape.width, shape.height, turn);
+  if (!output) return kFail;
+  ImageShape drawn = shape;
+  drawn.width = frame.width();
+  drawn.height = frame.height();
+  if (force_alpha != 0) {
+    drawn.bit_count = 32;
+    drawn.model = 0;
+  }
+  if (Succeeded(output.Create(drawn))) {
+    const ImageView dest = output.View();
+    const ImageView view = ReadPlane(*source, shape, 0);
+    output.Fill(WithAlpha(
+        GetPixelColor(view.bits, 0, 0, view.width, view.height, view.stride, view.bit_count), 255));
+    DrawRotated(view, dest, frame, method);
+  }
+  output.Store(result);
+  return kOk;
+}
+
+result_t CQELImageTransform::RotatePaste(IQEL* source, IQEL* target, double angle, int method,
+                                         int key) {
+  if (source == nullptr) return kFail;
+  if (target == nullptr) return kNullOutput;
+  const Turn turn = Turn::By(angle);
+  const ImageShape shape = ReadShape(*source);
+  const ImageShape target_shape = ReadShape(*target);
+  const RotatedFrame frame = RotatedFrame::Bounding(shape.width, shape.height, turn);
+  const ImageView to = ReadPlane(*target, target_shape, 0);
+  PasteRotated(ReadPlane(*source, shape, 0), to, frame, method, static_cast<uint32_t>(key));
+  return kOk;
+}
+
+}  // namespace qel

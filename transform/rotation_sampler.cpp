@@ -1,0 +1,165 @@
+#include "transform/rotation_sampler.h"
+
+#include <bit>
+#include <cstdlib>
+#include <limits>
+
+#include "image/pixel_layout.h"
+
+namespace qel {
+namespace {
+
+/// Index of the kernels for this many bytes per pixel.
+size_t KernelIndex(int bit_count) {
+  return bit_count == 8 ? 0 : DirectPixelBytes(bit_count) == 3 ? 1 : 2;
+}
+
+/// Remembered weights pay for images from this size on.
+constexpr int64_t kPixelsWorthCaching = 65536;
+
+}  // namespace
+
+void WeightCache::Reserve() {
+  // Positions with exponent e have 2^(23 - e) fractions; all exponents from the first one on make
+  // twice as many as the first one has.
+  weights_.assign(static_cast<size_t>(taps_.count) << (24 - kFromExponent),
+                  std::numeric_limits<float>::quiet_NaN());
+}
+
+float* WeightCache::Find(float position) {
+  if (position < kFrom || weights_.empty()) return nullptr;
+  const auto bits = std::bit_cast<uint32_t>(position);
+  const uint32_t exponent = (bits >> 23) - 127;
+  if (exponent > 23) return nullptr;
+  const uint32_t fractions = 1u << (23 - exponent);
+  // The exponents lie one after the other, the ones with the fewest fractions first.
+  const uint32_t entry = fractions + (bits & (fractions - 1));
+  return weights_.data() + static_cast<size_t>(entry) * static_cast<size_t>(taps_.count);
+}
+
+void WeightCache::Compute(float* weights, float position) const {
+  TapWeights(taps_, kernel_, position, TapOrigin(position), weights);
+}
+
+void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    float* const out = weights + i * static_cast<size_t>(taps_.count);
+    float* const kept = Find(positions[i]);
+    if (kept == nullptr) {
+      Compute(out, positions[i]);
+      continue;
+    }
+    if (kept[0] != kept[0]) Compute(kept, positions[i]);
+    std::copy_n(kept, taps_.count, out);
+  }
+}
+
+RotationSampler::RotationSampler(const ImageView& source, const RotatedFrame& frame, int method,
+                                 bool one_by_one)
+    : source_(source),
+      frame_(frame),
+      method_(method),
+      how_(MethodOf(method)),
+      taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
+      one_by_one_(one_by_one),
+      uses_kernels_(!one_by_one && UsesKernels()),
+      row_(frame.RowAt(0)),
+      cache_(taps_, how_.kernel) {
+  const bool weighs = how_.kernel != nullptr && ActiveRotateKernels().weights[method] == nullptr;
+  if (uses_kernels_ && weighs && source_.Columns() * source_.Rows() >= kPixelsWorthCaching) {
+    cache_.Reserve();
+  }
+}
+
+bool RotationSampler::UsesKernels() const {
+  const int64_t bytes = std::abs(int64_t{source_.stride}) * source_.Rows() + source_.Columns() * 4;
+  return source_.HasPixels() && bytes < INT32_MAX &&
+         (source_.bit_count == 8 || source_.bit_count >= 24);
+}
+
+PixelRun RotationSampler::InsideRun(const PixelRun& run) const {
+  // Kernels read whole words of pixels of 3 bytes, and with them up to two pixels more of the row.
+  const int columns = KernelIndex(source_.bit_count) == 1 ? source_.width - 2 : source_.width;
+  if (how_.sampling == Sampling::kKernel4 || how_.sampling == Sampling::kKernel12) {
+    return RunWithinSource(
+        run, row_, columns, source_.height,
+        [&](float v, int) { return v < 0.0f || TapOrigin(v) + taps_.first < 0; },
+        [&](float v, int size) { return TapOrigin(v) + taps_.first + taps_.count > size; });
+  }
+  // The last column and row are left to single samples, whose alpha differs there.
+  const float offset = how_.sampling == Sampling::kNearest ? 0.5f : 0.0f;
+  return RunWithinSource(
+      run, row_, source_.width, source_.height,
+      [&](float v, int) { return TruncateToInt(v + offset) < 0 || v + offset < 0.0f; },
+      [&](float v, int size) { return TruncateToInt(v + offset) >= size - 1; });
+}
+
+void RotationSampler::StartRow(int j, const PixelRun& run) {
+  row_ = frame_.RowAt(j);
+  inside_ = uses_kernels_ ? InsideRun(run) : PixelRun{run.end, run.end};
+}
+
+void RotationSampler::SampleSingly(uint32_t* colours, int first, int count) const {
+  for (int i = 0; i < count; ++i) {
+    colours[i] = GetPixelColorInterpolated(source_.bits, row_.SourceX(first + i),
+                                           row_.SourceY(first + i), source_.width, source_.height,
+                                           source_.stride, method_, source_.bit_count);
+  }
+}
+
+void RotationSampler::PickInside(uint32_t* colours, const SamplePoints& points,
+                                 size_t count) const {
+  const RotateKernels& kernels = ActiveRotateKernels();
+  const size_t kind = KernelIndex(source_.bit_count);
+  const auto pick = kind == 0 ? kernels.pick1 : kind == 1 ? kernels.pick3 : kernels.pick4;
+  const bool nearest = how_.sampling == Sampling::kNearest;
+  // At 24 bits and more the truncated pixel comes out opaque, the nearest one with its own alpha.
+  const uint32_t keep = kind == 2 && nearest ? 0xFFFFFFFFu : 0x00FFFFFFu;
+  const uint32_t add = kind != 0 && !nearest ? 0xFF000000u : 0u;
+  pick(colours, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
+}
+
+void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points, size_t count) {
+  const RotateKernels& kernels = ActiveRotateKernels();
+  alignas(64) float wx[kSampleChunk * kMaxTaps];
+  alignas(64) float wy[kSampleChunk * kMaxTaps];
+  if (const auto weigh = kernels.weights[method_]) {
+    weigh(wx, points.x, count);
+    weigh(wy, points.y, count);
+  } else {
+    const size_t rounded = (count + kSampleGroup - 1) / kSampleGroup * kSampleGroup;
+    cache_.Weigh(wx, points.x, rounded);
+    cache_.Weigh(wy, points.y, rounded);
+  }
+  const size_t kind = KernelIndex(source_.bit_count);
+  const auto blend = taps_.count == 4 ? kernels.blend4[kind] : kernels.blend12[kind];
+  blend(colours, {source_.bits, source_.stride}, points, {wx, wy}, count);
+}
+
+void RotationSampler::SampleInside(uint32_t* colours, int first, size_t count) {
+  const SampleLine line = {row_.start_x,  row_.cosine,  row_.sine,   row_.sine_y,
+                           row_.cosine_y, row_.shift_x, row_.shift_y};
+  SamplePoints points;
+  ActiveRotateKernels().positions(points, line, first, count);
+  if (how_.kernel == nullptr) {
+    PickInside(colours, points, count);
+  } else {
+    BlendInside(colours, points, count);
+  }
+}
+
+void RotationSampler::Sample(uint32_t* colours, int first, int count) {
+  const PixelRun run = {first, first + count};
+  const PixelRun inside = run.Intersect(inside_);
+  if (inside.begin == inside.end) {
+    SampleSingly(colours, first, count);
+    return;
+  }
+  // What kernels write beyond their run is overwritten by the single samples after it.
+  SampleInside(colours + (inside.begin - first), inside.begin,
+               static_cast<size_t>(inside.end - inside.begin));
+  SampleSingly(colours, first, inside.begin - first);
+  SampleSingly(colours + (inside.end - first), inside.end, run.end - inside.end);
+}
+
+}  // namespace qel

@@ -1,0 +1,88 @@
+#ifndef QEL_TRANSFORM_ROTATION_SAMPLER_H_
+#define QEL_TRANSFORM_ROTATION_SAMPLER_H_
+
+#include <vector>
+
+#include "image/interpolated_sampling.h"
+#include "transform/rotate_kernels.h"
+#include "transform/rotated_frame.h"
+
+namespace qel {
+
+/// Remembers tap weights that need library mathematics. From `kFrom` on, single-precision
+/// positions have so few different fractions that an image repeats them many times.
+class WeightCache {
+ public:
+  WeightCache(const TapWindow& taps, KernelFunction kernel) : taps_(taps), kernel_(kernel) {}
+
+  /// Makes room for remembering; until then every weight is computed.
+  void Reserve();
+
+  /// Writes the weights of the taps of each position, position after position.
+  void Weigh(float* weights, const float* positions, size_t count);
+
+ private:
+  static constexpr int kFromExponent = 7;
+  static constexpr float kFrom = 128.0f;
+
+  /// The remembered weights of `position`, or null where nothing is remembered.
+  float* Find(float position);
+  void Compute(float* weights, float position) const;
+
+  TapWindow taps_;
+  KernelFunction kernel_;
+  std::vector<float> weights_;  // first weight NaN: not computed yet
+};
+
+/// Samples a source along the rows of a rotated frame. Runs of pixels all of whose taps lie inside
+/// go through kernels, the others through `GetPixelColorInterpolated`.
+class RotationSampler {
+ public:
+  /// `one_by_one` keeps to single samples: for images that are written while they are read.
+  RotationSampler(const ImageView& source, const RotatedFrame& frame, int method, bool one_by_one);
+
+  /// Goes to output row `j`, of which `run` is going to be sampled.
+  void StartRow(int j, const PixelRun& run);
+  const RotatedFrame::Row& row() const { return row_; }
+
+  /// The colours of up to `kSampleChunk` pixels from `first` on. `colours` has room for all.
+  void Sample(uint32_t* colours, int first, int count);
+  /// The most pixels that one call of `Sample` may ask for.
+  int chunk() const { return one_by_one_ ? 1 : static_cast<int>(kSampleChunk); }
+
+ private:
+  bool UsesKernels() const;
+  PixelRun InsideRun(const PixelRun& run) const;
+  void SampleSingly(uint32_t* colours, int first, int count) const;
+  void SampleInside(uint32_t* colours, int first, size_t count);
+  void PickInside(uint32_t* colours, const SamplePoints& points, size_t count) const;
+  void BlendInside(uint32_t* colours, const SamplePoints& points, size_t count);
+
+  const ImageView source_;
+  const RotatedFrame frame_;
+  const int method_;
+  const InterpolationMethod how_;
+  const TapWindow taps_;
+  const bool one_by_one_;
+  const bool uses_kernels_;
+  RotatedFrame::Row row_;
+  PixelRun inside_{0, 0};
+  WeightCache cache_;
+};
+
+/// The pixels of `run` for which both positions lie between the bounds that `too_low` and
+/// `too_high` tell, which take a position and the source's size along its axis.
+template <typename TooLow, typename TooHigh>
+PixelRun RunWithinSource(const PixelRun& run, const RotatedFrame::Row& row, int width, int height,
+                         TooLow too_low, TooHigh too_high) {
+  const PixelRun columns = RunWithin(
+      run, row.cosine >= 0.0f, [&](int i) { return row.SourceX(i); },
+      [&](float v) { return too_low(v, width); }, [&](float v) { return too_high(v, width); });
+  return RunWithin(
+      columns, row.sine <= 0.0f, [&](int i) { return row.SourceY(i); },
+      [&](float v) { return too_low(v, height); }, [&](float v) { return too_high(v, height); });
+}
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_ROTATION_SAMPLER_H_
