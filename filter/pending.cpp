@@ -12,11 +12,7 @@ result_t CQELFilterTransform::Emboss(IQEL*, IQEL**) { return kFail; }
 result_t CQELFilterTransform::Median(IQEL*, int, IQEL**) { return kFail; }
 result_t CQELFilterTransform::Noise(IQEL*, int, IQEL**) { return kFail; }
 result_t CQELFilterTransform::Jitter(IQEL*, int, IQEL**) { return kFail; }
-result_t CQELFilterTransform::Contour(IQEL*, IQEL**) { return kFail; }
 result_t CQELFilterTransform::Filter(IQEL*, int*, int, int, int, IQEL**) { return kFail; }
-result_t CQELFilterTransform::Dilate(IQEL*, int, IQEL**) { return kFail; }
-result_t CQELFilterTransform::Edge(IQEL*, int, IQEL**) { return kFail; }
-result_t CQELFilterTransform::Erode(IQEL*, int, IQEL**) { return kFail; }
 result_t CQELFilterTransform::Kernel(IQEL*, int16_t*, int, int, int, IQEL**) { return kFail; }
 
 }  // namespace qel

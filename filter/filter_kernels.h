@@ -1,0 +1,55 @@
+#ifndef QEL_FILTER_FILTER_KERNELS_H_
+#define QEL_FILTER_FILTER_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "image/cpu_level.h"
+
+namespace qel {
+
+/// One extremum of bytes: minimum or maximum. Rows are distinct unless they are the same argument.
+struct ExtremumKernels {
+  /// into[i] = extremum(into[i], row[i])
+  void (*fold)(uint8_t* into, const uint8_t* row, size_t count);
+  /// dest[i] = extremum(a[i], b[i]); `a` and `b` may overlap
+  void (*pick)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
+  /// dest[i] = extremum(a[i], b[i], c[i])
+  void (*pick3)(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c, size_t count);
+};
+
+/// Row functions of the filters. Nothing beyond the count is touched.
+struct FilterKernels {
+  ExtremumKernels minimum;
+  ExtremumKernels maximum;
+  /// dest[i] -= row[i]
+  void (*subtract)(uint8_t* dest, const uint8_t* row, size_t count);
+  /// Replaces the fourth byte of `pixels` 4-byte pixels by that of `source`.
+  void (*merge_alpha)(uint8_t* dest, const uint8_t* source, size_t pixels);
+  /// The inverted contour of samples: `rows` are the three rows about `dest`, each beginning one
+  /// sample of `sample_bytes` to the left.
+  void (*contour)(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes);
+};
+
+namespace sse2 {
+extern const FilterKernels kFilterKernels;
+}
+namespace avx2 {
+extern const FilterKernels kFilterKernels;
+}
+namespace avx512 {
+extern const FilterKernels kFilterKernels;
+}
+namespace avx512vbmi {
+extern const FilterKernels kFilterKernels;
+}
+
+inline const FilterKernels& FilterKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kFilterKernels, avx2::kFilterKernels, avx512::kFilterKernels,
+                       avx512vbmi::kFilterKernels);
+}
+inline const FilterKernels& ActiveFilterKernels() { return FilterKernelsFor(kActiveCpuLevel); }
+
+}  // namespace qel
+
+#endif  // QEL_FILTER_FILTER_KERNELS_H_

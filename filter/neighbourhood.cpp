@@ -1,0 +1,88 @@
+#include "filter/neighbourhood.h"
+
+#include <cstring>
+
+#include "filter/filter_kernels.h"
+#include "image/pixel_access.h"
+#include "image/pixel_layout.h"
+
+namespace qel {
+
+void RepeatSample(uint8_t* samples, int64_t count, const uint8_t* sample, int sample_bytes) {
+  if (count <= 0) return;
+  const int64_t bytes = count * sample_bytes;
+  std::memmove(samples, sample, static_cast<size_t>(sample_bytes));
+  // The filled part doubles until it covers the whole.
+  for (int64_t filled = sample_bytes; filled < bytes; filled *= 2) {
+    std::memcpy(samples + filled, samples, static_cast<size_t>(std::min(filled, bytes - filled)));
+  }
+}
+
+SourceRows::SourceRows(const ImageView& source)
+    : source_(source), sample_bytes_(SampleBytes(source.bit_count)) {
+  // The first byte is blue, which is also the level of palette depths.
+  const uint32_t colour = OutsideColor(source);
+  std::memcpy(outside_, &colour, sizeof(outside_));
+}
+
+void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) const {
+  const int64_t end = x + count;
+  const bool row_inside = source_.HasPixels() && y >= 0 && y < source_.Rows();
+  const int64_t first = row_inside ? std::clamp<int64_t>(x, 0, source_.Columns()) : x;
+  const int64_t last = row_inside ? std::clamp<int64_t>(end, first, source_.Columns()) : x;
+  if (first >= last) {
+    RepeatSample(samples, count, outside_, sample_bytes_);
+    return;
+  }
+  RepeatSample(samples, first - x, outside_, sample_bytes_);
+  samples += (first - x) * sample_bytes_;
+  const uint8_t* const row = source_.Row(y);
+  VisitAccessLayout(source_.bit_count, [&](auto codec) {
+    if (source_.bit_count >= 8) {
+      std::memcpy(samples, row + first * sample_bytes_,
+                  static_cast<size_t>((last - first) * sample_bytes_));
+      return;
+    }
+    if constexpr (!codec.kDirect) {
+      for (int64_t i = first; i < last; ++i) {
+        samples[i - first] = static_cast<uint8_t>(codec.LoadIndex(row, i));
+      }
+    }
+  });
+  RepeatSample(samples + (last - first) * sample_bytes_, end - last, outside_, sample_bytes_);
+}
+
+void DestRows::Close(int64_t y, int64_t x, int64_t count) {
+  if (dest_.bit_count == 32) CopyAlpha(y, x, count);
+  if (dest_.bit_count >= 8) return;
+  VisitAccessLayout(dest_.bit_count, [&](auto codec) {
+    if constexpr (!codec.kDirect) {
+      uint8_t* const row = dest_.Row(y);
+      for (int64_t i = 0; i < count; ++i) codec.StoreIndex(row, x + i, packing_[i]);
+    }
+  });
+}
+
+void DestRows::CopyAlpha(int64_t y, int64_t x, int64_t count) {
+  const int64_t sx = x + alpha_shift_;
+  const int64_t sy = y + alpha_shift_;
+  const bool row_inside = source_.HasPixels() && sy < source_.Rows();
+  const int64_t inside = row_inside ? std::clamp<int64_t>(source_.Columns() - sx, 0, count) : 0;
+  uint8_t* const to = dest_.Row(y) + 4 * x;
+  if (inside > 0) {
+    ActiveFilterKernels().merge_alpha(to, source_.Row(sy) + 4 * sx, static_cast<size_t>(inside));
+  }
+  for (int64_t i = inside; i < count; ++i) to[4 * i + 3] = kOutsideMarker;
+}
+
+void FillPixels(const ImageView& dest, uint32_t colour) {
+  if (!dest.HasPixels()) return;
+  VisitAccessLayout(dest.bit_count, [&](auto codec) {
+    for (int64_t y = 0; y < dest.Rows(); ++y) {
+      uint8_t* const row = dest.Row(y);
+      for (int64_t x = 0; x < dest.Columns(); ++x) codec.Store(row, x, colour);
+    }
+  });
+}
+
+}  // namespace qel
