@@ -1,0 +1,109 @@
+#include <algorithm>
+
+#include "tests/support/module_under_test.h"
+#include "tests/support/oracle_pixels.h"
+#include "tests/support/oracle_transform.h"
+
+namespace qel::test {
+namespace {
+
+class Resample : public OperationTest {
+ protected:
+  IQELTransform& transform() { return *module_->transform; }
+  void ExpectScaled(const Raster& source, int width, int height, int method, int nearest) {
+    SCOPED_TRACE(source.Describe() + " to " + std::to_string(width) + " x " +
+                 std::to_string(height) + ", method " + std::to_string(method) + ", nearest " +
+                 std::to_string(nearest));
+    ExpectSame(
+        {source},
+        [&](auto images, IQEL** out) {
+          return transform().Resample(images[0], out, width, height, method, nearest);
+        },
+        [&](auto images, Raster& out) {
+          return oracle::Resample(images[0], out, width, height, method, nearest);
+        });
+  }
+};
+QEL_INSTANTIATE_LEVELS(Resample);
+
+TEST_P(Resample, EveryTreatmentEqualsItsOracle) {
+  ForEachRaster(1, kAllDepths, [&](const Raster& source, Rng& rng) {
+    for (int round = 0; round < 4 && !HasFailure(); ++round) {
+      const int width = rng.OneIn(3) ? source.width * rng.Int(0, 3) : rng.Int(-1, 90);
+      const int height = rng.OneIn(3) ? source.height : rng.Int(-1, 20);
+      ExpectScaled(source, width, height, rng.Int(-1, 16), rng.OneIn(3) ? 1 : 0);
+    }
+  });
+}
+
+// Every method at the depths that have quick ways: enlarging by whole and odd factors, and with one
+// axis shrinking, so that windows of taps lie close together or far apart.
+TEST_P(Resample, EveryMethodEqualsItsOracle) {
+  Rng rng(2);
+  for (int method = -1; method <= 16 && !HasFailure(); ++method) {
+    for (const int depth : {8, 24, 28, 32}) {
+      const Raster source = RandomRaster(rng, rng.Int(14, 40), rng.Int(13, 20), depth);
+      ExpectScaled(source, 2 * source.width, 2 * source.height, method, 0);
+      ExpectScaled(source, source.width + rng.Int(1, 30), source.height + rng.Int(1, 7), method, 0);
+      ExpectScaled(source, source.width / rng.Int(2, 5), source.height + 3, method, 0);
+    }
+  }
+}
+
+// Boxes of all shapes: sums of 16 and of 32 bits, and areas of one pixel.
+TEST_P(Resample, BoxesOfEveryAreaEqualTheOracle) {
+  Rng rng(3);
+  for (const int depth : {4, 8, 16, 24, 32}) {
+    for (int round = 0; round < 40 && !HasFailure(); ++round) {
+      const Raster source = RandomRaster(rng, rng.Int(1, 300), rng.Int(1, 60), depth);
+      ExpectScaled(source, rng.Int(1, source.width), rng.Int(1, source.height), 3, 0);
+    }
+    // Only white: the largest sums.
+    Raster white = RandomRaster(rng, 64, 64, depth);
+    for (int y = 0; y < 64; ++y) std::fill_n(white.Row(y), white.RowBytes(), uint8_t{255});
+    for (int size = 1; size < 33; ++size) ExpectScaled(white, size, 33 - size, 0, 0);
+  }
+}
+
+TEST_P(Resample, WorkedExamples) {
+  Rng rng(4);
+  const auto scaled = [&](const Raster& raster, int width, int height, int method, int nearest) {
+    const auto source = TestImage::Make(raster);
+    SmartPtr<IQEL> result;
+    EXPECT_EQ(transform().Resample(source.Get(), result.Put(), width, height, method, nearest),
+              kOk);
+    return static_cast<TestImage*>(result.Get())->raster;
+  };
+  const Raster source = RandomRaster(rng, 100, 100, 24);
+  const Raster doubled = scaled(source, 200, 200, 0, 0);
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_TRUE(std::equal(source.Row(i / 2) + i / 2 * 3, source.Row(i / 2) + i / 2 * 3 + 3,
+                           doubled.Row(i) + 3 * i));
+  }
+  const Raster smooth = scaled(source, 200, 200, 3, 0);
+  EXPECT_EQ(oracle::GetPixelColor(smooth.Bits(), 51, 70, 200, 200, smooth.stride, 24),
+            oracle::Interpolated(source.Bits(), 51.5f / 2 - 0.5f, 70.5f / 2 - 0.5f, 100, 100,
+                                 source.stride, 3, 24) &
+                0xFFFFFF);
+  EXPECT_EQ(scaled(source, 70, 0, 3, 0).height, 0);
+}
+
+TEST_P(Resample, ReportsFailuresBeforeAndAfterCreation) {
+  Rng rng(5);
+  TestHost& host = TestHost::Instance();
+  const auto source = TestImage::Make(RandomRaster(rng, 4, 4, 24));
+  IQEL* result = source.Get();
+  EXPECT_EQ(transform().Resample(nullptr, &result, 2, 2, 0, 0), kFail);
+  EXPECT_EQ(transform().Resample(source.Get(), nullptr, 2, 2, 0, 0), kNullOutput);
+  host.fault = TestHost::Fault::kFail;
+  host.fault_at = host.calls;
+  EXPECT_EQ(transform().Resample(source.Get(), &result, 2, 2, 0, 0), kFail);
+  EXPECT_EQ(result, source.Get()) << "untouched until an image is asked for";
+  host.Reset();
+  host.refuses_images = true;
+  EXPECT_EQ(transform().Resample(source.Get(), &result, 2, 2, 0, 0), kFail);
+  EXPECT_EQ(result, nullptr);
+}
+
+}  // namespace
+}  // namespace qel::test

@@ -1,0 +1,119 @@
+#include <algorithm>
+#include <cmath>
+
+#include "tests/support/module_under_test.h"
+#include "tests/support/oracle_pixels.h"
+#include "tests/support/oracle_transform.h"
+
+namespace qel::test {
+namespace {
+
+class Rotation : public OperationTest {
+ protected:
+  IQELTransform& transform() { return *module_->transform; }
+  void ExpectRotated(const Raster& source, int angle, int method, int force_alpha, int keep_size) {
+    SCOPED_TRACE(source.Describe() + " by " + std::to_string(angle) + ", method " +
+                 std::to_string(method) + (force_alpha ? ", alpha" : "") +
+                 (keep_size ? ", same size" : ""));
+    ExpectSame(
+        {source},
+        [&](auto images, IQEL** out) {
+          return transform().Rotate(images[0], out, angle, method, force_alpha, keep_size);
+        },
+        [&](auto images, Raster& out) {
+          return oracle::Rotate(images[0], out, angle, method, force_alpha, keep_size);
+        });
+  }
+  void ExpectPasted(const Raster& source, const Raster& target, double angle, int method, int key) {
+    SCOPED_TRACE(source.Describe() + " onto " + target.Describe() + " by " + std::to_string(angle) +
+                 ", method " + std::to_string(method));
+    ExpectSame(
+        {source, target},
+        [&](auto images, IQEL**) {
+          return transform().RotatePaste(images[0], images[1], angle, method, key);
+        },
+        [&](auto images, Raster&) {
+          return oracle::RotatePaste(images[0], images[1], angle, method, key);
+        });
+  }
+};
+QEL_INSTANTIATE_LEVELS(Rotation);
+
+int RandomAngle(Rng& rng) {
+  constexpr int kAngles[] = {0, 90, 180, 270, -90, -180, -270, 360, 450, 1, -1, 45, INT32_MIN};
+  return rng.OneIn(2) ? kAngles[rng.Int(0, 12)] : rng.Int(-400, 400);
+}
+
+TEST_P(Rotation, EveryShapeEqualsTheOracle) {
+  ForEachRaster(1, kAllDepths, [&](const Raster& source, Rng& rng) {
+    for (int round = 0; round < 4 && !HasFailure(); ++round) {
+      ExpectRotated(source, RandomAngle(rng), rng.Int(-1, 16), rng.OneIn(3), rng.OneIn(2));
+    }
+  });
+}
+
+TEST_P(Rotation, EveryMethodEqualsTheOracle) {
+  Rng rng(2);
+  for (int method = -1; method <= 16 && !HasFailure(); ++method) {
+    for (const int depth : {8, 24, 28, 32}) {
+      const Raster source = RandomRaster(rng, rng.Int(20, 60), rng.Int(20, 60), depth);
+      ExpectRotated(source, rng.Int(1, 360), method, rng.OneIn(3), rng.OneIn(2));
+      ExpectRotated(source, 360, method, 0, 0);
+    }
+  }
+}
+
+// Large enough for remembered weights: positions of every binade, read more than once.
+TEST_P(Rotation, RememberedWeightsEqualTheOracle) {
+  Rng rng(3);
+  for (const int method : {5, 9, 10, 11, 12}) {
+    const Raster source = RandomRaster(rng, 1100, 66, rng.OneIn(2) ? 24 : 32);
+    ExpectRotated(source, rng.Int(1, 20), method, 0, 1);
+  }
+}
+
+TEST_P(Rotation, PastesLikeTheOracle) {
+  Rng rng(4);
+  constexpr double kAngles[] = {0.0, M_PI / 2, M_PI, 1e-9, 0.5, -2.0, 100.0};
+  for (int round = 0; round < 150 && !HasFailure(); ++round) {
+    const int depths[] = {1, 4, 8, 16, 24, 25, 32, 40};
+    const Raster source = RandomRaster(rng, rng.Int(0, 50), rng.Int(0, 40), depths[rng.Int(0, 7)]);
+    const Raster target = RandomRaster(rng, rng.Int(0, 80), rng.Int(0, 40), rng.OneIn(2) ? 24 : 32);
+    // The colour of some pixel, so that the key is found.
+    const int key = source.Bits() != nullptr && source.bit_count == 24
+                        ? source.Row(0)[0] | source.Row(0)[1] << 8 | source.Row(0)[2] << 16
+                        : 0;
+    ExpectPasted(source, target, kAngles[rng.Int(0, 6)], rng.Int(-1, 16), rng.OneIn(4) ? -1 : key);
+  }
+}
+
+TEST_P(Rotation, PastesAnImageOntoItselfPixelByPixel) {
+  Rng rng(5);
+  for (const int depth : {24, 32}) {
+    const Raster image = RandomRaster(rng, 40, 30, depth);
+    const auto pasted = TestImage::Make(image);
+    Raster expected = image;
+    EXPECT_EQ(transform().RotatePaste(pasted.Get(), pasted.Get(), 0.3, 3, -1), kOk);
+    oracle::RotatePaste(expected, expected, 0.3, 3, -1);
+    EXPECT_EQ(pasted->raster.Difference(expected), "");
+  }
+}
+
+TEST_P(Rotation, ReportsFailures) {
+  Rng rng(6);
+  TestHost& host = TestHost::Instance();
+  const auto image = TestImage::Make(RandomRaster(rng, 9, 9, 24));
+  IQEL* result = image.Get();
+  EXPECT_EQ(transform().Rotate(nullptr, &result, 30, 0, 0, 0), kFail);
+  EXPECT_EQ(transform().Rotate(image.Get(), nullptr, 0, 0, 0, 0), kNullOutput);
+  EXPECT_EQ(transform().RotatePaste(nullptr, image.Get(), 1.0, 0, 0), kFail);
+  EXPECT_EQ(transform().RotatePaste(image.Get(), nullptr, 1.0, 0, 0), kNullOutput);
+  host.refuses_images = true;
+  for (const int angle : {30, 90}) {
+    EXPECT_EQ(transform().Rotate(image.Get(), &result, angle, 0, 0, 0), kFail);
+    EXPECT_EQ(result, image.Get()) << "untouched";
+  }
+}
+
+}  // namespace
+}  // namespace qel::test
