@@ -126,12 +126,12 @@ PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std
   return Read(file, name, options, nullptr);
 }
 
-std::vector<std::string> WritePicture(const std::string& path, const PictureView& picture,
-                                      const Metadata& metadata, const WriteOptions& options) {
-  const FormatRow& row = RowOf(options.format ? *options.format : FormatOfPath(path));
+EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
+                             const Metadata& metadata, const WriteOptions& options) {
+  const FormatRow& row = RowOf(options.format ? *options.format : FormatOfPath(name));
   constexpr int kDepths[] = {1, 4, 8, 24, 32};
-  std::vector<std::string> notes;
-  const Output output{path, picture, metadata, options, notes};
+  EncodedPicture encoded;
+  const Output output{name, picture, metadata, options, encoded.notes};
   if (picture.bits == nullptr || picture.width < 1 || picture.height < 1) {
     output.DoesNotFit("a picture without pixels cannot be written");
   }
@@ -139,8 +139,15 @@ std::vector<std::string> WritePicture(const std::string& path, const PictureView
     output.DoesNotFit(std::to_string(picture.bit_count) +
                       " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
   }
-  WriteFileAtomically(path, row.encode(output));
-  return notes;
+  encoded.file = row.encode(output);
+  return encoded;
+}
+
+std::vector<std::string> WritePicture(const std::string& path, const PictureView& picture,
+                                      const Metadata& metadata, const WriteOptions& options) {
+  EncodedPicture encoded = EncodePicture(path, picture, metadata, options);
+  WriteFileAtomically(path, encoded.file);
+  return std::move(encoded.notes);
 }
 
 }  // namespace qel::pictures

@@ -61,7 +61,7 @@ using Allocate = std::function<PixelBuffer(const PictureInfo& info)>;
 /// allocated.
 struct Limits {
   int64_t max_pixels = int64_t{1} << 28;
-  int64_t max_bytes = int64_t{1} << 31;       ///< of decoded pixels, here and in the codec
+  int64_t max_bytes = int64_t{1} << 31;       ///< of decoded pixels, and of copies made on the way
   int64_t max_file_bytes = int64_t{1} << 31;  ///< of the file itself
 };
 
@@ -107,8 +107,18 @@ struct WriteOptions {
   int png_level = 5;                  ///< of compression, 0 to 9
 };
 
+struct EncodedPicture {
+  std::vector<uint8_t> file;
+  std::vector<std::string> notes;  ///< on what the format could not hold
+};
+
+/// Encodes a picture in memory; `name` stands for the file in messages, and its extension names
+/// the format as that of a path does. Throws `PictureError`.
+EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
+                             const Metadata& metadata, const WriteOptions& options = {});
+
 /// Encodes a picture and writes it to `path`, whole or not at all (see `AtomicFile`).
-/// Returns notes on what the format could not hold. Throws `PictureError`.
+/// Returns the notes. Throws `PictureError`.
 std::vector<std::string> WritePicture(const std::string& path, const PictureView& picture,
                                       const Metadata& metadata, const WriteOptions& options = {});
 

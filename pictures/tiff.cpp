@@ -272,15 +272,21 @@ class PieceReader {
     std::vector<uint8_t> piece(piece_bytes_ * static_cast<uint64_t>(planes_));
     std::vector<uint8_t> samples(std::min<uint64_t>(width_, header_.width) *
                                  static_cast<uint64_t>(header_.UsedSamples()));
+    // Bytes that already lie as they are handed out.
+    const bool ready =
+        header_.bits == 8 && header_.samples == header_.UsedSamples() && planes_ == 1;
     for (uint64_t top = 0; top < header_.height; top += height_) {
       const uint64_t rows = std::min(height_, header_.height - top);
       for (uint64_t left = 0; left < header_.width; left += width_) {
         const uint64_t count = std::min<uint64_t>(width_, header_.width - left);
         for (int plane = 0; plane < planes_; ++plane) ReadPiece(piece, left, top, rows, plane);
         for (uint64_t row = 0; row < rows; ++row) {
-          Unpack(piece, row, count, samples.data());
-          put(samples.data(), static_cast<int>(count), static_cast<int>(left),
-              static_cast<int>(top + row));
+          const uint8_t* from = piece.data() + row * row_bytes_;
+          if (!ready) {
+            Unpack(from, count, samples.data());
+            from = samples.data();
+          }
+          put(from, static_cast<int>(count), static_cast<int>(left), static_cast<int>(top + row));
         }
       }
     }
@@ -311,15 +317,14 @@ class PieceReader {
     }
   }
 
-  void Unpack(const std::vector<uint8_t>& pieces, uint64_t row, uint64_t count,
-              uint8_t* out) const {
+  /// `row` is the row in the first plane's piece.
+  void Unpack(const uint8_t* row, uint64_t count, uint8_t* out) const {
     const auto used = static_cast<uint64_t>(header_.UsedSamples());
     for (uint64_t sample = 0; sample < used; ++sample) {
       const uint64_t plane = planes_ > 1 ? sample : 0;
       const uint64_t first = planes_ > 1 ? 0 : sample;
-      const uint8_t* const from = pieces.data() + plane * piece_bytes_ + row * row_bytes_;
       for (uint64_t x = 0; x < count; ++x) {
-        out[x * used + sample] = Sample(from, x * stored_samples_ + first);
+        out[x * used + sample] = Sample(row + plane * piece_bytes_, x * stored_samples_ + first);
       }
     }
   }

@@ -44,7 +44,7 @@ Bytes ChunkOf(const Mux& mux, const char* name) {
 
 void DecodeInto(const Input& input, const PixelTarget& target, const PictureInfo& stored) {
   WebPDecoderConfig config;
-  if (!WebPInitDecoderConfig(&config)) throw std::runtime_error("the WebP library does not fit");
+  if (!WebPInitDecoderConfig(&config)) input.Unsupported("the WebP library does not fit");
   // The decoder wants rows that go down in memory; others it fills from the last one on.
   const bool upward = target.stride() < 0;
   const auto rows = static_cast<size_t>(stored.height);

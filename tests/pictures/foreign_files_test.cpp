@@ -126,7 +126,7 @@ Bytes MakeTiff(const std::function<void(TIFF*)>& fill) {
   TIFF* const tiff = TIFFOpen(path.c_str(), "w");
   fill(tiff);
   TIFFClose(tiff);
-  return FileContent(path);
+  return Joined(ReadFile(path));
 }
 
 struct TiffKind {
@@ -235,26 +235,24 @@ Colour TiffColour(const TiffKind& kind, int x, int y) {
 }
 
 TEST(ForeignTiff, EveryArrangementOfSamplesReadsAlike) {
-  constexpr TiffKind kKinds[] = {
-      {PHOTOMETRIC_MINISBLACK, 1, 1},
-      {PHOTOMETRIC_MINISWHITE, 1, 1},
-      {PHOTOMETRIC_MINISBLACK, 2, 1},
-      {PHOTOMETRIC_MINISWHITE, 4, 1},
-      {PHOTOMETRIC_MINISWHITE, 8, 1},
-      {PHOTOMETRIC_MINISBLACK, 16, 1},
-      {PHOTOMETRIC_MINISBLACK, 8, 2, EXTRASAMPLE_UNASSALPHA},
-      {PHOTOMETRIC_MINISWHITE, 16, 2, EXTRASAMPLE_UNASSALPHA},
-      {PHOTOMETRIC_RGB, 8, 3},
-      {PHOTOMETRIC_RGB, 16, 3},
-      {PHOTOMETRIC_RGB, 8, 4, EXTRASAMPLE_UNASSALPHA},
-      {PHOTOMETRIC_RGB, 8, 4, EXTRASAMPLE_ASSOCALPHA},
-      {PHOTOMETRIC_RGB, 16, 4, EXTRASAMPLE_UNASSALPHA},
-      {PHOTOMETRIC_RGB, 8, 4, EXTRASAMPLE_UNSPECIFIED},
-      {PHOTOMETRIC_PALETTE, 2, 1},
-      {PHOTOMETRIC_PALETTE, 4, 1},
-      {PHOTOMETRIC_PALETTE, 8, 1},
-      {PHOTOMETRIC_SEPARATED, 8, 4},
-  };
+  constexpr TiffKind kKinds[] = {{PHOTOMETRIC_MINISBLACK, 1, 1},
+                                 {PHOTOMETRIC_MINISWHITE, 1, 1},
+                                 {PHOTOMETRIC_MINISBLACK, 2, 1},
+                                 {PHOTOMETRIC_MINISWHITE, 4, 1},
+                                 {PHOTOMETRIC_MINISWHITE, 8, 1},
+                                 {PHOTOMETRIC_MINISBLACK, 16, 1},
+                                 {PHOTOMETRIC_MINISBLACK, 8, 2, EXTRASAMPLE_UNASSALPHA},
+                                 {PHOTOMETRIC_MINISWHITE, 16, 2, EXTRASAMPLE_UNASSALPHA},
+                                 {PHOTOMETRIC_RGB, 8, 3},
+                                 {PHOTOMETRIC_RGB, 16, 3},
+                                 {PHOTOMETRIC_RGB, 8, 4, EXTRASAMPLE_UNASSALPHA},
+                                 {PHOTOMETRIC_RGB, 8, 4, EXTRASAMPLE_ASSOCALPHA},
+                                 {PHOTOMETRIC_RGB, 16, 4, EXTRASAMPLE_UNASSALPHA},
+                                 {PHOTOMETRIC_RGB, 8, 4, EXTRASAMPLE_UNSPECIFIED},
+                                 {PHOTOMETRIC_PALETTE, 2, 1},
+                                 {PHOTOMETRIC_PALETTE, 4, 1},
+                                 {PHOTOMETRIC_PALETTE, 8, 1},
+                                 {PHOTOMETRIC_SEPARATED, 8, 4}};
   for (const TiffKind& plain : kKinds) {
     for (int variant = 0; variant < 8; ++variant) {
       TiffKind kind = plain;

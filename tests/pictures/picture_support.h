@@ -125,21 +125,14 @@ inline Decoded Decode(const Bytes& file, const pictures::ReadOptions& options = 
   return decoded;
 }
 
-inline Bytes FileContent(const std::string& path) {
-  const std::string content = ReadFile(path);
-  return {content.begin(), content.end()};
-}
-
 /// The bytes of a picture in the format of an extension.
 inline Bytes Encode(const Pixels& pixels, const std::string& extension,
                     const pictures::Metadata& metadata = {},
                     const pictures::WriteOptions& options = {},
                     std::vector<std::string>* notes = nullptr) {
-  const TemporaryFolder folder;
-  const std::string path = folder / ("picture." + extension);
-  const auto given = pictures::WritePicture(path, pixels.View(), metadata, options);
-  if (notes != nullptr) *notes = given;
-  return FileContent(path);
+  auto encoded = pictures::EncodePicture("x." + extension, pixels.View(), metadata, options);
+  if (notes != nullptr) *notes = encoded.notes;
+  return encoded.file;
 }
 
 /// What a picture error is about; a failure of the test when there is none.
