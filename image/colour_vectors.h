@@ -197,12 +197,25 @@ void StorePixels(uint8_t* to, const Vector* channels) {
   PutTogether<kBytes, 2>(to, channels);
   if constexpr (kBytes == 4) PutTogether<kBytes, 3>(to, channels);
 }
-/// Writes 3-byte pixels whose channels are all `grey`.
-inline void StoreGreyPixels(uint8_t* to, Vector grey) {
-  // One source only: the bit that selects the second is not looked at.
-  Store(to, _mm512_permutexvar_epi8(Load(kPutTogether<3, 0>.bytes), grey));
-  Store(to + 64, _mm512_permutexvar_epi8(Load(kPutTogether<3, 1>.bytes), grey));
-  Store(to + 128, _mm512_permutexvar_epi8(Load(kPutTogether<3, 2>.bytes), grey));
+/// Part `kPart` of a block of pixels.
+template <size_t kBytes, size_t kPart>
+Vector LoadPart(const uint8_t* from) {
+  return Load(from + 64 * kPart);
+}
+template <size_t kBytes, size_t kPart>
+void StorePart(uint8_t* to, Vector v) {
+  Store(to + 64 * kPart, v);
+}
+/// The bytes of `v`, each repeated over its pixel, as part `kPart` of a block.
+template <size_t kBytes, size_t kPart>
+constexpr Pattern<64> kRepeat = [] {
+  Pattern<64> pattern{};
+  for (size_t i = 0; i < 64; ++i) pattern.bytes[i] = (64 * kPart + i) / kBytes;
+  return pattern;
+}();
+template <size_t kBytes, size_t kPart>
+Vector Repeat(Vector v) {
+  return _mm512_permutexvar_epi8(Load(kRepeat<kBytes, kPart>.bytes), v);
 }
 
 #else
@@ -309,12 +322,6 @@ constexpr Pattern<16> kSpread = [] {
   for (size_t i = 0; i < 16; ++i) pattern.bytes[(3 * i + kChannel) % 16] = i;
   return pattern;
 }();
-template <size_t kPart>
-constexpr Pattern<16> kTriple = [] {
-  Pattern<16> pattern{};
-  for (size_t i = 0; i < 16; ++i) pattern.bytes[i] = (16 * kPart + i) / 3;
-  return pattern;
-}();
 constexpr Pattern<16> kByChannel = {{0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15}};
 
 /// Takes pixels apart into blue, green, red and, of 4-byte pixels, alpha.
@@ -359,14 +366,35 @@ void StorePixels(uint8_t* to, const Vector* channels) {
     StoreLanes<4>(to + 48, PairWordsHigh(bg_high, ra_high));
   }
 }
-/// Writes 3-byte pixels whose channels are all `grey`.
-inline void StoreGreyPixels(uint8_t* to, Vector grey) {
-  StoreLanes<3>(to, ShuffleLanes(grey, FillLanes(kTriple<0>.bytes)));
-  StoreLanes<3>(to + 16, ShuffleLanes(grey, FillLanes(kTriple<1>.bytes)));
-  StoreLanes<3>(to + 32, ShuffleLanes(grey, FillLanes(kTriple<2>.bytes)));
+/// Part `kPart` of a block of pixels: the lanes `kBytes` apart.
+template <size_t kBytes, size_t kPart>
+Vector LoadPart(const uint8_t* from) {
+  return LoadLanes<kBytes>(from + 16 * kPart);
+}
+template <size_t kBytes, size_t kPart>
+void StorePart(uint8_t* to, Vector v) {
+  StoreLanes<kBytes>(to + 16 * kPart, v);
+}
+/// The bytes of `v`, each repeated over its pixel, as part `kPart` of a block.
+template <size_t kBytes, size_t kPart>
+constexpr Pattern<16> kRepeat = [] {
+  Pattern<16> pattern{};
+  for (size_t i = 0; i < 16; ++i) pattern.bytes[i] = (16 * kPart + i) / kBytes;
+  return pattern;
+}();
+template <size_t kBytes, size_t kPart>
+Vector Repeat(Vector v) {
+  return ShuffleLanes(v, FillLanes(kRepeat<kBytes, kPart>.bytes));
 }
 
 #endif
+
+/// Writes 3-byte pixels whose channels are all `grey`.
+inline void StoreGreyPixels(uint8_t* to, Vector grey) {
+  StorePart<3, 0>(to, Repeat<3, 0>(grey));
+  StorePart<3, 1>(to, Repeat<3, 1>(grey));
+  StorePart<3, 2>(to, Repeat<3, 2>(grey));
+}
 
 /// The sums of the three colour channels, in words of the order that `PackWords` restores.
 struct ChannelSums {

@@ -61,26 +61,28 @@ void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
 
-template <size_t kDest, size_t kA, size_t kB, size_t kComputed>
-void MixPixels(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
-               size_t pixels, const MixWeights& weights) {
+/// Mixes the selected pixels of a block channel by channel.
+template <size_t kDest, size_t kA, size_t kB>
+void MixColours(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Selection selected,
+                const Mixer& mix) {
+  Vector first[kA], second[kB], channels[kDest];
+  LoadPixels<kA>(from_a, first);
+  LoadPixels<kB>(from_b, second);
+  LoadPixels<kDest>(to, channels);
+  for (size_t c = 0; c < 3; ++c) {
+    channels[c] = Blend(selected, channels[c], mix(first[c], second[c]));
+  }
+  StorePixels<kDest>(to, channels);
+}
+template <size_t kDest, size_t kA, size_t kB>
+void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
+                size_t pixels, const MixWeights& weights) {
   const Mixer mix(weights);
-  const auto block = [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b,
-                         Selection selected) {
-    Vector first[kA], second[kB], channels[kDest];
-    LoadChannels<kA>(from_a, first);
-    LoadChannels<kB>(from_b, second);
-    LoadChannels<kDest>(to, channels);
-    for (size_t c = 0; c < kComputed; ++c) {
-      channels[c] = Blend(selected, channels[c], mix(first[c], second[c]));
-    }
-    StoreChannels<kDest>(to, channels);
-  };
   if (mask == nullptr) {
     WalkBlocks<kVectorBytes>(
         pixels,
         [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-          block(to, from_a, from_b, NotZero(FillBytes(1)));
+          MixColours<kDest, kA, kB>(to, from_a, from_b, NotZero(FillBytes(1)), mix);
         },
         To<kDest>{dest}, From<kA>{a}, From<kB>{b});
     return;
@@ -88,9 +90,35 @@ void MixPixels(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t*
   WalkBlocks<kVectorBytes>(
       pixels,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, const uint8_t* from_mask) {
-        block(to, from_a, from_b, NotZero(Load(from_mask)));
+        MixColours<kDest, kA, kB>(to, from_a, from_b, NotZero(Load(from_mask)), mix);
       },
       To<kDest>{dest}, From<kA>{a}, From<kB>{b}, From<1>{mask});
+}
+
+/// Mixes all bytes of the selected pixels in one part of a block.
+template <size_t kBytes, size_t kPart>
+void MixPart(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Vector mask,
+             const Mixer& mix) {
+  const Selection selected = NotZero(Repeat<kBytes, kPart>(mask));
+  const Vector mixed = mix(LoadPart<kBytes, kPart>(from_a), LoadPart<kBytes, kPart>(from_b));
+  StorePart<kBytes, kPart>(to, Blend(selected, LoadPart<kBytes, kPart>(to), mixed));
+}
+template <size_t kBytes>
+void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask, size_t pixels,
+              const MixWeights& weights) {
+  const Mixer mix(weights);
+  WalkBlocks<kVectorBytes>(
+      pixels,
+      [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, const uint8_t* from_mask) {
+        const Vector selected = Load(from_mask);
+        MixPart<kBytes, 0>(to, from_a, from_b, selected, mix);
+        if constexpr (kBytes >= 3) {
+          MixPart<kBytes, 1>(to, from_a, from_b, selected, mix);
+          MixPart<kBytes, 2>(to, from_a, from_b, selected, mix);
+        }
+        if constexpr (kBytes == 4) MixPart<kBytes, 3>(to, from_a, from_b, selected, mix);
+      },
+      To<kBytes>{dest}, From<kBytes>{a}, From<kBytes>{b}, From<1>{mask});
 }
 
 void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
@@ -130,14 +158,13 @@ void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, si
 
 template <size_t kBytes>
 void GreyOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  const LinearMap scale(map);
+  const SumMap scale(map);
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
         Vector channels[kBytes];
         LoadPixels<kBytes>(from, channels);
-        const ChannelSums sums(channels);
-        Store(to, MapWords(sums.low, sums.high, [&](Floats v) { return ToBytes(scale(v)); }));
+        Store(to, scale(ChannelSums(channels)));
       },
       To<1>{dest}, From<kBytes>{source});
 }
@@ -226,9 +253,9 @@ void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
          const MixWeights& weights) {
   for (size_t i = 0; i < count; ++i) dest[i] = weights(a[i], b[i]);
 }
-template <size_t kDest, size_t kA, size_t kB, size_t kComputed>
-void MixPixels(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
-               size_t pixels, const MixWeights& weights) {
+template <size_t kDest, size_t kA, size_t kB, size_t kComputed = 3>
+void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
+                size_t pixels, const MixWeights& weights) {
   for (size_t i = 0; i < pixels; ++i) {
     if (mask != nullptr && mask[i] == 0) continue;
     for (size_t c = 0; c < kComputed; ++c) {
@@ -236,6 +263,8 @@ void MixPixels(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t*
     }
   }
 }
+template <size_t kBytes>
+constexpr auto MixWhere = MixColours<kBytes, kBytes, kBytes, kBytes>;
 
 void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) dest[i] = map.table[source[i]];
@@ -297,9 +326,11 @@ void Scale8(uint8_t* dest, const uint8_t* source, size_t count, double factor, i
 
 #endif
 
-template <size_t kDest, size_t kA, size_t kB, size_t kComputed>
-constexpr ArithmeticKernels::MixPixels kMixPixels = {kDest, kA, kB, kComputed,
-                                                     &MixPixels<kDest, kA, kB, kComputed>};
+template <size_t kDest, size_t kA, size_t kB>
+constexpr ArithmeticKernels::MixPixels kMixColours = {kDest, kA, kB, 3, &MixColours<kDest, kA, kB>};
+template <size_t kBytes>
+constexpr ArithmeticKernels::MixPixels kMixWhere = {kBytes, kBytes, kBytes, kBytes,
+                                                    MixWhere<kBytes>};
 
 }  // namespace
 
@@ -312,10 +343,9 @@ constinit const ArithmeticKernels kArithmeticKernels = {
     .subtract_pixels = &Subtract<false, 4>,
     .difference_pixels = &Subtract<true, 4>,
     .mix = &Mix,
-    .mix_pixels = {kMixPixels<1, 1, 1, 1>, kMixPixels<3, 3, 3, 3>, kMixPixels<4, 4, 4, 4>,
-                   kMixPixels<3, 3, 4, 3>, kMixPixels<3, 4, 3, 3>, kMixPixels<3, 4, 4, 3>,
-                   kMixPixels<4, 3, 3, 3>, kMixPixels<4, 3, 4, 3>, kMixPixels<4, 4, 3, 3>,
-                   kMixPixels<4, 4, 4, 3>},
+    .mix_pixels = {kMixWhere<1>, kMixWhere<3>, kMixWhere<4>, kMixColours<3, 3, 4>,
+                   kMixColours<3, 4, 3>, kMixColours<3, 4, 4>, kMixColours<4, 3, 3>,
+                   kMixColours<4, 3, 4>, kMixColours<4, 4, 3>, kMixColours<4, 4, 4>},
     .map_bytes = &MapBytes,
     .map_to_3 = &MapTo3,
     .map_4_to_3 = &Map4To3,

@@ -18,6 +18,12 @@ static inline constexpr int32_t TruncateFromZero(float value) {
   return value < 0.0f ? 0 : TruncateToInt(value);
 }
 
+static inline constexpr double Magnitude(float value) {
+  return value < 0.0f ? -static_cast<double>(value) : static_cast<double>(value);
+}
+/// The largest sum for which kernels leave clamping to the packing of integers.
+inline constexpr double kLargestSum = 1 << 30;
+
 /// A weighted sum of two samples: (a * factor_a + b * factor_b) + offset, in single precision.
 struct MixWeights {
   float factor_a, factor_b, offset;
@@ -27,6 +33,10 @@ struct MixWeights {
     const float product_b = static_cast<float>(b) * factor_b;
     return TruncateToByte((product_a + product_b) + offset);
   }
+  /// False when a sum may be too large for integers, or no number.
+  constexpr bool Bounded() const {
+    return 255 * (Magnitude(factor_a) + Magnitude(factor_b)) + Magnitude(offset) <= kLargestSum;
+  }
 };
 
 /// A linear map of samples in single precision. Bytes have 256 values and go through a table.
@@ -35,6 +45,10 @@ struct ScaleMap {
   uint8_t table[256];
 
   constexpr float operator()(float sample) const { return sample * factor + offset; }
+  /// False when a sample up to `largest` may become too large for integers, or no number.
+  constexpr bool Bounded(int largest) const {
+    return largest * Magnitude(factor) + Magnitude(offset) <= kLargestSum;
+  }
 };
 
 /// Row functions of the operations on samples. Nothing beyond the count is touched, and rows of the

@@ -109,8 +109,9 @@ void Mixture::MixPixelsOfRow(int64_t y, const MixWeights& weights) const {
 }
 
 void Mixture::Write(const MixWeights& weights) const {
-  const ArithmeticKernels& kernels =
-      ArithmeticKernelsFor(LevelFor(dest, {a, b, mask}, columns, rows));
+  const CpuLevel level =
+      weights.Bounded() ? LevelFor(dest, {a, b, mask}, columns, rows) : CpuLevel::kSse2;
+  const ArithmeticKernels& kernels = ArithmeticKernelsFor(level);
   const auto* const pixels =
       std::find_if(std::begin(kernels.mix_pixels), std::end(kernels.mix_pixels),
                    [this](const auto& sizes) { return Fits(sizes); });

@@ -40,6 +40,7 @@ inline Vector BlendBelow(Vector v, Vector limit, Vector others, Vector below) {
 inline Vector OrderDwords(Vector v) {
   return _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
 }
+inline Vector Truncate(Floats v) { return _mm256_cvttps_epi32(v); }
 /// Truncated toward zero within 0 to 255. The operands stand so that NaN gives 0.
 inline Vector ToBytes(Floats v) {
   return _mm256_cvttps_epi32(
@@ -79,6 +80,7 @@ inline Vector OrderDwords(Vector v) {
   return _mm512_permutexvar_epi32(
       _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15), v);
 }
+inline Vector Truncate(Floats v) { return _mm512_cvttps_epi32(v); }
 inline Vector ToBytes(Floats v) {
   return _mm512_cvttps_epi32(
       _mm512_min_ps(_mm512_max_ps(v, _mm512_setzero_ps()), _mm512_set1_ps(255.0f)));
@@ -96,35 +98,40 @@ inline Vector ScaleDwords(Vector dwords, double factor) {
 }
 #endif
 
-/// Pixels of one byte are their only channel.
-template <size_t kBytes>
-void LoadChannels(const uint8_t* from, Vector* channels) {
-  if constexpr (kBytes == 1) {
-    channels[0] = Load(from);
-  } else {
-    LoadPixels<kBytes>(from, channels);
+/// Products of words with one factor.
+class Product {
+ public:
+#ifdef QEL_LEVEL_avx2
+  explicit Product(float factor) : factor_(FillFloats(factor)) {}
+  Floats Low(Vector words) const { return ToFloats(PairWordsLow(words, FillBytes(0))) * factor_; }
+  Floats High(Vector words) const { return ToFloats(PairWordsHigh(words, FillBytes(0))) * factor_; }
+
+ private:
+  Floats factor_;
+#else
+  // Beside 0x4B00 a word is the float 2^23 + word. Of (2^23 + word) * factor - 2^23 * factor the
+  // fused operation rounds nothing but the difference, which is word * factor: the same bits as
+  // converting and multiplying, in one step.
+  explicit Product(float factor)
+      : factor_(FillFloats(factor)), surplus_(FillFloats(factor * 8388608.0f)) {}
+  Floats Low(Vector words) const { return Of(PairWordsLow(words, FillWords(0x4B00))); }
+  Floats High(Vector words) const { return Of(PairWordsHigh(words, FillWords(0x4B00))); }
+
+ private:
+  Floats Of(Vector shifted) const {
+    return _mm512_fmsub_ps(_mm512_castsi512_ps(shifted), factor_, surplus_);
   }
-}
-template <size_t kBytes>
-void StoreChannels(uint8_t* to, const Vector* channels) {
-  if constexpr (kBytes == 1) {
-    Store(to, channels[0]);
-  } else {
-    StorePixels<kBytes>(to, channels);
-  }
+  Floats factor_, surplus_;
+#endif
+};
+
+/// Truncates a vector of floats each from the low and the high halves of words; `PackWords` puts
+/// the words in order. None may leave the range of integers: packing clamps them.
+inline Vector PackFloats(Floats low, Floats high) {
+  return PackDwords(Truncate(low), Truncate(high));
 }
 
-/// Computes words, in the order that `PackWords` restores, as floats; `map` makes of these integers
-/// from 0 to 255.
-template <typename Map>
-Vector MapWords(Vector low, Vector high, Map&& map) {
-  const Vector zero = FillBytes(0);
-  return PackWords(
-      PackDwords(map(ToFloats(PairWordsLow(low, zero))), map(ToFloats(PairWordsHigh(low, zero)))),
-      PackDwords(map(ToFloats(PairWordsLow(high, zero))),
-                 map(ToFloats(PairWordsHigh(high, zero)))));
-}
-
+/// `ScaleMap` for vectors of integers.
 class LinearMap {
  public:
   explicit LinearMap(const ScaleMap& map)
@@ -135,12 +142,28 @@ class LinearMap {
   Floats factor_, offset_;
 };
 
+/// `ScaleMap` for sums of channels, as bytes.
+class SumMap {
+ public:
+  explicit SumMap(const ScaleMap& map) : product_(map.factor), offset_(FillFloats(map.offset)) {}
+  Vector operator()(const ChannelSums& sums) const {
+    return PackWords(Scale(sums.low), Scale(sums.high));
+  }
+
+ private:
+  Vector Scale(Vector words) const {
+    return PackFloats(product_.Low(words) + offset_, product_.High(words) + offset_);
+  }
+  Product product_;
+  Floats offset_;
+};
+
 /// `MixWeights` for vectors of bytes.
 class Mixer {
  public:
   explicit Mixer(const MixWeights& weights)
-      : factor_a_(FillFloats(weights.factor_a)),
-        factor_b_(FillFloats(weights.factor_b)),
+      : product_a_(weights.factor_a),
+        product_b_(weights.factor_b),
         offset_(FillFloats(weights.offset)) {}
 
   Vector operator()(Vector a, Vector b) const {
@@ -151,15 +174,11 @@ class Mixer {
 
  private:
   Vector MixWords(Vector a, Vector b) const {
-    const Vector zero = FillBytes(0);
-    return PackDwords(MixDwords(PairWordsLow(a, zero), PairWordsLow(b, zero)),
-                      MixDwords(PairWordsHigh(a, zero), PairWordsHigh(b, zero)));
+    return PackFloats((product_a_.Low(a) + product_b_.Low(b)) + offset_,
+                      (product_a_.High(a) + product_b_.High(b)) + offset_);
   }
-  Vector MixDwords(Vector a, Vector b) const {
-    return ToBytes((ToFloats(a) * factor_a_ + ToFloats(b) * factor_b_) + offset_);
-  }
-
-  Floats factor_a_, factor_b_, offset_;
+  Product product_a_, product_b_;
+  Floats offset_;
 };
 
 }  // namespace

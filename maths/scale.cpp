@@ -113,7 +113,9 @@ struct Rows {
   int64_t columns, rows;
 
   void Scale(const Conversion& conversion, const ScaleMap& map) const {
-    const Kernels& kernels = ArithmeticKernelsFor(LevelFor(dest, {source, mask}, columns, rows));
+    const bool unbounded = conversion.by_thirds && !map.Bounded(3 * 255);
+    const Kernels& kernels = ArithmeticKernelsFor(
+        unbounded ? CpuLevel::kSse2 : LevelFor(dest, {source, mask}, columns, rows));
     const auto count = static_cast<size_t>(columns * conversion.units);
     for (int64_t y = 0; y < rows; ++y) {
       if (mask.bits != nullptr) {
