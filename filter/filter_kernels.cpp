@@ -44,12 +44,11 @@ void MergeAlpha(uint8_t* __restrict dest, const uint8_t* __restrict source, size
 }
 
 /// Deliberate: a difference is compared with a kept raw value, n - c > t and then t = n. With
-/// bytes: n lies above c + t, and no byte does when that sum passes 255.
+/// bytes: n lies above c + t, which stops at 255.
 inline uint8_t Keep(uint8_t kept, uint8_t centre, uint8_t neighbour) {
-  const auto sum = static_cast<uint8_t>(kept + centre);
-  const auto limit = static_cast<uint8_t>(sum | (sum < centre ? 0xFF : 0));
-  const auto above = static_cast<uint8_t>(neighbour > limit ? 0xFF : 0);
-  return static_cast<uint8_t>((neighbour & above) | (kept & ~above));
+  const uint8_t room = static_cast<uint8_t>(~kept);
+  const auto limit = static_cast<uint8_t>(kept + (centre < room ? centre : room));
+  return neighbour > limit ? neighbour : kept;
 }
 
 void Contour(uint8_t* __restrict dest, const uint8_t* const* rows, size_t count,

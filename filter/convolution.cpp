@@ -1,0 +1,500 @@
+#include <cstring>
+#include <numeric>
+
+#include "filter/convolution_kernels.h"
+#include "filter/exact_division.h"
+#include "filter/filter_transform.h"
+#include "filter/neighbourhood.h"
+#include "image/numeric.h"
+#include "module/result_image.h"
+
+namespace qel {
+namespace {
+
+// Integer sums are the same in any order, so each kernel goes the shortest way: kernels that are a
+// column times a row are summed down and then across, equal weights slide, and all others go
+// directly, with as many weights per instruction as their size allows. All sums wrap.
+
+/// Most rows and columns for which a tile keeps all rows of its windows.
+constexpr size_t kMostTaps = 63;
+/// Scratch for packed weights of the direct way; the rest is for rows.
+constexpr size_t kWeightWords = kMostTaps * ((kMostTaps + 1) / 2);
+constexpr size_t kTileBytes = kScratchBytes - kWeightWords * sizeof(int32_t);
+
+/// The caller's kernel without the zero rows and columns round it.
+class Weights {
+ public:
+  Weights(const int* kernel, int size) : kernel_(kernel), size_(size) {
+    int64_t left = size, right = -1, top = size, bottom = -1;
+    for (int64_t j = 0; j < size; ++j) {
+      for (int64_t i = 0; i < size; ++i) {
+        if (kernel[j * size + i] == 0) continue;
+        left = std::min(left, i);
+        right = std::max(right, i);
+        top = std::min(top, j);
+        bottom = j;
+      }
+    }
+    // A kernel of zeros keeps its first weight.
+    left_ = right < 0 ? 0 : left;
+    top_ = right < 0 ? 0 : top;
+    columns_ = right < 0 ? 1 : static_cast<size_t>(right - left + 1);
+    rows_ = right < 0 ? 1 : static_cast<size_t>(bottom - top + 1);
+  }
+
+  size_t columns() const { return columns_; }
+  size_t rows() const { return rows_; }
+  int32_t At(size_t j, size_t i) const { return Row(j)[i]; }
+  const int32_t* Row(size_t j) const {
+    return kernel_ + (top_ + static_cast<int64_t>(j)) * size_ + left_;
+  }
+  size_t stride() const { return static_cast<size_t>(size_); }
+  /// First column and row of the neighbourhood of pixel 0.
+  int64_t FirstColumn() const { return left_ - Reach(size_).before; }
+  int64_t FirstRow() const { return top_ - Reach(size_).before; }
+
+  /// Smallest and largest sum over bytes, were sums not to wrap; far beyond 32 bits it stays put.
+  void Range(int64_t& lowest, int64_t& highest) const {
+    constexpr int64_t kFar = int64_t{1} << 50;
+    lowest = highest = 0;
+    ForEach([&](int32_t weight) {
+      int64_t& bound = weight < 0 ? lowest : highest;
+      bound = std::clamp(bound + int64_t{255} * weight, -kFar, kFar);
+    });
+  }
+  /// True when every weight lies in [-limit, limit - 1].
+  bool Within(int32_t limit) const {
+    bool within = true;
+    ForEach([&](int32_t weight) { within = within && weight >= -limit && weight < limit; });
+    return within;
+  }
+
+ private:
+  template <typename Visitor>
+  void ForEach(Visitor&& visit) const {
+    for (size_t j = 0; j < rows_; ++j) {
+      for (size_t i = 0; i < columns_; ++i) visit(At(j, i));
+    }
+  }
+
+  const int* kernel_;
+  int64_t size_;
+  int64_t left_;
+  int64_t top_;
+  size_t columns_;
+  size_t rows_;
+};
+
+/// A kernel as a column of weights times a row of weights.
+struct Factors {
+  int32_t down[kMostTaps];
+  int32_t across[kMostTaps];
+  bool equal_down;  ///< all weights of `down` are equal; there may then be more than kMostTaps
+  bool equal_across;
+
+  /// False when the kernel is no such product.
+  bool Find(const Weights& weights);
+};
+
+bool AllEqual(const Weights& weights) {
+  for (size_t j = 0; j < weights.rows(); ++j) {
+    for (size_t i = 0; i < weights.columns(); ++i) {
+      if (weights.At(j, i) != weights.At(0, 0)) return false;
+    }
+  }
+  return true;
+}
+
+bool Factors::Find(const Weights& weights) {
+  equal_down = equal_across = AllEqual(weights);
+  if (equal_down) {
+    down[0] = weights.At(0, 0);
+    across[0] = 1;
+    return true;
+  }
+  if (weights.rows() > kMostTaps || weights.columns() > kMostTaps) return false;
+  // The first row is not all zeros: its shortest multiple is the row that all others repeat.
+  int64_t divisor = 0;
+  size_t lead = 0;
+  for (size_t i = weights.columns(); i-- > 0;) {
+    divisor = std::gcd(divisor, int64_t{weights.At(0, i)});
+    if (weights.At(0, i) != 0) lead = i;
+  }
+  for (size_t i = 0; i < weights.columns(); ++i) {
+    across[i] = static_cast<int32_t>(weights.At(0, i) / divisor);
+  }
+  for (size_t j = 0; j < weights.rows(); ++j) {
+    if (weights.At(j, lead) % int64_t{across[lead]} != 0) return false;
+    const int64_t factor = int64_t{weights.At(j, lead)} / across[lead];
+    for (size_t i = 0; i < weights.columns(); ++i) {
+      if (int64_t{weights.At(j, i)} != factor * across[i]) return false;
+    }
+    down[j] = static_cast<int32_t>(factor);
+  }
+  const auto equal = [](const int32_t* values, size_t count, int32_t value) {
+    return std::all_of(values, values + count, [&](int32_t other) { return other == value; });
+  };
+  equal_down = equal(down, weights.rows(), down[0]);
+  equal_across = equal(across, weights.columns(), 1);
+  return true;
+}
+
+/// What all ways share: a source, a destination, a kernel.
+struct Job {
+  const SourceRows& source;
+  DestRows& out;
+  const ImageShape& shape;
+  const Weights& weights;
+
+  size_t Step() const { return static_cast<size_t>(source.sample_bytes()); }
+  /// Bytes of the rows that the windows of `count` pixels cover.
+  size_t RowBytes(int64_t count) const {
+    return (static_cast<size_t>(count) + weights.columns() - 1) * Step();
+  }
+  void Fetch(int64_t row, int64_t x, int64_t count, uint8_t* samples) const {
+    source.Fetch(row + weights.FirstRow(), x + weights.FirstColumn(),
+                 count + static_cast<int64_t>(weights.columns()) - 1, samples);
+  }
+  /// Columns of a tile of `bytes` bytes of scratch, each sample byte of whose rows needs `each`.
+  int64_t TileWidth(size_t bytes, size_t each) const {
+    const size_t samples = bytes / each / Step();
+    return static_cast<int64_t>(samples) - static_cast<int64_t>(weights.columns()) + 1;
+  }
+};
+
+/// The rows of a tile's windows, each read once.
+class RowRing {
+ public:
+  RowRing(const Job& job, int64_t x, int64_t count, uint8_t* memory)
+      : job_(job), x_(x), count_(count), memory_(memory), pitch_(Pitch(job, count)) {
+    for (size_t j = 0; j + 1 < Taps(); ++j) Read(static_cast<int64_t>(j));
+  }
+  static size_t Pitch(const Job& job, int64_t count) { return ScratchPitch(job.RowBytes(count)); }
+
+  /// The rows of the windows of output row `y`, which must be asked for in order.
+  const uint8_t* const* RowsAt(int64_t y) {
+    Read(y + static_cast<int64_t>(Taps()) - 1);
+    for (size_t j = 0; j < Taps(); ++j) rows_[j] = Slot(y + static_cast<int64_t>(j));
+    return rows_;
+  }
+
+ private:
+  size_t Taps() const { return job_.weights.rows(); }
+  uint8_t* Slot(int64_t row) const { return memory_ + static_cast<size_t>(row) % Taps() * pitch_; }
+  void Read(int64_t row) { job_.Fetch(row, x_, count_, Slot(row)); }
+
+  const Job& job_;
+  const int64_t x_;
+  const int64_t count_;
+  uint8_t* const memory_;
+  const size_t pitch_;
+  const uint8_t* rows_[kMostTaps];
+};
+
+/// Packs the weights of each row, `per_word` in a word, and returns the words of a row.
+size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
+  const size_t words_per_row = (weights.columns() + per_word - 1) / per_word;
+  const size_t bits = 32 / per_word;
+  const uint32_t mask = (uint32_t{1} << bits) - 1;
+  for (size_t j = 0; j < weights.rows(); ++j) {
+    for (size_t word = 0; word < words_per_row; ++word) {
+      uint32_t packed = 0;
+      for (size_t t = 0; t < per_word && word * per_word + t < weights.columns(); ++t) {
+        const auto weight = static_cast<uint32_t>(weights.At(j, word * per_word + t));
+        packed |= (weight & mask) << (bits * t);
+      }
+      *words++ = static_cast<int32_t>(packed);
+    }
+  }
+  return words_per_row;
+}
+
+/// Every weight of the window for every pixel.
+[[gnu::noinline]] void RunDirect(const Job& job, const Division& division) {
+  alignas(64) uint8_t scratch[kTileBytes];
+  int32_t words[kWeightWords];
+  const ConvolutionKernels& kernels = ActiveConvolutionKernels();
+  DirectWeights packed{job.weights.Row(0), job.weights.columns(), job.weights.stride(),
+                       job.weights.rows(), job.Step()};
+  ConvolutionKernels::Direct direct = kernels.direct32;
+  const bool bytes = kernels.direct8 != nullptr && job.weights.Within(1 << 7);
+  if (bytes || (kernels.direct16 != nullptr && job.weights.Within(1 << 15))) {
+    direct = bytes ? kernels.direct8 : kernels.direct16;
+    packed.words_per_row = packed.stride = PackWeights(job.weights, bytes ? 4 : 2, words);
+    packed.words = words;
+  }
+  const size_t row_bytes = kTileBytes / job.weights.rows() - kRowSlack - 128;
+  ForEachTile(job.shape.Columns(), job.TileWidth(row_bytes, 1), [&](int64_t x, int64_t count) {
+    RowRing ring(job, x, count, scratch);
+    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
+      direct(job.out.Open(y, x), ring.RowsAt(y), packed, division,
+             static_cast<size_t>(count) * job.Step());
+      job.out.Close(y, x, count);
+    }
+  });
+}
+
+/// Sums down the columns, then across them, in lanes that hold all sums or wrap as they must.
+template <typename Lane>
+class SplitRun {
+ public:
+  using Finisher = void (*)(uint8_t* dest, const Lane* sums, const void* division, size_t count);
+
+  SplitRun(const Job& job, const Factors& factors) : job_(job), factors_(factors) {
+    const size_t rows = factors.equal_down ? 2 : job.weights.rows();
+    rows_ = rows;
+    for (size_t i = 0; !factors.equal_across && i < job.weights.columns(); ++i) {
+      across_[i] = static_cast<Lane>(factors.across[i]);
+    }
+    for (size_t j = 0; !factors.equal_down && j < rows; ++j) {
+      down_[j] = static_cast<Lane>(factors.down[j]);
+    }
+  }
+
+  /// Most columns of a tile; less than 1 when the windows are too wide for this way.
+  int64_t TileWidth() const {
+    // Of each row: its bytes, the sums, what comes out, and two rows of growing windows.
+    const size_t lanes = factors_.equal_across ? 4 : 2;
+    const size_t slack = (rows_ + lanes) * (kRowSlack + 128);
+    return job_.TileWidth(kTileBytes - slack, rows_ + lanes * sizeof(Lane));
+  }
+
+  /// `finish(dest, sums, count)` makes bytes of sums.
+  template <typename Finish>
+  void Run(Finish&& finish) {
+    ForEachTile(job_.shape.Columns(), TileWidth(),
+                [&](int64_t x, int64_t count) { RunTile(x, count, finish); });
+  }
+
+ private:
+  static const SplitKernels<Lane>& Kernels() {
+    if constexpr (sizeof(Lane) == 2)
+      return ActiveConvolutionKernels().split16;
+    else
+      return ActiveConvolutionKernels().split32;
+  }
+
+  template <typename Finish>
+  void RunTile(int64_t x, int64_t count, Finish&& finish) {
+    const size_t row_bytes = job_.RowBytes(count);
+    const size_t pitch = ScratchPitch(row_bytes * sizeof(Lane));
+    Lane* const sums = reinterpret_cast<Lane*>(scratch_);
+    Lane* const out = reinterpret_cast<Lane*>(scratch_ + pitch);
+    Lane* const spare = reinterpret_cast<Lane*>(scratch_ + 2 * pitch);
+    uint8_t* const rows = scratch_ + (factors_.equal_across ? 4 : 2) * pitch;
+    const size_t out_bytes = static_cast<size_t>(count) * job_.Step();
+    const auto across = [&](int64_t y) {
+      if (factors_.equal_across) {
+        Kernels().box(out, sums, spare, job_.weights.columns(), job_.Step(), out_bytes);
+      } else {
+        Kernels().across(out, sums, across_, job_.weights.columns(), job_.Step(), out_bytes);
+      }
+      finish(job_.out.Open(y, x), out, out_bytes);
+      job_.out.Close(y, x, count);
+    };
+    if (factors_.equal_down) {
+      SlideDown(x, count, sums, rows, across);
+    } else {
+      RowRing ring(job_, x, count, rows);
+      for (int64_t y = 0; y < job_.shape.Rows(); ++y) {
+        Kernels().down(sums, ring.RowsAt(y), down_, job_.weights.rows(), row_bytes);
+        across(y);
+      }
+    }
+  }
+
+  /// Equal weights: from row to row, one row of the source enters the sums and one leaves them.
+  template <typename Across>
+  void SlideDown(int64_t x, int64_t count, Lane* sums, uint8_t* rows, Across&& across) {
+    const size_t row_bytes = job_.RowBytes(count);
+    const auto taps = static_cast<int64_t>(job_.weights.rows());
+    const auto weight = static_cast<Lane>(factors_.down[0]);
+    uint8_t* const entering = rows;
+    uint8_t* const leaving = rows + ScratchPitch(row_bytes);
+    std::memset(sums, 0, row_bytes * sizeof(Lane));
+    std::memset(leaving, 0, row_bytes);
+    for (int64_t row = 0; row < taps - 1; ++row) {
+      job_.Fetch(row, x, count, entering);
+      Kernels().slide(sums, entering, leaving, weight, row_bytes);
+    }
+    for (int64_t y = 0; y < job_.shape.Rows(); ++y) {
+      if (y > 0) job_.Fetch(y - 1, x, count, leaving);
+      job_.Fetch(y + taps - 1, x, count, entering);
+      Kernels().slide(sums, entering, leaving, weight, row_bytes);
+      across(y);
+    }
+  }
+
+  const Job& job_;
+  const Factors& factors_;
+  size_t rows_;
+  Lane down_[kMostTaps];
+  Lane across_[kMostTaps];
+  alignas(64) uint8_t scratch_[kTileBytes];
+};
+
+/// Windows too large for the other ways: one weight at a time, and of the weights that fall outside
+/// for a whole tile only their sum.
+[[gnu::noinline]] void RunLarge(const Job& job, const Division& division) {
+  constexpr int64_t kColumns = 512;
+  constexpr int64_t kPiece = 256;
+  uint32_t sums[kColumns * 4];
+  uint8_t samples[(kColumns + kPiece) * 4 + kRowSlack];
+  const ConvolutionKernels& kernels = ActiveConvolutionKernels();
+  const Weights& weights = job.weights;
+  const size_t step = job.Step();
+  const auto columns = static_cast<int64_t>(weights.columns());
+  const auto rows = static_cast<int64_t>(weights.rows());
+  ForEachTile(job.shape.Columns(), kColumns, [&](int64_t x, int64_t count) {
+    const size_t bytes = static_cast<size_t>(count) * step;
+    // The columns of the kernel that meet the image somewhere in this tile.
+    const int64_t first = x + weights.FirstColumn();
+    const int64_t begin = std::clamp<int64_t>(-(first + count - 1), 0, columns);
+    const int64_t end = std::clamp<int64_t>(job.shape.Columns() - first, begin, columns);
+    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
+      std::memset(sums, 0, bytes * sizeof(uint32_t));
+      uint32_t outside = 0;
+      for (int64_t j = 0; j < rows; ++j) {
+        const int32_t* const row = weights.Row(static_cast<size_t>(j));
+        const int64_t sy = y + weights.FirstRow() + j;
+        const bool inside = sy >= 0 && sy < job.shape.Rows();
+        const int64_t from = inside ? begin : columns;
+        const int64_t to = inside ? end : columns;
+        for (int64_t i = 0; i < from; ++i) outside += static_cast<uint32_t>(row[i]);
+        for (int64_t i = to; i < columns; ++i) outside += static_cast<uint32_t>(row[i]);
+        for (int64_t piece = from; piece < to; piece += kPiece) {
+          const int64_t piece_end = std::min(piece + kPiece, to);
+          job.source.Fetch(sy, first + piece, count + piece_end - piece - 1, samples);
+          for (int64_t i = piece; i < piece_end; ++i) {
+            if (row[i] == 0) continue;
+            kernels.accumulate(sums, samples + static_cast<size_t>(i - piece) * step,
+                               static_cast<uint32_t>(row[i]), bytes);
+          }
+        }
+      }
+      for (size_t k = 0; k < bytes; ++k) sums[k] += outside * job.source.outside()[k % step];
+      kernels.finish32(job.out.Open(y, x), sums, division, bytes);
+      job.out.Close(y, x, count);
+    }
+  });
+}
+
+[[gnu::noinline]] bool RunShort(const Job& job, const Factors& factors,
+                                const ShortDivision& division) {
+  SplitRun<uint16_t> split(job, factors);
+  if (split.TileWidth() < 1) return false;
+  split.Run([&](uint8_t* dest, const uint16_t* sums, size_t count) {
+    ActiveConvolutionKernels().finish16(dest, sums, division, count);
+  });
+  return true;
+}
+
+[[gnu::noinline]] bool RunSplit(const Job& job, const Factors& factors, const Division& division) {
+  SplitRun<uint32_t> split(job, factors);
+  if (split.TileWidth() < 1) return false;
+  split.Run([&](uint8_t* dest, const uint32_t* sums, size_t count) {
+    ActiveConvolutionKernels().finish32(dest, sums, division, count);
+  });
+  return true;
+}
+
+void Convolve(const ImageView& source, const ImageView& dest, const int* kernel, int size,
+              int divisor, int offset) {
+  const SourceRows rows(source);
+  DestRows out(dest, source, Reach(size).after);
+  const Weights weights(kernel, size);
+  const Job job{rows, out, dest, weights};
+  int64_t lowest = 0;
+  int64_t highest = 0;
+  weights.Range(lowest, highest);
+  const Division division = DivisionBy(divisor, offset, std::max(-lowest, highest));
+  Factors factors;
+  if (factors.Find(weights)) {
+    ShortDivision short_division;
+    if (lowest >= 0 && offset == 0 && FindShortDivision(divisor, highest, short_division) &&
+        RunShort(job, factors, short_division)) {
+      return;
+    }
+    // Short kernels are as fast without splitting.
+    constexpr size_t kWorthSplitting = 7;
+    if (weights.rows() + weights.columns() > 2 * kWorthSplitting &&
+        RunSplit(job, factors, division)) {
+      return;
+    }
+  }
+  if (weights.rows() <= kMostTaps && weights.columns() <= kMostTaps) {
+    RunDirect(job, division);
+  } else {
+    RunLarge(job, division);
+  }
+}
+
+}  // namespace
+
+result_t CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset,
+                                     IQEL** result) {
+  if (image == nullptr || kernel == nullptr) return kFail;
+  const ImageView source = ReadView(*image);
+  ResultImage output = ResultImage::Like(source);
+  if (!output) return kFail;
+  const ImageView dest = output.View();
+  if (size <= 0) {
+    const uint32_t level = ClampToByte(offset);
+    FillPixels(dest, PackColour(level, level, level, 0));
+  } else if (StoresPixels(dest)) {
+    Convolve(source, dest, kernel, size, divisor, offset);
+  }
+  return output.HandOver(image, result);
+}
+
+namespace {
+
+int32_t LoadElement(const uint8_t* bits, int64_t index) {
+  int32_t value;
+  std::memcpy(&value, bits + index * int64_t{sizeof(value)}, sizeof(value));
+  return value;
+}
+void StoreElement(uint8_t* bits, int64_t index, int32_t value) {
+  std::memcpy(bits + index * int64_t{sizeof(value)}, &value, sizeof(value));
+}
+
+/// Deliberate: one would expect a convolution, but only the last tap of the kernel counts, and the
+/// strides, which are bytes, are taken as elements. Hosts that call this lay their images out so.
+void WeighLastTap(const ImageView& source, const ImageView& dest, const int16_t* kernel, int size,
+                  int divisor, int offset) {
+  if (source.bits == nullptr || dest.bits == nullptr) return;
+  if (size < 0 || size >= source.width || size >= source.height) return;
+  const int64_t last = int64_t{size} - 1;
+  const int64_t half = size / 2;
+  const int32_t weight = size > 0 ? kernel[int64_t{size} * size - 1] : 0;
+  int32_t value = 0;
+  for (int64_t y = 0; y < source.Rows() - size; ++y) {
+    for (int64_t x = 0; x < source.Columns() - size; ++x) {
+      // Without taps the element before passes its value on.
+      if (size > 0) {
+        const int64_t index = (y + last) * source.stride + x + last;
+        value = WrapMultiply(weight, LoadElement(source.bits, index));
+      }
+      if (divisor != 0) value = WrapDivide(value, divisor);
+      value = ClampToByte(WrapAdd(value, offset));
+      StoreElement(dest.bits, (half + y) * dest.stride + half + x, value);
+    }
+  }
+}
+
+}  // namespace
+
+result_t CQELFilterTransform::Kernel(IQEL* image, int16_t* kernel, int size, int divisor,
+                                     int offset, IQEL** result) {
+  if (image == nullptr) return kInvalidArgument;
+  if (kernel == nullptr) return kFail;
+  const ImageView source = ReadView(*image);
+  ResultImage output = ResultImage::Like(source);
+  if (!output) return kFail;
+  if (source.bit_count == 32 && source.model == kModelMono) {
+    WeighLastTap(source, output.View(), kernel, size, divisor, offset);
+  }
+  return output.HandOver(image, result);
+}
+
+}  // namespace qel

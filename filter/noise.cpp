@@ -1,0 +1,93 @@
+#include <cstdlib>
+
+#include "filter/filter_transform.h"
+#include "image/numeric.h"
+#include "image/pixel_access.h"
+#include "image/pixel_layout.h"
+#include "module/result_image.h"
+
+namespace qel {
+namespace {
+
+/// Draws whole numbers between about -span / 2 and span / 2.
+class RandomOffset {
+ public:
+  explicit RandomOffset(int span) : span_(span) {}
+
+  /// Takes one result of `rand`. The order of roundings is part of the result.
+  int Draw() const {
+    const float share = static_cast<float>(std::rand()) * 0x1p-31f;
+    return TruncateToInt((static_cast<double>(share) - 0.5) * span_);
+  }
+
+ private:
+  double span_;
+};
+
+/// Calls visit(codec, x, y) for every pixel in row-major order. Depths that store nothing and
+/// images without memory are walked as well: draws do not depend on them.
+template <typename Visitor>
+void VisitPixels(const ImageView& view, Visitor&& visit) {
+  VisitAccessLayout(view.bit_count, [&](auto codec) {
+    for (int y = 0; y < view.height; ++y) {
+      for (int x = 0; x < view.width; ++x) visit(codec, x, y);
+    }
+  });
+}
+
+/// The colour at (x, y), which is inside; black with the outside marker without source pixels.
+template <typename Codec>
+uint32_t ColourAt(Codec codec, const ImageView& source, int64_t x, int64_t y) {
+  return source.bits == nullptr ? PackColour(0, 0, 0, kOutsideMarker)
+                                : codec.Load(source.Row(y), x);
+}
+
+void AddNoise(const ImageView& source, const ImageView& dest, int amount) {
+  const RandomOffset offset(amount);
+  VisitPixels(source, [&](auto codec, int x, int y) {
+    const uint32_t colour = ColourAt(codec, source, x, y);
+    const uint32_t red = ClampToByte(RedOf(colour) + offset.Draw());
+    const uint32_t green = ClampToByte(GreenOf(colour) + offset.Draw());
+    const uint32_t blue = ClampToByte(BlueOf(colour) + offset.Draw());
+    if (dest.bits == nullptr) return;
+    codec.Store(dest.Row(y), x, PackColour(blue, green, red, AlphaOf(colour)));
+  });
+}
+
+void Displace(const ImageView& source, const ImageView& dest, int amount) {
+  // Deliberate: pixels move by up to `amount`, twice as far as `Noise` shifts channels.
+  const RandomOffset offset(WrapMultiply(2, amount));
+  VisitPixels(source, [&](auto codec, int x, int y) {
+    int64_t sx = int64_t{x} + offset.Draw();
+    int64_t sy = int64_t{y} + offset.Draw();
+    if (sx < 0 || sx >= source.width || sy < 0 || sy >= source.height) {
+      sx = x;
+      sy = y;
+    }
+    if (dest.bits == nullptr) return;
+    codec.Store(dest.Row(y), x, ColourAt(codec, source, sx, sy));
+  });
+}
+
+using Scatter = void (*)(const ImageView& source, const ImageView& dest, int amount);
+
+result_t Run(IQEL* image, Scatter scatter, int amount, IQEL** result) {
+  if (image == nullptr) return kFail;
+  const ImageView source = ReadView(*image);
+  ResultImage output = ResultImage::Like(source);
+  if (!output) return kFail;
+  scatter(source, output.View(), amount);
+  return output.HandOver(image, result);
+}
+
+}  // namespace
+
+result_t CQELFilterTransform::Noise(IQEL* image, int amount, IQEL** result) {
+  return Run(image, &AddNoise, amount, result);
+}
+
+result_t CQELFilterTransform::Jitter(IQEL* image, int amount, IQEL** result) {
+  return Run(image, &Displace, amount, result);
+}
+
+}  // namespace qel
