@@ -17,7 +17,8 @@ const std::map<std::string, std::function<int(const Words&)>, std::less<>>& Comm
 }
 
 ExitCode CodeOf(pictures::PictureError::Kind kind) {
-  return kind == pictures::PictureError::Kind::kNotWritable ? kNoOutput : kNoInput;
+  using Kind = pictures::PictureError::Kind;
+  return kind == Kind::kNotWritable || kind == Kind::kDoesNotFit ? kNoOutput : kNoInput;
 }
 
 int Dispatch(const Words& words) {

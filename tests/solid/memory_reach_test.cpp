@@ -14,6 +14,8 @@ constexpr Reach kReaches[] = {
     {"GrayScale", 8, 0, 2},   // mixes each byte with the two after it
     {"Threshold", 8, 0, 2},   // goes through GrayScale
     {"Rotate180", 24, 3, 0},  // takes pixels one place to the left
+    // Takes targets of 24 bits and less as three bytes a pixel: twice the largest width below.
+    {"RotatePaste", 8, 0, 2 * 67},
 };
 
 Layout FencedLayout(const OperationCall& operation, int depth, Layout::Fence fence,
