@@ -296,5 +296,398 @@ TEST_P(Maths, EqualEqualsItsOracle) {
   }
 }
 
+/// A window into memory that other images use as well.
+class Window final : public IQEL {
+ public:
+  Window(int width, int height, int bit_count, uint8_t* bits, int stride)
+      : width_(width), height_(height), bit_count_(bit_count), bits_(bits), stride_(stride) {}
+  virtual ~Window() = default;
+  result_t QueryInterface(const IID&, void** object) override {
+    *object = nullptr;
+    return kNoInterface;
+  }
+  uint32_t AddRef() override { return 1; }
+  uint32_t Release() override { return 1; }
+  result_t GetSize(int* width, int* height, int* planes) override {
+    *width = width_;
+    *height = height_;
+    *planes = 1;
+    return kOk;
+  }
+  result_t GetFormat(int* bit_count, uint32_t* model, int*) override {
+    *bit_count = bit_count_;
+    *model = UsualModel(bit_count_);
+    return kOk;
+  }
+  result_t GetBits(int, int*, uint8_t** bits, int* stride) override {
+    *bits = bits_;
+    *stride = stride_;
+    return kOk;
+  }
+  result_t Create(int, int, int, int, uint32_t) override { return kFail; }
+  result_t ReservedSlot7() override { return kFail; }
+
+ private:
+  int width_, height_, bit_count_;
+  uint8_t* bits_;
+  int stride_;
+};
+
+// The lowest level goes one pixel after the other; vectors must not read what is not yet written.
+TEST_P(Maths, GoesPixelByPixelWhereImagesShareMemory) {
+  constexpr size_t kBytes = 8192;
+  IQELMaths& plain = *ModuleUnderTest::ForLevel(CpuLevel::kSse2).maths;
+  Rng rng(12);
+  for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+    std::vector<uint8_t> start(kBytes);
+    for (uint8_t& byte : start) byte = static_cast<uint8_t>(rng.OneIn(3) ? 0 : rng.Next());
+    const int width = rng.Int(1, 200), height = rng.Int(1, 3), operation = rng.Int(0, 5);
+    const int depths[] = {CommonDepth(rng), CommonDepth(rng), CommonDepth(rng)};
+    const bool one_depth = rng.OneIn(2);
+    int64_t places[4];
+    int strides[4];
+    for (int i = 0; i < 4; ++i) {
+      places[i] = rng.OneIn(2) ? 3000 : 3000 + rng.Int(-80, 80);
+      strides[i] = rng.OneIn(2) ? 800 : rng.Int(-800, 800);
+    }
+    const auto run = [&](IQELMaths& maths) {
+      std::vector<uint8_t> memory = start;
+      const auto window = [&](int i, int bits) {
+        return Window(width, height, bits, memory.data() + places[i], strides[i]);
+      };
+      Window dest = window(0, depths[0]);
+      Window a = window(1, one_depth ? depths[0] : depths[1]);
+      Window b = window(2, one_depth ? depths[0] : depths[2]);
+      Window mask = window(3, 8);
+      if (operation == 0) maths.Copy(&dest, &a, nullptr, 0, 0);
+      if (operation == 1) maths.Copy(&dest, &a, &dest, 0, 0);
+      if (operation == 2) maths.Subtract(&dest, &a, &b, 1);
+      if (operation == 3)
+        maths.AddScale(&dest, &a, &b, width % 2 == 0 ? &mask : nullptr, 0.7f, 0.4f, 3);
+      if (operation == 4) maths.Scale(&dest, &a, &mask, 0.9f, 5);
+      if (operation == 5) maths.Equal(&dest, &mask, 0x112200);
+      return memory;
+    };
+    EXPECT_EQ(run(maths()), run(plain)) << "round " << round << ", operation " << operation;
+  }
+}
+
+using Bytes = std::vector<uint8_t>;
+
+/// An image of one row that holds `bytes`.
+SmartPtr<TestImage> RowOf(int bit_count, const Bytes& bytes, uint32_t model) {
+  Rng rng(1);
+  const int width = static_cast<int>(bytes.size()) * 8 / bit_count;
+  auto image = TestImage::Make(Raster(rng, width, 1, bit_count, model, {.padding = 64}));
+  std::copy(bytes.begin(), bytes.end(), image->raster.Row(0));
+  return image;
+}
+SmartPtr<TestImage> RowOf(int bit_count, const Bytes& bytes) {
+  return RowOf(bit_count, bytes, UsualModel(bit_count));
+}
+/// An image of one row of 32-bit integers.
+SmartPtr<TestImage> WordsOf(const std::vector<int>& words) {
+  Bytes bytes;
+  for (const int word : words) {
+    for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<uint8_t>(word >> (8 * i)));
+  }
+  return RowOf(32, bytes, kModelMono);
+}
+Bytes Content(const SmartPtr<TestImage>& image) {
+  const Raster& raster = image->raster;
+  return {raster.Row(0), raster.Row(0) + raster.RowBytes()};
+}
+
+/// What an operation does to one image.
+struct Example {
+  const char* what;
+  SmartPtr<TestImage> dest;
+  std::function<result_t(IQELImage* dest)> call;
+  result_t result;
+  Bytes after;
+};
+void Expect(const std::vector<Example>& examples) {
+  for (const Example& example : examples) {
+    EXPECT_EQ(example.call(example.dest.Get()), example.result) << example.what;
+    EXPECT_EQ(Content(example.dest), example.after) << example.what;
+  }
+}
+
+TEST_P(Maths, GivesTheValuesOfRoundExamples) {
+  const auto a = RowOf(8, {200, 10, 5, 255}), b = RowOf(8, {100, 10, 10, 254});
+  const auto wide = RowOf(24, {255, 255, 254, 1, 1, 0}), words = WordsOf({101, -100, 100000});
+  const auto greys = RowOf(8, {5, 100, 200});
+  const auto nearly = RowOf(24, {255, 254, 254, 1, 1, 2});
+  Raster::NewImageLayout() = {};
+  const auto fresh = [] { return RowOf(8, {0, 0, 0, 0}); };
+  const auto add = [&](float divisor) {
+    return [=, this](IQELImage* d) { return maths().Add(d, a.Get(), b.Get(), divisor); };
+  };
+  const auto paste = [&](IQEL* source, int x) {
+    return [=, this](IQELImage* d) { return maths().Copy(d, source, nullptr, x, 0); };
+  };
+  Expect({
+      {"sum", fresh(), add(0), kOk, {255, 20, 15, 255}},
+      {"divided", fresh(), add(3), kOk, {100, 6, 5, 169}},
+      {"negative divisor", fresh(), add(-1), kOk, {0, 0, 0, 0}},
+      {"overflowing quotient", fresh(), add(1e-30f), kOk, {0, 0, 0, 0}},
+      {"difference",
+       fresh(),
+       [&](IQEL* d) { return maths().Subtract(d, b.Get(), a.Get(), 0); },
+       kOk,
+       {0, 0, 5, 0}},
+      {"tally",
+       RowOf(24, Bytes(6)),
+       [&](IQEL* d) { return maths().Subtract(d, wide.Get(), nearly.Get(), 1); },
+       1,
+       {0, 1, 0, 0, 0, 2}},
+      {"clipped samples are not counted",
+       RowOf(24, Bytes(6)),
+       [&](IQEL* d) { return maths().Subtract(d, wide.Get(), nearly.Get(), 0); },
+       0,
+       {0, 1, 0, 0, 0, 0}},
+      {"half and half",
+       fresh(),
+       [&](IQEL* d) { return maths().AddScale(d, a.Get(), b.Get(), nullptr, 0.5f, 0.5f, 0); },
+       kOk,
+       {150, 10, 7, 254}},
+      {"no number",
+       fresh(),
+       [&](IQEL* d) { return maths().AddScale(d, a.Get(), b.Get(), nullptr, kNan, 0.5f, 0); },
+       kOk,
+       {0, 0, 0, 0}},
+      {"pasted greys", RowOf(8, Bytes(2)), paste(wide.Get(), 0), kOk, {254, 0}},
+      {"pasted last column", RowOf(8, {7, 7}), paste(wide.Get(), 1), kOk, {7, 254}},
+      {"outside", RowOf(8, {7, 7}), paste(wide.Get(), 2), kFail, {7, 7}},
+      {"opaque", RowOf(32, Bytes(4)), paste(wide.Get(), 0), kOk, {255, 255, 254, 255}},
+      {"scaled",
+       RowOf(8, Bytes(3)),
+       [&](IQEL* d) { return maths().Scale(d, greys.Get(), nullptr, 2, -10); },
+       kOk,
+       {0, 190, 255}},
+      {"scaled integers", WordsOf({9, 9, 9}),
+       [&](IQEL* d) { return maths().Scale(d, words.Get(), nullptr, 1, 0); }, kOk,
+       Content(WordsOf({101, 0, 100000}))},
+      {"scaled to 8 bits",
+       fresh(),
+       [&](IQELImage* d) { return maths().Scale8(d, words.Get(), 10, 0.5); },
+       kOk,
+       {60, 0, 255}},
+      {"colour is not scaled to 8 bits",
+       fresh(),
+       [&](IQELImage* d) { return maths().Scale8(d, wide.Get(), 10, 0.5); },
+       kNotMono,
+       {0, 0, 0, 0}},
+      {"16 bits are not filled",
+       RowOf(16, {1, 2}),
+       [&](IQEL* d) { return maths().Equal(d, nullptr, 0); },
+       kOk,
+       {1, 2}},
+  });
+}
+
+TEST_P(Maths, RefusesNullArguments) {
+  const auto image = RowOf(8, {1, 2, 3});
+  IQELImage* const i = image.Get();
+  IQEL* out = i;
+  TestHost::Instance().Reset();
+  EXPECT_EQ(maths().CreateDestImage(&out, nullptr, 0, 0), kInvalidArgument);
+  EXPECT_EQ(maths().CreateDestImage(nullptr, i, 0, 0), kNullOutput);
+  EXPECT_EQ(maths().Equal(nullptr, i, 0), kOk);
+  EXPECT_EQ(maths().Scale8(nullptr, i, 0, 1), kFail);
+  EXPECT_EQ(maths().Scale8(i, nullptr, 0, 1), kFail);
+  for (int null = 0; null < 3; ++null) {
+    IQELImage* const dest = null == 0 ? nullptr : i;
+    IQELImage* const a = null == 1 ? nullptr : i;
+    IQELImage* const b = null == 2 ? nullptr : i;
+    EXPECT_EQ(maths().Add(dest, a, b, 0), kFail);
+    EXPECT_EQ(maths().Subtract(dest, a, b, 0), kInvalidArgument);
+    EXPECT_EQ(maths().AddScale(dest, a, b, nullptr, 1, 1, 0), kFail);
+    if (null == 2) continue;
+    EXPECT_EQ(maths().Copy(dest, a, nullptr, 0, 0), kFail);
+    EXPECT_EQ(maths().Scale(dest, a, nullptr, 1, 0), kFail);
+  }
+  EXPECT_EQ(TestHost::Instance().calls, 0) << "nothing is touched";
+  EXPECT_EQ(out, i);
+  TestHost::Instance().refuses_images = true;
+  EXPECT_EQ(maths().CreateDestImage(&out, i, 0, 0), kFail);
+  EXPECT_EQ(out, nullptr);
+}
+
+TEST_P(Maths, AsksImagesInTheStatedOrder) {
+  Rng rng(3);
+  const auto image = [&](int bits, uint32_t model) {
+    return TestImage::Make(Raster(rng, 5, 3, bits, model, {}, 2));
+  };
+  const auto grey = image(8, kModelMono), a = image(24, kModelBgr), b = image(24, kModelBgr);
+  const auto dest = image(24, kModelBgr), words = image(32, kModelMono);
+  const std::string format = "GetFormat ", size = "GetSize ", bits = "GetBits ";
+  const auto calls = [&](const auto& call) {
+    TestHost& host = TestHost::Instance();
+    host.Reset();
+    host.logging = true;
+    call();
+    std::string all;
+    for (const std::string& name : host.log) all += name + " ";
+    return all;
+  };
+  EXPECT_EQ(calls([&] { maths().Copy(dest.Get(), a.Get(), grey.Get(), 0, 0); }),
+            size + format + size + format + bits + bits);
+  EXPECT_EQ(calls([&] { maths().Equal(dest.Get(), grey.Get(), 0); }),
+            size + format + bits + bits + bits + bits);
+  EXPECT_EQ(calls([&] { maths().Subtract(dest.Get(), a.Get(), b.Get(), 0); }),
+            format + format + size + size + bits + bits + bits + bits + bits + bits);
+  EXPECT_EQ(calls([&] { maths().Add(dest.Get(), a.Get(), b.Get(), 0); }),
+            format + format + size + "Create " + bits + bits + bits + bits + bits + bits);
+  EXPECT_EQ(calls([&] { maths().AddScale(dest.Get(), a.Get(), b.Get(), grey.Get(), 1, 1, 0); }),
+            format + size + format + size + format + size + bits + bits + bits + bits);
+  EXPECT_EQ(calls([&] { maths().Scale(dest.Get(), a.Get(), grey.Get(), 1, 0); }),
+            format + format + size + size + bits + bits + bits + bits);
+  EXPECT_EQ(calls([&] { maths().Scale(grey.Get(), grey.Get(), grey.Get(), 1, 0); }),
+            format + format + size + size + bits + bits + bits);
+  EXPECT_EQ(calls([&] { maths().Scale8(dest.Get(), words.Get(), 0, 1); }),
+            format + size + "Create " + bits + bits + bits + bits);
+}
+
+TEST_P(Maths, KeepsBytesThatAreNotZeroWhenTheMaskIsTheDestination) {
+  const auto source = RowOf(24, {1, 2, 3, 4, 5, 6});
+  Expect({{"mask is the destination",
+           RowOf(24, {0, 40, 0, 0, 0, 9}),
+           [&](IQEL* d) { return maths().Copy(d, source.Get(), d, 0, 0); },
+           kOk,
+           {1, 40, 3, 4, 5, 9}},
+          {"other mask",
+           RowOf(24, {0, 40, 0, 0, 0, 9}),
+           [&](IQEL* d) { return maths().Copy(d, source.Get(), source.Get(), 0, 0); },
+           kOk,
+           {1, 2, 3, 4, 5, 6}}});
+}
+
+TEST_P(Maths, KeepsFailureOf16BitSources) {
+  const auto source = RowOf(16, {0xFF, 0xFF, 0x1F, 0x00}, kModelBgr);
+  const auto unnamed = RowOf(16, {0xFF, 0xFF, 0x1F, 0x00}, 0);
+  const auto paste = [&](IQEL* from) {
+    return [=, this](IQELImage* d) { return maths().Copy(d, from, nullptr, 0, 0); };
+  };
+  Expect(
+      {{"blue first", RowOf(24, Bytes(6)), paste(source.Get()), kFail, {248, 252, 248, 248, 0, 0}},
+       {"red first",
+        RowOf(24, Bytes(6), 0),
+        paste(source.Get()),
+        kFail,
+        {248, 252, 248, 0, 0, 248}},
+       {"other model", RowOf(24, Bytes(6), kModelMono), paste(source.Get()), kFail, Bytes(6)},
+       {"other source", RowOf(24, Bytes(6)), paste(unnamed.Get()), kFail, Bytes(6)}});
+}
+
+TEST_P(Maths, KeepsByteOrdersAndMasksOfFills) {
+  const auto mask = RowOf(8, {0, 1});
+  const auto fill = [&](IQEL* selection, int value) {
+    return [=, this](IQELImage* d) { return maths().Equal(d, selection, value); };
+  };
+  Expect({{"24 bits, mask ignored",
+           RowOf(24, Bytes(6)),
+           fill(mask.Get(), 0x112233),
+           kOk,
+           {0x11, 0x22, 0x33, 0x11, 0x22, 0x33}},
+          {"32 bits",
+           RowOf(32, Bytes(8)),
+           fill(mask.Get(), 0x112233),
+           kOk,
+           {0, 0, 0, 0, 0x33, 0x22, 0x11, 0}},
+          {"8 bits", RowOf(8, {7, 7}), fill(mask.Get(), 0x1FF), kOk, {7, 0xFF}}});
+}
+
+TEST_P(Maths, KeepsDivisorTwoMultiplyingByFour) {
+  const auto a = RowOf(8, {10, 63}), b = RowOf(8, {20, 1});
+  Raster::NewImageLayout() = {};
+  Expect({{"divisor 2",
+           RowOf(8, {0, 0}),
+           [&](IQELImage* d) { return maths().Add(d, a.Get(), b.Get(), 2); },
+           kOk,
+           {120, 255}}});
+}
+
+TEST_P(Maths, KeepsAddingThreeBytesPerPixelAt32Bits) {
+  const auto a = RowOf(32, {1, 2, 3, 4, 5, 6, 7, 8});
+  Raster::NewImageLayout() = {};
+  Expect({{"packed",
+           RowOf(32, Bytes(8)),
+           [&](IQELImage* d) { return maths().Add(d, a.Get(), a.Get(), 0); },
+           kOk,
+           {2, 4, 6, 8, 10, 12, 0xCD, 0xCD}}});
+}
+
+TEST_P(Maths, KeepsAnyFlagAbsoluteBelow32Bits) {
+  const auto five = RowOf(8, {5}), ten = RowOf(8, {10});
+  const auto colour5 = RowOf(24, {5, 5, 5}), colour10 = RowOf(24, {10, 10, 10});
+  const auto deep5 = RowOf(32, {5, 5, 5, 1}), deep10 = RowOf(32, {10, 10, 10, 9});
+  const auto subtract = [&](IQEL* a, IQEL* b, int flags) {
+    return [=, this](IQELImage* d) { return maths().Subtract(d, a, b, flags); };
+  };
+  const auto deep = [&](int flags) { return subtract(deep5.Get(), deep10.Get(), flags); };
+  Expect(
+      {{"8 bits", RowOf(8, {0}), subtract(five.Get(), ten.Get(), 2), kOk, {5}},
+       {"24 bits", RowOf(24, Bytes(3)), subtract(colour5.Get(), colour10.Get(), 2), 3, {5, 5, 5}},
+       {"32 bits, bit 1", RowOf(32, Bytes(4)), deep(2), kOk, {0, 0, 0, 0}},
+       {"32 bits, bit 0", RowOf(32, Bytes(4)), deep(1), 3, {5, 5, 5, 255}}});
+}
+
+TEST_P(Maths, KeepsFailureOfMaskedMixedDepths) {
+  const auto a = RowOf(24, {10, 20, 30}), b = RowOf(32, {1, 2, 3, 4}), mask = RowOf(8, {1});
+  const auto mix = [&](IQEL* selection) {
+    return [=, &a, &b, this](IQELImage* d) {
+      return maths().AddScale(d, a.Get(), b.Get(), selection, 1, 1, 0);
+    };
+  };
+  Expect({{"no mask", RowOf(32, {9, 9, 9, 9}), mix(nullptr), kOk, {11, 22, 33, 9}},
+          {"mask", RowOf(32, {9, 9, 9, 9}), mix(mask.Get()), kFail, {11, 22, 33, 9}}});
+}
+
+TEST_P(Maths, KeepsWrappingAt32BitsAndOnePixelPerRow) {
+  const auto deep = RowOf(32, {200, 1, 2, 100}), colour = RowOf(24, {200, 1, 2, 4, 5, 6});
+  const auto twice = [&](const SmartPtr<TestImage>& source) {
+    return
+        [this, from = source.Get()](IQELImage* d) { return maths().Scale(d, from, nullptr, 2, 0); };
+  };
+  Expect(
+      {{"32 bits", RowOf(32, Bytes(4)), twice(deep), kOk, {144, 2, 4, 200}},
+       {"32 to 24 bits", RowOf(24, Bytes(3)), twice(deep), kOk, {255, 2, 4}},
+       {"24 to 32 bits", RowOf(32, Bytes(8, 9)), twice(colour), kOk, {144, 2, 4, 9, 9, 9, 9, 9}}});
+}
+
+TEST_P(Maths, KeepsReadingGreysAsIntegers) {
+  const auto source = RowOf(8, {1, 1, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF});
+  source->raster.width = 2;
+  Expect({{"integers", WordsOf({9, 9}),
+           [&](IQEL* d) { return maths().Scale(d, source.Get(), nullptr, 1, 0); }, kOk,
+           Content(WordsOf({257, 0}))}});
+}
+
+TEST_P(Maths, KeepsEightBitSourcesOfScale8Uncopied) {
+  const auto source = RowOf(8, {1, 2});
+  Expect({{"8 bits",
+           RowOf(24, {1, 2, 3}),
+           [&](IQELImage* d) { return maths().Scale8(d, source.Get(), 0, 1); },
+           kOk,
+           {0xCD, 0xCD}}});
+}
+
+TEST_P(Maths, KeepsUnsignedStrideOfScale8) {
+  Rng rng(4);
+  const auto dest = TestImage::Make({});
+  Raster::NewImageLayout() = {};
+  for (const int padding : {0, 3}) {
+    const auto source =
+        TestImage::Make(Raster(rng, 1, 2, 32, kModelMono, {.padding = padding, .bottom_up = true}));
+    // The stride is -4 or -7, of which whole words are -4 and, rounded down, -8.
+    uint8_t* const second = source->raster.Row(0) - (padding == 0 ? 4 : 8);
+    const uint8_t word[] = {77, 0, 0, 0};
+    std::copy_n(word, 4, second);
+    EXPECT_EQ(maths().Scale8(dest.Get(), source.Get(), 0, 1.0), kOk);
+    EXPECT_EQ(dest->raster.Row(1)[0], 77) << padding;
+  }
+}
+
 }  // namespace
 }  // namespace qel::test
