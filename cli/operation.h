@@ -44,6 +44,7 @@ struct Parameter {
 
 /// One execution of a step: what the row's function gets.
 struct Call {
+  std::string_view name;  ///< of the operation, for messages
   const Components& components;
   const Arguments& arguments;
   PictureSource& pictures;

@@ -111,6 +111,34 @@ TEST_F(Tool, SaysWhatIsWrongAndWhatWouldBeRight) {
   }
 }
 
+// The module trusts its caller in these; the tool must not.
+TEST_F(Tool, RefusesSecondPicturesThatDoNotFit) {
+  WriteFile(folder_ / "tiny.pgm", "P5 2 2 255\n" + std::string(4, 'x'));
+  ASSERT_EQ(Run("run scene.png -o grey.png scale depth=8").exit_code, kDone);
+  const struct {
+    std::string words;
+    std::string message;
+  } cases[] = {
+      {"scene.png -o out.png add with=grey.png", "scale depth=8"},
+      {"scene.png -o out.png subtract with=grey.png", "grey.png has 8 bits"},
+      {"scene.png -o out.png add-scale with=grey.png", "one depth"},
+      {"scene.png -o out.png copy with=grey.png keep=yes", "one depth"},
+      {"scene.png -o out.png copy with=grey.png x=480", "outside the picture of 480 x 320"},
+      {"scene.png -o out.png equal colour=#FF0000 mask=scene.png", "mask=scene.png has 32 bits"},
+      {"scene.png -o out.png equal colour=#FF0000 mask=tiny.pgm", "480 x 320 at least"},
+      {"scene.png -o out.png scale mask=grey.png", "from 8 to 8 bits"},
+      {"grey.png -o out.png scale depth=32", "24 at most"},
+      {"grey.png -o out.png add with=tiny.pgm", "480 x 320 at least"},
+      {"grey.png -o out.png scale8", "the picture has 8 bits"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = Run("run " + c.words);
+    EXPECT_EQ(outcome.exit_code, kUsage) << c.words;
+    EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << c.words << outcome.errors;
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "out.png"));
+}
+
 TEST_F(Tool, LeavesTheOldOutputWhenItFails) {
   WriteFile(folder_ / "broken.png", ReadFile(folder_ / "scene.png").substr(0, 5000));
   WriteFile(folder_ / "out.png", "old content");

@@ -1,0 +1,315 @@
+#include <algorithm>
+#include <iostream>
+#include <string>
+
+#include "cli/arguments.h"
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+#include "cli/picture_io.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr std::string_view kComponent = "QELMaths";
+constexpr std::string_view kByteDepths = "8, 24, 32";
+
+const Parameter kWith = {.name = "with", .kind = Kind::kPicture, .help = "the second picture"};
+const Parameter kMask = {.name = "mask",
+                         .kind = Kind::kPicture,
+                         .help = "8-bit picture; pixels where it is 0 stay as they are",
+                         .optional = true};
+
+// The module trusts its caller: what does not fit is refused here, before it is called.
+
+struct Shape {
+  int width = 0, height = 0, bits = 0;
+  uint32_t model = 0;
+
+  std::string Size() const { return std::to_string(width) + " x " + std::to_string(height); }
+  bool Covers(const Shape& other) const { return width >= other.width && height >= other.height; }
+  bool HasBytes() const { return bits == 8 || bits == 24 || bits == 32; }
+};
+Shape ShapeOf(IQEL& image) {
+  Shape shape;
+  int unread = 0;
+  image.GetSize(&shape.width, &shape.height, &unread);
+  image.GetFormat(&shape.bits, &shape.model, &unread);
+  return shape;
+}
+
+[[noreturn]] void Refuse(const Call& call, const std::string& message) {
+  throw Failure(kUsage, std::string(call.name) + ": " + message);
+}
+std::string Named(const Call& call, std::string_view parameter) {
+  return std::string(parameter) + "=" + call.arguments.Text(parameter);
+}
+std::string Bits(const Shape& shape) { return std::to_string(shape.bits) + " bits"; }
+
+void NeedBytes(const Call& call, const Shape& shape) {
+  if (shape.HasBytes()) return;
+  Refuse(call, "works on 8, 24 and 32 bits per pixel, the picture has " + Bits(shape) +
+                   "; leave out --keep-depth");
+}
+
+/// The second picture, which must have the depth of the first.
+IQEL& SecondOfSameDepth(Call& call, const Shape& first) {
+  host::HostImage& second = call.pictures.Get(call.arguments.Text("with"));
+  const Shape shape = ShapeOf(second);
+  NeedBytes(call, first);
+  if (shape.bits != first.bits || shape.model != first.model) {
+    Refuse(call, Named(call, "with") + " has " + Bits(shape) + " and the picture " + Bits(first) +
+                     "; bring both to one depth, for example with scale depth=" +
+                     std::to_string(std::min(shape.bits, first.bits)));
+  }
+  return second;
+}
+
+/// The mask, which must have a byte for every pixel of `area`; null when there is none.
+IQEL* MaskFor(Call& call, const Shape& area) {
+  if (!call.arguments.Has("mask")) return nullptr;
+  host::HostImage& mask = call.pictures.Get(call.arguments.Text("mask"));
+  const Shape shape = ShapeOf(mask);
+  if (shape.bits != 8) {
+    Refuse(call, Named(call, "mask") + " has " + Bits(shape) +
+                     " and must have 8; make it grey with scale depth=8");
+  }
+  if (!shape.Covers(area)) {
+    Refuse(call, Named(call, "mask") + " has " + shape.Size() + " pixels and must have " +
+                     area.Size() + " at least");
+  }
+  return &mask;
+}
+
+result_t CallEqual(Call& call) {
+  const Shape shape = ShapeOf(*call.image);
+  NeedBytes(call, shape);
+  IQEL* const mask = MaskFor(call, shape);
+  const auto colour = static_cast<uint32_t>(call.arguments.Number("colour"));
+  const auto alpha = static_cast<uint32_t>(call.arguments.Int("alpha"));
+  // At 24 bits the value's third byte becomes blue.
+  const uint32_t value = shape.bits == 24 ? (colour & 0xFF) << 16 | (colour & 0xFF00) | colour >> 16
+                                          : alpha << 24 | colour;
+  return call.components.maths->Equal(call.image, mask, static_cast<int>(value));
+}
+
+result_t CallCopy(Call& call) {
+  const Shape shape = ShapeOf(*call.image);
+  host::HostImage& source = call.pictures.Get(call.arguments.Text("with"));
+  NeedBytes(call, shape);
+  NeedBytes(call, ShapeOf(source));
+  const int x = call.arguments.Int("x"), y = call.arguments.Int("y");
+  if (x >= shape.width || y >= shape.height) {
+    Refuse(call, "x=" + std::to_string(x) + " y=" + std::to_string(y) +
+                     " lies outside the picture of " + shape.Size() + " pixels");
+  }
+  const bool keep = call.arguments.Int("keep") != 0;
+  if (keep) SecondOfSameDepth(call, shape);
+  return call.components.maths->Copy(call.image, &source, keep ? call.image : nullptr, x, y);
+}
+
+result_t CallAdd(Call& call) {
+  const Shape shape = ShapeOf(*call.image);
+  IQEL& second = SecondOfSameDepth(call, shape);
+  if (!ShapeOf(second).Covers(shape)) {
+    Refuse(call, Named(call, "with") + " has " + ShapeOf(second).Size() + " pixels and must have " +
+                     shape.Size() + " at least");
+  }
+  auto sum = host::HostImage::Make(kImageOptions);
+  const result_t result =
+      call.components.maths->Add(sum.Get(), call.image, &second, call.arguments.Real("divisor"));
+  *call.result = sum.Detach();
+  return result;
+}
+
+result_t CallSubtract(Call& call) {
+  IQEL& second = SecondOfSameDepth(call, ShapeOf(*call.image));
+  const int flags = call.arguments.Int("absolute") | call.arguments.Int("clear-alpha") << 1;
+  const result_t tally = call.components.maths->Subtract(call.image, call.image, &second, flags);
+  if (Succeeded(tally) && ShapeOf(*call.image).bits != 8) {
+    std::cerr << "qel: subtract: note: " << tally << " samples are 2 or more\n";
+  }
+  return tally;
+}
+
+result_t CallAddScale(Call& call) {
+  const Shape shape = ShapeOf(*call.image);
+  host::HostImage& second = call.pictures.Get(call.arguments.Text("with"));
+  const Shape other = ShapeOf(second);
+  NeedBytes(call, shape);
+  const bool mixed = other.bits != shape.bits;
+  if (mixed && (std::min(other.bits, shape.bits) < 24 || call.arguments.Has("mask"))) {
+    SecondOfSameDepth(call, shape);
+  }
+  const Shape area = {std::min(shape.width, other.width), std::min(shape.height, other.height)};
+  const Arguments& arguments = call.arguments;
+  return call.components.maths->AddScale(call.image, call.image, &second, MaskFor(call, area),
+                                         arguments.Real("factor"), arguments.Real("with-factor"),
+                                         arguments.Real("offset"));
+}
+
+result_t CallScale(Call& call) {
+  const Shape shape = ShapeOf(*call.image);
+  NeedBytes(call, shape);
+  const int wanted = call.arguments.Int("depth");
+  const int depth = wanted == 0 ? shape.bits : wanted;
+  if (shape.bits == 8 && depth == 32) Refuse(call, "8 bits become 24 at most");
+  if (call.arguments.Has("mask") && (shape.bits != 8 || depth != 8)) {
+    Refuse(call, "takes a mask from 8 to 8 bits only");
+  }
+  IQEL* const mask = MaskFor(call, shape);
+  IQELMaths& maths = *call.components.maths.Get();
+  IQEL* dest = call.image;
+  if (depth != shape.bits) {
+    const uint32_t model = depth == 8 ? kModelMono : depth == 24 ? kModelBgr : kModelArgb;
+    const result_t result =
+        maths.CreateDestImage(call.result, call.image, depth, static_cast<int>(model));
+    if (Failed(result)) return result;
+    dest = *call.result;
+  }
+  return maths.Scale(dest, call.image, mask, call.arguments.Real("factor"),
+                     call.arguments.Real("offset"));
+}
+
+result_t CallScale8(Call& call) {
+  const Shape shape = ShapeOf(*call.image);
+  if (shape.bits != 32) {
+    Refuse(call, "takes 32 bits per pixel as one integer, the picture has " + Bits(shape));
+  }
+  IQELMaths& maths = *call.components.maths.Get();
+  SmartPtr<IQEL> integers = SmartPtr<IQEL>::Retain(call.image);
+  if (shape.model != kModelMono) {
+    // The same bytes under another name.
+    const result_t result = maths.CreateDestImage(integers.Put(), call.image, 0, kModelMono);
+    if (Failed(result)) return result;
+    maths.Copy(integers.Get(), call.image, nullptr, 0, 0);
+  }
+  auto bytes = host::HostImage::Make(kImageOptions);
+  const result_t result = maths.Scale8(bytes.Get(), integers.Get(), call.arguments.Int("offset"),
+                                       call.arguments.Number("factor"));
+  *call.result = bytes.Detach();
+  return result;
+}
+
+constexpr Choice kDepths[] = {{"same", 0}, {"8", 8}, {"24", 24}, {"32", 32}};
+
+Parameter Number(std::string_view name, std::string_view help, std::string_view standard) {
+  return {.name = name,
+          .kind = Kind::kNumber,
+          .help = help,
+          .standard = standard,
+          .minimum = -1e9,
+          .maximum = 1e9};
+}
+Parameter Flag(std::string_view name, std::string_view help) {
+  return {.name = name, .kind = Kind::kFlag, .help = help, .standard = "no"};
+}
+Parameter Depth(std::string_view help) {
+  return {
+      .name = "depth", .kind = Kind::kChoice, .help = help, .standard = "same", .choices = kDepths};
+}
+
+}  // namespace
+
+std::vector<Operation> MathsOperations() {
+  return {
+      {.name = "equal",
+       .component = kComponent,
+       .summary = "Fills the picture, or what a mask selects, with one colour.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters = {{.name = "colour",
+                       .kind = Kind::kColour,
+                       .help = "8-bit pictures take its blue"},
+                      {.name = "alpha",
+                       .help = "at 32 bits",
+                       .standard = "255",
+                       .minimum = 0,
+                       .maximum = 255},
+                      kMask},
+       .example = "equal colour=#204080 mask=mask.png",
+       .note = "24-bit pictures are filled whatever the mask says.",
+       .call = &CallEqual},
+      {.name = "copy",
+       .component = kComponent,
+       .summary = "Pastes another picture into this one, whatever the two depths.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters =
+           {kWith,
+            {.name = "x", .help = "column of its left edge", .standard = "0", .minimum = 0},
+            {.name = "y", .help = "row of its top edge", .standard = "0", .minimum = 0},
+            Flag("keep", "replaces zero bytes only; needs equal depths")},
+       .example = "copy with=other.png x=240 y=100",
+       .note = "Colours become grey as the truncated mean; what hangs over is cut off.",
+       .call = &CallCopy},
+      {.name = "add-scale",
+       .component = kComponent,
+       .summary = "Weighted sum of two pictures.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters = {kWith, Number("factor", "weight of the picture", "0.5"),
+                      Number("with-factor", "weight of the second picture", "0.5"),
+                      Number("offset", "added to the sum", "0"), kMask},
+       .example = "add-scale with=other.png factor=0.7 with-factor=0.6",
+       .note = "Alpha takes part where both have 32 bits; 24 and 32 bits mix without a mask.",
+       .call = &CallAddScale},
+      {.name = "scale",
+       .component = kComponent,
+       .summary = "Multiplies samples by a factor and adds an offset; changes the depth.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters = {Number("factor", "multiplies every sample", "1"),
+                      Number("offset", "added to every product", "0"),
+                      Depth("bits of the result; from 8 to 32 there is no way"), kMask},
+       .example = "scale factor=1.4 offset=-30 depth=24",
+       .note = "From 32 to 32 bits values above 255 wrap and alpha takes part; from 24 to 32 only "
+               "the first pixel of each row is converted. Another depth makes a new picture.",
+       .call = &CallScale},
+      {.name = "subtract",
+       .component = kComponent,
+       .summary = "Difference of two pictures, clamped at 0 or absolute.",
+       .depths = kByteDepths,
+       .in_place = true,
+       .parameters = {kWith, Flag("absolute", "takes the absolute difference"),
+                      Flag("clear-alpha", "alpha of the result is 0, otherwise 255")},
+       .example = "subtract with=other.png absolute=yes",
+       .note = "clear-alpha=yes selects the absolute difference as well at 8 and 24 bits.",
+       .call = &CallSubtract},
+      {.name = "create-dest-image",
+       .component = kComponent,
+       .summary = "Makes an empty picture of the same size.",
+       .depths = kByteDepths,
+       .parameters = {Depth("bits of the result")},
+       .example = "create-dest-image depth=8",
+       .call =
+           [](Call& call) {
+             const int depth = call.arguments.Int("depth");
+             const uint32_t model = depth == 0    ? 0
+                                    : depth == 8  ? kModelMono
+                                    : depth == 24 ? kModelBgr
+                                                  : kModelArgb;
+             return call.components.maths->CreateDestImage(call.result, call.image, depth,
+                                                           static_cast<int>(model));
+           }},
+      {.name = "add",
+       .component = kComponent,
+       .summary = "Sum of two pictures, divided.",
+       .depths = kByteDepths,
+       .parameters = {kWith, Number("divisor", "0 divides by nothing", "0")},
+       .example = "add with=other.png divisor=1.5",
+       .note = "divisor=2 multiplies by four. At 32 bits the last quarter of every row is empty.",
+       .call = &CallAdd},
+      {.name = "scale8",
+       .component = kComponent,
+       .summary = "Scales 32-bit pixels, each read as one integer, to 8-bit greys.",
+       .depths = "32",
+       .parameters = {Number("factor", "multiplies every integer", "0.0000152587890625"),
+                      {.name = "offset", .help = "added to the product", .standard = "256"}},
+       .example = "scale8 factor=0.0000152587890625 offset=256",
+       .note = "Alpha is the highest byte and counts as a sign, then red: the standard values give "
+               "the red of opaque pixels.",
+       .call = &CallScale8},
+  };
+}
+
+}  // namespace qel::cli
