@@ -8,15 +8,21 @@
 
 namespace qel {
 
+/// The colours of 256 indices, one table per channel.
+struct PaletteTables {
+  uint8_t channels[3][256];
+};
+
 /// Row functions that widen pixels. Names say bits per pixel; alpha becomes 255 unless said.
 struct DepthKernels {
   void (*grey_to_24)(uint8_t* dest, const uint8_t* source, size_t count);
   void (*grey_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
   void (*colour_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
-  /// `palette` has 256 entries of blue, green, red and a fourth byte that is not used. At 32 bits
-  /// the fourth byte of the pixels is kept.
-  void (*palette_to_24)(uint8_t* dest, const uint8_t* source, size_t count, const uint8_t* palette);
-  void (*palette_to_32)(uint8_t* dest, const uint8_t* source, size_t count, const uint8_t* palette);
+  void (*palette_to_24)(uint8_t* dest, const uint8_t* source, size_t count,
+                        const PaletteTables& palette);
+  /// Keeps the fourth byte of the destination's pixels.
+  void (*palette_to_32)(uint8_t* dest, const uint8_t* source, size_t count,
+                        const PaletteTables& palette);
 };
 
 namespace sse2 {

@@ -13,13 +13,16 @@ class SourcePalette {
  public:
   explicit SourcePalette(IQEL* image) : palette_(QueryFor<IQELImagePalette>(image)) {
     if (palette_) palette_->GetPalette(&entries_, &count_);
-    const uint32_t known = Empty() ? 0 : std::min(count_, kEntries);
-    std::copy_n(entries_, known, table_);
+    for (uint32_t i = 0; !Empty() && i < std::min(count_, kEntries); ++i) {
+      tables_.channels[0][i] = entries_[i].blue;
+      tables_.channels[1][i] = entries_[i].green;
+      tables_.channels[2][i] = entries_[i].red;
+    }
   }
 
   bool Empty() const { return count_ == 0 || entries_ == nullptr; }
-  /// The entries that there are as bytes, for indices that `Covers`.
-  const uint8_t* Table() const { return reinterpret_cast<const uint8_t*>(table_); }
+  /// The entries that there are, for rows that the palette `Covers`.
+  const PaletteTables& Tables() const { return tables_; }
   /// True when no index of the row is beyond the palette.
   bool Covers(const uint8_t* row, size_t count) const {
     if (count_ >= kEntries || count == 0) return true;
@@ -37,7 +40,7 @@ class SourcePalette {
   SmartPtr<IQELImagePalette> palette_;
   RGBQUAD* entries_ = nullptr;
   uint32_t count_ = 0;
-  RGBQUAD table_[kEntries] = {};
+  PaletteTables tables_ = {};
 };
 
 // Deliberate: at 32 bits palette colours leave alpha as the new image had it, while grey levels and
@@ -47,7 +50,7 @@ void ExpandRow(uint8_t* dest, const uint8_t* source, size_t count, int pixel_byt
   const DepthKernels& kernels = ActiveDepthKernels();
   if (palette.Covers(source, count)) {
     const auto expand = pixel_bytes == 4 ? kernels.palette_to_32 : kernels.palette_to_24;
-    expand(dest, source, count, palette.Table());
+    expand(dest, source, count, palette.Tables());
     return;
   }
   for (size_t i = 0; i < count; ++i) {

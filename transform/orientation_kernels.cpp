@@ -1,8 +1,7 @@
 #include "transform/orientation_kernels.h"
 
-#ifdef QEL_LEVEL_avx512vbmi
-#include <immintrin.h>
-#endif
+#include "image/colour_vectors.h"
+#include "transform/word_pixels.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -32,80 +31,12 @@ constexpr int64_t kTileColumns = 16;
 
 #ifdef QEL_LEVEL_avx512vbmi
 
-constexpr __mmask64 FirstBytes(size_t count) {
-  return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
-}
-
-struct IndexTable {
-  alignas(64) uint8_t index[64];
-};
-
 /// index[j] = make(j) as a register.
 template <typename Make>
 __m512i Indices(Make make) {
-  IndexTable table;
-  for (int j = 0; j < 64; ++j) table.index[j] = static_cast<uint8_t>(make(j));
-  return _mm512_load_si512(table.index);
-}
-
-/// Reverses pixels in groups that fill a register, the last one partly.
-template <int kBytes>
-void Reverse(uint8_t* dest, const uint8_t* source, size_t count) {
-  constexpr size_t kGroup = 64 / kBytes;
-  const __m512i order = Indices([](int j) {
-    return j / kBytes < static_cast<int>(kGroup)
-               ? (static_cast<int>(kGroup) - 1 - j / kBytes) * kBytes + j % kBytes
-               : 0;
-  });
-  while (count > 0) {
-    const size_t pixels = count < kGroup ? count : kGroup;
-    const __mmask64 bytes = FirstBytes(pixels * kBytes);
-    count -= pixels;
-    const __m512i group = _mm512_maskz_loadu_epi8(bytes, source + count * kBytes);
-    const __m512i shift = _mm512_set1_epi8(static_cast<char>((kGroup - pixels) * kBytes));
-    const __m512i reversed = _mm512_permutexvar_epi8(_mm512_sub_epi8(order, shift), group);
-    _mm512_mask_storeu_epi8(dest, bytes, reversed);
-    dest += pixels * kBytes;
-  }
-}
-
-constexpr size_t kGroup3 = 21;  // 24-bit pixels of a register
-
-/// Bytes 0 and 2 of every pixel exchanged; what is behind the last whole pixel stays.
-template <int kBytes>
-__m512i SwappedOrder() {
-  return Indices([](int j) {
-    if (j / kBytes * kBytes + kBytes > 64) return j;
-    return j % kBytes == 0 ? j + 2 : j % kBytes == 2 ? j - 2 : j;
-  });
-}
-
-template <int kBytes>
-void SwapEnds(uint8_t* row, size_t count) {
-  constexpr size_t kGroup = 64 / kBytes;
-  const __m512i order = SwappedOrder<kBytes>();
-  for (size_t done = 0; done < count; done += kGroup) {
-    const __mmask64 bytes = FirstBytes((count - done < kGroup ? count - done : kGroup) * kBytes);
-    uint8_t* const group = row + done * kBytes;
-    const __m512i old = _mm512_maskz_loadu_epi8(bytes, group);
-    _mm512_mask_storeu_epi8(group, bytes, _mm512_permutexvar_epi8(order, old));
-  }
-}
-
-template <int kBytes>
-void Exchange(uint8_t* top, uint8_t* bottom, size_t count) {
-  constexpr size_t kGroup = 64 / kBytes;
-  constexpr __mmask64 kColour = kBytes == 4 ? 0x7777777777777777u : ~__mmask64{0};
-  const __m512i order = SwappedOrder<kBytes>();
-  for (size_t done = 0; done < count; done += kGroup) {
-    const __mmask64 bytes = FirstBytes((count - done < kGroup ? count - done : kGroup) * kBytes);
-    const __m512i upper = _mm512_maskz_loadu_epi8(bytes, top + done * kBytes);
-    const __m512i lower = _mm512_maskz_loadu_epi8(bytes, bottom + done * kBytes);
-    _mm512_mask_storeu_epi8(top + done * kBytes, bytes & kColour,
-                            _mm512_permutexvar_epi8(order, lower));
-    _mm512_mask_storeu_epi8(bottom + done * kBytes, bytes & kColour,
-                            _mm512_permutexvar_epi8(order, upper));
-  }
+  Pattern<64> index;
+  for (int j = 0; j < 64; ++j) index.bytes[j] = static_cast<uint8_t>(make(j));
+  return Load(index.bytes);
 }
 
 /// Transposes 16 x 16 words held in 16 registers.
@@ -136,29 +67,17 @@ void TransposeWords(__m512i (&r)[16]) {
   }
 }
 
-/// 16 x 16 pixels of 3 or 4 bytes; pixels of 3 bytes travel as words.
+/// 16 x 16 pixels of 3 or 4 bytes.
 template <int kBytes>
 void TransposeBlock(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
                     int64_t source_stride) {
-  constexpr __mmask64 kRow = kBytes == 4 ? ~__mmask64{0} : (__mmask64{1} << 48) - 1;
   __m512i block[16];
-  if constexpr (kBytes == 4) {
-    for (int i = 0; i < 16; ++i) block[i] = _mm512_loadu_si512(source + i * source_stride);
-    TransposeWords(block);
-    for (int i = 0; i < 16; ++i) _mm512_storeu_si512(dest + i * dest_stride, block[i]);
-  } else {
-    const __m512i spread = Indices([](int j) { return j / 4 * 3 + j % 4; });
-    const __m512i gather = Indices([](int j) { return j < 48 ? j / 3 * 4 + j % 3 : 0; });
-    for (int i = 0; i < 16; ++i) {
-      block[i] = _mm512_permutexvar_epi8(spread,
-                                         _mm512_maskz_loadu_epi8(kRow, source + i * source_stride));
-    }
-    TransposeWords(block);
-    for (int i = 0; i < 16; ++i) {
-      _mm512_mask_storeu_epi8(dest + i * dest_stride, kRow,
-                              _mm512_permutexvar_epi8(gather, block[i]));
-    }
+  for (int i = 0; i < 16; ++i) {
+    const uint8_t* const row = source + i * source_stride;
+    block[i] = kBytes == 4 ? _mm512_loadu_si512(row) : LoadWords3(row);
   }
+  TransposeWords(block);
+  for (int i = 0; i < 16; ++i) StoreWords<kBytes>(dest + i * dest_stride, block[i]);
 }
 
 /// 16 x 16 pixels of 1 byte: four registers of four rows each.
@@ -212,38 +131,6 @@ void TransposeRectangle(uint8_t* dest, int64_t dest_stride, const uint8_t* sourc
 #else
 
 template <int kBytes>
-void Reverse(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t count) {
-  for (size_t x = 0; x < count; ++x) {
-    CopyPixel<kBytes>(dest + x * kBytes, source + (count - 1 - x) * kBytes);
-  }
-}
-
-template <int kBytes>
-void SwapEnds(uint8_t* row, size_t count) {
-  for (size_t x = 0; x < count; ++x) {
-    uint8_t* const pixel = row + x * kBytes;
-    const uint8_t first = pixel[0];
-    pixel[0] = pixel[2];
-    pixel[2] = first;
-  }
-}
-
-template <int kBytes>
-void Exchange(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count) {
-  for (size_t x = 0; x < count; ++x) {
-    uint8_t* const upper = top + x * kBytes;
-    uint8_t* const lower = bottom + x * kBytes;
-    const uint8_t old[3] = {upper[0], upper[1], upper[2]};
-    upper[0] = lower[2];
-    upper[1] = lower[1];
-    upper[2] = lower[0];
-    lower[0] = old[2];
-    lower[1] = old[1];
-    lower[2] = old[0];
-  }
-}
-
-template <int kBytes>
 void TransposeRectangle(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
                         int64_t source_stride, int64_t columns, int64_t rows) {
   TransposeTile<kBytes>(dest, dest_stride, source, source_stride, columns, rows);
@@ -263,6 +150,114 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
   }
 }
 
+template <int kBytes>
+void ReversePixels(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t count) {
+  for (size_t x = 0; x < count; ++x) {
+    CopyPixel<kBytes>(dest + x * kBytes, source + (count - 1 - x) * kBytes);
+  }
+}
+
+template <int kBytes>
+void SwapPixelEnds(uint8_t* row, size_t count) {
+  for (size_t x = 0; x < count; ++x) {
+    uint8_t* const pixel = row + x * kBytes;
+    const uint8_t first = pixel[0];
+    pixel[0] = pixel[2];
+    pixel[2] = first;
+  }
+}
+
+template <int kBytes>
+void ExchangePixels(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count) {
+  for (size_t x = 0; x < count; ++x) {
+    uint8_t* const upper = top + x * kBytes;
+    uint8_t* const lower = bottom + x * kBytes;
+    const uint8_t old[3] = {upper[0], upper[1], upper[2]};
+    upper[0] = lower[2];
+    upper[1] = lower[1];
+    upper[2] = lower[0];
+    lower[0] = old[2];
+    lower[1] = old[1];
+    lower[2] = old[0];
+  }
+}
+
+#ifdef QEL_HAS_COLOUR_VECTORS
+
+/// The bytes of a vector in the opposite order.
+inline Vector ReverseBytes(Vector v) {
+  static constexpr Pattern<16> kBackwards = {
+      {15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}};
+  v = ShuffleLanes(v, FillLanes(kBackwards.bytes));
+#ifdef QEL_LEVEL_avx2
+  return _mm256_permute4x64_epi64(v, 0x4E);
+#else
+  return _mm512_shuffle_i64x2(v, v, 0x1B);
+#endif
+}
+
+template <int kBytes>
+void Reverse(uint8_t* dest, const uint8_t* source, size_t count) {
+  for (; count >= kVectorBytes; count -= kVectorBytes) {
+    const uint8_t* const from = source + (count - kVectorBytes) * kBytes;
+    if constexpr (kBytes == 1) {
+      Store(dest, ReverseBytes(Load(from)));
+    } else {
+      Vector channels[kBytes];
+      LoadPixels<kBytes>(from, channels);
+      for (Vector& channel : channels) channel = ReverseBytes(channel);
+      StorePixels<kBytes>(dest, channels);
+    }
+    dest += kVectorBytes * kBytes;
+  }
+  ReversePixels<kBytes>(dest, source, count);
+}
+/// The words of a pixel are what 4-byte pixels move in.
+template <>
+void Reverse<4>(uint8_t* dest, const uint8_t* source, size_t count) {
+  ReversePixels<4>(dest, source, count);
+}
+
+void SwapEnds3(uint8_t* row, size_t count) {
+  for (; count >= kVectorBytes; count -= kVectorBytes) {
+    Vector channels[3];
+    LoadPixels<3>(row, channels);
+    const Vector swapped[3] = {channels[2], channels[1], channels[0]};
+    StorePixels<3>(row, swapped);
+    row += 3 * kVectorBytes;
+  }
+  SwapPixelEnds<3>(row, count);
+}
+
+void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
+  for (; count >= kVectorBytes; count -= kVectorBytes) {
+    Vector upper[3];
+    Vector lower[3];
+    LoadPixels<3>(top, upper);
+    LoadPixels<3>(bottom, lower);
+    const Vector to_top[3] = {lower[2], lower[1], lower[0]};
+    const Vector to_bottom[3] = {upper[2], upper[1], upper[0]};
+    StorePixels<3>(top, to_top);
+    StorePixels<3>(bottom, to_bottom);
+    top += 3 * kVectorBytes;
+    bottom += 3 * kVectorBytes;
+  }
+  ExchangePixels<3>(top, bottom, count);
+}
+
+#else
+
+template <int kBytes>
+void Reverse(uint8_t* dest, const uint8_t* source, size_t count) {
+  ReversePixels<kBytes>(dest, source, count);
+}
+void SwapEnds3(uint8_t* row, size_t count) { SwapPixelEnds<3>(row, count); }
+void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
+  ExchangePixels<3>(top, bottom, count);
+}
+
+#endif
+
 }  // namespace
 
 extern const OrientationKernels kOrientationKernels;
@@ -270,10 +265,10 @@ constinit const OrientationKernels kOrientationKernels = {
     .reverse1 = &Reverse<1>,
     .reverse3 = &Reverse<3>,
     .reverse4 = &Reverse<4>,
-    .swap_ends3 = &SwapEnds<3>,
-    .swap_ends4 = &SwapEnds<4>,
-    .exchange3 = &Exchange<3>,
-    .exchange4 = &Exchange<4>,
+    .swap_ends3 = &SwapEnds3,
+    .swap_ends4 = &SwapPixelEnds<4>,
+    .exchange3 = &Exchange3,
+    .exchange4 = &ExchangePixels<4>,
     .transpose1 = &Transpose<1>,
     .transpose3 = &Transpose<3>,
     .transpose4 = &Transpose<4>,

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -42,15 +43,17 @@ float SourceColumn(int64_t x, const Scale& scale) {
   return std::floor(static_cast<float>(x) * scale.x);
 }
 
-/// The pixels that every row of a destination picks from its source row.
+/// The pixels that every row of a destination picks from its source row. `offsets` do not fall.
 class Picker {
  public:
   Picker(std::vector<int64_t> offsets, int pixel_bytes, bool keep_alpha)
-      : offsets_(std::move(offsets)), pixel_bytes_(pixel_bytes), keep_alpha_(keep_alpha) {
-    const int64_t bytes = static_cast<int64_t>(offsets_.size()) * pixel_bytes;
-    blocks_.resize(static_cast<size_t>((bytes + 63) / 64));
-    for (size_t block = 0; block < blocks_.size(); ++block) {
-      FillBlock(blocks_[block], static_cast<int64_t>(block) * 64, bytes);
+      : offsets_(std::move(offsets)),
+        blocks_((offsets_.size() * static_cast<size_t>(pixel_bytes) + 63) / 64),
+        pixel_bytes_(pixel_bytes),
+        keep_alpha_(keep_alpha) {
+    size_t at = 0;
+    for (const int64_t offset : offsets_) {
+      for (int byte = 0; byte < pixel_bytes; ++byte) AddByte(at++, offset, byte);
     }
   }
 
@@ -67,23 +70,13 @@ class Picker {
   const std::vector<int64_t>& offsets() const { return offsets_; }
 
  private:
-  int64_t SourceByte(int64_t at) const {
-    return offsets_[static_cast<size_t>(at / pixel_bytes_)] + at % pixel_bytes_;
-  }
-
-  void FillBlock(PickBlock& block, int64_t first, int64_t bytes) {
-    const int64_t end = std::min(first + 64, bytes);
-    int64_t lowest = SourceByte(first);
-    int64_t highest = lowest;
-    for (int64_t at = first; at < end; ++at) {
-      lowest = std::min(lowest, SourceByte(at));
-      highest = std::max(highest, SourceByte(at));
-    }
-    const bool near = highest - lowest < 256;
-    block = {lowest, near ? static_cast<int32_t>(highest - lowest + 1) : 0, {}};
-    for (int64_t at = first; near && at < end; ++at) {
-      block.index[at - first] = static_cast<uint8_t>(SourceByte(at) - lowest);
-    }
+  void AddByte(size_t at, int64_t pixel, int byte) {
+    PickBlock& block = blocks_[at / 64];
+    if (at % 64 == 0) block = {pixel, 1, {}};
+    const int64_t distance = pixel + byte - block.base;
+    block.index[at % 64] = static_cast<uint8_t>(distance);
+    const bool far = block.span == 0 || distance > 255;
+    block.span = far ? 0 : std::max(block.span, static_cast<int32_t>(distance + 1));
   }
 
   std::vector<int64_t> offsets_;
@@ -243,15 +236,15 @@ bool PickPixels(const ImageView& source, const ImageView& dest, const std::vecto
   for (size_t x = 0; x < offsets.size(); ++x) offsets[x] = int64_t{tap(columns[x])} * pixel_bytes;
   const Picker picker(std::move(offsets), pixel_bytes, false);
   const bool opaque = sampling == Sampling::kBilinear && source.bit_count == 32;
+  const int64_t last_row = int64_t{source.height - 1} * source.stride;
+  const auto opaque_pixels = static_cast<size_t>(
+      std::ranges::count_if(columns, [&](float v) { return tap(v) < source.width - 1; }));
   ForEachRow(
       dest, picker.RowBytes(),
       [&](int64_t y) { return int64_t{tap(rows[static_cast<size_t>(y)])} * source.stride; },
       [&](uint8_t* row, int64_t offset) {
         picker.Pick(row, source.bits + offset);
-        if (!opaque || offset == int64_t{source.height - 1} * source.stride) return;
-        for (size_t x = 0; x < columns.size(); ++x) {
-          if (tap(columns[x]) < source.width - 1) row[4 * x + 3] = 255;
-        }
+        if (opaque && offset != last_row) ActiveResampleKernels().make_opaque(row, opaque_pixels);
       });
   return true;
 }
@@ -266,49 +259,59 @@ class TileInterpolator {
       : source_(source),
         dest_(dest),
         columns_(columns),
-        rows_(rows),
         kernel_(method.kernel),
         window_(method.sampling == Sampling::kKernel4 ? kTaps4 : kTaps12),
         taps_(static_cast<size_t>(window_.count)),
         channels_(
             static_cast<size_t>(source.bit_count == 8 ? 1 : DirectPixelBytes(source.bit_count))),
         outside_(OutsideColor(source)),
-        planes_((taps_ + 1) * taps_ * channels_),
-        plane_rows_(taps_, kNoRow),
-        row_weights_(rows.size() * taps_) {}
+        rows_(rows.size()),
+        row_weights_(rows.size() * taps_) {
+    for (size_t y = 0; y < rows.size(); ++y) DescribeRow(y, rows[y]);
+  }
 
   /// False when some positions are too far out to have taps; nothing is written then.
   bool Run() {
-    const auto misses = [&](const std::vector<float>& positions, int size) {
-      return std::ranges::any_of(positions,
-                                 [&](float v) { return window_.Misses(TapOrigin(v), size); });
-    };
-    if (misses(columns_, source_.width) || misses(rows_, source_.height)) return false;
-    for (size_t y = 0; y < rows_.size(); ++y) {
-      TapWeights(window_, kernel_, rows_[y], TapOrigin(rows_[y]), &row_weights_[y * taps_]);
+    if (misses_ || std::ranges::any_of(columns_, [&](float v) {
+          return window_.Misses(TapOrigin(v), source_.width);
+        })) {
+      return false;
     }
-    for (size_t x = 0; x < columns_.size(); x += kTileColumns) RunTile(x);
+    tile_.taps = taps_;
+    tile_.channels = channels_;
+    tile_.columns = taps_ == kMaxTaps ? kMaxTileColumns / 4 : kMaxTileColumns;
+    plane_size_ = taps_ * channels_ * tile_.columns;
+    planes_.resize((kSlots + 1) * plane_size_ + kAlignment);
+    for (size_t x = 0; x < columns_.size(); x += tile_.columns) RunTile(x);
     return true;
   }
 
  private:
+  /// Slots for source rows: two destination rows whose taps lie one row apart find all of them.
+  static constexpr int kSlots = 16;
+  static constexpr size_t kAlignment = 16;
   static constexpr int64_t kNoRow = -1;
-  struct alignas(64) Plane {
-    TilePlane values;
+
+  /// One destination row: where its taps are.
+  struct TapRow {
+    int64_t first;    // first source row, maybe outside
+    bool with_alpha;  // whether its samples have alpha
   };
 
-  TilePlane* PlanesOf(size_t slot) { return &planes_[slot * taps_ * channels_].values; }
+  void DescribeRow(size_t y, float position) {
+    const int origin = TapOrigin(position);
+    misses_ = misses_ || window_.Misses(origin, source_.height);
+    rows_[y] = {int64_t{origin} + window_.first,
+                taps_ == kMaxTaps || window_.Inside(origin, source_.height)};
+    TapWeights(window_, kernel_, position, origin, &row_weights_[y * taps_]);
+  }
 
   void DescribeTile(size_t first) {
-    tile_.taps = taps_;
-    tile_.channels = channels_;
     const uint8_t outside[] = {BlueOf(outside_), GreenOf(outside_), RedOf(outside_),
                                AlphaOf(outside_)};
     std::copy(std::begin(outside), std::end(outside), tile_.outside);
-    bool all_inside = true;
-    int64_t highest = 0;
-    tile_.base = INT64_MAX;
-    for (size_t i = 0; i < kTileColumns; ++i) {
+    tile_.all_inside = true;
+    for (size_t i = 0; i < tile_.columns; ++i) {
       // The last tile repeats its last column.
       const float position = columns_[std::min(first + i, columns_.size() - 1)];
       const int origin = TapOrigin(position);
@@ -317,25 +320,26 @@ class TileInterpolator {
       for (size_t tap = 0; tap < taps_; ++tap) {
         const int64_t column = int64_t{origin} + window_.first + static_cast<int64_t>(tap);
         const bool inside = column >= 0 && column < source_.width;
-        const int64_t offset = inside ? column * static_cast<int64_t>(channels_) : -1;
-        tile_.offsets[tap][i] = offset;
+        tile_.offsets[tap][i] = inside ? column * static_cast<int64_t>(channels_) : -1;
         tile_.weights[tap][i] = weights[tap];
-        tile_.base = std::min(tile_.base, offset);
-        highest = std::max(highest, offset);
-        all_inside = all_inside && inside;
+        tile_.all_inside = tile_.all_inside && inside;
       }
       // 4 by 4 samples have alpha only where no tap is outside; 12 by 12 samples everywhere.
       const bool with_alpha = taps_ == kMaxTaps || window_.Inside(origin, source_.width);
       tile_.alpha_mask[i] = with_alpha ? 255 : 0;
     }
-    const int64_t span = highest - tile_.base + static_cast<int64_t>(channels_);
-    tile_.span = all_inside && span < INT32_MAX ? static_cast<int32_t>(span) : 0;
+  }
+
+  /// Where the planes of a slot begin, at a whole vector.
+  float* PlanesOf(size_t slot) {
+    const auto address = reinterpret_cast<uintptr_t>(planes_.data()) / sizeof(float);
+    return planes_.data() + (kAlignment - address % kAlignment) + slot * plane_size_;
   }
 
   /// The planes of source row `row`, gathered when they are not there.
-  const TilePlane* RowPlanes(int64_t row) {
-    if (row < 0 || row >= source_.height) return PlanesOf(taps_);
-    const auto slot = static_cast<size_t>(row) % taps_;
+  const float* RowPlanes(int64_t row) {
+    if (row < 0 || row >= source_.height) return PlanesOf(kSlots);
+    const auto slot = static_cast<size_t>(row) % kSlots;
     if (plane_rows_[slot] != row) {
       ActiveResampleKernels().gather(PlanesOf(slot), source_.Row(row), tile_);
       plane_rows_[slot] = row;
@@ -343,40 +347,53 @@ class TileInterpolator {
     return PlanesOf(slot);
   }
 
+  BlendRow RowOf(size_t y, size_t first_column) {
+    BlendRow row;
+    row.dest = dest_.Row(static_cast<int64_t>(y)) + first_column * channels_;
+    for (size_t j = 0; j < taps_; ++j) {
+      row.planes[j] = RowPlanes(rows_[y].first + static_cast<int64_t>(j));
+    }
+    row.weights = &row_weights_[y * taps_];
+    row.with_alpha = rows_[y].with_alpha;
+    return row;
+  }
+
   void RunTile(size_t first) {
     DescribeTile(first);
     std::ranges::fill(plane_rows_, kNoRow);
-    TilePlane* const outside = PlanesOf(taps_);
-    for (size_t plane = 0; plane < taps_ * channels_; ++plane) {
-      std::fill_n(outside[plane], kTileColumns, tile_.outside[plane % channels_]);
+    float* const outside = PlanesOf(kSlots);
+    for (size_t i = 0; i < plane_size_; ++i) {
+      outside[i] = tile_.outside[i / tile_.columns % channels_];
     }
     const BlendTile blend = ActiveResampleKernels().blend(taps_, channels_);
-    const size_t count = std::min(kTileColumns, columns_.size() - first);
-    for (size_t y = 0; y < rows_.size(); ++y) {
-      const int origin = TapOrigin(rows_[y]);
-      const TilePlane* rows[kMaxTaps];
-      for (size_t j = 0; j < taps_; ++j) {
-        rows[j] = RowPlanes(int64_t{origin} + window_.first + static_cast<int64_t>(j));
+    const size_t count = std::min(tile_.columns, columns_.size() - first);
+    for (size_t y = 0; y < rows_.size(); y += 2) {
+      // Rows far apart overwrite each other's slots, so that each of them goes alone.
+      const bool pair = y + 1 < rows_.size() && std::abs(rows_[y + 1].first - rows_[y].first) <= 1;
+      const BlendRow upper = RowOf(y, first);
+      blend(upper, pair ? RowOf(y + 1, first) : upper, tile_, count);
+      if (!pair && y + 1 < rows_.size()) {
+        const BlendRow lower = RowOf(y + 1, first);
+        blend(lower, lower, tile_, count);
       }
-      const bool with_alpha = taps_ == kMaxTaps || window_.Inside(origin, source_.height);
-      blend(dest_.Row(static_cast<int64_t>(y)) + first * channels_, rows, &row_weights_[y * taps_],
-            tile_, count, with_alpha);
     }
   }
 
   const ImageView& source_;
   const ImageView& dest_;
   const std::vector<float>& columns_;
-  const std::vector<float>& rows_;
   const KernelFunction kernel_;
   const TapWindow window_;
   const size_t taps_;
   const size_t channels_;
   const uint32_t outside_;
-  TileTaps tile_;
-  std::vector<Plane> planes_;        // a ring of source rows, and one row that is outside
-  std::vector<int64_t> plane_rows_;  // which row each slot of the ring holds
+  bool misses_ = false;
+  std::vector<TapRow> rows_;
   std::vector<float> row_weights_;
+  TileTaps tile_;
+  size_t plane_size_ = 0;
+  std::vector<float> planes_;  // of the rows in the slots, then of a row that is outside
+  int64_t plane_rows_[kSlots];
 };
 
 void Interpolate(const ImageView& source, const ImageView& dest, const Scale& scale, int method) {

@@ -1,8 +1,6 @@
 #include "transform/resample_kernels.h"
 
-#ifdef QEL_LEVEL_avx512vbmi
-#include <immintrin.h>
-#endif
+#include "transform/word_pixels.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -23,13 +21,21 @@ void PickSingly(uint8_t* dest, const uint8_t* source, const PickPlan& plan, size
   }
 }
 
-/// means[i] = windows[i] / area.
-void Divide(uint8_t* __restrict means, const uint16_t* __restrict windows, size_t count,
+/// means[i] = (a[i] + b[i]) / area, or a[i] / area without `b`.
+void Divide(uint8_t* __restrict means, const uint16_t* a, const uint16_t* b, size_t count,
             const SmallBox& box) {
   const uint32_t factor = box.factor;
   const int shift = box.shift;
+  if (b == nullptr) {
+    for (size_t i = 0; i < count; ++i) {
+      const auto high = static_cast<uint16_t>((a[i] * factor) >> 16);
+      means[i] = static_cast<uint8_t>(high >> shift);
+    }
+    return;
+  }
   for (size_t i = 0; i < count; ++i) {
-    const auto high = static_cast<uint16_t>((windows[i] * factor) >> 16);
+    const auto sum = static_cast<uint16_t>(a[i] + b[i]);
+    const auto high = static_cast<uint16_t>((sum * factor) >> 16);
     means[i] = static_cast<uint8_t>(high >> shift);
   }
 }
@@ -70,29 +76,34 @@ void AddWindows(uint16_t* __restrict sums, const uint16_t* a, const uint16_t* b,
 void BoxMeans(uint8_t* means, const uint8_t* source, int64_t stride, size_t count,
               const SmallBox& box, uint16_t* scratch) {
   uint16_t* const columns = scratch;
-  uint16_t* spare = scratch + count;
-  uint16_t* next_spare = scratch + 2 * count;
+  uint16_t* spare[2] = {scratch + count, scratch + 2 * count};
   SumBoxRows(columns, source, stride, count, box.rows);
   // Windows grow by doubling, and by one column where the next bit of their final length is set.
+  // The last sum goes straight into the division.
   const uint16_t* windows = columns;
-  const auto replace_windows = [&](const uint16_t* a, const uint16_t* b) {
-    AddWindows(spare, a, b, count);
-    uint16_t* const filled = spare;
-    spare = next_spare;
-    next_spare = filled;
-    windows = filled;
+  const uint16_t* added = nullptr;
+  size_t turn = 0;
+  const auto settle = [&] {
+    if (added == nullptr) return;
+    uint16_t* const sums = spare[turn++ % 2];
+    AddWindows(sums, windows, added, count);
+    windows = sums;
+    added = nullptr;
   };
   size_t length = 1;
   for (size_t bit = HighestBit(box.columns) / 2; bit > 0; bit /= 2) {
+    settle();
+    added = windows + length * box.pixel_bytes;
     count -= length * box.pixel_bytes;
-    replace_windows(windows, windows + length * box.pixel_bytes);
     length *= 2;
     if ((box.columns & bit) == 0) continue;
+    settle();
+    added = windows + box.pixel_bytes;
+    windows = columns;
     count -= box.pixel_bytes;
-    replace_windows(columns, windows + box.pixel_bytes);
     ++length;
   }
-  Divide(means, windows, count, box);
+  Divide(means, windows, added, count, box);
 }
 
 void SumRows(uint32_t* __restrict sums, const uint8_t* __restrict source, int64_t stride,
@@ -104,14 +115,24 @@ void SumRows(uint32_t* __restrict sums, const uint8_t* __restrict source, int64_
   }
 }
 
-/// The taps of one plane, one after the other.
-void GatherSingly(TilePlane* planes, const uint8_t* row, const TileTaps& tile) {
+void MakeOpaque(uint8_t* row, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    uint32_t colour;
+    __builtin_memcpy(&colour, row + 4 * i, 4);
+    colour |= 0xFF000000u;
+    __builtin_memcpy(row + 4 * i, &colour, 4);
+  }
+}
+
+/// The taps of columns `from` to `to`, one after the other.
+void GatherSingly(float* planes, const uint8_t* row, const TileTaps& tile, size_t from, size_t to) {
   for (size_t tap = 0; tap < tile.taps; ++tap) {
     for (size_t channel = 0; channel < tile.channels; ++channel) {
-      float* const plane = planes[tap * tile.channels + channel];
-      for (size_t x = 0; x < kTileColumns; ++x) {
+      float* const plane = planes + (tap * tile.channels + channel) * tile.columns;
+      const uint8_t outside = tile.outside[channel];
+      for (size_t x = from; x < to; ++x) {
         const int64_t offset = tile.offsets[tap][x];
-        plane[x] = offset < 0 ? tile.outside[channel] : row[static_cast<size_t>(offset) + channel];
+        plane[x] = offset < 0 ? outside : row[static_cast<size_t>(offset) + channel];
       }
     }
   }
@@ -142,27 +163,37 @@ inline Ints Bytes(Floats sum) {
   return __builtin_convertvector(sum, Ints);
 }
 
-/// The sums of `kLanes` columns from column `x` on: rows outer, columns inner, weights multiplied
-/// with each other first.
+#ifdef QEL_LEVEL_avx512vbmi
+inline __m512i ToRegister(Ints words) { return reinterpret_cast<__m512i>(words); }
+#else
+inline Ints ToRegister(Ints words) { return words; }
+#endif
+
+/// Adds the taps of `kLanes` columns from column `x` on for two rows: rows outer, columns inner,
+/// weights multiplied with each other first. Two rows at a time because the additions of one fill
+/// the waits of the other.
 template <size_t kTaps, size_t kChannels>
-inline void SumTaps(Floats (&sums)[kChannels], const TilePlane* const* rows,
-                    const float* row_weights, const TileTaps& tile, size_t x) {
-  for (Floats& sum : sums) sum = Floats{};
+inline void SumTaps(Floats (&upper_sums)[kChannels], Floats (&lower_sums)[kChannels],
+                    const BlendRow& upper, const BlendRow& lower, const TileTaps& tile, size_t x) {
+  const size_t columns = tile.columns;
+  for (size_t c = 0; c < kChannels; ++c) upper_sums[c] = lower_sums[c] = Floats{};
   for (size_t j = 0; j < kTaps; ++j) {
+    const float* const upper_planes = upper.planes[j] + x;
+    const float* const lower_planes = lower.planes[j] + x;
     for (size_t i = 0; i < kTaps; ++i) {
-      const Floats weight = Load(tile.weights[i] + x) * row_weights[j];
+      const Floats column_weight = Load(tile.weights[i] + x);
+      const Floats upper_weight = column_weight * upper.weights[j];
+      const Floats lower_weight = column_weight * lower.weights[j];
       for (size_t c = 0; c < kChannels; ++c) {
-        sums[c] += weight * Load(rows[j][i * kChannels + c] + x);
+        const size_t at = (i * kChannels + c) * columns;
+        upper_sums[c] += upper_weight * Load(upper_planes + at);
+        lower_sums[c] += lower_weight * Load(lower_planes + at);
       }
     }
   }
 }
 
 #ifdef QEL_LEVEL_avx512vbmi
-
-constexpr __mmask64 FirstBytes(size_t count) {
-  return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
-}
 
 /// Loads `count` bytes into the beginning of a register.
 inline __m512i LoadFirst(const uint8_t* bytes, int64_t count) {
@@ -184,6 +215,19 @@ __m512i PickBytes(const uint8_t* source, const PickBlock& block) {
   return _mm512_mask_blend_epi8(_mm512_movepi8_mask(index), low, high);
 }
 
+/// Stores the bytes in `lanes`; the others of a whole register are stored as they were, because
+/// masked stores take several times as long as plain ones.
+inline void StorePicked(uint8_t* dest, size_t count, __m512i picked, __mmask64 lanes) {
+  if (count < 64) {
+    _mm512_mask_storeu_epi8(dest, FirstBytes(count) & lanes, picked);
+    return;
+  }
+  if (lanes != ~__mmask64{0}) {
+    picked = _mm512_mask_mov_epi8(_mm512_loadu_si512(dest), lanes, picked);
+  }
+  _mm512_storeu_si512(dest, picked);
+}
+
 template <int kBytes>
 void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   const size_t bytes = plan.pixels * kBytes;
@@ -191,7 +235,7 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   for (size_t at = 0; at < bytes; at += 64) {
     const PickBlock& block = plan.blocks[at / 64];
     if (block.span > 0) {
-      _mm512_mask_storeu_epi8(dest + at, FirstBytes(bytes - at) & lanes, PickBytes(source, block));
+      StorePicked(dest + at, bytes - at, PickBytes(source, block), lanes);
     } else {
       // Pixels that reach into the next block are written twice with the same bytes.
       const size_t end = (at + 64 + kBytes - 1) / kBytes;
@@ -200,43 +244,33 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   }
 }
 
-void Gather(TilePlane* planes, const uint8_t* row, const TileTaps& tile) {
-  if (tile.span == 0 || tile.span > 128) {
-    GatherSingly(planes, row, tile);
+void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
+  if (!tile.all_inside) {
+    GatherSingly(planes, row, tile, 0, tile.columns);
     return;
   }
-  const __m512i part0 = LoadFirst(row + tile.base, tile.span);
-  const __m512i part1 = LoadFirst(row + tile.base + 64, tile.span - 64);
-  const __m512i base = _mm512_set1_epi64(tile.base);
-  __m256i first[2];
-  for (int half = 0; half < 2; ++half) {
-    first[half] = _mm512_cvtepi64_epi32(
-        _mm512_sub_epi64(_mm512_loadu_si512(tile.offsets[0] + 8 * half), base));
-  }
-  __m512i index = _mm512_inserti64x4(_mm512_castsi256_si512(first[0]), first[1], 1);
-  // The taps of a column lie side by side: the next byte is the next channel or the next tap.
-  for (size_t plane = 0; plane < tile.taps * tile.channels; ++plane) {
-    const __m512i bytes = _mm512_maskz_permutex2var_epi8(0x1111111111111111u, part0, index, part1);
-    _mm512_storeu_ps(planes[plane], _mm512_cvtepi32_ps(bytes));
-    index = _mm512_add_epi32(index, _mm512_set1_epi32(1));
-  }
-}
-
-/// Stores packed colours as pixels.
-template <size_t kChannels>
-inline void StoreColours(uint8_t* dest, __m512i colours, size_t count) {
-  if constexpr (kChannels == 4) {
-    _mm512_mask_storeu_epi8(dest, FirstBytes(4 * count), colours);
-  } else if constexpr (kChannels == 1) {
-    _mm_mask_storeu_epi8(dest, static_cast<__mmask16>(FirstBytes(count)),
-                         _mm512_cvtepi32_epi8(colours));
-  } else {
-    alignas(64) static constexpr uint8_t kOrder[64] = {
-        0,  1,  2,  4,  5,  6,  8,  9,  10, 12, 13, 14, 16, 17, 18, 20,
-        21, 22, 24, 25, 26, 28, 29, 30, 32, 33, 34, 36, 37, 38, 40, 41,
-        42, 44, 45, 46, 48, 49, 50, 52, 53, 54, 56, 57, 58, 60, 61, 62};
-    _mm512_mask_storeu_epi8(dest, FirstBytes(3 * count),
-                            _mm512_permutexvar_epi8(_mm512_load_si512(kOrder), colours));
+  for (size_t x = 0; x < tile.columns; x += 16) {
+    const int64_t base = tile.offsets[0][x];
+    const int64_t end = tile.offsets[tile.taps - 1][x + 15] + static_cast<int64_t>(tile.channels);
+    if (end - base > 128) {
+      GatherSingly(planes, row, tile, x, x + 16);
+      continue;
+    }
+    const __m512i part0 = LoadFirst(row + base, end - base);
+    const __m512i part1 = LoadFirst(row + base + 64, end - base - 64);
+    const __m512i bases = _mm512_set1_epi64(base);
+    const auto indices = [&](size_t from) {
+      const __m512i offsets = _mm512_loadu_si512(tile.offsets[0] + from);
+      return _mm512_cvtepi64_epi32(_mm512_sub_epi64(offsets, bases));
+    };
+    __m512i index = _mm512_inserti64x4(_mm512_castsi256_si512(indices(x)), indices(x + 8), 1);
+    // The taps of a column lie side by side: the next byte is the next channel or the next tap.
+    for (size_t plane = 0; plane < tile.taps * tile.channels; ++plane) {
+      const __m512i bytes =
+          _mm512_maskz_permutex2var_epi8(0x1111111111111111u, part0, index, part1);
+      _mm512_storeu_ps(planes + plane * tile.columns + x, _mm512_cvtepi32_ps(bytes));
+      index = _mm512_add_epi32(index, _mm512_set1_epi32(1));
+    }
   }
 }
 
@@ -247,38 +281,44 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   PickSingly<kBytes>(dest, source, plan, 0, plan.pixels);
 }
 
-void Gather(TilePlane* planes, const uint8_t* row, const TileTaps& tile) {
-  GatherSingly(planes, row, tile);
+void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
+  GatherSingly(planes, row, tile, 0, tile.columns);
 }
 
-template <size_t kChannels>
-inline void StoreColours(uint8_t* dest, Ints colours, size_t count) {
+/// Stores packed colours as pixels.
+template <int kBytes>
+inline void StoreWords(uint8_t* dest, Ints colours, size_t count) {
   for (size_t x = 0; x < kLanes && x < count; ++x) {
     const int32_t colour = colours[x];
-    __builtin_memcpy(dest + x * kChannels, &colour, kChannels);
+    __builtin_memcpy(dest + x * kBytes, &colour, kBytes);
   }
 }
 
 #endif
 
+/// Stores the sums of `kLanes` columns from column `x` on.
+template <size_t kChannels>
+inline void StoreSums(const BlendRow& row, const Floats (&sums)[kChannels], const TileTaps& tile,
+                      size_t x, size_t count) {
+  Ints colours = Bytes(sums[0]);
+  for (size_t c = 1; c < kChannels && c < 3; ++c) colours |= Bytes(sums[c]) << (8 * c);
+  if constexpr (kChannels == 4) {
+    Ints mask = {};
+    if (row.with_alpha) __builtin_memcpy(&mask, tile.alpha_mask + x, sizeof(mask));
+    colours |= (Bytes(sums[3]) & mask) << 24;
+  }
+  StoreWords<static_cast<int>(kChannels)>(row.dest + x * kChannels, ToRegister(colours), count - x);
+}
+
 template <size_t kTaps, size_t kChannels>
-void BlendColumns(uint8_t* dest, const TilePlane* const* rows, const float* row_weights,
-                  const TileTaps& tile, size_t count, bool with_alpha) {
+void BlendColumns(const BlendRow& upper, const BlendRow& lower, const TileTaps& tile,
+                  size_t count) {
   for (size_t x = 0; x < count; x += kLanes) {
-    Floats sums[kChannels];
-    SumTaps<kTaps, kChannels>(sums, rows, row_weights, tile, x);
-    Ints colours = Bytes(sums[0]);
-    for (size_t c = 1; c < kChannels && c < 3; ++c) colours |= Bytes(sums[c]) << (8 * c);
-    if constexpr (kChannels == 4) {
-      Ints mask = {};
-      if (with_alpha) __builtin_memcpy(&mask, tile.alpha_mask + x, sizeof(mask));
-      colours |= (Bytes(sums[3]) & mask) << 24;
-    }
-#ifdef QEL_LEVEL_avx512vbmi
-    StoreColours<kChannels>(dest + x * kChannels, reinterpret_cast<__m512i>(colours), count - x);
-#else
-    StoreColours<kChannels>(dest + x * kChannels, colours, count - x);
-#endif
+    Floats upper_sums[kChannels];
+    Floats lower_sums[kChannels];
+    SumTaps<kTaps, kChannels>(upper_sums, lower_sums, upper, lower, tile, x);
+    StoreSums<kChannels>(upper, upper_sums, tile, x, count);
+    StoreSums<kChannels>(lower, lower_sums, tile, x, count);
   }
 }
 
@@ -303,6 +343,7 @@ constinit const ResampleKernels kResampleKernels = {
     .pick4 = &Pick<4>,
     .box_means = &BoxMeans,
     .sum_rows = &SumRows,
+    .make_opaque = &MakeOpaque,
     .gather = &Gather,
     .blend = &Blend,
 };

@@ -35,30 +35,36 @@ struct SmallBox {
 /// The largest area of a `SmallBox`: the reciprocal is exact for sums of so many bytes.
 inline constexpr uint32_t kLargestSmallBox = 128;
 
-/// Output columns that are interpolated together, as many as the levels' longest vector holds.
-inline constexpr size_t kTileColumns = 16;
+/// Output columns that are interpolated together: whole vectors of every level.
+inline constexpr size_t kMaxTileColumns = 64;
 inline constexpr size_t kMaxTapCount = 12;
 inline constexpr size_t kMaxChannels = 4;
-/// One plane of a tile: one value per column.
-using TilePlane = float[kTileColumns];
 
 /// Where the taps of the columns of a tile lie in a source row.
 struct TileTaps {
   size_t taps;      ///< along one axis
   size_t channels;  ///< bytes per pixel
-  /// Byte offset of each tap of each column; below 0 the tap is outside.
-  int64_t offsets[kMaxTapCount][kTileColumns];
-  int64_t base;  ///< the lowest offset
-  int32_t span;  ///< bytes from there to the end of the last tap, 0 when one is outside
+  size_t columns;   ///< a multiple of 16
+  bool all_inside;
+  /// Byte offset of each tap of each column; below 0 the tap is outside. They do not fall.
+  int64_t offsets[kMaxTapCount][kMaxTileColumns];
   uint8_t outside[kMaxChannels];  ///< channels of the pixel that stands in outside
-  TilePlane weights[kMaxTapCount];
-  int32_t alpha_mask[kTileColumns];  ///< 0 for columns without alpha, else 255
+  float weights[kMaxTapCount][kMaxTileColumns];
+  int32_t alpha_mask[kMaxTileColumns];  ///< 0 for columns without alpha, else 255
 };
 
-/// Stores the first `count` pixels of a tile: sums of weighted taps as bytes. `rows[j]` are the
-/// planes of tap row j and `row_weights[j]` its weight; `with_alpha` false makes alpha 0.
-using BlendTile = void (*)(uint8_t* dest, const TilePlane* const* rows, const float* row_weights,
-                           const TileTaps& tile, size_t count, bool with_alpha);
+/// One destination row of a tile. A plane has one value per column of the tile.
+struct BlendRow {
+  uint8_t* dest;
+  const float* planes[kMaxTapCount];  ///< of each tap row, ordered by tap, then channel
+  const float* weights;               ///< of each tap row
+  bool with_alpha;                    ///< false makes alpha 0
+};
+
+/// Stores the first `count` pixels of two destination rows of a tile, which may be the same: sums
+/// of weighted taps as bytes.
+using BlendTile = void (*)(const BlendRow& upper, const BlendRow& lower, const TileTaps& tile,
+                           size_t count);
 
 struct ResampleKernels {
   /// Copies the pixels of 1, 2, 3 or 4 bytes that `plan` names.
@@ -75,8 +81,12 @@ struct ResampleKernels {
   void (*sum_rows)(uint32_t* sums, const uint8_t* source, int64_t stride, size_t count,
                    size_t rows);
 
-  /// planes[tap * channels + channel] = that channel of that tap, for every column of the tile.
-  void (*gather)(TilePlane* planes, const uint8_t* row, const TileTaps& tile);
+  /// Makes 4-byte pixels opaque.
+  void (*make_opaque)(uint8_t* row, size_t count);
+
+  /// Spreads a source row out into planes: channel c of tap t of column x goes to
+  /// planes[(t * channels + c) * columns + x].
+  void (*gather)(float* planes, const uint8_t* row, const TileTaps& tile);
   /// The function for 4 or 12 taps along an axis and 1, 3 or 4 channels.
   BlendTile (*blend)(size_t taps, size_t channels);
 };

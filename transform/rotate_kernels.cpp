@@ -1,6 +1,7 @@
 #include "transform/rotate_kernels.h"
 
 #include "image/kernel_polynomials.h"
+#include "transform/word_pixels.h"
 
 #if defined(QEL_LEVEL_avx512) || defined(QEL_LEVEL_avx512vbmi)
 #define QEL_HAS_AVX512 1
@@ -18,7 +19,8 @@ constexpr size_t RoundUp(size_t count) {
   return (count + kSampleGroup - 1) / kSampleGroup * kSampleGroup;
 }
 
-void Positions(SamplePoints& points, const SampleLine& line, int32_t first, size_t count) {
+void Positions(SamplePoints& points, const SampleLine& on, int32_t first, size_t count) {
+  const SampleLine line = on;
   for (size_t i = 0; i < count; ++i) {
     const float x = line.start_x + static_cast<float>(first + static_cast<int32_t>(i));
     points.x[i] = line.cosine * x + line.sine_y + line.shift_x;
@@ -32,12 +34,13 @@ void Positions(SamplePoints& points, const SampleLine& line, int32_t first, size
 
 /// Offsets of the pixels at the truncated positions, moved by `move` pixels to the left and up.
 template <int kBytes>
-void PixelOffsets(int32_t* offsets, const SampleSource& source, const SamplePoints& points,
-                  size_t count, float offset, int32_t move) {
+void PixelOffsets(int32_t* __restrict offsets, const SampleSource& source,
+                  const SamplePoints& points, size_t count, float offset, int32_t move) {
+  const int32_t stride = source.stride;
   for (size_t i = 0; i < count; ++i) {
     const int32_t column = static_cast<int32_t>(points.x[i] + offset) - move;
     const int32_t row = static_cast<int32_t>(points.y[i] + offset) - move;
-    offsets[i] = row * source.stride + column * kBytes;
+    offsets[i] = row * stride + column * kBytes;
   }
 }
 
@@ -67,19 +70,32 @@ constexpr size_t kLanes = 8;
 constexpr size_t kLanes = 16;
 #endif
 typedef float Floats __attribute__((vector_size(4 * kLanes)));
+typedef int32_t Ints __attribute__((vector_size(4 * kLanes)));
+constexpr size_t kPositions = kLanes / 4;
+typedef float FewFloats __attribute__((vector_size(4 * (kPositions < 2 ? 2 : kPositions))));
 
-/// Four weights for each position, a few positions at a time.
+/// Each of the first `kPositions` numbers four times.
+inline Floats FourOfEach(const float* numbers) {
+  FewFloats few = {};
+  __builtin_memcpy(&few, numbers, 4 * kPositions);
+#if defined(QEL_LEVEL_sse2)
+  return __builtin_shufflevector(few, few, 0, 0, 0, 0);
+#elif defined(QEL_LEVEL_avx2)
+  return __builtin_shufflevector(few, few, 0, 0, 0, 0, 1, 1, 1, 1);
+#else
+  return __builtin_shufflevector(few, few, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3);
+#endif
+}
+
+/// Four weights for each position.
 template <typename Kernel>
 void Weights(float* weights, const float* positions, size_t count) {
-  constexpr size_t kPositions = kLanes / 4;
+  Ints taps;
+  for (size_t lane = 0; lane < kLanes; ++lane) taps[lane] = static_cast<int32_t>(lane % 4) - 1;
   for (size_t i = 0; i < RoundUp(count); i += kPositions) {
-    Floats distance;
-    for (size_t lane = 0; lane < kLanes; ++lane) {
-      const float position = positions[i + lane / 4];
-      const int32_t tap = static_cast<int32_t>(position) - 1 + static_cast<int32_t>(lane % 4);
-      distance[lane] = static_cast<float>(tap) - position;
-    }
-    const Floats weight = Kernel::Weight(distance);
+    const Floats position = FourOfEach(positions + i);
+    const Ints tap = __builtin_convertvector(position, Ints) + taps;
+    const Floats weight = Kernel::Weight(__builtin_convertvector(tap, Floats) - position);
     __builtin_memcpy(weights + 4 * i, &weight, sizeof(weight));
   }
 }
@@ -248,18 +264,13 @@ void Store1(uint8_t* __restrict dest, const uint32_t* __restrict colours, size_t
 #ifdef QEL_LEVEL_avx512vbmi
 
 void Store3(uint8_t* dest, const uint32_t* colours, size_t count) {
-  alignas(64) static constexpr uint8_t kOrder[64] = {
-      0,  1,  2,  4,  5,  6,  8,  9,  10, 12, 13, 14, 16, 17, 18, 20,
-      21, 22, 24, 25, 26, 28, 29, 30, 32, 33, 34, 36, 37, 38, 40, 41,
-      42, 44, 45, 46, 48, 49, 50, 52, 53, 54, 56, 57, 58, 60, 61, 62};
-  const __m512i order = _mm512_load_si512(kOrder);
-  for (size_t i = 0; i < count; i += 16) {
-    const size_t pixels = count - i < 16 ? count - i : 16;
-    const __m512i group =
-        _mm512_maskz_loadu_epi32(static_cast<__mmask16>((1u << pixels) - 1), colours + i);
-    _mm512_mask_storeu_epi8(dest + 3 * i, (__mmask64{1} << (3 * pixels)) - 1,
-                            _mm512_permutexvar_epi8(order, group));
+  size_t i = 0;
+  for (; i + 16 <= count; i += 16) {
+    StoreWords<3>(dest + 3 * i, _mm512_loadu_si512(colours + i));
   }
+  if (i == count) return;
+  const auto rest = static_cast<__mmask16>((1u << (count - i)) - 1);
+  StoreWords<3>(dest + 3 * i, _mm512_maskz_loadu_epi32(rest, colours + i), count - i);
 }
 
 #else

@@ -1,0 +1,69 @@
+#ifndef QEL_TRANSFORM_WORD_PIXELS_H_
+#define QEL_TRANSFORM_WORD_PIXELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+// Sixteen pixels of 1, 3 or 4 bytes as the words of a register, for kernel sources at the highest
+// level. Everything has internal linkage.
+
+#ifdef QEL_LEVEL_avx512vbmi
+#include <immintrin.h>
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+/// The lowest `count` lanes of bytes.
+constexpr __mmask64 FirstBytes(size_t count) {
+  return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
+}
+
+/// Pixels of 3 bytes as words; the fourth byte is not defined.
+inline __m512i LoadWords3(const uint8_t* pixels) {
+  alignas(64) static constexpr uint8_t kOrder[64] = {
+      0,  1,  2,  0,  3,  4,  5,  0,  6,  7,  8,  0,  9,  10, 11, 0,  12, 13, 14, 0,  15, 16,
+      17, 0,  18, 19, 20, 0,  21, 22, 23, 0,  24, 25, 26, 0,  27, 28, 29, 0,  30, 31, 32, 0,
+      33, 34, 35, 0,  36, 37, 38, 0,  39, 40, 41, 0,  42, 43, 44, 0,  45, 46, 47, 0};
+  return _mm512_permutexvar_epi8(_mm512_load_si512(kOrder),
+                                 _mm512_maskz_loadu_epi8(FirstBytes(48), pixels));
+}
+
+/// Stores `count` (at most 16) pixels of `kBytes` bytes from words. Sixteen take plain stores:
+/// masked ones take several times as long.
+template <int kBytes>
+inline void StoreWords(uint8_t* pixels, __m512i words, size_t count = 16) {
+  if constexpr (kBytes == 4) {
+    if (count >= 16) {
+      _mm512_storeu_si512(pixels, words);
+    } else {
+      _mm512_mask_storeu_epi8(pixels, FirstBytes(4 * count), words);
+    }
+  } else if constexpr (kBytes == 1) {
+    const __m128i bytes = _mm512_cvtepi32_epi8(words);
+    if (count >= 16) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(pixels), bytes);
+    } else {
+      _mm_mask_storeu_epi8(pixels, static_cast<__mmask16>(FirstBytes(count)), bytes);
+    }
+  } else {
+    alignas(64) static constexpr uint8_t kOrder[64] = {
+        0,  1,  2,  4,  5,  6,  8,  9,  10, 12, 13, 14, 16, 17, 18, 20,
+        21, 22, 24, 25, 26, 28, 29, 30, 32, 33, 34, 36, 37, 38, 40, 41,
+        42, 44, 45, 46, 48, 49, 50, 52, 53, 54, 56, 57, 58, 60, 61, 62};
+    const __m512i bytes = _mm512_permutexvar_epi8(_mm512_load_si512(kOrder), words);
+    if (count >= 16) {
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(pixels), _mm512_castsi512_si256(bytes));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(pixels + 32),
+                       _mm512_extracti32x4_epi32(bytes, 2));
+    } else {
+      _mm512_mask_storeu_epi8(pixels, FirstBytes(3 * count), bytes);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif
+
+#endif  // QEL_TRANSFORM_WORD_PIXELS_H_
