@@ -30,14 +30,22 @@ struct PixelWriter {
   StoreColours store;
 };
 
-/// Calls `write(first, colours, count)` for the sampled pixels of a run, in their order.
-template <typename Write>
-void SampleRun(RotationSampler& sampler, const PixelRun& run, Write write) {
-  alignas(64) uint32_t colours[kSampleChunk + kSampleGroup];
-  for (int first = run.begin; first < run.end; first += sampler.chunk()) {
-    const int count = std::min(sampler.chunk(), run.end - first);
-    sampler.Sample(colours, first, count);
-    write(first, colours, count);
+/// Calls `write(j, first, colours, count)` for the sampled pixels of the first `height` rows, row
+/// by row: those whose positions are neither `too_low` nor `too_high`, which take a position and
+/// the source's size along its axis.
+template <typename TooLow, typename TooHigh, typename Write>
+void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
+                int width, int height, TooLow too_low, TooHigh too_high, Write write) {
+  alignas(64) uint32_t colours[2 * kSampleChunk];
+  for (int j = 0; j < height; ++j) {
+    const PixelRun run =
+        RunWithinSource({0, width}, frame.RowAt(j), source.width, source.height, too_low, too_high);
+    const SampleRow row = sampler.RowAt(j, run);
+    for (int first = run.begin; first < run.end; first += sampler.chunk()) {
+      const int count = std::min(sampler.chunk(), run.end - first);
+      sampler.Sample(colours, row, first, count);
+      write(j, first, colours, count);
+    }
   }
 }
 
@@ -48,19 +56,14 @@ void DrawRotated(const ImageView& source, const ImageView& dest, const RotatedFr
   if (!dest.HasPixels()) return;
   const PixelWriter writer(dest.bit_count);
   RotationSampler sampler(source, frame, method, false);
-  const auto too_low = [](float v, int) { return v <= kLowMargin; };
-  const auto too_high = [](float v, int size) {
-    return v >= static_cast<float>(WrapSubtract(size, kHighMargin));
-  };
-  for (int j = 0; j < frame.height(); ++j) {
-    const PixelRun run = RunWithinSource({0, frame.width()}, frame.RowAt(j), source.width,
-                                         source.height, too_low, too_high);
-    sampler.StartRow(j, run);
-    uint8_t* const row = dest.Row(j);
-    SampleRun(sampler, run, [&](int first, const uint32_t* colours, int count) {
-      writer.store(row + int64_t{first} * writer.pixel_bytes, colours, static_cast<size_t>(count));
-    });
-  }
+  SampleRows(
+      sampler, frame, source, frame.width(), frame.height(),
+      [](float v, int) { return v <= kLowMargin; },
+      [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
+      [&](int j, int first, const uint32_t* colours, int count) {
+        writer.store(dest.Row(j) + int64_t{first} * writer.pixel_bytes, colours,
+                     static_cast<size_t>(count));
+      });
 }
 
 /// Mixes a sample into a pixel of at least 24 bits by the sample's alpha.
@@ -95,21 +98,16 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
   const bool with_alpha = target.bit_count > 24;
   const int pixel_bytes = with_alpha ? 4 : 3;
   RotationSampler sampler(source, frame, method, source.bits == target.bits);
-  const auto too_low = [](float v, int) { return v < 0.0f; };
-  const auto too_high = [](float v, int size) { return v > static_cast<float>(size); };
-  const int width = std::min(target.width, frame.width());
-  const int height = std::min(target.height, frame.height());
-  for (int j = 0; j < height; ++j) {
-    const PixelRun run =
-        RunWithinSource({0, width}, frame.RowAt(j), source.width, source.height, too_low, too_high);
-    sampler.StartRow(j, run);
-    uint8_t* const row = target.Row(j);
-    SampleRun(sampler, run, [&](int first, const uint32_t* colours, int count) {
-      for (int i = 0; i < count; ++i) {
-        PastePixel(row + int64_t{first + i} * pixel_bytes, colours[i], blends, with_alpha, key);
-      }
-    });
-  }
+  SampleRows(
+      sampler, frame, source, std::min(target.width, frame.width()),
+      std::min(target.height, frame.height()), [](float v, int) { return v < 0.0f; },
+      [](float v, int size) { return v > static_cast<float>(size); },
+      [&](int j, int first, const uint32_t* colours, int count) {
+        uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
+        for (int i = 0; i < count; ++i) {
+          PastePixel(pixels + int64_t{i} * pixel_bytes, colours[i], blends, with_alpha, key);
+        }
+      });
 }
 
 /// The turn of `Rotate`: minus the angle, in whole degrees.

@@ -72,18 +72,16 @@ constexpr size_t kLanes = 16;
 typedef float Floats __attribute__((vector_size(4 * kLanes)));
 typedef int32_t Ints __attribute__((vector_size(4 * kLanes)));
 constexpr size_t kPositions = kLanes / 4;
-typedef float FewFloats __attribute__((vector_size(4 * (kPositions < 2 ? 2 : kPositions))));
 
 /// Each of the first `kPositions` numbers four times.
 inline Floats FourOfEach(const float* numbers) {
-  FewFloats few = {};
-  __builtin_memcpy(&few, numbers, 4 * kPositions);
-#if defined(QEL_LEVEL_sse2)
-  return __builtin_shufflevector(few, few, 0, 0, 0, 0);
-#elif defined(QEL_LEVEL_avx2)
-  return __builtin_shufflevector(few, few, 0, 0, 0, 0, 1, 1, 1, 1);
+#if QEL_HAS_AVX512
+  const __m512i order = _mm512_set_epi32(3, 3, 3, 3, 2, 2, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0);
+  return _mm512_permutexvar_ps(order, _mm512_castps128_ps512(_mm_loadu_ps(numbers)));
 #else
-  return __builtin_shufflevector(few, few, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3);
+  Floats repeated;
+  for (size_t lane = 0; lane < kLanes; ++lane) repeated[lane] = numbers[lane / 4];
+  return repeated;
 #endif
 }
 
@@ -117,11 +115,17 @@ inline __m512i LoadQuads(const uint8_t* const (&from)[4], int64_t offset) {
   quads = _mm512_inserti32x4(quads, load(2), 2);
   return _mm512_inserti32x4(quads, load(3), 3);
 }
-/// The same with 4 bytes from each.
+/// The same with 4 bytes from each, the rest being 0.
 inline __m512i LoadWords(const uint8_t* const (&from)[4], int64_t offset) {
-  alignas(64) uint32_t words[16] = {};
-  for (int k = 0; k < 4; ++k) __builtin_memcpy(&words[4 * k], from[k] + offset, 4);
-  return _mm512_load_si512(words);
+  const auto load = [&](int k) {
+    int32_t word;
+    __builtin_memcpy(&word, from[k] + offset, 4);
+    return _mm_cvtsi32_si128(word);
+  };
+  __m512i words = _mm512_zextsi128_si512(load(0));
+  words = _mm512_inserti32x4(words, load(1), 1);
+  words = _mm512_inserti32x4(words, load(2), 2);
+  return _mm512_inserti32x4(words, load(3), 3);
 }
 template <int kBytes>
 inline __m512i LoadTaps(const uint8_t* const (&from)[4], int64_t offset) {

@@ -1,7 +1,9 @@
 #include "transform/rotation_sampler.h"
 
 #include <bit>
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "image/pixel_layout.h"
@@ -41,16 +43,30 @@ void WeightCache::Compute(float* weights, float position) const {
   TapWeights(taps_, kernel_, position, TapOrigin(position), weights);
 }
 
-void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
+template <size_t kTaps>
+void WeightCache::WeighTaps(float* weights, const float* positions, size_t count) {
+  float* kept[kSampleChunk];
   for (size_t i = 0; i < count; ++i) {
-    float* const out = weights + i * static_cast<size_t>(taps_.count);
-    float* const kept = Find(positions[i]);
-    if (kept == nullptr) {
+    kept[i] = Find(positions[i]);
+    // Entries lie all over the memory; all of a chunk are on their way at the same time.
+    if (kept[i] != nullptr) __builtin_prefetch(kept[i]);
+  }
+  for (size_t i = 0; i < count; ++i) {
+    float* const out = weights + i * kTaps;
+    if (kept[i] == nullptr) {
       Compute(out, positions[i]);
       continue;
     }
-    if (kept[0] != kept[0]) Compute(kept, positions[i]);
-    std::copy_n(kept, taps_.count, out);
+    if (std::isnan(kept[i][0])) Compute(kept[i], positions[i]);
+    std::memcpy(out, kept[i], kTaps * sizeof(float));
+  }
+}
+
+void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
+  if (taps_.count == kTaps4.count) {
+    WeighTaps<4>(weights, positions, count);
+  } else {
+    WeighTaps<12>(weights, positions, count);
   }
 }
 
@@ -63,7 +79,6 @@ RotationSampler::RotationSampler(const ImageView& source, const RotatedFrame& fr
       taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
       one_by_one_(one_by_one),
       uses_kernels_(!one_by_one && UsesKernels()),
-      row_(frame.RowAt(0)),
       cache_(taps_, how_.kernel) {
   const bool weighs = how_.kernel != nullptr && ActiveRotateKernels().weights[method] == nullptr;
   if (uses_kernels_ && weighs && source_.Columns() * source_.Rows() >= kPixelsWorthCaching) {
@@ -77,33 +92,34 @@ bool RotationSampler::UsesKernels() const {
          (source_.bit_count == 8 || source_.bit_count >= 24);
 }
 
-PixelRun RotationSampler::InsideRun(const PixelRun& run) const {
+PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const {
   // Kernels read whole words of pixels of 3 bytes, and with them up to two pixels more of the row.
   const int columns = KernelIndex(source_.bit_count) == 1 ? source_.width - 2 : source_.width;
   if (how_.sampling == Sampling::kKernel4 || how_.sampling == Sampling::kKernel12) {
     return RunWithinSource(
-        run, row_, columns, source_.height,
+        run, way, columns, source_.height,
         [&](float v, int) { return v < 0.0f || TapOrigin(v) + taps_.first < 0; },
         [&](float v, int size) { return TapOrigin(v) + taps_.first + taps_.count > size; });
   }
   // The last column and row are left to single samples, whose alpha differs there.
   const float offset = how_.sampling == Sampling::kNearest ? 0.5f : 0.0f;
   return RunWithinSource(
-      run, row_, source_.width, source_.height,
+      run, way, source_.width, source_.height,
       [&](float v, int) { return TruncateToInt(v + offset) < 0 || v + offset < 0.0f; },
       [&](float v, int size) { return TruncateToInt(v + offset) >= size - 1; });
 }
 
-void RotationSampler::StartRow(int j, const PixelRun& run) {
-  row_ = frame_.RowAt(j);
-  inside_ = uses_kernels_ ? InsideRun(run) : PixelRun{run.end, run.end};
+SampleRow RotationSampler::RowAt(int j, const PixelRun& run) const {
+  const RotatedFrame::Row way = frame_.RowAt(j);
+  return {way, uses_kernels_ ? InsideRun(way, run) : PixelRun{run.end, run.end}};
 }
 
-void RotationSampler::SampleSingly(uint32_t* colours, int first, int count) const {
+void RotationSampler::SampleSingly(uint32_t* colours, const SampleRow& row, int first,
+                                   int count) const {
   for (int i = 0; i < count; ++i) {
-    colours[i] = GetPixelColorInterpolated(source_.bits, row_.SourceX(first + i),
-                                           row_.SourceY(first + i), source_.width, source_.height,
-                                           source_.stride, method_, source_.bit_count);
+    colours[i] = GetPixelColorInterpolated(
+        source_.bits, row.way.SourceX(first + i), row.way.SourceY(first + i), source_.width,
+        source_.height, source_.stride, method_, source_.bit_count);
   }
 }
 
@@ -136,11 +152,14 @@ void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points,
   blend(colours, {source_.bits, source_.stride}, points, {wx, wy}, count);
 }
 
-void RotationSampler::SampleInside(uint32_t* colours, int first, size_t count) {
-  const SampleLine line = {row_.start_x,  row_.cosine,  row_.sine,   row_.sine_y,
-                           row_.cosine_y, row_.shift_x, row_.shift_y};
+void RotationSampler::SampleInside(uint32_t* colours, const SampleRow& row, int first,
+                                   size_t count) {
+  const RotatedFrame::Row& way = row.way;
   SamplePoints points;
-  ActiveRotateKernels().positions(points, line, first, count);
+  ActiveRotateKernels().positions(
+      points,
+      {way.start_x, way.cosine, way.sine, way.sine_y, way.cosine_y, way.shift_x, way.shift_y},
+      first, count);
   if (how_.kernel == nullptr) {
     PickInside(colours, points, count);
   } else {
@@ -148,18 +167,18 @@ void RotationSampler::SampleInside(uint32_t* colours, int first, size_t count) {
   }
 }
 
-void RotationSampler::Sample(uint32_t* colours, int first, int count) {
+void RotationSampler::Sample(uint32_t* colours, const SampleRow& row, int first, int count) {
   const PixelRun run = {first, first + count};
-  const PixelRun inside = run.Intersect(inside_);
+  const PixelRun inside = run.Intersect(row.inside);
   if (inside.begin == inside.end) {
-    SampleSingly(colours, first, count);
+    SampleSingly(colours, row, first, count);
     return;
   }
   // What kernels write beyond their run is overwritten by the single samples after it.
-  SampleInside(colours + (inside.begin - first), inside.begin,
+  SampleInside(colours + (inside.begin - first), row, inside.begin,
                static_cast<size_t>(inside.end - inside.begin));
-  SampleSingly(colours, first, inside.begin - first);
-  SampleSingly(colours + (inside.end - first), inside.end, run.end - inside.end);
+  SampleSingly(colours, row, first, inside.begin - first);
+  SampleSingly(colours + (inside.end - first), row, inside.end, run.end - inside.end);
 }
 
 }  // namespace qel

@@ -28,33 +28,41 @@ class WeightCache {
   /// The remembered weights of `position`, or null where nothing is remembered.
   float* Find(float position);
   void Compute(float* weights, float position) const;
+  template <size_t kTaps>
+  void WeighTaps(float* weights, const float* positions, size_t count);
 
   TapWindow taps_;
   KernelFunction kernel_;
   std::vector<float> weights_;  // first weight NaN: not computed yet
 };
 
-/// Samples a source along the rows of a rotated frame. Runs of pixels all of whose taps lie inside
+/// One row of a rotated frame.
+struct SampleRow {
+  RotatedFrame::Row way;
+  PixelRun inside;  ///< what kernels sample of it
+};
+
+/// Samples a source at the pixels of a rotated frame. Runs of pixels all of whose taps lie inside
 /// go through kernels, the others through `GetPixelColorInterpolated`.
 class RotationSampler {
  public:
   /// `one_by_one` keeps to single samples: for images that are written while they are read.
   RotationSampler(const ImageView& source, const RotatedFrame& frame, int method, bool one_by_one);
 
-  /// Goes to output row `j`, of which `run` is going to be sampled.
-  void StartRow(int j, const PixelRun& run);
-  const RotatedFrame::Row& row() const { return row_; }
+  /// Output row `j`, of which `run` is going to be sampled.
+  SampleRow RowAt(int j, const PixelRun& run) const;
 
-  /// The colours of up to `kSampleChunk` pixels from `first` on. `colours` has room for all.
-  void Sample(uint32_t* colours, int first, int count);
+  /// The colours of up to `chunk` pixels from `first` on. `colours` has room for `kSampleChunk`
+  /// more than those.
+  void Sample(uint32_t* colours, const SampleRow& row, int first, int count);
   /// The most pixels that one call of `Sample` may ask for.
   int chunk() const { return one_by_one_ ? 1 : static_cast<int>(kSampleChunk); }
 
  private:
   bool UsesKernels() const;
-  PixelRun InsideRun(const PixelRun& run) const;
-  void SampleSingly(uint32_t* colours, int first, int count) const;
-  void SampleInside(uint32_t* colours, int first, size_t count);
+  PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const;
+  void SampleSingly(uint32_t* colours, const SampleRow& row, int first, int count) const;
+  void SampleInside(uint32_t* colours, const SampleRow& row, int first, size_t count);
   void PickInside(uint32_t* colours, const SamplePoints& points, size_t count) const;
   void BlendInside(uint32_t* colours, const SamplePoints& points, size_t count);
 
@@ -65,8 +73,6 @@ class RotationSampler {
   const TapWindow taps_;
   const bool one_by_one_;
   const bool uses_kernels_;
-  RotatedFrame::Row row_;
-  PixelRun inside_{0, 0};
   WeightCache cache_;
 };
 
