@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 #include <numeric>
 
@@ -15,10 +16,11 @@ namespace {
 // column times a row are summed down and then across, equal weights slide, and all others go
 // directly, with as many weights per instruction as their size allows. All sums wrap.
 
-/// Most rows and columns for which a tile keeps all rows of its windows.
-constexpr size_t kMostTaps = 63;
 /// Scratch for packed weights of the direct way; the rest is for rows.
 constexpr size_t kWeightWords = kMostTaps * ((kMostTaps + 1) / 2);
+/// From these sizes on, sliding sums pay, and splitting where sums need 32 bits.
+constexpr size_t kWorthSliding = 5;
+constexpr size_t kWorthSplitting = 4;
 constexpr size_t kTileBytes = kScratchBytes - kWeightWords * sizeof(int32_t);
 
 /// The caller's kernel without the zero rows and columns round it.
@@ -62,6 +64,11 @@ class Weights {
       bound = std::clamp(bound + int64_t{255} * weight, -kFar, kFar);
     });
   }
+  bool AllEqual() const {
+    bool equal = true;
+    ForEach([&](int32_t weight) { equal = equal && weight == At(0, 0); });
+    return equal;
+  }
   /// True when every weight lies in [-limit, limit - 1].
   bool Within(int32_t limit) const {
     bool within = true;
@@ -86,56 +93,70 @@ class Weights {
 };
 
 /// A kernel as a column of weights times a row of weights.
-struct Factors {
-  int32_t down[kMostTaps];
-  int32_t across[kMostTaps];
-  bool equal_down;  ///< all weights of `down` are equal; there may then be more than kMostTaps
-  bool equal_across;
+class Factors {
+ public:
+  /// Looks for them; `weights` has at most kMostTaps rows and columns.
+  explicit Factors(const Weights& weights) { found_ = Find(weights); }
 
   /// False when the kernel is no such product.
+  bool Found() const { return found_; }
+  /// True when the weights across, and the sums down the columns from a suitable start, fit 16
+  /// signed bits.
+  bool ShortDown() const {
+    return highest_ - lowest_ <= UINT16_MAX &&
+           std::all_of(across_, across_ + columns_,
+                       [](int64_t value) { return value >= INT16_MIN && value <= INT16_MAX; });
+  }
+  /// The weights as 16 bits, written to `down` and `across`. Sums that would not fit signed lanes
+  /// start as low as those go.
+  SplitWeights Store(int16_t* down, int16_t* across, size_t step) const {
+    const auto narrow = [](int64_t value) { return static_cast<int16_t>(value); };
+    std::transform(down_, down_ + rows_, down, narrow);
+    std::transform(across_, across_ + columns_, across, narrow);
+    const bool fits = lowest_ >= INT16_MIN && highest_ <= INT16_MAX;
+    const int64_t start = fits ? 0 : INT16_MIN - lowest_;
+    const int64_t sum = std::accumulate(across_, across_ + columns_, int64_t{0});
+    return {.down = down,
+            .rows = rows_,
+            .across = across,
+            .columns = columns_,
+            .step = step,
+            .start = static_cast<uint16_t>(start),
+            .balance = static_cast<uint32_t>(-start * sum)};
+  }
+
+ private:
   bool Find(const Weights& weights);
+
+  size_t rows_ = 0;
+  size_t columns_ = 0;
+  int64_t down_[kMostTaps];
+  int64_t across_[kMostTaps];
+  int64_t lowest_ = 0;  // of the sums down a column
+  int64_t highest_ = 0;
+  bool found_;
 };
 
-bool AllEqual(const Weights& weights) {
-  for (size_t j = 0; j < weights.rows(); ++j) {
-    for (size_t i = 0; i < weights.columns(); ++i) {
-      if (weights.At(j, i) != weights.At(0, 0)) return false;
-    }
-  }
-  return true;
-}
-
 bool Factors::Find(const Weights& weights) {
-  equal_down = equal_across = AllEqual(weights);
-  if (equal_down) {
-    down[0] = weights.At(0, 0);
-    across[0] = 1;
-    return true;
-  }
-  if (weights.rows() > kMostTaps || weights.columns() > kMostTaps) return false;
+  rows_ = weights.rows();
+  columns_ = weights.columns();
   // The first row is not all zeros: its shortest multiple is the row that all others repeat.
   int64_t divisor = 0;
   size_t lead = 0;
-  for (size_t i = weights.columns(); i-- > 0;) {
+  for (size_t i = columns_; i-- > 0;) {
     divisor = std::gcd(divisor, int64_t{weights.At(0, i)});
     if (weights.At(0, i) != 0) lead = i;
   }
-  for (size_t i = 0; i < weights.columns(); ++i) {
-    across[i] = static_cast<int32_t>(weights.At(0, i) / divisor);
-  }
-  for (size_t j = 0; j < weights.rows(); ++j) {
-    if (weights.At(j, lead) % int64_t{across[lead]} != 0) return false;
-    const int64_t factor = int64_t{weights.At(j, lead)} / across[lead];
-    for (size_t i = 0; i < weights.columns(); ++i) {
-      if (int64_t{weights.At(j, i)} != factor * across[i]) return false;
+  if (divisor == 0) return false;
+  for (size_t i = 0; i < columns_; ++i) across_[i] = weights.At(0, i) / divisor;
+  for (size_t j = 0; j < rows_; ++j) {
+    if (weights.At(j, lead) % across_[lead] != 0) return false;
+    down_[j] = weights.At(j, lead) / across_[lead];
+    (down_[j] < 0 ? lowest_ : highest_) += 255 * down_[j];
+    for (size_t i = 0; i < columns_; ++i) {
+      if (weights.At(j, i) != down_[j] * across_[i]) return false;
     }
-    down[j] = static_cast<int32_t>(factor);
   }
-  const auto equal = [](const int32_t* values, size_t count, int32_t value) {
-    return std::all_of(values, values + count, [&](int32_t other) { return other == value; });
-  };
-  equal_down = equal(down, weights.rows(), down[0]);
-  equal_across = equal(across, weights.columns(), 1);
   return true;
 }
 
@@ -155,10 +176,9 @@ struct Job {
     source.Fetch(row + weights.FirstRow(), x + weights.FirstColumn(),
                  count + static_cast<int64_t>(weights.columns()) - 1, samples);
   }
-  /// Columns of a tile of `bytes` bytes of scratch, each sample byte of whose rows needs `each`.
-  int64_t TileWidth(size_t bytes, size_t each) const {
-    const size_t samples = bytes / each / Step();
-    return static_cast<int64_t>(samples) - static_cast<int64_t>(weights.columns()) + 1;
+  /// Columns of a tile whose rows have room for `bytes` bytes; may be negative.
+  int64_t TileWidth(size_t bytes) const {
+    return static_cast<int64_t>(bytes / Step()) - static_cast<int64_t>(weights.columns()) + 1;
   }
 };
 
@@ -190,6 +210,19 @@ class RowRing {
   const size_t pitch_;
   const uint8_t* rows_[kMostTaps];
 };
+
+/// Calls row_function(dest, rows, bytes) with the rows of each output row's windows.
+template <typename RowFunction>
+void RunRing(const Job& job, uint8_t (&scratch)[kTileBytes], RowFunction&& row_function) {
+  const size_t row_bytes = kTileBytes / job.weights.rows() - kRowSlack - 128;
+  ForEachTile(job.shape.Columns(), job.TileWidth(row_bytes), [&](int64_t x, int64_t count) {
+    RowRing ring(job, x, count, scratch);
+    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
+      row_function(job.out.Open(y, x), ring.RowsAt(y), static_cast<size_t>(count) * job.Step());
+      job.out.Close(y, x, count);
+    }
+  });
+}
 
 /// Packs the weights of each row, `per_word` in a word, and returns the words of a row.
 size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
@@ -223,115 +256,58 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
     packed.words_per_row = packed.stride = PackWeights(job.weights, bytes ? 4 : 2, words);
     packed.words = words;
   }
-  const size_t row_bytes = kTileBytes / job.weights.rows() - kRowSlack - 128;
-  ForEachTile(job.shape.Columns(), job.TileWidth(row_bytes, 1), [&](int64_t x, int64_t count) {
-    RowRing ring(job, x, count, scratch);
-    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
-      direct(job.out.Open(y, x), ring.RowsAt(y), packed, division,
-             static_cast<size_t>(count) * job.Step());
-      job.out.Close(y, x, count);
-    }
+  RunRing(job, scratch, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+    direct(dest, rows, packed, division, count);
   });
 }
 
-/// Sums down the columns, then across them, in lanes that hold all sums or wrap as they must.
-template <typename Lane>
-class SplitRun {
- public:
-  using Finisher = void (*)(uint8_t* dest, const Lane* sums, const void* division, size_t count);
+/// Sums down the columns, then across them.
+template <typename Kernel, typename Quotient>
+[[gnu::noinline]] void RunSplit(const Job& job, const Factors& factors, Kernel kernel,
+                                const Quotient& division) {
+  alignas(64) uint8_t scratch[kTileBytes];
+  int16_t down[kMostTaps];
+  int16_t across[kMostTaps];
+  const SplitWeights weights = factors.Store(down, across, job.Step());
+  RunRing(job, scratch, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+    kernel(dest, rows, weights, division, count);
+  });
+}
 
-  SplitRun(const Job& job, const Factors& factors) : job_(job), factors_(factors) {
-    const size_t rows = factors.equal_down ? 2 : job.weights.rows();
-    rows_ = rows;
-    for (size_t i = 0; !factors.equal_across && i < job.weights.columns(); ++i) {
-      across_[i] = static_cast<Lane>(factors.across[i]);
-    }
-    for (size_t j = 0; !factors.equal_down && j < rows; ++j) {
-      down_[j] = static_cast<Lane>(factors.down[j]);
-    }
-  }
-
-  /// Most columns of a tile; less than 1 when the windows are too wide for this way.
-  int64_t TileWidth() const {
-    // Of each row: its bytes, the sums, what comes out, and two rows of growing windows.
-    const size_t lanes = factors_.equal_across ? 4 : 2;
-    const size_t slack = (rows_ + lanes) * (kRowSlack + 128);
-    return job_.TileWidth(kTileBytes - slack, rows_ + lanes * sizeof(Lane));
-  }
-
-  /// `finish(dest, sums, count)` makes bytes of sums.
-  template <typename Finish>
-  void Run(Finish&& finish) {
-    ForEachTile(job_.shape.Columns(), TileWidth(),
-                [&](int64_t x, int64_t count) { RunTile(x, count, finish); });
-  }
-
- private:
-  static const SplitKernels<Lane>& Kernels() {
-    if constexpr (sizeof(Lane) == 2)
-      return ActiveConvolutionKernels().split16;
-    else
-      return ActiveConvolutionKernels().split32;
-  }
-
-  template <typename Finish>
-  void RunTile(int64_t x, int64_t count, Finish&& finish) {
-    const size_t row_bytes = job_.RowBytes(count);
-    const size_t pitch = ScratchPitch(row_bytes * sizeof(Lane));
-    Lane* const sums = reinterpret_cast<Lane*>(scratch_);
-    Lane* const out = reinterpret_cast<Lane*>(scratch_ + pitch);
-    Lane* const spare = reinterpret_cast<Lane*>(scratch_ + 2 * pitch);
-    uint8_t* const rows = scratch_ + (factors_.equal_across ? 4 : 2) * pitch;
-    const size_t out_bytes = static_cast<size_t>(count) * job_.Step();
-    const auto across = [&](int64_t y) {
-      if (factors_.equal_across) {
-        Kernels().box(out, sums, spare, job_.weights.columns(), job_.Step(), out_bytes);
-      } else {
-        Kernels().across(out, sums, across_, job_.weights.columns(), job_.Step(), out_bytes);
-      }
-      finish(job_.out.Open(y, x), out, out_bytes);
-      job_.out.Close(y, x, count);
-    };
-    if (factors_.equal_down) {
-      SlideDown(x, count, sums, rows, across);
-    } else {
-      RowRing ring(job_, x, count, rows);
-      for (int64_t y = 0; y < job_.shape.Rows(); ++y) {
-        Kernels().down(sums, ring.RowsAt(y), down_, job_.weights.rows(), row_bytes);
-        across(y);
-      }
-    }
-  }
-
-  /// Equal weights: from row to row, one row of the source enters the sums and one leaves them.
-  template <typename Across>
-  void SlideDown(int64_t x, int64_t count, Lane* sums, uint8_t* rows, Across&& across) {
-    const size_t row_bytes = job_.RowBytes(count);
-    const auto taps = static_cast<int64_t>(job_.weights.rows());
-    const auto weight = static_cast<Lane>(factors_.down[0]);
-    uint8_t* const entering = rows;
-    uint8_t* const leaving = rows + ScratchPitch(row_bytes);
-    std::memset(sums, 0, row_bytes * sizeof(Lane));
-    std::memset(leaving, 0, row_bytes);
+/// Equal weights: from row to row, one row of the source enters the sums and one leaves them. False
+/// when the windows are too wide for the scratch.
+template <typename Lane, typename Quotient>
+[[gnu::noinline]] bool RunBox(const Job& job, const BoxKernels<Lane, Quotient>& kernels,
+                              const Quotient& division) {
+  alignas(64) uint8_t scratch[kTileBytes];
+  constexpr size_t kRows = 2;
+  constexpr size_t kSlack = (kRows + 1) * (kRowSlack + 128);
+  const int64_t most = job.TileWidth((kTileBytes - kSlack) / (kRows + sizeof(Lane)));
+  if (most < 1) return false;
+  const auto taps = static_cast<int64_t>(job.weights.rows());
+  const auto weight = static_cast<Lane>(job.weights.At(0, 0));
+  ForEachTile(job.shape.Columns(), most, [&](int64_t x, int64_t count) {
+    const size_t bytes = job.RowBytes(count);
+    uint8_t* const entering = scratch;
+    uint8_t* const leaving = entering + ScratchPitch(bytes);
+    auto* const sums = reinterpret_cast<Lane*>(leaving + ScratchPitch(bytes));
+    std::memset(sums, 0, bytes * sizeof(Lane));
+    std::memset(leaving, 0, bytes);
     for (int64_t row = 0; row < taps - 1; ++row) {
-      job_.Fetch(row, x, count, entering);
-      Kernels().slide(sums, entering, leaving, weight, row_bytes);
+      job.Fetch(row, x, count, entering);
+      kernels.slide(sums, entering, leaving, weight, bytes);
     }
-    for (int64_t y = 0; y < job_.shape.Rows(); ++y) {
-      if (y > 0) job_.Fetch(y - 1, x, count, leaving);
-      job_.Fetch(y + taps - 1, x, count, entering);
-      Kernels().slide(sums, entering, leaving, weight, row_bytes);
-      across(y);
+    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
+      if (y > 0) job.Fetch(y - 1, x, count, leaving);
+      job.Fetch(y + taps - 1, x, count, entering);
+      kernels.slide(sums, entering, leaving, weight, bytes);
+      kernels.across(job.out.Open(y, x), sums, job.weights.columns(), job.Step(), division,
+                     static_cast<size_t>(count) * job.Step());
+      job.out.Close(y, x, count);
     }
-  }
-
-  const Job& job_;
-  const Factors& factors_;
-  size_t rows_;
-  Lane down_[kMostTaps];
-  Lane across_[kMostTaps];
-  alignas(64) uint8_t scratch_[kTileBytes];
-};
+  });
+  return true;
+}
 
 /// Windows too large for the other ways: one weight at a time, and of the weights that fall outside
 /// for a whole tile only their sum.
@@ -373,29 +349,10 @@ class SplitRun {
         }
       }
       for (size_t k = 0; k < bytes; ++k) sums[k] += outside * job.source.outside()[k % step];
-      kernels.finish32(job.out.Open(y, x), sums, division, bytes);
+      kernels.finish(job.out.Open(y, x), sums, division, bytes);
       job.out.Close(y, x, count);
     }
   });
-}
-
-[[gnu::noinline]] bool RunShort(const Job& job, const Factors& factors,
-                                const ShortDivision& division) {
-  SplitRun<uint16_t> split(job, factors);
-  if (split.TileWidth() < 1) return false;
-  split.Run([&](uint8_t* dest, const uint16_t* sums, size_t count) {
-    ActiveConvolutionKernels().finish16(dest, sums, division, count);
-  });
-  return true;
-}
-
-[[gnu::noinline]] bool RunSplit(const Job& job, const Factors& factors, const Division& division) {
-  SplitRun<uint32_t> split(job, factors);
-  if (split.TileWidth() < 1) return false;
-  split.Run([&](uint8_t* dest, const uint32_t* sums, size_t count) {
-    ActiveConvolutionKernels().finish32(dest, sums, division, count);
-  });
-  return true;
 }
 
 void Convolve(const ImageView& source, const ImageView& dest, const int* kernel, int size,
@@ -408,24 +365,27 @@ void Convolve(const ImageView& source, const ImageView& dest, const int* kernel,
   int64_t highest = 0;
   weights.Range(lowest, highest);
   const Division division = DivisionBy(divisor, offset, std::max(-lowest, highest));
-  Factors factors;
-  if (factors.Find(weights)) {
-    ShortDivision short_division;
-    if (lowest >= 0 && offset == 0 && FindShortDivision(divisor, highest, short_division) &&
-        RunShort(job, factors, short_division)) {
-      return;
-    }
-    // Short kernels are as fast without splitting.
-    constexpr size_t kWorthSplitting = 7;
-    if (weights.rows() + weights.columns() > 2 * kWorthSplitting &&
-        RunSplit(job, factors, division)) {
-      return;
-    }
+  ShortDivision short_division;
+  const bool is_short =
+      lowest >= 0 && offset == 0 && FindShortDivision(divisor, highest, short_division);
+  const ConvolutionKernels& kernels = ActiveConvolutionKernels();
+  const size_t taps = weights.rows() + weights.columns();
+  if (taps > 2 * kWorthSliding && weights.AllEqual() &&
+      (is_short ? RunBox(job, kernels.box16, short_division)
+                : RunBox(job, kernels.box32, division))) {
+    return;
   }
-  if (weights.rows() <= kMostTaps && weights.columns() <= kMostTaps) {
-    RunDirect(job, division);
-  } else {
+  if (weights.rows() > kMostTaps || weights.columns() > kMostTaps) {
     RunLarge(job, division);
+    return;
+  }
+  const Factors factors(weights);
+  if (factors.Found() && is_short) {
+    RunSplit(job, factors, kernels.split16, short_division);
+  } else if (factors.Found() && factors.ShortDown() && taps > 2 * kWorthSplitting) {
+    RunSplit(job, factors, kernels.split32, division);
+  } else {
+    RunDirect(job, division);
   }
 }
 

@@ -9,140 +9,12 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-/// Outputs that are computed side by side.
+/// Outputs that are computed side by side, and those whose sums are kept between two steps.
 constexpr size_t kBlock = 64;
+constexpr size_t kStretch = 768;
+constexpr size_t kMostStep = 4;
 
-template <typename Lane>
-void Slide(Lane* __restrict sums, const uint8_t* __restrict entering,
-           const uint8_t* __restrict leaving, Lane weight, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    const auto change = static_cast<Lane>(Lane{entering[i]} - Lane{leaving[i]});
-    sums[i] = static_cast<Lane>(sums[i] + static_cast<Lane>(weight * change));
-  }
-}
-
-/// Products of lanes in unsigned arithmetic that cannot overflow: 16-bit lanes would be promoted to
-/// signed integers.
-template <typename Lane>
-inline Lane Product(Lane weight, uint32_t value) {
-  return static_cast<Lane>(uint32_t{weight} * value);
-}
-
-template <size_t kTaps, typename Lane>
-void DownFew(Lane* __restrict sums, const uint8_t* const* rows, const Lane* weights, size_t count) {
-  const uint8_t* const a = rows[0];
-  const uint8_t* const b = rows[1];
-  const uint8_t* const c = rows[2];
-  const uint8_t* const d = rows[kTaps > 3 ? 3 : 0];
-  const uint8_t* const e = rows[kTaps > 4 ? 4 : 0];
-  const Lane w0 = weights[0], w1 = weights[1], w2 = weights[2];
-  const Lane w3 = kTaps > 3 ? weights[3] : Lane{0};
-  const Lane w4 = kTaps > 4 ? weights[4] : Lane{0};
-  for (size_t i = 0; i < count; ++i) {
-    auto sum = static_cast<Lane>(Product(w0, a[i]) + Product(w1, b[i]) + Product(w2, c[i]));
-    if constexpr (kTaps > 3) sum = static_cast<Lane>(sum + Product(w3, d[i]));
-    if constexpr (kTaps > 4) sum = static_cast<Lane>(sum + Product(w4, e[i]));
-    sums[i] = sum;
-  }
-}
-
-template <typename Lane>
-void Down(Lane* __restrict sums, const uint8_t* const* rows, const Lane* weights, size_t taps,
-          size_t count) {
-  if (taps == 3) return DownFew<3>(sums, rows, weights, count);
-  if (taps == 5) return DownFew<5>(sums, rows, weights, count);
-  for (size_t i = 0; i < count; ++i) sums[i] = 0;
-  for (size_t tap = 0; tap < taps; ++tap) {
-    const uint8_t* const row = rows[tap];
-    const Lane weight = weights[tap];
-    for (size_t i = 0; i < count; ++i) {
-      sums[i] = static_cast<Lane>(sums[i] + Product(weight, row[i]));
-    }
-  }
-}
-
-template <size_t kTaps, typename Lane>
-void AcrossFew(Lane* __restrict out, const Lane* sums, const Lane* weights, size_t step,
-               size_t count) {
-  const Lane* const b = sums + step;
-  const Lane* const c = b + step;
-  const Lane* const d = c + step;
-  const Lane* const e = d + step;
-  const Lane w0 = weights[0], w1 = weights[1], w2 = weights[2];
-  const Lane w3 = kTaps > 3 ? weights[3] : Lane{0};
-  const Lane w4 = kTaps > 4 ? weights[4] : Lane{0};
-  for (size_t i = 0; i < count; ++i) {
-    auto sum = static_cast<Lane>(Product(w0, sums[i]) + Product(w1, b[i]) + Product(w2, c[i]));
-    if constexpr (kTaps > 3) sum = static_cast<Lane>(sum + Product(w3, d[i]));
-    if constexpr (kTaps > 4) sum = static_cast<Lane>(sum + Product(w4, e[i]));
-    out[i] = sum;
-  }
-}
-
-template <typename Lane>
-void Across(Lane* __restrict out, const Lane* sums, const Lane* weights, size_t taps, size_t step,
-            size_t count) {
-  if (taps == 3) return AcrossFew<3>(out, sums, weights, step, count);
-  if (taps == 5) return AcrossFew<5>(out, sums, weights, step, count);
-  for (size_t i = 0; i < count; ++i) out[i] = 0;
-  for (size_t tap = 0; tap < taps; ++tap) {
-    const Lane* const from = sums + tap * step;
-    const Lane weight = weights[tap];
-    for (size_t i = 0; i < count; ++i)
-      out[i] = static_cast<Lane>(out[i] + Product(weight, from[i]));
-  }
-}
-
-template <typename Lane>
-void Join(Lane* __restrict to, const Lane* a, const Lane* b, size_t count) {
-  for (size_t i = 0; i < count; ++i) to[i] = static_cast<Lane>(a[i] + b[i]);
-}
-
-/// Windows whose width doubles; those of the widths that make up `taps` are added.
-template <typename Lane>
-void Box(Lane* __restrict out, const Lane* __restrict sums, Lane* __restrict spare, size_t taps,
-         size_t step, size_t count) {
-  const size_t room = count + (taps - 1) * step;
-  const Lane* from = sums;
-  Lane* to = spare;
-  bool first = true;
-  size_t done = 0;
-  for (size_t width = 1; width <= taps; width *= 2) {
-    if ((taps & width) != 0) {
-      const Lane* const part = from + done * step;
-      for (size_t i = 0; i < count; ++i) {
-        out[i] = static_cast<Lane>((first ? 0 : out[i]) + part[i]);
-      }
-      first = false;
-      done += width;
-    }
-    if (2 * width > taps) break;
-    Join(to, from, from + width * step, count + (taps - 2 * width) * step);
-    from = to;
-    to = to == spare ? spare + room : spare;
-  }
-}
-
-void Accumulate(uint32_t* __restrict sums, const uint8_t* __restrict row, uint32_t weight,
-                size_t count) {
-  for (size_t i = 0; i < count; ++i) sums[i] += weight * row[i];
-}
-
-void Finish16(uint8_t* __restrict dest, const uint16_t* __restrict sums, ShortDivision division,
-              size_t count) {
-  if (division.multiplier == 0) {
-    for (size_t i = 0; i < count; ++i) {
-      dest[i] = static_cast<uint8_t>(sums[i] < 255 ? sums[i] : 255);
-    }
-    return;
-  }
-  const uint32_t multiplier = division.multiplier;
-  for (size_t i = 0; i < count; ++i) {
-    const auto high = static_cast<uint16_t>(sums[i] * multiplier >> 16);
-    const auto quotient = static_cast<uint16_t>(high >> division.shift);
-    dest[i] = static_cast<uint8_t>(quotient < 255 ? quotient : 255);
-  }
-}
+inline size_t Smaller(size_t a, size_t b) { return a < b ? a : b; }
 
 inline uint8_t FinishOne(int32_t quotient, int32_t offset) {
   return ClampToByte(WrapAdd(quotient, offset));
@@ -164,6 +36,206 @@ void Finish32(uint8_t* __restrict dest, const uint32_t* __restrict sums, const D
     // The lowest sum divided by -1 leaves the range and comes back as itself.
     dest[i] = FinishOne(TruncateToInt(static_cast<int32_t>(sums[i]) * factor), offset);
   }
+}
+
+void Finish16(uint8_t* __restrict dest, const uint16_t* __restrict sums,
+              const ShortDivision& division, size_t count) {
+  if (division.multiplier == 0) {
+    for (size_t i = 0; i < count; ++i) {
+      dest[i] = static_cast<uint8_t>(sums[i] < 255 ? sums[i] : 255);
+    }
+    return;
+  }
+  const uint32_t multiplier = division.multiplier;
+  const int shift = division.shift;
+  for (size_t i = 0; i < count; ++i) {
+    const auto high = static_cast<uint16_t>(sums[i] * multiplier >> 16);
+    const auto quotient = static_cast<uint16_t>(high >> shift);
+    dest[i] = static_cast<uint8_t>(quotient < 255 ? quotient : 255);
+  }
+}
+
+/// Products of 16-bit lanes in unsigned arithmetic: lanes would be promoted to signed integers.
+inline uint16_t Product(uint16_t weight, uint32_t value) {
+  return static_cast<uint16_t>(uint32_t{weight} * value);
+}
+
+/// sum[i] = weights[0] * rows[0][first + i] + ... for rows of bytes or of sums; 3 or 5 taps at
+/// once.
+template <size_t kTaps, typename Value>
+void SumFew(uint16_t* __restrict sums, const Value* const* rows, const int16_t* weights,
+            uint16_t start, size_t count) {
+  const Value* const a = rows[0];
+  const Value* const b = rows[1];
+  const Value* const c = rows[2];
+  const Value* const d = rows[kTaps > 3 ? 3 : 0];
+  const Value* const e = rows[kTaps > 4 ? 4 : 0];
+  const auto w0 = static_cast<uint16_t>(weights[0]);
+  const auto w1 = static_cast<uint16_t>(weights[1]);
+  const auto w2 = static_cast<uint16_t>(weights[2]);
+  const auto w3 = static_cast<uint16_t>(kTaps > 3 ? weights[3] : 0);
+  const auto w4 = static_cast<uint16_t>(kTaps > 4 ? weights[4] : 0);
+  for (size_t i = 0; i < count; ++i) {
+    auto sum =
+        static_cast<uint16_t>(start + Product(w0, a[i]) + Product(w1, b[i]) + Product(w2, c[i]));
+    if constexpr (kTaps > 3) {
+      sum = static_cast<uint16_t>(sum + Product(w3, d[i]) + Product(w4, e[i]));
+    }
+    sums[i] = sum;
+  }
+}
+
+template <typename Value>
+void Sum(uint16_t* __restrict sums, const Value* const* rows, const int16_t* weights, size_t taps,
+         uint16_t start, size_t count) {
+  if (taps == 3) return SumFew<3>(sums, rows, weights, start, count);
+  if (taps == 5) return SumFew<5>(sums, rows, weights, start, count);
+  for (size_t i = 0; i < count; ++i) sums[i] = start;
+  size_t tap = 0;
+  for (; tap + 2 <= taps; tap += 2) {
+    const Value* const a = rows[tap];
+    const Value* const b = rows[tap + 1];
+    const auto w0 = static_cast<uint16_t>(weights[tap]);
+    const auto w1 = static_cast<uint16_t>(weights[tap + 1]);
+    for (size_t i = 0; i < count; ++i) {
+      sums[i] = static_cast<uint16_t>(sums[i] + Product(w0, a[i]) + Product(w1, b[i]));
+    }
+  }
+  for (; tap < taps; ++tap) {
+    const Value* const a = rows[tap];
+    const auto w0 = static_cast<uint16_t>(weights[tap]);
+    for (size_t i = 0; i < count; ++i) {
+      sums[i] = static_cast<uint16_t>(sums[i] + Product(w0, a[i]));
+    }
+  }
+}
+
+/// The sums down the columns, a stretch of a row at a time.
+class ColumnSums {
+ public:
+  ColumnSums(const uint8_t* const* rows, const SplitWeights& weights)
+      : rows_(rows), weights_(weights) {}
+
+  /// Computes the sums that `count` outputs from `first` on need.
+  const uint16_t* At(size_t first, size_t count) {
+    const uint8_t* here[kMostTaps];
+    for (size_t j = 0; j < weights_.rows; ++j) here[j] = rows_[j] + first;
+    Sum(sums_, here, weights_.down, weights_.rows, weights_.start,
+        count + (weights_.columns - 1) * weights_.step);
+    return sums_;
+  }
+
+ private:
+  const uint8_t* const* const rows_;
+  const SplitWeights& weights_;
+  // Room for whole vectors, the last of which may lie behind the sums that count.
+  alignas(64) uint16_t sums_[kStretch + kMostTaps * kMostStep + kBlock];
+};
+
+void Split16(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
+             const ShortDivision& division, size_t count) {
+  ColumnSums columns(rows, weights);
+  uint16_t sums[kStretch];
+  for (size_t first = 0; first < count; first += kStretch) {
+    const size_t stretch = Smaller(kStretch, count - first);
+    const uint16_t* const down = columns.At(first, stretch);
+    const uint16_t* shifted[kMostTaps];
+    for (size_t i = 0; i < weights.columns; ++i) shifted[i] = down + i * weights.step;
+    Sum(sums, shifted, weights.across, weights.columns, static_cast<uint16_t>(weights.balance),
+        stretch);
+    Finish16(dest + first, sums, division, stretch);
+  }
+}
+
+template <typename Lane>
+void Slide(Lane* __restrict sums, const uint8_t* __restrict entering,
+           const uint8_t* __restrict leaving, Lane weight, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    const auto change = static_cast<Lane>(Lane{entering[i]} - Lane{leaving[i]});
+    sums[i] = static_cast<Lane>(sums[i] + static_cast<Lane>(uint32_t{weight} * change));
+  }
+}
+
+template <typename Lane>
+void Join(Lane* __restrict to, const Lane* a, const Lane* b, size_t count) {
+  for (size_t i = 0; i < count; ++i) to[i] = static_cast<Lane>(a[i] + b[i]);
+}
+
+/// Widest box that is put together from windows of doubling width; wider ones are run along.
+constexpr size_t kWidestDoubling = 32;
+
+/// Windows of doubling width; those of the widths that make up `columns` are added.
+template <typename Lane>
+void DoubleAcross(Lane* __restrict out, const Lane* sums, size_t columns, size_t step,
+                  size_t count) {
+  Lane spare[2][kStretch + kWidestDoubling * kMostStep];
+  const Lane* from = sums;
+  size_t done = 0;
+  for (size_t width = 1, turn = 0;; width *= 2, turn ^= 1) {
+    if ((columns & width) != 0) {
+      const Lane* const part = from + done * step;
+      if (done == 0) {
+        for (size_t i = 0; i < count; ++i) out[i] = part[i];
+      } else {
+        for (size_t i = 0; i < count; ++i) out[i] = static_cast<Lane>(out[i] + part[i]);
+      }
+      done += width;
+    }
+    if (2 * width > columns) return;
+    Join(spare[turn], from, from + width * step, count + (columns - 2 * width) * step);
+    from = spare[turn];
+  }
+}
+
+template <size_t kStep, typename Lane>
+void RunAcross(Lane* __restrict out, const Lane* sums, size_t columns, size_t count) {
+  Lane running[kStep] = {};
+  for (size_t i = 0; i < columns * kStep; ++i) {
+    running[i % kStep] = static_cast<Lane>(running[i % kStep] + sums[i]);
+  }
+  const Lane* const ahead = sums + columns * kStep;
+  for (size_t k = 0; k < count; k += kStep) {
+    for (size_t c = 0; c < kStep; ++c) {
+      out[k + c] = running[c];
+      // The last pixel has nothing ahead.
+      if (k + kStep < count) {
+        running[c] = static_cast<Lane>(running[c] + ahead[k + c] - sums[k + c]);
+      }
+    }
+  }
+}
+
+inline void FinishSums(uint8_t* dest, const uint16_t* sums, const ShortDivision& division,
+                       size_t count) {
+  Finish16(dest, sums, division, count);
+}
+inline void FinishSums(uint8_t* dest, const uint32_t* sums, const Division& division,
+                       size_t count) {
+  Finish32(dest, sums, division, count);
+}
+
+template <typename Lane, typename Quotient>
+void BoxAcross(uint8_t* dest, const Lane* sums, size_t columns, size_t step,
+               const Quotient& division, size_t count) {
+  Lane out[kStretch];
+  for (size_t first = 0; first < count; first += kStretch) {
+    const size_t stretch = Smaller(kStretch, count - first);
+    if (columns <= kWidestDoubling) {
+      DoubleAcross(out, sums + first, columns, step, stretch);
+    } else if (step == 4) {
+      RunAcross<4>(out, sums + first, columns, stretch);
+    } else if (step == 3) {
+      RunAcross<3>(out, sums + first, columns, stretch);
+    } else {
+      RunAcross<1>(out, sums + first, columns, stretch);
+    }
+    FinishSums(dest + first, out, division, stretch);
+  }
+}
+
+void Accumulate(uint32_t* __restrict sums, const uint8_t* __restrict row, uint32_t weight,
+                size_t count) {
+  for (size_t i = 0; i < count; ++i) sums[i] += weight * row[i];
 }
 
 void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
@@ -188,14 +260,33 @@ void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
 constexpr ConvolutionKernels::Direct kDirect16 = nullptr;
 constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
 
+void Split32(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
+             const Division& division, size_t count) {
+  ColumnSums columns(rows, weights);
+  uint32_t sums[kStretch];
+  for (size_t first = 0; first < count; first += kStretch) {
+    const size_t stretch = Smaller(kStretch, count - first);
+    const uint16_t* const down = columns.At(first, stretch);
+    for (size_t k = 0; k < stretch; ++k) sums[k] = weights.balance;
+    for (size_t i = 0; i < weights.columns; ++i) {
+      const int32_t weight = weights.across[i];
+      const uint16_t* const from = down + i * weights.step;
+      for (size_t k = 0; k < stretch; ++k) {
+        sums[k] += static_cast<uint32_t>(weight * static_cast<int16_t>(from[k]));
+      }
+    }
+    Finish32(dest + first, sums, division, stretch);
+  }
+}
+
 #else
 
 #ifdef QEL_LEVEL_avx2
 
 struct Vector {
   using Type = __m256i;
-  static Type Load(const uint8_t* from) {
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+  static Type Load(const void* from) {
+    return _mm256_loadu_si256(static_cast<const __m256i*>(from));
   }
   static void Store(uint8_t* to, Type value) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), value);
@@ -204,11 +295,15 @@ struct Vector {
   static Type Set(int32_t value) { return _mm256_set1_epi32(value); }
   static Type Low8(Type a, Type b) { return _mm256_unpacklo_epi8(a, b); }
   static Type High8(Type a, Type b) { return _mm256_unpackhi_epi8(a, b); }
+  static Type Low16(Type a, Type b) { return _mm256_unpacklo_epi16(a, b); }
+  static Type High16(Type a, Type b) { return _mm256_unpackhi_epi16(a, b); }
   static Type PairSum(Type a, Type b) { return _mm256_madd_epi16(a, b); }
   static Type Add(Type a, Type b) { return _mm256_add_epi32(a, b); }
   static Type Pack(Type a, Type b, Type c, Type d) {
     return _mm256_packus_epi16(_mm256_packs_epi32(a, b), _mm256_packs_epi32(c, d));
   }
+  /// Low halves of all 128-bit parts, then the high halves.
+  static Type JoinHalves(Type bytes) { return _mm256_permute4x64_epi64(bytes, 0xD8); }
   static Type Single(Type sums, float factor) {
     return _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(sums), _mm256_set1_ps(factor)));
   }
@@ -225,16 +320,21 @@ struct Vector {
 
 struct Vector {
   using Type = __m512i;
-  static Type Load(const uint8_t* from) { return _mm512_loadu_si512(from); }
+  static Type Load(const void* from) { return _mm512_loadu_si512(from); }
   static void Store(uint8_t* to, Type value) { _mm512_storeu_si512(to, value); }
   static Type Zero() { return _mm512_setzero_si512(); }
   static Type Set(int32_t value) { return _mm512_set1_epi32(value); }
   static Type Low8(Type a, Type b) { return _mm512_unpacklo_epi8(a, b); }
   static Type High8(Type a, Type b) { return _mm512_unpackhi_epi8(a, b); }
+  static Type Low16(Type a, Type b) { return _mm512_unpacklo_epi16(a, b); }
+  static Type High16(Type a, Type b) { return _mm512_unpackhi_epi16(a, b); }
   static Type PairSum(Type a, Type b) { return _mm512_madd_epi16(a, b); }
   static Type Add(Type a, Type b) { return _mm512_add_epi32(a, b); }
   static Type Pack(Type a, Type b, Type c, Type d) {
     return _mm512_packus_epi16(_mm512_packs_epi32(a, b), _mm512_packs_epi32(c, d));
+  }
+  static Type JoinHalves(Type bytes) {
+    return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), bytes);
   }
   static Type Single(Type sums, float factor) {
     return _mm512_cvttps_epi32(_mm512_mul_ps(_mm512_cvtepi32_ps(sums), _mm512_set1_ps(factor)));
@@ -254,17 +354,21 @@ struct Vector {
 using Int = Vector::Type;
 constexpr size_t kVector = sizeof(Int);
 
-/// Divides, offsets, clamps and stores the sums of `count` (at most `kVector`) bytes. Packing
-/// saturates twice, which is the clamp.
+/// Divides, offsets and clamps sums. Packing saturates twice, which is the clamp.
 template <bool kInSingle>
-inline void Finish(uint8_t* dest, Int (&sums)[4], const Division& division, size_t count) {
+inline Int Quotients(const Int (&sums)[4], const Division& division) {
   const Int offset = Vector::Set(division.offset);
-  for (Int& sum : sums) {
-    sum = kInSingle ? Vector::Single(sum, division.single_factor)
-                    : Vector::Precise(sum, division.factor);
-    sum = Vector::Add(sum, offset);
+  Int out[4];
+  for (size_t a = 0; a < 4; ++a) {
+    const Int quotient = kInSingle ? Vector::Single(sums[a], division.single_factor)
+                                   : Vector::Precise(sums[a], division.factor);
+    out[a] = Vector::Add(quotient, offset);
   }
-  const Int bytes = Vector::Pack(sums[0], sums[1], sums[2], sums[3]);
+  return Vector::Pack(out[0], out[1], out[2], out[3]);
+}
+
+/// Stores the first `count` bytes, at most a vector.
+inline void StoreBytes(uint8_t* dest, Int bytes, size_t count) {
   if (count >= kVector) {
     Vector::Store(dest, bytes);
     return;
@@ -298,7 +402,7 @@ void PairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
         sums[3] = Vector::Add(sums[3], Vector::PairSum(Vector::High8(high, zero), weight));
       }
     }
-    Finish<kInSingle>(dest + k, sums, division, count - k);
+    StoreBytes(dest + k, Quotients<kInSingle>(sums, division), count - k);
   }
 }
 
@@ -309,42 +413,63 @@ void Direct16(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
 }
 constexpr ConvolutionKernels::Direct kDirect16 = &Direct16;
 
-#ifdef QEL_LEVEL_avx512vbmi
-
-/// Four neighbours at a time: a permute lays them side by side for the dot product.
-class QuadOrder {
- public:
-  /// Byte t of lane i: output `first` + i, neighbour t.
-  QuadOrder(size_t first, size_t step) {
-    for (size_t i = 0; i < 16; ++i) {
-      for (size_t t = 0; t < 4; ++t) bytes_[4 * i + t] = static_cast<uint8_t>(first + i + t * step);
+/// Two sums side by side at a time. Interleaving within 128-bit parts puts the outputs of the first
+/// vector of sums into the low half of each part and those of the second into the high half.
+template <bool kInSingle>
+void SplitRows(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
+               const Division& division, size_t count) {
+  ColumnSums columns(rows, weights);
+  int32_t pairs[(kMostTaps + 1) / 2];
+  const size_t pair_count = (weights.columns + 1) / 2;
+  const Int balance = Vector::Set(static_cast<int32_t>(weights.balance));
+  for (size_t i = 0; i < pair_count; ++i) {
+    const auto left = static_cast<uint16_t>(weights.across[2 * i]);
+    const bool odd = 2 * i + 1 == weights.columns;
+    const auto right = static_cast<uint16_t>(odd ? 0 : weights.across[2 * i + 1]);
+    pairs[i] = static_cast<int32_t>(left | uint32_t{right} << 16);
+  }
+  for (size_t first = 0; first < count; first += kStretch) {
+    const size_t stretch = Smaller(kStretch, count - first);
+    const uint16_t* const down = columns.At(first, stretch);
+    for (size_t k = 0; k < stretch; k += kVector) {
+      Int sums[4] = {balance, balance, balance, balance};
+      const uint16_t* from = down + k;
+      for (size_t i = 0; i < pair_count; ++i, from += 2 * weights.step) {
+        const Int weight = Vector::Set(pairs[i]);
+        for (size_t half = 0; half < 2; ++half) {
+          const Int left = Vector::Load(from + half * (kVector / 2));
+          const Int right = Vector::Load(from + half * (kVector / 2) + weights.step);
+          Int& low = sums[2 * half];
+          Int& high = sums[2 * half + 1];
+          low = Vector::Add(low, Vector::PairSum(Vector::Low16(left, right), weight));
+          high = Vector::Add(high, Vector::PairSum(Vector::High16(left, right), weight));
+        }
+      }
+      const Int bytes = Vector::JoinHalves(Quotients<kInSingle>(sums, division));
+      StoreBytes(dest + first + k, bytes, stretch - k);
     }
   }
-  Int Load() const { return _mm512_load_si512(bytes_); }
-
- private:
-  alignas(64) uint8_t bytes_[64];
-};
-
-/// The order of sums that packing undoes: 128-bit part p of accumulator a has the outputs
-/// 16 * p + 4 * a and following.
-inline void InterleaveSums(Int (&sums)[4]) {
-  const Int a = _mm512_shuffle_i32x4(sums[0], sums[1], 0x88);
-  const Int b = _mm512_shuffle_i32x4(sums[0], sums[1], 0xDD);
-  const Int c = _mm512_shuffle_i32x4(sums[2], sums[3], 0x88);
-  const Int d = _mm512_shuffle_i32x4(sums[2], sums[3], 0xDD);
-  sums[0] = _mm512_shuffle_i32x4(a, c, 0x88);
-  sums[1] = _mm512_shuffle_i32x4(b, d, 0x88);
-  sums[2] = _mm512_shuffle_i32x4(a, c, 0xDD);
-  sums[3] = _mm512_shuffle_i32x4(b, d, 0xDD);
 }
 
+void Split32(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
+             const Division& division, size_t count) {
+  const auto function = division.in_single ? &SplitRows<true> : &SplitRows<false>;
+  function(dest, rows, weights, division, count);
+}
+
+#ifdef QEL_LEVEL_avx512vbmi
+
+/// Four neighbours at a time: a shuffle lays them side by side for the dot product. Lane i of part
+/// p of accumulator a is output 16 * p + 4 * a + i, which is the order that packing undoes; its
+/// neighbours lie in the same 128 bits as itself.
 template <bool kInSingle>
 void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
               const Division& division, size_t count) {
-  const Int order0 = QuadOrder(0, weights.step).Load();
-  const Int order1 = QuadOrder(16, weights.step).Load();
-  const Int order2 = QuadOrder(32, weights.step).Load();
+  alignas(64) uint8_t places[kVector];
+  for (size_t i = 0; i < kVector; ++i) {
+    places[i] = static_cast<uint8_t>(i / 4 % 4 + i % 4 * weights.step);
+  }
+  const Int order = _mm512_load_si512(places);
   for (size_t k = 0; k < count; k += kVector) {
     Int sums[4] = {Vector::Zero(), Vector::Zero(), Vector::Zero(), Vector::Zero()};
     for (size_t j = 0; j < weights.rows; ++j) {
@@ -353,16 +478,13 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
       for (size_t i = 0; i < weights.words_per_row; ++i, from += 4 * weights.step) {
         if (words[i] == 0) continue;
         const Int weight = Vector::Set(words[i]);
-        const Int here = Vector::Load(from);
-        const Int ahead = Vector::Load(from + 16);
-        sums[0] = _mm512_dpbusd_epi32(sums[0], _mm512_permutexvar_epi8(order0, here), weight);
-        sums[1] = _mm512_dpbusd_epi32(sums[1], _mm512_permutexvar_epi8(order1, here), weight);
-        sums[2] = _mm512_dpbusd_epi32(sums[2], _mm512_permutexvar_epi8(order2, here), weight);
-        sums[3] = _mm512_dpbusd_epi32(sums[3], _mm512_permutexvar_epi8(order2, ahead), weight);
+        for (size_t a = 0; a < 4; ++a) {
+          const Int quads = _mm512_shuffle_epi8(Vector::Load(from + 4 * a), order);
+          sums[a] = _mm512_dpbusd_epi32(sums[a], quads, weight);
+        }
       }
     }
-    InterleaveSums(sums);
-    Finish<kInSingle>(dest + k, sums, division, count - k);
+    StoreBytes(dest + k, Quotients<kInSingle>(sums, division), count - k);
   }
 }
 
@@ -380,23 +502,19 @@ constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
 #endif
 #endif
 
-template <typename Lane>
-constexpr SplitKernels<Lane> SplitKernelsOf() {
-  return {.slide = &Slide<Lane>, .down = &Down<Lane>, .across = &Across<Lane>, .box = &Box<Lane>};
-}
-
 }  // namespace
 
 extern const ConvolutionKernels kConvolutionKernels;
 constinit const ConvolutionKernels kConvolutionKernels = {
-    .split16 = SplitKernelsOf<uint16_t>(),
-    .split32 = SplitKernelsOf<uint32_t>(),
-    .accumulate = &Accumulate,
     .direct32 = &Direct32,
     .direct16 = kDirect16,
     .direct8 = kDirect8,
-    .finish16 = &Finish16,
-    .finish32 = &Finish32,
+    .split16 = &Split16,
+    .split32 = &Split32,
+    .box16 = {.slide = &Slide<uint16_t>, .across = &BoxAcross<uint16_t, ShortDivision>},
+    .box32 = {.slide = &Slide<uint32_t>, .across = &BoxAcross<uint32_t, Division>},
+    .accumulate = &Accumulate,
+    .finish = &Finish32,
 };
 
 }  // namespace qel::QEL_LEVEL

@@ -32,30 +32,31 @@ struct DirectWeights {
   size_t step;  ///< bytes from a sample to its right neighbour
 };
 
-/// Sums of columns and their way across rows, in lanes of one width. All sums wrap.
-template <typename Lane>
-struct SplitKernels {
+/// A kernel that is a column of weights times a row of weights.
+struct SplitWeights {
+  const int16_t* down;
+  size_t rows;
+  const int16_t* across;
+  size_t columns;
+  size_t step;       ///< bytes from a sample to its right neighbour
+  uint16_t start;    ///< what every sum down a column starts from
+  uint32_t balance;  ///< added to the sums across, to take that out again
+};
+
+/// Sums of columns whose weights are equal, and the bytes that they give.
+template <typename Lane, typename Quotient>
+struct BoxKernels {
   /// sums[i] += weight * (entering[i] - leaving[i])
   void (*slide)(Lane* sums, const uint8_t* entering, const uint8_t* leaving, Lane weight,
                 size_t count);
-  /// sums[i] = weights[0] * rows[0][i] + weights[1] * rows[1][i] + ...
-  void (*down)(Lane* sums, const uint8_t* const* rows, const Lane* weights, size_t taps,
-               size_t count);
-  /// out[i] = weights[0] * sums[i] + weights[1] * sums[i + step] + ...
-  void (*across)(Lane* out, const Lane* sums, const Lane* weights, size_t taps, size_t step,
-                 size_t count);
-  /// The same with weights of 1. `spare` has twice the room of `sums`.
-  void (*box)(Lane* out, const Lane* sums, Lane* spare, size_t taps, size_t step, size_t count);
+  /// dest[i] from sums[i] + sums[i + step] + ..., `columns` of them
+  void (*across)(uint8_t* dest, const Lane* sums, size_t columns, size_t step,
+                 const Quotient& division, size_t count);
 };
 
-/// Row functions of the convolution. Direct functions and sums read up to `kRowSlack` bytes past
-/// the samples that count, in scratch rows; nothing else is touched beyond `count`.
+/// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
+/// `kRowSlack` bytes past their samples are read. Nothing else is touched beyond `count`.
 struct ConvolutionKernels {
-  SplitKernels<uint16_t> split16;
-  SplitKernels<uint32_t> split32;
-  /// sums[i] += weight * row[i]
-  void (*accumulate)(uint32_t* sums, const uint8_t* row, uint32_t weight, size_t count);
-
   /// Whole neighbourhoods by weights of 32, 16 or 8 bits. The narrow ones are null at levels that
   /// have no instruction for them.
   using Direct = void (*)(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
@@ -64,10 +65,24 @@ struct ConvolutionKernels {
   Direct direct16;
   Direct direct8;
 
+  /// Products of two rows of weights: all sums fit 16 unsigned bits, or at least those down the
+  /// columns fit 16 signed ones, counted from their start.
+  void (*split16)(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
+                  const ShortDivision& division, size_t count);
+  void (*split32)(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
+                  const Division& division, size_t count);
+
+  BoxKernels<uint16_t, ShortDivision> box16;
+  BoxKernels<uint32_t, Division> box32;
+
+  /// sums[i] += weight * row[i]
+  void (*accumulate)(uint32_t* sums, const uint8_t* row, uint32_t weight, size_t count);
   /// Bytes from sums.
-  void (*finish16)(uint8_t* dest, const uint16_t* sums, ShortDivision division, size_t count);
-  void (*finish32)(uint8_t* dest, const uint32_t* sums, const Division& division, size_t count);
+  void (*finish)(uint8_t* dest, const uint32_t* sums, const Division& division, size_t count);
 };
+
+/// Most rows and columns of the direct and split functions.
+inline constexpr size_t kMostTaps = 63;
 
 namespace sse2 {
 extern const ConvolutionKernels kConvolutionKernels;

@@ -53,7 +53,7 @@ void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) co
 }
 
 void DestRows::Close(int64_t y, int64_t x, int64_t count) {
-  if (dest_.bit_count == 32) CopyAlpha(y, x, count);
+  if (dest_.bit_count == 32 && !keeps_alpha_) CopyAlpha(y, x, count);
   if (dest_.bit_count >= 8) return;
   VisitAccessLayout(dest_.bit_count, [&](auto codec) {
     if constexpr (!codec.kDirect) {

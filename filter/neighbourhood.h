@@ -71,6 +71,8 @@ class SourceRows {
 /// Writes samples to an image.
 class DestRows {
  public:
+  /// Samples are stored as they are.
+  explicit DestRows(const ImageView& dest) : DestRows(dest, dest, 0) { keeps_alpha_ = true; }
   /// Alpha of 32-bit pixels is not taken from the samples but from the pixel of `source` that lies
   /// `alpha_shift` further right and down; outside, and without source pixels, it is the marker.
   DestRows(const ImageView& dest, const ImageView& source, int64_t alpha_shift)
@@ -90,6 +92,7 @@ class DestRows {
   const ImageView dest_;
   const ImageView source_;
   const int64_t alpha_shift_;
+  bool keeps_alpha_ = false;
   uint8_t packing_[kTileColumns];
 };
 

@@ -1,0 +1,350 @@
+#include "filter/median_kernels.h"
+
+#include <utility>
+
+#ifndef QEL_LEVEL_sse2
+#include <immintrin.h>
+#endif
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+template <size_t kBytes>
+void Keys(uint8_t* __restrict keys, const uint8_t* __restrict pixels, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t* const pixel = pixels + kBytes * i;
+    keys[i] = static_cast<uint8_t>((117u * pixel[0] + 601u * pixel[1] + 306u * pixel[2]) >> 10);
+  }
+}
+
+/// A network of comparators that brings the middle one of `kTaps` values to its place: a sorting
+/// network by merge exchange, without the comparators and half comparators that do not matter.
+template <size_t kTaps>
+class MiddleNetwork {
+ public:
+  struct Comparator {
+    size_t low = 0;  ///< takes the smaller value
+    size_t high = 0;
+    bool needs_low = false;
+    bool needs_high = false;
+  };
+
+  constexpr MiddleNetwork() {
+    Sort();
+    Prune();
+  }
+  constexpr size_t size() const { return size_; }
+  constexpr const Comparator& operator[](size_t i) const { return comparators_[i]; }
+
+ private:
+  constexpr void Sort() {
+    size_t top = 1;
+    while (2 * top < kTaps) top *= 2;
+    for (size_t distance = top; distance > 0; distance /= 2) {
+      size_t bits = 0;
+      for (size_t step = top, gap = distance;; step /= 2) {
+        for (size_t i = 0; i + gap < kTaps; ++i) {
+          if ((i & distance) == bits) comparators_[size_++] = {i, i + gap};
+        }
+        if (step == distance) break;
+        gap = step - distance;
+        bits = distance;
+      }
+    }
+  }
+
+  constexpr void Prune() {
+    bool needed[kTaps] = {};
+    needed[kTaps / 2] = true;
+    size_t kept = kMost;
+    for (size_t i = size_; i-- > 0;) {
+      Comparator comparator = comparators_[i];
+      comparator.needs_low = needed[comparator.low];
+      comparator.needs_high = needed[comparator.high];
+      if (!comparator.needs_low && !comparator.needs_high) continue;
+      needed[comparator.low] = needed[comparator.high] = true;
+      pruned_[--kept] = comparator;
+    }
+    size_ = 0;
+    while (kept < kMost) comparators_[size_++] = pruned_[kept++];
+  }
+
+  static constexpr size_t kMost = kTaps * kTaps;
+  Comparator comparators_[kMost] = {};
+  Comparator pruned_[kMost] = {};
+  size_t size_ = 0;
+};
+
+template <size_t kTaps>
+constexpr MiddleNetwork<kTaps> kNetwork;
+
+template <size_t kTaps, size_t kIndex, typename Lane>
+inline void Compare(Lane (&values)[kTaps]) {
+  constexpr auto kComparator = kNetwork<kTaps>[kIndex];
+  const Lane a = values[kComparator.low];
+  const Lane b = values[kComparator.high];
+  if constexpr (kComparator.needs_low) values[kComparator.low] = b < a ? b : a;
+  if constexpr (kComparator.needs_high) values[kComparator.high] = b < a ? a : b;
+}
+
+template <size_t kTaps, typename Lane, size_t... kIndices>
+inline Lane Middle(Lane (&values)[kTaps], std::index_sequence<kIndices...>) {
+  (Compare<kTaps, kIndices>(values), ...);
+  return values[kTaps / 2];
+}
+
+/// The middle value of each window. 16-bit lanes hold a key above its tap's place, so that equal
+/// keys keep their order and the place comes out; 8-bit lanes hold keys alone.
+template <typename Lane, size_t... kPlaces>
+void MiddleOfTaps(uint8_t* __restrict out, const uint8_t* const* taps, size_t count,
+                  std::index_sequence<kPlaces...>) {
+  constexpr size_t kTaps = sizeof...(kPlaces);
+  const uint8_t* const from[] = {taps[kPlaces]...};
+  for (size_t k = 0; k < count; ++k) {
+    Lane values[kTaps];
+    if constexpr (sizeof(Lane) == 1) {
+      ((values[kPlaces] = from[kPlaces][k]), ...);
+    } else {
+      ((values[kPlaces] = static_cast<Lane>(from[kPlaces][k] << 8 | kPlaces)), ...);
+    }
+    out[k] =
+        static_cast<uint8_t>(Middle(values, std::make_index_sequence<kNetwork<kTaps>.size()>{}));
+  }
+}
+
+template <typename Lane, size_t kSize>
+void MiddleByNetwork(uint8_t* out, const uint8_t* const* rows, size_t count) {
+  const uint8_t* taps[kSize * kSize];
+  for (size_t i = 0; i < kSize; ++i) {
+    for (size_t j = 0; j < kSize; ++j) taps[i * kSize + j] = rows[j] + i;
+  }
+  MiddleOfTaps<Lane>(out, taps, count, std::make_index_sequence<kSize * kSize>{});
+}
+
+#if defined(QEL_LEVEL_sse2)
+
+/// Byte lanes as plain arrays.
+class Bytes {
+ public:
+  static constexpr size_t kLanes = 64;
+  static Bytes Load(const uint8_t* from) {
+    Bytes bytes;
+    for (size_t i = 0; i < kLanes; ++i) bytes.lanes_[i] = from[i];
+    return bytes;
+  }
+  static Bytes Set(size_t value) {
+    Bytes bytes;
+    for (uint8_t& lane : bytes.lanes_) lane = static_cast<uint8_t>(value);
+    return bytes;
+  }
+  void Store(uint8_t* to) const {
+    for (size_t i = 0; i < kLanes; ++i) to[i] = lanes_[i];
+  }
+  void AddBit(uint8_t bit) {
+    for (uint8_t& lane : lanes_) lane = static_cast<uint8_t>(lane | bit);
+  }
+  /// Counts lanes of `keys` that are below `limits`.
+  void CountBelow(const Bytes& keys, const Bytes& limits) {
+    for (size_t i = 0; i < kLanes; ++i) {
+      lanes_[i] = static_cast<uint8_t>(lanes_[i] + (keys.lanes_[i] < limits.lanes_[i] ? 1 : 0));
+    }
+  }
+  /// Takes `from` where `counts` is at most `most`.
+  void TakeWhereAtMost(const Bytes& from, const Bytes& counts, const Bytes& most) {
+    for (size_t i = 0; i < kLanes; ++i) {
+      lanes_[i] = counts.lanes_[i] <= most.lanes_[i] ? from.lanes_[i] : lanes_[i];
+    }
+  }
+  /// The lanes are tap numbers among equals: where `keys` and `wanted` agree, a lane of 0 sends
+  /// `place` to `found`, and each counts one down.
+  void CountDown(const Bytes& keys, const Bytes& wanted, const Bytes& place, Bytes& found) {
+    for (size_t i = 0; i < kLanes; ++i) {
+      const bool equal = keys.lanes_[i] == wanted.lanes_[i];
+      found.lanes_[i] = equal && lanes_[i] == 0 ? place.lanes_[i] : found.lanes_[i];
+      lanes_[i] = static_cast<uint8_t>(lanes_[i] - (equal ? 1 : 0));
+    }
+  }
+  void Subtract(const Bytes& other) {
+    for (size_t i = 0; i < kLanes; ++i) {
+      lanes_[i] = static_cast<uint8_t>(lanes_[i] - other.lanes_[i]);
+    }
+  }
+
+ private:
+  uint8_t lanes_[kLanes];
+};
+
+inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {
+  size_t count = 0;
+  for (size_t i = 0; i < length; ++i) count += keys[i] == key ? 1 : 0;
+  return count;
+}
+
+#elif defined(QEL_LEVEL_avx2)
+
+class Bytes {
+ public:
+  static constexpr size_t kLanes = 32;
+  static Bytes Load(const uint8_t* from) {
+    return {_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from))};
+  }
+  static Bytes Set(size_t value) { return {_mm256_set1_epi8(static_cast<char>(value))}; }
+  void Store(uint8_t* to) const { _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), lanes_); }
+  void AddBit(uint8_t bit) { lanes_ = _mm256_or_si256(lanes_, Set(bit).lanes_); }
+  void CountBelow(Bytes keys, Bytes limits) {
+    const __m256i not_below =
+        _mm256_cmpeq_epi8(_mm256_max_epu8(keys.lanes_, limits.lanes_), keys.lanes_);
+    lanes_ = _mm256_sub_epi8(lanes_, _mm256_xor_si256(not_below, _mm256_set1_epi8(-1)));
+  }
+  void TakeWhereAtMost(Bytes from, Bytes counts, Bytes most) {
+    const __m256i at_most =
+        _mm256_cmpeq_epi8(_mm256_min_epu8(counts.lanes_, most.lanes_), counts.lanes_);
+    lanes_ = _mm256_blendv_epi8(lanes_, from.lanes_, at_most);
+  }
+  void CountDown(Bytes keys, Bytes wanted, Bytes place, Bytes& found) {
+    const __m256i equal = _mm256_cmpeq_epi8(keys.lanes_, wanted.lanes_);
+    const __m256i here = _mm256_cmpeq_epi8(lanes_, _mm256_setzero_si256());
+    found.lanes_ = _mm256_blendv_epi8(found.lanes_, place.lanes_, _mm256_and_si256(equal, here));
+    lanes_ = _mm256_add_epi8(lanes_, equal);
+  }
+  void Subtract(Bytes other) { lanes_ = _mm256_sub_epi8(lanes_, other.lanes_); }
+
+  __m256i lanes_;
+};
+
+inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {
+  const __m256i wanted = _mm256_set1_epi8(static_cast<char>(key));
+  size_t count = 0;
+  for (size_t i = 0; i < length; i += 32) {
+    const __m256i equal =
+        _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys + i)), wanted);
+    const uint32_t valid = length - i >= 32 ? ~0u : (1u << (length - i)) - 1;
+    const auto found = static_cast<uint32_t>(_mm256_movemask_epi8(equal)) & valid;
+    count += static_cast<size_t>(__builtin_popcount(found));
+  }
+  return count;
+}
+
+#else
+
+class Bytes {
+ public:
+  static constexpr size_t kLanes = 64;
+  static Bytes Load(const uint8_t* from) { return {_mm512_loadu_si512(from)}; }
+  static Bytes Set(size_t value) { return {_mm512_set1_epi8(static_cast<char>(value))}; }
+  void Store(uint8_t* to) const { _mm512_storeu_si512(to, lanes_); }
+  void AddBit(uint8_t bit) { lanes_ = _mm512_or_si512(lanes_, Set(bit).lanes_); }
+  void CountBelow(Bytes keys, Bytes limits) {
+    const __mmask64 below = _mm512_cmplt_epu8_mask(keys.lanes_, limits.lanes_);
+    lanes_ = _mm512_mask_add_epi8(lanes_, below, lanes_, Set(1).lanes_);
+  }
+  void TakeWhereAtMost(Bytes from, Bytes counts, Bytes most) {
+    const __mmask64 at_most = _mm512_cmple_epu8_mask(counts.lanes_, most.lanes_);
+    lanes_ = _mm512_mask_mov_epi8(lanes_, at_most, from.lanes_);
+  }
+  void CountDown(Bytes keys, Bytes wanted, Bytes place, Bytes& found) {
+    const __mmask64 equal = _mm512_cmpeq_epi8_mask(keys.lanes_, wanted.lanes_);
+    const __mmask64 here = _mm512_mask_cmpeq_epi8_mask(equal, lanes_, _mm512_setzero_si512());
+    found.lanes_ = _mm512_mask_mov_epi8(found.lanes_, here, place.lanes_);
+    lanes_ = _mm512_mask_sub_epi8(lanes_, equal, lanes_, Set(1).lanes_);
+  }
+  void Subtract(Bytes other) { lanes_ = _mm512_sub_epi8(lanes_, other.lanes_); }
+
+  __m512i lanes_;
+};
+
+inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {
+  const __m512i wanted = _mm512_set1_epi8(static_cast<char>(key));
+  size_t count = 0;
+  for (size_t i = 0; i < length; i += 64) {
+    const __mmask64 valid = length - i >= 64 ? ~__mmask64{0} : (__mmask64{1} << (length - i)) - 1;
+    const __mmask64 found =
+        _mm512_mask_cmpeq_epi8_mask(valid, _mm512_loadu_si512(keys + i), wanted);
+    count += static_cast<size_t>(__builtin_popcountll(found));
+  }
+  return count;
+}
+
+#endif
+
+/// The wanted keys bit by bit from the highest: a bit is set where at most the wanted number of
+/// taps lie below the key with that bit. `below` becomes the number of taps below the wanted key.
+inline Bytes WantedKeys(const uint8_t* const* rows, size_t size, size_t first, Bytes& below) {
+  const Bytes middle = Bytes::Set(size * size / 2);
+  Bytes wanted = Bytes::Set(0);
+  below = Bytes::Set(0);
+  for (unsigned bit = 0x80; bit != 0; bit >>= 1) {
+    Bytes limit = wanted;
+    limit.AddBit(static_cast<uint8_t>(bit));
+    Bytes count = Bytes::Set(0);
+    for (size_t j = 0; j < size; ++j) {
+      const uint8_t* const row = rows[j] + first;
+      for (size_t i = 0; i < size; ++i) count.CountBelow(Bytes::Load(row + i), limit);
+    }
+    wanted.TakeWhereAtMost(limit, count, middle);
+    below.TakeWhereAtMost(count, count, middle);
+  }
+  return wanted;
+}
+
+inline void StoreBytes(uint8_t* dest, const Bytes& bytes, size_t count) {
+  if (count >= Bytes::kLanes) {
+    bytes.Store(dest);
+    return;
+  }
+  alignas(64) uint8_t rest[Bytes::kLanes];
+  bytes.Store(rest);
+  for (size_t i = 0; i < count; ++i) dest[i] = rest[i];
+}
+
+void SelectKey(uint8_t* keys, const uint8_t* const* rows, size_t size, size_t count) {
+  if (size == 3) return MiddleByNetwork<uint8_t, 3>(keys, rows, count);
+  if (size == 5) return MiddleByNetwork<uint8_t, 5>(keys, rows, count);
+  for (size_t k = 0; k < count; k += Bytes::kLanes) {
+    Bytes below;
+    StoreBytes(keys + k, WantedKeys(rows, size, k, below), count - k);
+  }
+}
+
+void SelectTap(uint8_t* taps, const uint8_t* const* rows, size_t size, size_t count) {
+  if (size == 3) return MiddleByNetwork<uint16_t, 3>(taps, rows, count);
+  if (size == 5) return MiddleByNetwork<uint16_t, 5>(taps, rows, count);
+  for (size_t k = 0; k < count; k += Bytes::kLanes) {
+    Bytes below;
+    const Bytes wanted = WantedKeys(rows, size, k, below);
+    // The number of the tap among those that have the wanted key.
+    Bytes rest = Bytes::Set(size * size / 2);
+    rest.Subtract(below);
+    Bytes found = Bytes::Set(0);
+    for (size_t i = 0; i < size; ++i) {
+      for (size_t j = 0; j < size; ++j) {
+        rest.CountDown(Bytes::Load(rows[j] + k + i), wanted, Bytes::Set(i * size + j), found);
+      }
+    }
+    StoreBytes(taps + k, found, count - k);
+  }
+}
+
+size_t FindColumn(const uint8_t* keys, size_t pitch, size_t columns, size_t length, uint8_t key,
+                  int64_t extra, int64_t* rest) {
+  for (size_t column = 0; column < columns; ++column) {
+    const int64_t taps =
+        static_cast<int64_t>(CountEqual(keys + column * pitch, length, key)) + extra;
+    if (*rest < taps) return column;
+    *rest -= taps;
+  }
+  return columns;
+}
+
+}  // namespace
+
+extern const MedianKernels kMedianKernels;
+constinit const MedianKernels kMedianKernels = {
+    .keys3 = &Keys<3>,
+    .keys4 = &Keys<4>,
+    .select_key = &SelectKey,
+    .select_tap = &SelectTap,
+    .find_column = &FindColumn,
+};
+
+}  // namespace qel::QEL_LEVEL
