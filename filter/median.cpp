@@ -188,8 +188,8 @@ class SlidingMedian {
     length_ = static_cast<size_t>(columns_ > 0 ? end - first_row_ : 0);
     above_ = std::max<int64_t>(reach_.before - y, 0);
     offset_ = ring_ > 0 ? static_cast<size_t>(first_row_) % ring_ : 0;
-    std::memset(fine_, 0, sizeof(fine_));
-    std::memset(coarse_, 0, sizeof(coarse_));
+    std::memset(taps_, 0, sizeof(taps_));
+    below_ = 0;
     for (int64_t x = 0; x < std::min(reach_.after, columns_); ++x) Count(x, 1);
   }
 
@@ -200,49 +200,53 @@ class SlidingMedian {
   /// Adds `change`, 1 or all ones for -1, for every key of column `x`.
   void Count(int64_t x, uint32_t change) {
     const uint8_t* const column = Column(x);
+    uint32_t below = 0;
     for (size_t i = 0; i < length_; ++i) {
-      fine_[column[i]] += change;
-      coarse_[column[i] / kCoarse] += change;
+      taps_[column[i]] += change;
+      below += column[i] < key_ ? change : 0;
     }
+    below_ += below;
   }
 
   /// The colour in the middle of the window of column `x`.
   template <typename Codec>
-  uint32_t Pick(Codec codec, int64_t x) const {
+  uint32_t Pick(Codec codec, int64_t x) {
     const int64_t first = std::max<int64_t>(x - reach_.before, 0);
     const int64_t last = std::min(x + reach_.after, columns_ - 1);
     const int64_t inside = std::max<int64_t>(last - first + 1, 0) * static_cast<int64_t>(length_);
-    int64_t rest = size_ * size_ / 2;
-    const uint8_t key = FindKey(size_ * size_ - inside, rest);
+    const int64_t rest = MoveKey(size_ * size_ - inside);
     if constexpr (!Codec::kDirect) {
-      return GreyColour(key);
+      return GreyColour(static_cast<uint32_t>(key_));
     } else {
-      return FindTap(codec, x, first, last - first + 1, key, rest);
+      return FindTap(codec, x, first, last - first + 1, rest);
     }
   }
 
-  /// The key of tap number `rest` in sorted order, `outside` taps having the outside colour; leaves
-  /// in `rest` its number among those of that key.
-  uint8_t FindKey(int64_t outside, int64_t& rest) const {
-    int key = 0;
-    for (int group = 0; group < 256 / kCoarse; ++group, key += kCoarse) {
-      const int64_t taps = coarse_[group] + (outside_key_ / kCoarse == group ? outside : 0);
-      if (rest < taps) break;
-      rest -= taps;
+  /// Moves the key to that of the middle tap, `outside` taps having the outside colour. Windows of
+  /// neighbours have much in common, so the way is short. Returns the middle tap's number among
+  /// those of its key.
+  int64_t MoveKey(int64_t outside) {
+    int64_t rest = size_ * size_ / 2 - below_ - (outside_key_ < key_ ? outside : 0);
+    const auto taps = [&] { return taps_[key_] + (outside_key_ == key_ ? outside : 0); };
+    while (rest < 0) {
+      --key_;
+      below_ -= taps_[key_];
+      rest += taps();
     }
-    for (;; ++key) {
-      const int64_t taps = fine_[key] + (outside_key_ == key ? outside : 0);
-      if (rest < taps) return static_cast<uint8_t>(key);
-      rest -= taps;
+    while (rest >= taps()) {
+      rest -= taps();
+      below_ += taps_[key_];
+      ++key_;
     }
+    return rest;
   }
 
-  /// The colour of tap number `rest` among those of `key` in the order of visiting: the columns to
-  /// the left of the image, its own columns with what lies above and below them, and the rest.
+  /// The colour of tap number `rest` among those of the key in the order of visiting: the columns
+  /// to the left of the image, its own columns with what lies above and below them, and the rest.
   template <typename Codec>
-  uint32_t FindTap(Codec codec, int64_t x, int64_t first, int64_t columns, uint8_t key,
-                   int64_t rest) const {
-    const bool outside_too = key == outside_key_;
+  uint32_t FindTap(Codec codec, int64_t x, int64_t first, int64_t columns, int64_t rest) const {
+    const bool outside_too = key_ == outside_key_;
+    const auto key = static_cast<uint8_t>(key_);
     if (outside_too) {
       rest -= std::max<int64_t>(reach_.before - x, 0) * size_;
       if (rest < 0) return outside_;
@@ -264,14 +268,12 @@ class SlidingMedian {
     return outside_;
   }
 
-  static constexpr int kCoarse = 16;
-
   const ImageView source_;
   const ImageView dest_;
   const Reach reach_;
   const int64_t size_;
   const uint32_t outside_;
-  const uint8_t outside_key_;
+  const int outside_key_;
   const size_t ring_;
   size_t pitch_;
   std::unique_ptr<uint8_t[]> keys_;
@@ -282,8 +284,11 @@ class SlidingMedian {
   int64_t above_ = 0;  // rows above the image
   size_t length_ = 0;
   size_t offset_ = 0;  // of the first row in a column of keys
-  uint32_t fine_[256];
-  uint32_t coarse_[256 / kCoarse];
+
+  // The histogram of the window's part inside the image.
+  uint32_t taps_[256];
+  int key_ = 0;
+  uint32_t below_ = 0;  // taps below `key_`
 };
 
 void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
