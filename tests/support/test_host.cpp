@@ -1,5 +1,7 @@
 #include "tests/support/test_host.h"
 
+#include <algorithm>
+
 namespace qel::test {
 namespace {
 
@@ -153,7 +155,7 @@ class TestImage::PalettePart final : public IQELImagePalette {
     if (!Host().OnCall("GetPalette")) return kFail;
     if (Host().GivesNull()) return kOk;
     *entries = image_.raster.palette.data();
-    *count = static_cast<uint32_t>(image_.raster.palette.size());
+    *count = std::min(image_.told_entries, static_cast<uint32_t>(image_.raster.palette.size()));
     return kOk;
   }
 
