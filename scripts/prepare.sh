@@ -1,9 +1,12 @@
-# Sourced by ./run and ./test: installs what a build needs and is missing, quietly when all is there.
+# Sourced by ./run, ./test and ./bench.sh: installs what a build needs and is missing, quietly when
+# all is there.
 
 # Debian packages by what they are for.
 QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev"
 QEL_TEST_PACKAGES="libgtest-dev"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
+QEL_BENCH_PACKAGES="libbenchmark-dev"
+QEL_BENCH_PEER_PACKAGES="libopencv-dev"
 
 # qel_install PACKAGE...: installs the packages that dpkg does not know as installed.
 qel_install() {

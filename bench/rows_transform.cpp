@@ -1,0 +1,264 @@
+#include <cmath>
+
+#include "bench/row.h"
+#include "tests/support/oracle_transform.h"
+
+namespace qel::bench {
+namespace {
+
+namespace oracle = test::oracle;
+
+/// The quadrilateral that is straightened, in an image of this size.
+oracle::Corners CornersIn(int width, int height) {
+  const double w = width, h = height;
+  return {0.1 * w, 0.05 * h, 0.95 * w, 0.1 * h, 0.05 * w, 0.9 * h, 0.9 * w, 0.97 * h};
+}
+
+/// A transform of the caller's: a slight turn.
+class Turner final : public host::HostObject<ITransform> {
+ public:
+  static Turner* Instance() {
+    static Turner* const instance = new Turner;
+    return instance;
+  }
+  static void Turn(double& x, double& y) {
+    const double old_x = x;
+    x = 0.98 * x - 0.12 * y + 60;
+    y = 0.12 * old_x + 0.98 * y - 40;
+  }
+  result_t TransformPoint(double* x, double* y, double* /*z*/) override {
+    Turn(*x, *y);
+    return kOk;
+  }
+};
+
+/// What the caller's own code takes: one call per pixel.
+void TurnAll(PeerStage& p) {
+  ITransform* volatile turner = Turner::Instance();
+  for (int y = 0; y < p.height; ++y) {
+    for (int x = 0; x < p.width; ++x) {
+      double point[3] = {static_cast<double>(x), static_cast<double>(y), 0};
+      turner->TransformPoint(&point[0], &point[1], &point[2]);
+    }
+  }
+}
+
+#ifdef QEL_BENCH_OPENCV
+
+void SwapChannels(const cv::Mat& from, cv::Mat& to) {
+  cv::cvtColor(from, to, from.channels() == 3 ? cv::COLOR_BGR2RGB : cv::COLOR_BGRA2RGBA);
+}
+
+void Warp(PeerStage& p, cv::Mat& dest, int interpolation, int border) {
+  const cv::Point2f centre(static_cast<float>(p.width) / 2, static_cast<float>(p.height) / 2);
+  cv::warpAffine(p[0], dest, cv::getRotationMatrix2D(centre, 30, 1), p[0].size(), interpolation,
+                 border);
+}
+
+void Shear(PeerStage& p) {
+  const cv::Matx23f matrix(1, 0.2f, -100, 0.1f, 1, -100);
+  cv::warpAffine(p[0], p.result, matrix, p[0].size(), cv::INTER_NEAREST | cv::WARP_INVERSE_MAP);
+}
+
+void Resize(PeerStage& p, double factor, int interpolation) {
+  cv::resize(p[0], p.result, {}, factor, factor, interpolation);
+}
+
+void Straighten(PeerStage& p, int interpolation) {
+  const oracle::Corners c = CornersIn(p.width, p.height);
+  const auto point = [](double x, double y) {
+    return cv::Point2f(static_cast<float>(x), static_cast<float>(y));
+  };
+  const cv::Point2f to[] = {point(0, 0), point(p.width, 0), point(0, p.height),
+                            point(p.width, p.height)};
+  const cv::Point2f from[] = {point(c.x1, c.y1), point(c.x2, c.y2), point(c.x3, c.y3),
+                              point(c.x4, c.y4)};
+  cv::warpPerspective(p[0], p.result, cv::getPerspectiveTransform(to, from), p[0].size(),
+                      interpolation | cv::WARP_INVERSE_MAP);
+}
+
+/// Polar coordinates about the centre, changed, and looked up.
+void Deform(PeerStage& p, int mode) {
+  const float cx = static_cast<float>(p.width) / 2, cy = static_cast<float>(p.height) / 2;
+  const double limit = std::hypot(cx, cy);
+  if (mode == kCircleUnwrap) {
+    return cv::warpPolar(p[0], p.result, p[0].size(), {cx, cy}, limit,
+                         cv::INTER_NEAREST | cv::WARP_INVERSE_MAP);
+  }
+  cv::Mat &dx = p.scratch[0], &dy = p.scratch[1], &radius = p.scratch[2], &angle = p.scratch[3];
+  if (dx.empty()) {
+    dx.create(p.height, p.width, CV_32F);
+    dy.create(p.height, p.width, CV_32F);
+    for (int x = 0; x < p.width; ++x) dx.col(x).setTo(static_cast<float>(x) - cx);
+    for (int y = 0; y < p.height; ++y) dy.row(y).setTo(static_cast<float>(y) - cy);
+  }
+  cv::cartToPolar(dx, dy, radius, angle);
+  if (mode == kCircleBulge) cv::multiply(radius, radius, radius, 1 / limit);
+  if (mode == kCirclePinch) cv::sqrt(radius * limit, radius);
+  if (mode == kCircleSwirl) cv::scaleAdd(radius, 1 / (limit * 0.75), angle, angle);
+  cv::polarToCart(radius, angle, p.scratch[4], p.scratch[5]);
+  cv::add(p.scratch[4], cx, p.scratch[4]);
+  cv::add(p.scratch[5], cy, p.scratch[5]);
+  cv::remap(p[0], p.result, p.scratch[4], p.scratch[5], cv::INTER_NEAREST);
+}
+
+void ExpandPalette(PeerStage& p) {
+  static const cv::Mat palette(1, 256, CV_8UC3, cv::Scalar(1, 2, 3));
+  cv::cvtColor(p[0], p.scratch[0], cv::COLOR_GRAY2BGR);
+  cv::LUT(p.scratch[0], palette, p.result);
+}
+
+#endif
+
+void AddDepthRows(std::vector<Row>& rows) {
+  const auto add = [&](std::string name, double goal, Peer peer, int from, int to, bool palette) {
+    const uint32_t model = to == 24 ? kModelBgr : kModelArgb;
+    rows.push_back(Row{"increase_bpp to " + name, goal,
+                       QEL_CALL(c.transform->IncreaseBpp(s[0], s.Result(), to, model)),
+                       QEL_READ(oracle::IncreaseBpp(r[0], result, to, model)), std::move(peer)}
+                       .At({from})
+                       .On({{.palette = palette}}));
+  };
+  add("24", 0.75, QEL_PEER(cv::cvtColor(p[0], p.result, cv::COLOR_GRAY2BGR)), 8, 24, false);
+  add("32", 0.95, QEL_PEER(cv::cvtColor(p[0], p.result, cv::COLOR_GRAY2BGRA)), 8, 32, false);
+  add("24 by palette", 1.5, QEL_PEER(ExpandPalette(p)), 8, 24, true);
+  add("32 by palette", 1.5, {}, 8, 32, true);
+  add("32", 0.95, QEL_PEER(cv::cvtColor(p[0], p.result, cv::COLOR_BGR2BGRA)), 24, 32, false);
+}
+
+void AddRotations(std::vector<Row>& rows) {
+  const auto add = [&](std::string name, double goal, Peer peer, int angle, int method) {
+    rows.push_back({"rotate " + name, goal,
+                    QEL_CALL(c.transform->Rotate(s[0], s.Result(), angle, method, 0, 1)),
+                    QEL_READ(oracle::Rotate(r[0], result, angle, method, 0, 1)), std::move(peer)});
+  };
+  add("by 90", 2.7, QEL_PEER(cv::rotate(p[0], p.result, cv::ROTATE_90_CLOCKWISE)), 90, 0);
+  add("by 180", 1.1, QEL_PEER(cv::rotate(p[0], p.result, cv::ROTATE_180)), 180, 0);
+  add("by 270", 2.7, QEL_PEER(cv::rotate(p[0], p.result, cv::ROTATE_90_COUNTERCLOCKWISE)), 270, 0);
+  add("nearest", 4, QEL_PEER(Warp(p, p.result, cv::INTER_NEAREST, 0)), 30, 0);
+  add("method 1", 4, {}, 30, 1);
+  add("4 x 4", 40, QEL_PEER(Warp(p, p.result, cv::INTER_CUBIC, 0)), 30, 3);
+  add("sinc", 250, QEL_PEER(Warp(p, p.result, cv::INTER_LANCZOS4, 0)), 30, 5);
+}
+
+/// Enlarged images end in the size that is measured, shrunk ones start from it.
+void AddResampling(std::vector<Row>& rows) {
+  const auto add = [&](std::string name, double goal, Peer peer, int up, int down, int method,
+                       int nearest_only) {
+    const auto scaled = [=](int length) { return length * up / down; };
+    rows.push_back(
+        Row{"resample " + name, goal,
+            QEL_CALL(c.transform->Resample(s[0], s.Result(), scaled(s[0]->Host().width()),
+                                           scaled(s[0]->Host().height()), method, nearest_only)),
+            QEL_READ(oracle::Resample(r[0], result, scaled(r[0].width), scaled(r[0].height), method,
+                                      nearest_only)),
+            std::move(peer)}
+            .On({{.divide = up > down ? up : 1}}));
+  };
+  const Peer cubic = QEL_PEER(Resize(p, 2, cv::INTER_CUBIC));
+  add("x2 nearest", 1, QEL_PEER(Resize(p, 2, cv::INTER_NEAREST)), 2, 1, 0, 0);
+  add("x2 method 1", 0, {}, 2, 1, 1, 0);
+  add("x2 cubic", 12, cubic, 2, 1, 3, 0);
+  add("x2 cosine sum", 12, cubic, 2, 1, 10, 0);
+  add("x2 Bessel", 12, cubic, 2, 1, 11, 0);
+  add("x2 Gaussian", 12, cubic, 2, 1, 12, 0);
+  add("x2 sinc", 70, QEL_PEER(Resize(p, 2, cv::INTER_LANCZOS4)), 2, 1, 5, 0);
+  add("/2 box", 0.8, QEL_PEER(Resize(p, 0.5, cv::INTER_AREA)), 1, 2, 0, 0);
+  add("/4 box", 1.6, QEL_PEER(Resize(p, 0.25, cv::INTER_AREA)), 1, 4, 0, 0);
+  add("/2.5 box", 2.2, QEL_PEER(Resize(p, 0.4, cv::INTER_AREA)), 2, 5, 0, 0);
+  add("/2.5 nearest", 0, QEL_PEER(Resize(p, 0.4, cv::INTER_NEAREST)), 2, 5, 0, 1);
+}
+
+result_t CallQuad(IQELTransform& transform, Stage& s, int16_t blend) {
+  const int w = s[0]->Host().width(), h = s[0]->Host().height();
+  const oracle::Corners p = CornersIn(w, h);
+  return transform.Quad(s[0], s.Result(), p.x1, p.y1, p.x2, p.y2, p.x3, p.y3, p.x4, p.y4,
+                        static_cast<uint32_t>(w), static_cast<uint32_t>(h), blend);
+}
+
+result_t ReadQuad(const Raster& image, Raster& result, int16_t blend) {
+  return oracle::Quad(image, result, CornersIn(image.width, image.height),
+                      static_cast<uint32_t>(image.width), static_cast<uint32_t>(image.height),
+                      blend);
+}
+
+}  // namespace
+
+std::vector<Row> TransformRows() {
+  const std::vector<Input> with_target = {{}, {.content = Content::kOther}};
+  std::vector<Row> rows;
+  const auto add = [&](Row row) { rows.push_back(std::move(row)); };
+  add({"flip", 1.1, QEL_CALL(c.transform->Flip(s[0], s.Result())),
+       QEL_READ(oracle::Flip(r[0], result)), QEL_PEER(cv::flip(p[0], p.result, 0))});
+  add({"mirror", 1.1, QEL_CALL(c.transform->Mirror(s[0], s.Result())),
+       QEL_READ(oracle::Mirror(r[0], result)), QEL_PEER(cv::flip(p[0], p.result, 1))});
+  add(Row{"flip_bits", 0.6, QEL_CALL(c.transform->FlipBits(s[0])), QEL_READ(oracle::FlipBits(r[0])),
+          QEL_PEER(SwapChannels(p[0], p.result))}
+          .At({24, 32})
+          .Changing(0));
+  add(Row {
+    "flip_image_and_bits", 1.2, QEL_CALL(c.transform->FlipImageAndBits(s[0])),
+        QEL_READ(oracle::FlipImageAndBits(r[0])),
+        QEL_PEER(cv::flip(p[0], p.scratch[0], 0); SwapChannels(p.scratch[0], p.result))
+  }.At({24, 32})
+          .Changing(0));
+  AddDepthRows(rows);
+  AddRotations(rows);
+  AddResampling(rows);
+  add({"skew", 4, QEL_CALL(c.transform->Skew(s[0], s.Result(), 0.2f, 0.1f, 0, 0, 0, 0)),
+       QEL_READ(oracle::Skew(r[0], result, 0.2f, 0.1f, 0, 0, 0)), QEL_PEER(Shear(p))});
+  add({"quad nearest", 6, QEL_CALL(CallQuad(*c.transform, s, 0)),
+       QEL_READ(ReadQuad(r[0], result, 0)), QEL_PEER(Straighten(p, cv::INTER_NEAREST))});
+  add({"quad blended", 12, QEL_CALL(CallQuad(*c.transform, s, 1)),
+       QEL_READ(ReadQuad(r[0], result, 1)), QEL_PEER(Straighten(p, cv::INTER_LINEAR))});
+  add(Row{"rotate_paste nearest", 0, QEL_CALL(c.transform->RotatePaste(s[0], s[1], 0.5, 0, 0)),
+          QEL_READ(oracle::RotatePaste(r[0], r[1], 0.5, 0, 0)),
+          QEL_PEER(Warp(p, p[1], cv::INTER_NEAREST, cv::BORDER_TRANSPARENT))}
+          .At({24, 32})
+          .PeerAt({24})
+          .On(with_target)
+          .Changing(1));
+  add(Row{"rotate_paste 4 x 4", 0, QEL_CALL(c.transform->RotatePaste(s[0], s[1], 0.5, 3, 0)),
+          QEL_READ(oracle::RotatePaste(r[0], r[1], 0.5, 3, 0)),
+          QEL_PEER(Warp(p, p[1], cv::INTER_CUBIC, cv::BORDER_TRANSPARENT))}
+          .At({24, 32})
+          .PeerAt({24})
+          .On(with_target)
+          .Changing(1));
+  add(Row{"transform", 0,
+          QEL_CALL(c.transform->Transform(Turner::Instance(), s[0], s.Result(), 0, 0, 0, 0, 0, 0)),
+          QEL_READ(oracle::Transform(Turner::Turn, r[0], result, 0, 0, 0, 0)), TurnAll}
+          .Above("the caller's calls"));
+  add(Row{"transform_paste", 0,
+          QEL_CALL(c.transform->TransformPaste(Turner::Instance(), s[0], s[1], 0, 0, 0, 0)),
+          QEL_READ(oracle::TransformPaste(Turner::Turn, r[0], r[1], 0, 0, 0)), TurnAll}
+          .On(with_target)
+          .Changing(1)
+          .Above("the caller's calls"));
+  add(Row{"transform_paste with voids", 0,
+          QEL_CALL(c.transform->TransformPaste(Turner::Instance(), s[0], s[1], 0, 0, 1, 0)),
+          QEL_READ(oracle::TransformPaste(Turner::Turn, r[0], r[1], 0, 0, 1)), TurnAll}
+          .At({24, 32})
+          .On(with_target)
+          .Changing(1)
+          .Above("the caller's calls"));
+  return rows;
+}
+
+std::vector<Row> DeformRows() {
+  std::vector<Row> rows;
+  const auto add = [&](std::string name, double goal, Peer peer, int mode) {
+    rows.push_back(Row{"circle_transform " + name, goal,
+                       QEL_CALL(c.deform->CircleTransform(s[0], mode, 0, 1.5f)),
+                       QEL_READ(oracle::CircleTransform(r[0], mode, 0, 1.5f)), std::move(peer)}
+                       .Changing(0));
+  };
+  add("bulge", 18, QEL_PEER(Deform(p, kCircleBulge)), kCircleBulge);
+  add("pinch", 18, QEL_PEER(Deform(p, kCirclePinch)), kCirclePinch);
+  add("swirl", 25, QEL_PEER(Deform(p, kCircleSwirl)), kCircleSwirl);
+  add("unwrap", 14, QEL_PEER(Deform(p, kCircleUnwrap)), kCircleUnwrap);
+  add("fold", 2, {}, kCircleFold);
+  return rows;
+}
+
+}  // namespace qel::bench

@@ -1,0 +1,116 @@
+#include "bench/stage.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace qel::bench {
+namespace {
+
+uint32_t ModelOf(int depth, Content content) {
+  if (depth == 8 || content == Content::kIntegers) return kModelMono;
+  return depth == 24 ? kModelBgr : kModelArgb;
+}
+
+SmartPtr<host::HostImage> MakeImage(const Input& input, int depth, Size size) {
+  if (input.content == Content::kNothing) return host::HostImage::Make(NewImageOptions());
+  if (input.depth != 0) depth = input.depth;
+  auto image = host::HostImage::Make(size.width / input.divide, size.height / input.divide, depth,
+                                     ModelOf(depth, input.content), NewImageOptions());
+  if (!image) throw std::bad_alloc();
+  Paint(*image, input.content);
+  std::vector<RGBQUAD> palette;
+  for (int i = 0; i < 256 && input.palette; ++i) {
+    const auto level = static_cast<uint8_t>(i);
+    palette.push_back({level, static_cast<uint8_t>(level * 3), static_cast<uint8_t>(~level), 0});
+  }
+  image->SetPalette(palette);
+  return image;
+}
+
+void EvictRows(const host::HostImage& image) {
+  if (image.Bits() == nullptr) return;
+  Evict(image.Bits(), static_cast<size_t>(image.stride()) * static_cast<size_t>(image.height()));
+}
+
+}  // namespace
+
+void Evict(const void* start, size_t bytes) {
+  constexpr size_t kLine = 64;
+  for (size_t i = 0; i < bytes; i += kLine) _mm_clflush(static_cast<const char*>(start) + i);
+  _mm_mfence();
+}
+
+Components::Components(const host::ModuleLibrary& module)
+    : color(module.Create<IQELColorTransform>(RefString(kColorTransformName))),
+      transform(module.Create<IQELTransform>(RefString(kTransformName))),
+      deform(module.Create<IQELDeform>(RefString(kDeformName))),
+      filter(module.Create<IQELFilterTransform>(RefString(kFilterTransformName))),
+      maths(module.Create<IQELMaths>(RefString(kMathsName))) {}
+
+host::ImageOptions& NewImageOptions() {
+  static host::ImageOptions options;
+  return options;
+}
+
+SmartPtr<host::HostCollection> MakeCollection() {
+  auto collection = host::HostCollection::Make();
+  collection->OfferStrings();
+  collection->Offer(kImageComponentName,
+                    host::MakerOf([] { return host::HostImage::Make(NewImageOptions()); }));
+  return collection;
+}
+
+result_t AdoptingImage::QueryInterface(const IID& iid, void** object) {
+  if (iid == IID_IQELImagePalette) return image_->QueryInterface(iid, object);
+  return HostObject::QueryInterface(iid, object);
+}
+
+result_t AdoptingImage::Assign(IQEL* source, int /*flags*/) {
+  // Modules assign images that they had this host make, and let go of them afterwards.
+  replaced_ = std::exchange(
+      image_, SmartPtr<host::HostImage>::Retain(static_cast<host::HostImage*>(source)));
+  return kOk;
+}
+
+Stage::Stage(const std::vector<Input>& inputs, int depth, Size size) {
+  for (const Input& input : inputs) {
+    const auto image = MakeImage(input, depth, size);
+    images_.push_back(SmartPtr<AdoptingImage>::Adopt(new AdoptingImage(image)));
+    originals_.emplace_back();
+    if (image->Bits() != nullptr) {
+      originals_.back().assign(image->Bits(), image->Row(image->height()));
+    }
+  }
+}
+
+const host::HostImage* Stage::HostResult() const {
+  for (const auto& image : images_) {
+    if (static_cast<IQEL*>(image.Get()) == result_.Get()) return &image->Host();
+  }
+  return static_cast<const host::HostImage*>(result_.Get());
+}
+
+void Stage::SetBack(int changed, bool cold) {
+  if (changed >= 0) {
+    const auto index = static_cast<size_t>(changed);
+    std::memcpy(images_[index]->Host().Bits(), originals_[index].data(), originals_[index].size());
+  }
+  for (const auto& image : images_) {
+    const auto replaced = image->TakeReplaced();
+    if (cold && replaced) EvictRows(*replaced);
+    if (cold) EvictRows(image->Host());
+  }
+  if (cold && result_) EvictRows(*HostResult());
+  result_.Reset();
+}
+
+int64_t Stage::LargestImage() const {
+  const auto bytes = [](const host::HostImage& image) { return image.RowBytes() * image.height(); };
+  int64_t largest = result_ ? bytes(*HostResult()) : 0;
+  for (const auto& image : images_) largest = std::max(largest, bytes(image->Host()));
+  return largest;
+}
+
+}  // namespace qel::bench
