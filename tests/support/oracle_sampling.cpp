@@ -142,6 +142,7 @@ uint32_t Interpolated(const uint8_t* bits, float x, float y, int width, int heig
                          bpp);
   };
   const uint32_t outside = pixel(-999, -999);
+  if (bits == nullptr || width <= 0 || height <= 0) return outside;
   if (method == 0) return pixel(TruncateToInt(x + 0.5f), TruncateToInt(y + 0.5f));
   if (method < 2 || method > 15) {
     return GetBilinearColor(bits, TruncateToInt(x), TruncateToInt(y), width, height, stride, bpp);

@@ -65,6 +65,23 @@ TEST_P(Resample, BoxesOfEveryAreaEqualTheOracle) {
   }
 }
 
+// Sources and results that begin or end where memory does: reading or writing further ends the
+// test.
+TEST_P(Resample, StaysWithinTheImages) {
+  Rng rng(6);
+  for (const auto fence : {Layout::Fence::kBefore, Layout::Fence::kAfter}) {
+    for (const int depth : {8, 16, 24, 32}) {
+      for (int round = 0; round < 25 && !HasFailure(); ++round) {
+        Raster::NewImageLayout() = {.bottom_up = rng.OneIn(2), .fence = fence};
+        const Raster source(rng, rng.Int(1, 90), rng.Int(1, 30), depth, UsualModel(depth),
+                            {.bottom_up = rng.OneIn(2), .fence = fence});
+        ExpectScaled(source, rng.Int(1, 150), rng.Int(1, 40), rng.Int(0, 6), rng.OneIn(4) ? 1 : 0);
+        ExpectScaled(source, rng.Int(1, source.width), rng.Int(1, source.height), 0, 0);
+      }
+    }
+  }
+}
+
 TEST_P(Resample, WorkedExamples) {
   Rng rng(4);
   const auto scaled = [&](const Raster& raster, int width, int height, int method, int nearest) {
@@ -103,6 +120,42 @@ TEST_P(Resample, ReportsFailuresBeforeAndAfterCreation) {
   host.refuses_images = true;
   EXPECT_EQ(transform().Resample(source.Get(), &result, 2, 2, 0, 0), kFail);
   EXPECT_EQ(result, nullptr);
+}
+
+// From 2^24 on, offsets in single precision are even: row 17 of an odd stride starts a byte late.
+TEST_P(Resample, KeepsSinglePrecisionRowOffsets) {
+  Rng rng(7);
+  constexpr int kWidth = 1048583;
+  const auto image =
+      TestImage::Make(Raster(rng, kWidth, 18, 8, kModelMono, {.fence = Layout::Fence::kAfter}));
+  uint8_t* const row = image->raster.Row(17);
+  row[0] = 10;
+  row[1] = 20;
+  SmartPtr<IQEL> result;
+  EXPECT_EQ(transform().Resample(image.Get(), result.Put(), 3, 18, 0, 1), kOk);
+  EXPECT_EQ(static_cast<TestImage*>(result.Get())->raster.Row(17)[0], 20);
+}
+
+// Ten columns into four: boxes of two columns from 0, 2, 5 and 7; columns 4 and 9 are not read.
+TEST_P(Resample, KeepsDroppingFractionsOfBoxes) {
+  Rng rng(8);
+  Raster source(rng, 10, 1, 8, kModelMono, {});
+  const uint8_t row[] = {10, 20, 30, 41, 255, 60, 70, 80, 90, 255};
+  std::copy(std::begin(row), std::end(row), source.Row(0));
+  const auto image = TestImage::Make(source);
+  SmartPtr<IQEL> result;
+  EXPECT_EQ(transform().Resample(image.Get(), result.Put(), 4, 1, 3, 0), kOk);
+  const uint8_t* const means = static_cast<TestImage*>(result.Get())->raster.Row(0);
+  EXPECT_EQ(std::vector<uint8_t>(means, means + 4), (std::vector<uint8_t>{15, 35, 65, 85}));
+}
+
+TEST_P(Resample, KeepsAlphaOfTheNewImageInBoxes) {
+  Rng rng(9);
+  const auto image = TestImage::Make(RandomRaster(rng, 100, 20, 32));
+  SmartPtr<IQEL> result;
+  EXPECT_EQ(transform().Resample(image.Get(), result.Put(), 50, 10, 3, 0), kOk);
+  const Raster& scaled = static_cast<TestImage*>(result.Get())->raster;
+  for (int x = 0; x < 50; ++x) EXPECT_EQ(scaled.Row(9)[4 * x + 3], 0xCD) << "as it was created";
 }
 
 }  // namespace

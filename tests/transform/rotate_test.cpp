@@ -99,6 +99,24 @@ TEST_P(Rotation, PastesAnImageOntoItselfPixelByPixel) {
   }
 }
 
+TEST_P(Rotation, StaysWithinTheImages) {
+  Rng rng(7);
+  for (const auto fence : {Layout::Fence::kBefore, Layout::Fence::kAfter}) {
+    for (const int depth : {8, 24, 32}) {
+      for (int round = 0; round < 20 && !HasFailure(); ++round) {
+        const Layout layout = {.bottom_up = rng.OneIn(2), .fence = fence};
+        Raster::NewImageLayout() = layout;
+        const Raster source(rng, rng.Int(10, 80), rng.Int(10, 50), depth, 0, layout);
+        const int method = rng.Int(0, 6);
+        ExpectRotated(source, rng.OneIn(3) ? 360 : rng.Int(1, 359), method, 0, rng.OneIn(2));
+        const Raster target(rng, rng.Int(1, 100), rng.Int(1, 60), rng.OneIn(2) ? 24 : 32, 0,
+                            layout);
+        ExpectPasted(source, target, rng.OneIn(3) ? 0.0 : rng.Float(-4.0f, 4.0f), method, -1);
+      }
+    }
+  }
+}
+
 TEST_P(Rotation, ReportsFailures) {
   Rng rng(6);
   TestHost& host = TestHost::Instance();
@@ -112,6 +130,77 @@ TEST_P(Rotation, ReportsFailures) {
   for (const int angle : {30, 90}) {
     EXPECT_EQ(transform().Rotate(image.Get(), &result, angle, 0, 0, 0), kFail);
     EXPECT_EQ(result, image.Get()) << "untouched";
+  }
+}
+
+/// `source` rotated by the module.
+Raster Rotated(IQELTransform& transform, const Raster& source, int angle, int method, int force) {
+  const auto image = TestImage::Make(source);
+  SmartPtr<IQEL> result;
+  EXPECT_EQ(transform.Rotate(image.Get(), result.Put(), angle, method, force, 0), kOk);
+  return static_cast<TestImage*>(result.Get())->raster;
+}
+
+TEST_P(Rotation, KeepsMarginOfTheSource) {
+  Rng rng(8);
+  Raster source(rng, 30, 20, 24, kModelBgr, {});
+  for (int y = 0; y < 20; ++y) std::fill_n(source.Row(y), 90, uint8_t{90});
+  std::fill_n(source.Row(0), 3, uint8_t{10});
+  const Raster turned = Rotated(transform(), source, 360, 0, 0);
+  ASSERT_EQ(turned.width, 30);
+  ASSERT_EQ(turned.height, 20);
+  EXPECT_EQ(turned.Row(10)[3 * 2], 10) << "the background";
+  EXPECT_EQ(turned.Row(10)[3 * 5], 90);
+  EXPECT_EQ(turned.Row(10)[3 * 24], 90);
+  EXPECT_EQ(turned.Row(10)[3 * 27], 10);
+  const Raster corners = Rotated(transform(), RandomRaster(rng, 100, 100, 32), 45, 3, 0);
+  EXPECT_EQ(corners.width, 141);
+  EXPECT_EQ(corners.Row(0)[3], 255) << "opaque background";
+}
+
+// One byte per pixel at 4 bits: rows reach into the next ones, whose margins show it.
+TEST_P(Rotation, KeepsWholeBytesAtShallowDepths) {
+  Rng rng(9);
+  Raster source(rng, 40, 30, 4, kModelMono, {});
+  for (int y = 0; y < 30; ++y) std::fill_n(source.Row(y), 20, uint8_t{0x55});
+  source.Row(0)[0] = 0x25;
+  Raster::NewImageLayout() = {};
+  const Raster turned = Rotated(transform(), source, 360, 1, 0);
+  EXPECT_EQ(turned.Row(2)[1], 2) << "background";
+  EXPECT_EQ(turned.Row(15)[1], 5) << "pixel 21 of the row above";
+  ExpectRotated(source, 360, 1, 0, 0);
+  ExpectRotated(Raster(rng, 40, 30, 16, 0, {}), 30, 3, 0, 1);
+}
+
+TEST_P(Rotation, KeepsUndrawnImageWhenCreationFails) {
+  Rng rng(10);
+  TestHost& host = TestHost::Instance();
+  const auto image = TestImage::Make(RandomRaster(rng, 20, 20, 24));
+  host.logging = true;
+  SmartPtr<IQEL> result;
+  EXPECT_EQ(transform().Rotate(image.Get(), result.Put(), 30, 3, 0, 0), kOk);
+  const auto create = std::find(host.log.begin(), host.log.end(), "Create") - host.log.begin();
+  host.Reset();
+  host.fault = TestHost::Fault::kFail;
+  host.fault_at = static_cast<int>(create);
+  EXPECT_EQ(transform().Rotate(image.Get(), result.Put(), 30, 3, 0, 0), kOk);
+  ASSERT_TRUE(result);
+  EXPECT_EQ(static_cast<TestImage*>(result.Get())->raster.Bits(), nullptr);
+}
+
+TEST_P(Rotation, KeepsDrawingWhenTheKeyHasATopByte) {
+  Rng rng(11);
+  const Raster source(rng, 12, 12, 24, kModelBgr, {});
+  const uint8_t* const pixel = source.Row(5) + 3 * 5;
+  const int colour = pixel[0] | pixel[1] << 8 | pixel[2] << 16;
+  for (const int top : {0, 1}) {
+    const auto from = TestImage::Make(source);
+    const auto target = TestImage::Make(Raster(rng, 12, 12, 24, kModelBgr, {}));
+    const Raster before = target->raster;
+    EXPECT_EQ(transform().RotatePaste(from.Get(), target.Get(), 0.0, 0, colour | top << 24), kOk);
+    const Raster& expected = top == 0 ? before : source;
+    EXPECT_TRUE(std::equal(pixel, pixel + 3, source.Row(5) + 15));
+    EXPECT_TRUE(std::equal(expected.Row(5) + 15, expected.Row(5) + 18, target->raster.Row(5) + 15));
   }
 }
 
