@@ -6,8 +6,14 @@
 
 namespace qel {
 
+// Objects are deleted as what they were created as; see `CObject`.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
 /// Neighbourhood filters; see `IQELFilterTransform`, whose functions stand in another order.
-class CQELFilterTransform final : public Component<CQELFilterTransform, IQELFilterTransform> {
+/// Not final: the fixed filters call `Filter` through the table, so that whoever replaces it there
+/// changes them too.
+class CQELFilterTransform : public Component<CQELFilterTransform, IQELFilterTransform> {
  public:
   static constexpr tagREFString m_ObjectName = RefString(kFilterTransformName);
 
@@ -32,6 +38,9 @@ class CQELFilterTransform final : public Component<CQELFilterTransform, IQELFilt
   virtual result_t Kernel(IQEL* image, int16_t* kernel, int size, int divisor, int offset,
                           IQEL** result);
 };
+
+#pragma GCC diagnostic pop
+
 static_assert(sizeof(CQELFilterTransform) == 32, "part of the object layout");
 
 }  // namespace qel

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "filter/filter_transform.h"
 #include "filter/median_kernels.h"
@@ -140,9 +141,12 @@ class SlidingMedian {
     pitch_ = 2 * ring_;
     if (source.HasPixels()) {
       const size_t bytes = static_cast<size_t>(source.Columns()) * pitch_ + kRowSlack;
-      keys_ = std::make_unique_for_overwrite<uint8_t[]>(bytes);
+      keys_.reset(new (std::nothrow) uint8_t[bytes]);
     }
   }
+
+  /// False when there is no memory for the keys.
+  explicit operator bool() const { return keys_ != nullptr || !source_.HasPixels(); }
 
   void Run() {
     for (int64_t row = 0; row < std::min(reach_.after, source_.Rows()); ++row) Read(row);
@@ -320,7 +324,9 @@ result_t CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
     if (size <= static_cast<int>(kMostSelected)) {
       SelectMiddle(source, dest, size);
     } else {
-      SlidingMedian(source, dest, size).Run();
+      SlidingMedian median(source, dest, size);
+      if (!median) return kFail;
+      median.Run();
     }
   }
   return output.HandOver(image, result);

@@ -41,6 +41,13 @@ class CObject : public IUnknown {
   uint32_t ReleaseReference();
 
  private:
+  /// Deletes what `_CreateInstance` made, which is exactly a `T`: the fixed order of the tables has
+  /// no place for virtual destructors, and not every `T` is final.
+  static void Delete(T* object) {
+    object->T::~T();
+    operator delete(object, sizeof(T));
+  }
+
   std::atomic<uint32_t> count_{1};
 };
 
@@ -92,7 +99,7 @@ uint32_t CObject<T>::ReleaseReference() {
   const uint32_t count = count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
   if (count != 0) return count;
   FinalRelease();
-  delete static_cast<T*>(this);
+  Delete(static_cast<T*>(this));
   return 0;
 }
 
@@ -109,7 +116,7 @@ result_t CObject<T>::_CreateInstance(void* /*reserved*/, const IID* iid, void** 
     return kOk;
   }
   created->FinalRelease();
-  delete created;
+  Delete(created);
   return result;
 }
 
