@@ -124,7 +124,7 @@ TEST_P(Filters, ConvolutionWorksWhereTilesEndAndWindowsOutgrowThem) {
       std::fill(kernel.begin(), kernel.end(), 1);
       ExpectConvolution(wide, kernel, size, size * size, 0);
     }
-    for (const int size : {33, 63, 64, 65, 300}) {
+    for (const int size : {33, 63, 64, 65, 130}) {
       const Raster small = RandomRaster(rng, rng.Int(1, 12), rng.Int(1, 9), depth);
       std::vector<int> kernel(static_cast<size_t>(size * size));
       for (int& weight : kernel) weight = rng.Int(-100, 110);
@@ -160,10 +160,10 @@ TEST_P(Filters, MorphologyEqualsItsOracle) {
     ExpectMorphology(raster, size, size);
   });
   Rng rng(4);
-  for (const int size : {3, 31, 127, 128, 200}) {
-    const Raster wide = RandomRaster(rng, rng.Int(300, 500), 3, AnyDepth(rng));
+  for (const int size : {31, 127, 128}) {
+    const Raster wide = RandomRaster(rng, rng.Int(130, 200), 1, AnyDepth(rng));
     ExpectMorphology(wide, size, size);
-    const Raster tall = RandomRaster(rng, 5, rng.Int(50, 90), AnyDepth(rng));
+    const Raster tall = RandomRaster(rng, 2, rng.Int(40, 70), AnyDepth(rng));
     ExpectMorphology(tall, size, size);
   }
   // Whatever the size, windows that cover everything see the same.
