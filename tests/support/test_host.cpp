@@ -1,7 +1,5 @@
 #include "tests/support/test_host.h"
 
-#include <algorithm>
-
 namespace qel::test {
 namespace {
 
@@ -155,7 +153,7 @@ class TestImage::PalettePart final : public IQELImagePalette {
     if (!Host().OnCall("GetPalette")) return kFail;
     if (Host().GivesNull()) return kOk;
     *entries = image_.raster.palette.data();
-    *count = std::min(image_.told_entries, static_cast<uint32_t>(image_.raster.palette.size()));
+    *count = static_cast<uint32_t>(image_.raster.palette.size());
     return kOk;
   }
 

@@ -56,8 +56,6 @@ class TestImage final : public IQELImageDIB {
   static SmartPtr<TestImage> Make(Raster raster);
 
   Raster raster;
-  /// Entries of the palette that the image tells of; it has as many as its raster.
-  uint32_t told_entries = UINT32_MAX;
 
   uint32_t references() const { return count_; }
 
