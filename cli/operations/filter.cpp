@@ -1,0 +1,224 @@
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <numeric>
+#include <string>
+
+#include "cli/arguments.h"
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr std::string_view kComponent = "QELFilterTransform";
+constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
+constexpr std::string_view kBorder = "Outside the picture its top-left pixel stands in, with alpha 1.";
+
+[[noreturn]] void Refuse(const std::string& message) {
+  throw Failure(kUsage, "filter: kernel: " + message);
+}
+
+/// The text itself, or after an @ the content of a file.
+std::string KernelText(const std::string& given) {
+  if (!given.starts_with('@')) return given;
+  const std::string path = given.substr(1);
+  std::ifstream file(path);
+  if (!file) throw Failure(kNoInput, "filter: kernel: cannot read " + path);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+/// A square of whole numbers, row by row.
+struct Kernel {
+  std::vector<int> weights;
+  int size = 0;
+};
+
+/// Reads numbers between blanks and commas. Semicolons and line ends part rows; where there are
+/// any, every row must be as long as there are rows.
+Kernel ParseKernel(const std::string& text) {
+  Kernel kernel;
+  std::vector<size_t> rows = {0};
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  for (; at != end;) {
+    const char c = *at;
+    if (c == ';' || c == '\n') {
+      if (rows.back() != 0) rows.push_back(0);
+      ++at;
+    } else if (c == ' ' || c == ',' || c == '\t' || c == '\r') {
+      ++at;
+    } else {
+      int weight = 0;
+      const auto [next, error] = std::from_chars(c == '+' ? at + 1 : at, end, weight);
+      if (error != std::errc()) {
+        const std::string rest(at, end);
+        Refuse("\"" + rest.substr(0, rest.find_first_of(" ,;\n")) + "\" is no whole number");
+      }
+      kernel.weights.push_back(weight);
+      ++rows.back();
+      at = next;
+    }
+  }
+  if (rows.back() == 0) rows.pop_back();
+  kernel.size = static_cast<int>(std::lround(std::sqrt(kernel.weights.size())));
+  const auto side = static_cast<size_t>(kernel.size);
+  const std::string count = std::to_string(kernel.weights.size());
+  if (side == 0 || side * side != kernel.weights.size()) {
+    Refuse(count + " weights are no square; 9, 25 or 49 would be");
+  }
+  for (const size_t row : rows) {
+    if (rows.size() == 1 || (rows.size() == side && row == side)) continue;
+    Refuse(count + " weights need rows of " + std::to_string(side) + ", one has " +
+           std::to_string(row));
+  }
+  return kernel;
+}
+
+result_t CallFilter(Call& call) {
+  Kernel kernel = ParseKernel(KernelText(call.arguments.Text("kernel")));
+  const int divisor =
+      call.arguments.Has("divisor")
+          ? call.arguments.Int("divisor")
+          : static_cast<int>(std::accumulate(kernel.weights.begin(), kernel.weights.end(), 0u));
+  return call.components.filter->Filter(call.image, kernel.weights.data(), kernel.size, divisor,
+                                        call.arguments.Int("offset"), call.result);
+}
+
+/// Picks the sequence that `rand` gives, where one is asked for.
+void Seed(const Call& call) {
+  if (call.arguments.Has("seed")) std::srand(static_cast<unsigned>(call.arguments.Int("seed")));
+}
+
+const Parameter kSize = {.name = "size",
+                         .help = "columns and rows of the neighbourhood",
+                         .standard = "3",
+                         .minimum = 1,
+                         .unit = "pixels"};
+const Parameter kSeed = {
+    .name = "seed", .help = "picks the random sequence", .minimum = 0, .optional = true};
+
+/// A row of a filter without arguments.
+Operation Plain(std::string_view name, std::string_view summary, result_t (*call)(Call& call)) {
+  return {.name = name,
+          .component = kComponent,
+          .summary = summary,
+          .depths = kAllDepths,
+          .example = name,
+          .note = kBorder,
+          .call = call};
+}
+
+/// A row of a filter over a neighbourhood of a given size.
+Operation Sized(std::string_view name, std::string_view summary, std::string_view example,
+                result_t (*call)(Call& call)) {
+  Operation row = Plain(name, summary, call);
+  row.parameters = {kSize};
+  row.example = example;
+  return row;
+}
+
+}  // namespace
+
+std::vector<Operation> FilterOperations() {
+  return {
+      Sized("erode", "Takes the minimum of each channel over a square.", "erode size=5",
+            [](Call& call) {
+              return call.components.filter->Erode(call.image, call.arguments.Int("size"),
+                                                   call.result);
+            }),
+      Sized("edge", "Takes the maximum minus the minimum of each channel over a square.",
+            "edge size=3",
+            [](Call& call) {
+              return call.components.filter->Edge(call.image, call.arguments.Int("size"),
+                                                  call.result);
+            }),
+      Sized("dilate", "Takes the maximum of each channel over a square.", "dilate size=5",
+            [](Call& call) {
+              return call.components.filter->Dilate(call.image, call.arguments.Int("size"),
+                                                    call.result);
+            }),
+      {.name = "filter",
+       .component = kComponent,
+       .summary = "Weighs each neighbourhood by a kernel of whole numbers.",
+       .depths = kAllDepths,
+       .parameters = {{.name = "kernel",
+                       .kind = Kind::kText,
+                       .help = "rows of weights, as \"0 -1 0; -1 5 -1; 0 -1 0\", or @ and a file"},
+                      {.name = "divisor",
+                       .help = "divides the sums, 0 does not; left out: the sum of the weights",
+                       .optional = true},
+                      {.name = "offset", .help = "added after dividing", .standard = "0"}},
+       .example = "filter 'kernel=0 -1 0; -1 5 -1; 0 -1 0'",
+       .note = kBorder,
+       .call = &CallFilter},
+      Plain("contour", "Draws contours, dark on white.",
+            [](Call& call) { return call.components.filter->Contour(call.image, call.result); }),
+      {.name = "jitter",
+       .component = kComponent,
+       .summary = "Replaces each pixel by one nearby, at random.",
+       .depths = kAllDepths,
+       .parameters = {{.name = "amount",
+                       .help = "farthest distance in columns and in rows",
+                       .standard = "4",
+                       .unit = "pixels"},
+                      kSeed},
+       .example = "jitter amount=6",
+       .note = "Pixels that would come from outside stay.",
+       .call =
+           [](Call& call) {
+             Seed(call);
+             return call.components.filter->Jitter(call.image, call.arguments.Int("amount"),
+                                                   call.result);
+           }},
+      {.name = "noise",
+       .component = kComponent,
+       .summary = "Adds a random offset to each channel.",
+       .depths = kAllDepths,
+       .parameters = {{.name = "amount",
+                       .help = "span of the offsets, half of it either way",
+                       .standard = "40"},
+                      kSeed},
+       .example = "noise amount=80",
+       .note = "Grey pictures take the grey nearest to the noisy colour.",
+       .call =
+           [](Call& call) {
+             Seed(call);
+             return call.components.filter->Noise(call.image, call.arguments.Int("amount"),
+                                                  call.result);
+           }},
+      Sized("median", "Takes the pixel of middle brightness over a square.", "median size=5",
+            [](Call& call) {
+              return call.components.filter->Median(call.image, call.arguments.Int("size"),
+                                                    call.result);
+            }),
+      Plain("emboss", "Relief on grey, lit from the bottom left.",
+            [](Call& call) { return call.components.filter->Emboss(call.image, call.result); }),
+      Plain("blur", "Mean over 3 x 3 pixels.",
+            [](Call& call) { return call.components.filter->Blur(call.image, call.result); }),
+      Plain("soften", "Mean over 3 x 3 pixels with half of the weight on the middle.",
+            [](Call& call) { return call.components.filter->Soften(call.image, call.result); }),
+      Plain("sharpen", "Sharpens over 3 x 3 pixels.",
+            [](Call& call) { return call.components.filter->Sharpen(call.image, call.result); }),
+      {.name = "gaussian-blur",
+       .component = kComponent,
+       .summary = "One of four Gaussian blurs.",
+       .depths = kAllDepths,
+       .parameters = {{.name = "level",
+                       .help = "0 spans 3 x 3 pixels, 1 to 3 span 5 x 5",
+                       .standard = "3",
+                       .minimum = 0,
+                       .maximum = 3}},
+       .example = "gaussian-blur level=3",
+       .note = "Level 2 is a little lopsided and darkens by 2 percent.",
+       .call =
+           [](Call& call) {
+             return call.components.filter->GaussianBlur(call.image, call.arguments.Int("level"),
+                                                         call.result);
+           }},
+  };
+}
+
+}  // namespace qel::cli
