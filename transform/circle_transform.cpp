@@ -39,7 +39,7 @@ struct Circle {
     const int32_t dy = cy - y;
     const double d = Distance(dx, dy);
     if (!(d < limit)) return {-1, -1};
-    if (mode >= kCircleFold) return {x - 16 + x % 32, y};
+    if (mode >= kCircleFold) return {WrapAdd(x - 16, x % 32), y};
     double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
     if (mode == kCircleUnwrap) {
       // Deliberate: the lower half circle falls on the same columns as the upper one.
@@ -93,11 +93,11 @@ void Fold(const Circle& circle, const ColourCopy& copy) {
     std::fill_n(sy, kWarpTile, y);
     for (int x = 0; x < circle.width;) {
       const int count = std::min(static_cast<int>(kWarpTile), circle.width - x);
-      for (int i = 0; i < count; ++i) {
-        const int column = x + i;
-        const bool in_reach = column > circle.cx - reach && column < circle.cx + reach;
-        sx[i] = in_reach ? column - 16 + column % 32 : -1;
-      }
+      ActiveCircleKernels().fold(sx, static_cast<size_t>(count), x);
+      // What is out of reach lies at both ends.
+      const auto position = [&](int column) { return std::clamp(column - x, 0, count); };
+      std::fill(sx, sx + position(circle.cx - reach + 1), -1);
+      std::fill(sx + position(circle.cx + reach), sx + count, -1);
       copy(y, x, sx, sy, static_cast<size_t>(count));
       x += count;
     }

@@ -1,42 +1,37 @@
 #include "transform/nearest_copy.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 
 namespace qel {
 namespace {
 
-/// The pixel at `offset`: a byte's value, or a packed colour. Pixels of 3 bytes come with a fourth
-/// one above them, unless they stand at the end of their row.
-template <int kBytes>
-uint32_t LoadAt(const uint8_t* source, int32_t offset) {
-  uint32_t pixel = 0;
-  if constexpr (kBytes == 3) {
-    if (offset < -kLargestOffset) {
-      std::memcpy(&pixel, source + (int64_t{offset} + kNarrow), 3);
-      return pixel;
-    }
-    std::memcpy(&pixel, source + offset, 4);
-  } else {
-    std::memcpy(&pixel, source + offset, kBytes);
-  }
-  return pixel;
-}
-
+/// Copies pixels of `kFrom` bytes as pixels of `kTo` bytes. Pixels of 3 bytes are loaded with the
+/// byte behind them, unless their offset tells that it lies past the row.
 template <int kFrom, int kTo, bool kOpaque>
 void CopyPixels(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
                 uint32_t outside) {
+  constexpr int kLoaded = kFrom == 3 ? 4 : kFrom;
+  const auto make_opaque = [](uint32_t pixel) {
+    if (!kOpaque || (kFrom == 4 && AlphaOf(pixel) == kOutsideMarker)) return pixel;
+    return WithAlpha(kFrom == 1 ? GreyColour(pixel) : pixel, 255);
+  };
   const auto pixel_at = [&](size_t i) {
-    if (offsets[i] == kOutsideOffset) return outside;
-    const uint32_t pixel = LoadAt<kFrom>(source, offsets[i]);
-    if constexpr (kOpaque) {
-      if (kFrom < 4) return WithAlpha(kFrom == 1 ? GreyColour(pixel) : pixel, 255);
-      return AlphaOf(pixel) == kOutsideMarker ? pixel : WithAlpha(pixel, 255);
+    const int32_t offset = offsets[i];
+    if (offset < -kLargestOffset) [[unlikely]] {
+      if (kFrom != 3 || offset == kOutsideOffset) return outside;
+      uint32_t last = 0;
+      std::memcpy(&last, source + (int64_t{offset} + kNarrow), 3);
+      return make_opaque(last);
     }
-    return pixel;
+    uint32_t pixel = 0;
+    std::memcpy(&pixel, source + offset, kLoaded);
+    return make_opaque(pixel);
   };
   // Four bytes are stored for three: the next pixel overwrites the last one.
   constexpr int kStored = kTo == 3 ? 4 : kTo;
@@ -49,6 +44,20 @@ void CopyPixels(uint8_t* dest, size_t count, const uint8_t* source, const int32_
     const uint32_t pixel = pixel_at(i);
     std::memcpy(dest + kTo * i, &pixel, kTo);
   }
+}
+
+/// Pixels that are copied at once where they follow each other in the source too.
+constexpr size_t kRun = 64;
+
+bool IsRun(const int32_t* offsets, int32_t step) {
+  if (offsets[kRun - 1] != WrapAdd(offsets[0], (static_cast<int32_t>(kRun) - 1) * step)) {
+    return false;
+  }
+  uint32_t difference = 0;
+  for (size_t i = 1; i < kRun; ++i) {
+    difference |= static_cast<uint32_t>(WrapSubtract(offsets[i], offsets[i - 1]) ^ step);
+  }
+  return difference == 0;
 }
 
 /// Bytes per pixel of the depths of pixel access that have whole ones, else 0.
@@ -78,7 +87,10 @@ NearestCopy::CopyFunction NearestCopy::FunctionFor(const Depths& depths) {
 
 NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int margin,
                          uint32_t outside)
-    : bits_(source.bits), outside_(outside) {
+    : bits_(source.bits),
+      outside_(outside),
+      same_bytes_(!depths.opaque),
+      dest_bytes_(depths.opaque ? 4 : static_cast<size_t>(depths.source_bytes)) {
   if (!source.HasPixels() || !HasSmallOffsets(source, depths.source_bytes)) return;
   const auto inner = [=](int size) { return size > 2 * margin ? size - 2 * margin : 0; };
   rule_ = {.left = margin,
@@ -95,7 +107,19 @@ void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy
                              size_t count) const {
   int32_t offsets[kWarpTile];
   ActiveWarpKernels().offsets(offsets, sx, sy, count, rule_);
-  copy_(dest, count, bits_, offsets, outside_);
+  const auto pixel_bytes = static_cast<size_t>(rule_.pixel_bytes);
+  const auto starts_run = [&](size_t i) {
+    return same_bytes_ && i + kRun <= count && IsRun(offsets + i, rule_.pixel_bytes);
+  };
+  for (size_t i = 0; i < count;) {
+    const size_t single = i;
+    while (i < count && !starts_run(i)) i += kRun;
+    const size_t run = std::min(i, count);
+    copy_(dest + single * dest_bytes_, run - single, bits_, offsets + single, outside_);
+    for (; starts_run(i); i += kRun) {
+      std::memcpy(dest + i * pixel_bytes, bits_ + offsets[i], kRun * pixel_bytes);
+    }
+  }
 }
 
 ColourCopy::ColourCopy(const ImageView& source, const ImageView& dest, bool opaque)

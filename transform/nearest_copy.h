@@ -32,6 +32,8 @@ class NearestCopy {
   const uint8_t* bits_ = nullptr;
   OffsetRule rule_{};
   uint32_t outside_ = 0;
+  bool same_bytes_;
+  size_t dest_bytes_;
   CopyFunction copy_ = nullptr;
 };
 

@@ -23,20 +23,23 @@ struct Point {
     return {x, y};
   }
   /// False for NaN.
-  bool IsWithin(const ImageShape& shape) const {
-    return x >= 0 && x < shape.width && y >= 0 && y < shape.height;
-  }
+  bool IsWithin(const Point& size) const { return x >= 0 && x < size.x && y >= 0 && y < size.y; }
 };
+
+Point SizeOf(const ImageShape& shape) {
+  return {static_cast<double>(shape.width), static_cast<double>(shape.height)};
+}
 
 /// Fills `dest` from where the transform says; pixels from outside stay as they are.
 template <int kBytes>
-void PullPixels(ITransform& transform, const ImageView& source, const ImageView& dest, int x_offset,
+void PullPixels(ITransform& transform, const ImageView source, const ImageView dest, int x_offset,
                 int y_offset) {
+  const Point size = SizeOf(source);
   for (int y = 0; y < dest.height; ++y) {
     for (int x = 0; x < dest.width; ++x) {
       const Point at = Point::Of(transform, static_cast<double>(x) + x_offset,
                                  static_cast<double>(y) + y_offset);
-      if (!at.IsWithin(source)) continue;
+      if (!at.IsWithin(size)) continue;
       std::memcpy(dest.Row(y) + int64_t{x} * kBytes,
                   source.Row(TruncateToInt(at.y)) + int64_t{TruncateToInt(at.x)} * kBytes, kBytes);
     }
@@ -49,13 +52,14 @@ template <int kBytes, typename StartRow, typename Paint>
 void PushPixels(ITransform& transform, const ImageView& source, int columns,
                 const ImageView& target, int x_offset, int y_offset, StartRow&& start_row,
                 Paint&& paint) {
+  const Point size = SizeOf(target);
   for (int y = 0; y < source.height; ++y) {
     start_row();
     for (int x = 0; x < columns; ++x) {
       const Point landed = Point::Of(transform, x, y);
       const Point at = {std::floor(x_offset + landed.x + 0.5),
                         std::floor(y_offset + landed.y + 0.5)};
-      if (!at.IsWithin(target)) continue;
+      if (!at.IsWithin(size)) continue;
       uint8_t pixel[kBytes];
       std::memcpy(pixel, source.Row(y) + int64_t{x} * kBytes, kBytes);
       paint(pixel, TruncateToInt(at.x), TruncateToInt(at.y));
