@@ -45,7 +45,7 @@ class CObject : public IUnknown {
   /// no place for virtual destructors, and not every `T` is final.
   static void Delete(T* object) {
     object->T::~T();
-    operator delete(object, sizeof(T));
+    operator delete(object);
   }
 
   std::atomic<uint32_t> count_{1};
