@@ -16,8 +16,10 @@ function(qel_add_kernels target)
       target_link_libraries(${objects} PRIVATE qel_flags)
       target_include_directories(${objects} PRIVATE "${PROJECT_SOURCE_DIR}")
       target_compile_definitions(${objects} PRIVATE QEL_LEVEL=${level} QEL_LEVEL_${level}=1)
-      # Kernels are built for speed in every configuration: plain loops count on the vectoriser.
-      target_compile_options(${objects} PRIVATE ${QEL_LEVEL_FLAGS_${level}} -O3)
+      # Kernels are built for speed in every configuration, since plain loops count on the
+      # vectoriser; only under sanitizers, which look at every access anyway, for a short build.
+      target_compile_options(${objects} PRIVATE ${QEL_LEVEL_FLAGS_${level}}
+        $<IF:$<BOOL:${QEL_SANITIZE}>,-O1,-O3>)
       # GCC 12 takes the "undefined" vectors of its own header for a mistake.
       target_compile_options(${objects} PRIVATE
         $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
