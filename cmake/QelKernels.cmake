@@ -9,6 +9,10 @@ set(QEL_LEVEL_FLAGS_avx512 -mavx2 -mavx512f -mavx512bw -mavx512vl -mavx512dq)
 set(QEL_LEVEL_FLAGS_avx512vbmi ${QEL_LEVEL_FLAGS_avx512} -mavx512vbmi -mavx512vnni)
 
 function(qel_add_kernels target)
+  set(optimisation -O3)
+  if(QEL_SANITIZE)
+    set(optimisation -O1)
+  endif()
   foreach(level IN LISTS QEL_LEVELS)
     set(objects ${target}_${level})
     if(NOT TARGET ${objects})
@@ -19,7 +23,7 @@ function(qel_add_kernels target)
       # Kernels are built for speed in every configuration, since plain loops count on the
       # vectoriser; only under sanitizers, which look at every access anyway, for a short build.
       target_compile_options(${objects} PRIVATE ${QEL_LEVEL_FLAGS_${level}}
-        $<IF:$<BOOL:${QEL_SANITIZE}>,-O1,-O3>)
+        ${optimisation})
       # GCC 12 takes the "undefined" vectors of its own header for a mistake.
       target_compile_options(${objects} PRIVATE
         $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
