@@ -54,6 +54,14 @@ bool ParseChoice(const Parameter& parameter, std::string_view text, double& numb
   return false;
 }
 
+bool ParseExtent(const Parameter& parameter, std::string_view text, double& number) {
+  const bool percent = text.ends_with('%');
+  if (percent) text.remove_suffix(1);
+  if (!ParseNumber(text, number)) return false;
+  if (percent) return number > 0 && number <= parameter.maximum;
+  return number == std::floor(number) && number >= parameter.minimum && number <= parameter.maximum;
+}
+
 bool ParseValue(const Parameter& parameter, std::string_view text, double& number) {
   switch (parameter.kind) {
     case Kind::kInt:
@@ -62,6 +70,8 @@ bool ParseValue(const Parameter& parameter, std::string_view text, double& numbe
     case Kind::kNumber:
       return ParseNumber(text, number) && number >= parameter.minimum &&
              number <= parameter.maximum;
+    case Kind::kExtent:
+      return ParseExtent(parameter, text, number);
     case Kind::kFlag:
       return ParseFlag(text, number);
     case Kind::kColour:
@@ -104,6 +114,9 @@ std::string DescribeValues(const Parameter& parameter) {
       text << (parameter.kind == Kind::kInt ? "a whole number" : "a number");
       if (bounded) text << " from " << parameter.minimum << " to " << parameter.maximum;
       if (!parameter.unit.empty()) text << " (" << parameter.unit << ")";
+      break;
+    case Kind::kExtent:
+      text << "a number of pixels, or a percentage such as 50%";
       break;
     case Kind::kFlag:
       text << "yes or no";
@@ -167,6 +180,11 @@ const Arguments::Value& Arguments::Get(std::string_view name) const {
 }
 
 double Arguments::Number(std::string_view name) const { return Get(name).number; }
+
+double Arguments::Pixels(std::string_view name, int whole) const {
+  const Value& value = Get(name);
+  return value.text.ends_with('%') ? whole * value.number / 100 : value.number;
+}
 
 const std::string& Arguments::Text(std::string_view name) const { return Get(name).text; }
 

@@ -24,6 +24,8 @@ class Arguments {
   int Int(std::string_view name) const { return static_cast<int>(Number(name)); }
   /// The value as a number: flags are 0 or 1, colours 0xRRGGBB, choices their value.
   double Number(std::string_view name) const;
+  /// An extent in pixels, of a picture that has `whole` of them.
+  double Pixels(std::string_view name, int whole) const;
   float Real(std::string_view name) const { return static_cast<float>(Number(name)); }
   const std::string& Text(std::string_view name) const;
 

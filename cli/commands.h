@@ -15,6 +15,7 @@ int RunCommand(const Words& words);
 int ListCommand(const Words& words);
 int HelpCommand(const Words& words);
 int DemoCommand(const Words& words);
+int MethodsCommand(const Words& words);
 
 }  // namespace qel::cli
 

@@ -2,23 +2,18 @@
 #include <filesystem>
 #include <iostream>
 
-#include "cli/canvas.h"
 #include "cli/commands.h"
 #include "cli/demo_scene.h"
 #include "cli/errors.h"
 #include "cli/operation_table.h"
 #include "cli/options.h"
+#include "cli/picture_sheet.h"
 #include "cli/session.h"
-#include "cli/sheet.h"
 
 namespace qel::cli {
 namespace {
 
 constexpr int kSheetColumns = 3;
-
-Canvas CanvasOf(const host::HostImage& image) {
-  return {image.Bits(), image.stride(), image.width(), image.height()};
-}
 
 SmartPtr<host::HostImage> DrawScene() {
   SmartPtr<host::HostImage> scene = MakeImage(kDemoWidth, kDemoHeight, 32);
@@ -67,24 +62,14 @@ int DemoCommand(const Words& words) {
   second_pictures.Provide("mask.png", DrawDisc(8));
   SavePicture((folder / "scene.png").string(), *scene, {}, {});
 
-  std::vector<SmartPtr<host::HostImage>> results{AsColour(*scene)};
-  std::vector<std::string> captions{"before"};
+  std::vector<CaptionedPicture> results{{"before", AsColour(*scene)}};
   for (const Operation& operation : OperationTable()) {
     const auto result =
         session.Run(ParseSteps({std::string(operation.example)}), CopyOf(*scene), second_pictures);
     SavePicture((folder / (std::string(operation.name) + ".png")).string(), *result, {}, {});
-    results.push_back(AsColour(*result));
-    captions.emplace_back(operation.example);
+    results.push_back({std::string(operation.example), AsColour(*result)});
   }
-  std::vector<SheetCell> cells;
-  for (size_t i = 0; i < results.size(); ++i) {
-    const host::HostImage& image = *results[i];
-    cells.push_back({captions[i], image.Bits(), image.stride(), image.width(), image.height()});
-  }
-  const SheetSize size = MeasureSheet(cells, kSheetColumns);
-  const SmartPtr<host::HostImage> sheet = MakeImage(size.width, size.height, 32);
-  DrawSheet(CanvasOf(*sheet), cells, kSheetColumns);
-  SavePicture((folder / "before-after.png").string(), *sheet, {}, {});
+  SavePicture((folder / "before-after.png").string(), *MakeSheet(results, kSheetColumns), {}, {});
   std::cout << "Wrote " << results.size() + 1 << " pictures to " << folder.string()
             << "; see before-after.png first.\n";
   return kDone;

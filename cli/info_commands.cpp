@@ -24,6 +24,10 @@ int HelpCommand(const Words& words) {
            "qel list                                 all operations\n"
            "qel help OPERATION                       one operation and its arguments\n"
            "qel demo [-o FOLDER]                     try every operation on a built-in picture\n"
+           "qel methods PICTURE -o SHEET             the interpolation methods side by side\n"
+           "    --left X --top Y  where the detail begins; the middle if not given\n"
+           "    --size N          pixels along its edges, default 32\n"
+           "    --zoom N          how far it is enlarged, default 6\n"
            "\n"
            "A step is an operation with its arguments: \"light brightness=30 contrast=10\".\n";
     return kDone;

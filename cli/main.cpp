@@ -12,7 +12,11 @@ namespace {
 
 const std::map<std::string, std::function<int(const Words&)>, std::less<>>& Commands() {
   static const std::map<std::string, std::function<int(const Words&)>, std::less<>> commands = {
-      {"run", &RunCommand}, {"list", &ListCommand}, {"help", &HelpCommand}, {"demo", &DemoCommand}};
+      {"run", &RunCommand},
+      {"list", &ListCommand},
+      {"help", &HelpCommand},
+      {"demo", &DemoCommand},
+      {"methods", &MethodsCommand}};
   return commands;
 }
 

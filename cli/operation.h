@@ -17,6 +17,7 @@ class PictureSource;
 enum class Kind {
   kInt,      ///< whole number
   kNumber,   ///< real number
+  kExtent,   ///< number of pixels, or a percentage of what the picture has
   kFlag,     ///< yes or no
   kColour,   ///< #RRGGBB
   kChoice,   ///< one of the parameter's labels, or its number

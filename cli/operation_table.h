@@ -18,6 +18,7 @@ std::string NearestName(std::string_view wrong, const std::vector<std::string_vi
 
 // The rows of each component, in cli/operations/. A new operation is one row in one of them.
 std::vector<Operation> ColorOperations();
+std::vector<Operation> TransformOperations();
 std::vector<Operation> FilterOperations();
 std::vector<Operation> MathsOperations();
 

@@ -1,0 +1,202 @@
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "cli/arguments.h"
+#include "cli/errors.h"
+#include "cli/methods.h"
+#include "cli/operation_table.h"
+#include "cli/picture_io.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr std::string_view kComponent = "QELTransform";
+constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
+constexpr std::string_view kByteDepths = "8, 24, 32";
+constexpr std::string_view kColourDepths = "24, 32";
+
+constexpr Choice kMethods[] = {
+    {"nearest", 0},        {"truncate", 1},   {"b-spline", 2},  {"cubic", 3},
+    {"catmull-rom", 4},    {"lanczos", 5},    {"box", 6},       {"hermite", 7},
+    {"damped-hermite", 8}, {"sinc", 9},       {"cosine", 10},   {"jinc", 11},
+    {"gaussian", 12},      {"quadratic", 13}, {"mitchell", 14}, {"catmull-rom-15", 15}};
+constexpr Choice kWiderDepths[] = {{"24", 24}, {"32", 32}};
+
+const Parameter kMethod = {.name = "method",
+                           .kind = Kind::kChoice,
+                           .help = "interpolation, by name or number",
+                           .standard = "catmull-rom",
+                           .choices = kMethods};
+
+struct Size {
+  int width;
+  int height;
+};
+
+Size SizeOf(IQEL* image) {
+  Size size{};
+  int planes = 0;
+  image->GetSize(&size.width, &size.height, &planes);
+  return size;
+}
+
+/// The new size: what was given, the missing extent by the picture's proportions, and with fit= the
+/// largest size of these proportions inside both.
+Size WantedSize(const Arguments& arguments, const Size& old) {
+  const bool has_width = arguments.Has("width");
+  const bool has_height = arguments.Has("height");
+  if (!has_width && !has_height) throw Failure(kUsage, "resample: give width=, height= or both");
+  const double x = has_width ? arguments.Pixels("width", old.width) / old.width : 0;
+  const double y = has_height ? arguments.Pixels("height", old.height) / old.height : 0;
+  const bool fits = has_width && has_height && arguments.Number("fit") != 0;
+  const double x_scale = !has_width ? y : fits ? std::min(x, y) : x;
+  const double y_scale = !has_height ? x : fits ? std::min(x, y) : y;
+  const auto scaled = [](int extent, double scale) {
+    return static_cast<int>(std::clamp(std::round(extent * scale), 1.0, 1e6));
+  };
+  return {scaled(old.width, x_scale), scaled(old.height, y_scale)};
+}
+
+result_t CallResample(Call& call) {
+  const Size size = WantedSize(call.arguments, SizeOf(call.image));
+  return call.components.transform->Resample(call.image, call.result, size.width, size.height,
+                                             call.arguments.Int("method"),
+                                             call.arguments.Int("nearest"));
+}
+
+result_t CallRotatePaste(Call& call) {
+  // A key colour with anything in its top byte matches no pixel.
+  const int key = call.arguments.Has("key") ? call.arguments.Int("key") : -1;
+  return call.components.transform->RotatePaste(
+      &static_cast<IQELImageDIB&>(call.pictures.Get(call.arguments.Text("with"))), call.image,
+      call.arguments.Number("angle") * std::numbers::pi / 180, call.arguments.Int("method"), key);
+}
+
+}  // namespace
+
+std::span<const Choice> InterpolationMethods() { return kMethods; }
+
+std::vector<Operation> TransformOperations() {
+  return {
+      {.name = "flip",
+       .component = kComponent,
+       .summary = "Turns the picture upside down.",
+       .depths = kAllDepths,
+       .example = "flip",
+       .call = [](Call& call) { return call.components.transform->Flip(call.image, call.result); }},
+      {.name = "mirror",
+       .component = kComponent,
+       .summary = "Mirrors the picture left to right.",
+       .depths = kByteDepths,
+       .example = "mirror",
+       .call =
+           [](Call& call) { return call.components.transform->Mirror(call.image, call.result); }},
+      {.name = "flip-bits",
+       .component = kComponent,
+       .summary = "Exchanges red and blue.",
+       .depths = kColourDepths,
+       .in_place = true,
+       .example = "flip-bits",
+       .call = [](Call& call) { return call.components.transform->FlipBits(call.image); }},
+      {.name = "flip-image-and-bits",
+       .component = kComponent,
+       .summary = "Turns the picture upside down and exchanges red and blue.",
+       .depths = kColourDepths,
+       .in_place = true,
+       .example = "flip-image-and-bits",
+       .note = "Alpha is not turned. Of an odd middle row only the first half changes.",
+       .call = [](Call& call) { return call.components.transform->FlipImageAndBits(call.image); }},
+      {.name = "increase-bpp",
+       .component = kComponent,
+       .summary = "Converts to a larger depth; indices become the palette's colours.",
+       .depths = "8, 24",
+       .parameters = {{.name = "bits",
+                       .kind = Kind::kChoice,
+                       .help = "the new depth",
+                       .standard = "32",
+                       .choices = kWiderDepths}},
+       .example = "increase-bpp bits=32",
+       .note = "A picture of that depth or more comes back as it is. Palette colours at 32 bits "
+               "have alpha 0.",
+       .call =
+           [](Call& call) {
+             const int bits = call.arguments.Int("bits");
+             return call.components.transform->IncreaseBpp(call.image, call.result, bits,
+                                                           bits == 32 ? kModelArgb : kModelBgr);
+           }},
+      {.name = "resample",
+       .component = kComponent,
+       .summary = "Scales the picture to a new size.",
+       .depths = kAllDepths,
+       .parameters = {{.name = "width",
+                       .kind = Kind::kExtent,
+                       .help = "the new width; without it, by the height",
+                       .minimum = 1,
+                       .maximum = 1e6,
+                       .optional = true},
+                      {.name = "height",
+                       .kind = Kind::kExtent,
+                       .help = "the new height; without it, by the width",
+                       .minimum = 1,
+                       .maximum = 1e6,
+                       .optional = true},
+                      {.name = "fit",
+                       .kind = Kind::kFlag,
+                       .help = "keep the proportions and stay inside width and height",
+                       .standard = "no"},
+                      kMethod,
+                      {.name = "nearest",
+                       .kind = Kind::kFlag,
+                       .help = "copy the nearest pixels whatever the method",
+                       .standard = "no"}},
+       .example = "resample width=110% method=mitchell",
+       .note = "Shrinking along both axes averages boxes of whole pixels and ignores the method; "
+               "at 32 bits that leaves alpha 0: follow it by set-image-alpha alpha=255.",
+       .call = &CallResample},
+      {.name = "rotate",
+       .component = kComponent,
+       .summary = "Turns the picture; what it does not cover takes its top-left colour.",
+       .depths = kByteDepths,
+       .parameters = {{.name = "angle", .help = "the turn", .unit = "degrees"},
+                      kMethod,
+                      {.name = "force-alpha",
+                       .kind = Kind::kFlag,
+                       .help = "make the result 32 bits deep",
+                       .standard = "no"},
+                      {.name = "keep-size",
+                       .kind = Kind::kFlag,
+                       .help = "keep the size instead of growing to hold the turned picture",
+                       .standard = "no"}},
+       .example = "rotate angle=25 method=cubic",
+       .note = "Except by quarter turns, about four pixels along every edge are not drawn.",
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.transform->Rotate(
+                 call.image, call.result, arguments.Int("angle"), arguments.Int("method"),
+                 arguments.Int("force-alpha"), arguments.Int("keep-size"));
+           }},
+      {.name = "rotate-paste",
+       .component = kComponent,
+       .summary = "Draws a second picture, turned, into the top-left of this one.",
+       .depths = kColourDepths,
+       .in_place = true,
+       .parameters = {{.name = "with", .kind = Kind::kPicture, .help = "the picture to draw"},
+                      {.name = "angle",
+                       .kind = Kind::kNumber,
+                       .help = "the turn",
+                       .standard = "0",
+                       .unit = "degrees"},
+                      kMethod,
+                      {.name = "key",
+                       .kind = Kind::kColour,
+                       .help = "colour that is not drawn, of a picture without alpha",
+                       .optional = true}},
+       .example = "rotate-paste with=other.png angle=20",
+       .note = "A picture with alpha is blended by it. Turns the other way round than rotate.",
+       .call = &CallRotatePaste},
+  };
+}
+
+}  // namespace qel::cli
