@@ -26,6 +26,7 @@ struct Options {
   bool warm = false;
   bool check = false;
   bool strict = false;
+  bool help = false;
 };
 
 Options Parse(int argc, char** argv) {
@@ -55,6 +56,8 @@ Options Parse(int argc, char** argv) {
       options.effort = {.rounds = 1, .batch_seconds = 0};
     } else if (name == "--strict") {
       options.strict = true;
+    } else if (name == "--help") {
+      options.help = true;
     } else {
       throw std::invalid_argument("unknown option " + name);
     }
@@ -263,6 +266,10 @@ std::vector<Row> AllRows() {
 
 int Main(int argc, char** argv) {
   const Options options = Parse(argc, argv);
+  if (options.help) {
+    std::cout << kUsage;
+    return 0;
+  }
   std::vector<char*> arguments;
   for (const std::string& argument : options.benchmark) {
     arguments.push_back(const_cast<char*>(argument.c_str()));

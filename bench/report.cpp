@@ -10,8 +10,10 @@
 namespace qel::bench {
 namespace {
 
+constexpr size_t kMostNamed = 20;
 constexpr double kMostGrowth = 1.3;
 constexpr double kMostFixedSeconds = 2e-6;
+constexpr double kDoubt = 0.05;  // smaller shares of a call cannot be told from its pixel work
 
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
   char text[300];
@@ -33,7 +35,7 @@ std::string GoalOf(const Row& row) {
   return Format("%g", row.goal) + (row.floor.empty() ? "" : " x " + row.floor);
 }
 
-/// The findings of one kind, worst first: those whose value is above `limit`.
+/// The findings of one kind: how many values are above `limit`, and the worst of them by name.
 class Findings {
  public:
   Findings(std::string title, double limit) : title_(std::move(title)), limit_(limit) {}
@@ -47,7 +49,9 @@ class Findings {
     std::string text =
         "- " + title_ + ": " + std::to_string(found_.size()) + " of " + std::to_string(count_);
     const char* separator = ": ";
+    size_t left = kMostNamed;
     for (const auto& [value, name] : found_) {
+      if (left-- == 0) return text + ", ...\n";
       text += separator + name + " (" + Digits(-value) + ")";
       separator = ", ";
     }
@@ -145,7 +149,8 @@ std::string Summary(const std::vector<Result>& results) {
     }
     missed.Add(NameOf(result), result.OverGoal(0));
     growing.Add(NameOf(result), result.Growth());
-    costly.Add(NameOf(result), result.fixed_seconds * 1e6);
+    const bool is_clear = result.fixed_seconds > kDoubt * result.small_seconds;
+    costly.Add(NameOf(result), is_clear ? result.fixed_seconds * 1e6 : 1e-9);
     hungry.Add(NameOf(result), static_cast<double>(result.scratch_bytes) / 1024);
     const std::string& name = result.row->name;
     const size_t blank = name.find(' ');

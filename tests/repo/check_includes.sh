@@ -31,6 +31,7 @@ allow host host
 allow pictures pictures
 allow cli cli host pictures
 allow examples host
+allow bench bench host tests
 
 # The module's inner layer must not know the components; only the factory sees them.
 inner=$(grep -rlE '#include "(color|filter|maths|transform)/' module | grep -v '^module/factory.cpp$')
