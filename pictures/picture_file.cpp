@@ -1,6 +1,7 @@
 #include "pictures/picture_file.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,38 +45,30 @@ struct Closer {
   ~Closer() { close(descriptor); }
 };
 
-/// Reads a whole file, regular or a pipe, up to the limit.
-std::vector<uint8_t> ReadFile(const std::string& path, int64_t most) {
-  const auto fail = [&](int error) {
-    throw PictureError(PictureError::Kind::kNotReadable, path, std::strerror(error));
-  };
-  const auto check = [&](uint64_t size) {
-    if (size <= static_cast<uint64_t>(std::max<int64_t>(most, 0))) return;
-    throw PictureError(PictureError::Kind::kTooLarge, path,
-                       "the file has more bytes than the limit of " + std::to_string(most));
-  };
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) fail(errno);
-  const Closer closer{descriptor};
-  struct stat status;
-  if (fstat(descriptor, &status) != 0) fail(errno);
-  if (S_ISREG(status.st_mode)) check(static_cast<uint64_t>(status.st_size));
-
-  // One byte more than the file is said to have, so that its end is met without growing.
-  std::vector<uint8_t> content(static_cast<size_t>(std::max<off_t>(status.st_size, 4095)) + 1);
-  size_t size = 0;
-  while (true) {
-    const ssize_t got = read(descriptor, content.data() + size, content.size() - size);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail(errno);
-    if (got == 0) break;
-    size += static_cast<size_t>(got);
-    check(size);
-    if (size == content.size()) content.resize(2 * size);
+/// A regular file as memory that is read when it is touched; empty for all others.
+class Mapping {
+ public:
+  Mapping(const std::string& path, const Limits& limits) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if (status.st_size == 0 || status.st_size > limits.max_file_bytes) return;
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return;
+    const Closer closer{descriptor};
+    const auto size = static_cast<size_t>(status.st_size);
+    void* const start = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
+    if (start != MAP_FAILED) content_ = {static_cast<const uint8_t*>(start), size};
   }
-  content.resize(size);
-  return content;
-}
+  Mapping(const Mapping&) = delete;
+  Mapping& operator=(const Mapping&) = delete;
+  ~Mapping() {
+    if (!content_.empty()) munmap(const_cast<uint8_t*>(content_.data()), content_.size());
+  }
+  Bytes content() const { return content_; }
+
+ private:
+  Bytes content_;
+};
 
 PictureInfo Read(Bytes file, const std::string& name, const ReadOptions& options,
                  const Allocate* allocate) {
@@ -107,9 +100,42 @@ Format FormatOfPath(const std::string& path) {
                      "the extension names no picture format; known are" + known);
 }
 
+std::vector<uint8_t> ReadFile(const std::string& path, const Limits& limits) {
+  const int64_t most = limits.max_file_bytes;
+  const auto fail = [&](int error) {
+    throw PictureError(PictureError::Kind::kNotReadable, path, std::strerror(error));
+  };
+  const auto check = [&](uint64_t size) {
+    if (size <= static_cast<uint64_t>(std::max<int64_t>(most, 0))) return;
+    throw PictureError(PictureError::Kind::kTooLarge, path,
+                       "the file has more bytes than the limit of " + std::to_string(most));
+  };
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) fail(errno);
+  const Closer closer{descriptor};
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) fail(errno);
+  if (S_ISREG(status.st_mode)) check(static_cast<uint64_t>(status.st_size));
+
+  // One byte more than the file is said to have, so that its end is met without growing.
+  std::vector<uint8_t> content(static_cast<size_t>(std::max<off_t>(status.st_size, 4095)) + 1);
+  size_t size = 0;
+  while (true) {
+    const ssize_t got = read(descriptor, content.data() + size, content.size() - size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) fail(errno);
+    if (got == 0) break;
+    size += static_cast<size_t>(got);
+    check(size);
+    if (size == content.size()) content.resize(2 * size);
+  }
+  content.resize(size);
+  return content;
+}
+
 PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
                         const Allocate& allocate) {
-  return Read(ReadFile(path, options.limits.max_file_bytes), path, options, &allocate);
+  return Read(ReadFile(path, options.limits), path, options, &allocate);
 }
 
 PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
@@ -118,7 +144,9 @@ PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::stri
 }
 
 PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options) {
-  return Read(ReadFile(path, options.limits.max_file_bytes), path, options, nullptr);
+  const Mapping mapping(path, options.limits);
+  if (!mapping.content().empty()) return Read(mapping.content(), path, options, nullptr);
+  return Read(ReadFile(path, options.limits), path, options, nullptr);
 }
 
 PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,

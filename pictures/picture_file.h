@@ -82,7 +82,11 @@ PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
 PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
                                   const ReadOptions& options, const Allocate& allocate);
 
-/// What `ReadPicture` would hand to its allocator, without decoding pixels.
+/// The bytes of a file, regular or a pipe, up to the limit. Throws `PictureError`.
+std::vector<uint8_t> ReadFile(const std::string& path, const Limits& limits = {});
+
+/// What `ReadPicture` would hand to its allocator, without decoding pixels. Of a regular file,
+/// which nobody may shorten meanwhile, only the part that the header is in gets read.
 PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options = {});
 PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
                                         const ReadOptions& options = {});
