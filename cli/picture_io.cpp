@@ -1,9 +1,10 @@
 #include "cli/picture_io.h"
 
 #include <cstring>
-#include <iostream>
 
+#include "cli/console.h"
 #include "cli/errors.h"
+#include "pictures/atomic_file.h"
 
 namespace qel::cli {
 namespace {
@@ -29,7 +30,7 @@ std::vector<pictures::PaletteEntry> ToFilePalette(std::span<const RGBQUAD> entri
 }
 
 void PrintNotes(const std::string& path, const std::vector<std::string>& notes) {
-  for (const std::string& note : notes) std::cerr << "qel: " << path << ": note: " << note << "\n";
+  for (const std::string& note : notes) PrintMessage(path + ": note: " + note);
 }
 
 }  // namespace
@@ -43,17 +44,22 @@ SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count) {
   return image;
 }
 
-Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options) {
+Picture DecodePicture(std::span<const uint8_t> file, const std::string& name,
+                      const pictures::ReadOptions& options) {
   Picture picture;
-  const pictures::PictureInfo info =
-      pictures::ReadPicture(path, options, [&](const pictures::PictureInfo& header) {
+  const pictures::PictureInfo info = pictures::ReadPictureFromMemory(
+      file, name, options, [&](const pictures::PictureInfo& header) {
         picture.image = MakeImage(header.width, header.height, header.bit_count);
         return pictures::PixelBuffer{picture.image->Bits(), picture.image->stride()};
       });
   picture.image->SetPalette(ToHostPalette(info.palette));
   picture.metadata = info.metadata;
-  PrintNotes(path, info.notes);
+  PrintNotes(name, info.notes);
   return picture;
+}
+
+Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options) {
+  return DecodePicture(pictures::ReadFile(path, options.limits), path, options);
 }
 
 void CheckOutputName(const std::string& path) {
@@ -64,12 +70,21 @@ void CheckOutputName(const std::string& path) {
   }
 }
 
-void SavePicture(const std::string& path, const host::HostImage& image,
-                 const pictures::Metadata& metadata, const pictures::WriteOptions& options) {
+std::vector<uint8_t> EncodeImage(const std::string& path, const host::HostImage& image,
+                                 const pictures::Metadata& metadata,
+                                 const pictures::WriteOptions& options) {
   const std::vector<pictures::PaletteEntry> palette = ToFilePalette(image.palette());
   const pictures::PictureView view{image.Bits(),   image.stride(),    image.width(),
                                    image.height(), image.bit_count(), palette};
-  PrintNotes(path, pictures::WritePicture(path, view, metadata, options));
+  std::vector<std::string> notes;
+  std::vector<uint8_t> bytes = pictures::EncodePicture(path, view, metadata, options, notes);
+  PrintNotes(path, notes);
+  return bytes;
+}
+
+void SavePicture(const std::string& path, const host::HostImage& image,
+                 const pictures::Metadata& metadata, const pictures::WriteOptions& options) {
+  pictures::WriteFileAtomically(path, EncodeImage(path, image, metadata, options));
 }
 
 SmartPtr<host::HostImage> AsColour(const host::HostImage& image) {
@@ -99,12 +114,14 @@ SmartPtr<host::HostImage> AsColour(const host::HostImage& image) {
 }
 
 host::HostImage& PictureSource::Get(const std::string& path) {
+  const std::lock_guard lock(mutex_);
   SmartPtr<host::HostImage>& image = images_[path];
   if (!image) image = LoadPicture(path, options_).image;
   return *image;
 }
 
 void PictureSource::Provide(const std::string& name, SmartPtr<host::HostImage> image) {
+  const std::lock_guard lock(mutex_);
   images_[name] = std::move(image);
 }
 
