@@ -28,6 +28,12 @@ class Failure : public std::runtime_error {
   ExitCode code_;
 };
 
+/// The exit code that an exception ends in.
+ExitCode ExitCodeOf(const std::exception& error);
+
+/// What an exception says, in words.
+std::string MessageOf(const std::exception& error);
+
 }  // namespace qel::cli
 
 #endif  // QEL_CLI_ERRORS_H_

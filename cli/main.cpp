@@ -1,11 +1,10 @@
 #include <functional>
-#include <iostream>
 #include <map>
 
 #include "cli/commands.h"
+#include "cli/console.h"
 #include "cli/errors.h"
 #include "cli/operation_table.h"
-#include "pictures/picture_error.h"
 
 namespace qel::cli {
 namespace {
@@ -18,11 +17,6 @@ const std::map<std::string, std::function<int(const Words&)>, std::less<>>& Comm
       {"demo", &DemoCommand},
       {"methods", &MethodsCommand}};
   return commands;
-}
-
-ExitCode CodeOf(pictures::PictureError::Kind kind) {
-  using Kind = pictures::PictureError::Kind;
-  return kind == Kind::kNotWritable || kind == Kind::kDoesNotFit ? kNoOutput : kNoInput;
 }
 
 int Dispatch(const Words& words) {
@@ -43,15 +37,9 @@ int Dispatch(const Words& words) {
 int Main(const Words& words) {
   try {
     return Dispatch(words);
-  } catch (const Failure& failure) {
-    std::cerr << "qel: " << failure.what() << "\n";
-    return failure.code();
-  } catch (const pictures::PictureError& error) {
-    std::cerr << "qel: " << error.what() << "\n";
-    return CodeOf(error.kind());
   } catch (const std::exception& error) {
-    std::cerr << "qel: " << error.what() << "\n";
-    return kModuleFault;
+    PrintMessage(MessageOf(error));
+    return ExitCodeOf(error);
   }
 }
 

@@ -60,6 +60,7 @@ struct Operation {
   std::string_view summary = {};    ///< one line
   std::string_view depths = {};     ///< bit counts on which it has an effect
   bool in_place = false;
+  bool random = false;  ///< draws from the process's random generator
   std::vector<Parameter> parameters = {};
   std::string_view example = {};  ///< a step as one would type it
   std::string_view note = {};     ///< what may surprise; may be empty

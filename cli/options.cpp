@@ -25,6 +25,7 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
       for (const auto& [option, takes] : known) names += " " + option;
       throw Failure(kUsage, "there is no option " + name + "; options here are" + names);
     }
+    rest_before_[name] = rest_.size();
     if (found->second == Takes::kNothing) {
       if (equals != std::string::npos) throw Failure(kUsage, name + " takes no value");
       values_[name];

@@ -25,9 +25,12 @@ class Options {
   int Number(const std::string& name, int minimum, int maximum, int otherwise) const;
   /// The words that are no options, in order.
   const std::vector<std::string>& rest() const { return rest_; }
+  /// How many of these stand before the option, which was given.
+  size_t RestBefore(const std::string& name) const { return rest_before_.at(name); }
 
  private:
   std::map<std::string, std::string> values_;
+  std::map<std::string, size_t> rest_before_;
   std::vector<std::string> rest_;
 };
 

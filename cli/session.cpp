@@ -1,7 +1,10 @@
 #include "cli/session.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <mutex>
 
 #include "cli/errors.h"
 
@@ -29,6 +32,15 @@ host::ModuleLibrary LoadModule(const std::string& path) {
   } catch (const host::ModuleError& error) {
     throw Failure(kModuleFault, error.what());
   }
+}
+
+/// The process's random numbers for one picture, from their first: results depend neither on the
+/// order of the pictures nor on other threads, which wait.
+std::unique_lock<std::mutex> ClaimRandomNumbers() {
+  static std::mutex mutex;
+  std::unique_lock lock(mutex);
+  std::srand(1);
+  return lock;
 }
 
 /// What a result code means to somebody at the command line.
@@ -61,6 +73,10 @@ Session::Session(const std::string& path)
 SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
                                        SmartPtr<host::HostImage> picture,
                                        PictureSource& pictures) const {
+  std::unique_lock<std::mutex> random_numbers;
+  if (std::ranges::any_of(steps, [](const Step& step) { return step.operation->random; })) {
+    random_numbers = ClaimRandomNumbers();
+  }
   for (const Step& step : steps) {
     SmartPtr<IQEL> result;
     Call call{step.operation->name, components_, step.arguments, pictures,

@@ -11,13 +11,15 @@
 namespace qel::cli {
 
 /// The module, loaded and initialised as any host does it, with its components.
+/// Threads: any for `Run`, on pictures of their own.
 class Session {
  public:
   /// Loads the module at `path`; empty means the one that belongs to this program.
   /// Throws `Failure(kModuleFault)`.
   explicit Session(const std::string& path = {});
 
-  /// Runs the steps one after the other on `picture` and returns the final one.
+  /// Runs the steps one after the other on `picture` and returns the final one. Steps that draw
+  /// random numbers get the same ones for every picture, as if it were the only one.
   /// Throws `Failure(kModuleFault)` that names the step, and what reading second pictures throws.
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
                                 PictureSource& pictures) const;

@@ -1,5 +1,7 @@
 #include "cli/steps.h"
 
+#include <algorithm>
+
 #include "cli/errors.h"
 #include "cli/operation_table.h"
 
@@ -96,6 +98,18 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
     steps.push_back({step.operation, Arguments(*step.operation, step.given)});
   }
   return steps;
+}
+
+std::vector<std::string> PicturePaths(const std::vector<Step>& steps) {
+  std::vector<std::string> paths;
+  for (const Step& step : steps) {
+    for (const Parameter& parameter : step.operation->parameters) {
+      if (parameter.kind != Kind::kPicture || !step.arguments.Has(parameter.name)) continue;
+      const std::string& path = step.arguments.Text(parameter.name);
+      if (std::ranges::find(paths, path) == paths.end()) paths.push_back(path);
+    }
+  }
+  return paths;
 }
 
 }  // namespace qel::cli

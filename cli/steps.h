@@ -23,6 +23,9 @@ const Operation& RequireOperation(const std::string& name);
 /// Throws `Failure(kUsage)` that names the step.
 std::vector<Step> ParseSteps(const std::vector<std::string>& words);
 
+/// The paths of second pictures in the arguments of the steps, each once.
+std::vector<std::string> PicturePaths(const std::vector<Step>& steps);
+
 }  // namespace qel::cli
 
 #endif  // QEL_CLI_STEPS_H_
