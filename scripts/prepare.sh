@@ -2,7 +2,7 @@
 # all is there.
 
 # Debian packages by what they are for.
-QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev"
+QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev nettle-dev"
 QEL_TEST_PACKAGES="libgtest-dev"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 QEL_BENCH_PACKAGES="libbenchmark-dev"
