@@ -1,0 +1,457 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "cli/demo_scene.h"
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+#include "cli/session.h"
+#include "cli/sha256.h"
+#include "tests/support/temporary_folder.h"
+
+namespace qel::cli {
+namespace {
+
+using test::Outcome;
+using test::ReadFile;
+using test::RunShell;
+using test::TemporaryFolder;
+using test::WriteFile;
+namespace fs = std::filesystem;
+
+/// A grey picture of 4 x 4 pixels, all of one value: its negative is known without any tool.
+std::string Grey(int value) {
+  return "P5\n4 4\n255\n" + std::string(16, static_cast<char>(value & 255));
+}
+
+std::string HashOf(const std::string& content) {
+  return Sha256({reinterpret_cast<const uint8_t*>(content.data()), content.size()});
+}
+
+size_t Count(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+/// The tool on many files, as a user starts it.
+class Bulk : public testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directory(folder_.path() / "in");
+    fs::create_directory(folder_.path() / "out");
+  }
+
+  Outcome Run(const std::string& words) { return RunShell(QEL_TOOL " run " + words, folder_); }
+
+  std::string Name(int i) { return "in/" + std::to_string(1000 + i) + ".pgm"; }
+
+  void MakeInputs(int count) {
+    for (int i = 0; i < count; ++i) WriteFile(folder_ / Name(i), Grey(i));
+  }
+
+  /// Names and contents of the files below a folder, temporary ones included.
+  std::map<std::string, std::string> Files(const std::string& name) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder_.path() / name)) {
+      const std::string path = fs::relative(entry.path(), folder_.path() / name).string();
+      if (entry.is_regular_file() && !path.starts_with(".output") && !path.starts_with(".errors")) {
+        files[path] = ReadFile(entry.path().string());
+      }
+    }
+    return files;
+  }
+
+  std::string Line(int i, const std::string& recipe) {
+    const std::string name = std::to_string(1000 + i) + ".pgm";
+    return "{\"input\": \"in/" + name + "\", \"output\": \"out/" + name + "\", \"recipe\": \"" +
+           recipe + "\", \"status\": \"done\", \"output_sha256\": \"" + HashOf(Grey(255 - i)) +
+           "\", \"input_sha256\": \"" + HashOf(Grey(i)) + "\"}\n";
+  }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(Bulk, OneBrokenFileInTwentyLeavesTheOthersRightAndEveryShardingGivesTheSame) {
+  constexpr int kFiles = 1000;
+  const std::string broken[] = {"",
+                                "no picture at all",
+                                Grey(1).substr(0, 20),
+                                "P5\n0 4\n255\n",
+                                "P5\n99999999 99999999\n255\n0",
+                                "\x89PNG\r\n\x1a\n and nothing more",
+                                "\xFF\xD8\xFF\xE0"};
+  MakeInputs(kFiles);
+  std::map<std::string, std::string> expected;
+  std::set<std::string> wrong;
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string path = folder_ / Name(i);
+    const size_t way = static_cast<size_t>(i / 20) % (std::size(broken) + 2);
+    if (i % 20 != 7) {
+      expected[fs::path(path).filename()] = Grey(255 - i);
+      continue;
+    }
+    wrong.insert(Name(i));
+    if (way < std::size(broken)) WriteFile(path, broken[way]);
+    if (way >= std::size(broken)) fs::remove(path);
+    if (way == std::size(broken)) fs::create_directory(path);
+    if (way > std::size(broken)) fs::create_symlink("nowhere", path);
+  }
+  // A list, since patterns pass folders over.
+  RunShell("ls -d in/* > list", folder_);
+  const std::string words = "--files-from list -o 'out/{stem}.pgm' negative ";
+  const Outcome outcome = Run(words + "--json whole.json");
+  EXPECT_EQ(outcome.exit_code, kSomeFailed);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(Count(outcome.errors, "\n"), wrong.size() + 1) << outcome.errors;
+  EXPECT_NE(outcome.errors.find("qel: 50 of 1000 files failed\n"), std::string::npos);
+  for (const std::string& name : wrong) {
+    EXPECT_EQ(Count(outcome.errors, "qel: " + name + ": "), 1u) << name;
+  }
+  EXPECT_EQ(Files("out"), expected);
+  const std::string whole = ReadFile(folder_ / "whole.json");
+  EXPECT_EQ(Count(whole, "\n"), 1000u);
+  EXPECT_EQ(Count(whole, "\"status\": \"failed\", \"error\": \"in/"), 50u);
+  EXPECT_EQ(whole.find(Line(0, "negative")), 0u) << whole.substr(0, 500);
+
+  fs::remove_all(folder_.path() / "out");
+  fs::create_directory(folder_.path() / "out");
+  const std::string parts[] = {
+      " 1/3 --jobs 1",
+      " auto --jobs 3 --json 2.json",
+      " auto --json 3.json",
+  };
+  EXPECT_EQ(Run(words + "--json 1.json --shard" + parts[0]).exit_code, kSomeFailed);
+  RunShell("SLURM_ARRAY_TASK_ID=11 SLURM_ARRAY_TASK_MIN=10 SLURM_ARRAY_TASK_COUNT=3 " QEL_TOOL
+           " run " +
+               words + "--shard" + parts[1],
+           folder_);
+  EXPECT_EQ(Files("out").size(), 633u);
+  RunShell(
+      "JOB_COMPLETION_INDEX=2 QEL_SHARD_COUNT=3 " QEL_TOOL " run " + words + "--shard" + parts[2],
+      folder_);
+  EXPECT_EQ(Files("out"), expected);
+  EXPECT_EQ(RunShell("cat 1.json 2.json 3.json", folder_).output, whole);
+}
+
+TEST_F(Bulk, ResumesWhereBothFilesAndStepsAreAsTheyWere) {
+  MakeInputs(8);
+  const std::string words =
+      "'in/*.pgm' -o 'out/{stem}.pgm' negative --json m.json --progress=json ";
+  const auto skipped = [](const Outcome& outcome) {
+    return Count(outcome.errors, "\"status\": \"skipped\"");
+  };
+  ASSERT_EQ(skipped(Run(words)), 0u);
+  const std::string manifest = ReadFile(folder_ / "m.json");
+  const auto files = Files("out");
+  EXPECT_EQ(skipped(Run(words + "--resume")), 8u);
+  EXPECT_EQ(ReadFile(folder_ / "m.json"), manifest);
+
+  // An output that is gone, one that is damaged, another input, a line that was cut off.
+  fs::remove(folder_ / "out/1000.pgm");
+  WriteFile(folder_ / "out/1001.pgm", "damaged");
+  WriteFile(folder_ / Name(2), Grey(99));
+  WriteFile(folder_ / "m.json", manifest.substr(0, manifest.size() - 30));
+  const Outcome outcome = Run(words + "--resume");
+  EXPECT_EQ(outcome.exit_code, kDone);
+  EXPECT_EQ(skipped(outcome), 4u) << outcome.errors;
+  auto expected = files;
+  expected["1002.pgm"] = Grey(255 - 99);
+  EXPECT_EQ(Files("out"), expected);
+  EXPECT_EQ(Count(ReadFile(folder_ / "m.json"), "\n"), 8u);
+  // Other steps are other work.
+  EXPECT_EQ(skipped(Run(words + "'light brightness=1' --resume")), 0u);
+  EXPECT_EQ(skipped(Run(words + "--quality 50 --resume")), 0u);
+}
+
+TEST_F(Bulk, ResumesInPlaceWithoutDoingAnythingTwice) {
+  MakeInputs(4);
+  const std::string words = "'in/*.pgm' --in-place negative --json m.json --resume";
+  ASSERT_EQ(Run(words).exit_code, kDone);
+  const auto files = Files("in");
+  EXPECT_EQ(files.at("1003.pgm"), Grey(252));
+  WriteFile(folder_ / Name(3), Grey(3));  // as if it had not been reached
+  const std::string manifest = ReadFile(folder_ / "m.json");
+  ASSERT_EQ(Run(words).exit_code, kDone);
+  EXPECT_EQ(Files("in"), files);
+  EXPECT_EQ(ReadFile(folder_ / "m.json"), manifest);
+}
+
+TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
+  // The second input is a pipe to which nobody writes: one thread waits for it for ever.
+  for (const std::string signal : {"INT", "TERM"}) {
+    SCOPED_TRACE(signal);
+    MakeInputs(5);
+    const std::string words = "'in/*.pgm' -o 'out/{stem}.pgm' --jobs 2 negative --json m.json ";
+    const std::string script =
+        "rm -f out/* in/1001.pgm; mkfifo in/1001.pgm; set -m; " QEL_TOOL " run " + words +
+        "& for i in $(seq 1000); do [ -e out/1004.pgm ] && break; "
+        "sleep 0.01; done; kill -" +
+        signal + " $!; wait $!";
+    WriteFile(folder_ / "script", script);
+    const Outcome outcome = RunShell("bash script", folder_);
+    EXPECT_EQ(outcome.exit_code, kInterrupted) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("qel: interrupted with "), std::string::npos) << outcome.errors;
+    const std::map<std::string, std::string> expected = {{"1000.pgm", Grey(255)},
+                                                         {"1002.pgm", Grey(253)},
+                                                         {"1003.pgm", Grey(252)},
+                                                         {"1004.pgm", Grey(251)}};
+    EXPECT_EQ(Files("out"), expected);
+    const std::string manifest = ReadFile(folder_ / "m.json");
+    EXPECT_EQ(manifest, Line(0, "negative") + Line(2, "negative") + Line(3, "negative") +
+                            Line(4, "negative"));
+    fs::remove(folder_ / Name(1));
+    WriteFile(folder_ / Name(1), Grey(1));
+    const Outcome resumed = Run(words + "--resume --progress=json");
+    EXPECT_EQ(resumed.exit_code, kDone);
+    EXPECT_EQ(Count(resumed.errors, "skipped\", "), 4u) << resumed.errors;
+    EXPECT_EQ(ReadFile(folder_ / "out/1001.pgm"), Grey(254));
+  }
+}
+
+TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
+  MakeInputs(2);
+  fs::create_directory(folder_.path() / "other");
+  WriteFile(folder_ / "other/1000.pgm", Grey(5));
+  WriteFile(folder_ / "in/x-1000.pgm", Grey(6));
+  WriteFile(folder_ / "empty", "\n\n");
+  fs::create_symlink("in/1000.pgm", folder_.path() / "link.pgm");
+  const auto before = Files(".");
+  const struct {
+    std::string words;
+    int exit_code;
+    std::string message;
+  } cases[] = {
+      {"in/1000.pgm in/1001.pgm -o out.pgm negative", kUsage, "in/1000.pgm and in/1001.pgm would"},
+      {"in/1000.pgm other/1000.pgm -o 'out/{stem}.pgm' negative", kUsage, "would both become"},
+      {"in/1000.pgm other/../in/1000.pgm -o 'out/{stem}.pgm' negative", kUsage, "both"},
+      {"in/1000.pgm other/1000.pgm -o 'out/{dir}/../{stem}.pgm' --parents negative", kUsage,
+       "both"},
+      {"in/1000.pgm -o in/1000.pgm negative", kUsage, "write --in-place"},
+      {"in/1000.pgm -o link.pgm negative", kUsage, "write --in-place"},
+      {"in/1000.pgm in/x-1000.pgm -o 'in/x-{stem}.pgm' negative", kUsage,
+       "replace in/x-1000.pgm, which is read as well"},
+      {"in/1000.pgm link.pgm --in-place negative", kUsage, "link.pgm is given twice"},
+      {"in/1000.pgm --in-place -o out.pgm negative", kUsage, "exclude each other"},
+      {"in/1000.pgm -o out.pgm negative --json out.pgm", kUsage, "--json out.pgm is one of"},
+      {"in/1000.pgm -o out.pgm negative --json in/../in/1000.pgm", kUsage, "is one of"},
+      {"in/1000.pgm -o out.pgm negative --json out", kNoOutput, "not a regular file"},
+      {"in/1000.pgm -o '{folder}.pgm' negative", kUsage, "there is no {folder}"},
+      {"in/1000.pgm -o '{stem.pgm' negative", kUsage, "not closed"},
+      {"in/1000.pgm -o '{stem}' negative", kUsage, "names no picture format"},
+      {"in/1000.pgm -o 'new/{stem}.pgm' negative", kNoOutput, "there is no folder new"},
+      {"'in/*.png' -o 'out/{stem}.pgm' negative", kNoInput, "in/*.png: no file matches"},
+      {"-o 'out/{stem}.pgm' negative", kUsage, "no inputs before -o"},
+      {"--files-from empty -o 'out/{stem}.pgm' negative", kNoInput, "names no files"},
+      {"--files-from none -o 'out/{stem}.pgm' negative", kNoInput, "none: No such file"},
+      {"in/1000.pgm -o out.pgm negative --resume", kUsage, "--resume needs --json"},
+      {"in/1000.pgm -o out.pgm negative --shard 0/3", kUsage, "with I from 1 to N"},
+      {"in/1000.pgm -o out.pgm negative --shard 4/3", kUsage, "not 4/3"},
+      {"in/1000.pgm -o out.pgm negative --shard 2", kUsage, "not 2"},
+      {"in/1000.pgm -o out.pgm negative --shard auto", kUsage, "neither SLURM_ARRAY_TASK_ID"},
+      {"in/1000.pgm -o out.pgm negative --jobs 0", kUsage, "from 1 to"},
+      {"in/1000.pgm -o out.pgm negative --progress=loud", kUsage, "auto, bar, json or none"},
+      {"in/1000.pgm -o out.pgm negative --progress=json --progress-fd 77", kUsage, "open"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words);
+    const Outcome outcome = Run(c.words);
+    EXPECT_EQ(outcome.exit_code, c.exit_code);
+    EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << outcome.errors;
+    EXPECT_EQ(Files("."), before);
+  }
+}
+
+TEST_F(Bulk, FindsInputsAndNamesOutputs) {
+  fs::create_directories(folder_.path() / "in/deep/er");
+  fs::create_directories(folder_.path() / "in/.hidden");
+  for (const std::string name : {"in/b.pgm", "in/a.PGM", "in/deep/c.pgm", "in/deep/er/d.e.pgm",
+                                 "in/.hidden/x.pgm", "in/.y.pgm", "in/[b].pgm"}) {
+    WriteFile(folder_ / name, Grey(0));
+  }
+  const std::string bytes = "in/\xC3\xA4 \xFF\n.pgm";
+  const struct {
+    std::string words;
+    std::vector<std::string> outputs;
+  } cases[] = {
+      {"in/b.pgm 'in/a.*' -o '{n}{{{ext}}}.bmp'", {"1{pgm}.bmp", "2{PGM}.bmp"}},
+      {"'in/?.pgm' -o '{dir}/../{stem}-{n:3}.png'", {"in/../b-001.png"}},
+      {"'in/**/*.pgm' -o 'out/{stem}.png'",
+       {"out/[b].png", "out/b.png", "out/c.png", "out/d.e.png"}},
+      {"'in/[b].pgm' -o 'out/{stem}.png'", {"out/[b].png"}},
+      {"'in/[!b].PGM' 'in/.*.pgm' -o 'out/{stem}.png'", {"out/a.png", "out/.y.png"}},
+      {"'*/deep/*.pgm' -o 'x/{dir}/{stem}.png' --parents", {"x/in/deep/c.png"}},
+      {"in/b.pgm --files-from list -o 'out/{n}.png'", {"out/1.png", "out/2.png", "out/3.png"}},
+      {"'in/**/*.pgm' -o 'out/{n}.png' --shard 2/3", {"out/2.png"}},
+      {"in/b.pgm -o 'out/{n}.png' --shard 1/3", {}},
+      {"--files-from - -o 'out/{stem}.png' <zeros",
+       {"out/b.png", "out/" + bytes.substr(3, 5) + ".png"}},
+  };
+  WriteFile(folder_ / "list", "in/a.PGM\n\nin/deep/c.pgm");
+  WriteFile(folder_ / "zeros", std::string("in/b.pgm") + '\0' + bytes + '\0');
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words);
+    const bool with_bytes = c.words.ends_with("zeros");
+    if (with_bytes) WriteFile(folder_ / bytes, Grey(0));
+    const size_t steps = std::min(c.words.find(" <"), c.words.size());
+    const std::string words =
+        c.words.substr(0, steps) + " negative --jobs 1 --json m.json" + c.words.substr(steps);
+    const Outcome outcome = Run(words);
+    EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+    for (const std::string& output : c.outputs) {
+      EXPECT_TRUE(fs::remove(folder_ / output)) << output;
+    }
+    EXPECT_TRUE(Files("out").empty());
+    const std::string manifest = ReadFile(folder_ / "m.json");
+    EXPECT_EQ(Count(manifest, "\n"), c.outputs.size()) << manifest;
+    if (with_bytes) {
+      EXPECT_EQ(Count(manifest, "in/\xC3\xA4 \\udcff\\u000a.pgm\""), 1u) << manifest;
+    }
+  }
+}
+
+TEST_F(Bulk, ADryRunTellsFromHeadersWhatWouldBeDone) {
+  const struct {
+    std::string name;
+    int bit_count;
+  } pictures[] = {{"a.png", 32}, {"b.jpg", 24}, {"c.tiff", 24}, {"d.webp", 32}, {"e.bmp", 8}};
+  std::string expected;
+  for (const auto& picture : pictures) {
+    const auto image = MakeImage(1024, 512, picture.bit_count);
+    SavePicture(folder_ / ("in/" + picture.name), *image, {}, {});
+    if (picture.name == "e.bmp") expected = "8 bits, 3.0 MiB";
+  }
+  // The header of a picture is enough.
+  const std::string jpeg = ReadFile(folder_ / "in/b.jpg");
+  WriteFile(folder_ / "in/b.jpg", jpeg.substr(0, jpeg.size() / 2));
+  WriteFile(folder_ / "in/f.png", "broken");
+  const auto before = Files(".");
+  const Outcome outcome =
+      Run("'in/*' -o 'out/{stem}.png' --dry-run --jobs 2 --json m.json negative");
+  EXPECT_EQ(outcome.exit_code, kSomeFailed);
+  EXPECT_EQ(outcome.errors.find("qel: in/f.png: "), 0u) << outcome.errors;
+  for (const auto& picture : pictures) {
+    const std::string start = "in/" + picture.name + "  1024 x 512, " +
+                              std::to_string(picture.bit_count) + " bits, 3.0 MiB -> out/" +
+                              picture.name.substr(0, 1) + ".png\n";
+    const bool larger = picture.bit_count < 32;
+    EXPECT_EQ(Count(outcome.output, larger ? start.substr(0, start.find(" bits")) : start), 1u)
+        << outcome.output;
+  }
+  EXPECT_EQ(Count(outcome.output, "5 files, 2 at a time, about 6.0 MiB"), 1u) << outcome.output;
+  EXPECT_EQ(Files("."), before);
+}
+
+TEST_F(Bulk, ProgressGoesToTheTerminalOrToPrograms) {
+  MakeInputs(3);
+  WriteFile(folder_ / "in/x.pgm", "broken");
+  const std::string words = "'in/*' -o 'out/{stem}.pgm' negative ";
+  const Outcome json = Run(words + "--jobs 1 --progress=json --progress-fd 3 3>events");
+  EXPECT_EQ(Count(json.errors, "\n"), 2u) << json.errors;
+  const std::string events = ReadFile(folder_ / "events");
+  EXPECT_EQ(events.find("{\"event\": \"start\", \"files\": 4, \"jobs\": 1}\n{\"event\": \"file\", "
+                        "\"input\": \"in/1000.pgm\", \"output\": \"out/1000.pgm\", \"status\": "
+                        "\"done\", \"finished\": 1, \"files\": 4, "),
+            0u)
+      << events;
+  EXPECT_EQ(Count(events, "\"exit_code\": 3, \"finished\": 4"), 1u) << events;
+  EXPECT_EQ(Count(events, "{\"event\": \"end\", \"done\": 3, \"skipped\": 0, \"failed\": 1"), 1u);
+  // Nobody reads the events: the run goes on.
+  EXPECT_EQ(Run(words + "--progress=json --progress-fd 3 3>&1 >/dev/null | true").exit_code, kDone);
+
+  const std::string terminal = "script -qec \"" QEL_TOOL " run " + words + "\" /dev/null";
+  const std::string coloured = RunShell("TERM=xterm " + terminal, folder_).output;
+  EXPECT_GE(Count(coloured, "] 0 of 4, "), 1u) << coloured;
+  EXPECT_EQ(Count(coloured, "\x1b[31m1 of 4 files failed"), 1u) << coloured;
+  EXPECT_EQ(Count(RunShell("NO_COLOR=1 " + terminal, folder_).output, "\x1b[31m"), 0u);
+}
+
+/// The largest resident memory of a run over the same file `count` times, in MiB.
+double PeakMemory(const TemporaryFolder& folder, int count) {
+  std::string list;
+  for (int i = 0; i < count; ++i) list += "in/1001.pgm\n";
+  WriteFile(folder / "list", list);
+  const pid_t child = fork();
+  if (child == 0) {
+    const char* const words[] = {QEL_TOOL,      "run",      "--files-from", "list",   "-o",
+                                 "out/{n}.pgm", "negative", "--json",       "m.json", nullptr};
+    if (chdir(folder.path().c_str()) != 0) _exit(1);
+    execv(words[0], const_cast<char* const*>(words));
+    _exit(1);
+  }
+  int status = 0;
+  rusage usage{};
+  wait4(child, &status, 0, &usage);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  return static_cast<double>(usage.ru_maxrss) / 1024;
+}
+
+TEST_F(Bulk, MemoryHardlyGrowsWithTheNumberOfFiles) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers keep freed memory";
+#endif
+  MakeInputs(2);
+  constexpr int kFiles = 2000;
+  EXPECT_LT(PeakMemory(folder_, kFiles), PeakMemory(folder_, 10) + 16.0 * kFiles / 10000);
+}
+
+TEST_F(Bulk, GnuParallelSharesTheWork) {
+  if (RunShell("parallel --version | grep -q '^GNU parallel'", folder_).exit_code != 0) {
+    GTEST_SKIP() << "GNU parallel is not installed";
+  }
+  MakeInputs(9);
+  WriteFile(folder_ / "in/x y.pgm", Grey(200));
+  RunShell("ls in/* > list", folder_);
+  const std::string script = "QEL=" QEL_TOOL " " QEL_SOURCE_FOLDER "/examples/bulk/parallel.sh ";
+  const Outcome outcome =
+      RunShell(script + "list 'out/{stem}.pgm' 4 negative 'light brightness=5'", folder_);
+  EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+  EXPECT_EQ(Files("out").size(), 10u);
+  EXPECT_EQ(ReadFile(folder_ / "out/x y.pgm"), Grey(60));
+  const std::string manifest = ReadFile(folder_ / "list.json");
+  EXPECT_EQ(
+      Run("--files-from list -o 'out/{stem}.pgm' negative 'light brightness=5' --json m").exit_code,
+      kDone);
+  EXPECT_EQ(ReadFile(folder_ / "m"), manifest);
+}
+
+TEST(Hashes, AreThoseOfTheStandard) {
+  EXPECT_EQ(HashOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+TEST(Operations, GiveEveryPictureTheSameAndLeaveSecondPicturesAlone) {
+  // What a bulk run counts on: no state from picture to picture, whichever thread takes it.
+  const Session session;
+  PictureSource second_pictures;
+  const auto scene = [](int bit_count) {
+    const auto image = MakeImage(kDemoWidth, kDemoHeight, bit_count);
+    if (bit_count == 32) DrawDemoScene({image->Bits(), image->stride(), kDemoWidth, kDemoHeight});
+    return image;
+  };
+  const auto bytes = [](const host::HostImage& image) {
+    std::string all;
+    for (int y = 0; y < image.height(); ++y) {
+      all.append(reinterpret_cast<const char*>(image.Row(y)),
+                 static_cast<size_t>(image.RowBytes()));
+    }
+    return all;
+  };
+  second_pictures.Provide("other.png", scene(32));
+  second_pictures.Provide("mask.png", scene(8));
+  for (const Operation& operation : OperationTable()) {
+    SCOPED_TRACE(operation.name);
+    const auto steps = ParseSteps({std::string(operation.example)});
+    const std::string first = bytes(*session.Run(steps, scene(32), second_pictures));
+    EXPECT_TRUE(bytes(*session.Run(steps, scene(32), second_pictures)) == first);
+    EXPECT_TRUE(bytes(second_pictures.Get("other.png")) == bytes(*scene(32)));
+    EXPECT_TRUE(bytes(second_pictures.Get("mask.png")) == bytes(*scene(8)));
+  }
+}
+
+}  // namespace
+}  // namespace qel::cli
