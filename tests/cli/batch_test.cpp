@@ -12,6 +12,7 @@
 #include "cli/operation_table.h"
 #include "cli/session.h"
 #include "cli/sha256.h"
+#include "cli/shard.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::cli {
@@ -362,7 +363,10 @@ TEST_F(Bulk, ProgressGoesToTheTerminalOrToPrograms) {
   EXPECT_EQ(Count(events, "\"exit_code\": 3, \"finished\": 4"), 1u) << events;
   EXPECT_EQ(Count(events, "{\"event\": \"end\", \"done\": 3, \"skipped\": 0, \"failed\": 1"), 1u);
   // Nobody reads the events: the run goes on.
-  EXPECT_EQ(Run(words + "--progress=json --progress-fd 3 3>&1 >/dev/null | true").exit_code, kDone);
+  RunShell("{ sleep 0.1; " QEL_TOOL " run " + words +
+               "--progress=json --progress-fd 3 3>&1; echo $? >code; } | true",
+           folder_);
+  EXPECT_EQ(ReadFile(folder_ / "code"), "1\n");
 
   const std::string terminal = "script -qec \"" QEL_TOOL " run " + words + "\" /dev/null";
   const std::string coloured = RunShell("TERM=xterm " + terminal, folder_).output;
@@ -379,7 +383,8 @@ double PeakMemory(const TemporaryFolder& folder, int count) {
   const pid_t child = fork();
   if (child == 0) {
     const char* const words[] = {QEL_TOOL,      "run",      "--files-from", "list",   "-o",
-                                 "out/{n}.pgm", "negative", "--json",       "m.json", nullptr};
+                                 "out/{n}.pgm", "negative", "--json",       "m.json", "--jobs",
+                                 "2",           nullptr};
     if (chdir(folder.path().c_str()) != 0) _exit(1);
     execv(words[0], const_cast<char* const*>(words));
     _exit(1);
@@ -418,6 +423,56 @@ TEST_F(Bulk, GnuParallelSharesTheWork) {
       Run("--files-from list -o 'out/{stem}.pgm' negative 'light brightness=5' --json m").exit_code,
       kDone);
   EXPECT_EQ(ReadFile(folder_ / "m"), manifest);
+}
+
+TEST(Shards, CoverTheWorkOnceAndComeFromTheEnvironment) {
+  for (const size_t files : {0u, 1u, 7u, 1000u}) {
+    for (const size_t count : {1u, 3u, 8u}) {
+      size_t next = 0;
+      for (size_t index = 0; index < count; ++index) {
+        const Shard shard{index, count};
+        EXPECT_EQ(shard.Begin(files), next);
+        next = shard.End(files);
+        EXPECT_LE(next - shard.Begin(files), files / count + 1);
+      }
+      EXPECT_EQ(next, files);
+    }
+  }
+  const struct {
+    std::map<std::string, std::string> environment;
+    size_t index, count;  ///< no count: refused
+  } cases[] = {
+      {{{"ARRAY_TASK_ID", "0"}, {"ARRAY_TASK_COUNT", "4"}}, 0, 4},
+      {{{"ARRAY_TASK_ID", "7"}, {"ARRAY_TASK_COUNT", "3"}, {"ARRAY_TASK_MIN", "5"}}, 2, 3},
+      {{{"ARRAY_TASK_ID", "9"},
+        {"ARRAY_TASK_COUNT", "3"},
+        {"ARRAY_TASK_MIN", "5"},
+        {"ARRAY_TASK_MAX", "9"},
+        {"ARRAY_TASK_STEP", "2"}},
+       2,
+       3},
+      // Tasks 1, 3 and 7: the third of three parts would be done by nobody.
+      {{{"ARRAY_TASK_ID", "3"},
+        {"ARRAY_TASK_COUNT", "3"},
+        {"ARRAY_TASK_MIN", "1"},
+        {"ARRAY_TASK_MAX", "7"}},
+       0,
+       0},
+      {{{"ARRAY_TASK_ID", "4"}, {"ARRAY_TASK_COUNT", "4"}}, 0, 0},
+      {{{"ARRAY_TASK_ID", "2"}}, 0, 0},
+      {{{"ARRAY_TASK_ID", "two"}, {"ARRAY_TASK_COUNT", "4"}}, 0, 0},
+  };
+  for (const auto& c : cases) {
+    for (const auto& [name, value] : c.environment)
+      setenv(("SLURM_" + name).c_str(), value.c_str(), 1);
+    if (c.count > 0) {
+      EXPECT_EQ(ParseShard("auto").index, c.index);
+      EXPECT_EQ(ParseShard("auto").count, c.count);
+    } else {
+      EXPECT_THROW(ParseShard("auto"), Failure) << c.environment.at("ARRAY_TASK_ID");
+    }
+    for (const auto& [name, value] : c.environment) unsetenv(("SLURM_" + name).c_str());
+  }
 }
 
 TEST(Hashes, AreThoseOfTheStandard) {
