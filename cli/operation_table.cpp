@@ -28,8 +28,8 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 const std::vector<Operation>& OperationTable() {
   static const std::vector<Operation> table = [] {
     std::vector<Operation> rows;
-    for (const auto component :
-         {&ColorOperations, &TransformOperations, &FilterOperations, &MathsOperations}) {
+    for (const auto component : {&ColorOperations, &TransformOperations, &WarpOperations,
+                                 &FilterOperations, &MathsOperations}) {
       std::ranges::move(component(), std::back_inserter(rows));
     }
     return rows;

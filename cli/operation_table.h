@@ -21,6 +21,7 @@ std::vector<Operation> ColorOperations();
 std::vector<Operation> TransformOperations();
 std::vector<Operation> FilterOperations();
 std::vector<Operation> MathsOperations();
+std::vector<Operation> WarpOperations();
 
 }  // namespace qel::cli
 

@@ -3,9 +3,9 @@
 #include <string>
 
 #include "cli/arguments.h"
-#include "cli/errors.h"
 #include "cli/operation_table.h"
 #include "cli/picture_io.h"
+#include "cli/shape.h"
 
 namespace qel::cli {
 namespace {
@@ -19,35 +19,13 @@ const Parameter kMask = {.name = "mask",
                          .help = "8-bit picture; pixels where it is 0 stay as they are",
                          .optional = true};
 
-// The module trusts its caller: what does not fit is refused here, before it is called.
-
-struct Shape {
-  int width = 0, height = 0, bits = 0;
-  uint32_t model = 0;
-
-  std::string Size() const { return std::to_string(width) + " x " + std::to_string(height); }
-  bool Covers(const Shape& other) const { return width >= other.width && height >= other.height; }
-  bool HasBytes() const { return bits == 8 || bits == 24 || bits == 32; }
-};
-Shape ShapeOf(IQEL& image) {
-  Shape shape;
-  int unread = 0;
-  image.GetSize(&shape.width, &shape.height, &unread);
-  image.GetFormat(&shape.bits, &shape.model, &unread);
-  return shape;
-}
-
-[[noreturn]] void Refuse(const Call& call, const std::string& message) {
-  throw Failure(kUsage, std::string(call.name) + ": " + message);
-}
 std::string Named(const Call& call, std::string_view parameter) {
   return std::string(parameter) + "=" + call.arguments.Text(parameter);
 }
-std::string Bits(const Shape& shape) { return std::to_string(shape.bits) + " bits"; }
 
 void NeedBytes(const Call& call, const Shape& shape) {
   if (shape.HasBytes()) return;
-  Refuse(call, "works on 8, 24 and 32 bits per pixel, the picture has " + Bits(shape) +
+  Refuse(call, "works on 8, 24 and 32 bits per pixel, the picture has " + shape.Bits() +
                    "; leave out --keep-depth");
 }
 
@@ -57,7 +35,7 @@ IQEL& SecondOfSameDepth(Call& call, const Shape& first) {
   const Shape shape = ShapeOf(second);
   NeedBytes(call, first);
   if (shape.bits != first.bits || shape.model != first.model) {
-    Refuse(call, Named(call, "with") + " has " + Bits(shape) + " and the picture " + Bits(first) +
+    Refuse(call, Named(call, "with") + " has " + shape.Bits() + " and the picture " + first.Bits() +
                      "; bring both to one depth, for example with scale depth=" +
                      std::to_string(std::min(shape.bits, first.bits)));
   }
@@ -70,7 +48,7 @@ IQEL* MaskFor(Call& call, const Shape& area) {
   host::HostImage& mask = call.pictures.Get(call.arguments.Text("mask"));
   const Shape shape = ShapeOf(mask);
   if (shape.bits != 8) {
-    Refuse(call, Named(call, "mask") + " has " + Bits(shape) +
+    Refuse(call, Named(call, "mask") + " has " + shape.Bits() +
                      " and must have 8; make it grey with scale depth=8");
   }
   if (!shape.Covers(area)) {
@@ -173,7 +151,7 @@ result_t CallScale(Call& call) {
 result_t CallScale8(Call& call) {
   const Shape shape = ShapeOf(*call.image);
   if (shape.bits != 32) {
-    Refuse(call, "takes 32 bits per pixel as one integer, the picture has " + Bits(shape));
+    Refuse(call, "takes 32 bits per pixel as one integer, the picture has " + shape.Bits());
   }
   IQELMaths& maths = *call.components.maths.Get();
   SmartPtr<IQEL> integers = SmartPtr<IQEL>::Retain(call.image);

@@ -1,0 +1,274 @@
+#include <charconv>
+#include <stdexcept>
+
+#include "cli/arguments.h"
+#include "cli/operation_table.h"
+#include "cli/picture_io.h"
+#include "cli/point_maps.h"
+#include "cli/shape.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr std::string_view kTransform = "QELTransform";
+constexpr std::string_view kDeform = "QELDeform";
+constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
+constexpr std::string_view kByteDepths = "8, 24, 32";
+
+/// A coordinate in pixels, or with a % sign in hundredths of `whole`.
+bool ParseCoordinate(std::string_view text, double whole, double& coordinate) {
+  const bool is_share = text.ends_with('%');
+  if (is_share) text.remove_suffix(1);
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), coordinate);
+  if (is_share) coordinate *= whole / 100;
+  return error == std::errc() && stop == text.data() + text.size();
+}
+
+/// The argument `name` as a point of the picture: X,Y.
+MapPoint PointOf(const Call& call, std::string_view name, const Shape& shape) {
+  const std::string_view text = call.arguments.Text(name);
+  const size_t comma = text.find(',');
+  MapPoint point{};
+  if (comma == std::string_view::npos ||
+      !ParseCoordinate(text.substr(0, comma), shape.width, point.x) ||
+      !ParseCoordinate(text.substr(comma + 1), shape.height, point.y)) {
+    Refuse(call, std::string(name) + "=" + std::string(text) +
+                     " is no point; 12.5,40 or 10%,25% would be");
+  }
+  return point;
+}
+
+result_t CallQuad(Call& call) {
+  const Arguments& arguments = call.arguments;
+  const Shape shape = ShapeOf(*call.image);
+  const MapPoint p1 = PointOf(call, "top-left", shape);
+  const MapPoint p2 = PointOf(call, "top-right", shape);
+  const MapPoint p3 = PointOf(call, "bottom-left", shape);
+  const MapPoint p4 = PointOf(call, "bottom-right", shape);
+  return call.components.transform->Quad(
+      call.image, call.result, p1.x, p1.y, p2.x, p2.y, p3.x, p3.y, p4.x, p4.y,
+      static_cast<uint32_t>(arguments.Int("width")), static_cast<uint32_t>(arguments.Int("height")),
+      static_cast<int16_t>(arguments.Int("blend")));
+}
+
+std::vector<double> NumbersOf(const Call& call, std::string_view name) {
+  try {
+    return ParseNumbers(call.arguments.Text(name));
+  } catch (const std::invalid_argument& error) {
+    Refuse(call, std::string(name) + ": \"" + error.what() + "\" is no number");
+  }
+}
+
+template <typename Map>
+SmartPtr<PointMap> MakeMatrix(const Call& call, std::string_view name) {
+  const std::vector<double> numbers = NumbersOf(call, name);
+  if (numbers.size() != Map::kNumbers) {
+    Refuse(call, std::string(name) + "= takes " + std::to_string(Map::kNumbers) +
+                     " numbers, there are " + std::to_string(numbers.size()));
+  }
+  return SmartPtr<PointMap>::Adopt(new Map(numbers));
+}
+
+SmartPtr<PointMap> MakePolynomial(const Call& call) {
+  const std::vector<double> numbers = NumbersOf(call, "polynomial");
+  if (PolynomialMap::DegreeOf(numbers.size()) < 0) {
+    Refuse(call, "polynomial= takes 6 numbers, 12 for squares, or 20 for cubes, there are " +
+                     std::to_string(numbers.size()));
+  }
+  return SmartPtr<PointMap>::Adopt(new PolynomialMap(numbers));
+}
+
+/// The coordinate transform of a step: exactly one of its three kinds.
+SmartPtr<PointMap> PointMapOf(const Call& call) {
+  const Arguments& arguments = call.arguments;
+  const bool affine = arguments.Has("affine");
+  const bool projective = arguments.Has("projective");
+  if (affine + projective + arguments.Has("polynomial") != 1) {
+    Refuse(call, "give one of affine=, projective= and polynomial=");
+  }
+  const SmartPtr<PointMap> map = affine       ? MakeMatrix<AffineMap>(call, "affine")
+                                 : projective ? MakeMatrix<ProjectiveMap>(call, "projective")
+                                              : MakePolynomial(call);
+  if (arguments.Int("shares") != 0) {
+    const Shape shape = ShapeOf(*call.image);
+    map->SetUnits({static_cast<double>(shape.width), static_cast<double>(shape.height)});
+  }
+  return map;
+}
+
+result_t CallTransform(Call& call) {
+  const Arguments& arguments = call.arguments;
+  const SmartPtr<PointMap> map = PointMapOf(call);
+  return call.components.transform->Transform(map.Get(), call.image, call.result,
+                                              arguments.Int("x-offset"), arguments.Int("y-offset"),
+                                              static_cast<uint32_t>(arguments.Int("width")),
+                                              static_cast<uint32_t>(arguments.Int("height")), 0, 0);
+}
+
+result_t CallTransformPaste(Call& call) {
+  const Arguments& arguments = call.arguments;
+  const SmartPtr<PointMap> map = PointMapOf(call);
+  host::HostImage& onto = call.pictures.Get(arguments.Text("onto"));
+  const Shape shape = ShapeOf(*call.image);
+  const Shape target_shape = ShapeOf(onto);
+  if (shape.bits != target_shape.bits) {
+    Refuse(call, "onto=" + arguments.Text("onto") + " has " + target_shape.Bits() +
+                     " and the picture " + shape.Bits() + "; bring both to one depth");
+  }
+  auto target = host::HostImage::Make(kImageOptions);
+  target->Assign(&static_cast<IQELImageDIB&>(onto), 0);
+  const result_t result = call.components.transform->TransformPaste(
+      map.Get(), call.image, target.Get(), arguments.Int("x-offset"), arguments.Int("y-offset"),
+      static_cast<int16_t>(arguments.Int("fill-voids")), 0);
+  *call.result = target.Detach();
+  return result;
+}
+
+const Parameter kForceAlpha = {.name = "alpha",
+                               .kind = Kind::kFlag,
+                               .help = "make the picture 32 bits deep and opaque",
+                               .standard = "no"};
+const Parameter kNewWidth = {.name = "width",
+                             .help = "of the new picture; 0 derives it",
+                             .standard = "0",
+                             .minimum = 0,
+                             .maximum = 65535,
+                             .unit = "pixels"};
+const Parameter kNewHeight = {.name = "height",
+                              .help = "of the new picture; 0 derives it",
+                              .standard = "0",
+                              .minimum = 0,
+                              .maximum = 65535,
+                              .unit = "pixels"};
+const Parameter kAffine = {.name = "affine",
+                           .kind = Kind::kText,
+                           .help = "a,b,c,d,e,f: x' = a x + b y + c, y' = d x + e y + f",
+                           .optional = true};
+const Parameter kProjective = {.name = "projective",
+                               .kind = Kind::kText,
+                               .help = "nine numbers, row by row: a matrix for (x, y, 1)",
+                               .optional = true};
+const Parameter kPolynomial = {
+    .name = "polynomial",
+    .kind = Kind::kText,
+    .help = "factors of 1, x, y, x^2, xy, y^2, ... for x', then as many for y'",
+    .optional = true};
+const Parameter kShares = {.name = "shares",
+                           .kind = Kind::kFlag,
+                           .help = "count x and y in shares of the picture from 0 to 1",
+                           .standard = "no"};
+const Parameter kXOffset = {.name = "x-offset", .help = "added to every x", .standard = "0"};
+const Parameter kYOffset = {.name = "y-offset", .help = "added to every y", .standard = "0"};
+
+constexpr Choice kCircleModes[] = {{"bulge", kCircleBulge},
+                                   {"pinch", kCirclePinch},
+                                   {"swirl", kCircleSwirl},
+                                   {"unwrap", kCircleUnwrap},
+                                   {"fold", kCircleFold}};
+
+Parameter Corner(std::string_view name, std::string_view help, std::string_view standard) {
+  return {.name = name, .kind = Kind::kText, .help = help, .standard = standard};
+}
+Parameter Gain(std::string_view name, std::string_view help) {
+  return {.name = name, .kind = Kind::kNumber, .help = help, .standard = "0"};
+}
+Parameter Pivot(std::string_view name, std::string_view help) {
+  return {.name = name, .help = help, .standard = "0"};
+}
+
+}  // namespace
+
+std::vector<Operation> WarpOperations() {
+  return {
+      {.name = "skew",
+       .component = kTransform,
+       .summary = "Shears the picture about a pivot.",
+       .depths = kAllDepths,
+       .parameters = {Gain("x-gain", "pixels to the left per row below the pivot"),
+                      Gain("y-gain", "pixels upward per column right of the pivot"),
+                      Pivot("x-pivot", "column that keeps its height; 0 is the middle"),
+                      Pivot("y-pivot", "row that keeps its place; 0 is the middle"), kForceAlpha},
+       .example = "skew x-gain=0.4 y-gain=-0.1",
+       .note = "What comes from outside takes the top-left colour, with alpha 1.",
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.transform->Skew(
+                 call.image, call.result, arguments.Real("x-gain"), arguments.Real("y-gain"),
+                 arguments.Int("x-pivot"), arguments.Int("y-pivot"), 0, arguments.Int("alpha"));
+           }},
+      {.name = "quad",
+       .component = kTransform,
+       .summary = "Straightens the picture inside four corners into a rectangle.",
+       .depths = kByteDepths,
+       .parameters = {Corner("top-left", "x,y in pixels, or in % of the picture", "0,0"),
+                      Corner("top-right", "likewise", "100%,0"),
+                      Corner("bottom-left", "likewise", "0,100%"),
+                      Corner("bottom-right", "likewise", "100%,100%"),
+                      kNewWidth,
+                      kNewHeight,
+                      {.name = "blend",
+                       .kind = Kind::kFlag,
+                       .help = "mix two by two pixels, above 8 bits",
+                       .standard = "no"}},
+       .example = "quad top-left=10%,15% top-right=95%,5% bottom-left=5%,90% "
+                  "bottom-right=80%,95% blend=yes",
+       .note = "The outermost pixels of the picture are never taken: they come out black.",
+       .call = &CallQuad},
+      {.name = "transform",
+       .component = kTransform,
+       .summary = "Fills a new picture by a formula that says where to read each pixel.",
+       .depths = kByteDepths,
+       .parameters = {kAffine, kProjective, kPolynomial, kShares, kXOffset, kYOffset, kNewWidth,
+                      kNewHeight},
+       .example = "transform shares=yes polynomial=0.05,0.6,0.15,0.3,0,0,0.1,0,0.7,-0.3,0.3,0.1",
+       .note = "What comes from outside is black, and opaque at 32 bits. Offsets count in pixels.",
+       .call = &CallTransform},
+      {.name = "transform-paste",
+       .component = kTransform,
+       .summary = "Sends every pixel to a place in another picture, by a formula.",
+       .depths = kByteDepths,
+       .parameters = {{.name = "onto",
+                       .kind = Kind::kPicture,
+                       .help = "the picture to paste into, of the same depth"},
+                      kAffine,
+                      kProjective,
+                      kPolynomial,
+                      kShares,
+                      kXOffset,
+                      kYOffset,
+                      {.name = "fill-voids",
+                       .kind = Kind::kFlag,
+                       .help = "at 24 and 32 bits, fill zero pixels of the result from their "
+                               "neighbours",
+                       .standard = "no"}},
+       .example = "transform-paste onto=other.png affine=0.5,-0.3,110,0.25,0.6,10",
+       .note = "The file itself is left alone; the picture that was pasted into goes on to the "
+               "next step.",
+       .call = &CallTransformPaste},
+      {.name = "circle",
+       .component = kDeform,
+       .summary = "Deforms the picture in circles about its centre.",
+       .depths = kAllDepths,
+       .in_place = true,
+       .parameters =
+           {{.name = "mode",
+             .kind = Kind::kChoice,
+             .help = "unwrap takes angle and distance as column and row",
+             .choices = kCircleModes},
+            {.name = "factor", .kind = Kind::kNumber, .help = "weakens the swirl", .standard = "1"},
+            kForceAlpha},
+       .example = "circle mode=swirl factor=1.5",
+       .note = "What comes from outside, as the corners do, takes the top-left colour, with alpha "
+               "1.",
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.deform->CircleTransform(call.image, arguments.Int("mode"),
+                                                            arguments.Int("alpha"),
+                                                            arguments.Real("factor"));
+           }},
+  };
+}
+
+}  // namespace qel::cli
