@@ -76,10 +76,9 @@ std::vector<uint8_t> EncodeImage(const std::string& path, const host::HostImage&
   const std::vector<pictures::PaletteEntry> palette = ToFilePalette(image.palette());
   const pictures::PictureView view{image.Bits(),   image.stride(),    image.width(),
                                    image.height(), image.bit_count(), palette};
-  std::vector<std::string> notes;
-  std::vector<uint8_t> bytes = pictures::EncodePicture(path, view, metadata, options, notes);
-  PrintNotes(path, notes);
-  return bytes;
+  pictures::EncodedPicture encoded = pictures::EncodePicture(path, view, metadata, options);
+  PrintNotes(path, encoded.notes);
+  return std::move(encoded.file);
 }
 
 void SavePicture(const std::string& path, const host::HostImage& image,

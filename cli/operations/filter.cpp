@@ -15,7 +15,8 @@ namespace {
 
 constexpr std::string_view kComponent = "QELFilterTransform";
 constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
-constexpr std::string_view kBorder = "Outside the picture its top-left pixel stands in, with alpha 1.";
+constexpr std::string_view kBorder =
+    "Outside the picture its top-left pixel stands in, with alpha 1.";
 
 [[noreturn]] void Refuse(const std::string& message) {
   throw Failure(kUsage, "filter: kernel: " + message);
@@ -160,6 +161,7 @@ std::vector<Operation> FilterOperations() {
        .component = kComponent,
        .summary = "Replaces each pixel by one nearby, at random.",
        .depths = kAllDepths,
+       .random = true,
        .parameters = {{.name = "amount",
                        .help = "farthest distance in columns and in rows",
                        .standard = "4",
@@ -177,6 +179,7 @@ std::vector<Operation> FilterOperations() {
        .component = kComponent,
        .summary = "Adds a random offset to each channel.",
        .depths = kAllDepths,
+       .random = true,
        .parameters = {{.name = "amount",
                        .help = "span of the offsets, half of it either way",
                        .standard = "40"},

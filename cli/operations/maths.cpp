@@ -1,8 +1,9 @@
 #include <algorithm>
-#include <iostream>
 #include <string>
 
 #include "cli/arguments.h"
+#include "cli/console.h"
+#include "cli/errors.h"
 #include "cli/operation_table.h"
 #include "cli/picture_io.h"
 #include "cli/shape.h"
@@ -104,7 +105,7 @@ result_t CallSubtract(Call& call) {
   const int flags = call.arguments.Int("absolute") | call.arguments.Int("clear-alpha") << 1;
   const result_t tally = call.components.maths->Subtract(call.image, call.image, &second, flags);
   if (Succeeded(tally) && ShapeOf(*call.image).bits != 8) {
-    std::cerr << "qel: subtract: note: " << tally << " samples are 2 or more\n";
+    PrintMessage("subtract: note: " + std::to_string(tally) + " samples are 2 or more");
   }
   return tally;
 }
