@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cmath>
-#include <ranges>
 
 #include "image/numeric.h"
 #include "module/result_image.h"
@@ -83,13 +82,26 @@ void MapEveryPixel(const Circle& circle, const ColourCopy& copy) {
   }
 }
 
+/// The number of columns, counted from the centre, that lie within the limit at height `dy`.
+int ReachOfRow(const Circle& circle, int dy) {
+  int reach = 0;
+  int beyond = circle.cx + 1;
+  while (reach < beyond) {
+    const int middle = reach + (beyond - reach) / 2;
+    if (Circle::Distance(middle, dy) < circle.limit) {
+      reach = middle + 1;
+    } else {
+      beyond = middle;
+    }
+  }
+  return reach;
+}
+
 void Fold(const Circle& circle, const ColourCopy& copy) {
   int32_t sx[kWarpTile];
   int32_t sy[kWarpTile];
   for (int y = 0; y < circle.height; ++y) {
-    const auto distances = std::views::iota(0, circle.cx + 1);
-    const int reach = *std::ranges::partition_point(
-        distances, [&](int dx) { return Circle::Distance(dx, circle.cy - y) < circle.limit; });
+    const int reach = ReachOfRow(circle, circle.cy - y);
     std::fill_n(sy, kWarpTile, y);
     for (int x = 0; x < circle.width;) {
       const int count = std::min(static_cast<int>(kWarpTile), circle.width - x);

@@ -98,11 +98,6 @@ void Weights(float* weights, const float* positions, size_t count) {
   }
 }
 
-/// A sum as a byte: clamped, then truncated.
-inline uint32_t ByteOf(float sum) {
-  return sum > 255.0f ? 255u : sum > 0.0f ? static_cast<uint32_t>(static_cast<int32_t>(sum)) : 0u;
-}
-
 #if QEL_HAS_AVX512
 
 /// 16 bytes from each of four addresses.
@@ -234,6 +229,11 @@ void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& po
 }
 
 #else
+
+/// A sum as a byte: clamped, then truncated.
+inline uint32_t ByteOf(float sum) {
+  return sum > 255.0f ? 255u : sum > 0.0f ? static_cast<uint32_t>(static_cast<int32_t>(sum)) : 0u;
+}
 
 template <int kBytes, int kTaps>
 void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
