@@ -458,10 +458,12 @@ result_t ReplacedFilter(void*, IQEL*, int*, int size, int, int, IQEL**) {
 TEST_P(Filters, FixedFiltersCallFilterThroughTheTable) {
   auto* const object = static_cast<void***>(PrimaryOf(*module_->filter));
   void** const table = *object;
-  void* copy[kSlots];
-  std::copy_n(table, kSlots, copy);
-  copy[kFilterSlot] = reinterpret_cast<void*>(&ReplacedFilter);
-  *object = copy;
+  // Type information stands before a table; sanitizers look at it.
+  constexpr size_t kBefore = 2;
+  void* copy[kBefore + kSlots];
+  std::copy_n(table - kBefore, kBefore + kSlots, copy);
+  copy[kBefore + kFilterSlot] = reinterpret_cast<void*>(&ReplacedFilter);
+  *object = copy + kBefore;
   replaced_calls = 0;
   IQELFilterTransform& filter = *module_->filter;
   IQEL* none = nullptr;

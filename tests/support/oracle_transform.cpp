@@ -534,7 +534,8 @@ result_t CircleTransform(Raster& image, int mode, int with_alpha, float factor) 
     for (int x = 0; x < width; ++x) {
       const int dx = cx - x;
       const int dy = cy - y;
-      const double d = static_cast<double>(std::sqrt(static_cast<float>(dx * dx + dy * dy)));
+      const double d = static_cast<double>(std::sqrt(
+          static_cast<float>(WrappedSum(WrappedProduct(dx, dx), WrappedProduct(dy, dy)))));
       int sx = -1, sy = -1;
       if (d < limit) {
         double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
