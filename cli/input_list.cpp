@@ -71,8 +71,7 @@ std::vector<std::string> ExpandPattern(const std::string& pattern) {
   const size_t start = pattern.find_first_not_of('/');
   Match(pattern.substr(0, start), pattern.substr(start), found);
   std::ranges::sort(found);
-  const auto repeated = std::ranges::unique(found);
-  found.erase(repeated.begin(), repeated.end());
+  found.erase(std::unique(found.begin(), found.end()), found.end());
   if (found.empty()) throw Failure(kNoInput, pattern + ": no file matches");
   return found;
 }
