@@ -12,19 +12,20 @@ void Trace(const ImageView& source, const ImageView& dest) {
   alignas(64) uint8_t scratch[kScratchBytes];
   const SourceRows rows(source);
   DestRows out(dest, source, 0);
-  const int64_t bytes = rows.sample_bytes();
-  const auto most = static_cast<int64_t>(kScratchBytes / kRows - kRowSlack - 128) / bytes - 2;
-  ForEachTile(dest.Columns(), most, [&](int64_t x, int64_t count) {
-    const size_t pitch = ScratchPitch(static_cast<size_t>((count + 2) * bytes));
-    const auto slot = [&](int64_t y) { return scratch + static_cast<size_t>(y % kRows) * pitch; };
-    // Row y lies in slot y + 1: row -1 comes first.
-    for (int64_t y = -1; y < 1; ++y) rows.Fetch(y, x - 1, count + 2, slot(y + 1));
-    for (int64_t y = 0; y < dest.Rows(); ++y) {
-      rows.Fetch(y + 1, x - 1, count + 2, slot(y + 2));
-      const uint8_t* const about[kRows] = {slot(y), slot(y + 1), slot(y + 2)};
-      ActiveFilterKernels().contour(out.Open(y, x), about, static_cast<size_t>(count * bytes),
-                                    static_cast<size_t>(bytes));
-      out.Close(y, x, count);
+  const auto step = static_cast<size_t>(rows.sample_bytes());
+  const size_t most = (kScratchBytes / kRows - kRowSlack - 128) / step - 2;
+  ForEachStrip(rows, out, {-1, kRows}, static_cast<int64_t>(most), 0, [&](Strip& strip) {
+    const size_t pitch = ScratchPitch(strip.InBytes());
+    const auto read = [&](int64_t y) {
+      return strip.Read(y, scratch + static_cast<size_t>((y + kRows) % kRows) * pitch);
+    };
+    const uint8_t* about[kRows] = {nullptr, read(-1), read(0)};
+    for (int64_t y = 0; y < strip.Rows(); ++y) {
+      about[0] = about[1];
+      about[1] = about[2];
+      about[2] = read(y + 1);
+      ActiveFilterKernels().contour(strip.Open(y), about, strip.OutBytes(), step);
+      strip.Close(y);
     }
   });
 }

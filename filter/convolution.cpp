@@ -160,21 +160,83 @@ bool Factors::Find(const Weights& weights) {
   return true;
 }
 
+/// A kernel as pairs of taps, whose sums need 16 bits.
+class Pairs {
+ public:
+  /// Looks for them. `step` are the bytes from a sample to its right neighbour.
+  Pairs(const Weights& weights, size_t step, int32_t divisor, int32_t offset) {
+    found_ = Split(weights, step) && Choose(weights, divisor, offset);
+  }
+
+  /// False when there are too many taps, or the sums need more bits.
+  bool Found() const { return found_; }
+  PairWeights Stored() const {
+    return {pairs_, (taps_ + 1) / 2, sums_, division_, negate_, offset_};
+  }
+
+ private:
+  bool Split(const Weights& weights, size_t step);
+  bool Choose(const Weights& weights, int32_t divisor, int32_t offset);
+
+  TapPair pairs_[kMostPairs] = {};
+  size_t taps_ = 0;
+  int32_t highest_pair_ = 0;
+  PairSums sums_;
+  ShortDivision division_;
+  bool negate_ = false;
+  int16_t offset_ = 0;
+  bool found_;
+};
+
+bool Pairs::Split(const Weights& weights, size_t step) {
+  int32_t highest = 0;
+  for (size_t j = 0; j < weights.rows(); ++j) {
+    for (size_t i = 0; i < weights.columns(); ++i) {
+      const int32_t weight = weights.At(j, i);
+      if (weight == 0) continue;
+      if (taps_ == 2 * kMostPairs || weight < INT8_MIN || weight > INT8_MAX) return false;
+      TapPair& pair = pairs_[taps_ / 2];
+      const size_t place = taps_++ % 2;
+      if (place == 0) highest = 0;
+      highest += std::max(weight, 0);
+      highest_pair_ = std::max(highest_pair_, 255 * highest);
+      // The last tap may remain alone: its partner weighs nothing.
+      for (size_t p = place; p < 2; ++p) {
+        pair.rows[p] = j;
+        pair.offsets[p] = i * step;
+      }
+      const auto byte = static_cast<uint32_t>(weight) & 0xFF;
+      pair.weights |= static_cast<int32_t>(byte * 0x10001 << 8 * place);
+    }
+  }
+  return taps_ > 0;
+}
+
+bool Pairs::Choose(const Weights& weights, int32_t divisor, int32_t offset) {
+  int64_t lowest = 0;
+  int64_t highest = 0;
+  weights.Range(lowest, highest);
+  if (lowest == 0 && offset == 0 && divisor >= 0 && highest <= UINT16_MAX) {
+    sums_ = PairSums::kUnsigned;
+    return highest_pair_ <= INT16_MAX && FindShortDivision(divisor, highest, division_);
+  }
+  if (lowest < INT16_MIN || highest > INT16_MAX) return false;
+  if (offset < INT16_MIN || offset > INT16_MAX || divisor == INT32_MIN) return false;
+  sums_ = offset == 0 && divisor >= 0 ? PairSums::kCutAtZero : PairSums::kSigned;
+  negate_ = divisor < 0;
+  offset_ = static_cast<int16_t>(offset);
+  return FindShortDivision(std::abs(divisor), -int64_t{INT16_MIN}, division_);
+}
+
 /// What all ways share: a source, a destination, a kernel.
 struct Job {
   const SourceRows& source;
   DestRows& out;
-  const ImageShape& shape;
   const Weights& weights;
 
   size_t Step() const { return static_cast<size_t>(source.sample_bytes()); }
-  /// Bytes of the rows that the windows of `count` pixels cover.
-  size_t RowBytes(int64_t count) const {
-    return (static_cast<size_t>(count) + weights.columns() - 1) * Step();
-  }
-  void Fetch(int64_t row, int64_t x, int64_t count, uint8_t* samples) const {
-    source.Fetch(row + weights.FirstRow(), x + weights.FirstColumn(),
-                 count + static_cast<int64_t>(weights.columns()) - 1, samples);
+  WindowColumns Window() const {
+    return {weights.FirstColumn(), static_cast<int64_t>(weights.columns())};
   }
   /// Columns of a tile whose rows have room for `bytes` bytes; may be negative.
   int64_t TileWidth(size_t bytes) const {
@@ -182,46 +244,56 @@ struct Job {
   }
 };
 
-/// The rows of a tile's windows, each read once.
+/// The rows of a strip's windows, each read once.
 class RowRing {
  public:
-  RowRing(const Job& job, int64_t x, int64_t count, uint8_t* memory)
-      : job_(job), x_(x), count_(count), memory_(memory), pitch_(Pitch(job, count)) {
-    for (size_t j = 0; j + 1 < Taps(); ++j) Read(static_cast<int64_t>(j));
+  /// `scratch` has room for a scratch row of the strip for each row of the windows.
+  RowRing(const Job& job, const Strip& strip, uint8_t* scratch)
+      : strip_(strip),
+        taps_(job.weights.rows()),
+        first_row_(job.weights.FirstRow()),
+        scratch_(scratch),
+        pitch_(ScratchPitch(strip.InBytes())) {
+    for (size_t j = 0; j + 1 < taps_; ++j) Read(static_cast<int64_t>(j));
   }
-  static size_t Pitch(const Job& job, int64_t count) { return ScratchPitch(job.RowBytes(count)); }
 
   /// The rows of the windows of output row `y`, which must be asked for in order.
   const uint8_t* const* RowsAt(int64_t y) {
-    Read(y + static_cast<int64_t>(Taps()) - 1);
-    for (size_t j = 0; j < Taps(); ++j) rows_[j] = Slot(y + static_cast<int64_t>(j));
+    Read(y + static_cast<int64_t>(taps_) - 1);
+    for (size_t j = 0; j < taps_; ++j) rows_[j] = read_[Slot(y + static_cast<int64_t>(j))];
     return rows_;
   }
 
  private:
-  size_t Taps() const { return job_.weights.rows(); }
-  uint8_t* Slot(int64_t row) const { return memory_ + static_cast<size_t>(row) % Taps() * pitch_; }
-  void Read(int64_t row) { job_.Fetch(row, x_, count_, Slot(row)); }
+  size_t Slot(int64_t row) const { return static_cast<size_t>(row) % taps_; }
+  void Read(int64_t row) {
+    const size_t slot = Slot(row);
+    read_[slot] = strip_.Read(row + first_row_, scratch_ + slot * pitch_);
+  }
 
-  const Job& job_;
-  const int64_t x_;
-  const int64_t count_;
-  uint8_t* const memory_;
+  const Strip& strip_;
+  const size_t taps_;
+  const int64_t first_row_;
+  uint8_t* const scratch_;
   const size_t pitch_;
+  const uint8_t* read_[kMostTaps];
   const uint8_t* rows_[kMostTaps];
 };
 
-/// Calls row_function(dest, rows, bytes) with the rows of each output row's windows.
+/// Calls row_function(dest, rows, bytes) with the rows of each output row's windows. It may read
+/// `slack` bytes past them.
 template <typename RowFunction>
-void RunRing(const Job& job, uint8_t (&scratch)[kTileBytes], RowFunction&& row_function) {
+void RunRing(const Job& job, uint8_t (&scratch)[kTileBytes], size_t slack,
+             RowFunction&& row_function) {
   const size_t row_bytes = kTileBytes / job.weights.rows() - kRowSlack - 128;
-  ForEachTile(job.shape.Columns(), job.TileWidth(row_bytes), [&](int64_t x, int64_t count) {
-    RowRing ring(job, x, count, scratch);
-    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
-      row_function(job.out.Open(y, x), ring.RowsAt(y), static_cast<size_t>(count) * job.Step());
-      job.out.Close(y, x, count);
-    }
-  });
+  ForEachStrip(job.source, job.out, job.Window(), job.TileWidth(row_bytes), slack,
+               [&](Strip& strip) {
+                 RowRing ring(job, strip, scratch);
+                 for (int64_t y = 0; y < strip.Rows(); ++y) {
+                   row_function(strip.Open(y), ring.RowsAt(y), strip.OutBytes());
+                   strip.Close(y);
+                 }
+               });
 }
 
 /// Packs the weights of each row, `per_word` in a word, and returns the words of a row.
@@ -256,8 +328,17 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
     packed.words_per_row = packed.stride = PackWeights(job.weights, bytes ? 4 : 2, words);
     packed.words = words;
   }
-  RunRing(job, scratch, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  RunRing(job, scratch, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     direct(dest, rows, packed, division, count);
+  });
+}
+
+/// Few weights, two by two.
+[[gnu::noinline]] void RunPairs(const Job& job, const Pairs& pairs) {
+  alignas(64) uint8_t scratch[kTileBytes];
+  const PairWeights weights = pairs.Stored();
+  RunRing(job, scratch, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+    ActiveConvolutionKernels().pairs(dest, rows, weights, count);
   });
 }
 
@@ -269,7 +350,7 @@ template <typename Kernel, typename Quotient>
   int16_t down[kMostTaps];
   int16_t across[kMostTaps];
   const SplitWeights weights = factors.Store(down, across, job.Step());
-  RunRing(job, scratch, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  RunRing(job, scratch, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     kernel(dest, rows, weights, division, count);
   });
 }
@@ -286,24 +367,25 @@ template <typename Lane, typename Quotient>
   if (most < 1) return false;
   const auto taps = static_cast<int64_t>(job.weights.rows());
   const auto weight = static_cast<Lane>(job.weights.At(0, 0));
-  ForEachTile(job.shape.Columns(), most, [&](int64_t x, int64_t count) {
-    const size_t bytes = job.RowBytes(count);
-    uint8_t* const entering = scratch;
-    uint8_t* const leaving = entering + ScratchPitch(bytes);
-    auto* const sums = reinterpret_cast<Lane*>(leaving + ScratchPitch(bytes));
+  ForEachStrip(job.source, job.out, job.Window(), most, 0, [&](Strip& strip) {
+    const size_t bytes = strip.InBytes();
+    uint8_t* const entering_slot = scratch;
+    uint8_t* const leaving_slot = entering_slot + ScratchPitch(bytes);
+    auto* const sums = reinterpret_cast<Lane*>(leaving_slot + ScratchPitch(bytes));
     std::memset(sums, 0, bytes * sizeof(Lane));
-    std::memset(leaving, 0, bytes);
-    for (int64_t row = 0; row < taps - 1; ++row) {
-      job.Fetch(row, x, count, entering);
+    std::memset(leaving_slot, 0, bytes);
+    const uint8_t* leaving = leaving_slot;
+    const auto enter = [&](int64_t row) {
+      const uint8_t* const entering = strip.Read(row + job.weights.FirstRow(), entering_slot);
       kernels.slide(sums, entering, leaving, weight, bytes);
-    }
-    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
-      if (y > 0) job.Fetch(y - 1, x, count, leaving);
-      job.Fetch(y + taps - 1, x, count, entering);
-      kernels.slide(sums, entering, leaving, weight, bytes);
-      kernels.across(job.out.Open(y, x), sums, job.weights.columns(), job.Step(), division,
-                     static_cast<size_t>(count) * job.Step());
-      job.out.Close(y, x, count);
+    };
+    for (int64_t row = 0; row < taps - 1; ++row) enter(row);
+    for (int64_t y = 0; y < strip.Rows(); ++y) {
+      if (y > 0) leaving = strip.Read(y - 1 + job.weights.FirstRow(), leaving_slot);
+      enter(y + taps - 1);
+      kernels.across(strip.Open(y), sums, job.weights.columns(), job.Step(), division,
+                     strip.OutBytes());
+      strip.Close(y);
     }
   });
   return true;
@@ -321,19 +403,19 @@ template <typename Lane, typename Quotient>
   const size_t step = job.Step();
   const auto columns = static_cast<int64_t>(weights.columns());
   const auto rows = static_cast<int64_t>(weights.rows());
-  ForEachTile(job.shape.Columns(), kColumns, [&](int64_t x, int64_t count) {
+  ForEachTile(0, job.out.Columns(), kColumns, [&](int64_t x, int64_t count) {
     const size_t bytes = static_cast<size_t>(count) * step;
     // The columns of the kernel that meet the image somewhere in this tile.
     const int64_t first = x + weights.FirstColumn();
     const int64_t begin = std::clamp<int64_t>(-(first + count - 1), 0, columns);
-    const int64_t end = std::clamp<int64_t>(job.shape.Columns() - first, begin, columns);
-    for (int64_t y = 0; y < job.shape.Rows(); ++y) {
+    const int64_t end = std::clamp<int64_t>(job.out.Columns() - first, begin, columns);
+    for (int64_t y = 0; y < job.out.Rows(); ++y) {
       std::memset(sums, 0, bytes * sizeof(uint32_t));
       uint32_t outside = 0;
       for (int64_t j = 0; j < rows; ++j) {
         const int32_t* const row = weights.Row(static_cast<size_t>(j));
         const int64_t sy = y + weights.FirstRow() + j;
-        const bool inside = sy >= 0 && sy < job.shape.Rows();
+        const bool inside = sy >= 0 && sy < job.out.Rows();
         const int64_t from = inside ? begin : columns;
         const int64_t to = inside ? end : columns;
         for (int64_t i = 0; i < from; ++i) outside += static_cast<uint32_t>(row[i]);
@@ -360,7 +442,7 @@ void Convolve(const ImageView& source, const ImageView& dest, const int* kernel,
   const SourceRows rows(source);
   DestRows out(dest, source, Reach(size).after);
   const Weights weights(kernel, size);
-  const Job job{rows, out, dest, weights};
+  const Job job{rows, out, weights};
   int64_t lowest = 0;
   int64_t highest = 0;
   weights.Range(lowest, highest);
@@ -378,6 +460,10 @@ void Convolve(const ImageView& source, const ImageView& dest, const int* kernel,
   if (weights.rows() > kMostTaps || weights.columns() > kMostTaps) {
     RunLarge(job, division);
     return;
+  }
+  if (kernels.pairs != nullptr) {
+    const Pairs pairs(weights, job.Step(), divisor, offset);
+    if (pairs.Found()) return RunPairs(job, pairs);
   }
   const Factors factors(weights);
   if (factors.Found() && is_short) {

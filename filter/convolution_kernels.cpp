@@ -259,6 +259,7 @@ void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
 
 constexpr ConvolutionKernels::Direct kDirect16 = nullptr;
 constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
+constexpr auto kPairs = decltype(ConvolutionKernels::pairs){nullptr};
 
 void Split32(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
              const Division& division, size_t count) {
@@ -298,6 +299,20 @@ struct Vector {
   static Type Low16(Type a, Type b) { return _mm256_unpacklo_epi16(a, b); }
   static Type High16(Type a, Type b) { return _mm256_unpackhi_epi16(a, b); }
   static Type PairSum(Type a, Type b) { return _mm256_madd_epi16(a, b); }
+  /// Pairs of 16-bit sums of products of bytes, unsigned times signed.
+  static Type PairOfBytes(Type a, Type b) { return _mm256_maddubs_epi16(a, b); }
+  static Type Set16(int value) { return _mm256_set1_epi16(static_cast<int16_t>(value)); }
+  static Type Add16(Type a, Type b) { return _mm256_add_epi16(a, b); }
+  static Type AddSaturated16(Type a, Type b) { return _mm256_adds_epi16(a, b); }
+  static Type Subtract16(Type a, Type b) { return _mm256_sub_epi16(a, b); }
+  static Type Max16(Type a, Type b) { return _mm256_max_epi16(a, b); }
+  static Type MinUnsigned16(Type a, Type b) { return _mm256_min_epu16(a, b); }
+  static Type Size16(Type a) { return _mm256_abs_epi16(a); }
+  static Type Signs16(Type a) { return _mm256_srai_epi16(a, 15); }
+  static Type Xor(Type a, Type b) { return _mm256_xor_si256(a, b); }
+  static Type HighProduct16(Type a, Type b) { return _mm256_mulhi_epu16(a, b); }
+  static Type ShiftRight16(Type a, int by) { return _mm256_srl_epi16(a, _mm_cvtsi32_si128(by)); }
+  static Type Pack16(Type a, Type b) { return _mm256_packus_epi16(a, b); }
   static Type Add(Type a, Type b) { return _mm256_add_epi32(a, b); }
   static Type Pack(Type a, Type b, Type c, Type d) {
     return _mm256_packus_epi16(_mm256_packs_epi32(a, b), _mm256_packs_epi32(c, d));
@@ -329,6 +344,19 @@ struct Vector {
   static Type Low16(Type a, Type b) { return _mm512_unpacklo_epi16(a, b); }
   static Type High16(Type a, Type b) { return _mm512_unpackhi_epi16(a, b); }
   static Type PairSum(Type a, Type b) { return _mm512_madd_epi16(a, b); }
+  static Type PairOfBytes(Type a, Type b) { return _mm512_maddubs_epi16(a, b); }
+  static Type Set16(int value) { return _mm512_set1_epi16(static_cast<int16_t>(value)); }
+  static Type Add16(Type a, Type b) { return _mm512_add_epi16(a, b); }
+  static Type AddSaturated16(Type a, Type b) { return _mm512_adds_epi16(a, b); }
+  static Type Subtract16(Type a, Type b) { return _mm512_sub_epi16(a, b); }
+  static Type Max16(Type a, Type b) { return _mm512_max_epi16(a, b); }
+  static Type MinUnsigned16(Type a, Type b) { return _mm512_min_epu16(a, b); }
+  static Type Size16(Type a) { return _mm512_abs_epi16(a); }
+  static Type Signs16(Type a) { return _mm512_srai_epi16(a, 15); }
+  static Type Xor(Type a, Type b) { return _mm512_xor_si512(a, b); }
+  static Type HighProduct16(Type a, Type b) { return _mm512_mulhi_epu16(a, b); }
+  static Type ShiftRight16(Type a, int by) { return _mm512_srl_epi16(a, _mm_cvtsi32_si128(by)); }
+  static Type Pack16(Type a, Type b) { return _mm512_packus_epi16(a, b); }
   static Type Add(Type a, Type b) { return _mm512_add_epi32(a, b); }
   static Type Pack(Type a, Type b, Type c, Type d) {
     return _mm512_packus_epi16(_mm512_packs_epi32(a, b), _mm512_packs_epi32(c, d));
@@ -412,6 +440,95 @@ void Direct16(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
   function(dest, rows, weights, division, count);
 }
 constexpr ConvolutionKernels::Direct kDirect16 = &Direct16;
+
+/// Quotients of 16-bit sums.
+template <PairSums kSums>
+inline Int ShortQuotients(Int sums, const PairWeights& weights) {
+  const ShortDivision& division = weights.division;
+  const auto divide = [&](Int sizes) {
+    if (division.multiplier == 0) return sizes;
+    return Vector::ShiftRight16(Vector::HighProduct16(sizes, Vector::Set16(division.multiplier)),
+                                division.shift);
+  };
+  if constexpr (kSums == PairSums::kUnsigned) {
+    // Packing takes signed lanes.
+    return Vector::MinUnsigned16(divide(sums), Vector::Set16(255));
+  } else if constexpr (kSums == PairSums::kCutAtZero) {
+    return divide(Vector::Max16(sums, Vector::Zero()));
+  } else {
+    Int quotients = sums;
+    if (division.multiplier != 0 || weights.negate) {
+      const Int signs = Vector::Xor(Vector::Signs16(sums), Vector::Set16(weights.negate ? -1 : 0));
+      const Int sizes = divide(Vector::Size16(sums));
+      quotients = Vector::Subtract16(Vector::Xor(sizes, signs), signs);
+    }
+    return Vector::AddSaturated16(quotients, Vector::Set16(weights.offset));
+  }
+}
+
+/// The sums of one vector of outputs. Interleaving within 128-bit parts gives them the order that
+/// packing undoes.
+struct PairAccumulator {
+  Int low = Vector::Zero();
+  Int high = Vector::Zero();
+
+  void Add(const uint8_t* left, const uint8_t* right, Int weights) {
+    const Int a = Vector::Load(left);
+    const Int b = Vector::Load(right);
+    low = Vector::Add16(low, Vector::PairOfBytes(Vector::Low8(a, b), weights));
+    high = Vector::Add16(high, Vector::PairOfBytes(Vector::High8(a, b), weights));
+  }
+  template <PairSums kSums>
+  Int Finish(const PairWeights& weights) const {
+    return Vector::Pack16(ShortQuotients<kSums>(low, weights),
+                          ShortQuotients<kSums>(high, weights));
+  }
+};
+
+template <PairSums kSums>
+void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
+                size_t count) {
+  const uint8_t* left[kMostPairs];
+  const uint8_t* right[kMostPairs];
+  int32_t words[kMostPairs];
+  const size_t pairs = weights.count;
+  for (size_t i = 0; i < pairs; ++i) {
+    const TapPair& pair = weights.pairs[i];
+    left[i] = rows[pair.rows[0]] + pair.offsets[0];
+    right[i] = rows[pair.rows[1]] + pair.offsets[1];
+    words[i] = pair.weights;
+  }
+  size_t k = 0;
+  for (; k + 2 * kVector <= count; k += 2 * kVector) {
+    PairAccumulator first, second;
+    for (size_t i = 0; i < pairs; ++i) {
+      const Int word = Vector::Set(words[i]);
+      first.Add(left[i] + k, right[i] + k, word);
+      second.Add(left[i] + k + kVector, right[i] + k + kVector, word);
+    }
+    Vector::Store(dest + k, first.template Finish<kSums>(weights));
+    Vector::Store(dest + k + kVector, second.template Finish<kSums>(weights));
+  }
+  while (k < count) {
+    // The last vector overlaps the one before it rather than reading on.
+    if (count - k < kVector && count >= kVector) k = count - kVector;
+    PairAccumulator sums;
+    for (size_t i = 0; i < pairs; ++i) sums.Add(left[i] + k, right[i] + k, Vector::Set(words[i]));
+    StoreBytes(dest + k, sums.template Finish<kSums>(weights), count - k);
+    k += kVector;
+  }
+}
+
+void Pairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights, size_t count) {
+  if (weights.sums == PairSums::kUnsigned) {
+    WeighPairs<PairSums::kUnsigned>(dest, rows, weights, count);
+  } else if (weights.sums == PairSums::kCutAtZero) {
+    WeighPairs<PairSums::kCutAtZero>(dest, rows, weights, count);
+  } else {
+    WeighPairs<PairSums::kSigned>(dest, rows, weights, count);
+  }
+}
+constexpr auto kPairs = decltype(ConvolutionKernels::pairs){&Pairs};
 
 /// Two sums side by side at a time. Interleaving within 128-bit parts puts the outputs of the first
 /// vector of sums into the low half of each part and those of the second into the high half.
@@ -509,6 +626,7 @@ constinit const ConvolutionKernels kConvolutionKernels = {
     .direct32 = &Direct32,
     .direct16 = kDirect16,
     .direct8 = kDirect8,
+    .pairs = kPairs,
     .split16 = &Split16,
     .split32 = &Split32,
     .box16 = {.slide = &Slide<uint16_t>, .across = &BoxAcross<uint16_t, ShortDivision>},

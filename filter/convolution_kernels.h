@@ -43,6 +43,30 @@ struct SplitWeights {
   uint32_t balance;  ///< added to the sums across, to take that out again
 };
 
+/// Two neighbours that are weighed together, as bytes from the first sample of their rows.
+struct TapPair {
+  size_t rows[2];
+  size_t offsets[2];
+  int32_t weights;  ///< two signed bytes, twice
+};
+
+/// Which sums a kernel of pairs gives, and so what becomes of them.
+enum class PairSums {
+  kUnsigned,   ///< up to 65535: divided
+  kCutAtZero,  ///< signed; what lies below 0 would be clamped to it: made 0, then divided
+  kSigned,     ///< signed: divided, offset added
+};
+
+/// A kernel as pairs of taps. Sums of 16 bits hold it, and those of each pair fit signed ones.
+struct PairWeights {
+  const TapPair* pairs;
+  size_t count;
+  PairSums sums;
+  ShortDivision division;  ///< by the size of the divisor
+  bool negate;             ///< for `kSigned`: the divisor is negative
+  int16_t offset;          ///< for `kSigned`
+};
+
 /// Sums of columns whose weights are equal, and the bytes that they give.
 template <typename Lane, typename Quotient>
 struct BoxKernels {
@@ -65,6 +89,11 @@ struct ConvolutionKernels {
   Direct direct16;
   Direct direct8;
 
+  /// Few neighbours, two by two; null at levels that have no instruction for it. Reads no more than
+  /// the samples unless there are less than a vector of them.
+  void (*pairs)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
+                size_t count);
+
   /// Products of two rows of weights: all sums fit 16 unsigned bits, or at least those down the
   /// columns fit 16 signed ones, counted from their start.
   void (*split16)(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
@@ -81,6 +110,8 @@ struct ConvolutionKernels {
   void (*finish)(uint8_t* dest, const uint32_t* sums, const Division& division, size_t count);
 };
 
+/// Most pairs of taps.
+inline constexpr size_t kMostPairs = 16;
 /// Most rows and columns of the direct and split functions.
 inline constexpr size_t kMostTaps = 63;
 

@@ -24,8 +24,74 @@ void Pick3(uint8_t* __restrict dest, const uint8_t* a, const uint8_t* b, const u
   for (size_t i = 0; i < count; ++i) dest[i] = Extremum::Of(Extremum::Of(a[i], b[i]), c[i]);
 }
 template <typename Extremum>
+void Pick4(uint8_t* __restrict dest, const uint8_t* a, const uint8_t* b, const uint8_t* c,
+           const uint8_t* d, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    dest[i] = Extremum::Of(Extremum::Of(a[i], b[i]), Extremum::Of(c[i], d[i]));
+  }
+}
+
+template <typename Extremum>
+void PickRows(uint8_t* __restrict dest, const uint8_t* const* rows, size_t size, size_t count) {
+  size_t done = 2;
+  if (size % 2 != 0) {
+    Pick3<Extremum>(dest, rows[0], rows[1], rows[2], count);
+    done = 3;
+  } else {
+    Pick<Extremum>(dest, rows[0], rows[1], count);
+  }
+  for (; done < size; done += 2) {
+    const uint8_t* __restrict const a = rows[done];
+    const uint8_t* __restrict const b = rows[done + 1];
+    for (size_t i = 0; i < count; ++i) dest[i] = Extremum::Of(dest[i], Extremum::Of(a[i], b[i]));
+  }
+}
+
+/// Outputs of `Across` whose windows are widened together.
+constexpr size_t kStretch = 2048;
+
+/// Widens windows fourfold until the last step reaches `size`.
+template <typename Extremum>
+void AcrossStretch(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
+  uint8_t spare[2][kStretch + kMostAcross * 4];
+  const uint8_t* from = row;
+  size_t width = 1;
+  for (size_t turn = 0; 4 * width < size; turn ^= 1) {
+    const size_t jump = width * step;
+    width *= 4;
+    Pick4<Extremum>(spare[turn], from, from + jump, from + 2 * jump, from + 3 * jump,
+                    count + (size - width) * step);
+    from = spare[turn];
+  }
+  const size_t jump = width * step;
+  const uint8_t* const last = from + (size - width) * step;
+  if (size <= 2 * width) {
+    Pick<Extremum>(dest, from, last, count);
+  } else if (size <= 3 * width) {
+    Pick3<Extremum>(dest, from, from + jump, last, count);
+  } else {
+    Pick4<Extremum>(dest, from, from + jump, from + 2 * jump, last, count);
+  }
+}
+
+template <typename Extremum>
+void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
+  if (size == 1) {
+    __builtin_memcpy(dest, row, count);
+    return;
+  }
+  for (size_t first = 0; first < count; first += kStretch) {
+    const size_t stretch = count - first < kStretch ? count - first : kStretch;
+    AcrossStretch<Extremum>(dest + first, row + first, size, step, stretch);
+  }
+}
+
+template <typename Extremum>
 constexpr ExtremumKernels KernelsOf() {
-  return {.fold = &Fold<Extremum>, .pick = &Pick<Extremum>, .pick3 = &Pick3<Extremum>};
+  return {.fold = &Fold<Extremum>,
+          .pick = &Pick<Extremum>,
+          .pick_rows = &PickRows<Extremum>,
+          .across = &Across<Extremum>};
 }
 
 void Subtract(uint8_t* __restrict dest, const uint8_t* __restrict row, size_t count) {

@@ -299,7 +299,7 @@ void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
   const SourceRows rows(source);
   DestRows out(dest);
   const int64_t most = SelectionTile::Width(rows.sample_bytes(), size);
-  ForEachTile(dest.Columns(), most, [&](int64_t x, int64_t count) {
+  ForEachTile(0, dest.Columns(), most, [&](int64_t x, int64_t count) {
     SelectionTile(rows, size, x, count).Run(out, dest.Rows());
   });
 }

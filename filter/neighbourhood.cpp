@@ -75,6 +75,34 @@ void DestRows::CopyAlpha(int64_t y, int64_t x, int64_t count) {
   for (int64_t i = inside; i < count; ++i) to[4 * i + 3] = kOutsideMarker;
 }
 
+const uint8_t* Strip::Read(int64_t y, uint8_t* slot) const {
+  if (outside_ != nullptr) {
+    const uint8_t* const row = source_.At(y, pieces_[0].x + window_.first);
+    return row == nullptr ? outside_ : row;
+  }
+  uint8_t* to = slot;
+  for (const Piece& piece : pieces_) {
+    if (piece.count == 0) break;
+    const int64_t count = piece.count + window_.count - 1;
+    source_.Fetch(y, piece.x + window_.first, count, to);
+    to += static_cast<size_t>(count) * Step();
+  }
+  return slot;
+}
+
+void Strip::Close(int64_t y) {
+  if (pieces_[1].count == 0) {
+    out_.Close(y, pieces_[0].x, pieces_[0].count);
+    return;
+  }
+  const uint8_t* from = joined_;
+  for (const Piece& piece : pieces_) {
+    std::memcpy(out_.Open(y, piece.x), from, static_cast<size_t>(piece.count) * Step());
+    out_.Close(y, piece.x, piece.count);
+    from += static_cast<size_t>(piece.count + window_.count - 1) * Step();
+  }
+}
+
 void FillPixels(const ImageView& dest, uint32_t colour) {
   if (!dest.HasPixels()) return;
   VisitAccessLayout(dest.bit_count, [&](auto codec) {

@@ -8,10 +8,12 @@
 
 namespace qel {
 
-// The one walk through neighbourhoods. Rows of the source are copied tile by tile into scratch rows
-// that reach beyond the image, with the outside colour in place, so that no pixel is a border pixel
-// any more and neighbour (i, j) of every pixel lies at a fixed distance. Scratch rows hold samples:
-// whole pixels at 32 and 24 bits, one level per pixel at palette depths, whose channels are equal.
+// The one walk through neighbourhoods. The columns of an image are taken in strips. Where the
+// windows of a strip stay inside the image, its rows are read in place. At the ends of rows, and at
+// depths below 8 bits, they are copied into scratch rows that reach beyond the image, with the
+// outside colour in place. So no pixel is a border pixel any more and neighbour (i, j) of every
+// pixel lies at a fixed distance. Rows hold samples: whole pixels at 32 and 24 bits, one level per
+// pixel at palette depths, whose channels are equal.
 
 /// Bytes of a sample: 4, 3 or 1; 0 for depths that store nothing.
 constexpr int SampleBytes(int bit_count) {
@@ -35,20 +37,24 @@ inline constexpr size_t kScratchBytes = 56 * 1024;
 inline constexpr int64_t kTileColumns = 4096;
 /// Readable bytes after the samples of a scratch row, for vectors that start inside it.
 inline constexpr size_t kRowSlack = 128;
+/// Rows are read in place where windows begin at no fewer samples than this.
+inline constexpr int64_t kFewestInPlace = 64;
 
 /// Bytes from scratch row to scratch row: room for `bytes` and the slack, in whole cache lines, and
 /// an odd number of these so that rows do not meet in the same sets of the cache.
 constexpr size_t ScratchPitch(size_t bytes) { return ((bytes + kRowSlack + 63) / 64 | 1) * 64; }
 
-/// Divides `columns` evenly into tiles of at most `most` columns and calls visit(first, count).
+/// Divides the columns from `first` up to `end` evenly into tiles of at most `most` columns and
+/// calls visit(x, count).
 template <typename Visitor>
-void ForEachTile(int64_t columns, int64_t most, Visitor&& visit) {
+void ForEachTile(int64_t first, int64_t end, int64_t most, Visitor&& visit) {
   most = std::clamp<int64_t>(most, 1, kTileColumns);
+  const int64_t columns = end - first;
   const int64_t tiles = (columns + most - 1) / most;
-  if (tiles == 0) return;
-  const int64_t even = (columns + tiles - 1) / tiles;
-  const int64_t step = std::min(most, (even + 15) / 16 * 16);
-  for (int64_t x = 0; x < columns; x += step) visit(x, std::min(step, columns - x));
+  for (int64_t i = 0; i < tiles; ++i) {
+    const int64_t from = columns * i / tiles;
+    visit(first + from, columns * (i + 1) / tiles - from);
+  }
 }
 
 /// Reads scratch rows of an image, anywhere in and around it.
@@ -59,6 +65,13 @@ class SourceRows {
   int sample_bytes() const { return sample_bytes_; }
   /// The sample that stands in for everything outside.
   const uint8_t* outside() const { return outside_; }
+  /// True when the pixels of the image are samples as they are.
+  bool InPlace() const { return source_.HasPixels() && source_.bit_count >= 8; }
+  /// The sample of pixel (x, y) in the image, which is `InPlace`; null for rows outside of it.
+  const uint8_t* At(int64_t y, int64_t x) const {
+    return y >= 0 && y < source_.Rows() ? source_.Row(y) + x * sample_bytes_ : nullptr;
+  }
+  int64_t Columns() const { return source_.Columns(); }
   /// Writes the samples of the pixels (x, y) to (x + count - 1, y).
   void Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) const;
 
@@ -85,6 +98,8 @@ class DestRows {
   }
   /// Stores what was written since `Open`.
   void Close(int64_t y, int64_t x, int64_t count);
+  int64_t Rows() const { return dest_.Rows(); }
+  int64_t Columns() const { return dest_.Columns(); }
 
  private:
   void CopyAlpha(int64_t y, int64_t x, int64_t count);
@@ -96,8 +111,107 @@ class DestRows {
   uint8_t packing_[kTileColumns];
 };
 
+/// The columns that the window of a pixel covers: `count` of them from `first` on, counted from the
+/// pixel's own.
+struct WindowColumns {
+  int64_t first;
+  int64_t count;
+};
+
+/// Some columns of the output, and the samples of each row that their windows cover: windows begin
+/// at neighbouring samples.
+class Strip {
+ public:
+  /// Columns of the output that lie side by side.
+  struct Piece {
+    int64_t x;
+    int64_t count;
+  };
+
+  /// A strip whose rows are assembled in scratch rows. Two pieces are joined: the windows that
+  /// begin in the last samples of the first one belong to neither.
+  Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& piece)
+      : source_(source), out_(out), window_(window), pieces_{piece} {}
+  Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& left,
+        const Piece& right)
+      : source_(source), out_(out), window_(window), pieces_{left, right} {}
+  /// A strip whose rows lie in the image; `outside` is a row of samples for those above and below.
+  Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& piece,
+        const uint8_t* outside)
+      : source_(source), out_(out), window_(window), pieces_{piece}, outside_(outside) {}
+
+  size_t Step() const { return static_cast<size_t>(source_.sample_bytes()); }
+  int64_t Rows() const { return out_.Rows(); }
+  /// Windows of the strip.
+  int64_t Count() const { return InCount() - window_.count + 1; }
+  size_t OutBytes() const { return static_cast<size_t>(Count()) * Step(); }
+  /// Samples that the windows cover.
+  int64_t InCount() const {
+    const int64_t left = pieces_[0].count + window_.count - 1;
+    return pieces_[1].count == 0 ? left : left + pieces_[1].count + window_.count - 1;
+  }
+  size_t InBytes() const { return static_cast<size_t>(InCount()) * Step(); }
+  /// The samples under the windows of row `y`: in the image, or assembled in `slot`, which is
+  /// a scratch row of `InBytes`.
+  const uint8_t* Read(int64_t y, uint8_t* slot) const;
+
+  /// Where the samples of the windows of row `y` are to be written, and what stores them.
+  uint8_t* Open(int64_t y) { return pieces_[1].count == 0 ? out_.Open(y, pieces_[0].x) : joined_; }
+  void Close(int64_t y);
+
+  /// Most bytes that the windows of two pieces give.
+  static constexpr size_t kMostJoined = 2048;
+
+ private:
+  const SourceRows& source_;
+  DestRows& out_;
+  const WindowColumns window_;
+  const Piece pieces_[2] = {};
+  const uint8_t* outside_ = nullptr;
+  uint8_t joined_[kMostJoined];
+};
+
 /// Fills `samples` with copies of one sample. They may begin with it.
 void RepeatSample(uint8_t* samples, int64_t count, const uint8_t* sample, int sample_bytes);
+
+/// Calls visit(strip) for strips that together cover the output. Strips of one piece have at most
+/// `most` columns. Functions that work on the rows may read `slack` bytes past their samples, which
+/// is at most `kRowSlack`; where there are fewer than `kFewestInPlace` windows, they may read that
+/// many.
+template <typename Visitor>
+void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& window,
+                  int64_t most, size_t slack, Visitor&& visit) {
+  const int64_t step = source.sample_bytes();
+  const int64_t columns = out.Columns();
+  const auto tile = [&](int64_t x, int64_t count) {
+    Strip strip(source, out, window, {x, count});
+    visit(strip);
+  };
+  // The columns whose windows lie inside.
+  const int64_t past = window.first + window.count - 1;
+  const int64_t spare = (static_cast<int64_t>(slack) + step - 1) / step;
+  const int64_t begin = std::max<int64_t>(-window.first, 0);
+  const int64_t end = columns - std::max<int64_t>(past + spare, 0);
+  const int64_t joined = begin + columns - end + window.count - 1;
+  if (!source.InPlace() || source.Columns() != columns || end - begin < kFewestInPlace ||
+      most < 2 * kFewestInPlace || joined * step > static_cast<int64_t>(Strip::kMostJoined)) {
+    ForEachTile(0, columns, most, tile);
+    return;
+  }
+  uint8_t outside[kTileColumns * 4 + Strip::kMostJoined + kRowSlack];
+  const int64_t widest = std::min(end - begin, kTileColumns) + window.count - 1 + spare;
+  RepeatSample(outside, widest, source.outside(), source.sample_bytes());
+  ForEachTile(begin, end, most, [&](int64_t x, int64_t count) {
+    Strip strip(source, out, window, {x, count}, outside);
+    visit(strip);
+  });
+  if (begin == 0) {
+    if (end < columns) tile(end, columns - end);
+  } else {
+    Strip strip(source, out, window, {0, begin}, {end, columns - end});
+    visit(strip);
+  }
+}
 
 /// Stores `colour` in every pixel.
 void FillPixels(const ImageView& dest, uint32_t colour);

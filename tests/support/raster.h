@@ -121,7 +121,7 @@ Raster RandomRaster(Rng& rng, int width, int height, int bit_count);
 inline constexpr Shape kSizes[] = {{1, 1, 0},  {2, 3, 0},  {3, 2, 0},   {7, 5, 0},  {15, 4, 0},
                                    {16, 3, 0}, {17, 9, 0}, {31, 6, 0},  {33, 4, 0}, {63, 3, 0},
                                    {64, 5, 0}, {65, 7, 0}, {100, 3, 0}, {1, 9, 0},  {0, 5, 0},
-                                   {5, 0, 0},  {130, 2, 0}};
+                                   {5, 0, 0},  {130, 2, 0}, {230, 6, 0}};
 
 template <typename Visitor>
 void ForEachRaster(uint64_t seed, const std::vector<int>& depths, Visitor&& visit) {
