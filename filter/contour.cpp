@@ -21,6 +21,7 @@ void Trace(const ImageView& source, const ImageView& dest) {
     };
     const uint8_t* about[kRows] = {nullptr, read(-1), read(0)};
     for (int64_t y = 0; y < strip.Rows(); ++y) {
+      strip.Prefetch(y, 1);
       about[0] = about[1];
       about[1] = about[2];
       about[2] = read(y + 1);

@@ -286,14 +286,16 @@ template <typename RowFunction>
 void RunRing(const Job& job, uint8_t (&scratch)[kTileBytes], size_t slack,
              RowFunction&& row_function) {
   const size_t row_bytes = kTileBytes / job.weights.rows() - kRowSlack - 128;
-  ForEachStrip(job.source, job.out, job.Window(), job.TileWidth(row_bytes), slack,
-               [&](Strip& strip) {
-                 RowRing ring(job, strip, scratch);
-                 for (int64_t y = 0; y < strip.Rows(); ++y) {
-                   row_function(strip.Open(y), ring.RowsAt(y), strip.OutBytes());
-                   strip.Close(y);
-                 }
-               });
+  ForEachStrip(
+      job.source, job.out, job.Window(), job.TileWidth(row_bytes), slack, [&](Strip& strip) {
+        RowRing ring(job, strip, scratch);
+        const int64_t after = job.weights.FirstRow() + static_cast<int64_t>(job.weights.rows()) - 1;
+        for (int64_t y = 0; y < strip.Rows(); ++y) {
+          strip.Prefetch(y, after);
+          row_function(strip.Open(y), ring.RowsAt(y), strip.OutBytes());
+          strip.Close(y);
+        }
+      });
 }
 
 /// Packs the weights of each row, `per_word` in a word, and returns the words of a row.
@@ -381,6 +383,7 @@ template <typename Lane, typename Quotient>
     };
     for (int64_t row = 0; row < taps - 1; ++row) enter(row);
     for (int64_t y = 0; y < strip.Rows(); ++y) {
+      strip.Prefetch(y, taps - 1 + job.weights.FirstRow());
       if (y > 0) leaving = strip.Read(y - 1 + job.weights.FirstRow(), leaving_slot);
       enter(y + taps - 1);
       kernels.across(strip.Open(y), sums, job.weights.columns(), job.Step(), division,

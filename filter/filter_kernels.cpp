@@ -1,38 +1,67 @@
 #include "filter/filter_kernels.h"
 
+#ifdef QEL_LEVEL_avx512vbmi
+#include <immintrin.h>
+#endif
+
 namespace qel::QEL_LEVEL {
 namespace {
 
 struct Minimum {
   static uint8_t Of(uint8_t a, uint8_t b) { return b < a ? b : a; }
+#ifdef QEL_LEVEL_avx512vbmi
+  static __m512i Of(__m512i a, __m512i b) { return _mm512_min_epu8(a, b); }
+#endif
 };
 struct Maximum {
   static uint8_t Of(uint8_t a, uint8_t b) { return a < b ? b : a; }
+#ifdef QEL_LEVEL_avx512vbmi
+  static __m512i Of(__m512i a, __m512i b) { return _mm512_max_epu8(a, b); }
+#endif
 };
 
-template <typename Extremum>
-void Fold(uint8_t* __restrict into, const uint8_t* __restrict row, size_t count) {
-  for (size_t i = 0; i < count; ++i) into[i] = Extremum::Of(into[i], row[i]);
-}
-template <typename Extremum>
-void Pick(uint8_t* __restrict dest, const uint8_t* a, const uint8_t* b, size_t count) {
-  for (size_t i = 0; i < count; ++i) dest[i] = Extremum::Of(a[i], b[i]);
-}
-template <typename Extremum>
-void Pick3(uint8_t* __restrict dest, const uint8_t* a, const uint8_t* b, const uint8_t* c,
-           size_t count) {
-  for (size_t i = 0; i < count; ++i) dest[i] = Extremum::Of(Extremum::Of(a[i], b[i]), c[i]);
-}
-template <typename Extremum>
-void Pick4(uint8_t* __restrict dest, const uint8_t* a, const uint8_t* b, const uint8_t* c,
-           const uint8_t* d, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    dest[i] = Extremum::Of(Extremum::Of(a[i], b[i]), Extremum::Of(c[i], d[i]));
+/// dest[i] = value(i, dest[i]). Bytes after the last whole block are taken together with some
+/// before them again, so `value` must not mind being applied twice.
+template <typename Value>
+inline void ForEachByte(uint8_t* dest, size_t count, Value value) {
+  constexpr size_t kBlock = 64;
+  size_t k = 0;
+  for (; k + kBlock <= count; k += kBlock) {
+#pragma GCC ivdep
+    for (size_t i = k; i < k + kBlock; ++i) dest[i] = value(i, dest[i]);
   }
+  if (k == count) return;
+  if (count < kBlock) {
+    for (; k < count; ++k) dest[k] = value(k, dest[k]);
+    return;
+  }
+#pragma GCC ivdep
+  for (size_t i = count - kBlock; i < count; ++i) dest[i] = value(i, dest[i]);
 }
 
 template <typename Extremum>
-void PickRows(uint8_t* __restrict dest, const uint8_t* const* rows, size_t size, size_t count) {
+void Fold(uint8_t* into, const uint8_t* row, size_t count) {
+  ForEachByte(into, count, [=](size_t i, uint8_t old) { return Extremum::Of(old, row[i]); });
+}
+template <typename Extremum>
+void Pick(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
+  ForEachByte(dest, count, [=](size_t i, uint8_t) { return Extremum::Of(a[i], b[i]); });
+}
+template <typename Extremum>
+void Pick3(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c, size_t count) {
+  ForEachByte(dest, count,
+              [=](size_t i, uint8_t) { return Extremum::Of(Extremum::Of(a[i], b[i]), c[i]); });
+}
+template <typename Extremum>
+void Pick4(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c, const uint8_t* d,
+           size_t count) {
+  ForEachByte(dest, count, [=](size_t i, uint8_t) {
+    return Extremum::Of(Extremum::Of(a[i], b[i]), Extremum::Of(c[i], d[i]));
+  });
+}
+
+template <typename Extremum>
+void PickRows(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t count) {
   size_t done = 2;
   if (size % 2 != 0) {
     Pick3<Extremum>(dest, rows[0], rows[1], rows[2], count);
@@ -41,9 +70,10 @@ void PickRows(uint8_t* __restrict dest, const uint8_t* const* rows, size_t size,
     Pick<Extremum>(dest, rows[0], rows[1], count);
   }
   for (; done < size; done += 2) {
-    const uint8_t* __restrict const a = rows[done];
-    const uint8_t* __restrict const b = rows[done + 1];
-    for (size_t i = 0; i < count; ++i) dest[i] = Extremum::Of(dest[i], Extremum::Of(a[i], b[i]));
+    const uint8_t* const a = rows[done];
+    const uint8_t* const b = rows[done + 1];
+    ForEachByte(dest, count,
+                [=](size_t i, uint8_t old) { return Extremum::Of(old, Extremum::Of(a[i], b[i])); });
   }
 }
 
@@ -74,12 +104,81 @@ void AcrossStretch(uint8_t* dest, const uint8_t* row, size_t size, size_t step, 
   }
 }
 
+#ifdef QEL_LEVEL_avx512vbmi
+
+constexpr size_t kVector = 64;
+
+inline __mmask64 First(size_t count) {
+  return count >= kVector ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
+}
+
+/// Doubles windows in registers, from the end of the row: a vector and the one right of it hold all
+/// that doubling needs. `jumps` are the bytes between the windows that are joined.
+template <typename Extremum, size_t kSteps>
+void DoubleAcross(uint8_t* dest, const uint8_t* row, const size_t* jumps, size_t samples,
+                  size_t count) {
+  alignas(kVector) uint8_t places[kVector];
+  for (size_t i = 0; i < kVector; ++i) places[i] = static_cast<uint8_t>(i);
+  const __m512i in_place = _mm512_load_si512(places);
+  __m512i orders[kSteps];
+  __m512i right[kSteps];
+  for (size_t s = 0; s < kSteps; ++s) {
+    orders[s] = _mm512_add_epi8(in_place, _mm512_set1_epi8(static_cast<char>(jumps[s])));
+    right[s] = _mm512_setzero_si512();
+  }
+  for (size_t k = (samples - 1) / kVector * kVector;; k -= kVector) {
+    __m512i windows = samples - k >= kVector ? _mm512_loadu_si512(row + k)
+                                             : _mm512_maskz_loadu_epi8(First(samples - k), row + k);
+    for (size_t s = 0; s < kSteps; ++s) {
+      const __m512i shifted = _mm512_permutex2var_epi8(windows, orders[s], right[s]);
+      right[s] = windows;
+      windows = Extremum::Of(windows, shifted);
+    }
+    if (k + kVector <= count) {
+      _mm512_storeu_si512(dest + k, windows);
+    } else if (k < count) {
+      _mm512_mask_storeu_epi8(dest + k, First(count - k), windows);
+    }
+    if (k == 0) return;
+  }
+}
+
+/// False when windows are joined over more than a vector.
+template <typename Extremum>
+bool AcrossInRegisters(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
+  size_t jumps[7];
+  size_t steps = 0;
+  for (size_t width = 1; width < size; ++steps) {
+    const size_t wider = 2 * width < size ? 2 * width : size;
+    jumps[steps] = (wider - width) * step;
+    if (jumps[steps] >= kVector) return false;
+    width = wider;
+  }
+  using Function = void (*)(uint8_t*, const uint8_t*, const size_t*, size_t, size_t);
+  constexpr Function kFunctions[] = {&DoubleAcross<Extremum, 1>, &DoubleAcross<Extremum, 2>,
+                                     &DoubleAcross<Extremum, 3>, &DoubleAcross<Extremum, 4>,
+                                     &DoubleAcross<Extremum, 5>, &DoubleAcross<Extremum, 6>,
+                                     &DoubleAcross<Extremum, 7>};
+  kFunctions[steps - 1](dest, row, jumps, count + (size - 1) * step, count);
+  return true;
+}
+
+#else
+
+template <typename Extremum>
+bool AcrossInRegisters(uint8_t*, const uint8_t*, size_t, size_t, size_t) {
+  return false;
+}
+
+#endif
+
 template <typename Extremum>
 void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
   if (size == 1) {
     __builtin_memcpy(dest, row, count);
     return;
   }
+  if (size > 4 && AcrossInRegisters<Extremum>(dest, row, size, step, count)) return;
   for (size_t first = 0; first < count; first += kStretch) {
     const size_t stretch = count - first < kStretch ? count - first : kStretch;
     AcrossStretch<Extremum>(dest + first, row + first, size, step, stretch);
@@ -94,8 +193,8 @@ constexpr ExtremumKernels KernelsOf() {
           .across = &Across<Extremum>};
 }
 
-void Subtract(uint8_t* __restrict dest, const uint8_t* __restrict row, size_t count) {
-  for (size_t i = 0; i < count; ++i) dest[i] = static_cast<uint8_t>(dest[i] - row[i]);
+void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
+  ForEachByte(dest, count, [=](size_t i, uint8_t) { return static_cast<uint8_t>(a[i] - b[i]); });
 }
 
 void MergeAlpha(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pixels) {
@@ -117,14 +216,13 @@ inline uint8_t Keep(uint8_t kept, uint8_t centre, uint8_t neighbour) {
   return neighbour > limit ? neighbour : kept;
 }
 
-void Contour(uint8_t* __restrict dest, const uint8_t* const* rows, size_t count,
-             size_t sample_bytes) {
+void Contour(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes) {
   const uint8_t* const above = rows[0];
   const uint8_t* const level = rows[1];
   const uint8_t* const below = rows[2];
   const size_t next = sample_bytes;
   const size_t last = 2 * sample_bytes;
-  for (size_t k = 0; k < count; ++k) {
+  ForEachByte(dest, count, [=](size_t k, uint8_t) {
     const uint8_t centre = level[k + next];
     uint8_t kept = 0;
     // Column by column; the centre itself never exceeds itself.
@@ -136,8 +234,8 @@ void Contour(uint8_t* __restrict dest, const uint8_t* const* rows, size_t count,
     kept = Keep(kept, centre, above[k + last]);
     kept = Keep(kept, centre, level[k + last]);
     kept = Keep(kept, centre, below[k + last]);
-    dest[k] = static_cast<uint8_t>(~kept);
-  }
+    return static_cast<uint8_t>(~kept);
+  });
 }
 
 }  // namespace

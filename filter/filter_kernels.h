@@ -26,8 +26,8 @@ inline constexpr size_t kMostAcross = 127;
 struct FilterKernels {
   ExtremumKernels minimum;
   ExtremumKernels maximum;
-  /// dest[i] -= row[i]
-  void (*subtract)(uint8_t* dest, const uint8_t* row, size_t count);
+  /// dest[i] = a[i] - b[i]
+  void (*subtract)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
   /// Replaces the fourth byte of `pixels` 4-byte pixels by that of `source`.
   void (*merge_alpha)(uint8_t* dest, const uint8_t* source, size_t pixels);
   /// The inverted contour of samples: `rows` are the three rows about `dest`, each beginning one

@@ -171,6 +171,7 @@ class StripReducer {
       rows[j] = strip_.Read(static_cast<int64_t>(j) - 1 - reach_.before, slot(j));
     }
     for (int64_t y = 0; y < strip_.Rows(); ++y) {
+      strip_.Prefetch(y, reach_.after);
       std::copy(rows + 1, rows + size, rows);
       rows[size - 1] = strip_.Read(y + reach_.after, slot(static_cast<size_t>(y) % size));
       Write(y, [&](const Extremum& extremum) {
@@ -217,6 +218,7 @@ class StripReducer {
     }
     for (int64_t member = 0; member < members; ++member) {
       if (member > 0) {
+        strip_.Prefetch(y + member, reach_.after);
         VisitRow(y + reach_.after + member, [&](const Extremum& extremum, const uint8_t* row) {
           extremum.kernels->fold(extremum.running, row, bytes);
         });
@@ -233,10 +235,12 @@ class StripReducer {
   template <typename Combine>
   void Write(int64_t y, Combine&& combine) {
     uint8_t* const dest = strip_.Open(y);
-    ReduceAcross(extrema_[0], combine(extrema_[0]), dest);
-    if (count_ > 1) {
-      ReduceAcross(extrema_[1], combine(extrema_[1]), row_);
-      ActiveFilterKernels().subtract(dest, row_, strip_.OutBytes());
+    if (count_ == 1) {
+      ReduceAcross(extrema_[0], combine(extrema_[0]), dest);
+    } else {
+      ReduceAcross(extrema_[0], combine(extrema_[0]), row_);
+      ReduceAcross(extrema_[1], combine(extrema_[1]), spare_);
+      ActiveFilterKernels().subtract(dest, row_, spare_, strip_.OutBytes());
     }
     strip_.Close(y);
   }

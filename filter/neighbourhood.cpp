@@ -90,6 +90,21 @@ const uint8_t* Strip::Read(int64_t y, uint8_t* slot) const {
   return slot;
 }
 
+void Strip::Prefetch(int64_t y, int64_t after) {
+  const bool whole_rows = pieces_[0].count + 2 * kFewestInPlace > out_.Columns();
+  if (outside_ == nullptr || whole_rows) return;
+  constexpr size_t kLine = 64;
+  constexpr int64_t kRowsAhead = 3;
+  y += kRowsAhead;
+  if (const uint8_t* const row = source_.At(y + after, pieces_[0].x + window_.first)) {
+    for (size_t i = 0; i < InBytes(); i += kLine) __builtin_prefetch(row + i);
+  }
+  if (y < Rows()) {
+    const uint8_t* const row = out_.Open(y, pieces_[0].x);
+    for (size_t i = 0; i < OutBytes(); i += kLine) __builtin_prefetch(row + i, 1);
+  }
+}
+
 void Strip::Close(int64_t y) {
   if (pieces_[1].count == 0) {
     out_.Close(y, pieces_[0].x, pieces_[0].count);

@@ -154,6 +154,9 @@ class Strip {
   /// The samples under the windows of row `y`: in the image, or assembled in `slot`, which is
   /// a scratch row of `InBytes`.
   const uint8_t* Read(int64_t y, uint8_t* slot) const;
+  /// Asks for what comes after output row `y`, whose windows reach down to row y + after, to be
+  /// brought near. From row to row of narrow strips processors do not look ahead by themselves.
+  void Prefetch(int64_t y, int64_t after);
 
   /// Where the samples of the windows of row `y` are to be written, and what stores them.
   uint8_t* Open(int64_t y) { return pieces_[1].count == 0 ? out_.Open(y, pieces_[0].x) : joined_; }
