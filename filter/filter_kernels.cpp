@@ -197,12 +197,13 @@ void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
   ForEachByte(dest, count, [=](size_t i, uint8_t) { return static_cast<uint8_t>(a[i] - b[i]); });
 }
 
-void MergeAlpha(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pixels) {
+void WithAlpha(uint8_t* __restrict dest, const uint8_t* __restrict colours,
+               const uint8_t* __restrict alphas, size_t pixels) {
   for (size_t i = 0; i < pixels; ++i) {
     uint32_t colour;
     uint32_t alpha;
-    __builtin_memcpy(&colour, dest + 4 * i, sizeof(colour));
-    __builtin_memcpy(&alpha, source + 4 * i, sizeof(alpha));
+    __builtin_memcpy(&colour, colours + 4 * i, sizeof(colour));
+    __builtin_memcpy(&alpha, alphas + 4 * i, sizeof(alpha));
     colour = (colour & 0x00FFFFFFu) | (alpha & 0xFF000000u);
     __builtin_memcpy(dest + 4 * i, &colour, sizeof(colour));
   }
@@ -245,7 +246,7 @@ constinit const FilterKernels kFilterKernels = {
     .minimum = KernelsOf<Minimum>(),
     .maximum = KernelsOf<Maximum>(),
     .subtract = &Subtract,
-    .merge_alpha = &MergeAlpha,
+    .with_alpha = &WithAlpha,
     .contour = &Contour,
 };
 

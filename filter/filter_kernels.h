@@ -28,8 +28,8 @@ struct FilterKernels {
   ExtremumKernels maximum;
   /// dest[i] = a[i] - b[i]
   void (*subtract)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
-  /// Replaces the fourth byte of `pixels` 4-byte pixels by that of `source`.
-  void (*merge_alpha)(uint8_t* dest, const uint8_t* source, size_t pixels);
+  /// 4-byte pixels with the colours of one row and the fourth bytes of another.
+  void (*with_alpha)(uint8_t* dest, const uint8_t* colours, const uint8_t* alphas, size_t pixels);
   /// The inverted contour of samples: `rows` are the three rows about `dest`, each beginning one
   /// sample of `sample_bytes` to the left.
   void (*contour)(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes);

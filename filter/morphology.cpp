@@ -4,6 +4,7 @@
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
 #include "filter/neighbourhood.h"
+#include "image/copy_rows.h"
 #include "module/result_image.h"
 
 namespace qel {
@@ -265,6 +266,13 @@ class StripReducer {
 
 void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
                    std::span<const ExtremumKernels* const> kernels) {
+  const bool whole_pixels =
+      source.bit_count == 8 || source.bit_count == 24 || source.bit_count == 32;
+  if (size == 1 && kernels.size() == 1 && whole_pixels && source.HasPixels()) {
+    CopyRows(dest.bits, dest.stride, source.bits, source.stride,
+             source.Columns() * (source.bit_count / 8), source.Rows());
+    return;
+  }
   const Reach reach(size);
   const SourceRows rows(source);
   DestRows out(dest, source, reach.after);

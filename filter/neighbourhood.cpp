@@ -53,26 +53,30 @@ void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) co
 }
 
 void DestRows::Close(int64_t y, int64_t x, int64_t count) {
-  if (dest_.bit_count == 32 && !keeps_alpha_) CopyAlpha(y, x, count);
+  if (TakesAlpha()) StoreWithAlpha(y, x, count);
   if (dest_.bit_count >= 8) return;
   VisitAccessLayout(dest_.bit_count, [&](auto codec) {
     if constexpr (!codec.kDirect) {
       uint8_t* const row = dest_.Row(y);
-      for (int64_t i = 0; i < count; ++i) codec.StoreIndex(row, x + i, packing_[i]);
+      for (int64_t i = 0; i < count; ++i) codec.StoreIndex(row, x + i, row_[i]);
     }
   });
 }
 
-void DestRows::CopyAlpha(int64_t y, int64_t x, int64_t count) {
+void DestRows::StoreWithAlpha(int64_t y, int64_t x, int64_t count) {
   const int64_t sx = x + alpha_shift_;
   const int64_t sy = y + alpha_shift_;
   const bool row_inside = source_.HasPixels() && sy < source_.Rows();
   const int64_t inside = row_inside ? std::clamp<int64_t>(source_.Columns() - sx, 0, count) : 0;
   uint8_t* const to = dest_.Row(y) + 4 * x;
   if (inside > 0) {
-    ActiveFilterKernels().merge_alpha(to, source_.Row(sy) + 4 * sx, static_cast<size_t>(inside));
+    const uint8_t* const alpha = source_.Row(sy) + 4 * sx;
+    ActiveFilterKernels().with_alpha(to, row_, alpha, static_cast<size_t>(inside));
   }
-  for (int64_t i = inside; i < count; ++i) to[4 * i + 3] = kOutsideMarker;
+  for (int64_t i = inside; i < count; ++i) {
+    std::memcpy(to + 4 * i, row_ + 4 * i, 3);
+    to[4 * i + 3] = kOutsideMarker;
+  }
 }
 
 const uint8_t* Strip::Read(int64_t y, uint8_t* slot) const {
@@ -91,8 +95,10 @@ const uint8_t* Strip::Read(int64_t y, uint8_t* slot) const {
 }
 
 void Strip::Prefetch(int64_t y, int64_t after) {
+  // Long rows are followed well without help.
+  constexpr size_t kPage = 4096;
   const bool whole_rows = pieces_[0].count + 2 * kFewestInPlace > out_.Columns();
-  if (outside_ == nullptr || whole_rows) return;
+  if (outside_ == nullptr || (whole_rows && OutBytes() >= kPage)) return;
   constexpr size_t kLine = 64;
   constexpr int64_t kRowsAhead = 3;
   y += kRowsAhead;
@@ -100,7 +106,7 @@ void Strip::Prefetch(int64_t y, int64_t after) {
     for (size_t i = 0; i < InBytes(); i += kLine) __builtin_prefetch(row + i);
   }
   if (y < Rows()) {
-    const uint8_t* const row = out_.Open(y, pieces_[0].x);
+    const uint8_t* const row = out_.At(y, pieces_[0].x);
     for (size_t i = 0; i < OutBytes(); i += kLine) __builtin_prefetch(row + i, 1);
   }
 }

@@ -93,22 +93,26 @@ class DestRows {
 
   /// Where the samples of pixels from (x, y) on are to be written, at most `kTileColumns` of them.
   uint8_t* Open(int64_t y, int64_t x) {
-    const bool whole_bytes = dest_.bit_count >= 8;
-    return whole_bytes ? dest_.Row(y) + x * SampleBytes(dest_.bit_count) : packing_;
+    return dest_.bit_count >= 8 && !TakesAlpha() ? At(y, x) : row_;
   }
   /// Stores what was written since `Open`.
   void Close(int64_t y, int64_t x, int64_t count);
   int64_t Rows() const { return dest_.Rows(); }
   int64_t Columns() const { return dest_.Columns(); }
+  /// Where pixel (x, y) lies, at whole bytes.
+  uint8_t* At(int64_t y, int64_t x) const {
+    return dest_.Row(y) + x * SampleBytes(dest_.bit_count);
+  }
 
  private:
-  void CopyAlpha(int64_t y, int64_t x, int64_t count);
+  bool TakesAlpha() const { return dest_.bit_count == 32 && !keeps_alpha_; }
+  void StoreWithAlpha(int64_t y, int64_t x, int64_t count);
 
   const ImageView dest_;
   const ImageView source_;
   const int64_t alpha_shift_;
   bool keeps_alpha_ = false;
-  uint8_t packing_[kTileColumns];
+  uint8_t row_[kTileColumns * 4];
 };
 
 /// The columns that the window of a pixel covers: `count` of them from `first` on, counted from the
@@ -155,7 +159,8 @@ class Strip {
   /// a scratch row of `InBytes`.
   const uint8_t* Read(int64_t y, uint8_t* slot) const;
   /// Asks for what comes after output row `y`, whose windows reach down to row y + after, to be
-  /// brought near. From row to row of narrow strips processors do not look ahead by themselves.
+  /// brought near. Several short pieces of memory at once are more than processors follow by
+  /// themselves.
   void Prefetch(int64_t y, int64_t after);
 
   /// Where the samples of the windows of row `y` are to be written, and what stores them.

@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <cstring>
 
+#include "image/copy_rows.h"
 #include "image/image_view.h"
 #include "image/pixel_layout.h"
 #include "maths/conversion_kernels.h"
@@ -32,13 +32,6 @@ void ConvertRows(const Paste& paste, ConversionKernels::CopyRow ConversionKernel
   const auto convert = ConversionKernelsFor(level).*row;
   for (int64_t y = 0; y < paste.rows; ++y) {
     convert(paste.dest.Row(y), paste.source.Row(y), static_cast<size_t>(paste.columns));
-  }
-}
-
-void CopyRows(const Paste& paste) {
-  const auto bytes = static_cast<size_t>(paste.columns * paste.source.pixel_bytes);
-  for (int64_t y = 0; y < paste.rows; ++y) {
-    std::memmove(paste.dest.Row(y), paste.source.Row(y), bytes);
   }
 }
 
@@ -90,7 +83,12 @@ result_t CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
   if (from.bit_count == to.bit_count) {
     // Deliberate: a mask is never read; given the destination itself, it stands for "keep what is
     // not zero", byte by byte, so that single channels of a pixel are replaced.
-    if (has_pixels) mask == dest ? FillZeroBytes(paste) : CopyRows(paste);
+    if (has_pixels && mask == dest) {
+      FillZeroBytes(paste);
+    } else if (has_pixels) {
+      CopyRows(paste.dest.bits, paste.dest.step, paste.source.bits, paste.source.step,
+               paste.columns * paste.source.pixel_bytes, paste.rows);
+    }
     return kOk;
   }
   for (const Conversion& conversion : kConversions) {
