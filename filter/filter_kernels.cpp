@@ -1,5 +1,7 @@
 #include "filter/filter_kernels.h"
 
+#include "filter/each_byte.h"
+
 #ifdef QEL_LEVEL_avx512vbmi
 #include <immintrin.h>
 #endif
@@ -19,25 +21,6 @@ struct Maximum {
   static __m512i Of(__m512i a, __m512i b) { return _mm512_max_epu8(a, b); }
 #endif
 };
-
-/// dest[i] = value(i, dest[i]). Bytes after the last whole block are taken together with some
-/// before them again, so `value` must not mind being applied twice.
-template <typename Value>
-inline void ForEachByte(uint8_t* dest, size_t count, Value value) {
-  constexpr size_t kBlock = 64;
-  size_t k = 0;
-  for (; k + kBlock <= count; k += kBlock) {
-#pragma GCC ivdep
-    for (size_t i = k; i < k + kBlock; ++i) dest[i] = value(i, dest[i]);
-  }
-  if (k == count) return;
-  if (count < kBlock) {
-    for (; k < count; ++k) dest[k] = value(k, dest[k]);
-    return;
-  }
-#pragma GCC ivdep
-  for (size_t i = count - kBlock; i < count; ++i) dest[i] = value(i, dest[i]);
-}
 
 template <typename Extremum>
 void Fold(uint8_t* into, const uint8_t* row, size_t count) {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "filter/filter_transform.h"
 #include "filter/median_kernels.h"
@@ -32,95 +33,124 @@ void WriteKeys(uint8_t* keys, const uint8_t* samples, int sample_bytes, int64_t 
   }
 }
 
-/// Copies for each pixel of a row the sample at its tap. `at[t]` is tap t of the first pixel.
-template <size_t kBytes>
-void CopyTaps(uint8_t* dest, const uint8_t* const* at, const uint8_t* taps, int64_t count) {
-  const auto last = static_cast<size_t>(count) - 1;
-  // Whole words are quicker than three bytes; the last pixel must not touch what follows.
-  for (size_t x = 0; x < last; ++x) std::memcpy(dest + x * kBytes, at[taps[x]] + x * kBytes, 4);
-  std::memcpy(dest + last * kBytes, at[taps[last]] + last * kBytes, kBytes);
+/// How many high bits of a key are found by counting columns rather than taps.
+constexpr unsigned CountedBits(int size) {
+  return size <= static_cast<int>(kMostSorted) ? 0 : size < 12 ? 4 : 5;
 }
 
-/// A tile of columns for windows up to `kMostSelected`.
-class SelectionTile {
+/// A strip of windows up to `kMostSelected`.
+class SelectionStrip {
  public:
-  SelectionTile(const SourceRows& source, int size, int64_t x, int64_t count)
-      : source_(source),
+  SelectionStrip(Strip& strip, int size)
+      : strip_(strip),
         reach_(size),
         size_(static_cast<size_t>(size)),
-        x_(x),
-        count_(count),
-        extended_(count + size - 1),
-        key_pitch_(ScratchPitch(static_cast<size_t>(extended_))),
-        sample_pitch_(ScratchPitch(static_cast<size_t>(extended_) * Bytes())) {
-    samples_ = memory_ + size_ * key_pitch_;
+        in_count_(static_cast<size_t>(strip.InCount())),
+        key_pitch_(ScratchPitch(in_count_)),
+        sample_pitch_(Colours() ? ScratchPitch(strip.InBytes()) : 0) {
+    ranks_.bits = CountedBits(size);
+    ranks_.pitch = key_pitch_;
+    uint8_t* next = memory_;
+    const auto take = [&](size_t rows) { return std::exchange(next, next + rows * key_pitch_); };
+    keys_ = take(Slots());
+    taps_ = take(1);
+    if (ranks_.bits != 0) {
+      ranks_.columns = take(ranks_.Limits());
+      ranks_.triples = take(1);
+      ranks_.wanted = take(1);
+      ranks_.below = take(1);
+      nothing_ = take(1);
+      std::memset(ranks_.columns, 0, ranks_.Limits() * key_pitch_);
+      std::memset(nothing_, 0xFF, key_pitch_);
+    }
+    samples_ = next;
   }
 
-  /// Most columns of a tile.
+  /// Most columns of a strip.
   static int64_t Width(int sample_bytes, int size) {
-    // Keys and, of colours, samples of every row, and one row of taps.
-    const int64_t rows = sample_bytes == 1 ? size + 1 : 2 * size + 1;
-    const int64_t bytes = kScratchBytes - static_cast<size_t>(rows) * (kRowSlack + 128);
-    const int64_t each = sample_bytes == 1 ? size + 1 : size * (sample_bytes + 1) + 1;
-    return bytes / each - size + 1;
+    // Keys, counts and, of colours, samples of every row.
+    const int64_t counted = size_t{1} << CountedBits(size);
+    const int64_t key_rows = size + counted + kSharedRows;
+    const int64_t sample_rows = sample_bytes == 1 ? 0 : size;
+    const int64_t bytes = kScratchBytes - (key_rows + sample_rows) * int64_t{kRowSlack + 128};
+    return bytes / (key_rows + sample_rows * sample_bytes) - size + 1;
   }
 
-  void Run(DestRows& out, int64_t rows) {
-    for (int64_t row = -reach_.before; row < reach_.after; ++row) Read(row);
-    for (int64_t y = 0; y < rows; ++y) {
-      Read(y + reach_.after);
-      const uint8_t* keys[kMostSelected];
-      for (size_t j = 0; j < size_; ++j) {
-        keys[j] = memory_ + Slot(y - reach_.before + static_cast<int64_t>(j)) * key_pitch_;
-      }
-      Select(out.Open(y, x_), keys, y);
-      out.Close(y, x_, count_);
+  void Run() {
+    const auto after = reach_.after;
+    for (int64_t row = -reach_.before; row < after; ++row) {
+      Read(row);
+      if (ranks_.bits != 0) Rank(row, nothing_);
+    }
+    for (int64_t y = 0; y < strip_.Rows(); ++y) {
+      strip_.Prefetch(y, after);
+      Read(y + after);
+      if (ranks_.bits != 0) Rank(y + after, y == 0 ? nothing_ : Keys(y - 1 - reach_.before));
+      Select(y);
     }
   }
 
  private:
-  size_t Bytes() const { return static_cast<size_t>(source_.sample_bytes()); }
-  bool Colours() const { return Bytes() > 1; }
-  size_t Slot(int64_t row) const { return static_cast<size_t>(row + reach_.before) % size_; }
+  /// Rows of keys beside those of the windows: taps, and what ranking takes.
+  static constexpr int64_t kSharedRows = 6;
+
+  bool Colours() const { return strip_.Step() > 1; }
+  /// One more than a window has rows: what is counted out is still there.
+  size_t Slots() const { return size_ + 1; }
+  size_t Slot(int64_t row) const { return static_cast<size_t>(row + reach_.before) % Slots(); }
+  uint8_t* Keys(int64_t row) { return keys_ + Slot(row) * key_pitch_; }
 
   void Read(int64_t row) {
-    uint8_t* const keys = memory_ + Slot(row) * key_pitch_;
-    uint8_t* const samples = Colours() ? samples_ + Slot(row) * sample_pitch_ : keys;
-    source_.Fetch(row, x_ - reach_.before, extended_, samples);
-    if (Colours()) WriteKeys(keys, samples, source_.sample_bytes(), extended_);
-  }
-
-  void Select(uint8_t* dest, const uint8_t* const* keys, int64_t y) {
-    const auto count = static_cast<size_t>(count_);
+    uint8_t* const keys = Keys(row);
     if (!Colours()) {
-      ActiveMedianKernels().select_key(dest, keys, size_, count);
+      const uint8_t* const levels = strip_.Read(row, keys);
+      if (levels != keys) std::memcpy(keys, levels, in_count_);
       return;
     }
-    uint8_t* const taps = samples_ + size_ * sample_pitch_;
-    ActiveMedianKernels().select_tap(taps, keys, size_, count);
-    const uint8_t* at[kMostSelected * kMostSelected];
-    for (size_t i = 0; i < size_; ++i) {
-      for (size_t j = 0; j < size_; ++j) {
-        const size_t slot = Slot(y - reach_.before + static_cast<int64_t>(j));
-        at[i * size_ + j] = samples_ + slot * sample_pitch_ + i * Bytes();
-      }
-    }
-    if (Bytes() == 4) {
-      CopyTaps<4>(dest, at, taps, count_);
-    } else {
-      CopyTaps<3>(dest, at, taps, count_);
-    }
+    const size_t slot = static_cast<size_t>(row + reach_.before) % size_;
+    const uint8_t* const samples = strip_.Read(row, samples_ + slot * sample_pitch_);
+    rows_[slot] = samples;
+    WriteKeys(keys, samples, static_cast<int>(strip_.Step()), strip_.InCount());
   }
 
-  const SourceRows& source_;
+  void Rank(int64_t entering, const uint8_t* leaving) {
+    ActiveMedianKernels().rank(ranks_, Keys(entering), leaving, size_,
+                               static_cast<size_t>(strip_.Count()));
+  }
+
+  void Select(int64_t y) {
+    const MedianKernels& kernels = ActiveMedianKernels();
+    const auto count = static_cast<size_t>(strip_.Count());
+    const uint8_t* keys[kMostSelected];
+    const uint8_t* samples[kMostSelected];
+    for (size_t j = 0; j < size_; ++j) {
+      const int64_t row = y - reach_.before + static_cast<int64_t>(j);
+      keys[j] = Keys(row);
+      samples[j] = rows_[static_cast<size_t>(row + reach_.before) % size_];
+    }
+    uint8_t* const dest = strip_.Open(y);
+    if (!Colours()) {
+      kernels.select_key(dest, keys, ranks_, size_, count);
+    } else {
+      kernels.select_tap(taps_, keys, ranks_, size_, count);
+      const auto copy = strip_.Step() == 4 ? kernels.copy_taps4 : kernels.copy_taps3;
+      copy(dest, samples, taps_, size_, count);
+    }
+    strip_.Close(y);
+  }
+
+  Strip& strip_;
   const Reach reach_;
   const size_t size_;
-  const int64_t x_;
-  const int64_t count_;
-  const int64_t extended_;
+  const size_t in_count_;
   const size_t key_pitch_;
   const size_t sample_pitch_;
+  RankRows ranks_ = {};
+  uint8_t* keys_;
+  uint8_t* taps_;
+  uint8_t* nothing_ = nullptr;  ///< keys that no limit counts
   uint8_t* samples_;
+  const uint8_t* rows_[kMostSelected] = {};
   alignas(64) uint8_t memory_[kScratchBytes];
 };
 
@@ -298,10 +328,9 @@ class SlidingMedian {
 void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
   const SourceRows rows(source);
   DestRows out(dest);
-  const int64_t most = SelectionTile::Width(rows.sample_bytes(), size);
-  ForEachTile(0, dest.Columns(), most, [&](int64_t x, int64_t count) {
-    SelectionTile(rows, size, x, count).Run(out, dest.Rows());
-  });
+  const int64_t most = SelectionStrip::Width(rows.sample_bytes(), size);
+  ForEachStrip(rows, out, {-Reach(size).before, size}, most, kRowSlack,
+               [&](Strip& strip) { SelectionStrip(strip, size).Run(); });
 }
 
 }  // namespace
