@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "filter/each_byte.h"
+#include "image/colour_vectors.h"
 
 #ifndef QEL_LEVEL_sse2
 #include <immintrin.h>
@@ -11,13 +11,50 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
+constexpr int kBlueWeight = 117, kGreenWeight = 601, kRedWeight = 306, kWeightBits = 10;
+
+#ifdef QEL_HAS_COLOUR_VECTORS
+
+/// The keys of half a vector of pixels, in words of the order that packing restores.
+inline Vector KeyWords(Vector blue, Vector green, Vector red) {
+  const Vector zero = FillBytes(0);
+  const Vector blue_green = FillDwords(kGreenWeight << 16 | kBlueWeight);
+  const Vector red_only = FillDwords(kRedWeight);
+  const auto keys = [&](Vector pairs, Vector reds) {
+    return ShiftDwords<kWeightBits>(
+        AddDwords(SumWordPairs(pairs, blue_green), SumWordPairs(reds, red_only)));
+  };
+  return PackDwords(keys(PairWordsLow(blue, green), PairWordsLow(red, zero)),
+                    keys(PairWordsHigh(blue, green), PairWordsHigh(red, zero)));
+}
+
 template <size_t kBytes>
 void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
-  ForEachByte(keys, count, [=](size_t i, uint8_t) {
-    const uint8_t* const pixel = pixels + kBytes * i;
-    return static_cast<uint8_t>((117u * pixel[0] + 601u * pixel[1] + 306u * pixel[2]) >> 10);
-  });
+  const Vector zero = FillBytes(0);
+  const auto block = [&](uint8_t* to, const uint8_t* from) {
+    Vector channels[kBytes];
+    LoadPixels<kBytes>(from, channels);
+    const Vector low = KeyWords(PairLow(channels[0], zero), PairLow(channels[1], zero),
+                                PairLow(channels[2], zero));
+    const Vector high = KeyWords(PairHigh(channels[0], zero), PairHigh(channels[1], zero),
+                                 PairHigh(channels[2], zero));
+    Store(to, PackWords(low, high));
+  };
+  WalkBlocks<kVectorBytes>(count, block, To<1>{keys}, From<kBytes>{pixels});
 }
+
+#else
+
+template <size_t kBytes>
+void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t* const pixel = pixels + kBytes * i;
+    const int sum = kBlueWeight * pixel[0] + kGreenWeight * pixel[1] + kRedWeight * pixel[2];
+    keys[i] = static_cast<uint8_t>(sum >> kWeightBits);
+  }
+}
+
+#endif
 
 /// A network of comparators that brings the middle one of `kTaps` values to its place: a sorting
 /// network by merge exchange, without the comparators and half comparators that do not matter.

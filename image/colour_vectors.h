@@ -43,6 +43,12 @@ inline Vector PairWordsHigh(Vector a, Vector b) { return _mm256_unpackhi_epi16(a
 inline Vector SumPairs(Vector a, Vector b) { return _mm256_maddubs_epi16(a, b); }
 inline Vector AddWords(Vector a, Vector b) { return _mm256_add_epi16(a, b); }
 inline Vector SumWordPairs(Vector a, Vector b) { return _mm256_madd_epi16(a, b); }
+inline Vector AddDwords(Vector a, Vector b) { return _mm256_add_epi32(a, b); }
+template <int kBits>
+inline Vector ShiftDwords(Vector v) {
+  return _mm256_srli_epi32(v, kBits);
+}
+inline Vector PackDwords(Vector low, Vector high) { return _mm256_packs_epi32(low, high); }
 inline Vector HighProducts(Vector a, Vector b) { return _mm256_mulhi_epu16(a, b); }
 /// Bit `kBit` of every byte, for `Choose`, which takes `set` where it is set.
 template <int kBit>
@@ -83,6 +89,12 @@ inline Vector PairWordsHigh(Vector a, Vector b) { return _mm512_unpackhi_epi16(a
 inline Vector SumPairs(Vector a, Vector b) { return _mm512_maddubs_epi16(a, b); }
 inline Vector AddWords(Vector a, Vector b) { return _mm512_add_epi16(a, b); }
 inline Vector SumWordPairs(Vector a, Vector b) { return _mm512_madd_epi16(a, b); }
+inline Vector AddDwords(Vector a, Vector b) { return _mm512_add_epi32(a, b); }
+template <int kBits>
+inline Vector ShiftDwords(Vector v) {
+  return _mm512_srli_epi32(v, kBits);
+}
+inline Vector PackDwords(Vector low, Vector high) { return _mm512_packs_epi32(low, high); }
 inline Vector HighProducts(Vector a, Vector b) { return _mm512_mulhi_epu16(a, b); }
 template <int kBit>
 __mmask64 IndexBit(Vector v) {

@@ -17,7 +17,6 @@ using Floats = __m256;
 inline Floats FillFloats(float v) { return _mm256_set1_ps(v); }
 inline Floats ToFloats(Vector dwords) { return _mm256_cvtepi32_ps(dwords); }
 inline Vector AddBytes(Vector a, Vector b) { return _mm256_add_epi8(a, b); }
-inline Vector AddDwords(Vector a, Vector b) { return _mm256_add_epi32(a, b); }
 inline Vector AddQwords(Vector a, Vector b) { return _mm256_add_epi64(a, b); }
 /// The sums of eight bytes each.
 inline Vector SumBytes(Vector v) { return _mm256_sad_epu8(v, _mm256_setzero_si256()); }
@@ -25,7 +24,6 @@ inline uint64_t SumQwords(Vector v) {
   return static_cast<uint64_t>(v[0]) + static_cast<uint64_t>(v[1]) + static_cast<uint64_t>(v[2]) +
          static_cast<uint64_t>(v[3]);
 }
-inline Vector PackDwords(Vector low, Vector high) { return _mm256_packs_epi32(low, high); }
 /// The bytes that are not 0.
 using Selection = Vector;
 inline Selection NotZero(Vector v) { return ~_mm256_cmpeq_epi8(v, _mm256_setzero_si256()); }
@@ -63,11 +61,9 @@ using Floats = __m512;
 inline Floats FillFloats(float v) { return _mm512_set1_ps(v); }
 inline Floats ToFloats(Vector dwords) { return _mm512_cvtepi32_ps(dwords); }
 inline Vector AddBytes(Vector a, Vector b) { return _mm512_add_epi8(a, b); }
-inline Vector AddDwords(Vector a, Vector b) { return _mm512_add_epi32(a, b); }
 inline Vector AddQwords(Vector a, Vector b) { return _mm512_add_epi64(a, b); }
 inline Vector SumBytes(Vector v) { return _mm512_sad_epu8(v, _mm512_setzero_si512()); }
 inline uint64_t SumQwords(Vector v) { return static_cast<uint64_t>(_mm512_reduce_add_epi64(v)); }
-inline Vector PackDwords(Vector low, Vector high) { return _mm512_packs_epi32(low, high); }
 using Selection = __mmask64;
 inline Selection NotZero(Vector v) { return _mm512_test_epi8_mask(v, v); }
 inline Vector Blend(Selection selected, Vector others, Vector v) {
