@@ -107,6 +107,11 @@ class Factors {
            std::all_of(across_, across_ + columns_,
                        [](int64_t value) { return value >= INT16_MIN && value <= INT16_MAX; });
   }
+  /// True when the sums across fit 15 bits, of weights that are not negative.
+  bool ShortAcross() const {
+    return std::accumulate(across_, across_ + columns_, int64_t{0}) <= INT16_MAX / 255 &&
+           std::all_of(across_, across_ + columns_, [](int64_t value) { return value >= 0; });
+  }
   /// The weights as 16 bits, written to `down` and `across`. Sums that would not fit signed lanes
   /// start as low as those go.
   SplitWeights Store(int16_t* down, int16_t* across, size_t step) const {
@@ -344,16 +349,49 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
   });
 }
 
+/// Sums across each row, read once, then down the columns.
+[[gnu::noinline]] void RunAcrossDown(const Job& job, const Factors& factors,
+                                     const ShortDivision& division) {
+  alignas(64) uint8_t scratch[kTileBytes];
+  int16_t down[kMostTaps];
+  int16_t across[kMostTaps];
+  const SplitWeights weights = factors.Store(down, across, job.Step());
+  const ConvolutionKernels& kernels = ActiveConvolutionKernels();
+  const size_t taps = job.weights.rows();
+  // A row of bytes and a ring of rows of sums.
+  const size_t row_bytes = (kTileBytes - (2 * taps + 1) * (kRowSlack + 128)) / (2 * taps + 1);
+  ForEachStrip(job.source, job.out, job.Window(), job.TileWidth(row_bytes), 0, [&](Strip& strip) {
+    const size_t pitch = ScratchPitch(strip.OutBytes() * sizeof(uint16_t));
+    uint8_t* const ring = scratch + ScratchPitch(strip.InBytes());
+    const auto sums_of = [&](int64_t row) {
+      return reinterpret_cast<uint16_t*>(ring + static_cast<size_t>(row) % taps * pitch);
+    };
+    const auto read = [&](int64_t row) {
+      const uint8_t* const samples = strip.Read(row + job.weights.FirstRow(), scratch);
+      kernels.across16(sums_of(row), samples, weights, strip.OutBytes());
+    };
+    const auto last = static_cast<int64_t>(taps) - 1;
+    for (int64_t row = 0; row < last; ++row) read(row);
+    for (int64_t y = 0; y < strip.Rows(); ++y) {
+      strip.Prefetch(y, last + job.weights.FirstRow());
+      read(y + last);
+      const uint16_t* sums[kMostTaps];
+      for (size_t j = 0; j < taps; ++j) sums[j] = sums_of(y + static_cast<int64_t>(j));
+      kernels.down16(strip.Open(y), sums, weights, division, strip.OutBytes());
+      strip.Close(y);
+    }
+  });
+}
+
 /// Sums down the columns, then across them.
-template <typename Kernel, typename Quotient>
-[[gnu::noinline]] void RunSplit(const Job& job, const Factors& factors, Kernel kernel,
-                                const Quotient& division) {
+[[gnu::noinline]] void RunDownAcross(const Job& job, const Factors& factors,
+                                     const Division& division) {
   alignas(64) uint8_t scratch[kTileBytes];
   int16_t down[kMostTaps];
   int16_t across[kMostTaps];
   const SplitWeights weights = factors.Store(down, across, job.Step());
   RunRing(job, scratch, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
-    kernel(dest, rows, weights, division, count);
+    ActiveConvolutionKernels().split32(dest, rows, weights, division, count);
   });
 }
 
@@ -464,15 +502,15 @@ void Convolve(const ImageView& source, const ImageView& dest, const int* kernel,
     RunLarge(job, division);
     return;
   }
-  if (kernels.pairs != nullptr) {
+  const Factors factors(weights);
+  const bool splits = factors.Found() && is_short && factors.ShortAcross();
+  if (kernels.pairs != nullptr && !(splits && taps > 2 * kWorthSplitting)) {
     const Pairs pairs(weights, job.Step(), divisor, offset);
     if (pairs.Found()) return RunPairs(job, pairs);
   }
-  const Factors factors(weights);
-  if (factors.Found() && is_short) {
-    RunSplit(job, factors, kernels.split16, short_division);
-  } else if (factors.Found() && factors.ShortDown() && taps > 2 * kWorthSplitting) {
-    RunSplit(job, factors, kernels.split32, division);
+  if (splits) return RunAcrossDown(job, factors, short_division);
+  if (factors.Found() && factors.ShortDown() && taps > 2 * kWorthSplitting) {
+    RunDownAcross(job, factors, division);
   } else {
     RunDirect(job, division);
   }

@@ -132,21 +132,6 @@ class ColumnSums {
   alignas(64) uint16_t sums_[kStretch + kMostTaps * kMostStep + kBlock];
 };
 
-void Split16(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
-             const ShortDivision& division, size_t count) {
-  ColumnSums columns(rows, weights);
-  uint16_t sums[kStretch];
-  for (size_t first = 0; first < count; first += kStretch) {
-    const size_t stretch = Smaller(kStretch, count - first);
-    const uint16_t* const down = columns.At(first, stretch);
-    const uint16_t* shifted[kMostTaps];
-    for (size_t i = 0; i < weights.columns; ++i) shifted[i] = down + i * weights.step;
-    Sum(sums, shifted, weights.across, weights.columns, static_cast<uint16_t>(weights.balance),
-        stretch);
-    Finish16(dest + first, sums, division, stretch);
-  }
-}
-
 template <typename Lane>
 void Slide(Lane* __restrict sums, const uint8_t* __restrict entering,
            const uint8_t* __restrict leaving, Lane weight, size_t count) {
@@ -261,6 +246,24 @@ constexpr ConvolutionKernels::Direct kDirect16 = nullptr;
 constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
 constexpr auto kPairs = decltype(ConvolutionKernels::pairs){nullptr};
 
+void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count) {
+  const uint8_t* shifted[kMostTaps];
+  for (size_t i = 0; i < weights.columns; ++i) shifted[i] = row + i * weights.step;
+  Sum(sums, shifted, weights.across, weights.columns, 0, count);
+}
+
+void Down16(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
+            const ShortDivision& division, size_t count) {
+  uint16_t stretch[kStretch];
+  for (size_t first = 0; first < count; first += kStretch) {
+    const size_t length = Smaller(kStretch, count - first);
+    const uint16_t* here[kMostTaps];
+    for (size_t j = 0; j < weights.rows; ++j) here[j] = sums[j] + first;
+    Sum(stretch, here, weights.down, weights.rows, 0, length);
+    Finish16(dest + first, stretch, division, length);
+  }
+}
+
 void Split32(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
              const Division& division, size_t count) {
   ColumnSums columns(rows, weights);
@@ -305,6 +308,7 @@ struct Vector {
   static Type Add16(Type a, Type b) { return _mm256_add_epi16(a, b); }
   static Type AddSaturated16(Type a, Type b) { return _mm256_adds_epi16(a, b); }
   static Type Subtract16(Type a, Type b) { return _mm256_sub_epi16(a, b); }
+  static Type Product16(Type a, Type b) { return _mm256_mullo_epi16(a, b); }
   static Type Max16(Type a, Type b) { return _mm256_max_epi16(a, b); }
   static Type MinUnsigned16(Type a, Type b) { return _mm256_min_epu16(a, b); }
   static Type Size16(Type a) { return _mm256_abs_epi16(a); }
@@ -349,6 +353,7 @@ struct Vector {
   static Type Add16(Type a, Type b) { return _mm512_add_epi16(a, b); }
   static Type AddSaturated16(Type a, Type b) { return _mm512_adds_epi16(a, b); }
   static Type Subtract16(Type a, Type b) { return _mm512_sub_epi16(a, b); }
+  static Type Product16(Type a, Type b) { return _mm512_mullo_epi16(a, b); }
   static Type Max16(Type a, Type b) { return _mm512_max_epi16(a, b); }
   static Type MinUnsigned16(Type a, Type b) { return _mm512_min_epu16(a, b); }
   static Type Size16(Type a) { return _mm512_abs_epi16(a); }
@@ -441,6 +446,16 @@ void Direct16(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
 }
 constexpr ConvolutionKernels::Direct kDirect16 = &Direct16;
 
+/// Calls block(k, place) for vectors of bytes from `k` on. The last one overlaps the one before it
+/// where there are enough; `place` counts whole vectors all the same.
+template <typename Block>
+inline void ForEachVector(size_t count, Block&& block) {
+  for (size_t k = 0; k < count; k += kVector) {
+    const bool overlaps = count - k < kVector && count >= kVector;
+    block(overlaps ? count - kVector : k, k);
+  }
+}
+
 /// Quotients of 16-bit sums.
 template <PairSums kSums>
 inline Int ShortQuotients(Int sums, const PairWeights& weights) {
@@ -485,38 +500,35 @@ struct PairAccumulator {
   }
 };
 
-template <PairSums kSums>
+/// The pairs of one row. `kPairs` is their number, or 0 where it is only known at run time.
+template <PairSums kSums, size_t kPairs>
 void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                 size_t count) {
   const uint8_t* left[kMostPairs];
   const uint8_t* right[kMostPairs];
-  int32_t words[kMostPairs];
-  const size_t pairs = weights.count;
+  Int words[kMostPairs];
+  const size_t pairs = kPairs != 0 ? kPairs : weights.count;
   for (size_t i = 0; i < pairs; ++i) {
     const TapPair& pair = weights.pairs[i];
     left[i] = rows[pair.rows[0]] + pair.offsets[0];
     right[i] = rows[pair.rows[1]] + pair.offsets[1];
-    words[i] = pair.weights;
+    words[i] = Vector::Set(pair.weights);
   }
-  size_t k = 0;
-  for (; k + 2 * kVector <= count; k += 2 * kVector) {
-    PairAccumulator first, second;
-    for (size_t i = 0; i < pairs; ++i) {
-      const Int word = Vector::Set(words[i]);
-      first.Add(left[i] + k, right[i] + k, word);
-      second.Add(left[i] + k + kVector, right[i] + k + kVector, word);
-    }
-    Vector::Store(dest + k, first.template Finish<kSums>(weights));
-    Vector::Store(dest + k + kVector, second.template Finish<kSums>(weights));
-  }
-  while (k < count) {
-    // The last vector overlaps the one before it rather than reading on.
-    if (count - k < kVector && count >= kVector) k = count - kVector;
+  ForEachVector(count, [&](size_t k, size_t) {
     PairAccumulator sums;
-    for (size_t i = 0; i < pairs; ++i) sums.Add(left[i] + k, right[i] + k, Vector::Set(words[i]));
+    for (size_t i = 0; i < pairs; ++i) sums.Add(left[i] + k, right[i] + k, words[i]);
     StoreBytes(dest + k, sums.template Finish<kSums>(weights), count - k);
-    k += kVector;
-  }
+  });
+}
+
+template <PairSums kSums>
+void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
+                size_t count) {
+  // Up to 3 x 3 weights stay in registers.
+  constexpr decltype(ConvolutionKernels::pairs) kFunctions[] = {
+      &WeighPairs<kSums, 0>, &WeighPairs<kSums, 1>, &WeighPairs<kSums, 2>,
+      &WeighPairs<kSums, 3>, &WeighPairs<kSums, 4>, &WeighPairs<kSums, 5>};
+  kFunctions[weights.count <= 5 ? weights.count : 0](dest, rows, weights, count);
 }
 
 void Pairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights, size_t count) {
@@ -529,6 +541,58 @@ void Pairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights
   }
 }
 constexpr auto kPairs = decltype(ConvolutionKernels::pairs){&Pairs};
+
+/// Sums of each vector of bytes in the order of interleaving, low halves first.
+void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count) {
+  int32_t pairs[(kMostTaps + 1) / 2];
+  const size_t pair_count = (weights.columns + 1) / 2;
+  for (size_t i = 0; i < pair_count; ++i) {
+    const int left = weights.across[2 * i];
+    const int right = 2 * i + 1 < weights.columns ? weights.across[2 * i + 1] : 0;
+    pairs[i] = (right << 8 | left) * 0x10001;
+  }
+  const bool odd = weights.columns % 2 != 0;
+  ForEachVector(count, [&](size_t k, size_t place) {
+    PairAccumulator sum;
+    const uint8_t* from = row + k;
+    for (size_t i = 0; i < pair_count; ++i, from += 2 * weights.step) {
+      // An odd tap has no partner: reading one would lead beyond the row.
+      const uint8_t* const right = odd && i + 1 == pair_count ? from : from + weights.step;
+      sum.Add(from, right, Vector::Set(pairs[i]));
+    }
+    Vector::Store(reinterpret_cast<uint8_t*>(sums + place), sum.low);
+    Vector::Store(reinterpret_cast<uint8_t*>(sums + place + kVector / 2), sum.high);
+  });
+}
+
+template <bool kWeighs>
+void SumDown(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
+             const PairWeights& finish, size_t count) {
+  ForEachVector(count, [&](size_t k, size_t place) {
+    PairAccumulator sum;
+    for (size_t j = 0; j < weights.rows; ++j) {
+      Int low = Vector::Load(sums[j] + place);
+      Int high = Vector::Load(sums[j] + place + kVector / 2);
+      if constexpr (kWeighs) {
+        const Int weight = Vector::Set16(weights.down[j]);
+        low = Vector::Product16(low, weight);
+        high = Vector::Product16(high, weight);
+      }
+      sum.low = Vector::Add16(sum.low, low);
+      sum.high = Vector::Add16(sum.high, high);
+    }
+    StoreBytes(dest + k, sum.template Finish<PairSums::kUnsigned>(finish), count - k);
+  });
+}
+
+void Down16(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
+            const ShortDivision& division, size_t count) {
+  bool ones = true;
+  for (size_t j = 0; j < weights.rows; ++j) ones = ones && weights.down[j] == 1;
+  const PairWeights finish{nullptr, 0, PairSums::kUnsigned, division, false, 0};
+  const auto function = ones ? &SumDown<false> : &SumDown<true>;
+  function(dest, sums, weights, finish, count);
+}
 
 /// Two sums side by side at a time. Interleaving within 128-bit parts puts the outputs of the first
 /// vector of sums into the low half of each part and those of the second into the high half.
@@ -627,7 +691,8 @@ constinit const ConvolutionKernels kConvolutionKernels = {
     .direct16 = kDirect16,
     .direct8 = kDirect8,
     .pairs = kPairs,
-    .split16 = &Split16,
+    .across16 = &Across16,
+    .down16 = &Down16,
     .split32 = &Split32,
     .box16 = {.slide = &Slide<uint16_t>, .across = &BoxAcross<uint16_t, ShortDivision>},
     .box32 = {.slide = &Slide<uint32_t>, .across = &BoxAcross<uint32_t, Division>},

@@ -94,10 +94,13 @@ struct ConvolutionKernels {
   void (*pairs)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                 size_t count);
 
-  /// Products of two rows of weights: all sums fit 16 unsigned bits, or at least those down the
-  /// columns fit 16 signed ones, counted from their start.
-  void (*split16)(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
-                  const ShortDivision& division, size_t count);
+  /// Products of a column and a row of weights whose sums fit 16 unsigned bits, in two steps; the
+  /// sums across fit 15 and stand in an order of their own. Rows are read like those of `pairs`,
+  /// and up to `kRowSlack` bytes past the sums are written.
+  void (*across16)(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count);
+  void (*down16)(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
+                 const ShortDivision& division, size_t count);
+  /// The same in one step: sums down the columns fit 16 signed bits, counted from their start.
   void (*split32)(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
                   const Division& division, size_t count);
 
