@@ -33,6 +33,10 @@ class ModuleLibrary {
   /// Throws `ModuleError`.
   void Initialize(IComponentCollection* collection) const;
 
+  /// The entry points themselves, for callers that look at what they do.
+  InitializeModuleFunction initialize() const { return initialize_; }
+  CreateFunctionFunction create_function() const { return create_function_; }
+
   /// The creation function of a component, or null.
   CreationFunction Find(tagREFString component) const;
 
