@@ -16,6 +16,13 @@ int ListCommand(const Words& words);
 int HelpCommand(const Words& words);
 int DemoCommand(const Words& words);
 int MethodsCommand(const Words& words);
+int SheetCommand(const Words& words);
+int DiffCommand(const Words& words);
+int InspectCommand(const Words& words);
+int CheckCommand(const Words& words);
+int CheckHostCommand(const Words& words);
+int CompletionCommand(const Words& words);
+int ManCommand(const Words& words);
 
 }  // namespace qel::cli
 

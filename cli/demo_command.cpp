@@ -2,11 +2,10 @@
 #include <filesystem>
 #include <iostream>
 
-#include "cli/commands.h"
+#include "cli/command_table.h"
 #include "cli/demo_scene.h"
 #include "cli/errors.h"
 #include "cli/operation_table.h"
-#include "cli/options.h"
 #include "cli/picture_sheet.h"
 #include "cli/session.h"
 
@@ -38,17 +37,10 @@ SmartPtr<host::HostImage> DrawDisc(int bit_count) {
   return disc;
 }
 
-SmartPtr<host::HostImage> CopyOf(host::HostImage& image) {
-  auto copy = host::HostImage::Make(kImageOptions);
-  copy->Assign(&image, 0);
-  return copy;
-}
-
 }  // namespace
 
 int DemoCommand(const Words& words) {
-  const Options options(words,
-                        {{"-o", Options::Takes::kValue}, {"--module", Options::Takes::kValue}});
+  const Options options(words, KnownOptions("demo"));
   if (!options.rest().empty()) throw Failure(kUsage, "qel demo takes no pictures");
   const std::filesystem::path folder = options.Value("-o", "qel-demo");
   std::error_code error;

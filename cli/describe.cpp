@@ -27,17 +27,22 @@ std::string ListOperations() {
   return text.str();
 }
 
+std::string DescribeParameter(const Parameter& parameter) {
+  std::ostringstream text;
+  text << parameter.help << ": " << DescribeValues(parameter);
+  if (!parameter.standard.empty()) {
+    text << ", default " << parameter.standard;
+  } else {
+    text << (parameter.optional ? ", may be left out" : ", required");
+  }
+  return text.str();
+}
+
 std::string DescribeOperation(const Operation& operation) {
   std::ostringstream text;
   text << operation.name << " - " << operation.summary << "\n\n";
   for (const Parameter& parameter : operation.parameters) {
-    text << "  " << parameter.name << "=  " << parameter.help << ": " << DescribeValues(parameter);
-    if (!parameter.standard.empty()) {
-      text << ", default " << parameter.standard;
-    } else {
-      text << (parameter.optional ? ", may be left out" : ", required");
-    }
-    text << "\n";
+    text << "  " << parameter.name << "=  " << DescribeParameter(parameter) << "\n";
   }
   if (!operation.parameters.empty()) text << "\n";
   text << "Component  " << operation.component << "\n"
@@ -46,6 +51,29 @@ std::string DescribeOperation(const Operation& operation) {
        << "\n"
        << "Example    qel run in.png -o out.png \"" << operation.example << "\"\n";
   if (!operation.note.empty()) text << "Note       " << operation.note << "\n";
+  return text.str();
+}
+
+std::string ListCommands() {
+  std::ostringstream text;
+  for (const Command& command : CommandTable()) {
+    text << "qel " << command.name << (command.usage.empty() ? "" : " ") << command.usage
+         << "\n    " << command.summary << "\n";
+  }
+  text << "\nqel help COMMAND shows its options, qel help OPERATION its arguments.\n"
+          "A step is an operation with its arguments: \"light brightness=30 contrast=10\".\n";
+  return text.str();
+}
+
+std::string DescribeCommand(const Command& command) {
+  std::ostringstream text;
+  text << "qel " << command.name << " " << command.usage << "\n    " << command.summary << "\n";
+  if (!command.options.empty()) text << "\n";
+  for (const CommandOption& option : command.options) {
+    const std::string name = std::string(option.name) + " " + std::string(option.value);
+    text << "  " << std::left << std::setw(21) << name << " " << option.help << "\n";
+  }
+  if (!command.note.empty()) text << "\n" << command.note << "\n";
   return text.str();
 }
 

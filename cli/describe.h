@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "cli/command_table.h"
 #include "cli/operation.h"
 
 namespace qel::cli {
@@ -10,8 +11,20 @@ namespace qel::cli {
 /// All operations by component, a line each.
 std::string ListOperations();
 
+/// All operations with everything about them, as a JSON array.
+std::string ListOperationsAsJson();
+
 /// Everything about one operation: arguments, depths, example, what may surprise.
 std::string DescribeOperation(const Operation& operation);
+
+/// What an argument is, in one line: meaning, values, default.
+std::string DescribeParameter(const Parameter& parameter);
+
+/// All commands, a line each, and what a step is.
+std::string ListCommands();
+
+/// One command with its options.
+std::string DescribeCommand(const Command& command);
 
 }  // namespace qel::cli
 

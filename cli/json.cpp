@@ -25,7 +25,9 @@ size_t CharacterLength(std::string_view text) {
   return wrong ? 0 : length;
 }
 
-std::string Quoted(std::string_view text) {
+}  // namespace
+
+std::string JsonText(std::string_view text) {
   std::string quoted = "\"";
   while (!text.empty()) {
     const char c = text.front();
@@ -44,26 +46,43 @@ std::string Quoted(std::string_view text) {
   return quoted + "\"";
 }
 
-}  // namespace
-
 JsonObject& JsonObject::Member(std::string_view name, std::string_view value) {
   if (text_.size() > 1) text_ += ", ";
-  text_.append(Quoted(name)).append(": ").append(value);
+  text_.append(JsonText(name)).append(": ").append(value);
   return *this;
 }
 
 JsonObject& JsonObject::Text(std::string_view name, std::string_view value) {
-  return Member(name, Quoted(value));
+  return Member(name, JsonText(value));
 }
 
 JsonObject& JsonObject::Number(std::string_view name, int64_t value) {
   return Member(name, std::to_string(value));
 }
 
+JsonObject& JsonObject::Real(std::string_view name, double value) {
+  char text[40];
+  std::snprintf(text, sizeof(text), "%.17g", value);
+  return Member(name, text);
+}
+
+JsonObject& JsonObject::Flag(std::string_view name, bool value) {
+  return Member(name, value ? "true" : "false");
+}
+
 JsonObject& JsonObject::Tenths(std::string_view name, double value) {
   char text[40];
   std::snprintf(text, sizeof(text), "%.1f", value);
   return Member(name, text);
+}
+
+std::string JsonArray(const std::vector<std::string>& elements, std::string_view separator) {
+  std::string text = "[";
+  for (const std::string& element : elements) {
+    if (text.size() > 1) text += separator.empty() ? ", " : ",";
+    text.append(separator).append(element);
+  }
+  return text + "]";
 }
 
 }  // namespace qel::cli

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qel::cli {
 
@@ -14,16 +15,28 @@ class JsonObject {
   /// such as Python's turn back into the bytes.
   JsonObject& Text(std::string_view name, std::string_view value);
   JsonObject& Number(std::string_view name, int64_t value);
+  JsonObject& Real(std::string_view name, double value);
+  JsonObject& Flag(std::string_view name, bool value);
   /// One digit after the point.
   JsonObject& Tenths(std::string_view name, double value);
 
-  std::string Line() const { return text_ + "}\n"; }
+  /// Adds what is JSON already.
+  JsonObject& Json(std::string_view name, std::string_view value) { return Member(name, value); }
+
+  std::string Object() const { return text_ + "}"; }
+  std::string Line() const { return Object() + "\n"; }
 
  private:
   JsonObject& Member(std::string_view name, std::string_view value);
 
   std::string text_ = "{";
 };
+
+/// An array of what is JSON already; `separator` stands before each element.
+std::string JsonArray(const std::vector<std::string>& elements, std::string_view separator = "");
+
+/// A text with its quotes.
+std::string JsonText(std::string_view text);
 
 }  // namespace qel::cli
 

@@ -1,7 +1,4 @@
-#include <functional>
-#include <map>
-
-#include "cli/commands.h"
+#include "cli/command_table.h"
 #include "cli/console.h"
 #include "cli/errors.h"
 #include "cli/operation_table.h"
@@ -9,25 +6,16 @@
 namespace qel::cli {
 namespace {
 
-const std::map<std::string, std::function<int(const Words&)>, std::less<>>& Commands() {
-  static const std::map<std::string, std::function<int(const Words&)>, std::less<>> commands = {
-      {"run", &RunCommand},
-      {"list", &ListCommand},
-      {"help", &HelpCommand},
-      {"demo", &DemoCommand},
-      {"methods", &MethodsCommand}};
-  return commands;
-}
-
 int Dispatch(const Words& words) {
   if (words.empty() || words[0] == "--help" || words[0] == "-h") {
     HelpCommand({});
     return words.empty() ? kUsage : kDone;
   }
-  const auto found = Commands().find(words[0]);
-  if (found != Commands().end()) return found->second({words.begin() + 1, words.end()});
+  if (const Command* const command = FindCommand(words[0])) {
+    return command->run({words.begin() + 1, words.end()});
+  }
   std::vector<std::string_view> names;
-  for (const auto& [name, command] : Commands()) names.push_back(name);
+  for (const Command& command : CommandTable()) names.push_back(command.name);
   const std::string nearest = NearestName(words[0], names);
   throw Failure(kUsage,
                 "there is no command " + words[0] +

@@ -1,10 +1,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cli/commands.h"
+#include "cli/command_table.h"
 #include "cli/errors.h"
 #include "cli/methods.h"
-#include "cli/options.h"
 #include "cli/picture_sheet.h"
 #include "cli/session.h"
 
@@ -51,12 +50,7 @@ Rectangle WithSurroundings(const Rectangle& part, const host::HostImage& picture
 }  // namespace
 
 int MethodsCommand(const Words& words) {
-  const Options options(words, {{"-o", Options::Takes::kValue},
-                                {"--left", Options::Takes::kValue},
-                                {"--top", Options::Takes::kValue},
-                                {"--size", Options::Takes::kValue},
-                                {"--zoom", Options::Takes::kValue},
-                                {"--module", Options::Takes::kValue}});
+  const Options options(words, KnownOptions("methods"));
   if (options.rest().size() != 1 || !options.Has("-o")) {
     throw Failure(kUsage, "write qel methods PICTURE -o SHEET");
   }

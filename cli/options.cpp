@@ -34,13 +34,18 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
     if (equals == std::string::npos && i + 1 == words.size()) {
       throw Failure(kUsage, name + " needs a value after it");
     }
-    values_[name] = equals != std::string::npos ? word.substr(equals + 1) : words[++i];
+    values_[name].push_back(equals != std::string::npos ? word.substr(equals + 1) : words[++i]);
   }
 }
 
 std::string Options::Value(const std::string& name, const std::string& otherwise) const {
   const auto found = values_.find(name);
-  return found == values_.end() ? otherwise : found->second;
+  return found == values_.end() || found->second.empty() ? otherwise : found->second.back();
+}
+
+std::vector<std::string> Options::Values(const std::string& name) const {
+  const auto found = values_.find(name);
+  return found == values_.end() ? std::vector<std::string>() : found->second;
 }
 
 int Options::Number(const std::string& name, int minimum, int maximum, int otherwise) const {

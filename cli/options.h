@@ -19,8 +19,10 @@ class Options {
   Options(const std::vector<std::string>& words, const Known& known);
 
   bool Has(const std::string& name) const { return values_.contains(name); }
-  /// The option's value, or `otherwise` when it was not given.
+  /// The option's last value, or `otherwise` when it was not given.
   std::string Value(const std::string& name, const std::string& otherwise = {}) const;
+  /// Every value that the option was given, in order.
+  std::vector<std::string> Values(const std::string& name) const;
   /// The option's value as a whole number. Throws `Failure(kUsage)`.
   int Number(const std::string& name, int minimum, int maximum, int otherwise) const;
   /// The words that are no options, in order.
@@ -29,7 +31,7 @@ class Options {
   size_t RestBefore(const std::string& name) const { return rest_before_.at(name); }
 
  private:
-  std::map<std::string, std::string> values_;
+  std::map<std::string, std::vector<std::string>> values_;
   std::map<std::string, size_t> rest_before_;
   std::vector<std::string> rest_;
 };

@@ -86,6 +86,12 @@ void SavePicture(const std::string& path, const host::HostImage& image,
   pictures::WriteFileAtomically(path, EncodeImage(path, image, metadata, options));
 }
 
+SmartPtr<host::HostImage> CopyOf(host::HostImage& image) {
+  auto copy = host::HostImage::Make(kImageOptions);
+  copy->Assign(&image, 0);
+  return copy;
+}
+
 SmartPtr<host::HostImage> AsColour(const host::HostImage& image) {
   SmartPtr<host::HostImage> colour = MakeImage(image.width(), image.height(), 32);
   for (int y = 0; y < image.height(); ++y) {

@@ -44,6 +44,9 @@ std::vector<uint8_t> EncodeImage(const std::string& path, const host::HostImage&
 void SavePicture(const std::string& path, const host::HostImage& image,
                  const pictures::Metadata& metadata, const pictures::WriteOptions& options);
 
+/// An image of its own with the same content.
+SmartPtr<host::HostImage> CopyOf(host::HostImage& image);
+
 /// The image as 32 bits, for sheets: greys and colours become opaque.
 SmartPtr<host::HostImage> AsColour(const host::HostImage& image);
 

@@ -6,8 +6,8 @@
 #include <limits>
 #include <thread>
 
+#include "cli/command_table.h"
 #include "cli/errors.h"
-#include "cli/options.h"
 #include "cli/progress.h"
 
 namespace qel::cli {
@@ -46,21 +46,7 @@ std::string Recipe(const Options& options, const std::vector<std::string>& steps
 }  // namespace
 
 RunOptions ParseRunOptions(const std::vector<std::string>& words) {
-  constexpr auto kValue = Options::Takes::kValue, kNothing = Options::Takes::kNothing;
-  const Options options(words, {{"-o", kValue},
-                                {"--in-place", kNothing},
-                                {"--files-from", kValue},
-                                {"--parents", kNothing},
-                                {"--keep-depth", kNothing},
-                                {"--quality", kValue},
-                                {"--module", kValue},
-                                {"--jobs", kValue},
-                                {"--dry-run", kNothing},
-                                {"--json", kValue},
-                                {"--resume", kNothing},
-                                {"--shard", kValue},
-                                {"--progress", kValue},
-                                {"--progress-fd", kValue}});
+  const Options options(words, KnownOptions("run"));
   RunOptions run;
   SplitWords(options, run);
   run.reading.keep_palette_depth = options.Has("--keep-depth");

@@ -12,6 +12,7 @@ namespace {
 struct RawStep {
   const Operation* operation;
   std::map<std::string, std::string> given;
+  std::string text;
 };
 
 bool IsArgument(std::string_view word) {
@@ -61,6 +62,7 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
     throw Failure(kUsage,
                   std::string(steps.back().operation->name) + ": " + name + "= is given twice");
   }
+  steps.back().text += " " + word;
 }
 
 }  // namespace
@@ -86,7 +88,7 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
       if (IsArgument(part)) {
         AddArgument(raw, part);
       } else {
-        raw.push_back({&RequireOperation(part), {}});
+        raw.push_back({&RequireOperation(part), {}, part});
       }
     }
   }
@@ -95,7 +97,7 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
   }
   std::vector<Step> steps;
   for (const RawStep& step : raw) {
-    steps.push_back({step.operation, Arguments(*step.operation, step.given)});
+    steps.push_back({step.operation, Arguments(*step.operation, step.given), step.text});
   }
   return steps;
 }

@@ -12,6 +12,7 @@ namespace qel::cli {
 struct Step {
   const Operation* operation;
   Arguments arguments;
+  std::string text;  ///< as it was typed, without quotes
 };
 
 /// The operation called `name`. Throws `Failure(kUsage)` with the nearest name.

@@ -24,6 +24,11 @@ for header in "$work"/usr/include/qel/*.h; do
   done
 done
 
+for file in man/man1/qel.1 man/man1/qel-negative.1 bash-completion/completions/qel \
+  zsh/site-functions/_qel fish/vendor_completions.d/qel.fish; do
+  [ -s "$work/usr/share/$file" ] || { echo "share/$file is not installed"; exit 1; }
+done
+
 printf 'P3 1 1 255 10 20 30\n' >"$work/dot.ppm"
 run "$work/usr/bin/qel" run "$work/dot.ppm" -o "$work/out.ppm" negative
 [ "$(tail -c 3 "$work/out.ppm" | od -An -tu1 | tr -s ' ')" = " 245 235 225" ] ||

@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "cli/command_table.h"
+#include "cli/completion.h"
+#include "cli/errors.h"
+#include "cli/operation_table.h"
+#include "cli/picture_io.h"
+#include "tests/support/temporary_folder.h"
+
+namespace qel::cli {
+namespace {
+
+using test::Outcome;
+using test::ReadFile;
+using test::RunShell;
+using test::TemporaryFolder;
+using test::WriteFile;
+
+/// Commands that read no more than small pictures: two of one shape, one pixel apart.
+class Commands : public testing::Test {
+ protected:
+  void SetUp() override {
+    WriteFile(folder_ / "a.ppm", "P3 3 2 255  1 2 3 4 5 6 7 8 9  9 8 7 6 5 4 3 2 1\n");
+    WriteFile(folder_ / "b.ppm", "P3 3 2 255  1 2 3 4 5 6 7 8 9  9 8 7 6 45 4 3 12 1\n");
+    WriteFile(folder_ / "grey.pgm", "P2 3 2 255  1 2 3 4 5 6\n");
+    WriteFile(folder_ / "small.ppm", "P3 1 1 255  1 2 3\n");
+  }
+  Outcome Run(const std::string& words) { return RunShell(QEL_TOOL " " + words, folder_); }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(Commands, DiffTellsHowPicturesDiffer) {
+  const struct {
+    std::string words;
+    int exit_code;
+    std::string said;
+  } cases[] = {
+      {"a.ppm a.ppm", 0, "exact\ndiffering pixels    0 of 6\nmaximum difference  0\nPSNR  "},
+      {"a.ppm a.ppm", 0, "infinite"},
+      {"a.ppm b.ppm", 1, "different\ndiffering pixels    2 of 6\nmaximum difference  40\nPSNR"},
+      // 10 log10(255 * 255 * 18 / (40 * 40 + 10 * 10))
+      {"a.ppm b.ppm", 1, " 28.38 dB\n"},
+      {"a.ppm b.ppm --limit 10", 1, "differing pixels    1 of 6"},
+      {"a.ppm b.ppm --limit 40", 0, "equal within the limit\ndiffering pixels    0 of 6"},
+      {"a.ppm grey.pgm", 2, "one is 3 x 2 at 24 bits, the other 3 x 2 at 8 bits"},
+      {"a.ppm small.ppm", 2, "the other 1 x 1 at 24 bits"},
+      {"a.ppm", 2, "write qel diff A B"},
+      {"a.ppm missing.ppm", 3, "missing.ppm"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words);
+    const Outcome outcome = Run("diff " + c.words);
+    EXPECT_EQ(outcome.exit_code, c.exit_code);
+    const std::string said = outcome.output + outcome.errors;
+    EXPECT_NE(said.find(c.said), std::string::npos) << said;
+  }
+  EXPECT_EQ(Run("diff a.ppm b.ppm -o d.ppm").exit_code, kSomeFailed);
+  const std::string difference = ReadFile(folder_ / "d.ppm");
+  std::string expected(18, '\0');
+  expected[13] = '\xFF';  // 40 of 40
+  expected[16] = '\x3F';  // 10 of 40
+  EXPECT_EQ(difference.substr(difference.size() - 18), expected);
+}
+
+TEST_F(Commands, SheetsHoldPicturesUnscaled) {
+  const auto shape = [&](const std::string& words) {
+    const Outcome outcome = Run("sheet " + words + " -o sheet.png");
+    EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+    const Picture sheet = LoadPicture(folder_ / "sheet.png", {});
+    return std::pair(sheet.image->width(), sheet.image->height());
+  };
+  // Cells are as wide as the widest caption, 6 dots a letter, with margins of 12 round them.
+  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm"), std::pair(12 + 3 * (54 + 12), 12 + 34));
+  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm --columns 2"), std::pair(12 + 2 * 66, 12 + 2 * 34));
+  EXPECT_EQ(shape("a.ppm --caption x"), std::pair(12 + 18, 12 + 34));
+  EXPECT_EQ(shape("a.ppm --steps negative \"light brightness=20\" -o x.png"),
+            std::pair(12 + 3 * (114 + 12), 12 + 34));
+
+  // The second cell's picture, by its first pixel: after one step, or two.
+  const auto second_pixel = [&](const std::string& words) {
+    EXPECT_EQ(Run("sheet a.ppm --steps " + words + " -o s.png --caption 1 --caption 2 --caption 3")
+                  .exit_code,
+              kDone);
+    const Picture sheet = LoadPicture(folder_ / "s.png", {});
+    const uint8_t* const pixel = sheet.image->Row(12) + 4 * (12 + 2 * (6 + 12));
+    return std::vector<int>{pixel[2], pixel[1], pixel[0]};
+  };
+  EXPECT_EQ(second_pixel("negative negative"), (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(second_pixel("negative negative --apart"), (std::vector<int>{254, 253, 252}));
+  EXPECT_EQ(Run("sheet a.ppm -o s.png --caption 1 --caption 2").exit_code, kUsage);
+  EXPECT_EQ(Run("sheet a.ppm").exit_code, kUsage);
+}
+
+TEST_F(Commands, TheTableNamesOptionsThatCommandsTake) {
+  for (const Command& command : CommandTable()) {
+    const std::string help = Run("help " + std::string(command.name)).output;
+    for (const CommandOption& option : command.options) {
+      SCOPED_TRACE(std::string(command.name) + " " + std::string(option.name));
+      EXPECT_NE(help.find(option.help), std::string::npos) << help;
+      // Parsed before anything is done; "no/where" makes what follows fail.
+      const Outcome outcome =
+          Run(std::string(command.name) + " " + std::string(option.name) +
+              (option.value.empty() ? "" : " no/where/x.png") + " --no-such-option");
+      EXPECT_EQ(outcome.exit_code, kUsage);
+      EXPECT_EQ(outcome.errors.find("no option " + std::string(option.name) + ";"),
+                std::string::npos)
+          << outcome.errors;
+    }
+  }
+}
+
+TEST_F(Commands, CompletionFollowsTheTables) {
+  const auto complete = [](std::vector<std::string> words) {
+    const Completion found = Complete(words);
+    std::string text;
+    for (const Candidate& candidate : found.candidates) text += candidate.text + " ";
+    return text + (found.files ? "@" : "");
+  };
+  EXPECT_EQ(complete({"che"}), "check check-host ");
+  EXPECT_EQ(complete({"check", "--q"}), "--quiet ");
+  EXPECT_EQ(complete({"run", "ne"}), "@");
+  EXPECT_EQ(complete({"run", "in.png", "-o", "ou"}), "@");
+  EXPECT_EQ(complete({"run", "in.png", "-o", "out.png", "nega"}), "negative @");
+  EXPECT_EQ(complete({"sheet", "in.png", "--steps", "light", "bri"}), "brightness= @");
+  EXPECT_EQ(complete({"run", "in.png", "copy", "from=x"}), "@") << "pictures are files";
+  EXPECT_EQ(complete({"completion", ""}), "bash zsh fish ");
+  EXPECT_EQ(complete({"sheet", "--columns", ""}), "");
+  EXPECT_EQ(complete({"nothing", ""}), "");
+
+  // Bash hands name=value over as three words.
+  WriteFile(folder_ / "try.sh",
+            "source <(" QEL_TOOL
+            " completion bash)\n"
+            "qel() { " QEL_TOOL
+            " \"$@\"; }\n"
+            "COMP_WORDS=(qel run in.png light brightness = 3 contr); COMP_CWORD=7; _qel\n"
+            "echo \"${COMPREPLY[*]}\"\n"
+            "COMP_WORDS=(qel list --j); COMP_CWORD=2; _qel; echo \"${COMPREPLY[*]}\"\n");
+  EXPECT_EQ(RunShell("bash try.sh", folder_).output, "contrast=\n--json\n");
+  for (const std::string shell : {"zsh", "fish"}) {
+    EXPECT_NE(Run("completion " + shell).output.find("qel completion --words"), std::string::npos);
+  }
+  EXPECT_EQ(Run("completion tcsh").exit_code, kUsage);
+}
+
+TEST_F(Commands, ManualAndJsonTellEverythingOfEveryOperation) {
+  ASSERT_EQ(Run("man -o pages").exit_code, kDone);
+  const std::string tool_page = ReadFile(folder_ / "pages/qel.1");
+  const std::string json = Run("list --json").output;
+  // Whatever the texts hold, brackets and quotes must pair.
+  for (const char* const pair : {"{}", "[]"}) {
+    EXPECT_EQ(std::ranges::count(json, pair[0]), std::ranges::count(json, pair[1]));
+  }
+  const auto escaped = [](std::string_view text) {
+    std::string escaped_text;
+    for (const char c : text) escaped_text += c == '-' ? "\\-" : std::string(1, c);
+    return escaped_text;
+  };
+  for (const Operation& operation : OperationTable()) {
+    const std::string name(operation.name);
+    SCOPED_TRACE(name);
+    const std::string page = ReadFile(folder_ / ("pages/qel-" + name + ".1"));
+    EXPECT_EQ(page, Run("man " + name).output);
+    EXPECT_NE(tool_page.find("\\fB" + escaped(name) + "\\fR"), std::string::npos);
+    EXPECT_NE(page.find(escaped(operation.example)), std::string::npos) << page;
+    EXPECT_NE(json.find("{\"name\": \"" + name + "\", \"component\""), std::string::npos);
+    for (const Parameter& parameter : operation.parameters) {
+      EXPECT_NE(page.find("\\fB" + escaped(parameter.name) + "=\\fR\n"), std::string::npos);
+    }
+  }
+  for (const Command& command : CommandTable()) {
+    EXPECT_NE(tool_page.find(".SS \"qel " + escaped(command.name)), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace qel::cli
