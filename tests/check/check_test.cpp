@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/temporary_folder.h"
+
+namespace qel::test {
+namespace {
+
+/// A defect and the rule that must name it.
+struct Seeded {
+  const char* defect;
+  const char* rule;
+  const char* message = "";  ///< part of what is said
+};
+
+std::string NameOf(const testing::TestParamInfo<Seeded>& seeded) {
+  std::string name;
+  for (const char c : std::string(seeded.param.defect)) name += c == '-' ? '_' : c;
+  return name;
+}
+
+class Checker : public testing::TestWithParam<Seeded> {
+ protected:
+  Outcome Check(const std::string& words, const std::string& defect = {}) {
+    return RunShell("QEL_DEFECT=" + defect + " " QEL_TOOL " " + words, folder_);
+  }
+  void ExpectCaught(const std::string& command) {
+    const Outcome outcome = Check(command, GetParam().defect);
+    EXPECT_EQ(outcome.exit_code, 1) << outcome.output << outcome.errors;
+    EXPECT_NE(outcome.output.find(std::string("BROKEN  ") + GetParam().rule), std::string::npos)
+        << outcome.output;
+    EXPECT_NE(outcome.output.find(GetParam().message), std::string::npos) << outcome.output;
+  }
+
+  TemporaryFolder folder_;
+};
+
+class ModuleChecker : public Checker {};
+class HostChecker : public Checker {};
+
+constexpr Seeded kModuleDefects[] = {
+    {"component-missing", "entry/names"},
+    {"longer-names", "entry/exact-names"},
+    {"output-on-failure", "entry/exact-names"},
+    {"creates-unknown-interfaces", "entry/creation"},
+    {"collection-kept", "entry/collection"},
+    {"never-unloaded", "entry/unloading"},
+    {"returns-old-count", "object/counting"},
+    {"query-without-reference", "object/identity"},
+    {"own-identity", "object/identity"},
+    {"answers-everything", "object/refusal"},
+    {"name-by-index", "object/name"},
+    {"shared-object", "object/separate"},
+    {"plain-count", "object/threads"},
+    {"color-order", "slots/color", "slot 5, Negative"},
+    {"transform-order", "slots/transform", "slot 3, Flip"},
+    {"deform-order", "slots/deform"},
+    {"filter-order", "slots/filter", "slot 13, Soften"},
+    {"maths-order", "slots/maths"},
+    {"null-crash", "arguments/null-images", "ended"},
+    {"null-success", "arguments/null-images", "Negative of null images: it succeeds"},
+    {"leak-without-output", "arguments/null-outputs", "Mirror"},
+    {"leak-of-empty", "arguments/empty-images"},
+    {"no-result", "results/made", "Mirror"},
+    {"hang", "results/made", "did not end within 2 s"},
+    {"result-without-reference", "results/one-reference", "holds 0 references"},
+    {"result-with-two-references", "results/one-reference", "holds 2 references"},
+    {"argument-kept", "results/no-references", "Negative"},
+    {"argument-lost", "results/no-references", "-1 off"},
+    {"source-written", "results/sources"},
+    {"stride-ignored", "results/strides", "negative stride"},
+    {"padding-written", "memory/padding"},
+    {"past-the-end", "memory/reach", "Negative at 8 bits: ended"},
+    {"swallowed-exception", "faults/throwing", "does not reach the caller"},
+    {"leak-by-exception", "faults/throwing"},
+    {"leak-after-failure", "faults/failing"},
+    {"leak-without-pixels", "faults/null"},
+    {"success-without-image", "faults/no-images", "GrayScale"},
+};
+INSTANTIATE_TEST_SUITE_P(Seeded, ModuleChecker, testing::ValuesIn(kModuleDefects), NameOf);
+
+TEST_P(ModuleChecker, NamesTheDefect) {
+  ExpectCaught("check --quiet --time-limit " +
+               std::string(GetParam().defect == std::string("hang") ? "2" : "60") + " --filter " +
+               GetParam().rule + " " QEL_DEFECT_MODULE);
+}
+
+constexpr Seeded kHostDefects[] = {
+    {"returns-old-count", "collection/object"},
+    {"one-image", "collection/images"},
+    {"unknown-succeeds", "collection/unknown"},
+    {"long-lengths", "collection/counted-names"},
+    {"no-locator", "collection/locators", "IID_NULL"},
+    {"finds-anything", "collection/finding"},
+    {"item-keeps-collection", "collection/references"},
+    {"string-with-two-references", "string/object"},
+    {"append-stops", "string/growing"},
+    {"image-query-without-reference", "image/object"},
+    {"stale-format", "image/shape", "another bit count"},
+    {"model-changed", "image/shape", "another colour model"},
+    {"image-order", "image/shape"},
+    {"short-stride", "image/rows", "shorter than a row"},
+    {"shared-memory", "image/rows", "share their memory"},
+    {"no-guard", "image/reach", "ended"},
+    {"assign-keeps-source", "image/assign", "references"},
+    {"assign-ignores-stride", "image/assign", "row by row"},
+    {"fill-swaps-channels", "image/fill"},
+    {"never-empty", "image/empty"},
+};
+INSTANTIATE_TEST_SUITE_P(Seeded, HostChecker, testing::ValuesIn(kHostDefects), NameOf);
+
+TEST_P(HostChecker, NamesTheDefect) {
+  ExpectCaught(std::string("check-host --quiet --filter ") + GetParam().rule + " " QEL_DEFECT_HOST);
+}
+
+using Checkers = Checker;
+
+TEST_F(Checkers, FindNothingInGoodLibraries) {
+  for (const char* const words : {"check " QEL_MODULE " " QEL_DEFECT_MODULE,
+                                  "check-host " QEL_COLLECTIONS " " QEL_DEFECT_HOST}) {
+    SCOPED_TRACE(words);
+    const Outcome outcome = Check(words);
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.output << outcome.errors;
+    EXPECT_NE(outcome.output.find("all kept"), std::string::npos);
+    EXPECT_EQ(Check(std::string(words) + " --quiet").output, "");
+  }
+}
+
+TEST_F(Checkers, SeeSymbolsThatAreExportedToo) {
+  const Outcome outcome = Check("check --filter entry " QEL_EXPORTING_MODULE);
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_NE(outcome.output.find("exports NobodyAskedForThis as well"), std::string::npos);
+  EXPECT_NE(outcome.output.find("6 rules, 1 broken"), std::string::npos) << outcome.output;
+}
+
+TEST_F(Checkers, SayWhatCannotBeDone) {
+  WriteFile(folder_ / "words.so", "no library");
+  const struct {
+    std::string words;
+    int exit_code;
+    std::string message;
+  } cases[] = {{"check", 2, "write qel check"},
+               {"check --filter fault " QEL_MODULE, 2, "did you mean faults?"},
+               {"check missing.so", 5, "there is no module file"},
+               {"check words.so", 5, "cannot load"},
+               {"check-host " QEL_TOOL, 5, ""},
+               {"inspect words.so", 5, "ELF"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words);
+    const Outcome outcome = Check(c.words);
+    EXPECT_EQ(outcome.exit_code, c.exit_code);
+    EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << outcome.errors;
+  }
+}
+
+// Every rule has a defect that it was seen to catch; the table above is complete.
+TEST_F(Checkers, HaveADefectForEveryRule) {
+  std::string seeded = "entry/exports object/layout ";
+  for (const Seeded& defect : kModuleDefects) seeded += std::string(defect.rule) + " ";
+  for (const Seeded& defect : kHostDefects) seeded += std::string(defect.rule) + " ";
+  for (const char* const command : {"check", "check-host"}) {
+    std::istringstream lines(Check(std::string(command) + " --list").output);
+    std::string suite;
+    for (std::string line; std::getline(lines, line);) {
+      if (!line.starts_with(" ")) {
+        suite = line;
+        continue;
+      }
+      const std::string name = line.substr(2, line.find(' ', 2) - 2);
+      EXPECT_NE(seeded.find(suite + "/" + name + " "), std::string::npos) << suite << "/" << name;
+    }
+  }
+}
+
+TEST_F(Checkers, InspectTellsComponentsAndSlots) {
+  const std::string text = Check("inspect " QEL_MODULE).output;
+  for (const char* const part :
+       {"exports  CreateFunction  InitializeModule\n", "QELFilterTransform\n", "10 Median",
+        "IQELMaths  2916D602-45130000-00000000-00000000", "this processor has  sse2"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << text;
+  }
+}
+
+}  // namespace
+}  // namespace qel::test
