@@ -2,9 +2,12 @@
 
 #include <charconv>
 #include <cmath>
+#include <iomanip>
+#include <limits>
 #include <sstream>
 
 #include "cli/errors.h"
+#include "cli/nearest_name.h"
 
 namespace qel::cli {
 namespace {
@@ -92,6 +95,12 @@ const Parameter* FindParameter(const Operation& operation, std::string_view name
   return nullptr;
 }
 
+std::vector<std::string_view> ChoiceLabels(const Parameter& parameter) {
+  std::vector<std::string_view> labels;
+  for (const Choice& choice : parameter.choices) labels.push_back(choice.label);
+  return labels;
+}
+
 std::string ParameterNames(const Operation& operation) {
   if (operation.parameters.empty()) return "it takes none";
   std::string names = "it takes";
@@ -102,17 +111,33 @@ std::string ParameterNames(const Operation& operation) {
   return names;
 }
 
+/// " from 0 to 255", " of at least 1", " of any size".
+std::string DescribeRange(const Parameter& parameter) {
+  const bool has_minimum = parameter.minimum > std::numeric_limits<int>::min();
+  const bool has_maximum = parameter.maximum < std::numeric_limits<int>::max();
+  std::ostringstream text;
+  text << std::setprecision(12);
+  if (has_minimum && has_maximum) {
+    text << " from " << parameter.minimum << " to " << parameter.maximum;
+  } else if (has_minimum) {
+    text << " of at least " << parameter.minimum;
+  } else if (has_maximum) {
+    text << " of at most " << parameter.maximum;
+  } else {
+    text << " of any size";
+  }
+  return text.str();
+}
+
 }  // namespace
 
 std::string DescribeValues(const Parameter& parameter) {
   std::ostringstream text;
-  const bool bounded = parameter.minimum > std::numeric_limits<int>::min() ||
-                       parameter.maximum < std::numeric_limits<int>::max();
   switch (parameter.kind) {
     case Kind::kInt:
     case Kind::kNumber:
-      text << (parameter.kind == Kind::kInt ? "a whole number" : "a number");
-      if (bounded) text << " from " << parameter.minimum << " to " << parameter.maximum;
+      text << (parameter.kind == Kind::kInt ? "a whole number" : "a number")
+           << DescribeRange(parameter);
       if (!parameter.unit.empty()) text << " (" << parameter.unit << ")";
       break;
     case Kind::kExtent:
@@ -145,13 +170,15 @@ Arguments::Arguments(const Operation& operation, const std::map<std::string, std
   for (const auto& [name, text] : given) {
     const Parameter* const parameter = FindParameter(operation, name);
     if (parameter == nullptr) {
-      throw Failure(kUsage,
-                    step + ": there is no argument " + name + "; " + ParameterNames(operation));
+      throw Failure(kUsage, step + ": there is no argument " + name + "; " +
+                                ParameterNames(operation) +
+                                DidYouMean(name, NamesOf(operation.parameters), ""));
     }
     Value value{text};
     if (!ParseValue(*parameter, text, value.number)) {
-      throw Failure(kUsage,
-                    step + ": " + name + "=" + text + " does not fit: " + Expectation(*parameter));
+      throw Failure(kUsage, step + ": " + name + "=" + text +
+                                " does not fit: " + Expectation(*parameter) +
+                                DidYouMean(text, ChoiceLabels(*parameter), ""));
     }
     values_[name] = value;
   }

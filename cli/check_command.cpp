@@ -2,6 +2,7 @@
 
 #include "cli/check/runner.h"
 #include "cli/command_table.h"
+#include "cli/console.h"
 #include "cli/errors.h"
 
 namespace qel::cli {
@@ -20,7 +21,14 @@ int RunCheck(const std::string& name, const Rules& rules, const Words& words) {
   int code = kDone;
   for (const std::string& path : options.rest()) {
     if (options.rest().size() > 1 && !check.quiet) std::cout << path << "\n";
-    code = std::max(code, CheckLibrary(rules, path, check, std::cout));
+    try {
+      code = std::max(code, CheckLibrary(rules, path, check, std::cout));
+    } catch (const Failure& failure) {
+      // Other libraries can be tried nevertheless, unless the words are wrong.
+      if (failure.code() == kUsage) throw;
+      PrintMessage(failure.what());
+      code = std::max<int>(code, failure.code());
+    }
   }
   return code;
 }

@@ -190,7 +190,8 @@ std::string_view CompletionScript(const std::string& shell) {
   for (const auto& [name, script] : kScripts) {
     if (name == shell) return script;
   }
-  throw Failure(kUsage, "there is no completion for " + shell + "; name bash, zsh or fish");
+  throw Failure(kUsage,
+                "there is no completion for " + shell + "; there is for bash, zsh and fish");
 }
 
 }  // namespace qel::cli

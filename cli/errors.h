@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace qel::cli {
 
@@ -15,6 +16,21 @@ enum ExitCode : int {
   kNoOutput = 4,
   kModuleFault = 5,
   kInterrupted = 130,
+};
+
+/// What an exit code means, for help and the manual.
+struct ExitMeaning {
+  ExitCode code;
+  std::string_view text;
+};
+inline constexpr ExitMeaning kExitMeanings[] = {
+    {kDone, "done; pictures are equal, all rules are kept"},
+    {kSomeFailed, "some files failed, pictures differ, or rules are broken"},
+    {kUsage, "wrong usage, or pictures that cannot be compared"},
+    {kNoInput, "no input can be read"},
+    {kNoOutput, "an output cannot be written"},
+    {kModuleFault, "the module or the host failed, or cannot be loaded"},
+    {kInterrupted, "interrupted"},
 };
 
 /// A failure with the exit code that it ends in. The message says what was wrong, where, and what

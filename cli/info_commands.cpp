@@ -3,7 +3,8 @@
 #include "cli/command_table.h"
 #include "cli/describe.h"
 #include "cli/errors.h"
-#include "cli/steps.h"
+#include "cli/nearest_name.h"
+#include "cli/operation_table.h"
 
 namespace qel::cli {
 
@@ -18,8 +19,14 @@ int HelpCommand(const Words& words) {
   if (words.empty()) std::cout << ListCommands();
   for (const std::string& name : words) {
     const Command* const command = FindCommand(name);
-    std::cout << (command != nullptr ? DescribeCommand(*command)
-                                     : DescribeOperation(RequireOperation(name)));
+    const Operation* const operation = FindOperation(name);
+    if (command == nullptr && operation == nullptr) {
+      std::vector<std::string_view> names = NamesOf(CommandTable());
+      std::ranges::copy(NamesOf(OperationTable()), std::back_inserter(names));
+      throw Failure(kUsage, "there is no command and no operation " + name +
+                                DidYouMean(name, names, "; qel help and qel list show them all"));
+    }
+    std::cout << (command != nullptr ? DescribeCommand(*command) : DescribeOperation(*operation));
   }
   return kDone;
 }

@@ -1,25 +1,40 @@
+#include <algorithm>
+#include <iostream>
+
 #include "cli/command_table.h"
 #include "cli/console.h"
 #include "cli/errors.h"
+#include "cli/nearest_name.h"
 #include "cli/operation_table.h"
 
 namespace qel::cli {
 namespace {
+
+/// True when the words ask how a command is used.
+bool AskForHelp(const Words& words) {
+  return std::ranges::find(words, "--help") != words.end() || words == Words{"-h"};
+}
 
 int Dispatch(const Words& words) {
   if (words.empty() || words[0] == "--help" || words[0] == "-h") {
     HelpCommand({});
     return words.empty() ? kUsage : kDone;
   }
-  if (const Command* const command = FindCommand(words[0])) {
-    return command->run({words.begin() + 1, words.end()});
+  if (words[0] == "--version") {
+    std::cout << "qel " QEL_VERSION "\n";
+    return kDone;
   }
-  std::vector<std::string_view> names;
-  for (const Command& command : CommandTable()) names.push_back(command.name);
-  const std::string nearest = NearestName(words[0], names);
-  throw Failure(kUsage,
-                "there is no command " + words[0] +
-                    (nearest.empty() ? "; see qel help" : "; did you mean " + nearest + "?"));
+  const std::string& name = words[0];
+  if (const Command* const command = FindCommand(name)) {
+    const Words rest(words.begin() + 1, words.end());
+    return AskForHelp(rest) ? HelpCommand({name}) : command->run(rest);
+  }
+  if (FindOperation(name) != nullptr) {
+    throw Failure(kUsage, name + " is an operation; write qel run INPUT -o OUTPUT " + name +
+                              ", see qel help " + name);
+  }
+  throw Failure(kUsage, "there is no command " + name +
+                            DidYouMean(name, NamesOf(CommandTable()), "; see qel help"));
 }
 
 int Main(const Words& words) {

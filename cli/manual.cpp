@@ -71,12 +71,10 @@ std::string ToolPage() {
   for (const Operation& operation : OperationTable()) {
     page << Tagged(operation.name, operation.summary);
   }
-  page << ".SH EXIT STATUS\n"
-       << Tagged("0", "done; pictures are equal, all rules are kept")
-       << Tagged("1", "pictures differ, rules are broken, or some inputs failed")
-       << Tagged("2", "wrong usage, or pictures that cannot be compared")
-       << Tagged("3", "the input cannot be read") << Tagged("4", "the output cannot be written")
-       << Tagged("5", "the module or the host failed, or cannot be loaded");
+  page << ".SH EXIT STATUS\n";
+  for (const ExitMeaning& meaning : kExitMeanings) {
+    page << Tagged(std::to_string(meaning.code), meaning.text);
+  }
   return page.str();
 }
 

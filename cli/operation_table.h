@@ -1,8 +1,6 @@
 #ifndef QEL_CLI_OPERATION_TABLE_H_
 #define QEL_CLI_OPERATION_TABLE_H_
 
-#include <string>
-
 #include "cli/operation.h"
 
 namespace qel::cli {
@@ -12,9 +10,6 @@ const std::vector<Operation>& OperationTable();
 
 /// The row called `name`, or null.
 const Operation* FindOperation(std::string_view name);
-
-/// The name in `names` nearest to `wrong`, or empty when none is near: for "did you mean".
-std::string NearestName(std::string_view wrong, const std::vector<std::string_view>& names);
 
 // The rows of each component, in cli/operations/. A new operation is one row in one of them.
 std::vector<Operation> ColorOperations();

@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "cli/errors.h"
+#include "cli/nearest_name.h"
 
 namespace qel::cli {
 
@@ -21,9 +22,14 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
     const std::string name = word.substr(0, equals);
     const auto found = known.find(name);
     if (found == known.end()) {
-      std::string names;
-      for (const auto& [option, takes] : known) names += " " + option;
-      throw Failure(kUsage, "there is no option " + name + "; options here are" + names);
+      std::vector<std::string_view> names;
+      std::string all = "; options here are";
+      for (const auto& [option, takes] : known) {
+        names.push_back(option);
+        all += " " + option;
+      }
+      throw Failure(kUsage, "there is no option " + name +
+                                DidYouMean(name, names, known.empty() ? "; none is" : all));
     }
     rest_before_[name] = rest_.size();
     if (found->second == Takes::kNothing) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cli/errors.h"
+#include "cli/nearest_name.h"
 #include "cli/operation_table.h"
 
 namespace qel::cli {
@@ -69,12 +70,9 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
 
 const Operation& RequireOperation(const std::string& name) {
   if (const Operation* const found = FindOperation(name)) return *found;
-  std::vector<std::string_view> names;
-  for (const Operation& operation : OperationTable()) names.push_back(operation.name);
-  const std::string nearest = NearestName(name, names);
-  throw Failure(kUsage, "there is no operation " + name +
-                            (nearest.empty() ? "; qel list shows them all"
-                                             : "; did you mean " + nearest + "?"));
+  throw Failure(kUsage,
+                "there is no operation " + name +
+                    DidYouMean(name, NamesOf(OperationTable()), "; qel list shows them all"));
 }
 
 std::vector<Step> ParseSteps(const std::vector<std::string>& words) {

@@ -17,7 +17,7 @@
 #include <new>
 
 #include "cli/errors.h"
-#include "cli/operation_table.h"
+#include "cli/nearest_name.h"
 
 namespace qel::cli {
 namespace {
@@ -112,10 +112,8 @@ Rules Select(const Rules& rules, const std::string& filter) {
     names.push_back(rule.suite);
   }
   if (!selected.empty()) return selected;
-  const std::string nearest = NearestName(filter, names);
   throw Failure(kUsage,
-                "there is no suite " + filter +
-                    (nearest.empty() ? "; --list shows them" : "; did you mean " + nearest + "?"));
+                "there is no suite " + filter + DidYouMean(filter, names, "; --list shows them"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <regex>
 
 #include "cli/command_table.h"
 #include "cli/completion.h"
@@ -72,31 +73,41 @@ TEST_F(Commands, SheetsHoldPicturesUnscaled) {
     const Picture sheet = LoadPicture(folder_ / "sheet.png", {});
     return std::pair(sheet.image->width(), sheet.image->height());
   };
-  // Cells are as wide as the widest caption, 6 dots a letter, with margins of 12 round them.
-  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm"), std::pair(12 + 3 * (54 + 12), 12 + 34));
-  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm --columns 2"), std::pair(12 + 2 * 66, 12 + 2 * 34));
-  EXPECT_EQ(shape("a.ppm --caption x"), std::pair(12 + 18, 12 + 34));
+  // Cells have room for the largest picture, 96 at least; captions adapt: 16 letters, three lines.
+  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm"), std::pair(12 + 3 * 108, 12 + 34));
+  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm --columns 2"), std::pair(12 + 2 * 108, 12 + 2 * 34));
   EXPECT_EQ(shape("a.ppm --steps negative \"light brightness=20\" -o x.png"),
-            std::pair(12 + 3 * (114 + 12), 12 + 34));
+            std::pair(12 + 3 * 108, 12 + 44));
+  const std::string letters(40, 'x');
+  const std::pair<std::string, int> captions[] = {{letters.substr(0, 16), 34},
+                                                  {letters.substr(0, 17), 44},
+                                                  {letters, 54},
+                                                  {letters + letters, 54},
+                                                  {"größe größe größ", 34}};
+  for (const auto& [caption, height] : captions) {
+    EXPECT_EQ(shape("a.ppm --caption '" + caption + "'"), std::pair(12 + 108, 12 + height));
+  }
 
-  // The second cell's picture, by its first pixel: after one step, or two.
-  const auto second_pixel = [&](const std::string& words) {
+  // The third cell's picture, by its first pixel: after one step, or two.
+  const auto third_pixel = [&](const std::string& words) {
     EXPECT_EQ(Run("sheet a.ppm --steps " + words + " -o s.png --caption 1 --caption 2 --caption 3")
                   .exit_code,
               kDone);
     const Picture sheet = LoadPicture(folder_ / "s.png", {});
-    const uint8_t* const pixel = sheet.image->Row(12) + 4 * (12 + 2 * (6 + 12));
+    const uint8_t* const pixel = sheet.image->Row(12) + 4 * (12 + 2 * (96 + 12));
     return std::vector<int>{pixel[2], pixel[1], pixel[0]};
   };
-  EXPECT_EQ(second_pixel("negative negative"), (std::vector<int>{1, 2, 3}));
-  EXPECT_EQ(second_pixel("negative negative --apart"), (std::vector<int>{254, 253, 252}));
+  EXPECT_EQ(third_pixel("negative negative"), (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(third_pixel("negative negative --apart"), (std::vector<int>{254, 253, 252}));
   EXPECT_EQ(Run("sheet a.ppm -o s.png --caption 1 --caption 2").exit_code, kUsage);
   EXPECT_EQ(Run("sheet a.ppm").exit_code, kUsage);
 }
 
 TEST_F(Commands, TheTableNamesOptionsThatCommandsTake) {
   for (const Command& command : CommandTable()) {
-    const std::string help = Run("help " + std::string(command.name)).output;
+    std::string help = Run("help " + std::string(command.name)).output;
+    // Lines that were broken, as one.
+    help = std::regex_replace(help, std::regex("\n {9,}"), " ");
     for (const CommandOption& option : command.options) {
       SCOPED_TRACE(std::string(command.name) + " " + std::string(option.name));
       EXPECT_NE(help.find(option.help), std::string::npos) << help;
