@@ -3,6 +3,7 @@
 #include "cli/check/elf_symbols.h"
 #include "cli/check/runner.h"
 #include "cli/command_table.h"
+#include "cli/cpu_level.h"
 #include "cli/errors.h"
 #include "cli/interface_table.h"
 #include "host/host_collection.h"
@@ -69,9 +70,11 @@ void PrintModule(const std::string& path) {
     }
   }
   if (!any) std::cout << "\nnone of the components that this tool knows\n";
+  const std::string level = CpuLevelInUse(reinterpret_cast<const void*>(library.create_function()));
+  std::cout << "\nlevel in use        " << (level.empty() ? "this library does not tell" : level)
+            << "\n";
 }
 
-/// Which instruction sets the processor has; a module chooses among its own while it loads.
 void PrintProcessor() {
   __builtin_cpu_init();
   const std::pair<const char*, bool> sets[] = {
@@ -83,10 +86,11 @@ void PrintProcessor() {
       {"avx512vbmi", __builtin_cpu_supports("avx512vbmi") != 0},
       {"avx512vnni", __builtin_cpu_supports("avx512vnni") != 0},
   };
-  std::cout << "\nthis processor has  sse2";
-  for (const auto& [name, supported] : sets)
-    std::cout << (supported ? " " : "") << (supported ? name : "");
-  std::cout << "\nwhich of them a module uses is its own choice; it does not tell\n";
+  std::cout << "this processor has  sse2";
+  for (const auto& [name, supported] : sets) {
+    if (supported) std::cout << " " << name;
+  }
+  std::cout << "\n";
 }
 
 }  // namespace

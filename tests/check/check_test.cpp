@@ -178,6 +178,12 @@ TEST_F(Checkers, InspectTellsComponentsAndSlots) {
         "IQELMaths  2916D602-45130000-00000000-00000000", "this processor has  sse2"}) {
     EXPECT_NE(text.find(part), std::string::npos) << part << text;
   }
+  for (const std::string level : {"sse2", "avx2", "avx512", "avx512vbmi"}) {
+    EXPECT_NE(Check("inspect " QEL_TEST_MODULES "/QELMaths_" + level + ".so")
+                  .output.find("level in use        " + level + "\n"),
+              std::string::npos);
+  }
+  EXPECT_NE(Check("inspect " QEL_COLLECTIONS).output.find("does not tell"), std::string::npos);
 }
 
 }  // namespace
