@@ -1,20 +1,86 @@
-# Installs the SDK with a CMake package and a pkg-config file, the module, and the tool.
+# Installs the project by component and packs the components for Debian (`cpack -G DEB`):
+#   module  the image module                              qel-module
+#   tool    the command-line tool, its manual, completion qel
+#   dev     the SDK with CMake package and pkg-config     qel-dev
+#   docs    documentation and examples                    qel-doc
 include(CMakePackageConfigHelpers)
 
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/qel")
 
-install(DIRECTORY sdk/include/qel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT sdk)
-install(TARGETS qel_sdk EXPORT qel-targets)
+install(DIRECTORY sdk/include/qel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT dev)
+install(TARGETS qel_sdk EXPORT qel-targets COMPONENT dev)
 install(EXPORT qel-targets NAMESPACE qel:: FILE qel-config.cmake DESTINATION "${package_folder}"
-  COMPONENT sdk)
+  COMPONENT dev)
 write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/qel-config-version.cmake"
   COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qel-config-version.cmake"
-  DESTINATION "${package_folder}" COMPONENT sdk)
+  DESTINATION "${package_folder}" COMPONENT dev)
 
 configure_file(cmake/qel.pc.in qel.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qel.pc"
-  DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/pkgconfig" COMPONENT sdk)
+  DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/pkgconfig" COMPONENT dev)
 
 install(TARGETS QELMaths LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/qel/_binLIN64" COMPONENT module)
 install(TARGETS qel RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tool)
+
+install(FILES README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT docs)
+install(DIRECTORY docs examples DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT docs
+  PATTERN "*.sh" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+  WORLD_READ WORLD_EXECUTE)
+
+# Debian packages.
+set(QEL_PACKAGE_CONTACT "QEL image module maintainers <maintainers@qel.invalid>" CACHE STRING
+  "Maintainer of the Debian packages")
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(cmake/debian/changelog.in debian/changelog.Debian @ONLY)
+configure_file(CHANGELOG.md debian/changelog COPYONLY)
+# The licence's text, indented and with dots in place of empty lines.
+file(READ LICENSE license)
+string(REGEX REPLACE "^.*Copyright[^\n]*\n\n" "" license "${license}")
+string(REGEX REPLACE "\n\n" "\n.\n" license "${license}")
+string(REGEX REPLACE "\n(.)" "\n \\1" license " ${license}")
+configure_file(cmake/debian/copyright.in debian/copyright @ONLY)
+
+set(CPACK_PACKAGE_NAME qel)
+set(CPACK_PACKAGE_VENDOR "QEL")
+set(CPACK_PACKAGE_CONTACT "${QEL_PACKAGE_CONTACT}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/complete.cmake")
+set(CPACK_QEL_DEBIAN_FILES "${PROJECT_BINARY_DIR}/debian")
+set(CPACK_COMPONENTS_ALL module tool dev docs)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
+
+# qel_debian_package(<component> <package> <section> <summary> <description>)
+macro(qel_debian_package component package section summary description)
+  string(TOUPPER ${component} key)
+  set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${package})
+  set(CPACK_DEBIAN_${key}_PACKAGE_SECTION ${section})
+  set(CPACK_COMPONENT_${key}_DESCRIPTION "${summary}\n${description}")
+endmacro()
+qel_debian_package(module qel-module libs "exact image operations, a module for hosts"
+  "Colour and geometric transforms, filters and arithmetic on images, with the\n\
+same bytes on every processor, for hosts of an in-process component framework.")
+qel_debian_package(tool qel graphics "image operations from the command line"
+  "Runs the operations of the QEL image module on one picture or on many, compares\n\
+pictures, and checks modules and hosts against their rules.")
+qel_debian_package(dev qel-dev libdevel "headers for hosts of the QEL image module"
+  "The interfaces of the module and of its hosts, with a CMake package and a\n\
+pkg-config file.")
+qel_debian_package(docs qel-doc doc "documentation and examples of the QEL image module"
+  "How to use the tool, on one machine and on many, and how the module behaves.")
+set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "qel-module (= ${version})")
+set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "qel-module (>= ${version})")
+foreach(key IN ITEMS DEV DOCS)
+  set(CPACK_DEBIAN_${key}_PACKAGE_ARCHITECTURE all)
+  set(CPACK_DEBIAN_${key}_PACKAGE_SHLIBDEPS OFF)
+endforeach()
+include(CPack)

@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# Builds the Debian packages, installs them into an empty tree and uses what is there.
+# Usage: check_debs.sh BUILD_FOLDER CPACK; exit code 77 where packages cannot be built.
+set -eu
+build=$1 cpack=$2
+for tool in "$cpack" dpkg-deb dpkg-shlibdeps gzip; do
+  command -v "$tool" >/dev/null || { echo "skipped: $tool is missing"; exit 77; }
+done
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "$*"; exit 1; }
+run() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "failed: $*"; }; }
+
+run "$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$work/debs"
+field() { dpkg-deb -f "$work"/debs/"$1"_*.deb "$2"; }
+packages=$(cd "$work/debs" && printf '%s\n' *.deb | sed 's/_.*//' | sort | tr '\n' ' ')
+[ "$packages" = "qel qel-dev qel-doc qel-module " ] || fail "not the four packages: $packages"
+version=$(field qel Version)
+depends=$(field qel Depends)
+[[ $depends == *"qel-module (= $version)"* && $depends == *libc6* && $depends == *libpng16* ]] ||
+  fail "qel depends on: $depends"
+[[ $(field qel-module Depends) == *libstdc++6* ]] || fail "qel-module misses its libraries"
+[ "$(field qel-dev Architecture) $(field qel-doc Architecture)" = "all all" ] ||
+  fail "headers and documentation are for all architectures"
+
+# As root with the package manager itself, which sees files that two packages would share. Libraries
+# come from this system, since the tree has none.
+root=$work/root
+if [ "$(id -u)" = 0 ]; then
+  mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
+  touch "$root/var/lib/dpkg/status"
+  run dpkg --root="$root" --force-depends --log="$work/dpkg.log" --install "$work"/debs/*.deb
+  [ "$(grep -c '^Status: install ok installed' "$root/var/lib/dpkg/status")" = 4 ] ||
+    fail "not all packages are installed"
+else
+  for package in "$work"/debs/*.deb; do run dpkg-deb -x "$package" "$root"; done
+fi
+
+printf 'P3 1 1 255 10 20 30\n' >"$work/dot.ppm"
+run "$root/usr/bin/qel" run "$work/dot.ppm" -o "$work/out.ppm" negative
+[ "$(tail -c 3 "$work/out.ppm" | od -An -tu1 | tr -s ' ')" = " 245 235 225" ] ||
+  fail "the packaged tool gave a wrong picture"
+run "$root/usr/bin/qel" check --filter entry "$(find "$root" -name QELMaths.so)"
+gzip -dc "$root/usr/share/man/man1/qel-median.1.gz" | grep -q '^\.TH "QEL\\-MEDIAN"' ||
+  fail "the manual is not there"
+for package in qel qel-dev qel-doc qel-module; do
+  folder=$root/usr/share/doc/$package
+  grep -q '^License: Expat' "$folder/copyright" || fail "$package has no copyright"
+  gzip -dc "$folder/changelog.Debian.gz" | grep -q "^qel ($version)" || fail "$package: changelog"
+done
+for link in $(grep -o '](\(docs\|examples\)/[^)]*)' "$root/usr/share/doc/qel/README.md"); do
+  [ -e "$root/usr/share/doc/qel/${link:2:-1}" ] || fail "the README's ${link:2:-1} is not packaged"
+done
+
+if command -v lintian >/dev/null; then
+  run lintian --allow-root --fail-on error "$work"/debs/*.deb
+else
+  echo "lintian is missing: its rules were not tried"
+fi
+if [ "$(id -u)" = 0 ]; then
+  run dpkg --root="$root" --log="$work/dpkg.log" --purge qel qel-dev qel-doc qel-module
+  left=$(find "$root/usr" -type f | head -5)
+  [ -z "$left" ] || fail "left behind: $left"
+fi
