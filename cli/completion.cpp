@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view kBashScript = R"sh(# Completion of qel for bash.
 _qel() {
-  local IFS=$'\n' line word
+  local IFS=$'\n' line word files=
   COMPREPLY=()
   # The shell splits name=value into three words; the tool wants one.
   local words=() i
@@ -28,8 +28,7 @@ _qel() {
   done
   for line in $(qel completion --words -- "${words[@]}" 2>/dev/null); do
     if [[ $line == @files ]]; then
-      COMPREPLY+=($(compgen -f -- "${COMP_WORDS[COMP_CWORD]#=}"))
-      compopt -o filenames 2>/dev/null
+      files=yes
     else
       line=${line%%$'\t'*}
       [[ $line == *= ]] && compopt -o nospace 2>/dev/null
@@ -37,6 +36,11 @@ _qel() {
       COMPREPLY+=("$line")
     fi
   done
+  if [[ -n $files ]]; then
+    # What the tool offers must not be quoted like a path.
+    [[ ${#COMPREPLY[@]} == 0 ]] && compopt -o filenames 2>/dev/null
+    COMPREPLY+=($(compgen -f -- "${COMP_WORDS[COMP_CWORD]#=}"))
+  fi
 }
 complete -F _qel qel
 )sh";
@@ -44,17 +48,25 @@ complete -F _qel qel
 constexpr std::string_view kZshScript = R"sh(#compdef qel
 # Completion of qel for zsh.
 _qel() {
-  local line
+  local line text files=
+  local -a whole whole_help begun begun_help
   for line in ${(f)"$(qel completion --words -- "${(@)words[2,CURRENT]}" 2>/dev/null)"}; do
+    text=${line%%$'\t'*}
     if [[ $line == @files ]]; then
-      compset -P '*='
-      _files
-    elif [[ ${line%%$'\t'*} == *= ]]; then
-      compadd -S '' -- "${line%%$'\t'*}"
+      files=yes
+    elif [[ $text == *= ]]; then
+      begun+=("$text") begun_help+=("${(r:20:)text} ${line#*$'\t'}")
     else
-      compadd -- "${line%%$'\t'*}"
+      whole+=("$text") whole_help+=("${(r:30:)text} ${line#*$'\t'}")
     fi
   done
+  (( $#whole )) && compadd -l -d whole_help -- "${whole[@]}"
+  (( $#begun )) && compadd -S '' -l -d begun_help -- "${begun[@]}"
+  # Last, since the name of an argument is no part of the path.
+  if [[ -n $files ]]; then
+    compset -P '*='
+    _files
+  fi
 }
 if [[ $funcstack[1] == _qel ]]; then _qel "$@"; else compdef _qel qel; fi
 )sh";
@@ -62,11 +74,14 @@ if [[ $funcstack[1] == _qel ]]; then _qel "$@"; else compdef _qel qel; fi
 constexpr std::string_view kFishScript = R"sh(# Completion of qel for fish.
 function __qel_complete
     set -l words (commandline -opc) (commandline -ct)
+    set -l value (string match -r '^([^=]*=)(.*)$' -- $words[-1])
     for line in (qel completion --words -- $words[2..-1] 2>/dev/null)
-        if test "$line" = @files
-            __fish_complete_path (commandline -ct)
-        else
+        if test "$line" != @files
             echo $line
+        else if set -q value[3]
+            printf '%s\n' $value[2](__fish_complete_path $value[3])
+        else
+            __fish_complete_path $words[-1]
         end
     end
 end
