@@ -162,7 +162,7 @@ Vector TakeApart(const Vector* v) {
   const Vector first = _mm512_permutex2var_epi8(v[0], index, v[1]);
   const Vector second = kBytes == 3 ? _mm512_permutexvar_epi8(index, v[2])
                                     : _mm512_permutex2var_epi8(v[2], index, v[kBytes - 1]);
-  return _mm512_mask_blend_epi8(kFromSecondPair<kBytes, kChannel>, first, second);
+  return _mm512_mask_blend_epi8((kFromSecondPair<kBytes, kChannel>), first, second);
 }
 
 /// Vector `kPart` of a block: blue and green, or red and alpha, of these pixels.
@@ -188,7 +188,7 @@ void PutTogether(uint8_t* to, const Vector* channels) {
   const Vector second = kBytes == 3
                             ? _mm512_permutexvar_epi8(index, channels[2])
                             : _mm512_permutex2var_epi8(channels[2], index, channels[kBytes - 1]);
-  Store(to + 64 * kPart, _mm512_mask_blend_epi8(kIsRedOrAlpha<kBytes, kPart>, first, second));
+  Store(to + 64 * kPart, _mm512_mask_blend_epi8((kIsRedOrAlpha<kBytes, kPart>), first, second));
 }
 
 /// Takes 64 pixels apart into blue, green, red and, of 4-byte pixels, alpha.
