@@ -8,11 +8,16 @@ set(QEL_LEVEL_FLAGS_avx2 -mavx2)
 set(QEL_LEVEL_FLAGS_avx512 -mavx2 -mavx512f -mavx512bw -mavx512vl -mavx512dq)
 set(QEL_LEVEL_FLAGS_avx512vbmi ${QEL_LEVEL_FLAGS_avx512} -mavx512vbmi -mavx512vnni)
 
+# Kernels are built for speed in every configuration, since plain loops count on the vectoriser; only
+# under sanitizers, which look at every access anyway, for a short build.
+set(optimisation -O3)
+if(QEL_SANITIZE)
+  set(optimisation -O1)
+endif()
+set(QEL_KERNEL_OPTIMISATION ${optimisation} CACHE STRING "Optimisation of the kernels")
+mark_as_advanced(QEL_KERNEL_OPTIMISATION)
+
 function(qel_add_kernels target)
-  set(optimisation -O3)
-  if(QEL_SANITIZE)
-    set(optimisation -O1)
-  endif()
   foreach(level IN LISTS QEL_LEVELS)
     set(objects ${target}_${level})
     if(NOT TARGET ${objects})
@@ -20,10 +25,8 @@ function(qel_add_kernels target)
       target_link_libraries(${objects} PRIVATE qel_flags)
       target_include_directories(${objects} PRIVATE "${PROJECT_SOURCE_DIR}")
       target_compile_definitions(${objects} PRIVATE QEL_LEVEL=${level} QEL_LEVEL_${level}=1)
-      # Kernels are built for speed in every configuration, since plain loops count on the
-      # vectoriser; only under sanitizers, which look at every access anyway, for a short build.
       target_compile_options(${objects} PRIVATE ${QEL_LEVEL_FLAGS_${level}}
-        ${optimisation})
+        ${QEL_KERNEL_OPTIMISATION})
       # GCC 12 takes the "undefined" vectors of its own header for a mistake.
       target_compile_options(${objects} PRIVATE
         $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)

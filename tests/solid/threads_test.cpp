@@ -143,6 +143,27 @@ TEST(Threads, CountingLosesNoReference) {
   EXPECT_EQ(object->Release(), 1u);
 }
 
+TEST(Threads, TheLastOfThemDestroys) {
+  constexpr int kRounds = 2000;
+  const Program program;
+  IQELMaths* object = nullptr;
+  std::atomic<int> destructions{0};
+  const auto next_object = [&]() noexcept {
+    object = program.library().Create<IQELMaths>(RefString(kMathsName)).Detach();
+    for (int i = 1; i < kThreads; ++i) object->AddRef();
+  };
+  next_object();
+  std::barrier together(kThreads, next_object);
+  RunOnThreads([&](int) {
+    for (int round = 0; round < kRounds; ++round) {
+      if (object->Release() == 0) ++destructions;
+      together.arrive_and_wait();
+    }
+  });
+  EXPECT_EQ(destructions, kRounds);
+  for (int i = 0; i < kThreads; ++i) object->Release();
+}
+
 TEST(Loading, ThousandTimesLeavesNothing) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "sanitizers keep freed memory; they report leaks themselves";

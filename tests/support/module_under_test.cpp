@@ -21,8 +21,10 @@ SmartPtr<Interface> CreateComponent(const ModuleUnderTest& module, tagREFString 
   return object;
 }
 
-ModuleUnderTest* Load(CpuLevel level) {
-  const std::string path = std::string(QEL_TEST_MODULES) + "/QELMaths_" + LevelName(level) + ".so";
+}  // namespace
+
+ModuleUnderTest& ModuleUnderTest::Load(const std::string& folder, CpuLevel level) {
+  const std::string path = folder + "/QELMaths_" + LevelName(level) + ".so";
   void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) throw std::runtime_error(dlerror());
   auto* const module = new ModuleUnderTest;  // stays as long as the library does
@@ -43,10 +45,8 @@ ModuleUnderTest* Load(CpuLevel level) {
   module->transform->Resample(image.Get(), result.Put(), 1, 1, 0, 0);
   module->filter->Dilate(image.Get(), 1, result.Put());
   module->deform->CircleTransform(image.Get(), 0, 0, 1.0f);
-  return module;
+  return *module;
 }
-
-}  // namespace
 
 std::string LevelName(CpuLevel level) {
   constexpr const char* kNames[] = {"sse2", "avx2", "avx512", "avx512vbmi"};
@@ -56,7 +56,7 @@ std::string LevelName(CpuLevel level) {
 ModuleUnderTest& ModuleUnderTest::ForLevel(CpuLevel level) {
   static auto& loaded = *new std::map<CpuLevel, ModuleUnderTest*>;  // stays for the process
   ModuleUnderTest*& module = loaded[level];
-  if (module == nullptr) module = Load(level);
+  if (module == nullptr) module = &Load(QEL_TEST_MODULES, level);
   return *module;
 }
 

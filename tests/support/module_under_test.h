@@ -18,7 +18,10 @@ struct ModuleUnderTest : ComponentSet {
   CreateFunctionFunction create_function = nullptr;
   InitializeModuleFunction initialize = nullptr;
 
-  /// Loads each level once per process and hands the test host's collection over.
+  /// Loads the build for `level` in `folder`, hands the test host's collection over and has it look
+  /// up what it keeps. Stays for the process.
+  static ModuleUnderTest& Load(const std::string& folder, CpuLevel level);
+  /// The build for `level` of this project, loaded once per process.
   static ModuleUnderTest& ForLevel(CpuLevel level);
 };
 

@@ -94,9 +94,10 @@ void Raster::Allocate(int new_width, int new_height, int new_planes, int new_bit
   model = new_model;
   const int64_t step = RowBytes() + layout.padding;
   const int64_t block = step * std::max(height, 0);
-  // Some operations read four times as far as the rows reach; that memory is the image's as well.
+  // Some operations read four times as far as the rows reach, or four bytes a pixel whatever the
+  // depth; that memory is the image's as well.
   const bool fenced = layout.fence != Layout::Fence::kNone;
-  const int64_t wide = (kGuardBytes + 4 * (block + step) + 63) / 64 * 64;
+  const int64_t wide = (kGuardBytes + 4 * (block + step + std::max(width, 0)) + 63) / 64 * 64;
   const int64_t before = fenced ? layout.reach_before : wide;
   const int64_t after = fenced ? layout.reach_after : wide;
   stride = static_cast<int>(layout.bottom_up ? -step : step);

@@ -2,6 +2,7 @@
 #define QEL_TESTS_SUPPORT_RASTER_H_
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,9 @@ class Raster {
   const uint8_t* Row(int64_t y, int plane = 0) const { return Bits(plane) + y * stride; }
   /// Bytes of a row without padding.
   int64_t RowBytes() const;
+
+  /// Rows, padding and guards, from the first byte to the last.
+  std::span<const uint8_t> Memory() const { return {memory_.begin(), memory_.end()}; }
 
   bool operator==(const Raster& other) const;
   /// Where two rasters differ first, in words; empty when they are equal.

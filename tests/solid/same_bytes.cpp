@@ -1,0 +1,141 @@
+// Runs every operation on builds of the module and compares what they leave behind: result codes
+// and every byte of every image. Usage: same_bytes [--step N] FOLDER... Each folder holds one build
+// for each processor level; all of them must agree with the first.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tests/support/module_under_test.h"
+#include "tests/support/paired_operations.h"
+
+namespace qel::test {
+namespace {
+
+constexpr int kLargestWidth = 130;
+constexpr int kDrawsOfArguments = 3 * kLargestWidth;
+
+class Digest {
+ public:
+  void Add(uint64_t value) {
+    state_ = (state_ ^ value) * 0x9E3779B97F4A7C15u;
+    state_ ^= state_ >> 29;
+  }
+  void Add(std::span<const uint8_t> bytes) {
+    uint64_t word = 0;
+    for (; bytes.size() >= sizeof(word); bytes = bytes.subspan(sizeof(word))) {
+      std::memcpy(&word, bytes.data(), sizeof(word));
+      Add(word);
+    }
+    for (const uint8_t byte : bytes) Add(uint64_t{byte});
+  }
+  uint64_t value() const { return state_; }
+
+ private:
+  uint64_t state_ = 1;
+};
+
+/// Fresh images round a call, and what the call leaves of them.
+template <typename Image, typename Call>
+uint64_t Outcome(const std::vector<Raster>& inputs, Call&& call) {
+  std::vector<SmartPtr<TestImage>> images;
+  std::vector<Image*> pointers;
+  for (const Raster& input : inputs) {
+    images.push_back(TestImage::Make(input));
+    pointers.push_back(images.back().Get());
+  }
+  SmartPtr<IQEL> result;
+  std::srand(1);
+  Digest digest;
+  digest.Add(static_cast<uint64_t>(call(std::span<Image* const>(pointers), result.Put())));
+  for (const auto& image : images) digest.Add(image->raster.Memory());
+  if (result) digest.Add(static_cast<TestImage*>(result.Get())->raster.Memory());
+  return digest.value();
+}
+
+/// One thing to compare, and the outcome on a build of the module.
+struct Case {
+  std::string name;
+  std::function<uint64_t(const ComponentSet&)> run;
+};
+
+/// Every operation with fixed arguments at every width and depth, and with drawn arguments.
+std::vector<Case> Cases(int step) {
+  std::vector<Case> cases;
+  for (const OperationCall& operation : AllOperationCalls()) {
+    for (const int depth : kAllDepths) {
+      // The first width differs, so that coarse steps still meet all of them.
+      for (int width = 1 + static_cast<int>(cases.size()) % step; width <= kLargestWidth;
+           width += step) {
+        const std::string name = operation.name + " at " + std::to_string(depth) + " bits, width " +
+                                 std::to_string(width);
+        cases.push_back({name, [=, &operation](const ComponentSet& components) {
+                           Rng rng(static_cast<uint64_t>(width * 100 + depth));
+                           std::vector<Raster> inputs;
+                           const int height = rng.Int(1, 7);
+                           for (int i = 0; i < operation.images; ++i) {
+                             inputs.push_back(RandomRaster(rng, width, height, depth));
+                           }
+                           Raster::NewImageLayout() = RandomLayout(rng);
+                           return Outcome<IQELImage>(inputs, [&](auto images, IQEL** result) {
+                             return operation.call(components, images, result);
+                           });
+                         }});
+      }
+    }
+  }
+  for (const PairedOperation& operation : PairedOperations()) {
+    for (int i = 0; i < kDrawsOfArguments; i += step) {
+      cases.push_back({operation.name + ", draw " + std::to_string(i),
+                       [=, &operation](const ComponentSet& components) {
+                         Rng rng(static_cast<uint64_t>(i));
+                         const PairedCase drawn = operation.draw(rng);
+                         return Outcome<TestImage>(drawn.inputs, [&](auto images, IQEL** result) {
+                           return drawn.module(components, images, result);
+                         });
+                       }});
+    }
+  }
+  return cases;
+}
+
+int Main(std::vector<std::string> words) {
+  int step = 1;
+  if (words.size() > 2 && words[0] == "--step") {
+    step = std::atoi(words[1].c_str());
+    words.erase(words.begin(), words.begin() + 2);
+  }
+  if (words.empty() || step < 1) {
+    std::fprintf(stderr, "usage: same_bytes [--step N] FOLDER...\n");
+    return 2;
+  }
+  const std::vector<Case> cases = Cases(step);
+  std::vector<uint64_t> expected;
+  size_t differences = 0;
+  int builds = 0;
+  for (const std::string& folder : words) {
+    for (int level = 0; level <= static_cast<int>(DetectCpuLevel()); ++level, ++builds) {
+      const auto& module = ModuleUnderTest::Load(folder, static_cast<CpuLevel>(level));
+      for (size_t i = 0; i < cases.size(); ++i) {
+        const uint64_t outcome = cases[i].run(module);
+        if (builds == 0) {
+          expected.push_back(outcome);
+        } else if (outcome != expected[i]) {
+          ++differences;
+          std::printf("%s, %s: %s differs\n", folder.c_str(),
+                      LevelName(static_cast<CpuLevel>(level)).c_str(), cases[i].name.c_str());
+        }
+      }
+    }
+  }
+  std::printf("%zu calls on %d builds of the module, %zu differences\n", cases.size(), builds,
+              differences);
+  return differences == 0 && builds > 1 ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace qel::test
+
+int main(int argc, char** argv) { return qel::test::Main({argv + 1, argv + argc}); }
