@@ -1,6 +1,7 @@
 #ifndef QEL_TESTS_SUPPORT_TEMPORARY_FOLDER_H_
 #define QEL_TESTS_SUPPORT_TEMPORARY_FOLDER_H_
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,15 +48,23 @@ struct Outcome {
   int exit_code = -1;
   std::string output;
   std::string errors;
+  double peak_mib = 0;  ///< largest resident memory of any of its processes
 };
 
 /// Runs a shell command in `folder`.
 inline Outcome RunShell(const std::string& command, const TemporaryFolder& folder) {
-  const int status = std::system(
-      ("cd '" + folder.path().string() + "' && (" + command + ") >.output 2>.errors </dev/null")
-          .c_str());
+  const std::string line = "cd '" + folder.path().string() +
+                           "' && exec >.output 2>.errors </dev/null && (" + command + ")";
+  const pid_t shell = fork();
+  if (shell == 0) {
+    execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  rusage usage{};
+  wait4(shell, &status, 0, &usage);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder / ".output"),
-          ReadFile(folder / ".errors")};
+          ReadFile(folder / ".errors"), static_cast<double>(usage.ru_maxrss) / 1024};
 }
 
 }  // namespace qel::test

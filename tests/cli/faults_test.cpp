@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "cli/errors.h"
+#include "tests/support/rng.h"
+#include "tests/support/temporary_folder.h"
+
+// The tool when the system fails it, when it is killed, and when files lie about their size.
+
+namespace qel::cli {
+namespace {
+
+using test::Outcome;
+using test::ReadFile;
+using test::RunShell;
+using test::WriteFile;
+namespace fs = std::filesystem;
+
+constexpr int kKilled = 128 + 9;
+
+class Faults : public testing::Test {
+ protected:
+  static std::string Grey(int value) {
+    return "P5\n4 4\n255\n" + std::string(16, static_cast<char>(value));
+  }
+
+  /// Two inputs; the output of the first is there already.
+  void SetUp() override {
+    for (const auto& entry : fs::directory_iterator(folder_.path())) fs::remove_all(entry.path());
+    fs::create_directory(folder_ / "in");
+    fs::create_directory(folder_ / "out");
+    WriteFile(folder_ / "in/1.pgm", Grey(1));
+    WriteFile(folder_ / "in/2.pgm", Grey(2));
+    WriteFile(folder_ / "out/1.pgm", kOld);
+  }
+
+  Outcome Run(const std::string& environment, const std::string& options = "") {
+    return RunShell(environment +
+                        " " QEL_TOOL
+                        " run 'in/*.pgm' -o 'out/{stem}.pgm' --jobs 1 negative --json m.json " +
+                        options,
+                    folder_);
+  }
+
+  /// Every output is as it was or whole. Counts the whole ones, and the leftovers elsewhere.
+  void Look() {
+    whole_ = leftovers_ = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(folder_.path())) {
+      const std::string name = fs::relative(entry.path(), folder_.path()).string();
+      const std::string content = entry.is_regular_file() ? ReadFile(entry.path()) : "";
+      if (name == "out/1.pgm" || name == "out/2.pgm") {
+        const bool is_new = content == Grey(name == "out/1.pgm" ? 254 : 253);
+        EXPECT_TRUE(is_new || (name == "out/1.pgm" && content == kOld)) << name;
+        whole_ += is_new;
+      } else if (name.ends_with(".tmp")) {
+        ++leftovers_;
+      }
+    }
+    EXPECT_TRUE(fs::exists(folder_ / "out/1.pgm"));
+  }
+
+  /// Whatever happened before, the next run brings everything about.
+  void ExpectResumes() {
+    const Outcome outcome = Run("", "--resume");
+    EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+    Look();
+    EXPECT_EQ(whole_, 2);
+  }
+
+  static constexpr char kOld[] = "old";
+  test::TemporaryFolder folder_;
+  int whole_ = 0;
+  int leftovers_ = 0;
+};
+
+TEST_F(Faults, EveryCallThatMakesFilesMayFailOrBeTheLast) {
+  const std::string preload =
+      "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0 LD_PRELOAD=" QEL_FAULTY_IO " ";
+  ASSERT_EQ(Run(preload + "QEL_CALLS=calls").exit_code, kDone);
+  const std::string calls = ReadFile(folder_ / "calls");
+  size_t renamed = 0;
+  for (size_t at = calls.find('r'); at != calls.npos; at = calls.find('r', at + 1), ++renamed) {
+    EXPECT_EQ(calls.substr(at - 2, 5), "scrsc") << "synced, closed, renamed, and the folder synced";
+  }
+  EXPECT_EQ(renamed, 3u) << "two pictures and the manifest";
+  int failed = 0;
+  for (size_t k = 0; k < calls.size(); ++k) {
+    for (const std::string fault : {"fail", "short", "kill"}) {
+      SCOPED_TRACE(fault + " at call " + std::to_string(k));
+      SetUp();
+      const Outcome outcome =
+          Run(preload + "QEL_FAULT_AT=" + std::to_string(k) + " QEL_FAULT=" + fault);
+      Look();
+      if (fault == "kill") {
+        EXPECT_EQ(outcome.exit_code, kKilled);
+        EXPECT_LE(leftovers_, 1);
+      } else {
+        EXPECT_EQ(leftovers_, 0);
+        EXPECT_EQ(outcome.errors.empty(), outcome.exit_code == kDone) << outcome.errors;
+        const bool named = outcome.exit_code == kSomeFailed || outcome.exit_code == kNoOutput;
+        EXPECT_TRUE(named || outcome.exit_code == kDone) << outcome.exit_code;
+        EXPECT_TRUE(named || whole_ == 2) << "done means done";
+        failed += named;
+        EXPECT_TRUE(fault == "fail" || !named) << outcome.errors;
+      }
+      ExpectResumes();
+    }
+  }
+  EXPECT_GT(failed, 8) << "faults are met";
+}
+
+TEST_F(Faults, KilledAtRandomMoments) {
+  test::Rng rng(5);
+  for (int i = 0; i < 25; ++i) {
+    SetUp();
+    const std::string milliseconds = std::to_string(100 + rng.Int(1, 25)).substr(1);
+    RunShell("timeout -s KILL 0.0" + milliseconds +
+                 " " QEL_TOOL " run 'in/*.pgm' -o 'out/{stem}.pgm' negative --json m.json",
+             folder_);
+    Look();
+    ExpectResumes();
+  }
+}
+
+TEST_F(Faults, PicturesThatClaimTooMuchAreRefusedFromTheirHeader) {
+  using namespace std::string_literals;
+  // 60000 x 60000 pixels and more, with next to nothing behind the header.
+  const std::string tiff_entries =
+      "\0\1\4\0\1\0\0\0\x60\xEA\0\0"    // width
+      "\1\1\4\0\1\0\0\0\x60\xEA\0\0"    // height
+      "\2\1\3\0\1\0\0\0\x8\0\0\0"       // bits
+      "\3\1\3\0\1\0\0\0\1\0\0\0"        // not compressed
+      "\6\1\3\0\1\0\0\0\1\0\0\0"        // grey
+      "\x11\1\4\0\1\0\0\0\x8\0\0\0"     // where the strip starts
+      "\x15\1\3\0\1\0\0\0\1\0\0\0"      // samples
+      "\x16\1\4\0\1\0\0\0\x60\xEA\0\0"  // rows in the strip
+      "\x17\1\4\0\1\0\0\0\x8\0\0\0"s;   // its bytes
+  const std::pair<std::string, std::string> bombs[] = {
+      {"a.png",
+       "\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\xEA\x60\0\0\xEA\x60\x8\6\0\0\0\x80\xD2\x75\x42"
+       "\0\0\0\0IDAT"s},
+      {"b.jpg", "\xFF\xD8\xFF\xC0\0\x0B\x8\xEA\x60\xEA\x60\1\1\x11\0\xFF\xDA\0\x8\1\1\0\0\x3F\0"s},
+      {"c.tif", "II*\0\x8\0\0\0\x9\0"s + tiff_entries + "\0\0\0\0"s},
+      {"d.webp", "RIFF\x16\0\0\0WEBPVP8X\xA\0\0\0\0\0\0\0\xFF\xFE\0\xFF\xFE\0"s},
+      {"e.bmp", "BM\0\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\x60\xEA\0\0\x60\xEA\0\0\1\0\x18\0"s +
+                    std::string(24, '\0')},
+      {"f.pgm", "P5 60000 60000 255\n"},
+      {"g.ppm", "P3 60000 60000 255\n"},
+      {"h.pam", "P7\nWIDTH 60000\nHEIGHT 60000\nDEPTH 4\nMAXVAL 255\nENDHDR\n"},
+  };
+  for (const auto& [name, content] : bombs) {
+    SCOPED_TRACE(name);
+    WriteFile(folder_ / name, content);
+    const Outcome outcome = RunShell(QEL_TOOL " run " + name + " -o out.png negative", folder_);
+    EXPECT_EQ(outcome.exit_code, kNoInput);
+    EXPECT_NE(outcome.errors.find("more than the limit"), std::string::npos) << outcome.errors;
+#if !defined(__SANITIZE_ADDRESS__)
+    EXPECT_LT(outcome.peak_mib, 64);
+#endif
+  }
+}
+
+}  // namespace
+}  // namespace qel::cli
