@@ -86,14 +86,15 @@ class Picker {
 };
 
 /// Writes the rows of `dest` by `write(row, offset)`, where `offset` is that of the source row;
-/// rows from the same source row are copied.
+/// rows from the same source row are copied. Rows may overlap: below 8 bits they are written a byte
+/// per pixel.
 template <typename OffsetOfRow, typename Write>
 void ForEachRow(const ImageView& dest, size_t row_bytes, OffsetOfRow offset_of_row, Write write) {
   int64_t last_offset = 0;
   for (int64_t y = 0; y < dest.Rows(); ++y) {
     const int64_t offset = offset_of_row(y);
     if (y > 0 && offset == last_offset) {
-      std::memcpy(dest.Row(y), dest.Row(y - 1), row_bytes);
+      std::memmove(dest.Row(y), dest.Row(y - 1), row_bytes);
     } else {
       write(dest.Row(y), offset);
     }
