@@ -1,7 +1,55 @@
+#include <fnmatch.h>
+
+#include <map>
+#include <new>
+
+#include "tests/solid/failing_memory.h"
 #include "tests/support/module_under_test.h"
 
 namespace qel::test {
 namespace {
+
+bool Matches(const char* pattern, const std::string& text) {
+  return fnmatch(pattern, text.c_str(), 0) == 0;
+}
+
+/// What operations answer when a host call fails; each kind of call is counted from 0. All others
+/// answer as if nothing had happened, with what an untouched output, an empty image, gives them.
+struct StatedCode {
+  const char* operations;
+  const char* host_call;
+  result_t code;
+};
+constexpr StatedCode kStatedCodes[] = {
+    // No image made.
+    {"*", "CreateInstance*", kFail},
+    {"[!T]*", "CreateComponent*", kFail},  // all but Threshold
+    // The host's own code.
+    {"IncreaseBpp", "Create0", TestHost::kFaultCode},
+    {"Resample*", "GetFormat0", TestHost::kFaultCode},
+    {"Rotate*0", "GetFormat0", TestHost::kFaultCode},
+    // Formats that do not fit each other, or the operation.
+    {"Add*", "GetFormat*", kFail},
+    {"Copy*", "GetFormat*", kFail},
+    {"Scale", "GetFormat*", kFail},
+    {"ScaleMasked", "GetFormat*", kFail},
+    {"Scale8", "GetFormat0", kNotMono},
+    {"SetImage*", "GetFormat0", kFail},
+    {"Subtract*", "GetFormat*", kFail},
+    // No place to copy to, nothing to transform, no differences to count.
+    {"Copy*", "GetSize0", kFail},
+    {"Transform", "GetSize0", kFail},
+    {"Subtract*", "GetSize*", 0},
+    {"Subtract*", "GetBits*", 0},
+};
+
+result_t CodeAfterFault(const std::string& operation, const std::string& host_call,
+                        result_t usual) {
+  for (const StatedCode& row : kStatedCodes) {
+    if (Matches(row.operations, operation) && Matches(row.host_call, host_call)) return row.code;
+  }
+  return usual;
+}
 
 /// Every operation, at every depth, with a host that goes wrong somewhere.
 class HostFaults : public OperationTest {
@@ -9,14 +57,18 @@ class HostFaults : public OperationTest {
   /// What one call left behind.
   struct Aftermath {
     bool thrown = false;
+    bool out_of_memory = false;
     result_t code = kOk;
     bool made = false;
     int host_calls = 0;
+    int requests = 0;              ///< of memory
+    std::vector<uint8_t> content;  ///< of all images
   };
 
   /// Calls an operation on fresh images of `depth` bits, with the host as it is set up, and checks
-  /// what must hold however the host behaves: references, objects, and bytes that are only read.
-  Aftermath Run(const OperationCall& operation, int depth) {
+  /// what must hold however the host behaves: memory, references, objects, and bytes that are only
+  /// read. Refuses one request for memory, unless `refused` is negative.
+  Aftermath Run(const OperationCall& operation, int depth, int refused = -1) {
     TestHost& host = TestHost::Instance();
     Aftermath aftermath;
     const int live_before = host.live_objects;
@@ -32,15 +84,30 @@ class HostFaults : public OperationTest {
       }
       SmartPtr<IQEL> result;
       host.calls = 0;
-      try {
-        aftermath.code = operation.call(*module_, pointers, result.Put());
-      } catch (const TestHost::Exception&) {
-        aftermath.thrown = true;
+      std::srand(1);
+      {
+        const FailingMemory memory(reinterpret_cast<const void*>(module_->create_function),
+                                   refused);
+        try {
+          aftermath.code = operation.call(*module_, pointers, result.Put());
+        } catch (const TestHost::Exception&) {
+          aftermath.thrown = true;
+        } catch (const std::bad_alloc&) {
+          aftermath.out_of_memory = true;
+        }
+        aftermath.requests = memory.requests();
+        EXPECT_EQ(memory.live(), 0) << "memory left behind";
       }
       aftermath.host_calls = host.calls;
       aftermath.made = static_cast<bool>(result);
+      const auto keep = [&](const Raster& raster) {
+        const auto memory = raster.Memory();
+        aftermath.content.insert(aftermath.content.end(), memory.begin(), memory.end());
+      };
+      if (result) keep(static_cast<TestImage*>(result.Get())->raster);
       result.Reset();
       for (size_t i = 0; i < images.size(); ++i) {
+        keep(images[i]->raster);
         EXPECT_EQ(images[i]->references(), 1u) << "references of image " << i;
         if (static_cast<int>(i) >= operation.changed_images) {
           EXPECT_EQ(images[i]->raster.Difference(before[i]), "")
@@ -60,26 +127,61 @@ TEST_P(HostFaults, NeitherLeakNorCrashNorTouchSources) {
   for (const OperationCall& operation : AllOperationCalls()) {
     for (const int depth : kCommonDepths) {
       host.Reset();
-      const int calls = Run(operation, depth).host_calls;
+      host.logging = true;
+      const Aftermath usual = Run(operation, depth);
+      const std::vector<std::string> calls = host.log;
       for (const Fault fault : {Fault::kThrow, Fault::kFail, Fault::kNull}) {
-        for (int k = 0; k < calls; ++k) {
-          SCOPED_TRACE(testing::Message() << operation.name << " at " << depth << " bits, call "
-                                          << k << ", fault " << static_cast<int>(fault));
+        std::map<std::string, int> counts;
+        for (int k = 0; k < usual.host_calls; ++k) {
+          const std::string& name = calls[static_cast<size_t>(k)];
+          const std::string counted = name + std::to_string(counts[name]++);
+          SCOPED_TRACE(testing::Message() << operation.name << " at " << depth << " bits, "
+                                          << counted << ", fault " << static_cast<int>(fault));
           host.Reset();
           host.fault = fault;
           host.fault_at = k;
           const Aftermath aftermath = Run(operation, depth);
           EXPECT_EQ(aftermath.thrown, fault == Fault::kThrow) << "exceptions pass through";
-          if (Failed(aftermath.code) && operation.name != "Resample") {
-            EXPECT_TRUE(aftermath.code == kFail || aftermath.code == kInvalidArgument ||
-                        aftermath.code == kNotMono)
-                << std::hex << aftermath.code;
-          }
+          if (fault == Fault::kThrow) continue;
+          const bool gives_no_pointer =
+              name == "GetSize" || name == "GetFormat" || name == "Create";
+          const bool harmless = fault == Fault::kNull && gives_no_pointer;
+          EXPECT_EQ(aftermath.code,
+                    harmless ? usual.code : CodeAfterFault(operation.name, counted, usual.code));
         }
       }
     }
   }
   host.Reset();
+}
+
+TEST_P(HostFaults, RefusedMemoryPassesThroughOrIsDoneWithout) {
+  int refusals = 0;
+  for (const OperationCall& operation : AllOperationCalls()) {
+    for (const int depth : kCommonDepths) {
+      const Aftermath usual = Run(operation, depth);
+      for (int k = 0; k < usual.requests; ++k, ++refusals) {
+        SCOPED_TRACE(testing::Message()
+                     << operation.name << " at " << depth << " bits, request " << k);
+        const Aftermath aftermath = Run(operation, depth, k);
+        if (aftermath.out_of_memory) continue;
+        EXPECT_EQ(aftermath.code, usual.code);
+        EXPECT_EQ(aftermath.content, usual.content);
+      }
+    }
+  }
+  EXPECT_GT(refusals, 20);
+  for (const tagREFString name :
+       {RefString(kColorTransformName), RefString(kTransformName), RefString(kDeformName),
+        RefString(kFilterTransformName), RefString(kMathsName)}) {
+    CreationFunction create = nullptr;
+    ASSERT_EQ(module_->create_function(name, &create), kOk);
+    const FailingMemory memory(reinterpret_cast<const void*>(create), 0);
+    void* object = &create;
+    EXPECT_EQ(create(nullptr, &IID_IUnknown, &object), kFail);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(memory.requests(), 1);
+  }
 }
 
 TEST_P(HostFaults, WithoutNewImagesOperationsThatNeedOneFail) {
@@ -115,23 +217,40 @@ TEST_P(HostFaults, ImagesThatAnswerNoInterfaceKeepTheirContent) {
 }
 
 TEST_P(HostFaults, EmptyAndAbsurdShapesAreHarmless) {
+  const Shape shapes[] = {{0, 0, 0}, {0, 9, 0},  {9, 0, 0},  {1, 1, 0},
+                          {2, 1, 0}, {-3, 5, 0}, {3, -5, 0}, {INT32_MIN, 1, 0}};
+  const Shape without_pixels[] = {
+      {70000, 70000, 0}, {INT32_MAX, 3, 0}, {3, INT32_MAX, 0}, {20, 20, 0}};
+  const auto call = [&](const OperationCall& operation, const Raster& raster) {
+    SCOPED_TRACE(operation.name + ", " + raster.Describe());
+    std::vector<SmartPtr<TestImage>> images;
+    std::vector<IQELImage*> pointers;
+    for (int i = 0; i < operation.images; ++i) {
+      images.push_back(TestImage::Make(raster));
+      pointers.push_back(images.back().Get());
+    }
+    SmartPtr<IQEL> result;
+    operation.call(*module_, pointers, result.Put());
+    result.Reset();
+    for (const auto& image : images) EXPECT_EQ(image->references(), 1u);
+  };
   for (const OperationCall& operation : AllOperationCalls()) {
     for (const int depth : {0, 1, 4, 7, 8, 16, 24, 25, 32, 33, 64}) {
-      for (const auto& [width, height] :
-           {std::pair(0, 0), {0, 9}, {9, 0}, {1, 1}, {2, 1}, {-3, 5}}) {
-        SCOPED_TRACE(testing::Message()
-                     << operation.name << " at " << depth << " bits, " << width << " x " << height);
-        Rng rng(3);
-        std::vector<SmartPtr<TestImage>> images;
-        std::vector<IQELImage*> pointers;
-        for (int i = 0; i < operation.images; ++i) {
-          images.push_back(TestImage::Make(RandomRaster(rng, width, height, depth)));
-          pointers.push_back(images.back().Get());
-        }
-        SmartPtr<IQEL> result;
-        operation.call(*module_, pointers, result.Put());
-        result.Reset();
-        for (const auto& image : images) EXPECT_EQ(image->references(), 1u);
+      Rng rng(3);
+      for (const Shape& shape : shapes) {
+        call(operation, RandomRaster(rng, shape.width, shape.height, depth));
+      }
+      // These go through all pixels whether there are any or not: pastes ask the transform about
+      // each, the others draw a random number for each.
+      if (Matches("*Paste*", operation.name) || Matches("Jitter*", operation.name) ||
+          Matches("Noise*", operation.name)) {
+        continue;
+      }
+      for (const Shape& shape : without_pixels) {
+        Raster raster = RandomRaster(rng, 0, 0, depth);
+        raster.width = shape.width;
+        raster.height = shape.height;
+        call(operation, raster);
       }
     }
   }

@@ -117,9 +117,9 @@ int Main(std::vector<std::string> words) {
   int builds = 0;
   for (const std::string& folder : words) {
     for (int level = 0; level <= static_cast<int>(DetectCpuLevel()); ++level, ++builds) {
-      const auto& module = ModuleUnderTest::Load(folder, static_cast<CpuLevel>(level));
+      const auto module = ModuleUnderTest::Load(folder, static_cast<CpuLevel>(level));
       for (size_t i = 0; i < cases.size(); ++i) {
-        const uint64_t outcome = cases[i].run(module);
+        const uint64_t outcome = cases[i].run(*module);
         if (builds == 0) {
           expected.push_back(outcome);
         } else if (outcome != expected[i]) {

@@ -23,11 +23,11 @@ SmartPtr<Interface> CreateComponent(const ModuleUnderTest& module, tagREFString 
 
 }  // namespace
 
-ModuleUnderTest& ModuleUnderTest::Load(const std::string& folder, CpuLevel level) {
+std::unique_ptr<ModuleUnderTest> ModuleUnderTest::Load(const std::string& folder, CpuLevel level) {
   const std::string path = folder + "/QELMaths_" + LevelName(level) + ".so";
   void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) throw std::runtime_error(dlerror());
-  auto* const module = new ModuleUnderTest;  // stays as long as the library does
+  auto module = std::make_unique<ModuleUnderTest>();
   module->create_function =
       reinterpret_cast<CreateFunctionFunction>(dlsym(library, kCreateFunctionSymbol));
   module->initialize =
@@ -45,7 +45,7 @@ ModuleUnderTest& ModuleUnderTest::Load(const std::string& folder, CpuLevel level
   module->transform->Resample(image.Get(), result.Put(), 1, 1, 0, 0);
   module->filter->Dilate(image.Get(), 1, result.Put());
   module->deform->CircleTransform(image.Get(), 0, 0, 1.0f);
-  return *module;
+  return module;
 }
 
 std::string LevelName(CpuLevel level) {
@@ -56,7 +56,7 @@ std::string LevelName(CpuLevel level) {
 ModuleUnderTest& ModuleUnderTest::ForLevel(CpuLevel level) {
   static auto& loaded = *new std::map<CpuLevel, ModuleUnderTest*>;  // stays for the process
   ModuleUnderTest*& module = loaded[level];
-  if (module == nullptr) module = &Load(QEL_TEST_MODULES, level);
+  if (module == nullptr) module = Load(QEL_TEST_MODULES, level).release();
   return *module;
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 
@@ -19,8 +20,8 @@ struct ModuleUnderTest : ComponentSet {
   InitializeModuleFunction initialize = nullptr;
 
   /// Loads the build for `level` in `folder`, hands the test host's collection over and has it look
-  /// up what it keeps. Stays for the process.
-  static ModuleUnderTest& Load(const std::string& folder, CpuLevel level);
+  /// up what it keeps. The library stays loaded.
+  static std::unique_ptr<ModuleUnderTest> Load(const std::string& folder, CpuLevel level);
   /// The build for `level` of this project, loaded once per process.
   static ModuleUnderTest& ForLevel(CpuLevel level);
 };

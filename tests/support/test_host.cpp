@@ -12,8 +12,8 @@ class Counted : public Interface {
   Counted() { ++Host().live_objects; }
   virtual ~Counted() { --Host().live_objects; }
   result_t QueryInterface(const IID& iid, void** object) override {
+    if (!Host().OnCall("QueryInterface")) return TestHost::kFaultCode;
     *object = nullptr;
-    if (!Host().OnCall("QueryInterface")) return kFail;
     if (Host().GivesNull()) return kOk;
     if (iid != IID_IUnknown && iid != *kIidOf<Interface>) return kNoInterface;
     this->AddRef();
@@ -37,7 +37,7 @@ class TestString final : public Counted<ICreatableString> {
   result_t ReservedSlot3() override { return kFail; }
   result_t ReservedSlot4() override { return kFail; }
   result_t AppendChars(int count, const wchar_t* characters) override {
-    if (!Host().OnCall("AppendChars")) return kFail;
+    if (!Host().OnCall("AppendChars")) return TestHost::kFaultCode;
     text.append(characters, static_cast<size_t>(count));
     return kOk;
   }
@@ -62,7 +62,8 @@ class TestLocator final : public Counted<IComponentString> {
   result_t ReservedSlot3() override { return kFail; }
   result_t ReservedSlot4() override { return kFail; }
   result_t CreateInstance(const IID* iid, void** object) override {
-    if (!Host().OnCall("CreateInstance")) return kFail;
+    if (!Host().OnCall("CreateInstance")) return TestHost::kFaultCode;
+    *object = nullptr;
     if (Host().GivesNull()) return kOk;
     return MakeComponent(name, iid, object);
   }
@@ -73,14 +74,15 @@ class TestCollection final : public Counted<IComponentCollection> {
  public:
   result_t ReservedSlot3() override { return kFail; }
   result_t GetItem(int index, IUnknown** item) override {
+    if (!Host().OnCall("GetItem")) return TestHost::kFaultCode;
     *item = nullptr;
-    if (!Host().OnCall("GetItem") || index != kImageItem) return kFail;
+    if (index != kImageItem) return kFail;
     if (Host().GivesNull()) return kOk;
     *item = new TestLocator(L"QELImageDIB");
     return kOk;
   }
   result_t FindItem(IString* name, int* index) override {
-    if (!Host().OnCall("FindItem")) return kFail;
+    if (!Host().OnCall("FindItem")) return TestHost::kFaultCode;
     if (static_cast<TestString*>(name)->text != L"QELImageDIB") return kFail;
     *index = kImageItem;
     return kOk;
@@ -96,8 +98,8 @@ class TestCollection final : public Counted<IComponentCollection> {
   result_t ReservedSlot14() override { return kFail; }
   result_t ReservedSlot15() override { return kFail; }
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
+    if (!Host().OnCall("CreateComponent")) return TestHost::kFaultCode;
     *object = nullptr;
-    if (!Host().OnCall("CreateComponent")) return kFail;
     if (Host().GivesNull()) return kOk;
     const std::wstring text(name.text, static_cast<uint32_t>(name.length));
     if (iid == nullptr || *iid == IID_NULL) {
@@ -150,7 +152,7 @@ class TestImage::PalettePart final : public IQELImagePalette {
   uint32_t Release() override { return image_.Release(); }
   result_t ReservedSlot3() override { return kFail; }
   result_t GetPalette(RGBQUAD** entries, uint32_t* count) override {
-    if (!Host().OnCall("GetPalette")) return kFail;
+    if (!Host().OnCall("GetPalette")) return TestHost::kFaultCode;
     if (Host().GivesNull()) return kOk;
     *entries = image_.raster.palette.data();
     *count = static_cast<uint32_t>(image_.raster.palette.size());
@@ -181,8 +183,8 @@ uint32_t TestImage::Release() {
 }
 
 result_t TestImage::QueryInterface(const IID& iid, void** object) {
+  if (!Host().OnCall("QueryInterface")) return TestHost::kFaultCode;
   *object = nullptr;
-  if (!Host().OnCall("QueryInterface")) return kFail;
   if (Host().GivesNull()) return kOk;
   if (Host().refuses_queries) return kNoInterface;
   if (iid == IID_IQELImagePalette && !raster.palette.empty()) {
@@ -197,7 +199,7 @@ result_t TestImage::QueryInterface(const IID& iid, void** object) {
 }
 
 result_t TestImage::GetSize(int* width, int* height, int* planes) {
-  if (!Host().OnCall("GetSize")) return kFail;
+  if (!Host().OnCall("GetSize")) return TestHost::kFaultCode;
   *width = raster.width;
   *height = raster.height;
   *planes = raster.planes;
@@ -205,7 +207,7 @@ result_t TestImage::GetSize(int* width, int* height, int* planes) {
 }
 
 result_t TestImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
-  if (!Host().OnCall("GetFormat")) return kFail;
+  if (!Host().OnCall("GetFormat")) return TestHost::kFaultCode;
   *bit_count = raster.bit_count;
   *model = raster.model;
   *reserved = 0;
@@ -213,7 +215,7 @@ result_t TestImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
 }
 
 result_t TestImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
-  if (!Host().OnCall("GetBits")) return kFail;
+  if (!Host().OnCall("GetBits")) return TestHost::kFaultCode;
   *reserved = 0;
   *bits = Host().GivesNull() ? nullptr : raster.Bits(plane);
   *stride = raster.stride;
@@ -221,18 +223,18 @@ result_t TestImage::GetBits(int plane, int* reserved, uint8_t** bits, int* strid
 }
 
 result_t TestImage::Create(int width, int height, int planes, int bit_count, uint32_t model) {
-  if (!Host().OnCall("Create")) return kFail;
+  if (!Host().OnCall("Create")) return TestHost::kFaultCode;
   return raster.Create(width, height, planes, bit_count, model) ? kOk : kInvalidArgument;
 }
 
 result_t TestImage::Assign(IQEL* source, int /*flags*/) {
-  if (!Host().OnCall("Assign")) return kFail;
+  if (!Host().OnCall("Assign")) return TestHost::kFaultCode;
   raster.Assign(static_cast<TestImage*>(source)->raster);
   return kOk;
 }
 
 result_t TestImage::Fill(uint32_t colour) {
-  if (!Host().OnCall("Fill")) return kFail;
+  if (!Host().OnCall("Fill")) return TestHost::kFaultCode;
   raster.Fill(colour);
   return kOk;
 }

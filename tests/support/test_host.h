@@ -23,6 +23,8 @@ class TestHost {
   };
   /// Thrown by host calls.
   struct Exception {};
+  /// Returned by host calls that fail; no code that operations know of their own.
+  static constexpr result_t kFaultCode = static_cast<result_t>(0x80041234u);
 
   static TestHost& Instance();
 
