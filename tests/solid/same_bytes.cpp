@@ -75,8 +75,14 @@ std::vector<Case> Cases(int step) {
                            Rng rng(static_cast<uint64_t>(width * 100 + depth));
                            std::vector<Raster> inputs;
                            const int height = rng.Int(1, 7);
+                           // Some operations tell 32-bit words by the colour model.
+                           const bool of_words = width % 3 == 0;
                            for (int i = 0; i < operation.images; ++i) {
-                             inputs.push_back(RandomRaster(rng, width, height, depth));
+                             Layout layout = RandomLayout(rng);
+                             layout.bottom_up &= !of_words;
+                             inputs.push_back(Raster(rng, width, height, depth,
+                                                     of_words ? kModelMono : UsualModel(depth),
+                                                     layout));
                            }
                            Raster::NewImageLayout() = RandomLayout(rng);
                            return Outcome<IQELImage>(inputs, [&](auto images, IQEL** result) {

@@ -98,9 +98,10 @@ void Raster::Allocate(int new_width, int new_height, int new_planes, int new_bit
   // depth; that memory is the image's as well.
   const bool fenced = layout.fence != Layout::Fence::kNone;
   const int64_t wide = (kGuardBytes + 4 * (block + step + std::max(width, 0)) + 63) / 64 * 64;
-  const int64_t before = fenced ? layout.reach_before : wide;
-  const int64_t after = fenced ? layout.reach_after : wide;
   stride = static_cast<int>(layout.bottom_up ? -step : step);
+  const auto [before, after] = !fenced        ? Layout::Reach{wide, wide}
+                               : layout.reach ? layout.reach(*this)
+                                              : Layout::Reach{};
   plane_offsets_.clear();
   int64_t end = 0;
   // Hosts that report no planes still have one.

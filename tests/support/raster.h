@@ -2,6 +2,7 @@
 #define QEL_TESTS_SUPPORT_RASTER_H_
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -10,6 +11,8 @@
 #include "tests/support/rng.h"
 
 namespace qel::test {
+
+class Raster;
 
 /// How an image lies in memory.
 struct Layout {
@@ -20,8 +23,12 @@ struct Layout {
   /// Where unreadable pages lie: one of the two pages round the block touches its very end.
   enum class Fence { kNone, kBefore, kAfter };
   Fence fence = Fence::kNone;
-  int reach_before = 0;  ///< with a fence: bytes of the image before its first row
-  int reach_after = 0;   ///< and after its last one
+  /// With a fence: how many bytes before its lowest row and after its highest an image has.
+  struct Reach {
+    int64_t before = 0;
+    int64_t after = 0;
+  };
+  std::function<Reach(const Raster& shape)> reach = {};
 };
 
 /// Memory of an image; with a fence, between two unreadable pages. Copies lie likewise.
