@@ -65,7 +65,7 @@ struct Circle {
 };
 
 /// Fills pictures pixel by pixel; always right, and slow.
-void MapEveryPixel(const Circle& circle, const ColourCopy& copy) {
+void MapEveryPixel(const Circle& circle, ColourCopy& copy) {
   int32_t sx[kWarpTile];
   int32_t sy[kWarpTile];
   for (int y = 0; y < circle.height; ++y) {
@@ -97,7 +97,7 @@ int ReachOfRow(const Circle& circle, int dy) {
   return reach;
 }
 
-void Fold(const Circle& circle, const ColourCopy& copy) {
+void Fold(const Circle& circle, ColourCopy& copy) {
   int32_t sx[kWarpTile];
   int32_t sy[kWarpTile];
   for (int y = 0; y < circle.height; ++y) {
@@ -119,7 +119,7 @@ void Fold(const Circle& circle, const ColourCopy& copy) {
 /// Fills all four quarters from the mapping of one.
 class QuarterMap {
  public:
-  QuarterMap(const Circle& circle, const ColourCopy& copy) : circle_(circle), copy_(copy) {}
+  QuarterMap(const Circle& circle, ColourCopy& copy) : circle_(circle), copy_(copy) {}
 
   void Fill(CircleMapping mapping) const {
     CircleSamples samples;
@@ -186,11 +186,11 @@ class QuarterMap {
   }
 
   const Circle& circle_;
-  const ColourCopy& copy_;
+  ColourCopy& copy_;
   const CircleKernels& kernels_ = ActiveCircleKernels();
 };
 
-void FillPicture(const Circle& circle, const ColourCopy& copy) {
+void FillPicture(const Circle& circle, ColourCopy& copy) {
   const CircleKernels& kernels = ActiveCircleKernels();
   const CircleMapping mappings[] = {kernels.bulge, kernels.pinch, kernels.swirl, kernels.unwrap};
   const bool turns_little = std::fabs(circle.limit / circle.swirl) <= kLargestTurn;
@@ -217,7 +217,9 @@ result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha,
   if (!output) return kFail;
   const ImageView dest = output.View();
   if (dest.HasPixels()) {
-    FillPicture(Circle(source, mode, factor), ColourCopy(source, dest, opaque));
+    ColourCopy copy(source, dest, opaque);
+    FillPicture(Circle(source, mode, factor), copy);
+    copy.Finish();
   }
   output.AssignTo(image);
   return kOk;

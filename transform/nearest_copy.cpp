@@ -11,54 +11,7 @@
 namespace qel {
 namespace {
 
-/// Copies pixels of `kFrom` bytes as pixels of `kTo` bytes. Pixels of 3 bytes are loaded with the
-/// byte behind them, unless their offset tells that it lies past the row.
-template <int kFrom, int kTo, bool kOpaque>
-void CopyPixels(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
-                uint32_t outside) {
-  constexpr int kLoaded = kFrom == 3 ? 4 : kFrom;
-  const auto make_opaque = [](uint32_t pixel) {
-    if (!kOpaque || (kFrom == 4 && AlphaOf(pixel) == kOutsideMarker)) return pixel;
-    return WithAlpha(kFrom == 1 ? GreyColour(pixel) : pixel, 255);
-  };
-  const auto pixel_at = [&](size_t i) {
-    const int32_t offset = offsets[i];
-    if (offset < -kLargestOffset) [[unlikely]] {
-      if (kFrom != 3 || offset == kOutsideOffset) return outside;
-      uint32_t last = 0;
-      std::memcpy(&last, source + (int64_t{offset} + kNarrow), 3);
-      return make_opaque(last);
-    }
-    uint32_t pixel = 0;
-    std::memcpy(&pixel, source + offset, kLoaded);
-    return make_opaque(pixel);
-  };
-  // Four bytes are stored for three: the next pixel overwrites the last one.
-  constexpr int kStored = kTo == 3 ? 4 : kTo;
-  const size_t whole = kStored > kTo && count > 0 ? count - 1 : count;
-  for (size_t i = 0; i < whole; ++i) {
-    const uint32_t pixel = pixel_at(i);
-    std::memcpy(dest + kTo * i, &pixel, kStored);
-  }
-  for (size_t i = whole; i < count; ++i) {
-    const uint32_t pixel = pixel_at(i);
-    std::memcpy(dest + kTo * i, &pixel, kTo);
-  }
-}
-
-/// Pixels that are copied at once where they follow each other in the source too.
-constexpr size_t kRun = 64;
-
-bool IsRun(const int32_t* offsets, int32_t step) {
-  if (offsets[kRun - 1] != WrapAdd(offsets[0], (static_cast<int32_t>(kRun) - 1) * step)) {
-    return false;
-  }
-  uint32_t difference = 0;
-  for (size_t i = 1; i < kRun; ++i) {
-    difference |= static_cast<uint32_t>(WrapSubtract(offsets[i], offsets[i - 1]) ^ step);
-  }
-  return difference == 0;
-}
+static_assert(kKeptAlpha == kOutsideMarker);
 
 /// Bytes per pixel of the depths of pixel access that have whole ones, else 0.
 int AccessPixelBytes(int bit_count) {
@@ -72,25 +25,23 @@ bool HasSmallOffsets(const ImageView& source, int pixel_bytes) {
          kLargestOffset;
 }
 
-NearestCopy::CopyFunction NearestCopy::FunctionFor(const Depths& depths) {
-  if (depths.opaque) {
-    return depths.source_bytes == 1   ? &CopyPixels<1, 4, true>
-           : depths.source_bytes == 3 ? &CopyPixels<3, 4, true>
-           : depths.source_bytes == 4 ? &CopyPixels<4, 4, true>
-                                      : nullptr;
+CopyScattered NearestCopy::FunctionFor(const Depths& depths) {
+  const WarpKernels& kernels = ActiveWarpKernels();
+  switch (depths.source_bytes) {
+    case 1:
+      return depths.opaque ? kernels.copy1_opaque : kernels.copy1;
+    case 3:
+      return depths.opaque ? kernels.copy3_opaque : kernels.copy3;
+    case 4:
+      return depths.opaque ? kernels.copy4_opaque : kernels.copy4;
+    default:
+      return nullptr;
   }
-  return depths.source_bytes == 1   ? &CopyPixels<1, 1, false>
-         : depths.source_bytes == 3 ? &CopyPixels<3, 3, false>
-         : depths.source_bytes == 4 ? &CopyPixels<4, 4, false>
-                                    : nullptr;
 }
 
 NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int margin,
                          uint32_t outside)
-    : bits_(source.bits),
-      outside_(outside),
-      same_bytes_(!depths.opaque),
-      dest_bytes_(depths.opaque ? 4 : static_cast<size_t>(depths.source_bytes)) {
+    : bits_(source.bits), outside_(outside) {
   if (!source.HasPixels() || !HasSmallOffsets(source, depths.source_bytes)) return;
   const auto inner = [=](int size) { return size > 2 * margin ? size - 2 * margin : 0; };
   rule_ = {.left = margin,
@@ -103,23 +54,24 @@ NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int marg
   copy_ = FunctionFor(depths);
 }
 
-void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy,
-                             size_t count) const {
-  int32_t offsets[kWarpTile];
-  ActiveWarpKernels().offsets(offsets, sx, sy, count, rule_);
-  const auto pixel_bytes = static_cast<size_t>(rule_.pixel_bytes);
-  const auto starts_run = [&](size_t i) {
-    return same_bytes_ && i + kRun <= count && IsRun(offsets + i, rule_.pixel_bytes);
-  };
-  for (size_t i = 0; i < count;) {
-    const size_t single = i;
-    while (i < count && !starts_run(i)) i += kRun;
-    const size_t run = std::min(i, count);
-    copy_(dest + single * dest_bytes_, run - single, bits_, offsets + single, outside_);
-    for (; starts_run(i); i += kRun) {
-      std::memcpy(dest + i * pixel_bytes, bits_ + offsets[i], kRun * pixel_bytes);
-    }
+void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count) {
+  Tile& tile = tiles_[turn_];
+  ActiveWarpKernels().offsets(tile.offsets, sx, sy, count, rule_);
+  tile.dest = dest;
+  tile.count = count;
+  // Neighbours in a row come from different rows of the source, which the processor does not
+  // foresee.
+  constexpr size_t kPixelsPerFetch = 4;
+  for (size_t i = 0; i < count; i += kPixelsPerFetch) {
+    if (tile.offsets[i] >= -kLargestOffset) __builtin_prefetch(bits_ + tile.offsets[i]);
   }
+  turn_ = 1 - turn_;
+  Write(tiles_[turn_]);
+}
+
+void NearestCopy::Write(Tile& tile) {
+  if (tile.count > 0) copy_(tile.dest, tile.count, bits_, tile.offsets, outside_);
+  tile.count = 0;
 }
 
 ColourCopy::ColourCopy(const ImageView& source, const ImageView& dest, bool opaque)
@@ -128,8 +80,7 @@ ColourCopy::ColourCopy(const ImageView& source, const ImageView& dest, bool opaq
       opaque_(opaque),
       nearest_(source, {AccessPixelBytes(source.bit_count), opaque}, 0, OutsideColor(source)) {}
 
-void ColourCopy::operator()(int y, int x, const int32_t* sx, const int32_t* sy,
-                            size_t count) const {
+void ColourCopy::operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count) {
   if (nearest_) {
     const int64_t pixel_bytes = AccessPixelBytes(dest_.bit_count);
     nearest_(dest_.Row(y) + x * pixel_bytes, sx, sy, count);

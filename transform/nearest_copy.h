@@ -21,20 +21,27 @@ class NearestCopy {
   /// False when the depths or the image do not fit; nothing may be copied then.
   explicit operator bool() const { return copy_ != nullptr; }
 
-  /// Writes `count` pixels from positions (sx[i], sy[i]), at most `kWarpTile`.
-  void operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count) const;
+  /// Writes `count` pixels from positions (sx[i], sy[i]), at most `kWarpTile`, not later than the
+  /// next call or `Finish`: until then the memory brings their lines.
+  void operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count);
+  /// Writes what is not written yet.
+  void Finish() { Write(tiles_[1 - turn_]); }
 
  private:
-  using CopyFunction = void (*)(uint8_t* dest, size_t count, const uint8_t* source,
-                                const int32_t* offsets, uint32_t outside);
-  static CopyFunction FunctionFor(const Depths& depths);
+  struct Tile {
+    uint8_t* dest;
+    size_t count = 0;
+    int32_t offsets[kWarpTile];
+  };
+  static CopyScattered FunctionFor(const Depths& depths);
+  void Write(Tile& tile);
 
   const uint8_t* bits_ = nullptr;
   OffsetRule rule_{};
   uint32_t outside_ = 0;
-  bool same_bytes_;
-  size_t dest_bytes_;
-  CopyFunction copy_ = nullptr;
+  CopyScattered copy_ = nullptr;
+  Tile tiles_[2];
+  int turn_ = 0;  ///< the tile that is filled next; the other one may wait
 };
 
 /// True when every offset within the rows of `source` is within `kLargestOffset`.
@@ -48,8 +55,10 @@ class ColourCopy {
   /// the outside marker.
   ColourCopy(const ImageView& source, const ImageView& dest, bool opaque);
 
-  /// Writes `count` pixels, at most `kWarpTile`, of row `y` from column `x` on.
-  void operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count) const;
+  /// Writes `count` pixels, at most `kWarpTile`, of row `y` from column `x` on, not later than the
+  /// next call or `Finish`.
+  void operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count);
+  void Finish() { nearest_.Finish(); }
 
  private:
   ImageView source_;

@@ -63,7 +63,7 @@ class QuadRows {
     if (copy_ && blend_ && bytes_ == 4) blend_pixels_ = ActiveWarpKernels().blend4;
   }
 
-  void Fill(int row, const FixedWalk& walk) const {
+  void Fill(int row, const FixedWalk& walk) {
     const auto columns = static_cast<size_t>(dest_.Columns());
     uint8_t* const dest = dest_.Row(row);
     if (!blend_ && copy_) {
@@ -88,6 +88,7 @@ class QuadRows {
     });
     OneByOne(dest, last, columns, walk);
   }
+  void Finish() { copy_.Finish(); }
 
  private:
   template <typename Tile>
@@ -131,7 +132,7 @@ class QuadRows {
   const ImageView dest_;
   const int bytes_;
   const bool blend_;
-  const NearestCopy copy_;
+  NearestCopy copy_;
   decltype(WarpKernels::blend3) blend_pixels_ = nullptr;
 };
 
@@ -173,7 +174,7 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
     };
     FixedWalk left = start(top_left, StepsAlong(left_edge, rows));
     FixedWalk right = start(top_right, StepsAlong(right_edge, rows));
-    const QuadRows picture(view, dest, blend != 0);
+    QuadRows picture(view, dest, blend != 0);
     for (int y = 0; y < dest.height; ++y) {
       // Scan lines run between whole pixels.
       const auto whole = [](uint32_t v) { return static_cast<int32_t>(v) / kOne; };
@@ -186,6 +187,7 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
       left = From(left, 1);
       right = From(right, 1);
     }
+    picture.Finish();
   }
   output.Store(result);
   return kOk;

@@ -3,9 +3,117 @@
 #include "image/colour_vectors.h"
 #include "image/numeric.h"
 #include "transform/blend_pixel.h"
+#include "transform/word_pixels.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
+
+/// How scattered pixels of `kFrom` bytes are written.
+template <int kFromBytes, bool kMakeOpaque>
+struct Depths {
+  static constexpr int kFrom = kFromBytes;
+  static constexpr int kTo = kMakeOpaque ? 4 : kFrom;
+  /// Pixels of 3 bytes are loaded with the byte behind them.
+  static constexpr int kLoaded = kFrom == 3 ? 4 : kFrom;
+
+  static uint32_t Convert(uint32_t pixel) {
+    constexpr uint32_t kAlpha = 0xFF000000u;
+    constexpr uint32_t kMarker = uint32_t{kKeptAlpha} << 24;
+    if (!kMakeOpaque || (kFrom == 4 && (pixel & kAlpha) == kMarker)) return pixel;
+    return (kFrom == 1 ? pixel * 0x010101u : pixel) | kAlpha;
+  }
+};
+
+/// The pixel at an offset, in the low bytes of a word.
+template <typename Depth>
+uint32_t PixelAt(const uint8_t* source, int32_t offset, uint32_t outside) {
+  uint32_t pixel = 0;
+  if (offset >= -kLargestOffset) [[likely]] {
+    __builtin_memcpy(&pixel, source + offset, Depth::kLoaded);
+  } else if (Depth::kFrom != 3 || offset == kOutsideOffset) {
+    return outside;
+  } else {
+    __builtin_memcpy(&pixel, source + (int64_t{offset} + kNarrow), 3);
+  }
+  return Depth::Convert(pixel);
+}
+
+template <typename Depth>
+void CopySingly(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
+                uint32_t outside) {
+  constexpr int kTo = Depth::kTo;
+  // Four bytes are stored for three: the next pixel overwrites the last one.
+  constexpr size_t kStored = kTo == 3 ? 4 : kTo;
+  for (; count > 1; --count, ++offsets, dest += kTo) {
+    const uint32_t pixel = PixelAt<Depth>(source, *offsets, outside);
+    __builtin_memcpy(dest, &pixel, kStored);
+  }
+  if (count == 0) return;
+  const uint32_t pixel = PixelAt<Depth>(source, *offsets, outside);
+  __builtin_memcpy(dest, &pixel, kTo);
+}
+
+#ifdef QEL_LEVEL_avx512vbmi
+
+/// Words of `kBytes` bytes from four offsets.
+template <int kBytes>
+__m128i LoadFour(const uint8_t* source, const int32_t* offsets) {
+  const auto load = [&](size_t i) {
+    int32_t word = 0;
+    __builtin_memcpy(&word, source + offsets[i], kBytes);
+    return word;
+  };
+  const __m128i first = _mm_insert_epi32(_mm_cvtsi32_si128(load(0)), load(1), 1);
+  return _mm_insert_epi32(_mm_insert_epi32(first, load(2), 2), load(3), 3);
+}
+/// Words from sixteen offsets. Single loads come earlier than those of a gather instruction.
+template <int kBytes>
+__m512i LoadSixteen(const uint8_t* source, const int32_t* offsets) {
+  __m512i words = _mm512_castsi128_si512(LoadFour<kBytes>(source, offsets));
+  words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 4), 1);
+  words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 8), 2);
+  return _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 12), 3);
+}
+
+template <int kFrom>
+__m512i MakeOpaque(__m512i words) {
+  const __m512i alpha = _mm512_set1_epi32(static_cast<int32_t>(0xFF000000u));
+  if constexpr (kFrom == 4) {
+    const __m512i marker = _mm512_set1_epi32(kKeptAlpha << 24);
+    const __mmask16 unmarked = _mm512_cmpneq_epi32_mask(_mm512_and_si512(words, alpha), marker);
+    return _mm512_mask_or_epi32(words, unmarked, words, alpha);
+  }
+  if constexpr (kFrom == 1) words = _mm512_mullo_epi32(words, _mm512_set1_epi32(0x010101));
+  return _mm512_or_si512(words, alpha);
+}
+
+template <int kFrom, bool kOpaque>
+void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
+          uint32_t outside) {
+  using Depth = Depths<kFrom, kOpaque>;
+  const __m512i lowest = _mm512_set1_epi32(-kLargestOffset);
+  for (; count >= 16; count -= 16, offsets += 16, dest += 16 * Depth::kTo) {
+    const __mmask16 special = _mm512_cmplt_epi32_mask(_mm512_loadu_si512(offsets), lowest);
+    if (special != 0) {
+      CopySingly<Depth>(dest, 16, source, offsets, outside);
+      continue;
+    }
+    __m512i words = LoadSixteen<Depth::kLoaded>(source, offsets);
+    if constexpr (kOpaque) words = MakeOpaque<kFrom>(words);
+    StoreWords<Depth::kTo>(dest, words);
+  }
+  CopySingly<Depth>(dest, count, source, offsets, outside);
+}
+
+#else
+
+template <int kFrom, bool kOpaque>
+void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
+          uint32_t outside) {
+  CopySingly<Depths<kFrom, kOpaque>>(dest, count, source, offsets, outside);
+}
+
+#endif
 
 void Offsets(int32_t* __restrict offsets, const int32_t* __restrict sx,
              const int32_t* __restrict sy, size_t count, const OffsetRule& rule) {
@@ -176,6 +284,12 @@ void Blend(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* so
 
 extern const WarpKernels kWarpKernels;
 constinit const WarpKernels kWarpKernels = {
+    .copy1 = &Copy<1, false>,
+    .copy3 = &Copy<3, false>,
+    .copy4 = &Copy<4, false>,
+    .copy1_opaque = &Copy<1, true>,
+    .copy3_opaque = &Copy<3, true>,
+    .copy4_opaque = &Copy<4, true>,
     .offsets = &Offsets,
     .shear = &Shear,
     .walk = &Walk,

@@ -38,7 +38,19 @@ struct ShearRow {
   float y, shift_x, gain_y;
 };
 
+/// Pixels of 4 bytes with this alpha keep it when all others are made opaque.
+inline constexpr uint8_t kKeptAlpha = 1;
+
+/// Writes `count` pixels from these offsets in a source, or the outside colour. Pixels of 3 bytes
+/// are loaded with the byte behind them, unless their offset is lowered.
+using CopyScattered = void (*)(uint8_t* dest, size_t count, const uint8_t* source,
+                               const int32_t* offsets, uint32_t outside);
+
 struct WarpKernels {
+  /// Pixels of 1, 3 or 4 bytes as they are;
+  CopyScattered copy1, copy3, copy4;
+  /// the same as pixels of 4 bytes with alpha 255 but where it is `kKeptAlpha`.
+  CopyScattered copy1_opaque, copy3_opaque, copy4_opaque;
   /// offsets[i] of position (sx[i], sy[i]).
   void (*offsets)(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t count,
                   const OffsetRule& rule);
