@@ -191,13 +191,6 @@ bool Unwrap(const CircleRun& run, CircleSamples& samples) {
   });
 }
 
-void Fold(int32_t* sx, size_t count, int32_t first_x) {
-  for (size_t i = 0; i < count; ++i) {
-    const int32_t x = first_x + static_cast<int32_t>(i);
-    sx[i] = x - 16 + (x & 31);
-  }
-}
-
 void Place(int32_t* __restrict to, const int32_t* __restrict from, size_t count, int32_t centre,
            int32_t sign) {
   for (size_t i = 0; i < count; ++i) to[i] = WrapAdd(centre, WrapMultiply(sign, from[i]));
@@ -217,7 +210,6 @@ constinit const CircleKernels kCircleKernels = {
     .pinch = &Pinch,
     .swirl = &Swirl,
     .unwrap = &Unwrap,
-    .fold = &Fold,
     .place = &Place,
     .place_reversed = &PlaceReversed,
 };

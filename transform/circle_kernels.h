@@ -44,8 +44,6 @@ struct CircleKernels {
   CircleMapping pinch;
   CircleMapping swirl;
   CircleMapping unwrap;
-  /// Columns that are sampled by column `first_x` and those after it.
-  void (*fold)(int32_t* sx, size_t count, int32_t first_x);
   /// to[i] = centre + sign * from[i], `sign` being 1 or -1; the same from the last one back.
   void (*place)(int32_t* to, const int32_t* from, size_t count, int32_t centre, int32_t sign);
   void (*place_reversed)(int32_t* to, const int32_t* from, size_t count, int32_t centre,

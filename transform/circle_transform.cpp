@@ -1,11 +1,15 @@
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <vector>
 
 #include "image/numeric.h"
+#include "image/pixel_access.h"
 #include "module/result_image.h"
 #include "transform/circle_kernels.h"
 #include "transform/image_deform.h"
 #include "transform/nearest_copy.h"
+#include "transform/picker.h"
 
 namespace qel {
 namespace {
@@ -32,13 +36,16 @@ struct Circle {
     return static_cast<double>(std::sqrt(static_cast<float>(square)));
   }
 
+  /// Folding: the column that column `x` samples.
+  static int32_t FoldedColumn(int32_t x) { return WrapAdd(x - 16, x % 32); }
+
   /// Where pixel (x, y) samples the source.
   Sample At(int32_t x, int32_t y) const {
     const int32_t dx = cx - x;
     const int32_t dy = cy - y;
     const double d = Distance(dx, dy);
     if (!(d < limit)) return {-1, -1};
-    if (mode >= kCircleFold) return {WrapAdd(x - 16, x % 32), y};
+    if (mode >= kCircleFold) return {FoldedColumn(x), y};
     double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
     if (mode == kCircleUnwrap) {
       // Deliberate: the lower half circle falls on the same columns as the upper one.
@@ -97,6 +104,7 @@ int ReachOfRow(const Circle& circle, int dy) {
   return reach;
 }
 
+/// Folds pictures of any depth.
 void Fold(const Circle& circle, ColourCopy& copy) {
   int32_t sx[kWarpTile];
   int32_t sy[kWarpTile];
@@ -105,7 +113,7 @@ void Fold(const Circle& circle, ColourCopy& copy) {
     std::fill_n(sy, kWarpTile, y);
     for (int x = 0; x < circle.width;) {
       const int count = std::min(static_cast<int>(kWarpTile), circle.width - x);
-      ActiveCircleKernels().fold(sx, static_cast<size_t>(count), x);
+      for (int i = 0; i < count; ++i) sx[i] = Circle::FoldedColumn(x + i);
       // What is out of reach lies at both ends.
       const auto position = [&](int column) { return std::clamp(column - x, 0, count); };
       std::fill(sx, sx + position(circle.cx - reach + 1), -1);
@@ -113,6 +121,33 @@ void Fold(const Circle& circle, ColourCopy& copy) {
       copy(y, x, sx, sy, static_cast<size_t>(count));
       x += count;
     }
+  }
+}
+
+/// Folds pictures of whole bytes that keep their depth: all rows pick the same columns.
+void FoldRows(const Circle& circle, const ImageView& source, const ImageView& dest,
+              int pixel_bytes) {
+  std::vector<int64_t> offsets;
+  std::vector<int> missing;
+  for (int x = 0; x < circle.width; ++x) {
+    const int column = Circle::FoldedColumn(x);
+    const int inside = std::clamp(column, 0, circle.width - 1);
+    if (inside != column) missing.push_back(x);
+    offsets.push_back(int64_t{inside} * pixel_bytes);
+  }
+  const Picker picker(std::move(offsets), pixel_bytes, false);
+  const uint32_t outside = OutsideColor(source);
+  for (int y = 0; y < circle.height; ++y) {
+    picker.Pick(dest.Row(y), source.Row(y));
+    const auto put_outside = [&](int first, int end) {
+      for (int64_t x = first; x < end; ++x) {
+        std::memcpy(dest.Row(y) + x * pixel_bytes, &outside, static_cast<size_t>(pixel_bytes));
+      }
+    };
+    const int reach = ReachOfRow(circle, circle.cy - y);
+    put_outside(0, circle.cx - reach + 1);
+    put_outside(circle.cx + reach, circle.width);
+    for (const int x : missing) put_outside(x, x + 1);
   }
 }
 
@@ -190,17 +225,22 @@ class QuarterMap {
   const CircleKernels& kernels_ = ActiveCircleKernels();
 };
 
-void FillPicture(const Circle& circle, ColourCopy& copy) {
+void FillPicture(const Circle& circle, const ImageView& source, const ImageView& dest,
+                 bool opaque) {
+  ColourCopy copy(source, dest, opaque);
   const CircleKernels& kernels = ActiveCircleKernels();
   const CircleMapping mappings[] = {kernels.bulge, kernels.pinch, kernels.swirl, kernels.unwrap};
   const bool turns_little = std::fabs(circle.limit / circle.swirl) <= kLargestTurn;
   if (!circle.HasExactSquares() || (circle.mode == kCircleSwirl && !turns_little)) {
     MapEveryPixel(circle, copy);
   } else if (circle.mode >= kCircleFold) {
+    const int pixel_bytes = opaque ? 0 : AccessPixelBytes(source.bit_count);
+    if (source.HasPixels() && pixel_bytes > 0) return FoldRows(circle, source, dest, pixel_bytes);
     Fold(circle, copy);
   } else {
     QuarterMap(circle, copy).Fill(mappings[circle.mode]);
   }
+  copy.Finish();
 }
 
 }  // namespace
@@ -217,9 +257,7 @@ result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha,
   if (!output) return kFail;
   const ImageView dest = output.View();
   if (dest.HasPixels()) {
-    ColourCopy copy(source, dest, opaque);
-    FillPicture(Circle(source, mode, factor), copy);
-    copy.Finish();
+    FillPicture(Circle(source, mode, factor), source, dest, opaque);
   }
   output.AssignTo(image);
   return kOk;

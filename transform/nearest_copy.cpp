@@ -9,16 +9,12 @@
 #include "image/pixel_layout.h"
 
 namespace qel {
-namespace {
 
 static_assert(kKeptAlpha == kOutsideMarker);
 
-/// Bytes per pixel of the depths of pixel access that have whole ones, else 0.
 int AccessPixelBytes(int bit_count) {
   return bit_count >= 24 ? DirectPixelBytes(bit_count) : bit_count == 8 ? 1 : 0;
 }
-
-}  // namespace
 
 bool HasSmallOffsets(const ImageView& source, int pixel_bytes) {
   return std::abs(int64_t{source.stride}) * source.Rows() + pixel_bytes * source.Columns() <=

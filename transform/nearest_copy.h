@@ -44,6 +44,9 @@ class NearestCopy {
   int turn_ = 0;  ///< the tile that is filled next; the other one may wait
 };
 
+/// Bytes per pixel of the depths of pixel access that have whole ones, else 0.
+int AccessPixelBytes(int bit_count);
+
 /// True when every offset within the rows of `source` is within `kLargestOffset`.
 bool HasSmallOffsets(const ImageView& source, int pixel_bytes);
 

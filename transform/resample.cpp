@@ -10,7 +10,7 @@
 #include "image/pixel_layout.h"
 #include "module/result_image.h"
 #include "transform/image_transform.h"
-#include "transform/resample_kernels.h"
+#include "transform/picker.h"
 
 namespace qel {
 namespace {
@@ -42,48 +42,6 @@ int64_t RowOffset(int64_t y, const Scale& scale, int stride) {
 float SourceColumn(int64_t x, const Scale& scale) {
   return std::floor(static_cast<float>(x) * scale.x);
 }
-
-/// The pixels that every row of a destination picks from its source row. `offsets` do not fall.
-class Picker {
- public:
-  Picker(std::vector<int64_t> offsets, int pixel_bytes, bool keep_alpha)
-      : offsets_(std::move(offsets)),
-        blocks_((offsets_.size() * static_cast<size_t>(pixel_bytes) + 63) / 64),
-        pixel_bytes_(pixel_bytes),
-        keep_alpha_(keep_alpha) {
-    size_t at = 0;
-    for (const int64_t offset : offsets_) {
-      for (int byte = 0; byte < pixel_bytes; ++byte) AddByte(at++, offset, byte);
-    }
-  }
-
-  void Pick(uint8_t* dest, const uint8_t* source) const {
-    const ResampleKernels& kernels = ActiveResampleKernels();
-    const auto pick = pixel_bytes_ == 1   ? kernels.pick1
-                      : pixel_bytes_ == 2 ? kernels.pick2
-                      : pixel_bytes_ == 3 ? kernels.pick3
-                                          : kernels.pick4;
-    pick(dest, source, {offsets_.size(), offsets_.data(), blocks_.data(), keep_alpha_});
-  }
-
-  size_t RowBytes() const { return offsets_.size() * static_cast<size_t>(pixel_bytes_); }
-  const std::vector<int64_t>& offsets() const { return offsets_; }
-
- private:
-  void AddByte(size_t at, int64_t pixel, int byte) {
-    PickBlock& block = blocks_[at / 64];
-    if (at % 64 == 0) block = {pixel, 1, {}};
-    const int64_t distance = pixel + byte - block.base;
-    block.index[at % 64] = static_cast<uint8_t>(distance);
-    const bool far = block.span == 0 || distance > 255;
-    block.span = far ? 0 : std::max(block.span, static_cast<int32_t>(distance + 1));
-  }
-
-  std::vector<int64_t> offsets_;
-  std::vector<PickBlock> blocks_;
-  int pixel_bytes_;
-  bool keep_alpha_;
-};
 
 /// Writes the rows of `dest` by `write(row, offset)`, where `offset` is that of the source row;
 /// rows from the same source row are copied. Rows may overlap: below 8 bits they are written a byte

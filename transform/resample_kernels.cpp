@@ -203,6 +203,9 @@ inline __m512i LoadFirst(const uint8_t* bytes, int64_t count) {
 
 __m512i PickBytes(const uint8_t* source, const PickBlock& block) {
   const uint8_t* const from = source + block.base;
+  // The processor does not foresee loads under masks.
+  constexpr int64_t kAhead = 1024;
+  for (int64_t at = 0; at < block.span; at += 64) __builtin_prefetch(from + kAhead + at);
   const __m512i index = _mm512_loadu_si512(block.index);
   const __m512i part0 = LoadFirst(from, block.span);
   if (block.span <= 64) return _mm512_permutexvar_epi8(index, part0);
