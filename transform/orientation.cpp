@@ -37,6 +37,11 @@ PixelPlane PlaneFor(const ImageView& view, int pixel_bytes) {
   return {view.bits, pixel_bytes == 4 ? view.stride / 4 * 4 : view.stride};
 }
 
+/// Has the memory bring a row: rows that are not visited downwards are not foreseen.
+void Fetch(const uint8_t* row, int64_t bytes) {
+  for (int64_t at = 0; at < bytes; at += 64) __builtin_prefetch(row + at);
+}
+
 /// dest[x] = source[count - 1 - x] for pixels of any size.
 void ReverseAnySize(uint8_t* dest, const uint8_t* source, int64_t count, int pixel_bytes) {
   for (int64_t x = 0; x < count; ++x) {
@@ -124,7 +129,9 @@ result_t CQELImageTransform::Flip(IQEL* source, IQEL** result) {
     const int64_t bytes =
         std::min(std::abs(int64_t{view.stride}), std::abs(int64_t{flipped.stride}));
     for (int64_t y = 0; y < view.Rows(); ++y) {
-      std::memcpy(flipped.Row(y), view.Row(view.Rows() - 1 - y), static_cast<size_t>(bytes));
+      const int64_t from = view.Rows() - 1 - y;
+      if (from > 0) Fetch(view.Row(from - 1), bytes);
+      std::memcpy(flipped.Row(y), view.Row(from), static_cast<size_t>(bytes));
     }
   }
   return StoreIfWanted(output, result);
@@ -140,6 +147,7 @@ result_t CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
   const ReverseRow reverse = ReverseFor(ExactPixelBytes(view.bit_count));
   if (reverse != nullptr && view.HasPixels() && mirrored.HasPixels()) {
     for (int64_t y = 0; y < view.Rows(); ++y) {
+      if (y + 1 < view.Rows()) Fetch(view.Row(y + 1), view.Columns() * view.bit_count / 8);
       reverse(mirrored.Row(y), view.Row(y), static_cast<size_t>(view.Columns()));
     }
   }

@@ -138,14 +138,30 @@ void TransposeRectangle(uint8_t* dest, int64_t dest_stride, const uint8_t* sourc
 
 #endif
 
+/// Has the memory bring a rectangle, one that is going to be written when `kWrite` is 1.
+template <int kWrite>
+void Fetch(const uint8_t* first, int64_t stride, int64_t rows, int64_t bytes) {
+  for (; rows > 0; --rows, first += stride) {
+    for (int64_t at = 0; at < bytes; at += 64) __builtin_prefetch(first + at, kWrite);
+    __builtin_prefetch(first + bytes - 1, kWrite);
+  }
+}
+
 template <int kBytes>
 void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
                int64_t columns, int64_t rows) {
   for (int64_t x = 0; x < rows; x += kTileRows) {
+    const int64_t tile_rows = Smaller(rows - x, kTileRows);
     for (int64_t y = 0; y < columns; y += kTileColumns) {
-      TransposeRectangle<kBytes>(dest + y * dest_stride + x * kBytes, dest_stride,
-                                 source + x * source_stride + y * kBytes, source_stride,
-                                 Smaller(columns - y, kTileColumns), Smaller(rows - x, kTileRows));
+      uint8_t* const to = dest + y * dest_stride + x * kBytes;
+      const uint8_t* const from = source + x * source_stride + y * kBytes;
+      const int64_t ahead = Smaller(columns - y - kTileColumns, kTileColumns);
+      // The processor foresees rows, but not tiles.
+      Fetch<1>(to + kTileColumns * dest_stride, dest_stride, ahead, tile_rows * kBytes);
+      if (ahead > 0)
+        Fetch<0>(from + kTileColumns * kBytes, source_stride, tile_rows, ahead * kBytes);
+      TransposeRectangle<kBytes>(to, dest_stride, from, source_stride,
+                                 Smaller(columns - y, kTileColumns), tile_rows);
     }
   }
 }

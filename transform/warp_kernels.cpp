@@ -55,26 +55,6 @@ void CopySingly(uint8_t* dest, size_t count, const uint8_t* source, const int32_
 
 #ifdef QEL_LEVEL_avx512vbmi
 
-/// Words of `kBytes` bytes from four offsets.
-template <int kBytes>
-__m128i LoadFour(const uint8_t* source, const int32_t* offsets) {
-  const auto load = [&](size_t i) {
-    int32_t word = 0;
-    __builtin_memcpy(&word, source + offsets[i], kBytes);
-    return word;
-  };
-  const __m128i first = _mm_insert_epi32(_mm_cvtsi32_si128(load(0)), load(1), 1);
-  return _mm_insert_epi32(_mm_insert_epi32(first, load(2), 2), load(3), 3);
-}
-/// Words from sixteen offsets. Single loads come earlier than those of a gather instruction.
-template <int kBytes>
-__m512i LoadSixteen(const uint8_t* source, const int32_t* offsets) {
-  __m512i words = _mm512_castsi128_si512(LoadFour<kBytes>(source, offsets));
-  words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 4), 1);
-  words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 8), 2);
-  return _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 12), 3);
-}
-
 template <int kFrom>
 __m512i MakeOpaque(__m512i words) {
   const __m512i alpha = _mm512_set1_epi32(static_cast<int32_t>(0xFF000000u));

@@ -18,6 +18,27 @@ constexpr __mmask64 FirstBytes(size_t count) {
   return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
 }
 
+/// Words of `kBytes` bytes at four offsets.
+template <int kBytes>
+inline __m128i LoadFour(const uint8_t* source, const int32_t* offsets) {
+  const auto load = [&](size_t i) {
+    int32_t word = 0;
+    __builtin_memcpy(&word, source + offsets[i], kBytes);
+    return word;
+  };
+  const __m128i first = _mm_insert_epi32(_mm_cvtsi32_si128(load(0)), load(1), 1);
+  return _mm_insert_epi32(_mm_insert_epi32(first, load(2), 2), load(3), 3);
+}
+/// Words of `kBytes` bytes at sixteen offsets. Loads of their own start earlier than those of a
+/// gather instruction.
+template <int kBytes>
+inline __m512i LoadSixteen(const uint8_t* source, const int32_t* offsets) {
+  __m512i words = _mm512_castsi128_si512(LoadFour<kBytes>(source, offsets));
+  words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 4), 1);
+  words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 8), 2);
+  return _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 12), 3);
+}
+
 /// Pixels of 3 bytes as words; the fourth byte is not defined.
 inline __m512i LoadWords3(const uint8_t* pixels) {
   alignas(64) static constexpr uint8_t kOrder[64] = {
