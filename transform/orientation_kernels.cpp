@@ -173,28 +173,52 @@ void ReversePixels(uint8_t* __restrict dest, const uint8_t* __restrict source, s
   }
 }
 
-template <int kBytes>
-void SwapPixelEnds(uint8_t* row, size_t count) {
+void SwapEndsSingly(uint8_t* row, size_t count) {
   for (size_t x = 0; x < count; ++x) {
-    uint8_t* const pixel = row + x * kBytes;
+    uint8_t* const pixel = row + x * 3;
     const uint8_t first = pixel[0];
     pixel[0] = pixel[2];
     pixel[2] = first;
   }
 }
 
-template <int kBytes>
-void ExchangePixels(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count) {
+void ExchangeSingly(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count) {
+  SwapEndsSingly(top, count);
+  SwapEndsSingly(bottom, count);
+  for (size_t i = 0; i < 3 * count; ++i) {
+    const uint8_t upper = top[i];
+    top[i] = bottom[i];
+    bottom[i] = upper;
+  }
+}
+
+// Pixels of 4 bytes are words: the vectoriser makes little of their single bytes.
+
+inline uint32_t LoadWord(const uint8_t* pixel) {
+  uint32_t word;
+  __builtin_memcpy(&word, pixel, 4);
+  return word;
+}
+inline uint32_t WithSwappedEnds(uint32_t word) {
+  return (word & 0xFF00FF00u) | (word >> 16 & 0xFFu) | (word & 0xFFu) << 16;
+}
+
+void SwapEnds4(uint8_t* row, size_t count) {
   for (size_t x = 0; x < count; ++x) {
-    uint8_t* const upper = top + x * kBytes;
-    uint8_t* const lower = bottom + x * kBytes;
-    const uint8_t old[3] = {upper[0], upper[1], upper[2]};
-    upper[0] = lower[2];
-    upper[1] = lower[1];
-    upper[2] = lower[0];
-    lower[0] = old[2];
-    lower[1] = old[1];
-    lower[2] = old[0];
+    const uint32_t word = WithSwappedEnds(LoadWord(row + 4 * x));
+    __builtin_memcpy(row + 4 * x, &word, 4);
+  }
+}
+
+void Exchange4(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count) {
+  constexpr uint32_t kAlpha = 0xFF000000u;
+  for (size_t x = 0; x < count; ++x) {
+    const uint32_t upper = LoadWord(top + 4 * x);
+    const uint32_t lower = LoadWord(bottom + 4 * x);
+    const uint32_t to_top = (WithSwappedEnds(lower) & ~kAlpha) | (upper & kAlpha);
+    const uint32_t to_bottom = (WithSwappedEnds(upper) & ~kAlpha) | (lower & kAlpha);
+    __builtin_memcpy(top + 4 * x, &to_top, 4);
+    __builtin_memcpy(bottom + 4 * x, &to_bottom, 4);
   }
 }
 
@@ -242,7 +266,7 @@ void SwapEnds3(uint8_t* row, size_t count) {
     StorePixels<3>(row, swapped);
     row += 3 * kVectorBytes;
   }
-  SwapPixelEnds<3>(row, count);
+  SwapEndsSingly(row, count);
 }
 
 void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
@@ -258,7 +282,7 @@ void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
     top += 3 * kVectorBytes;
     bottom += 3 * kVectorBytes;
   }
-  ExchangePixels<3>(top, bottom, count);
+  ExchangeSingly(top, bottom, count);
 }
 
 #else
@@ -267,10 +291,8 @@ template <int kBytes>
 void Reverse(uint8_t* dest, const uint8_t* source, size_t count) {
   ReversePixels<kBytes>(dest, source, count);
 }
-void SwapEnds3(uint8_t* row, size_t count) { SwapPixelEnds<3>(row, count); }
-void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
-  ExchangePixels<3>(top, bottom, count);
-}
+void SwapEnds3(uint8_t* row, size_t count) { SwapEndsSingly(row, count); }
+void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) { ExchangeSingly(top, bottom, count); }
 
 #endif
 
@@ -282,9 +304,9 @@ constinit const OrientationKernels kOrientationKernels = {
     .reverse3 = &Reverse<3>,
     .reverse4 = &Reverse<4>,
     .swap_ends3 = &SwapEnds3,
-    .swap_ends4 = &SwapPixelEnds<4>,
+    .swap_ends4 = &SwapEnds4,
     .exchange3 = &Exchange3,
-    .exchange4 = &ExchangePixels<4>,
+    .exchange4 = &Exchange4,
     .transpose1 = &Transpose<1>,
     .transpose3 = &Transpose<3>,
     .transpose4 = &Transpose<4>,
