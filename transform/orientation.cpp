@@ -4,6 +4,7 @@
 
 #include "image/pixel_layout.h"
 #include "module/result_image.h"
+#include "transform/fetch.h"
 #include "transform/image_transform.h"
 #include "transform/orientation_kernels.h"
 
@@ -35,11 +36,6 @@ struct PixelPlane {
 // of 4 loses its rest.
 PixelPlane PlaneFor(const ImageView& view, int pixel_bytes) {
   return {view.bits, pixel_bytes == 4 ? view.stride / 4 * 4 : view.stride};
-}
-
-/// Has the memory bring a row: rows that are not visited downwards are not foreseen.
-void Fetch(const uint8_t* row, int64_t bytes) {
-  for (int64_t at = 0; at < bytes; at += 64) __builtin_prefetch(row + at);
 }
 
 /// dest[x] = source[count - 1 - x] for pixels of any size.

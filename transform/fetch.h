@@ -1,0 +1,16 @@
+#ifndef QEL_TRANSFORM_FETCH_H_
+#define QEL_TRANSFORM_FETCH_H_
+
+#include <cstdint>
+
+namespace qel {
+
+/// Has the memory bring bytes that are soon read: the processor foresees little more than walks
+/// through one row after the other.
+inline void Fetch(const uint8_t* first, int64_t bytes) {
+  for (int64_t at = 0; at < bytes; at += 64) __builtin_prefetch(first + at);
+}
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_FETCH_H_
