@@ -244,7 +244,8 @@ class TileInterpolator {
     }
     tile_.taps = taps_;
     tile_.channels = channels_;
-    tile_.columns = taps_ == kMaxTaps ? kMaxTileColumns / 4 : kMaxTileColumns;
+    // Planes of all slots together fit the innermost cache.
+    tile_.columns = taps_ == kMaxTaps && channels_ > 1 ? kMaxTileColumns / 4 : kMaxTileColumns;
     plane_size_ = taps_ * channels_ * tile_.columns;
     planes_.resize((kSlots + 1) * plane_size_ + kAlignment);
     for (size_t x = 0; x < columns_.size(); x += tile_.columns) RunTile(x);
@@ -256,6 +257,8 @@ class TileInterpolator {
   static constexpr int kSlots = 16;
   static constexpr size_t kAlignment = 16;
   static constexpr int64_t kNoRow = -1;
+  /// Rows of a tile that the memory brings in advance.
+  static constexpr int kRowsAhead = 8;
 
   /// One destination row: where its taps are.
   struct TapRow {
@@ -275,7 +278,6 @@ class TileInterpolator {
     const uint8_t outside[] = {BlueOf(outside_), GreenOf(outside_), RedOf(outside_),
                                AlphaOf(outside_)};
     std::copy(std::begin(outside), std::end(outside), tile_.outside);
-    tile_.all_inside = true;
     for (size_t i = 0; i < tile_.columns; ++i) {
       // The last tile repeats its last column.
       const float position = columns_[std::min(first + i, columns_.size() - 1)];
@@ -287,12 +289,18 @@ class TileInterpolator {
         const bool inside = column >= 0 && column < source_.width;
         tile_.offsets[tap][i] = inside ? column * static_cast<int64_t>(channels_) : -1;
         tile_.weights[tap][i] = weights[tap];
-        tile_.all_inside = tile_.all_inside && inside;
       }
       // 4 by 4 samples have alpha only where no tap is outside; 12 by 12 samples everywhere.
       const bool with_alpha = taps_ == kMaxTaps || window_.Inside(origin, source_.width);
       tile_.alpha_mask[i] = with_alpha ? 255 : 0;
     }
+    const auto clamped = [&](size_t i, int tap) {
+      const int64_t column = int64_t{TapOrigin(columns_[i])} + window_.first + tap;
+      return std::clamp<int64_t>(column, 0, source_.width - 1) * static_cast<int64_t>(channels_);
+    };
+    const size_t last = std::min(first + tile_.columns, columns_.size()) - 1;
+    first_byte_ = clamped(first, 0);
+    read_bytes_ = clamped(last, window_.count - 1) - first_byte_ + static_cast<int64_t>(channels_);
   }
 
   /// Where the planes of a slot begin, at a whole vector.
@@ -306,6 +314,9 @@ class TileInterpolator {
     if (row < 0 || row >= source_.height) return PlanesOf(kSlots);
     const auto slot = static_cast<size_t>(row) % kSlots;
     if (plane_rows_[slot] != row) {
+      if (row + kRowsAhead < source_.height) {
+        Fetch(source_.Row(row + kRowsAhead) + first_byte_, read_bytes_);
+      }
       ActiveResampleKernels().gather(PlanesOf(slot), source_.Row(row), tile_);
       plane_rows_[slot] = row;
     }
@@ -315,6 +326,10 @@ class TileInterpolator {
   BlendRow RowOf(size_t y, size_t first_column) {
     BlendRow row;
     row.dest = dest_.Row(static_cast<int64_t>(y)) + first_column * channels_;
+    if (y + kRowsAhead < rows_.size()) {
+      FetchForWriting(row.dest + kRowsAhead * dest_.stride,
+                      static_cast<int64_t>(tile_.columns * channels_));
+    }
     for (size_t j = 0; j < taps_; ++j) {
       row.planes[j] = RowPlanes(rows_[y].first + static_cast<int64_t>(j));
     }
@@ -356,6 +371,8 @@ class TileInterpolator {
   std::vector<TapRow> rows_;
   std::vector<float> row_weights_;
   TileTaps tile_;
+  int64_t first_byte_ = 0;  // of those in a source row that the tile reads
+  int64_t read_bytes_ = 0;
   size_t plane_size_ = 0;
   std::vector<float> planes_;  // of the rows in the slots, then of a row that is outside
   int64_t plane_rows_[kSlots];

@@ -169,25 +169,35 @@ inline __m512i ToRegister(Ints words) { return reinterpret_cast<__m512i>(words);
 inline Ints ToRegister(Ints words) { return words; }
 #endif
 
-/// Adds the taps of `kLanes` columns from column `x` on for two rows: rows outer, columns inner,
-/// weights multiplied with each other first. Two rows at a time because the additions of one fill
-/// the waits of the other.
+/// Vectors of columns that are summed at a time: each has one sum per channel in each of two rows,
+/// and the additions of one fill the waits of the others.
+template <size_t kChannels>
+constexpr size_t kVectors = kChannels == 1 ? 4 : 1;
+
+/// Sums of one row.
+template <size_t kChannels>
+struct RowSums {
+  Floats of[kVectors<kChannels>][kChannels] = {};
+};
+
+/// Adds the taps of the columns from column `x` on for two rows: rows outer, columns inner, weights
+/// multiplied with each other first.
 template <size_t kTaps, size_t kChannels>
-inline void SumTaps(Floats (&upper_sums)[kChannels], Floats (&lower_sums)[kChannels],
+inline void SumTaps(RowSums<kChannels>& upper_sums, RowSums<kChannels>& lower_sums,
                     const BlendRow& upper, const BlendRow& lower, const TileTaps& tile, size_t x) {
   const size_t columns = tile.columns;
-  for (size_t c = 0; c < kChannels; ++c) upper_sums[c] = lower_sums[c] = Floats{};
   for (size_t j = 0; j < kTaps; ++j) {
-    const float* const upper_planes = upper.planes[j] + x;
-    const float* const lower_planes = lower.planes[j] + x;
     for (size_t i = 0; i < kTaps; ++i) {
-      const Floats column_weight = Load(tile.weights[i] + x);
-      const Floats upper_weight = column_weight * upper.weights[j];
-      const Floats lower_weight = column_weight * lower.weights[j];
-      for (size_t c = 0; c < kChannels; ++c) {
-        const size_t at = (i * kChannels + c) * columns;
-        upper_sums[c] += upper_weight * Load(upper_planes + at);
-        lower_sums[c] += lower_weight * Load(lower_planes + at);
+      for (size_t v = 0; v < kVectors<kChannels>; ++v) {
+        const size_t first = x + v * kLanes;
+        const Floats column_weight = Load(tile.weights[i] + first);
+        const Floats upper_weight = column_weight * upper.weights[j];
+        const Floats lower_weight = column_weight * lower.weights[j];
+        for (size_t c = 0; c < kChannels; ++c) {
+          const size_t at = (i * kChannels + c) * columns + first;
+          upper_sums.of[v][c] += upper_weight * Load(upper.planes[j] + at);
+          lower_sums.of[v][c] += lower_weight * Load(lower.planes[j] + at);
+        }
       }
     }
   }
@@ -248,14 +258,11 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
 }
 
 void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
-  if (!tile.all_inside) {
-    GatherSingly(planes, row, tile, 0, tile.columns);
-    return;
-  }
   for (size_t x = 0; x < tile.columns; x += 16) {
     const int64_t base = tile.offsets[0][x];
-    const int64_t end = tile.offsets[tile.taps - 1][x + 15] + static_cast<int64_t>(tile.channels);
-    if (end - base > 128) {
+    const int64_t last = tile.offsets[tile.taps - 1][x + 15];
+    const int64_t end = last + static_cast<int64_t>(tile.channels);
+    if (base < 0 || last < 0 || end - base > 128) {
       GatherSingly(planes, row, tile, x, x + 16);
       continue;
     }
@@ -301,8 +308,8 @@ inline void StoreWords(uint8_t* dest, Ints colours, size_t count) {
 
 /// Stores the sums of `kLanes` columns from column `x` on.
 template <size_t kChannels>
-inline void StoreSums(const BlendRow& row, const Floats (&sums)[kChannels], const TileTaps& tile,
-                      size_t x, size_t count) {
+inline void StoreVector(const BlendRow& row, const Floats (&sums)[kChannels], const TileTaps& tile,
+                        size_t x, size_t count) {
   Ints colours = Bytes(sums[0]);
   for (size_t c = 1; c < kChannels && c < 3; ++c) colours |= Bytes(sums[c]) << (8 * c);
   if constexpr (kChannels == 4) {
@@ -312,13 +319,20 @@ inline void StoreSums(const BlendRow& row, const Floats (&sums)[kChannels], cons
   }
   StoreWords<static_cast<int>(kChannels)>(row.dest + x * kChannels, ToRegister(colours), count - x);
 }
+template <size_t kChannels>
+inline void StoreSums(const BlendRow& row, const RowSums<kChannels>& sums, const TileTaps& tile,
+                      size_t x, size_t count) {
+  for (size_t v = 0; v < kVectors<kChannels> && x < count; ++v, x += kLanes) {
+    StoreVector<kChannels>(row, sums.of[v], tile, x, count);
+  }
+}
 
 template <size_t kTaps, size_t kChannels>
 void BlendColumns(const BlendRow& upper, const BlendRow& lower, const TileTaps& tile,
                   size_t count) {
-  for (size_t x = 0; x < count; x += kLanes) {
-    Floats upper_sums[kChannels];
-    Floats lower_sums[kChannels];
+  for (size_t x = 0; x < count; x += kVectors<kChannels> * kLanes) {
+    RowSums<kChannels> upper_sums;
+    RowSums<kChannels> lower_sums;
     SumTaps<kTaps, kChannels>(upper_sums, lower_sums, upper, lower, tile, x);
     StoreSums<kChannels>(upper, upper_sums, tile, x, count);
     StoreSums<kChannels>(lower, lower_sums, tile, x, count);
