@@ -1,5 +1,7 @@
 #include "transform/rotate_kernels.h"
 
+#include <utility>
+
 #include "image/kernel_polynomials.h"
 #include "transform/word_pixels.h"
 
@@ -71,164 +73,175 @@ constexpr size_t kLanes = 16;
 #endif
 typedef float Floats __attribute__((vector_size(4 * kLanes)));
 typedef int32_t Ints __attribute__((vector_size(4 * kLanes)));
-constexpr size_t kPositions = kLanes / 4;
 
-/// Each of the first `kPositions` numbers four times.
-inline Floats FourOfEach(const float* numbers) {
-#if QEL_HAS_AVX512
-  const __m512i order = _mm512_set_epi32(3, 3, 3, 3, 2, 2, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0);
-  return _mm512_permutexvar_ps(order, _mm512_castps128_ps512(_mm_loadu_ps(numbers)));
-#else
-  Floats repeated;
-  for (size_t lane = 0; lane < kLanes; ++lane) repeated[lane] = numbers[lane / 4];
-  return repeated;
-#endif
+/// Place of tap 0 of a point among weights; the other taps follow at distances of `kWeightGroup`.
+constexpr size_t WeightPlace(size_t point, size_t taps) {
+  return point / kWeightGroup * kWeightGroup * taps + point % kWeightGroup;
 }
 
-/// Four weights for each position.
 template <typename Kernel>
 void Weights(float* weights, const float* positions, size_t count) {
-  Ints taps;
-  for (size_t lane = 0; lane < kLanes; ++lane) taps[lane] = static_cast<int32_t>(lane % 4) - 1;
-  for (size_t i = 0; i < RoundUp(count); i += kPositions) {
-    const Floats position = FourOfEach(positions + i);
-    const Ints tap = __builtin_convertvector(position, Ints) + taps;
-    const Floats weight = Kernel::Weight(__builtin_convertvector(tap, Floats) - position);
-    __builtin_memcpy(weights + 4 * i, &weight, sizeof(weight));
+  for (size_t i = 0; i < RoundUp(count); i += kLanes) {
+    Floats position;
+    __builtin_memcpy(&position, positions + i, sizeof(position));
+    const Ints origin = __builtin_convertvector(position, Ints);
+    float* const first = weights + WeightPlace(i, 4);
+    for (int tap = 0; tap < 4; ++tap) {
+      const Ints column = origin + (tap - 1);
+      const Floats weight = Kernel::Weight(__builtin_convertvector(column, Floats) - position);
+      __builtin_memcpy(first + static_cast<size_t>(tap) * kWeightGroup, &weight, sizeof(weight));
+    }
   }
 }
 
 #if QEL_HAS_AVX512
 
-/// 16 bytes from each of four addresses.
-inline __m512i LoadQuads(const uint8_t* const (&from)[4], int64_t offset) {
-  const auto load = [&](int k) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from[k] + offset));
+/// words[k] = word k of sixteen bytes from each of sixteen addresses.
+template <typename AddressOf>
+inline void LoadWordColumns(__m512i (&words)[4], AddressOf address_of) {
+  const auto load = [&](size_t k) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(address_of(k)));
   };
-  __m512i quads = _mm512_castsi128_si512(load(0));
-  quads = _mm512_inserti32x4(quads, load(1), 1);
-  quads = _mm512_inserti32x4(quads, load(2), 2);
-  return _mm512_inserti32x4(quads, load(3), 3);
-}
-/// The same with 4 bytes from each, the rest being 0.
-inline __m512i LoadWords(const uint8_t* const (&from)[4], int64_t offset) {
-  const auto load = [&](int k) {
-    int32_t word;
-    __builtin_memcpy(&word, from[k] + offset, 4);
-    return _mm_cvtsi32_si128(word);
+  const auto load_four = [&](size_t k) {
+    __m512i four = _mm512_castsi128_si512(load(k));
+    four = _mm512_inserti32x4(four, load(k + 4), 1);
+    four = _mm512_inserti32x4(four, load(k + 8), 2);
+    return _mm512_inserti32x4(four, load(k + 12), 3);
   };
-  __m512i words = _mm512_zextsi128_si512(load(0));
-  words = _mm512_inserti32x4(words, load(1), 1);
-  words = _mm512_inserti32x4(words, load(2), 2);
-  return _mm512_inserti32x4(words, load(3), 3);
-}
-template <int kBytes>
-inline __m512i LoadTaps(const uint8_t* const (&from)[4], int64_t offset) {
-  if constexpr (kBytes == 1) return LoadWords(from, offset);
-  return LoadQuads(from, offset);
-}
-
-/// Shuffle that spreads the bytes of tap `tap` over the words of each pixel, the rest being 0.
-template <int kBytes>
-inline __m512i SpreadTap(int tap) {
-  alignas(64) uint8_t order[64];
-  for (int j = 0; j < 64; ++j) {
-    order[j] =
-        static_cast<uint8_t>(j % 4 == 0 && j / 4 % 4 < kBytes ? tap * kBytes + j / 4 % 4 : 0x80);
-  }
-  return _mm512_load_si512(order);
+  const __m512i a = load_four(0);
+  const __m512i b = load_four(1);
+  const __m512i c = load_four(2);
+  const __m512i d = load_four(3);
+  const __m512i ab = _mm512_unpacklo_epi32(a, b);
+  const __m512i cd = _mm512_unpacklo_epi32(c, d);
+  words[0] = _mm512_unpacklo_epi64(ab, cd);
+  words[1] = _mm512_unpackhi_epi64(ab, cd);
+  const __m512i ab_high = _mm512_unpackhi_epi32(a, b);
+  const __m512i cd_high = _mm512_unpackhi_epi32(c, d);
+  words[2] = _mm512_unpacklo_epi64(ab_high, cd_high);
+  words[3] = _mm512_unpackhi_epi64(ab_high, cd_high);
 }
 
-/// Copies number `kAt` of each pixel's four to all of them.
-template <int kAt>
-inline __m512 Repeat(__m512 values) {
-  return _mm512_permute_ps(values, kAt * 0x55);
-}
-
-/// Four pixels side by side, their channels in the four words of each part.
-template <int kBytes, int kTaps>
-struct PixelQuad {
-  static constexpr int kGroups = kTaps / 4;
-
-  const uint8_t* from[4];
-  __m512 wx[kGroups];
-  __m512 wy[kGroups];
-  __m512 sum = _mm512_setzero_ps();
-
-  PixelQuad(const SampleSource& source, const int32_t* offsets, const SampleWeights& weights,
-            size_t first) {
-    for (size_t k = 0; k < 4; ++k) from[k] = source.bits + offsets[first + k];
-    for (int g = 0; g < kGroups; ++g) {
-      wx[g] = LoadWeights(weights.x + first * kTaps + 4 * g);
-      wy[g] = LoadWeights(weights.y + first * kTaps + 4 * g);
+void SpreadWeights(float* weights, const float* const* entries, size_t taps, size_t count) {
+  for (size_t i = 0; i < RoundUp(count); i += kWeightGroup) {
+    for (size_t tap = 0; tap < taps; tap += 4) {
+      __m512i words[4];
+      LoadWordColumns(words, [&](size_t k) { return entries[i + k] + tap; });
+      float* const first = weights + WeightPlace(i, taps) + tap * kWeightGroup;
+      for (size_t k = 0; k < 4; ++k) _mm512_storeu_si512(first + k * kWeightGroup, words[k]);
     }
   }
+}
 
-  static __m512 LoadWeights(const float* weights) {
-    __m512 quad = _mm512_castps128_ps512(_mm_loadu_ps(weights));
-    quad = _mm512_insertf32x4(quad, _mm_loadu_ps(weights + kTaps), 1);
-    quad = _mm512_insertf32x4(quad, _mm_loadu_ps(weights + 2 * kTaps), 2);
-    return _mm512_insertf32x4(quad, _mm_loadu_ps(weights + 3 * kTaps), 3);
+/// Byte `kByte` of every word as a number.
+template <int kByte>
+inline __m512 ByteOfWords(__m512i words) {
+  if constexpr (kByte == 0) {
+    return _mm512_cvtepi32_ps(_mm512_and_si512(words, _mm512_set1_epi32(0xFF)));
+  } else if constexpr (kByte == 3) {
+    return _mm512_cvtepi32_ps(_mm512_srli_epi32(words, 24));
+  } else {
+    const __m128i order = _mm_setr_epi8(kByte, -1, -1, -1, kByte + 4, -1, -1, -1, kByte + 8, -1, -1,
+                                        -1, kByte + 12, -1, -1, -1);
+    return _mm512_cvtepi32_ps(_mm512_shuffle_epi8(words, _mm512_broadcast_i32x4(order)));
+  }
+}
+
+/// The sums of sixteen pixels, one vector per channel.
+template <int kBytes, int kTaps>
+struct PixelGroup {
+  const uint8_t* bits;
+  const int32_t* offsets;  ///< of the first tap of each pixel
+  const float* wx;
+  const float* wy;
+  __m512 sums[kBytes] = {};
+
+  /// Adds four taps of a row, whose bytes start with `words`.
+  template <int... kAt>
+  void AddTaps(const __m512i* words, const float* column_weights, __m512 row_weight,
+               std::integer_sequence<int, kAt...>) {
+    __m512 weight;
+    const auto add = [&](int at, __m512 channel) {
+      if (at % kBytes == 0) {
+        const float* const column = column_weights + at / kBytes * kWeightGroup;
+        weight = _mm512_mul_ps(_mm512_loadu_ps(column), row_weight);
+      }
+      __m512& sum = sums[at % kBytes];
+      sum = _mm512_add_ps(sum, _mm512_mul_ps(weight, channel));
+    };
+    (add(kAt, ByteOfWords<kAt % 4>(words[kAt / 4])), ...);
   }
 
-  template <int kAt>
-  void AddTap(__m512i taps, __m512 weights, __m512i spread) {
-    const __m512 channels = _mm512_cvtepi32_ps(_mm512_shuffle_epi8(taps, spread));
-    sum = _mm512_add_ps(sum, _mm512_mul_ps(Repeat<kAt>(weights), channels));
-  }
-
-  /// Adds one row of taps with weight `row_weight`.
-  void AddRow(int64_t offset, __m512 row_weight, const __m512i (&spread)[4]) {
-    for (int g = 0; g < kGroups; ++g) {
-      const __m512i taps = LoadTaps<kBytes>(from, offset + 4 * g * kBytes);
-      const __m512 weights = _mm512_mul_ps(wx[g], row_weight);
-      AddTap<0>(taps, weights, spread[0]);
-      AddTap<1>(taps, weights, spread[1]);
-      AddTap<2>(taps, weights, spread[2]);
-      AddTap<3>(taps, weights, spread[3]);
+  /// Adds row `row` of the taps, which lies `distance` bytes behind the first one.
+  void AddRow(size_t row, int64_t distance) {
+    const __m512 row_weight = _mm512_loadu_ps(wy + row * kWeightGroup);
+    const auto load = [&](__m512i(&words)[4], int64_t at) {
+      LoadWordColumns(words, [&](size_t k) { return bits + offsets[k] + distance + at; });
+    };
+    constexpr auto kFourTaps = std::make_integer_sequence<int, 4 * kBytes>();
+    __m512i words[4];
+    if constexpr (kBytes == 1 && kTaps == 4) {
+      words[0] = _mm512_i32gather_epi32(_mm512_loadu_si512(offsets), bits + distance, 1);
+    } else {
+      load(words, 0);
+    }
+    for (int tap = 0; tap < kTaps; tap += 4) {
+      if (kBytes > 1 && tap > 0) load(words, tap * kBytes);
+      AddTaps(kBytes > 1 ? words : words + tap / 4, wx + tap * kWeightGroup, row_weight, kFourTaps);
     }
   }
 
   void Store(uint32_t* colours) const {
-    const __m512 clamped =
-        _mm512_max_ps(_mm512_min_ps(sum, _mm512_set1_ps(255.0f)), _mm512_setzero_ps());
-    const __m128i packed = _mm512_cvtepi32_epi8(_mm512_cvttps_epi32(clamped));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(colours), packed);
+    const auto byte = [](__m512 sum) {
+      const __m512 most = _mm512_set1_ps(255.0f);
+      return _mm512_cvttps_epi32(_mm512_max_ps(_mm512_min_ps(sum, most), _mm512_setzero_ps()));
+    };
+    __m512i packed = byte(sums[0]);
+    if constexpr (kBytes == 1) {
+      packed = _mm512_mullo_epi32(packed, _mm512_set1_epi32(0x010101));
+    } else {
+      packed = _mm512_or_si512(packed, _mm512_slli_epi32(byte(sums[1]), 8));
+      packed = _mm512_or_si512(packed, _mm512_slli_epi32(byte(sums[2]), 16));
+      if (kBytes == 4) packed = _mm512_or_si512(packed, _mm512_slli_epi32(byte(sums[3]), 24));
+    }
+    _mm512_storeu_si512(colours, packed);
   }
 };
 
 template <int kBytes, int kTaps>
 void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
            const SampleWeights& weights, size_t count) {
+  static_assert(kWeightGroup == 16 && kSampleGroup == 32);
   int32_t offsets[kSampleChunk];
   const size_t rounded = RoundUp(count);
   PixelOffsets<kBytes>(offsets, source, points, rounded, 0.0f, kTaps / 2 - 1);
-  const __m512i spread[4] = {SpreadTap<kBytes>(0), SpreadTap<kBytes>(1), SpreadTap<kBytes>(2),
-                             SpreadTap<kBytes>(3)};
-  // Two groups of four pixels at a time: the additions of one fill the waits of the other.
-  for (size_t i = 0; i < rounded; i += 8) {
-    PixelQuad<kBytes, kTaps> a(source, offsets, weights, i);
-    PixelQuad<kBytes, kTaps> b(source, offsets, weights, i + 4);
-    for (int g = 0; g < kTaps / 4; ++g) {
-      const int64_t row = int64_t{4} * g * source.stride;
-      a.AddRow(row, Repeat<0>(a.wy[g]), spread);
-      b.AddRow(row, Repeat<0>(b.wy[g]), spread);
-      a.AddRow(row + source.stride, Repeat<1>(a.wy[g]), spread);
-      b.AddRow(row + source.stride, Repeat<1>(b.wy[g]), spread);
-      a.AddRow(row + int64_t{2} * source.stride, Repeat<2>(a.wy[g]), spread);
-      b.AddRow(row + int64_t{2} * source.stride, Repeat<2>(b.wy[g]), spread);
-      a.AddRow(row + int64_t{3} * source.stride, Repeat<3>(a.wy[g]), spread);
-      b.AddRow(row + int64_t{3} * source.stride, Repeat<3>(b.wy[g]), spread);
+  const auto group_at = [&](size_t i) {
+    const size_t place = WeightPlace(i, kTaps);
+    return PixelGroup<kBytes, kTaps>{source.bits, offsets + i, weights.x + place,
+                                     weights.y + place};
+  };
+  // Two groups at a time: the additions of one fill the waits of the other.
+  for (size_t i = 0; i < rounded; i += 2 * kWeightGroup) {
+    auto first = group_at(i);
+    auto second = group_at(i + kWeightGroup);
+    for (int row = 0; row < kTaps; ++row) {
+      const int64_t distance = int64_t{row} * source.stride;
+      first.AddRow(static_cast<size_t>(row), distance);
+      second.AddRow(static_cast<size_t>(row), distance);
     }
-    a.Store(colours + i);
-    b.Store(colours + i + 4);
-  }
-  if constexpr (kBytes == 1) {
-    for (size_t i = 0; i < count; ++i) colours[i] *= 0x010101u;
+    first.Store(colours + i);
+    second.Store(colours + i + kWeightGroup);
   }
 }
 
 #else
+
+void SpreadWeights(float* weights, const float* const* entries, size_t taps, size_t count) {
+  for (size_t i = 0; i < RoundUp(count); ++i) {
+    float* const first = weights + WeightPlace(i, taps);
+    for (size_t tap = 0; tap < taps; ++tap) first[tap * kWeightGroup] = entries[i][tap];
+  }
+}
 
 /// A sum as a byte: clamped, then truncated.
 inline uint32_t ByteOf(float sum) {
@@ -241,8 +254,12 @@ void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& po
   int32_t offsets[kSampleChunk];
   PixelOffsets<kBytes>(offsets, source, points, count, 0.0f, kTaps / 2 - 1);
   for (size_t p = 0; p < count; ++p) {
-    const float* const wx = weights.x + p * kTaps;
-    const float* const wy = weights.y + p * kTaps;
+    float wx[kTaps];
+    float wy[kTaps];
+    for (size_t tap = 0; tap < kTaps; ++tap) {
+      wx[tap] = weights.x[WeightPlace(p, kTaps) + tap * kWeightGroup];
+      wy[tap] = weights.y[WeightPlace(p, kTaps) + tap * kWeightGroup];
+    }
     float sums[kBytes] = {};
     for (int j = 0; j < kTaps; ++j) {
       const uint8_t* const row = source.bits + offsets[p] + int64_t{j} * source.stride;
@@ -306,6 +323,7 @@ constinit const RotateKernels kRotateKernels = {
                 &Weights<polynomials::Hermite>, &Weights<polynomials::DampedHermite>, nullptr,
                 nullptr, nullptr, nullptr, &Weights<polynomials::QuadraticBSpline>,
                 &Weights<polynomials::Mitchell>, &Weights<polynomials::CatmullRomOfOffset>},
+    .spread_weights = &SpreadWeights,
     .blend4 = {&Blend<1, 4>, &Blend<3, 4>, &Blend<4, 4>},
     .blend12 = {&Blend<1, 12>, &Blend<3, 12>, &Blend<4, 12>},
     .store1 = &Store1,

@@ -11,7 +11,9 @@ namespace qel {
 /// Pixels that are sampled together. Counts are rounded up to `kSampleGroup` inside kernels, so
 /// all arrays have room for `kSampleChunk` values, and the last position is repeated up to there.
 inline constexpr size_t kSampleChunk = 64;
-inline constexpr size_t kSampleGroup = 8;
+inline constexpr size_t kSampleGroup = 32;
+/// Weights lie in groups of so many points: their first taps, their second ones and so on.
+inline constexpr size_t kWeightGroup = 16;
 
 /// The way from the pixels of an output row to the source; see `RotatedFrame::Row`.
 struct SampleLine {
@@ -36,7 +38,7 @@ struct SampleSource {
   int32_t stride;
 };
 
-/// Weights of the taps of each point, point after point.
+/// Weights of the taps of all points.
 struct SampleWeights {
   const float* x;
   const float* y;
@@ -59,8 +61,12 @@ struct RotateKernels {
   /// for all other methods.
   void (*weights[16])(float* weights, const float* positions, size_t count);
 
-  /// Sums of weighted taps for 1, 3 or 4 bytes per pixel. Pixels of 3 bytes are read together with
-  /// four bytes behind the last tap of each row. Alpha is 0 except at 4 bytes.
+  /// Writes weights of which `entries` has those of each point; a multiple of four taps.
+  void (*spread_weights)(float* weights, const float* const* entries, size_t taps, size_t count);
+
+  /// Sums of weighted taps for 1, 3 or 4 bytes per pixel. Pixels of 3 bytes, and of 1 byte when
+  /// there are twelve taps, are read with four bytes behind the last tap of each row. Alpha is 0
+  /// except at 4 bytes.
   void (*blend4[3])(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
                     const SampleWeights& weights, size_t count);
   void (*blend12[3])(uint32_t* colours, const SampleSource& source, const SamplePoints& points,

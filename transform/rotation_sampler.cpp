@@ -43,8 +43,10 @@ void WeightCache::Compute(float* weights, float position) const {
   TapWeights(taps_, kernel_, position, TapOrigin(position), weights);
 }
 
-template <size_t kTaps>
-void WeightCache::WeighTaps(float* weights, const float* positions, size_t count) {
+void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
+  const auto taps = static_cast<size_t>(taps_.count);
+  const float* entries[kSampleChunk];
+  float computed[kSampleChunk * kMaxTaps];
   float* kept[kSampleChunk];
   for (size_t i = 0; i < count; ++i) {
     kept[i] = Find(positions[i]);
@@ -52,22 +54,12 @@ void WeightCache::WeighTaps(float* weights, const float* positions, size_t count
     if (kept[i] != nullptr) __builtin_prefetch(kept[i]);
   }
   for (size_t i = 0; i < count; ++i) {
-    float* const out = weights + i * kTaps;
-    if (kept[i] == nullptr) {
-      Compute(out, positions[i]);
-      continue;
-    }
-    if (std::isnan(kept[i][0])) Compute(kept[i], positions[i]);
-    std::memcpy(out, kept[i], kTaps * sizeof(float));
+    float* const entry = kept[i] != nullptr ? kept[i] : computed + i * taps;
+    if (kept[i] == nullptr || std::isnan(entry[0])) Compute(entry, positions[i]);
+    entries[i] = entry;
   }
-}
-
-void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
-  if (taps_.count == kTaps4.count) {
-    WeighTaps<4>(weights, positions, count);
-  } else {
-    WeighTaps<12>(weights, positions, count);
-  }
+  for (size_t i = count; i < kSampleChunk; ++i) entries[i] = entries[count - 1];
+  ActiveRotateKernels().spread_weights(weights, entries, taps, count);
 }
 
 RotationSampler::RotationSampler(const ImageView& source, const RotatedFrame& frame, int method,
@@ -93,8 +85,9 @@ bool RotationSampler::UsesKernels() const {
 }
 
 PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const {
-  // Kernels read whole words of pixels of 3 bytes, and with them up to two pixels more of the row.
-  const int columns = KernelIndex(source_.bit_count) == 1 ? source_.width - 2 : source_.width;
+  // Kernels read up to four bytes behind the taps.
+  constexpr int kPixelsBehind[] = {4, 2, 0};
+  const int columns = source_.width - kPixelsBehind[KernelIndex(source_.bit_count)];
   if (how_.sampling == Sampling::kKernel4 || how_.sampling == Sampling::kKernel12) {
     return RunWithinSource(
         run, way, columns, source_.height,
@@ -143,9 +136,8 @@ void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points,
     weigh(wx, points.x, count);
     weigh(wy, points.y, count);
   } else {
-    const size_t rounded = (count + kSampleGroup - 1) / kSampleGroup * kSampleGroup;
-    cache_.Weigh(wx, points.x, rounded);
-    cache_.Weigh(wy, points.y, rounded);
+    cache_.Weigh(wx, points.x, count);
+    cache_.Weigh(wy, points.y, count);
   }
   const size_t kind = KernelIndex(source_.bit_count);
   const auto blend = taps_.count == 4 ? kernels.blend4[kind] : kernels.blend12[kind];

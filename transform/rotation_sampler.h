@@ -18,7 +18,7 @@ class WeightCache {
   /// Makes room for remembering; until then every weight is computed.
   void Reserve();
 
-  /// Writes the weights of the taps of each position, position after position.
+  /// Writes the weights of the taps of each position, as kernels want them.
   void Weigh(float* weights, const float* positions, size_t count);
 
  private:
@@ -28,8 +28,6 @@ class WeightCache {
   /// The remembered weights of `position`, or null where nothing is remembered.
   float* Find(float position);
   void Compute(float* weights, float position) const;
-  template <size_t kTaps>
-  void WeighTaps(float* weights, const float* positions, size_t count);
 
   TapWindow taps_;
   KernelFunction kernel_;
