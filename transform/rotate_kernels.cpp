@@ -181,7 +181,7 @@ struct PixelGroup {
     constexpr auto kFourTaps = std::make_integer_sequence<int, 4 * kBytes>();
     __m512i words[4];
     if constexpr (kBytes == 1 && kTaps == 4) {
-      words[0] = _mm512_i32gather_epi32(_mm512_loadu_si512(offsets), bits + distance, 1);
+      words[0] = LoadSixteen<4>(bits + distance, offsets);
     } else {
       load(words, 0);
     }

@@ -4,19 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 
-// Sixteen pixels of 1, 3 or 4 bytes as the words of a register, for kernel sources at the highest
-// level. Everything has internal linkage.
+// Sixteen pixels of 1, 3 or 4 bytes as the words of a register, for kernel sources at the higher
+// levels. Everything has internal linkage.
 
-#ifdef QEL_LEVEL_avx512vbmi
+#if defined(QEL_LEVEL_avx512) || defined(QEL_LEVEL_avx512vbmi)
 #include <immintrin.h>
 
 namespace qel::QEL_LEVEL {
 namespace {
-
-/// The lowest `count` lanes of bytes.
-constexpr __mmask64 FirstBytes(size_t count) {
-  return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
-}
 
 /// Words of `kBytes` bytes at four offsets.
 template <int kBytes>
@@ -37,6 +32,13 @@ inline __m512i LoadSixteen(const uint8_t* source, const int32_t* offsets) {
   words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 4), 1);
   words = _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 8), 2);
   return _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 12), 3);
+}
+
+#ifdef QEL_LEVEL_avx512vbmi
+
+/// The lowest `count` lanes of bytes.
+constexpr __mmask64 FirstBytes(size_t count) {
+  return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
 }
 
 /// Pixels of 3 bytes as words; the fourth byte is not defined.
@@ -81,6 +83,8 @@ inline void StoreWords(uint8_t* pixels, __m512i words, size_t count = 16) {
     }
   }
 }
+
+#endif
 
 }  // namespace
 }  // namespace qel::QEL_LEVEL
