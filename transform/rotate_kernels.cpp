@@ -122,13 +122,20 @@ inline void LoadWordColumns(__m512i (&words)[4], AddressOf address_of) {
   words[3] = _mm512_unpackhi_epi64(ab_high, cd_high);
 }
 
-void SpreadWeights(float* weights, const float* const* entries, size_t taps, size_t count) {
+template <size_t kTaps>
+void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
   for (size_t i = 0; i < RoundUp(count); i += kWeightGroup) {
-    for (size_t tap = 0; tap < taps; tap += 4) {
-      __m512i words[4];
-      LoadWordColumns(words, [&](size_t k) { return entries[i + k] + tap; });
-      float* const first = weights + WeightPlace(i, taps) + tap * kWeightGroup;
-      for (size_t k = 0; k < 4; ++k) _mm512_storeu_si512(first + k * kWeightGroup, words[k]);
+    __m512i taps[kTaps / 4][4];
+    for (size_t k = 0; k < kTaps / 4; ++k) {
+      LoadWordColumns(taps[k], [&](size_t point) { return entries.of[i + point] + 4 * k; });
+    }
+    const auto mirrored = static_cast<__mmask16>(entries.mirrored >> i);
+    float* const first = weights + WeightPlace(i, kTaps);
+    for (size_t tap = 0; tap < kTaps; ++tap) {
+      const size_t other = kTaps - 1 - tap;
+      _mm512_storeu_si512(
+          first + tap * kWeightGroup,
+          _mm512_mask_blend_epi32(mirrored, taps[tap / 4][tap % 4], taps[other / 4][other % 4]));
     }
   }
 }
@@ -236,10 +243,14 @@ void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& po
 
 #else
 
-void SpreadWeights(float* weights, const float* const* entries, size_t taps, size_t count) {
+template <size_t kTaps>
+void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
   for (size_t i = 0; i < RoundUp(count); ++i) {
-    float* const first = weights + WeightPlace(i, taps);
-    for (size_t tap = 0; tap < taps; ++tap) first[tap * kWeightGroup] = entries[i][tap];
+    float* const first = weights + WeightPlace(i, kTaps);
+    const bool mirrored = (entries.mirrored >> i & 1) != 0;
+    for (size_t tap = 0; tap < kTaps; ++tap) {
+      first[tap * kWeightGroup] = entries.of[i][mirrored ? kTaps - 1 - tap : tap];
+    }
   }
 }
 
@@ -323,7 +334,8 @@ constinit const RotateKernels kRotateKernels = {
                 &Weights<polynomials::Hermite>, &Weights<polynomials::DampedHermite>, nullptr,
                 nullptr, nullptr, nullptr, &Weights<polynomials::QuadraticBSpline>,
                 &Weights<polynomials::Mitchell>, &Weights<polynomials::CatmullRomOfOffset>},
-    .spread_weights = &SpreadWeights,
+    .spread4 = &SpreadWeights<4>,
+    .spread12 = &SpreadWeights<12>,
     .blend4 = {&Blend<1, 4>, &Blend<3, 4>, &Blend<4, 4>},
     .blend12 = {&Blend<1, 12>, &Blend<3, 12>, &Blend<4, 12>},
     .store1 = &Store1,

@@ -44,6 +44,13 @@ struct SampleWeights {
   const float* y;
 };
 
+/// Where the weights of each point are.
+struct WeightEntries {
+  const float* of[kSampleChunk];
+  uint64_t mirrored;  ///< the points whose weights lie there in the opposite order
+};
+static_assert(kSampleChunk <= 64);
+
 struct RotateKernels {
   /// The positions of output pixels `first` to `first` + `count` - 1.
   void (*positions)(SamplePoints& points, const SampleLine& line, int32_t first, size_t count);
@@ -61,8 +68,9 @@ struct RotateKernels {
   /// for all other methods.
   void (*weights[16])(float* weights, const float* positions, size_t count);
 
-  /// Writes weights of which `entries` has those of each point; a multiple of four taps.
-  void (*spread_weights)(float* weights, const float* const* entries, size_t taps, size_t count);
+  /// Writes the weights of four or twelve taps.
+  void (*spread4)(float* weights, const WeightEntries& entries, size_t count);
+  void (*spread12)(float* weights, const WeightEntries& entries, size_t count);
 
   /// Sums of weighted taps for 1, 3 or 4 bytes per pixel. Pixels of 3 bytes, and of 1 byte when
   /// there are twelve taps, are read with four bytes behind the last tap of each row. Alpha is 0

@@ -1,10 +1,8 @@
 #include "transform/rotation_sampler.h"
 
+#include <algorithm>
 #include <bit>
-#include <cmath>
 #include <cstdlib>
-#include <cstring>
-#include <limits>
 
 #include "image/pixel_layout.h"
 
@@ -19,24 +17,35 @@ size_t KernelIndex(int bit_count) {
 /// Remembered weights pay for images from this size on.
 constexpr int64_t kPixelsWorthCaching = 65536;
 
+/// Remembered fractions are multiples of 2^-17, as those of positions from 64 on are.
+constexpr int kFractionBits = 17;
+constexpr uint32_t kWholePixel = 1u << kFractionBits;
+constexpr int kFirstExponent = 23 - kFractionBits;
+
+/// Place of a fraction up to one half: 0, 1/2, 1/4, 1/8, 3/8 and so on. Those of few bits come
+/// first, because large positions, which are many, have no others.
+uint32_t PlaceOf(uint32_t fraction) {
+  if (fraction == 0) return 0;
+  if (fraction == kWholePixel / 2) return 1;
+  return 1 + ((kWholePixel / 2 + fraction) >> (std::countr_zero(fraction) + 1));
+}
+
 }  // namespace
 
 void WeightCache::Reserve() {
-  // Positions with exponent e have 2^(23 - e) fractions; all exponents from the first one on make
-  // twice as many as the first one has.
-  weights_.assign(static_cast<size_t>(taps_.count) << (24 - kFromExponent),
-                  std::numeric_limits<float>::quiet_NaN());
+  // Memory of zeros costs nothing before it is used. Without it, nothing is remembered.
+  memory_.reset(static_cast<float*>(
+      std::calloc((kWholePixel / 4 + 1) * 2 * static_cast<size_t>(taps_.count), sizeof(float))));
 }
 
-float* WeightCache::Find(float position) {
-  if (position < kFrom || weights_.empty()) return nullptr;
+WeightCache::Entry WeightCache::Find(float position) const {
   const auto bits = std::bit_cast<uint32_t>(position);
-  const uint32_t exponent = (bits >> 23) - 127;
-  if (exponent > 23) return nullptr;
-  const uint32_t fractions = 1u << (23 - exponent);
-  // The exponents lie one after the other, the ones with the fewest fractions first.
-  const uint32_t entry = fractions + (bits & (fractions - 1));
-  return weights_.data() + static_cast<size_t>(entry) * static_cast<size_t>(taps_.count);
+  const int exponent = static_cast<int>(bits >> 23) - 127;
+  if (exponent < kFirstExponent || exponent > 23 || memory_ == nullptr) return {nullptr, false};
+  const uint32_t fraction = (bits << (exponent - kFirstExponent)) & (kWholePixel - 1);
+  const bool mirrored = fraction > kWholePixel / 2;
+  const uint32_t place = PlaceOf(mirrored ? kWholePixel - fraction : fraction);
+  return {memory_.get() + size_t{place} * static_cast<size_t>(taps_.count), mirrored};
 }
 
 void WeightCache::Compute(float* weights, float position) const {
@@ -45,21 +54,29 @@ void WeightCache::Compute(float* weights, float position) const {
 
 void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
   const auto taps = static_cast<size_t>(taps_.count);
-  const float* entries[kSampleChunk];
-  float computed[kSampleChunk * kMaxTaps];
-  float* kept[kSampleChunk];
+  Entry kept[kSampleChunk];
   for (size_t i = 0; i < count; ++i) {
     kept[i] = Find(positions[i]);
     // Entries lie all over the memory; all of a chunk are on their way at the same time.
-    if (kept[i] != nullptr) __builtin_prefetch(kept[i]);
+    if (kept[i].weights != nullptr) __builtin_prefetch(kept[i].weights);
   }
+  float computed[kSampleChunk * kMaxTaps];
+  WeightEntries entries = {};
   for (size_t i = 0; i < count; ++i) {
-    float* const entry = kept[i] != nullptr ? kept[i] : computed + i * taps;
-    if (kept[i] == nullptr || std::isnan(entry[0])) Compute(entry, positions[i]);
-    entries[i] = entry;
+    float* entry = kept[i].weights;
+    if (entry == nullptr) {
+      entry = computed + i * taps;
+      Compute(entry, positions[i]);
+    } else if (entry[0] == 0.0f) {
+      Compute(entry, positions[i]);
+      if (kept[i].mirrored) std::reverse(entry, entry + taps);
+    }
+    entries.of[i] = entry;
+    entries.mirrored |= uint64_t{kept[i].mirrored} << i;
   }
-  for (size_t i = count; i < kSampleChunk; ++i) entries[i] = entries[count - 1];
-  ActiveRotateKernels().spread_weights(weights, entries, taps, count);
+  for (size_t i = count; i < kSampleChunk; ++i) entries.of[i] = entries.of[count - 1];
+  const RotateKernels& kernels = ActiveRotateKernels();
+  (taps == 4 ? kernels.spread4 : kernels.spread12)(weights, entries, count);
 }
 
 RotationSampler::RotationSampler(const ImageView& source, const RotatedFrame& frame, int method,

@@ -1,7 +1,8 @@
 #ifndef QEL_TRANSFORM_ROTATION_SAMPLER_H_
 #define QEL_TRANSFORM_ROTATION_SAMPLER_H_
 
-#include <vector>
+#include <cstdlib>
+#include <memory>
 
 #include "image/interpolated_sampling.h"
 #include "transform/rotate_kernels.h"
@@ -9,8 +10,9 @@
 
 namespace qel {
 
-/// Remembers tap weights that need library mathematics. From `kFrom` on, single-precision
-/// positions have so few different fractions that an image repeats them many times.
+/// Remembers tap weights that need library mathematics. Except near 0, single-precision positions
+/// have so few different fractions that an image repeats them many times; and since all kernels are
+/// even, a fraction has the weights of its complement to 1 in the opposite order.
 class WeightCache {
  public:
   WeightCache(const TapWindow& taps, KernelFunction kernel) : taps_(taps), kernel_(kernel) {}
@@ -22,16 +24,20 @@ class WeightCache {
   void Weigh(float* weights, const float* positions, size_t count);
 
  private:
-  static constexpr int kFromExponent = 7;
-  static constexpr float kFrom = 128.0f;
+  struct Entry {
+    float* weights;  ///< null where nothing is remembered; zeros when not computed yet
+    bool mirrored;   ///< the weights lie there in the opposite order
+  };
+  struct Free {
+    void operator()(float* memory) const { std::free(memory); }
+  };
 
-  /// The remembered weights of `position`, or null where nothing is remembered.
-  float* Find(float position);
+  Entry Find(float position) const;
   void Compute(float* weights, float position) const;
 
   TapWindow taps_;
   KernelFunction kernel_;
-  std::vector<float> weights_;  // first weight NaN: not computed yet
+  std::unique_ptr<float, Free> memory_;
 };
 
 /// One row of a rotated frame.
