@@ -46,17 +46,23 @@ WeightedSum SumInside(const ImageView& source, const Taps& taps, Codec codec) {
   return sum;
 }
 
-/// The taps read through pixel access, which knows what lies outside.
+/// The taps as pixel access reads them, of any depth, also outside.
 WeightedSum SumAnywhere(const ImageView& source, const Taps& taps) {
-  WeightedSum sum;
-  for (int j = 0; j < taps.window.count; ++j) {
-    for (int i = 0; i < taps.window.count; ++i) {
-      sum.Add(taps.wx[i] * taps.wy[j],
-              GetPixelColor(source.bits, WrapAdd(taps.x, i), WrapAdd(taps.y, j), source.width,
-                            source.height, source.stride, source.bit_count));
+  return VisitAccessLayout(source.bit_count, [&](auto codec) {
+    const uint32_t outside = OutsideColor(source);
+    WeightedSum sum;
+    for (int j = 0; j < taps.window.count; ++j) {
+      const int y = WrapAdd(taps.y, j);
+      const bool has_row = y >= 0 && y < source.height;
+      const uint8_t* const row = has_row ? source.Row(y) : source.bits;
+      for (int i = 0; i < taps.window.count; ++i) {
+        const int x = WrapAdd(taps.x, i);
+        const bool inside = has_row && x >= 0 && x < source.width;
+        sum.Add(taps.wx[i] * taps.wy[j], inside ? codec.Load(row, x) : outside);
+      }
     }
-  }
-  return sum;
+    return sum;
+  });
 }
 
 uint32_t SampleKernel(const ImageView& source, float x, float y, const TapWindow& window,

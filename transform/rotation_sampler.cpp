@@ -34,8 +34,8 @@ uint32_t PlaceOf(uint32_t fraction) {
 
 void WeightCache::Reserve() {
   // Memory of zeros costs nothing before it is used. Without it, nothing is remembered.
-  memory_.reset(static_cast<float*>(
-      std::calloc((kWholePixel / 4 + 1) * 2 * static_cast<size_t>(taps_.count), sizeof(float))));
+  memory_.reset(
+      static_cast<float*>(std::calloc((kWholePixel / 4 + 1) * 2 * Stride(), sizeof(float))));
 }
 
 WeightCache::Entry WeightCache::Find(float position) const {
@@ -45,7 +45,7 @@ WeightCache::Entry WeightCache::Find(float position) const {
   const uint32_t fraction = (bits << (exponent - kFirstExponent)) & (kWholePixel - 1);
   const bool mirrored = fraction > kWholePixel / 2;
   const uint32_t place = PlaceOf(mirrored ? kWholePixel - fraction : fraction);
-  return {memory_.get() + size_t{place} * static_cast<size_t>(taps_.count), mirrored};
+  return {memory_.get() + size_t{place} * Stride(), mirrored};
 }
 
 void WeightCache::Compute(float* weights, float position) const {

@@ -32,6 +32,10 @@ class WeightCache {
     void operator()(float* memory) const { std::free(memory); }
   };
 
+  /// Floats from entry to entry: twelve taps get a line of the cache to themselves.
+  size_t Stride() const {
+    return taps_.count == kTaps12.count ? 16 : static_cast<size_t>(taps_.count);
+  }
   Entry Find(float position) const;
   void Compute(float* weights, float position) const;
 
