@@ -43,9 +43,8 @@ WeightCache::Entry WeightCache::Find(float position) const {
   const int exponent = static_cast<int>(bits >> 23) - 127;
   if (exponent < kFirstExponent || exponent > 23 || memory_ == nullptr) return {nullptr, false};
   const uint32_t fraction = (bits << (exponent - kFirstExponent)) & (kWholePixel - 1);
-  const bool mirrored = fraction > kWholePixel / 2;
-  const uint32_t place = PlaceOf(mirrored ? kWholePixel - fraction : fraction);
-  return {memory_.get() + size_t{place} * Stride(), mirrored};
+  const uint32_t place = PlaceOf(std::min(fraction, kWholePixel - fraction));
+  return {memory_.get() + size_t{place} * Stride(), fraction > kWholePixel / 2};
 }
 
 void WeightCache::Compute(float* weights, float position) const {
@@ -61,7 +60,8 @@ void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
     if (kept[i].weights != nullptr) __builtin_prefetch(kept[i].weights);
   }
   float computed[kSampleChunk * kMaxTaps];
-  WeightEntries entries = {};
+  WeightEntries entries;
+  entries.mirrored = 0;
   for (size_t i = 0; i < count; ++i) {
     float* entry = kept[i].weights;
     if (entry == nullptr) {
