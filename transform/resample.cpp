@@ -151,14 +151,11 @@ void AverageBoxes(const ImageView& source, const ImageView& dest, const Scale& s
   const SmallBox small = SmallBoxOf(box);
   std::vector<uint16_t> scratch(3 * count);
   std::vector<uint8_t> means(count);
-  const auto row_bytes = static_cast<int64_t>(count);
   for (int64_t y = 0; y < dest.Rows(); ++y) {
-    const uint8_t* const row = source.bits + RowOffset(y, scale, source.stride);
-    if (y + 1 < dest.Rows()) {
-      const uint8_t* const next = source.bits + RowOffset(y + 1, scale, source.stride);
-      for (int64_t r = 0; r < box.rows; ++r) Fetch(next + r * source.stride, row_bytes);
-    }
-    kernels.box_means(means.data(), row, source.stride, count, small, scratch.data());
+    const int64_t row = RowOffset(y, scale, source.stride);
+    const int64_t ahead = RowOffset(y + 1, scale, source.stride) - row;
+    kernels.box_means(means.data(), source.bits + row, source.stride, ahead, count, small,
+                      scratch.data());
     picker.Pick(dest.Row(y), means.data());
   }
 }

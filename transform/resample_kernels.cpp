@@ -40,25 +40,38 @@ void Divide(uint8_t* __restrict means, const uint16_t* a, const uint16_t* b, siz
   }
 }
 
-/// Column sums of the rows of a box.
+/// Column sums of the rows of a box, `ahead` bytes before those of the next one.
 void SumBoxRows(uint16_t* __restrict sums, const uint8_t* __restrict source, int64_t stride,
-                size_t count, size_t rows) {
-  const uint8_t* row = source;
-  if (rows % 2 == 0) {
-    const uint8_t* const next = row + stride;
-    for (size_t i = 0; i < count; ++i) sums[i] = static_cast<uint16_t>(row[i] + next[i]);
-    row = next + stride;
-  } else {
-    for (size_t i = 0; i < count; ++i) sums[i] = row[i];
-    row += stride;
-  }
-  for (size_t left = (rows - 1) / 2; left > 0; --left) {
-    const uint8_t* const next = row + stride;
-    for (size_t i = 0; i < count; ++i) {
-      sums[i] = static_cast<uint16_t>(sums[i] + row[i] + next[i]);
+                int64_t ahead, size_t count, size_t rows) {
+  constexpr size_t kBlock = 64;
+  const auto add_rows = [&](size_t from, size_t length) {
+    const uint8_t* row = source + from;
+    uint16_t* const block = sums + from;
+    size_t left = rows;
+    if (rows % 2 == 0) {
+      const uint8_t* const next = row + stride;
+      for (size_t i = 0; i < length; ++i) block[i] = static_cast<uint16_t>(row[i] + next[i]);
+      left -= 2;
+    } else {
+      for (size_t i = 0; i < length; ++i) block[i] = row[i];
+      left -= 1;
     }
-    row = next + stride;
+    for (; left > 0; left -= 2) {
+      row = source + from + static_cast<int64_t>(rows - left) * stride;
+      const uint8_t* const next = row + stride;
+      for (size_t i = 0; i < length; ++i) {
+        block[i] = static_cast<uint16_t>(block[i] + row[i] + next[i]);
+      }
+    }
+  };
+  size_t i = 0;
+  for (; i + kBlock <= count; i += kBlock) {
+    for (size_t r = 0; r < rows; ++r) {
+      __builtin_prefetch(source + static_cast<int64_t>(r) * stride + ahead + i);
+    }
+    add_rows(i, kBlock);
   }
+  add_rows(i, count - i);
 }
 
 /// The highest power of two that is not above `value`.
@@ -73,11 +86,11 @@ void AddWindows(uint16_t* __restrict sums, const uint16_t* a, const uint16_t* b,
   for (size_t i = 0; i < count; ++i) sums[i] = static_cast<uint16_t>(a[i] + b[i]);
 }
 
-void BoxMeans(uint8_t* means, const uint8_t* source, int64_t stride, size_t count,
+void BoxMeans(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead, size_t count,
               const SmallBox& box, uint16_t* scratch) {
   uint16_t* const columns = scratch;
   uint16_t* spare[2] = {scratch + count, scratch + 2 * count};
-  SumBoxRows(columns, source, stride, count, box.rows);
+  SumBoxRows(columns, source, stride, ahead, count, box.rows);
   // Windows grow by doubling, and by one column where the next bit of their final length is set.
   // The last sum goes straight into the division.
   const uint16_t* windows = columns;

@@ -74,8 +74,8 @@ struct ResampleKernels {
 
   /// means[i] = mean of the box whose first byte is source[i], for each byte i from which the
   /// box ends within `count` bytes. `scratch` has room for 3 * `count` values.
-  void (*box_means)(uint8_t* means, const uint8_t* source, int64_t stride, size_t count,
-                    const SmallBox& box, uint16_t* scratch);
+  void (*box_means)(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead,
+                    size_t count, const SmallBox& box, uint16_t* scratch);
   /// sums[i] = sum of source[i] in `rows` rows, modulo 2^32.
   void (*sum_rows)(uint32_t* sums, const uint8_t* source, int64_t stride, size_t count,
                    size_t rows);
