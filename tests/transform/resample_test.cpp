@@ -114,7 +114,7 @@ TEST_P(Resample, ReportsFailuresBeforeAndAfterCreation) {
   EXPECT_EQ(transform().Resample(source.Get(), nullptr, 2, 2, 0, 0), kNullOutput);
   host.fault = TestHost::Fault::kFail;
   host.fault_at = host.calls;
-  EXPECT_EQ(transform().Resample(source.Get(), &result, 2, 2, 0, 0), kFail);
+  EXPECT_EQ(transform().Resample(source.Get(), &result, 2, 2, 0, 0), TestHost::kFaultCode);
   EXPECT_EQ(result, source.Get()) << "untouched until an image is asked for";
   host.Reset();
   host.refuses_images = true;
