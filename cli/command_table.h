@@ -10,7 +10,7 @@
 namespace qel::cli {
 
 /// What a word on the command line stands for, for completion.
-enum class Word { kNothing, kFile, kStep, kOperation, kShell, kNumber, kText };
+enum class Word { kNothing, kFile, kStep, kOperation, kShell, kProgress, kNumber, kText };
 
 /// One option of a command.
 struct CommandOption {
@@ -29,6 +29,7 @@ struct Command {
   std::vector<CommandOption> options = {};
   std::vector<Word> words = {};  ///< what its other words may be
   std::string_view note = {};    ///< what may surprise; may be empty
+  std::string_view example = {};
 };
 
 /// Every command of the tool, in the order of the manual.

@@ -150,6 +150,9 @@ void OfferWord(Word word, const std::vector<std::string>& words, Collector& coll
     case Word::kShell:
       for (const auto& [shell, script] : kScripts) collector.Offer(std::string(shell));
       return;
+    case Word::kProgress:
+      for (const char* const how : {"auto", "bar", "json", "none"}) collector.Offer(how);
+      return;
     case Word::kNothing:
     case Word::kNumber:
     case Word::kText:

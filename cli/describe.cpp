@@ -109,6 +109,7 @@ std::string DescribeCommand(const Command& command) {
                    option.help);
   }
   if (!command.note.empty()) text << "\n" << command.note << "\n";
+  text << "\nExample    " << command.example << "\n";
   return text.str();
 }
 

@@ -39,7 +39,9 @@ int Dispatch(const Words& words) {
 
 int Main(const Words& words) {
   try {
-    return Dispatch(words);
+    const int code = Dispatch(words);
+    if (!std::cout.flush()) throw Failure(kNoOutput, "standard output cannot be written");
+    return code;
   } catch (const std::exception& error) {
     PrintMessage(MessageOf(error));
     return ExitCodeOf(error);

@@ -65,6 +65,7 @@ std::string ToolPage() {
       page << Tagged(std::string(option.name) + " " + std::string(option.value), option.help);
     }
     if (!command.note.empty()) page << ".PP\n" << Escaped(command.note) << "\n";
+    page << ".PP\nExample:\n.PP\n.RS\n.nf\n" << Escaped(command.example) << "\n.fi\n.RE\n";
   }
   page << ".SH OPERATIONS\nEach has a page of its own, such as "
        << Escaped("qel-" + std::string(OperationTable().front().name)) << "(1).\n";

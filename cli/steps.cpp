@@ -66,6 +66,17 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
   steps.back().text += " " + word;
 }
 
+/// An argument without its value looks like the next operation.
+void RefuseBareArgument(const std::vector<RawStep>& steps, const std::string& word) {
+  if (steps.empty() || FindOperation(word) != nullptr) return;
+  const Operation& operation = *steps.back().operation;
+  if (std::ranges::find(operation.parameters, word, &Parameter::name) !=
+      operation.parameters.end()) {
+    throw Failure(kUsage, std::string(operation.name) + ": " + word + " needs a value; write " +
+                              word + "=VALUE");
+  }
+}
+
 }  // namespace
 
 const Operation& RequireOperation(const std::string& name) {
@@ -86,6 +97,7 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
       if (IsArgument(part)) {
         AddArgument(raw, part);
       } else {
+        RefuseBareArgument(raw, part);
         raw.push_back({&RequireOperation(part), {}, part});
       }
     }

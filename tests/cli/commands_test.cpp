@@ -107,6 +107,8 @@ TEST_F(Commands, SheetsHoldPicturesUnscaled) {
 TEST_F(Commands, TheTableNamesOptionsThatCommandsTake) {
   for (const Command& command : CommandTable()) {
     std::string help = Run("help " + std::string(command.name)).output;
+    EXPECT_NE(help.find("Example    " + std::string(command.example)), std::string::npos) << help;
+    EXPECT_NE(command.example.find("qel " + std::string(command.name)), std::string_view::npos);
     // Lines that were broken, as one.
     help = std::regex_replace(help, std::regex("\n {9,}"), " ");
     for (const CommandOption& option : command.options) {
@@ -140,6 +142,7 @@ TEST_F(Commands, CompletionFollowsTheTables) {
   EXPECT_EQ(complete({"run", "in.png", "copy", "from=x"}), "@") << "pictures are files";
   EXPECT_EQ(complete({"completion", ""}), "bash zsh fish ");
   EXPECT_EQ(complete({"sheet", "--columns", ""}), "");
+  EXPECT_EQ(complete({"run", "--progress", "j"}), "json ");
   EXPECT_EQ(complete({"nothing", ""}), "");
 
   // Bash hands name=value over as three words.

@@ -95,6 +95,8 @@ TEST_F(Tool, SaysWhatIsWrongAndWhatWouldBeRight) {
       {"light scene.png", kUsage, "write qel run INPUT -o OUTPUT light"},
       {"help resmaple", kUsage, "did you mean resample?"},
       {"run scene.png -o out.png neg", kUsage, "did you mean negative?"},
+      {"run scene.png -o out.png light contrast 5", kUsage, "write contrast=VALUE"},
+      {"list > /dev/full", kNoOutput, "standard output"},
       {"run scene.png -o out.png light brigth=3", kUsage, "did you mean brightness?"},
       {"run scene.png -o out.png rotate angle=3 method=cubc", kUsage, "did you mean cubic?"},
       {"run scene.png -o out.png --job 2 negative", kUsage, "did you mean --jobs?"},
