@@ -1,3 +1,4 @@
+#include <atomic>
 #include <latch>
 #include <thread>
 
@@ -8,8 +9,8 @@ namespace qel::cli {
 namespace {
 
 constexpr int kThreads = 6;  // two for each interface
-constexpr int kCountsPerThread = 50000;
-constexpr int kCountsAtOnce = 25;
+constexpr int kRoundsPerThread = 4000;
+constexpr int kMostHeld = 25;
 
 /// Reference count of an object, read by taking one and giving it back.
 uint32_t CountOf(IUnknown* object) {
@@ -131,16 +132,21 @@ void MakesSeparateObjects(Subject& subject) {
 void CountsFromAllThreads(Subject& subject) {
   ForEachSpecimen(subject, [](const ComponentRow&, const Specimen& specimen) {
     std::latch start(kThreads);
+    std::atomic<int> unfinished = kThreads;
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i) {
       threads.emplace_back([&, i] {
         IUnknown* const pointer = specimen.pointers[static_cast<size_t>(i) % 3];
         start.arrive_and_wait();
-        // Several at a time: a thread that is held up between reading and writing the count must
-        // find another one afterwards, also where all threads share one processor.
-        for (int n = 0; n < kCountsPerThread; n += kCountsAtOnce) {
-          for (int k = 0; k < kCountsAtOnce; ++k) pointer->AddRef();
-          for (int k = 0; k < kCountsAtOnce; ++k) pointer->Release();
+        // A thread that is held up between reading and writing the count must find another one
+        // afterwards, also where all threads share one busy processor: so they hold different
+        // numbers of references when they give way, and nobody stops before all have done enough.
+        for (int n = 0; unfinished > 0; ++n) {
+          const int held = 1 + (7 * n + i) % kMostHeld;
+          for (int k = 0; k < held; ++k) pointer->AddRef();
+          if (n % 4 == 0) std::this_thread::yield();
+          for (int k = 0; k < held; ++k) pointer->Release();
+          if (n == kRoundsPerThread) --unfinished;
         }
       });
     }
