@@ -1,22 +1,23 @@
 #!/usr/bin/env bash
-# Builds with coverage counters, runs the tests and reports which lines and branches of the module
-# they reach. Branches that the compiler adds for passing exceptions are left out.
+# Builds the module with coverage counters and without optimisation, runs its tests and reports which
+# lines and branches they reach. Branches that the compiler adds for passing exceptions are left out.
 # `./coverage.sh FILE.html` writes the annotated sources as well.
 set -eu
 QEL_ROOT=$(cd "$(dirname "$0")" && pwd)
 . "$QEL_ROOT/scripts/prepare.sh"
 qel_install $QEL_BUILD_PACKAGES $QEL_TEST_PACKAGES gcovr
 build="$QEL_ROOT/build/coverage"
-qel_quietly cmake -S "$QEL_ROOT" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
-  -DCMAKE_CXX_FLAGS="--coverage -fprofile-update=atomic"
-qel_quietly cmake --build "$build"
+folders=(image module color transform filter maths)
+tests=("${folders[@]}" solid)
+qel_quietly cmake -S "$QEL_ROOT" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE= \
+  -DCMAKE_CXX_FLAGS="-O0 --coverage -fprofile-update=atomic" -DQEL_KERNEL_OPTIMISATION=-O0
+qel_quietly cmake --build "$build" --target $(printf '%s_tests ' "${tests[@]}")
 find "$build" -name '*.gcda' -delete
-qel_quietly ctest --test-dir "$build" -j "$(nproc)"
-folders=()
-for folder in image module color transform filter maths; do
-  folders+=(--filter "$QEL_ROOT/$folder/")
+qel_quietly ctest --test-dir "$build" -j "$(nproc)" -R "^($(IFS='|' && echo "${tests[*]}"))$"
+report=(gcovr --root "$QEL_ROOT" "${folders[@]/#/--filter=$QEL_ROOT/}"
+  --exclude-throw-branches --exclude-unreachable-branches)
+"${report[@]}" --json "$build/coverage.json" "$build" >/dev/null
+for kind in "" --branches; do
+  gcovr --root "$QEL_ROOT" --add-tracefile "$build/coverage.json" $kind | tail -n +5
 done
-gcovr --root "$QEL_ROOT" "${folders[@]}" --exclude-throw-branches --exclude-unreachable-branches \
-  --branches "$build" | tail -n +5
-gcovr --root "$QEL_ROOT" "${folders[@]}" --exclude-throw-branches --exclude-unreachable-branches \
-  ${1:+--html-details "$1"} "$build" | tail -n 60
+[ $# -eq 0 ] || gcovr --root "$QEL_ROOT" --add-tracefile "$build/coverage.json" --html-details "$1"
