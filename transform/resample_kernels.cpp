@@ -224,10 +224,12 @@ inline __m512i LoadFirst(const uint8_t* bytes, int64_t count) {
                    : _mm512_setzero_si512();
 }
 
+/// Bytes that are fetched in advance.
+constexpr int64_t kAhead = 1024;
+
 __m512i PickBytes(const uint8_t* source, const PickBlock& block) {
   const uint8_t* const from = source + block.base;
   // The processor does not foresee loads under masks.
-  constexpr int64_t kAhead = 1024;
   for (int64_t at = 0; at < block.span; at += 64) __builtin_prefetch(from + kAhead + at);
   const __m512i index = _mm512_loadu_si512(block.index);
   const __m512i part0 = LoadFirst(from, block.span);
@@ -249,6 +251,7 @@ inline void StorePicked(uint8_t* dest, size_t count, __m512i picked, __mmask64 l
     return;
   }
   if (lanes != ~__mmask64{0}) {
+    __builtin_prefetch(dest + kAhead, 1);
     picked = _mm512_mask_mov_epi8(_mm512_loadu_si512(dest), lanes, picked);
   }
   _mm512_storeu_si512(dest, picked);
