@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cstring>
-#include <numeric>
 
 #include "filter/convolution_kernels.h"
 #include "filter/exact_division.h"
 #include "filter/filter_transform.h"
+#include "filter/kernel_weights.h"
 #include "filter/neighbourhood.h"
 #include "image/numeric.h"
 #include "module/result_image.h"
@@ -12,9 +12,10 @@
 namespace qel {
 namespace {
 
-// Integer sums are the same in any order, so each kernel goes the shortest way: kernels that are a
-// column times a row are summed down and then across, equal weights slide, and all others go
-// directly, with as many weights per instruction as their size allows. All sums wrap.
+// Integer sums are the same in any order, so each kernel goes the shortest way: few weights go two
+// by two, kernels that are a column times a row are summed across and down, equal weights slide,
+// and all others go directly, with as many weights per instruction as their size allows. All sums
+// wrap.
 
 /// Scratch for packed weights of the direct way; the rest is for rows.
 constexpr size_t kWeightWords = kMostTaps * ((kMostTaps + 1) / 2);
@@ -22,216 +23,6 @@ constexpr size_t kWeightWords = kMostTaps * ((kMostTaps + 1) / 2);
 constexpr size_t kWorthSliding = 5;
 constexpr size_t kWorthSplitting = 4;
 constexpr size_t kTileBytes = kScratchBytes - kWeightWords * sizeof(int32_t);
-
-/// The caller's kernel without the zero rows and columns round it.
-class Weights {
- public:
-  Weights(const int* kernel, int size) : kernel_(kernel), size_(size) {
-    int64_t left = size, right = -1, top = size, bottom = -1;
-    for (int64_t j = 0; j < size; ++j) {
-      for (int64_t i = 0; i < size; ++i) {
-        if (kernel[j * size + i] == 0) continue;
-        left = std::min(left, i);
-        right = std::max(right, i);
-        top = std::min(top, j);
-        bottom = j;
-      }
-    }
-    // A kernel of zeros keeps its first weight.
-    left_ = right < 0 ? 0 : left;
-    top_ = right < 0 ? 0 : top;
-    columns_ = right < 0 ? 1 : static_cast<size_t>(right - left + 1);
-    rows_ = right < 0 ? 1 : static_cast<size_t>(bottom - top + 1);
-  }
-
-  size_t columns() const { return columns_; }
-  size_t rows() const { return rows_; }
-  int32_t At(size_t j, size_t i) const { return Row(j)[i]; }
-  const int32_t* Row(size_t j) const {
-    return kernel_ + (top_ + static_cast<int64_t>(j)) * size_ + left_;
-  }
-  size_t stride() const { return static_cast<size_t>(size_); }
-  /// First column and row of the neighbourhood of pixel 0.
-  int64_t FirstColumn() const { return left_ - Reach(size_).before; }
-  int64_t FirstRow() const { return top_ - Reach(size_).before; }
-
-  /// Smallest and largest sum over bytes, were sums not to wrap; far beyond 32 bits it stays put.
-  void Range(int64_t& lowest, int64_t& highest) const {
-    constexpr int64_t kFar = int64_t{1} << 50;
-    lowest = highest = 0;
-    ForEach([&](int32_t weight) {
-      int64_t& bound = weight < 0 ? lowest : highest;
-      bound = std::clamp(bound + int64_t{255} * weight, -kFar, kFar);
-    });
-  }
-  bool AllEqual() const {
-    bool equal = true;
-    ForEach([&](int32_t weight) { equal = equal && weight == At(0, 0); });
-    return equal;
-  }
-  /// True when every weight lies in [-limit, limit - 1].
-  bool Within(int32_t limit) const {
-    bool within = true;
-    ForEach([&](int32_t weight) { within = within && weight >= -limit && weight < limit; });
-    return within;
-  }
-
- private:
-  template <typename Visitor>
-  void ForEach(Visitor&& visit) const {
-    for (size_t j = 0; j < rows_; ++j) {
-      for (size_t i = 0; i < columns_; ++i) visit(At(j, i));
-    }
-  }
-
-  const int* kernel_;
-  int64_t size_;
-  int64_t left_;
-  int64_t top_;
-  size_t columns_;
-  size_t rows_;
-};
-
-/// A kernel as a column of weights times a row of weights.
-class Factors {
- public:
-  /// Looks for them; `weights` has at most kMostTaps rows and columns.
-  explicit Factors(const Weights& weights) { found_ = Find(weights); }
-
-  /// False when the kernel is no such product.
-  bool Found() const { return found_; }
-  /// True when the weights across, and the sums down the columns from a suitable start, fit 16
-  /// signed bits.
-  bool ShortDown() const {
-    return highest_ - lowest_ <= UINT16_MAX &&
-           std::all_of(across_, across_ + columns_,
-                       [](int64_t value) { return value >= INT16_MIN && value <= INT16_MAX; });
-  }
-  /// True when the sums across fit 15 bits, of weights that are not negative.
-  bool ShortAcross() const {
-    return std::accumulate(across_, across_ + columns_, int64_t{0}) <= INT16_MAX / 255 &&
-           std::all_of(across_, across_ + columns_, [](int64_t value) { return value >= 0; });
-  }
-  /// The weights as 16 bits, written to `down` and `across`. Sums that would not fit signed lanes
-  /// start as low as those go.
-  SplitWeights Store(int16_t* down, int16_t* across, size_t step) const {
-    const auto narrow = [](int64_t value) { return static_cast<int16_t>(value); };
-    std::transform(down_, down_ + rows_, down, narrow);
-    std::transform(across_, across_ + columns_, across, narrow);
-    const bool fits = lowest_ >= INT16_MIN && highest_ <= INT16_MAX;
-    const int64_t start = fits ? 0 : INT16_MIN - lowest_;
-    const int64_t sum = std::accumulate(across_, across_ + columns_, int64_t{0});
-    return {.down = down,
-            .rows = rows_,
-            .across = across,
-            .columns = columns_,
-            .step = step,
-            .start = static_cast<uint16_t>(start),
-            .balance = static_cast<uint32_t>(-start * sum)};
-  }
-
- private:
-  bool Find(const Weights& weights);
-
-  size_t rows_ = 0;
-  size_t columns_ = 0;
-  int64_t down_[kMostTaps];
-  int64_t across_[kMostTaps];
-  int64_t lowest_ = 0;  // of the sums down a column
-  int64_t highest_ = 0;
-  bool found_;
-};
-
-bool Factors::Find(const Weights& weights) {
-  rows_ = weights.rows();
-  columns_ = weights.columns();
-  // The first row is not all zeros: its shortest multiple is the row that all others repeat.
-  int64_t divisor = 0;
-  size_t lead = 0;
-  for (size_t i = columns_; i-- > 0;) {
-    divisor = std::gcd(divisor, int64_t{weights.At(0, i)});
-    if (weights.At(0, i) != 0) lead = i;
-  }
-  if (divisor == 0) return false;
-  for (size_t i = 0; i < columns_; ++i) across_[i] = weights.At(0, i) / divisor;
-  for (size_t j = 0; j < rows_; ++j) {
-    if (weights.At(j, lead) % across_[lead] != 0) return false;
-    down_[j] = weights.At(j, lead) / across_[lead];
-    (down_[j] < 0 ? lowest_ : highest_) += 255 * down_[j];
-    for (size_t i = 0; i < columns_; ++i) {
-      if (weights.At(j, i) != down_[j] * across_[i]) return false;
-    }
-  }
-  return true;
-}
-
-/// A kernel as pairs of taps, whose sums need 16 bits.
-class Pairs {
- public:
-  /// Looks for them. `step` are the bytes from a sample to its right neighbour.
-  Pairs(const Weights& weights, size_t step, int32_t divisor, int32_t offset) {
-    found_ = Split(weights, step) && Choose(weights, divisor, offset);
-  }
-
-  /// False when there are too many taps, or the sums need more bits.
-  bool Found() const { return found_; }
-  PairWeights Stored() const {
-    return {pairs_, (taps_ + 1) / 2, sums_, division_, negate_, offset_};
-  }
-
- private:
-  bool Split(const Weights& weights, size_t step);
-  bool Choose(const Weights& weights, int32_t divisor, int32_t offset);
-
-  TapPair pairs_[kMostPairs] = {};
-  size_t taps_ = 0;
-  int32_t highest_pair_ = 0;
-  PairSums sums_;
-  ShortDivision division_;
-  bool negate_ = false;
-  int16_t offset_ = 0;
-  bool found_;
-};
-
-bool Pairs::Split(const Weights& weights, size_t step) {
-  int32_t highest = 0;
-  for (size_t j = 0; j < weights.rows(); ++j) {
-    for (size_t i = 0; i < weights.columns(); ++i) {
-      const int32_t weight = weights.At(j, i);
-      if (weight == 0) continue;
-      if (taps_ == 2 * kMostPairs || weight < INT8_MIN || weight > INT8_MAX) return false;
-      TapPair& pair = pairs_[taps_ / 2];
-      const size_t place = taps_++ % 2;
-      if (place == 0) highest = 0;
-      highest += std::max(weight, 0);
-      highest_pair_ = std::max(highest_pair_, 255 * highest);
-      // The last tap may remain alone: its partner weighs nothing.
-      for (size_t p = place; p < 2; ++p) {
-        pair.rows[p] = j;
-        pair.offsets[p] = i * step;
-      }
-      const auto byte = static_cast<uint32_t>(weight) & 0xFF;
-      pair.weights |= static_cast<int32_t>(byte * 0x10001 << 8 * place);
-    }
-  }
-  return taps_ > 0;
-}
-
-bool Pairs::Choose(const Weights& weights, int32_t divisor, int32_t offset) {
-  int64_t lowest = 0;
-  int64_t highest = 0;
-  weights.Range(lowest, highest);
-  if (lowest == 0 && offset == 0 && divisor >= 0 && highest <= UINT16_MAX) {
-    sums_ = PairSums::kUnsigned;
-    return highest_pair_ <= INT16_MAX && FindShortDivision(divisor, highest, division_);
-  }
-  if (lowest < INT16_MIN || highest > INT16_MAX) return false;
-  if (offset < INT16_MIN || offset > INT16_MAX || divisor == INT32_MIN) return false;
-  sums_ = offset == 0 && divisor >= 0 ? PairSums::kCutAtZero : PairSums::kSigned;
-  negate_ = divisor < 0;
-  offset_ = static_cast<int16_t>(offset);
-  return FindShortDivision(std::abs(divisor), -int64_t{INT16_MIN}, division_);
-}
 
 /// What all ways share: a source, a destination, a kernel.
 struct Job {
@@ -530,56 +321,6 @@ result_t CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int div
     FillPixels(dest, PackColour(level, level, level, 0));
   } else if (StoresPixels(dest)) {
     Convolve(source, dest, kernel, size, divisor, offset);
-  }
-  return output.HandOver(image, result);
-}
-
-namespace {
-
-int32_t LoadElement(const uint8_t* bits, int64_t index) {
-  int32_t value;
-  std::memcpy(&value, bits + index * int64_t{sizeof(value)}, sizeof(value));
-  return value;
-}
-void StoreElement(uint8_t* bits, int64_t index, int32_t value) {
-  std::memcpy(bits + index * int64_t{sizeof(value)}, &value, sizeof(value));
-}
-
-/// Deliberate: one would expect a convolution, but only the last tap of the kernel counts, and the
-/// strides, which are bytes, are taken as elements. Hosts that call this lay their images out so.
-void WeighLastTap(const ImageView& source, const ImageView& dest, const int16_t* kernel, int size,
-                  int divisor, int offset) {
-  if (source.bits == nullptr || dest.bits == nullptr) return;
-  if (size < 0 || size >= source.width || size >= source.height) return;
-  const int64_t last = int64_t{size} - 1;
-  const int64_t half = size / 2;
-  const int32_t weight = size > 0 ? kernel[int64_t{size} * size - 1] : 0;
-  int32_t value = 0;
-  for (int64_t y = 0; y < source.Rows() - size; ++y) {
-    for (int64_t x = 0; x < source.Columns() - size; ++x) {
-      // Without taps the element before passes its value on.
-      if (size > 0) {
-        const int64_t index = (y + last) * source.stride + x + last;
-        value = WrapMultiply(weight, LoadElement(source.bits, index));
-      }
-      if (divisor != 0) value = WrapDivide(value, divisor);
-      value = ClampToByte(WrapAdd(value, offset));
-      StoreElement(dest.bits, (half + y) * dest.stride + half + x, value);
-    }
-  }
-}
-
-}  // namespace
-
-result_t CQELFilterTransform::Kernel(IQEL* image, int16_t* kernel, int size, int divisor,
-                                     int offset, IQEL** result) {
-  if (image == nullptr) return kInvalidArgument;
-  if (kernel == nullptr) return kFail;
-  const ImageView source = ReadView(*image);
-  ResultImage output = ResultImage::Like(source);
-  if (!output) return kFail;
-  if (source.bit_count == 32 && source.model == kModelMono) {
-    WeighLastTap(source, output.View(), kernel, size, divisor, offset);
   }
   return output.HandOver(image, result);
 }
