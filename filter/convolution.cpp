@@ -186,6 +186,9 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
   });
 }
 
+/// Bytes of the rows of a box: sums, and the rows that enter and leave, stay in the nearest cache.
+constexpr size_t kBoxBytes = 6 * 1024;
+
 /// Equal weights: from row to row, one row of the source enters the sums and one leaves them. False
 /// when the windows are too wide for the scratch.
 template <typename Lane, typename Quotient>
@@ -194,7 +197,8 @@ template <typename Lane, typename Quotient>
   alignas(64) uint8_t scratch[kTileBytes];
   constexpr size_t kRows = 2;
   constexpr size_t kSlack = (kRows + 1) * (kRowSlack + 128);
-  const int64_t most = job.TileWidth((kTileBytes - kSlack) / (kRows + sizeof(Lane)));
+  const int64_t most =
+      job.TileWidth(std::min(kBoxBytes, (kTileBytes - kSlack) / (kRows + sizeof(Lane))));
   if (most < 1) return false;
   const auto taps = static_cast<int64_t>(job.weights.rows());
   const auto weight = static_cast<Lane>(job.weights.At(0, 0));

@@ -138,35 +138,35 @@ void Slide(Lane* __restrict sums, const uint8_t* __restrict entering,
   }
 }
 
-template <typename Lane>
-void Join(Lane* __restrict to, const Lane* a, const Lane* b, size_t count) {
-  for (size_t i = 0; i < count; ++i) to[i] = static_cast<Lane>(a[i] + b[i]);
+/// Widest box whose sums are put together from those of three columns; wider ones are run along.
+constexpr size_t kWidestJoined = 32;
+
+/// out[i] = terms[0][i] + ..., added to what is there if `kAdds`.
+template <size_t kTerms, bool kAdds, typename Lane>
+void AddTerms(Lane* __restrict out, const Lane* const* terms, size_t count) {
+  const Lane* from[kTerms];
+  for (size_t t = 0; t < kTerms; ++t) from[t] = terms[t];
+  for (size_t i = 0; i < count; ++i) {
+    Lane sum = kAdds ? out[i] : Lane{0};
+    for (size_t t = 0; t < kTerms; ++t) sum = static_cast<Lane>(sum + from[t][i]);
+    out[i] = sum;
+  }
 }
 
-/// Widest box that is put together from windows of doubling width; wider ones are run along.
-constexpr size_t kWidestDoubling = 32;
-
-/// Windows of doubling width; those of the widths that make up `columns` are added.
 template <typename Lane>
-void DoubleAcross(Lane* __restrict out, const Lane* sums, size_t columns, size_t step,
-                  size_t count) {
-  Lane spare[2][kStretch + kWidestDoubling * kMostStep];
-  const Lane* from = sums;
-  size_t done = 0;
-  for (size_t width = 1, turn = 0;; width *= 2, turn ^= 1) {
-    if ((columns & width) != 0) {
-      const Lane* const part = from + done * step;
-      if (done == 0) {
-        for (size_t i = 0; i < count; ++i) out[i] = part[i];
-      } else {
-        for (size_t i = 0; i < count; ++i) out[i] = static_cast<Lane>(out[i] + part[i]);
-      }
-      done += width;
-    }
-    if (2 * width > columns) return;
-    Join(spare[turn], from, from + width * step, count + (columns - 2 * width) * step);
-    from = spare[turn];
-  }
+void JoinAcross(Lane* out, const Lane* sums, size_t columns, size_t step, size_t count) {
+  Lane triples[kStretch + kWidestJoined * kMostStep];
+  const Lane* const three[] = {sums, sums + step, sums + 2 * step};
+  AddTerms<3, false>(triples, three, count + (columns - 3) * step);
+  const Lane* terms[kWidestJoined];
+  size_t size = 0;
+  size_t column = 0;
+  for (; column + 3 <= columns; column += 3) terms[size++] = triples + column * step;
+  for (; column < columns; ++column) terms[size++] = sums + column * step;
+  AddTerms<1, false>(out, terms, count);
+  size_t done = 1;
+  for (; done + 4 <= size; done += 4) AddTerms<4, true>(out, terms + done, count);
+  for (; done < size; ++done) AddTerms<1, true>(out, terms + done, count);
 }
 
 template <size_t kStep, typename Lane>
@@ -202,8 +202,8 @@ void BoxAcross(uint8_t* dest, const Lane* sums, size_t columns, size_t step,
   Lane out[kStretch];
   for (size_t first = 0; first < count; first += kStretch) {
     const size_t stretch = Smaller(kStretch, count - first);
-    if (columns <= kWidestDoubling) {
-      DoubleAcross(out, sums + first, columns, step, stretch);
+    if (columns >= 3 && columns <= kWidestJoined) {
+      JoinAcross(out, sums + first, columns, step, stretch);
     } else if (step == 4) {
       RunAcross<4>(out, sums + first, columns, stretch);
     } else if (step == 3) {

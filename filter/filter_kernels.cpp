@@ -43,8 +43,13 @@ void Pick4(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c, 
   });
 }
 
+/// dest[i] = extremum(rows[0][i], ..., rows[size - 1][i])
 template <typename Extremum>
 void PickRows(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t count) {
+  if (size == 1) {
+    __builtin_memcpy(dest, rows[0], count);
+    return;
+  }
   size_t done = 2;
   if (size % 2 != 0) {
     Pick3<Extremum>(dest, rows[0], rows[1], rows[2], count);
@@ -168,12 +173,32 @@ void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t 
   }
 }
 
+/// Nine bytes at once: without rows in between, reading and writing keep pace with each other.
+template <typename Extremum>
+void Square3(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count) {
+  const uint8_t* const a = rows[0];
+  const uint8_t* const b = rows[1];
+  const uint8_t* const c = rows[2];
+  ForEachByte(dest, count, [=](size_t i, uint8_t) {
+    const auto column = [=](size_t k) { return Extremum::Of(Extremum::Of(a[k], b[k]), c[k]); };
+    return Extremum::Of(Extremum::Of(column(i), column(i + step)), column(i + 2 * step));
+  });
+}
+
+template <typename Extremum>
+void Square(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
+            uint8_t* columns) {
+  if (size == 3) return Square3<Extremum>(dest, rows, step, count);
+  PickRows<Extremum>(columns, rows, size, count + (size - 1) * step);
+  Across<Extremum>(dest, columns, size, step, count);
+}
+
 template <typename Extremum>
 constexpr ExtremumKernels KernelsOf() {
   return {.fold = &Fold<Extremum>,
           .pick = &Pick<Extremum>,
-          .pick_rows = &PickRows<Extremum>,
-          .across = &Across<Extremum>};
+          .across = &Across<Extremum>,
+          .square = &Square<Extremum>};
 }
 
 void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {

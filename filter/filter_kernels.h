@@ -14,10 +14,11 @@ struct ExtremumKernels {
   void (*fold)(uint8_t* into, const uint8_t* row, size_t count);
   /// dest[i] = extremum(a[i], b[i]); `a` and `b` may overlap
   void (*pick)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
-  /// dest[i] = extremum(rows[0][i], ..., rows[size - 1][i]), two rows at least
-  void (*pick_rows)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t count);
   /// dest[i] = extremum(row[i], row[i + step], ...) of `size` samples, at most `kMostAcross`
   void (*across)(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count);
+  /// The same as `across` over the extremum of `size` rows; `columns` is a row for that
+  void (*square)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
+                 uint8_t* columns);
 };
 
 inline constexpr size_t kMostAcross = 127;

@@ -175,10 +175,8 @@ class StripReducer {
       strip_.Prefetch(y, reach_.after);
       std::copy(rows + 1, rows + size, rows);
       rows[size - 1] = strip_.Read(y + reach_.after, slot(static_cast<size_t>(y) % size));
-      Write(y, [&](const Extremum& extremum) {
-        if (size == 1) return rows[0];
-        extremum.kernels->pick_rows(combined_, rows, size, strip_.InBytes());
-        return static_cast<const uint8_t*>(combined_);
+      Write(y, [&](const Extremum& extremum, uint8_t* dest) {
+        extremum.kernels->square(dest, rows, size, strip_.Step(), strip_.OutBytes(), combined_);
       });
     }
   }
@@ -224,31 +222,30 @@ class StripReducer {
           extremum.kernels->fold(extremum.running, row, bytes);
         });
       }
-      Write(y + member, [&](const Extremum& extremum) {
-        if (member == members - 1) return static_cast<const uint8_t*>(extremum.running);
-        extremum.kernels->pick(combined_, extremum.running, Above(extremum, member), bytes);
-        return static_cast<const uint8_t*>(combined_);
+      Write(y + member, [&](const Extremum& extremum, uint8_t* dest) {
+        const uint8_t* windows = extremum.running;
+        if (member < members - 1) {
+          extremum.kernels->pick(combined_, extremum.running, Above(extremum, member), bytes);
+          windows = combined_;
+        }
+        const size_t size = wide_ == nullptr ? static_cast<size_t>(Size()) : 1;
+        extremum.kernels->across(dest, windows, size, strip_.Step(), strip_.OutBytes());
       });
     }
   }
 
-  /// Writes output row `y`. combine(extremum) gives the extrema of its columns.
-  template <typename Combine>
-  void Write(int64_t y, Combine&& combine) {
+  /// Writes output row `y`. reduce(extremum, dest) gives the extrema of its windows.
+  template <typename Reduce>
+  void Write(int64_t y, Reduce&& reduce) {
     uint8_t* const dest = strip_.Open(y);
     if (count_ == 1) {
-      ReduceAcross(extrema_[0], combine(extrema_[0]), dest);
+      reduce(extrema_[0], dest);
     } else {
-      ReduceAcross(extrema_[0], combine(extrema_[0]), row_);
-      ReduceAcross(extrema_[1], combine(extrema_[1]), spare_);
+      reduce(extrema_[0], row_);
+      reduce(extrema_[1], spare_);
       ActiveFilterKernels().subtract(dest, row_, spare_, strip_.OutBytes());
     }
     strip_.Close(y);
-  }
-
-  void ReduceAcross(const Extremum& extremum, const uint8_t* row, uint8_t* dest) const {
-    const size_t size = wide_ == nullptr ? static_cast<size_t>(Size()) : 1;
-    extremum.kernels->across(dest, row, size, strip_.Step(), strip_.OutBytes());
   }
 
   Strip& strip_;
