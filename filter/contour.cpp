@@ -13,8 +13,8 @@ void Trace(const ImageView& source, const ImageView& dest) {
   const SourceRows rows(source);
   DestRows out(dest, source, 0);
   const auto step = static_cast<size_t>(rows.sample_bytes());
-  const size_t most = (kScratchBytes / kRows - kRowSlack - 128) / step - 2;
-  ForEachStrip(rows, out, {-1, kRows}, static_cast<int64_t>(most), 0, [&](Strip& strip) {
+  const auto most = static_cast<int64_t>((kScratchBytes / kRows - kRowSlack - 128) / step - 2);
+  ForEachStrip(rows, out, {-1, kRows}, {most, kTileColumns}, 0, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.InBytes());
     const auto read = [&](int64_t y) {
       return strip.Read(y, scratch + static_cast<size_t>((y + kRows) % kRows) * pitch);

@@ -82,16 +82,21 @@ template <typename RowFunction>
 void RunRing(const Job& job, uint8_t (&scratch)[kTileBytes], size_t slack,
              RowFunction&& row_function) {
   const size_t row_bytes = kTileBytes / job.weights.rows() - kRowSlack - 128;
-  ForEachStrip(
-      job.source, job.out, job.Window(), job.TileWidth(row_bytes), slack, [&](Strip& strip) {
-        RowRing ring(job, strip, scratch);
-        const int64_t after = job.weights.FirstRow() + static_cast<int64_t>(job.weights.rows()) - 1;
-        for (int64_t y = 0; y < strip.Rows(); ++y) {
-          strip.Prefetch(y, after);
-          row_function(strip.Open(y), ring.RowsAt(y), strip.OutBytes());
-          strip.Close(y);
-        }
-      });
+  ForEachStrip(job.source, job.out, job.Window(), {job.TileWidth(row_bytes), kTileColumns}, slack,
+               [&](Strip& strip) {
+                 RowRing ring(job, strip, scratch);
+                 const int64_t after =
+                     job.weights.FirstRow() + static_cast<int64_t>(job.weights.rows()) - 1;
+                 for (int64_t y = 0; y < strip.Rows(); ++y) {
+                   strip.Prefetch(y, after);
+                   const uint8_t* const* const rows = ring.RowsAt(y);
+                   strip.WriteParts(y, [&](uint8_t* dest, size_t first, size_t bytes) {
+                     const uint8_t* here[kMostTaps];
+                     for (size_t j = 0; j < job.weights.rows(); ++j) here[j] = rows[j] + first;
+                     row_function(dest, here, bytes);
+                   });
+                 }
+               });
 }
 
 /// Packs the weights of each row, `per_word` in a word, and returns the words of a row.
@@ -151,7 +156,8 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
   const size_t taps = job.weights.rows();
   // A row of bytes and a ring of rows of sums.
   const size_t row_bytes = (kTileBytes - (2 * taps + 1) * (kRowSlack + 128)) / (2 * taps + 1);
-  ForEachStrip(job.source, job.out, job.Window(), job.TileWidth(row_bytes), 0, [&](Strip& strip) {
+  const int64_t most = job.TileWidth(row_bytes);
+  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.OutBytes() * sizeof(uint16_t));
     uint8_t* const ring = scratch + ScratchPitch(strip.InBytes());
     const auto sums_of = [&](int64_t row) {
@@ -202,7 +208,7 @@ template <typename Lane, typename Quotient>
   if (most < 1) return false;
   const auto taps = static_cast<int64_t>(job.weights.rows());
   const auto weight = static_cast<Lane>(job.weights.At(0, 0));
-  ForEachStrip(job.source, job.out, job.Window(), most, 0, [&](Strip& strip) {
+  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, [&](Strip& strip) {
     const size_t bytes = strip.InBytes();
     uint8_t* const entering_slot = scratch;
     uint8_t* const leaving_slot = entering_slot + ScratchPitch(bytes);

@@ -329,7 +329,7 @@ void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
   const SourceRows rows(source);
   DestRows out(dest);
   const int64_t most = SelectionStrip::Width(rows.sample_bytes(), size);
-  ForEachStrip(rows, out, {-Reach(size).before, size}, most, kRowSlack,
+  ForEachStrip(rows, out, {-Reach(size).before, size}, {most, most}, kRowSlack,
                [&](Strip& strip) { SelectionStrip(strip, size).Run(); });
 }
 

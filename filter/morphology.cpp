@@ -25,8 +25,9 @@ constexpr int64_t kWidestExtension = 127;
 constexpr int64_t kGroupRows[] = {32, 20};
 /// Columns of a tile, and of the pieces in which a core is read, for wider windows.
 constexpr int64_t kWideColumns = 128;
-/// Scratch rows that do not depend on the size of a group.
-constexpr int64_t kSharedRows = 5;
+/// Scratch rows beside those of a group, and beside those that few rows are assembled in.
+constexpr int64_t kSharedRows = 6;
+constexpr int64_t kRowsBesideFew = 3;
 
 /// One extremum on its way down a strip.
 struct Extremum {
@@ -132,28 +133,15 @@ class StripReducer {
         wide_(wide),
         count_(kernels.size()),
         scratch_(ScratchPitch(strip.InBytes())) {
-    const auto rest = static_cast<int64_t>(kScratchBytes / scratch_.pitch()) - kSharedRows;
-    group_ = std::min({rest / static_cast<int64_t>(count_), kGroupRows[count_ - 1], Size()});
+    for (size_t e = 0; e < count_; ++e) extrema_[e] = {kernels[e], nullptr, nullptr};
     row_ = scratch_.Take(1);
-    combined_ = scratch_.Take(1);
-    spare_ = scratch_.Take(3);
-    rows_ = scratch_.Take(0);
-    for (size_t e = 0; e < count_; ++e) {
-      extrema_[e] = {kernels[e], nullptr, nullptr};
-    }
   }
 
   void Run() {
     if (wide_ == nullptr && Size() <= kFewRows) {
       RunFewRows();
-      return;
-    }
-    for (size_t e = 0; e < count_; ++e) {
-      extrema_[e].above = scratch_.Take(group_ - 1);
-      extrema_[e].running = scratch_.Take(1);
-    }
-    for (int64_t y = 0; y < strip_.Rows(); y += group_) {
-      RunGroup(y, std::min(group_, strip_.Rows() - y));
+    } else {
+      RunGroups();
     }
   }
 
@@ -166,8 +154,11 @@ class StripReducer {
   /// All rows of each window at once.
   void RunFewRows() {
     const auto size = static_cast<size_t>(Size());
+    combined_ = scratch_.Take(1);
+    spare_ = scratch_.Take(1);
+    uint8_t* const slots = scratch_.Take(strip_.InPlace() ? 0 : Size());
     const uint8_t* rows[kFewRows];
-    const auto slot = [&](size_t i) { return rows_ + i * scratch_.pitch(); };
+    const auto slot = [&](size_t i) { return slots + i * scratch_.pitch(); };
     for (size_t j = 1; j < size; ++j) {
       rows[j] = strip_.Read(static_cast<int64_t>(j) - 1 - reach_.before, slot(j));
     }
@@ -175,9 +166,26 @@ class StripReducer {
       strip_.Prefetch(y, reach_.after);
       std::copy(rows + 1, rows + size, rows);
       rows[size - 1] = strip_.Read(y + reach_.after, slot(static_cast<size_t>(y) % size));
-      Write(y, [&](const Extremum& extremum, uint8_t* dest) {
-        extremum.kernels->square(dest, rows, size, strip_.Step(), strip_.OutBytes(), combined_);
+      Write(y, [&](size_t e, uint8_t* dest, size_t first, size_t bytes) {
+        const uint8_t* here[kFewRows];
+        for (size_t j = 0; j < size; ++j) here[j] = rows[j] + first;
+        extrema_[e].kernels->square(dest, here, size, strip_.Step(), bytes, combined_);
       });
+    }
+  }
+
+  void RunGroups() {
+    combined_ = scratch_.Take(2);
+    spare_ = scratch_.Take(3);
+    const auto rest = static_cast<int64_t>(kScratchBytes / scratch_.pitch()) - kSharedRows;
+    const int64_t group =
+        std::min({rest / static_cast<int64_t>(count_), kGroupRows[count_ - 1], Size()});
+    for (size_t e = 0; e < count_; ++e) {
+      extrema_[e].above = scratch_.Take(group - 1);
+      extrema_[e].running = scratch_.Take(1);
+    }
+    for (int64_t y = 0; y < strip_.Rows(); y += group) {
+      RunGroup(y, std::min(group, strip_.Rows() - y));
     }
   }
 
@@ -222,30 +230,34 @@ class StripReducer {
           extremum.kernels->fold(extremum.running, row, bytes);
         });
       }
-      Write(y + member, [&](const Extremum& extremum, uint8_t* dest) {
-        const uint8_t* windows = extremum.running;
-        if (member < members - 1) {
-          extremum.kernels->pick(combined_, extremum.running, Above(extremum, member), bytes);
-          windows = combined_;
-        }
-        const size_t size = wide_ == nullptr ? static_cast<size_t>(Size()) : 1;
-        extremum.kernels->across(dest, windows, size, strip_.Step(), strip_.OutBytes());
+      const uint8_t* windows[2];
+      for (size_t e = 0; e < count_; ++e) {
+        windows[e] = extrema_[e].running;
+        if (member == members - 1) continue;
+        uint8_t* const combined = combined_ + e * scratch_.pitch();
+        extrema_[e].kernels->pick(combined, windows[e], Above(extrema_[e], member), bytes);
+        windows[e] = combined;
+      }
+      const size_t size = wide_ == nullptr ? static_cast<size_t>(Size()) : 1;
+      Write(y + member, [&](size_t e, uint8_t* dest, size_t first, size_t part) {
+        extrema_[e].kernels->across(dest, windows[e] + first, size, strip_.Step(), part);
       });
     }
   }
 
-  /// Writes output row `y`. reduce(extremum, dest) gives the extrema of its windows.
+  /// Writes output row `y`. reduce(e, dest, first, bytes) gives extremum `e` of the windows from
+  /// `first` on.
   template <typename Reduce>
   void Write(int64_t y, Reduce&& reduce) {
-    uint8_t* const dest = strip_.Open(y);
-    if (count_ == 1) {
-      reduce(extrema_[0], dest);
-    } else {
-      reduce(extrema_[0], row_);
-      reduce(extrema_[1], spare_);
-      ActiveFilterKernels().subtract(dest, row_, spare_, strip_.OutBytes());
-    }
-    strip_.Close(y);
+    strip_.WriteParts(y, [&](uint8_t* dest, size_t first, size_t bytes) {
+      if (count_ == 1) {
+        reduce(0, dest, first, bytes);
+        return;
+      }
+      reduce(0, row_, first, bytes);
+      reduce(1, spare_, first, bytes);
+      ActiveFilterKernels().subtract(dest, row_, spare_, bytes);
+    });
   }
 
   Strip& strip_;
@@ -253,11 +265,9 @@ class StripReducer {
   const WideRows* const wide_;
   const size_t count_;
   Scratch scratch_;
-  int64_t group_;
   uint8_t* row_;
   uint8_t* combined_;
   uint8_t* spare_;
-  uint8_t* rows_;
   Extremum extrema_[2];
 };
 
@@ -281,13 +291,17 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
     });
     return;
   }
+  const auto columns_of = [&](int64_t scratch_rows) {
+    const auto bytes =
+        static_cast<int64_t>(kScratchBytes) / scratch_rows - int64_t{kRowSlack} - 128;
+    return bytes / rows.sample_bytes() - (size - 1);
+  };
   const auto extrema = static_cast<int64_t>(kernels.size());
-  const int64_t scratch_rows =
-      kSharedRows +
-      (size <= kFewRows ? size : extrema * std::min<int64_t>(size, kGroupRows[extrema - 1]));
-  const auto bytes = static_cast<int64_t>(kScratchBytes) / scratch_rows - int64_t{kRowSlack} - 128;
-  const int64_t most = bytes / rows.sample_bytes() - (size - 1);
-  ForEachStrip(rows, out, {-reach.before, size}, most, 0,
+  const int64_t grouped = kSharedRows + extrema * std::min<int64_t>(size, kGroupRows[extrema - 1]);
+  const bool few = size <= kFewRows;
+  const StripWidths widths{columns_of(few ? kRowsBesideFew + size : grouped),
+                           columns_of(few ? kRowsBesideFew : grouped)};
+  ForEachStrip(rows, out, {-reach.before, size}, widths, 0,
                [&](Strip& strip) { StripReducer(strip, reach, kernels, nullptr).Run(); });
 }
 

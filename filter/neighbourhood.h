@@ -104,8 +104,10 @@ class DestRows {
     return dest_.Row(y) + x * SampleBytes(dest_.bit_count);
   }
 
- private:
+  /// True when samples are stored with another alpha than their own.
   bool TakesAlpha() const { return dest_.bit_count == 32 && !keeps_alpha_; }
+
+ private:
   void StoreWithAlpha(int64_t y, int64_t x, int64_t count);
 
   const ImageView dest_;
@@ -144,6 +146,7 @@ class Strip {
         const uint8_t* outside)
       : source_(source), out_(out), window_(window), pieces_{piece}, outside_(outside) {}
 
+  bool InPlace() const { return outside_ != nullptr; }
   size_t Step() const { return static_cast<size_t>(source_.sample_bytes()); }
   int64_t Rows() const { return out_.Rows(); }
   /// Windows of the strip.
@@ -166,6 +169,23 @@ class Strip {
   /// Where the samples of the windows of row `y` are to be written, and what stores them.
   uint8_t* Open(int64_t y) { return pieces_[1].count == 0 ? out_.Open(y, pieces_[0].x) : joined_; }
   void Close(int64_t y);
+  /// Calls write(dest, first, bytes) for the parts of row `y`, `first` bytes from its begin, which
+  /// then are stored. Parts that get their alpha afterwards stay in the nearest cache meanwhile.
+  template <typename Write>
+  void WriteParts(int64_t y, Write&& write) {
+    if (pieces_[1].count != 0 || !out_.TakesAlpha()) {
+      write(Open(y), size_t{0}, OutBytes());
+      Close(y);
+      return;
+    }
+    constexpr int64_t kPartColumns = 512;
+    const Piece& piece = pieces_[0];
+    ForEachTile(piece.x, piece.x + piece.count, kPartColumns, [&](int64_t x, int64_t count) {
+      const auto bytes = static_cast<size_t>(count) * Step();
+      write(out_.Open(y, x), static_cast<size_t>(x - piece.x) * Step(), bytes);
+      out_.Close(y, x, count);
+    });
+  }
 
   /// Most bytes that the windows of two pieces give.
   static constexpr size_t kMostJoined = 2048;
@@ -182,13 +202,18 @@ class Strip {
 /// Fills `samples` with copies of one sample. They may begin with it.
 void RepeatSample(uint8_t* samples, int64_t count, const uint8_t* sample, int sample_bytes);
 
-/// Calls visit(strip) for strips that together cover the output. Strips of one piece have at most
-/// `most` columns. Functions that work on the rows may read `slack` bytes past their samples, which
-/// is at most `kRowSlack`; where there are fewer than `kFewestInPlace` windows, they may read that
-/// many.
+/// Most columns of strips of one piece: of those that are assembled, and of those in place.
+struct StripWidths {
+  int64_t assembled;
+  int64_t in_place;
+};
+
+/// Calls visit(strip) for strips that together cover the output. Functions that work on the rows
+/// may read `slack` bytes past their samples, which is at most `kRowSlack`; where there are fewer
+/// than `kFewestInPlace` windows, they may read that many.
 template <typename Visitor>
 void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& window,
-                  int64_t most, size_t slack, Visitor&& visit) {
+                  const StripWidths& most, size_t slack, Visitor&& visit) {
   const int64_t step = source.sample_bytes();
   const int64_t columns = out.Columns();
   const auto tile = [&](int64_t x, int64_t count) {
@@ -202,14 +227,15 @@ void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& 
   const int64_t end = columns - std::max<int64_t>(past + spare, 0);
   const int64_t joined = begin + columns - end + window.count - 1;
   if (!source.InPlace() || source.Columns() != columns || end - begin < kFewestInPlace ||
-      most < 2 * kFewestInPlace || joined * step > static_cast<int64_t>(Strip::kMostJoined)) {
-    ForEachTile(0, columns, most, tile);
+      most.in_place < 2 * kFewestInPlace ||
+      joined * step > static_cast<int64_t>(Strip::kMostJoined)) {
+    ForEachTile(0, columns, most.assembled, tile);
     return;
   }
   uint8_t outside[kTileColumns * 4 + Strip::kMostJoined + kRowSlack];
   const int64_t widest = std::min(end - begin, kTileColumns) + window.count - 1 + spare;
   RepeatSample(outside, widest, source.outside(), source.sample_bytes());
-  ForEachTile(begin, end, most, [&](int64_t x, int64_t count) {
+  ForEachTile(begin, end, most.in_place, [&](int64_t x, int64_t count) {
     Strip strip(source, out, window, {x, count}, outside);
     visit(strip);
   });
