@@ -15,18 +15,33 @@ namespace {
 
 /// Memory of an image of the tool: rows of a multiple of 64 bytes, below 24 bits with three times
 /// their size in reserve.
-double ImageBytes(const pictures::PictureInfo& info) {
-  const double row = (int64_t{info.width} * info.bit_count + 511) / 512 * 64.0;
-  return row * info.height * (info.bit_count < 24 ? 4 : 1);
+double ImageBytes(const Shape& shape) {
+  const double row = (int64_t{shape.width} * shape.bits + 511) / 512 * 64.0;
+  return row * shape.height * (shape.bits < 24 ? 4 : 1);
 }
 
-/// Peak memory of one item: the image with the file it comes from, with the next one as steps make
-/// new images of the same size, or with the file that it becomes.
-double PeakBytes(const std::string& input, const pictures::PictureInfo& info, bool makes_images) {
-  std::error_code ignored;
-  const auto file_bytes = static_cast<double>(std::filesystem::file_size(input, ignored));
-  const double image = ImageBytes(info);
-  return image + std::max(file_bytes, image * (makes_images ? 1 : 0.5));
+/// What becomes of one picture.
+struct Forecast {
+  Shape shape;
+  double peak_bytes;
+};
+
+/// At first there is the image with the file that it comes from, then with the one that a step
+/// makes of it, at the end with the file that it becomes.
+Forecast Foresee(const Shape& source, double file_bytes, const std::vector<Step>& steps) {
+  Forecast forecast{source, ImageBytes(source) + file_bytes};
+  for (const Step& step : steps) {
+    const Operation& operation = *step.operation;
+    const double before = ImageBytes(forecast.shape);
+    if (operation.result_shape != nullptr) {
+      forecast.shape = operation.result_shape(step.AsGiven(), forecast.shape);
+    } else if (operation.in_place) {
+      continue;
+    }
+    forecast.peak_bytes = std::max(forecast.peak_bytes, before + ImageBytes(forecast.shape));
+  }
+  forecast.peak_bytes = std::max(forecast.peak_bytes, 1.5 * ImageBytes(forecast.shape));
+  return forecast;
 }
 
 std::string Mebibytes(double bytes) {
@@ -39,8 +54,6 @@ std::string Mebibytes(double bytes) {
 
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
                 const pictures::ReadOptions& reading, int jobs) {
-  const bool makes_images =
-      std::ranges::any_of(steps, [](const Step& step) { return !step.operation->in_place; });
   BatchTotals totals;
   totals.files = items.size();
   // The largest peaks, which may come together; the least of them in front.
@@ -49,9 +62,13 @@ ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& st
     ItemResult result;
     try {
       const pictures::PictureInfo info = pictures::ReadPictureHeader(item.input, reading);
-      const double peak = PeakBytes(item.input, info, makes_images);
+      std::error_code ignored;
+      const auto file_bytes = static_cast<double>(std::filesystem::file_size(item.input, ignored));
+      const auto [shape, peak] =
+          Foresee({info.width, info.height, info.bit_count}, file_bytes, steps);
       std::cout << item.input << "  " << info.width << " x " << info.height << ", "
-                << info.bit_count << " bits, " << Mebibytes(peak) << " -> " << item.output << "\n";
+                << info.bit_count << " bits -> " << item.output << "  " << shape.Size() << ", "
+                << shape.Bits() << "; " << Mebibytes(peak) << "\n";
       peaks.push_back(peak);
       std::ranges::push_heap(peaks, std::greater());
       if (peaks.size() > static_cast<size_t>(jobs)) {

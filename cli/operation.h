@@ -1,8 +1,10 @@
 #ifndef QEL_CLI_OPERATION_H_
 #define QEL_CLI_OPERATION_H_
 
+#include <cstdint>
 #include <limits>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -43,14 +45,29 @@ struct Parameter {
   bool optional = false;  ///< may be left out without a default
 };
 
-/// One execution of a step: what the row's function gets.
-struct Call {
+/// What a step says, whatever the picture.
+struct Given {
   std::string_view name;  ///< of the operation, for messages
-  const Components& components;
   const Arguments& arguments;
+};
+
+/// One execution of a step: what the row's function gets.
+struct Call : Given {
+  const Components& components;
   PictureSource& pictures;
   IQEL* image;    ///< the picture so far; in-place operations change it
   IQEL** result;  ///< where a new picture goes; it replaces `image`
+};
+
+/// Size and depth of a picture.
+struct Shape {
+  int width = 0, height = 0, bits = 0;
+  uint32_t model = 0;
+
+  std::string Size() const { return std::to_string(width) + " x " + std::to_string(height); }
+  std::string Bits() const { return std::to_string(bits) + " bits"; }
+  bool Covers(const Shape& other) const { return width >= other.width && height >= other.height; }
+  bool HasBytes() const { return bits == 8 || bits == 24 || bits == 32; }
 };
 
 /// One row of the operation table.
@@ -65,6 +82,10 @@ struct Operation {
   std::string_view example = {};  ///< a step as one would type it
   std::string_view note = {};     ///< what may surprise; may be empty
   result_t (*call)(Call& call) = nullptr;
+  /// Throws `Failure` for arguments that do not go together; null when all do.
+  void (*check)(const Given& given) = nullptr;
+  /// What becomes of the shape of a picture; null when it stays. The model is not looked at.
+  Shape (*result_shape)(const Given& given, Shape shape) = nullptr;
 };
 
 }  // namespace qel::cli

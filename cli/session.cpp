@@ -79,8 +79,8 @@ SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
   }
   for (const Step& step : steps) {
     SmartPtr<IQEL> result;
-    Call call{step.operation->name, components_, step.arguments, pictures,
-              picture.Get(),        result.Put()};
+    Call call{
+        {step.operation->name, step.arguments}, components_, pictures, picture.Get(), result.Put()};
     const result_t code = step.operation->call(call);
     if (Failed(code)) {
       throw Failure(kModuleFault, std::string(step.operation->name) + ": " + Explain(code));

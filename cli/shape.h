@@ -11,17 +11,6 @@ namespace qel::cli {
 // The module trusts its caller: what does not fit is refused by the rows' functions before they
 // call it.
 
-/// What decides whether pictures fit together.
-struct Shape {
-  int width = 0, height = 0, bits = 0;
-  uint32_t model = 0;
-
-  std::string Size() const { return std::to_string(width) + " x " + std::to_string(height); }
-  std::string Bits() const { return std::to_string(bits) + " bits"; }
-  bool Covers(const Shape& other) const { return width >= other.width && height >= other.height; }
-  bool HasBytes() const { return bits == 8 || bits == 24 || bits == 32; }
-};
-
 inline Shape ShapeOf(IQEL& image) {
   Shape shape;
   int unread = 0;
@@ -31,8 +20,8 @@ inline Shape ShapeOf(IQEL& image) {
 }
 
 /// Ends the step: wrong usage, told under its name.
-[[noreturn]] inline void Refuse(const Call& call, const std::string& message) {
-  throw Failure(kUsage, std::string(call.name) + ": " + message);
+[[noreturn]] inline void Refuse(const Given& given, const std::string& message) {
+  throw Failure(kUsage, std::string(given.name) + ": " + message);
 }
 
 }  // namespace qel::cli

@@ -108,6 +108,7 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
   std::vector<Step> steps;
   for (const RawStep& step : raw) {
     steps.push_back({step.operation, Arguments(*step.operation, step.given), step.text});
+    if (step.operation->check != nullptr) step.operation->check(steps.back().AsGiven());
   }
   return steps;
 }

@@ -13,6 +13,8 @@ struct Step {
   const Operation* operation;
   Arguments arguments;
   std::string text;  ///< as it was typed, without quotes
+
+  Given AsGiven() const { return {operation->name, arguments}; }
 };
 
 /// The operation called `name`. Throws `Failure(kUsage)` with the nearest name.

@@ -78,8 +78,12 @@ Kernel ParseKernel(const std::string& text) {
   return kernel;
 }
 
+Kernel KernelOf(const Given& given) {
+  return ParseKernel(KernelText(given.arguments.Text("kernel")));
+}
+
 result_t CallFilter(Call& call) {
-  Kernel kernel = ParseKernel(KernelText(call.arguments.Text("kernel")));
+  Kernel kernel = KernelOf(call);
   const int divisor =
       call.arguments.Has("divisor")
           ? call.arguments.Int("divisor")
@@ -154,7 +158,8 @@ std::vector<Operation> FilterOperations() {
                       {.name = "offset", .help = "added after dividing", .standard = "0"}},
        .example = "filter 'kernel=0 -1 0; -1 5 -1; 0 -1 0'",
        .note = kBorder,
-       .call = &CallFilter},
+       .call = &CallFilter,
+       .check = [](const Given& given) { KernelOf(given); }},
       Plain("contour", "Draws contours, dark on white.",
             [](Call& call) { return call.components.filter->Contour(call.image, call.result); }),
       {.name = "jitter",

@@ -126,6 +126,13 @@ result_t CallAddScale(Call& call) {
                                          arguments.Real("offset"));
 }
 
+/// Of operations with the argument depth=.
+Shape ShapeOfDepth(const Given& given, Shape shape) {
+  const int depth = given.arguments.Int("depth");
+  if (depth != 0) shape.bits = depth;
+  return shape;
+}
+
 result_t CallScale(Call& call) {
   const Shape shape = ShapeOf(*call.image);
   NeedBytes(call, shape);
@@ -243,7 +250,8 @@ std::vector<Operation> MathsOperations() {
        .example = "scale factor=1.4 offset=-30 depth=24",
        .note = "From 32 to 32 bits values above 255 wrap and alpha takes part; from 24 to 32 only "
                "the first pixel of each row is converted. Another depth makes a new picture.",
-       .call = &CallScale},
+       .call = &CallScale,
+       .result_shape = &ShapeOfDepth},
       {.name = "subtract",
        .component = kComponent,
        .summary = "Difference of two pictures, clamped at 0 or absolute.",
@@ -269,7 +277,8 @@ std::vector<Operation> MathsOperations() {
                                                   : kModelArgb;
              return call.components.maths->CreateDestImage(call.result, call.image, depth,
                                                            static_cast<int>(model));
-           }},
+           },
+       .result_shape = &ShapeOfDepth},
       {.name = "add",
        .component = kComponent,
        .summary = "Sum of two pictures, divided.",
@@ -287,7 +296,12 @@ std::vector<Operation> MathsOperations() {
        .example = "scale8 factor=0.0000152587890625 offset=256",
        .note = "Alpha is the highest byte and counts as a sign, then red: the standard values give "
                "the red of opaque pixels.",
-       .call = &CallScale8},
+       .call = &CallScale8,
+       .result_shape =
+           [](const Given&, Shape shape) {
+             shape.bits = 8;
+             return shape;
+           }},
   };
 }
 

@@ -3,10 +3,10 @@
 #include <numbers>
 
 #include "cli/arguments.h"
-#include "cli/errors.h"
 #include "cli/methods.h"
 #include "cli/operation_table.h"
 #include "cli/picture_io.h"
+#include "cli/shape.h"
 
 namespace qel::cli {
 namespace {
@@ -29,40 +29,47 @@ const Parameter kMethod = {.name = "method",
                            .standard = "catmull-rom",
                            .choices = kMethods};
 
-struct Size {
-  int width;
-  int height;
-};
-
-Size SizeOf(IQEL* image) {
-  Size size{};
-  int planes = 0;
-  image->GetSize(&size.width, &size.height, &planes);
-  return size;
+void CheckResample(const Given& given) {
+  if (given.arguments.Has("width") || given.arguments.Has("height")) return;
+  Refuse(given, "give width=, height= or both");
 }
 
 /// The new size: what was given, the missing extent by the picture's proportions, and with fit= the
 /// largest size of these proportions inside both.
-Size WantedSize(const Arguments& arguments, const Size& old) {
+Shape ShapeAfterResample(const Given& given, Shape shape) {
+  const Arguments& arguments = given.arguments;
   const bool has_width = arguments.Has("width");
   const bool has_height = arguments.Has("height");
-  if (!has_width && !has_height) throw Failure(kUsage, "resample: give width=, height= or both");
-  const double x = has_width ? arguments.Pixels("width", old.width) / old.width : 0;
-  const double y = has_height ? arguments.Pixels("height", old.height) / old.height : 0;
+  const double x = has_width ? arguments.Pixels("width", shape.width) / shape.width : 0;
+  const double y = has_height ? arguments.Pixels("height", shape.height) / shape.height : 0;
   const bool fits = has_width && has_height && arguments.Number("fit") != 0;
   const double x_scale = !has_width ? y : fits ? std::min(x, y) : x;
   const double y_scale = !has_height ? x : fits ? std::min(x, y) : y;
-  const auto scaled = [](int extent, double scale) {
-    return static_cast<int>(std::clamp(std::round(extent * scale), 1.0, 1e6));
+  const auto scale = [](int& extent, double factor) {
+    extent = static_cast<int>(std::clamp(std::round(extent * factor), 1.0, 1e6));
   };
-  return {scaled(old.width, x_scale), scaled(old.height, y_scale)};
+  scale(shape.width, x_scale);
+  scale(shape.height, y_scale);
+  return shape;
 }
 
 result_t CallResample(Call& call) {
-  const Size size = WantedSize(call.arguments, SizeOf(call.image));
-  return call.components.transform->Resample(call.image, call.result, size.width, size.height,
+  const Shape shape = ShapeAfterResample(call, ShapeOf(*call.image));
+  return call.components.transform->Resample(call.image, call.result, shape.width, shape.height,
                                              call.arguments.Int("method"),
                                              call.arguments.Int("nearest"));
+}
+
+/// The rectangle round the turned picture.
+Shape ShapeAfterRotate(const Given& given, Shape shape) {
+  if (given.arguments.Int("force-alpha") != 0) shape.bits = 32;
+  if (given.arguments.Int("keep-size") != 0) return shape;
+  const double angle = given.arguments.Number("angle") * std::numbers::pi / 180;
+  const double across = std::abs(std::cos(angle)), along = std::abs(std::sin(angle));
+  const int width = shape.width;
+  shape.width = static_cast<int>(std::lround(width * across + shape.height * along));
+  shape.height = static_cast<int>(std::lround(width * along + shape.height * across));
+  return shape;
 }
 
 result_t CallRotatePaste(Call& call) {
@@ -124,6 +131,11 @@ std::vector<Operation> TransformOperations() {
              const int bits = call.arguments.Int("bits");
              return call.components.transform->IncreaseBpp(call.image, call.result, bits,
                                                            bits == 32 ? kModelArgb : kModelBgr);
+           },
+       .result_shape =
+           [](const Given& given, Shape shape) {
+             shape.bits = std::max(shape.bits, given.arguments.Int("bits"));
+             return shape;
            }},
       {.name = "resample",
        .component = kComponent,
@@ -153,7 +165,9 @@ std::vector<Operation> TransformOperations() {
        .example = "resample width=110% method=mitchell",
        .note = "Shrinking along both axes averages boxes of whole pixels and ignores the method; "
                "at 32 bits that leaves alpha 0: follow it by set-image-alpha alpha=255.",
-       .call = &CallResample},
+       .call = &CallResample,
+       .check = &CheckResample,
+       .result_shape = &ShapeAfterResample},
       {.name = "rotate",
        .component = kComponent,
        .summary = "Turns the picture; what it does not cover takes its top-left colour.",
@@ -176,7 +190,8 @@ std::vector<Operation> TransformOperations() {
              return call.components.transform->Rotate(
                  call.image, call.result, arguments.Int("angle"), arguments.Int("method"),
                  arguments.Int("force-alpha"), arguments.Int("keep-size"));
-           }},
+           },
+       .result_shape = &ShapeAfterRotate},
       {.name = "rotate-paste",
        .component = kComponent,
        .summary = "Draws a second picture, turned, into the top-left of this one.",

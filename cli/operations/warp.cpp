@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <stdexcept>
 
 #include "cli/arguments.h"
@@ -25,80 +27,117 @@ bool ParseCoordinate(std::string_view text, double whole, double& coordinate) {
 }
 
 /// The argument `name` as a point of the picture: X,Y.
-MapPoint PointOf(const Call& call, std::string_view name, const Shape& shape) {
-  const std::string_view text = call.arguments.Text(name);
+MapPoint PointOf(const Given& given, std::string_view name, const Shape& shape) {
+  const std::string_view text = given.arguments.Text(name);
   const size_t comma = text.find(',');
   MapPoint point{};
   if (comma == std::string_view::npos ||
       !ParseCoordinate(text.substr(0, comma), shape.width, point.x) ||
       !ParseCoordinate(text.substr(comma + 1), shape.height, point.y)) {
-    Refuse(call, std::string(name) + "=" + std::string(text) +
-                     " is no point; 12.5,40 or 10%,25% would be");
+    Refuse(given, std::string(name) + "=" + std::string(text) +
+                      " is no point; 12.5,40 or 10%,25% would be");
   }
   return point;
 }
 
+struct Corners {
+  MapPoint top_left, top_right, bottom_left, bottom_right;
+};
+
+Corners CornersOf(const Given& given, const Shape& shape) {
+  return {PointOf(given, "top-left", shape), PointOf(given, "top-right", shape),
+          PointOf(given, "bottom-left", shape), PointOf(given, "bottom-right", shape)};
+}
+
+/// The size that was asked for; what was not, by the shorter of two opposite edges.
+Shape ShapeAfterQuad(const Given& given, Shape shape) {
+  const Corners corners = CornersOf(given, shape);
+  const auto extent = [&](std::string_view name, const MapPoint& a, const MapPoint& b,
+                          const MapPoint& c, const MapPoint& d) {
+    const int wanted = given.arguments.Int(name);
+    const double edge =
+        std::min(std::hypot(b.x - a.x, b.y - a.y), std::hypot(d.x - c.x, d.y - c.y));
+    return wanted != 0 ? wanted : static_cast<int>(std::min(edge, 1e6));
+  };
+  shape.width = extent("width", corners.top_left, corners.top_right, corners.bottom_left,
+                       corners.bottom_right);
+  shape.height = extent("height", corners.top_left, corners.bottom_left, corners.top_right,
+                        corners.bottom_right);
+  return shape;
+}
+
 result_t CallQuad(Call& call) {
   const Arguments& arguments = call.arguments;
-  const Shape shape = ShapeOf(*call.image);
-  const MapPoint p1 = PointOf(call, "top-left", shape);
-  const MapPoint p2 = PointOf(call, "top-right", shape);
-  const MapPoint p3 = PointOf(call, "bottom-left", shape);
-  const MapPoint p4 = PointOf(call, "bottom-right", shape);
+  const auto [p1, p2, p3, p4] = CornersOf(call, ShapeOf(*call.image));
   return call.components.transform->Quad(
       call.image, call.result, p1.x, p1.y, p2.x, p2.y, p3.x, p3.y, p4.x, p4.y,
       static_cast<uint32_t>(arguments.Int("width")), static_cast<uint32_t>(arguments.Int("height")),
       static_cast<int16_t>(arguments.Int("blend")));
 }
 
-std::vector<double> NumbersOf(const Call& call, std::string_view name) {
+std::vector<double> NumbersOf(const Given& given, std::string_view name) {
   try {
-    return ParseNumbers(call.arguments.Text(name));
+    return ParseNumbers(given.arguments.Text(name));
   } catch (const std::invalid_argument& error) {
-    Refuse(call, std::string(name) + ": \"" + error.what() + "\" is no number");
+    Refuse(given, std::string(name) + ": \"" + error.what() + "\" is no number");
   }
 }
 
 template <typename Map>
-SmartPtr<PointMap> MakeMatrix(const Call& call, std::string_view name) {
-  const std::vector<double> numbers = NumbersOf(call, name);
+SmartPtr<PointMap> MakeMatrix(const Given& given, std::string_view name) {
+  const std::vector<double> numbers = NumbersOf(given, name);
   if (numbers.size() != Map::kNumbers) {
-    Refuse(call, std::string(name) + "= takes " + std::to_string(Map::kNumbers) +
-                     " numbers, there are " + std::to_string(numbers.size()));
+    Refuse(given, std::string(name) + "= takes " + std::to_string(Map::kNumbers) +
+                      " numbers, there are " + std::to_string(numbers.size()));
   }
   return SmartPtr<PointMap>::Adopt(new Map(numbers));
 }
 
-SmartPtr<PointMap> MakePolynomial(const Call& call) {
-  const std::vector<double> numbers = NumbersOf(call, "polynomial");
+SmartPtr<PointMap> MakePolynomial(const Given& given) {
+  const std::vector<double> numbers = NumbersOf(given, "polynomial");
   if (PolynomialMap::DegreeOf(numbers.size()) < 0) {
-    Refuse(call, "polynomial= takes 6 numbers, 12 for squares, or 20 for cubes, there are " +
-                     std::to_string(numbers.size()));
+    Refuse(given, "polynomial= takes 6 numbers, 12 for squares, or 20 for cubes, there are " +
+                      std::to_string(numbers.size()));
   }
   return SmartPtr<PointMap>::Adopt(new PolynomialMap(numbers));
 }
 
 /// The coordinate transform of a step: exactly one of its three kinds.
-SmartPtr<PointMap> PointMapOf(const Call& call) {
-  const Arguments& arguments = call.arguments;
+SmartPtr<PointMap> PointMapOf(const Given& given, const Shape& shape) {
+  const Arguments& arguments = given.arguments;
   const bool affine = arguments.Has("affine");
   const bool projective = arguments.Has("projective");
   if (affine + projective + arguments.Has("polynomial") != 1) {
-    Refuse(call, "give one of affine=, projective= and polynomial=");
+    Refuse(given, "give one of affine=, projective= and polynomial=");
   }
-  const SmartPtr<PointMap> map = affine       ? MakeMatrix<AffineMap>(call, "affine")
-                                 : projective ? MakeMatrix<ProjectiveMap>(call, "projective")
-                                              : MakePolynomial(call);
+  const SmartPtr<PointMap> map = affine       ? MakeMatrix<AffineMap>(given, "affine")
+                                 : projective ? MakeMatrix<ProjectiveMap>(given, "projective")
+                                              : MakePolynomial(given);
   if (arguments.Int("shares") != 0) {
-    const Shape shape = ShapeOf(*call.image);
     map->SetUnits({static_cast<double>(shape.width), static_cast<double>(shape.height)});
   }
   return map;
 }
 
+void CheckPointMap(const Given& given) { PointMapOf(given, {}); }
+
+Shape ShapeAfterTransform(const Given& given, Shape shape) {
+  const int width = given.arguments.Int("width");
+  const int height = given.arguments.Int("height");
+  if (width != 0) shape.width = width;
+  if (height != 0) shape.height = height;
+  return shape;
+}
+
+/// Of operations that may add alpha.
+Shape ShapeWithAlpha(const Given& given, Shape shape) {
+  if (given.arguments.Int("alpha") != 0) shape.bits = 32;
+  return shape;
+}
+
 result_t CallTransform(Call& call) {
   const Arguments& arguments = call.arguments;
-  const SmartPtr<PointMap> map = PointMapOf(call);
+  const SmartPtr<PointMap> map = PointMapOf(call, ShapeOf(*call.image));
   return call.components.transform->Transform(map.Get(), call.image, call.result,
                                               arguments.Int("x-offset"), arguments.Int("y-offset"),
                                               static_cast<uint32_t>(arguments.Int("width")),
@@ -107,9 +146,9 @@ result_t CallTransform(Call& call) {
 
 result_t CallTransformPaste(Call& call) {
   const Arguments& arguments = call.arguments;
-  const SmartPtr<PointMap> map = PointMapOf(call);
-  host::HostImage& onto = call.pictures.Get(arguments.Text("onto"));
   const Shape shape = ShapeOf(*call.image);
+  const SmartPtr<PointMap> map = PointMapOf(call, shape);
+  host::HostImage& onto = call.pictures.Get(arguments.Text("onto"));
   const Shape target_shape = ShapeOf(onto);
   if (shape.bits != target_shape.bits) {
     Refuse(call, "onto=" + arguments.Text("onto") + " has " + target_shape.Bits() +
@@ -128,18 +167,14 @@ const Parameter kForceAlpha = {.name = "alpha",
                                .kind = Kind::kFlag,
                                .help = "make the picture 32 bits deep and opaque",
                                .standard = "no"};
-const Parameter kNewWidth = {.name = "width",
-                             .help = "of the new picture; 0 derives it",
-                             .standard = "0",
-                             .minimum = 0,
-                             .maximum = 65535,
-                             .unit = "pixels"};
-const Parameter kNewHeight = {.name = "height",
-                              .help = "of the new picture; 0 derives it",
-                              .standard = "0",
-                              .minimum = 0,
-                              .maximum = 65535,
-                              .unit = "pixels"};
+Parameter NewExtent(std::string_view name, std::string_view help) {
+  return {.name = name,
+          .help = help,
+          .standard = "0",
+          .minimum = 0,
+          .maximum = 65535,
+          .unit = "pixels"};
+}
 const Parameter kAffine = {.name = "affine",
                            .kind = Kind::kText,
                            .help = "a,b,c,d,e,f: x' = a x + b y + c, y' = d x + e y + f",
@@ -196,7 +231,8 @@ std::vector<Operation> WarpOperations() {
              return call.components.transform->Skew(
                  call.image, call.result, arguments.Real("x-gain"), arguments.Real("y-gain"),
                  arguments.Int("x-pivot"), arguments.Int("y-pivot"), 0, arguments.Int("alpha"));
-           }},
+           },
+       .result_shape = &ShapeWithAlpha},
       {.name = "quad",
        .component = kTransform,
        .summary = "Straightens the picture inside four corners into a rectangle.",
@@ -205,8 +241,8 @@ std::vector<Operation> WarpOperations() {
                       Corner("top-right", "likewise", "100%,0"),
                       Corner("bottom-left", "likewise", "0,100%"),
                       Corner("bottom-right", "likewise", "100%,100%"),
-                      kNewWidth,
-                      kNewHeight,
+                      NewExtent("width", "of the new picture; 0: as the shorter of two edges"),
+                      NewExtent("height", "likewise"),
                       {.name = "blend",
                        .kind = Kind::kFlag,
                        .help = "mix two by two pixels, above 8 bits",
@@ -214,16 +250,21 @@ std::vector<Operation> WarpOperations() {
        .example = "quad top-left=10%,15% top-right=95%,5% bottom-left=5%,90% "
                   "bottom-right=80%,95% blend=yes",
        .note = "The outermost pixels of the picture are never taken: they come out black.",
-       .call = &CallQuad},
+       .call = &CallQuad,
+       .check = [](const Given& given) { CornersOf(given, {}); },
+       .result_shape = &ShapeAfterQuad},
       {.name = "transform",
        .component = kTransform,
        .summary = "Fills a new picture by a formula that says where to read each pixel.",
        .depths = kByteDepths,
-       .parameters = {kAffine, kProjective, kPolynomial, kShares, kXOffset, kYOffset, kNewWidth,
-                      kNewHeight},
+       .parameters = {kAffine, kProjective, kPolynomial, kShares, kXOffset, kYOffset,
+                      NewExtent("width", "of the new picture; 0: as that of the old one"),
+                      NewExtent("height", "likewise")},
        .example = "transform shares=yes polynomial=0.05,0.6,0.15,0.3,0,0,0.1,0,0.7,-0.3,0.3,0.1",
        .note = "What comes from outside is black, and opaque at 32 bits. Offsets count in pixels.",
-       .call = &CallTransform},
+       .call = &CallTransform,
+       .check = &CheckPointMap,
+       .result_shape = &ShapeAfterTransform},
       {.name = "transform-paste",
        .component = kTransform,
        .summary = "Sends every pixel to a place in another picture, by a formula.",
@@ -245,7 +286,8 @@ std::vector<Operation> WarpOperations() {
        .example = "transform-paste onto=other.png affine=0.5,-0.3,110,0.25,0.6,10",
        .note = "The file itself is left alone; the picture that was pasted into goes on to the "
                "next step.",
-       .call = &CallTransformPaste},
+       .call = &CallTransformPaste,
+       .check = &CheckPointMap},
       {.name = "circle",
        .component = kDeform,
        .summary = "Deforms the picture in circles about its centre.",
@@ -267,7 +309,8 @@ std::vector<Operation> WarpOperations() {
              return call.components.deform->CircleTransform(call.image, arguments.Int("mode"),
                                                             arguments.Int("alpha"),
                                                             arguments.Real("factor"));
-           }},
+           },
+       .result_shape = &ShapeWithAlpha},
   };
 }
 

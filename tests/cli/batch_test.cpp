@@ -251,6 +251,10 @@ TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
       {"-o 'out/{stem}.pgm' negative", kUsage, "no inputs before -o"},
       {"--files-from empty -o 'out/{stem}.pgm' negative", kNoInput, "names no files"},
       {"--files-from none -o 'out/{stem}.pgm' negative", kNoInput, "none: No such file"},
+      {"in/1000.pgm -o out.pgm resample", kUsage, "qel: resample: give width="},
+      {"in/1000.pgm -o out.pgm filter kernel=1,2", kUsage, "qel: filter: kernel: 2 weights"},
+      {"in/1000.pgm -o out.pgm transform", kUsage, "qel: transform: give one of"},
+      {"in/1000.pgm -o out.pgm quad top-left=3", kUsage, "qel: quad: top-left=3 is no point"},
       {"in/1000.pgm -o out.pgm negative --resume", kUsage, "--resume needs --json"},
       {"in/1000.pgm -o out.pgm negative --shard 0/3", kUsage, "with I from 1 to N"},
       {"in/1000.pgm -o out.pgm negative --shard 4/3", kUsage, "not 4/3"},
@@ -338,15 +342,56 @@ TEST_F(Bulk, ADryRunTellsFromHeadersWhatWouldBeDone) {
   EXPECT_EQ(outcome.exit_code, kSomeFailed);
   EXPECT_EQ(outcome.errors.find("qel: in/f.png: "), 0u) << outcome.errors;
   for (const auto& picture : pictures) {
-    const std::string start = "in/" + picture.name + "  1024 x 512, " +
-                              std::to_string(picture.bit_count) + " bits, 3.0 MiB -> out/" +
-                              picture.name.substr(0, 1) + ".png\n";
+    const std::string shape = "  1024 x 512, " + std::to_string(picture.bit_count) + " bits";
+    const std::string line =
+        "in/" + picture.name + shape + " -> out/" + picture.name.substr(0, 1) + ".png" + shape;
     const bool larger = picture.bit_count < 32;
-    EXPECT_EQ(Count(outcome.output, larger ? start.substr(0, start.find(" bits")) : start), 1u)
-        << outcome.output;
+    EXPECT_EQ(Count(outcome.output, larger ? line : line + "; 3.0 MiB\n"), 1u) << outcome.output;
   }
   EXPECT_EQ(Count(outcome.output, "5 files, 2 at a time, about 6.0 MiB"), 1u) << outcome.output;
   EXPECT_EQ(Files("."), before);
+}
+
+// What the dry run counts on: sizes and depths as they are told are those that come out.
+TEST(Operations, TellTheShapeOfTheirResult) {
+  const Session session;
+  std::vector<std::string> steps = {"rotate angle=90",
+                                    "rotate angle=30 keep-size=yes force-alpha=yes",
+                                    "resample height=33",
+                                    "resample width=99 height=50% fit=yes",
+                                    "quad bottom-right=50%,40% height=77",
+                                    "increase-bpp bits=24",
+                                    "scale depth=8",
+                                    "skew x-gain=1 alpha=yes",
+                                    "circle mode=fold alpha=yes",
+                                    "transform affine=1,0,0,0,1,0 width=11"};
+  for (const Operation& operation : OperationTable()) {
+    if (operation.name != "transform-paste") steps.emplace_back(operation.example);
+  }
+  for (const int bits : {24, 32}) {
+    PictureSource second_pictures;
+    second_pictures.Provide("other.png", MakeImage(320, 200, bits));
+    second_pictures.Provide("mask.png", MakeImage(320, 200, 8));
+    for (const std::string& text : steps) {
+      SCOPED_TRACE(text + " at " + std::to_string(bits));
+      const Step step = ParseSteps({text}).front();
+      const auto shape_of = [](const host::HostImage& image) {
+        return Shape{image.width(), image.height(), image.bit_count()};
+      };
+      const auto source = MakeImage(320, 200, bits);
+      Shape told = shape_of(*source);
+      if (step.operation->result_shape) told = step.operation->result_shape(step.AsGiven(), told);
+      SmartPtr<host::HostImage> result;
+      try {
+        result = session.Run({step}, source, second_pictures);
+      } catch (const Failure&) {
+        EXPECT_EQ(bits, 24) << "works on 32 bits only";
+        continue;
+      }
+      EXPECT_EQ(shape_of(*result).Size() + " " + shape_of(*result).Bits(),
+                told.Size() + " " + told.Bits());
+    }
+  }
 }
 
 TEST_F(Bulk, ProgressGoesToTheTerminalOrToPrograms) {
