@@ -26,21 +26,43 @@ struct Forecast {
   double peak_bytes;
 };
 
+/// What writing a picture takes, by the byte of its image: the file with room to grow, and what the
+/// format's library needs. Measured with noise, which compresses worst.
+double EncoderShare(const std::string& output) {
+  switch (pictures::FormatOfPath(output)) {
+    case pictures::Format::kWebp:
+      return 8;
+    case pictures::Format::kPng:
+    case pictures::Format::kJpeg:
+    case pictures::Format::kTiff:
+      return 2;
+    case pictures::Format::kBmp:
+    case pictures::Format::kPnm:
+      break;
+  }
+  return 1.25;
+}
+
 /// At first there is the image with the file that it comes from, then with the one that a step
-/// makes of it, at the end with the file that it becomes.
-Forecast Foresee(const Shape& source, double file_bytes, const std::vector<Step>& steps) {
+/// makes of it, at the end with the file that it becomes. Memory of images that were replaced is
+/// kept for the next ones.
+Forecast Foresee(const BatchItem& item, const Shape& source, const std::vector<Step>& steps) {
+  std::error_code ignored;
+  const auto file_bytes = static_cast<double>(std::filesystem::file_size(item.input, ignored));
   Forecast forecast{source, ImageBytes(source) + file_bytes};
+  double kept = 0;
   for (const Step& step : steps) {
     const Operation& operation = *step.operation;
+    if (operation.result_shape == nullptr && operation.in_place) continue;
     const double before = ImageBytes(forecast.shape);
     if (operation.result_shape != nullptr) {
       forecast.shape = operation.result_shape(step.AsGiven(), forecast.shape);
-    } else if (operation.in_place) {
-      continue;
     }
-    forecast.peak_bytes = std::max(forecast.peak_bytes, before + ImageBytes(forecast.shape));
+    kept = std::max(kept, before);
+    forecast.peak_bytes = std::max(forecast.peak_bytes, kept + ImageBytes(forecast.shape));
   }
-  forecast.peak_bytes = std::max(forecast.peak_bytes, 1.5 * ImageBytes(forecast.shape));
+  const double written = (1 + EncoderShare(item.output)) * ImageBytes(forecast.shape);
+  forecast.peak_bytes = std::max(forecast.peak_bytes, kept + written);
   return forecast;
 }
 
@@ -62,10 +84,7 @@ ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& st
     ItemResult result;
     try {
       const pictures::PictureInfo info = pictures::ReadPictureHeader(item.input, reading);
-      std::error_code ignored;
-      const auto file_bytes = static_cast<double>(std::filesystem::file_size(item.input, ignored));
-      const auto [shape, peak] =
-          Foresee({info.width, info.height, info.bit_count}, file_bytes, steps);
+      const auto [shape, peak] = Foresee(item, {info.width, info.height, info.bit_count}, steps);
       std::cout << item.input << "  " << info.width << " x " << info.height << ", "
                 << info.bit_count << " bits -> " << item.output << "  " << shape.Size() << ", "
                 << shape.Bits() << "; " << Mebibytes(peak) << "\n";
@@ -82,7 +101,8 @@ ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& st
     totals.Add(result);
   }
   std::cout << totals.done << " files, " << std::min(peaks.size(), items.size())
-            << " at a time, about " << Mebibytes(std::accumulate(peaks.begin(), peaks.end(), 0.0))
+            << " at a time, at most about "
+            << Mebibytes(std::accumulate(peaks.begin(), peaks.end(), 0.0))
             << " of memory for pictures\n";
   return totals.Code();
 }
