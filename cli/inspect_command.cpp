@@ -32,7 +32,7 @@ void PrintInterface(const InterfaceRow& row) {
     }
     line += text;
   }
-  std::cout << line << "\n";
+  if (line.size() > 3) std::cout << line << "\n";
 }
 
 /// One component of the library, when it has it: each known interface that a fresh object answers.
