@@ -32,7 +32,8 @@ std::string ParameterAsJson(const Parameter& parameter) {
   object.Text("name", parameter.name)
       .Text("type", KindName(parameter.kind))
       .Text("help", parameter.help);
-  if (parameter.kind == Kind::kInt || parameter.kind == Kind::kNumber) {
+  const Kind kind = parameter.kind;
+  if (kind == Kind::kInt || kind == Kind::kNumber || kind == Kind::kExtent) {
     object.Real("minimum", parameter.minimum).Real("maximum", parameter.maximum);
   }
   if (!parameter.unit.empty()) object.Text("unit", parameter.unit);
@@ -55,7 +56,7 @@ std::string OperationAsJson(const Operation& operation) {
   object.Text("name", operation.name)
       .Text("component", operation.component)
       .Text("summary", operation.summary)
-      .Text("depths", operation.depths)
+      .Json("depths", "[" + std::string(operation.depths) + "]")
       .Flag("in_place", operation.in_place)
       .Flag("random", operation.random)
       .Text("example", operation.example)
