@@ -1,6 +1,7 @@
 #include "transform/orientation_kernels.h"
 
 #include "image/colour_vectors.h"
+#include "transform/fetch.h"
 #include "transform/word_pixels.h"
 
 namespace qel::QEL_LEVEL {
@@ -138,13 +139,10 @@ void TransposeRectangle(uint8_t* dest, int64_t dest_stride, const uint8_t* sourc
 
 #endif
 
-/// Has the memory bring a rectangle, one that is going to be written when `kWrite` is 1.
+/// Brings the rows of a rectangle.
 template <int kWrite>
-void Fetch(const uint8_t* first, int64_t stride, int64_t rows, int64_t bytes) {
-  for (; rows > 0; --rows, first += stride) {
-    for (int64_t at = 0; at < bytes; at += 64) __builtin_prefetch(first + at, kWrite);
-    __builtin_prefetch(first + bytes - 1, kWrite);
-  }
+void FetchRectangle(const uint8_t* first, int64_t stride, int64_t rows, int64_t bytes) {
+  for (; rows > 0; --rows, first += stride) Fetch<kWrite>(first, bytes);
 }
 
 template <int kBytes>
@@ -156,10 +154,9 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
       uint8_t* const to = dest + y * dest_stride + x * kBytes;
       const uint8_t* const from = source + x * source_stride + y * kBytes;
       const int64_t ahead = Smaller(columns - y - kTileColumns, kTileColumns);
-      // The processor foresees rows, but not tiles.
-      Fetch<1>(to + kTileColumns * dest_stride, dest_stride, ahead, tile_rows * kBytes);
+      FetchRectangle<1>(to + kTileColumns * dest_stride, dest_stride, ahead, tile_rows * kBytes);
       if (ahead > 0)
-        Fetch<0>(from + kTileColumns * kBytes, source_stride, tile_rows, ahead * kBytes);
+        FetchRectangle<0>(from + kTileColumns * kBytes, source_stride, tile_rows, ahead * kBytes);
       TransposeRectangle<kBytes>(to, dest_stride, from, source_stride,
                                  Smaller(columns - y, kTileColumns), tile_rows);
     }

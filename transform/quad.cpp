@@ -5,6 +5,7 @@
 #include "image/numeric.h"
 #include "module/result_image.h"
 #include "transform/blend_pixel.h"
+#include "transform/fetch.h"
 #include "transform/image_transform.h"
 #include "transform/nearest_copy.h"
 
@@ -89,6 +90,18 @@ class QuadRows {
     OneByOne(dest, last, columns, walk);
   }
   void Finish() { copy_.Finish(); }
+
+  /// Has the memory bring what a later row is going to read.
+  void Fetch(const FixedWalk& walk) const {
+    constexpr size_t kPixelsPerFetch = 16;
+    for (size_t k = 0; k < static_cast<size_t>(dest_.Columns()); k += kPixelsPerFetch) {
+      const FixedWalk at = From(walk, k);
+      if (source_.bits == nullptr || !IsInside(Nearest(at.x), Nearest(at.y))) continue;
+      const uint8_t* const top = source_.Row(Lower(at.y)) + int64_t{Lower(at.x)} * bytes_;
+      FetchLine(top);
+      FetchLine(top + source_.stride);
+    }
+  }
 
  private:
   template <typename Tile>
@@ -175,15 +188,19 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
     FixedWalk left = start(top_left, StepsAlong(left_edge, rows));
     FixedWalk right = start(top_right, StepsAlong(right_edge, rows));
     QuadRows picture(view, dest, blend != 0);
-    for (int y = 0; y < dest.height; ++y) {
+    const auto scan_line = [=](const FixedWalk& from, const FixedWalk& to) {
       // Scan lines run between whole pixels.
       const auto whole = [](uint32_t v) { return static_cast<int32_t>(v) / kOne; };
-      const int32_t lx = whole(left.x);
-      const int32_t ly = whole(left.y);
-      const Vector2 scan{static_cast<double>(whole(right.x) - lx),
-                         static_cast<double>(whole(right.y) - ly)};
-      picture.Fill(y, StartAt(StepsAlong(scan, columns), static_cast<uint32_t>(lx) << 16,
-                              static_cast<uint32_t>(ly) << 16));
+      const int32_t x = whole(from.x);
+      const int32_t y = whole(from.y);
+      const Vector2 way{static_cast<double>(whole(to.x) - x), static_cast<double>(whole(to.y) - y)};
+      return StartAt(StepsAlong(way, columns), static_cast<uint32_t>(x) << 16,
+                     static_cast<uint32_t>(y) << 16);
+    };
+    constexpr size_t kRowsAhead = 4;
+    for (int y = 0; y < dest.height; ++y) {
+      picture.Fetch(scan_line(From(left, kRowsAhead), From(right, kRowsAhead)));
+      picture.Fill(y, scan_line(left, right));
       left = From(left, 1);
       right = From(right, 1);
     }

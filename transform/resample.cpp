@@ -324,8 +324,8 @@ class TileInterpolator {
     BlendRow row;
     row.dest = dest_.Row(static_cast<int64_t>(y)) + first_column * channels_;
     if (y + kRowsAhead < rows_.size()) {
-      FetchForWriting(row.dest + kRowsAhead * dest_.stride,
-                      static_cast<int64_t>(tile_.columns * channels_));
+      Fetch<1>(row.dest + kRowsAhead * dest_.stride,
+               static_cast<int64_t>(tile_.columns * channels_));
     }
     for (size_t j = 0; j < taps_; ++j) {
       row.planes[j] = RowPlanes(rows_[y].first + static_cast<int64_t>(j));

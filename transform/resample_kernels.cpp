@@ -1,5 +1,6 @@
 #include "transform/resample_kernels.h"
 
+#include "transform/fetch.h"
 #include "transform/word_pixels.h"
 
 namespace qel::QEL_LEVEL {
@@ -67,7 +68,7 @@ void SumBoxRows(uint16_t* __restrict sums, const uint8_t* __restrict source, int
   size_t i = 0;
   for (; i + kBlock <= count; i += kBlock) {
     for (size_t r = 0; r < rows; ++r) {
-      __builtin_prefetch(source + static_cast<int64_t>(r) * stride + ahead + i);
+      FetchLine(source + static_cast<int64_t>(r) * stride + ahead + i);
     }
     add_rows(i, kBlock);
   }
@@ -230,7 +231,7 @@ constexpr int64_t kAhead = 1024;
 __m512i PickBytes(const uint8_t* source, const PickBlock& block) {
   const uint8_t* const from = source + block.base;
   // The processor does not foresee loads under masks.
-  for (int64_t at = 0; at < block.span; at += 64) __builtin_prefetch(from + kAhead + at);
+  for (int64_t at = 0; at < block.span; at += 64) FetchLine(from + kAhead + at);
   const __m512i index = _mm512_loadu_si512(block.index);
   const __m512i part0 = LoadFirst(from, block.span);
   if (block.span <= 64) return _mm512_permutexvar_epi8(index, part0);
@@ -251,7 +252,7 @@ inline void StorePicked(uint8_t* dest, size_t count, __m512i picked, __mmask64 l
     return;
   }
   if (lanes != ~__mmask64{0}) {
-    __builtin_prefetch(dest + kAhead, 1);
+    FetchLine<1>(dest + kAhead);
     picked = _mm512_mask_mov_epi8(_mm512_loadu_si512(dest), lanes, picked);
   }
   _mm512_storeu_si512(dest, picked);
