@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "image/kernel_polynomials.h"
+#include "image/numeric.h"
+#include "transform/fetch.h"
 #include "transform/word_pixels.h"
 
 #if defined(QEL_LEVEL_avx512) || defined(QEL_LEVEL_avx512vbmi)
@@ -31,6 +33,27 @@ void Positions(SamplePoints& points, const SampleLine& on, int32_t first, size_t
   for (size_t i = count; i < RoundUp(count); ++i) {
     points.x[i] = points.x[count - 1];
     points.y[i] = points.y[count - 1];
+  }
+}
+
+void FetchLineOfPixels(const SampleSource& source, int32_t pixel_bytes, const SampleLine& on,
+                       int32_t first, size_t count) {
+  // Lines of the cache hold more pixels, but a turned row leaves them upwards or downwards.
+  constexpr size_t kPixelsPerFetch = 4;
+  const SampleLine line = on;
+  const int32_t stride = source.stride;
+  int32_t offsets[kSampleChunk];
+  for (size_t begin = 0; begin < count; begin += kPixelsPerFetch * kSampleChunk) {
+    for (size_t i = 0; i < kSampleChunk; ++i) {
+      const int32_t number = first + static_cast<int32_t>(begin + kPixelsPerFetch * i);
+      const float x = line.start_x + static_cast<float>(number);
+      const int32_t column = TruncateToInt(line.cosine * x + line.sine_y + line.shift_x);
+      const int32_t row = TruncateToInt(line.cosine_y - line.sine * x + line.shift_y);
+      offsets[i] = WrapAdd(WrapMultiply(row, stride), WrapMultiply(column, pixel_bytes));
+    }
+    for (size_t i = 0; i < kSampleChunk && begin + kPixelsPerFetch * i < count; ++i) {
+      FetchLine(source.bits + offsets[i]);
+    }
   }
 }
 
@@ -325,6 +348,7 @@ void Store4(uint8_t* dest, const uint32_t* colours, size_t count) {
 extern const RotateKernels kRotateKernels;
 constinit const RotateKernels kRotateKernels = {
     .positions = &Positions,
+    .fetch = &FetchLineOfPixels,
     .pick1 = &Pick<1>,
     .pick3 = &Pick<3>,
     .pick4 = &Pick<4>,

@@ -55,6 +55,10 @@ struct RotateKernels {
   /// The positions of output pixels `first` to `first` + `count` - 1.
   void (*positions)(SamplePoints& points, const SampleLine& line, int32_t first, size_t count);
 
+  /// Has the memory bring the pixels at these positions, which may lie outside.
+  void (*fetch)(const SampleSource& source, int32_t pixel_bytes, const SampleLine& line,
+                int32_t first, size_t count);
+
   /// The pixel at the truncated positions after adding `offset`: (pixel & keep) | add. Pixels of 3
   /// bytes are read together with the byte behind them.
   void (*pick1)(uint32_t* colours, const SampleSource& source, const SamplePoints& points,

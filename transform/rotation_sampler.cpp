@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "image/pixel_layout.h"
+#include "transform/fetch.h"
 
 namespace qel {
 namespace {
@@ -12,6 +13,13 @@ namespace {
 /// Index of the kernels for this many bytes per pixel.
 size_t KernelIndex(int bit_count) {
   return bit_count == 8 ? 0 : DirectPixelBytes(bit_count) == 3 ? 1 : 2;
+}
+
+/// Rows whose samples are on their way from memory.
+constexpr int kRowsAhead = 2;
+
+SampleLine LineOf(const RotatedFrame::Row& way) {
+  return {way.start_x, way.cosine, way.sine, way.sine_y, way.cosine_y, way.shift_x, way.shift_y};
 }
 
 /// Remembered weights pay for images from this size on.
@@ -57,7 +65,7 @@ void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
   for (size_t i = 0; i < count; ++i) {
     kept[i] = Find(positions[i]);
     // Entries lie all over the memory; all of a chunk are on their way at the same time.
-    if (kept[i].weights != nullptr) __builtin_prefetch(kept[i].weights);
+    if (kept[i].weights != nullptr) FetchLine(reinterpret_cast<const uint8_t*>(kept[i].weights));
   }
   float computed[kSampleChunk * kMaxTaps];
   WeightEntries entries;
@@ -121,7 +129,17 @@ PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun
 
 SampleRow RotationSampler::RowAt(int j, const PixelRun& run) const {
   const RotatedFrame::Row way = frame_.RowAt(j);
-  return {way, uses_kernels_ ? InsideRun(way, run) : PixelRun{run.end, run.end}};
+  const SampleRow row = {way, uses_kernels_ ? InsideRun(way, run) : PixelRun{run.end, run.end}};
+  // Sums of taps take long enough for the processor to look ahead by itself.
+  if (how_.kernel == nullptr) Fetch(j + kRowsAhead, row.inside);
+  return row;
+}
+
+void RotationSampler::Fetch(int j, const PixelRun& run) const {
+  constexpr int32_t kPixelBytes[] = {1, 3, 4};
+  const int32_t pixel_bytes = kPixelBytes[KernelIndex(source_.bit_count)];
+  ActiveRotateKernels().fetch({source_.bits, source_.stride}, pixel_bytes, LineOf(frame_.RowAt(j)),
+                              run.begin, static_cast<size_t>(run.end - run.begin));
 }
 
 void RotationSampler::SampleSingly(uint32_t* colours, const SampleRow& row, int first,
@@ -163,12 +181,8 @@ void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points,
 
 void RotationSampler::SampleInside(uint32_t* colours, const SampleRow& row, int first,
                                    size_t count) {
-  const RotatedFrame::Row& way = row.way;
   SamplePoints points;
-  ActiveRotateKernels().positions(
-      points,
-      {way.start_x, way.cosine, way.sine, way.sine_y, way.cosine_y, way.shift_x, way.shift_y},
-      first, count);
+  ActiveRotateKernels().positions(points, LineOf(row.way), first, count);
   if (how_.kernel == nullptr) {
     PickInside(colours, points, count);
   } else {

@@ -69,6 +69,7 @@ class RotationSampler {
  private:
   bool UsesKernels() const;
   PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const;
+  void Fetch(int j, const PixelRun& run) const;
   void SampleSingly(uint32_t* colours, const SampleRow& row, int first, int count) const;
   void SampleInside(uint32_t* colours, const SampleRow& row, int first, size_t count);
   void PickInside(uint32_t* colours, const SamplePoints& points, size_t count) const;
