@@ -16,9 +16,15 @@ namespace {
 /// Words of `kBytes` bytes at four offsets.
 template <int kBytes>
 inline __m128i LoadFour(const uint8_t* source, const int32_t* offsets) {
+  if constexpr (kBytes == 1) {
+    __m128i words = _mm_insert_epi8(_mm_setzero_si128(), source[offsets[0]], 0);
+    words = _mm_insert_epi8(words, source[offsets[1]], 4);
+    words = _mm_insert_epi8(words, source[offsets[2]], 8);
+    return _mm_insert_epi8(words, source[offsets[3]], 12);
+  }
   const auto load = [&](size_t i) {
-    int32_t word = 0;
-    __builtin_memcpy(&word, source + offsets[i], kBytes);
+    int32_t word;
+    __builtin_memcpy(&word, source + offsets[i], 4);
     return word;
   };
   const __m128i first = _mm_insert_epi32(_mm_cvtsi32_si128(load(0)), load(1), 1);
