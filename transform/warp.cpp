@@ -1,9 +1,10 @@
-#include <cmath>
+#include <algorithm>
 #include <cstring>
 
 #include "image/numeric.h"
 #include "image/pixel_layout.h"
 #include "module/result_image.h"
+#include "transform/fetch.h"
 #include "transform/image_transform.h"
 
 namespace qel {
@@ -34,14 +35,25 @@ Point SizeOf(const ImageShape& shape) {
 template <int kBytes>
 void PullPixels(ITransform& transform, const ImageView source, const ImageView dest, int x_offset,
                 int y_offset) {
+  constexpr int kChunk = 256;
   const Point size = SizeOf(source);
   for (int y = 0; y < dest.height; ++y) {
-    for (int x = 0; x < dest.width; ++x) {
-      const Point at = Point::Of(transform, static_cast<double>(x) + x_offset,
-                                 static_cast<double>(y) + y_offset);
-      if (!at.IsWithin(size)) continue;
-      std::memcpy(dest.Row(y) + int64_t{x} * kBytes,
-                  source.Row(TruncateToInt(at.y)) + int64_t{TruncateToInt(at.x)} * kBytes, kBytes);
+    for (int first = 0; first < dest.width; first += kChunk) {
+      const int count = std::min(kChunk, dest.width - first);
+      // First all the calls of a chunk, during which the memory brings the pixels.
+      const uint8_t* from[kChunk];
+      for (int i = 0; i < count; ++i) {
+        const Point at = Point::Of(transform, static_cast<double>(first + i) + x_offset,
+                                   static_cast<double>(y) + y_offset);
+        from[i] = nullptr;
+        if (!at.IsWithin(size)) continue;
+        from[i] = source.Row(TruncateToInt(at.y)) + int64_t{TruncateToInt(at.x)} * kBytes;
+        FetchLine(from[i]);
+      }
+      uint8_t* const to = dest.Row(y) + int64_t{first} * kBytes;
+      for (int i = 0; i < count; ++i) {
+        if (from[i] != nullptr) std::memcpy(to + int64_t{i} * kBytes, from[i], kBytes);
+      }
     }
   }
 }
@@ -57,8 +69,8 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
     start_row();
     for (int x = 0; x < columns; ++x) {
       const Point landed = Point::Of(transform, x, y);
-      const Point at = {std::floor(x_offset + landed.x + 0.5),
-                        std::floor(y_offset + landed.y + 0.5)};
+      // Rounded down: what is within needs no more than truncation.
+      const Point at = {x_offset + landed.x + 0.5, y_offset + landed.y + 0.5};
       if (!at.IsWithin(size)) continue;
       uint8_t pixel[kBytes];
       std::memcpy(pixel, source.Row(y) + int64_t{x} * kBytes, kBytes);
