@@ -36,6 +36,7 @@ template <int kBytes>
 void PullPixels(ITransform& transform, const ImageView source, const ImageView dest, int x_offset,
                 int y_offset) {
   constexpr int kChunk = 256;
+  constexpr int kPixelsPerFetch = 4;
   const Point size = SizeOf(source);
   for (int y = 0; y < dest.height; ++y) {
     for (int first = 0; first < dest.width; first += kChunk) {
@@ -47,8 +48,8 @@ void PullPixels(ITransform& transform, const ImageView source, const ImageView d
                                    static_cast<double>(y) + y_offset);
         from[i] = nullptr;
         if (!at.IsWithin(size)) continue;
-        from[i] = source.Row(TruncateToInt(at.y)) + int64_t{TruncateToInt(at.x)} * kBytes;
-        FetchLine(from[i]);
+        from[i] = source.Row(static_cast<int>(at.y)) + int64_t{static_cast<int>(at.x)} * kBytes;
+        if (i % kPixelsPerFetch == 0) FetchLine(from[i]);
       }
       uint8_t* const to = dest.Row(y) + int64_t{first} * kBytes;
       for (int i = 0; i < count; ++i) {
