@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "image/interpolated_sampling.h"
@@ -244,7 +245,7 @@ class TileInterpolator {
     // Planes of all slots together fit the innermost cache.
     tile_.columns = taps_ == kMaxTaps && channels_ > 1 ? kMaxTileColumns / 4 : kMaxTileColumns;
     plane_size_ = taps_ * channels_ * tile_.columns;
-    planes_.resize((kSlots + 1) * plane_size_ + kAlignment);
+    planes_ = std::make_unique_for_overwrite<float[]>((kSlots + 1) * plane_size_ + kAlignment);
     for (size_t x = 0; x < columns_.size(); x += tile_.columns) RunTile(x);
     return true;
   }
@@ -255,7 +256,7 @@ class TileInterpolator {
   static constexpr size_t kAlignment = 16;
   static constexpr int64_t kNoRow = -1;
   /// Rows of a tile that the memory brings in advance.
-  static constexpr int kRowsAhead = 8;
+  static constexpr int kRowsAhead = 16;
 
   /// One destination row: where its taps are.
   struct TapRow {
@@ -302,8 +303,8 @@ class TileInterpolator {
 
   /// Where the planes of a slot begin, at a whole vector.
   float* PlanesOf(size_t slot) {
-    const auto address = reinterpret_cast<uintptr_t>(planes_.data()) / sizeof(float);
-    return planes_.data() + (kAlignment - address % kAlignment) + slot * plane_size_;
+    const auto address = reinterpret_cast<uintptr_t>(planes_.get()) / sizeof(float);
+    return planes_.get() + (kAlignment - address % kAlignment) + slot * plane_size_;
   }
 
   /// The planes of source row `row`, gathered when they are not there.
@@ -371,7 +372,7 @@ class TileInterpolator {
   int64_t first_byte_ = 0;  // of those in a source row that the tile reads
   int64_t read_bytes_ = 0;
   size_t plane_size_ = 0;
-  std::vector<float> planes_;  // of the rows in the slots, then of a row that is outside
+  std::unique_ptr<float[]> planes_;  // of the rows in the slots, then of a row that is outside
   int64_t plane_rows_[kSlots];
 };
 
