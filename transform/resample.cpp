@@ -260,16 +260,21 @@ class TileInterpolator {
 
   /// One destination row: where its taps are.
   struct TapRow {
-    int64_t first;    // first source row, maybe outside
-    bool with_alpha;  // whether its samples have alpha
+    int64_t first;         // first source row, maybe outside
+    const float* weights;  // at the same address where they are the same
+    bool with_alpha;       // whether its samples have alpha
   };
 
   void DescribeRow(size_t y, float position) {
     const int origin = TapOrigin(position);
     misses_ = misses_ || window_.Misses(origin, source_.height);
-    rows_[y] = {int64_t{origin} + window_.first,
+    rows_[y] = {int64_t{origin} + window_.first, &row_weights_[y * taps_],
                 taps_ == kMaxTaps || window_.Inside(origin, source_.height)};
     TapWeights(window_, kernel_, position, origin, &row_weights_[y * taps_]);
+    for (size_t before = 1; before <= std::min<size_t>(y, 2); ++before) {
+      const float* const weights = rows_[y - before].weights;
+      if (std::equal(weights, weights + taps_, rows_[y].weights)) rows_[y].weights = weights;
+    }
   }
 
   void DescribeTile(size_t first) {
@@ -331,7 +336,7 @@ class TileInterpolator {
     for (size_t j = 0; j < taps_; ++j) {
       row.planes[j] = RowPlanes(rows_[y].first + static_cast<int64_t>(j));
     }
-    row.weights = &row_weights_[y * taps_];
+    row.weights = rows_[y].weights;
     row.with_alpha = rows_[y].with_alpha;
     return row;
   }
@@ -345,16 +350,33 @@ class TileInterpolator {
     }
     const BlendTile blend = ActiveResampleKernels().blend(taps_, channels_);
     const size_t count = std::min(tile_.columns, columns_.size() - first);
-    for (size_t y = 0; y < rows_.size(); y += 2) {
-      // Rows far apart overwrite each other's slots, so that each of them goes alone.
-      const bool pair = y + 1 < rows_.size() && std::abs(rows_[y + 1].first - rows_[y].first) <= 1;
-      const BlendRow upper = RowOf(y, first);
-      blend(upper, pair ? RowOf(y + 1, first) : upper, tile_, count);
-      if (!pair && y + 1 < rows_.size()) {
-        const BlendRow lower = RowOf(y + 1, first);
-        blend(lower, lower, tile_, count);
+    const auto blend_pair = [&](size_t upper, size_t lower) {
+      const BlendRow row = RowOf(upper, first);
+      blend(row, lower == upper ? row : RowOf(lower, first), tile_, count);
+    };
+    for (size_t y = 0; y < rows_.size();) {
+      if (AreAlike(y, y + 2) && AreAlike(y + 1, y + 3)) {
+        blend_pair(y, y + 2);
+        blend_pair(y + 1, y + 3);
+        y += 4;
+      } else {
+        const size_t pair = ShareTaps(y, y + 1) ? 2 : 1;
+        blend_pair(y, y + pair - 1);
+        y += pair;
       }
     }
+  }
+
+  /// True when the slots have room for the taps of both rows. Those of rows further apart overwrite
+  /// each other.
+  bool ShareTaps(size_t y, size_t other) const {
+    return other < rows_.size() &&
+           std::abs(rows_[other].first - rows_[y].first) <= kSlots - window_.count;
+  }
+  /// True when the taps have the same weights besides, as those of every other row have in a
+  /// picture of twice the size.
+  bool AreAlike(size_t y, size_t other) const {
+    return ShareTaps(y, other) && rows_[y].weights == rows_[other].weights;
   }
 
   const ImageView& source_;

@@ -196,7 +196,7 @@ struct RowSums {
 
 /// Adds the taps of the columns from column `x` on for two rows: rows outer, columns inner, weights
 /// multiplied with each other first.
-template <size_t kTaps, size_t kChannels>
+template <size_t kTaps, size_t kChannels, bool kSameWeights>
 inline void SumTaps(RowSums<kChannels>& upper_sums, RowSums<kChannels>& lower_sums,
                     const BlendRow& upper, const BlendRow& lower, const TileTaps& tile, size_t x) {
   const size_t columns = tile.columns;
@@ -206,7 +206,7 @@ inline void SumTaps(RowSums<kChannels>& upper_sums, RowSums<kChannels>& lower_su
         const size_t first = x + v * kLanes;
         const Floats column_weight = Load(tile.weights[i] + first);
         const Floats upper_weight = column_weight * upper.weights[j];
-        const Floats lower_weight = column_weight * lower.weights[j];
+        const Floats lower_weight = kSameWeights ? upper_weight : column_weight * lower.weights[j];
         for (size_t c = 0; c < kChannels; ++c) {
           const size_t at = (i * kChannels + c) * columns + first;
           upper_sums.of[v][c] += upper_weight * Load(upper.planes[j] + at);
@@ -350,7 +350,11 @@ void BlendColumns(const BlendRow& upper, const BlendRow& lower, const TileTaps& 
   for (size_t x = 0; x < count; x += kVectors<kChannels> * kLanes) {
     RowSums<kChannels> upper_sums;
     RowSums<kChannels> lower_sums;
-    SumTaps<kTaps, kChannels>(upper_sums, lower_sums, upper, lower, tile, x);
+    if (upper.weights == lower.weights) {
+      SumTaps<kTaps, kChannels, true>(upper_sums, lower_sums, upper, lower, tile, x);
+    } else {
+      SumTaps<kTaps, kChannels, false>(upper_sums, lower_sums, upper, lower, tile, x);
+    }
     StoreSums<kChannels>(upper, upper_sums, tile, x, count);
     StoreSums<kChannels>(lower, lower_sums, tile, x, count);
   }

@@ -56,8 +56,8 @@ struct TileTaps {
 struct BlendRow {
   uint8_t* dest;
   const float* planes[kMaxTapCount];  ///< of each tap row, ordered by tap, then channel
-  const float* weights;               ///< of each tap row
-  bool with_alpha;                    ///< false makes alpha 0
+  const float* weights;  ///< of each tap row; at the same address when they are the same
+  bool with_alpha;       ///< false makes alpha 0
 };
 
 /// Stores the first `count` pixels of two destination rows of a tile, which may be the same: sums
