@@ -242,7 +242,7 @@ class TileInterpolator {
     }
     tile_.taps = taps_;
     tile_.channels = channels_;
-    // Planes of all slots together fit the innermost cache.
+    // The planes of all slots fit the innermost cache, or nearly so.
     tile_.columns = taps_ == kMaxTaps && channels_ > 1 ? kMaxTileColumns / 4 : kMaxTileColumns;
     plane_size_ = taps_ * channels_ * tile_.columns;
     planes_ = std::make_unique_for_overwrite<float[]>((kSlots + 1) * plane_size_ + kAlignment);

@@ -186,7 +186,7 @@ inline Ints ToRegister(Ints words) { return words; }
 /// Vectors of columns that are summed at a time: each has one sum per channel in each of two rows,
 /// and the additions of one fill the waits of the others.
 template <size_t kChannels>
-constexpr size_t kVectors = kChannels == 1 ? 4 : 1;
+constexpr size_t kVectors = kChannels == 1 ? 2 : 1;
 
 /// Sums of one row.
 template <size_t kChannels>
