@@ -24,6 +24,9 @@ class Session {
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
                                 PictureSource& pictures) const;
 
+  /// For calls without steps.
+  const Components& components() const { return components_; }
+
  private:
   SmartPtr<host::HostCollection> collection_;
   host::ModuleLibrary library_;

@@ -1,0 +1,57 @@
+#ifndef QEL_DOCS_GENERATOR_PAGE_H_
+#define QEL_DOCS_GENERATOR_PAGE_H_
+
+#include <string_view>
+#include <vector>
+
+#include "qel/qel.h"
+
+namespace qel::docs {
+
+/// What the C++ examples work on.
+struct Scene {
+  IQELColorTransform* color;
+  IQELTransform* transform;
+  IQELDeform* deform;
+  IQELFilterTransform* filter;
+  IQELMaths* maths;
+  IQEL* image;       ///< the picture; operations in place change it
+  IQEL* other;       ///< another one of the same size and depth
+  IQEL* mask;        ///< 8 bits
+  ITransform* map;   ///< the map of the tool's example
+  IQELImage* empty;  ///< without pixels so far
+  IQEL** result;     ///< where a new picture goes
+};
+
+/// A statement of C++ as it stands on a page, and the same compiled.
+struct Example {
+  std::string_view text;
+  result_t (*run)(const Scene& scene);
+};
+
+/// What a page says beside what the tool's own table knows.
+struct Page {
+  std::string_view name;     ///< of the operation in the tool
+  std::string_view formula;  ///< Markdown
+  std::string_view cost;     ///< Markdown, one sentence or two
+  Example example;           ///< does the same as the tool's example
+  bool for_32_bits = false;  ///< other depths take other arguments
+};
+
+std::vector<Page> ColorPages();
+std::vector<Page> TransformPages();
+std::vector<Page> FilterPages();
+std::vector<Page> MathsPages();
+
+#define QEL_EXAMPLE(...)                                                                 \
+  ::qel::docs::Example {                                                                 \
+#__VA_ARGS__, [](const ::qel::docs::Scene& scene) -> ::qel::result_t {                 \
+      [[maybe_unused]] const auto& [color, transform, deform, filter, maths, image, other, \
+                                    mask, map, empty, result] = scene;                     \
+      __VA_ARGS__                                                                          \
+    } \
+  }
+
+}  // namespace qel::docs
+
+#endif  // QEL_DOCS_GENERATOR_PAGE_H_
