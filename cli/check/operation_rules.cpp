@@ -171,12 +171,12 @@ void StaysInMemory(Subject& subject) {
   WatchedLayout& layout = bench.host().layout;
   for (const Fence fence : {Fence::kBefore, Fence::kAfter}) {
     for (const bool bottom_up : {false, true}) {
-      for (const auto& [width, height] : {std::pair(33, 21), {64, 5}, {1, 1}}) {
+      for (const auto& size : {std::pair(33, 21), {64, 5}, {1, 1}}) {
         ForEachOperation(kByteDepths, [&](const OperationCall& operation, int depth) {
           const int reach = ReachesPastRows(operation, depth) ? kLongestReach : 0;
           layout = {.bottom_up = bottom_up, .fence = fence};
           (depth == 8 ? layout.reach_after : layout.reach_before) = reach;
-          Try(bench, operation, depth, width, height);
+          Try(bench, operation, depth, size.first, size.second);
           bench.host().ForgetImages();
         });
       }
