@@ -191,7 +191,10 @@ TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
     MakeInputs(5);
     const std::string words = "'in/*.pgm' -o 'out/{stem}.pgm' --jobs 2 negative --json m.json ";
     const std::string script =
-        "rm -f out/* in/1001.pgm; mkfifo in/1001.pgm; set -m; " QEL_TOOL " run " + words +
+        "rm -f out/* in/1001.pgm; mkfifo in/1001.pgm; set -m; "
+        // Also where the tests themselves run with interrupts ignored.
+        "env --default-signal=INT " QEL_TOOL " run " +
+        words +
         "& for i in $(seq 1000); do [ -e out/1004.pgm ] && break; "
         "sleep 0.01; done; kill -" +
         signal + " $!; wait $!";
