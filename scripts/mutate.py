@@ -91,7 +91,12 @@ def prepare():
     """Brings the copy to what is committed, touching only what differs, and builds it."""
     listing = subprocess.run(["git", "-C", ROOT, "ls-tree", "-r", "-z", "--name-only", "HEAD"],
                              check=True, stdout=subprocess.PIPE).stdout.decode()
-    for name in filter(None, listing.split("\0")):
+    names = [name for name in listing.split("\0") if name]
+    kept = set(names)
+    for path in COPY.rglob("*"):
+        if path.is_file() and str(path.relative_to(COPY)) not in kept:
+            path.unlink()
+    for name in names:
         shown = subprocess.run(["git", "-C", ROOT, "show", f"HEAD:{name}"], check=True,
                                stdout=subprocess.PIPE).stdout
         path = COPY / name
