@@ -69,12 +69,37 @@ void PixelOffsets(int32_t* __restrict offsets, const SampleSource& source,
   }
 }
 
+#ifdef QEL_LEVEL_avx512vbmi
+
+/// The vectoriser loads bytes one after the other; these loads do not wait for each other.
+size_t PickGroups(uint32_t* colours, const uint8_t* bits, const int32_t* offsets, size_t count,
+                  uint32_t keep, uint32_t add) {
+  const __m512i kept = _mm512_set1_epi32(static_cast<int32_t>(keep));
+  const __m512i added = _mm512_set1_epi32(static_cast<int32_t>(add));
+  size_t i = 0;
+  for (; i + 16 <= count; i += 16) {
+    const __m512i bytes = LoadSixteen<1>(bits, offsets + i);
+    const __m512i greys = _mm512_mullo_epi32(bytes, _mm512_set1_epi32(0x010101));
+    _mm512_storeu_si512(colours + i, _mm512_or_si512(_mm512_and_si512(greys, kept), added));
+  }
+  return i;
+}
+
+#else
+
+size_t PickGroups(uint32_t*, const uint8_t*, const int32_t*, size_t, uint32_t, uint32_t) {
+  return 0;
+}
+
+#endif
+
 template <int kBytes>
 void Pick(uint32_t* colours, const SampleSource& source, const SamplePoints& points, size_t count,
           float offset, uint32_t keep, uint32_t add) {
   int32_t offsets[kSampleChunk];
   PixelOffsets<kBytes>(offsets, source, points, count, offset, 0);
-  for (size_t i = 0; i < count; ++i) {
+  size_t i = kBytes == 1 ? PickGroups(colours, source.bits, offsets, count, keep, add) : 0;
+  for (; i < count; ++i) {
     const uint8_t* const pixel = source.bits + offsets[i];
     uint32_t colour;
     if constexpr (kBytes == 1) {
