@@ -1,0 +1,149 @@
+// A host of its own in one file: images, strings and a collection against the SDK's headers alone.
+// It loads the module, brightens a picture in place and writes the median of that as PPM.
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "qel/qel.h"
+
+using namespace qel;
+#define QEL_RESERVED(n) result_t ReservedSlot##n() override { return kFail; }
+
+/// An object of one interface that also answers those the interface derives from.
+template <typename Interface, typename... Bases>
+class Object : public Interface {
+ public:
+  result_t QueryInterface(const IID& iid, void** object) override {
+    const bool known =
+        iid == IID_IUnknown || iid == *kIidOf<Interface> || ((iid == *kIidOf<Bases>) || ...);
+    *object = known ? static_cast<Interface*>(this) : nullptr;
+    if (known) ++references_;
+    return known ? kOk : kNoInterface;
+  }
+  uint32_t AddRef() override { return ++references_; }
+  uint32_t Release() override {
+    const uint32_t left = --references_;
+    return left == 0 ? (delete this, 0) : left;
+  }
+  virtual ~Object() = default;
+
+ private:
+  std::atomic<uint32_t> references_{1};
+};
+
+class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
+ public:
+  QEL_RESERVED(7)
+  result_t GetSize(int* width, int* height, int* planes) override {
+    return *width = width_, *height = height_, *planes = 1, kOk;
+  }
+  result_t GetFormat(int* bit_count, uint32_t* model, int*) override {
+    return *bit_count = bit_count_, *model = model_, kOk;
+  }
+  result_t GetBits(int plane, int*, uint8_t** bits, int* stride) override {
+    return *bits = plane == 0 && !bits_.empty() ? Row(0) : nullptr, *stride = stride_, kOk;
+  }
+  result_t Create(int width, int height, int, int bit_count, uint32_t model) override {
+    if (width < 0 || height < 0 || width > 30000 || height > 30000 || bit_count > 32) return kFail;
+    width_ = width, height_ = height, bit_count_ = bit_count, model_ = model;
+    stride_ = (width * bit_count + 31) / 32 * 4;
+    bits_.assign(size_t(stride_) * size_t(height) + 2 * kSlack, 0);
+    return kOk;
+  }
+  result_t Assign(IQEL* source, int) override {
+    int width, height, planes, bit_count, reserved = 0, stride;
+    uint32_t model;
+    uint8_t* bits;
+    source->GetSize(&width, &height, &planes);
+    source->GetFormat(&bit_count, &model, &reserved);
+    source->GetBits(0, &reserved, &bits, &stride);
+    if (Failed(Create(width, height, 1, bit_count, model)) || bits == nullptr) return kFail;
+    for (int y = 0; y < height; ++y) {
+      std::memcpy(Row(y), bits + int64_t{y} * stride, size_t(width * bit_count + 7) / 8);
+    }
+    return kOk;
+  }
+  result_t Fill(uint32_t colour) override {
+    for (int i = 0; i < width_ * height_; ++i) {
+      std::memcpy(Row(i / width_) + i % width_ * (bit_count_ / 8), &colour, size_t(bit_count_ / 8));
+    }
+    return kOk;
+  }
+  uint8_t* Row(int y) { return bits_.data() + kSlack + int64_t{y} * stride_; }
+
+ private:
+  static constexpr size_t kSlack = 64;  // some operations look a little beyond their rows
+  std::vector<uint8_t> bits_;
+  int width_ = 0, height_ = 0, bit_count_ = 0, stride_ = 0;
+  uint32_t model_ = 0;
+};
+
+struct String final : Object<ICreatableString, IString> {
+  QEL_RESERVED(3) QEL_RESERVED(4)
+  result_t AppendChars(int count, const wchar_t* characters) override {
+    return text.append(characters, size_t(count)), kOk;
+  }
+  std::wstring text;
+};
+
+template <typename T>
+struct Locator final : Object<IComponentString, IString> {
+  QEL_RESERVED(3) QEL_RESERVED(4)
+  result_t CreateInstance(const IID* iid, void** object) override {
+    return SmartPtr<T>::Adopt(new T)->QueryInterface(*iid, object);
+  }
+  result_t SetPart(int, tagREFString) override { return kOk; }
+};
+
+struct Collection final : Object<IComponentCollection> {
+  QEL_RESERVED(3) QEL_RESERVED(6) QEL_RESERVED(7) QEL_RESERVED(8) QEL_RESERVED(9) QEL_RESERVED(10)
+  QEL_RESERVED(11) QEL_RESERVED(12) QEL_RESERVED(13) QEL_RESERVED(14) QEL_RESERVED(15)
+  result_t FindItem(IString* name, int* index) override {
+    *index = 0;  // strings that arrive here are our own
+    return static_cast<String*>(name)->text == kImageComponentName ? kOk : kFail;
+  }
+  result_t GetItem(int, IUnknown** item) override { return *item = new Locator<Image>, kOk; }
+  result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
+    const std::wstring text(name.text, uint32_t(name.length));
+    const bool image = text == kImageComponentName;
+    if (!image && text != L"CreatableString") return kFail;
+    const auto locator = SmartPtr<IComponentString>::Adopt(
+        image ? static_cast<IComponentString*>(new Locator<Image>) : new Locator<String>);
+    const bool wants_locator = iid == nullptr || *iid == IID_NULL;
+    return wants_locator ? locator->QueryInterface(IID_IComponentString, object)
+                         : locator->CreateInstance(iid, object);
+  }
+};
+
+int main(int argc, char** argv) {
+  void* const library = argc == 2 ? dlopen(argv[1], RTLD_NOW) : nullptr;
+  if (library == nullptr) return std::fprintf(stderr, "usage: own_host PATH/QELMaths.so\n"), 2;
+  const auto initialize = InitializeModuleFunction(dlsym(library, kInitializeModuleSymbol));
+  const auto create_function = CreateFunctionFunction(dlsym(library, kCreateFunctionSymbol));
+  const auto collection = SmartPtr<Collection>::Adopt(new Collection);
+  initialize(nullptr, collection.Get());
+  CreationFunction create = nullptr;
+  SmartPtr<IQELColorTransform> color;
+  SmartPtr<IQELFilterTransform> filter;
+  create_function(RefString(kColorTransformName), &create);
+  create(nullptr, &IID_IQELColorTransform, color.PutVoid());
+  create_function(RefString(kFilterTransformName), &create);
+  create(nullptr, &IID_IQELFilterTransform, filter.PutVoid());
+  const auto image = SmartPtr<Image>::Adopt(new Image);
+  image->Create(64, 48, 1, 24, kModelBgr);
+  for (int i = 0; i < 64 * 48 * 3; ++i) image->Row(i / 192)[i % 192] = uint8_t(i * i / 97);
+  SmartPtr<IQEL> median;
+  const bool done = Succeeded(color->Light(image.Get(), 20, 10)) &&
+                    Succeeded(filter->Median(image.Get(), 3, median.Put()));
+  std::printf("P6 64 48 255\n");
+  for (int i = 0; done && i < 64 * 48 * 3; ++i) {  // red first
+    std::putchar(static_cast<Image*>(median.Get())->Row(i / 192)[i % 192 / 3 * 3 + 2 - i % 3]);
+  }
+  initialize(nullptr, nullptr);
+  return done ? 0 : 1;
+}
