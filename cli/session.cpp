@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
+#include <sstream>
 
 #include "cli/errors.h"
 
@@ -43,15 +44,30 @@ std::unique_lock<std::mutex> ClaimRandomNumbers() {
   return lock;
 }
 
-/// What a result code means to somebody at the command line.
-std::string Explain(result_t code) {
+/// True when `bits` is in a list such as "8, 24, 32".
+bool Lists(std::string_view depths, int bits) {
+  std::istringstream words{std::string(depths)};
+  for (std::string word; words >> word;) {
+    if (std::stoi(word) == bits) return true;
+  }
+  return false;
+}
+
+/// What a result code means to somebody at the command line, and what would be right.
+std::string Explain(const Operation& operation, result_t code, int bits) {
   char number[16];
   std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(code));
-  const char* const meaning = code == kFail ? "the picture's depth or shape does not fit"
-                              : code == kInvalidArgument ? "an argument is not accepted"
-                              : code == kNotMono         ? "the picture is not monochrome"
-                                                         : "see the result codes in qel/types.h";
-  return std::string("failure ") + number + ": " + meaning;
+  std::string text = std::string(operation.name) + ": failure " + number + ": ";
+  if (!Lists(operation.depths, bits)) {
+    text += "it works on " + std::string(operation.depths) + " bits per pixel, the picture has " +
+            std::to_string(bits);
+    if (bits < 32 && Lists(operation.depths, 32)) text += "; put increase-bpp before it";
+    return text;
+  }
+  return text + (code == kFail              ? "the picture's shape does not fit"
+                 : code == kInvalidArgument ? "an argument is not accepted"
+                 : code == kNotMono         ? "the picture is not monochrome"
+                                            : "see the result codes in qel/types.h");
 }
 
 }  // namespace
@@ -83,7 +99,7 @@ SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
         {step.operation->name, step.arguments}, components_, pictures, picture.Get(), result.Put()};
     const result_t code = step.operation->call(call);
     if (Failed(code)) {
-      throw Failure(kModuleFault, std::string(step.operation->name) + ": " + Explain(code));
+      throw Failure(kModuleFault, Explain(*step.operation, code, picture->bit_count()));
     }
     // Every image of this session comes from its own collection.
     if (result) {

@@ -107,6 +107,8 @@ TEST_F(Tool, SaysWhatIsWrongAndWhatWouldBeRight) {
       {"run . -o out.png negative", kNoInput, "Is a directory"},
       {"run scene.png -o nowhere/out.png negative", kNoOutput, "nowhere/out.png"},
       {"run scene.png -o out.png --module words.txt negative", kModuleFault, "cannot load"},
+      {"run scene.png -o out.png scale depth=24 set-image-alpha alpha=3", kModuleFault,
+       "works on 32 bits per pixel, the picture has 24; put increase-bpp before it"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.words);
