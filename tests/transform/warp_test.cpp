@@ -144,6 +144,18 @@ TEST_P(Warp, QuadEqualsTheOracle) {
   }
 }
 
+// Rows of several tiles, which wait for each other.
+TEST_P(Warp, WideRowsEqualTheOracle) {
+  Rng rng(9);
+  for (const int depth : {8, 24, 32}) {
+    const Raster raster = Fenced(RandomRaster(rng, 1300, 40, depth), rng);
+    for (const int option : {0, 1}) {
+      ExpectSkew(raster, 0.4f, 0.02f, 0, 0, option);
+      ExpectQuad(raster, {10, 1, 1290, 9, 2, 30, 1280, 38}, 1200, 40, static_cast<int16_t>(option));
+    }
+  }
+}
+
 TEST_P(Warp, TransformEqualsTheOracle) {
   for (uint64_t seed = 0; seed < 5 && !HasFailure(); ++seed) {
     ForEachRaster(seed, kAllDepths, [&](const Raster& raster, Rng& rng) {
