@@ -89,7 +89,7 @@ bool Pinch(const CircleRun& run, CircleSamples& samples) {
 template <size_t kTerms>
 Doubles Polynomial(const double (&c)[kTerms], Doubles z) {
   Doubles sum = Fill(c[kTerms - 1]);
-  for (size_t i = kTerms - 1; i-- > 0;) sum = sum * z + Fill(c[i]);
+  for (size_t i = kTerms - 1; i-- > 0;) sum = MultiplyAdd(sum, z, Fill(c[i]));
   return sum;
 }
 
@@ -141,10 +141,12 @@ bool Swirl(const CircleRun& run, CircleSamples& samples) {
     SineCosine(distance.d * turn, sine, cosine);
     sine = sine * distance.to_true;
     cosine = cosine * distance.to_true;
-    const Cut left_x = CutOff(dx * cosine - dy * sine);
-    const Cut left_y = CutOff(dy * cosine + dx * sine);
-    const Cut right_x = CutOff(Fill(0) - (dx * cosine + dy * sine));
-    const Cut right_y = CutOff(dy * cosine - dx * sine);
+    const Doubles dx_sine = dx * sine;
+    const Doubles dy_sine = dy * sine;
+    const Cut left_x = CutOff(dx * cosine - dy_sine);
+    const Cut left_y = CutOff(MultiplyAdd(dy, cosine, dx_sine));
+    const Cut right_x = CutOff(Fill(0) - MultiplyAdd(dx, cosine, dy_sine));
+    const Cut right_y = CutOff(dy * cosine - dx_sine);
     return Mapped{
         left_x.whole, left_y.whole, right_x.whole, right_y.whole,
         Or(Or(left_x.too_close, left_y.too_close), Or(right_x.too_close, right_y.too_close))};

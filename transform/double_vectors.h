@@ -35,6 +35,8 @@ inline Doubles Root(Doubles v) { return __builtin_sqrt(v); }
 /// The root of the nearest single-precision numbers, in single precision.
 inline Doubles SingleRoot(Ints v) { return __builtin_sqrtf(static_cast<float>(v)); }
 inline Doubles Magnitude(Doubles v) { return __builtin_fabs(v); }
+/// a * b + c, rounded once or twice.
+inline Doubles MultiplyAdd(Doubles a, Doubles b, Doubles c) { return a * b + c; }
 inline Mask Less(Doubles a, Doubles b) { return a < b; }
 inline Mask And(Mask a, Mask b) { return a && b; }
 inline Mask Or(Mask a, Mask b) { return a || b; }
@@ -61,6 +63,7 @@ inline Ints ToInts(Doubles v) { return _mm256_cvttpd_epi32(v); }
 inline Doubles Root(Doubles v) { return _mm256_sqrt_pd(v); }
 inline Doubles SingleRoot(Ints v) { return _mm256_cvtps_pd(_mm_sqrt_ps(_mm_cvtepi32_ps(v))); }
 inline Doubles Magnitude(Doubles v) { return _mm256_andnot_pd(Fill(-0.0), v); }
+inline Doubles MultiplyAdd(Doubles a, Doubles b, Doubles c) { return a * b + c; }
 inline Mask Less(Doubles a, Doubles b) { return _mm256_cmp_pd(a, b, _CMP_LT_OQ); }
 inline Mask And(Mask a, Mask b) { return _mm256_and_pd(a, b); }
 inline Mask Or(Mask a, Mask b) { return _mm256_or_pd(a, b); }
@@ -95,6 +98,7 @@ inline Ints ToInts(Doubles v) { return _mm512_cvttpd_epi32(v); }
 inline Doubles Root(Doubles v) { return _mm512_sqrt_pd(v); }
 inline Doubles SingleRoot(Ints v) { return _mm512_cvtps_pd(_mm256_sqrt_ps(_mm256_cvtepi32_ps(v))); }
 inline Doubles Magnitude(Doubles v) { return _mm512_andnot_pd(Fill(-0.0), v); }
+inline Doubles MultiplyAdd(Doubles a, Doubles b, Doubles c) { return _mm512_fmadd_pd(a, b, c); }
 inline Mask Less(Doubles a, Doubles b) { return _mm512_cmp_pd_mask(a, b, _CMP_LT_OQ); }
 inline Mask And(Mask a, Mask b) { return a & b; }
 inline Mask Or(Mask a, Mask b) { return a | b; }
