@@ -1,43 +1,22 @@
 #include "maths/conversion_kernels.h"
 
-#include "image/colour_vectors.h"
+#include "image/widen_rows.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
 #ifdef QEL_HAS_COLOUR_VECTORS
 
-void OneTo3(uint8_t* dest, const uint8_t* source, size_t count) {
-  WalkBlocks<kVectorBytes>(
-      count, [](uint8_t* to, const uint8_t* from) { StoreGreyPixels(to, Load(from)); }, To<3>{dest},
-      From<1>{source});
-}
-void OneTo4(uint8_t* dest, const uint8_t* source, size_t count) {
-  WalkBlocks<kVectorBytes>(
-      count,
-      [](uint8_t* to, const uint8_t* from) {
-        const Vector grey = Load(from);
-        const Vector channels[] = {grey, grey, grey, FillBytes(0xFF)};
-        StorePixels<4>(to, channels);
-      },
-      To<4>{dest}, From<1>{source});
-}
-
-/// Takes pixels apart and puts them together with another number of bytes.
-template <size_t kFrom, size_t kTo>
-void Repack(uint8_t* dest, const uint8_t* source, size_t count) {
+void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
   WalkBlocks<kVectorBytes>(
       count,
       [](uint8_t* to, const uint8_t* from) {
         Vector channels[4];
-        LoadPixels<kFrom>(from, channels);
-        channels[3] = FillBytes(0xFF);
-        StorePixels<kTo>(to, channels);
+        LoadPixels<4>(from, channels);
+        StorePixels<3>(to, channels);
       },
-      To<kTo>{dest}, From<kFrom>{source});
+      To<3>{dest}, From<4>{source});
 }
-constexpr auto ThreeTo4 = Repack<3, 4>;
-constexpr auto FourTo3 = Repack<4, 3>;
 
 template <size_t kBytes>
 void Mean(uint8_t* dest, const uint8_t* source, size_t count) {
@@ -55,23 +34,6 @@ void Mean(uint8_t* dest, const uint8_t* source, size_t count) {
 
 #else
 
-void OneTo3(uint8_t* dest, const uint8_t* source, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[i];
-  }
-}
-void OneTo4(uint8_t* dest, const uint8_t* source, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[i];
-    dest[4 * i + 3] = 0xFF;
-  }
-}
-void ThreeTo4(uint8_t* dest, const uint8_t* source, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[3 * i + c];
-    dest[4 * i + 3] = 0xFF;
-  }
-}
 void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
   for (size_t i = 0; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[4 * i + c];
@@ -113,10 +75,10 @@ void FillWordsWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t v
 
 extern const ConversionKernels kConversionKernels;
 constinit const ConversionKernels kConversionKernels = {
-    .one_to_3 = &OneTo3,
-    .one_to_4 = &OneTo4,
-    .three_to_4 = ThreeTo4,
-    .four_to_3 = FourTo3,
+    .one_to_3 = &GreyTo24,
+    .one_to_4 = &GreyTo32,
+    .three_to_4 = &ColourTo32,
+    .four_to_3 = &FourTo3,
     .mean_of_3 = &Mean<3>,
     .mean_of_4 = &Mean<4>,
     .fill_zeros = &FillZeros,
