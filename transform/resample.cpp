@@ -261,7 +261,7 @@ class TileInterpolator {
   /// One destination row: where its taps are.
   struct TapRow {
     int64_t first;         // first source row, maybe outside
-    const float* weights;  // at the same address where they are the same
+    const float* weights;  // at the same address as two rows before, where they are the same
     bool with_alpha;       // whether its samples have alpha
   };
 
@@ -271,10 +271,9 @@ class TileInterpolator {
     rows_[y] = {int64_t{origin} + window_.first, &row_weights_[y * taps_],
                 taps_ == kMaxTaps || window_.Inside(origin, source_.height)};
     TapWeights(window_, kernel_, position, origin, &row_weights_[y * taps_]);
-    for (size_t before = 1; before <= std::min<size_t>(y, 2); ++before) {
-      const float* const weights = rows_[y - before].weights;
-      if (std::equal(weights, weights + taps_, rows_[y].weights)) rows_[y].weights = weights;
-    }
+    if (y < 2) return;
+    const float* const weights = rows_[y - 2].weights;
+    if (std::equal(weights, weights + taps_, rows_[y].weights)) rows_[y].weights = weights;
   }
 
   void DescribeTile(size_t first) {
@@ -348,35 +347,39 @@ class TileInterpolator {
     for (size_t i = 0; i < plane_size_; ++i) {
       outside[i] = tile_.outside[i / tile_.columns % channels_];
     }
-    const BlendTile blend = ActiveResampleKernels().blend(taps_, channels_);
+    const ResampleKernels& kernels = ActiveResampleKernels();
+    const BlendPair blend_pair = kernels.blend_pair(taps_, channels_);
+    const BlendBlock blend_block = kernels.blend_block(taps_, channels_);
     const size_t count = std::min(tile_.columns, columns_.size() - first);
-    const auto blend_pair = [&](size_t upper, size_t lower) {
-      const BlendRow row = RowOf(upper, first);
-      blend(row, lower == upper ? row : RowOf(lower, first), tile_, count);
-    };
     for (size_t y = 0; y < rows_.size();) {
-      if (AreAlike(y, y + 2) && AreAlike(y + 1, y + 3)) {
-        blend_pair(y, y + 2);
-        blend_pair(y + 1, y + 3);
+      if (IsBlock(y)) {
+        blend_block(
+            {RowOf(y, first), RowOf(y + 1, first), RowOf(y + 2, first), RowOf(y + 3, first)}, tile_,
+            count);
         y += 4;
       } else {
-        const size_t pair = ShareTaps(y, y + 1) ? 2 : 1;
-        blend_pair(y, y + pair - 1);
-        y += pair;
+        const size_t rows = ShareSlots(y, y + 1) && !IsBlock(y + 1) ? 2 : 1;
+        const BlendRow upper = RowOf(y, first);
+        blend_pair({upper, rows == 1 ? upper : RowOf(y + 1, first)}, tile_, count);
+        y += rows;
       }
     }
   }
 
   /// True when the slots have room for the taps of both rows. Those of rows further apart overwrite
   /// each other.
-  bool ShareTaps(size_t y, size_t other) const {
+  bool ShareSlots(size_t y, size_t other) const {
     return other < rows_.size() &&
            std::abs(rows_[other].first - rows_[y].first) <= kSlots - window_.count;
   }
-  /// True when the taps have the same weights besides, as those of every other row have in a
-  /// picture of twice the size.
-  bool AreAlike(size_t y, size_t other) const {
-    return ShareTaps(y, other) && rows_[y].weights == rows_[other].weights;
+  /// True for four rows as `BlendBlock` wants them: most rows of a picture of twice the size.
+  bool IsBlock(size_t y) const {
+    const auto same_taps = [&](size_t row) { return rows_[row].first == rows_[row + 1].first; };
+    const auto same_weights = [&](size_t row) {
+      return rows_[row].weights == rows_[row + 2].weights;
+    };
+    return ShareSlots(y, y + 2) && y + 3 < rows_.size() && same_taps(y) && same_taps(y + 2) &&
+           same_weights(y) && same_weights(y + 1);
   }
 
   const ImageView& source_;

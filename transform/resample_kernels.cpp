@@ -196,21 +196,45 @@ struct RowSums {
 
 /// Adds the taps of the columns from column `x` on for two rows: rows outer, columns inner, weights
 /// multiplied with each other first.
-template <size_t kTaps, size_t kChannels, bool kSameWeights>
-inline void SumTaps(RowSums<kChannels>& upper_sums, RowSums<kChannels>& lower_sums,
-                    const BlendRow& upper, const BlendRow& lower, const TileTaps& tile, size_t x) {
-  const size_t columns = tile.columns;
+template <size_t kTaps, size_t kChannels>
+inline void SumTaps(RowSums<kChannels> (&sums)[2], const BlendRow (&rows)[2], const TileTaps& tile,
+                    size_t x) {
   for (size_t j = 0; j < kTaps; ++j) {
     for (size_t i = 0; i < kTaps; ++i) {
       for (size_t v = 0; v < kVectors<kChannels>; ++v) {
         const size_t first = x + v * kLanes;
         const Floats column_weight = Load(tile.weights[i] + first);
-        const Floats upper_weight = column_weight * upper.weights[j];
-        const Floats lower_weight = kSameWeights ? upper_weight : column_weight * lower.weights[j];
+        const Floats upper_weight = column_weight * rows[0].weights[j];
+        const Floats lower_weight = column_weight * rows[1].weights[j];
         for (size_t c = 0; c < kChannels; ++c) {
-          const size_t at = (i * kChannels + c) * columns + first;
-          upper_sums.of[v][c] += upper_weight * Load(upper.planes[j] + at);
-          lower_sums.of[v][c] += lower_weight * Load(lower.planes[j] + at);
+          const size_t at = (i * kChannels + c) * tile.columns + first;
+          sums[0].of[v][c] += upper_weight * Load(rows[0].planes[j] + at);
+          sums[1].of[v][c] += lower_weight * Load(rows[1].planes[j] + at);
+        }
+      }
+    }
+  }
+}
+
+/// The same for four rows in the order of `BlendBlock`.
+template <size_t kTaps, size_t kChannels>
+inline void SumTaps(RowSums<kChannels> (&sums)[4], const BlendRow (&rows)[4], const TileTaps& tile,
+                    size_t x) {
+  for (size_t j = 0; j < kTaps; ++j) {
+    for (size_t i = 0; i < kTaps; ++i) {
+      for (size_t v = 0; v < kVectors<kChannels>; ++v) {
+        const size_t first = x + v * kLanes;
+        const Floats column_weight = Load(tile.weights[i] + first);
+        const Floats even_weight = column_weight * rows[0].weights[j];
+        const Floats odd_weight = column_weight * rows[1].weights[j];
+        for (size_t c = 0; c < kChannels; ++c) {
+          const size_t at = (i * kChannels + c) * tile.columns + first;
+          const Floats upper = Load(rows[0].planes[j] + at);
+          const Floats lower = Load(rows[2].planes[j] + at);
+          sums[0].of[v][c] += even_weight * upper;
+          sums[1].of[v][c] += odd_weight * upper;
+          sums[2].of[v][c] += even_weight * lower;
+          sums[3].of[v][c] += odd_weight * lower;
         }
       }
     }
@@ -344,31 +368,28 @@ inline void StoreSums(const BlendRow& row, const RowSums<kChannels>& sums, const
   }
 }
 
-template <size_t kTaps, size_t kChannels>
-void BlendColumns(const BlendRow& upper, const BlendRow& lower, const TileTaps& tile,
-                  size_t count) {
+template <size_t kTaps, size_t kChannels, size_t kRows>
+void BlendColumns(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t count) {
   for (size_t x = 0; x < count; x += kVectors<kChannels> * kLanes) {
-    RowSums<kChannels> upper_sums;
-    RowSums<kChannels> lower_sums;
-    if (upper.weights == lower.weights) {
-      SumTaps<kTaps, kChannels, true>(upper_sums, lower_sums, upper, lower, tile, x);
-    } else {
-      SumTaps<kTaps, kChannels, false>(upper_sums, lower_sums, upper, lower, tile, x);
-    }
-    StoreSums<kChannels>(upper, upper_sums, tile, x, count);
-    StoreSums<kChannels>(lower, lower_sums, tile, x, count);
+    RowSums<kChannels> sums[kRows];
+    SumTaps<kTaps, kChannels>(sums, rows, tile, x);
+    for (size_t r = 0; r < kRows; ++r) StoreSums<kChannels>(rows[r], sums[r], tile, x, count);
   }
 }
 
-template <size_t kTaps>
-BlendTile BlendOf(size_t channels) {
-  return channels == 1   ? &BlendColumns<kTaps, 1>
-         : channels == 3 ? &BlendColumns<kTaps, 3>
-                         : &BlendColumns<kTaps, 4>;
+template <size_t kRows>
+using BlendRows = void (*)(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t count);
+
+template <size_t kTaps, size_t kRows>
+BlendRows<kRows> BlendOf(size_t channels) {
+  return channels == 1   ? &BlendColumns<kTaps, 1, kRows>
+         : channels == 3 ? &BlendColumns<kTaps, 3, kRows>
+                         : &BlendColumns<kTaps, 4, kRows>;
 }
 
-BlendTile Blend(size_t taps, size_t channels) {
-  return taps == 4 ? BlendOf<4>(channels) : BlendOf<12>(channels);
+template <size_t kRows>
+BlendRows<kRows> Blend(size_t taps, size_t channels) {
+  return taps == 4 ? BlendOf<4, kRows>(channels) : BlendOf<12, kRows>(channels);
 }
 
 }  // namespace
@@ -383,7 +404,8 @@ constinit const ResampleKernels kResampleKernels = {
     .sum_rows = &SumRows,
     .make_opaque = &MakeOpaque,
     .gather = &Gather,
-    .blend = &Blend,
+    .blend_pair = &Blend<2>,
+    .blend_block = &Blend<4>,
 };
 
 }  // namespace qel::QEL_LEVEL

@@ -56,14 +56,16 @@ struct TileTaps {
 struct BlendRow {
   uint8_t* dest;
   const float* planes[kMaxTapCount];  ///< of each tap row, ordered by tap, then channel
-  const float* weights;  ///< of each tap row; at the same address when they are the same
-  bool with_alpha;       ///< false makes alpha 0
+  const float* weights;               ///< of each tap row
+  bool with_alpha;                    ///< false makes alpha 0
 };
 
 /// Stores the first `count` pixels of two destination rows of a tile, which may be the same: sums
 /// of weighted taps as bytes.
-using BlendTile = void (*)(const BlendRow& upper, const BlendRow& lower, const TileTaps& tile,
-                           size_t count);
+using BlendPair = void (*)(const BlendRow (&rows)[2], const TileTaps& tile, size_t count);
+/// The same for two such pairs of rows: those of a pair have the same taps, and those at the same
+/// place in both pairs have the same weights.
+using BlendBlock = void (*)(const BlendRow (&rows)[4], const TileTaps& tile, size_t count);
 
 struct ResampleKernels {
   /// Copies the pixels of 1, 2, 3 or 4 bytes that `plan` names.
@@ -86,8 +88,9 @@ struct ResampleKernels {
   /// Spreads a source row out into planes: channel c of tap t of column x goes to
   /// planes[(t * channels + c) * columns + x].
   void (*gather)(float* planes, const uint8_t* row, const TileTaps& tile);
-  /// The function for 4 or 12 taps along an axis and 1, 3 or 4 channels.
-  BlendTile (*blend)(size_t taps, size_t channels);
+  /// The functions for 4 or 12 taps along an axis and 1, 3 or 4 channels.
+  BlendPair (*blend_pair)(size_t taps, size_t channels);
+  BlendBlock (*blend_block)(size_t taps, size_t channels);
 };
 
 namespace sse2 {

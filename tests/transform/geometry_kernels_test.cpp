@@ -98,7 +98,8 @@ TEST_P(GeometryKernels, EqualThePlainLoopsAndStayWithinTheRow) {
             OrientationKernelsFor(CpuLevel::kSse2).reverse3);
   EXPECT_NE(DepthKernelsFor(GetParam()).colour_to_32,
             DepthKernelsFor(CpuLevel::kSse2).colour_to_32);
-  EXPECT_NE(ResampleKernelsFor(GetParam()).blend, ResampleKernelsFor(CpuLevel::kSse2).blend);
+  EXPECT_NE(ResampleKernelsFor(GetParam()).blend_pair,
+            ResampleKernelsFor(CpuLevel::kSse2).blend_pair);
   EXPECT_NE(RotateKernelsFor(GetParam()).store3, RotateKernelsFor(CpuLevel::kSse2).store3);
   for (const Kernel& kernel : kKernels) ExpectLikePlainLoops(kernel, 197);
   for (const Kernel& kernel : kStores) ExpectLikePlainLoops(kernel, kSampleChunk);
