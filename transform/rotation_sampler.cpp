@@ -51,8 +51,11 @@ WeightCache::Entry WeightCache::Find(float position) const {
   const int exponent = static_cast<int>(bits >> 23) - 127;
   if (exponent < kFirstExponent || exponent > 23 || memory_ == nullptr) return {nullptr, false};
   const uint32_t fraction = (bits << (exponent - kFirstExponent)) & (kWholePixel - 1);
-  const uint32_t place = PlaceOf(std::min(fraction, kWholePixel - fraction));
-  return {memory_.get() + size_t{place} * Stride(), fraction > kWholePixel / 2};
+  // The smaller one of the fraction and its complement, of which a branch would guess half wrong.
+  constexpr auto kHalf = static_cast<int32_t>(kWholePixel / 2);
+  const int32_t beyond_half = static_cast<int32_t>(fraction) - kHalf;
+  const uint32_t place = PlaceOf(static_cast<uint32_t>(kHalf - std::abs(beyond_half)));
+  return {memory_.get() + size_t{place} * Stride(), beyond_half > 0};
 }
 
 void WeightCache::Compute(float* weights, float position) const {
