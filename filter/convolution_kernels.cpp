@@ -237,7 +237,7 @@ void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
   }
 }
 
-#ifdef QEL_LEVEL_sse2
+#ifndef QEL_HAS_COLOUR_VECTORS
 
 constexpr ConvolutionKernels::Direct kDirect16 = nullptr;
 constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
@@ -282,30 +282,31 @@ void Split32(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weig
 
 #else
 
-using Int = Vector::Type;
-constexpr size_t kVector = sizeof(Int);
+constexpr size_t kVector = kVectorBytes;
+
+inline Vector SetDwords(int32_t dword) { return FillDwords(static_cast<uint32_t>(dword)); }
 
 /// Divides, offsets and clamps sums. Packing saturates twice, which is the clamp.
 template <bool kInSingle>
-inline Int Quotients(const Int (&sums)[4], const Division& division) {
-  const Int offset = Vector::Set(division.offset);
-  Int out[4];
+inline Vector Quotients(const Vector (&sums)[4], const Division& division) {
+  const Vector offset = SetDwords(division.offset);
+  Vector out[4];
   for (size_t a = 0; a < 4; ++a) {
-    const Int quotient = kInSingle ? Vector::Single(sums[a], division.single_factor)
-                                   : Vector::Precise(sums[a], division.factor);
-    out[a] = Vector::Add(quotient, offset);
+    const Vector quotient = kInSingle ? ScaleInSingle(sums[a], division.single_factor)
+                                      : ScaleInDouble(sums[a], division.factor);
+    out[a] = AddDwords(quotient, offset);
   }
-  return Vector::Pack(out[0], out[1], out[2], out[3]);
+  return PackWords(PackDwords(out[0], out[1]), PackDwords(out[2], out[3]));
 }
 
 /// Stores the first `count` bytes, at most a vector.
-inline void StoreBytes(uint8_t* dest, Int bytes, size_t count) {
+inline void StoreBytes(uint8_t* dest, Vector bytes, size_t count) {
   if (count >= kVector) {
-    Vector::Store(dest, bytes);
+    Store(dest, bytes);
     return;
   }
   alignas(64) uint8_t rest[kVector];
-  Vector::Store(rest, bytes);
+  Store(rest, bytes);
   for (size_t i = 0; i < count; ++i) dest[i] = rest[i];
 }
 
@@ -314,23 +315,23 @@ inline void StoreBytes(uint8_t* dest, Int bytes, size_t count) {
 template <bool kInSingle>
 void PairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
               const Division& division, size_t count) {
-  const Int zero = Vector::Zero();
+  const Vector zero = FillBytes(0);
   for (size_t k = 0; k < count; k += kVector) {
-    Int sums[4] = {zero, zero, zero, zero};
+    Vector sums[4] = {zero, zero, zero, zero};
     for (size_t j = 0; j < weights.rows; ++j) {
       const uint8_t* from = rows[j] + k;
       const int32_t* const words = weights.words + j * weights.stride;
       for (size_t i = 0; i < weights.words_per_row; ++i, from += 2 * weights.step) {
         if (words[i] == 0) continue;
-        const Int weight = Vector::Set(words[i]);
-        const Int left = Vector::Load(from);
-        const Int right = Vector::Load(from + weights.step);
-        const Int low = Vector::Low8(left, right);
-        const Int high = Vector::High8(left, right);
-        sums[0] = Vector::Add(sums[0], Vector::PairSum(Vector::Low8(low, zero), weight));
-        sums[1] = Vector::Add(sums[1], Vector::PairSum(Vector::High8(low, zero), weight));
-        sums[2] = Vector::Add(sums[2], Vector::PairSum(Vector::Low8(high, zero), weight));
-        sums[3] = Vector::Add(sums[3], Vector::PairSum(Vector::High8(high, zero), weight));
+        const Vector weight = SetDwords(words[i]);
+        const Vector left = Load(from);
+        const Vector right = Load(from + weights.step);
+        const Vector low = PairLow(left, right);
+        const Vector high = PairHigh(left, right);
+        sums[0] = AddDwords(sums[0], SumWordPairs(PairLow(low, zero), weight));
+        sums[1] = AddDwords(sums[1], SumWordPairs(PairHigh(low, zero), weight));
+        sums[2] = AddDwords(sums[2], SumWordPairs(PairLow(high, zero), weight));
+        sums[3] = AddDwords(sums[3], SumWordPairs(PairHigh(high, zero), weight));
       }
     }
     StoreBytes(dest + k, Quotients<kInSingle>(sums, division), count - k);
@@ -356,45 +357,43 @@ inline void ForEachVector(size_t count, Block&& block) {
 
 /// Quotients of 16-bit sums.
 template <PairSums kSums>
-inline Int ShortQuotients(Int sums, const PairWeights& weights) {
+inline Vector ShortQuotients(Vector sums, const PairWeights& weights) {
   const ShortDivision& division = weights.division;
-  const auto divide = [&](Int sizes) {
+  const auto divide = [&](Vector sizes) {
     if (division.multiplier == 0) return sizes;
-    return Vector::ShiftRight16(Vector::HighProduct16(sizes, Vector::Set16(division.multiplier)),
-                                division.shift);
+    return ShiftWordsRight(HighProducts(sizes, FillWords(division.multiplier)), division.shift);
   };
   if constexpr (kSums == PairSums::kUnsigned) {
     // Packing takes signed lanes.
-    return Vector::MinUnsigned16(divide(sums), Vector::Set16(255));
+    return MinUnsignedWords(divide(sums), FillWords(255));
   } else if constexpr (kSums == PairSums::kCutAtZero) {
-    return divide(Vector::Max16(sums, Vector::Zero()));
+    return divide(MaxWords(sums, FillBytes(0)));
   } else {
-    Int quotients = sums;
+    Vector quotients = sums;
     if (division.multiplier != 0 || weights.negate) {
-      const Int signs = Vector::Xor(Vector::Signs16(sums), Vector::Set16(weights.negate ? -1 : 0));
-      const Int sizes = divide(Vector::Size16(sums));
-      quotients = Vector::Subtract16(Vector::Xor(sizes, signs), signs);
+      const Vector signs = SignsOfWords(sums) ^ FillWords(weights.negate ? -1 : 0);
+      const Vector sizes = divide(SizesOfWords(sums));
+      quotients = SubtractWords(sizes ^ signs, signs);
     }
-    return Vector::AddSaturated16(quotients, Vector::Set16(weights.offset));
+    return AddWordsSaturated(quotients, FillWords(weights.offset));
   }
 }
 
 /// The sums of one vector of outputs. Interleaving within 128-bit parts gives them the order that
 /// packing undoes.
 struct PairAccumulator {
-  Int low = Vector::Zero();
-  Int high = Vector::Zero();
+  Vector low = FillBytes(0);
+  Vector high = FillBytes(0);
 
-  void Add(const uint8_t* left, const uint8_t* right, Int weights) {
-    const Int a = Vector::Load(left);
-    const Int b = Vector::Load(right);
-    low = Vector::Add16(low, Vector::PairOfBytes(Vector::Low8(a, b), weights));
-    high = Vector::Add16(high, Vector::PairOfBytes(Vector::High8(a, b), weights));
+  void Add(const uint8_t* left, const uint8_t* right, Vector weights) {
+    const Vector a = Load(left);
+    const Vector b = Load(right);
+    low = AddWords(low, SumPairs(PairLow(a, b), weights));
+    high = AddWords(high, SumPairs(PairHigh(a, b), weights));
   }
   template <PairSums kSums>
-  Int Finish(const PairWeights& weights) const {
-    return Vector::Pack16(ShortQuotients<kSums>(low, weights),
-                          ShortQuotients<kSums>(high, weights));
+  Vector Finish(const PairWeights& weights) const {
+    return PackWords(ShortQuotients<kSums>(low, weights), ShortQuotients<kSums>(high, weights));
   }
 };
 
@@ -404,13 +403,13 @@ void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& we
                 size_t count) {
   const uint8_t* left[kMostPairs];
   const uint8_t* right[kMostPairs];
-  Int words[kMostPairs];
+  Vector words[kMostPairs];
   const size_t pairs = kPairs != 0 ? kPairs : weights.count;
   for (size_t i = 0; i < pairs; ++i) {
     const TapPair& pair = weights.pairs[i];
     left[i] = rows[pair.rows[0]] + pair.offsets[0];
     right[i] = rows[pair.rows[1]] + pair.offsets[1];
-    words[i] = Vector::Set(pair.weights);
+    words[i] = SetDwords(pair.weights);
   }
   ForEachVector(count, [&](size_t k, size_t) {
     PairAccumulator sums;
@@ -456,10 +455,10 @@ void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, s
     for (size_t i = 0; i < pair_count; ++i, from += 2 * weights.step) {
       // An odd tap has no partner: reading one would lead beyond the row.
       const uint8_t* const right = odd && i + 1 == pair_count ? from : from + weights.step;
-      sum.Add(from, right, Vector::Set(pairs[i]));
+      sum.Add(from, right, SetDwords(pairs[i]));
     }
-    Vector::Store(reinterpret_cast<uint8_t*>(sums + place), sum.low);
-    Vector::Store(reinterpret_cast<uint8_t*>(sums + place + kVector / 2), sum.high);
+    Store(sums + place, sum.low);
+    Store(sums + place + kVector / 2, sum.high);
   });
 }
 
@@ -469,15 +468,15 @@ void SumDown(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& wei
   ForEachVector(count, [&](size_t k, size_t place) {
     PairAccumulator sum;
     for (size_t j = 0; j < weights.rows; ++j) {
-      Int low = Vector::Load(sums[j] + place);
-      Int high = Vector::Load(sums[j] + place + kVector / 2);
+      Vector low = Load(sums[j] + place);
+      Vector high = Load(sums[j] + place + kVector / 2);
       if constexpr (kWeighs) {
-        const Int weight = Vector::Set16(weights.down[j]);
-        low = Vector::Product16(low, weight);
-        high = Vector::Product16(high, weight);
+        const Vector weight = FillWords(weights.down[j]);
+        low = Products(low, weight);
+        high = Products(high, weight);
       }
-      sum.low = Vector::Add16(sum.low, low);
-      sum.high = Vector::Add16(sum.high, high);
+      sum.low = AddWords(sum.low, low);
+      sum.high = AddWords(sum.high, high);
     }
     StoreBytes(dest + k, sum.template Finish<PairSums::kUnsigned>(finish), count - k);
   });
@@ -500,7 +499,7 @@ void SplitRows(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& we
   ColumnSums columns(rows, weights);
   int32_t pairs[(kMostTaps + 1) / 2];
   const size_t pair_count = (weights.columns + 1) / 2;
-  const Int balance = Vector::Set(static_cast<int32_t>(weights.balance));
+  const Vector balance = SetDwords(static_cast<int32_t>(weights.balance));
   for (size_t i = 0; i < pair_count; ++i) {
     const auto left = static_cast<uint16_t>(weights.across[2 * i]);
     const bool odd = 2 * i + 1 == weights.columns;
@@ -511,20 +510,20 @@ void SplitRows(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& we
     const size_t stretch = Smaller(kStretch, count - first);
     const uint16_t* const down = columns.At(first, stretch);
     for (size_t k = 0; k < stretch; k += kVector) {
-      Int sums[4] = {balance, balance, balance, balance};
+      Vector sums[4] = {balance, balance, balance, balance};
       const uint16_t* from = down + k;
       for (size_t i = 0; i < pair_count; ++i, from += 2 * weights.step) {
-        const Int weight = Vector::Set(pairs[i]);
+        const Vector weight = SetDwords(pairs[i]);
         for (size_t half = 0; half < 2; ++half) {
-          const Int left = Vector::Load(from + half * (kVector / 2));
-          const Int right = Vector::Load(from + half * (kVector / 2) + weights.step);
-          Int& low = sums[2 * half];
-          Int& high = sums[2 * half + 1];
-          low = Vector::Add(low, Vector::PairSum(Vector::Low16(left, right), weight));
-          high = Vector::Add(high, Vector::PairSum(Vector::High16(left, right), weight));
+          const Vector left = Load(from + half * (kVector / 2));
+          const Vector right = Load(from + half * (kVector / 2) + weights.step);
+          Vector& low = sums[2 * half];
+          Vector& high = sums[2 * half + 1];
+          low = AddDwords(low, SumWordPairs(PairWordsLow(left, right), weight));
+          high = AddDwords(high, SumWordPairs(PairWordsHigh(left, right), weight));
         }
       }
-      const Int bytes = Vector::JoinHalves(Quotients<kInSingle>(sums, division));
+      const Vector bytes = JoinHalves(Quotients<kInSingle>(sums, division));
       StoreBytes(dest + first + k, bytes, stretch - k);
     }
   }
@@ -548,17 +547,17 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
   for (size_t i = 0; i < kVector; ++i) {
     places[i] = static_cast<uint8_t>(i / 4 % 4 + i % 4 * weights.step);
   }
-  const Int order = _mm512_load_si512(places);
+  const Vector order = _mm512_load_si512(places);
   for (size_t k = 0; k < count; k += kVector) {
-    Int sums[4] = {Vector::Zero(), Vector::Zero(), Vector::Zero(), Vector::Zero()};
+    Vector sums[4] = {FillBytes(0), FillBytes(0), FillBytes(0), FillBytes(0)};
     for (size_t j = 0; j < weights.rows; ++j) {
       const uint8_t* from = rows[j] + k;
       const int32_t* const words = weights.words + j * weights.stride;
       for (size_t i = 0; i < weights.words_per_row; ++i, from += 4 * weights.step) {
         if (words[i] == 0) continue;
-        const Int weight = Vector::Set(words[i]);
+        const Vector weight = SetDwords(words[i]);
         for (size_t a = 0; a < 4; ++a) {
-          const Int quads = _mm512_shuffle_epi8(Vector::Load(from + 4 * a), order);
+          const Vector quads = _mm512_shuffle_epi8(Load(from + 4 * a), order);
           sums[a] = _mm512_dpbusd_epi32(sums[a], quads, weight);
         }
       }
