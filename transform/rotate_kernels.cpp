@@ -7,11 +7,11 @@
 #include "transform/fetch.h"
 #include "transform/word_pixels.h"
 
-#if defined(QEL_LEVEL_avx512) || defined(QEL_LEVEL_avx512vbmi)
-#define QEL_HAS_AVX512 1
-#include <immintrin.h>
+#ifdef QEL_LEVEL_sse2
+#define QEL_HAS_REGISTERS 0
 #else
-#define QEL_HAS_AVX512 0
+#define QEL_HAS_REGISTERS 1
+#include <immintrin.h>
 #endif
 
 namespace qel::QEL_LEVEL {
@@ -142,101 +142,145 @@ void Weights(float* weights, const float* positions, size_t count) {
   }
 }
 
-#if QEL_HAS_AVX512
+#if QEL_HAS_REGISTERS
 
-/// words[k] = word k of sixteen bytes from each of sixteen addresses.
+#ifdef QEL_LEVEL_avx2
+using Register = __m256i;
+inline Register Join(__m128i a, __m128i b) { return _mm256_set_m128i(b, a); }
+inline Register PairWordsLow(Register a, Register b) { return _mm256_unpacklo_epi32(a, b); }
+inline Register PairWordsHigh(Register a, Register b) { return _mm256_unpackhi_epi32(a, b); }
+inline Register PairLow(Register a, Register b) { return _mm256_unpacklo_epi64(a, b); }
+inline Register PairHigh(Register a, Register b) { return _mm256_unpackhi_epi64(a, b); }
+inline Register ShuffleBytes(Register v, __m128i order) {
+  return _mm256_shuffle_epi8(v, _mm256_broadcastsi128_si256(order));
+}
+#else
+using Register = __m512i;
+inline Register Join(__m128i a, __m128i b, __m128i c, __m128i d) {
+  const __m512i low = _mm512_inserti32x4(_mm512_castsi128_si512(a), b, 1);
+  return _mm512_inserti32x4(_mm512_inserti32x4(low, c, 2), d, 3);
+}
+inline Register PairWordsLow(Register a, Register b) { return _mm512_unpacklo_epi32(a, b); }
+inline Register PairWordsHigh(Register a, Register b) { return _mm512_unpackhi_epi32(a, b); }
+inline Register PairLow(Register a, Register b) { return _mm512_unpacklo_epi64(a, b); }
+inline Register PairHigh(Register a, Register b) { return _mm512_unpackhi_epi64(a, b); }
+inline Register ShuffleBytes(Register v, __m128i order) {
+  return _mm512_shuffle_epi8(v, _mm512_broadcast_i32x4(order));
+}
+#endif
+
+/// words[k] = word k of sixteen bytes from each of `kLanes` addresses.
 template <typename AddressOf>
-inline void LoadWordColumns(__m512i (&words)[4], AddressOf address_of) {
+inline void LoadWordColumns(Ints (&words)[4], AddressOf address_of) {
   const auto load = [&](size_t k) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(address_of(k)));
   };
-  const auto load_four = [&](size_t k) {
-    __m512i four = _mm512_castsi128_si512(load(k));
-    four = _mm512_inserti32x4(four, load(k + 4), 1);
-    four = _mm512_inserti32x4(four, load(k + 8), 2);
-    return _mm512_inserti32x4(four, load(k + 12), 3);
+  const auto load_each_fourth = [&](size_t k) {
+#ifdef QEL_LEVEL_avx2
+    return Join(load(k), load(k + 4));
+#else
+    return Join(load(k), load(k + 4), load(k + 8), load(k + 12));
+#endif
   };
-  const __m512i a = load_four(0);
-  const __m512i b = load_four(1);
-  const __m512i c = load_four(2);
-  const __m512i d = load_four(3);
-  const __m512i ab = _mm512_unpacklo_epi32(a, b);
-  const __m512i cd = _mm512_unpacklo_epi32(c, d);
-  words[0] = _mm512_unpacklo_epi64(ab, cd);
-  words[1] = _mm512_unpackhi_epi64(ab, cd);
-  const __m512i ab_high = _mm512_unpackhi_epi32(a, b);
-  const __m512i cd_high = _mm512_unpackhi_epi32(c, d);
-  words[2] = _mm512_unpacklo_epi64(ab_high, cd_high);
-  words[3] = _mm512_unpackhi_epi64(ab_high, cd_high);
+  const Register a = load_each_fourth(0);
+  const Register b = load_each_fourth(1);
+  const Register c = load_each_fourth(2);
+  const Register d = load_each_fourth(3);
+  const Register ab = PairWordsLow(a, b);
+  const Register cd = PairWordsLow(c, d);
+  words[0] = reinterpret_cast<Ints>(PairLow(ab, cd));
+  words[1] = reinterpret_cast<Ints>(PairHigh(ab, cd));
+  const Register ab_high = PairWordsHigh(a, b);
+  const Register cd_high = PairWordsHigh(c, d);
+  words[2] = reinterpret_cast<Ints>(PairLow(ab_high, cd_high));
+  words[3] = reinterpret_cast<Ints>(PairHigh(ab_high, cd_high));
 }
 
 template <size_t kTaps>
 void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
-  for (size_t i = 0; i < RoundUp(count); i += kWeightGroup) {
-    __m512i taps[kTaps / 4][4];
+  Ints lane_bits;
+  for (size_t lane = 0; lane < kLanes; ++lane) lane_bits[lane] = 1 << lane;
+  for (size_t i = 0; i < RoundUp(count); i += kLanes) {
+    Ints taps[kTaps / 4][4];
     for (size_t k = 0; k < kTaps / 4; ++k) {
       LoadWordColumns(taps[k], [&](size_t point) { return entries.of[i + point] + 4 * k; });
     }
-    const auto mirrored = static_cast<__mmask16>(entries.mirrored >> i);
+    const Ints mirrored = lane_bits & static_cast<int32_t>(entries.mirrored >> i & 0xFFFF);
     float* const first = weights + WeightPlace(i, kTaps);
     for (size_t tap = 0; tap < kTaps; ++tap) {
       const size_t other = kTaps - 1 - tap;
-      _mm512_storeu_si512(
-          first + tap * kWeightGroup,
-          _mm512_mask_blend_epi32(mirrored, taps[tap / 4][tap % 4], taps[other / 4][other % 4]));
+      const Ints weight = mirrored != 0 ? taps[other / 4][other % 4] : taps[tap / 4][tap % 4];
+      __builtin_memcpy(first + tap * kWeightGroup, &weight, sizeof(weight));
     }
   }
 }
 
-/// Byte `kByte` of every word as a number.
+/// Words at `kLanes` offsets.
+inline Ints LoadWords(const uint8_t* source, const int32_t* offsets) {
+#ifdef QEL_LEVEL_avx2
+  return reinterpret_cast<Ints>(
+      Join(LoadFour<4>(source, offsets), LoadFour<4>(source, offsets + 4)));
+#else
+  return reinterpret_cast<Ints>(LoadSixteen<4>(source, offsets));
+#endif
+}
+
+/// Byte `kByte` of every word as a number. The ways there keep different parts of the processor
+/// busy.
 template <int kByte>
-inline __m512 ByteOfWords(__m512i words) {
+inline Floats ByteOfWords(Ints words) {
   if constexpr (kByte == 0) {
-    return _mm512_cvtepi32_ps(_mm512_and_si512(words, _mm512_set1_epi32(0xFF)));
+    words &= 0xFF;
   } else if constexpr (kByte == 3) {
-    return _mm512_cvtepi32_ps(_mm512_srli_epi32(words, 24));
+    typedef uint32_t Unsigned __attribute__((vector_size(4 * kLanes)));
+    words = reinterpret_cast<Ints>(reinterpret_cast<Unsigned>(words) >> 24);
   } else {
     const __m128i order = _mm_setr_epi8(kByte, -1, -1, -1, kByte + 4, -1, -1, -1, kByte + 8, -1, -1,
                                         -1, kByte + 12, -1, -1, -1);
-    return _mm512_cvtepi32_ps(_mm512_shuffle_epi8(words, _mm512_broadcast_i32x4(order)));
+    words = reinterpret_cast<Ints>(ShuffleBytes(reinterpret_cast<Register>(words), order));
   }
+  return __builtin_convertvector(words, Floats);
 }
 
-/// The sums of sixteen pixels, one vector per channel.
+/// The sums of `kLanes` pixels, one vector per channel.
 template <int kBytes, int kTaps>
 struct PixelGroup {
   const uint8_t* bits;
   const int32_t* offsets;  ///< of the first tap of each pixel
   const float* wx;
   const float* wy;
-  __m512 sums[kBytes] = {};
+  Floats sums[kBytes] = {};
+
+  static Floats LoadWeights(const float* weights) {
+    Floats lanes;
+    __builtin_memcpy(&lanes, weights, sizeof(lanes));
+    return lanes;
+  }
 
   /// Adds four taps of a row, whose bytes start with `words`.
   template <int... kAt>
-  void AddTaps(const __m512i* words, const float* column_weights, __m512 row_weight,
+  void AddTaps(const Ints* words, const float* column_weights, Floats row_weight,
                std::integer_sequence<int, kAt...>) {
-    __m512 weight;
-    const auto add = [&](int at, __m512 channel) {
+    Floats weight;
+    const auto add = [&](int at, Floats channel) {
       if (at % kBytes == 0) {
-        const float* const column = column_weights + at / kBytes * kWeightGroup;
-        weight = _mm512_mul_ps(_mm512_loadu_ps(column), row_weight);
+        weight = LoadWeights(column_weights + at / kBytes * kWeightGroup) * row_weight;
       }
-      __m512& sum = sums[at % kBytes];
-      sum = _mm512_add_ps(sum, _mm512_mul_ps(weight, channel));
+      sums[at % kBytes] += weight * channel;
     };
     (add(kAt, ByteOfWords<kAt % 4>(words[kAt / 4])), ...);
   }
 
   /// Adds row `row` of the taps, which lies `distance` bytes behind the first one.
   void AddRow(size_t row, int64_t distance) {
-    const __m512 row_weight = _mm512_loadu_ps(wy + row * kWeightGroup);
-    const auto load = [&](__m512i(&words)[4], int64_t at) {
+    const Floats row_weight = LoadWeights(wy + row * kWeightGroup);
+    const auto load = [&](Ints(&words)[4], int64_t at) {
       LoadWordColumns(words, [&](size_t k) { return bits + offsets[k] + distance + at; });
     };
     constexpr auto kFourTaps = std::make_integer_sequence<int, 4 * kBytes>();
-    __m512i words[4];
+    Ints words[4];
     if constexpr (kBytes == 1 && kTaps == 4) {
-      words[0] = LoadSixteen<4>(bits + distance, offsets);
+      words[0] = LoadWords(bits + distance, offsets);
     } else {
       load(words, 0);
     }
@@ -247,26 +291,27 @@ struct PixelGroup {
   }
 
   void Store(uint32_t* colours) const {
-    const auto byte = [](__m512 sum) {
-      const __m512 most = _mm512_set1_ps(255.0f);
-      return _mm512_cvttps_epi32(_mm512_max_ps(_mm512_min_ps(sum, most), _mm512_setzero_ps()));
+    const auto byte = [](Floats sum) {
+      const Floats zero = {};
+      const Floats most = zero + 255.0f;
+      sum = sum > most ? most : sum;
+      sum = sum > zero ? sum : zero;
+      return __builtin_convertvector(sum, Ints);
     };
-    __m512i packed = byte(sums[0]);
+    Ints packed = byte(sums[0]);
     if constexpr (kBytes == 1) {
-      packed = _mm512_mullo_epi32(packed, _mm512_set1_epi32(0x010101));
+      packed *= 0x010101;
     } else {
-      packed = _mm512_or_si512(packed, _mm512_slli_epi32(byte(sums[1]), 8));
-      packed = _mm512_or_si512(packed, _mm512_slli_epi32(byte(sums[2]), 16));
-      if (kBytes == 4) packed = _mm512_or_si512(packed, _mm512_slli_epi32(byte(sums[3]), 24));
+      for (int c = 1; c < kBytes; ++c) packed |= byte(sums[c]) << (8 * c);
     }
-    _mm512_storeu_si512(colours, packed);
+    __builtin_memcpy(colours, &packed, sizeof(packed));
   }
 };
 
 template <int kBytes, int kTaps>
 void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
            const SampleWeights& weights, size_t count) {
-  static_assert(kWeightGroup == 16 && kSampleGroup == 32);
+  static_assert(kWeightGroup % kLanes == 0 && kSampleGroup % (2 * kLanes) == 0);
   int32_t offsets[kSampleChunk];
   const size_t rounded = RoundUp(count);
   PixelOffsets<kBytes>(offsets, source, points, rounded, 0.0f, kTaps / 2 - 1);
@@ -276,16 +321,16 @@ void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& po
                                      weights.y + place};
   };
   // Two groups at a time: the additions of one fill the waits of the other.
-  for (size_t i = 0; i < rounded; i += 2 * kWeightGroup) {
+  for (size_t i = 0; i < rounded; i += 2 * kLanes) {
     auto first = group_at(i);
-    auto second = group_at(i + kWeightGroup);
+    auto second = group_at(i + kLanes);
     for (int row = 0; row < kTaps; ++row) {
       const int64_t distance = int64_t{row} * source.stride;
       first.AddRow(static_cast<size_t>(row), distance);
       second.AddRow(static_cast<size_t>(row), distance);
     }
     first.Store(colours + i);
-    second.Store(colours + i + kWeightGroup);
+    second.Store(colours + i + kLanes);
   }
 }
 

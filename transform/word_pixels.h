@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
-// Sixteen pixels of 1, 3 or 4 bytes as the words of a register, for kernel sources at the higher
-// levels. Everything has internal linkage.
+// Pixels of 1, 3 or 4 bytes as the words of a register, for kernel sources at the higher levels.
+// Everything has internal linkage.
 
-#if defined(QEL_LEVEL_avx512) || defined(QEL_LEVEL_avx512vbmi)
+#ifndef QEL_LEVEL_sse2
 #include <immintrin.h>
 
 namespace qel::QEL_LEVEL {
@@ -30,6 +30,8 @@ inline __m128i LoadFour(const uint8_t* source, const int32_t* offsets) {
   const __m128i first = _mm_insert_epi32(_mm_cvtsi32_si128(load(0)), load(1), 1);
   return _mm_insert_epi32(_mm_insert_epi32(first, load(2), 2), load(3), 3);
 }
+#ifndef QEL_LEVEL_avx2
+
 /// Words of `kBytes` bytes at sixteen offsets. Loads of their own start earlier than those of a
 /// gather instruction.
 template <int kBytes>
@@ -40,6 +42,8 @@ inline __m512i LoadSixteen(const uint8_t* source, const int32_t* offsets) {
   return _mm512_inserti32x4(words, LoadFour<kBytes>(source, offsets + 12), 3);
 }
 
+#endif
+
 #ifdef QEL_LEVEL_avx512vbmi
 
 /// The lowest `count` lanes of bytes.
@@ -47,7 +51,7 @@ constexpr __mmask64 FirstBytes(size_t count) {
   return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
 }
 
-/// Pixels of 3 bytes as words; the fourth byte is not defined.
+/// Sixteen pixels of 3 bytes as words; the fourth byte is not defined.
 inline __m512i LoadWords3(const uint8_t* pixels) {
   alignas(64) static constexpr uint8_t kOrder[64] = {
       0,  1,  2,  0,  3,  4,  5,  0,  6,  7,  8,  0,  9,  10, 11, 0,  12, 13, 14, 0,  15, 16,
