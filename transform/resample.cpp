@@ -242,6 +242,7 @@ class TileInterpolator {
     }
     tile_.taps = taps_;
     tile_.channels = channels_;
+    tile_.row_bytes = source_.Columns() * static_cast<int64_t>(channels_);
     // The planes of all slots fit the innermost cache, or nearly so.
     tile_.columns = taps_ == kMaxTaps && channels_ > 1 ? kMaxTileColumns / 4 : kMaxTileColumns;
     plane_size_ = taps_ * channels_ * tile_.columns;

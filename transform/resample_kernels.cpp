@@ -1,6 +1,9 @@
 #include "transform/resample_kernels.h"
 
+#include <utility>
+
 #include "transform/fetch.h"
+#include "transform/lanes.h"
 #include "transform/word_pixels.h"
 
 namespace qel::QEL_LEVEL {
@@ -152,31 +155,6 @@ void GatherSingly(float* planes, const uint8_t* row, const TileTaps& tile, size_
   }
 }
 
-// Vectors as long as the level's registers; the compiler knows their arithmetic, and every lane
-// rounds as a single number would.
-#if defined(QEL_LEVEL_sse2)
-constexpr size_t kLanes = 4;
-#elif defined(QEL_LEVEL_avx2)
-constexpr size_t kLanes = 8;
-#else
-constexpr size_t kLanes = 16;
-#endif
-typedef float Floats __attribute__((vector_size(4 * kLanes)));
-typedef int32_t Ints __attribute__((vector_size(4 * kLanes)));
-
-inline Floats Load(const float* values) {
-  Floats lanes;
-  __builtin_memcpy(&lanes, values, sizeof(lanes));
-  return lanes;
-}
-inline Ints Bytes(Floats sum) {
-  const Floats zero = {};
-  const Floats most = zero + 255.0f;
-  sum = sum > most ? most : sum;
-  sum = sum > zero ? sum : zero;
-  return __builtin_convertvector(sum, Ints);
-}
-
 #ifdef QEL_LEVEL_avx512vbmi
 inline __m512i ToRegister(Ints words) { return reinterpret_cast<__m512i>(words); }
 #else
@@ -203,13 +181,13 @@ inline void SumTaps(RowSums<kChannels> (&sums)[2], const BlendRow (&rows)[2], co
     for (size_t i = 0; i < kTaps; ++i) {
       for (size_t v = 0; v < kVectors<kChannels>; ++v) {
         const size_t first = x + v * kLanes;
-        const Floats column_weight = Load(tile.weights[i] + first);
+        const Floats column_weight = LoadFloats(tile.weights[i] + first);
         const Floats upper_weight = column_weight * rows[0].weights[j];
         const Floats lower_weight = column_weight * rows[1].weights[j];
         for (size_t c = 0; c < kChannels; ++c) {
           const size_t at = (i * kChannels + c) * tile.columns + first;
-          sums[0].of[v][c] += upper_weight * Load(rows[0].planes[j] + at);
-          sums[1].of[v][c] += lower_weight * Load(rows[1].planes[j] + at);
+          sums[0].of[v][c] += upper_weight * LoadFloats(rows[0].planes[j] + at);
+          sums[1].of[v][c] += lower_weight * LoadFloats(rows[1].planes[j] + at);
         }
       }
     }
@@ -224,13 +202,13 @@ inline void SumTaps(RowSums<kChannels> (&sums)[4], const BlendRow (&rows)[4], co
     for (size_t i = 0; i < kTaps; ++i) {
       for (size_t v = 0; v < kVectors<kChannels>; ++v) {
         const size_t first = x + v * kLanes;
-        const Floats column_weight = Load(tile.weights[i] + first);
+        const Floats column_weight = LoadFloats(tile.weights[i] + first);
         const Floats even_weight = column_weight * rows[0].weights[j];
         const Floats odd_weight = column_weight * rows[1].weights[j];
         for (size_t c = 0; c < kChannels; ++c) {
           const size_t at = (i * kChannels + c) * tile.columns + first;
-          const Floats upper = Load(rows[0].planes[j] + at);
-          const Floats lower = Load(rows[2].planes[j] + at);
+          const Floats upper = LoadFloats(rows[0].planes[j] + at);
+          const Floats lower = LoadFloats(rows[2].planes[j] + at);
           sums[0].of[v][c] += even_weight * upper;
           sums[1].of[v][c] += odd_weight * upper;
           sums[2].of[v][c] += even_weight * lower;
@@ -332,17 +310,63 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   PickSingly<kBytes>(dest, source, plan, 0, plan.pixels);
 }
 
+#if QEL_HAS_REGISTERS
+
+/// Four taps of `kLanes` columns from column `x` on.
+template <int... kAt>
+void GatherFour(float* planes, const uint8_t* row, const TileTaps& tile, size_t tap, size_t x,
+                std::integer_sequence<int, kAt...>) {
+  Ints words[4];
+  LoadWordColumns(words, [&](size_t k) { return row + tile.offsets[tap][x + k]; });
+  // The taps of a column lie side by side: the next byte is the next channel or the next tap.
+  const auto store = [&](size_t at, Floats values) {
+    float* const plane = planes + (tap * tile.channels + at) * tile.columns;
+    __builtin_memcpy(plane + x, &values, sizeof(values));
+  };
+  (store(kAt, ByteOfWords<kAt % 4>(words[kAt / 4])), ...);
+}
+
+template <int kChannels>
+void GatherColumns(float* planes, const uint8_t* row, const TileTaps& tile) {
+  for (size_t x = 0; x < tile.columns; x += kLanes) {
+    // Sixteen bytes are loaded from the first one of each four taps on.
+    const int64_t last_load = tile.offsets[tile.taps - 4][x + kLanes - 1];
+    const bool inside = tile.offsets[0][x] >= 0 && tile.offsets[tile.taps - 1][x + kLanes - 1] >= 0;
+    if (!inside || last_load + 16 > tile.row_bytes) {
+      GatherSingly(planes, row, tile, x, x + kLanes);
+      continue;
+    }
+    for (size_t tap = 0; tap < tile.taps; tap += 4) {
+      GatherFour(planes, row, tile, tap, x, std::make_integer_sequence<int, 4 * kChannels>());
+    }
+  }
+}
+
+void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
+  const auto gather = tile.channels == 1   ? &GatherColumns<1>
+                      : tile.channels == 3 ? &GatherColumns<3>
+                                           : &GatherColumns<4>;
+  gather(planes, row, tile);
+}
+
+#else
+
 void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
   GatherSingly(planes, row, tile, 0, tile.columns);
 }
 
+#endif
+
 /// Stores packed colours as pixels.
 template <int kBytes>
 inline void StoreWords(uint8_t* dest, Ints colours, size_t count) {
-  for (size_t x = 0; x < kLanes && x < count; ++x) {
-    const int32_t colour = colours[x];
-    __builtin_memcpy(dest + x * kBytes, &colour, kBytes);
-  }
+  int32_t words[kLanes];
+  __builtin_memcpy(words, &colours, sizeof(words));
+  const size_t last = (count < kLanes ? count : kLanes) - 1;
+  // Four bytes are stored for three: the next pixel overwrites the last one.
+  constexpr size_t kStored = kBytes == 3 ? 4 : kBytes;
+  for (size_t x = 0; x < last; ++x) __builtin_memcpy(dest + x * kBytes, words + x, kStored);
+  __builtin_memcpy(dest + last * kBytes, words + last, kBytes);
 }
 
 #endif
@@ -351,12 +375,12 @@ inline void StoreWords(uint8_t* dest, Ints colours, size_t count) {
 template <size_t kChannels>
 inline void StoreVector(const BlendRow& row, const Floats (&sums)[kChannels], const TileTaps& tile,
                         size_t x, size_t count) {
-  Ints colours = Bytes(sums[0]);
-  for (size_t c = 1; c < kChannels && c < 3; ++c) colours |= Bytes(sums[c]) << (8 * c);
+  Ints colours = BytesOf(sums[0]);
+  for (size_t c = 1; c < kChannels && c < 3; ++c) colours |= BytesOf(sums[c]) << (8 * c);
   if constexpr (kChannels == 4) {
     Ints mask = {};
     if (row.with_alpha) __builtin_memcpy(&mask, tile.alpha_mask + x, sizeof(mask));
-    colours |= (Bytes(sums[3]) & mask) << 24;
+    colours |= (BytesOf(sums[3]) & mask) << 24;
   }
   StoreWords<static_cast<int>(kChannels)>(row.dest + x * kChannels, ToRegister(colours), count - x);
 }

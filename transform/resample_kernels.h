@@ -42,9 +42,10 @@ inline constexpr size_t kMaxChannels = 4;
 
 /// Where the taps of the columns of a tile lie in a source row.
 struct TileTaps {
-  size_t taps;      ///< along one axis
-  size_t channels;  ///< bytes per pixel
-  size_t columns;   ///< a multiple of 16, and of 32 for single channels
+  int64_t row_bytes;  ///< of the source row
+  size_t taps;        ///< along one axis
+  size_t channels;    ///< bytes per pixel
+  size_t columns;     ///< a multiple of 16, and of 32 for single channels
   /// Byte offset of each tap of each column; below 0 the tap is outside. They do not fall.
   int64_t offsets[kMaxTapCount][kMaxTileColumns];
   uint8_t outside[kMaxChannels];  ///< channels of the pixel that stands in outside
