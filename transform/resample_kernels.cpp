@@ -394,6 +394,12 @@ inline void StoreSums(const BlendRow& row, const RowSums<kChannels>& sums, const
 
 template <size_t kTaps, size_t kChannels, size_t kRows>
 void BlendColumns(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t count) {
+  // Without AVX-512 there are too few registers for the colours of four rows.
+  if constexpr (kRows == 4 && kChannels > 1 && kLanes < 16) {
+    BlendColumns<kTaps, kChannels, 2>({rows[0], rows[1]}, tile, count);
+    BlendColumns<kTaps, kChannels, 2>({rows[2], rows[3]}, tile, count);
+    return;
+  }
   for (size_t x = 0; x < count; x += kVectors<kChannels> * kLanes) {
     RowSums<kChannels> sums[kRows];
     SumTaps<kTaps, kChannels>(sums, rows, tile, x);
