@@ -252,7 +252,7 @@ class TileInterpolator {
   }
 
  private:
-  /// Slots for source rows: two destination rows whose taps lie one row apart find all of them.
+  /// Slots for source rows: more than the taps of one destination row, for others nearby.
   static constexpr int kSlots = 16;
   static constexpr size_t kAlignment = 16;
   static constexpr int64_t kNoRow = -1;
