@@ -19,11 +19,13 @@ int DrawDepth(Rng& rng, const std::vector<int>& depths) {
   return depths[static_cast<size_t>(rng.Int(0, static_cast<int>(depths.size()) - 1))];
 }
 
-/// Images of one depth; the first at least as large as the others, which operations may rely on.
-std::vector<Raster> DrawImages(Rng& rng, int count, const std::vector<int>& depths) {
+/// Images of one depth and size; sometimes of a few rows that are thousands of pixels wide.
+std::vector<Raster> DrawImages(Rng& rng, int count, const std::vector<int>& depths,
+                               bool may_be_wide) {
   const int depth = DrawDepth(rng, depths);
-  const int width = rng.OneIn(12) ? rng.Int(0, 2) : rng.Int(1, 70);
-  const int height = rng.OneIn(12) ? rng.Int(0, 2) : rng.Int(1, 16);
+  const bool wide = may_be_wide && rng.OneIn(25);
+  const int width = wide ? rng.Int(3000, 12000) : rng.OneIn(12) ? rng.Int(0, 2) : rng.Int(1, 70);
+  const int height = wide ? rng.Int(1, 3) : rng.OneIn(12) ? rng.Int(0, 2) : rng.Int(1, 16);
   std::vector<Raster> images;
   for (int i = 0; i < count; ++i) images.push_back(RandomRaster(rng, width, height, depth));
   Raster::NewImageLayout() = RandomLayout(rng);
@@ -76,13 +78,15 @@ class AffineTransform final : public ITransform {
 class Table {
  public:
   std::vector<PairedOperation> rows;
+  /// For operations that work on wide images in tiles of columns.
+  bool may_be_wide = false;
 
   /// An in-place operation with arguments drawn by `draw`, which returns the two calls as a pair.
   template <typename Draw>
   void Add(const std::string& name, int images, const std::vector<int>& depths, Draw draw) {
-    rows.push_back({name, [=](Rng& rng) {
+    rows.push_back({name, [=, wide = may_be_wide](Rng& rng) {
                       PairedCase paired;
-                      paired.inputs = DrawImages(rng, images, depths);
+                      paired.inputs = DrawImages(rng, images, depths, wide);
                       std::tie(paired.module, paired.oracle) = draw(rng);
                       return paired;
                     }});
@@ -275,6 +279,7 @@ void AddTransform(Table& table) {
 
 void AddFilters(Table& table) {
   const auto& all = kAllDepths;
+  table.may_be_wide = true;
   table.Add("Filter", 1, all, [](Rng& rng) -> Pair {
     const int size = rng.Int(0, 9);
     std::vector<int> kernel(static_cast<size_t>(size * size) + 1);
@@ -345,6 +350,7 @@ void AddFilters(Table& table) {
 
 void AddMaths(Table& table) {
   const auto& all = kAllDepths;
+  table.may_be_wide = false;
   table.Add("Equal", 2, {8, 16, 24, 32}, [](Rng& rng) -> Pair {
     const int value = static_cast<int>(rng.Next());
     const bool masked = rng.OneIn(2);
