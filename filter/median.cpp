@@ -335,12 +335,6 @@ void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
 
 }  // namespace
 
-int32_t CompareColors(const void* a, const void* b) {
-  const auto* const left = static_cast<const uint8_t*>(a);
-  const auto* const right = static_cast<const uint8_t*>(b);
-  return Brightness(left[0], left[1], left[2]) - Brightness(right[0], right[1], right[2]);
-}
-
 result_t CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
   if (image == nullptr) return kFail;
   const ImageView source = ReadView(*image);

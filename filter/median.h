@@ -12,7 +12,11 @@ constexpr int32_t Brightness(int32_t blue, int32_t green, int32_t red) {
 
 /// Orders two records of four bytes blue, green, red, alpha: the brightness of `a` minus that of
 /// `b`. Alpha does not count. Suits `qsort`.
-int32_t CompareColors(const void* a, const void* b);
+inline int32_t CompareColors(const void* a, const void* b) {
+  const auto* const left = static_cast<const uint8_t*>(a);
+  const auto* const right = static_cast<const uint8_t*>(b);
+  return Brightness(left[0], left[1], left[2]) - Brightness(right[0], right[1], right[2]);
+}
 
 }  // namespace qel
 

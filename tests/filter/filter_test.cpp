@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "filter/median.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/oracle_filter.h"
 
@@ -166,6 +167,8 @@ TEST_P(Filters, MorphologyEqualsItsOracle) {
     const Raster tall = RandomRaster(rng, 2, rng.Int(40, 70), AnyDepth(rng));
     ExpectMorphology(tall, size, size);
   }
+  // What all windows of a strip contain is folded in pieces.
+  ExpectMorphology(RandomRaster(rng, 140, 1, 8), 300, 300);
   // Whatever the size, windows that cover everything see the same.
   const Raster image = RandomRaster(rng, 20, 9, 32);
   ExpectMorphology(image, INT32_MAX, 41);
@@ -182,6 +185,27 @@ TEST_P(Filters, MedianEqualsItsOracle) {
   ExpectMedian(RandomRaster(rng, 1100, 3, 24), 16);
   ExpectMedian(RandomRaster(rng, 4200, 2, 8), 3);
   ExpectMedian(RandomRaster(rng, 5, 4, 32), 70);
+  // Where values fall, large windows find their middle by going down.
+  for (const int depth : {8, 24, 32}) {
+    Raster falling = RandomRaster(rng, 50, 30, depth);
+    for (int y = 0; y < falling.height; ++y) {
+      for (int i = 0; i < falling.RowBytes(); ++i) {
+        const int left = 250 * (static_cast<int>(falling.RowBytes()) - i);
+        falling.Row(y)[i] = static_cast<uint8_t>(left / falling.RowBytes() + rng.Int(0, 5));
+      }
+    }
+    ExpectMedian(falling, 16);
+  }
+}
+
+TEST(Median, OrdersColoursByBrightnessWithoutAlpha) {
+  const uint8_t colours[][4] = {{0, 0, 0, 255}, {255, 0, 0, 0}, {0, 0, 255, 9}, {0, 255, 0, 3}};
+  constexpr int32_t kLevels[] = {0, 29, 76, 149};
+  for (size_t i = 0; i < std::size(colours); ++i) {
+    for (size_t j = 0; j < std::size(colours); ++j) {
+      EXPECT_EQ(CompareColors(colours[i], colours[j]), kLevels[i] - kLevels[j]);
+    }
+  }
 }
 
 TEST_P(Filters, RandomFiltersDrawAsTheirOracles) {
