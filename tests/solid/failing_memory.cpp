@@ -79,6 +79,16 @@ using std::align_val_t;
 using std::nothrow_t;
 #define QEL_PUBLIC __attribute__((visibility("default"), noinline))
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Sanitizers have an allocator of their own. What is given back to `free` is not followed.
+extern "C" void* __libc_calloc(size_t count, size_t size);
+extern "C" QEL_PUBLIC void* calloc(size_t count, size_t size) noexcept {
+  using qel::test::watched;
+  if (qel::test::Watches(QEL_CALLER) && watched.requests++ == watched.fail_at) return nullptr;
+  return __libc_calloc(count, size);
+}
+#endif
+
 QEL_PUBLIC void* operator new(size_t size) { return AllocateOrThrow(QEL_CALLER, size); }
 QEL_PUBLIC void* operator new[](size_t size) { return AllocateOrThrow(QEL_CALLER, size); }
 QEL_PUBLIC void* operator new(size_t size, const nothrow_t&) noexcept {

@@ -3,8 +3,8 @@
 
 namespace qel::test {
 
-/// While it lives, counts what one library asks of `operator new`, and refuses one request. Other
-/// code allocates as always. One thread, one at a time.
+/// While it lives, counts what one library asks of `operator new` and `calloc`, and refuses one
+/// request. Other code allocates as always. One thread, one at a time.
 class FailingMemory {
  public:
   /// Watches the library that `inside` lies in; refuses request `fail_at`, none if negative.
