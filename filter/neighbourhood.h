@@ -226,9 +226,10 @@ void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& 
   const int64_t begin = std::max<int64_t>(-window.first, 0);
   const int64_t end = columns - std::max<int64_t>(past + spare, 0);
   const int64_t joined = begin + columns - end + window.count - 1;
+  const bool ends_fit =
+      joined <= most.assembled && joined * step <= static_cast<int64_t>(Strip::kMostJoined);
   if (!source.InPlace() || source.Columns() != columns || end - begin < kFewestInPlace ||
-      most.in_place < 2 * kFewestInPlace ||
-      joined * step > static_cast<int64_t>(Strip::kMostJoined)) {
+      most.in_place < 2 * kFewestInPlace || !ends_fit) {
     ForEachTile(0, columns, most.assembled, tile);
     return;
   }

@@ -130,8 +130,12 @@ TEST_P(Filters, ConvolutionWorksWhereTilesEndAndWindowsOutgrowThem) {
       std::vector<int> kernel(static_cast<size_t>(size * size));
       for (int& weight : kernel) weight = rng.Int(-100, 110);
       ExpectConvolution(small, kernel, size, 700, 20);
+      // Where the middle of long rows is read in place and their ends are put together.
+      const Raster wide = RandomRaster(rng, rng.Int(200, 500), 2, depth);
+      if (size < 64 && depth > 8) ExpectConvolution(wide, kernel, size, 700, 20);
       std::fill(kernel.begin(), kernel.end(), rng.Int(1, 3));
       ExpectConvolution(small, kernel, size, size * size, 0);
+      if (size < 64 && depth > 8) ExpectConvolution(wide, kernel, size, size * size, 0);
     }
   }
 }
@@ -164,6 +168,8 @@ TEST_P(Filters, MorphologyEqualsItsOracle) {
   for (const int size : {31, 127, 128}) {
     const Raster wide = RandomRaster(rng, rng.Int(130, 200), 1, AnyDepth(rng));
     ExpectMorphology(wide, size, size);
+    const Raster wider = RandomRaster(rng, rng.Int(400, 900), 2, rng.OneIn(2) ? 24 : 32);
+    ExpectMorphology(wider, size, size);
     const Raster tall = RandomRaster(rng, 2, rng.Int(40, 70), AnyDepth(rng));
     ExpectMorphology(tall, size, size);
   }
@@ -184,6 +190,10 @@ TEST_P(Filters, MedianEqualsItsOracle) {
   Rng rng(5);
   ExpectMedian(RandomRaster(rng, 1100, 3, 24), 16);
   ExpectMedian(RandomRaster(rng, 4200, 2, 8), 3);
+  for (const int size : {3, 5, 6, 9, 15}) {
+    const int depth = kCommonDepths[static_cast<size_t>(rng.Int(0, 2))];
+    ExpectMedian(RandomRaster(rng, rng.Int(200, 330), 2, depth), size);
+  }
   ExpectMedian(RandomRaster(rng, 5, 4, 32), 70);
   // Where values fall, large windows find their middle by going down.
   for (const int depth : {8, 24, 32}) {
