@@ -52,10 +52,12 @@ TEST_P(Circle, EqualsTheOracleAtEverySize) {
     const Raster raster = Numbered(width, rng.OneIn(4) ? width : rng.Int(1, 230));
     for (int mode = 0; mode < 5; ++mode) ExpectOracle(raster, mode, 0, rng.Float(0.05f, 3));
   }
-  // More than one tile per row; squared distances beyond 31 bits; turns beyond the kernels' reach.
+  // More than one tile per row; squared distances beyond 31 bits, and beyond 32, where pixels come
+  // back into the disc; turns beyond the kernels' reach.
   for (int mode = 0; mode < 5; ++mode) {
     ExpectOracle(Numbered(1201, 50), mode, 0, 1);
     ExpectOracle(Numbered(92700, 2), mode, 0, 0.001f);
+    ExpectOracle(Numbered(140000, 1), mode, 0, 1);
   }
 }
 
