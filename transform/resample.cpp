@@ -247,11 +247,17 @@ class TileInterpolator {
     tile_.columns = taps_ == kMaxTaps && channels_ > 1 ? kMaxTileColumns / 4 : kMaxTileColumns;
     plane_size_ = taps_ * channels_ * tile_.columns;
     planes_ = std::make_unique_for_overwrite<float[]>((kSlots + 1) * plane_size_ + kAlignment);
-    for (size_t x = 0; x < columns_.size(); x += tile_.columns) RunTile(x);
+    for (size_t y = 0; y < rows_.size(); y += kBandRows) {
+      const size_t end = std::min(y + kBandRows, rows_.size());
+      for (size_t x = 0; x < columns_.size(); x += tile_.columns) RunTile(x, y, end);
+    }
     return true;
   }
 
  private:
+  /// Rows that tiles go down: each lies in a page of its own, and the processor remembers where
+  /// some two thousand pages are.
+  static constexpr size_t kBandRows = 1200;
   /// Slots for source rows: more than the taps of one destination row, for others nearby.
   static constexpr int kSlots = 16;
   static constexpr size_t kAlignment = 16;
@@ -341,7 +347,8 @@ class TileInterpolator {
     return row;
   }
 
-  void RunTile(size_t first) {
+  /// The columns from `first` on of the rows from `y` up to `end`.
+  void RunTile(size_t first, size_t y, size_t end) {
     DescribeTile(first);
     std::ranges::fill(plane_rows_, kNoRow);
     float* const outside = PlanesOf(kSlots);
@@ -352,14 +359,14 @@ class TileInterpolator {
     const BlendPair blend_pair = kernels.blend_pair(taps_, channels_);
     const BlendBlock blend_block = kernels.blend_block(taps_, channels_);
     const size_t count = std::min(tile_.columns, columns_.size() - first);
-    for (size_t y = 0; y < rows_.size();) {
-      if (IsBlock(y)) {
+    while (y < end) {
+      if (end - y >= 4 && IsBlock(y)) {
         blend_block(
             {RowOf(y, first), RowOf(y + 1, first), RowOf(y + 2, first), RowOf(y + 3, first)}, tile_,
             count);
         y += 4;
       } else {
-        const size_t rows = ShareSlots(y, y + 1) && !IsBlock(y + 1) ? 2 : 1;
+        const size_t rows = end - y >= 2 && ShareSlots(y, y + 1) && !IsBlock(y + 1) ? 2 : 1;
         const BlendRow upper = RowOf(y, first);
         blend_pair({upper, rows == 1 ? upper : RowOf(y + 1, first)}, tile_, count);
         y += rows;

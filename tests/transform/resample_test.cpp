@@ -50,6 +50,16 @@ TEST_P(Resample, EveryMethodEqualsItsOracle) {
   }
 }
 
+// Tiles go down a band of rows at a time.
+TEST_P(Resample, TallPicturesEqualTheOracle) {
+  Rng rng(8);
+  for (const int method : {3, 9}) {
+    const Raster source = RandomRaster(rng, 3, 653, method == 3 ? 24 : 8);
+    ExpectScaled(source, 6, 1306, method, 0);
+    ExpectScaled(source, 4, 1205, method, 0);
+  }
+}
+
 // Boxes of all shapes: sums of 16 and of 32 bits, and areas of one pixel.
 TEST_P(Resample, BoxesOfEveryAreaEqualTheOracle) {
   Rng rng(3);
