@@ -32,26 +32,33 @@ std::vector<std::string> CaptionLines(const std::string& caption, size_t letters
   return lines;
 }
 
-std::vector<std::string> LinesOf(const SheetCell& cell, const SheetSize& size) {
-  return CaptionLines(
-      cell.caption, static_cast<size_t>(size.width) / static_cast<size_t>(Canvas::TextWidth("x")));
+std::vector<std::string> LinesOf(const SheetCell& cell, int width) {
+  return CaptionLines(cell.caption,
+                      static_cast<size_t>(width) / static_cast<size_t>(Canvas::TextWidth("x")));
 }
 
-/// Every cell takes the room of the largest picture; captions adapt to it.
-SheetSize CellSize(const std::vector<SheetCell>& cells) {
-  SheetSize size{kLeastWidth, 0};
-  for (const SheetCell& cell : cells) {
-    size.width = std::max(size.width, cell.width);
-    size.height = std::max(size.height, cell.height);
+/// Every column takes the width of the widest picture; captions adapt to it.
+int ColumnWidth(const std::vector<SheetCell>& cells) {
+  int width = kLeastWidth;
+  for (const SheetCell& cell : cells) width = std::max(width, cell.width);
+  return width;
+}
+
+/// A row of cells: the height of its tallest picture, and room for its longest caption.
+struct SheetRow {
+  int picture = 0;
+  int caption = 0;
+};
+
+std::vector<SheetRow> RowsOf(const std::vector<SheetCell>& cells, size_t columns, int width) {
+  std::vector<SheetRow> rows((cells.size() + columns - 1) / columns);
+  for (size_t i = 0; i < cells.size(); ++i) {
+    SheetRow& row = rows[i / columns];
+    const auto lines = static_cast<int>(LinesOf(cells[i], width).size());
+    row.picture = std::max(row.picture, cells[i].height);
+    row.caption = std::max(row.caption, kLineHeight * (lines + 1));
   }
-  return size;
-}
-
-/// Room for the caption with the most lines.
-int CaptionHeight(const std::vector<SheetCell>& cells, const SheetSize& size) {
-  size_t most = 1;
-  for (const SheetCell& cell : cells) most = std::max(most, LinesOf(cell, size).size());
-  return kLineHeight * (static_cast<int>(most) + 1);
+  return rows;
 }
 
 void DrawCell(const Canvas& canvas, const SheetCell& cell, int left, int top) {
@@ -69,29 +76,32 @@ void DrawCell(const Canvas& canvas, const SheetCell& cell, int left, int top) {
 }  // namespace
 
 SheetSize MeasureSheet(const std::vector<SheetCell>& cells, int columns) {
-  const SheetSize cell = CellSize(cells);
-  const int rows = (static_cast<int>(cells.size()) + columns - 1) / columns;
-  return {kMargin + columns * (cell.width + kMargin),
-          kMargin + rows * (cell.height + CaptionHeight(cells, cell) + kMargin)};
+  const int width = ColumnWidth(cells);
+  SheetSize size{kMargin + columns * (width + kMargin), kMargin};
+  for (const SheetRow& row : RowsOf(cells, static_cast<size_t>(columns), width)) {
+    size.height += row.picture + row.caption + kMargin;
+  }
+  return size;
 }
 
 void DrawSheet(const Canvas& canvas, const std::vector<SheetCell>& cells, int columns) {
-  const SheetSize size = CellSize(cells);
-  const int step = size.height + CaptionHeight(cells, size) + kMargin;
+  const int width = ColumnWidth(cells);
+  const auto per_row = static_cast<size_t>(columns);
+  const std::vector<SheetRow> rows = RowsOf(cells, per_row, width);
   for (int y = 0; y < canvas.height(); ++y) {
     for (int x = 0; x < canvas.width(); ++x) canvas.Set(x, y, {1, 1, 1});
   }
+  int top = kMargin;
   for (size_t i = 0; i < cells.size(); ++i) {
-    const int column = static_cast<int>(i) % columns;
-    const int row = static_cast<int>(i) / columns;
-    const int left = kMargin + column * (size.width + kMargin);
-    const int top = kMargin + row * step;
+    const SheetRow& row = rows[i / per_row];
+    const int left = kMargin + static_cast<int>(i % per_row) * (width + kMargin);
     DrawCell(canvas, cells[i], left, top);
-    int line_top = top + size.height + 6;
-    for (const std::string& line : LinesOf(cells[i], size)) {
+    int line_top = top + row.picture + 6;
+    for (const std::string& line : LinesOf(cells[i], width)) {
       canvas.Text(left, line_top, line, {0.1, 0.1, 0.1});
       line_top += kLineHeight;
     }
+    if ((i + 1) % per_row == 0) top += row.picture + row.caption + kMargin;
   }
 }
 
