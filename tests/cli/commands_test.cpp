@@ -73,9 +73,10 @@ TEST_F(Commands, SheetsHoldPicturesUnscaled) {
     const Picture sheet = LoadPicture(folder_ / "sheet.png", {});
     return std::pair(sheet.image->width(), sheet.image->height());
   };
-  // Cells have room for the largest picture, 96 at least; captions adapt: 16 letters, three lines.
+  // Columns have room for the widest picture, 96 at least, rows for their own tallest; captions
+  // adapt: 16 letters, three lines.
   EXPECT_EQ(shape("a.ppm grey.pgm small.ppm"), std::pair(12 + 3 * 108, 12 + 34));
-  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm --columns 2"), std::pair(12 + 2 * 108, 12 + 2 * 34));
+  EXPECT_EQ(shape("a.ppm grey.pgm small.ppm --columns 2"), std::pair(12 + 2 * 108, 12 + 34 + 33));
   EXPECT_EQ(shape("a.ppm --steps negative \"light brightness=20\" -o x.png"),
             std::pair(12 + 3 * 108, 12 + 44));
   const std::string letters(40, 'x');
