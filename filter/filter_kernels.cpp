@@ -1,24 +1,21 @@
 #include "filter/filter_kernels.h"
 
 #include "filter/each_byte.h"
-
-#ifdef QEL_LEVEL_avx512vbmi
-#include <immintrin.h>
-#endif
+#include "filter/slide.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
 struct Minimum {
   static uint8_t Of(uint8_t a, uint8_t b) { return b < a ? b : a; }
-#ifdef QEL_LEVEL_avx512vbmi
-  static __m512i Of(__m512i a, __m512i b) { return _mm512_min_epu8(a, b); }
+#ifdef QEL_HAS_COLOUR_VECTORS
+  static Vector Of(Vector a, Vector b) { return Min(a, b); }
 #endif
 };
 struct Maximum {
   static uint8_t Of(uint8_t a, uint8_t b) { return a < b ? b : a; }
-#ifdef QEL_LEVEL_avx512vbmi
-  static __m512i Of(__m512i a, __m512i b) { return _mm512_max_epu8(a, b); }
+#ifdef QEL_HAS_COLOUR_VECTORS
+  static Vector Of(Vector a, Vector b) { return Max(a, b); }
 #endif
 };
 
@@ -174,21 +171,38 @@ void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t 
 }
 
 /// Nine bytes at once: without rows in between, reading and writing keep pace with each other.
-template <typename Extremum>
-void Square3(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count) {
+template <typename Extremum, size_t kStep>
+void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
   const uint8_t* const a = rows[0];
   const uint8_t* const b = rows[1];
   const uint8_t* const c = rows[2];
+#ifdef QEL_HAS_COLOUR_VECTORS
+  SlideThree<kStep>(
+      dest, count,
+      [=](size_t k) { return Extremum::Of(Extremum::Of(Load(a + k), Load(b + k)), Load(c + k)); },
+      [=](size_t k, Vector left, Vector middle, Vector right) {
+        const Vector square = Extremum::Of(Extremum::Of(left, middle), right);
+        return kStep == 4 ? JoinAlpha(square, Load(c + k + 2 * kStep)) : square;
+      });
+#else
   ForEachByte(dest, count, [=](size_t i, uint8_t) {
     const auto column = [=](size_t k) { return Extremum::Of(Extremum::Of(a[k], b[k]), c[k]); };
-    return Extremum::Of(Extremum::Of(column(i), column(i + step)), column(i + 2 * step));
+    const uint8_t square =
+        Extremum::Of(Extremum::Of(column(i), column(i + kStep)), column(i + 2 * kStep));
+    return kStep == 4 && i % 4 == 3 ? c[i + 2 * kStep] : square;
   });
+#endif
 }
 
 template <typename Extremum>
 void Square(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
             uint8_t* columns) {
-  if (size == 3) return Square3<Extremum>(dest, rows, step, count);
+  if (size == 3) {
+    const auto function = step == 4   ? &Square3<Extremum, 4>
+                          : step == 3 ? &Square3<Extremum, 3>
+                                      : &Square3<Extremum, 1>;
+    return function(dest, rows, count);
+  }
   PickRows<Extremum>(columns, rows, size, count + (size - 1) * step);
   Across<Extremum>(dest, columns, size, step, count);
 }

@@ -16,7 +16,9 @@ struct ExtremumKernels {
   void (*pick)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
   /// dest[i] = extremum(row[i], row[i + step], ...) of `size` samples, at most `kMostAcross`
   void (*across)(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count);
-  /// The same as `across` over the extremum of `size` rows; `columns` is a row for that
+  /// The same as `across` over the extremum of `size` rows; `columns` is a row for that. With size
+  /// 3, the fourth bytes of samples of four are those of the last sample of each window, and where
+  /// there are fewer bytes than a vector has, a vector and its two neighbours are read.
   void (*square)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
                  uint8_t* columns);
 };

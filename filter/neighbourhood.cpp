@@ -22,7 +22,14 @@ SourceRows::SourceRows(const ImageView& source)
     : source_(source), sample_bytes_(SampleBytes(source.bit_count)) {
   // The first byte is blue, which is also the level of palette depths.
   const uint32_t colour = OutsideColor(source);
-  std::memcpy(outside_, &colour, sizeof(outside_));
+  std::memcpy(outside_, &colour, sizeof(colour));
+  RepeatSample(outside_, kOutsideSamples, outside_, sample_bytes_);
+}
+
+void SourceRows::FetchOutside(int64_t count, uint8_t* samples) const {
+  if (count <= 0) return;
+  if (count > kOutsideSamples) return RepeatSample(samples, count, outside_, sample_bytes_);
+  std::memcpy(samples, outside_, static_cast<size_t>(count * sample_bytes_));
 }
 
 void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) const {
@@ -30,26 +37,23 @@ void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) co
   const bool row_inside = source_.HasPixels() && y >= 0 && y < source_.Rows();
   const int64_t first = row_inside ? std::clamp<int64_t>(x, 0, source_.Columns()) : x;
   const int64_t last = row_inside ? std::clamp<int64_t>(end, first, source_.Columns()) : x;
-  if (first >= last) {
-    RepeatSample(samples, count, outside_, sample_bytes_);
-    return;
-  }
-  RepeatSample(samples, first - x, outside_, sample_bytes_);
+  if (first >= last) return FetchOutside(count, samples);
+  FetchOutside(first - x, samples);
   samples += (first - x) * sample_bytes_;
   const uint8_t* const row = source_.Row(y);
-  VisitAccessLayout(source_.bit_count, [&](auto codec) {
-    if (source_.bit_count >= 8) {
-      std::memcpy(samples, row + first * sample_bytes_,
-                  static_cast<size_t>((last - first) * sample_bytes_));
-      return;
-    }
-    if constexpr (!codec.kDirect) {
-      for (int64_t i = first; i < last; ++i) {
-        samples[i - first] = static_cast<uint8_t>(codec.LoadIndex(row, i));
+  if (source_.bit_count >= 8) {
+    std::memcpy(samples, row + first * sample_bytes_,
+                static_cast<size_t>((last - first) * sample_bytes_));
+  } else {
+    VisitAccessLayout(source_.bit_count, [&](auto codec) {
+      if constexpr (!codec.kDirect) {
+        for (int64_t i = first; i < last; ++i) {
+          samples[i - first] = static_cast<uint8_t>(codec.LoadIndex(row, i));
+        }
       }
-    }
-  });
-  RepeatSample(samples + (last - first) * sample_bytes_, end - last, outside_, sample_bytes_);
+    });
+  }
+  FetchOutside(end - last, samples + (last - first) * sample_bytes_);
 }
 
 void DestRows::Close(int64_t y, int64_t x, int64_t count) {
@@ -98,16 +102,25 @@ void Strip::Prefetch(int64_t y, int64_t after) {
   // Long rows are followed well without help.
   constexpr size_t kPage = 4096;
   const bool whole_rows = pieces_[0].count + 2 * kFewestInPlace > out_.Columns();
-  if (outside_ == nullptr || (whole_rows && OutBytes() >= kPage)) return;
+  if (!source_.InPlace() || (whole_rows && OutBytes() >= kPage)) return;
   constexpr size_t kLine = 64;
-  constexpr int64_t kRowsAhead = 3;
-  y += kRowsAhead;
-  if (const uint8_t* const row = source_.At(y + after, pieces_[0].x + window_.first)) {
-    for (size_t i = 0; i < InBytes(); i += kLine) __builtin_prefetch(row + i);
-  }
-  if (y < Rows()) {
-    const uint8_t* const row = out_.At(y, pieces_[0].x);
-    for (size_t i = 0; i < OutBytes(); i += kLine) __builtin_prefetch(row + i, 1);
+  // Rows of few bytes pass quickly.
+  const int64_t rows_ahead = InPlace() ? 3 : 16;
+  y += rows_ahead;
+  for (const Piece& piece : pieces_) {
+    const int64_t first = std::max<int64_t>(piece.x + window_.first, 0);
+    const int64_t end = std::min(piece.x + piece.count + window_.first + window_.count - 1,
+                                 source_.Columns());
+    if (piece.count == 0 || first >= end) continue;
+    if (const uint8_t* const row = source_.At(y + after, first)) {
+      const auto bytes = static_cast<size_t>(end - first) * Step();
+      for (size_t i = 0; i < bytes; i += kLine) __builtin_prefetch(row + i);
+    }
+    if (y < Rows()) {
+      const uint8_t* const row = out_.At(y, piece.x);
+      const auto bytes = static_cast<size_t>(piece.count) * Step();
+      for (size_t i = 0; i < bytes; i += kLine) __builtin_prefetch(row + i, 1);
+    }
   }
 }
 

@@ -76,9 +76,13 @@ class SourceRows {
   void Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) const;
 
  private:
+  void FetchOutside(int64_t count, uint8_t* samples) const;
+
+  static constexpr int64_t kOutsideSamples = 64;
+
   const ImageView source_;
   const int sample_bytes_;
-  uint8_t outside_[4];
+  uint8_t outside_[kOutsideSamples * 4];
 };
 
 /// Writes samples to an image.

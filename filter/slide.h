@@ -1,0 +1,83 @@
+#ifndef QEL_FILTER_SLIDE_H_
+#define QEL_FILTER_SLIDE_H_
+
+#include "image/colour_vectors.h"
+
+// Windows of three columns whose columns are reduced once each: a vector of them is kept while the
+// next one is made, and the neighbours are shifted in from there. Loading them again from where
+// they lie would touch most lines of the cache twice. Everything has internal linkage.
+
+#ifdef QEL_HAS_COLOUR_VECTORS
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+/// The lanes after the first one of `v`, and the first one of `next`.
+inline Vector NextLanes(Vector v, Vector next) {
+#ifdef QEL_LEVEL_avx2
+  return _mm256_permute2x128_si256(v, next, 0x21);
+#else
+  return _mm512_alignr_epi32(next, v, 4);
+#endif
+}
+
+/// In each lane, the bytes of `v` from `kBytes` on, then the first ones of `next`.
+template <size_t kBytes>
+Vector ShiftLanes(Vector v, Vector next) {
+  if constexpr (kBytes == 16) return next;
+#ifdef QEL_LEVEL_avx2
+  return _mm256_alignr_epi8(next, v, kBytes % 16);
+#else
+  return _mm512_alignr_epi8(next, v, kBytes % 16);
+#endif
+}
+
+/// Stores the first `count` bytes, less than a vector.
+inline void StoreFirst(uint8_t* dest, Vector bytes, size_t count) {
+  alignas(64) uint8_t all[kVectorBytes];
+  Store(all, bytes);
+  __builtin_memcpy(dest, all, count);
+}
+
+/// Of 4-byte pixels: the colours of one vector with the fourth bytes of another.
+inline Vector JoinAlpha(Vector colours, Vector alphas) {
+  const Vector mask = FillDwords(0xFF000000u);
+#ifdef QEL_LEVEL_avx2
+  return _mm256_blendv_epi8(colours, alphas, mask);
+#else
+  constexpr int kFirstChooses = 0xCA;
+  return _mm512_ternarylogic_epi32(mask, alphas, colours, kFirstChooses);
+#endif
+}
+
+/// dest[i] = finish(i, column(i), column(i + kStep), column(i + 2 * kStep)) for `count` bytes;
+/// `column` and `finish` give vectors. Reads a whole vector of columns where there are fewer.
+template <size_t kStep, typename Column, typename Finish>
+inline void SlideThree(uint8_t* dest, size_t count, const Column& column, const Finish& finish) {
+  if (count < kVectorBytes) {
+    StoreFirst(dest, finish(0, column(0), column(kStep), column(2 * kStep)), count);
+    return;
+  }
+  Vector here = column(0);
+  size_t k = 0;
+  // The columns of the next vector must lie within reach.
+  for (; k + 2 * kVectorBytes <= count + 2 * kStep; k += kVectorBytes) {
+    const Vector next = column(k + kVectorBytes);
+    const Vector lanes = NextLanes(here, next);
+    Store(dest + k,
+          finish(k, here, ShiftLanes<kStep>(here, lanes), ShiftLanes<2 * kStep>(here, lanes)));
+    here = next;
+  }
+  while (k < count) {
+    // The last vector overlaps the one before it.
+    k = k + kVectorBytes <= count ? k : count - kVectorBytes;
+    Store(dest + k, finish(k, column(k), column(k + kStep), column(k + 2 * kStep)));
+    k += kVectorBytes;
+  }
+}
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif
+#endif  // QEL_FILTER_SLIDE_H_
