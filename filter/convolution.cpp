@@ -139,9 +139,23 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
 /// Few weights, two by two.
 [[gnu::noinline]] void RunPairs(const Job& job, const Pairs& pairs) {
   alignas(64) uint8_t scratch[kTileBytes];
-  const PairWeights weights = pairs.Stored();
+  PairWeights weights = pairs.Stored();
+  const PairWeights::Place last{job.weights.rows() - 1, (job.weights.columns() - 1) * job.Step()};
+  if (job.weights.Whole()) {
+    weights.alpha = job.Step() == 4 ? &last : nullptr;
+    job.out.KeepAlpha();
+  }
   RunRing(job, scratch, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     ActiveConvolutionKernels().pairs(dest, rows, weights, count);
+  });
+}
+
+/// 3 x 3 weights of few different ones.
+[[gnu::noinline]] void RunSquare(const Job& job, const SquareWeights& weights) {
+  alignas(64) uint8_t scratch[kTileBytes];
+  if (job.weights.Whole()) job.out.KeepAlpha();
+  RunRing(job, scratch, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+    ActiveConvolutionKernels().square(dest, rows, weights, count);
   });
 }
 
@@ -282,9 +296,15 @@ template <typename Lane, typename Quotient>
 void Convolve(const ImageView& source, const ImageView& dest, const int* kernel, int size,
               int divisor, int offset) {
   const SourceRows rows(source);
-  DestRows out(dest, source, Reach(size).after);
   const Weights weights(kernel, size);
+  const ConvolutionKernels& kernels = ActiveConvolutionKernels();
+  DestRows out(dest, source, Reach(size).after);
   const Job job{rows, out, weights};
+  SquareWeights square;
+  if (kernels.square != nullptr && FindSquare(weights, job.Step(), divisor, offset, square)) {
+    RunSquare(job, square);
+    return;
+  }
   int64_t lowest = 0;
   int64_t highest = 0;
   weights.Range(lowest, highest);
@@ -292,7 +312,6 @@ void Convolve(const ImageView& source, const ImageView& dest, const int* kernel,
   ShortDivision short_division;
   const bool is_short =
       lowest >= 0 && offset == 0 && FindShortDivision(divisor, highest, short_division);
-  const ConvolutionKernels& kernels = ActiveConvolutionKernels();
   const size_t taps = weights.rows() + weights.columns();
   if (taps > 2 * kWorthSliding && weights.AllEqual() &&
       (is_short ? RunBox(job, kernels.box16, short_division)

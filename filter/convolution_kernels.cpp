@@ -1,6 +1,6 @@
 #include "filter/convolution_kernels.h"
 
-#include "filter/sum_vectors.h"
+#include "filter/slide.h"
 #include "image/numeric.h"
 
 namespace qel::QEL_LEVEL {
@@ -242,6 +242,7 @@ void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
 constexpr ConvolutionKernels::Direct kDirect16 = nullptr;
 constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
 constexpr auto kPairs = decltype(ConvolutionKernels::pairs){nullptr};
+constexpr auto kSquare = decltype(ConvolutionKernels::square){nullptr};
 
 void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count) {
   const uint8_t* shifted[kMostTaps];
@@ -303,11 +304,19 @@ inline Vector Quotients(const Vector (&sums)[4], const Division& division) {
 inline void StoreBytes(uint8_t* dest, Vector bytes, size_t count) {
   if (count >= kVector) {
     Store(dest, bytes);
-    return;
+  } else {
+    StoreFirst(dest, bytes, count);
   }
-  alignas(64) uint8_t rest[kVector];
-  Store(rest, bytes);
-  for (size_t i = 0; i < count; ++i) dest[i] = rest[i];
+}
+
+/// Stores bytes(k) at dest + k, vector by vector. The last one overlaps the one before it where
+/// there are enough.
+template <typename Bytes>
+inline void StoreVectors(uint8_t* dest, size_t count, const Bytes& bytes) {
+  if (count < kVector) return StoreFirst(dest, bytes(0), count);
+  size_t k = 0;
+  for (; k + kVector <= count; k += kVector) Store(dest + k, bytes(k));
+  if (k < count) Store(dest + count - kVector, bytes(count - kVector));
 }
 
 /// Two neighbours at a time: their bytes are interleaved, widened and summed in pairs. Interleaving
@@ -355,50 +364,79 @@ inline void ForEachVector(size_t count, Block&& block) {
   }
 }
 
-/// Quotients of 16-bit sums.
-template <PairSums kSums>
-inline Vector ShortQuotients(Vector sums, const PairWeights& weights) {
-  const ShortDivision& division = weights.division;
-  const auto divide = [&](Vector sizes) {
-    if (division.multiplier == 0) return sizes;
-    return ShiftWordsRight(HighProducts(sizes, FillWords(division.multiplier)), division.shift);
-  };
-  if constexpr (kSums == PairSums::kUnsigned) {
-    // Packing takes signed lanes.
-    return MinUnsignedWords(divide(sums), FillWords(255));
-  } else if constexpr (kSums == PairSums::kCutAtZero) {
-    return divide(MaxWords(sums, FillBytes(0)));
-  } else {
-    Vector quotients = sums;
-    if (division.multiplier != 0 || weights.negate) {
-      const Vector signs = SignsOfWords(sums) ^ FillWords(weights.negate ? -1 : 0);
-      const Vector sizes = divide(SizesOfWords(sums));
-      quotients = SubtractWords(sizes ^ signs, signs);
+/// Bytes from 16-bit sums.
+template <ShortSums kSums>
+class ShortQuotients {
+ public:
+  explicit ShortQuotients(const ShortFinish& finish)
+      : divides_(finish.division.multiplier != 0),
+        negates_(finish.negate),
+        shift_(finish.division.shift),
+        multiplier_(FillWords(finish.division.multiplier)),
+        sign_(FillWords(finish.negate ? -1 : 0)),
+        offset_(FillWords(finish.offset)) {}
+
+  Vector operator()(const Words& sums) const { return PackWords(Of(sums.low), Of(sums.high)); }
+
+ private:
+  Vector Of(Vector sums) const {
+    if constexpr (kSums == ShortSums::kUnsigned) {
+      // Packing takes signed lanes.
+      return MinUnsignedWords(Divide(sums), FillWords(255));
+    } else if constexpr (kSums == ShortSums::kCutAtZero) {
+      return Divide(MaxWords(sums, FillBytes(0)));
+    } else {
+      Vector quotients = sums;
+      if (divides_ || negates_) {
+        const Vector signs = SignsOfWords(sums) ^ sign_;
+        quotients = SubtractWords(Divide(SizesOfWords(sums)) ^ signs, signs);
+      }
+      return AddWordsSaturated(quotients, offset_);
     }
-    return AddWordsSaturated(quotients, FillWords(weights.offset));
+  }
+  Vector Divide(Vector sizes) const {
+    return divides_ ? ShiftWordsRight(HighProducts(sizes, multiplier_), shift_) : sizes;
+  }
+
+  const bool divides_;
+  const bool negates_;
+  const int shift_;
+  const Vector multiplier_;
+  const Vector sign_;
+  const Vector offset_;
+};
+
+/// Calls run(Constant<sums>) with the sums that `finish` takes.
+template <ShortSums kSums>
+struct Constant {};
+template <typename Run>
+inline void WithSums(ShortSums sums, Run&& run) {
+  switch (sums) {
+    case ShortSums::kUnsigned:
+      return run(Constant<ShortSums::kUnsigned>());
+    case ShortSums::kCutAtZero:
+      return run(Constant<ShortSums::kCutAtZero>());
+    case ShortSums::kSigned:
+      return run(Constant<ShortSums::kSigned>());
   }
 }
 
-/// The sums of one vector of outputs. Interleaving within 128-bit parts gives them the order that
-/// packing undoes.
-struct PairAccumulator {
-  Vector low = FillBytes(0);
-  Vector high = FillBytes(0);
+/// The weighted sums of one vector of outputs.
+struct Accumulator : Words {
+  Accumulator() : Words{FillBytes(0), FillBytes(0)} {}
 
-  void Add(const uint8_t* left, const uint8_t* right, Vector weights) {
-    const Vector a = Load(left);
-    const Vector b = Load(right);
+  void Add(Vector a, Vector b, Vector weights) {
     low = AddWords(low, SumPairs(PairLow(a, b), weights));
     high = AddWords(high, SumPairs(PairHigh(a, b), weights));
   }
-  template <PairSums kSums>
-  Vector Finish(const PairWeights& weights) const {
-    return PackWords(ShortQuotients<kSums>(low, weights), ShortQuotients<kSums>(high, weights));
+  void Add(const Words& words, Vector weight) {
+    low = AddWords(low, Products(words.low, weight));
+    high = AddWords(high, Products(words.high, weight));
   }
 };
 
 /// The pairs of one row. `kPairs` is their number, or 0 where it is only known at run time.
-template <PairSums kSums, size_t kPairs>
+template <ShortSums kSums, size_t kPairs>
 void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                 size_t count) {
   const uint8_t* left[kMostPairs];
@@ -411,33 +449,69 @@ void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& we
     right[i] = rows[pair.rows[1]] + pair.offsets[1];
     words[i] = SetDwords(pair.weights);
   }
-  ForEachVector(count, [&](size_t k, size_t) {
-    PairAccumulator sums;
-    for (size_t i = 0; i < pairs; ++i) sums.Add(left[i] + k, right[i] + k, words[i]);
-    StoreBytes(dest + k, sums.template Finish<kSums>(weights), count - k);
+  const uint8_t* const alphas =
+      weights.alpha != nullptr ? rows[weights.alpha->row] + weights.alpha->offset : nullptr;
+  const ShortQuotients<kSums> quotients(weights.finish);
+  StoreVectors(dest, count, [&](size_t k) {
+    Accumulator sums;
+    for (size_t i = 0; i < pairs; ++i) {
+      sums.Add(Once(Load(left[i] + k)), Once(Load(right[i] + k)), words[i]);
+    }
+    const Vector bytes = quotients(sums);
+    return alphas != nullptr ? JoinAlpha(bytes, Load(alphas + k)) : bytes;
   });
 }
 
-template <PairSums kSums>
-void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
-                size_t count) {
-  // Up to 3 x 3 weights stay in registers.
-  constexpr decltype(ConvolutionKernels::pairs) kFunctions[] = {
-      &WeighPairs<kSums, 0>, &WeighPairs<kSums, 1>, &WeighPairs<kSums, 2>,
-      &WeighPairs<kSums, 3>, &WeighPairs<kSums, 4>, &WeighPairs<kSums, 5>};
-  kFunctions[weights.count <= 5 ? weights.count : 0](dest, rows, weights, count);
-}
-
 void Pairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights, size_t count) {
-  if (weights.sums == PairSums::kUnsigned) {
-    WeighPairs<PairSums::kUnsigned>(dest, rows, weights, count);
-  } else if (weights.sums == PairSums::kCutAtZero) {
-    WeighPairs<PairSums::kCutAtZero>(dest, rows, weights, count);
-  } else {
-    WeighPairs<PairSums::kSigned>(dest, rows, weights, count);
-  }
+  WithSums(weights.finish.sums, [&]<ShortSums kSums>(Constant<kSums>) {
+    // Up to 3 x 3 weights stay in registers.
+    constexpr decltype(ConvolutionKernels::pairs) kFunctions[] = {
+        &WeighPairs<kSums, 0>, &WeighPairs<kSums, 1>, &WeighPairs<kSums, 2>,
+        &WeighPairs<kSums, 3>, &WeighPairs<kSums, 4>, &WeighPairs<kSums, 5>};
+    kFunctions[weights.count <= 5 ? weights.count : 0](dest, rows, weights, count);
+  });
 }
 constexpr auto kPairs = decltype(ConvolutionKernels::pairs){&Pairs};
+
+/// Sums down each column once, then across.
+template <ShortSums kSums, size_t kStep>
+void WeighSquare(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
+                 size_t count) {
+  const Vector zero = FillBytes(0);
+  const Vector upper = SetDwords(weights.upper);
+  const Vector lower = SetDwords(weights.lower);
+  const Vector middle = SetDwords(weights.middle);
+  const Vector across[] = {FillWords(weights.across[0]), FillWords(weights.across[1]),
+                           FillWords(weights.across[2])};
+  const bool has_middle = weights.middle != 0;
+  const ShortQuotients<kSums> quotients(weights.finish);
+  const auto column = [&](size_t k) -> Words {
+    Accumulator sums;
+    sums.Add(Once(Load(rows[0] + k)), Once(Load(rows[1] + k)), upper);
+    sums.Add(Once(Load(rows[2] + k)), zero, lower);
+    return sums;
+  };
+  SlideThree<kStep>(dest, count, column,
+                    [&](size_t k, const Words& left, const Words& centre, const Words& right) {
+                      Accumulator sums;
+                      sums.Add(left, across[0]);
+                      sums.Add(centre, across[1]);
+                      sums.Add(right, across[2]);
+                      if (has_middle) sums.Add(Once(Load(rows[1] + k + kStep)), zero, middle);
+                      const Vector bytes = quotients(sums);
+                      return kStep == 4 ? JoinAlpha(bytes, Load(rows[2] + k + 2 * kStep)) : bytes;
+                    });
+}
+
+void Square(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights, size_t count) {
+  WithSums(weights.finish.sums, [&]<ShortSums kSums>(Constant<kSums>) {
+    const auto function = weights.step == 4   ? &WeighSquare<kSums, 4>
+                          : weights.step == 3 ? &WeighSquare<kSums, 3>
+                                              : &WeighSquare<kSums, 1>;
+    function(dest, rows, weights, count);
+  });
+}
+constexpr auto kSquare = decltype(ConvolutionKernels::square){&Square};
 
 /// Sums of each vector of bytes in the order of interleaving, low halves first.
 void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count) {
@@ -450,12 +524,12 @@ void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, s
   }
   const bool odd = weights.columns % 2 != 0;
   ForEachVector(count, [&](size_t k, size_t place) {
-    PairAccumulator sum;
+    Accumulator sum;
     const uint8_t* from = row + k;
     for (size_t i = 0; i < pair_count; ++i, from += 2 * weights.step) {
       // An odd tap has no partner: reading one would lead beyond the row.
       const uint8_t* const right = odd && i + 1 == pair_count ? from : from + weights.step;
-      sum.Add(from, right, SetDwords(pairs[i]));
+      sum.Add(Once(Load(from)), Once(Load(right)), SetDwords(pairs[i]));
     }
     Store(sums + place, sum.low);
     Store(sums + place + kVector / 2, sum.high);
@@ -464,9 +538,10 @@ void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, s
 
 template <bool kWeighs>
 void SumDown(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
-             const PairWeights& finish, size_t count) {
+             const ShortFinish& finish, size_t count) {
+  const ShortQuotients<ShortSums::kUnsigned> quotients(finish);
   ForEachVector(count, [&](size_t k, size_t place) {
-    PairAccumulator sum;
+    Accumulator sum;
     for (size_t j = 0; j < weights.rows; ++j) {
       Vector low = Load(sums[j] + place);
       Vector high = Load(sums[j] + place + kVector / 2);
@@ -478,7 +553,7 @@ void SumDown(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& wei
       sum.low = AddWords(sum.low, low);
       sum.high = AddWords(sum.high, high);
     }
-    StoreBytes(dest + k, sum.template Finish<PairSums::kUnsigned>(finish), count - k);
+    StoreBytes(dest + k, quotients(sum), count - k);
   });
 }
 
@@ -486,7 +561,7 @@ void Down16(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weig
             const ShortDivision& division, size_t count) {
   bool ones = true;
   for (size_t j = 0; j < weights.rows; ++j) ones = ones && weights.down[j] == 1;
-  const PairWeights finish{nullptr, 0, PairSums::kUnsigned, division, false, 0};
+  const ShortFinish finish{ShortSums::kUnsigned, division, false, 0};
   const auto function = ones ? &SumDown<false> : &SumDown<true>;
   function(dest, sums, weights, finish, count);
 }
@@ -588,6 +663,7 @@ constinit const ConvolutionKernels kConvolutionKernels = {
     .direct16 = kDirect16,
     .direct8 = kDirect8,
     .pairs = kPairs,
+    .square = kSquare,
     .across16 = &Across16,
     .down16 = &Down16,
     .split32 = &Split32,

@@ -50,21 +50,43 @@ struct TapPair {
   int32_t weights;  ///< two signed bytes, twice
 };
 
-/// Which sums a kernel of pairs gives, and so what becomes of them.
-enum class PairSums {
+/// Which sums of 16 bits a kernel gives, and so what becomes of them.
+enum class ShortSums {
   kUnsigned,   ///< up to 65535: divided
   kCutAtZero,  ///< signed; what lies below 0 would be clamped to it: made 0, then divided
   kSigned,     ///< signed: divided, offset added
+};
+
+/// What becomes of sums of 16 bits.
+struct ShortFinish {
+  ShortSums sums;
+  ShortDivision division;  ///< by the size of the divisor
+  bool negate;             ///< for `kSigned`: the divisor is negative
+  int16_t offset;          ///< for `kSigned`
 };
 
 /// A kernel as pairs of taps. Sums of 16 bits hold it, and those of each pair fit signed ones.
 struct PairWeights {
   const TapPair* pairs;
   size_t count;
-  PairSums sums;
-  ShortDivision division;  ///< by the size of the divisor
-  bool negate;             ///< for `kSigned`: the divisor is negative
-  int16_t offset;          ///< for `kSigned`
+  ShortFinish finish;
+  /// Of samples of four bytes: where the sample lies that gives the fourth one.
+  struct Place {
+    size_t row;
+    size_t offset;
+  };
+  const Place* alpha = nullptr;  ///< null: the fourth bytes are sums as all others
+};
+
+/// A 3 x 3 kernel that is a column of weights times a row of them, but for the one in the middle.
+/// Sums of 16 bits hold it.
+struct SquareWeights {
+  int32_t upper;      ///< the first two weights of the column: two signed bytes, twice
+  int32_t lower;      ///< the third one and 0, twice; sums of both words fit signed ones
+  int16_t across[3];  ///< the weights of the row
+  int32_t middle;     ///< what the one in the middle weighs beyond that, and 0, twice
+  size_t step;        ///< bytes from a sample to its right neighbour
+  ShortFinish finish;
 };
 
 /// Sums of columns whose weights are equal, and the bytes that they give.
@@ -93,6 +115,11 @@ struct ConvolutionKernels {
   /// the samples unless there are less than a vector of them.
   void (*pairs)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                 size_t count);
+
+  /// 3 x 3 kernels of few different weights; null where `pairs` is. Reads like `pairs`. The fourth
+  /// bytes of samples of four are those of the last sample of each window.
+  void (*square)(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
+                 size_t count);
 
   /// Products of a column and a row of weights whose sums fit 16 unsigned bits, in two steps; the
   /// sums across fit 15 and stand in an order of their own. Rows are read like those of `pairs`,

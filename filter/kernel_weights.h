@@ -35,6 +35,8 @@ class Weights {
 
   size_t columns() const { return columns_; }
   size_t rows() const { return rows_; }
+  /// True when nothing was left out: the last weight is that of the sample that gives the alpha.
+  bool Whole() const { return columns_ == stride() && rows_ == stride(); }
   int32_t At(size_t j, size_t i) const { return Row(j)[i]; }
   const int32_t* Row(size_t j) const {
     return kernel_ + (top_ + static_cast<int64_t>(j)) * size_ + left_;
@@ -131,33 +133,36 @@ class Factors {
   bool found_;
 };
 
+/// False when sums of 16 bits do not hold those of `weights`, or no short division is exact.
+bool FindShortFinish(const Weights& weights, int32_t divisor, int32_t offset, ShortFinish& finish);
+
 /// A kernel as pairs of taps, whose sums need 16 bits.
 class Pairs {
  public:
   /// Looks for them. `step` are the bytes from a sample to its right neighbour.
   Pairs(const Weights& weights, size_t step, int32_t divisor, int32_t offset) {
-    found_ = Split(weights, step) && Choose(weights, divisor, offset);
+    found_ = Split(weights, step) && FindShortFinish(weights, divisor, offset, finish_) &&
+             highest_pair_ <= INT16_MAX;
   }
 
   /// False when there are too many taps, or the sums need more bits.
   bool Found() const { return found_; }
-  PairWeights Stored() const {
-    return {pairs_, (taps_ + 1) / 2, sums_, division_, negate_, offset_};
-  }
+  PairWeights Stored() const { return {pairs_, (taps_ + 1) / 2, finish_}; }
 
  private:
   bool Split(const Weights& weights, size_t step);
-  bool Choose(const Weights& weights, int32_t divisor, int32_t offset);
 
   TapPair pairs_[kMostPairs] = {};
   size_t taps_ = 0;
   int32_t highest_pair_ = 0;
-  PairSums sums_;
-  ShortDivision division_;
-  bool negate_ = false;
-  int16_t offset_ = 0;
+  ShortFinish finish_;
   bool found_;
 };
+
+/// Brings a 3 x 3 kernel into the form of `SquareWeights`; false when it has none. `step` are the
+/// bytes from a sample to its right neighbour.
+bool FindSquare(const Weights& weights, size_t step, int32_t divisor, int32_t offset,
+                SquareWeights& square);
 
 }  // namespace qel
 

@@ -282,9 +282,9 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
   }
   const Reach reach(size);
   const SourceRows rows(source);
-  // The smallest squares bring their alpha with them.
-  const bool has_alpha = size == 3 && kernels.size() == 1;
-  DestRows out = has_alpha ? DestRows(dest) : DestRows(dest, source, reach.after);
+  DestRows out(dest, source, reach.after);
+  // The smallest squares bring the alpha of their last sample with them.
+  if (size == 3 && kernels.size() == 1) out.KeepAlpha();
   if (size > kWidestExtension) {
     ForEachTile(0, dest.Columns(), kWideColumns, [&](int64_t x, int64_t count) {
       const WideRows wide(rows, reach, x, count);

@@ -109,8 +109,8 @@ void Strip::Prefetch(int64_t y, int64_t after) {
   y += rows_ahead;
   for (const Piece& piece : pieces_) {
     const int64_t first = std::max<int64_t>(piece.x + window_.first, 0);
-    const int64_t end = std::min(piece.x + piece.count + window_.first + window_.count - 1,
-                                 source_.Columns());
+    const int64_t end =
+        std::min(piece.x + piece.count + window_.first + window_.count - 1, source_.Columns());
     if (piece.count == 0 || first >= end) continue;
     if (const uint8_t* const row = source_.At(y + after, first)) {
       const auto bytes = static_cast<size_t>(end - first) * Step();

@@ -89,7 +89,7 @@ class SourceRows {
 class DestRows {
  public:
   /// Samples are stored as they are.
-  explicit DestRows(const ImageView& dest) : DestRows(dest, dest, 0) { keeps_alpha_ = true; }
+  explicit DestRows(const ImageView& dest) : DestRows(dest, dest, 0) { KeepAlpha(); }
   /// Alpha of 32-bit pixels is not taken from the samples but from the pixel of `source` that lies
   /// `alpha_shift` further right and down; outside, and without source pixels, it is the marker.
   DestRows(const ImageView& dest, const ImageView& source, int64_t alpha_shift)
@@ -108,6 +108,8 @@ class DestRows {
     return dest_.Row(y) + x * SampleBytes(dest_.bit_count);
   }
 
+  /// From now on, samples bring their alpha with them.
+  void KeepAlpha() { keeps_alpha_ = true; }
   /// True when samples are stored with another alpha than their own.
   bool TakesAlpha() const { return dest_.bit_count == 32 && !keeps_alpha_; }
 

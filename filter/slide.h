@@ -1,7 +1,7 @@
 #ifndef QEL_FILTER_SLIDE_H_
 #define QEL_FILTER_SLIDE_H_
 
-#include "image/colour_vectors.h"
+#include "filter/sum_vectors.h"
 
 // Windows of three columns whose columns are reduced once each: a vector of them is kept while the
 // next one is made, and the neighbours are shifted in from there. Loading them again from where
@@ -32,6 +32,34 @@ Vector ShiftLanes(Vector v, Vector next) {
 #endif
 }
 
+/// The bytes of `v` from `kBytes` on, then the first ones of `next`.
+template <size_t kBytes>
+Vector Shifted(Vector v, Vector next) {
+  return ShiftLanes<kBytes>(v, NextLanes(v, next));
+}
+
+/// Words of the low and high halves of each lane of bytes, the order that packing undoes.
+struct Words {
+  Vector low;
+  Vector high;
+};
+/// The same for the words of bytes.
+template <size_t kBytes>
+Words Shifted(const Words& v, const Words& next) {
+  return {ShiftLanes<2 * kBytes>(v.low, v.high),
+          ShiftLanes<2 * kBytes>(v.high, NextLanes(v.low, next.low))};
+}
+
+/// Two vectors of bytes.
+struct Extremes {
+  Vector first;
+  Vector second;
+};
+template <size_t kBytes>
+Extremes Shifted(const Extremes& v, const Extremes& next) {
+  return {Shifted<kBytes>(v.first, next.first), Shifted<kBytes>(v.second, next.second)};
+}
+
 /// Stores the first `count` bytes, less than a vector.
 inline void StoreFirst(uint8_t* dest, Vector bytes, size_t count) {
   alignas(64) uint8_t all[kVectorBytes];
@@ -50,30 +78,26 @@ inline Vector JoinAlpha(Vector colours, Vector alphas) {
 #endif
 }
 
-/// dest[i] = finish(i, column(i), column(i + kStep), column(i + 2 * kStep)) for `count` bytes;
-/// `column` and `finish` give vectors. Reads a whole vector of columns where there are fewer.
+/// dest[i] = finish(i, column(i), column(i + kStep), column(i + 2 * kStep)) for `count` bytes. What
+/// `column` gives stands for a vector of bytes and can be shifted; `finish` gives a vector. Reads a
+/// whole vector of columns where there are fewer.
 template <size_t kStep, typename Column, typename Finish>
 inline void SlideThree(uint8_t* dest, size_t count, const Column& column, const Finish& finish) {
-  if (count < kVectorBytes) {
-    StoreFirst(dest, finish(0, column(0), column(kStep), column(2 * kStep)), count);
-    return;
-  }
-  Vector here = column(0);
+  const auto finish_at = [&](size_t k) {
+    return finish(k, column(k), column(k + kStep), column(k + 2 * kStep));
+  };
+  if (count < kVectorBytes) return StoreFirst(dest, finish_at(0), count);
+  auto here = column(0);
   size_t k = 0;
   // The columns of the next vector must lie within reach.
   for (; k + 2 * kVectorBytes <= count + 2 * kStep; k += kVectorBytes) {
-    const Vector next = column(k + kVectorBytes);
-    const Vector lanes = NextLanes(here, next);
-    Store(dest + k,
-          finish(k, here, ShiftLanes<kStep>(here, lanes), ShiftLanes<2 * kStep>(here, lanes)));
+    const auto next = column(k + kVectorBytes);
+    Store(dest + k, finish(k, here, Shifted<kStep>(here, next), Shifted<2 * kStep>(here, next)));
     here = next;
   }
-  while (k < count) {
-    // The last vector overlaps the one before it.
-    k = k + kVectorBytes <= count ? k : count - kVectorBytes;
-    Store(dest + k, finish(k, column(k), column(k + kStep), column(k + 2 * kStep)));
-    k += kVectorBytes;
-  }
+  if (k + kVectorBytes <= count) Store(dest + k, finish_at(k));
+  // The last vector overlaps the one before it.
+  Store(dest + count - kVectorBytes, finish_at(count - kVectorBytes));
 }
 
 }  // namespace

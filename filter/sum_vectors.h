@@ -11,6 +11,12 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
+/// Keeps `v` in a register: the compiler would rather load it once for each use.
+inline Vector Once(Vector v) {
+  asm("" : "+v"(v));
+  return v;
+}
+
 inline Vector Load(const uint16_t* from) { return Load(reinterpret_cast<const uint8_t*>(from)); }
 inline void Store(uint16_t* to, Vector v) { Store(reinterpret_cast<uint8_t*>(to), v); }
 
