@@ -170,6 +170,12 @@ void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t 
   }
 }
 
+/// What joins the fourth bytes of 4-byte samples to a 3 x 3 window's others.
+template <size_t kStep>
+uint8_t WithLastAlpha(uint8_t byte, const uint8_t* below, size_t i) {
+  return kStep == 4 && i % 4 == 3 ? below[i + 2 * kStep] : byte;
+}
+
 /// Nine bytes at once: without rows in between, reading and writing keep pace with each other.
 template <typename Extremum, size_t kStep>
 void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
@@ -187,11 +193,48 @@ void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
 #else
   ForEachByte(dest, count, [=](size_t i, uint8_t) {
     const auto column = [=](size_t k) { return Extremum::Of(Extremum::Of(a[k], b[k]), c[k]); };
-    const uint8_t square =
-        Extremum::Of(Extremum::Of(column(i), column(i + kStep)), column(i + 2 * kStep));
-    return kStep == 4 && i % 4 == 3 ? c[i + 2 * kStep] : square;
+    return WithLastAlpha<kStep>(
+        Extremum::Of(Extremum::Of(column(i), column(i + kStep)), column(i + 2 * kStep)), c, i);
   });
 #endif
+}
+
+/// The larger extremum of nine bytes without the smaller one.
+template <size_t kStep>
+void Spread3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
+#ifdef QEL_HAS_COLOUR_VECTORS
+  SlideThree<kStep>(
+      dest, count,
+      [=](size_t k) {
+        const Vector a = Load(rows[0] + k);
+        const Vector b = Load(rows[1] + k);
+        const Vector c = Load(rows[2] + k);
+        return Extremes{Min(Min(a, b), c), Max(Max(a, b), c)};
+      },
+      [=](size_t k, const Extremes& left, const Extremes& middle, const Extremes& right) {
+        const Vector spread = SubtractUnsigned(Max(Max(left.second, middle.second), right.second),
+                                               Min(Min(left.first, middle.first), right.first));
+        return kStep == 4 ? JoinAlpha(spread, Load(rows[2] + k + 2 * kStep)) : spread;
+      });
+#else
+  const uint8_t* const a = rows[0];
+  const uint8_t* const b = rows[1];
+  const uint8_t* const c = rows[2];
+  ForEachByte(dest, count, [=](size_t i, uint8_t) {
+    const auto extremum = [=](auto of) {
+      const auto column = [=](size_t k) { return of(of(a[k], b[k]), c[k]); };
+      return of(of(column(i), column(i + kStep)), column(i + 2 * kStep));
+    };
+    const uint8_t highest = extremum([](uint8_t x, uint8_t y) { return Maximum::Of(x, y); });
+    const uint8_t lowest = extremum([](uint8_t x, uint8_t y) { return Minimum::Of(x, y); });
+    return WithLastAlpha<kStep>(static_cast<uint8_t>(highest - lowest), c, i);
+  });
+#endif
+}
+
+void Spread(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count) {
+  const auto function = step == 4 ? &Spread3<4> : step == 3 ? &Spread3<3> : &Spread3<1>;
+  function(dest, rows, count);
 }
 
 template <typename Extremum>
@@ -267,6 +310,7 @@ extern const FilterKernels kFilterKernels;
 constinit const FilterKernels kFilterKernels = {
     .minimum = KernelsOf<Minimum>(),
     .maximum = KernelsOf<Maximum>(),
+    .spread = &Spread,
     .subtract = &Subtract,
     .with_alpha = &WithAlpha,
     .contour = &Contour,

@@ -29,6 +29,8 @@ inline constexpr size_t kMostAcross = 127;
 struct FilterKernels {
   ExtremumKernels minimum;
   ExtremumKernels maximum;
+  /// The maximum less the minimum of 3 x 3 samples; alpha, and what is read, as of `square`.
+  void (*spread)(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count);
   /// dest[i] = a[i] - b[i]
   void (*subtract)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
   /// 4-byte pixels with the colours of one row and the fourth bytes of another.

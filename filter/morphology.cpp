@@ -166,6 +166,13 @@ class StripReducer {
       strip_.Prefetch(y, reach_.after);
       std::copy(rows + 1, rows + size, rows);
       rows[size - 1] = strip_.Read(y + reach_.after, slot(static_cast<size_t>(y) % size));
+      if (size == 3 && count_ == 2) {
+        strip_.WriteParts(y, [&](uint8_t* dest, size_t first, size_t bytes) {
+          const uint8_t* const here[] = {rows[0] + first, rows[1] + first, rows[2] + first};
+          ActiveFilterKernels().spread(dest, here, strip_.Step(), bytes);
+        });
+        continue;
+      }
       Write(y, [&](size_t e, uint8_t* dest, size_t first, size_t bytes) {
         const uint8_t* here[kFewRows];
         for (size_t j = 0; j < size; ++j) here[j] = rows[j] + first;
@@ -284,7 +291,7 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
   const SourceRows rows(source);
   DestRows out(dest, source, reach.after);
   // The smallest squares bring the alpha of their last sample with them.
-  if (size == 3 && kernels.size() == 1) out.KeepAlpha();
+  if (size == 3) out.KeepAlpha();
   if (size > kWidestExtension) {
     ForEachTile(0, dest.Columns(), kWideColumns, [&](int64_t x, int64_t count) {
       const WideRows wide(rows, reach, x, count);
