@@ -32,6 +32,30 @@ void Mean(uint8_t* dest, const uint8_t* source, size_t count) {
       To<1>{dest}, From<kBytes>{source});
 }
 
+/// The bytes of `set` where `test` is not 0, of `clear` elsewhere.
+inline Vector ChooseByTest(Vector test, Vector clear, Vector set) {
+#ifdef QEL_LEVEL_avx2
+  return _mm256_blendv_epi8(set, clear, _mm256_cmpeq_epi8(test, FillBytes(0)));
+#else
+  return _mm512_mask_blend_epi8(_mm512_test_epi8_mask(test, test), clear, set);
+#endif
+}
+
+// Whole vectors are stored again: storing single bytes by masks is slow.
+
+void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
+  ForEachBlock<1, kVectorBytes>(dest, source, count, [](uint8_t* to, const uint8_t* from) {
+    const Vector old = Load(to);
+    Store(to, ChooseByTest(old, Load(from), old));
+  });
+}
+void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
+  const Vector values = FillBytes(value);
+  ForEachBlock<1, kVectorBytes>(dest, mask, count, [&](uint8_t* to, const uint8_t* from) {
+    Store(to, ChooseByTest(Load(from), Load(to), values));
+  });
+}
+
 #else
 
 void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
@@ -47,20 +71,20 @@ void Mean(uint8_t* dest, const uint8_t* source, size_t count) {
   }
 }
 
-#endif
-
 void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
   for (size_t i = 0; i < count; ++i) dest[i] = dest[i] == 0 ? source[i] : dest[i];
 }
+void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
+  for (size_t i = 0; i < count; ++i) dest[i] = mask[i] != 0 ? value : dest[i];
+}
+
+#endif
 
 void Fill(uint8_t* dest, size_t bytes, const uint8_t* pattern) {
   for (; bytes >= kFillPeriod; bytes -= kFillPeriod, dest += kFillPeriod) {
     __builtin_memcpy(dest, pattern, kFillPeriod);
   }
   __builtin_memcpy(dest, pattern, bytes);
-}
-void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
-  for (size_t i = 0; i < count; ++i) dest[i] = mask[i] != 0 ? value : dest[i];
 }
 void FillWordsWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t value) {
   for (size_t i = 0; i < count; ++i) {
