@@ -443,11 +443,26 @@ struct To {
   uint8_t* at;
 };
 
+/// Asks for the `kBytes` bytes that come a page after `at`: processors follow one row by
+/// themselves, but not into the next page.
+template <size_t kBytes>
+inline void FetchAhead(const uint8_t* at) {
+  constexpr uintptr_t kPage = 4096;
+  for (size_t i = 0; i < kBytes; i += 64) {
+    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(at) + kPage + i));
+  }
+}
+
 /// Calls `block(to, from...)` for every `kUnits` units, and for copies of what remains at the end
 /// of the rows, so that nothing beyond them is touched. Blocks may read what `to` holds.
 template <size_t kUnits, size_t kToBytes, typename... Sources, typename Block>
 inline void WalkBlocks(size_t count, Block&& block, To<kToBytes> to, Sources... from) {
   for (; count >= kUnits; count -= kUnits) {
+    if constexpr (sizeof...(Sources) == 1 && (... && (Sources::kUnitBytes >= kToBytes))) {
+      // With several streams, or where writing takes longer than reading, it costs more than it
+      // gives.
+      (FetchAhead<Sources::kUnitBytes * kUnits>(from.at), ...);
+    }
     block(to.at, from.at...);
     to.at += kToBytes * kUnits;
     ((from.at += Sources::kUnitBytes * kUnits), ...);
