@@ -19,6 +19,36 @@ struct Maximum {
 #endif
 };
 
+/// A pixel with the colour of one and the fourth byte of another.
+inline uint32_t JoinPixel(uint32_t colour, uint32_t alpha) {
+  return (colour & 0x00FFFFFFu) | (alpha & 0xFF000000u);
+}
+
+void WithAlpha(uint8_t* __restrict dest, const uint8_t* __restrict colours,
+               const uint8_t* __restrict alphas, size_t pixels) {
+  for (size_t i = 0; i < pixels; ++i) {
+    uint32_t colour;
+    uint32_t alpha;
+    __builtin_memcpy(&colour, colours + 4 * i, sizeof(colour));
+    __builtin_memcpy(&alpha, alphas + 4 * i, sizeof(alpha));
+    colour = JoinPixel(colour, alpha);
+    __builtin_memcpy(dest + 4 * i, &colour, sizeof(colour));
+  }
+}
+
+/// Gives samples of four bytes the fourth ones of `alphas`.
+void TakeAlpha(uint8_t* __restrict dest, const uint8_t* __restrict alphas, size_t step,
+               size_t count) {
+  for (size_t i = 0; step == 4 && i < count; i += 4) {
+    uint32_t colour;
+    uint32_t alpha;
+    __builtin_memcpy(&colour, dest + i, sizeof(colour));
+    __builtin_memcpy(&alpha, alphas + i, sizeof(alpha));
+    colour = JoinPixel(colour, alpha);
+    __builtin_memcpy(dest + i, &colour, sizeof(colour));
+  }
+}
+
 template <typename Extremum>
 void Fold(uint8_t* into, const uint8_t* row, size_t count) {
   ForEachByte(into, count, [=](size_t i, uint8_t old) { return Extremum::Of(old, row[i]); });
@@ -98,10 +128,11 @@ inline __mmask64 First(size_t count) {
 }
 
 /// Doubles windows in registers, from the end of the row: a vector and the one right of it hold all
-/// that doubling needs. `jumps` are the bytes between the windows that are joined.
-template <typename Extremum, size_t kSteps>
-void DoubleAcross(uint8_t* dest, const uint8_t* row, const size_t* jumps, size_t samples,
-                  size_t count) {
+/// that doubling needs. `jumps` are the bytes between the windows that are joined. load(k, mask)
+/// gives the bytes of the row from `k` on, finish(windows, k, mask) what is stored there.
+template <typename Extremum, size_t kSteps, typename LoadAt, typename Finish>
+inline void DoubleAcross(uint8_t* dest, const size_t* jumps, size_t samples, size_t count,
+                         const LoadAt& load, const Finish& finish) {
   alignas(kVector) uint8_t places[kVector];
   for (size_t i = 0; i < kVector; ++i) places[i] = static_cast<uint8_t>(i);
   const __m512i in_place = _mm512_load_si512(places);
@@ -112,25 +143,28 @@ void DoubleAcross(uint8_t* dest, const uint8_t* row, const size_t* jumps, size_t
     right[s] = _mm512_setzero_si512();
   }
   for (size_t k = (samples - 1) / kVector * kVector;; k -= kVector) {
-    __m512i windows = samples - k >= kVector ? _mm512_loadu_si512(row + k)
-                                             : _mm512_maskz_loadu_epi8(First(samples - k), row + k);
+    __m512i windows = load(k, First(samples - k));
     for (size_t s = 0; s < kSteps; ++s) {
       const __m512i shifted = _mm512_permutex2var_epi8(windows, orders[s], right[s]);
       right[s] = windows;
       windows = Extremum::Of(windows, shifted);
     }
     if (k + kVector <= count) {
-      _mm512_storeu_si512(dest + k, windows);
+      _mm512_storeu_si512(dest + k, finish(windows, k, ~__mmask64{0}));
     } else if (k < count) {
-      _mm512_mask_storeu_epi8(dest + k, First(count - k), windows);
+      const __mmask64 mask = First(count - k);
+      _mm512_mask_storeu_epi8(dest + k, mask, finish(windows, k, mask));
     }
     if (k == 0) return;
   }
 }
 
-/// False when windows are joined over more than a vector.
-template <typename Extremum>
-bool AcrossInRegisters(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
+/// Calls run(Steps<n>, jumps) with what doubling up to `size` takes; false when windows are joined
+/// over more than a vector.
+template <size_t kSteps>
+struct Steps {};
+template <typename Run>
+inline bool WithSteps(size_t size, size_t step, Run&& run) {
   size_t jumps[7];
   size_t steps = 0;
   for (size_t width = 1; width < size; ++steps) {
@@ -139,19 +173,63 @@ bool AcrossInRegisters(uint8_t* dest, const uint8_t* row, size_t size, size_t st
     if (jumps[steps] >= kVector) return false;
     width = wider;
   }
-  using Function = void (*)(uint8_t*, const uint8_t*, const size_t*, size_t, size_t);
-  constexpr Function kFunctions[] = {&DoubleAcross<Extremum, 1>, &DoubleAcross<Extremum, 2>,
-                                     &DoubleAcross<Extremum, 3>, &DoubleAcross<Extremum, 4>,
-                                     &DoubleAcross<Extremum, 5>, &DoubleAcross<Extremum, 6>,
-                                     &DoubleAcross<Extremum, 7>};
-  kFunctions[steps - 1](dest, row, jumps, count + (size - 1) * step, count);
-  return true;
+  switch (steps) {
+    case 3:
+      return run(Steps<3>(), jumps), true;
+    case 4:
+      return run(Steps<4>(), jumps), true;
+    case 5:
+      return run(Steps<5>(), jumps), true;
+    case 6:
+      return run(Steps<6>(), jumps), true;
+    case 7:
+      return run(Steps<7>(), jumps), true;
+    default:
+      return false;
+  }
+}
+
+template <typename Extremum>
+bool AcrossInRegisters(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
+  return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
+    DoubleAcross<Extremum, kSteps>(
+        dest, jumps, count + (size - 1) * step, count,
+        [=](size_t k, __mmask64 mask) { return _mm512_maskz_loadu_epi8(mask, row + k); },
+        [](__m512i windows, size_t, __mmask64) { return windows; });
+  });
+}
+
+template <typename Extremum>
+bool AdvanceInRegisters(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
+                        size_t size, size_t step, size_t count) {
+  const uint8_t* const last = row + (size - 1) * step;
+  const __mmask64 alpha = step == 4 ? 0x8888'8888'8888'8888 : 0;
+  return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
+    DoubleAcross<Extremum, kSteps>(
+        dest, jumps, count + (size - 1) * step, count,
+        [=](size_t k, __mmask64 mask) {
+          // Beyond the samples, what runs stays as it is.
+          const __m512i before = _mm512_loadu_si512(running + k);
+          const __m512i longer =
+              Extremum::Of(before, _mm512_mask_loadu_epi8(before, mask, row + k));
+          _mm512_storeu_si512(running + k, longer);
+          return Extremum::Of(longer, _mm512_loadu_si512(above + k));
+        },
+        [=](__m512i windows, size_t k, __mmask64 mask) {
+          return _mm512_mask_loadu_epi8(windows, alpha & mask, last + k);
+        });
+  });
 }
 
 #else
 
 template <typename Extremum>
 bool AcrossInRegisters(uint8_t*, const uint8_t*, size_t, size_t, size_t) {
+  return false;
+}
+template <typename Extremum>
+bool AdvanceInRegisters(uint8_t*, uint8_t*, const uint8_t*, const uint8_t*, size_t, size_t,
+                        size_t) {
   return false;
 }
 
@@ -168,6 +246,17 @@ void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t 
     const size_t stretch = count - first < kStretch ? count - first : kStretch;
     AcrossStretch<Extremum>(dest + first, row + first, size, step, stretch);
   }
+}
+
+template <typename Extremum>
+void Advance(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
+             uint8_t* combined, size_t size, size_t step, size_t count) {
+  if (AdvanceInRegisters<Extremum>(dest, running, row, above, size, step, count)) return;
+  const size_t samples = count + (size - 1) * step;
+  Fold<Extremum>(running, row, samples);
+  Pick<Extremum>(combined, running, above, samples);
+  Across<Extremum>(dest, combined, size, step, count);
+  TakeAlpha(dest, row + (size - 1) * step, step, count);
 }
 
 /// What joins the fourth bytes of 4-byte samples to a 3 x 3 window's others.
@@ -248,6 +337,7 @@ void Square(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step,
   }
   PickRows<Extremum>(columns, rows, size, count + (size - 1) * step);
   Across<Extremum>(dest, columns, size, step, count);
+  TakeAlpha(dest, rows[size - 1] + (size - 1) * step, step, count);
 }
 
 template <typename Extremum>
@@ -255,23 +345,13 @@ constexpr ExtremumKernels KernelsOf() {
   return {.fold = &Fold<Extremum>,
           .pick = &Pick<Extremum>,
           .across = &Across<Extremum>,
+          .advance = &Advance<Extremum>,
           .square = &Square<Extremum>};
 }
 
-void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
+void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t step, size_t count) {
   ForEachByte(dest, count, [=](size_t i, uint8_t) { return static_cast<uint8_t>(a[i] - b[i]); });
-}
-
-void WithAlpha(uint8_t* __restrict dest, const uint8_t* __restrict colours,
-               const uint8_t* __restrict alphas, size_t pixels) {
-  for (size_t i = 0; i < pixels; ++i) {
-    uint32_t colour;
-    uint32_t alpha;
-    __builtin_memcpy(&colour, colours + 4 * i, sizeof(colour));
-    __builtin_memcpy(&alpha, alphas + 4 * i, sizeof(alpha));
-    colour = (colour & 0x00FFFFFFu) | (alpha & 0xFF000000u);
-    __builtin_memcpy(dest + 4 * i, &colour, sizeof(colour));
-  }
+  TakeAlpha(dest, a, step, count);
 }
 
 /// Deliberate: a difference is compared with a kept raw value, n - c > t and then t = n. With

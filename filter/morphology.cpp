@@ -26,8 +26,8 @@ constexpr int64_t kGroupRows[] = {32, 20};
 /// Columns of a tile, and of the pieces in which a core is read, for wider windows.
 constexpr int64_t kWideColumns = 128;
 /// Scratch rows beside those of a group, and beside those that few rows are assembled in.
-constexpr int64_t kSharedRows = 6;
-constexpr int64_t kRowsBesideFew = 3;
+constexpr int64_t kSharedRows = 5;
+constexpr int64_t kRowsBesideFew = 4;
 
 /// One extremum on its way down a strip.
 struct Extremum {
@@ -155,7 +155,7 @@ class StripReducer {
   void RunFewRows() {
     const auto size = static_cast<size_t>(Size());
     combined_ = scratch_.Take(1);
-    spare_ = scratch_.Take(1);
+    spare_ = scratch_.Take(2);
     uint8_t* const slots = scratch_.Take(strip_.InPlace() ? 0 : Size());
     const uint8_t* rows[kFewRows];
     const auto slot = [&](size_t i) { return slots + i * scratch_.pitch(); };
@@ -182,7 +182,7 @@ class StripReducer {
   }
 
   void RunGroups() {
-    combined_ = scratch_.Take(2);
+    combined_ = scratch_.Take(1);
     spare_ = scratch_.Take(3);
     const auto rest = static_cast<int64_t>(kScratchBytes / scratch_.pitch()) - kSharedRows;
     const int64_t group =
@@ -231,25 +231,42 @@ class StripReducer {
       });
     }
     for (int64_t member = 0; member < members; ++member) {
-      if (member > 0) {
-        strip_.Prefetch(y + member, reach_.after);
-        VisitRow(y + reach_.after + member, [&](const Extremum& extremum, const uint8_t* row) {
-          extremum.kernels->fold(extremum.running, row, bytes);
-        });
+      if (member > 0) strip_.Prefetch(y + member, reach_.after);
+      if (wide_ == nullptr) {
+        Advance(y, member, members);
+      } else {
+        AdvanceWide(y, member, members);
       }
-      const uint8_t* windows[2];
-      for (size_t e = 0; e < count_; ++e) {
-        windows[e] = extrema_[e].running;
-        if (member == members - 1) continue;
-        uint8_t* const combined = combined_ + e * scratch_.pitch();
-        extrema_[e].kernels->pick(combined, windows[e], Above(extrema_[e], member), bytes);
-        windows[e] = combined;
-      }
-      const size_t size = wide_ == nullptr ? static_cast<size_t>(Size()) : 1;
-      Write(y + member, [&](size_t e, uint8_t* dest, size_t first, size_t part) {
-        extrema_[e].kernels->across(dest, windows[e] + first, size, strip_.Step(), part);
+    }
+  }
+
+  /// Lets the windows of a member reach as far down as they do, and writes its row.
+  void Advance(int64_t y, int64_t member, int64_t members) {
+    // The core has the row of the first member already, which makes no difference.
+    const uint8_t* const row = strip_.Read(y + reach_.after + member, row_);
+    Write(y + member, [&](size_t e, uint8_t* dest, size_t first, size_t bytes) {
+      uint8_t* const running = extrema_[e].running + first;
+      const uint8_t* const above =
+          member < members - 1 ? Above(extrema_[e], member) + first : running;
+      extrema_[e].kernels->advance(dest, running, row + first, above, combined_,
+                                   static_cast<size_t>(Size()), strip_.Step(), bytes);
+    });
+  }
+
+  /// The same for rows that are reduced across already.
+  void AdvanceWide(int64_t y, int64_t member, int64_t members) {
+    const size_t bytes = strip_.InBytes();
+    if (member > 0) {
+      VisitRow(y + reach_.after + member, [&](const Extremum& extremum, const uint8_t* row) {
+        extremum.kernels->fold(extremum.running, row, bytes);
       });
     }
+    Write(y + member, [&](size_t e, uint8_t* dest, size_t first, size_t part) {
+      const uint8_t* const running = extrema_[e].running + first;
+      const uint8_t* const above =
+          member < members - 1 ? Above(extrema_[e], member) + first : running;
+      extrema_[e].kernels->pick(dest, running, above, part);
+    });
   }
 
   /// Writes output row `y`. reduce(e, dest, first, bytes) gives extremum `e` of the windows from
@@ -261,9 +278,9 @@ class StripReducer {
         reduce(0, dest, first, bytes);
         return;
       }
-      reduce(0, row_, first, bytes);
-      reduce(1, spare_, first, bytes);
-      ActiveFilterKernels().subtract(dest, row_, spare_, bytes);
+      reduce(0, spare_, first, bytes);
+      reduce(1, spare_ + scratch_.pitch(), first, bytes);
+      ActiveFilterKernels().subtract(dest, spare_, spare_ + scratch_.pitch(), strip_.Step(), bytes);
     });
   }
 
@@ -290,8 +307,6 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
   const Reach reach(size);
   const SourceRows rows(source);
   DestRows out(dest, source, reach.after);
-  // The smallest squares bring the alpha of their last sample with them.
-  if (size == 3) out.KeepAlpha();
   if (size > kWidestExtension) {
     ForEachTile(0, dest.Columns(), kWideColumns, [&](int64_t x, int64_t count) {
       const WideRows wide(rows, reach, x, count);
@@ -300,6 +315,8 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
     });
     return;
   }
+  // Windows bring the alpha of their last sample with them.
+  out.KeepAlpha();
   const auto columns_of = [&](int64_t scratch_rows) {
     const auto bytes =
         static_cast<int64_t>(kScratchBytes) / scratch_rows - int64_t{kRowSlack} - 128;
