@@ -4,7 +4,7 @@
 
 #include "filter/byte_lanes.h"
 #include "filter/middle_network.h"
-#include "image/colour_vectors.h"
+#include "filter/slide.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -106,6 +106,103 @@ void MiddleByNetwork(uint8_t* out, const uint8_t* const* rows, size_t count) {
   MiddleOfTaps<Lane>(out, taps, count < kBlock ? 0 : count - kBlock, count, kPlaces);
 }
 
+#ifdef QEL_HAS_COLOUR_VECTORS
+
+/// Keys alone.
+struct Plain {
+  Vector bytes;
+};
+template <size_t kBytes>
+Plain Shifted(const Plain& v, const Plain& next) {
+  return {Shifted<kBytes>(v.bytes, next.bytes)};
+}
+
+inline Plain Lower(const Plain& a, const Plain& b) { return {Min(a.bytes, b.bytes)}; }
+inline Plain Higher(const Plain& a, const Plain& b) { return {Max(a.bytes, b.bytes)}; }
+inline Words Lower(const Words& a, const Words& b) {
+  return {MinUnsignedWords(a.low, b.low), MinUnsignedWords(a.high, b.high)};
+}
+inline Words Higher(const Words& a, const Words& b) {
+  return {MaxUnsignedWords(a.low, b.low), MaxUnsignedWords(a.high, b.high)};
+}
+
+/// Columns of three in their order.
+template <typename Lanes>
+struct Sorted {
+  Sorted(const Lanes& a, const Lanes& b, const Lanes& c) {
+    const Lanes of_two = Higher(a, b);
+    const Lanes rest = Higher(Lower(a, b), c);
+    low = Lower(Lower(a, b), c);
+    middle = Lower(of_two, rest);
+    high = Higher(of_two, rest);
+  }
+  Lanes low, middle, high;
+};
+template <size_t kBytes, typename Lanes>
+Sorted<Lanes> Shifted(Sorted<Lanes> v, const Sorted<Lanes>& next) {
+  v.low = Shifted<kBytes>(v.low, next.low);
+  v.middle = Shifted<kBytes>(v.middle, next.middle);
+  v.high = Shifted<kBytes>(v.high, next.high);
+  return v;
+}
+
+template <typename Lanes>
+inline Lanes MiddleOf(const Lanes& a, const Lanes& b, const Lanes& c) {
+  return Higher(Lower(a, b), Lower(Higher(a, b), c));
+}
+/// The middle one of nine: that of the highest low, the middle middle and the lowest high one.
+template <typename Lanes>
+inline Lanes MiddleOf(const Sorted<Lanes>& a, const Sorted<Lanes>& b, const Sorted<Lanes>& c) {
+  return MiddleOf(Higher(Higher(a.low, b.low), c.low), MiddleOf(a.middle, b.middle, c.middle),
+                  Lower(Lower(a.high, b.high), c.high));
+}
+
+/// Keys above the places of their rows.
+inline Words Placed(Vector keys, int place) {
+  return {PairLow(FillBytes(place), keys), PairHigh(FillBytes(place), keys)};
+}
+/// The same for the columns that come `columns` later in the order of visiting.
+inline Sorted<Words> Later(Sorted<Words> taps, int columns) {
+  const Vector places = FillWords(3 * columns);
+  for (Words* words : {&taps.low, &taps.middle, &taps.high}) {
+    words->low = AddWords(words->low, places);
+    words->high = AddWords(words->high, places);
+  }
+  return taps;
+}
+
+void MiddleKeys3(uint8_t* keys, const uint8_t* const* rows, size_t count) {
+  SlideThree<1>(
+      keys, count,
+      [=](size_t k) {
+        return Sorted<Plain>({Load(rows[0] + k)}, {Load(rows[1] + k)}, {Load(rows[2] + k)});
+      },
+      [](size_t, const auto& left, const auto& middle, const auto& right) {
+        return MiddleOf(left, middle, right).bytes;
+      });
+}
+
+void MiddleTaps3(uint8_t* taps, const uint8_t* const* rows, size_t count) {
+  SlideThree<1>(
+      taps, count,
+      [=](size_t k) {
+        return Sorted<Words>(Placed(Load(rows[0] + k), 0), Placed(Load(rows[1] + k), 1),
+                             Placed(Load(rows[2] + k), 2));
+      },
+      [](size_t, const auto& left, const auto& middle, const auto& right) {
+        const Words found = MiddleOf(left, Later(middle, 1), Later(right, 2));
+        const Vector places = FillWords(0xFF);
+        return PackWords(found.low & places, found.high & places);
+      });
+}
+
+#else
+
+constexpr auto MiddleKeys3 = &MiddleByNetwork<uint8_t, 3>;
+constexpr auto MiddleTaps3 = &MiddleByNetwork<uint16_t, 3>;
+
+#endif
+
 /// Counts columns in and out for one limit.
 void CountColumns(uint8_t* counts, const uint8_t* entering, const uint8_t* leaving, size_t limit,
                   size_t samples) {
@@ -191,7 +288,7 @@ inline void StoreBytes(uint8_t* dest, const Bytes& bytes, size_t count) {
 
 void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
-  if (size == 3) return MiddleByNetwork<uint8_t, 3>(keys, rows, count);
+  if (size == 3) return MiddleKeys3(keys, rows, count);
   if (size == 5) return MiddleByNetwork<uint8_t, 5>(keys, rows, count);
   for (size_t k = 0; k < count; k += Bytes::kLanes) {
     Bytes below;
@@ -201,7 +298,7 @@ void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks,
 
 void SelectTap(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
-  if (size == 3) return MiddleByNetwork<uint16_t, 3>(taps, rows, count);
+  if (size == 3) return MiddleTaps3(taps, rows, count);
   if (size == 5) return MiddleByNetwork<uint16_t, 5>(taps, rows, count);
   for (size_t k = 0; k < count; k += Bytes::kLanes) {
     Bytes below;
@@ -237,20 +334,24 @@ void CopyTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, si
 
 #ifdef QEL_LEVEL_avx512vbmi
 
-/// Largest size whose taps fit the tables of `PickTaps3`.
+/// Largest size whose taps fit the tables of `PickTaps`.
 constexpr size_t kMostPicked = 8;
 
-/// 21 pixels at a time. Two vectors of each row hold all taps of a row; a permutation brings each
-/// byte the one at its tap, which counts where the tap lies in that row.
-void PickTaps3(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
-               size_t count) {
+/// As many pixels as fit a vector at a time. One or two vectors of each row hold all taps of a row;
+/// a permutation brings each byte the one at its tap, which counts where the tap lies in that row.
+template <size_t kBytes, size_t kSize>
+void PickTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t any_size,
+              size_t count) {
   constexpr size_t kVector = 64;
-  constexpr size_t kPixels = kVector / 3;
+  // The taps of 3-byte pixels and size 3 lie in a single vector when there are two pixels less.
+  constexpr bool kSingle = kBytes == 3 && kSize == 3;
+  constexpr size_t kPixels = kVector / kBytes - (kSingle ? kSize - 1 : 0);
+  const size_t size = kSize != 0 ? kSize : any_size;
   alignas(kVector) uint8_t places[kVector], pixels[kVector], columns[kVector], tap_rows[kVector];
   for (size_t i = 0; i < kVector; ++i) {
     places[i] = static_cast<uint8_t>(i);
-    pixels[i] = static_cast<uint8_t>(i / 3);
-    columns[i] = static_cast<uint8_t>(i / size * 3);
+    pixels[i] = static_cast<uint8_t>(i / kBytes);
+    columns[i] = static_cast<uint8_t>(i / size * kBytes);
     tap_rows[i] = static_cast<uint8_t>(i % size);
   }
   const __m512i place = _mm512_load_si512(places);
@@ -263,30 +364,42 @@ void PickTaps3(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, s
     const __m512i row = _mm512_permutexvar_epi8(tap, tap_row);
     __m512i out = _mm512_setzero_si512();
     for (size_t j = 0; j < size; ++j) {
-      const uint8_t* const samples = rows[j] + k * 3;
-      const __m512i here = _mm512_permutex2var_epi8(_mm512_loadu_si512(samples), from,
-                                                    _mm512_loadu_si512(samples + kVector));
+      const __m512i samples = _mm512_loadu_si512(rows[j] + k * kBytes);
       const __mmask64 counts = _mm512_cmpeq_epi8_mask(row, _mm512_set1_epi8(static_cast<char>(j)));
-      out = _mm512_mask_mov_epi8(out, counts, here);
+      if constexpr (kSingle) {
+        out = _mm512_mask_permutexvar_epi8(out, counts, from, samples);
+      } else {
+        const __m512i next = _mm512_loadu_si512(rows[j] + k * kBytes + kVector);
+        const __m512i here = _mm512_permutex2var_epi8(samples, from, next);
+        out = _mm512_mask_mov_epi8(out, counts, here);
+      }
     }
-    if (count - k > kPixels) {
-      // The byte that belongs to the next pixel is stored once more with that.
-      _mm512_storeu_si512(dest + k * 3, out);
+    const size_t left = (count - k) * kBytes;
+    if (left >= kVector) {
+      // What belongs to the next pixels is stored once more with these.
+      _mm512_storeu_si512(dest + k * kBytes, out);
     } else {
-      _mm512_mask_storeu_epi8(dest + k * 3, ~__mmask64{0} >> (kVector - (count - k) * 3), out);
+      _mm512_mask_storeu_epi8(dest + k * kBytes, ~__mmask64{0} >> (kVector - left), out);
     }
   }
 }
 
-void CopyTaps3(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
-               size_t count) {
-  const auto copy = size <= kMostPicked ? &PickTaps3 : &CopyTaps<3>;
+template <size_t kBytes>
+void CopyTapsAtOnce(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
+                    size_t count) {
+  const auto copy = size == 3             ? &PickTaps<kBytes, 3>
+                    : size <= kMostPicked ? &PickTaps<kBytes, 0>
+                                          : &CopyTaps<kBytes>;
   copy(dest, rows, taps, size, count);
 }
+
+constexpr auto CopyTaps3 = &CopyTapsAtOnce<3>;
+constexpr auto CopyTaps4 = &CopyTapsAtOnce<4>;
 
 #else
 
 constexpr auto CopyTaps3 = &CopyTaps<3>;
+constexpr auto CopyTaps4 = &CopyTaps<4>;
 
 #endif
 
@@ -311,7 +424,7 @@ constinit const MedianKernels kMedianKernels = {
     .select_key = &SelectKey,
     .select_tap = &SelectTap,
     .copy_taps3 = CopyTaps3,
-    .copy_taps4 = &CopyTaps<4>,
+    .copy_taps4 = CopyTaps4,
     .find_column = &FindColumn,
 };
 

@@ -26,6 +26,7 @@ inline Vector AddWordsSaturated(Vector a, Vector b) { return _mm256_adds_epi16(a
 inline Vector Products(Vector a, Vector b) { return _mm256_mullo_epi16(a, b); }
 inline Vector MaxWords(Vector a, Vector b) { return _mm256_max_epi16(a, b); }
 inline Vector MinUnsignedWords(Vector a, Vector b) { return _mm256_min_epu16(a, b); }
+inline Vector MaxUnsignedWords(Vector a, Vector b) { return _mm256_max_epu16(a, b); }
 inline Vector SizesOfWords(Vector v) { return _mm256_abs_epi16(v); }
 /// All bits of the words below 0.
 inline Vector SignsOfWords(Vector v) { return _mm256_srai_epi16(v, 15); }
@@ -50,6 +51,7 @@ inline Vector AddWordsSaturated(Vector a, Vector b) { return _mm512_adds_epi16(a
 inline Vector Products(Vector a, Vector b) { return _mm512_mullo_epi16(a, b); }
 inline Vector MaxWords(Vector a, Vector b) { return _mm512_max_epi16(a, b); }
 inline Vector MinUnsignedWords(Vector a, Vector b) { return _mm512_min_epu16(a, b); }
+inline Vector MaxUnsignedWords(Vector a, Vector b) { return _mm512_max_epu16(a, b); }
 inline Vector SizesOfWords(Vector v) { return _mm512_abs_epi16(v); }
 /// All bits of the words below 0.
 inline Vector SignsOfWords(Vector v) { return _mm512_srai_epi16(v, 15); }
