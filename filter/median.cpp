@@ -67,13 +67,15 @@ class SelectionStrip {
   }
 
   /// Most columns of a strip.
-  static int64_t Width(int sample_bytes, int size) {
-    // Keys, counts and, of colours, samples of every row.
-    const int64_t counted = size_t{1} << CountedBits(size);
-    const int64_t key_rows = size + counted + kSharedRows;
-    const int64_t sample_rows = sample_bytes == 1 ? 0 : size;
-    const int64_t bytes = kScratchBytes - (key_rows + sample_rows) * int64_t{kRowSlack + 128};
-    return bytes / (key_rows + sample_rows * sample_bytes) - size + 1;
+  static StripWidths Widths(int sample_bytes, int size) {
+    // Keys and counts, and of colours that are not read in place, the samples of every row.
+    const unsigned bits = CountedBits(size);
+    const int64_t key_rows = size + (bits == 0 ? 2 : kSharedRows + (int64_t{1} << bits));
+    const auto columns = [&](int64_t sample_rows) {
+      const int64_t bytes = kScratchBytes - (key_rows + sample_rows) * int64_t{kRowSlack + 128};
+      return bytes / (key_rows + sample_rows * sample_bytes) - size + 1;
+    };
+    return {columns(sample_bytes == 1 ? 0 : size), columns(0)};
   }
 
   void Run() {
@@ -328,8 +330,8 @@ class SlidingMedian {
 void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
   const SourceRows rows(source);
   DestRows out(dest);
-  const int64_t most = SelectionStrip::Width(rows.sample_bytes(), size);
-  ForEachStrip(rows, out, {-Reach(size).before, size}, {most, most}, kRowSlack,
+  const StripWidths most = SelectionStrip::Widths(rows.sample_bytes(), size);
+  ForEachStrip(rows, out, {-Reach(size).before, size}, most, kRowSlack,
                [&](Strip& strip) { SelectionStrip(strip, size).Run(); });
 }
 
