@@ -82,6 +82,13 @@ inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {
   for (size_t i = 0; i < length; ++i) count += keys[i] == key ? 1 : 0;
   return count;
 }
+/// Where `key` stands for the time number `number`, counted from 0; `length` when not so often.
+inline size_t FindEqual(const uint8_t* keys, size_t length, uint8_t key, int64_t number) {
+  for (size_t i = 0; i < length; ++i) {
+    if (keys[i] == key && number-- == 0) return i;
+  }
+  return length;
+}
 
 #elif defined(QEL_LEVEL_avx2)
 
@@ -121,17 +128,12 @@ class Bytes {
   __m256i lanes_;
 };
 
-inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {
-  const __m256i wanted = _mm256_set1_epi8(static_cast<char>(key));
-  size_t count = 0;
-  for (size_t i = 0; i < length; i += 32) {
-    const __m256i equal =
-        _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys + i)), wanted);
-    const uint32_t valid = length - i >= 32 ? ~0u : (1u << (length - i)) - 1;
-    const auto found = static_cast<uint32_t>(_mm256_movemask_epi8(equal)) & valid;
-    count += static_cast<size_t>(__builtin_popcount(found));
-  }
-  return count;
+inline uint64_t EqualBits(const uint8_t* keys, size_t length, uint8_t key) {
+  const __m256i equal =
+      _mm256_cmpeq_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(keys)),
+                        _mm256_set1_epi8(static_cast<char>(key)));
+  const uint32_t valid = length >= 32 ? ~0u : (1u << length) - 1;
+  return static_cast<uint32_t>(_mm256_movemask_epi8(equal)) & valid;
 }
 
 #else
@@ -167,16 +169,35 @@ class Bytes {
   __m512i lanes_;
 };
 
+inline uint64_t EqualBits(const uint8_t* keys, size_t length, uint8_t key) {
+  const __mmask64 valid = length >= 64 ? ~__mmask64{0} : (__mmask64{1} << length) - 1;
+  return _mm512_mask_cmpeq_epi8_mask(valid, _mm512_loadu_si512(keys),
+                                     _mm512_set1_epi8(static_cast<char>(key)));
+}
+
+#endif
+
+#ifndef QEL_LEVEL_sse2
+
 inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {
-  const __m512i wanted = _mm512_set1_epi8(static_cast<char>(key));
   size_t count = 0;
-  for (size_t i = 0; i < length; i += 64) {
-    const __mmask64 valid = length - i >= 64 ? ~__mmask64{0} : (__mmask64{1} << (length - i)) - 1;
-    const __mmask64 found =
-        _mm512_mask_cmpeq_epi8_mask(valid, _mm512_loadu_si512(keys + i), wanted);
-    count += static_cast<size_t>(__builtin_popcountll(found));
+  for (size_t i = 0; i < length; i += Bytes::kLanes) {
+    count += static_cast<size_t>(__builtin_popcountll(EqualBits(keys + i, length - i, key)));
   }
   return count;
+}
+/// Where `key` stands for the time number `number`, counted from 0; `length` when not so often.
+inline size_t FindEqual(const uint8_t* keys, size_t length, uint8_t key, int64_t number) {
+  for (size_t i = 0; i < length; i += Bytes::kLanes) {
+    uint64_t bits = EqualBits(keys + i, length - i, key);
+    const int64_t found = __builtin_popcountll(bits);
+    if (number < found) {
+      for (; number > 0; --number) bits &= bits - 1;
+      return i + static_cast<size_t>(__builtin_ctzll(bits));
+    }
+    number -= found;
+  }
+  return length;
 }
 
 #endif

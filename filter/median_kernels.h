@@ -44,17 +44,36 @@ struct MedianKernels {
                      size_t count);
   void (*copy_taps4)(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
                      size_t count);
+  /// Takes key leaving[x] out of the counts of column x, and entering[x] in, for `columns` columns.
+  void (*recount)(uint8_t* counts, const uint8_t* leaving, const uint8_t* entering, size_t columns);
+  /// The wanted keys of `count` windows of `size` neighbouring columns each, at most
+  /// `kMostCounted`, and how many taps lie below them.
+  void (*slide)(uint8_t* keys, uint16_t* below, const uint8_t* counts, size_t size, size_t count);
+  /// The columns that the wanted taps of these windows are in, in the order of visiting, and the
+  /// numbers of the taps among those of their key there. Reads up to `kCountSlack` bytes past the
+  /// columns of the last window.
+  void (*find_columns)(uint8_t* found, uint8_t* numbers, const uint8_t* keys, const uint16_t* below,
+                       const uint8_t* counts, size_t size, size_t count);
   /// Walks columns of `length` keys, `pitch` bytes apart. Each has as many taps as it has keys
   /// equal to `key`, and `extra` more. Returns the column that contains tap number `*rest`, and
   /// leaves in
   /// `*rest` its number within that column; `columns` when there are not so many.
   size_t (*find_column)(const uint8_t* keys, size_t pitch, size_t columns, size_t length,
                         uint8_t key, int64_t extra, int64_t* rest);
+  /// Where `key` stands for the time number `number` among `length` keys, counted from 0; `length`
+  /// when it does not.
+  size_t (*find_equal)(const uint8_t* keys, size_t length, uint8_t key, int64_t number);
 };
 
 /// The largest size whose taps can be counted in a byte, and the largest that networks sort.
 inline constexpr size_t kMostSelected = 15;
 inline constexpr size_t kMostSorted = 5;
+
+/// A column of a window as counts: byte k tells how many of its keys are at most k.
+inline constexpr size_t kCountBytes = 256;
+inline constexpr size_t kCountSlack = 16 * kCountBytes;
+/// The largest size whose counts, and the differences of any two of them, fit a signed byte.
+inline constexpr size_t kMostCounted = 127;
 
 namespace sse2 {
 extern const MedianKernels kMedianKernels;
