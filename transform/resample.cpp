@@ -162,20 +162,30 @@ void AverageBoxes(const ImageView& source, const ImageView& dest, const Scale& s
 }
 
 /// The positions in the source of the columns or rows of a destination: pixel centres are aligned.
-std::vector<float> SamplePositions(int64_t count, float scale) {
-  std::vector<float> positions(static_cast<size_t>(count));
-  for (size_t i = 0; i < positions.size(); ++i) {
-    positions[i] = (static_cast<float>(i) + 0.5f) * scale - 0.5f;
+class SamplePositions {
+ public:
+  SamplePositions(int64_t count, float scale) : count_(count), scale_(scale) {}
+
+  int64_t size() const { return count_; }
+  float operator[](int64_t i) const { return (static_cast<float>(i) + 0.5f) * scale_ - 0.5f; }
+  template <typename Predicate>
+  bool AllOf(Predicate&& predicate) const {
+    for (int64_t i = 0; i < count_; ++i) {
+      if (!predicate((*this)[i])) return false;
+    }
+    return true;
   }
-  return positions;
-}
+
+ private:
+  const int64_t count_;
+  const float scale_;
+};
 
 /// Samples pixel by pixel: what every quicker way must equal.
 void InterpolateSingly(const ImageView& source, const ImageView& dest,
-                       const std::vector<float>& columns, const std::vector<float>& rows,
-                       int method) {
-  for (size_t y = 0; y < rows.size(); ++y) {
-    for (size_t x = 0; x < columns.size(); ++x) {
+                       const SamplePositions& columns, const SamplePositions& rows, int method) {
+  for (int64_t y = 0; y < rows.size(); ++y) {
+    for (int64_t x = 0; x < columns.size(); ++x) {
       const uint32_t colour =
           GetPixelColorInterpolated(source.bits, columns[x], rows[y], source.width, source.height,
                                     source.stride, method, source.bit_count);
@@ -186,25 +196,28 @@ void InterpolateSingly(const ImageView& source, const ImageView& dest,
 }
 
 /// Methods that take one source pixel per destination pixel. False when some lie outside.
-bool PickPixels(const ImageView& source, const ImageView& dest, const std::vector<float>& columns,
-                const std::vector<float>& rows, Sampling sampling) {
+bool PickPixels(const ImageView& source, const ImageView& dest, const SamplePositions& columns,
+                const SamplePositions& rows, Sampling sampling) {
   const auto tap = sampling == Sampling::kNearest ? [](float v) { return NearestTap(v); }
                                                   : [](float v) { return TruncateToInt(v); };
-  const auto within = [&](const std::vector<float>& positions, int size) {
-    return std::ranges::all_of(positions, [&](float v) { return tap(v) >= 0 && tap(v) < size; });
+  const auto within = [&](const SamplePositions& positions, int size) {
+    return positions.AllOf([&](float v) { return tap(v) >= 0 && tap(v) < size; });
   };
   if (!within(columns, source.width) || !within(rows, source.height)) return false;
   const int pixel_bytes = source.bit_count == 8 ? 1 : DirectPixelBytes(source.bit_count);
-  std::vector<int64_t> offsets(columns.size());
-  for (size_t x = 0; x < offsets.size(); ++x) offsets[x] = int64_t{tap(columns[x])} * pixel_bytes;
+  std::vector<int64_t> offsets;
+  offsets.reserve(static_cast<size_t>(columns.size()));
+  size_t opaque_pixels = 0;
+  columns.AllOf([&](float v) {
+    offsets.push_back(int64_t{tap(v)} * pixel_bytes);
+    opaque_pixels += tap(v) < source.width - 1 ? 1 : 0;
+    return true;
+  });
   const Picker picker(std::move(offsets), pixel_bytes, false);
   const bool opaque = sampling == Sampling::kBilinear && source.bit_count == 32;
   const int64_t last_row = int64_t{source.height - 1} * source.stride;
-  const auto opaque_pixels = static_cast<size_t>(
-      std::ranges::count_if(columns, [&](float v) { return tap(v) < source.width - 1; }));
   ForEachRow(
-      dest, picker.RowBytes(),
-      [&](int64_t y) { return int64_t{tap(rows[static_cast<size_t>(y)])} * source.stride; },
+      dest, picker.RowBytes(), [&](int64_t y) { return int64_t{tap(rows[y])} * source.stride; },
       [&](uint8_t* row, int64_t offset) {
         picker.Pick(row, source.bits + offset);
         if (opaque && offset != last_row) ActiveResampleKernels().make_opaque(row, opaque_pixels);
@@ -216,30 +229,27 @@ bool PickPixels(const ImageView& source, const ImageView& dest, const std::vecto
 /// are spread out once per tile and serve all destination rows that they reach.
 class TileInterpolator {
  public:
-  TileInterpolator(const ImageView& source, const ImageView& dest,
-                   const std::vector<float>& columns, const std::vector<float>& rows,
-                   const InterpolationMethod& method)
+  TileInterpolator(const ImageView& source, const ImageView& dest, const SamplePositions& columns,
+                   const SamplePositions& rows, const InterpolationMethod& method)
       : source_(source),
         dest_(dest),
         columns_(columns),
+        positions_(rows),
         kernel_(method.kernel),
         window_(method.sampling == Sampling::kKernel4 ? kTaps4 : kTaps12),
         taps_(static_cast<size_t>(window_.count)),
         channels_(
             static_cast<size_t>(source.bit_count == 8 ? 1 : DirectPixelBytes(source.bit_count))),
         outside_(OutsideColor(source)),
-        rows_(rows.size()),
-        row_weights_(rows.size() * taps_) {
-    for (size_t y = 0; y < rows.size(); ++y) DescribeRow(y, rows[y]);
-  }
+        rows_(static_cast<size_t>(std::min(rows.size(), kBandRows))),
+        row_weights_(rows_.size() * taps_) {}
 
   /// False when some positions are too far out to have taps; nothing is written then.
   bool Run() {
-    if (misses_ || std::ranges::any_of(columns_, [&](float v) {
-          return window_.Misses(TapOrigin(v), source_.width);
-        })) {
-      return false;
-    }
+    const auto has_taps = [&](const SamplePositions& positions, int size) {
+      return positions.AllOf([&](float v) { return !window_.Misses(TapOrigin(v), size); });
+    };
+    if (!has_taps(columns_, source_.width) || !has_taps(positions_, source_.height)) return false;
     tile_.taps = taps_;
     tile_.channels = channels_;
     tile_.row_bytes = source_.Columns() * static_cast<int64_t>(channels_);
@@ -247,9 +257,11 @@ class TileInterpolator {
     tile_.columns = taps_ == kMaxTaps && channels_ > 1 ? kMaxTileColumns / 4 : kMaxTileColumns;
     plane_size_ = taps_ * channels_ * tile_.columns;
     planes_ = std::make_unique_for_overwrite<float[]>((kSlots + 1) * plane_size_ + kAlignment);
-    for (size_t y = 0; y < rows_.size(); y += kBandRows) {
-      const size_t end = std::min(y + kBandRows, rows_.size());
-      for (size_t x = 0; x < columns_.size(); x += tile_.columns) RunTile(x, y, end);
+    for (band_ = 0; band_ < positions_.size(); band_ += kBandRows) {
+      rows_.resize(static_cast<size_t>(std::min(kBandRows, positions_.size() - band_)));
+      for (size_t y = 0; y < rows_.size(); ++y) DescribeRow(y);
+      const auto columns = static_cast<int64_t>(tile_.columns);
+      for (int64_t x = 0; x < columns_.size(); x += columns) RunTile(x);
     }
     return true;
   }
@@ -257,7 +269,7 @@ class TileInterpolator {
  private:
   /// Rows that tiles go down: each lies in a page of its own, and the processor remembers where
   /// some two thousand pages are.
-  static constexpr size_t kBandRows = 1200;
+  static constexpr int64_t kBandRows = 1200;
   /// Slots for source rows: more than the taps of one destination row, for others nearby.
   static constexpr int kSlots = 16;
   static constexpr size_t kAlignment = 16;
@@ -272,9 +284,10 @@ class TileInterpolator {
     bool with_alpha;       // whether its samples have alpha
   };
 
-  void DescribeRow(size_t y, float position) {
+  /// Row `y` of the band.
+  void DescribeRow(size_t y) {
+    const float position = positions_[band_ + static_cast<int64_t>(y)];
     const int origin = TapOrigin(position);
-    misses_ = misses_ || window_.Misses(origin, source_.height);
     rows_[y] = {int64_t{origin} + window_.first, &row_weights_[y * taps_],
                 taps_ == kMaxTaps || window_.Inside(origin, source_.height)};
     TapWeights(window_, kernel_, position, origin, &row_weights_[y * taps_]);
@@ -283,13 +296,14 @@ class TileInterpolator {
     if (std::equal(weights, weights + taps_, rows_[y].weights)) rows_[y].weights = weights;
   }
 
-  void DescribeTile(size_t first) {
+  void DescribeTile(int64_t first) {
     const uint8_t outside[] = {BlueOf(outside_), GreenOf(outside_), RedOf(outside_),
                                AlphaOf(outside_)};
     std::copy(std::begin(outside), std::end(outside), tile_.outside);
     for (size_t i = 0; i < tile_.columns; ++i) {
       // The last tile repeats its last column.
-      const float position = columns_[std::min(first + i, columns_.size() - 1)];
+      const float position =
+          columns_[std::min(first + static_cast<int64_t>(i), columns_.size() - 1)];
       const int origin = TapOrigin(position);
       float weights[kMaxTaps];
       TapWeights(window_, kernel_, position, origin, weights);
@@ -303,11 +317,11 @@ class TileInterpolator {
       const bool with_alpha = taps_ == kMaxTaps || window_.Inside(origin, source_.width);
       tile_.alpha_mask[i] = with_alpha ? 255 : 0;
     }
-    const auto clamped = [&](size_t i, int tap) {
+    const auto clamped = [&](int64_t i, int tap) {
       const int64_t column = int64_t{TapOrigin(columns_[i])} + window_.first + tap;
       return std::clamp<int64_t>(column, 0, source_.width - 1) * static_cast<int64_t>(channels_);
     };
-    const size_t last = std::min(first + tile_.columns, columns_.size()) - 1;
+    const int64_t last = std::min(first + static_cast<int64_t>(tile_.columns), columns_.size()) - 1;
     first_byte_ = clamped(first, 0);
     read_bytes_ = clamped(last, window_.count - 1) - first_byte_ + static_cast<int64_t>(channels_);
   }
@@ -332,9 +346,10 @@ class TileInterpolator {
     return PlanesOf(slot);
   }
 
-  BlendRow RowOf(size_t y, size_t first_column) {
+  BlendRow RowOf(size_t y, int64_t first_column) {
     BlendRow row;
-    row.dest = dest_.Row(static_cast<int64_t>(y)) + first_column * channels_;
+    row.dest =
+        dest_.Row(band_ + static_cast<int64_t>(y)) + first_column * static_cast<int64_t>(channels_);
     if (y + kRowsAhead < rows_.size()) {
       Fetch<1>(row.dest + kRowsAhead * dest_.stride,
                static_cast<int64_t>(tile_.columns * channels_));
@@ -347,8 +362,8 @@ class TileInterpolator {
     return row;
   }
 
-  /// The columns from `first` on of the rows from `y` up to `end`.
-  void RunTile(size_t first, size_t y, size_t end) {
+  /// The columns from `first` on of the band.
+  void RunTile(int64_t first) {
     DescribeTile(first);
     std::ranges::fill(plane_rows_, kNoRow);
     float* const outside = PlanesOf(kSlots);
@@ -358,15 +373,15 @@ class TileInterpolator {
     const ResampleKernels& kernels = ActiveResampleKernels();
     const BlendPair blend_pair = kernels.blend_pair(taps_, channels_);
     const BlendBlock blend_block = kernels.blend_block(taps_, channels_);
-    const size_t count = std::min(tile_.columns, columns_.size() - first);
-    while (y < end) {
-      if (end - y >= 4 && IsBlock(y)) {
+    const size_t count = std::min(tile_.columns, static_cast<size_t>(columns_.size() - first));
+    for (size_t y = 0; y < rows_.size();) {
+      if (IsBlock(y)) {
         blend_block(
             {RowOf(y, first), RowOf(y + 1, first), RowOf(y + 2, first), RowOf(y + 3, first)}, tile_,
             count);
         y += 4;
       } else {
-        const size_t rows = end - y >= 2 && ShareSlots(y, y + 1) && !IsBlock(y + 1) ? 2 : 1;
+        const size_t rows = ShareSlots(y, y + 1) && !IsBlock(y + 1) ? 2 : 1;
         const BlendRow upper = RowOf(y, first);
         blend_pair({upper, rows == 1 ? upper : RowOf(y + 1, first)}, tile_, count);
         y += rows;
@@ -392,13 +407,14 @@ class TileInterpolator {
 
   const ImageView& source_;
   const ImageView& dest_;
-  const std::vector<float>& columns_;
+  const SamplePositions columns_;
+  const SamplePositions positions_;  // of rows
   const KernelFunction kernel_;
   const TapWindow window_;
   const size_t taps_;
   const size_t channels_;
   const uint32_t outside_;
-  bool misses_ = false;
+  int64_t band_ = 0;  // its first row
   std::vector<TapRow> rows_;
   std::vector<float> row_weights_;
   TileTaps tile_;
@@ -410,8 +426,8 @@ class TileInterpolator {
 };
 
 void Interpolate(const ImageView& source, const ImageView& dest, const Scale& scale, int method) {
-  const std::vector<float> columns = SamplePositions(dest.Columns(), scale.x);
-  const std::vector<float> rows = SamplePositions(dest.Rows(), scale.y);
+  const SamplePositions columns(dest.Columns(), scale.x);
+  const SamplePositions rows(dest.Rows(), scale.y);
   const InterpolationMethod& how = MethodOf(method);
   if (source.HasPixels() && (source.bit_count == 8 || source.bit_count >= 24)) {
     const bool picks = how.sampling == Sampling::kNearest || how.sampling == Sampling::kBilinear;
