@@ -1,7 +1,7 @@
 #include "filter/convolution_kernels.h"
 
-#include "filter/slide.h"
 #include "image/numeric.h"
+#include "image/slide.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -491,16 +491,16 @@ void WeighSquare(uint8_t* dest, const uint8_t* const* rows, const SquareWeights&
     sums.Add(Once(Load(rows[2] + k)), zero, lower);
     return sums;
   };
-  SlideThree<kStep>(dest, count, column,
-                    [&](size_t k, const Words& left, const Words& centre, const Words& right) {
-                      Accumulator sums;
-                      sums.Add(left, across[0]);
-                      sums.Add(centre, across[1]);
-                      sums.Add(right, across[2]);
-                      if (has_middle) sums.Add(Once(Load(rows[1] + k + kStep)), zero, middle);
-                      const Vector bytes = quotients(sums);
-                      return kStep == 4 ? JoinAlpha(bytes, Load(rows[2] + k + 2 * kStep)) : bytes;
-                    });
+  Slide<3, kStep>(dest, count, column,
+                  [&](size_t k, const Words& left, const Words& centre, const Words& right) {
+                    Accumulator sums;
+                    sums.Add(left, across[0]);
+                    sums.Add(centre, across[1]);
+                    sums.Add(right, across[2]);
+                    if (has_middle) sums.Add(Once(Load(rows[1] + k + kStep)), zero, middle);
+                    const Vector bytes = quotients(sums);
+                    return kStep == 4 ? JoinAlpha(bytes, Load(rows[2] + k + 2 * kStep)) : bytes;
+                  });
 }
 
 void Square(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights, size_t count) {

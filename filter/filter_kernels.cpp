@@ -1,7 +1,7 @@
 #include "filter/filter_kernels.h"
 
 #include "filter/each_byte.h"
-#include "filter/slide.h"
+#include "image/slide.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -272,7 +272,7 @@ void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
   const uint8_t* const b = rows[1];
   const uint8_t* const c = rows[2];
 #ifdef QEL_HAS_COLOUR_VECTORS
-  SlideThree<kStep>(
+  Slide<3, kStep>(
       dest, count,
       [=](size_t k) { return Extremum::Of(Extremum::Of(Load(a + k), Load(b + k)), Load(c + k)); },
       [=](size_t k, Vector left, Vector middle, Vector right) {
@@ -292,7 +292,7 @@ void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
 template <size_t kStep>
 void Spread3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
 #ifdef QEL_HAS_COLOUR_VECTORS
-  SlideThree<kStep>(
+  Slide<3, kStep>(
       dest, count,
       [=](size_t k) {
         const Vector a = Load(rows[0] + k);

@@ -4,7 +4,7 @@
 
 #include "filter/byte_lanes.h"
 #include "filter/middle_network.h"
-#include "filter/slide.h"
+#include "image/slide.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -172,7 +172,7 @@ inline Sorted<Words> Later(Sorted<Words> taps, int columns) {
 }
 
 void MiddleKeys3(uint8_t* keys, const uint8_t* const* rows, size_t count) {
-  SlideThree<1>(
+  Slide<3, 1>(
       keys, count,
       [=](size_t k) {
         return Sorted<Plain>({Load(rows[0] + k)}, {Load(rows[1] + k)}, {Load(rows[2] + k)});
@@ -183,7 +183,7 @@ void MiddleKeys3(uint8_t* keys, const uint8_t* const* rows, size_t count) {
 }
 
 void MiddleTaps3(uint8_t* taps, const uint8_t* const* rows, size_t count) {
-  SlideThree<1>(
+  Slide<3, 1>(
       taps, count,
       [=](size_t k) {
         return Sorted<Words>(Placed(Load(rows[0] + k), 0), Placed(Load(rows[1] + k), 1),
@@ -513,7 +513,8 @@ void SlideWindows(uint8_t* keys, uint16_t* below, const uint8_t* columns, size_t
   }
 }
 
-void Slide(uint8_t* keys, uint16_t* below, const uint8_t* columns, size_t size, size_t count) {
+void SlideColumns(uint8_t* keys, uint16_t* below, const uint8_t* columns, size_t size,
+                  size_t count) {
   const auto function = below != nullptr ? &SlideWindows<true> : &SlideWindows<false>;
   function(keys, below, columns, size, count);
 }
@@ -560,7 +561,7 @@ constinit const MedianKernels kMedianKernels = {
     .copy_taps3 = CopyTaps3,
     .copy_taps4 = CopyTaps4,
     .recount = &Recount,
-    .slide = &Slide,
+    .slide = &SlideColumns,
     .find_columns = &FindColumns,
     .find_column = &FindColumn,
     .find_equal = &FindEqual,

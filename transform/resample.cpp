@@ -10,6 +10,7 @@
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 #include "module/result_image.h"
+#include "transform/box_kernels.h"
 #include "transform/fetch.h"
 #include "transform/image_transform.h"
 #include "transform/picker.h"
@@ -135,7 +136,7 @@ void AverageBoxes(const ImageView& source, const ImageView& dest, const Scale& s
   const Picker picker(BoxOffsets(dest.Columns(), scale, pixel_bytes), pixel_bytes, true);
   const std::vector<int64_t>& offsets = picker.offsets();
   const auto count = static_cast<size_t>(offsets.back() + box.columns * pixel_bytes);
-  const ResampleKernels& kernels = ActiveResampleKernels();
+  const BoxMeanKernels& kernels = ActiveBoxMeanKernels();
   if (box.area == 1 || box.area > kLargestSmallBox) {
     std::vector<uint32_t> sums(box.area == 1 ? 0 : count);
     for (int64_t y = 0; y < dest.Rows(); ++y) {
@@ -150,13 +151,18 @@ void AverageBoxes(const ImageView& source, const ImageView& dest, const Scale& s
     return;
   }
   const SmallBox small = SmallBoxOf(box);
-  std::vector<uint16_t> scratch(3 * count);
+  // Rows go in parts whose sums stay in the nearest cache.
+  constexpr size_t kPart = 2048;
+  const size_t reach = (small.columns - 1) * small.pixel_bytes;
+  uint16_t scratch[3 * (kPart + kLargestSmallBox * kMaxChannels)];
   std::vector<uint8_t> means(count);
   for (int64_t y = 0; y < dest.Rows(); ++y) {
     const int64_t row = RowOffset(y, scale, source.stride);
     const int64_t ahead = RowOffset(y + 1, scale, source.stride) - row;
-    kernels.box_means(means.data(), source.bits + row, source.stride, ahead, count, small,
-                      scratch.data());
+    for (size_t i = 0; i + reach < count; i += kPart) {
+      kernels.box_means(means.data() + i, source.bits + row + i, source.stride, ahead,
+                        std::min(kPart + reach, count - i), small, scratch);
+    }
     picker.Pick(dest.Row(y), means.data());
   }
 }

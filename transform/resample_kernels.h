@@ -23,18 +23,6 @@ struct PickPlan {
   bool keep_alpha;          ///< leave the fourth byte of pixels as it is
 };
 
-/// Sizes of a box whose sums fit 16 bits, and the division by its area: sum * factor >> 16 >>
-/// shift.
-struct SmallBox {
-  size_t columns;
-  size_t rows;
-  size_t pixel_bytes;
-  uint16_t factor;
-  uint16_t shift;
-};
-/// The largest area of a `SmallBox`: the reciprocal is exact for sums of so many bytes.
-inline constexpr uint32_t kLargestSmallBox = 128;
-
 /// Output columns that are interpolated together: whole vectors of every level.
 inline constexpr size_t kMaxTileColumns = 64;
 inline constexpr size_t kMaxTapCount = 12;
@@ -74,14 +62,6 @@ struct ResampleKernels {
   void (*pick2)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
   void (*pick3)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
   void (*pick4)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
-
-  /// means[i] = mean of the box whose first byte is source[i], for each byte i from which the
-  /// box ends within `count` bytes. `scratch` has room for 3 * `count` values.
-  void (*box_means)(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead,
-                    size_t count, const SmallBox& box, uint16_t* scratch);
-  /// sums[i] = sum of source[i] in `rows` rows, modulo 2^32.
-  void (*sum_rows)(uint32_t* sums, const uint8_t* source, int64_t stride, size_t count,
-                   size_t rows);
 
   /// Makes 4-byte pixels opaque.
   void (*make_opaque)(uint8_t* row, size_t count);

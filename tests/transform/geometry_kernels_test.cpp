@@ -2,6 +2,7 @@
 
 #include "tests/support/guarded_memory.h"
 #include "tests/support/module_under_test.h"
+#include "transform/box_kernels.h"
 #include "transform/depth_kernels.h"
 #include "transform/orientation_kernels.h"
 #include "transform/resample_kernels.h"

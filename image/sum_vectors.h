@@ -1,5 +1,5 @@
-#ifndef QEL_FILTER_SUM_VECTORS_H_
-#define QEL_FILTER_SUM_VECTORS_H_
+#ifndef QEL_IMAGE_SUM_VECTORS_H_
+#define QEL_IMAGE_SUM_VECTORS_H_
 
 #include "image/colour_vectors.h"
 
@@ -77,4 +77,4 @@ inline Vector ScaleInDouble(Vector dwords, double factor) {
 }  // namespace qel::QEL_LEVEL
 
 #endif
-#endif  // QEL_FILTER_SUM_VECTORS_H_
+#endif  // QEL_IMAGE_SUM_VECTORS_H_

@@ -1,11 +1,11 @@
-#ifndef QEL_FILTER_SLIDE_H_
-#define QEL_FILTER_SLIDE_H_
+#ifndef QEL_IMAGE_SLIDE_H_
+#define QEL_IMAGE_SLIDE_H_
 
-#include "filter/sum_vectors.h"
+#include "image/sum_vectors.h"
 
-// Windows of three columns whose columns are reduced once each: a vector of them is kept while the
-// next one is made, and the neighbours are shifted in from there. Loading them again from where
-// they lie would touch most lines of the cache twice. Everything has internal linkage.
+// Windows of two or three columns whose columns are reduced once each: a vector of them is kept
+// while the next one is made, and the neighbours are shifted in from there. Loading them again from
+// where they lie would touch most lines of the cache twice. Everything has internal linkage.
 
 #ifdef QEL_HAS_COLOUR_VECTORS
 
@@ -78,21 +78,26 @@ inline Vector JoinAlpha(Vector colours, Vector alphas) {
 #endif
 }
 
-/// dest[i] = finish(i, column(i), column(i + kStep), column(i + 2 * kStep)) for `count` bytes. What
-/// `column` gives stands for a vector of bytes and can be shifted; `finish` gives a vector. Reads a
-/// whole vector of columns where there are fewer.
-template <size_t kStep, typename Column, typename Finish>
-inline void SlideThree(uint8_t* dest, size_t count, const Column& column, const Finish& finish) {
+/// dest[i] = finish(i, column(i), column(i + kStep), ...) of `kTaps` columns, 2 or 3, for `count`
+/// bytes. What `column` gives stands for a vector of bytes and can be shifted; `finish` gives a
+/// vector. Reads a whole vector of columns where there are fewer.
+template <size_t kTaps, size_t kStep, typename Column, typename Finish>
+inline void Slide(uint8_t* dest, size_t count, const Column& column, const Finish& finish) {
+  static_assert(kTaps == 2 || kTaps == 3);
   const auto finish_at = [&](size_t k) {
-    return finish(k, column(k), column(k + kStep), column(k + 2 * kStep));
+    if constexpr (kTaps == 2) return finish(k, column(k), column(k + kStep));
+    if constexpr (kTaps == 3) return finish(k, column(k), column(k + kStep), column(k + 2 * kStep));
   };
   if (count < kVectorBytes) return StoreFirst(dest, finish_at(0), count);
   auto here = column(0);
   size_t k = 0;
   // The columns of the next vector must lie within reach.
-  for (; k + 2 * kVectorBytes <= count + 2 * kStep; k += kVectorBytes) {
+  for (; k + 2 * kVectorBytes <= count + (kTaps - 1) * kStep; k += kVectorBytes) {
     const auto next = column(k + kVectorBytes);
-    Store(dest + k, finish(k, here, Shifted<kStep>(here, next), Shifted<2 * kStep>(here, next)));
+    if constexpr (kTaps == 2) Store(dest + k, finish(k, here, Shifted<kStep>(here, next)));
+    if constexpr (kTaps == 3) {
+      Store(dest + k, finish(k, here, Shifted<kStep>(here, next), Shifted<2 * kStep>(here, next)));
+    }
     here = next;
   }
   if (k + kVectorBytes <= count) Store(dest + k, finish_at(k));
@@ -104,4 +109,4 @@ inline void SlideThree(uint8_t* dest, size_t count, const Column& column, const 
 }  // namespace qel::QEL_LEVEL
 
 #endif
-#endif  // QEL_FILTER_SLIDE_H_
+#endif  // QEL_IMAGE_SLIDE_H_
