@@ -309,16 +309,6 @@ inline void StoreBytes(uint8_t* dest, Vector bytes, size_t count) {
   }
 }
 
-/// Stores bytes(k) at dest + k, vector by vector. The last one overlaps the one before it where
-/// there are enough.
-template <typename Bytes>
-inline void StoreVectors(uint8_t* dest, size_t count, const Bytes& bytes) {
-  if (count < kVector) return StoreFirst(dest, bytes(0), count);
-  size_t k = 0;
-  for (; k + kVector <= count; k += kVector) Store(dest + k, bytes(k));
-  if (k < count) Store(dest + count - kVector, bytes(count - kVector));
-}
-
 /// Two neighbours at a time: their bytes are interleaved, widened and summed in pairs. Interleaving
 /// within 128-bit parts gives the sums the order that packing undoes.
 template <bool kInSingle>
@@ -453,6 +443,7 @@ void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& we
       weights.alpha != nullptr ? rows[weights.alpha->row] + weights.alpha->offset : nullptr;
   const ShortQuotients<kSums> quotients(weights.finish);
   StoreVectors(dest, count, [&](size_t k) {
+    FetchAhead<kVector>(right[pairs - 1] + k);
     Accumulator sums;
     for (size_t i = 0; i < pairs; ++i) {
       sums.Add(Once(Load(left[i] + k)), Once(Load(right[i] + k)), words[i]);
@@ -486,6 +477,7 @@ void WeighSquare(uint8_t* dest, const uint8_t* const* rows, const SquareWeights&
   const bool has_middle = weights.middle != 0;
   const ShortQuotients<kSums> quotients(weights.finish);
   const auto column = [&](size_t k) -> Words {
+    FetchAhead<kVector>(rows[2] + k);
     Accumulator sums;
     sums.Add(Once(Load(rows[0] + k)), Once(Load(rows[1] + k)), upper);
     sums.Add(Once(Load(rows[2] + k)), zero, lower);

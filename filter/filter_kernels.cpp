@@ -274,7 +274,10 @@ void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
 #ifdef QEL_HAS_COLOUR_VECTORS
   Slide<3, kStep>(
       dest, count,
-      [=](size_t k) { return Extremum::Of(Extremum::Of(Load(a + k), Load(b + k)), Load(c + k)); },
+      [=](size_t k) {
+        FetchAhead<kVectorBytes>(c + k);
+        return Extremum::Of(Extremum::Of(Load(a + k), Load(b + k)), Load(c + k));
+      },
       [=](size_t k, Vector left, Vector middle, Vector right) {
         const Vector square = Extremum::Of(Extremum::Of(left, middle), right);
         return kStep == 4 ? JoinAlpha(square, Load(c + k + 2 * kStep)) : square;
@@ -295,6 +298,7 @@ void Spread3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
   Slide<3, kStep>(
       dest, count,
       [=](size_t k) {
+        FetchAhead<kVectorBytes>(rows[2] + k);
         const Vector a = Load(rows[0] + k);
         const Vector b = Load(rows[1] + k);
         const Vector c = Load(rows[2] + k);
@@ -362,26 +366,51 @@ inline uint8_t Keep(uint8_t kept, uint8_t centre, uint8_t neighbour) {
   return neighbour > limit ? neighbour : kept;
 }
 
+#ifdef QEL_HAS_COLOUR_VECTORS
+
+inline Vector Keep(Vector kept, Vector centre, Vector neighbour) {
+  const Vector limit = AddUnsigned(kept, centre);
+#ifdef QEL_LEVEL_avx2
+  const Vector not_above = _mm256_cmpeq_epi8(SubtractUnsigned(neighbour, limit), FillBytes(0));
+  return _mm256_blendv_epi8(neighbour, kept, not_above);
+#else
+  return _mm512_mask_mov_epi8(kept, _mm512_cmpgt_epu8_mask(neighbour, limit), neighbour);
+#endif
+}
+
+#endif
+
 void Contour(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes) {
   const uint8_t* const above = rows[0];
   const uint8_t* const level = rows[1];
   const uint8_t* const below = rows[2];
   const size_t next = sample_bytes;
   const size_t last = 2 * sample_bytes;
+  // Column by column; the centre itself never exceeds itself.
+  const auto trace = [=](size_t k, auto kept, auto load) {
+    const auto centre = load(level + k + next);
+    kept = Keep(kept, centre, load(above + k));
+    kept = Keep(kept, centre, load(level + k));
+    kept = Keep(kept, centre, load(below + k));
+    kept = Keep(kept, centre, load(above + k + next));
+    kept = Keep(kept, centre, load(below + k + next));
+    kept = Keep(kept, centre, load(above + k + last));
+    kept = Keep(kept, centre, load(level + k + last));
+    return Keep(kept, centre, load(below + k + last));
+  };
+#ifdef QEL_HAS_COLOUR_VECTORS
+  StoreVectors(dest, count, [&](size_t k) {
+    FetchAhead<kVectorBytes>(below + k);
+    const Vector traced = ~trace(k, FillBytes(0), [](const uint8_t* at) { return Load(at); });
+    return sample_bytes == 4 ? JoinAlpha(traced, Load(level + k + next)) : traced;
+  });
+#else
   ForEachByte(dest, count, [=](size_t k, uint8_t) {
-    const uint8_t centre = level[k + next];
-    uint8_t kept = 0;
-    // Column by column; the centre itself never exceeds itself.
-    kept = Keep(kept, centre, above[k]);
-    kept = Keep(kept, centre, level[k]);
-    kept = Keep(kept, centre, below[k]);
-    kept = Keep(kept, centre, above[k + next]);
-    kept = Keep(kept, centre, below[k + next]);
-    kept = Keep(kept, centre, above[k + last]);
-    kept = Keep(kept, centre, level[k + last]);
-    kept = Keep(kept, centre, below[k + last]);
+    const uint8_t kept = trace(k, uint8_t{0}, [](const uint8_t* at) { return *at; });
     return static_cast<uint8_t>(~kept);
   });
+  TakeAlpha(dest, level + next, sample_bytes, count);
+#endif
 }
 
 }  // namespace

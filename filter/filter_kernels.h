@@ -41,7 +41,8 @@ struct FilterKernels {
   /// 4-byte pixels with the colours of one row and the fourth bytes of another.
   void (*with_alpha)(uint8_t* dest, const uint8_t* colours, const uint8_t* alphas, size_t pixels);
   /// The inverted contour of samples: `rows` are the three rows about `dest`, each beginning one
-  /// sample of `sample_bytes` to the left.
+  /// sample of `sample_bytes` to the left. The fourth bytes of samples of four are those of the
+  /// middle. Fewer bytes than a vector has are read as a vector.
   void (*contour)(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes);
 };
 

@@ -166,13 +166,6 @@ class StripReducer {
       strip_.Prefetch(y, reach_.after);
       std::copy(rows + 1, rows + size, rows);
       rows[size - 1] = strip_.Read(y + reach_.after, slot(static_cast<size_t>(y) % size));
-      if (size == 3 && count_ == 2) {
-        strip_.WriteParts(y, [&](uint8_t* dest, size_t first, size_t bytes) {
-          const uint8_t* const here[] = {rows[0] + first, rows[1] + first, rows[2] + first};
-          ActiveFilterKernels().spread(dest, here, strip_.Step(), bytes);
-        });
-        continue;
-      }
       Write(y, [&](size_t e, uint8_t* dest, size_t first, size_t bytes) {
         const uint8_t* here[kFewRows];
         for (size_t j = 0; j < size; ++j) here[j] = rows[j] + first;
@@ -295,6 +288,19 @@ class StripReducer {
   Extremum extrema_[2];
 };
 
+/// Windows of 3 x 3.
+void ReduceSquares(const SourceRows& source, DestRows& out,
+                   std::span<const ExtremumKernels* const> kernels) {
+  const auto step = static_cast<size_t>(source.sample_bytes());
+  ForEachRowOfSquares(source, out, [&](uint8_t* dest, const uint8_t* const* rows, size_t bytes) {
+    if (kernels.size() == 2) {
+      ActiveFilterKernels().spread(dest, rows, step, bytes);
+    } else {
+      kernels[0]->square(dest, rows, 3, step, bytes, nullptr);
+    }
+  });
+}
+
 void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
                    std::span<const ExtremumKernels* const> kernels) {
   const bool whole_pixels =
@@ -317,6 +323,10 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
   }
   // Windows bring the alpha of their last sample with them.
   out.KeepAlpha();
+  if (size == 3) {
+    ReduceSquares(rows, out, kernels);
+    return;
+  }
   const auto columns_of = [&](int64_t scratch_rows) {
     const auto bytes =
         static_cast<int64_t>(kScratchBytes) / scratch_rows - int64_t{kRowSlack} - 128;

@@ -254,6 +254,33 @@ void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& 
   }
 }
 
+/// Calls row_function(dest, rows, bytes) for every output row of windows of 3 x 3 samples, or parts
+/// of it; `rows` are the rows of the windows from the first window on.
+template <typename RowFunction>
+void ForEachRowOfSquares(const SourceRows& source, DestRows& out, RowFunction&& row_function) {
+  constexpr int kRows = 3;
+  alignas(64) uint8_t scratch[kScratchBytes];
+  const auto bytes = static_cast<int64_t>(kScratchBytes / kRows - kRowSlack - 128);
+  const int64_t assembled = bytes / source.sample_bytes() - (kRows - 1);
+  ForEachStrip(source, out, {-1, kRows}, {assembled, kTileColumns}, 0, [&](Strip& strip) {
+    const size_t pitch = ScratchPitch(strip.InBytes());
+    const auto read = [&](int64_t y) {
+      return strip.Read(y, scratch + static_cast<size_t>((y + kRows) % kRows) * pitch);
+    };
+    const uint8_t* rows[kRows] = {nullptr, read(-1), read(0)};
+    for (int64_t y = 0; y < strip.Rows(); ++y) {
+      strip.Prefetch(y, 1);
+      rows[0] = rows[1];
+      rows[1] = rows[2];
+      rows[2] = read(y + 1);
+      strip.WriteParts(y, [&](uint8_t* dest, size_t first, size_t part) {
+        const uint8_t* const here[kRows] = {rows[0] + first, rows[1] + first, rows[2] + first};
+        row_function(dest, here, part);
+      });
+    }
+  });
+}
+
 /// Stores `colour` in every pixel.
 void FillPixels(const ImageView& dest, uint32_t colour);
 

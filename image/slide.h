@@ -67,6 +67,16 @@ inline void StoreFirst(uint8_t* dest, Vector bytes, size_t count) {
   __builtin_memcpy(dest, all, count);
 }
 
+/// Stores bytes(k) at dest + k, vector by vector. The last one overlaps the one before it where
+/// there are enough.
+template <typename Bytes>
+inline void StoreVectors(uint8_t* dest, size_t count, const Bytes& bytes) {
+  if (count < kVectorBytes) return StoreFirst(dest, bytes(0), count);
+  size_t k = 0;
+  for (; k + kVectorBytes <= count; k += kVectorBytes) Store(dest + k, bytes(k));
+  if (k < count) Store(dest + count - kVectorBytes, bytes(count - kVectorBytes));
+}
+
 /// Of 4-byte pixels: the colours of one vector with the fourth bytes of another.
 inline Vector JoinAlpha(Vector colours, Vector alphas) {
   const Vector mask = FillDwords(0xFF000000u);
