@@ -272,7 +272,7 @@ class CountedMedian {
         columns_(source, size) {
     const int64_t windows = std::min(dest.Columns(), kStripColumns);
     const auto extended = static_cast<size_t>(windows + size - 1);
-    const size_t counts = extended * kCountBytes + kCountSlack;
+    const size_t counts = extended * kCountBytes;
     const size_t keys = colours_ ? columns_.BytesFor(static_cast<int64_t>(extended)) : 0;
     memory_.reset(new (std::nothrow) uint8_t[counts + keys + 2 * extended]);
     counts_ = memory_.get();
@@ -310,11 +310,11 @@ class CountedMedian {
     for (int64_t row = 0; row < reach_.after; ++row) Replace(row, -1);
     for (int64_t y = 0; y < dest_.Rows(); ++y) {
       Replace(y + reach_.after, y - reach_.before - 1);
-      ActiveMedianKernels().slide(middle_, colours_ ? below_ : nullptr, counts_,
+      ActiveMedianKernels().slide(middle_, colours_ ? places_ : nullptr, counts_,
                                   static_cast<size_t>(size_), static_cast<size_t>(count));
       uint8_t* const to = dest_.Row(y);
       if constexpr (Codec::kDirect) {
-        ActiveMedianKernels().find_columns(found_, numbers_, middle_, below_, counts_,
+        ActiveMedianKernels().find_columns(found_, numbers_, middle_, places_, counts_,
                                            static_cast<size_t>(size_), static_cast<size_t>(count));
         columns_.Enter(y);
       }
@@ -352,9 +352,9 @@ class CountedMedian {
   uint8_t* keys_;
   uint8_t* entering_;
   uint8_t* leaving_;
-  // Of each window: the wanted key, how many taps lie below it, and where its tap is found.
+  // Of each window: the wanted key, its tap's place in the window, and where that is found.
   uint8_t middle_[kStripColumns];
-  uint16_t below_[kStripColumns];
+  TapPlace places_[kStripColumns];
   uint8_t found_[kStripColumns];
   uint8_t numbers_[kStripColumns];
 };

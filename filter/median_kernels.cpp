@@ -495,46 +495,60 @@ class WindowCounts {
 #endif
 
 /// The wanted key is as large as there are keys up to which lie at most the wanted number of taps.
-template <bool kWantsBelow>
-void SlideWindows(uint8_t* keys, uint16_t* below, const uint8_t* columns, size_t size,
+template <bool kWantsPlaces>
+void SlideWindows(uint8_t* keys, TapPlace* places, const uint8_t* columns, size_t size,
                   size_t count) {
   WindowCounts window;
   for (size_t i = 0; i < size; ++i) window.Add(columns + i * kCountBytes);
-  const auto middle = WindowCounts::Limit(size * size / 2);
+  const size_t middle = size * size / 2;
+  const auto limit = WindowCounts::Limit(middle);
   alignas(64) uint16_t counts[kCountBytes];
   for (size_t x = 0; x < count; ++x, columns += kCountBytes) {
-    const size_t key = window.AtMost(middle);
+    const size_t key = window.AtMost(limit);
     keys[x] = static_cast<uint8_t>(key);
-    if constexpr (kWantsBelow) {
+    if constexpr (kWantsPlaces) {
       window.Store(counts);
-      below[x] = key > 0 ? counts[key - 1] : 0;
+      const uint32_t below = key > 0 ? counts[key - 1] : 0;
+      places[x] = {static_cast<uint16_t>(middle - below),
+                   static_cast<uint16_t>(counts[key] - below)};
     }
     if (x + 1 < count) window.Replace(columns + size * kCountBytes, columns);
   }
 }
 
-void SlideColumns(uint8_t* keys, uint16_t* below, const uint8_t* columns, size_t size,
+void SlideColumns(uint8_t* keys, TapPlace* places, const uint8_t* columns, size_t size,
                   size_t count) {
-  const auto function = below != nullptr ? &SlideWindows<true> : &SlideWindows<false>;
-  function(keys, below, columns, size, count);
+  const auto function = places != nullptr ? &SlideWindows<true> : &SlideWindows<false>;
+  function(keys, places, columns, size, count);
 }
 
-/// The first column beyond which lie more than `rest` taps of `key`; `rest` becomes the number of
-/// the tap within it.
-inline size_t ColumnOfTap(const uint8_t* columns, size_t key, uint32_t& rest) {
-  for (size_t column = 0;; ++column, columns += kCountBytes) {
-    const auto taps = static_cast<uint32_t>(columns[key] - (key > 0 ? columns[key - 1] : 0));
-    if (rest < taps) return column;
-    rest -= taps;
+/// Goes through the columns of a window from the nearer end.
+inline void FindColumnOf(uint8_t& found, uint8_t& number, const uint8_t* columns, size_t key,
+                         const TapPlace& place, size_t size) {
+  const auto taps_of = [&](size_t column) {
+    const uint8_t* const counts = columns + column * kCountBytes + key;
+    return static_cast<uint32_t>(counts[0] - (key > 0 ? counts[-1] : 0));
+  };
+  if (2u * place.number < place.taps) {
+    size_t column = 0;
+    uint32_t rest = place.number;
+    for (uint32_t taps = taps_of(0); rest >= taps; taps = taps_of(++column)) rest -= taps;
+    found = static_cast<uint8_t>(column);
+    number = static_cast<uint8_t>(rest);
+    return;
   }
+  size_t column = size - 1;
+  uint32_t after = place.taps - 1u - place.number;
+  uint32_t taps = taps_of(column);
+  for (; after >= taps; taps = taps_of(--column)) after -= taps;
+  found = static_cast<uint8_t>(column);
+  number = static_cast<uint8_t>(taps - 1 - after);
 }
 
-void FindColumns(uint8_t* found, uint8_t* numbers, const uint8_t* keys, const uint16_t* below,
+void FindColumns(uint8_t* found, uint8_t* numbers, const uint8_t* keys, const TapPlace* places,
                  const uint8_t* columns, size_t size, size_t count) {
   for (size_t x = 0; x < count; ++x, columns += kCountBytes) {
-    uint32_t rest = static_cast<uint32_t>(size * size / 2) - below[x];
-    found[x] = static_cast<uint8_t>(ColumnOfTap(columns, keys[x], rest));
-    numbers[x] = static_cast<uint8_t>(rest);
+    FindColumnOf(found[x], numbers[x], columns, keys[x], places[x], size);
   }
 }
 

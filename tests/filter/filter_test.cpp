@@ -115,6 +115,33 @@ TEST_P(Filters, ConvolutionEqualsItsOracle) {
   }
 }
 
+// Products of a column and a row but for the middle, up to where sums leave 16 bits.
+TEST_P(Filters, SquaresOfFewWeightsEqualTheirOracle) {
+  for (uint64_t round = 0; round < 300 && !HasFailure(); ++round) {
+    Rng rng(round);
+    const int size = rng.OneIn(4) ? 5 : 3;
+    const int most = rng.OneIn(2) ? 3 : 64;
+    const int lowest = rng.OneIn(2) ? 0 : -most;
+    int down[3], across[3];
+    for (int& weight : down) weight = rng.Int(lowest, most);
+    for (int& weight : across) weight = rng.Int(lowest < 0 ? -2 : 0, most == 3 ? 8 : 2);
+    std::vector<int> kernel(static_cast<size_t>(size * size));
+    const int first = size / 2 - 1;
+    for (int i = 0; i < 9; ++i) {
+      kernel[static_cast<size_t>((first + i / 3) * size + first + i % 3)] =
+          down[i / 3] * across[i % 3];
+    }
+    kernel[static_cast<size_t>(size * size / 2)] += rng.OneIn(3) ? 0 : rng.Int(-128, 127);
+    Raster image = AnyImage(rng, rng.OneIn(9) ? 1100 : 150, 6);
+    const bool glaring = rng.OneIn(2);
+    for (int y = 0; glaring && y < image.height; ++y) {
+      for (int i = 0; i < image.RowBytes(); ++i) image.Row(y)[i] = rng.OneIn(3) ? 0 : 255;
+    }
+    ExpectConvolution(image, kernel, size, AnyDivisor(rng, kernel),
+                      rng.OneIn(2) ? 0 : rng.Int(-300, 300));
+  }
+}
+
 TEST_P(Filters, ConvolutionWorksWhereTilesEndAndWindowsOutgrowThem) {
   Rng rng(2);
   for (const int depth : {4, 8, 24, 32}) {
