@@ -162,15 +162,16 @@ std::string Summary(const std::vector<Result>& results) {
   for (const Findings* findings : {&slower, &missed, &growing, &costly, &hungry}) {
     text += findings->Text();
   }
-  for (const char* kind : {"erode", "dilate", "edge"}) {
+  const auto compare = [&](const char* kind, std::initializer_list<std::pair<int, int>> pairs) {
     auto& sizes = flat[kind];
-    if (sizes[3] > 0) text += Format("- %s 31 / %s 3: %.2f\n", kind, kind, sizes[31] / sizes[3]);
-  }
-  auto& median = flat["median"];
-  if (median[3] > 0) {
-    text += Format("- median 5, 9, 15 / median 3: %.1f, %.1f, %.1f\n", median[5] / median[3],
-                   median[9] / median[3], median[15] / median[3]);
-  }
+    for (const auto& [larger, smaller] : pairs) {
+      if (sizes[larger] == 0 || sizes[smaller] == 0) continue;
+      text += Format("- %s %d / %s %d: %.2f\n", kind, larger, kind, smaller,
+                     sizes[larger] / sizes[smaller]);
+    }
+  };
+  for (const char* kind : {"erode", "dilate", "edge"}) compare(kind, {{15, 3}, {31, 15}});
+  compare("median", {{5, 3}, {9, 5}, {15, 9}, {31, 15}});
   return text + Availability(results);
 }
 
