@@ -202,6 +202,44 @@ inline size_t FindEqual(const uint8_t* keys, size_t length, uint8_t key, int64_t
 
 #endif
 
+/// Two vectors side by side: while one waits for its last sum, the other one goes on.
+class TwiceBytes {
+ public:
+  static constexpr size_t kLanes = 2 * Bytes::kLanes;
+  static TwiceBytes Load(const uint8_t* from) {
+    return {Bytes::Load(from), Bytes::Load(from + Bytes::kLanes)};
+  }
+  static TwiceBytes Set(size_t value) { return {Bytes::Set(value), Bytes::Set(value)}; }
+  void Store(uint8_t* to) const {
+    first_.Store(to);
+    second_.Store(to + Bytes::kLanes);
+  }
+  void AddBit(uint8_t bit) {
+    first_.AddBit(bit);
+    second_.AddBit(bit);
+  }
+  void CountBelow(const TwiceBytes& keys, const TwiceBytes& limits) {
+    first_.CountBelow(keys.first_, limits.first_);
+    second_.CountBelow(keys.second_, limits.second_);
+  }
+  void TakeWhereAtMost(const TwiceBytes& from, const TwiceBytes& counts, const TwiceBytes& most) {
+    first_.TakeWhereAtMost(from.first_, counts.first_, most.first_);
+    second_.TakeWhereAtMost(from.second_, counts.second_, most.second_);
+  }
+  void CountDown(const TwiceBytes& keys, const TwiceBytes& wanted, const TwiceBytes& place,
+                 TwiceBytes& found) {
+    first_.CountDown(keys.first_, wanted.first_, place.first_, found.first_);
+    second_.CountDown(keys.second_, wanted.second_, place.second_, found.second_);
+  }
+  void Subtract(const TwiceBytes& other) {
+    first_.Subtract(other.first_);
+    second_.Subtract(other.second_);
+  }
+
+  Bytes first_;
+  Bytes second_;
+};
+
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 

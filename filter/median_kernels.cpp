@@ -256,19 +256,20 @@ void Rank(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving
 
 /// The wanted keys, their lower bits one by one: a bit is set where at most the wanted number of
 /// taps lie below the key with that bit. `below` becomes the number of taps below the wanted key.
-inline Bytes WantedKeys(const uint8_t* const* rows, const RankRows& ranks, size_t size,
-                        size_t first, Bytes& below) {
-  const Bytes middle = Bytes::Set(size * size / 2);
+template <typename Lanes>
+inline Lanes WantedKeys(const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                        size_t first, Lanes& below) {
+  const Lanes middle = Lanes::Set(size * size / 2);
   const bool ranked = ranks.bits != 0;
-  Bytes wanted = ranked ? Bytes::Load(ranks.wanted + first) : Bytes::Set(0);
-  below = ranked ? Bytes::Load(ranks.below + first) : Bytes::Set(0);
+  Lanes wanted = ranked ? Lanes::Load(ranks.wanted + first) : Lanes::Set(0);
+  below = ranked ? Lanes::Load(ranks.below + first) : Lanes::Set(0);
   for (unsigned bit = 0x80u >> ranks.bits; bit != 0; bit >>= 1) {
-    Bytes limit = wanted;
+    Lanes limit = wanted;
     limit.AddBit(static_cast<uint8_t>(bit));
-    Bytes count = Bytes::Set(0);
+    Lanes count = Lanes::Set(0);
     for (size_t j = 0; j < size; ++j) {
       const uint8_t* const row = rows[j] + first;
-      for (size_t i = 0; i < size; ++i) count.CountBelow(Bytes::Load(row + i), limit);
+      for (size_t i = 0; i < size; ++i) count.CountBelow(Lanes::Load(row + i), limit);
     }
     wanted.TakeWhereAtMost(limit, count, middle);
     below.TakeWhereAtMost(count, count, middle);
@@ -276,44 +277,54 @@ inline Bytes WantedKeys(const uint8_t* const* rows, const RankRows& ranks, size_
   return wanted;
 }
 
-inline void StoreBytes(uint8_t* dest, const Bytes& bytes, size_t count) {
-  if (count >= Bytes::kLanes) {
-    bytes.Store(dest);
-    return;
+/// The wanted taps of the windows from `first` on.
+template <typename Lanes>
+inline Lanes WantedTaps(const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                        size_t first) {
+  Lanes below;
+  const Lanes wanted = WantedKeys<Lanes>(rows, ranks, size, first, below);
+  // The number of the tap among those that have the wanted key.
+  Lanes rest = Lanes::Set(size * size / 2);
+  rest.Subtract(below);
+  Lanes found = Lanes::Set(0);
+  for (size_t i = 0; i < size; ++i) {
+    for (size_t j = 0; j < size; ++j) {
+      rest.CountDown(Lanes::Load(rows[j] + first + i), wanted, Lanes::Set(i * size + j), found);
+    }
   }
-  alignas(64) uint8_t rest[Bytes::kLanes];
-  bytes.Store(rest);
-  for (size_t i = 0; i < count; ++i) dest[i] = rest[i];
+  return found;
+}
+
+/// Stores select(first, lanes) for `count` windows, two vectors at a time as long as there are.
+template <typename Select>
+inline void StoreSelected(uint8_t* dest, size_t count, const Select& select) {
+  size_t k = 0;
+  for (; k + TwiceBytes::kLanes <= count; k += TwiceBytes::kLanes) {
+    select(k, TwiceBytes()).Store(dest + k);
+  }
+  for (; k < count; k += Bytes::kLanes) {
+    alignas(64) uint8_t rest[Bytes::kLanes];
+    select(k, Bytes()).Store(rest);
+    __builtin_memcpy(dest + k, rest, count - k < Bytes::kLanes ? count - k : Bytes::kLanes);
+  }
 }
 
 void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
   if (size == 3) return MiddleKeys3(keys, rows, count);
   if (size == 5) return MiddleByNetwork<uint8_t, 5>(keys, rows, count);
-  for (size_t k = 0; k < count; k += Bytes::kLanes) {
-    Bytes below;
-    StoreBytes(keys + k, WantedKeys(rows, ranks, size, k, below), count - k);
-  }
+  StoreSelected(keys, count, [&]<typename Lanes>(size_t first, Lanes below) {
+    return WantedKeys<Lanes>(rows, ranks, size, first, below);
+  });
 }
 
 void SelectTap(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
   if (size == 3) return MiddleTaps3(taps, rows, count);
   if (size == 5) return MiddleByNetwork<uint16_t, 5>(taps, rows, count);
-  for (size_t k = 0; k < count; k += Bytes::kLanes) {
-    Bytes below;
-    const Bytes wanted = WantedKeys(rows, ranks, size, k, below);
-    // The number of the tap among those that have the wanted key.
-    Bytes rest = Bytes::Set(size * size / 2);
-    rest.Subtract(below);
-    Bytes found = Bytes::Set(0);
-    for (size_t i = 0; i < size; ++i) {
-      for (size_t j = 0; j < size; ++j) {
-        rest.CountDown(Bytes::Load(rows[j] + k + i), wanted, Bytes::Set(i * size + j), found);
-      }
-    }
-    StoreBytes(taps + k, found, count - k);
-  }
+  StoreSelected(taps, count, [&]<typename Lanes>(size_t first, Lanes) {
+    return WantedTaps<Lanes>(rows, ranks, size, first);
+  });
 }
 
 /// One pixel after the other.
