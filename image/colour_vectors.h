@@ -424,10 +424,14 @@ struct ChannelSums {
 constexpr int kThird = 21846;
 
 /// Rows that are walked in blocks, by the bytes of one unit. Blocks may read `kAhead` bytes past
-/// their units.
-template <size_t kBytes, size_t kAhead = 0>
+/// their units. With `kAlone` false, blocks read what they write to as well.
+template <size_t kBytes, size_t kAhead = 0, bool kAlone = true>
 struct From {
   static constexpr size_t kUnitBytes = kBytes;
+  /// The next page is fetched: with several streams, or where more is written than read, that costs
+  /// more than it gives.
+  template <size_t kToBytes>
+  static constexpr bool kFetched = kAlone&& kBytes >= kToBytes;
   const uint8_t* at;
 
   template <size_t kUnits>
@@ -458,9 +462,7 @@ inline void FetchAhead(const uint8_t* at) {
 template <size_t kUnits, size_t kToBytes, typename... Sources, typename Block>
 inline void WalkBlocks(size_t count, Block&& block, To<kToBytes> to, Sources... from) {
   for (; count >= kUnits; count -= kUnits) {
-    if constexpr (sizeof...(Sources) == 1 && (... && (Sources::kUnitBytes >= kToBytes))) {
-      // With several streams, or where writing takes longer than reading, it costs more than it
-      // gives.
+    if constexpr (sizeof...(Sources) == 1 && (... && Sources::template kFetched<kToBytes>)) {
       (FetchAhead<Sources::kUnitBytes * kUnits>(from.at), ...);
     }
     block(to.at, from.at...);

@@ -44,16 +44,22 @@ inline Vector ChooseByTest(Vector test, Vector clear, Vector set) {
 // Whole vectors are stored again: storing single bytes by masks is slow.
 
 void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
-  ForEachBlock<1, kVectorBytes>(dest, source, count, [](uint8_t* to, const uint8_t* from) {
-    const Vector old = Load(to);
-    Store(to, ChooseByTest(old, Load(from), old));
-  });
+  WalkBlocks<kVectorBytes>(
+      count,
+      [](uint8_t* to, const uint8_t* from) {
+        const Vector old = Load(to);
+        Store(to, ChooseByTest(old, Load(from), old));
+      },
+      To<1>{dest}, From<1, 0, false>{source});
 }
 void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
   const Vector values = FillBytes(value);
-  ForEachBlock<1, kVectorBytes>(dest, mask, count, [&](uint8_t* to, const uint8_t* from) {
-    Store(to, ChooseByTest(Load(from), Load(to), values));
-  });
+  WalkBlocks<kVectorBytes>(
+      count,
+      [&](uint8_t* to, const uint8_t* from) {
+        Store(to, ChooseByTest(Load(from), Load(to), values));
+      },
+      To<1>{dest}, From<1, 0, false>{mask});
 }
 
 #else
