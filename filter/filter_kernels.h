@@ -21,9 +21,9 @@ struct ExtremumKernels {
   /// of four are those of the last sample of each window in `row`.
   void (*advance)(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
                   uint8_t* combined, size_t size, size_t step, size_t count);
-  /// The same as `across` over the extremum of `size` rows; `columns` is a row for that. Fourth
-  /// bytes as of `advance`, from the last row. With size 3, a vector and its two neighbours are
-  /// read where there are fewer bytes than a vector has.
+  /// The same as `across` over the extremum of `size` rows; `columns` is a row for that, null for
+  /// size 3. Fourth bytes as of `advance`, from the last row. With size 3, a vector and its two
+  /// neighbours are read where there are fewer bytes than a vector has.
   void (*square)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
                  uint8_t* columns);
 };
