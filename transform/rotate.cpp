@@ -66,13 +66,28 @@ void DrawRotated(const ImageView& source, const ImageView& dest, const RotatedFr
       });
 }
 
-/// Mixes a sample into a pixel of at least 24 bits by the sample's alpha.
+/// What samples and pixels of at least 24 bits have in a mixture, for each alpha of the sample.
+struct Shares {
+  double sample[256];
+  double pixel[256];
+};
+constexpr Shares kShares = [] {
+  Shares shares{};
+  for (int alpha = 0; alpha < 256; ++alpha) {
+    shares.sample[alpha] = alpha / 255.0;
+    shares.pixel[alpha] = (255 - alpha) / 255.0;
+  }
+  return shares;
+}();
+
+/// Mixes a sample into a pixel by the sample's alpha.
 void BlendPixel(uint8_t* pixel, uint32_t sample) {
-  const double share = AlphaOf(sample) / 255.0;
-  const double rest = (255 - AlphaOf(sample)) / 255.0;
+  const double share = kShares.sample[AlphaOf(sample)];
+  const double rest = kShares.pixel[AlphaOf(sample)];
   const uint8_t channels[] = {BlueOf(sample), GreenOf(sample), RedOf(sample)};
   for (int c = 0; c < 3; ++c) {
-    pixel[c] = static_cast<uint8_t>(TruncateToInt(channels[c] * share + pixel[c] * rest));
+    // No mixture leaves the range of a byte.
+    pixel[c] = static_cast<uint8_t>(static_cast<int>(channels[c] * share + pixel[c] * rest));
   }
 }
 
