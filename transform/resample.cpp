@@ -275,7 +275,7 @@ class TileInterpolator {
  private:
   /// Rows that tiles go down: each lies in a page of its own, and the processor remembers where
   /// some two thousand pages are.
-  static constexpr int64_t kBandRows = 1200;
+  static constexpr int64_t kBandRows = 600;
   /// Slots for source rows: more than the taps of one destination row, for others nearby.
   static constexpr int kSlots = 16;
   static constexpr size_t kAlignment = 16;
@@ -323,6 +323,7 @@ class TileInterpolator {
       const bool with_alpha = taps_ == kMaxTaps || window_.Inside(origin, source_.width);
       tile_.alpha_mask[i] = with_alpha ? 255 : 0;
     }
+    for (size_t i = 0; i < tile_.columns; i += kGroupColumns) DescribeGroup(i);
     const auto clamped = [&](int64_t i, int tap) {
       const int64_t column = int64_t{TapOrigin(columns_[i])} + window_.first + tap;
       return std::clamp<int64_t>(column, 0, source_.width - 1) * static_cast<int64_t>(channels_);
@@ -330,6 +331,18 @@ class TileInterpolator {
     const int64_t last = std::min(first + static_cast<int64_t>(tile_.columns), columns_.size()) - 1;
     first_byte_ = clamped(first, 0);
     read_bytes_ = clamped(last, window_.count - 1) - first_byte_ + static_cast<int64_t>(channels_);
+  }
+
+  /// The group of columns that begins at column `first` of the tile.
+  void DescribeGroup(size_t first) {
+    TapGroup& group = tile_.groups[first / kGroupColumns];
+    group.base = tile_.offsets[0][first];
+    const int64_t last = tile_.offsets[taps_ - 1][first + kGroupColumns - 1];
+    group.bytes = last + static_cast<int64_t>(channels_) - group.base;
+    if (group.base < 0 || last < 0 || group.bytes > kMostGroupBytes) group.bytes = 0;
+    for (size_t i = 0; i < kGroupColumns; ++i) {
+      group.index[i] = static_cast<int32_t>(tile_.offsets[0][first + i] - group.base);
+    }
   }
 
   /// Where the planes of a slot begin, at a whole vector.

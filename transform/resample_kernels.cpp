@@ -169,29 +169,30 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   }
 }
 
+/// The next byte of a column is its next channel or the first one of its next tap.
+template <bool kTwoParts>
+void GatherGroup(float* planes, const uint8_t* row, const TileTaps& tile, size_t x) {
+  const TapGroup& group = tile.groups[x / kGroupColumns];
+  const uint8_t* const from = row + group.base;
+  const __m512i part0 = LoadFirst(from, group.bytes);
+  const __m512i part1 = kTwoParts ? LoadFirst(from + 64, group.bytes - 64) : _mm512_setzero_si512();
+  __m512i index = _mm512_loadu_si512(group.index);
+  constexpr __mmask64 kLowBytes = 0x1111111111111111u;
+  for (size_t plane = 0; plane < tile.taps * tile.channels; ++plane) {
+    const __m512i bytes = kTwoParts ? _mm512_maskz_permutex2var_epi8(kLowBytes, part0, index, part1)
+                                    : _mm512_maskz_permutexvar_epi8(kLowBytes, index, part0);
+    _mm512_storeu_ps(planes + plane * tile.columns + x, _mm512_cvtepi32_ps(bytes));
+    index = _mm512_add_epi32(index, _mm512_set1_epi32(1));
+  }
+}
+
 void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
-  for (size_t x = 0; x < tile.columns; x += 16) {
-    const int64_t base = tile.offsets[0][x];
-    const int64_t last = tile.offsets[tile.taps - 1][x + 15];
-    const int64_t end = last + static_cast<int64_t>(tile.channels);
-    if (base < 0 || last < 0 || end - base > 128) {
-      GatherSingly(planes, row, tile, x, x + 16);
-      continue;
-    }
-    const __m512i part0 = LoadFirst(row + base, end - base);
-    const __m512i part1 = LoadFirst(row + base + 64, end - base - 64);
-    const __m512i bases = _mm512_set1_epi64(base);
-    const auto indices = [&](size_t from) {
-      const __m512i offsets = _mm512_loadu_si512(tile.offsets[0] + from);
-      return _mm512_cvtepi64_epi32(_mm512_sub_epi64(offsets, bases));
-    };
-    __m512i index = _mm512_inserti64x4(_mm512_castsi256_si512(indices(x)), indices(x + 8), 1);
-    // The taps of a column lie side by side: the next byte is the next channel or the next tap.
-    for (size_t plane = 0; plane < tile.taps * tile.channels; ++plane) {
-      const __m512i bytes =
-          _mm512_maskz_permutex2var_epi8(0x1111111111111111u, part0, index, part1);
-      _mm512_storeu_ps(planes + plane * tile.columns + x, _mm512_cvtepi32_ps(bytes));
-      index = _mm512_add_epi32(index, _mm512_set1_epi32(1));
+  for (size_t x = 0; x < tile.columns; x += kGroupColumns) {
+    const int64_t bytes = tile.groups[x / kGroupColumns].bytes;
+    if (bytes == 0) {
+      GatherSingly(planes, row, tile, x, x + kGroupColumns);
+    } else {
+      (bytes > 64 ? &GatherGroup<true> : &GatherGroup<false>)(planes, row, tile, x);
     }
   }
 }

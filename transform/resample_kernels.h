@@ -28,6 +28,16 @@ inline constexpr size_t kMaxTileColumns = 64;
 inline constexpr size_t kMaxTapCount = 12;
 inline constexpr size_t kMaxChannels = 4;
 
+/// Where the taps of sixteen columns lie in a source row, all of them inside. Those of a column lie
+/// side by side.
+struct TapGroup {
+  int64_t base;       ///< offset of the first byte
+  int64_t bytes;      ///< how many from there; 0 where some taps are outside or far away
+  int32_t index[16];  ///< of the first byte of each column, relative to `base`
+};
+inline constexpr size_t kGroupColumns = 16;
+inline constexpr int64_t kMostGroupBytes = 128;
+
 /// Where the taps of the columns of a tile lie in a source row.
 struct TileTaps {
   int64_t row_bytes;  ///< of the source row
@@ -36,6 +46,7 @@ struct TileTaps {
   size_t columns;     ///< a multiple of 16, and of 32 for single channels
   /// Byte offset of each tap of each column; below 0 the tap is outside. They do not fall.
   int64_t offsets[kMaxTapCount][kMaxTileColumns];
+  TapGroup groups[kMaxTileColumns / kGroupColumns];
   uint8_t outside[kMaxChannels];  ///< channels of the pixel that stands in outside
   float weights[kMaxTapCount][kMaxTileColumns];
   int32_t alpha_mask[kMaxTileColumns];  ///< 0 for columns without alpha, else 255
