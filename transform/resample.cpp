@@ -260,7 +260,12 @@ class TileInterpolator {
     tile_.channels = channels_;
     tile_.row_bytes = source_.Columns() * static_cast<int64_t>(channels_);
     // The planes of all slots fit the innermost cache, or nearly so.
-    tile_.columns = taps_ == kMaxTaps && channels_ > 1 ? kMaxTileColumns / 4 : kMaxTileColumns;
+    const size_t most = taps_ == kMaxTaps ? (channels_ > 1 ? 16 : 64)
+                        : channels_ > 1   ? 64
+                                          : kMaxTileColumns;
+    constexpr size_t kUnit = 32;
+    tile_.columns =
+        std::min(most, (static_cast<size_t>(columns_.size()) + kUnit - 1) / kUnit * kUnit);
     plane_size_ = taps_ * channels_ * tile_.columns;
     planes_ = std::make_unique_for_overwrite<float[]>((kSlots + 1) * plane_size_ + kAlignment);
     for (band_ = 0; band_ < positions_.size(); band_ += kBandRows) {

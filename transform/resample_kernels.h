@@ -24,7 +24,7 @@ struct PickPlan {
 };
 
 /// Output columns that are interpolated together: whole vectors of every level.
-inline constexpr size_t kMaxTileColumns = 64;
+inline constexpr size_t kMaxTileColumns = 192;
 inline constexpr size_t kMaxTapCount = 12;
 inline constexpr size_t kMaxChannels = 4;
 
