@@ -134,7 +134,7 @@ SampleRow RotationSampler::RowAt(int j, const PixelRun& run) const {
   const RotatedFrame::Row way = frame_.RowAt(j);
   const SampleRow row = {way, uses_kernels_ ? InsideRun(way, run) : PixelRun{run.end, run.end}};
   // Sums of taps take long enough for the processor to look ahead by itself.
-  if (how_.sampling != Sampling::kKernel12) Fetch(j + kRowsAhead, row.inside);
+  if (how_.kernel == nullptr) Fetch(j + kRowsAhead, row.inside);
   return row;
 }
 
