@@ -54,152 +54,196 @@ void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
 
 #endif
 
-template <size_t kTaps>
-constexpr MiddleNetwork<kTaps> kNetwork;
+template <size_t kTaps, size_t kFirst, size_t kLast>
+constexpr SelectionNetwork<kTaps, kFirst, kLast> kNetwork;
 
-template <size_t kTaps, size_t kIndex, typename Lane>
-inline void Compare(Lane (&values)[kTaps]) {
-  constexpr auto kComparator = kNetwork<kTaps>[kIndex];
-  const Lane a = values[kComparator.low];
-  const Lane b = values[kComparator.high];
-  if constexpr (kComparator.needs_low) values[kComparator.low] = b < a ? b : a;
-  if constexpr (kComparator.needs_high) values[kComparator.high] = b < a ? a : b;
-}
+inline uint8_t Lower(uint8_t a, uint8_t b) { return b < a ? b : a; }
+inline uint8_t Higher(uint8_t a, uint8_t b) { return b < a ? a : b; }
+inline uint16_t Lower(uint16_t a, uint16_t b) { return b < a ? b : a; }
+inline uint16_t Higher(uint16_t a, uint16_t b) { return b < a ? a : b; }
 
-template <size_t kTaps, typename Lane, size_t... kIndices>
-inline Lane Middle(Lane (&values)[kTaps], std::index_sequence<kIndices...>) {
-  (Compare<kTaps, kIndices>(values), ...);
-  return values[kTaps / 2];
-}
-
-/// The middle value of each window. 16-bit lanes hold a key above its tap's place, so that equal
-/// keys keep their order and the place comes out; 8-bit lanes hold keys alone.
-template <typename Lane, size_t... kPlaces>
-void MiddleOfTaps(uint8_t* __restrict out, const uint8_t* const* taps, size_t first, size_t end,
-                  std::index_sequence<kPlaces...>) {
-  constexpr size_t kTaps = sizeof...(kPlaces);
-  const uint8_t* const from[] = {taps[kPlaces]...};
-  for (size_t k = first; k < end; ++k) {
-    Lane values[kTaps];
-    if constexpr (sizeof(Lane) == 1) {
-      ((values[kPlaces] = from[kPlaces][k]), ...);
-    } else {
-      ((values[kPlaces] = static_cast<Lane>(from[kPlaces][k] << 8 | kPlaces)), ...);
-    }
-    out[k] =
-        static_cast<uint8_t>(Middle(values, std::make_index_sequence<kNetwork<kTaps>.size()>{}));
+/// Calls body(i) for constants i.
+template <size_t kCount, typename Body>
+inline void Unroll(const Body& body) {
+  [&]<size_t... kIndices>(std::index_sequence<kIndices...>) {
+    (body(std::integral_constant<size_t, kIndices>()), ...);
   }
+  (std::make_index_sequence<kCount>());
 }
 
+/// Brings values number `kFirst` to `kLast` in their order to their places.
+template <size_t kFirst, size_t kLast, typename Lane, size_t kTaps>
+inline void Select(Lane (&values)[kTaps]) {
+  constexpr auto& kComparators = kNetwork<kTaps, kFirst, kLast>;
+  Unroll<kComparators.size()>([&](auto index) {
+    constexpr auto kComparator = kComparators[index];
+    const Lane a = values[kComparator.low];
+    const Lane b = values[kComparator.high];
+    if constexpr (kComparator.needs_low) values[kComparator.low] = Lower(a, b);
+    if constexpr (kComparator.needs_high) values[kComparator.high] = Higher(a, b);
+  });
+}
+
+/// The middle one of values whose columns are sorted, values[row][column]. Once its rows are sorted
+/// as well, the value of row r and column c has (r + 1) (c + 1) - 1 others that are not above it,
+/// and as many not below on the opposite side. Values with more than half of them on one side
+/// cannot be in the middle; as many are left out below as above.
 template <typename Lane, size_t kSize>
-void MiddleByNetwork(uint8_t* out, const uint8_t* const* rows, size_t count) {
-  const uint8_t* taps[kSize * kSize];
-  for (size_t i = 0; i < kSize; ++i) {
-    for (size_t j = 0; j < kSize; ++j) taps[i * kSize + j] = rows[j] + i;
-  }
-  // The rest of a row overlaps what comes before it: one by one, windows are slow.
-  constexpr size_t kBlock = 64;
-  constexpr std::make_index_sequence<kSize * kSize> kPlaces;
-  const size_t whole = count / kBlock * kBlock;
-  MiddleOfTaps<Lane>(out, taps, 0, whole, kPlaces);
-  if (whole == count) return;
-  MiddleOfTaps<Lane>(out, taps, count < kBlock ? 0 : count - kBlock, count, kPlaces);
+inline Lane MiddleOfSorted(Lane (&values)[kSize][kSize]) {
+  constexpr size_t kHalf = kSize * kSize / 2 + 1;
+  constexpr auto kMayBe = [](size_t row, size_t column) {
+    return (row + 1) * (column + 1) <= kHalf && (kSize - row) * (kSize - column) <= kHalf;
+  };
+  constexpr auto kCountBefore = [kMayBe](size_t end) {
+    size_t count = 0;
+    for (size_t i = 0; i < end; ++i) count += kMayBe(i / kSize, i % kSize) ? 1 : 0;
+    return count;
+  };
+  constexpr size_t kCandidates = kCountBefore(kSize * kSize);
+  Lane candidates[kCandidates];
+  Unroll<kSize>([&](auto row) {
+    constexpr size_t kRow = row;
+    constexpr size_t kFirst = [kMayBe] {
+      size_t column = 0;
+      while (!kMayBe(kRow, column)) ++column;
+      return column;
+    }();
+    constexpr size_t kBefore = kCountBefore(kRow * kSize);
+    constexpr size_t kCount = kCountBefore((kRow + 1) * kSize) - kBefore;
+    Select<kFirst, kFirst + kCount - 1>(values[kRow]);
+    Unroll<kCount>([&](auto i) { candidates[kBefore + i] = values[kRow][kFirst + i]; });
+  });
+  Select<kCandidates / 2, kCandidates / 2>(candidates);
+  return candidates[kCandidates / 2];
 }
 
 #ifdef QEL_HAS_COLOUR_VECTORS
 
-/// Keys alone.
+/// Keys alone, in bytes.
 struct Plain {
-  Vector bytes;
+  Vector keys;
 };
-template <size_t kBytes>
-Plain Shifted(const Plain& v, const Plain& next) {
-  return {Shifted<kBytes>(v.bytes, next.bytes)};
-}
+inline Plain Lower(Plain a, Plain b) { return {Min(a.keys, b.keys)}; }
+inline Plain Higher(Plain a, Plain b) { return {Max(a.keys, b.keys)}; }
 
-inline Plain Lower(const Plain& a, const Plain& b) { return {Min(a.bytes, b.bytes)}; }
-inline Plain Higher(const Plain& a, const Plain& b) { return {Max(a.bytes, b.bytes)}; }
-inline Words Lower(const Words& a, const Words& b) {
-  return {MinUnsignedWords(a.low, b.low), MinUnsignedWords(a.high, b.high)};
-}
-inline Words Higher(const Words& a, const Words& b) {
-  return {MaxUnsignedWords(a.low, b.low), MaxUnsignedWords(a.high, b.high)};
-}
-
-/// Columns of three in their order.
-template <typename Lanes>
-struct Sorted {
-  Sorted(const Lanes& a, const Lanes& b, const Lanes& c) {
-    const Lanes of_two = Higher(a, b);
-    const Lanes rest = Higher(Lower(a, b), c);
-    low = Lower(Lower(a, b), c);
-    middle = Lower(of_two, rest);
-    high = Higher(of_two, rest);
-  }
-  Lanes low, middle, high;
+/// Keys above the places of their taps, in words: equal keys keep their order, and the place comes
+/// out with the key.
+struct Placed {
+  Vector keys;
 };
-template <size_t kBytes, typename Lanes>
-Sorted<Lanes> Shifted(Sorted<Lanes> v, const Sorted<Lanes>& next) {
-  v.low = Shifted<kBytes>(v.low, next.low);
-  v.middle = Shifted<kBytes>(v.middle, next.middle);
-  v.high = Shifted<kBytes>(v.high, next.high);
-  return v;
+inline Placed Lower(Placed a, Placed b) { return {MinUnsignedWords(a.keys, b.keys)}; }
+inline Placed Higher(Placed a, Placed b) { return {MaxUnsignedWords(a.keys, b.keys)}; }
+
+/// Sorted columns of keys.
+template <size_t kSize>
+struct PlainColumn {
+  Plain at[kSize];
+};
+template <size_t kBytes, size_t kSize>
+PlainColumn<kSize> Shifted(const PlainColumn<kSize>& v, const PlainColumn<kSize>& next) {
+  PlainColumn<kSize> shifted;
+  Unroll<kSize>([&](auto j) { shifted.at[j] = {Shifted<kBytes>(v.at[j].keys, next.at[j].keys)}; });
+  return shifted;
+}
+template <size_t kSize>
+struct PlacedColumn {
+  Placed low[kSize];
+  Placed high[kSize];
+};
+template <size_t kBytes, size_t kSize>
+PlacedColumn<kSize> Shifted(const PlacedColumn<kSize>& v, const PlacedColumn<kSize>& next) {
+  PlacedColumn<kSize> shifted;
+  Unroll<kSize>([&](auto j) {
+    const Words words = Shifted<kBytes>(Words{v.low[j].keys, v.high[j].keys},
+                                        Words{next.low[j].keys, next.high[j].keys});
+    shifted.low[j] = {words.low};
+    shifted.high[j] = {words.high};
+  });
+  return shifted;
 }
 
-template <typename Lanes>
-inline Lanes MiddleOf(const Lanes& a, const Lanes& b, const Lanes& c) {
-  return Higher(Lower(a, b), Lower(Higher(a, b), c));
-}
-/// The middle one of nine: that of the highest low, the middle middle and the lowest high one.
-template <typename Lanes>
-inline Lanes MiddleOf(const Sorted<Lanes>& a, const Sorted<Lanes>& b, const Sorted<Lanes>& c) {
-  return MiddleOf(Higher(Higher(a.low, b.low), c.low), MiddleOf(a.middle, b.middle, c.middle),
-                  Lower(Lower(a.high, b.high), c.high));
-}
-
-/// Keys above the places of their rows.
-inline Words Placed(Vector keys, int place) {
-  return {PairLow(FillBytes(place), keys), PairHigh(FillBytes(place), keys)};
-}
-/// The same for the columns that come `columns` later in the order of visiting.
-inline Sorted<Words> Later(Sorted<Words> taps, int columns) {
-  const Vector places = FillWords(3 * columns);
-  for (Words* words : {&taps.low, &taps.middle, &taps.high}) {
-    words->low = AddWords(words->low, places);
-    words->high = AddWords(words->high, places);
-  }
-  return taps;
-}
-
-void MiddleKeys3(uint8_t* keys, const uint8_t* const* rows, size_t count) {
-  Slide<3, 1>(
+template <size_t kSize>
+void MiddleKeys(uint8_t* keys, const uint8_t* const* rows, size_t count) {
+  Slide<kSize, 1>(
       keys, count,
       [=](size_t k) {
-        return Sorted<Plain>({Load(rows[0] + k)}, {Load(rows[1] + k)}, {Load(rows[2] + k)});
+        PlainColumn<kSize> column;
+        Unroll<kSize>([&](auto j) { column.at[j] = {Load(rows[j] + k)}; });
+        Select<0, kSize - 1>(column.at);
+        return column;
       },
-      [](size_t, const auto& left, const auto& middle, const auto& right) {
-        return MiddleOf(left, middle, right).bytes;
+      [](size_t, const auto&... columns) {
+        const PlainColumn<kSize>* const all[] = {&columns...};
+        Plain values[kSize][kSize];
+        Unroll<kSize>(
+            [&](auto i) { Unroll<kSize>([&](auto j) { values[j][i] = all[i]->at[j]; }); });
+        return MiddleOfSorted(values).keys;
       });
 }
 
-void MiddleTaps3(uint8_t* taps, const uint8_t* const* rows, size_t count) {
-  Slide<3, 1>(
+template <size_t kSize>
+void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
+  Slide<kSize, 1>(
       taps, count,
       [=](size_t k) {
-        return Sorted<Words>(Placed(Load(rows[0] + k), 0), Placed(Load(rows[1] + k), 1),
-                             Placed(Load(rows[2] + k), 2));
+        PlacedColumn<kSize> column;
+        Unroll<kSize>([&](auto j) {
+          const Vector keys = Once(Load(rows[j] + k));
+          const Vector place = FillBytes(static_cast<int>(j));
+          column.low[j] = {PairLow(place, keys)};
+          column.high[j] = {PairHigh(place, keys)};
+        });
+        Select<0, kSize - 1>(column.low);
+        Select<0, kSize - 1>(column.high);
+        return column;
       },
-      [](size_t, const auto& left, const auto& middle, const auto& right) {
-        const Words found = MiddleOf(left, Later(middle, 1), Later(right, 2));
-        const Vector places = FillWords(0xFF);
-        return PackWords(found.low & places, found.high & places);
+      [](size_t, const auto&... columns) {
+        const PlacedColumn<kSize>* const all[] = {&columns...};
+        const auto middle = [&](auto half) {
+          Placed values[kSize][kSize];
+          Unroll<kSize>([&](auto i) {
+            // Later columns are visited later.
+            const Vector places = FillWords(static_cast<int>(kSize * i));
+            Unroll<kSize>(
+                [&](auto j) { values[j][i] = {AddWords(((*all[i]).*half)[j].keys, places)}; });
+          });
+          return MiddleOfSorted(values).keys & FillWords(0xFF);
+        };
+        return PackWords(middle(&PlacedColumn<kSize>::low), middle(&PlacedColumn<kSize>::high));
       });
 }
 
 #else
 
-constexpr auto MiddleKeys3 = &MiddleByNetwork<uint8_t, 3>;
-constexpr auto MiddleTaps3 = &MiddleByNetwork<uint16_t, 3>;
+/// The middle values of `count` windows. Lanes of 16 bits hold a key above its tap's place, so that
+/// equal keys keep their order and the place comes out; those of 8 bits hold keys alone.
+template <size_t kSize, typename Lane>
+void Middle(uint8_t* __restrict out, const uint8_t* const* rows, size_t count) {
+  const uint8_t* from[kSize];
+  for (size_t j = 0; j < kSize; ++j) from[j] = rows[j];
+  for (size_t k = 0; k < count; ++k) {
+    Lane values[kSize][kSize];
+    Unroll<kSize>([&](auto i) {
+      Lane column[kSize];
+      Unroll<kSize>([&](auto j) {
+        const uint8_t key = from[j][k + i];
+        column[j] = static_cast<Lane>(sizeof(Lane) == 1 ? key : key << 8 | (i * kSize + j));
+      });
+      Select<0, kSize - 1>(column);
+      Unroll<kSize>([&](auto j) { values[j][i] = column[j]; });
+    });
+    out[k] = static_cast<uint8_t>(MiddleOfSorted(values));
+  }
+}
+
+template <size_t kSize>
+void MiddleKeys(uint8_t* keys, const uint8_t* const* rows, size_t count) {
+  Middle<kSize, uint8_t>(keys, rows, count);
+}
+template <size_t kSize>
+void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
+  Middle<kSize, uint16_t>(taps, rows, count);
+}
 
 #endif
 
@@ -311,8 +355,8 @@ inline void StoreSelected(uint8_t* dest, size_t count, const Select& select) {
 
 void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
-  if (size == 3) return MiddleKeys3(keys, rows, count);
-  if (size == 5) return MiddleByNetwork<uint8_t, 5>(keys, rows, count);
+  if (size == 3) return MiddleKeys<3>(keys, rows, count);
+  if (size == 5) return MiddleKeys<5>(keys, rows, count);
   StoreSelected(keys, count, [&]<typename Lanes>(size_t first, Lanes below) {
     return WantedKeys<Lanes>(rows, ranks, size, first, below);
   });
@@ -320,8 +364,8 @@ void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks,
 
 void SelectTap(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
-  if (size == 3) return MiddleTaps3(taps, rows, count);
-  if (size == 5) return MiddleByNetwork<uint16_t, 5>(taps, rows, count);
+  if (size == 3) return MiddleTaps<3>(taps, rows, count);
+  if (size == 5) return MiddleTaps<5>(taps, rows, count);
   StoreSelected(taps, count, [&]<typename Lanes>(size_t first, Lanes) {
     return WantedTaps<Lanes>(rows, ranks, size, first);
   });

@@ -7,10 +7,11 @@ namespace qel {
 // Computed by the compiler; each kernel source has its own.
 namespace {
 
-/// A network of comparators that brings the middle one of `kTaps` values to its place: a sorting
-/// network by merge exchange, without the comparators and half comparators that do not matter.
-template <size_t kTaps>
-class MiddleNetwork {
+/// A network of comparators that brings those of `kTaps` values to their places that are number
+/// `kFirst` to `kLast` in their order: a sorting network by merge exchange, without the comparators
+/// and half comparators that do not matter.
+template <size_t kTaps, size_t kFirst, size_t kLast>
+class SelectionNetwork {
  public:
   struct Comparator {
     size_t low = 0;  ///< takes the smaller value
@@ -19,7 +20,7 @@ class MiddleNetwork {
     bool needs_high = false;
   };
 
-  constexpr MiddleNetwork() {
+  constexpr SelectionNetwork() {
     Sort();
     Prune();
   }
@@ -45,7 +46,7 @@ class MiddleNetwork {
 
   constexpr void Prune() {
     bool needed[kTaps] = {};
-    needed[kTaps / 2] = true;
+    for (size_t i = kFirst; i <= kLast; ++i) needed[i] = true;
     size_t kept = kMost;
     for (size_t i = size_; i-- > 0;) {
       Comparator comparator = comparators_[i];

@@ -1,9 +1,11 @@
 #ifndef QEL_IMAGE_SLIDE_H_
 #define QEL_IMAGE_SLIDE_H_
 
+#include <utility>
+
 #include "image/sum_vectors.h"
 
-// Windows of two or three columns whose columns are reduced once each: a vector of them is kept
+// Windows of a few columns whose columns are reduced once each: a vector of them is kept
 // while the next one is made, and the neighbours are shifted in from there. Loading them again from
 // where they lie would touch most lines of the cache twice. Everything has internal linkage.
 
@@ -24,6 +26,8 @@ inline Vector NextLanes(Vector v, Vector next) {
 /// In each lane, the bytes of `v` from `kBytes` on, then the first ones of `next`.
 template <size_t kBytes>
 Vector ShiftLanes(Vector v, Vector next) {
+  static_assert(kBytes <= 16);
+  if constexpr (kBytes == 0) return v;
   if constexpr (kBytes == 16) return next;
 #ifdef QEL_LEVEL_avx2
   return _mm256_alignr_epi8(next, v, kBytes % 16);
@@ -88,31 +92,31 @@ inline Vector JoinAlpha(Vector colours, Vector alphas) {
 #endif
 }
 
-/// dest[i] = finish(i, column(i), column(i + kStep), ...) of `kTaps` columns, 2 or 3, for `count`
-/// bytes. What `column` gives stands for a vector of bytes and can be shifted; `finish` gives a
-/// vector. Reads a whole vector of columns where there are fewer.
-template <size_t kTaps, size_t kStep, typename Column, typename Finish>
-inline void Slide(uint8_t* dest, size_t count, const Column& column, const Finish& finish) {
-  static_assert(kTaps == 2 || kTaps == 3);
-  const auto finish_at = [&](size_t k) {
-    if constexpr (kTaps == 2) return finish(k, column(k), column(k + kStep));
-    if constexpr (kTaps == 3) return finish(k, column(k), column(k + kStep), column(k + 2 * kStep));
-  };
+template <size_t kStep, typename Column, typename Finish, size_t... kTaps>
+inline void SlideTaps(uint8_t* dest, size_t count, const Column& column, const Finish& finish,
+                      std::index_sequence<kTaps...>) {
+  const auto finish_at = [&](size_t k) { return finish(k, column(k + kTaps * kStep)...); };
   if (count < kVectorBytes) return StoreFirst(dest, finish_at(0), count);
+  constexpr size_t kReach = (sizeof...(kTaps) - 1) * kStep;
   auto here = column(0);
   size_t k = 0;
   // The columns of the next vector must lie within reach.
-  for (; k + 2 * kVectorBytes <= count + (kTaps - 1) * kStep; k += kVectorBytes) {
+  for (; k + 2 * kVectorBytes <= count + kReach; k += kVectorBytes) {
     const auto next = column(k + kVectorBytes);
-    if constexpr (kTaps == 2) Store(dest + k, finish(k, here, Shifted<kStep>(here, next)));
-    if constexpr (kTaps == 3) {
-      Store(dest + k, finish(k, here, Shifted<kStep>(here, next), Shifted<2 * kStep>(here, next)));
-    }
+    Store(dest + k, finish(k, Shifted<kTaps * kStep>(here, next)...));
     here = next;
   }
   if (k + kVectorBytes <= count) Store(dest + k, finish_at(k));
   // The last vector overlaps the one before it.
   Store(dest + count - kVectorBytes, finish_at(count - kVectorBytes));
+}
+
+/// dest[i] = finish(i, column(i), column(i + kStep), ...) of `kTaps` columns for `count` bytes.
+/// What `column` gives stands for a vector of bytes and can be shifted; `finish` gives a vector.
+/// Reads a whole vector of columns where there are fewer.
+template <size_t kTaps, size_t kStep, typename Column, typename Finish>
+inline void Slide(uint8_t* dest, size_t count, const Column& column, const Finish& finish) {
+  SlideTaps<kStep>(dest, count, column, finish, std::make_index_sequence<kTaps>());
 }
 
 }  // namespace
