@@ -35,7 +35,7 @@ void WriteKeys(uint8_t* keys, const uint8_t* samples, int sample_bytes, int64_t 
 
 /// How many high bits of a key are found by counting columns rather than taps.
 constexpr unsigned CountedBits(int size) {
-  return size <= static_cast<int>(kMostSorted) ? 0 : size < 12 ? 4 : 5;
+  return size < 5 || IsSorted(static_cast<size_t>(size)) ? 0 : size < 12 ? 4 : 5;
 }
 
 /// A strip of windows up to `kMostSelected`.

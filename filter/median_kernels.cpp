@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "filter/byte_lanes.h"
-#include "filter/middle_network.h"
+#include "filter/selection_network.h"
 #include "image/slide.h"
 
 namespace qel::QEL_LEVEL {
@@ -355,8 +355,10 @@ inline void StoreSelected(uint8_t* dest, size_t count, const Select& select) {
 
 void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
-  if (size == 3) return MiddleKeys<3>(keys, rows, count);
-  if (size == 5) return MiddleKeys<5>(keys, rows, count);
+  if (IsSorted(size)) {
+    const auto middle = size == 3 ? &MiddleKeys<3> : size == 5 ? &MiddleKeys<5> : &MiddleKeys<7>;
+    return middle(keys, rows, count);
+  }
   StoreSelected(keys, count, [&]<typename Lanes>(size_t first, Lanes below) {
     return WantedKeys<Lanes>(rows, ranks, size, first, below);
   });
@@ -364,8 +366,10 @@ void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks,
 
 void SelectTap(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                size_t count) {
-  if (size == 3) return MiddleTaps<3>(taps, rows, count);
-  if (size == 5) return MiddleTaps<5>(taps, rows, count);
+  if (IsSorted(size)) {
+    const auto middle = size == 3 ? &MiddleTaps<3> : size == 5 ? &MiddleTaps<5> : &MiddleTaps<7>;
+    return middle(taps, rows, count);
+  }
   StoreSelected(taps, count, [&]<typename Lanes>(size_t first, Lanes) {
     return WantedTaps<Lanes>(rows, ranks, size, first);
   });

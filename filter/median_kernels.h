@@ -39,7 +39,7 @@ struct MedianKernels {
   void (*rank)(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving, size_t size,
                size_t count);
   /// The wanted key, or the wanted tap's place in the order of visiting, of `count` windows; sizes
-  /// up to `kMostSelected`. `ranks` are used for sizes above `kMostSorted`.
+  /// up to `kMostSelected`. `ranks` are used for sizes that are not `IsSorted`.
   void (*select_key)(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                      size_t count);
   void (*select_tap)(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
@@ -71,9 +71,10 @@ struct MedianKernels {
   size_t (*find_equal)(const uint8_t* keys, size_t length, uint8_t key, int64_t number);
 };
 
-/// The largest size whose taps can be counted in a byte, and the largest that networks sort.
+/// The largest size whose taps can be counted in a byte.
 inline constexpr size_t kMostSelected = 15;
-inline constexpr size_t kMostSorted = 5;
+/// True for sizes whose windows go through sorting networks.
+constexpr bool IsSorted(size_t size) { return size == 3 || size == 5 || size == 7; }
 
 /// A column of a window as counts: byte k tells how many of its keys are at most k.
 inline constexpr size_t kCountBytes = 256;

@@ -217,7 +217,7 @@ TEST_P(Filters, MedianEqualsItsOracle) {
   Rng rng(5);
   ExpectMedian(RandomRaster(rng, 1100, 3, 24), 16);
   ExpectMedian(RandomRaster(rng, 4200, 2, 8), 3);
-  for (const int size : {3, 5, 6, 9, 15}) {
+  for (const int size : {3, 5, 6, 7, 9, 15}) {
     const int depth = kCommonDepths[static_cast<size_t>(rng.Int(0, 2))];
     ExpectMedian(RandomRaster(rng, rng.Int(200, 330), 2, depth), size);
   }

@@ -1,5 +1,5 @@
-#ifndef QEL_FILTER_MIDDLE_NETWORK_H_
-#define QEL_FILTER_MIDDLE_NETWORK_H_
+#ifndef QEL_FILTER_SELECTION_NETWORK_H_
+#define QEL_FILTER_SELECTION_NETWORK_H_
 
 #include <cstddef>
 
@@ -69,4 +69,4 @@ class SelectionNetwork {
 }  // namespace
 }  // namespace qel
 
-#endif  // QEL_FILTER_MIDDLE_NETWORK_H_
+#endif  // QEL_FILTER_SELECTION_NETWORK_H_
