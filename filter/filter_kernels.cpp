@@ -358,13 +358,8 @@ void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t step, si
   TakeAlpha(dest, a, step, count);
 }
 
-/// Deliberate: a difference is compared with a kept raw value, n - c > t and then t = n. With
-/// bytes: n lies above c + t, which stops at 255.
-inline uint8_t Keep(uint8_t kept, uint8_t centre, uint8_t neighbour) {
-  const uint8_t room = static_cast<uint8_t>(~kept);
-  const auto limit = static_cast<uint8_t>(kept + (centre < room ? centre : room));
-  return neighbour > limit ? neighbour : kept;
-}
+// Deliberate: a difference is compared with a kept raw value, n - c > t and then t = n. With bytes:
+// n lies above c + t, which stops at 255.
 
 #ifdef QEL_HAS_COLOUR_VECTORS
 
@@ -376,6 +371,14 @@ inline Vector Keep(Vector kept, Vector centre, Vector neighbour) {
 #else
   return _mm512_mask_mov_epi8(kept, _mm512_cmpgt_epu8_mask(neighbour, limit), neighbour);
 #endif
+}
+
+#else
+
+inline uint8_t Keep(uint8_t kept, uint8_t centre, uint8_t neighbour) {
+  const uint8_t room = static_cast<uint8_t>(~kept);
+  const auto limit = static_cast<uint8_t>(kept + (centre < room ? centre : room));
+  return neighbour > limit ? neighbour : kept;
 }
 
 #endif

@@ -57,10 +57,14 @@ void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
 template <size_t kTaps, size_t kFirst, size_t kLast>
 constexpr SelectionNetwork<kTaps, kFirst, kLast> kNetwork;
 
-inline uint8_t Lower(uint8_t a, uint8_t b) { return b < a ? b : a; }
-inline uint8_t Higher(uint8_t a, uint8_t b) { return b < a ? a : b; }
-inline uint16_t Lower(uint16_t a, uint16_t b) { return b < a ? b : a; }
-inline uint16_t Higher(uint16_t a, uint16_t b) { return b < a ? a : b; }
+template <typename Lane>
+Lane Lower(Lane a, Lane b) {
+  return b < a ? b : a;
+}
+template <typename Lane>
+Lane Higher(Lane a, Lane b) {
+  return b < a ? a : b;
+}
 
 /// Calls body(i) for constants i.
 template <size_t kCount, typename Body>
