@@ -34,15 +34,16 @@ TEST_P(Orientation, EveryOperationEqualsItsOracle) {
   const std::pair<MakesNew, result_t (*)(const Raster&, Raster&)> makes_new[] = {
       {&IQELTransform::Flip, oracle::Flip}, {&IQELTransform::Mirror, oracle::Mirror}};
   ForEachRaster(1, kAllDepths, [&](const Raster& raster, Rng&) {
-    for (const auto& [call, oracle] : in_place) {
+    for (const auto& both : in_place) {
       ExpectSame(
-          {raster}, [&](auto images, IQEL**) { return (transform().*call)(images[0]); },
-          [&](auto images, Raster&) { return oracle(images[0]); });
+          {raster}, [&](auto images, IQEL**) { return (transform().*both.first)(images[0]); },
+          [&](auto images, Raster&) { return both.second(images[0]); });
     }
-    for (const auto& [call, oracle] : makes_new) {
+    for (const auto& both : makes_new) {
       ExpectSame(
-          {raster}, [&](auto images, IQEL** out) { return (transform().*call)(images[0], out); },
-          [&](auto images, Raster& out) { return oracle(images[0], out); });
+          {raster},
+          [&](auto images, IQEL** out) { return (transform().*both.first)(images[0], out); },
+          [&](auto images, Raster& out) { return both.second(images[0], out); });
     }
   });
 }
