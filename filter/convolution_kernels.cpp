@@ -416,8 +416,11 @@ struct Accumulator : Words {
   Accumulator() : Words{FillBytes(0), FillBytes(0)} {}
 
   void Add(Vector a, Vector b, Vector weights) {
-    low = AddWords(low, SumPairs(PairLow(a, b), weights));
-    high = AddWords(high, SumPairs(PairHigh(a, b), weights));
+    AddPairs({PairLow(a, b), PairHigh(a, b)}, weights);
+  }
+  void AddPairs(const Words& pairs, Vector weights) {
+    low = AddWords(low, SumPairs(pairs.low, weights));
+    high = AddWords(high, SumPairs(pairs.high, weights));
   }
   void Add(const Words& words, Vector weight) {
     low = AddWords(low, Products(words.low, weight));
@@ -464,35 +467,104 @@ void Pairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights
 }
 constexpr auto kPairs = decltype(ConvolutionKernels::pairs){&Pairs};
 
-/// Sums down each column once, then across.
+/// The bytes of a column, interleaved for sums of pairs.
+struct Interleaved {
+  Interleaved(Vector a, Vector b, Vector c)
+      : upper{PairLow(a, b), PairHigh(a, b)},
+        lower{PairLow(c, FillBytes(0)), PairHigh(c, FillBytes(0))} {}
+  Words upper;  ///< of the first two rows
+  Words lower;  ///< of the third one
+};
+template <size_t kBytes>
+Interleaved Shifted(Interleaved v, const Interleaved& next) {
+  v.upper = Shifted<kBytes>(v.upper, next.upper);
+  v.lower = Shifted<kBytes>(v.lower, next.lower);
+  return v;
+}
+
+/// The weights of a column in vectors.
+struct ColumnVectors {
+  explicit ColumnVectors(const SquareWeights::Column& column)
+      : upper(SetDwords(column.upper)), lower(SetDwords(column.lower)) {}
+  Vector upper;
+  Vector lower;
+};
+
+template <ShortSums kSums, size_t kStep>
+class SquareRow {
+ public:
+  SquareRow(const uint8_t* const* rows, const SquareWeights& weights)
+      : rows_(rows), weights_(weights), quotients_(weights.finish) {}
+
+  /// Sums down each column once, then across.
+  void WeighProduct(uint8_t* dest, size_t count) const {
+    const ColumnVectors down(weights_.columns[0]);
+    const Vector middle = SetDwords(weights_.middle);
+    const Vector across[] = {FillWords(weights_.across[0]), FillWords(weights_.across[1]),
+                             FillWords(weights_.across[2])};
+    const bool has_middle = weights_.middle != 0;
+    Slide<3, kStep>(
+        dest, count,
+        [&](size_t k) -> Words {
+          const Interleaved column = At(k);
+          Accumulator sums;
+          sums.AddPairs(column.upper, down.upper);
+          sums.AddPairs(column.lower, down.lower);
+          return sums;
+        },
+        [&](size_t k, const Words& left, const Words& centre, const Words& right) {
+          Accumulator sums;
+          sums.Add(left, across[0]);
+          sums.Add(centre, across[1]);
+          sums.Add(right, across[2]);
+          if (has_middle) sums.Add(Once(Load(rows_[1] + k + kStep)), FillBytes(0), middle);
+          return Finish(k, sums);
+        });
+  }
+
+  /// Columns of different weights.
+  void WeighColumns(uint8_t* dest, size_t count) const {
+    const ColumnVectors left(weights_.columns[0]), centre(weights_.columns[1]),
+        right(weights_.columns[2]);
+    Slide<3, kStep>(
+        dest, count, [&](size_t k) { return At(k); },
+        [&](size_t k, const Interleaved& a, const Interleaved& b, const Interleaved& c) {
+          Accumulator sums;
+          sums.AddPairs(a.upper, left.upper);
+          sums.AddPairs(a.lower, left.lower);
+          sums.AddPairs(b.upper, centre.upper);
+          sums.AddPairs(b.lower, centre.lower);
+          sums.AddPairs(c.upper, right.upper);
+          sums.AddPairs(c.lower, right.lower);
+          return Finish(k, sums);
+        });
+  }
+
+ private:
+  Interleaved At(size_t k) const {
+    FetchAhead<kVector>(rows_[2] + k);
+    return {Once(Load(rows_[0] + k)), Once(Load(rows_[1] + k)), Once(Load(rows_[2] + k))};
+  }
+  Vector Finish(size_t k, const Words& sums) const {
+    const Vector bytes = quotients_(sums);
+    return kStep == 4 ? JoinAlpha(bytes, Load(rows_[2] + k + 2 * kStep)) : bytes;
+  }
+
+  const uint8_t* const* const rows_;
+  const SquareWeights& weights_;
+  const ShortQuotients<kSums> quotients_;
+};
+
 template <ShortSums kSums, size_t kStep>
 void WeighSquare(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
                  size_t count) {
-  const Vector zero = FillBytes(0);
-  const Vector upper = SetDwords(weights.upper);
-  const Vector lower = SetDwords(weights.lower);
-  const Vector middle = SetDwords(weights.middle);
-  const Vector across[] = {FillWords(weights.across[0]), FillWords(weights.across[1]),
-                           FillWords(weights.across[2])};
-  const bool has_middle = weights.middle != 0;
-  const ShortQuotients<kSums> quotients(weights.finish);
-  const auto column = [&](size_t k) -> Words {
-    FetchAhead<kVector>(rows[2] + k);
-    Accumulator sums;
-    sums.Add(Once(Load(rows[0] + k)), Once(Load(rows[1] + k)), upper);
-    sums.Add(Once(Load(rows[2] + k)), zero, lower);
-    return sums;
-  };
-  Slide<3, kStep>(dest, count, column,
-                  [&](size_t k, const Words& left, const Words& centre, const Words& right) {
-                    Accumulator sums;
-                    sums.Add(left, across[0]);
-                    sums.Add(centre, across[1]);
-                    sums.Add(right, across[2]);
-                    if (has_middle) sums.Add(Once(Load(rows[1] + k + kStep)), zero, middle);
-                    const Vector bytes = quotients(sums);
-                    return kStep == 4 ? JoinAlpha(bytes, Load(rows[2] + k + 2 * kStep)) : bytes;
-                  });
+  const uint8_t* const here[] = {rows[0], rows[1], rows[2]};
+  const SquareRow<kSums, kStep> row(here, weights);
+  if (weights.is_product) {
+    row.WeighProduct(dest, count);
+  } else {
+    row.WeighColumns(dest, count);
+  }
 }
 
 void Square(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights, size_t count) {

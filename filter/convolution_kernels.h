@@ -78,13 +78,19 @@ struct PairWeights {
   const Place* alpha = nullptr;  ///< null: the fourth bytes are sums as all others
 };
 
-/// A 3 x 3 kernel that is a column of weights times a row of them, but for the one in the middle.
-/// Sums of 16 bits hold it.
+/// A 3 x 3 kernel whose sums 16 bits hold. Words are two signed bytes, twice; sums weighed by one
+/// fit signed 16 bits.
 struct SquareWeights {
-  int32_t upper;      ///< the first two weights of the column: two signed bytes, twice
-  int32_t lower;      ///< the third one and 0, twice; sums of both words fit signed ones
-  int16_t across[3];  ///< the weights of the row
-  int32_t middle;     ///< what the one in the middle weighs beyond that, and 0, twice
+  /// The weights of a column: the first two of them, and the third one and 0.
+  struct Column {
+    int32_t upper;
+    int32_t lower;
+  };
+  Column columns[3];
+  /// True for a column, the first one, times a row of weights, but for the one in the middle.
+  bool is_product;
+  int16_t across[3];  ///< the weights of that row
+  int32_t middle;     ///< what the one in the middle weighs beyond that, and 0
   size_t step;        ///< bytes from a sample to its right neighbour
   ShortFinish finish;
 };
@@ -116,7 +122,7 @@ struct ConvolutionKernels {
   void (*pairs)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                 size_t count);
 
-  /// 3 x 3 kernels of few different weights; null where `pairs` is. Reads like `pairs`. The fourth
+  /// 3 x 3 kernels; null where `pairs` is. Reads like `pairs`. The fourth
   /// bytes of samples of four are those of the last sample of each window.
   void (*square)(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
                  size_t count);

@@ -70,10 +70,25 @@ bool FindShortFinish(const Weights& weights, int32_t divisor, int32_t offset, Sh
   return FindShortDivision(std::abs(divisor), -int64_t{INT16_MIN}, finish.division);
 }
 
-bool FindSquare(const Weights& weights, size_t step, int32_t divisor, int32_t offset,
-                SquareWeights& square) {
-  if (weights.rows() != 3 || weights.columns() != 3 || !weights.Within(1 << 7)) return false;
-  if (!FindShortFinish(weights, divisor, offset, square.finish)) return false;
+namespace {
+
+/// True for sums of bytes weighed by two weights that fit signed 16 bits.
+bool FitsWord(int32_t first, int32_t second) {
+  const int32_t highest = 255 * (std::max(first, 0) + std::max(second, 0));
+  const int32_t lowest = 255 * (std::min(first, 0) + std::min(second, 0));
+  return highest <= INT16_MAX && lowest >= INT16_MIN;
+}
+bool IsByte(int32_t weight) { return weight >= INT8_MIN && weight <= INT8_MAX; }
+
+/// Two signed bytes, twice.
+int32_t BytePair(int32_t first, int32_t second) {
+  const uint32_t word =
+      (static_cast<uint32_t>(first) & 0xFF) | (static_cast<uint32_t>(second) & 0xFF) << 8;
+  return static_cast<int32_t>(word * 0x10001);
+}
+
+/// Looks for a product of a column and a row that only the middle departs from.
+bool FindProduct(const Weights& weights, SquareWeights& square) {
   // The corner gives the middle that would make a product of it.
   const int32_t corner = weights.At(0, 0);
   const int32_t edges = weights.At(0, 1) * weights.At(1, 0);
@@ -84,28 +99,34 @@ bool FindSquare(const Weights& weights, size_t step, int32_t divisor, int32_t of
   const Factors factors(Weights(outer, 3));
   if (!factors.Found()) return false;
   int16_t down[3];
-  int16_t across[3];
-  factors.Store(down, across, step);
+  factors.Store(down, square.across, square.step);
   const int32_t middle = weights.At(1, 1) - outer[4];
-  const auto is_byte = [](int32_t value) { return value >= INT8_MIN && value <= INT8_MAX; };
-  const auto in_range = [](int32_t sum) {
-    return 255 * sum >= INT16_MIN && 255 * sum <= INT16_MAX;
-  };
-  if (!std::all_of(down, down + 3, is_byte) || !is_byte(middle)) return false;
-  if (!in_range(std::max(down[0], int16_t{0}) + std::max(down[1], int16_t{0})) ||
-      !in_range(std::min(down[0], int16_t{0}) + std::min(down[1], int16_t{0}))) {
-    return false;
-  }
-  const auto twice = [](int32_t first, int32_t second) {
-    const uint32_t word =
-        (static_cast<uint32_t>(first) & 0xFF) | (static_cast<uint32_t>(second) & 0xFF) << 8;
-    return static_cast<int32_t>(word * 0x10001);
-  };
-  square.upper = twice(down[0], down[1]);
-  square.lower = twice(down[2], 0);
-  std::copy(across, across + 3, square.across);
-  square.middle = twice(middle, 0);
+  if (!std::all_of(down, down + 3, IsByte) || !IsByte(middle)) return false;
+  if (!FitsWord(down[0], down[1])) return false;
+  square.columns[0] = {BytePair(down[0], down[1]), BytePair(down[2], 0)};
+  square.middle = BytePair(middle, 0);
+  return true;
+}
+
+}  // namespace
+
+bool FindSquare(const Weights& weights, size_t step, int32_t divisor, int32_t offset,
+                SquareWeights& square) {
+  if (weights.rows() != 3 || weights.columns() != 3 || !weights.Within(1 << 7)) return false;
+  if (!FindShortFinish(weights, divisor, offset, square.finish)) return false;
   square.step = step;
+  square.is_product = FindProduct(weights, square);
+  if (square.is_product) return true;
+  // Few weights are sooner weighed two by two.
+  constexpr int kFewWeights = 4;
+  int count = 0;
+  for (size_t i = 0; i < 9; ++i) count += weights.At(i / 3, i % 3) != 0 ? 1 : 0;
+  if (count <= kFewWeights) return false;
+  for (size_t i = 0; i < 3; ++i) {
+    if (!FitsWord(weights.At(0, i), weights.At(1, i))) return false;
+    square.columns[i] = {BytePair(weights.At(0, i), weights.At(1, i)),
+                         BytePair(weights.At(2, i), 0)};
+  }
   return true;
 }
 

@@ -159,8 +159,8 @@ class Pairs {
   bool found_;
 };
 
-/// Brings a 3 x 3 kernel into the form of `SquareWeights`; false when it has none. `step` are the
-/// bytes from a sample to its right neighbour.
+/// Brings a 3 x 3 kernel into the form of `SquareWeights`; false when it has none, or too few
+/// weights for that to pay. `step` are the bytes from a sample to its right neighbour.
 bool FindSquare(const Weights& weights, size_t step, int32_t divisor, int32_t offset,
                 SquareWeights& square);
 
