@@ -30,22 +30,33 @@ struct PixelWriter {
   StoreColours store;
 };
 
-/// Calls `write(j, first, colours, count)` for the sampled pixels of the first `height` rows, row
-/// by row: those whose positions are neither `too_low` nor `too_high`, which take a position and
-/// the source's size along its axis.
+/// Columns of a turned frame that are sampled row by row before the next ones: each row meets other
+/// pages of the source, and the processor remembers only so many.
+constexpr int kBandColumns = 2304;
+
+/// Calls `write(j, first, colours, count)` for the sampled pixels of the first `height` rows: those
+/// whose positions are neither `too_low` nor `too_high`, which take a position and the source's
+/// size along its axis. Rows are taken as a whole where the sampler takes pixels one by one.
 template <typename TooLow, typename TooHigh, typename Write>
 void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
                 int width, int height, TooLow too_low, TooHigh too_high, Write write) {
   alignas(64) uint32_t colours[2 * kSampleChunk];
-  for (int j = 0; j < height; ++j) {
+  const auto sample_row = [&](int j, const PixelRun& columns) {
     const PixelRun run =
-        RunWithinSource({0, width}, frame.RowAt(j), source.width, source.height, too_low, too_high);
+        RunWithinSource(columns, frame.RowAt(j), source.width, source.height, too_low, too_high);
     const SampleRow row = sampler.RowAt(j, run);
     for (int first = run.begin; first < run.end; first += sampler.chunk()) {
       const int count = std::min(sampler.chunk(), run.end - first);
       sampler.Sample(colours, row, first, count);
       write(j, first, colours, count);
     }
+  };
+  const int64_t bands =
+      sampler.chunk() == 1 ? 1 : (int64_t{width} + kBandColumns - 1) / kBandColumns;
+  for (int64_t band = 0; band < bands; ++band) {
+    const PixelRun columns = {static_cast<int>(width * band / bands),
+                              static_cast<int>(width * (band + 1) / bands)};
+    for (int j = 0; j < height; ++j) sample_row(j, columns);
   }
 }
 

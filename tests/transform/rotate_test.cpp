@@ -78,6 +78,17 @@ TEST_P(Rotation, RememberedWeightsEqualTheOracle) {
   }
 }
 
+// So wide that the frame is sampled in bands of columns.
+TEST_P(Rotation, WideFramesEqualTheOracle) {
+  Rng rng(6);
+  for (const int depth : {8, 24, 32}) {
+    const Raster source = RandomRaster(rng, rng.Int(4400, 4900), 20, depth);
+    ExpectRotated(source, rng.OneIn(2) ? 2 : -178, rng.OneIn(2) ? 0 : 3, 0, 1);
+    if (depth == 8) continue;
+    ExpectPasted(source, RandomRaster(rng, 4700, 40, depth), 0.003, rng.OneIn(2) ? 0 : 3, -1);
+  }
+}
+
 TEST_P(Rotation, PastesLikeTheOracle) {
   Rng rng(4);
   constexpr double kAngles[] = {0.0, M_PI / 2, M_PI, 1e-9, 0.5, -2.0, 100.0};
