@@ -18,6 +18,9 @@ inline int32_t CompareColors(const void* a, const void* b) {
   return Brightness(left[0], left[1], left[2]) - Brightness(right[0], right[1], right[2]);
 }
 
+/// Writes the keys of `count` samples of 1, 3 or 4 bytes: their brightness. Levels are their keys.
+void WriteKeys(uint8_t* keys, const uint8_t* samples, int sample_bytes, int64_t count);
+
 }  // namespace qel
 
 #endif  // QEL_FILTER_MEDIAN_H_

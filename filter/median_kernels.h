@@ -20,12 +20,6 @@ struct RankRows {
   size_t Limits() const { return (size_t{1} << bits) - 1; }
 };
 
-/// A tap among those of its window that have its key, in the order of visiting.
-struct TapPlace {
-  uint16_t number;  ///< counted from 0
-  uint16_t taps;    ///< how many there are
-};
-
 /// Row functions of the median. Keys are brightnesses. A window of `size` has its taps in the order
 /// of visiting: columns outer, rows inner; the wanted one is at size * size / 2 once they are
 /// sorted by key with that order kept. `rows` are rows of keys. All rows are scratch rows: up to
@@ -50,36 +44,12 @@ struct MedianKernels {
                      size_t count);
   void (*copy_taps4)(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
                      size_t count);
-  /// Takes key leaving[x] out of the counts of column x, and entering[x] in, for `columns` columns.
-  void (*recount)(uint8_t* counts, const uint8_t* leaving, const uint8_t* entering, size_t columns);
-  /// The wanted keys of `count` windows of `size` neighbouring columns each, at most
-  /// `kMostCounted`, and the places of the wanted taps among those of their keys unless `places` is
-  /// null.
-  void (*slide)(uint8_t* keys, TapPlace* places, const uint8_t* counts, size_t size, size_t count);
-  /// The columns that the wanted taps of these windows are in, in the order of visiting, and their
-  /// numbers among those of their key there.
-  void (*find_columns)(uint8_t* found, uint8_t* numbers, const uint8_t* keys,
-                       const TapPlace* places, const uint8_t* counts, size_t size, size_t count);
-  /// Walks columns of `length` keys, `pitch` bytes apart. Each has as many taps as it has keys
-  /// equal to `key`, and `extra` more. Returns the column that contains tap number `*rest`, and
-  /// leaves in
-  /// `*rest` its number within that column; `columns` when there are not so many.
-  size_t (*find_column)(const uint8_t* keys, size_t pitch, size_t columns, size_t length,
-                        uint8_t key, int64_t extra, int64_t* rest);
-  /// Where `key` stands for the time number `number` among `length` keys, counted from 0; `length`
-  /// when it does not.
-  size_t (*find_equal)(const uint8_t* keys, size_t length, uint8_t key, int64_t number);
 };
 
 /// The largest size whose taps can be counted in a byte.
 inline constexpr size_t kMostSelected = 15;
 /// True for sizes whose windows go through sorting networks.
 constexpr bool IsSorted(size_t size) { return size == 3 || size == 5 || size == 7; }
-
-/// A column of a window as counts: byte k tells how many of its keys are at most k.
-inline constexpr size_t kCountBytes = 256;
-/// The largest size whose counts, and the differences of any two of them, fit a signed byte.
-inline constexpr size_t kMostCounted = 127;
 
 namespace sse2 {
 extern const MedianKernels kMedianKernels;
