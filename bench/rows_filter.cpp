@@ -74,7 +74,8 @@ std::vector<Row> FilterRows() {
          QEL_READ(oracle::Edge(r[0], size, result)),
          QEL_PEER(cv::morphologyEx(p[0], p.result, cv::MORPH_GRADIENT, Square(size)))});
   }
-  for (const auto& [n, goal] : {std::pair(3, 5.0), {5, 12.0}, {7, 0.0}, {9, 40.0}, {15, 90.0}, {31, 0.0}}) {
+  for (const auto& [n, goal] :
+       {std::pair(3, 5.0), {5, 12.0}, {7, 0.0}, {9, 40.0}, {15, 90.0}, {31, 0.0}}) {
     const int size = n;
     add({"median " + std::to_string(n), goal, QEL_CALL(c.filter->Median(s[0], size, s.Result())),
          QEL_READ(oracle::Median(r[0], size, result)),

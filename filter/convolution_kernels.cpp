@@ -558,6 +558,7 @@ class SquareRow {
 template <ShortSums kSums, size_t kStep>
 void WeighSquare(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
                  size_t count) {
+  // Copies, so that the stores cannot change them.
   const uint8_t* const here[] = {rows[0], rows[1], rows[2]};
   const SquareRow<kSums, kStep> row(here, weights);
   if (weights.is_product) {

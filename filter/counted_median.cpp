@@ -233,7 +233,7 @@ class SlidingMedian {
   explicit operator bool() const { return memory_ != nullptr; }
 
   void Run() {
-    for (int64_t row = 0; row < reach_.after; ++row) Read(row);
+    for (int64_t row = 0; row < std::min(reach_.after, source_.Rows()); ++row) Read(row);
     for (int64_t y = 0; y < dest_.Rows(); ++y) {
       Read(y + reach_.after);
       VisitAccessLayout(dest_.bit_count, [&](auto codec) { RunRow(codec, y); });

@@ -19,34 +19,25 @@ struct Maximum {
 #endif
 };
 
-/// A pixel with the colour of one and the fourth byte of another.
-inline uint32_t JoinPixel(uint32_t colour, uint32_t alpha) {
-  return (colour & 0x00FFFFFFu) | (alpha & 0xFF000000u);
+/// Writes a pixel with the colour of one and the fourth byte of another.
+inline void JoinPixel(uint8_t* dest, const uint8_t* colour, const uint8_t* alpha) {
+  uint32_t pixel;
+  uint32_t fourth;
+  __builtin_memcpy(&pixel, colour, sizeof(pixel));
+  __builtin_memcpy(&fourth, alpha, sizeof(fourth));
+  pixel = (pixel & 0x00FFFFFFu) | (fourth & 0xFF000000u);
+  __builtin_memcpy(dest, &pixel, sizeof(pixel));
 }
 
 void WithAlpha(uint8_t* __restrict dest, const uint8_t* __restrict colours,
                const uint8_t* __restrict alphas, size_t pixels) {
-  for (size_t i = 0; i < pixels; ++i) {
-    uint32_t colour;
-    uint32_t alpha;
-    __builtin_memcpy(&colour, colours + 4 * i, sizeof(colour));
-    __builtin_memcpy(&alpha, alphas + 4 * i, sizeof(alpha));
-    colour = JoinPixel(colour, alpha);
-    __builtin_memcpy(dest + 4 * i, &colour, sizeof(colour));
-  }
+  for (size_t i = 0; i < 4 * pixels; i += 4) JoinPixel(dest + i, colours + i, alphas + i);
 }
 
 /// Gives samples of four bytes the fourth ones of `alphas`.
 void TakeAlpha(uint8_t* __restrict dest, const uint8_t* __restrict alphas, size_t step,
                size_t count) {
-  for (size_t i = 0; step == 4 && i < count; i += 4) {
-    uint32_t colour;
-    uint32_t alpha;
-    __builtin_memcpy(&colour, dest + i, sizeof(colour));
-    __builtin_memcpy(&alpha, alphas + i, sizeof(alpha));
-    colour = JoinPixel(colour, alpha);
-    __builtin_memcpy(dest + i, &colour, sizeof(colour));
-  }
+  for (size_t i = 0; step == 4 && i < count; i += 4) JoinPixel(dest + i, dest + i, alphas + i);
 }
 
 template <typename Extremum>
@@ -160,7 +151,7 @@ inline void DoubleAcross(uint8_t* dest, const size_t* jumps, size_t samples, siz
 }
 
 /// Calls run(Steps<n>, jumps) with what doubling up to `size` takes; false when windows are joined
-/// over more than a vector.
+/// over more than a vector, or take less than three steps.
 template <size_t kSteps>
 struct Steps {};
 template <typename Run>
@@ -291,6 +282,19 @@ void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
 #endif
 }
 
+#ifdef QEL_HAS_COLOUR_VECTORS
+
+struct Extremes {
+  Vector lowest;
+  Vector highest;
+};
+template <size_t kBytes>
+Extremes Shifted(const Extremes& v, const Extremes& next) {
+  return {Shifted<kBytes>(v.lowest, next.lowest), Shifted<kBytes>(v.highest, next.highest)};
+}
+
+#endif
+
 /// The larger extremum of nine bytes without the smaller one.
 template <size_t kStep>
 void Spread3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
@@ -305,8 +309,9 @@ void Spread3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
         return Extremes{Min(Min(a, b), c), Max(Max(a, b), c)};
       },
       [=](size_t k, const Extremes& left, const Extremes& middle, const Extremes& right) {
-        const Vector spread = SubtractUnsigned(Max(Max(left.second, middle.second), right.second),
-                                               Min(Min(left.first, middle.first), right.first));
+        const Vector spread =
+            SubtractUnsigned(Max(Max(left.highest, middle.highest), right.highest),
+                             Min(Min(left.lowest, middle.lowest), right.lowest));
         return kStep == 4 ? JoinAlpha(spread, Load(rows[2] + k + 2 * kStep)) : spread;
       });
 #else

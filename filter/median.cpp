@@ -27,9 +27,9 @@ void WriteKeys(uint8_t* keys, const uint8_t* samples, int sample_bytes, int64_t 
 namespace {
 
 // The sort by brightness keeps the order of visiting among equals. What it brings to the middle is
-// found without sorting: by networks and by bits of the key for small windows, and by counts of keys
-// that slide along the row for large ones. Levels are their own keys; for colours the tap itself
-// must be found, since colours of equal brightness differ.
+// found without sorting: by networks and by bits of the key for small windows, and by counts of
+// keys that slide along the row for large ones. Levels are their own keys; for colours the tap
+// itself must be found, since colours of equal brightness differ.
 
 /// How many high bits of a key are found by counting columns rather than taps.
 constexpr unsigned CountedBits(int size) {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "filter/filter_kernels.h"
+#include "image/fetch.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 
@@ -103,7 +104,6 @@ void Strip::Prefetch(int64_t y, int64_t after) {
   constexpr size_t kPage = 4096;
   const bool whole_rows = pieces_[0].count + 2 * kFewestInPlace > out_.Columns();
   if (!source_.InPlace() || (whole_rows && OutBytes() >= kPage)) return;
-  constexpr size_t kLine = 64;
   // Rows of few bytes pass quickly.
   const int64_t rows_ahead = InPlace() ? 3 : 16;
   y += rows_ahead;
@@ -113,13 +113,10 @@ void Strip::Prefetch(int64_t y, int64_t after) {
         std::min(piece.x + piece.count + window_.first + window_.count - 1, source_.Columns());
     if (piece.count == 0 || first >= end) continue;
     if (const uint8_t* const row = source_.At(y + after, first)) {
-      const auto bytes = static_cast<size_t>(end - first) * Step();
-      for (size_t i = 0; i < bytes; i += kLine) __builtin_prefetch(row + i);
+      Fetch(row, (end - first) * source_.sample_bytes());
     }
     if (y < Rows()) {
-      const uint8_t* const row = out_.At(y, piece.x);
-      const auto bytes = static_cast<size_t>(piece.count) * Step();
-      for (size_t i = 0; i < bytes; i += kLine) __builtin_prefetch(row + i, 1);
+      Fetch<1>(out_.At(y, piece.x), piece.count * source_.sample_bytes());
     }
   }
 }

@@ -12,6 +12,8 @@
 #define QEL_HAS_COLOUR_VECTORS 1
 #include <immintrin.h>
 
+#include "image/fetch.h"
+
 namespace qel::QEL_LEVEL {
 namespace {
 
@@ -431,7 +433,7 @@ struct From {
   /// The next page is fetched: with several streams, or where more is written than read, that costs
   /// more than it gives.
   template <size_t kToBytes>
-  static constexpr bool kFetched = kAlone&& kBytes >= kToBytes;
+  static constexpr bool kFetched = kBytes >= kToBytes&& kAlone;
   const uint8_t* at;
 
   template <size_t kUnits>
@@ -446,16 +448,6 @@ template <size_t kBytes>
 struct To {
   uint8_t* at;
 };
-
-/// Asks for the `kBytes` bytes that come a page after `at`: processors follow one row by
-/// themselves, but not into the next page.
-template <size_t kBytes>
-inline void FetchAhead(const uint8_t* at) {
-  constexpr uintptr_t kPage = 4096;
-  for (size_t i = 0; i < kBytes; i += 64) {
-    __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(at) + kPage + i));
-  }
-}
 
 /// Calls `block(to, from...)` for every `kUnits` units, and for copies of what remains at the end
 /// of the rows, so that nothing beyond them is touched. Blocks may read what `to` holds.

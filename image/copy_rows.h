@@ -7,8 +7,8 @@
 
 namespace qel {
 
-/// Copies `rows` rows of `bytes` bytes, from the first one to the last; `step` is the way from row to
-/// row. Rows may overlap.
+/// Copies `rows` rows of `bytes` bytes, from the first one to the last; `step` is the way from row
+/// to row. Rows may overlap.
 inline void CopyRows(uint8_t* dest, int64_t dest_step, const uint8_t* source, int64_t source_step,
                      int64_t bytes, int64_t rows) {
   const auto gap = reinterpret_cast<intptr_t>(dest) - reinterpret_cast<intptr_t>(source);

@@ -5,9 +5,10 @@
 
 #include "image/sum_vectors.h"
 
-// Windows of a few columns whose columns are reduced once each: a vector of them is kept
-// while the next one is made, and the neighbours are shifted in from there. Loading them again from
-// where they lie would touch most lines of the cache twice. Everything has internal linkage.
+// Rows that are written vector by vector. Windows of a few columns have these reduced once each: a
+// vector of them is kept while the next one is made, and the neighbours are shifted in from there.
+// Loading them again from where they lie would touch most lines of the cache twice. Everything has
+// internal linkage.
 
 #ifdef QEL_HAS_COLOUR_VECTORS
 
@@ -52,16 +53,6 @@ template <size_t kBytes>
 Words Shifted(const Words& v, const Words& next) {
   return {ShiftLanes<2 * kBytes>(v.low, v.high),
           ShiftLanes<2 * kBytes>(v.high, NextLanes(v.low, next.low))};
-}
-
-/// Two vectors of bytes.
-struct Extremes {
-  Vector first;
-  Vector second;
-};
-template <size_t kBytes>
-Extremes Shifted(const Extremes& v, const Extremes& next) {
-  return {Shifted<kBytes>(v.first, next.first), Shifted<kBytes>(v.second, next.second)};
 }
 
 /// Stores the first `count` bytes, less than a vector.

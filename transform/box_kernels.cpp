@@ -1,7 +1,7 @@
 #include "transform/box_kernels.h"
 
+#include "image/fetch.h"
 #include "image/slide.h"
-#include "transform/fetch.h"
 
 namespace qel::QEL_LEVEL {
 namespace {

@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "image/fetch.h"
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
-#include "transform/fetch.h"
 
 namespace qel {
 

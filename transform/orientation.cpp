@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "image/fetch.h"
 #include "image/pixel_layout.h"
 #include "module/result_image.h"
-#include "transform/fetch.h"
 #include "transform/image_transform.h"
 #include "transform/orientation_kernels.h"
 

@@ -1,7 +1,7 @@
 #include "transform/orientation_kernels.h"
 
 #include "image/colour_vectors.h"
-#include "transform/fetch.h"
+#include "image/fetch.h"
 #include "transform/word_pixels.h"
 
 namespace qel::QEL_LEVEL {

@@ -2,10 +2,10 @@
 #include <cmath>
 #include <cstring>
 
+#include "image/fetch.h"
 #include "image/numeric.h"
 #include "module/result_image.h"
 #include "transform/blend_pixel.h"
-#include "transform/fetch.h"
 #include "transform/image_transform.h"
 #include "transform/nearest_copy.h"
 

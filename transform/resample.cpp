@@ -5,13 +5,13 @@
 #include <memory>
 #include <vector>
 
+#include "image/fetch.h"
 #include "image/interpolated_sampling.h"
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 #include "module/result_image.h"
 #include "transform/box_kernels.h"
-#include "transform/fetch.h"
 #include "transform/image_transform.h"
 #include "transform/picker.h"
 
@@ -214,11 +214,11 @@ bool PickPixels(const ImageView& source, const ImageView& dest, const SamplePosi
   std::vector<int64_t> offsets;
   offsets.reserve(static_cast<size_t>(columns.size()));
   size_t opaque_pixels = 0;
-  columns.AllOf([&](float v) {
-    offsets.push_back(int64_t{tap(v)} * pixel_bytes);
-    opaque_pixels += tap(v) < source.width - 1 ? 1 : 0;
-    return true;
-  });
+  for (int64_t x = 0; x < columns.size(); ++x) {
+    const int column = tap(columns[x]);
+    offsets.push_back(int64_t{column} * pixel_bytes);
+    opaque_pixels += column < source.width - 1 ? 1 : 0;
+  }
   const Picker picker(std::move(offsets), pixel_bytes, false);
   const bool opaque = sampling == Sampling::kBilinear && source.bit_count == 32;
   const int64_t last_row = int64_t{source.height - 1} * source.stride;
@@ -231,8 +231,8 @@ bool PickPixels(const ImageView& source, const ImageView& dest, const SamplePosi
   return true;
 }
 
-/// Interpolates by weighted taps in tiles of a few columns and all rows. The taps of a source row
-/// are spread out once per tile and serve all destination rows that they reach.
+/// Interpolates by weighted taps in tiles of a few columns and a band of rows. The taps of a source
+/// row are spread out once per tile and serve all destination rows that they reach.
 class TileInterpolator {
  public:
   TileInterpolator(const ImageView& source, const ImageView& dest, const SamplePositions& columns,

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "transform/fetch.h"
+#include "image/fetch.h"
 #include "transform/lanes.h"
 #include "transform/word_pixels.h"
 

@@ -28,15 +28,17 @@ inline constexpr size_t kMaxTileColumns = 192;
 inline constexpr size_t kMaxTapCount = 12;
 inline constexpr size_t kMaxChannels = 4;
 
-/// Where the taps of sixteen columns lie in a source row, all of them inside. Those of a column lie
-/// side by side.
-struct TapGroup {
-  int64_t base;       ///< offset of the first byte
-  int64_t bytes;      ///< how many from there; 0 where some taps are outside or far away
-  int32_t index[16];  ///< of the first byte of each column, relative to `base`
-};
+/// Columns whose taps are spread out together, and the most bytes that these lie in.
 inline constexpr size_t kGroupColumns = 16;
 inline constexpr int64_t kMostGroupBytes = 128;
+
+/// Where the taps of a group of columns lie in a source row, all of them inside. Those of a column
+/// lie side by side.
+struct TapGroup {
+  int64_t base;                  ///< offset of the first byte
+  int64_t bytes;                 ///< how many from there; 0 where taps are outside or far away
+  int32_t index[kGroupColumns];  ///< of the first byte of each column, relative to `base`
+};
 
 /// Where the taps of the columns of a tile lie in a source row.
 struct TileTaps {

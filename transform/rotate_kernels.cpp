@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "image/fetch.h"
 #include "image/kernel_polynomials.h"
 #include "image/numeric.h"
-#include "transform/fetch.h"
 #include "transform/lanes.h"
 #include "transform/word_pixels.h"
 

@@ -4,8 +4,8 @@
 #include <bit>
 #include <cstdlib>
 
+#include "image/fetch.h"
 #include "image/pixel_layout.h"
-#include "transform/fetch.h"
 
 namespace qel {
 namespace {

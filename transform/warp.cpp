@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "image/fetch.h"
 #include "image/numeric.h"
 #include "image/pixel_layout.h"
 #include "module/result_image.h"
-#include "transform/fetch.h"
 #include "transform/image_transform.h"
 
 namespace qel {

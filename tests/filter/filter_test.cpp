@@ -223,6 +223,11 @@ TEST_P(Filters, MedianEqualsItsOracle) {
   }
   ExpectMedian(RandomRaster(rng, 5, 4, 32), 70);
   ExpectMedian(RandomRaster(rng, 30, 20, 24), 127);
+  // Whatever the size, windows far larger than the image have what is outside in their middle.
+  Expect(
+      RandomRaster(rng, 6, 4, 32),
+      [](auto& f, IQEL* i, Result r) { return f.Median(i, INT32_MAX, r); },
+      [](const Raster& s, Raster& r) { return oracle::Median(s, 25, r); });
   // Where values fall, the largest windows find their middle by going down.
   for (const int depth : {8, 24}) {
     Raster falling = RandomRaster(rng, 40, 2, depth);

@@ -1,5 +1,5 @@
-#ifndef QEL_TRANSFORM_FETCH_H_
-#define QEL_TRANSFORM_FETCH_H_
+#ifndef QEL_IMAGE_FETCH_H_
+#define QEL_IMAGE_FETCH_H_
 
 #include <cstdint>
 
@@ -23,6 +23,17 @@ static inline void Fetch(const uint8_t* first, int64_t bytes) {
   FetchLine<kWrite>(first + bytes - 1);
 }
 
+/// Brings the `kBytes` bytes that come a page after `at`: processors follow one row by themselves,
+/// but not into the next page.
+template <int64_t kBytes>
+static inline void FetchAhead(const uint8_t* at) {
+  constexpr uintptr_t kPage = 4096;
+  for (int64_t i = 0; i < kBytes; i += 64) {
+    // As numbers: the address may lie beyond what `at` belongs to.
+    FetchLine(reinterpret_cast<const uint8_t*>(reinterpret_cast<uintptr_t>(at + i) + kPage));
+  }
+}
+
 }  // namespace qel
 
-#endif  // QEL_TRANSFORM_FETCH_H_
+#endif  // QEL_IMAGE_FETCH_H_
