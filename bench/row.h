@@ -13,7 +13,7 @@
 #endif
 
 #include "bench/stage.h"
-#include "tests/support/raster.h"
+#include "reference/raster.h"
 
 namespace qel::bench {
 

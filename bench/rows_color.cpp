@@ -1,5 +1,5 @@
 #include "bench/row.h"
-#include "tests/support/oracle_color.h"
+#include "reference/color.h"
 
 namespace qel::bench {
 namespace {

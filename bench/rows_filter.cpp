@@ -1,7 +1,7 @@
 #include <cstdlib>
 
 #include "bench/row.h"
-#include "tests/support/oracle_filter.h"
+#include "reference/filter.h"
 
 namespace qel::bench {
 namespace {

@@ -1,5 +1,5 @@
 #include "bench/row.h"
-#include "tests/support/oracle_maths.h"
+#include "reference/maths.h"
 
 namespace qel::bench {
 namespace {

@@ -1,7 +1,7 @@
 #include <cmath>
 
 #include "bench/row.h"
-#include "tests/support/oracle_transform.h"
+#include "reference/transform.h"
 
 namespace qel::bench {
 namespace {

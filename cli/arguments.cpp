@@ -6,8 +6,8 @@
 #include <limits>
 #include <sstream>
 
-#include "cli/errors.h"
-#include "cli/nearest_name.h"
+#include "operations/errors.h"
+#include "operations/nearest_name.h"
 
 namespace qel::cli {
 namespace {

@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <iostream>
 
-#include "cli/command_table.h"
-#include "cli/console.h"
-#include "cli/errors.h"
-#include "cli/nearest_name.h"
+#include "cli/commands/command_table.h"
 #include "cli/operation_table.h"
+#include "cli/terminal/console.h"
+#include "operations/errors.h"
+#include "operations/nearest_name.h"
 
 namespace qel::cli {
 namespace {

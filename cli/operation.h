@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/components.h"
+#include "operations/components.h"
 
 namespace qel::cli {
 

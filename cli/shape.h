@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "cli/errors.h"
 #include "cli/operation.h"
+#include "operations/errors.h"
 
 namespace qel::cli {
 

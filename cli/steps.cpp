@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "cli/errors.h"
-#include "cli/nearest_name.h"
 #include "cli/operation_table.h"
+#include "operations/errors.h"
+#include "operations/nearest_name.h"
 
 namespace qel::cli {
 namespace {

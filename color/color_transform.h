@@ -1,7 +1,7 @@
 #ifndef QEL_COLOR_COLOR_TRANSFORM_H_
 #define QEL_COLOR_COLOR_TRANSFORM_H_
 
-#include "module/object.h"
+#include "component/object.h"
 #include "qel/color_transform.h"
 
 namespace qel {

@@ -3,8 +3,8 @@
 #include "color/color_transform.h"
 #include "color/index_remap.h"
 #include "color/tone_kernels.h"
+#include "component/result_image.h"
 #include "image/numeric.h"
-#include "module/result_image.h"
 
 namespace qel {
 namespace {

@@ -1,7 +1,7 @@
+#include "component/result_image.h"
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
 #include "filter/neighbourhood.h"
-#include "module/result_image.h"
 
 namespace qel {
 namespace {

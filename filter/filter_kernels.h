@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "image/cpu_level.h"
+#include "simd/cpu_level.h"
 
 namespace qel {
 

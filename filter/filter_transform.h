@@ -1,7 +1,7 @@
 #ifndef QEL_FILTER_FILTER_TRANSFORM_H_
 #define QEL_FILTER_FILTER_TRANSFORM_H_
 
-#include "module/object.h"
+#include "component/object.h"
 #include "qel/filter_transform.h"
 
 namespace qel {

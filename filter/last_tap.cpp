@@ -1,8 +1,8 @@
 #include <cstring>
 
+#include "component/result_image.h"
 #include "filter/filter_transform.h"
 #include "image/numeric.h"
-#include "module/result_image.h"
 
 namespace qel {
 namespace {

@@ -1,11 +1,11 @@
 #include <cstring>
 #include <span>
 
+#include "component/result_image.h"
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
 #include "filter/neighbourhood.h"
 #include "image/copy_rows.h"
-#include "module/result_image.h"
 
 namespace qel {
 namespace {

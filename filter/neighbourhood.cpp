@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "filter/filter_kernels.h"
-#include "image/fetch.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
+#include "simd/fetch.h"
 
 namespace qel {
 

@@ -1,10 +1,10 @@
 #include <cstdlib>
 
+#include "component/result_image.h"
 #include "filter/filter_transform.h"
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
-#include "module/result_image.h"
 
 namespace qel {
 namespace {

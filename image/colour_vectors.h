@@ -12,7 +12,7 @@
 #define QEL_HAS_COLOUR_VECTORS 1
 #include <immintrin.h>
 
-#include "image/fetch.h"
+#include "simd/fetch.h"
 
 namespace qel::QEL_LEVEL {
 namespace {

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "image/cpu_level.h"
 #include "image/numeric.h"
+#include "simd/cpu_level.h"
 
 namespace qel {
 

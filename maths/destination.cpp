@@ -1,5 +1,5 @@
+#include "component/result_image.h"
 #include "maths/maths.h"
-#include "module/result_image.h"
 
 namespace qel {
 

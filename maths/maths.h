@@ -1,7 +1,7 @@
 #ifndef QEL_MATHS_MATHS_H_
 #define QEL_MATHS_MATHS_H_
 
-#include "module/object.h"
+#include "component/object.h"
 #include "qel/maths.h"
 
 namespace qel {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include "image/cpu_level.h"
+#include "simd/cpu_level.h"
 
 namespace qel {
 

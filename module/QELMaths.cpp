@@ -1,5 +1,5 @@
+#include "component/host_services.h"
 #include "module/factory.h"
-#include "module/host_services.h"
 
 // The module's entry points and its one piece of state.
 

@@ -1,4 +1,4 @@
-#include "image/cpu_level.h"
+#include "simd/cpu_level.h"
 
 // An ELF note tells tools which processor level is in use, since nothing but the entry points is
 // exported: the distance from the note's content to `kActiveCpuLevel`, then the names of its

@@ -1,9 +1,9 @@
 #include "module/factory.h"
 
 #include "color/color_transform.h"
+#include "component/string_ref.h"
 #include "filter/filter_transform.h"
 #include "maths/maths.h"
-#include "module/string_ref.h"
 #include "transform/image_deform.h"
 #include "transform/image_transform.h"
 

@@ -1,7 +1,7 @@
 #ifndef QEL_TRANSFORM_IMAGE_DEFORM_H_
 #define QEL_TRANSFORM_IMAGE_DEFORM_H_
 
-#include "module/object.h"
+#include "component/object.h"
 #include "qel/deform.h"
 
 namespace qel {

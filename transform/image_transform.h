@@ -1,7 +1,7 @@
 #ifndef QEL_TRANSFORM_IMAGE_TRANSFORM_H_
 #define QEL_TRANSFORM_IMAGE_TRANSFORM_H_
 
-#include "module/object.h"
+#include "component/object.h"
 #include "qel/transform.h"
 
 namespace qel {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "cli/arguments.h"
-#include "cli/errors.h"
 #include "cli/operation_table.h"
+#include "operations/errors.h"
 
 namespace qel::cli {
 namespace {

@@ -2,11 +2,11 @@
 #include <string>
 
 #include "cli/arguments.h"
-#include "cli/console.h"
-#include "cli/errors.h"
+#include "cli/batch/picture_io.h"
 #include "cli/operation_table.h"
-#include "cli/picture_io.h"
 #include "cli/shape.h"
+#include "cli/terminal/console.h"
+#include "operations/errors.h"
 
 namespace qel::cli {
 namespace {

@@ -3,9 +3,9 @@
 #include <numbers>
 
 #include "cli/arguments.h"
+#include "cli/batch/picture_io.h"
 #include "cli/methods.h"
 #include "cli/operation_table.h"
-#include "cli/picture_io.h"
 #include "cli/shape.h"
 
 namespace qel::cli {

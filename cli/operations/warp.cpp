@@ -4,8 +4,8 @@
 #include <stdexcept>
 
 #include "cli/arguments.h"
+#include "cli/batch/picture_io.h"
 #include "cli/operation_table.h"
-#include "cli/picture_io.h"
 #include "cli/point_maps.h"
 #include "cli/shape.h"
 

@@ -10,13 +10,13 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "cli/compare.h"
-#include "cli/demo_scene.h"
-#include "cli/describe.h"
+#include "cli/batch/session.h"
+#include "cli/commands/compare.h"
+#include "cli/commands/describe.h"
+#include "cli/drawing/demo_scene.h"
+#include "cli/drawing/picture_sheet.h"
 #include "cli/operation_table.h"
-#include "cli/picture_sheet.h"
 #include "cli/point_maps.h"
-#include "cli/session.h"
 #include "docs/generator/page.h"
 #include "pictures/atomic_file.h"
 

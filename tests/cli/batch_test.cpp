@@ -7,12 +7,12 @@
 #include <map>
 #include <set>
 
-#include "cli/demo_scene.h"
-#include "cli/errors.h"
+#include "cli/batch/session.h"
+#include "cli/batch/sha256.h"
+#include "cli/batch/shard.h"
+#include "cli/drawing/demo_scene.h"
 #include "cli/operation_table.h"
-#include "cli/session.h"
-#include "cli/sha256.h"
-#include "cli/shard.h"
+#include "operations/errors.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::cli {

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <iostream>
 
-#include "cli/command_table.h"
-#include "cli/completion.h"
-#include "cli/errors.h"
+#include "cli/batch/picture_io.h"
+#include "cli/commands/command_table.h"
+#include "cli/commands/completion.h"
 #include "cli/operation_table.h"
-#include "cli/picture_io.h"
+#include "operations/errors.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::cli {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <map>
 
-#include "cli/errors.h"
-#include "tests/support/rng.h"
+#include "operations/errors.h"
+#include "reference/rng.h"
 #include "tests/support/temporary_folder.h"
 
 // The tool when the system fails it, when it is killed, and when files lie about their size.

@@ -3,11 +3,11 @@
 #include <cstring>
 #include <set>
 
-#include "cli/demo_scene.h"
-#include "cli/errors.h"
+#include "cli/batch/picture_io.h"
+#include "cli/drawing/demo_scene.h"
 #include "cli/operation_table.h"
-#include "cli/picture_io.h"
 #include "cli/steps.h"
+#include "operations/errors.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::cli {

@@ -1,9 +1,10 @@
+#include "reference/color.h"
+
 #include <algorithm>
 #include <tuple>
 
+#include "reference/pixels.h"
 #include "tests/support/module_under_test.h"
-#include "tests/support/oracle_color.h"
-#include "tests/support/oracle_pixels.h"
 
 namespace qel::test {
 namespace {

@@ -1,9 +1,9 @@
-#include "filter/exact_division.h"
+#include "filter/convolution/exact_division.h"
 
 #include <gtest/gtest.h>
 
 #include "image/numeric.h"
-#include "tests/support/rng.h"
+#include "reference/rng.h"
 
 namespace qel::test {
 namespace {

@@ -1,10 +1,11 @@
+#include "reference/filter.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <vector>
 
-#include "filter/median.h"
+#include "filter/median/median.h"
 #include "tests/support/module_under_test.h"
-#include "tests/support/oracle_filter.h"
 
 namespace qel::test {
 namespace {

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "component/host_services.h"
 #include "module/factory.h"
-#include "module/host_services.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/paired_operations.h"
 

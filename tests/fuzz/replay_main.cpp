@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tests/fuzz/fuzz.h"
-#include "tests/support/rng.h"
+#include "reference/rng.h"
 
 namespace {
 

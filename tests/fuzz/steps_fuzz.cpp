@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/errors.h"
 #include "cli/steps.h"
+#include "operations/errors.h"
 #include "tests/fuzz/fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

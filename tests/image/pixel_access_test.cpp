@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "image/nearest_grey.h"
-#include "tests/support/oracle_pixels.h"
+#include "reference/pixels.h"
 
 namespace qel::test {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "image/bessel.h"
 #include "image/interpolated_sampling.h"
-#include "tests/support/oracle_transform.h"
+#include "reference/transform.h"
 
 namespace qel::test {
 namespace {

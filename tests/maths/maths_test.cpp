@@ -1,8 +1,9 @@
+#include "reference/maths.h"
+
 #include <cmath>
 #include <limits>
 
 #include "tests/support/module_under_test.h"
-#include "tests/support/oracle_maths.h"
 
 namespace qel::test {
 namespace {

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <string>
 
+#include "component/host_services.h"
 #include "host/host_collection.h"
-#include "module/host_services.h"
 
 namespace qel {
 

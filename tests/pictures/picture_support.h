@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "pictures/picture_file.h"
-#include "tests/support/rng.h"
+#include "reference/rng.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::test {

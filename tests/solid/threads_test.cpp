@@ -8,7 +8,7 @@
 #include "host/host_collection.h"
 #include "host/module_library.h"
 #include "tests/support/operation_calls.h"
-#include "tests/support/rng.h"
+#include "reference/rng.h"
 
 namespace qel::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "image/cpu_level.h"
+#include "simd/cpu_level.h"
 
 // Stands in for the detection at load, to build a module that always runs at one level.
 

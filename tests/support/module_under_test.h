@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "image/cpu_level.h"
+#include "simd/cpu_level.h"
 #include "tests/support/operation_calls.h"
 #include "tests/support/test_host.h"
 

@@ -1,7 +1,7 @@
 #ifndef QEL_TESTS_SUPPORT_OPERATION_CALLS_H_
 #define QEL_TESTS_SUPPORT_OPERATION_CALLS_H_
 
-#include "cli/check/operation_calls.h"
+#include "check/operation_calls.h"
 
 namespace qel::test {
 

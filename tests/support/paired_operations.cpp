@@ -4,10 +4,10 @@
 #include <memory>
 #include <tuple>
 
-#include "tests/support/oracle_color.h"
-#include "tests/support/oracle_filter.h"
-#include "tests/support/oracle_maths.h"
-#include "tests/support/oracle_transform.h"
+#include "reference/color.h"
+#include "reference/filter.h"
+#include "reference/maths.h"
+#include "reference/transform.h"
 
 namespace qel::test {
 namespace {

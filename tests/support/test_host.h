@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "qel/qel.h"
-#include "tests/support/raster.h"
+#include "reference/raster.h"
 
 namespace qel::test {
 

@@ -1,8 +1,8 @@
 #include <cmath>
 
+#include "reference/pixels.h"
+#include "reference/transform.h"
 #include "tests/support/module_under_test.h"
-#include "tests/support/oracle_pixels.h"
-#include "tests/support/oracle_transform.h"
 
 namespace qel::test {
 namespace {

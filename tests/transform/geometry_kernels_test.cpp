@@ -2,11 +2,11 @@
 
 #include "tests/support/guarded_memory.h"
 #include "tests/support/module_under_test.h"
-#include "transform/box_kernels.h"
-#include "transform/depth_kernels.h"
-#include "transform/orientation_kernels.h"
-#include "transform/resample_kernels.h"
-#include "transform/rotate_kernels.h"
+#include "transform/layout/depth_kernels.h"
+#include "transform/layout/orientation_kernels.h"
+#include "transform/resample/box_kernels.h"
+#include "transform/resample/resample_kernels.h"
+#include "transform/rotate/rotate_kernels.h"
 
 namespace qel::test {
 namespace {

@@ -1,7 +1,7 @@
 #include <algorithm>
 
+#include "reference/transform.h"
 #include "tests/support/module_under_test.h"
-#include "tests/support/oracle_transform.h"
 
 namespace qel::test {
 namespace {

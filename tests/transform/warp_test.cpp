@@ -2,9 +2,9 @@
 #include <cstring>
 #include <limits>
 
+#include "reference/pixels.h"
+#include "reference/transform.h"
 #include "tests/support/module_under_test.h"
-#include "tests/support/oracle_pixels.h"
-#include "tests/support/oracle_transform.h"
 
 namespace qel::test {
 namespace {

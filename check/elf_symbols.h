@@ -1,0 +1,21 @@
+#ifndef QEL_CHECK_ELF_SYMBOLS_H_
+#define QEL_CHECK_ELF_SYMBOLS_H_
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace qel::cli {
+
+/// What a shared library says of itself to the loader.
+struct ElfNames {
+  std::vector<std::string> exports;  ///< defined dynamic symbols, sorted
+  std::vector<std::string> needs;    ///< libraries that it depends on
+};
+
+/// Reads the dynamic symbols of a 64-bit ELF file. Throws `std::runtime_error` when there are none.
+ElfNames ReadElf(const std::filesystem::path& path);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CHECK_ELF_SYMBOLS_H_

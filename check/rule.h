@@ -1,0 +1,71 @@
+#ifndef QEL_CHECK_RULE_H_
+#define QEL_CHECK_RULE_H_
+
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/module_library.h"
+
+namespace qel::cli {
+
+/// A rule is broken; the message says by what.
+class Broken : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Throws `Broken` with `otherwise` unless `kept`.
+inline void Require(bool kept, const std::string& otherwise) {
+  if (!kept) throw Broken(otherwise);
+}
+
+/// Notes what is being done, for the report in case this process ends or hangs there.
+void Doing(const std::string& what);
+
+/// The library that a rule is tried on, freshly loaded in a process of its own.
+class Subject {
+ public:
+  /// Throws `host::ModuleError`.
+  explicit Subject(const std::filesystem::path& path) : path_(path) { library_.emplace(path); }
+
+  const std::filesystem::path& path() const { return path_; }
+  const host::ModuleLibrary& library() const { return *library_; }
+  /// Gives the library back, as a host does at its end.
+  void Unload() { library_.reset(); }
+
+ private:
+  std::filesystem::path path_;
+  std::optional<host::ModuleLibrary> library_;
+};
+
+/// Something that a library must keep.
+struct Rule {
+  std::string suite;
+  std::string name;
+  std::string text;                 ///< what must hold, as a sentence
+  void (*check)(Subject& subject);  ///< throws `Broken`, or any exception, when it does not
+
+  std::string FullName() const { return suite + "/" + name; }
+};
+
+using Rules = std::vector<Rule>;
+
+// The rules of modules, suite by suite.
+Rules EntryRules();
+Rules ObjectRules();
+Rules SlotRules();
+Rules ArgumentRules();
+Rules ResultRules();
+Rules FaultRules();
+
+// The rules of a host's components.
+Rules CollectionRules();
+Rules StringRules();
+Rules ImageRules();
+
+}  // namespace qel::cli
+
+#endif  // QEL_CHECK_RULE_H_

@@ -1,0 +1,35 @@
+#ifndef QEL_CHECK_RUNNER_H_
+#define QEL_CHECK_RUNNER_H_
+
+#include <functional>
+#include <iosfwd>
+#include <string>
+
+#include "check/rule.h"
+
+namespace qel::cli {
+
+/// Runs `body` in a process of its own, for at most `seconds` of processor time. Returns what went
+/// wrong, the message of an exception, a signal or the time, with the last thing that `Doing`
+/// noted; empty when nothing did. What the body prints to standard output is dropped, unless
+/// `keep_output`.
+std::string RunApart(const std::function<void()>& body, int seconds, bool keep_output = false);
+
+struct CheckOptions {
+  bool quiet = false;  ///< print broken rules only
+  std::string filter;  ///< a suite, or a rule as SUITE/NAME; empty for all
+  int seconds = 20;    ///< processor time of each rule
+};
+
+/// Tries every rule on the library at `path` and prints the outcome. Returns kDone when all are
+/// kept, else kSomeFailed. Throws `Failure`: kUsage for a filter that selects nothing, kModuleFault
+/// when the library cannot be loaded.
+int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions& options,
+                 std::ostream& output);
+
+/// Prints the rules by suite.
+void ListRules(const Rules& rules, std::ostream& output);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CHECK_RUNNER_H_

@@ -1,0 +1,50 @@
+#include "check/trial.h"
+
+#include <cstdlib>
+
+namespace qel::cli {
+
+Workbench::Workbench(Subject& subject) {
+  const host::ModuleLibrary& library = subject.library();
+  library.Initialize(host_.collection());
+  components_.color = library.Create<IQELColorTransform>(RefString(kColorTransformName));
+  components_.transform = library.Create<IQELTransform>(RefString(kTransformName));
+  components_.deform = library.Create<IQELDeform>(RefString(kDeformName));
+  components_.filter = library.Create<IQELFilterTransform>(RefString(kFilterTransformName));
+  components_.maths = library.Create<IQELMaths>(RefString(kMathsName));
+}
+
+Workbench::~Workbench() = default;
+
+Trial Try(Workbench& bench, const OperationCall& operation, int depth, int width, int height) {
+  WatchedHost& host = bench.host();
+  Trial trial;
+  std::vector<IQELImage*> pointers;
+  for (int i = 0; i < operation.images; ++i) {
+    trial.arguments.push_back(&host.MakeImage(width, height, depth));
+    trial.before.push_back(trial.arguments.back()->Pixels());
+    pointers.push_back(trial.arguments.back());
+  }
+  std::srand(1);  // operations that draw random numbers get the same ones each time
+  IQEL* result = nullptr;
+  host.calls = 0;
+  try {
+    trial.code = operation.call(bench.components(), pointers, &result);
+  } catch (const WatchedHost::Exception&) {
+    trial.thrown = true;
+  }
+  trial.host_calls = host.calls;
+  trial.result = host.FindImage(result);
+  Require(result == nullptr || trial.result != nullptr, "the result is no image of the host");
+  return trial;
+}
+
+void WarmUp(Workbench& bench) {
+  for (const OperationCall& operation : AllOperationCalls()) {
+    Doing(operation.name + " at 24 bits");
+    Try(bench, operation, 24);
+  }
+  bench.host().ForgetImages();
+}
+
+}  // namespace qel::cli

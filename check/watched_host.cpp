@@ -1,0 +1,296 @@
+#include "check/watched_host.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace qel::cli {
+namespace {
+
+constexpr size_t kPage = 4096;
+constexpr uint8_t kFreshByte = 0xCD;
+constexpr int kLargestSide = 1 << 12;
+
+/// What the bytes round the rows hold, by their place in the block.
+uint8_t PaddingByte(size_t place) { return static_cast<uint8_t>(0xA5 ^ (place * 29)); }
+
+size_t RoundUpToPage(size_t size) { return (size + kPage - 1) / kPage * kPage; }
+
+/// A string of the host that counts itself.
+class WatchedString final : public host::HostObject<host::IHostString, ICreatableString, IString> {
+ public:
+  explicit WatchedString(WatchedHost& host) : host_(host) { ++host_.live_strings; }
+  ~WatchedString() override { --host_.live_strings; }
+  result_t ReservedSlot3() override { return kFail; }
+  result_t ReservedSlot4() override { return kFail; }
+  result_t AppendChars(int count, const wchar_t* characters) override {
+    if (!host_.OnCall()) return kFail;
+    text_.append(characters, static_cast<size_t>(std::max(count, 0)));
+    return kOk;
+  }
+  result_t GetText(tagREFString* text) override {
+    *text = {text_.size(), text_.data()};
+    return kOk;
+  }
+
+ private:
+  WatchedHost& host_;
+  std::wstring text_;
+};
+
+}  // namespace
+
+uint32_t UsualModel(int bit_count) {
+  return bit_count == 32 ? kModelArgb : bit_count == 24 ? kModelBgr : kModelMono;
+}
+
+/// The collection that the module sees: the reference host's, behind the watch.
+class WatchedHost::Gate final : public host::HostObject<IComponentCollection> {
+ public:
+  Gate(WatchedHost& host, host::HostCollection& inner) : host_(host), inner_(inner) {}
+
+  result_t ReservedSlot3() override { return kFail; }
+  result_t GetItem(int index, IUnknown** item) override {
+    if (!host_.OnCall()) return kFail;
+    *item = nullptr;
+    return host_.GivesNull() ? kOk : inner_.GetItem(index, item);
+  }
+  result_t FindItem(IString* name, int* index) override {
+    return host_.OnCall() ? inner_.FindItem(name, index) : kFail;
+  }
+  result_t ReservedSlot6() override { return kFail; }
+  result_t ReservedSlot7() override { return kFail; }
+  result_t ReservedSlot8() override { return kFail; }
+  result_t ReservedSlot9() override { return kFail; }
+  result_t ReservedSlot10() override { return kFail; }
+  result_t ReservedSlot11() override { return kFail; }
+  result_t ReservedSlot12() override { return kFail; }
+  result_t ReservedSlot13() override { return kFail; }
+  result_t ReservedSlot14() override { return kFail; }
+  result_t ReservedSlot15() override { return kFail; }
+  result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
+    if (!host_.OnCall()) return kFail;
+    *object = nullptr;
+    return host_.GivesNull() ? kOk : inner_.CreateComponent(name, iid, object);
+  }
+
+ private:
+  WatchedHost& host_;
+  host::HostCollection& inner_;
+};
+
+WatchedHost::WatchedHost() : inner_(host::HostCollection::Make()) {
+  inner_->Offer(kImageComponentName, [this](const IID& iid, void** object) {
+    WatchedImage* const image = MakeForModule();
+    if (image == nullptr) return kFail;
+    // The image was made with the reference that goes out.
+    *object = nullptr;
+    const bool answers = iid == IID_IQELImage || iid == IID_IQELImageDIB;
+    if (answers) {
+      *object = static_cast<IQELImageDIB*>(image);
+    } else {
+      image->Release();
+    }
+    return answers ? kOk : kNoInterface;
+  });
+  inner_->Offer(host::kStringName, host::MakerOf([this] {
+                  return SmartPtr<WatchedString>::Adopt(new WatchedString(*this));
+                }));
+  gate_ = SmartPtr<Gate>::Adopt(new Gate(*this, *inner_));
+}
+
+WatchedHost::~WatchedHost() = default;
+
+IComponentCollection* WatchedHost::collection() const { return gate_.Get(); }
+
+bool WatchedHost::OnCall() {
+  if (calls++ != fault_at) return true;
+  if (fault == Fault::kThrow) throw Exception();
+  return fault != Fault::kFail;
+}
+
+WatchedImage& WatchedHost::MakeImage(int width, int height, int bit_count) {
+  images_.push_back(std::make_unique<WatchedImage>(*this));
+  WatchedImage& image = *images_.back();
+  const Fault kept = std::exchange(fault, Fault::kNone);
+  image.Create(width, height, 1, bit_count, UsualModel(bit_count));
+  fault = kept;
+  uint32_t state = static_cast<uint32_t>(images_.size() * 77 + static_cast<size_t>(bit_count));
+  for (int y = 0; y < image.height(); ++y) {
+    for (int64_t i = 0; i < image.RowBytes(); ++i) {
+      state = state * 1664525u + 1013904223u;
+      image.Row(y)[i] = static_cast<uint8_t>(state >> 24);
+    }
+  }
+  return image;
+}
+
+WatchedImage* WatchedHost::MakeForModule() {
+  if (refuses_images || !OnCall() || GivesNull()) return nullptr;
+  images_.push_back(std::make_unique<WatchedImage>(*this));
+  return images_.back().get();
+}
+
+WatchedImage* WatchedHost::FindImage(const IQEL* pointer) const {
+  const auto found = std::ranges::find_if(
+      images_, [&](const auto& image) { return static_cast<IQEL*>(image.get()) == pointer; });
+  return found == images_.end() ? nullptr : found->get();
+}
+
+void WatchedHost::ForgetImages() { images_.clear(); }
+
+int64_t WatchedHost::References() const {
+  const auto count = [](IUnknown* object) {
+    object->AddRef();
+    return int64_t{object->Release()};
+  };
+  int64_t references = live_strings + count(inner_.Get()) + count(gate_.Get());
+  for (const auto& image : images_) references += image->references();
+  return references;
+}
+
+WatchedImage::~WatchedImage() { Unmap(); }
+
+void WatchedImage::Unmap() {
+  if (mapping_ != nullptr) munmap(mapping_, mapping_size_);
+  mapping_ = bits_ = block_ = nullptr;
+  block_size_ = 0;
+}
+
+result_t WatchedImage::QueryInterface(const IID& iid, void** object) {
+  *object = nullptr;
+  if (!host_.OnCall()) return kFail;
+  if (host_.GivesNull()) return kOk;
+  if (iid != IID_IUnknown && iid != IID_IQEL && iid != IID_IQELImage && iid != IID_IQELImageDIB) {
+    return kNoInterface;
+  }
+  AddRef();
+  *object = static_cast<IQELImageDIB*>(this);
+  return kOk;
+}
+
+result_t WatchedImage::GetSize(int* width, int* height, int* planes) {
+  if (!host_.OnCall()) return kFail;
+  *width = width_;
+  *height = height_;
+  *planes = planes_;
+  return kOk;
+}
+
+result_t WatchedImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
+  if (!host_.OnCall()) return kFail;
+  *bit_count = bit_count_;
+  *model = model_;
+  *reserved = 0;
+  return kOk;
+}
+
+result_t WatchedImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
+  if (!host_.OnCall()) return kFail;
+  *reserved = 0;
+  *bits = host_.GivesNull() || plane != 0 ? nullptr : bits_;
+  *stride = stride_;
+  return *bits != nullptr ? kOk : kInvalidArgument;
+}
+
+result_t WatchedImage::Create(int width, int height, int planes, int bit_count, uint32_t model) {
+  if (!host_.OnCall()) return kFail;
+  return Reshape(width, height, planes, bit_count, model) ? kOk : kInvalidArgument;
+}
+
+/// Lays rows and padding out in fresh pages: the rows hold one byte, everything else a pattern.
+bool WatchedImage::Reshape(int width, int height, int planes, int bit_count, uint32_t model) {
+  Unmap();
+  width_ = std::clamp(width, 0, kLargestSide);
+  height_ = std::clamp(height, 0, kLargestSide);
+  planes_ = planes;
+  bit_count_ = std::clamp(bit_count, 0, 64);
+  model_ = model;
+  const bool fits = width_ == std::max(width, 0) && height_ == std::max(height, 0);
+  const bool fenced = layout_.fence != WatchedLayout::Fence::kNone;
+  const auto step = static_cast<size_t>(RowBytes() + (fenced ? 0 : layout_.padding));
+  stride_ = static_cast<int>(layout_.bottom_up ? -static_cast<int64_t>(step) : step);
+  const size_t rows = step * static_cast<size_t>(height_);
+  if (!fits || rows == 0) return fits;
+
+  // Without a fence there is room for whatever an operation may reach.
+  const size_t before = fenced ? static_cast<size_t>(layout_.reach_before) : kPage + 4 * rows;
+  const size_t after = fenced ? static_cast<size_t>(layout_.reach_after) : kPage + 4 * rows;
+  block_size_ = before + rows + after;
+  mapping_size_ = RoundUpToPage(block_size_) + 2 * kPage;
+  void* const memory =
+      mmap(nullptr, mapping_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) return false;
+  mapping_ = static_cast<uint8_t*>(memory);
+  mprotect(mapping_, kPage, PROT_NONE);
+  mprotect(mapping_ + mapping_size_ - kPage, kPage, PROT_NONE);
+  block_ = layout_.fence == WatchedLayout::Fence::kBefore
+               ? mapping_ + kPage
+               : mapping_ + mapping_size_ - kPage - block_size_;
+  bits_ = block_ + before + (layout_.bottom_up ? rows - step : 0);
+  for (size_t i = 0; i < block_size_; ++i) block_[i] = PaddingByte(i);
+  for (int y = 0; y < height_; ++y) {
+    std::memset(Row(y), kFreshByte, static_cast<size_t>(RowBytes()));
+  }
+  return true;
+}
+
+result_t WatchedImage::Assign(IQEL* source, int /*flags*/) {
+  if (!host_.OnCall()) return kFail;
+  const WatchedImage* const from = host_.FindImage(source);
+  if (from == nullptr) return kInvalidArgument;
+  if (!Reshape(from->width_, from->height_, from->planes_, from->bit_count_, from->model_)) {
+    return kFail;
+  }
+  for (int y = 0; bits_ != nullptr && y < height_; ++y) {
+    std::memcpy(Row(y), from->Row(y), static_cast<size_t>(RowBytes()));
+  }
+  return kOk;
+}
+
+result_t WatchedImage::Fill(uint32_t colour) {
+  if (!host_.OnCall()) return kFail;
+  SetAll(colour);
+  return kOk;
+}
+
+uint32_t WatchedImage::At(int x, int y) const {
+  uint32_t pixel = 0;
+  const auto bytes = static_cast<size_t>(std::clamp(bit_count_ / 8, 0, 4));
+  std::memcpy(&pixel, Row(y) + static_cast<int64_t>(bytes) * x, bytes);
+  return pixel;
+}
+
+void WatchedImage::Set(int x, int y, uint32_t pixel) {
+  const auto bytes = static_cast<size_t>(std::clamp(bit_count_ / 8, 0, 4));
+  std::memcpy(Row(y) + static_cast<int64_t>(bytes) * x, &pixel, bytes);
+}
+
+void WatchedImage::SetAll(uint32_t pixel) {
+  for (int y = 0; bits_ != nullptr && y < height_; ++y) {
+    for (int x = 0; x < width_; ++x) Set(x, y, pixel);
+  }
+}
+
+std::string WatchedImage::Pixels() const {
+  std::string pixels;
+  for (int y = 0; bits_ != nullptr && y < height_; ++y) {
+    pixels.append(reinterpret_cast<const char*>(Row(y)), static_cast<size_t>(RowBytes()));
+  }
+  return pixels;
+}
+
+bool WatchedImage::PaddingIntact() const {
+  std::vector<bool> is_row(block_size_);
+  for (int y = 0; bits_ != nullptr && y < height_; ++y) {
+    const auto start = is_row.begin() + (Row(y) - block_);
+    std::fill(start, start + RowBytes(), true);
+  }
+  for (size_t i = 0; i < block_size_; ++i) {
+    if (!is_row[i] && block_[i] != PaddingByte(i)) return false;
+  }
+  return true;
+}
+
+}  // namespace qel::cli

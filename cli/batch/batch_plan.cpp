@@ -1,0 +1,114 @@
+#include "cli/batch/batch_plan.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <unordered_map>
+
+#include "cli/batch/picture_io.h"
+#include "operations/errors.h"
+
+namespace qel::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string FolderOf(const std::string& path) {
+  const std::string folder = fs::path(path).parent_path().string();
+  return folder.empty() ? "." : folder;
+}
+
+/// Tells whether two names mean one file, through links and different spellings, also for files
+/// that there are not yet.
+class Identities {
+ public:
+  std::string Of(const std::string& path) {
+    const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr),
+                                                          &std::free);
+    if (resolved != nullptr) return resolved.get();
+    const auto [folder, is_new] = folders_.try_emplace(FolderOf(path));
+    std::error_code ignored;
+    if (is_new) folder->second = fs::weakly_canonical(fs::absolute(folder->first), ignored);
+    return (folder->second / fs::path(path).filename()).string();
+  }
+
+ private:
+  std::unordered_map<std::string, fs::path> folders_;
+};
+
+[[noreturn]] void RefuseReplacing(const BatchItem& item, const std::string& read) {
+  if (item.input == read) {
+    throw Failure(kUsage, read +
+                              " would be replaced by its own output; write --in-place in place "
+                              "of -o if that is meant");
+  }
+  throw Failure(
+      kUsage, "the output of " + item.input + " would replace " + read + ", which is read as well");
+}
+
+void RefuseClashes(const std::vector<BatchItem>& items, const BatchRequest& request) {
+  Identities identities;
+  // The names of files that are read, and the inputs of those that are written, by identity.
+  std::unordered_map<std::string, std::string> read, written;
+  const bool in_place = request.output.empty();
+  for (const std::string& name : request.second_pictures) read.emplace(identities.Of(name), name);
+  for (const BatchItem& item : items) {
+    if (!in_place) read.emplace(identities.Of(item.input), item.input);
+  }
+  for (const BatchItem& item : items) {
+    const std::string output = identities.Of(item.output);
+    const auto found = read.find(output);
+    if (found != read.end()) RefuseReplacing(item, found->second);
+    const auto [other, is_new] = written.emplace(output, item.input);
+    if (is_new) continue;
+    if (in_place) throw Failure(kUsage, item.input + " is given twice, which --in-place forbids");
+    throw Failure(kUsage, other->second + " and " + item.input + " would both become " +
+                              item.output + "; tell outputs apart with {stem}, {dir} or {n}");
+  }
+  if (request.manifest.empty()) return;
+  const std::string manifest = identities.Of(request.manifest);
+  if (read.contains(manifest) || written.contains(manifest)) {
+    throw Failure(kUsage, "--json " + request.manifest + " is one of the pictures");
+  }
+}
+
+/// The folders of the outputs, each with one output in it.
+std::unordered_map<std::string, const BatchItem*> FoldersOf(const std::vector<BatchItem>& items) {
+  std::unordered_map<std::string, const BatchItem*> folders;
+  for (const BatchItem& item : items) folders.emplace(FolderOf(item.output), &item);
+  return folders;
+}
+
+}  // namespace
+
+std::vector<BatchItem> PlanBatch(const BatchRequest& request) {
+  std::vector<BatchItem> items;
+  items.reserve(request.inputs.size());
+  const OutputName output(request.output);
+  for (const std::string& input : request.inputs) {
+    items.push_back({input, request.output.empty() ? input : output.For(input, items.size() + 1)});
+    CheckOutputName(items.back().output);
+  }
+  RefuseClashes(items, request);
+  const size_t files = items.size();
+  const auto at = [&](size_t index) { return items.begin() + static_cast<std::ptrdiff_t>(index); };
+  items.erase(at(request.shard.End(files)), items.end());
+  items.erase(items.begin(), at(request.shard.Begin(files)));
+  for (const auto& [folder, item] : FoldersOf(items)) {
+    std::error_code ignored;
+    if (request.make_folders || fs::is_directory(folder, ignored)) continue;
+    throw Failure(kNoOutput, item->output + ": there is no folder " + folder +
+                                 "; make it, or have it made with --parents");
+  }
+  return items;
+}
+
+void MakeOutputFolders(const std::vector<BatchItem>& items) {
+  for (const auto& [folder, item] : FoldersOf(items)) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) throw Failure(kNoOutput, folder + ": " + error.message());
+  }
+}
+
+}  // namespace qel::cli

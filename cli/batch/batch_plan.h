@@ -1,0 +1,39 @@
+#ifndef QEL_CLI_BATCH_BATCH_PLAN_H_
+#define QEL_CLI_BATCH_BATCH_PLAN_H_
+
+#include <string>
+#include <vector>
+
+#include "cli/batch/output_name.h"
+#include "cli/batch/shard.h"
+
+namespace qel::cli {
+
+/// One file to be made.
+struct BatchItem {
+  std::string input;
+  std::string output;
+};
+
+/// What a run is to do.
+struct BatchRequest {
+  std::vector<std::string> inputs;
+  std::string output;  ///< pattern of the output names; empty: every input is replaced
+  Shard shard;
+  bool make_folders = false;                 ///< missing folders of outputs are no fault
+  std::string manifest;                      ///< a file that no picture may be; may be empty
+  std::vector<std::string> second_pictures;  ///< files that no output may replace
+};
+
+/// The items of the request's part of the work. All inputs count for the numbers and clashes, so
+/// that parts together do what one run would.
+/// Throws `Failure`: kUsage when two inputs have one output, an output would replace an input or
+/// the manifest, or names no picture format; kNoOutput when a folder is missing.
+std::vector<BatchItem> PlanBatch(const BatchRequest& request);
+
+/// Makes the folders of the outputs. Throws `Failure(kNoOutput)`.
+void MakeOutputFolders(const std::vector<BatchItem>& items);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_BATCH_BATCH_PLAN_H_

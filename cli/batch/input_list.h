@@ -1,0 +1,23 @@
+#ifndef QEL_CLI_BATCH_INPUT_LIST_H_
+#define QEL_CLI_BATCH_INPUT_LIST_H_
+
+#include <string>
+#include <vector>
+
+namespace qel::cli {
+
+/// The files that `pattern` matches, in the order of their bytes: `*`, `?` and `[...]` within a
+/// name,
+/// `**` for any number of folders. Hidden names match only a pattern that starts with a point. A
+/// pattern that is the name of a file, or has none of these characters, stands for itself.
+/// Throws `Failure(kNoInput)` when nothing matches or a folder cannot be read.
+std::vector<std::string> ExpandPattern(const std::string& pattern);
+
+/// The names in the file `path`, or on standard input when it is "-", as they are: separated by
+/// zero bytes when there are any, otherwise by line ends. Empty names are passed over. Throws
+/// `pictures::PictureError`.
+std::vector<std::string> ReadNameList(const std::string& path);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_BATCH_INPUT_LIST_H_

@@ -1,0 +1,74 @@
+#ifndef QEL_CLI_BATCH_MANIFEST_H_
+#define QEL_CLI_BATCH_MANIFEST_H_
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "cli/batch/batch_plan.h"
+
+namespace qel::cli {
+
+/// The record of a run: a file with one JSON object per line and item, told by its names, what was
+/// done (the recipe) and the SHA-256 of both files. While the run lasts, lines are added as items
+/// get done, so that a run that was killed can be resumed; at its end they are put in order.
+/// Threads: any for everything but `Finish`.
+class Manifest {
+ public:
+  /// Opens the file for `items` items, for this run alone. Lines of earlier runs are kept to be
+  /// known when `resume`. Throws `Failure(kNoOutput)`.
+  Manifest(const std::string& path, const std::string& recipe, size_t items, bool resume);
+  Manifest(const Manifest&) = delete;
+  Manifest& operator=(const Manifest&) = delete;
+
+  /// True when an earlier run made an output of this hash from an input of this hash; the item then
+  /// takes over its line. An empty `input_hash` stands for any.
+  bool TakeOver(size_t index, const BatchItem& item, const std::string& input_hash,
+                const std::string& output_hash);
+
+  /// Adds the line of an item. It is added before the output is written: a line without its output
+  /// is found out by the hash, an output without its line could be processed again in place. Throws
+  /// `Failure(kNoOutput)`.
+  void RecordDone(size_t index, const BatchItem& item, const std::string& input_hash,
+                  const std::string& output_hash);
+  /// Replaces the line of an item. A line that finds no room is missing: `Finish` has none either.
+  void RecordFailed(size_t index, const BatchItem& item, const std::string& reason);
+
+  /// Writes the lines in the order of the items, whole or not at all; earlier lines of other items
+  /// are dropped. Throws `pictures::PictureError`.
+  void Finish();
+
+ private:
+  struct Line {
+    uint64_t offset = 0;
+    uint32_t length = 0;  ///< 0: there is none
+  };
+  struct File {
+    int descriptor = -1;
+    ~File() {
+      if (descriptor >= 0) close(descriptor);
+    }
+  };
+  void ReadEarlierLines();
+  /// Takes away what a write that failed, or a run that was killed, left of a line.
+  void CutToSize();
+  bool Append(size_t index, const std::string& line);
+  std::string Read(const Line& line) const;
+
+  const std::string path_;
+  const std::string recipe_;
+  File file_;
+  uint64_t size_ = 0;
+  /// Lines of earlier runs by the hash of all but the hash of the input.
+  std::unordered_map<std::string, Line> earlier_;
+  std::mutex mutex_;
+  std::vector<Line> lines_;  ///< by item
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_BATCH_MANIFEST_H_

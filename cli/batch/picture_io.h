@@ -1,0 +1,72 @@
+#ifndef QEL_CLI_BATCH_PICTURE_IO_H_
+#define QEL_CLI_BATCH_PICTURE_IO_H_
+
+#include <map>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/host_image.h"
+#include "pictures/picture_file.h"
+
+namespace qel::cli {
+
+/// Images of the tool start out black and transparent, so that bytes which an operation leaves
+/// alone are the same in every run.
+inline constexpr host::ImageOptions kImageOptions{.clear = true};
+
+/// A picture with what came with it.
+struct Picture {
+  SmartPtr<host::HostImage> image;
+  pictures::Metadata metadata;
+};
+
+/// An image of `width` x `height` pixels. Throws `Failure(kModuleFault)` when there is no memory.
+SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count);
+
+/// Decodes a picture file that is in memory straight into an image; `name` stands for the file in
+/// messages, notes go to standard error. Throws `pictures::PictureError`.
+Picture DecodePicture(std::span<const uint8_t> file, const std::string& name,
+                      const pictures::ReadOptions& options);
+/// The same for a file.
+Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options);
+
+/// Throws `Failure(kUsage)` when the extension of an output names no picture format.
+void CheckOutputName(const std::string& path);
+
+/// The bytes of a picture file as the extension of `path` wants them; notes go to standard error.
+/// Throws `pictures::PictureError`.
+std::vector<uint8_t> EncodeImage(const std::string& path, const host::HostImage& image,
+                                 const pictures::Metadata& metadata,
+                                 const pictures::WriteOptions& options);
+/// Encodes and writes a picture file.
+void SavePicture(const std::string& path, const host::HostImage& image,
+                 const pictures::Metadata& metadata, const pictures::WriteOptions& options);
+
+/// An image of its own with the same content.
+SmartPtr<host::HostImage> CopyOf(host::HostImage& image);
+
+/// The image as 32 bits, for sheets: greys and colours become opaque.
+SmartPtr<host::HostImage> AsColour(const host::HostImage& image);
+
+/// Second pictures of steps, by the text of their argument. Each is read once; steps only read it.
+/// Threads: any.
+class PictureSource {
+ public:
+  explicit PictureSource(const pictures::ReadOptions& options = {}) : options_(options) {}
+
+  /// The picture called `path`. Throws `pictures::PictureError`.
+  host::HostImage& Get(const std::string& path);
+  /// Puts a picture under a name, as if it were a file.
+  void Provide(const std::string& name, SmartPtr<host::HostImage> image);
+
+ private:
+  pictures::ReadOptions options_;
+  std::mutex mutex_;
+  std::map<std::string, SmartPtr<host::HostImage>> images_;
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_BATCH_PICTURE_IO_H_

@@ -1,0 +1,82 @@
+#include "cli/batch/run_options.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <limits>
+#include <thread>
+
+#include "cli/commands/command_table.h"
+#include "cli/terminal/progress.h"
+#include "operations/errors.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr char kUsageLine[] = "write qel run INPUT... -o OUTPUT STEP [STEP...]";
+constexpr int kLargestJobs = 1024;
+
+/// Splits the words at -o or --in-place.
+void SplitWords(const Options& options, RunOptions& run) {
+  const bool in_place = options.Has("--in-place");
+  if (in_place && options.Has("-o")) {
+    throw Failure(kUsage, "-o and --in-place exclude each other");
+  }
+  if (!in_place && options.Value("-o").empty()) throw Failure(kUsage, kUsageLine);
+  const size_t before = options.RestBefore(in_place ? "--in-place" : "-o");
+  const auto split = options.rest().begin() + static_cast<std::ptrdiff_t>(before);
+  run.inputs = {options.rest().begin(), split};
+  run.steps = {split, options.rest().end()};
+  run.list = options.Value("--files-from");
+  run.output = options.Value("-o");
+  if (run.inputs.empty() && run.list.empty()) {
+    throw Failure(kUsage, "there are no inputs before " +
+                              std::string(in_place ? "--in-place" : "-o") + "; " + kUsageLine);
+  }
+}
+
+std::string Recipe(const Options& options, const std::vector<std::string>& steps) {
+  std::string recipe;
+  for (const std::string& word : steps) recipe += (recipe.empty() ? "" : " ") + word;
+  if (options.Has("--keep-depth")) recipe += " --keep-depth";
+  if (options.Has("--quality")) recipe += " --quality " + options.Value("--quality");
+  return recipe;
+}
+
+}  // namespace
+
+RunOptions ParseRunOptions(const std::vector<std::string>& words) {
+  const Options options(words, KnownOptions("run"));
+  RunOptions run;
+  SplitWords(options, run);
+  run.reading.keep_palette_depth = options.Has("--keep-depth");
+  run.writing.jpeg_quality = options.Number("--quality", 1, 100, run.writing.jpeg_quality);
+  run.writing.webp_quality = options.Number("--quality", 1, 100, run.writing.webp_quality);
+  run.recipe = Recipe(options, run.steps);
+  run.module = options.Value("--module");
+  const int cores = static_cast<int>(std::thread::hardware_concurrency());
+  run.jobs = options.Number("--jobs", 1, kLargestJobs, std::clamp(cores, 1, kLargestJobs));
+  run.make_folders = options.Has("--parents");
+  run.dry_run = options.Has("--dry-run");
+  run.manifest = options.Value("--json");
+  run.resume = options.Has("--resume");
+  if (run.resume && run.manifest.empty()) {
+    throw Failure(kUsage, "--resume needs --json FILE, the manifest of the earlier run");
+  }
+  if (run.resume && run.dry_run) {
+    throw Failure(kUsage, "--dry-run reads headers only and cannot tell what --resume leaves out");
+  }
+  if (options.Has("--shard")) run.shard = ParseShard(options.Value("--shard"));
+  run.progress = options.Value("--progress", "auto");
+  if (!IsProgressName(run.progress)) {
+    throw Failure(kUsage, "--progress takes auto, bar, json or none, not " + run.progress);
+  }
+  run.progress_descriptor = options.Number("--progress-fd", 0, std::numeric_limits<int>::max(), 2);
+  if (options.Has("--progress-fd") &&
+      (run.progress != "json" || fcntl(run.progress_descriptor, F_GETFD) < 0)) {
+    throw Failure(kUsage, "--progress-fd takes an open descriptor for --progress=json");
+  }
+  return run;
+}
+
+}  // namespace qel::cli

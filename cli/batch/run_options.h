@@ -1,0 +1,38 @@
+#ifndef QEL_CLI_BATCH_RUN_OPTIONS_H_
+#define QEL_CLI_BATCH_RUN_OPTIONS_H_
+
+#include <string>
+#include <vector>
+
+#include "cli/batch/shard.h"
+#include "pictures/picture_file.h"
+
+namespace qel::cli {
+
+/// The command line of `qel run`. What stands before -o or --in-place are inputs, what stands after
+/// it are steps.
+struct RunOptions {
+  std::vector<std::string> inputs;  ///< names and patterns
+  std::string list;                 ///< of --files-from; may be empty
+  std::string output;               ///< pattern; empty: in place
+  std::vector<std::string> steps;
+  pictures::ReadOptions reading;
+  pictures::WriteOptions writing;
+  std::string recipe;  ///< the steps with the options that change what they make
+  std::string module;
+  int jobs = 1;
+  bool make_folders = false;
+  bool dry_run = false;
+  std::string manifest;
+  bool resume = false;
+  Shard shard;
+  std::string progress;
+  int progress_descriptor = 2;
+};
+
+/// Throws `Failure(kUsage)`.
+RunOptions ParseRunOptions(const std::vector<std::string>& words);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_BATCH_RUN_OPTIONS_H_

@@ -1,0 +1,173 @@
+#include "cli/commands/command_table.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace qel::cli {
+namespace {
+
+constexpr CommandOption kModule{"--module", "PATH", "the module to load instead of the tool's own",
+                                Word::kFile};
+
+constexpr std::string_view kCheckNote =
+    "Every rule is tried on a freshly loaded library in a process of its own. The exit code is 0\n"
+    "when all are kept, 1 when some are broken, 5 for a library that cannot be loaded.";
+
+std::vector<CommandOption> CheckOptionRows() {
+  return {
+      {"--quiet", "", "print broken rules only"},
+      {"--filter", "SUITE", "try one suite, or one rule as SUITE/NAME", Word::kText},
+      {"--list", "", "list the rules instead of trying them"},
+      {"--time-limit", "SECONDS", "processor time for each rule, 20 by default", Word::kNumber}};
+}
+
+}  // namespace
+
+const std::vector<Command>& CommandTable() {
+  static const std::vector<Command> table = {
+      {"run",
+       &RunCommand,
+       "INPUT... -o OUTPUT STEP [STEP...]",
+       "run operations on pictures",
+       {{"-o", "OUTPUT", "the file to write; its extension names the format", Word::kFile},
+        {"--in-place", "", "in place of -o OUTPUT: replace the inputs"},
+        {"--files-from", "FILE", "more inputs, from a list; - is standard input", Word::kFile},
+        {"--parents", "", "make missing folders of outputs"},
+        {"--keep-depth", "", "keep indices of palette pictures"},
+        {"--quality", "N", "of JPEG and WebP output, 1 to 100", Word::kNumber},
+        kModule,
+        {"--jobs", "N", "pictures at a time; otherwise as many as there are cores", Word::kNumber},
+        {"--dry-run", "", "tell what would be done, from the headers"},
+        {"--json", "FILE", "write a manifest with the hashes of all files", Word::kFile},
+        {"--resume", "", "leave out what the manifest shows to be done"},
+        {"--shard", "I/N", "do the I-th of N parts; auto asks Slurm or Kubernetes", Word::kText},
+        {"--progress", "HOW", "auto, bar, json or none", Word::kProgress},
+        {"--progress-fd", "N", "where json goes instead of standard error", Word::kNumber}},
+       {Word::kFile, Word::kStep},
+       "Inputs stand before -o and may be patterns in quotes (*, ?, [...], ** for any folders),\n"
+       "steps stand after it. In OUTPUT, {dir}, {stem} and {ext} come from the input, {n} is its\n"
+       "number, {n:4} with four digits. Nothing starts when two outputs would have one name, or "
+       "an\n"
+       "output would replace an input. Interrupted runs leave whole files only; --resume goes on.",
+       "qel run 'in/**/*.jpg' -o 'out/{stem}-{n:4}.png' --json done.json negative median"},
+      {"sheet",
+       &SheetCommand,
+       "PICTURE... -o SHEET | PICTURE --steps STEP... -o SHEET",
+       "put pictures side by side, or one before and after each step",
+       {{"-o", "SHEET", "the file to write", Word::kFile},
+        {"--columns", "N", "pictures in a row, 3 by default", Word::kNumber},
+        {"--caption", "TEXT", "what stands below a picture; once for each, in order", Word::kText},
+        {"--steps", "", "the words after the picture are steps, run one after the other"},
+        {"--apart", "", "with --steps: run each step on the picture as it came"},
+        kModule},
+       {Word::kFile, Word::kStep},
+       "Nothing is scaled. With --steps, the caption of a picture is its step.",
+       "qel sheet photo.jpg --steps negative \"light brightness=20\" -o sheet.png"},
+      {"methods",
+       &MethodsCommand,
+       "PICTURE -o SHEET",
+       "the interpolation methods side by side",
+       {{"-o", "SHEET", "the file to write", Word::kFile},
+        {"--left", "X", "where the detail begins; the middle if not given", Word::kNumber},
+        {"--top", "Y", "likewise", Word::kNumber},
+        {"--size", "N", "pixels along the edges of the detail, 32 by default", Word::kNumber},
+        {"--zoom", "N", "how far it is enlarged, 6 by default", Word::kNumber},
+        kModule},
+       {Word::kFile},
+       {},
+       "qel methods photo.jpg -o methods.png --zoom 8"},
+      {"diff",
+       &DiffCommand,
+       "A B [-o DIFFERENCE]",
+       "compare two pictures pixel by pixel",
+       {{"-o", "DIFFERENCE", "write a picture of the differences, amplified", Word::kFile},
+        {"--limit", "N", "differences up to N count as equal, 0 by default", Word::kNumber}},
+       {Word::kFile},
+       "The exit code is 0 for equal pictures, 1 for different ones, 2 for pictures of different\n"
+       "size or depth. PSNR counts all samples, alpha included.",
+       "qel diff before.png after.png -o difference.png"},
+      {"list",
+       &ListCommand,
+       "[--json]",
+       "all operations",
+       {{"--json", "", "everything about them, for programs"}},
+       {},
+       {},
+       "qel list --json"},
+      {"help",
+       &HelpCommand,
+       "[OPERATION|COMMAND...]",
+       "one operation and its arguments, or one command",
+       {},
+       {Word::kOperation},
+       {},
+       "qel help resample"},
+      {"demo",
+       &DemoCommand,
+       "[-o FOLDER]",
+       "try every operation on a built-in picture",
+       {{"-o", "FOLDER", "where the pictures go, qel-demo by default", Word::kFile}, kModule},
+       {},
+       {},
+       "qel demo -o pictures"},
+      {"inspect",
+       &InspectCommand,
+       "MODULE",
+       "what a module offers: functions, components, interfaces, slots",
+       {},
+       {Word::kFile},
+       {},
+       "qel inspect _binLIN64/QELMaths.so"},
+      {"check",
+       &CheckCommand,
+       "MODULE...",
+       "try whether an image module keeps its rules",
+       CheckOptionRows(),
+       {Word::kFile},
+       kCheckNote,
+       "qel check --filter slots _binLIN64/QELMaths.so"},
+      {"check-host",
+       &CheckHostCommand,
+       "LIBRARY...",
+       "try whether a host's images, strings and collection keep their rules",
+       CheckOptionRows(),
+       {Word::kFile},
+       kCheckNote,
+       "qel check-host _binLIN64/CollectionsEx.so"},
+      {"completion",
+       &CompletionCommand,
+       "bash|zsh|fish",
+       "print the completion script of a shell",
+       {},
+       {Word::kShell},
+       {},
+       "source <(qel completion bash)"},
+      {"man",
+       &ManCommand,
+       "[OPERATION] | -o FOLDER",
+       "print a page of the manual, or write all of them",
+       {{"-o", "FOLDER", "write every page into this folder", Word::kFile}},
+       {Word::kOperation},
+       {},
+       "qel man median | man -l -"},
+  };
+  return table;
+}
+
+const Command* FindCommand(std::string_view name) {
+  const auto found = std::ranges::find(CommandTable(), name, &Command::name);
+  return found == CommandTable().end() ? nullptr : &*found;
+}
+
+Options::Known KnownOptions(std::string_view name) {
+  const Command* const command = FindCommand(name);
+  if (command == nullptr) throw std::logic_error("no command of this name");
+  Options::Known known;
+  for (const CommandOption& option : command->options) {
+    known.emplace(option.name,
+                  option.value.empty() ? Options::Takes::kNothing : Options::Takes::kValue);
+  }
+  return known;
+}
+
+}  // namespace qel::cli

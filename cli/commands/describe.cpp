@@ -1,0 +1,116 @@
+#include "cli/commands/describe.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <sstream>
+
+#include "cli/arguments.h"
+#include "cli/operation_table.h"
+#include "operations/errors.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr size_t kTextWidth = 80;
+constexpr size_t kTagWidth = 11;
+
+/// A tag and a text beside it, in lines of at most 80 columns.
+std::string Tagged(const std::string& tag, size_t indent, std::string_view text) {
+  std::string lines = tag + std::string(indent - tag.size(), ' ');
+  size_t column = indent;
+  std::istringstream words{std::string(text)};
+  for (std::string word; words >> word; column += word.size()) {
+    if (column > indent && column + 1 + word.size() > kTextWidth) {
+      lines += "\n" + std::string(indent, ' ');
+      column = indent;
+    } else if (column > indent) {
+      lines += ' ';
+      ++column;
+    }
+    lines += word;
+  }
+  return lines + "\n";
+}
+
+}  // namespace
+
+std::string ListOperations() {
+  std::ostringstream text;
+  std::string_view component;
+  size_t widest = 0;
+  for (const Operation& operation : OperationTable()) {
+    widest = std::max(widest, operation.name.size());
+  }
+  for (const Operation& operation : OperationTable()) {
+    if (operation.component != component) {
+      text << (component.empty() ? "" : "\n") << operation.component << "\n";
+      component = operation.component;
+    }
+    text << "  " << std::left << std::setw(static_cast<int>(widest)) << operation.name << "  "
+         << operation.summary << "\n";
+  }
+  return text.str();
+}
+
+std::string DescribeParameter(const Parameter& parameter) {
+  std::ostringstream text;
+  text << parameter.help << ": " << DescribeValues(parameter);
+  if (!parameter.standard.empty()) {
+    text << ", default " << parameter.standard;
+  } else {
+    text << (parameter.optional ? ", may be left out" : ", required");
+  }
+  return text.str();
+}
+
+std::string DescribeOperation(const Operation& operation) {
+  std::ostringstream text;
+  text << operation.name << " - " << operation.summary << "\n\n";
+  size_t widest = 0;
+  for (const Parameter& parameter : operation.parameters) {
+    widest = std::max(widest, parameter.name.size() + 1);
+  }
+  for (const Parameter& parameter : operation.parameters) {
+    text << Tagged("  " + std::string(parameter.name) + "=", widest + 4,
+                   DescribeParameter(parameter));
+  }
+  if (!operation.parameters.empty()) text << "\n";
+  text << Tagged("Component", kTagWidth, operation.component)
+       << Tagged("Depths", kTagWidth, std::string(operation.depths) + " bits")
+       << Tagged("Result", kTagWidth,
+                 operation.in_place ? "changes the picture in place" : "a new picture")
+       << "Example    qel run in.png -o out.png \"" << operation.example << "\"\n";
+  if (!operation.note.empty()) text << Tagged("Note", kTagWidth, operation.note);
+  return text.str();
+}
+
+std::string ListCommands() {
+  std::ostringstream text;
+  for (const Command& command : CommandTable()) {
+    text << "qel " << command.name << (command.usage.empty() ? "" : " ") << command.usage
+         << "\n    " << command.summary << "\n";
+  }
+  text << "\nqel help COMMAND shows its options, qel help OPERATION its arguments.\n"
+          "A step is an operation with its arguments: \"light brightness=30 contrast=10\".\n\n"
+          "Exit codes\n";
+  for (const ExitMeaning& meaning : kExitMeanings) {
+    text << Tagged("  " + std::to_string(meaning.code), 7, meaning.text);
+  }
+  return text.str();
+}
+
+std::string DescribeCommand(const Command& command) {
+  std::ostringstream text;
+  text << "qel " << command.name << (command.usage.empty() ? "" : " ") << command.usage << "\n    "
+       << command.summary << "\n";
+  if (!command.options.empty()) text << "\n";
+  for (const CommandOption& option : command.options) {
+    text << Tagged("  " + std::string(option.name) + " " + std::string(option.value), 24,
+                   option.help);
+  }
+  if (!command.note.empty()) text << "\n" << command.note << "\n";
+  text << "\nExample    " << command.example << "\n";
+  return text.str();
+}
+
+}  // namespace qel::cli

@@ -1,0 +1,31 @@
+#ifndef QEL_CLI_COMMANDS_DESCRIBE_H_
+#define QEL_CLI_COMMANDS_DESCRIBE_H_
+
+#include <string>
+
+#include "cli/commands/command_table.h"
+#include "cli/operation.h"
+
+namespace qel::cli {
+
+/// All operations by component, a line each.
+std::string ListOperations();
+
+/// All operations with everything about them, as a JSON array.
+std::string ListOperationsAsJson();
+
+/// Everything about one operation: arguments, depths, example, what may surprise.
+std::string DescribeOperation(const Operation& operation);
+
+/// What an argument is, in one line: meaning, values, default.
+std::string DescribeParameter(const Parameter& parameter);
+
+/// All commands, a line each, and what a step is.
+std::string ListCommands();
+
+/// One command with its options.
+std::string DescribeCommand(const Command& command);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_COMMANDS_DESCRIBE_H_

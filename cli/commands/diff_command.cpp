@@ -1,0 +1,44 @@
+#include <cmath>
+#include <iomanip>
+#include <iostream>
+
+#include "cli/batch/picture_io.h"
+#include "cli/commands/command_table.h"
+#include "cli/commands/compare.h"
+#include "operations/errors.h"
+
+namespace qel::cli {
+
+int DiffCommand(const Words& words) {
+  const Options options(words, KnownOptions("diff"));
+  if (options.rest().size() != 2) throw Failure(kUsage, "write qel diff A B [-o DIFFERENCE]");
+  const int limit = options.Number("--limit", 0, 255, 0);
+  if (options.Has("-o")) CheckOutputName(options.Value("-o"));
+  const Picture a = LoadPicture(options.rest()[0], {});
+  const Picture b = LoadPicture(options.rest()[1], {});
+  const std::string obstacle = WhyNotComparable(*a.image, *b.image);
+  if (!obstacle.empty()) throw Failure(kUsage, "these pictures cannot be compared: " + obstacle);
+
+  const Comparison comparison = Compare(*a.image, *b.image, limit);
+  if (options.Has("-o")) {
+    SavePicture(options.Value("-o"), *DrawDifference(*a.image, *b.image, comparison.largest), {},
+                {});
+  }
+  const bool equal = comparison.differing_pixels == 0;
+  std::cout << (comparison.largest == 0 ? "exact"
+                : equal                 ? "equal within the limit"
+                                        : "different")
+            << "\n"
+            << "differing pixels    " << comparison.differing_pixels << " of " << comparison.pixels
+            << "\n"
+            << "maximum difference  " << comparison.largest << "\n"
+            << "PSNR                ";
+  if (std::isinf(comparison.psnr)) {
+    std::cout << "infinite\n";
+  } else {
+    std::cout << std::fixed << std::setprecision(2) << comparison.psnr << " dB\n";
+  }
+  return equal ? kDone : kSomeFailed;
+}
+
+}  // namespace qel::cli

@@ -1,0 +1,34 @@
+#include <iostream>
+
+#include "cli/commands/command_table.h"
+#include "cli/commands/describe.h"
+#include "cli/operation_table.h"
+#include "operations/errors.h"
+#include "operations/nearest_name.h"
+
+namespace qel::cli {
+
+int ListCommand(const Words& words) {
+  const Options options(words, KnownOptions("list"));
+  if (!options.rest().empty()) throw Failure(kUsage, "qel list takes no names; see qel help");
+  std::cout << (options.Has("--json") ? ListOperationsAsJson() : ListOperations());
+  return kDone;
+}
+
+int HelpCommand(const Words& words) {
+  if (words.empty()) std::cout << ListCommands();
+  for (const std::string& name : words) {
+    const Command* const command = FindCommand(name);
+    const Operation* const operation = FindOperation(name);
+    if (command == nullptr && operation == nullptr) {
+      std::vector<std::string_view> names = NamesOf(CommandTable());
+      std::ranges::copy(NamesOf(OperationTable()), std::back_inserter(names));
+      throw Failure(kUsage, "there is no command and no operation " + name +
+                                DidYouMean(name, names, "; qel help and qel list show them all"));
+    }
+    std::cout << (command != nullptr ? DescribeCommand(*command) : DescribeOperation(*operation));
+  }
+  return kDone;
+}
+
+}  // namespace qel::cli

@@ -1,0 +1,109 @@
+#include <iostream>
+
+#include "check/elf_symbols.h"
+#include "check/interface_table.h"
+#include "check/runner.h"
+#include "cli/commands/command_table.h"
+#include "cli/terminal/cpu_level.h"
+#include "host/host_collection.h"
+#include "operations/errors.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr int kTimeLimitSeconds = 20;
+
+void PrintNames(const char* title, const std::vector<std::string>& names) {
+  std::cout << title;
+  for (const std::string& name : names) std::cout << "  " << name;
+  std::cout << (names.empty() ? "  none\n" : "\n");
+}
+
+void PrintInterface(const InterfaceRow& row) {
+  std::cout << "  " << row.name << "  " << FormatIid(row.iid) << "\n";
+  if (row.name == "IUnknown") return;
+  std::string line = "   ";
+  for (size_t slot = 3; slot < row.slots.size(); ++slot) {
+    if (row.slots[slot].starts_with("ReservedSlot")) continue;
+    const std::string text = " " + std::to_string(slot) + " " + std::string(row.slots[slot]);
+    if (line.size() + text.size() > 98) {
+      std::cout << line << "\n";
+      line = "   ";
+    }
+    line += text;
+  }
+  if (line.size() > 3) std::cout << line << "\n";
+}
+
+/// One component of the library, when it has it: each known interface that a fresh object answers.
+bool PrintComponent(const host::ModuleLibrary& library, const ComponentRow& component) {
+  const CreationFunction create = library.Find(component.RefName());
+  if (create == nullptr) return false;
+  std::cout << "\n" << PlainName(component.name) << "\n";
+  SmartPtr<IUnknown> object;
+  create(nullptr, &IID_IUnknown, object.PutVoid());
+  if (!object) {
+    std::cout << "  an object cannot be created\n";
+    return true;
+  }
+  for (const InterfaceRow& row : InterfaceTable()) {
+    SmartPtr<IUnknown> answer;
+    object->QueryInterface(row.iid, answer.PutVoid());
+    if (answer) PrintInterface(row);
+  }
+  return true;
+}
+
+void PrintModule(const std::string& path) {
+  const ElfNames names = ReadElf(path);
+  std::cout << path << "\n";
+  PrintNames("exports", names.exports);
+  PrintNames("needs  ", names.needs);
+  const auto collection = host::HostCollection::MakeWithImages();
+  const host::ModuleLibrary library(path);
+  library.Initialize(collection.Get());
+  bool any = false;
+  for (const auto* const components : {&ModuleComponents(), &HostComponents()}) {
+    for (const ComponentRow& component : *components) {
+      Doing(PlainName(component.name));
+      any |= PrintComponent(library, component);
+    }
+  }
+  if (!any) std::cout << "\nnone of the components that this tool knows\n";
+  const std::string level = CpuLevelInUse(reinterpret_cast<const void*>(library.create_function()));
+  std::cout << "\nlevel in use        " << (level.empty() ? "this library does not tell" : level)
+            << "\n";
+}
+
+void PrintProcessor() {
+  __builtin_cpu_init();
+  const std::pair<const char*, bool> sets[] = {
+      {"avx2", __builtin_cpu_supports("avx2") != 0},
+      {"avx512f", __builtin_cpu_supports("avx512f") != 0},
+      {"avx512bw", __builtin_cpu_supports("avx512bw") != 0},
+      {"avx512vl", __builtin_cpu_supports("avx512vl") != 0},
+      {"avx512dq", __builtin_cpu_supports("avx512dq") != 0},
+      {"avx512vbmi", __builtin_cpu_supports("avx512vbmi") != 0},
+      {"avx512vnni", __builtin_cpu_supports("avx512vnni") != 0},
+  };
+  std::cout << "this processor has  sse2";
+  for (const auto& [name, supported] : sets) {
+    if (supported) std::cout << " " << name;
+  }
+  std::cout << "\n";
+}
+
+}  // namespace
+
+int InspectCommand(const Words& words) {
+  const Options options(words, KnownOptions("inspect"));
+  if (options.rest().size() != 1) throw Failure(kUsage, "write qel inspect MODULE");
+  const std::string path = std::filesystem::absolute(options.rest().front()).string();
+  // Apart, because the module may be broken: what was printed so far stays.
+  const std::string fault = RunApart([&] { PrintModule(path); }, kTimeLimitSeconds, true);
+  if (!fault.empty()) throw Failure(kModuleFault, fault);
+  PrintProcessor();
+  return kDone;
+}
+
+}  // namespace qel::cli

@@ -1,0 +1,138 @@
+#include "cli/commands/manual.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "cli/commands/command_table.h"
+#include "cli/commands/describe.h"
+#include "cli/operation_table.h"
+#include "cli/steps.h"
+#include "operations/errors.h"
+
+namespace qel::cli {
+namespace {
+
+/// Text as troff takes it: no line is a request, hyphens stay hyphens.
+std::string Escaped(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    const bool starts_line = escaped.empty() || escaped.back() == '\n';
+    if (starts_line && (c == '.' || c == '\'')) escaped += "\\&";
+    if (c == '\\') {
+      escaped += "\\e";
+    } else if (c == '-') {
+      escaped += "\\-";
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
+std::string Heading(const std::string& name, std::string_view summary) {
+  std::string upper = name;
+  std::ranges::transform(upper, upper.begin(), [](unsigned char c) { return std::toupper(c); });
+  return ".TH \"" + Escaped(upper) + "\" 1\n.SH NAME\n" + Escaped(name) + " \\- " +
+         Escaped(summary) + "\n";
+}
+
+/// A paragraph with a bold tag and a text.
+std::string Tagged(std::string_view tag, std::string_view text) {
+  return ".TP\n\\fB" + Escaped(tag) + "\\fR\n" + Escaped(text) + "\n";
+}
+
+}  // namespace
+
+std::string ToolPage() {
+  std::ostringstream page;
+  page << Heading("qel", "image operations from the command line") << ".SH SYNOPSIS\n";
+  for (const Command& command : CommandTable()) {
+    page << ".B qel " << Escaped(command.name) << "\n" << Escaped(command.usage) << "\n.br\n";
+  }
+  page << ".SH DESCRIPTION\n"
+          "A step is the name of an operation with its arguments as name=value, in quotes or as\n"
+          "plain words. Several steps run one after the other. The extension of an output names\n"
+          "its format: PNG, JPEG, TIFF, WebP, BMP or PNM/PAM.\n"
+          ".SH COMMANDS\n";
+  for (const Command& command : CommandTable()) {
+    page << ".SS \"qel " << Escaped(command.name) << " " << Escaped(command.usage) << "\"\n"
+         << Escaped(command.summary) << "\n";
+    for (const CommandOption& option : command.options) {
+      page << Tagged(std::string(option.name) + " " + std::string(option.value), option.help);
+    }
+    if (!command.note.empty()) page << ".PP\n" << Escaped(command.note) << "\n";
+    page << ".PP\nExample:\n.PP\n.RS\n.nf\n" << Escaped(command.example) << "\n.fi\n.RE\n";
+  }
+  page << ".SH OPERATIONS\nEach has a page of its own, such as "
+       << Escaped("qel-" + std::string(OperationTable().front().name)) << "(1).\n";
+  for (const Operation& operation : OperationTable()) {
+    page << Tagged(operation.name, operation.summary);
+  }
+  page << ".SH EXIT STATUS\n";
+  for (const ExitMeaning& meaning : kExitMeanings) {
+    page << Tagged(std::to_string(meaning.code), meaning.text);
+  }
+  return page.str();
+}
+
+std::string OperationPage(const Operation& operation) {
+  const std::string name(operation.name);
+  std::ostringstream page;
+  page << Heading("qel-" + name, operation.summary) << ".SH SYNOPSIS\n.B qel run\nINPUT "
+       << Escaped("-o OUTPUT \"" + name);
+  for (const Parameter& parameter : operation.parameters) {
+    const bool required = parameter.standard.empty() && !parameter.optional;
+    page << (required ? " " : " [") << Escaped(parameter.name) << "=..." << (required ? "" : "]");
+  }
+  page << "\"\n.SH ARGUMENTS\n";
+  if (operation.parameters.empty()) page << "None.\n";
+  for (const Parameter& parameter : operation.parameters) {
+    page << Tagged(std::string(parameter.name) + "=", DescribeParameter(parameter));
+  }
+  page << ".SH RESULT\n"
+       << (operation.in_place ? "The picture is changed in place" : "A new picture") << ", at "
+       << Escaped(operation.depths) << " bits.\n"
+       << ".SH EXAMPLE\n"
+       << Escaped("qel run in.png -o out.png \"" + std::string(operation.example) + "\"") << "\n";
+  if (!operation.note.empty()) page << ".SH NOTES\n" << Escaped(operation.note) << "\n";
+  page << ".SH SEE ALSO\n.BR qel (1)\n";
+  return page.str();
+}
+
+namespace {
+
+void WritePage(const std::filesystem::path& path, const std::string& page) {
+  std::ofstream file(path, std::ios::binary);
+  file << page;
+  file.close();
+  if (!file) throw Failure(kNoOutput, "cannot write " + path.string());
+}
+
+}  // namespace
+
+int ManCommand(const Words& words) {
+  const Options options(words, KnownOptions("man"));
+  if (options.rest().size() > (options.Has("-o") ? 0 : 1)) {
+    throw Failure(kUsage, "write qel man, qel man OPERATION, or qel man -o FOLDER");
+  }
+  if (!options.Has("-o")) {
+    std::cout << (options.rest().empty() ? ToolPage()
+                                         : OperationPage(RequireOperation(options.rest()[0])));
+    return kDone;
+  }
+  const std::filesystem::path folder = options.Value("-o");
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) throw Failure(kNoOutput, folder.string() + ": " + error.message());
+  WritePage(folder / "qel.1", ToolPage());
+  for (const Operation& operation : OperationTable()) {
+    WritePage(folder / ("qel-" + std::string(operation.name) + ".1"), OperationPage(operation));
+  }
+  return kDone;
+}
+
+}  // namespace qel::cli

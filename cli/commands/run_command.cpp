@@ -1,0 +1,75 @@
+#include <memory>
+
+#include "cli/batch/batch_plan.h"
+#include "cli/batch/batch_runner.h"
+#include "cli/batch/dry_run.h"
+#include "cli/batch/input_list.h"
+#include "cli/batch/run_options.h"
+#include "cli/batch/session.h"
+#include "cli/batch/sha256.h"
+#include "cli/commands/commands.h"
+#include "operations/errors.h"
+
+namespace qel::cli {
+namespace {
+
+std::vector<std::string> ListInputs(const RunOptions& options) {
+  std::vector<std::string> inputs;
+  const auto append = [&](std::vector<std::string> names) {
+    std::ranges::move(names, std::back_inserter(inputs));
+  };
+  for (const std::string& word : options.inputs) append(ExpandPattern(word));
+  if (!options.list.empty()) append(ReadNameList(options.list));
+  if (inputs.empty()) throw Failure(kNoInput, options.list + ": the list names no files");
+  return inputs;
+}
+
+/// The recipe with what the second pictures hold now.
+std::string FullRecipe(const RunOptions& options, const std::vector<std::string>& pictures) {
+  std::string recipe = options.recipe;
+  for (const std::string& path : pictures) {
+    recipe += " " + path + ":" + Sha256(pictures::ReadFile(path, options.reading.limits));
+  }
+  return recipe;
+}
+
+}  // namespace
+
+int RunCommand(const Words& words) {
+  Interruption interruption;
+  // Everything that can be known to be wrong is said before the first file is changed.
+  const RunOptions options = ParseRunOptions(words);
+  const std::vector<Step> steps = ParseSteps(options.steps);
+  const std::vector<std::string> second_paths = PicturePaths(steps);
+  const std::vector<BatchItem> items = PlanBatch({.inputs = ListInputs(options),
+                                                  .output = options.output,
+                                                  .shard = options.shard,
+                                                  .make_folders = options.make_folders,
+                                                  .manifest = options.manifest,
+                                                  .second_pictures = second_paths});
+  if (options.dry_run) return DryRun(items, steps, options.reading, options.jobs);
+
+  const Session session(options.module);
+  PictureSource second_pictures(options.reading);
+  for (const std::string& path : second_paths) second_pictures.Get(path);
+  interruption.Hold();
+  if (options.make_folders) MakeOutputFolders(items);
+  std::unique_ptr<Manifest> manifest;
+  if (!options.manifest.empty()) {
+    manifest = std::make_unique<Manifest>(options.manifest, FullRecipe(options, second_paths),
+                                          items.size(), options.resume);
+  }
+  const auto progress = MakeProgress(options.progress, options.progress_descriptor, items.size());
+  return RunBatch({.items = items,
+                   .steps = steps,
+                   .reading = options.reading,
+                   .writing = options.writing,
+                   .session = session,
+                   .second_pictures = second_pictures,
+                   .manifest = manifest.get(),
+                   .resume = options.resume,
+                   .progress = *progress},
+                  options.jobs, interruption);
+}
+
+}  // namespace qel::cli

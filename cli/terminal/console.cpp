@@ -1,0 +1,72 @@
+#include "cli/terminal/console.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+
+namespace qel::cli {
+namespace {
+
+constexpr std::string_view kEraseLine = "\r\x1b[K";
+
+std::mutex& ConsoleMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+/// The line that stands on the terminal now.
+std::string& Status() {
+  static std::string status;
+  return status;
+}
+
+bool WantsColour() {
+  const char* const no_colour = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
+  return IsTerminal() && (no_colour == nullptr || *no_colour == '\0') &&
+         !(terminal != nullptr && std::string_view(terminal) == "dumb");
+}
+
+}  // namespace
+
+void PrintMessage(std::string_view message) {
+  std::string line = "qel: ";
+  line.append(message).append("\n");
+  const std::lock_guard lock(ConsoleMutex());
+  if (!Status().empty()) line = std::string(kEraseLine) + line + Status();
+  WriteAll(STDERR_FILENO, line);
+}
+
+void ShowStatus(std::string_view status) {
+  const std::lock_guard lock(ConsoleMutex());
+  if (status == Status()) return;
+  Status() = status;
+  WriteAll(STDERR_FILENO, std::string(kEraseLine) + Status());
+}
+
+bool IsTerminal() { return isatty(STDERR_FILENO) != 0; }
+
+int TerminalWidth() {
+  winsize size{};
+  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return known ? size.ws_col : 80;
+}
+
+std::string Red(const std::string& text) {
+  return WantsColour() ? "\x1b[31m" + text + "\x1b[0m" : text;
+}
+
+bool WriteAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+}  // namespace qel::cli

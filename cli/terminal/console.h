@@ -1,0 +1,31 @@
+#ifndef QEL_CLI_TERMINAL_CONSOLE_H_
+#define QEL_CLI_TERMINAL_CONSOLE_H_
+
+#include <string>
+#include <string_view>
+
+namespace qel::cli {
+
+// Standard error, shared by messages and the progress line below them.
+// Threads: any; lines appear whole.
+
+/// Prints "qel: " and the message on a line of its own, above the status line.
+void PrintMessage(std::string_view message);
+
+/// Replaces the status line, the last one on the terminal; empty removes it.
+void ShowStatus(std::string_view status);
+
+/// True when standard error is a terminal.
+bool IsTerminal();
+/// Columns of the terminal.
+int TerminalWidth();
+
+/// `text` in red where colours are wanted: on a terminal without NO_COLOR.
+std::string Red(const std::string& text);
+
+/// Writes all of `text` to a file descriptor; false when that fails.
+bool WriteAll(int descriptor, std::string_view text);
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_TERMINAL_CONSOLE_H_

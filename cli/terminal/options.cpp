@@ -1,0 +1,70 @@
+#include "cli/terminal/options.h"
+
+#include <charconv>
+
+#include "operations/errors.h"
+#include "operations/nearest_name.h"
+
+namespace qel::cli {
+
+Options::Options(const std::vector<std::string>& words, const Known& known) {
+  for (size_t i = 0; i < words.size(); ++i) {
+    const std::string& word = words[i];
+    if (word == "--") {
+      rest_.insert(rest_.end(), words.begin() + static_cast<std::ptrdiff_t>(i) + 1, words.end());
+      return;
+    }
+    if (word.size() < 2 || word[0] != '-') {
+      rest_.push_back(word);
+      continue;
+    }
+    const size_t equals = word.starts_with("--") ? word.find('=') : std::string::npos;
+    const std::string name = word.substr(0, equals);
+    const auto found = known.find(name);
+    if (found == known.end()) {
+      std::vector<std::string_view> names;
+      std::string all = "; options here are";
+      for (const auto& [option, takes] : known) {
+        names.push_back(option);
+        all += " " + option;
+      }
+      throw Failure(kUsage, "there is no option " + name +
+                                DidYouMean(name, names, known.empty() ? "; none is" : all));
+    }
+    rest_before_[name] = rest_.size();
+    if (found->second == Takes::kNothing) {
+      if (equals != std::string::npos) throw Failure(kUsage, name + " takes no value");
+      values_[name];
+      continue;
+    }
+    if (equals == std::string::npos && i + 1 == words.size()) {
+      throw Failure(kUsage, name + " needs a value after it");
+    }
+    values_[name].push_back(equals != std::string::npos ? word.substr(equals + 1) : words[++i]);
+  }
+}
+
+std::string Options::Value(const std::string& name, const std::string& otherwise) const {
+  const auto found = values_.find(name);
+  return found == values_.end() || found->second.empty() ? otherwise : found->second.back();
+}
+
+std::vector<std::string> Options::Values(const std::string& name) const {
+  const auto found = values_.find(name);
+  return found == values_.end() ? std::vector<std::string>() : found->second;
+}
+
+int Options::Number(const std::string& name, int minimum, int maximum, int otherwise) const {
+  if (!Has(name)) return otherwise;
+  const std::string text = Value(name);
+  int number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || rest != end || number < minimum || number > maximum) {
+    throw Failure(kUsage, name + " takes a whole number from " + std::to_string(minimum) + " to " +
+                              std::to_string(maximum) + ", not " + text);
+  }
+  return number;
+}
+
+}  // namespace qel::cli

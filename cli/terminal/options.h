@@ -1,0 +1,41 @@
+#ifndef QEL_CLI_TERMINAL_OPTIONS_H_
+#define QEL_CLI_TERMINAL_OPTIONS_H_
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace qel::cli {
+
+/// The options of a command, split from its other words.
+class Options {
+ public:
+  /// What an option takes.
+  enum class Takes { kNothing, kValue };
+  using Known = std::map<std::string, Takes, std::less<>>;
+
+  /// Splits `words`. Options start with '-'; "--" ends them; "--name=value" works as well.
+  /// Throws `Failure(kUsage)` for options that are not in `known` or lack their value.
+  Options(const std::vector<std::string>& words, const Known& known);
+
+  bool Has(const std::string& name) const { return values_.contains(name); }
+  /// The option's last value, or `otherwise` when it was not given.
+  std::string Value(const std::string& name, const std::string& otherwise = {}) const;
+  /// Every value that the option was given, in order.
+  std::vector<std::string> Values(const std::string& name) const;
+  /// The option's value as a whole number. Throws `Failure(kUsage)`.
+  int Number(const std::string& name, int minimum, int maximum, int otherwise) const;
+  /// The words that are no options, in order.
+  const std::vector<std::string>& rest() const { return rest_; }
+  /// How many of these stand before the option, which was given.
+  size_t RestBefore(const std::string& name) const { return rest_before_.at(name); }
+
+ private:
+  std::map<std::string, std::vector<std::string>> values_;
+  std::map<std::string, size_t> rest_before_;
+  std::vector<std::string> rest_;
+};
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_TERMINAL_OPTIONS_H_

@@ -1,0 +1,140 @@
+#include "cli/terminal/progress.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+
+#include "cli/terminal/console.h"
+#include "cli/terminal/json.h"
+
+namespace qel::cli {
+namespace {
+
+/// Time since the start, and what it says about the rest. Skipped items cost next to nothing.
+class Pace {
+ public:
+  double Seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  }
+  double FilesPerSecond(const BatchTotals& totals) const {
+    return static_cast<double>(totals.done + totals.failed) / std::max(Seconds(), 1e-3);
+  }
+  /// Below 0 when it cannot be told yet.
+  double SecondsLeft(const BatchTotals& totals) const {
+    const auto left = static_cast<double>(totals.files - totals.Finished());
+    const double rate = FilesPerSecond(totals);
+    return left == 0 ? 0 : rate > 0 ? left / rate : -1;
+  }
+
+ private:
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+/// "0:07", "12:30", "1:02:30".
+std::string ClockText(double seconds) {
+  const auto whole = static_cast<long long>(seconds + 0.5);
+  char text[40];
+  if (whole >= 3600) {
+    std::snprintf(text, sizeof(text), "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
+                  whole % 60);
+  } else {
+    std::snprintf(text, sizeof(text), "%lld:%02lld", whole / 60, whole % 60);
+  }
+  return text;
+}
+
+class Bar final : public Progress {
+ public:
+  void Start(const BatchTotals& totals, int) override { Tick(totals); }
+
+  void Tick(const BatchTotals& totals) override {
+    const auto finished = static_cast<int64_t>(totals.Finished());
+    const auto files = std::max<int64_t>(static_cast<int64_t>(totals.files), 1);
+    const auto filled = static_cast<size_t>(finished * kCells / files);
+    std::string line = "[";
+    line.append(filled, '=').append(kCells - filled, ' ').append("] ");
+    line += std::to_string(finished) + " of " + std::to_string(totals.files);
+    char rate[40];
+    std::snprintf(rate, sizeof(rate), ", %.1f/s", pace_.FilesPerSecond(totals));
+    line += rate;
+    const double left = pace_.SecondsLeft(totals);
+    if (left >= 0) line.append(", ").append(ClockText(left)).append(" left");
+    // A line that is wider than the terminal could not be erased again.
+    line.resize(std::min(line.size(), static_cast<size_t>(TerminalWidth()) - 1));
+    const std::string failed = ", " + std::to_string(totals.failed) + " failed";
+    if (totals.failed > 0 && line.size() + failed.size() < static_cast<size_t>(TerminalWidth())) {
+      line += Red(failed);
+    }
+    ShowStatus(line);
+  }
+
+  void End(const BatchTotals&, bool) override { ShowStatus({}); }
+
+ private:
+  static constexpr size_t kCells = 24;
+
+  Pace pace_;
+};
+
+class JsonLines final : public Progress {
+ public:
+  explicit JsonLines(int descriptor) : descriptor_(descriptor) {
+    // A reader that has gone away must not end the run.
+    std::signal(SIGPIPE, SIG_IGN);
+  }
+
+  void Start(const BatchTotals& totals, int jobs) override {
+    JsonObject line;
+    line.Text("event", "start").Number("files", static_cast<int64_t>(totals.files));
+    line.Number("jobs", jobs);
+    Write(line);
+  }
+
+  void Finished(const BatchItem& item, const ItemResult& result,
+                const BatchTotals& totals) override {
+    constexpr std::string_view kNames[] = {"done", "skipped", "failed"};
+    JsonObject line;
+    line.Text("event", "file").Text("input", item.input).Text("output", item.output);
+    line.Text("status", kNames[static_cast<int>(result.status)]);
+    if (result.status == ItemResult::Status::kFailed) {
+      line.Text("error", result.reason).Number("exit_code", result.code);
+    }
+    line.Number("finished", static_cast<int64_t>(totals.Finished()));
+    line.Number("files", static_cast<int64_t>(totals.files));
+    line.Tenths("files_per_second", pace_.FilesPerSecond(totals));
+    const double left = pace_.SecondsLeft(totals);
+    if (left >= 0) line.Tenths("seconds_left", left);
+    Write(line);
+  }
+
+  void End(const BatchTotals& totals, bool interrupted) override {
+    JsonObject line;
+    line.Text("event", interrupted ? "interrupted" : "end");
+    line.Number("done", static_cast<int64_t>(totals.done));
+    line.Number("skipped", static_cast<int64_t>(totals.skipped));
+    line.Number("failed", static_cast<int64_t>(totals.failed));
+    line.Tenths("seconds", pace_.Seconds());
+    Write(line);
+  }
+
+ private:
+  void Write(const JsonObject& line) { WriteAll(descriptor_, line.Line()); }
+
+  const int descriptor_;
+  Pace pace_;
+};
+
+}  // namespace
+
+bool IsProgressName(const std::string& name) {
+  return name == "auto" || name == "bar" || name == "json" || name == "none";
+}
+
+std::unique_ptr<Progress> MakeProgress(const std::string& name, int descriptor, size_t files) {
+  if (name == "json") return std::make_unique<JsonLines>(descriptor);
+  const bool bar = name == "bar" || (name == "auto" && files > 1 && IsTerminal());
+  return bar ? std::make_unique<Bar>() : std::make_unique<Progress>();
+}
+
+}  // namespace qel::cli

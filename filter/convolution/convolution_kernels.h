@@ -1,0 +1,177 @@
+#ifndef QEL_FILTER_CONVOLUTION_CONVOLUTION_KERNELS_H_
+#define QEL_FILTER_CONVOLUTION_CONVOLUTION_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// sum * factor, truncated, then the offset, then a clamp to a byte. See exact_division.h.
+struct Division {
+  double factor = 1;
+  float single_factor = 1;
+  bool in_single = false;  ///< the sums are small enough for single precision
+  int32_t offset = 0;
+};
+
+/// (sum * multiplier >> 16) >> shift, for sums of 16 bits; multiplier 0 means no division.
+struct ShortDivision {
+  uint16_t multiplier = 0;
+  uint16_t shift = 0;
+};
+
+/// Weights of whole neighbourhoods for the direct functions, row by row. A word holds one weight of
+/// 32 bits, or two of 16, or four of 8, of neighbours side by side, the left one in the low bits.
+struct DirectWeights {
+  const int32_t* words;
+  size_t words_per_row;
+  size_t stride;  ///< words from row to row
+  size_t rows;
+  size_t step;  ///< bytes from a sample to its right neighbour
+};
+
+/// A kernel that is a column of weights times a row of weights.
+struct SplitWeights {
+  const int16_t* down;
+  size_t rows;
+  const int16_t* across;
+  size_t columns;
+  size_t step;       ///< bytes from a sample to its right neighbour
+  uint16_t start;    ///< what every sum down a column starts from
+  uint32_t balance;  ///< added to the sums across, to take that out again
+};
+
+/// Two neighbours that are weighed together, as bytes from the first sample of their rows.
+struct TapPair {
+  size_t rows[2];
+  size_t offsets[2];
+  int32_t weights;  ///< two signed bytes, twice
+};
+
+/// Which sums of 16 bits a kernel gives, and so what becomes of them.
+enum class ShortSums {
+  kUnsigned,   ///< up to 65535: divided
+  kCutAtZero,  ///< signed; what lies below 0 would be clamped to it: made 0, then divided
+  kSigned,     ///< signed: divided, offset added
+};
+
+/// What becomes of sums of 16 bits.
+struct ShortFinish {
+  ShortSums sums;
+  ShortDivision division;  ///< by the size of the divisor
+  bool negate;             ///< for `kSigned`: the divisor is negative
+  int16_t offset;          ///< for `kSigned`
+};
+
+/// A kernel as pairs of taps. Sums of 16 bits hold it, and those of each pair fit signed ones.
+struct PairWeights {
+  const TapPair* pairs;
+  size_t count;
+  ShortFinish finish;
+  /// Of samples of four bytes: where the sample lies that gives the fourth one.
+  struct Place {
+    size_t row;
+    size_t offset;
+  };
+  const Place* alpha = nullptr;  ///< null: the fourth bytes are sums as all others
+};
+
+/// A 3 x 3 kernel whose sums 16 bits hold. Words are two signed bytes, twice; sums weighed by one
+/// fit signed 16 bits.
+struct SquareWeights {
+  /// The weights of a column: the first two of them, and the third one and 0.
+  struct Column {
+    int32_t upper;
+    int32_t lower;
+  };
+  Column columns[3];
+  /// True for a column, the first one, times a row of weights, but for the one in the middle.
+  bool is_product;
+  int16_t across[3];  ///< the weights of that row
+  int32_t middle;     ///< what the one in the middle weighs beyond that, and 0
+  size_t step;        ///< bytes from a sample to its right neighbour
+  ShortFinish finish;
+};
+
+/// Sums of columns whose weights are equal, and the bytes that they give.
+template <typename Lane, typename Quotient>
+struct BoxKernels {
+  /// sums[i] += weight * (entering[i] - leaving[i])
+  void (*slide)(Lane* sums, const uint8_t* entering, const uint8_t* leaving, Lane weight,
+                size_t count);
+  /// dest[i] from sums[i] + sums[i + step] + ..., `columns` of them
+  void (*across)(uint8_t* dest, const Lane* sums, size_t columns, size_t step,
+                 const Quotient& division, size_t count);
+};
+
+/// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
+/// `kRowSlack` bytes past their samples are read. Nothing else is touched beyond `count`.
+struct ConvolutionKernels {
+  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. The narrow ones are null at levels that
+  /// have no instruction for them.
+  using Direct = void (*)(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
+                          const Division& division, size_t count);
+  Direct direct32;
+  Direct direct16;
+  Direct direct8;
+
+  /// Few neighbours, two by two; null at levels that have no instruction for it. Reads no more than
+  /// the samples unless there are less than a vector of them.
+  void (*pairs)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
+                size_t count);
+
+  /// 3 x 3 kernels; null where `pairs` is. Reads like `pairs`. The fourth
+  /// bytes of samples of four are those of the last sample of each window.
+  void (*square)(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
+                 size_t count);
+
+  /// Products of a column and a row of weights whose sums fit 16 unsigned bits, in two steps; the
+  /// sums across fit 15 and stand in an order of their own. Rows are read like those of `pairs`,
+  /// and up to `kRowSlack` bytes past the sums are written.
+  void (*across16)(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count);
+  void (*down16)(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
+                 const ShortDivision& division, size_t count);
+  /// The same in one step: sums down the columns fit 16 signed bits, counted from their start.
+  void (*split32)(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
+                  const Division& division, size_t count);
+
+  BoxKernels<uint16_t, ShortDivision> box16;
+  BoxKernels<uint32_t, Division> box32;
+
+  /// sums[i] += weight * row[i]
+  void (*accumulate)(uint32_t* sums, const uint8_t* row, uint32_t weight, size_t count);
+  /// Bytes from sums.
+  void (*finish)(uint8_t* dest, const uint32_t* sums, const Division& division, size_t count);
+};
+
+/// Most pairs of taps.
+inline constexpr size_t kMostPairs = 16;
+/// Most rows and columns of the direct and split functions.
+inline constexpr size_t kMostTaps = 63;
+
+namespace sse2 {
+extern const ConvolutionKernels kConvolutionKernels;
+}
+namespace avx2 {
+extern const ConvolutionKernels kConvolutionKernels;
+}
+namespace avx512 {
+extern const ConvolutionKernels kConvolutionKernels;
+}
+namespace avx512vbmi {
+extern const ConvolutionKernels kConvolutionKernels;
+}
+
+inline const ConvolutionKernels& ConvolutionKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kConvolutionKernels, avx2::kConvolutionKernels,
+                       avx512::kConvolutionKernels, avx512vbmi::kConvolutionKernels);
+}
+inline const ConvolutionKernels& ActiveConvolutionKernels() {
+  return ConvolutionKernelsFor(kActiveCpuLevel);
+}
+
+}  // namespace qel
+
+#endif  // QEL_FILTER_CONVOLUTION_CONVOLUTION_KERNELS_H_

@@ -1,0 +1,26 @@
+#ifndef QEL_FILTER_MEDIAN_MEDIAN_H_
+#define QEL_FILTER_MEDIAN_MEDIAN_H_
+
+#include <cstdint>
+
+namespace qel {
+
+/// The brightness, 0 to 255, by which the median orders colours. A grey has its own level.
+constexpr int32_t Brightness(int32_t blue, int32_t green, int32_t red) {
+  return (117 * blue + 601 * green + 306 * red) >> 10;
+}
+
+/// Orders two records of four bytes blue, green, red, alpha: the brightness of `a` minus that of
+/// `b`. Alpha does not count. Suits `qsort`.
+inline int32_t CompareColors(const void* a, const void* b) {
+  const auto* const left = static_cast<const uint8_t*>(a);
+  const auto* const right = static_cast<const uint8_t*>(b);
+  return Brightness(left[0], left[1], left[2]) - Brightness(right[0], right[1], right[2]);
+}
+
+/// Writes the keys of `count` samples of 1, 3 or 4 bytes: their brightness. Levels are their keys.
+void WriteKeys(uint8_t* keys, const uint8_t* samples, int sample_bytes, int64_t count);
+
+}  // namespace qel
+
+#endif  // QEL_FILTER_MEDIAN_MEDIAN_H_

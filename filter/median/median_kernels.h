@@ -1,0 +1,75 @@
+#ifndef QEL_FILTER_MEDIAN_MEDIAN_KERNELS_H_
+#define QEL_FILTER_MEDIAN_MEDIAN_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// How many keys of each column lie below some limits, and what that says of the windows.
+struct RankRows {
+  unsigned bits;     ///< so many high bits of the wanted keys are found by counting; 0 for none
+  uint8_t* columns;  ///< one row for each limit: its counts
+  size_t pitch;      ///< bytes from row to row
+  uint8_t* triples;  ///< a row for sums of three counts
+  uint8_t* wanted;   ///< the high bits of each window's wanted key
+  uint8_t* below;    ///< how many of its keys lie below that
+
+  size_t Limits() const { return (size_t{1} << bits) - 1; }
+};
+
+/// Row functions of the median. Keys are brightnesses. A window of `size` has its taps in the order
+/// of visiting: columns outer, rows inner; the wanted one is at size * size / 2 once they are
+/// sorted by key with that order kept. `rows` are rows of keys. All rows are scratch rows: up to
+/// `kRowSlack` bytes past the last window are read, and of `RankRows` also written; nothing else is
+/// touched beyond the counts.
+struct MedianKernels {
+  /// The keys of 3- or 4-byte pixels.
+  void (*keys3)(uint8_t* keys, const uint8_t* pixels, size_t count);
+  void (*keys4)(uint8_t* keys, const uint8_t* pixels, size_t count);
+  /// Counts a row of keys in and another one out, for `count` windows.
+  void (*rank)(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving, size_t size,
+               size_t count);
+  /// The wanted key, or the wanted tap's place in the order of visiting, of `count` windows; sizes
+  /// up to `kMostSelected`. `ranks` are used for sizes that are not `IsSorted`.
+  void (*select_key)(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                     size_t count);
+  void (*select_tap)(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                     size_t count);
+  /// Copies for each window the 3- or 4-byte pixel at its tap. `rows` begin at the first tap of the
+  /// first window; up to `kRowSlack` bytes past the last pixel are read.
+  void (*copy_taps3)(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
+                     size_t count);
+  void (*copy_taps4)(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
+                     size_t count);
+};
+
+/// The largest size whose taps can be counted in a byte.
+inline constexpr size_t kMostSelected = 15;
+/// True for sizes whose windows go through sorting networks.
+constexpr bool IsSorted(size_t size) { return size == 3 || size == 5 || size == 7; }
+
+namespace sse2 {
+extern const MedianKernels kMedianKernels;
+}
+namespace avx2 {
+extern const MedianKernels kMedianKernels;
+}
+namespace avx512 {
+extern const MedianKernels kMedianKernels;
+}
+namespace avx512vbmi {
+extern const MedianKernels kMedianKernels;
+}
+
+inline const MedianKernels& MedianKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kMedianKernels, avx2::kMedianKernels, avx512::kMedianKernels,
+                       avx512vbmi::kMedianKernels);
+}
+inline const MedianKernels& ActiveMedianKernels() { return MedianKernelsFor(kActiveCpuLevel); }
+
+}  // namespace qel
+
+#endif  // QEL_FILTER_MEDIAN_MEDIAN_KERNELS_H_

@@ -1,7 +1,0 @@
-#include "image/cpu_level.h"
-
-namespace qel {
-
-const CpuLevel kActiveCpuLevel = DetectCpuLevel();
-
-}  // namespace qel

@@ -1,0 +1,25 @@
+#include "operations/errors.h"
+
+#include <new>
+
+#include "pictures/picture_error.h"
+
+namespace qel::cli {
+
+ExitCode ExitCodeOf(const std::exception& error) {
+  if (const auto* const failure = dynamic_cast<const Failure*>(&error)) return failure->code();
+  if (const auto* const picture = dynamic_cast<const pictures::PictureError*>(&error)) {
+    using Kind = pictures::PictureError::Kind;
+    const bool of_output =
+        picture->kind() == Kind::kNotWritable || picture->kind() == Kind::kDoesNotFit;
+    return of_output ? kNoOutput : kNoInput;
+  }
+  return kModuleFault;
+}
+
+std::string MessageOf(const std::exception& error) {
+  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) return "there is not enough memory";
+  return error.what();
+}
+
+}  // namespace qel::cli

@@ -1,0 +1,210 @@
+#include "reference/color.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "reference/pixels.h"
+
+namespace qel::test::oracle {
+namespace {
+
+/// Replaces every pixel by `change` of its colour.
+template <typename Change>
+void ChangePixels(Raster& image, Change change) {
+  uint8_t* bits = image.Bits();
+  if (bits == nullptr) return;
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) {
+      const uint32_t colour =
+          GetPixelColor(bits, x, y, image.width, image.height, image.stride, image.bit_count);
+      SetPixelColor(bits, x, y, image.width, image.height, image.stride, change(colour),
+                    image.bit_count);
+    }
+  }
+}
+
+/// Whether the alpha operations accept the image.
+bool HasRoomForAlpha(const Raster& image) { return static_cast<uint32_t>(image.bit_count) > 24; }
+
+bool IsKey(uint32_t colour, uint32_t key) {
+  return Channel(colour, 2) == Channel(key, 0) && Channel(colour, 1) == Channel(key, 1) &&
+         Channel(colour, 0) == Channel(key, 2);
+}
+
+int StoredAlpha(int alpha) { return (alpha == 0 ? 1 : alpha) & 255; }
+
+uint32_t WithAlpha(uint32_t colour, int alpha) {
+  return Pack(Channel(colour, 0), Channel(colour, 1), Channel(colour, 2), alpha);
+}
+
+int HueChannel(float m1, float m2, float angle) {
+  float value = m1;
+  if (angle < 60.0f) {
+    value = m1 + (m2 - m1) * angle / 60.0f;
+  } else if (angle < 180.0f) {
+    value = m2;
+  } else if (angle < 240.0f) {
+    value = m1 + (m2 - m1) * (240.0f - angle) / 60.0f;
+  }
+  return TruncateToInt(255.0f * value) & 255;
+}
+
+/// The colour of the given hue and saturation that is as light as `colour`.
+uint32_t Tinted(uint32_t colour, uint8_t hue, uint8_t saturation) {
+  const int b = Channel(colour, 0);
+  const int g = Channel(colour, 1);
+  const int r = Channel(colour, 2);
+  const float l = static_cast<float>((std::max({b, g, r}) + std::min({b, g, r}) + 1) >> 1) / 255.0f;
+  const float s = static_cast<float>(saturation) / 255.0f;
+  if (s == 0.0f) {
+    const int grey = TruncateToInt(l * 255.0f);
+    return Pack(grey, grey, grey, 0);
+  }
+  const float m2 = l <= 0.5f ? (s + 1.0f) * l : (s + l) - s * l;
+  const float m1 = (l + l) - m2;
+  const float h = static_cast<float>(hue) * 360.0f / 255.0f;
+  const auto corrected = [](float angle) {
+    if (angle > 360.0f) return angle - 360.0f;
+    if (angle < 0.0f) return angle + 360.0f;
+    return angle;
+  };
+  return Pack(HueChannel(m1, m2, corrected(h - 120.0f)),
+              HueChannel(m1, m2, h > 360.0f ? h - 360.0f : h),
+              HueChannel(m1, m2, corrected(h + 120.0f)), 0);
+}
+
+}  // namespace
+
+result_t Lut(Raster& image, const uint8_t* table) {
+  if (image.Bits() == nullptr) return kOk;
+  if (image.bit_count != 8 && image.bit_count != 24 && image.bit_count != 32) return kOk;
+  const int bytes = image.bit_count / 8;
+  for (int64_t y = 0; y < image.height; ++y) {
+    uint8_t* row = image.Row(y);
+    for (int64_t x = 0; x < image.width; ++x) {
+      for (int i = 0; i < bytes && i < 3; ++i) row[x * bytes + i] = table[row[x * bytes + i]];
+    }
+  }
+  return kOk;
+}
+
+result_t Light(Raster& image, int brightness, int contrast) {
+  uint8_t table[256];
+  const float k = static_cast<float>(WrappedSum(contrast, 100)) / 100.0f;
+  const float o = static_cast<float>(WrappedSum(brightness, 128));
+  for (int i = 0; i < 256; ++i) {
+    table[i] =
+        static_cast<uint8_t>(ClampToByte(TruncateToInt(static_cast<float>(i - 128) * k + o)));
+  }
+  return Lut(image, table);
+}
+
+result_t Gamma(Raster& image, float gamma) {
+  uint8_t table[256];
+  const float exponent = 1.0f / gamma;
+  const double e = exponent;
+  const double s = std::pow(255.0, e) / 255.0;
+  for (int i = 0; i < 256; ++i) {
+    const double value = std::pow(static_cast<double>(i), e) / s;
+    table[i] = static_cast<uint8_t>(ClampToByte(TruncateToInt(value)));
+  }
+  return Lut(image, table);
+}
+
+result_t Negative(Raster& image) {
+  uint8_t table[256];
+  for (int i = 0; i < 256; ++i) table[i] = static_cast<uint8_t>(255 - i);
+  return Lut(image, table);
+}
+
+result_t ShiftRGB(Raster& image, int red, int green, int blue) {
+  ChangePixels(image, [&](uint32_t colour) {
+    return Pack(ClampToByte(WrappedSum(Channel(colour, 0), blue)),
+                ClampToByte(WrappedSum(Channel(colour, 1), green)),
+                ClampToByte(WrappedSum(Channel(colour, 2), red)), Channel(colour, 3));
+  });
+  return kOk;
+}
+
+result_t GrayScale(Raster& image) {
+  Raster grey;
+  grey.Create(image.width, image.height, image.planes, image.bit_count, image.model);
+  const bool has_pixels = image.Bits() != nullptr && grey.Bits() != nullptr;
+  for (int64_t y = 0; has_pixels && y < image.height; ++y) {
+    const uint8_t* s = image.Row(y);
+    uint8_t* d = grey.Row(y);
+    for (int64_t x = 0; x < image.width; ++x) {
+      if (image.bit_count == 8) {
+        d[x] = static_cast<uint8_t>((117 * s[x] + 601 * s[x + 1] + 306 * s[x + 2]) >> 10);
+      } else if (image.bit_count == 24 || image.bit_count == 32) {
+        const int64_t at = x * (image.bit_count / 8);
+        const int mean = (s[at] + s[at + 1] + s[at + 2]) / 3;
+        for (int i = 0; i < 3; ++i) d[at + i] = static_cast<uint8_t>(mean);
+        if (image.bit_count == 32) d[at + 3] = s[at + 3];
+      }
+    }
+  }
+  image.Assign(grey);
+  return kOk;
+}
+
+result_t Threshold(Raster& image, int level) {
+  const int t = WrappedProduct(level, 3);
+  GrayScale(image);
+  ChangePixels(image, [&](uint32_t colour) {
+    const int sum = Channel(colour, 0) + Channel(colour, 1) + Channel(colour, 2);
+    const int v = sum > t ? 255 : 0;
+    return Pack(v, v, v, Channel(colour, 3));
+  });
+  return kOk;
+}
+
+result_t SetImageAlpha(Raster& image, int alpha, int /*unused*/) {
+  if (!HasRoomForAlpha(image)) return kFail;
+  if (image.Bits() == nullptr) return kOk;
+  for (int64_t y = 0; y < image.height; ++y) {
+    for (int64_t at = 0; at < int64_t{4} * image.width; at += 4) {
+      image.Row(y)[at + 3] = static_cast<uint8_t>(StoredAlpha(alpha));
+    }
+  }
+  return kOk;
+}
+
+result_t SetImageTransparentPixel(Raster& image, uint32_t key) {
+  if (!HasRoomForAlpha(image)) return kFail;
+  ChangePixels(image,
+               [&](uint32_t colour) { return IsKey(colour, key) ? WithAlpha(colour, 0) : colour; });
+  return kOk;
+}
+
+result_t SetImageAlphaTransparency(Raster& image, int alpha, uint32_t key) {
+  if (!HasRoomForAlpha(image)) return kFail;
+  ChangePixels(image, [&](uint32_t colour) {
+    return WithAlpha(colour, IsKey(colour, key) ? 0 : StoredAlpha(alpha));
+  });
+  return kOk;
+}
+
+result_t Colorize(Raster& image, uint8_t hue, uint8_t saturation, float blend) {
+  if (blend < 0.0f) {
+    blend = 0.0f;
+  } else if (blend > 1.0f) {
+    blend = 1.0f;
+  }
+  const int w = TruncateToInt(blend * 256.0f);
+  const int v = WrappedSum(256, WrappedProduct(w, -1));
+  ChangePixels(image, [&](uint32_t colour) {
+    const uint32_t tinted = Tinted(colour, hue, saturation);
+    if (blend > 0.999f) return WithAlpha(tinted, Channel(colour, 3));
+    int mixed[3];
+    for (int i = 0; i < 3; ++i) {
+      mixed[i] = WrappedSum(WrappedProduct(Channel(tinted, i), w),
+                            WrappedProduct(Channel(colour, i), v)) >>
+                 8;
+    }
+    return Pack(mixed[0], mixed[1], mixed[2], Channel(colour, 3));
+  });
+  return kOk;
+}
+
+}  // namespace qel::test::oracle

@@ -1,0 +1,203 @@
+#include "reference/raster.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+namespace qel::test {
+namespace {
+
+constexpr int64_t kGuardBytes = 256;
+constexpr int64_t kLargestBlock = int64_t{1} << 26;
+
+/// Kinds of content: what a fast path may get wrong differs between them.
+void FillContent(Rng& rng, Block& memory) {
+  const int kind = rng.Int(0, 3);
+  const int low = rng.Int(0, 255);
+  const int high = rng.Int(low, 255);
+  int grade = 0;
+  for (uint8_t& byte : memory) {
+    grade += rng.Int(-2, 3);
+    const int value = kind == 0   ? rng.Int(0, 255)
+                      : kind == 1 ? (rng.OneIn(3) ? low : high)
+                      : kind == 2 ? (rng.OneIn(4) ? (rng.OneIn(2) ? 0 : 255) : rng.Int(low, high))
+                                  : grade;
+    byte = static_cast<uint8_t>(value);
+  }
+}
+
+}  // namespace
+
+Block::Block(size_t size, Layout::Fence fence) : size_(size), fence_(fence) {
+  if (fence_ == Layout::Fence::kNone) {
+    data_ = static_cast<uint8_t*>(operator new (size, std::align_val_t{64}));
+    std::fill(begin(), end(), uint8_t{0});
+    return;
+  }
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t inner = (size + page - 1) / page * page;
+  mapping_size_ = inner + 2 * page;
+  void* const mapped = mmap(nullptr, mapping_size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapped == MAP_FAILED) throw std::bad_alloc();
+  mapping_ = static_cast<uint8_t*>(mapped);
+  if (mprotect(mapping_ + page, inner, PROT_READ | PROT_WRITE) != 0) throw std::bad_alloc();
+  data_ = mapping_ + page + (fence_ == Layout::Fence::kAfter ? inner - size : 0);
+}
+
+Block::Block(const Block& other) : Block(other.size_, other.fence_) {
+  std::copy(other.begin(), other.end(), begin());
+}
+
+Block& Block::operator=(Block other) noexcept {
+  std::swap(data_, other.data_);
+  std::swap(size_, other.size_);
+  std::swap(fence_, other.fence_);
+  std::swap(mapping_, other.mapping_);
+  std::swap(mapping_size_, other.mapping_size_);
+  return *this;
+}
+
+Block::~Block() {
+  if (mapping_ != nullptr) {
+    munmap(mapping_, mapping_size_);
+  } else if (data_ != nullptr) {
+    operator delete (data_, std::align_val_t{64});
+  }
+}
+
+Layout& Raster::NewImageLayout() {
+  static Layout layout;
+  return layout;
+}
+
+Raster::Raster(Rng& rng, int new_width, int new_height, int new_bit_count, uint32_t new_model,
+               const Layout& layout, int new_planes) {
+  Allocate(new_width, new_height, new_planes, new_bit_count, new_model, layout);
+  FillContent(rng, memory_);
+}
+
+int64_t Raster::RowBytes() const {
+  return (static_cast<int64_t>(std::max(width, 0)) * std::max(bit_count, 0) + 7) / 8;
+}
+
+void Raster::Allocate(int new_width, int new_height, int new_planes, int new_bit_count,
+                      uint32_t new_model, const Layout& layout) {
+  width = new_width;
+  height = new_height;
+  planes = new_planes;
+  bit_count = new_bit_count;
+  model = new_model;
+  const int64_t step = RowBytes() + layout.padding;
+  const int64_t block = step * std::max(height, 0);
+  // Some operations read four times as far as the rows reach, or four bytes a pixel whatever the
+  // depth; that memory is the image's as well.
+  const bool fenced = layout.fence != Layout::Fence::kNone;
+  const int64_t wide = (kGuardBytes + 4 * (block + step + std::max(width, 0)) + 63) / 64 * 64;
+  stride = static_cast<int>(layout.bottom_up ? -step : step);
+  const auto [before, after] = !fenced        ? Layout::Reach{wide, wide}
+                               : layout.reach ? layout.reach(*this)
+                                              : Layout::Reach{};
+  plane_offsets_.clear();
+  int64_t end = 0;
+  // Hosts that report no planes still have one.
+  for (int plane = 0; plane < std::max(planes, 1) && width > 0 && height > 0; ++plane) {
+    const int64_t first = end + before + layout.misalignment;
+    plane_offsets_.push_back(static_cast<size_t>(layout.bottom_up ? first + block - step : first));
+    end = fenced ? first + block : (first + block + 63) / 64 * 64;
+  }
+  memory_ = Block(static_cast<size_t>(end + after), layout.fence);
+}
+
+bool Raster::Create(int new_width, int new_height, int new_planes, int new_bit_count,
+                    uint32_t new_model) {
+  const int64_t row = (int64_t{std::max(new_width, 0)} * std::max(new_bit_count, 0) + 7) / 8;
+  const bool absurd = new_bit_count < 1 || new_bit_count > 64 || new_planes > 64 ||
+                      row > kLargestBlock || row * std::max(new_height, 0) > kLargestBlock;
+  palette.clear();
+  if (absurd) {
+    Allocate(0, 0, 0, 0, 0, {});
+    return false;
+  }
+  Allocate(new_width, new_height, new_planes, new_bit_count, new_model, NewImageLayout());
+  std::fill(memory_.begin(), memory_.end(), uint8_t{0xCD});
+  return true;
+}
+
+void Raster::Assign(const Raster& source) {
+  const Raster copy = source;
+  Create(copy.width, copy.height, copy.planes, copy.bit_count, copy.model);
+  palette = copy.palette;
+  for (int plane = 0; plane < std::max(planes, 1); ++plane) {
+    if (Bits(plane) == nullptr || copy.Bits(plane) == nullptr) continue;
+    for (int64_t y = 0; y < height; ++y) {
+      std::copy_n(copy.Row(y, plane), copy.RowBytes(), Row(y, plane));
+    }
+  }
+}
+
+void Raster::Fill(uint32_t colour) {
+  if (Bits() == nullptr) return;
+  const int64_t bytes = bit_count < 24 ? 1 : bit_count == 32 ? 4 : 3;
+  const int64_t units = bit_count < 24 ? RowBytes() : width;
+  for (int64_t y = 0; y < height; ++y) {
+    for (int64_t i = 0; i < units * bytes; ++i) {
+      Row(y)[i] = static_cast<uint8_t>(colour >> (8 * (i % bytes)));
+    }
+  }
+}
+
+uint8_t* Raster::Bits(int plane) {
+  if (plane < 0 || static_cast<size_t>(plane) >= plane_offsets_.size()) return nullptr;
+  return memory_.begin() + plane_offsets_[static_cast<size_t>(plane)];
+}
+
+bool Raster::operator==(const Raster& other) const { return Difference(other).empty(); }
+
+std::string Raster::Describe() const {
+  char text[160];
+  std::snprintf(text, sizeof(text), "%d x %d x %d planes, %d bits, model %08X, stride %d", width,
+                height, planes, bit_count, model, stride);
+  return text;
+}
+
+std::string Raster::Difference(const Raster& other) const {
+  if (Describe() != other.Describe()) return Describe() + " against " + other.Describe();
+  if (plane_offsets_ != other.plane_offsets_) return "other layout";
+  const auto [here, there] =
+      std::mismatch(memory_.begin(), memory_.end(), other.memory_.begin(), other.memory_.end());
+  if (here == memory_.end()) return {};
+  const int64_t at = here - memory_.begin();
+  const int64_t origin = plane_offsets_.empty() ? 0 : static_cast<int64_t>(plane_offsets_[0]);
+  const int64_t step = stride == 0 ? 1 : std::abs(stride);
+  const int64_t relative = at - origin;
+  const int64_t row = relative >= 0 ? relative / step : (relative - step + 1) / step;
+  char text[200];
+  std::snprintf(text, sizeof(text), "%s: byte %lld of stored row %lld is %d, not %d",
+                Describe().c_str(), static_cast<long long>(relative - row * step),
+                static_cast<long long>(stride < 0 ? -row : row), *here, *there);
+  return text;
+}
+
+uint32_t UsualModel(int bit_count) {
+  return bit_count == 24   ? kModelBgr
+         : bit_count == 32 ? kModelArgb
+         : bit_count <= 8  ? kModelMono
+                           : 0;
+}
+
+Layout RandomLayout(Rng& rng) {
+  return {.padding = rng.OneIn(2) ? 0 : rng.Int(0, 70),
+          .bottom_up = rng.OneIn(4),
+          .misalignment = rng.OneIn(2) ? 0 : rng.Int(0, 63)};
+}
+
+Raster RandomRaster(Rng& rng, int width, int height, int bit_count) {
+  return Raster(rng, width, height, bit_count, UsualModel(bit_count), RandomLayout(rng));
+}
+
+}  // namespace qel::test

@@ -1,0 +1,39 @@
+#ifndef QEL_SIMD_FETCH_H_
+#define QEL_SIMD_FETCH_H_
+
+#include <cstdint>
+
+namespace qel {
+
+// Orders to the memory to bring what is soon read or written. The processor itself foresees little
+// more than walks through one row after the other. Internal linkage: kernel sources use them.
+
+/// Brings the line of the cache at an address, which need not be valid; for writing with 1.
+template <int kWrite = 0>
+static inline void FetchLine(const uint8_t* at) {
+  __builtin_prefetch(at, kWrite);
+  // GCC drops calls of functions that do nothing but fetch.
+  asm volatile("");
+}
+
+/// Brings a run of bytes.
+template <int kWrite = 0>
+static inline void Fetch(const uint8_t* first, int64_t bytes) {
+  for (int64_t at = 0; at < bytes; at += 64) FetchLine<kWrite>(first + at);
+  FetchLine<kWrite>(first + bytes - 1);
+}
+
+/// Brings the `kBytes` bytes that come a page after `at`: processors follow one row by themselves,
+/// but not into the next page.
+template <int64_t kBytes>
+static inline void FetchAhead(const uint8_t* at) {
+  constexpr uintptr_t kPage = 4096;
+  for (int64_t i = 0; i < kBytes; i += 64) {
+    // As numbers: the address may lie beyond what `at` belongs to.
+    FetchLine(reinterpret_cast<const uint8_t*>(reinterpret_cast<uintptr_t>(at + i) + kPage));
+  }
+}
+
+}  // namespace qel
+
+#endif  // QEL_SIMD_FETCH_H_

@@ -1,0 +1,49 @@
+#ifndef QEL_TRANSFORM_LAYOUT_DEPTH_KERNELS_H_
+#define QEL_TRANSFORM_LAYOUT_DEPTH_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// The colours of 256 indices, one table per channel.
+struct PaletteTables {
+  uint8_t channels[3][256];
+};
+
+/// Row functions that widen pixels. Names say bits per pixel; alpha becomes 255 unless said.
+struct DepthKernels {
+  void (*grey_to_24)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*grey_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*colour_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*palette_to_24)(uint8_t* dest, const uint8_t* source, size_t count,
+                        const PaletteTables& palette);
+  /// Keeps the fourth byte of the destination's pixels.
+  void (*palette_to_32)(uint8_t* dest, const uint8_t* source, size_t count,
+                        const PaletteTables& palette);
+};
+
+namespace sse2 {
+extern const DepthKernels kDepthKernels;
+}
+namespace avx2 {
+extern const DepthKernels kDepthKernels;
+}
+namespace avx512 {
+extern const DepthKernels kDepthKernels;
+}
+namespace avx512vbmi {
+extern const DepthKernels kDepthKernels;
+}
+
+inline const DepthKernels& DepthKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kDepthKernels, avx2::kDepthKernels, avx512::kDepthKernels,
+                       avx512vbmi::kDepthKernels);
+}
+inline const DepthKernels& ActiveDepthKernels() { return DepthKernelsFor(kActiveCpuLevel); }
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_LAYOUT_DEPTH_KERNELS_H_

@@ -1,0 +1,57 @@
+#ifndef QEL_TRANSFORM_LAYOUT_ORIENTATION_KERNELS_H_
+#define QEL_TRANSFORM_LAYOUT_ORIENTATION_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// Row and plane functions that move whole pixels of 1, 3 or 4 bytes. Source and destination never
+/// overlap, and nothing beyond the counted pixels is touched.
+struct OrientationKernels {
+  /// dest[x] = source[count - 1 - x].
+  void (*reverse1)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*reverse3)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*reverse4)(uint8_t* dest, const uint8_t* source, size_t count);
+  /// Exchanges bytes 0 and 2 of every pixel.
+  void (*swap_ends3)(uint8_t* row, size_t count);
+  void (*swap_ends4)(uint8_t* row, size_t count);
+  /// Exchanges two rows, and bytes 0 and 2 of every pixel on the way; byte 3 stays where it is.
+  void (*exchange3)(uint8_t* top, uint8_t* bottom, size_t count);
+  void (*exchange4)(uint8_t* top, uint8_t* bottom, size_t count);
+  /// Pixel (x, y) of `dest` is pixel (y, x) of `source`, for x < `rows` and y < `columns`: the
+  /// size of the source.
+  void (*transpose1)(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                     int64_t source_stride, int64_t columns, int64_t rows);
+  void (*transpose3)(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                     int64_t source_stride, int64_t columns, int64_t rows);
+  void (*transpose4)(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                     int64_t source_stride, int64_t columns, int64_t rows);
+};
+
+namespace sse2 {
+extern const OrientationKernels kOrientationKernels;
+}
+namespace avx2 {
+extern const OrientationKernels kOrientationKernels;
+}
+namespace avx512 {
+extern const OrientationKernels kOrientationKernels;
+}
+namespace avx512vbmi {
+extern const OrientationKernels kOrientationKernels;
+}
+
+inline const OrientationKernels& OrientationKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kOrientationKernels, avx2::kOrientationKernels,
+                       avx512::kOrientationKernels, avx512vbmi::kOrientationKernels);
+}
+inline const OrientationKernels& ActiveOrientationKernels() {
+  return OrientationKernelsFor(kActiveCpuLevel);
+}
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_LAYOUT_ORIENTATION_KERNELS_H_

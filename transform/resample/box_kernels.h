@@ -1,0 +1,54 @@
+#ifndef QEL_TRANSFORM_RESAMPLE_BOX_KERNELS_H_
+#define QEL_TRANSFORM_RESAMPLE_BOX_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// Sizes of a box whose sums fit 16 bits, and the division by its area: sum * factor >> 16 >>
+/// shift.
+struct SmallBox {
+  size_t columns;
+  size_t rows;
+  size_t pixel_bytes;
+  uint16_t factor;
+  uint16_t shift;
+};
+/// The largest area of a `SmallBox`: the reciprocal is exact for sums of so many bytes.
+inline constexpr uint32_t kLargestSmallBox = 128;
+
+/// Row functions of reductions by boxes.
+struct BoxMeanKernels {
+  /// means[i] = mean of the box whose first byte is source[i], for each byte i from which the
+  /// box ends within `count` bytes. `scratch` has room for 3 * `count` values.
+  void (*box_means)(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead,
+                    size_t count, const SmallBox& box, uint16_t* scratch);
+  /// sums[i] = sum of source[i] in `rows` rows, modulo 2^32.
+  void (*sum_rows)(uint32_t* sums, const uint8_t* source, int64_t stride, size_t count,
+                   size_t rows);
+};
+
+namespace sse2 {
+extern const BoxMeanKernels kBoxMeanKernels;
+}
+namespace avx2 {
+extern const BoxMeanKernels kBoxMeanKernels;
+}
+namespace avx512 {
+extern const BoxMeanKernels kBoxMeanKernels;
+}
+namespace avx512vbmi {
+extern const BoxMeanKernels kBoxMeanKernels;
+}
+
+inline const BoxMeanKernels& ActiveBoxMeanKernels() {
+  return TableForLevel(kActiveCpuLevel, sse2::kBoxMeanKernels, avx2::kBoxMeanKernels,
+                       avx512::kBoxMeanKernels, avx512vbmi::kBoxMeanKernels);
+}
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_RESAMPLE_BOX_KERNELS_H_

@@ -1,0 +1,95 @@
+#include "transform/resample/nearest_copy.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "image/numeric.h"
+#include "image/pixel_access.h"
+#include "image/pixel_layout.h"
+#include "simd/fetch.h"
+
+namespace qel {
+
+static_assert(kKeptAlpha == kOutsideMarker);
+
+int AccessPixelBytes(int bit_count) {
+  return bit_count >= 24 ? DirectPixelBytes(bit_count) : bit_count == 8 ? 1 : 0;
+}
+
+bool HasSmallOffsets(const ImageView& source, int pixel_bytes) {
+  return std::abs(int64_t{source.stride}) * source.Rows() + pixel_bytes * source.Columns() <=
+         kLargestOffset;
+}
+
+CopyScattered NearestCopy::FunctionFor(const Depths& depths) {
+  const WarpKernels& kernels = ActiveWarpKernels();
+  switch (depths.source_bytes) {
+    case 1:
+      return depths.opaque ? kernels.copy1_opaque : kernels.copy1;
+    case 3:
+      return depths.opaque ? kernels.copy3_opaque : kernels.copy3;
+    case 4:
+      return depths.opaque ? kernels.copy4_opaque : kernels.copy4;
+    default:
+      return nullptr;
+  }
+}
+
+NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int margin,
+                         uint32_t outside)
+    : bits_(source.bits), outside_(outside) {
+  if (!source.HasPixels() || !HasSmallOffsets(source, depths.source_bytes)) return;
+  const auto inner = [=](int size) { return size > 2 * margin ? size - 2 * margin : 0; };
+  rule_ = {.left = margin,
+           .top = margin,
+           .columns = inner(source.width),
+           .rows = inner(source.height),
+           .stride = source.stride,
+           .pixel_bytes = depths.source_bytes,
+           .narrow_column = depths.source_bytes == 3 ? source.width - 1 : -1};
+  copy_ = FunctionFor(depths);
+}
+
+void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count) {
+  Tile& tile = tiles_[turn_];
+  ActiveWarpKernels().offsets(tile.offsets, sx, sy, count, rule_);
+  tile.dest = dest;
+  tile.count = count;
+  // Neighbours in a row come from different rows of the source, which the processor does not
+  // foresee.
+  constexpr size_t kPixelsPerFetch = 4;
+  for (size_t i = 0; i < count; i += kPixelsPerFetch) {
+    if (tile.offsets[i] >= -kLargestOffset) FetchLine(bits_ + tile.offsets[i]);
+  }
+  turn_ = 1 - turn_;
+  Write(tiles_[turn_]);
+}
+
+void NearestCopy::Write(Tile& tile) {
+  if (tile.count > 0) copy_(tile.dest, tile.count, bits_, tile.offsets, outside_);
+  tile.count = 0;
+}
+
+ColourCopy::ColourCopy(const ImageView& source, const ImageView& dest, bool opaque)
+    : source_(source),
+      dest_(dest),
+      opaque_(opaque),
+      nearest_(source, {AccessPixelBytes(source.bit_count), opaque}, 0, OutsideColor(source)) {}
+
+void ColourCopy::operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count) {
+  if (nearest_) {
+    const int64_t pixel_bytes = AccessPixelBytes(dest_.bit_count);
+    nearest_(dest_.Row(y) + x * pixel_bytes, sx, sy, count);
+    return;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    uint32_t colour = GetPixelColor(source_.bits, sx[i], sy[i], source_.width, source_.height,
+                                    source_.stride, source_.bit_count);
+    if (opaque_ && AlphaOf(colour) != kOutsideMarker) colour = WithAlpha(colour, 255);
+    SetPixelColor(dest_.bits, x + static_cast<int>(i), y, dest_.width, dest_.height, dest_.stride,
+                  colour, dest_.bit_count);
+  }
+}
+
+}  // namespace qel

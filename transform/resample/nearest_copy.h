@@ -1,0 +1,75 @@
+#ifndef QEL_TRANSFORM_RESAMPLE_NEAREST_COPY_H_
+#define QEL_TRANSFORM_RESAMPLE_NEAREST_COPY_H_
+
+#include "image/image_view.h"
+#include "transform/warp/warp_kernels.h"
+
+namespace qel {
+
+/// Copies single pixels from given positions of an image: of 1, 3 or 4 bytes, in images whose
+/// offsets are small. Does not own the image.
+class NearestCopy {
+ public:
+  struct Depths {
+    int source_bytes;
+    bool opaque;  ///< 4 bytes are written, with alpha 255 but where it is the outside marker
+  };
+
+  /// Positions from `margin` pixels off the border are copied, all others become `outside`.
+  NearestCopy(const ImageView& source, const Depths& depths, int margin, uint32_t outside);
+
+  /// False when the depths or the image do not fit; nothing may be copied then.
+  explicit operator bool() const { return copy_ != nullptr; }
+
+  /// Writes `count` pixels from positions (sx[i], sy[i]), at most `kWarpTile`, not later than the
+  /// next call or `Finish`: until then the memory brings their lines.
+  void operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count);
+  /// Writes what is not written yet.
+  void Finish() { Write(tiles_[1 - turn_]); }
+
+ private:
+  struct Tile {
+    uint8_t* dest;
+    size_t count = 0;
+    int32_t offsets[kWarpTile];
+  };
+  static CopyScattered FunctionFor(const Depths& depths);
+  void Write(Tile& tile);
+
+  const uint8_t* bits_ = nullptr;
+  OffsetRule rule_{};
+  uint32_t outside_ = 0;
+  CopyScattered copy_ = nullptr;
+  Tile tiles_[2];
+  int turn_ = 0;  ///< the tile that is filled next; the other one may wait
+};
+
+/// Bytes per pixel of the depths of pixel access that have whole ones, else 0.
+int AccessPixelBytes(int bit_count);
+
+/// True when every offset within the rows of `source` is within `kLargestOffset`.
+bool HasSmallOffsets(const ImageView& source, int pixel_bytes);
+
+/// Writes pixels of `dest` in the colours that `source` has at given positions, at any depth.
+/// Outside the source that is its outside colour, whose marker stays the alpha of 32-bit pixels.
+class ColourCopy {
+ public:
+  /// `dest` has the depth of `source`, or 32 bits when `opaque`: alpha is then 255, but where it is
+  /// the outside marker.
+  ColourCopy(const ImageView& source, const ImageView& dest, bool opaque);
+
+  /// Writes `count` pixels, at most `kWarpTile`, of row `y` from column `x` on, not later than the
+  /// next call or `Finish`.
+  void operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count);
+  void Finish() { nearest_.Finish(); }
+
+ private:
+  ImageView source_;
+  ImageView dest_;
+  bool opaque_;
+  NearestCopy nearest_;
+};
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_RESAMPLE_NEAREST_COPY_H_

@@ -1,0 +1,201 @@
+#include <algorithm>
+
+#include "component/result_image.h"
+#include "image/pixel_access.h"
+#include "transform/image_transform.h"
+#include "transform/rotate/rotation_sampler.h"
+
+namespace qel {
+namespace {
+
+/// Pixels along every edge of the source that `Rotate` does not sample.
+constexpr float kLowMargin = 3.0f;
+constexpr int kHighMargin = 4;
+
+using StoreColours = void (*)(uint8_t* dest, const uint32_t* colours, size_t count);
+
+/// How `Rotate` writes pixels.
+// Deliberate: depths from 16 bits on that are not 32 take three bytes, all below take one, whatever
+// the depth; only at 8, 24 and 32 bits is that the size of a pixel.
+struct PixelWriter {
+  explicit PixelWriter(int bit_count)
+      : pixel_bytes(bit_count == 32   ? 4
+                    : bit_count >= 16 ? 3
+                                      : 1),
+        store(pixel_bytes == 4   ? ActiveRotateKernels().store4
+              : pixel_bytes == 3 ? ActiveRotateKernels().store3
+                                 : ActiveRotateKernels().store1) {}
+
+  int pixel_bytes;
+  StoreColours store;
+};
+
+/// Columns of a turned frame that are sampled row by row before the next ones: each row meets other
+/// pages of the source, and the processor remembers only so many.
+constexpr int kBandColumns = 2304;
+
+/// Calls `write(j, first, colours, count)` for the sampled pixels of the first `height` rows: those
+/// whose positions are neither `too_low` nor `too_high`, which take a position and the source's
+/// size along its axis. Rows are taken as a whole where the sampler takes pixels one by one.
+template <typename TooLow, typename TooHigh, typename Write>
+void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
+                int width, int height, TooLow too_low, TooHigh too_high, Write write) {
+  alignas(64) uint32_t colours[2 * kSampleChunk];
+  const auto sample_row = [&](int j, const PixelRun& columns) {
+    const PixelRun run =
+        RunWithinSource(columns, frame.RowAt(j), source.width, source.height, too_low, too_high);
+    const SampleRow row = sampler.RowAt(j, run);
+    for (int first = run.begin; first < run.end; first += sampler.chunk()) {
+      const int count = std::min(sampler.chunk(), run.end - first);
+      sampler.Sample(colours, row, first, count);
+      write(j, first, colours, count);
+    }
+  };
+  const int64_t bands =
+      sampler.chunk() == 1 ? 1 : (int64_t{width} + kBandColumns - 1) / kBandColumns;
+  for (int64_t band = 0; band < bands; ++band) {
+    const PixelRun columns = {static_cast<int>(width * band / bands),
+                              static_cast<int>(width * (band + 1) / bands)};
+    for (int j = 0; j < height; ++j) sample_row(j, columns);
+  }
+}
+
+/// Draws the turned source over the background of `dest`.
+// Deliberate: a margin of about four pixels along the edges of the source is never drawn.
+void DrawRotated(const ImageView& source, const ImageView& dest, const RotatedFrame& frame,
+                 int method) {
+  if (!dest.HasPixels()) return;
+  const PixelWriter writer(dest.bit_count);
+  RotationSampler sampler(source, frame, method, false);
+  SampleRows(
+      sampler, frame, source, frame.width(), frame.height(),
+      [](float v, int) { return v <= kLowMargin; },
+      [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
+      [&](int j, int first, const uint32_t* colours, int count) {
+        writer.store(dest.Row(j) + int64_t{first} * writer.pixel_bytes, colours,
+                     static_cast<size_t>(count));
+      });
+}
+
+/// What samples and pixels of at least 24 bits have in a mixture, for each alpha of the sample.
+struct Shares {
+  double sample[256];
+  double pixel[256];
+};
+constexpr Shares kShares = [] {
+  Shares shares{};
+  for (int alpha = 0; alpha < 256; ++alpha) {
+    shares.sample[alpha] = alpha / 255.0;
+    shares.pixel[alpha] = (255 - alpha) / 255.0;
+  }
+  return shares;
+}();
+
+/// Mixes a sample into a pixel by the sample's alpha.
+void BlendPixel(uint8_t* pixel, uint32_t sample) {
+  const double share = kShares.sample[AlphaOf(sample)];
+  const double rest = kShares.pixel[AlphaOf(sample)];
+  const uint8_t channels[] = {BlueOf(sample), GreenOf(sample), RedOf(sample)};
+  for (int c = 0; c < 3; ++c) {
+    // No mixture leaves the range of a byte.
+    pixel[c] = static_cast<uint8_t>(static_cast<int>(channels[c] * share + pixel[c] * rest));
+  }
+}
+
+/// Writes one sample into a target pixel, as the source's depth asks for.
+// Deliberate: a key colour with anything in its top byte matches no sample.
+void PastePixel(uint8_t* pixel, uint32_t sample, bool blends, bool with_alpha, uint32_t key) {
+  if (blends) {
+    BlendPixel(pixel, sample);
+  } else {
+    if ((sample & 0x00FFFFFFu) == key) return;
+    pixel[0] = BlueOf(sample);
+    pixel[1] = GreenOf(sample);
+    pixel[2] = RedOf(sample);
+  }
+  if (with_alpha) pixel[3] = AlphaOf(sample);
+}
+
+/// Draws the turned source into the top-left of `target`.
+void PasteRotated(const ImageView& source, const ImageView& target, const RotatedFrame& frame,
+                  int method, uint32_t key) {
+  if (!target.HasPixels()) return;
+  const bool blends = source.bit_count > 24;
+  const bool with_alpha = target.bit_count > 24;
+  const int pixel_bytes = with_alpha ? 4 : 3;
+  RotationSampler sampler(source, frame, method, source.bits == target.bits);
+  SampleRows(
+      sampler, frame, source, std::min(target.width, frame.width()),
+      std::min(target.height, frame.height()), [](float v, int) { return v < 0.0f; },
+      [](float v, int size) { return v > static_cast<float>(size); },
+      [&](int j, int first, const uint32_t* colours, int count) {
+        uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
+        for (int i = 0; i < count; ++i) {
+          PastePixel(pixels + int64_t{i} * pixel_bytes, colours[i], blends, with_alpha, key);
+        }
+      });
+}
+
+/// The turn of `Rotate`: minus the angle, in whole degrees.
+Turn TurnByDegrees(int angle) {
+  const float theta = static_cast<float>(WrapSubtract(0, angle)) * 1.5707964f / 90.0f;
+  return Turn::By(static_cast<double>(theta));
+}
+
+}  // namespace
+
+result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int method,
+                                    int force_alpha, int keep_size) {
+  if (source == nullptr) return kFail;
+  if (result == nullptr) return kNullOutput;
+  if (angle == 0) {
+    *result = SmartPtr<IQEL>::Retain(source).Detach();
+    return kOk;
+  }
+  if (angle == -90) angle = 270;
+  ResultImage output = ResultImage::FromLocator();
+  if (angle == 90 || angle == 180 || angle == 270) {
+    if (!output) return kFail;
+    const result_t turned = Rotate4(source, output.Get(), angle);
+    output.Store(result);
+    return turned;
+  }
+  const Turn turn = TurnByDegrees(angle);
+  const ImageShape shape = ReadShape(*source);
+  const RotatedFrame frame = keep_size != 0
+                                 ? RotatedFrame::SameSize(shape.width, shape.height, turn)
+                                 : RotatedFrame::Bounding(shape.width, shape.height, turn);
+  if (!output) return kFail;
+  ImageShape drawn = shape;
+  drawn.width = frame.width();
+  drawn.height = frame.height();
+  if (force_alpha != 0) {
+    drawn.bit_count = 32;
+    drawn.model = 0;
+  }
+  // Deliberate: an image that cannot be created as asked is handed out undrawn, as a success.
+  if (Succeeded(output.Create(drawn))) {
+    const ImageView dest = output.View();
+    const ImageView view = ReadPlane(*source, shape, 0);
+    output.Fill(WithAlpha(
+        GetPixelColor(view.bits, 0, 0, view.width, view.height, view.stride, view.bit_count), 255));
+    DrawRotated(view, dest, frame, method);
+  }
+  output.Store(result);
+  return kOk;
+}
+
+result_t CQELImageTransform::RotatePaste(IQEL* source, IQEL* target, double angle, int method,
+                                         int key) {
+  if (source == nullptr) return kFail;
+  if (target == nullptr) return kNullOutput;
+  const Turn turn = Turn::By(angle);
+  const ImageShape shape = ReadShape(*source);
+  const ImageShape target_shape = ReadShape(*target);
+  const RotatedFrame frame = RotatedFrame::Bounding(shape.width, shape.height, turn);
+  const ImageView to = ReadPlane(*target, target_shape, 0);
+  PasteRotated(ReadPlane(*source, shape, 0), to, frame, method, static_cast<uint32_t>(key));
+  return kOk;
+}
+
+}  // namespace qel

@@ -1,0 +1,114 @@
+#ifndef QEL_TRANSFORM_ROTATE_ROTATE_KERNELS_H_
+#define QEL_TRANSFORM_ROTATE_ROTATE_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// Pixels that are sampled together. Counts are rounded up to `kSampleGroup` inside kernels, so
+/// all arrays have room for `kSampleChunk` values, and the last position is repeated up to there.
+inline constexpr size_t kSampleChunk = 64;
+inline constexpr size_t kSampleGroup = 32;
+/// Weights lie in groups of so many points: their first taps, their second ones and so on.
+inline constexpr size_t kWeightGroup = 16;
+
+/// The way from the pixels of an output row to the source; see `RotatedFrame::Row`.
+struct SampleLine {
+  float start_x;
+  float cosine;
+  float sine;
+  float sine_y;
+  float cosine_y;
+  float shift_x;
+  float shift_y;
+};
+
+/// Positions in the source, all of whose taps lie inside.
+struct SamplePoints {
+  float x[kSampleChunk];
+  float y[kSampleChunk];
+};
+
+/// The source of samples: at most 2^31 bytes from the lowest to the highest address.
+struct SampleSource {
+  const uint8_t* bits;
+  int32_t stride;
+};
+
+/// Weights of the taps of all points.
+struct SampleWeights {
+  const float* x;
+  const float* y;
+};
+
+/// Where the weights of each point are.
+struct WeightEntries {
+  const float* of[kSampleChunk];
+  uint64_t mirrored;  ///< the points whose weights lie there in the opposite order
+};
+static_assert(kSampleChunk <= 64);
+
+struct RotateKernels {
+  /// The positions of output pixels `first` to `first` + `count` - 1.
+  void (*positions)(SamplePoints& points, const SampleLine& line, int32_t first, size_t count);
+
+  /// Has the memory bring the pixels at these positions, which may lie outside.
+  void (*fetch)(const SampleSource& source, int32_t pixel_bytes, const SampleLine& line,
+                int32_t first, size_t count);
+
+  /// The pixel at the truncated positions after adding `offset`: (pixel & keep) | add. Pixels of 3
+  /// bytes are read together with the byte behind them.
+  void (*pick1)(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+                size_t count, float offset, uint32_t keep, uint32_t add);
+  void (*pick3)(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+                size_t count, float offset, uint32_t keep, uint32_t add);
+  void (*pick4)(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+                size_t count, float offset, uint32_t keep, uint32_t add);
+
+  /// The four tap weights of each position by polynomial method 2 to 4, 6 to 8 or 13 to 15; null
+  /// for all other methods.
+  void (*weights[16])(float* weights, const float* positions, size_t count);
+
+  /// Writes the weights of four or twelve taps.
+  void (*spread4)(float* weights, const WeightEntries& entries, size_t count);
+  void (*spread12)(float* weights, const WeightEntries& entries, size_t count);
+
+  /// Sums of weighted taps for 1, 3 or 4 bytes per pixel. Pixels of 3 bytes, and of 1 byte when
+  /// there are twelve taps, are read with four bytes behind the last tap of each row. Alpha is 0
+  /// except at 4 bytes.
+  void (*blend4[3])(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+                    const SampleWeights& weights, size_t count);
+  void (*blend12[3])(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+                     const SampleWeights& weights, size_t count);
+
+  /// Stores colours as pixels: the red byte alone, three bytes, or four.
+  void (*store1)(uint8_t* dest, const uint32_t* colours, size_t count);
+  void (*store3)(uint8_t* dest, const uint32_t* colours, size_t count);
+  void (*store4)(uint8_t* dest, const uint32_t* colours, size_t count);
+};
+
+namespace sse2 {
+extern const RotateKernels kRotateKernels;
+}
+namespace avx2 {
+extern const RotateKernels kRotateKernels;
+}
+namespace avx512 {
+extern const RotateKernels kRotateKernels;
+}
+namespace avx512vbmi {
+extern const RotateKernels kRotateKernels;
+}
+
+inline const RotateKernels& RotateKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kRotateKernels, avx2::kRotateKernels, avx512::kRotateKernels,
+                       avx512vbmi::kRotateKernels);
+}
+inline const RotateKernels& ActiveRotateKernels() { return RotateKernelsFor(kActiveCpuLevel); }
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_ROTATE_ROTATE_KERNELS_H_

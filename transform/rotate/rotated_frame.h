@@ -1,0 +1,144 @@
+#ifndef QEL_TRANSFORM_ROTATE_ROTATED_FRAME_H_
+#define QEL_TRANSFORM_ROTATE_ROTATED_FRAME_H_
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "image/numeric.h"
+
+namespace qel {
+
+/// The turn of both rotations: cosine and sine in single precision.
+struct Turn {
+  float cosine;
+  float sine;
+
+  static Turn By(double radians) {
+    return {static_cast<float>(std::cos(radians)), static_cast<float>(std::sin(radians))};
+  }
+};
+
+/// The bounding box of a turned rectangle and the way back from its pixels to the source. All in
+/// single precision; positions are formed from the pixel's number each time, never stepped.
+class RotatedFrame {
+ public:
+  /// The box round a source of `width` x `height` pixels whose edges are turned by `turn`.
+  static RotatedFrame Bounding(int width, int height, const Turn& turn) {
+    RotatedFrame frame(turn);
+    frame.Measure(width, height, turn);
+    return frame;
+  }
+
+  /// A box of the source's own size; the source turns about its middle.
+  static RotatedFrame SameSize(int width, int height, const Turn& turn) {
+    RotatedFrame frame(turn);
+    frame.Measure(width, height, {1.0f, 0.0f});
+    frame.start_x_ -= static_cast<float>(width) * 0.5f;
+    frame.start_y_ -= static_cast<float>(height) * 0.5f;
+    frame.shift_x_ = static_cast<float>(frame.width_) * 0.5f;
+    frame.shift_y_ = static_cast<float>(frame.height_) * 0.5f;
+    return frame;
+  }
+
+  int width() const { return width_; }
+  int height() const { return height_; }
+
+  /// The part of the way back that is the same for a whole row of the box.
+  struct Row {
+    float start_x;
+    float cosine;
+    float sine;
+    float sine_y;    // sine * Y
+    float cosine_y;  // cosine * Y
+    float shift_x;
+    float shift_y;
+
+    float SourceX(int i) const {
+      const float x = start_x + static_cast<float>(i);
+      return cosine * x + sine_y + shift_x;
+    }
+    float SourceY(int i) const {
+      const float x = start_x + static_cast<float>(i);
+      return cosine_y - sine * x + shift_y;
+    }
+  };
+  Row RowAt(int j) const {
+    const float y = start_y_ + static_cast<float>(j);
+    return {start_x_,         turn_.cosine, turn_.sine, turn_.sine * y,
+            turn_.cosine * y, shift_x_,     shift_y_};
+  }
+
+ private:
+  explicit RotatedFrame(const Turn& turn) : turn_(turn) {}
+
+  void Measure(int width, int height, const Turn& turn) {
+    const float right = static_cast<float>(width) - 0.5f;
+    const float bottom = static_cast<float>(height) - 0.5f;
+    const float corners[4][2] = {{-0.5f, -0.5f}, {right, -0.5f}, {-0.5f, bottom}, {right, bottom}};
+    float x[4];
+    float y[4];
+    for (int i = 0; i < 4; ++i) {
+      x[i] = turn.cosine * corners[i][0] - turn.sine * corners[i][1];
+      y[i] = turn.sine * corners[i][0] + turn.cosine * corners[i][1];
+    }
+    Span(x, width_, start_x_);
+    Span(y, height_, start_y_);
+  }
+
+  static void Span(const float (&positions)[4], int& size, float& start) {
+    const auto [lowest, highest] =
+        std::minmax({positions[0], positions[1], positions[2], positions[3]});
+    size = TruncateToInt(std::floor(highest - lowest + 0.5f));
+    start = (lowest + highest - static_cast<float>(WrapSubtract(size, 1))) * 0.5f;
+  }
+
+  Turn turn_;
+  int width_ = 0;
+  int height_ = 0;
+  float start_x_ = 0.0f;
+  float start_y_ = 0.0f;
+  float shift_x_ = 0.0f;
+  float shift_y_ = 0.0f;
+};
+
+/// A run of pixels of a row, from `begin` to before `end`.
+struct PixelRun {
+  int begin;
+  int end;
+
+  PixelRun Intersect(const PixelRun& other) const {
+    const int from = std::max(begin, other.begin);
+    return {from, std::max(from, std::min(end, other.end))};
+  }
+};
+
+/// The pixels of `run` whose `position(i)` is neither `too_low` nor `too_high`. Positions rise or
+/// fall along the row without a turn, because each step of their computation rounds
+/// monotonically; so the pixels are a run, and its ends are found by halving.
+template <typename Position, typename TooLow, typename TooHigh>
+PixelRun RunWithin(const PixelRun& run, bool rising, Position position, TooLow too_low,
+                   TooHigh too_high) {
+  const auto first_without = [&](int begin, auto fails) {
+    int end = run.end;
+    while (begin < end) {
+      const int middle = begin + (end - begin) / 2;
+      if (fails(position(middle))) {
+        begin = middle + 1;
+      } else {
+        end = middle;
+      }
+    }
+    return begin;
+  };
+  if (rising) {
+    const int begin = first_without(run.begin, too_low);
+    return {begin, first_without(begin, [&](float v) { return !too_high(v); })};
+  }
+  const int begin = first_without(run.begin, too_high);
+  return {begin, first_without(begin, [&](float v) { return !too_low(v); })};
+}
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_ROTATE_ROTATED_FRAME_H_

@@ -1,0 +1,210 @@
+#include "transform/rotate/rotation_sampler.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+
+#include "image/pixel_layout.h"
+#include "simd/fetch.h"
+
+namespace qel {
+namespace {
+
+/// Index of the kernels for this many bytes per pixel.
+size_t KernelIndex(int bit_count) {
+  return bit_count == 8 ? 0 : DirectPixelBytes(bit_count) == 3 ? 1 : 2;
+}
+
+/// Rows whose samples are on their way from memory.
+constexpr int kRowsAhead = 2;
+
+SampleLine LineOf(const RotatedFrame::Row& way) {
+  return {way.start_x, way.cosine, way.sine, way.sine_y, way.cosine_y, way.shift_x, way.shift_y};
+}
+
+/// Remembered weights pay for images from this size on.
+constexpr int64_t kPixelsWorthCaching = 65536;
+
+/// Remembered fractions are multiples of 2^-17, as those of positions from 64 on are.
+constexpr int kFractionBits = 17;
+constexpr uint32_t kWholePixel = 1u << kFractionBits;
+constexpr int kFirstExponent = 23 - kFractionBits;
+
+/// Place of a fraction up to one half: 0, 1/2, 1/4, 1/8, 3/8 and so on. Those of few bits come
+/// first, because large positions, which are many, have no others.
+uint32_t PlaceOf(uint32_t fraction) {
+  if (fraction == 0) return 0;
+  if (fraction == kWholePixel / 2) return 1;
+  return 1 + ((kWholePixel / 2 + fraction) >> (std::countr_zero(fraction) + 1));
+}
+
+}  // namespace
+
+void WeightCache::Reserve() {
+  // Memory of zeros costs nothing before it is used. Without it, nothing is remembered.
+  memory_.reset(
+      static_cast<float*>(std::calloc((kWholePixel / 4 + 1) * 2 * Stride(), sizeof(float))));
+}
+
+WeightCache::Entry WeightCache::Find(float position) const {
+  const auto bits = std::bit_cast<uint32_t>(position);
+  const int exponent = static_cast<int>(bits >> 23) - 127;
+  if (exponent < kFirstExponent || exponent > 23 || memory_ == nullptr) return {nullptr, false};
+  const uint32_t fraction = (bits << (exponent - kFirstExponent)) & (kWholePixel - 1);
+  // The smaller one of the fraction and its complement, of which a branch would guess half wrong.
+  constexpr auto kHalf = static_cast<int32_t>(kWholePixel / 2);
+  const int32_t beyond_half = static_cast<int32_t>(fraction) - kHalf;
+  const uint32_t place = PlaceOf(static_cast<uint32_t>(kHalf - std::abs(beyond_half)));
+  return {memory_.get() + size_t{place} * Stride(), beyond_half > 0};
+}
+
+void WeightCache::Compute(float* weights, float position) const {
+  TapWeights(taps_, kernel_, position, TapOrigin(position), weights);
+}
+
+void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
+  const auto taps = static_cast<size_t>(taps_.count);
+  Entry kept[kSampleChunk];
+  for (size_t i = 0; i < count; ++i) {
+    kept[i] = Find(positions[i]);
+    // Entries lie all over the memory; all of a chunk are on their way at the same time.
+    if (kept[i].weights != nullptr) FetchLine(reinterpret_cast<const uint8_t*>(kept[i].weights));
+  }
+  float computed[kSampleChunk * kMaxTaps];
+  WeightEntries entries;
+  entries.mirrored = 0;
+  for (size_t i = 0; i < count; ++i) {
+    float* entry = kept[i].weights;
+    if (entry == nullptr) {
+      entry = computed + i * taps;
+      Compute(entry, positions[i]);
+    } else if (entry[0] == 0.0f) {
+      Compute(entry, positions[i]);
+      if (kept[i].mirrored) std::reverse(entry, entry + taps);
+    }
+    entries.of[i] = entry;
+    entries.mirrored |= uint64_t{kept[i].mirrored} << i;
+  }
+  for (size_t i = count; i < kSampleChunk; ++i) entries.of[i] = entries.of[count - 1];
+  const RotateKernels& kernels = ActiveRotateKernels();
+  (taps == 4 ? kernels.spread4 : kernels.spread12)(weights, entries, count);
+}
+
+RotationSampler::RotationSampler(const ImageView& source, const RotatedFrame& frame, int method,
+                                 bool one_by_one)
+    : source_(source),
+      frame_(frame),
+      method_(method),
+      how_(MethodOf(method)),
+      taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
+      one_by_one_(one_by_one),
+      uses_kernels_(!one_by_one && UsesKernels()),
+      cache_(taps_, how_.kernel) {
+  const bool weighs = how_.kernel != nullptr && ActiveRotateKernels().weights[method] == nullptr;
+  if (uses_kernels_ && weighs && source_.Columns() * source_.Rows() >= kPixelsWorthCaching) {
+    cache_.Reserve();
+  }
+}
+
+bool RotationSampler::UsesKernels() const {
+  const int64_t bytes = std::abs(int64_t{source_.stride}) * source_.Rows() + source_.Columns() * 4;
+  return source_.HasPixels() && bytes < INT32_MAX &&
+         (source_.bit_count == 8 || source_.bit_count >= 24);
+}
+
+PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const {
+  // Kernels read up to four bytes behind the taps.
+  constexpr int kPixelsBehind[] = {4, 2, 0};
+  const int columns = source_.width - kPixelsBehind[KernelIndex(source_.bit_count)];
+  if (how_.sampling == Sampling::kKernel4 || how_.sampling == Sampling::kKernel12) {
+    return RunWithinSource(
+        run, way, columns, source_.height,
+        [&](float v, int) { return v < 0.0f || TapOrigin(v) + taps_.first < 0; },
+        [&](float v, int size) { return TapOrigin(v) + taps_.first + taps_.count > size; });
+  }
+  // The last column and row are left to single samples, whose alpha differs there.
+  const float offset = how_.sampling == Sampling::kNearest ? 0.5f : 0.0f;
+  return RunWithinSource(
+      run, way, source_.width, source_.height,
+      [&](float v, int) { return TruncateToInt(v + offset) < 0 || v + offset < 0.0f; },
+      [&](float v, int size) { return TruncateToInt(v + offset) >= size - 1; });
+}
+
+SampleRow RotationSampler::RowAt(int j, const PixelRun& run) const {
+  const RotatedFrame::Row way = frame_.RowAt(j);
+  const SampleRow row = {way, uses_kernels_ ? InsideRun(way, run) : PixelRun{run.end, run.end}};
+  // Sums of taps take long enough for the processor to look ahead by itself.
+  if (how_.kernel == nullptr) Fetch(j + kRowsAhead, row.inside);
+  return row;
+}
+
+void RotationSampler::Fetch(int j, const PixelRun& run) const {
+  constexpr int32_t kPixelBytes[] = {1, 3, 4};
+  const int32_t pixel_bytes = kPixelBytes[KernelIndex(source_.bit_count)];
+  ActiveRotateKernels().fetch({source_.bits, source_.stride}, pixel_bytes, LineOf(frame_.RowAt(j)),
+                              run.begin, static_cast<size_t>(run.end - run.begin));
+}
+
+void RotationSampler::SampleSingly(uint32_t* colours, const SampleRow& row, int first,
+                                   int count) const {
+  for (int i = 0; i < count; ++i) {
+    colours[i] = GetPixelColorInterpolated(
+        source_.bits, row.way.SourceX(first + i), row.way.SourceY(first + i), source_.width,
+        source_.height, source_.stride, method_, source_.bit_count);
+  }
+}
+
+void RotationSampler::PickInside(uint32_t* colours, const SamplePoints& points,
+                                 size_t count) const {
+  const RotateKernels& kernels = ActiveRotateKernels();
+  const size_t kind = KernelIndex(source_.bit_count);
+  const auto pick = kind == 0 ? kernels.pick1 : kind == 1 ? kernels.pick3 : kernels.pick4;
+  const bool nearest = how_.sampling == Sampling::kNearest;
+  // At 24 bits and more the truncated pixel comes out opaque, the nearest one with its own alpha.
+  const uint32_t keep = kind == 2 && nearest ? 0xFFFFFFFFu : 0x00FFFFFFu;
+  const uint32_t add = kind != 0 && !nearest ? 0xFF000000u : 0u;
+  pick(colours, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
+}
+
+void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points, size_t count) {
+  const RotateKernels& kernels = ActiveRotateKernels();
+  alignas(64) float wx[kSampleChunk * kMaxTaps];
+  alignas(64) float wy[kSampleChunk * kMaxTaps];
+  if (const auto weigh = kernels.weights[method_]) {
+    weigh(wx, points.x, count);
+    weigh(wy, points.y, count);
+  } else {
+    cache_.Weigh(wx, points.x, count);
+    cache_.Weigh(wy, points.y, count);
+  }
+  const size_t kind = KernelIndex(source_.bit_count);
+  const auto blend = taps_.count == 4 ? kernels.blend4[kind] : kernels.blend12[kind];
+  blend(colours, {source_.bits, source_.stride}, points, {wx, wy}, count);
+}
+
+void RotationSampler::SampleInside(uint32_t* colours, const SampleRow& row, int first,
+                                   size_t count) {
+  SamplePoints points;
+  ActiveRotateKernels().positions(points, LineOf(row.way), first, count);
+  if (how_.kernel == nullptr) {
+    PickInside(colours, points, count);
+  } else {
+    BlendInside(colours, points, count);
+  }
+}
+
+void RotationSampler::Sample(uint32_t* colours, const SampleRow& row, int first, int count) {
+  const PixelRun run = {first, first + count};
+  const PixelRun inside = run.Intersect(row.inside);
+  if (inside.begin == inside.end) {
+    SampleSingly(colours, row, first, count);
+    return;
+  }
+  // What kernels write beyond their run is overwritten by the single samples after it.
+  SampleInside(colours + (inside.begin - first), row, inside.begin,
+               static_cast<size_t>(inside.end - inside.begin));
+  SampleSingly(colours, row, first, inside.begin - first);
+  SampleSingly(colours + (inside.end - first), row, inside.end, run.end - inside.end);
+}
+
+}  // namespace qel

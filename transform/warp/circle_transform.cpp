@@ -1,0 +1,266 @@
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "component/result_image.h"
+#include "image/numeric.h"
+#include "image/pixel_access.h"
+#include "transform/image_deform.h"
+#include "transform/resample/nearest_copy.h"
+#include "transform/warp/circle_kernels.h"
+#include "transform/warp/picker.h"
+
+namespace qel {
+namespace {
+
+// The full turn as unwrapping counts it, short by its hundred millionth part.
+constexpr double kFullTurn = 6.2831852;
+
+/// The geometry of one call.
+struct Circle {
+  Circle(const ImageShape& shape, int circle_mode, float factor)
+      : width(shape.width), height(shape.height), mode(circle_mode) {
+    const double half_width = cx;
+    const double half_height = cy;
+    limit = TruncateToInt(std::sqrt(half_width * half_width + half_height * half_height));
+    swirl = static_cast<double>(static_cast<float>(limit / 2) * factor);
+  }
+
+  struct Sample {
+    int32_t x, y;
+  };
+  /// Distance of pixels that lie so far from the centre, as single precision has it.
+  static double Distance(int32_t dx, int32_t dy) {
+    const int32_t square = WrapAdd(WrapMultiply(dx, dx), WrapMultiply(dy, dy));
+    return static_cast<double>(std::sqrt(static_cast<float>(square)));
+  }
+
+  /// Folding: the column that column `x` samples.
+  static int32_t FoldedColumn(int32_t x) { return WrapAdd(x - 16, x % 32); }
+
+  /// Where pixel (x, y) samples the source.
+  Sample At(int32_t x, int32_t y) const {
+    const int32_t dx = cx - x;
+    const int32_t dy = cy - y;
+    const double d = Distance(dx, dy);
+    if (!(d < limit)) return {-1, -1};
+    if (mode >= kCircleFold) return {FoldedColumn(x), y};
+    double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
+    if (mode == kCircleUnwrap) {
+      // Deliberate: the lower half circle falls on the same columns as the upper one.
+      return {TruncateToInt(std::fabs(width * a / kFullTurn)),
+              TruncateToInt(std::fabs(height * d / limit))};
+    }
+    double r = d;
+    if (mode == kCircleBulge) r = d * d / limit;
+    if (mode == kCirclePinch) r = std::sqrt(limit * d);
+    if (mode == kCircleSwirl) a = a + d / swirl;
+    return {WrapSubtract(cx, TruncateToInt(r * std::cos(a))),
+            WrapSubtract(cy, TruncateToInt(r * std::sin(a)))};
+  }
+
+  /// True when squared distances do not wrap, so that pixels in reach form a disc.
+  bool HasExactSquares() const {
+    return int64_t{cx} * cx + int64_t{cy} * cy <= INT32_MAX && limit > 0;
+  }
+
+  int32_t width, height, mode;
+  int32_t cx = width / 2, cy = height / 2;
+  int32_t limit;  ///< pixels at this distance and beyond are outside
+  double swirl;   ///< pixels of distance per radian of turn
+};
+
+/// Fills pictures pixel by pixel; always right, and slow.
+void MapEveryPixel(const Circle& circle, ColourCopy& copy) {
+  int32_t sx[kWarpTile];
+  int32_t sy[kWarpTile];
+  for (int y = 0; y < circle.height; ++y) {
+    for (int x = 0; x < circle.width;) {
+      const int count = std::min(static_cast<int>(kWarpTile), circle.width - x);
+      for (int i = 0; i < count; ++i) {
+        const Circle::Sample sample = circle.At(x + i, y);
+        sx[i] = sample.x;
+        sy[i] = sample.y;
+      }
+      copy(y, x, sx, sy, static_cast<size_t>(count));
+      x += count;
+    }
+  }
+}
+
+/// The number of columns, counted from the centre, that lie within the limit at height `dy`.
+int ReachOfRow(const Circle& circle, int dy) {
+  int reach = 0;
+  int beyond = circle.cx + 1;
+  while (reach < beyond) {
+    const int middle = reach + (beyond - reach) / 2;
+    if (Circle::Distance(middle, dy) < circle.limit) {
+      reach = middle + 1;
+    } else {
+      beyond = middle;
+    }
+  }
+  return reach;
+}
+
+/// Folds pictures of any depth.
+void Fold(const Circle& circle, ColourCopy& copy) {
+  int32_t sx[kWarpTile];
+  int32_t sy[kWarpTile];
+  for (int y = 0; y < circle.height; ++y) {
+    const int reach = ReachOfRow(circle, circle.cy - y);
+    std::fill_n(sy, kWarpTile, y);
+    for (int x = 0; x < circle.width;) {
+      const int count = std::min(static_cast<int>(kWarpTile), circle.width - x);
+      for (int i = 0; i < count; ++i) sx[i] = Circle::FoldedColumn(x + i);
+      // What is out of reach lies at both ends.
+      const auto position = [&](int column) { return std::clamp(column - x, 0, count); };
+      std::fill(sx, sx + position(circle.cx - reach + 1), -1);
+      std::fill(sx + position(circle.cx + reach), sx + count, -1);
+      copy(y, x, sx, sy, static_cast<size_t>(count));
+      x += count;
+    }
+  }
+}
+
+/// Folds pictures of whole bytes that keep their depth: all rows pick the same columns.
+void FoldRows(const Circle& circle, const ImageView& source, const ImageView& dest,
+              int pixel_bytes) {
+  std::vector<int64_t> offsets;
+  std::vector<int> missing;
+  for (int x = 0; x < circle.width; ++x) {
+    const int column = Circle::FoldedColumn(x);
+    const int inside = std::clamp(column, 0, circle.width - 1);
+    if (inside != column) missing.push_back(x);
+    offsets.push_back(int64_t{inside} * pixel_bytes);
+  }
+  const Picker picker(std::move(offsets), pixel_bytes, false);
+  const uint32_t outside = OutsideColor(source);
+  for (int y = 0; y < circle.height; ++y) {
+    picker.Pick(dest.Row(y), source.Row(y));
+    const auto put_outside = [&](int first, int end) {
+      for (int64_t x = first; x < end; ++x) {
+        std::memcpy(dest.Row(y) + x * pixel_bytes, &outside, static_cast<size_t>(pixel_bytes));
+      }
+    };
+    const int reach = ReachOfRow(circle, circle.cy - y);
+    put_outside(0, circle.cx - reach + 1);
+    put_outside(circle.cx + reach, circle.width);
+    for (const int x : missing) put_outside(x, x + 1);
+  }
+}
+
+/// Fills all four quarters from the mapping of one.
+class QuarterMap {
+ public:
+  QuarterMap(const Circle& circle, ColourCopy& copy) : circle_(circle), copy_(copy) {}
+
+  void Fill(CircleMapping mapping) const {
+    CircleSamples samples;
+    CircleRun run = {.first_dx = 0,
+                     .dy = 0,
+                     .count = 0,
+                     .limit = circle_.limit,
+                     .scale_x = circle_.width / kFullTurn,
+                     .scale_y = static_cast<double>(circle_.height),
+                     .turn = 1.0 / circle_.swirl};
+    for (run.dy = 0; run.dy <= circle_.cy; ++run.dy) {
+      for (run.first_dx = 0; run.first_dx <= circle_.cx;) {
+        const int count = std::min(static_cast<int>(kWarpTile), circle_.cx + 1 - run.first_dx);
+        run.count = static_cast<size_t>(count);
+        const bool any_too_close = mapping(run, samples);
+        for (const bool left : {true, false}) {
+          Place(run, samples, circle_.cy - run.dy, left, false, any_too_close);
+          if (run.dy == 0 || circle_.cy + run.dy >= circle_.height) continue;
+          Place(run, samples, circle_.cy + run.dy, left, true, any_too_close);
+        }
+        run.first_dx += count;
+      }
+    }
+  }
+
+ private:
+  /// Copies the pixels of one quarter into row `y`.
+  void Place(const CircleRun& run, const CircleSamples& samples, int y, bool left, bool lower,
+             bool any_too_close) const {
+    const bool unwrap = circle_.mode == kCircleUnwrap;
+    // A half turn maps the lower left on the upper right; an unwrapped lower half is the upper one.
+    const bool from_left = unwrap || !lower ? left : !left;
+    const int32_t* from_x = from_left ? samples.left_x : samples.right_x;
+    const int32_t* from_y = from_left ? samples.left_y : samples.right_y;
+    const int sign = unwrap || lower ? 1 : -1;
+    const int cx = unwrap ? 0 : circle_.cx;
+    const int cy = unwrap ? 0 : circle_.cy;
+    int first_dx = run.first_dx;
+    auto count = static_cast<int>(run.count);
+    if (left && first_dx == 0) {
+      // The middle column belongs to the right.
+      ++first_dx;
+      ++from_x;
+      ++from_y;
+      --count;
+    }
+    if (!left) count = std::min(count, circle_.width - circle_.cx - first_dx);
+    if (count <= 0) return;
+    const int x = left ? circle_.cx - first_dx - count + 1 : circle_.cx + first_dx;
+    const auto pixels = static_cast<size_t>(count);
+    const auto place = left ? kernels_.place_reversed : kernels_.place;
+    int32_t sx[kWarpTile];
+    int32_t sy[kWarpTile];
+    place(sx, from_x, pixels, cx, sign);
+    place(sy, from_y, pixels, cy, sign);
+    for (int i = 0; any_too_close && i < count; ++i) {
+      if (from_x[i] != kTooClose) continue;
+      const int at = left ? count - 1 - i : i;
+      const Circle::Sample sample = circle_.At(x + at, y);
+      sx[at] = sample.x;
+      sy[at] = sample.y;
+    }
+    copy_(y, x, sx, sy, pixels);
+  }
+
+  const Circle& circle_;
+  ColourCopy& copy_;
+  const CircleKernels& kernels_ = ActiveCircleKernels();
+};
+
+void FillPicture(const Circle& circle, const ImageView& source, const ImageView& dest,
+                 bool opaque) {
+  ColourCopy copy(source, dest, opaque);
+  const CircleKernels& kernels = ActiveCircleKernels();
+  const CircleMapping mappings[] = {kernels.bulge, kernels.pinch, kernels.swirl, kernels.unwrap};
+  const bool turns_little = std::fabs(circle.limit / circle.swirl) <= kLargestTurn;
+  if (!circle.HasExactSquares() || (circle.mode == kCircleSwirl && !turns_little)) {
+    MapEveryPixel(circle, copy);
+  } else if (circle.mode >= kCircleFold) {
+    const int pixel_bytes = opaque ? 0 : AccessPixelBytes(source.bit_count);
+    if (source.HasPixels() && pixel_bytes > 0) return FoldRows(circle, source, dest, pixel_bytes);
+    Fold(circle, copy);
+  } else {
+    QuarterMap(circle, copy).Fill(mappings[circle.mode]);
+  }
+  copy.Finish();
+}
+
+}  // namespace
+
+result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha, float factor) {
+  if (image == nullptr) return kFail;
+  if (mode < 0) return kInvalidArgument;
+  const bool opaque = with_alpha != 0;
+  const ImageView source = ReadView(*image);
+  ImageShape shape = source;
+  // Deliberate: the colour model stays that of the source when alpha is added.
+  if (opaque) shape.bit_count = 32;
+  const ResultImage output = ResultImage::Like(shape);
+  if (!output) return kFail;
+  const ImageView dest = output.View();
+  if (dest.HasPixels()) {
+    FillPicture(Circle(source, mode, factor), source, dest, opaque);
+  }
+  output.AssignTo(image);
+  return kOk;
+}
+
+}  // namespace qel

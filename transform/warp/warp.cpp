@@ -1,0 +1,228 @@
+#include <algorithm>
+#include <cstring>
+
+#include "component/result_image.h"
+#include "image/numeric.h"
+#include "image/pixel_layout.h"
+#include "simd/fetch.h"
+#include "transform/image_transform.h"
+
+namespace qel {
+namespace {
+
+bool HasAlphaModel(const ImageShape& shape) {
+  return shape.model == kModelArgb || shape.model == kModelAbgr;
+}
+
+/// A point on its way through the caller's transform.
+struct Point {
+  double x, y;
+
+  static Point Of(ITransform& transform, double x, double y) {
+    double z = 0;
+    transform.TransformPoint(&x, &y, &z);
+    return {x, y};
+  }
+  /// False for NaN.
+  bool IsWithin(const Point& size) const { return x >= 0 && x < size.x && y >= 0 && y < size.y; }
+};
+
+Point SizeOf(const ImageShape& shape) {
+  return {static_cast<double>(shape.width), static_cast<double>(shape.height)};
+}
+
+/// Fills `dest` from where the transform says; pixels from outside stay as they are.
+template <int kBytes>
+void PullPixels(ITransform& transform, const ImageView source, const ImageView dest, int x_offset,
+                int y_offset) {
+  constexpr int kChunk = 256;
+  constexpr int kPixelsPerFetch = 4;
+  const Point size = SizeOf(source);
+  for (int y = 0; y < dest.height; ++y) {
+    for (int first = 0; first < dest.width; first += kChunk) {
+      const int count = std::min(kChunk, dest.width - first);
+      // First all the calls of a chunk, during which the memory brings the pixels.
+      const uint8_t* from[kChunk];
+      for (int i = 0; i < count; ++i) {
+        const Point at = Point::Of(transform, static_cast<double>(first + i) + x_offset,
+                                   static_cast<double>(y) + y_offset);
+        from[i] = nullptr;
+        if (!at.IsWithin(size)) continue;
+        from[i] = source.Row(static_cast<int>(at.y)) + int64_t{static_cast<int>(at.x)} * kBytes;
+        if (i % kPixelsPerFetch == 0) FetchLine(from[i]);
+      }
+      uint8_t* const to = dest.Row(y) + int64_t{first} * kBytes;
+      for (int i = 0; i < count; ++i) {
+        if (from[i] != nullptr) std::memcpy(to + int64_t{i} * kBytes, from[i], kBytes);
+      }
+    }
+  }
+}
+
+/// Sends the first `columns` pixels of every source row through the transform and calls
+/// `paint(pixel, x, y)` for those that land on `target`, and `start_row()` before each row.
+template <int kBytes, typename StartRow, typename Paint>
+void PushPixels(ITransform& transform, const ImageView& source, int columns,
+                const ImageView& target, int x_offset, int y_offset, StartRow&& start_row,
+                Paint&& paint) {
+  const Point size = SizeOf(target);
+  for (int y = 0; y < source.height; ++y) {
+    start_row();
+    for (int x = 0; x < columns; ++x) {
+      const Point landed = Point::Of(transform, x, y);
+      // Rounded down: what is within needs no more than truncation.
+      const Point at = {x_offset + landed.x + 0.5, y_offset + landed.y + 0.5};
+      if (!at.IsWithin(size)) continue;
+      uint8_t pixel[kBytes];
+      std::memcpy(pixel, source.Row(y) + int64_t{x} * kBytes, kBytes);
+      paint(pixel, TruncateToInt(at.x), TruncateToInt(at.y));
+    }
+  }
+}
+
+template <int kBytes>
+void Put(const ImageView& target, int x, int y, const uint8_t* pixel) {
+  std::memcpy(target.Row(y) + int64_t{x} * kBytes, pixel, kBytes);
+}
+
+/// Zero marks what is not painted yet: pasted pixels avoid it.
+template <int kBytes>
+void MarkPainted(uint8_t* pixel) {
+  if constexpr (kBytes == 3) {
+    for (int c = 0; c < 3; ++c) pixel[c] = pixel[c] == 0 ? 1 : pixel[c];
+  } else if (pixel[0] == 0 && pixel[1] == 0 && pixel[2] == 0) {
+    constexpr uint8_t kOne[4] = {1, 0, 0, 0};
+    std::memcpy(pixel, kOne, 4);
+  }
+}
+
+/// Pastes pixels of the source; one of its depths.
+class Paste {
+ public:
+  Paste(ITransform& transform, const ImageView& source, const ImageView& target, int x_offset,
+        int y_offset)
+      : transform_(transform),
+        source_(source),
+        target_(target),
+        x_offset_(x_offset),
+        y_offset_(y_offset) {}
+
+  /// Leaves voids and marks everything else.
+  template <int kBytes>
+  void Marked() const {
+    Push<kBytes>(
+        source_.width, [] {},
+        [&](uint8_t* pixel, int x, int y) {
+          MarkPainted<kBytes>(pixel);
+          Put<kBytes>(target_, x, y, pixel);
+        });
+  }
+
+  /// Covers the right and the lower neighbour too.
+  template <int kBytes>
+  void Spread(int columns) const {
+    Push<kBytes>(
+        columns, [] {},
+        [&](const uint8_t* pixel, int x, int y) {
+          Put<kBytes>(target_, x, y, pixel);
+          if (x < target_.width - 1) Put<kBytes>(target_, x + 1, y, pixel);
+          if (y < target_.height - 1) Put<kBytes>(target_, x, y + 1, pixel);
+        });
+  }
+
+  /// Closes gaps to the column that was written before, in the row below as well.
+  template <int kBytes>
+  void Joined() const {
+    int previous = 0;
+    Push<kBytes>(
+        source_.width, [&] { previous = 0; },
+        [&](const uint8_t* pixel, int x, int y) {
+          Put<kBytes>(target_, x, y, pixel);
+          // Deliberate: nothing is closed after a pixel at column 0, which looks like the start of
+          // a row.
+          if (previous > 0) {
+            for (int i = previous + 1; i <= x; ++i) {
+              Put<kBytes>(target_, i, y, pixel);
+              if (y < target_.height - 1) Put<kBytes>(target_, i, y + 1, pixel);
+            }
+          }
+          previous = x;
+        });
+  }
+
+ private:
+  template <int kBytes, typename StartRow, typename Paint>
+  void Push(int columns, StartRow&& start_row, Paint&& paint) const {
+    PushPixels<kBytes>(transform_, source_, columns, target_, x_offset_, y_offset_, start_row,
+                       paint);
+  }
+
+  ITransform& transform_;
+  const ImageView& source_;
+  const ImageView& target_;
+  int x_offset_;
+  int y_offset_;
+};
+
+void PastePixels(const Paste& paste, const ImageView& source, bool fill_voids) {
+  switch (source.bit_count) {
+    case 8:
+      // Deliberate: the last column of 8-bit sources is never pasted.
+      return paste.Spread<1>(source.width - 1);
+    case 24:
+      return fill_voids ? paste.Marked<3>() : paste.Joined<3>();
+    case 32:
+      return fill_voids ? paste.Marked<4>() : paste.Spread<4>(source.width);
+    default:
+      return;
+  }
+}
+
+int SizeOr(uint32_t size, int source_size) {
+  return size > 0 && size < 65536 ? static_cast<int>(size) : source_size;
+}
+
+}  // namespace
+
+result_t CQELImageTransform::Transform(ITransform* transform, IQEL* source, IQEL** result,
+                                       int x_offset, int y_offset, uint32_t new_width,
+                                       uint32_t new_height, int16_t /*reserved1*/,
+                                       int16_t /*reserved2*/) {
+  if (transform == nullptr || source == nullptr) return kFail;
+  if (result == nullptr) return kNullOutput;
+  const ImageShape source_shape = ReadShape(*source);
+  if (source_shape.Empty()) return kFail;
+  ImageShape shape = source_shape;
+  shape.width = SizeOr(new_width, source_shape.width);
+  shape.height = SizeOr(new_height, source_shape.height);
+  shape.planes = 1;
+  ResultImage output = ResultImage::Like(shape);
+  if (!output) return kFail;
+  output.Fill(shape.bit_count == 32 && HasAlphaModel(shape) ? 0xFF000000u : 0u);
+  const int bytes = ExactPixelBytes(shape.bit_count);
+  if (bytes != 0) {
+    const ImageView dest = output.View();
+    const ImageView view = ReadPlane(*source, source_shape, 0);
+    const auto pull = bytes == 1 ? &PullPixels<1> : bytes == 3 ? &PullPixels<3> : &PullPixels<4>;
+    if (dest.HasPixels() && view.HasPixels()) pull(*transform, view, dest, x_offset, y_offset);
+  }
+  output.Store(result);
+  return kOk;
+}
+
+result_t CQELImageTransform::TransformPaste(ITransform* transform, IQEL* source, IQEL* target,
+                                            int x_offset, int y_offset, int16_t fill_voids,
+                                            int16_t /*reserved*/) {
+  if (transform == nullptr || source == nullptr || target == nullptr) return kFail;
+  const ImageView view = ReadView(*source);
+  const ImageView target_view = ReadView(*target);
+  // Unspecified: pixels are pasted as the source's depth has them, so a target of fewer bits has no
+  // room for them.
+  if (view.HasPixels() && target_view.HasPixels() && target_view.bit_count >= view.bit_count) {
+    PastePixels(Paste(*transform, view, target_view, x_offset, y_offset), view, fill_voids != 0);
+  }
+  if (fill_voids != 0 && (view.bit_count == 24 || view.bit_count == 32)) FillVoids(target);
+  return kOk;
+}
+
+}  // namespace qel

@@ -1,0 +1,89 @@
+#ifndef QEL_TRANSFORM_WARP_WARP_KERNELS_H_
+#define QEL_TRANSFORM_WARP_WARP_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// Pixels that are mapped in one go: their positions wait on the stack.
+inline constexpr size_t kWarpTile = 512;
+
+/// Where positions may lie, and how they become offsets from the first byte of row 0. Offsets are
+/// at most `kLargestOffset` away from 0.
+struct OffsetRule {
+  int32_t left, top;      ///< first column and row inside
+  int32_t columns, rows;  ///< how many are inside
+  int32_t stride;         ///< bytes from row to row
+  int32_t pixel_bytes;
+  int32_t narrow_column;  ///< this column's offsets come lowered by `kNarrow`
+};
+inline constexpr int32_t kLargestOffset = (1 << 29) - 1;
+inline constexpr int32_t kNarrow = 1 << 30;
+/// The offset of positions that are not inside.
+inline constexpr int32_t kOutsideOffset = INT32_MIN;
+
+/// A run of a straight walk in 16.16 fixed point, which wraps round.
+struct FixedWalk {
+  uint32_t x, y;            ///< position of the first pixel
+  uint32_t step_x, step_y;  ///< from pixel to pixel
+};
+
+/// The shear of one row: column x samples x + `shift_x`, and row `y` + (x - pivot) * `gain_y`.
+struct ShearRow {
+  int32_t first_x;  ///< column of the first pixel
+  int32_t pivot_x;
+  float y, shift_x, gain_y;
+};
+
+/// Pixels of 4 bytes with this alpha keep it when all others are made opaque.
+inline constexpr uint8_t kKeptAlpha = 1;
+
+/// Writes `count` pixels from these offsets in a source, or the outside colour. Pixels of 3 bytes
+/// are loaded with the byte behind them, unless their offset is lowered.
+using CopyScattered = void (*)(uint8_t* dest, size_t count, const uint8_t* source,
+                               const int32_t* offsets, uint32_t outside);
+
+struct WarpKernels {
+  /// Pixels of 1, 3 or 4 bytes as they are;
+  CopyScattered copy1, copy3, copy4;
+  /// the same as pixels of 4 bytes with alpha 255 but where it is `kKeptAlpha`.
+  CopyScattered copy1_opaque, copy3_opaque, copy4_opaque;
+  /// offsets[i] of position (sx[i], sy[i]).
+  void (*offsets)(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t count,
+                  const OffsetRule& rule);
+  void (*shear)(int32_t* sx, int32_t* sy, size_t count, const ShearRow& row);
+  /// The nearest pixel at every position of a walk.
+  void (*walk)(int32_t* sx, int32_t* sy, size_t count, const FixedWalk& walk);
+  /// Blends two by two pixels of 3 or 4 bytes at every position of a walk, `kWarpTile` pixels at
+  /// most. Their offsets fit, and at each of them eight bytes of both rows may be read.
+  void (*blend3)(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* source,
+                 int32_t stride);
+  void (*blend4)(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* source,
+                 int32_t stride);
+};
+
+namespace sse2 {
+extern const WarpKernels kWarpKernels;
+}
+namespace avx2 {
+extern const WarpKernels kWarpKernels;
+}
+namespace avx512 {
+extern const WarpKernels kWarpKernels;
+}
+namespace avx512vbmi {
+extern const WarpKernels kWarpKernels;
+}
+
+inline const WarpKernels& WarpKernelsFor(CpuLevel level) {
+  return TableForLevel(level, sse2::kWarpKernels, avx2::kWarpKernels, avx512::kWarpKernels,
+                       avx512vbmi::kWarpKernels);
+}
+inline const WarpKernels& ActiveWarpKernels() { return WarpKernelsFor(kActiveCpuLevel); }
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_WARP_WARP_KERNELS_H_
