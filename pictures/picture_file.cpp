@@ -51,7 +51,7 @@ class Mapping {
   Mapping(const std::string& path, const Limits& limits) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
-    if (status.st_size == 0 || status.st_size > limits.max_file_bytes) return;
+    if (status.st_size == 0 || !limits.AllowMemory(static_cast<uint64_t>(status.st_size))) return;
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) return;
     const Closer closer{descriptor};
@@ -101,14 +101,14 @@ Format FormatOfPath(const std::string& path) {
 }
 
 std::vector<uint8_t> ReadFile(const std::string& path, const Limits& limits) {
-  const int64_t most = limits.max_file_bytes;
   const auto fail = [&](int error) {
     throw PictureError(PictureError::Kind::kNotReadable, path, std::strerror(error));
   };
   const auto check = [&](uint64_t size) {
-    if (size <= static_cast<uint64_t>(std::max<int64_t>(most, 0))) return;
-    throw PictureError(PictureError::Kind::kTooLarge, path,
-                       "the file has more bytes than the limit of " + std::to_string(most));
+    if (limits.AllowMemory(size)) return;
+    throw PictureError(
+        PictureError::Kind::kTooLarge, path,
+        "the file has more bytes than the limit of " + std::to_string(limits.max_memory));
   };
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) fail(errno);

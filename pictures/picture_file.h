@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "pictures/limits.h"
 #include "pictures/picture_error.h"
 
 namespace qel::pictures {
@@ -56,14 +57,6 @@ struct PixelBuffer {
 /// Provides the memory for a picture. Called once, after the header has passed the limits. What it
 /// throws passes through.
 using Allocate = std::function<PixelBuffer(const PictureInfo& info)>;
-
-/// The largest picture that is read; checked from the header, before anything of its size is
-/// allocated.
-struct Limits {
-  int64_t max_pixels = int64_t{1} << 28;
-  int64_t max_bytes = int64_t{1} << 31;       ///< of decoded pixels, and of copies made on the way
-  int64_t max_file_bytes = int64_t{1} << 31;  ///< of the file itself
-};
 
 struct ReadOptions {
   Limits limits = {};

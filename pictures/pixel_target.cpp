@@ -48,20 +48,19 @@ void MoveSquares(const uint8_t* from, ptrdiff_t step_x, ptrdiff_t step_y, uint8_
 
 void CheckSize(const Input& input, int64_t width, int64_t height) {
   if (width < 1 || height < 1) input.Broken("the header states a picture without pixels");
-  const int64_t limit = input.options.limits.max_pixels;
-  constexpr int64_t kLongest = INT32_MAX;
-  if (width <= kLongest && height <= kLongest && width * height <= limit) return;
+  const Limits& limits = input.options.limits;
+  if (limits.AllowSize(width, height)) return;
   input.Fail(PictureError::Kind::kTooLarge, std::to_string(width) + " x " + std::to_string(height) +
                                                 " pixels are more than the limit of " +
-                                                std::to_string(limit));
+                                                std::to_string(limits.max_pixels));
 }
 
 void CheckMemory(const Input& input, uint64_t count) {
-  const int64_t limit = input.options.limits.max_bytes;
-  if (count <= static_cast<uint64_t>(std::max<int64_t>(limit, 0))) return;
+  const Limits& limits = input.options.limits;
+  if (limits.AllowMemory(count)) return;
   input.Fail(PictureError::Kind::kTooLarge, "decoding needs " + std::to_string(count) +
                                                 " bytes, more than the limit of " +
-                                                std::to_string(limit));
+                                                std::to_string(limits.max_memory));
 }
 
 PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)

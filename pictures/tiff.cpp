@@ -529,7 +529,7 @@ PictureInfo ReadTiff(const Input& input) {
   MemoryFile file;
   file.content = input.file;
   // Directories need some memory however small the picture must be.
-  const int64_t most_bytes = std::max(input.options.limits.max_bytes, int64_t{1} << 24);
+  const int64_t most_bytes = std::max(input.options.limits.max_memory, int64_t{1} << 24);
   const Tiff owner = Open(file, "r", most_bytes);
   TIFF* const tiff = owner.get();
   if (tiff == nullptr || file.palette_lost) {

@@ -42,7 +42,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (std::string_view(kMagic).starts_with("\x89PNG")) RepairChecksums(file);
   for (const bool keep : {false, true}) {
     ReadOptions options;
-    options.limits = {.max_pixels = 1 << 18, .max_bytes = 1 << 20, .max_file_bytes = 1 << 20};
+    options.limits = {.max_pixels = 1 << 18, .max_memory = 1 << 20};
     options.keep_palette_depth = keep;
     std::vector<uint8_t> pixels;
     try {

@@ -8,7 +8,7 @@ namespace {
 
 /// Keeps damaged headers from costing much time.
 constexpr pictures::ReadOptions kSmall{
-    .limits = {.max_pixels = 1 << 16, .max_bytes = 1 << 20, .max_file_bytes = 1 << 20}};
+    .limits = {.max_pixels = 1 << 16, .max_memory = 1 << 20}};
 
 struct Sample {
   std::string name;
@@ -109,7 +109,7 @@ TEST(HostileFiles, LimitsAreCheckedBeforeMemoryIsAskedFor) {
     const auto info = pictures::ReadPictureHeaderFromMemory(sample.file, "picture");
     const int64_t pixels = int64_t{info.width} * info.height;
     EXPECT_EQ(refused(sample.file, {.max_pixels = pixels - 1}), Kind::kTooLarge);
-    EXPECT_EQ(refused(sample.file, {.max_bytes = pixels * info.bit_count / 8 - 1}),
+    EXPECT_EQ(refused(sample.file, {.max_memory = pixels * info.bit_count / 8 - 1}),
               Kind::kTooLarge);
   }
   EXPECT_EQ(refused(Joined("P5 4294967295 4294967295 255\n"), {}), Kind::kTooLarge);
@@ -124,7 +124,7 @@ TEST(HostileFiles, LimitsAreCheckedBeforeMemoryIsAskedFor) {
   const TemporaryFolder folder;
   WriteFile(folder / "large", std::string(1000, 'x'));
   const auto kind_of_reading = [&](const std::string& path) {
-    return KindOf([&] { pictures::ReadPictureHeader(path, {.limits = {.max_file_bytes = 999}}); });
+    return KindOf([&] { pictures::ReadPictureHeader(path, {.limits = {.max_memory = 999}}); });
   };
   EXPECT_EQ(kind_of_reading(folder / "large"), Kind::kTooLarge);
   EXPECT_EQ(kind_of_reading(folder / "missing"), Kind::kNotReadable);
