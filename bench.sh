@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Builds what is shipped with the benchmark beside it, and runs all of it or, with --filter, a part.
-# All options go to the benchmark; `./bench.sh --markdown docs/performance.md` renews the figures of
-# the documentation.
+# All options go to the benchmark; docs/performance.md says how its figures are renewed.
 set -eu
 QEL_ROOT=$(cd "$(dirname "$0")" && pwd)
 . "$QEL_ROOT/scripts/prepare.sh"

@@ -6,13 +6,14 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 
 namespace qel::bench {
 namespace {
 
 constexpr size_t kMostNamed = 20;
-constexpr double kMostGrowth = 1.3;
-constexpr double kMostFixedSeconds = 2e-6;
+constexpr double kMostGrowth = 1.2;
+constexpr double kMostFixedSeconds = 1e-6;
 constexpr double kDoubt = 0.05;  // smaller shares of a call cannot be told from its pixel work
 
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* format, ...) {
@@ -80,22 +81,24 @@ struct GeometricMean {
   }
 };
 
-std::string TableLine(const Result& result) {
+std::string TableLine(const Result& result, size_t module) {
   std::string line = "| " + result.row->name + " | " + std::to_string(result.depth) + " | ";
   if (result.verdict.kind != Verdict::Kind::kRight) {
     return line + result.verdict.reason + " | | | | | | | | | |\n";
   }
-  const auto& [hd, uhd] = result.large;
-  const std::vector<std::string> cells = {Format("%.3f", hd.seconds * 1e3),
-                                          Digits(hd.copies),
+  const Figures& figures = result.modules[module];
+  const Figures::Large& first = figures.large.front();
+  const Figures::Large& last = figures.large.back();
+  const std::vector<std::string> cells = {Format("%.3f", first.seconds * 1e3),
+                                          Digits(first.copies),
                                           GoalOf(*result.row),
-                                          Digits(hd.peer_ratio),
-                                          Format("%.2f", uhd.seconds * 1e3),
-                                          Digits(uhd.copies),
-                                          Digits(result.Growth()),
-                                          Format("%.0f", result.small_seconds * 1e9),
-                                          Format("%.0f", result.fixed_seconds * 1e9),
-                                          Format("%.1f", result.scratch_bytes / 1024.0)};
+                                          Digits(first.peer_ratio),
+                                          Format("%.2f", last.seconds * 1e3),
+                                          Digits(last.copies),
+                                          Digits(figures.Growth()),
+                                          Format("%.0f", figures.small_seconds * 1e9),
+                                          Format("%.0f", figures.fixed_seconds * 1e9),
+                                          Format("%.1f", figures.scratch_bytes / 1024.0)};
   for (const std::string& cell : cells) line += cell + " | ";
   line.back() = '\n';
   return line;
@@ -103,9 +106,9 @@ std::string TableLine(const Result& result) {
 
 }  // namespace
 
-double Result::OverGoal(int size) const {
-  if (row->goal == 0) return 0;
-  return (row->floor.empty() ? large[size].copies : large[size].peer_ratio) / row->goal;
+double Figures::OverGoal(const Row& row) const {
+  if (row.goal == 0) return 0;
+  return (row.floor.empty() ? large.front().copies : large.front().peer_ratio) / row.goal;
 }
 
 std::string NameOf(const Result& result) {
@@ -113,52 +116,69 @@ std::string NameOf(const Result& result) {
          " bits";
 }
 
-std::string LineOf(const Result& result, int size) {
+std::string NameOf(Size size) {
+  return std::to_string(size.width) + " x " + std::to_string(size.height);
+}
+
+std::string LineOf(const Setting& setting, const Result& result, int size) {
   const Row& row = *result.row;
-  std::string line = Format("%-9s %-28s %2d  %4d x %4d ", row.component.c_str(), row.name.c_str(),
-                            result.depth, kSizes[size].width, kSizes[size].height);
-  if (size == kSmallSize) {
-    return line + Format("%10.0f ns, %.0f of them fixed; %.1f KiB beyond the result",
-                         result.small_seconds * 1e9, result.fixed_seconds * 1e9,
-                         static_cast<double>(result.scratch_bytes) / 1024);
+  const bool is_small = size < 0;
+  std::string line =
+      Format("%-9s %-28s %2d  %11s ", row.component.c_str(), row.name.c_str(), result.depth,
+             NameOf(is_small ? kSmallSize : setting.sizes[static_cast<size_t>(size)]).c_str());
+  for (size_t i = 0; i < setting.modules.size(); ++i) {
+    const Figures& figures = result.modules[i];
+    if (setting.modules.size() > 1) line += " | " + setting.modules[i];
+    if (is_small) {
+      line += Format("%10.0f ns, %.0f of them fixed; %.1f KiB beyond the result",
+                     figures.small_seconds * 1e9, figures.fixed_seconds * 1e9,
+                     static_cast<double>(figures.scratch_bytes) / 1024);
+      continue;
+    }
+    const Figures::Large& large = figures.large[static_cast<size_t>(size)];
+    line += Format("%10.3f ms %6s x copy", large.seconds * 1e3, Digits(large.copies).c_str());
+    if (large.peer_ratio > 0) {
+      line += Format(" %6s x ", Digits(large.peer_ratio).c_str());
+      line += row.floor.empty() ? "OpenCV" : row.floor;
+    }
+    if (size == 0 && figures.OverGoal(row) > 1) line += " MISSED";
   }
-  const Result::Large& large = result.large[size];
-  line += Format("%10.3f ms %8s x copy", large.seconds * 1e3, Digits(large.copies).c_str());
-  if (large.peer_ratio > 0) {
-    line += Format("  %7s x ", Digits(large.peer_ratio).c_str());
-    line += row.floor.empty() ? "OpenCV" : row.floor;
-  }
-  if (row.goal > 0) line += "  goal " + GoalOf(row) + (result.OverGoal(size) > 1 ? " MISSED" : "");
+  if (!is_small && row.goal > 0) line += "  goal " + GoalOf(row);
   return line;
 }
 
-std::string Summary(const std::vector<Result>& results) {
+std::string Summary(const Setting& setting, const std::vector<Result>& results, size_t module) {
+  const std::string first = NameOf(setting.sizes.front()), last = NameOf(setting.sizes.back());
   GeometricMean means[2];
   Findings slower("slower than OpenCV (our time / OpenCV's)", 1);
   Findings missed("over their goal (time / goal)", 1);
-  Findings growing("growing by more than 1.3 from 1920 x 1080 to 3840 x 2160", kMostGrowth);
-  Findings costly("with more than 2 us that do not depend on the pixels (in us)",
+  Findings growing(Format("growing by more than %g from ", kMostGrowth) + first + " to " + last,
+                   kMostGrowth);
+  Findings costly("with more than 1 us that does not depend on the pixels (in us)",
                   kMostFixedSeconds * 1e6);
   Findings hungry("with more than 64 KiB of memory beyond the result (in KiB)", 64);
   std::map<std::string, std::map<int, double>> flat;  // copies at 24 bits, by kind and size
   for (const Result& result : results) {
+    const Figures& figures = result.modules[module];
+    const double peer_ratio = figures.large.front().peer_ratio;
     if (result.row->floor.empty()) {
-      means[0].Add(result.large[0].peer_ratio);
-      means[1].Add(result.large[1].peer_ratio);
-      slower.Add(NameOf(result), result.large[0].peer_ratio);
+      means[0].Add(peer_ratio);
+      means[1].Add(figures.large.back().peer_ratio);
+      slower.Add(NameOf(result), peer_ratio);
     }
-    missed.Add(NameOf(result), result.OverGoal(0));
-    growing.Add(NameOf(result), result.Growth());
-    const bool is_clear = result.fixed_seconds > kDoubt * result.small_seconds;
-    costly.Add(NameOf(result), is_clear ? result.fixed_seconds * 1e6 : 1e-9);
-    hungry.Add(NameOf(result), static_cast<double>(result.scratch_bytes) / 1024);
+    missed.Add(NameOf(result), figures.OverGoal(*result.row));
+    growing.Add(NameOf(result), figures.Growth());
+    const bool is_clear = figures.fixed_seconds > kDoubt * figures.small_seconds;
+    costly.Add(NameOf(result), is_clear ? figures.fixed_seconds * 1e6 : 1e-9);
+    hungry.Add(NameOf(result), static_cast<double>(figures.scratch_bytes) / 1024);
     const std::string& name = result.row->name;
     const size_t blank = name.find(' ');
     if (result.row->component == "filter" && result.depth == 24 && blank != std::string::npos) {
-      flat[name.substr(0, blank)][std::atoi(name.c_str() + blank)] = result.large[0].copies;
+      flat[name.substr(0, blank)][std::atoi(name.c_str() + blank)] = figures.large.front().copies;
     }
   }
-  std::string text = means[0].Text("at 1920 x 1080") + means[1].Text("at 3840 x 2160");
+  std::string text = means[0].Text(("at " + first).c_str());
+  if (setting.sizes.size() > 1) text += means[1].Text(("at " + last).c_str());
   for (const Findings* findings : {&slower, &missed, &growing, &costly, &hungry}) {
     text += findings->Text();
   }
@@ -185,34 +205,38 @@ std::string Availability(const std::vector<Result>& results) {
   return Format("- not available: %d of %zu", count, results.size()) + missing + "\n";
 }
 
-std::string MarkdownTables(const std::vector<Result>& results) {
+std::string MarkdownTables(const Setting& setting, const std::vector<Result>& results,
+                           size_t module) {
   std::string text, component;
   for (const Result& result : results) {
     if (result.row->component != component) {
       component = result.row->component;
-      text +=
-          "\n### " + component +
-          "\n\n| operation | bits | ms | x copy | goal | / peer | ms, large | x copy | growth "
-          "| small, ns | fixed, ns | KiB |\n|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|\n";
+      text += "\n#### " + component +
+              "\n\n| operation | bits | ms | x copy | goal | / peer | ms at " +
+              NameOf(setting.sizes.back()) +
+              " | x copy | growth | small, ns | fixed, ns | KiB |\n"
+              "|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|\n";
     }
-    text += TableLine(result);
+    text += TableLine(result, module);
   }
   return text;
 }
 
-void WriteMarkdown(const std::string& path, const std::string& text) {
-  const std::string begin = "<!-- bench:begin -->\n", end = "<!-- bench:end -->";
+void WriteMarkdown(const std::string& path, const std::string& name, const std::string& text) {
+  const std::string begin = "<!-- bench:begin " + name + " -->\n";
+  const std::string end = "<!-- bench:end " + name + " -->";
   std::stringstream old;
   old << std::ifstream(path).rdbuf();
   std::string content = old.str();
   const size_t from = content.find(begin);
   const size_t to = content.find(end);
   if (from == std::string::npos || to == std::string::npos || to < from) {
-    content = text;
-  } else {
-    content.replace(from + begin.size(), to - from - begin.size(), text);
+    throw std::runtime_error(path + " has no lines " + begin + end + " to write between");
   }
-  std::ofstream(path) << content;
+  content.replace(from + begin.size(), to - from - begin.size(), text);
+  std::ofstream file(path);
+  file << content;
+  if (!file.flush()) throw std::runtime_error(path + " cannot be written");
 }
 
 }  // namespace qel::bench

@@ -9,48 +9,71 @@
 
 namespace qel::bench {
 
-/// The sizes that are measured. The small one tells what a call costs apart from its pixels.
-inline constexpr Size kSizes[] = {{1920, 1080}, {3840, 2160}, {64, 64}};
-inline constexpr int kSmallSize = 2;
-inline constexpr int kSizeCount = 3;
+/// The size that tells what a call costs apart from its pixels.
+inline constexpr Size kSmallSize = {64, 64};
 
-/// What was measured of one row at one depth; zeros stand for what was not.
-struct Result {
-  const Row* row = nullptr;
-  int depth = 0;
-  Verdict verdict = {};
+/// What was measured; zeros stand for what was not.
+struct Figures {
   struct Large {
     double seconds = 0;
     double copies = 0;      ///< time as a multiple of the copy's
     double peer_ratio = 0;  ///< time as a multiple of the peer's
-  } large[2] = {};
-  double small_seconds = 0;  ///< a call on 64 x 64 pixels
+  };
+  std::vector<Large> large;  ///< by size
+  double small_seconds = 0;  ///< a call on `kSmallSize`
   double fixed_seconds = 0;  ///< what of it does not grow with the pixels
   int64_t scratch_bytes = 0;
 
-  /// Multiples of the copy in the second size over those in the first.
-  double Growth() const { return large[0].copies > 0 ? large[1].copies / large[0].copies : 0; }
-  /// How the time compares with the row's goal: above 1 it is missed; 0 without a goal.
-  double OverGoal(int size) const;
+  /// Multiples of the copy in the last size over those in the first.
+  double Growth() const {
+    return large.front().copies > 0 ? large.back().copies / large.front().copies : 0;
+  }
+  /// How the time in the first size compares with the row's goal: above 1 it is missed; 0 without
+  /// a goal.
+  double OverGoal(const Row& row) const;
+};
+
+/// One row at one depth, measured with every module of the run in turn.
+struct Result {
+  const Row* row = nullptr;
+  int depth = 0;
+  Verdict verdict = {};
+  std::vector<Figures> modules = {};
+};
+
+/// What all results of a run have in common.
+struct Setting {
+  std::string machine;               ///< processor, compiler and peer, one line
+  std::vector<std::string> modules;  ///< names of the processor levels, or of the one module
+  std::vector<Size> sizes;  ///< of the large pictures; growth is the last's over the first's
 };
 
 std::string NameOf(const Result& result);
 
-/// A line for the terminal about a row in one of the sizes.
-std::string LineOf(const Result& result, int size);
+std::string NameOf(Size size);
 
-/// What all results say together, one finding a line, as a Markdown list.
-std::string Summary(const std::vector<Result>& results);
+/// A line for the terminal about a row in one of the large sizes, or in the small one (-1): the
+/// modules side by side.
+std::string LineOf(const Setting& setting, const Result& result, int size);
+
+/// What the results of one module say together, one finding a line, as a Markdown list.
+std::string Summary(const Setting& setting, const std::vector<Result>& results, size_t module);
 
 /// Which rows are not available, as in the summary.
 std::string Availability(const std::vector<Result>& results);
 
-/// Tables by component, one line for each row and depth.
-std::string MarkdownTables(const std::vector<Result>& results);
+/// Tables by component of one module, one line for each row and depth.
+std::string MarkdownTables(const Setting& setting, const std::vector<Result>& results,
+                           size_t module);
 
-/// Writes `text` to the file, between its lines "<!-- bench:begin -->" and "<!-- bench:end -->" if
-/// it has them.
-void WriteMarkdown(const std::string& path, const std::string& text);
+/// A plot of one module's times as multiples of the peer's at the first size, a line for each row
+/// with a mark for each depth, on a logarithmic scale.
+std::string PlotOf(const Setting& setting, const std::vector<Result>& results, size_t module);
+
+/// Replaces what stands between the lines "<!-- bench:begin NAME -->" and "<!-- bench:end NAME -->"
+/// of a file.
+/// Throws std::runtime_error if the file cannot be read or written or lacks these lines.
+void WriteMarkdown(const std::string& path, const std::string& name, const std::string& text);
 
 }  // namespace qel::bench
 

@@ -37,7 +37,7 @@ allow operations operations host pictures
 allow check check operations host
 allow cli cli check operations host pictures
 allow examples host
-allow bench bench host reference tests
+allow bench bench host reference simd tests
 
 # Only the factory sees the components' classes.
 inner=$(grep -rlE '#include "(color|filter|maths|transform)/' module | grep -v '^module/factory.cpp$')
