@@ -2,8 +2,8 @@
 # all is there.
 
 # Debian packages by what they are for.
-QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev nettle-dev"
-QEL_TEST_PACKAGES="libgtest-dev"
+QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev nettle-dev libfontconfig-dev libfreetype-dev"
+QEL_TEST_PACKAGES="libgtest-dev fonts-dejavu-core"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 QEL_BENCH_PACKAGES="libbenchmark-dev"
 QEL_BENCH_PEER_PACKAGES="libopencv-dev"

@@ -33,9 +33,10 @@ allow module module color filter maths transform component image simd
 allow reference reference
 allow host host
 allow pictures pictures
-allow operations operations host pictures
+allow compose compose
+allow operations operations compose host pictures
 allow check check operations host
-allow cli cli check operations host pictures
+allow cli cli check operations compose host pictures
 allow examples host
 allow bench bench host reference simd tests
 

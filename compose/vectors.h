@@ -1,0 +1,37 @@
+#ifndef QEL_COMPOSE_VECTORS_H_
+#define QEL_COMPOSE_VECTORS_H_
+
+#include <cstdint>
+#include <cstring>
+
+namespace qel::compose {
+
+/// Four floats: the channels of a pixel, or four samples of a grey row. Additions and
+/// multiplications go lane by lane in the written order on every processor.
+using F32x4 = float __attribute__((vector_size(16)));
+
+inline F32x4 Broadcast(float value) { return F32x4{value, value, value, value}; }
+
+inline F32x4 LoadFloats(const float* from) {
+  F32x4 value;
+  std::memcpy(&value, from, sizeof(value));
+  return value;
+}
+
+/// Four bytes as floats.
+inline F32x4 LoadBytes(const uint8_t* from) {
+  using U8x4 = uint8_t __attribute__((vector_size(4)));
+  U8x4 value;
+  std::memcpy(&value, from, sizeof(value));
+  return __builtin_convertvector(value, F32x4);
+}
+
+/// The byte nearest to a value, which may lie outside of 0 to 255.
+inline uint8_t ToByte(float value) {
+  const float bounded = value > 0 ? (value < 255 ? value : 255) : 0;
+  return static_cast<uint8_t>(bounded + 0.5f);
+}
+
+}  // namespace qel::compose
+
+#endif  // QEL_COMPOSE_VECTORS_H_
