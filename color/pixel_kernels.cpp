@@ -21,12 +21,31 @@ void SetAlpha(uint8_t* row, size_t pixels, uint8_t alpha) {
   const uint32_t top = uint32_t{alpha} << 24;
   ForEachPixel(row, pixels, [=](uint32_t pixel) { return (pixel & kColour) | top; });
 }
-void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
-  ForEachPixel(row, pixels, [=](uint32_t pixel) {
-    const uint32_t colour = pixel & kColour;
-    return colour == key ? colour : pixel;
-  });
+
+inline bool HasColour(const uint8_t* pixel, uint32_t key) {
+  uint32_t value;
+  __builtin_memcpy(&value, pixel, sizeof(value));
+  return (value & kColour) == key;
 }
+/// The loop of conditional stores becomes one of masked stores where the level has them.
+void ClearKeyInRun(uint8_t* row, size_t pixels, uint32_t key) {
+  for (size_t i = 0; i < pixels; ++i) {
+    if (HasColour(row + 4 * i, key)) __builtin_memcpy(row + 4 * i, &key, sizeof(key));
+  }
+}
+void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
+#ifdef QEL_LEVEL_sse2
+  // Without masked stores, what has no key is skipped a run at a time.
+  constexpr size_t kRun = 64;
+  for (; pixels >= kRun; pixels -= kRun, row += 4 * kRun) {
+    uint32_t found = 0;
+    for (size_t i = 0; i < kRun; ++i) found |= HasColour(row + 4 * i, key) ? ~0u : 0u;
+    if (found != 0) ClearKeyInRun(row, kRun, key);
+  }
+#endif
+  ClearKeyInRun(row, pixels, key);
+}
+
 void SetAlphaButKey(uint8_t* row, size_t pixels, uint8_t alpha, uint32_t key) {
   const uint32_t top = uint32_t{alpha} << 24;
   ForEachPixel(row, pixels, [=](uint32_t pixel) {

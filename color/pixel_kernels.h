@@ -33,7 +33,8 @@ static inline constexpr uint8_t TintedChannel(const Tint& tint, int channel, uin
 struct PixelKernels {
   /// The alpha byte of 4-byte pixels.
   void (*set_alpha)(uint8_t* row, size_t pixels, uint8_t alpha);
-  /// Alpha 0 for the 4-byte pixels of colour `key`; the others keep theirs.
+  /// Alpha 0 for the 4-byte pixels of colour `key`. The others are not written: their memory may be
+  /// read-only.
   void (*clear_key)(uint8_t* row, size_t pixels, uint32_t key);
   /// Alpha 0 for the 4-byte pixels of colour `key`, `alpha` for the others.
   void (*set_alpha_but_key)(uint8_t* row, size_t pixels, uint8_t alpha, uint32_t key);

@@ -1,5 +1,8 @@
 #include "reference/color.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <tuple>
 
@@ -276,6 +279,33 @@ TEST_P(Color, KeepsAlphaZeroForTheKey) {
   };
   EXPECT_EQ(alpha_of(0), 1);
   EXPECT_EQ(alpha_of(256), 0) << "only the whole number 0 is replaced";
+}
+
+// Pages without the key are read-only, with pixels of the key right before and after them: what
+// stores anything else ends the test.
+TEST_P(Color, StoresOnlyThePixelsOfTheKey) {
+  constexpr uint8_t kKey[] = {0x10, 0x20, 0x30}, kOther[] = {0x10, 0x20, 0x31};
+  const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  Rng rng(9);
+  for (const bool sparse : {false, true}) {
+    const auto image = TestImage::Make(Raster(rng, 1021, 17, 32, kModelArgb, {}));
+    Raster& raster = image->raster;
+    uint8_t* const begin = raster.Row(0);
+    uint8_t* const end = raster.Row(17);
+    const auto first = (reinterpret_cast<uintptr_t>(begin) / page + 2) * page;
+    auto* const sealed = reinterpret_cast<uint8_t*>(first);
+    for (uint8_t* pixel = begin; pixel < end; pixel += 4) {
+      const bool is_key =
+          (pixel < sealed || pixel >= sealed + 3 * page) && !(sparse && rng.OneIn(3));
+      std::copy_n(is_key ? kKey : kOther, 3, pixel);
+    }
+    Raster expected = raster;
+    oracle::SetImageTransparentPixel(expected, 0xAA102030);
+    ASSERT_EQ(mprotect(sealed, 3 * page, PROT_READ), 0);
+    EXPECT_EQ(color().SetImageTransparentPixel(image.Get(), 0xAA102030), kOk);
+    mprotect(sealed, 3 * page, PROT_READ | PROT_WRITE);
+    EXPECT_EQ(raster.Difference(expected), "");
+  }
 }
 
 TEST_P(Color, KeepsAlphaAsymmetryAtOddBitCounts) {
