@@ -1,9 +1,12 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <iostream>
 
 #include "cli/commands/command_table.h"
 #include "cli/operation_table.h"
 #include "cli/terminal/console.h"
+#include "cli/terminal/process.h"
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
 
@@ -40,7 +43,10 @@ int Dispatch(const Words& words) {
 int Main(const Words& words) {
   try {
     const int code = Dispatch(words);
-    if (!std::cout.flush()) throw Failure(kNoOutput, "standard output cannot be written");
+    if (!std::cout.flush()) {
+      EndIfNobodyReads(STDOUT_FILENO);
+      throw Failure(kNoOutput, "standard output cannot be written");
+    }
     return code;
   } catch (const std::exception& error) {
     PrintMessage(MessageOf(error));
@@ -51,4 +57,7 @@ int Main(const Words& words) {
 }  // namespace
 }  // namespace qel::cli
 
-int main(int argc, char** argv) { return qel::cli::Main({argv + 1, argv + argc}); }
+int main(int argc, char** argv) {
+  qel::cli::PrepareProcess();
+  return qel::cli::Main({argv + 1, argv + argc});
+}

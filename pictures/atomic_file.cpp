@@ -5,13 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 #include "pictures/picture_error.h"
+#include "pictures/temporary_name.h"
 
 namespace qel::pictures {
 namespace {
@@ -38,17 +39,43 @@ void SyncFolder(const std::string& folder) {
   close(descriptor);
 }
 
+/// The mode of a new file. The umask of the process is read where that does not change it.
+mode_t ModeOfNewFile() {
+  constexpr mode_t kAll = 0666;
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    if (word != "Umask:") continue;
+    unsigned mask = 0;
+    status >> std::oct >> mask;
+    return kAll & ~mask;
+  }
+  const mode_t mask = umask(077);
+  umask(mask);
+  return kAll & ~mask;
+}
+
 }  // namespace
 
-AtomicFile::AtomicFile(const std::string& path)
-    : path_(path), target_(ResolveLinks(path)), folder_(FolderOf(target_)) {
+void CheckReplaceable(const std::string& path, Replace replace) {
+  const std::string target = ResolveLinks(path);
   struct stat old;
+  if (stat(target.c_str(), &old) != 0) return;
+  const auto refuse = [&](const char* what) {
+    throw PictureError(PictureError::Kind::kNotWritable, path, what);
+  };
   // A rename would replace a device or a pipe instead of writing to it.
-  if (stat(target_.c_str(), &old) == 0 && !S_ISREG(old.st_mode)) {
-    throw PictureError(PictureError::Kind::kNotWritable, path_,
-                       "is not a regular file; give the path of a file");
+  if (!S_ISREG(old.st_mode)) refuse("is not a regular file; give the path of a file");
+  const bool writable =
+      (old.st_mode & 0222) != 0 && faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0;
+  if (replace == Replace::kWritable && !writable) {
+    refuse("has no write permission; give it that first if it shall be replaced");
   }
-  OpenTemporary();
+}
+
+AtomicFile::AtomicFile(const std::string& path, Replace replace)
+    : path_(path), target_(ResolveLinks(path)), folder_(FolderOf(target_)) {
+  CheckReplaceable(path, replace);
+  Open();
 }
 
 AtomicFile::~AtomicFile() {
@@ -66,12 +93,15 @@ void AtomicFile::Write(std::span<const uint8_t> content) {
 }
 
 void AtomicFile::Commit() {
-  TakeOverMode();
+  TakeOverRights();
   if (fsync(descriptor_) != 0) Fail("syncing");
+  if (temporary_.empty()) GiveName();
   const int closed = close(std::exchange(descriptor_, -1));
-  if (closed != 0) Fail("closing");
-  if (rename(temporary_.c_str(), target_.c_str()) != 0) Fail("renaming the temporary file");
-  temporary_.clear();
+  if (!temporary_.empty()) {
+    if (closed != 0) Fail("closing");
+    if (rename(temporary_.c_str(), target_.c_str()) != 0) Fail("renaming the temporary file");
+    temporary_.clear();
+  }
   SyncFolder(folder_);
 }
 
@@ -80,27 +110,65 @@ void AtomicFile::Fail(const std::string& step) const {
                      step + " failed: " + std::strerror(errno));
 }
 
+void AtomicFile::Open() {
+  // The umask and the folder's defaults apply; without a name nobody can come at the file.
+  descriptor_ = open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+  if (descriptor_ >= 0 && access("/proc/self/fd", X_OK) == 0) return;
+  if (descriptor_ >= 0) close(std::exchange(descriptor_, -1));
+  OpenTemporary();
+}
+
 void AtomicFile::OpenTemporary() {
-  static std::atomic<unsigned> count{0};
   constexpr int kAttempts = 1000;
   std::string name;
   for (int i = 0; i < kAttempts && descriptor_ < 0; ++i) {
-    name = folder_ + "/.qel-" + std::to_string(getpid()) + "-" + std::to_string(count++) + ".tmp";
-    descriptor_ = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    name = folder_ + "/" + TemporaryName();
+    descriptor_ = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (descriptor_ < 0 && errno != EEXIST) break;
   }
   if (descriptor_ < 0) Fail("making a temporary file in the folder " + folder_);
   temporary_ = name;
 }
 
-void AtomicFile::TakeOverMode() const {
-  struct stat old;
-  if (stat(target_.c_str(), &old) != 0) return;
-  if (fchmod(descriptor_, old.st_mode & 0777) != 0) Fail("setting permissions");
+void AtomicFile::TakeOverRights() const {
+  struct stat old, made;
+  if (fstat(descriptor_, &made) != 0) Fail("looking at the temporary file");
+  if (stat(target_.c_str(), &old) != 0) {
+    if (!temporary_.empty() && fchmod(descriptor_, ModeOfNewFile()) != 0) {
+      Fail("setting permissions");
+    }
+    return;
+  }
+  mode_t mode = old.st_mode & 0777;
+  const bool same = old.st_uid == made.st_uid && old.st_gid == made.st_gid;
+  if (!same && fchown(descriptor_, old.st_uid, old.st_gid) != 0) {
+    if (geteuid() == 0) Fail("keeping the owner and the group");
+    const bool keeps_group = fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) == 0;
+    // Nobody may gain by belonging to another group.
+    if (!keeps_group) mode &= ~070u | (mode & 07u) << 3;
+  }
+  if (fchmod(descriptor_, mode) != 0) Fail("setting permissions");
 }
 
-void WriteFileAtomically(const std::string& path, std::span<const uint8_t> content) {
-  AtomicFile file(path);
+bool AtomicFile::LinkTo(const std::string& name) const {
+  const std::string self = "/proc/self/fd/" + std::to_string(descriptor_);
+  return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+/// Gives the file the name of the target, or a temporary one when that has been taken.
+void AtomicFile::GiveName() {
+  if (access(target_.c_str(), F_OK) != 0 && LinkTo(target_)) return;
+  do {
+    temporary_ = folder_ + "/" + TemporaryName();
+    if (LinkTo(temporary_)) return;
+  } while (errno == EEXIST);
+  temporary_.clear();
+  Fail("naming the file");
+}
+
+void WriteFileAtomically(const std::string& path, std::span<const uint8_t> content,
+                         Replace replace) {
+  AtomicFile file(path, replace);
   file.Write(content);
   file.Commit();
 }

@@ -7,13 +7,27 @@
 
 namespace qel::pictures {
 
-/// A file that appears whole or not at all. Content goes to a temporary file in the same folder,
-/// which `Commit` syncs and renames; without `Commit` the old file stays and the temporary one is
-/// removed. A replaced file passes its permissions on, a new one follows the umask. A link stays a
-/// link: its target is replaced. All members but the destructor throw `PictureError`.
+/// Which files that there are already may be replaced.
+enum class Replace { kWritable, kAny };
+
+/// Throws `PictureError` unless `AtomicFile` may replace what stands at `path`, which may be
+/// nothing: only regular files, and only with write permission unless `kAny`. A file that nobody
+/// may write to is protected from root as well.
+void CheckReplaceable(const std::string& path, Replace replace);
+
+/// A file that appears whole or not at all. Content goes to a file without a name in the same
+/// folder, which `Commit` syncs and gives its name; without `Commit` the old file stays. Nothing
+/// is left behind, however the process ends, but for the moment in which an old file is replaced:
+/// then the new one has a temporary name (see `TemporaryName`). File systems that have no files
+/// without names get one with a temporary name from the start, which nobody else may read.
+///
+/// A replaced file passes its permissions on, and its owner and group as far as the process may
+/// give them: where the group cannot stay, the new one gets no right that others do not have. A new
+/// file follows the umask. A link stays a link: its target is replaced.
+/// All members but the destructor throw `PictureError`.
 class AtomicFile {
  public:
-  explicit AtomicFile(const std::string& path);
+  explicit AtomicFile(const std::string& path, Replace replace = Replace::kWritable);
   ~AtomicFile();
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
@@ -23,18 +37,22 @@ class AtomicFile {
 
  private:
   [[noreturn]] void Fail(const std::string& step) const;
+  void Open();
   void OpenTemporary();
-  void TakeOverMode() const;
+  void TakeOverRights() const;
+  void GiveName();
+  bool LinkTo(const std::string& name) const;
 
   std::string path_;    ///< as given, for messages
   std::string target_;  ///< with links resolved
   std::string folder_;
-  std::string temporary_;  ///< empty when there is none to remove
+  std::string temporary_;  ///< empty when there is none to rename or remove
   int descriptor_ = -1;
 };
 
 /// Replaces the file at `path` by `content`.
-void WriteFileAtomically(const std::string& path, std::span<const uint8_t> content);
+void WriteFileAtomically(const std::string& path, std::span<const uint8_t> content,
+                         Replace replace = Replace::kWritable);
 
 }  // namespace qel::pictures
 

@@ -7,6 +7,7 @@
 
 #include "cli/batch/picture_io.h"
 #include "operations/errors.h"
+#include "pictures/temporary_name.h"
 
 namespace qel::cli {
 namespace {
@@ -103,11 +104,12 @@ std::vector<BatchItem> PlanBatch(const BatchRequest& request) {
   return items;
 }
 
-void MakeOutputFolders(const std::vector<BatchItem>& items) {
+void PrepareOutputFolders(const std::vector<BatchItem>& items) {
   for (const auto& [folder, item] : FoldersOf(items)) {
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) throw Failure(kNoOutput, folder + ": " + error.message());
+    pictures::RemoveStrays(folder);
   }
 }
 

@@ -31,8 +31,9 @@ struct BatchRequest {
 /// the manifest, or names no picture format; kNoOutput when a folder is missing.
 std::vector<BatchItem> PlanBatch(const BatchRequest& request);
 
-/// Makes the folders of the outputs. Throws `Failure(kNoOutput)`.
-void MakeOutputFolders(const std::vector<BatchItem>& items);
+/// Makes the folders of the outputs as far as they are missing, and removes what runs that were
+/// killed have left in them. Throws `Failure(kNoOutput)`.
+void PrepareOutputFolders(const std::vector<BatchItem>& items);
 
 }  // namespace qel::cli
 

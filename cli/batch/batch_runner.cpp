@@ -97,6 +97,7 @@ std::optional<Picture> Runner::Load(size_t index, std::string& input_hash) {
 
 void Runner::Make(size_t index, ItemResult& result) {
   const BatchItem& item = batch_.items[index];
+  pictures::CheckReplaceable(item.output, batch_.replace);
   std::string input_hash;
   std::optional<Picture> picture = Load(index, input_hash);
   if (!picture) {
@@ -113,7 +114,7 @@ void Runner::Make(size_t index, ItemResult& result) {
   if (batch_.manifest != nullptr) {
     batch_.manifest->RecordDone(index, item, input_hash, output_hash);
   }
-  pictures::WriteFileAtomically(item.output, bytes);
+  pictures::WriteFileAtomically(item.output, bytes, batch_.replace);
 }
 
 ItemResult Runner::Try(size_t index) {
@@ -173,7 +174,19 @@ ExitCode Runner::Run(int jobs, const Interruption& interruption) {
   batch_.progress.Start(totals_, threads);
   running_ = threads;
   std::vector<std::jthread> workers;
-  for (int i = 0; i < threads; ++i) workers.emplace_back([this] { Work(); });
+  for (int i = 0; i < threads; ++i) {
+    try {
+      workers.emplace_back([this] { Work(); });
+    } catch (const std::system_error& error) {
+      if (i == 0) {
+        throw Failure(kModuleFault, std::string("no thread can be started: ") + error.what());
+      }
+      PrintMessage("note: only " + std::to_string(i) + " of " + std::to_string(threads) +
+                   " threads could be started: " + error.what());
+      if ((running_ -= threads - i) == 0) all_done_.Set();
+      break;
+    }
+  }
   while (threads > 0) {
     pollfd waiting[] = {{interruption.descriptor(), POLLIN, 0},
                         {all_done_.descriptor(), POLLIN, 0}};
@@ -188,8 +201,9 @@ ExitCode Runner::Run(int jobs, const Interruption& interruption) {
   batch_.progress.End(totals_, false);
   if (batch_.manifest != nullptr) batch_.manifest->Finish();
   if (totals_.failed > 0 && totals_.files > 1) {
-    PrintMessage(Red(std::to_string(totals_.failed) + " of " + std::to_string(totals_.files) +
-                     " files failed"));
+    PrintMessage(
+        std::to_string(totals_.failed) + " of " + std::to_string(totals_.files) + " files failed",
+        Tone::kAlarm);
   }
   return totals_.Code();
 }

@@ -8,6 +8,7 @@
 #include "cli/batch/session.h"
 #include "cli/terminal/interruption.h"
 #include "cli/terminal/progress.h"
+#include "pictures/atomic_file.h"
 
 namespace qel::cli {
 
@@ -17,6 +18,7 @@ struct Batch {
   const std::vector<Step>& steps;
   const pictures::ReadOptions& reading;
   const pictures::WriteOptions& writing;
+  pictures::Replace replace;
   const Session& session;
   PictureSource& second_pictures;
   Manifest* manifest;  ///< may be null

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "cli/terminal/console.h"
+#include "cli/terminal/utf8.h"
 
 namespace qel::cli {
 namespace {
@@ -75,19 +76,21 @@ std::string Mebibytes(double bytes) {
 }  // namespace
 
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
-                const pictures::ReadOptions& reading, int jobs) {
+                const pictures::ReadOptions& reading, pictures::Replace replace, int jobs) {
   BatchTotals totals;
   totals.files = items.size();
   // The largest peaks, which may come together; the least of them in front.
   std::vector<double> peaks;
   for (const BatchItem& item : items) {
+    if (!std::cout) break;  // nobody reads on
     ItemResult result;
     try {
+      pictures::CheckReplaceable(item.output, replace);
       const pictures::PictureInfo info = pictures::ReadPictureHeader(item.input, reading);
       const auto [shape, peak] = Foresee(item, {info.width, info.height, info.bit_count}, steps);
-      std::cout << item.input << "  " << info.width << " x " << info.height << ", "
-                << info.bit_count << " bits -> " << item.output << "  " << shape.Size() << ", "
-                << shape.Bits() << "; " << Mebibytes(peak) << "\n";
+      std::cout << Printable(item.input) << "  " << info.width << " x " << info.height << ", "
+                << info.bit_count << " bits -> " << Printable(item.output) << "  " << shape.Size()
+                << ", " << shape.Bits() << "; " << Mebibytes(peak) << "\n";
       peaks.push_back(peak);
       std::ranges::push_heap(peaks, std::greater());
       if (peaks.size() > static_cast<size_t>(jobs)) {

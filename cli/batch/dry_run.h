@@ -6,6 +6,7 @@
 #include "cli/batch/batch_plan.h"
 #include "cli/batch/batch_totals.h"
 #include "cli/steps.h"
+#include "pictures/atomic_file.h"
 #include "pictures/picture_file.h"
 
 namespace qel::cli {
@@ -14,7 +15,7 @@ namespace qel::cli {
 /// output names, and about how much memory it would need at its peak. Inputs whose header is at
 /// fault are told on standard error.
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
-                const pictures::ReadOptions& reading, int jobs);
+                const pictures::ReadOptions& reading, pictures::Replace replace, int jobs);
 
 }  // namespace qel::cli
 

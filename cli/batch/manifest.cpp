@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "cli/batch/sha256.h"
@@ -14,6 +15,7 @@
 #include "cli/terminal/json.h"
 #include "operations/errors.h"
 #include "pictures/atomic_file.h"
+#include "pictures/temporary_name.h"
 
 namespace qel::cli {
 namespace {
@@ -51,6 +53,7 @@ Manifest::Manifest(const std::string& path, const std::string& recipe, size_t it
   if (flock(file_.descriptor, LOCK_EX | LOCK_NB) != 0) {
     throw Failure(kNoOutput, path + ": another run is writing this manifest");
   }
+  pictures::RemoveStrays(std::filesystem::path(path).parent_path() / ".");
   if (resume) ReadEarlierLines();
   // What follows must not become part of a line that was cut off.
   CutToSize();
@@ -111,7 +114,8 @@ void Manifest::RecordFailed(size_t index, const BatchItem& item, const std::stri
 }
 
 void Manifest::Finish() {
-  pictures::AtomicFile file(path_);
+  // Opened for writing it was at the start.
+  pictures::AtomicFile file(path_, pictures::Replace::kAny);
   for (const Line& line : lines_) {
     if (line.length > 0) file.Write(BytesOf(Read(line)));
   }

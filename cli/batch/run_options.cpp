@@ -57,6 +57,7 @@ RunOptions ParseRunOptions(const std::vector<std::string>& words) {
   const int cores = static_cast<int>(std::thread::hardware_concurrency());
   run.jobs = options.Number("--jobs", 1, kLargestJobs, std::clamp(cores, 1, kLargestJobs));
   run.make_folders = options.Has("--parents");
+  if (options.Has("--force")) run.replace = pictures::Replace::kAny;
   run.dry_run = options.Has("--dry-run");
   run.manifest = options.Value("--json");
   run.resume = options.Has("--resume");

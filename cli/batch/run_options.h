@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/batch/shard.h"
+#include "pictures/atomic_file.h"
 #include "pictures/picture_file.h"
 
 namespace qel::cli {
@@ -22,6 +23,7 @@ struct RunOptions {
   std::string module;
   int jobs = 1;
   bool make_folders = false;
+  pictures::Replace replace = pictures::Replace::kWritable;
   bool dry_run = false;
   std::string manifest;
   bool resume = false;

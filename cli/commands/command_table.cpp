@@ -33,6 +33,7 @@ const std::vector<Command>& CommandTable() {
         {"--in-place", "", "in place of -o OUTPUT: replace the inputs"},
         {"--files-from", "FILE", "more inputs, from a list; - is standard input", Word::kFile},
         {"--parents", "", "make missing folders of outputs"},
+        {"--force", "", "replace files that have no write permission as well"},
         {"--keep-depth", "", "keep indices of palette pictures"},
         {"--quality", "N", "of JPEG and WebP output, 1 to 100", Word::kNumber},
         kModule,

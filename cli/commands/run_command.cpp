@@ -47,13 +47,13 @@ int RunCommand(const Words& words) {
                                                   .make_folders = options.make_folders,
                                                   .manifest = options.manifest,
                                                   .second_pictures = second_paths});
-  if (options.dry_run) return DryRun(items, steps, options.reading, options.jobs);
+  if (options.dry_run) return DryRun(items, steps, options.reading, options.replace, options.jobs);
 
   const Session session(options.module);
   PictureSource second_pictures(options.reading);
   for (const std::string& path : second_paths) second_pictures.Get(path);
   interruption.Hold();
-  if (options.make_folders) MakeOutputFolders(items);
+  PrepareOutputFolders(items);
   std::unique_ptr<Manifest> manifest;
   if (!options.manifest.empty()) {
     manifest = std::make_unique<Manifest>(options.manifest, FullRecipe(options, second_paths),
@@ -64,6 +64,7 @@ int RunCommand(const Words& words) {
                    .steps = steps,
                    .reading = options.reading,
                    .writing = options.writing,
+                   .replace = options.replace,
                    .session = session,
                    .second_pictures = second_pictures,
                    .manifest = manifest.get(),

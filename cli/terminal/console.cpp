@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "cli/terminal/utf8.h"
+
 namespace qel::cli {
 namespace {
 
@@ -32,9 +34,9 @@ bool WantsColour() {
 
 }  // namespace
 
-void PrintMessage(std::string_view message) {
-  std::string line = "qel: ";
-  line.append(message).append("\n");
+void PrintMessage(std::string_view message, Tone tone) {
+  const std::string text = Printable(message);
+  std::string line = "qel: " + (tone == Tone::kAlarm ? Red(text) : text) + "\n";
   const std::lock_guard lock(ConsoleMutex());
   if (!Status().empty()) line = std::string(kEraseLine) + line + Status();
   WriteAll(STDERR_FILENO, line);

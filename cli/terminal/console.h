@@ -9,8 +9,12 @@ namespace qel::cli {
 // Standard error, shared by messages and the progress line below them.
 // Threads: any; lines appear whole.
 
-/// Prints "qel: " and the message on a line of its own, above the status line.
-void PrintMessage(std::string_view message);
+enum class Tone { kPlain, kAlarm };
+
+/// Prints "qel: " and the message on a line of its own, above the status line; an alarm is red
+/// where colours are wanted. Names of files in it may hold anything (see `Printable`). Nobody need
+/// read it: what cannot be written is lost.
+void PrintMessage(std::string_view message, Tone tone = Tone::kPlain);
 
 /// Replaces the status line, the last one on the terminal; empty removes it.
 void ShowStatus(std::string_view status);

@@ -13,7 +13,7 @@ namespace qel::cli {
 
 Interruption::Interruption() {
   sigemptyset(&signals_);
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     if (std::signal(signal, [](int) { std::_Exit(kInterrupted); }) == SIG_IGN) {
       std::signal(signal, SIG_IGN);
     } else {

@@ -5,8 +5,8 @@
 
 namespace qel::cli {
 
-/// SIGINT and SIGTERM as something to wait for. Made once, before threads are started; signals that
-/// were ignored, as those of background processes of scripts are, stay so.
+/// SIGINT, SIGTERM and SIGHUP as something to wait for. Made once, before threads are started;
+/// signals that were ignored, as those of background processes of scripts are, stay so.
 class Interruption {
  public:
   /// From now on the signals end the process with exit code 130.

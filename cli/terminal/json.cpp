@@ -2,31 +2,9 @@
 
 #include <cstdio>
 
+#include "cli/terminal/utf8.h"
+
 namespace qel::cli {
-namespace {
-
-/// Bytes of the UTF-8 character at the start of `text`, 0 when there is none.
-size_t CharacterLength(std::string_view text) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char first = byte(0);
-  const size_t length = first < 0x80   ? 1
-                        : first < 0xC2 ? 0
-                        : first < 0xE0 ? 2
-                        : first < 0xF0 ? 3
-                        : first < 0xF5 ? 4
-                                       : 0;
-  if (length > text.size()) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if (byte(i) >> 6 != 2) return 0;
-  }
-  // Overlong forms, surrogates and numbers beyond Unicode show in the second byte.
-  const bool wrong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xED && byte(1) >= 0xA0) ||
-                     (first == 0xF0 && byte(1) < 0x90) || (first == 0xF4 && byte(1) >= 0x90);
-  return wrong ? 0 : length;
-}
-
-}  // namespace
-
 std::string JsonText(std::string_view text) {
   std::string quoted = "\"";
   while (!text.empty()) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 
 #include "cli/terminal/console.h"
@@ -79,10 +78,7 @@ class Bar final : public Progress {
 
 class JsonLines final : public Progress {
  public:
-  explicit JsonLines(int descriptor) : descriptor_(descriptor) {
-    // A reader that has gone away must not end the run.
-    std::signal(SIGPIPE, SIG_IGN);
-  }
+  explicit JsonLines(int descriptor) : descriptor_(descriptor) {}
 
   void Start(const BatchTotals& totals, int jobs) override {
     JsonObject line;

@@ -186,14 +186,14 @@ TEST_F(Bulk, ResumesInPlaceWithoutDoingAnythingTwice) {
 
 TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
   // The second input is a pipe to which nobody writes: one thread waits for it for ever.
-  for (const std::string signal : {"INT", "TERM"}) {
+  for (const std::string signal : {"INT", "TERM", "HUP"}) {
     SCOPED_TRACE(signal);
     MakeInputs(5);
     const std::string words = "'in/*.pgm' -o 'out/{stem}.pgm' --jobs 2 negative --json m.json ";
     const std::string script =
         "rm -f out/* in/1001.pgm; mkfifo in/1001.pgm; set -m; "
         // Also where the tests themselves run with interrupts ignored.
-        "env --default-signal=INT " QEL_TOOL " run " +
+        "env --default-signal=INT --default-signal=HUP " QEL_TOOL " run " +
         words +
         "& for i in $(seq 1000); do [ -e out/1004.pgm ] && break; "
         "sleep 0.01; done; kill -" +
@@ -217,6 +217,62 @@ TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
     EXPECT_EQ(Count(resumed.errors, "skipped\", "), 4u) << resumed.errors;
     EXPECT_EQ(ReadFile(folder_ / "out/1001.pgm"), Grey(254));
   }
+}
+
+TEST_F(Bulk, ClosedDescriptorsAreNotTakenForFiles) {
+  // Every output has a note: "holds no alpha".
+  constexpr int kFiles = 12;
+  for (int i = 0; i < kFiles; ++i) {
+    WriteFile(folder_ / Name(i), "P7\nWIDTH 1\nHEIGHT 1\nDEPTH 4\nMAXVAL 255\nENDHDR\nabc" +
+                                     std::string(1, static_cast<char>(i)));
+  }
+  std::map<std::string, std::string> expected;
+  for (int i = 0; i < kFiles; ++i) {
+    expected[std::to_string(1000 + i) + ".ppm"] = "P6\n1 1\n255\n\x9E\x9D\x9C";
+  }
+  const std::string words = "'in/*' -o 'out/{stem}.ppm' --jobs 4 negative --json m.json";
+  ASSERT_EQ(Run(words).exit_code, kDone);
+  const std::string manifest = ReadFile(folder_ / "m.json");
+  const char* const closed[] = {" <&-", " >&-", " 2>&-"};
+  for (unsigned subset = 0; subset < 8; ++subset) {
+    for (const bool with_manifest : {true, false}) {
+      std::string line = words.substr(0, with_manifest ? words.npos : words.find(" --json"));
+      for (unsigned i = 0; i < 3; ++i) line += (subset >> i & 1) != 0 ? closed[i] : "";
+      SCOPED_TRACE(line);
+      RunShell("rm out/* m.json", folder_);
+      EXPECT_EQ(Run(line).exit_code, kDone);
+      EXPECT_EQ(Files("out"), expected);
+      EXPECT_EQ(ReadFile(folder_ / "m.json"), with_manifest ? manifest : "");
+    }
+  }
+  EXPECT_EQ(RunShell(QEL_TOOL " list >&-", folder_).exit_code, kNoOutput);
+}
+
+TEST_F(Bulk, FilesThatFindNoRoomLeaveTheOthersAlone) {
+  MakeInputs(3);
+  WriteFile(folder_ / Name(1), "P5\n200 200\n255\n" + std::string(40000, 'x'));
+  const Outcome outcome = RunShell(
+      "ulimit -f 8; " QEL_TOOL " run 'in/*' -o 'out/{stem}.pgm' negative --jobs 1 --json m.json",
+      folder_);
+  EXPECT_EQ(outcome.exit_code, kSomeFailed);
+  EXPECT_NE(outcome.errors.find("out/1001.pgm: writing failed: File too large"), std::string::npos)
+      << outcome.errors;
+  EXPECT_EQ(Files("out").size(), 2u);
+}
+
+TEST_F(Bulk, ProtectedFilesAreReplacedByForceOnly) {
+  MakeInputs(2);
+  fs::permissions(folder_ / Name(0), fs::perms(0444));
+  for (const std::string dry : {" --dry-run", ""}) {
+    const Outcome outcome = Run("'in/*' --in-place negative" + dry);
+    EXPECT_EQ(outcome.exit_code, kSomeFailed);
+    EXPECT_NE(outcome.errors.find("in/1000.pgm: has no write permission"), std::string::npos)
+        << outcome.errors;
+  }
+  EXPECT_EQ(ReadFile(folder_ / Name(0)), Grey(0));
+  EXPECT_EQ(ReadFile(folder_ / Name(1)), Grey(254));
+  EXPECT_EQ(Run("in/1000.pgm --in-place --force negative").exit_code, kDone);
+  EXPECT_EQ(ReadFile(folder_ / Name(0)), Grey(255));
 }
 
 TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
@@ -264,6 +320,8 @@ TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
       {"in/1000.pgm -o out.pgm negative --shard 2", kUsage, "not 2"},
       {"in/1000.pgm -o out.pgm negative --shard auto", kUsage, "neither SLURM_ARRAY_TASK_ID"},
       {"in/1000.pgm -o out.pgm negative --jobs 0", kUsage, "from 1 to"},
+      {"'in/\x1bm\n\xC2\x9B\xFF.pgm' -o out.pgm negative", kNoInput,
+       "qel: in/\\x1bm\\n\\x9b\\xff.pgm: No such file"},
       {"in/1000.pgm -o out.pgm negative --progress=loud", kUsage, "auto, bar, json or none"},
       {"in/1000.pgm -o out.pgm negative --progress=json --progress-fd 77", kUsage, "open"},
   };
@@ -412,11 +470,17 @@ TEST_F(Bulk, ProgressGoesToTheTerminalOrToPrograms) {
       << events;
   EXPECT_EQ(Count(events, "\"exit_code\": 3, \"finished\": 4"), 1u) << events;
   EXPECT_EQ(Count(events, "{\"event\": \"end\", \"done\": 3, \"skipped\": 0, \"failed\": 1"), 1u);
-  // Nobody reads the events: the run goes on.
-  RunShell("{ sleep 0.1; " QEL_TOOL " run " + words +
-               "--progress=json --progress-fd 3 3>&1; echo $? >code; } | true",
-           folder_);
-  EXPECT_EQ(ReadFile(folder_ / "code"), "1\n");
+  // Nobody reads the events, or the messages: the run goes on.
+  for (const std::string unread : {"--progress=json --progress-fd 3 3>&1", "2>&1"}) {
+    RunShell(
+        "rm out/*; { sleep 0.1; " QEL_TOOL " run " + words + unread + "; echo $? >code; } | true",
+        folder_);
+    EXPECT_EQ(ReadFile(folder_ / "code"), "1\n") << unread;
+    EXPECT_EQ(Files("out").size(), 3u) << unread;
+  }
+  const Outcome unread =
+      RunShell("{ sleep 0.1; " QEL_TOOL " list; echo $? >code; } | true", folder_);
+  EXPECT_EQ(unread.errors, "");
 
   const std::string terminal = "script -qec \"" QEL_TOOL " run " + words + "\" /dev/null";
   const std::string coloured = RunShell("TERM=xterm " + terminal, folder_).output;

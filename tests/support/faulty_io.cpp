@@ -1,9 +1,12 @@
 // For LD_PRELOAD: one of the calls by which a program makes a file goes wrong. The environment says
 // which, counted from 0 (QEL_FAULT_AT), and how (QEL_FAULT: "fail", "short" for half a write,
-// "kill" for the end of the process at that moment). QEL_FAULT_COUNT names a file for the number of
-// calls.
+// "kill" for the end of the process at that moment). QEL_CALLS names a file for the letters of all
+// calls. QEL_THREADS is how many threads can be started. With QEL_NAMELESS=no, the file system has
+// no files without names.
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -47,8 +50,16 @@ struct Recorder {
   }
 } recorder;
 
+bool IsNameless(int flags) { return (flags & O_TMPFILE) == O_TMPFILE; }
+bool TakesMode(int flags) { return (flags & O_CREAT) != 0 || IsNameless(flags); }
+
 int Open(const char* path, int flags, mode_t mode) {
-  if ((flags & O_CREAT) != 0 && Next('o') == Fault::kFail) return -1;
+  static const char* const wanted = std::getenv("QEL_NAMELESS");
+  if (IsNameless(flags) && wanted != nullptr && std::strcmp(wanted, "no") == 0) {
+    errno = EOPNOTSUPP;
+    return -1;
+  }
+  if (TakesMode(flags) && Next('o') == Fault::kFail) return -1;
   return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
@@ -56,10 +67,20 @@ int Open(const char* path, int flags, mode_t mode) {
 
 extern "C" {
 
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                   void* argument) noexcept {
+  static const char* const most = std::getenv("QEL_THREADS");
+  static std::atomic<int> started{0};
+  if (most != nullptr && started++ >= std::atoi(most)) return EAGAIN;
+  const auto create =
+      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+  return create(thread, attributes, run, argument);
+}
+
 int open(const char* path, int flags, ...) {
   va_list rest;
   va_start(rest, flags);
-  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  const mode_t mode = TakesMode(flags) ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   return Open(path, flags, mode);
 }
@@ -67,7 +88,7 @@ int open(const char* path, int flags, ...) {
 int open64(const char* path, int flags, ...) {
   va_list rest;
   va_start(rest, flags);
-  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  const mode_t mode = TakesMode(flags) ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   return Open(path, flags, mode);
 }
@@ -91,6 +112,11 @@ int close(int descriptor) {
 
 int fchmod(int descriptor, mode_t mode) noexcept {
   return Next('m') == Fault::kFail ? -1 : static_cast<int>(syscall(SYS_fchmod, descriptor, mode));
+}
+
+int linkat(int from_folder, const char* from, int to_folder, const char* to, int flags) noexcept {
+  if (Next('l') == Fault::kFail) return -1;
+  return static_cast<int>(syscall(SYS_linkat, from_folder, from, to_folder, to, flags));
 }
 
 int rename(const char* from, const char* to) noexcept {

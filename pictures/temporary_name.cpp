@@ -1,0 +1,70 @@
+#include "pictures/temporary_name.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <regex>
+
+namespace qel::pictures {
+namespace {
+
+std::string ContentOf(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// The running system and the space in which its process numbers count; empty when /proc does not
+/// tell.
+const std::string& System() {
+  static const std::string system = [] {
+    struct stat numbers {};
+    const std::string boot = ContentOf("/proc/sys/kernel/random/boot_id").substr(0, 8);
+    if (boot.size() < 8 || stat("/proc/self/ns/pid", &numbers) != 0) return std::string();
+    return boot + "-" + std::to_string(numbers.st_ino);
+  }();
+  return system;
+}
+
+/// When a process was started, in ticks since the boot; empty when there is none.
+std::string StartOf(const std::string& process) {
+  const std::string line = ContentOf("/proc/" + process + "/stat");
+  // The second field is the program's name in parentheses, which may hold anything.
+  size_t at = line.rfind(')');
+  constexpr int kBlanksBefore = 20;
+  for (int i = 0; i < kBlanksBefore && at != line.npos; ++i) at = line.find(' ', at + 1);
+  if (at == line.npos) return {};
+  return line.substr(at + 1, line.find(' ', at + 1) - at - 1);
+}
+
+}  // namespace
+
+std::string TemporaryName() {
+  static std::atomic<unsigned> count{0};
+  static const std::string own =
+      ".qel-" + System() + "-" + std::to_string(getpid()) + "-" + StartOf("self") + "-";
+  return own + std::to_string(count++) + ".tmp";
+}
+
+void RemoveStrays(const std::string& folder) {
+  if (System().empty()) return;
+  static const std::regex pattern("\\.qel-" + System() + "-([0-9]+)-([0-9]+)-[0-9]+\\.tmp");
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), &closedir);
+  while (const dirent* const entry = entries != nullptr ? readdir(entries.get()) : nullptr) {
+    std::cmatch parts;
+    if (!std::regex_match(entry->d_name, parts, pattern)) continue;
+    if (StartOf(parts[1]) == parts[2]) continue;
+    struct stat status {};
+    const int directory = dirfd(entries.get());
+    if (fstatat(directory, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    const bool own = status.st_uid == geteuid() || geteuid() == 0;
+    if (own && S_ISREG(status.st_mode)) unlinkat(directory, entry->d_name, 0);
+  }
+}
+
+}  // namespace qel::pictures
