@@ -30,12 +30,12 @@ class ResultImage {
 
   /// Gives the image its pixels. The result may be ignored: without pixels nothing is written.
   result_t Create(const ImageShape& shape) {
-    shape_ = shape;
-    return image_->Create(shape.width, shape.height, shape.planes, shape.bit_count, shape.model);
+    pixels_ = NewPixels(*image_, shape);
+    return pixels_.result();
   }
 
   /// The pixels of plane 0, in the shape that was asked for.
-  ImageView View() const { return ReadPlane(*image_, shape_, 0); }
+  ImageView View() const { return pixels_.Plane(0); }
 
   /// Sets every pixel. Only for images from the locator.
   void Fill(uint32_t colour) const { dib_->Fill(colour); }
@@ -63,7 +63,7 @@ class ResultImage {
 
   SmartPtr<IQELImage> image_;
   IQELImageDIB* dib_;  // the same object as image_, or null
-  ImageShape shape_;
+  NewPixels pixels_;
 };
 
 }  // namespace qel

@@ -1,5 +1,7 @@
 #include "image/image_view.h"
 
+#include <algorithm>
+
 namespace qel {
 
 void ReadSize(IQEL& image, ImageShape& shape) {
@@ -18,6 +20,25 @@ ImageView ReadPlane(IQEL& image, const ImageShape& shape, int plane) {
   ImageView view{shape};
   int unread = 0;
   image.GetBits(plane, &unread, &view.bits, &view.stride);
+  return view;
+}
+
+NewPixels::NewPixels(IQEL& image, const ImageShape& shape)
+    : image_(&image),
+      shape_(shape),
+      usable_planes_(INT32_MAX),
+      result_(image.Create(shape.width, shape.height, shape.planes, shape.bit_count, shape.model)) {
+  if (Succeeded(result_)) return;
+  const ImageShape kept = ReadShape(image);
+  const bool suffices =
+      kept.width >= shape.width && kept.height >= shape.height && kept.bit_count == shape.bit_count;
+  // Images that report no planes still have one.
+  usable_planes_ = suffices ? std::max(kept.planes, 1) : 0;
+}
+
+ImageView NewPixels::Plane(int plane) const {
+  ImageView view = ReadPlane(*image_, shape_, plane);
+  if (plane >= usable_planes_) view.bits = nullptr;
   return view;
 }
 

@@ -39,6 +39,26 @@ result_t ReadFormat(IQEL& image, ImageShape& shape);
 /// Reads the memory of plane `plane` of an image whose shape is known.
 ImageView ReadPlane(IQEL& image, const ImageShape& shape, int plane);
 
+/// The pixels of an image from a call of `Create` on. Hosts may fail to make them and let the image
+/// keep what it had, which is then written only if it is as large as was asked for.
+class NewPixels {
+ public:
+  NewPixels() = default;
+  /// Creates `image` in `shape`. Its own size and format are read after a failure only.
+  NewPixels(IQEL& image, const ImageShape& shape);
+
+  /// What `Create` answered.
+  result_t result() const { return result_; }
+  /// Plane `plane`, in the shape that was asked for; without memory where the image has none such.
+  ImageView Plane(int plane) const;
+
+ private:
+  IQEL* image_ = nullptr;
+  ImageShape shape_;
+  int usable_planes_ = 0;
+  result_t result_ = kFail;
+};
+
 /// Size, then format.
 ImageShape ReadShape(IQEL& image);
 /// Size, format and the memory of plane 0, each asked for once.

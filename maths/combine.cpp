@@ -145,7 +145,7 @@ result_t CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
   ReadFormat(*b, shape_b);
   if (!SameFormat(shape, shape_b)) return kFail;
   ReadSize(*a, shape);
-  dest->Create(shape.width, shape.height, shape.planes, shape.bit_count, shape.model);
+  const NewPixels sum(*dest, shape);
   const int bytes = ExactPixelBytes(shape.bit_count);
   if (bytes == 0 || shape.Empty()) return kOk;
   // Deliberate: rows of 4-byte pixels are added as if they were packed at three bytes. Alpha bytes
@@ -155,7 +155,7 @@ result_t CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
   for (int plane = 0; plane < shape.planes; ++plane) {
     const ImageView from_a = ReadPlane(*a, shape, plane);
     const ImageView from_b = ReadPlane(*b, shape, plane);
-    const ImageView to = ReadPlane(*dest, shape, plane);
+    const ImageView to = sum.Plane(plane);
     if (!from_a.HasPixels() || !from_b.HasPixels() || !to.HasPixels()) continue;
     AddPlane(WalkOf(to, 1), WalkOf(from_a, 1), WalkOf(from_b, 1), samples, shape.Rows(), add);
   }

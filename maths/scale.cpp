@@ -168,12 +168,14 @@ result_t CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double fac
   if (shape.model != kModelMono) return kNotMono;
   if (shape.bit_count < 8) return kInvalidArgument;
   ReadSize(*source, shape);
-  dest->Create(shape.width, shape.height, shape.planes, 8, kModelMono);
+  ImageShape bytes_shape = shape;
+  bytes_shape.bit_count = 8;
+  const NewPixels scaled(*dest, bytes_shape);
   // Deliberate: what is 8 bits already is not copied; `dest` stays as `Create` left it.
   if (shape.bit_count == 8) return kOk;
   for (int plane = 0; plane < shape.planes; ++plane) {
     const ImageView from = ReadPlane(*source, shape, plane);
-    const ImageView to = ReadPlane(*dest, shape, plane);
+    const ImageView to = scaled.Plane(plane);
     if (!from.HasPixels() || !to.HasPixels()) continue;
     // Deliberate: the stride is divided as an unsigned number. Times four it wraps, so that rows
     // going up in memory still do at 32 bits.

@@ -51,6 +51,11 @@ result_t CodeAfterFault(const std::string& operation, const std::string& host_ca
   return usual;
 }
 
+/// True for operations that call `Create` on their first image.
+bool CreatesGivenImage(const OperationCall& operation) {
+  return operation.name == "Add" || operation.name == "Scale8";
+}
+
 /// Every operation, at every depth, with a host that goes wrong somewhere.
 class HostFaults : public OperationTest {
  protected:
@@ -79,6 +84,10 @@ class HostFaults : public OperationTest {
       std::vector<IQELImage*> pointers;
       for (int i = 0; i < operation.images; ++i) {
         before.push_back(RandomRaster(rng, 31, 21, depth));
+        if (operation.name == "Scale8" && depth == 32) before.back().model = kModelMono;
+        if (i == 0 && CreatesGivenImage(operation) && host.keeps_pixels) {
+          before.back() = host.new_image;
+        }
         images.push_back(TestImage::Make(before.back()));
         pointers.push_back(images.back().Get());
       }
@@ -214,6 +223,59 @@ TEST_P(HostFaults, ImagesThatAnswerNoInterfaceKeepTheirContent) {
     EXPECT_EQ(Run(reads_only, 24).code, kOk);
   }
   host.Reset();
+}
+
+// Images whose `Create` fails and that keep what they had, right before memory that nobody may
+// touch.
+TEST_P(HostFaults, AfterAFailedCreateOnlyPixelsThatSufficeAreWritten) {
+  TestHost& host = TestHost::Instance();
+  const auto kept = [](int width, int height, int planes, int bit_count) {
+    Raster raster;
+    raster.Create(width, height, planes, bit_count, UsualModel(bit_count));
+    return raster;
+  };
+  for (const OperationCall& operation : AllOperationCalls()) {
+    if (!operation.makes_image && !CreatesGivenImage(operation)) continue;
+    for (const int depth : kCommonDepths) {
+      host.Reset();
+      Raster::NewImageLayout() = {.fence = Layout::Fence::kAfter};
+      const Aftermath usual = Run(operation, depth);
+      const Raster asked = host.asked;
+      if (asked.bit_count == 0) continue;  // nothing was created
+      const int width = asked.width, height = asked.height, bits = asked.bit_count;
+      // Fails when the host does, or leaves the new image alone.
+      const bool passes_on = operation.name == "IncreaseBpp";
+      const bool draws = operation.name != "Rotate33";
+      for (const auto& [suffices, old] :
+           {std::pair(true, kept(width, height, 1, bits)),
+            {true, kept(width + 3, height + 1, 2, bits)},
+            {false, Raster()},
+            {false, kept(width - 1, height, 1, bits)},
+            {false, kept(width, height - 1, 1, bits)},
+            {false, kept(width, height, 1, bits > 8 ? bits - 8 : bits / 2)},
+            {false, kept(width, height, 1, bits + 8)}}) {
+        SCOPED_TRACE(testing::Message() << operation.name << " at " << depth << " bits, asked for "
+                                        << asked.Describe() << ", kept " << old.Describe());
+        host.new_image = old;
+        host.keeps_pixels = true;
+        const Aftermath aftermath = Run(operation, depth);
+        EXPECT_EQ(aftermath.code, passes_on ? TestHost::kFaultCode : usual.code);
+        if (passes_on) continue;
+        const bool same_shape = old.width == width && old.height == height;
+        if (suffices && same_shape && draws) {
+          EXPECT_EQ(aftermath.content, usual.content);
+        }
+        // `Fill` is the image's own affair, and `Threshold` goes on in place.
+        if (suffices || operation.name == "Transform" || operation.name == "Threshold") continue;
+        const auto size = static_cast<int64_t>(old.Bits() != nullptr ? old.Memory().size() : 0);
+        EXPECT_EQ(std::count(aftermath.content.begin(), aftermath.content.begin() + size, 0xCD),
+                  size)
+            << "written";
+      }
+    }
+  }
+  host.Reset();
+  Raster::NewImageLayout() = {};
 }
 
 TEST_P(HostFaults, EmptyAndAbsurdShapesAreHarmless) {

@@ -51,7 +51,7 @@ result_t MakeComponent(const std::wstring& name, const IID* iid, void** object) 
   }
   if (name != L"QELImageDIB" || Host().refuses_images) return kFail;
   if (*iid != IID_IQELImage && *iid != IID_IQELImageDIB) return kNoInterface;
-  *object = static_cast<IQELImageDIB*>(TestImage::Make({}).Detach());
+  *object = static_cast<IQELImageDIB*>(TestImage::Make(Host().new_image).Detach());
   return kOk;
 }
 
@@ -126,7 +126,8 @@ IComponentCollection* TestHost::collection() {
 }
 
 void TestHost::Reset() {
-  refuses_images = refuses_queries = logging = false;
+  refuses_images = refuses_queries = keeps_pixels = logging = false;
+  new_image = asked = {};
   fault = Fault::kNone;
   fault_at = -1;
   calls = 0;
@@ -224,6 +225,13 @@ result_t TestImage::GetBits(int plane, int* reserved, uint8_t** bits, int* strid
 
 result_t TestImage::Create(int width, int height, int planes, int bit_count, uint32_t model) {
   if (!Host().OnCall("Create")) return TestHost::kFaultCode;
+  Raster& asked = Host().asked;
+  asked.width = width;
+  asked.height = height;
+  asked.planes = planes;
+  asked.bit_count = bit_count;
+  asked.model = model;
+  if (Host().keeps_pixels) return TestHost::kFaultCode;
   return raster.Create(width, height, planes, bit_count, model) ? kOk : kInvalidArgument;
 }
 

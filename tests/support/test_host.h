@@ -35,6 +35,9 @@ class TestHost {
   std::atomic<int> live_objects{0};
   bool refuses_images = false;   ///< creation gives null
   bool refuses_queries = false;  ///< images answer no interface
+  bool keeps_pixels = false;     ///< `Create` fails and leaves the image as it was
+  Raster new_image;              ///< what new images hold before `Create`
+  Raster asked;                  ///< shape of the last `Create`, without memory
   Fault fault = Fault::kNone;
   int fault_at = -1;
   int calls = 0;                 ///< host calls since `Reset`

@@ -184,9 +184,9 @@ result_t CQELImageTransform::Rotate4(IQEL* source, IQELImage* dest, int angle) {
   if (angle != 90 && angle != 180 && angle != 270) return kOk;
   ImageShape turned = shape;
   if (angle != 180) std::swap(turned.width, turned.height);
-  dest->Create(turned.width, turned.height, turned.planes, turned.bit_count, turned.model);
+  const NewPixels pixels(*dest, turned);
   for (int plane = 0; plane < shape.planes; ++plane) {
-    const ImageView to = ReadPlane(*dest, turned, plane);
+    const ImageView to = pixels.Plane(plane);
     TurnPlane(to, ReadPlane(*source, shape, plane), angle);
   }
   return kOk;

@@ -509,8 +509,7 @@ result_t CQELImageTransform::Resample(IQEL* source, IQEL** result, int new_width
   ImageShape resized = shape;
   resized.width = new_width;
   resized.height = new_height;
-  output->Create(new_width, new_height, shape.planes, shape.bit_count, shape.model);
-  const ImageView dest = ReadPlane(*output, resized, 0);
+  const ImageView dest = NewPixels(*output, resized).Plane(0);
   if (new_width == shape.width && new_height == shape.height) {
     output->Assign(source, 0);
   } else {
