@@ -1,5 +1,7 @@
 #include "cli/batch/batch_plan.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -47,6 +49,25 @@ class Identities {
       kUsage, "the output of " + item.input + " would replace " + read + ", which is read as well");
 }
 
+/// The manifest is written where it stands: nothing else may be the same file, under any name.
+void RefuseManifest(const std::vector<BatchItem>& items, const BatchRequest& request) {
+  struct stat manifest {};
+  if (stat(request.manifest.c_str(), &manifest) != 0) return;
+  const auto refuse_if_same = [&](const std::string& path) {
+    struct stat other {};
+    if (stat(path.c_str(), &other) != 0) return;
+    if (other.st_dev != manifest.st_dev || other.st_ino != manifest.st_ino) return;
+    throw Failure(kUsage, "--json " + request.manifest + " is the same file as " + path +
+                              ", which the run needs; give the manifest a name of its own");
+  };
+  for (const std::string& path : request.other_files) refuse_if_same(path);
+  for (const std::string& path : request.second_pictures) refuse_if_same(path);
+  for (const BatchItem& item : items) {
+    refuse_if_same(item.input);
+    refuse_if_same(item.output);
+  }
+}
+
 void RefuseClashes(const std::vector<BatchItem>& items, const BatchRequest& request) {
   Identities identities;
   // The names of files that are read, and the inputs of those that are written, by identity.
@@ -71,6 +92,7 @@ void RefuseClashes(const std::vector<BatchItem>& items, const BatchRequest& requ
   if (read.contains(manifest) || written.contains(manifest)) {
     throw Failure(kUsage, "--json " + request.manifest + " is one of the pictures");
   }
+  RefuseManifest(items, request);
 }
 
 /// The folders of the outputs, each with one output in it.

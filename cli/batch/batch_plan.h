@@ -21,14 +21,16 @@ struct BatchRequest {
   std::string output;  ///< pattern of the output names; empty: every input is replaced
   Shard shard;
   bool make_folders = false;                 ///< missing folders of outputs are no fault
-  std::string manifest;                      ///< a file that no picture may be; may be empty
+  std::string manifest;                      ///< may be empty
+  std::vector<std::string> other_files;      ///< that are no pictures, and not the manifest either
   std::vector<std::string> second_pictures;  ///< files that no output may replace
 };
 
 /// The items of the request's part of the work. All inputs count for the numbers and clashes, so
 /// that parts together do what one run would.
-/// Throws `Failure`: kUsage when two inputs have one output, an output would replace an input or
-/// the manifest, or names no picture format; kNoOutput when a folder is missing.
+/// Throws `Failure`: kUsage when two inputs have one output, an output would replace an input, the
+/// manifest is any other file of the run, also under another name, or an output names no picture
+/// format; kNoOutput when a folder is missing.
 std::vector<BatchItem> PlanBatch(const BatchRequest& request);
 
 /// Makes the folders of the outputs as far as they are missing, and removes what runs that were

@@ -112,9 +112,12 @@ void Runner::Make(size_t index, ItemResult& result) {
   const std::string output_hash = batch_.manifest != nullptr ? Sha256(bytes) : "";
   const Gate gate = PassGate();
   if (batch_.manifest != nullptr) {
-    batch_.manifest->RecordDone(index, item, input_hash, output_hash);
+    batch_.manifest->RecordStarted(item, input_hash, output_hash);
   }
   pictures::WriteFileAtomically(item.output, bytes, batch_.replace);
+  if (batch_.manifest != nullptr) {
+    batch_.manifest->RecordDone(index, item, input_hash, output_hash);
+  }
 }
 
 ItemResult Runner::Try(size_t index) {

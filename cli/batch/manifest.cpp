@@ -9,10 +9,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 #include "cli/batch/sha256.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/json.h"
+#include "cli/terminal/json_reader.h"
 #include "operations/errors.h"
 #include "pictures/atomic_file.h"
 #include "pictures/temporary_name.h"
@@ -20,7 +22,8 @@
 namespace qel::cli {
 namespace {
 
-constexpr std::string_view kInputHash = ", \"input_sha256\": ";
+/// So many lines that are not understood are told one by one.
+constexpr int kToldLines = 5;
 
 std::span<const uint8_t> BytesOf(std::string_view text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -34,11 +37,14 @@ JsonObject Describe(const BatchItem& item, const std::string& recipe, std::strin
   return line;
 }
 
-/// The hash by which a line is found again: of all that stands before the hash of the input, the
-/// last member. Lines of failed items have none and are found by nothing.
-std::string KeyOf(std::string_view line) {
-  return Sha256(BytesOf(line.substr(0, line.rfind(kInputHash))));
+/// The hash by which the line of an item is found again.
+std::string KeyOf(const BatchItem& item, const std::string& recipe,
+                  const std::string& output_hash) {
+  return Sha256(BytesOf(Describe(item, recipe, "").Text("output_sha256", output_hash).Object()));
 }
+
+/// The hash of the input in a line of a manifest; empty when it has none.
+std::string InputHashOf(const std::string& line) { return ReadJsonTexts(line)["input_sha256"]; }
 
 }  // namespace
 
@@ -61,8 +67,33 @@ Manifest::Manifest(const std::string& path, const std::string& recipe, size_t it
 
 void Manifest::ReadEarlierLines() {
   std::ifstream file(path_, std::ios::binary);
-  for (std::string line; std::getline(file, line) && !file.eof(); size_ += line.size() + 1) {
-    earlier_[KeyOf(line)] = {size_, static_cast<uint32_t>(line.size() + 1)};
+  int number = 0, strange = 0;
+  const auto tell = [&](const std::string& what) {
+    if (++strange > kToldLines) return;
+    PrintMessage(path_ + ": line " + std::to_string(number) + " is not understood: " + what);
+  };
+  for (std::string text; std::getline(file, text); size_ += text.size() + 1) {
+    ++number;
+    if (file.eof()) {
+      tell("it was cut off");
+      break;
+    }
+    try {
+      auto texts = ReadJsonTexts(text);
+      const std::string& status = texts["status"];
+      if (status == "failed") continue;
+      if ((status != "started" && status != "done") || texts["output_sha256"].empty()) {
+        tell("it does not say what was done");
+        continue;
+      }
+      earlier_[KeyOf({texts["input"], texts["output"]}, texts["recipe"], texts["output_sha256"])] =
+          {size_, static_cast<uint32_t>(text.size() + 1)};
+    } catch (const std::invalid_argument& error) {
+      tell(error.what());
+    }
+  }
+  if (strange > kToldLines) {
+    PrintMessage(path_ + ": so are " + std::to_string(strange - kToldLines) + " more lines");
   }
 }
 
@@ -78,42 +109,61 @@ std::string Manifest::Read(const Line& line) const {
   return got == static_cast<ssize_t>(text.size()) ? text : "";
 }
 
+std::string Manifest::LineOf(const BatchItem& item, std::string_view status,
+                             const std::string& input_hash, const std::string& output_hash) const {
+  JsonObject line = Describe(item, recipe_, status);
+  return line.Text("output_sha256", output_hash).Text("input_sha256", input_hash).Line();
+}
+
 bool Manifest::TakeOver(size_t index, const BatchItem& item, const std::string& input_hash,
                         const std::string& output_hash) {
-  JsonObject line = Describe(item, recipe_, "done");
-  line.Text("output_sha256", output_hash).Text("input_sha256", input_hash);
-  const auto found = earlier_.find(KeyOf(line.Line()));
+  const auto found = earlier_.find(KeyOf(item, recipe_, output_hash));
   if (found == earlier_.end()) return false;
-  if (!input_hash.empty() && Read(found->second) != line.Line()) return false;
+  const std::string text = Read(found->second);
+  if (text.empty()) return false;
+  const std::string earlier_hash = InputHashOf(text);
+  if (!input_hash.empty() && input_hash != earlier_hash) return false;
+  const std::string line = LineOf(item, "done", earlier_hash, output_hash);
+  if (text != line) return Append(line, index);
   const std::lock_guard lock(mutex_);
   lines_[index] = found->second;
   return true;
 }
 
-bool Manifest::Append(size_t index, const std::string& line) {
+bool Manifest::Append(const std::string& text, std::optional<size_t> index) {
   const std::lock_guard lock(mutex_);
-  if (!WriteAll(file_.descriptor, line)) {
+  const bool written = WriteAll(file_.descriptor, text);
+  if (index) lines_[*index] = {size_, written ? static_cast<uint32_t>(text.size()) : 0};
+  if (written) {
+    size_ += text.size();
+  } else {
     CutToSize();
-    lines_[index] = {};
-    return false;
   }
-  lines_[index] = {size_, static_cast<uint32_t>(line.size())};
-  size_ += line.size();
-  return true;
+  return written;
+}
+
+void Manifest::RecordStarted(const BatchItem& item, const std::string& input_hash,
+                             const std::string& output_hash) {
+  const bool written = Append(LineOf(item, "started", input_hash, output_hash), {});
+  const bool in_place = item.input == item.output;
+  if (!written || (in_place && fdatasync(file_.descriptor) != 0)) {
+    throw Failure(kNoOutput, path_ + ": no room for another line");
+  }
 }
 
 void Manifest::RecordDone(size_t index, const BatchItem& item, const std::string& input_hash,
                           const std::string& output_hash) {
-  JsonObject line = Describe(item, recipe_, "done");
-  line.Text("output_sha256", output_hash).Text("input_sha256", input_hash);
-  if (!Append(index, line.Line())) throw Failure(kNoOutput, path_ + ": no room for another line");
+  if (!Append(LineOf(item, "done", input_hash, output_hash), index)) {
+    throw Failure(kNoOutput, path_ + ": no room for another line");
+  }
 }
 
 void Manifest::RecordFailed(size_t index, const BatchItem& item, const std::string& reason) {
-  Append(index, Describe(item, recipe_, "failed").Text("error", reason).Line());
+  Append(Describe(item, recipe_, "failed").Text("error", reason).Line(), index);
 }
 
 void Manifest::Finish() {
+  const std::lock_guard lock(mutex_);
   // Opened for writing it was at the start.
   pictures::AtomicFile file(path_, pictures::Replace::kAny);
   for (const Line& line : lines_) {

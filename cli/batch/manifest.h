@@ -5,7 +5,9 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -14,25 +16,30 @@
 namespace qel::cli {
 
 /// The record of a run: a file with one JSON object per line and item, told by its names, what was
-/// done (the recipe) and the SHA-256 of both files. While the run lasts, lines are added as items
-/// get done, so that a run that was killed can be resumed; at its end they are put in order.
+/// done (the recipe) and the SHA-256 of both files. While the run lasts, lines are added before
+/// outputs get their names ("started") and once they have them ("done"), so that a run that was
+/// killed can be resumed; at its end, one line for every item is left, in order.
 /// Threads: any for everything but `Finish`.
 class Manifest {
  public:
   /// Opens the file for `items` items, for this run alone. Lines of earlier runs are kept to be
-  /// known when `resume`. Throws `Failure(kNoOutput)`.
+  /// known when `resume`; those that are not understood are told on standard error. Throws
+  /// `Failure(kNoOutput)`.
   Manifest(const std::string& path, const std::string& recipe, size_t items, bool resume);
   Manifest(const Manifest&) = delete;
   Manifest& operator=(const Manifest&) = delete;
 
-  /// True when an earlier run made an output of this hash from an input of this hash; the item then
-  /// takes over its line. An empty `input_hash` stands for any.
+  /// True when an earlier run made an output of this hash, which stands there now, from an input of
+  /// this hash; the item then takes over its line. An empty `input_hash` stands for any.
   bool TakeOver(size_t index, const BatchItem& item, const std::string& input_hash,
                 const std::string& output_hash);
 
-  /// Adds the line of an item. It is added before the output is written: a line without its output
-  /// is found out by the hash, an output without its line could be processed again in place. Throws
-  /// `Failure(kNoOutput)`.
+  /// Adds a line for an item whose output is about to get its name: without it, the output of a run
+  /// that is then killed could be processed again in place. So it is on the disk in that case, when
+  /// this returns. Throws `Failure(kNoOutput)`.
+  void RecordStarted(const BatchItem& item, const std::string& input_hash,
+                     const std::string& output_hash);
+  /// Adds the line of an item whose output stands under its name. Throws `Failure(kNoOutput)`.
   void RecordDone(size_t index, const BatchItem& item, const std::string& input_hash,
                   const std::string& output_hash);
   /// Replaces the line of an item. A line that finds no room is missing: `Finish` has none either.
@@ -54,16 +61,19 @@ class Manifest {
     }
   };
   void ReadEarlierLines();
+  std::string LineOf(const BatchItem& item, std::string_view status, const std::string& input_hash,
+                     const std::string& output_hash) const;
   /// Takes away what a write that failed, or a run that was killed, left of a line.
   void CutToSize();
-  bool Append(size_t index, const std::string& line);
+  /// Adds a line, and makes it that of an item. False when it found no room: the item has none.
+  bool Append(const std::string& text, std::optional<size_t> index);
   std::string Read(const Line& line) const;
 
   const std::string path_;
   const std::string recipe_;
   File file_;
   uint64_t size_ = 0;
-  /// Lines of earlier runs by the hash of all but the hash of the input.
+  /// Lines of earlier runs by the hash of all that they say but for status and input.
   std::unordered_map<std::string, Line> earlier_;
   std::mutex mutex_;
   std::vector<Line> lines_;  ///< by item

@@ -14,7 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The module of this program: beside it in a build tree, in the library folder when installed.
+}  // namespace
+
 std::string OwnModulePath() {
   const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path().parent_path();
   for (const char* const place : {"_binLIN64", QEL_MODULE_FOLDER}) {
@@ -26,6 +27,8 @@ std::string OwnModulePath() {
                                   (folder / QEL_MODULE_FOLDER).string() +
                                   "; name it with --module PATH");
 }
+
+namespace {
 
 host::ModuleLibrary LoadModule(const std::string& path) {
   try {

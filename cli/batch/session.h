@@ -10,6 +10,10 @@
 
 namespace qel::cli {
 
+/// Where the module of this program is: beside it in a build tree, in the library folder when
+/// installed. Throws `Failure(kModuleFault)` when there is none.
+std::string OwnModulePath();
+
 /// The module, loaded and initialised as any host does it, with its components.
 /// Threads: any for `Run`, on pictures of their own.
 class Session {

@@ -24,6 +24,15 @@ std::vector<std::string> ListInputs(const RunOptions& options) {
   return inputs;
 }
 
+/// What the run reads besides pictures.
+std::vector<std::string> OtherFiles(const RunOptions& options) {
+  std::vector<std::string> files;
+  if (options.manifest.empty()) return files;
+  files.push_back(options.module.empty() ? OwnModulePath() : options.module);
+  if (!options.list.empty() && options.list != "-") files.push_back(options.list);
+  return files;
+}
+
 /// The recipe with what the second pictures hold now.
 std::string FullRecipe(const RunOptions& options, const std::vector<std::string>& pictures) {
   std::string recipe = options.recipe;
@@ -46,6 +55,7 @@ int RunCommand(const Words& words) {
                                                   .shard = options.shard,
                                                   .make_folders = options.make_folders,
                                                   .manifest = options.manifest,
+                                                  .other_files = OtherFiles(options),
                                                   .second_pictures = second_paths});
   if (options.dry_run) return DryRun(items, steps, options.reading, options.replace, options.jobs);
 

@@ -6,12 +6,15 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <stdexcept>
 
 #include "cli/batch/session.h"
 #include "cli/batch/sha256.h"
 #include "cli/batch/shard.h"
 #include "cli/drawing/demo_scene.h"
 #include "cli/operation_table.h"
+#include "cli/terminal/json.h"
+#include "cli/terminal/json_reader.h"
 #include "operations/errors.h"
 #include "tests/support/temporary_folder.h"
 
@@ -154,6 +157,23 @@ TEST_F(Bulk, ResumesWhereBothFilesAndStepsAreAsTheyWere) {
   EXPECT_EQ(skipped(Run(words + "--resume")), 8u);
   EXPECT_EQ(ReadFile(folder_ / "m.json"), manifest);
 
+  // Written by hand, and by a run that was killed before it could say that it was done.
+  std::string edited = manifest;
+  edited.insert(edited.find(": "), "  ");
+  edited.replace(edited.find("done"), 4, "started");
+  const std::string strange[] = {"{\"input\": \"in/1000.pgm\"", "{\"status\": \"done\"} {}",
+                                 "text"};
+  for (const std::string& line : strange) edited += line + "\n";
+  WriteFile(folder_ / "m.json", edited + "{\"inp");
+  const Outcome again = Run(words + "--resume");
+  EXPECT_EQ(skipped(again), 8u);
+  EXPECT_EQ(ReadFile(folder_ / "m.json"), manifest);
+  for (const std::string line : {"9 is not understood: there is no }, after 23 bytes\n",
+                                 "10 is not understood: there is more than one object",
+                                 "11 is not understood: there is no {", "12 is not understood"}) {
+    EXPECT_EQ(Count(again.errors, "qel: m.json: line " + line), 1u) << again.errors;
+  }
+
   // An output that is gone, one that is damaged, another input, a line that was cut off.
   fs::remove(folder_ / "out/1000.pgm");
   WriteFile(folder_ / "out/1001.pgm", "damaged");
@@ -169,6 +189,24 @@ TEST_F(Bulk, ResumesWhereBothFilesAndStepsAreAsTheyWere) {
   // Other steps are other work.
   EXPECT_EQ(skipped(Run(words + "'light brightness=1' --resume")), 0u);
   EXPECT_EQ(skipped(Run(words + "--quality 50 --resume")), 0u);
+}
+
+TEST(Json, TextsComeBackAsTheyWere) {
+  for (int first = 0; first < 256; ++first) {
+    for (const std::string rest : {"", "\"", "\xA4", "\x90\x80\x80", "\xFF"}) {
+      const std::string text = static_cast<char>(first) + rest;
+      EXPECT_EQ(ReadJsonTexts(JsonObject().Number("n", -3).Text("t", text).Line()).at("t"), text);
+    }
+  }
+  const auto texts = ReadJsonTexts(
+      " { \"a\" : \"\\u00e4\\ud83d\\ude00\\/\\t\" , \"b\":[1e3,{\"a\":[]},null],\"\":true} ");
+  EXPECT_EQ(texts, (std::map<std::string, std::string>{{"a", "\xC3\xA4\xF0\x9F\x98\x80/\t"}}));
+  for (const std::string wrong :
+       {"", "[]", "{", "{\"a\"}", "{\"a\":}", "{\"a\":1,}", "{\"a\":nan}", "{\"a\":\"\\x\"}",
+        "{\"a\":\"\\", "{\"a\":\"\\ud800\"}", "{\"a\":\"\\u12g4\"}", "{} x", "{\"a\":[1 2]}"}) {
+    EXPECT_THROW(ReadJsonTexts(wrong), std::invalid_argument) << wrong;
+  }
+  EXPECT_THROW(ReadJsonTexts("{\"a\":" + std::string(100000, '[')), std::invalid_argument);
 }
 
 TEST_F(Bulk, ResumesInPlaceWithoutDoingAnythingTwice) {
@@ -282,6 +320,7 @@ TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
   WriteFile(folder_ / "in/x-1000.pgm", Grey(6));
   WriteFile(folder_ / "empty", "\n\n");
   fs::create_symlink("in/1000.pgm", folder_.path() / "link.pgm");
+  fs::create_hard_link(folder_ / Name(0), folder_ / "hard.pgm");
   const auto before = Files(".");
   const struct {
     std::string words;
@@ -302,6 +341,13 @@ TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
       {"in/1000.pgm -o out.pgm negative --json out.pgm", kUsage, "--json out.pgm is one of"},
       {"in/1000.pgm -o out.pgm negative --json in/../in/1000.pgm", kUsage, "is one of"},
       {"in/1000.pgm -o out.pgm negative --json out", kNoOutput, "not a regular file"},
+      {"in/1000.pgm -o out.pgm negative --json hard.pgm", kUsage, "same file as in/1000.pgm"},
+      {"in/1000.pgm -o out.pgm add with=in/1001.pgm --json in/1001.pgm", kUsage, "is one of"},
+      {"--files-from empty in/1000.pgm -o out.pgm negative --json empty", kUsage, "as empty,"},
+      {"in/1000.pgm -o hard.pgm negative --json in/1000.pgm", kUsage, "is one of"},
+      {"in/1001.pgm -o hard.pgm negative --json in/1000.pgm", kUsage, "same file as hard.pgm"},
+      {"in/1000.pgm -o out.pgm negative --module " QEL_TOOL " --json " QEL_TOOL, kUsage,
+       "as " QEL_TOOL},
       {"in/1000.pgm -o '{folder}.pgm' negative", kUsage, "there is no {folder}"},
       {"in/1000.pgm -o '{stem.pgm' negative", kUsage, "not closed"},
       {"in/1000.pgm -o '{stem}' negative", kUsage, "names no picture format"},

@@ -82,14 +82,18 @@ class Faults : public testing::Test {
 };
 
 /// With and without files that have no names while they are written.
-class CallFaults : public Faults, public testing::WithParamInterface<bool> {};
+class CallFaults : public Faults, public testing::WithParamInterface<bool> {
+ protected:
+  static std::string Preload() {
+    return "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0 LD_PRELOAD=" QEL_FAULTY_IO
+           " QEL_NAMELESS=" +
+           std::string(GetParam() ? "yes " : "no ");
+  }
+};
 INSTANTIATE_TEST_SUITE_P(NamelessOrNot, CallFaults, testing::Bool());
 
 TEST_P(CallFaults, EveryCallThatMakesFilesMayFailOrBeTheLast) {
-  const std::string preload =
-      "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0 LD_PRELOAD=" QEL_FAULTY_IO
-      " QEL_NAMELESS=" +
-      std::string(GetParam() ? "yes " : "no ");
+  const std::string preload = Preload();
   ASSERT_EQ(Run(preload + "QEL_CALLS=calls").exit_code, kDone);
   const std::string calls = ReadFile(folder_ / "calls");
   // Rights are set, the file synced, named (closed), renamed where one is replaced, and its folder
@@ -122,6 +126,22 @@ TEST_P(CallFaults, EveryCallThatMakesFilesMayFailOrBeTheLast) {
     }
   }
   EXPECT_GT(failed, 8) << "faults are met";
+}
+
+TEST_P(CallFaults, KilledInPlaceNothingIsDoneTwice) {
+  const std::string words = " " QEL_TOOL " run in/1.pgm --in-place negative --json m.json --resume";
+  RunShell(Preload() + "QEL_CALLS=calls" + words, folder_);
+  const size_t calls = ReadFile(folder_ / "calls").size();
+  EXPECT_GT(calls, 10u);
+  for (size_t k = 0; k < calls; ++k) {
+    SCOPED_TRACE("killed at call " + std::to_string(k));
+    SetUp();
+    RunShell(Preload() + "QEL_FAULT=kill QEL_FAULT_AT=" + std::to_string(k) + words, folder_);
+    const bool done = ReadFile(folder_ / "m.json").find("\"done\"") != std::string::npos;
+    EXPECT_TRUE(!done || ReadFile(folder_ / "in/1.pgm") == Grey(254)) << "done means done";
+    EXPECT_EQ(RunShell(words, folder_).exit_code, kDone);
+    EXPECT_EQ(ReadFile(folder_ / "in/1.pgm"), Grey(254));
+  }
 }
 
 TEST_F(Faults, ThreadsThatCannotBeStartedAreDoneWithout) {

@@ -1,10 +1,15 @@
-// The step grammar: the input is a command line, a word per line.
+// The step grammar: the input is a command line, a word per line. The same input as a line of a
+// manifest, and as a text in one, which must come back.
 
+#include <cstdlib>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "cli/steps.h"
+#include "cli/terminal/json.h"
+#include "cli/terminal/json_reader.h"
 #include "operations/errors.h"
 #include "tests/fuzz/fuzz.h"
 
@@ -17,5 +22,12 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } catch (const qel::cli::Failure&) {
     // What a wrong command line is answered with.
   }
+  const std::string text(data, data + size);
+  try {
+    qel::cli::ReadJsonTexts(text);
+  } catch (const std::invalid_argument&) {
+  }
+  const std::string line = qel::cli::JsonObject().Text("text", text).Line();
+  if (qel::cli::ReadJsonTexts(line).at("text") != text) std::abort();
   return 0;
 }
