@@ -2,11 +2,39 @@
 # in the namespace that QEL_LEVEL names and publishes one table of functions. The object libraries are
 # called <target>_<level>; qel_kernel_objects(<variable> <target>...) lists them for linking.
 
-set(QEL_LEVELS sse2 avx2 avx512 avx512vbmi)
+# What the levels need of the compiler. Other processors than x86-64 have the lowest level alone,
+# without vectors of their own.
 set(QEL_LEVEL_FLAGS_sse2)
 set(QEL_LEVEL_FLAGS_avx2 -mavx2)
 set(QEL_LEVEL_FLAGS_avx512 -mavx2 -mavx512f -mavx512bw -mavx512vl -mavx512dq)
 set(QEL_LEVEL_FLAGS_avx512vbmi ${QEL_LEVEL_FLAGS_avx512} -mavx512vbmi -mavx512vnni)
+set(known_levels sse2 avx2 avx512 avx512vbmi)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
+  set(default_levels ${known_levels})
+else()
+  set(default_levels sse2)
+endif()
+set(QEL_LEVELS "${default_levels}" CACHE STRING "Processor levels that are built, lowest first")
+mark_as_advanced(QEL_LEVELS)
+list(LENGTH QEL_LEVELS level_count)
+list(SUBLIST known_levels 0 ${level_count} first_levels)
+if(NOT "${QEL_LEVELS}" STREQUAL "${first_levels}" OR level_count EQUAL 0)
+  message(FATAL_ERROR
+    "QEL_LEVELS is \"${QEL_LEVELS}\", but must be the first ones of \"${known_levels}\"")
+endif()
+if(NOT "${QEL_LEVELS}" STREQUAL "${default_levels}")
+  target_compile_definitions(qel_flags INTERFACE QEL_LEVEL_COUNT=${level_count})
+endif()
+
+# The AVX-512 levels for processors with AVX2 and FMA only, to test them there: the headers of that
+# folder, put before the compiler's own, take the wide instructions apart.
+option(QEL_EMULATE_AVX512 "Build the AVX-512 levels through SIMDe" OFF)
+if(QEL_EMULATE_AVX512)
+  foreach(level IN ITEMS avx512 avx512vbmi)
+    set(QEL_LEVEL_FLAGS_${level} -mavx2 -mfma -Wno-psabi
+      -isystem "${PROJECT_SOURCE_DIR}/tests/emulated")
+  endforeach()
+endif()
 
 # Kernels are built for speed in every configuration, since plain loops count on the vectoriser; only
 # under sanitizers, which look at every access anyway, for a short build.

@@ -24,7 +24,7 @@ class CQELColorTransform final : public Component<CQELColorTransform, IQELColorT
   result_t SetImageTransparentPixel(IQEL* image, uint32_t key) override;
   result_t Threshold(IQEL* image, int level) override;
 };
-static_assert(sizeof(CQELColorTransform) == 32, "part of the object layout");
+static_assert(sizeof(CQELColorTransform) == 4 * sizeof(void*), "part of the object layout");
 
 }  // namespace qel
 

@@ -43,24 +43,7 @@ struct PixelKernels {
   void (*tint4)(uint8_t* row, size_t pixels, const Tint& tint);
 };
 
-namespace sse2 {
-extern const PixelKernels kPixelKernels;
-}
-namespace avx2 {
-extern const PixelKernels kPixelKernels;
-}
-namespace avx512 {
-extern const PixelKernels kPixelKernels;
-}
-namespace avx512vbmi {
-extern const PixelKernels kPixelKernels;
-}
-
-inline const PixelKernels& PixelKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kPixelKernels, avx2::kPixelKernels, avx512::kPixelKernels,
-                       avx512vbmi::kPixelKernels);
-}
-inline const PixelKernels& ActivePixelKernels() { return PixelKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(PixelKernels)
 
 }  // namespace qel
 

@@ -30,24 +30,7 @@ struct ToneKernels {
 /// Period of the patterns of `shift_bytes`: a whole number of pixels and of vectors of any level.
 inline constexpr size_t kShiftPeriod = 192;
 
-namespace sse2 {
-extern const ToneKernels kToneKernels;
-}
-namespace avx2 {
-extern const ToneKernels kToneKernels;
-}
-namespace avx512 {
-extern const ToneKernels kToneKernels;
-}
-namespace avx512vbmi {
-extern const ToneKernels kToneKernels;
-}
-
-inline const ToneKernels& ToneKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kToneKernels, avx2::kToneKernels, avx512::kToneKernels,
-                       avx512vbmi::kToneKernels);
-}
-inline const ToneKernels& ActiveToneKernels() { return ToneKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(ToneKernels)
 
 }  // namespace qel
 

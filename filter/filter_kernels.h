@@ -46,24 +46,7 @@ struct FilterKernels {
   void (*contour)(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes);
 };
 
-namespace sse2 {
-extern const FilterKernels kFilterKernels;
-}
-namespace avx2 {
-extern const FilterKernels kFilterKernels;
-}
-namespace avx512 {
-extern const FilterKernels kFilterKernels;
-}
-namespace avx512vbmi {
-extern const FilterKernels kFilterKernels;
-}
-
-inline const FilterKernels& FilterKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kFilterKernels, avx2::kFilterKernels, avx512::kFilterKernels,
-                       avx512vbmi::kFilterKernels);
-}
-inline const FilterKernels& ActiveFilterKernels() { return FilterKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(FilterKernels)
 
 }  // namespace qel
 

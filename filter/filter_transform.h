@@ -41,7 +41,7 @@ class CQELFilterTransform : public Component<CQELFilterTransform, IQELFilterTran
 
 #pragma GCC diagnostic pop
 
-static_assert(sizeof(CQELFilterTransform) == 32, "part of the object layout");
+static_assert(sizeof(CQELFilterTransform) == 4 * sizeof(void*), "part of the object layout");
 
 }  // namespace qel
 

@@ -13,7 +13,9 @@ namespace {
 
 /// Keeps `v` in a register: the compiler would rather load it once for each use.
 inline Vector Once(Vector v) {
+#ifndef QEL_EMULATED_AVX512
   asm("" : "+v"(v));
+#endif
   return v;
 }
 

@@ -99,23 +99,7 @@ struct ArithmeticKernels {
   void (*scale8)(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset);
 };
 
-namespace sse2 {
-extern const ArithmeticKernels kArithmeticKernels;
-}
-namespace avx2 {
-extern const ArithmeticKernels kArithmeticKernels;
-}
-namespace avx512 {
-extern const ArithmeticKernels kArithmeticKernels;
-}
-namespace avx512vbmi {
-extern const ArithmeticKernels kArithmeticKernels;
-}
-
-inline const ArithmeticKernels& ArithmeticKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kArithmeticKernels, avx2::kArithmeticKernels,
-                       avx512::kArithmeticKernels, avx512vbmi::kArithmeticKernels);
-}
+QEL_TABLES_PER_LEVEL(ArithmeticKernels)
 
 }  // namespace qel
 

@@ -32,23 +32,7 @@ struct ConversionKernels {
 /// Period of the patterns of `fill`: a whole number of pixels of any size.
 inline constexpr size_t kFillPeriod = 192;
 
-namespace sse2 {
-extern const ConversionKernels kConversionKernels;
-}
-namespace avx2 {
-extern const ConversionKernels kConversionKernels;
-}
-namespace avx512 {
-extern const ConversionKernels kConversionKernels;
-}
-namespace avx512vbmi {
-extern const ConversionKernels kConversionKernels;
-}
-
-inline const ConversionKernels& ConversionKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kConversionKernels, avx2::kConversionKernels,
-                       avx512::kConversionKernels, avx512vbmi::kConversionKernels);
-}
+QEL_TABLES_PER_LEVEL(ConversionKernels)
 
 }  // namespace qel
 

@@ -22,7 +22,7 @@ class CQELMaths final : public Component<CQELMaths, IQELMaths> {
   result_t Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) override;
   result_t Scale8(IQELImage* dest, IQEL* source, int offset, double factor) override;
 };
-static_assert(sizeof(CQELMaths) == 32, "part of the object layout");
+static_assert(sizeof(CQELMaths) == 4 * sizeof(void*), "part of the object layout");
 
 }  // namespace qel
 

@@ -5,6 +5,8 @@
 QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev nettle-dev libfontconfig-dev libfreetype-dev"
 QEL_TEST_PACKAGES="libgtest-dev fonts-dejavu-core"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
+QEL_EMULATION_PACKAGES="libsimde-dev"
+QEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user googletest"
 QEL_BENCH_PACKAGES="libbenchmark-dev"
 QEL_BENCH_PEER_PACKAGES="libopencv-dev"
 

@@ -1,10 +1,16 @@
 #include "simd/cpu_level.h"
 
 namespace qel {
+namespace {
 
-CpuLevel DetectCpuLevel() {
+#ifdef __x86_64__
+
+CpuLevel LevelOfProcessor() {
   __builtin_cpu_init();
   if (!__builtin_cpu_supports("avx2")) return CpuLevel::kSse2;
+#ifdef QEL_EMULATED_AVX512
+  return __builtin_cpu_supports("fma") ? CpuLevel::kAvx512Vbmi : CpuLevel::kAvx2;
+#endif
   if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
       !__builtin_cpu_supports("avx512vl") || !__builtin_cpu_supports("avx512dq")) {
     return CpuLevel::kAvx2;
@@ -13,6 +19,20 @@ CpuLevel DetectCpuLevel() {
     return CpuLevel::kAvx512;
   }
   return CpuLevel::kAvx512Vbmi;
+}
+
+#else
+
+CpuLevel LevelOfProcessor() { return CpuLevel::kSse2; }
+
+#endif
+
+}  // namespace
+
+CpuLevel DetectCpuLevel() {
+  constexpr auto kHighest = static_cast<CpuLevel>(kCpuLevelCount - 1);
+  const CpuLevel level = LevelOfProcessor();
+  return HasLevel(level) ? level : kHighest;
 }
 
 }  // namespace qel

@@ -14,7 +14,7 @@ class CQELImageDeform final : public Component<CQELImageDeform, IQELDeform> {
   // The order of these functions is the binary interface: slots 7 and up of the primary table.
   result_t CircleTransform(IQEL* image, int mode, int with_alpha, float factor) override;
 };
-static_assert(sizeof(CQELImageDeform) == 32, "part of the object layout");
+static_assert(sizeof(CQELImageDeform) == 4 * sizeof(void*), "part of the object layout");
 
 }  // namespace qel
 

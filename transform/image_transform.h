@@ -41,7 +41,7 @@ class CQELImageTransform final : public Component<CQELImageTransform, IQELTransf
   /// Result: kOk; kFail at other depths than 8, 24 and 32 bits.
   virtual result_t FillVoids(IQEL* image);
 };
-static_assert(sizeof(CQELImageTransform) == 32, "part of the object layout");
+static_assert(sizeof(CQELImageTransform) == 4 * sizeof(void*), "part of the object layout");
 
 }  // namespace qel
 

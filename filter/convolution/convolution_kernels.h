@@ -151,26 +151,7 @@ inline constexpr size_t kMostPairs = 16;
 /// Most rows and columns of the direct and split functions.
 inline constexpr size_t kMostTaps = 63;
 
-namespace sse2 {
-extern const ConvolutionKernels kConvolutionKernels;
-}
-namespace avx2 {
-extern const ConvolutionKernels kConvolutionKernels;
-}
-namespace avx512 {
-extern const ConvolutionKernels kConvolutionKernels;
-}
-namespace avx512vbmi {
-extern const ConvolutionKernels kConvolutionKernels;
-}
-
-inline const ConvolutionKernels& ConvolutionKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kConvolutionKernels, avx2::kConvolutionKernels,
-                       avx512::kConvolutionKernels, avx512vbmi::kConvolutionKernels);
-}
-inline const ConvolutionKernels& ActiveConvolutionKernels() {
-  return ConvolutionKernelsFor(kActiveCpuLevel);
-}
+QEL_TABLES_PER_LEVEL(ConvolutionKernels)
 
 }  // namespace qel
 

@@ -42,23 +42,7 @@ struct KeyCountKernels {
   size_t (*find_equal)(const uint8_t* keys, size_t length, uint8_t key, int64_t number);
 };
 
-namespace sse2 {
-extern const KeyCountKernels kKeyCountKernels;
-}
-namespace avx2 {
-extern const KeyCountKernels kKeyCountKernels;
-}
-namespace avx512 {
-extern const KeyCountKernels kKeyCountKernels;
-}
-namespace avx512vbmi {
-extern const KeyCountKernels kKeyCountKernels;
-}
-
-inline const KeyCountKernels& ActiveKeyCountKernels() {
-  return TableForLevel(kActiveCpuLevel, sse2::kKeyCountKernels, avx2::kKeyCountKernels,
-                       avx512::kKeyCountKernels, avx512vbmi::kKeyCountKernels);
-}
+QEL_TABLES_PER_LEVEL(KeyCountKernels)
 
 }  // namespace qel
 

@@ -51,24 +51,7 @@ inline constexpr size_t kMostSelected = 15;
 /// True for sizes whose windows go through sorting networks.
 constexpr bool IsSorted(size_t size) { return size == 3 || size == 5 || size == 7; }
 
-namespace sse2 {
-extern const MedianKernels kMedianKernels;
-}
-namespace avx2 {
-extern const MedianKernels kMedianKernels;
-}
-namespace avx512 {
-extern const MedianKernels kMedianKernels;
-}
-namespace avx512vbmi {
-extern const MedianKernels kMedianKernels;
-}
-
-inline const MedianKernels& MedianKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kMedianKernels, avx2::kMedianKernels, avx512::kMedianKernels,
-                       avx512vbmi::kMedianKernels);
-}
-inline const MedianKernels& ActiveMedianKernels() { return MedianKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(MedianKernels)
 
 }  // namespace qel
 

@@ -1,6 +1,8 @@
 // Runs every operation on builds of the module and compares what they leave behind: result codes
 // and every byte of every image. Usage: same_bytes [--step N] FOLDER... Each folder holds one build
-// for each processor level; all of them must agree with the first.
+// for each processor level; all of them must agree with the first. With
+// --reference, drawn calls on each build are compared with the plain readings instead. `same_bytes
+// --levels` tells which levels this build runs on this processor.
 
 #include <cstdio>
 #include <cstdlib>
@@ -107,16 +109,56 @@ std::vector<Case> Cases(int step) {
   return cases;
 }
 
+/// Drawn calls on every build in `folder` beside the plain readings of the operations.
+int CompareWithReference(const std::string& folder, int step) {
+  size_t calls = 0;
+  size_t differences = 0;
+  for (int level = 0; level <= static_cast<int>(DetectCpuLevel()); ++level) {
+    const auto module = ModuleUnderTest::Load(folder, static_cast<CpuLevel>(level));
+    for (const PairedOperation& operation : PairedOperations()) {
+      for (int i = 0; i < kDrawsOfArguments; i += step, ++calls) {
+        Rng rng(static_cast<uint64_t>(i));
+        const std::string difference = CompareCase(operation.draw(rng), *module);
+        if (difference.empty()) continue;
+        ++differences;
+        std::printf("%s, draw %d: %s\n", operation.name.c_str(), i, difference.c_str());
+      }
+    }
+  }
+  std::printf("%zu calls, %zu differences from the plain readings\n", calls, differences);
+  return differences == 0 && calls > 0 ? 0 : 1;
+}
+
+void PrintLevels() {
+  for (int level = 0; level < kCpuLevelCount; ++level) {
+#ifdef QEL_EMULATED_AVX512
+    const bool native = level < static_cast<int>(CpuLevel::kAvx512);
+#else
+    const bool native = true;
+#endif
+    const bool runs = level <= static_cast<int>(DetectCpuLevel());
+    std::printf("%s %s\n", LevelName(static_cast<CpuLevel>(level)).c_str(),
+                !runs    ? "does not run"
+                : native ? "runs"
+                         : "runs emulated");
+  }
+}
+
 int Main(std::vector<std::string> words) {
+  if (words == std::vector<std::string>{"--levels"}) {
+    PrintLevels();
+    return 0;
+  }
   int step = 1;
   if (words.size() > 2 && words[0] == "--step") {
     step = std::atoi(words[1].c_str());
     words.erase(words.begin(), words.begin() + 2);
   }
   if (words.empty() || step < 1) {
-    std::fprintf(stderr, "usage: same_bytes [--step N] FOLDER...\n");
+    std::fprintf(stderr, "usage: same_bytes [--step N] [--reference] FOLDER... | --levels\n");
     return 2;
   }
+  if (words.size() == 2 && words[0] == "--reference") return CompareWithReference(words[1], step);
   const std::vector<Case> cases = Cases(step);
   std::vector<uint64_t> expected;
   size_t differences = 0;

@@ -25,24 +25,7 @@ struct DepthKernels {
                         const PaletteTables& palette);
 };
 
-namespace sse2 {
-extern const DepthKernels kDepthKernels;
-}
-namespace avx2 {
-extern const DepthKernels kDepthKernels;
-}
-namespace avx512 {
-extern const DepthKernels kDepthKernels;
-}
-namespace avx512vbmi {
-extern const DepthKernels kDepthKernels;
-}
-
-inline const DepthKernels& DepthKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kDepthKernels, avx2::kDepthKernels, avx512::kDepthKernels,
-                       avx512vbmi::kDepthKernels);
-}
-inline const DepthKernels& ActiveDepthKernels() { return DepthKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(DepthKernels)
 
 }  // namespace qel
 

@@ -31,26 +31,7 @@ struct OrientationKernels {
                      int64_t source_stride, int64_t columns, int64_t rows);
 };
 
-namespace sse2 {
-extern const OrientationKernels kOrientationKernels;
-}
-namespace avx2 {
-extern const OrientationKernels kOrientationKernels;
-}
-namespace avx512 {
-extern const OrientationKernels kOrientationKernels;
-}
-namespace avx512vbmi {
-extern const OrientationKernels kOrientationKernels;
-}
-
-inline const OrientationKernels& OrientationKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kOrientationKernels, avx2::kOrientationKernels,
-                       avx512::kOrientationKernels, avx512vbmi::kOrientationKernels);
-}
-inline const OrientationKernels& ActiveOrientationKernels() {
-  return OrientationKernelsFor(kActiveCpuLevel);
-}
+QEL_TABLES_PER_LEVEL(OrientationKernels)
 
 }  // namespace qel
 

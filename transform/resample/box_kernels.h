@@ -31,23 +31,7 @@ struct BoxMeanKernels {
                    size_t rows);
 };
 
-namespace sse2 {
-extern const BoxMeanKernels kBoxMeanKernels;
-}
-namespace avx2 {
-extern const BoxMeanKernels kBoxMeanKernels;
-}
-namespace avx512 {
-extern const BoxMeanKernels kBoxMeanKernels;
-}
-namespace avx512vbmi {
-extern const BoxMeanKernels kBoxMeanKernels;
-}
-
-inline const BoxMeanKernels& ActiveBoxMeanKernels() {
-  return TableForLevel(kActiveCpuLevel, sse2::kBoxMeanKernels, avx2::kBoxMeanKernels,
-                       avx512::kBoxMeanKernels, avx512vbmi::kBoxMeanKernels);
-}
+QEL_TABLES_PER_LEVEL(BoxMeanKernels)
 
 }  // namespace qel
 

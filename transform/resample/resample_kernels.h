@@ -87,26 +87,7 @@ struct ResampleKernels {
   BlendBlock (*blend_block)(size_t taps, size_t channels);
 };
 
-namespace sse2 {
-extern const ResampleKernels kResampleKernels;
-}
-namespace avx2 {
-extern const ResampleKernels kResampleKernels;
-}
-namespace avx512 {
-extern const ResampleKernels kResampleKernels;
-}
-namespace avx512vbmi {
-extern const ResampleKernels kResampleKernels;
-}
-
-inline const ResampleKernels& ResampleKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kResampleKernels, avx2::kResampleKernels,
-                       avx512::kResampleKernels, avx512vbmi::kResampleKernels);
-}
-inline const ResampleKernels& ActiveResampleKernels() {
-  return ResampleKernelsFor(kActiveCpuLevel);
-}
+QEL_TABLES_PER_LEVEL(ResampleKernels)
 
 }  // namespace qel
 

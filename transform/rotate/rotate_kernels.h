@@ -90,24 +90,7 @@ struct RotateKernels {
   void (*store4)(uint8_t* dest, const uint32_t* colours, size_t count);
 };
 
-namespace sse2 {
-extern const RotateKernels kRotateKernels;
-}
-namespace avx2 {
-extern const RotateKernels kRotateKernels;
-}
-namespace avx512 {
-extern const RotateKernels kRotateKernels;
-}
-namespace avx512vbmi {
-extern const RotateKernels kRotateKernels;
-}
-
-inline const RotateKernels& RotateKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kRotateKernels, avx2::kRotateKernels, avx512::kRotateKernels,
-                       avx512vbmi::kRotateKernels);
-}
-inline const RotateKernels& ActiveRotateKernels() { return RotateKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(RotateKernels)
 
 }  // namespace qel
 

@@ -50,24 +50,7 @@ struct CircleKernels {
                          int32_t sign);
 };
 
-namespace sse2 {
-extern const CircleKernels kCircleKernels;
-}
-namespace avx2 {
-extern const CircleKernels kCircleKernels;
-}
-namespace avx512 {
-extern const CircleKernels kCircleKernels;
-}
-namespace avx512vbmi {
-extern const CircleKernels kCircleKernels;
-}
-
-inline const CircleKernels& CircleKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kCircleKernels, avx2::kCircleKernels, avx512::kCircleKernels,
-                       avx512vbmi::kCircleKernels);
-}
-inline const CircleKernels& ActiveCircleKernels() { return CircleKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(CircleKernels)
 
 }  // namespace qel
 

@@ -65,24 +65,7 @@ struct WarpKernels {
                  int32_t stride);
 };
 
-namespace sse2 {
-extern const WarpKernels kWarpKernels;
-}
-namespace avx2 {
-extern const WarpKernels kWarpKernels;
-}
-namespace avx512 {
-extern const WarpKernels kWarpKernels;
-}
-namespace avx512vbmi {
-extern const WarpKernels kWarpKernels;
-}
-
-inline const WarpKernels& WarpKernelsFor(CpuLevel level) {
-  return TableForLevel(level, sse2::kWarpKernels, avx2::kWarpKernels, avx512::kWarpKernels,
-                       avx512vbmi::kWarpKernels);
-}
-inline const WarpKernels& ActiveWarpKernels() { return WarpKernelsFor(kActiveCpuLevel); }
+QEL_TABLES_PER_LEVEL(WarpKernels)
 
 }  // namespace qel
 

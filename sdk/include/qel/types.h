@@ -33,7 +33,7 @@ struct tagREFString {
   uint64_t length;
   const wchar_t* text;
 };
-static_assert(sizeof(tagREFString) == 16, "travels in two registers");
+static_assert(sizeof(void*) < 8 || sizeof(tagREFString) == 16, "travels in two registers");
 static_assert(sizeof(wchar_t) == 4, "characters are 32-bit code units");
 
 /// One colour in memory order. `reserved` is the alpha of 32-bit images.

@@ -1,0 +1,210 @@
+#ifndef QEL_TESTS_EMULATED_IMMINTRIN_H_
+#define QEL_TESTS_EMULATED_IMMINTRIN_H_
+
+// Stands in for the compiler's header where the AVX-512 levels are built for processors that have
+// AVX2 and FMA only: SIMDe takes the wide instructions apart, and what its version 0.7.4 lacks or
+// gets wrong stands here. Proves the logic of the kernels and the memory they reach, not what the
+// compiler makes of them for AVX-512.
+
+#pragma GCC system_header
+#include_next <immintrin.h>
+#define SIMDE_ENABLE_NATIVE_ALIASES
+#include <simde/x86/avx512.h>
+
+#define QEL_EMULATED_AVX512 1
+
+namespace qel_emulated {
+
+// Everything has internal linkage, as in the compiler's header.
+#define QEL_EMULATE static inline __attribute__((always_inline))
+
+using I512 = simde__m512i;
+using F512 = simde__m512;
+using D512 = simde__m512d;
+
+/// Vectors of 64 bytes, by the type of a lane.
+template <typename Lane>
+struct LanesOf {
+  typedef Lane Type __attribute__((vector_size(64), may_alias));
+};
+template <typename Lane>
+using Lanes = typename LanesOf<Lane>::Type;
+
+/// The same bits as another type.
+template <typename To, typename From>
+QEL_EMULATE To As(From v) {
+  static_assert(sizeof(To) == sizeof(From));
+  To same;
+  __builtin_memcpy(&same, &v, sizeof(same));
+  return same;
+}
+
+/// Joins what `half` makes of the two halves, so that instructions of AVX2 do the rounding.
+template <typename To, typename Part, typename Half, typename... From>
+QEL_EMULATE To ByHalves(Half half, From... v) {
+  struct Halves {
+    Part part[2];
+  };
+  const Halves from[] = {As<Halves>(v)...};
+  const auto join = [&](size_t k) {
+    if constexpr (sizeof...(From) == 3) {
+      return half(from[0].part[k], from[1].part[k], from[2].part[k]);
+    }
+    if constexpr (sizeof...(From) == 1) return half(from[0].part[k]);
+  };
+  const struct { decltype(join(0)) part[2]; } both = {{join(0), join(1)}};
+  return As<To>(both);
+}
+
+/// The bits of the lanes that are all ones.
+template <typename Mask, typename Lane>
+QEL_EMULATE Mask MaskOf(Lanes<Lane> lanes) {
+  uint64_t mask = 0;
+  for (size_t i = 0; i < 64 / sizeof(Lane); ++i) mask |= uint64_t{lanes[i] != 0} << i;
+  return static_cast<Mask>(mask);
+}
+QEL_EMULATE simde__mmask32 CmpGtI16(I512 a, I512 b) {
+  return MaskOf<simde__mmask32, int16_t>(As<Lanes<int16_t>>(a) > As<Lanes<int16_t>>(b));
+}
+QEL_EMULATE simde__mmask16 CmpLtI32(I512 a, I512 b) {
+  return MaskOf<simde__mmask16, int32_t>(As<Lanes<int32_t>>(a) < As<Lanes<int32_t>>(b));
+}
+QEL_EMULATE simde__mmask16 CmpNeI32(I512 a, I512 b) {
+  return MaskOf<simde__mmask16, int32_t>(As<Lanes<int32_t>>(a) != As<Lanes<int32_t>>(b));
+}
+
+/// Lane i of the result is lane i + by of two vectors, block by block of `kBlock` lanes.
+template <typename Lane, size_t kBlock>
+QEL_EMULATE I512 ShiftPair(I512 high, I512 low, size_t by) {
+  const auto h = As<Lanes<Lane>>(high), l = As<Lanes<Lane>>(low);
+  Lanes<Lane> shifted{};
+  for (size_t i = 0; i < 64 / sizeof(Lane); ++i) {
+    const size_t from = i % kBlock + by;
+    const size_t block = i - i % kBlock;
+    if (from < kBlock) {
+      shifted[i] = l[block + from];
+    } else if (from < 2 * kBlock) {
+      shifted[i] = h[block + from - kBlock];
+    }
+  }
+  return As<I512>(shifted);
+}
+/// Parts of 128 bits: two of `a`, then two of `b`.
+QEL_EMULATE I512 ShuffleParts(I512 a, I512 b, unsigned order) {
+  struct Parts {
+    __m128i part[4];
+  };
+  const auto x = As<Parts>(a), y = As<Parts>(b);
+  return As<I512>(Parts{
+      {x.part[order & 3], x.part[order >> 2 & 3], y.part[order >> 4 & 3], y.part[order >> 6 & 3]}});
+}
+
+/// Loads and stores touch the chosen bytes only.
+template <typename V, typename Mask>
+QEL_EMULATE V LoadChosen(V others, Mask mask, const void* from) {
+  unsigned char bytes[sizeof(V)];
+  __builtin_memcpy(bytes, &others, sizeof(V));
+  for (size_t i = 0; i < sizeof(V); ++i) {
+    if ((mask >> i & 1) != 0) bytes[i] = static_cast<const volatile unsigned char*>(from)[i];
+  }
+  __builtin_memcpy(&others, bytes, sizeof(V));
+  return others;
+}
+template <typename V, typename Mask>
+QEL_EMULATE void StoreChosen(void* to, Mask mask, V v) {
+  unsigned char bytes[sizeof(V)];
+  __builtin_memcpy(bytes, &v, sizeof(V));
+  for (size_t i = 0; i < sizeof(V); ++i) {
+    if ((mask >> i & 1) != 0) static_cast<volatile unsigned char*>(to)[i] = bytes[i];
+  }
+}
+QEL_EMULATE simde__mmask64 BytesOfDwords(simde__mmask16 mask) {
+  simde__mmask64 bytes = 0;
+  for (int i = 0; i < 16; ++i) bytes |= simde__mmask64{(mask >> i & 1u) * 0xFu} << (4 * i);
+  return bytes;
+}
+
+QEL_EMULATE __m128i NarrowDwords(I512 v) {
+  typedef int8_t Narrow __attribute__((vector_size(16)));
+  return As<__m128i>(__builtin_convertvector(As<Lanes<int32_t>>(v), Narrow));
+}
+QEL_EMULATE D512 DwordsToDouble(__m256i v) {
+  typedef int32_t Dwords __attribute__((vector_size(32)));
+  return As<D512>(__builtin_convertvector(As<Dwords>(v), Lanes<double>));
+}
+QEL_EMULATE D512 SingleToDouble(__m256 v) {
+  typedef float Singles __attribute__((vector_size(32)));
+  return As<D512>(__builtin_convertvector(As<Singles>(v), Lanes<double>));
+}
+QEL_EMULATE F512 DwordsToSingle(I512 v) {
+  return As<F512>(__builtin_convertvector(As<Lanes<int32_t>>(v), Lanes<float>));
+}
+QEL_EMULATE __m256i DoubleToDwords(D512 v) {
+  return ByHalves<__m256i, __m256d>([](__m256d half) { return _mm256_cvttpd_epi32(half); }, v);
+}
+QEL_EMULATE I512 SingleToDwords(F512 v) {
+  return ByHalves<I512, __m256>([](__m256 half) { return _mm256_cvttps_epi32(half); }, v);
+}
+
+QEL_EMULATE I512 MulHighU16(I512 a, I512 b) {
+  const auto x = As<Lanes<uint16_t>>(a), y = As<Lanes<uint16_t>>(b);
+  Lanes<uint16_t> high;
+  for (size_t i = 0; i < 32; ++i) high[i] = static_cast<uint16_t>(uint32_t{x[i]} * y[i] >> 16);
+  return As<I512>(high);
+}
+QEL_EMULATE long long SumQwords(I512 v) {
+  uint64_t sum = 0;
+  for (size_t i = 0; i < 8; ++i) sum += As<Lanes<uint64_t>>(v)[i];
+  return static_cast<long long>(sum);
+}
+/// Rounded once, where the library rounds the product as well.
+QEL_EMULATE D512 MulAdd(D512 a, D512 b, D512 c) {
+  return ByHalves<D512, __m256d>(
+      [](__m256d x, __m256d y, __m256d z) { return _mm256_fmadd_pd(x, y, z); }, a, b, c);
+}
+QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
+  return ByHalves<F512, __m256>(
+      [](__m256 x, __m256 y, __m256 z) { return _mm256_fmsub_ps(x, y, z); }, a, b, c);
+}
+
+#undef QEL_EMULATE
+
+}  // namespace qel_emulated
+
+// What the library has not.
+#define _mm512_alignr_epi8(a, b, by) qel_emulated::ShiftPair<uint8_t, 16>(a, b, by)
+#define _mm512_alignr_epi32(a, b, by) qel_emulated::ShiftPair<uint32_t, 16>(a, b, by)
+#define _mm512_cmpgt_epi16_mask(a, b) qel_emulated::CmpGtI16(a, b)
+#define _mm512_cmplt_epi32_mask(a, b) qel_emulated::CmpLtI32(a, b)
+#define _mm512_cmpneq_epi32_mask(a, b) qel_emulated::CmpNeI32(a, b)
+#define _mm512_cvtepi32_epi8(v) qel_emulated::NarrowDwords(v)
+#define _mm512_cvtepi32_pd(v) qel_emulated::DwordsToDouble(v)
+#define _mm512_cvtepi32_ps(v) qel_emulated::DwordsToSingle(v)
+#define _mm512_cvtps_pd(v) qel_emulated::SingleToDouble(v)
+#define _mm512_cvttpd_epi32(v) qel_emulated::DoubleToDwords(v)
+#define _mm512_cvttps_epi32(v) qel_emulated::SingleToDwords(v)
+#define _mm512_maskz_cvttps_epi32(mask, v) \
+  simde_mm512_maskz_mov_epi32(mask, qel_emulated::SingleToDwords(v))
+#define _mm512_mask_loadu_epi8(others, mask, from) \
+  qel_emulated::LoadChosen<simde__m512i>(others, mask, from)
+#define _mm512_maskz_loadu_epi8(mask, from) \
+  qel_emulated::LoadChosen(simde_mm512_setzero_si512(), mask, from)
+#define _mm512_maskz_loadu_epi32(mask, from) \
+  qel_emulated::LoadChosen(simde_mm512_setzero_si512(), qel_emulated::BytesOfDwords(mask), from)
+#define _mm512_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen<simde__m512i>(to, mask, v)
+#define _mm512_mulhi_epu16(a, b) qel_emulated::MulHighU16(a, b)
+#define _mm512_reduce_add_epi64(v) qel_emulated::SumQwords(v)
+
+// What it has with the wrong number of arguments, without end, reaching too far, rounded twice.
+#undef _mm512_madd_epi16
+#define _mm512_madd_epi16(a, b) simde_mm512_madd_epi16(a, b)
+#undef _mm512_shuffle_i64x2
+#define _mm512_shuffle_i64x2(a, b, order) qel_emulated::ShuffleParts(a, b, order)
+#undef _mm_mask_storeu_epi8
+#define _mm_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen<__m128i>(to, mask, v)
+#undef _mm512_fmadd_pd
+#define _mm512_fmadd_pd(a, b, c) qel_emulated::MulAdd(a, b, c)
+#undef _mm512_fmsub_ps
+#define _mm512_fmsub_ps(a, b, c) qel_emulated::MulSub(a, b, c)
+
+#endif  // QEL_TESTS_EMULATED_IMMINTRIN_H_
