@@ -10,6 +10,8 @@
 
 namespace qel::cli {
 
+using operations::Components;
+
 /// A call of one operation with ordinary arguments, for checks that run all operations alike.
 struct OperationCall {
   std::string name;

@@ -16,7 +16,7 @@
 #include <memory>
 #include <new>
 
-#include "operations/errors.h"
+#include "check/failure.h"
 #include "operations/nearest_name.h"
 
 namespace qel::cli {
@@ -112,8 +112,8 @@ Rules Select(const Rules& rules, const std::string& filter) {
     names.push_back(rule.suite);
   }
   if (!selected.empty()) return selected;
-  throw Failure(kUsage,
-                "there is no suite " + filter + DidYouMean(filter, names, "; --list shows them"));
+  throw Failure(kUsage, "there is no suite " + filter +
+                            operations::DidYouMean(filter, names, "; --list shows them"));
 }
 
 }  // namespace

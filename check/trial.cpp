@@ -7,11 +7,7 @@ namespace qel::cli {
 Workbench::Workbench(Subject& subject) {
   const host::ModuleLibrary& library = subject.library();
   library.Initialize(host_.collection());
-  components_.color = library.Create<IQELColorTransform>(RefString(kColorTransformName));
-  components_.transform = library.Create<IQELTransform>(RefString(kTransformName));
-  components_.deform = library.Create<IQELDeform>(RefString(kDeformName));
-  components_.filter = library.Create<IQELFilterTransform>(RefString(kFilterTransformName));
-  components_.maths = library.Create<IQELMaths>(RefString(kMathsName));
+  components_ = operations::MakeComponents(library);
 }
 
 Workbench::~Workbench() = default;

@@ -4,11 +4,10 @@
 #include <iostream>
 
 #include "cli/commands/command_table.h"
-#include "cli/operation_table.h"
+#include "cli/operations.h"
 #include "cli/terminal/console.h"
+#include "cli/terminal/errors.h"
 #include "cli/terminal/process.h"
-#include "operations/errors.h"
-#include "operations/nearest_name.h"
 
 namespace qel::cli {
 namespace {

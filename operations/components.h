@@ -3,7 +3,7 @@
 
 #include "qel/qel.h"
 
-namespace qel::cli {
+namespace qel::operations {
 
 /// One object of each component of the module.
 struct Components {
@@ -14,6 +14,17 @@ struct Components {
   SmartPtr<IQELMaths> maths;
 };
 
-}  // namespace qel::cli
+/// One object of each component from a module that creates them as `host::ModuleLibrary` does, and
+/// throws what that throws.
+template <typename Module>
+Components MakeComponents(const Module& module) {
+  return {module.template Create<IQELColorTransform>(RefString(kColorTransformName)),
+          module.template Create<IQELTransform>(RefString(kTransformName)),
+          module.template Create<IQELDeform>(RefString(kDeformName)),
+          module.template Create<IQELFilterTransform>(RefString(kFilterTransformName)),
+          module.template Create<IQELMaths>(RefString(kMathsName))};
+}
+
+}  // namespace qel::operations
 
 #endif  // QEL_OPERATIONS_COMPONENTS_H_

@@ -5,51 +5,42 @@
 #include <string>
 #include <string_view>
 
-namespace qel::cli {
+#include "qel/types.h"
 
-/// Exit codes of the tool.
-enum ExitCode : int {
-  kDone = 0,
-  kSomeFailed = 1,
-  kUsage = 2,
-  kNoInput = 3,
-  kNoOutput = 4,
-  kModuleFault = 5,
-  kInterrupted = 130,
-};
+namespace qel::operations {
 
-/// What an exit code means, for help and the manual.
-struct ExitMeaning {
-  ExitCode code;
-  std::string_view text;
-};
-inline constexpr ExitMeaning kExitMeanings[] = {
-    {kDone, "done; pictures are equal, all rules are kept"},
-    {kSomeFailed, "some files failed, pictures differ, or rules are broken"},
-    {kUsage, "wrong usage, or pictures that cannot be compared"},
-    {kNoInput, "no input can be read"},
-    {kNoOutput, "an output cannot be written"},
-    {kModuleFault, "the module or the host failed, or cannot be loaded"},
-    {kInterrupted, "interrupted"},
-};
-
-/// A failure with the exit code that it ends in. The message says what was wrong, where, and what
-/// would be right.
-class Failure : public std::runtime_error {
+/// A step that cannot be carried out as it was asked for: an unknown operation or argument, a value
+/// that does not fit, pictures that do not go together. Nothing was changed. The message says what
+/// was wrong, where, and what would be right.
+class StepError : public std::runtime_error {
  public:
-  Failure(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
-  ExitCode code() const { return code_; }
+  /// `operation` and `argument` are empty where the error concerns none.
+  StepError(const std::string& message, std::string_view operation = {},
+            std::string_view argument = {})
+      : std::runtime_error(message), operation_(operation), argument_(argument) {}
+
+  const std::string& operation() const { return operation_; }
+  const std::string& argument() const { return argument_; }
 
  private:
-  ExitCode code_;
+  std::string operation_;
+  std::string argument_;
 };
 
-/// The exit code that an exception ends in.
-ExitCode ExitCodeOf(const std::exception& error);
+/// The module answered a call with a failure.
+class CallError : public std::runtime_error {
+ public:
+  CallError(const std::string& message, std::string_view operation, result_t code)
+      : std::runtime_error(message), operation_(operation), code_(code) {}
 
-/// What an exception says, in words.
-std::string MessageOf(const std::exception& error);
+  const std::string& operation() const { return operation_; }
+  result_t code() const { return code_; }
 
-}  // namespace qel::cli
+ private:
+  std::string operation_;
+  result_t code_;
+};
+
+}  // namespace qel::operations
 
 #endif  // QEL_OPERATIONS_ERRORS_H_

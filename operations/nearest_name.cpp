@@ -2,7 +2,7 @@
 
 #include <numeric>
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 /// Number of insertions, deletions, replacements and exchanges of neighbours between two words.
@@ -50,4 +50,4 @@ std::string DidYouMean(std::string_view wrong, const std::vector<std::string_vie
   return nearest.empty() ? otherwise : "; did you mean " + std::string(nearest) + "?";
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace qel::cli {
+namespace qel::operations {
 
 /// What a message about a wrong name ends with: "; did you mean light?" with the nearest of
 /// `names`, or `otherwise` when none is near. A name that only one begins with counts as this one.
@@ -21,6 +21,6 @@ std::vector<std::string_view> NamesOf(const Rows& rows) {
   return names;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations
 
 #endif  // QEL_OPERATIONS_NEAREST_NAME_H_

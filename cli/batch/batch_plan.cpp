@@ -8,7 +8,7 @@
 #include <unordered_map>
 
 #include "cli/batch/picture_io.h"
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 #include "pictures/temporary_name.h"
 
 namespace qel::cli {

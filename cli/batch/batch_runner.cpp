@@ -104,8 +104,10 @@ void Runner::Make(size_t index, ItemResult& result) {
     result.status = ItemResult::Status::kSkipped;
     return;
   }
+  std::vector<std::string> notes;
   picture->image =
-      batch_.session.Run(batch_.steps, std::move(picture->image), batch_.second_pictures);
+      batch_.session.Run(batch_.steps, std::move(picture->image), batch_.second_pictures, notes);
+  PrintNotes(item.input, notes);
   const std::vector<uint8_t> bytes =
       EncodeImage(item.output, *picture->image, picture->metadata, batch_.writing);
   picture.reset();

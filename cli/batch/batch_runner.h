@@ -20,7 +20,7 @@ struct Batch {
   const pictures::WriteOptions& writing;
   pictures::Replace replace;
   const Session& session;
-  PictureSource& second_pictures;
+  PictureFiles& second_pictures;
   Manifest* manifest;  ///< may be null
   bool resume;         ///< leave out items that the manifest knows; it is then not null
   Progress& progress;

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

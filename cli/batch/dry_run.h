@@ -5,7 +5,7 @@
 
 #include "cli/batch/batch_plan.h"
 #include "cli/batch/batch_totals.h"
-#include "cli/steps.h"
+#include "cli/operations.h"
 #include "pictures/atomic_file.h"
 #include "pictures/picture_file.h"
 

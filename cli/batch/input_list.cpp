@@ -8,7 +8,7 @@
 #include <iostream>
 #include <iterator>
 
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 #include "pictures/picture_file.h"
 
 namespace qel::cli {

@@ -13,9 +13,9 @@
 
 #include "cli/batch/sha256.h"
 #include "cli/terminal/console.h"
+#include "cli/terminal/errors.h"
 #include "cli/terminal/json.h"
 #include "cli/terminal/json_reader.h"
-#include "operations/errors.h"
 #include "pictures/atomic_file.h"
 #include "pictures/temporary_name.h"
 

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

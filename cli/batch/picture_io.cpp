@@ -3,15 +3,11 @@
 #include <cstring>
 
 #include "cli/terminal/console.h"
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 #include "pictures/atomic_file.h"
 
 namespace qel::cli {
 namespace {
-
-uint32_t ModelOf(int bit_count) {
-  return bit_count == 32 ? kModelArgb : bit_count == 24 ? kModelBgr : kModelMono;
-}
 
 std::vector<RGBQUAD> ToHostPalette(const std::vector<pictures::PaletteEntry>& entries) {
   std::vector<RGBQUAD> palette;
@@ -29,15 +25,15 @@ std::vector<pictures::PaletteEntry> ToFilePalette(std::span<const RGBQUAD> entri
   return palette;
 }
 
+}  // namespace
+
 void PrintNotes(const std::string& path, const std::vector<std::string>& notes) {
   for (const std::string& note : notes) PrintMessage(path + ": note: " + note);
 }
 
-}  // namespace
-
 SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count) {
   auto image = host::HostImage::Make(kImageOptions);
-  if (image->Create(width, height, 1, bit_count, ModelOf(bit_count)) != kOk) {
+  if (image->Create(width, height, 1, bit_count, operations::ModelOf(bit_count)) != kOk) {
     throw Failure(kModuleFault, "no memory for an image of " + std::to_string(width) + " x " +
                                     std::to_string(height) + " pixels");
   }
@@ -118,14 +114,14 @@ SmartPtr<host::HostImage> AsColour(const host::HostImage& image) {
   return colour;
 }
 
-host::HostImage& PictureSource::Get(const std::string& path) {
+host::HostImage& PictureFiles::Get(const std::string& path) {
   const std::lock_guard lock(mutex_);
   SmartPtr<host::HostImage>& image = images_[path];
   if (!image) image = LoadPicture(path, options_).image;
   return *image;
 }
 
-void PictureSource::Provide(const std::string& name, SmartPtr<host::HostImage> image) {
+void PictureFiles::Provide(const std::string& name, SmartPtr<host::HostImage> image) {
   const std::lock_guard lock(mutex_);
   images_[name] = std::move(image);
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/operations.h"
 #include "host/host_image.h"
 #include "pictures/picture_file.h"
 
@@ -21,6 +22,9 @@ struct Picture {
   SmartPtr<host::HostImage> image;
   pictures::Metadata metadata;
 };
+
+/// Prints what there is to say about a file.
+void PrintNotes(const std::string& path, const std::vector<std::string>& notes);
 
 /// An image of `width` x `height` pixels. Throws `Failure(kModuleFault)` when there is no memory.
 SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count);
@@ -50,14 +54,14 @@ SmartPtr<host::HostImage> CopyOf(host::HostImage& image);
 /// The image as 32 bits, for sheets: greys and colours become opaque.
 SmartPtr<host::HostImage> AsColour(const host::HostImage& image);
 
-/// Second pictures of steps, by the text of their argument. Each is read once; steps only read it.
+/// Second pictures of steps, by their paths. Each file is read once.
 /// Threads: any.
-class PictureSource {
+class PictureFiles final : public operations::PictureSource {
  public:
-  explicit PictureSource(const pictures::ReadOptions& options = {}) : options_(options) {}
+  explicit PictureFiles(const pictures::ReadOptions& options = {}) : options_(options) {}
 
   /// The picture called `path`. Throws `pictures::PictureError`.
-  host::HostImage& Get(const std::string& path);
+  host::HostImage& Get(const std::string& path) override;
   /// Puts a picture under a name, as if it were a file.
   void Provide(const std::string& name, SmartPtr<host::HostImage> image);
 

@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "cli/commands/command_table.h"
+#include "cli/terminal/errors.h"
 #include "cli/terminal/progress.h"
-#include "operations/errors.h"
 
 namespace qel::cli {
 namespace {

@@ -1,10 +1,12 @@
 #ifndef QEL_CLI_BATCH_SESSION_H_
 #define QEL_CLI_BATCH_SESSION_H_
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/batch/picture_io.h"
-#include "cli/steps.h"
+#include "cli/operations.h"
 #include "host/host_collection.h"
 #include "host/module_library.h"
 
@@ -14,6 +16,10 @@ namespace qel::cli {
 /// installed. Throws `Failure(kModuleFault)` when there is none.
 std::string OwnModulePath();
 
+/// Reads steps as `ParseSteps` does; numbers after an @ come from a file. Throws `StepError`, and
+/// `Failure(kNoInput)` for a file that cannot be read.
+std::vector<Step> ReadSteps(const std::vector<std::string>& words);
+
 /// The module, loaded and initialised as any host does it, with its components.
 /// Threads: any for `Run`, on pictures of their own.
 class Session {
@@ -22,19 +28,25 @@ class Session {
   /// Throws `Failure(kModuleFault)`.
   explicit Session(const std::string& path = {});
 
-  /// Runs the steps one after the other on `picture` and returns the final one. Steps that draw
-  /// random numbers get the same ones for every picture, as if it were the only one.
-  /// Throws `Failure(kModuleFault)` that names the step, and what reading second pictures throws.
+  /// Runs the steps one after the other on `picture` and returns the final one; `notes` gets what
+  /// they have to say. Throws as `operations::Engine::Run`.
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
-                                PictureSource& pictures) const;
+                                operations::PictureSource& pictures,
+                                std::vector<std::string>& notes) const;
+  /// The same for callers who do not care for notes.
+  SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
+                                operations::PictureSource& pictures) const {
+    std::vector<std::string> notes;
+    return Run(steps, std::move(picture), pictures, notes);
+  }
 
   /// For calls without steps.
-  const Components& components() const { return components_; }
+  const Components& components() const { return engine_->components(); }
 
  private:
   SmartPtr<host::HostCollection> collection_;
   host::ModuleLibrary library_;
-  Components components_;  // released before the library is closed
+  std::optional<operations::Engine> engine_;  // released before the library is closed
 };
 
 }  // namespace qel::cli

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <optional>
 
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {

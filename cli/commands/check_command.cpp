@@ -3,7 +3,7 @@
 #include "check/runner.h"
 #include "cli/commands/command_table.h"
 #include "cli/terminal/console.h"
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {

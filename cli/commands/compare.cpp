@@ -9,7 +9,7 @@
 namespace qel::cli {
 namespace {
 
-std::string Shape(const host::HostImage& image) {
+std::string ShapeText(const host::HostImage& image) {
   return std::to_string(image.width()) + " x " + std::to_string(image.height()) + " at " +
          std::to_string(image.bit_count()) + " bits";
 }
@@ -20,7 +20,7 @@ std::string WhyNotComparable(const host::HostImage& a, const host::HostImage& b)
   if (a.width() == b.width() && a.height() == b.height() && a.bit_count() == b.bit_count()) {
     return {};
   }
-  return "one is " + Shape(a) + ", the other " + Shape(b);
+  return "one is " + ShapeText(a) + ", the other " + ShapeText(b);
 }
 
 Comparison Compare(const host::HostImage& a, const host::HostImage& b, int limit) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "cli/commands/command_table.h"
-#include "cli/operation_table.h"
-#include "operations/errors.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {

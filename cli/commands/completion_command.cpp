@@ -2,7 +2,7 @@
 
 #include "cli/commands/command_table.h"
 #include "cli/commands/completion.h"
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

@@ -6,8 +6,8 @@
 #include "cli/commands/command_table.h"
 #include "cli/drawing/demo_scene.h"
 #include "cli/drawing/picture_sheet.h"
-#include "cli/operation_table.h"
-#include "operations/errors.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {
@@ -49,7 +49,7 @@ int DemoCommand(const Words& words) {
 
   const Session session(options.Value("--module"));
   const SmartPtr<host::HostImage> scene = DrawScene();
-  PictureSource second_pictures;
+  PictureFiles second_pictures;
   second_pictures.Provide("other.png", DrawDisc(32));
   second_pictures.Provide("mask.png", DrawDisc(8));
   SavePicture((folder / "scene.png").string(), *scene, {}, {});

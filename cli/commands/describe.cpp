@@ -4,9 +4,8 @@
 #include <iomanip>
 #include <sstream>
 
-#include "cli/arguments.h"
-#include "cli/operation_table.h"
-#include "operations/errors.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {

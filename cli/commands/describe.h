@@ -4,14 +4,14 @@
 #include <string>
 
 #include "cli/commands/command_table.h"
-#include "cli/operation.h"
+#include "cli/operations.h"
 
 namespace qel::cli {
 
 /// All operations by component, a line each.
 std::string ListOperations();
 
-/// All operations with everything about them, as a JSON array.
+/// All operations with everything about them, as a JSON object with the version of the table.
 std::string ListOperationsAsJson();
 
 /// Everything about one operation: arguments, depths, example, what may surprise.

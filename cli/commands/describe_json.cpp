@@ -1,5 +1,5 @@
 #include "cli/commands/describe.h"
-#include "cli/operation_table.h"
+#include "cli/operations.h"
 #include "cli/terminal/json.h"
 
 namespace qel::cli {
@@ -15,10 +15,14 @@ std::string_view KindName(Kind kind) {
       return "extent";
     case Kind::kFlag:
       return "flag";
-    case Kind::kColour:
-      return "colour";
+    case Kind::kColor:
+      return "color";
     case Kind::kChoice:
       return "choice";
+    case Kind::kNumbers:
+      return "numbers";
+    case Kind::kPoint:
+      return "point";
     case Kind::kText:
       return "text";
     case Kind::kPicture:
@@ -32,9 +36,11 @@ std::string ParameterAsJson(const Parameter& parameter) {
   object.Text("name", parameter.name)
       .Text("type", KindName(parameter.kind))
       .Text("help", parameter.help);
-  const Kind kind = parameter.kind;
-  if (kind == Kind::kInt || kind == Kind::kNumber || kind == Kind::kExtent) {
-    object.Real("minimum", parameter.minimum).Real("maximum", parameter.maximum);
+  if (parameter.IsNumber()) {
+    const operations::Range usual = parameter.Usual();
+    object.Real("minimum", parameter.minimum)
+        .Real("maximum", parameter.maximum)
+        .Json("usual", "[" + JsonReal(usual.low) + ", " + JsonReal(usual.high) + "]");
   }
   if (!parameter.unit.empty()) object.Text("unit", parameter.unit);
   if (!parameter.standard.empty()) object.Text("default", parameter.standard);
@@ -43,8 +49,42 @@ std::string ParameterAsJson(const Parameter& parameter) {
     for (const Choice& choice : parameter.choices) labels.push_back(JsonText(choice.label));
     object.Json("choices", JsonArray(labels));
   }
-  object.Flag("required", parameter.standard.empty() && !parameter.optional);
+  object.Flag("required", parameter.required());
   return object.Object();
+}
+
+std::string_view OrderName(operations::ChannelOrder order) {
+  switch (order) {
+    case operations::ChannelOrder::kAlike:
+      return "alike";
+    case operations::ChannelOrder::kAlikeWithoutAlpha:
+      return "alike without alpha";
+    case operations::ChannelOrder::kByArguments:
+      return "by arguments";
+    case operations::ChannelOrder::kBlueGreenRed:
+      return "blue green red";
+  }
+  return "";
+}
+
+/// What the example needs of a picture's surroundings at each depth with whole bytes: rows and
+/// columns of neighbours, and memory beyond the rows.
+std::string SurroundingsAsJson(const Operation& operation) {
+  const Step example = ParseSteps({std::string(operation.example)}).front();
+  const auto extent = [](int count) {
+    return count == operations::Border::kAll ? JsonText("all") : std::to_string(count);
+  };
+  JsonObject depths;
+  for (const int bits : {8, 24, 32}) {
+    const Shape shape{640, 480, bits, operations::ModelOf(bits)};
+    const operations::Border border = operation.BorderOf(example.AsGiven(), shape);
+    JsonObject object;
+    object.Json("rows", extent(border.rows))
+        .Json("columns", extent(border.columns))
+        .Flag("reaches_beyond_rows", operation.ReachesBeyondRows(example.AsGiven(), shape));
+    depths.Json(std::to_string(bits), object.Object());
+  }
+  return depths.Object();
 }
 
 std::string OperationAsJson(const Operation& operation) {
@@ -59,8 +99,12 @@ std::string OperationAsJson(const Operation& operation) {
       .Json("depths", "[" + std::string(operation.depths) + "]")
       .Flag("in_place", operation.in_place)
       .Flag("random", operation.random)
+      .Flag("composed", operation.composed())
       .Text("example", operation.example)
+      .Text("picture_step", operation.PictureStep())
       .Text("note", operation.note)
+      .Text("channel_order", OrderName(operation.channel_order))
+      .Json("border_of_example", SurroundingsAsJson(operation))
       .Json("parameters", JsonArray(parameters, "\n    "));
   return object.Object();
 }
@@ -72,7 +116,10 @@ std::string ListOperationsAsJson() {
   for (const Operation& operation : OperationTable()) {
     operations.push_back(OperationAsJson(operation));
   }
-  return JsonArray(operations, "\n  ") + "\n";
+  JsonObject table;
+  table.Number("version", operations::kTableVersion)
+      .Json("operations", JsonArray(operations, "\n  "));
+  return table.Line();
 }
 
 }  // namespace qel::cli

@@ -5,7 +5,7 @@
 #include "cli/batch/picture_io.h"
 #include "cli/commands/command_table.h"
 #include "cli/commands/compare.h"
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

@@ -2,9 +2,8 @@
 
 #include "cli/commands/command_table.h"
 #include "cli/commands/describe.h"
-#include "cli/operation_table.h"
-#include "operations/errors.h"
-#include "operations/nearest_name.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

@@ -5,8 +5,8 @@
 #include "check/runner.h"
 #include "cli/commands/command_table.h"
 #include "cli/terminal/cpu_level.h"
+#include "cli/terminal/errors.h"
 #include "host/host_collection.h"
-#include "operations/errors.h"
 
 namespace qel::cli {
 namespace {

@@ -9,9 +9,8 @@
 
 #include "cli/commands/command_table.h"
 #include "cli/commands/describe.h"
-#include "cli/operation_table.h"
-#include "cli/steps.h"
-#include "operations/errors.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {

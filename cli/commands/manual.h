@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "cli/operation.h"
+#include "cli/operations.h"
 
 namespace qel::cli {
 

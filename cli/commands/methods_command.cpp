@@ -4,8 +4,8 @@
 #include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
 #include "cli/drawing/picture_sheet.h"
-#include "cli/methods.h"
-#include "operations/errors.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {
@@ -75,7 +75,7 @@ int MethodsCommand(const Words& words) {
                            detail.width * zoom, detail.height * zoom};
 
   std::vector<CaptionedPicture> enlarged;
-  PictureSource no_pictures;
+  PictureFiles no_pictures;
   for (const Choice& method : InterpolationMethods()) {
     const std::string number = std::to_string(method.value);
     const auto result =

@@ -8,7 +8,7 @@
 #include "cli/batch/session.h"
 #include "cli/batch/sha256.h"
 #include "cli/commands/commands.h"
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {
@@ -48,8 +48,8 @@ int RunCommand(const Words& words) {
   Interruption interruption;
   // Everything that can be known to be wrong is said before the first file is changed.
   const RunOptions options = ParseRunOptions(words);
-  const std::vector<Step> steps = ParseSteps(options.steps);
-  const std::vector<std::string> second_paths = PicturePaths(steps);
+  const std::vector<Step> steps = ReadSteps(options.steps);
+  const std::vector<std::string> second_paths = PictureNames(steps);
   const std::vector<BatchItem> items = PlanBatch({.inputs = ListInputs(options),
                                                   .output = options.output,
                                                   .shard = options.shard,
@@ -60,7 +60,7 @@ int RunCommand(const Words& words) {
   if (options.dry_run) return DryRun(items, steps, options.reading, options.replace, options.jobs);
 
   const Session session(options.module);
-  PictureSource second_pictures(options.reading);
+  PictureFiles second_pictures(options.reading);
   for (const std::string& path : second_paths) second_pictures.Get(path);
   interruption.Hold();
   PrepareOutputFolders(items);

@@ -4,7 +4,7 @@
 #include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
 #include "cli/drawing/picture_sheet.h"
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 namespace {
@@ -26,7 +26,7 @@ std::vector<CaptionedPicture> RunSteps(const std::string& path, const std::vecto
                                        const std::string& module, bool apart) {
   const Session session(module);
   std::vector<CaptionedPicture> pictures = LoadAll({path});
-  PictureSource second_pictures;
+  PictureFiles second_pictures;
   for (const Step& step : steps) {
     host::HostImage& source = *(apart ? pictures.front() : pictures.back()).image;
     auto result = session.Run({step}, CopyOf(source), second_pictures);
@@ -48,7 +48,7 @@ int SheetCommand(const Words& words) {
   const int columns = options.Number("--columns", 1, kMostColumns, kUsualColumns);
   CheckOutputName(output);
   std::vector<Step> steps;
-  if (options.Has("--steps")) steps = ParseSteps({rest.begin() + 1, rest.end()});
+  if (options.Has("--steps")) steps = ReadSteps({rest.begin() + 1, rest.end()});
   const std::vector<std::string> captions = options.Values("--caption");
   const size_t count = options.Has("--steps") ? steps.size() + 1 : rest.size();
   if (captions.size() > count) {

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

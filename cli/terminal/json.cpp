@@ -1,5 +1,6 @@
 #include "cli/terminal/json.h"
 
+#include <charconv>
 #include <cstdio>
 
 #include "cli/terminal/utf8.h"
@@ -39,9 +40,7 @@ JsonObject& JsonObject::Number(std::string_view name, int64_t value) {
 }
 
 JsonObject& JsonObject::Real(std::string_view name, double value) {
-  char text[40];
-  std::snprintf(text, sizeof(text), "%.17g", value);
-  return Member(name, text);
+  return Member(name, JsonReal(value));
 }
 
 JsonObject& JsonObject::Flag(std::string_view name, bool value) {
@@ -52,6 +51,12 @@ JsonObject& JsonObject::Tenths(std::string_view name, double value) {
   char text[40];
   std::snprintf(text, sizeof(text), "%.1f", value);
   return Member(name, text);
+}
+
+std::string JsonReal(double value) {
+  char text[40];
+  const auto end = std::to_chars(text, text + sizeof(text), value).ptr;
+  return std::string(text, end);
 }
 
 std::string JsonArray(const std::vector<std::string>& elements, std::string_view separator) {

@@ -35,6 +35,9 @@ class JsonObject {
 /// An array of what is JSON already; `separator` stands before each element.
 std::string JsonArray(const std::vector<std::string>& elements, std::string_view separator = "");
 
+/// A number, exactly.
+std::string JsonReal(double value);
+
 /// A text with its quotes.
 std::string JsonText(std::string_view text);
 

@@ -2,8 +2,8 @@
 
 #include <charconv>
 
-#include "operations/errors.h"
-#include "operations/nearest_name.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

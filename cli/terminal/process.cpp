@@ -7,7 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 namespace qel::cli {
 

@@ -15,9 +15,9 @@
 #include "cli/commands/describe.h"
 #include "cli/drawing/demo_scene.h"
 #include "cli/drawing/picture_sheet.h"
-#include "cli/operation_table.h"
-#include "cli/point_maps.h"
+#include "cli/operations.h"
 #include "docs/generator/page.h"
+#include "operations/point_maps.h"
 #include "pictures/atomic_file.h"
 
 namespace qel::docs {
@@ -29,12 +29,6 @@ using Image = SmartPtr<host::HostImage>;
 constexpr int kShrink = 3;
 constexpr int kWidth = cli::kDemoWidth / kShrink;
 constexpr int kHeight = cli::kDemoHeight / kShrink;
-
-/// Steps for pictures of this size, where the tool's example is for a larger one.
-const std::map<std::string_view, std::string_view> kSteps = {
-    {"copy", "copy with=other.png x=80 y=33"},
-    {"transform-paste", "transform-paste onto=other.png affine=0.5,-0.3,40,0.25,0.6,3"},
-};
 
 /// The built-in picture, in boxes of nine pixels, at 8, 24 or 32 bits.
 Image DrawScene(int depth) {
@@ -79,12 +73,13 @@ Image DrawDisc(int depth, bool soft) {
   return disc;
 }
 
-SmartPtr<cli::PointMap> MapOf(std::string_view name) {
+SmartPtr<operations::PointMap> MapOf(std::string_view name) {
   if (name == "transform-paste") {
-    return SmartPtr<cli::PointMap>::Adopt(new cli::AffineMap({0.5, -0.3, 40, 0.25, 0.6, 3}));
+    return SmartPtr<operations::PointMap>::Adopt(
+        new operations::AffineMap({0.5, -0.3, 40, 0.25, 0.6, 3}));
   }
-  auto map = SmartPtr<cli::PointMap>::Adopt(
-      new cli::PolynomialMap({0.05, 0.6, 0.15, 0.3, 0, 0, 0.1, 0, 0.7, -0.3, 0.3, 0.1}));
+  auto map = SmartPtr<operations::PointMap>::Adopt(
+      new operations::PolynomialMap({0.05, 0.6, 0.15, 0.3, 0, 0, 0.1, 0, 0.7, -0.3, 0.3, 0.1}));
   map->SetUnits({kWidth, kHeight});
   return map;
 }
@@ -135,8 +130,7 @@ class Generator {
   }
 
   static std::string StepOf(const Operation& operation) {
-    const auto step = kSteps.find(operation.name);
-    return std::string(step == kSteps.end() ? operation.example : step->second);
+    return std::string(operation.PictureStep());
   }
 
   /// Depths with whole bytes that the operation works on.
@@ -151,7 +145,7 @@ class Generator {
   }
 
   Image RunStep(const Operation& operation, int depth) const {
-    cli::PictureSource second_pictures;
+    cli::PictureFiles second_pictures;
     second_pictures.Provide("other.png", DrawDisc(depth, true));
     second_pictures.Provide("mask.png", DrawDisc(8, false));
     return session_.Run(cli::ParseSteps({StepOf(operation)}), DrawScene(depth), second_pictures);

@@ -6,8 +6,8 @@
 #include "cli/batch/picture_io.h"
 #include "cli/commands/command_table.h"
 #include "cli/commands/completion.h"
-#include "cli/operation_table.h"
-#include "operations/errors.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::cli {

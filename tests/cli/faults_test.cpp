@@ -4,7 +4,7 @@
 #include <map>
 #include <regex>
 
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 #include "reference/rng.h"
 #include "tests/support/temporary_folder.h"
 

@@ -5,9 +5,8 @@
 
 #include "cli/batch/picture_io.h"
 #include "cli/drawing/demo_scene.h"
-#include "cli/operation_table.h"
-#include "cli/steps.h"
-#include "operations/errors.h"
+#include "cli/operations.h"
+#include "cli/terminal/errors.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::cli {

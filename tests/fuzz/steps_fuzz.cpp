@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "cli/steps.h"
 #include "cli/terminal/json.h"
 #include "cli/terminal/json_reader.h"
 #include "operations/errors.h"
+#include "operations/steps.h"
 #include "tests/fuzz/fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -18,8 +18,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<std::string> words;
   for (std::string line; std::getline(lines, line);) words.push_back(line);
   try {
-    qel::cli::ParseSteps(words);
-  } catch (const qel::cli::Failure&) {
+    qel::operations::ParseSteps(words);
+  } catch (const qel::operations::StepError&) {
     // What a wrong command line is answered with.
   }
   const std::string text(data, data + size);

@@ -34,7 +34,7 @@ allow reference reference
 allow host host
 allow pictures pictures
 allow compose compose
-allow operations operations compose host pictures
+allow operations operations compose host
 allow check check operations host
 allow cli cli check operations compose host pictures
 allow examples host

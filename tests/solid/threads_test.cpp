@@ -7,8 +7,8 @@
 
 #include "host/host_collection.h"
 #include "host/module_library.h"
-#include "tests/support/operation_calls.h"
 #include "reference/rng.h"
+#include "tests/support/operation_calls.h"
 
 namespace qel::test {
 namespace {
@@ -21,11 +21,7 @@ class Program {
   Program()
       : collection_(host::HostCollection::MakeWithImages({.clear = true})), library_(QEL_MODULE) {
     library_.Initialize(collection_.Get());
-    components_.color = library_.Create<IQELColorTransform>(RefString(kColorTransformName));
-    components_.transform = library_.Create<IQELTransform>(RefString(kTransformName));
-    components_.deform = library_.Create<IQELDeform>(RefString(kDeformName));
-    components_.filter = library_.Create<IQELFilterTransform>(RefString(kFilterTransformName));
-    components_.maths = library_.Create<IQELMaths>(RefString(kMathsName));
+    components_ = operations::MakeComponents(library_);
   }
   const ComponentSet& components() const { return components_; }
   const host::ModuleLibrary& library() const { return library_; }

@@ -6,7 +6,7 @@
 namespace qel::test {
 
 // Tests of all operations alike make the same calls as the tool's checker of modules.
-using ComponentSet = cli::Components;
+using ComponentSet = operations::Components;
 using cli::AllOperationCalls;
 using cli::OperationCall;
 

@@ -1,10 +1,6 @@
-#include "cli/point_maps.h"
+#include "operations/point_maps.h"
 
-#include <algorithm>
-#include <charconv>
-#include <stdexcept>
-
-namespace qel::cli {
+namespace qel::operations {
 
 result_t PointMap::TransformPoint(double* x, double* y, double* /*z*/) {
   const MapPoint mapped = Map({*x / units_.x, *y / units_.y});
@@ -46,21 +42,4 @@ MapPoint PolynomialMap::Map(const MapPoint& p) const {
   return sum;
 }
 
-std::vector<double> ParseNumbers(const std::string& text) {
-  constexpr const char* kSeparators = " ,;\t\r\n";
-  std::vector<double> numbers;
-  for (size_t at = text.find_first_not_of(kSeparators); at != std::string::npos;) {
-    const size_t end = std::min(text.find_first_of(kSeparators, at), text.size());
-    const size_t sign = text[at] == '+' ? 1 : 0;
-    double number = 0;
-    const auto [stop, error] = std::from_chars(text.data() + at + sign, text.data() + end, number);
-    if (error != std::errc() || stop != text.data() + end) {
-      throw std::invalid_argument(text.substr(at, end - at));
-    }
-    numbers.push_back(number);
-    at = text.find_first_not_of(kSeparators, end);
-  }
-  return numbers;
-}
-
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -1,12 +1,13 @@
-#include "cli/steps.h"
+#include "operations/steps.h"
 
 #include <algorithm>
+#include <map>
 
-#include "cli/operation_table.h"
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
+#include "operations/table.h"
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 /// A step before its arguments are checked.
@@ -47,7 +48,7 @@ std::vector<std::string> SplitWords(const std::string& text) {
     }
   }
   if (quote != '\0') {
-    throw Failure(kUsage, "step \"" + text + "\": the quote " + quote + " is not closed");
+    throw StepError("step \"" + text + "\": the quote " + quote + " is not closed");
   }
   if (in_word) words.push_back(std::move(word));
   return words;
@@ -57,11 +58,10 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
   const size_t equals = word.find('=');
   const std::string name = word.substr(0, equals);
   if (steps.empty()) {
-    throw Failure(kUsage, word + " stands before the first operation; write OPERATION " + word);
+    throw StepError(word + " stands before the first operation; write OPERATION " + word);
   }
   if (!steps.back().given.emplace(name, word.substr(equals + 1)).second) {
-    throw Failure(kUsage,
-                  std::string(steps.back().operation->name) + ": " + name + "= is given twice");
+    throw StepError(std::string(steps.back().operation->name) + ": " + name + "= is given twice");
   }
   steps.back().text += " " + word;
 }
@@ -70,23 +70,36 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
 void RefuseBareArgument(const std::vector<RawStep>& steps, const std::string& word) {
   if (steps.empty() || FindOperation(word) != nullptr) return;
   const Operation& operation = *steps.back().operation;
-  if (std::ranges::find(operation.parameters, word, &Parameter::name) !=
-      operation.parameters.end()) {
-    throw Failure(kUsage, std::string(operation.name) + ": " + word + " needs a value; write " +
-                              word + "=VALUE");
+  if (operation.Find(word) != nullptr) {
+    throw StepError(std::string(operation.name) + ": " + word + " needs a value; write " + word +
+                    "=VALUE");
   }
+}
+
+/// The text itself, or after an @ the content of a file.
+std::string ContentOf(const Parameter& parameter, const Operation& operation,
+                      const std::string& text, const ReadText& read) {
+  if (parameter.kind != Kind::kNumbers || !text.starts_with('@')) return text;
+  if (read) return read(text.substr(1));
+  throw StepError(std::string(operation.name) + ": " + std::string(parameter.name) + "=" + text +
+                      ": files are not read here; give the numbers themselves",
+                  operation.name, parameter.name);
+}
+
+Arguments Check(const RawStep& step, const ReadText& read) {
+  const Operation& operation = *step.operation;
+  Arguments arguments(operation);
+  for (const auto& [name, text] : step.given) {
+    const Parameter* const parameter = operation.Find(name);
+    arguments.Set(name, parameter == nullptr ? text : ContentOf(*parameter, operation, text, read));
+  }
+  arguments.Complete();
+  return arguments;
 }
 
 }  // namespace
 
-const Operation& RequireOperation(const std::string& name) {
-  if (const Operation* const found = FindOperation(name)) return *found;
-  throw Failure(kUsage,
-                "there is no operation " + name +
-                    DidYouMean(name, NamesOf(OperationTable()), "; qel list shows them all"));
-}
-
-std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
+std::vector<Step> ParseSteps(const std::vector<std::string>& words, const ReadText& read) {
   std::vector<RawStep> raw;
   for (const std::string& word : words) {
     if (IsArgument(word)) {
@@ -103,17 +116,16 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words) {
     }
   }
   if (raw.empty()) {
-    throw Failure(kUsage, "no steps given; name at least one operation, see qel list");
+    throw StepError("no steps given; name at least one operation, see qel list");
   }
   std::vector<Step> steps;
   for (const RawStep& step : raw) {
-    steps.push_back({step.operation, Arguments(*step.operation, step.given), step.text});
-    if (step.operation->check != nullptr) step.operation->check(steps.back().AsGiven());
+    steps.push_back({step.operation, Check(step, read), step.text});
   }
   return steps;
 }
 
-std::vector<std::string> PicturePaths(const std::vector<Step>& steps) {
+std::vector<std::string> PictureNames(const std::vector<Step>& steps) {
   std::vector<std::string> paths;
   for (const Step& step : steps) {
     for (const Parameter& parameter : step.operation->parameters) {
@@ -125,4 +137,4 @@ std::vector<std::string> PicturePaths(const std::vector<Step>& steps) {
   return paths;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

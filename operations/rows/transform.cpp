@@ -2,19 +2,16 @@
 #include <cmath>
 #include <numbers>
 
-#include "cli/arguments.h"
-#include "cli/batch/picture_io.h"
-#include "cli/methods.h"
-#include "cli/operation_table.h"
-#include "cli/shape.h"
+#include "operations/rows/borders.h"
+#include "operations/table.h"
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELTransform";
 constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
 constexpr std::string_view kByteDepths = "8, 24, 32";
-constexpr std::string_view kColourDepths = "24, 32";
+constexpr std::string_view kColorDepths = "24, 32";
 
 constexpr Choice kMethods[] = {
     {"nearest", 0},        {"truncate", 1},   {"b-spline", 2},  {"cubic", 3},
@@ -76,7 +73,7 @@ result_t CallRotatePaste(Call& call) {
   // A key colour with anything in its top byte matches no pixel.
   const int key = call.arguments.Has("key") ? call.arguments.Int("key") : -1;
   return call.components.transform->RotatePaste(
-      &static_cast<IQELImageDIB&>(call.pictures.Get(call.arguments.Text("with"))), call.image,
+      &call.pictures.Get(call.arguments.Text("with")), call.image,
       call.arguments.Number("angle") * std::numbers::pi / 180, call.arguments.Int("method"), key);
 }
 
@@ -91,25 +88,28 @@ std::vector<Operation> TransformOperations() {
        .summary = "Turns the picture upside down.",
        .depths = kAllDepths,
        .example = "flip",
+       .reaches_beyond_rows = &Always,
        .call = [](Call& call) { return call.components.transform->Flip(call.image, call.result); }},
       {.name = "mirror",
        .component = kComponent,
        .summary = "Mirrors the picture left to right.",
        .depths = kByteDepths,
        .example = "mirror",
+       .border = &WholeRow,
        .call =
            [](Call& call) { return call.components.transform->Mirror(call.image, call.result); }},
       {.name = "flip-bits",
        .component = kComponent,
        .summary = "Exchanges red and blue.",
-       .depths = kColourDepths,
+       .depths = kColorDepths,
        .in_place = true,
        .example = "flip-bits",
+       .border = &NoNeighbours,
        .call = [](Call& call) { return call.components.transform->FlipBits(call.image); }},
       {.name = "flip-image-and-bits",
        .component = kComponent,
        .summary = "Turns the picture upside down and exchanges red and blue.",
-       .depths = kColourDepths,
+       .depths = kColorDepths,
        .in_place = true,
        .example = "flip-image-and-bits",
        .note = "Alpha is not turned. Of an odd middle row only the first half changes.",
@@ -126,6 +126,8 @@ std::vector<Operation> TransformOperations() {
        .example = "increase-bpp bits=32",
        .note = "A picture of that depth or more comes back as it is. Palette colours at 32 bits "
                "have alpha 0.",
+       .border = &NoNeighbours,
+       .reaches_beyond_rows = &BelowEightBits,
        .call =
            [](Call& call) {
              const int bits = call.arguments.Int("bits");
@@ -146,12 +148,16 @@ std::vector<Operation> TransformOperations() {
                        .help = "the new width; without it, by the height",
                        .minimum = 1,
                        .maximum = 1e6,
+                       .usual = {1, 4000},
+                       .unit = "pixels",
                        .optional = true},
                       {.name = "height",
                        .kind = Kind::kExtent,
                        .help = "the new height; without it, by the width",
                        .minimum = 1,
                        .maximum = 1e6,
+                       .usual = {1, 4000},
+                       .unit = "pixels",
                        .optional = true},
                       {.name = "fit",
                        .kind = Kind::kFlag,
@@ -165,6 +171,7 @@ std::vector<Operation> TransformOperations() {
        .example = "resample width=110% method=mitchell",
        .note = "Shrinking along both axes averages boxes of whole pixels and ignores the method; "
                "at 32 bits that leaves alpha 0: follow it by set-image-alpha alpha=255.",
+       .reaches_beyond_rows = &BelowEightBits,
        .call = &CallResample,
        .check = &CheckResample,
        .result_shape = &ShapeAfterResample},
@@ -172,18 +179,24 @@ std::vector<Operation> TransformOperations() {
        .component = kComponent,
        .summary = "Turns the picture; what it does not cover takes its top-left colour.",
        .depths = kByteDepths,
-       .parameters = {{.name = "angle", .help = "the turn", .unit = "degrees"},
-                      kMethod,
-                      {.name = "force-alpha",
-                       .kind = Kind::kFlag,
-                       .help = "make the result 32 bits deep",
-                       .standard = "no"},
-                      {.name = "keep-size",
-                       .kind = Kind::kFlag,
-                       .help = "keep the size instead of growing to hold the turned picture",
-                       .standard = "no"}},
+       .parameters =
+           {{.name = "angle", .help = "the turn", .usual = {-180, 180}, .unit = "degrees"},
+            kMethod,
+            {.name = "force-alpha",
+             .kind = Kind::kFlag,
+             .help = "make the result 32 bits deep",
+             .standard = "no"},
+            {.name = "keep-size",
+             .kind = Kind::kFlag,
+             .help = "keep the size instead of growing to hold the turned picture",
+             .standard = "no"}},
        .example = "rotate angle=25 method=cubic",
        .note = "Except by quarter turns, about four pixels along every edge are not drawn.",
+       // A half turn of three-byte pixels reads one before each row.
+       .reaches_beyond_rows =
+           [](const Given& given, const Shape& shape) {
+             return shape.bits < 8 || (shape.bits == 24 && given.arguments.Int("angle") % 180 == 0);
+           },
        .call =
            [](Call& call) {
              const Arguments& arguments = call.arguments;
@@ -195,23 +208,26 @@ std::vector<Operation> TransformOperations() {
       {.name = "rotate-paste",
        .component = kComponent,
        .summary = "Draws a second picture, turned, into the top-left of this one.",
-       .depths = kColourDepths,
+       .depths = kColorDepths,
        .in_place = true,
        .parameters = {{.name = "with", .kind = Kind::kPicture, .help = "the picture to draw"},
                       {.name = "angle",
                        .kind = Kind::kNumber,
                        .help = "the turn",
                        .standard = "0",
+                       .usual = {-180, 180},
                        .unit = "degrees"},
                       kMethod,
                       {.name = "key",
-                       .kind = Kind::kColour,
+                       .kind = Kind::kColor,
                        .help = "colour that is not drawn, of a picture without alpha",
                        .optional = true}},
        .example = "rotate-paste with=other.png angle=20",
        .note = "A picture with alpha is blended by it. Turns the other way round than rotate.",
+       .channel_order = ChannelOrder::kByArguments,
+       .reaches_beyond_rows = [](const Given&, const Shape& shape) { return shape.bits < 24; },
        .call = &CallRotatePaste},
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -1,15 +1,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <stdexcept>
 
-#include "cli/arguments.h"
-#include "cli/batch/picture_io.h"
-#include "cli/operation_table.h"
-#include "cli/point_maps.h"
-#include "cli/shape.h"
+#include "operations/arguments.h"
+#include "operations/point_maps.h"
+#include "operations/table.h"
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 constexpr std::string_view kTransform = "QELTransform";
@@ -75,17 +72,9 @@ result_t CallQuad(Call& call) {
       static_cast<int16_t>(arguments.Int("blend")));
 }
 
-std::vector<double> NumbersOf(const Given& given, std::string_view name) {
-  try {
-    return ParseNumbers(given.arguments.Text(name));
-  } catch (const std::invalid_argument& error) {
-    Refuse(given, std::string(name) + ": \"" + error.what() + "\" is no number");
-  }
-}
-
 template <typename Map>
 SmartPtr<PointMap> MakeMatrix(const Given& given, std::string_view name) {
-  const std::vector<double> numbers = NumbersOf(given, name);
+  const std::vector<double> numbers = given.arguments.Numbers(name);
   if (numbers.size() != Map::kNumbers) {
     Refuse(given, std::string(name) + "= takes " + std::to_string(Map::kNumbers) +
                       " numbers, there are " + std::to_string(numbers.size()));
@@ -94,7 +83,7 @@ SmartPtr<PointMap> MakeMatrix(const Given& given, std::string_view name) {
 }
 
 SmartPtr<PointMap> MakePolynomial(const Given& given) {
-  const std::vector<double> numbers = NumbersOf(given, "polynomial");
+  const std::vector<double> numbers = given.arguments.Numbers("polynomial");
   if (PolynomialMap::DegreeOf(numbers.size()) < 0) {
     Refuse(given, "polynomial= takes 6 numbers, 12 for squares, or 20 for cubes, there are " +
                       std::to_string(numbers.size()));
@@ -102,24 +91,26 @@ SmartPtr<PointMap> MakePolynomial(const Given& given) {
   return SmartPtr<PointMap>::Adopt(new PolynomialMap(numbers));
 }
 
-/// The coordinate transform of a step: exactly one of its three kinds.
-SmartPtr<PointMap> PointMapOf(const Given& given, const Shape& shape) {
+/// The coordinate transform of a step: the caller's own, or exactly one of its three kinds.
+SmartPtr<ITransform> MapOf(const Given& given, const Shape& shape) {
   const Arguments& arguments = given.arguments;
   const bool affine = arguments.Has("affine");
   const bool projective = arguments.Has("projective");
-  if (affine + projective + arguments.Has("polynomial") != 1) {
+  const bool own = arguments.Map() != nullptr;
+  if (own + affine + projective + arguments.Has("polynomial") != 1) {
     Refuse(given, "give one of affine=, projective= and polynomial=");
   }
+  if (own) return SmartPtr<ITransform>::Retain(arguments.Map());
   const SmartPtr<PointMap> map = affine       ? MakeMatrix<AffineMap>(given, "affine")
                                  : projective ? MakeMatrix<ProjectiveMap>(given, "projective")
                                               : MakePolynomial(given);
   if (arguments.Int("shares") != 0) {
     map->SetUnits({static_cast<double>(shape.width), static_cast<double>(shape.height)});
   }
-  return map;
+  return SmartPtr<ITransform>::Retain(map.Get());
 }
 
-void CheckPointMap(const Given& given) { PointMapOf(given, {}); }
+void CheckPointMap(const Given& given) { MapOf(given, {}); }
 
 Shape ShapeAfterTransform(const Given& given, Shape shape) {
   const int width = given.arguments.Int("width");
@@ -137,7 +128,7 @@ Shape ShapeWithAlpha(const Given& given, Shape shape) {
 
 result_t CallTransform(Call& call) {
   const Arguments& arguments = call.arguments;
-  const SmartPtr<PointMap> map = PointMapOf(call, ShapeOf(*call.image));
+  const SmartPtr<ITransform> map = MapOf(call, ShapeOf(*call.image));
   return call.components.transform->Transform(map.Get(), call.image, call.result,
                                               arguments.Int("x-offset"), arguments.Int("y-offset"),
                                               static_cast<uint32_t>(arguments.Int("width")),
@@ -147,15 +138,15 @@ result_t CallTransform(Call& call) {
 result_t CallTransformPaste(Call& call) {
   const Arguments& arguments = call.arguments;
   const Shape shape = ShapeOf(*call.image);
-  const SmartPtr<PointMap> map = PointMapOf(call, shape);
-  host::HostImage& onto = call.pictures.Get(arguments.Text("onto"));
+  const SmartPtr<ITransform> map = MapOf(call, shape);
+  IQEL& onto = call.pictures.Get(arguments.Text("onto"));
   const Shape target_shape = ShapeOf(onto);
   if (shape.bits != target_shape.bits) {
     Refuse(call, "onto=" + arguments.Text("onto") + " has " + target_shape.Bits() +
                      " and the picture " + shape.Bits() + "; bring both to one depth");
   }
-  auto target = host::HostImage::Make(kImageOptions);
-  target->Assign(&static_cast<IQELImageDIB&>(onto), 0);
+  SmartPtr<IQELImageDIB> target = call.NewImage();
+  if (const result_t copied = target->Assign(&onto, 0); Failed(copied)) return copied;
   const result_t result = call.components.transform->TransformPaste(
       map.Get(), call.image, target.Get(), arguments.Int("x-offset"), arguments.Int("y-offset"),
       static_cast<int16_t>(arguments.Int("fill-voids")), 0);
@@ -173,27 +164,36 @@ Parameter NewExtent(std::string_view name, std::string_view help) {
           .standard = "0",
           .minimum = 0,
           .maximum = 65535,
+          .usual = {0, 4000},
           .unit = "pixels"};
 }
 const Parameter kAffine = {.name = "affine",
-                           .kind = Kind::kText,
+                           .kind = Kind::kNumbers,
                            .help = "a,b,c,d,e,f: x' = a x + b y + c, y' = d x + e y + f",
                            .optional = true};
 const Parameter kProjective = {.name = "projective",
-                               .kind = Kind::kText,
+                               .kind = Kind::kNumbers,
                                .help = "nine numbers, row by row: a matrix for (x, y, 1)",
                                .optional = true};
 const Parameter kPolynomial = {
     .name = "polynomial",
-    .kind = Kind::kText,
+    .kind = Kind::kNumbers,
     .help = "factors of 1, x, y, x^2, xy, y^2, ... for x', then as many for y'",
     .optional = true};
 const Parameter kShares = {.name = "shares",
                            .kind = Kind::kFlag,
                            .help = "count x and y in shares of the picture from 0 to 1",
                            .standard = "no"};
-const Parameter kXOffset = {.name = "x-offset", .help = "added to every x", .standard = "0"};
-const Parameter kYOffset = {.name = "y-offset", .help = "added to every y", .standard = "0"};
+const Parameter kXOffset = {.name = "x-offset",
+                            .help = "added to every x",
+                            .standard = "0",
+                            .usual = {-1000, 1000},
+                            .unit = "pixels"};
+const Parameter kYOffset = {.name = "y-offset",
+                            .help = "added to every y",
+                            .standard = "0",
+                            .usual = {-1000, 1000},
+                            .unit = "pixels"};
 
 constexpr Choice kCircleModes[] = {{"bulge", kCircleBulge},
                                    {"pinch", kCirclePinch},
@@ -202,13 +202,13 @@ constexpr Choice kCircleModes[] = {{"bulge", kCircleBulge},
                                    {"fold", kCircleFold}};
 
 Parameter Corner(std::string_view name, std::string_view help, std::string_view standard) {
-  return {.name = name, .kind = Kind::kText, .help = help, .standard = standard};
+  return {.name = name, .kind = Kind::kPoint, .help = help, .standard = standard};
 }
 Parameter Gain(std::string_view name, std::string_view help) {
-  return {.name = name, .kind = Kind::kNumber, .help = help, .standard = "0"};
+  return {.name = name, .kind = Kind::kNumber, .help = help, .standard = "0", .usual = {-2, 2}};
 }
 Parameter Pivot(std::string_view name, std::string_view help) {
-  return {.name = name, .help = help, .standard = "0"};
+  return {.name = name, .help = help, .standard = "0", .usual = {0, 4000}, .unit = "pixels"};
 }
 
 }  // namespace
@@ -284,6 +284,7 @@ std::vector<Operation> WarpOperations() {
                                "neighbours",
                        .standard = "no"}},
        .example = "transform-paste onto=other.png affine=0.5,-0.3,110,0.25,0.6,10",
+       .picture_step = "transform-paste onto=other.png affine=0.5,-0.3,40,0.25,0.6,3",
        .note = "The file itself is left alone; the picture that was pasted into goes on to the "
                "next step.",
        .call = &CallTransformPaste,
@@ -293,13 +294,16 @@ std::vector<Operation> WarpOperations() {
        .summary = "Deforms the picture in circles about its centre.",
        .depths = kAllDepths,
        .in_place = true,
-       .parameters =
-           {{.name = "mode",
-             .kind = Kind::kChoice,
-             .help = "unwrap takes angle and distance as column and row",
-             .choices = kCircleModes},
-            {.name = "factor", .kind = Kind::kNumber, .help = "weakens the swirl", .standard = "1"},
-            kForceAlpha},
+       .parameters = {{.name = "mode",
+                       .kind = Kind::kChoice,
+                       .help = "unwrap takes angle and distance as column and row",
+                       .choices = kCircleModes},
+                      {.name = "factor",
+                       .kind = Kind::kNumber,
+                       .help = "weakens the swirl",
+                       .standard = "1",
+                       .usual = {0.1, 4}},
+                      kForceAlpha},
        .example = "circle mode=swirl factor=1.5",
        .note = "What comes from outside, as the corners do, takes the top-left colour, with alpha "
                "1.",
@@ -314,4 +318,4 @@ std::vector<Operation> WarpOperations() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

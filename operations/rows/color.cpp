@@ -1,7 +1,10 @@
-#include "cli/arguments.h"
-#include "cli/operation_table.h"
+#include <algorithm>
+#include <cmath>
 
-namespace qel::cli {
+#include "operations/rows/borders.h"
+#include "operations/table.h"
+
+namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELColorTransform";
@@ -9,9 +12,30 @@ constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
 constexpr std::string_view kByteDepths = "8, 24, 32";
 constexpr std::string_view kAlphaDepths = "32";
 
+constexpr size_t kTableSize = 256;
+
+/// The 256 values of table=. Throws `StepError` when there are others.
+std::vector<double> TableOf(const Given& given) {
+  std::vector<double> values = given.arguments.Numbers("table");
+  const bool all_bytes = std::ranges::all_of(values, [](double value) {
+    return value >= 0 && value <= 255 && value == std::floor(value);
+  });
+  if (values.size() != kTableSize || !all_bytes) {
+    Refuse(given,
+           "table= takes 256 whole numbers from 0 to 255, there are " +
+               std::to_string(values.size()) + (all_bytes ? "" : " and some are others"),
+           "table");
+  }
+  return values;
+}
+
 result_t CallLut(Call& call) {
-  // A table by its four control points keeps the command line short; hosts pass any 256 bytes.
-  uint8_t table[256];
+  uint8_t table[kTableSize];
+  if (call.arguments.Has("table")) {
+    std::ranges::transform(TableOf(call), table,
+                           [](double value) { return static_cast<uint8_t>(value); });
+    return call.components.color->Lut(call.image, table);
+  }
   const double points[] = {call.arguments.Number("black"), call.arguments.Number("dark"),
                            call.arguments.Number("light"), call.arguments.Number("white")};
   for (int i = 0; i < 256; ++i) {
@@ -29,10 +53,21 @@ uint32_t KeyOf(const Call& call) {
   return (colour & 0xFF) << 16 | (colour & 0xFF00) | colour >> 16;
 }
 
+/// At 8 bits each pixel is mixed with the two bytes after it in memory: at the end of a row with
+/// what lies behind, which may be the next one.
+Border GreyBorder(const Given&, const Shape& shape) {
+  return shape.bits == 8 ? Border{.rows = 1, .columns = Border::kAll} : Border{};
+}
+bool ReadsPastGreyRows(const Given&, const Shape& shape) { return shape.bits == 8; }
+
+Parameter Offset(std::string_view name, std::string_view help) {
+  return {.name = name, .help = help, .standard = "0", .usual = {-255, 255}};
+}
+
 const Parameter kAlpha = {
     .name = "alpha", .help = "0 is stored as 1", .minimum = 0, .maximum = 255};
 const Parameter kKey = {
-    .name = "key", .kind = Kind::kColour, .help = "the colour that becomes transparent"};
+    .name = "key", .kind = Kind::kColor, .help = "the colour that becomes transparent"};
 
 }  // namespace
 
@@ -40,7 +75,7 @@ std::vector<Operation> ColorOperations() {
   return {
       {.name = "lut",
        .component = kComponent,
-       .summary = "Maps every colour byte through a table, given by four points of a curve.",
+       .summary = "Maps every colour byte through a table, or the curve through four points.",
        .depths = kByteDepths,
        .in_place = true,
        .parameters = {{.name = "black",
@@ -62,29 +97,44 @@ std::vector<Operation> ColorOperations() {
                        .help = "what 255 becomes",
                        .standard = "255",
                        .minimum = 0,
-                       .maximum = 255}},
+                       .maximum = 255},
+                      {.name = "table",
+                       .kind = Kind::kNumbers,
+                       .help = "what 0 to 255 become, all 256 of them, instead of the curve",
+                       .optional = true}},
        .example = "lut dark=60 light=200",
        .note = "Alpha of 32-bit pictures is not mapped.",
-       .call = &CallLut},
+       .border = &NoNeighbours,
+       .call = &CallLut,
+       .check =
+           [](const Given& given) {
+             if (given.arguments.Has("table")) TableOf(given);
+           }},
       {.name = "negative",
        .component = kComponent,
        .summary = "Replaces every colour byte v by 255 - v.",
        .depths = kByteDepths,
        .in_place = true,
        .example = "negative",
+       .border = &NoNeighbours,
        .call = [](Call& call) { return call.components.color->Negative(call.image); }},
       {.name = "light",
        .component = kComponent,
        .summary = "Adds brightness and scales contrast about the middle grey.",
        .depths = kByteDepths,
        .in_place = true,
-       .parameters = {{.name = "brightness", .help = "added to every channel", .standard = "0"},
+       .parameters = {{.name = "brightness",
+                       .help = "added to every channel",
+                       .standard = "0",
+                       .usual = {-255, 255}},
                       {.name = "contrast",
                        .help = "added to 100 percent of contrast",
                        .standard = "0",
+                       .usual = {-100, 300},
                        .unit = "percent"}},
        .example = "light brightness=30 contrast=10",
        .note = "contrast=-100 gives one flat tone.",
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              return call.components.color->Light(call.image, call.arguments.Int("brightness"),
@@ -99,9 +149,11 @@ std::vector<Operation> ColorOperations() {
                        .kind = Kind::kNumber,
                        .help = "exponent is 1 / gamma",
                        .minimum = 0,
-                       .maximum = 1000}},
+                       .maximum = 1000,
+                       .usual = {0.1, 5}}},
        .example = "gamma gamma=1.8",
        .note = "gamma=0 makes everything black.",
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              return call.components.color->Gamma(call.image, call.arguments.Real("gamma"));
@@ -111,11 +163,13 @@ std::vector<Operation> ColorOperations() {
        .summary = "Adds an offset to each channel.",
        .depths = kAllDepths,
        .in_place = true,
-       .parameters = {{.name = "red", .help = "added to red", .standard = "0"},
-                      {.name = "green", .help = "added to green", .standard = "0"},
-                      {.name = "blue", .help = "added to blue", .standard = "0"}},
+       .parameters = {Offset("red", "added to red"), Offset("green", "added to green"),
+                      Offset("blue", "added to blue")},
        .example = "shift-rgb red=20 blue=-20",
        .note = "Grey pictures take the grey nearest to the shifted colour.",
+       .channel_order = ChannelOrder::kByArguments,
+       .swapped = {"red", "blue"},
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              const Arguments& arguments = call.arguments;
@@ -129,6 +183,8 @@ std::vector<Operation> ColorOperations() {
        .in_place = true,
        .example = "gray-scale",
        .note = "8-bit pictures mix each pixel with the two after it, past the end of the row.",
+       .border = &GreyBorder,
+       .reaches_beyond_rows = &ReadsPastGreyRows,
        .call = [](Call& call) { return call.components.color->GrayScale(call.image); }},
       {.name = "threshold",
        .component = kComponent,
@@ -137,9 +193,12 @@ std::vector<Operation> ColorOperations() {
        .in_place = true,
        .parameters = {{.name = "level",
                        .help = "the brightest grey that becomes black",
-                       .standard = "127"}},
+                       .standard = "127",
+                       .usual = {0, 255}}},
        .example = "threshold level=100",
        .note = "The picture goes through gray-scale first.",
+       .border = &GreyBorder,
+       .reaches_beyond_rows = &ReadsPastGreyRows,
        .call =
            [](Call& call) {
              return call.components.color->Threshold(call.image, call.arguments.Int("level"));
@@ -167,6 +226,8 @@ std::vector<Operation> ColorOperations() {
                        .maximum = 1}},
        .example = "colorize hue=20 saturation=90 blend=0.8",
        .note = "Grey pictures stay grey: they take the grey nearest to the tinted colour.",
+       .channel_order = ChannelOrder::kBlueGreenRed,
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              const Arguments& arguments = call.arguments;
@@ -182,6 +243,7 @@ std::vector<Operation> ColorOperations() {
        .parameters = {kAlpha},
        .example = "set-image-alpha alpha=128",
        .note = "Fails without an alpha channel.",
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              return call.components.color->SetImageAlpha(call.image, call.arguments.Int("alpha"),
@@ -195,6 +257,8 @@ std::vector<Operation> ColorOperations() {
        .parameters = {kKey},
        .example = "set-image-transparent-pixel key=#FFFFFF",
        .note = "Fails without an alpha channel. Only the exact colour counts.",
+       .channel_order = ChannelOrder::kByArguments,
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              return call.components.color->SetImageTransparentPixel(call.image, KeyOf(call));
@@ -207,6 +271,8 @@ std::vector<Operation> ColorOperations() {
        .parameters = {kAlpha, kKey},
        .example = "set-image-alpha-transparency alpha=200 key=#FFFFFF",
        .note = "Fails without an alpha channel. Only the exact colour counts.",
+       .channel_order = ChannelOrder::kByArguments,
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              return call.components.color->SetImageAlphaTransparency(
@@ -215,4 +281,4 @@ std::vector<Operation> ColorOperations() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

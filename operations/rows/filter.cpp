@@ -1,16 +1,14 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <numeric>
 #include <string>
 
-#include "cli/arguments.h"
-#include "cli/operation_table.h"
 #include "operations/errors.h"
+#include "operations/rows/borders.h"
+#include "operations/table.h"
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELFilterTransform";
@@ -19,16 +17,7 @@ constexpr std::string_view kBorder =
     "Outside the picture its top-left pixel stands in, with alpha 1.";
 
 [[noreturn]] void Refuse(const std::string& message) {
-  throw Failure(kUsage, "filter: kernel: " + message);
-}
-
-/// The text itself, or after an @ the content of a file.
-std::string KernelText(const std::string& given) {
-  if (!given.starts_with('@')) return given;
-  const std::string path = given.substr(1);
-  std::ifstream file(path);
-  if (!file) throw Failure(kNoInput, "filter: kernel: cannot read " + path);
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  throw StepError("filter: kernel: " + message, "filter", "kernel");
 }
 
 /// A square of whole numbers, row by row.
@@ -78,9 +67,7 @@ Kernel ParseKernel(const std::string& text) {
   return kernel;
 }
 
-Kernel KernelOf(const Given& given) {
-  return ParseKernel(KernelText(given.arguments.Text("kernel")));
-}
+Kernel KernelOf(const Given& given) { return ParseKernel(given.arguments.Text("kernel")); }
 
 result_t CallFilter(Call& call) {
   Kernel kernel = KernelOf(call);
@@ -101,11 +88,20 @@ const Parameter kSize = {.name = "size",
                          .help = "columns and rows of the neighbourhood",
                          .standard = "3",
                          .minimum = 1,
+                         .usual = {1, 31},
                          .unit = "pixels"};
-const Parameter kSeed = {
-    .name = "seed", .help = "picks the random sequence", .minimum = 0, .optional = true};
+const Parameter kSeed = {.name = "seed",
+                         .help = "picks the random sequence",
+                         .minimum = 0,
+                         .usual = {0, 1000},
+                         .optional = true};
 
-/// A row of a filter without arguments.
+Border BorderOfSize(const Given& given, const Shape&) {
+  return SquareOf(given.arguments.Int("size"));
+}
+Border BorderOfKernel(const Given& given, const Shape&) { return SquareOf(KernelOf(given).size); }
+
+/// A row of a filter over 3 x 3 pixels, without arguments.
 Operation Plain(std::string_view name, std::string_view summary, result_t (*call)(Call& call)) {
   return {.name = name,
           .component = kComponent,
@@ -113,6 +109,7 @@ Operation Plain(std::string_view name, std::string_view summary, result_t (*call
           .depths = kAllDepths,
           .example = name,
           .note = kBorder,
+          .border = [](const Given&, const Shape&) { return SquareOf(3); },
           .call = call};
 }
 
@@ -121,6 +118,7 @@ Operation Sized(std::string_view name, std::string_view summary, std::string_vie
                 result_t (*call)(Call& call)) {
   Operation row = Plain(name, summary, call);
   row.parameters = {kSize};
+  row.border = &BorderOfSize;
   row.example = example;
   return row;
 }
@@ -150,14 +148,19 @@ std::vector<Operation> FilterOperations() {
        .summary = "Weighs each neighbourhood by a kernel of whole numbers.",
        .depths = kAllDepths,
        .parameters = {{.name = "kernel",
-                       .kind = Kind::kText,
-                       .help = "rows of weights, as \"0 -1 0; -1 5 -1; 0 -1 0\", or @ and a file"},
+                       .kind = Kind::kNumbers,
+                       .help = "rows of weights, as \"0 -1 0; -1 5 -1; 0 -1 0\""},
                       {.name = "divisor",
                        .help = "divides the sums, 0 does not; left out: the sum of the weights",
+                       .usual = {1, 256},
                        .optional = true},
-                      {.name = "offset", .help = "added after dividing", .standard = "0"}},
+                      {.name = "offset",
+                       .help = "added after dividing",
+                       .standard = "0",
+                       .usual = {-255, 255}}},
        .example = "filter 'kernel=0 -1 0; -1 5 -1; 0 -1 0'",
        .note = kBorder,
+       .border = &BorderOfKernel,
        .call = &CallFilter,
        .check = [](const Given& given) { KernelOf(given); }},
       Plain("contour", "Draws contours, dark on white.",
@@ -170,6 +173,7 @@ std::vector<Operation> FilterOperations() {
        .parameters = {{.name = "amount",
                        .help = "farthest distance in columns and in rows",
                        .standard = "4",
+                       .usual = {0, 64},
                        .unit = "pixels"},
                       kSeed},
        .example = "jitter amount=6",
@@ -187,21 +191,27 @@ std::vector<Operation> FilterOperations() {
        .random = true,
        .parameters = {{.name = "amount",
                        .help = "span of the offsets, half of it either way",
-                       .standard = "40"},
+                       .standard = "40",
+                       .usual = {0, 255}},
                       kSeed},
        .example = "noise amount=80",
        .note = "Grey pictures take the grey nearest to the noisy colour.",
+       .channel_order = ChannelOrder::kBlueGreenRed,
        .call =
            [](Call& call) {
              Seed(call);
              return call.components.filter->Noise(call.image, call.arguments.Int("amount"),
                                                   call.result);
            }},
-      Sized("median", "Takes the pixel of middle brightness over a square.", "median size=5",
-            [](Call& call) {
-              return call.components.filter->Median(call.image, call.arguments.Int("size"),
-                                                    call.result);
-            }),
+      [] {
+        Operation row = Sized("median", "Takes the pixel of middle brightness over a square.",
+                              "median size=5", [](Call& call) {
+                                return call.components.filter->Median(
+                                    call.image, call.arguments.Int("size"), call.result);
+                              });
+        row.channel_order = ChannelOrder::kBlueGreenRed;
+        return row;
+      }(),
       Plain("emboss", "Relief on grey, lit from the bottom left.",
             [](Call& call) { return call.components.filter->Emboss(call.image, call.result); }),
       Plain("blur", "Mean over 3 x 3 pixels.",
@@ -221,6 +231,8 @@ std::vector<Operation> FilterOperations() {
                        .maximum = 3}},
        .example = "gaussian-blur level=3",
        .note = "Level 2 is a little lopsided and darkens by 2 percent.",
+       .border = [](const Given& given,
+                    const Shape&) { return SquareOf(given.arguments.Int("level") == 0 ? 3 : 5); },
        .call =
            [](Call& call) {
              return call.components.filter->GaussianBlur(call.image, call.arguments.Int("level"),
@@ -229,4 +241,4 @@ std::vector<Operation> FilterOperations() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

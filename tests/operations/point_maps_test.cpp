@@ -1,10 +1,11 @@
-#include "cli/point_maps.h"
+#include "operations/arguments.h"
+#include "operations/point_maps.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 MapPoint Mapped(PointMap* map, MapPoint units, double x, double y) {
@@ -44,4 +45,4 @@ TEST(PointMaps, ReadNumbersBetweenAnySeparators) {
 }
 
 }  // namespace
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -1,13 +1,15 @@
-#include "operations/errors.h"
+#include "cli/terminal/errors.h"
 
 #include <new>
 
+#include "operations/errors.h"
 #include "pictures/picture_error.h"
 
 namespace qel::cli {
 
 ExitCode ExitCodeOf(const std::exception& error) {
   if (const auto* const failure = dynamic_cast<const Failure*>(&error)) return failure->code();
+  if (dynamic_cast<const operations::StepError*>(&error) != nullptr) return kUsage;
   if (const auto* const picture = dynamic_cast<const pictures::PictureError*>(&error)) {
     using Kind = pictures::PictureError::Kind;
     const bool of_output =

@@ -1,14 +1,10 @@
 #include <algorithm>
 #include <string>
 
-#include "cli/arguments.h"
-#include "cli/batch/picture_io.h"
-#include "cli/operation_table.h"
-#include "cli/shape.h"
-#include "cli/terminal/console.h"
-#include "operations/errors.h"
+#include "operations/rows/borders.h"
+#include "operations/table.h"
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELMaths";
@@ -27,12 +23,12 @@ std::string Named(const Call& call, std::string_view parameter) {
 void NeedBytes(const Call& call, const Shape& shape) {
   if (shape.HasBytes()) return;
   Refuse(call, "works on 8, 24 and 32 bits per pixel, the picture has " + shape.Bits() +
-                   "; leave out --keep-depth");
+                   "; bring it to one of these first");
 }
 
 /// The second picture, which must have the depth of the first.
 IQEL& SecondOfSameDepth(Call& call, const Shape& first) {
-  host::HostImage& second = call.pictures.Get(call.arguments.Text("with"));
+  IQEL& second = call.pictures.Get(call.arguments.Text("with"));
   const Shape shape = ShapeOf(second);
   NeedBytes(call, first);
   if (shape.bits != first.bits || shape.model != first.model) {
@@ -46,7 +42,7 @@ IQEL& SecondOfSameDepth(Call& call, const Shape& first) {
 /// The mask, which must have a byte for every pixel of `area`; null when there is none.
 IQEL* MaskFor(Call& call, const Shape& area) {
   if (!call.arguments.Has("mask")) return nullptr;
-  host::HostImage& mask = call.pictures.Get(call.arguments.Text("mask"));
+  IQEL& mask = call.pictures.Get(call.arguments.Text("mask"));
   const Shape shape = ShapeOf(mask);
   if (shape.bits != 8) {
     Refuse(call, Named(call, "mask") + " has " + shape.Bits() +
@@ -73,7 +69,7 @@ result_t CallEqual(Call& call) {
 
 result_t CallCopy(Call& call) {
   const Shape shape = ShapeOf(*call.image);
-  host::HostImage& source = call.pictures.Get(call.arguments.Text("with"));
+  IQEL& source = call.pictures.Get(call.arguments.Text("with"));
   NeedBytes(call, shape);
   NeedBytes(call, ShapeOf(source));
   const int x = call.arguments.Int("x"), y = call.arguments.Int("y");
@@ -93,7 +89,7 @@ result_t CallAdd(Call& call) {
     Refuse(call, Named(call, "with") + " has " + ShapeOf(second).Size() + " pixels and must have " +
                      shape.Size() + " at least");
   }
-  auto sum = host::HostImage::Make(kImageOptions);
+  SmartPtr<IQELImageDIB> sum = call.NewImage();
   const result_t result =
       call.components.maths->Add(sum.Get(), call.image, &second, call.arguments.Real("divisor"));
   *call.result = sum.Detach();
@@ -105,14 +101,14 @@ result_t CallSubtract(Call& call) {
   const int flags = call.arguments.Int("absolute") | call.arguments.Int("clear-alpha") << 1;
   const result_t tally = call.components.maths->Subtract(call.image, call.image, &second, flags);
   if (Succeeded(tally) && ShapeOf(*call.image).bits != 8) {
-    PrintMessage("subtract: note: " + std::to_string(tally) + " samples are 2 or more");
+    call.notes.push_back("subtract: " + std::to_string(tally) + " samples are 2 or more");
   }
   return tally;
 }
 
 result_t CallAddScale(Call& call) {
   const Shape shape = ShapeOf(*call.image);
-  host::HostImage& second = call.pictures.Get(call.arguments.Text("with"));
+  IQEL& second = call.pictures.Get(call.arguments.Text("with"));
   const Shape other = ShapeOf(second);
   NeedBytes(call, shape);
   const bool mixed = other.bits != shape.bits;
@@ -146,9 +142,8 @@ result_t CallScale(Call& call) {
   IQELMaths& maths = *call.components.maths.Get();
   IQEL* dest = call.image;
   if (depth != shape.bits) {
-    const uint32_t model = depth == 8 ? kModelMono : depth == 24 ? kModelBgr : kModelArgb;
     const result_t result =
-        maths.CreateDestImage(call.result, call.image, depth, static_cast<int>(model));
+        maths.CreateDestImage(call.result, call.image, depth, static_cast<int>(ModelOf(depth)));
     if (Failed(result)) return result;
     dest = *call.result;
   }
@@ -169,7 +164,7 @@ result_t CallScale8(Call& call) {
     if (Failed(result)) return result;
     maths.Copy(integers.Get(), call.image, nullptr, 0, 0);
   }
-  auto bytes = host::HostImage::Make(kImageOptions);
+  SmartPtr<IQELImageDIB> bytes = call.NewImage();
   const result_t result = maths.Scale8(bytes.Get(), integers.Get(), call.arguments.Int("offset"),
                                        call.arguments.Number("factor"));
   *call.result = bytes.Detach();
@@ -178,13 +173,23 @@ result_t CallScale8(Call& call) {
 
 constexpr Choice kDepths[] = {{"same", 0}, {"8", 8}, {"24", 24}, {"32", 32}};
 
-Parameter Number(std::string_view name, std::string_view help, std::string_view standard) {
+Parameter Number(std::string_view name, std::string_view help, std::string_view standard,
+                 Range usual) {
   return {.name = name,
           .kind = Kind::kNumber,
           .help = help,
           .standard = standard,
           .minimum = -1e9,
-          .maximum = 1e9};
+          .maximum = 1e9,
+          .usual = usual};
+}
+Parameter Place(std::string_view name, std::string_view help) {
+  return {.name = name,
+          .help = help,
+          .standard = "0",
+          .minimum = 0,
+          .usual = {0, 4000},
+          .unit = "pixels"};
 }
 Parameter Flag(std::string_view name, std::string_view help) {
   return {.name = name, .kind = Kind::kFlag, .help = help, .standard = "no"};
@@ -204,7 +209,7 @@ std::vector<Operation> MathsOperations() {
        .depths = kByteDepths,
        .in_place = true,
        .parameters = {{.name = "colour",
-                       .kind = Kind::kColour,
+                       .kind = Kind::kColor,
                        .help = "8-bit pictures take its blue"},
                       {.name = "alpha",
                        .help = "at 32 bits",
@@ -214,18 +219,19 @@ std::vector<Operation> MathsOperations() {
                       kMask},
        .example = "equal colour=#204080 mask=mask.png",
        .note = "24-bit pictures are filled whatever the mask says.",
+       .channel_order = ChannelOrder::kByArguments,
+       .border = &NoNeighbours,
        .call = &CallEqual},
       {.name = "copy",
        .component = kComponent,
        .summary = "Pastes another picture into this one, whatever the two depths.",
        .depths = kByteDepths,
        .in_place = true,
-       .parameters =
-           {kWith,
-            {.name = "x", .help = "column of its left edge", .standard = "0", .minimum = 0},
-            {.name = "y", .help = "row of its top edge", .standard = "0", .minimum = 0},
-            Flag("keep", "replaces zero bytes only; needs equal depths")},
+       .parameters = {kWith, Place("x", "column of its left edge"),
+                      Place("y", "row of its top edge"),
+                      Flag("keep", "replaces zero bytes only; needs equal depths")},
        .example = "copy with=other.png x=240 y=100",
+       .picture_step = "copy with=other.png x=80 y=33",
        .note = "Colours become grey as the truncated mean; what hangs over is cut off.",
        .call = &CallCopy},
       {.name = "add-scale",
@@ -233,23 +239,30 @@ std::vector<Operation> MathsOperations() {
        .summary = "Weighted sum of two pictures.",
        .depths = kByteDepths,
        .in_place = true,
-       .parameters = {kWith, Number("factor", "weight of the picture", "0.5"),
-                      Number("with-factor", "weight of the second picture", "0.5"),
-                      Number("offset", "added to the sum", "0"), kMask},
+       .parameters = {kWith, Number("factor", "weight of the picture", "0.5", {-2, 2}),
+                      Number("with-factor", "weight of the second picture", "0.5", {-2, 2}),
+                      Number("offset", "added to the sum", "0", {-255, 255}), kMask},
        .example = "add-scale with=other.png factor=0.7 with-factor=0.6",
        .note = "Alpha takes part where both have 32 bits; 24 and 32 bits mix without a mask.",
+       .border = &NoNeighbours,
        .call = &CallAddScale},
       {.name = "scale",
        .component = kComponent,
        .summary = "Multiplies samples by a factor and adds an offset; changes the depth.",
        .depths = kByteDepths,
        .in_place = true,
-       .parameters = {Number("factor", "multiplies every sample", "1"),
-                      Number("offset", "added to every product", "0"),
+       .parameters = {Number("factor", "multiplies every sample", "1", {0, 4}),
+                      Number("offset", "added to every product", "0", {-255, 255}),
                       Depth("bits of the result; from 8 to 32 there is no way"), kMask},
        .example = "scale factor=1.4 offset=-30 depth=24",
        .note = "From 32 to 32 bits values above 255 wrap and alpha takes part; from 24 to 32 only "
                "the first pixel of each row is converted. Another depth makes a new picture.",
+       .border =
+           [](const Given& given, const Shape& shape) {
+             const int depth = given.arguments.Int("depth");
+             return shape.bits == 24 && depth == 32 ? Border{.rows = 0, .columns = Border::kAll}
+                                                    : Border{};
+           },
        .call = &CallScale,
        .result_shape = &ShapeOfDepth},
       {.name = "subtract",
@@ -261,6 +274,7 @@ std::vector<Operation> MathsOperations() {
                       Flag("clear-alpha", "alpha of the result is 0, otherwise 255")},
        .example = "subtract with=other.png absolute=yes",
        .note = "clear-alpha=yes selects the absolute difference as well at 8 and 24 bits.",
+       .border = &NoNeighbours,
        .call = &CallSubtract},
       {.name = "create-dest-image",
        .component = kComponent,
@@ -268,13 +282,11 @@ std::vector<Operation> MathsOperations() {
        .depths = kByteDepths,
        .parameters = {Depth("bits of the result")},
        .example = "create-dest-image depth=8",
+       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              const int depth = call.arguments.Int("depth");
-             const uint32_t model = depth == 0    ? 0
-                                    : depth == 8  ? kModelMono
-                                    : depth == 24 ? kModelBgr
-                                                  : kModelArgb;
+             const uint32_t model = depth == 0 ? 0 : ModelOf(depth);
              return call.components.maths->CreateDestImage(call.result, call.image, depth,
                                                            static_cast<int>(model));
            },
@@ -283,19 +295,30 @@ std::vector<Operation> MathsOperations() {
        .component = kComponent,
        .summary = "Sum of two pictures, divided.",
        .depths = kByteDepths,
-       .parameters = {kWith, Number("divisor", "0 divides by nothing", "0")},
+       .parameters = {kWith, Number("divisor", "0 divides by nothing", "0", {0, 4})},
        .example = "add with=other.png divisor=1.5",
        .note = "divisor=2 multiplies by four. At 32 bits the last quarter of every row is empty.",
+       .channel_order = ChannelOrder::kAlikeWithoutAlpha,
+       .border =
+           [](const Given&, const Shape& shape) {
+             return shape.bits == 32 ? Border{.rows = 0, .columns = Border::kAll} : Border{};
+           },
        .call = &CallAdd},
       {.name = "scale8",
        .component = kComponent,
        .summary = "Scales 32-bit pixels, each read as one integer, to 8-bit greys.",
        .depths = "32",
-       .parameters = {Number("factor", "multiplies every integer", "0.0000152587890625"),
-                      {.name = "offset", .help = "added to the product", .standard = "256"}},
+       .parameters = {Number("factor", "multiplies every integer", "0.0000152587890625",
+                             {0, 0.0001}),
+                      {.name = "offset",
+                       .help = "added to the product",
+                       .standard = "256",
+                       .usual = {-255, 511}}},
        .example = "scale8 factor=0.0000152587890625 offset=256",
        .note = "Alpha is the highest byte and counts as a sign, then red: the standard values give "
                "the red of opaque pixels.",
+       .channel_order = ChannelOrder::kBlueGreenRed,
+       .border = &NoNeighbours,
        .call = &CallScale8,
        .result_shape =
            [](const Given&, Shape shape) {
@@ -305,4 +328,4 @@ std::vector<Operation> MathsOperations() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -1,15 +1,17 @@
-#include "cli/arguments.h"
+#include "operations/arguments.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <iomanip>
 #include <limits>
 #include <sstream>
+#include <stdexcept>
 
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 /// "brightness: whole number from -255 to 255, default 0".
@@ -26,7 +28,7 @@ bool ParseNumber(std::string_view text, double& number) {
   return error == std::errc() && rest == end && std::isfinite(number);
 }
 
-bool ParseColour(std::string_view text, double& number) {
+bool ParseColor(std::string_view text, double& number) {
   if (text.starts_with("#")) text.remove_prefix(1);
   uint32_t value = 0;
   const char* const end = text.data() + text.size();
@@ -77,10 +79,12 @@ bool ParseValue(const Parameter& parameter, std::string_view text, double& numbe
       return ParseExtent(parameter, text, number);
     case Kind::kFlag:
       return ParseFlag(text, number);
-    case Kind::kColour:
-      return ParseColour(text, number);
+    case Kind::kColor:
+      return ParseColor(text, number);
     case Kind::kChoice:
       return ParseChoice(parameter, text, number);
+    case Kind::kNumbers:
+    case Kind::kPoint:
     case Kind::kText:
     case Kind::kPicture:
       return !text.empty();
@@ -88,17 +92,35 @@ bool ParseValue(const Parameter& parameter, std::string_view text, double& numbe
   return false;
 }
 
-const Parameter* FindParameter(const Operation& operation, std::string_view name) {
-  for (const Parameter& parameter : operation.parameters) {
-    if (parameter.name == name) return &parameter;
-  }
-  return nullptr;
-}
-
 std::vector<std::string_view> ChoiceLabels(const Parameter& parameter) {
   std::vector<std::string_view> labels;
   for (const Choice& choice : parameter.choices) labels.push_back(choice.label);
   return labels;
+}
+
+/// True when a value that came as a number is one that the parameter takes.
+bool Fits(const Parameter& parameter, double number) {
+  switch (parameter.kind) {
+    case Kind::kInt:
+    case Kind::kExtent:
+      return number == std::floor(number) && number >= parameter.minimum &&
+             number <= parameter.maximum;
+    case Kind::kNumber:
+      return number >= parameter.minimum && number <= parameter.maximum;
+    case Kind::kFlag:
+      return number == 0 || number == 1;
+    case Kind::kColor:
+      return number == std::floor(number) && number >= 0 && number <= 0xFFFFFF;
+    case Kind::kChoice:
+      return std::ranges::find(parameter.choices, number, &Choice::value) !=
+             parameter.choices.end();
+    case Kind::kNumbers:
+    case Kind::kPoint:
+    case Kind::kText:
+    case Kind::kPicture:
+      break;
+  }
+  return false;
 }
 
 std::string ParameterNames(const Operation& operation) {
@@ -146,7 +168,7 @@ std::string DescribeValues(const Parameter& parameter) {
     case Kind::kFlag:
       text << "yes or no";
       break;
-    case Kind::kColour:
+    case Kind::kColor:
       text << "a colour as #RRGGBB";
       break;
     case Kind::kChoice:
@@ -154,6 +176,12 @@ std::string DescribeValues(const Parameter& parameter) {
       for (const Choice& choice : parameter.choices) {
         text << (&choice == &parameter.choices.front() ? " " : ", ") << choice.label;
       }
+      break;
+    case Kind::kNumbers:
+      text << "numbers between blanks or commas, or @ and the path of a text file with them";
+      break;
+    case Kind::kPoint:
+      text << "a point as x,y in pixels, or with % of the picture";
       break;
     case Kind::kText:
       text << "text";
@@ -165,39 +193,90 @@ std::string DescribeValues(const Parameter& parameter) {
   return text.str();
 }
 
-Arguments::Arguments(const Operation& operation, const std::map<std::string, std::string>& given) {
-  const std::string step(operation.name);
-  for (const auto& [name, text] : given) {
-    const Parameter* const parameter = FindParameter(operation, name);
-    if (parameter == nullptr) {
-      throw Failure(kUsage, step + ": there is no argument " + name + "; " +
-                                ParameterNames(operation) +
-                                DidYouMean(name, NamesOf(operation.parameters), ""));
+std::vector<double> ParseNumbers(std::string_view text) {
+  constexpr std::string_view kSeparators = " ,;\t\r\n";
+  std::vector<double> numbers;
+  for (size_t at = text.find_first_not_of(kSeparators); at != text.npos;) {
+    const size_t end = std::min(text.find_first_of(kSeparators, at), text.size());
+    const size_t sign = text[at] == '+' ? 1 : 0;
+    double number = 0;
+    const auto [stop, error] = std::from_chars(text.data() + at + sign, text.data() + end, number);
+    if (error != std::errc() || stop != text.data() + end) {
+      throw std::invalid_argument(std::string(text.substr(at, end - at)));
     }
-    Value value{text};
-    if (!ParseValue(*parameter, text, value.number)) {
-      throw Failure(kUsage, step + ": " + name + "=" + text +
-                                " does not fit: " + Expectation(*parameter) +
-                                DidYouMean(text, ChoiceLabels(*parameter), ""));
-    }
-    values_[name] = value;
+    numbers.push_back(number);
+    at = text.find_first_not_of(kSeparators, end);
   }
-  for (const Parameter& parameter : operation.parameters) {
-    if (Has(parameter.name)) continue;
-    if (parameter.standard.empty()) {
-      if (parameter.optional) continue;
-      throw Failure(kUsage, step + ": " + std::string(parameter.name) +
-                                "= is missing: " + Expectation(parameter));
+  return numbers;
+}
+
+Arguments::Arguments(const Operation& operation)
+    : operation_(&operation), values_(operation.parameters.size()) {}
+
+Arguments::Value& Arguments::Slot(std::string_view name) {
+  const Parameter* const parameter = operation_->Find(name);
+  const std::string step(operation_->name);
+  if (parameter == nullptr) {
+    throw StepError(step + ": there is no argument " + std::string(name) + "; " +
+                        ParameterNames(*operation_) +
+                        DidYouMean(name, NamesOf(operation_->parameters), ""),
+                    step, name);
+  }
+  Value& value = values_[static_cast<size_t>(parameter - operation_->parameters.data())];
+  if (value.given) {
+    throw StepError(step + ": " + std::string(name) + "= is given twice", step, name);
+  }
+  return value;
+}
+
+void Arguments::Set(std::string_view name, std::string text) {
+  Value& value = Slot(name);
+  const Parameter& parameter = *operation_->Find(name);
+  if (!ParseValue(parameter, text, value.number)) {
+    throw StepError(std::string(operation_->name) + ": " + std::string(name) + "=" + text +
+                        " does not fit: " + Expectation(parameter) +
+                        DidYouMean(text, ChoiceLabels(parameter), ""),
+                    operation_->name, name);
+  }
+  value.given = true;
+  value.text = std::move(text);
+}
+
+void Arguments::Set(std::string_view name, double number) {
+  Value& value = Slot(name);
+  const Parameter& parameter = *operation_->Find(name);
+  if (!Fits(parameter, number)) {
+    std::ostringstream text;
+    text << operation_->name << ": " << name << "=" << std::setprecision(17) << number
+         << " does not fit: " << Expectation(parameter);
+    throw StepError(text.str(), operation_->name, name);
+  }
+  value.given = true;
+  value.number = number;
+}
+
+void Arguments::Complete() {
+  for (size_t i = 0; i < values_.size(); ++i) {
+    Value& value = values_[i];
+    const Parameter& parameter = operation_->parameters[i];
+    if (value.given || (parameter.optional && parameter.standard.empty())) continue;
+    if (parameter.required()) {
+      throw StepError(std::string(operation_->name) + ": " + std::string(parameter.name) +
+                          "= is missing: " + Expectation(parameter),
+                      operation_->name, parameter.name);
     }
-    Value value{std::string(parameter.standard)};
+    value.given = true;
+    value.text = parameter.standard;
     ParseValue(parameter, value.text, value.number);
-    values_[std::string(parameter.name)] = value;
   }
+  if (operation_->check != nullptr) operation_->check({operation_->name, *this});
 }
 
 const Arguments::Value* Arguments::Find(std::string_view name) const {
-  const auto found = values_.find(name);
-  return found == values_.end() ? nullptr : &found->second;
+  const Parameter* const parameter = operation_->Find(name);
+  if (parameter == nullptr) return nullptr;
+  const Value& value = values_[static_cast<size_t>(parameter - operation_->parameters.data())];
+  return value.given ? &value : nullptr;
 }
 
 const Arguments::Value& Arguments::Get(std::string_view name) const {
@@ -206,13 +285,19 @@ const Arguments::Value& Arguments::Get(std::string_view name) const {
   return *value;
 }
 
-double Arguments::Number(std::string_view name) const { return Get(name).number; }
-
 double Arguments::Pixels(std::string_view name, int whole) const {
   const Value& value = Get(name);
   return value.text.ends_with('%') ? whole * value.number / 100 : value.number;
 }
 
-const std::string& Arguments::Text(std::string_view name) const { return Get(name).text; }
+std::vector<double> Arguments::Numbers(std::string_view name) const {
+  try {
+    return ParseNumbers(Text(name));
+  } catch (const std::invalid_argument& error) {
+    throw StepError(std::string(operation_->name) + ": " + std::string(name) + ": \"" +
+                        error.what() + "\" is no number",
+                    operation_->name, name);
+  }
+}
 
-}  // namespace qel::cli
+}  // namespace qel::operations

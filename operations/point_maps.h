@@ -1,15 +1,14 @@
-#ifndef QEL_CLI_POINT_MAPS_H_
-#define QEL_CLI_POINT_MAPS_H_
+#ifndef QEL_OPERATIONS_POINT_MAPS_H_
+#define QEL_OPERATIONS_POINT_MAPS_H_
 
 #include <array>
-#include <string>
 #include <vector>
 
 #include "host/host_object.h"
 #include "qel/smart_ptr.h"
 #include "qel/transform.h"
 
-namespace qel::cli {
+namespace qel::operations {
 
 struct MapPoint {
   double x, y;
@@ -70,10 +69,6 @@ class PolynomialMap final : public PointMap {
   const std::vector<double> factors_;
 };
 
-/// Numbers between blanks, commas, semicolons and line ends. Throws `std::invalid_argument` with
-/// the word that is none.
-std::vector<double> ParseNumbers(const std::string& text);
+}  // namespace qel::operations
 
-}  // namespace qel::cli
-
-#endif  // QEL_CLI_POINT_MAPS_H_
+#endif  // QEL_OPERATIONS_POINT_MAPS_H_

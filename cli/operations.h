@@ -1,0 +1,34 @@
+#ifndef QEL_CLI_OPERATIONS_H_
+#define QEL_CLI_OPERATIONS_H_
+
+#include "operations/engine.h"
+#include "operations/errors.h"
+#include "operations/nearest_name.h"
+#include "operations/table.h"
+
+namespace qel::cli {
+
+// The tool speaks of operations in the words of their library.
+using operations::Arguments;
+using operations::Choice;
+using operations::Components;
+using operations::DescribeValues;
+using operations::DidYouMean;
+using operations::FindOperation;
+using operations::InterpolationMethods;
+using operations::Kind;
+using operations::NamesOf;
+using operations::Operation;
+using operations::OperationTable;
+using operations::Parameter;
+using operations::ParseSteps;
+using operations::PictureNames;
+using operations::RequireOperation;
+using operations::Shape;
+using operations::ShapeOf;
+using operations::Step;
+using operations::StepError;
+
+}  // namespace qel::cli
+
+#endif  // QEL_CLI_OPERATIONS_H_

@@ -1,0 +1,53 @@
+#ifndef QEL_OPERATIONS_ENGINE_H_
+#define QEL_OPERATIONS_ENGINE_H_
+
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "operations/steps.h"
+
+namespace qel::operations {
+
+/// The process's random numbers for one picture, from their first, as long as this lives: results
+/// depend neither on the order of pictures nor on other threads, which wait.
+class RandomNumbers {
+ public:
+  RandomNumbers();
+
+ private:
+  std::unique_lock<std::mutex> lock_;
+};
+
+/// Runs steps on images, by the module's components and the host that they make images at.
+/// Threads: any, on pictures of their own.
+class Engine {
+ public:
+  /// Keeps both. The module must have been initialised with `host`.
+  Engine(Components components, SmartPtr<IComponentCollection> host)
+      : components_(std::move(components)), host_(std::move(host)) {}
+
+  /// Runs one step and returns the picture after it: `picture` itself, changed in place, or a new
+  /// one of the host. `notes` gets what the caller should know. Random steps draw what comes next:
+  /// hold `RandomNumbers` round them.
+  /// Throws `StepError`, `CallError`, and what `pictures` throws.
+  SmartPtr<IQEL> RunStep(const Step& step, SmartPtr<IQEL> picture, PictureSource& pictures,
+                         std::vector<std::string>& notes) const;
+
+  /// Runs the steps one after the other; random ones draw the same numbers for every picture.
+  SmartPtr<IQEL> Run(std::span<const Step> steps, SmartPtr<IQEL> picture, PictureSource& pictures,
+                     std::vector<std::string>& notes) const;
+
+  /// For calls without steps.
+  const Components& components() const { return components_; }
+  IComponentCollection& host() const { return *host_.Get(); }
+
+ private:
+  Components components_;
+  SmartPtr<IComponentCollection> host_;
+};
+
+}  // namespace qel::operations
+
+#endif  // QEL_OPERATIONS_ENGINE_H_

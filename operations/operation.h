@@ -1,0 +1,193 @@
+#ifndef QEL_OPERATIONS_OPERATION_H_
+#define QEL_OPERATIONS_OPERATION_H_
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "operations/components.h"
+
+namespace qel::operations {
+
+class Arguments;
+
+/// What a parameter's text means.
+enum class Kind {
+  kInt,      ///< whole number
+  kNumber,   ///< real number
+  kExtent,   ///< number of pixels, or a percentage of what the picture has
+  kFlag,     ///< yes or no
+  kColor,    ///< #RRGGBB
+  kChoice,   ///< one of the parameter's labels, or its number
+  kNumbers,  ///< several numbers between blanks, commas and semicolons, or @ and a text file
+  kPoint,    ///< x,y in pixels, or with % in hundredths of the picture
+  kText,     ///< passed on as it is
+  kPicture,  ///< a second picture, by name
+};
+
+struct Choice {
+  std::string_view label;
+  int value;
+};
+
+/// What people usually choose from, where the limits are far away: the ends of a slider.
+struct Range {
+  double low = 0;
+  double high = 0;
+
+  bool empty() const { return low == high; }
+};
+
+/// One argument of an operation, enough for parsing, help, completion and controls.
+struct Parameter {
+  std::string_view name = {};
+  Kind kind = Kind::kInt;
+  std::string_view help = {};
+  std::string_view standard = {};  ///< text of the default; empty: must be given, unless `optional`
+  double minimum = std::numeric_limits<int>::min();
+  double maximum = std::numeric_limits<int>::max();
+  Range usual = {};  ///< empty: from `minimum` to `maximum`, or no numbers
+  std::string_view unit = {};
+  std::span<const Choice> choices = {};
+  bool optional = false;  ///< may be left out without a default
+
+  bool required() const { return standard.empty() && !optional; }
+  bool IsNumber() const {
+    return kind == Kind::kInt || kind == Kind::kNumber || kind == Kind::kExtent;
+  }
+  /// The ends of a slider.
+  Range Usual() const { return usual.empty() ? Range{minimum, maximum} : usual; }
+};
+
+/// What a step says, whatever the picture.
+struct Given {
+  std::string_view name;  ///< of the operation, for messages
+  const Arguments& arguments;
+};
+
+/// Size and depth of a picture.
+struct Shape {
+  int width = 0, height = 0, bits = 0;
+  uint32_t model = 0;
+
+  std::string Size() const { return std::to_string(width) + " x " + std::to_string(height); }
+  std::string Bits() const { return std::to_string(bits) + " bits"; }
+  bool Covers(const Shape& other) const { return width >= other.width && height >= other.height; }
+  bool HasBytes() const { return bits == 8 || bits == 24 || bits == 32; }
+};
+
+/// The neighbours that a pixel of the result depends on, on each side of its own place in the
+/// picture and in second pictures. What stands outside the picture is its top-left pixel, with
+/// alpha 1 at 32 bits.
+struct Border {
+  /// Of `columns`: whole rows and their neighbours in memory. Of `rows`: the whole picture.
+  static constexpr int kAll = std::numeric_limits<int>::max();
+
+  int rows = 0;
+  int columns = 0;
+
+  bool IsWholePicture() const { return rows == kAll; }
+  bool NeedsWholeRows() const { return columns == kAll; }
+};
+
+/// What an operation does with pixels whose channels lie in the order red, green, blue, instead of
+/// blue, green, red as the module takes them.
+enum class ChannelOrder {
+  kAlike,              ///< the same to every color channel
+  kAlikeWithoutAlpha,  ///< the same to every color channel, at 32 bits something else
+  kByArguments,   ///< the same, once colors among the arguments, and `swapped`, are exchanged too
+  kBlueGreenRed,  ///< something else: pixels must be put in order
+};
+
+/// Second pictures of steps, by the text of their argument.
+class PictureSource {
+ public:
+  virtual ~PictureSource() = default;
+  /// The picture called `name`, valid as long as the source; steps only read it. Throws what its
+  /// reader throws.
+  virtual IQEL& Get(const std::string& name) = 0;
+};
+
+/// One execution of a step: what the row's function gets.
+struct Call : Given {
+  const Components& components;
+  PictureSource& pictures;
+  IComponentCollection& host;       ///< where images come from
+  std::vector<std::string>& notes;  ///< for the caller to show
+  IQEL* image;                      ///< the picture so far; in-place operations change it
+  IQEL** result;                    ///< where a new picture goes; it replaces `image`
+
+  /// An empty image of the host. Throws `std::bad_alloc` when there is none.
+  SmartPtr<IQELImageDIB> NewImage() const;
+};
+
+/// One row of the operation table. Either `call` or `compose` is there.
+struct Operation {
+  std::string_view name = {};       ///< kebab case
+  std::string_view component = {};  ///< object name of the component; of composed rows a heading
+  std::string_view summary = {};    ///< one line
+  std::string_view depths = {};     ///< bit counts on which it has an effect
+  bool in_place = false;            ///< changes the picture instead of making a new one
+  bool random = false;              ///< draws from the process's random generator
+  std::vector<Parameter> parameters = {};
+  std::string_view example = {};       ///< a step as one would type it
+  std::string_view picture_step = {};  ///< a step for a picture of 176 x 106; empty: the example
+  std::string_view note = {};          ///< what may surprise; may be empty
+
+  ChannelOrder channel_order = ChannelOrder::kAlike;
+  /// Two numeric arguments that change places with red and blue; may be empty.
+  std::string_view swapped[2] = {};
+  /// How far a pixel looks on a picture of this shape; null: the whole picture.
+  Border (*border)(const Given& given, const Shape& shape) = nullptr;
+  /// True when bytes outside the rows of the picture or of the result are touched: they must be
+  /// the image's own. Null: never.
+  bool (*reaches_beyond_rows)(const Given& given, const Shape& shape) = nullptr;
+
+  /// Carries the step out by one call of the module.
+  result_t (*call)(Call& call) = nullptr;
+  /// Of operations that the module does not have: makes a new picture from `Call::image`, which it
+  /// only reads, by several calls or other libraries. Throws `StepError` and `CallError`; a null
+  /// result leaves the picture as it is.
+  SmartPtr<IQEL> (*compose)(Call& call) = nullptr;
+  /// Throws `StepError` for arguments that do not go together; null when all do.
+  void (*check)(const Given& given) = nullptr;
+  /// What becomes of the shape of a picture; null when it stays. The model is not looked at.
+  Shape (*result_shape)(const Given& given, Shape shape) = nullptr;
+
+  bool composed() const { return compose != nullptr; }
+  std::string_view PictureStep() const { return picture_step.empty() ? example : picture_step; }
+  Shape ResultShape(const Given& given, const Shape& shape) const {
+    return result_shape == nullptr ? shape : result_shape(given, shape);
+  }
+  Border BorderOf(const Given& given, const Shape& shape) const {
+    return border == nullptr ? Border{Border::kAll, Border::kAll} : border(given, shape);
+  }
+  bool ReachesBeyondRows(const Given& given, const Shape& shape) const {
+    return reaches_beyond_rows != nullptr && reaches_beyond_rows(given, shape);
+  }
+  /// The parameter called `parameter`, or null.
+  const Parameter* Find(std::string_view parameter) const {
+    const auto found = std::ranges::find(parameters, parameter, &Parameter::name);
+    return found == parameters.end() ? nullptr : &*found;
+  }
+};
+
+/// Shape of an image.
+Shape ShapeOf(IQEL& image);
+
+/// The colour model of images of `bits`.
+constexpr uint32_t ModelOf(int bits) {
+  return bits == 32 ? kModelArgb : bits == 24 ? kModelBgr : kModelMono;
+}
+
+/// Ends the step with a `StepError` under its name.
+[[noreturn]] void Refuse(const Given& given, const std::string& message,
+                         std::string_view argument = {});
+
+}  // namespace qel::operations
+
+#endif  // QEL_OPERATIONS_OPERATION_H_

@@ -1,0 +1,27 @@
+#ifndef QEL_OPERATIONS_ROWS_BORDERS_H_
+#define QEL_OPERATIONS_ROWS_BORDERS_H_
+
+#include "operations/arguments.h"
+
+namespace qel::operations {
+
+// What the rows of several components say in the same way about the neighbours they look at.
+
+/// Each pixel by itself.
+inline Border NoNeighbours(const Given&, const Shape&) { return {}; }
+
+/// Each row by itself.
+inline Border WholeRow(const Given&, const Shape&) { return {.rows = 0, .columns = Border::kAll}; }
+
+/// A square of `size` x `size` pixels: even sizes reach one further up and left.
+inline Border SquareOf(int size) { return {.rows = size / 2, .columns = size / 2}; }
+
+/// Every row that is not of whole bytes per pixel.
+inline bool BelowEightBits(const Given&, const Shape& shape) { return shape.bits < 8; }
+
+/// Whatever the picture.
+inline bool Always(const Given&, const Shape&) { return true; }
+
+}  // namespace qel::operations
+
+#endif  // QEL_OPERATIONS_ROWS_BORDERS_H_

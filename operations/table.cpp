@@ -1,0 +1,34 @@
+#include "operations/table.h"
+
+#include <iterator>
+
+#include "operations/errors.h"
+#include "operations/nearest_name.h"
+
+namespace qel::operations {
+
+const std::vector<Operation>& OperationTable() {
+  static const std::vector<Operation> table = [] {
+    std::vector<Operation> rows;
+    for (const auto component : {&ColorOperations, &TransformOperations, &WarpOperations,
+                                 &FilterOperations, &MathsOperations, &ComposedOperations}) {
+      std::ranges::move(component(), std::back_inserter(rows));
+    }
+    return rows;
+  }();
+  return table;
+}
+
+const Operation* FindOperation(std::string_view name) {
+  const auto found = std::ranges::find(OperationTable(), name, &Operation::name);
+  return found == OperationTable().end() ? nullptr : &*found;
+}
+
+const Operation& RequireOperation(const std::string& name) {
+  if (const Operation* const found = FindOperation(name)) return *found;
+  throw StepError("there is no operation " + name +
+                      DidYouMean(name, NamesOf(OperationTable()), "; qel list shows them all"),
+                  name);
+}
+
+}  // namespace qel::operations
