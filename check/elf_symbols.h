@@ -13,7 +13,8 @@ struct ElfNames {
   std::vector<std::string> needs;    ///< libraries that it depends on
 };
 
-/// Reads the dynamic symbols of a 64-bit ELF file. Throws `std::runtime_error` when there are none.
+/// Reads a 64-bit ELF file as the loader does: by its dynamic segment, whatever its sections say.
+/// Throws `std::runtime_error` when it has none, or when a place in the file leads out of it.
 ElfNames ReadElf(const std::filesystem::path& path);
 
 }  // namespace qel::cli

@@ -1,5 +1,10 @@
+#include <elf.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+
+#include "check/elf_symbols.h"
+#include "reference/rng.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::test {
@@ -130,6 +135,60 @@ TEST_F(Checkers, SeeSymbolsThatAreExportedToo) {
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_NE(outcome.output.find("exports NobodyAskedForThis as well"), std::string::npos);
   EXPECT_NE(outcome.output.find("6 rules, 1 broken"), std::string::npos) << outcome.output;
+}
+
+// A library runs without its section headers, so nothing can be hidden by their absence.
+TEST_F(Checkers, ReadSymbolsAsTheLoaderDoes) {
+  std::string bytes = ReadFile(QEL_EXPORTING_MODULE);
+  Elf64_Ehdr header;
+  std::memcpy(&header, bytes.data(), sizeof(header));
+  std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(header.e_shoff),
+              header.e_shnum * sizeof(Elf64_Shdr), '\0');
+  header.e_shoff = 0;
+  header.e_shnum = header.e_shstrndx = 0;
+  std::memcpy(bytes.data(), &header, sizeof(header));
+  WriteFile(folder_ / "stripped.so", bytes);
+  const Outcome outcome = Check("check --filter entry/exports stripped.so");
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_NE(outcome.output.find("exports NobodyAskedForThis as well"), std::string::npos)
+      << outcome.output;
+}
+
+TEST_F(Checkers, ReadDamagedLibrariesWithinTheirBounds) {
+  const std::string whole = ReadFile(QEL_EXPORTING_MODULE);
+  const std::vector<std::string> exports = cli::ReadElf(QEL_EXPORTING_MODULE).exports;
+  const auto dynamic = [&]() -> Elf64_Phdr {
+    Elf64_Ehdr header;
+    std::memcpy(&header, whole.data(), sizeof(header));
+    for (size_t i = 0; i < header.e_phnum; ++i) {
+      Elf64_Phdr segment;
+      std::memcpy(&segment, whole.data() + header.e_phoff + i * sizeof(segment), sizeof(segment));
+      if (segment.p_type == PT_DYNAMIC) return segment;
+    }
+    return {};
+  }();
+  ASSERT_GT(dynamic.p_filesz, 0u);
+  Rng rng(7);
+  int refused = 0;
+  for (int i = 0; i < 2000; ++i) {
+    std::string bytes = whole;
+    // The program headers and symbols stand in the first page.
+    const int64_t begin = i % 2 == 0 ? 0 : static_cast<int64_t>(dynamic.p_offset);
+    const int64_t size = i % 2 == 0 ? 4096 : static_cast<int64_t>(dynamic.p_filesz);
+    for (int k = 0; k <= i % 5; ++k) {
+      bytes[static_cast<size_t>(begin + rng.Int(0, static_cast<int>(size) - 1))] =
+          static_cast<char>(rng.OneIn(3) ? 0xFF : rng.Int(0, 255));
+    }
+    if (i % 7 == 0) bytes.resize(static_cast<size_t>(rng.Int(0, static_cast<int>(bytes.size()))));
+    WriteFile(folder_ / "damaged.so", bytes);
+    try {
+      cli::ReadElf(folder_ / "damaged.so");
+    } catch (const std::runtime_error&) {
+      ++refused;
+    }
+  }
+  EXPECT_GT(refused, 200);
+  EXPECT_EQ(exports.size(), 3u);
 }
 
 TEST_F(Checkers, SayWhatCannotBeDone) {
