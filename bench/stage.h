@@ -78,7 +78,6 @@ class AdoptingImage final : public host::HostObject<IQELImage, IQEL> {
   result_t Create(int width, int height, int planes, int bit_count, uint32_t model) override {
     return image_->Create(width, height, planes, bit_count, model);
   }
-  result_t ReservedSlot7() override { return kFail; }
   result_t Assign(IQEL* source, int flags) override;
 
  private:

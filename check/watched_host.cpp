@@ -22,8 +22,6 @@ class WatchedString final : public host::HostObject<host::IHostString, ICreatabl
  public:
   explicit WatchedString(WatchedHost& host) : host_(host) { ++host_.live_strings; }
   ~WatchedString() override { --host_.live_strings; }
-  result_t ReservedSlot3() override { return kFail; }
-  result_t ReservedSlot4() override { return kFail; }
   result_t AppendChars(int count, const wchar_t* characters) override {
     if (!host_.OnCall()) return kFail;
     text_.append(characters, static_cast<size_t>(std::max(count, 0)));
@@ -50,7 +48,6 @@ class WatchedHost::Gate final : public host::HostObject<IComponentCollection> {
  public:
   Gate(WatchedHost& host, host::HostCollection& inner) : host_(host), inner_(inner) {}
 
-  result_t ReservedSlot3() override { return kFail; }
   result_t GetItem(int index, IUnknown** item) override {
     if (!host_.OnCall()) return kFail;
     *item = nullptr;
@@ -59,16 +56,6 @@ class WatchedHost::Gate final : public host::HostObject<IComponentCollection> {
   result_t FindItem(IString* name, int* index) override {
     return host_.OnCall() ? inner_.FindItem(name, index) : kFail;
   }
-  result_t ReservedSlot6() override { return kFail; }
-  result_t ReservedSlot7() override { return kFail; }
-  result_t ReservedSlot8() override { return kFail; }
-  result_t ReservedSlot9() override { return kFail; }
-  result_t ReservedSlot10() override { return kFail; }
-  result_t ReservedSlot11() override { return kFail; }
-  result_t ReservedSlot12() override { return kFail; }
-  result_t ReservedSlot13() override { return kFail; }
-  result_t ReservedSlot14() override { return kFail; }
-  result_t ReservedSlot15() override { return kFail; }
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
     if (!host_.OnCall()) return kFail;
     *object = nullptr;

@@ -93,7 +93,6 @@ class WatchedImage final : public IQELImageDIB {
   result_t GetFormat(int* bit_count, uint32_t* model, int* reserved) override;
   result_t GetBits(int plane, int* reserved, uint8_t** bits, int* stride) override;
   result_t Create(int width, int height, int planes, int bit_count, uint32_t model) override;
-  result_t ReservedSlot7() override { return kFail; }
   result_t Assign(IQEL* source, int flags) override;
   result_t Fill(uint32_t colour) override;
 

@@ -12,7 +12,6 @@
 #include "qel/qel.h"
 
 using namespace qel;
-#define QEL_RESERVED(n) result_t ReservedSlot##n() override { return kFail; }
 
 /// An object of one interface that also answers those the interface derives from.
 template <typename Interface, typename... Bases>
@@ -38,7 +37,6 @@ class Object : public Interface {
 
 class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
  public:
-  QEL_RESERVED(7)
   result_t GetSize(int* width, int* height, int* planes) override {
     return *width = width_, *height = height_, *planes = 1, kOk;
   }
@@ -84,7 +82,6 @@ class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
 };
 
 struct String final : Object<ICreatableString, IString> {
-  QEL_RESERVED(3) QEL_RESERVED(4)
   result_t AppendChars(int count, const wchar_t* characters) override {
     return text.append(characters, size_t(count)), kOk;
   }
@@ -93,7 +90,6 @@ struct String final : Object<ICreatableString, IString> {
 
 template <typename T>
 struct Locator final : Object<IComponentString, IString> {
-  QEL_RESERVED(3) QEL_RESERVED(4)
   result_t CreateInstance(const IID* iid, void** object) override {
     return SmartPtr<T>::Adopt(new T)->QueryInterface(*iid, object);
   }
@@ -101,8 +97,6 @@ struct Locator final : Object<IComponentString, IString> {
 };
 
 struct Collection final : Object<IComponentCollection> {
-  QEL_RESERVED(3) QEL_RESERVED(6) QEL_RESERVED(7) QEL_RESERVED(8) QEL_RESERVED(9) QEL_RESERVED(10)
-  QEL_RESERVED(11) QEL_RESERVED(12) QEL_RESERVED(13) QEL_RESERVED(14) QEL_RESERVED(15)
   result_t FindItem(IString* name, int* index) override {
     *index = 0;  // strings that arrive here are our own
     return static_cast<String*>(name)->text == kImageComponentName ? kOk : kFail;

@@ -53,8 +53,6 @@ class HostString final : public HostObject<IHostString, ICreatableString, IStrin
  public:
   static SmartPtr<HostString> Make() { return SmartPtr<HostString>::Adopt(new HostString); }
 
-  result_t ReservedSlot3() override { return kFail; }
-  result_t ReservedSlot4() override { return kFail; }
   result_t AppendChars(int count, const wchar_t* characters) override;
   result_t GetText(tagREFString* text) override;
 
@@ -71,8 +69,6 @@ class HostLocator final : public HostObject<IComponentString, IString> {
   /// Keeps `collection`, which may be null.
   static SmartPtr<HostLocator> Make(IComponentCollection* collection, std::wstring component);
 
-  result_t ReservedSlot3() override { return kFail; }
-  result_t ReservedSlot4() override { return kFail; }
   /// Asks the collection for the component; when it has none, the module named by `SetPart`.
   result_t CreateInstance(const IID* iid, void** object) override;
   result_t SetPart(int part, tagREFString text) override;
@@ -109,22 +105,11 @@ class HostCollection final : public HostObject<IComponentCollection> {
   /// Offers "CreatableString".
   void OfferStrings();
 
-  result_t ReservedSlot3() override { return kFail; }
   /// The item is a locator of the component.
   result_t GetItem(int index, IUnknown** item) override;
   /// Finds names that are strings of this host. Result: kFail when there is none, `*index` is then
   /// untouched.
   result_t FindItem(IString* name, int* index) override;
-  result_t ReservedSlot6() override { return kFail; }
-  result_t ReservedSlot7() override { return kFail; }
-  result_t ReservedSlot8() override { return kFail; }
-  result_t ReservedSlot9() override { return kFail; }
-  result_t ReservedSlot10() override { return kFail; }
-  result_t ReservedSlot11() override { return kFail; }
-  result_t ReservedSlot12() override { return kFail; }
-  result_t ReservedSlot13() override { return kFail; }
-  result_t ReservedSlot14() override { return kFail; }
-  result_t ReservedSlot15() override { return kFail; }
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override;
 
  private:

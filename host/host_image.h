@@ -51,7 +51,6 @@ class HostImage final : public IQELImageDIB, public IQELImagePalette {
   /// Result: kInvalidArgument for bit counts outside 1 to 64, more than 64 planes, rows of 2 GiB
   /// and images of 16 GiB; kFail when there is no memory. The image is then empty.
   result_t Create(int width, int height, int planes, int bit_count, uint32_t model) override;
-  result_t ReservedSlot7() override { return kFail; }
   /// Copies shape, rows of every plane and palette through the interfaces of `source`.
   /// Result: as `Create`; kFail for a null source, the image then unchanged.
   result_t Assign(IQEL* source, int flags) override;
@@ -60,7 +59,6 @@ class HostImage final : public IQELImageDIB, public IQELImagePalette {
   /// and other counts the low byte in every byte.
   result_t Fill(uint32_t colour) override;
 
-  result_t ReservedSlot3() override { return kFail; }
   /// At least 256 entries are readable, 0 behind the last: indices need not be checked.
   result_t GetPalette(RGBQUAD** entries, uint32_t* count) override;
 

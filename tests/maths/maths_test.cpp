@@ -312,7 +312,6 @@ class Window final : public IQEL {
     return kOk;
   }
   result_t Create(int, int, int, int, uint32_t) override { return kFail; }
-  result_t ReservedSlot7() override { return kFail; }
 
  private:
   int width_, height_, bit_count_;

@@ -23,22 +23,11 @@ class CountingCollection final : public host::HostObject<IComponentCollection> {
   int finds = 0;
   int creates = 0;
 
-  result_t ReservedSlot3() override { return kFail; }
   result_t GetItem(int index, IUnknown** item) override { return inner_->GetItem(index, item); }
   result_t FindItem(IString* name, int* index) override {
     ++finds;
     return inner_->FindItem(name, index);
   }
-  result_t ReservedSlot6() override { return kFail; }
-  result_t ReservedSlot7() override { return kFail; }
-  result_t ReservedSlot8() override { return kFail; }
-  result_t ReservedSlot9() override { return kFail; }
-  result_t ReservedSlot10() override { return kFail; }
-  result_t ReservedSlot11() override { return kFail; }
-  result_t ReservedSlot12() override { return kFail; }
-  result_t ReservedSlot13() override { return kFail; }
-  result_t ReservedSlot14() override { return kFail; }
-  result_t ReservedSlot15() override { return kFail; }
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
     ++creates;
     return inner_->CreateComponent(name, iid, object);

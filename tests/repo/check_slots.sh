@@ -7,9 +7,9 @@ cd "$1" || exit 2
 list=tests/repo/sdk_slots.txt
 now=$(for header in sdk/include/qel/*.h; do
   sed -E 's://.*$::' "$header" | tr -s '\n ' ' ' |
-    grep -oE '(class \w+ : public \w+ \{|class IUnknown \{|virtual [^;]*= 0;)' |
+    grep -oE '(class \w+ : public \w+ \{|class IUnknown \{|virtual [^;{]*(= 0;|\{ return))' |
     # Names of parameters may change, types may not.
-    sed -E 's/ = 0;$//; s/ ?\{$//; s/^virtual /  /; s/([*&]|\w) ?\b\w+([,)])/\1\2/g'
+    sed -E 's/ (= 0;|\{ return)$//; s/ ?\{$//; s/^virtual /  /; s/([*&]|\w) ?\b\w+([,)])/\1\2/g'
 done)
 diff <(echo "$now") "$list" >/dev/null && exit 0
 echo "$now"

@@ -34,8 +34,6 @@ class Counted : public Interface {
 class TestString final : public Counted<ICreatableString> {
  public:
   std::wstring text;
-  result_t ReservedSlot3() override { return kFail; }
-  result_t ReservedSlot4() override { return kFail; }
   result_t AppendChars(int count, const wchar_t* characters) override {
     if (!Host().OnCall("AppendChars")) return TestHost::kFaultCode;
     text.append(characters, static_cast<size_t>(count));
@@ -59,8 +57,6 @@ class TestLocator final : public Counted<IComponentString> {
  public:
   explicit TestLocator(std::wstring component) : name(std::move(component)) {}
   std::wstring name;
-  result_t ReservedSlot3() override { return kFail; }
-  result_t ReservedSlot4() override { return kFail; }
   result_t CreateInstance(const IID* iid, void** object) override {
     if (!Host().OnCall("CreateInstance")) return TestHost::kFaultCode;
     *object = nullptr;
@@ -72,7 +68,6 @@ class TestLocator final : public Counted<IComponentString> {
 
 class TestCollection final : public Counted<IComponentCollection> {
  public:
-  result_t ReservedSlot3() override { return kFail; }
   result_t GetItem(int index, IUnknown** item) override {
     if (!Host().OnCall("GetItem")) return TestHost::kFaultCode;
     *item = nullptr;
@@ -87,16 +82,6 @@ class TestCollection final : public Counted<IComponentCollection> {
     *index = kImageItem;
     return kOk;
   }
-  result_t ReservedSlot6() override { return kFail; }
-  result_t ReservedSlot7() override { return kFail; }
-  result_t ReservedSlot8() override { return kFail; }
-  result_t ReservedSlot9() override { return kFail; }
-  result_t ReservedSlot10() override { return kFail; }
-  result_t ReservedSlot11() override { return kFail; }
-  result_t ReservedSlot12() override { return kFail; }
-  result_t ReservedSlot13() override { return kFail; }
-  result_t ReservedSlot14() override { return kFail; }
-  result_t ReservedSlot15() override { return kFail; }
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
     if (!Host().OnCall("CreateComponent")) return TestHost::kFaultCode;
     *object = nullptr;
@@ -151,7 +136,6 @@ class TestImage::PalettePart final : public IQELImagePalette {
   }
   uint32_t AddRef() override { return image_.AddRef(); }
   uint32_t Release() override { return image_.Release(); }
-  result_t ReservedSlot3() override { return kFail; }
   result_t GetPalette(RGBQUAD** entries, uint32_t* count) override {
     if (!Host().OnCall("GetPalette")) return TestHost::kFaultCode;
     if (Host().GivesNull()) return kOk;

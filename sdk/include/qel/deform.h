@@ -20,9 +20,12 @@ class IQELDeform : public IUnknown {
   /// Remaps `image` about its centre and replaces its content through `IQELImage::Assign`. Pixels
   /// beyond the limit radius (half the diagonal) take the top-left colour with alpha 1.
   /// `with_alpha` non-zero makes the result 32 bits deep with alpha 255, 1 for outside colours.
-  /// `factor` weakens the swirl and is ignored by the other modes.
-  /// Result: kOk; kFail for a null image or when the host makes no image; kInvalidArgument for a
-  /// negative mode. Threads: any, on images that no other thread is using.
+  /// `factor` weakens the swirl and is ignored by the other modes. An image of no width or height
+  /// gets new, empty content.
+  /// Result: kOk, also when the image does not answer `IQELImage` and keeps its content; kFail for
+  /// a null image or when the host makes no image; kInvalidArgument for a negative mode. Content
+  /// stays in both. Ownership: no reference is kept. Threads: any, on images that no other thread
+  /// is using.
   virtual result_t CircleTransform(IQEL* image, int mode, int with_alpha, float factor) = 0;
 
  protected:

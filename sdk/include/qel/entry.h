@@ -6,16 +6,21 @@
 namespace qel {
 
 /// Creates one object of a component. `reserved` is null.
-/// Result: kOk with one reference in `*object`; kNoInterface with `*object` null.
+/// Result: kOk with one reference in `*object` for the caller; kNoInterface for an interface that
+/// the component does not answer, kFail without memory, both with `*object` null; kNullOutput for a
+/// null `object`. Threads: any.
 using CreationFunction = result_t (*)(void* reserved, const IID* iid, void** object);
 
 /// Exported by every module as "InitializeModule". The module keeps one reference to `collection`,
-/// which may be null, and gives back the one it held. Call it once, before the module's components
-/// are used. Result: kOk.
+/// which may be null, and gives back the one it held; objects that it made do not keep it.
+/// Result: kOk. Threads: one, while no other thread is in the module; call it before the module's
+/// components are used.
 using InitializeModuleFunction = result_t (*)(void* reserved, IComponentCollection* collection);
 
 /// Exported by every module as "CreateFunction". Writes the creation function of the component
-/// `name` to `*function`. Result: kOk; kFail for an unknown name, `*function` then untouched.
+/// `name` to `*function`, valid while the module is loaded.
+/// Result: kOk; kFail for an unknown name, `*function` then untouched; kNullOutput for a null
+/// `function`. Threads: any.
 using CreateFunctionFunction = result_t (*)(tagREFString name, CreationFunction* function);
 
 inline constexpr char kInitializeModuleSymbol[] = "InitializeModule";

@@ -9,7 +9,10 @@ namespace qel {
 class ITransform : public IUnknown {
  public:
   /// Overwrites the point (*x, *y, *z) by the transformed point. Called once per pixel, row by row,
-  /// with *z = 0; the result code and *z are not looked at.
+  /// with *z = 0; the result code and *z are not looked at. Up to a few hundred points may be asked
+  /// for before the pixels of the first are copied, so a transform must not count on seeing pixels
+  /// that earlier points wrote. An exception ends the operation and reaches its caller.
+  /// Threads: that of the operation.
   virtual result_t TransformPoint(double* x, double* y, double* z) = 0;
 
  protected:
@@ -20,23 +23,30 @@ template <>
 inline constexpr const IID* kIidOf<ITransform> = &IID_ITransform;
 
 /// Geometric operations. Unless said otherwise they make a new image and leave the source alone.
+/// Sources of no width or height give a new image of the stated shape with nothing drawn.
 ///
-/// Ownership: `*result` holds one reference for the caller. Result: kOk; kFail for a null source or
-/// when the host makes no image. Threads: any, on images that no other thread is writing.
+/// Ownership: `*result` holds one reference for the caller.
+/// Result: kOk, also at depths whose pixels an operation leaves as the host's `Create` did; kFail
+/// for a null source or when the host makes no image; kNullOutput for a null `result`, before
+/// anything is made, except in `Flip` and `Mirror`. After a failure `*result` is untouched, unless
+/// said otherwise. Threads: any, on images that no other thread is writing.
 class IQELTransform : public IUnknown {
  public:
   // The order of these functions is the binary interface.
 
-  /// Turns the image upside down, padding of the rows included.
+  /// Turns the image upside down, padding of the rows included: as many bytes of each row as the
+  /// shorter stride of the two images has. With a null `result` the new image is given back: kOk.
   virtual result_t Flip(IQEL* source, IQEL** result) = 0;
 
-  /// Mirrors left to right at 8, 24 and 32 bits.
+  /// Mirrors left to right at 8, 24 and 32 bits. With a null `result` as `Flip`.
   virtual result_t Mirror(IQEL* source, IQEL** result) = 0;
 
   /// Rotates by -`angle` degrees with interpolation `method` 0 to 15; uncovered pixels take the
   /// source's top-left colour. 90, 180, 270 and -90 are exact quarter turns; 0 hands out the source
   /// itself. `force_alpha` non-zero makes the result 32 bits deep; `keep_size` non-zero keeps the
-  /// source's size. Result: kNullOutput for a null `result`.
+  /// source's size. A margin of about four pixels along the source's edges is never drawn.
+  /// Result: a failing `GetFormat` is passed on by quarter turns, with the empty new image in
+  /// `*result`; a failing `Create` gives kOk with an image in which nothing was drawn.
   virtual result_t Rotate(IQEL* source, IQEL** result, int angle, int method, int force_alpha,
                           int keep_size) = 0;
 
@@ -48,20 +58,22 @@ class IQELTransform : public IUnknown {
 
   /// Scales to `new_width` x `new_height` pixels: nearest copy when enlarging with method 0 or when
   /// `nearest_only` is non-zero, box average when shrinking, else interpolation `method` 0 to 15.
-  /// A failing `GetFormat` of the source is passed on.
+  /// New sizes of 0 or less give an image without pixels. Result: a failing `GetFormat` of the
+  /// source is passed on; `*result` becomes null when the host makes no image.
   virtual result_t Resample(IQEL* source, IQEL** result, int new_width, int new_height, int method,
                             int nearest_only) = 0;
 
   /// Converts to a larger bit count and gives the result `colour_model`. 8-bit indices go through
   /// the source's palette when it answers `IQELImagePalette`, else they are grey.
   /// Result: kNothingToDo with the source itself in `*result` when `bit_count` is not larger; a
-  /// failing `Create` is passed on.
+  /// failing `Create` is passed on. `bit_count` is compared unsigned: a negative one asks the
+  /// host's `Create` for that depth.
   virtual result_t IncreaseBpp(IQEL* source, IQEL** result, int bit_count,
                                uint32_t colour_model) = 0;
 
   /// Draws `source`, rotated by `angle` radians, into the top-left of `target` (24 or 32 bits):
-  /// alpha-blended above 24 bits, else leaving out the colour `key` (0x00RRGGBB).
-  /// Result: kNullOutput for a null target.
+  /// alpha-blended when the source is above 24 bits, else leaving out the colour `key` (0x00RRGGBB;
+  /// a non-zero top byte leaves nothing out). Result: kNullOutput for a null target.
   virtual result_t RotatePaste(IQEL* source, IQEL* target, double angle, int method, int key) = 0;
 
   /// Exchanges the first and the third byte of every pixel in place, at 24 and 32 bits.
@@ -69,20 +81,23 @@ class IQELTransform : public IUnknown {
 
   /// Straightens the quadrilateral (x1, y1) top-left, (x2, y2) top-right, (x3, y3) bottom-left,
   /// (x4, y4) bottom-right, in source pixels, into a rectangle. Sizes of 0, or of 65536 and more,
-  /// are derived from the points. `blend` non-zero blends two by two pixels above 8 bits.
+  /// are derived from the points: the shorter of two opposite sides. What lies outside the source,
+  /// or on its edge, becomes 0. `blend` non-zero blends two by two pixels above 8 bits.
   virtual result_t Quad(IQEL* source, IQEL** result, double x1, double y1, double x2, double y2,
                         double x3, double y3, double x4, double y4, uint32_t new_width,
                         uint32_t new_height, int16_t blend) = 0;
 
   /// Fills a new image by asking `transform` for each of its pixels, offset by (x_offset,
   /// y_offset), where to read in the source; nearest lower pixel. Sizes of 0, or of 65536 and more,
-  /// mean the source's. Result: kFail also for an empty source.
+  /// mean the source's. Points outside the source leave opaque black in "ARGB" and "ABGR" images of
+  /// 32 bits, 0 in others. Result: kFail also for a null transform and for an empty source.
   virtual result_t Transform(ITransform* transform, IQEL* source, IQEL** result, int x_offset,
                              int y_offset, uint32_t new_width, uint32_t new_height,
                              int16_t reserved1, int16_t reserved2) = 0;
 
   /// Sends every pixel of `source` through `transform` and writes it into `target`, which has the
-  /// source's depth. `fill_voids` non-zero fills the holes that remain from their neighbours.
+  /// source's depth; points outside the target are dropped. `fill_voids` non-zero fills the holes
+  /// that remain from their neighbours. Result: kOk; kFail for a null transform, source or target.
   virtual result_t TransformPaste(ITransform* transform, IQEL* source, IQEL* target, int x_offset,
                                   int y_offset, int16_t fill_voids, int16_t reserved) = 0;
 

@@ -12,11 +12,12 @@ using result_t = int32_t;
 inline constexpr result_t kOk = 0;
 /// There was nothing to do; the output is the input itself.
 inline constexpr result_t kNothingToDo = 1;
-/// General failure: null image, unsupported format, unknown name, image not created.
+/// General failure: a null image, table, kernel or transform that is needed, an unsupported format,
+/// an unknown name, no new image from the host, no memory.
 inline constexpr result_t kFail = static_cast<result_t>(0x80004005u);
 /// The object does not answer the interface asked for.
 inline constexpr result_t kNoInterface = static_cast<result_t>(0x80004002u);
-/// A required output pointer is null.
+/// A required output pointer is null; nothing was made or changed.
 inline constexpr result_t kNullOutput = static_cast<result_t>(0x80004003u);
 /// An argument is outside what the operation accepts.
 inline constexpr result_t kInvalidArgument = static_cast<result_t>(0x80070057u);

@@ -13,8 +13,8 @@ namespace qel {
 class IUnknown {
  public:
   /// Asks for another interface of the same object.
-  /// Result: kOk with one reference in `*object` for the caller; kNoInterface with `*object` null.
-  /// Threads: any.
+  /// Result: kOk with one reference in `*object` for the caller; kNoInterface with `*object` null;
+  /// kNullOutput for a null `object`. Callers go by the pointer, not by the code. Threads: any.
   virtual result_t QueryInterface(const IID& iid, void** object) = 0;
 
   /// Adds a reference and returns the count, which other threads may have changed meanwhile.
