@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
@@ -48,15 +49,22 @@ class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
   }
   result_t Create(int width, int height, int, int bit_count, uint32_t model) override {
     if (width < 0 || height < 0 || width > 30000 || height > 30000 || bit_count > 32) return kFail;
+    const int stride = (width * bit_count + 31) / 32 * 4;
+    // Some operations look beyond the rows; this much is enough for all of them.
+    const size_t rows = size_t(stride) * size_t(height);
+    const size_t ends = 64 + std::max(size_t(stride), 4 * size_t(width)) + (rows >> 21);
+    const size_t words = bit_count < 24 || model == kModelMono ? 3 * rows : 0;
+    std::vector<uint8_t> fresh(ends + rows + ends + words);  // may throw: the image is as it was
+    bits_.swap(fresh);
     width_ = width, height_ = height, bit_count_ = bit_count, model_ = model;
-    stride_ = (width * bit_count + 31) / 32 * 4;
-    bits_.assign(size_t(stride_) * size_t(height) + 2 * kSlack, 0);
+    stride_ = stride, first_row_ = ends;
     return kOk;
   }
   result_t Assign(IQEL* source, int) override {
-    int width, height, planes, bit_count, reserved = 0, stride;
-    uint32_t model;
-    uint8_t* bits;
+    if (source == this) return kOk;
+    int width = 0, height = 0, planes = 0, bit_count = 0, reserved = 0, stride = 0;
+    uint32_t model = 0;
+    uint8_t* bits = nullptr;
     source->GetSize(&width, &height, &planes);
     source->GetFormat(&bit_count, &model, &reserved);
     source->GetBits(0, &reserved, &bits, &stride);
@@ -67,16 +75,19 @@ class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
     return kOk;
   }
   result_t Fill(uint32_t colour) override {
+    const size_t rows = size_t(stride_) * size_t(height_);
+    if (bit_count_ == 4) std::memset(Row(0), int(colour & 15) * 0x11, rows);
+    if (bit_count_ == 1) std::memset(Row(0), int(colour & 1) * 0xFF, rows);
     for (int i = 0; i < width_ * height_; ++i) {
       std::memcpy(Row(i / width_) + i % width_ * (bit_count_ / 8), &colour, size_t(bit_count_ / 8));
     }
     return kOk;
   }
-  uint8_t* Row(int y) { return bits_.data() + kSlack + int64_t{y} * stride_; }
+  uint8_t* Row(int y) { return bits_.data() + first_row_ + int64_t{y} * stride_; }
 
  private:
-  static constexpr size_t kSlack = 64;  // some operations look a little beyond their rows
   std::vector<uint8_t> bits_;
+  size_t first_row_ = 0;
   int width_ = 0, height_ = 0, bit_count_ = 0, stride_ = 0;
   uint32_t model_ = 0;
 };
@@ -103,6 +114,7 @@ struct Collection final : Object<IComponentCollection> {
   }
   result_t GetItem(int, IUnknown** item) override { return *item = new Locator<Image>, kOk; }
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
+    *object = nullptr;
     const std::wstring text(name.text, uint32_t(name.length));
     const bool image = text == kImageComponentName;
     if (!image && text != L"CreatableString") return kFail;

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "host/host_object.h"
+#include "host/pixel_slack.h"
 
 namespace qel::host {
 namespace {
@@ -107,9 +108,10 @@ result_t HostImage::Create(int width, int height, int planes, int bit_count, uin
     return kInvalidArgument;
   }
   const int64_t rows_bytes = rows * step;
-  const int64_t guard = RoundUp(kGuardBytes + (bit_count < 8 ? columns : 0), kBlockAlignment);
+  const PixelSlack slack = SlackOf(columns, rows, step, bit_count, model);
+  const int64_t guard = RoundUp(slack.before, kBlockAlignment);
   const int64_t plane_bytes = RoundUp(2 * guard + rows_bytes, kBlockAlignment);
-  const int64_t reserve = bit_count < 24 || model == kModelMono ? 3 * rows_bytes : 0;
+  const int64_t reserve = slack.after - slack.before;
   if (plane_bytes * std::max(planes, 1) + reserve >= kLargestBlock) return kInvalidArgument;
 
   planes_ = std::max(planes, 0);

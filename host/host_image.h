@@ -23,15 +23,12 @@ struct ImageOptions {
 /// An image in memory. The first row of every plane starts at a multiple of 64 bytes.
 ///
 /// Some operations read or write past a row by contract, so the memory round the rows is the
-/// image's own. Every plane has a zeroed guard zone of `kGuardBytes` and more at both ends; below 8
-/// bits it spans a row of one byte per pixel. Images below 24 bits and "MONO" images, which may be
-/// walked as rows of 32-bit integers, reserve three more times their rows behind the last plane
-/// (in stride direction), zeroed only with `ImageOptions::clear`.
-/// Threads: counting from any; everything else from one at a time.
+/// image's own, as `SlackOf` states it. What every plane has at both ends is zeroed; what images
+/// that may be walked as rows of 32-bit words have more follows the last plane (in stride
+/// direction) and is zeroed only with `ImageOptions::clear`. Threads: counting from any; everything
+/// else from one at a time.
 class HostImage final : public IQELImageDIB, public IQELImagePalette {
  public:
-  static constexpr int kGuardBytes = 1024;
-
   /// An empty image.
   static SmartPtr<HostImage> Make(const ImageOptions& options = {});
   /// An image of one plane; null when `Create` fails.

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "host/pixel_slack.h"
 #include "tests/support/module_under_test.h"
+#include "tests/support/paired_operations.h"
 
 namespace qel::test {
 namespace {
@@ -68,8 +70,19 @@ Layout::Reach ReachOf(const std::string& operation, const Raster& image) {
   return most;
 }
 
+/// The slack that hosts are told to own, which is enough for every operation.
+Layout::Reach SlackOfHosts(const std::string& /*operation*/, const Raster& image) {
+  const host::PixelSlack slack =
+      host::SlackOf(image.width, image.height, image.stride, image.bit_count, image.model);
+  return {slack.before, slack.after};
+}
+
 class MemoryReach : public OperationTest {
  protected:
+  /// What images have round their rows, and between them.
+  Layout::Reach (*reach_)(const std::string& operation, const Raster& image) = &ReachOf;
+  int padding_ = 0;
+
   /// Runs an operation on images that end, or begin, where memory does. The first has another depth
   /// than the others, its models are the usual ones or all "MONO".
   void RunFenced(const OperationCall& operation, int depth, int other_depth, bool mono) {
@@ -81,9 +94,10 @@ class MemoryReach : public OperationTest {
           if (operation.name == "Scale8" && mono && odd_words && bottom_up) continue;
           Rng rng(11);
           const Layout layout = {
-              .bottom_up = bottom_up, .fence = fence, .reach = [&](const Raster& image) {
-                return ReachOf(operation.name, image);
-              }};
+              .padding = padding_,
+              .bottom_up = bottom_up,
+              .fence = fence,
+              .reach = [&](const Raster& image) { return reach_(operation.name, image); }};
           Raster::NewImageLayout() = layout;
           std::vector<SmartPtr<TestImage>> images;
           std::vector<IQELImage*> pointers;
@@ -123,6 +137,54 @@ QEL_INSTANTIATE_LEVELS(MemoryReach);
 TEST_P(MemoryReach, NothingBeyondTheListedReachIsTouched) {
   // In a process of its own, which a touch outside would end.
   EXPECT_EXIT((RunAllFenced(), std::_Exit(0)), testing::ExitedWithCode(0), "");
+}
+
+const auto kSlackOfHosts = [](const Raster& image) { return SlackOfHosts({}, image); };
+
+/// An image of the shape and stride of `drawn` with that slack, and a fence behind it.
+Raster WithSlackOnly(Rng& rng, const Raster& drawn, Layout::Fence fence) {
+  const Layout layout = {
+      .padding = static_cast<int>(std::abs(drawn.stride) - drawn.RowBytes()),
+      .bottom_up = drawn.stride < 0,
+      .fence = fence,
+      .reach = kSlackOfHosts,
+  };
+  return Raster(rng, drawn.width, drawn.height, drawn.bit_count, drawn.model, layout, drawn.planes);
+}
+
+/// Draws calls of every operation, on images with the slack of the host guide.
+void RunDrawnCalls(const ComponentSet& components) {
+  constexpr int kCalls = 60;
+  for (const PairedOperation& operation : PairedOperations()) {
+    for (int i = 0; i < kCalls; ++i) {
+      std::fprintf(stderr, "%s, seed %d\n", operation.name.c_str(), i);
+      Rng rng(static_cast<uint64_t>(i));
+      const auto fence = i % 2 == 0 ? Layout::Fence::kBefore : Layout::Fence::kAfter;
+      const PairedCase drawn = operation.draw(rng);
+      std::vector<SmartPtr<TestImage>> images;
+      std::vector<TestImage*> pointers;
+      for (const Raster& input : drawn.inputs) {
+        images.push_back(TestImage::Make(WithSlackOnly(rng, input, fence)));
+        images.back()->raster.palette = input.palette;
+        pointers.push_back(images.back().Get());
+      }
+      Raster::NewImageLayout() = {.padding = i % 3 == 0 ? rng.Int(1, 40) : 0,
+                                  .bottom_up = rng.OneIn(3),
+                                  .fence = fence,
+                                  .reach = kSlackOfHosts};
+      SmartPtr<IQEL> result;
+      drawn.module(components, pointers, result.Put());
+    }
+  }
+}
+
+TEST_P(MemoryReach, TheSlackThatHostsAreToldToOwnIsEnough) {
+  reach_ = &SlackOfHosts;
+  for (const int padding : {0, 3}) {
+    padding_ = padding;
+    EXPECT_EXIT((RunAllFenced(), std::_Exit(0)), testing::ExitedWithCode(0), "");
+  }
+  EXPECT_EXIT((RunDrawnCalls(*module_), std::_Exit(0)), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
