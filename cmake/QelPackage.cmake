@@ -2,25 +2,38 @@
 #   module  the image module                              qel-module
 #   tool    the command-line tool, its manual, completion qel
 #   dev     the SDK with CMake package and pkg-config     qel-dev
+#   host    the reference host, a static library          qel-host-dev
 #   docs    documentation and examples                    qel-doc
 include(CMakePackageConfigHelpers)
 
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/qel")
+set(QEL_MODULE_INSTALL_DIR "${CMAKE_INSTALL_LIBDIR}/qel/_binLIN64")
 
 install(DIRECTORY sdk/include/qel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT dev)
-install(TARGETS qel_sdk EXPORT qel-targets COMPONENT dev)
-install(EXPORT qel-targets NAMESPACE qel:: FILE qel-config.cmake DESTINATION "${package_folder}"
-  COMPONENT dev)
+install(TARGETS qel_sdk EXPORT qel-sdk-targets COMPONENT dev)
+install(EXPORT qel-sdk-targets NAMESPACE qel:: DESTINATION "${package_folder}" COMPONENT dev)
+configure_package_config_file(cmake/qel-config.cmake.in qel-config.cmake
+  INSTALL_DESTINATION "${package_folder}" PATH_VARS QEL_MODULE_INSTALL_DIR)
 write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/qel-config-version.cmake"
   COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)
-install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qel-config-version.cmake"
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qel-config.cmake"
+  "${CMAKE_CURRENT_BINARY_DIR}/qel-config-version.cmake"
   DESTINATION "${package_folder}" COMPONENT dev)
 
 configure_file(cmake/qel.pc.in qel.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qel.pc"
   DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/pkgconfig" COMPONENT dev)
 
-install(TARGETS QELMaths LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/qel/_binLIN64" COMPONENT module)
+install(DIRECTORY host DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qel-host" COMPONENT host
+  FILES_MATCHING PATTERN "*.h" PATTERN "sibling_module.h" EXCLUDE)
+install(TARGETS qel_host EXPORT qel-host-targets
+  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT host)
+install(EXPORT qel-host-targets NAMESPACE qel:: DESTINATION "${package_folder}" COMPONENT host)
+configure_file(cmake/qel-host.pc.in qel-host.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qel-host.pc"
+  DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/pkgconfig" COMPONENT host)
+
+install(TARGETS QELMaths LIBRARY DESTINATION "${QEL_MODULE_INSTALL_DIR}" COMPONENT module)
 install(TARGETS qel RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tool)
 
 install(FILES README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT docs)
@@ -51,7 +64,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/complete.cmake")
 set(CPACK_QEL_DEBIAN_FILES "${PROJECT_BINARY_DIR}/debian")
-set(CPACK_COMPONENTS_ALL module tool dev docs)
+set(CPACK_COMPONENTS_ALL module tool dev host docs)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -75,10 +88,15 @@ pictures, and checks modules and hosts against their rules.")
 qel_debian_package(dev qel-dev libdevel "headers for hosts of the QEL image module"
   "The interfaces of the module and of its hosts, with a CMake package and a\n\
 pkg-config file.")
+qel_debian_package(host qel-host-dev libdevel "reference host of the QEL image module"
+  "Images, a component collection and a loader for programs that use the module, as\n\
+a static library with its headers.")
 qel_debian_package(docs qel-doc doc "documentation and examples of the QEL image module"
   "How to use the tool, on one machine and on many, and how the module behaves.")
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "qel-module (= ${version})")
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "qel-module (>= ${version})")
+set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "qel-dev (= ${version})")
+set(CPACK_DEBIAN_HOST_PACKAGE_SHLIBDEPS OFF)
 foreach(key IN ITEMS DEV DOCS)
   set(CPACK_DEBIAN_${key}_PACKAGE_ARCHITECTURE all)
   set(CPACK_DEBIAN_${key}_PACKAGE_SHLIBDEPS OFF)
