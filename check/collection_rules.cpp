@@ -108,6 +108,18 @@ void FindsItemsByName(Subject& subject) {
   Require(desk.collection()->FindItem(desk.MakeString(kNothing).Get(), &index) < 0, "it is found");
 }
 
+void CountsFromThreads(Subject& subject) {
+  const HostDesk desk(subject);
+  Doing("the collection");
+  IUnknown* const collection = desk.collection();
+  RequireCountsFromThreads({&collection, 1});
+  Doing("the locator of images");
+  SmartPtr<IComponentString> locator;
+  desk.collection()->CreateComponent(RefString(kImageComponentName), nullptr, locator.PutVoid());
+  IUnknown* const found = locator.Get();
+  if (found != nullptr) RequireCountsFromThreads({&found, 1});
+}
+
 void KeepsItsCount(Subject& subject) {
   const HostDesk desk(subject);
   const uint32_t before = CountOf(desk.collection());
@@ -144,7 +156,7 @@ void StringsGrow(Subject& subject) {
 Rules CollectionRules() {
   return {
       {"collection", "object", "The collection counts references and answers for itself.",
-       &IsAnObject},
+       &IsAnObject, kCounting},
       {"collection", "images", "Every creation makes a new image with one reference.",
        &MakesImages},
       {"collection", "unknown", "Unknown components and interfaces fail with null.",
@@ -154,6 +166,8 @@ Rules CollectionRules() {
        &GivesLocators},
       {"collection", "finding", "FindItem and GetItem give the locator of a named component.",
        &FindsItemsByName},
+      {"collection", "threads", "References may be counted from several threads.",
+       &CountsFromThreads},
       {"collection", "references", "Nobody keeps a reference to the collection without need.",
        &KeepsItsCount},
   };
@@ -162,7 +176,7 @@ Rules CollectionRules() {
 Rules StringRules() {
   return {
       {"string", "object", "Strings count references and answer for themselves.",
-       &StringsAreObjects},
+       &StringsAreObjects, kCounting},
       {"string", "growing", "AppendChars appends what it is given.", &StringsGrow},
   };
 }

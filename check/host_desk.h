@@ -1,6 +1,7 @@
 #ifndef QEL_CHECK_HOST_DESK_H_
 #define QEL_CHECK_HOST_DESK_H_
 
+#include "check/counting.h"
 #include "check/rule.h"
 #include "qel/qel.h"
 
@@ -26,12 +27,6 @@ class HostDesk {
   const Subject& subject_;
   SmartPtr<IComponentCollection> collection_;
 };
-
-/// Reference count of an object, read by taking one and giving it back.
-inline uint32_t CountOf(IUnknown* object) {
-  object->AddRef();
-  return object->Release();
-}
 
 /// What an image says of itself, asked through its slots.
 struct ReportedImage {

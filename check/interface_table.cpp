@@ -44,6 +44,7 @@ const std::vector<InterfaceRow>& InterfaceTable() {
             "Erode Edge Dilate Filter Contour Jitter Noise Median Emboss Blur Soften Sharpen "
             "GaussianBlur"),
         Row("IQELMaths", "", "Equal Copy AddScale Scale Subtract CreateDestImage Add Scale8"),
+        Row("ITransform", "", "TransformPoint"),
         Row("IComponentCollection", "",
             "ReservedSlot3 GetItem FindItem ReservedSlot6 ReservedSlot7 ReservedSlot8 "
             "ReservedSlot9 ReservedSlot10 ReservedSlot11 ReservedSlot12 ReservedSlot13 "

@@ -1,22 +1,9 @@
-#include <atomic>
-#include <latch>
-#include <thread>
-
+#include "check/counting.h"
 #include "check/interface_table.h"
 #include "check/trial.h"
 
 namespace qel::cli {
 namespace {
-
-constexpr int kThreads = 6;  // two for each interface
-constexpr int kRoundsPerThread = 4000;
-constexpr int kMostHeld = 25;
-
-/// Reference count of an object, read by taking one and giving it back.
-uint32_t CountOf(IUnknown* object) {
-  object->AddRef();
-  return object->Release();
-}
 
 /// A fresh object of a component with all of its interfaces, each holding a reference.
 struct Specimen {
@@ -131,27 +118,7 @@ void MakesSeparateObjects(Subject& subject) {
 
 void CountsFromAllThreads(Subject& subject) {
   ForEachSpecimen(subject, [](const ComponentRow&, const Specimen& specimen) {
-    std::latch start(kThreads);
-    std::atomic<int> unfinished = kThreads;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&, i] {
-        IUnknown* const pointer = specimen.pointers[static_cast<size_t>(i) % 3];
-        start.arrive_and_wait();
-        // A thread that is held up between reading and writing the count must find another one
-        // afterwards, also where all threads share one busy processor: so they hold different
-        // numbers of references when they give way, and nobody stops before all have done enough.
-        for (int n = 0; unfinished > 0; ++n) {
-          const int held = 1 + (7 * n + i) % kMostHeld;
-          for (int k = 0; k < held; ++k) pointer->AddRef();
-          if (n % 4 == 0) std::this_thread::yield();
-          for (int k = 0; k < held; ++k) pointer->Release();
-          if (n == kRoundsPerThread) --unfinished;
-        }
-      });
-    }
-    for (std::thread& thread : threads) thread.join();
-    Require(CountOf(specimen.pointers[0]) == 3, "references are lost between threads");
+    RequireCountsFromThreads(specimen.pointers);
   });
 }
 
@@ -160,9 +127,9 @@ void CountsFromAllThreads(Subject& subject) {
 Rules ObjectRules() {
   return {
       {"object", "counting", "The interfaces of an object share one count, which calls return.",
-       &CountsReferences},
+       &CountsReferences, kCounting},
       {"object", "identity", "Every interface answers for all others, always with one pointer.",
-       &AnswersFromEveryInterface},
+       &AnswersFromEveryInterface, kCounting},
       {"object", "refusal", "Other interfaces give 0x80004002 and null, and no reference.",
        &RefusesOtherInterfaces},
       {"object", "name", "GetName gives the object name for every index.", &TellsItsName},

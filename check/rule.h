@@ -17,13 +17,21 @@ class Broken : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Throws `Broken` with `otherwise` unless `kept`.
-inline void Require(bool kept, const std::string& otherwise) {
-  if (!kept) throw Broken(otherwise);
-}
-
 /// Notes what is being done, for the report in case this process ends or hangs there.
 void Doing(const std::string& what);
+
+/// Notes something that the library does not do and need not do.
+void NotSupported(const std::string& what);
+
+/// Notes `fault` at once: what is destroyed on the way out may end the process.
+void Found(const std::string& fault);
+
+/// Throws `Broken` with `otherwise` unless `kept`.
+inline void Require(bool kept, const std::string& otherwise) {
+  if (kept) return;
+  Found(otherwise);
+  throw Broken(otherwise);
+}
 
 /// The library that a rule is tried on, freshly loaded in a process of its own.
 class Subject {
@@ -41,12 +49,20 @@ class Subject {
   std::optional<host::ModuleLibrary> library_;
 };
 
+/// What a broken rule explains.
+enum RuleKind {
+  kOrdinary,
+  kCounting,  ///< about reference counts alone: objects that go too early end other rules by a
+              ///< signal
+};
+
 /// Something that a library must keep.
 struct Rule {
   std::string suite;
   std::string name;
   std::string text;                 ///< what must hold, as a sentence
   void (*check)(Subject& subject);  ///< throws `Broken`, or any exception, when it does not
+  RuleKind kind = kOrdinary;
 
   std::string FullName() const { return suite + "/" + name; }
 };

@@ -26,6 +26,7 @@ namespace {
 struct Report {
   char doing[256];
   char fault[1024];
+  char not_supported[256];
   bool finished;
 };
 
@@ -88,18 +89,32 @@ bool WaitForEnd(int pipe, int seconds) {
   return result > 0;
 }
 
-std::string DescribeEnd(const Report& report, int status, bool in_time, int seconds) {
-  std::string fault = report.fault;
+Ending DescribeEnd(const Report& report, int status, bool in_time, int seconds) {
+  Ending ending{.fault = report.fault, .not_supported = report.not_supported};
   const int signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   if (!in_time || signal == SIGXCPU) {
-    fault = "did not end within " + std::to_string(seconds) + " s";
-  } else if (!report.finished) {
-    fault = signal != 0
-                ? "ended by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")"
-                : "ended the process with code " + std::to_string(WEXITSTATUS(status));
+    ending.fault = "did not end within " + std::to_string(seconds) + " s";
+  } else if (!report.finished && ending.fault.empty()) {
+    ending.by_signal = signal != 0;
+    ending.fault =
+        signal != 0 ? "ended by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")"
+                    : "ended the process with code " + std::to_string(WEXITSTATUS(status));
   }
-  if (!fault.empty() && report.doing[0] != '\0') fault = std::string(report.doing) + ": " + fault;
-  return fault;
+  if (!ending.fault.empty() && report.doing[0] != '\0') {
+    ending.fault = std::string(report.doing) + ": " + ending.fault;
+  }
+  return ending;
+}
+
+/// The rule of reference counts that the library breaks, with what it does; empty when it keeps
+/// all.
+std::string BrokenCounting(const Rules& rules, const std::filesystem::path& library, int seconds) {
+  for (const Rule& rule : rules) {
+    if (rule.kind != kCounting) continue;
+    const Ending ending = RunApart([&] { rule.check(*new Subject(library)); }, seconds);
+    if (!ending.fault.empty()) return rule.FullName() + ": " + ending.fault;
+  }
+  return {};
 }
 
 Rules Select(const Rules& rules, const std::string& filter) {
@@ -122,7 +137,17 @@ void Doing(const std::string& what) {
   if (report_of_child != nullptr) Write(report_of_child->doing, what);
 }
 
-std::string RunApart(const std::function<void()>& body, int seconds, bool keep_output) {
+void NotSupported(const std::string& what) {
+  if (report_of_child == nullptr) return;
+  const std::string noted = report_of_child->not_supported;
+  Write(report_of_child->not_supported, noted.empty() ? what : noted + ", " + what);
+}
+
+void Found(const std::string& fault) {
+  if (report_of_child != nullptr) Write(report_of_child->fault, fault);
+}
+
+Ending RunApart(const std::function<void()>& body, int seconds, bool keep_output) {
   const auto report = MapReport();
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error(std::strerror(errno));
@@ -150,22 +175,37 @@ int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions
                  std::ostream& output) {
   const Rules selected = Select(rules, options.filter);
   const std::filesystem::path library = std::filesystem::absolute(path);
-  const std::string not_loaded = RunApart([&] { Subject subject(library); }, options.seconds);
+  const std::string not_loaded = RunApart([&] { Subject subject(library); }, options.seconds).fault;
   if (!not_loaded.empty()) throw Failure(kModuleFault, not_loaded);
   size_t broken = 0;
+  std::optional<std::string> cause;  // of signals, once it was looked for
+  std::string explained;             // rules that ended by signals for that cause
   for (const Rule& rule : selected) {
-    const std::string fault = RunApart(
+    const Ending ending = RunApart(
         [&] {
           // Never destroyed: rules that check the unloading do it themselves.
           rule.check(*new Subject(library));
         },
         options.seconds);
-    if (!fault.empty()) ++broken;
-    if (fault.empty() && options.quiet) continue;
-    output << (fault.empty() ? "kept    " : "BROKEN  ") << rule.FullName() << "  " << rule.text
-           << "\n";
-    if (!fault.empty()) output << "        " << fault << "\n";
+    const bool kept = ending.fault.empty();
+    if (!kept) ++broken;
+    if (ending.by_signal && !cause) cause = BrokenCounting(rules, library, options.seconds);
+    const bool is_cause = cause && cause->starts_with(rule.FullName() + ":");
+    if (ending.by_signal && !cause->empty() && !is_cause) {
+      explained += (explained.empty() ? "" : ", ") + rule.FullName();
+      continue;
+    }
+    if (kept && options.quiet) continue;
+    output << (kept ? "kept    " : "BROKEN  ") << rule.FullName() << "  " << rule.text << "\n";
+    if (!kept) output << "        " << ending.fault << "\n";
+    if (!ending.not_supported.empty()) {
+      output << "        not supported: " << ending.not_supported << "\n";
+    }
     output.flush();
+  }
+  if (!explained.empty()) {
+    output << "BROKEN  " << explained << "\n        ended by signals, likely because of " << *cause
+           << "\n";
   }
   if (!options.quiet) {
     output << selected.size() << " rules, "

@@ -9,11 +9,18 @@
 
 namespace qel::cli {
 
-/// Runs `body` in a process of its own, for at most `seconds` of processor time. Returns what went
-/// wrong, the message of an exception, a signal or the time, with the last thing that `Doing`
-/// noted; empty when nothing did. What the body prints to standard output is dropped, unless
-/// `keep_output`.
-std::string RunApart(const std::function<void()>& body, int seconds, bool keep_output = false);
+/// How a process of its own went.
+struct Ending {
+  /// What went wrong, the message of an exception, a signal or the time, with the last thing that
+  /// `Doing` noted; empty when nothing did.
+  std::string fault;
+  bool by_signal = false;     ///< a signal is all that is known
+  std::string not_supported;  ///< what `NotSupported` noted, separated by commas
+};
+
+/// Runs `body` in a process of its own, for at most `seconds` of processor time. What the body
+/// prints to standard output is dropped, unless `keep_output`.
+Ending RunApart(const std::function<void()>& body, int seconds, bool keep_output = false);
 
 struct CheckOptions {
   bool quiet = false;  ///< print broken rules only

@@ -100,7 +100,7 @@ int InspectCommand(const Words& words) {
   if (options.rest().size() != 1) throw Failure(kUsage, "write qel inspect MODULE");
   const std::string path = std::filesystem::absolute(options.rest().front()).string();
   // Apart, because the module may be broken: what was printed so far stays.
-  const std::string fault = RunApart([&] { PrintModule(path); }, kTimeLimitSeconds, true);
+  const std::string fault = RunApart([&] { PrintModule(path); }, kTimeLimitSeconds, true).fault;
   if (!fault.empty()) throw Failure(kModuleFault, fault);
   PrintProcessor();
   return kDone;

@@ -1,9 +1,11 @@
 #include <elf.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "check/elf_symbols.h"
+#include "check/interface_table.h"
 #include "reference/rng.h"
 #include "tests/support/temporary_folder.h"
 
@@ -96,6 +98,7 @@ constexpr Seeded kHostDefects[] = {
     {"long-lengths", "collection/counted-names"},
     {"no-locator", "collection/locators", "IID_NULL"},
     {"finds-anything", "collection/finding"},
+    {"plain-count", "collection/threads"},
     {"item-keeps-collection", "collection/references"},
     {"string-with-two-references", "string/object"},
     {"append-stops", "string/growing"},
@@ -103,11 +106,25 @@ constexpr Seeded kHostDefects[] = {
     {"stale-format", "image/shape", "another bit count"},
     {"model-changed", "image/shape", "another colour model"},
     {"image-order", "image/shape"},
+    {"heap-plain-count", "image/threads"},
+    {"heap-refuses-all", "image/shape", "Create fails at every depth"},
+    {"heap-refuses-sizes", "image/shape", "at some sizes only"},
     {"short-stride", "image/rows", "shorter than a row"},
+    {"heap-odd-rows", "image/rows", "not divisible by four"},
     {"shared-memory", "image/rows", "share their memory"},
     {"no-guard", "image/reach", "ended"},
+    {"heap-no-slack", "image/reach", "before the rows, of which 0"},
+    {"heap-read-only-behind", "image/reach", "behind the rows: ended"},
+    {"heap-no-words", "image/words", "behind the rows, of which"},
+    {"heap-keeps-pixels", "image/anew", "bytes behind the memory that the image has"},
+    {"heap-size-overflow", "image/large",
+     "65536 x 65537 at 8 bits, writing the rows: the rows end"},
+    {"heap-promises", "image/large", "2100 x 2100 at 32 bits: Create succeeds, but"},
+    {"heap-leaks-pixels", "image/memory", "Create, again and again: memory grows"},
     {"assign-keeps-source", "image/assign", "references"},
     {"assign-ignores-stride", "image/assign", "row by row"},
+    {"heap-frees-itself", "image/itself", "ended"},
+    {"heap-loses-itself", "image/itself", "changes the pixels"},
     {"fill-swaps-channels", "image/fill"},
     {"never-empty", "image/empty"},
 };
@@ -120,8 +137,9 @@ TEST_P(HostChecker, NamesTheDefect) {
 using Checkers = Checker;
 
 TEST_F(Checkers, FindNothingInGoodLibraries) {
-  for (const char* const words : {"check " QEL_MODULE " " QEL_DEFECT_MODULE,
-                                  "check-host " QEL_COLLECTIONS " " QEL_DEFECT_HOST}) {
+  for (const char* const words :
+       {"check " QEL_MODULE " " QEL_DEFECT_MODULE,
+        "check-host " QEL_COLLECTIONS " " QEL_DEFECT_HOST " " QEL_OWN_HOST}) {
     SCOPED_TRACE(words);
     const Outcome outcome = Check(words);
     EXPECT_EQ(outcome.exit_code, 0) << outcome.output << outcome.errors;
@@ -135,6 +153,34 @@ TEST_F(Checkers, SeeSymbolsThatAreExportedToo) {
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_NE(outcome.output.find("exports NobodyAskedForThis as well"), std::string::npos);
   EXPECT_NE(outcome.output.find("6 rules, 1 broken"), std::string::npos) << outcome.output;
+}
+
+TEST_F(Checkers, TellWhatAHostNeedNotSupport) {
+  EXPECT_EQ(Check("check-host --quiet " QEL_DEFECT_HOST, "heap").output, "");
+  const Outcome outcome =
+      Check("check-host --filter image " QEL_DEFECT_HOST, "heap-refuses-16-bits");
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.output;
+  EXPECT_NE(outcome.output.find("not supported: 16 bits\n"), std::string::npos) << outcome.output;
+}
+
+// One cause, one message: whatever touches an object that is gone ends by a signal.
+TEST_F(Checkers, NameTheLikelyCauseOfSignals) {
+  const Outcome gone = Check("check-host --quiet " QEL_DEFECT_HOST, "collection-gone");
+  EXPECT_EQ(gone.exit_code, 1);
+  EXPECT_EQ(gone.output.find("BROKEN  collection/object "), 0u) << gone.output;
+  EXPECT_NE(gone.output.find("image/empty\n        ended by signals, likely because of "
+                             "collection/object: GlobalComponentCollection: ended by signal"),
+            std::string::npos)
+      << gone.output;
+  EXPECT_EQ(std::ranges::count(gone.output, '\n'), 4) << gone.output;
+
+  const Outcome early =
+      Check("check-host --quiet " QEL_DEFECT_HOST, "image-query-without-reference");
+  EXPECT_EQ(early.exit_code, 1);
+  EXPECT_NE(early.output.find("likely because of image/object: an image: QueryInterface does not "
+                              "add exactly one reference\n"),
+            std::string::npos)
+      << early.output;
 }
 
 // A library runs without its section headers, so nothing can be hidden by their absence.
@@ -208,6 +254,20 @@ TEST_F(Checkers, SayWhatCannotBeDone) {
     const Outcome outcome = Check(c.words);
     EXPECT_EQ(outcome.exit_code, c.exit_code);
     EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << outcome.errors;
+  }
+}
+
+// Hosts in other languages take the identifiers from there.
+TEST(Identifiers, AreTheBytesInTheDocument) {
+  const std::string document = ReadFile(QEL_SOURCE_FOLDER "/docs/abi.md");
+  for (const cli::InterfaceRow& row : cli::InterfaceTable()) {
+    std::string line = "| `" + std::string(row.name) + "` |";
+    char byte[4];
+    for (const uint8_t value : row.iid.bytes) {
+      std::snprintf(byte, sizeof(byte), " %02X", value);
+      line += byte;
+    }
+    EXPECT_NE(document.find(line + " |\n"), std::string::npos) << line;
   }
 }
 

@@ -1,10 +1,13 @@
 // A host's library with one defect, which the environment variable QEL_DEFECT names: the reference
 // host, with single slots of its objects exchanged.
 
+#include <sched.h>
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdlib>
 
+#include "host/pixel_slack.h"
 #include "host/sibling_module.h"
 #include "tests/check/patched_table.h"
 
@@ -92,6 +95,115 @@ result_t BadFill(void* self, uint32_t colour) {
   return fill(self, (colour & 0xFF00FF00) | (colour & 0xFF) << 16 | (colour >> 16 & 0xFF));
 }
 
+/// An image whose pixels come from the ordinary heap, for defects of memory: "heap" has none.
+class HeapImage final : public HostObject<IQELImageDIB, IQELImage, IQEL> {
+ public:
+  ~HeapImage() override { std::free(block_); }
+
+  uint32_t AddRef() override { return Has("heap-plain-count") ? Count(1) : HostObject::AddRef(); }
+  uint32_t Release() override {
+    return Has("heap-plain-count") ? Count(-1) : HostObject::Release();
+  }
+  result_t GetSize(int* width, int* height, int* planes) override {
+    *width = width_;
+    *height = height_;
+    *planes = 1;
+    return kOk;
+  }
+  result_t GetFormat(int* bit_count, uint32_t* model, int*) override {
+    *bit_count = bit_count_;
+    *model = model_;
+    return kOk;
+  }
+  result_t GetBits(int plane, int*, uint8_t** bits, int* stride) override {
+    *bits = plane == 0 ? bits_ : nullptr;
+    *stride = static_cast<int>(stride_);
+    return kOk;
+  }
+  result_t Create(int width, int height, int, int bit_count, uint32_t model) override {
+    if (width < 0 || height < 0 || Has("heap-refuses-all")) return kFail;
+    if (Has("heap-refuses-16-bits") && bit_count == 16) return kFail;
+    if (Has("heap-refuses-sizes") && width == 64) return kFail;
+    int64_t stride = (int64_t{width} * bit_count + 31) / 32 * 4;
+    if (Has("heap-odd-rows")) stride = (int64_t{width} * bit_count + 7) / 8;
+    PixelSlack slack = SlackOf(width, height, stride, bit_count, model);
+    if (Has("heap-no-words")) slack.after = slack.before;
+    if (Has("heap-no-slack") || Has("heap-read-only-behind")) slack = {0, 0};
+    int64_t size = slack.before + height * stride + slack.after;
+    if (Has("heap-size-overflow")) size = static_cast<uint32_t>(size);
+    if (!Has("heap-size-overflow") && (stride > INT32_MAX || size > int64_t{1} << 34)) return kFail;
+    if (!(Has("heap-keeps-pixels") && block_ != nullptr)) {
+      auto* const block = static_cast<uint8_t*>(Allocate(static_cast<size_t>(size)));
+      const bool promises = Has("heap-promises") && int64_t{width} * height > 4'000'000;
+      if (block == nullptr && !promises) return kFail;
+      if (!Has("heap-leaks-pixels")) std::free(block_);
+      block_ = promises ? nullptr : block;
+      bits_ = block_ != nullptr ? block_ + slack.before : nullptr;
+    }
+    width_ = width;
+    height_ = height;
+    bit_count_ = bit_count;
+    model_ = model;
+    stride_ = stride;
+    return kOk;
+  }
+  result_t Assign(IQEL* source, int) override {
+    if (source == this && !Has("heap-frees-itself") && !Has("heap-loses-itself")) return kOk;
+    int width = 0, height = 0, planes = 0, bit_count = 0, unread = 0, stride = 0;
+    uint32_t model = 0;
+    uint8_t* bits = nullptr;
+    source->GetSize(&width, &height, &planes);
+    source->GetFormat(&bit_count, &model, &unread);
+    if (Has("heap-frees-itself")) source->GetBits(0, &unread, &bits, &stride);
+    if (Failed(Create(width, height, 1, bit_count, model))) return kFail;
+    if (!Has("heap-frees-itself")) source->GetBits(0, &unread, &bits, &stride);
+    if (source == this && Has("heap-loses-itself")) return kOk;
+    const int64_t row_bytes = (int64_t{width} * bit_count + 7) / 8;
+    for (int64_t y = 0; y < height; ++y) {
+      std::copy_n(bits + y * stride, row_bytes, bits_ + y * stride_);
+    }
+    return kOk;
+  }
+  result_t Fill(uint32_t colour) override {
+    for (int64_t y = 0; y < height_; ++y) {
+      for (int64_t i = 0; i < (int64_t{width_} * bit_count_ + 7) / 8; ++i) {
+        bits_[y * stride_ + i] =
+            static_cast<uint8_t>(colour >> (8 * (i % std::max(bit_count_ / 8, 1))));
+      }
+    }
+    return kOk;
+  }
+
+ private:
+  /// A count that another thread may come between.
+  uint32_t Count(int difference) {
+    const uint32_t old = plain_count_;
+    sched_yield();
+    plain_count_ = old + static_cast<uint32_t>(difference);
+    return plain_count_;
+  }
+
+  static void* Allocate(size_t size) {
+    if (!Has("heap-read-only-behind")) return std::calloc(size, 1);
+    // The rows end where the pages do, and a page that can only be read follows. Never given back.
+    constexpr size_t kPage = 4096;
+    const size_t inner = (size + kPage - 1) / kPage * kPage;
+    auto* const memory = static_cast<uint8_t*>(
+        mmap(nullptr, inner + 16 * kPage, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(memory, inner + kPage, PROT_READ | PROT_WRITE);
+    return memory + kPage + inner - size;
+  }
+
+  volatile uint32_t plain_count_ = 1;
+  uint8_t* block_ = nullptr;
+  uint8_t* bits_ = nullptr;
+  int width_ = 0, height_ = 0, bit_count_ = 0;
+  int64_t stride_ = 0;
+  uint32_t model_ = 0;
+};
+
+SmartPtr<HeapImage> MakeHeapImage() { return SmartPtr<HeapImage>::Adopt(new HeapImage); }
+
 SmartPtr<HostImage> MakeImage() {
   static SmartPtr<HostImage> only;
   if (Has("one-image") && only) return only;
@@ -133,6 +245,15 @@ SmartPtr<HostString> MakeString() {
 SlotFunction<uint32_t> add_reference;
 uint32_t BadAddRef(void* self) { return add_reference(self) - 1; }
 
+/// Loses what another thread adds at the same time.
+uint32_t PlainAddRef(void* self) {
+  static volatile uint32_t turn = 0;
+  const uint32_t mine = turn + 1;
+  turn = mine;
+  sched_yield();
+  return turn == mine ? add_reference(self) : 0;
+}
+
 SlotFunction<result_t, int, IUnknown**> get_item;
 result_t BadGetItem(void* self, int index, IUnknown** item) {
   static_cast<HostCollection*>(self)->AddRef();
@@ -156,10 +277,12 @@ result_t BadCreateComponent(void* self, tagREFString name, const IID* iid, void*
 SmartPtr<IComponentCollection> TheCollection() {
   static const SmartPtr<HostCollection> collection = [] {
     SmartPtr<HostCollection> made = HostCollection::Make();
-    made->Offer(kImageComponentName, MakerOf(&MakeImage));
+    made->Offer(kImageComponentName,
+                test::Defect().starts_with("heap") ? MakerOf(&MakeHeapImage) : MakerOf(&MakeImage));
     made->Offer(kStringName, MakerOf(&MakeString));
     PatchedTable table(made.Get(), 17 + kDestructors);
     if (Has("returns-old-count")) table.Replace(1, &BadAddRef, add_reference);
+    if (Has("plain-count")) table.Replace(1, &PlainAddRef, add_reference);
     if (Has("item-keeps-collection")) table.Replace(4, &BadGetItem, get_item);
     if (Has("finds-anything")) table.Replace(5, &BadFindItem, find_item);
     if (Has("long-lengths") || Has("no-locator") || Has("unknown-succeeds")) {
@@ -170,7 +293,15 @@ SmartPtr<IComponentCollection> TheCollection() {
   return SmartPtr<IComponentCollection>::Retain(collection.Get());
 }
 
-constexpr SiblingComponent kComponents[] = {{kCollectionName, &CreateWith<&TheCollection>}};
+result_t CreateCollection(void* reserved, const IID* iid, void** object) {
+  const result_t result = CreateWith<&TheCollection>(reserved, iid, object);
+  // The last references go, so that what is handed out is gone.
+  while (Has("collection-gone") && static_cast<IUnknown*>(*object)->Release() > 0) {
+  }
+  return result;
+}
+
+constexpr SiblingComponent kComponents[] = {{kCollectionName, &CreateCollection}};
 
 }  // namespace
 }  // namespace qel::host

@@ -1,0 +1,48 @@
+#include "check/counting.h"
+
+#include <atomic>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include "check/rule.h"
+
+namespace qel::cli {
+namespace {
+
+constexpr int kThreads = 6;
+constexpr int kRoundsPerThread = 4000;
+constexpr int kMostHeld = 25;
+constexpr int kReserve = 100'000;  // what is lost must not be the last reference
+
+}  // namespace
+
+void RequireCountsFromThreads(std::span<IUnknown* const> pointers) {
+  IUnknown* const object = pointers.front();
+  for (int i = 0; i < kReserve; ++i) object->AddRef();
+  const uint32_t before = CountOf(object);
+  std::latch start(kThreads);
+  std::atomic<int> unfinished = kThreads;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      IUnknown* const pointer = pointers[static_cast<size_t>(i) % pointers.size()];
+      start.arrive_and_wait();
+      // A thread that is held up between reading and writing the count must find another one
+      // afterwards, also where all threads share one busy processor: so they hold different numbers
+      // of references when they give way, and nobody stops before all have done enough.
+      for (int n = 0; unfinished > 0; ++n) {
+        const int held = 1 + (7 * n + i) % kMostHeld;
+        for (int k = 0; k < held; ++k) pointer->AddRef();
+        if (n % 4 == 0) std::this_thread::yield();
+        for (int k = 0; k < held; ++k) pointer->Release();
+        if (n == kRoundsPerThread) --unfinished;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  Require(CountOf(object) == before, "references are lost between threads");
+  for (int i = 0; i < kReserve; ++i) object->Release();
+}
+
+}  // namespace qel::cli
