@@ -138,12 +138,13 @@ bool HostImage::Allocate(int64_t guard, int64_t rows_bytes, int64_t plane_bytes,
     reserved = plane;
     plane += RoundUp(reserve, kBlockAlignment);
   }
-  if (options_.clear) SetBytes(reserved, reserve, 0);
+  const bool clear = options_.clear && !(memory_.IsZero() && options_.clear_byte == 0);
+  if (clear) SetBytes(reserved, reserve, 0);
   first_row_ = plane + guard - memory_.data() + (stride_ < 0 ? rows_bytes + stride_ : 0);
   plane_bytes_ = plane_bytes;
   for (int i = 0; i < PlanesInMemory(); ++i, plane += plane_bytes) {
     SetBytes(plane, guard, 0);
-    if (options_.clear) SetBytes(plane + guard, rows_bytes, options_.clear_byte);
+    if (clear) SetBytes(plane + guard, rows_bytes, options_.clear_byte);
     SetBytes(plane + guard + rows_bytes, plane_bytes - guard - rows_bytes, 0);
   }
   return true;

@@ -1,5 +1,7 @@
 #include "host/pixel_pool.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <array>
 #include <mutex>
@@ -13,10 +15,30 @@ constexpr size_t kGranularity = 4096;
 constexpr size_t kKeptBlocks = 8;
 constexpr size_t kKeptBytes = size_t{256} << 20;
 
+/// Larger blocks are pages of their own, which come zeroed.
+constexpr size_t kOwnPages = size_t{1} << 20;
+
 struct FreeBlock {
   uint8_t* data = nullptr;
   size_t size = 0;
 };
+
+FreeBlock Allocate(size_t size) {
+  if (size < kOwnPages) {
+    return {static_cast<uint8_t*>(operator new(size, kAlignment, std::nothrow)), size};
+  }
+  void* const pages = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  return {pages != MAP_FAILED ? static_cast<uint8_t*>(pages) : nullptr, size};
+}
+
+void Free(FreeBlock block) {
+  if (block.size < kOwnPages) {
+    operator delete(block.data, kAlignment);
+  } else {
+    munmap(block.data, block.size);
+  }
+}
 
 }  // namespace
 
@@ -27,7 +49,7 @@ class PixelPool {
   PixelPool(const PixelPool&) = delete;
   PixelPool& operator=(const PixelPool&) = delete;
   ~PixelPool() {
-    while (count_ > 0) operator delete(Remove(0).data, kAlignment);
+    while (count_ > 0) Free(Remove(0));
   }
 
   /// A waiting block of at least `size` bytes that is not much larger, or an empty one.
@@ -43,10 +65,10 @@ class PixelPool {
   void Give(FreeBlock block) {
     const std::lock_guard lock(mutex_);
     while (count_ == kKeptBlocks || (count_ > 0 && kept_bytes_ + block.size > kKeptBytes)) {
-      operator delete(Remove(0).data, kAlignment);
+      Free(Remove(0));
     }
     if (block.size > kKeptBytes) {
-      operator delete(block.data, kAlignment);
+      Free(block);
       return;
     }
     free_[count_++] = block;
@@ -73,7 +95,8 @@ PixelBlock::PixelBlock(size_t size) {
   const size_t rounded = (size + kGranularity - 1) / kGranularity * kGranularity;
   FreeBlock block = shared_pool->Take(rounded);
   if (block.data == nullptr) {
-    block = {static_cast<uint8_t*>(operator new(rounded, kAlignment, std::nothrow)), rounded};
+    block = Allocate(rounded);
+    zero_ = rounded >= kOwnPages;
   }
   if (block.data == nullptr) return;
   pool_ = shared_pool;

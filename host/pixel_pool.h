@@ -28,18 +28,22 @@ class PixelBlock {
   ~PixelBlock();
 
   uint8_t* data() const { return data_; }
+  /// Whether all bytes are 0: pages of the system, which cost nothing until they are touched.
+  bool IsZero() const { return zero_; }
 
  private:
   void Swap(PixelBlock& other) noexcept {
     pool_.swap(other.pool_);
     std::swap(data_, other.data_);
     std::swap(size_, other.size_);
+    std::swap(zero_, other.zero_);
   }
 
   // Images may outlive the statics of the library that made them; they keep the pool alive.
   std::shared_ptr<PixelPool> pool_;
   uint8_t* data_ = nullptr;
   size_t size_ = 0;
+  bool zero_ = false;
 };
 
 }  // namespace qel::host

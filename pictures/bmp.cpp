@@ -34,6 +34,10 @@ struct Header {
   bool Indexed() const { return depth <= 8; }
   size_t PaletteEntryBytes() const { return bytes == kCoreHeader ? 3 : 4; }
   size_t Step() const { return (RowBytes(static_cast<int>(width), depth) + 3) / 4 * 4; }
+  /// Of all rows as they are stored without compression; the last may lack its padding.
+  uint64_t PixelBytes() const {
+    return static_cast<uint64_t>(height - 1) * Step() + RowBytes(static_cast<int>(width), depth);
+  }
 };
 
 void ReadMasks(const ByteReader& reader, Header& header) {
@@ -53,7 +57,7 @@ void ReadMasks(const ByteReader& reader, Header& header) {
 }
 
 Header ReadHeader(const Input& input, Metadata& metadata) {
-  const ByteReader reader(input.file);
+  const ByteReader reader(input.source.Load(0, kFileHeaderBytes + kV5Header));
   Header header;
   header.pixels_at = reader.U32(10);
   header.bytes = reader.U32(kFileHeaderBytes);
@@ -118,27 +122,36 @@ std::vector<PaletteEntry> ReadPalette(const Input& input, const Header& header) 
   if (header.pixels_at > header.palette_at) {
     count = std::min(count, (header.pixels_at - header.palette_at) / entry_bytes);
   }
-  if (!ByteReader(input.file).Holds(header.palette_at, count * entry_bytes)) input.Truncated();
+  const Bytes entries = input.source.Load(header.palette_at, count * entry_bytes);
+  if (entries.size() < count * entry_bytes) input.Truncated();
   std::vector<PaletteEntry> palette;
   for (size_t i = 0; i < count; ++i) {
-    const uint8_t* const entry = input.file.data() + header.palette_at + i * entry_bytes;
+    const uint8_t* const entry = entries.data() + i * entry_bytes;
     palette.push_back({entry[0], entry[1], entry[2], 0});
   }
   return palette;
+}
+
+/// Throws when the file is too short for its pixels.
+void CheckLength(const Input& input, const Header& header) {
+  if (header.Runs()) {
+    // A move of four bytes passes over 255 x 255 pixels at most.
+    constexpr uint64_t kBestRatio = 255 * 255 / 4;
+    input.CheckHolds(static_cast<uint64_t>(header.width * header.height), kBestRatio);
+    return;
+  }
+  const size_t size = input.source.size();
+  if (header.pixels_at > size || header.PixelBytes() > size - header.pixels_at) input.Truncated();
 }
 
 /// The rows as the file has them, the top one as row 0.
 class StoredRows {
  public:
   StoredRows(const Input& input, const Header& header)
-      : first_(input.file.data() + std::min(header.pixels_at, input.file.size())),
+      : first_(input.source.Load(header.pixels_at, header.PixelBytes()).data()),
         step_(static_cast<ptrdiff_t>(header.Step())) {
-    const auto rows = static_cast<uint64_t>(header.height);
-    const uint64_t bytes =
-        (rows - 1) * header.Step() + RowBytes(static_cast<int>(header.width), header.depth);
-    if (!ByteReader(input.file).Holds(header.pixels_at, bytes)) input.Truncated();
     if (header.top_down) return;
-    first_ += static_cast<ptrdiff_t>(rows - 1) * step_;
+    first_ += static_cast<ptrdiff_t>(header.height - 1) * step_;
     step_ = -step_;
   }
   const uint8_t* Row(int y) const { return first_ + y * step_; }
@@ -154,6 +167,7 @@ class RunReader {
  public:
   RunReader(const Input& input, const Header& header)
       : input_(input),
+        file_(input.source.All()),
         packed_(header.compression == kRle4),
         width_(static_cast<size_t>(header.width)),
         at_(header.pixels_at) {}
@@ -169,8 +183,8 @@ class RunReader {
 
  private:
   uint8_t Next() {
-    if (at_ >= input_.file.size()) input_.Truncated();
-    return input_.file[at_++];
+    if (at_ >= file_.size()) input_.Truncated();
+    return file_[at_++];
   }
 
   void Put(std::vector<uint8_t>& row, uint8_t byte, unsigned i) {
@@ -219,6 +233,7 @@ class RunReader {
   }
 
   const Input& input_;
+  Bytes file_;
   bool packed_;
   size_t width_;
   size_t at_;
@@ -284,8 +299,8 @@ bool UsesFourthByte(const StoredRows& rows, const Header& header) {
 }
 
 void ReadColours(const Input& input, Header& header, PictureInfo& info) {
-  const StoredRows rows(input, header);
-  if (header.depth == 32 && header.compression == kPlain && UsesFourthByte(rows, header)) {
+  if (header.depth == 32 && header.compression == kPlain &&
+      UsesFourthByte(StoredRows(input, header), header)) {
     header.masks[3] = 0xFF000000;
   }
   info.bit_count = header.masks[3] != 0 ? 32 : 24;
@@ -295,6 +310,7 @@ void ReadColours(const Input& input, Header& header, PictureInfo& info) {
                                      {input, header.masks[3]}};
   PixelTarget target(input, info);
   if (!target.WantsPixels()) return;
+  const StoredRows rows(input, header);
   const int stored_bytes = header.depth / 8;
   const int bytes = info.bit_count / 8;
   for (int y = 0; y < info.height; ++y) {
@@ -325,6 +341,7 @@ PictureInfo ReadBmp(const Input& input) {
   Header header = ReadHeader(input, info.metadata);
   CheckVariety(input, header);
   CheckSize(input, header.width, header.height);
+  CheckLength(input, header);
   info.width = static_cast<int>(header.width);
   info.height = static_cast<int>(header.height);
   if (header.Indexed()) {

@@ -28,6 +28,20 @@ bool HasTransparency(const PictureView& picture) {
 
 }  // namespace
 
+void Input::Plan(uint64_t count) const {
+  if (__builtin_add_overflow(planned_bytes, count, &planned_bytes)) planned_bytes = UINT64_MAX;
+  if (options.limits.AllowMemory(planned_bytes)) return;
+  Fail(PictureError::Kind::kTooLarge, "decoding needs " + std::to_string(planned_bytes) +
+                                          " bytes, more than the limit of " +
+                                          std::to_string(options.limits.max_memory));
+}
+
+void Input::CheckHolds(uint64_t promised, uint64_t best_ratio, uint64_t held) const {
+  uint64_t most;
+  if (__builtin_mul_overflow(held, best_ratio, &most) || promised <= most) return;
+  Truncated();
+}
+
 void Output::CheckSides(const char* format, int longest) const {
   if (picture.width <= longest && picture.height <= longest) return;
   DoesNotFit(std::string(format) + " holds at most " + std::to_string(longest) +

@@ -5,16 +5,27 @@
 #include <vector>
 
 #include "pictures/byte_reader.h"
+#include "pictures/byte_source.h"
 #include "pictures/picture_file.h"
 
 namespace qel::pictures {
 
 /// A file that is being read.
 struct Input {
-  Bytes file;
+  ByteSource& source;
   const std::string& name;  ///< for messages
   const ReadOptions& options;
-  const Allocate* allocate;  ///< null when only the header is asked for
+  const Allocate* allocate;            ///< null when only the header is asked for
+  mutable uint64_t planned_bytes = 0;  ///< that decoding will take, as far as `Plan` was told
+
+  /// Throws unless `count` more bytes of memory are within the limits.
+  void Plan(uint64_t count) const;
+  /// Throws unless `held` bytes of the file can stand for `promised` units of pixels, at the best
+  /// ratio that the format has.
+  void CheckHolds(uint64_t promised, uint64_t best_ratio, uint64_t held) const;
+  void CheckHolds(uint64_t promised, uint64_t best_ratio) const {
+    CheckHolds(promised, best_ratio, source.size());
+  }
 
   [[noreturn]] void Fail(PictureError::Kind kind, const std::string& what) const {
     throw PictureError(kind, name, what);
@@ -22,7 +33,9 @@ struct Input {
   [[noreturn]] void Broken(const std::string& what) const {
     Fail(PictureError::Kind::kBroken, what);
   }
-  [[noreturn]] void Truncated() const { Broken("truncated: the file ends before its pixels do"); }
+  [[noreturn]] void Truncated() const {
+    throw TruncatedPicture(name, "truncated: the file ends before its pixels do");
+  }
   [[noreturn]] void Unsupported(const std::string& what) const {
     Fail(PictureError::Kind::kUnsupported, what);
   }
@@ -52,6 +65,9 @@ struct Output {
   void NoteLostAlpha(const char* format) const;
   bool HasResolution() const { return metadata.dpi_x > 0 && metadata.dpi_y > 0; }
 };
+
+/// What a byte of a deflate stream stands for at most: matches of 258 bytes in two bits.
+inline constexpr uint64_t kDeflateRatio = 1032;
 
 inline constexpr char kReducedNote[] = "16 bits per channel were reduced to 8";
 inline constexpr char kCmykNote[] =

@@ -3,6 +3,7 @@
 #include <csetjmp>
 #include <cstdio>  // before the library's header, which uses its types
 #include <cstdlib>
+#include <exception>
 #include <memory>
 
 // clang-format off
@@ -47,36 +48,40 @@ struct Errors {
     std::longjmp(errors->escape, 1);
   }
 
-  /// Warnings after which the library would make pixels up are errors here.
+  /// Warnings say that the library makes up what is damaged. Where that is pixels they are errors
+  /// here; of others the first is kept.
   static void OnMessage(j_common_ptr jpeg, int level) {
     if (level >= 0) return;
-    switch (jpeg->err->msg_code) {
-      case JWRN_JPEG_EOF:
-      case JWRN_HIT_MARKER:
-      case JWRN_HUFF_BAD_CODE:
-      case JWRN_ARITH_BAD_CODE:
-      case JWRN_MUST_RESYNC:
-        OnError(jpeg);
-      default:
-        break;
-    }
+    auto* const errors = static_cast<Errors*>(jpeg->client_data);
+    const bool harmless = errors->is_harmless != nullptr && errors->is_harmless(jpeg);
+    if (!harmless) OnError(jpeg);
+    if (errors->warning[0] == '\0') jpeg->err->format_message(jpeg, errors->warning);
   }
 
   jpeg_error_mgr manager;
+  bool (*is_harmless)(j_common_ptr jpeg) = nullptr;
   std::jmp_buf escape;
   int code = 0;
   char message[JMSG_LENGTH_MAX] = "";
+  char warning[JMSG_LENGTH_MAX] = "";
 };
 
-/// A decoder on a file in memory.
+/// A decoder on a file.
 class Decoder {
  public:
   explicit Decoder(const Input& input) : input_(input) {
     jpeg.err = &errors_.manager;
     jpeg.client_data = &errors_;
+    errors_.is_harmless = &IsHarmless;
     Run([&] {
       jpeg_create_decompress(&jpeg);
-      jpeg_mem_src(&jpeg, input_.file.data(), static_cast<unsigned long>(input_.file.size()));
+      source_.owner = this;
+      source_.init_source = source_.term_source = [](j_decompress_ptr) {};
+      source_.fill_input_buffer = &OnEmpty;
+      source_.skip_input_data = &OnSkip;
+      source_.resync_to_restart = &jpeg_resync_to_restart;
+      jpeg.src = &source_;
+      progress_.owner = this;
       progress_.progress_monitor = &OnProgress;
       jpeg.progress = &progress_;
     });
@@ -88,6 +93,7 @@ class Decoder {
   template <typename Step>
   void Run(const Step& step) {
     if (errors_.Run(step)) return;
+    if (failure_) std::rethrow_exception(failure_);
     switch (errors_.code) {
       case JWRN_JPEG_EOF:
       case JWRN_HIT_MARKER:
@@ -102,19 +108,100 @@ class Decoder {
     }
   }
 
+  /// The first of the warnings that cost no pixels; may be empty.
+  const char* warning() const { return errors_.warning; }
+  /// Bit c is set once component c was in a scan.
+  unsigned seen_components() const { return seen_components_; }
+
   jpeg_decompress_struct jpeg{};
 
  private:
+  struct Source : jpeg_source_mgr {
+    Decoder* owner = nullptr;
+    size_t next = 0;  ///< position in the file of what the library does not have yet
+  };
+  struct Progress : jpeg_progress_mgr {
+    Decoder* owner = nullptr;
+  };
+  static Decoder& Of(j_decompress_ptr jpeg) { return *static_cast<Source*>(jpeg->src)->owner; }
+
+  /// No exception may pass through the frames of the library.
+  Bytes Load(size_t at, size_t count) noexcept try {
+    return input_.source.Load(at, count);
+  } catch (...) {
+    failure_ = std::current_exception();
+    return {};
+  }
+
+  static boolean OnEmpty(j_decompress_ptr jpeg) {
+    constexpr size_t kBlock = size_t{1} << 16;
+    Decoder& decoder = Of(jpeg);
+    Source& source = decoder.source_;
+    const bool header_only = decoder.input_.allocate == nullptr;
+    const Bytes block = decoder.Load(source.next, header_only ? kBlock : SIZE_MAX);
+    if (block.empty()) ERREXIT(jpeg, JERR_INPUT_EOF);
+    source.next_input_byte = block.data();
+    source.bytes_in_buffer = block.size();
+    source.next += block.size();
+    return TRUE;
+  }
+
+  static void OnSkip(j_decompress_ptr jpeg, long count) {
+    if (count <= 0) return;
+    Source& source = Of(jpeg).source_;
+    const size_t from_buffer = std::min(static_cast<size_t>(count), source.bytes_in_buffer);
+    source.next_input_byte += from_buffer;
+    source.bytes_in_buffer -= from_buffer;
+    source.next += static_cast<size_t>(count) - from_buffer;
+  }
+
   /// A small file can ask for thousands of passes over a large picture. No writer does.
   static void OnProgress(j_common_ptr common) {
-    constexpr int kMostScans = 500;
-    auto* const decoder = reinterpret_cast<j_decompress_ptr>(common);
-    if (decoder->input_scan_number > kMostScans) ERREXIT(common, JERR_BAD_PROGRESSION);
+    constexpr int kMostScans = 500, kMostScansOfLarge = 100;
+    constexpr int64_t kLarge = int64_t{1} << 22;
+    auto* const jpeg = reinterpret_cast<j_decompress_ptr>(common);
+    const int64_t pixels = int64_t{jpeg->image_width} * jpeg->image_height;
+    if (jpeg->input_scan_number > (pixels > kLarge ? kMostScansOfLarge : kMostScans)) {
+      ERREXIT(common, JERR_BAD_PROGRESSION);
+    }
+    unsigned& seen = Of(jpeg).seen_components_;
+    for (int i = 0; i < jpeg->comps_in_scan; ++i) {
+      seen |= 1u << jpeg->cur_comp_info[i]->component_index;
+    }
+  }
+
+  static bool IsHarmless(j_common_ptr common) {
+    const auto* const jpeg = reinterpret_cast<j_decompress_ptr>(common);
+    switch (common->err->msg_code) {
+      case JWRN_EXTRANEOUS_DATA:
+        // Between the segments of the header nothing is lost. Behind the data of a scan bytes are
+        // left over when the data was damaged, but for writers that fill up with zeros.
+        return jpeg->input_scan_number == 0 ||
+               Of(const_cast<j_decompress_ptr>(jpeg)).SkippedZeros();
+      case JWRN_ADOBE_XFORM:
+      case JWRN_BOGUS_ICC:
+      case JWRN_JFIF_MAJOR:
+      case JWRN_NOT_SEQUENTIAL:
+        return true;
+      default:
+        return false;
+    }
+  }
+
+  /// Whether all the bytes are 0 that the library passes over just now, in search of a marker.
+  bool SkippedZeros() {
+    const auto count = static_cast<size_t>(jpeg.err->msg_parm.i[0]);
+    const size_t here = source_.next - source_.bytes_in_buffer;  // behind them
+    return here >= count &&
+           std::ranges::all_of(Load(here - count, count), [](uint8_t byte) { return byte == 0; });
   }
 
   const Input& input_;
   Errors errors_;
-  jpeg_progress_mgr progress_{};
+  Source source_{};
+  Progress progress_{};
+  unsigned seen_components_ = 0;
+  std::exception_ptr failure_;
 };
 
 Exif ReadExif(const jpeg_decompress_struct& jpeg) {
@@ -147,6 +234,29 @@ Metadata ReadMetadata(Decoder& decoder, const Exif& exif) {
     metadata.dpi_y = jpeg.Y_density * scale;
   }
   return metadata;
+}
+
+/// Blocks of 8 x 8 samples in the picture.
+uint64_t CountBlocks(const jpeg_decompress_struct& jpeg) {
+  uint64_t blocks = 0;
+  for (int i = 0; i < jpeg.num_components; ++i) {
+    blocks += uint64_t{jpeg.comp_info[i].width_in_blocks} * jpeg.comp_info[i].height_in_blocks;
+  }
+  return blocks;
+}
+
+bool HasSeveralScans(const jpeg_decompress_struct& jpeg) {
+  return jpeg.progressive_mode || jpeg.comps_in_scan < jpeg.num_components;
+}
+
+/// Checks what the frame header asks for before anything of its size is made.
+void CheckFrame(const Input& input, const jpeg_decompress_struct& jpeg) {
+  CheckSize(input, jpeg.image_width, jpeg.image_height);
+  const uint64_t blocks = CountBlocks(jpeg);
+  // A block takes a bit for its mean, and without progression one more for its end. Arithmetic
+  // coding has no such bound, but what it packs tighter is no picture.
+  input.CheckHolds(blocks, jpeg.arith_code ? 64 : jpeg.progressive_mode ? 8 : 4);
+  if (HasSeveralScans(jpeg)) input.Plan(blocks * sizeof(JBLOCK));
 }
 
 /// Decodes rows of inks, which files with an Adobe marker store inverted, through a row of our own.
@@ -289,6 +399,7 @@ PictureInfo ReadJpeg(const Input& input) {
     info.metadata.icc_profile.clear();
     info.notes.emplace_back(kCmykNote);
   }
+  CheckFrame(input, jpeg);
   PixelTarget target(input, info, exif.orientation);
   if (!target.WantsPixels()) return info;
   decoder.Run([&] { jpeg_start_decompress(&jpeg); });
@@ -298,6 +409,13 @@ PictureInfo ReadJpeg(const Input& input) {
     ReadRows(decoder, target);
   }
   decoder.Run([&] { jpeg_finish_decompress(&jpeg); });
+  if (HasSeveralScans(jpeg) && decoder.seen_components() != (1u << jpeg.num_components) - 1) {
+    input.Broken("damaged JPEG: it has no data for one of its channels");
+  }
+  if (decoder.warning()[0] != '\0') {
+    info.notes.push_back(std::string("the file has faults that cost no pixels: ") +
+                         decoder.warning());
+  }
   target.Finish();
   return info;
 }

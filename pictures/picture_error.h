@@ -28,6 +28,13 @@ class PictureError : public std::runtime_error {
   Kind kind_;
 };
 
+/// A file that ends too early, or may do so: with more of it the answer could be another.
+class TruncatedPicture : public PictureError {
+ public:
+  TruncatedPicture(const std::string& file, const std::string& what)
+      : PictureError(Kind::kBroken, file, what) {}
+};
+
 }  // namespace qel::pictures
 
 #endif  // QEL_PICTURES_PICTURE_ERROR_H_

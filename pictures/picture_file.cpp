@@ -1,14 +1,7 @@
 #include "pictures/picture_file.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <string_view>
 
 #include "pictures/atomic_file.h"
@@ -35,53 +28,45 @@ constexpr FormatRow kFormats[] = {
     {Format::kPnm, "PNM", {".pnm", ".pbm", ".pgm", ".ppm", ".pam"}, &IsPnm, &ReadPnm, &EncodePnm},
 };
 
+/// Enough of a file's beginning to know every format by.
+constexpr size_t kSignatureBytes = 64;
+
 const FormatRow& RowOf(Format format) {
   return *std::ranges::find(kFormats, format, &FormatRow::format);
 }
 
-/// Closes a descriptor at the end of its block.
-struct Closer {
-  int descriptor;
-  ~Closer() { close(descriptor); }
-};
+/// The format whose first bytes these are.
+const FormatRow& RowOf(Bytes beginning, const std::string& name) {
+  if (beginning.empty()) throw PictureError(PictureError::Kind::kBroken, name, "the file is empty");
+  const auto* const row = std::ranges::find_if(
+      kFormats, [&](const FormatRow& each) { return each.recognise(beginning); });
+  if (row != std::end(kFormats)) return *row;
+  std::string known;
+  for (const FormatRow& each : kFormats) known.append(" ").append(each.name);
+  throw PictureError(PictureError::Kind::kUnknownFormat, name,
+                     "the content is of no known picture format; known are" + known);
+}
 
-/// A regular file as memory that is read when it is touched; empty for all others.
-class Mapping {
- public:
-  Mapping(const std::string& path, const Limits& limits) {
-    struct stat status;
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
-    if (status.st_size == 0 || !limits.AllowMemory(static_cast<uint64_t>(status.st_size))) return;
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) return;
-    const Closer closer{descriptor};
-    const auto size = static_cast<size_t>(status.st_size);
-    void* const start = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
-    if (start != MAP_FAILED) content_ = {static_cast<const uint8_t*>(start), size};
+/// A pipe may never end: its header is looked at before the rest is waited for.
+void CheckPipe(ByteSource& source, const FormatRow& row, const std::string& name,
+               const ReadOptions& options) {
+  constexpr size_t kEnoughForHeaders = size_t{1} << 20;
+  if (source.KnowsSize()) return;
+  const Bytes beginning = source.Load(0, kEnoughForHeaders);
+  if (source.KnowsSize()) return;
+  ByteSource part(beginning);
+  try {
+    row.read({part, name, options, nullptr});
+  } catch (const TruncatedPicture&) {
+    // What is missing may come yet.
   }
-  Mapping(const Mapping&) = delete;
-  Mapping& operator=(const Mapping&) = delete;
-  ~Mapping() {
-    if (!content_.empty()) munmap(const_cast<uint8_t*>(content_.data()), content_.size());
-  }
-  Bytes content() const { return content_; }
+}
 
- private:
-  Bytes content_;
-};
-
-PictureInfo Read(Bytes file, const std::string& name, const ReadOptions& options,
+PictureInfo Read(ByteSource& source, const std::string& name, const ReadOptions& options,
                  const Allocate* allocate) {
-  if (file.empty()) throw PictureError(PictureError::Kind::kBroken, name, "the file is empty");
-  const auto* const row =
-      std::ranges::find_if(kFormats, [&](const FormatRow& each) { return each.recognise(file); });
-  if (row == std::end(kFormats)) {
-    std::string known;
-    for (const FormatRow& each : kFormats) known.append(" ").append(each.name);
-    throw PictureError(PictureError::Kind::kUnknownFormat, name,
-                       "the content is of no known picture format; known are" + known);
-  }
-  return row->read({file, name, options, allocate});
+  const FormatRow& row = RowOf(source.Load(0, kSignatureBytes), name);
+  CheckPipe(source, row, name, options);
+  return row.read({source, name, options, allocate});
 }
 
 }  // namespace
@@ -101,57 +86,41 @@ Format FormatOfPath(const std::string& path) {
 }
 
 std::vector<uint8_t> ReadFile(const std::string& path, const Limits& limits) {
-  const auto fail = [&](int error) {
-    throw PictureError(PictureError::Kind::kNotReadable, path, std::strerror(error));
-  };
-  const auto check = [&](uint64_t size) {
-    if (limits.AllowMemory(size)) return;
-    throw PictureError(
-        PictureError::Kind::kTooLarge, path,
-        "the file has more bytes than the limit of " + std::to_string(limits.max_memory));
-  };
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) fail(errno);
-  const Closer closer{descriptor};
-  struct stat status;
-  if (fstat(descriptor, &status) != 0) fail(errno);
-  if (S_ISREG(status.st_mode)) check(static_cast<uint64_t>(status.st_size));
+  ByteSource source(path, limits);
+  const Bytes content = source.All();
+  return {content.begin(), content.end()};
+}
 
-  // One byte more than the file is said to have, so that its end is met without growing.
-  std::vector<uint8_t> content(static_cast<size_t>(std::max<off_t>(status.st_size, 4095)) + 1);
-  size_t size = 0;
-  while (true) {
-    const ssize_t got = read(descriptor, content.data() + size, content.size() - size);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail(errno);
-    if (got == 0) break;
-    size += static_cast<size_t>(got);
-    check(size);
-    if (size == content.size()) content.resize(2 * size);
-  }
-  content.resize(size);
-  return content;
+void Recognise(ByteSource& source, const std::string& name, const ReadOptions& options) {
+  CheckPipe(source, RowOf(source.Load(0, kSignatureBytes), name), name, options);
 }
 
 PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
                         const Allocate& allocate) {
-  return Read(ReadFile(path, options.limits), path, options, &allocate);
+  ByteSource source(path, options.limits);
+  return Read(source, path, options, &allocate);
+}
+
+PictureInfo ReadPicture(ByteSource& source, const std::string& name, const ReadOptions& options,
+                        const Allocate& allocate) {
+  return Read(source, name, options, &allocate);
 }
 
 PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
                                   const ReadOptions& options, const Allocate& allocate) {
-  return Read(file, name, options, &allocate);
+  ByteSource source(file);
+  return Read(source, name, options, &allocate);
 }
 
 PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options) {
-  const Mapping mapping(path, options.limits);
-  if (!mapping.content().empty()) return Read(mapping.content(), path, options, nullptr);
-  return Read(ReadFile(path, options.limits), path, options, nullptr);
+  ByteSource source(path, options.limits);
+  return Read(source, path, options, nullptr);
 }
 
 PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
                                         const ReadOptions& options) {
-  return Read(file, name, options, nullptr);
+  ByteSource source(file);
+  return Read(source, name, options, nullptr);
 }
 
 EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "pictures/byte_source.h"
 #include "pictures/limits.h"
 #include "pictures/picture_error.h"
 
@@ -71,15 +72,22 @@ struct ReadOptions {
 /// Throws `PictureError`. Any thread; several pictures may be read at once.
 PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
                         const Allocate& allocate);
-/// The same from memory; `name` stands for the file in messages.
+/// The same from a file that is open; `name` stands for it in messages.
+PictureInfo ReadPicture(ByteSource& source, const std::string& name, const ReadOptions& options,
+                        const Allocate& allocate);
+/// The same from memory.
 PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
                                   const ReadOptions& options, const Allocate& allocate);
 
 /// The bytes of a file, regular or a pipe, up to the limit. Throws `PictureError`.
 std::vector<uint8_t> ReadFile(const std::string& path, const Limits& limits = {});
 
-/// What `ReadPicture` would hand to its allocator, without decoding pixels. Of a regular file,
-/// which nobody may shorten meanwhile, only the part that the header is in gets read.
+/// Reads on in a file only after its first bytes are those of a known format and, of a pipe, its
+/// header is within the limits. Throws `PictureError`.
+void Recognise(ByteSource& source, const std::string& name, const ReadOptions& options = {});
+
+/// What `ReadPicture` would hand to its allocator, without decoding pixels. Of a regular file only
+/// the parts that the header is in get read.
 PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options = {});
 PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
                                         const ReadOptions& options = {});

@@ -55,14 +55,6 @@ void CheckSize(const Input& input, int64_t width, int64_t height) {
                                                 std::to_string(limits.max_pixels));
 }
 
-void CheckMemory(const Input& input, uint64_t count) {
-  const Limits& limits = input.options.limits;
-  if (limits.AllowMemory(count)) return;
-  input.Fail(PictureError::Kind::kTooLarge, "decoding needs " + std::to_string(count) +
-                                                " bytes, more than the limit of " +
-                                                std::to_string(limits.max_memory));
-}
-
 PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)
     : orientation_(orientation),
       stored_width_(info.width),
@@ -72,7 +64,7 @@ PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)
   const bool waits = turn.exchanged || turn.mirrored_x;
   CheckSize(input, info.width, info.height);
   const uint64_t bytes = RowBytes(info.width, info.bit_count) * static_cast<uint64_t>(info.height);
-  CheckMemory(input, waits ? 2 * bytes : bytes);
+  input.Plan(waits ? 2 * bytes : bytes);
   if (turn.exchanged) {
     std::swap(info.width, info.height);
     std::swap(info.metadata.dpi_x, info.metadata.dpi_y);
@@ -88,7 +80,7 @@ PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)
   }
   if (waits) {
     stride_ = static_cast<ptrdiff_t>(RowBytes(stored_width_, bit_count_));
-    waiting_.resize(static_cast<size_t>(stride_) * static_cast<size_t>(stored_height_));
+    waiting_.Resize(static_cast<size_t>(stride_) * static_cast<size_t>(stored_height_));
     bits_ = waiting_.data();
   } else if (turn.mirrored_y) {
     bits_ = upright_.bits + ptrdiff_t{stored_height_ - 1} * upright_.stride;
@@ -100,7 +92,7 @@ PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)
 }
 
 void PixelTarget::Finish() {
-  if (!waiting_.empty()) MoveUpright();
+  if (waiting_.size() > 0) MoveUpright();
   const int used_bits = static_cast<int>(int64_t{upright_width_} * bit_count_ % 8);
   if (used_bits == 0) return;
   const size_t last = RowBytes(upright_width_, bit_count_) - 1;

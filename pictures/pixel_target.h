@@ -1,9 +1,8 @@
 #ifndef QEL_PICTURES_PIXEL_TARGET_H_
 #define QEL_PICTURES_PIXEL_TARGET_H_
 
-#include <vector>
-
 #include "pictures/codec.h"
+#include "pictures/fresh_pages.h"
 
 namespace qel::pictures {
 
@@ -15,9 +14,6 @@ inline size_t RowBytes(int width, int bit_count) {
 /// Throws unless a picture of this size is within the limits. `PixelTarget` asks too; readers that
 /// size something by the header before they have a target ask first.
 void CheckSize(const Input& input, int64_t width, int64_t height);
-
-/// Throws unless `count` bytes that decoding needs are within the limits.
-void CheckMemory(const Input& input, uint64_t count);
 
 /// The rows that a picture is decoded into, in the order in which the file stores them. They are
 /// the caller's own wherever the orientation allows; otherwise rows wait in a buffer until
@@ -49,7 +45,7 @@ class PixelTarget {
   int upright_height_;
   int bit_count_;
   PixelBuffer upright_;
-  std::vector<uint8_t> waiting_;
+  FreshPages waiting_;
 };
 
 }  // namespace qel::pictures

@@ -1,8 +1,10 @@
 #include <png.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <csetjmp>
 #include <cstring>
+#include <exception>
 
 #include "pictures/codec.h"
 #include "pictures/exif.h"
@@ -59,6 +61,7 @@ class ReadSession : public Session {
   template <typename Step>
   void Run(const Step& step) {
     if (Session::Run(step)) return;
+    if (failure_) std::rethrow_exception(failure_);
     if (truncated_) input_.Truncated();
     input_.Broken(std::string("damaged PNG: ") + message);
   }
@@ -66,18 +69,27 @@ class ReadSession : public Session {
  private:
   static void OnRead(png_structp png, png_bytep data, size_t count) {
     auto* const session = static_cast<ReadSession*>(png_get_io_ptr(png));
-    const Bytes& file = session->input_.file;
-    if (file.size() - session->position_ < count) {
+    const Bytes bytes = session->Load(count);
+    if (bytes.size() < count) {
       session->truncated_ = true;
       png_error(png, "truncated");
     }
-    std::memcpy(data, file.data() + session->position_, count);
+    std::memcpy(data, bytes.data(), count);
     session->position_ += count;
+  }
+
+  /// No exception may pass through the frames of the library.
+  Bytes Load(size_t count) noexcept try {
+    return input_.source.Load(position_, count);
+  } catch (...) {
+    failure_ = std::current_exception();
+    return {};
   }
 
   const Input& input_;
   size_t position_ = 0;
   bool truncated_ = false;
+  std::exception_ptr failure_;
 };
 
 struct Header {
@@ -91,12 +103,20 @@ struct Header {
   bool transparent_entries = false;  ///< a colour or entries of the palette stand for transparency
 
   bool HasPalette() const { return colour == PNG_COLOR_TYPE_PALETTE; }
+  int Channels() const {
+    const int colours = (colour & PNG_COLOR_MASK_COLOR) != 0 && !HasPalette() ? 3 : 1;
+    return colours + ((colour & PNG_COLOR_MASK_ALPHA) != 0 ? 1 : 0);
+  }
 };
 
 Header ReadHeader(ReadSession& session) {
   Header header;
   session.Run([&] {
     png_set_user_limits(session.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
+    // Texts and such are not unpacked: a small file can have thousands of large ones.
+    static constexpr png_byte kPassedOver[] = "tEXt\0zTXt\0iTXt\0sPLT\0pCAL\0sCAL\0eXIf";
+    png_set_keep_unknown_chunks(session.png, PNG_HANDLE_CHUNK_NEVER, kPassedOver,
+                                sizeof(kPassedOver) / 5);
     png_read_info(session.png, session.info);
     png_get_IHDR(session.png, session.info, &header.width, &header.height, &header.depth,
                  &header.colour, nullptr, nullptr, nullptr);
@@ -105,6 +125,48 @@ Header ReadHeader(ReadSession& session) {
     header.passes = png_set_interlace_handling(session.png);
   });
   return header;
+}
+
+/// What is to be known of the chunks before the pixels are read, wherever they stand.
+struct Chunks {
+  uint64_t pixel_bytes = 0;  ///< compressed
+  Bytes exif;
+  uint32_t frames = 1;
+  bool has_profile = false;
+};
+
+/// Goes through the chunks ourselves: the one with EXIF may follow the pixels. What its checksum
+/// does not confirm counts as absent.
+Chunks FindChunks(const Input& input) {
+  constexpr size_t kChunkHeader = 8, kChecksum = 4;
+  Chunks chunks;
+  size_t at = kSignatureBytes;
+  while (true) {
+    const Bytes header = input.source.Load(at, kChunkHeader);
+    if (header.size() < kChunkHeader || StartsWith(header.subspan(4), "IEND")) return chunks;
+    const auto is = [&](const char* name) { return StartsWith(header.subspan(4), name); };
+    const size_t length = ByteReader(header, ByteOrder::kBig).U32(0);
+    if (is("IDAT")) chunks.pixel_bytes += length;
+    if (is("iCCP")) chunks.has_profile = true;
+    if (is("eXIf") || is("acTL") || is("tRNS")) {
+      const Bytes whole = input.source.Load(at + 4, length + 4 + kChecksum);
+      if (whole.size() < length + 4 + kChecksum) input.Truncated();
+      const bool intact = ByteReader(whole, ByteOrder::kBig).U32(length + 4) ==
+                          crc32(0, whole.data(), static_cast<uInt>(length + 4));
+      if (is("tRNS") && !intact) input.Broken("damaged PNG: tRNS: CRC error");
+      if (is("eXIf") && intact) chunks.exif = whole.subspan(4, length);
+      if (is("acTL") && intact) chunks.frames = ByteReader(whole, ByteOrder::kBig).U32(4);
+    }
+    at += kChunkHeader + length + kChecksum;
+  }
+}
+
+/// Checks what the header asks for before anything of its size is made.
+void CheckHeader(const Input& input, const Header& header, const Chunks& chunks) {
+  CheckSize(input, header.width, header.height);
+  const uint64_t row_bits =
+      uint64_t{header.width} * static_cast<unsigned>(header.Channels() * header.depth);
+  input.CheckHolds((row_bits + 7) / 8 * header.height, kDeflateRatio, chunks.pixel_bytes);
 }
 
 Metadata ReadMetadata(const ReadSession& session) {
@@ -119,23 +181,6 @@ Metadata ReadMetadata(const ReadSession& session) {
   metadata.dpi_x = DpiFromMetre(png_get_x_pixels_per_meter(session.png, session.info));
   metadata.dpi_y = DpiFromMetre(png_get_y_pixels_per_meter(session.png, session.info));
   return metadata;
-}
-
-/// Looks through the chunks ourselves: the one with EXIF may follow the pixels, and the
-/// orientation is needed before them.
-int FindOrientation(Bytes file) {
-  const ByteReader reader(file, ByteOrder::kBig);
-  constexpr size_t kChunkFrame = 12;  // length, name and checksum
-  size_t at = kSignatureBytes;
-  while (reader.Holds(at, kChunkFrame)) {
-    const size_t length = reader.U32(at);
-    if (!reader.Holds(at, kChunkFrame + length)) break;
-    if (StartsWith(file.subspan(at + 4), "eXIf")) {
-      return ParseExif(file.subspan(at + 8, length)).orientation;
-    }
-    at += kChunkFrame + length;
-  }
-  return 1;
 }
 
 /// Kept are indices, and grey levels below 8 bits that have no transparent one among them.
@@ -265,11 +310,20 @@ bool IsPng(Bytes file) {
 PictureInfo ReadPng(const Input& input) {
   ReadSession session(input);
   const Header header = ReadHeader(session);
+  const Chunks chunks = FindChunks(input);
+  CheckHeader(input, header, chunks);
   PictureInfo info;
   info.format = Format::kPng;
   info.width = static_cast<int>(header.width);
   info.height = static_cast<int>(header.height);
   info.metadata = ReadMetadata(session);
+  if (chunks.has_profile && info.metadata.icc_profile.empty()) {
+    info.notes.emplace_back("the colour profile is damaged; it was left out");
+  }
+  if (chunks.frames > 1) {
+    info.notes.push_back("an animation of " + std::to_string(chunks.frames) +
+                         " frames; only its still picture was read");
+  }
   const bool keep = KeepsDepth(input, header);
   if (keep) {
     DescribeKept(header, info);
@@ -277,7 +331,7 @@ PictureInfo ReadPng(const Input& input) {
     RequestColours(session, header, info);
   }
   const int rows = info.height;
-  PixelTarget target(input, info, FindOrientation(input.file));
+  PixelTarget target(input, info, ParseExif(chunks.exif).orientation);
   if (!target.WantsPixels()) return info;
   session.Run([&] {
     png_read_update_info(session.png, session.info);

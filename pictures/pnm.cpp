@@ -23,11 +23,14 @@ class Scanner {
   /// The next word; blanks and comments before it are passed over, one blank after it is taken.
   std::string_view Word() {
     SkipBlanks();
+    constexpr size_t kLongest = 64;
     const size_t begin = at_;
-    while (at_ < input_.file.size() && !IsBlank(input_.file[at_])) ++at_;
+    while (More() && !IsBlank(file_[at_])) {
+      if (++at_ - begin > kLongest) input_.Broken("there is no number where the format has one");
+    }
     const std::string_view word = Text(begin, at_);
     if (word.empty()) input_.Truncated();
-    if (at_ < input_.file.size()) ++at_;
+    if (More()) ++at_;
     return word;
   }
 
@@ -44,33 +47,39 @@ class Scanner {
   /// One digit of a bitmap in text, where blanks between digits may be left out.
   uint8_t Bit() {
     SkipBlanks();
-    if (at_ >= input_.file.size()) input_.Truncated();
-    const uint8_t digit = input_.file[at_++];
+    if (!More()) input_.Truncated();
+    const uint8_t digit = file_[at_++];
     if (digit != '0' && digit != '1') input_.Broken("a bitmap has something else than 0 and 1");
     return digit == '1';
   }
 
   void SkipLine() {
-    while (at_ < input_.file.size() && input_.file[at_++] != '\n') {
+    while (More() && file_[at_++] != '\n') {
     }
   }
 
-  size_t Left() const { return input_.file.size() - at_; }
+  size_t Left() const { return input_.source.size() - at_; }
 
   /// The next `count` bytes, which must be there.
   const uint8_t* Take(size_t count) {
-    const uint8_t* const bytes = input_.file.data() + at_;
+    const uint8_t* const bytes = input_.source.Load(at_, count).data();
     at_ += count;
     return bytes;
   }
 
  private:
   std::string_view Text(size_t begin, size_t end) const {
-    return {reinterpret_cast<const char*>(input_.file.data()) + begin, end - begin};
+    return {reinterpret_cast<const char*>(file_.data()) + begin, end - begin};
+  }
+  /// Whether there is another character, which `file_` then has.
+  bool More() {
+    constexpr size_t kAhead = size_t{1} << 16;
+    if (at_ >= file_.size()) file_ = input_.source.Load(0, at_ + kAhead);
+    return at_ < file_.size();
   }
   void SkipBlanks() {
-    while (at_ < input_.file.size() && (IsBlank(input_.file[at_]) || input_.file[at_] == '#')) {
-      if (input_.file[at_] == '#') {
+    while (More() && (IsBlank(file_[at_]) || file_[at_] == '#')) {
+      if (file_[at_] == '#') {
         SkipLine();
       } else {
         ++at_;
@@ -79,6 +88,7 @@ class Scanner {
   }
 
   const Input& input_;
+  Bytes file_;  ///< its beginning, as far as it was looked at
   size_t at_;
 };
 
@@ -117,7 +127,7 @@ void ReadPamHeader(const Input& input, Scanner& scanner, Header& header) {
 
 Header ReadHeader(const Input& input, Scanner& scanner) {
   Header header;
-  header.kind = static_cast<char>(input.file[1]);
+  header.kind = static_cast<char>(input.source.Load(1, 1)[0]);
   if (header.kind == '7') {
     ReadPamHeader(input, scanner, header);
   } else {

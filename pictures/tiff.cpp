@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <memory>
 
 #include "pictures/codec.h"
@@ -16,35 +17,45 @@
 namespace qel::pictures {
 namespace {
 
-/// A TIFF file in memory and the first error of its handle.
-struct MemoryFile {
-  Bytes content;                 ///< while reading
+/// A TIFF file and what its library says about it.
+struct TiffFile {
+  ByteSource* source = nullptr;  ///< while reading
   std::vector<uint8_t> written;  ///< while writing
   uint64_t position = 0;
-  char message[200] = "";
+  char message[200] = "";  ///< the first error, and while pixels are decoded also warning
+  char note[200] = "";     ///< the first warning that means no loss
+  bool decoding = false;   ///< pixels, of which every warning says that they are damaged
   bool palette_lost = false;
-
-  Bytes All() const { return content.data() != nullptr ? content : Bytes(written); }
+  std::exception_ptr failure;
 
   [[noreturn]] void Fail(const Input& input) const {
-    input.Broken(std::string("truncated or damaged TIFF: ") + message);
+    if (failure) std::rethrow_exception(failure);
+    std::string reason = message;
+    // The library appends what its own libraries say, which may be nothing.
+    while (!reason.empty() && std::strchr(": \n", reason.back()) != nullptr) reason.pop_back();
+    if (reason.empty()) reason = "pixels are missing";
+    throw TruncatedPicture(input.name, "truncated or damaged TIFF: " + reason);
   }
+  bool HasFailed() const { return message[0] != '\0' || failure; }
 
-  static MemoryFile& Of(thandle_t handle) { return *static_cast<MemoryFile*>(handle); }
-
-  static tmsize_t OnRead(thandle_t handle, void* data, tmsize_t count) {
-    MemoryFile& file = Of(handle);
-    const Bytes all = file.All();
-    const uint64_t left = all.size() - std::min<uint64_t>(file.position, all.size());
-    const uint64_t got = std::min(left, static_cast<uint64_t>(count));
-    if (got > 0) std::memcpy(data, all.data() + file.position, got);
-    file.position += got;
-    return static_cast<tmsize_t>(got);
-  }
+  static TiffFile& Of(thandle_t handle) { return *static_cast<TiffFile*>(handle); }
 
   /// No exception may pass through the frames of the library.
+  static tmsize_t OnRead(thandle_t handle, void* data, tmsize_t count) noexcept {
+    TiffFile& file = Of(handle);
+    try {
+      const Bytes bytes = file.Load(file.position, static_cast<uint64_t>(count));
+      std::ranges::copy(bytes, static_cast<uint8_t*>(data));
+      file.position += bytes.size();
+      return static_cast<tmsize_t>(bytes.size());
+    } catch (...) {
+      file.failure = std::current_exception();
+      return 0;
+    }
+  }
+
   static tmsize_t OnWrite(thandle_t handle, void* data, tmsize_t count) noexcept try {
-    MemoryFile& file = Of(handle);
+    TiffFile& file = Of(handle);
     const auto* const bytes = static_cast<const uint8_t*>(data);
     const uint64_t end = file.position + static_cast<uint64_t>(count);
     if (end > file.written.size()) file.written.resize(end);
@@ -56,41 +67,62 @@ struct MemoryFile {
   }
 
   static toff_t OnSeek(thandle_t handle, toff_t offset, int whence) {
-    MemoryFile& file = Of(handle);
+    TiffFile& file = Of(handle);
     const uint64_t origin = whence == SEEK_CUR   ? file.position
-                            : whence == SEEK_END ? file.All().size()
+                            : whence == SEEK_END ? file.Size()
                                                  : 0;
     return file.position = origin + offset;
   }
   static int OnClose(thandle_t) { return 0; }
-  static toff_t OnSize(thandle_t handle) { return Of(handle).All().size(); }
+  static toff_t OnSize(thandle_t handle) { return Of(handle).Size(); }
 
   /// Uncompressed pixels are taken from where they are.
   static int OnMap(thandle_t handle, void** base, toff_t* size) {
-    const MemoryFile& file = Of(handle);
-    *base = const_cast<uint8_t*>(file.content.data());  // the library only reads it
-    *size = file.content.size();
-    return file.content.data() != nullptr;
+    const TiffFile& file = Of(handle);
+    if (file.source == nullptr || !file.source->InMemory()) return 0;
+    const Bytes all = file.source->All();
+    *base = const_cast<uint8_t*>(all.data());  // the library only reads it
+    *size = all.size();
+    return 1;
   }
   static void OnUnmap(thandle_t, void*, toff_t) {}
 
   /// Both handlers answer 1, handled: nothing of the process is asked.
   static int OnError(TIFF*, void* user, const char*, const char* format, va_list arguments) {
-    auto* const file = static_cast<MemoryFile*>(user);
-    if (file->message[0] == '\0') {
-      std::vsnprintf(file->message, sizeof(file->message), format, arguments);
-    }
+    char text[sizeof(message)];
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    Keep(static_cast<TiffFile*>(user)->message, text);
     return 1;
   }
-  static int OnWarning(TIFF*, void* user, const char*, const char* format, va_list arguments) {
-    auto* const file = static_cast<MemoryFile*>(user);
+  static int OnWarning(TIFF*, void* user, const char* module, const char* format,
+                       va_list arguments) {
+    auto* const file = static_cast<TiffFile*>(user);
     char text[sizeof(file->message)];
     std::vsnprintf(text, sizeof(text), format, arguments);
     // Without a readable palette the library takes the indices for greys.
-    if (std::strstr(text, "ColorMap") == nullptr) return 1;
-    file->palette_lost = true;
-    std::memcpy(file->message, text, sizeof(text));
+    if (std::strstr(text, "ColorMap") != nullptr) file->palette_lost = true;
+    // A run that is longer than what is left to fill.
+    const bool harmless = module != nullptr && std::strcmp(module, "PackBitsDecode") == 0 &&
+                          std::strncmp(text, "Discarding", 10) == 0;
+    if (file->palette_lost || (file->decoding && !harmless)) {
+      Keep(file->message, text);
+    } else if (harmless) {
+      Keep(file->note, text);
+    }
     return 1;
+  }
+
+ private:
+  Bytes Load(uint64_t at, uint64_t count) {
+    if (source != nullptr) return source->Load(at, count);
+    const Bytes all(written);
+    return at < all.size() ? all.subspan(at, std::min<uint64_t>(count, all.size() - at)) : Bytes();
+  }
+  uint64_t Size() const { return source != nullptr ? source->size() : written.size(); }
+
+  /// Keeps the first text.
+  static void Keep(char (&kept)[200], const char (&text)[200]) {
+    if (kept[0] == '\0') std::memcpy(kept, text, sizeof(kept));
   }
 };
 
@@ -100,15 +132,15 @@ struct TiffDeleter {
 using Tiff = std::unique_ptr<TIFF, TiffDeleter>;
 
 /// Opens a file in memory; `most_bytes` bounds what the library allocates at once, 0 for anything.
-Tiff Open(MemoryFile& file, const char* mode, int64_t most_bytes) {
+Tiff Open(TiffFile& file, const char* mode, int64_t most_bytes) {
   TIFFOpenOptions* const options = TIFFOpenOptionsAlloc();
   if (options == nullptr) throw std::bad_alloc();
-  TIFFOpenOptionsSetErrorHandlerExtR(options, &MemoryFile::OnError, &file);
-  TIFFOpenOptionsSetWarningHandlerExtR(options, &MemoryFile::OnWarning, &file);
+  TIFFOpenOptionsSetErrorHandlerExtR(options, &TiffFile::OnError, &file);
+  TIFFOpenOptionsSetWarningHandlerExtR(options, &TiffFile::OnWarning, &file);
   TIFFOpenOptionsSetMaxSingleMemAlloc(options, most_bytes);
   TIFF* const tiff = TIFFClientOpenExt(
-      "picture", mode, &file, &MemoryFile::OnRead, &MemoryFile::OnWrite, &MemoryFile::OnSeek,
-      &MemoryFile::OnClose, &MemoryFile::OnSize, &MemoryFile::OnMap, &MemoryFile::OnUnmap, options);
+      "picture", mode, &file, &TiffFile::OnRead, &TiffFile::OnWrite, &TiffFile::OnSeek,
+      &TiffFile::OnClose, &TiffFile::OnSize, &TiffFile::OnMap, &TiffFile::OnUnmap, options);
   TIFFOpenOptionsFree(options);
   return Tiff(tiff);
 }
@@ -128,6 +160,7 @@ struct Header {
   uint16_t orientation = ORIENTATION_TOPLEFT;
   uint16_t sample_format = SAMPLEFORMAT_UINT;
   uint16_t extra_samples = 0;
+  uint16_t compression = COMPRESSION_NONE;
   Alpha alpha = Alpha::kNone;  ///< of the first extra sample
 
   bool IsGrey() const {
@@ -166,9 +199,8 @@ Header ReadHeader(TIFF* tiff) {
                    : kinds[0] == EXTRASAMPLE_ASSOCALPHA ? Alpha::kAssociated
                                                         : Alpha::kNone;
   }
-  uint16_t compression = COMPRESSION_NONE;
-  TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
-  if (compression == COMPRESSION_JPEG && header.photometric == PHOTOMETRIC_YCBCR &&
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &header.compression);
+  if (header.compression == COMPRESSION_JPEG && header.photometric == PHOTOMETRIC_YCBCR &&
       !header.IsPlanar()) {
     // The JPEG decoder inside converts and brings chroma to full resolution.
     TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
@@ -240,27 +272,91 @@ std::vector<PaletteEntry> ReadPalette(const Input& input, TIFF* tiff, const Head
   return palette;
 }
 
-/// Hands out the picture in the pieces that the file has, strips or tiles, as rows of interleaved
-/// samples of one byte. Samples below 8 bits keep their values.
+/// A product that no limit allows when it overflows.
+uint64_t CheckedProduct(uint64_t a, uint64_t b) {
+  uint64_t product;
+  return __builtin_mul_overflow(a, b, &product) ? UINT64_MAX : product;
+}
+
+/// Bytes of pixels that a byte of a file stands for at most, where that has a bound.
+uint64_t BestRatio(uint16_t compression, uint64_t row_bytes) {
+  switch (compression) {
+    case COMPRESSION_NONE:
+      return 1;
+    case COMPRESSION_PACKBITS:
+      return 64;
+    case COMPRESSION_SGILOG:
+    case COMPRESSION_SGILOG24:
+      return 128;
+    case COMPRESSION_CCITTRLE:
+    case COMPRESSION_CCITTRLEW:
+    case COMPRESSION_CCITTFAX3:
+      return 2560 / 8;  // a make-up code of 12 bits
+    case COMPRESSION_CCITTFAX4:
+      return 8 * row_bytes;  // a bit says that a row is like the one above
+    case COMPRESSION_LZW:
+      return 4096;  // the longest entry, in less than two bytes
+    case COMPRESSION_ADOBE_DEFLATE:
+    case COMPRESSION_DEFLATE:
+      return kDeflateRatio;
+    default:
+      return UINT64_MAX;
+  }
+}
+
+/// Throws unless the strips or tiles of the file can hold its pixels.
+void CheckPieces(const Input& input, TIFF* tiff, const Header& header) {
+  const bool tiled = TIFFIsTiled(tiff);
+  if (tiled) {
+    // Writers pad to whole tiles, so that a small picture may have a larger tile, but not any.
+    constexpr uint32_t kUsualSide = 2048, kUnit = 16;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &width);
+    TIFFGetField(tiff, TIFFTAG_TILELENGTH, &height);
+    const auto most = [=](uint32_t side) { return std::max(kUsualSide, side + kUnit); };
+    if (width > most(header.width) || height > most(header.height)) {
+      input.Broken("damaged TIFF: tiles of " + std::to_string(width) + " x " +
+                   std::to_string(height) + " pixels are larger than the picture");
+    }
+  }
+  const uint32_t count = tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+  const uint64_t planes = header.IsPlanar() ? header.samples : 1;
+  const uint64_t promised = tiled ? CheckedProduct(TIFFTileSize64(tiff), count)
+                                  : CheckedProduct(TIFFVStripSize64(tiff, header.height), planes);
+  uint64_t held = 0;
+  for (uint32_t i = 0; i < count; ++i) {
+    held += std::min<uint64_t>(TIFFGetStrileByteCount(tiff, i), input.source.size());
+  }
+  const uint64_t row_bytes = tiled ? TIFFTileRowSize64(tiff) : TIFFScanlineSize64(tiff);
+  if (promised == 0) input.Broken("damaged TIFF: pieces without pixels");
+  input.CheckHolds(promised, BestRatio(header.compression, row_bytes), held);
+}
+
+/// Hands out the picture in rows of interleaved samples of one byte, as the strips or tiles of the
+/// file come. Samples below 8 bits keep their values.
 class PieceReader {
  public:
-  PieceReader(const Input& input, const MemoryFile& file, TIFF* tiff, const Header& header)
+  PieceReader(const Input& input, TiffFile& file, TIFF* tiff, const Header& header)
       : input_(input), file_(file), tiff_(tiff), header_(header), width_(header.width) {
-    uint32_t height = 0;
+    uint32_t height = 1;
+    // Strips are decoded row by row, but for those of one channel each.
     if (TIFFIsTiled(tiff)) {
       TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &width_);
       TIFFGetField(tiff, TIFFTAG_TILELENGTH, &height);
-    } else {
+    } else if (header.IsPlanar()) {
       TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &height);
       height = std::min(height, header.height);
     }
+    if (width_ == 0 || height == 0) input.Broken("damaged TIFF: pieces without pixels");
     height_ = height;
     stored_samples_ = header.IsPlanar() ? 1 : header.samples;
     planes_ = header.IsPlanar() ? header.UsedSamples() : 1;
-    if (width_ == 0 || height_ == 0) input.Broken("damaged TIFF: pieces without pixels");
     row_bytes_ = (width_ * stored_samples_ * header.bits + 7) / 8;
-    piece_bytes_ = TIFFIsTiled(tiff) ? TIFFTileSize64(tiff) : TIFFStripSize64(tiff);
-    CheckMemory(input, CheckedProduct(piece_bytes_, static_cast<uint64_t>(planes_)));
+    piece_bytes_ = TIFFIsTiled(tiff)   ? TIFFTileSize64(tiff)
+                   : header.IsPlanar() ? TIFFStripSize64(tiff)
+                                       : TIFFScanlineSize64(tiff);
+    input.Plan(CheckedProduct(piece_bytes_, static_cast<uint64_t>(planes_)));
     if (piece_bytes_ < CheckedProduct(row_bytes_, height_)) {
       input.Broken("damaged TIFF: pieces of the wrong size");
     }
@@ -269,9 +365,9 @@ class PieceReader {
   /// Calls `put(samples, count, x, y)` for each row of each piece.
   template <typename Put>
   void ForEachRow(const Put& put) {
-    std::vector<uint8_t> piece(piece_bytes_ * static_cast<uint64_t>(planes_));
-    std::vector<uint8_t> samples(std::min<uint64_t>(width_, header_.width) *
-                                 static_cast<uint64_t>(header_.UsedSamples()));
+    const FreshPages piece(piece_bytes_ * static_cast<uint64_t>(planes_));
+    const FreshPages samples(std::min<uint64_t>(width_, header_.width) *
+                             static_cast<uint64_t>(header_.UsedSamples()));
     // Bytes that already lie as they are handed out.
     const bool ready =
         header_.bits == 8 && header_.samples == header_.UsedSamples() && planes_ == 1;
@@ -293,28 +389,24 @@ class PieceReader {
   }
 
  private:
-  /// A product that no limit allows when it overflows.
-  static uint64_t CheckedProduct(uint64_t a, uint64_t b) {
-    uint64_t product;
-    return __builtin_mul_overflow(a, b, &product) ? UINT64_MAX : product;
-  }
-
-  void ReadPiece(std::vector<uint8_t>& pieces, uint64_t left, uint64_t top, uint64_t rows,
-                 int plane) {
+  void ReadPiece(const FreshPages& pieces, uint64_t left, uint64_t top, uint64_t rows, int plane) {
     uint8_t* const piece = pieces.data() + piece_bytes_ * static_cast<uint64_t>(plane);
     const auto x = static_cast<uint32_t>(left);
     const auto y = static_cast<uint32_t>(top);
     const auto sample = static_cast<uint16_t>(plane);
     const auto room = static_cast<tmsize_t>(piece_bytes_);
     tmsize_t got;
+    file_.decoding = true;
     if (TIFFIsTiled(tiff_)) {
       got = TIFFReadEncodedTile(tiff_, TIFFComputeTile(tiff_, x, y, 0, sample), piece, room);
-    } else {
+    } else if (header_.IsPlanar()) {
       got = TIFFReadEncodedStrip(tiff_, TIFFComputeStrip(tiff_, y, sample), piece, room);
+    } else {
+      got = TIFFReadScanline(tiff_, piece, y, 0) == 1 ? room : -1;
     }
-    if (got < 0 || static_cast<uint64_t>(got) < row_bytes_ * rows) {
-      file_.Fail(input_);
-    }
+    file_.decoding = false;
+    const bool complete = got >= 0 && static_cast<uint64_t>(got) >= row_bytes_ * rows;
+    if (!complete || file_.HasFailed()) file_.Fail(input_);
   }
 
   /// `row` is the row in the first plane's piece.
@@ -338,7 +430,7 @@ class PieceReader {
   }
 
   const Input& input_;
-  const MemoryFile& file_;
+  TiffFile& file_;
   TIFF* tiff_;
   const Header& header_;
   uint32_t width_;  ///< of a piece
@@ -387,7 +479,7 @@ void NoteConversions(const Header& header, TIFF* tiff, PictureInfo& info) {
   if (TIFFLastDirectory(tiff) == 0) info.notes.emplace_back("only the first page was read");
 }
 
-void ReadIndices(const Input& input, const MemoryFile& file, TIFF* tiff, const Header& header,
+void ReadIndices(const Input& input, TiffFile& file, TIFF* tiff, const Header& header,
                  PictureInfo& info) {
   const auto meaning = header.IsGrey() ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
   const IndexRows indices(input.options, header.bits, ReadPalette(input, tiff, header), meaning,
@@ -401,7 +493,7 @@ void ReadIndices(const Input& input, const MemoryFile& file, TIFF* tiff, const H
   target.Finish();
 }
 
-void ReadColours(const Input& input, const MemoryFile& file, TIFF* tiff, const Header& header,
+void ReadColours(const Input& input, TiffFile& file, TIFF* tiff, const Header& header,
                  PictureInfo& info) {
   info.bit_count = header.alpha != Alpha::kNone ? 32 : header.IsGrey() ? 8 : 24;
   const ptrdiff_t bytes = info.bit_count / 8;
@@ -429,27 +521,48 @@ class LibraryConversion {
   LibraryConversion& operator=(const LibraryConversion&) = delete;
 
   bool HasAlpha() const { return image_.alpha != 0; }
-  bool Read(std::vector<uint32_t>& pixels) {
-    return TIFFRGBAImageGet(&image_, pixels.data(), image_.width, image_.height) != 0;
+  /// Rows that are best converted together.
+  uint32_t BandRows(TIFF* tiff) const {
+    constexpr uint32_t kEnough = 64;
+    uint32_t rows = 0;
+    if (TIFFIsTiled(tiff)) {
+      TIFFGetField(tiff, TIFFTAG_TILELENGTH, &rows);
+    } else {
+      TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &rows);
+    }
+    if (rows >= kEnough || rows == 0) return std::min(std::max(rows, 1u), image_.height);
+    return std::min(kEnough / rows * rows, image_.height);
+  }
+  bool Read(uint32_t top, uint32_t rows, uint32_t* pixels) {
+    image_.row_offset = static_cast<int>(top);
+    return TIFFRGBAImageGet(&image_, pixels, image_.width, rows) != 0;
   }
 
  private:
   TIFFRGBAImage image_{};
 };
 
-void ReadThroughLibrary(const Input& input, const MemoryFile& file, TIFF* tiff,
-                        const Header& header, PictureInfo& info) {
+void ReadThroughLibrary(const Input& input, TiffFile& file, TIFF* tiff, const Header& header,
+                        PictureInfo& info) {
   LibraryConversion conversion(input, tiff);
   const bool alpha = conversion.HasAlpha();
   info.bit_count = alpha ? 32 : 24;
-  const uint64_t count = uint64_t{header.width} * header.height;
-  CheckMemory(input, 4 * count);
+  const uint32_t band_rows = conversion.BandRows(tiff);
+  const uint64_t band_bytes = uint64_t{header.width} * band_rows * sizeof(uint32_t);
+  input.Plan(2 * band_bytes);  // and about as much inside the library
   PixelTarget target(input, info, header.orientation);
   if (!target.WantsPixels()) return;
-  std::vector<uint32_t> pixels(count);
-  if (!conversion.Read(pixels)) file.Fail(input);
-  const uint32_t* from = pixels.data();
+  const FreshPages band(band_bytes);
+  auto* const pixels = reinterpret_cast<uint32_t*>(band.data());
   for (uint32_t y = 0; y < header.height; ++y) {
+    const uint32_t row = y % band_rows;
+    if (row == 0) {
+      file.decoding = true;
+      const bool read = conversion.Read(y, std::min(band_rows, header.height - y), pixels);
+      if (!read || file.HasFailed()) file.Fail(input);
+      file.decoding = false;
+    }
+    const uint32_t* from = pixels + uint64_t{row} * header.width;
     uint8_t* pixel = target.Row(static_cast<int>(y));
     for (uint32_t x = 0; x < header.width; ++x, ++from) {
       const unsigned a = TIFFGetA(*from);
@@ -526,8 +639,11 @@ bool IsTiff(Bytes file) {
 }
 
 PictureInfo ReadTiff(const Input& input) {
-  MemoryFile file;
-  file.content = input.file;
+  TiffFile file;
+  file.source = &input.source;
+  // All at once where all is wanted: the library takes what is in memory from there.
+  if (input.allocate != nullptr) input.source.All();
+  input.source.size();
   // Directories need some memory however small the picture must be.
   const int64_t most_bytes = std::max(input.options.limits.max_memory, int64_t{1} << 24);
   const Tiff owner = Open(file, "r", most_bytes);
@@ -537,6 +653,7 @@ PictureInfo ReadTiff(const Input& input) {
   }
   const Header header = ReadHeader(tiff);
   CheckSize(input, header.width, header.height);
+  CheckPieces(input, tiff, header);
   PictureInfo info;
   info.format = Format::kTiff;
   info.width = static_cast<int>(header.width);
@@ -551,12 +668,15 @@ PictureInfo ReadTiff(const Input& input) {
   } else {
     ReadColours(input, file, tiff, header, info);
   }
+  if (file.note[0] != '\0') {
+    info.notes.push_back(std::string("the file has faults that cost no pixels: ") + file.note);
+  }
   return info;
 }
 
 std::vector<uint8_t> EncodeTiff(const Output& output) {
   const PictureView& picture = output.picture;
-  MemoryFile file;
+  TiffFile file;
   Tiff tiff = Open(file, "w", 0);
   if (tiff == nullptr) output.EncoderFailed(file.message);
   WriteHeader(output, tiff.get());

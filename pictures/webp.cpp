@@ -23,11 +23,34 @@ using Mux = std::unique_ptr<WebPMux, MuxDeleter>;
 
 WebPData DataOf(Bytes bytes) { return {bytes.data(), bytes.size()}; }
 
-/// The content of a chunk; nothing when there is none, or no intact container.
-Bytes ChunkOf(const Mux& mux, const char* name) {
-  WebPData chunk{};
-  if (mux == nullptr || WebPMuxGetChunk(mux.get(), name, &chunk) != WEBP_MUX_OK) return {};
-  return {chunk.bytes, chunk.size};
+/// The chunks of a file that matter here.
+struct Chunks {
+  size_t pixels_at = 0;  ///< where the first with pixels begins
+  Bytes profile;
+  Bytes exif;
+};
+
+/// Goes from chunk to chunk and reads no others. What follows the end of a damaged file counts as
+/// absent.
+Chunks FindChunks(const Input& input) {
+  constexpr size_t kFileHeaderBytes = 12, kChunkHeaderBytes = 8;
+  Chunks chunks;
+  const size_t end = size_t{ByteReader(input.source.Load(0, kFileHeaderBytes)).U32(4)} + 8;
+  size_t at = kFileHeaderBytes;
+  while (true) {
+    const Bytes header = input.source.Load(at, kChunkHeaderBytes);
+    if (at >= end || header.size() < kChunkHeaderBytes) return chunks;
+    const size_t size = ByteReader(header).U32(4);
+    const auto content = [&] {
+      const Bytes bytes = input.source.Load(at + kChunkHeaderBytes, size);
+      return bytes.size() == size ? bytes : Bytes();
+    };
+    if (StartsWith(header, "ICCP")) chunks.profile = content();
+    if (StartsWith(header, "EXIF")) chunks.exif = content();
+    const bool pixels = StartsWith(header, "VP8 ") || StartsWith(header, "VP8L");
+    if (pixels && chunks.pixels_at == 0) chunks.pixels_at = at;
+    at += kChunkHeaderBytes + size + size % 2;
+  }
 }
 
 [[noreturn]] void FailDecoding(const Input& input, VP8StatusCode status) {
@@ -37,9 +60,34 @@ Bytes ChunkOf(const Mux& mux, const char* name) {
       input.Truncated();
     case VP8_STATUS_OUT_OF_MEMORY:
       throw std::bad_alloc();
+    case VP8_STATUS_UNSUPPORTED_FEATURE:
+      input.Unsupported("this kind of WebP is not read");
     default:
-      input.Broken("damaged WebP: error " + std::to_string(status));
+      input.Broken("damaged WebP: its data contradict themselves");
   }
+}
+
+/// What the file says of its pixels, checked against what it can hold.
+WebPBitstreamFeatures ReadFeatures(const Input& input, const Chunks& chunks) {
+  constexpr size_t kEnoughForHeaders = 64;
+  const Bytes beginning = input.source.Load(0, chunks.pixels_at + kEnoughForHeaders);
+  WebPBitstreamFeatures features;
+  const VP8StatusCode status = WebPGetFeatures(beginning.data(), beginning.size(), &features);
+  if (status != VP8_STATUS_OK) FailDecoding(input, status);
+  if (features.has_animation) {
+    input.Unsupported("an animated WebP is not read; give a file of one picture");
+  }
+  CheckSize(input, features.width, features.height);
+  const uint64_t pixels =
+      static_cast<uint64_t>(features.width) * static_cast<uint64_t>(features.height);
+  enum Kind { kLossy = 1, kLossless = 2 };
+  // A lossy block of 16 x 16 pixels takes three bits at least; lossless data of one colour take
+  // none at all, and are decoded into rows of the library's own.
+  constexpr uint64_t kBestRatio = 1024;
+  if (features.format == kLossy) input.CheckHolds(pixels, kBestRatio);
+  if (features.format == kLossless) input.Plan(4 * pixels);
+  if (features.format == kLossy && features.has_alpha) input.Plan(pixels);
+  return features;
 }
 
 void DecodeInto(const Input& input, const PixelTarget& target, const PictureInfo& stored) {
@@ -57,7 +105,8 @@ void DecodeInto(const Input& input, const PixelTarget& target, const PictureInfo
   config.output.u.RGBA.rgba = target.Row(upward ? stored.height - 1 : 0);
   config.output.u.RGBA.stride = static_cast<int>(step);
   config.output.u.RGBA.size = step * (rows - 1) + RowBytes(stored.width, stored.bit_count);
-  const VP8StatusCode status = WebPDecode(input.file.data(), input.file.size(), &config);
+  const Bytes file = input.source.All();
+  const VP8StatusCode status = WebPDecode(file.data(), file.size(), &config);
   if (status != VP8_STATUS_OK) FailDecoding(input, status);
 }
 
@@ -148,22 +197,15 @@ bool IsWebp(Bytes file) {
 }
 
 PictureInfo ReadWebp(const Input& input) {
-  WebPBitstreamFeatures features;
-  const VP8StatusCode status = WebPGetFeatures(input.file.data(), input.file.size(), &features);
-  if (status != VP8_STATUS_OK) FailDecoding(input, status);
-  if (features.has_animation) {
-    input.Unsupported("an animated WebP is not read; give a file of one picture");
-  }
-  const WebPData data = DataOf(input.file);
-  const Mux mux(WebPMuxCreate(&data, 0));
-  const Bytes profile = ChunkOf(mux, "ICCP");
-  const Exif exif = ParseExif(ChunkOf(mux, "EXIF"));
+  const Chunks chunks = FindChunks(input);
+  const WebPBitstreamFeatures features = ReadFeatures(input, chunks);
   PictureInfo info;
   info.format = Format::kWebp;
   info.width = features.width;
   info.height = features.height;
   info.bit_count = features.has_alpha ? 32 : 24;
-  info.metadata = {{profile.begin(), profile.end()}, exif.dpi_x, exif.dpi_y};
+  const Exif exif = ParseExif(chunks.exif);
+  info.metadata = {{chunks.profile.begin(), chunks.profile.end()}, exif.dpi_x, exif.dpi_y};
   PictureInfo upright = info;
   PixelTarget target(input, upright, exif.orientation);
   if (!target.WantsPixels()) return upright;

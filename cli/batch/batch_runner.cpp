@@ -89,8 +89,9 @@ bool Runner::IsUpToDate(size_t index, const std::string& input_hash) {
 /// Reads the input; nothing when there is nothing to do.
 std::optional<Picture> Runner::Load(size_t index, std::string& input_hash) {
   const std::string& name = batch_.items[index].input;
-  const std::vector<uint8_t> file = pictures::ReadFile(name, batch_.reading.limits);
-  if (batch_.manifest != nullptr) input_hash = Sha256(file);
+  pictures::ByteSource file(name, batch_.reading.limits);
+  pictures::Recognise(file, name, batch_.reading);
+  if (batch_.manifest != nullptr) input_hash = Sha256(file.All());
   if (batch_.resume && IsUpToDate(index, input_hash)) return {};
   return DecodePicture(file, name, batch_.reading);
 }

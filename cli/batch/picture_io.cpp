@@ -40,11 +40,11 @@ SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count) {
   return image;
 }
 
-Picture DecodePicture(std::span<const uint8_t> file, const std::string& name,
+Picture DecodePicture(pictures::ByteSource& file, const std::string& name,
                       const pictures::ReadOptions& options) {
   Picture picture;
-  const pictures::PictureInfo info = pictures::ReadPictureFromMemory(
-      file, name, options, [&](const pictures::PictureInfo& header) {
+  const pictures::PictureInfo info =
+      pictures::ReadPicture(file, name, options, [&](const pictures::PictureInfo& header) {
         picture.image = MakeImage(header.width, header.height, header.bit_count);
         return pictures::PixelBuffer{picture.image->Bits(), picture.image->stride()};
       });
@@ -55,7 +55,8 @@ Picture DecodePicture(std::span<const uint8_t> file, const std::string& name,
 }
 
 Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options) {
-  return DecodePicture(pictures::ReadFile(path, options.limits), path, options);
+  pictures::ByteSource file(path, options.limits);
+  return DecodePicture(file, path, options);
 }
 
 void CheckOutputName(const std::string& path) {

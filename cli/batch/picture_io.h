@@ -29,9 +29,9 @@ void PrintNotes(const std::string& path, const std::vector<std::string>& notes);
 /// An image of `width` x `height` pixels. Throws `Failure(kModuleFault)` when there is no memory.
 SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count);
 
-/// Decodes a picture file that is in memory straight into an image; `name` stands for the file in
-/// messages, notes go to standard error. Throws `pictures::PictureError`.
-Picture DecodePicture(std::span<const uint8_t> file, const std::string& name,
+/// Decodes a picture file straight into an image; `name` stands for the file in messages, notes go
+/// to standard error. Throws `pictures::PictureError`.
+Picture DecodePicture(pictures::ByteSource& file, const std::string& name,
                       const pictures::ReadOptions& options);
 /// The same for a file.
 Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options);

@@ -263,7 +263,8 @@ std::span<const uint8_t> BytesOf(const std::string& text) {
 bool Matches(const std::string& name, const std::string& committed, const std::string& generated) {
   if (!name.ends_with(".png") || committed.empty()) return committed == generated;
   const auto decode = [&](const std::string& file) {
-    return cli::DecodePicture(BytesOf(file), name, {}).image;
+    pictures::ByteSource source(BytesOf(file));
+    return cli::DecodePicture(source, name, {}).image;
   };
   const Image a = decode(committed), b = decode(generated);
   if (!cli::WhyNotComparable(*a, *b).empty()) return false;

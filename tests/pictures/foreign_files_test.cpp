@@ -118,6 +118,19 @@ TEST(ForeignPng, EveryDepthAndColourTypeReadsAlikeInterlacedOrNot) {
   }
 }
 
+TEST(ForeignPng, FramesAndProfilesThatAreLostAreNoted) {
+  Bytes file = Encode(Slope(5, 4, 24), "png");
+  const auto insert = [&](const Bytes& chunk) {
+    constexpr ptrdiff_t kBehindHeader = 33;
+    file.insert(file.begin() + kBehindHeader, chunk.begin(), chunk.end());
+  };
+  EXPECT_TRUE(Decode(file).info.notes.empty());
+  insert(PngChunk("acTL", {0, 0, 0, 3, 0, 0, 0, 0}));
+  EXPECT_TRUE(Decode(file).HasNote("3 frames"));
+  insert(PngChunk("iCCP", {'x', 0, 0, 1, 2, 3}));
+  EXPECT_TRUE(Decode(file).HasNote("profile is damaged"));
+}
+
 // TIFF.
 
 Bytes MakeTiff(const std::function<void(TIFF*)>& fill) {

@@ -7,8 +7,7 @@ namespace qel::test {
 namespace {
 
 /// Keeps damaged headers from costing much time.
-constexpr pictures::ReadOptions kSmall{
-    .limits = {.max_pixels = 1 << 16, .max_memory = 1 << 20}};
+constexpr pictures::ReadOptions kSmall{.limits = {.max_pixels = 1 << 16, .max_memory = 1 << 20}};
 
 struct Sample {
   std::string name;
@@ -131,6 +130,17 @@ TEST(HostileFiles, LimitsAreCheckedBeforeMemoryIsAskedFor) {
   EXPECT_EQ(kind_of_reading(folder.path()), Kind::kNotReadable);
   WriteFile(folder / "text", "no picture");
   EXPECT_EQ(kind_of_reading(folder / "text"), Kind::kUnknownFormat);
+}
+
+TEST(HostileFiles, OneThatShrinksWhileItIsReadIsAnError) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "picture";
+  WriteFile(path, std::string(300'000, 'x'));
+  pictures::ByteSource source(path, {});
+  EXPECT_EQ(source.Load(0, 10).size(), 10u);
+  std::filesystem::resize_file(path, 100'000);
+  EXPECT_EQ(source.Load(60'000, 10)[9], 'x');
+  EXPECT_EQ(KindOf([&] { source.All(); }), Kind::kNotReadable);
 }
 
 TEST(HostileFiles, WhatTheAllocatorThrowsPassesThrough) {

@@ -2,6 +2,7 @@
 #define QEL_TESTS_PICTURES_PICTURE_SUPPORT_H_
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <cstdlib>
 #include <string>
@@ -181,6 +182,23 @@ inline void ExpectSame(const Pixels& expected, const Pixels& actual, int toleran
 
 inline void Put(Bytes& bytes, uint32_t value, int count) {
   for (int i = 0; i < count; ++i) bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+}
+
+inline void PutBig(Bytes& bytes, uint32_t value, int count) {
+  while (count-- > 0) bytes.push_back(static_cast<uint8_t>(value >> (8 * count)));
+}
+
+/// A PNG chunk with its length and checksum.
+inline Bytes PngChunk(const std::string& name, const Bytes& content) {
+  Bytes chunk;
+  PutBig(chunk, static_cast<uint32_t>(content.size()), 4);
+  for (const char letter : name) chunk.push_back(static_cast<uint8_t>(letter));
+  for (const uint8_t byte : content) chunk.push_back(byte);
+  PutBig(chunk,
+         static_cast<uint32_t>(
+             crc32(0, chunk.data() + 4, static_cast<uInt>(name.size() + content.size()))),
+         4);
+  return chunk;
 }
 
 inline Bytes Joined(const std::string& text, const Bytes& bytes = {}) {

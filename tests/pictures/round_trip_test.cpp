@@ -1,5 +1,4 @@
 #include <webp/mux.h>
-#include <zlib.h>
 
 #include "tests/pictures/picture_support.h"
 
@@ -208,14 +207,7 @@ void InsertAt(Bytes& file, size_t at, const Bytes& bytes) {
 }
 
 Bytes PngWith(Bytes file, const Bytes& exif, bool at_end) {
-  Bytes chunk{0, 0, 0, static_cast<uint8_t>(exif.size()), 'e', 'X', 'I', 'f'};
-  InsertAt(chunk, chunk.size(), exif);
-  const auto checksum =
-      static_cast<uint32_t>(crc32(0, chunk.data() + 4, static_cast<uInt>(chunk.size() - 4)));
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    chunk.push_back(static_cast<uint8_t>(checksum >> shift));
-  }
-  InsertAt(file, at_end ? file.size() - 12 : 33, chunk);
+  InsertAt(file, at_end ? file.size() - 12 : 33, PngChunk("eXIf", exif));
   return file;
 }
 
@@ -317,11 +309,14 @@ TEST_P(Orientation, IsAppliedInEveryFormatAndDepth) {
   }
 }
 
-TEST(Orientation, TurnsTheResolutionAlong) {
+TEST(Orientation, TurnsTheResolutionAlongAndCountsOnlyWhereItsChecksumHolds) {
   const Bytes file = Encode(Slope(4, 2, 24), "png", {{}, 300, 150});
-  const Decoded decoded = Decode(PngWith(file, ExifBlock(6, false), false));
+  Bytes turned = PngWith(file, ExifBlock(6, false), false);
+  const Decoded decoded = Decode(turned);
   EXPECT_NEAR(decoded.info.metadata.dpi_x, 150, 0.01);
   EXPECT_NEAR(decoded.info.metadata.dpi_y, 300, 0.01);
+  turned[33 + 8 + 18] = 8;  // the orientation, without its checksum
+  EXPECT_EQ(Decode(turned).info.width, 4);
 }
 
 }  // namespace

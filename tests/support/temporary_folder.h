@@ -48,7 +48,8 @@ struct Outcome {
   int exit_code = -1;
   std::string output;
   std::string errors;
-  double peak_mib = 0;  ///< largest resident memory of any of its processes
+  double peak_mib = 0;     ///< largest resident memory of any of its processes
+  double cpu_seconds = 0;  ///< of all of them
 };
 
 /// Runs a shell command in `folder`.
@@ -63,8 +64,12 @@ inline Outcome RunShell(const std::string& command, const TemporaryFolder& folde
   int status = 0;
   rusage usage{};
   wait4(shell, &status, 0, &usage);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+  };
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(folder / ".output"),
-          ReadFile(folder / ".errors"), static_cast<double>(usage.ru_maxrss) / 1024};
+          ReadFile(folder / ".errors"), static_cast<double>(usage.ru_maxrss) / 1024,
+          seconds(usage.ru_utime) + seconds(usage.ru_stime)};
 }
 
 }  // namespace qel::test

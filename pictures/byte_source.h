@@ -1,0 +1,58 @@
+#ifndef QEL_PICTURES_BYTE_SOURCE_H_
+#define QEL_PICTURES_BYTE_SOURCE_H_
+
+#include <string>
+#include <vector>
+
+#include "pictures/byte_reader.h"
+#include "pictures/fresh_pages.h"
+#include "pictures/limits.h"
+
+namespace qel::pictures {
+
+/// The bytes of a file, read when they are asked for. Threads: one at a time.
+class ByteSource {
+ public:
+  /// A file that is in memory, which must outlive this object.
+  explicit ByteSource(Bytes memory) : memory_(memory), size_(memory.size()), loaded_(size_) {}
+  /// Opens a file, regular or a pipe; "-" is standard input. Throws `PictureError`: kNotReadable,
+  /// or kTooLarge when the file is larger than `limits.max_memory`.
+  ByteSource(const std::string& path, const Limits& limits);
+  ByteSource(const ByteSource&) = delete;
+  ByteSource& operator=(const ByteSource&) = delete;
+  ~ByteSource();
+
+  /// Bytes of the whole file. A pipe is read to its end first.
+  size_t size();
+  /// `count` bytes from `at` on, or as many as the file has there. They stay where they are until
+  /// the next call. Throws `PictureError`.
+  Bytes Load(size_t at, size_t count);
+  Bytes All() { return Load(0, SIZE_MAX); }
+  /// False for a pipe whose end has not been met.
+  bool KnowsSize() const { return known_size_; }
+  /// Whether the whole file is in memory.
+  bool InMemory() const { return known_size_ && loaded_ == size_; }
+
+ private:
+  [[noreturn]] void FailReading(int error) const;
+  void CheckSize(size_t size) const;
+  void ReadTo(size_t end);
+  void LoadBlocks(size_t begin, size_t end);
+  size_t ReadAt(size_t at, size_t count);
+
+  std::string path_;
+  Limits limits_;
+  int descriptor_ = -1;
+  bool owns_descriptor_ = false;
+  bool seekable_ = false;
+  bool known_size_ = true;
+  Bytes memory_;
+  FreshPages pages_;
+  std::vector<bool> blocks_;  ///< which blocks of a seekable file are there
+  size_t size_ = 0;           ///< of a pipe, as far as known
+  size_t loaded_ = 0;         ///< bytes that are there
+};
+
+}  // namespace qel::pictures
+
+#endif  // QEL_PICTURES_BYTE_SOURCE_H_

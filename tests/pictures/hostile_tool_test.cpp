@@ -1,0 +1,344 @@
+// Small files that ask for much, and damaged ones, as the whole tool meets them.
+
+#include <cstdio>
+// After <cstdio>, whose types these headers use.
+#include <jpeglib.h>
+#include <tiffio.h>
+
+#include <functional>
+
+#include "tests/pictures/picture_support.h"
+
+namespace qel::test {
+namespace {
+
+constexpr int kGood = 0, kNoInput = 3;
+constexpr uint32_t kFar = 16384;  // a side of the largest square that the limits allow
+
+struct HostileFile {
+  std::string name;
+  Bytes content;
+  std::string reason;  ///< in the message; empty for files that are read
+};
+
+// Not inlined, for GCC 12 sees overruns in copies of vectors that are not there.
+[[gnu::noinline]] Bytes Concat(std::initializer_list<Bytes> parts) {
+  Bytes whole;
+  for (const Bytes& part : parts) whole.insert(whole.end(), part.begin(), part.end());
+  return whole;
+}
+
+Bytes Noise(size_t size) {
+  Rng rng(size);
+  Bytes bytes(size);
+  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(rng.Next());
+  return bytes;
+}
+
+Bytes Deflated(const Bytes& bytes) {
+  uLongf size = compressBound(bytes.size());
+  Bytes packed(size);
+  compress(packed.data(), &size, bytes.data(), bytes.size());
+  packed.resize(size);
+  return packed;
+}
+
+Bytes Png(uint32_t width, uint32_t height, int colour, std::initializer_list<Bytes> chunks) {
+  Bytes header;
+  PutBig(header, width, 4);
+  PutBig(header, height, 4);
+  for (const int byte : {8, colour, 0, 0, 0}) header.push_back(static_cast<uint8_t>(byte));
+  return Concat({Joined("\x89PNG\r\n\x1a\n"), PngChunk("IHDR", header), Concat(chunks),
+                 PngChunk("IEND", {})});
+}
+
+/// Texts that unpack to 7 MB each.
+Bytes PackedTexts(int count) {
+  const Bytes text =
+      PngChunk("zTXt", Concat({Joined("key"), {0, 0}, Deflated(Bytes(7'000'000, 'x'))}));
+  Bytes chunks;
+  for (int i = 0; i < count; ++i) chunks.insert(chunks.end(), text.begin(), text.end());
+  return chunks;
+}
+
+/// A TIFF file of one directory and one strip or tile, `data`.
+struct Tiff {
+  uint32_t width, height;
+  uint32_t compression = COMPRESSION_NONE;
+  uint32_t photometric = PHOTOMETRIC_MINISBLACK;
+  uint32_t bits = 8, samples = 1;
+  uint32_t tile_width = 0, tile_height = 0;
+  Bytes data = {1, 2, 3, 4};
+
+  Bytes File() const {
+    const bool tiled = tile_width > 0;
+    constexpr uint32_t kShort = 3, kLong = 4;
+    const uint32_t entries = tiled ? 10 : 9;
+    const uint32_t bits_at = 8 + 2 + 12 * entries + 4;
+    Bytes file = Joined("II*", {0, 8, 0, 0, 0});
+    const auto entry = [&](uint32_t tag, uint32_t type, uint32_t count, uint32_t value) {
+      Put(file, tag, 2);
+      Put(file, type, 2);
+      Put(file, count, 4);
+      Put(file, value, 4);
+    };
+    const auto size = static_cast<uint32_t>(data.size());
+    Put(file, entries, 2);
+    entry(TIFFTAG_IMAGEWIDTH, kLong, 1, width);
+    entry(TIFFTAG_IMAGELENGTH, kLong, 1, height);
+    entry(TIFFTAG_BITSPERSAMPLE, kShort, samples, samples == 1 ? bits : bits_at);
+    entry(TIFFTAG_COMPRESSION, kShort, 1, compression);
+    entry(TIFFTAG_PHOTOMETRIC, kShort, 1, photometric);
+    if (!tiled) entry(TIFFTAG_STRIPOFFSETS, kLong, 1, bits_at + 8);
+    entry(TIFFTAG_SAMPLESPERPIXEL, kShort, 1, samples);
+    if (!tiled) {
+      entry(TIFFTAG_ROWSPERSTRIP, kLong, 1, height);
+      entry(TIFFTAG_STRIPBYTECOUNTS, kLong, 1, size);
+    } else {
+      entry(TIFFTAG_TILEWIDTH, kLong, 1, tile_width);
+      entry(TIFFTAG_TILELENGTH, kLong, 1, tile_height);
+      entry(TIFFTAG_TILEOFFSETS, kLong, 1, bits_at + 8);
+      entry(TIFFTAG_TILEBYTECOUNTS, kLong, 1, size);
+    }
+    Put(file, 0, 4);
+    for (int i = 0; i < 4; ++i) Put(file, bits, 2);
+    return Concat({file, data});
+  }
+};
+
+/// A strip as the library packs it.
+Bytes PackedStrip(uint32_t side, int compression, int bits) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "picture";
+  TIFF* tiff = TIFFOpen(path.c_str(), "w");
+  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, side);
+  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, side);
+  TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
+  TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
+  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+  TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
+  TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, side);
+  if (compression == COMPRESSION_JPEG) {
+    TIFFSetField(tiff, TIFFTAG_JPEGTABLESMODE, 0);
+  }
+  Bytes pixels(size_t{side} * side * static_cast<size_t>(bits) / 8);
+  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * i / 97);
+  TIFFWriteEncodedStrip(tiff, 0, pixels.data(), static_cast<tmsize_t>(pixels.size()));
+  TIFFClose(tiff);
+  tiff = TIFFOpen(path.c_str(), "r");
+  Bytes strip(static_cast<size_t>(TIFFRawStripSize(tiff, 0)));
+  TIFFReadRawStrip(tiff, 0, strip.data(), static_cast<tmsize_t>(strip.size()));
+  TIFFClose(tiff);
+  return strip;
+}
+
+enum class JpegKind { kBaseline, kProgressive, kArithmetic };
+
+Bytes Jpeg(JpegKind kind) {
+  jpeg_compress_struct jpeg;
+  jpeg_error_mgr errors;
+  jpeg.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&jpeg);
+  unsigned char* bytes = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&jpeg, &bytes, &size);
+  jpeg.image_width = jpeg.image_height = 64;
+  jpeg.input_components = 3;
+  jpeg.in_color_space = JCS_RGB;
+  jpeg_set_defaults(&jpeg);
+  if (kind == JpegKind::kProgressive) jpeg_simple_progression(&jpeg);
+  jpeg.arith_code = kind == JpegKind::kArithmetic;
+  jpeg_start_compress(&jpeg, TRUE);
+  Bytes row = Noise(64 * 3);
+  JSAMPROW pointer = row.data();
+  for (int y = 0; y < 64; ++y) jpeg_write_scanlines(&jpeg, &pointer, 1);
+  jpeg_finish_compress(&jpeg);
+  jpeg_destroy_compress(&jpeg);
+  Bytes file(bytes, bytes + size);
+  free(bytes);
+  return file;
+}
+
+/// Position behind a marker of a JPEG file.
+size_t Behind(const Bytes& file, int marker) {
+  size_t at = 2;
+  while (file[at + 1] != marker) at += 2u + file[at + 2] * 256u + file[at + 3];
+  return at + 2;
+}
+
+/// The frame header with other sides.
+Bytes Enlarged(Bytes file, int marker, uint32_t width, uint32_t height) {
+  Bytes sides;
+  PutBig(sides, height, 2);
+  PutBig(sides, width, 2);
+  std::ranges::copy(sides, file.begin() + static_cast<ptrdiff_t>(Behind(file, marker) + 3));
+  return file;
+}
+
+[[gnu::noinline]] Bytes Inserted(Bytes file, size_t at, const Bytes& bytes) {
+  file.insert(file.begin() + static_cast<ptrdiff_t>(at), bytes.begin(), bytes.end());
+  return file;
+}
+
+Bytes FirstHalf(Bytes bytes) {
+  bytes.resize(bytes.size() / 2);
+  return bytes;
+}
+
+Bytes Webp(const std::string& chunk, Bytes content) {
+  content.resize(content.size() + content.size() % 2);
+  Bytes file = Joined("RIFF");
+  Put(file, static_cast<uint32_t>(content.size() + 12), 4);
+  file = Concat({file, Joined("WEBP" + chunk)});
+  Put(file, static_cast<uint32_t>(content.size()), 4);
+  return Concat({file, content});
+}
+
+Bytes Bmp(uint32_t width, uint32_t height, int bits, uint32_t compression) {
+  Bytes file = Joined("BM");
+  for (const uint32_t value : {0u, 0u, 54u, 40u, width, height}) Put(file, value, 4);
+  Put(file, 1, 2);
+  Put(file, static_cast<uint32_t>(bits), 2);
+  for (const uint32_t value : {compression, 0u, 0u, 0u, 2u, 0u, 0u, 0xFFFFFFu}) Put(file, value, 4);
+  return file;
+}
+
+std::vector<HostileFile> HostileFiles() {
+  const std::string truncated = "truncated", damaged = "damaged", large = "more than the limit";
+  std::vector<HostileFile> files{
+      {"empty.png", {}, "empty"},
+      {"short.png", Joined("\x89PNG"), "no known picture format"},
+      {"far.png", Png(kFar, kFar, 6, {PngChunk("IDAT", Deflated(Bytes(9)))}), truncated},
+      {"beyond.png", Png(kFar, 2 * kFar, 6, {PngChunk("IDAT", Deflated(Bytes(9)))}), large},
+      // Fits by its size, and breaks off soon.
+      {"noise.png", Png(kFar, kFar, 2, {PngChunk("IDAT", Deflated(Noise(900'000)))}), damaged},
+      {"padded.png",
+       Png(kFar, kFar, 2, {PngChunk("junk", Noise(900'000)), PngChunk("IDAT", {1, 2, 3})}),
+       truncated},
+      {"texts.png", Png(1, 1, 0, {PackedTexts(40), PngChunk("IDAT", Deflated({0, 9}))}), ""},
+      {"transparent.png",
+       Png(1, 1, 0,
+           {Inserted(PngChunk("tRNS", {0, 9}), 9, {7}), PngChunk("IDAT", Deflated({0, 9}))}),
+       damaged},
+      {"lossless.webp", Webp("VP8L", Concat({{0x2F, 0xFF, 0xFF, 0xFF, 0x0F}, Bytes(5, 0xAA)})),
+       damaged},
+      {"lossy.webp",
+       Webp("VP8 ", Concat({{0x10, 0, 0, 0x9D, 0x01, 0x2A, 0xFF, 0x3F, 0xFF, 0x3F}, Bytes(9)})),
+       truncated},
+      {"far.bmp", Bmp(kFar, kFar, 32, 0), truncated},
+      {"runs.bmp", Concat({Bmp(kFar, kFar, 8, 1), {0, 1}}), truncated},
+      {"far.ppm", Joined("P6 16384 16384 255\n123"), truncated},
+      {"far-text.ppm", Joined("P3 16384 16384 255\n1 2 3"), truncated},
+      {"word.pgm", Joined("P5 " + std::string(100'000, '1') + " 1 255\n"), "number"},
+      {"lab.tif",
+       Tiff{.width = kFar, .height = kFar, .photometric = PHOTOMETRIC_CIELAB, .samples = 3}.File(),
+       truncated},
+      {"small-picture.tif",
+       Tiff{.width = 16,
+            .height = 16,
+            .compression = COMPRESSION_JPEG,
+            .tile_width = kFar,
+            .tile_height = 32752}
+           .File(),
+       "larger than the picture"},
+  };
+  const auto add = [&](const std::string& name, const Bytes& content, const std::string& reason) {
+    files.push_back({name, content, reason});
+  };
+  for (const uint32_t compression :
+       {COMPRESSION_NONE, COMPRESSION_CCITTFAX4, COMPRESSION_LZW, COMPRESSION_JPEG,
+        COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS, COMPRESSION_LZMA, COMPRESSION_ZSTD,
+        COMPRESSION_WEBP, COMPRESSION_PIXARLOG, COMPRESSION_SGILOG, COMPRESSION_LERC}) {
+    const std::string number = std::to_string(compression) + ".tif";
+    Tiff tiff{.width = kFar, .height = kFar, .compression = compression};
+    if (compression == COMPRESSION_CCITTFAX4) tiff.bits = 1;
+    if (compression == COMPRESSION_SGILOG) tiff.photometric = PHOTOMETRIC_LOGL, tiff.bits = 16;
+    add("strip-" + number, tiff.File(), "TIFF|truncated");
+    tiff.data = Noise(300'000);
+    add("noise-" + number, tiff.File(), "TIFF|truncated");
+    tiff.data.resize(4);
+    tiff.tile_width = tiff.tile_height = kFar;
+    add("tile-" + number, tiff.File(), "TIFF|truncated");
+  }
+  for (const int compression : {COMPRESSION_JPEG, COMPRESSION_CCITTFAX4, COMPRESSION_CCITTFAX3,
+                                COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS}) {
+    const bool fax = compression == COMPRESSION_CCITTFAX4 || compression == COMPRESSION_CCITTFAX3;
+    Tiff tiff{.width = 128, .height = 128, .compression = static_cast<uint32_t>(compression)};
+    tiff.bits = fax ? 1 : 8;
+    tiff.data = PackedStrip(128, compression, fax ? 1 : 8);
+    const std::string number = std::to_string(compression) + ".tif";
+    add("whole-" + number, tiff.File(), "");
+    tiff.data = FirstHalf(tiff.data);
+    add("half-" + number, tiff.File(), "TIFF: ");
+  }
+  const Bytes jpeg = Jpeg(JpegKind::kBaseline);
+  const size_t scan = Behind(jpeg, 0xDA) + 12;
+  const size_t middle = (scan + jpeg.size()) / 2;
+  add("whole.jpg", jpeg, "");
+  add("half.jpg", FirstHalf(jpeg), truncated);
+  add("foreign.jpg", Inserted(jpeg, middle, Joined("foreign bytes, more than a few")), damaged);
+  add("behind-scan.jpg", Inserted(jpeg, jpeg.size() - 2, Joined("lost")), damaged);
+  add("zeros-behind-scan.jpg", Inserted(jpeg, jpeg.size() - 2, Bytes(10)), "");
+  add("between-segments.jpg", Inserted(jpeg, 20, Joined("junk")), "");
+  add("far.jpg", Enlarged(jpeg, 0xC0, kFar, kFar), truncated);
+  const Bytes progressive = Jpeg(JpegKind::kProgressive);
+  add("far-progressive.jpg", Enlarged(progressive, 0xC2, kFar, kFar), truncated);
+  add("far-noise.jpg",
+      Inserted(Enlarged(progressive, 0xC2, kFar, kFar), progressive.size() - 2, Noise(1'600'000)),
+      "JPEG|truncated");
+  add("far-arithmetic.jpg", Enlarged(Jpeg(JpegKind::kArithmetic), 0xC9, kFar, kFar), truncated);
+  return files;
+}
+
+bool HasOneOf(const std::string& text, const std::string& alternatives) {
+  for (size_t begin = 0; begin <= alternatives.size();) {
+    const size_t end = std::min(alternatives.find('|', begin), alternatives.size());
+    if (text.find(alternatives.substr(begin, end - begin)) != std::string::npos) return true;
+    begin = end + 1;
+  }
+  return false;
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMeasure = false;
+#else
+constexpr bool kMeasure = true;
+#endif
+
+TEST(HostileFilesInTheTool, AreRefusedSoonAndInLittleMemory) {
+  const TemporaryFolder folder;
+  const auto run = [&](const std::string& input) {
+    return RunShell(QEL_TOOL " run " + input + " -o out.ppm --jobs 1 negative", folder);
+  };
+  const double ground = run("missing.png").peak_mib;
+  const auto expect_cheap = [&](const Outcome& outcome) {
+    if (!kMeasure) return;
+    EXPECT_LT(outcome.peak_mib, ground + 64);
+    EXPECT_LT(outcome.cpu_seconds, 1);
+  };
+  for (const HostileFile& file : HostileFiles()) {
+    SCOPED_TRACE(file.name);
+    WriteFile(folder / file.name, std::string(file.content.begin(), file.content.end()));
+    const Outcome outcome = run(file.name);
+    EXPECT_EQ(outcome.exit_code, file.reason.empty() ? kGood : kNoInput) << outcome.errors;
+    if (file.reason.empty()) continue;
+    EXPECT_TRUE(HasOneOf(outcome.errors, file.reason)) << outcome.errors;
+    EXPECT_FALSE(outcome.errors.ends_with(": \n")) << outcome.errors;
+    expect_cheap(outcome);
+  }
+  EXPECT_EQ(run("/dev/zero").exit_code, kNoInput);
+  expect_cheap(run("/dev/zero"));
+  for (const char* const start : {"P5 99999 99999 255 ", "P5 x", "BM", "\\211PNG\\r\\n\\032\\n"}) {
+    SCOPED_TRACE(start);
+    const Outcome outcome = RunShell(std::string("mkfifo pipe; (printf '") + start +
+                                         "'; cat /dev/zero) > pipe & " QEL_TOOL
+                                         " run pipe -o out.ppm negative; code=$?; rm pipe; "
+                                         "exit $code",
+                                     folder);
+    EXPECT_EQ(outcome.exit_code, kNoInput) << outcome.errors;
+    expect_cheap(outcome);
+  }
+}
+
+}  // namespace
+}  // namespace qel::test
