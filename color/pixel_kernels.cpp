@@ -1,6 +1,8 @@
 #include "color/pixel_kernels.h"
 
-#include "image/colour_vectors.h"
+#include "simd/interleaved.h"
+#include "simd/row_walk.h"
+#include "simd/table_lookup.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -34,15 +36,13 @@ void ClearKeyInRun(uint8_t* row, size_t pixels, uint32_t key) {
   }
 }
 void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
-#ifdef QEL_LEVEL_sse2
   // Without masked stores, what has no key is skipped a run at a time.
-  constexpr size_t kRun = 64;
-  for (; pixels >= kRun; pixels -= kRun, row += 4 * kRun) {
+  constexpr size_t kRun = kVectorBytes > 16 ? 0 : 64;
+  for (; kRun != 0 && pixels >= kRun; pixels -= kRun, row += 4 * kRun) {
     uint32_t found = 0;
     for (size_t i = 0; i < kRun; ++i) found |= HasColour(row + 4 * i, key) ? ~0u : 0u;
     if (found != 0) ClearKeyInRun(row, kRun, key);
   }
-#endif
   ClearKeyInRun(row, pixels, key);
 }
 
@@ -54,24 +54,27 @@ void SetAlphaButKey(uint8_t* row, size_t pixels, uint8_t alpha, uint32_t key) {
   });
 }
 
-#ifdef QEL_HAS_COLOUR_VECTORS
-
-/// Mixes two vectors of bytes in 256ths. The sums of products need the full unsigned range of a
-/// word; with the bytes taken as 128 less they fit the signed one.
+/// Mixes two vectors of bytes in 256ths. The sums of products need the full range of 16 unsigned
+/// bits; with the bytes taken as 128 less they fit the signed ones.
 class Mixer {
  public:
-  explicit Mixer(int weight) : weights_(FillWords((256 - weight) << 8 | weight)) {}
-  Vector operator()(Vector colour, Vector old) const {
-    const Vector bias = FillBytes(0x80);
+  explicit Mixer(int weight)
+      : weights_(BitCast<U8>(Set<U16>(static_cast<uint16_t>((256 - weight) << 8 | weight)))) {}
+  QEL_SIMD_INLINE U8 operator()(U8 colour, U8 old) const {
+    const U8 bias = Set<U8>(0x80);
     colour ^= bias;
     old ^= bias;
-    const Vector low = SumPairs(weights_, PairLow(colour, old));
-    const Vector high = SumPairs(weights_, PairHigh(colour, old));
-    return PackWords(ShiftWords<8>(low), ShiftWords<8>(high)) ^ bias;
+    return ReorderDemote2To<U8>(Mixed(InterleaveLower(colour, old)),
+                                Mixed(InterleaveUpper(colour, old))) ^
+           bias;
   }
 
  private:
-  Vector weights_;
+  QEL_SIMD_INLINE I16 Mixed(U8 pairs) const {
+    const I16 sums = SatWidenMulPairwiseAdd(weights_, BitCast<I8>(pairs));
+    return BitCast<I16>(ShiftRight<8>(BitCast<U16>(sums)));
+  }
+  U8 weights_;
 };
 
 template <size_t kBytes, bool kMixes>
@@ -81,33 +84,28 @@ void TintBlocks(uint8_t* row, size_t pixels, const Tint& tint) {
   const TableLookup red(tint.colour[2]);
   const Mixer mix(tint.weight);
   ForEachBlock<kBytes, kVectorBytes>(row, row, pixels, [&](uint8_t* to, const uint8_t* from) {
-    Vector channels[kBytes];
-    LoadPixels<kBytes>(from, channels);
-    const Vector lightness = Average(Max(Max(channels[0], channels[1]), channels[2]),
-                                     Min(Min(channels[0], channels[1]), channels[2]));
-    const Vector colour[3] = {blue(lightness), green(lightness), red(lightness)};
+    U8 channels[kBytes];
+    LoadInterleaved<kBytes>(from, channels);
+    const U8 lightness = AverageRound(Max(Max(channels[0], channels[1]), channels[2]),
+                                      Min(Min(channels[0], channels[1]), channels[2]));
+    const U8 colour[3] = {blue(lightness), green(lightness), red(lightness)};
     for (size_t c = 0; c < 3; ++c) channels[c] = kMixes ? mix(colour[c], channels[c]) : colour[c];
-    StorePixels<kBytes>(to, channels);
+    StoreInterleaved<kBytes>(channels, to);
   });
 }
 template <size_t kBytes>
 void TintPixels(uint8_t* row, size_t pixels, const Tint& tint) {
+  if constexpr (!kHasTableLookupBytes) {
+    for (size_t i = 0; i < pixels; ++i) {
+      uint8_t* const pixel = row + kBytes * i;
+      const uint8_t lightness = LightnessOf(pixel[0], pixel[1], pixel[2]);
+      for (int c = 0; c < 3; ++c) pixel[c] = TintedChannel(tint, c, lightness, pixel[c]);
+    }
+    return;
+  }
   if (tint.weight == 256) return TintBlocks<kBytes, false>(row, pixels, tint);
   TintBlocks<kBytes, true>(row, pixels, tint);
 }
-
-#else
-
-template <size_t kBytes>
-void TintPixels(uint8_t* row, size_t pixels, const Tint& tint) {
-  for (size_t i = 0; i < pixels; ++i) {
-    uint8_t* const pixel = row + kBytes * i;
-    const uint8_t lightness = LightnessOf(pixel[0], pixel[1], pixel[2]);
-    for (int c = 0; c < 3; ++c) pixel[c] = TintedChannel(tint, c, lightness, pixel[c]);
-  }
-}
-
-#endif
 
 }  // namespace
 

@@ -1,0 +1,213 @@
+#ifndef QEL_SIMD_INTERLEAVED_H_
+#define QEL_SIMD_INTERLEAVED_H_
+
+#include "simd/simd.h"
+
+// Elements of 3 or 4 bytes, taken apart into one vector per channel and put together again.
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+/// `kSize` bytes, i -> make(i), as a constant.
+template <size_t kSize>
+struct Pattern {
+  alignas(64) uint8_t bytes[kSize];
+};
+template <size_t kSize, typename Make>
+constexpr Pattern<kSize> MakePattern(const Make& make) {
+  Pattern<kSize> pattern{};
+  for (size_t i = 0; i < kSize; ++i) pattern.bytes[i] = static_cast<uint8_t>(make(i));
+  return pattern;
+}
+template <typename Is>
+constexpr uint64_t MakeBits(const Is& is) {
+  uint64_t bits = 0;
+  for (size_t i = 0; i < 64; ++i) bits |= uint64_t{is(i)} << i;
+  return bits;
+}
+
+// Where bytes of two whole vectors can be looked up, places are counted over the elements of one
+// group: place 128 and above lie in the second pair of vectors.
+
+template <size_t kChannels, size_t kChannel>
+constexpr auto kTakeApart = MakePattern<64>([](size_t i) {
+  return (i * kChannels + kChannel) & 127;
+});
+template <size_t kChannels, size_t kChannel>
+constexpr uint64_t kFromSecondPair = MakeBits([](size_t i) {
+  return i * kChannels + kChannel >= 128;
+});
+template <size_t kChannels, size_t kChannel>
+QEL_SIMD_INLINE U8 TakeApart(const U8* v) {
+  const U8 places = LoadU<U8>(kTakeApart<kChannels, kChannel>.bytes);
+  const U8 first = TwoTablesLookupLanes(v[0], v[1], places);
+  const U8 second = kChannels == 3 ? TableLookupLanes(v[2], places)
+                                   : TwoTablesLookupLanes(v[2], v[kChannels - 1], places);
+  return IfThenElse(MaskFromBits<U8, kFromSecondPair<kChannels, kChannel>>(), second, first);
+}
+
+/// Vector `kPart` of a group: channels 0 and 1, or 2 and 3, of these elements.
+template <size_t kChannels, size_t kPart>
+constexpr auto kPutTogether = MakePattern<64>([](size_t i) {
+  const size_t place = 64 * kPart + i;
+  return place / kChannels | (place % kChannels % 2 == 1 ? 64 : 0);
+});
+template <size_t kChannels, size_t kPart>
+constexpr uint64_t kIsLaterChannel = MakeBits([](size_t i) {
+  return (64 * kPart + i) % kChannels >= 2;
+});
+template <size_t kChannels, size_t kPart>
+QEL_SIMD_INLINE void PutTogether(const U8* channels, uint8_t* to) {
+  const U8 places = LoadU<U8>(kPutTogether<kChannels, kPart>.bytes);
+  const U8 first = TwoTablesLookupLanes(channels[0], channels[1], places);
+  const U8 second = kChannels == 3
+                        ? TableLookupLanes(channels[2], places)
+                        : TwoTablesLookupLanes(channels[2], channels[kChannels - 1], places);
+  StoreU(IfThenElse(MaskFromBits<U8, kIsLaterChannel<kChannels, kPart>>(), second, first),
+         to + 64 * kPart);
+}
+
+// Elsewhere bytes stay within their block. Sixteen elements are as many blocks of memory as an
+// element has bytes, so vector k of a group holds block k of each sixteen.
+
+// Three blocks of 3-byte elements: byte i of block k belongs to channel (k + i) mod 3, and no two
+// bytes of a channel share their place in the block. So channels are gathered by two blends and one
+// shuffle, and spread in the opposite order.
+
+/// The bytes of `v` at places of class `kClass` modulo 3 in their block, those of `others`
+/// elsewhere.
+template <size_t kClass>
+QEL_SIMD_INLINE U8 TakeClass(U8 others, U8 v) {
+  constexpr uint64_t kBits = MakeBits([](size_t i) { return i % 16 % 3 == kClass; });
+  return IfThenElse(MaskFromBits<U8, kBits>(), v, others);
+}
+/// Takes class 0 from `a`, class 1 from `b` and class 2 from `c`.
+QEL_SIMD_INLINE U8 MixClasses(U8 a, U8 b, U8 c) { return TakeClass<2>(TakeClass<1>(a, b), c); }
+
+template <size_t kChannel>
+constexpr auto kGather = MakePattern<16>([](size_t i) { return (3 * i + kChannel) % 16; });
+template <size_t kChannel>
+constexpr auto kSpread = MakePattern<16>([](size_t i) { return (i + 16 - kChannel) * 11 % 16; });
+constexpr auto kByChannelOf4 = MakePattern<16>([](size_t i) { return i % 4 * 4 + i / 4; });
+
+template <size_t kSize>
+QEL_SIMD_INLINE U8 ShuffleBlocks(U8 v, const Pattern<kSize>& places) {
+  return TableLookupBytesOr0(v, LoadDup128<U8>(places.bytes));
+}
+
+/// Takes `kVectorBytes` elements of `kChannels` bytes apart.
+template <size_t kChannels>
+QEL_SIMD_INLINE void LoadInterleaved(const uint8_t* from, U8* channels) {
+  static_assert(kChannels == 3 || kChannels == 4);
+  if constexpr (kHasByteLookup) {
+    U8 v[kChannels];
+    for (size_t k = 0; k < kChannels; ++k) v[k] = LoadU<U8>(from + 64 * k);
+    channels[0] = TakeApart<kChannels, 0>(v);
+    channels[1] = TakeApart<kChannels, 1>(v);
+    channels[2] = TakeApart<kChannels, 2>(v);
+    if constexpr (kChannels == 4) channels[3] = TakeApart<kChannels, 3>(v);
+  } else if constexpr (kHasTableLookupBytes) {
+    U8 v[kChannels];
+    for (size_t k = 0; k < kChannels; ++k) v[k] = LoadBlocks<U8>(from + 16 * k, 16 * kChannels);
+    if constexpr (kChannels == 3) {
+      channels[0] = ShuffleBlocks(MixClasses(v[0], v[2], v[1]), kGather<0>);
+      channels[1] = ShuffleBlocks(MixClasses(v[1], v[0], v[2]), kGather<1>);
+      channels[2] = ShuffleBlocks(MixClasses(v[2], v[1], v[0]), kGather<2>);
+    } else {
+      U32 by_channel[4];
+      for (size_t k = 0; k < 4; ++k)
+        by_channel[k] = BitCast<U32>(ShuffleBlocks(v[k], kByChannelOf4));
+      const U64 low01 = BitCast<U64>(InterleaveLower(by_channel[0], by_channel[1]));
+      const U64 low23 = BitCast<U64>(InterleaveLower(by_channel[2], by_channel[3]));
+      const U64 high01 = BitCast<U64>(InterleaveUpper(by_channel[0], by_channel[1]));
+      const U64 high23 = BitCast<U64>(InterleaveUpper(by_channel[2], by_channel[3]));
+      channels[0] = BitCast<U8>(InterleaveLower(low01, low23));
+      channels[1] = BitCast<U8>(InterleaveUpper(low01, low23));
+      channels[2] = BitCast<U8>(InterleaveLower(high01, high23));
+      channels[3] = BitCast<U8>(InterleaveUpper(high01, high23));
+    }
+  } else {
+    uint8_t apart[kChannels][kVectorBytes];
+    for (size_t i = 0; i < kVectorBytes; ++i) {
+      for (size_t c = 0; c < kChannels; ++c) apart[c][i] = from[kChannels * i + c];
+    }
+    for (size_t c = 0; c < kChannels; ++c) channels[c] = LoadU<U8>(apart[c]);
+  }
+}
+
+/// The way back.
+template <size_t kChannels>
+QEL_SIMD_INLINE void StoreInterleaved(const U8* channels, uint8_t* to) {
+  static_assert(kChannels == 3 || kChannels == 4);
+  if constexpr (kHasByteLookup) {
+    PutTogether<kChannels, 0>(channels, to);
+    PutTogether<kChannels, 1>(channels, to);
+    PutTogether<kChannels, 2>(channels, to);
+    if constexpr (kChannels == 4) PutTogether<kChannels, 3>(channels, to);
+  } else if constexpr (kChannels == 4) {
+    const U16 lower01 = BitCast<U16>(InterleaveLower(channels[0], channels[1]));
+    const U16 upper01 = BitCast<U16>(InterleaveUpper(channels[0], channels[1]));
+    const U16 lower23 = BitCast<U16>(InterleaveLower(channels[2], channels[3]));
+    const U16 upper23 = BitCast<U16>(InterleaveUpper(channels[2], channels[3]));
+    StoreBlocks(InterleaveLower(lower01, lower23), to, 64);
+    StoreBlocks(InterleaveUpper(lower01, lower23), to + 16, 64);
+    StoreBlocks(InterleaveLower(upper01, upper23), to + 32, 64);
+    StoreBlocks(InterleaveUpper(upper01, upper23), to + 48, 64);
+  } else if constexpr (kHasTableLookupBytes) {
+    const U8 a = ShuffleBlocks(channels[0], kSpread<0>);
+    const U8 b = ShuffleBlocks(channels[1], kSpread<1>);
+    const U8 c = ShuffleBlocks(channels[2], kSpread<2>);
+    StoreBlocks(MixClasses(a, b, c), to, 48);
+    StoreBlocks(MixClasses(b, c, a), to + 16, 48);
+    StoreBlocks(MixClasses(c, a, b), to + 32, 48);
+  } else {
+    uint8_t apart[3][kVectorBytes];
+    for (size_t c = 0; c < 3; ++c) StoreU(channels[c], apart[c]);
+    for (size_t i = 0; i < kVectorBytes; ++i) {
+      for (size_t c = 0; c < 3; ++c) to[3 * i + c] = apart[c][i];
+    }
+  }
+}
+
+// Parts: a group of elements one vector at a time, in the order that is quickest.
+
+/// Part `kPart` of a group of elements.
+template <size_t kChannels, size_t kPart>
+QEL_SIMD_INLINE U8 LoadPart(const uint8_t* from) {
+  if constexpr (kHasByteLookup) return LoadU<U8>(from + kVectorBytes * kPart);
+  return LoadBlocks<U8>(from + 16 * kPart, 16 * kChannels);
+}
+template <size_t kChannels, size_t kPart>
+QEL_SIMD_INLINE void StorePart(U8 v, uint8_t* to) {
+  if constexpr (kHasByteLookup) return StoreU(v, to + kVectorBytes * kPart);
+  StoreBlocks(v, to + 16 * kPart, 16 * kChannels);
+}
+/// The bytes of `v`, each repeated over its element, as part `kPart` of a group.
+template <size_t kChannels, size_t kPart>
+constexpr auto kRepeat = MakePattern<kHasByteLookup ? 64 : 16>([](size_t i) {
+  return ((kHasByteLookup ? 64 : 16) * kPart + i) / kChannels;
+});
+template <size_t kChannels, size_t kPart>
+QEL_SIMD_INLINE U8 Repeat(U8 v) {
+  if constexpr (kHasByteLookup) {
+    return TableLookupLanes(v, LoadU<U8>(kRepeat<kChannels, kPart>.bytes));
+  } else {
+    return ShuffleBlocks(v, kRepeat<kChannels, kPart>);
+  }
+}
+/// Stores elements of 3 bytes that are all the same.
+QEL_SIMD_INLINE void StoreRepeated3(U8 v, uint8_t* to) {
+  if constexpr (kHasTableLookupBytes) {
+    StorePart<3, 0>(Repeat<3, 0>(v), to);
+    StorePart<3, 1>(Repeat<3, 1>(v), to);
+    StorePart<3, 2>(Repeat<3, 2>(v), to);
+  } else {
+    const U8 channels[] = {v, v, v};
+    StoreInterleaved<3>(channels, to);
+  }
+}
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif  // QEL_SIMD_INTERLEAVED_H_

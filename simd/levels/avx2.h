@@ -1,0 +1,97 @@
+#ifndef QEL_SIMD_LEVELS_AVX2_H_
+#define QEL_SIMD_LEVELS_AVX2_H_
+
+#include <immintrin.h>
+
+#include "simd/levels/lane_masks.h"
+
+namespace qel::QEL_LEVEL {
+namespace {
+using Native = __m256i;
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+#define QEL_X86(name) _mm256_##name
+
+#include "simd/levels/x86.h"
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+template <typename To>
+requires(std::is_same_v<To, Half<I32>>) QEL_SIMD_INLINE To ConvertTo(F64 v) {
+  return As<To>(_mm256_cvttpd_epi32(v.raw));
+}
+QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm_sqrt_ps(v.raw)}; }
+template <typename T>
+QEL_SIMD_INLINE Vec<T, 16> LowerHalf(Vec<T, 32> v) {
+  return As<Vec<T, 16>>(_mm256_castsi256_si128(Bits(v)));
+}
+template <typename T>
+QEL_SIMD_INLINE Vec<T, 16> UpperHalf(Vec<T, 32> v) {
+  return As<Vec<T, 16>>(_mm256_extracti128_si256(Bits(v), 1));
+}
+template <typename T>
+QEL_SIMD_INLINE Vec<T, 32> Combine(Vec<T, 16> upper, Vec<T, 16> lower) {
+  return As<Vec<T, 32>>(
+      _mm256_set_m128i(reinterpret_cast<__m128i>(upper.raw), reinterpret_cast<__m128i>(lower.raw)));
+}
+
+// One bit of each byte decides, the highest one.
+
+template <typename V>
+requires(V::kBytes == 32) QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
+  return As<V>(_mm256_blendv_epi8(Bits(no), Bits(yes), reinterpret_cast<Native>(mask.raw)));
+}
+QEL_SIMD_INLINE F64 IfThenElse(Mask<F64> mask, F64 yes, F64 no) {
+  return {_mm256_blendv_pd(no.raw, yes.raw, reinterpret_cast<__m256d>(mask.raw))};
+}
+QEL_SIMD_INLINE F32 IfThenElse(Mask<F32> mask, F32 yes, F32 no) {
+  return {_mm256_blendv_ps(no.raw, yes.raw, reinterpret_cast<__m256>(mask.raw))};
+}
+QEL_SIMD_INLINE U8 IfNegativeThenElse(U8 v, U8 yes, U8 no) {
+  return As<U8>(_mm256_blendv_epi8(Bits(no), Bits(yes), Bits(v)));
+}
+template <typename V>
+requires(V::kBytes == 32) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
+  if constexpr (V::kLanes == 4) {
+    return static_cast<uint64_t>(_mm256_movemask_pd(reinterpret_cast<__m256d>(mask.raw)));
+  } else if constexpr (V::kLanes == 8) {
+    return static_cast<uint64_t>(_mm256_movemask_ps(reinterpret_cast<__m256>(mask.raw)));
+  } else {
+    auto bytes = reinterpret_cast<Native>(mask.raw);
+    if constexpr (V::kLanes == 16) {
+      bytes = _mm256_permute4x64_epi64(_mm256_packs_epi16(bytes, _mm256_setzero_si256()), 0xD8);
+    }
+    return static_cast<uint32_t>(_mm256_movemask_epi8(bytes));
+  }
+}
+
+template <typename V>
+requires(V::kBytes == 32) QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, size_t stride) {
+  const auto* const lower = reinterpret_cast<const __m128i*>(from);
+  const auto* const upper = reinterpret_cast<const __m128i*>(from + stride);
+  return As<V>(_mm256_set_m128i(_mm_loadu_si128(upper), _mm_loadu_si128(lower)));
+}
+template <typename T>
+QEL_SIMD_INLINE void StoreBlocks(Vec<T, 32> v, uint8_t* to, size_t stride) {
+  StoreU(LowerHalf(v), to);
+  StoreU(UpperHalf(v), to + stride);
+}
+template <typename V>
+requires(V::kBytes == 32) QEL_SIMD_INLINE V LoadDup128(const void* from) {
+  const __m128i block = _mm_loadu_si128(static_cast<const __m128i*>(from));
+  return As<V>(_mm256_broadcastsi128_si256(block));
+}
+template <typename T>
+QEL_SIMD_INLINE Vec<T, 32> NextBlocks(Vec<T, 32> upper, Vec<T, 32> lower) {
+  return As<Vec<T, 32>>(_mm256_permute2x128_si256(Bits(lower), Bits(upper), 0x21));
+}
+template <typename T>
+requires(sizeof(T) == 4) QEL_SIMD_INLINE Vec<T, 32> TableLookupLanes(Vec<T, 32> v, U32 places) {
+  return As<Vec<T, 32>>(_mm256_permutevar8x32_epi32(Bits(v), Bits(places)));
+}
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif  // QEL_SIMD_LEVELS_AVX2_H_

@@ -1,0 +1,405 @@
+#ifndef QEL_SIMD_LEVELS_VEC_H_
+#define QEL_SIMD_LEVELS_VEC_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+// Vectors of typed lanes in plain C++, which the compiler turns into the instructions of the level
+// at hand. Included by simd/simd.h, where the vocabulary is explained; what the compiler makes
+// little of is said again, for the types at hand, in the file of the level.
+
+#define QEL_SIMD_INLINE inline __attribute__((always_inline))
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+/// `kSize` bytes of lanes of type `T`.
+template <typename T, size_t kSize>
+struct Vec {
+  using Lane = T;
+  static constexpr size_t kBytes = kSize;
+  static constexpr size_t kLanes = kSize / sizeof(T);
+  typedef T Raw __attribute__((vector_size(kSize)));
+  typedef T Unaligned __attribute__((vector_size(kSize), aligned(1), may_alias));
+  Raw raw;
+};
+
+using U8 = Vec<uint8_t, kVectorBytes>;
+using I8 = Vec<int8_t, kVectorBytes>;
+using U16 = Vec<uint16_t, kVectorBytes>;
+using I16 = Vec<int16_t, kVectorBytes>;
+using U32 = Vec<uint32_t, kVectorBytes>;
+using I32 = Vec<int32_t, kVectorBytes>;
+using U64 = Vec<uint64_t, kVectorBytes>;
+using F32 = Vec<float, kVectorBytes>;
+using F64 = Vec<double, kVectorBytes>;
+/// Half as many lanes, and one block of 16 bytes.
+template <typename V>
+using Half = Vec<typename V::Lane, V::kBytes / 2>;
+template <typename V>
+using Block = Vec<typename V::Lane, 16>;
+
+// Memory and constants.
+
+/// Lanes from any address.
+template <typename V>
+QEL_SIMD_INLINE V LoadU(const void* from) {
+  return V{*static_cast<const typename V::Unaligned*>(from)};
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE void StoreU(Vec<T, n> v, void* to) {
+  *static_cast<typename Vec<T, n>::Unaligned*>(to) = v.raw;
+}
+template <typename V>
+QEL_SIMD_INLINE V Zero() {
+  return V{typename V::Raw{}};
+}
+template <typename V>
+QEL_SIMD_INLINE V Set(typename V::Lane value) {
+  return V{value - typename V::Raw{}};  // Adding would lose the sign of -0.
+}
+/// first, first + 1, ...
+template <typename V>
+QEL_SIMD_INLINE V Iota(typename V::Lane first) {
+  struct Lanes {
+    alignas(V::kBytes) typename V::Lane at[V::kLanes];
+  };
+  static constexpr Lanes kLanes = [] {
+    Lanes lanes{};
+    for (size_t i = 0; i < V::kLanes; ++i) lanes.at[i] = static_cast<typename V::Lane>(i);
+    return lanes;
+  }();
+  return V{LoadU<V>(&kLanes).raw + first};
+}
+/// The same bits as other lanes.
+template <typename To, typename T, size_t n>
+QEL_SIMD_INLINE To BitCast(Vec<T, n> v) {
+  static_assert(To::kBytes == n);
+  return To{reinterpret_cast<typename To::Raw>(v.raw)};
+}
+/// Keeps `v` in a register: the compiler would rather load it again for each use.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> KeepInRegister(Vec<T, n> v) {
+#if defined(__x86_64__) && !defined(QEL_EMULATED_AVX512)
+  asm("" : "+v"(v.raw));
+#endif
+  return v;
+}
+
+// Operators, lane by lane. Whole numbers wrap around.
+
+template <typename T, size_t n>
+struct WrappingOf {
+  using Type = Vec<T, n>;
+};
+template <typename T, size_t n>
+requires(std::is_integral_v<T>) struct WrappingOf<T, n> {
+  using Type = Vec<std::make_unsigned_t<T>, n>;
+};
+#define QEL_SIMD_OPERATOR(op)                                             \
+  template <typename T, size_t n>                                         \
+  QEL_SIMD_INLINE Vec<T, n> operator op(Vec<T, n> a, Vec<T, n> b) {       \
+    using W = typename WrappingOf<T, n>::Type;                            \
+    return BitCast<Vec<T, n>>(W{BitCast<W>(a).raw op BitCast<W>(b).raw}); \
+  }                                                                       \
+  template <typename T, size_t n>                                         \
+  QEL_SIMD_INLINE Vec<T, n>& operator op##=(Vec<T, n>& a, Vec<T, n> b) {  \
+    return a = a op b;                                                    \
+  }
+QEL_SIMD_OPERATOR(+)
+QEL_SIMD_OPERATOR(-)
+QEL_SIMD_OPERATOR(*)
+QEL_SIMD_OPERATOR(/)
+QEL_SIMD_OPERATOR(&)
+QEL_SIMD_OPERATOR(|)
+QEL_SIMD_OPERATOR(^)
+#undef QEL_SIMD_OPERATOR
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> operator~(Vec<T, n> v) {
+  return {~v.raw};
+}
+template <int kBits, typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> ShiftLeft(Vec<T, n> v) {
+  using W = typename WrappingOf<T, n>::Type;
+  return BitCast<Vec<T, n>>(W{BitCast<W>(v).raw << kBits});
+}
+/// Signed lanes keep their sign.
+template <int kBits, typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> ShiftRight(Vec<T, n> v) {
+  return {v.raw >> kBits};
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> ShiftRightSame(Vec<T, n> v, int bits) {
+  return {v.raw >> static_cast<T>(bits)};
+}
+
+// Functions of lanes.
+
+/// Lanes in memory.
+template <typename V>
+struct LanesOf {
+  QEL_SIMD_INLINE explicit LanesOf(V v) { StoreU(v, at); }
+  alignas(V::kBytes) typename V::Lane at[V::kLanes];
+};
+/// r[i] = of(v[i]...), through memory; the compiler makes vectors again where it can.
+template <typename R, typename Of, typename... V>
+QEL_SIMD_INLINE R EachLane(const Of& of, V... v) {
+  const auto each = [&](const auto&... lanes) {
+    alignas(R::kBytes) typename R::Lane r[R::kLanes];
+    for (size_t i = 0; i < R::kLanes; ++i) r[i] = static_cast<typename R::Lane>(of(lanes.at[i]...));
+    return LoadU<R>(r);
+  };
+  return each(LanesOf<V>(v)...);
+}
+template <typename Lane, typename Value>
+QEL_SIMD_INLINE constexpr Lane Saturate(Value value) {
+  constexpr auto kLow =
+      static_cast<Value>(std::is_signed_v<Lane> ? (Lane{1} << (8 * sizeof(Lane) - 2)) * -2 : 0);
+  constexpr auto kHigh = static_cast<Value>(std::is_signed_v<Lane> ? -(kLow + 1) : Lane(-1));
+  return static_cast<Lane>(value < kLow ? kLow : value > kHigh ? kHigh : value);
+}
+/// The smaller one; the second one if either is not a number.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> Min(Vec<T, n> a, Vec<T, n> b) {
+  return {a.raw < b.raw ? a.raw : b.raw};
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> Max(Vec<T, n> a, Vec<T, n> b) {
+  return {a.raw > b.raw ? a.raw : b.raw};
+}
+/// For 8 and 16 bits.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> SaturatedAdd(Vec<T, n> a, Vec<T, n> b) {
+  return EachLane<Vec<T, n>>([](int x, int y) { return Saturate<T>(x + y); }, a, b);
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> SaturatedSub(Vec<T, n> a, Vec<T, n> b) {
+  return EachLane<Vec<T, n>>([](int x, int y) { return Saturate<T>(x - y); }, a, b);
+}
+/// (a + b + 1) / 2 without loss.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> AverageRound(Vec<T, n> a, Vec<T, n> b) {
+  return EachLane<Vec<T, n>>([](uint32_t x, uint32_t y) { return (x + y + 1) >> 1; }, a, b);
+}
+/// The lowest whole number stays as it is.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> Abs(Vec<T, n> v) {
+  if constexpr (std::is_integral_v<T>) {
+    const Vec<T, n> sign = {v.raw >> static_cast<T>(8 * sizeof(T) - 1)};
+    return (v ^ sign) - sign;
+  } else {
+    using Bits = Vec<std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>, n>;
+    return BitCast<Vec<T, n>>(Bits{BitCast<Bits>(v).raw << 1 >> 1});
+  }
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> Sqrt(Vec<T, n> v) {
+  return EachLane<Vec<T, n>>(
+      [](T x) {
+        if constexpr (sizeof(T) == 4) return __builtin_sqrtf(x);
+        if constexpr (sizeof(T) == 8) return __builtin_sqrt(x);
+      },
+      v);
+}
+/// mul * x + add, rounded once if `kHasFusedMulAdd`, else twice.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> MulAdd(Vec<T, n> mul, Vec<T, n> x, Vec<T, n> add) {
+  return mul * x + add;
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> MulSub(Vec<T, n> mul, Vec<T, n> x, Vec<T, n> sub) {
+  return mul * x - sub;
+}
+/// The upper halves of products of 16 bits.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> MulHigh(Vec<T, n> a, Vec<T, n> b) {
+  using Wide = std::conditional_t<std::is_signed_v<T>, int32_t, uint32_t>;
+  return EachLane<Vec<T, n>>([](Wide x, Wide y) { return x * y >> 16; }, a, b);
+}
+
+// Sums of neighbours.
+
+/// a[2 i] b[2 i] + a[2 i + 1] b[2 i + 1] of unsigned and signed bytes, saturated to 16 bits.
+template <size_t n>
+QEL_SIMD_INLINE Vec<int16_t, n> SatWidenMulPairwiseAdd(Vec<uint8_t, n> a, Vec<int8_t, n> b) {
+  using Words = Vec<int16_t, n>;
+  const auto pairs = BitCast<Vec<uint16_t, n>>(a);
+  const auto weights = BitCast<Words>(b);
+  // Products of bytes of both kinds fit signed 16 bits.
+  return SaturatedAdd(
+      BitCast<Words>(pairs & Set<Vec<uint16_t, n>>(0xFF)) * ShiftRight<8>(ShiftLeft<8>(weights)),
+      BitCast<Words>(ShiftRight<8>(pairs)) * ShiftRight<8>(weights));
+}
+/// The same of signed 16 bits; wraps around.
+template <size_t n>
+QEL_SIMD_INLINE Vec<int32_t, n> WidenMulPairwiseAdd(Vec<int16_t, n> a, Vec<int16_t, n> b) {
+  Vec<int32_t, n> r;
+  for (size_t i = 0; i < n / 4; ++i) {
+    r.raw[i] = static_cast<int32_t>(static_cast<uint32_t>(a.raw[2 * i] * b.raw[2 * i]) +
+                                    static_cast<uint32_t>(a.raw[2 * i + 1] * b.raw[2 * i + 1]));
+  }
+  return r;
+}
+/// sum[i] + the sum of four products; wraps around.
+template <size_t n>
+QEL_SIMD_INLINE Vec<int32_t, n> SumOfMulQuadAccumulate(Vec<uint8_t, n> a, Vec<int8_t, n> b,
+                                                       Vec<int32_t, n> sum) {
+  for (size_t i = 0; i < n; ++i) {
+    sum.raw[i / 4] = static_cast<int32_t>(static_cast<uint32_t>(sum.raw[i / 4]) +
+                                          static_cast<uint32_t>(a.raw[i] * b.raw[i]));
+  }
+  return sum;
+}
+/// The sums of eight bytes each.
+template <size_t n>
+QEL_SIMD_INLINE Vec<uint64_t, n> SumsOf8(Vec<uint8_t, n> v) {
+  Vec<uint64_t, n> r = {};
+  for (size_t i = 0; i < n; ++i) r.raw[i / 8] += v.raw[i];
+  return r;
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE T ReduceSum(Vec<T, n> v) {
+  T sum = 0;
+  for (size_t i = 0; i < n / sizeof(T); ++i) sum = static_cast<T>(sum + v.raw[i]);
+  return sum;
+}
+
+// Conversions.
+
+/// Lane by lane; floats are cut off toward zero, and what does not fit 32 bits gives the lowest
+/// number.
+template <typename To, typename T, size_t n>
+QEL_SIMD_INLINE To ConvertTo(Vec<T, n> v) {
+  static_assert(To::kLanes == n / sizeof(T));
+  if constexpr (std::is_floating_point_v<T> && std::is_integral_v<typename To::Lane>) {
+    return EachLane<To>(
+        [](T x) { return x >= T(-0x1p31) && x < T(0x1p31) ? static_cast<int32_t>(x) : INT32_MIN; },
+        v);
+  } else {
+    return {__builtin_convertvector(v.raw, typename To::Raw)};
+  }
+}
+template <typename V>
+QEL_SIMD_INLINE Half<V> LowerHalf(V v) {
+  return LoadU<Half<V>>(&v);
+}
+template <typename V>
+QEL_SIMD_INLINE Half<V> UpperHalf(V v) {
+  Half<V> halves[2];
+  __builtin_memcpy(halves, &v, sizeof(v));
+  return halves[1];
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, 2 * n> Combine(Vec<T, n> upper, Vec<T, n> lower) {
+  const Vec<T, n> halves[2] = {lower, upper};
+  return LoadU<Vec<T, 2 * n>>(halves);
+}
+
+// Lanes moved within blocks of 16 bytes.
+
+template <typename V, size_t... i>
+QEL_SIMD_INLINE V Interleave(V a, V b, size_t first, std::index_sequence<i...>) {
+  constexpr size_t kBlock = 16 / sizeof(typename V::Lane);
+  V r;
+  ((r.raw[i] = (i % 2 == 0 ? a : b).raw[i - i % kBlock + first + i % kBlock / 2]), ...);
+  return r;
+}
+/// a[0], b[0], a[1], b[1], ... of the lower halves of each block.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> InterleaveLower(Vec<T, n> a, Vec<T, n> b) {
+  return Interleave(a, b, 0, std::make_index_sequence<n / sizeof(T)>());
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> InterleaveUpper(Vec<T, n> a, Vec<T, n> b) {
+  return Interleave(a, b, 8 / sizeof(T), std::make_index_sequence<n / sizeof(T)>());
+}
+/// Saturates signed lanes to half as many bits: of each block those of `a`, then those of `b`,
+/// which undoes interleaving.
+template <typename To, typename V>
+QEL_SIMD_INLINE To ReorderDemote2To(V a, V b) {
+  constexpr size_t kBlock = 16 / sizeof(typename To::Lane);
+  To r;
+  for (size_t i = 0; i < To::kLanes; ++i) {
+    const size_t at = i % kBlock;
+    const V& from = at < kBlock / 2 ? a : b;
+    r.raw[i] = Saturate<typename To::Lane>(from.raw[i / kBlock * (kBlock / 2) + at % (kBlock / 2)]);
+  }
+  return r;
+}
+/// Bytes at places counted within each block; 0 for places from 128 on.
+template <size_t n>
+QEL_SIMD_INLINE Vec<uint8_t, n> TableLookupBytesOr0(Vec<uint8_t, n> bytes, Vec<uint8_t, n> places) {
+  const LanesOf from(bytes), at(places);
+  uint8_t r[n];
+  for (size_t i = 0; i < n; ++i) {
+    r[i] = at.at[i] < 128 ? from.at[i - i % 16 + at.at[i] % 16] : uint8_t{0};
+  }
+  return LoadU<Vec<uint8_t, n>>(r);
+}
+/// Of each block the bytes of `lower` from `kBytes` on, then the first ones of `upper`.
+template <size_t kShift, typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> CombineShiftRightBytes(Vec<T, n> upper, Vec<T, n> lower) {
+  uint8_t from[2 * n];
+  for (size_t i = 0; i < n; i += 16) {
+    __builtin_memcpy(from + 2 * i, reinterpret_cast<const uint8_t*>(&lower) + i, 16);
+    __builtin_memcpy(from + 2 * i + 16, reinterpret_cast<const uint8_t*>(&upper) + i, 16);
+  }
+  Vec<T, n> r;
+  for (size_t i = 0; i < n; i += 16) {
+    __builtin_memcpy(reinterpret_cast<uint8_t*>(&r) + i, from + 2 * i + kShift, 16);
+  }
+  return r;
+}
+
+// Lanes and blocks moved anywhere.
+
+/// Lanes of `v` at places, counted modulo their number.
+template <typename T, typename Place, size_t n>
+QEL_SIMD_INLINE Vec<T, n> TableLookupLanes(Vec<T, n> v, Vec<Place, n> places) {
+  constexpr size_t kLanes = n / sizeof(T);
+  T from[kLanes];
+  StoreU(v, from);
+  return EachLane<Vec<T, n>>([&](Place place) { return from[place % kLanes]; }, places);
+}
+/// Lanes of `a` and, from their number on, of `b`.
+template <typename T, typename Place, size_t n>
+QEL_SIMD_INLINE Vec<T, n> TwoTablesLookupLanes(Vec<T, n> a, Vec<T, n> b, Vec<Place, n> places) {
+  constexpr size_t kLanes = n / sizeof(T);
+  T from[2 * kLanes];
+  StoreU(a, from);
+  StoreU(b, from + kLanes);
+  return EachLane<Vec<T, n>>([&](Place place) { return from[place % (2 * kLanes)]; }, places);
+}
+/// Blocks that lie `stride` bytes apart.
+template <typename V>
+QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, size_t stride) {
+  V v;
+  for (size_t i = 0; i < V::kBytes; i += 16) {
+    __builtin_memcpy(reinterpret_cast<uint8_t*>(&v) + i, from + i / 16 * stride, 16);
+  }
+  return v;
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE void StoreBlocks(Vec<T, n> v, uint8_t* to, size_t stride) {
+  for (size_t i = 0; i < n; i += 16) {
+    __builtin_memcpy(to + i / 16 * stride, reinterpret_cast<const uint8_t*>(&v) + i, 16);
+  }
+}
+/// One block in the place of each.
+template <typename V>
+QEL_SIMD_INLINE V LoadDup128(const void* from) {
+  return LoadBlocks<V>(static_cast<const uint8_t*>(from), 0);
+}
+/// The blocks of `lower` after the first one, then the first one of `upper`.
+template <typename V>
+QEL_SIMD_INLINE V NextBlocks(V upper, V lower) {
+  const V both[2] = {lower, upper};
+  return LoadU<V>(reinterpret_cast<const uint8_t*>(both) + 16);
+}
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif  // QEL_SIMD_LEVELS_VEC_H_

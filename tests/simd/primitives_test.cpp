@@ -1,0 +1,58 @@
+#include "tests/simd/primitives.h"
+
+#include <cstring>
+
+#include "tests/support/guarded_memory.h"
+#include "tests/support/module_under_test.h"
+
+namespace qel::test {
+namespace {
+
+class Simd : public testing::TestWithParam<CpuLevel> {
+ protected:
+  void SetUp() override {
+    if (GetParam() > DetectCpuLevel()) {
+      GTEST_SKIP() << "this processor does not run " << LevelName(GetParam());
+    }
+  }
+  const Primitives& primitives_ = PrimitivesFor(GetParam());
+};
+QEL_INSTANTIATE_LEVELS(Simd);
+
+// Lanes of all bits, of few values so that they are often equal, and at the ends of their ranges.
+TEST_P(Simd, EveryPrimitiveIsWhatItsLanesSay) {
+  Rng rng(1);
+  for (size_t k = 0; k < primitives_.count; ++k) {
+    const Primitive& primitive = primitives_.all[k];
+    for (int round = 0; round < 60; ++round) {
+      alignas(64) uint8_t in[4 * 64];
+      for (uint8_t& byte : in) {
+        constexpr uint8_t kEnds[] = {0x00, 0x01, 0x7F, 0x80, 0xFF};
+        byte = static_cast<uint8_t>(round % 3 == 0   ? rng.Next()
+                                    : round % 3 == 1 ? rng.Int(0, 2)
+                                                     : kEnds[rng.Int(0, 4)]);
+      }
+      uint8_t expected[64] = {};
+      uint8_t actual[64] = {};
+      const size_t bytes = primitive.lanes(in, expected);
+      ASSERT_EQ(primitive.vectors(in, actual), bytes) << primitive.name;
+      for (size_t i = 0; i < bytes; ++i) {
+        ASSERT_EQ(actual[i], expected[i]) << primitive.name << ", byte " << i;
+      }
+    }
+  }
+}
+
+TEST_P(Simd, MaskedMemoryIsAllThatIsTouched) {
+  for (size_t count = 0; count <= primitives_.vector_bytes; ++count) {
+    const GuardedMemory from(count), to(count);
+    to.Fill(0xA5);
+    for (size_t i = 0; i < count; ++i) from.data()[i] = static_cast<uint8_t>(i + 1);
+    primitives_.copy_masked(from.data(), to.data(), count);
+    EXPECT_EQ(std::memcmp(from.data(), to.data(), count), 0) << count << " bytes";
+    EXPECT_TRUE(to.Untouched(0xA5)) << count << " bytes";
+  }
+}
+
+}  // namespace
+}  // namespace qel::test
