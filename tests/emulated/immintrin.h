@@ -56,21 +56,23 @@ QEL_EMULATE To ByHalves(Half half, From... v) {
   return As<To>(both);
 }
 
-/// The bits of the lanes that are all ones.
-template <typename Mask, typename Lane>
-QEL_EMULATE Mask MaskOf(Lanes<Lane> lanes) {
+/// Lane i of the comparison number `how` of whole numbers as bit i.
+template <typename Mask, typename Lane, typename V>
+QEL_EMULATE Mask Compare(V a, V b, int how) {
+  struct LanesOfV {
+    Lane at[sizeof(V) / sizeof(Lane)];
+  };
+  const auto x = As<LanesOfV>(a), y = As<LanesOfV>(b);
   uint64_t mask = 0;
-  for (size_t i = 0; i < 64 / sizeof(Lane); ++i) mask |= uint64_t{lanes[i] != 0} << i;
+  for (size_t i = 0; i < sizeof(V) / sizeof(Lane); ++i) {
+    const bool truths[] = {
+        x.at[i] == y.at[i],
+        x.at[i]<y.at[i], x.at[i] <= y.at[i], false, x.at[i] != y.at[i], x.at[i] >= y.at[i], x.at[i]>
+            y.at[i],
+        true};
+    mask |= uint64_t{truths[how]} << i;
+  }
   return static_cast<Mask>(mask);
-}
-QEL_EMULATE simde__mmask32 CmpGtI16(I512 a, I512 b) {
-  return MaskOf<simde__mmask32, int16_t>(As<Lanes<int16_t>>(a) > As<Lanes<int16_t>>(b));
-}
-QEL_EMULATE simde__mmask16 CmpLtI32(I512 a, I512 b) {
-  return MaskOf<simde__mmask16, int32_t>(As<Lanes<int32_t>>(a) < As<Lanes<int32_t>>(b));
-}
-QEL_EMULATE simde__mmask16 CmpNeI32(I512 a, I512 b) {
-  return MaskOf<simde__mmask16, int32_t>(As<Lanes<int32_t>>(a) != As<Lanes<int32_t>>(b));
 }
 
 /// Lane i of the result is lane i + by of two vectors, block by block of `kBlock` lanes.
@@ -118,9 +120,11 @@ QEL_EMULATE void StoreChosen(void* to, Mask mask, V v) {
     if ((mask >> i & 1) != 0) static_cast<volatile unsigned char*>(to)[i] = bytes[i];
   }
 }
-QEL_EMULATE simde__mmask64 BytesOfDwords(simde__mmask16 mask) {
+/// A mask of bytes from one of lanes of `kBytes` bytes.
+template <size_t kBytes>
+QEL_EMULATE simde__mmask64 ByBytes(uint64_t mask) {
   simde__mmask64 bytes = 0;
-  for (int i = 0; i < 16; ++i) bytes |= simde__mmask64{(mask >> i & 1u) * 0xFu} << (4 * i);
+  for (size_t i = 0; i < 64; ++i) bytes |= (mask >> i / kBytes & 1) << i;
   return bytes;
 }
 
@@ -162,6 +166,10 @@ QEL_EMULATE D512 MulAdd(D512 a, D512 b, D512 c) {
   return ByHalves<D512, __m256d>(
       [](__m256d x, __m256d y, __m256d z) { return _mm256_fmadd_pd(x, y, z); }, a, b, c);
 }
+QEL_EMULATE F512 MulAdd(F512 a, F512 b, F512 c) {
+  return ByHalves<F512, __m256>(
+      [](__m256 x, __m256 y, __m256 z) { return _mm256_fmadd_ps(x, y, z); }, a, b, c);
+}
 QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
   return ByHalves<F512, __m256>(
       [](__m256 x, __m256 y, __m256 z) { return _mm256_fmsub_ps(x, y, z); }, a, b, c);
@@ -174,9 +182,17 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
 // What the library has not.
 #define _mm512_alignr_epi8(a, b, by) qel_emulated::ShiftPair<uint8_t, 16>(a, b, by)
 #define _mm512_alignr_epi32(a, b, by) qel_emulated::ShiftPair<uint32_t, 16>(a, b, by)
-#define _mm512_cmpgt_epi16_mask(a, b) qel_emulated::CmpGtI16(a, b)
-#define _mm512_cmplt_epi32_mask(a, b) qel_emulated::CmpLtI32(a, b)
-#define _mm512_cmpneq_epi32_mask(a, b) qel_emulated::CmpNeI32(a, b)
+#define _mm512_cmpgt_epi16_mask(a, b) qel_emulated::Compare<simde__mmask32, int16_t>(a, b, 6)
+#define _mm512_cmplt_epi32_mask(a, b) qel_emulated::Compare<simde__mmask16, int32_t>(a, b, 1)
+#define _mm512_cmpneq_epi32_mask(a, b) qel_emulated::Compare<simde__mmask16, int32_t>(a, b, 4)
+#define _mm512_cmp_epu8_mask(a, b, how) qel_emulated::Compare<simde__mmask64, uint8_t>(a, b, how)
+#define _mm512_cmp_epi8_mask(a, b, how) qel_emulated::Compare<simde__mmask64, int8_t>(a, b, how)
+#define _mm512_cmp_epu16_mask(a, b, how) qel_emulated::Compare<simde__mmask32, uint16_t>(a, b, how)
+#define _mm512_cmp_epi16_mask(a, b, how) qel_emulated::Compare<simde__mmask32, int16_t>(a, b, how)
+#define _mm512_cmp_epu32_mask(a, b, how) qel_emulated::Compare<simde__mmask16, uint32_t>(a, b, how)
+#define _mm512_cmp_epi32_mask(a, b, how) qel_emulated::Compare<simde__mmask16, int32_t>(a, b, how)
+#define _mm512_cmp_epu64_mask(a, b, how) qel_emulated::Compare<simde__mmask8, uint64_t>(a, b, how)
+#define _mm256_cmp_epi32_mask(a, b, how) qel_emulated::Compare<simde__mmask8, int32_t>(a, b, how)
 #define _mm512_cvtepi32_epi8(v) qel_emulated::NarrowDwords(v)
 #define _mm512_cvtepi32_pd(v) qel_emulated::DwordsToDouble(v)
 #define _mm512_cvtepi32_ps(v) qel_emulated::DwordsToSingle(v)
@@ -189,8 +205,18 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
   qel_emulated::LoadChosen<simde__m512i>(others, mask, from)
 #define _mm512_maskz_loadu_epi8(mask, from) \
   qel_emulated::LoadChosen(simde_mm512_setzero_si512(), mask, from)
+#define _mm512_maskz_loadu_epi16(mask, from) \
+  _mm512_maskz_loadu_epi8(qel_emulated::ByBytes<2>(mask), from)
 #define _mm512_maskz_loadu_epi32(mask, from) \
-  qel_emulated::LoadChosen(simde_mm512_setzero_si512(), qel_emulated::BytesOfDwords(mask), from)
+  _mm512_maskz_loadu_epi8(qel_emulated::ByBytes<4>(mask), from)
+#define _mm512_maskz_loadu_epi64(mask, from) \
+  _mm512_maskz_loadu_epi8(qel_emulated::ByBytes<8>(mask), from)
+#define _mm512_mask_storeu_epi16(to, mask, v) \
+  _mm512_mask_storeu_epi8(to, qel_emulated::ByBytes<2>(mask), v)
+#define _mm512_mask_storeu_epi32(to, mask, v) \
+  _mm512_mask_storeu_epi8(to, qel_emulated::ByBytes<4>(mask), v)
+#define _mm512_mask_storeu_epi64(to, mask, v) \
+  _mm512_mask_storeu_epi8(to, qel_emulated::ByBytes<8>(mask), v)
 #define _mm512_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen<simde__m512i>(to, mask, v)
 #define _mm512_mulhi_epu16(a, b) qel_emulated::MulHighU16(a, b)
 #define _mm512_reduce_add_epi64(v) qel_emulated::SumQwords(v)
@@ -203,7 +229,9 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
 #undef _mm_mask_storeu_epi8
 #define _mm_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen<__m128i>(to, mask, v)
 #undef _mm512_fmadd_pd
+#undef _mm512_fmadd_ps
 #define _mm512_fmadd_pd(a, b, c) qel_emulated::MulAdd(a, b, c)
+#define _mm512_fmadd_ps(a, b, c) qel_emulated::MulAdd(a, b, c)
 #undef _mm512_fmsub_ps
 #define _mm512_fmsub_ps(a, b, c) qel_emulated::MulSub(a, b, c)
 
