@@ -1,65 +1,62 @@
 #ifndef QEL_IMAGE_WIDEN_ROWS_H_
 #define QEL_IMAGE_WIDEN_ROWS_H_
 
-#include "image/colour_vectors.h"
+#include "simd/interleaved.h"
+#include "simd/row_walk.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
-// Rows of pixels written with more bytes, for kernel sources. Alpha becomes 255. The plain loops go
-// one pixel after the other, so that rows may overlap.
-
-#ifdef QEL_HAS_COLOUR_VECTORS
+// Rows of pixels written with more bytes, for kernel sources. Alpha becomes 255. The lowest level
+// goes one pixel after the other, so that rows may overlap.
 
 inline void GreyTo24(uint8_t* dest, const uint8_t* source, size_t count) {
+  if constexpr (kVectorBytes == 16) {
+    for (size_t i = 0; i < count; ++i) {
+      for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[i];
+    }
+    return;
+  }
   WalkBlocks<kVectorBytes>(
-      count, [](uint8_t* to, const uint8_t* from) { StoreGreyPixels(to, Load(from)); }, To<3>{dest},
-      From<1>{source});
+      count, [](uint8_t* to, const uint8_t* from) { StoreRepeated3(LoadU<U8>(from), to); },
+      To<3>{dest}, From<1>{source});
 }
 
 inline void ColourTo32(uint8_t* dest, const uint8_t* source, size_t count) {
+  if constexpr (kVectorBytes == 16) {
+    for (size_t i = 0; i < count; ++i) {
+      for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[3 * i + c];
+      dest[4 * i + 3] = 255;
+    }
+    return;
+  }
   WalkBlocks<kVectorBytes>(
       count,
       [](uint8_t* to, const uint8_t* from) {
-        Vector channels[4];
-        LoadPixels<3>(from, channels);
-        channels[3] = FillBytes(255);
-        StorePixels<4>(to, channels);
+        U8 channels[4];
+        LoadInterleaved<3>(from, channels);
+        channels[3] = Set<U8>(255);
+        StoreInterleaved<4>(channels, to);
       },
       To<4>{dest}, From<3>{source});
 }
 
-inline void GreyTo32(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t count) {
+/// Rows that do not overlap.
+inline void GreyTo32Apart(uint8_t* __restrict dest, const uint8_t* __restrict source,
+                          size_t count) {
   for (size_t i = 0; i < count; ++i) {
     const uint32_t grey = source[i];
     const uint32_t colour = grey | grey << 8 | grey << 16 | 0xFF000000u;
     __builtin_memcpy(dest + 4 * i, &colour, 4);
   }
 }
-
-#else
-
-inline void GreyTo24(uint8_t* dest, const uint8_t* source, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[i];
-  }
-}
-
-inline void ColourTo32(uint8_t* dest, const uint8_t* source, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[3 * i + c];
-    dest[4 * i + 3] = 255;
-  }
-}
-
 inline void GreyTo32(uint8_t* dest, const uint8_t* source, size_t count) {
+  if constexpr (kVectorBytes > 16) return GreyTo32Apart(dest, source, count);
   for (size_t i = 0; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[i];
     dest[4 * i + 3] = 255;
   }
 }
-
-#endif
 
 }  // namespace
 }  // namespace qel::QEL_LEVEL

@@ -1,17 +1,19 @@
 #include "maths/arithmetic_kernels.h"
 
-#include "maths/sample_vectors.h"
+#include "maths/one_by_one.h"
+#include "maths/value_vectors.h"
+#include "simd/interleaved.h"
+#include "simd/row_walk.h"
+#include "simd/table_lookup.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
-
-#ifdef QEL_HAS_COLOUR_VECTORS
 
 void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
   WalkBlocks<kVectorBytes>(
       count,
       [](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-        Store(to, AddUnsigned(Load(from_a), Load(from_b)));
+        StoreU(SaturatedAdd(LoadU<U8>(from_a), LoadU<U8>(from_b)), to);
       },
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
@@ -22,32 +24,32 @@ void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-        const Vector first = Load(from_a);
-        const Vector sum = AddBytes(first, Load(from_b));
-        Store(to, BlendBelow(sum, first, below_256(sum), from_256(sum)));
+        const U8 first = LoadU<U8>(from_a);
+        const U8 sum = first + LoadU<U8>(from_b);
+        StoreU(IfThenElse(sum >= first, below_256(sum), from_256(sum)), to);
       },
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
 
 template <bool kAbsolute, size_t kBytes>
 uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count, uint8_t alpha) {
-  const Vector colour = FillDwords(kBytes == 4 ? 0x00FFFFFFu : 0xFFFFFFFFu);
-  const Vector opacity = FillDwords(kBytes == 4 ? uint32_t{alpha} << 24 : 0);
-  const Vector one = FillBytes(1);
-  Vector tally = FillBytes(0);
+  const U8 colour = BitCast<U8>(Set<U32>(kBytes == 4 ? 0x00FFFFFFu : 0xFFFFFFFFu));
+  const U8 opacity = BitCast<U8>(Set<U32>(kBytes == 4 ? uint32_t{alpha} << 24 : 0));
+  const U8 one = Set<U8>(1);
+  U64 tally = Zero<U64>();
   WalkBlocks<kVectorBytes / kBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-        const Vector first = Load(from_a);
-        const Vector second = Load(from_b);
-        Vector d = SubtractUnsigned(first, second);
-        if constexpr (kAbsolute) d |= SubtractUnsigned(second, first);
+        const U8 first = LoadU<U8>(from_a);
+        const U8 second = LoadU<U8>(from_b);
+        U8 d = SaturatedSub(first, second);
+        if constexpr (kAbsolute) d |= SaturatedSub(second, first);
         d &= colour;
-        tally = AddQwords(tally, SumBytes(Min(SubtractUnsigned(d, one), one)));
-        Store(to, d | opacity);
+        tally += SumsOf8(Min(SaturatedSub(d, one), one));
+        StoreU(d | opacity, to);
       },
       To<kBytes>{dest}, From<kBytes>{a}, From<kBytes>{b});
-  return SumQwords(tally);
+  return ReduceSum(tally);
 }
 
 void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
@@ -56,23 +58,23 @@ void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-        Store(to, mix(Load(from_a), Load(from_b)));
+        StoreU(mix(LoadU<U8>(from_a), LoadU<U8>(from_b)), to);
       },
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
 
 /// Mixes the selected pixels of a block channel by channel.
 template <size_t kDest, size_t kA, size_t kB>
-void MixColours(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Selection selected,
+void MixColours(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Mask<U8> selected,
                 const Mixer& mix) {
-  Vector first[kA], second[kB], channels[kDest];
-  LoadPixels<kA>(from_a, first);
-  LoadPixels<kB>(from_b, second);
-  LoadPixels<kDest>(to, channels);
+  U8 first[kA], second[kB], channels[kDest];
+  LoadInterleaved<kA>(from_a, first);
+  LoadInterleaved<kB>(from_b, second);
+  LoadInterleaved<kDest>(to, channels);
   for (size_t c = 0; c < 3; ++c) {
-    channels[c] = Blend(selected, channels[c], mix(first[c], second[c]));
+    channels[c] = IfThenElse(selected, mix(first[c], second[c]), channels[c]);
   }
-  StorePixels<kDest>(to, channels);
+  StoreInterleaved<kDest>(channels, to);
 }
 template <size_t kDest, size_t kA, size_t kB>
 void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
@@ -82,7 +84,7 @@ void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t
     WalkBlocks<kVectorBytes>(
         pixels,
         [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-          MixColours<kDest, kA, kB>(to, from_a, from_b, NotZero(FillBytes(1)), mix);
+          MixColours<kDest, kA, kB>(to, from_a, from_b, FirstN<U8>(kVectorBytes), mix);
         },
         To<kDest>{dest}, From<kA>{a}, From<kB>{b});
     return;
@@ -90,18 +92,17 @@ void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t
   WalkBlocks<kVectorBytes>(
       pixels,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, const uint8_t* from_mask) {
-        MixColours<kDest, kA, kB>(to, from_a, from_b, NotZero(Load(from_mask)), mix);
+        MixColours<kDest, kA, kB>(to, from_a, from_b, LoadU<U8>(from_mask) != Zero<U8>(), mix);
       },
       To<kDest>{dest}, From<kA>{a}, From<kB>{b}, From<1>{mask});
 }
 
 /// Mixes all bytes of the selected pixels in one part of a block.
 template <size_t kBytes, size_t kPart>
-void MixPart(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Vector mask,
-             const Mixer& mix) {
-  const Selection selected = NotZero(Repeat<kBytes, kPart>(mask));
-  const Vector mixed = mix(LoadPart<kBytes, kPart>(from_a), LoadPart<kBytes, kPart>(from_b));
-  StorePart<kBytes, kPart>(to, Blend(selected, LoadPart<kBytes, kPart>(to), mixed));
+void MixPart(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, U8 mask, const Mixer& mix) {
+  const Mask<U8> selected = Repeat<kBytes, kPart>(mask) != Zero<U8>();
+  const U8 mixed = mix(LoadPart<kBytes, kPart>(from_a), LoadPart<kBytes, kPart>(from_b));
+  StorePart<kBytes, kPart>(IfThenElse(selected, mixed, LoadPart<kBytes, kPart>(to)), to);
 }
 template <size_t kBytes>
 void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask, size_t pixels,
@@ -110,7 +111,7 @@ void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* 
   WalkBlocks<kVectorBytes>(
       pixels,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, const uint8_t* from_mask) {
-        const Vector selected = Load(from_mask);
+        const U8 selected = LoadU<U8>(from_mask);
         MixPart<kBytes, 0>(to, from_a, from_b, selected, mix);
         if constexpr (kBytes >= 3) {
           MixPart<kBytes, 1>(to, from_a, from_b, selected, mix);
@@ -124,13 +125,13 @@ void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* 
 void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const TableLookup lookup(map.table);
   WalkBlocks<kVectorBytes>(
-      count, [&](uint8_t* to, const uint8_t* from) { Store(to, lookup(Load(from))); }, To<1>{dest},
-      From<1>{source});
+      count, [&](uint8_t* to, const uint8_t* from) { StoreU(lookup(LoadU<U8>(from)), to); },
+      To<1>{dest}, From<1>{source});
 }
 void MapTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const TableLookup lookup(map.table);
   WalkBlocks<kVectorBytes>(
-      count, [&](uint8_t* to, const uint8_t* from) { StoreGreyPixels(to, lookup(Load(from))); },
+      count, [&](uint8_t* to, const uint8_t* from) { StoreRepeated3(lookup(LoadU<U8>(from)), to); },
       To<3>{dest}, From<1>{source});
 }
 void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
@@ -138,10 +139,10 @@ void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap&
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
-        Vector channels[4];
-        LoadPixels<4>(from, channels);
+        U8 channels[4];
+        LoadInterleaved<4>(from, channels);
         for (size_t c = 0; c < 3; ++c) channels[c] = lookup(channels[c]);
-        StorePixels<3>(to, channels);
+        StoreInterleaved<3>(channels, to);
       },
       To<3>{dest}, From<4>{source});
 }
@@ -151,7 +152,8 @@ void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, si
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from, const uint8_t* from_mask) {
-        Store(to, Blend(NotZero(Load(from_mask)), Load(to), lookup(Load(from))));
+        const Mask<U8> selected = LoadU<U8>(from_mask) != Zero<U8>();
+        StoreU(IfThenElse(selected, lookup(LoadU<U8>(from)), LoadU<U8>(to)), to);
       },
       To<1>{dest}, From<1>{source}, From<1>{mask});
 }
@@ -162,31 +164,33 @@ void GreyOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& 
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
-        Vector channels[kBytes];
-        LoadPixels<kBytes>(from, channels);
-        Store(to, scale(ChannelSums(channels)));
+        U8 channels[kBytes];
+        LoadInterleaved<kBytes>(from, channels);
+        StoreU(scale(ChannelSums(channels)), to);
       },
       To<1>{dest}, From<kBytes>{source});
 }
 
 /// The bytes of a block of 32-bit integers.
-Vector BytesOfWords(const uint8_t* words, const LinearMap& scale) {
+U8 BytesOfIntegers(const uint8_t* integers, const LinearMap& scale) {
   const auto bytes = [&](size_t k) {
-    return ToBytes(scale(ToFloats(Load(words + k * kVectorBytes))));
+    // The operands stand so that what is not a number gives 0.
+    const F32 scaled = scale(ConvertTo<F32>(LoadU<I32>(integers + k * kVectorBytes)));
+    return ConvertTo<I32>(Min(Max(scaled, Zero<F32>()), Set<F32>(255.0f)));
   };
-  return OrderDwords(PackWords(PackDwords(bytes(0), bytes(1)), PackDwords(bytes(2), bytes(3))));
+  return OrderedDemote4To8(bytes(0), bytes(1), bytes(2), bytes(3));
 }
 void WordsTo1(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const LinearMap scale(map);
   WalkBlocks<kVectorBytes>(
-      count, [&](uint8_t* to, const uint8_t* from) { Store(to, BytesOfWords(from, scale)); },
+      count, [&](uint8_t* to, const uint8_t* from) { StoreU(BytesOfIntegers(from, scale), to); },
       To<1>{dest}, From<4>{source});
 }
 void WordsTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const LinearMap scale(map);
   WalkBlocks<kVectorBytes>(
       count,
-      [&](uint8_t* to, const uint8_t* from) { StoreGreyPixels(to, BytesOfWords(from, scale)); },
+      [&](uint8_t* to, const uint8_t* from) { StoreRepeated3(BytesOfIntegers(from, scale), to); },
       To<3>{dest}, From<4>{source});
 }
 void WordsTo4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
@@ -194,10 +198,10 @@ void WordsTo4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
-        Vector channels[4];
-        LoadPixels<4>(to, channels);
-        channels[0] = channels[1] = channels[2] = BytesOfWords(from, scale);
-        StorePixels<4>(to, channels);
+        U8 channels[4];
+        LoadInterleaved<4>(to, channels);
+        channels[0] = channels[1] = channels[2] = BytesOfIntegers(from, scale);
+        StoreInterleaved<4>(channels, to);
       },
       To<4>{dest}, From<4>{source});
 }
@@ -205,158 +209,64 @@ void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const Scal
   const LinearMap scale(map);
   WalkBlocks<kVectorBytes / 4>(
       count,
-      [&](uint8_t* to, const uint8_t* from) { Store(to, FromZero(scale(ToFloats(Load(from))))); },
+      [&](uint8_t* to, const uint8_t* from) {
+        const F32 scaled = scale(ConvertTo<F32>(LoadU<I32>(from)));
+        const Mask<I32> below = RebindMask<I32>(scaled < Zero<F32>());
+        StoreU(IfThenElse(below, Zero<I32>(), ConvertTo<I32>(scaled)), to);
+      },
       To<4>{dest}, From<4>{source});
 }
 
 void Scale8(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset) {
-  const Vector offsets = FillDwords(static_cast<uint32_t>(offset));
+  const I32 offsets = Set<I32>(offset);
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
         const auto scaled = [&](size_t k) {
-          return AddDwords(ScaleDwords(Load(from + k * kVectorBytes), factor), offsets);
+          return MulTruncated(LoadU<I32>(from + k * kVectorBytes), factor) + offsets;
         };
-        Store(to, OrderDwords(PackWords(PackDwords(scaled(0), scaled(1)),
-                                        PackDwords(scaled(2), scaled(3)))));
+        StoreU(OrderedDemote4To8(scaled(0), scaled(1), scaled(2), scaled(3)), to);
       },
       To<1>{dest}, From<4>{source});
 }
 
-#else
-
-void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
-  for (size_t i = 0; i < count; ++i) dest[i] = ClampToByte(a[i] + b[i]);
+/// The lowest level goes one by one.
+template <typename Row>
+constexpr Row Choose(Row vectors, Row singly) {
+  return kVectorBytes > 16 ? vectors : singly;
 }
-void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
-                const uint8_t* table) {
-  for (size_t i = 0; i < count; ++i) dest[i] = table[a[i] + b[i]];
-}
-
-template <bool kAbsolute, size_t kBytes>
-uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count, uint8_t alpha) {
-  uint64_t tally = 0;
-  for (size_t i = 0; i < kBytes * count; ++i) {
-    if (kBytes == 4 && i % 4 == 3) {
-      dest[i] = alpha;
-      continue;
-    }
-    int d = a[i] - b[i];
-    if (d < 0) d = kAbsolute ? -d : 0;
-    tally += d >= 2;
-    dest[i] = static_cast<uint8_t>(d);
-  }
-  return tally;
-}
-
-void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
-         const MixWeights& weights) {
-  for (size_t i = 0; i < count; ++i) dest[i] = weights(a[i], b[i]);
-}
-template <size_t kDest, size_t kA, size_t kB, size_t kComputed = 3>
-void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
-                size_t pixels, const MixWeights& weights) {
-  for (size_t i = 0; i < pixels; ++i) {
-    if (mask != nullptr && mask[i] == 0) continue;
-    for (size_t c = 0; c < kComputed; ++c) {
-      dest[kDest * i + c] = weights(a[kA * i + c], b[kB * i + c]);
-    }
-  }
-}
-template <size_t kBytes>
-constexpr auto MixWhere = MixColours<kBytes, kBytes, kBytes, kBytes>;
-
-void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  for (size_t i = 0; i < count; ++i) dest[i] = map.table[source[i]];
-}
-void MapTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  for (size_t i = 0; i < count; ++i) {
-    dest[3 * i] = dest[3 * i + 1] = dest[3 * i + 2] = map.table[source[i]];
-  }
-}
-void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = map.table[source[4 * i + c]];
-  }
-}
-void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, size_t count,
-                   const ScaleMap& map) {
-  for (size_t i = 0; i < count; ++i) {
-    if (mask[i] != 0) dest[i] = map.table[source[i]];
-  }
-}
-
-template <size_t kBytes>
-void GreyOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  for (size_t i = 0; i < count; ++i) {
-    const uint8_t* const pixel = source + kBytes * i;
-    dest[i] = TruncateToByte(map(static_cast<float>(pixel[0] + pixel[1] + pixel[2])));
-  }
-}
-
-inline int32_t WordAt(const uint8_t* row, size_t i) {
-  int32_t word;
-  __builtin_memcpy(&word, row + 4 * i, sizeof(word));
-  return word;
-}
-/// The byte of an integer into the first `kCopies` of `kBytes`.
-template <size_t kBytes, size_t kCopies>
-void WordsTo(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  for (size_t i = 0; i < count; ++i) {
-    const uint8_t byte = TruncateToByte(map(static_cast<float>(WordAt(source, i))));
-    for (size_t c = 0; c < kCopies; ++c) dest[kBytes * i + c] = byte;
-  }
-}
-constexpr auto WordsTo1 = WordsTo<1, 1>;
-constexpr auto WordsTo3 = WordsTo<3, 3>;
-constexpr auto WordsTo4 = WordsTo<4, 3>;
-void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  for (size_t i = 0; i < count; ++i) {
-    const int32_t word = TruncateFromZero(map(static_cast<float>(WordAt(source, i))));
-    __builtin_memcpy(dest + 4 * i, &word, sizeof(word));
-  }
-}
-
-void Scale8(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset) {
-  for (size_t i = 0; i < count; ++i) {
-    const int32_t product = TruncateToInt(static_cast<double>(WordAt(source, i)) * factor);
-    dest[i] = ClampToByte(WrapAdd(product, offset));
-  }
-}
-
-#endif
-
 template <size_t kDest, size_t kA, size_t kB>
-constexpr ArithmeticKernels::MixPixels kMixColours = {kDest, kA, kB, 3, &MixColours<kDest, kA, kB>};
+constexpr ArithmeticKernels::MixPixels kMixColours = {
+    kDest, kA, kB, 3, Choose(&MixColours<kDest, kA, kB>, &one_by_one::MixColours<kDest, kA, kB>)};
 template <size_t kBytes>
-constexpr ArithmeticKernels::MixPixels kMixWhere = {kBytes, kBytes, kBytes, kBytes,
-                                                    MixWhere<kBytes>};
+constexpr ArithmeticKernels::MixPixels kMixWhere = {
+    kBytes, kBytes, kBytes, kBytes, Choose(&MixWhere<kBytes>, one_by_one::MixWhere<kBytes>)};
 
 }  // namespace
 
 extern const ArithmeticKernels kArithmeticKernels;
 constinit const ArithmeticKernels kArithmeticKernels = {
-    .add = &Add,
-    .add_by_table = &AddByTable,
-    .subtract_bytes = &Subtract<false, 1>,
-    .difference_bytes = &Subtract<true, 1>,
-    .subtract_pixels = &Subtract<false, 4>,
-    .difference_pixels = &Subtract<true, 4>,
-    .mix = &Mix,
+    .add = Choose(&Add, &one_by_one::Add),
+    .add_by_table = Choose(&AddByTable, &one_by_one::AddByTable),
+    .subtract_bytes = Choose(&Subtract<false, 1>, &one_by_one::Subtract<false, 1>),
+    .difference_bytes = Choose(&Subtract<true, 1>, &one_by_one::Subtract<true, 1>),
+    .subtract_pixels = Choose(&Subtract<false, 4>, &one_by_one::Subtract<false, 4>),
+    .difference_pixels = Choose(&Subtract<true, 4>, &one_by_one::Subtract<true, 4>),
+    .mix = Choose(&Mix, &one_by_one::Mix),
     .mix_pixels = {kMixWhere<1>, kMixWhere<3>, kMixWhere<4>, kMixColours<3, 3, 4>,
                    kMixColours<3, 4, 3>, kMixColours<3, 4, 4>, kMixColours<4, 3, 3>,
                    kMixColours<4, 3, 4>, kMixColours<4, 4, 3>, kMixColours<4, 4, 4>},
-    .map_bytes = &MapBytes,
-    .map_to_3 = &MapTo3,
-    .map_4_to_3 = &Map4To3,
-    .grey_of_3 = &GreyOf<3>,
-    .grey_of_4 = &GreyOf<4>,
-    .words_to_1 = WordsTo1,
-    .words_to_3 = WordsTo3,
-    .words_to_4 = WordsTo4,
-    .words_to_words = &WordsToWords,
-    .map_bytes_where = &MapBytesWhere,
-    .scale8 = &Scale8,
+    .map_bytes = Choose(&MapBytes, &one_by_one::MapBytes),
+    .map_to_3 = Choose(&MapTo3, &one_by_one::MapTo3),
+    .map_4_to_3 = Choose(&Map4To3, &one_by_one::Map4To3),
+    .grey_of_3 = Choose(&GreyOf<3>, &one_by_one::GreyOf<3>),
+    .grey_of_4 = Choose(&GreyOf<4>, &one_by_one::GreyOf<4>),
+    .words_to_1 = Choose(&WordsTo1, one_by_one::WordsTo1),
+    .words_to_3 = Choose(&WordsTo3, one_by_one::WordsTo3),
+    .words_to_4 = Choose(&WordsTo4, one_by_one::WordsTo4),
+    .words_to_words = Choose(&WordsToWords, &one_by_one::WordsToWords),
+    .map_bytes_where = Choose(&MapBytesWhere, &one_by_one::MapBytesWhere),
+    .scale8 = Choose(&Scale8, &one_by_one::Scale8),
 };
 
 }  // namespace qel::QEL_LEVEL

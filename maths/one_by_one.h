@@ -1,0 +1,116 @@
+#ifndef QEL_MATHS_ONE_BY_ONE_H_
+#define QEL_MATHS_ONE_BY_ONE_H_
+
+#include "maths/arithmetic_kernels.h"
+
+// The arithmetic kernels one pixel after the other, whatever rows share memory and however large
+// sums become: what the lowest level is asked for. Internal linkage, for kernel sources.
+
+namespace qel::QEL_LEVEL {
+namespace {
+namespace one_by_one {
+
+void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
+  for (size_t i = 0; i < count; ++i) dest[i] = ClampToByte(a[i] + b[i]);
+}
+void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+                const uint8_t* table) {
+  for (size_t i = 0; i < count; ++i) dest[i] = table[a[i] + b[i]];
+}
+
+template <bool kAbsolute, size_t kBytes>
+uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count, uint8_t alpha) {
+  uint64_t tally = 0;
+  for (size_t i = 0; i < kBytes * count; ++i) {
+    if (kBytes == 4 && i % 4 == 3) {
+      dest[i] = alpha;
+      continue;
+    }
+    int d = a[i] - b[i];
+    if (d < 0) d = kAbsolute ? -d : 0;
+    tally += d >= 2;
+    dest[i] = static_cast<uint8_t>(d);
+  }
+  return tally;
+}
+
+void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+         const MixWeights& weights) {
+  for (size_t i = 0; i < count; ++i) dest[i] = weights(a[i], b[i]);
+}
+template <size_t kDest, size_t kA, size_t kB, size_t kComputed = 3>
+void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
+                size_t pixels, const MixWeights& weights) {
+  for (size_t i = 0; i < pixels; ++i) {
+    if (mask != nullptr && mask[i] == 0) continue;
+    for (size_t c = 0; c < kComputed; ++c) {
+      dest[kDest * i + c] = weights(a[kA * i + c], b[kB * i + c]);
+    }
+  }
+}
+template <size_t kBytes>
+constexpr auto MixWhere = MixColours<kBytes, kBytes, kBytes, kBytes>;
+
+void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  for (size_t i = 0; i < count; ++i) dest[i] = map.table[source[i]];
+}
+void MapTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  for (size_t i = 0; i < count; ++i) {
+    dest[3 * i] = dest[3 * i + 1] = dest[3 * i + 2] = map.table[source[i]];
+  }
+}
+void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = map.table[source[4 * i + c]];
+  }
+}
+void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, size_t count,
+                   const ScaleMap& map) {
+  for (size_t i = 0; i < count; ++i) {
+    if (mask[i] != 0) dest[i] = map.table[source[i]];
+  }
+}
+
+template <size_t kBytes>
+void GreyOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t* const pixel = source + kBytes * i;
+    dest[i] = TruncateToByte(map(static_cast<float>(pixel[0] + pixel[1] + pixel[2])));
+  }
+}
+
+inline int32_t WordAt(const uint8_t* row, size_t i) {
+  int32_t word;
+  __builtin_memcpy(&word, row + 4 * i, sizeof(word));
+  return word;
+}
+/// The byte of an integer into the first `kCopies` of `kBytes`.
+template <size_t kBytes, size_t kCopies>
+void WordsTo(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t byte = TruncateToByte(map(static_cast<float>(WordAt(source, i))));
+    for (size_t c = 0; c < kCopies; ++c) dest[kBytes * i + c] = byte;
+  }
+}
+constexpr auto WordsTo1 = WordsTo<1, 1>;
+constexpr auto WordsTo3 = WordsTo<3, 3>;
+constexpr auto WordsTo4 = WordsTo<4, 3>;
+void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  for (size_t i = 0; i < count; ++i) {
+    const int32_t word = TruncateFromZero(map(static_cast<float>(WordAt(source, i))));
+    __builtin_memcpy(dest + 4 * i, &word, sizeof(word));
+  }
+}
+
+void Scale8(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset) {
+  for (size_t i = 0; i < count; ++i) {
+    const int32_t product = TruncateToInt(static_cast<double>(WordAt(source, i)) * factor);
+    dest[i] = ClampToByte(WrapAdd(product, offset));
+  }
+}
+
+}  // namespace one_by_one
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif  // QEL_MATHS_ONE_BY_ONE_H_
