@@ -4,41 +4,47 @@
 // Vectors for kernel sources, which are compiled once per processor level. A kernel includes this
 // header, or one of those that stand on it, and knows neither levels nor instructions.
 //
-// Types. `U8`, `I8`, `U16`, `I16`, `U32`, `I32`, `U64`, `F32`, `F64` are vectors of as many such
+// Types: `U8`, `I8`, `U16`, `I16`, `U32`, `I32`, `U64`, `F32`, `F64` are vectors of as many such
 // lanes as a register of the level holds: `U8::kLanes`, `kVectorBytes`. A block is 16 bytes of a
 // vector; where a function says so, it works within each block. `Half<V>` has half the lanes of
 // `V`.
 //
-// Words. Names and the order of arguments are those of the well-known portable library, with the
-// type as a template argument in place of a tag:
-//   memory        LoadU<V>(from)  StoreU(v, to)  LoadDup128<V>(from)  LoadBlocks<V>(from, stride)
-//                 StoreBlocks(v, to, stride)  MaskedLoad<V>(mask, from)  BlendedStore(v, mask, to)
-//   constants     Zero<V>()  Set<V>(value)  Iota<V>(first)
-//   lanes         + - * / & | ^ ~  Min Max Abs Sqrt  SaturatedAdd SaturatedSub AverageRound MulHigh
-//                 MulAdd MulSub  ShiftLeft<bits> ShiftRight<bits> ShiftRightSame(v, bits)
-//   neighbours    SatWidenMulPairwiseAdd(u8, i8)  WidenMulPairwiseAdd(i16, i16)
-//                 SumOfMulQuadAccumulate(u8, i8, sum)  SumsOf8(u8)  ReduceSum(v)
-//   masks         == != < <= > >= make a `Mask<V>`; & | ^ ~  IfThenElse(mask, yes, no)
-//                 IfNegativeThenElse(v, yes, no)  FirstN<V>(count)  BitsFromMask  CountTrue
-//                 AllFalse VecFromMask<V>  MaskFromVec  RebindMask<To>
-//   conversions   BitCast<To>  ConvertTo<To>  ReorderDemote2To<To>(a, b)  LowerHalf UpperHalf
-//   Combine within blocks InterleaveLower InterleaveUpper  TableLookupBytesOr0(bytes, places)
-//                 CombineShiftRightBytes<bytes>(upper, lower)
-//   anywhere      TableLookupLanes(v, places)  TwoTablesLookupLanes(a, b, places)
-//                 NextBlocks(upper, lower)
-// Every function is there at every level and gives the same. What a level has no instruction for
-// takes as long as plain loops; where another way is then quicker, kernels ask one of
-//   kHasTableLookupBytes   TableLookupBytesOr0, SatWidenMulPairwiseAdd and shifts of bytes in
-//   blocks kHasByteLookup         TableLookupLanes and TwoTablesLookupLanes of bytes
-//   kHasDotProducts        SumOfMulQuadAccumulate
-//   kHasMaskedMemory       MaskedLoad, BlendedStore; masks as bits
-//   kHasFusedMulAdd        MulAdd and MulSub round once
-// by `if constexpr`.
+// Words: names and the order of arguments are those of the well-known portable library, with the
+// type as a template argument in place of a tag.
+// - Memory: LoadU<V>(from), StoreU(v, to), LoadDup128<V>(from), LoadBlocks<V>(from, stride),
+//   StoreBlocks(v, to, stride), MaskedLoad<V>(mask, from), BlendedStore(v, mask, to).
+// - Constants: Zero<V>(), Set<V>(value), Iota<V>(first).
+// - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
+//   MulAdd, MulSub, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
+// - Neighbours: SatWidenMulPairwiseAdd(u8, i8), WidenMulPairwiseAdd(i16, i16),
+//   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8), ReduceSum(v).
+// - Masks: == != < <= > >= make a `Mask<V>`; & | ^ ~, IfThenElse(mask, yes, no),
+//   IfThenZeroElse(mask, no), IfNegativeThenElse(v, yes, no), FirstN<V>(count), CountTrue,
+//   AllFalse, MaskFromBits<V, bits>(), BitsFromMask, MaskFromVec, VecFromMask, RebindMask<To>.
+// - Conversions: BitCast<To>(v), ConvertTo<To>(v), ReorderDemote2To<To>(a, b), LowerHalf(v),
+//   UpperHalf(v), Combine(upper, lower).
+// - Within blocks: InterleaveLower(a, b), InterleaveUpper(a, b), TableLookupBytesOr0(bytes,
+// places),
+//   CombineShiftRightBytes<bytes>(upper, lower).
+// - Anywhere: TableLookupLanes(v, places), TwoTablesLookupLanes(a, b, places),
+//   NextBlocks(upper, lower).
 //
-// Built on these: simd/interleaved.h (channels apart and together), simd/table_lookup.h (tables of
-// 256 bytes), simd/window.h (windows of a few columns), simd/row_walk.h (rows in blocks).
+// Every function is there at every level and gives the same, but for the rounding of MulAdd and
+// MulSub. What a level has no instruction for takes as long as plain loops; where another way is
+// then quicker, kernels ask, with `if constexpr`, for
+// - kHasTableLookupBytes: TableLookupBytesOr0, SatWidenMulPairwiseAdd, shifts of bytes in blocks;
+// - kHasByteLookup: TableLookupLanes and TwoTablesLookupLanes of bytes;
+// - kHasDotProducts: SumOfMulQuadAccumulate;
+// - kHasMaskedMemory: MaskedLoad and BlendedStore; masks are bits then;
+// - kHasFusedMulAdd: MulAdd and MulSub round once.
 //
-// Everything has internal linkage: the linker must not pick one level's copy for all.
+// Built on these: simd/convert.h (conversions of several steps), simd/interleaved.h (channels apart
+// and together), simd/table_lookup.h (tables of 256 bytes), simd/row_walk.h (rows in blocks).
+//
+// The functions stand in simd/levels: vec.h and lane_masks.h in plain C++ for all levels, x86.h and
+// the files of the levels where the compiler makes too little of that. A new word goes into vec.h,
+// into the levels that have an instruction, and into tests/simd/primitives_kernels.cpp. Everything
+// has internal linkage: the linker must not pick one level's copy for all.
 
 #include <cstddef>
 

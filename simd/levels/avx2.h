@@ -21,6 +21,14 @@ template <typename To>
 requires(std::is_same_v<To, Half<I32>>) QEL_SIMD_INLINE To ConvertTo(F64 v) {
   return As<To>(_mm256_cvttpd_epi32(v.raw));
 }
+template <typename To>
+requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<I32> v) {
+  return {_mm256_cvtepi32_pd(reinterpret_cast<__m128i>(v.raw))};
+}
+template <typename To>
+requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<F32> v) {
+  return {_mm256_cvtps_pd(v.raw)};
+}
 QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm_sqrt_ps(v.raw)}; }
 template <typename T>
 QEL_SIMD_INLINE Vec<T, 16> LowerHalf(Vec<T, 32> v) {

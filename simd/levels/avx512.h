@@ -117,6 +117,11 @@ QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
     return As<V>(_mm512_mask_blend_epi64(mask.raw, Bits(no), Bits(yes)));
   }
 }
+/// 0 where true.
+template <typename V>
+QEL_SIMD_INLINE V IfThenZeroElse(Mask<V> mask, V no) {
+  return IfThenElse(~mask, no, Zero<V>());
+}
 /// All bits of the lanes that are true.
 template <typename V>
 QEL_SIMD_INLINE V VecFromMask(Mask<V> mask) {
@@ -159,6 +164,14 @@ QEL_SIMD_INLINE void BlendedStore(V v, Mask<V> mask, void* to) {
 template <typename To>
 requires(std::is_same_v<To, Half<I32>>) QEL_SIMD_INLINE To ConvertTo(F64 v) {
   return As<To>(_mm512_cvttpd_epi32(v.raw));
+}
+template <typename To>
+requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<I32> v) {
+  return {_mm512_cvtepi32_pd(reinterpret_cast<__m256i>(v.raw))};
+}
+template <typename To>
+requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<F32> v) {
+  return {_mm512_cvtps_pd(v.raw)};
 }
 QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm256_sqrt_ps(v.raw)}; }
 QEL_SIMD_INLINE F32 MulAdd(F32 mul, F32 x, F32 add) {

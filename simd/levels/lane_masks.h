@@ -78,6 +78,11 @@ template <typename V>
 QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
   return {mask.raw ? yes.raw : no.raw};
 }
+/// 0 where true.
+template <typename V>
+QEL_SIMD_INLINE V IfThenZeroElse(Mask<V> mask, V no) {
+  return no & ~VecFromMask(mask);
+}
 /// `yes` where the highest bit of a lane is set.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> IfNegativeThenElse(Vec<T, n> v, Vec<T, n> yes, Vec<T, n> no) {

@@ -21,6 +21,10 @@ template <typename To>
 requires(std::is_same_v<To, Half<I32>>) QEL_SIMD_INLINE To ConvertTo(F64 v) {
   return LowerHalf(As<I32>(_mm_cvttpd_epi32(v.raw)));
 }
+template <typename To>
+requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<I32> v) {
+  return {_mm_cvtepi32_pd(Bits(Combine(v, v)))};
+}
 template <typename V>
 requires(V::kBytes == 16) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   if constexpr (V::kLanes == 2) {

@@ -210,6 +210,10 @@ const Primitive kAll[] = {
            return bits;
          }()),
     CASE(I16, I16, VecFromMask(a < b), a[i] < b[i] ? -1 : 0),
+    CASE(I32, I32, IfThenZeroElse(a < b, c), a[i] < b[i] ? 0 : c[i]),
+    CASE(U8, I32, BitCast<U8>(OrderedDemote4To8(a, b, c, d)), Clamped<uint8_t>(a[i])),
+    CASE(I32, I32, MulTruncated(a, 1.0e-3), Truncated(a[i] * 1.0e-3)),
+    CASE(I32, I32, MulTruncated(a, 1.7f), Truncated(static_cast<float>(a[i]) * 1.7f)),
     CASE(U8, U8, IfThenElse(MaskFromVec(VecFromMask(a < b)), a, c), a[i] < b[i] ? a[i] : c[i]),
     CASE(U8, U8, IfThenElse(FirstN<U8>(a.raw[0] % (n + 2)), a, b),
          i < a[0] % (n + 2) ? a[i] : b[i]),
