@@ -7,7 +7,7 @@
 namespace qel {
 
 /// Per-pixel tone, colour and alpha operations; see `IQELColorTransform`.
-class CQELColorTransform final : public Component<CQELColorTransform, IQELColorTransform> {
+class CQELColorTransform : public Component<CQELColorTransform, IQELColorTransform> {
  public:
   static constexpr tagREFString m_ObjectName = RefString(kColorTransformName);
 
@@ -23,6 +23,9 @@ class CQELColorTransform final : public Component<CQELColorTransform, IQELColorT
   result_t SetImageAlphaTransparency(IQEL* image, int alpha, uint32_t key) override;
   result_t SetImageTransparentPixel(IQEL* image, uint32_t key) override;
   result_t Threshold(IQEL* image, int level) override;
+
+ protected:
+  ~CQELColorTransform() = default;
 };
 static_assert(sizeof(CQELColorTransform) == 4 * sizeof(void*), "part of the object layout");
 

@@ -104,12 +104,12 @@ SmartPtr<ICreatableString> CREFString::CreateString() {
     SmartPtr<IComponentString> locator = Instantiate<IComponentString>(
         MODULECreateFunction(RefString(kCollectionsExModule), RefString(kLocatorName)));
     if (!locator) return {};
-    // Kept for the life of the process: this reference is never given back, only the holder's is.
-    locator->AddRef();
     // Complete before it is published: another thread may be waiting for the same locator.
     locator->SetPart(kLocatorModule, RefString(kCollectionsModule));
     locator->SetPart(kLocatorComponent, RefString(kStringName));
-    gStringComponent.FillOnce(std::move(locator));
+    IComponentString* const made = locator.Get();
+    // Kept for the life of the process: this reference is never given back, only the holder's is.
+    if (gStringComponent.FillOnce(std::move(locator))) made->AddRef();
   }
   SmartPtr<ICreatableString> string;
   gStringComponent.Get()->CreateInstance(&IID_ICreatableString, string.PutVoid());

@@ -23,12 +23,14 @@ class LazyHolder {
   /// A reference of the caller's own, or empty.
   [[nodiscard]] SmartPtr<T> Share() const { return SmartPtr<T>::Retain(Get()); }
 
-  /// Keeps `pointer` if nothing is held yet.
-  void FillOnce(SmartPtr<T> pointer) {
+  /// Keeps `pointer` and returns true if nothing is held yet.
+  bool FillOnce(SmartPtr<T> pointer) {
     T* empty = nullptr;
-    if (pointer_.compare_exchange_strong(empty, pointer.Get(), std::memory_order_acq_rel)) {
-      [[maybe_unused]] T* const kept = pointer.Detach();
+    if (!pointer_.compare_exchange_strong(empty, pointer.Get(), std::memory_order_acq_rel)) {
+      return false;
     }
+    [[maybe_unused]] T* const kept = pointer.Detach();
+    return true;
   }
 
   /// Releases what is held, with the holder already empty, and then holds `pointer`.

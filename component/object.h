@@ -41,12 +41,8 @@ class CObject : public IUnknown {
   uint32_t ReleaseReference();
 
  private:
-  /// Deletes what `_CreateInstance` made, which is exactly a `T`: the fixed order of the tables has
-  /// no place for virtual destructors, and not every `T` is final.
-  static void Delete(T* object) {
-    object->T::~T();
-    operator delete(object);
-  }
+  /// What is created and deleted as a `T`.
+  struct Whole;
 
   std::atomic<uint32_t> count_{1};
 };
@@ -66,6 +62,10 @@ class IObjectInfoImpl : public IObjectInfo {
 };
 
 /// The bases of component class `T` with interface `Interface`, in the order of the object layout.
+///
+/// No `T` is final: operations that build on another one of their class call it through the
+/// object's table, where whoever replaces a slot changes them too; of a final class the compiler
+/// would know the function. Tables have no place for a destructor, so that of `T` is protected.
 template <typename T, typename Interface>
 class Component : public CObject<T>, public IObjectInfoImpl<T>, public Interface {
  public:
@@ -93,13 +93,16 @@ class Component : public CObject<T>, public IObjectInfoImpl<T>, public Interface
 };
 
 template <typename T>
+struct CObject<T>::Whole final : T {};
+
+template <typename T>
 uint32_t CObject<T>::ReleaseReference() {
   // The decision follows the value that the decrement itself brings: a second read could see zero
   // in two threads at once.
   const uint32_t count = count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
   if (count != 0) return count;
   FinalRelease();
-  Delete(static_cast<T*>(this));
+  delete static_cast<Whole*>(this);
   return 0;
 }
 
@@ -108,7 +111,7 @@ result_t CObject<T>::_CreateInstance(void* /*reserved*/, const IID* iid, void** 
   if (object == nullptr) return kNullOutput;
   *object = nullptr;
   if (iid == nullptr) return kNoInterface;
-  T* const created = new (std::nothrow) T;
+  auto* const created = new (std::nothrow) Whole;
   if (created == nullptr) return kFail;
   const result_t result = created->QueryInterface(*iid, object);
   if (result == kOk) {
@@ -116,7 +119,7 @@ result_t CObject<T>::_CreateInstance(void* /*reserved*/, const IID* iid, void** 
     return kOk;
   }
   created->FinalRelease();
-  Delete(created);
+  delete created;
   return result;
 }
 

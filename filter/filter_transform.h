@@ -6,13 +6,7 @@
 
 namespace qel {
 
-// Objects are deleted as what they were created as; see `CObject`.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-
 /// Neighbourhood filters; see `IQELFilterTransform`, whose functions stand in another order.
-/// Not final: the fixed filters call `Filter` through the table, so that whoever replaces it there
-/// changes them too.
 class CQELFilterTransform : public Component<CQELFilterTransform, IQELFilterTransform> {
  public:
   static constexpr tagREFString m_ObjectName = RefString(kFilterTransformName);
@@ -37,10 +31,10 @@ class CQELFilterTransform : public Component<CQELFilterTransform, IQELFilterTran
   /// Result: kOk; kInvalidArgument for a null image; kFail when the host makes no image.
   virtual result_t Kernel(IQEL* image, int16_t* kernel, int size, int divisor, int offset,
                           IQEL** result);
+
+ protected:
+  ~CQELFilterTransform() = default;
 };
-
-#pragma GCC diagnostic pop
-
 static_assert(sizeof(CQELFilterTransform) == 4 * sizeof(void*), "part of the object layout");
 
 }  // namespace qel

@@ -2,7 +2,7 @@
 
 namespace qel {
 
-// Each of these hands a kernel of its own to `Filter`, which a derived class may replace.
+// Each of these hands a kernel of its own to `Filter`.
 
 result_t CQELFilterTransform::Emboss(IQEL* image, IQEL** result) {
   int kernel[] = {0, 0, -1,  //

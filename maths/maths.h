@@ -7,7 +7,7 @@
 namespace qel {
 
 /// Pixel arithmetic between images; see `IQELMaths`.
-class CQELMaths final : public Component<CQELMaths, IQELMaths> {
+class CQELMaths : public Component<CQELMaths, IQELMaths> {
  public:
   static constexpr tagREFString m_ObjectName = RefString(kMathsName);
 
@@ -21,6 +21,9 @@ class CQELMaths final : public Component<CQELMaths, IQELMaths> {
   result_t CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int colour_model) override;
   result_t Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) override;
   result_t Scale8(IQELImage* dest, IQEL* source, int offset, double factor) override;
+
+ protected:
+  ~CQELMaths() = default;
 };
 static_assert(sizeof(CQELMaths) == 4 * sizeof(void*), "part of the object layout");
 

@@ -7,7 +7,7 @@
 namespace qel {
 
 /// Geometric operations; see `IQELTransform`. The last two are reachable inside the module only.
-class CQELImageTransform final : public Component<CQELImageTransform, IQELTransform> {
+class CQELImageTransform : public Component<CQELImageTransform, IQELTransform> {
  public:
   static constexpr tagREFString m_ObjectName = RefString(kTransformName);
 
@@ -40,6 +40,9 @@ class CQELImageTransform final : public Component<CQELImageTransform, IQELTransf
   /// Fills zero samples of `image` from their neighbours, in place.
   /// Result: kOk; kFail at other depths than 8, 24 and 32 bits.
   virtual result_t FillVoids(IQEL* image);
+
+ protected:
+  ~CQELImageTransform() = default;
 };
 static_assert(sizeof(CQELImageTransform) == 4 * sizeof(void*), "part of the object layout");
 

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "color/color_transform.h"
 #include "filter/filter_transform.h"
@@ -222,6 +224,82 @@ TEST_F(Abi, CallsOperationsThroughBothTables) {
     EXPECT_EQ(pixel, 170) << "Light";
     EXPECT_EQ(CallSlot(object, first + 1, argument, &table[0]), kOk);
     EXPECT_EQ(pixel, 0) << "Lut";
+  }
+}
+
+/// The primary table of an object, replaced by a copy in which one slot counts its calls.
+class CountedSlot {
+ public:
+  static constexpr result_t kCode = static_cast<result_t>(0x80045678u);
+
+  CountedSlot(IUnknown* object, size_t slot)
+      : object_(QueryFor<IUnknown>(object)),
+        table_(*reinterpret_cast<void***>(object_.Get())),
+        copy_(table_ - kTypeSlots, table_ + slot + 1) {
+    calls = 0;
+    copy_[kTypeSlots + slot] = reinterpret_cast<void*>(&Count);
+    *reinterpret_cast<void***>(object_.Get()) = copy_.data() + kTypeSlots;
+  }
+  ~CountedSlot() { *reinterpret_cast<void***>(object_.Get()) = table_; }
+
+  static int calls;
+
+ private:
+  static constexpr size_t kTypeSlots = 2;  // what describes the type stands before the first slot
+  static result_t Count(void* /*object*/) {
+    ++calls;
+    return kCode;
+  }
+
+  SmartPtr<IUnknown> object_;
+  void** table_;
+  std::vector<void*> copy_;
+};
+int CountedSlot::calls = 0;
+
+// Whoever replaces an operation in the table of an object changes those that build on it as well.
+TEST_F(Abi, OperationsCallEachOtherThroughTheTable) {
+  initialize_(nullptr, TestHost::Instance().collection());
+  Rng rng(1);
+  const auto image = TestImage::Make(Raster(rng, 9, 9, 24, kModelBgr, {}));
+  IQEL* const i = image.Get();
+  SmartPtr<IQEL> out;
+  const auto color = Create<IQELColorTransform>(RefString(kColorTransformName));
+  const auto transform = Create<IQELTransform>(RefString(kTransformName));
+  const auto filter = Create<IQELFilterTransform>(RefString(kFilterTransformName));
+  struct Stay final : ITransform {
+    result_t QueryInterface(const IID&, void**) override { return kNoInterface; }
+    uint32_t AddRef() override { return 1; }
+    uint32_t Release() override { return 1; }
+    result_t TransformPoint(double*, double*, double*) override { return kOk; }
+  } stay;
+  constexpr size_t kLut = 8, kGrayScale = 10, kRotate4 = 19, kFillVoids = 20, kFilter = 16;
+  constexpr result_t kPassedOn = CountedSlot::kCode;
+  const struct {
+    const char* caller;
+    IUnknown* object;
+    size_t callee;
+    result_t code;
+    std::function<result_t()> call;
+  } cases[] = {
+      {"Light", color.Get(), kLut, kPassedOn, [&] { return color->Light(i, 9, 9); }},
+      {"Gamma", color.Get(), kLut, kPassedOn, [&] { return color->Gamma(i, 2); }},
+      {"Threshold", color.Get(), kGrayScale, kOk, [&] { return color->Threshold(i, 9); }},
+      {"Rotate", transform.Get(), kRotate4, kPassedOn,
+       [&] { return transform->Rotate(i, out.Put(), 90, 0, 0, 0); }},
+      {"TransformPaste", transform.Get(), kFillVoids, kOk,
+       [&] { return transform->TransformPaste(&stay, i, i, 0, 0, 1, 0); }},
+      {"Emboss", filter.Get(), kFilter, kPassedOn, [&] { return filter->Emboss(i, out.Put()); }},
+      {"Blur", filter.Get(), kFilter, kPassedOn, [&] { return filter->Blur(i, out.Put()); }},
+      {"Soften", filter.Get(), kFilter, kPassedOn, [&] { return filter->Soften(i, out.Put()); }},
+      {"Sharpen", filter.Get(), kFilter, kPassedOn, [&] { return filter->Sharpen(i, out.Put()); }},
+      {"GaussianBlur", filter.Get(), kFilter, kPassedOn,
+       [&] { return filter->GaussianBlur(i, 1, out.Put()); }},
+  };
+  for (const auto& c : cases) {
+    const CountedSlot slot(c.object, c.callee);
+    EXPECT_EQ(c.call(), c.code) << c.caller;
+    EXPECT_EQ(CountedSlot::calls, 1) << c.caller;
   }
 }
 

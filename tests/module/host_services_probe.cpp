@@ -2,6 +2,7 @@
 // find they keep. Prints what came back, one word per step.
 
 #include <cstdio>
+#include <functional>
 #include <string>
 
 #include "component/host_services.h"
@@ -37,6 +38,26 @@ class CountingCollection final : public host::HostObject<IComponentCollection> {
   SmartPtr<host::HostCollection> inner_ = host::HostCollection::MakeWithImages();
 };
 
+/// A locator that calls back while its parts are set.
+class WatchedLocator final : public host::HostObject<IComponentString> {
+ public:
+  static inline int live = 0;
+  static inline std::function<void(int part)> on_part;
+
+  WatchedLocator() { ++live; }
+  ~WatchedLocator() override { --live; }
+  result_t ReservedSlot3() override { return kFail; }
+  result_t ReservedSlot4() override { return kFail; }
+  result_t CreateInstance(const IID*, void** object) override {
+    *object = nullptr;
+    return kFail;
+  }
+  result_t SetPart(int part, tagREFString) override {
+    if (on_part) on_part(part);
+    return kOk;
+  }
+};
+
 /// Images on both roads, twice.
 void MakeImages() {
   const auto plain = QELObject::CreateImage();
@@ -62,6 +83,37 @@ void NoStrings() {
   collection->OfferImages({});
   gGlobalComponentCollection.Replace(SmartPtr<IComponentCollection>::Retain(collection.Get()));
   MakeImages();
+}
+
+/// Whether the string locator of the sibling module leaves references behind: when one of its parts
+/// cannot be set, and when the holder is filled meanwhile.
+void Locator() {
+  const auto collection = host::HostCollection::Make();
+  SmartPtr<IComponentString> last;
+  collection->Offer(L"ComponentString", [&](const IID&, void** object) {
+    last = SmartPtr<IComponentString>::Adopt(new WatchedLocator);
+    *object = SmartPtr<IComponentString>::Retain(last.Get()).Detach();
+    return kOk;
+  });
+  gGlobalComponentCollection.Replace(SmartPtr<IComponentCollection>::Retain(collection.Get()));
+  for (const int failing : {kLocatorModule, kLocatorComponent}) {
+    WatchedLocator::on_part = [=](int part) {
+      if (part == failing) throw part;
+    };
+    try {
+      CREFString::CreateString();
+    } catch (int part) {
+      last.Reset();
+      std::printf("part %d thrown, %d left\n", part, WatchedLocator::live);
+    }
+  }
+  WatchedLocator::on_part = [](int) {
+    WatchedLocator::on_part = nullptr;
+    CREFString::CreateString();
+  };
+  CREFString::CreateString();
+  last->AddRef();
+  std::printf("%d left with %u references\n", WatchedLocator::live, last->Release() - 1);
 }
 
 void Given() {
@@ -97,6 +149,7 @@ int main(int argc, char** argv) {
   if (scenario == "lazy") qel::Lazy();
   if (scenario == "given") qel::Given();
   if (scenario == "no-strings") qel::NoStrings();
+  if (scenario == "locator") qel::Locator();
   if (scenario == "names") qel::Names();
   return 0;
 }

@@ -12,8 +12,8 @@ namespace {
 /// Runs scenarios of the probe in a working directory of their own, with or without modules in it.
 class HostServices : public testing::Test {
  protected:
-  void OfferModules() const {
-    std::filesystem::create_directory_symlink(QEL_MODULE_FOLDER, folder_ / "_binLIN64");
+  void OfferModules(const char* folder = QEL_MODULE_FOLDER) const {
+    std::filesystem::create_directory_symlink(folder, folder_ / "_binLIN64");
   }
   std::string Run(const std::string& scenario) const {
     // The string locator of the sibling module keeps a reference for the life of the process.
@@ -70,6 +70,13 @@ TEST_F(HostServices, UseTheCollectionHandedOverAndLookTheLocatorUpOnce) {
 TEST_F(HostServices, TakeStringsFromTheSiblingModuleWhenTheCollectionHasNone) {
   OfferModules();
   EXPECT_EQ(Run("no-strings"), kImagesMade);
+}
+
+// One reference of the holder and one for the life of the process, of the locator in use alone.
+TEST_F(HostServices, LeaveNoReferenceToLocatorsThatAreNotUsed) {
+  OfferModules(QEL_FORWARDING_FOLDER);
+  EXPECT_EQ(Run("locator"),
+            "part 4 thrown, 0 left\npart 1 thrown, 0 left\n1 left with 2 references\n");
 }
 
 TEST_F(HostServices, SayNothingOfLibrariesThatAreNoModules) {
