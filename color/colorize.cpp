@@ -97,7 +97,7 @@ void TintIndices(const ImageView& view, const Tint& tint) {
 
 result_t CQELColorTransform::Colorize(IQEL* image, uint8_t hue, uint8_t saturation, float blend) {
   if (image == nullptr) return kFail;
-  const ImageView view = ReadView(*image);
+  const ImageView view = ReadSizeBitsAndFormat(*image);
   const int weight = BlendWeight(blend);
   if (!view.HasPixels() || weight == 0) return kOk;
   const Tint tint = MakeTint(hue, saturation, weight);

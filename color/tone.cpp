@@ -98,7 +98,8 @@ result_t CQELColorTransform::Lut(IQEL* image, uint8_t* table) {
   if (image == nullptr || table == nullptr) return kFail;
   const ToneKernels& kernels = ActiveToneKernels();
   ForEachColourRow(
-      ReadView(*image), [&](uint8_t* row, size_t n) { kernels.lut_bytes(row, n, table); },
+      ReadSizeBitsAndFormat(*image),
+      [&](uint8_t* row, size_t n) { kernels.lut_bytes(row, n, table); },
       [&](uint8_t* row, size_t n) { kernels.lut_pixels(row, n, table); });
   return kOk;
 }
@@ -106,7 +107,7 @@ result_t CQELColorTransform::Lut(IQEL* image, uint8_t* table) {
 result_t CQELColorTransform::Negative(IQEL* image) {
   if (image == nullptr) return kFail;
   const ToneKernels& kernels = ActiveToneKernels();
-  ForEachColourRow(ReadView(*image), kernels.invert_bytes, kernels.invert_pixels);
+  ForEachColourRow(ReadSizeBitsAndFormat(*image), kernels.invert_bytes, kernels.invert_pixels);
   return kOk;
 }
 
@@ -133,7 +134,7 @@ result_t CQELColorTransform::Gamma(IQEL* image, float gamma) {
 
 result_t CQELColorTransform::ShiftRGB(IQEL* image, int red, int green, int blue) {
   if (image == nullptr) return kFail;
-  const ImageView view = ReadView(*image);
+  const ImageView view = ReadSizeBitsAndFormat(*image);
   if (!view.HasPixels()) return kOk;
   const ChannelShift shift(red, green, blue);
   if (view.bit_count >= 24) {
@@ -164,7 +165,7 @@ result_t CQELColorTransform::Threshold(IQEL* image, int level) {
   if (image == nullptr) return kFail;
   const int32_t limit = WrapMultiply(level, 3);
   GrayScale(image);
-  const ImageView view = ReadView(*image);
+  const ImageView view = ReadSizeBitsAndFormat(*image);
   if (!view.HasPixels()) return kOk;
   if (view.bit_count < 24) {
     uint8_t table[256];

@@ -19,7 +19,7 @@ void Trace(const ImageView& source, const ImageView& dest) {
 
 result_t CQELFilterTransform::Contour(IQEL* image, IQEL** result) {
   if (image == nullptr) return kFail;
-  const ImageView source = ReadView(*image);
+  const ImageView source = ReadSizeBitsAndFormat(*image);
   ResultImage output = ResultImage::Like(source);
   if (!output) return kFail;
   const ImageView dest = output.View();

@@ -345,7 +345,7 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
 result_t Run(IQEL* image, int size, std::span<const ExtremumKernels* const> kernels, uint32_t empty,
              IQEL** result) {
   if (image == nullptr) return kFail;
-  const ImageView source = ReadView(*image);
+  const ImageView source = ReadSizeBitsAndFormat(*image);
   ResultImage output = ResultImage::Like(source);
   if (!output) return kFail;
   const ImageView dest = output.View();

@@ -73,7 +73,7 @@ using Scatter = void (*)(const ImageView& source, const ImageView& dest, int amo
 
 result_t Run(IQEL* image, Scatter scatter, int amount, IQEL** result) {
   if (image == nullptr) return kFail;
-  const ImageView source = ReadView(*image);
+  const ImageView source = ReadSizeBitsAndFormat(*image);
   ResultImage output = ResultImage::Like(source);
   if (!output) return kFail;
   scatter(source, output.View(), amount);

@@ -44,11 +44,26 @@ ImageView NewPixels::Plane(int plane) const {
 
 ImageShape ReadShape(IQEL& image) {
   ImageShape shape;
+  ReadFormat(image, shape);
+  ReadSize(image, shape);
+  return shape;
+}
+
+ImageView ReadView(IQEL& image) { return ReadPlane(image, ReadShape(image), 0); }
+
+ImageShape ReadSizeAndFormat(IQEL& image) {
+  ImageShape shape;
   ReadSize(image, shape);
   ReadFormat(image, shape);
   return shape;
 }
 
-ImageView ReadView(IQEL& image) { return ReadPlane(image, ReadShape(image), 0); }
+ImageView ReadSizeBitsAndFormat(IQEL& image) {
+  ImageShape size;
+  ReadSize(image, size);
+  ImageView view = ReadPlane(image, size, 0);
+  ReadFormat(image, view);
+  return view;
+}
 
 }  // namespace qel

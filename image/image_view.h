@@ -59,10 +59,16 @@ class NewPixels {
   result_t result_ = kFail;
 };
 
-/// Size, then format.
+// Hosts are asked in the same order at all times; which one is a matter of the operation.
+
+/// Format, then size.
 ImageShape ReadShape(IQEL& image);
-/// Size, format and the memory of plane 0, each asked for once.
+/// Format, size, then the memory of plane 0.
 ImageView ReadView(IQEL& image);
+/// Size, then format.
+ImageShape ReadSizeAndFormat(IQEL& image);
+/// Size, the memory of plane 0, then format.
+ImageView ReadSizeBitsAndFormat(IQEL& image);
 
 }  // namespace qel
 

@@ -128,14 +128,6 @@ void Mixture::Write(const MixWeights& weights) const {
   }
 }
 
-/// The format, then the size: the order in which sums of images ask.
-ImageShape ReadFormatThenSize(IQEL& image) {
-  ImageShape shape;
-  ReadFormat(image, shape);
-  ReadSize(image, shape);
-  return shape;
-}
-
 }  // namespace
 
 result_t CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
@@ -146,17 +138,15 @@ result_t CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
   if (!SameFormat(shape, shape_b)) return kFail;
   ReadSize(*a, shape);
   const NewPixels sum(*dest, shape);
-  const int bytes = ExactPixelBytes(shape.bit_count);
-  if (bytes == 0 || shape.Empty()) return kOk;
   // Deliberate: rows of 4-byte pixels are added as if they were packed at three bytes. Alpha bytes
   // are added with the others, and the last quarter of a row stays as `Create` left it.
-  const int64_t samples = shape.Columns() * std::min(bytes, 3);
+  const int64_t samples = shape.Columns() * std::min(ExactPixelBytes(shape.bit_count), 3);
   const Adder add(divisor);
   for (int plane = 0; plane < shape.planes; ++plane) {
     const ImageView from_a = ReadPlane(*a, shape, plane);
     const ImageView from_b = ReadPlane(*b, shape, plane);
     const ImageView to = sum.Plane(plane);
-    if (!from_a.HasPixels() || !from_b.HasPixels() || !to.HasPixels()) continue;
+    if (samples == 0 || !from_a.HasPixels() || !from_b.HasPixels() || !to.HasPixels()) continue;
     AddPlane(WalkOf(to, 1), WalkOf(from_a, 1), WalkOf(from_b, 1), samples, shape.Rows(), add);
   }
   return kOk;
@@ -173,13 +163,13 @@ result_t CQELMaths::Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) {
   area.width = SmallerUnsigned(area.width, shape_b.width);
   area.height = SmallerUnsigned(area.height, shape_b.height);
   const Difference difference(area.bit_count, flags);
-  if (difference.bytes == 0) return kOk;
   uint64_t tally = 0;
   for (int plane = 0; plane < area.planes; ++plane) {
     const ImageView from_a = ReadPlane(*a, area, plane);
     const ImageView from_b = ReadPlane(*b, area, plane);
     const ImageView to = ReadPlane(*dest, area, plane);
-    if (!from_a.HasPixels() || !from_b.HasPixels() || !to.HasPixels()) continue;
+    const bool subtracts = difference.bytes != 0;
+    if (!subtracts || !from_a.HasPixels() || !from_b.HasPixels() || !to.HasPixels()) continue;
     tally += SubtractPlane(WalkOf(to, difference.bytes), WalkOf(from_a, difference.bytes),
                            WalkOf(from_b, difference.bytes), difference, area);
   }
@@ -190,9 +180,9 @@ result_t CQELMaths::Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) {
 result_t CQELMaths::AddScale(IQEL* dest, IQEL* a, IQEL* b, IQEL* mask, float factor_a,
                              float factor_b, float offset) {
   if (dest == nullptr || a == nullptr || b == nullptr) return kFail;
-  const ImageShape shape_a = ReadFormatThenSize(*a);
-  const ImageShape shape_b = ReadFormatThenSize(*b);
-  const ImageShape shape = ReadFormatThenSize(*dest);
+  const ImageShape shape_a = ReadShape(*a);
+  const ImageShape shape_b = ReadShape(*b);
+  const ImageShape shape = ReadShape(*dest);
   const bool same_depth =
       shape_a.bit_count == shape_b.bit_count && shape_a.bit_count == shape.bit_count;
   if (!same_depth && std::min({shape_a.bit_count, shape_b.bit_count, shape.bit_count}) <= 23) {

@@ -61,8 +61,8 @@ void ExpandRows(const Paste& paste, bool low_bits_first) {
 
 result_t CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
   if (dest == nullptr || source == nullptr) return kFail;
-  const ImageShape dest_shape = ReadShape(*dest);
-  const ImageShape source_shape = ReadShape(*source);
+  const ImageShape dest_shape = ReadSizeAndFormat(*dest);
+  const ImageShape source_shape = ReadSizeAndFormat(*source);
   if (static_cast<unsigned>(x) >= static_cast<unsigned>(dest_shape.width) ||
       static_cast<unsigned>(y) >= static_cast<unsigned>(dest_shape.height)) {
     return kFail;

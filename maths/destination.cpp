@@ -11,7 +11,7 @@ result_t CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int
     *dest = nullptr;
     return kFail;
   }
-  ImageShape shape = ReadShape(*model);
+  ImageShape shape = ReadSizeAndFormat(*model);
   if (bit_count != 0) shape.bit_count = bit_count;
   if (colour_model != 0) shape.model = static_cast<uint32_t>(colour_model);
   image.Create(shape);

@@ -57,13 +57,12 @@ void FillSelected(const RowWalk& dest, const ImageView& mask, const ImageShape& 
 
 result_t CQELMaths::Equal(IQEL* image, IQEL* mask, int value) {
   if (image == nullptr) return kOk;
-  const ImageShape shape = ReadShape(*image);
+  const ImageShape shape = ReadSizeAndFormat(*image);
   const Unit unit = UnitOf(shape);
-  if (unit == Unit::kNothing) return kOk;
   for (int plane = 0; plane < shape.planes; ++plane) {
     const ImageView view = ReadPlane(*image, shape, plane);
     const ImageView selection = mask != nullptr ? ReadPlane(*mask, {}, 0) : ImageView{};
-    if (!view.HasPixels()) continue;
+    if (unit == Unit::kNothing || !view.HasPixels()) continue;
     RowWalk dest = {view.bits, view.stride, 1};
     if (unit == Unit::kThreeBytes) dest.pixel_bytes = 3;
     if (unit == Unit::kWord) {

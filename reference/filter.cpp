@@ -89,6 +89,7 @@ int RandomOffset(int span) {
 
 result_t Filter(const Raster& source, const int* kernel, int size, int divisor, int offset,
                 Raster& result) {
+  if (kernel == nullptr && size > 0) return kFail;
   return ComputePixels(source, result, [&](int x, int y) {
     int sums[3] = {0, 0, 0};
     int alpha = 0;
@@ -106,10 +107,12 @@ result_t Filter(const Raster& source, const int* kernel, int size, int divisor, 
 
 result_t Kernel(const Raster& source, const int16_t* kernel, int size, int divisor, int offset,
                 Raster& result) {
+  const bool computes = source.bit_count == 32 && source.model == kModelMono && size >= 0 &&
+                        size < source.width && size < source.height &&
+                        (source.Bits() != nullptr || size == 0);
+  if (computes && size > 0 && kernel == nullptr) return kFail;
   result.Create(source.width, source.height, source.planes, source.bit_count, source.model);
-  if (source.bit_count != 32 || source.model != kModelMono) return kOk;
-  if (source.Bits() == nullptr || result.Bits() == nullptr) return kOk;
-  if (size < 0 || size > source.width || size > source.height) return kOk;
+  if (!computes || result.Bits() == nullptr) return kOk;
   const int half = size / 2;
   int32_t value = 0;
   for (int64_t y = 0; y < source.height - size; ++y) {

@@ -105,7 +105,7 @@ void Raster::Allocate(int new_width, int new_height, int new_planes, int new_bit
   plane_offsets_.clear();
   int64_t end = 0;
   // Hosts that report no planes still have one.
-  for (int plane = 0; plane < std::max(planes, 1) && width > 0 && height > 0; ++plane) {
+  for (int plane = 0; plane < std::max(planes, 1) && width >= 0 && block > 0; ++plane) {
     const int64_t first = end + before + layout.misalignment;
     plane_offsets_.push_back(static_cast<size_t>(layout.bottom_up ? first + block - step : first));
     end = fenced ? first + block : (first + block + 63) / 64 * 64;
@@ -151,7 +151,20 @@ void Raster::Fill(uint32_t colour) {
   }
 }
 
+Raster Raster::Window(int x, int y, int new_width, int new_height) {
+  Raster window;
+  window.width = new_width;
+  window.height = new_height;
+  window.planes = 1;
+  window.bit_count = bit_count;
+  window.model = model;
+  window.stride = stride;
+  window.window_ = Row(y) + int64_t{x} * bit_count / 8;
+  return window;
+}
+
 uint8_t* Raster::Bits(int plane) {
+  if (window_ != nullptr) return plane == 0 ? window_ : nullptr;
   if (plane < 0 || static_cast<size_t>(plane) >= plane_offsets_.size()) return nullptr;
   return memory_.begin() + plane_offsets_[static_cast<size_t>(plane)];
 }

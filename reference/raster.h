@@ -85,6 +85,9 @@ class Raster {
   const uint8_t* Row(int64_t y, int plane = 0) const { return Bits(plane) + y * stride; }
   /// Bytes of a row without padding.
   int64_t RowBytes() const;
+  /// An image of one plane that lies in this one's, which must live on: its top left is pixel
+  /// (x, y). At whole bytes only.
+  Raster Window(int x, int y, int new_width, int new_height);
 
   /// Rows, padding and guards, from the first byte to the last.
   std::span<const uint8_t> Memory() const { return {memory_.begin(), memory_.end()}; }
@@ -103,6 +106,7 @@ class Raster {
 
   Block memory_;
   std::vector<size_t> plane_offsets_;
+  uint8_t* window_ = nullptr;  ///< row 0, where that lies in another image
 };
 
 /// Width, height and depth of one test image.

@@ -196,7 +196,8 @@ result_t Resample(const Raster& source, Raster& result, int new_width, int new_h
       ((x_scale <= 1.0f && method == 0 && y_scale <= 1.0f) || nearest_only != 0) && copies;
   const bool box = !nearest && x_scale >= 1.0f && y_scale >= 1.0f && nearest_only == 0;
   if (result.Bits() == nullptr) return kOk;
-  if ((nearest || box) && source.Bits() == nullptr) return kOk;
+  const bool empty = source.Bits() == nullptr || source.width <= 0 || source.height <= 0;
+  if ((nearest || box) && empty) return kOk;
   const int box_width = TruncateToInt(x_scale);
   const int box_height = TruncateToInt(y_scale);
   const int step = bpp == 32 ? 4 : bpp == 24 ? 3 : 1;
@@ -246,9 +247,13 @@ result_t Rotate(const Raster& source, Raster& result, int angle, int method, int
   const float k = static_cast<float>(std::cos(static_cast<double>(theta)));
   const float s = static_cast<float>(std::sin(static_cast<double>(theta)));
   const int bits = force_alpha != 0 ? 32 : source.bit_count;
-  TurnedBox box = keep_size != 0 ? TurnBox(w, h, 1.0f, 0.0f) : TurnBox(w, h, k, s);
+  TurnedBox box = TurnBox(w, h, k, s);
   float shift_x = 0.0f, shift_y = 0.0f;
   if (keep_size != 0) {
+    const float right = static_cast<float>(w) - 0.5f;
+    const float bottom = static_cast<float>(h) - 0.5f;
+    box = {w, h, (-0.5f + right - static_cast<float>(WrappedSum(w, -1))) * 0.5f,
+           (-0.5f + bottom - static_cast<float>(WrappedSum(h, -1))) * 0.5f};
     box.start_x -= static_cast<float>(w) * 0.5f;
     box.start_y -= static_cast<float>(h) * 0.5f;
     shift_x = static_cast<float>(box.width) * 0.5f;
@@ -380,7 +385,7 @@ result_t Quad(const Raster& source, Raster& result, const Corners& p, uint32_t n
       const int sx = WrappedSum(x, 32768) >> 16;
       const int sy = WrappedSum(y, 32768) >> 16;
       uint8_t* to = result.Row(r) + column * bytes;
-      if (sx < 1 || sx > source.width - 2 || sy < 1 || sy > source.height - 2) {
+      if (sx < 1 || sx > int64_t{source.width} - 2 || sy < 1 || sy > int64_t{source.height} - 2) {
         std::memset(to, 0, static_cast<size_t>(bytes));
       } else if (b == 8 || blend == 0) {
         std::memcpy(to, source.Row(sy) + sx * bytes, static_cast<size_t>(bytes));

@@ -340,8 +340,8 @@ void Convolve(const ImageView& source, const ImageView& dest, const int* kernel,
 
 result_t CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset,
                                      IQEL** result) {
-  if (image == nullptr || kernel == nullptr) return kFail;
-  const ImageView source = ReadView(*image);
+  if (image == nullptr || (kernel == nullptr && size > 0)) return kFail;
+  const ImageView source = ReadSizeBitsAndFormat(*image);
   ResultImage output = ResultImage::Like(source);
   if (!output) return kFail;
   const ImageView dest = output.View();

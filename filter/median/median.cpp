@@ -166,7 +166,7 @@ void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
 
 result_t CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
   if (image == nullptr) return kFail;
-  const ImageView source = ReadView(*image);
+  const ImageView source = ReadSizeBitsAndFormat(*image);
   ResultImage output = ResultImage::Like(source);
   if (!output) return kFail;
   const ImageView dest = output.View();

@@ -470,41 +470,6 @@ TEST_P(Maths, RefusesNullArguments) {
   EXPECT_EQ(out, nullptr);
 }
 
-TEST_P(Maths, AsksImagesInTheStatedOrder) {
-  Rng rng(3);
-  const auto image = [&](int bits, uint32_t model) {
-    return TestImage::Make(Raster(rng, 5, 3, bits, model, {}, 2));
-  };
-  const auto grey = image(8, kModelMono), a = image(24, kModelBgr), b = image(24, kModelBgr);
-  const auto dest = image(24, kModelBgr), words = image(32, kModelMono);
-  const std::string format = "GetFormat ", size = "GetSize ", bits = "GetBits ";
-  const auto calls = [&](const auto& call) {
-    TestHost& host = TestHost::Instance();
-    host.Reset();
-    host.logging = true;
-    call();
-    std::string all;
-    for (const std::string& name : host.log) all += name + " ";
-    return all;
-  };
-  EXPECT_EQ(calls([&] { maths().Copy(dest.Get(), a.Get(), grey.Get(), 0, 0); }),
-            size + format + size + format + bits + bits);
-  EXPECT_EQ(calls([&] { maths().Equal(dest.Get(), grey.Get(), 0); }),
-            size + format + bits + bits + bits + bits);
-  EXPECT_EQ(calls([&] { maths().Subtract(dest.Get(), a.Get(), b.Get(), 0); }),
-            format + format + size + size + bits + bits + bits + bits + bits + bits);
-  EXPECT_EQ(calls([&] { maths().Add(dest.Get(), a.Get(), b.Get(), 0); }),
-            format + format + size + "Create " + bits + bits + bits + bits + bits + bits);
-  EXPECT_EQ(calls([&] { maths().AddScale(dest.Get(), a.Get(), b.Get(), grey.Get(), 1, 1, 0); }),
-            format + size + format + size + format + size + bits + bits + bits + bits);
-  EXPECT_EQ(calls([&] { maths().Scale(dest.Get(), a.Get(), grey.Get(), 1, 0); }),
-            format + format + size + size + bits + bits + bits + bits);
-  EXPECT_EQ(calls([&] { maths().Scale(grey.Get(), grey.Get(), grey.Get(), 1, 0); }),
-            format + format + size + size + bits + bits + bits);
-  EXPECT_EQ(calls([&] { maths().Scale8(dest.Get(), words.Get(), 0, 1); }),
-            format + size + "Create " + bits + bits + bits + bits);
-}
-
 TEST_P(Maths, KeepsBytesThatAreNotZeroWhenTheMaskIsTheDestination) {
   const auto source = RowOf(24, {1, 2, 3, 4, 5, 6});
   Gives("mask is the destination", [&](auto d) { return maths().Copy(d, source.Get(), d, 0, 0); },

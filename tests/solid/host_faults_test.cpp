@@ -302,6 +302,13 @@ TEST_P(HostFaults, EmptyAndAbsurdShapesAreHarmless) {
       for (const Shape& shape : shapes) {
         call(operation, RandomRaster(rng, shape.width, shape.height, depth));
       }
+      // Sizes that act as zero, with memory.
+      for (const Shape& shape : {Shape{INT32_MIN, 20, 0}, {20, INT32_MIN, 0}, {-1, -1, 0}}) {
+        Raster raster = RandomRaster(rng, 20, 20, depth);
+        raster.width = shape.width;
+        raster.height = shape.height;
+        call(operation, raster);
+      }
       // These go through all pixels whether there are any or not: pastes ask the transform about
       // each, the others draw a random number for each.
       if (Matches("*Paste*", operation.name) || Matches("Jitter*", operation.name) ||

@@ -119,8 +119,8 @@ void TestHost::Reset() {
   log.clear();
 }
 
-bool TestHost::OnCall(const char* name) {
-  if (logging) log.emplace_back(name);
+bool TestHost::OnCall(const char* name, const std::string& image, int plane) {
+  if (logging) log.push_back(name + image + (plane == 0 ? "" : "/" + std::to_string(plane)));
   if (calls++ != fault_at) return true;
   if (fault == Fault::kThrow) throw Exception{};
   return fault != Fault::kFail;
@@ -168,7 +168,7 @@ uint32_t TestImage::Release() {
 }
 
 result_t TestImage::QueryInterface(const IID& iid, void** object) {
-  if (!Host().OnCall("QueryInterface")) return TestHost::kFaultCode;
+  if (!Host().OnCall("QueryInterface", log_name)) return TestHost::kFaultCode;
   *object = nullptr;
   if (Host().GivesNull()) return kOk;
   if (Host().refuses_queries) return kNoInterface;
@@ -184,7 +184,7 @@ result_t TestImage::QueryInterface(const IID& iid, void** object) {
 }
 
 result_t TestImage::GetSize(int* width, int* height, int* planes) {
-  if (!Host().OnCall("GetSize")) return TestHost::kFaultCode;
+  if (!Host().OnCall("GetSize", log_name)) return TestHost::kFaultCode;
   *width = raster.width;
   *height = raster.height;
   *planes = raster.planes;
@@ -192,7 +192,7 @@ result_t TestImage::GetSize(int* width, int* height, int* planes) {
 }
 
 result_t TestImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
-  if (!Host().OnCall("GetFormat")) return TestHost::kFaultCode;
+  if (!Host().OnCall("GetFormat", log_name)) return TestHost::kFaultCode;
   *bit_count = raster.bit_count;
   *model = raster.model;
   *reserved = 0;
@@ -200,7 +200,7 @@ result_t TestImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
 }
 
 result_t TestImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
-  if (!Host().OnCall("GetBits")) return TestHost::kFaultCode;
+  if (!Host().OnCall("GetBits", log_name, plane)) return TestHost::kFaultCode;
   *reserved = 0;
   *bits = Host().GivesNull() ? nullptr : raster.Bits(plane);
   *stride = raster.stride;
@@ -208,7 +208,7 @@ result_t TestImage::GetBits(int plane, int* reserved, uint8_t** bits, int* strid
 }
 
 result_t TestImage::Create(int width, int height, int planes, int bit_count, uint32_t model) {
-  if (!Host().OnCall("Create")) return TestHost::kFaultCode;
+  if (!Host().OnCall("Create", log_name)) return TestHost::kFaultCode;
   Raster& asked = Host().asked;
   asked.width = width;
   asked.height = height;
@@ -220,13 +220,13 @@ result_t TestImage::Create(int width, int height, int planes, int bit_count, uin
 }
 
 result_t TestImage::Assign(IQEL* source, int /*flags*/) {
-  if (!Host().OnCall("Assign")) return TestHost::kFaultCode;
+  if (!Host().OnCall("Assign", log_name)) return TestHost::kFaultCode;
   raster.Assign(static_cast<TestImage*>(source)->raster);
   return kOk;
 }
 
 result_t TestImage::Fill(uint32_t colour) {
-  if (!Host().OnCall("Fill")) return TestHost::kFaultCode;
+  if (!Host().OnCall("Fill", log_name)) return TestHost::kFaultCode;
   raster.Fill(colour);
   return kOk;
 }

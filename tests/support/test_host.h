@@ -41,13 +41,14 @@ class TestHost {
   Fault fault = Fault::kNone;
   int fault_at = -1;
   int calls = 0;                 ///< host calls since `Reset`
-  std::vector<std::string> log;  ///< their names, while `logging`
+  std::vector<std::string> log;  ///< their names and those of images, while `logging`
   bool logging = false;
 
   /// Back to a host without faults; counters at 0.
   void Reset();
-  /// Every host call passes here first. False when the call must fail.
-  bool OnCall(const char* name);
+  /// Every host call passes here first. False when the call must fail. `image` and `plane` say of
+  /// what it is in the log.
+  bool OnCall(const char* name, const std::string& image = {}, int plane = 0);
   /// Calls that give a pointer ask this after `OnCall`: true when the pointer must be null.
   bool GivesNull() const { return fault == Fault::kNull && calls - 1 == fault_at; }
 
@@ -61,6 +62,7 @@ class TestImage final : public IQELImageDIB {
   static SmartPtr<TestImage> Make(Raster raster);
 
   Raster raster;
+  std::string log_name;  ///< follows the names of its calls in the log
 
   uint32_t references() const { return count_; }
 

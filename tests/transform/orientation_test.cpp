@@ -48,6 +48,16 @@ TEST_P(Orientation, EveryOperationEqualsItsOracle) {
   });
 }
 
+// Whole stored rows are copied, of which padding may be all.
+TEST_P(Orientation, FlipCopiesRowsOfNoWidth) {
+  Rng rng(4);
+  Raster::NewImageLayout() = {.padding = 6};
+  ExpectSame(
+      {Raster(rng, 0, 3, 24, kModelBgr, {.padding = 9, .bottom_up = true})},
+      [&](auto images, IQEL** out) { return transform().Flip(images[0], out); },
+      [&](auto images, Raster& out) { return oracle::Flip(images[0], out); });
+}
+
 // Sizes round the tiles of quarter turns, several planes, pixels of any number of bytes, strides
 // that are no whole number of words.
 TEST_P(Orientation, QuarterTurnsEqualTheirOracle) {

@@ -146,6 +146,14 @@ TEST_P(Resample, KeepsSinglePrecisionRowOffsets) {
   EXPECT_EQ(static_cast<TestImage*>(result.Get())->raster.Row(17)[0], 20);
 }
 
+// From 2^24 on, products in single precision are even; byte offsets are products in double.
+TEST_P(Resample, BoxesBeyondSinglePrecisionEqualTheOracle) {
+  Rng rng(10);
+  const Layout layout = {.fence = Layout::Fence::kAfter};
+  Raster::NewImageLayout() = layout;
+  ExpectScaled(Raster(rng, 6'000'000, 1, 24, kModelBgr, layout), 2'999'000, 1, 3, 0);
+}
+
 // Ten columns into four: boxes of two columns from 0, 2, 5 and 7; columns 4 and 9 are not read.
 TEST_P(Resample, KeepsDroppingFractionsOfBoxes) {
   Rng rng(8);

@@ -116,6 +116,38 @@ TEST_P(Rotation, PastesAnImageOntoItselfPixelByPixel) {
   }
 }
 
+// Source and target are windows of one picture, upside down or not.
+TEST_P(Rotation, PastesOntoItsOwnMemoryPixelByPixel) {
+  Rng rng(12);
+  for (int round = 0; round < 60 && !HasFailure(); ++round) {
+    const int depth = rng.OneIn(2) ? 24 : 32;
+    Raster picture = RandomRaster(rng, 70, 60, depth);
+    Raster expected = picture;
+    const auto window = [&](int x, int y, int height) {
+      return std::pair(picture.Window(x, y, 40, height), expected.Window(x, y, 40, height));
+    };
+    auto [source, oracle_source] = window(rng.Int(0, 30), rng.Int(0, 20), 40);
+    auto [target, oracle_target] = window(rng.Int(0, 30), rng.Int(0, 55), 5);
+    if (rng.OneIn(3)) std::swap(source, target), std::swap(oracle_source, oracle_target);
+    const double angle = static_cast<double>(rng.OneIn(3) ? 0.0f : rng.Float(-0.5f, 0.5f));
+    const int method = rng.Int(0, 5);
+    transform().RotatePaste(TestImage::Make(source).Get(), TestImage::Make(target).Get(), angle,
+                            method, -1);
+    oracle::RotatePaste(oracle_source, oracle_target, angle, method, -1);
+    EXPECT_EQ(picture.Difference(expected), "") << "round " << round;
+  }
+}
+
+// Between sizes like these, single precision has no halves.
+TEST_P(Rotation, HugeSizesStayTheSame) {
+  Rng rng(13);
+  const Layout layout = {.fence = Layout::Fence::kAfter};
+  Raster::NewImageLayout() = layout;
+  constexpr int kHuge = (1 << 23) + 1;
+  ExpectRotated(Raster(rng, kHuge, 1, 1, kModelMono, layout), 45, 0, 0, 1);
+  ExpectRotated(Raster(rng, 1, kHuge, 1, kModelMono, layout), 45, 0, 0, 1);
+}
+
 TEST_P(Rotation, StaysWithinTheImages) {
   Rng rng(7);
   for (const auto fence : {Layout::Fence::kBefore, Layout::Fence::kAfter}) {

@@ -264,8 +264,15 @@ TEST_P(Warp, AsksTheTransformOncePerPixelInRowOrder) {
   EXPECT_EQ(asked, (std::vector<std::pair<double, double>>{{10, -1}, {11, -1}, {10, 0}, {11, 0}}));
   asked.clear();
   transform().TransformPaste(&points, source.Get(), target.Get(), 5, 5, 1, 0);
-  EXPECT_EQ(asked, (std::vector<std::pair<double, double>>{
-                       {0, 0}, {1, 0}, {2, 0}, {0, 1}, {1, 1}, {2, 1}}));
+  const std::vector<std::pair<double, double>> all = {{0, 0}, {1, 0}, {2, 0},
+                                                      {0, 1}, {1, 1}, {2, 1}};
+  EXPECT_EQ(asked, all);
+  // Also where there is nothing to write to.
+  for (const auto& nowhere : {RandomRaster(rng, 0, 2, 24), RandomRaster(rng, 3, 2, 8)}) {
+    asked.clear();
+    transform().TransformPaste(&points, source.Get(), TestImage::Make(nowhere).Get(), 0, 0, 0, 0);
+    EXPECT_EQ(asked, all);
+  }
 }
 
 TEST_P(Warp, LetsExceptionsOfTheTransformPass) {

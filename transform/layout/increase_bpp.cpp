@@ -83,9 +83,7 @@ result_t CQELImageTransform::IncreaseBpp(IQEL* source, IQEL** result, int bit_co
                                          uint32_t colour_model) {
   if (source == nullptr) return kFail;
   if (result == nullptr) return kNullOutput;
-  ImageShape shape;
-  ReadFormat(*source, shape);
-  ReadSize(*source, shape);
+  const ImageShape shape = ReadShape(*source);
   if (static_cast<uint32_t>(bit_count) <= static_cast<uint32_t>(shape.bit_count)) {
     *result = SmartPtr<IQEL>::Retain(source).Detach();
     return kNothingToDo;

@@ -121,7 +121,8 @@ result_t CQELImageTransform::Flip(IQEL* source, IQEL** result) {
   if (!output) return kFail;
   output.Create(view);
   const ImageView flipped = output.View();
-  if (view.HasPixels() && flipped.HasPixels()) {
+  // Stored rows are copied, whatever the width is.
+  if (view.bits != nullptr && flipped.bits != nullptr) {
     const int64_t bytes =
         std::min(std::abs(int64_t{view.stride}), std::abs(int64_t{flipped.stride}));
     // In the order of the source: the processor foresees its rows then, and stores need not wait.

@@ -97,7 +97,7 @@ std::vector<int64_t> BoxOffsets(int64_t count, const Scale& scale, int pixel_byt
   std::vector<int64_t> offsets(static_cast<size_t>(count));
   for (size_t x = 0; x < offsets.size(); ++x) {
     const float column = SourceColumn(static_cast<int64_t>(x), scale);
-    offsets[x] = TruncateToInt(column * static_cast<float>(pixel_bytes));
+    offsets[x] = static_cast<int64_t>(static_cast<double>(column) * pixel_bytes);
   }
   return offsets;
 }

@@ -1,7 +1,9 @@
 #include <algorithm>
 
 #include "component/result_image.h"
+#include "image/memory_reach.h"
 #include "image/pixel_access.h"
+#include "image/pixel_layout.h"
 #include "transform/image_transform.h"
 #include "transform/rotate/rotation_sampler.h"
 
@@ -116,6 +118,15 @@ void PastePixel(uint8_t* pixel, uint32_t sample, bool blends, bool with_alpha, u
   if (with_alpha) pixel[3] = AlphaOf(sample);
 }
 
+/// True when rows that are written hold pixels of the source.
+bool SharesMemory(const ImageView& source, const MemoryReach& written) {
+  const int64_t bits =
+      source.bit_count >= 24 ? 8 * DirectPixelBytes(source.bit_count) : source.bit_count;
+  const MemoryReach read(source.bits, source.stride, (source.Columns() * bits + 7) / 8,
+                         source.Rows());
+  return source.HasPixels() && read.Meets(written);
+}
+
 /// Draws the turned source into the top-left of `target`.
 void PasteRotated(const ImageView& source, const ImageView& target, const RotatedFrame& frame,
                   int method, uint32_t key) {
@@ -123,10 +134,12 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
   const bool blends = source.bit_count > 24;
   const bool with_alpha = target.bit_count > 24;
   const int pixel_bytes = with_alpha ? 4 : 3;
-  RotationSampler sampler(source, frame, method, source.bits == target.bits);
+  const int columns = std::min(target.width, frame.width());
+  const int rows = std::min(target.height, frame.height());
+  const MemoryReach written(target.bits, target.stride, int64_t{columns} * pixel_bytes, rows);
+  RotationSampler sampler(source, frame, method, SharesMemory(source, written));
   SampleRows(
-      sampler, frame, source, std::min(target.width, frame.width()),
-      std::min(target.height, frame.height()), [](float v, int) { return v < 0.0f; },
+      sampler, frame, source, columns, rows, [](float v, int) { return v < 0.0f; },
       [](float v, int size) { return v > static_cast<float>(size); },
       [&](int j, int first, const uint32_t* colours, int count) {
         uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
@@ -153,8 +166,8 @@ result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int 
     return kOk;
   }
   if (angle == -90) angle = 270;
-  ResultImage output = ResultImage::FromLocator();
   if (angle == 90 || angle == 180 || angle == 270) {
+    ResultImage output = ResultImage::FromLocator();
     if (!output) return kFail;
     const result_t turned = Rotate4(source, output.Get(), angle);
     output.Store(result);
@@ -165,6 +178,7 @@ result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int 
   const RotatedFrame frame = keep_size != 0
                                  ? RotatedFrame::SameSize(shape.width, shape.height, turn)
                                  : RotatedFrame::Bounding(shape.width, shape.height, turn);
+  ResultImage output = ResultImage::FromLocator();
   if (!output) return kFail;
   ImageShape drawn = shape;
   drawn.width = frame.width();

@@ -33,11 +33,12 @@ class RotatedFrame {
   /// A box of the source's own size; the source turns about its middle.
   static RotatedFrame SameSize(int width, int height, const Turn& turn) {
     RotatedFrame frame(turn);
-    frame.Measure(width, height, {1.0f, 0.0f});
-    frame.start_x_ -= static_cast<float>(width) * 0.5f;
-    frame.start_y_ -= static_cast<float>(height) * 0.5f;
-    frame.shift_x_ = static_cast<float>(frame.width_) * 0.5f;
-    frame.shift_y_ = static_cast<float>(frame.height_) * 0.5f;
+    frame.width_ = width;
+    frame.height_ = height;
+    frame.shift_x_ = static_cast<float>(width) * 0.5f;
+    frame.shift_y_ = static_cast<float>(height) * 0.5f;
+    frame.start_x_ = Start(kEdge, static_cast<float>(width) + kEdge, width) - frame.shift_x_;
+    frame.start_y_ = Start(kEdge, static_cast<float>(height) + kEdge, height) - frame.shift_y_;
     return frame;
   }
 
@@ -72,10 +73,13 @@ class RotatedFrame {
  private:
   explicit RotatedFrame(const Turn& turn) : turn_(turn) {}
 
+  /// Where pixel 0 begins.
+  static constexpr float kEdge = -0.5f;
+
   void Measure(int width, int height, const Turn& turn) {
-    const float right = static_cast<float>(width) - 0.5f;
-    const float bottom = static_cast<float>(height) - 0.5f;
-    const float corners[4][2] = {{-0.5f, -0.5f}, {right, -0.5f}, {-0.5f, bottom}, {right, bottom}};
+    const float right = static_cast<float>(width) + kEdge;
+    const float bottom = static_cast<float>(height) + kEdge;
+    const float corners[4][2] = {{kEdge, kEdge}, {right, kEdge}, {kEdge, bottom}, {right, bottom}};
     float x[4];
     float y[4];
     for (int i = 0; i < 4; ++i) {
@@ -90,7 +94,12 @@ class RotatedFrame {
     const auto [lowest, highest] =
         std::minmax({positions[0], positions[1], positions[2], positions[3]});
     size = TruncateToInt(std::floor(highest - lowest + 0.5f));
-    start = (lowest + highest - static_cast<float>(WrapSubtract(size, 1))) * 0.5f;
+    start = Start(lowest, highest, size);
+  }
+
+  /// The first of `size` pixels in the middle between two edges.
+  static float Start(float lowest, float highest, int size) {
+    return (lowest + highest - static_cast<float>(WrapSubtract(size, 1))) * 0.5f;
   }
 
   Turn turn_;

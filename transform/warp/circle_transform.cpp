@@ -249,7 +249,7 @@ result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha,
   if (image == nullptr) return kFail;
   if (mode < 0) return kInvalidArgument;
   const bool opaque = with_alpha != 0;
-  const ImageView source = ReadView(*image);
+  const ImageView source = ReadSizeBitsAndFormat(*image);
   ImageShape shape = source;
   // Deliberate: the colour model stays that of the source when alpha is added.
   if (opaque) shape.bit_count = 32;

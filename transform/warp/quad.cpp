@@ -112,7 +112,7 @@ class QuadRows {
 
   /// The nearest pixel keeps a distance of one pixel to the border.
   bool IsInside(int32_t sx, int32_t sy) const {
-    return sx >= 1 && sx <= source_.width - 2 && sy >= 1 && sy <= source_.height - 2;
+    return sx >= 1 && sx <= source_.Columns() - 2 && sy >= 1 && sy <= source_.Rows() - 2;
   }
   static int32_t Nearest(uint32_t position) {
     return static_cast<int32_t>(position + kOne / 2) >> 16;
@@ -162,7 +162,7 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
                                   uint32_t new_width, uint32_t new_height, int16_t blend) {
   if (source == nullptr) return kFail;
   if (result == nullptr) return kNullOutput;
-  const ImageView view = ReadView(*source);
+  const ImageShape source_shape = ReadShape(*source);
   const Vector2 top_left{x1, y1};
   const Vector2 top_right{x2, y2};
   const Vector2 bottom_left{x3, y3};
@@ -175,11 +175,12 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
   const ImageShape shape = {.width = static_cast<int>(columns),
                             .height = static_cast<int>(rows),
                             .planes = 1,
-                            .bit_count = view.bit_count,
-                            .model = view.model};
+                            .bit_count = source_shape.bit_count,
+                            .model = source_shape.model};
   ResultImage output = ResultImage::Like(shape);
   if (!output) return kFail;
   const ImageView dest = output.View();
+  const ImageView view = ReadPlane(*source, source_shape, 0);
   if (view.bit_count >= 8 && dest.HasPixels()) {
     const auto start = [](const Vector2& point, const FixedWalk& steps) {
       return StartAt(steps, static_cast<uint32_t>(ToFixed(point.x)),

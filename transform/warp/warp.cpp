@@ -168,7 +168,7 @@ void PastePixels(const Paste& paste, const ImageView& source, bool fill_voids) {
   switch (source.bit_count) {
     case 8:
       // Deliberate: the last column of 8-bit sources is never pasted.
-      return paste.Spread<1>(source.width - 1);
+      return paste.Spread<1>(static_cast<int>(source.Columns()) - 1);
     case 24:
       return fill_voids ? paste.Marked<3>() : paste.Joined<3>();
     case 32:
@@ -214,13 +214,16 @@ result_t CQELImageTransform::TransformPaste(ITransform* transform, IQEL* source,
                                             int x_offset, int y_offset, int16_t fill_voids,
                                             int16_t /*reserved*/) {
   if (transform == nullptr || source == nullptr || target == nullptr) return kFail;
-  const ImageView view = ReadView(*source);
-  const ImageView target_view = ReadView(*target);
+  const ImageShape shape = ReadShape(*source);
+  const ImageShape target_shape = ReadShape(*target);
+  const ImageView view = ReadPlane(*source, shape, 0);
+  ImageView pasted = ReadPlane(*target, target_shape, 0);
   // Unspecified: pixels are pasted as the source's depth has them, so a target of fewer bits has no
-  // room for them.
-  if (view.HasPixels() && target_view.HasPixels() && target_view.bit_count >= view.bit_count) {
-    PastePixels(Paste(*transform, view, target_view, x_offset, y_offset), view, fill_voids != 0);
-  }
+  // room for them. The transform is asked about every pixel all the same.
+  const bool writes =
+      view.bits != nullptr && pasted.bits != nullptr && pasted.bit_count >= view.bit_count;
+  if (!writes) pasted.width = 0;
+  PastePixels(Paste(*transform, view, pasted, x_offset, y_offset), view, fill_voids != 0);
   if (fill_voids != 0 && (view.bit_count == 24 || view.bit_count == 32)) FillVoids(target);
   return kOk;
 }

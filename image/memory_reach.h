@@ -1,0 +1,26 @@
+#ifndef QEL_IMAGE_MEMORY_REACH_H_
+#define QEL_IMAGE_MEMORY_REACH_H_
+
+#include <algorithm>
+#include <cstdint>
+
+namespace qel {
+
+/// The addresses from the first byte of some rows to the one after their last.
+struct MemoryReach {
+  /// `rows` rows of `row_bytes` bytes, from `bits` on and `step` bytes apart.
+  MemoryReach(const uint8_t* bits, int64_t step, int64_t row_bytes, int64_t rows) {
+    const auto first = reinterpret_cast<intptr_t>(bits);
+    const int64_t to_last_row = step * (rows - 1);
+    begin = first + std::min<int64_t>(to_last_row, 0);
+    end = first + std::max<int64_t>(to_last_row, 0) + row_bytes;
+  }
+
+  bool Meets(const MemoryReach& other) const { return begin < other.end && other.begin < end; }
+
+  intptr_t begin, end;
+};
+
+}  // namespace qel
+
+#endif  // QEL_IMAGE_MEMORY_REACH_H_
