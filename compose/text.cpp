@@ -213,6 +213,8 @@ TextMask DrawText(const std::string& text, const std::string& font, int size) {
   if (!has_ink) throw TextError("the text has nothing to draw");
 
   TextMask mask{right - left, bottom - top, {}};
+  mask.lacks_letters =
+      std::ranges::any_of(line, [](const PlacedLetter& letter) { return letter.glyph == 0; });
   mask.cover.resize(static_cast<size_t>(mask.width) * static_cast<size_t>(mask.height));
   ForEachBitmap(line, [&](const FT_Bitmap& bitmap, int x, int y) {
     for (unsigned row = 0; row < bitmap.rows; ++row) {

@@ -24,6 +24,7 @@ struct TextMask {
   int width = 0;
   int height = 0;
   std::vector<uint8_t> cover;
+  bool lacks_letters = false;  ///< no font has some of the characters; boxes stand for them
 };
 
 /// Draws one line of UTF-8 `text`. `font` is a pattern of fontconfig, such as "sans" or

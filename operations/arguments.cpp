@@ -10,6 +10,7 @@
 
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
+#include "operations/words.h"
 
 namespace qel::operations {
 namespace {
@@ -37,6 +38,36 @@ bool ParseColor(std::string_view text, double& number) {
   return error == std::errc() && rest == end && text.size() == 6;
 }
 
+/// Colours by name, as 0xRRGGBBAA.
+struct NamedPaint {
+  std::string_view name;
+  uint32_t value;
+};
+constexpr NamedPaint kNamedPaints[] = {
+    {"black", 0x000000FF},  {"white", 0xFFFFFFFF}, {"grey", 0x808080FF},    {"gray", 0x808080FF},
+    {"red", 0xFF0000FF},    {"green", 0x008000FF}, {"blue", 0x0000FFFF},    {"yellow", 0xFFFF00FF},
+    {"orange", 0xFFA500FF}, {"cyan", 0x00FFFFFF},  {"magenta", 0xFF00FFFF}, {"brown", 0xA52A2AFF},
+    {"navy", 0x000080FF},   {"transparent", 0}};
+
+/// Gives 0xAARRGGBB.
+bool ParsePaint(std::string_view text, double& number) {
+  for (const NamedPaint& paint : kNamedPaints) {
+    if (text != paint.name) continue;
+    number = static_cast<double>(paint.value >> 8 | paint.value << 24);
+    return true;
+  }
+  if (text.starts_with("#")) text.remove_prefix(1);
+  double alpha = 255;
+  if (text.size() == 8) {
+    // As a colour whose last byte is the alpha.
+    if (!ParseColor("0000" + std::string(text.substr(6)), alpha)) return false;
+    text.remove_suffix(2);
+  }
+  if (!ParseColor(text, number)) return false;
+  number += alpha * 0x1000000;
+  return true;
+}
+
 bool ParseFlag(std::string_view text, double& number) {
   for (const std::string_view yes : {"yes", "true", "on", "1"}) {
     if (text == yes) return number = 1, true;
@@ -45,6 +76,14 @@ bool ParseFlag(std::string_view text, double& number) {
     if (text == no) return number = 0, true;
   }
   return false;
+}
+
+/// A word in place of a number.
+bool ParseLabel(const Parameter& parameter, std::string_view text, double& number) {
+  const auto found = std::ranges::find(parameter.choices, text, &Choice::label);
+  if (found == parameter.choices.end()) return false;
+  number = found->value;
+  return true;
 }
 
 bool ParseChoice(const Parameter& parameter, std::string_view text, double& number) {
@@ -70,6 +109,7 @@ bool ParseExtent(const Parameter& parameter, std::string_view text, double& numb
 bool ParseValue(const Parameter& parameter, std::string_view text, double& number) {
   switch (parameter.kind) {
     case Kind::kInt:
+      if (ParseLabel(parameter, text, number)) return true;
       return ParseNumber(text, number) && number == std::floor(number) &&
              number >= parameter.minimum && number <= parameter.maximum;
     case Kind::kNumber:
@@ -81,6 +121,8 @@ bool ParseValue(const Parameter& parameter, std::string_view text, double& numbe
       return ParseFlag(text, number);
     case Kind::kColor:
       return ParseColor(text, number);
+    case Kind::kPaint:
+      return ParsePaint(text, number);
     case Kind::kChoice:
       return ParseChoice(parameter, text, number);
     case Kind::kNumbers:
@@ -103,6 +145,9 @@ bool Fits(const Parameter& parameter, double number) {
   switch (parameter.kind) {
     case Kind::kInt:
     case Kind::kExtent:
+      if (std::ranges::find(parameter.choices, number, &Choice::value) != parameter.choices.end()) {
+        return true;
+      }
       return number == std::floor(number) && number >= parameter.minimum &&
              number <= parameter.maximum;
     case Kind::kNumber:
@@ -111,6 +156,8 @@ bool Fits(const Parameter& parameter, double number) {
       return number == 0 || number == 1;
     case Kind::kColor:
       return number == std::floor(number) && number >= 0 && number <= 0xFFFFFF;
+    case Kind::kPaint:
+      return number == std::floor(number) && number >= 0 && number <= 0xFFFFFFFF;
     case Kind::kChoice:
       return std::ranges::find(parameter.choices, number, &Choice::value) !=
              parameter.choices.end();
@@ -161,6 +208,7 @@ std::string DescribeValues(const Parameter& parameter) {
       text << (parameter.kind == Kind::kInt ? "a whole number" : "a number")
            << DescribeRange(parameter);
       if (!parameter.unit.empty()) text << " (" << parameter.unit << ")";
+      for (const Choice& choice : parameter.choices) text << ", or " << choice.label;
       break;
     case Kind::kExtent:
       text << "a number of pixels, or a percentage such as 50%";
@@ -170,6 +218,9 @@ std::string DescribeValues(const Parameter& parameter) {
       break;
     case Kind::kColor:
       text << "a colour as #RRGGBB";
+      break;
+    case Kind::kPaint:
+      text << "a colour as #RRGGBB or #RRGGBBAA, or a name such as white or transparent";
       break;
     case Kind::kChoice:
       text << "one of";
@@ -217,6 +268,11 @@ Arguments::Value& Arguments::Slot(std::string_view name) {
   const Parameter* const parameter = operation_->Find(name);
   const std::string step(operation_->name);
   if (parameter == nullptr) {
+    if (const std::string_view meant = MeantStep(step, name); !meant.empty()) {
+      throw StepError(
+          step + ": there is no argument " + std::string(name) + "; write " + std::string(meant),
+          step, name);
+    }
     throw StepError(step + ": there is no argument " + std::string(name) + "; " +
                         ParameterNames(*operation_) +
                         DidYouMean(name, NamesOf(operation_->parameters), ""),

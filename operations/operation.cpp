@@ -22,6 +22,34 @@ Shape ShapeOf(IQEL& image) {
   return shape;
 }
 
+const Parameter* Operation::Positional() const {
+  if (!positional.empty()) return Find(positional);
+  const auto required = [](const Parameter& parameter) { return parameter.required(); };
+  const auto first = std::ranges::find_if(parameters, required);
+  const Parameter* const only = parameters.size() == 1 ? &parameters.front()
+                                : std::ranges::count_if(parameters, required) == 1 ? &*first
+                                                                                   : nullptr;
+  return only != nullptr && only->IsNumber() ? only : nullptr;
+}
+
+std::string Operation::Caveats() const {
+  std::string text(note);
+  for (const Surprise& surprise : surprises) {
+    text += text.empty() ? "" : " ";
+    text += surprise.text;
+  }
+  return text;
+}
+
+std::vector<std::string_view> SurprisesOf(const Operation& operation, const Given& given,
+                                          const Shape& shape) {
+  std::vector<std::string_view> met;
+  for (const Surprise& surprise : operation.surprises) {
+    if (surprise.meets(given, shape)) met.push_back(surprise.text);
+  }
+  return met;
+}
+
 void Refuse(const Given& given, const std::string& message, std::string_view argument) {
   throw StepError(std::string(given.name) + ": " + message, given.name, argument);
 }

@@ -22,6 +22,7 @@ enum class Kind {
   kExtent,   ///< number of pixels, or a percentage of what the picture has
   kFlag,     ///< yes or no
   kColor,    ///< #RRGGBB
+  kPaint,    ///< #RRGGBB, #RRGGBBAA, or a name, also transparent
   kChoice,   ///< one of the parameter's labels, or its number
   kNumbers,  ///< several numbers between blanks, commas and semicolons, or @ and a text file
   kPoint,    ///< x,y in pixels, or with % in hundredths of the picture
@@ -125,6 +126,13 @@ struct Call : Given {
   SmartPtr<IQELImageDIB> NewImage() const;
 };
 
+/// What a user would not expect of an operation, and when.
+struct Surprise {
+  std::string_view text = {};  ///< a sentence or two
+  /// True for the steps on pictures of this shape that it is about.
+  bool (*meets)(const Given& given, const Shape& shape) = nullptr;
+};
+
 /// One row of the operation table. Either `call` or `compose` is there.
 struct Operation {
   std::string_view name = {};       ///< kebab case
@@ -134,9 +142,13 @@ struct Operation {
   bool in_place = false;            ///< changes the picture instead of making a new one
   bool random = false;              ///< draws from the process's random generator
   std::vector<Parameter> parameters = {};
-  std::string_view example = {};       ///< a step as one would type it
-  std::string_view picture_step = {};  ///< a step for a picture of 176 x 106; empty: the example
-  std::string_view note = {};          ///< what may surprise; may be empty
+  std::string_view example = {};         ///< a step as one would type it
+  std::string_view picture_step = {};    ///< a step for a picture of 176 x 106; empty: the example
+  std::string_view note = {};            ///< what may surprise whenever it is used; may be empty
+  std::vector<Surprise> surprises = {};  ///< what is told when a step meets it
+  /// The parameter that a bare number stands for; empty: see `Positional`.
+  std::string_view positional = {};
+  bool sets_alpha = false;  ///< changing alpha is what it is for
 
   ChannelOrder channel_order = ChannelOrder::kAlike;
   /// Two numeric arguments that change places with red and blue; may be empty.
@@ -158,6 +170,11 @@ struct Operation {
   /// What becomes of the shape of a picture; null when it stays. The model is not looked at.
   Shape (*result_shape)(const Given& given, Shape shape) = nullptr;
 
+  /// The parameter that a bare number stands for, as in "median 5": the only one that is required,
+  /// or that there is, if it is a number. Null when that is not clear.
+  const Parameter* Positional() const;
+  /// All that may surprise, for pages: the note and the surprises.
+  std::string Caveats() const;
   bool composed() const { return compose != nullptr; }
   std::string_view PictureStep() const { return picture_step.empty() ? example : picture_step; }
   Shape ResultShape(const Given& given, const Shape& shape) const {
@@ -183,6 +200,10 @@ Shape ShapeOf(IQEL& image);
 constexpr uint32_t ModelOf(int bits) {
   return bits == 32 ? kModelArgb : bits == 24 ? kModelBgr : kModelMono;
 }
+
+/// What is to be told about a step on a picture of this shape before it runs.
+std::vector<std::string_view> SurprisesOf(const Operation& operation, const Given& given,
+                                          const Shape& shape);
 
 /// Ends the step with a `StepError` under its name.
 [[noreturn]] void Refuse(const Given& given, const std::string& message,

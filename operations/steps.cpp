@@ -66,6 +66,14 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
   steps.back().text += " " + word;
 }
 
+/// True for a bare number after an operation that has one argument for it.
+bool IsPositional(const std::vector<RawStep>& steps, std::string_view word) {
+  const size_t sign = word.starts_with('-') || word.starts_with('+') ? 1 : 0;
+  if (steps.empty() || word.find_first_of("0123456789.", sign) != sign) return false;
+  const Parameter* const parameter = steps.back().operation->Positional();
+  return parameter != nullptr && steps.back().given.empty();
+}
+
 /// An argument without its value looks like the next operation.
 void RefuseBareArgument(const std::vector<RawStep>& steps, const std::string& word) {
   if (steps.empty() || FindOperation(word) != nullptr) return;
@@ -109,6 +117,8 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words, const ReadTe
     for (const std::string& part : SplitWords(word)) {
       if (IsArgument(part)) {
         AddArgument(raw, part);
+      } else if (IsPositional(raw, part)) {
+        AddArgument(raw, std::string(raw.back().operation->Positional()->name) + "=" + part);
       } else {
         RefuseBareArgument(raw, part);
         raw.push_back({&RequireOperation(part), {}, part});
@@ -123,6 +133,17 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words, const ReadTe
     steps.push_back({step.operation, Check(step, read), step.text});
   }
   return steps;
+}
+
+std::vector<std::string> SurprisesOf(const std::vector<Step>& steps, Shape shape) {
+  std::vector<std::string> met;
+  for (const Step& step : steps) {
+    for (const std::string_view text : SurprisesOf(*step.operation, step.AsGiven(), shape)) {
+      met.push_back(std::string(step.operation->name).append(": ").append(text));
+    }
+    shape = step.operation->ResultShape(step.AsGiven(), shape);
+  }
+  return met;
 }
 
 std::vector<std::string> PictureNames(const std::vector<Step>& steps) {

@@ -4,6 +4,7 @@
 
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
+#include "operations/words.h"
 
 namespace qel::operations {
 
@@ -21,11 +22,17 @@ const std::vector<Operation>& OperationTable() {
 
 const Operation* FindOperation(std::string_view name) {
   const auto found = std::ranges::find(OperationTable(), name, &Operation::name);
-  return found == OperationTable().end() ? nullptr : &*found;
+  if (found != OperationTable().end()) return &*found;
+  // By the name that it has in its interface.
+  const std::string kebab = FromInterfaceName(name);
+  return kebab == name ? nullptr : FindOperation(kebab);
 }
 
 const Operation& RequireOperation(const std::string& name) {
   if (const Operation* const found = FindOperation(name)) return *found;
+  if (const std::string_view step = StepFor(name); !step.empty()) {
+    throw StepError("there is no operation " + name + "; write " + std::string(step), name);
+  }
   throw StepError("there is no operation " + name +
                       DidYouMean(name, NamesOf(OperationTable()), "; qel list shows them all"),
                   name);

@@ -133,7 +133,10 @@ std::vector<Operation> ColorOperations() {
                        .usual = {-100, 300},
                        .unit = "percent"}},
        .example = "light brightness=30 contrast=10",
-       .note = "contrast=-100 gives one flat tone.",
+       .surprises = {{"contrast=-100 and less gives one flat tone.",
+                      [](const Given& given, const Shape&) {
+                        return given.arguments.Int("contrast") <= -100;
+                      }}},
        .border = &NoNeighbours,
        .call =
            [](Call& call) {
@@ -152,7 +155,10 @@ std::vector<Operation> ColorOperations() {
                        .maximum = 1000,
                        .usual = {0.1, 5}}},
        .example = "gamma gamma=1.8",
-       .note = "gamma=0 makes everything black.",
+       .surprises = {{"gamma=0 makes everything black.",
+                      [](const Given& given, const Shape&) {
+                        return given.arguments.Number("gamma") == 0;
+                      }}},
        .border = &NoNeighbours,
        .call =
            [](Call& call) {
@@ -182,7 +188,10 @@ std::vector<Operation> ColorOperations() {
        .depths = kByteDepths,
        .in_place = true,
        .example = "gray-scale",
-       .note = "8-bit pictures mix each pixel with the two after it, past the end of the row.",
+       .surprises =
+           {{"8-bit pictures are mixed: each pixel with the two after it, past the end of the "
+             "row; they are grey already.",
+             [](const Given&, const Shape& shape) { return shape.bits == 8; }}},
        .border = &GreyBorder,
        .reaches_beyond_rows = &ReadsPastGreyRows,
        .call = [](Call& call) { return call.components.color->GrayScale(call.image); }},
@@ -243,6 +252,7 @@ std::vector<Operation> ColorOperations() {
        .parameters = {kAlpha},
        .example = "set-image-alpha alpha=128",
        .note = "Fails without an alpha channel.",
+       .sets_alpha = true,
        .border = &NoNeighbours,
        .call =
            [](Call& call) {
@@ -257,6 +267,7 @@ std::vector<Operation> ColorOperations() {
        .parameters = {kKey},
        .example = "set-image-transparent-pixel key=#FFFFFF",
        .note = "Fails without an alpha channel. Only the exact colour counts.",
+       .sets_alpha = true,
        .channel_order = ChannelOrder::kByArguments,
        .border = &NoNeighbours,
        .call =
@@ -271,6 +282,7 @@ std::vector<Operation> ColorOperations() {
        .parameters = {kAlpha, kKey},
        .example = "set-image-alpha-transparency alpha=200 key=#FFFFFF",
        .note = "Fails without an alpha channel. Only the exact colour counts.",
+       .sets_alpha = true,
        .channel_order = ChannelOrder::kByArguments,
        .border = &NoNeighbours,
        .call =

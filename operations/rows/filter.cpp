@@ -14,7 +14,10 @@ namespace {
 constexpr std::string_view kComponent = "QELFilterTransform";
 constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
 constexpr std::string_view kBorder =
-    "Outside the picture its top-left pixel stands in, with alpha 1.";
+    "Outside the picture its top-left pixel stands in, with alpha 1: along the edges a frame of "
+    "its "
+    "colour may show.";
+constexpr Choice kSeeds[] = {{"per-file", -1}};
 
 [[noreturn]] void Refuse(const std::string& message) {
   throw StepError("filter: kernel: " + message, "filter", "kernel");
@@ -79,8 +82,30 @@ result_t CallFilter(Call& call) {
                                         call.arguments.Int("offset"), call.result);
 }
 
+constexpr int kSeedPerFile = kSeeds[0].value;
+
+/// A number that depends on every byte of the rows (Fowler, Noll and Vo, 1991).
+unsigned HashOf(IQEL& image) {
+  const Shape shape = ShapeOf(image);
+  uint8_t* bits = nullptr;
+  int stride = 0, unread = 0;
+  image.GetBits(0, &unread, &bits, &stride);
+  uint32_t hash = 2166136261u;
+  for (int y = 0; y < shape.height; ++y) {
+    const uint8_t* const row = bits + int64_t{y} * stride;
+    for (int64_t i = 0; i < int64_t{shape.width} * shape.bits / 8; ++i) {
+      hash = (hash ^ row[i]) * 16777619u;
+    }
+  }
+  return hash;
+}
+
 /// Picks the sequence that `rand` gives, where one is asked for.
 void Seed(const Call& call) {
+  if (call.arguments.Has("seed") && call.arguments.Int("seed") == kSeedPerFile) {
+    std::srand(HashOf(*call.image));
+    return;
+  }
   if (call.arguments.Has("seed")) std::srand(static_cast<unsigned>(call.arguments.Int("seed")));
 }
 
@@ -91,10 +116,15 @@ const Parameter kSize = {.name = "size",
                          .usual = {1, 31},
                          .unit = "pixels"};
 const Parameter kSeed = {.name = "seed",
-                         .help = "picks the random sequence",
+                         .help = "picks the random sequence, per-file by the pixels",
                          .minimum = 0,
                          .usual = {0, 1000},
+                         .choices = kSeeds,
                          .optional = true};
+const Surprise kSameRandom = {
+    "Every picture gets the same random numbers; seed=per-file gives each its own.",
+    [](const Given& given, const Shape&) { return !given.arguments.Has("seed"); }};
+const Surprise kFrame = {kBorder, &Always};
 
 Border BorderOfSize(const Given& given, const Shape&) {
   return SquareOf(given.arguments.Int("size"));
@@ -108,7 +138,7 @@ Operation Plain(std::string_view name, std::string_view summary, result_t (*call
           .summary = summary,
           .depths = kAllDepths,
           .example = name,
-          .note = kBorder,
+          .surprises = {kFrame},
           .border = [](const Given&, const Shape&) { return SquareOf(3); },
           .call = call};
 }
@@ -159,7 +189,7 @@ std::vector<Operation> FilterOperations() {
                        .standard = "0",
                        .usual = {-255, 255}}},
        .example = "filter 'kernel=0 -1 0; -1 5 -1; 0 -1 0'",
-       .note = kBorder,
+       .surprises = {kFrame},
        .border = &BorderOfKernel,
        .call = &CallFilter,
        .check = [](const Given& given) { KernelOf(given); }},
@@ -178,6 +208,8 @@ std::vector<Operation> FilterOperations() {
                       kSeed},
        .example = "jitter amount=6",
        .note = "Pixels that would come from outside stay.",
+       .surprises = {kSameRandom},
+       .positional = "amount",
        .call =
            [](Call& call) {
              Seed(call);
@@ -196,6 +228,8 @@ std::vector<Operation> FilterOperations() {
                       kSeed},
        .example = "noise amount=80",
        .note = "Grey pictures take the grey nearest to the noisy colour.",
+       .surprises = {kSameRandom},
+       .positional = "amount",
        .channel_order = ChannelOrder::kBlueGreenRed,
        .call =
            [](Call& call) {
@@ -230,7 +264,11 @@ std::vector<Operation> FilterOperations() {
                        .minimum = 0,
                        .maximum = 3}},
        .example = "gaussian-blur level=3",
-       .note = "Level 2 is a little lopsided and darkens by 2 percent.",
+       .surprises = {{"Level 2 is a little lopsided and darkens by 2 percent.",
+                      [](const Given& given, const Shape&) {
+                        return given.arguments.Int("level") == 2;
+                      }},
+                     kFrame},
        .border = [](const Given& given,
                     const Shape&) { return SquareOf(given.arguments.Int("level") == 0 ? 3 : 5); },
        .call =

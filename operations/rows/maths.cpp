@@ -255,8 +255,16 @@ std::vector<Operation> MathsOperations() {
                       Number("offset", "added to every product", "0", {-255, 255}),
                       Depth("bits of the result; from 8 to 32 there is no way"), kMask},
        .example = "scale factor=1.4 offset=-30 depth=24",
-       .note = "From 32 to 32 bits values above 255 wrap and alpha takes part; from 24 to 32 only "
-               "the first pixel of each row is converted. Another depth makes a new picture.",
+       .note = "Another depth makes a new picture.",
+       .surprises = {{"From 24 to 32 bits only the first pixel of each row is converted; "
+                      "increase-bpp converts all.",
+                      [](const Given& given, const Shape& shape) {
+                        return shape.bits == 24 && given.arguments.Int("depth") == 32;
+                      }},
+                     {"From 32 to 32 bits values above 255 wrap, and alpha takes part.",
+                      [](const Given& given, const Shape& shape) {
+                        return shape.bits == 32 && given.arguments.Int("depth") % 32 == 0;
+                      }}},
        .border =
            [](const Given& given, const Shape& shape) {
              const int depth = given.arguments.Int("depth");
@@ -282,6 +290,7 @@ std::vector<Operation> MathsOperations() {
        .depths = kByteDepths,
        .parameters = {Depth("bits of the result")},
        .example = "create-dest-image depth=8",
+       .sets_alpha = true,
        .border = &NoNeighbours,
        .call =
            [](Call& call) {
@@ -297,7 +306,12 @@ std::vector<Operation> MathsOperations() {
        .depths = kByteDepths,
        .parameters = {kWith, Number("divisor", "0 divides by nothing", "0", {0, 4})},
        .example = "add with=other.png divisor=1.5",
-       .note = "divisor=2 multiplies by four. At 32 bits the last quarter of every row is empty.",
+       .surprises = {{"divisor=2 multiplies by four.",
+                      [](const Given& given, const Shape&) {
+                        return given.arguments.Number("divisor") == 2;
+                      }},
+                     {"At 32 bits the last quarter of every row is empty.",
+                      [](const Given&, const Shape& shape) { return shape.bits == 32; }}},
        .channel_order = ChannelOrder::kAlikeWithoutAlpha,
        .border =
            [](const Given&, const Shape& shape) {

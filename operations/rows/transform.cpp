@@ -77,6 +77,50 @@ result_t CallRotatePaste(Call& call) {
       call.arguments.Number("angle") * std::numbers::pi / 180, call.arguments.Int("method"), key);
 }
 
+/// Degrees of a rotation beyond whole turns, 0 to 359.
+int TurnPast(const Given& given) { return (given.arguments.Int("angle") % 360 + 360) % 360; }
+
+bool ShrinksBoth(const Given& given, const Shape& shape) {
+  const Shape after = ShapeAfterResample(given, shape);
+  return after.width < shape.width && after.height < shape.height;
+}
+
+/// The kernels whose weights do not add up to 1.
+bool ChangesBrightness(const Given& given) {
+  const int method = given.arguments.Int("method");
+  return method >= 8 && method <= 12;
+}
+
+constexpr std::string_view kBrightness =
+    "The methods damped-hermite, sinc, cosine, jinc and gaussian change the brightness; "
+    "catmull-rom, mitchell and lanczos keep it.";
+
+const std::vector<Surprise> kResampleSurprises = {
+    {"Boxes of whole pixels leave out the rest of the scale, and ignore the method; resize weighs "
+     "all pixels.",
+     [](const Given& given, const Shape& shape) {
+       const Shape after = ShapeAfterResample(given, shape);
+       return ShrinksBoth(given, shape) && given.arguments.Int("nearest") == 0 &&
+              (shape.width % after.width != 0 || shape.height % after.height != 0);
+     }},
+    {kBrightness, [](const Given& given, const Shape& shape) {
+       return ChangesBrightness(given) && !ShrinksBoth(given, shape);
+     }}};
+
+const std::vector<Surprise> kRotateSurprises = {
+    {"Quarter turns go clockwise, all other angles counter-clockwise; turn always goes "
+     "counter-clockwise.",
+     [](const Given& given, const Shape&) { return TurnPast(given) % 180 == 90; }},
+    {"A half turn at 24 bits is shifted by one column; turn angle=180 is exact.",
+     [](const Given& given, const Shape& shape) {
+       return TurnPast(given) == 180 && shape.bits == 24;
+     }},
+    {"About four pixels along every edge are not drawn; turn draws all of them.",
+     [](const Given& given, const Shape&) { return TurnPast(given) % 90 != 0; }},
+    {kBrightness, [](const Given& given, const Shape&) {
+       return ChangesBrightness(given) && TurnPast(given) % 90 != 0;
+     }}};
+
 }  // namespace
 
 std::span<const Choice> InterpolationMethods() { return kMethods; }
@@ -112,7 +156,9 @@ std::vector<Operation> TransformOperations() {
        .depths = kColorDepths,
        .in_place = true,
        .example = "flip-image-and-bits",
-       .note = "Alpha is not turned. Of an odd middle row only the first half changes.",
+       .note = "Alpha is not turned.",
+       .surprises = {{"Of the middle row of an odd number only the first half changes.",
+                      [](const Given&, const Shape& shape) { return shape.height % 2 == 1; }}},
        .call = [](Call& call) { return call.components.transform->FlipImageAndBits(call.image); }},
       {.name = "increase-bpp",
        .component = kComponent,
@@ -169,8 +215,9 @@ std::vector<Operation> TransformOperations() {
                        .help = "copy the nearest pixels whatever the method",
                        .standard = "no"}},
        .example = "resample width=110% method=mitchell",
-       .note = "Shrinking along both axes averages boxes of whole pixels and ignores the method; "
-               "at 32 bits that leaves alpha 0: follow it by set-image-alpha alpha=255.",
+       .note = "Shrinking along both axes averages exact boxes of whole pixels without the rest, "
+               "and leaves alpha undefined; for pictures to look at, see resize.",
+       .surprises = kResampleSurprises,
        .reaches_beyond_rows = &BelowEightBits,
        .call = &CallResample,
        .check = &CheckResample,
@@ -191,7 +238,7 @@ std::vector<Operation> TransformOperations() {
              .help = "keep the size instead of growing to hold the turned picture",
              .standard = "no"}},
        .example = "rotate angle=25 method=cubic",
-       .note = "Except by quarter turns, about four pixels along every edge are not drawn.",
+       .surprises = kRotateSurprises,
        // A half turn of three-byte pixels reads one before each row.
        .reaches_beyond_rows =
            [](const Given& given, const Shape& shape) {

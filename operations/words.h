@@ -1,0 +1,23 @@
+#ifndef QEL_OPERATIONS_WORDS_H_
+#define QEL_OPERATIONS_WORDS_H_
+
+#include <string>
+#include <string_view>
+
+namespace qel::operations {
+
+/// The kebab-case name that an interface's own name stands for: "GrayScale" is gray-scale. Names
+/// without capitals come back as they are.
+std::string FromInterfaceName(std::string_view name);
+
+/// What to write in place of a word that other tools have for a step, as "resize width=1600"; empty
+/// for words that are not known.
+std::string_view StepFor(std::string_view word);
+
+/// A word that means something else here than with other tools, and what to write for that; empty
+/// for all others.
+std::string_view MeantStep(std::string_view operation, std::string_view argument);
+
+}  // namespace qel::operations
+
+#endif  // QEL_OPERATIONS_WORDS_H_
