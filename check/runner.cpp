@@ -189,6 +189,10 @@ int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions
         options.seconds);
     const bool kept = ending.fault.empty();
     if (!kept) ++broken;
+    if (options.report) {
+      options.report(rule, ending.fault, ending.not_supported);
+      continue;
+    }
     if (ending.by_signal && !cause) cause = BrokenCounting(rules, library, options.seconds);
     const bool is_cause = cause && cause->starts_with(rule.FullName() + ":");
     if (ending.by_signal && !cause->empty() && !is_cause) {
@@ -207,7 +211,7 @@ int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions
     output << "BROKEN  " << explained << "\n        ended by signals, likely because of " << *cause
            << "\n";
   }
-  if (!options.quiet) {
+  if (!options.quiet && !options.report) {
     output << selected.size() << " rules, "
            << (broken == 0 ? "all kept" : std::to_string(broken) + " broken") << "\n";
   }

@@ -26,6 +26,10 @@ struct CheckOptions {
   bool quiet = false;  ///< print broken rules only
   std::string filter;  ///< a suite, or a rule as SUITE/NAME; empty for all
   int seconds = 20;    ///< processor time of each rule
+  /// Gets every rule with its fault, empty when it is kept, and with what the library does not
+  /// support of it, in place of what would be printed.
+  std::function<void(const Rule& rule, const std::string& fault, const std::string& missing)>
+      report = {};
 };
 
 /// Tries every rule on the library at `path` and prints the outcome. Returns kDone when all are

@@ -8,6 +8,7 @@
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/process.h"
+#include "operations/words.h"
 
 namespace qel::cli {
 namespace {
@@ -22,10 +23,7 @@ int Dispatch(const Words& words) {
     HelpCommand({});
     return words.empty() ? kUsage : kDone;
   }
-  if (words[0] == "--version") {
-    std::cout << "qel " QEL_VERSION "\n";
-    return kDone;
-  }
+  if (words[0] == "--version") return VersionCommand({words.begin() + 1, words.end()});
   const std::string& name = words[0];
   if (const Command* const command = FindCommand(name)) {
     const Words rest(words.begin() + 1, words.end());
@@ -34,6 +32,10 @@ int Dispatch(const Words& words) {
   if (FindOperation(name) != nullptr) {
     throw Failure(kUsage, name + " is an operation; write qel run INPUT -o OUTPUT " + name +
                               ", see qel help " + name);
+  }
+  if (const std::string_view step = operations::StepFor(name); !step.empty()) {
+    throw Failure(kUsage, "there is no command " + name + "; write qel run INPUT -o OUTPUT " +
+                              std::string(step));
   }
   throw Failure(kUsage, "there is no command " + name +
                             DidYouMean(name, NamesOf(CommandTable()), "; see qel help"));

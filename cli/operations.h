@@ -28,6 +28,7 @@ using operations::Shape;
 using operations::ShapeOf;
 using operations::Step;
 using operations::StepError;
+using operations::SurprisesOf;
 
 }  // namespace qel::cli
 

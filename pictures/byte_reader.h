@@ -30,6 +30,7 @@ class ByteReader {
   bool Holds(size_t at, size_t count) const {
     return at <= bytes_.size() && count <= bytes_.size() - at;
   }
+  uint8_t U8(size_t at) const { return static_cast<uint8_t>(Number(at, 1)); }
   uint16_t U16(size_t at) const { return static_cast<uint16_t>(Number(at, 2)); }
   uint32_t U32(size_t at) const { return Number(at, 4); }
   int32_t S32(size_t at) const { return static_cast<int32_t>(U32(at)); }

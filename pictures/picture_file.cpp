@@ -71,6 +71,8 @@ PictureInfo Read(ByteSource& source, const std::string& name, const ReadOptions&
 
 }  // namespace
 
+std::string_view NameOf(Format format) { return RowOf(format).name; }
+
 Format FormatOfPath(const std::string& path) {
   const std::string extension = ExtensionOf(path);
   std::string known;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pictures/byte_source.h"
@@ -40,6 +41,7 @@ struct PictureInfo {
   int height = 0;
   /// 8 grey, 24 blue green red, 32 with straight alpha; 1, 4 or 8 bits of index with `palette`.
   int bit_count = 0;
+  int orientation = 1;  ///< in the file, 1 to 8 as EXIF counts them; already applied
   /// Filled only when the palette depth is kept. May have less than 2^bit_count entries; indices
   /// past its end are black.
   std::vector<PaletteEntry> palette;
@@ -126,6 +128,9 @@ EncodedPicture EncodePicture(const std::string& name, const PictureView& picture
 /// Returns the notes. Throws `PictureError`.
 std::vector<std::string> WritePicture(const std::string& path, const PictureView& picture,
                                       const Metadata& metadata, const WriteOptions& options = {});
+
+/// What a format is called.
+std::string_view NameOf(Format format);
 
 /// The format that the extension of `path` names. Throws `PictureError`, which lists the known
 /// extensions.

@@ -60,6 +60,7 @@ PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)
       stored_width_(info.width),
       stored_height_(info.height),
       bit_count_(info.bit_count) {
+  info.orientation = orientation;
   const Turn turn = TurnOf(orientation);
   const bool waits = turn.exchanged || turn.mirrored_x;
   CheckSize(input, info.width, info.height);

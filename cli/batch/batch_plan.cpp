@@ -21,6 +21,15 @@ std::string FolderOf(const std::string& path) {
   return folder.empty() ? "." : folder;
 }
 
+/// A folder as output means a file of the input's name in it.
+std::string AsPattern(const std::string& output) {
+  std::error_code ignored;
+  if (output.empty() || (!output.ends_with('/') && !fs::is_directory(output, ignored))) {
+    return output;
+  }
+  return output + (output.ends_with('/') ? "" : "/") + "{stem}.{ext}";
+}
+
 /// Tells whether two names mean one file, through links and different spellings, also for files
 /// that there are not yet.
 class Identities {
@@ -107,7 +116,7 @@ std::unordered_map<std::string, const BatchItem*> FoldersOf(const std::vector<Ba
 std::vector<BatchItem> PlanBatch(const BatchRequest& request) {
   std::vector<BatchItem> items;
   items.reserve(request.inputs.size());
-  const OutputName output(request.output);
+  const OutputName output(AsPattern(request.output));
   for (const std::string& input : request.inputs) {
     items.push_back({input, request.output.empty() ? input : output.For(input, items.size() + 1)});
     CheckOutputName(items.back().output);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -99,16 +100,29 @@ std::optional<Picture> Runner::Load(size_t index, std::string& input_hash) {
 void Runner::Make(size_t index, ItemResult& result) {
   const BatchItem& item = batch_.items[index];
   pictures::CheckReplaceable(item.output, batch_.replace);
+  const auto start = std::chrono::steady_clock::now();
   std::string input_hash;
   std::optional<Picture> picture = Load(index, input_hash);
   if (!picture) {
     result.status = ItemResult::Status::kSkipped;
     return;
   }
+  using Clock = std::chrono::steady_clock;
+  const auto since = [](Clock::time_point from) {
+    return std::chrono::duration<double>(Clock::now() - from).count();
+  };
+  PictureTimes times;
+  times.reading = since(start);
+  times.steps.resize(batch_.steps.size());
+  times.megapixels = 1e-6 * picture->image->width() * picture->image->height();
+  for (const std::string& note : SurprisesOf(batch_.steps, ShapeOf(*picture->image))) {
+    PrintNoteOnce(note);
+  }
   std::vector<std::string> notes;
-  picture->image =
-      batch_.session.Run(batch_.steps, std::move(picture->image), batch_.second_pictures, notes);
+  picture->image = batch_.session.Run(batch_.steps, std::move(picture->image),
+                                      batch_.second_pictures, notes, times.steps);
   PrintNotes(item.input, notes);
+  const Clock::time_point encoding = Clock::now();
   const std::vector<uint8_t> bytes =
       EncodeImage(item.output, *picture->image, picture->metadata, batch_.writing);
   picture.reset();
@@ -121,6 +135,8 @@ void Runner::Make(size_t index, ItemResult& result) {
   if (batch_.manifest != nullptr) {
     batch_.manifest->RecordDone(index, item, input_hash, output_hash);
   }
+  times.writing = since(encoding);
+  if (batch_.stats != nullptr) batch_.stats->Add(times);
 }
 
 ItemResult Runner::Try(size_t index) {

@@ -5,6 +5,7 @@
 
 #include "cli/batch/batch_plan.h"
 #include "cli/batch/manifest.h"
+#include "cli/batch/run_stats.h"
 #include "cli/batch/session.h"
 #include "cli/terminal/interruption.h"
 #include "cli/terminal/progress.h"
@@ -24,6 +25,7 @@ struct Batch {
   Manifest* manifest;  ///< may be null
   bool resume;         ///< leave out items that the manifest knows; it is then not null
   Progress& progress;
+  RunStats* stats = nullptr;  ///< may be null
 };
 
 /// Makes the items on `jobs` threads. An item that fails is told on standard error and leaves the

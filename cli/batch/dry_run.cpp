@@ -14,13 +14,6 @@
 namespace qel::cli {
 namespace {
 
-/// Memory of an image of the tool: rows of a multiple of 64 bytes, below 24 bits with three times
-/// their size in reserve.
-double ImageBytes(const Shape& shape) {
-  const double row = (int64_t{shape.width} * shape.bits + 511) / 512 * 64.0;
-  return row * shape.height * (shape.bits < 24 ? 4 : 1);
-}
-
 /// What becomes of one picture.
 struct Forecast {
   Shape shape;
@@ -74,6 +67,11 @@ std::string Mebibytes(double bytes) {
 }
 
 }  // namespace
+
+double ImageBytes(const Shape& shape) {
+  const double row = (int64_t{shape.width} * shape.bits + 511) / 512 * 64.0;
+  return row * shape.height * (shape.bits < 24 ? 4 : 1);
+}
 
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
                 const pictures::ReadOptions& reading, pictures::Replace replace, int jobs) {

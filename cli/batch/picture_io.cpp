@@ -28,7 +28,7 @@ std::vector<pictures::PaletteEntry> ToFilePalette(std::span<const RGBQUAD> entri
 }  // namespace
 
 void PrintNotes(const std::string& path, const std::vector<std::string>& notes) {
-  for (const std::string& note : notes) PrintMessage(path + ": note: " + note);
+  for (const std::string& note : notes) PrintNote(path, note);
 }
 
 SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <limits>
 #include <thread>
 
@@ -13,16 +14,36 @@
 namespace qel::cli {
 namespace {
 
-constexpr char kUsageLine[] = "write qel run INPUT... -o OUTPUT STEP [STEP...]";
+std::string UsageOf(const std::string& command) {
+  return "write qel " + command + " INPUT... -o OUTPUT" +
+         (command == "run" ? " STEP [STEP...]" : "");
+}
+
+/// The steps in a file: words as on the command line, a line of steps each; # begins a comment.
+std::vector<std::string> ReadRecipe(const std::string& path) {
+  std::ifstream file(path);
+  std::vector<std::string> steps;
+  for (std::string line; std::getline(file, line);) {
+    const size_t begin = line.find_first_not_of(" \t\r");
+    if (begin == line.npos || line[begin] == '#') continue;
+    steps.push_back(line.substr(begin, line.find_last_not_of(" \t\r") - begin + 1));
+  }
+  if (file.bad() || (steps.empty() && !file.eof())) {
+    throw Failure(kNoInput, "--recipe " + path + " cannot be read");
+  }
+  if (steps.empty()) throw Failure(kUsage, "--recipe " + path + " has no steps");
+  return steps;
+}
+
 constexpr int kLargestJobs = 1024;
 
 /// Splits the words at -o or --in-place.
-void SplitWords(const Options& options, RunOptions& run) {
+void SplitWords(const std::string& command, const Options& options, RunOptions& run) {
   const bool in_place = options.Has("--in-place");
   if (in_place && options.Has("-o")) {
     throw Failure(kUsage, "-o and --in-place exclude each other");
   }
-  if (!in_place && options.Value("-o").empty()) throw Failure(kUsage, kUsageLine);
+  if (!in_place && options.Value("-o").empty()) throw Failure(kUsage, UsageOf(command));
   const size_t before = options.RestBefore(in_place ? "--in-place" : "-o");
   const auto split = options.rest().begin() + static_cast<std::ptrdiff_t>(before);
   run.inputs = {options.rest().begin(), split};
@@ -31,7 +52,8 @@ void SplitWords(const Options& options, RunOptions& run) {
   run.output = options.Value("-o");
   if (run.inputs.empty() && run.list.empty()) {
     throw Failure(kUsage, "there are no inputs before " +
-                              std::string(in_place ? "--in-place" : "-o") + "; " + kUsageLine);
+                              std::string(in_place ? "--in-place" : "-o") + "; " +
+                              UsageOf(command));
   }
 }
 
@@ -45,10 +67,18 @@ std::string Recipe(const Options& options, const std::vector<std::string>& steps
 
 }  // namespace
 
-RunOptions ParseRunOptions(const std::vector<std::string>& words) {
-  const Options options(words, KnownOptions("run"));
+RunOptions ParseRunOptions(const std::string& command, const std::vector<std::string>& words) {
+  const Options options(words, KnownOptions(command));
   RunOptions run;
-  SplitWords(options, run);
+  SplitWords(command, options, run);
+  if (command == "convert" && !run.steps.empty()) {
+    throw Failure(kUsage, "qel convert takes no steps; write qel run INPUT... -o OUTPUT " +
+                              run.steps.front());
+  }
+  if (options.Has("--recipe")) {
+    const std::vector<std::string> recipe = ReadRecipe(options.Value("--recipe"));
+    run.steps.insert(run.steps.begin(), recipe.begin(), recipe.end());
+  }
   run.reading.keep_palette_depth = options.Has("--keep-depth");
   run.writing.jpeg_quality = options.Number("--quality", 1, 100, run.writing.jpeg_quality);
   run.writing.webp_quality = options.Number("--quality", 1, 100, run.writing.webp_quality);
@@ -61,6 +91,8 @@ RunOptions ParseRunOptions(const std::vector<std::string>& words) {
   run.dry_run = options.Has("--dry-run");
   run.manifest = options.Value("--json");
   run.resume = options.Has("--resume");
+  run.notes = !options.Has("--no-notes");
+  run.stats = options.Has("--stats");
   if (run.resume && run.manifest.empty()) {
     throw Failure(kUsage, "--resume needs --json FILE, the manifest of the earlier run");
   }

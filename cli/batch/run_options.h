@@ -10,8 +10,8 @@
 
 namespace qel::cli {
 
-/// The command line of `qel run`. What stands before -o or --in-place are inputs, what stands after
-/// it are steps.
+/// The command line of `qel run` and `qel convert`. What stands before -o or --in-place are inputs,
+/// what stands after it are steps.
 struct RunOptions {
   std::vector<std::string> inputs;  ///< names and patterns
   std::string list;                 ///< of --files-from; may be empty
@@ -27,13 +27,16 @@ struct RunOptions {
   bool dry_run = false;
   std::string manifest;
   bool resume = false;
+  bool notes = true;
+  bool stats = false;
   Shard shard;
   std::string progress;
   int progress_descriptor = 2;
 };
 
-/// Throws `Failure(kUsage)`.
-RunOptions ParseRunOptions(const std::vector<std::string>& words);
+/// The words after `command`, which is run or convert. Throws `Failure(kUsage)`, and
+/// `Failure(kNoInput)` for a recipe that cannot be read.
+RunOptions ParseRunOptions(const std::string& command, const std::vector<std::string>& words);
 
 }  // namespace qel::cli
 

@@ -1,10 +1,13 @@
 #include "cli/batch/session.h"
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "cli/terminal/errors.h"
+#include "operations/transparency.h"
 
 namespace qel::cli {
 namespace {
@@ -29,7 +32,7 @@ namespace {
 
 host::ModuleLibrary LoadModule(const std::string& path) {
   try {
-    return host::ModuleLibrary(path.empty() ? OwnModulePath() : fs::absolute(path).string());
+    return host::ModuleLibrary(path);
   } catch (const host::ModuleError& error) {
     throw Failure(kModuleFault, error.what());
   }
@@ -49,7 +52,9 @@ std::vector<Step> ReadSteps(const std::vector<std::string>& words) {
 }
 
 Session::Session(const std::string& path)
-    : collection_(host::HostCollection::MakeWithImages(kImageOptions)), library_(LoadModule(path)) {
+    : path_(path.empty() ? OwnModulePath() : fs::absolute(path).string()),
+      collection_(host::HostCollection::MakeWithImages(kImageOptions)),
+      library_(LoadModule(path_)) {
   library_.Initialize(collection_.Get());
   try {
     engine_.emplace(operations::MakeComponents(library_),
@@ -59,12 +64,34 @@ Session::Session(const std::string& path)
   }
 }
 
+const void* Session::module_function() const {
+  return reinterpret_cast<const void*>(library_.create_function());
+}
+
 SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
                                        SmartPtr<host::HostImage> picture,
                                        operations::PictureSource& pictures,
-                                       std::vector<std::string>& notes) const {
-  const SmartPtr<IQEL> result =
-      engine_->Run(steps, SmartPtr<IQEL>::Retain(picture.Get()), pictures, notes);
+                                       std::vector<std::string>& notes,
+                                       std::span<double> seconds) const {
+  using Clock = std::chrono::steady_clock;
+  std::optional<operations::RandomNumbers> random_numbers;
+  if (std::ranges::any_of(steps, [](const Step& step) { return step.operation->random; })) {
+    random_numbers.emplace();
+  }
+  auto result = SmartPtr<IQEL>::Retain(picture.Get());
+  picture.Reset();
+  operations::Transparency transparency = operations::TransparencyOf(*result.Get());
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const Clock::time_point start = Clock::now();
+    result = engine_->RunStep(steps[i], std::move(result), pictures, notes);
+    if (!seconds.empty()) {
+      seconds[i] += std::chrono::duration<double>(Clock::now() - start).count();
+    }
+    const operations::Transparency after = operations::TransparencyOf(*result.Get());
+    std::string note = operations::TransparencyNote(*steps[i].operation, transparency, after);
+    if (!note.empty()) notes.push_back(std::move(note));
+    transparency = after;
+  }
   // Every image of this session comes from its own collection.
   return SmartPtr<host::HostImage>::Retain(static_cast<host::HostImage*>(result.Get()));
 }

@@ -2,6 +2,7 @@
 #define QEL_CLI_BATCH_SESSION_H_
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,10 +30,12 @@ class Session {
   explicit Session(const std::string& path = {});
 
   /// Runs the steps one after the other on `picture` and returns the final one; `notes` gets what
-  /// they have to say. Throws as `operations::Engine::Run`.
+  /// they have to say, and what they did to the picture's transparency. `seconds`, of the size of
+  /// `steps`, gets the time of each added. Throws as `operations::Engine::Run`.
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
                                 operations::PictureSource& pictures,
-                                std::vector<std::string>& notes) const;
+                                std::vector<std::string>& notes,
+                                std::span<double> seconds = {}) const;
   /// The same for callers who do not care for notes.
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
                                 operations::PictureSource& pictures) const {
@@ -40,10 +43,15 @@ class Session {
     return Run(steps, std::move(picture), pictures, notes);
   }
 
+  /// The file of the module.
+  const std::string& module_path() const { return path_; }
+  /// A function in it.
+  const void* module_function() const;
   /// For calls without steps.
   const Components& components() const { return engine_->components(); }
 
  private:
+  std::string path_;
   SmartPtr<host::HostCollection> collection_;
   host::ModuleLibrary library_;
   std::optional<operations::Engine> engine_;  // released before the library is closed

@@ -4,6 +4,7 @@
 #include "cli/commands/command_table.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
+#include "cli/terminal/json.h"
 
 namespace qel::cli {
 namespace {
@@ -17,10 +18,25 @@ int RunCheck(const std::string& name, const Rules& rules, const Words& words) {
   }
   if (options.rest().empty()) throw Failure(kUsage, "write qel " + name + " LIBRARY");
   CheckOptions check{options.Has("--quiet"), options.Value("--filter")};
+  const bool json = options.Has("--json");
   check.seconds = options.Number("--time-limit", 1, 3600, check.seconds);
   int code = kDone;
   for (const std::string& path : options.rest()) {
-    if (options.rest().size() > 1 && !check.quiet) std::cout << path << "\n";
+    if (json) {
+      check.report = [&](const Rule& rule, const std::string& fault, const std::string& missing) {
+        if (fault.empty() && check.quiet) return;
+        JsonObject object;
+        object.Text("library", path)
+            .Text("suite", rule.suite)
+            .Text("rule", rule.name)
+            .Text("text", rule.text)
+            .Flag("kept", fault.empty())
+            .Text("fault", fault)
+            .Text("not_supported", missing);
+        std::cout << object.Line() << std::flush;
+      };
+    }
+    if (options.rest().size() > 1 && !check.quiet && !json) std::cout << path << "\n";
     try {
       code = std::max(code, CheckLibrary(rules, path, check, std::cout));
     } catch (const Failure& failure) {

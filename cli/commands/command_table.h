@@ -30,6 +30,7 @@ struct Command {
   std::vector<Word> words = {};  ///< what its other words may be
   std::string_view note = {};    ///< what may surprise; may be empty
   std::string_view example = {};
+  bool special = false;  ///< help names it without a line of its own
 };
 
 /// Every command of the tool, in the order of the manual.

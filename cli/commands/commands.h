@@ -11,7 +11,14 @@ namespace qel::cli {
 
 using Words = std::vector<std::string>;
 
+/// The version of the tool.
+inline constexpr char kToolVersion[] = QEL_VERSION;
+
 int RunCommand(const Words& words);
+int ConvertCommand(const Words& words);
+int InfoCommand(const Words& words);
+int VerifyCommand(const Words& words);
+int VersionCommand(const Words& words);
 int ListCommand(const Words& words);
 int HelpCommand(const Words& words);
 int DemoCommand(const Words& words);

@@ -79,19 +79,40 @@ std::string DescribeOperation(const Operation& operation) {
        << Tagged("Result", kTagWidth,
                  operation.in_place ? "changes the picture in place" : "a new picture")
        << "Example    qel run in.png -o out.png \"" << operation.example << "\"\n";
-  if (!operation.note.empty()) text << Tagged("Note", kTagWidth, operation.note);
+  const std::string caveats = operation.Caveats();
+  if (!caveats.empty()) text << Tagged("Note", kTagWidth, caveats);
   return text.str();
 }
 
 std::string ListCommands() {
+  // What most people come for, a screen in all.
   std::ostringstream text;
+  text << "Pictures from the command line. Every day:\n"
+          "  qel run photo.jpg -o small.jpg resize width=1600\n"
+          "  qel run 'photos/*.jpg' -o web/ resize width=1600 height=1600 sharpen\n"
+          "  qel run photo.jpg -o straight.jpg turn 1.5 crop aspect=16:9\n"
+          "  qel run photo.jpg -o marked.jpg overlay with=logo.png x=20 y=20\n"
+          "  qel convert scan.tiff -o scan.png\n\n";
+  std::string more;
   for (const Command& command : CommandTable()) {
-    text << "qel " << command.name << (command.usage.empty() ? "" : " ") << command.usage
-         << "\n    " << command.summary << "\n";
+    if (command.special) {
+      more += more.empty() ? "" : ", ";
+      more += command.name;
+    } else {
+      text << Tagged("  " + std::string(command.name), 12, command.summary);
+    }
   }
-  text << "\nqel help COMMAND shows its options, qel help OPERATION its arguments.\n"
-          "A step is an operation with its arguments: \"light brightness=30 contrast=10\".\n\n"
-          "Exit codes\n";
+  text << "\n"
+       << Tagged("Also", 12, more)
+       << "qel help COMMAND shows its options, qel help OPERATION its arguments, qel list all\n"
+          "operations, qel help exit-codes what the tool returns. A step is an operation with its\n"
+          "arguments: light brightness=30 contrast=10\n";
+  return text.str();
+}
+
+std::string DescribeExitCodes() {
+  std::ostringstream text;
+  text << "Exit codes\n";
   for (const ExitMeaning& meaning : kExitMeanings) {
     text << Tagged("  " + std::to_string(meaning.code), 7, meaning.text);
   }

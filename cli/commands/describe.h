@@ -20,8 +20,11 @@ std::string DescribeOperation(const Operation& operation);
 /// What an argument is, in one line: meaning, values, default.
 std::string DescribeParameter(const Parameter& parameter);
 
-/// All commands, a line each, and what a step is.
+/// Five everyday examples, then the commands, a line each, on one screen.
 std::string ListCommands();
+
+/// What the exit codes mean.
+std::string DescribeExitCodes();
 
 /// One command with its options.
 std::string DescribeCommand(const Command& command);

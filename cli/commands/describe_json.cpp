@@ -17,6 +17,8 @@ std::string_view KindName(Kind kind) {
       return "flag";
     case Kind::kColor:
       return "color";
+    case Kind::kPaint:
+      return "paint";
     case Kind::kChoice:
       return "choice";
     case Kind::kNumbers:
@@ -102,7 +104,7 @@ std::string OperationAsJson(const Operation& operation) {
       .Flag("composed", operation.composed())
       .Text("example", operation.example)
       .Text("picture_step", operation.PictureStep())
-      .Text("note", operation.note)
+      .Text("note", operation.Caveats())
       .Text("channel_order", OrderName(operation.channel_order))
       .Json("border_of_example", SurroundingsAsJson(operation))
       .Json("parameters", JsonArray(parameters, "\n    "));

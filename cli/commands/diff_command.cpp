@@ -6,6 +6,7 @@
 #include "cli/commands/command_table.h"
 #include "cli/commands/compare.h"
 #include "cli/terminal/errors.h"
+#include "cli/terminal/json.h"
 
 namespace qel::cli {
 
@@ -25,6 +26,17 @@ int DiffCommand(const Words& words) {
                 {});
   }
   const bool equal = comparison.differing_pixels == 0;
+  if (options.Has("--json")) {
+    JsonObject object;
+    object.Flag("equal", equal)
+        .Flag("exact", comparison.largest == 0)
+        .Number("differing_pixels", comparison.differing_pixels)
+        .Number("pixels", comparison.pixels)
+        .Number("maximum_difference", comparison.largest)
+        .Json("psnr", std::isinf(comparison.psnr) ? "null" : JsonReal(comparison.psnr));
+    std::cout << object.Line();
+    return equal ? kDone : kSomeFailed;
+  }
   std::cout << (comparison.largest == 0 ? "exact"
                 : equal                 ? "equal within the limit"
                                         : "different")

@@ -4,6 +4,7 @@
 #include "cli/commands/describe.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
+#include "operations/words.h"
 
 namespace qel::cli {
 
@@ -17,9 +18,16 @@ int ListCommand(const Words& words) {
 int HelpCommand(const Words& words) {
   if (words.empty()) std::cout << ListCommands();
   for (const std::string& name : words) {
+    if (name == "exit-codes") {
+      std::cout << DescribeExitCodes();
+      continue;
+    }
     const Command* const command = FindCommand(name);
     const Operation* const operation = FindOperation(name);
     if (command == nullptr && operation == nullptr) {
+      if (const std::string_view step = operations::StepFor(name); !step.empty()) {
+        throw Failure(kUsage, "there is no operation " + name + "; write " + std::string(step));
+      }
       std::vector<std::string_view> names = NamesOf(CommandTable());
       std::ranges::copy(NamesOf(OperationTable()), std::back_inserter(names));
       throw Failure(kUsage, "there is no command and no operation " + name +

@@ -6,6 +6,7 @@
 #include "cli/commands/command_table.h"
 #include "cli/terminal/cpu_level.h"
 #include "cli/terminal/errors.h"
+#include "cli/terminal/json.h"
 #include "host/host_collection.h"
 
 namespace qel::cli {
@@ -75,9 +76,10 @@ void PrintModule(const std::string& path) {
             << "\n";
 }
 
-void PrintProcessor() {
+std::vector<std::string> InstructionSets() {
   __builtin_cpu_init();
   const std::pair<const char*, bool> sets[] = {
+      {"sse2", true},
       {"avx2", __builtin_cpu_supports("avx2") != 0},
       {"avx512f", __builtin_cpu_supports("avx512f") != 0},
       {"avx512bw", __builtin_cpu_supports("avx512bw") != 0},
@@ -86,11 +88,64 @@ void PrintProcessor() {
       {"avx512vbmi", __builtin_cpu_supports("avx512vbmi") != 0},
       {"avx512vnni", __builtin_cpu_supports("avx512vnni") != 0},
   };
-  std::cout << "this processor has  sse2";
+  std::vector<std::string> names;
   for (const auto& [name, supported] : sets) {
-    if (supported) std::cout << " " << name;
+    if (supported) names.push_back(name);
   }
+  return names;
+}
+
+void PrintProcessor() {
+  std::cout << "this processor has ";
+  for (const std::string& name : InstructionSets()) std::cout << " " << name;
   std::cout << "\n";
+}
+
+std::string TextsAsJson(const std::vector<std::string>& texts) {
+  std::vector<std::string> elements;
+  for (const std::string& text : texts) elements.push_back(JsonText(text));
+  return JsonArray(elements);
+}
+
+std::string ComponentAsJson(CreationFunction create, const ComponentRow& component) {
+  SmartPtr<IUnknown> object;
+  create(nullptr, &IID_IUnknown, object.PutVoid());
+  std::vector<std::string> interfaces;
+  for (const InterfaceRow& row : InterfaceTable()) {
+    SmartPtr<IUnknown> answer;
+    if (object) object->QueryInterface(row.iid, answer.PutVoid());
+    if (!answer) continue;
+    const std::vector<std::string> slots(row.slots.begin(), row.slots.end());
+    JsonObject interface;
+    interface.Text("name", row.name).Text("iid", FormatIid(row.iid));
+    interfaces.push_back(interface.Json("slots", TextsAsJson(slots)).Object());
+  }
+  JsonObject text;
+  text.Text("name", PlainName(component.name)).Flag("created", static_cast<bool>(object));
+  return text.Json("interfaces", JsonArray(interfaces)).Object();
+}
+
+void PrintModuleAsJson(const std::string& path) {
+  const ElfNames names = ReadElf(path);
+  const auto collection = host::HostCollection::MakeWithImages();
+  const host::ModuleLibrary library(path);
+  library.Initialize(collection.Get());
+  std::vector<std::string> components;
+  for (const auto* const rows : {&ModuleComponents(), &HostComponents()}) {
+    for (const ComponentRow& component : *rows) {
+      Doing(PlainName(component.name));
+      const CreationFunction create = library.Find(component.RefName());
+      if (create != nullptr) components.push_back(ComponentAsJson(create, component));
+    }
+  }
+  JsonObject object;
+  object.Text("path", path)
+      .Json("exports", TextsAsJson(names.exports))
+      .Json("needs", TextsAsJson(names.needs))
+      .Json("components", JsonArray(components))
+      .Text("level", CpuLevelInUse(reinterpret_cast<const void*>(library.create_function())))
+      .Json("processor", TextsAsJson(InstructionSets()));
+  std::cout << object.Line() << std::flush;
 }
 
 }  // namespace
@@ -99,10 +154,13 @@ int InspectCommand(const Words& words) {
   const Options options(words, KnownOptions("inspect"));
   if (options.rest().size() != 1) throw Failure(kUsage, "write qel inspect MODULE");
   const std::string path = std::filesystem::absolute(options.rest().front()).string();
+  const bool json = options.Has("--json");
   // Apart, because the module may be broken: what was printed so far stays.
-  const std::string fault = RunApart([&] { PrintModule(path); }, kTimeLimitSeconds, true).fault;
+  const std::string fault =
+      RunApart([&] { json ? PrintModuleAsJson(path) : PrintModule(path); }, kTimeLimitSeconds, true)
+          .fault;
   if (!fault.empty()) throw Failure(kModuleFault, fault);
-  PrintProcessor();
+  if (!json) PrintProcessor();
   return kDone;
 }
 

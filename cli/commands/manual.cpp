@@ -58,13 +58,8 @@ std::string ToolPage() {
           "its format: PNG, JPEG, TIFF, WebP, BMP or PNM/PAM.\n"
           ".SH COMMANDS\n";
   for (const Command& command : CommandTable()) {
-    page << ".SS \"qel " << Escaped(command.name) << " " << Escaped(command.usage) << "\"\n"
-         << Escaped(command.summary) << "\n";
-    for (const CommandOption& option : command.options) {
-      page << Tagged(std::string(option.name) + " " + std::string(option.value), option.help);
-    }
-    if (!command.note.empty()) page << ".PP\n" << Escaped(command.note) << "\n";
-    page << ".PP\nExample:\n.PP\n.RS\n.nf\n" << Escaped(command.example) << "\n.fi\n.RE\n";
+    page << Tagged(command.name,
+                   std::string(command.summary) + "; see qel-" + std::string(command.name) + "(1)");
   }
   page << ".SH OPERATIONS\nEach has a page of its own, such as "
        << Escaped("qel-" + std::string(OperationTable().front().name)) << "(1).\n";
@@ -75,6 +70,20 @@ std::string ToolPage() {
   for (const ExitMeaning& meaning : kExitMeanings) {
     page << Tagged(std::to_string(meaning.code), meaning.text);
   }
+  return page.str();
+}
+
+std::string CommandPage(const Command& command) {
+  std::ostringstream page;
+  page << Heading("qel-" + std::string(command.name), command.summary) << ".SH SYNOPSIS\n.B qel "
+       << Escaped(command.name) << "\n"
+       << Escaped(command.usage) << "\n";
+  if (!command.options.empty()) page << ".SH OPTIONS\n";
+  for (const CommandOption& option : command.options) {
+    page << Tagged(std::string(option.name) + " " + std::string(option.value), option.help);
+  }
+  if (!command.note.empty()) page << ".SH NOTES\n" << Escaped(command.note) << "\n";
+  page << ".SH EXAMPLE\n.nf\n" << Escaped(command.example) << "\n.fi\n.SH SEE ALSO\n.BR qel (1)\n";
   return page.str();
 }
 
@@ -97,7 +106,8 @@ std::string OperationPage(const Operation& operation) {
        << Escaped(operation.depths) << " bits.\n"
        << ".SH EXAMPLE\n"
        << Escaped("qel run in.png -o out.png \"" + std::string(operation.example) + "\"") << "\n";
-  if (!operation.note.empty()) page << ".SH NOTES\n" << Escaped(operation.note) << "\n";
+  const std::string caveats = operation.Caveats();
+  if (!caveats.empty()) page << ".SH NOTES\n" << Escaped(caveats) << "\n";
   page << ".SH SEE ALSO\n.BR qel (1)\n";
   return page.str();
 }
@@ -116,11 +126,15 @@ void WritePage(const std::filesystem::path& path, const std::string& page) {
 int ManCommand(const Words& words) {
   const Options options(words, KnownOptions("man"));
   if (options.rest().size() > (options.Has("-o") ? 0 : 1)) {
-    throw Failure(kUsage, "write qel man, qel man OPERATION, or qel man -o FOLDER");
+    throw Failure(kUsage,
+                  "write qel man, qel man OPERATION, qel man COMMAND, or qel man -o FOLDER");
   }
   if (!options.Has("-o")) {
-    std::cout << (options.rest().empty() ? ToolPage()
-                                         : OperationPage(RequireOperation(options.rest()[0])));
+    const std::string name = options.rest().empty() ? "" : options.rest()[0];
+    const Command* const command = FindCommand(name);
+    std::cout << (name.empty()         ? ToolPage()
+                  : command != nullptr ? CommandPage(*command)
+                                       : OperationPage(RequireOperation(name)));
     return kDone;
   }
   const std::filesystem::path folder = options.Value("-o");
@@ -128,6 +142,9 @@ int ManCommand(const Words& words) {
   std::filesystem::create_directories(folder, error);
   if (error) throw Failure(kNoOutput, folder.string() + ": " + error.message());
   WritePage(folder / "qel.1", ToolPage());
+  for (const Command& command : CommandTable()) {
+    WritePage(folder / ("qel-" + std::string(command.name) + ".1"), CommandPage(command));
+  }
   for (const Operation& operation : OperationTable()) {
     WritePage(folder / ("qel-" + std::string(operation.name) + ".1"), OperationPage(operation));
   }

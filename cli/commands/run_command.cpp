@@ -1,3 +1,4 @@
+#include <iostream>
 #include <memory>
 
 #include "cli/batch/batch_plan.h"
@@ -8,6 +9,7 @@
 #include "cli/batch/session.h"
 #include "cli/batch/sha256.h"
 #include "cli/commands/commands.h"
+#include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 
 namespace qel::cli {
@@ -42,13 +44,14 @@ std::string FullRecipe(const RunOptions& options, const std::vector<std::string>
   return recipe;
 }
 
-}  // namespace
-
-int RunCommand(const Words& words) {
+/// `qel run` and `qel convert`: the same but for the steps.
+int Run(const std::string& command, const Words& words) {
   Interruption interruption;
   // Everything that can be known to be wrong is said before the first file is changed.
-  const RunOptions options = ParseRunOptions(words);
-  const std::vector<Step> steps = ReadSteps(options.steps);
+  const RunOptions options = ParseRunOptions(command, words);
+  if (!options.notes) SilenceNotes();
+  std::vector<Step> steps;
+  if (command == "run") steps = ReadSteps(options.steps);
   const std::vector<std::string> second_paths = PictureNames(steps);
   const std::vector<BatchItem> items = PlanBatch({.inputs = ListInputs(options),
                                                   .output = options.output,
@@ -70,17 +73,31 @@ int RunCommand(const Words& words) {
                                           items.size(), options.resume);
   }
   const auto progress = MakeProgress(options.progress, options.progress_descriptor, items.size());
-  return RunBatch({.items = items,
-                   .steps = steps,
-                   .reading = options.reading,
-                   .writing = options.writing,
-                   .replace = options.replace,
-                   .session = session,
-                   .second_pictures = second_pictures,
-                   .manifest = manifest.get(),
-                   .resume = options.resume,
-                   .progress = *progress},
-                  options.jobs, interruption);
+  RunStats stats(steps.size());
+  const ExitCode code = RunBatch({.items = items,
+                                  .steps = steps,
+                                  .reading = options.reading,
+                                  .writing = options.writing,
+                                  .replace = options.replace,
+                                  .session = session,
+                                  .second_pictures = second_pictures,
+                                  .manifest = manifest.get(),
+                                  .resume = options.resume,
+                                  .progress = *progress,
+                                  .stats = options.stats ? &stats : nullptr},
+                                 options.jobs, interruption);
+  if (options.stats) {
+    std::vector<std::string> texts;
+    for (const Step& step : steps) texts.push_back(step.text);
+    stats.Print(texts, std::cout);
+  }
+  return code;
 }
+
+}  // namespace
+
+int RunCommand(const Words& words) { return Run("run", words); }
+
+int ConvertCommand(const Words& words) { return Run("convert", words); }
 
 }  // namespace qel::cli

@@ -1,37 +1,78 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "cli/batch/input_list.h"
 #include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
 #include "cli/drawing/picture_sheet.h"
+#include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
+#include "compose/placement.h"
+#include "compose/resize.h"
 
 namespace qel::cli {
 namespace {
 
 constexpr int kUsualColumns = 3;
 constexpr int kMostColumns = 100;
+constexpr int kLargestSize = 10000;
 
-std::vector<CaptionedPicture> LoadAll(const std::vector<std::string>& paths) {
+[[noreturn]] void RefuseSize(int64_t pixels) {
+  throw Failure(kUsage, "the sheet would have " + std::to_string(pixels) +
+                            " pixels, more than the limit of " +
+                            std::to_string(pictures::Limits().max_pixels) +
+                            "; scale its pictures with --size N");
+}
+
+/// The picture in colours, scaled down to lie in `size` x `size` pixels; 0 leaves its size.
+SmartPtr<host::HostImage> Thumbnail(const host::HostImage& image, int size) {
+  SmartPtr<host::HostImage> colors = AsColour(image);
+  const compose::Size whole = {image.width(), image.height()};
+  const compose::Size small =
+      size == 0 ? whole : compose::FitSize(whole, size, size, compose::Fit::kInside, false).scaled;
+  if (small == whole) return colors;
+  SmartPtr<host::HostImage> scaled = MakeImage(small.width, small.height, 32);
+  const compose::Resizer resizer({.source_width = whole.width,
+                                  .source_height = whole.height,
+                                  .width = small.width,
+                                  .height = small.height,
+                                  .dest_width = small.width,
+                                  .dest_height = small.height});
+  resizer.Run({colors->Bits(), colors->stride(), whole.width, whole.height, 4}, 0,
+              {scaled->Bits(), scaled->stride(), small.width, small.height, 4}, 0);
+  return scaled;
+}
+
+std::vector<CaptionedPicture> LoadAll(const std::vector<std::string>& paths, int size) {
   std::vector<CaptionedPicture> pictures;
+  int64_t pixels = 0;
   for (const std::string& path : paths) {
-    pictures.push_back(
-        {std::filesystem::path(path).filename().string(), LoadPicture(path, {}).image});
+    auto picture = Thumbnail(*LoadPicture(path, {}).image, size);
+    pixels += int64_t{picture->width()} * picture->height();
+    // Before memory is full of what will not fit.
+    if (!pictures::Limits().AllowSize(1, pixels)) RefuseSize(pixels);
+    pictures.push_back({std::filesystem::path(path).filename().string(), std::move(picture)});
   }
   return pictures;
 }
 
 /// The picture as it came, then after each step. With `apart` every step starts from the first.
 std::vector<CaptionedPicture> RunSteps(const std::string& path, const std::vector<Step>& steps,
-                                       const std::string& module, bool apart) {
+                                       const std::string& module, bool apart, int size) {
   const Session session(module);
-  std::vector<CaptionedPicture> pictures = LoadAll({path});
+  std::vector<CaptionedPicture> pictures;
+  pictures.push_back(
+      {std::filesystem::path(path).filename().string(), LoadPicture(path, {}).image});
   PictureFiles second_pictures;
   for (const Step& step : steps) {
     host::HostImage& source = *(apart ? pictures.front() : pictures.back()).image;
-    auto result = session.Run({step}, CopyOf(source), second_pictures);
+    std::vector<std::string> notes;
+    auto result = session.Run({step}, CopyOf(source), second_pictures, notes);
+    for (const std::string& note : SurprisesOf({step}, ShapeOf(source))) PrintNoteOnce(note);
+    PrintNotes(path, notes);
     pictures.push_back({step.text, std::move(result)});
   }
+  for (CaptionedPicture& picture : pictures) picture.image = Thumbnail(*picture.image, size);
   return pictures;
 }
 
@@ -45,23 +86,37 @@ int SheetCommand(const Words& words) {
                   "write qel sheet PICTURE... -o SHEET, or PICTURE --steps STEP... -o SHEET");
   }
   const std::string output = options.Value("-o");
+  if (options.Has("--no-notes")) SilenceNotes();
+  const int size = options.Number("--size", 1, kLargestSize, 0);
   const int columns = options.Number("--columns", 1, kMostColumns, kUsualColumns);
   CheckOutputName(output);
   std::vector<Step> steps;
   if (options.Has("--steps")) steps = ReadSteps({rest.begin() + 1, rest.end()});
   const std::vector<std::string> captions = options.Values("--caption");
-  const size_t count = options.Has("--steps") ? steps.size() + 1 : rest.size();
+  std::vector<std::string> paths;
+  if (!options.Has("--steps")) {
+    for (const std::string& word : rest) {
+      for (std::string& path : ExpandPattern(word)) paths.push_back(std::move(path));
+    }
+  }
+  const size_t count = options.Has("--steps") ? steps.size() + 1 : paths.size();
   if (captions.size() > count) {
     throw Failure(kUsage, "there are " + std::to_string(captions.size()) + " captions for " +
                               std::to_string(count) + " pictures");
   }
   std::vector<CaptionedPicture> pictures =
       options.Has("--steps")
-          ? RunSteps(rest.front(), steps, options.Value("--module"), options.Has("--apart"))
-          : LoadAll(rest);
+          ? RunSteps(rest.front(), steps, options.Value("--module"), options.Has("--apart"), size)
+          : LoadAll(paths, size);
   for (size_t i = 0; i < captions.size(); ++i) pictures[i].caption = captions[i];
-  for (CaptionedPicture& picture : pictures) picture.image = AsColour(*picture.image);
+  if (options.Has("--no-captions")) {
+    for (CaptionedPicture& picture : pictures) picture.caption.clear();
+  }
   const int used_columns = std::min(columns, static_cast<int>(pictures.size()));
+  const SheetSize sheet = SizeOfSheet(pictures, used_columns);
+  if (!pictures::Limits().AllowSize(sheet.width, sheet.height)) {
+    RefuseSize(sheet.width * sheet.height);
+  }
   SavePicture(output, *MakeSheet(pictures, used_columns), {}, {});
   return kDone;
 }

@@ -9,13 +9,27 @@ Canvas CanvasOf(const host::HostImage& image) {
   return {image.Bits(), image.stride(), image.width(), image.height()};
 }
 
-SmartPtr<host::HostImage> MakeSheet(const std::vector<CaptionedPicture>& pictures, int columns) {
+namespace {
+
+std::vector<SheetCell> CellsOf(const std::vector<CaptionedPicture>& pictures) {
   std::vector<SheetCell> cells;
   for (const auto& [caption, image] : pictures) {
     cells.push_back({caption, image->Bits(), image->stride(), image->width(), image->height()});
   }
+  return cells;
+}
+
+}  // namespace
+
+SheetSize SizeOfSheet(const std::vector<CaptionedPicture>& pictures, int columns) {
+  return MeasureSheet(CellsOf(pictures), columns);
+}
+
+SmartPtr<host::HostImage> MakeSheet(const std::vector<CaptionedPicture>& pictures, int columns) {
+  const std::vector<SheetCell> cells = CellsOf(pictures);
   const SheetSize size = MeasureSheet(cells, columns);
-  SmartPtr<host::HostImage> sheet = MakeImage(size.width, size.height, 32);
+  SmartPtr<host::HostImage> sheet =
+      MakeImage(static_cast<int>(size.width), static_cast<int>(size.height), 32);
   DrawSheet(CanvasOf(*sheet), cells, columns);
   return sheet;
 }

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/drawing/canvas.h"
+#include "cli/drawing/sheet.h"
 #include "host/host_image.h"
 
 namespace qel::cli {
@@ -17,6 +17,9 @@ struct CaptionedPicture {
   std::string caption;
   SmartPtr<host::HostImage> image;  ///< 32 bits
 };
+
+/// Size of the sheet that `MakeSheet` would make.
+SheetSize SizeOfSheet(const std::vector<CaptionedPicture>& pictures, int columns);
 
 /// The pictures in rows of `columns` on one new picture. Throws `Failure(kModuleFault)`.
 SmartPtr<host::HostImage> MakeSheet(const std::vector<CaptionedPicture>& pictures, int columns);

@@ -39,7 +39,9 @@ std::vector<std::string> LinesOf(const SheetCell& cell, int width) {
 
 /// Every column takes the width of the widest picture; captions adapt to it.
 int ColumnWidth(const std::vector<SheetCell>& cells) {
-  int width = kLeastWidth;
+  const bool captions =
+      std::ranges::any_of(cells, [](const SheetCell& cell) { return !cell.caption.empty(); });
+  int width = captions ? kLeastWidth : 1;
   for (const SheetCell& cell : cells) width = std::max(width, cell.width);
   return width;
 }
@@ -56,7 +58,7 @@ std::vector<SheetRow> RowsOf(const std::vector<SheetCell>& cells, size_t columns
     SheetRow& row = rows[i / columns];
     const auto lines = static_cast<int>(LinesOf(cells[i], width).size());
     row.picture = std::max(row.picture, cells[i].height);
-    row.caption = std::max(row.caption, kLineHeight * (lines + 1));
+    if (!cells[i].caption.empty()) row.caption = std::max(row.caption, kLineHeight * (lines + 1));
   }
   return rows;
 }
@@ -77,7 +79,7 @@ void DrawCell(const Canvas& canvas, const SheetCell& cell, int left, int top) {
 
 SheetSize MeasureSheet(const std::vector<SheetCell>& cells, int columns) {
   const int width = ColumnWidth(cells);
-  SheetSize size{kMargin + columns * (width + kMargin), kMargin};
+  SheetSize size{kMargin + int64_t{columns} * (width + kMargin), kMargin};
   for (const SheetRow& row : RowsOf(cells, static_cast<size_t>(columns), width)) {
     size.height += row.picture + row.caption + kMargin;
   }

@@ -20,13 +20,13 @@ struct SheetCell {
 
 /// Size of a sheet with the cells in rows of `columns`.
 struct SheetSize {
-  int width;
-  int height;
+  int64_t width;
+  int64_t height;
 };
 SheetSize MeasureSheet(const std::vector<SheetCell>& cells, int columns);
 
-/// Draws the cells with their captions; transparency shows as a chequered ground. `canvas` has the
-/// size that `MeasureSheet` gives.
+/// Draws the cells with their captions, without room for them when all are empty; transparency
+/// shows as a chequered ground. `canvas` has the size that `MeasureSheet` gives.
 void DrawSheet(const Canvas& canvas, const std::vector<SheetCell>& cells, int columns);
 
 }  // namespace qel::cli

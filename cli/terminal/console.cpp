@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
+#include <set>
 
 #include "cli/terminal/utf8.h"
 
@@ -25,6 +26,11 @@ std::string& Status() {
   return status;
 }
 
+bool& NotesAreSilent() {
+  static bool silent = false;
+  return silent;
+}
+
 bool WantsColour() {
   const char* const no_colour = std::getenv("NO_COLOR");
   const char* const terminal = std::getenv("TERM");
@@ -41,6 +47,21 @@ void PrintMessage(std::string_view message, Tone tone) {
   if (!Status().empty()) line = std::string(kEraseLine) + line + Status();
   WriteAll(STDERR_FILENO, line);
 }
+
+void PrintNote(std::string_view path, std::string_view note) {
+  if (NotesAreSilent()) return;
+  std::string line(path);
+  PrintMessage(line.append(path.empty() ? "note: " : ": note: ").append(note));
+}
+
+void PrintNoteOnce(const std::string& note) {
+  static std::mutex mutex;
+  static std::set<std::string> printed;
+  const std::lock_guard lock(mutex);
+  if (printed.insert(note).second) PrintNote({}, note);
+}
+
+void SilenceNotes() { NotesAreSilent() = true; }
 
 void ShowStatus(std::string_view status) {
   const std::lock_guard lock(ConsoleMutex());

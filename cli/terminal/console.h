@@ -16,6 +16,13 @@ enum class Tone { kPlain, kAlarm };
 /// read it: what cannot be written is lost.
 void PrintMessage(std::string_view message, Tone tone = Tone::kPlain);
 
+/// Prints what a user should know of a file or, with no path, of the run: "qel: PATH: note: NOTE".
+void PrintNote(std::string_view path, std::string_view note);
+/// The same for a note on the run that may come up with every file: it is printed once.
+void PrintNoteOnce(const std::string& note);
+/// From now on notes are not printed. Call it before threads start.
+void SilenceNotes();
+
 /// Replaces the status line, the last one on the terminal; empty removes it.
 void ShowStatus(std::string_view status);
 

@@ -1,5 +1,6 @@
 #include "cli/terminal/options.h"
 
+#include <cctype>
 #include <charconv>
 
 #include "cli/operations.h"
@@ -14,7 +15,11 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
       rest_.insert(rest_.end(), words.begin() + static_cast<std::ptrdiff_t>(i) + 1, words.end());
       return;
     }
-    if (word.size() < 2 || word[0] != '-') {
+    // A number is a word, also below zero.
+    const bool is_number =
+        word.size() > 1 &&
+        (std::isdigit(static_cast<unsigned char>(word[1])) != 0 || word[1] == '.');
+    if (word.size() < 2 || word[0] != '-' || is_number) {
       rest_.push_back(word);
       continue;
     }

@@ -216,7 +216,13 @@ TEST_F(Commands, ManualAndJsonTellEverythingOfEveryOperation) {
     }
   }
   for (const Command& command : CommandTable()) {
-    EXPECT_NE(tool_page.find(".SS \"qel " + escaped(command.name)), std::string::npos);
+    const std::string name(command.name);
+    EXPECT_NE(tool_page.find("qel\\-" + escaped(name) + "(1)"), std::string::npos) << name;
+    const std::string page = ReadFile(folder_ / ("pages/qel-" + name + ".1"));
+    EXPECT_EQ(page, Run("man " + name).output);
+    for (const CommandOption& option : command.options) {
+      EXPECT_NE(page.find("\\fB" + escaped(option.name)), std::string::npos) << option.name;
+    }
   }
 }
 

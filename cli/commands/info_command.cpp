@@ -1,0 +1,142 @@
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+
+#include "cli/batch/dry_run.h"
+#include "cli/batch/input_list.h"
+#include "cli/commands/command_table.h"
+#include "cli/terminal/console.h"
+#include "cli/terminal/errors.h"
+#include "cli/terminal/json.h"
+#include "pictures/icc.h"
+
+namespace qel::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// What a file says of its picture.
+struct FileInfo {
+  std::string path;
+  pictures::PictureInfo picture = {};
+  uintmax_t bytes = 0;
+  std::string changed = {};  ///< when, as ISO 8601 in UTC
+  double memory = 0;    ///< bytes of the decoded picture
+};
+
+std::string TimeOf(const std::string& path) {
+  std::error_code error;
+  const fs::file_time_type written = fs::last_write_time(path, error);
+  if (error) return {};
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(
+      std::chrono::time_point_cast<std::chrono::system_clock::duration>(
+          std::chrono::file_clock::to_sys(written)));
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  std::ostringstream text;
+  text << std::put_time(&parts, "%Y-%m-%dT%H:%M:%SZ");
+  return text.str();
+}
+
+FileInfo Look(const std::string& path) {
+  FileInfo info{path, pictures::ReadPictureHeader(path)};
+  std::error_code ignored;
+  info.bytes = fs::file_size(path, ignored);
+  info.changed = TimeOf(path);
+  info.memory = ImageBytes({info.picture.width, info.picture.height, info.picture.bit_count});
+  return info;
+}
+
+std::string_view MeaningOf(int bit_count) {
+  return bit_count == 32 ? "colours and alpha" : bit_count == 24 ? "colours" : "grey";
+}
+
+std::string Fixed(double value, int digits) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(digits) << value;
+  return text.str();
+}
+
+void Print(const FileInfo& info) {
+  const pictures::PictureInfo& picture = info.picture;
+  const auto line = [](std::string_view tag, const std::string& text) {
+    if (!text.empty()) std::cout << "  " << std::left << std::setw(13) << tag << text << "\n";
+  };
+  std::cout << info.path << "\n";
+  line("size", std::to_string(picture.width) + " x " + std::to_string(picture.height) +
+                   " pixels, " + Fixed(1e-6 * picture.width * picture.height, 1) + " megapixels");
+  line("depth",
+       std::to_string(picture.bit_count) + " bits: " + std::string(MeaningOf(picture.bit_count)));
+  line("format", std::string(pictures::NameOf(picture.format)) + ", " + std::to_string(info.bytes) +
+                     " bytes");
+  if (picture.metadata.dpi_x > 0) {
+    line("resolution",
+         Fixed(picture.metadata.dpi_x, 0) + " x " + Fixed(picture.metadata.dpi_y, 0) + " dpi");
+  }
+  line("profile", picture.metadata.icc_profile.empty()
+                      ? "none"
+                      : pictures::ProfileName(picture.metadata.icc_profile));
+  line("orientation", picture.orientation == 1
+                          ? "as stored"
+                          : std::to_string(picture.orientation) + " in the file, is applied");
+  line("changed", info.changed);
+  line("memory", Fixed(info.memory / (1 << 20), 1) + " MiB decoded");
+  for (const std::string& note : picture.notes) line("note", note);
+}
+
+std::string AsJson(const FileInfo& info) {
+  const pictures::PictureInfo& picture = info.picture;
+  JsonObject object;
+  object.Text("path", info.path)
+      .Text("format", pictures::NameOf(picture.format))
+      .Number("bytes", static_cast<int64_t>(info.bytes))
+      .Number("width", picture.width)
+      .Number("height", picture.height)
+      .Number("bits", picture.bit_count)
+      .Flag("alpha", picture.HasAlpha())
+      .Real("dpi_x", picture.metadata.dpi_x)
+      .Real("dpi_y", picture.metadata.dpi_y)
+      .Text("profile", picture.metadata.icc_profile.empty()
+                           ? ""
+                           : pictures::ProfileName(picture.metadata.icc_profile))
+      .Number("orientation", picture.orientation)
+      .Text("changed", info.changed)
+      .Number("memory", static_cast<int64_t>(info.memory));
+  std::vector<std::string> notes;
+  for (const std::string& note : picture.notes) notes.push_back(JsonText(note));
+  object.Json("notes", JsonArray(notes));
+  return object.Line();
+}
+
+}  // namespace
+
+int InfoCommand(const Words& words) {
+  const Options options(words, KnownOptions("info"));
+  if (options.rest().empty()) throw Failure(kUsage, "write qel info PICTURE...");
+  std::vector<std::string> paths;
+  for (const std::string& word : options.rest()) {
+    for (std::string& path : ExpandPattern(word)) paths.push_back(std::move(path));
+  }
+  size_t failed = 0;
+  ExitCode code = kDone;
+  for (const std::string& path : paths) {
+    try {
+      const FileInfo info = Look(path);
+      if (options.Has("--json")) {
+        std::cout << AsJson(info);
+      } else {
+        Print(info);
+      }
+    } catch (const pictures::PictureError& error) {
+      PrintMessage(error.what());
+      code = ExitCodeOf(error);
+      ++failed;
+    }
+  }
+  return failed == 0 ? kDone : failed == paths.size() ? code : kSomeFailed;
+}
+
+}  // namespace qel::cli

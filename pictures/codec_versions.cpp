@@ -1,0 +1,32 @@
+#include "pictures/codec_versions.h"
+
+#include <jconfig.h>
+#include <png.h>
+#include <tiffio.h>
+#include <webp/encode.h>
+
+namespace qel::pictures {
+namespace {
+
+/// Three numbers from the highest bytes on.
+std::string Dotted(int version) {
+  return std::to_string(version >> 16) + "." + std::to_string(version >> 8 & 255) + "." +
+         std::to_string(version & 255);
+}
+
+#define QEL_TEXT_OF(macro) QEL_TEXT(macro)
+#define QEL_TEXT(text) #text
+
+}  // namespace
+
+std::vector<CodecVersion> CodecVersions() {
+  const std::string tiff = TIFFGetVersion();
+  return {{"PNG", std::string("libpng ") + png_get_libpng_ver(nullptr)},
+          {"JPEG", "libjpeg-turbo " QEL_TEXT_OF(LIBJPEG_TURBO_VERSION)},
+          {"TIFF", tiff.substr(0, tiff.find('\n'))},
+          {"WebP", "libwebp " + Dotted(WebPGetEncoderVersion())},
+          {"BMP", "built in"},
+          {"PNM", "built in"}};
+}
+
+}  // namespace qel::pictures
