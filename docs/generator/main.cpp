@@ -90,7 +90,8 @@ using Files = std::map<std::string, std::string>;
 class Generator {
  public:
   Generator() {
-    for (const auto pages : {&ColorPages, &TransformPages, &FilterPages, &MathsPages}) {
+    for (const auto pages :
+         {&ColorPages, &TransformPages, &FilterPages, &MathsPages, &ComposedPages}) {
       for (const Page& page : pages()) pages_.emplace(page.name, page);
     }
   }
@@ -101,7 +102,7 @@ class Generator {
     gallery
         << "# Operations\n\nEach page has pictures before and after, the formula, the cost, what "
            "may surprise, and the same call from the tool and from C++. `./docs.sh` writes them "
-           "all.\n";
+           "all.\n\n[Ten everyday jobs](everyday.md) shows what people need most.\n";
     std::string_view component;
     for (const Operation& operation : cli::OperationTable()) {
       if (operation.component != component) {
@@ -121,6 +122,7 @@ class Generator {
               << "\" width=\"270\">](" << operation.name << ".md)\n";
     }
     files["README.md"] = gallery.str();
+    AddEverydayPage(files);
     return files;
   }
 
@@ -173,7 +175,7 @@ class Generator {
     std::vector<cli::CaptionedPicture> before, after;
     for (const int depth : DepthsOf(operation)) {
       const Image result = RunStep(operation, depth);
-      const bool checks = depth == 32 || !page.for_32_bits;
+      const bool checks = !operation.composed() && (depth == 32 || !page.for_32_bits);
       const Image same = checks ? RunExample(operation, page, depth) : result;
       if (!cli::WhyNotComparable(*result, *same).empty() ||
           cli::Compare(*result, *same, 0).differing_pixels != 0) {
@@ -185,9 +187,7 @@ class Generator {
     }
     const int columns = static_cast<int>(before.size());
     before.insert(before.end(), after.begin(), after.end());
-    const auto sheet = cli::MakeSheet(before, columns);
-    const std::vector<uint8_t> png = cli::EncodeImage("sheet.png", *sheet, {}, {});
-    return {png.begin(), png.end()};
+    return EncodeSheet(before, columns);
   }
 
   /// Statements one below the other, without the `return` that only the generator needs.
@@ -236,11 +236,54 @@ class Generator {
     out << "- **Depths**: " << operation.depths
         << " bits\n- **Result**: " << (operation.in_place ? "in place" : "a new picture")
         << "\n- **Cost**: " << page.cost << "\n";
-    if (!operation.note.empty()) out << "- **May surprise**: " << operation.note << "\n";
+    const std::string caveats = operation.Caveats();
+    if (!caveats.empty()) out << "- **May surprise**: " << caveats << "\n";
     out << "\n## How to call it\n\n```sh\nqel run in.png -o out.png \"" << StepOf(operation)
-        << "\"\n```\n\n```cpp\n"
-        << LayOut(page.example.text) << "\n```\n\n[All operations](README.md)\n";
+        << "\"\n```\n\n";
+    if (operation.composed()) {
+      out << "The tool adds it to the module's operations: hosts do not find it there.\n";
+    } else {
+      out << "```cpp\n" << LayOut(page.example.text) << "\n```\n";
+    }
+    out << "\n[All operations](README.md)\n";
     return out.str();
+  }
+
+  static std::string EncodeSheet(const std::vector<cli::CaptionedPicture>& cells, int columns) {
+    const auto sheet = cli::MakeSheet(cells, columns);
+    const std::vector<uint8_t> png = cli::EncodeImage("sheet.png", *sheet, {}, {});
+    return {png.begin(), png.end()};
+  }
+
+  /// A round logo for a corner of the picture.
+  Image DrawLogo() const {
+    const Image disc = DrawDisc(32, true);
+    for (int y = 0; y < kHeight; ++y) {
+      for (int x = 0; x < kWidth; ++x) disc->Row(y)[4 * x + 3] = disc->Row(y)[4 * x + 2];
+    }
+    cli::PictureFiles none;
+    return session_.Run(cli::ParseSteps({"crop aspect=1 resize height=36"}), disc, none);
+  }
+
+  void AddEverydayPage(Files& files) const {
+    std::ostringstream page;
+    page << "# Ten everyday jobs\n\nWhat people need most, as one would type it. Left the picture "
+            "before, right after.\n";
+    cli::PictureFiles second_pictures;
+    second_pictures.Provide("other.png", DrawLogo());
+    for (const Job& job : EverydayJobs()) {
+      const std::string picture = "pictures/everyday-" + std::string(job.name) + ".png";
+      const int depth = job.name == "flatten" ? 32 : 24;
+      const Image after = session_.Run(cli::ParseSteps({std::string(job.steps)}), DrawScene(depth),
+                                       second_pictures);
+      files[picture] = EncodeSheet(
+          {{"before", cli::AsColour(*DrawScene(depth))}, {"after", cli::AsColour(*after)}}, 2);
+      page << "\n## " << job.title << "\n\n```sh\nqel run " << job.input << " -o " << job.output
+           << " " << (job.command.empty() ? job.steps : job.command) << "\n```\n\n"
+           << job.text << "\n\n![before and after](" << picture << ")\n";
+    }
+    page << "\n[All operations](README.md)\n";
+    files["everyday.md"] = page.str();
   }
 
   cli::Session session_;

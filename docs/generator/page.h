@@ -34,7 +34,8 @@ struct Page {
   std::string_view name;     ///< of the operation in the tool
   std::string_view formula;  ///< Markdown
   std::string_view cost;     ///< Markdown, one sentence or two
-  Example example;           ///< does the same as the tool's example
+  /// Does the same as the tool's example; empty for operations that the module does not have.
+  Example example = {};
   bool for_32_bits = false;  ///< other depths take other arguments
 };
 
@@ -42,6 +43,19 @@ std::vector<Page> ColorPages();
 std::vector<Page> TransformPages();
 std::vector<Page> FilterPages();
 std::vector<Page> MathsPages();
+std::vector<Page> ComposedPages();
+
+/// Something that people do every day, with the steps that do it.
+struct Job {
+  std::string_view name;  ///< of its picture
+  std::string_view title;
+  std::string_view input;  ///< as one would type it
+  std::string_view output;
+  std::string_view steps;    ///< for the pictures of the pages
+  std::string_view text;     ///< Markdown
+  std::string_view command;  ///< the steps as the page shows them; empty: `steps`
+};
+std::vector<Job> EverydayJobs();
 
 #define QEL_EXAMPLE(...)                                                                 \
   ::qel::docs::Example {                                                                 \
