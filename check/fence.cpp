@@ -5,6 +5,7 @@
 #include <link.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -19,9 +20,20 @@
 namespace qel::cli {
 namespace {
 
-constexpr size_t kPage = 4096;
+const auto kPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
 constexpr size_t kUsualAlignment = 16;
 constexpr size_t kMostBlocks = size_t{1} << 16;
+
+// Relocations that put a function's address into a library.
+#ifdef __aarch64__
+constexpr unsigned kCallOf = R_AARCH64_JUMP_SLOT;
+constexpr unsigned kAddressOf = R_AARCH64_GLOB_DAT;
+constexpr unsigned kPointerTo = R_AARCH64_ABS64;
+#else
+constexpr unsigned kCallOf = R_X86_64_JUMP_SLOT;
+constexpr unsigned kAddressOf = R_X86_64_GLOB_DAT;
+constexpr unsigned kPointerTo = R_X86_64_64;
+#endif
 
 /// The functions as they are without a fence.
 struct Functions {
@@ -211,7 +223,7 @@ class LoadedLibrary {
     const auto* const relocations = reinterpret_cast<const ElfW(Rela)*>(table);
     for (size_t i = 0; i < size / sizeof(ElfW(Rela)); ++i) {
       const auto type = ELF64_R_TYPE(relocations[i].r_info);
-      if (type != R_X86_64_JUMP_SLOT && type != R_X86_64_GLOB_DAT && type != R_X86_64_64) continue;
+      if (type != kCallOf && type != kAddressOf && type != kPointerTo) continue;
       const auto& symbol =
           reinterpret_cast<const ElfW(Sym)*>(symbols_)[ELF64_R_SYM(relocations[i].r_info)];
       const auto* const name = reinterpret_cast<const char*>(names_) + symbol.st_name;

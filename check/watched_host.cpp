@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "check/counting.h"
+
 namespace qel::cli {
 namespace {
 
@@ -17,85 +19,14 @@ uint8_t PaddingByte(size_t place) { return static_cast<uint8_t>(0xA5 ^ (place * 
 
 size_t RoundUpToPage(size_t size) { return (size + kPage - 1) / kPage * kPage; }
 
-/// A string of the host that counts itself.
-class WatchedString final : public host::HostObject<host::IHostString, ICreatableString, IString> {
- public:
-  explicit WatchedString(WatchedHost& host) : host_(host) { ++host_.live_strings; }
-  ~WatchedString() override { --host_.live_strings; }
-  result_t AppendChars(int count, const wchar_t* characters) override {
-    if (!host_.OnCall()) return kFail;
-    text_.append(characters, static_cast<size_t>(std::max(count, 0)));
-    return kOk;
-  }
-  result_t GetText(tagREFString* text) override {
-    *text = {text_.size(), text_.data()};
-    return kOk;
-  }
-
- private:
-  WatchedHost& host_;
-  std::wstring text_;
-};
-
 }  // namespace
 
 uint32_t UsualModel(int bit_count) {
   return bit_count == 32 ? kModelArgb : bit_count == 24 ? kModelBgr : kModelMono;
 }
 
-/// The collection that the module sees: the reference host's, behind the watch.
-class WatchedHost::Gate final : public host::HostObject<IComponentCollection> {
- public:
-  Gate(WatchedHost& host, host::HostCollection& inner) : host_(host), inner_(inner) {}
-
-  result_t GetItem(int index, IUnknown** item) override {
-    if (!host_.OnCall()) return kFail;
-    *item = nullptr;
-    return host_.GivesNull() ? kOk : inner_.GetItem(index, item);
-  }
-  result_t FindItem(IString* name, int* index) override {
-    return host_.OnCall() ? inner_.FindItem(name, index) : kFail;
-  }
-  result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
-    if (!host_.OnCall()) return kFail;
-    *object = nullptr;
-    return host_.GivesNull() ? kOk : inner_.CreateComponent(name, iid, object);
-  }
-
- private:
-  WatchedHost& host_;
-  host::HostCollection& inner_;
-};
-
-WatchedHost::WatchedHost() : inner_(host::HostCollection::Make()) {
-  inner_->Offer(kImageComponentName, [this](const IID& iid, void** object) {
-    WatchedImage* const image = MakeForModule();
-    if (image == nullptr) return kFail;
-    // The image was made with the reference that goes out.
-    *object = nullptr;
-    const bool answers = iid == IID_IQELImage || iid == IID_IQELImageDIB;
-    if (answers) {
-      *object = static_cast<IQELImageDIB*>(image);
-    } else {
-      image->Release();
-    }
-    return answers ? kOk : kNoInterface;
-  });
-  inner_->Offer(host::kStringName, host::MakerOf([this] {
-                  return SmartPtr<WatchedString>::Adopt(new WatchedString(*this));
-                }));
-  gate_ = SmartPtr<Gate>::Adopt(new Gate(*this, *inner_));
-}
-
+WatchedHost::WatchedHost() = default;
 WatchedHost::~WatchedHost() = default;
-
-IComponentCollection* WatchedHost::collection() const { return gate_.Get(); }
-
-bool WatchedHost::OnCall() {
-  if (calls++ != fault_at) return true;
-  if (fault == Fault::kThrow) throw Exception();
-  return fault != Fault::kFail;
-}
 
 WatchedImage& WatchedHost::MakeImage(int width, int height, int bit_count) {
   images_.push_back(std::make_unique<WatchedImage>(*this));
@@ -113,8 +44,8 @@ WatchedImage& WatchedHost::MakeImage(int width, int height, int bit_count) {
   return image;
 }
 
-WatchedImage* WatchedHost::MakeForModule() {
-  if (refuses_images || !OnCall() || GivesNull()) return nullptr;
+IQELImageDIB* WatchedHost::NewImage() {
+  if (refuses_images) return nullptr;
   images_.push_back(std::make_unique<WatchedImage>(*this));
   return images_.back().get();
 }
@@ -128,11 +59,7 @@ WatchedImage* WatchedHost::FindImage(const IQEL* pointer) const {
 void WatchedHost::ForgetImages() { images_.clear(); }
 
 int64_t WatchedHost::References() const {
-  const auto count = [](IUnknown* object) {
-    object->AddRef();
-    return int64_t{object->Release()};
-  };
-  int64_t references = live_strings + count(inner_.Get()) + count(gate_.Get());
+  int64_t references = live_objects + CountOf(collection());
   for (const auto& image : images_) references += image->references();
   return references;
 }
@@ -147,7 +74,7 @@ void WatchedImage::Unmap() {
 
 result_t WatchedImage::QueryInterface(const IID& iid, void** object) {
   *object = nullptr;
-  if (!host_.OnCall()) return kFail;
+  if (!host_.OnCall("QueryInterface")) return host::CallWatch::kFaultCode;
   if (host_.GivesNull()) return kOk;
   if (iid != IID_IUnknown && iid != IID_IQEL && iid != IID_IQELImage && iid != IID_IQELImageDIB) {
     return kNoInterface;
@@ -158,7 +85,7 @@ result_t WatchedImage::QueryInterface(const IID& iid, void** object) {
 }
 
 result_t WatchedImage::GetSize(int* width, int* height, int* planes) {
-  if (!host_.OnCall()) return kFail;
+  if (!host_.OnCall("GetSize")) return host::CallWatch::kFaultCode;
   *width = width_;
   *height = height_;
   *planes = planes_;
@@ -166,7 +93,7 @@ result_t WatchedImage::GetSize(int* width, int* height, int* planes) {
 }
 
 result_t WatchedImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
-  if (!host_.OnCall()) return kFail;
+  if (!host_.OnCall("GetFormat")) return host::CallWatch::kFaultCode;
   *bit_count = bit_count_;
   *model = model_;
   *reserved = 0;
@@ -174,7 +101,7 @@ result_t WatchedImage::GetFormat(int* bit_count, uint32_t* model, int* reserved)
 }
 
 result_t WatchedImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
-  if (!host_.OnCall()) return kFail;
+  if (!host_.OnCall("GetBits")) return host::CallWatch::kFaultCode;
   *reserved = 0;
   *bits = host_.GivesNull() || plane != 0 ? nullptr : bits_;
   *stride = stride_;
@@ -182,7 +109,7 @@ result_t WatchedImage::GetBits(int plane, int* reserved, uint8_t** bits, int* st
 }
 
 result_t WatchedImage::Create(int width, int height, int planes, int bit_count, uint32_t model) {
-  if (!host_.OnCall()) return kFail;
+  if (!host_.OnCall("Create")) return host::CallWatch::kFaultCode;
   return Reshape(width, height, planes, bit_count, model) ? kOk : kInvalidArgument;
 }
 
@@ -224,7 +151,7 @@ bool WatchedImage::Reshape(int width, int height, int planes, int bit_count, uin
 }
 
 result_t WatchedImage::Assign(IQEL* source, int /*flags*/) {
-  if (!host_.OnCall()) return kFail;
+  if (!host_.OnCall("Assign")) return host::CallWatch::kFaultCode;
   const WatchedImage* const from = host_.FindImage(source);
   if (from == nullptr) return kInvalidArgument;
   if (!Reshape(from->width_, from->height_, from->planes_, from->bit_count_, from->model_)) {
@@ -237,7 +164,7 @@ result_t WatchedImage::Assign(IQEL* source, int /*flags*/) {
 }
 
 result_t WatchedImage::Fill(uint32_t colour) {
-  if (!host_.OnCall()) return kFail;
+  if (!host_.OnCall("Fill")) return host::CallWatch::kFaultCode;
   SetAll(colour);
   return kOk;
 }

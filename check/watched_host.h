@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/host_collection.h"
+#include "host/instrumented_host.h"
 
 namespace qel::cli {
 
@@ -25,57 +25,29 @@ struct WatchedLayout {
 
 /// The checker as a host: it sees every call, can go wrong at any of them, and keeps what it made,
 /// so that a reference too few shows as a number and not as a crash. One thread.
-class WatchedHost {
+class WatchedHost final : public host::InstrumentedHost {
  public:
-  /// What call number `fault_at` does instead of its work.
-  enum class Fault {
-    kNone,
-    kThrow,  ///< throws `Exception`
-    kFail,   ///< fails and writes no output
-    kNull,   ///< succeeds with a null pointer, where a pointer comes out
-  };
-  struct Exception : std::runtime_error {
-    Exception() : std::runtime_error("an exception of the host") {}
-  };
-
   WatchedHost();
-  ~WatchedHost();
-
-  /// The collection to hand to the module.
-  IComponentCollection* collection() const;
+  ~WatchedHost() override;
 
   WatchedLayout layout;  ///< of images made from now on
   bool refuses_images = false;
-  Fault fault = Fault::kNone;
-  int fault_at = -1;
-  int calls = 0;  ///< since this was last set to 0
 
   /// An image made by the checker itself, with one reference and noise for pixels.
   WatchedImage& MakeImage(int width, int height, int bit_count);
   /// An image as the module asks for it, without pixels; null when the host refuses.
-  WatchedImage* MakeForModule();
+  IQELImageDIB* NewImage() override;
   /// The image behind `pointer`, or null when it is none of this host.
   WatchedImage* FindImage(const IQEL* pointer) const;
   const std::vector<std::unique_ptr<WatchedImage>>& images() const { return images_; }
   /// Drops all images, whoever may hold them.
   void ForgetImages();
 
-  /// References that are out in the world: of images, strings, locators and the collection.
+  /// References that are out in the world: of images and the collection, and strings and locators.
   int64_t References() const;
 
-  /// Every call of the module passes here first. False when the call must fail.
-  bool OnCall();
-  /// True when the call just let through must give a null pointer.
-  bool GivesNull() const { return fault == Fault::kNull && calls - 1 == fault_at; }
-
-  int live_strings = 0;
-
  private:
-  class Gate;
-
   std::vector<std::unique_ptr<WatchedImage>> images_;
-  SmartPtr<host::HostCollection> inner_;
-  SmartPtr<Gate> gate_;
 };
 
 /// An image whose memory, references and calls are watched. It lives as long as its host keeps it.

@@ -25,7 +25,8 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qel.pc"
   DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/pkgconfig" COMPONENT dev)
 
 install(DIRECTORY host DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qel-host" COMPONENT host
-  FILES_MATCHING PATTERN "*.h" PATTERN "sibling_module.h" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN "sibling_module.h" EXCLUDE
+  PATTERN "instrumented_host.h" EXCLUDE)
 install(TARGETS qel_host EXPORT qel-host-targets
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT host)
 install(EXPORT qel-host-targets NAMESPACE qel:: DESTINATION "${package_folder}" COMPONENT host)

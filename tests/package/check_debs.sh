@@ -59,6 +59,6 @@ else
 fi
 if [ "$(id -u)" = 0 ]; then
   run dpkg --root="$root" --log="$work/dpkg.log" --purge qel qel-dev qel-doc qel-host-dev qel-module
-  left=$(find "$root/usr" -type f | head -5)
+  left=$(find "$root" -path "$root/usr/*" -type f | head -5)
   [ -z "$left" ] || fail "left behind: $left"
 fi

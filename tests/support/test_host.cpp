@@ -5,99 +5,6 @@ namespace {
 
 TestHost& Host() { return TestHost::Instance(); }
 
-/// Reference counting for the small objects of the host.
-template <typename Interface>
-class Counted : public Interface {
- public:
-  Counted() { ++Host().live_objects; }
-  virtual ~Counted() { --Host().live_objects; }
-  result_t QueryInterface(const IID& iid, void** object) override {
-    if (!Host().OnCall("QueryInterface")) return TestHost::kFaultCode;
-    *object = nullptr;
-    if (Host().GivesNull()) return kOk;
-    if (iid != IID_IUnknown && iid != *kIidOf<Interface>) return kNoInterface;
-    this->AddRef();
-    *object = static_cast<Interface*>(this);
-    return kOk;
-  }
-  uint32_t AddRef() override { return ++count_; }
-  uint32_t Release() override {
-    const uint32_t left = --count_;
-    if (left == 0) delete this;
-    return left;
-  }
-
- private:
-  std::atomic<uint32_t> count_{1};
-};
-
-class TestString final : public Counted<ICreatableString> {
- public:
-  std::wstring text;
-  result_t AppendChars(int count, const wchar_t* characters) override {
-    if (!Host().OnCall("AppendChars")) return TestHost::kFaultCode;
-    text.append(characters, static_cast<size_t>(count));
-    return kOk;
-  }
-};
-
-result_t MakeComponent(const std::wstring& name, const IID* iid, void** object) {
-  *object = nullptr;
-  if (name == L"CreatableString") {
-    *object = static_cast<ICreatableString*>(new TestString);
-    return kOk;
-  }
-  if (name != L"QELImageDIB" || Host().refuses_images) return kFail;
-  if (*iid != IID_IQELImage && *iid != IID_IQELImageDIB) return kNoInterface;
-  *object = static_cast<IQELImageDIB*>(TestImage::Make(Host().new_image).Detach());
-  return kOk;
-}
-
-class TestLocator final : public Counted<IComponentString> {
- public:
-  explicit TestLocator(std::wstring component) : name(std::move(component)) {}
-  std::wstring name;
-  result_t CreateInstance(const IID* iid, void** object) override {
-    if (!Host().OnCall("CreateInstance")) return TestHost::kFaultCode;
-    *object = nullptr;
-    if (Host().GivesNull()) return kOk;
-    return MakeComponent(name, iid, object);
-  }
-  result_t SetPart(int, tagREFString) override { return kOk; }
-};
-
-class TestCollection final : public Counted<IComponentCollection> {
- public:
-  result_t GetItem(int index, IUnknown** item) override {
-    if (!Host().OnCall("GetItem")) return TestHost::kFaultCode;
-    *item = nullptr;
-    if (index != kImageItem) return kFail;
-    if (Host().GivesNull()) return kOk;
-    *item = new TestLocator(L"QELImageDIB");
-    return kOk;
-  }
-  result_t FindItem(IString* name, int* index) override {
-    if (!Host().OnCall("FindItem")) return TestHost::kFaultCode;
-    if (static_cast<TestString*>(name)->text != L"QELImageDIB") return kFail;
-    *index = kImageItem;
-    return kOk;
-  }
-  result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
-    if (!Host().OnCall("CreateComponent")) return TestHost::kFaultCode;
-    *object = nullptr;
-    if (Host().GivesNull()) return kOk;
-    const std::wstring text(name.text, static_cast<uint32_t>(name.length));
-    if (iid == nullptr || *iid == IID_NULL) {
-      *object = static_cast<IComponentString*>(new TestLocator(text));
-      return kOk;
-    }
-    return MakeComponent(text, iid, object);
-  }
-
- private:
-  static constexpr int kImageItem = 3;
-};
-
 }  // namespace
 
 TestHost& TestHost::Instance() {
@@ -105,9 +12,8 @@ TestHost& TestHost::Instance() {
   return *host;
 }
 
-IComponentCollection* TestHost::collection() {
-  static IComponentCollection* const collection = new TestCollection;
-  return collection;
+IQELImageDIB* TestHost::NewImage() {
+  return refuses_images ? nullptr : TestImage::Make(new_image).Detach();
 }
 
 void TestHost::Reset() {
@@ -117,13 +23,6 @@ void TestHost::Reset() {
   fault_at = -1;
   calls = 0;
   log.clear();
-}
-
-bool TestHost::OnCall(const char* name, const std::string& image, int plane) {
-  if (logging) log.push_back(name + image + (plane == 0 ? "" : "/" + std::to_string(plane)));
-  if (calls++ != fault_at) return true;
-  if (fault == Fault::kThrow) throw Exception{};
-  return fault != Fault::kFail;
 }
 
 /// The optional palette interface, part of the image's identity.
