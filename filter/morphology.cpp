@@ -29,6 +29,9 @@ constexpr int64_t kWideColumns = 128;
 constexpr int64_t kSharedRows = 5;
 constexpr int64_t kRowsBesideFew = 4;
 
+/// All scratch rows of a call.
+constexpr size_t kScratchBytes = 48 * 1024;
+
 /// One extremum on its way down a strip.
 struct Extremum {
   const ExtremumKernels* kernels;
@@ -39,7 +42,7 @@ struct Extremum {
 /// The scratch rows of one strip.
 class Scratch {
  public:
-  explicit Scratch(size_t pitch) : pitch_(pitch) {}
+  Scratch(std::span<uint8_t> memory, size_t pitch) : memory_(memory.data()), pitch_(pitch) {}
   size_t pitch() const { return pitch_; }
   uint8_t* Take(int64_t rows) {
     uint8_t* const taken = memory_ + used_;
@@ -48,7 +51,7 @@ class Scratch {
   }
 
  private:
-  alignas(64) uint8_t memory_[kScratchBytes];
+  uint8_t* const memory_;
   const size_t pitch_;
   size_t used_ = 0;
 };
@@ -127,14 +130,15 @@ class WideRows {
 class StripReducer {
  public:
   StripReducer(Strip& strip, const Reach& reach, std::span<const ExtremumKernels* const> kernels,
-               const WideRows* wide)
+               const WideRows* wide, std::span<uint8_t> scratch)
       : strip_(strip),
         reach_(reach),
         wide_(wide),
         count_(kernels.size()),
-        scratch_(ScratchPitch(strip.InBytes())) {
+        scratch_(scratch, ScratchPitch(strip.InBytes())) {
     for (size_t e = 0; e < count_; ++e) extrema_[e] = {kernels[e], nullptr, nullptr};
-    row_ = scratch_.Take(1);
+    // In place, another scratch row is the one outside.
+    row_ = scratch_.Take(strip.InPlace() ? 0 : 1);
   }
 
   void Run() {
@@ -290,15 +294,16 @@ class StripReducer {
 
 /// Windows of 3 x 3.
 void ReduceSquares(const SourceRows& source, DestRows& out,
-                   std::span<const ExtremumKernels* const> kernels) {
+                   std::span<const ExtremumKernels* const> kernels, std::span<uint8_t> scratch) {
   const auto step = static_cast<size_t>(source.sample_bytes());
-  ForEachRowOfSquares(source, out, [&](uint8_t* dest, const uint8_t* const* rows, size_t bytes) {
-    if (kernels.size() == 2) {
-      ActiveFilterKernels().spread(dest, rows, step, bytes);
-    } else {
-      kernels[0]->square(dest, rows, 3, step, bytes, nullptr);
-    }
-  });
+  ForEachRowOfSquares(source, out, scratch,
+                      [&](uint8_t* dest, const uint8_t* const* rows, size_t bytes) {
+                        if (kernels.size() == 2) {
+                          ActiveFilterKernels().spread(dest, rows, step, bytes);
+                        } else {
+                          kernels[0]->square(dest, rows, 3, step, bytes, nullptr);
+                        }
+                      });
 }
 
 void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
@@ -313,32 +318,31 @@ void ReduceWindows(const ImageView& source, const ImageView& dest, int size,
   const Reach reach(size);
   const SourceRows rows(source);
   DestRows out(dest, source, reach.after);
+  ScratchBlock<kScratchBytes> scratch;
   if (size > kWidestExtension) {
     ForEachTile(0, dest.Columns(), kWideColumns, [&](int64_t x, int64_t count) {
       const WideRows wide(rows, reach, x, count);
       Strip strip(rows, out, {0, 1}, {x, count});
-      StripReducer(strip, reach, kernels, &wide).Run();
+      StripReducer(strip, reach, kernels, &wide, scratch).Run();
     });
     return;
   }
   // Windows bring the alpha of their last sample with them.
   out.KeepAlpha();
   if (size == 3) {
-    ReduceSquares(rows, out, kernels);
+    ReduceSquares(rows, out, kernels, scratch);
     return;
   }
   const auto columns_of = [&](int64_t scratch_rows) {
-    const auto bytes =
-        static_cast<int64_t>(kScratchBytes) / scratch_rows - int64_t{kRowSlack} - 128;
-    return bytes / rows.sample_bytes() - (size - 1);
+    return ScratchRowBytes(kScratchBytes, scratch_rows) / rows.sample_bytes() - (size - 1);
   };
   const auto extrema = static_cast<int64_t>(kernels.size());
   const int64_t grouped = kSharedRows + extrema * std::min<int64_t>(size, kGroupRows[extrema - 1]);
   const bool few = size <= kFewRows;
   const StripWidths widths{columns_of(few ? kRowsBesideFew + size : grouped),
                            columns_of(few ? kRowsBesideFew : grouped)};
-  ForEachStrip(rows, out, {-reach.before, size}, widths, 0,
-               [&](Strip& strip) { StripReducer(strip, reach, kernels, nullptr).Run(); });
+  ForEachStrip(rows, out, {-reach.before, size}, widths, 0, scratch,
+               [&](Strip& strip) { StripReducer(strip, reach, kernels, nullptr, scratch).Run(); });
 }
 
 /// The common course of the three operations. `empty` is what windows without pixels give.

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
+#include <utility>
 
 #include "image/image_view.h"
 
@@ -31,8 +33,14 @@ struct Reach {
   int64_t after;
 };
 
-/// All scratch of an operation together: a fixed block on the stack, whatever the image and size.
-inline constexpr size_t kScratchBytes = 56 * 1024;
+/// Scratch rows of an operation: one block on the stack, whatever the image and size. Threads of
+/// hosts may be small: an operation stays within 64 KiB, its row functions included, which take up
+/// to 18 KiB where they sort many taps.
+template <size_t kBytes>
+struct ScratchBlock {
+  operator std::span<uint8_t>() { return bytes; }
+  alignas(64) uint8_t bytes[kBytes];
+};
 /// Most columns of a tile.
 inline constexpr int64_t kTileColumns = 4096;
 /// Readable bytes after the samples of a scratch row, for vectors that start inside it.
@@ -43,18 +51,34 @@ inline constexpr int64_t kFewestInPlace = 64;
 /// Bytes from scratch row to scratch row: room for `bytes` and the slack, in whole cache lines, and
 /// an odd number of these so that rows do not meet in the same sets of the cache.
 constexpr size_t ScratchPitch(size_t bytes) { return ((bytes + kRowSlack + 63) / 64 | 1) * 64; }
+/// Most bytes of samples in each of `rows` scratch rows that share `bytes`; may be negative.
+constexpr int64_t ScratchRowBytes(size_t bytes, int64_t rows) {
+  const int64_t lines = (static_cast<int64_t>(bytes) / rows / 64 - 1) | 1;
+  return lines * 64 - int64_t{kRowSlack};
+}
 
-/// Divides the columns from `first` up to `end` evenly into tiles of at most `most` columns and
-/// calls visit(x, count).
+/// The columns from `first` up to `end`, divided evenly into tiles of at most `most` columns.
+class Tiles {
+ public:
+  Tiles(int64_t first, int64_t end, int64_t most) : first_(first), columns_(end - first) {
+    most = std::clamp<int64_t>(most, 1, kTileColumns);
+    count_ = (columns_ + most - 1) / most;
+  }
+  int64_t count() const { return count_; }
+  /// Where tile `i` begins; that of number `count` is the end.
+  int64_t operator[](int64_t i) const { return first_ + columns_ * i / count_; }
+
+ private:
+  int64_t first_;
+  int64_t columns_;
+  int64_t count_;
+};
+
+/// Calls visit(x, count) for each of these tiles.
 template <typename Visitor>
 void ForEachTile(int64_t first, int64_t end, int64_t most, Visitor&& visit) {
-  most = std::clamp<int64_t>(most, 1, kTileColumns);
-  const int64_t columns = end - first;
-  const int64_t tiles = (columns + most - 1) / most;
-  for (int64_t i = 0; i < tiles; ++i) {
-    const int64_t from = columns * i / tiles;
-    visit(first + from, columns * (i + 1) / tiles - from);
-  }
+  const Tiles tiles(first, end, most);
+  for (int64_t i = 0; i < tiles.count(); ++i) visit(tiles[i], tiles[i + 1] - tiles[i]);
 }
 
 /// Reads scratch rows of an image, anywhere in and around it.
@@ -88,6 +112,9 @@ class SourceRows {
 /// Writes samples to an image.
 class DestRows {
  public:
+  /// Most columns that are opened at a time where samples get another alpha.
+  static constexpr int64_t kAlphaColumns = 1024;
+
   /// Samples are stored as they are.
   explicit DestRows(const ImageView& dest) : DestRows(dest, dest, 0) { KeepAlpha(); }
   /// Alpha of 32-bit pixels is not taken from the samples but from the pixel of `source` that lies
@@ -95,10 +122,11 @@ class DestRows {
   DestRows(const ImageView& dest, const ImageView& source, int64_t alpha_shift)
       : dest_(dest), source_(source), alpha_shift_(alpha_shift) {}
 
-  /// Where the samples of pixels from (x, y) on are to be written, at most `kTileColumns` of them.
+  /// Where the samples of pixels from (x, y) on are to be written, at most `MostOpened` of them.
   uint8_t* Open(int64_t y, int64_t x) {
     return dest_.bit_count >= 8 && !TakesAlpha() ? At(y, x) : row_;
   }
+  int64_t MostOpened() const { return TakesAlpha() ? kAlphaColumns : kTileColumns; }
   /// Stores what was written since `Open`.
   void Close(int64_t y, int64_t x, int64_t count);
   int64_t Rows() const { return dest_.Rows(); }
@@ -120,7 +148,7 @@ class DestRows {
   const ImageView source_;
   const int64_t alpha_shift_;
   bool keeps_alpha_ = false;
-  uint8_t row_[kTileColumns * 4];
+  uint8_t row_[std::max(kTileColumns, 4 * kAlphaColumns)];
 };
 
 /// The columns that the window of a pixel covers: `count` of them from `first` on, counted from the
@@ -140,17 +168,12 @@ class Strip {
     int64_t count;
   };
 
-  /// A strip whose rows are assembled in scratch rows. Two pieces are joined: the windows that
-  /// begin in the last samples of the first one belong to neither.
-  Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& piece)
-      : source_(source), out_(out), window_(window), pieces_{piece} {}
+  /// A strip whose rows are assembled in scratch rows, or, with a row of samples `outside` for
+  /// those above and below, lie in the image. Two pieces are joined: the windows that begin in the
+  /// last samples of the first one belong to neither.
   Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& left,
-        const Piece& right)
-      : source_(source), out_(out), window_(window), pieces_{left, right} {}
-  /// A strip whose rows lie in the image; `outside` is a row of samples for those above and below.
-  Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& piece,
-        const uint8_t* outside)
-      : source_(source), out_(out), window_(window), pieces_{piece}, outside_(outside) {}
+        const Piece& right = {}, const uint8_t* outside = nullptr)
+      : source_(source), out_(out), window_(window), pieces_{left, right}, outside_(outside) {}
 
   bool InPlace() const { return outside_ != nullptr; }
   size_t Step() const { return static_cast<size_t>(source_.sample_bytes()); }
@@ -216,40 +239,47 @@ struct StripWidths {
 
 /// Calls visit(strip) for strips that together cover the output. Functions that work on the rows
 /// may read `slack` bytes past their samples, which is at most `kRowSlack`; where there are fewer
-/// than `kFewestInPlace` windows, they may read that many.
+/// than `kFewestInPlace` windows, they may read that many. Strips in place take a scratch row at
+/// the end of `scratch`.
 template <typename Visitor>
 void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& window,
-                  const StripWidths& most, size_t slack, Visitor&& visit) {
+                  const StripWidths& most, size_t slack, std::span<uint8_t> scratch,
+                  Visitor&& visit) {
   const int64_t step = source.sample_bytes();
   const int64_t columns = out.Columns();
-  const auto tile = [&](int64_t x, int64_t count) {
-    Strip strip(source, out, window, {x, count});
-    visit(strip);
-  };
   // The columns whose windows lie inside.
   const int64_t past = window.first + window.count - 1;
   const int64_t spare = (static_cast<int64_t>(slack) + step - 1) / step;
-  const int64_t begin = std::max<int64_t>(-window.first, 0);
-  const int64_t end = columns - std::max<int64_t>(past + spare, 0);
+  int64_t begin = std::max<int64_t>(-window.first, 0);
+  int64_t end = columns - std::max<int64_t>(past + spare, 0);
   const int64_t joined = begin + columns - end + window.count - 1;
   const bool ends_fit =
       joined <= most.assembled && joined * step <= static_cast<int64_t>(Strip::kMostJoined);
-  if (!source.InPlace() || source.Columns() != columns || end - begin < kFewestInPlace ||
-      most.in_place < 2 * kFewestInPlace || !ends_fit) {
-    ForEachTile(0, columns, most.assembled, tile);
-    return;
-  }
-  uint8_t outside[kTileColumns * 4 + Strip::kMostJoined + kRowSlack];
-  const int64_t widest = std::min(end - begin, kTileColumns) + window.count - 1 + spare;
-  RepeatSample(outside, widest, source.outside(), source.sample_bytes());
-  ForEachTile(begin, end, most.in_place, [&](int64_t x, int64_t count) {
-    Strip strip(source, out, window, {x, count}, outside);
-    visit(strip);
-  });
-  if (begin == 0) {
-    if (end < columns) tile(end, columns - end);
+  uint8_t* outside = nullptr;
+  if (source.InPlace() && source.Columns() == columns && end - begin >= kFewestInPlace &&
+      most.in_place >= 2 * kFewestInPlace && ends_fit) {
+    const int64_t widest = std::min({end - begin, most.in_place, kTileColumns}) + window.count - 1;
+    outside = scratch.data() + scratch.size() - ScratchPitch(static_cast<size_t>(widest * step));
+    RepeatSample(outside, widest + static_cast<int64_t>(slack) / step, source.outside(),
+                 source.sample_bytes());
   } else {
-    Strip strip(source, out, window, {0, begin}, {end, columns - end});
+    begin = 0;
+    end = columns;
+  }
+  // One call of `visit`, which may be inlined with all it calls: the ends come as one more tile.
+  const Tiles tiles(begin, end, outside != nullptr ? most.in_place : most.assembled);
+  const int64_t strips = tiles.count() + (begin > 0 || end < columns ? 1 : 0);
+  for (int64_t i = 0; i < strips; ++i) {
+    Strip::Piece left = {0, begin};
+    Strip::Piece right = {end, columns - end};
+    const bool in_place = outside != nullptr && i < tiles.count();
+    if (i < tiles.count()) {
+      left = {tiles[i], tiles[i + 1] - tiles[i]};
+      right = {};
+    } else if (begin == 0) {
+      left = std::exchange(right, {});
+    }
+    Strip strip(source, out, window, left, right, in_place ? outside : nullptr);
     visit(strip);
   }
 }
@@ -257,15 +287,15 @@ void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& 
 /// Calls row_function(dest, rows, bytes) for every output row of windows of 3 x 3 samples, or parts
 /// of it; `rows` are the rows of the windows from the first window on.
 template <typename RowFunction>
-void ForEachRowOfSquares(const SourceRows& source, DestRows& out, RowFunction&& row_function) {
+void ForEachRowOfSquares(const SourceRows& source, DestRows& out, std::span<uint8_t> scratch,
+                         RowFunction&& row_function) {
   constexpr int kRows = 3;
-  alignas(64) uint8_t scratch[kScratchBytes];
-  const auto bytes = static_cast<int64_t>(kScratchBytes / kRows - kRowSlack - 128);
-  const int64_t assembled = bytes / source.sample_bytes() - (kRows - 1);
-  ForEachStrip(source, out, {-1, kRows}, {assembled, kTileColumns}, 0, [&](Strip& strip) {
+  const int64_t assembled =
+      ScratchRowBytes(scratch.size(), kRows) / source.sample_bytes() - (kRows - 1);
+  ForEachStrip(source, out, {-1, kRows}, {assembled, kTileColumns}, 0, scratch, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.InBytes());
     const auto read = [&](int64_t y) {
-      return strip.Read(y, scratch + static_cast<size_t>((y + kRows) % kRows) * pitch);
+      return strip.Read(y, scratch.data() + static_cast<size_t>((y + kRows) % kRows) * pitch);
     };
     const uint8_t* rows[kRows] = {nullptr, read(-1), read(0)};
     for (int64_t y = 0; y < strip.Rows(); ++y) {

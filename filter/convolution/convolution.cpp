@@ -17,26 +17,28 @@ namespace {
 // and all others go directly, with as many weights per instruction as their size allows. All sums
 // wrap.
 
-/// Scratch for packed weights of the direct way; the rest is for rows.
+/// Words of the packed weights of the direct way.
 constexpr size_t kWeightWords = kMostTaps * ((kMostTaps + 1) / 2);
+/// Scratch rows of all ways.
+constexpr size_t kTileBytes = 44 * 1024;
 /// From these sizes on, sliding sums pay, and splitting where sums need 32 bits.
 constexpr size_t kWorthSliding = 5;
 constexpr size_t kWorthSplitting = 4;
-constexpr size_t kTileBytes = kScratchBytes - kWeightWords * sizeof(int32_t);
 
-/// What all ways share: a source, a destination, a kernel.
+/// What all ways share: a source, a destination, a kernel, scratch of `kTileBytes`.
 struct Job {
   const SourceRows& source;
   DestRows& out;
   const Weights& weights;
+  std::span<uint8_t> scratch;
 
   size_t Step() const { return static_cast<size_t>(source.sample_bytes()); }
   WindowColumns Window() const {
     return {weights.FirstColumn(), static_cast<int64_t>(weights.columns())};
   }
   /// Columns of a tile whose rows have room for `bytes` bytes; may be negative.
-  int64_t TileWidth(size_t bytes) const {
-    return static_cast<int64_t>(bytes / Step()) - static_cast<int64_t>(weights.columns()) + 1;
+  int64_t TileWidth(int64_t bytes) const {
+    return bytes / source.sample_bytes() - static_cast<int64_t>(weights.columns()) + 1;
   }
 };
 
@@ -79,12 +81,12 @@ class RowRing {
 /// Calls row_function(dest, rows, bytes) with the rows of each output row's windows. It may read
 /// `slack` bytes past them.
 template <typename RowFunction>
-void RunRing(const Job& job, uint8_t (&scratch)[kTileBytes], size_t slack,
-             RowFunction&& row_function) {
-  const size_t row_bytes = kTileBytes / job.weights.rows() - kRowSlack - 128;
-  ForEachStrip(job.source, job.out, job.Window(), {job.TileWidth(row_bytes), kTileColumns}, slack,
+void RunRing(const Job& job, size_t slack, RowFunction&& row_function) {
+  const int64_t assembled =
+      job.TileWidth(ScratchRowBytes(job.scratch.size(), static_cast<int64_t>(job.weights.rows())));
+  ForEachStrip(job.source, job.out, job.Window(), {assembled, kTileColumns}, slack, job.scratch,
                [&](Strip& strip) {
-                 RowRing ring(job, strip, scratch);
+                 RowRing ring(job, strip, job.scratch.data());
                  const int64_t after =
                      job.weights.FirstRow() + static_cast<int64_t>(job.weights.rows()) - 1;
                  for (int64_t y = 0; y < strip.Rows(); ++y) {
@@ -118,9 +120,10 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
 }
 
 /// Every weight of the window for every pixel.
-[[gnu::noinline]] void RunDirect(const Job& job, const Division& division) {
-  alignas(64) uint8_t scratch[kTileBytes];
-  int32_t words[kWeightWords];
+[[gnu::noinline]] void RunDirect(Job job, const Division& division) {
+  constexpr size_t kWeightBytes = (kWeightWords * sizeof(int32_t) + 63) / 64 * 64;
+  auto* const words = reinterpret_cast<int32_t*>(job.scratch.data());
+  job.scratch = job.scratch.subspan(kWeightBytes);
   const ConvolutionKernels& kernels = ActiveConvolutionKernels();
   DirectWeights packed{job.weights.Row(0), job.weights.columns(), job.weights.stride(),
                        job.weights.rows(), job.Step()};
@@ -131,30 +134,28 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
     packed.words_per_row = packed.stride = PackWeights(job.weights, bytes ? 4 : 2, words);
     packed.words = words;
   }
-  RunRing(job, scratch, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  RunRing(job, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     direct(dest, rows, packed, division, count);
   });
 }
 
 /// Few weights, two by two.
 [[gnu::noinline]] void RunPairs(const Job& job, const Pairs& pairs) {
-  alignas(64) uint8_t scratch[kTileBytes];
   PairWeights weights = pairs.Stored();
   const PairWeights::Place last{job.weights.rows() - 1, (job.weights.columns() - 1) * job.Step()};
   if (job.weights.Whole()) {
     weights.alpha = job.Step() == 4 ? &last : nullptr;
     job.out.KeepAlpha();
   }
-  RunRing(job, scratch, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  RunRing(job, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     ActiveConvolutionKernels().pairs(dest, rows, weights, count);
   });
 }
 
 /// 3 x 3 weights of few different ones.
 [[gnu::noinline]] void RunSquare(const Job& job, const SquareWeights& weights) {
-  alignas(64) uint8_t scratch[kTileBytes];
   if (job.weights.Whole()) job.out.KeepAlpha();
-  RunRing(job, scratch, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  RunRing(job, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     ActiveConvolutionKernels().square(dest, rows, weights, count);
   });
 }
@@ -162,7 +163,6 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
 /// Sums across each row, read once, then down the columns.
 [[gnu::noinline]] void RunAcrossDown(const Job& job, const Factors& factors,
                                      const ShortDivision& division) {
-  alignas(64) uint8_t scratch[kTileBytes];
   int16_t down[kMostTaps];
   int16_t across[kMostTaps];
   const SplitWeights weights = factors.Store(down, across, job.Step());
@@ -170,10 +170,13 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
   const size_t taps = job.weights.rows();
   // A row of bytes and a ring of rows of sums.
   const size_t row_bytes = (kTileBytes - (2 * taps + 1) * (kRowSlack + 128)) / (2 * taps + 1);
-  const int64_t most = job.TileWidth(row_bytes);
-  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, [&](Strip& strip) {
+  const int64_t most =
+      std::min(job.TileWidth(static_cast<int64_t>(row_bytes)), job.out.MostOpened());
+  uint8_t* const scratch = job.scratch.data();
+  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, job.scratch, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.OutBytes() * sizeof(uint16_t));
-    uint8_t* const ring = scratch + ScratchPitch(strip.InBytes());
+    // In place, the row of bytes is the one outside.
+    uint8_t* const ring = scratch + (strip.InPlace() ? 0 : ScratchPitch(strip.InBytes()));
     const auto sums_of = [&](int64_t row) {
       return reinterpret_cast<uint16_t*>(ring + static_cast<size_t>(row) % taps * pitch);
     };
@@ -197,36 +200,37 @@ size_t PackWeights(const Weights& weights, size_t per_word, int32_t* words) {
 /// Sums down the columns, then across them.
 [[gnu::noinline]] void RunDownAcross(const Job& job, const Factors& factors,
                                      const Division& division) {
-  alignas(64) uint8_t scratch[kTileBytes];
   int16_t down[kMostTaps];
   int16_t across[kMostTaps];
   const SplitWeights weights = factors.Store(down, across, job.Step());
-  RunRing(job, scratch, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  RunRing(job, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     ActiveConvolutionKernels().split32(dest, rows, weights, division, count);
   });
 }
 
 /// Bytes of the rows of a box: sums, and the rows that enter and leave, stay in the nearest cache.
-constexpr size_t kBoxBytes = 6 * 1024;
+constexpr int64_t kBoxBytes = 6 * 1024;
 
 /// Equal weights: from row to row, one row of the source enters the sums and one leaves them. False
 /// when the windows are too wide for the scratch.
 template <typename Lane, typename Quotient>
 [[gnu::noinline]] bool RunBox(const Job& job, const BoxKernels<Lane, Quotient>& kernels,
                               const Quotient& division) {
-  alignas(64) uint8_t scratch[kTileBytes];
   constexpr size_t kRows = 2;
   constexpr size_t kSlack = (kRows + 1) * (kRowSlack + 128);
+  constexpr auto kRowBytes = static_cast<int64_t>((kTileBytes - kSlack) / (kRows + sizeof(Lane)));
   const int64_t most =
-      job.TileWidth(std::min(kBoxBytes, (kTileBytes - kSlack) / (kRows + sizeof(Lane))));
+      std::min(job.TileWidth(std::min(kBoxBytes, kRowBytes)), job.out.MostOpened());
   if (most < 1) return false;
   const auto taps = static_cast<int64_t>(job.weights.rows());
   const auto weight = static_cast<Lane>(job.weights.At(0, 0));
-  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, [&](Strip& strip) {
+  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, job.scratch, [&](Strip& strip) {
     const size_t bytes = strip.InBytes();
-    uint8_t* const entering_slot = scratch;
-    uint8_t* const leaving_slot = entering_slot + ScratchPitch(bytes);
+    uint8_t* const leaving_slot = job.scratch.data();
     auto* const sums = reinterpret_cast<Lane*>(leaving_slot + ScratchPitch(bytes));
+    // In place, the row outside lies here.
+    uint8_t* const entering_slot =
+        leaving_slot + ScratchPitch(bytes) + ScratchPitch(bytes * sizeof(Lane));
     std::memset(sums, 0, bytes * sizeof(Lane));
     std::memset(leaving_slot, 0, bytes);
     const uint8_t* leaving = leaving_slot;
@@ -252,8 +256,9 @@ template <typename Lane, typename Quotient>
 [[gnu::noinline]] void RunLarge(const Job& job, const Division& division) {
   constexpr int64_t kColumns = 512;
   constexpr int64_t kPiece = 256;
-  uint32_t sums[kColumns * 4];
-  uint8_t samples[(kColumns + kPiece) * 4 + kRowSlack];
+  auto* const sums = reinterpret_cast<uint32_t*>(job.scratch.data());
+  uint8_t* const samples = job.scratch.data() + kColumns * 4 * sizeof(uint32_t);
+  static_assert(kTileBytes >= kColumns * 16 + (kColumns + kPiece) * 4 + kRowSlack);
   const ConvolutionKernels& kernels = ActiveConvolutionKernels();
   const Weights& weights = job.weights;
   const size_t step = job.Step();
@@ -299,7 +304,8 @@ void Convolve(const ImageView& source, const ImageView& dest, const int* kernel,
   const Weights weights(kernel, size);
   const ConvolutionKernels& kernels = ActiveConvolutionKernels();
   DestRows out(dest, source, Reach(size).after);
-  const Job job{rows, out, weights};
+  ScratchBlock<kTileBytes> scratch;
+  const Job job{rows, out, weights, scratch};
   SquareWeights square;
   if (kernels.square != nullptr && FindSquare(weights, job.Step(), divisor, offset, square)) {
     RunSquare(job, square);

@@ -36,10 +36,14 @@ constexpr unsigned CountedBits(int size) {
   return size < 5 || IsSorted(static_cast<size_t>(size)) ? 0 : size < 12 ? 4 : 5;
 }
 
+/// Scratch rows of a call. Networks of many taps need a third of the stack for themselves.
+constexpr size_t kSortingBytes = 30 * 1024;
+constexpr size_t kCountingBytes = 48 * 1024;
+
 /// A strip of windows up to `kMostSelected`.
 class SelectionStrip {
  public:
-  SelectionStrip(Strip& strip, int size)
+  SelectionStrip(Strip& strip, int size, std::span<uint8_t> scratch)
       : strip_(strip),
         reach_(size),
         size_(static_cast<size_t>(size)),
@@ -48,7 +52,7 @@ class SelectionStrip {
         sample_pitch_(Colours() ? ScratchPitch(strip.InBytes()) : 0) {
     ranks_.bits = CountedBits(size);
     ranks_.pitch = key_pitch_;
-    uint8_t* next = memory_;
+    uint8_t* next = scratch.data();
     const auto take = [&](size_t rows) { return std::exchange(next, next + rows * key_pitch_); };
     keys_ = take(Slots());
     taps_ = take(1);
@@ -65,15 +69,16 @@ class SelectionStrip {
   }
 
   /// Most columns of a strip.
-  static StripWidths Widths(int sample_bytes, int size) {
-    // Keys and counts, and of colours that are not read in place, the samples of every row.
+  static StripWidths Widths(size_t scratch_bytes, int sample_bytes, int size) {
+    // Keys and counts, and the samples of every row of colours; in place, those outside.
     const unsigned bits = CountedBits(size);
     const int64_t key_rows = size + (bits == 0 ? 2 : kSharedRows + (int64_t{1} << bits));
     const auto columns = [&](int64_t sample_rows) {
-      const int64_t bytes = kScratchBytes - (key_rows + sample_rows) * int64_t{kRowSlack + 128};
+      const int64_t bytes =
+          static_cast<int64_t>(scratch_bytes) - (key_rows + sample_rows) * int64_t{kRowSlack + 128};
       return bytes / (key_rows + sample_rows * sample_bytes) - size + 1;
     };
-    return {columns(sample_bytes == 1 ? 0 : size), columns(0)};
+    return {columns(sample_bytes == 1 ? 0 : size), columns(1)};
   }
 
   void Run() {
@@ -151,15 +156,16 @@ class SelectionStrip {
   uint8_t* nothing_ = nullptr;  ///< keys that no limit counts
   uint8_t* samples_;
   const uint8_t* rows_[kMostSelected] = {};
-  alignas(64) uint8_t memory_[kScratchBytes];
 };
 
-void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
+template <size_t kScratchBytes>
+[[gnu::noinline]] void SelectMiddle(const ImageView& source, const ImageView& dest, int size) {
   const SourceRows rows(source);
   DestRows out(dest);
-  const StripWidths most = SelectionStrip::Widths(rows.sample_bytes(), size);
-  ForEachStrip(rows, out, {-Reach(size).before, size}, most, kRowSlack,
-               [&](Strip& strip) { SelectionStrip(strip, size).Run(); });
+  ScratchBlock<kScratchBytes> scratch;
+  const StripWidths most = SelectionStrip::Widths(kScratchBytes, rows.sample_bytes(), size);
+  ForEachStrip(rows, out, {-Reach(size).before, size}, most, kRowSlack, scratch,
+               [&](Strip& strip) { SelectionStrip(strip, size, scratch).Run(); });
 }
 
 }  // namespace
@@ -177,7 +183,8 @@ result_t CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
     constexpr int kMostSelectedLevels = 11;
     const bool colours = SampleBytes(source.bit_count) > 1;
     if (size <= (colours ? static_cast<int>(kMostSelected) : kMostSelectedLevels)) {
-      SelectMiddle(source, dest, size);
+      const bool sorts = IsSorted(static_cast<size_t>(size));
+      (sorts ? &SelectMiddle<kSortingBytes> : &SelectMiddle<kCountingBytes>)(source, dest, size);
     } else {
       if (!CountMiddle(source, dest, size)) return kFail;
     }

@@ -185,6 +185,27 @@ void MiddleKeys(uint8_t* keys, const uint8_t* const* rows, size_t count) {
       });
 }
 
+/// The places of the middle taps of windows of these columns.
+template <size_t kSize>
+inline Vector MiddlePlaces(const PlacedColumn<kSize>* const (&columns)[kSize]) {
+  const auto middle = [&](auto half) {
+    Placed values[kSize][kSize];
+    Unroll<kSize>([&](auto i) {
+      // Later columns are visited later.
+      const Vector places = FillWords(static_cast<int>(kSize * i));
+      Unroll<kSize>(
+          [&](auto j) { values[j][i] = {AddWords((columns[i]->*half)[j].keys, places)}; });
+    });
+    return MiddleOfSorted(values).keys & FillWords(0xFF);
+  };
+  return PackWords(middle(&PlacedColumn<kSize>::low), middle(&PlacedColumn<kSize>::high));
+}
+/// The same with one frame on the stack for all that call it: that of 7 x 7 taps takes 16 KiB.
+template <size_t kSize>
+[[gnu::noinline]] Vector MiddlePlacesApart(const PlacedColumn<kSize>* const (&columns)[kSize]) {
+  return MiddlePlaces(columns);
+}
+
 template <size_t kSize>
 void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
   Slide<kSize, 1>(
@@ -203,17 +224,11 @@ void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
       },
       [](size_t, const auto&... columns) {
         const PlacedColumn<kSize>* const all[] = {&columns...};
-        const auto middle = [&](auto half) {
-          Placed values[kSize][kSize];
-          Unroll<kSize>([&](auto i) {
-            // Later columns are visited later.
-            const Vector places = FillWords(static_cast<int>(kSize * i));
-            Unroll<kSize>(
-                [&](auto j) { values[j][i] = {AddWords(((*all[i]).*half)[j].keys, places)}; });
-          });
-          return MiddleOfSorted(values).keys & FillWords(0xFF);
-        };
-        return PackWords(middle(&PlacedColumn<kSize>::low), middle(&PlacedColumn<kSize>::high));
+        if constexpr (kSize < 7) {
+          return MiddlePlaces(all);
+        } else {
+          return MiddlePlacesApart(all);
+        }
       });
 }
 
