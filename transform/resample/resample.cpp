@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <vector>
+#include <new>
 
 #include "component/result_image.h"
 #include "image/interpolated_sampling.h"
@@ -46,35 +46,84 @@ float SourceColumn(int64_t x, const Scale& scale) {
   return std::floor(static_cast<float>(x) * scale.x);
 }
 
-/// Writes the rows of `dest` by `write(row, offset)`, where `offset` is that of the source row;
-/// rows from the same source row are copied. Rows may overlap: below 8 bits they are written a byte
-/// per pixel.
-template <typename OffsetOfRow, typename Write>
-void ForEachRow(const ImageView& dest, size_t row_bytes, OffsetOfRow offset_of_row, Write write) {
-  int64_t last_offset = 0;
-  for (int64_t y = 0; y < dest.Rows(); ++y) {
-    const int64_t offset = offset_of_row(y);
-    if (y > 0 && offset == last_offset) {
-      std::memmove(dest.Row(y), dest.Row(y - 1), row_bytes);
-    } else {
-      write(dest.Row(y), offset);
+/// Offset in a source row of the pixel that destination column `x` takes.
+int64_t ColumnOffset(int64_t x, const Scale& scale, int pixel_bytes) {
+  const float column = SourceColumn(x, scale);
+  return pixel_bytes == 3 ? TruncateToInt(static_cast<double>(column) * 3.0)
+                          : int64_t{TruncateToInt(column)} * pixel_bytes;
+}
+
+/// Columns of a destination.
+struct Columns {
+  int64_t first;
+  int64_t count;
+};
+
+/// Writes a destination in tiles of columns, one after the other from top to bottom. `tile_at(x)`
+/// is the width of the tile that begins at column `x`, `describe(columns)` prepares for a tile, and
+/// `write(dest, y, offset)` writes its part of row `y` from the source row at `offset`, which is
+/// `row_offset(y)`. With `repeats`, rows from the same source row are copied.
+template <typename TileAt, typename Describe, typename RowOffsets, typename Write>
+void WriteTiles(const ImageView& dest, int pixel_bytes, bool repeats, TileAt&& tile_at,
+                Describe&& describe, RowOffsets&& row_offset, Write&& write) {
+  // Below 8 bits, rows of a byte per pixel run over each other: then all tiles of a row come before
+  // the next row.
+  const bool overlap = dest.Columns() * pixel_bytes > std::abs(int64_t{dest.stride});
+  const int64_t rows = overlap ? 1 : dest.Rows();
+  const bool single = tile_at(0) == dest.Columns();
+  if (single) describe(Columns{0, dest.Columns()});
+  for (int64_t top = 0; top < dest.Rows(); top += rows) {
+    for (int64_t x = 0; x < dest.Columns();) {
+      const Columns tile = {x, single ? dest.Columns() : tile_at(x)};
+      if (!single) describe(tile);
+      const auto bytes = static_cast<size_t>(tile.count * pixel_bytes);
+      int64_t last_offset = 0;
+      for (int64_t y = top; y < top + rows; ++y) {
+        uint8_t* const to = dest.Row(y) + x * pixel_bytes;
+        const int64_t offset = row_offset(y);
+        if (repeats && y > top && offset == last_offset) {
+          std::memcpy(to, to - dest.stride, bytes);
+        } else {
+          write(to, y, offset);
+        }
+        last_offset = offset;
+      }
+      x += tile.count;
     }
-    last_offset = offset;
   }
 }
 
-void CopyNearest(const ImageView& source, const ImageView& dest, const Scale& scale,
-                 int pixel_bytes, bool keep_alpha) {
-  std::vector<int64_t> offsets(static_cast<size_t>(dest.Columns()));
-  for (size_t x = 0; x < offsets.size(); ++x) {
-    const float column = SourceColumn(static_cast<int64_t>(x), scale);
-    offsets[x] = pixel_bytes == 3 ? TruncateToInt(static_cast<double>(column) * 3.0)
-                                  : int64_t{TruncateToInt(column)} * pixel_bytes;
-  }
-  const Picker picker(std::move(offsets), pixel_bytes, keep_alpha);
-  ForEachRow(
-      dest, picker.RowBytes(), [&](int64_t y) { return RowOffset(y, scale, source.stride); },
-      [&](uint8_t* row, int64_t offset) { picker.Pick(row, source.bits + offset); });
+/// Writes a destination whose column `x` takes the pixel at `column_offset(x)` of the source row at
+/// `row_offset(y)`. `finish(dest, y, columns)` completes each part of a row.
+template <typename ColumnOffsets, typename RowOffsets, typename Finish>
+void PickTiles(const ImageView& source, const ImageView& dest, int pixel_bytes, bool keep_alpha,
+               ColumnOffsets&& column_offset, RowOffsets&& row_offset, Finish&& finish) {
+  // Narrow tiles are slower: this is nearly all of the stack that an operation may take.
+  Picker<50 * 1024> picker(pixel_bytes, keep_alpha);
+  const int64_t tiles = (dest.Columns() + picker.most_pixels() - 1) / picker.most_pixels();
+  const int64_t width = (dest.Columns() + tiles - 1) / tiles;
+  Columns tile = {};
+  WriteTiles(
+      dest, pixel_bytes, !keep_alpha,
+      [&](int64_t x) { return std::min(width, dest.Columns() - x); },
+      [&](const Columns& columns) {
+        tile = columns;
+        picker.Describe(tile.count, [&](int64_t i) { return column_offset(tile.first + i); });
+      },
+      row_offset,
+      [&](uint8_t* to, int64_t y, int64_t offset) {
+        picker.Pick(to, source.bits + offset);
+        finish(to, y, tile);
+      });
+}
+
+[[gnu::noinline]] void CopyNearest(const ImageView& source, const ImageView& dest,
+                                   const Scale& scale, int pixel_bytes, bool keep_alpha) {
+  PickTiles(
+      source, dest, pixel_bytes, keep_alpha,
+      [&](int64_t x) { return ColumnOffset(x, scale, pixel_bytes); },
+      [&](int64_t y) { return RowOffset(y, scale, source.stride); },
+      [](uint8_t*, int64_t, const Columns&) {});
 }
 
 /// The boxes of source pixels that are averaged.
@@ -86,36 +135,83 @@ struct Box {
         pixel_bytes(pixel_size),
         area(static_cast<uint32_t>(WrapMultiply(columns, rows))) {}
 
+  /// Bytes of a source row that a box covers.
+  int64_t Bytes() const { return columns * pixel_bytes; }
+
   int64_t columns;
   int64_t rows;
   int pixel_bytes;
   uint32_t area;
 };
 
-/// Offsets in a source row of the boxes of a destination row.
-std::vector<int64_t> BoxOffsets(int64_t count, const Scale& scale, int pixel_bytes) {
-  std::vector<int64_t> offsets(static_cast<size_t>(count));
-  for (size_t x = 0; x < offsets.size(); ++x) {
-    const float column = SourceColumn(static_cast<int64_t>(x), scale);
-    offsets[x] = static_cast<int64_t>(static_cast<double>(column) * pixel_bytes);
+/// Widest tile of up to `most` columns from column `x` on whose boxes lie in `most_bytes` bytes of
+/// a source row; one column at least.
+int64_t BoxTileAt(int64_t x, int64_t most, const Scale& scale, const Box& box, int64_t most_bytes) {
+  const int64_t begin = ColumnOffset(x, scale, box.pixel_bytes);
+  int64_t count = 1;
+  while (count < most &&
+         ColumnOffset(x + count, scale, box.pixel_bytes) - begin + box.Bytes() <= most_bytes) {
+    ++count;
   }
-  return offsets;
+  return count;
 }
 
-/// Averages one row of boxes. Areas and sums are taken modulo 2^32.
-void AverageLargeBoxes(uint8_t* dest, const uint32_t* sums, const std::vector<int64_t>& offsets,
-                       const Box& box) {
-  const int channels = std::min(box.pixel_bytes, 3);
-  for (size_t x = 0; x < offsets.size(); ++x) {
-    for (int c = 0; c < channels; ++c) {
-      const uint32_t* const first = sums + offsets[x] + c;
-      uint32_t sum = 0;
-      for (int64_t k = 0; k < box.columns; ++k) sum += first[k * box.pixel_bytes];
-      // Unspecified: an area of 2^32 pixels counts as 0 and gives black.
-      *(dest + static_cast<int64_t>(x) * box.pixel_bytes + c) =
-          static_cast<uint8_t>(box.area == 0 ? 0 : sum / box.area);
-    }
-  }
+/// Averages boxes of any size. Areas and sums are taken modulo 2^32.
+[[gnu::noinline]] void AverageLargeBoxes(const ImageView& source, const ImageView& dest,
+                                         const Scale& scale, const Box& box) {
+  // Whole pixels of 1, 3 or 4 bytes.
+  constexpr int64_t kMostSums = 12 * 682;
+  constexpr int64_t kMostColumns = 2048;
+  uint32_t sums[kMostSums];
+  int64_t offsets[kMostColumns];
+  const int64_t step = box.pixel_bytes;
+  const int64_t channels = std::min<int64_t>(step, 3);
+  int64_t begin = 0;
+  int64_t columns = 0;
+  const auto sum_rows = [&](const uint8_t* first, int64_t bytes) {
+    ActiveBoxMeanKernels().sum_rows(sums, first, source.stride, static_cast<size_t>(bytes),
+                                    static_cast<size_t>(box.rows));
+  };
+  // Unspecified: an area of 2^32 pixels counts as 0 and gives black.
+  const auto mean = [&](uint32_t sum) {
+    return static_cast<uint8_t>(box.area == 0 ? 0 : sum / box.area);
+  };
+  WriteTiles(
+      dest, box.pixel_bytes, false,
+      [&](int64_t x) {
+        return BoxTileAt(x, std::min(kMostColumns, dest.Columns() - x), scale, box, kMostSums);
+      },
+      [&](const Columns& tile) {
+        begin = ColumnOffset(tile.first, scale, box.pixel_bytes);
+        columns = tile.count;
+        for (int64_t i = 0; i < columns; ++i) {
+          offsets[i] = ColumnOffset(tile.first + i, scale, box.pixel_bytes) - begin;
+        }
+      },
+      [&](int64_t y) { return RowOffset(y, scale, source.stride); },
+      [&](uint8_t* to, int64_t, int64_t offset) {
+        const uint8_t* const row = source.bits + offset + begin;
+        if (box.Bytes() > kMostSums) {
+          // Such a box comes alone, and piece by piece.
+          uint32_t totals[4] = {};
+          for (int64_t at = 0; at < box.Bytes(); at += kMostSums) {
+            const int64_t bytes = std::min(kMostSums, box.Bytes() - at);
+            sum_rows(row + at, bytes);
+            for (int64_t k = 0; k < bytes; ++k) totals[k % step] += sums[k];
+          }
+          for (int64_t c = 0; c < channels; ++c) to[c] = mean(totals[c]);
+          return;
+        }
+        sum_rows(row, offsets[columns - 1] + box.Bytes());
+        for (int64_t i = 0; i < columns; ++i) {
+          for (int64_t c = 0; c < channels; ++c) {
+            const uint32_t* const first = sums + offsets[i] + c;
+            uint32_t sum = 0;
+            for (int64_t k = 0; k < box.columns; ++k) sum += first[k * step];
+            to[i * step + c] = mean(sum);
+          }
+        }
+      });
 }
 
 /// The reciprocal of an area from 2 to `kLargestSmallBox`: with 2^s below the area, a factor of 16
@@ -129,41 +225,55 @@ SmallBox SmallBoxOf(const Box& box) {
           static_cast<uint16_t>(shift)};
 }
 
-// Deliberate: alpha of 32-bit images is not averaged; it stays as the new image had it.
-void AverageBoxes(const ImageView& source, const ImageView& dest, const Scale& scale,
-                  int pixel_bytes) {
-  const Box box(scale, pixel_bytes);
-  const Picker picker(BoxOffsets(dest.Columns(), scale, pixel_bytes), pixel_bytes, true);
-  const std::vector<int64_t>& offsets = picker.offsets();
-  const auto count = static_cast<size_t>(offsets.back() + box.columns * pixel_bytes);
-  const BoxMeanKernels& kernels = ActiveBoxMeanKernels();
-  if (box.area == 1 || box.area > kLargestSmallBox) {
-    std::vector<uint32_t> sums(box.area == 1 ? 0 : count);
-    for (int64_t y = 0; y < dest.Rows(); ++y) {
-      const uint8_t* const row = source.bits + RowOffset(y, scale, source.stride);
-      if (box.area == 1) {
-        picker.Pick(dest.Row(y), row);
-      } else {
-        kernels.sum_rows(sums.data(), row, source.stride, count, static_cast<size_t>(box.rows));
-        AverageLargeBoxes(dest.Row(y), sums.data(), offsets, box);
-      }
-    }
-    return;
-  }
+/// Averages boxes whose sums fit 16 bits.
+[[gnu::noinline]] void AverageSmallBoxes(const ImageView& source, const ImageView& dest,
+                                         const Scale& scale, const Box& box) {
   const SmallBox small = SmallBoxOf(box);
   // Rows go in parts whose sums stay in the nearest cache.
   constexpr size_t kPart = 2048;
   const size_t reach = (small.columns - 1) * small.pixel_bytes;
-  uint16_t scratch[3 * (kPart + kLargestSmallBox * kMaxChannels)];
-  std::vector<uint8_t> means(count);
-  for (int64_t y = 0; y < dest.Rows(); ++y) {
-    const int64_t row = RowOffset(y, scale, source.stride);
-    const int64_t ahead = RowOffset(y + 1, scale, source.stride) - row;
-    for (size_t i = 0; i + reach < count; i += kPart) {
-      kernels.box_means(means.data() + i, source.bits + row + i, source.stride, ahead,
-                        std::min(kPart + reach, count - i), small, scratch);
-    }
-    picker.Pick(dest.Row(y), means.data());
+  alignas(64) uint16_t scratch[3 * (kPart + kLargestSmallBox * kMaxChannels)];
+  constexpr int64_t kMostMeans = 15 * 1024;
+  alignas(64) uint8_t means[kMostMeans];
+  Picker<25 * 1024> picker(box.pixel_bytes, true);
+  int64_t begin = 0;
+  size_t count = 0;
+  WriteTiles(
+      dest, box.pixel_bytes, false,
+      [&](int64_t x) {
+        return BoxTileAt(x, std::min(picker.most_pixels(), dest.Columns() - x), scale, box,
+                         kMostMeans);
+      },
+      [&](const Columns& tile) {
+        const auto offset_of = [&](int64_t i) {
+          return ColumnOffset(tile.first + i, scale, box.pixel_bytes);
+        };
+        begin = offset_of(0);
+        count = static_cast<size_t>(offset_of(tile.count - 1) - begin + box.Bytes());
+        picker.Describe(tile.count, [&](int64_t i) { return offset_of(i) - begin; });
+      },
+      [&](int64_t y) { return RowOffset(y, scale, source.stride); },
+      [&](uint8_t* to, int64_t y, int64_t row) {
+        const int64_t ahead = RowOffset(y + 1, scale, source.stride) - row;
+        for (size_t i = 0; i + reach < count; i += kPart) {
+          ActiveBoxMeanKernels().box_means(
+              means + i, source.bits + row + begin + static_cast<int64_t>(i), source.stride, ahead,
+              std::min(kPart + reach, count - i), small, scratch);
+        }
+        picker.Pick(to, means);
+      });
+}
+
+// Deliberate: alpha of 32-bit images is not averaged; it stays as the new image had it.
+void AverageBoxes(const ImageView& source, const ImageView& dest, const Scale& scale,
+                  int pixel_bytes) {
+  const Box box(scale, pixel_bytes);
+  if (box.area == 1) {
+    CopyNearest(source, dest, scale, pixel_bytes, true);
+  } else if (box.area > kLargestSmallBox) {
+    AverageLargeBoxes(source, dest, scale, box);
+  } else {
+    AverageSmallBoxes(source, dest, scale, box);
   }
 }
 
@@ -202,8 +312,9 @@ void InterpolateSingly(const ImageView& source, const ImageView& dest,
 }
 
 /// Methods that take one source pixel per destination pixel. False when some lie outside.
-bool PickPixels(const ImageView& source, const ImageView& dest, const SamplePositions& columns,
-                const SamplePositions& rows, Sampling sampling) {
+[[gnu::noinline]] bool PickPixels(const ImageView& source, const ImageView& dest,
+                                  const SamplePositions& columns, const SamplePositions& rows,
+                                  Sampling sampling) {
   const auto tap = sampling == Sampling::kNearest ? [](float v) { return NearestTap(v); }
                                                   : [](float v) { return TruncateToInt(v); };
   const auto within = [&](const SamplePositions& positions, int size) {
@@ -211,22 +322,18 @@ bool PickPixels(const ImageView& source, const ImageView& dest, const SamplePosi
   };
   if (!within(columns, source.width) || !within(rows, source.height)) return false;
   const int pixel_bytes = source.bit_count == 8 ? 1 : DirectPixelBytes(source.bit_count);
-  std::vector<int64_t> offsets;
-  offsets.reserve(static_cast<size_t>(columns.size()));
-  size_t opaque_pixels = 0;
-  for (int64_t x = 0; x < columns.size(); ++x) {
-    const int column = tap(columns[x]);
-    offsets.push_back(int64_t{column} * pixel_bytes);
-    opaque_pixels += column < source.width - 1 ? 1 : 0;
-  }
-  const Picker picker(std::move(offsets), pixel_bytes, false);
+  const auto column_of = [&](int64_t x) { return tap(columns[x]); };
   const bool opaque = sampling == Sampling::kBilinear && source.bit_count == 32;
-  const int64_t last_row = int64_t{source.height - 1} * source.stride;
-  ForEachRow(
-      dest, picker.RowBytes(), [&](int64_t y) { return int64_t{tap(rows[y])} * source.stride; },
-      [&](uint8_t* row, int64_t offset) {
-        picker.Pick(row, source.bits + offset);
-        if (opaque && offset != last_row) ActiveResampleKernels().make_opaque(row, opaque_pixels);
+  PickTiles(
+      source, dest, pixel_bytes, false,
+      [&](int64_t x) { return int64_t{column_of(x)} * pixel_bytes; },
+      [&](int64_t y) { return int64_t{tap(rows[y])} * source.stride; },
+      [&](uint8_t* to, int64_t y, const Columns& tile) {
+        // The last column and row keep their alpha.
+        if (!opaque || tap(rows[y]) == source.height - 1) return;
+        int64_t count = tile.count;
+        while (count > 0 && column_of(tile.first + count - 1) >= source.width - 1) --count;
+        ActiveResampleKernels().make_opaque(to, static_cast<size_t>(count));
       });
   return true;
 }
@@ -246,11 +353,10 @@ class TileInterpolator {
         taps_(static_cast<size_t>(window_.count)),
         channels_(
             static_cast<size_t>(source.bit_count == 8 ? 1 : DirectPixelBytes(source.bit_count))),
-        outside_(OutsideColor(source)),
-        rows_(static_cast<size_t>(std::min(rows.size(), kBandRows))),
-        row_weights_(rows_.size() * taps_) {}
+        outside_(OutsideColor(source)) {}
 
-  /// False when some positions are too far out to have taps; nothing is written then.
+  /// False when some positions are too far out to have taps, or when there is no memory; nothing is
+  /// written then.
   bool Run() {
     const auto has_taps = [&](const SamplePositions& positions, int size) {
       return positions.AllOf([&](float v) { return !window_.Misses(TapOrigin(v), size); });
@@ -267,10 +373,13 @@ class TileInterpolator {
     tile_.columns =
         std::min(most, (static_cast<size_t>(columns_.size()) + kUnit - 1) / kUnit * kUnit);
     plane_size_ = taps_ * channels_ * tile_.columns;
-    planes_ = std::make_unique_for_overwrite<float[]>((kSlots + 1) * plane_size_ + kAlignment);
+    const size_t planes = (kSlots + 1) * plane_size_ + kAlignment;
+    memory_.reset(new (std::nothrow) float[planes + kBandRows * taps_]);
+    if (memory_ == nullptr) return false;
+    row_weights_ = memory_.get() + planes;
     for (band_ = 0; band_ < positions_.size(); band_ += kBandRows) {
-      rows_.resize(static_cast<size_t>(std::min(kBandRows, positions_.size() - band_)));
-      for (size_t y = 0; y < rows_.size(); ++y) DescribeRow(y);
+      row_count_ = static_cast<size_t>(std::min(kBandRows, positions_.size() - band_));
+      for (size_t y = 0; y < row_count_; ++y) DescribeRow(y);
       const auto columns = static_cast<int64_t>(tile_.columns);
       for (int64_t x = 0; x < columns_.size(); x += columns) RunTile(x);
     }
@@ -352,8 +461,8 @@ class TileInterpolator {
 
   /// Where the planes of a slot begin, at a whole vector.
   float* PlanesOf(size_t slot) {
-    const auto address = reinterpret_cast<uintptr_t>(planes_.get()) / sizeof(float);
-    return planes_.get() + (kAlignment - address % kAlignment) + slot * plane_size_;
+    const auto address = reinterpret_cast<uintptr_t>(memory_.get()) / sizeof(float);
+    return memory_.get() + (kAlignment - address % kAlignment) + slot * plane_size_;
   }
 
   /// The planes of source row `row`, gathered when they are not there.
@@ -374,7 +483,7 @@ class TileInterpolator {
     BlendRow row;
     row.dest =
         dest_.Row(band_ + static_cast<int64_t>(y)) + first_column * static_cast<int64_t>(channels_);
-    if (y + kRowsAhead < rows_.size()) {
+    if (y + kRowsAhead < row_count_) {
       Fetch<1>(row.dest + kRowsAhead * dest_.stride,
                static_cast<int64_t>(tile_.columns * channels_));
     }
@@ -398,7 +507,7 @@ class TileInterpolator {
     const BlendPair blend_pair = kernels.blend_pair(taps_, channels_);
     const BlendBlock blend_block = kernels.blend_block(taps_, channels_);
     const size_t count = std::min(tile_.columns, static_cast<size_t>(columns_.size() - first));
-    for (size_t y = 0; y < rows_.size();) {
+    for (size_t y = 0; y < row_count_;) {
       if (IsBlock(y)) {
         blend_block(
             {RowOf(y, first), RowOf(y + 1, first), RowOf(y + 2, first), RowOf(y + 3, first)}, tile_,
@@ -416,7 +525,7 @@ class TileInterpolator {
   /// True when the slots have room for the taps of both rows. Those of rows further apart overwrite
   /// each other.
   bool ShareSlots(size_t y, size_t other) const {
-    return other < rows_.size() &&
+    return other < row_count_ &&
            std::abs(rows_[other].first - rows_[y].first) <= kSlots - window_.count;
   }
   /// True for four rows as `BlendBlock` wants them: most rows of a picture of twice the size.
@@ -425,7 +534,7 @@ class TileInterpolator {
     const auto same_weights = [&](size_t row) {
       return rows_[row].weights == rows_[row + 2].weights;
     };
-    return ShareSlots(y, y + 2) && y + 3 < rows_.size() && same_taps(y) && same_taps(y + 2) &&
+    return ShareSlots(y, y + 2) && y + 3 < row_count_ && same_taps(y) && same_taps(y + 2) &&
            same_weights(y) && same_weights(y + 1);
   }
 
@@ -439,15 +548,24 @@ class TileInterpolator {
   const size_t channels_;
   const uint32_t outside_;
   int64_t band_ = 0;  // its first row
-  std::vector<TapRow> rows_;
-  std::vector<float> row_weights_;
+  size_t row_count_ = 0;
+  TapRow rows_[kBandRows];
+  float* row_weights_ = nullptr;
   TileTaps tile_;
   int64_t first_byte_ = 0;  // of those in a source row that the tile reads
   int64_t read_bytes_ = 0;
   size_t plane_size_ = 0;
-  std::unique_ptr<float[]> planes_;  // of the rows in the slots, then of a row that is outside
+  // Planes of the rows in the slots and of a row that is outside, then weights of the band's rows.
+  std::unique_ptr<float[]> memory_;
   int64_t plane_rows_[kSlots];
 };
+
+/// Interpolates in tiles, as far as `TileInterpolator` can.
+[[gnu::noinline]] bool InterpolateTiles(const ImageView& source, const ImageView& dest,
+                                        const SamplePositions& columns, const SamplePositions& rows,
+                                        const InterpolationMethod& how) {
+  return TileInterpolator(source, dest, columns, rows, how).Run();
+}
 
 void Interpolate(const ImageView& source, const ImageView& dest, const Scale& scale, int method) {
   const SamplePositions columns(dest.Columns(), scale.x);
@@ -456,7 +574,7 @@ void Interpolate(const ImageView& source, const ImageView& dest, const Scale& sc
   if (source.HasPixels() && (source.bit_count == 8 || source.bit_count >= 24)) {
     const bool picks = how.sampling == Sampling::kNearest || how.sampling == Sampling::kBilinear;
     if (picks && PickPixels(source, dest, columns, rows, how.sampling)) return;
-    if (!picks && TileInterpolator(source, dest, columns, rows, how).Run()) return;
+    if (!picks && InterpolateTiles(source, dest, columns, rows, how)) return;
   }
   InterpolateSingly(source, dest, columns, rows, method);
 }
