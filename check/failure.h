@@ -15,6 +15,7 @@ enum ExitCode : int {
   kNoInput = 3,
   kNoOutput = 4,
   kModuleFault = 5,
+  kWrongDepth = 6,
   kInterrupted = 130,
 };
 
@@ -30,6 +31,7 @@ inline constexpr ExitMeaning kExitMeanings[] = {
     {kNoInput, "no input can be read"},
     {kNoOutput, "an output cannot be written"},
     {kModuleFault, "the module or the host failed, or cannot be loaded"},
+    {kWrongDepth, "a step does not take the depth of a picture"},
     {kInterrupted, "interrupted"},
 };
 

@@ -4,6 +4,7 @@
 #include "operations/engine.h"
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
+#include "operations/shape_after.h"
 #include "operations/table.h"
 
 namespace qel::cli {

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
-#include <sstream>
 
 #include "operations/errors.h"
+#include "operations/shape_after.h"
 
 namespace qel::operations {
 namespace {
@@ -16,26 +16,11 @@ std::mutex& RandomMutex() {
   return mutex;
 }
 
-/// True when `bits` is in a list such as "8, 24, 32".
-bool Lists(std::string_view depths, int bits) {
-  std::istringstream words{std::string(depths)};
-  for (std::string word; words >> word;) {
-    if (std::stoi(word) == bits) return true;
-  }
-  return false;
-}
-
 /// What a result code means to somebody who wrote a step, and what would be right.
-std::string Explain(const Operation& operation, result_t code, int bits) {
+std::string Explain(const Operation& operation, result_t code) {
   char number[16];
   std::snprintf(number, sizeof(number), "0x%08X", static_cast<unsigned>(code));
-  std::string text = std::string(operation.name) + ": failure " + number + ": ";
-  if (!Lists(operation.depths, bits)) {
-    text += "it works on " + std::string(operation.depths) + " bits per pixel, the picture has " +
-            std::to_string(bits);
-    if (bits < 32 && Lists(operation.depths, 32)) text += "; put increase-bpp before it";
-    return text;
-  }
+  const std::string text = std::string(operation.name) + ": failure " + number + ": ";
   return text + (code == kFail              ? "the picture's shape does not fit"
                  : code == kInvalidArgument ? "an argument is not accepted"
                  : code == kNotMono         ? "the picture is not monochrome"
@@ -49,6 +34,9 @@ RandomNumbers::RandomNumbers() : lock_(RandomMutex()) { std::srand(1); }
 SmartPtr<IQEL> Engine::RunStep(const Step& step, SmartPtr<IQEL> picture, PictureSource& pictures,
                                std::vector<std::string>& notes) const {
   const Operation& operation = *step.operation;
+  const Shape expected =
+      ShapeAfter(step, ShapeOf(*picture.Get()), max_pixels_,
+                 [&](const std::string& name) { return ShapeOf(pictures.Get(name)); });
   SmartPtr<IQEL> result;
   Call call{{operation.name, step.arguments},
             components_,
@@ -60,9 +48,16 @@ SmartPtr<IQEL> Engine::RunStep(const Step& step, SmartPtr<IQEL> picture, Picture
   if (operation.composed()) {
     result = operation.compose(call);
   } else if (const result_t code = operation.call(call); Failed(code)) {
-    throw CallError(Explain(operation, code, ShapeOf(*picture.Get()).bits), operation.name, code);
+    throw CallError(Explain(operation, code), operation.name, code);
   }
-  return result ? result : picture;
+  if (!result) return picture;
+  // The module ignores it when the host can make no image.
+  if (ShapeOf(*result.Get()).width < 1) {
+    throw CallError(
+        std::string(operation.name) + ": there is no memory for " + expected.Size() + " pixels",
+        operation.name, kFail);
+  }
+  return result;
 }
 
 SmartPtr<IQEL> Engine::Run(std::span<const Step> steps, SmartPtr<IQEL> picture,

@@ -1,6 +1,8 @@
 #ifndef QEL_OPERATIONS_ENGINE_H_
 #define QEL_OPERATIONS_ENGINE_H_
 
+#include <cstdint>
+#include <limits>
 #include <mutex>
 #include <span>
 #include <string>
@@ -24,9 +26,11 @@ class RandomNumbers {
 /// Threads: any, on pictures of their own.
 class Engine {
  public:
-  /// Keeps both. The module must have been initialised with `host`.
-  Engine(Components components, SmartPtr<IComponentCollection> host)
-      : components_(std::move(components)), host_(std::move(host)) {}
+  /// Keeps both. The module must have been initialised with `host`. Steps that would make a picture
+  /// of more than `max_pixels` are refused.
+  Engine(Components components, SmartPtr<IComponentCollection> host,
+         int64_t max_pixels = std::numeric_limits<int64_t>::max())
+      : components_(std::move(components)), host_(std::move(host)), max_pixels_(max_pixels) {}
 
   /// Runs one step and returns the picture after it: `picture` itself, changed in place, or a new
   /// one of the host. `notes` gets what the caller should know. Random steps draw what comes next:
@@ -46,6 +50,7 @@ class Engine {
  private:
   Components components_;
   SmartPtr<IComponentCollection> host_;
+  int64_t max_pixels_;
 };
 
 }  // namespace qel::operations

@@ -27,6 +27,12 @@ class StepError : public std::runtime_error {
   std::string argument_;
 };
 
+/// A step that does not take the depth of a picture.
+class DepthError : public StepError {
+ public:
+  using StepError::StepError;
+};
+
 /// The module answered a call with a failure.
 class CallError : public std::runtime_error {
  public:

@@ -54,4 +54,8 @@ void Refuse(const Given& given, const std::string& message, std::string_view arg
   throw StepError(std::string(given.name) + ": " + message, given.name, argument);
 }
 
+void RefuseDepth(const Given& given, const std::string& message, std::string_view argument) {
+  throw DepthError(std::string(given.name) + ": " + message, given.name, argument);
+}
+
 }  // namespace qel::operations

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <span>
 #include <string>
@@ -81,6 +82,9 @@ struct Shape {
   bool HasBytes() const { return bits == 8 || bits == 24 || bits == 32; }
 };
 
+/// The shape of the second picture called `name`.
+using ShapeOfPicture = std::function<Shape(const std::string& name)>;
+
 /// The neighbours that a pixel of the result depends on, on each side of its own place in the
 /// picture and in second pictures. What stands outside the picture is its top-left pixel, with
 /// alpha 1 at 32 bits.
@@ -138,7 +142,7 @@ struct Operation {
   std::string_view name = {};       ///< kebab case
   std::string_view component = {};  ///< object name of the component; of composed rows a heading
   std::string_view summary = {};    ///< one line
-  std::string_view depths = {};     ///< bit counts on which it has an effect
+  std::string_view depths = {};     ///< bit counts that it takes
   bool in_place = false;            ///< changes the picture instead of making a new one
   bool random = false;              ///< draws from the process's random generator
   std::vector<Parameter> parameters = {};
@@ -167,6 +171,11 @@ struct Operation {
   SmartPtr<IQEL> (*compose)(Call& call) = nullptr;
   /// Throws `StepError` for arguments that do not go together; null when all do.
   void (*check)(const Given& given) = nullptr;
+  /// The same for pictures that do not fit, the second ones included, by their shapes; may be null.
+  void (*check_shapes)(const Given& given, const Shape& shape,
+                       const ShapeOfPicture& second) = nullptr;
+  /// The argument whose picture has the shape of the result; empty when none has.
+  std::string_view result_like = {};
   /// What becomes of the shape of a picture; null when it stays. The model is not looked at.
   Shape (*result_shape)(const Given& given, Shape shape) = nullptr;
 
@@ -208,6 +217,9 @@ std::vector<std::string_view> SurprisesOf(const Operation& operation, const Give
 /// Ends the step with a `StepError` under its name.
 [[noreturn]] void Refuse(const Given& given, const std::string& message,
                          std::string_view argument = {});
+/// The same with a `DepthError`.
+[[noreturn]] void RefuseDepth(const Given& given, const std::string& message,
+                              std::string_view argument = {});
 
 }  // namespace qel::operations
 

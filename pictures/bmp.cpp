@@ -352,6 +352,15 @@ PictureInfo ReadBmp(const Input& input) {
   return info;
 }
 
+void CheckBmpShape(const OutputShape& shape) {
+  constexpr uint64_t kLargestPalette = 1024;
+  const uint64_t step = (RowBytes(shape.width, shape.bit_count) + 3) / 4 * 4;
+  const uint64_t before = kFileHeaderBytes + kV4Header + kLargestPalette;
+  if (before + step * static_cast<uint64_t>(shape.height) > UINT32_MAX) {
+    shape.DoesNotFit("BMP holds at most 4 GiB; choose PNG or TIFF");
+  }
+}
+
 std::vector<uint8_t> EncodeBmp(const Output& output) {
   const PictureView& picture = output.picture;
   const bool indexed = picture.bit_count <= 8;
@@ -363,7 +372,6 @@ std::vector<uint8_t> EncodeBmp(const Output& output) {
   const size_t step = (row_bytes + 3) / 4 * 4;
   const uint64_t pixels_at = kFileHeaderBytes + header_bytes + 4 * palette.size();
   const uint64_t size = pixels_at + step * static_cast<uint64_t>(picture.height);
-  if (size > UINT32_MAX) output.DoesNotFit("BMP holds at most 4 GiB; choose PNG or TIFF");
   output.NoteLostProfile("BMP");
 
   std::vector<uint8_t> file{'B', 'M'};

@@ -42,8 +42,8 @@ void Input::CheckHolds(uint64_t promised, uint64_t best_ratio, uint64_t held) co
   Truncated();
 }
 
-void Output::CheckSides(const char* format, int longest) const {
-  if (picture.width <= longest && picture.height <= longest) return;
+void OutputShape::CheckSides(const char* format, int longest) const {
+  if (width <= longest && height <= longest) return;
   DoesNotFit(std::string(format) + " holds at most " + std::to_string(longest) +
              " pixels a side; choose PNG or TIFF");
 }

@@ -41,7 +41,21 @@ struct Input {
   }
 };
 
-/// A picture that is being encoded.
+/// The shape of a picture that is to be written.
+struct OutputShape {
+  const std::string& path;  ///< for messages, and for the variety that its extension asks for
+  int width;
+  int height;
+  int bit_count;
+
+  [[noreturn]] void DoesNotFit(const std::string& what) const {
+    throw PictureError(PictureError::Kind::kDoesNotFit, path, what);
+  }
+  /// Throws when a side is longer than the format can say.
+  void CheckSides(const char* format, int longest) const;
+};
+
+/// A picture that is being encoded. Its shape has been checked.
 struct Output {
   const std::string& path;  ///< for messages, and for the variety that its extension asks for
   const PictureView& picture;
@@ -55,8 +69,6 @@ struct Output {
   [[noreturn]] void EncoderFailed(const std::string& what) const {
     throw PictureError(PictureError::Kind::kNotWritable, path, "encoding failed: " + what);
   }
-  /// Throws when a side is longer than the format can say.
-  void CheckSides(const char* format, int longest) const;
   /// The colour profile if it is one for such pixels, else nothing and a note.
   Bytes Profile(bool grey) const;
   /// Notes what the format has no place for.
@@ -83,13 +95,15 @@ std::string ExtensionOf(const std::string& path);
 double DpiFromMetre(double dots_per_metre);
 uint32_t DotsPerMetre(double dpi);
 
-// The formats. A reader is called only when its `Is...` has recognised the file.
+// The formats. A reader is called only when its `Is...` has recognised the file. `Check...Shape`
+// throws for shapes that the format cannot hold; formats without one hold all.
 bool IsPng(Bytes file);
 PictureInfo ReadPng(const Input& input);
 std::vector<uint8_t> EncodePng(const Output& output);
 
 bool IsJpeg(Bytes file);
 PictureInfo ReadJpeg(const Input& input);
+void CheckJpegShape(const OutputShape& shape);
 std::vector<uint8_t> EncodeJpeg(const Output& output);
 
 bool IsTiff(Bytes file);
@@ -98,14 +112,17 @@ std::vector<uint8_t> EncodeTiff(const Output& output);
 
 bool IsWebp(Bytes file);
 PictureInfo ReadWebp(const Input& input);
+void CheckWebpShape(const OutputShape& shape);
 std::vector<uint8_t> EncodeWebp(const Output& output);
 
 bool IsBmp(Bytes file);
 PictureInfo ReadBmp(const Input& input);
+void CheckBmpShape(const OutputShape& shape);
 std::vector<uint8_t> EncodeBmp(const Output& output);
 
 bool IsPnm(Bytes file);
 PictureInfo ReadPnm(const Input& input);
+void CheckPnmShape(const OutputShape& shape);
 std::vector<uint8_t> EncodePnm(const Output& output);
 
 }  // namespace qel::pictures

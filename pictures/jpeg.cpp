@@ -420,8 +420,9 @@ PictureInfo ReadJpeg(const Input& input) {
   return info;
 }
 
+void CheckJpegShape(const OutputShape& shape) { shape.CheckSides("JPEG", JPEG_MAX_DIMENSION); }
+
 std::vector<uint8_t> EncodeJpeg(const Output& output) {
-  output.CheckSides("JPEG", JPEG_MAX_DIMENSION);
   output.NoteLostAlpha("JPEG");
   ColourRows rows(output.picture, ColourRows::Alpha::kDrop);
   const Bytes profile = output.Profile(rows.bit_count() == 8);

@@ -17,16 +17,33 @@ struct FormatRow {
   bool (*recognise)(Bytes file);
   PictureInfo (*read)(const Input& input);
   std::vector<uint8_t> (*encode)(const Output& output);
+  void (*check_shape)(const OutputShape& shape) = nullptr;
 };
 
 constexpr FormatRow kFormats[] = {
     {Format::kPng, "PNG", {".png"}, &IsPng, &ReadPng, &EncodePng},
-    {Format::kJpeg, "JPEG", {".jpg", ".jpeg", ".jpe"}, &IsJpeg, &ReadJpeg, &EncodeJpeg},
+    {Format::kJpeg,
+     "JPEG",
+     {".jpg", ".jpeg", ".jpe"},
+     &IsJpeg,
+     &ReadJpeg,
+     &EncodeJpeg,
+     &CheckJpegShape},
     {Format::kTiff, "TIFF", {".tif", ".tiff"}, &IsTiff, &ReadTiff, &EncodeTiff},
-    {Format::kWebp, "WebP", {".webp"}, &IsWebp, &ReadWebp, &EncodeWebp},
-    {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &ReadBmp, &EncodeBmp},
-    {Format::kPnm, "PNM", {".pnm", ".pbm", ".pgm", ".ppm", ".pam"}, &IsPnm, &ReadPnm, &EncodePnm},
+    {Format::kWebp, "WebP", {".webp"}, &IsWebp, &ReadWebp, &EncodeWebp, &CheckWebpShape},
+    {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &ReadBmp, &EncodeBmp, &CheckBmpShape},
+    {Format::kPnm,
+     "PNM",
+     {".pnm", ".pbm", ".pgm", ".ppm", ".pam"},
+     &IsPnm,
+     &ReadPnm,
+     &EncodePnm,
+     &CheckPnmShape},
 };
+
+void CheckShape(const FormatRow& row, const OutputShape& shape) {
+  if (row.check_shape != nullptr) row.check_shape(shape);
+}
 
 /// Enough of a file's beginning to know every format by.
 constexpr size_t kSignatureBytes = 64;
@@ -125,6 +142,10 @@ PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std
   return Read(source, name, options, nullptr);
 }
 
+void CheckFits(const std::string& path, int width, int height, int bit_count) {
+  CheckShape(RowOf(FormatOfPath(path)), {path, width, height, bit_count});
+}
+
 EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
                              const Metadata& metadata, const WriteOptions& options) {
   const FormatRow& row = RowOf(options.format ? *options.format : FormatOfPath(name));
@@ -138,6 +159,7 @@ EncodedPicture EncodePicture(const std::string& name, const PictureView& picture
     output.DoesNotFit(std::to_string(picture.bit_count) +
                       " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
   }
+  CheckShape(row, {name, picture.width, picture.height, picture.bit_count});
   encoded.file = row.encode(output);
   return encoded;
 }

@@ -114,6 +114,10 @@ struct WriteOptions {
   int png_level = 5;                  ///< of compression, 0 to 9
 };
 
+/// Throws `PictureError` (kDoesNotFit) when the format that the extension of `path` names holds no
+/// picture of this shape, whatever its pixels are.
+void CheckFits(const std::string& path, int width, int height, int bit_count);
+
 struct EncodedPicture {
   std::vector<uint8_t> file;
   std::vector<std::string> notes;  ///< on what the format could not hold

@@ -228,6 +228,10 @@ void ReadSamples(const Input& input, const Header& header, Scanner& scanner, Pic
   target.Finish();
 }
 
+constexpr char kBitmapsOnly[] =
+    "PBM holds pictures of 1 bit, black and white; choose .pgm, .ppm or .pam";
+constexpr char kGreysOnly[] = "PGM holds grey pictures; choose .ppm or .pam";
+
 /// The text before the pixels; `channels` is 0 for a bitmap.
 std::string HeaderText(const PictureView& picture, bool pam, int channels) {
   const std::string width = std::to_string(picture.width);
@@ -297,6 +301,12 @@ PictureInfo ReadPnm(const Input& input) {
   return info;
 }
 
+void CheckPnmShape(const OutputShape& shape) {
+  const std::string extension = ExtensionOf(shape.path);
+  if (extension == ".pbm" && shape.bit_count != 1) shape.DoesNotFit(kBitmapsOnly);
+  if (extension == ".pgm" && shape.bit_count > 8) shape.DoesNotFit(kGreysOnly);
+}
+
 std::vector<uint8_t> EncodePnm(const Output& output) {
   const PictureView& picture = output.picture;
   const std::string extension = ExtensionOf(output.path);
@@ -305,12 +315,12 @@ std::vector<uint8_t> EncodePnm(const Output& output) {
   const bool any = !pam && extension != ".pbm" && extension != ".pgm" && extension != ".ppm";
   const bool bitmap = extension == ".pbm" || (any && IsBlackAndWhite(picture));
   if (bitmap && !IsBlackAndWhite(picture)) {
-    output.DoesNotFit("PBM holds pictures of 1 bit, black and white; choose .pgm, .ppm or .pam");
+    output.DoesNotFit(kBitmapsOnly);
   }
   ColourRows rows(picture, pam ? ColourRows::Alpha::kKeep : ColourRows::Alpha::kDrop,
                   extension == ".ppm" ? ColourRows::Grey::kSpread : ColourRows::Grey::kKeep);
   if (extension == ".pgm" && rows.bit_count() != 8) {
-    output.DoesNotFit("PGM holds grey pictures; choose .ppm or .pam");
+    output.DoesNotFit(kGreysOnly);
   }
   if (!pam) output.NoteLostAlpha("PNM");
   output.NoteLostProfile("PNM");

@@ -214,8 +214,9 @@ PictureInfo ReadWebp(const Input& input) {
   return upright;
 }
 
+void CheckWebpShape(const OutputShape& shape) { shape.CheckSides("WebP", WEBP_MAX_DIMENSION); }
+
 std::vector<uint8_t> EncodeWebp(const Output& output) {
-  output.CheckSides("WebP", WEBP_MAX_DIMENSION);
   Encoder encoder(output);
   const Bytes encoded = encoder.Encode();
   const Bytes profile = output.Profile(false);

@@ -89,12 +89,14 @@ bool Runner::IsUpToDate(size_t index, const std::string& input_hash) {
 
 /// Reads the input; nothing when there is nothing to do.
 std::optional<Picture> Runner::Load(size_t index, std::string& input_hash) {
-  const std::string& name = batch_.items[index].input;
+  const BatchItem& item = batch_.items[index];
+  const std::string& name = item.input;
   pictures::ByteSource file(name, batch_.reading.limits);
   pictures::Recognise(file, name, batch_.reading);
   if (batch_.manifest != nullptr) input_hash = Sha256(file.All());
   if (batch_.resume && IsUpToDate(index, input_hash)) return {};
-  return DecodePicture(file, name, batch_.reading);
+  return DecodePicture(file, name, batch_.reading,
+                       [&](const Shape& shape) { batch_.forecaster.Of(item, shape); });
 }
 
 void Runner::Make(size_t index, ItemResult& result) {
@@ -143,11 +145,8 @@ ItemResult Runner::Try(size_t index) {
   ItemResult result;
   try {
     Make(index, result);
-  } catch (const pictures::PictureError& error) {
-    result = {ItemResult::Status::kFailed, ExitCodeOf(error), error.what()};
   } catch (const std::exception& error) {
-    result = {ItemResult::Status::kFailed, ExitCodeOf(error),
-              batch_.items[index].input + ": " + MessageOf(error)};
+    result = FailureOf(batch_.items[index].input, error);
   }
   return result;
 }

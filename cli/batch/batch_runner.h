@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/batch/batch_plan.h"
+#include "cli/batch/forecast.h"
 #include "cli/batch/manifest.h"
 #include "cli/batch/run_stats.h"
 #include "cli/batch/session.h"
@@ -17,6 +18,7 @@ namespace qel::cli {
 struct Batch {
   const std::vector<BatchItem>& items;
   const std::vector<Step>& steps;
+  const Forecaster& forecaster;
   const pictures::ReadOptions& reading;
   const pictures::WriteOptions& writing;
   pictures::Replace replace;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/terminal/errors.h"
+#include "pictures/picture_error.h"
 
 namespace qel::cli {
 
@@ -16,6 +17,13 @@ struct ItemResult {
   ExitCode code = kDone;  ///< of a failure
   std::string reason;     ///< of a failure, with the file's name
 };
+
+/// What an exception means for the item of this input. Errors of picture files name their file.
+inline ItemResult FailureOf(const std::string& input, const std::exception& error) {
+  const bool named = dynamic_cast<const pictures::PictureError*>(&error) != nullptr;
+  return {ItemResult::Status::kFailed, ExitCodeOf(error),
+          (named ? "" : input + ": ") + MessageOf(error)};
+}
 
 /// How far a run has come.
 struct BatchTotals {

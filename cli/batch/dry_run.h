@@ -11,10 +11,6 @@
 
 namespace qel::cli {
 
-/// Bytes of an image of the tool: rows of a multiple of 64 bytes, below 24 bits with three times
-/// their size in reserve.
-double ImageBytes(const Shape& shape);
-
 /// Prints what a run on `jobs` threads would do, from the headers of the inputs: sizes, depths,
 /// output names, and about how much memory it would need at its peak. Inputs whose header is at
 /// fault are told on standard error.

@@ -41,10 +41,14 @@ SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count) {
 }
 
 Picture DecodePicture(pictures::ByteSource& file, const std::string& name,
-                      const pictures::ReadOptions& options) {
+                      const pictures::ReadOptions& options, const Accept& accept) {
   Picture picture;
   const pictures::PictureInfo info =
       pictures::ReadPicture(file, name, options, [&](const pictures::PictureInfo& header) {
+        if (accept) {
+          const int bits = header.bit_count;
+          accept({header.width, header.height, bits, operations::ModelOf(bits)});
+        }
         picture.image = MakeImage(header.width, header.height, header.bit_count);
         return pictures::PixelBuffer{picture.image->Bits(), picture.image->stride()};
       });

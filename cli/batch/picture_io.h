@@ -1,6 +1,7 @@
 #ifndef QEL_CLI_BATCH_PICTURE_IO_H_
 #define QEL_CLI_BATCH_PICTURE_IO_H_
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <span>
@@ -29,10 +30,13 @@ void PrintNotes(const std::string& path, const std::vector<std::string>& notes);
 /// An image of `width` x `height` pixels. Throws `Failure(kModuleFault)` when there is no memory.
 SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count);
 
+/// Looks at the shape of a picture before it is decoded, and may throw.
+using Accept = std::function<void(const Shape& shape)>;
+
 /// Decodes a picture file straight into an image; `name` stands for the file in messages, notes go
-/// to standard error. Throws `pictures::PictureError`.
+/// to standard error. Throws `pictures::PictureError`, and what `accept` throws.
 Picture DecodePicture(pictures::ByteSource& file, const std::string& name,
-                      const pictures::ReadOptions& options);
+                      const pictures::ReadOptions& options, const Accept& accept = {});
 /// The same for a file.
 Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options);
 

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "cli/commands/command_table.h"
+#include "cli/commands/limit_options.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/progress.h"
 
@@ -76,9 +77,11 @@ RunOptions ParseRunOptions(const std::string& command, const std::vector<std::st
                               run.steps.front());
   }
   if (options.Has("--recipe")) {
-    const std::vector<std::string> recipe = ReadRecipe(options.Value("--recipe"));
+    run.recipe_file = options.Value("--recipe");
+    const std::vector<std::string> recipe = ReadRecipe(run.recipe_file);
     run.steps.insert(run.steps.begin(), recipe.begin(), recipe.end());
   }
+  run.reading.limits = LimitsFrom(options);
   run.reading.keep_palette_depth = options.Has("--keep-depth");
   run.writing.jpeg_quality = options.Number("--quality", 1, 100, run.writing.jpeg_quality);
   run.writing.webp_quality = options.Number("--quality", 1, 100, run.writing.webp_quality);

@@ -17,6 +17,7 @@ struct RunOptions {
   std::string list;                 ///< of --files-from; may be empty
   std::string output;               ///< pattern; empty: in place
   std::vector<std::string> steps;
+  std::string recipe_file;  ///< of --recipe; may be empty
   pictures::ReadOptions reading;
   pictures::WriteOptions writing;
   std::string recipe;  ///< the steps with the options that change what they make

@@ -51,14 +51,14 @@ std::vector<Step> ReadSteps(const std::vector<std::string>& words) {
   return ParseSteps(words, &ReadTextFile);
 }
 
-Session::Session(const std::string& path)
+Session::Session(const std::string& path, const pictures::Limits& limits)
     : path_(path.empty() ? OwnModulePath() : fs::absolute(path).string()),
       collection_(host::HostCollection::MakeWithImages(kImageOptions)),
       library_(LoadModule(path_)) {
   library_.Initialize(collection_.Get());
   try {
     engine_.emplace(operations::MakeComponents(library_),
-                    SmartPtr<IComponentCollection>::Retain(collection_.Get()));
+                    SmartPtr<IComponentCollection>::Retain(collection_.Get()), limits.max_pixels);
   } catch (const host::ModuleError& error) {
     throw Failure(kModuleFault, error.what());
   }

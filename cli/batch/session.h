@@ -25,9 +25,9 @@ std::vector<Step> ReadSteps(const std::vector<std::string>& words);
 /// Threads: any for `Run`, on pictures of their own.
 class Session {
  public:
-  /// Loads the module at `path`; empty means the one that belongs to this program.
-  /// Throws `Failure(kModuleFault)`.
-  explicit Session(const std::string& path = {});
+  /// Loads the module at `path`; empty means the one that belongs to this program. Steps are
+  /// refused that would make larger pictures than `limits` allow. Throws `Failure(kModuleFault)`.
+  explicit Session(const std::string& path = {}, const pictures::Limits& limits = {});
 
   /// Runs the steps one after the other on `picture` and returns the final one; `notes` gets what
   /// they have to say, and what they did to the picture's transparency. `seconds`, of the size of

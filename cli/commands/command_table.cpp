@@ -3,11 +3,20 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "pictures/limits.h"
+
 namespace qel::cli {
 namespace {
 
 constexpr CommandOption kModule{"--module", "PATH", "the module to load instead of the tool's own",
                                 Word::kFile};
+
+static_assert(pictures::Limits{}.max_pixels == 268'435'456);
+constexpr CommandOption kMaxPixels{
+    "--max-pixels", "N", "of a picture that is read or made, 268435456 by default", Word::kNumber};
+static_assert(pictures::Limits{}.max_memory == int64_t{4} << 30);
+constexpr CommandOption kMaxMemory{"--max-memory", "SIZE",
+                                   "that one picture takes, as 500M; 4G by default", Word::kText};
 
 constexpr CommandOption kNoNotes{"--no-notes", "", "do not tell what may surprise"};
 constexpr CommandOption kJson{"--json", "", "for programs"};
@@ -31,7 +40,9 @@ std::vector<CommandOption> RunOptionRows(bool has_steps) {
       {"--shard", "I/N", "do the I-th of N parts; auto asks Slurm or Kubernetes", Word::kText},
       {"--progress", "HOW", "auto, bar, json or none", Word::kProgress},
       {"--progress-fd", "N", "where json goes instead of standard error", Word::kNumber},
-      kModule};
+      kModule,
+      kMaxPixels,
+      kMaxMemory};
   if (has_steps) {
     rows.insert(rows.begin() + 2,
                 {"--recipe", "FILE", "steps from a file, before those of the line", Word::kFile});
@@ -99,7 +110,9 @@ const std::vector<Command>& CommandTable() {
         {"--steps", "", "the words after the picture are steps, run one after the other"},
         {"--apart", "", "with --steps: run each step on the picture as it came"},
         kNoNotes,
-        kModule},
+        kModule,
+        kMaxPixels,
+        kMaxMemory},
        {Word::kFile, Word::kStep},
        "Pictures may be patterns. Nothing is scaled without --size. With --steps, the caption of "
        "a\n"
@@ -114,7 +127,9 @@ const std::vector<Command>& CommandTable() {
         {"--top", "Y", "likewise", Word::kNumber},
         {"--size", "N", "pixels along the edges of the detail, 32 by default", Word::kNumber},
         {"--zoom", "N", "how far it is enlarged, 6 by default", Word::kNumber},
-        kModule},
+        kModule,
+        kMaxPixels,
+        kMaxMemory},
        {Word::kFile},
        {},
        "qel methods photo.jpg -o methods.png --zoom 8",
@@ -125,7 +140,9 @@ const std::vector<Command>& CommandTable() {
        "compare two pictures pixel by pixel",
        {{"-o", "DIFFERENCE", "write a picture of the differences, amplified", Word::kFile},
         {"--limit", "N", "differences up to N count as equal, 0 by default", Word::kNumber},
-        kJson},
+        kJson,
+        kMaxPixels,
+        kMaxMemory},
        {Word::kFile},
        "The exit code is 0 for equal pictures, 1 for different ones, 2 for pictures of different\n"
        "size or depth. PSNR counts all samples, alpha included.",

@@ -5,6 +5,7 @@
 #include "cli/batch/picture_io.h"
 #include "cli/commands/command_table.h"
 #include "cli/commands/compare.h"
+#include "cli/commands/limit_options.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json.h"
 
@@ -15,8 +16,9 @@ int DiffCommand(const Words& words) {
   if (options.rest().size() != 2) throw Failure(kUsage, "write qel diff A B [-o DIFFERENCE]");
   const int limit = options.Number("--limit", 0, 255, 0);
   if (options.Has("-o")) CheckOutputName(options.Value("-o"));
-  const Picture a = LoadPicture(options.rest()[0], {});
-  const Picture b = LoadPicture(options.rest()[1], {});
+  const pictures::ReadOptions reading{.limits = LimitsFrom(options)};
+  const Picture a = LoadPicture(options.rest()[0], reading);
+  const Picture b = LoadPicture(options.rest()[1], reading);
   const std::string obstacle = WhyNotComparable(*a.image, *b.image);
   if (!obstacle.empty()) throw Failure(kUsage, "these pictures cannot be compared: " + obstacle);
 

@@ -5,13 +5,14 @@
 #include <iostream>
 #include <sstream>
 
-#include "cli/batch/dry_run.h"
+#include "cli/batch/forecast.h"
 #include "cli/batch/input_list.h"
 #include "cli/commands/command_table.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json.h"
 #include "pictures/icc.h"
+#include "pictures/picture_file.h"
 
 namespace qel::cli {
 namespace {
@@ -24,7 +25,7 @@ struct FileInfo {
   pictures::PictureInfo picture = {};
   uintmax_t bytes = 0;
   std::string changed = {};  ///< when, as ISO 8601 in UTC
-  double memory = 0;    ///< bytes of the decoded picture
+  double memory = 0;         ///< bytes of the decoded picture
 };
 
 std::string TimeOf(const std::string& path) {

@@ -3,6 +3,7 @@
 
 #include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
+#include "cli/commands/limit_options.h"
 #include "cli/drawing/picture_sheet.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
@@ -59,8 +60,9 @@ int MethodsCommand(const Words& words) {
   const std::string output = options.Value("-o");
   CheckOutputName(output);
 
-  const Session session(options.Value("--module"));
-  const Picture picture = LoadPicture(options.rest().front(), {});
+  const pictures::ReadOptions reading{.limits = LimitsFrom(options)};
+  const Session session(options.Value("--module"), reading.limits);
+  const Picture picture = LoadPicture(options.rest().front(), reading);
   const int last_left = std::max(0, picture.image->width() - size);
   const int last_top = std::max(0, picture.image->height() - size);
   const Rectangle detail = {options.Number("--left", 0, last_left, last_left / 2),

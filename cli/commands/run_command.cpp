@@ -32,6 +32,7 @@ std::vector<std::string> OtherFiles(const RunOptions& options) {
   if (options.manifest.empty()) return files;
   files.push_back(options.module.empty() ? OwnModulePath() : options.module);
   if (!options.list.empty() && options.list != "-") files.push_back(options.list);
+  if (!options.recipe_file.empty()) files.push_back(options.recipe_file);
   return files;
 }
 
@@ -62,7 +63,7 @@ int Run(const std::string& command, const Words& words) {
                                                   .second_pictures = second_paths});
   if (options.dry_run) return DryRun(items, steps, options.reading, options.replace, options.jobs);
 
-  const Session session(options.module);
+  const Session session(options.module, options.reading.limits);
   PictureFiles second_pictures(options.reading);
   for (const std::string& path : second_paths) second_pictures.Get(path);
   interruption.Hold();
@@ -73,9 +74,13 @@ int Run(const std::string& command, const Words& words) {
                                           items.size(), options.resume);
   }
   const auto progress = MakeProgress(options.progress, options.progress_descriptor, items.size());
+  const Forecaster forecaster{steps, options.reading.limits, [&](const std::string& path) {
+                                return ShapeOf(second_pictures.Get(path));
+                              }};
   RunStats stats(steps.size());
   const ExitCode code = RunBatch({.items = items,
                                   .steps = steps,
+                                  .forecaster = forecaster,
                                   .reading = options.reading,
                                   .writing = options.writing,
                                   .replace = options.replace,

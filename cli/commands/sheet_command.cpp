@@ -4,6 +4,7 @@
 #include "cli/batch/input_list.h"
 #include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
+#include "cli/commands/limit_options.h"
 #include "cli/drawing/picture_sheet.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
@@ -17,10 +18,9 @@ constexpr int kUsualColumns = 3;
 constexpr int kMostColumns = 100;
 constexpr int kLargestSize = 10000;
 
-[[noreturn]] void RefuseSize(int64_t pixels) {
+[[noreturn]] void RefuseSize(int64_t pixels, const pictures::Limits& limits) {
   throw Failure(kUsage, "the sheet would have " + std::to_string(pixels) +
-                            " pixels, more than the limit of " +
-                            std::to_string(pictures::Limits().max_pixels) +
+                            " pixels, more than the limit of " + std::to_string(limits.max_pixels) +
                             "; scale its pictures with --size N");
 }
 
@@ -43,14 +43,15 @@ SmartPtr<host::HostImage> Thumbnail(const host::HostImage& image, int size) {
   return scaled;
 }
 
-std::vector<CaptionedPicture> LoadAll(const std::vector<std::string>& paths, int size) {
+std::vector<CaptionedPicture> LoadAll(const std::vector<std::string>& paths, int size,
+                                      const pictures::ReadOptions& reading) {
   std::vector<CaptionedPicture> pictures;
   int64_t pixels = 0;
   for (const std::string& path : paths) {
-    auto picture = Thumbnail(*LoadPicture(path, {}).image, size);
+    auto picture = Thumbnail(*LoadPicture(path, reading).image, size);
     pixels += int64_t{picture->width()} * picture->height();
     // Before memory is full of what will not fit.
-    if (!pictures::Limits().AllowSize(1, pixels)) RefuseSize(pixels);
+    if (!reading.limits.AllowSize(1, pixels)) RefuseSize(pixels, reading.limits);
     pictures.push_back({std::filesystem::path(path).filename().string(), std::move(picture)});
   }
   return pictures;
@@ -58,12 +59,13 @@ std::vector<CaptionedPicture> LoadAll(const std::vector<std::string>& paths, int
 
 /// The picture as it came, then after each step. With `apart` every step starts from the first.
 std::vector<CaptionedPicture> RunSteps(const std::string& path, const std::vector<Step>& steps,
-                                       const std::string& module, bool apart, int size) {
-  const Session session(module);
+                                       const std::string& module, bool apart, int size,
+                                       const pictures::ReadOptions& reading) {
+  const Session session(module, reading.limits);
   std::vector<CaptionedPicture> pictures;
   pictures.push_back(
-      {std::filesystem::path(path).filename().string(), LoadPicture(path, {}).image});
-  PictureFiles second_pictures;
+      {std::filesystem::path(path).filename().string(), LoadPicture(path, reading).image});
+  PictureFiles second_pictures(reading);
   for (const Step& step : steps) {
     host::HostImage& source = *(apart ? pictures.front() : pictures.back()).image;
     std::vector<std::string> notes;
@@ -89,6 +91,7 @@ int SheetCommand(const Words& words) {
   if (options.Has("--no-notes")) SilenceNotes();
   const int size = options.Number("--size", 1, kLargestSize, 0);
   const int columns = options.Number("--columns", 1, kMostColumns, kUsualColumns);
+  const pictures::ReadOptions reading{.limits = LimitsFrom(options)};
   CheckOutputName(output);
   std::vector<Step> steps;
   if (options.Has("--steps")) steps = ReadSteps({rest.begin() + 1, rest.end()});
@@ -105,17 +108,17 @@ int SheetCommand(const Words& words) {
                               std::to_string(count) + " pictures");
   }
   std::vector<CaptionedPicture> pictures =
-      options.Has("--steps")
-          ? RunSteps(rest.front(), steps, options.Value("--module"), options.Has("--apart"), size)
-          : LoadAll(paths, size);
+      options.Has("--steps") ? RunSteps(rest.front(), steps, options.Value("--module"),
+                                        options.Has("--apart"), size, reading)
+                             : LoadAll(paths, size, reading);
   for (size_t i = 0; i < captions.size(); ++i) pictures[i].caption = captions[i];
   if (options.Has("--no-captions")) {
     for (CaptionedPicture& picture : pictures) picture.caption.clear();
   }
   const int used_columns = std::min(columns, static_cast<int>(pictures.size()));
   const SheetSize sheet = SizeOfSheet(pictures, used_columns);
-  if (!pictures::Limits().AllowSize(sheet.width, sheet.height)) {
-    RefuseSize(sheet.width * sheet.height);
+  if (!reading.limits.AllowSize(sheet.width, sheet.height)) {
+    RefuseSize(sheet.width * sheet.height, reading.limits);
   }
   SavePicture(output, *MakeSheet(pictures, used_columns), {}, {});
   return kDone;

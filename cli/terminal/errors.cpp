@@ -9,6 +9,7 @@ namespace qel::cli {
 
 ExitCode ExitCodeOf(const std::exception& error) {
   if (const auto* const failure = dynamic_cast<const Failure*>(&error)) return failure->code();
+  if (dynamic_cast<const operations::DepthError*>(&error) != nullptr) return kWrongDepth;
   if (dynamic_cast<const operations::StepError*>(&error) != nullptr) return kUsage;
   if (const auto* const picture = dynamic_cast<const pictures::PictureError*>(&error)) {
     using Kind = pictures::PictureError::Kind;

@@ -72,4 +72,21 @@ int Options::Number(const std::string& name, int minimum, int maximum, int other
   return number;
 }
 
+int64_t Options::Size(const std::string& name, int64_t unit, int64_t otherwise) const {
+  if (!Has(name)) return otherwise;
+  const std::string text = Value(name);
+  int64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  constexpr std::string_view kPowers = "KMGT";
+  const size_t power =
+      rest + 1 == end ? kPowers.find(static_cast<char>(std::toupper(*rest))) + 1 : 0;
+  bool good = error == std::errc() && number >= 1 && (rest == end || power > 0);
+  for (size_t i = 0; good && i < power; ++i) {
+    good = !__builtin_mul_overflow(number, unit, &number);
+  }
+  if (!good) throw Failure(kUsage, name + " takes a number such as 500M or 4G, not " + text);
+  return number;
+}
+
 }  // namespace qel::cli

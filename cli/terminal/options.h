@@ -1,6 +1,7 @@
 #ifndef QEL_CLI_TERMINAL_OPTIONS_H_
 #define QEL_CLI_TERMINAL_OPTIONS_H_
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,6 +26,9 @@ class Options {
   std::vector<std::string> Values(const std::string& name) const;
   /// The option's value as a whole number. Throws `Failure(kUsage)`.
   int Number(const std::string& name, int minimum, int maximum, int otherwise) const;
+  /// The option's value as a whole number from 1 on, K, M, G or T after it being powers of `unit`.
+  /// Throws `Failure(kUsage)`.
+  int64_t Size(const std::string& name, int64_t unit, int64_t otherwise) const;
   /// The words that are no options, in order.
   const std::vector<std::string>& rest() const { return rest_; }
   /// How many of these stand before the option, which was given.

@@ -16,108 +16,109 @@ const Parameter kMask = {.name = "mask",
                          .help = "8-bit picture; pixels where it is 0 stay as they are",
                          .optional = true};
 
-std::string Named(const Call& call, std::string_view parameter) {
-  return std::string(parameter) + "=" + call.arguments.Text(parameter);
+std::string Named(const Given& given, std::string_view parameter) {
+  return std::string(parameter) + "=" + given.arguments.Text(parameter);
 }
 
-void NeedBytes(const Call& call, const Shape& shape) {
-  if (shape.HasBytes()) return;
-  Refuse(call, "works on 8, 24 and 32 bits per pixel, the picture has " + shape.Bits() +
-                   "; bring it to one of these first");
+void NeedSameDepth(const Given& given, const Shape& first, const Shape& second) {
+  if (second.bits == first.bits && second.model == first.model) return;
+  RefuseDepth(given, Named(given, "with") + " has " + second.Bits() + " and the picture " +
+                         first.Bits() + "; bring both to one depth, for example with scale depth=" +
+                         std::to_string(std::min(second.bits, first.bits)));
 }
 
-/// The second picture, which must have the depth of the first.
-IQEL& SecondOfSameDepth(Call& call, const Shape& first) {
-  IQEL& second = call.pictures.Get(call.arguments.Text("with"));
-  const Shape shape = ShapeOf(second);
-  NeedBytes(call, first);
-  if (shape.bits != first.bits || shape.model != first.model) {
-    Refuse(call, Named(call, "with") + " has " + shape.Bits() + " and the picture " + first.Bits() +
-                     "; bring both to one depth, for example with scale depth=" +
-                     std::to_string(std::min(shape.bits, first.bits)));
-  }
-  return second;
-}
-
-/// The mask, which must have a byte for every pixel of `area`; null when there is none.
-IQEL* MaskFor(Call& call, const Shape& area) {
-  if (!call.arguments.Has("mask")) return nullptr;
-  IQEL& mask = call.pictures.Get(call.arguments.Text("mask"));
-  const Shape shape = ShapeOf(mask);
+/// The mask, if there is one, must have a byte for every pixel of `area`.
+void NeedMask(const Given& given, const Shape& area, const ShapeOfPicture& second) {
+  if (!given.arguments.Has("mask")) return;
+  const Shape shape = second(given.arguments.Text("mask"));
   if (shape.bits != 8) {
-    Refuse(call, Named(call, "mask") + " has " + shape.Bits() +
-                     " and must have 8; make it grey with scale depth=8");
+    RefuseDepth(given, Named(given, "mask") + " has " + shape.Bits() +
+                           " and must have 8; make it grey with scale depth=8");
   }
   if (!shape.Covers(area)) {
-    Refuse(call, Named(call, "mask") + " has " + shape.Size() + " pixels and must have " +
-                     area.Size() + " at least");
+    Refuse(given, Named(given, "mask") + " has " + shape.Size() + " pixels and must have " +
+                      area.Size() + " at least");
   }
-  return &mask;
 }
 
+IQEL* MaskOf(const Call& call) {
+  return call.arguments.Has("mask") ? &call.pictures.Get(call.arguments.Text("mask")) : nullptr;
+}
+
+IQEL& SecondOf(const Call& call) { return call.pictures.Get(call.arguments.Text("with")); }
+
 result_t CallEqual(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
-  NeedBytes(call, shape);
-  IQEL* const mask = MaskFor(call, shape);
-  const auto colour = static_cast<uint32_t>(call.arguments.Number("colour"));
+  const auto color = static_cast<uint32_t>(call.arguments.Number("colour"));
   const auto alpha = static_cast<uint32_t>(call.arguments.Int("alpha"));
   // At 24 bits the value's third byte becomes blue.
-  const uint32_t value = shape.bits == 24 ? (colour & 0xFF) << 16 | (colour & 0xFF00) | colour >> 16
-                                          : alpha << 24 | colour;
-  return call.components.maths->Equal(call.image, mask, static_cast<int>(value));
+  const uint32_t value = ShapeOf(*call.image).bits == 24
+                             ? (color & 0xFF) << 16 | (color & 0xFF00) | color >> 16
+                             : alpha << 24 | color;
+  return call.components.maths->Equal(call.image, MaskOf(call), static_cast<int>(value));
+}
+
+void CheckCopy(const Given& given, const Shape& shape, const ShapeOfPicture& second) {
+  const Shape source = second(given.arguments.Text("with"));
+  if (!source.HasBytes()) {
+    RefuseDepth(given, Named(given, "with") + " has " + source.Bits() + "; it needs 8, 24 or 32");
+  }
+  const int x = given.arguments.Int("x"), y = given.arguments.Int("y");
+  if (x >= shape.width || y >= shape.height) {
+    Refuse(given, "x=" + std::to_string(x) + " y=" + std::to_string(y) +
+                      " lies outside the picture of " + shape.Size() + " pixels");
+  }
+  if (given.arguments.Int("keep") != 0) NeedSameDepth(given, shape, source);
 }
 
 result_t CallCopy(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
-  IQEL& source = call.pictures.Get(call.arguments.Text("with"));
-  NeedBytes(call, shape);
-  NeedBytes(call, ShapeOf(source));
-  const int x = call.arguments.Int("x"), y = call.arguments.Int("y");
-  if (x >= shape.width || y >= shape.height) {
-    Refuse(call, "x=" + std::to_string(x) + " y=" + std::to_string(y) +
-                     " lies outside the picture of " + shape.Size() + " pixels");
-  }
-  const bool keep = call.arguments.Int("keep") != 0;
-  if (keep) SecondOfSameDepth(call, shape);
-  return call.components.maths->Copy(call.image, &source, keep ? call.image : nullptr, x, y);
+  IQEL* const mask = call.arguments.Int("keep") != 0 ? call.image : nullptr;
+  return call.components.maths->Copy(call.image, &SecondOf(call), mask, call.arguments.Int("x"),
+                                     call.arguments.Int("y"));
+}
+
+void CheckAdd(const Given& given, const Shape& shape, const ShapeOfPicture& second) {
+  const Shape other = second(given.arguments.Text("with"));
+  NeedSameDepth(given, shape, other);
+  if (other.Covers(shape)) return;
+  Refuse(given, Named(given, "with") + " has " + other.Size() + " pixels and must have " +
+                    shape.Size() + " at least");
 }
 
 result_t CallAdd(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
-  IQEL& second = SecondOfSameDepth(call, shape);
-  if (!ShapeOf(second).Covers(shape)) {
-    Refuse(call, Named(call, "with") + " has " + ShapeOf(second).Size() + " pixels and must have " +
-                     shape.Size() + " at least");
-  }
   SmartPtr<IQELImageDIB> sum = call.NewImage();
-  const result_t result =
-      call.components.maths->Add(sum.Get(), call.image, &second, call.arguments.Real("divisor"));
+  const result_t result = call.components.maths->Add(sum.Get(), call.image, &SecondOf(call),
+                                                     call.arguments.Real("divisor"));
   *call.result = sum.Detach();
   return result;
 }
 
+void CheckSubtract(const Given& given, const Shape& shape, const ShapeOfPicture& second) {
+  NeedSameDepth(given, shape, second(given.arguments.Text("with")));
+}
+
 result_t CallSubtract(Call& call) {
-  IQEL& second = SecondOfSameDepth(call, ShapeOf(*call.image));
   const int flags = call.arguments.Int("absolute") | call.arguments.Int("clear-alpha") << 1;
-  const result_t tally = call.components.maths->Subtract(call.image, call.image, &second, flags);
+  const result_t tally =
+      call.components.maths->Subtract(call.image, call.image, &SecondOf(call), flags);
   if (Succeeded(tally) && ShapeOf(*call.image).bits != 8) {
     call.notes.push_back("subtract: " + std::to_string(tally) + " samples are 2 or more");
   }
   return tally;
 }
 
-result_t CallAddScale(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
-  IQEL& second = call.pictures.Get(call.arguments.Text("with"));
-  const Shape other = ShapeOf(second);
-  NeedBytes(call, shape);
+void CheckAddScale(const Given& given, const Shape& shape, const ShapeOfPicture& second) {
+  const Shape other = second(given.arguments.Text("with"));
   const bool mixed = other.bits != shape.bits;
-  if (mixed && (std::min(other.bits, shape.bits) < 24 || call.arguments.Has("mask"))) {
-    SecondOfSameDepth(call, shape);
+  if (mixed && (std::min(other.bits, shape.bits) < 24 || given.arguments.Has("mask"))) {
+    NeedSameDepth(given, shape, other);
   }
-  const Shape area = {std::min(shape.width, other.width), std::min(shape.height, other.height)};
+  NeedMask(given, {std::min(shape.width, other.width), std::min(shape.height, other.height)},
+           second);
+}
+
+result_t CallAddScale(Call& call) {
   const Arguments& arguments = call.arguments;
-  return call.components.maths->AddScale(call.image, call.image, &second, MaskFor(call, area),
+  return call.components.maths->AddScale(call.image, call.image, &SecondOf(call), MaskOf(call),
                                          arguments.Real("factor"), arguments.Real("with-factor"),
                                          arguments.Real("offset"));
 }
@@ -129,16 +130,18 @@ Shape ShapeOfDepth(const Given& given, Shape shape) {
   return shape;
 }
 
+void CheckScale(const Given& given, const Shape& shape, const ShapeOfPicture& second) {
+  const int depth = ShapeOfDepth(given, shape).bits;
+  if (shape.bits == 8 && depth == 32) RefuseDepth(given, "8 bits become 24 at most", "depth");
+  if (given.arguments.Has("mask") && (shape.bits != 8 || depth != 8)) {
+    RefuseDepth(given, "takes a mask from 8 to 8 bits only", "mask");
+  }
+  NeedMask(given, shape, second);
+}
+
 result_t CallScale(Call& call) {
   const Shape shape = ShapeOf(*call.image);
-  NeedBytes(call, shape);
-  const int wanted = call.arguments.Int("depth");
-  const int depth = wanted == 0 ? shape.bits : wanted;
-  if (shape.bits == 8 && depth == 32) Refuse(call, "8 bits become 24 at most");
-  if (call.arguments.Has("mask") && (shape.bits != 8 || depth != 8)) {
-    Refuse(call, "takes a mask from 8 to 8 bits only");
-  }
-  IQEL* const mask = MaskFor(call, shape);
+  const int depth = ShapeOfDepth(call, shape).bits;
   IQELMaths& maths = *call.components.maths.Get();
   IQEL* dest = call.image;
   if (depth != shape.bits) {
@@ -147,15 +150,12 @@ result_t CallScale(Call& call) {
     if (Failed(result)) return result;
     dest = *call.result;
   }
-  return maths.Scale(dest, call.image, mask, call.arguments.Real("factor"),
+  return maths.Scale(dest, call.image, MaskOf(call), call.arguments.Real("factor"),
                      call.arguments.Real("offset"));
 }
 
 result_t CallScale8(Call& call) {
   const Shape shape = ShapeOf(*call.image);
-  if (shape.bits != 32) {
-    Refuse(call, "takes 32 bits per pixel as one integer, the picture has " + shape.Bits());
-  }
   IQELMaths& maths = *call.components.maths.Get();
   SmartPtr<IQEL> integers = SmartPtr<IQEL>::Retain(call.image);
   if (shape.model != kModelMono) {
@@ -221,7 +221,8 @@ std::vector<Operation> MathsOperations() {
        .note = "24-bit pictures are filled whatever the mask says.",
        .channel_order = ChannelOrder::kByArguments,
        .border = &NoNeighbours,
-       .call = &CallEqual},
+       .call = &CallEqual,
+       .check_shapes = &NeedMask},
       {.name = "copy",
        .component = kComponent,
        .summary = "Pastes another picture into this one, whatever the two depths.",
@@ -233,7 +234,8 @@ std::vector<Operation> MathsOperations() {
        .example = "copy with=other.png x=240 y=100",
        .picture_step = "copy with=other.png x=80 y=33",
        .note = "Colours become grey as the truncated mean; what hangs over is cut off.",
-       .call = &CallCopy},
+       .call = &CallCopy,
+       .check_shapes = &CheckCopy},
       {.name = "add-scale",
        .component = kComponent,
        .summary = "Weighted sum of two pictures.",
@@ -245,7 +247,8 @@ std::vector<Operation> MathsOperations() {
        .example = "add-scale with=other.png factor=0.7 with-factor=0.6",
        .note = "Alpha takes part where both have 32 bits; 24 and 32 bits mix without a mask.",
        .border = &NoNeighbours,
-       .call = &CallAddScale},
+       .call = &CallAddScale,
+       .check_shapes = &CheckAddScale},
       {.name = "scale",
        .component = kComponent,
        .summary = "Multiplies samples by a factor and adds an offset; changes the depth.",
@@ -272,6 +275,7 @@ std::vector<Operation> MathsOperations() {
                                                     : Border{};
            },
        .call = &CallScale,
+       .check_shapes = &CheckScale,
        .result_shape = &ShapeOfDepth},
       {.name = "subtract",
        .component = kComponent,
@@ -283,7 +287,8 @@ std::vector<Operation> MathsOperations() {
        .example = "subtract with=other.png absolute=yes",
        .note = "clear-alpha=yes selects the absolute difference as well at 8 and 24 bits.",
        .border = &NoNeighbours,
-       .call = &CallSubtract},
+       .call = &CallSubtract,
+       .check_shapes = &CheckSubtract},
       {.name = "create-dest-image",
        .component = kComponent,
        .summary = "Makes an empty picture of the same size.",
@@ -317,7 +322,8 @@ std::vector<Operation> MathsOperations() {
            [](const Given&, const Shape& shape) {
              return shape.bits == 32 ? Border{.rows = 0, .columns = Border::kAll} : Border{};
            },
-       .call = &CallAdd},
+       .call = &CallAdd,
+       .check_shapes = &CheckAdd},
       {.name = "scale8",
        .component = kComponent,
        .summary = "Scales 32-bit pixels, each read as one integer, to 8-bit greys.",

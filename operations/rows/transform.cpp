@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <numbers>
 
@@ -43,7 +44,7 @@ Shape ShapeAfterResample(const Given& given, Shape shape) {
   const double x_scale = !has_width ? y : fits ? std::min(x, y) : x;
   const double y_scale = !has_height ? x : fits ? std::min(x, y) : y;
   const auto scale = [](int& extent, double factor) {
-    extent = static_cast<int>(std::clamp(std::round(extent * factor), 1.0, 1e6));
+    extent = static_cast<int>(std::clamp<double>(std::round(extent * factor), 1, INT_MAX));
   };
   scale(shape.width, x_scale);
   scale(shape.height, y_scale);
@@ -163,7 +164,7 @@ std::vector<Operation> TransformOperations() {
       {.name = "increase-bpp",
        .component = kComponent,
        .summary = "Converts to a larger depth; indices become the palette's colours.",
-       .depths = "8, 24",
+       .depths = kByteDepths,
        .parameters = {{.name = "bits",
                        .kind = Kind::kChoice,
                        .help = "the new depth",

@@ -135,16 +135,18 @@ result_t CallTransform(Call& call) {
                                               static_cast<uint32_t>(arguments.Int("height")), 0, 0);
 }
 
+void CheckTransformPaste(const Given& given, const Shape& shape, const ShapeOfPicture& second) {
+  const std::string& onto = given.arguments.Text("onto");
+  const Shape target = second(onto);
+  if (shape.bits == target.bits) return;
+  RefuseDepth(given, "onto=" + onto + " has " + target.Bits() + " and the picture " + shape.Bits() +
+                         "; bring both to one depth");
+}
+
 result_t CallTransformPaste(Call& call) {
   const Arguments& arguments = call.arguments;
-  const Shape shape = ShapeOf(*call.image);
-  const SmartPtr<ITransform> map = MapOf(call, shape);
+  const SmartPtr<ITransform> map = MapOf(call, ShapeOf(*call.image));
   IQEL& onto = call.pictures.Get(arguments.Text("onto"));
-  const Shape target_shape = ShapeOf(onto);
-  if (shape.bits != target_shape.bits) {
-    Refuse(call, "onto=" + arguments.Text("onto") + " has " + target_shape.Bits() +
-                     " and the picture " + shape.Bits() + "; bring both to one depth");
-  }
   SmartPtr<IQELImageDIB> target = call.NewImage();
   if (const result_t copied = target->Assign(&onto, 0); Failed(copied)) return copied;
   const result_t result = call.components.transform->TransformPaste(
@@ -288,7 +290,9 @@ std::vector<Operation> WarpOperations() {
        .note = "The file itself is left alone; the picture that was pasted into goes on to the "
                "next step.",
        .call = &CallTransformPaste,
-       .check = &CheckPointMap},
+       .check = &CheckPointMap,
+       .check_shapes = &CheckTransformPaste,
+       .result_like = "onto"},
       {.name = "circle",
        .component = kDeform,
        .summary = "Deforms the picture in circles about its centre.",

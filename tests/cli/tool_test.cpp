@@ -106,7 +106,7 @@ TEST_F(Tool, SaysWhatIsWrongAndWhatWouldBeRight) {
       {"run . -o out.png negative", kNoInput, "Is a directory"},
       {"run scene.png -o nowhere/out.png negative", kNoOutput, "nowhere/out.png"},
       {"run scene.png -o out.png --module words.txt negative", kModuleFault, "cannot load"},
-      {"run scene.png -o out.png scale depth=24 set-image-alpha alpha=3", kModuleFault,
+      {"run scene.png -o out.png scale depth=24 set-image-alpha alpha=3", kWrongDepth,
        "works on 32 bits per pixel, the picture has 24; put increase-bpp before it"},
   };
   for (const auto& c : cases) {
@@ -121,29 +121,58 @@ TEST_F(Tool, SaysWhatIsWrongAndWhatWouldBeRight) {
 }
 
 // The module trusts its caller in these; the tool must not.
-TEST_F(Tool, RefusesSecondPicturesThatDoNotFit) {
+TEST_F(Tool, RefusesWhatDoesNotFitAsTheDryRunDoes) {
   WriteFile(folder_ / "tiny.pgm", "P5 2 2 255\n" + std::string(4, 'x'));
   ASSERT_EQ(Run("run scene.png -o grey.png scale depth=8").exit_code, kDone);
+  ASSERT_EQ(Run("run scene.png -o rgb.png scale depth=24").exit_code, kDone);
+  // 256 MiB with nothing in them: rows of one byte take 64 each.
+  WriteFile(folder_ / "tall.pgm", "P5\n1 268435456\n255\n");
+  std::filesystem::resize_file(folder_ / "tall.pgm", (1 << 28) + 100);
   const struct {
     std::string words;
+    int exit_code;
     std::string message;
   } cases[] = {
-      {"scene.png -o out.png add with=grey.png", "scale depth=8"},
-      {"scene.png -o out.png subtract with=grey.png", "grey.png has 8 bits"},
-      {"scene.png -o out.png add-scale with=grey.png", "one depth"},
-      {"scene.png -o out.png copy with=grey.png keep=yes", "one depth"},
-      {"scene.png -o out.png copy with=grey.png x=480", "outside the picture of 480 x 320"},
-      {"scene.png -o out.png equal colour=#FF0000 mask=scene.png", "mask=scene.png has 32 bits"},
-      {"scene.png -o out.png equal colour=#FF0000 mask=tiny.pgm", "480 x 320 at least"},
-      {"scene.png -o out.png scale mask=grey.png", "from 8 to 8 bits"},
-      {"grey.png -o out.png scale depth=32", "24 at most"},
-      {"grey.png -o out.png add with=tiny.pgm", "480 x 320 at least"},
-      {"grey.png -o out.png scale8", "the picture has 8 bits"},
+      {"scene.png -o out.png add with=grey.png", kWrongDepth, "scale depth=8"},
+      {"scene.png -o out.png subtract with=grey.png", kWrongDepth, "grey.png has 8 bits"},
+      {"scene.png -o out.png add-scale with=grey.png", kWrongDepth, "one depth"},
+      {"scene.png -o out.png copy with=grey.png keep=yes", kWrongDepth, "one depth"},
+      {"scene.png -o out.png copy with=grey.png x=480", kUsage, "outside the picture of 480 x 320"},
+      {"scene.png -o out.png equal colour=#FF0000 mask=scene.png", kWrongDepth,
+       "mask=scene.png has 32 bits"},
+      {"scene.png -o out.png equal colour=#FF0000 mask=tiny.pgm", kUsage, "480 x 320 at least"},
+      {"scene.png -o out.png scale mask=grey.png", kWrongDepth, "from 8 to 8 bits"},
+      {"grey.png -o out.png scale depth=32", kWrongDepth, "24 at most"},
+      {"grey.png -o out.png add with=tiny.pgm", kUsage, "480 x 320 at least"},
+      {"grey.png -o out.png scale8", kWrongDepth, "the picture has 8"},
+      {"scene.png -o out.png transform-paste onto=grey.png affine=1,0,0,0,1,0", kWrongDepth,
+       "onto=grey.png has 8 bits"},
+      {"scene.png -o out.png add with=missing.png", kNoInput, "missing.png: No such file"},
+      // Results that are too large, whichever step makes them.
+      {"scene.png -o out.png resample width=65000 height=65000", kUsage,
+       "resample: the result would have 65000 x 65000 pixels, more than the limit of 268435456"},
+      {"scene.png -o out.png resample width=16500 height=16500", kUsage, "limit of 268435456"},
+      {"scene.png -o out.png resample width=10% resample width=90000% resample height=5000%",
+       kUsage, "limit of 268435456"},
+      {"scene.png -o out.png rotate angle=45 --max-pixels=200K", kUsage, "limit of 200000"},
+      {"scene.png -o out.png transform-paste onto=scene.png affine=1,0,0,0,1,0 resample "
+       "width=50000%",
+       kUsage, "240000 x 160000"},
+      {"scene.png -o out.png negative --max-memory 1M", kNoOutput, "writing takes 1.8 MiB"},
+      {"scene.png -o out.png negative --max-memory 600K", kNoInput, "reading takes 0.7 MiB"},
+      {"scene.png -o out.png resample width=300% --max-memory 4M", kUsage,
+       "resample: takes 5.9 MiB of memory, more than the limit of 4.0 MiB"},
+      {"scene.png -o out.png negative --max-pixels 100K", kNoInput, "limit of 100000"},
+      {"tall.pgm -o out.png negative", kNoInput, "takes 65792.0 MiB"},
+      {"scene.png -o out.jpg resample width=1 height=65501", kNoOutput, "JPEG holds at most"},
+      {"scene.png -o out.pgm negative", kNoOutput, "PGM holds grey pictures"},
   };
   for (const auto& c : cases) {
-    const Outcome outcome = Run("run " + c.words);
-    EXPECT_EQ(outcome.exit_code, kUsage) << c.words;
-    EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << c.words << outcome.errors;
+    for (const std::string dry : {" --dry-run", ""}) {
+      const Outcome outcome = Run("run " + c.words + dry);
+      EXPECT_EQ(outcome.exit_code, c.exit_code) << c.words << dry;
+      EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << c.words << outcome.errors;
+    }
   }
   EXPECT_FALSE(std::filesystem::exists(folder_ / "out.png"));
 }
