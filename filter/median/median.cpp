@@ -36,9 +36,9 @@ constexpr unsigned CountedBits(int size) {
   return size < 5 || IsSorted(static_cast<size_t>(size)) ? 0 : size < 12 ? 4 : 5;
 }
 
-/// Scratch rows of a call. Networks of many taps need a third of the stack for themselves.
-constexpr size_t kSortingBytes = 30 * 1024;
-constexpr size_t kCountingBytes = 48 * 1024;
+/// Scratch rows of a call. The network of 7 x 7 taps needs a third of the stack for itself.
+constexpr size_t kMostScratch = 48 * 1024;
+constexpr size_t kScratchBesideNetwork = 30 * 1024;
 
 /// A strip of windows up to `kMostSelected`.
 class SelectionStrip {
@@ -183,8 +183,9 @@ result_t CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
     constexpr int kMostSelectedLevels = 11;
     const bool colours = SampleBytes(source.bit_count) > 1;
     if (size <= (colours ? static_cast<int>(kMostSelected) : kMostSelectedLevels)) {
-      const bool sorts = IsSorted(static_cast<size_t>(size));
-      (sorts ? &SelectMiddle<kSortingBytes> : &SelectMiddle<kCountingBytes>)(source, dest, size);
+      const auto select =
+          size == 7 ? &SelectMiddle<kScratchBesideNetwork> : &SelectMiddle<kMostScratch>;
+      select(source, dest, size);
     } else {
       if (!CountMiddle(source, dest, size)) return kFail;
     }
