@@ -54,7 +54,7 @@ const CubicWeights& Cubic() {
   return weights;
 }
 
-/// A source pixel as four floats: colours times alpha, and alpha, all 0 to 255.
+/// A pixel as four floats: colours times alpha, and alpha, all 0 to 255.
 [[gnu::always_inline]] inline F32x4 Load(const uint8_t* pixel, int channels) {
   if (channels == 1) return F32x4{static_cast<float>(pixel[0]), 0, 0, 255};
   if (channels == 3) {
@@ -62,33 +62,55 @@ const CubicWeights& Cubic() {
                  static_cast<float>(pixel[2]), 255};
   }
   const F32x4 value = LoadBytes(pixel);
-  const F32x4 scaled = value * Broadcast(value[3] / 255);
+  const F32x4 scaled = value * Broadcast(value[3] * (1 / 255.0f));
   return F32x4{scaled[0], scaled[1], scaled[2], value[3]};
+}
+
+/// Four pixels of a row, weighted.
+template <int channels>
+[[gnu::always_inline]] inline F32x4 SumOfRow(const uint8_t* pixels, const float* weights) {
+  if constexpr (channels == 1) {
+    const F32x4 products = LoadBytes(pixels) * LoadFloats(weights);
+    return F32x4{(products[0] + products[1]) + (products[2] + products[3]), 0, 0, 0};
+  }
+  F32x4 sum = Broadcast(0);
+  for (int i = 0; i < 4; ++i, pixels += channels) {
+    // Of three channels the fourth lane is the next pixel's first, which nobody looks at.
+    const F32x4 pixel = channels == 4 ? Load(pixels, 4) : LoadBytes(pixels);
+    sum += Broadcast(weights[i]) * pixel;
+  }
+  return sum;
 }
 
 /// The picture at (x, y), in coordinates of pixel centres. Beyond the edges the outermost pixels
 /// repeat.
-[[gnu::always_inline]] inline F32x4 Sample(const ConstPixels& source, int channels, double x,
-                                           double y) {
-  const double left = std::floor(x), top = std::floor(y);
-  const auto& across = Cubic().weights[static_cast<size_t>((x - left) * kPhases + 0.5)];
-  const auto& down = Cubic().weights[static_cast<size_t>((y - top) * kPhases + 0.5)];
-  const int first_x = static_cast<int>(left) - 1, first_y = static_cast<int>(top) - 1;
-  const bool inside =
-      first_x >= 0 && first_y >= 0 && first_x + 3 < source.width && first_y + 3 < source.height;
+template <int channels>
+[[gnu::always_inline]] inline F32x4 Sample(const CubicWeights& cubic, const ConstPixels& source,
+                                           double x, double y) {
+  // Positions are above -1.
+  const int left = static_cast<int>(x + 1) - 1, top = static_cast<int>(y + 1) - 1;
+  const auto& across = cubic.weights[static_cast<size_t>((x - left) * kPhases + 0.5)];
+  const auto& down = cubic.weights[static_cast<size_t>((y - top) * kPhases + 0.5)];
   F32x4 sum = Broadcast(0);
-  for (int j = 0; j < 4; ++j) {
-    const uint8_t* const row =
-        source.Row(inside ? first_y + j : std::clamp(first_y + j, 0, source.height - 1));
-    F32x4 line = Broadcast(0);
-    for (int i = 0; i < 4; ++i) {
-      const int column = inside ? first_x + i : std::clamp(first_x + i, 0, source.width - 1);
-      line += Broadcast(across[static_cast<size_t>(i)]) *
-              Load(row + ptrdiff_t{column} * channels, channels);
+  // The last column is left to the careful way, as four bytes are read for each pixel.
+  if (left >= 1 && top >= 1 && left + 3 < source.width && top + 2 < source.height) {
+    const uint8_t* row = source.At(left - 1, top - 1);
+    for (size_t j = 0; j < 4; ++j, row += source.stride) {
+      sum += Broadcast(down[j]) * SumOfRow<channels>(row, across.data());
     }
-    sum += Broadcast(down[static_cast<size_t>(j)]) * line;
+  } else {
+    for (int j = 0; j < 4; ++j) {
+      const uint8_t* const row = source.Row(std::clamp(top - 1 + j, 0, source.height - 1));
+      F32x4 line = Broadcast(0);
+      for (int i = 0; i < 4; ++i) {
+        const int column = std::clamp(left - 1 + i, 0, source.width - 1);
+        line += Broadcast(across[static_cast<size_t>(i)]) *
+                Load(row + ptrdiff_t{column} * channels, channels);
+      }
+      sum += Broadcast(down[static_cast<size_t>(j)]) * line;
+    }
   }
-  return sum;
+  return channels == 4 ? sum : F32x4{sum[0], sum[1], sum[2], 255};
 }
 
 /// How much of a pixel at `position` lies on the side of an axis of `size` samples, 0 to 1.
@@ -97,17 +119,29 @@ double Cover(double position, int size) {
 }
 
 /// Rounds colours times alpha, and alpha, to a pixel.
-void Store(F32x4 value, int channels, uint8_t* to) {
-  const float alpha = channels == 4 ? std::clamp(value[3], 0.0f, 255.0f) : 255;
-  if (channels == 4) to[3] = ToByte(alpha);
-  for (int c = 0; c < std::min(channels, 3); ++c) {
-    to[c] = alpha < 0.5f ? uint8_t{0} : ToByte(value[c] * (255 / alpha));
+[[gnu::always_inline]] inline void Store(F32x4 value, int channels, uint8_t* to) {
+  if (channels == 4) {
+    const float alpha = std::clamp(value[3], 0.0f, 255.0f);
+    to[3] = ToByte(alpha);
+    value *= Broadcast(alpha < 0.5f ? 0 : 255 / alpha);
   }
+  for (int c = 0; c < std::min(channels, 3); ++c) to[c] = ToByte(value[c]);
 }
 
+/// A picture that is turned onto rows of its canvas.
+struct Turning {
+  const ConstPixels& source;
+  Direction direction;
+  Color background;
+  Size canvas;
+  const Pixels& dest;
+  int first_row;
+};
+
 template <int channels>
-void TurnRows(const ConstPixels& source, const Direction& direction, Color background,
-              const Size& canvas, const Pixels& dest, int first_row) {
+[[gnu::always_inline]] inline void TurnRows(const Turning& turning) {
+  const auto& [source, direction, background, canvas, dest, first_row] = turning;
+  const CubicWeights& cubic = Cubic();
   const uint8_t ground_pixel[] = {background.blue, background.green, background.red,
                                   background.alpha};
   const F32x4 ground =
@@ -123,13 +157,24 @@ void TurnRows(const ConstPixels& source, const Direction& direction, Color backg
       const auto cover = static_cast<float>(Cover(x, source.width) * Cover(y, source.height));
       F32x4 value = ground;
       if (cover > 0) {
-        value = Sample(source, channels, x, y);
+        value = Sample<channels>(cubic, source, x, y);
         if (cover < 1) value = value * Broadcast(cover) + ground * Broadcast(1 - cover);
       }
       Store(value, dest.channels, to);
     }
   }
 }
+
+[[gnu::always_inline]] inline void TurnRowsOf(const Turning& turning) {
+  if (turning.source.channels == 1) TurnRows<1>(turning);
+  if (turning.source.channels == 3) TurnRows<3>(turning);
+  if (turning.source.channels == 4) TurnRows<4>(turning);
+}
+
+#ifdef __x86_64__
+[[gnu::target("avx2")]] void TurnRowsAvx2(const Turning& turning) { TurnRowsOf(turning); }
+#endif
+void TurnRowsPlain(const Turning& turning) { TurnRowsOf(turning); }
 
 /// Rows of a picture turned by whole quarters.
 void MovePixels(const ConstPixels& source, int quarters, const Pixels& dest, int first_row) {
@@ -172,10 +217,16 @@ void Turn(const ConstPixels& source, double degrees, Color background, const Pix
     MovePixels(source, direction.quarters, dest, first_row);
     return;
   }
-  const Size canvas = TurnedSize({source.width, source.height}, degrees);
-  if (source.channels == 1) TurnRows<1>(source, direction, background, canvas, dest, first_row);
-  if (source.channels == 3) TurnRows<3>(source, direction, background, canvas, dest, first_row);
-  if (source.channels == 4) TurnRows<4>(source, direction, background, canvas, dest, first_row);
+  const Turning turning = {source,     direction,
+                           background, TurnedSize({source.width, source.height}, degrees),
+                           dest,       first_row};
+#ifdef __x86_64__
+  if (__builtin_cpu_supports("avx2")) {
+    TurnRowsAvx2(turning);
+    return;
+  }
+#endif
+  TurnRowsPlain(turning);
 }
 
 }  // namespace qel::compose

@@ -4,6 +4,10 @@
 #include <cstdint>
 #include <cstring>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace qel::compose {
 
 /// Four floats: the channels of a pixel, or four samples of a grey row. Additions and
@@ -20,10 +24,19 @@ inline F32x4 LoadFloats(const float* from) {
 
 /// Four bytes as floats.
 inline F32x4 LoadBytes(const uint8_t* from) {
+#ifdef __SSE2__
+  // Compilers make four scalar conversions of the general form.
+  int32_t bytes;
+  std::memcpy(&bytes, from, sizeof(bytes));
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i words = _mm_unpacklo_epi8(_mm_cvtsi32_si128(bytes), zero);
+  return _mm_cvtepi32_ps(_mm_unpacklo_epi16(words, zero));
+#else
   using U8x4 = uint8_t __attribute__((vector_size(4)));
   U8x4 value;
   std::memcpy(&value, from, sizeof(value));
   return __builtin_convertvector(value, F32x4);
+#endif
 }
 
 /// The byte nearest to a value, which may lie outside of 0 to 255.

@@ -165,9 +165,9 @@ struct Operation {
 
   /// Carries the step out by one call of the module.
   result_t (*call)(Call& call) = nullptr;
-  /// Of operations that the module does not have: makes a new picture from `Call::image`, which it
-  /// only reads, by several calls or other libraries. Throws `StepError` and `CallError`; a null
-  /// result leaves the picture as it is.
+  /// Of operations that the module does not have: makes a new picture from `Call::image`, which
+  /// only rows in place change, by several calls or other libraries. Throws `StepError` and
+  /// `CallError`; a null result leaves the picture as it is.
   SmartPtr<IQEL> (*compose)(Call& call) = nullptr;
   /// Throws `StepError` for arguments that do not go together; null when all do.
   void (*check)(const Given& given) = nullptr;

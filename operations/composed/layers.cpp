@@ -21,11 +21,12 @@ compose::Box PlaceOf(const Given& given, const Shape& outer, const compose::Size
                         PixelsIn(given, "y", outer.height));
 }
 
-/// A copy of the picture that holds colours where what is laid on it has some.
+/// A copy with colours of a grey picture that some are laid on; null for others, which can be
+/// changed themselves.
 SmartPtr<IQEL> CopyFor(Call& call, bool has_color) {
   const Shape shape = ShapeOf(*call.image);
-  const int channels = ChannelsOf(shape);
-  return MakeWithPicture(call, SizeOf(shape), channels == 1 && has_color ? 3 : channels, {}, 0, 0);
+  if (ChannelsOf(shape) != 1 || !has_color) return {};
+  return MakeWithPicture(call, SizeOf(shape), 3, {}, 0, 0);
 }
 
 SmartPtr<IQEL> Overlay(Call& call) {
@@ -44,7 +45,7 @@ SmartPtr<IQEL> Overlay(Call& call) {
            "with");
   }
   SmartPtr<IQEL> result = CopyFor(call, over.channels != 1);
-  const compose::Pixels dest = PixelsOf(call, *result.Get());
+  const compose::Pixels dest = PixelsOf(call, result ? *result.Get() : *call.image);
   const auto lay = tiles ? &compose::BlendTiles : &compose::BlendOver;
   lay(over, call.arguments.Number("opacity"), dest, box.x, box.y);
   return result;
@@ -66,7 +67,7 @@ SmartPtr<IQEL> DrawText(Call& call) {
   }
   const compose::Box box = PlaceOf(call, shape, {mask.width, mask.height});
   SmartPtr<IQEL> result = CopyFor(call, !color.IsGrey() || !ground.IsGrey());
-  const compose::Pixels dest = PixelsOf(call, *result.Get());
+  const compose::Pixels dest = PixelsOf(call, result ? *result.Get() : *call.image);
   const auto lay = [&](std::vector<uint8_t> pixels) {
     compose::BlendOver({pixels.data(), ptrdiff_t{4} * mask.width, mask.width, mask.height, 4},
                        call.arguments.Number("opacity"), dest, box.x, box.y);
@@ -129,6 +130,7 @@ std::vector<Operation> LayerRows() {
        .component = kEveryday,
        .summary = "Lays a second picture on this one by its alpha, such as a logo.",
        .depths = kByteDepths,
+       .in_place = true,
        .parameters = {{.name = "with", .kind = Kind::kPicture, .help = "the second picture"},
                       corner,
                       OffsetParameter("x", "columns from the side of gravity"),
@@ -147,6 +149,7 @@ std::vector<Operation> LayerRows() {
        .component = kEveryday,
        .summary = "Writes a line of text on the picture.",
        .depths = kByteDepths,
+       .in_place = true,
        .parameters =
            {{.name = "text", .kind = Kind::kText, .help = "the line"},
             {.name = "size",

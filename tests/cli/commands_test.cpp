@@ -58,6 +58,9 @@ TEST_F(Commands, DiffTellsHowPicturesDiffer) {
     const std::string said = outcome.output + outcome.errors;
     EXPECT_NE(said.find(c.said), std::string::npos) << said;
   }
+  EXPECT_EQ(Run("diff --json a.ppm b.ppm").output.substr(0, 58),
+            "{\"equal\": false, \"exact\": false, \"differing_pixels\": 2, \"p");
+  EXPECT_NE(Run("diff --json a.ppm a.ppm").output.find("\"psnr\": null"), std::string::npos);
   EXPECT_EQ(Run("diff a.ppm b.ppm -o d.ppm").exit_code, kSomeFailed);
   const std::string difference = ReadFile(folder_ / "d.ppm");
   std::string expected(18, '\0');
@@ -89,6 +92,18 @@ TEST_F(Commands, SheetsHoldPicturesUnscaled) {
     EXPECT_EQ(shape("a.ppm --caption '" + caption + "'"), std::pair(12 + 108, 12 + height));
   }
 
+  // Patterns; no captions, no room for them; scaled into 2 x 2, of three columns by two.
+  EXPECT_EQ(shape("'[ab].ppm' --no-captions"), std::pair(12 + 2 * 15, 12 + 2 + 12));
+  EXPECT_EQ(shape("'[ab].ppm' --no-captions --size 2"), std::pair(12 + 2 * 14, 12 + 1 + 12));
+  WriteFile(folder_ / "wide.pgm", "P5 20000 1 255\n" + std::string(20000, 'x'));
+  WriteFile(folder_ / "high.pgm", "P5 1 20000 255\n" + std::string(20000, 'x'));
+  const Outcome large = Run("sheet wide.pgm high.pgm -o large.png");
+  EXPECT_EQ(large.exit_code, kUsage);
+  EXPECT_NE(large.errors.find("more than the limit of 268435456; scale its pictures with --size"),
+            std::string::npos)
+      << large.errors;
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "large.png"));
+
   // The third cell's picture, by its first pixel: after one step, or two.
   const auto third_pixel = [&](const std::string& words) {
     EXPECT_EQ(Run("sheet a.ppm --steps " + words + " -o s.png --caption 1 --caption 2 --caption 3")
@@ -102,6 +117,43 @@ TEST_F(Commands, SheetsHoldPicturesUnscaled) {
   EXPECT_EQ(third_pixel("negative negative --apart"), (std::vector<int>{254, 253, 252}));
   EXPECT_EQ(Run("sheet a.ppm -o s.png --caption 1 --caption 2").exit_code, kUsage);
   EXPECT_EQ(Run("sheet a.ppm").exit_code, kUsage);
+}
+
+TEST_F(Commands, ModulesAreToldForPrograms) {
+  RunShell("cp $(dirname " QEL_TOOL ")/../_binLIN64/QELMaths.so .", folder_);
+  const Outcome inspected = Run("inspect --json QELMaths.so");
+  EXPECT_EQ(inspected.exit_code, kDone) << inspected.errors;
+  for (const std::string part :
+       {"\"exports\": [\"CreateFunction\", \"InitializeModule\"]", "{\"name\": \"QELMaths\"",
+        "\"slots\": [\"QueryInterface\"", "\"level\": \""}) {
+    EXPECT_NE(inspected.output.find(part), std::string::npos) << part << inspected.output;
+  }
+  const Outcome checked = Run("check --json --filter entry QELMaths.so");
+  EXPECT_EQ(checked.exit_code, kDone) << checked.errors;
+  EXPECT_TRUE(checked.output.starts_with("{\"library\": \"QELMaths.so\", \"suite\": \"entry\""));
+  EXPECT_EQ(checked.output.find("\"kept\": false"), std::string::npos) << checked.output;
+  const Outcome version = Run("version --verbose");
+  EXPECT_NE(version.output.find("\nmodule  /"), std::string::npos) << version.output;
+  EXPECT_NE(version.output.find("\nPNG     libpng 1."), std::string::npos) << version.output;
+}
+
+TEST_F(Commands, HelpFitsAScreenAndItsExamplesRun) {
+  const std::string help = Run("help").output;
+  EXPECT_LE(std::ranges::count(help, '\n'), 24) << help;
+  ASSERT_EQ(Run("run a.ppm -o photo.jpg resize 200% enlarge=yes").exit_code, kDone);
+  RunShell("cp photo.jpg logo.png; mkdir photos web; cp photo.jpg photos; " QEL_TOOL
+           " convert photo.jpg -o scan.tiff; " QEL_TOOL " convert a.ppm -o logo.png",
+           folder_);
+  size_t examples = 0;
+  for (size_t at = 0; (at = help.find("\n  qel ", at)) != help.npos; ++at) {
+    std::string words = help.substr(at + 7, help.find('\n', at + 1) - at - 7);
+    // The pictures here are smaller than its distance from the corner.
+    if (const size_t place = words.find("x=20 y=20"); place != words.npos) words.erase(place);
+    const Outcome outcome = Run(words);
+    EXPECT_EQ(outcome.exit_code, kDone) << words << "\n" << outcome.errors;
+    ++examples;
+  }
+  EXPECT_EQ(examples, 5u);
 }
 
 TEST_F(Commands, TheTableNamesOptionsThatCommandsTake) {

@@ -218,6 +218,73 @@ TEST_F(Everyday, GreyPicturesHaveOneChannelInTheFile) {
   EXPECT_NE(info.output.find("8 bits: grey"), std::string::npos) << info.output;
 }
 
+size_t Count(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+TEST_F(Everyday, NotesSayOnceWhatFewExpect) {
+  std::filesystem::create_directory(folder_.path() / "out");
+  const struct {
+    std::string words;
+    std::string note;
+    size_t times;
+  } cases[] = {
+      {"photo.png photo.jpg -o out/ rotate 25", "four pixels along every edge", 1},
+      {"photo.png -o out/ rotate 90", "Quarter turns go clockwise", 1},
+      {"photo.png -o out/ rotate 90", "four pixels", 0},
+      {"photo.png -o out/ rotate 180", "shifted by one column", 1},
+      {"logo.png -o out/ rotate 180", "shifted by one column", 0},
+      {"photo.png -o out/ resample width=150% method=sinc", "change the brightness", 1},
+      {"photo.png -o out/ resample width=150% method=mitchell", "note", 0},
+      {"photo.png -o out/ median 5", "a frame of its colour", 1},
+      {"photo.png -o out/ noise 9", "same random numbers", 1},
+      {"photo.png -o out/ noise 9 seed=3", "note", 0},
+      {"photo.png photo.jpg -o out/ --no-notes rotate 25 median 5", "note", 0},
+      // Of every file whose transparency is lost, or that nobody can see.
+      {"logo.png -o out/ resample width=50%", "cannot be seen any more", 1},
+      {"logo.png -o out/ set-image-alpha 255", "note", 0},
+      {"logo.png -o out/ scale depth=24", "transparency is lost", 1},
+      {"logo.png -o out/ flatten", "note", 0},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = Run("run " + c.words);
+    EXPECT_EQ(outcome.exit_code, kDone) << c.words << outcome.errors;
+    EXPECT_EQ(Count(outcome.errors, c.note), c.times) << c.words << "\n" << outcome.errors;
+  }
+  // The seed comes from the pixels: not from the name, the format or the order.
+  WriteFile(folder_ / "again.png", ReadFile(folder_ / "photo.png"));
+  ASSERT_EQ(Run("run photo.png again.png -o out/ noise 99 seed=per-file").exit_code, kDone);
+  EXPECT_EQ(Run("diff out/photo.png out/again.png").exit_code, kDone);
+  ASSERT_EQ(Run("run photo.png -o out/other.png noise 99").exit_code, kDone);
+  EXPECT_EQ(Run("diff out/photo.png out/other.png").exit_code, kSomeFailed);
+}
+
+TEST_F(Everyday, RecipesRunAndRunsAreVerified) {
+  std::filesystem::create_directory(folder_.path() / "out");
+  WriteFile(folder_ / "recipe", "# for the web\nresize 160\n\n  text 'text=A b' size=20  \n");
+  const Outcome run =
+      Run("run photo.png logo.png -o out/ --recipe recipe --json done.json --stats negative");
+  ASSERT_EQ(run.exit_code, kDone) << run.errors;
+  for (const std::string line : {"2 pictures, 0.1 megapixels\n", "\nresize width=160 ",
+                                 "\ntext text=A b size=20 ", "\nnegative ", "\nwrite "}) {
+    EXPECT_NE(run.output.find(line), std::string::npos) << run.output;
+  }
+  ExpectSize(LoadPicture(folder_ / "out/photo.png", {}), 160, 120);
+  EXPECT_EQ(Run("verify done.json").output, "2 of 2 as the run left them\n");
+  std::filesystem::remove(folder_ / "out/logo.png");
+  WriteFile(folder_ / "photo.png", "changed");
+  const Outcome changed = Run("verify done.json");
+  EXPECT_EQ(changed.exit_code, kSomeFailed);
+  EXPECT_EQ(changed.output,
+            "photo.png: has changed\nout/logo.png: is missing\n0 of 2 as the run left them\n");
+  EXPECT_EQ(Run("verify --outputs-only done.json").output,
+            "out/logo.png: is missing\n1 of 2 as the run left them\n");
+  EXPECT_EQ(Run("verify recipe").exit_code, kNoInput);
+  EXPECT_EQ(Run("run photo.jpg -o out/ --recipe nowhere").exit_code, kNoInput);
+}
+
 TEST_F(Everyday, SaysWhatWasMeant) {
   const struct {
     std::string words;
@@ -233,6 +300,7 @@ TEST_F(Everyday, SaysWhatWasMeant) {
       {"overlay with=logo.png x=400", "lies outside the picture of 320 x 240"},
       {"flatten background=transparent", "an opaque colour"},
       {"turn", "angle= is missing"},
+      {"GrayScale Midian", "there is no operation Midian"},
   };
   for (const auto& c : cases) {
     const Outcome outcome = Run("run photo.png -o out.png " + c.words);
