@@ -53,6 +53,13 @@ int64_t ColumnOffset(int64_t x, const Scale& scale, int pixel_bytes) {
                           : int64_t{TruncateToInt(column)} * pixel_bytes;
 }
 
+/// True when 64 bytes of a destination row come from 256 bytes of a source row.
+bool LiesClose(const ImageView& source, const Scale& scale) {
+  // Wider rows have columns that single precision cannot tell apart.
+  constexpr int kExactColumns = 1 << 22;
+  return scale.x <= 3.5f && source.width <= kExactColumns;
+}
+
 /// Columns of a destination.
 struct Columns {
   int64_t first;
@@ -96,10 +103,11 @@ void WriteTiles(const ImageView& dest, int pixel_bytes, bool repeats, TileAt&& t
 /// Writes a destination whose column `x` takes the pixel at `column_offset(x)` of the source row at
 /// `row_offset(y)`. `finish(dest, y, columns)` completes each part of a row.
 template <typename ColumnOffsets, typename RowOffsets, typename Finish>
-void PickTiles(const ImageView& source, const ImageView& dest, int pixel_bytes, bool keep_alpha,
-               ColumnOffsets&& column_offset, RowOffsets&& row_offset, Finish&& finish) {
+void PickTiles(const ImageView& source, const ImageView& dest, const Scale& scale, int pixel_bytes,
+               bool keep_alpha, ColumnOffsets&& column_offset, RowOffsets&& row_offset,
+               Finish&& finish) {
   // Narrow tiles are slower: this is nearly all of the stack that an operation may take.
-  Picker<50 * 1024> picker(pixel_bytes, keep_alpha);
+  Picker<50 * 1024> picker(pixel_bytes, keep_alpha, LiesClose(source, scale));
   const int64_t tiles = (dest.Columns() + picker.most_pixels() - 1) / picker.most_pixels();
   const int64_t width = (dest.Columns() + tiles - 1) / tiles;
   Columns tile = {};
@@ -120,7 +128,7 @@ void PickTiles(const ImageView& source, const ImageView& dest, int pixel_bytes, 
 [[gnu::noinline]] void CopyNearest(const ImageView& source, const ImageView& dest,
                                    const Scale& scale, int pixel_bytes, bool keep_alpha) {
   PickTiles(
-      source, dest, pixel_bytes, keep_alpha,
+      source, dest, scale, pixel_bytes, keep_alpha,
       [&](int64_t x) { return ColumnOffset(x, scale, pixel_bytes); },
       [&](int64_t y) { return RowOffset(y, scale, source.stride); },
       [](uint8_t*, int64_t, const Columns&) {});
@@ -235,7 +243,7 @@ SmallBox SmallBoxOf(const Box& box) {
   alignas(64) uint16_t scratch[3 * (kPart + kLargestSmallBox * kMaxChannels)];
   constexpr int64_t kMostMeans = 15 * 1024;
   alignas(64) uint8_t means[kMostMeans];
-  Picker<25 * 1024> picker(box.pixel_bytes, true);
+  Picker<25 * 1024> picker(box.pixel_bytes, true, LiesClose(source, scale));
   int64_t begin = 0;
   size_t count = 0;
   WriteTiles(
@@ -283,6 +291,7 @@ class SamplePositions {
   SamplePositions(int64_t count, float scale) : count_(count), scale_(scale) {}
 
   int64_t size() const { return count_; }
+  float scale() const { return scale_; }
   float operator[](int64_t i) const { return (static_cast<float>(i) + 0.5f) * scale_ - 0.5f; }
   template <typename Predicate>
   bool AllOf(Predicate&& predicate) const {
@@ -325,7 +334,7 @@ void InterpolateSingly(const ImageView& source, const ImageView& dest,
   const auto column_of = [&](int64_t x) { return tap(columns[x]); };
   const bool opaque = sampling == Sampling::kBilinear && source.bit_count == 32;
   PickTiles(
-      source, dest, pixel_bytes, false,
+      source, dest, {columns.scale(), rows.scale()}, pixel_bytes, false,
       [&](int64_t x) { return int64_t{column_of(x)} * pixel_bytes; },
       [&](int64_t y) { return int64_t{tap(rows[y])} * source.stride; },
       [&](uint8_t* to, int64_t y, const Columns& tile) {

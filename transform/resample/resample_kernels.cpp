@@ -120,6 +120,7 @@ inline __m512i LoadFirst(const uint8_t* bytes, int64_t count) {
                    : _mm512_setzero_si512();
 }
 
+constexpr bool kPicksBlocks = true;
 /// Bytes that are fetched in advance.
 constexpr int64_t kAhead = 1024;
 
@@ -198,6 +199,8 @@ void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
 }
 
 #else
+
+constexpr bool kPicksBlocks = false;
 
 template <int kBytes>
 void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
@@ -320,6 +323,7 @@ BlendRows<kRows> Blend(size_t taps, size_t channels) {
 
 extern const ResampleKernels kResampleKernels;
 constinit const ResampleKernels kResampleKernels = {
+    .picks_blocks = kPicksBlocks,
     .pick1 = &Pick<1>,
     .pick2 = &Pick<2>,
     .pick3 = &Pick<3>,

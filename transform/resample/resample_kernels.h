@@ -18,7 +18,7 @@ struct PickBlock {
 /// Which pixels of a source row a destination row takes.
 struct PickPlan {
   size_t pixels;            ///< of the destination row
-  const int64_t* offsets;   ///< offset of each one in the source row
+  const int32_t* offsets;   ///< offset of each one in the source row
   const PickBlock* blocks;  ///< the same for every 64 bytes of the destination row
   bool keep_alpha;          ///< leave the fourth byte of pixels as it is
 };
@@ -70,6 +70,9 @@ using BlendPair = void (*)(const BlendRow (&rows)[2], const TileTaps& tile, size
 using BlendBlock = void (*)(const BlendRow (&rows)[4], const TileTaps& tile, size_t count);
 
 struct ResampleKernels {
+  /// Whether pixels are picked by blocks, and by offsets only where a block has no span; at other
+  /// levels all are picked by offsets.
+  bool picks_blocks;
   /// Copies the pixels of 1, 2, 3 or 4 bytes that `plan` names.
   void (*pick1)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
   void (*pick2)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);

@@ -129,7 +129,7 @@ void Fold(const Circle& circle, ColourCopy& copy) {
   // Columns that sample outside: the first 8, and at most 15 of the last.
   int missing[24];
   const uint32_t outside = OutsideColor(source);
-  Picker<40 * 1024> picker(pixel_bytes, false);
+  Picker<40 * 1024> picker(pixel_bytes, false, false);
   for (int first = 0; first < circle.width;) {
     const int count =
         static_cast<int>(std::min<int64_t>(picker.most_pixels(), circle.width - first));

@@ -3,6 +3,11 @@
 #include <algorithm>
 
 namespace qel {
+namespace {
+
+constexpr size_t kBlockBytes = sizeof(PickBlock::index);
+
+}  // namespace
 
 PickRow PickOf(int pixel_bytes) {
   const ResampleKernels& kernels = ActiveResampleKernels();
@@ -12,14 +17,14 @@ PickRow PickOf(int pixel_bytes) {
                             : kernels.pick4;
 }
 
-void DescribeBlocks(PickBlock* blocks, const int64_t* offsets, size_t count, size_t pixel_bytes) {
-  int64_t positions[kPickedBytes];
+void DescribeBlocks(PickBlock* blocks, const int32_t* offsets, size_t count, size_t pixel_bytes) {
+  int64_t positions[kBlockBytes];
   size_t pixel = 0;
   size_t byte = 0;
-  for (size_t first = 0; first < count * pixel_bytes; first += kPickedBytes) {
-    const size_t bytes = std::min(kPickedBytes, count * pixel_bytes - first);
+  for (size_t first = 0; first < count * pixel_bytes; first += kBlockBytes) {
+    const size_t bytes = std::min(kBlockBytes, count * pixel_bytes - first);
     for (size_t i = 0; i < bytes; ++i) {
-      positions[i] = offsets[pixel] + static_cast<int64_t>(byte);
+      positions[i] = int64_t{offsets[pixel]} + static_cast<int64_t>(byte);
       if (++byte < pixel_bytes) continue;
       byte = 0;
       ++pixel;
