@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
 #include "cli/operations.h"
 #include "cli/terminal/console.h"
@@ -43,6 +44,7 @@ int Dispatch(const Words& words) {
 
 int Main(const Words& words) {
   try {
+    FindFormatPlugins();
     const int code = Dispatch(words);
     if (!std::cout.flush()) {
       EndIfNobodyReads(STDOUT_FILENO);

@@ -36,10 +36,16 @@ endif()
 # What is shipped checks itself where that costs nothing that could be measured: bounded copies, pages
 # of the stack touched in order, marked targets of jumps. Kernels are left as they are: they call
 # nothing, and keep nothing but rows.
-set(shipped "$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:${QEL_SANITIZE}>>>")
+set(shipped "$<CONFIG:Release>")
+set(jump_targets -fcf-protection=full)
+if(QEL_SANITIZE OR EMSCRIPTEN)
+  set(shipped 0)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64")
+  set(jump_targets -mbranch-protection=standard)
+endif()
 add_library(qel_hardened_code INTERFACE)
 target_compile_options(qel_hardened_code INTERFACE
-  "$<${shipped}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3;-fstack-clash-protection;-fcf-protection=full>")
+  "$<${shipped}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3;-fstack-clash-protection;${jump_targets}>")
 # Outside the module, whose loops go over pixels: bounds of library containers as well.
 add_library(qel_checked_library INTERFACE)
 target_link_libraries(qel_checked_library INTERFACE qel_hardened_code)
@@ -47,7 +53,9 @@ target_compile_definitions(qel_checked_library INTERFACE "$<${shipped}:_GLIBCXX_
 
 # Programs are loaded at any address.
 include(CheckPIESupported)
-check_pie_supported(LANGUAGES CXX)
+if(NOT EMSCRIPTEN)
+  check_pie_supported(LANGUAGES CXX)
+endif()
 
 # For shared objects and the tool: everything resolved at load, relocations read-only afterwards.
 add_library(qel_hardened_link INTERFACE)

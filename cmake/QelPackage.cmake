@@ -4,6 +4,7 @@
 #   dev     the SDK with CMake package and pkg-config     qel-dev
 #   host    the reference host, a static library          qel-host-dev
 #   docs    documentation and examples                    qel-doc
+#   formats plug-ins for more picture formats             qel-formats-extra, where their libraries are
 include(CMakePackageConfigHelpers)
 
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/qel")
@@ -66,6 +67,10 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/complete.cmake")
 set(CPACK_QEL_DEBIAN_FILES "${PROJECT_BINARY_DIR}/debian")
 set(CPACK_COMPONENTS_ALL module tool dev host docs)
+get_property(format_plugins GLOBAL PROPERTY QEL_FORMAT_PLUGINS)
+if(format_plugins)
+  list(APPEND CPACK_COMPONENTS_ALL formats)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -94,6 +99,12 @@ qel_debian_package(host qel-host-dev libdevel "reference host of the QEL image m
 a static library with its headers.")
 qel_debian_package(docs qel-doc doc "documentation and examples of the QEL image module"
   "How to use the tool, on one machine and on many, and how the module behaves.")
+if(format_plugins)
+  qel_debian_package(formats qel-formats-extra graphics "more picture formats for qel"
+    "Lets the tool qel read HEIC, AVIF and JPEG XL pictures, whose libraries are large.")
+  set(CPACK_DEBIAN_FORMATS_PACKAGE_DEPENDS "qel (= ${version})")
+  set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "qel-formats-extra")
+endif()
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "qel-module (= ${version})")
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "qel-module (>= ${version})")
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "qel-dev (= ${version})")

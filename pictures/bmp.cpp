@@ -373,6 +373,7 @@ std::vector<uint8_t> EncodeBmp(const Output& output) {
   const uint64_t pixels_at = kFileHeaderBytes + header_bytes + 4 * palette.size();
   const uint64_t size = pixels_at + step * static_cast<uint64_t>(picture.height);
   output.NoteLostProfile("BMP");
+  output.NoteLostTexts("BMP");
 
   std::vector<uint8_t> file{'B', 'M'};
   file.reserve(size);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace qel::pictures {
@@ -17,6 +18,10 @@ inline bool StartsWith(Bytes file, const char* characters) {
     if (i >= file.size() || file[i] != static_cast<uint8_t>(characters[i])) return false;
   }
   return true;
+}
+
+inline Bytes BytesOf(const std::string& text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
 enum class ByteOrder { kLittle, kBig };

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <string_view>
 
+#include "pictures/text_blocks.h"
+
 namespace qel::pictures {
 namespace {
 
@@ -65,9 +67,33 @@ void Output::NoteLostResolution(const char* format) const {
   notes.push_back(std::string(format) + " holds no resolution; it was left out");
 }
 
+void Output::NoteLostTexts(const char* format) const {
+  std::string lost;
+  const auto add = [&](bool there, const char* name) {
+    if (there) lost += (lost.empty() ? "" : ", ") + std::string(name);
+  };
+  add(!metadata.exif.empty(), "EXIF");
+  add(!metadata.xmp.empty(), "XMP");
+  add(!metadata.iptc.empty(), "IPTC");
+  if (!lost.empty()) notes.push_back(std::string(format) + " holds no " + lost + "; left out");
+}
+
 void Output::NoteLostAlpha(const char* format) const {
   if (!HasTransparency(picture)) return;
   notes.push_back(std::string(format) + " holds no alpha; it was left out");
+}
+
+void TakeExif(const Input& input, const Exif& exif, Metadata& metadata) {
+  metadata.dpi_x = exif.DpiX();
+  metadata.dpi_y = exif.DpiY();
+  Exif kept = exif;
+  if (input.options.upright && exif.Orientation() != 1) kept.SetOrientation(1);
+  if (!kept.IsEmpty()) metadata.exif = SerializeExif(kept);
+}
+
+void TakeXmp(const Input& input, Bytes xmp, Metadata& metadata) {
+  metadata.xmp.assign(xmp.begin(), xmp.end());
+  if (input.options.upright) MakeXmpUpright(metadata.xmp);
 }
 
 std::string ExtensionOf(const std::string& path) {

@@ -6,6 +6,7 @@
 
 #include "pictures/byte_reader.h"
 #include "pictures/byte_source.h"
+#include "pictures/exif.h"
 #include "pictures/picture_file.h"
 
 namespace qel::pictures {
@@ -43,7 +44,8 @@ struct Input {
 
 /// The shape of a picture that is to be written.
 struct OutputShape {
-  const std::string& path;  ///< for messages, and for the variety that its extension asks for
+  const std::string& path;  ///< for messages
+  std::string extension;    ///< that asks for a variety
   int width;
   int height;
   int bit_count;
@@ -75,6 +77,7 @@ struct Output {
   void NoteLostProfile(const char* format) const;
   void NoteLostResolution(const char* format) const;
   void NoteLostAlpha(const char* format) const;
+  void NoteLostTexts(const char* format) const;
   bool HasResolution() const { return metadata.dpi_x > 0 && metadata.dpi_y > 0; }
 };
 
@@ -84,9 +87,16 @@ inline constexpr uint64_t kDeflateRatio = 1032;
 inline constexpr char kReducedNote[] = "16 bits per channel were reduced to 8";
 inline constexpr char kCmykNote[] =
     "CMYK was converted to colours without its profile, which was left out";
+inline constexpr char kPaletteAlphaNote[] = "a palette holds no alpha; it was left out";
 inline constexpr char kAssociatedNote[] = "colours were divided by their alpha";
 
 inline constexpr double kCentimetresPerInch = 2.54;
+
+/// Takes the EXIF block of a file with `orientation` into its metadata: as it is to be written, and
+/// where the file says nothing else, with its resolution.
+void TakeExif(const Input& input, const Exif& exif, Metadata& metadata);
+/// The same for XMP.
+void TakeXmp(const Input& input, Bytes xmp, Metadata& metadata);
 
 /// A path's extension with its dot, in lower case.
 std::string ExtensionOf(const std::string& path);
@@ -114,6 +124,15 @@ bool IsWebp(Bytes file);
 PictureInfo ReadWebp(const Input& input);
 void CheckWebpShape(const OutputShape& shape);
 std::vector<uint8_t> EncodeWebp(const Output& output);
+
+bool IsGif(Bytes file);
+PictureInfo ReadGif(const Input& input);
+
+// HEIC and AVIF, and JPEG XL, each through a plug-in.
+bool IsHeif(Bytes file);
+PictureInfo ReadHeif(const Input& input);
+bool IsJxl(Bytes file);
+PictureInfo ReadJxl(const Input& input);
 
 bool IsBmp(Bytes file);
 PictureInfo ReadBmp(const Input& input);

@@ -1,5 +1,6 @@
 #include "pictures/codec_versions.h"
 
+#include <gif_lib.h>
 #include <jconfig.h>
 #include <png.h>
 #include <tiffio.h>
@@ -25,6 +26,7 @@ std::vector<CodecVersion> CodecVersions() {
           {"JPEG", "libjpeg-turbo " QEL_TEXT_OF(LIBJPEG_TURBO_VERSION)},
           {"TIFF", tiff.substr(0, tiff.find('\n'))},
           {"WebP", "libwebp " + Dotted(WebPGetEncoderVersion())},
+          {"GIF", "giflib " QEL_TEXT_OF(GIFLIB_MAJOR) "." QEL_TEXT_OF(GIFLIB_MINOR)},
           {"BMP", "built in"},
           {"PNM", "built in"}};
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <string_view>
 
 // clang-format off
 #include <jpeglib.h>
@@ -13,16 +14,25 @@
 
 #include "pictures/codec.h"
 #include "pictures/colour_rows.h"
-#include "pictures/exif.h"
 #include "pictures/pixel_target.h"
 #include "pictures/sample_math.h"
+#include "pictures/text_blocks.h"
 
 namespace qel::pictures {
 namespace {
 
 constexpr int kExifMarker = JPEG_APP0 + 1;
 constexpr int kProfileMarker = JPEG_APP0 + 2;
+constexpr int kResourceMarker = JPEG_APP0 + 13;
 constexpr unsigned kWholeMarker = 0xFFFF;
+constexpr size_t kMostInSegment = 65533;
+
+// What the contents of segments begin with; each ends with a 0.
+using std::string_view_literals::operator""sv;
+constexpr std::string_view kExifPrefix = "Exif\0\0"sv;
+constexpr std::string_view kXmpPrefix = "http://ns.adobe.com/xap/1.0/\0"sv;
+constexpr std::string_view kMoreXmpPrefix = "http://ns.adobe.com/xmp/extension/\0"sv;
+constexpr std::string_view kResourcePrefix = "Photoshop 3.0\0"sv;
 
 /// The library leaves by longjmp when something is wrong: every call that can fail runs inside
 /// `Run`, in functions that hold nothing to be destroyed.
@@ -204,12 +214,33 @@ class Decoder {
   std::exception_ptr failure_;
 };
 
-Exif ReadExif(const jpeg_decompress_struct& jpeg) {
+/// The metadata in the segments of a file.
+struct Segments {
+  Exif exif;
+  Bytes xmp;
+  std::vector<uint8_t> resources;
+  bool has_more_xmp = false;
+};
+
+Segments ReadSegments(const jpeg_decompress_struct& jpeg) {
+  Segments segments;
   for (const auto* marker = jpeg.marker_list; marker != nullptr; marker = marker->next) {
     const Bytes data(marker->data, marker->data_length);
-    if (marker->marker == kExifMarker && StartsWith(data, "Exif")) return ParseExif(data);
+    const auto content = [&](std::string_view prefix) { return data.subspan(prefix.size()); };
+    if (marker->marker == kResourceMarker && StartsWith(data, kResourcePrefix.data())) {
+      const Bytes part = content(kResourcePrefix);
+      segments.resources.insert(segments.resources.end(), part.begin(), part.end());
+    }
+    if (marker->marker != kExifMarker) continue;
+    if (StartsWith(data, "Exif") && segments.exif.IsEmpty()) {
+      segments.exif = ParseExif(data).value_or(Exif());
+    } else if (StartsWith(data, kXmpPrefix.data()) && segments.xmp.empty()) {
+      segments.xmp = content(kXmpPrefix);
+    } else if (StartsWith(data, kMoreXmpPrefix.data())) {
+      segments.has_more_xmp = true;
+    }
   }
-  return {};
+  return segments;
 }
 
 std::vector<uint8_t> ReadProfile(Decoder& decoder) {
@@ -221,12 +252,14 @@ std::vector<uint8_t> ReadProfile(Decoder& decoder) {
   return {profile, profile + length};
 }
 
-Metadata ReadMetadata(Decoder& decoder, const Exif& exif) {
+Metadata ReadMetadata(const Input& input, Decoder& decoder, const Segments& segments) {
   const jpeg_decompress_struct& jpeg = decoder.jpeg;
   Metadata metadata;
   metadata.icc_profile = ReadProfile(decoder);
-  metadata.dpi_x = exif.dpi_x;
-  metadata.dpi_y = exif.dpi_y;
+  TakeExif(input, segments.exif, metadata);
+  TakeXmp(input, segments.xmp, metadata);
+  const Bytes iptc = IptcOfResources(segments.resources);
+  metadata.iptc.assign(iptc.begin(), iptc.end());
   enum Unit { kNone, kInch, kCentimetre };
   if (jpeg.saw_JFIF_marker && jpeg.density_unit != kNone) {
     const double scale = jpeg.density_unit == kCentimetre ? kCentimetresPerInch : 1;
@@ -369,6 +402,29 @@ void DescribePicture(const Output& output, int bit_count, jpeg_compress_struct& 
   }
 }
 
+/// Writes segments with the metadata that fit into one each.
+void WriteSegments(const Output& output, Encoder& encoder) {
+  const Metadata& metadata = output.metadata;
+  const auto write = [&](int marker, std::string_view prefix, Bytes content, const char* name) {
+    if (content.empty()) return;
+    if (prefix.size() + content.size() > kMostInSegment) {
+      output.notes.push_back(std::string("JPEG holds no ") + name + " of this size; left out");
+      return;
+    }
+    std::vector<uint8_t> segment(prefix.begin(), prefix.end());
+    segment.insert(segment.end(), content.begin(), content.end());
+    encoder.Run([&] {
+      jpeg_write_marker(&encoder.jpeg, marker, segment.data(),
+                        static_cast<unsigned>(segment.size()));
+    });
+  };
+  const std::vector<uint8_t> resources =
+      metadata.iptc.empty() ? metadata.iptc : ResourcesOfIptc(metadata.iptc);
+  write(kExifMarker, kExifPrefix, metadata.exif, "EXIF");
+  write(kExifMarker, kXmpPrefix, BytesOf(metadata.xmp), "XMP");
+  write(kResourceMarker, kResourcePrefix, resources, "IPTC");
+}
+
 }  // namespace
 
 bool IsJpeg(Bytes file) { return StartsWith(file, "\xFF\xD8\xFF"); }
@@ -379,9 +435,10 @@ PictureInfo ReadJpeg(const Input& input) {
   decoder.Run([&] {
     jpeg_save_markers(&jpeg, kExifMarker, kWholeMarker);
     jpeg_save_markers(&jpeg, kProfileMarker, kWholeMarker);
+    jpeg_save_markers(&jpeg, kResourceMarker, kWholeMarker);
     jpeg_read_header(&jpeg, TRUE);
   });
-  const Exif exif = ReadExif(jpeg);
+  const Segments segments = ReadSegments(jpeg);
   const bool grey = jpeg.jpeg_color_space == JCS_GRAYSCALE;
   const bool inks = jpeg.jpeg_color_space == JCS_CMYK || jpeg.jpeg_color_space == JCS_YCCK;
   if (jpeg.jpeg_color_space == JCS_UNKNOWN) {
@@ -394,13 +451,16 @@ PictureInfo ReadJpeg(const Input& input) {
   info.width = static_cast<int>(jpeg.image_width);
   info.height = static_cast<int>(jpeg.image_height);
   info.bit_count = grey ? 8 : 24;
-  info.metadata = ReadMetadata(decoder, exif);
+  info.metadata = ReadMetadata(input, decoder, segments);
+  if (segments.has_more_xmp) {
+    info.notes.emplace_back("of XMP in several segments only the first was kept");
+  }
   if (inks) {
     info.metadata.icc_profile.clear();
     info.notes.emplace_back(kCmykNote);
   }
   CheckFrame(input, jpeg);
-  PixelTarget target(input, info, exif.orientation);
+  PixelTarget target(input, info, segments.exif.Orientation());
   if (!target.WantsPixels()) return info;
   decoder.Run([&] { jpeg_start_decompress(&jpeg); });
   if (inks) {
@@ -431,6 +491,9 @@ std::vector<uint8_t> EncodeJpeg(const Output& output) {
   encoder.Run([&] {
     DescribePicture(output, rows.bit_count(), jpeg);
     jpeg_start_compress(&jpeg, TRUE);
+  });
+  WriteSegments(output, encoder);
+  encoder.Run([&] {
     if (!profile.empty()) {
       jpeg_write_icc_profile(&jpeg, profile.data(), static_cast<unsigned>(profile.size()));
     }

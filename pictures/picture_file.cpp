@@ -6,6 +6,9 @@
 
 #include "pictures/atomic_file.h"
 #include "pictures/codec.h"
+#include "pictures/color_profile.h"
+#include "pictures/exif.h"
+#include "pictures/text_blocks.h"
 
 namespace qel::pictures {
 namespace {
@@ -16,7 +19,7 @@ struct FormatRow {
   std::array<std::string_view, 5> extensions;
   bool (*recognise)(Bytes file);
   PictureInfo (*read)(const Input& input);
-  std::vector<uint8_t> (*encode)(const Output& output);
+  std::vector<uint8_t> (*encode)(const Output& output);  ///< null for formats that are only read
   void (*check_shape)(const OutputShape& shape) = nullptr;
 };
 
@@ -31,6 +34,9 @@ constexpr FormatRow kFormats[] = {
      &CheckJpegShape},
     {Format::kTiff, "TIFF", {".tif", ".tiff"}, &IsTiff, &ReadTiff, &EncodeTiff},
     {Format::kWebp, "WebP", {".webp"}, &IsWebp, &ReadWebp, &EncodeWebp, &CheckWebpShape},
+    {Format::kGif, "GIF", {".gif"}, &IsGif, &ReadGif, nullptr},
+    {Format::kHeif, "HEIC/AVIF", {".heic", ".heif", ".avif"}, &IsHeif, &ReadHeif, nullptr},
+    {Format::kJxl, "JPEG-XL", {".jxl"}, &IsJxl, &ReadJxl, nullptr},
     {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &ReadBmp, &EncodeBmp, &CheckBmpShape},
     {Format::kPnm,
      "PNM",
@@ -83,7 +89,40 @@ PictureInfo Read(ByteSource& source, const std::string& name, const ReadOptions&
                  const Allocate* allocate) {
   const FormatRow& row = RowOf(source.Load(0, kSignatureBytes), name);
   CheckPipe(source, row, name, options);
-  return row.read({source, name, options, allocate});
+  if (allocate == nullptr) return row.read({source, name, options, nullptr});
+  PixelBuffer pixels;
+  const Allocate keep_place = [&](const PictureInfo& info) { return pixels = (*allocate)(info); };
+  PictureInfo info = row.read({source, name, options, &keep_place});
+  ApplyProfile(options, pixels, info);
+  return info;
+}
+
+/// What is written of the metadata: without what is not wanted, and with the sides of the picture.
+Metadata Prepare(const Metadata& metadata, const PictureView& picture, Strip strip) {
+  Metadata prepared = metadata;
+  if (strip == Strip::kAll) {
+    prepared.exif.clear();
+    prepared.xmp.clear();
+    prepared.iptc.clear();
+  }
+  if (strip == Strip::kPlaces) {
+    DropXmpPlaces(prepared.xmp);
+    prepared.iptc = WithoutIptcPlaces(prepared.iptc);
+  }
+  SetXmpSize(prepared.xmp, picture.width, picture.height);
+  if (std::optional<Exif> exif = ParseExif(prepared.exif)) {
+    exif->SetSize(picture.width, picture.height);
+    if (exif->HasResolution() && metadata.dpi_x > 0 && metadata.dpi_y > 0) {
+      exif->SetResolution(metadata.dpi_x, metadata.dpi_y);
+    }
+    if (strip == Strip::kPlaces) {
+      exif->places.clear();
+      // What the maker of a camera notes may be where it was.
+      TakeEntry(exif->photo, kMakerNoteTag);
+    }
+    prepared.exif = SerializeExif(*exif);
+  }
+  return prepared;
 }
 
 }  // namespace
@@ -96,7 +135,12 @@ Format FormatOfPath(const std::string& path) {
   for (const FormatRow& row : kFormats) {
     for (const std::string_view candidate : row.extensions) {
       if (candidate.empty()) continue;
+      if (candidate == extension && row.encode == nullptr) {
+        throw PictureError(PictureError::Kind::kUnknownFormat, path,
+                           std::string(row.name) + " is read, not written; choose .png or .webp");
+      }
       if (candidate == extension) return row.format;
+      if (row.encode == nullptr) continue;
       known.append(" ").append(candidate);
     }
   }
@@ -142,16 +186,20 @@ PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std
   return Read(source, name, options, nullptr);
 }
 
-void CheckFits(const std::string& path, int width, int height, int bit_count) {
-  CheckShape(RowOf(FormatOfPath(path)), {path, width, height, bit_count});
+void CheckFits(const std::string& path, int width, int height, int bit_count,
+               const std::string& extension) {
+  const std::string& named = extension.empty() ? path : extension;
+  CheckShape(RowOf(FormatOfPath(named)), {path, ExtensionOf(named), width, height, bit_count});
 }
 
 EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
                              const Metadata& metadata, const WriteOptions& options) {
-  const FormatRow& row = RowOf(options.format ? *options.format : FormatOfPath(name));
+  const std::string& named = options.extension.empty() ? name : options.extension;
+  const FormatRow& row = RowOf(FormatOfPath(named));
   constexpr int kDepths[] = {1, 4, 8, 24, 32};
   EncodedPicture encoded;
-  const Output output{name, picture, metadata, options, encoded.notes};
+  const Metadata prepared = Prepare(metadata, picture, options.strip);
+  const Output output{name, picture, prepared, options, encoded.notes};
   if (picture.bits == nullptr || picture.width < 1 || picture.height < 1) {
     output.DoesNotFit("a picture without pixels cannot be written");
   }
@@ -159,7 +207,7 @@ EncodedPicture EncodePicture(const std::string& name, const PictureView& picture
     output.DoesNotFit(std::to_string(picture.bit_count) +
                       " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
   }
-  CheckShape(row, {name, picture.width, picture.height, picture.bit_count});
+  CheckShape(row, {name, ExtensionOf(named), picture.width, picture.height, picture.bit_count});
   encoded.file = row.encode(output);
   return encoded;
 }

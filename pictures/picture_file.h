@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -16,7 +15,7 @@
 
 namespace qel::pictures {
 
-enum class Format { kPng, kJpeg, kTiff, kWebp, kBmp, kPnm };
+enum class Format { kPng, kJpeg, kTiff, kWebp, kGif, kHeif, kJxl, kBmp, kPnm };
 
 /// One palette entry in memory order.
 struct PaletteEntry {
@@ -27,21 +26,27 @@ struct PaletteEntry {
   bool operator==(const PaletteEntry&) const = default;
 };
 
-/// What is kept of a file besides its pixels.
+/// What is kept of a file besides its pixels. Of upright pixels it speaks as of upright ones, and
+/// has no small pictures of the picture.
 struct Metadata {
   std::vector<uint8_t> icc_profile;
   double dpi_x = 0;  ///< dots per inch, 0 when unknown
   double dpi_y = 0;
+  std::vector<uint8_t> exif = {};  ///< a block without its "Exif" prefix
+  std::string xmp = {};            ///< a packet
+  std::vector<uint8_t> iptc = {};  ///< datasets
 };
 
-/// A picture as its header describes it, upright: the orientation of the file is already applied.
+/// A picture as its header describes it, upright unless the options say otherwise: the orientation
+/// of the file is already applied.
 struct PictureInfo {
   Format format = Format::kPng;
   int width = 0;
   int height = 0;
   /// 8 grey, 24 blue green red, 32 with straight alpha; 1, 4 or 8 bits of index with `palette`.
   int bit_count = 0;
-  int orientation = 1;  ///< in the file, 1 to 8 as EXIF counts them; already applied
+  int orientation =
+      1;  ///< in the file, 1 to 8 as EXIF counts them; already applied, if it was to be
   /// Filled only when the palette depth is kept. May have less than 2^bit_count entries; indices
   /// past its end are black.
   std::vector<PaletteEntry> palette;
@@ -66,6 +71,11 @@ struct ReadOptions {
   /// Keeps indices of palette pictures, and grey levels below 8 bits, with their palette instead
   /// of expanding them. Two-bit indices become four-bit ones. Transparency of a palette is lost.
   bool keep_palette_depth = false;
+  /// Turns and mirrors pixels as the file's orientation says; otherwise they stay as they are
+  /// stored and the metadata keep the orientation.
+  bool upright = true;
+  /// Brings colours from the file's profile to sRGB.
+  bool to_srgb = false;
 };
 
 /// Reads a picture straight into the memory that `allocate` provides. Bytes between rows are not
@@ -107,16 +117,22 @@ struct PictureView {
   const uint8_t* Row(int y) const { return bits + ptrdiff_t{y} * stride; }
 };
 
+/// What is left out of the metadata. Profile and resolution stay: pixels need them.
+enum class Strip { kNothing, kPlaces, kAll };
+
 struct WriteOptions {
-  std::optional<Format> format = {};  ///< told by the extension when absent
-  int jpeg_quality = 92;              ///< 1 to 100; colour is kept at full resolution from 90 up
-  int webp_quality = 100;             ///< 0 to 100, which is lossless
-  int png_level = 5;                  ///< of compression, 0 to 9
+  std::string extension = {};  ///< that stands for the one of the path; may be empty
+  int jpeg_quality = 92;       ///< 1 to 100; colour is kept at full resolution from 90 up
+  int webp_quality = 80;       ///< 0 to 100
+  bool webp_lossless = false;
+  int png_level = 5;  ///< of compression, 0 to 9
+  Strip strip = Strip::kNothing;
 };
 
-/// Throws `PictureError` (kDoesNotFit) when the format that the extension of `path` names holds no
-/// picture of this shape, whatever its pixels are.
-void CheckFits(const std::string& path, int width, int height, int bit_count);
+/// Throws `PictureError` (kDoesNotFit) when the format that the extension of `path` names, or
+/// `extension` in its place, holds no picture of this shape, whatever its pixels are.
+void CheckFits(const std::string& path, int width, int height, int bit_count,
+               const std::string& extension = {});
 
 struct EncodedPicture {
   std::vector<uint8_t> file;
@@ -136,8 +152,12 @@ std::vector<std::string> WritePicture(const std::string& path, const PictureView
 /// What a format is called.
 std::string_view NameOf(Format format);
 
-/// The format that the extension of `path` names. Throws `PictureError`, which lists the known
-/// extensions.
+/// Where the plug-ins for further formats are, an absolute path; none are loaded without it.
+/// Threads: before pictures are read.
+void SetPluginFolder(const std::string& folder);
+
+/// The format that the extension of `path` names for writing. Throws `PictureError`, which lists
+/// the known extensions.
 Format FormatOfPath(const std::string& path);
 
 }  // namespace qel::pictures

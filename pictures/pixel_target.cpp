@@ -56,12 +56,12 @@ void CheckSize(const Input& input, int64_t width, int64_t height) {
 }
 
 PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)
-    : orientation_(orientation),
+    : orientation_(input.options.upright ? orientation : 1),
       stored_width_(info.width),
       stored_height_(info.height),
       bit_count_(info.bit_count) {
   info.orientation = orientation;
-  const Turn turn = TurnOf(orientation);
+  const Turn turn = TurnOf(orientation_);
   const bool waits = turn.exchanged || turn.mirrored_x;
   CheckSize(input, info.width, info.height);
   const uint64_t bytes = RowBytes(info.width, info.bit_count) * static_cast<uint64_t>(info.height);

@@ -5,16 +5,20 @@
 #include <csetjmp>
 #include <cstring>
 #include <exception>
+#include <sstream>
+#include <string_view>
 
 #include "pictures/codec.h"
-#include "pictures/exif.h"
 #include "pictures/index_rows.h"
 #include "pictures/pixel_target.h"
+#include "pictures/text_blocks.h"
 
 namespace qel::pictures {
 namespace {
 
 constexpr size_t kSignatureBytes = 8;
+constexpr std::string_view kXmpName = "XML:com.adobe.xmp";
+constexpr std::string_view kIptcName = "Raw profile type iptc";
 
 /// What the callbacks of libpng need. It leaves by longjmp when something is wrong: every call
 /// that can fail runs inside `Run`, in functions that hold nothing to be destroyed.
@@ -131,9 +135,80 @@ Header ReadHeader(ReadSession& session) {
 struct Chunks {
   uint64_t pixel_bytes = 0;  ///< compressed
   Bytes exif;
+  std::string xmp;
+  std::vector<uint8_t> iptc;
   uint32_t frames = 1;
   bool has_profile = false;
 };
+
+/// Unpacks a deflate stream of a text; nothing for a damaged or very long one.
+std::string Inflate(Bytes packed) {
+  constexpr size_t kMost = size_t{16} << 20;
+  std::string text;
+  z_stream stream{};
+  stream.next_in = const_cast<Bytef*>(packed.data());  // the library only reads it
+  stream.avail_in = static_cast<uInt>(packed.size());
+  if (inflateInit(&stream) != Z_OK) throw std::bad_alloc();
+  int status = Z_OK;
+  while (status == Z_OK && text.size() < kMost) {
+    Bytef block[4096];
+    stream.next_out = block;
+    stream.avail_out = sizeof(block);
+    status = inflate(&stream, Z_NO_FLUSH);
+    text.append(block, block + (sizeof(block) - stream.avail_out));
+    if (stream.avail_in == 0 && stream.avail_out == sizeof(block)) break;
+  }
+  inflateEnd(&stream);
+  return status == Z_STREAM_END ? text : std::string();
+}
+
+/// The text behind `fields` strings that end with a 0, packed or not.
+std::string TextOf(Bytes content, int fields, bool packed) {
+  for (; fields > 0; --fields) {
+    const auto end = std::ranges::find(content, 0);
+    if (end == content.end()) return {};
+    content = content.subspan(static_cast<size_t>(end - content.begin()) + 1);
+  }
+  return packed ? Inflate(content) : std::string(content.begin(), content.end());
+}
+
+/// Bytes that a text has as pairs of hexadecimal digits, behind two lines with a name and their
+/// number.
+std::vector<uint8_t> BytesOfHex(const std::string& text) {
+  std::vector<uint8_t> bytes;
+  std::istringstream words(text);
+  std::string word;
+  words >> word >> word;
+  int high = -1;
+  while (words >> word) {
+    for (const char c : word) {
+      const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+      if (digit < 0) return {};
+      if (high >= 0) bytes.push_back(static_cast<uint8_t>(high << 4 | digit));
+      high = high >= 0 ? -1 : digit;
+    }
+  }
+  return bytes;
+}
+
+/// Metadata that stand in texts under names that writers agree on.
+void TakeText(Bytes content, std::string_view kind, Chunks& chunks) {
+  const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
+  const auto named = [text](std::string_view name) {
+    return text.starts_with(name) && text.size() > name.size() && text[name.size()] == '\0';
+  };
+  if (kind == "iTXt" && named(kXmpName) && content.size() > kXmpName.size() + 3) {
+    const Bytes behind = content.subspan(kXmpName.size() + 1);
+    chunks.xmp = TextOf(behind.subspan(2), 2, behind[0] != 0);
+  } else if (kind != "iTXt" && named(kIptcName)) {
+    const bool packed = kind == "zTXt";
+    const size_t skipped = kIptcName.size() + (packed ? 2 : 1);
+    if (content.size() <= skipped) return;
+    const std::vector<uint8_t> bytes = BytesOfHex(TextOf(content.subspan(skipped), 0, packed));
+    const Bytes iptc = StartsWith(bytes, "8BIM") ? IptcOfResources(bytes) : Bytes(bytes);
+    chunks.iptc.assign(iptc.begin(), iptc.end());
+  }
+}
 
 /// Goes through the chunks ourselves: the one with EXIF may follow the pixels. What its checksum
 /// does not confirm counts as absent.
@@ -148,13 +223,18 @@ Chunks FindChunks(const Input& input) {
     const size_t length = ByteReader(header, ByteOrder::kBig).U32(0);
     if (is("IDAT")) chunks.pixel_bytes += length;
     if (is("iCCP")) chunks.has_profile = true;
-    if (is("eXIf") || is("acTL") || is("tRNS")) {
+    const bool text = is("iTXt") || is("zTXt") || is("tEXt");
+    if (is("eXIf") || is("acTL") || is("tRNS") || text) {
       const Bytes whole = input.source.Load(at + 4, length + 4 + kChecksum);
       if (whole.size() < length + 4 + kChecksum) input.Truncated();
       const bool intact = ByteReader(whole, ByteOrder::kBig).U32(length + 4) ==
                           crc32(0, whole.data(), static_cast<uInt>(length + 4));
       if (is("tRNS") && !intact) input.Broken("damaged PNG: tRNS: CRC error");
       if (is("eXIf") && intact) chunks.exif = whole.subspan(4, length);
+      if (text && intact) {
+        const char* const kind = reinterpret_cast<const char*>(whole.data());
+        TakeText(whole.subspan(4, length), {kind, 4}, chunks);
+      }
       if (is("acTL") && intact) chunks.frames = ByteReader(whole, ByteOrder::kBig).U32(4);
     }
     at += kChunkHeader + length + kChecksum;
@@ -169,8 +249,7 @@ void CheckHeader(const Input& input, const Header& header, const Chunks& chunks)
   input.CheckHolds((row_bits + 7) / 8 * header.height, kDeflateRatio, chunks.pixel_bytes);
 }
 
-Metadata ReadMetadata(const ReadSession& session) {
-  Metadata metadata;
+void ReadMetadata(const ReadSession& session, Metadata& metadata) {
   png_charp name = nullptr;
   png_bytep profile = nullptr;
   png_uint_32 length = 0;
@@ -178,9 +257,11 @@ Metadata ReadMetadata(const ReadSession& session) {
   if (png_get_iCCP(session.png, session.info, &name, &compression, &profile, &length) != 0) {
     metadata.icc_profile.assign(profile, profile + length);
   }
-  metadata.dpi_x = DpiFromMetre(png_get_x_pixels_per_meter(session.png, session.info));
-  metadata.dpi_y = DpiFromMetre(png_get_y_pixels_per_meter(session.png, session.info));
-  return metadata;
+  const png_uint_32 dots_x = png_get_x_pixels_per_meter(session.png, session.info);
+  const png_uint_32 dots_y = png_get_y_pixels_per_meter(session.png, session.info);
+  if (dots_x == 0 || dots_y == 0) return;
+  metadata.dpi_x = DpiFromMetre(dots_x);
+  metadata.dpi_y = DpiFromMetre(dots_y);
 }
 
 /// Kept are indices, and grey levels below 8 bits that have no transparent one among them.
@@ -200,8 +281,7 @@ void DescribeKept(const Header& header, PictureInfo& info) {
     info.palette.push_back(
         {header.palette[i].blue, header.palette[i].green, header.palette[i].red});
   }
-  if (header.transparent_entries)
-    info.notes.emplace_back("a palette holds no alpha; it was left out");
+  if (header.transparent_entries) info.notes.emplace_back(kPaletteAlphaNote);
 }
 
 /// Asks libpng for blue, green, red (, alpha) or plain grey bytes.
@@ -281,6 +361,49 @@ class WriteSession : public Session {
   const Output& output_;
 };
 
+/// Bytes as text, as others write and read them.
+std::string HexOfBytes(Bytes bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  constexpr size_t kBytesInLine = 36;
+  std::string text = "\niptc\n" + std::to_string(bytes.size()) + "\n";
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (i > 0 && i % kBytesInLine == 0) text += '\n';
+    text += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
+  }
+  return text + '\n';
+}
+
+void WriteTexts(WriteSession& session, const Metadata& metadata) {
+  std::string xmp_name(kXmpName);
+  std::string iptc_name(kIptcName);
+  std::string xmp = metadata.xmp;
+  std::string iptc = metadata.iptc.empty() ? "" : HexOfBytes(ResourcesOfIptc(metadata.iptc));
+  char none[] = "";
+  session.Run([&] {
+    png_text texts[2]{};
+    int count = 0;
+    if (!xmp.empty()) {
+      texts[count].compression = PNG_ITXT_COMPRESSION_NONE;
+      texts[count].key = xmp_name.data();
+      texts[count].text = xmp.data();
+      texts[count].itxt_length = xmp.size();
+      texts[count].lang = none;
+      texts[count++].lang_key = none;
+    }
+    if (!iptc.empty()) {
+      texts[count].compression = PNG_TEXT_COMPRESSION_zTXt;
+      texts[count].key = iptc_name.data();
+      texts[count].text = iptc.data();
+      texts[count++].text_length = iptc.size();
+    }
+    if (count > 0) png_set_text(session.png, session.info, texts, count);
+    if (!metadata.exif.empty()) {
+      png_set_eXIf_1(session.png, session.info, static_cast<png_uint_32>(metadata.exif.size()),
+                     const_cast<png_bytep>(metadata.exif.data()));  // the library copies it
+    }
+  });
+}
+
 void WriteMetadata(WriteSession& session, const Output& output, bool grey) {
   const Bytes profile = output.Profile(grey);
   bool accepted = profile.empty();
@@ -297,6 +420,7 @@ void WriteMetadata(WriteSession& session, const Output& output, bool grey) {
                    DotsPerMetre(output.metadata.dpi_y), PNG_RESOLUTION_METER);
     }
   });
+  WriteTexts(session, output.metadata);
   if (!accepted)
     output.notes.emplace_back("PNG takes no colour profile with such faults; it was left out");
 }
@@ -316,7 +440,11 @@ PictureInfo ReadPng(const Input& input) {
   info.format = Format::kPng;
   info.width = static_cast<int>(header.width);
   info.height = static_cast<int>(header.height);
-  info.metadata = ReadMetadata(session);
+  const Exif exif = ParseExif(chunks.exif).value_or(Exif());
+  TakeExif(input, exif, info.metadata);
+  ReadMetadata(session, info.metadata);
+  TakeXmp(input, BytesOf(chunks.xmp), info.metadata);
+  info.metadata.iptc = chunks.iptc;
   if (chunks.has_profile && info.metadata.icc_profile.empty()) {
     info.notes.emplace_back("the colour profile is damaged; it was left out");
   }
@@ -331,7 +459,7 @@ PictureInfo ReadPng(const Input& input) {
     RequestColours(session, header, info);
   }
   const int rows = info.height;
-  PixelTarget target(input, info, ParseExif(chunks.exif).orientation);
+  PixelTarget target(input, info, exif.Orientation());
   if (!target.WantsPixels()) return info;
   session.Run([&] {
     png_read_update_info(session.png, session.info);

@@ -302,14 +302,14 @@ PictureInfo ReadPnm(const Input& input) {
 }
 
 void CheckPnmShape(const OutputShape& shape) {
-  const std::string extension = ExtensionOf(shape.path);
-  if (extension == ".pbm" && shape.bit_count != 1) shape.DoesNotFit(kBitmapsOnly);
-  if (extension == ".pgm" && shape.bit_count > 8) shape.DoesNotFit(kGreysOnly);
+  if (shape.extension == ".pbm" && shape.bit_count != 1) shape.DoesNotFit(kBitmapsOnly);
+  if (shape.extension == ".pgm" && shape.bit_count > 8) shape.DoesNotFit(kGreysOnly);
 }
 
 std::vector<uint8_t> EncodePnm(const Output& output) {
   const PictureView& picture = output.picture;
-  const std::string extension = ExtensionOf(output.path);
+  const std::string& stated = output.options.extension;
+  const std::string extension = ExtensionOf(stated.empty() ? output.path : stated);
   const bool pam = extension == ".pam";
   // Without an extension that says which, the picture says it.
   const bool any = !pam && extension != ".pbm" && extension != ".pgm" && extension != ".ppm";
@@ -325,6 +325,7 @@ std::vector<uint8_t> EncodePnm(const Output& output) {
   if (!pam) output.NoteLostAlpha("PNM");
   output.NoteLostProfile("PNM");
   output.NoteLostResolution("PNM");
+  output.NoteLostTexts("PNM");
   const std::string text = HeaderText(picture, pam, bitmap ? 0 : rows.bit_count() / 8);
   std::vector<uint8_t> file(text.begin(), text.end());
   if (bitmap) {

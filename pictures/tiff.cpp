@@ -231,6 +231,36 @@ Metadata ReadMetadata(TIFF* tiff) {
   return metadata;
 }
 
+// Of the main directory these are kept; the others describe how the pixels lie in the file.
+constexpr uint16_t kTextTags[] = {TIFFTAG_IMAGEDESCRIPTION, TIFFTAG_MAKE,     TIFFTAG_MODEL,
+                                  TIFFTAG_SOFTWARE,         TIFFTAG_DATETIME, TIFFTAG_ARTIST,
+                                  TIFFTAG_HOSTCOMPUTER,     TIFFTAG_COPYRIGHT};
+constexpr uint16_t kPointerTags[] = {kXmpTag, kIptcTag, kExifTag, kGpsTag};
+
+/// EXIF, XMP and IPTC, which the file has among its directories.
+void ReadTexts(const Input& input, TIFF* tiff, const Header& header, PictureInfo& info) {
+  if (TIFFIsBigTIFF(tiff)) {
+    info.notes.emplace_back("EXIF, XMP and IPTC of files with 64-bit positions are left out");
+    return;
+  }
+  std::vector<uint16_t> tags(std::begin(kTextTags), std::end(kTextTags));
+  tags.insert(tags.end(), std::begin(kPointerTags), std::end(kPointerTags));
+  std::optional<Exif> exif = ParseExif(input.source, tags);
+  if (!exif) return;
+  Metadata& metadata = info.metadata;
+  TakeXmp(input, TakeEntry(exif->main, kXmpTag).data, metadata);
+  metadata.iptc = TakeEntry(exif->main, kIptcTag).data;
+  // Some writers declare numbers of four bytes, which lie the other way round in other files.
+  constexpr uint8_t kIptcMark = 0x1C;
+  for (size_t i = 0; metadata.iptc.size() >= 4 && metadata.iptc[0] != kIptcMark &&
+                     metadata.iptc[3] == kIptcMark && i + 4 <= metadata.iptc.size();
+       i += 4) {
+    std::reverse(&metadata.iptc[i], &metadata.iptc[i] + 4);
+  }
+  if (!input.options.upright) exif->SetOrientation(header.orientation);
+  if (!exif->IsEmpty()) metadata.exif = SerializeExif(*exif);
+}
+
 /// Whether we convert the samples ourselves; what remains goes through the library's own
 /// conversion, which knows rare colours but loses precision where there is alpha.
 bool ConvertsDirectly(const Header& header) {
@@ -605,12 +635,50 @@ void WriteColours(const Output& output, TIFF* tiff) {
   TIFFSetField(tiff, TIFFTAG_COLORMAP, red, green, blue);
 }
 
+void WriteTexts(const Metadata& metadata, const Exif& exif, TIFF* tiff) {
+  TIFFSetField(tiff, TIFFTAG_ORIENTATION, exif.Orientation());
+  for (const ExifEntry& entry : exif.main) {
+    if (std::ranges::find(kTextTags, entry.tag) == std::end(kTextTags)) continue;
+    const std::string text(entry.data.begin(), entry.data.end());
+    TIFFSetField(tiff, entry.tag, text.c_str());
+  }
+  if (!metadata.xmp.empty()) {
+    TIFFSetField(tiff, TIFFTAG_XMLPACKET, static_cast<uint32_t>(metadata.xmp.size()),
+                 metadata.xmp.data());
+  }
+  if (!metadata.iptc.empty()) {
+    TIFFSetField(tiff, TIFFTAG_RICHTIFFIPTC, static_cast<uint32_t>(metadata.iptc.size()),
+                 metadata.iptc.data());
+  }
+  // Positions that are known only when the file is there.
+  constexpr uint64_t kLater = 8;
+  if (!exif.photo.empty()) TIFFSetField(tiff, TIFFTAG_EXIFIFD, kLater);
+  if (!exif.places.empty()) TIFFSetField(tiff, TIFFTAG_GPSIFD, kLater);
+}
+
+/// Appends the directories that the library does not write, and points to them.
+void AppendDirectories(const Exif& exif, std::vector<uint8_t>& file) {
+  if (exif.photo.empty() && exif.places.empty()) return;
+  file.resize((file.size() + 1) / 2 * 2);
+  const ExifAppendix appendix = SerializeExifForTiff(exif, file.size());
+  const ByteReader reader{Bytes(file)};
+  const size_t directory = reader.U32(4);
+  for (size_t at = directory + 2; at < directory + 2 + size_t{12} * reader.U16(directory);
+       at += 12) {
+    const uint16_t tag = reader.U16(at);
+    const uint32_t position = tag == kExifTag  ? appendix.photo_at
+                              : tag == kGpsTag ? appendix.places_at
+                                               : 0;
+    if (position != 0) std::memcpy(&file[at + 8], &position, sizeof(position));
+  }
+  file.insert(file.end(), appendix.bytes.begin(), appendix.bytes.end());
+}
+
 void WriteHeader(const Output& output, TIFF* tiff) {
   const PictureView& picture = output.picture;
   TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(picture.width));
   TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(picture.height));
   TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
   TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
   WriteColours(output, tiff);
   const bool levels = picture.bit_count >= 8 && picture.palette.empty();
@@ -659,6 +727,7 @@ PictureInfo ReadTiff(const Input& input) {
   info.width = static_cast<int>(header.width);
   info.height = static_cast<int>(header.height);
   info.metadata = ReadMetadata(tiff);
+  ReadTexts(input, tiff, header, info);
   NoteConversions(header, tiff, info);
   const bool levels = header.bits <= 8 && header.UsedSamples() == 1;
   if (!ConvertsDirectly(header)) {
@@ -679,7 +748,9 @@ std::vector<uint8_t> EncodeTiff(const Output& output) {
   TiffFile file;
   Tiff tiff = Open(file, "w", 0);
   if (tiff == nullptr) output.EncoderFailed(file.message);
+  const Exif exif = ParseExif(output.metadata.exif).value_or(Exif());
   WriteHeader(output, tiff.get());
+  WriteTexts(output.metadata, exif, tiff.get());
   const auto samples = static_cast<size_t>(picture.bit_count / 8);
   std::vector<uint8_t> row(RowBytes(picture.width, picture.bit_count));
   for (int y = 0; y < picture.height; ++y) {
@@ -691,6 +762,7 @@ std::vector<uint8_t> EncodeTiff(const Output& output) {
   }
   if (TIFFFlush(tiff.get()) != 1) output.EncoderFailed(file.message);
   tiff.reset();
+  AppendDirectories(exif, file.written);
   return std::move(file.written);
 }
 

@@ -10,7 +10,6 @@
 
 #include "pictures/codec.h"
 #include "pictures/colour_rows.h"
-#include "pictures/exif.h"
 #include "pictures/pixel_target.h"
 
 namespace qel::pictures {
@@ -28,6 +27,7 @@ struct Chunks {
   size_t pixels_at = 0;  ///< where the first with pixels begins
   Bytes profile;
   Bytes exif;
+  Bytes xmp;
 };
 
 /// Goes from chunk to chunk and reads no others. What follows the end of a damaged file counts as
@@ -47,6 +47,7 @@ Chunks FindChunks(const Input& input) {
     };
     if (StartsWith(header, "ICCP")) chunks.profile = content();
     if (StartsWith(header, "EXIF")) chunks.exif = content();
+    if (StartsWith(header, "XMP ")) chunks.xmp = content();
     const bool pixels = StartsWith(header, "VP8 ") || StartsWith(header, "VP8L");
     if (pixels && chunks.pixels_at == 0) chunks.pixels_at = at;
     at += kChunkHeaderBytes + size + size % 2;
@@ -142,7 +143,7 @@ class Encoder {
   void Configure() {
     constexpr int kLosslessEffort = 3;  // of 9; higher ones are slow and gain little
     const int quality = std::clamp(output_.options.webp_quality, 0, 100);
-    if (quality == 100) {
+    if (output_.options.webp_lossless) {
       WebPConfigLosslessPreset(&config_, kLosslessEffort);
     } else {
       config_.quality = static_cast<float>(quality);
@@ -172,7 +173,8 @@ class Encoder {
   WebPMemoryWriter writer_;
 };
 
-std::vector<uint8_t> AddChunks(const Output& output, Bytes encoded, Bytes profile, Bytes exif) {
+std::vector<uint8_t> AddChunks(const Output& output, Bytes encoded, Bytes profile, Bytes exif,
+                               Bytes xmp) {
   const WebPData data = DataOf(encoded);
   const Mux mux(WebPMuxCreate(&data, 0));
   WebPMuxError error = mux == nullptr ? WEBP_MUX_MEMORY_ERROR : WEBP_MUX_OK;
@@ -183,6 +185,7 @@ std::vector<uint8_t> AddChunks(const Output& output, Bytes encoded, Bytes profil
   };
   add("ICCP", profile);
   add("EXIF", exif);
+  add("XMP ", xmp);
   WebPData whole{};
   if (error == WEBP_MUX_OK) error = WebPMuxAssemble(mux.get(), &whole);
   const std::unique_ptr<WebPData, void (*)(WebPData*)> owner(&whole, &WebPDataClear);
@@ -204,10 +207,12 @@ PictureInfo ReadWebp(const Input& input) {
   info.width = features.width;
   info.height = features.height;
   info.bit_count = features.has_alpha ? 32 : 24;
-  const Exif exif = ParseExif(chunks.exif);
-  info.metadata = {{chunks.profile.begin(), chunks.profile.end()}, exif.dpi_x, exif.dpi_y};
+  const Exif exif = ParseExif(chunks.exif).value_or(Exif());
+  info.metadata.icc_profile.assign(chunks.profile.begin(), chunks.profile.end());
+  TakeExif(input, exif, info.metadata);
+  TakeXmp(input, chunks.xmp, info.metadata);
   PictureInfo upright = info;
-  PixelTarget target(input, upright, exif.orientation);
+  PixelTarget target(input, upright, exif.Orientation());
   if (!target.WantsPixels()) return upright;
   DecodeInto(input, target, info);
   target.Finish();
@@ -220,10 +225,19 @@ std::vector<uint8_t> EncodeWebp(const Output& output) {
   Encoder encoder(output);
   const Bytes encoded = encoder.Encode();
   const Bytes profile = output.Profile(false);
-  std::vector<uint8_t> exif;
-  if (output.HasResolution()) exif = MakeExif(output.metadata.dpi_x, output.metadata.dpi_y);
-  if (profile.empty() && exif.empty()) return {encoded.begin(), encoded.end()};
-  return AddChunks(output, encoded, profile, exif);
+  const Metadata& metadata = output.metadata;
+  std::vector<uint8_t> block = metadata.exif;
+  if (output.HasResolution()) {
+    // The format has no other place for it.
+    Exif exif = ParseExif(block).value_or(Exif());
+    exif.SetResolution(metadata.dpi_x, metadata.dpi_y);
+    block = SerializeExif(exif);
+  }
+  if (!metadata.iptc.empty()) output.notes.emplace_back("WebP holds no IPTC; left out");
+  if (profile.empty() && block.empty() && metadata.xmp.empty()) {
+    return {encoded.begin(), encoded.end()};
+  }
+  return AddChunks(output, encoded, profile, block, BytesOf(metadata.xmp));
 }
 
 }  // namespace qel::pictures

@@ -2,8 +2,9 @@
 # all is there.
 
 # Debian packages by what they are for.
-QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev nettle-dev libfontconfig-dev libfreetype-dev"
-QEL_TEST_PACKAGES="libgtest-dev fonts-dejavu-core"
+QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev libgif-dev liblcms2-dev nettle-dev libfontconfig-dev libfreetype-dev"
+# Without these two the plug-ins for more picture formats are left out.
+QEL_TEST_PACKAGES="libgtest-dev fonts-dejavu-core libheif-dev libjxl-dev"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 QEL_EMULATION_PACKAGES="libsimde-dev"
 QEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user googletest"

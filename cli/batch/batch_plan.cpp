@@ -35,6 +35,7 @@ std::string AsPattern(const std::string& output) {
 class Identities {
  public:
   std::string Of(const std::string& path) {
+    if (path == "-") return path;
     const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path.c_str(), nullptr),
                                                           &std::free);
     if (resolved != nullptr) return resolved.get();
@@ -89,7 +90,7 @@ void RefuseClashes(const std::vector<BatchItem>& items, const BatchRequest& requ
   for (const BatchItem& item : items) {
     const std::string output = identities.Of(item.output);
     const auto found = read.find(output);
-    if (found != read.end()) RefuseReplacing(item, found->second);
+    if (found != read.end() && output != "-") RefuseReplacing(item, found->second);
     const auto [other, is_new] = written.emplace(output, item.input);
     if (is_new) continue;
     if (in_place) throw Failure(kUsage, item.input + " is given twice, which --in-place forbids");
@@ -119,7 +120,7 @@ std::vector<BatchItem> PlanBatch(const BatchRequest& request) {
   const OutputName output(AsPattern(request.output));
   for (const std::string& input : request.inputs) {
     items.push_back({input, request.output.empty() ? input : output.For(input, items.size() + 1)});
-    CheckOutputName(items.back().output);
+    if (request.names_format) CheckOutputName(items.back().output);
   }
   RefuseClashes(items, request);
   const size_t files = items.size();

@@ -19,6 +19,7 @@ struct BatchItem {
 struct BatchRequest {
   std::vector<std::string> inputs;
   std::string output;  ///< pattern of the output names; empty: every input is replaced
+  bool names_format = true;  ///< whether extensions of outputs must be those of formats
   Shard shard;
   bool make_folders = false;                 ///< missing folders of outputs are no fault
   std::string manifest;                      ///< may be empty

@@ -133,7 +133,11 @@ void Runner::Make(size_t index, ItemResult& result) {
   if (batch_.manifest != nullptr) {
     batch_.manifest->RecordStarted(item, input_hash, output_hash);
   }
-  pictures::WriteFileAtomically(item.output, bytes, batch_.replace);
+  if (item.output == "-") {
+    WriteToStandardOutput(bytes);
+  } else {
+    pictures::WriteFileAtomically(item.output, bytes, batch_.replace);
+  }
   if (batch_.manifest != nullptr) {
     batch_.manifest->RecordDone(index, item, input_hash, output_hash);
   }

@@ -21,13 +21,15 @@ Shape ShapeOfFile(const std::string& path, const pictures::ReadOptions& reading)
 }  // namespace
 
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
-                const pictures::ReadOptions& reading, pictures::Replace replace, int jobs) {
+                const pictures::ReadOptions& reading, const pictures::WriteOptions& writing,
+                pictures::Replace replace, int jobs) {
   std::map<std::string, Shape> second_shapes;
   for (const std::string& path : PictureNames(steps)) {
     second_shapes[path] = ShapeOfFile(path, reading);
   }
   const Forecaster forecaster{steps, reading.limits,
-                              [&](const std::string& name) { return second_shapes.at(name); }};
+                              [&](const std::string& name) { return second_shapes.at(name); },
+                              writing.extension};
   BatchTotals totals;
   totals.files = items.size();
   // The largest peaks, which may come together; the least of them in front.

@@ -15,7 +15,8 @@ namespace qel::cli {
 /// output names, and about how much memory it would need at its peak. Inputs whose header is at
 /// fault are told on standard error.
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
-                const pictures::ReadOptions& reading, pictures::Replace replace, int jobs);
+                const pictures::ReadOptions& reading, const pictures::WriteOptions& writing,
+                pictures::Replace replace, int jobs);
 
 }  // namespace qel::cli
 

@@ -21,6 +21,9 @@ double EncoderShare(const std::string& output) {
     case pictures::Format::kJpeg:
     case pictures::Format::kTiff:
       return 2;
+    case pictures::Format::kGif:
+    case pictures::Format::kHeif:
+    case pictures::Format::kJxl:
     case pictures::Format::kBmp:
     case pictures::Format::kPnm:
       break;
@@ -66,9 +69,10 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source) const {
       throw StepError(std::string(operation.name) + ": " + what, operation.name);
     });
   }
-  pictures::CheckFits(item.output, forecast.shape.width, forecast.shape.height,
-                      forecast.shape.bits);
-  const double written = (1 + EncoderShare(item.output)) * ImageBytes(forecast.shape);
+  pictures::CheckFits(item.output, forecast.shape.width, forecast.shape.height, forecast.shape.bits,
+                      extension);
+  const std::string& named = extension.empty() ? item.output : extension;
+  const double written = (1 + EncoderShare(named)) * ImageBytes(forecast.shape);
   reach(kept + written, [&](const std::string& what) {
     throw PictureError(PictureError::Kind::kDoesNotFit, item.output, "writing " + what);
   });

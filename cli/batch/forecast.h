@@ -26,6 +26,7 @@ struct Forecaster {
   const std::vector<Step>& steps;
   const pictures::Limits& limits;
   operations::ShapeOfPicture second;  ///< shapes of second pictures
+  std::string extension = {};         ///< that stands for those of the outputs; may be empty
 
   /// What becomes of a picture that has this shape once it is read.
   /// Throws `StepError` for steps that do not take it or make too much of it, `PictureError` when

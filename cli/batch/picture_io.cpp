@@ -1,5 +1,8 @@
 #include "cli/batch/picture_io.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
 
 #include "cli/terminal/console.h"
@@ -80,6 +83,18 @@ std::vector<uint8_t> EncodeImage(const std::string& path, const host::HostImage&
   pictures::EncodedPicture encoded = pictures::EncodePicture(path, view, metadata, options);
   PrintNotes(path, encoded.notes);
   return std::move(encoded.file);
+}
+
+void WriteToStandardOutput(std::span<const uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      throw pictures::PictureError(pictures::PictureError::Kind::kNotWritable, "standard output",
+                                   std::strerror(errno));
+    }
+    bytes = bytes.subspan(static_cast<size_t>(written));
+  }
 }
 
 void SavePicture(const std::string& path, const host::HostImage& image,

@@ -48,6 +48,9 @@ void CheckOutputName(const std::string& path);
 std::vector<uint8_t> EncodeImage(const std::string& path, const host::HostImage& image,
                                  const pictures::Metadata& metadata,
                                  const pictures::WriteOptions& options);
+/// Writes bytes of a picture file to standard output. Throws `pictures::PictureError`.
+void WriteToStandardOutput(std::span<const uint8_t> bytes);
+
 /// Encodes and writes a picture file.
 void SavePicture(const std::string& path, const host::HostImage& image,
                  const pictures::Metadata& metadata, const pictures::WriteOptions& options);

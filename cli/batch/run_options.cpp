@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <limits>
 #include <thread>
@@ -51,6 +52,13 @@ void SplitWords(const std::string& command, const Options& options, RunOptions& 
   run.steps = {split, options.rest().end()};
   run.list = options.Value("--files-from");
   run.output = options.Value("-o");
+  const bool from_input = std::ranges::find(run.inputs, "-") != run.inputs.end();
+  if (in_place && from_input) {
+    throw Failure(kUsage, "standard input cannot be replaced; write -o in place of --in-place");
+  }
+  if (run.output == "-" && !options.Has("--format")) {
+    throw Failure(kUsage, "standard output has no name; say which --format it gets");
+  }
   if (run.inputs.empty() && run.list.empty()) {
     throw Failure(kUsage, "there are no inputs before " +
                               std::string(in_place ? "--in-place" : "-o") + "; " +
@@ -58,11 +66,37 @@ void SplitWords(const std::string& command, const Options& options, RunOptions& 
   }
 }
 
+/// What stands for the extension of the outputs; empty without --format.
+std::string ExtensionOf(const Options& options) {
+  if (!options.Has("--format")) return {};
+  const std::string extension = "." + options.Value("--format");
+  try {
+    pictures::FormatOfPath(extension);
+  } catch (const pictures::PictureError& error) {
+    throw Failure(kUsage, std::string("--format ") + error.what());
+  }
+  return extension;
+}
+
+pictures::Strip StripOf(const Options& options) {
+  if (!options.Has("--strip")) return pictures::Strip::kNothing;
+  const std::string what = options.Value("--strip", "all");
+  if (what != "all" && what != "gps") {
+    throw Failure(kUsage, "--strip takes nothing, =all or =gps, not " + what);
+  }
+  return what == "gps" ? pictures::Strip::kPlaces : pictures::Strip::kAll;
+}
+
 std::string Recipe(const Options& options, const std::vector<std::string>& steps) {
   std::string recipe;
   for (const std::string& word : steps) recipe += (recipe.empty() ? "" : " ") + word;
   if (options.Has("--keep-depth")) recipe += " --keep-depth";
-  if (options.Has("--quality")) recipe += " --quality " + options.Value("--quality");
+  for (const char* const name : {"--quality", "--format", "--strip"}) {
+    if (options.Has(name)) recipe += " " + std::string(name) + " " + options.Value(name);
+  }
+  for (const char* const name : {"--lossless", "--to-srgb", "--no-orient"}) {
+    if (options.Has(name)) recipe += " " + std::string(name);
+  }
   return recipe;
 }
 
@@ -85,6 +119,11 @@ RunOptions ParseRunOptions(const std::string& command, const std::vector<std::st
   run.reading.keep_palette_depth = options.Has("--keep-depth");
   run.writing.jpeg_quality = options.Number("--quality", 1, 100, run.writing.jpeg_quality);
   run.writing.webp_quality = options.Number("--quality", 1, 100, run.writing.webp_quality);
+  run.writing.webp_lossless = options.Has("--lossless");
+  run.writing.extension = ExtensionOf(options);
+  run.writing.strip = StripOf(options);
+  run.reading.to_srgb = options.Has("--to-srgb");
+  run.reading.upright = !options.Has("--no-orient");
   run.recipe = Recipe(options, run.steps);
   run.module = options.Value("--module");
   const int cores = static_cast<int>(std::thread::hardware_concurrency());

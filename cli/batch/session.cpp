@@ -8,6 +8,7 @@
 
 #include "cli/terminal/errors.h"
 #include "operations/transparency.h"
+#include "pictures/picture_file.h"
 
 namespace qel::cli {
 namespace {
@@ -26,6 +27,18 @@ std::string OwnModulePath() {
                                   (folder / "_binLIN64").string() + " nor in " +
                                   (folder / QEL_MODULE_FOLDER).string() +
                                   "; name it with --module PATH");
+}
+
+void FindFormatPlugins() {
+  std::error_code none;
+  const fs::path tool = fs::read_symlink("/proc/self/exe", none);
+  const fs::path folder = tool.parent_path().parent_path();
+  for (const char* const place : {"formats", QEL_FORMATS_FOLDER}) {
+    if (fs::is_directory(folder / place, none)) {
+      pictures::SetPluginFolder((folder / place).lexically_normal().string());
+      return;
+    }
+  }
 }
 
 namespace {

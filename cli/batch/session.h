@@ -17,6 +17,9 @@ namespace qel::cli {
 /// installed. Throws `Failure(kModuleFault)` when there is none.
 std::string OwnModulePath();
 
+/// Tells where the plug-ins for picture formats are: in a folder beside the one of the module.
+void FindFormatPlugins();
+
 /// Reads steps as `ParseSteps` does; numbers after an @ come from a file. Throws `StepError`, and
 /// `Failure(kNoInput)` for a file that cannot be read.
 std::vector<Step> ReadSteps(const std::vector<std::string>& words);

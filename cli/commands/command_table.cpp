@@ -24,13 +24,20 @@ constexpr CommandOption kJson{"--json", "", "for programs"};
 /// The options of run, and without those about steps of convert.
 std::vector<CommandOption> RunOptionRows(bool has_steps) {
   std::vector<CommandOption> rows = {
-      {"-o", "OUTPUT", "the file to write; its extension names the format", Word::kFile},
+      {"-o", "OUTPUT", "the file to write, its extension names the format; - is standard output",
+       Word::kFile},
       {"--in-place", "", "in place of -o OUTPUT: replace the inputs"},
       {"--files-from", "FILE", "more inputs, from a list; - is standard input", Word::kFile},
       {"--parents", "", "make missing folders of outputs"},
       {"--force", "", "replace files that have no write permission as well"},
       {"--keep-depth", "", "keep indices of palette pictures"},
-      {"--quality", "N", "of JPEG and WebP output, 1 to 100", Word::kNumber},
+      {"--quality", "N", "of JPEG and WebP output, 1 to 100; 92 and 80 if not given",
+       Word::kNumber},
+      {"--lossless", "", "of WebP output, which otherwise loses detail"},
+      {"--format", "NAME", "of the outputs, such as png, whatever their names say", Word::kText},
+      {"--strip", "=gps", "leave out EXIF, XMP and IPTC; =gps: only where it was taken"},
+      {"--to-srgb", "", "bring colours from the picture's profile to sRGB"},
+      {"--no-orient", "", "keep rows as they are stored, and the orientation with them"},
       kNoNotes,
       {"--jobs", "N", "pictures at a time; otherwise as many as there are cores", Word::kNumber},
       {"--dry-run", "", "tell what would be done, from the headers"},
@@ -65,6 +72,12 @@ std::vector<CommandOption> CheckOptionRows() {
 
 }  // namespace
 
+std::string CommandOption::Written() const {
+  if (value.empty()) return std::string(name);
+  const std::string text(value);
+  return std::string(name) + (NeedsValue() ? " " + text : "[" + text + "]");
+}
+
 const std::vector<Command>& CommandTable() {
   static const std::vector<Command> table = {
       {"run",
@@ -74,7 +87,8 @@ const std::vector<Command>& CommandTable() {
        RunOptionRows(true),
        {Word::kFile, Word::kStep},
        "Inputs stand before -o and may be patterns in quotes (*, ?, [...], ** for any folders),\n"
-       "steps stand after it. In OUTPUT, {dir}, {stem} and {ext} come from the input, {n} is its\n"
+       "or - for standard input; after -- they may begin with a dash. Steps stand after -o. In "
+       "OUTPUT, {dir}, {stem} and {ext} come from the input, {n} is its\n"
        "number, {n:4} with four digits. Nothing starts when two outputs would have one name, or "
        "an\n"
        "output would replace an input. Interrupted runs leave whole files only; --resume goes on. "
@@ -249,8 +263,9 @@ Options::Known KnownOptions(std::string_view name) {
   if (command == nullptr) throw std::logic_error("no command of this name");
   Options::Known known;
   for (const CommandOption& option : command->options) {
-    known.emplace(option.name,
-                  option.value.empty() ? Options::Takes::kNothing : Options::Takes::kValue);
+    known.emplace(option.name, option.NeedsValue()    ? Options::Takes::kValue
+                               : option.value.empty() ? Options::Takes::kNothing
+                                                      : Options::Takes::kOptionalValue);
   }
   return known;
 }

@@ -1,6 +1,7 @@
 #ifndef QEL_CLI_COMMANDS_COMMAND_TABLE_H_
 #define QEL_CLI_COMMANDS_COMMAND_TABLE_H_
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -15,9 +16,14 @@ enum class Word { kNothing, kFile, kStep, kOperation, kShell, kProgress, kNumber
 /// One option of a command.
 struct CommandOption {
   std::string_view name;
-  std::string_view value;  ///< what its value is called; empty when it takes none
+  /// What its value is called; empty when it takes none, "=value" when it may do without.
+  std::string_view value;
   std::string_view help;
   Word word = Word::kNothing;  ///< what its value is
+
+  bool NeedsValue() const { return !value.empty() && !value.starts_with('='); }
+  /// As it is written in help: "--name VALUE", or "--name[=value]".
+  std::string Written() const;
 };
 
 /// One command of the tool: enough for dispatch, help, completion and the manual.

@@ -166,7 +166,7 @@ int CountPlainWords(const Command& command, const std::vector<std::string>& word
   for (size_t i = 1; i + 1 < words.size(); ++i) {
     const auto option = std::ranges::find(command.options, words[i], &CommandOption::name);
     if (option != command.options.end()) {
-      i += option->value.empty() ? 0 : 1;
+      i += option->NeedsValue() ? 1 : 0;
     } else {
       ++count;
     }
@@ -187,7 +187,7 @@ Completion Complete(const std::vector<std::string>& words) {
   const Command* const command = FindCommand(words.front());
   if (command == nullptr) return {};
   for (const CommandOption& option : command->options) {
-    if (option.name == words[words.size() - 2] && !option.value.empty()) {
+    if (option.name == words[words.size() - 2] && option.NeedsValue()) {
       OfferWord(option.word, words, collector);
       return collector.Take();
     }

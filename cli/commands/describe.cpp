@@ -125,8 +125,7 @@ std::string DescribeCommand(const Command& command) {
        << command.summary << "\n";
   if (!command.options.empty()) text << "\n";
   for (const CommandOption& option : command.options) {
-    text << Tagged("  " + std::string(option.name) + " " + std::string(option.value), 24,
-                   option.help);
+    text << Tagged("  " + option.Written(), 24, option.help);
   }
   if (!command.note.empty()) text << "\n" << command.note << "\n";
   text << "\nExample    " << command.example << "\n";

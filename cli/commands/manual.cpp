@@ -80,7 +80,7 @@ std::string CommandPage(const Command& command) {
        << Escaped(command.usage) << "\n";
   if (!command.options.empty()) page << ".SH OPTIONS\n";
   for (const CommandOption& option : command.options) {
-    page << Tagged(std::string(option.name) + " " + std::string(option.value), option.help);
+    page << Tagged(option.Written(), option.help);
   }
   if (!command.note.empty()) page << ".SH NOTES\n" << Escaped(command.note) << "\n";
   page << ".SH EXAMPLE\n.nf\n" << Escaped(command.example) << "\n.fi\n.SH SEE ALSO\n.BR qel (1)\n";

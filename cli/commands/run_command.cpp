@@ -56,12 +56,15 @@ int Run(const std::string& command, const Words& words) {
   const std::vector<std::string> second_paths = PictureNames(steps);
   const std::vector<BatchItem> items = PlanBatch({.inputs = ListInputs(options),
                                                   .output = options.output,
+                                                  .names_format = options.writing.extension.empty(),
                                                   .shard = options.shard,
                                                   .make_folders = options.make_folders,
                                                   .manifest = options.manifest,
                                                   .other_files = OtherFiles(options),
                                                   .second_pictures = second_paths});
-  if (options.dry_run) return DryRun(items, steps, options.reading, options.replace, options.jobs);
+  if (options.dry_run) {
+    return DryRun(items, steps, options.reading, options.writing, options.replace, options.jobs);
+  }
 
   const Session session(options.module, options.reading.limits);
   PictureFiles second_pictures(options.reading);
@@ -74,9 +77,10 @@ int Run(const std::string& command, const Words& words) {
                                           items.size(), options.resume);
   }
   const auto progress = MakeProgress(options.progress, options.progress_descriptor, items.size());
-  const Forecaster forecaster{steps, options.reading.limits, [&](const std::string& path) {
-                                return ShapeOf(second_pictures.Get(path));
-                              }};
+  const Forecaster forecaster{
+      steps, options.reading.limits,
+      [&](const std::string& path) { return ShapeOf(second_pictures.Get(path)); },
+      options.writing.extension};
   RunStats stats(steps.size());
   const ExitCode code = RunBatch({.items = items,
                                   .steps = steps,

@@ -9,17 +9,19 @@
 namespace qel::cli {
 
 Options::Options(const std::vector<std::string>& words, const Known& known) {
+  bool ended = false;
   for (size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
-    if (word == "--") {
-      rest_.insert(rest_.end(), words.begin() + static_cast<std::ptrdiff_t>(i) + 1, words.end());
-      return;
+    if (word == "--" && !ended) {
+      ended = true;
+      continue;
     }
     // A number is a word, also below zero.
     const bool is_number =
         word.size() > 1 &&
         (std::isdigit(static_cast<unsigned char>(word[1])) != 0 || word[1] == '.');
-    if (word.size() < 2 || word[0] != '-' || is_number) {
+    const bool parts = (word == "-o" || word == "--in-place") && known.contains(word);
+    if (word.size() < 2 || word[0] != '-' || is_number || (ended && !parts)) {
       rest_.push_back(word);
       continue;
     }
@@ -37,8 +39,10 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
                                 DidYouMean(name, names, known.empty() ? "; none is" : all));
     }
     rest_before_[name] = rest_.size();
-    if (found->second == Takes::kNothing) {
-      if (equals != std::string::npos) throw Failure(kUsage, name + " takes no value");
+    if (found->second == Takes::kNothing && equals != std::string::npos) {
+      throw Failure(kUsage, name + " takes no value");
+    }
+    if (found->second != Takes::kValue && equals == std::string::npos) {
       values_[name];
       continue;
     }

@@ -12,10 +12,11 @@ namespace qel::cli {
 class Options {
  public:
   /// What an option takes.
-  enum class Takes { kNothing, kValue };
+  enum class Takes { kNothing, kValue, kOptionalValue };
   using Known = std::map<std::string, Takes, std::less<>>;
 
-  /// Splits `words`. Options start with '-'; "--" ends them; "--name=value" works as well.
+  /// Splits `words`. Options start with '-'; "--name=value" works as well, and is the only way to
+  /// give an optional value. "--" ends them, but for -o and --in-place, which part the words.
   /// Throws `Failure(kUsage)` for options that are not in `known` or lack their value.
   Options(const std::vector<std::string>& words, const Known& known);
 

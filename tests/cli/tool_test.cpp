@@ -52,7 +52,7 @@ TEST_F(Tool, RunsChainsFromAndToEveryFormat) {
   for (const std::string format : {"jpg", "png", "tiff", "webp", "bmp", "ppm", "pam"}) {
     SCOPED_TRACE(format);
     const std::string file = "in." + format;
-    ASSERT_EQ(Run("run photo.jpg -o " + file + " negative").exit_code, kDone);
+    ASSERT_EQ(Run("run photo.jpg -o " + file + " negative --lossless").exit_code, kDone);
     const Outcome outcome =
         Run("run " + file + " -o out.png negative \"light brightness=20 contrast=10\" gray-scale");
     EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
@@ -63,6 +63,30 @@ TEST_F(Tool, RunsChainsFromAndToEveryFormat) {
         kDone);
     ExpectSamePixels("out.png", "direct.png");
   }
+}
+
+TEST_F(Tool, ReadsAndWritesPipesAndNamesWithADash) {
+  ASSERT_EQ(Run("run scene.png -o direct.png negative").exit_code, kDone);
+  const std::string tool = QEL_TOOL;
+  const Outcome both = RunShell(
+      "cat scene.png | " + tool + " run - -o - --format png negative > piped.png", folder_);
+  EXPECT_EQ(both.exit_code, kDone) << both.errors;
+  EXPECT_EQ(both.errors, "");
+  ExpectSamePixels("direct.png", "piped.png");
+  EXPECT_EQ(Run("run - -o from.png negative < scene.png").exit_code, kDone);
+  ExpectSamePixels("direct.png", "from.png");
+  EXPECT_EQ(Run("run scene.png -o named.png --format jpeg negative").exit_code, kDone);
+  EXPECT_EQ(ReadFile(folder_ / "named.png").substr(0, 2), "\xFF\xD8");
+  WriteFile(folder_ / "-scene.png", ReadFile(folder_ / "scene.png"));
+  EXPECT_EQ(Run("run --quality 5 -- -scene.png -o -out.png negative").exit_code, kDone);
+  ExpectSamePixels("direct.png", "-out.png");
+  for (const char* const wrong :
+       {"run scene.png -o - negative", "run - --in-place negative < scene.png",
+        "run scene.png -o x.png --format gif negative", "run scene.png -o x.png --strip=x negative",
+        "run scene.png - -o - --format png negative < scene.png"}) {
+    EXPECT_EQ(Run(wrong).exit_code, kUsage) << wrong;
+  }
+  EXPECT_EQ(Run("run scene.png -o - --format png negative > /dev/full").exit_code, kNoOutput);
 }
 
 TEST_F(Tool, KeepsResolutionAndTransparency) {
@@ -102,7 +126,7 @@ TEST_F(Tool, SaysWhatIsWrongAndWhatWouldBeRight) {
       {"run scene.png -o out.xyz negative", kUsage, ".png"},
       {"run missing.png -o out.png negative", kNoInput, "missing.png: No such file"},
       {"run broken.jpg -o out.png negative", kNoInput, "broken.jpg: truncated"},
-      {"run words.txt -o out.png negative", kNoInput, "PNG JPEG TIFF WebP BMP PNM"},
+      {"run words.txt -o out.png negative", kNoInput, "known are PNG JPEG TIFF WebP GIF"},
       {"run . -o out.png negative", kNoInput, "Is a directory"},
       {"run scene.png -o nowhere/out.png negative", kNoOutput, "nowhere/out.png"},
       {"run scene.png -o out.png --module words.txt negative", kModuleFault, "cannot load"},

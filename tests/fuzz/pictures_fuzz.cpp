@@ -42,15 +42,19 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (std::string_view(kMagic).starts_with("\x89PNG")) RepairChecksums(file);
   for (const bool keep : {false, true}) {
     ReadOptions options;
-    options.limits = {.max_pixels = 1 << 18, .max_memory = 1 << 20};
+    // Memory as in the tool; pixels bounded for the sake of time.
+    constexpr int64_t kMostPixels = 1 << 22;
+    options.limits.max_pixels = kMostPixels;
     options.keep_palette_depth = keep;
-    std::vector<uint8_t> pixels;
+    options.to_srgb = keep;
+    options.upright = !keep;
+    FreshPages pixels;
     try {
       ReadPictureFromMemory(file, "fuzz", options, [&](const PictureInfo& info) {
         const size_t stride =
             (static_cast<size_t>(info.width) * static_cast<size_t>(info.bit_count) + 7) / 8;
-        pixels.resize(stride * static_cast<size_t>(info.height));
-        if (pixels.size() > size_t{1} << 20) std::abort();  // beyond the limits
+        pixels.Resize(stride * static_cast<size_t>(info.height));
+        if (pixels.size() > size_t{4} * kMostPixels) std::abort();  // beyond the limits
         return PixelBuffer{pixels.data(), static_cast<ptrdiff_t>(stride)};
       });
     } catch (const PictureError&) {

@@ -14,7 +14,9 @@ run() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "failed: $*"; }; }
 run "$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$work/debs"
 field() { dpkg-deb -f "$work"/debs/"$1"_*.deb "$2"; }
 packages=$(cd "$work/debs" && printf '%s\n' *.deb | sed 's/_.*//' | sort | tr '\n' ' ')
-[ "$packages" = "qel qel-dev qel-doc qel-host-dev qel-module " ] || fail "not the five packages: $packages"
+all="qel qel-dev qel-doc qel-host-dev qel-module"
+if [ -d "$build/formats" ]; then all="${all/qel-host/qel-formats-extra qel-host}"; fi
+[ "$packages" = "$all " ] || fail "not the packages $all: $packages"
 version=$(field qel Version)
 depends=$(field qel Depends)
 [[ $depends == *"qel-module (= $version)"* && $depends == *libc6* && $depends == *libpng16* ]] ||
@@ -30,7 +32,7 @@ if [ "$(id -u)" = 0 ]; then
   mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
   touch "$root/var/lib/dpkg/status"
   run dpkg --root="$root" --force-depends --log="$work/dpkg.log" --install "$work"/debs/*.deb
-  [ "$(grep -c '^Status: install ok installed' "$root/var/lib/dpkg/status")" = 5 ] ||
+  [ "$(grep -c '^Status: install ok installed' "$root/var/lib/dpkg/status")" = "$(wc -w <<<"$all")" ] ||
     fail "not all packages are installed"
 else
   for package in "$work"/debs/*.deb; do run dpkg-deb -x "$package" "$root"; done
@@ -43,7 +45,7 @@ run "$root/usr/bin/qel" run "$work/dot.ppm" -o "$work/out.ppm" negative
 run "$root/usr/bin/qel" check --filter entry "$(find "$root" -name QELMaths.so)"
 gzip -dc "$root/usr/share/man/man1/qel-median.1.gz" | grep -q '^\.TH "QEL\\-MEDIAN"' ||
   fail "the manual is not there"
-for package in qel qel-dev qel-doc qel-host-dev qel-module; do
+for package in $all; do
   folder=$root/usr/share/doc/$package
   grep -q '^License: Expat' "$folder/copyright" || fail "$package has no copyright"
   gzip -dc "$folder/changelog.Debian.gz" | grep -q "^qel ($version)" || fail "$package: changelog"

@@ -131,6 +131,91 @@ TEST(ForeignPng, FramesAndProfilesThatAreLostAreNoted) {
   EXPECT_TRUE(Decode(file).HasNote("profile is damaged"));
 }
 
+// GIF.
+
+/// A GIF file of one frame with a palette of its own; packed in codes of nine bits without matches.
+Bytes MakeGif(int canvas, int left, int top, int width, int height, bool interlaced,
+              int transparent, int frames) {
+  Bytes file = Joined("GIF89a");
+  for (const int side : {canvas, canvas}) Put(file, static_cast<uint32_t>(side), 2);
+  for (const int byte : {0, 0, 0}) file.push_back(static_cast<uint8_t>(byte));
+  for (int frame = 0; frame < frames; ++frame) {
+    const int flags = transparent >= 0 ? 1 : 0;
+    for (const int byte : {0x21, 0xF9, 4, flags, 0, 0, std::max(transparent, 0), 0, 0x2C}) {
+      file.push_back(static_cast<uint8_t>(byte));
+    }
+    for (const int side : {left, top, width, height}) Put(file, static_cast<uint32_t>(side), 2);
+    file.push_back(static_cast<uint8_t>(0x87 | (interlaced ? 0x40 : 0)));
+    for (int i = 0; i < 256; ++i) Put(file, static_cast<uint32_t>(i | (255 - i) << 8 | 7 << 16), 3);
+    file.push_back(8);
+    Bytes codes;
+    uint64_t bits = 0;
+    int count = 0;
+    const auto code = [&](uint32_t value) {
+      bits |= uint64_t{value} << count;
+      for (count += 9; count >= 8; count -= 8, bits >>= 8) {
+        codes.push_back(static_cast<uint8_t>(bits));
+      }
+    };
+    constexpr uint32_t kClear = 256, kEnd = 257;
+    std::vector<int> rows;
+    const auto pass = [&](int first, int step) {
+      for (int y = first; y < height; y += step) rows.push_back(y);
+    };
+    if (interlaced) {
+      pass(0, 8), pass(4, 8), pass(2, 4), pass(1, 2);
+    } else {
+      pass(0, 1);
+    }
+    for (const int y : rows) {
+      for (int x = 0; x < width; ++x) {
+        code(kClear);
+        code(static_cast<uint32_t>(x * 16 + y));
+      }
+    }
+    code(kEnd);
+    codes.push_back(static_cast<uint8_t>(bits));
+    for (size_t at = 0; at < codes.size(); at += 255) {
+      const size_t size = std::min<size_t>(255, codes.size() - at);
+      file.push_back(static_cast<uint8_t>(size));
+      for (size_t i = 0; i < size; ++i) file.push_back(codes[at + i]);
+    }
+    file.push_back(0);
+  }
+  file.push_back(0x3B);
+  return file;
+}
+
+TEST(ForeignGif, FirstFramesReadInTheirPlace) {
+  for (const bool interlaced : {false, true}) {
+    for (const int transparent : {-1, 35}) {
+      for (const int left : {0, 3}) {
+        const Bytes file = MakeGif(13 + left, left, left, 13, 13, interlaced, transparent, 1);
+        const Decoded decoded = Decode(file);
+        EXPECT_TRUE(decoded.info.notes.empty());
+        EXPECT_EQ(decoded.info.bit_count, transparent >= 0 || left > 0 ? 32 : 24);
+        ASSERT_EQ(decoded.info.width, 13 + left);
+        for (int y = 0; y < 13; ++y) {
+          for (int x = 0; x < 13; ++x) {
+            const int index = x * 16 + y;
+            const Colour color{7, 255 - index, index, index == transparent ? 0 : 255};
+            ASSERT_EQ(decoded.pixels.At(left + x, left + y), color) << x << ", " << y;
+          }
+        }
+        if (left > 0) {
+          EXPECT_EQ(decoded.pixels.At(0, 0).a, 0);
+        }
+        EXPECT_EQ(Decode(file, kKeepDepth).info.bit_count, left > 0 ? 32 : 8);
+      }
+    }
+  }
+  EXPECT_TRUE(Decode(MakeGif(9, 0, 0, 9, 9, false, -1, 3)).HasNote("first frame"));
+  Bytes half = MakeGif(9, 0, 0, 9, 9, false, -1, 1);
+  half.resize(half.size() - 60);
+  EXPECT_EQ(KindOf([&] { Decode(half); }), Kind::kBroken);
+  EXPECT_EQ(KindOf([] { Encode(Slope(4, 4, 24), "gif"); }), Kind::kUnknownFormat);
+}
+
 // TIFF.
 
 Bytes MakeTiff(const std::function<void(TIFF*)>& fill) {

@@ -242,6 +242,10 @@ std::vector<HostileFile> HostileFiles() {
            .File(),
        "larger than the picture"},
   };
+  const Bytes gif =
+      Joined("GIF89a", {0, 0x40, 0, 0x40, 0x80, 0, 0,    0, 0, 0, 255,  255, 255, 0x2C, 0,
+                        0, 0,    0, 0,    0x40, 0, 0x40, 0, 2, 2, 0x44, 1,   0,   59});
+  files.push_back({"far.gif", gif, truncated});
   const auto add = [&](const std::string& name, const Bytes& content, const std::string& reason) {
     files.push_back({name, content, reason});
   };

@@ -56,7 +56,7 @@ TEST_P(RoundTrip, KeepsEveryPixelInEitherRowDirection) {
       if (trip.bits == 8 && trip.colours > 0) {
         for (int x = 0; x < width; ++x) pixels.Row(0)[x] %= static_cast<uint8_t>(trip.colours - 1);
       }
-      const Bytes file = Encode(pixels, trip.extension);
+      const Bytes file = Encode(pixels, trip.extension, {}, {.webp_lossless = true});
       for (const bool keep : {false, true}) {
         const Decoded decoded = Decode(file, keep ? kKeepDepth : pictures::ReadOptions{}, !upward);
         EXPECT_EQ(decoded.info.bit_count, keep ? trip.kept_bits : trip.read_bits);
@@ -81,7 +81,7 @@ TEST(RoundTrip, JpegStaysNearAndKeepsGrey) {
   }
   ExpectSame(stripes, Decode(Encode(stripes, "jpeg", {}, {.jpeg_quality = 92})).pixels, 40);
   const Pixels slope = Slope(20, 12, 24);
-  const Bytes lossy = Encode(slope, "webp", {}, {.webp_quality = 80});
+  const Bytes lossy = Encode(slope, "webp");
   EXPECT_EQ(lossy[15], ' ');  // the chunk "VP8 ", not "VP8L"
   ExpectSame(slope, Decode(lossy).pixels, 30);
 }
@@ -294,7 +294,8 @@ TEST_P(Orientation, IsAppliedInEveryFormatAndDepth) {
     ExpectTurned(slope, PngWith(png, exif, false), orientation, 0);
     ExpectTurned(slope, PngWith(png, exif, true), orientation, 0);
     ExpectTurned(slope, TiffWith(Encode(slope, "tif"), orientation), orientation, 0);
-    ExpectTurned(slope, WebpWith(Encode(slope, "webp"), exif), orientation, 0);
+    ExpectTurned(slope, WebpWith(Encode(slope, "webp", {}, {.webp_lossless = true}), exif),
+                 orientation, 0);
     if (bits == 32) continue;
     ExpectTurned(slope, JpegWith(Encode(slope, "jpg", {}, {.jpeg_quality = 100}), exif),
                  orientation, 3);

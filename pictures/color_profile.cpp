@@ -1,0 +1,97 @@
+#include "pictures/color_profile.h"
+
+#include <lcms2.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <memory>
+
+#include "pictures/icc.h"
+
+namespace qel::pictures {
+namespace {
+
+template <auto kClose>
+struct Closer {
+  void operator()(void* handle) const { kClose(handle); }
+};
+using Profile = std::unique_ptr<void, Closer<&cmsCloseProfile>>;
+using Transform = std::unique_ptr<void, Closer<&cmsDeleteTransform>>;
+
+/// sRGB, or greys with its tones.
+Profile Standard(bool grey) {
+  if (!grey) return Profile(cmsCreate_sRGBProfile());
+  // The curve of sRGB, of IEC 61966-2-1.
+  const cmsFloat64Number parameters[] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
+  cmsToneCurve* const curve = cmsBuildParametricToneCurve(nullptr, 4, parameters);
+  Profile profile(cmsCreateGrayProfile(cmsD50_xyY(), curve));
+  cmsFreeToneCurve(curve);
+  return profile;
+}
+
+/// From the profile to the standard one; alpha is not touched.
+Transform MakeTransform(const Profile& profile, bool grey, int bytes) {
+  const Profile standard = Standard(grey);
+  const cmsUInt32Number format = grey ? TYPE_GRAY_8 : bytes == 4 ? TYPE_BGRA_8 : TYPE_BGR_8;
+  return Transform(cmsCreateTransform(profile.get(), format, standard.get(), format,
+                                      INTENT_RELATIVE_COLORIMETRIC,
+                                      cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_COPY_ALPHA));
+}
+
+/// Whether no colour of a lattice moves by more than rounding does.
+bool ChangesNothing(const Transform& transform, bool grey) {
+  constexpr int kStep = 51, kTolerance = 2;
+  std::vector<uint8_t> colors;
+  for (int b = 0; b <= 255; b += kStep) {
+    if (grey) {
+      colors.push_back(static_cast<uint8_t>(b));
+      continue;
+    }
+    for (int g = 0; g <= 255; g += kStep) {
+      for (int r = 0; r <= 255; r += kStep) {
+        for (const int level : {b, g, r}) colors.push_back(static_cast<uint8_t>(level));
+      }
+    }
+  }
+  std::vector<uint8_t> converted(colors.size());
+  cmsDoTransform(transform.get(), colors.data(), converted.data(),
+                 static_cast<cmsUInt32Number>(colors.size() / (grey ? 1 : 3)));
+  return std::ranges::equal(colors, converted, [](int before, int after) {
+    return std::abs(before - after) <= kTolerance;
+  });
+}
+
+}  // namespace
+
+void ApplyProfile(const ReadOptions& options, const PixelBuffer& pixels, PictureInfo& info) {
+  const std::vector<uint8_t>& icc = info.metadata.icc_profile;
+  if (icc.empty()) return;
+  const Profile profile(
+      cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
+  if (profile == nullptr) return;
+  const bool grey = info.bit_count <= 8 && info.palette.empty();
+  if (cmsGetColorSpace(profile.get()) != (grey ? cmsSigGrayData : cmsSigRgbData)) return;
+  const Transform probe = MakeTransform(profile, grey, 3);
+  if (probe == nullptr || ChangesNothing(probe, grey)) return;
+  if (!options.to_srgb) {
+    info.notes.push_back("its colours are those of the profile " + ProfileName(icc) +
+                         ", not sRGB; steps take them as they are");
+    return;
+  }
+  if (!info.palette.empty()) {
+    static_assert(sizeof(PaletteEntry) == 4);
+    const Transform transform = MakeTransform(profile, false, 4);
+    cmsDoTransform(transform.get(), info.palette.data(), info.palette.data(),
+                   static_cast<cmsUInt32Number>(info.palette.size()));
+  } else {
+    const Transform transform = MakeTransform(profile, grey, info.bit_count / 8);
+    for (int y = 0; y < info.height; ++y) {
+      uint8_t* const row = pixels.bits + y * pixels.stride;
+      cmsDoTransform(transform.get(), row, row, static_cast<cmsUInt32Number>(info.width));
+    }
+  }
+  info.metadata.icc_profile.clear();
+}
+
+}  // namespace qel::pictures
