@@ -13,6 +13,13 @@
 #include <type_traits>
 #endif
 
+#if defined(__SANITIZE_ADDRESS__) && defined(QEL_COMPOSE_FONTS)
+/// The leak sanitizer asks this: what fontconfig keeps until the process ends is no leak.
+extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig";
+}
+#endif
+
 namespace qel::compose {
 
 std::vector<uint8_t> PaintText(const TextMask& mask, Color color) {
