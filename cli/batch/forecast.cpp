@@ -17,8 +17,9 @@ double EncoderShare(const std::string& output) {
   switch (pictures::FormatOfPath(output)) {
     case pictures::Format::kWebp:
       return 8;
-    case pictures::Format::kPng:
     case pictures::Format::kJpeg:
+      return 3;
+    case pictures::Format::kPng:
     case pictures::Format::kTiff:
       return 2;
     case pictures::Format::kGif:
