@@ -3,20 +3,27 @@
 
 #include "operations/engine.h"
 #include "operations/errors.h"
+#include "operations/json.h"
 #include "operations/nearest_name.h"
 #include "operations/shape_after.h"
 #include "operations/table.h"
+#include "operations/utf8.h"
 
 namespace qel::cli {
 
 // The tool speaks of operations in the words of their library.
 using operations::Arguments;
+using operations::CharacterLength;
 using operations::Choice;
 using operations::Components;
 using operations::DescribeValues;
 using operations::DidYouMean;
 using operations::FindOperation;
 using operations::InterpolationMethods;
+using operations::JsonArray;
+using operations::JsonObject;
+using operations::JsonReal;
+using operations::JsonText;
 using operations::Kind;
 using operations::NamesOf;
 using operations::Operation;
@@ -24,6 +31,7 @@ using operations::OperationTable;
 using operations::Parameter;
 using operations::ParseSteps;
 using operations::PictureNames;
+using operations::Printable;
 using operations::RequireOperation;
 using operations::Shape;
 using operations::ShapeOf;

@@ -10,6 +10,7 @@
 
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
+#include "operations/numbers.h"
 #include "operations/words.h"
 
 namespace qel::operations {
@@ -24,9 +25,7 @@ std::string Expectation(const Parameter& parameter) {
 
 bool ParseNumber(std::string_view text, double& number) {
   if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  return error == std::errc() && rest == end && std::isfinite(number);
+  return ParseReal(text, number) && std::isfinite(number);
 }
 
 bool ParseColor(std::string_view text, double& number) {
@@ -251,8 +250,7 @@ std::vector<double> ParseNumbers(std::string_view text) {
     const size_t end = std::min(text.find_first_of(kSeparators, at), text.size());
     const size_t sign = text[at] == '+' ? 1 : 0;
     double number = 0;
-    const auto [stop, error] = std::from_chars(text.data() + at + sign, text.data() + end, number);
-    if (error != std::errc() || stop != text.data() + end) {
+    if (!ParseReal(text.substr(at + sign, end - at - sign), number)) {
       throw std::invalid_argument(std::string(text.substr(at, end - at)));
     }
     numbers.push_back(number);

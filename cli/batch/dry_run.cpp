@@ -8,7 +8,7 @@
 
 #include "cli/batch/forecast.h"
 #include "cli/terminal/console.h"
-#include "cli/terminal/utf8.h"
+#include "cli/operations.h"
 
 namespace qel::cli {
 namespace {

@@ -12,9 +12,9 @@
 #include <stdexcept>
 
 #include "cli/batch/sha256.h"
+#include "cli/operations.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/json.h"
 #include "cli/terminal/json_reader.h"
 #include "pictures/atomic_file.h"
 #include "pictures/temporary_name.h"

@@ -2,9 +2,9 @@
 
 #include "check/runner.h"
 #include "cli/commands/command_table.h"
+#include "cli/operations.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/json.h"
 
 namespace qel::cli {
 namespace {

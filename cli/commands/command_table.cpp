@@ -87,12 +87,13 @@ const std::vector<Command>& CommandTable() {
        RunOptionRows(true),
        {Word::kFile, Word::kStep},
        "Inputs stand before -o and may be patterns in quotes (*, ?, [...], ** for any folders),\n"
-       "or - for standard input; after -- they may begin with a dash. Steps stand after -o. In\n"
-       "OUTPUT, {dir}, {stem} and {ext} come from the input, {n} is its number, {n:4} with four\n"
-       "digits. Nothing starts when two outputs would have one name, or an output would replace "
+       "or - for standard input; after -- they may begin with a dash. Steps stand after -o. In "
+       "OUTPUT, {dir}, {stem} and {ext} come from the input, {n} is its\n"
+       "number, {n:4} with four digits. Nothing starts when two outputs would have one name, or "
        "an\n"
-       "input. Interrupted runs leave whole files only; --resume goes on. An OUTPUT that is a\n"
-       "folder, or ends with /, gets files of the inputs' names.",
+       "output would replace an input. Interrupted runs leave whole files only; --resume goes on. "
+       "An\n"
+       "OUTPUT that is a folder, or ends with /, gets files of the inputs' names.",
        "qel run 'in/**/*.jpg' -o 'out/{stem}-{n:4}.png' --json done.json negative median"},
       {"convert",
        &ConvertCommand,

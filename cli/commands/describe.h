@@ -11,9 +11,6 @@ namespace qel::cli {
 /// All operations by component, a line each.
 std::string ListOperations();
 
-/// All operations with everything about them, as a JSON object with the version of the table.
-std::string ListOperationsAsJson();
-
 /// Everything about one operation: arguments, depths, example, what may surprise.
 std::string DescribeOperation(const Operation& operation);
 

@@ -6,8 +6,8 @@
 #include "cli/commands/command_table.h"
 #include "cli/commands/compare.h"
 #include "cli/commands/limit_options.h"
+#include "cli/operations.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/json.h"
 
 namespace qel::cli {
 

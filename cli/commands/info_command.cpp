@@ -8,9 +8,9 @@
 #include "cli/batch/forecast.h"
 #include "cli/batch/input_list.h"
 #include "cli/commands/command_table.h"
+#include "cli/operations.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/json.h"
 #include "pictures/icc.h"
 #include "pictures/picture_file.h"
 

@@ -4,6 +4,7 @@
 #include "cli/commands/describe.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
+#include "operations/table_json.h"
 #include "operations/words.h"
 
 namespace qel::cli {
@@ -11,7 +12,7 @@ namespace qel::cli {
 int ListCommand(const Words& words) {
   const Options options(words, KnownOptions("list"));
   if (!options.rest().empty()) throw Failure(kUsage, "qel list takes no names; see qel help");
-  std::cout << (options.Has("--json") ? ListOperationsAsJson() : ListOperations());
+  std::cout << (options.Has("--json") ? operations::TableAsJson() : ListOperations());
   return kDone;
 }
 

@@ -4,9 +4,9 @@
 #include "check/interface_table.h"
 #include "check/runner.h"
 #include "cli/commands/command_table.h"
+#include "cli/operations.h"
 #include "cli/terminal/cpu_level.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/json.h"
 #include "host/host_collection.h"
 
 namespace qel::cli {

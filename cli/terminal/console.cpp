@@ -8,7 +8,7 @@
 #include <mutex>
 #include <set>
 
-#include "cli/terminal/utf8.h"
+#include "cli/operations.h"
 
 namespace qel::cli {
 namespace {

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "cli/operations.h"
 #include "cli/terminal/console.h"
-#include "cli/terminal/json.h"
 
 namespace qel::cli {
 namespace {

@@ -1,9 +1,10 @@
 #include "operations/composed/common.h"
 
-#include <charconv>
 #include <cmath>
 
 #include "compose/blend.h"
+#include "operations/numbers.h"
+#include "operations/numbers.h"
 
 namespace qel::operations {
 namespace {
@@ -111,9 +112,7 @@ double RatioOf(const Given& given, std::string_view name) {
   const size_t split = text.find_first_of(":/");
   const auto number = [](std::string_view part) {
     double value = 0;
-    const char* const end = part.data() + part.size();
-    const auto [rest, error] = std::from_chars(part.data(), end, value);
-    return error == std::errc() && rest == end ? value : 0;
+    return ParseReal(part, value) ? value : 0;
   };
   const double left = number(std::string_view(text).substr(0, split));
   const double right = split == text.npos ? 1 : number(std::string_view(text).substr(split + 1));

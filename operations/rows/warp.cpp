@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 #include "operations/arguments.h"
+#include "operations/numbers.h"
 #include "operations/point_maps.h"
 #include "operations/table.h"
 
@@ -18,9 +18,9 @@ constexpr std::string_view kByteDepths = "8, 24, 32";
 bool ParseCoordinate(std::string_view text, double whole, double& coordinate) {
   const bool is_share = text.ends_with('%');
   if (is_share) text.remove_suffix(1);
-  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), coordinate);
+  if (!ParseReal(text, coordinate)) return false;
   if (is_share) coordinate *= whole / 100;
-  return error == std::errc() && stop == text.data() + text.size();
+  return true;
 }
 
 /// The argument `name` as a point of the picture: X,Y.

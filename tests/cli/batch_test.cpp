@@ -14,7 +14,6 @@
 #include "cli/drawing/demo_scene.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/json.h"
 #include "cli/terminal/json_reader.h"
 #include "tests/support/temporary_folder.h"
 

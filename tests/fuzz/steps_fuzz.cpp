@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/terminal/json.h"
 #include "cli/terminal/json_reader.h"
 #include "operations/errors.h"
+#include "operations/json.h"
 #include "operations/steps.h"
 #include "tests/fuzz/fuzz.h"
 
@@ -27,7 +27,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qel::cli::ReadJsonTexts(text);
   } catch (const std::invalid_argument&) {
   }
-  const std::string line = qel::cli::JsonObject().Text("text", text).Line();
+  const std::string line = qel::operations::JsonObject().Text("text", text).Line();
   if (qel::cli::ReadJsonTexts(line).at("text") != text) std::abort();
   return 0;
 }

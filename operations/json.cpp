@@ -1,11 +1,12 @@
-#include "cli/terminal/json.h"
+#include "operations/json.h"
 
-#include <charconv>
 #include <cstdio>
 
-#include "cli/terminal/utf8.h"
+#include "operations/numbers.h"
+#include "operations/utf8.h"
 
-namespace qel::cli {
+namespace qel::operations {
+
 std::string JsonText(std::string_view text) {
   std::string quoted = "\"";
   while (!text.empty()) {
@@ -53,11 +54,7 @@ JsonObject& JsonObject::Tenths(std::string_view name, double value) {
   return Member(name, text);
 }
 
-std::string JsonReal(double value) {
-  char text[40];
-  const auto end = std::to_chars(text, text + sizeof(text), value).ptr;
-  return std::string(text, end);
-}
+std::string JsonReal(double value) { return FormatReal(value); }
 
 std::string JsonArray(const std::vector<std::string>& elements, std::string_view separator) {
   std::string text = "[";
@@ -68,4 +65,4 @@ std::string JsonArray(const std::vector<std::string>& elements, std::string_view
   return text + "]";
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -1,9 +1,9 @@
-#include "cli/terminal/utf8.h"
+#include "operations/utf8.h"
 
 #include <cstdint>
 #include <cstdio>
 
-namespace qel::cli {
+namespace qel::operations {
 namespace {
 
 /// The number of a character that is known to be one.
@@ -67,4 +67,4 @@ std::string Printable(std::string_view text) {
   return printable;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -1,12 +1,12 @@
-#ifndef QEL_CLI_TERMINAL_JSON_H_
-#define QEL_CLI_TERMINAL_JSON_H_
+#ifndef QEL_OPERATIONS_JSON_H_
+#define QEL_OPERATIONS_JSON_H_
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace qel::cli {
+namespace qel::operations {
 
 /// A JSON object on one line, its members in the order in which they are added.
 class JsonObject {
@@ -41,6 +41,6 @@ std::string JsonReal(double value);
 /// A text with its quotes.
 std::string JsonText(std::string_view text);
 
-}  // namespace qel::cli
+}  // namespace qel::operations
 
-#endif  // QEL_CLI_TERMINAL_JSON_H_
+#endif  // QEL_OPERATIONS_JSON_H_

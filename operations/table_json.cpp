@@ -1,8 +1,10 @@
-#include "cli/commands/describe.h"
-#include "cli/operations.h"
-#include "cli/terminal/json.h"
+#include "operations/table_json.h"
 
-namespace qel::cli {
+#include "operations/json.h"
+#include "operations/steps.h"
+#include "operations/table.h"
+
+namespace qel::operations {
 namespace {
 
 std::string_view KindName(Kind kind) {
@@ -39,7 +41,7 @@ std::string ParameterAsJson(const Parameter& parameter) {
       .Text("type", KindName(parameter.kind))
       .Text("help", parameter.help);
   if (parameter.IsNumber()) {
-    const operations::Range usual = parameter.Usual();
+    const Range usual = parameter.Usual();
     object.Real("minimum", parameter.minimum)
         .Real("maximum", parameter.maximum)
         .Json("usual", "[" + JsonReal(usual.low) + ", " + JsonReal(usual.high) + "]");
@@ -55,15 +57,15 @@ std::string ParameterAsJson(const Parameter& parameter) {
   return object.Object();
 }
 
-std::string_view OrderName(operations::ChannelOrder order) {
+std::string_view OrderName(ChannelOrder order) {
   switch (order) {
-    case operations::ChannelOrder::kAlike:
+    case ChannelOrder::kAlike:
       return "alike";
-    case operations::ChannelOrder::kAlikeWithoutAlpha:
+    case ChannelOrder::kAlikeWithoutAlpha:
       return "alike without alpha";
-    case operations::ChannelOrder::kByArguments:
+    case ChannelOrder::kByArguments:
       return "by arguments";
-    case operations::ChannelOrder::kBlueGreenRed:
+    case ChannelOrder::kBlueGreenRed:
       return "blue green red";
   }
   return "";
@@ -74,12 +76,12 @@ std::string_view OrderName(operations::ChannelOrder order) {
 std::string SurroundingsAsJson(const Operation& operation) {
   const Step example = ParseSteps({std::string(operation.example)}).front();
   const auto extent = [](int count) {
-    return count == operations::Border::kAll ? JsonText("all") : std::to_string(count);
+    return count == Border::kAll ? JsonText("all") : std::to_string(count);
   };
   JsonObject depths;
   for (const int bits : {8, 24, 32}) {
-    const Shape shape{640, 480, bits, operations::ModelOf(bits)};
-    const operations::Border border = operation.BorderOf(example.AsGiven(), shape);
+    const Shape shape{640, 480, bits, ModelOf(bits)};
+    const Border border = operation.BorderOf(example.AsGiven(), shape);
     JsonObject object;
     object.Json("rows", extent(border.rows))
         .Json("columns", extent(border.columns))
@@ -113,15 +115,14 @@ std::string OperationAsJson(const Operation& operation) {
 
 }  // namespace
 
-std::string ListOperationsAsJson() {
+std::string TableAsJson() {
   std::vector<std::string> operations;
   for (const Operation& operation : OperationTable()) {
     operations.push_back(OperationAsJson(operation));
   }
   JsonObject table;
-  table.Number("version", operations::kTableVersion)
-      .Json("operations", JsonArray(operations, "\n  "));
+  table.Number("version", kTableVersion).Json("operations", JsonArray(operations, "\n  "));
   return table.Line();
 }
 
-}  // namespace qel::cli
+}  // namespace qel::operations

@@ -1,10 +1,10 @@
-#ifndef QEL_CLI_TERMINAL_UTF8_H_
-#define QEL_CLI_TERMINAL_UTF8_H_
+#ifndef QEL_OPERATIONS_UTF8_H_
+#define QEL_OPERATIONS_UTF8_H_
 
 #include <string>
 #include <string_view>
 
-namespace qel::cli {
+namespace qel::operations {
 
 /// Bytes of the UTF-8 character at the start of `text`, 0 when there is none.
 size_t CharacterLength(std::string_view text);
@@ -13,6 +13,6 @@ size_t CharacterLength(std::string_view text);
 /// writing, and bytes that are no UTF-8, stand as "\n", "\x1b" or "\u202e".
 std::string Printable(std::string_view text);
 
-}  // namespace qel::cli
+}  // namespace qel::operations
 
-#endif  // QEL_CLI_TERMINAL_UTF8_H_
+#endif  // QEL_OPERATIONS_UTF8_H_
