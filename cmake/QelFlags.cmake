@@ -19,7 +19,7 @@ add_library(qel_flags INTERFACE)
 target_compile_options(qel_flags INTERFACE
   # Sums keep the stated rounding: no fused multiply-add on any processor level.
   -ffp-contract=off
-  -fstack-protector-strong
+  $<$<NOT:$<BOOL:${EMSCRIPTEN}>>:-fstack-protector-strong>
   -fvisibility=hidden -fvisibility-inlines-hidden
   -Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wundef -Wnon-virtual-dtor -Woverloaded-virtual
   # GCC 12 sees overlaps in std::string that are not there.

@@ -8,6 +8,8 @@ QEL_TEST_PACKAGES="libgtest-dev fonts-dejavu-core libheif-dev libjxl-dev"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 QEL_EMULATION_PACKAGES="libsimde-dev"
 QEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user googletest"
+QEL_WEB_PACKAGES="emscripten node-acorn nodejs python3"
+QEL_WEB_TEST_PACKAGES="chromium"
 QEL_BENCH_PACKAGES="libbenchmark-dev"
 QEL_BENCH_PEER_PACKAGES="libopencv-dev"
 
@@ -32,6 +34,13 @@ qel_install() {
   "${become[@]}" apt-get update -qq >&2 &&
     DEBIAN_FRONTEND=noninteractive "${become[@]}" apt-get install -y -qq \
       --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# qel_build_web: builds the page into build/wasm/web.
+qel_build_web() {
+  qel_install $QEL_WEB_PACKAGES
+  # Where Debian's emscripten finds the parser that it shrinks JavaScript with.
+  NODE_PATH=/usr/share/nodejs qel_build wasm
 }
 
 # qel_quietly COMMAND...: runs a command and shows its output only if it fails.

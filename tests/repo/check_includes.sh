@@ -37,6 +37,7 @@ allow compose compose
 allow operations operations compose host
 allow check check operations host
 allow cli cli check operations compose host pictures
+allow web host operations
 allow examples host
 allow bench bench host reference simd tests
 

@@ -1,0 +1,327 @@
+// The page: one picture, a chain of steps, what comes out of it, and the lines that do the same.
+
+import {chainOfFragment, commandLine, fragmentOf, parseStep, pythonLine, startOf, textOf} from './chain.js';
+import {stepForm} from './controls.js';
+import {Engine} from './engine.js';
+import {builtIn, fromRgba, readFile, shrink, toRgba, writePng} from './pictures.js';
+import {View} from './view.js';
+
+const kPreviewPixels = 1e6;
+const kMostPixels = 64e6;
+const kThumbnailPixels = 150 * 100;
+
+const get = (id) => document.getElementById(id);
+const engine = new Engine();
+const gallery = new Engine();  // a worker of its own: previews do not wait for thumbnails
+const view = new View(document);
+
+let table = new Map();
+let source = null;   // {rgba, width, height, bits} as opened
+let fileName = '';
+let picture = null;  // at the chosen depth, full size
+let preview = null;  // the same, at most kPreviewPixels
+let chain = [];
+let seconds = {};    // second pictures by name, full size
+let shown = null;    // {picture, isFull}: what the stage shows after the steps
+const past = [], future = [];
+
+/** Shows a message; those about steps go when the steps work again, others when something is opened. */
+function tell(message, isAboutSteps = false) {
+  get('message').textContent = message;
+  get('message').hidden = !message;
+  messageIsAboutSteps = isAboutSteps;
+}
+let messageIsAboutSteps = false;
+
+const stepTexts = () => chain.map((step) => textOf(step, table));
+const snapshot = () => JSON.stringify(chain);
+
+// ---- Pictures
+
+function takePicture(opened, name) {
+  source = opened;
+  fileName = name;
+  get('depth').value = String(opened.bits);
+  applyDepth();
+}
+
+function applyDepth() {
+  picture = fromRgba(source.rgba, source.width, source.height, Number(get('depth').value));
+  preview = shrink(picture, kPreviewPixels);
+  refresh();
+  drawGallery();
+}
+
+async function openFile(file) {
+  if (!file) return;
+  try {
+    takePicture(await readFile(file, kMostPixels), file.name ?? 'pasted.png');
+    tell('');
+  } catch (error) {
+    tell(`${error.message} The previous picture stays.`);
+  }
+}
+
+/** Second pictures keep the depth of the first, and its size where they are made here. */
+function secondsFor(target) {
+  const scaled = {};
+  for (const name of new Set(chain.flatMap((step) => table.get(step.name).parameters
+      .filter((p) => p.type === 'picture' && step.values[p.name]).map((p) => step.values[p.name])))) {
+    const opened = seconds[name] ?? builtIn(source.width, source.height);
+    const bits = name.includes('mask') ? 8 : target.bits;
+    const whole = fromRgba(opened.rgba, opened.width, opened.height, bits);
+    const ratio = target.width * target.height / (picture.width * picture.height);
+    scaled[name] = ratio < 1 ? shrink(whole, Math.max(1, whole.width * whole.height * ratio)) : whole;
+  }
+  return scaled;
+}
+
+// ---- Running
+
+let wanted = 0, running = false, full = false;
+
+/** Runs the steps on the preview, or on the whole picture; only the newest wish counts. */
+async function refresh(isFull = false) {
+  full = isFull;
+  ++wanted;
+  drawLines();
+  if (running) return;
+  running = true;
+  let done = 0;
+  while (done !== wanted) {
+    done = wanted;
+    const isWhole = full;
+    const input = isWhole ? picture : preview;
+    const progress = get('progress');
+    progress.hidden = !isWhole;
+    const onStep = (step, total) => { progress.value = total ? step / total : 0; };
+    const answer = await engine.run(input, stepTexts(), secondsFor(input), onStep);
+    progress.hidden = true;
+    if (done !== wanted) continue;  // stale
+    showAnswer(answer, input, isWhole);
+  }
+  running = false;
+}
+
+function showAnswer(answer, input, isWhole) {
+  for (const item of get('chain').children) item.classList.remove('bad');
+  if (!answer.picture) {
+    const bad = chain.findIndex((step) => step.name === answer.operation);
+    get('chain').children[bad]?.classList.add('bad');
+    tell(`${answer.error}. The picture shown is the one before.`, true);
+    return;
+  }
+  if (messageIsAboutSteps) tell('');
+  shown = {picture: answer.picture, isFull: isWhole || preview === picture};
+  view.show(input, answer.picture);
+  const percent = Math.round(100 * Math.sqrt(preview.width * preview.height / (picture.width * picture.height)));
+  const part = shown.isFull ? 'full size' : `preview at ${percent} %, where sizes in pixels look larger`;
+  const notes = (answer.notes ?? []).map((note) => ` Note: ${note}.`).join('');
+  get('status').textContent = `${answer.picture.width} × ${answer.picture.height}, ${answer.picture.bits} bits, ` +
+      `${answer.milliseconds.toFixed(1)} ms, ${part}.${notes}`;
+}
+
+// ---- The chain
+
+function change(next, remember = true) {
+  if (remember) {
+    past.push(snapshot());
+    future.length = 0;
+  }
+  chain = next;
+  drawChain();
+  refresh();
+}
+
+function travel(from, to) {
+  if (from.length === 0) return;
+  to.push(snapshot());
+  chain = JSON.parse(from.pop());
+  drawChain();
+  refresh();
+}
+
+function drawChain() {
+  const list = get('chain');
+  const focused = document.activeElement?.id;
+  list.replaceChildren(...chain.map((step, index) => stepForm(step, index, chain.length, table.get(step.name),
+      ['second.png', 'mask.png', ...Object.keys(seconds)], {
+        change(values, dragging) {
+          if (!dragged) { past.push(snapshot()); future.length = 0; }
+          dragged = dragging;
+          chain = chain.map((other, i) => i === index ? {...step, values} : other);
+          step = chain[index];
+          if (!dragging) drawChain();
+          refresh();
+        },
+        move(by) {
+          const next = [...chain];
+          next.splice(index + by, 0, ...next.splice(index, 1));
+          change(next);
+        },
+        remove: () => change(chain.filter((_, i) => i !== index)),
+        openSecond,
+      })));
+  if (focused) document.getElementById(focused)?.focus();
+  get('empty').hidden = chain.length > 0;
+  get('undo').disabled = past.length === 0;
+  get('redo').disabled = future.length === 0;
+  scheduleGallery();
+}
+let dragged = false;
+
+function addStep(text) {
+  change([...chain, parseStep(text, table)]);
+}
+
+function openSecond(then) {
+  const input = get('second-file');
+  input.value = '';
+  input.onchange = async () => {
+    try {
+      const file = input.files[0];
+      seconds[file.name] = await readFile(file, kMostPixels);
+      then(file.name);
+    } catch (error) {
+      tell(error.message);
+    }
+  };
+  input.click();
+}
+
+function drawLines() {
+  get('command').textContent = chain.length ? commandLine(chain, table, fileName) : '';
+  get('python').textContent = chain.length ? pythonLine(chain, table, fileName) : '';
+  const fragment = chain.length ? fragmentOf(chain, table) : '';
+  history.replaceState(null, '', fragment || location.href.split('#')[0]);
+}
+
+// ---- The gallery
+
+let galleryTimer = 0, galleryRound = 0;
+function scheduleGallery() {
+  clearTimeout(galleryTimer);
+  galleryTimer = setTimeout(drawGallery, 600);
+}
+
+/** Thumbnails of every operation on the picture as it is after the steps. */
+async function drawGallery() {
+  const round = ++galleryRound;
+  const base = shrink(shown?.picture ?? preview, kThumbnailPixels);
+  for (const [name, operation] of table) {
+    const item = get('gallery').querySelector(`[data-operation="${name}"]`);
+    const second = shrink(fromRgba(...Object.values(pick(builtIn(base.width, base.height))), base.bits), kThumbnailPixels);
+    const mask = fromRgba(...Object.values(pick(builtIn(base.width, base.height))), 8);
+    const answer = await gallery.run(base, [operation.picture_step], {'second.png': second, 'other.png': second, 'mask.png': mask});
+    if (round !== galleryRound) return;
+    const canvas = item.querySelector('canvas');
+    item.title = answer.picture ? operation.summary : answer.error;
+    const result = answer.picture ?? base;
+    canvas.style.opacity = answer.picture ? 1 : 0.25;
+    canvas.width = result.width;
+    canvas.height = result.height;
+    canvas.getContext('2d').putImageData(new ImageData(toRgba(result), result.width, result.height), 0, 0);
+  }
+}
+const pick = ({rgba, width, height}) => ({rgba, width, height});
+
+function buildGallery() {
+  for (const [name, operation] of table) {
+    const button = document.createElement('button');
+    button.type = 'button';
+    button.dataset.operation = name;
+    button.title = operation.summary;
+    button.append(document.createElement('canvas'), name);
+    button.onclick = () => addStep(operation.picture_step);
+    const item = document.createElement('div');
+    item.setAttribute('role', 'listitem');
+    item.append(button);
+    get('gallery').append(item);
+  }
+  let group = null;
+  for (const [name, {component}] of table) {
+    if (group?.label !== component) {
+      group = Object.assign(document.createElement('optgroup'), {label: component});
+      get('operation').append(group);
+    }
+    group.append(new Option(name, name));
+  }
+}
+
+// ---- Start
+
+function takeFragment() {
+  try {
+    chain = chainOfFragment(location.hash, table);
+    drawChain();
+  } catch (error) {
+    tell(`This link does not hold steps that this page knows: ${error.message}. It starts without steps.`);
+  }
+}
+
+async function copy(text, button) {
+  try {
+    await navigator.clipboard.writeText(text);
+  } catch {  // without a secure origin
+    const box = Object.assign(document.createElement('textarea'), {value: text});
+    document.body.append(box);
+    box.select();
+    document.execCommand('copy');
+    box.remove();
+  }
+  const label = button.textContent;
+  button.textContent = 'Copied';
+  setTimeout(() => { button.textContent = label; }, 1200);
+}
+
+function listen() {
+  get('open').onclick = () => get('file').click();
+  get('file').onchange = () => openFile(get('file').files[0]);
+  get('built-in').onclick = () => takePicture(builtIn(), 'picture.png');
+  get('depth').onchange = applyDepth;
+  get('undo').onclick = () => travel(past, future);
+  get('redo').onclick = () => travel(future, past);
+  get('full').onclick = () => refresh(true);
+  get('add').onclick = () => {
+    const name = get('operation').value;
+    change([...chain, {name, values: Object.fromEntries(table.get(name).parameters.map((p) => [p.name, startOf(p)]))}]);
+  };
+  get('save').onclick = async () => {
+    if (!shown?.isFull) await refresh(true);
+    if (!shown?.isFull) return;
+    const link = document.createElement('a');
+    link.href = URL.createObjectURL(await writePng(shown.picture));
+    link.download = 'result.png';
+    link.click();
+    setTimeout(() => URL.revokeObjectURL(link.href), 1e4);
+  };
+  for (const button of document.querySelectorAll('[data-copy]')) {
+    button.onclick = () => copy(get(button.dataset.copy).textContent, button);
+  }
+  get('link').onclick = () => copy(location.href.split('#')[0] + fragmentOf(chain, table), get('link'));
+  addEventListener('keydown', (event) => {
+    if (!(event.ctrlKey || event.metaKey) || event.key.toLowerCase() !== 'z') return;
+    event.preventDefault();
+    if (event.shiftKey) travel(future, past); else travel(past, future);
+  });
+  addEventListener('dragover', (event) => { event.preventDefault(); document.body.classList.add('drop'); });
+  addEventListener('dragleave', () => document.body.classList.remove('drop'));
+  addEventListener('drop', (event) => {
+    event.preventDefault();
+    document.body.classList.remove('drop');
+    openFile(event.dataTransfer.files[0]);
+  });
+  addEventListener('paste', (event) => openFile([...event.clipboardData.files][0]));
+  addEventListener('hashchange', () => { tell(''); takeFragment(); refresh(); });
+}
+
+async function main() {
+  const rows = await engine.table();
+  table = new Map(rows.operations.map((operation) => [operation.name, operation]));
+  buildGallery();
+  listen();
+  takeFragment();
+  takePicture(builtIn(), 'picture.png');
+}
+
+main().catch((error) => tell(`The page could not start: ${error.message}. Serve its folder with a web server, or open qel.html.`));
