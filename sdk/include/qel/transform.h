@@ -73,7 +73,8 @@ class IQELTransform : public IUnknown {
 
   /// Draws `source`, rotated by `angle` radians, into the top-left of `target` (24 or 32 bits):
   /// alpha-blended when the source is above 24 bits, else leaving out the colour `key` (0x00RRGGBB;
-  /// a non-zero top byte leaves nothing out). Result: kNullOutput for a null target.
+  /// a non-zero top byte leaves nothing out). Both may share memory: pixels are read and written
+  /// one after the other, row by row. Result: kNullOutput for a null target.
   virtual result_t RotatePaste(IQEL* source, IQEL* target, double angle, int method, int key) = 0;
 
   /// Exchanges the first and the third byte of every pixel in place, at 24 and 32 bits.
@@ -96,8 +97,9 @@ class IQELTransform : public IUnknown {
                              int16_t reserved1, int16_t reserved2) = 0;
 
   /// Sends every pixel of `source` through `transform` and writes it into `target`, which has the
-  /// source's depth; points outside the target are dropped. `fill_voids` non-zero fills the holes
-  /// that remain from their neighbours. Result: kOk; kFail for a null transform, source or target.
+  /// source's depth; points outside the target are dropped, but asked about as well. At 8 bits the
+  /// last column is left out. `fill_voids` non-zero fills the holes that remain from their
+  /// neighbours. Result: kOk; kFail for a null transform, source or target.
   virtual result_t TransformPaste(ITransform* transform, IQEL* source, IQEL* target, int x_offset,
                                   int y_offset, int16_t fill_voids, int16_t reserved) = 0;
 
