@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 #include "cli/batch/forecast.h"
@@ -11,6 +13,7 @@
 #include "cli/operations.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
+#include "pictures/exif.h"
 #include "pictures/icc.h"
 #include "pictures/picture_file.h"
 
@@ -40,6 +43,26 @@ std::string TimeOf(const std::string& path) {
   std::ostringstream text;
   text << std::put_time(&parts, "%Y-%m-%dT%H:%M:%SZ");
   return text.str();
+}
+
+/// When the camera took it, or when the file was made, as EXIF states it; empty when it does not.
+std::string TakenAt(const pictures::Metadata& metadata) {
+  constexpr uint16_t kTakenTag = 0x9003, kMadeTag = 0x0132;
+  const std::optional<pictures::Exif> exif = pictures::ParseExif(metadata.exif);
+  if (!exif) return {};
+  const auto find = [](const pictures::ExifDirectory& directory, uint16_t tag) {
+    const auto found = std::ranges::find(directory, tag, &pictures::ExifEntry::tag);
+    return found == directory.end() ? std::string()
+                                    : std::string(found->data.begin(), found->data.end());
+  };
+  std::string date = find(exif->photo, kTakenTag);
+  if (date.empty()) date = find(exif->main, kMadeTag);
+  // "2024:05:31 12:00:00" and a zero byte.
+  constexpr size_t kLength = 19;
+  if (date.size() < kLength || date.find_first_not_of("0123456789: ") < kLength) return {};
+  date.resize(kLength);
+  date[4] = date[7] = '-';
+  return date;
 }
 
 FileInfo Look(const std::string& path) {
@@ -83,6 +106,7 @@ void Print(const FileInfo& info) {
   line("orientation", picture.orientation == 1
                           ? "as stored"
                           : std::to_string(picture.orientation) + " in the file, is applied");
+  line("taken", TakenAt(picture.metadata));
   line("changed", info.changed);
   line("memory", Fixed(info.memory / (1 << 20), 1) + " MiB decoded");
   for (const std::string& note : picture.notes) line("note", note);
@@ -104,6 +128,7 @@ std::string AsJson(const FileInfo& info) {
                            ? ""
                            : pictures::ProfileName(picture.metadata.icc_profile))
       .Number("orientation", picture.orientation)
+      .Text("taken", TakenAt(picture.metadata))
       .Text("changed", info.changed)
       .Number("memory", static_cast<int64_t>(info.memory));
   std::vector<std::string> notes;

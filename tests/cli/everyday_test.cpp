@@ -224,6 +224,23 @@ size_t Count(const std::string& text, const std::string& part) {
   return count;
 }
 
+TEST_F(Everyday, InfoTellsWhenAndHowAPictureWasTaken) {
+  // EXIF with an orientation, and a directory that holds the date.
+  using std::string_literals::operator""s;
+  const std::string exif =
+      "Exif\0\0II*\0\x08\0\0\0\x02\0\x12\x01\x03\0\x01\0\0\0\x06\0\0\0"
+      "\x69\x87\x04\0\x01\0\0\0\x26\0\0\0\0\0\0\0\x01\0\x03\x90\x02\0\x14\0\0\0"
+      "\x38\0\0\0\0\0\0\0002024:05:31 12:34:56\0"s;
+  const std::string photo = ReadFile(folder_ / "photo.jpg");
+  WriteFile(folder_ / "dated.jpg", photo.substr(0, 2) + "\xFF\xE1" + '\0' +
+                                       static_cast<char>(exif.size() + 2) + exif + photo.substr(2));
+  const std::string info = Run("info dated.jpg").output;
+  for (const std::string part : {"240 x 320 pixels", "6 in the file, is applied",
+                                 "2024-05-31 12:34:56", "24 bits: colours", "JPEG, "}) {
+    EXPECT_NE(info.find(part), std::string::npos) << part << "\n" << info;
+  }
+}
+
 TEST_F(Everyday, NotesSayOnceWhatFewExpect) {
   std::filesystem::create_directory(folder_.path() / "out");
   const struct {
