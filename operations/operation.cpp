@@ -14,6 +14,17 @@ SmartPtr<IQELImageDIB> Call::NewImage() const {
   return made;
 }
 
+bool Operation::WorksOn(int bits) const {
+  for (std::string_view rest = depths; !rest.empty();) {
+    const size_t end = std::min(rest.find(','), rest.size());
+    int depth = 0;
+    for (const char c : rest.substr(0, end)) depth = c == ' ' ? depth : 10 * depth + (c - '0');
+    if (depth == bits) return true;
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  return false;
+}
+
 Shape ShapeOf(IQEL& image) {
   Shape shape;
   int unread = 0;

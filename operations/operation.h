@@ -99,6 +99,13 @@ struct Border {
   bool NeedsWholeRows() const { return columns == kAll; }
 };
 
+/// The memory that an operation touches round the pixels of a picture or of its result.
+enum class Reach {
+  kRows,     ///< none but the pixels
+  kPadding,  ///< bytes between rows, up to the smaller stride of both
+  kBeyond,   ///< bytes before or behind rows: the memory must be the image's own
+};
+
 /// What an operation does with pixels whose channels lie in the order red, green, blue, instead of
 /// blue, green, red as the module takes them.
 enum class ChannelOrder {
@@ -159,9 +166,12 @@ struct Operation {
   std::string_view swapped[2] = {};
   /// How far a pixel looks on a picture of this shape; null: the whole picture.
   Border (*border)(const Given& given, const Shape& shape) = nullptr;
-  /// True when bytes outside the rows of the picture or of the result are touched: they must be
-  /// the image's own. Null: never.
-  bool (*reaches_beyond_rows)(const Given& given, const Shape& shape) = nullptr;
+  /// What is touched outside the rows, on a picture of this shape; null: nothing.
+  Reach (*reach)(const Given& given, const Shape& shape) = nullptr;
+  /// Every pixel of a new picture is written, whatever its memory held.
+  bool fills_result = false;
+  /// The parameter whose picture gives the result its shape; empty: see `result_shape`.
+  std::string_view shape_of = {};
 
   /// Carries the step out by one call of the module.
   result_t (*call)(Call& call) = nullptr;
@@ -184,6 +194,8 @@ struct Operation {
   const Parameter* Positional() const;
   /// All that may surprise, for pages: the note and the surprises.
   std::string Caveats() const;
+  /// True when `depths` lists `bits`.
+  bool WorksOn(int bits) const;
   bool composed() const { return compose != nullptr; }
   std::string_view PictureStep() const { return picture_step.empty() ? example : picture_step; }
   Shape ResultShape(const Given& given, const Shape& shape) const {
@@ -192,8 +204,8 @@ struct Operation {
   Border BorderOf(const Given& given, const Shape& shape) const {
     return border == nullptr ? Border{Border::kAll, Border::kAll} : border(given, shape);
   }
-  bool ReachesBeyondRows(const Given& given, const Shape& shape) const {
-    return reaches_beyond_rows != nullptr && reaches_beyond_rows(given, shape);
+  Reach ReachOf(const Given& given, const Shape& shape) const {
+    return reach == nullptr ? Reach::kRows : reach(given, shape);
   }
   /// The parameter called `parameter`, or null.
   const Parameter* Find(std::string_view parameter) const {

@@ -71,8 +71,20 @@ std::string_view OrderName(ChannelOrder order) {
   return "";
 }
 
+std::string_view ReachName(operations::Reach reach) {
+  switch (reach) {
+    case operations::Reach::kRows:
+      return "rows";
+    case operations::Reach::kPadding:
+      return "padding";
+    case operations::Reach::kBeyond:
+      return "beyond rows";
+  }
+  return "";
+}
+
 /// What the example needs of a picture's surroundings at each depth with whole bytes: rows and
-/// columns of neighbours, and memory beyond the rows.
+/// columns of neighbours, and the memory that it touches.
 std::string SurroundingsAsJson(const Operation& operation) {
   const Step example = ParseSteps({std::string(operation.example)}).front();
   const auto extent = [](int count) {
@@ -85,7 +97,7 @@ std::string SurroundingsAsJson(const Operation& operation) {
     JsonObject object;
     object.Json("rows", extent(border.rows))
         .Json("columns", extent(border.columns))
-        .Flag("reaches_beyond_rows", operation.ReachesBeyondRows(example.AsGiven(), shape));
+        .Text("touches", ReachName(operation.ReachOf(example.AsGiven(), shape)));
     depths.Json(std::to_string(bits), object.Object());
   }
   return depths.Object();
@@ -108,7 +120,7 @@ std::string OperationAsJson(const Operation& operation) {
       .Text("picture_step", operation.PictureStep())
       .Text("note", operation.Caveats())
       .Text("channel_order", OrderName(operation.channel_order))
-      .Json("border_of_example", SurroundingsAsJson(operation))
+      .Json("surroundings_of_example", SurroundingsAsJson(operation))
       .Json("parameters", JsonArray(parameters, "\n    "));
   return object.Object();
 }

@@ -16,11 +16,13 @@ inline Border WholeRow(const Given&, const Shape&) { return {.rows = 0, .columns
 /// A square of `size` x `size` pixels: even sizes reach one further up and left.
 inline Border SquareOf(int size) { return {.rows = size / 2, .columns = size / 2}; }
 
-/// Every row that is not of whole bytes per pixel.
-inline bool BelowEightBits(const Given&, const Shape& shape) { return shape.bits < 8; }
-
 /// Whatever the picture.
 inline bool Always(const Given&, const Shape&) { return true; }
+
+/// Pixels of less than a byte are taken for bytes.
+inline Reach BeyondBelowEightBits(const Given&, const Shape& shape) {
+  return shape.bits < 8 ? Reach::kBeyond : Reach::kRows;
+}
 
 }  // namespace qel::operations
 

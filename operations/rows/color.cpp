@@ -58,7 +58,9 @@ uint32_t KeyOf(const Call& call) {
 Border GreyBorder(const Given&, const Shape& shape) {
   return shape.bits == 8 ? Border{.rows = 1, .columns = Border::kAll} : Border{};
 }
-bool ReadsPastGreyRows(const Given&, const Shape& shape) { return shape.bits == 8; }
+Reach ReachOfGrey(const Given&, const Shape& shape) {
+  return shape.bits == 8 ? Reach::kBeyond : Reach::kRows;
+}
 
 Parameter Offset(std::string_view name, std::string_view help) {
   return {.name = name, .help = help, .standard = "0", .usual = {-255, 255}};
@@ -193,7 +195,7 @@ std::vector<Operation> ColorOperations() {
              "row; they are grey already.",
              [](const Given&, const Shape& shape) { return shape.bits == 8; }}},
        .border = &GreyBorder,
-       .reaches_beyond_rows = &ReadsPastGreyRows,
+       .reach = &ReachOfGrey,
        .call = [](Call& call) { return call.components.color->GrayScale(call.image); }},
       {.name = "threshold",
        .component = kComponent,
@@ -207,7 +209,7 @@ std::vector<Operation> ColorOperations() {
        .example = "threshold level=100",
        .note = "The picture goes through gray-scale first.",
        .border = &GreyBorder,
-       .reaches_beyond_rows = &ReadsPastGreyRows,
+       .reach = &ReachOfGrey,
        .call =
            [](Call& call) {
              return call.components.color->Threshold(call.image, call.arguments.Int("level"));

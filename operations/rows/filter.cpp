@@ -140,6 +140,7 @@ Operation Plain(std::string_view name, std::string_view summary, result_t (*call
           .example = name,
           .surprises = {kFrame},
           .border = [](const Given&, const Shape&) { return SquareOf(3); },
+          .fills_result = true,
           .call = call};
 }
 
@@ -191,6 +192,7 @@ std::vector<Operation> FilterOperations() {
        .example = "filter 'kernel=0 -1 0; -1 5 -1; 0 -1 0'",
        .surprises = {kFrame},
        .border = &BorderOfKernel,
+       .fills_result = true,
        .call = &CallFilter,
        .check = [](const Given& given) { KernelOf(given); }},
       Plain("contour", "Draws contours, dark on white.",
@@ -271,6 +273,7 @@ std::vector<Operation> FilterOperations() {
                      kFrame},
        .border = [](const Given& given,
                     const Shape&) { return SquareOf(given.arguments.Int("level") == 0 ? 3 : 5); },
+       .fills_result = true,
        .call =
            [](Call& call) {
              return call.components.filter->GaussianBlur(call.image, call.arguments.Int("level"),

@@ -133,7 +133,8 @@ std::vector<Operation> TransformOperations() {
        .summary = "Turns the picture upside down.",
        .depths = kAllDepths,
        .example = "flip",
-       .reaches_beyond_rows = &Always,
+       .reach = [](const Given&, const Shape&) { return Reach::kPadding; },
+       .fills_result = true,
        .call = [](Call& call) { return call.components.transform->Flip(call.image, call.result); }},
       {.name = "mirror",
        .component = kComponent,
@@ -141,6 +142,7 @@ std::vector<Operation> TransformOperations() {
        .depths = kByteDepths,
        .example = "mirror",
        .border = &WholeRow,
+       .fills_result = true,
        .call =
            [](Call& call) { return call.components.transform->Mirror(call.image, call.result); }},
       {.name = "flip-bits",
@@ -160,6 +162,7 @@ std::vector<Operation> TransformOperations() {
        .note = "Alpha is not turned.",
        .surprises = {{"Of the middle row of an odd number only the first half changes.",
                       [](const Given&, const Shape& shape) { return shape.height % 2 == 1; }}},
+       .channel_order = ChannelOrder::kBlueGreenRed,
        .call = [](Call& call) { return call.components.transform->FlipImageAndBits(call.image); }},
       {.name = "increase-bpp",
        .component = kComponent,
@@ -174,7 +177,7 @@ std::vector<Operation> TransformOperations() {
        .note = "A picture of that depth or more comes back as it is. Palette colours at 32 bits "
                "have alpha 0.",
        .border = &NoNeighbours,
-       .reaches_beyond_rows = &BelowEightBits,
+       .reach = &BeyondBelowEightBits,
        .call =
            [](Call& call) {
              const int bits = call.arguments.Int("bits");
@@ -219,7 +222,7 @@ std::vector<Operation> TransformOperations() {
        .note = "Shrinking along both axes averages exact boxes of whole pixels without the rest, "
                "and leaves alpha undefined; for pictures to look at, see resize.",
        .surprises = kResampleSurprises,
-       .reaches_beyond_rows = &BelowEightBits,
+       .reach = &BeyondBelowEightBits,
        .call = &CallResample,
        .check = &CheckResample,
        .result_shape = &ShapeAfterResample},
@@ -241,9 +244,11 @@ std::vector<Operation> TransformOperations() {
        .example = "rotate angle=25 method=cubic",
        .surprises = kRotateSurprises,
        // A half turn of three-byte pixels reads one before each row.
-       .reaches_beyond_rows =
+       .reach =
            [](const Given& given, const Shape& shape) {
-             return shape.bits < 8 || (shape.bits == 24 && given.arguments.Int("angle") % 180 == 0);
+             const bool half_turn = given.arguments.Int("angle") % 180 == 0;
+             return shape.bits < 8 || (shape.bits == 24 && half_turn) ? Reach::kBeyond
+                                                                      : Reach::kRows;
            },
        .call =
            [](Call& call) {
@@ -273,7 +278,8 @@ std::vector<Operation> TransformOperations() {
        .example = "rotate-paste with=other.png angle=20",
        .note = "A picture with alpha is blended by it. Turns the other way round than rotate.",
        .channel_order = ChannelOrder::kByArguments,
-       .reaches_beyond_rows = [](const Given&, const Shape& shape) { return shape.bits < 24; },
+       .reach = [](const Given&,
+                   const Shape& shape) { return shape.bits < 24 ? Reach::kBeyond : Reach::kRows; },
        .call = &CallRotatePaste},
   };
 }

@@ -264,6 +264,7 @@ std::vector<Operation> WarpOperations() {
                       NewExtent("height", "likewise")},
        .example = "transform shares=yes polynomial=0.05,0.6,0.15,0.3,0,0,0.1,0,0.7,-0.3,0.3,0.1",
        .note = "What comes from outside is black, and opaque at 32 bits. Offsets count in pixels.",
+       .fills_result = true,
        .call = &CallTransform,
        .check = &CheckPointMap,
        .result_shape = &ShapeAfterTransform},
@@ -289,6 +290,9 @@ std::vector<Operation> WarpOperations() {
        .picture_step = "transform-paste onto=other.png affine=0.5,-0.3,40,0.25,0.6,3",
        .note = "The file itself is left alone; the picture that was pasted into goes on to the "
                "next step.",
+       .channel_order = ChannelOrder::kAlikeWithoutAlpha,
+       .fills_result = true,
+       .shape_of = "onto",
        .call = &CallTransformPaste,
        .check = &CheckPointMap,
        .check_shapes = &CheckTransformPaste,

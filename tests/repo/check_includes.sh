@@ -36,6 +36,7 @@ allow pictures pictures
 allow compose compose
 allow operations operations compose host
 allow check check operations host
+allow python python operations host pictures
 allow cli cli check operations compose host pictures
 allow web host operations
 allow examples host

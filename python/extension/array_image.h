@@ -1,0 +1,71 @@
+#ifndef QEL_PYTHON_ARRAY_IMAGE_H_
+#define QEL_PYTHON_ARRAY_IMAGE_H_
+
+#include <cstddef>
+
+#include "host/host_image.h"
+#include "host/host_object.h"
+#include "operations/operation.h"
+
+namespace qel::python {
+
+/// The pixels of an array as the module takes them: whole pixels of 1, 3 or 4 bytes, one after the
+/// other in each row.
+struct PixelRows {
+  uint8_t* data = nullptr;
+  ptrdiff_t stride = 0;
+  int width = 0;
+  int height = 0;
+  int channels = 0;
+
+  int bits() const { return 8 * channels; }
+  size_t RowBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(channels); }
+  bool Packed() const { return stride == static_cast<ptrdiff_t>(RowBytes()); }
+  uint8_t* Row(int y) const { return data + ptrdiff_t{y} * stride; }
+};
+
+/// Copies rows between pixels of one shape.
+void CopyRows(const PixelRows& from, const PixelRows& to);
+
+/// An image in somebody else's memory, which must outlive it. `Create` and `Assign` with another
+/// shape than that of the memory go to an image of its own instead.
+/// Threads: counting from any; everything else from one at a time.
+class ArrayImage final : public host::HostObject<IQELImageDIB, IQELImage, IQEL> {
+ public:
+  /// An image that has the pixels of `rows`.
+  static SmartPtr<ArrayImage> Of(const PixelRows& rows) { return Make(rows, true); }
+  /// An image without pixels that puts them into `rows` once they fit.
+  static SmartPtr<ArrayImage> Into(const PixelRows& rows) { return Make(rows, false); }
+
+  result_t GetSize(int* width, int* height, int* planes) override;
+  result_t GetFormat(int* bit_count, uint32_t* model, int* reserved) override;
+  result_t GetBits(int plane, int* reserved, uint8_t** bits, int* stride) override;
+  result_t Create(int width, int height, int planes, int bit_count, uint32_t model) override;
+  result_t ReservedSlot7() override { return kFail; }
+  result_t Assign(IQEL* source, int flags) override;
+  result_t Fill(uint32_t color) override;
+
+  /// True while the pixels are in the memory that was given.
+  bool fits() const { return fits_; }
+
+ private:
+  ArrayImage(const PixelRows& rows, bool fits)
+      : rows_(rows), model_(operations::ModelOf(rows.bits())), fits_(fits) {}
+  static SmartPtr<ArrayImage> Make(const PixelRows& rows, bool fits) {
+    return SmartPtr<ArrayImage>::Adopt(new ArrayImage(rows, fits));
+  }
+  bool Fits(int width, int height, int planes, int bit_count) const {
+    return width == rows_.width && height == rows_.height && planes <= 1 &&
+           bit_count == rows_.bits();
+  }
+  host::HostImage& Own();
+
+  const PixelRows rows_;
+  uint32_t model_;
+  bool fits_;
+  SmartPtr<host::HostImage> own_;  ///< has the pixels when they do not fit
+};
+
+}  // namespace qel::python
+
+#endif  // QEL_PYTHON_ARRAY_IMAGE_H_

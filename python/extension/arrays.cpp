@@ -1,0 +1,138 @@
+#include "python/extension/arrays.h"
+
+#include <cstdlib>
+#include <limits>
+
+#include "operations/errors.h"
+
+namespace qel::python {
+namespace {
+
+namespace py = pybind11;
+using operations::StepError;
+
+constexpr int kUint8 = 2;  // as numpy counts its types
+
+/// A function of numpy, kept for the life of the process.
+py::handle Numpy(const char* name) {
+  return py::module_::import("numpy").attr(name).cast<py::object>().release();
+}
+
+std::string ShapeOfArray(const py::array& array) {
+  return py::str(array.attr("shape")).cast<std::string>();
+}
+
+[[noreturn]] void Refuse(std::string_view operation, std::string_view name,
+                         const std::string& message) {
+  throw StepError(std::string(operation) + ": " + std::string(name) + " " + message, operation,
+                  name);
+}
+
+std::optional<PixelRows> RowsOf(const PixelArray& pixels) {
+  const py::array& array = pixels.array;
+  const int channels = pixels.channels;
+  const bool pixels_adjoin = pixels.width == 1 || array.strides(1) == channels;
+  const bool channels_adjoin = channels == 1 || array.strides(2) == 1;
+  if (!pixels_adjoin || !channels_adjoin) return {};
+  PixelRows rows{static_cast<uint8_t*>(const_cast<void*>(array.data())), array.strides(0),
+                 pixels.width, pixels.height, channels};
+  const auto row_bytes = static_cast<ptrdiff_t>(rows.RowBytes());
+  if (rows.height == 1) rows.stride = row_bytes;
+  const bool overlaps = std::abs(rows.stride) < row_bytes;
+  const bool aligned =
+      channels != 4 || (rows.stride % 4 == 0 && reinterpret_cast<uintptr_t>(rows.data) % 4 == 0);
+  if (overlaps || !aligned || std::abs(rows.stride) > std::numeric_limits<int>::max()) return {};
+  return rows;
+}
+
+}  // namespace
+
+std::string ShapeText(int width, int height, int channels) {
+  return "(" + std::to_string(height) + ", " + std::to_string(width) +
+         (channels == 1 ? "" : ", " + std::to_string(channels)) + ")";
+}
+
+PixelArray ReadArray(py::handle object, std::string_view operation, std::string_view name) {
+  if (!py::isinstance<py::array>(object)) {
+    Refuse(operation, name,
+           "is a " + py::type::of(object).attr("__name__").cast<std::string>() +
+               "; an array of pixels is needed, numpy.asarray(...) makes one of many things");
+  }
+  PixelArray pixels;
+  pixels.array = py::reinterpret_borrow<py::array>(object);
+  const py::array& array = pixels.array;
+  if (array.dtype().num() != kUint8) {
+    Refuse(operation, name,
+           "has pixels of " + py::str(array.dtype()).cast<std::string>() +
+               "; uint8 is needed, array.astype(numpy.uint8) converts");
+  }
+  const auto dimensions = array.ndim();
+  pixels.channels = dimensions == 3 ? static_cast<int>(array.shape(2)) : 1;
+  const bool has_channels =
+      pixels.channels == 1 ? dimensions == 2 : pixels.channels == 3 || pixels.channels == 4;
+  if ((dimensions != 2 && dimensions != 3) || !has_channels) {
+    Refuse(operation, name,
+           "has the shape " + ShapeOfArray(array) + "; (h, w), (h, w, 3) or (h, w, 4) is needed");
+  }
+  constexpr py::ssize_t kLargest = std::numeric_limits<int>::max() / 4;
+  if (array.size() == 0) Refuse(operation, name, "has no pixels: " + ShapeOfArray(array));
+  if (array.shape(0) > kLargest || array.shape(1) > kLargest) {
+    Refuse(operation, name, "is too large: " + ShapeOfArray(array));
+  }
+  pixels.height = static_cast<int>(array.shape(0));
+  pixels.width = static_cast<int>(array.shape(1));
+  pixels.rows = RowsOf(pixels);
+  return pixels;
+}
+
+PixelArray NewArray(int width, int height, int channels, bool clear) {
+  std::vector<py::ssize_t> shape{height, width};
+  if (channels > 1) shape.push_back(channels);
+  PixelArray pixels;
+  if (clear) {
+    static const py::handle zeros = Numpy("zeros");
+    pixels.array = zeros(py::cast(shape), py::dtype::of<uint8_t>());
+  } else {
+    pixels.array = py::array(py::dtype::of<uint8_t>(), shape);
+  }
+  pixels.width = width;
+  pixels.height = height;
+  pixels.channels = channels;
+  const ptrdiff_t stride = ptrdiff_t{width} * channels;
+  pixels.rows = PixelRows{static_cast<uint8_t*>(pixels.array.mutable_data()), stride, width, height,
+                          channels};
+  return pixels;
+}
+
+PixelArray CopyOf(const PixelArray& from) {
+  PixelArray copy = NewArray(from.width, from.height, from.channels, false);
+  AssignPixels(from, copy);
+  return copy;
+}
+
+void AssignPixels(const PixelArray& from, const PixelArray& to) {
+  if (from.rows && to.rows) {
+    const py::gil_scoped_release unlocked;
+    CopyRows(*from.rows, *to.rows);
+    return;
+  }
+  to.array.attr("__setitem__")(py::ellipsis(), from.array);
+}
+
+bool ShareMemory(const PixelArray& a, const PixelArray& b) {
+  static const py::handle may_share = Numpy("may_share_memory");
+  static const py::handle share = Numpy("shares_memory");
+  return may_share(a.array, b.array).cast<bool>() && share(a.array, b.array).cast<bool>();
+}
+
+bool SamePixels(const PixelArray& a, const PixelArray& b) {
+  if (a.array.ptr() == b.array.ptr()) return true;
+  if (a.array.data() != b.array.data() || a.array.ndim() != b.array.ndim()) return false;
+  for (py::ssize_t i = 0; i < a.array.ndim(); ++i) {
+    if (a.array.shape(i) != b.array.shape(i) || a.array.strides(i) != b.array.strides(i))
+      return false;
+  }
+  return true;
+}
+
+}  // namespace qel::python

@@ -1,0 +1,449 @@
+#include "python/extension/call.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "operations/arguments.h"
+#include "operations/errors.h"
+#include "operations/python_line.h"
+#include "python/extension/arrays.h"
+#include "python/extension/errors.h"
+#include "python/extension/maps.h"
+#include "python/extension/runtime.h"
+
+namespace qel::python {
+namespace {
+
+namespace py = pybind11;
+using operations::Arguments;
+using operations::ChannelOrder;
+using operations::Kind;
+using operations::Operation;
+using operations::Parameter;
+using operations::Reach;
+using operations::StepError;
+
+/// Below, giving the interpreter up for others costs more than the operation.
+constexpr int64_t kPixelsWorthUnlocking = 4096;
+
+/// Colors exchange their ends for pixels in the order red, green, blue.
+double SwapEnds(double color) {
+  const auto value = static_cast<uint32_t>(color);
+  return (value & 0xFF) << 16 | (value & 0xFF00) | value >> 16;
+}
+
+std::string TextOf(py::handle number) { return py::repr(number).cast<std::string>(); }
+
+/// The images of arrays that are second pictures, by the names of their parameters.
+class ArraySource final : public operations::PictureSource {
+ public:
+  void Add(std::string_view name, const PixelRows& rows) {
+    images_.emplace(name, ArrayImage::Of(rows));
+  }
+  IQEL& Get(const std::string& name) override { return *images_.at(name).Get(); }
+
+ private:
+  std::map<std::string, SmartPtr<ArrayImage>> images_;
+};
+
+/// One call on its way: arguments first, then pixels.
+class Runner {
+ public:
+  explicit Runner(const FunctionCall& call)
+      : call_(call),
+        operation_(call.operation),
+        image_(ReadArray(call.image, operation_.name, "image")),
+        arguments_(operation_) {
+    ReadOrder();
+    if (!operation_.WorksOn(image_.shape().bits)) {
+      RefuseChannels();
+    }
+    if (!call.map.is_none()) map_ = MakeCallerMap(call.map, operation_.name);
+    arguments_.SetMap(map_.transform.Get());
+    for (size_t i = 0; i < operation_.parameters.size(); ++i) {
+      const Parameter& parameter = operation_.parameters[i];
+      const py::handle value = call.values[i];
+      if (!value.is_none() && !SetByMap(parameter, value)) SetArgument(parameter, value);
+    }
+    arguments_.Complete();
+  }
+
+  py::object Run();
+  operations::Border Border() const { return operation_.BorderOf(AsGiven(), image_.shape()); }
+
+ private:
+  operations::Given AsGiven() const { return {operation_.name, arguments_}; }
+  [[noreturn]] void Refuse(std::string_view argument, const std::string& message) const {
+    throw StepError(std::string(operation_.name) + ": " + std::string(argument) + " " + message,
+                    operation_.name, argument);
+  }
+
+  [[noreturn]] void RefuseChannels() const;
+
+  void ReadOrder();
+  void SetArgument(const Parameter& parameter, py::handle value);
+  void SetColor(std::string_view name, py::handle value);
+  void SetPaint(std::string_view name, py::handle value);
+  void SetNumbers(std::string_view name, py::handle value);
+  void SetPicture(const Parameter& parameter, py::handle value);
+  bool SetByMap(const Parameter& parameter, py::handle value);
+
+  operations::Shape ResultShape() const;
+  void CheckOut(const operations::Shape& shape);
+  void PreparePictures();
+  void SwapChannels(const PixelArray& pixels) const;
+  SmartPtr<IQEL> Execute(IQEL* subject, ArrayImage* next);
+  py::object RunInPlace(const operations::Shape& shape);
+  py::object RunToResult(const operations::Shape& shape);
+  py::object HandOver(const PixelArray& pixels);
+  PixelArray ToArray(IQEL& image) const;
+  void Warn(const char* reason) const;
+
+  const FunctionCall& call_;
+  const Operation& operation_;
+  PixelArray image_;
+  Arguments arguments_;
+  bool rgb_ = true;      ///< the order of the arrays
+  bool swaps_ = false;   ///< pixels are put in order for the operation
+  bool unlocks_ = true;  ///< other threads may run meanwhile
+  Reach reach_ = Reach::kRows;
+  std::optional<PixelArray> out_;
+  CallerMap map_;
+  std::vector<std::pair<std::string_view, PixelArray>> seconds_;
+  ArraySource pictures_;
+  std::vector<std::string> notes_;
+};
+
+void Runner::RefuseChannels() const {
+  std::string taken;
+  for (const int channels : {1, 3, 4}) {
+    if (!operation_.WorksOn(8 * channels)) continue;
+    taken += (taken.empty() ? "" : " or ") + std::to_string(channels);
+  }
+  Refuse("image", "has " + std::to_string(image_.channels) + " channels, it works on " + taken);
+}
+
+void Runner::ReadOrder() {
+  const std::string order =
+      py::isinstance<py::str>(call_.order) ? call_.order.cast<std::string>() : "";
+  if (order != "rgb" && order != "bgr") {
+    Refuse("order", "is \"rgb\" or \"bgr\", not " + TextOf(call_.order));
+  }
+  rgb_ = order == "rgb";
+  const ChannelOrder wanted = operation_.channel_order;
+  swaps_ = rgb_ && image_.channels > 1 &&
+           (wanted == ChannelOrder::kBlueGreenRed ||
+            (wanted == ChannelOrder::kAlikeWithoutAlpha && image_.channels == 4));
+}
+
+void Runner::SetColor(std::string_view name, py::handle value) {
+  double color = 0;
+  if (py::isinstance<py::str>(value)) {
+    Arguments parsed(operation_);
+    parsed.Set(name, value.cast<std::string>());
+    color = parsed.Number(name);
+  } else {
+    std::array<int, 3> channels{-1, -1, -1};
+    try {
+      channels = value.cast<std::array<int, 3>>();
+    } catch (const py::cast_error&) {
+    }
+    for (const int channel : channels) {
+      if (channel < 0 || channel > 255) {
+        Refuse(name, "takes \"#RRGGBB\" or (red, green, blue) from 0 to 255, not " + TextOf(value));
+      }
+      color = color * 256 + channel;
+    }
+  }
+  // The module sees blue where the pixels have red.
+  const bool exchanged = rgb_ && !swaps_ && image_.channels > 1;
+  arguments_.Set(name, exchanged ? SwapEnds(color) : color);
+}
+
+/// Colors with alpha, or by name; composed steps get their pixels in order and need no exchange.
+void Runner::SetPaint(std::string_view name, py::handle value) {
+  if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, value.cast<std::string>());
+  std::vector<int> channels;
+  try {
+    channels = value.cast<std::vector<int>>();
+  } catch (const py::cast_error&) {
+  }
+  const bool all_bytes =
+      std::ranges::all_of(channels, [](int channel) { return channel >= 0 && channel <= 255; });
+  if (!all_bytes || (channels.size() != 3 && channels.size() != 4)) {
+    Refuse(name, "takes text, or (red, green, blue) or (red, green, blue, alpha) from 0 to 255, " +
+                     std::string("not ") + TextOf(value));
+  }
+  std::string text = "#";
+  for (const int channel : channels) {
+    char digits[3];
+    std::snprintf(digits, sizeof(digits), "%02X", static_cast<unsigned>(channel) & 0xFF);
+    text += digits;
+  }
+  arguments_.Set(name, std::move(text));
+}
+
+/// Numbers of any nesting as text; rows become rows.
+void Runner::SetNumbers(std::string_view name, py::handle value) {
+  if (py::isinstance<py::str>(value)) return arguments_.Set(name, value.cast<std::string>());
+  const py::object array = py::module_::import("numpy").attr("asarray")(value);
+  const std::string kind = array.attr("dtype").attr("kind").cast<std::string>();
+  if (std::string_view("iufb").find(kind) == std::string_view::npos) {
+    Refuse(name, "takes numbers, not " + TextOf(value));
+  }
+  std::string text;
+  const py::list rows = array.attr("ndim").cast<int>() == 2
+                            ? array.attr("tolist")()
+                            : py::make_tuple(array.attr("ravel")().attr("tolist")());
+  for (const py::handle row : rows) {
+    if (!text.empty()) text += "; ";
+    for (const py::handle number : row) text += TextOf(number) + " ";
+  }
+  arguments_.Set(name, std::move(text));
+}
+
+void Runner::SetPicture(const Parameter& parameter, py::handle value) {
+  const std::string name = operations::PythonName(parameter.name);
+  seconds_.emplace_back(parameter.name, ReadArray(value, operation_.name, name));
+  arguments_.Set(parameter.name, std::string(parameter.name));
+}
+
+void Runner::SetArgument(const Parameter& parameter, py::handle value) {
+  std::string_view name = parameter.name;
+  if (rgb_ && !swaps_ && image_.channels > 1) {
+    if (name == operation_.swapped[0]) {
+      name = operation_.swapped[1];
+    } else if (name == operation_.swapped[1]) {
+      name = operation_.swapped[0];
+    }
+  }
+  switch (parameter.kind) {
+    case Kind::kInt:
+    case Kind::kNumber:
+    case Kind::kExtent:
+    case Kind::kFlag:
+    case Kind::kChoice: {
+      if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, value.cast<std::string>());
+      const double number = PyFloat_AsDouble(value.ptr());
+      if (number == -1 && PyErr_Occurred()) {
+        PyErr_Clear();
+        Refuse(operations::PythonName(name),
+               "takes " + operations::DescribeValues(parameter) + ", not " + TextOf(value));
+      }
+      return arguments_.Set(name, number);
+    }
+    case Kind::kColor:
+      return SetColor(name, value);
+    case Kind::kNumbers:
+      return SetNumbers(name, value);
+    case Kind::kPaint:
+      return SetPaint(name, value);
+    case Kind::kPoint:
+      if (PyTuple_Check(value.ptr()) && PyTuple_Size(value.ptr()) == 2) {
+        const auto point = value.cast<py::tuple>();
+        return arguments_.Set(name, py::str(point[0]).cast<std::string>() + "," +
+                                        py::str(point[1]).cast<std::string>());
+      }
+      [[fallthrough]];
+    case Kind::kText:
+      if (!PyUnicode_Check(value.ptr())) {
+        Refuse(operations::PythonName(name),
+               "takes " + operations::DescribeValues(parameter) + ", not " + TextOf(value));
+      }
+      return arguments_.Set(name, value.cast<std::string>());
+    case Kind::kPicture:
+      return SetPicture(parameter, value);
+  }
+}
+
+/// An array of positions says how large the new picture is, unless the caller does.
+bool Runner::SetByMap(const Parameter& parameter, py::handle value) {
+  const int extent = parameter.name == "width"    ? map_.width
+                     : parameter.name == "height" ? map_.height
+                                                  : 0;
+  if (extent == 0 || !value.equal(py::int_(0))) return false;
+  arguments_.Set(parameter.name, extent);
+  return true;
+}
+
+operations::Shape Runner::ResultShape() const {
+  for (const auto& [name, pixels] : seconds_) {
+    if (name == operation_.shape_of) return pixels.shape();
+  }
+  return operation_.ResultShape(AsGiven(), image_.shape());
+}
+
+/// What is written to must be ready for it before anything is.
+void Runner::CheckOut(const operations::Shape& shape) {
+  if (call_.out.is_none()) return;
+  out_ = ReadArray(call_.out, operation_.name, "out");
+  if (!out_->array.writeable()) Refuse("out", "is read-only");
+  const std::string wanted = ShapeText(shape.width, shape.height, shape.bits / 8);
+  const std::string given = ShapeText(out_->width, out_->height, out_->channels);
+  if (given != wanted) Refuse("out", "has the shape " + given + ", the result has " + wanted);
+  if (!SamePixels(*out_, image_) && ShareMemory(*out_, image_)) {
+    Refuse("out", "overlaps the image; pass the image itself, or another array");
+  }
+  for (const auto& [name, pixels] : seconds_) {
+    if (ShareMemory(*out_, pixels)) {
+      Refuse("out", "overlaps " + operations::PythonName(name) + "; pass another array");
+    }
+  }
+  for (py::ssize_t i = 0; i < out_->array.ndim(); ++i) {
+    if (out_->array.strides(i) == 0 && out_->array.shape(i) > 1) Refuse("out", "overlaps itself");
+  }
+}
+
+void Runner::Warn(const char* reason) const {
+  WarnOfCopy(operation_.name, std::string("pixels are copied, ") + reason);
+}
+
+/// Images of the second pictures: where they are, or copied once.
+void Runner::PreparePictures() {
+  for (auto& [name, pixels] : seconds_) {
+    const bool swaps = swaps_ && pixels.channels > 1;
+    if (!pixels.rows || swaps) pixels = CopyOf(pixels);
+    if (swaps) SwapChannels(pixels);
+    pictures_.Add(name, *pixels.rows);
+  }
+}
+
+void Runner::SwapChannels(const PixelArray& pixels) const {
+  const SmartPtr<ArrayImage> image = ArrayImage::Of(*pixels.rows);
+  const py::gil_scoped_release unlocked;
+  Runtime::Get().engine().components().transform->FlipBits(image.Get());
+}
+
+SmartPtr<IQEL> Runner::Execute(IQEL* subject, ArrayImage* next) {
+  const operations::Step step{&operation_, arguments_, {}};
+  const operations::Engine& engine = Runtime::Get().engine();
+  SmartPtr<IQEL> result;
+  {
+    std::optional<py::gil_scoped_release> unlocked;
+    if (unlocks_) unlocked.emplace();
+    const Runtime::NextImage next_image(next);
+    std::optional<operations::RandomNumbers> random_numbers;
+    if (operation_.random) random_numbers.emplace();
+    result = engine.RunStep(step, SmartPtr<IQEL>::Retain(subject), pictures_, notes_);
+  }
+  map_.Check();
+  return result;
+}
+
+PixelArray Runner::ToArray(IQEL& image) const {
+  const operations::Shape shape = operations::ShapeOf(image);
+  if (!shape.HasBytes()) Refuse("image", "would become " + shape.Bits() + " deep");
+  PixelArray array = NewArray(shape.width, shape.height, shape.bits / 8, false);
+  if (shape.width > 0 && shape.height > 0) ArrayImage::Into(*array.rows)->Assign(&image, 0);
+  return array;
+}
+
+/// What goes back to the caller: the array that was made, or the caller's own with its pixels.
+py::object Runner::HandOver(const PixelArray& pixels) {
+  if (swaps_ && pixels.channels > 1) SwapChannels(pixels);
+  if (!out_) return pixels.array;
+  if (!SamePixels(*out_, pixels)) {
+    if (ShapeText(out_->width, out_->height, out_->channels) !=
+        ShapeText(pixels.width, pixels.height, pixels.channels)) {
+      Refuse("out", "has the shape " + ShapeText(out_->width, out_->height, out_->channels) +
+                        ", the result has " +
+                        ShapeText(pixels.width, pixels.height, pixels.channels));
+    }
+    AssignPixels(pixels, *out_);
+  }
+  return out_->array;
+}
+
+/// Operations that change their picture work on a copy, or on the array that they are to fill.
+py::object Runner::RunInPlace(const operations::Shape& shape) {
+  const bool same_shape = shape.width == image_.width && shape.height == image_.height &&
+                          shape.bits == 8 * image_.channels;
+  const bool beyond = reach_ == Reach::kBeyond;
+  const bool into_out = out_ && out_->rows && same_shape && !beyond;
+  PixelArray work =
+      into_out ? *out_ : NewArray(image_.width, image_.height, image_.channels, false);
+  if (!SamePixels(work, image_)) AssignPixels(image_, work);
+  if (swaps_) SwapChannels(work);
+  if (!beyond) {
+    const SmartPtr<ArrayImage> subject = ArrayImage::Of(*work.rows);
+    const SmartPtr<IQEL> result = Execute(subject.Get(), nullptr);
+    const bool in_place = subject->fits() && result.Get() == static_cast<IQEL*>(subject.Get());
+    return HandOver(in_place ? work : ToArray(*result.Get()));
+  }
+  const auto padded = host::HostImage::Make({.clear = true});
+  if (Failed(padded->Assign(ArrayImage::Of(*work.rows).Get(), 0))) throw std::bad_alloc();
+  return HandOver(ToArray(*Execute(padded.Get(), nullptr).Get()));
+}
+
+py::object Runner::RunToResult(const operations::Shape& shape) {
+  const bool beyond = reach_ == Reach::kBeyond;
+  PixelArray source = image_;
+  if (!source.rows || swaps_) source = CopyOf(image_);
+  if (swaps_) SwapChannels(source);
+  SmartPtr<IQEL> subject = SmartPtr<IQEL>::Retain(ArrayImage::Of(*source.rows).Get());
+  if (beyond) {
+    auto padded = host::HostImage::Make({.clear = true});
+    if (Failed(padded->Assign(subject.Get(), 0))) throw std::bad_alloc();
+    subject = SmartPtr<IQEL>::Retain(padded.Get());
+  }
+  const bool fits_rows = out_ && out_->rows && (reach_ == Reach::kRows || out_->rows->Packed());
+  const bool into_out = fits_rows && operation_.fills_result && !SamePixels(*out_, image_);
+  const PixelArray target =
+      into_out ? *out_
+               : NewArray(shape.width, shape.height, shape.bits / 8, !operation_.fills_result);
+  const SmartPtr<ArrayImage> next = ArrayImage::Into(*target.rows);
+  const SmartPtr<IQEL> result = Execute(subject.Get(), next.Get());
+  const bool in_target = next->fits() && result.Get() == static_cast<IQEL*>(next.Get());
+  return HandOver(in_target ? target : ToArray(*result.Get()));
+}
+
+py::object Runner::Run() {
+  const operations::Shape shape = ResultShape();
+  CheckOut(shape);
+  if (!shape.HasBytes()) Refuse("image", "would become " + shape.Bits() + " deep");
+  reach_ = operation_.ReachOf(AsGiven(), image_.shape());
+  unlocks_ = !map_.calls_python &&
+             (operation_.random || int64_t{image_.width} * image_.height > kPixelsWorthUnlocking);
+  if (swaps_) {
+    Warn("their channels must be in the order blue, green, red");
+  } else if (reach_ == Reach::kBeyond) {
+    Warn("the operation looks beyond their rows");
+  } else if (!image_.rows) {
+    Warn("they do not lie side by side");
+  } else if (out_ && !out_->rows) {
+    Warn("those of out do not lie side by side");
+  }
+  PreparePictures();
+  return operation_.in_place ? RunInPlace(shape) : RunToResult(shape);
+}
+
+}  // namespace
+
+py::object RunFunction(const FunctionCall& call) {
+  try {
+    return Runner(call).Run();
+  } catch (...) {
+    TranslateErrors(call.operation.name);
+    throw;
+  }
+}
+
+py::tuple BorderOf(const FunctionCall& call) {
+  try {
+    const operations::Border border = Runner(call).Border();
+    const auto extent = [](int count) -> py::object {
+      if (count == operations::Border::kAll) return py::none();
+      return py::int_(count);
+    };
+    return py::make_tuple(extent(border.rows), extent(border.columns));
+  } catch (...) {
+    TranslateErrors(call.operation.name);
+    throw;
+  }
+}
+
+}  // namespace qel::python

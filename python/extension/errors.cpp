@@ -1,0 +1,79 @@
+#include "python/extension/errors.h"
+
+#include <new>
+
+#include "operations/errors.h"
+#include "pictures/picture_error.h"
+
+namespace qel::python {
+namespace {
+
+namespace py = pybind11;
+
+/// References for the life of the process: exceptions may be raised until the very end of it.
+struct Classes {
+  PyObject* argument_error = nullptr;
+  PyObject* memory_error = nullptr;
+  PyObject* file_error = nullptr;
+  PyObject* copy_warning = nullptr;
+};
+Classes& KnownClasses() {
+  static Classes classes;
+  return classes;
+}
+
+[[noreturn]] void Raise(PyObject* type, const std::string& message, std::string_view operation,
+                        std::string_view argument, py::object code) {
+  const py::object error = py::reinterpret_borrow<py::object>(type)(message);
+  const auto text = [](std::string_view name) -> py::object {
+    if (name.empty()) return py::none();
+    return py::str(name.data(), name.size());
+  };
+  error.attr("operation") = text(operation);
+  error.attr("argument") = text(argument);
+  error.attr("code") = std::move(code);
+  PyErr_SetObject(type, error.ptr());
+  throw py::error_already_set();
+}
+
+}  // namespace
+
+void UseErrorsOf(const py::module_& module) {
+  const auto take = [&](const char* name) {
+    return module.attr(name).cast<py::object>().release().ptr();
+  };
+  KnownClasses() = {take("ArgumentError"), take("ImageMemoryError"), take("FileError"),
+                    take("CopyWarning")};
+}
+
+void TranslateErrors(std::string_view operation) {
+  const Classes& known = KnownClasses();
+  try {
+    throw;
+  } catch (const py::error_already_set&) {
+    throw;
+  } catch (const operations::StepError& error) {
+    Raise(known.argument_error, error.what(),
+          error.operation().empty() ? operation : error.operation(), error.argument(), py::none());
+  } catch (const operations::CallError& error) {
+    Raise(known.argument_error, error.what(), error.operation(), {},
+          py::int_(static_cast<uint32_t>(error.code())));
+  } catch (const pictures::PictureError& error) {
+    Raise(known.file_error, error.what(), operation, {}, py::none());
+  } catch (const std::bad_alloc&) {
+    Raise(known.memory_error, std::string(operation) + ": there is not enough memory", operation,
+          {}, py::none());
+  } catch (const std::exception& error) {
+    PyErr_SetString(PyExc_RuntimeError, error.what());
+    throw py::error_already_set();
+  }
+}
+
+void WarnOfCopy(std::string_view operation, const std::string& what) {
+  const std::string message = std::string(operation) + ": " + what;
+  if (PyErr_WarnEx(KnownClasses().copy_warning, message.c_str(), 2) < 0) {
+    throw py::error_already_set();
+  }
+}
+
+}  // namespace qel::python

@@ -1,0 +1,25 @@
+#ifndef QEL_PYTHON_ERRORS_H_
+#define QEL_PYTHON_ERRORS_H_
+
+#include <pybind11/pybind11.h>
+
+#include <string>
+#include <string_view>
+
+namespace qel::python {
+
+/// Takes over the exception classes that the package defines in Python: `ArgumentError`,
+/// `ImageMemoryError`, `FileError` and `CopyWarning` of `module`.
+void UseErrorsOf(const pybind11::module_& module);
+
+/// Runs `body` and turns every C++ exception into an exception of the package, with the name of the
+/// operation unless the exception knows a better one. Throws `pybind11::error_already_set`.
+void TranslateErrors(std::string_view operation);
+
+/// Warns that pixels of `operation` are copied, and why: silent unless the user turned
+/// `CopyWarning` on. Throws when warnings are errors.
+void WarnOfCopy(std::string_view operation, const std::string& what);
+
+}  // namespace qel::python
+
+#endif  // QEL_PYTHON_ERRORS_H_

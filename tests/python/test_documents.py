@@ -1,0 +1,69 @@
+"""What the documents promise: examples in docstrings and tutorials, types."""
+
+import doctest
+import inspect
+import pathlib
+import subprocess
+import sys
+
+import numpy as np
+import pytest
+import qel
+from conftest import TABLE, picture
+
+DOCS = pathlib.Path(__file__).resolve().parents[2] / "docs" / "python"
+
+
+@pytest.mark.parametrize("row", TABLE, ids=lambda row: row["python"])
+def test_examples_in_docstrings_run(row):
+    function = getattr(qel, row["python"])
+    channels = 3 if 3 in row["channels"] else row["channels"][-1]
+    names = {"qel": qel, "image": picture(channels, 0, 106, 176),
+             "other": picture(channels, 1, 106, 176), "mask": picture(1, 0, 106, 176)}
+    tests = doctest.DocTestFinder().find(function, row["python"], globs=names)
+    runner = doctest.DocTestRunner()
+    assert runner.run(tests[0]).attempted == 1 and runner.failures == 0
+    parameters = inspect.signature(function).parameters
+    assert {p["python"] for p in row["parameters"]} | {"image", "out", "order"} <= set(parameters)
+
+
+@pytest.mark.parametrize("page", sorted(DOCS.glob("*.md")), ids=lambda page: page.stem)
+def test_pages_run_as_they_stand(page, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    qel.imwrite("photo.png", picture(3, 0, 106, 176))
+    text = page.read_text()
+    blocks = [part.split("```")[0] for part in text.split("```python\n")[1:]]
+    assert blocks
+    names = {"__name__": "page"}
+    for block in blocks:
+        needed = [word for word in ("cv2", "PIL", "skimage", "dask") if f"import {word}" in block or
+                  f"from {word}" in block]
+        if all(module_there(module) for module in needed):
+            exec(compile(block, str(page), "exec"), names)
+
+
+def module_there(name):
+    try:
+        __import__(name)
+    except ImportError:
+        return False
+    return True
+
+
+def test_types_are_complete(tmp_path):
+    pytest.importorskip("mypy")
+    (tmp_path / "use.py").write_text(
+        "import numpy as np\nimport qel\n"
+        "image = np.zeros((4, 5, 3), np.uint8)\n"
+        "result: qel.Image = qel.rotate(image, angle=3, method=qel.Method.CUBIC, order='bgr')\n"
+        "qel.filter(image, kernel=[[1, 2], [3, 4]], out=result)\n"
+        "qel.circle(image, mode='swirling')\n")
+    package = pathlib.Path(qel.__file__).parent
+    environment = {"MYPYPATH": str(package.parent), "PATH": "/usr/bin:/bin"}
+    whole = subprocess.run([sys.executable, "-m", "mypy", "--strict", "--cache-dir", tmp_path / "c",
+                            "-p", "qel"], env=environment, capture_output=True, text=True)
+    assert whole.returncode == 0, whole.stdout
+    use = subprocess.run([sys.executable, "-m", "mypy", "--strict", "--cache-dir", tmp_path / "c",
+                          tmp_path / "use.py"], env=environment, capture_output=True, text=True)
+    lines = [line for line in use.stdout.splitlines() if "error:" in line]
+    assert len(lines) == 1 and "swirling" in lines[0], use.stdout

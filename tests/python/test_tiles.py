@@ -1,0 +1,73 @@
+"""Blocks of large arrays, on threads, with dask, and in several processes."""
+
+import numpy as np
+import pytest
+import qel
+from conftest import TABLE, arguments_of, picture
+
+da = pytest.importorskip("dask.array")
+distributed = pytest.importorskip("distributed")
+
+WHOLE = {"flip", "flip_image_and_bits", "rotate", "rotate_paste", "skew", "quad", "transform",
+         "transform_paste", "circle", "jitter", "noise", "copy", "resample"}
+EVEN = {"erode": {"size": 4}, "median": {"size": 6}, "gaussian_blur": {"level": 0},
+        "filter": {"kernel": np.arange(49).reshape(7, 7) % 5, "divisor": 40}}
+
+
+@pytest.mark.parametrize("row", TABLE, ids=lambda row: row["python"])
+def test_blocks_give_the_bytes_of_the_whole(row):
+    function = getattr(qel, row["python"])
+    for channels in row["channels"]:
+        image = picture(channels)
+        for arguments in (arguments_of(row, channels), EVEN.get(row["python"])):
+            if arguments is None:
+                continue
+            if row["python"] in WHOLE:
+                with pytest.raises(qel.ArgumentError, match="whole picture"):
+                    qel.tiles.map_blocks(function, image, **arguments)
+                with pytest.raises(qel.ArgumentError, match="whole picture"):
+                    qel.tiles.map_blocks(function, da.from_array(image, chunks=20), **arguments)
+                continue
+            whole = function(image, **arguments)
+            for block in ((1, 9), (2, 200), (7, 13), (64, 64)):
+                blocks = qel.tiles.map_blocks(function, image, block=block, threads=3, **arguments)
+                np.testing.assert_array_equal(blocks, whole, err_msg=f"{channels}, {block}")
+            out = np.empty_like(whole)
+            assert qel.tiles.map_blocks(function, image, block=(9, 9), out=out, **arguments) is out
+            np.testing.assert_array_equal(out, whole)
+            chunks = (11, 17) + image.shape[2:]
+            lazy = qel.tiles.map_blocks(function, da.from_array(image, chunks=chunks), **arguments)
+            assert lazy.shape == whole.shape and lazy.dtype == np.uint8
+            np.testing.assert_array_equal(lazy.compute(scheduler="threads"), whole)
+
+
+def test_wrong_arguments_are_told_before_any_block():
+    image = picture(3)
+    with pytest.raises(TypeError, match="unexpected keyword argument 'sizes'"):
+        qel.tiles.map_blocks(qel.median, image, sizes=3)
+    with pytest.raises(qel.ArgumentError, match="is no operation of qel"):
+        qel.tiles.map_blocks(np.median, image)
+    with pytest.raises(qel.ArgumentError, match="to be cut alike"):
+        qel.tiles.map_blocks(qel.subtract, image, other=picture(3)[:5])
+    with pytest.raises(qel.ArgumentError, match="out overlaps"):
+        own = image.copy()
+        qel.tiles.map_blocks(qel.negative, own, out=own)
+
+
+def sharpen_file(source, target):
+    qel.imwrite(target, qel.sharpen(qel.imread(source)))
+    return str(target)
+
+
+def test_a_cluster_gives_the_bytes_of_one_process(tmp_path):
+    for i in range(200):
+        qel.imwrite(tmp_path / f"{i}.png", picture(3, i % 7)[: 10 + i % 20])
+    large = picture(3, 1, 500, 700)
+    lazy = qel.tiles.map_blocks(qel.median, da.from_array(large, chunks=(128, 256, 3)), size=5)
+    cluster = distributed.LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=None)
+    with cluster, distributed.Client(cluster) as client:
+        pairs = [(tmp_path / f"{i}.png", tmp_path / f"out{i}.png") for i in range(200)]
+        client.gather(client.map(sharpen_file, *zip(*pairs)))
+        np.testing.assert_array_equal(client.compute(lazy).result(), qel.median(large, size=5))
+    for source, target in pairs:
+        np.testing.assert_array_equal(qel.imread(target), qel.sharpen(qel.imread(source)))
