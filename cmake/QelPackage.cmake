@@ -3,6 +3,7 @@
 #   tool    the command-line tool, its manual, completion qel
 #   dev     the SDK with CMake package and pkg-config     qel-dev
 #   host    the reference host, a static library          qel-host-dev
+#   python  the Python package                            python3-qel
 #   docs    documentation and examples                    qel-doc
 #   formats plug-ins for more picture formats             qel-formats-extra, where their libraries are
 include(CMakePackageConfigHelpers)
@@ -71,6 +72,9 @@ get_property(format_plugins GLOBAL PROPERTY QEL_FORMAT_PLUGINS)
 if(format_plugins)
   list(APPEND CPACK_COMPONENTS_ALL formats)
 endif()
+if(TARGET qel_python)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -105,6 +109,12 @@ if(format_plugins)
   set(CPACK_DEBIAN_FORMATS_PACKAGE_DEPENDS "qel (= ${version})")
   set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "qel-formats-extra")
 endif()
+qel_debian_package(python python3-qel python "exact image operations on numpy arrays"
+  "Every operation of the QEL image module as a function on numpy arrays, without\n\
+copies; blocks of large arrays on threads and with dask.")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+  "qel-module (= ${version}), python3 (>= 3.11), python3 (<< 3.12), python3-numpy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-dask, python3-distributed")
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "qel-module (= ${version})")
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "qel-module (>= ${version})")
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "qel-dev (= ${version})")

@@ -79,13 +79,14 @@ py::list Table() {
     for (const int bits : {8, 24, 32}) {
       if (operation.WorksOn(bits)) channels.append(bits / 8);
     }
-    rows.append(py::dict(
-        "name"_a = std::string(operation.name), "python"_a = operations::PythonName(operation.name),
-        "component"_a = std::string(operation.component),
-        "summary"_a = std::string(operation.summary), "note"_a = operation.Caveats(),
-        "in_place"_a = operation.in_place, "channels"_a = channels,
-        "order"_a = OrderName(operation.channel_order), "step"_a = std::string(operation.PictureStep()),
-        "example"_a = operations::PythonLine(step), "parameters"_a = parameters));
+    rows.append(py::dict("name"_a = std::string(operation.name),
+                         "python"_a = operations::PythonName(operation.name),
+                         "component"_a = std::string(operation.component),
+                         "summary"_a = std::string(operation.summary),
+                         "note"_a = operation.Caveats(), "in_place"_a = operation.in_place,
+                         "channels"_a = channels, "order"_a = OrderName(operation.channel_order),
+                         "step"_a = std::string(operation.PictureStep()),
+                         "example"_a = operations::PythonLine(step), "parameters"_a = parameters));
   }
   return rows;
 }

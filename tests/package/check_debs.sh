@@ -16,6 +16,7 @@ field() { dpkg-deb -f "$work"/debs/"$1"_*.deb "$2"; }
 packages=$(cd "$work/debs" && printf '%s\n' *.deb | sed 's/_.*//' | sort | tr '\n' ' ')
 all="qel qel-dev qel-doc qel-host-dev qel-module"
 if [ -d "$build/formats" ]; then all="${all/qel-host/qel-formats-extra qel-host}"; fi
+if [ -d "$build/python/qel" ]; then all="python3-qel $all"; fi
 [ "$packages" = "$all " ] || fail "not the packages $all: $packages"
 version=$(field qel Version)
 depends=$(field qel Depends)
@@ -45,6 +46,13 @@ run "$root/usr/bin/qel" run "$work/dot.ppm" -o "$work/out.ppm" negative
 run "$root/usr/bin/qel" check --filter entry "$(find "$root" -name QELMaths.so)"
 gzip -dc "$root/usr/share/man/man1/qel-median.1.gz" | grep -q '^\.TH "QEL\\-MEDIAN"' ||
   fail "the manual is not there"
+if [[ $all == python3-qel* ]]; then
+  PYTHONPATH=$root/usr/lib/python3/dist-packages QEL_MODULE=$(find "$root" -name QELMaths.so) \
+    run /usr/bin/python3 -B -c '
+import numpy, qel
+dot = qel.imread("'"$work"'/dot.ppm")
+assert qel.negative(dot).tolist() == [[[245, 235, 225]]], qel.negative(dot)'
+fi
 for package in $all; do
   folder=$root/usr/share/doc/$package
   grep -q '^License: Expat' "$folder/copyright" || fail "$package has no copyright"

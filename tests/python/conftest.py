@@ -13,7 +13,7 @@ from qel import _qel
 
 TABLE = _qel.table()
 TOOL = os.environ["QEL_TOOL"]
-HEIGHT, WIDTH = 41, 93
+HEIGHT, WIDTH = 71, 93
 
 
 def pytest_configure(config):

@@ -42,6 +42,17 @@ def test_pages_run_as_they_stand(page, tmp_path, monkeypatch):
             exec(compile(block, str(page), "exec"), names)
 
 
+def test_bulk_page_runs_on_a_cluster(tmp_path):
+    pytest.importorskip("distributed")
+    qel.imwrite(tmp_path / "photo.png", picture(3, 0, 106, 176))
+    block = (DOCS.parent / "bulk.md").read_text().split("```python\n")[1].split("```")[0]
+    (tmp_path / "bulk.py").write_text(block)
+    done = subprocess.run([sys.executable, "bulk.py"], cwd=tmp_path, capture_output=True, text=True)
+    assert done.stdout.strip() == "(106, 176, 3)", done.stderr
+    np.testing.assert_array_equal(qel.imread(tmp_path / "sharp199.png"),
+                                  qel.sharpen(qel.imread(tmp_path / "photo.png")))
+
+
 def module_there(name):
     try:
         __import__(name)

@@ -9,7 +9,8 @@ da = pytest.importorskip("dask.array")
 distributed = pytest.importorskip("distributed")
 
 WHOLE = {"flip", "flip_image_and_bits", "rotate", "rotate_paste", "skew", "quad", "transform",
-         "transform_paste", "circle", "jitter", "noise", "copy", "resample"}
+         "transform_paste", "circle", "jitter", "noise", "copy", "resample", "resize", "crop", "pad",
+         "turn", "overlay", "text"}
 EVEN = {"erode": {"size": 4}, "median": {"size": 6}, "gaussian_blur": {"level": 0},
         "filter": {"kernel": np.arange(49).reshape(7, 7) % 5, "divisor": 40}}
 
