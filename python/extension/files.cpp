@@ -89,8 +89,7 @@ std::vector<uint8_t> Encode(std::string_view function, const std::string& name, 
     options.jpeg_quality = std::max(1, *quality);
     options.webp_quality = *quality;
   }
-  const pictures::Format format = pictures::FormatOfPath(name);
-  options.format = format;
+  options.webp_lossless = !quality || *quality == 100;
   const bool swaps = rgb && pixels.channels > 1;
   if (!pixels.rows || swaps) pixels = CopyOf(pixels);
   const py::gil_scoped_release unlocked;
