@@ -1,6 +1,5 @@
 #include "check/fence.h"
 
-#include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <malloc.h>
@@ -9,12 +8,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <new>
 #include <string_view>
 
 namespace qel::cli {
@@ -255,7 +252,7 @@ int ExchangeFunctionsOf(dl_phdr_info* info, size_t /*size*/, void* /*unused*/) {
   // This program allocates for itself; the C library, and what comes with it, serves everybody.
   const bool is_checked = !name.empty() && !name.starts_with("libc.") &&
                           !name.starts_with("ld-linux") && !name.starts_with("linux-vdso") &&
-                          !name.starts_with("libasan") && !name.starts_with("libtsan");
+                          !name.starts_with("libasan") && !name.starts_with("libubsan");
   if (is_checked) LoadedLibrary(*info).ExchangeFunctions();
   return 0;
 }

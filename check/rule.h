@@ -81,6 +81,7 @@ Rules FaultRules();
 Rules CollectionRules();
 Rules StringRules();
 Rules ImageRules();
+Rules ImageMemoryRules();
 
 }  // namespace qel::cli
 

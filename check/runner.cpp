@@ -95,7 +95,7 @@ Ending DescribeEnd(const Report& report, int status, bool in_time, int seconds) 
   if (!in_time || signal == SIGXCPU) {
     ending.fault = "did not end within " + std::to_string(seconds) + " s";
   } else if (!report.finished && ending.fault.empty()) {
-    ending.by_signal = signal != 0;
+    ending.broke_off = true;
     ending.fault =
         signal != 0 ? "ended by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")"
                     : "ended the process with code " + std::to_string(WEXITSTATUS(status));
@@ -178,8 +178,8 @@ int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions
   const std::string not_loaded = RunApart([&] { Subject subject(library); }, options.seconds).fault;
   if (!not_loaded.empty()) throw Failure(kModuleFault, not_loaded);
   size_t broken = 0;
-  std::optional<std::string> cause;  // of signals, once it was looked for
-  std::string explained;             // rules that ended by signals for that cause
+  std::optional<std::string> cause;  // of processes that broke off, once it was looked for
+  std::string explained;             // rules that broke off for that cause
   for (const Rule& rule : selected) {
     const Ending ending = RunApart(
         [&] {
@@ -193,9 +193,9 @@ int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions
       options.report(rule, ending.fault, ending.not_supported);
       continue;
     }
-    if (ending.by_signal && !cause) cause = BrokenCounting(rules, library, options.seconds);
+    if (ending.broke_off && !cause) cause = BrokenCounting(rules, library, options.seconds);
     const bool is_cause = cause && cause->starts_with(rule.FullName() + ":");
-    if (ending.by_signal && !cause->empty() && !is_cause) {
+    if (ending.broke_off && !cause->empty() && !is_cause) {
       explained += (explained.empty() ? "" : ", ") + rule.FullName();
       continue;
     }
@@ -208,7 +208,7 @@ int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions
     output.flush();
   }
   if (!explained.empty()) {
-    output << "BROKEN  " << explained << "\n        ended by signals, likely because of " << *cause
+    output << "BROKEN  " << explained << "\n        broke off, likely because of " << *cause
            << "\n";
   }
   if (!options.quiet && !options.report) {

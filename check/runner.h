@@ -14,7 +14,7 @@ struct Ending {
   /// What went wrong, the message of an exception, a signal or the time, with the last thing that
   /// `Doing` noted; empty when nothing did.
   std::string fault;
-  bool by_signal = false;     ///< a signal is all that is known
+  bool broke_off = false;     ///< all that is known is the signal or the code that it ended with
   std::string not_supported;  ///< what `NotSupported` noted, separated by commas
 };
 

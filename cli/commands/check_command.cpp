@@ -65,7 +65,9 @@ int CheckCommand(const Words& words) {
 }
 
 int CheckHostCommand(const Words& words) {
-  return RunCheck("check-host", Join({CollectionRules(), StringRules(), ImageRules()}), words);
+  return RunCheck("check-host",
+                  Join({CollectionRules(), StringRules(), ImageRules(), ImageMemoryRules()}),
+                  words);
 }
 
 }  // namespace qel::cli

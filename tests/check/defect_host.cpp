@@ -207,7 +207,7 @@ SmartPtr<HeapImage> MakeHeapImage() { return SmartPtr<HeapImage>::Adopt(new Heap
 SmartPtr<HostImage> MakeImage() {
   static SmartPtr<HostImage> only;
   if (Has("one-image") && only) return only;
-  SmartPtr<HostImage> image = HostImage::Make();
+  SmartPtr<HostImage> image = HostImage::Make({.bottom_up = Has("bottom-up")});  // no defect
   PatchedTable table(static_cast<IQELImageDIB*>(image.Get()), 10 + kPaletteSlots);
   if (Has("image-query-without-reference")) table.Replace(0, &BadQuery, query);
   if (Has("never-empty")) table.Replace(3, &BadGetSize, get_size);
