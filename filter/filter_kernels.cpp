@@ -1,22 +1,19 @@
 #include "filter/filter_kernels.h"
 
 #include "filter/each_byte.h"
-#include "image/slide.h"
+#include "simd/fetch.h"
+#include "simd/window.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
 struct Minimum {
   static uint8_t Of(uint8_t a, uint8_t b) { return b < a ? b : a; }
-#ifdef QEL_HAS_COLOUR_VECTORS
-  static Vector Of(Vector a, Vector b) { return Min(a, b); }
-#endif
+  QEL_SIMD_INLINE static U8 Of(U8 a, U8 b) { return Min(a, b); }
 };
 struct Maximum {
   static uint8_t Of(uint8_t a, uint8_t b) { return a < b ? b : a; }
-#ifdef QEL_HAS_COLOUR_VECTORS
-  static Vector Of(Vector a, Vector b) { return Max(a, b); }
-#endif
+  QEL_SIMD_INLINE static U8 Of(U8 a, U8 b) { return Max(a, b); }
 };
 
 /// Writes a pixel with the colour of one and the fourth byte of another.
@@ -110,13 +107,7 @@ void AcrossStretch(uint8_t* dest, const uint8_t* row, size_t size, size_t step, 
   }
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-
-constexpr size_t kVector = 64;
-
-inline __mmask64 First(size_t count) {
-  return count >= kVector ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
-}
+// In registers: where bytes of two whole vectors can be looked up and memory be masked.
 
 /// Doubles windows in registers, from the end of the row: a vector and the one right of it hold all
 /// that doubling needs. `jumps` are the bytes between the windows that are joined. load(k, mask)
@@ -124,27 +115,24 @@ inline __mmask64 First(size_t count) {
 template <typename Extremum, size_t kSteps, typename LoadAt, typename Finish>
 inline void DoubleAcross(uint8_t* dest, const size_t* jumps, size_t samples, size_t count,
                          const LoadAt& load, const Finish& finish) {
-  alignas(kVector) uint8_t places[kVector];
-  for (size_t i = 0; i < kVector; ++i) places[i] = static_cast<uint8_t>(i);
-  const __m512i in_place = _mm512_load_si512(places);
-  __m512i orders[kSteps];
-  __m512i right[kSteps];
+  U8 orders[kSteps];
+  U8 right[kSteps];
   for (size_t s = 0; s < kSteps; ++s) {
-    orders[s] = _mm512_add_epi8(in_place, _mm512_set1_epi8(static_cast<char>(jumps[s])));
-    right[s] = _mm512_setzero_si512();
+    orders[s] = Iota<U8>(static_cast<uint8_t>(jumps[s]));
+    right[s] = Zero<U8>();
   }
-  for (size_t k = (samples - 1) / kVector * kVector;; k -= kVector) {
-    __m512i windows = load(k, First(samples - k));
+  for (size_t k = (samples - 1) / kVectorBytes * kVectorBytes;; k -= kVectorBytes) {
+    U8 windows = load(k, FirstN<U8>(samples - k));
     for (size_t s = 0; s < kSteps; ++s) {
-      const __m512i shifted = _mm512_permutex2var_epi8(windows, orders[s], right[s]);
+      const U8 shifted = TwoTablesLookupLanes(windows, right[s], orders[s]);
       right[s] = windows;
       windows = Extremum::Of(windows, shifted);
     }
-    if (k + kVector <= count) {
-      _mm512_storeu_si512(dest + k, finish(windows, k, ~__mmask64{0}));
+    if (k + kVectorBytes <= count) {
+      StoreU(finish(windows, k, FirstN<U8>(kVectorBytes)), dest + k);
     } else if (k < count) {
-      const __mmask64 mask = First(count - k);
-      _mm512_mask_storeu_epi8(dest + k, mask, finish(windows, k, mask));
+      const Mask<U8> mask = FirstN<U8>(count - k);
+      BlendedStore(finish(windows, k, mask), mask, dest + k);
     }
     if (k == 0) return;
   }
@@ -161,7 +149,7 @@ inline bool WithSteps(size_t size, size_t step, Run&& run) {
   for (size_t width = 1; width < size; ++steps) {
     const size_t wider = 2 * width < size ? 2 * width : size;
     jumps[steps] = (wider - width) * step;
-    if (jumps[steps] >= kVector) return false;
+    if (jumps[steps] >= kVectorBytes) return false;
     width = wider;
   }
   switch (steps) {
@@ -182,49 +170,41 @@ inline bool WithSteps(size_t size, size_t step, Run&& run) {
 
 template <typename Extremum>
 bool AcrossInRegisters(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
-  return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
-    DoubleAcross<Extremum, kSteps>(
-        dest, jumps, count + (size - 1) * step, count,
-        [=](size_t k, __mmask64 mask) { return _mm512_maskz_loadu_epi8(mask, row + k); },
-        [](__m512i windows, size_t, __mmask64) { return windows; });
-  });
+  if constexpr (kHasByteLookup) {
+    return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
+      DoubleAcross<Extremum, kSteps>(
+          dest, jumps, count + (size - 1) * step, count,
+          [=](size_t k, Mask<U8> mask) { return MaskedLoad<U8>(mask, row + k); },
+          [](U8 windows, size_t, Mask<U8>) { return windows; });
+    });
+  }
+  return false;
 }
 
 template <typename Extremum>
 bool AdvanceInRegisters(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
                         size_t size, size_t step, size_t count) {
-  const uint8_t* const last = row + (size - 1) * step;
-  const __mmask64 alpha = step == 4 ? 0x8888'8888'8888'8888 : 0;
-  return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
-    DoubleAcross<Extremum, kSteps>(
-        dest, jumps, count + (size - 1) * step, count,
-        [=](size_t k, __mmask64 mask) {
-          // Beyond the samples, what runs stays as it is.
-          const __m512i before = _mm512_loadu_si512(running + k);
-          const __m512i longer =
-              Extremum::Of(before, _mm512_mask_loadu_epi8(before, mask, row + k));
-          _mm512_storeu_si512(running + k, longer);
-          return Extremum::Of(longer, _mm512_loadu_si512(above + k));
-        },
-        [=](__m512i windows, size_t k, __mmask64 mask) {
-          return _mm512_mask_loadu_epi8(windows, alpha & mask, last + k);
-        });
-  });
-}
-
-#else
-
-template <typename Extremum>
-bool AcrossInRegisters(uint8_t*, const uint8_t*, size_t, size_t, size_t) {
+  if constexpr (kHasByteLookup) {
+    const uint8_t* const last = row + (size - 1) * step;
+    const Mask<U8> fourth = MaskFromBits<U8, 0x8888'8888'8888'8888u>();
+    const Mask<U8> alpha = step == 4 ? fourth : FirstN<U8>(0);
+    return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
+      DoubleAcross<Extremum, kSteps>(
+          dest, jumps, count + (size - 1) * step, count,
+          [=](size_t k, Mask<U8> mask) {
+            // Beyond the samples, what runs stays as it is.
+            const U8 before = LoadU<U8>(running + k);
+            const U8 longer = Extremum::Of(before, MaskedLoadOr(before, mask, row + k));
+            StoreU(longer, running + k);
+            return Extremum::Of(longer, LoadU<U8>(above + k));
+          },
+          [=](U8 windows, size_t k, Mask<U8> mask) {
+            return MaskedLoadOr(windows, alpha & mask, last + k);
+          });
+    });
+  }
   return false;
 }
-template <typename Extremum>
-bool AdvanceInRegisters(uint8_t*, uint8_t*, const uint8_t*, const uint8_t*, size_t, size_t,
-                        size_t) {
-  return false;
-}
-
-#endif
 
 template <typename Extremum>
 void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
@@ -250,84 +230,51 @@ void Advance(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t*
   TakeAlpha(dest, row + (size - 1) * step, step, count);
 }
 
-/// What joins the fourth bytes of 4-byte samples to a 3 x 3 window's others.
-template <size_t kStep>
-uint8_t WithLastAlpha(uint8_t byte, const uint8_t* below, size_t i) {
-  return kStep == 4 && i % 4 == 3 ? below[i + 2 * kStep] : byte;
-}
-
 /// Nine bytes at once: without rows in between, reading and writing keep pace with each other.
 template <typename Extremum, size_t kStep>
 void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
   const uint8_t* const a = rows[0];
   const uint8_t* const b = rows[1];
   const uint8_t* const c = rows[2];
-#ifdef QEL_HAS_COLOUR_VECTORS
-  Slide<3, kStep>(
+  StoreWindows<3, kStep>(
       dest, count,
       [=](size_t k) {
         FetchAhead<kVectorBytes>(c + k);
-        return Extremum::Of(Extremum::Of(Load(a + k), Load(b + k)), Load(c + k));
+        return Extremum::Of(Extremum::Of(LoadU<U8>(a + k), LoadU<U8>(b + k)), LoadU<U8>(c + k));
       },
-      [=](size_t k, Vector left, Vector middle, Vector right) {
-        const Vector square = Extremum::Of(Extremum::Of(left, middle), right);
-        return kStep == 4 ? JoinAlpha(square, Load(c + k + 2 * kStep)) : square;
+      [=](size_t k, U8 left, U8 middle, U8 right) {
+        const U8 square = Extremum::Of(Extremum::Of(left, middle), right);
+        return kStep == 4 ? WithFourthBytes(square, LoadU<U8>(c + k + 2 * kStep)) : square;
       });
-#else
-  ForEachByte(dest, count, [=](size_t i, uint8_t) {
-    const auto column = [=](size_t k) { return Extremum::Of(Extremum::Of(a[k], b[k]), c[k]); };
-    return WithLastAlpha<kStep>(
-        Extremum::Of(Extremum::Of(column(i), column(i + kStep)), column(i + 2 * kStep)), c, i);
-  });
-#endif
 }
-
-#ifdef QEL_HAS_COLOUR_VECTORS
 
 struct Extremes {
-  Vector lowest;
-  Vector highest;
+  U8 lowest;
+  U8 highest;
 };
 template <size_t kBytes>
-Extremes Shifted(const Extremes& v, const Extremes& next) {
-  return {Shifted<kBytes>(v.lowest, next.lowest), Shifted<kBytes>(v.highest, next.highest)};
+QEL_SIMD_INLINE Extremes ShiftedWindow(const Extremes& v, const Extremes& next) {
+  return {ShiftedWindow<kBytes>(v.lowest, next.lowest),
+          ShiftedWindow<kBytes>(v.highest, next.highest)};
 }
-
-#endif
 
 /// The larger extremum of nine bytes without the smaller one.
 template <size_t kStep>
 void Spread3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
-#ifdef QEL_HAS_COLOUR_VECTORS
-  Slide<3, kStep>(
+  StoreWindows<3, kStep>(
       dest, count,
       [=](size_t k) {
         FetchAhead<kVectorBytes>(rows[2] + k);
-        const Vector a = Load(rows[0] + k);
-        const Vector b = Load(rows[1] + k);
-        const Vector c = Load(rows[2] + k);
+        const U8 a = LoadU<U8>(rows[0] + k);
+        const U8 b = LoadU<U8>(rows[1] + k);
+        const U8 c = LoadU<U8>(rows[2] + k);
         return Extremes{Min(Min(a, b), c), Max(Max(a, b), c)};
       },
       [=](size_t k, const Extremes& left, const Extremes& middle, const Extremes& right) {
-        const Vector spread =
-            SubtractUnsigned(Max(Max(left.highest, middle.highest), right.highest),
-                             Min(Min(left.lowest, middle.lowest), right.lowest));
-        return kStep == 4 ? JoinAlpha(spread, Load(rows[2] + k + 2 * kStep)) : spread;
+        const U8 spread = SaturatedSub(Max(Max(left.highest, middle.highest), right.highest),
+                                       Min(Min(left.lowest, middle.lowest), right.lowest));
+        return kStep == 4 ? WithFourthBytes(spread, LoadU<U8>(rows[2] + k + 2 * kStep)) : spread;
       });
-#else
-  const uint8_t* const a = rows[0];
-  const uint8_t* const b = rows[1];
-  const uint8_t* const c = rows[2];
-  ForEachByte(dest, count, [=](size_t i, uint8_t) {
-    const auto extremum = [=](auto of) {
-      const auto column = [=](size_t k) { return of(of(a[k], b[k]), c[k]); };
-      return of(of(column(i), column(i + kStep)), column(i + 2 * kStep));
-    };
-    const uint8_t highest = extremum([](uint8_t x, uint8_t y) { return Maximum::Of(x, y); });
-    const uint8_t lowest = extremum([](uint8_t x, uint8_t y) { return Minimum::Of(x, y); });
-    return WithLastAlpha<kStep>(static_cast<uint8_t>(highest - lowest), c, i);
-  });
-#endif
 }
 
 void Spread(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count) {
@@ -366,27 +313,9 @@ void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t step, si
 // Deliberate: a difference is compared with a kept raw value, n - c > t and then t = n. With bytes:
 // n lies above c + t, which stops at 255.
 
-#ifdef QEL_HAS_COLOUR_VECTORS
-
-inline Vector Keep(Vector kept, Vector centre, Vector neighbour) {
-  const Vector limit = AddUnsigned(kept, centre);
-#ifdef QEL_LEVEL_avx2
-  const Vector not_above = _mm256_cmpeq_epi8(SubtractUnsigned(neighbour, limit), FillBytes(0));
-  return _mm256_blendv_epi8(neighbour, kept, not_above);
-#else
-  return _mm512_mask_mov_epi8(kept, _mm512_cmpgt_epu8_mask(neighbour, limit), neighbour);
-#endif
+QEL_SIMD_INLINE U8 Keep(U8 kept, U8 centre, U8 neighbour) {
+  return IfThenElse(neighbour <= SaturatedAdd(kept, centre), kept, neighbour);
 }
-
-#else
-
-inline uint8_t Keep(uint8_t kept, uint8_t centre, uint8_t neighbour) {
-  const uint8_t room = static_cast<uint8_t>(~kept);
-  const auto limit = static_cast<uint8_t>(kept + (centre < room ? centre : room));
-  return neighbour > limit ? neighbour : kept;
-}
-
-#endif
 
 void Contour(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes) {
   const uint8_t* const above = rows[0];
@@ -395,30 +324,23 @@ void Contour(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sam
   const size_t next = sample_bytes;
   const size_t last = 2 * sample_bytes;
   // Column by column; the centre itself never exceeds itself.
-  const auto trace = [=](size_t k, auto kept, auto load) {
-    const auto centre = load(level + k + next);
-    kept = Keep(kept, centre, load(above + k));
-    kept = Keep(kept, centre, load(level + k));
-    kept = Keep(kept, centre, load(below + k));
-    kept = Keep(kept, centre, load(above + k + next));
-    kept = Keep(kept, centre, load(below + k + next));
-    kept = Keep(kept, centre, load(above + k + last));
-    kept = Keep(kept, centre, load(level + k + last));
-    return Keep(kept, centre, load(below + k + last));
+  const auto trace = [=](size_t k) {
+    const auto load = [=](const uint8_t* row, size_t right) { return LoadU<U8>(row + k + right); };
+    const U8 centre = load(level, next);
+    U8 kept = Keep(Zero<U8>(), centre, load(above, 0));
+    kept = Keep(kept, centre, load(level, 0));
+    kept = Keep(kept, centre, load(below, 0));
+    kept = Keep(kept, centre, load(above, next));
+    kept = Keep(kept, centre, load(below, next));
+    kept = Keep(kept, centre, load(above, last));
+    kept = Keep(kept, centre, load(level, last));
+    return Keep(kept, centre, load(below, last));
   };
-#ifdef QEL_HAS_COLOUR_VECTORS
   StoreVectors(dest, count, [&](size_t k) {
     FetchAhead<kVectorBytes>(below + k);
-    const Vector traced = ~trace(k, FillBytes(0), [](const uint8_t* at) { return Load(at); });
-    return sample_bytes == 4 ? JoinAlpha(traced, Load(level + k + next)) : traced;
+    const U8 traced = ~trace(k);
+    return sample_bytes == 4 ? WithFourthBytes(traced, LoadU<U8>(level + k + next)) : traced;
   });
-#else
-  ForEachByte(dest, count, [=](size_t k, uint8_t) {
-    const uint8_t kept = trace(k, uint8_t{0}, [](const uint8_t* at) { return *at; });
-    return static_cast<uint8_t>(~kept);
-  });
-  TakeAlpha(dest, level + next, sample_bytes, count);
-#endif
 }
 
 }  // namespace

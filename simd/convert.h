@@ -35,6 +35,23 @@ QEL_SIMD_INLINE U8 OrderedDemote4To8(I32 a, I32 b, I32 c, I32 d) {
   return BitCast<U8>(TableLookupLanes(BitCast<U32>(bytes), places));
 }
 
+/// The lower halves of all blocks, then the upper halves.
+QEL_SIMD_INLINE U8 LowerThenUpperHalves(U8 v) {
+  constexpr size_t kBlocks = kVectorBytes / 16;
+  if constexpr (kBlocks == 1) return v;
+  constexpr auto kOrder = [] {
+    struct Places {
+      alignas(64) uint32_t at[U32::kLanes];
+    } places{};
+    for (size_t i = 0; i < U32::kLanes; ++i) {
+      const size_t half = i / 2;  // of 8 bytes, counted in the result
+      places.at[i] = static_cast<uint32_t>(half % kBlocks * 4 + half / kBlocks * 2 + i % 2);
+    }
+    return places;
+  }();
+  return BitCast<U8>(TableLookupLanes(BitCast<U32>(v), LoadU<U32>(&kOrder)));
+}
+
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 

@@ -12,14 +12,16 @@
 // Words: names and the order of arguments are those of the well-known portable library, with the
 // type as a template argument in place of a tag.
 // - Memory: LoadU<V>(from), StoreU(v, to), LoadDup128<V>(from), LoadBlocks<V>(from, stride),
-//   StoreBlocks(v, to, stride), MaskedLoad<V>(mask, from), BlendedStore(v, mask, to).
+//   StoreBlocks(v, to, stride), MaskedLoad<V>(mask, from), MaskedLoadOr(no, mask,
+//   from), BlendedStore(v, mask, to).
 // - Constants: Zero<V>(), Set<V>(value), Iota<V>(first).
 // - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
 //   MulAdd, MulSub, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
 // - Neighbours: SatWidenMulPairwiseAdd(u8, i8), WidenMulPairwiseAdd(i16, i16),
 //   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8), ReduceSum(v).
 // - Masks: == != < <= > >= make a `Mask<V>`; & | ^ ~, IfThenElse(mask, yes, no),
-//   IfThenZeroElse(mask, no), IfNegativeThenElse(v, yes, no), FirstN<V>(count), CountTrue,
+//   IfThenZeroElse(mask, no), IncrementWhere(mask, v), DecrementWhere(mask, v),
+//   IfNegativeThenElse(v, yes, no), FirstN<V>(count), CountTrue,
 //   AllFalse, MaskFromBits<V, bits>(), BitsFromMask, MaskFromVec, VecFromMask, RebindMask<To>.
 // - Conversions: BitCast<To>(v), ConvertTo<To>(v), ReorderDemote2To<To>(a, b), LowerHalf(v),
 //   UpperHalf(v), Combine(upper, lower).
@@ -39,7 +41,8 @@
 // - kHasFusedMulAdd: MulAdd and MulSub round once.
 //
 // Built on these: simd/convert.h (conversions of several steps), simd/interleaved.h (channels apart
-// and together), simd/table_lookup.h (tables of 256 bytes), simd/row_walk.h (rows in blocks).
+// and together), simd/table_lookup.h (tables of 256 bytes), simd/row_walk.h (rows in blocks),
+// simd/window.h (rows a vector at a time, windows of a few columns).
 //
 // The functions stand in simd/levels: vec.h and lane_masks.h in plain C++ for all levels, x86.h and
 // the files of the levels where the compiler makes too little of that. A new word goes into vec.h,

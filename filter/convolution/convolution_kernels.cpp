@@ -1,7 +1,9 @@
 #include "filter/convolution/convolution_kernels.h"
 
 #include "image/numeric.h"
-#include "image/slide.h"
+#include "simd/convert.h"
+#include "simd/fetch.h"
+#include "simd/window.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -130,8 +132,8 @@ class ColumnSums {
 };
 
 template <typename Lane>
-void Slide(Lane* __restrict sums, const uint8_t* __restrict entering,
-           const uint8_t* __restrict leaving, Lane weight, size_t count) {
+void RunSums(Lane* __restrict sums, const uint8_t* __restrict entering,
+             const uint8_t* __restrict leaving, Lane weight, size_t count) {
   for (size_t i = 0; i < count; ++i) {
     const auto change = static_cast<Lane>(Lane{entering[i]} - Lane{leaving[i]});
     sums[i] = static_cast<Lane>(sums[i] + static_cast<Lane>(uint32_t{weight} * change));
@@ -237,103 +239,49 @@ void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
   }
 }
 
-#ifndef QEL_HAS_COLOUR_VECTORS
+QEL_SIMD_INLINE U8 LoadOnce(const uint8_t* from) { return KeepInRegister(LoadU<U8>(from)); }
 
-constexpr ConvolutionKernels::Direct kDirect16 = nullptr;
-constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
-constexpr auto kPairs = decltype(ConvolutionKernels::pairs){nullptr};
-constexpr auto kSquare = decltype(ConvolutionKernels::square){nullptr};
-
-void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count) {
-  const uint8_t* shifted[kMostTaps];
-  for (size_t i = 0; i < weights.columns; ++i) shifted[i] = row + i * weights.step;
-  Sum(sums, shifted, weights.across, weights.columns, 0, count);
-}
-
-void Down16(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
-            const ShortDivision& division, size_t count) {
-  uint16_t stretch[kStretch];
-  for (size_t first = 0; first < count; first += kStretch) {
-    const size_t length = Smaller(kStretch, count - first);
-    const uint16_t* here[kMostTaps];
-    for (size_t j = 0; j < weights.rows; ++j) here[j] = sums[j] + first;
-    Sum(stretch, here, weights.down, weights.rows, 0, length);
-    Finish16(dest + first, stretch, division, length);
-  }
-}
-
-void Split32(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
-             const Division& division, size_t count) {
-  ColumnSums columns(rows, weights);
-  uint32_t sums[kStretch];
-  for (size_t first = 0; first < count; first += kStretch) {
-    const size_t stretch = Smaller(kStretch, count - first);
-    const uint16_t* const down = columns.At(first, stretch);
-    for (size_t k = 0; k < stretch; ++k) sums[k] = weights.balance;
-    for (size_t i = 0; i < weights.columns; ++i) {
-      const int32_t weight = weights.across[i];
-      const uint16_t* const from = down + i * weights.step;
-      for (size_t k = 0; k < stretch; ++k) {
-        sums[k] += static_cast<uint32_t>(weight * static_cast<int16_t>(from[k]));
-      }
-    }
-    Finish32(dest + first, sums, division, stretch);
-  }
-}
-
-#else
-
-constexpr size_t kVector = kVectorBytes;
-
-inline Vector SetDwords(int32_t dword) { return FillDwords(static_cast<uint32_t>(dword)); }
-
-/// Divides, offsets and clamps sums. Packing saturates twice, which is the clamp.
+/// Divides, offsets and clamps sums. Narrowing saturates twice, which is the clamp.
 template <bool kInSingle>
-inline Vector Quotients(const Vector (&sums)[4], const Division& division) {
-  const Vector offset = SetDwords(division.offset);
-  Vector out[4];
+inline U8 Quotients(const I32 (&sums)[4], const Division& division) {
+  const I32 offset = Set<I32>(division.offset);
+  I32 out[4];
   for (size_t a = 0; a < 4; ++a) {
-    const Vector quotient = kInSingle ? ScaleInSingle(sums[a], division.single_factor)
-                                      : ScaleInDouble(sums[a], division.factor);
-    out[a] = AddDwords(quotient, offset);
+    out[a] = (kInSingle ? MulTruncated(sums[a], division.single_factor)
+                        : MulTruncated(sums[a], division.factor)) +
+             offset;
   }
-  return PackWords(PackDwords(out[0], out[1]), PackDwords(out[2], out[3]));
-}
-
-/// Stores the first `count` bytes, at most a vector.
-inline void StoreBytes(uint8_t* dest, Vector bytes, size_t count) {
-  if (count >= kVector) {
-    Store(dest, bytes);
-  } else {
-    StoreFirst(dest, bytes, count);
-  }
+  return ReorderDemote4To8(out[0], out[1], out[2], out[3]);
 }
 
 /// Two neighbours at a time: their bytes are interleaved, widened and summed in pairs. Interleaving
-/// within 128-bit parts gives the sums the order that packing undoes.
+/// within blocks gives the sums the order that narrowing undoes.
 template <bool kInSingle>
 void PairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
               const Division& division, size_t count) {
-  const Vector zero = FillBytes(0);
-  for (size_t k = 0; k < count; k += kVector) {
-    Vector sums[4] = {zero, zero, zero, zero};
+  const U8 zero = Zero<U8>();
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    I32 sums[4] = {};
     for (size_t j = 0; j < weights.rows; ++j) {
       const uint8_t* from = rows[j] + k;
       const int32_t* const words = weights.words + j * weights.stride;
       for (size_t i = 0; i < weights.words_per_row; ++i, from += 2 * weights.step) {
         if (words[i] == 0) continue;
-        const Vector weight = SetDwords(words[i]);
-        const Vector left = Load(from);
-        const Vector right = Load(from + weights.step);
-        const Vector low = PairLow(left, right);
-        const Vector high = PairHigh(left, right);
-        sums[0] = AddDwords(sums[0], SumWordPairs(PairLow(low, zero), weight));
-        sums[1] = AddDwords(sums[1], SumWordPairs(PairHigh(low, zero), weight));
-        sums[2] = AddDwords(sums[2], SumWordPairs(PairLow(high, zero), weight));
-        sums[3] = AddDwords(sums[3], SumWordPairs(PairHigh(high, zero), weight));
+        const I16 weight = BitCast<I16>(Set<I32>(words[i]));
+        const U8 left = LoadU<U8>(from);
+        const U8 right = LoadU<U8>(from + weights.step);
+        const U8 lower = InterleaveLower(left, right);
+        const U8 upper = InterleaveUpper(left, right);
+        const auto weighed = [&](U8 pairs) {
+          return WidenMulPairwiseAdd(BitCast<I16>(pairs), weight);
+        };
+        sums[0] += weighed(InterleaveLower(lower, zero));
+        sums[1] += weighed(InterleaveUpper(lower, zero));
+        sums[2] += weighed(InterleaveLower(upper, zero));
+        sums[3] += weighed(InterleaveUpper(upper, zero));
       }
     }
-    StoreBytes(dest + k, Quotients<kInSingle>(sums, division), count - k);
+    StoreN(Quotients<kInSingle>(sums, division), dest + k, count - k);
   }
 }
 
@@ -342,15 +290,14 @@ void Direct16(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
   const auto function = division.in_single ? &PairRows<true> : &PairRows<false>;
   function(dest, rows, weights, division, count);
 }
-constexpr ConvolutionKernels::Direct kDirect16 = &Direct16;
 
 /// Calls block(k, place) for vectors of bytes from `k` on. The last one overlaps the one before it
 /// where there are enough; `place` counts whole vectors all the same.
 template <typename Block>
 inline void ForEachVector(size_t count, Block&& block) {
-  for (size_t k = 0; k < count; k += kVector) {
-    const bool overlaps = count - k < kVector && count >= kVector;
-    block(overlaps ? count - kVector : k, k);
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    const bool overlaps = count - k < kVectorBytes && count >= kVectorBytes;
+    block(overlaps ? count - kVectorBytes : k, k);
   }
 }
 
@@ -362,38 +309,40 @@ class ShortQuotients {
       : divides_(finish.division.multiplier != 0),
         negates_(finish.negate),
         shift_(finish.division.shift),
-        multiplier_(FillWords(finish.division.multiplier)),
-        sign_(FillWords(finish.negate ? -1 : 0)),
-        offset_(FillWords(finish.offset)) {}
+        multiplier_(Set<U16>(static_cast<uint16_t>(finish.division.multiplier))),
+        sign_(Set<I16>(finish.negate ? -1 : 0)),
+        offset_(Set<I16>(static_cast<int16_t>(finish.offset))) {}
 
-  Vector operator()(const Words& sums) const { return PackWords(Of(sums.low), Of(sums.high)); }
+  QEL_SIMD_INLINE U8 operator()(const Halves<I16>& sums) const {
+    return ReorderDemote2To<U8>(Of(sums.lower), Of(sums.upper));
+  }
 
  private:
-  Vector Of(Vector sums) const {
+  QEL_SIMD_INLINE I16 Of(I16 sums) const {
     if constexpr (kSums == ShortSums::kUnsigned) {
-      // Packing takes signed lanes.
-      return MinUnsignedWords(Divide(sums), FillWords(255));
+      // Narrowing takes signed lanes.
+      return BitCast<I16>(Min(Divide(BitCast<U16>(sums)), Set<U16>(255)));
     } else if constexpr (kSums == ShortSums::kCutAtZero) {
-      return Divide(MaxWords(sums, FillBytes(0)));
+      return BitCast<I16>(Divide(BitCast<U16>(Max(sums, Zero<I16>()))));
     } else {
-      Vector quotients = sums;
+      I16 quotients = sums;
       if (divides_ || negates_) {
-        const Vector signs = SignsOfWords(sums) ^ sign_;
-        quotients = SubtractWords(Divide(SizesOfWords(sums)) ^ signs, signs);
+        const I16 signs = ShiftRight<15>(sums) ^ sign_;
+        quotients = (BitCast<I16>(Divide(BitCast<U16>(Abs(sums)))) ^ signs) - signs;
       }
-      return AddWordsSaturated(quotients, offset_);
+      return SaturatedAdd(quotients, offset_);
     }
   }
-  Vector Divide(Vector sizes) const {
-    return divides_ ? ShiftWordsRight(HighProducts(sizes, multiplier_), shift_) : sizes;
+  QEL_SIMD_INLINE U16 Divide(U16 sizes) const {
+    return divides_ ? ShiftRightSame(MulHigh(sizes, multiplier_), shift_) : sizes;
   }
 
   const bool divides_;
   const bool negates_;
   const int shift_;
-  const Vector multiplier_;
-  const Vector sign_;
-  const Vector offset_;
+  const U16 multiplier_;
+  const I16 sign_;
+  const I16 offset_;
 };
 
 /// Calls run(Constant<sums>) with the sums that `finish` takes.
@@ -412,21 +361,24 @@ inline void WithSums(ShortSums sums, Run&& run) {
 }
 
 /// The weighted sums of one vector of outputs.
-struct Accumulator : Words {
-  Accumulator() : Words{FillBytes(0), FillBytes(0)} {}
+struct Accumulator : Halves<I16> {
+  Accumulator() : Halves<I16>{Zero<I16>(), Zero<I16>()} {}
 
-  void Add(Vector a, Vector b, Vector weights) {
-    AddPairs({PairLow(a, b), PairHigh(a, b)}, weights);
+  QEL_SIMD_INLINE void Add(U8 a, U8 b, I8 weights) {
+    AddPairs({InterleaveLower(a, b), InterleaveUpper(a, b)}, weights);
   }
-  void AddPairs(const Words& pairs, Vector weights) {
-    low = AddWords(low, SumPairs(pairs.low, weights));
-    high = AddWords(high, SumPairs(pairs.high, weights));
+  QEL_SIMD_INLINE void AddPairs(const Halves<U8>& pairs, I8 weights) {
+    lower += SatWidenMulPairwiseAdd(pairs.lower, weights);
+    upper += SatWidenMulPairwiseAdd(pairs.upper, weights);
   }
-  void Add(const Words& words, Vector weight) {
-    low = AddWords(low, Products(words.low, weight));
-    high = AddWords(high, Products(words.high, weight));
+  QEL_SIMD_INLINE void Add(const Halves<I16>& sums, I16 weight) {
+    lower += sums.lower * weight;
+    upper += sums.upper * weight;
   }
 };
+
+/// Pairs of weights, given as the bytes of an integer.
+QEL_SIMD_INLINE I8 SetPairs(int32_t pairs) { return BitCast<I8>(Set<I32>(pairs)); }
 
 /// The pairs of one row. `kPairs` is their number, or 0 where it is only known at run time.
 template <ShortSums kSums, size_t kPairs>
@@ -434,25 +386,25 @@ void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& we
                 size_t count) {
   const uint8_t* left[kMostPairs];
   const uint8_t* right[kMostPairs];
-  Vector words[kMostPairs];
+  I8 words[kMostPairs];
   const size_t pairs = kPairs != 0 ? kPairs : weights.count;
   for (size_t i = 0; i < pairs; ++i) {
     const TapPair& pair = weights.pairs[i];
     left[i] = rows[pair.rows[0]] + pair.offsets[0];
     right[i] = rows[pair.rows[1]] + pair.offsets[1];
-    words[i] = SetDwords(pair.weights);
+    words[i] = SetPairs(pair.weights);
   }
   const uint8_t* const alphas =
       weights.alpha != nullptr ? rows[weights.alpha->row] + weights.alpha->offset : nullptr;
   const ShortQuotients<kSums> quotients(weights.finish);
   StoreVectors(dest, count, [&](size_t k) {
-    FetchAhead<kVector>(right[pairs - 1] + k);
+    FetchAhead<kVectorBytes>(right[pairs - 1] + k);
     Accumulator sums;
     for (size_t i = 0; i < pairs; ++i) {
-      sums.Add(Once(Load(left[i] + k)), Once(Load(right[i] + k)), words[i]);
+      sums.Add(LoadOnce(left[i] + k), LoadOnce(right[i] + k), words[i]);
     }
-    const Vector bytes = quotients(sums);
-    return alphas != nullptr ? JoinAlpha(bytes, Load(alphas + k)) : bytes;
+    const U8 bytes = quotients(sums);
+    return alphas != nullptr ? WithFourthBytes(bytes, LoadU<U8>(alphas + k)) : bytes;
   });
 }
 
@@ -465,30 +417,34 @@ void Pairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights
     kFunctions[weights.count <= 5 ? weights.count : 0](dest, rows, weights, count);
   });
 }
-constexpr auto kPairs = decltype(ConvolutionKernels::pairs){&Pairs};
 
 /// The bytes of a column, interleaved for sums of pairs.
 struct Interleaved {
-  Interleaved(Vector a, Vector b, Vector c)
-      : upper{PairLow(a, b), PairHigh(a, b)},
-        lower{PairLow(c, FillBytes(0)), PairHigh(c, FillBytes(0))} {}
-  Words upper;  ///< of the first two rows
-  Words lower;  ///< of the third one
+  QEL_SIMD_INLINE Interleaved(U8 a, U8 b, U8 c)
+      : first_two{InterleaveLower(a, b), InterleaveUpper(a, b)},
+        third{InterleaveLower(c, Zero<U8>()), InterleaveUpper(c, Zero<U8>())} {}
+  Halves<U8> first_two;  ///< rows
+  Halves<U8> third;
 };
 template <size_t kBytes>
-Interleaved Shifted(Interleaved v, const Interleaved& next) {
-  v.upper = Shifted<kBytes>(v.upper, next.upper);
-  v.lower = Shifted<kBytes>(v.lower, next.lower);
+QEL_SIMD_INLINE Interleaved ShiftedWindow(Interleaved v, const Interleaved& next) {
+  v.first_two = ShiftedWindow<kBytes>(v.first_two, next.first_two);
+  v.third = ShiftedWindow<kBytes>(v.third, next.third);
   return v;
 }
 
 /// The weights of a column in vectors.
 struct ColumnVectors {
   explicit ColumnVectors(const SquareWeights::Column& column)
-      : upper(SetDwords(column.upper)), lower(SetDwords(column.lower)) {}
-  Vector upper;
-  Vector lower;
+      : first_two(SetPairs(column.upper)), third(SetPairs(column.lower)) {}
+  I8 first_two;
+  I8 third;
 };
+QEL_SIMD_INLINE void AddColumn(Accumulator& sums, const Interleaved& column,
+                               const ColumnVectors& weights) {
+  sums.AddPairs(column.first_two, weights.first_two);
+  sums.AddPairs(column.third, weights.third);
+}
 
 template <ShortSums kSums, size_t kStep>
 class SquareRow {
@@ -499,25 +455,25 @@ class SquareRow {
   /// Sums down each column once, then across.
   void WeighProduct(uint8_t* dest, size_t count) const {
     const ColumnVectors down(weights_.columns[0]);
-    const Vector middle = SetDwords(weights_.middle);
-    const Vector across[] = {FillWords(weights_.across[0]), FillWords(weights_.across[1]),
-                             FillWords(weights_.across[2])};
+    const I8 middle = SetPairs(weights_.middle);
+    const I16 across[] = {Set<I16>(static_cast<int16_t>(weights_.across[0])),
+                          Set<I16>(static_cast<int16_t>(weights_.across[1])),
+                          Set<I16>(static_cast<int16_t>(weights_.across[2]))};
     const bool has_middle = weights_.middle != 0;
-    Slide<3, kStep>(
+    StoreWindows<3, kStep>(
         dest, count,
-        [&](size_t k) -> Words {
-          const Interleaved column = At(k);
+        [&](size_t k) -> Halves<I16> {
           Accumulator sums;
-          sums.AddPairs(column.upper, down.upper);
-          sums.AddPairs(column.lower, down.lower);
+          AddColumn(sums, At(k), down);
           return sums;
         },
-        [&](size_t k, const Words& left, const Words& centre, const Words& right) {
+        [&](size_t k, const Halves<I16>& left, const Halves<I16>& centre,
+            const Halves<I16>& right) {
           Accumulator sums;
           sums.Add(left, across[0]);
           sums.Add(centre, across[1]);
           sums.Add(right, across[2]);
-          if (has_middle) sums.Add(Once(Load(rows_[1] + k + kStep)), FillBytes(0), middle);
+          if (has_middle) sums.Add(LoadOnce(rows_[1] + k + kStep), Zero<U8>(), middle);
           return Finish(k, sums);
         });
   }
@@ -526,28 +482,25 @@ class SquareRow {
   void WeighColumns(uint8_t* dest, size_t count) const {
     const ColumnVectors left(weights_.columns[0]), centre(weights_.columns[1]),
         right(weights_.columns[2]);
-    Slide<3, kStep>(
+    StoreWindows<3, kStep>(
         dest, count, [&](size_t k) { return At(k); },
         [&](size_t k, const Interleaved& a, const Interleaved& b, const Interleaved& c) {
           Accumulator sums;
-          sums.AddPairs(a.upper, left.upper);
-          sums.AddPairs(a.lower, left.lower);
-          sums.AddPairs(b.upper, centre.upper);
-          sums.AddPairs(b.lower, centre.lower);
-          sums.AddPairs(c.upper, right.upper);
-          sums.AddPairs(c.lower, right.lower);
+          AddColumn(sums, a, left);
+          AddColumn(sums, b, centre);
+          AddColumn(sums, c, right);
           return Finish(k, sums);
         });
   }
 
  private:
-  Interleaved At(size_t k) const {
-    FetchAhead<kVector>(rows_[2] + k);
-    return {Once(Load(rows_[0] + k)), Once(Load(rows_[1] + k)), Once(Load(rows_[2] + k))};
+  QEL_SIMD_INLINE Interleaved At(size_t k) const {
+    FetchAhead<kVectorBytes>(rows_[2] + k);
+    return {LoadOnce(rows_[0] + k), LoadOnce(rows_[1] + k), LoadOnce(rows_[2] + k)};
   }
-  Vector Finish(size_t k, const Words& sums) const {
-    const Vector bytes = quotients_(sums);
-    return kStep == 4 ? JoinAlpha(bytes, Load(rows_[2] + k + 2 * kStep)) : bytes;
+  QEL_SIMD_INLINE U8 Finish(size_t k, const Halves<I16>& sums) const {
+    const U8 bytes = quotients_(sums);
+    return kStep == 4 ? WithFourthBytes(bytes, LoadU<U8>(rows_[2] + k + 2 * kStep)) : bytes;
   }
 
   const uint8_t* const* const rows_;
@@ -576,7 +529,6 @@ void Square(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weig
     function(dest, rows, weights, count);
   });
 }
-constexpr auto kSquare = decltype(ConvolutionKernels::square){&Square};
 
 /// Sums of each vector of bytes in the order of interleaving, low halves first.
 void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count) {
@@ -594,10 +546,10 @@ void Across16(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, s
     for (size_t i = 0; i < pair_count; ++i, from += 2 * weights.step) {
       // An odd tap has no partner: reading one would lead beyond the row.
       const uint8_t* const right = odd && i + 1 == pair_count ? from : from + weights.step;
-      sum.Add(Once(Load(from)), Once(Load(right)), SetDwords(pairs[i]));
+      sum.Add(LoadOnce(from), LoadOnce(right), SetPairs(pairs[i]));
     }
-    Store(sums + place, sum.low);
-    Store(sums + place + kVector / 2, sum.high);
+    StoreU(sum.lower, sums + place);
+    StoreU(sum.upper, sums + place + I16::kLanes);
   });
 }
 
@@ -608,17 +560,17 @@ void SumDown(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& wei
   ForEachVector(count, [&](size_t k, size_t place) {
     Accumulator sum;
     for (size_t j = 0; j < weights.rows; ++j) {
-      Vector low = Load(sums[j] + place);
-      Vector high = Load(sums[j] + place + kVector / 2);
+      I16 lower = LoadU<I16>(sums[j] + place);
+      I16 upper = LoadU<I16>(sums[j] + place + I16::kLanes);
       if constexpr (kWeighs) {
-        const Vector weight = FillWords(weights.down[j]);
-        low = Products(low, weight);
-        high = Products(high, weight);
+        const I16 weight = Set<I16>(weights.down[j]);
+        lower *= weight;
+        upper *= weight;
       }
-      sum.low = AddWords(sum.low, low);
-      sum.high = AddWords(sum.high, high);
+      sum.lower += lower;
+      sum.upper += upper;
     }
-    StoreBytes(dest + k, quotients(sum), count - k);
+    StoreN(quotients(sum), dest + k, count - k);
   });
 }
 
@@ -631,15 +583,15 @@ void Down16(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weig
   function(dest, sums, weights, finish, count);
 }
 
-/// Two sums side by side at a time. Interleaving within 128-bit parts puts the outputs of the first
-/// vector of sums into the low half of each part and those of the second into the high half.
+/// Two sums side by side at a time. Interleaving within blocks puts the outputs of the first vector
+/// of sums into the lower half of each block and those of the second into the upper half.
 template <bool kInSingle>
 void SplitRows(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
                const Division& division, size_t count) {
   ColumnSums columns(rows, weights);
   int32_t pairs[(kMostTaps + 1) / 2];
   const size_t pair_count = (weights.columns + 1) / 2;
-  const Vector balance = SetDwords(static_cast<int32_t>(weights.balance));
+  const I32 balance = Set<I32>(static_cast<int32_t>(weights.balance));
   for (size_t i = 0; i < pair_count; ++i) {
     const auto left = static_cast<uint16_t>(weights.across[2 * i]);
     const bool odd = 2 * i + 1 == weights.columns;
@@ -649,22 +601,20 @@ void SplitRows(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& we
   for (size_t first = 0; first < count; first += kStretch) {
     const size_t stretch = Smaller(kStretch, count - first);
     const uint16_t* const down = columns.At(first, stretch);
-    for (size_t k = 0; k < stretch; k += kVector) {
-      Vector sums[4] = {balance, balance, balance, balance};
+    for (size_t k = 0; k < stretch; k += kVectorBytes) {
+      I32 sums[4] = {balance, balance, balance, balance};
       const uint16_t* from = down + k;
       for (size_t i = 0; i < pair_count; ++i, from += 2 * weights.step) {
-        const Vector weight = SetDwords(pairs[i]);
+        const I16 weight = BitCast<I16>(Set<I32>(pairs[i]));
         for (size_t half = 0; half < 2; ++half) {
-          const Vector left = Load(from + half * (kVector / 2));
-          const Vector right = Load(from + half * (kVector / 2) + weights.step);
-          Vector& low = sums[2 * half];
-          Vector& high = sums[2 * half + 1];
-          low = AddDwords(low, SumWordPairs(PairWordsLow(left, right), weight));
-          high = AddDwords(high, SumWordPairs(PairWordsHigh(left, right), weight));
+          const I16 left = LoadU<I16>(from + half * I16::kLanes);
+          const I16 right = LoadU<I16>(from + half * I16::kLanes + weights.step);
+          sums[2 * half] += WidenMulPairwiseAdd(InterleaveLower(left, right), weight);
+          sums[2 * half + 1] += WidenMulPairwiseAdd(InterleaveUpper(left, right), weight);
         }
       }
-      const Vector bytes = JoinHalves(Quotients<kInSingle>(sums, division));
-      StoreBytes(dest + first + k, bytes, stretch - k);
+      const U8 bytes = LowerThenUpperHalves(Quotients<kInSingle>(sums, division));
+      StoreN(bytes, dest + first + k, stretch - k);
     }
   }
 }
@@ -675,34 +625,32 @@ void Split32(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weig
   function(dest, rows, weights, division, count);
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-
-/// Four neighbours at a time: a shuffle lays them side by side for the dot product. Lane i of part
-/// p of accumulator a is output 16 * p + 4 * a + i, which is the order that packing undoes; its
-/// neighbours lie in the same 128 bits as itself.
+/// Four neighbours at a time: a shuffle lays them side by side for the dot product. Lane i of block
+/// p of accumulator a is output 16 * p + 4 * a + i, which is the order that narrowing undoes; its
+/// neighbours lie in the same block as itself.
 template <bool kInSingle>
 void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
               const Division& division, size_t count) {
-  alignas(64) uint8_t places[kVector];
-  for (size_t i = 0; i < kVector; ++i) {
+  alignas(64) uint8_t places[kVectorBytes];
+  for (size_t i = 0; i < kVectorBytes; ++i) {
     places[i] = static_cast<uint8_t>(i / 4 % 4 + i % 4 * weights.step);
   }
-  const Vector order = _mm512_load_si512(places);
-  for (size_t k = 0; k < count; k += kVector) {
-    Vector sums[4] = {FillBytes(0), FillBytes(0), FillBytes(0), FillBytes(0)};
+  const U8 order = LoadU<U8>(places);
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    I32 sums[4] = {};
     for (size_t j = 0; j < weights.rows; ++j) {
       const uint8_t* from = rows[j] + k;
       const int32_t* const words = weights.words + j * weights.stride;
       for (size_t i = 0; i < weights.words_per_row; ++i, from += 4 * weights.step) {
         if (words[i] == 0) continue;
-        const Vector weight = SetDwords(words[i]);
+        const I8 weight = SetPairs(words[i]);
         for (size_t a = 0; a < 4; ++a) {
-          const Vector quads = _mm512_shuffle_epi8(Load(from + 4 * a), order);
-          sums[a] = _mm512_dpbusd_epi32(sums[a], quads, weight);
+          const U8 quads = TableLookupBytesOr0(LoadU<U8>(from + 4 * a), order);
+          sums[a] = SumOfMulQuadAccumulate(quads, weight, sums[a]);
         }
       }
     }
-    StoreBytes(dest + k, Quotients<kInSingle>(sums, division), count - k);
+    StoreN(Quotients<kInSingle>(sums, division), dest + k, count - k);
   }
 }
 
@@ -711,29 +659,21 @@ void Direct8(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& wei
   const auto function = division.in_single ? &QuadRows<true> : &QuadRows<false>;
   function(dest, rows, weights, division, count);
 }
-constexpr ConvolutionKernels::Direct kDirect8 = &Direct8;
-
-#else
-
-constexpr ConvolutionKernels::Direct kDirect8 = nullptr;
-
-#endif
-#endif
 
 }  // namespace
 
 extern const ConvolutionKernels kConvolutionKernels;
 constinit const ConvolutionKernels kConvolutionKernels = {
     .direct32 = &Direct32,
-    .direct16 = kDirect16,
-    .direct8 = kDirect8,
-    .pairs = kPairs,
-    .square = kSquare,
+    .direct16 = &Direct16,
+    .direct8 = kHasDotProducts ? &Direct8 : nullptr,
+    .pairs = &Pairs,
+    .square = &Square,
     .across16 = &Across16,
     .down16 = &Down16,
     .split32 = &Split32,
-    .box16 = {.slide = &Slide<uint16_t>, .across = &BoxAcross<uint16_t, ShortDivision>},
-    .box32 = {.slide = &Slide<uint32_t>, .across = &BoxAcross<uint32_t, Division>},
+    .box16 = {.slide = &RunSums<uint16_t>, .across = &BoxAcross<uint16_t, ShortDivision>},
+    .box32 = {.slide = &RunSums<uint32_t>, .across = &BoxAcross<uint32_t, Division>},
     .accumulate = &Accumulate,
     .finish = &Finish32,
 };

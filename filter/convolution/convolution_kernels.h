@@ -109,21 +109,21 @@ struct BoxKernels {
 /// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
 /// `kRowSlack` bytes past their samples are read. Nothing else is touched beyond `count`.
 struct ConvolutionKernels {
-  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. The narrow ones are null at levels that
-  /// have no instruction for them.
+  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. That of 8 bits is null at levels that have
+  /// no instruction for it.
   using Direct = void (*)(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
                           const Division& division, size_t count);
   Direct direct32;
   Direct direct16;
   Direct direct8;
 
-  /// Few neighbours, two by two; null at levels that have no instruction for it. Reads no more than
-  /// the samples unless there are less than a vector of them.
+  /// Few neighbours, two by two. Reads no more than the samples unless there are less than a vector
+  /// of them.
   void (*pairs)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                 size_t count);
 
-  /// 3 x 3 kernels; null where `pairs` is. Reads like `pairs`. The fourth
-  /// bytes of samples of four are those of the last sample of each window.
+  /// 3 x 3 kernels. Reads like `pairs`. The fourth bytes of samples of four are those of the last
+  /// sample of each window.
   void (*square)(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
                  size_t count);
 

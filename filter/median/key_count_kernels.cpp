@@ -1,7 +1,6 @@
 #include "filter/median/key_count_kernels.h"
 
 #include "filter/byte_lanes.h"
-#include "image/sum_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -23,51 +22,47 @@ void Recount(uint8_t* counts, const uint8_t* leaving, const uint8_t* entering, s
   }
 }
 
-#if defined(QEL_LEVEL_avx512) || defined(QEL_LEVEL_avx512vbmi)
-
 /// The counts of a window, in registers.
-class WindowCounts {
+class CountsInRegisters {
  public:
   void Add(const uint8_t* column) {
     for (size_t i = 0; i < kVectors; ++i) {
-      const auto* const bytes = reinterpret_cast<const __m256i*>(column + 32 * i);
-      words_[i] = AddWords(words_[i], Widen(_mm256_loadu_si256(bytes)));
+      counts_[i] += Widen(LoadU<Half<I8>>(column + i * kVectorBytes / 2));
     }
   }
   /// Lets one column enter and another one leave.
   void Replace(const uint8_t* entering, const uint8_t* leaving) {
     for (size_t i = 0; i < kVectors; i += 2) {
-      const Vector change = _mm512_sub_epi8(Load(entering + 32 * i), Load(leaving + 32 * i));
-      words_[i] = AddWords(words_[i], Widen(_mm512_castsi512_si256(change)));
-      words_[i + 1] = AddWords(words_[i + 1], Widen(_mm512_extracti64x4_epi64(change, 1)));
+      const size_t at = i * kVectorBytes / 2;
+      const I8 change = LoadU<I8>(entering + at) - LoadU<I8>(leaving + at);
+      counts_[i] += Widen(LowerHalf(change));
+      counts_[i + 1] += Widen(UpperHalf(change));
     }
   }
   /// How many keys have at most as many taps up to them as `Limit` was given.
-  static Vector Limit(size_t taps) { return FillWords(static_cast<int>(taps)); }
-  size_t AtMost(Vector most) const {
+  static U16 Limit(size_t taps) { return Set<U16>(static_cast<uint16_t>(taps)); }
+  size_t AtMost(U16 most) const {
     size_t keys = 0;
     for (size_t i = 0; i < kVectors; i += 2) {
-      const uint64_t low = _mm512_cmple_epu16_mask(words_[i], most);
-      const uint64_t high = _mm512_cmple_epu16_mask(words_[i + 1], most);
-      keys += static_cast<size_t>(__builtin_popcountll(low | high << 32));
+      const uint64_t low = BitsFromMask(counts_[i] <= most);
+      const uint64_t high = BitsFromMask(counts_[i + 1] <= most);
+      keys += static_cast<size_t>(__builtin_popcountll(low | high << U16::kLanes));
     }
     return keys;
   }
   void Store(uint16_t* counts) const {
-    for (size_t i = 0; i < kVectors; ++i) _mm512_store_si512(counts + 32 * i, words_[i]);
+    for (size_t i = 0; i < kVectors; ++i) StoreU(counts_[i], counts + i * U16::kLanes);
   }
 
  private:
-  static constexpr size_t kVectors = kCountBytes / 32;
+  static constexpr size_t kVectors = kCountBytes / U16::kLanes;
 
-  static Vector Widen(__m256i bytes) { return _mm512_cvtepi8_epi16(bytes); }
-  Vector words_[kVectors] = {};
+  QEL_SIMD_INLINE static U16 Widen(Half<I8> bytes) { return BitCast<U16>(ConvertTo<I16>(bytes)); }
+  U16 counts_[kVectors] = {};
 };
 
-#else
-
-/// The counts of a window.
-class WindowCounts {
+/// The same in memory, where there are too few registers.
+class CountsInMemory {
  public:
   void Add(const uint8_t* column) {
     for (size_t k = 0; k < kCountBytes; ++k) {
@@ -95,7 +90,7 @@ class WindowCounts {
   uint16_t words_[kCountBytes] = {};
 };
 
-#endif
+using WindowCounts = std::conditional_t<kVectorBytes >= 64, CountsInRegisters, CountsInMemory>;
 
 /// The wanted key is as large as there are keys up to which lie at most the wanted number of taps.
 template <bool kWantsPlaces>

@@ -4,67 +4,54 @@
 
 #include "filter/byte_lanes.h"
 #include "filter/median/selection_network.h"
-#include "image/slide.h"
+#include "simd/interleaved.h"
+#include "simd/row_walk.h"
+#include "simd/window.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
 constexpr int kBlueWeight = 117, kGreenWeight = 601, kRedWeight = 306, kWeightBits = 10;
 
-#ifdef QEL_HAS_COLOUR_VECTORS
-
-/// The keys of half a vector of pixels, in words of the order that packing restores.
-inline Vector KeyWords(Vector blue, Vector green, Vector red) {
-  const Vector zero = FillBytes(0);
-  const Vector blue_green = FillDwords(kGreenWeight << 16 | kBlueWeight);
-  const Vector red_only = FillDwords(kRedWeight);
-  const auto keys = [&](Vector pairs, Vector reds) {
-    return ShiftDwords<kWeightBits>(
-        AddDwords(SumWordPairs(pairs, blue_green), SumWordPairs(reds, red_only)));
+/// The keys of half of the pixels of each block, in the order that ReorderDemote2To undoes.
+QEL_SIMD_INLINE I16 KeysOf(U8 wide_blue, U8 wide_green, U8 wide_red) {
+  const I16 blue = BitCast<I16>(wide_blue), green = BitCast<I16>(wide_green);
+  const I16 red = BitCast<I16>(wide_red), zero = Zero<I16>();
+  const I16 blue_green = BitCast<I16>(Set<I32>(kGreenWeight << 16 | kBlueWeight));
+  const I16 red_only = BitCast<I16>(Set<I32>(kRedWeight));
+  const auto keys = [&](I16 pairs, I16 reds) {
+    return ShiftRight<kWeightBits>(WidenMulPairwiseAdd(pairs, blue_green) +
+                                   WidenMulPairwiseAdd(reds, red_only));
   };
-  return PackDwords(keys(PairWordsLow(blue, green), PairWordsLow(red, zero)),
-                    keys(PairWordsHigh(blue, green), PairWordsHigh(red, zero)));
+  return ReorderDemote2To<I16>(keys(InterleaveLower(blue, green), InterleaveLower(red, zero)),
+                               keys(InterleaveUpper(blue, green), InterleaveUpper(red, zero)));
 }
 
 template <size_t kBytes>
 void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
-  const Vector zero = FillBytes(0);
+  if constexpr (!kHasTableLookupBytes) {
+    for (size_t i = 0; i < count; ++i) {
+      const uint8_t* const pixel = pixels + kBytes * i;
+      const int sum = kBlueWeight * pixel[0] + kGreenWeight * pixel[1] + kRedWeight * pixel[2];
+      keys[i] = static_cast<uint8_t>(sum >> kWeightBits);
+    }
+    return;
+  }
+  const U8 zero = Zero<U8>();
   const auto block = [&](uint8_t* to, const uint8_t* from) {
-    Vector channels[kBytes];
-    LoadPixels<kBytes>(from, channels);
-    const Vector low = KeyWords(PairLow(channels[0], zero), PairLow(channels[1], zero),
-                                PairLow(channels[2], zero));
-    const Vector high = KeyWords(PairHigh(channels[0], zero), PairHigh(channels[1], zero),
-                                 PairHigh(channels[2], zero));
-    Store(to, PackWords(low, high));
+    U8 channels[kBytes];
+    LoadInterleaved<kBytes>(from, channels);
+    const I16 lower = KeysOf(InterleaveLower(channels[0], zero), InterleaveLower(channels[1], zero),
+                             InterleaveLower(channels[2], zero));
+    const I16 upper = KeysOf(InterleaveUpper(channels[0], zero), InterleaveUpper(channels[1], zero),
+                             InterleaveUpper(channels[2], zero));
+    StoreU(ReorderDemote2To<U8>(lower, upper), to);
   };
   WalkBlocks<kVectorBytes>(count, block, To<1>{keys}, From<kBytes>{pixels});
 }
 
-#else
-
-template <size_t kBytes>
-void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    const uint8_t* const pixel = pixels + kBytes * i;
-    const int sum = kBlueWeight * pixel[0] + kGreenWeight * pixel[1] + kRedWeight * pixel[2];
-    keys[i] = static_cast<uint8_t>(sum >> kWeightBits);
-  }
-}
-
-#endif
-
 template <size_t kTaps, size_t kFirst, size_t kLast>
 constexpr SelectionNetwork<kTaps, kFirst, kLast> kNetwork;
-
-template <typename Lane>
-Lane Lower(Lane a, Lane b) {
-  return b < a ? b : a;
-}
-template <typename Lane>
-Lane Higher(Lane a, Lane b) {
-  return b < a ? a : b;
-}
 
 /// Calls body(i) for constants i.
 template <size_t kCount, typename Body>
@@ -83,8 +70,8 @@ inline void Select(Lane (&values)[kTaps]) {
     constexpr auto kComparator = kComparators[index];
     const Lane a = values[kComparator.low];
     const Lane b = values[kComparator.high];
-    if constexpr (kComparator.needs_low) values[kComparator.low] = Lower(a, b);
-    if constexpr (kComparator.needs_high) values[kComparator.high] = Higher(a, b);
+    if constexpr (kComparator.needs_low) values[kComparator.low] = Min(a, b);
+    if constexpr (kComparator.needs_high) values[kComparator.high] = Max(a, b);
   });
 }
 
@@ -121,105 +108,93 @@ inline Lane MiddleOfSorted(Lane (&values)[kSize][kSize]) {
   return candidates[kCandidates / 2];
 }
 
-#ifdef QEL_HAS_COLOUR_VECTORS
-
-/// Keys alone, in bytes.
-struct Plain {
-  Vector keys;
-};
-inline Plain Lower(Plain a, Plain b) { return {Min(a.keys, b.keys)}; }
-inline Plain Higher(Plain a, Plain b) { return {Max(a.keys, b.keys)}; }
-
-/// Keys above the places of their taps, in words: equal keys keep their order, and the place comes
-/// out with the key.
-struct Placed {
-  Vector keys;
-};
-inline Placed Lower(Placed a, Placed b) { return {MinUnsignedWords(a.keys, b.keys)}; }
-inline Placed Higher(Placed a, Placed b) { return {MaxUnsignedWords(a.keys, b.keys)}; }
+// Keys alone are bytes. Keys above the places of their taps are 16 bits: equal keys keep their
+// order, and the place comes out with the key.
 
 /// Sorted columns of keys.
 template <size_t kSize>
-struct PlainColumn {
-  Plain at[kSize];
+struct KeyColumn {
+  U8 at[kSize];
 };
 template <size_t kBytes, size_t kSize>
-PlainColumn<kSize> Shifted(const PlainColumn<kSize>& v, const PlainColumn<kSize>& next) {
-  PlainColumn<kSize> shifted;
-  Unroll<kSize>([&](auto j) { shifted.at[j] = {Shifted<kBytes>(v.at[j].keys, next.at[j].keys)}; });
+QEL_SIMD_INLINE KeyColumn<kSize> ShiftedWindow(const KeyColumn<kSize>& v,
+                                               const KeyColumn<kSize>& next) {
+  KeyColumn<kSize> shifted;
+  Unroll<kSize>([&](auto j) { shifted.at[j] = ShiftedWindow<kBytes>(v.at[j], next.at[j]); });
   return shifted;
 }
 template <size_t kSize>
 struct PlacedColumn {
-  Placed low[kSize];
-  Placed high[kSize];
+  U16 lower[kSize];
+  U16 upper[kSize];
 };
 template <size_t kBytes, size_t kSize>
-PlacedColumn<kSize> Shifted(const PlacedColumn<kSize>& v, const PlacedColumn<kSize>& next) {
+QEL_SIMD_INLINE PlacedColumn<kSize> ShiftedWindow(const PlacedColumn<kSize>& v,
+                                                  const PlacedColumn<kSize>& next) {
   PlacedColumn<kSize> shifted;
   Unroll<kSize>([&](auto j) {
-    const Words words = Shifted<kBytes>(Words{v.low[j].keys, v.high[j].keys},
-                                        Words{next.low[j].keys, next.high[j].keys});
-    shifted.low[j] = {words.low};
-    shifted.high[j] = {words.high};
+    const auto both = ShiftedWindow<kBytes>(Halves<U16>{v.lower[j], v.upper[j]},
+                                            Halves<U16>{next.lower[j], next.upper[j]});
+    shifted.lower[j] = both.lower;
+    shifted.upper[j] = both.upper;
   });
   return shifted;
 }
 
 template <size_t kSize>
 void MiddleKeys(uint8_t* keys, const uint8_t* const* rows, size_t count) {
-  Slide<kSize, 1>(
+  StoreWindows<kSize, 1>(
       keys, count,
       [=](size_t k) {
-        PlainColumn<kSize> column;
-        Unroll<kSize>([&](auto j) { column.at[j] = {Load(rows[j] + k)}; });
+        KeyColumn<kSize> column;
+        Unroll<kSize>([&](auto j) { column.at[j] = LoadU<U8>(rows[j] + k); });
         Select<0, kSize - 1>(column.at);
         return column;
       },
       [](size_t, const auto&... columns) {
-        const PlainColumn<kSize>* const all[] = {&columns...};
-        Plain values[kSize][kSize];
+        const KeyColumn<kSize>* const all[] = {&columns...};
+        U8 values[kSize][kSize];
         Unroll<kSize>(
             [&](auto i) { Unroll<kSize>([&](auto j) { values[j][i] = all[i]->at[j]; }); });
-        return MiddleOfSorted(values).keys;
+        return MiddleOfSorted(values);
       });
 }
 
 /// The places of the middle taps of windows of these columns.
 template <size_t kSize>
-inline Vector MiddlePlaces(const PlacedColumn<kSize>* const (&columns)[kSize]) {
+inline U8 MiddlePlaces(const PlacedColumn<kSize>* const (&columns)[kSize]) {
   const auto middle = [&](auto half) {
-    Placed values[kSize][kSize];
+    U16 values[kSize][kSize];
     Unroll<kSize>([&](auto i) {
       // Later columns are visited later.
-      const Vector places = FillWords(static_cast<int>(kSize * i));
-      Unroll<kSize>(
-          [&](auto j) { values[j][i] = {AddWords((columns[i]->*half)[j].keys, places)}; });
+      const U16 places = Set<U16>(static_cast<uint16_t>(kSize * i));
+      Unroll<kSize>([&](auto j) { values[j][i] = (columns[i]->*half)[j] + places; });
     });
-    return MiddleOfSorted(values).keys & FillWords(0xFF);
+    return BitCast<I16>(MiddleOfSorted(values) & Set<U16>(0xFF));
   };
-  return PackWords(middle(&PlacedColumn<kSize>::low), middle(&PlacedColumn<kSize>::high));
+  return ReorderDemote2To<U8>(middle(&PlacedColumn<kSize>::lower),
+                              middle(&PlacedColumn<kSize>::upper));
 }
 /// The same with one frame on the stack for all that call it: that of 7 x 7 taps takes 16 KiB.
 template <size_t kSize>
-[[gnu::noinline]] Vector MiddlePlacesApart(const PlacedColumn<kSize>* const (&columns)[kSize]) {
+[[gnu::noinline]] U8 MiddlePlacesApart(const PlacedColumn<kSize>* const (&columns)[kSize]) {
   return MiddlePlaces(columns);
 }
 
 template <size_t kSize>
 void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
-  Slide<kSize, 1>(
+  StoreWindows<kSize, 1>(
       taps, count,
       [=](size_t k) {
         PlacedColumn<kSize> column;
         Unroll<kSize>([&](auto j) {
-          const Vector keys = Once(Load(rows[j] + k));
-          const Vector place = FillBytes(static_cast<int>(j));
-          column.low[j] = {PairLow(place, keys)};
-          column.high[j] = {PairHigh(place, keys)};
+          const U8 keys = KeepInRegister(LoadU<U8>(rows[j] + k));
+          const U8 place = Set<U8>(static_cast<uint8_t>(j));
+          column.lower[j] = BitCast<U16>(InterleaveLower(place, keys));
+          column.upper[j] = BitCast<U16>(InterleaveUpper(place, keys));
         });
-        Select<0, kSize - 1>(column.low);
-        Select<0, kSize - 1>(column.high);
+        Select<0, kSize - 1>(column.lower);
+        Select<0, kSize - 1>(column.upper);
         return column;
       },
       [](size_t, const auto&... columns) {
@@ -231,40 +206,6 @@ void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
         }
       });
 }
-
-#else
-
-/// The middle values of `count` windows. Lanes of 16 bits hold a key above its tap's place, so that
-/// equal keys keep their order and the place comes out; those of 8 bits hold keys alone.
-template <size_t kSize, typename Lane>
-void Middle(uint8_t* __restrict out, const uint8_t* const* rows, size_t count) {
-  const uint8_t* from[kSize];
-  for (size_t j = 0; j < kSize; ++j) from[j] = rows[j];
-  for (size_t k = 0; k < count; ++k) {
-    Lane values[kSize][kSize];
-    Unroll<kSize>([&](auto i) {
-      Lane column[kSize];
-      Unroll<kSize>([&](auto j) {
-        const uint8_t key = from[j][k + i];
-        column[j] = static_cast<Lane>(sizeof(Lane) == 1 ? key : key << 8 | (i * kSize + j));
-      });
-      Select<0, kSize - 1>(column);
-      Unroll<kSize>([&](auto j) { values[j][i] = column[j]; });
-    });
-    out[k] = static_cast<uint8_t>(MiddleOfSorted(values));
-  }
-}
-
-template <size_t kSize>
-void MiddleKeys(uint8_t* keys, const uint8_t* const* rows, size_t count) {
-  Middle<kSize, uint8_t>(keys, rows, count);
-}
-template <size_t kSize>
-void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
-  Middle<kSize, uint16_t>(taps, rows, count);
-}
-
-#endif
 
 /// Counts columns in and out for one limit.
 void CountColumns(uint8_t* counts, const uint8_t* entering, const uint8_t* leaving, size_t limit,
@@ -410,54 +351,49 @@ void CopyTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, si
   __builtin_memcpy(dest + last * kBytes, at[taps[last]] + last * kBytes, kBytes);
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-
 /// Largest size whose taps fit the tables of `PickTaps`.
 constexpr size_t kMostPicked = 8;
 
 /// As many pixels as fit a vector at a time. One or two vectors of each row hold all taps of a row;
-/// a permutation brings each byte the one at its tap, which counts where the tap lies in that row.
+/// a lookup brings each byte the one at its tap, which counts where the tap lies in that row.
 template <size_t kBytes, size_t kSize>
 void PickTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t any_size,
               size_t count) {
-  constexpr size_t kVector = 64;
   // The taps of 3-byte pixels and size 3 lie in a single vector when there are two pixels less.
   constexpr bool kSingle = kBytes == 3 && kSize == 3;
-  constexpr size_t kPixels = kVector / kBytes - (kSingle ? kSize - 1 : 0);
+  constexpr size_t kPixels = kVectorBytes / kBytes - (kSingle ? kSize - 1 : 0);
   const size_t size = kSize != 0 ? kSize : any_size;
-  alignas(kVector) uint8_t places[kVector], pixels[kVector], columns[kVector], tap_rows[kVector];
-  for (size_t i = 0; i < kVector; ++i) {
-    places[i] = static_cast<uint8_t>(i);
+  alignas(64) uint8_t pixels[kVectorBytes], columns[kVectorBytes], tap_rows[kVectorBytes];
+  for (size_t i = 0; i < kVectorBytes; ++i) {
     pixels[i] = static_cast<uint8_t>(i / kBytes);
     columns[i] = static_cast<uint8_t>(i / size * kBytes);
     tap_rows[i] = static_cast<uint8_t>(i % size);
   }
-  const __m512i place = _mm512_load_si512(places);
-  const __m512i pixel = _mm512_load_si512(pixels);
-  const __m512i column = _mm512_load_si512(columns);
-  const __m512i tap_row = _mm512_load_si512(tap_rows);
+  const U8 place = Iota<U8>(0);
+  const U8 pixel = LoadU<U8>(pixels);
+  const U8 column = LoadU<U8>(columns);
+  const U8 tap_row = LoadU<U8>(tap_rows);
   for (size_t k = 0; k < count; k += kPixels) {
-    const __m512i tap = _mm512_permutexvar_epi8(pixel, _mm512_loadu_si512(taps + k));
-    const __m512i from = _mm512_add_epi8(place, _mm512_permutexvar_epi8(tap, column));
-    const __m512i row = _mm512_permutexvar_epi8(tap, tap_row);
-    __m512i out = _mm512_setzero_si512();
+    const U8 tap = TableLookupLanes(LoadU<U8>(taps + k), pixel);
+    const U8 from = place + TableLookupLanes(column, tap);
+    const U8 row = TableLookupLanes(tap_row, tap);
+    U8 out = Zero<U8>();
     for (size_t j = 0; j < size; ++j) {
-      const __m512i samples = _mm512_loadu_si512(rows[j] + k * kBytes);
-      const __mmask64 counts = _mm512_cmpeq_epi8_mask(row, _mm512_set1_epi8(static_cast<char>(j)));
+      const U8 samples = LoadU<U8>(rows[j] + k * kBytes);
+      const Mask<U8> counts = row == Set<U8>(static_cast<uint8_t>(j));
       if constexpr (kSingle) {
-        out = _mm512_mask_permutexvar_epi8(out, counts, from, samples);
+        out = IfThenElse(counts, TableLookupLanes(samples, from), out);
       } else {
-        const __m512i next = _mm512_loadu_si512(rows[j] + k * kBytes + kVector);
-        const __m512i here = _mm512_permutex2var_epi8(samples, from, next);
-        out = _mm512_mask_mov_epi8(out, counts, here);
+        const U8 next = LoadU<U8>(rows[j] + k * kBytes + kVectorBytes);
+        out = IfThenElse(counts, TwoTablesLookupLanes(samples, next, from), out);
       }
     }
     const size_t left = (count - k) * kBytes;
-    if (left >= kVector) {
+    if (left >= kVectorBytes) {
       // What belongs to the next pixels is stored once more with these.
-      _mm512_storeu_si512(dest + k * kBytes, out);
+      StoreU(out, dest + k * kBytes);
     } else {
-      _mm512_mask_storeu_epi8(dest + k * kBytes, ~__mmask64{0} >> (kVector - left), out);
+      BlendedStore(out, FirstN<U8>(left), dest + k * kBytes);
     }
   }
 }
@@ -465,21 +401,12 @@ void PickTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, si
 template <size_t kBytes>
 void CopyTapsAtOnce(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
                     size_t count) {
-  const auto copy = size == 3             ? &PickTaps<kBytes, 3>
-                    : size <= kMostPicked ? &PickTaps<kBytes, 0>
-                                          : &CopyTaps<kBytes>;
-  copy(dest, rows, taps, size, count);
+  if constexpr (kHasByteLookup) {
+    if (size == 3) return PickTaps<kBytes, 3>(dest, rows, taps, size, count);
+    if (size <= kMostPicked) return PickTaps<kBytes, 0>(dest, rows, taps, size, count);
+  }
+  CopyTaps<kBytes>(dest, rows, taps, size, count);
 }
-
-constexpr auto CopyTaps3 = &CopyTapsAtOnce<3>;
-constexpr auto CopyTaps4 = &CopyTapsAtOnce<4>;
-
-#else
-
-constexpr auto CopyTaps3 = &CopyTaps<3>;
-constexpr auto CopyTaps4 = &CopyTaps<4>;
-
-#endif
 
 }  // namespace
 
@@ -490,8 +417,8 @@ constinit const MedianKernels kMedianKernels = {
     .rank = &Rank,
     .select_key = &SelectKey,
     .select_tap = &SelectTap,
-    .copy_taps3 = CopyTaps3,
-    .copy_taps4 = CopyTaps4,
+    .copy_taps3 = &CopyTapsAtOnce<3>,
+    .copy_taps4 = &CopyTapsAtOnce<4>,
 };
 
 }  // namespace qel::QEL_LEVEL

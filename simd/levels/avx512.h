@@ -122,6 +122,13 @@ template <typename V>
 QEL_SIMD_INLINE V IfThenZeroElse(Mask<V> mask, V no) {
   return IfThenElse(~mask, no, Zero<V>());
 }
+/// Adds 1 to bytes where true.
+QEL_SIMD_INLINE U8 IncrementWhere(Mask<U8> mask, U8 v) {
+  return As<U8>(_mm512_mask_add_epi8(Bits(v), mask.raw, Bits(v), Bits(Set<U8>(1))));
+}
+QEL_SIMD_INLINE U8 DecrementWhere(Mask<U8> mask, U8 v) {
+  return As<U8>(_mm512_mask_sub_epi8(Bits(v), mask.raw, Bits(v), Bits(Set<U8>(1))));
+}
 /// All bits of the lanes that are true.
 template <typename V>
 QEL_SIMD_INLINE V VecFromMask(Mask<V> mask) {
@@ -152,6 +159,10 @@ QEL_SIMD_INLINE V MaskedLoad(Mask<V> mask, const void* from) {
   if constexpr (V::kLanes == 16) return As<V>(_mm512_maskz_loadu_epi32(mask.raw, from));
   if constexpr (V::kLanes == 8) return As<V>(_mm512_maskz_loadu_epi64(mask.raw, from));
 }
+/// The lanes that are true, those of `no` elsewhere.
+QEL_SIMD_INLINE U8 MaskedLoadOr(U8 no, Mask<U8> mask, const void* from) {
+  return As<U8>(_mm512_mask_loadu_epi8(Bits(no), mask.raw, from));
+}
 /// Touches the memory of lanes that are true only.
 template <typename V>
 QEL_SIMD_INLINE void BlendedStore(V v, Mask<V> mask, void* to) {
@@ -172,6 +183,10 @@ requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<I32> v) {
 template <typename To>
 requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<F32> v) {
   return {_mm512_cvtps_pd(v.raw)};
+}
+template <typename To>
+requires(std::is_same_v<To, I16>) QEL_SIMD_INLINE To ConvertTo(Half<I8> v) {
+  return As<I16>(_mm512_cvtepi8_epi16(reinterpret_cast<__m256i>(v.raw)));
 }
 QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm256_sqrt_ps(v.raw)}; }
 QEL_SIMD_INLINE F32 MulAdd(F32 mul, F32 x, F32 add) {

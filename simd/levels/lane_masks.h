@@ -83,6 +83,15 @@ template <typename V>
 QEL_SIMD_INLINE V IfThenZeroElse(Mask<V> mask, V no) {
   return no & ~VecFromMask(mask);
 }
+/// Adds 1 where true.
+template <typename V>
+QEL_SIMD_INLINE V IncrementWhere(Mask<V> mask, V v) {
+  return v - VecFromMask(mask);
+}
+template <typename V>
+QEL_SIMD_INLINE V DecrementWhere(Mask<V> mask, V v) {
+  return v + VecFromMask(mask);
+}
 /// `yes` where the highest bit of a lane is set.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> IfNegativeThenElse(Vec<T, n> v, Vec<T, n> yes, Vec<T, n> no) {
@@ -112,6 +121,10 @@ QEL_SIMD_INLINE V MaskedLoad(Mask<V> mask, const void* from) {
     v.raw[i] = lane;
   }
   return v;
+}
+template <typename V>
+QEL_SIMD_INLINE V MaskedLoadOr(V no, Mask<V> mask, const void* from) {
+  return IfThenElse(mask, MaskedLoad<V>(mask, from), no);
 }
 /// Touches the memory of lanes that are true only.
 template <typename V>

@@ -25,6 +25,13 @@ template <typename To>
 requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<I32> v) {
   return {_mm_cvtepi32_pd(Bits(Combine(v, v)))};
 }
+template <size_t kShift, typename T>
+QEL_SIMD_INLINE Vec<T, 16> CombineShiftRightBytes(Vec<T, 16> upper, Vec<T, 16> lower) {
+  if constexpr (kShift == 0) return lower;
+  if constexpr (kShift == 16) return upper;
+  return As<Vec<T, 16>>(_mm_or_si128(_mm_srli_si128(Bits(lower), kShift % 16),
+                                     _mm_slli_si128(Bits(upper), 16 - kShift % 16)));
+}
 template <typename V>
 requires(V::kBytes == 16) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   if constexpr (V::kLanes == 2) {
