@@ -12,24 +12,23 @@
 // Words: names and the order of arguments are those of the well-known portable library, with the
 // type as a template argument in place of a tag.
 // - Memory: LoadU<V>(from), StoreU(v, to), LoadDup128<V>(from), LoadBlocks<V>(from, stride),
-//   StoreBlocks(v, to, stride), MaskedLoad<V>(mask, from), MaskedLoadOr(no, mask,
-//   from), BlendedStore(v, mask, to).
-// - Constants: Zero<V>(), Set<V>(value), Iota<V>(first).
+//   StoreBlocks(v, to, stride), GatherBlocks<V>(address_of), MaskedLoad<V>(mask, from),
+//   MaskedLoadOr(no, mask, from), BlendedStore(v, mask, to).
+// - Constants: Zero<V>(), Set<V>(value), Iota<V>(first), LanesFrom<V>(of).
 // - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
 //   MulAdd, MulSub, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
 // - Neighbours: SatWidenMulPairwiseAdd(u8, i8), WidenMulPairwiseAdd(i16, i16),
 //   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8), ReduceSum(v).
 // - Masks: == != < <= > >= make a `Mask<V>`; & | ^ ~, IfThenElse(mask, yes, no),
-//   IfThenZeroElse(mask, no), IncrementWhere(mask, v), DecrementWhere(mask, v),
-//   IfNegativeThenElse(v, yes, no), FirstN<V>(count), CountTrue,
-//   AllFalse, MaskFromBits<V, bits>(), BitsFromMask, MaskFromVec, VecFromMask, RebindMask<To>.
+//   IfThenZeroElse(mask, no), IfNegativeThenElse(v, yes, no), IncrementWhere(mask, v),
+//   DecrementWhere(mask, v), FirstN<V>(count), CountTrue, AllFalse, MaskFromBits<V, bits>(),
+//   BitsFromMask, MaskFromVec, VecFromMask, RebindMask<To>.
 // - Conversions: BitCast<To>(v), ConvertTo<To>(v), ReorderDemote2To<To>(a, b), LowerHalf(v),
-//   UpperHalf(v), Combine(upper, lower).
-// - Within blocks: InterleaveLower(a, b), InterleaveUpper(a, b), TableLookupBytesOr0(bytes,
-// places),
-//   CombineShiftRightBytes<bytes>(upper, lower).
-// - Anywhere: TableLookupLanes(v, places), TwoTablesLookupLanes(a, b, places),
-//   NextBlocks(upper, lower).
+//   UpperHalf(v), Combine(upper, lower), TruncateTo<To>(v), ExtractBlock<k>(v).
+// - Within blocks: InterleaveLower(a, b), InterleaveUpper(a, b),
+//   TableLookupBytesOr0(bytes, places), CombineShiftRightBytes<bytes>(upper, lower).
+// - Anywhere: TableLookupLanes(v, places), TwoTablesLookupLanes(a, b, places), Reverse(v),
+//   NextBlocks(upper, lower), ConcatEvenBlocks(upper, lower), ConcatOddBlocks(upper, lower).
 //
 // Every function is there at every level and gives the same, but for the rounding of MulAdd and
 // MulSub. What a level has no instruction for takes as long as plain loops; where another way is

@@ -109,8 +109,8 @@ struct BoxKernels {
 /// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
 /// `kRowSlack` bytes past their samples are read. Nothing else is touched beyond `count`.
 struct ConvolutionKernels {
-  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. That of 8 bits is null at levels that have
-  /// no instruction for it.
+  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. That of 8 bits is null at levels that
+  /// have no instruction for it.
   using Direct = void (*)(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
                           const Division& division, size_t count);
   Direct direct32;

@@ -50,6 +50,12 @@ template <typename V>
 requires(V::kBytes == 32) QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
   return As<V>(_mm256_blendv_epi8(Bits(no), Bits(yes), reinterpret_cast<Native>(mask.raw)));
 }
+template <typename V>
+requires(V::kBytes == 16) QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
+  return As<V>(_mm_blendv_epi8(reinterpret_cast<__m128i>(no.raw),
+                               reinterpret_cast<__m128i>(yes.raw),
+                               reinterpret_cast<__m128i>(mask.raw)));
+}
 QEL_SIMD_INLINE F64 IfThenElse(Mask<F64> mask, F64 yes, F64 no) {
   return {_mm256_blendv_pd(no.raw, yes.raw, reinterpret_cast<__m256d>(mask.raw))};
 }
@@ -74,14 +80,15 @@ requires(V::kBytes == 32) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   }
 }
 
-template <typename V>
-requires(V::kBytes == 32) QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, size_t stride) {
-  const auto* const lower = reinterpret_cast<const __m128i*>(from);
-  const auto* const upper = reinterpret_cast<const __m128i*>(from + stride);
-  return As<V>(_mm256_set_m128i(_mm_loadu_si128(upper), _mm_loadu_si128(lower)));
+template <typename V, typename AddressOf>
+requires(V::kBytes == 32) QEL_SIMD_INLINE V GatherBlocks(const AddressOf& address_of) {
+  const auto load = [&](size_t i) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(address_of(i)));
+  };
+  return As<V>(_mm256_set_m128i(load(1), load(0)));
 }
 template <typename T>
-QEL_SIMD_INLINE void StoreBlocks(Vec<T, 32> v, uint8_t* to, size_t stride) {
+QEL_SIMD_INLINE void StoreBlocks(Vec<T, 32> v, uint8_t* to, ptrdiff_t stride) {
   StoreU(LowerHalf(v), to);
   StoreU(UpperHalf(v), to + stride);
 }
@@ -97,6 +104,11 @@ QEL_SIMD_INLINE Vec<T, 32> NextBlocks(Vec<T, 32> upper, Vec<T, 32> lower) {
 template <typename T>
 requires(sizeof(T) == 4) QEL_SIMD_INLINE Vec<T, 32> TableLookupLanes(Vec<T, 32> v, U32 places) {
   return As<Vec<T, 32>>(_mm256_permutevar8x32_epi32(Bits(v), Bits(places)));
+}
+
+QEL_SIMD_INLINE U8 Reverse(U8 v) {
+  const U8 places = Set<U8>(15) - (Iota<U8>(0) & Set<U8>(15));
+  return As<U8>(_mm256_permute4x64_epi64(Bits(TableLookupBytesOr0(v, places)), 0x4E));
 }
 
 }  // namespace

@@ -213,10 +213,10 @@ QEL_SIMD_INLINE Vec<T, 64> Combine(Vec<T, 32> upper, Vec<T, 32> lower) {
                          reinterpret_cast<__m256i>(upper.raw), 1));
 }
 
-template <typename V>
-requires(V::kBytes == 64) QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, size_t stride) {
-  const auto load = [=](size_t i) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i * stride));
+template <typename V, typename AddressOf>
+requires(V::kBytes == 64) QEL_SIMD_INLINE V GatherBlocks(const AddressOf& address_of) {
+  const auto load = [&](size_t i) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(address_of(i)));
   };
   Native v = _mm512_castsi128_si512(load(0));
   v = _mm512_inserti32x4(v, load(1), 1);
@@ -224,8 +224,8 @@ requires(V::kBytes == 64) QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, size
   return As<V>(_mm512_inserti32x4(v, load(3), 3));
 }
 template <typename T>
-QEL_SIMD_INLINE void StoreBlocks(Vec<T, 64> v, uint8_t* to, size_t stride) {
-  const auto store = [=](size_t i, __m128i block) {
+QEL_SIMD_INLINE void StoreBlocks(Vec<T, 64> v, uint8_t* to, ptrdiff_t stride) {
+  const auto store = [=](ptrdiff_t i, __m128i block) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i * stride), block);
   };
   store(0, _mm512_castsi512_si128(Bits(v)));
@@ -245,6 +245,28 @@ QEL_SIMD_INLINE Vec<T, 64> NextBlocks(Vec<T, 64> upper, Vec<T, 64> lower) {
 template <typename T>
 requires(sizeof(T) == 4) QEL_SIMD_INLINE Vec<T, 64> TableLookupLanes(Vec<T, 64> v, U32 places) {
   return As<Vec<T, 64>>(_mm512_permutexvar_epi32(Bits(places), Bits(v)));
+}
+
+template <size_t kBlock, typename T>
+QEL_SIMD_INLINE Vec<T, 16> ExtractBlock(Vec<T, 64> v) {
+  return As<Vec<T, 16>>(_mm512_extracti32x4_epi32(Bits(v), kBlock));
+}
+template <typename T>
+QEL_SIMD_INLINE Vec<T, 64> ConcatEvenBlocks(Vec<T, 64> upper, Vec<T, 64> lower) {
+  return As<Vec<T, 64>>(_mm512_shuffle_i32x4(Bits(lower), Bits(upper), 0x88));
+}
+template <typename T>
+QEL_SIMD_INLINE Vec<T, 64> ConcatOddBlocks(Vec<T, 64> upper, Vec<T, 64> lower) {
+  return As<Vec<T, 64>>(_mm512_shuffle_i32x4(Bits(lower), Bits(upper), 0xDD));
+}
+QEL_SIMD_INLINE U8 Reverse(U8 v) {
+  const U8 places = Set<U8>(15) - (Iota<U8>(0) & Set<U8>(15));
+  const Native turned = Bits(TableLookupBytesOr0(v, places));
+  return As<U8>(_mm512_shuffle_i32x4(turned, turned, 0x1B));
+}
+template <typename To>
+requires(std::is_same_v<To, Vec<uint8_t, 16>>) QEL_SIMD_INLINE To TruncateTo(U32 v) {
+  return As<To>(_mm512_cvtepi32_epi8(Bits(v)));
 }
 
 #ifdef QEL_LEVEL_avx512vbmi

@@ -73,6 +73,15 @@ QEL_SIMD_INLINE V Iota(typename V::Lane first) {
   }();
   return V{LoadU<V>(&kLanes).raw + first};
 }
+template <typename V, typename Of, size_t... i>
+QEL_SIMD_INLINE V LanesFrom(const Of& of, std::index_sequence<i...>) {
+  return V{typename V::Raw{static_cast<typename V::Lane>(of(i))...}};
+}
+/// of(0), of(1), ... from registers or scattered memory.
+template <typename V, typename Of>
+QEL_SIMD_INLINE V LanesFrom(const Of& of) {
+  return LanesFrom<V>(of, std::make_index_sequence<V::kLanes>());
+}
 /// The same bits as other lanes.
 template <typename To, typename T, size_t n>
 QEL_SIMD_INLINE To BitCast(Vec<T, n> v) {
@@ -281,6 +290,11 @@ QEL_SIMD_INLINE To ConvertTo(Vec<T, n> v) {
     return {__builtin_convertvector(v.raw, typename To::Raw)};
   }
 }
+/// The low bits of each lane, as many as those of `To` have.
+template <typename To, typename T, size_t n>
+QEL_SIMD_INLINE To TruncateTo(Vec<T, n> v) {
+  return {__builtin_convertvector(v.raw, typename To::Raw)};
+}
 template <typename V>
 QEL_SIMD_INLINE Half<V> LowerHalf(V v) {
   return LoadU<Half<V>>(&v);
@@ -372,20 +386,30 @@ QEL_SIMD_INLINE Vec<T, n> TwoTablesLookupLanes(Vec<T, n> a, Vec<T, n> b, Vec<Pla
   StoreU(b, from + kLanes);
   return EachLane<Vec<T, n>>([&](Place place) { return from[place % (2 * kLanes)]; }, places);
 }
+/// The blocks at address_of(0), address_of(1), ...
+template <typename V, typename AddressOf>
+QEL_SIMD_INLINE V GatherBlocks(const AddressOf& address_of) {
+  alignas(V::kBytes) uint8_t bytes[V::kBytes];
+  for (size_t i = 0; i < V::kBytes / 16; ++i) {
+    __builtin_memcpy(bytes + 16 * i, address_of(i), 16);
+  }
+  return LoadU<V>(bytes);
+}
 /// Blocks that lie `stride` bytes apart.
 template <typename V>
-QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, size_t stride) {
-  V v;
-  for (size_t i = 0; i < V::kBytes; i += 16) {
-    __builtin_memcpy(reinterpret_cast<uint8_t*>(&v) + i, from + i / 16 * stride, 16);
-  }
-  return v;
+QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, ptrdiff_t stride) {
+  return GatherBlocks<V>([=](size_t i) { return from + static_cast<ptrdiff_t>(i) * stride; });
 }
 template <typename T, size_t n>
-QEL_SIMD_INLINE void StoreBlocks(Vec<T, n> v, uint8_t* to, size_t stride) {
-  for (size_t i = 0; i < n; i += 16) {
-    __builtin_memcpy(to + i / 16 * stride, reinterpret_cast<const uint8_t*>(&v) + i, 16);
+QEL_SIMD_INLINE void StoreBlocks(Vec<T, n> v, uint8_t* to, ptrdiff_t stride) {
+  for (size_t i = 0; i < n / 16; ++i) {
+    __builtin_memcpy(to + static_cast<ptrdiff_t>(i) * stride,
+                     reinterpret_cast<const uint8_t*>(&v) + 16 * i, 16);
   }
+}
+template <size_t kBlock, typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, 16> ExtractBlock(Vec<T, n> v) {
+  return LoadU<Vec<T, 16>>(LanesOf(v).at + kBlock * 16 / sizeof(T));
 }
 /// One block in the place of each.
 template <typename V>
@@ -397,6 +421,26 @@ template <typename V>
 QEL_SIMD_INLINE V NextBlocks(V upper, V lower) {
   const V both[2] = {lower, upper};
   return LoadU<V>(reinterpret_cast<const uint8_t*>(both) + 16);
+}
+
+/// Blocks 0, 2, ... of `lower`, then those of `upper`; and blocks 1, 3, ...
+template <typename V>
+QEL_SIMD_INLINE V ConcatEvenBlocks(V upper, V lower) {
+  const V both[2] = {lower, upper};
+  return LoadBlocks<V>(reinterpret_cast<const uint8_t*>(both), 32);
+}
+template <typename V>
+QEL_SIMD_INLINE V ConcatOddBlocks(V upper, V lower) {
+  const V both[2] = {lower, upper};
+  return LoadBlocks<V>(reinterpret_cast<const uint8_t*>(both) + 16, 32);
+}
+/// Lanes in the opposite order.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> Reverse(Vec<T, n> v) {
+  const LanesOf lanes(v);
+  T reversed[n / sizeof(T)];
+  for (size_t i = 0; i < n / sizeof(T); ++i) reversed[i] = lanes.at[n / sizeof(T) - 1 - i];
+  return LoadU<Vec<T, n>>(reversed);
 }
 
 }  // namespace

@@ -134,6 +134,7 @@ U8 PartOfRepeated(U8 v, size_t part) {
   StoreRepeated3(v, repeated);
   return LoadU<U8>(repeated + part * kVectorBytes);
 }
+using QuarterOfBytes = Vec<uint8_t, kVectorBytes / 4>;
 constexpr auto kTable = MakePattern<256>([](size_t i) { return i * i / 3; });
 
 const Primitive kAll[] = {
@@ -256,6 +257,12 @@ const Primitive kAll[] = {
     CASE(U8, U8, LoadBlocks<U8>(reinterpret_cast<const uint8_t*>(&drawn), 32),
          a[i / 16 * 32 + i % 16]),
     CASE(U8, U8, NextBlocks(b, a), a[i + 16]),
+    CASE(U8, U8, LanesFrom<U8>([&](size_t k) { return drawn.at[3 * k]; }), a[3 * i]),
+    CASE(U32, U32, ConcatEvenBlocks(b, a), a[i / 4 * 8 + i % 4]),
+    CASE(U32, U32, ConcatOddBlocks(b, a), a[i / 4 * 8 + 4 + i % 4]),
+    CASE(Block<U8>, U8, ExtractBlock<U8::kBytes / 16 - 1>(a), a[n - 16 + i]),
+    CASE(U8, U8, Reverse(a), a[n - 1 - i]),
+    CASE(QuarterOfBytes, U32, TruncateTo<QuarterOfBytes>(a), a[i]),
 
     // What stands on these.
     CASE(U8, U8, TableLookup(kTable.bytes)(a), a[i] * a[i] / 3),
