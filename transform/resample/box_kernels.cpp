@@ -1,7 +1,7 @@
 #include "transform/resample/box_kernels.h"
 
-#include "image/slide.h"
 #include "simd/fetch.h"
+#include "simd/window.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -71,33 +71,29 @@ void AddWindows(uint16_t* __restrict sums, const uint16_t* a, const uint16_t* b,
   for (size_t i = 0; i < count; ++i) sums[i] = static_cast<uint16_t>(a[i] + b[i]);
 }
 
-#ifdef QEL_HAS_COLOUR_VECTORS
-
 /// Boxes of 2 x 2 at once, for `count` first bytes.
 template <size_t kBytes>
 void SquareMeans(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead,
                  size_t count) {
-  const Vector ones = FillBytes(1);
-  Slide<2, kBytes>(
+  const I8 ones = Set<I8>(1);
+  StoreWindows<2, kBytes>(
       means, count,
-      [=](size_t k) -> Words {
+      [=](size_t k) -> Halves<I16> {
         FetchLine(source + ahead + k);
         FetchLine(source + stride + ahead + k);
-        const Vector a = Once(Load(source + k));
-        const Vector b = Once(Load(source + stride + static_cast<int64_t>(k)));
-        return {SumPairs(PairLow(a, b), ones), SumPairs(PairHigh(a, b), ones)};
+        const U8 a = KeepInRegister(LoadU<U8>(source + k));
+        const U8 b = KeepInRegister(LoadU<U8>(source + stride + static_cast<int64_t>(k)));
+        return {SatWidenMulPairwiseAdd(InterleaveLower(a, b), ones),
+                SatWidenMulPairwiseAdd(InterleaveUpper(a, b), ones)};
       },
-      [](size_t, const Words& left, const Words& right) {
-        return PackWords(ShiftWords<2>(AddWords(left.low, right.low)),
-                         ShiftWords<2>(AddWords(left.high, right.high)));
+      [](size_t, const Halves<I16>& left, const Halves<I16>& right) {
+        return ReorderDemote2To<U8>(ShiftRight<2>(left.lower + right.lower),
+                                    ShiftRight<2>(left.upper + right.upper));
       });
 }
 
-#endif
-
 void BoxMeans(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead, size_t count,
               const SmallBox& box, uint16_t* scratch) {
-#ifdef QEL_HAS_COLOUR_VECTORS
   const size_t squares = count - box.pixel_bytes;
   if (box.columns == 2 && box.rows == 2 && squares >= kVectorBytes) {
     const auto function = box.pixel_bytes == 4   ? &SquareMeans<4>
@@ -105,7 +101,6 @@ void BoxMeans(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahe
                                                  : &SquareMeans<1>;
     return function(means, source, stride, ahead, squares);
   }
-#endif
   uint16_t* const columns = scratch;
   uint16_t* spare[2] = {scratch + count, scratch + 2 * count};
   SumBoxRows(columns, source, stride, ahead, count, box.rows);

@@ -3,8 +3,7 @@
 #include <utility>
 
 #include "simd/fetch.h"
-#include "transform/lanes.h"
-#include "transform/word_pixels.h"
+#include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -48,12 +47,6 @@ void GatherSingly(float* planes, const uint8_t* row, const TileTaps& tile, size_
   }
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-inline __m512i ToRegister(Ints words) { return reinterpret_cast<__m512i>(words); }
-#else
-inline Ints ToRegister(Ints words) { return words; }
-#endif
-
 /// Vectors of columns that are summed at a time: each has one sum per channel in each of two rows,
 /// and the additions of one fill the waits of the others.
 template <size_t kChannels>
@@ -62,7 +55,7 @@ constexpr size_t kVectors = kChannels == 1 ? 2 : 1;
 /// Sums of one row.
 template <size_t kChannels>
 struct RowSums {
-  Floats of[kVectors<kChannels>][kChannels] = {};
+  F32 of[kVectors<kChannels>][kChannels] = {};
 };
 
 /// Adds the taps of the columns from column `x` on for two rows: rows outer, columns inner, weights
@@ -73,14 +66,14 @@ inline void SumTaps(RowSums<kChannels> (&sums)[2], const BlendRow (&rows)[2], co
   for (size_t j = 0; j < kTaps; ++j) {
     for (size_t i = 0; i < kTaps; ++i) {
       for (size_t v = 0; v < kVectors<kChannels>; ++v) {
-        const size_t first = x + v * kLanes;
-        const Floats column_weight = LoadFloats(tile.weights[i] + first);
-        const Floats upper_weight = column_weight * rows[0].weights[j];
-        const Floats lower_weight = column_weight * rows[1].weights[j];
+        const size_t first = x + v * F32::kLanes;
+        const F32 column_weight = LoadU<F32>(tile.weights[i] + first);
+        const F32 upper_weight = column_weight * Set<F32>(rows[0].weights[j]);
+        const F32 lower_weight = column_weight * Set<F32>(rows[1].weights[j]);
         for (size_t c = 0; c < kChannels; ++c) {
           const size_t at = (i * kChannels + c) * tile.columns + first;
-          sums[0].of[v][c] += upper_weight * LoadFloats(rows[0].planes[j] + at);
-          sums[1].of[v][c] += lower_weight * LoadFloats(rows[1].planes[j] + at);
+          sums[0].of[v][c] += upper_weight * LoadU<F32>(rows[0].planes[j] + at);
+          sums[1].of[v][c] += lower_weight * LoadU<F32>(rows[1].planes[j] + at);
         }
       }
     }
@@ -94,14 +87,14 @@ inline void SumTaps(RowSums<kChannels> (&sums)[4], const BlendRow (&rows)[4], co
   for (size_t j = 0; j < kTaps; ++j) {
     for (size_t i = 0; i < kTaps; ++i) {
       for (size_t v = 0; v < kVectors<kChannels>; ++v) {
-        const size_t first = x + v * kLanes;
-        const Floats column_weight = LoadFloats(tile.weights[i] + first);
-        const Floats even_weight = column_weight * rows[0].weights[j];
-        const Floats odd_weight = column_weight * rows[1].weights[j];
+        const size_t first = x + v * F32::kLanes;
+        const F32 column_weight = LoadU<F32>(tile.weights[i] + first);
+        const F32 even_weight = column_weight * Set<F32>(rows[0].weights[j]);
+        const F32 odd_weight = column_weight * Set<F32>(rows[1].weights[j]);
         for (size_t c = 0; c < kChannels; ++c) {
           const size_t at = (i * kChannels + c) * tile.columns + first;
-          const Floats upper = LoadFloats(rows[0].planes[j] + at);
-          const Floats lower = LoadFloats(rows[2].planes[j] + at);
+          const F32 upper = LoadU<F32>(rows[0].planes[j] + at);
+          const F32 lower = LoadU<F32>(rows[2].planes[j] + at);
           sums[0].of[v][c] += even_weight * upper;
           sums[1].of[v][c] += odd_weight * upper;
           sums[2].of[v][c] += even_weight * lower;
@@ -112,56 +105,51 @@ inline void SumTaps(RowSums<kChannels> (&sums)[4], const BlendRow (&rows)[4], co
   }
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-
-/// Loads `count` bytes into the beginning of a register.
-inline __m512i LoadFirst(const uint8_t* bytes, int64_t count) {
-  return count > 0 ? _mm512_maskz_loadu_epi8(FirstBytes(static_cast<size_t>(count)), bytes)
-                   : _mm512_setzero_si512();
+/// Loads `count` bytes into the beginning of a vector.
+QEL_SIMD_INLINE U8 LoadFirst(const uint8_t* bytes, int64_t count) {
+  return count > 0 ? MaskedLoad<U8>(FirstN<U8>(static_cast<size_t>(count)), bytes) : Zero<U8>();
 }
 
 constexpr bool kPicksBlocks = true;
 /// Bytes that are fetched in advance.
 constexpr int64_t kAhead = 1024;
 
-__m512i PickBytes(const uint8_t* source, const PickBlock& block) {
+inline U8 PickBytes(const uint8_t* source, const PickBlock& block) {
   const uint8_t* const from = source + block.base;
   // The processor does not foresee loads under masks.
   for (int64_t at = 0; at < block.span; at += 64) FetchLine(from + kAhead + at);
-  const __m512i index = _mm512_loadu_si512(block.index);
-  const __m512i part0 = LoadFirst(from, block.span);
-  if (block.span <= 64) return _mm512_permutexvar_epi8(index, part0);
-  const __m512i part1 = LoadFirst(from + 64, block.span - 64);
-  const __m512i low = _mm512_permutex2var_epi8(part0, index, part1);
+  const U8 index = LoadU<U8>(block.index);
+  const U8 part0 = LoadFirst(from, block.span);
+  if (block.span <= 64) return TableLookupLanes(part0, index);
+  const U8 part1 = LoadFirst(from + 64, block.span - 64);
+  const U8 low = TwoTablesLookupLanes(part0, part1, index);
   if (block.span <= 128) return low;
-  const __m512i part2 = LoadFirst(from + 128, block.span - 128);
-  const __m512i part3 = LoadFirst(from + 192, block.span - 192);
-  const __m512i high = _mm512_permutex2var_epi8(part2, index, part3);
-  return _mm512_mask_blend_epi8(_mm512_movepi8_mask(index), low, high);
+  const U8 part2 = LoadFirst(from + 128, block.span - 128);
+  const U8 part3 = LoadFirst(from + 192, block.span - 192);
+  return IfNegativeThenElse(index, TwoTablesLookupLanes(part2, part3, index), low);
 }
 
-/// Stores the bytes in `lanes`; the others of a whole register are stored as they were, because
+/// Stores the bytes in `lanes`; the others of a whole vector are stored as they were, because
 /// masked stores take several times as long as plain ones.
-inline void StorePicked(uint8_t* dest, size_t count, __m512i picked, __mmask64 lanes) {
-  if (count < 64) {
-    _mm512_mask_storeu_epi8(dest, FirstBytes(count) & lanes, picked);
-    return;
-  }
-  if (lanes != ~__mmask64{0}) {
+template <bool kAll>
+QEL_SIMD_INLINE void StorePicked(uint8_t* dest, size_t count, U8 picked) {
+  const Mask<U8> lanes = MaskFromBits < U8, kAll ? ~uint64_t{0} : 0x7777'7777'7777'7777u > ();
+  if (count < kVectorBytes) return BlendedStore(picked, FirstN<U8>(count) & lanes, dest);
+  if constexpr (!kAll) {
     FetchLine<1>(dest + kAhead);
-    picked = _mm512_mask_mov_epi8(_mm512_loadu_si512(dest), lanes, picked);
+    picked = IfThenElse(lanes, picked, LoadU<U8>(dest));
   }
-  _mm512_storeu_si512(dest, picked);
+  StoreU(picked, dest);
 }
 
-template <int kBytes>
-void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
+/// By vectors of 64 bytes, whose places the plan holds.
+template <int kBytes, bool kAll>
+void PickVectors(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   const size_t bytes = plan.pixels * kBytes;
-  const __mmask64 lanes = plan.keep_alpha && kBytes == 4 ? 0x7777777777777777u : ~__mmask64{0};
   for (size_t at = 0; at < bytes; at += 64) {
     const PickBlock& block = plan.blocks[at / 64];
     if (block.span > 0) {
-      StorePicked(dest + at, bytes - at, PickBytes(source, block), lanes);
+      StorePicked<kAll>(dest + at, bytes - at, PickBytes(source, block));
     } else {
       // Pixels that reach into the next block are written twice with the same bytes.
       const size_t end = (at + 64 + kBytes - 1) / kBytes;
@@ -170,24 +158,37 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   }
 }
 
+template <int kBytes>
+void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
+  if constexpr (kHasByteLookup) {
+    const bool all = kBytes != 4 || !plan.keep_alpha;
+    const auto pick = all ? &PickVectors<kBytes, true> : &PickVectors<kBytes, false>;
+    pick(dest, source, plan);
+  } else {
+    PickSingly<kBytes>(dest, source, plan, 0, plan.pixels);
+  }
+}
+
 /// The next byte of a column is its next channel or the first one of its next tap.
 template <bool kTwoParts>
 void GatherGroup(float* planes, const uint8_t* row, const TileTaps& tile, size_t x) {
   const TapGroup& group = tile.groups[x / kGroupColumns];
   const uint8_t* const from = row + group.base;
-  const __m512i part0 = LoadFirst(from, group.bytes);
-  const __m512i part1 = kTwoParts ? LoadFirst(from + 64, group.bytes - 64) : _mm512_setzero_si512();
-  __m512i index = _mm512_loadu_si512(group.index);
-  constexpr __mmask64 kLowBytes = 0x1111111111111111u;
+  const U8 part0 = LoadFirst(from, group.bytes);
+  const U8 part1 = kTwoParts ? LoadFirst(from + 64, group.bytes - 64) : Zero<U8>();
+  I32 index = LoadU<I32>(group.index);
+  const auto low_bytes = MaskFromBits<U8, 0x1111'1111'1111'1111u>();
   for (size_t plane = 0; plane < tile.taps * tile.channels; ++plane) {
-    const __m512i bytes = kTwoParts ? _mm512_maskz_permutex2var_epi8(kLowBytes, part0, index, part1)
-                                    : _mm512_maskz_permutexvar_epi8(kLowBytes, index, part0);
-    _mm512_storeu_ps(planes + plane * tile.columns + x, _mm512_cvtepi32_ps(bytes));
-    index = _mm512_add_epi32(index, _mm512_set1_epi32(1));
+    const U8 places = BitCast<U8>(index);
+    const U8 found =
+        kTwoParts ? TwoTablesLookupLanes(part0, part1, places) : TableLookupLanes(part0, places);
+    const U8 bytes = IfThenElse(low_bytes, found, Zero<U8>());
+    StoreU(ConvertTo<F32>(BitCast<I32>(bytes)), planes + plane * tile.columns + x);
+    index += Set<I32>(1);
   }
 }
 
-void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
+void GatherGroups(float* planes, const uint8_t* row, const TileTaps& tile) {
   for (size_t x = 0; x < tile.columns; x += kGroupColumns) {
     const int64_t bytes = tile.groups[x / kGroupColumns].bytes;
     if (bytes == 0) {
@@ -198,6 +199,7 @@ void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
   }
 }
 
+<<<<<<< HEAD
 #else
 
 constexpr bool kPicksBlocks = false;
@@ -210,27 +212,30 @@ void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
 #if QEL_HAS_REGISTERS
 
 /// Four taps of `kLanes` columns from column `x` on.
+=======
+/// Four taps of a vector of columns from column `x` on.
+>>>>>>> e89a50c (transform: kernels on the vocabulary of vectors; the old helpers go)
 template <int... kAt>
 void GatherFour(float* planes, const uint8_t* row, const TileTaps& tile, size_t tap, size_t x,
                 std::integer_sequence<int, kAt...>) {
-  Ints words[4];
+  I32 words[4];
   LoadWordColumns(words, [&](size_t k) { return row + tile.offsets[tap][x + k]; });
   // The taps of a column lie side by side: the next byte is the next channel or the next tap.
-  const auto store = [&](size_t at, Floats values) {
-    float* const plane = planes + (tap * tile.channels + at) * tile.columns;
-    __builtin_memcpy(plane + x, &values, sizeof(values));
+  const auto store = [&](size_t at, F32 values) {
+    StoreU(values, planes + (tap * tile.channels + at) * tile.columns + x);
   };
   (store(kAt, ByteOfWords<kAt % 4>(words[kAt / 4])), ...);
 }
 
 template <int kChannels>
 void GatherColumns(float* planes, const uint8_t* row, const TileTaps& tile) {
-  for (size_t x = 0; x < tile.columns; x += kLanes) {
+  for (size_t x = 0; x < tile.columns; x += F32::kLanes) {
     // Sixteen bytes are loaded from the first one of each four taps on.
-    const int64_t last_load = tile.offsets[tile.taps - 4][x + kLanes - 1];
-    const bool inside = tile.offsets[0][x] >= 0 && tile.offsets[tile.taps - 1][x + kLanes - 1] >= 0;
+    const int64_t last_load = tile.offsets[tile.taps - 4][x + F32::kLanes - 1];
+    const bool inside =
+        tile.offsets[0][x] >= 0 && tile.offsets[tile.taps - 1][x + F32::kLanes - 1] >= 0;
     if (!inside || last_load + 16 > tile.row_bytes) {
-      GatherSingly(planes, row, tile, x, x + kLanes);
+      GatherSingly(planes, row, tile, x, x + F32::kLanes);
       continue;
     }
     for (size_t tap = 0; tap < tile.taps; tap += 4) {
@@ -240,51 +245,29 @@ void GatherColumns(float* planes, const uint8_t* row, const TileTaps& tile) {
 }
 
 void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
+  if (kHasByteLookup) return GatherGroups(planes, row, tile);
   const auto gather = tile.channels == 1   ? &GatherColumns<1>
                       : tile.channels == 3 ? &GatherColumns<3>
                                            : &GatherColumns<4>;
   gather(planes, row, tile);
 }
 
-#else
-
-void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
-  GatherSingly(planes, row, tile, 0, tile.columns);
-}
-
-#endif
-
-/// Stores packed colours as pixels.
-template <int kBytes>
-inline void StoreWords(uint8_t* dest, Ints colours, size_t count) {
-  int32_t words[kLanes];
-  __builtin_memcpy(words, &colours, sizeof(words));
-  const size_t last = (count < kLanes ? count : kLanes) - 1;
-  // Four bytes are stored for three: the next pixel overwrites the last one.
-  constexpr size_t kStored = kBytes == 3 ? 4 : kBytes;
-  for (size_t x = 0; x < last; ++x) __builtin_memcpy(dest + x * kBytes, words + x, kStored);
-  __builtin_memcpy(dest + last * kBytes, words + last, kBytes);
-}
-
-#endif
-
-/// Stores the sums of `kLanes` columns from column `x` on.
+/// Stores the sums of a vector of columns from column `x` on.
 template <size_t kChannels>
-inline void StoreVector(const BlendRow& row, const Floats (&sums)[kChannels], const TileTaps& tile,
+inline void StoreVector(const BlendRow& row, const F32 (&sums)[kChannels], const TileTaps& tile,
                         size_t x, size_t count) {
-  Ints colours = BytesOf(sums[0]);
-  for (size_t c = 1; c < kChannels && c < 3; ++c) colours |= BytesOf(sums[c]) << (8 * c);
+  I32 colours = PackColours(sums);
   if constexpr (kChannels == 4) {
-    Ints mask = {};
-    if (row.with_alpha) __builtin_memcpy(&mask, tile.alpha_mask + x, sizeof(mask));
-    colours |= (BytesOf(sums[3]) & mask) << 24;
+    const I32 mask = row.with_alpha ? LoadU<I32>(tile.alpha_mask + x) : Zero<I32>();
+    colours |= ShiftLeft<24>(BytesOf(sums[3]) & mask);
   }
-  StoreWords<static_cast<int>(kChannels)>(row.dest + x * kChannels, ToRegister(colours), count - x);
+  StoreWords<static_cast<int>(kChannels)>(BitCast<U32>(colours), row.dest + x * kChannels,
+                                          count - x);
 }
 template <size_t kChannels>
 inline void StoreSums(const BlendRow& row, const RowSums<kChannels>& sums, const TileTaps& tile,
                       size_t x, size_t count) {
-  for (size_t v = 0; v < kVectors<kChannels> && x < count; ++v, x += kLanes) {
+  for (size_t v = 0; v < kVectors<kChannels> && x < count; ++v, x += F32::kLanes) {
     StoreVector<kChannels>(row, sums.of[v], tile, x, count);
   }
 }
@@ -292,12 +275,12 @@ inline void StoreSums(const BlendRow& row, const RowSums<kChannels>& sums, const
 template <size_t kTaps, size_t kChannels, size_t kRows>
 void BlendColumns(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t count) {
   // Without AVX-512 there are too few registers for the colours of four rows.
-  if constexpr (kRows == 4 && kChannels > 1 && kLanes < 16) {
+  if constexpr (kRows == 4 && kChannels > 1 && F32::kLanes < 16) {
     BlendColumns<kTaps, kChannels, 2>({rows[0], rows[1]}, tile, count);
     BlendColumns<kTaps, kChannels, 2>({rows[2], rows[3]}, tile, count);
     return;
   }
-  for (size_t x = 0; x < count; x += kVectors<kChannels> * kLanes) {
+  for (size_t x = 0; x < count; x += kVectors<kChannels> * F32::kLanes) {
     RowSums<kChannels> sums[kRows];
     SumTaps<kTaps, kChannels>(sums, rows, tile, x);
     for (size_t r = 0; r < kRows; ++r) StoreSums<kChannels>(rows[r], sums[r], tile, x, count);

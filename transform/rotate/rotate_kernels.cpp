@@ -5,8 +5,7 @@
 #include "image/kernel_polynomials.h"
 #include "image/numeric.h"
 #include "simd/fetch.h"
-#include "transform/lanes.h"
-#include "transform/word_pixels.h"
+#include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -63,29 +62,16 @@ void PixelOffsets(int32_t* __restrict offsets, const SampleSource& source,
   }
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-
 /// The vectoriser loads bytes one after the other; these loads do not wait for each other.
 size_t PickGroups(uint32_t* colours, const uint8_t* bits, const int32_t* offsets, size_t count,
                   uint32_t keep, uint32_t add) {
-  const __m512i kept = _mm512_set1_epi32(static_cast<int32_t>(keep));
-  const __m512i added = _mm512_set1_epi32(static_cast<int32_t>(add));
   size_t i = 0;
-  for (; i + 16 <= count; i += 16) {
-    const __m512i bytes = LoadSixteen<1>(bits, offsets + i);
-    const __m512i greys = _mm512_mullo_epi32(bytes, _mm512_set1_epi32(0x010101));
-    _mm512_storeu_si512(colours + i, _mm512_or_si512(_mm512_and_si512(greys, kept), added));
+  for (; kHasByteLookup && i + U32::kLanes <= count; i += U32::kLanes) {
+    const U32 greys = GatherWords<1>(bits, offsets + i) * Set<U32>(0x010101);
+    StoreU((greys & Set<U32>(keep)) | Set<U32>(add), colours + i);
   }
   return i;
 }
-
-#else
-
-size_t PickGroups(uint32_t*, const uint8_t*, const int32_t*, size_t, uint32_t, uint32_t) {
-  return 0;
-}
-
-#endif
 
 template <int kBytes>
 void Pick(uint32_t* colours, const SampleSource& source, const SamplePoints& points, size_t count,
@@ -112,67 +98,54 @@ constexpr size_t WeightPlace(size_t point, size_t taps) {
 
 template <typename Kernel>
 void Weights(float* weights, const float* positions, size_t count) {
-  for (size_t i = 0; i < RoundUp(count); i += kLanes) {
-    Floats position;
-    __builtin_memcpy(&position, positions + i, sizeof(position));
-    const Ints origin = __builtin_convertvector(position, Ints);
+  for (size_t i = 0; i < RoundUp(count); i += F32::kLanes) {
+    const F32 position = LoadU<F32>(positions + i);
+    const I32 origin = ConvertTo<I32>(position);
     float* const first = weights + WeightPlace(i, 4);
     for (int tap = 0; tap < 4; ++tap) {
-      const Ints column = origin + (tap - 1);
-      const Floats weight = Kernel::Weight(__builtin_convertvector(column, Floats) - position);
-      __builtin_memcpy(first + static_cast<size_t>(tap) * kWeightGroup, &weight, sizeof(weight));
+      const F32 distance = ConvertTo<F32>(origin + Set<I32>(tap - 1)) - position;
+      const F32 weight = {Kernel::Weight(distance.raw)};
+      StoreU(weight, first + static_cast<size_t>(tap) * kWeightGroup);
     }
   }
 }
-
-#if QEL_HAS_REGISTERS
 
 template <size_t kTaps>
 void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
-  Ints lane_bits;
-  for (size_t lane = 0; lane < kLanes; ++lane) lane_bits[lane] = 1 << lane;
-  for (size_t i = 0; i < RoundUp(count); i += kLanes) {
-    Ints taps[kTaps / 4][4];
+  const I32 lane_bits = LanesFrom<I32>([](size_t lane) { return 1 << lane; });
+  for (size_t i = 0; i < RoundUp(count); i += I32::kLanes) {
+    I32 taps[kTaps / 4][4];
     for (size_t k = 0; k < kTaps / 4; ++k) {
       LoadWordColumns(taps[k], [&](size_t point) { return entries.of[i + point] + 4 * k; });
     }
-    const Ints mirrored = lane_bits & static_cast<int32_t>(entries.mirrored >> i & 0xFFFF);
+    const auto bits = static_cast<int32_t>(entries.mirrored >> i & 0xFFFF);
+    const Mask<I32> mirrored = (lane_bits & Set<I32>(bits)) != Zero<I32>();
     float* const first = weights + WeightPlace(i, kTaps);
     for (size_t tap = 0; tap < kTaps; ++tap) {
       const size_t other = kTaps - 1 - tap;
-      const Ints weight = mirrored != 0 ? taps[other / 4][other % 4] : taps[tap / 4][tap % 4];
-      __builtin_memcpy(first + tap * kWeightGroup, &weight, sizeof(weight));
+      const I32 weight = IfThenElse(mirrored, taps[other / 4][other % 4], taps[tap / 4][tap % 4]);
+      StoreU(weight, first + tap * kWeightGroup);
     }
   }
 }
 
-/// Words at `kLanes` offsets.
-inline Ints LoadWords(const uint8_t* source, const int32_t* offsets) {
-#ifdef QEL_LEVEL_avx2
-  return reinterpret_cast<Ints>(
-      Join(LoadFour<4>(source, offsets), LoadFour<4>(source, offsets + 4)));
-#else
-  return reinterpret_cast<Ints>(LoadSixteen<4>(source, offsets));
-#endif
-}
-
-/// The sums of `kLanes` pixels, one vector per channel.
+/// The sums of a vector of pixels, one vector per channel.
 template <int kBytes, int kTaps>
 struct PixelGroup {
   const uint8_t* bits;
   const int32_t* offsets;  ///< of the first tap of each pixel
   const float* wx;
   const float* wy;
-  Floats sums[kBytes] = {};
+  F32 sums[kBytes] = {};
 
   /// Adds four taps of a row, whose bytes start with `words`.
   template <int... kAt>
-  void AddTaps(const Ints* words, const float* column_weights, Floats row_weight,
-               std::integer_sequence<int, kAt...>) {
-    Floats weight;
-    const auto add = [&](int at, Floats channel) {
+  QEL_SIMD_INLINE void AddTaps(const I32* words, const float* column_weights, F32 row_weight,
+                               std::integer_sequence<int, kAt...>) {
+    F32 weight;
+    const auto add = [&](int at, F32 channel) {
       if (at % kBytes == 0) {
-        weight = LoadFloats(column_weights + at / kBytes * kWeightGroup) * row_weight;
+        weight = LoadU<F32>(column_weights + at / kBytes * kWeightGroup) * row_weight;
       }
       sums[at % kBytes] += weight * channel;
     };
@@ -180,15 +153,15 @@ struct PixelGroup {
   }
 
   /// Adds row `row` of the taps, which lies `distance` bytes behind the first one.
-  void AddRow(size_t row, int64_t distance) {
-    const Floats row_weight = LoadFloats(wy + row * kWeightGroup);
-    const auto load = [&](Ints(&words)[4], int64_t at) {
+  QEL_SIMD_INLINE void AddRow(size_t row, int64_t distance) {
+    const F32 row_weight = LoadU<F32>(wy + row * kWeightGroup);
+    const auto load = [&](I32(&words)[4], int64_t at) {
       LoadWordColumns(words, [&](size_t k) { return bits + offsets[k] + distance + at; });
     };
     constexpr auto kFourTaps = std::make_integer_sequence<int, 4 * kBytes>();
-    Ints words[4];
+    I32 words[4];
     if constexpr (kBytes == 1 && kTaps == 4) {
-      words[0] = LoadWords(bits + distance, offsets);
+      words[0] = BitCast<I32>(GatherWords<4>(bits + distance, offsets));
     } else {
       load(words, 0);
     }
@@ -198,21 +171,18 @@ struct PixelGroup {
     }
   }
 
-  void Store(uint32_t* colours) const {
-    Ints packed = BytesOf(sums[0]);
-    if constexpr (kBytes == 1) {
-      packed *= 0x010101;
-    } else {
-      for (int c = 1; c < kBytes; ++c) packed |= BytesOf(sums[c]) << (8 * c);
-    }
-    __builtin_memcpy(colours, &packed, sizeof(packed));
+  QEL_SIMD_INLINE void Store(uint32_t* colours) const {
+    I32 packed = PackColours(sums);
+    if constexpr (kBytes == 1) packed *= Set<I32>(0x010101);
+    if constexpr (kBytes == 4) packed |= ShiftLeft<24>(BytesOf(sums[3]));
+    StoreU(packed, colours);
   }
 };
 
 template <int kBytes, int kTaps>
 void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
            const SampleWeights& weights, size_t count) {
-  static_assert(kWeightGroup % kLanes == 0 && kSampleGroup % (2 * kLanes) == 0);
+  static_assert(kWeightGroup % F32::kLanes == 0 && kSampleGroup % (2 * F32::kLanes) == 0);
   int32_t offsets[kSampleChunk];
   const size_t rounded = RoundUp(count);
   PixelOffsets<kBytes>(offsets, source, points, rounded, 0.0f, kTaps / 2 - 1);
@@ -222,93 +192,37 @@ void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& po
                                      weights.y + place};
   };
   // Two groups at a time: the additions of one fill the waits of the other.
-  for (size_t i = 0; i < rounded; i += 2 * kLanes) {
+  for (size_t i = 0; i < rounded; i += 2 * F32::kLanes) {
     auto first = group_at(i);
-    auto second = group_at(i + kLanes);
+    auto second = group_at(i + F32::kLanes);
     for (int row = 0; row < kTaps; ++row) {
       const int64_t distance = int64_t{row} * source.stride;
       first.AddRow(static_cast<size_t>(row), distance);
       second.AddRow(static_cast<size_t>(row), distance);
     }
     first.Store(colours + i);
-    second.Store(colours + i + kLanes);
+    second.Store(colours + i + F32::kLanes);
   }
 }
-
-#else
-
-template <size_t kTaps>
-void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
-  for (size_t i = 0; i < RoundUp(count); ++i) {
-    float* const first = weights + WeightPlace(i, kTaps);
-    const bool mirrored = (entries.mirrored >> i & 1) != 0;
-    for (size_t tap = 0; tap < kTaps; ++tap) {
-      first[tap * kWeightGroup] = entries.of[i][mirrored ? kTaps - 1 - tap : tap];
-    }
-  }
-}
-
-/// A sum as a byte: clamped, then truncated.
-inline uint32_t ByteOf(float sum) {
-  return sum > 255.0f ? 255u : sum > 0.0f ? static_cast<uint32_t>(static_cast<int32_t>(sum)) : 0u;
-}
-
-template <int kBytes, int kTaps>
-void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
-           const SampleWeights& weights, size_t count) {
-  int32_t offsets[kSampleChunk];
-  PixelOffsets<kBytes>(offsets, source, points, count, 0.0f, kTaps / 2 - 1);
-  for (size_t p = 0; p < count; ++p) {
-    float wx[kTaps];
-    float wy[kTaps];
-    for (size_t tap = 0; tap < kTaps; ++tap) {
-      wx[tap] = weights.x[WeightPlace(p, kTaps) + tap * kWeightGroup];
-      wy[tap] = weights.y[WeightPlace(p, kTaps) + tap * kWeightGroup];
-    }
-    float sums[kBytes] = {};
-    for (int j = 0; j < kTaps; ++j) {
-      const uint8_t* const row = source.bits + offsets[p] + int64_t{j} * source.stride;
-      for (int i = 0; i < kTaps; ++i) {
-        const float weight = wx[i] * wy[j];
-        for (int c = 0; c < kBytes; ++c) {
-          sums[c] += weight * static_cast<float>(row[i * kBytes + c]);
-        }
-      }
-    }
-    uint32_t colour = 0;
-    for (int c = 0; c < kBytes; ++c) colour |= ByteOf(sums[c]) << (8 * c);
-    colours[p] = kBytes == 1 ? colour * 0x010101u : colour;
-  }
-}
-
-#endif
 
 void Store1(uint8_t* __restrict dest, const uint32_t* __restrict colours, size_t count) {
   for (size_t i = 0; i < count; ++i) dest[i] = static_cast<uint8_t>(colours[i] >> 16);
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-
 void Store3(uint8_t* dest, const uint32_t* colours, size_t count) {
   size_t i = 0;
-  for (; i + 16 <= count; i += 16) {
-    StoreWords<3>(dest + 3 * i, _mm512_loadu_si512(colours + i));
+  if constexpr (kHasByteLookup) {
+    for (; i + U32::kLanes <= count; i += U32::kLanes) {
+      StoreWords<3>(LoadU<U32>(colours + i), dest + 3 * i);
+    }
+    if (i == count) return;
+    const size_t rest = count - i;
+    return StoreWords<3>(MaskedLoad<U32>(FirstN<U32>(rest), colours + i), dest + 3 * i, rest);
   }
-  if (i == count) return;
-  const auto rest = static_cast<__mmask16>((1u << (count - i)) - 1);
-  StoreWords<3>(dest + 3 * i, _mm512_maskz_loadu_epi32(rest, colours + i), count - i);
-}
-
-#else
-
-void Store3(uint8_t* dest, const uint32_t* colours, size_t count) {
-  size_t i = 0;
   // Whole words overlap the next pixel, which is written after them.
   for (; i + 1 < count; ++i) __builtin_memcpy(dest + 3 * i, colours + i, 4);
   if (i < count) __builtin_memcpy(dest + 3 * i, colours + i, 3);
 }
-
-#endif
 
 void Store4(uint8_t* dest, const uint32_t* colours, size_t count) {
   __builtin_memcpy(dest, colours, 4 * count);

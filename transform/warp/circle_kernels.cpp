@@ -1,39 +1,52 @@
 #include "transform/warp/circle_kernels.h"
 
 #include "image/numeric.h"
-#include "transform/double_vectors.h"
+#include "simd/simd.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
+/// As many whole numbers as a vector has doubles.
+using Wholes = Half<I32>;
+using Truths = Mask<F64>;
+
+QEL_SIMD_INLINE F64 Fill(double value) { return Set<F64>(value); }
+QEL_SIMD_INLINE F64 ToDoubles(Wholes v) { return ConvertTo<F64>(v); }
+QEL_SIMD_INLINE Wholes ToWholes(F64 v) { return ConvertTo<Wholes>(v); }
+/// True where a bit of `bits` is set.
+QEL_SIMD_INLINE Truths HasBit(Wholes v, int32_t bits) {
+  return RebindMask<F64>((v & Set<Wholes>(bits)) != Zero<Wholes>());
+}
+
 struct Distance {
-  Mask in_reach;
-  Doubles d;        ///< from the centre, as single precision has it
-  Doubles to_true;  ///< d divided by the true distance
+  Truths in_reach;
+  F64 d;        ///< from the centre, as single precision has it
+  F64 to_true;  ///< d divided by the true distance
 };
 
-inline Distance DistanceOf(Ints dx, int32_t dy, int32_t limit) {
-  const Ints square = Add(Multiply(dx, dx), FillInts(dy * dy));
-  const Doubles exact = ToDoubles(square);
-  const Doubles d = SingleRoot(square);
+inline Distance DistanceOf(Wholes dx, int32_t dy, int32_t limit) {
+  const Wholes square = dx * dx + Set<Wholes>(dy * dy);
+  const F64 exact = ToDoubles(square);
+  // The root of the nearest single-precision numbers, in single precision.
+  const F64 d = ConvertTo<F64>(Sqrt(ConvertTo<Half<F32>>(square)));
   // The square of d is off by its ten millionth part at most: one term of the root's series will
   // do. At the centre nothing is off.
-  const Doubles error = (exact - d * d) / Choose(Less(exact, Fill(1)), Fill(1), exact);
-  return {Less(d, Fill(limit)), d, Fill(1) - Fill(0.5) * error};
+  const F64 error = (exact - d * d) / IfThenElse(exact < Fill(1), Fill(1), exact);
+  return {d < Fill(limit), d, Fill(1) - Fill(0.5) * error};
 }
 
 /// A position cut off toward zero.
 struct Cut {
-  Ints whole;
-  Mask too_close;  ///< the exact value may have another whole part
+  Wholes whole;
+  Truths too_close;  ///< the exact value may have another whole part
 };
 
-inline Cut CutOff(Doubles value) {
-  const Ints whole = ToInts(value);
-  const Doubles rest = Magnitude(value - ToDoubles(whole));
+inline Cut CutOff(F64 value) {
+  const Wholes whole = ToWholes(value);
+  const F64 rest = Abs(value - ToDoubles(whole));
   // Values about 0 are cut to 0 on both sides.
-  const Mask above = And(Less(rest, Fill(kCircleTolerance)), Less(Fill(0.5), Magnitude(value)));
-  return {whole, Or(above, Less(Fill(1 - kCircleTolerance), rest))};
+  const Truths above = (rest < Fill(kCircleTolerance)) & (Fill(0.5) < Abs(value));
+  return {whole, above | (Fill(1 - kCircleTolerance) < rest)};
 }
 
 /// Calls `map(dx, distance)` for the pixels of the run and stores the samples it returns.
@@ -41,60 +54,61 @@ template <typename Map>
 bool ForEachPixel(const CircleRun& run, CircleSamples& samples, Map&& map) {
   bool any_too_close = false;
   // The last vector may go beyond the run: samples have room for it.
-  for (size_t i = 0; i < run.count; i += kDoubleLanes) {
-    const Ints dx = Add(LaneNumbers(), FillInts(run.first_dx + static_cast<int32_t>(i)));
+  for (size_t i = 0; i < run.count; i += F64::kLanes) {
+    const Wholes dx = Iota<Wholes>(run.first_dx + static_cast<int32_t>(i));
     const Distance distance = DistanceOf(dx, run.dy, run.limit);
     const auto mapped = map(ToDoubles(dx), distance);
-    const auto position = [&](Ints whole) {
-      const Ints known = ChooseInts(mapped.too_close, FillInts(kTooClose), whole);
-      return ChooseInts(distance.in_reach, known, FillInts(kOutOfReach));
+    const auto position = [&](Wholes whole) {
+      const Wholes known =
+          IfThenElse(RebindMask<Wholes>(mapped.too_close), Set<Wholes>(kTooClose), whole);
+      return IfThenElse(RebindMask<Wholes>(distance.in_reach), known, Set<Wholes>(kOutOfReach));
     };
-    Store(samples.left_x + i, position(mapped.left_x));
-    Store(samples.left_y + i, mapped.left_y);
-    Store(samples.right_x + i, position(mapped.right_x));
-    Store(samples.right_y + i, mapped.right_y);
-    any_too_close |= Any(And(mapped.too_close, distance.in_reach));
+    StoreU(position(mapped.left_x), samples.left_x + i);
+    StoreU(mapped.left_y, samples.left_y + i);
+    StoreU(position(mapped.right_x), samples.right_x + i);
+    StoreU(mapped.right_y, samples.right_y + i);
+    any_too_close |= !AllFalse(mapped.too_close & distance.in_reach);
   }
   return any_too_close;
 }
 struct Mapped {
-  Ints left_x, left_y, right_x, right_y;
-  Mask too_close;
+  Wholes left_x, left_y, right_x, right_y;
+  Truths too_close;
 };
 
 /// Moves every pixel along its radius: the new radius is `scale(d)` times d.
 template <typename Scale>
 bool MapRadius(const CircleRun& run, CircleSamples& samples, Scale&& scale) {
-  const Doubles dy = Fill(run.dy);
-  return ForEachPixel(run, samples, [&](Doubles dx, const Distance& distance) {
-    const Doubles factor = scale(distance.d) * distance.to_true;
+  const F64 dy = Fill(run.dy);
+  return ForEachPixel(run, samples, [&](F64 dx, const Distance& distance) {
+    const F64 factor = scale(distance.d) * distance.to_true;
     const Cut x = CutOff(factor * dx);
     const Cut y = CutOff(factor * dy);
-    return Mapped{x.whole, y.whole, Negate(x.whole), y.whole, Or(x.too_close, y.too_close)};
+    return Mapped{x.whole, y.whole, Zero<Wholes>() - x.whole, y.whole, x.too_close | y.too_close};
   });
 }
 
 bool Bulge(const CircleRun& run, CircleSamples& samples) {
-  const Doubles inverse_limit = Fill(1.0 / run.limit);
-  return MapRadius(run, samples, [=](Doubles d) { return d * inverse_limit; });
+  const F64 inverse_limit = Fill(1.0 / run.limit);
+  return MapRadius(run, samples, [=](F64 d) { return d * inverse_limit; });
 }
 
 bool Pinch(const CircleRun& run, CircleSamples& samples) {
-  const Doubles limit = Fill(run.limit);
+  const F64 limit = Fill(run.limit);
   return MapRadius(run, samples,
-                   [=](Doubles d) { return Root(limit / Choose(Less(d, Fill(1)), Fill(1), d)); });
+                   [=](F64 d) { return Sqrt(limit / IfThenElse(d < Fill(1), Fill(1), d)); });
 }
 
 /// c[0] + c[1] z + c[2] z z + ...
 template <size_t kTerms>
-Doubles Polynomial(const double (&c)[kTerms], Doubles z) {
-  Doubles sum = Fill(c[kTerms - 1]);
-  for (size_t i = kTerms - 1; i-- > 0;) sum = MultiplyAdd(sum, z, Fill(c[i]));
+F64 Polynomial(const double (&c)[kTerms], F64 z) {
+  F64 sum = Fill(c[kTerms - 1]);
+  for (size_t i = kTerms - 1; i-- > 0;) sum = MulAdd(sum, z, Fill(c[i]));
   return sum;
 }
 
 /// Sine and cosine of angles up to `kLargestTurn`, with errors below 1e-13.
-inline void SineCosine(Doubles angle, Doubles& sine, Doubles& cosine) {
+inline void SineCosine(F64 angle, F64& sine, F64& cosine) {
   // A whole number of quarter turns comes off first, in two parts: the upper one is short enough
   // for exact products.
   constexpr double kQuarterTurnsPerRadian = 0.63661977236758134308;
@@ -118,43 +132,42 @@ inline void SineCosine(Doubles angle, Doubles& sine, Doubles& cosine) {
                                 1 / 479001600.0,
                                 -1 / 87178291200.0,
                                 1 / 20922789888000.0};
-  const Doubles turns = angle * Fill(kQuarterTurnsPerRadian);
-  const Ints quarters = ToInts(turns + Choose(Less(turns, Fill(0)), Fill(-0.5), Fill(0.5)));
-  const Doubles whole = ToDoubles(quarters);
-  const Doubles rest = (angle - whole * Fill(kQuarterTurn)) - whole * Fill(kQuarterTurnRest);
-  const Doubles z = rest * rest;
-  const Doubles s = rest * Polynomial(kSine, z);
-  const Doubles c = Polynomial(kCosine, z);
-  const Mask odd = HasBit(quarters, 1);
-  const Doubles sine_sign = Choose(HasBit(quarters, 2), Fill(-1), Fill(1));
-  const Doubles cosine_sign = Choose(HasBit(Add(quarters, FillInts(1)), 2), Fill(-1), Fill(1));
-  sine = Choose(odd, c, s) * sine_sign;
-  cosine = Choose(odd, s, c) * cosine_sign;
+  const F64 turns = angle * Fill(kQuarterTurnsPerRadian);
+  const Wholes quarters = ToWholes(turns + IfThenElse(turns < Fill(0), Fill(-0.5), Fill(0.5)));
+  const F64 whole = ToDoubles(quarters);
+  const F64 rest = (angle - whole * Fill(kQuarterTurn)) - whole * Fill(kQuarterTurnRest);
+  const F64 z = rest * rest;
+  const F64 s = rest * Polynomial(kSine, z);
+  const F64 c = Polynomial(kCosine, z);
+  const Truths odd = HasBit(quarters, 1);
+  const F64 sine_sign = IfThenElse(HasBit(quarters, 2), Fill(-1), Fill(1));
+  const F64 cosine_sign = IfThenElse(HasBit(quarters + Set<Wholes>(1), 2), Fill(-1), Fill(1));
+  sine = IfThenElse(odd, c, s) * sine_sign;
+  cosine = IfThenElse(odd, s, c) * cosine_sign;
 }
 
 bool Swirl(const CircleRun& run, CircleSamples& samples) {
-  const Doubles dy = Fill(run.dy);
-  const Doubles turn = Fill(run.turn);
-  return ForEachPixel(run, samples, [&](Doubles dx, const Distance& distance) {
-    Doubles sine;
-    Doubles cosine;
+  const F64 dy = Fill(run.dy);
+  const F64 turn = Fill(run.turn);
+  return ForEachPixel(run, samples, [&](F64 dx, const Distance& distance) {
+    F64 sine;
+    F64 cosine;
     SineCosine(distance.d * turn, sine, cosine);
     sine = sine * distance.to_true;
     cosine = cosine * distance.to_true;
-    const Doubles dx_sine = dx * sine;
-    const Doubles dy_sine = dy * sine;
+    const F64 dx_sine = dx * sine;
+    const F64 dy_sine = dy * sine;
     const Cut left_x = CutOff(dx * cosine - dy_sine);
-    const Cut left_y = CutOff(MultiplyAdd(dy, cosine, dx_sine));
-    const Cut right_x = CutOff(Fill(0) - MultiplyAdd(dx, cosine, dy_sine));
+    const Cut left_y = CutOff(MulAdd(dy, cosine, dx_sine));
+    const Cut right_x = CutOff(Fill(0) - MulAdd(dx, cosine, dy_sine));
     const Cut right_y = CutOff(dy * cosine - dx_sine);
-    return Mapped{
-        left_x.whole, left_y.whole, right_x.whole, right_y.whole,
-        Or(Or(left_x.too_close, left_y.too_close), Or(right_x.too_close, right_y.too_close))};
+    return Mapped{left_x.whole, left_y.whole, right_x.whole, right_y.whole,
+                  left_x.too_close | left_y.too_close | right_x.too_close | right_y.too_close};
   });
 }
 
 /// The angle of (x, y) in the first quadrant, with an error below 1e-13.
-inline Doubles Angle(Doubles x, Doubles y) {
+inline F64 Angle(F64 x, F64 y) {
   constexpr double kQuarterTurn = 1.5707963267948966;
   constexpr double kEighthTurn = 0.78539816339744831;
   constexpr double kTangentOfSixteenthTurn = 0.41421356237309505;
@@ -162,34 +175,33 @@ inline Doubles Angle(Doubles x, Doubles y) {
   constexpr double kSeries[] = {1,         -1 / 3.0,  1 / 5.0,   -1 / 7.0,  1 / 9.0,
                                 -1 / 11.0, 1 / 13.0,  -1 / 15.0, 1 / 17.0,  -1 / 19.0,
                                 1 / 21.0,  -1 / 23.0, 1 / 25.0,  -1 / 27.0, 1 / 29.0};
-  const Mask steep = Less(x, y);
-  const Doubles far = Choose(steep, y, x);
-  const Doubles near = Choose(steep, x, y);
+  const Truths steep = x < y;
+  const F64 far = IfThenElse(steep, y, x);
+  const F64 near = IfThenElse(steep, x, y);
   // Measured from the axis, or from the diagonal when that is nearer.
-  const Mask diagonal = Less(far * Fill(kTangentOfSixteenthTurn), near);
-  const Doubles above = Choose(diagonal, near - far, near);
-  const Doubles along = Choose(diagonal, near + far, far);
-  const Doubles t = above / Choose(Less(along, Fill(1)), Fill(1), along);
-  const Doubles angle =
-      t * Polynomial(kSeries, t * t) + Choose(diagonal, Fill(kEighthTurn), Fill(0));
-  return Choose(steep, Fill(kQuarterTurn) - angle, angle);
+  const Truths diagonal = far * Fill(kTangentOfSixteenthTurn) < near;
+  const F64 above = IfThenElse(diagonal, near - far, near);
+  const F64 along = IfThenElse(diagonal, near + far, far);
+  const F64 t = above / IfThenElse(along < Fill(1), Fill(1), along);
+  const F64 angle =
+      t * Polynomial(kSeries, t * t) + IfThenElse(diagonal, Fill(kEighthTurn), Fill(0));
+  return IfThenElse(steep, Fill(kQuarterTurn) - angle, angle);
 }
 
 bool Unwrap(const CircleRun& run, CircleSamples& samples) {
   constexpr double kHalfTurn = 3.1415926535897932;
-  const Doubles dy = Fill(run.dy);
-  const Doubles scale_x = Fill(run.scale_x);
-  const Doubles scale_y = Fill(run.scale_y);
-  const Doubles limit = Fill(run.limit);
-  return ForEachPixel(run, samples, [&](Doubles dx, const Distance& distance) {
-    const Doubles angle = Angle(dx, dy);
+  const F64 dy = Fill(run.dy);
+  const F64 scale_x = Fill(run.scale_x);
+  const F64 scale_y = Fill(run.scale_y);
+  const F64 limit = Fill(run.limit);
+  return ForEachPixel(run, samples, [&](F64 dx, const Distance& distance) {
+    const F64 angle = Angle(dx, dy);
     const Cut left = CutOff(scale_x * angle);
     const Cut right = CutOff(scale_x * (Fill(kHalfTurn) - angle));
     // The rows are the exact quotients. The centre has no direction.
-    const Ints row = ToInts(scale_y * distance.d / limit);
-    const Mask centre = Less(distance.d, Fill(0.5));
-    return Mapped{left.whole, row, right.whole, row,
-                  Or(centre, Or(left.too_close, right.too_close))};
+    const Wholes row = ToWholes(scale_y * distance.d / limit);
+    const Truths centre = distance.d < Fill(0.5);
+    return Mapped{left.whole, row, right.whole, row, centre | left.too_close | right.too_close};
   });
 }
 

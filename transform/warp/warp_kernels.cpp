@@ -1,9 +1,9 @@
 #include "transform/warp/warp_kernels.h"
 
-#include "image/colour_vectors.h"
 #include "image/numeric.h"
+#include "simd/convert.h"
 #include "transform/warp/blend_pixel.h"
-#include "transform/word_pixels.h"
+#include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -53,47 +53,34 @@ void CopySingly(uint8_t* dest, size_t count, const uint8_t* source, const int32_
   __builtin_memcpy(dest, &pixel, kTo);
 }
 
-#ifdef QEL_LEVEL_avx512vbmi
-
 template <int kFrom>
-__m512i MakeOpaque(__m512i words) {
-  const __m512i alpha = _mm512_set1_epi32(static_cast<int32_t>(0xFF000000u));
+QEL_SIMD_INLINE U32 MakeOpaque(U32 words) {
+  const U32 alpha = Set<U32>(0xFF000000u);
   if constexpr (kFrom == 4) {
-    const __m512i marker = _mm512_set1_epi32(kKeptAlpha << 24);
-    const __mmask16 unmarked = _mm512_cmpneq_epi32_mask(_mm512_and_si512(words, alpha), marker);
-    return _mm512_mask_or_epi32(words, unmarked, words, alpha);
+    const Mask<U32> marked = (words & alpha) == Set<U32>(uint32_t{kKeptAlpha} << 24);
+    return IfThenElse(marked, words, words | alpha);
   }
-  if constexpr (kFrom == 1) words = _mm512_mullo_epi32(words, _mm512_set1_epi32(0x010101));
-  return _mm512_or_si512(words, alpha);
+  if constexpr (kFrom == 1) words = words * Set<U32>(0x010101);
+  return words | alpha;
 }
 
 template <int kFrom, bool kOpaque>
 void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
           uint32_t outside) {
   using Depth = Depths<kFrom, kOpaque>;
-  const __m512i lowest = _mm512_set1_epi32(-kLargestOffset);
-  for (; count >= 16; count -= 16, offsets += 16, dest += 16 * Depth::kTo) {
-    const __mmask16 special = _mm512_cmplt_epi32_mask(_mm512_loadu_si512(offsets), lowest);
-    if (special != 0) {
-      CopySingly<Depth>(dest, 16, source, offsets, outside);
+  constexpr size_t kGroup = U32::kLanes;
+  for (; kHasByteLookup && count >= kGroup;
+       count -= kGroup, offsets += kGroup, dest += kGroup * Depth::kTo) {
+    if (!AllFalse(LoadU<I32>(offsets) < Set<I32>(-kLargestOffset))) {
+      CopySingly<Depth>(dest, kGroup, source, offsets, outside);
       continue;
     }
-    __m512i words = LoadSixteen<Depth::kLoaded>(source, offsets);
+    U32 words = GatherWords<Depth::kLoaded>(source, offsets);
     if constexpr (kOpaque) words = MakeOpaque<kFrom>(words);
-    StoreWords<Depth::kTo>(dest, words);
+    StoreWords<Depth::kTo>(words, dest);
   }
   CopySingly<Depth>(dest, count, source, offsets, outside);
 }
-
-#else
-
-template <int kFrom, bool kOpaque>
-void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
-          uint32_t outside) {
-  CopySingly<Depths<kFrom, kOpaque>>(dest, count, source, offsets, outside);
-}
-
-#endif
 
 void Offsets(int32_t* __restrict offsets, const int32_t* __restrict sx,
              const int32_t* __restrict sy, size_t count, const OffsetRule& rule) {
@@ -143,89 +130,63 @@ void BlendOneByOne(uint8_t* dest, size_t first, size_t count, const FixedWalk& w
   }
 }
 
-#ifdef QEL_HAS_COLOUR_VECTORS
-
-// One lane per pixel: first the eight bytes of the upper and of the lower row, then for every
+// One block per pixel: first the eight bytes of the upper and of the lower row, then for every
 // channel its four bytes, then for every channel a sum of 32 bits.
 
-inline __m128i LoadSquare(const uint8_t* top, int32_t stride) {
-  const __m128i upper = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(top));
-  return _mm_castps_si128(
-      _mm_loadh_pi(_mm_castsi128_ps(upper), reinterpret_cast<const __m64*>(top + stride)));
-}
-
 template <size_t kBytes>
-constexpr Pattern<16> kByChannelOfSquare = [] {
-  Pattern<16> pattern{};
-  for (size_t i = 0; i < 16; ++i) {
-    const size_t channel = i / 4;
-    const size_t corner = i % 4;
-    const size_t from = channel + (corner % 2) * kBytes + (corner / 2) * 8;
-    pattern.bytes[i] = static_cast<uint8_t>(channel < kBytes ? from : 0x80);
-  }
-  return pattern;
-}();
+constexpr auto kByChannelOfSquare = MakePattern<16>([](size_t i) {
+  const size_t channel = i / 4;
+  const size_t corner = i % 4;
+  return channel < kBytes ? channel + (corner % 2) * kBytes + (corner / 2) * 8 : 0x80;
+});
 
-/// The blend of one pixel per lane. With d as the difference of right and left pixels, e as that of
-/// lower and upper ones and s as the sum of all, the weighted sum is 65536 s + (fx - 32768) d +
+/// The blend of one pixel per block. With d as the difference of right and left pixels, e as that
+/// of lower and upper ones and s as the sum of all, the weighted sum is 65536 s + (fx - 32768) d +
 /// (fy - 32768) e; `weights_x` and `weights_y` hold these factors twice in every channel.
-inline Vector BlendSquares(Vector squares, Vector weights_x, Vector weights_y) {
-  const Vector left_to_right = FillDwords(0x01FF01FF);
-  const Vector top_to_bottom = FillDwords(0x0101FFFF);
-  const Vector sum = SumWordPairs(SumPairs(squares, FillBytes(1)), FillWords(1));
-  const Vector d = SumWordPairs(SumPairs(squares, left_to_right), weights_x);
-  const Vector e = SumWordPairs(SumPairs(squares, top_to_bottom), weights_y);
-#ifdef QEL_LEVEL_avx2
-  const Vector rounded = _mm256_add_epi32(_mm256_slli_epi32(sum, 16), FillDwords(1u << 17));
-  return _mm256_srli_epi32(_mm256_add_epi32(rounded, _mm256_add_epi32(d, e)), 18);
-#else
-  const Vector rounded = _mm512_add_epi32(_mm512_slli_epi32(sum, 16), FillDwords(1u << 17));
-  return _mm512_srli_epi32(_mm512_add_epi32(rounded, _mm512_add_epi32(d, e)), 18);
-#endif
+QEL_SIMD_INLINE I32 BlendSquares(U8 squares, I16 weights_x, I16 weights_y) {
+  const I8 left_to_right = BitCast<I8>(Set<U32>(0x01FF01FFu));
+  const I8 top_to_bottom = BitCast<I8>(Set<U32>(0x0101FFFFu));
+  const I32 sum = WidenMulPairwiseAdd(SatWidenMulPairwiseAdd(squares, Set<I8>(1)), Set<I16>(1));
+  const I32 d = WidenMulPairwiseAdd(SatWidenMulPairwiseAdd(squares, left_to_right), weights_x);
+  const I32 e = WidenMulPairwiseAdd(SatWidenMulPairwiseAdd(squares, top_to_bottom), weights_y);
+  const I32 rounded = ShiftLeft<16>(sum) + Set<I32>(1 << 17);
+  return BitCast<I32>(ShiftRight<18>(BitCast<U32>(rounded + (d + e))));
 }
 
-/// Blends four pixels into four bytes each.
+/// Blends a vector of 4-byte pixels, or of 3-byte ones with room for a fourth.
 template <size_t kBytes>
-__m128i BlendFour(const int32_t* offsets, const int32_t* weights_x, const int32_t* weights_y,
-                  const uint8_t* source, int32_t stride) {
-  const auto square = [&](size_t i) { return LoadSquare(source + offsets[i], stride); };
-  const __m128i wx = _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights_x));
-  const __m128i wy = _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights_y));
-  const Vector by_channel = FillLanes(kByChannelOfSquare<kBytes>.bytes);
-#ifdef QEL_LEVEL_avx2
-  const auto blend = [&](size_t low, size_t high) {
-    const auto l = static_cast<int>(low);
-    const auto h = static_cast<int>(high);
-    const Vector spread = _mm256_setr_epi32(l, l, l, l, h, h, h, h);
-    const auto weights = [&](__m128i w) {
-      return _mm256_permutevar8x32_epi32(_mm256_castsi128_si256(w), spread);
+QEL_SIMD_INLINE U8 BlendPixels(const int32_t* offsets, const int32_t* weights_x,
+                               const int32_t* weights_y, const uint8_t* source, int32_t stride) {
+  constexpr size_t kBlocks = kVectorBytes / 16;
+  const U32 spread = ShiftRight<2>(Iota<U32>(0));
+  const U8 by_channel = LoadDup128<U8>(kByChannelOfSquare<kBytes>.bytes);
+  const auto blend = [&](size_t first) {
+    const U64 squares = LanesFrom<U64>([&](size_t i) {
+      uint64_t row;
+      const uint8_t* const top = source + offsets[first + i / 2];
+      __builtin_memcpy(&row, i % 2 == 0 ? top : top + stride, sizeof(row));
+      return row;
+    });
+    const auto weights = [&](const int32_t* of) {
+      if constexpr (kBlocks == 1) return BitCast<I16>(Set<I32>(of[first]));
+      return BitCast<I16>(TableLookupLanes(LoadU<U32>(of + first), spread));
     };
-    const Vector squares = _mm256_set_m128i(square(high), square(low));
-    return BlendSquares(ShuffleLanes(squares, by_channel), weights(wx), weights(wy));
+    return BlendSquares(TableLookupBytesOr0(BitCast<U8>(squares), by_channel), weights(weights_x),
+                        weights(weights_y));
   };
-  const Vector words = _mm256_packs_epi32(blend(0, 2), blend(1, 3));
-  const Vector bytes = _mm256_permute4x64_epi64(PackWords(words, words), 0x08);
-  return _mm256_castsi256_si128(bytes);
-#else
-  const Vector spread = _mm512_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3);
-  const auto weights = [&](__m128i w) {
-    return _mm512_permutexvar_epi32(spread, _mm512_castsi128_si512(w));
-  };
-  Vector squares = _mm512_castsi128_si512(square(0));
-  squares = _mm512_inserti32x4(squares, square(1), 1);
-  squares = _mm512_inserti32x4(squares, square(2), 2);
-  squares = _mm512_inserti32x4(squares, square(3), 3);
-  return _mm512_cvtepi32_epi8(
-      BlendSquares(ShuffleLanes(squares, by_channel), weights(wx), weights(wy)));
-#endif
+  return OrderedDemote4To8(blend(0), blend(kBlocks), blend(2 * kBlocks), blend(3 * kBlocks));
 }
 
 template <size_t kBytes>
 void Blend(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* source,
            int32_t stride) {
+  if constexpr (!kHasTableLookupBytes) {
+    return BlendOneByOne<kBytes>(dest, 0, count, walk, source, stride);
+  }
+  // Weights are loaded by whole vectors.
   int32_t offsets[kWarpTile];
-  int32_t weights_x[kWarpTile];
-  int32_t weights_y[kWarpTile];
+  int32_t weights_x[kWarpTile + U32::kLanes];
+  int32_t weights_y[kWarpTile + U32::kLanes];
   const FixedWalk w = walk;
   const auto twice = [](uint32_t fraction) {
     return static_cast<int32_t>(((fraction & 0xFFFF) ^ 0x8000) * 0x10001u);
@@ -238,27 +199,24 @@ void Blend(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* so
     weights_x[i] = twice(x);
     weights_y[i] = twice(y);
   }
-  const __m128i close_up = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
-  // Sixteen bytes are stored for four pixels: of 3-byte pixels more than they have.
-  constexpr size_t kStored = kBytes == 4 ? 4 : 6;
+  constexpr size_t kPixels = U32::kLanes;
+  const auto blend = [&](size_t i, uint8_t* to) {
+    U8 pixels = BlendPixels<kBytes>(offsets + i, weights_x + i, weights_y + i, source, stride);
+    if constexpr (kBytes == 4) return StoreU(pixels, to);
+    static constexpr auto kCloseUp =
+        MakePattern<16>([](size_t k) { return k < 12 ? k / 3 * 4 + k % 3 : 0x80; });
+    StoreBlocks(ShuffleBlocks(pixels, kCloseUp), to, 12);
+  };
+  if (count < kPixels) return BlendOneByOne<kBytes>(dest, 0, count, walk, source, stride);
+  // Of 3-byte pixels more bytes are stored than they have, and the last ones through a copy.
+  constexpr size_t kStored = kBytes == 4 ? kPixels : kPixels + 2;
   size_t i = 0;
-  for (; i + kStored <= count; i += 4) {
-    __m128i pixels = BlendFour<kBytes>(offsets + i, weights_x + i, weights_y + i, source, stride);
-    if constexpr (kBytes == 3) pixels = _mm_shuffle_epi8(pixels, close_up);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dest + kBytes * i), pixels);
-  }
-  BlendOneByOne<kBytes>(dest, i, count, walk, source, stride);
+  for (; i + kStored <= count; i += kPixels) blend(i, dest + kBytes * i);
+  if (i == count) return;
+  alignas(64) uint8_t last[kVectorBytes];
+  blend(count - kPixels, last);
+  __builtin_memcpy(dest + kBytes * (count - kPixels), last, kBytes * kPixels);
 }
-
-#else
-
-template <size_t kBytes>
-void Blend(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* source,
-           int32_t stride) {
-  BlendOneByOne<kBytes>(dest, 0, count, walk, source, stride);
-}
-
-#endif
 
 }  // namespace
 

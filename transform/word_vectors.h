@@ -1,0 +1,116 @@
+#ifndef QEL_TRANSFORM_WORD_VECTORS_H_
+#define QEL_TRANSFORM_WORD_VECTORS_H_
+
+#include "simd/interleaved.h"
+
+// Pixels and their taps as 32-bit lanes. Every lane rounds as a single number would. Everything has
+// internal linkage.
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+/// Words of `kBytes` bytes (1 or 4) at scattered offsets. Loads of their own start earlier than
+/// those of a gather instruction.
+template <int kBytes>
+QEL_SIMD_INLINE U32 GatherWords(const uint8_t* source, const int32_t* offsets) {
+  return LanesFrom<U32>([=](size_t i) -> uint32_t {
+    if constexpr (kBytes == 1) return source[offsets[i]];
+    uint32_t word;
+    __builtin_memcpy(&word, source + offsets[i], 4);
+    return word;
+  });
+}
+
+/// Pixels of 3 bytes as words; the fourth byte is not defined.
+QEL_SIMD_INLINE U32 LoadWords3(const uint8_t* pixels) {
+  static constexpr auto kOrder =
+      MakePattern<64>([](size_t i) { return i % 4 == 3 ? 0 : i / 4 * 3 + i % 4; });
+  const U8 bytes = MaskedLoad<U8>(FirstN<U8>(3 * U32::kLanes), pixels);
+  return BitCast<U32>(TableLookupLanes(bytes, LoadU<U8>(kOrder.bytes)));
+}
+
+/// Stores the first `count` words as pixels of `kBytes` bytes. Where memory is masked, all of them
+/// take plain stores: masked ones take several times as long.
+template <int kBytes>
+QEL_SIMD_INLINE void StoreWords(U32 words, uint8_t* pixels, size_t count = U32::kLanes) {
+  const bool all = count >= U32::kLanes;
+  if constexpr (!kHasByteLookup) {
+    const LanesOf lanes(words);
+    const size_t last = (all ? U32::kLanes : count) - 1;
+    // Four bytes are stored for three: the next pixel overwrites the last one.
+    constexpr size_t kStored = kBytes == 3 ? 4 : kBytes;
+    for (size_t i = 0; i < last; ++i) __builtin_memcpy(pixels + i * kBytes, lanes.at + i, kStored);
+    __builtin_memcpy(pixels + last * kBytes, lanes.at + last, kBytes);
+  } else if constexpr (kBytes == 4) {
+    if (all) return StoreU(words, pixels);
+    BlendedStore(words, FirstN<U32>(count), pixels);
+  } else {
+    if constexpr (kBytes == 1) {
+      if (all) return StoreU(TruncateTo<Vec<uint8_t, U32::kLanes>>(words), pixels);
+    }
+    static constexpr auto kOrder =
+        MakePattern<64>([](size_t i) { return i / kBytes * 4 + i % kBytes; });
+    const U8 bytes = TableLookupLanes(BitCast<U8>(words), LoadU<U8>(kOrder.bytes));
+    if (!all) return BlendedStore(bytes, FirstN<U8>(kBytes * count), pixels);
+    StoreU(LowerHalf(bytes), pixels);
+    StoreU(ExtractBlock<2>(bytes), pixels + 32);
+  }
+}
+
+/// Sums of weighted channels as bytes: clamped, then truncated. What is not a number gives 0.
+QEL_SIMD_INLINE I32 BytesOf(F32 sums) {
+  return ConvertTo<I32>(Max(Min(Set<F32>(255.0f), sums), Zero<F32>()));
+}
+/// The bytes of up to three channels, the first one lowest.
+template <size_t kChannels>
+QEL_SIMD_INLINE I32 PackColours(const F32 (&sums)[kChannels]) {
+  I32 packed = BytesOf(sums[0]);
+  if constexpr (kChannels > 1) packed |= ShiftLeft<8>(BytesOf(sums[1]));
+  if constexpr (kChannels > 2) packed |= ShiftLeft<16>(BytesOf(sums[2]));
+  return packed;
+}
+
+/// words[k] = word k of sixteen bytes from as many addresses as a vector has words.
+template <typename AddressOf>
+QEL_SIMD_INLINE void LoadWordColumns(I32 (&words)[4], const AddressOf& address_of) {
+  constexpr size_t kBlocks = kVectorBytes / 16;
+  // Block b of vector r comes from address 4 b + r.
+  I32 rows[4];
+  for (size_t r = 0; r < 4; ++r) {
+    rows[r] = GatherBlocks<I32>(
+        [&](size_t b) { return reinterpret_cast<const uint8_t*>(address_of(4 * b + r)); });
+  }
+  static_assert(4 * kBlocks == I32::kLanes);
+  const auto pairs = [](I32 v) { return BitCast<U64>(v); };
+  const U64 lower01 = pairs(InterleaveLower(rows[0], rows[1]));
+  const U64 lower23 = pairs(InterleaveLower(rows[2], rows[3]));
+  const U64 upper01 = pairs(InterleaveUpper(rows[0], rows[1]));
+  const U64 upper23 = pairs(InterleaveUpper(rows[2], rows[3]));
+  words[0] = BitCast<I32>(InterleaveLower(lower01, lower23));
+  words[1] = BitCast<I32>(InterleaveUpper(lower01, lower23));
+  words[2] = BitCast<I32>(InterleaveLower(upper01, upper23));
+  words[3] = BitCast<I32>(InterleaveUpper(upper01, upper23));
+}
+
+/// Byte `kByte` of every word as a number. The ways there keep different parts of the processor
+/// busy.
+template <int kByte>
+QEL_SIMD_INLINE F32 ByteOfWords(I32 words) {
+  if constexpr (kByte == 0) {
+    words &= Set<I32>(0xFF);
+  } else if constexpr (kByte == 3) {
+    words = BitCast<I32>(ShiftRight<24>(BitCast<U32>(words)));
+  } else if constexpr (kHasTableLookupBytes) {
+    static constexpr auto kOrder =
+        MakePattern<16>([](size_t i) { return i % 4 == 0 ? i + kByte : 128; });
+    words = BitCast<I32>(ShuffleBlocks(BitCast<U8>(words), kOrder));
+  } else {
+    words = ShiftRight<8 * kByte>(words) & Set<I32>(0xFF);
+  }
+  return ConvertTo<F32>(words);
+}
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif  // QEL_TRANSFORM_WORD_VECTORS_H_
