@@ -208,14 +208,17 @@ void Blend(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* so
     StoreBlocks(ShuffleBlocks(pixels, kCloseUp), to, 12);
   };
   if (count < kPixels) return BlendOneByOne<kBytes>(dest, 0, count, walk, source, stride);
-  // Of 3-byte pixels more bytes are stored than they have, and the last ones through a copy.
+  const auto blend_copy = [&](size_t i) {
+    alignas(64) uint8_t pixels[kVectorBytes];
+    blend(i, pixels);
+    __builtin_memcpy(dest + kBytes * i, pixels, kBytes * kPixels);
+  };
+  // Of 3-byte pixels more bytes are stored than they have: the last ones go through a copy.
   constexpr size_t kStored = kBytes == 4 ? kPixels : kPixels + 2;
   size_t i = 0;
   for (; i + kStored <= count; i += kPixels) blend(i, dest + kBytes * i);
-  if (i == count) return;
-  alignas(64) uint8_t last[kVectorBytes];
-  blend(count - kPixels, last);
-  __builtin_memcpy(dest + kBytes * (count - kPixels), last, kBytes * kPixels);
+  if (i < count) blend_copy(i + kPixels <= count ? i : count - kPixels);
+  if (i + kPixels < count) blend_copy(count - kPixels);
 }
 
 }  // namespace
