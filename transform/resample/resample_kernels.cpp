@@ -110,7 +110,6 @@ QEL_SIMD_INLINE U8 LoadFirst(const uint8_t* bytes, int64_t count) {
   return count > 0 ? MaskedLoad<U8>(FirstN<U8>(static_cast<size_t>(count)), bytes) : Zero<U8>();
 }
 
-constexpr bool kPicksBlocks = true;
 /// Bytes that are fetched in advance.
 constexpr int64_t kAhead = 1024;
 
@@ -199,22 +198,7 @@ void GatherGroups(float* planes, const uint8_t* row, const TileTaps& tile) {
   }
 }
 
-<<<<<<< HEAD
-#else
-
-constexpr bool kPicksBlocks = false;
-
-template <int kBytes>
-void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
-  PickSingly<kBytes>(dest, source, plan, 0, plan.pixels);
-}
-
-#if QEL_HAS_REGISTERS
-
-/// Four taps of `kLanes` columns from column `x` on.
-=======
 /// Four taps of a vector of columns from column `x` on.
->>>>>>> e89a50c (transform: kernels on the vocabulary of vectors; the old helpers go)
 template <int... kAt>
 void GatherFour(float* planes, const uint8_t* row, const TileTaps& tile, size_t tap, size_t x,
                 std::integer_sequence<int, kAt...>) {
@@ -306,7 +290,7 @@ BlendRows<kRows> Blend(size_t taps, size_t channels) {
 
 extern const ResampleKernels kResampleKernels;
 constinit const ResampleKernels kResampleKernels = {
-    .picks_blocks = kPicksBlocks,
+    .picks_blocks = kHasByteLookup,
     .pick1 = &Pick<1>,
     .pick2 = &Pick<2>,
     .pick3 = &Pick<3>,
