@@ -100,9 +100,9 @@ std::vector<OperationCall> Samplers() {
         [=](auto& t, Images i, IQEL** r) { return t.Rotate(i[0], r, 33, method, 0, 0); });
     add("RotatePaste", 2,
         [=](auto& t, Images i, IQEL**) { return t.RotatePaste(i[1], i[0], 0.4, method, 0); });
-    for (const auto& [width, height] : {std::pair(950, 70), {3, 2}, {9000, 3}}) {
-      add("Resample to " + std::to_string(width), 1, [=](auto& t, Images i, IQEL** r) {
-        return t.Resample(i[0], r, width, height, method, 0);
+    for (const Shape& size : {Shape{950, 70, 0}, {3, 2, 0}, {9000, 3, 0}}) {
+      add("Resample to " + std::to_string(size.width), 1, [=](auto& t, Images i, IQEL** r) {
+        return t.Resample(i[0], r, size.width, size.height, method, 0);
       });
     }
   }
