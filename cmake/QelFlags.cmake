@@ -48,7 +48,7 @@ endif()
 add_library(qel_hardened_code INTERFACE)
 target_compile_options(qel_hardened_code INTERFACE
   "$<${shipped}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3;-fstack-clash-protection;${jump_targets}>")
-# Outside the module, whose loops go over pixels: bounds of library containers as well.
+# Where no loops over pixels are written: bounds of library containers as well.
 add_library(qel_checked_library INTERFACE)
 target_link_libraries(qel_checked_library INTERFACE qel_hardened_code)
 target_compile_definitions(qel_checked_library INTERFACE "$<${shipped}:_GLIBCXX_ASSERTIONS>")

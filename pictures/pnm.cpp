@@ -184,6 +184,10 @@ class SampleReader {
   void ReadRow(std::vector<uint8_t>& samples) {
     const bool text = header_.InText();
     const uint8_t* from = text ? nullptr : scanner_.Take(samples.size() * header_.SampleBytes());
+    if (!text && header_.largest == 255) {
+      std::copy_n(from, samples.size(), samples.begin());
+      return;
+    }
     for (uint8_t& sample : samples) {
       uint32_t value;
       if (text) {
@@ -272,9 +276,8 @@ void AppendSamples(const PictureView& picture, ColourRows& rows, std::vector<uin
     const size_t begin = file.size();
     file.insert(file.end(), pixel, pixel + ptrdiff_t{picture.width} * bytes);
     if (bytes == 1) continue;
-    for (size_t i = begin; i < file.size(); i += static_cast<size_t>(bytes)) {
-      std::swap(file[i], file[i + 2]);
-    }
+    const uint8_t* const end = file.data() + file.size();
+    for (uint8_t* out = file.data() + begin; out < end; out += bytes) std::swap(out[0], out[2]);
   }
 }
 

@@ -755,7 +755,10 @@ std::vector<uint8_t> EncodeTiff(const Output& output) {
   std::vector<uint8_t> row(RowBytes(picture.width, picture.bit_count));
   for (int y = 0; y < picture.height; ++y) {
     std::copy_n(picture.Row(y), row.size(), row.begin());
-    for (size_t i = 0; samples >= 3 && i < row.size(); i += samples) std::swap(row[i], row[i + 2]);
+    uint8_t* const end = row.data() + row.size();
+    for (uint8_t* out = row.data(); samples >= 3 && out < end; out += samples) {
+      std::swap(out[0], out[2]);
+    }
     if (TIFFWriteScanline(tiff.get(), row.data(), static_cast<uint32_t>(y)) != 1) {
       output.EncoderFailed(file.message);
     }
