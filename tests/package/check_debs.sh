@@ -68,7 +68,7 @@ else
   echo "lintian is missing: its rules were not tried"
 fi
 if [ "$(id -u)" = 0 ]; then
-  run dpkg --root="$root" --log="$work/dpkg.log" --purge qel qel-dev qel-doc qel-host-dev qel-module
+  run dpkg --root="$root" --log="$work/dpkg.log" --purge $all
   left=$(find "$root" -path "$root/usr/*" -type f | head -5)
   [ -z "$left" ] || fail "left behind: $left"
 fi
