@@ -108,7 +108,7 @@ class Runner {
   PixelArray image_;
   Arguments arguments_;
   bool rgb_ = true;      ///< the order of the arrays
-  bool swaps_ = false;   ///< pixels are put in order for the operation
+  bool swaps_ = false;   ///< pixels with channels are put in order for the operation
   bool unlocks_ = true;  ///< other threads may run meanwhile
   Reach reach_ = Reach::kRows;
   std::optional<PixelArray> out_;
@@ -135,9 +135,9 @@ void Runner::ReadOrder() {
   }
   rgb_ = order == "rgb";
   const ChannelOrder wanted = operation_.channel_order;
-  swaps_ = rgb_ && image_.channels > 1 &&
-           (wanted == ChannelOrder::kBlueGreenRed ||
-            (wanted == ChannelOrder::kAlikeWithoutAlpha && image_.channels == 4));
+  // Greys may get colors from the arguments.
+  swaps_ = rgb_ && (wanted == ChannelOrder::kBlueGreenRed ||
+                    (wanted == ChannelOrder::kAlikeWithoutAlpha && image_.channels == 4));
 }
 
 void Runner::SetColor(std::string_view name, py::handle value) {
@@ -365,11 +365,13 @@ py::object Runner::RunInPlace(const operations::Shape& shape) {
   const bool same_shape = shape.width == image_.width && shape.height == image_.height &&
                           shape.bits == 8 * image_.channels;
   const bool beyond = reach_ == Reach::kBeyond;
-  const bool into_out = out_ && out_->rows && same_shape && !beyond;
+  const bool into_out = out_ && out_->rows && same_shape && !beyond &&
+                        out_->width == image_.width && out_->height == image_.height &&
+                        out_->channels == image_.channels;
   PixelArray work =
       into_out ? *out_ : NewArray(image_.width, image_.height, image_.channels, false);
   if (!SamePixels(work, image_)) AssignPixels(image_, work);
-  if (swaps_) SwapChannels(work);
+  if (swaps_ && work.channels > 1) SwapChannels(work);
   if (!beyond) {
     const SmartPtr<ArrayImage> subject = ArrayImage::Of(*work.rows);
     const SmartPtr<IQEL> result = Execute(subject.Get(), nullptr);
@@ -384,8 +386,9 @@ py::object Runner::RunInPlace(const operations::Shape& shape) {
 py::object Runner::RunToResult(const operations::Shape& shape) {
   const bool beyond = reach_ == Reach::kBeyond;
   PixelArray source = image_;
-  if (!source.rows || swaps_) source = CopyOf(image_);
-  if (swaps_) SwapChannels(source);
+  const bool swaps = swaps_ && image_.channels > 1;
+  if (!source.rows || swaps) source = CopyOf(image_);
+  if (swaps) SwapChannels(source);
   SmartPtr<IQEL> subject = SmartPtr<IQEL>::Retain(ArrayImage::Of(*source.rows).Get());
   if (beyond) {
     auto padded = host::HostImage::Make({.clear = true});
@@ -410,7 +413,7 @@ py::object Runner::Run() {
   reach_ = operation_.ReachOf(AsGiven(), image_.shape());
   unlocks_ = !map_.calls_python &&
              (operation_.random || int64_t{image_.width} * image_.height > kPixelsWorthUnlocking);
-  if (swaps_) {
+  if (swaps_ && image_.channels > 1) {
     Warn("their channels must be in the order blue, green, red");
   } else if (reach_ == Reach::kBeyond) {
     Warn("the operation looks beyond their rows");

@@ -152,8 +152,13 @@ def test_any_slices_give_what_their_copies_give(data):
                                            : data.draw(st.integers(1, 25))]
     arguments = arguments_of(row, channels)
     function = getattr(qel, row["python"])
-    np.testing.assert_array_equal(function(view, **arguments),
-                                  function(np.ascontiguousarray(view), **arguments))
+    try:
+        expected = function(np.ascontiguousarray(view), **arguments)
+    except ValueError as refusal:  # too small for these arguments
+        with pytest.raises(type(refusal)):
+            function(view, **arguments)
+        return
+    np.testing.assert_array_equal(function(view, **arguments), expected)
 
 
 def test_threads_work_at_the_same_time_on_the_same_source():
