@@ -211,7 +211,7 @@ TEST(ForeignGif, FirstFramesReadInTheirPlace) {
   }
   EXPECT_TRUE(Decode(MakeGif(9, 0, 0, 9, 9, false, -1, 3)).HasNote("first frame"));
   Bytes half = MakeGif(9, 0, 0, 9, 9, false, -1, 1);
-  half.resize(half.size() - 60);
+  half.erase(half.end() - 60, half.end());
   EXPECT_EQ(KindOf([&] { Decode(half); }), Kind::kBroken);
   EXPECT_EQ(KindOf([] { Encode(Slope(4, 4, 24), "gif"); }), Kind::kUnknownFormat);
 }
