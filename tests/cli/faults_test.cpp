@@ -145,14 +145,15 @@ TEST_P(CallFaults, KilledInPlaceNothingIsDoneTwice) {
 }
 
 TEST_F(Faults, ThreadsThatCannotBeStartedAreDoneWithout) {
+  const std::string preload =
+      "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0 LD_PRELOAD=" QEL_FAULTY_IO " ";
   const std::string words = " " QEL_TOOL " run 'in/*.pgm' -o 'out/{stem}.pgm' --jobs 2 negative";
-  const Outcome outcome = RunShell("LD_PRELOAD=" QEL_FAULTY_IO " QEL_THREADS=1" + words, folder_);
+  const Outcome outcome = RunShell(preload + "QEL_THREADS=1" + words, folder_);
   EXPECT_EQ(outcome.exit_code, kDone);
   EXPECT_EQ(outcome.errors.find("qel: note: only 1 of 2 threads"), 0u) << outcome.errors;
   Look();
   EXPECT_EQ(whole_, 2);
-  EXPECT_EQ(RunShell("LD_PRELOAD=" QEL_FAULTY_IO " QEL_THREADS=0" + words, folder_).exit_code,
-            kModuleFault);
+  EXPECT_EQ(RunShell(preload + "QEL_THREADS=0" + words, folder_).exit_code, kModuleFault);
 }
 
 TEST_F(Faults, KilledAtRandomMoments) {
