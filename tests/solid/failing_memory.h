@@ -7,6 +7,13 @@ namespace qel::test {
 /// request. Other code allocates as always. One thread, one at a time.
 class FailingMemory {
  public:
+  /// False under sanitizers, which answer `calloc` themselves.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  static constexpr bool kFollowsCalloc = false;
+#else
+  static constexpr bool kFollowsCalloc = true;
+#endif
+
   /// Watches the library that `inside` lies in; refuses request `fail_at`, none if negative.
   FailingMemory(const void* inside, int fail_at);
   ~FailingMemory();
