@@ -65,8 +65,8 @@ struct Plain {
    [](const uint8_t* in, uint8_t* out) {                                                        \
      const Drawn<V> drawn(in);                                                                  \
      [[maybe_unused]] constexpr size_t n = V::kLanes, m = kBlockBytes / sizeof(V::Lane);        \
-     const V::Lane *a = drawn.at, *b = a + n, *c = b + n, *d = c + n;                           \
-     (void)a, (void)b, (void)c, (void)d;                                                        \
+     const V::Lane *at = drawn.at, *a = at, *b = a + n, *c = b + n, *d = c + n;                 \
+     (void)at, (void)a, (void)b, (void)c, (void)d;                                                \
      Plain<R> result;                                                                           \
      for (size_t i = 0; i < R::kLanes; ++i) result.at[i] = static_cast<R::Lane>(lane);          \
      return Write(result, out);                                                                 \
@@ -81,9 +81,9 @@ struct Plain {
 #define SHIFTED(V)                                                                      \
   CASE(V, V, ShiftRight<5>(a), a[i] >> 5), CASE(V, V, ShiftRightSame(a, 9), a[i] >> 9), \
       INTERLEAVED(V)
-#define INTERLEAVED(V)                                                       \
-  CASE(V, V, InterleaveLower(a, b), (i % 2 ? b : a)[i - i % m + i % m / 2]), \
-      CASE(V, V, InterleaveUpper(a, b), (i % 2 ? b : a)[i - i % m + m / 2 + i % m / 2])
+#define INTERLEAVED(V)                                                        \
+  CASE(V, V, InterleaveLower(a, b), at[(i % 2) * n + i - i % m + i % m / 2]), \
+      CASE(V, V, InterleaveUpper(a, b), at[(i % 2) * n + i - i % m + m / 2 + i % m / 2])
 #define COMPARED(V)                                                                                \
   TRUTHS(V, a == b, a[i] == b[i]), TRUTHS(V, a != b, a[i] != b[i]), TRUTHS(V, a < b, a[i] < b[i]), \
       TRUTHS(V, a <= b, a[i] <= b[i]), TRUTHS(V, a > b, a[i] > b[i]),                              \
