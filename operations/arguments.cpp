@@ -88,8 +88,9 @@ bool ParseLabel(const Parameter& parameter, std::string_view text, double& numbe
 bool ParseChoice(const Parameter& parameter, std::string_view text, double& number) {
   double typed = 0;
   const bool is_number = ParseNumber(text, typed);
+  const std::string label = BritishSpelling(text);
   for (const Choice& choice : parameter.choices) {
-    if (text == choice.label || (is_number && typed == choice.value)) {
+    if (label == choice.label || (is_number && typed == choice.value)) {
       number = choice.value;
       return true;
     }

@@ -40,7 +40,9 @@ const Parameter* Operation::Positional() const {
   const Parameter* const only = parameters.size() == 1 ? &parameters.front()
                                 : std::ranges::count_if(parameters, required) == 1 ? &*first
                                                                                    : nullptr;
-  return only != nullptr && only->IsNumber() ? only : nullptr;
+  if (only == nullptr || only->IsNumber()) return only;
+  const bool is_word = only->kind == Kind::kText || only->kind == Kind::kPicture;
+  return is_word && only->required() ? only : nullptr;
 }
 
 std::string Operation::Caveats() const {

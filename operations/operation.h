@@ -157,7 +157,7 @@ struct Operation {
   std::string_view picture_step = {};    ///< a step for a picture of 176 x 106; empty: the example
   std::string_view note = {};            ///< what may surprise whenever it is used; may be empty
   std::vector<Surprise> surprises = {};  ///< what is told when a step meets it
-  /// The parameter that a bare number stands for; empty: see `Positional`.
+  /// The parameter whose value needs no name; empty: see `Positional`.
   std::string_view positional = {};
   bool sets_alpha = false;  ///< changing alpha is what it is for
 
@@ -189,8 +189,9 @@ struct Operation {
   /// What becomes of the shape of a picture; null when it stays. The model is not looked at.
   Shape (*result_shape)(const Given& given, Shape shape) = nullptr;
 
-  /// The parameter that a bare number stands for, as in "median 5": the only one that is required,
-  /// or that there is, if it is a number. Null when that is not clear.
+  /// The parameter whose value needs no name, as in "median 5" and "overlay logo.png": the only one
+  /// that is required, or that there is, if it is a number; a text or picture if it is required. Null
+  /// when that is not clear.
   const Parameter* Positional() const;
   /// All that may surprise, for pages: the note and the surprises.
   std::string Caveats() const;

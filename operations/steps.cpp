@@ -6,6 +6,7 @@
 #include "operations/errors.h"
 #include "operations/nearest_name.h"
 #include "operations/table.h"
+#include "operations/words.h"
 
 namespace qel::operations {
 namespace {
@@ -56,9 +57,12 @@ std::vector<std::string> SplitWords(const std::string& text) {
 
 void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
   const size_t equals = word.find('=');
-  const std::string name = word.substr(0, equals);
+  std::string name = word.substr(0, equals);
   if (steps.empty()) {
     throw StepError(word + " stands before the first operation; write OPERATION " + word);
+  }
+  if (const Parameter* const meant = steps.back().operation->Find(BritishSpelling(name))) {
+    name = meant->name;
   }
   if (!steps.back().given.emplace(name, word.substr(equals + 1)).second) {
     throw StepError(std::string(steps.back().operation->name) + ": " + name + "= is given twice");
@@ -66,12 +70,23 @@ void AddArgument(std::vector<RawStep>& steps, const std::string& word) {
   steps.back().text += " " + word;
 }
 
-/// True for a bare number after an operation that has one argument for it.
+/// True for what stands right after an operation as the value of its one argument that needs no
+/// name: a number, or of a text or picture whatever names neither an operation nor an argument.
 bool IsPositional(const std::vector<RawStep>& steps, std::string_view word) {
-  const size_t sign = word.starts_with('-') || word.starts_with('+') ? 1 : 0;
-  if (steps.empty() || word.find_first_of("0123456789.", sign) != sign) return false;
-  const Parameter* const parameter = steps.back().operation->Positional();
-  return parameter != nullptr && steps.back().given.empty();
+  if (steps.empty() || !steps.back().given.empty()) return false;
+  const Operation& operation = *steps.back().operation;
+  const Parameter* const parameter = operation.Positional();
+  if (parameter == nullptr) return false;
+  if (parameter->IsNumber()) {
+    const size_t sign = word.starts_with('-') || word.starts_with('+') ? 1 : 0;
+    return word.find_first_of("0123456789.", sign) == sign;
+  }
+  return FindOperation(word.substr(0, word.find_first_of(" \t\n"))) == nullptr &&
+         operation.Find(word) == nullptr;
+}
+
+void AddPositional(std::vector<RawStep>& steps, const std::string& word) {
+  AddArgument(steps, std::string(steps.back().operation->Positional()->name) + "=" + word);
 }
 
 /// An argument without its value looks like the next operation.
@@ -114,11 +129,15 @@ std::vector<Step> ParseSteps(const std::vector<std::string>& words, const ReadTe
       AddArgument(raw, word);
       continue;
     }
+    if (IsPositional(raw, word)) {
+      AddPositional(raw, word);
+      continue;
+    }
     for (const std::string& part : SplitWords(word)) {
       if (IsArgument(part)) {
         AddArgument(raw, part);
       } else if (IsPositional(raw, part)) {
-        AddArgument(raw, std::string(raw.back().operation->Positional()->name) + "=" + part);
+        AddPositional(raw, part);
       } else {
         RefuseBareArgument(raw, part);
         raw.push_back({&RequireOperation(part), {}, part});

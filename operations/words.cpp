@@ -1,6 +1,7 @@
 #include "operations/words.h"
 
 #include <cctype>
+#include <utility>
 
 namespace qel::operations {
 namespace {
@@ -86,6 +87,18 @@ std::string FromInterfaceName(std::string_view name) {
     was_lower = !is_upper;
   }
   return kebab;
+}
+
+std::string BritishSpelling(std::string_view word) {
+  constexpr std::pair<std::string_view, std::string_view> kSpellings[] = {
+      {"color", "colour"}, {"center", "centre"}, {"gray", "grey"}};
+  std::string spelt(word);
+  for (const auto& [american, british] : kSpellings) {
+    if (const size_t at = spelt.find(american); at != spelt.npos) {
+      spelt.replace(at, american.size(), british);
+    }
+  }
+  return spelt;
 }
 
 std::string_view StepFor(std::string_view word) {

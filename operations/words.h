@@ -10,6 +10,9 @@ namespace qel::operations {
 /// without capitals come back as they are.
 std::string FromInterfaceName(std::string_view name);
 
+/// A name or value with "colour", "centre" and "grey" where it has "color", "center" and "gray".
+std::string BritishSpelling(std::string_view word);
+
 /// What to write in place of a word that other tools have for a step, as "resize width=1600"; empty
 /// for words that are not known.
 std::string_view StepFor(std::string_view word);

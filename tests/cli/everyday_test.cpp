@@ -280,12 +280,12 @@ TEST_F(Everyday, NotesSayOnceWhatFewExpect) {
 
 TEST_F(Everyday, RecipesRunAndRunsAreVerified) {
   std::filesystem::create_directory(folder_.path() / "out");
-  WriteFile(folder_ / "recipe", "# for the web\nresize 160\n\n  text 'text=A b' size=20  \n");
+  WriteFile(folder_ / "recipe", "# for the web\nresize 160\n\n  text 'A b' size=20 color=black\n");
   const Outcome run =
       Run("run photo.png logo.png -o out/ --recipe recipe --json done.json --stats negative");
   ASSERT_EQ(run.exit_code, kDone) << run.errors;
   for (const std::string line : {"2 pictures, 0.1 megapixels\n", "\nresize width=160 ",
-                                 "\ntext text=A b size=20 ", "\nnegative ", "\nwrite "}) {
+                                 "\ntext text=A b size=20 color=black ", "\nnegative ", "\nwrite "}) {
     EXPECT_NE(run.output.find(line), std::string::npos) << run.output;
   }
   ExpectSize(LoadPicture(folder_ / "out/photo.png", {}), 160, 120);
