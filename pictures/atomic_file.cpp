@@ -92,6 +92,17 @@ void AtomicFile::Write(std::span<const uint8_t> content) {
   }
 }
 
+void AtomicFile::WriteAt(uint64_t at, std::span<const uint8_t> content) {
+  while (!content.empty()) {
+    const ssize_t written =
+        pwrite(descriptor_, content.data(), content.size(), static_cast<off_t>(at));
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) Fail("writing");
+    content = content.subspan(static_cast<size_t>(written));
+    at += static_cast<uint64_t>(written);
+  }
+}
+
 void AtomicFile::Commit() {
   TakeOverRights();
   if (fsync(descriptor_) != 0) Fail("syncing");

@@ -5,6 +5,8 @@
 #include <span>
 #include <string>
 
+#include "pictures/byte_sink.h"
+
 namespace qel::pictures {
 
 /// Which files that there are already may be replaced.
@@ -25,14 +27,15 @@ void CheckReplaceable(const std::string& path, Replace replace);
 /// give them: where the group cannot stay, the new one gets no right that others do not have. A new
 /// file follows the umask. A link stays a link: its target is replaced.
 /// All members but the destructor throw `PictureError`.
-class AtomicFile {
+class AtomicFile final : public ByteSink {
  public:
   explicit AtomicFile(const std::string& path, Replace replace = Replace::kWritable);
-  ~AtomicFile();
+  ~AtomicFile() override;
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  void Write(std::span<const uint8_t> content);
+  void Write(std::span<const uint8_t> content) override;
+  void WriteAt(uint64_t at, std::span<const uint8_t> content) override;
   void Commit();
 
  private:

@@ -27,7 +27,6 @@ ByteSource::ByteSource(const std::string& path, const Limits& limits)
   seekable_ = known_size_ = S_ISREG(status.st_mode) && status.st_size > 0 && owns_descriptor_;
   if (!seekable_) return;
   size_ = static_cast<size_t>(status.st_size);
-  CheckSize(size_);
   pages_.Resize(size_);
   blocks_.resize((size_ + kBlock - 1) / kBlock);
 }
@@ -46,16 +45,30 @@ Bytes ByteSource::Load(size_t at, size_t count) {
   if (!known_size_) ReadTo(end);
   end = std::min(end, size_);
   if (at >= end) return {};
-  if (seekable_ && loaded_ < size_) LoadBlocks(at, end);
+  if (seekable_ && held_ < size_) LoadBlocks(at, end);
   return (seekable_ || descriptor_ >= 0 ? pages_.bytes() : memory_).subspan(at, end - at);
+}
+
+void ByteSource::Drop(size_t end) {
+  if (descriptor_ < 0) return;
+  const size_t past = std::min(end, size_) / kBlock;
+  size_t dropped = 0;
+  for (size_t block = lowest_; block < past; ++block) {
+    if (seekable_ && !blocks_[block]) continue;
+    if (seekable_) blocks_[block] = false;
+    pages_.Discard(block * kBlock, kBlock);
+    dropped += kBlock;
+  }
+  held_ -= dropped;
+  lowest_ = std::max(lowest_, past);
 }
 
 void ByteSource::FailReading(int error) const {
   throw PictureError(PictureError::Kind::kNotReadable, path_, std::strerror(error));
 }
 
-void ByteSource::CheckSize(size_t size) const {
-  if (limits_.AllowMemory(size)) return;
+void ByteSource::CheckHeld(size_t bytes) const {
+  if (limits_.AllowMemory(bytes)) return;
   throw PictureError(
       PictureError::Kind::kTooLarge, path_,
       "the file has more bytes than the limit of " + std::to_string(limits_.max_memory));
@@ -78,13 +91,24 @@ void ByteSource::ReadTo(size_t end) {
     const size_t got = ReadAt(size_, pages_.size() - size_);
     known_size_ = got == 0;
     size_ += got;
-    CheckSize(size_);
+    held_ += got;
+    CheckHeld(held_);
   }
-  loaded_ = size_;
+}
+
+/// Bytes of a range of blocks that are not there.
+size_t ByteSource::MissingIn(size_t first, size_t last) const {
+  size_t missing = 0;
+  for (size_t block = first; block < last; ++block) {
+    if (!blocks_[block]) missing += std::min(kBlock, size_ - block * kBlock);
+  }
+  return missing;
 }
 
 void ByteSource::LoadBlocks(size_t begin, size_t end) {
   const size_t past = (end + kBlock - 1) / kBlock;
+  CheckHeld(held_ + MissingIn(begin / kBlock, past));
+  lowest_ = std::min(lowest_, begin / kBlock);
   for (size_t block = begin / kBlock; block < past; ++block) {
     if (blocks_[block]) continue;
     // Neighbours that are missing too come in one go.
@@ -92,7 +116,7 @@ void ByteSource::LoadBlocks(size_t begin, size_t end) {
     while (last < past && !blocks_[last]) ++last;
     size_t at = block * kBlock;
     const size_t stop = std::min(last * kBlock, size_);
-    for (size_t got; at < stop; at += got, loaded_ += got) {
+    for (size_t got; at < stop; at += got, held_ += got) {
       got = ReadAt(at, stop - at);
       if (got > 0) continue;
       throw PictureError(PictureError::Kind::kNotReadable, path_,

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "pictures/byte_reader.h"
+#include "pictures/byte_sink.h"
 #include "pictures/byte_source.h"
 #include "pictures/exif.h"
 #include "pictures/picture_file.h"
@@ -40,6 +41,13 @@ struct Input {
   [[noreturn]] void Unsupported(const std::string& what) const {
     Fail(PictureError::Kind::kUnsupported, what);
   }
+};
+
+/// A file that is being read by rows.
+struct RowInput {
+  ByteSource& source;  ///< outlives the reader
+  std::string name;    ///< for messages
+  ReadOptions options;
 };
 
 /// The shape of a picture that is to be written.
@@ -79,6 +87,19 @@ struct Output {
   void NoteLostAlpha(const char* format) const;
   void NoteLostTexts(const char* format) const;
   bool HasResolution() const { return metadata.dpi_x > 0 && metadata.dpi_y > 0; }
+};
+
+/// A picture that is being encoded by rows. Its shape has been checked, its metadata are as they
+/// are to be written.
+struct RowOutput {
+  ByteSink& sink;    ///< outlives the writer
+  std::string path;  ///< as in `Output`
+  int width;
+  int height;
+  int bit_count;
+  std::vector<PaletteEntry> palette;
+  Metadata metadata;
+  WriteOptions options;
 };
 
 /// What a byte of a deflate stream stands for at most: matches of 258 bytes in two bits.

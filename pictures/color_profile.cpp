@@ -64,7 +64,7 @@ bool ChangesNothing(const Transform& transform, bool grey) {
 
 }  // namespace
 
-void ApplyProfile(const ReadOptions& options, const PixelBuffer& pixels, PictureInfo& info) {
+ColorConversion::ColorConversion(const ReadOptions& options, PictureInfo& info) {
   const std::vector<uint8_t>& icc = info.metadata.icc_profile;
   if (icc.empty()) return;
   const Profile profile(
@@ -85,13 +85,16 @@ void ApplyProfile(const ReadOptions& options, const PixelBuffer& pixels, Picture
     cmsDoTransform(transform.get(), info.palette.data(), info.palette.data(),
                    static_cast<cmsUInt32Number>(info.palette.size()));
   } else {
-    const Transform transform = MakeTransform(profile, grey, info.bit_count / 8);
-    for (int y = 0; y < info.height; ++y) {
-      uint8_t* const row = pixels.bits + y * pixels.stride;
-      cmsDoTransform(transform.get(), row, row, static_cast<cmsUInt32Number>(info.width));
-    }
+    transform_ = MakeTransform(profile, grey, info.bit_count / 8);
   }
   info.metadata.icc_profile.clear();
+}
+
+void ColorConversion::Run(const PixelBuffer& rows, int width, int count) const {
+  for (int y = 0; transform_ != nullptr && y < count; ++y) {
+    uint8_t* const row = rows.bits + y * rows.stride;
+    cmsDoTransform(transform_.get(), row, row, static_cast<cmsUInt32Number>(width));
+  }
 }
 
 }  // namespace qel::pictures

@@ -1,6 +1,7 @@
 #include "pictures/fresh_pages.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <new>
 
@@ -23,6 +24,13 @@ void FreshPages::Resize(size_t size) {
   if (data == MAP_FAILED) throw std::bad_alloc();
   data_ = static_cast<uint8_t*>(data);
   size_ = size;
+}
+
+void FreshPages::Discard(size_t at, size_t count) {
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t begin = (at + page - 1) / page * page;
+  const size_t end = (at + count) / page * page;
+  if (begin < end) madvise(data_ + begin, end - begin, MADV_DONTNEED);
 }
 
 }  // namespace qel::pictures

@@ -29,6 +29,8 @@ class FreshPages {
 
   /// Keeps what is there; new bytes are 0. The memory may move. Throws `std::bad_alloc`.
   void Resize(size_t size);
+  /// Gives back the pages that lie wholly in a range; their bytes are 0 again.
+  void Discard(size_t at, size_t count);
 
  private:
   void Swap(FreshPages& other) noexcept {

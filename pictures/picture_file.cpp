@@ -1,73 +1,19 @@
 #include "pictures/picture_file.h"
 
 #include <algorithm>
-#include <array>
-#include <string_view>
 
 #include "pictures/atomic_file.h"
 #include "pictures/codec.h"
 #include "pictures/color_profile.h"
 #include "pictures/exif.h"
+#include "pictures/format_table.h"
 #include "pictures/text_blocks.h"
 
 namespace qel::pictures {
 namespace {
 
-struct FormatRow {
-  Format format;
-  std::string_view name;
-  std::array<std::string_view, 5> extensions;
-  bool (*recognise)(Bytes file);
-  PictureInfo (*read)(const Input& input);
-  std::vector<uint8_t> (*encode)(const Output& output);  ///< null for formats that are only read
-  void (*check_shape)(const OutputShape& shape) = nullptr;
-};
-
-constexpr FormatRow kFormats[] = {
-    {Format::kPng, "PNG", {".png"}, &IsPng, &ReadPng, &EncodePng},
-    {Format::kJpeg,
-     "JPEG",
-     {".jpg", ".jpeg", ".jpe"},
-     &IsJpeg,
-     &ReadJpeg,
-     &EncodeJpeg,
-     &CheckJpegShape},
-    {Format::kTiff, "TIFF", {".tif", ".tiff"}, &IsTiff, &ReadTiff, &EncodeTiff},
-    {Format::kWebp, "WebP", {".webp"}, &IsWebp, &ReadWebp, &EncodeWebp, &CheckWebpShape},
-    {Format::kGif, "GIF", {".gif"}, &IsGif, &ReadGif, nullptr},
-    {Format::kHeif, "HEIC/AVIF", {".heic", ".heif", ".avif"}, &IsHeif, &ReadHeif, nullptr},
-    {Format::kJxl, "JPEG-XL", {".jxl"}, &IsJxl, &ReadJxl, nullptr},
-    {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &ReadBmp, &EncodeBmp, &CheckBmpShape},
-    {Format::kPnm,
-     "PNM",
-     {".pnm", ".pbm", ".pgm", ".ppm", ".pam"},
-     &IsPnm,
-     &ReadPnm,
-     &EncodePnm,
-     &CheckPnmShape},
-};
-
 void CheckShape(const FormatRow& row, const OutputShape& shape) {
   if (row.check_shape != nullptr) row.check_shape(shape);
-}
-
-/// Enough of a file's beginning to know every format by.
-constexpr size_t kSignatureBytes = 64;
-
-const FormatRow& RowOf(Format format) {
-  return *std::ranges::find(kFormats, format, &FormatRow::format);
-}
-
-/// The format whose first bytes these are.
-const FormatRow& RowOf(Bytes beginning, const std::string& name) {
-  if (beginning.empty()) throw PictureError(PictureError::Kind::kBroken, name, "the file is empty");
-  const auto* const row = std::ranges::find_if(
-      kFormats, [&](const FormatRow& each) { return each.recognise(beginning); });
-  if (row != std::end(kFormats)) return *row;
-  std::string known;
-  for (const FormatRow& each : kFormats) known.append(" ").append(each.name);
-  throw PictureError(PictureError::Kind::kUnknownFormat, name,
-                     "the content is of no known picture format; known are" + known);
 }
 
 /// A pipe may never end: its header is looked at before the rest is waited for.
@@ -85,20 +31,22 @@ void CheckPipe(ByteSource& source, const FormatRow& row, const std::string& name
   }
 }
 
-PictureInfo Read(ByteSource& source, const std::string& name, const ReadOptions& options,
-                 const Allocate* allocate) {
+}  // namespace
+
+PictureInfo ReadAnyFormat(ByteSource& source, const std::string& name, const ReadOptions& options,
+                          const Allocate* allocate, uint64_t* planned_bytes) {
   const FormatRow& row = RowOf(source.Load(0, kSignatureBytes), name);
   CheckPipe(source, row, name, options);
-  if (allocate == nullptr) return row.read({source, name, options, nullptr});
   PixelBuffer pixels;
   const Allocate keep_place = [&](const PictureInfo& info) { return pixels = (*allocate)(info); };
-  PictureInfo info = row.read({source, name, options, &keep_place});
-  ApplyProfile(options, pixels, info);
+  const Input input{source, name, options, allocate == nullptr ? nullptr : &keep_place};
+  PictureInfo info = row.read(input);
+  if (planned_bytes != nullptr) *planned_bytes = input.planned_bytes;
+  if (allocate != nullptr) ColorConversion(options, info).Run(pixels, info.width, info.height);
   return info;
 }
 
-/// What is written of the metadata: without what is not wanted, and with the sides of the picture.
-Metadata Prepare(const Metadata& metadata, const PictureView& picture, Strip strip) {
+Metadata PrepareMetadata(const Metadata& metadata, const PictureView& shape, Strip strip) {
   Metadata prepared = metadata;
   if (strip == Strip::kAll) {
     prepared.exif.clear();
@@ -109,9 +57,9 @@ Metadata Prepare(const Metadata& metadata, const PictureView& picture, Strip str
     DropXmpPlaces(prepared.xmp);
     prepared.iptc = WithoutIptcPlaces(prepared.iptc);
   }
-  SetXmpSize(prepared.xmp, picture.width, picture.height);
+  SetXmpSize(prepared.xmp, shape.width, shape.height);
   if (std::optional<Exif> exif = ParseExif(prepared.exif)) {
-    exif->SetSize(picture.width, picture.height);
+    exif->SetSize(shape.width, shape.height);
     if (exif->HasResolution() && metadata.dpi_x > 0 && metadata.dpi_y > 0) {
       exif->SetResolution(metadata.dpi_x, metadata.dpi_y);
     }
@@ -123,29 +71,6 @@ Metadata Prepare(const Metadata& metadata, const PictureView& picture, Strip str
     prepared.exif = SerializeExif(*exif);
   }
   return prepared;
-}
-
-}  // namespace
-
-std::string_view NameOf(Format format) { return RowOf(format).name; }
-
-Format FormatOfPath(const std::string& path) {
-  const std::string extension = ExtensionOf(path);
-  std::string known;
-  for (const FormatRow& row : kFormats) {
-    for (const std::string_view candidate : row.extensions) {
-      if (candidate.empty()) continue;
-      if (candidate == extension && row.encode == nullptr) {
-        throw PictureError(PictureError::Kind::kUnknownFormat, path,
-                           std::string(row.name) + " is read, not written; choose .png or .webp");
-      }
-      if (candidate == extension) return row.format;
-      if (row.encode == nullptr) continue;
-      known.append(" ").append(candidate);
-    }
-  }
-  throw PictureError(PictureError::Kind::kUnknownFormat, path,
-                     "the extension names no picture format; known are" + known);
 }
 
 std::vector<uint8_t> ReadFile(const std::string& path, const Limits& limits) {
@@ -161,29 +86,29 @@ void Recognise(ByteSource& source, const std::string& name, const ReadOptions& o
 PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
                         const Allocate& allocate) {
   ByteSource source(path, options.limits);
-  return Read(source, path, options, &allocate);
+  return ReadAnyFormat(source, path, options, &allocate);
 }
 
 PictureInfo ReadPicture(ByteSource& source, const std::string& name, const ReadOptions& options,
                         const Allocate& allocate) {
-  return Read(source, name, options, &allocate);
+  return ReadAnyFormat(source, name, options, &allocate);
 }
 
 PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
                                   const ReadOptions& options, const Allocate& allocate) {
   ByteSource source(file);
-  return Read(source, name, options, &allocate);
+  return ReadAnyFormat(source, name, options, &allocate);
 }
 
 PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options) {
   ByteSource source(path, options.limits);
-  return Read(source, path, options, nullptr);
+  return ReadAnyFormat(source, path, options, nullptr);
 }
 
 PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
                                         const ReadOptions& options) {
   ByteSource source(file);
-  return Read(source, name, options, nullptr);
+  return ReadAnyFormat(source, name, options, nullptr);
 }
 
 void CheckFits(const std::string& path, int width, int height, int bit_count,
@@ -192,23 +117,29 @@ void CheckFits(const std::string& path, int width, int height, int bit_count,
   CheckShape(RowOf(FormatOfPath(named)), {path, ExtensionOf(named), width, height, bit_count});
 }
 
-EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
-                             const Metadata& metadata, const WriteOptions& options) {
-  const std::string& named = options.extension.empty() ? name : options.extension;
-  const FormatRow& row = RowOf(FormatOfPath(named));
+void CheckOutput(const FormatRow& row, const std::string& path, const PictureView& shape,
+                 const WriteOptions& options) {
   constexpr int kDepths[] = {1, 4, 8, 24, 32};
-  EncodedPicture encoded;
-  const Metadata prepared = Prepare(metadata, picture, options.strip);
-  const Output output{name, picture, prepared, options, encoded.notes};
-  if (picture.bits == nullptr || picture.width < 1 || picture.height < 1) {
+  const std::string& named = options.extension.empty() ? path : options.extension;
+  const OutputShape output{path, ExtensionOf(named), shape.width, shape.height, shape.bit_count};
+  if (shape.width < 1 || shape.height < 1) {
     output.DoesNotFit("a picture without pixels cannot be written");
   }
-  if (std::ranges::find(kDepths, picture.bit_count) == std::end(kDepths)) {
-    output.DoesNotFit(std::to_string(picture.bit_count) +
+  if (std::ranges::find(kDepths, shape.bit_count) == std::end(kDepths)) {
+    output.DoesNotFit(std::to_string(shape.bit_count) +
                       " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
   }
-  CheckShape(row, {name, ExtensionOf(named), picture.width, picture.height, picture.bit_count});
-  encoded.file = row.encode(output);
+  CheckShape(row, output);
+}
+
+EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
+                             const Metadata& metadata, const WriteOptions& options) {
+  const FormatRow& row = RowForWriting(name, options);
+  // Without memory a picture has no pixels, whatever its size.
+  CheckOutput(row, name, picture.bits != nullptr ? picture : PictureView{}, options);
+  EncodedPicture encoded;
+  const Metadata prepared = PrepareMetadata(metadata, picture, options.strip);
+  encoded.file = row.encode({name, picture, prepared, options, encoded.notes});
   return encoded;
 }
 

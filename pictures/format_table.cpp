@@ -1,0 +1,74 @@
+#include "pictures/format_table.h"
+
+#include <algorithm>
+
+namespace qel::pictures {
+namespace {
+
+constexpr FormatRow kFormats[] = {
+    {Format::kPng, "PNG", {".png"}, &IsPng, &ReadPng, &EncodePng},
+    {Format::kJpeg,
+     "JPEG",
+     {".jpg", ".jpeg", ".jpe"},
+     &IsJpeg,
+     &ReadJpeg,
+     &EncodeJpeg,
+     &CheckJpegShape},
+    {Format::kTiff, "TIFF", {".tif", ".tiff"}, &IsTiff, &ReadTiff, &EncodeTiff},
+    {Format::kWebp, "WebP", {".webp"}, &IsWebp, &ReadWebp, &EncodeWebp, &CheckWebpShape},
+    {Format::kGif, "GIF", {".gif"}, &IsGif, &ReadGif, nullptr},
+    {Format::kHeif, "HEIC/AVIF", {".heic", ".heif", ".avif"}, &IsHeif, &ReadHeif, nullptr},
+    {Format::kJxl, "JPEG-XL", {".jxl"}, &IsJxl, &ReadJxl, nullptr},
+    {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &ReadBmp, &EncodeBmp, &CheckBmpShape},
+    {Format::kPnm,
+     "PNM",
+     {".pnm", ".pbm", ".pgm", ".ppm", ".pam"},
+     &IsPnm,
+     &ReadPnm,
+     &EncodePnm,
+     &CheckPnmShape},
+};
+
+}  // namespace
+
+const FormatRow& RowOf(Format format) {
+  return *std::ranges::find(kFormats, format, &FormatRow::format);
+}
+
+const FormatRow& RowOf(Bytes beginning, const std::string& name) {
+  if (beginning.empty()) throw PictureError(PictureError::Kind::kBroken, name, "the file is empty");
+  const auto* const row = std::ranges::find_if(
+      kFormats, [&](const FormatRow& each) { return each.recognise(beginning); });
+  if (row != std::end(kFormats)) return *row;
+  std::string known;
+  for (const FormatRow& each : kFormats) known.append(" ").append(each.name);
+  throw PictureError(PictureError::Kind::kUnknownFormat, name,
+                     "the content is of no known picture format; known are" + known);
+}
+
+const FormatRow& RowForWriting(const std::string& path, const WriteOptions& options) {
+  return RowOf(FormatOfPath(options.extension.empty() ? path : options.extension));
+}
+
+std::string_view NameOf(Format format) { return RowOf(format).name; }
+
+Format FormatOfPath(const std::string& path) {
+  const std::string extension = ExtensionOf(path);
+  std::string known;
+  for (const FormatRow& row : kFormats) {
+    for (const std::string_view candidate : row.extensions) {
+      if (candidate.empty()) continue;
+      if (candidate == extension && row.encode == nullptr) {
+        throw PictureError(PictureError::Kind::kUnknownFormat, path,
+                           std::string(row.name) + " is read, not written; choose .png or .webp");
+      }
+      if (candidate == extension) return row.format;
+      if (row.encode == nullptr) continue;
+      known.append(" ").append(candidate);
+    }
+  }
+  throw PictureError(PictureError::Kind::kUnknownFormat, path,
+                     "the extension names no picture format; known are" + known);
+}
+
+}  // namespace qel::pictures
