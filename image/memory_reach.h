@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 
 namespace qel {
 
@@ -20,6 +21,12 @@ struct MemoryReach {
 
   intptr_t begin, end;
 };
+
+/// True when rows of `row_bytes` bytes run over the next ones: operations that take pixels for
+/// larger ones than an image has write such rows, which then must be complete one after the other.
+inline bool RowsOverlap(int64_t row_bytes, int stride) {
+  return row_bytes > std::abs(int64_t{stride});
+}
 
 }  // namespace qel
 

@@ -7,6 +7,7 @@
 
 #include "component/result_image.h"
 #include "image/interpolated_sampling.h"
+#include "image/memory_reach.h"
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
@@ -73,9 +74,8 @@ struct Columns {
 template <typename TileAt, typename Describe, typename RowOffsets, typename Write>
 void WriteTiles(const ImageView& dest, int pixel_bytes, bool repeats, TileAt&& tile_at,
                 Describe&& describe, RowOffsets&& row_offset, Write&& write) {
-  // Below 8 bits, rows of a byte per pixel run over each other: then all tiles of a row come before
-  // the next row.
-  const bool overlap = dest.Columns() * pixel_bytes > std::abs(int64_t{dest.stride});
+  // Below 8 bits, where a pixel takes a byte all the same.
+  const bool overlap = RowsOverlap(dest.Columns() * pixel_bytes, dest.stride);
   const int64_t rows = overlap ? 1 : dest.Rows();
   const bool single = tile_at(0) == dest.Columns();
   if (single) describe(Columns{0, dest.Columns()});

@@ -36,12 +36,19 @@ struct PixelWriter {
 /// pages of the source, and the processor remembers only so many.
 constexpr int kBandColumns = 2304;
 
-/// Calls `write(j, first, colours, count)` for the sampled pixels of the first `height` rows: those
-/// whose positions are neither `too_low` nor `too_high`, which take a position and the source's
-/// size along its axis. Rows are taken as a whole where the sampler takes pixels one by one.
+/// What is drawn of a frame.
+struct DrawnPart {
+  int width;
+  int height;
+  bool whole_rows;  ///< each row is complete before the next one begins
+};
+
+/// Calls `write(j, first, colours, count)` for the sampled pixels of `part`: those whose positions
+/// are neither `too_low` nor `too_high`, which take a position and the source's size along its
+/// axis.
 template <typename TooLow, typename TooHigh, typename Write>
 void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
-                int width, int height, TooLow too_low, TooHigh too_high, Write write) {
+                const DrawnPart& part, TooLow too_low, TooHigh too_high, Write write) {
   alignas(64) uint32_t colours[2 * kSampleChunk];
   const auto sample_row = [&](int j, const PixelRun& columns) {
     const PixelRun run =
@@ -54,11 +61,11 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
     }
   };
   const int64_t bands =
-      sampler.chunk() == 1 ? 1 : (int64_t{width} + kBandColumns - 1) / kBandColumns;
+      part.whole_rows ? 1 : (int64_t{part.width} + kBandColumns - 1) / kBandColumns;
   for (int64_t band = 0; band < bands; ++band) {
-    const PixelRun columns = {static_cast<int>(width * band / bands),
-                              static_cast<int>(width * (band + 1) / bands)};
-    for (int j = 0; j < height; ++j) sample_row(j, columns);
+    const PixelRun columns = {static_cast<int>(part.width * band / bands),
+                              static_cast<int>(part.width * (band + 1) / bands)};
+    for (int j = 0; j < part.height; ++j) sample_row(j, columns);
   }
 }
 
@@ -68,9 +75,10 @@ void DrawRotated(const ImageView& source, const ImageView& dest, const RotatedFr
                  int method) {
   if (!dest.HasPixels()) return;
   const PixelWriter writer(dest.bit_count);
+  const int64_t row_bytes = int64_t{frame.width()} * writer.pixel_bytes;
   RotationSampler sampler(source, frame, method, false);
   SampleRows(
-      sampler, frame, source, frame.width(), frame.height(),
+      sampler, frame, source, {frame.width(), frame.height(), RowsOverlap(row_bytes, dest.stride)},
       [](float v, int) { return v <= kLowMargin; },
       [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
       [&](int j, int first, const uint32_t* colours, int count) {
@@ -136,10 +144,13 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
   const int pixel_bytes = with_alpha ? 4 : 3;
   const int columns = std::min(target.width, frame.width());
   const int rows = std::min(target.height, frame.height());
-  const MemoryReach written(target.bits, target.stride, int64_t{columns} * pixel_bytes, rows);
-  RotationSampler sampler(source, frame, method, SharesMemory(source, written));
+  const int64_t row_bytes = int64_t{columns} * pixel_bytes;
+  const bool one_by_one =
+      SharesMemory(source, MemoryReach(target.bits, target.stride, row_bytes, rows));
+  RotationSampler sampler(source, frame, method, one_by_one);
   SampleRows(
-      sampler, frame, source, columns, rows, [](float v, int) { return v < 0.0f; },
+      sampler, frame, source, {columns, rows, one_by_one || RowsOverlap(row_bytes, target.stride)},
+      [](float v, int) { return v < 0.0f; },
       [](float v, int size) { return v > static_cast<float>(size); },
       [&](int j, int first, const uint32_t* colours, int count) {
         uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
