@@ -28,8 +28,6 @@ target_compile_options(qel_flags INTERFACE
 if(QEL_SANITIZE)
   target_compile_options(qel_flags INTERFACE
     -fsanitize=${QEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
-    # GCC 12 takes members of std::regex and the like for unset once accesses are checked.
-    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
     # Checked accesses are not turned into vectors, whatever the sources ask for.
     $<$<CXX_COMPILER_ID:Clang>:-Wno-pass-failed>)
   target_link_options(qel_flags INTERFACE -fsanitize=${QEL_SANITIZE})

@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <regex>
+#include <optional>
+#include <string_view>
 
 namespace qel::pictures {
 namespace {
@@ -42,23 +44,53 @@ std::string StartOf(const std::string& process) {
   return line.substr(at + 1, line.find(' ', at + 1) - at - 1);
 }
 
+constexpr std::string_view kPrefix = ".qel-", kSuffix = ".tmp";
+
+/// Takes the digits off that `text` begins with.
+std::string_view TakeDigits(std::string_view& text) {
+  const std::string_view digits =
+      text.substr(0, std::min(text.find_first_not_of("0123456789"), text.size()));
+  text.remove_prefix(digits.size());
+  return digits;
+}
+
+struct Owner {
+  std::string process;
+  std::string start;
+};
+
+/// Whose a temporary file of the running system is, prefix-system-process-start-count.suffix;
+/// nothing for other names.
+std::optional<Owner> OwnerOf(std::string_view name) {
+  const std::string own = std::string(kPrefix) + System() + "-";
+  if (!name.starts_with(own)) return {};
+  name.remove_prefix(own.size());
+  std::string_view numbers[3];
+  for (int i = 0; i < 3; ++i) {
+    if (i > 0 && !name.starts_with('-')) return {};
+    if (i > 0) name.remove_prefix(1);
+    numbers[i] = TakeDigits(name);
+    if (numbers[i].empty()) return {};
+  }
+  if (name != kSuffix) return {};
+  return Owner{std::string(numbers[0]), std::string(numbers[1])};
+}
+
 }  // namespace
 
 std::string TemporaryName() {
   static std::atomic<unsigned> count{0};
-  static const std::string own =
-      ".qel-" + System() + "-" + std::to_string(getpid()) + "-" + StartOf("self") + "-";
-  return own + std::to_string(count++) + ".tmp";
+  static const std::string own = std::string(kPrefix) + System() + "-" + std::to_string(getpid()) +
+                                 "-" + StartOf("self") + "-";
+  return own + std::to_string(count++) + std::string(kSuffix);
 }
 
 void RemoveStrays(const std::string& folder) {
   if (System().empty()) return;
-  static const std::regex pattern("\\.qel-" + System() + "-([0-9]+)-([0-9]+)-[0-9]+\\.tmp");
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), &closedir);
   while (const dirent* const entry = entries != nullptr ? readdir(entries.get()) : nullptr) {
-    std::cmatch parts;
-    if (!std::regex_match(entry->d_name, parts, pattern)) continue;
-    if (StartOf(parts[1]) == parts[2]) continue;
+    const std::optional<Owner> owner = OwnerOf(entry->d_name);
+    if (!owner || StartOf(owner->process) == owner->start) continue;
     struct stat status {};
     const int directory = dirfd(entries.get());
     if (fstatat(directory, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
