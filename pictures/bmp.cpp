@@ -2,6 +2,8 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <optional>
 
 #include "pictures/codec.h"
 #include "pictures/index_rows.h"
@@ -33,11 +35,10 @@ struct Header {
   bool Runs() const { return compression == kRle8 || compression == kRle4; }
   bool Indexed() const { return depth <= 8; }
   size_t PaletteEntryBytes() const { return bytes == kCoreHeader ? 3 : 4; }
-  size_t Step() const { return (RowBytes(static_cast<int>(width), depth) + 3) / 4 * 4; }
+  size_t RowBytes() const { return pictures::RowBytes(static_cast<int>(width), depth); }
+  size_t Step() const { return (RowBytes() + 3) / 4 * 4; }
   /// Of all rows as they are stored without compression; the last may lack its padding.
-  uint64_t PixelBytes() const {
-    return static_cast<uint64_t>(height - 1) * Step() + RowBytes(static_cast<int>(width), depth);
-  }
+  uint64_t PixelBytes() const { return static_cast<uint64_t>(height - 1) * Step() + RowBytes(); }
 };
 
 void ReadMasks(const ByteReader& reader, Header& header) {
@@ -147,18 +148,32 @@ void CheckLength(const Input& input, const Header& header) {
 /// The rows as the file has them, the top one as row 0.
 class StoredRows {
  public:
-  StoredRows(const Input& input, const Header& header)
-      : first_(input.source.Load(header.pixels_at, header.PixelBytes()).data()),
-        step_(static_cast<ptrdiff_t>(header.Step())) {
-    if (header.top_down) return;
-    first_ += static_cast<ptrdiff_t>(header.height - 1) * step_;
-    step_ = -step_;
+  StoredRows(const Input& input, const Header& header) : input_(input), header_(header) {}
+
+  /// Calls `use(y, row)` for `count` rows from `top` down, until it returns false.
+  template <typename Use>
+  void ForEach(int top, int count, const Use& use) const {
+    constexpr size_t kAtATime = size_t{1} << 20;
+    const size_t step = header_.Step();
+    const int most = static_cast<int>(std::max<size_t>(1, kAtATime / step));
+    for (int rows = 0; count > 0; top += rows, count -= rows) {
+      rows = std::min(most, count);
+      const int64_t first = header_.top_down ? top : header_.height - top - rows;
+      const size_t at = header_.pixels_at + static_cast<size_t>(first) * step;
+      const size_t wanted = static_cast<size_t>(rows - 1) * step + header_.RowBytes();
+      if (input_.source.CanReadAgain()) input_.source.KeepOnly(at, at + wanted);
+      const Bytes bytes = input_.source.Load(at, wanted);
+      if (bytes.size() < wanted) input_.Truncated();
+      for (int i = 0; i < rows; ++i) {
+        const auto stored = static_cast<size_t>(header_.top_down ? i : rows - 1 - i);
+        if (!use(top + i, bytes.data() + stored * step)) return;
+      }
+    }
   }
-  const uint8_t* Row(int y) const { return first_ + y * step_; }
 
  private:
-  const uint8_t* first_;
-  ptrdiff_t step_;
+  const Input& input_;
+  const Header& header_;
 };
 
 /// Walks through run-length coded indices and hands out whole rows, in the order of the file.
@@ -242,31 +257,6 @@ class RunReader {
   bool ended_ = false;
 };
 
-void ReadIndexed(const Input& input, const Header& header, PictureInfo& info) {
-  const std::vector<PaletteEntry> palette = ReadPalette(input, header);
-  // The format has no grey of its own: a full ramp from black to white means it.
-  const auto meaning =
-      palette == GreyRamp(header.depth) ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
-  const IndexRows indices(input.options, header.depth, palette, meaning, info);
-  PixelTarget target(input, info);
-  if (!target.WantsPixels()) return;
-  std::vector<uint8_t> row(static_cast<size_t>(info.width));
-  if (header.Runs()) {
-    RunReader runs(input, header);
-    for (int i = 0; i < info.height; ++i) {
-      runs.ReadRow(row);
-      indices.Put(row.data(), info.width, target.Row(header.top_down ? i : info.height - 1 - i), 0);
-    }
-  } else {
-    const StoredRows rows(input, header);
-    for (int y = 0; y < info.height; ++y) {
-      UnpackIndices(rows.Row(y), header.depth, info.width, row.data());
-      indices.Put(row.data(), info.width, target.Row(y), 0);
-    }
-  }
-  target.Finish();
-}
-
 /// A channel of 16- or 32-bit pixels.
 class MaskedChannel {
  public:
@@ -289,67 +279,168 @@ class MaskedChannel {
 
 /// The fourth byte of plain 32-bit pixels has no meaning, but is alpha wherever a writer has used
 /// it at all.
-bool UsesFourthByte(const StoredRows& rows, const Header& header) {
-  for (int y = 0; y < header.height; ++y) {
-    for (ptrdiff_t x = 0; x < header.width; ++x) {
-      if (rows.Row(y)[4 * x + 3] != 0) return true;
-    }
-  }
-  return false;
+bool UsesFourthByte(const Input& input, const Header& header) {
+  bool used = false;
+  StoredRows(input, header)
+      .ForEach(0, static_cast<int>(header.height), [&](int, const uint8_t* row) {
+        for (ptrdiff_t x = 0; x < header.width && !used; ++x) used = row[4 * x + 3] != 0;
+        return !used;
+      });
+  return used;
 }
 
-void ReadColours(const Input& input, Header& header, PictureInfo& info) {
-  if (header.depth == 32 && header.compression == kPlain &&
-      UsesFourthByte(StoredRows(input, header), header)) {
-    header.masks[3] = 0xFF000000;
-  }
-  info.bit_count = header.masks[3] != 0 ? 32 : 24;
-  const MaskedChannel channels[4] = {{input, header.masks[0]},
-                                     {input, header.masks[1]},
-                                     {input, header.masks[2]},
-                                     {input, header.masks[3]}};
-  PixelTarget target(input, info);
-  if (!target.WantsPixels()) return;
-  const StoredRows rows(input, header);
-  const int stored_bytes = header.depth / 8;
-  const int bytes = info.bit_count / 8;
-  for (int y = 0; y < info.height; ++y) {
-    const uint8_t* from = rows.Row(y);
-    uint8_t* pixel = target.Row(y);
-    if (header.depth == 24) {
-      std::memcpy(pixel, from, RowBytes(info.width, 24));
-      continue;
+class BmpDecoder final : public RowDecoder {
+ public:
+  explicit BmpDecoder(const Input& input)
+      : input_(input), header_(ReadHeader(input, info.metadata)) {
+    CheckVariety(input, header_);
+    CheckSize(input, header_.width, header_.height);
+    CheckLength(input, header_);
+    info.format = Format::kBmp;
+    info.width = static_cast<int>(header_.width);
+    info.height = static_cast<int>(header_.height);
+    if (header_.Indexed()) {
+      const std::vector<PaletteEntry> palette = ReadPalette(input, header_);
+      // The format has no grey of its own: a full ramp from black to white means it.
+      const auto meaning = palette == GreyRamp(header_.depth) ? IndexRows::Meaning::kGrey
+                                                              : IndexRows::Meaning::kColour;
+      indices_.emplace(input.options, header_.depth, palette, meaning, info);
+      row_.resize(static_cast<size_t>(info.width));
+      streams = !header_.Runs();
+      return;
     }
+    if (header_.depth == 32 && header_.compression == kPlain && UsesFourthByte(input, header_)) {
+      header_.masks[3] = 0xFF000000;
+    }
+    info.bit_count = header_.masks[3] != 0 ? 32 : 24;
+    for (const uint32_t mask : header_.masks) channels_.emplace_back(input, mask);
+  }
+
+  void Read(const PixelBuffer& rows, int count) override {
+    if (header_.Runs()) {
+      RunReader runs(input_, header_);
+      for (int i = 0; i < count; ++i) {
+        runs.ReadRow(row_);
+        const int y = header_.top_down ? i : count - 1 - i;
+        indices_->Put(row_.data(), info.width, rows.bits + y * rows.stride, 0);
+      }
+      return;
+    }
+    const int top = next_;
+    StoredRows(input_, header_).ForEach(top, count, [&](int y, const uint8_t* stored) {
+      uint8_t* const row = rows.bits + (y - top) * rows.stride;
+      if (indices_) {
+        UnpackIndices(stored, header_.depth, info.width, row_.data());
+        indices_->Put(row_.data(), info.width, row, 0);
+      } else {
+        StoreColors(stored, row);
+      }
+      return true;
+    });
+    next_ += count;
+  }
+
+ private:
+  void StoreColors(const uint8_t* from, uint8_t* pixel) const {
+    if (header_.depth == 24) {
+      std::memcpy(pixel, from, header_.RowBytes());
+      return;
+    }
+    const int stored_bytes = header_.depth / 8;
+    const int bytes = info.bit_count / 8;
     for (int x = 0; x < info.width; ++x, from += stored_bytes, pixel += bytes) {
       uint32_t value = from[0] | static_cast<uint32_t>(from[1]) << 8;
       if (stored_bytes == 4) {
         value |= static_cast<uint32_t>(from[2]) << 16 | static_cast<uint32_t>(from[3]) << 24;
       }
-      for (int c = 0; c < bytes; ++c) pixel[c] = channels[c].Of(value);
+      for (int c = 0; c < bytes; ++c) pixel[c] = channels_[static_cast<size_t>(c)].Of(value);
     }
   }
-  target.Finish();
-}
+
+  const Input& input_;
+  Header header_;
+  std::optional<IndexRows> indices_;
+  std::vector<MaskedChannel> channels_;
+  std::vector<uint8_t> row_;  ///< of indices
+  int next_ = 0;
+};
+
+class BmpEncoder final : public RowEncoder {
+ public:
+  explicit BmpEncoder(const Output& output)
+      : RowEncoder(output),
+        row_bytes_(RowBytes(output.shape.width, output.shape.bit_count)),
+        step_((row_bytes_ + 3) / 4 * 4) {
+    const std::vector<uint8_t> header = MakeHeader();
+    end_ = header.size() + step_ * static_cast<uint64_t>(output.shape.height);
+    output.NoteLostProfile("BMP");
+    output.NoteLostTexts("BMP");
+    output.sink.Write(header);
+  }
+
+  /// The last row of the picture is the first one of the file.
+  void Write(const PictureView& rows) override {
+    constexpr size_t kAtATime = size_t{1} << 18;
+    const int most = static_cast<int>(std::max<size_t>(1, kAtATime / step_));
+    for (int y = 0; y < rows.height; y += most) {
+      const int count = std::min(most, rows.height - y);
+      stored_.assign(static_cast<size_t>(count) * step_, 0);
+      for (int i = 0; i < count; ++i) {
+        std::copy_n(rows.Row(y + i), row_bytes_, stored_.end() - (i + 1) * ptrdiff_t(step_));
+      }
+      end_ -= stored_.size();
+      output_.sink.WriteAt(end_, stored_);
+    }
+  }
+
+ private:
+  std::vector<uint8_t> MakeHeader() const {
+    const PictureView& shape = output_.shape;
+    const bool alpha = shape.bit_count == 32;
+    const std::vector<PaletteEntry> palette =
+        shape.bit_count <= 8 ? PaletteOf(shape) : std::vector<PaletteEntry>();
+    const uint32_t header_bytes = alpha ? kV4Header : kInfoHeader;
+    const uint64_t pixels_at = kFileHeaderBytes + header_bytes + 4 * palette.size();
+    const uint64_t pixel_bytes = step_ * static_cast<uint64_t>(shape.height);
+    std::vector<uint8_t> header{'B', 'M'};
+    const auto put = [&](uint64_t value) { AppendLittle(header, static_cast<uint32_t>(value), 4); };
+    put(pixels_at + pixel_bytes);
+    put(0);
+    put(pixels_at);
+    put(header_bytes);
+    put(static_cast<uint32_t>(shape.width));
+    put(static_cast<uint32_t>(shape.height));
+    AppendLittle(header, 1, 2);
+    AppendLittle(header, static_cast<uint32_t>(shape.bit_count), 2);
+    put(alpha ? kMasks : kPlain);
+    put(pixel_bytes);
+    put(DotsPerMetre(output_.metadata.dpi_x));
+    put(DotsPerMetre(output_.metadata.dpi_y));
+    put(palette.size());
+    put(0);
+    if (alpha) {
+      for (const uint32_t mask : {0xFF0000u, 0xFF00u, 0xFFu, 0xFF000000u}) put(mask);
+      put(kStandardColours);
+      header.resize(pixels_at);
+    }
+    for (const PaletteEntry& entry : palette) {
+      header.insert(header.end(), {entry.blue, entry.green, entry.red, 0});
+    }
+    return header;
+  }
+
+  size_t row_bytes_;
+  size_t step_;                  ///< the same with padding
+  std::vector<uint8_t> stored_;  ///< some rows
+  uint64_t end_;                 ///< of the rows of the file that are not there yet
+};
 
 }  // namespace
 
 bool IsBmp(Bytes file) { return StartsWith(file, "BM"); }
 
-PictureInfo ReadBmp(const Input& input) {
-  PictureInfo info;
-  info.format = Format::kBmp;
-  Header header = ReadHeader(input, info.metadata);
-  CheckVariety(input, header);
-  CheckSize(input, header.width, header.height);
-  CheckLength(input, header);
-  info.width = static_cast<int>(header.width);
-  info.height = static_cast<int>(header.height);
-  if (header.Indexed()) {
-    ReadIndexed(input, header, info);
-  } else {
-    ReadColours(input, header, info);
-  }
-  return info;
+std::unique_ptr<RowDecoder> OpenBmp(const Input& input) {
+  return std::make_unique<BmpDecoder>(input);
 }
 
 void CheckBmpShape(const OutputShape& shape) {
@@ -361,50 +452,8 @@ void CheckBmpShape(const OutputShape& shape) {
   }
 }
 
-std::vector<uint8_t> EncodeBmp(const Output& output) {
-  const PictureView& picture = output.picture;
-  const bool indexed = picture.bit_count <= 8;
-  const bool alpha = picture.bit_count == 32;
-  const std::vector<PaletteEntry> palette =
-      indexed ? PaletteOf(picture) : std::vector<PaletteEntry>();
-  const uint32_t header_bytes = alpha ? kV4Header : kInfoHeader;
-  const size_t row_bytes = RowBytes(picture.width, picture.bit_count);
-  const size_t step = (row_bytes + 3) / 4 * 4;
-  const uint64_t pixels_at = kFileHeaderBytes + header_bytes + 4 * palette.size();
-  const uint64_t size = pixels_at + step * static_cast<uint64_t>(picture.height);
-  output.NoteLostProfile("BMP");
-  output.NoteLostTexts("BMP");
-
-  std::vector<uint8_t> file{'B', 'M'};
-  file.reserve(size);
-  const auto put = [&](uint64_t value) { AppendLittle(file, static_cast<uint32_t>(value), 4); };
-  put(size);
-  put(0);
-  put(pixels_at);
-  put(header_bytes);
-  put(static_cast<uint32_t>(picture.width));
-  put(static_cast<uint32_t>(picture.height));
-  AppendLittle(file, 1, 2);
-  AppendLittle(file, static_cast<uint32_t>(picture.bit_count), 2);
-  put(alpha ? kMasks : kPlain);
-  put(size - pixels_at);
-  put(DotsPerMetre(output.metadata.dpi_x));
-  put(DotsPerMetre(output.metadata.dpi_y));
-  put(palette.size());
-  put(0);
-  if (alpha) {
-    for (const uint32_t mask : {0xFF0000u, 0xFF00u, 0xFFu, 0xFF000000u}) put(mask);
-    put(kStandardColours);
-    file.resize(pixels_at);
-  }
-  for (const PaletteEntry& entry : palette) {
-    file.insert(file.end(), {entry.blue, entry.green, entry.red, 0});
-  }
-  for (int y = picture.height; y-- > 0;) {
-    file.insert(file.end(), picture.Row(y), picture.Row(y) + row_bytes);
-    file.resize(file.size() + step - row_bytes);
-  }
-  return file;
+std::unique_ptr<RowEncoder> StartBmp(const Output& output) {
+  return std::make_unique<BmpEncoder>(output);
 }
 
 }  // namespace qel::pictures

@@ -14,8 +14,9 @@ class ByteSink {
   virtual ~ByteSink() = default;
   /// Appends bytes. Throws `PictureError` when they find no room.
   virtual void Write(std::span<const uint8_t> bytes) = 0;
-  /// Replaces bytes that were written, all of them: what a header says that is known only at the
-  /// end. Throws as `Write`.
+  /// Puts bytes to a position, in the place of others or behind the end, with zeros between:
+  /// what a header says that is known only at the end, rows from the bottom up. `Write` is not to
+  /// be called any more once this went past the end. Throws as `Write`.
   virtual void WriteAt(uint64_t at, std::span<const uint8_t> bytes) = 0;
 };
 
@@ -26,6 +27,7 @@ class MemorySink final : public ByteSink {
     file.insert(file.end(), bytes.begin(), bytes.end());
   }
   void WriteAt(uint64_t at, std::span<const uint8_t> bytes) override {
+    file.resize(std::max<size_t>(file.size(), at + bytes.size()));
     std::ranges::copy(bytes, file.begin() + static_cast<ptrdiff_t>(at));
   }
 

@@ -29,9 +29,16 @@ class ByteSource {
   /// of them are read from a regular file.
   Bytes Load(size_t at, size_t count);
   Bytes All() { return Load(0, SIZE_MAX); }
-  /// Gives back the memory of bytes before `end`, some of the last ones perhaps not. Of a regular
-  /// file they can be loaded again; those of a pipe are gone and must not be asked for.
-  void Drop(size_t end);
+  /// The same into `out`, without keeping it; returns how many bytes there were.
+  size_t Copy(size_t at, std::span<uint8_t> out);
+  /// Gives back the memory of bytes outside of [begin, end), a little of it excepted. Those of a
+  /// regular file can be loaded again. A pipe has lost what stands before `begin`, which must not
+  /// be asked for any more, and keeps the rest.
+  void KeepOnly(size_t begin, size_t end = SIZE_MAX);
+  /// Whether what was given back can be loaded again.
+  bool CanReadAgain() const { return seekable_ || IsMemory(); }
+  /// Whether this is a file that was in memory from the start.
+  bool IsMemory() const { return descriptor_ < 0; }
   /// False for a pipe whose end has not been met.
   bool KnowsSize() const { return known_size_; }
   /// Whether the whole file is in memory.
@@ -43,7 +50,9 @@ class ByteSource {
   void ReadTo(size_t end);
   void LoadBlocks(size_t begin, size_t end);
   size_t MissingIn(size_t first, size_t last) const;
-  size_t ReadAt(size_t at, size_t count);
+  size_t ReadAt(size_t at, uint8_t* out, size_t count);
+  void ReadFully(size_t at, std::span<uint8_t> out);
+  void DropBlocks(size_t begin, size_t end);
 
   std::string path_;
   Limits limits_;
@@ -53,10 +62,12 @@ class ByteSource {
   bool known_size_ = true;
   Bytes memory_;
   FreshPages pages_;
-  std::vector<bool> blocks_;  ///< which blocks of a seekable file are there
-  size_t lowest_ = 0;         ///< no bytes before this block are there
-  size_t size_ = 0;           ///< of a pipe, as far as known
-  size_t held_ = 0;           ///< bytes that are there
+  std::vector<bool> blocks_;       ///< which blocks of a seekable file are there
+  size_t begin_block_ = SIZE_MAX;  ///< no blocks before this one are there
+  size_t end_block_ = 0;           ///< nor from this one on
+  size_t lost_ = 0;                ///< bytes at the beginning of a pipe that are gone
+  size_t size_ = 0;                ///< of a pipe, as far as known
+  size_t held_ = 0;                ///< bytes that are there
 };
 
 }  // namespace qel::pictures

@@ -18,16 +18,6 @@ std::string_view ProfileSpace(Bytes profile) {
   return {reinterpret_cast<const char*>(profile.data()) + kSpaceAt, 4};
 }
 
-bool HasTransparency(const PictureView& picture) {
-  for (int y = 0; picture.bit_count == 32 && y < picture.height; ++y) {
-    const uint8_t* const row = picture.Row(y);
-    for (int x = 0; x < picture.width; ++x) {
-      if (row[4 * ptrdiff_t{x} + 3] != 255) return true;
-    }
-  }
-  return false;
-}
-
 }  // namespace
 
 void Input::Plan(uint64_t count) const {
@@ -76,11 +66,6 @@ void Output::NoteLostTexts(const char* format) const {
   add(!metadata.xmp.empty(), "XMP");
   add(!metadata.iptc.empty(), "IPTC");
   if (!lost.empty()) notes.push_back(std::string(format) + " holds no " + lost + "; left out");
-}
-
-void Output::NoteLostAlpha(const char* format) const {
-  if (!HasTransparency(picture)) return;
-  notes.push_back(std::string(format) + " holds no alpha; it was left out");
 }
 
 void TakeExif(const Input& input, const Exif& exif, Metadata& metadata) {

@@ -1,6 +1,7 @@
 #ifndef QEL_PICTURES_CODEC_H_
 #define QEL_PICTURES_CODEC_H_
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,16 +13,19 @@
 
 namespace qel::pictures {
 
-/// A file that is being read.
+/// A file that is being read. Outlives its decoder.
 struct Input {
   ByteSource& source;
-  const std::string& name;  ///< for messages
-  const ReadOptions& options;
-  const Allocate* allocate;            ///< null when only the header is asked for
+  std::string name;  ///< for messages
+  ReadOptions options;
   mutable uint64_t planned_bytes = 0;  ///< that decoding will take, as far as `Plan` was told
 
   /// Throws unless `count` more bytes of memory are within the limits.
   void Plan(uint64_t count) const;
+  /// The same for the whole file, where it will be held at once.
+  void PlanFile() const {
+    if (!source.IsMemory()) Plan(source.size());
+  }
   /// Throws unless `held` bytes of the file can stand for `promised` units of pixels, at the best
   /// ratio that the format has.
   void CheckHolds(uint64_t promised, uint64_t best_ratio, uint64_t held) const;
@@ -43,11 +47,23 @@ struct Input {
   }
 };
 
-/// A file that is being read by rows.
-struct RowInput {
-  ByteSource& source;  ///< outlives the reader
-  std::string name;    ///< for messages
-  ReadOptions options;
+/// A picture in a file whose header has been read and checked. Its rows come from the top down, as
+/// they are stored: not turned.
+class RowDecoder {
+ public:
+  RowDecoder() = default;
+  virtual ~RowDecoder() = default;
+  RowDecoder(const RowDecoder&) = delete;
+  RowDecoder& operator=(const RowDecoder&) = delete;
+
+  /// Decodes the next `count` rows. Unused bits of the last byte of a row may be anything.
+  virtual void Read(const PixelBuffer& rows, int count) = 0;
+  /// Looks at what follows the last row, and adds the last notes.
+  virtual void Finish() {}
+
+  PictureInfo info;     ///< of the stored picture
+  int orientation = 1;  ///< that the file states, 1 to 8
+  bool streams = true;  ///< false: `Read` is to be called once, for all rows
 };
 
 /// The shape of a picture that is to be written.
@@ -65,13 +81,15 @@ struct OutputShape {
   void CheckSides(const char* format, int longest) const;
 };
 
-/// A picture that is being encoded. Its shape has been checked.
+/// A picture that is being encoded. Its shape has been checked, its metadata are as they are to be
+/// written. Outlives its encoder.
 struct Output {
-  const std::string& path;  ///< for messages, and for the variety that its extension asks for
-  const PictureView& picture;
-  const Metadata& metadata;
-  const WriteOptions& options;
-  std::vector<std::string>& notes;
+  ByteSink& sink;
+  std::string path;   ///< for messages, and for the variety that its extension asks for
+  PictureView shape;  ///< without pixels
+  Metadata metadata;
+  WriteOptions options;
+  mutable std::vector<std::string> notes = {};
 
   [[noreturn]] void DoesNotFit(const std::string& what) const {
     throw PictureError(PictureError::Kind::kDoesNotFit, path, what);
@@ -84,22 +102,29 @@ struct Output {
   /// Notes what the format has no place for.
   void NoteLostProfile(const char* format) const;
   void NoteLostResolution(const char* format) const;
-  void NoteLostAlpha(const char* format) const;
   void NoteLostTexts(const char* format) const;
   bool HasResolution() const { return metadata.dpi_x > 0 && metadata.dpi_y > 0; }
 };
 
-/// A picture that is being encoded by rows. Its shape has been checked, its metadata are as they
-/// are to be written.
-struct RowOutput {
-  ByteSink& sink;    ///< outlives the writer
-  std::string path;  ///< as in `Output`
-  int width;
-  int height;
-  int bit_count;
-  std::vector<PaletteEntry> palette;
-  Metadata metadata;
-  WriteOptions options;
+/// Puts a picture into a file, row by row from the top down.
+class RowEncoder {
+ public:
+  explicit RowEncoder(const Output& output) : output_(output) {}
+  virtual ~RowEncoder() = default;
+  RowEncoder(const RowEncoder&) = delete;
+  RowEncoder& operator=(const RowEncoder&) = delete;
+
+  /// Encodes the next `rows.height` rows.
+  virtual void Write(const PictureView& rows) = 0;
+  /// Completes the file after the last row.
+  virtual void Finish() {}
+
+  bool streams = true;                  ///< false: `Write` is to be called once, with all rows
+  uint64_t held_bytes = 0;              ///< besides a few rows and what every library takes
+  const char* alpha_lost_by = nullptr;  ///< the name of a format that holds none
+
+ protected:
+  const Output& output_;
 };
 
 /// What a byte of a deflate stream stands for at most: matches of 258 bytes in two bits.
@@ -126,44 +151,45 @@ std::string ExtensionOf(const std::string& path);
 double DpiFromMetre(double dots_per_metre);
 uint32_t DotsPerMetre(double dpi);
 
-// The formats. A reader is called only when its `Is...` has recognised the file. `Check...Shape`
-// throws for shapes that the format cannot hold; formats without one hold all.
+// The formats. `Open...` is called only when `Is...` has recognised the file; it reads the header
+// and decodes nothing. `Check...Shape` throws for shapes that the format cannot hold; formats
+// without one hold all. `Start...` may write the header.
 bool IsPng(Bytes file);
-PictureInfo ReadPng(const Input& input);
-std::vector<uint8_t> EncodePng(const Output& output);
+std::unique_ptr<RowDecoder> OpenPng(const Input& input);
+std::unique_ptr<RowEncoder> StartPng(const Output& output);
 
 bool IsJpeg(Bytes file);
-PictureInfo ReadJpeg(const Input& input);
+std::unique_ptr<RowDecoder> OpenJpeg(const Input& input);
 void CheckJpegShape(const OutputShape& shape);
-std::vector<uint8_t> EncodeJpeg(const Output& output);
+std::unique_ptr<RowEncoder> StartJpeg(const Output& output);
 
 bool IsTiff(Bytes file);
-PictureInfo ReadTiff(const Input& input);
-std::vector<uint8_t> EncodeTiff(const Output& output);
+std::unique_ptr<RowDecoder> OpenTiff(const Input& input);
+std::unique_ptr<RowEncoder> StartTiff(const Output& output);
 
 bool IsWebp(Bytes file);
-PictureInfo ReadWebp(const Input& input);
+std::unique_ptr<RowDecoder> OpenWebp(const Input& input);
 void CheckWebpShape(const OutputShape& shape);
-std::vector<uint8_t> EncodeWebp(const Output& output);
+std::unique_ptr<RowEncoder> StartWebp(const Output& output);
 
 bool IsGif(Bytes file);
-PictureInfo ReadGif(const Input& input);
+std::unique_ptr<RowDecoder> OpenGif(const Input& input);
 
 // HEIC and AVIF, and JPEG XL, each through a plug-in.
 bool IsHeif(Bytes file);
-PictureInfo ReadHeif(const Input& input);
+std::unique_ptr<RowDecoder> OpenHeif(const Input& input);
 bool IsJxl(Bytes file);
-PictureInfo ReadJxl(const Input& input);
+std::unique_ptr<RowDecoder> OpenJxl(const Input& input);
 
 bool IsBmp(Bytes file);
-PictureInfo ReadBmp(const Input& input);
+std::unique_ptr<RowDecoder> OpenBmp(const Input& input);
 void CheckBmpShape(const OutputShape& shape);
-std::vector<uint8_t> EncodeBmp(const Output& output);
+std::unique_ptr<RowEncoder> StartBmp(const Output& output);
 
 bool IsPnm(Bytes file);
-PictureInfo ReadPnm(const Input& input);
+std::unique_ptr<RowDecoder> OpenPnm(const Input& input);
 void CheckPnmShape(const OutputShape& shape);
-std::vector<uint8_t> EncodePnm(const Output& output);
+std::unique_ptr<RowEncoder> StartPnm(const Output& output);
 
 }  // namespace qel::pictures
 

@@ -7,23 +7,23 @@
 
 namespace qel::pictures {
 
-ColourRows::ColourRows(const PictureView& picture, Alpha alpha, Grey grey) : picture_(picture) {
-  if (picture.bit_count > 8) {
-    bit_count_ = picture.bit_count == 32 && alpha == Alpha::kKeep ? 32 : 24;
+ColourRows::ColourRows(const PictureView& shape, Alpha alpha, Grey grey)
+    : width_(shape.width), stored_bit_count_(shape.bit_count) {
+  if (shape.bit_count > 8) {
+    bit_count_ = shape.bit_count == 32 && alpha == Alpha::kKeep ? 32 : 24;
   } else {
-    const std::vector<PaletteEntry> palette = PaletteOf(picture);
+    const std::vector<PaletteEntry> palette = PaletteOf(shape);
     std::copy_n(palette.begin(), std::min(palette.size(), colours_.size()), colours_.begin());
     bit_count_ = grey == Grey::kKeep && IsGrey(palette) ? 8 : 24;
   }
-  row_.resize(RowBytes(picture.width, bit_count_));
+  row_.resize(RowBytes(shape.width, bit_count_));
 }
 
-const uint8_t* ColourRows::Row(int y) {
-  const uint8_t* const row = picture_.Row(y);
-  const int bits = picture_.bit_count;
+const uint8_t* ColourRows::Convert(const uint8_t* row) {
+  const int bits = stored_bit_count_;
   if (bits >= 24 && bits == bit_count_) return row;
   uint8_t* out = row_.data();
-  for (int x = 0; x < picture_.width; ++x) {
+  for (int x = 0; x < width_; ++x) {
     if (bits == 32) {
       out = std::copy_n(row + ptrdiff_t{x} * 4, 3, out);
       continue;

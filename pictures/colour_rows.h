@@ -15,14 +15,16 @@ class ColourRows {
   enum class Alpha { kDrop, kKeep };
   enum class Grey { kKeep, kSpread };  ///< grey stays one byte, or becomes three
 
-  ColourRows(const PictureView& picture, Alpha alpha, Grey grey = Grey::kKeep);
+  /// Of `shape` size, depth and palette count.
+  ColourRows(const PictureView& shape, Alpha alpha, Grey grey = Grey::kKeep);
 
   int bit_count() const { return bit_count_; }  ///< 8, 24 or 32
-  /// Row `y`, valid until the next call.
-  const uint8_t* Row(int y);
+  /// A row of the picture in these colours, valid until the next call.
+  const uint8_t* Convert(const uint8_t* row);
 
  private:
-  const PictureView& picture_;
+  int width_;
+  int stored_bit_count_;
   int bit_count_;
   std::array<PaletteEntry, 256> colours_{};
   std::vector<uint8_t> row_;

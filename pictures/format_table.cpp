@@ -6,26 +6,26 @@ namespace qel::pictures {
 namespace {
 
 constexpr FormatRow kFormats[] = {
-    {Format::kPng, "PNG", {".png"}, &IsPng, &ReadPng, &EncodePng},
+    {Format::kPng, "PNG", {".png"}, &IsPng, &OpenPng, &StartPng},
     {Format::kJpeg,
      "JPEG",
      {".jpg", ".jpeg", ".jpe"},
      &IsJpeg,
-     &ReadJpeg,
-     &EncodeJpeg,
+     &OpenJpeg,
+     &StartJpeg,
      &CheckJpegShape},
-    {Format::kTiff, "TIFF", {".tif", ".tiff"}, &IsTiff, &ReadTiff, &EncodeTiff},
-    {Format::kWebp, "WebP", {".webp"}, &IsWebp, &ReadWebp, &EncodeWebp, &CheckWebpShape},
-    {Format::kGif, "GIF", {".gif"}, &IsGif, &ReadGif, nullptr},
-    {Format::kHeif, "HEIC/AVIF", {".heic", ".heif", ".avif"}, &IsHeif, &ReadHeif, nullptr},
-    {Format::kJxl, "JPEG-XL", {".jxl"}, &IsJxl, &ReadJxl, nullptr},
-    {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &ReadBmp, &EncodeBmp, &CheckBmpShape},
+    {Format::kTiff, "TIFF", {".tif", ".tiff"}, &IsTiff, &OpenTiff, &StartTiff},
+    {Format::kWebp, "WebP", {".webp"}, &IsWebp, &OpenWebp, &StartWebp, &CheckWebpShape},
+    {Format::kGif, "GIF", {".gif"}, &IsGif, &OpenGif, nullptr},
+    {Format::kHeif, "HEIC/AVIF", {".heic", ".heif", ".avif"}, &IsHeif, &OpenHeif, nullptr},
+    {Format::kJxl, "JPEG-XL", {".jxl"}, &IsJxl, &OpenJxl, nullptr},
+    {Format::kBmp, "BMP", {".bmp", ".dib"}, &IsBmp, &OpenBmp, &StartBmp, &CheckBmpShape},
     {Format::kPnm,
      "PNM",
      {".pnm", ".pbm", ".pgm", ".ppm", ".pam"},
      &IsPnm,
-     &ReadPnm,
-     &EncodePnm,
+     &OpenPnm,
+     &StartPnm,
      &CheckPnmShape},
 };
 
@@ -58,12 +58,12 @@ Format FormatOfPath(const std::string& path) {
   for (const FormatRow& row : kFormats) {
     for (const std::string_view candidate : row.extensions) {
       if (candidate.empty()) continue;
-      if (candidate == extension && row.encode == nullptr) {
+      if (candidate == extension && row.start == nullptr) {
         throw PictureError(PictureError::Kind::kUnknownFormat, path,
                            std::string(row.name) + " is read, not written; choose .png or .webp");
       }
       if (candidate == extension) return row.format;
-      if (row.encode == nullptr) continue;
+      if (row.start == nullptr) continue;
       known.append(" ").append(candidate);
     }
   }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <optional>
 
 #include "pictures/codec.h"
 #include "pictures/index_rows.h"
@@ -12,19 +14,19 @@ namespace qel::pictures {
 namespace {
 
 /// A file with the library's state; goes from record to record.
-class Decoder {
+class GifFile {
  public:
-  explicit Decoder(const Input& input) : input_(input) {
+  explicit GifFile(const Input& input) : input_(input) {
     int error = 0;
     gif = DGifOpen(this, &OnRead, &error);
     if (gif == nullptr) Fail(error);
   }
-  ~Decoder() {
+  ~GifFile() {
     int ignored = 0;
     DGifCloseFile(gif, &ignored);
   }
-  Decoder(const Decoder&) = delete;
-  Decoder& operator=(const Decoder&) = delete;
+  GifFile(const GifFile&) = delete;
+  GifFile& operator=(const GifFile&) = delete;
 
   [[noreturn]] void Fail(int error) const {
     if (failure_) std::rethrow_exception(failure_);
@@ -70,15 +72,15 @@ class Decoder {
 
   /// No exception may pass through the frames of the library.
   static int OnRead(GifFileType* gif, GifByteType* data, int count) noexcept {
-    auto* const decoder = static_cast<Decoder*>(gif->UserData);
+    auto* const file = static_cast<GifFile*>(gif->UserData);
     try {
-      const Bytes bytes =
-          decoder->input_.source.Load(decoder->position_, static_cast<size_t>(count));
+      const Bytes bytes = file->input_.source.Load(file->position_, static_cast<size_t>(count));
       std::ranges::copy(bytes, data);
-      decoder->position_ += bytes.size();
+      file->position_ += bytes.size();
+      file->input_.source.KeepOnly(file->position_);
       return static_cast<int>(bytes.size());
     } catch (...) {
-      decoder->failure_ = std::current_exception();
+      file->failure_ = std::current_exception();
       return 0;
     }
   }
@@ -89,9 +91,8 @@ class Decoder {
   std::exception_ptr failure_;
 };
 
-/// Calls `put(y)` for each row of a frame in the order of the file.
-template <typename Put>
-void ForEachRow(const GifImageDesc& frame, const Put& put) {
+/// The rows of a frame in the order of the file.
+std::vector<int> StoredOrder(const GifImageDesc& frame) {
   struct Pass {
     int first, step;
   };
@@ -99,9 +100,11 @@ void ForEachRow(const GifImageDesc& frame, const Put& put) {
   constexpr Pass kPlain[] = {{0, 1}};
   const std::span<const Pass> passes =
       frame.Interlace ? std::span<const Pass>(kInterlaced) : std::span<const Pass>(kPlain);
+  std::vector<int> rows;
   for (const auto& [first, step] : passes) {
-    for (int y = first; y < frame.Height; y += step) put(y);
+    for (int y = first; y < frame.Height; y += step) rows.push_back(y);
   }
+  return rows;
 }
 
 std::vector<PaletteEntry> PaletteOf(const Input& input, const GifFileType& gif) {
@@ -116,83 +119,102 @@ std::vector<PaletteEntry> PaletteOf(const Input& input, const GifFileType& gif) 
   return palette;
 }
 
-/// Colours with alpha: what the frame leaves free of the picture is transparent, and so is one of
-/// its indices.
-void ReadTransparent(Decoder& decoder, const std::vector<PaletteEntry>& palette,
-                     const PixelTarget& target, const PictureInfo& info) {
-  const GifImageDesc frame = decoder.gif->Image;
-  for (int y = 0; y < info.height; ++y) std::memset(target.Row(y), 0, RowBytes(info.width, 32));
-  std::vector<uint8_t> indices(static_cast<size_t>(frame.Width));
-  ForEachRow(frame, [&](int y) {
-    decoder.Check(DGifGetLine(decoder.gif, indices.data(), frame.Width));
-    uint8_t* pixel = target.Row(frame.Top + y) + ptrdiff_t{4} * frame.Left;
-    for (const uint8_t index : indices) {
-      const PaletteEntry& entry = palette[index];
-      const auto alpha = static_cast<uint8_t>(index == decoder.transparent() ? 0 : 255);
+class GifDecoder final : public RowDecoder {
+ public:
+  explicit GifDecoder(const Input& input) : file_(input) {
+    if (!file_.FindFrame()) input.Broken("damaged GIF: it has no picture");
+    const GifFileType& gif = *file_.gif;
+    frame_ = gif.Image;
+    info.format = Format::kGif;
+    info.width = std::max(gif.SWidth, frame_.Left + frame_.Width);
+    info.height = std::max(gif.SHeight, frame_.Top + frame_.Height);
+    CheckSize(input, info.width, info.height);
+    CheckSize(input, frame_.Width, frame_.Height);
+    // The longest entry of a table that is kept full takes a code of 12 bits.
+    constexpr uint64_t kBestRatio = 4096;
+    constexpr int64_t kSmall = int64_t{1} << 22;
+    const int64_t canvas = int64_t{info.width} * info.height;
+    const int64_t promised = canvas > kSmall ? canvas : int64_t{frame_.Width} * frame_.Height;
+    input.CheckHolds(static_cast<uint64_t>(promised), kBestRatio);
+    palette_ = PaletteOf(input, gif);
+    transparent_ = file_.transparent();
+    line_.resize(static_cast<size_t>(frame_.Width));
+    streams = !frame_.Interlace;
+    const bool covers = frame_.Left == 0 && frame_.Top == 0 && frame_.Width == info.width &&
+                        frame_.Height == info.height;
+    const bool keep = input.options.keep_palette_depth && covers;
+    if (!keep && (!covers || transparent_ >= 0)) {
+      info.bit_count = 32;
+      return;
+    }
+    // The format has no grey of its own: a full ramp from black to white means it.
+    const auto meaning =
+        palette_ == GreyRamp(8) ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
+    indices_.emplace(input.options, 8, palette_, meaning, info);
+  }
+
+  void Read(const PixelBuffer& rows, int count) override {
+    const auto row = [&](int y) { return rows.bits + (y - next_) * rows.stride; };
+    if (!indices_) {
+      // What the frame leaves free of the picture is transparent.
+      for (int y = 0; y < count; ++y) {
+        std::memset(rows.bits + y * rows.stride, 0, RowBytes(info.width, 32));
+      }
+    }
+    if (frame_.Interlace) {
+      for (const int y : StoredOrder(frame_)) ReadLine(row(frame_.Top + y));
+    } else {
+      const int end = std::min(next_ + count, frame_.Top + frame_.Height);
+      for (int y = std::max(next_, frame_.Top); y < end; ++y) ReadLine(row(y));
+    }
+    next_ += count;
+  }
+
+  void Finish() override {
+    if (indices_ && transparent_ >= 0) info.notes.emplace_back(kPaletteAlphaNote);
+    if (HasMoreFrames()) info.notes.emplace_back("an animation; only its first frame was read");
+  }
+
+ private:
+  /// The next line of the file as a row of the picture.
+  void ReadLine(uint8_t* row) {
+    file_.Check(DGifGetLine(file_.gif, line_.data(), frame_.Width));
+    if (indices_) {
+      indices_->Put(line_.data(), frame_.Width, row, 0);
+      return;
+    }
+    uint8_t* pixel = row + ptrdiff_t{4} * frame_.Left;
+    for (const uint8_t index : line_) {
+      const PaletteEntry& entry = palette_[index];
+      const auto alpha = static_cast<uint8_t>(index == transparent_ ? 0 : 255);
       for (const uint8_t byte : {entry.blue, entry.green, entry.red, alpha}) *pixel++ = byte;
     }
-  });
-}
-
-/// True when other frames follow. What is damaged behind the first is not looked at.
-bool HasMoreFrames(Decoder& decoder) {
-  try {
-    return decoder.FindFrame();
-  } catch (const PictureError&) {
-    return false;
   }
-}
+
+  /// True when other frames follow. What is damaged behind the first is not looked at.
+  bool HasMoreFrames() {
+    try {
+      return file_.FindFrame();
+    } catch (const PictureError&) {
+      return false;
+    }
+  }
+
+  GifFile file_;
+  GifImageDesc frame_;
+  std::vector<PaletteEntry> palette_;
+  int transparent_ = -1;
+  std::optional<IndexRows> indices_;  ///< nothing for colours with alpha
+  std::vector<uint8_t> line_;
+  int next_ = 0;  ///< row of the picture
+};
 
 }  // namespace
 
 bool IsGif(Bytes file) { return StartsWith(file, "GIF87a") || StartsWith(file, "GIF89a"); }
 
-PictureInfo ReadGif(const Input& input) {
-  Decoder decoder(input);
-  if (!decoder.FindFrame()) input.Broken("damaged GIF: it has no picture");
-  const GifImageDesc frame = decoder.gif->Image;
-  PictureInfo info;
-  info.format = Format::kGif;
-  info.width = std::max(decoder.gif->SWidth, frame.Left + frame.Width);
-  info.height = std::max(decoder.gif->SHeight, frame.Top + frame.Height);
-  CheckSize(input, info.width, info.height);
-  CheckSize(input, frame.Width, frame.Height);
-  // The longest entry of a table that is kept full takes a code of 12 bits.
-  constexpr uint64_t kBestRatio = 4096;
-  constexpr int64_t kSmall = int64_t{1} << 22;
-  const int64_t canvas = int64_t{info.width} * info.height;
-  const int64_t promised = canvas > kSmall ? canvas : int64_t{frame.Width} * frame.Height;
-  input.CheckHolds(static_cast<uint64_t>(promised), kBestRatio);
-
-  const std::vector<PaletteEntry> palette = PaletteOf(input, *decoder.gif);
-  const bool covers =
-      frame.Left == 0 && frame.Top == 0 && frame.Width == info.width && frame.Height == info.height;
-  const bool keep = input.options.keep_palette_depth && covers;
-  if (!keep && (!covers || decoder.transparent() >= 0)) {
-    info.bit_count = 32;
-    PixelTarget target(input, info);
-    if (!target.WantsPixels()) return info;
-    ReadTransparent(decoder, palette, target, info);
-    target.Finish();
-  } else {
-    // The format has no grey of its own: a full ramp from black to white means it.
-    const auto meaning =
-        palette == GreyRamp(8) ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
-    const IndexRows rows(input.options, 8, palette, meaning, info);
-    PixelTarget target(input, info);
-    if (!target.WantsPixels()) return info;
-    std::vector<uint8_t> indices(static_cast<size_t>(frame.Width));
-    ForEachRow(frame, [&](int y) {
-      decoder.Check(DGifGetLine(decoder.gif, indices.data(), frame.Width));
-      rows.Put(indices.data(), frame.Width, target.Row(y), 0);
-    });
-    target.Finish();
-    if (decoder.transparent() >= 0) info.notes.emplace_back(kPaletteAlphaNote);
-  }
-  if (HasMoreFrames(decoder)) {
-    info.notes.emplace_back("an animation; only its first frame was read");
-  }
-  return info;
+std::unique_ptr<RowDecoder> OpenGif(const Input& input) {
+  return std::make_unique<GifDecoder>(input);
 }
 
 }  // namespace qel::pictures

@@ -1,9 +1,8 @@
 #include "pictures/pixel_target.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <stdexcept>
+#include <utility>
 
 #include "pictures/index_rows.h"
 
@@ -55,44 +54,44 @@ void CheckSize(const Input& input, int64_t width, int64_t height) {
                                                 std::to_string(limits.max_pixels));
 }
 
-PixelTarget::PixelTarget(const Input& input, PictureInfo& info, int orientation)
-    : orientation_(input.options.upright ? orientation : 1),
-      stored_width_(info.width),
-      stored_height_(info.height),
-      bit_count_(info.bit_count) {
-  info.orientation = orientation;
-  const Turn turn = TurnOf(orientation_);
-  const bool waits = turn.exchanged || turn.mirrored_x;
-  CheckSize(input, info.width, info.height);
-  const uint64_t bytes = RowBytes(info.width, info.bit_count) * static_cast<uint64_t>(info.height);
-  input.Plan(waits ? 2 * bytes : bytes);
-  if (turn.exchanged) {
-    std::swap(info.width, info.height);
-    std::swap(info.metadata.dpi_x, info.metadata.dpi_y);
-  }
-  upright_width_ = info.width;
-  upright_height_ = info.height;
-  if (input.allocate == nullptr) return;
+bool KeepsRowOrder(int orientation) {
+  const Turn turn = TurnOf(orientation);
+  return !turn.exchanged && !turn.mirrored_y;
+}
 
-  upright_ = (*input.allocate)(info);
-  const auto row_bytes = static_cast<ptrdiff_t>(RowBytes(info.width, bit_count_));
-  if (upright_.bits == nullptr || (info.height > 1 && std::abs(upright_.stride) < row_bytes)) {
-    throw std::invalid_argument("the allocator of a picture gave no room for its rows");
-  }
-  if (waits) {
-    stride_ = static_cast<ptrdiff_t>(RowBytes(stored_width_, bit_count_));
-    waiting_.Resize(static_cast<size_t>(stride_) * static_cast<size_t>(stored_height_));
-    bits_ = waiting_.data();
-  } else if (turn.mirrored_y) {
-    bits_ = upright_.bits + ptrdiff_t{stored_height_ - 1} * upright_.stride;
-    stride_ = -upright_.stride;
-  } else {
-    bits_ = upright_.bits;
-    stride_ = upright_.stride;
+bool NeedsBuffer(int orientation) {
+  const Turn turn = TurnOf(orientation);
+  return turn.exchanged || turn.mirrored_x;
+}
+
+void MakeUpright(PictureInfo& info, int orientation) {
+  if (!TurnOf(orientation).exchanged) return;
+  std::swap(info.width, info.height);
+  std::swap(info.metadata.dpi_x, info.metadata.dpi_y);
+}
+
+PixelTarget::PixelTarget(const PixelBuffer& upright, int width, int height, int bit_count,
+                         int orientation)
+    : upright_(upright),
+      stored_(upright),
+      stored_width_(width),
+      stored_height_(height),
+      upright_width_(width),
+      upright_height_(height),
+      bit_count_(bit_count),
+      orientation_(orientation) {
+  if (TurnOf(orientation).exchanged) std::swap(upright_width_, upright_height_);
+  if (NeedsBuffer(orientation)) {
+    stored_.stride = static_cast<ptrdiff_t>(RowBytes(width, bit_count));
+    waiting_.Resize(static_cast<size_t>(stored_.stride) * static_cast<size_t>(height));
+    stored_.bits = waiting_.data();
+  } else if (TurnOf(orientation).mirrored_y) {
+    stored_.bits += ptrdiff_t{height - 1} * stored_.stride;
+    stored_.stride = -stored_.stride;
   }
 }
 
-void PixelTarget::Finish() {
+void PixelTarget::Finish() const {
   if (waiting_.size() > 0) MoveUpright();
   const int used_bits = static_cast<int>(int64_t{upright_width_} * bit_count_ % 8);
   if (used_bits == 0) return;
@@ -105,7 +104,7 @@ void PixelTarget::Finish() {
 
 void PixelTarget::MoveUpright() const {
   const Turn turn = TurnOf(orientation_);
-  const uint8_t* const stored = waiting_.data();
+  const uint8_t* const stored = stored_.bits;
   if (bit_count_ < 8) {
     for (int y = 0; y < upright_height_; ++y) {
       uint8_t* const row = upright_.bits + y * upright_.stride;
@@ -114,17 +113,17 @@ void PixelTarget::MoveUpright() const {
         int sy = turn.exchanged ? x : y;
         if (turn.mirrored_x) sx = stored_width_ - 1 - sx;
         if (turn.mirrored_y) sy = stored_height_ - 1 - sy;
-        StoreIndex(row, bit_count_, x, LoadIndex(stored + sy * stride_, bit_count_, sx));
+        StoreIndex(row, bit_count_, x, LoadIndex(stored + sy * stored_.stride, bit_count_, sx));
       }
     }
     return;
   }
   const int bytes = bit_count_ / 8;
   const ptrdiff_t along = turn.mirrored_x ? -bytes : bytes;
-  const ptrdiff_t down = turn.mirrored_y ? -stride_ : stride_;
+  const ptrdiff_t down = turn.mirrored_y ? -stored_.stride : stored_.stride;
   const uint8_t* from = stored;
   if (turn.mirrored_x) from += ptrdiff_t{stored_width_ - 1} * bytes;
-  if (turn.mirrored_y) from += ptrdiff_t{stored_height_ - 1} * stride_;
+  if (turn.mirrored_y) from += ptrdiff_t{stored_height_ - 1} * stored_.stride;
   const auto move = bytes == 1 ? MoveSquares<1> : bytes == 3 ? MoveSquares<3> : MoveSquares<4>;
   move(from, turn.exchanged ? down : along, turn.exchanged ? along : down, upright_.bits,
        upright_.stride, upright_width_, upright_height_);

@@ -66,50 +66,62 @@ class Plugins {
   std::map<std::string, Loaded> loaded_;
 };
 
-PictureInfo ReadThroughPlugin(const Input& input, Format format, const std::string& plugin_name,
-                              const char* format_name) {
-  const QelFormatPlugin& plugin = Plugins::Instance().Get(input, plugin_name, format_name);
-  const Bytes file = input.source.All();
-  QelPluginPicture picture{};
-  QelPluginError error{};
-  const auto fail = [&]() {
+class PluginDecoder final : public RowDecoder {
+ public:
+  PluginDecoder(const Input& input, Format format, const std::string& plugin_name,
+                const char* format_name)
+      : input_(input),
+        format_name_(format_name),
+        plugin_(Plugins::Instance().Get(input, plugin_name, format_name)),
+        handle_(nullptr, plugin_.close) {
+    const Bytes file = input.source.All();
+    QelPluginPicture picture{};
+    QelPluginError error{};
+    handle_.reset(plugin_.open(file.data(), file.size(), input.options.upright, &picture, &error));
+    if (handle_ == nullptr) Fail(error);
+    CheckSize(input, picture.width, picture.height);
+    input.Plan(picture.working_bytes);
+    streams = false;
+    info.format = format;
+    info.width = static_cast<int>(picture.width);
+    info.height = static_cast<int>(picture.height);
+    info.bit_count = picture.has_alpha != 0 ? 32 : 24;
+    if (picture.exif != nullptr) {
+      Exif exif = ParseExif(Bytes(picture.exif, picture.exif_bytes)).value_or(Exif());
+      exif.SetOrientation(static_cast<int>(picture.orientation));
+      TakeExif(input, exif, info.metadata);
+    }
+    if (picture.xmp != nullptr) TakeXmp(input, {picture.xmp, picture.xmp_bytes}, info.metadata);
+    if (picture.profile != nullptr) {
+      info.metadata.icc_profile.assign(picture.profile, picture.profile + picture.profile_bytes);
+    }
+    if (picture.was_reduced != 0) info.notes.emplace_back(kReducedNote);
+    if (picture.pictures > 1) {
+      info.notes.push_back("only the main one of " + std::to_string(picture.pictures) +
+                           " pictures was read");
+    }
+  }
+
+  void Read(const PixelBuffer& rows, int) override {
+    QelPluginError error{};
+    if (plugin_.decode(handle_.get(), rows.bits, rows.stride, &error) == 0) Fail(error);
+  }
+
+ private:
+  [[noreturn]] void Fail(const QelPluginError& error) const {
     const std::string reason = error.text[0] != '\0' ? error.text : "its data are damaged";
     if (error.is_unsupported != 0) {
-      input.Unsupported(std::string("this kind of ") + format_name + " is not read: " + reason);
+      input_.Unsupported(std::string("this kind of ") + format_name_ + " is not read: " + reason);
     }
-    throw TruncatedPicture(input.name,
-                           std::string("truncated or damaged ") + format_name + ": " + reason);
-  };
-  const std::unique_ptr<void, void (*)(void*)> handle(
-      plugin.open(file.data(), file.size(), input.options.upright, &picture, &error), plugin.close);
-  if (handle == nullptr) fail();
-  CheckSize(input, picture.width, picture.height);
-  input.Plan(picture.working_bytes);
-  PictureInfo info;
-  info.format = format;
-  info.width = static_cast<int>(picture.width);
-  info.height = static_cast<int>(picture.height);
-  info.bit_count = picture.has_alpha != 0 ? 32 : 24;
-  if (picture.exif != nullptr) {
-    Exif exif = ParseExif(Bytes(picture.exif, picture.exif_bytes)).value_or(Exif());
-    exif.SetOrientation(static_cast<int>(picture.orientation));
-    TakeExif(input, exif, info.metadata);
+    throw TruncatedPicture(input_.name,
+                           std::string("truncated or damaged ") + format_name_ + ": " + reason);
   }
-  if (picture.xmp != nullptr) TakeXmp(input, {picture.xmp, picture.xmp_bytes}, info.metadata);
-  if (picture.profile != nullptr) {
-    info.metadata.icc_profile.assign(picture.profile, picture.profile + picture.profile_bytes);
-  }
-  if (picture.was_reduced != 0) info.notes.emplace_back(kReducedNote);
-  if (picture.pictures > 1) {
-    info.notes.push_back("only the main one of " + std::to_string(picture.pictures) +
-                         " pictures was read");
-  }
-  PixelTarget target(input, info);
-  if (!target.WantsPixels()) return info;
-  if (plugin.decode(handle.get(), target.Row(0), target.stride(), &error) == 0) fail();
-  target.Finish();
-  return info;
-}
+
+  const Input& input_;
+  const char* format_name_;
+  const QelFormatPlugin& plugin_;
+  std::unique_ptr<void, void (*)(void*)> handle_;
+};
 
 }  // namespace
 
@@ -123,8 +135,8 @@ bool IsHeif(Bytes file) {
   return brand.find(' ') == brand.npos && kBrands.find(brand) != kBrands.npos;
 }
 
-PictureInfo ReadHeif(const Input& input) {
-  return ReadThroughPlugin(input, Format::kHeif, "qel-heif", "HEIC and AVIF");
+std::unique_ptr<RowDecoder> OpenHeif(const Input& input) {
+  return std::make_unique<PluginDecoder>(input, Format::kHeif, "qel-heif", "HEIC and AVIF");
 }
 
 bool IsJxl(Bytes file) {
@@ -135,8 +147,8 @@ bool IsJxl(Bytes file) {
           std::equal(kContainer.begin(), kContainer.end(), file.begin()));
 }
 
-PictureInfo ReadJxl(const Input& input) {
-  return ReadThroughPlugin(input, Format::kJxl, "qel-jxl", "JPEG XL");
+std::unique_ptr<RowDecoder> OpenJxl(const Input& input) {
+  return std::make_unique<PluginDecoder>(input, Format::kJxl, "qel-jxl", "JPEG XL");
 }
 
 }  // namespace qel::pictures

@@ -2,6 +2,8 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <memory>
+#include <optional>
 #include <string_view>
 
 #include "pictures/codec.h"
@@ -15,23 +17,23 @@ namespace {
 
 bool IsBlank(uint8_t character) { return std::isspace(character) != 0; }
 
-/// The text of a file.
+/// The text of a file, and the bytes behind it; what was passed is not kept.
 class Scanner {
  public:
   Scanner(const Input& input, size_t at) : input_(input), at_(at) {}
 
-  /// The next word; blanks and comments before it are passed over, one blank after it is taken.
+  /// The next word, valid until the next call; blanks and comments before it are passed over, one
+  /// blank after it is taken.
   std::string_view Word() {
     SkipBlanks();
-    constexpr size_t kLongest = 64;
-    const size_t begin = at_;
-    while (More() && !IsBlank(file_[at_])) {
-      if (++at_ - begin > kLongest) input_.Broken("there is no number where the format has one");
+    size_t size = 0;
+    for (; More() && !IsBlank(Here()); ++at_) {
+      if (size == sizeof(word_)) input_.Broken("there is no number where the format has one");
+      word_[size++] = static_cast<char>(Here());
     }
-    const std::string_view word = Text(begin, at_);
-    if (word.empty()) input_.Truncated();
+    if (size == 0) input_.Truncated();
     if (More()) ++at_;
-    return word;
+    return {word_, size};
   }
 
   uint32_t Number() {
@@ -48,48 +50,48 @@ class Scanner {
   uint8_t Bit() {
     SkipBlanks();
     if (!More()) input_.Truncated();
-    const uint8_t digit = file_[at_++];
+    const uint8_t digit = Here();
+    ++at_;
     if (digit != '0' && digit != '1') input_.Broken("a bitmap has something else than 0 and 1");
     return digit == '1';
   }
 
-  void SkipLine() {
-    while (More() && file_[at_++] != '\n') {
-    }
-  }
+  /// Bytes that follow, as far as the end of the file is known.
+  size_t Left() const { return input_.source.KnowsSize() ? input_.source.size() - at_ : SIZE_MAX; }
 
-  size_t Left() const { return input_.source.size() - at_; }
-
-  /// The next `count` bytes, which must be there.
+  /// The next `count` bytes, valid until the next call.
   const uint8_t* Take(size_t count) {
-    const uint8_t* const bytes = input_.source.Load(at_, count).data();
+    window_ = {};
+    input_.source.KeepOnly(at_);
+    const Bytes bytes = input_.source.Load(at_, count);
+    if (bytes.size() < count) input_.Truncated();
     at_ += count;
-    return bytes;
+    return bytes.data();
   }
 
  private:
-  std::string_view Text(size_t begin, size_t end) const {
-    return {reinterpret_cast<const char*>(file_.data()) + begin, end - begin};
-  }
-  /// Whether there is another character, which `file_` then has.
+  /// Whether there is another character.
   bool More() {
+    if (at_ - window_at_ < window_.size()) return true;
     constexpr size_t kAhead = size_t{1} << 16;
-    if (at_ >= file_.size()) file_ = input_.source.Load(0, at_ + kAhead);
-    return at_ < file_.size();
+    input_.source.KeepOnly(at_);
+    window_ = input_.source.Load(at_, kAhead);
+    window_at_ = at_;
+    return !window_.empty();
   }
+  uint8_t Here() const { return window_[at_ - window_at_]; }
+
   void SkipBlanks() {
-    while (More() && (IsBlank(file_[at_]) || file_[at_] == '#')) {
-      if (file_[at_] == '#') {
-        SkipLine();
-      } else {
-        ++at_;
-      }
+    for (bool comment = false; More() && (comment || IsBlank(Here()) || Here() == '#'); ++at_) {
+      comment = comment ? Here() != '\n' : Here() == '#';
     }
   }
 
   const Input& input_;
-  Bytes file_;  ///< its beginning, as far as it was looked at
   size_t at_;
+  Bytes window_;  ///< a part of the file that has the next character
+  size_t window_at_ = 0;
+  char word_[64];
 };
 
 struct Header {
@@ -153,42 +155,63 @@ void CheckLength(const Input& input, const Header& header, const Scanner& scanne
   if (row_bytes * static_cast<uint64_t>(header.height) > scanner.Left()) input.Truncated();
 }
 
-void ReadBitmap(const Input& input, const Header& header, Scanner& scanner, PictureInfo& info) {
-  // A set bit is black.
-  const std::vector<PaletteEntry> palette{{255, 255, 255, 0}, {0, 0, 0, 0}};
-  const IndexRows indices(input.options, 1, palette, IndexRows::Meaning::kGrey, info);
-  PixelTarget target(input, info);
-  if (!target.WantsPixels()) return;
-  std::vector<uint8_t> row(static_cast<size_t>(info.width));
-  for (int y = 0; y < info.height; ++y) {
-    if (header.InText()) {
-      for (uint8_t& bit : row) bit = scanner.Bit();
-    } else {
-      UnpackIndices(scanner.Take(RowBytes(info.width, 1)), 1, info.width, row.data());
-    }
-    indices.Put(row.data(), info.width, target.Row(y), 0);
-  }
-  target.Finish();
-}
-
-/// Samples one after the other, scaled to 0 to 255.
-class SampleReader {
+class PnmDecoder final : public RowDecoder {
  public:
-  SampleReader(const Input& input, const Header& header, Scanner& scanner)
-      : input_(input), header_(header), scanner_(scanner) {
-    for (uint32_t value = 0; value <= std::min(header.largest, 255u); ++value) {
-      scaled_[value] = ScaleToByte(value, header.largest);
-    }
-  }
-
-  void ReadRow(std::vector<uint8_t>& samples) {
-    const bool text = header_.InText();
-    const uint8_t* from = text ? nullptr : scanner_.Take(samples.size() * header_.SampleBytes());
-    if (!text && header_.largest == 255) {
-      std::copy_n(from, samples.size(), samples.begin());
+  explicit PnmDecoder(const Input& input)
+      : input_(input), scanner_(input, 3), header_(ReadHeader(input, scanner_)) {
+    CheckSize(input, header_.width, header_.height);
+    CheckLength(input, header_, scanner_);
+    info.format = Format::kPnm;
+    info.width = static_cast<int>(header_.width);
+    info.height = static_cast<int>(header_.height);
+    samples_.resize(header_.RowSamples());
+    if (header_.IsBitmap()) {
+      // A set bit is black.
+      const std::vector<PaletteEntry> palette{{255, 255, 255, 0}, {0, 0, 0, 0}};
+      bits_.emplace(input.options, 1, palette, IndexRows::Meaning::kGrey, info);
       return;
     }
-    for (uint8_t& sample : samples) {
+    info.bit_count = HasAlpha() ? 32 : HasColor() ? 24 : 8;
+    if (header_.SampleBytes() == 2) info.notes.emplace_back(kReducedNote);
+    for (uint32_t value = 0; value <= std::min(header_.largest, 255u); ++value) {
+      scaled_[value] = ScaleToByte(value, header_.largest);
+    }
+  }
+
+  void Read(const PixelBuffer& rows, int count) override {
+    for (int y = 0; y < count; ++y) {
+      uint8_t* const row = rows.bits + y * rows.stride;
+      if (bits_) {
+        ReadBits();
+        bits_->Put(samples_.data(), info.width, row, 0);
+      } else {
+        ReadSamples();
+        StorePixels(row);
+      }
+    }
+  }
+
+ private:
+  bool HasAlpha() const { return header_.channels == 2 || header_.channels == 4; }
+  bool HasColor() const { return header_.channels >= 3; }
+
+  void ReadBits() {
+    if (header_.InText()) {
+      for (uint8_t& bit : samples_) bit = scanner_.Bit();
+    } else {
+      UnpackIndices(scanner_.Take(RowBytes(info.width, 1)), 1, info.width, samples_.data());
+    }
+  }
+
+  /// Reads the samples of a row, scaled to 0 to 255.
+  void ReadSamples() {
+    const bool text = header_.InText();
+    const uint8_t* from = text ? nullptr : scanner_.Take(samples_.size() * header_.SampleBytes());
+    if (!text && header_.largest == 255) {
+      std::copy_n(from, samples_.size(), samples_.begin());
+      return;
+    }
+    for (uint8_t& sample : samples_) {
       uint32_t value;
       if (text) {
         value = scanner_.Number();
@@ -201,45 +224,34 @@ class SampleReader {
     }
   }
 
- private:
-  const Input& input_;
-  const Header& header_;
-  Scanner& scanner_;
-  std::array<uint8_t, 256> scaled_{};
-};
-
-void ReadSamples(const Input& input, const Header& header, Scanner& scanner, PictureInfo& info) {
-  const bool alpha = header.channels == 2 || header.channels == 4;
-  const bool colour = header.channels >= 3;
-  info.bit_count = alpha ? 32 : colour ? 24 : 8;
-  if (header.SampleBytes() == 2) info.notes.emplace_back(kReducedNote);
-  PixelTarget target(input, info);
-  if (!target.WantsPixels()) return;
-  SampleReader reader(input, header, scanner);
-  std::vector<uint8_t> samples(header.RowSamples());
-  for (int y = 0; y < info.height; ++y) {
-    reader.ReadRow(samples);
-    uint8_t* pixel = target.Row(y);
-    const uint8_t* from = samples.data();
-    for (int x = 0; x < info.width; ++x, from += header.channels) {
-      *pixel++ = from[colour ? 2 : 0];
+  void StorePixels(uint8_t* pixel) const {
+    const bool color = HasColor();
+    const uint8_t* from = samples_.data();
+    for (int x = 0; x < info.width; ++x, from += header_.channels) {
+      *pixel++ = from[color ? 2 : 0];
       if (info.bit_count == 8) continue;
-      *pixel++ = from[colour ? 1 : 0];
+      *pixel++ = from[color ? 1 : 0];
       *pixel++ = from[0];
-      if (alpha) *pixel++ = from[header.channels - 1];
+      if (HasAlpha()) *pixel++ = from[header_.channels - 1];
     }
   }
-  target.Finish();
-}
+
+  const Input& input_;
+  Scanner scanner_;
+  Header header_;
+  std::optional<IndexRows> bits_;  ///< of bitmaps
+  std::vector<uint8_t> samples_;   ///< of a row
+  std::array<uint8_t, 256> scaled_{};
+};
 
 constexpr char kBitmapsOnly[] =
     "PBM holds pictures of 1 bit, black and white; choose .pgm, .ppm or .pam";
 constexpr char kGreysOnly[] = "PGM holds grey pictures; choose .ppm or .pam";
 
 /// The text before the pixels; `channels` is 0 for a bitmap.
-std::string HeaderText(const PictureView& picture, bool pam, int channels) {
-  const std::string width = std::to_string(picture.width);
-  const std::string height = std::to_string(picture.height);
+std::string HeaderText(const PictureView& shape, bool pam, int channels) {
+  const std::string width = std::to_string(shape.width);
+  const std::string height = std::to_string(shape.height);
   if (!pam) {
     const std::string kind = channels == 0 ? "P4" : channels == 1 ? "P5" : "P6";
     return kind + "\n" + width + " " + height + (channels == 0 ? "\n" : "\n255\n");
@@ -250,36 +262,46 @@ std::string HeaderText(const PictureView& picture, bool pam, int channels) {
 }
 
 /// True when a 1-bit picture has black and white only, as bitmaps do.
-bool IsBlackAndWhite(const PictureView& picture) {
-  if (picture.bit_count != 1) return false;
-  const std::vector<PaletteEntry> palette = PaletteOf(picture);
+bool IsBlackAndWhite(const PictureView& shape) {
+  if (shape.bit_count != 1) return false;
+  const std::vector<PaletteEntry> palette = PaletteOf(shape);
   return IsGrey(palette) && std::ranges::all_of(palette, [](const PaletteEntry& entry) {
            return entry.blue == 0 || entry.blue == 255;
          });
 }
 
-void AppendBitmap(const PictureView& picture, std::vector<uint8_t>& file) {
-  ColourRows rows(picture, ColourRows::Alpha::kDrop);
-  std::vector<uint8_t> bits(RowBytes(picture.width, 1));
-  for (int y = 0; y < picture.height; ++y) {
-    const uint8_t* const row = rows.Row(y);
-    std::fill(bits.begin(), bits.end(), uint8_t{0});
-    for (int x = 0; x < picture.width; ++x) StoreIndex(bits.data(), 1, x, row[x] == 0);
-    file.insert(file.end(), bits.begin(), bits.end());
+class PnmEncoder final : public RowEncoder {
+ public:
+  PnmEncoder(const Output& output, bool pam, bool bitmap, const ColourRows& rows)
+      : RowEncoder(output), bitmap_(bitmap), rows_(rows) {
+    row_.resize(RowBytes(output.shape.width, bitmap ? 1 : rows.bit_count()));
+    if (!pam) alpha_lost_by = "PNM";
+    output.sink.Write(BytesOf(HeaderText(output.shape, pam, bitmap ? 0 : rows.bit_count() / 8)));
   }
-}
 
-void AppendSamples(const PictureView& picture, ColourRows& rows, std::vector<uint8_t>& file) {
-  const int bytes = rows.bit_count() / 8;
-  for (int y = 0; y < picture.height; ++y) {
-    const uint8_t* pixel = rows.Row(y);
-    const size_t begin = file.size();
-    file.insert(file.end(), pixel, pixel + ptrdiff_t{picture.width} * bytes);
-    if (bytes == 1) continue;
-    const uint8_t* const end = file.data() + file.size();
-    for (uint8_t* out = file.data() + begin; out < end; out += bytes) std::swap(out[0], out[2]);
+  void Write(const PictureView& rows) override {
+    for (int y = 0; y < rows.height; ++y) {
+      const uint8_t* const row = rows_.Convert(rows.Row(y));
+      if (bitmap_) {
+        std::ranges::fill(row_, uint8_t{0});
+        for (int x = 0; x < rows.width; ++x) StoreIndex(row_.data(), 1, x, row[x] == 0);
+      } else {
+        std::copy_n(row, row_.size(), row_.begin());
+        const ptrdiff_t bytes = rows_.bit_count() / 8;
+        uint8_t* const end = row_.data() + row_.size();
+        for (uint8_t* pixel = row_.data(); bytes > 1 && pixel < end; pixel += bytes) {
+          std::swap(pixel[0], pixel[2]);
+        }
+      }
+      output_.sink.Write(row_);
+    }
   }
-}
+
+ private:
+  bool bitmap_;
+  ColourRows rows_;
+  std::vector<uint8_t> row_;
+};
 
 }  // namespace
 
@@ -287,21 +309,8 @@ bool IsPnm(Bytes file) {
   return file.size() >= 3 && file[0] == 'P' && file[1] >= '1' && file[1] <= '7' && IsBlank(file[2]);
 }
 
-PictureInfo ReadPnm(const Input& input) {
-  Scanner scanner(input, 3);
-  const Header header = ReadHeader(input, scanner);
-  CheckSize(input, header.width, header.height);
-  CheckLength(input, header, scanner);
-  PictureInfo info;
-  info.format = Format::kPnm;
-  info.width = static_cast<int>(header.width);
-  info.height = static_cast<int>(header.height);
-  if (header.IsBitmap()) {
-    ReadBitmap(input, header, scanner, info);
-  } else {
-    ReadSamples(input, header, scanner, info);
-  }
-  return info;
+std::unique_ptr<RowDecoder> OpenPnm(const Input& input) {
+  return std::make_unique<PnmDecoder>(input);
 }
 
 void CheckPnmShape(const OutputShape& shape) {
@@ -309,34 +318,26 @@ void CheckPnmShape(const OutputShape& shape) {
   if (shape.extension == ".pgm" && shape.bit_count > 8) shape.DoesNotFit(kGreysOnly);
 }
 
-std::vector<uint8_t> EncodePnm(const Output& output) {
-  const PictureView& picture = output.picture;
+std::unique_ptr<RowEncoder> StartPnm(const Output& output) {
+  const PictureView& shape = output.shape;
   const std::string& stated = output.options.extension;
   const std::string extension = ExtensionOf(stated.empty() ? output.path : stated);
   const bool pam = extension == ".pam";
   // Without an extension that says which, the picture says it.
   const bool any = !pam && extension != ".pbm" && extension != ".pgm" && extension != ".ppm";
-  const bool bitmap = extension == ".pbm" || (any && IsBlackAndWhite(picture));
-  if (bitmap && !IsBlackAndWhite(picture)) {
+  const bool bitmap = extension == ".pbm" || (any && IsBlackAndWhite(shape));
+  if (bitmap && !IsBlackAndWhite(shape)) {
     output.DoesNotFit(kBitmapsOnly);
   }
-  ColourRows rows(picture, pam ? ColourRows::Alpha::kKeep : ColourRows::Alpha::kDrop,
-                  extension == ".ppm" ? ColourRows::Grey::kSpread : ColourRows::Grey::kKeep);
+  const ColourRows rows(shape, pam ? ColourRows::Alpha::kKeep : ColourRows::Alpha::kDrop,
+                        extension == ".ppm" ? ColourRows::Grey::kSpread : ColourRows::Grey::kKeep);
   if (extension == ".pgm" && rows.bit_count() != 8) {
     output.DoesNotFit(kGreysOnly);
   }
-  if (!pam) output.NoteLostAlpha("PNM");
   output.NoteLostProfile("PNM");
   output.NoteLostResolution("PNM");
   output.NoteLostTexts("PNM");
-  const std::string text = HeaderText(picture, pam, bitmap ? 0 : rows.bit_count() / 8);
-  std::vector<uint8_t> file(text.begin(), text.end());
-  if (bitmap) {
-    AppendBitmap(picture, file);
-  } else {
-    AppendSamples(picture, rows, file);
-  }
-  return file;
+  return std::make_unique<PnmEncoder>(output, pam, bitmap, rows);
 }
 
 }  // namespace qel::pictures

@@ -1,123 +1,221 @@
 #include "pictures/rows.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <stdexcept>
 
+#include "pictures/codec.h"
+#include "pictures/exif.h"
 #include "pictures/format_table.h"
 #include "pictures/pixel_target.h"
+#include "pictures/text_blocks.h"
 
 namespace qel::pictures {
 namespace {
 
-/// Any file, at once.
-class WholeReader final : public RowReader {
- public:
-  WholeReader(const RowInput& input, PictureInfo info, uint64_t held_bytes)
-      : RowReader(std::move(info), false, held_bytes), input_(input) {}
+/// What readers and writers hold besides what they say themselves: the part of the file that is
+/// being worked on, and the state of a library.
+constexpr uint64_t kAlwaysHeld = uint64_t{3} << 19;
 
- private:
-  void ReadRows(const PixelBuffer& rows, int) override {
-    const Allocate allocate = [&](const PictureInfo&) { return rows; };
-    info_ = ReadAnyFormat(input_.source, input_.name, input_.options, &allocate);
+/// A pipe may never end: its header is looked at before the rest is waited for.
+void CheckPipe(ByteSource& source, const FormatRow& row, const std::string& name,
+               const ReadOptions& options) {
+  constexpr size_t kEnoughForHeaders = size_t{1} << 20;
+  if (source.KnowsSize()) return;
+  const Bytes beginning = source.Load(0, kEnoughForHeaders);
+  if (source.KnowsSize()) return;
+  ByteSource part(beginning);
+  try {
+    row.open({part, name, options});
+  } catch (const TruncatedPicture&) {
+    // What is missing may come yet.
   }
-
-  const RowInput input_;
-};
-
-std::unique_ptr<RowReader> OpenWhole(const RowInput& input) {
-  uint64_t planned = 0;
-  PictureInfo info =
-      ReadAnyFormat(input.source, input.name, input.options, nullptr, &planned);
-  const uint64_t picture =
-      RowBytes(info.width, info.bit_count) * static_cast<uint64_t>(info.height);
-  const uint64_t file = input.source.KnowsSize() ? input.source.size() : 0;
-  return std::make_unique<WholeReader>(input, std::move(info),
-                                       planned - std::min(planned, picture) + file);
 }
 
-/// What encoding a picture at once takes, by the byte of its rows: the file with room to grow, and
-/// what the format's library needs. Measured with noise, which compresses worst.
-double EncoderShare(Format format) {
-  switch (format) {
-    case Format::kWebp:
-      return 8;
-    case Format::kJpeg:
-      return 3;
-    case Format::kPng:
-    case Format::kTiff:
-      return 2;
-    case Format::kGif:
-    case Format::kHeif:
-    case Format::kJxl:
-    case Format::kBmp:
-    case Format::kPnm:
-      break;
+bool HasTransparency(const PictureView& rows) {
+  for (int y = 0; y < rows.height; ++y) {
+    const uint8_t* const row = rows.Row(y);
+    for (int x = 0; x < rows.width; ++x) {
+      if (row[4 * ptrdiff_t{x} + 3] != 255) return true;
+    }
   }
-  return 1.25;
+  return false;
 }
 
-uint64_t EncoderBytes(const FormatRow& row, const RowOutput& output) {
-  const double bytes = static_cast<double>(RowBytes(output.width, output.bit_count)) *
-                       output.height * EncoderShare(row.format);
-  return static_cast<uint64_t>(bytes);
+/// What is written of the metadata: without what is not wanted, and with the sides of the picture.
+Metadata Prepare(const Metadata& metadata, const PictureView& shape, Strip strip) {
+  Metadata prepared = metadata;
+  if (strip == Strip::kAll) {
+    prepared.exif.clear();
+    prepared.xmp.clear();
+    prepared.iptc.clear();
+  }
+  if (strip == Strip::kPlaces) {
+    DropXmpPlaces(prepared.xmp);
+    prepared.iptc = WithoutIptcPlaces(prepared.iptc);
+  }
+  SetXmpSize(prepared.xmp, shape.width, shape.height);
+  if (std::optional<Exif> exif = ParseExif(prepared.exif)) {
+    exif->SetSize(shape.width, shape.height);
+    if (exif->HasResolution() && metadata.dpi_x > 0 && metadata.dpi_y > 0) {
+      exif->SetResolution(metadata.dpi_x, metadata.dpi_y);
+    }
+    if (strip == Strip::kPlaces) {
+      exif->places.clear();
+      // What the maker of a camera notes may be where it was.
+      TakeEntry(exif->photo, kMakerNoteTag);
+    }
+    prepared.exif = SerializeExif(*exif);
+  }
+  return prepared;
 }
 
-/// A file of any format, at once.
-class WholeWriter final : public RowWriter {
- public:
-  WholeWriter(const FormatRow& row, const RowOutput& output)
-      : RowWriter(output.height, false, EncoderBytes(row, output)), row_(row), output_(output) {}
+void CheckShape(const FormatRow& row, const OutputShape& shape) {
+  if (row.check_shape != nullptr) row.check_shape(shape);
+}
 
- private:
-  void WriteRows(const PictureView& rows) override {
-    PictureView picture = rows;
-    picture.palette = output_.palette;
-    output_.sink.Write(row_.encode({output_.path, picture, output_.metadata, output_.options,
-                                    notes_}));
+/// Throws for shapes that cannot be written.
+void CheckOutput(const FormatRow& row, const std::string& path, const PictureView& shape,
+                 const WriteOptions& options) {
+  constexpr int kDepths[] = {1, 4, 8, 24, 32};
+  const std::string& named = options.extension.empty() ? path : options.extension;
+  const OutputShape output{path, ExtensionOf(named), shape.width, shape.height, shape.bit_count};
+  if (shape.width < 1 || shape.height < 1) {
+    output.DoesNotFit("a picture without pixels cannot be written");
   }
-  void FinishWriting() override {}
-
-  const FormatRow& row_;
-  const RowOutput output_;
-};
+  if (std::ranges::find(kDepths, shape.bit_count) == std::end(kDepths)) {
+    output.DoesNotFit(std::to_string(shape.bit_count) +
+                      " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
+  }
+  CheckShape(row, output);
+}
 
 }  // namespace
+
+/// What a picture is opened for.
+enum class Use { kHeader, kWhole, kRows };
+
+class RowOpener {
+ public:
+  static std::unique_ptr<RowReader> Open(ByteSource& source, const std::string& name,
+                                         const ReadOptions& options, Use use) {
+    const FormatRow& row = RowOf(source.Load(0, kSignatureBytes), name);
+    ReadOptions own = options;
+    // Rows that stream are not held: the limit of pixels is not theirs.
+    if (use == Use::kRows) own.limits.max_pixels = INT64_MAX;
+    CheckPipe(source, row, name, own);
+    std::unique_ptr<RowReader> reader(new RowReader());
+    reader->input_.reset(new Input{source, name, own});
+    const Input& input = *reader->input_;
+    reader->decoder_ = row.open(input);
+    const RowDecoder& decoder = *reader->decoder_;
+    PictureInfo& info = reader->info_;
+    info = decoder.info;
+    info.orientation = decoder.orientation;
+    const int orientation = reader->orientation_ = options.upright ? decoder.orientation : 1;
+    MakeUpright(info, orientation);
+    reader->streams_ = decoder.streams && KeepsRowOrder(orientation);
+    const uint64_t rows = RowBytes(info.width, info.bit_count) * static_cast<uint64_t>(info.height);
+    if (use == Use::kRows && reader->streams_) {
+      reader->held_bytes_ = input.planned_bytes + kAlwaysHeld;
+    } else {
+      CheckSize({source, name, options}, info.width, info.height);
+      input.Plan(NeedsBuffer(orientation) ? 2 * rows : rows);
+      reader->held_bytes_ = input.planned_bytes - rows + kAlwaysHeld;
+    }
+    if (use != Use::kHeader) reader->colors_ = ColorConversion(options, info);
+    return reader;
+  }
+};
+
+RowReader::RowReader() = default;
+RowReader::~RowReader() = default;
 
 void RowReader::Read(const PixelBuffer& rows, int count) {
   const int left = info_.height - rows_read_;
   if (count < 1 || count > left || (!streams_ && count < left)) {
     throw std::logic_error(std::to_string(count) + " rows were asked for");
   }
-  ReadRows(rows, count);
-  colors_.Run(rows, info_.width, count);
+  const PictureInfo& stored = decoder_->info;
+  const int height = streams_ ? count : stored.height;
+  const PixelTarget target(rows, stored.width, height, stored.bit_count, orientation_);
+  const size_t notes = stored.notes.size();
+  decoder_->Read(target.stored(), height);
   rows_read_ += count;
-  if (rows_read_ == info_.height) FinishReading();
+  if (count == left) decoder_->Finish();
+  target.Finish();
+  colors_.Run(rows, info_.width, count);
+  info_.notes.insert(info_.notes.end(), stored.notes.begin() + static_cast<ptrdiff_t>(notes),
+                     stored.notes.end());
 }
 
 std::unique_ptr<RowReader> OpenRows(ByteSource& source, const std::string& name,
                                     const ReadOptions& options) {
-  const FormatRow& row = RowOf(source.Load(0, kSignatureBytes), name);
-  const RowInput input{source, name, options};
-  std::unique_ptr<RowReader> reader;
-  if (row.open_rows != nullptr) reader = row.open_rows(input);
-  if (reader == nullptr) return OpenWhole(input);
-  reader->colors_ = ColorConversion(options, reader->info_);
-  return reader;
+  return RowOpener::Open(source, name, options, Use::kRows);
 }
 
+void Recognise(ByteSource& source, const std::string& name, const ReadOptions& options) {
+  CheckPipe(source, RowOf(source.Load(0, kSignatureBytes), name), name, options);
+}
+
+PictureInfo ReadPicture(const std::string& path, const ReadOptions& options,
+                        const Allocate& allocate) {
+  ByteSource source(path, options.limits);
+  return ReadPicture(source, path, options, allocate);
+}
+
+PictureInfo ReadPicture(ByteSource& source, const std::string& name, const ReadOptions& options,
+                        const Allocate& allocate) {
+  const auto reader = RowOpener::Open(source, name, options, Use::kWhole);
+  const PictureInfo& info = reader->info();
+  const PixelBuffer rows = allocate(info);
+  const auto row_bytes = static_cast<ptrdiff_t>(RowBytes(info.width, info.bit_count));
+  if (rows.bits == nullptr || (info.height > 1 && std::abs(rows.stride) < row_bytes)) {
+    throw std::invalid_argument("the allocator of a picture gave no room for its rows");
+  }
+  reader->Read(rows, info.height);
+  return info;
+}
+
+PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::string& name,
+                                  const ReadOptions& options, const Allocate& allocate) {
+  ByteSource source(file);
+  return ReadPicture(source, name, options, allocate);
+}
+
+PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options) {
+  ByteSource source(path, options.limits);
+  return RowOpener::Open(source, path, options, Use::kHeader)->info();
+}
+
+PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
+                                        const ReadOptions& options) {
+  ByteSource source(file);
+  return RowOpener::Open(source, name, options, Use::kHeader)->info();
+}
+
+RowWriter::RowWriter() = default;
+RowWriter::~RowWriter() = default;
+
 void RowWriter::Write(const PictureView& rows) {
-  const int left = height_ - rows_written_;
+  const int left = output_->shape.height - rows_written_;
   if (rows.height < 1 || rows.height > left || (!streams_ && rows.height < left)) {
     throw std::logic_error(std::to_string(rows.height) + " rows were given");
   }
-  WriteRows(rows);
+  const bool look = encoder_->alpha_lost_by != nullptr && output_->shape.bit_count == 32;
+  if (look && !is_transparent_) is_transparent_ = HasTransparency(rows);
+  encoder_->Write(rows);
   rows_written_ += rows.height;
 }
 
 std::vector<std::string> RowWriter::Finish() {
-  if (rows_written_ != height_) throw std::logic_error("rows are missing");
-  FinishWriting();
-  return std::move(notes_);
+  if (rows_written_ != output_->shape.height) throw std::logic_error("rows are missing");
+  encoder_->Finish();
+  if (is_transparent_) {
+    output_->notes.push_back(std::string(encoder_->alpha_lost_by) +
+                             " holds no alpha; it was left out");
+  }
+  return std::move(output_->notes);
 }
 
 std::unique_ptr<RowWriter> WriteByRows(ByteSink& sink, const std::string& path,
@@ -125,18 +223,36 @@ std::unique_ptr<RowWriter> WriteByRows(ByteSink& sink, const std::string& path,
                                        const WriteOptions& options) {
   const FormatRow& row = RowForWriting(path, options);
   CheckOutput(row, path, shape, options);
-  const RowOutput output{sink,
-                         path,
-                         shape.width,
-                         shape.height,
-                         shape.bit_count,
-                         {shape.palette.begin(), shape.palette.end()},
-                         PrepareMetadata(metadata, shape, options.strip),
-                         options};
-  std::unique_ptr<RowWriter> writer;
-  if (row.make_rows != nullptr) writer = row.make_rows(output);
-  if (writer == nullptr) writer = std::make_unique<WholeWriter>(row, output);
+  std::unique_ptr<RowWriter> writer(new RowWriter());
+  writer->palette_.assign(shape.palette.begin(), shape.palette.end());
+  PictureView own = shape;
+  own.bits = nullptr;
+  own.palette = writer->palette_;
+  writer->output_.reset(
+      new Output{sink, path, own, Prepare(metadata, shape, options.strip), options});
+  writer->encoder_ = row.start(*writer->output_);
+  writer->streams_ = writer->encoder_->streams;
+  writer->held_bytes_ = writer->encoder_->held_bytes + kAlwaysHeld;
   return writer;
+}
+
+void CheckFits(const std::string& path, int width, int height, int bit_count,
+               const std::string& extension) {
+  const std::string& named = extension.empty() ? path : extension;
+  CheckShape(RowOf(FormatOfPath(named)), {path, ExtensionOf(named), width, height, bit_count});
+}
+
+EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
+                             const Metadata& metadata, const WriteOptions& options) {
+  EncodedPicture encoded;
+  MemorySink sink;
+  // Without memory a picture has no pixels, whatever its size.
+  const PictureView& shape = picture.bits != nullptr ? picture : PictureView{};
+  const auto writer = WriteByRows(sink, name, shape, metadata, options);
+  writer->Write(picture);
+  encoded.notes = writer->Finish();
+  encoded.file = std::move(sink.file);
+  return encoded;
 }
 
 }  // namespace qel::pictures

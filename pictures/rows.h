@@ -13,24 +13,28 @@
 
 namespace qel::pictures {
 
+struct Input;
+struct Output;
+class RowDecoder;
+class RowEncoder;
+
 /// Reads the rows of one picture from the top down, a few at a time, and gives exactly what
 /// `ReadPicture` gives. Threads: one at a time, whichever.
 ///
 /// A reader that streams holds a few rows and the part of the file that they come from, whatever
-/// the size of the picture. Others need all rows at once: formats that store them in another order
-/// (interlaced, bottom-up and unseekable, an orientation that exchanges or mirrors columns), and
-/// formats whose libraries decode whole pictures.
+/// the size of the picture. Others need all rows at once: files that store them in another order
+/// (interlaced, or with an orientation other than 1 and 2), and formats whose libraries decode
+/// whole pictures.
 ///
 /// Limits: `max_memory` is for what the reader holds; `max_pixels` for the whole picture if the
 /// reader does not stream, and otherwise not looked at. Sides are below 2^31 in any case.
 class RowReader {
  public:
-  virtual ~RowReader() = default;
+  ~RowReader();
   RowReader(const RowReader&) = delete;
   RowReader& operator=(const RowReader&) = delete;
 
-  /// What `ReadPicture` returns; complete from the first `Read` on but for `notes`, which are
-  /// complete after the last row.
+  /// What `ReadPicture` returns, but for `notes`, which are complete after the last row.
   const PictureInfo& info() const { return info_; }
   /// False: the only call of `Read` must be for all rows.
   bool streams() const { return streams_; }
@@ -46,33 +50,24 @@ class RowReader {
   /// Throws `PictureError`; nothing can be read after that.
   void Read(const PixelBuffer& rows, int count);
 
- protected:
-  /// `info` describes the upright picture, with the colours of the file: where they are to be
-  /// others, rows of readers that stream are converted behind `ReadRows`. `held_bytes` are within
-  /// the limit.
-  RowReader(PictureInfo info, bool streams, uint64_t held_bytes)
-      : info_(std::move(info)), streams_(streams), held_bytes_(held_bytes) {}
-
-  /// `Read`, with `count` checked; `rows_read()` is still that of the rows before.
-  virtual void ReadRows(const PixelBuffer& rows, int count) = 0;
-  /// Looks at what follows the last row, and adds the last notes; called once.
-  virtual void FinishReading() {}
-
-  PictureInfo info_;
-
  private:
-  friend std::unique_ptr<RowReader> OpenRows(ByteSource& source, const std::string& name,
-                                             const ReadOptions& options);
+  friend class RowOpener;
+  RowReader();
 
+  std::unique_ptr<const Input> input_;
+  std::unique_ptr<RowDecoder> decoder_;
+  PictureInfo info_;
   ColorConversion colors_;
-  bool streams_;
-  uint64_t held_bytes_;
+  int orientation_ = 1;  ///< that is to be turned
+  bool streams_ = false;
+  uint64_t held_bytes_ = 0;
   int rows_read_ = 0;
 };
 
 /// Opens a picture for reading by rows. Only its header is read; nothing is decoded before the
-/// first `Read`. `source` must outlive the reader, which drops the parts of it that it is done with
-/// (see `ByteSource::Drop`). `name` stands for it in messages. Throws as `ReadPictureHeader`.
+/// first `Read`. `source` must outlive the reader, which gives back the parts of it that it is done
+/// with (see `ByteSource::KeepOnly`). `name` stands for it in messages. Throws as
+/// `ReadPictureHeader`.
 std::unique_ptr<RowReader> OpenRows(ByteSource& source, const std::string& name,
                                     const ReadOptions& options);
 
@@ -82,13 +77,14 @@ std::unique_ptr<RowReader> OpenRows(ByteSource& source, const std::string& name,
 /// A writer that streams holds a few rows, whatever the size of the picture.
 class RowWriter {
  public:
-  virtual ~RowWriter() = default;
+  ~RowWriter();
   RowWriter(const RowWriter&) = delete;
   RowWriter& operator=(const RowWriter&) = delete;
 
   /// False: the only call of `Write` must be for all rows.
   bool streams() const { return streams_; }
-  /// Bytes of memory that are in use at a time at most, besides the rows of the caller.
+  /// Bytes of memory that are in use at a time at most, besides the rows of the caller and what the
+  /// sink takes.
   uint64_t held_bytes() const { return held_bytes_; }
   int rows_written() const { return rows_written_; }
 
@@ -101,21 +97,18 @@ class RowWriter {
   /// concerned. Throws as `Write`. Returns notes on what the format could not hold.
   std::vector<std::string> Finish();
 
- protected:
-  RowWriter(int height, bool streams, uint64_t held_bytes)
-      : height_(height), streams_(streams), held_bytes_(held_bytes) {}
-
-  /// `Write`, with the number of rows checked; `rows_written()` is still that of the rows before.
-  virtual void WriteRows(const PictureView& rows) = 0;
-  /// `Finish`, after all rows.
-  virtual void FinishWriting() = 0;
-
-  std::vector<std::string> notes_;
-
  private:
-  int height_;
-  bool streams_;
-  uint64_t held_bytes_;
+  friend std::unique_ptr<RowWriter> WriteByRows(ByteSink& sink, const std::string& path,
+                                                const PictureView& shape, const Metadata& metadata,
+                                                const WriteOptions& options);
+  RowWriter();
+
+  std::vector<PaletteEntry> palette_;
+  std::unique_ptr<const Output> output_;
+  std::unique_ptr<RowEncoder> encoder_;
+  bool is_transparent_ = false;  ///< as far as was looked at
+  bool streams_ = false;
+  uint64_t held_bytes_ = 0;
   int rows_written_ = 0;
 };
 

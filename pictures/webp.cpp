@@ -25,9 +25,9 @@ WebPData DataOf(Bytes bytes) { return {bytes.data(), bytes.size()}; }
 /// The chunks of a file that matter here.
 struct Chunks {
   size_t pixels_at = 0;  ///< where the first with pixels begins
-  Bytes profile;
-  Bytes exif;
-  Bytes xmp;
+  std::vector<uint8_t> profile;
+  std::vector<uint8_t> exif;
+  std::vector<uint8_t> xmp;
 };
 
 /// Goes from chunk to chunk and reads no others. What follows the end of a damaged file counts as
@@ -43,7 +43,8 @@ Chunks FindChunks(const Input& input) {
     const size_t size = ByteReader(header).U32(4);
     const auto content = [&] {
       const Bytes bytes = input.source.Load(at + kChunkHeaderBytes, size);
-      return bytes.size() == size ? bytes : Bytes();
+      if (bytes.size() < size) return std::vector<uint8_t>();
+      return std::vector<uint8_t>(bytes.begin(), bytes.end());
     };
     if (StartsWith(header, "ICCP")) chunks.profile = content();
     if (StartsWith(header, "EXIF")) chunks.exif = content();
@@ -91,90 +92,49 @@ WebPBitstreamFeatures ReadFeatures(const Input& input, const Chunks& chunks) {
   return features;
 }
 
-void DecodeInto(const Input& input, const PixelTarget& target, const PictureInfo& stored) {
-  WebPDecoderConfig config;
-  if (!WebPInitDecoderConfig(&config)) input.Unsupported("the WebP library does not fit");
-  // The decoder wants rows that go down in memory; others it fills from the last one on.
-  const bool upward = target.stride() < 0;
-  const auto rows = static_cast<size_t>(stored.height);
-  const auto step = static_cast<size_t>(std::abs(target.stride()));
-  if (step > INT_MAX) throw std::invalid_argument("rows are too far apart for the WebP library");
-  config.options.flip = upward;
-  config.options.use_threads = 0;
-  config.output.colorspace = stored.HasAlpha() ? MODE_BGRA : MODE_BGR;
-  config.output.is_external_memory = 1;
-  config.output.u.RGBA.rgba = target.Row(upward ? stored.height - 1 : 0);
-  config.output.u.RGBA.stride = static_cast<int>(step);
-  config.output.u.RGBA.size = step * (rows - 1) + RowBytes(stored.width, stored.bit_count);
-  const Bytes file = input.source.All();
-  const VP8StatusCode status = WebPDecode(file.data(), file.size(), &config);
-  if (status != VP8_STATUS_OK) FailDecoding(input, status);
-}
-
-/// A picture being encoded, with all that the library allocates for it.
-class Encoder {
+/// The library decodes whole pictures.
+class WebpDecoder final : public RowDecoder {
  public:
-  explicit Encoder(const Output& output) : output_(output) {
-    if (!WebPConfigInit(&config_) || !WebPPictureInit(&picture_)) {
-      output.EncoderFailed("the WebP library does not fit");
-    }
-    WebPMemoryWriterInit(&writer_);
+  explicit WebpDecoder(const Input& input) : input_(input) {
+    const Chunks chunks = FindChunks(input);
+    const WebPBitstreamFeatures features = ReadFeatures(input, chunks);
+    info.format = Format::kWebp;
+    info.width = features.width;
+    info.height = features.height;
+    info.bit_count = features.has_alpha ? 32 : 24;
+    const Exif exif = ParseExif(chunks.exif).value_or(Exif());
+    orientation = exif.Orientation();
+    info.metadata.icc_profile = chunks.profile;
+    TakeExif(input, exif, info.metadata);
+    TakeXmp(input, chunks.xmp, info.metadata);
+    streams = false;
   }
-  ~Encoder() {
-    WebPPictureFree(&picture_);
-    WebPMemoryWriterClear(&writer_);
-  }
-  Encoder(const Encoder&) = delete;
-  Encoder& operator=(const Encoder&) = delete;
 
-  /// The encoded picture without metadata, valid as long as this object.
-  Bytes Encode() {
-    Configure();
-    FillPixels();
-    picture_.writer = &WebPMemoryWrite;
-    picture_.custom_ptr = &writer_;
-    if (!WebPEncode(&config_, &picture_)) {
-      output_.EncoderFailed("WebP error " + std::to_string(picture_.error_code));
-    }
-    return {writer_.mem, writer_.size};
+  void Read(const PixelBuffer& rows, int count) override {
+    WebPDecoderConfig config;
+    if (!WebPInitDecoderConfig(&config)) input_.Unsupported("the WebP library does not fit");
+    // The decoder wants rows that go down in memory; others it fills from the last one on.
+    const bool upward = rows.stride < 0;
+    const auto step = static_cast<size_t>(std::abs(rows.stride));
+    if (step > INT_MAX) throw std::invalid_argument("rows are too far apart for the WebP library");
+    config.options.flip = upward;
+    config.options.use_threads = 0;
+    config.output.colorspace = info.HasAlpha() ? MODE_BGRA : MODE_BGR;
+    config.output.is_external_memory = 1;
+    config.output.u.RGBA.rgba = rows.bits + (upward ? (count - 1) * rows.stride : 0);
+    config.output.u.RGBA.stride = static_cast<int>(step);
+    config.output.u.RGBA.size =
+        step * static_cast<size_t>(count - 1) + RowBytes(info.width, info.bit_count);
+    const Bytes file = input_.source.All();
+    const VP8StatusCode status = WebPDecode(file.data(), file.size(), &config);
+    if (status != VP8_STATUS_OK) FailDecoding(input_, status);
   }
 
  private:
-  void Configure() {
-    constexpr int kLosslessEffort = 3;  // of 9; higher ones are slow and gain little
-    const int quality = std::clamp(output_.options.webp_quality, 0, 100);
-    if (output_.options.webp_lossless) {
-      WebPConfigLosslessPreset(&config_, kLosslessEffort);
-    } else {
-      config_.quality = static_cast<float>(quality);
-    }
-    config_.exact = 1;  // colours of transparent pixels are kept
-  }
-
-  void FillPixels() {
-    picture_.use_argb = 1;
-    picture_.width = output_.picture.width;
-    picture_.height = output_.picture.height;
-    if (!WebPPictureAlloc(&picture_)) output_.EncoderFailed("no memory");
-    ColourRows rows(output_.picture, ColourRows::Alpha::kKeep, ColourRows::Grey::kSpread);
-    for (int y = 0; y < picture_.height; ++y) {
-      const uint8_t* pixel = rows.Row(y);
-      uint32_t* const out = picture_.argb + ptrdiff_t{y} * picture_.argb_stride;
-      for (int x = 0; x < picture_.width; ++x, pixel += rows.bit_count() / 8) {
-        const uint32_t alpha = rows.bit_count() == 32 ? pixel[3] : 255;
-        out[x] = alpha << 24 | uint32_t{pixel[2]} << 16 | uint32_t{pixel[1]} << 8 | pixel[0];
-      }
-    }
-  }
-
-  const Output& output_;
-  WebPConfig config_;
-  WebPPicture picture_;
-  WebPMemoryWriter writer_;
+  const Input& input_;
 };
 
-std::vector<uint8_t> AddChunks(const Output& output, Bytes encoded, Bytes profile, Bytes exif,
-                               Bytes xmp) {
+void WriteChunks(const Output& output, Bytes encoded, Bytes profile, Bytes exif, Bytes xmp) {
   const WebPData data = DataOf(encoded);
   const Mux mux(WebPMuxCreate(&data, 0));
   WebPMuxError error = mux == nullptr ? WEBP_MUX_MEMORY_ERROR : WEBP_MUX_OK;
@@ -190,8 +150,86 @@ std::vector<uint8_t> AddChunks(const Output& output, Bytes encoded, Bytes profil
   if (error == WEBP_MUX_OK) error = WebPMuxAssemble(mux.get(), &whole);
   const std::unique_ptr<WebPData, void (*)(WebPData*)> owner(&whole, &WebPDataClear);
   if (error != WEBP_MUX_OK) output.EncoderFailed("the metadata of WebP");
-  return {whole.bytes, whole.bytes + whole.size};
+  output.sink.Write({whole.bytes, whole.size});
 }
+
+/// The library encodes whole pictures.
+class WebpEncoder final : public RowEncoder {
+ public:
+  explicit WebpEncoder(const Output& output) : RowEncoder(output) {
+    if (!WebPConfigInit(&config_) || !WebPPictureInit(&picture_)) {
+      output.EncoderFailed("the WebP library does not fit");
+    }
+    WebPMemoryWriterInit(&writer_);
+    streams = false;
+  }
+  ~WebpEncoder() override {
+    WebPPictureFree(&picture_);
+    WebPMemoryWriterClear(&writer_);
+  }
+
+  void Write(const PictureView& rows) override {
+    Configure();
+    FillPixels(rows);
+    picture_.writer = &WebPMemoryWrite;
+    picture_.custom_ptr = &writer_;
+    if (!WebPEncode(&config_, &picture_)) {
+      output_.EncoderFailed("WebP error " + std::to_string(picture_.error_code));
+    }
+    AddMetadata({writer_.mem, writer_.size});
+  }
+
+ private:
+  void Configure() {
+    constexpr int kLosslessEffort = 3;  // of 9; higher ones are slow and gain little
+    const int quality = std::clamp(output_.options.webp_quality, 0, 100);
+    if (output_.options.webp_lossless) {
+      WebPConfigLosslessPreset(&config_, kLosslessEffort);
+    } else {
+      config_.quality = static_cast<float>(quality);
+    }
+    config_.exact = 1;  // colours of transparent pixels are kept
+  }
+
+  void FillPixels(const PictureView& source) {
+    picture_.use_argb = 1;
+    picture_.width = source.width;
+    picture_.height = source.height;
+    if (!WebPPictureAlloc(&picture_)) output_.EncoderFailed("no memory");
+    ColourRows rows(output_.shape, ColourRows::Alpha::kKeep, ColourRows::Grey::kSpread);
+    for (int y = 0; y < picture_.height; ++y) {
+      const uint8_t* pixel = rows.Convert(source.Row(y));
+      uint32_t* const out = picture_.argb + ptrdiff_t{y} * picture_.argb_stride;
+      for (int x = 0; x < picture_.width; ++x, pixel += rows.bit_count() / 8) {
+        const uint32_t alpha = rows.bit_count() == 32 ? pixel[3] : 255;
+        out[x] = alpha << 24 | uint32_t{pixel[2]} << 16 | uint32_t{pixel[1]} << 8 | pixel[0];
+      }
+    }
+  }
+
+  /// Writes the file with what goes along.
+  void AddMetadata(Bytes encoded) {
+    const Bytes profile = output_.Profile(false);
+    const Metadata& metadata = output_.metadata;
+    std::vector<uint8_t> block = metadata.exif;
+    if (output_.HasResolution()) {
+      // The format has no other place for it.
+      Exif exif = ParseExif(block).value_or(Exif());
+      exif.SetResolution(metadata.dpi_x, metadata.dpi_y);
+      block = SerializeExif(exif);
+    }
+    if (!metadata.iptc.empty()) output_.notes.emplace_back("WebP holds no IPTC; left out");
+    if (profile.empty() && block.empty() && metadata.xmp.empty()) {
+      output_.sink.Write(encoded);
+    } else {
+      WriteChunks(output_, encoded, profile, block, BytesOf(metadata.xmp));
+    }
+  }
+
+  WebPConfig config_;
+  WebPPicture picture_;
+  WebPMemoryWriter writer_;
+};
 
 }  // namespace
 
@@ -199,45 +237,14 @@ bool IsWebp(Bytes file) {
   return file.size() >= 12 && StartsWith(file, "RIFF") && StartsWith(file.subspan(8), "WEBP");
 }
 
-PictureInfo ReadWebp(const Input& input) {
-  const Chunks chunks = FindChunks(input);
-  const WebPBitstreamFeatures features = ReadFeatures(input, chunks);
-  PictureInfo info;
-  info.format = Format::kWebp;
-  info.width = features.width;
-  info.height = features.height;
-  info.bit_count = features.has_alpha ? 32 : 24;
-  const Exif exif = ParseExif(chunks.exif).value_or(Exif());
-  info.metadata.icc_profile.assign(chunks.profile.begin(), chunks.profile.end());
-  TakeExif(input, exif, info.metadata);
-  TakeXmp(input, chunks.xmp, info.metadata);
-  PictureInfo upright = info;
-  PixelTarget target(input, upright, exif.Orientation());
-  if (!target.WantsPixels()) return upright;
-  DecodeInto(input, target, info);
-  target.Finish();
-  return upright;
+std::unique_ptr<RowDecoder> OpenWebp(const Input& input) {
+  return std::make_unique<WebpDecoder>(input);
 }
 
 void CheckWebpShape(const OutputShape& shape) { shape.CheckSides("WebP", WEBP_MAX_DIMENSION); }
 
-std::vector<uint8_t> EncodeWebp(const Output& output) {
-  Encoder encoder(output);
-  const Bytes encoded = encoder.Encode();
-  const Bytes profile = output.Profile(false);
-  const Metadata& metadata = output.metadata;
-  std::vector<uint8_t> block = metadata.exif;
-  if (output.HasResolution()) {
-    // The format has no other place for it.
-    Exif exif = ParseExif(block).value_or(Exif());
-    exif.SetResolution(metadata.dpi_x, metadata.dpi_y);
-    block = SerializeExif(exif);
-  }
-  if (!metadata.iptc.empty()) output.notes.emplace_back("WebP holds no IPTC; left out");
-  if (profile.empty() && block.empty() && metadata.xmp.empty()) {
-    return {encoded.begin(), encoded.end()};
-  }
-  return AddChunks(output, encoded, profile, block, BytesOf(metadata.xmp));
+std::unique_ptr<RowEncoder> StartWebp(const Output& output) {
+  return std::make_unique<WebpEncoder>(output);
 }
 
 }  // namespace qel::pictures

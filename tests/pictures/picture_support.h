@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pictures/picture_file.h"
+#include "pictures/rows.h"
 #include "reference/rng.h"
 #include "tests/support/temporary_folder.h"
 
@@ -63,6 +64,14 @@ class Pixels {
     return true;
   }
 
+  bool SameBytes(const Pixels& other) const {
+    if (width != other.width || height != other.height || bits != other.bits) return false;
+    for (int y = 0; y < height; ++y) {
+      if (!std::equal(Row(y), Row(y) + row_bytes_, other.Row(y))) return false;
+    }
+    return true;
+  }
+
   Colour At(int x, int y) const {
     const uint8_t* const row = Row(y);
     if (bits == 24) return {row[3 * x], row[3 * x + 1], row[3 * x + 2], 255};
@@ -101,7 +110,26 @@ struct Decoded {
 
 inline constexpr pictures::ReadOptions kKeepDepth{.keep_palette_depth = true};
 
-/// Reads a picture; checks that memory is asked for once and guards stay, also when it fails.
+/// Reads a picture a few rows at a time, or at once where it must be.
+inline Decoded DecodeRows(const Bytes& file, const pictures::ReadOptions& options, int rows) {
+  pictures::ByteSource source(file);
+  const auto reader = pictures::OpenRows(source, "picture", options);
+  Decoded decoded;
+  decoded.pixels = Pixels(reader->info().width, reader->info().height, reader->info().bit_count);
+  for (int count; reader->rows_read() < decoded.pixels.height;) {
+    const int left = decoded.pixels.height - reader->rows_read();
+    count = reader->streams() ? std::min(rows, left) : left;
+    const auto buffer = decoded.pixels.Buffer();
+    reader->Read({buffer.bits + reader->rows_read() * buffer.stride, buffer.stride}, count);
+  }
+  decoded.info = reader->info();
+  decoded.pixels.palette = decoded.info.palette;
+  EXPECT_TRUE(decoded.pixels.GuardsKept());
+  return decoded;
+}
+
+/// Reads a picture; checks that memory is asked for once and guards stay, also when it fails, and
+/// that reading by rows gives the same.
 inline Decoded Decode(const Bytes& file, const pictures::ReadOptions& options = {},
                       bool upward = false) {
   Decoded decoded;
@@ -117,21 +145,50 @@ inline Decoded Decode(const Bytes& file, const pictures::ReadOptions& options = 
           decoded.pixels = Pixels(info.width, info.height, info.bit_count, upward);
           return decoded.pixels.Buffer();
         });
-  } catch (...) {
+  } catch (const pictures::PictureError& error) {
     check();
+    // Limits of the whole picture are not those of its rows.
+    if (error.kind() == Kind::kTooLarge) throw;
+    try {
+      DecodeRows(file, options, 3);
+      ADD_FAILURE() << "rows could be read, the whole not: " << error.what();
+    } catch (const pictures::PictureError& other) {
+      EXPECT_STREQ(error.what(), other.what());
+    }
     throw;
   }
   check();
   decoded.pixels.palette = decoded.info.palette;
+  for (const int rows : {1, 7}) {
+    const Decoded other = DecodeRows(file, options, rows);
+    EXPECT_EQ(other.info.notes, decoded.info.notes);
+    EXPECT_EQ(other.info.palette, decoded.info.palette);
+    EXPECT_EQ(other.info.metadata.icc_profile, decoded.info.metadata.icc_profile);
+    EXPECT_TRUE(other.pixels.SameBytes(decoded.pixels)) << rows << " rows at a time";
+  }
   return decoded;
 }
 
-/// The bytes of a picture in the format of an extension.
+/// The bytes of a picture in the format of an extension, which are the same by rows.
 inline Bytes Encode(const Pixels& pixels, const std::string& extension,
                     const pictures::Metadata& metadata = {},
                     const pictures::WriteOptions& options = {},
                     std::vector<std::string>* notes = nullptr) {
-  auto encoded = pictures::EncodePicture("x." + extension, pixels.View(), metadata, options);
+  const std::string name = "x." + extension;
+  auto encoded = pictures::EncodePicture(name, pixels.View(), metadata, options);
+  for (const int rows : {1, 3}) {
+    pictures::MemorySink sink;
+    const auto writer = pictures::WriteByRows(sink, name, pixels.View(), metadata, options);
+    pictures::PictureView part = pixels.View();
+    while (writer->rows_written() < pixels.height) {
+      const int left = pixels.height - writer->rows_written();
+      part.bits = pixels.Row(writer->rows_written());
+      part.height = writer->streams() ? std::min(rows, left) : left;
+      writer->Write(part);
+    }
+    EXPECT_EQ(writer->Finish(), encoded.notes);
+    EXPECT_EQ(sink.file, encoded.file) << rows << " rows at a time";
+  }
   if (notes != nullptr) *notes = encoded.notes;
   return encoded.file;
 }

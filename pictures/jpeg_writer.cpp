@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <memory>
+#include <string_view>
+
+#include "pictures/codec.h"
+#include "pictures/colour_rows.h"
+#include "pictures/jpeg_session.h"
+#include "pictures/text_blocks.h"
+
+namespace qel::pictures {
+namespace {
+
+/// The library on a sink.
+class WriteSession {
+ public:
+  explicit WriteSession(const Output& output) : output_(output) {
+    jpeg.err = &errors_.manager;
+    jpeg.client_data = &errors_;
+    Run([&] { jpeg_create_compress(&jpeg); });
+    destination_.init_destination = &OnStart;
+    destination_.empty_output_buffer = &OnFull;
+    destination_.term_destination = &OnEnd;
+    destination_.sink = &output.sink;
+    jpeg.dest = &destination_;
+  }
+  ~WriteSession() { jpeg_destroy_compress(&jpeg); }
+  WriteSession(const WriteSession&) = delete;
+  WriteSession& operator=(const WriteSession&) = delete;
+
+  template <typename Step>
+  void Run(const Step& step) {
+    if (errors_.Run(step)) return;
+    if (destination_.failure) std::rethrow_exception(destination_.failure);
+    output_.EncoderFailed(errors_.message);
+  }
+
+  jpeg_compress_struct jpeg{};
+
+ private:
+  struct Destination : jpeg_destination_mgr {
+    uint8_t buffer[1 << 16];
+    ByteSink* sink = nullptr;
+    std::exception_ptr failure;
+
+    void Rewind() {
+      next_output_byte = buffer;
+      free_in_buffer = sizeof(buffer);
+    }
+    /// No exception may pass through the frames of the library.
+    bool Flush(size_t count) noexcept try {
+      sink->Write({buffer, count});
+      return true;
+    } catch (...) {
+      failure = std::current_exception();
+      return false;
+    }
+  };
+  static Destination& DestinationOf(j_compress_ptr jpeg) {
+    return *static_cast<Destination*>(jpeg->dest);
+  }
+  static void OnStart(j_compress_ptr jpeg) { DestinationOf(jpeg).Rewind(); }
+  static boolean OnFull(j_compress_ptr jpeg) {
+    Destination& destination = DestinationOf(jpeg);
+    if (!destination.Flush(sizeof(destination.buffer))) ERREXIT(jpeg, JERR_FILE_WRITE);
+    destination.Rewind();
+    return TRUE;
+  }
+  static void OnEnd(j_compress_ptr jpeg) {
+    Destination& destination = DestinationOf(jpeg);
+    const size_t used = sizeof(destination.buffer) - destination.free_in_buffer;
+    if (!destination.Flush(used)) ERREXIT(jpeg, JERR_FILE_WRITE);
+  }
+
+  const Output& output_;
+  JpegErrors errors_;
+  Destination destination_;
+};
+
+void DescribePicture(const Output& output, int bit_count, jpeg_compress_struct& jpeg) {
+  constexpr int kFullResolutionQuality = 90;
+  const int quality = output.options.jpeg_quality;
+  jpeg.image_width = static_cast<JDIMENSION>(output.shape.width);
+  jpeg.image_height = static_cast<JDIMENSION>(output.shape.height);
+  jpeg.input_components = bit_count / 8;
+  jpeg.in_color_space = bit_count == 8 ? JCS_GRAYSCALE : JCS_EXT_BGR;
+  jpeg_set_defaults(&jpeg);
+  jpeg_set_quality(&jpeg, quality, TRUE);
+  if (quality >= kFullResolutionQuality) {
+    jpeg.comp_info[0].h_samp_factor = jpeg.comp_info[0].v_samp_factor = 1;
+  }
+  jpeg.optimize_coding = TRUE;
+  if (output.HasResolution()) {
+    const auto density = [](double dpi) {
+      return static_cast<UINT16>(std::lround(std::clamp(dpi, 1.0, 65535.0)));
+    };
+    jpeg.density_unit = 1;
+    jpeg.X_density = density(output.metadata.dpi_x);
+    jpeg.Y_density = density(output.metadata.dpi_y);
+  }
+}
+
+/// Writes segments with the metadata that fit into one each.
+void WriteSegments(const Output& output, WriteSession& session) {
+  const Metadata& metadata = output.metadata;
+  const auto write = [&](int marker, std::string_view prefix, Bytes content, const char* name) {
+    if (content.empty()) return;
+    if (prefix.size() + content.size() > kMostInSegment) {
+      output.notes.push_back(std::string("JPEG holds no ") + name + " of this size; left out");
+      return;
+    }
+    std::vector<uint8_t> segment(prefix.begin(), prefix.end());
+    segment.insert(segment.end(), content.begin(), content.end());
+    session.Run([&] {
+      jpeg_write_marker(&session.jpeg, marker, segment.data(),
+                        static_cast<unsigned>(segment.size()));
+    });
+  };
+  const std::vector<uint8_t> resources =
+      metadata.iptc.empty() ? metadata.iptc : ResourcesOfIptc(metadata.iptc);
+  write(kExifMarker, kExifPrefix, metadata.exif, "EXIF");
+  write(kExifMarker, kXmpPrefix, BytesOf(metadata.xmp), "XMP");
+  write(kResourceMarker, kResourcePrefix, resources, "IPTC");
+}
+
+class JpegEncoder final : public RowEncoder {
+ public:
+  explicit JpegEncoder(const Output& output)
+      : RowEncoder(output), rows_(output.shape, ColourRows::Alpha::kDrop), session_(output) {
+    const Bytes profile = output.Profile(rows_.bit_count() == 8);
+    jpeg_compress_struct& jpeg = session_.jpeg;
+    session_.Run([&] {
+      DescribePicture(output, rows_.bit_count(), jpeg);
+      jpeg_start_compress(&jpeg, TRUE);
+    });
+    WriteSegments(output, session_);
+    session_.Run([&] {
+      if (!profile.empty()) {
+        jpeg_write_icc_profile(&jpeg, profile.data(), static_cast<unsigned>(profile.size()));
+      }
+    });
+    alpha_lost_by = "JPEG";
+  }
+
+  void Write(const PictureView& rows) override {
+    for (int y = 0; y < rows.height; ++y) {
+      // The library does not write to its input.
+      JSAMPROW row = const_cast<JSAMPROW>(rows_.Convert(rows.Row(y)));
+      session_.Run([&] { jpeg_write_scanlines(&session_.jpeg, &row, 1); });
+    }
+  }
+
+  void Finish() override {
+    session_.Run([&] { jpeg_finish_compress(&session_.jpeg); });
+  }
+
+ private:
+  ColourRows rows_;
+  WriteSession session_;
+};
+
+}  // namespace
+
+void CheckJpegShape(const OutputShape& shape) { shape.CheckSides("JPEG", JPEG_MAX_DIMENSION); }
+
+std::unique_ptr<RowEncoder> StartJpeg(const Output& output) {
+  return std::make_unique<JpegEncoder>(output);
+}
+
+}  // namespace qel::pictures

@@ -1,0 +1,182 @@
+#include <png.h>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+
+#include "pictures/codec.h"
+#include "pictures/index_rows.h"
+#include "pictures/png_session.h"
+#include "pictures/text_blocks.h"
+
+namespace qel::pictures {
+namespace {
+
+struct Colours {
+  int type = PNG_COLOR_TYPE_GRAY;
+  int entries = 0;
+  png_color palette[256];
+};
+
+Colours ColoursOf(const PictureView& shape) {
+  Colours colours;
+  if (shape.bit_count >= 24) {
+    colours.type = shape.bit_count == 32 ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
+  } else if (!shape.palette.empty()) {
+    colours.type = PNG_COLOR_TYPE_PALETTE;
+    for (const PaletteEntry& entry : PaletteOf(shape)) {
+      colours.palette[colours.entries++] = {entry.red, entry.green, entry.blue};
+    }
+  }
+  return colours;
+}
+
+class WriteSession : public PngSession {
+ public:
+  explicit WriteSession(const Output& output) : output_(output) {
+    png = png_create_write_struct(PNG_LIBPNG_VER_STRING, static_cast<PngSession*>(this), &OnError,
+                                  &OnWarning);
+    if (png != nullptr) info = png_create_info_struct(png);
+    if (info == nullptr) {
+      png_destroy_write_struct(&png, &info);
+      throw std::bad_alloc();
+    }
+    png_set_write_fn(png, this, &OnWrite, &OnFlush);
+  }
+  ~WriteSession() { png_destroy_write_struct(&png, &info); }
+
+  template <typename Step>
+  void Run(const Step& step) {
+    if (PngSession::Run(step)) return;
+    if (failure_) std::rethrow_exception(failure_);
+    output_.EncoderFailed(message);
+  }
+
+ private:
+  static void OnWrite(png_structp png, png_bytep data, size_t count) {
+    auto* const session = static_cast<WriteSession*>(png_get_io_ptr(png));
+    if (!session->Append(data, count)) png_error(png, "not written");
+  }
+  static void OnFlush(png_structp) {}
+
+  /// No exception may pass through the frames of the library.
+  bool Append(const uint8_t* data, size_t count) noexcept try {
+    output_.sink.Write({data, count});
+    return true;
+  } catch (...) {
+    failure_ = std::current_exception();
+    return false;
+  }
+
+  const Output& output_;
+  std::exception_ptr failure_;
+};
+
+/// Bytes as text, as others write and read them.
+std::string HexOfBytes(Bytes bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  constexpr size_t kBytesInLine = 36;
+  std::string text = "\niptc\n" + std::to_string(bytes.size()) + "\n";
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (i > 0 && i % kBytesInLine == 0) text += '\n';
+    text += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
+  }
+  return text + '\n';
+}
+
+void WriteTexts(WriteSession& session, const Metadata& metadata) {
+  std::string xmp_name(kPngXmpName);
+  std::string iptc_name(kPngIptcName);
+  std::string xmp = metadata.xmp;
+  std::string iptc = metadata.iptc.empty() ? "" : HexOfBytes(ResourcesOfIptc(metadata.iptc));
+  char none[] = "";
+  session.Run([&] {
+    png_text texts[2]{};
+    int count = 0;
+    if (!xmp.empty()) {
+      texts[count].compression = PNG_ITXT_COMPRESSION_NONE;
+      texts[count].key = xmp_name.data();
+      texts[count].text = xmp.data();
+      texts[count].itxt_length = xmp.size();
+      texts[count].lang = none;
+      texts[count++].lang_key = none;
+    }
+    if (!iptc.empty()) {
+      texts[count].compression = PNG_TEXT_COMPRESSION_zTXt;
+      texts[count].key = iptc_name.data();
+      texts[count].text = iptc.data();
+      texts[count++].text_length = iptc.size();
+    }
+    if (count > 0) png_set_text(session.png, session.info, texts, count);
+    if (!metadata.exif.empty()) {
+      png_set_eXIf_1(session.png, session.info, static_cast<png_uint_32>(metadata.exif.size()),
+                     const_cast<png_bytep>(metadata.exif.data()));  // the library copies it
+    }
+  });
+}
+
+void WriteMetadata(WriteSession& session, const Output& output, bool grey) {
+  const Bytes profile = output.Profile(grey);
+  bool accepted = profile.empty();
+  session.Run([&] {
+    // A profile that the library finds fault with is left out; the picture is written.
+    png_set_benign_errors(session.png, 1);
+    if (!profile.empty()) {
+      png_set_iCCP(session.png, session.info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
+                   profile.data(), static_cast<png_uint_32>(profile.size()));
+      accepted = png_get_valid(session.png, session.info, PNG_INFO_iCCP) != 0;
+    }
+    if (output.HasResolution()) {
+      png_set_pHYs(session.png, session.info, DotsPerMetre(output.metadata.dpi_x),
+                   DotsPerMetre(output.metadata.dpi_y), PNG_RESOLUTION_METER);
+    }
+  });
+  WriteTexts(session, output.metadata);
+  if (!accepted)
+    output.notes.emplace_back("PNG takes no colour profile with such faults; it was left out");
+}
+
+class PngEncoder final : public RowEncoder {
+ public:
+  explicit PngEncoder(const Output& output) : RowEncoder(output), session_(output) {
+    const PictureView& shape = output.shape;
+    const Colours colours = ColoursOf(shape);
+    session_.Run([&] {
+      png_set_user_limits(session_.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
+      png_set_compression_level(session_.png, std::clamp(output.options.png_level, 0, 9));
+      png_set_IHDR(session_.png, session_.info, static_cast<png_uint_32>(shape.width),
+                   static_cast<png_uint_32>(shape.height), std::min(shape.bit_count, 8),
+                   colours.type, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                   PNG_FILTER_TYPE_DEFAULT);
+      if (colours.entries > 0) {
+        png_set_PLTE(session_.png, session_.info, colours.palette, colours.entries);
+      }
+    });
+    WriteMetadata(session_, output, colours.type == PNG_COLOR_TYPE_GRAY);
+    session_.Run([&] {
+      png_write_info(session_.png, session_.info);
+      png_set_bgr(session_.png);
+    });
+  }
+
+  void Write(const PictureView& rows) override {
+    session_.Run([&] {
+      for (int y = 0; y < rows.height; ++y) png_write_row(session_.png, rows.Row(y));
+    });
+  }
+
+  void Finish() override {
+    session_.Run([&] { png_write_end(session_.png, nullptr); });
+  }
+
+ private:
+  WriteSession session_;
+};
+
+}  // namespace
+
+std::unique_ptr<RowEncoder> StartPng(const Output& output) {
+  return std::make_unique<PngEncoder>(output);
+}
+
+}  // namespace qel::pictures
