@@ -29,7 +29,7 @@ expect "tool: library assertions" has __glibcxx_assert_fail readelf --dyn-syms -
 expect "module: marked targets of jumps" has endbr64 \
   objdump -d --disassemble=InitializeModule "$module"
 expect "tool: marked targets of jumps" has endbr64 objdump -d --disassemble=main "$tool"
-for source in module/factory.cpp filter/noise.cpp pictures/tiff.cpp cli/main.cpp; do
+for source in module/factory.cpp filter/noise.cpp pictures/tiff_reader.cpp cli/main.cpp; do
   expect "$source: stack touched page by page" has 'fstack-clash-protection' \
     grep -F "/$source" "$commands"
 done
