@@ -1,6 +1,7 @@
 #include "transform/resample/box_kernels.h"
 
 #include "simd/fetch.h"
+#include "simd/interleaved.h"
 #include "simd/window.h"
 
 namespace qel::QEL_LEVEL {
@@ -92,6 +93,69 @@ void SquareMeans(uint8_t* means, const uint8_t* source, int64_t stride, int64_t 
       });
 }
 
+// Boxes of 2 x 2 side by side.
+
+template <size_t kBytes>
+void HalveSingly(uint8_t* __restrict dest, const uint8_t* __restrict source, int64_t stride,
+                 size_t first, size_t count) {
+  const uint8_t* const below = source + stride;
+  for (size_t i = first * kBytes; i < count * kBytes; i += kBytes) {
+    for (size_t c = 0; c < kBytes && c < 3; ++c) {
+      const size_t left = 2 * i + c;
+      const size_t right = left + kBytes;
+      const int sum = source[left] + source[right] + below[left] + below[right];
+      dest[i + c] = static_cast<uint8_t>(sum / 4);
+    }
+  }
+}
+
+/// Bytes of a row that a block holds as whole pairs of pixels.
+template <size_t kBytes>
+constexpr size_t kPairedBytes = kBytes == 3 ? 12 : 16;
+
+/// The sums of every two neighbours: in each block, the bytes of four pixels give those of two.
+template <size_t kBytes>
+QEL_SIMD_INLINE I16 PairSums(const uint8_t* row) {
+  // Every other block; those between come with the next vector.
+  U8 v = LoadBlocks<U8>(row, 2 * kPairedBytes<kBytes>);
+  if constexpr (kBytes > 1) {
+    static constexpr auto kBesideNeighbours = MakePattern<16>([](size_t i) {
+      const size_t pair = i / (2 * kBytes);
+      const size_t channel = i / 2 % kBytes;
+      return i < kPairedBytes<kBytes> ? pair * 2 * kBytes + channel + i % 2 * kBytes : 0x80;
+    });
+    v = ShuffleBlocks(v, kBesideNeighbours);
+  }
+  return SatWidenMulPairwiseAdd(v, Set<I8>(1));
+}
+
+template <size_t kBytes>
+void Halve(uint8_t* dest, const uint8_t* source, int64_t stride, int64_t ahead, size_t count) {
+  constexpr size_t kRead = 2 * kVectorBytes / 16 * kPairedBytes<kBytes>;
+  constexpr size_t kPixels = kRead / 2 / kBytes;
+  // Pixels of 3 bytes are read and written with four bytes behind them.
+  constexpr size_t kBehind = kBytes == 3 ? 2 : 0;
+  size_t i = 0;
+  for (; kHasTableLookupBytes && i + kPixels + kBehind <= count; i += kPixels) {
+    const uint8_t* const from = source + 2 * kBytes * i;
+    uint8_t* const to = dest + kBytes * i;
+    Fetch(from + ahead, kRead);
+    Fetch(from + stride + ahead, kRead);
+    const auto means = [=](size_t at) {
+      return ShiftRight<2>(PairSums<kBytes>(from + at) + PairSums<kBytes>(from + stride + at));
+    };
+    const U8 halved = ReorderDemote2To<U8>(means(0), means(kPairedBytes<kBytes>));
+    if constexpr (kBytes == 3) {
+      static constexpr auto kCloseUp =
+          MakePattern<16>([](size_t k) { return k < 12 ? k / 6 * 8 + k % 6 : 0x80; });
+      StoreBlocks(ShuffleBlocks(halved, kCloseUp), to, 12);
+    } else {
+      StoreU(kBytes == 4 ? WithFourthBytes(halved, LoadU<U8>(to)) : halved, to);
+    }
+  }
+  HalveSingly<kBytes>(dest, source, stride, i, count);
+}
+
 void BoxMeans(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead, size_t count,
               const SmallBox& box, uint16_t* scratch) {
   const size_t squares = count - box.pixel_bytes;
@@ -145,6 +209,9 @@ void SumRows(uint32_t* __restrict sums, const uint8_t* __restrict source, int64_
 
 extern const BoxMeanKernels kBoxMeanKernels;
 constinit const BoxMeanKernels kBoxMeanKernels = {
+    .halve1 = &Halve<1>,
+    .halve3 = &Halve<3>,
+    .halve4 = &Halve<4>,
     .box_means = &BoxMeans,
     .sum_rows = &SumRows,
 };

@@ -22,6 +22,11 @@ inline constexpr uint32_t kLargestSmallBox = 128;
 
 /// Row functions of reductions by boxes.
 struct BoxMeanKernels {
+  /// dest[i] = mean of pixels 2 i and 2 i + 1 of two rows, `count` pixels of 1, 3 or 4 bytes. The
+  /// fourth bytes of `dest` stay. `ahead` bytes behind the rows are those that come next.
+  void (*halve1)(uint8_t* dest, const uint8_t* source, int64_t stride, int64_t ahead, size_t count);
+  void (*halve3)(uint8_t* dest, const uint8_t* source, int64_t stride, int64_t ahead, size_t count);
+  void (*halve4)(uint8_t* dest, const uint8_t* source, int64_t stride, int64_t ahead, size_t count);
   /// means[i] = mean of the box whose first byte is source[i], for each byte i from which the
   /// box ends within `count` bytes. `scratch` has room for 3 * `count` values.
   void (*box_means)(uint8_t* means, const uint8_t* source, int64_t stride, int64_t ahead,

@@ -157,15 +157,40 @@ void PickVectors(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   }
 }
 
+/// By vectors whose blocks of 16 bytes come from as many bytes of the source each.
+template <int kBytes>
+void PickQuarters(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
+  const auto lanes = MaskFromBits<U8, 0x7777'7777'7777'7777u>();
+  const bool all = kBytes != 4 || !plan.keep_alpha;
+  const size_t bytes = plan.pixels * kBytes;
+  size_t at = 0;
+  for (; at + 64 <= bytes; at += 64) {
+    const PickBlock& block = plan.blocks[at / 64];
+    if (block.span == 0) {
+      PickSingly<kBytes>(dest, source, plan, at / kBytes, (at + 64 + kBytes - 1) / kBytes);
+      continue;
+    }
+    for (size_t k = 0; k < 64; k += kVectorBytes) {
+      const U8 from = GatherBlocks<U8>(
+          [&](size_t b) { return source + block.base + block.starts[k / 16 + b]; });
+      const U8 picked = TableLookupBytesOr0(from, LoadU<U8>(block.index + k));
+      uint8_t* const to = dest + at + k;
+      StoreU(all ? picked : IfThenElse(lanes, picked, LoadU<U8>(to)), to);
+    }
+  }
+  PickSingly<kBytes>(dest, source, plan, at / kBytes, plan.pixels);
+}
+
 template <int kBytes>
 void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   if constexpr (kHasByteLookup) {
     const bool all = kBytes != 4 || !plan.keep_alpha;
     const auto pick = all ? &PickVectors<kBytes, true> : &PickVectors<kBytes, false>;
-    pick(dest, source, plan);
-  } else {
-    PickSingly<kBytes>(dest, source, plan, 0, plan.pixels);
+    return pick(dest, source, plan);
+  } else if constexpr (kHasTableLookupBytes) {
+    if (plan.blocks != nullptr) return PickQuarters<kBytes>(dest, source, plan);
   }
+  PickSingly<kBytes>(dest, source, plan, 0, plan.pixels);
 }
 
 /// The next byte of a column is its next channel or the first one of its next tap.
@@ -290,7 +315,9 @@ BlendRows<kRows> Blend(size_t taps, size_t channels) {
 
 extern const ResampleKernels kResampleKernels;
 constinit const ResampleKernels kResampleKernels = {
-    .picks_blocks = kHasByteLookup,
+    .pick_blocks = kHasByteLookup         ? PickBlocks::kSpans
+                   : kHasTableLookupBytes ? PickBlocks::kQuarters
+                                          : PickBlocks::kNone,
     .pick1 = &Pick<1>,
     .pick2 = &Pick<2>,
     .pick3 = &Pick<3>,

@@ -12,14 +12,21 @@ namespace qel {
 struct PickBlock {
   int64_t base;       ///< offset of the first byte that is read
   int32_t span;       ///< bytes that are read from there, 0 when they are too far apart
-  uint8_t index[64];  ///< relative to `base`
+  uint8_t starts[4];  ///< of quarters: the first byte that is read for each, relative to `base`
+  uint8_t index[64];  ///< relative to `base`, or to the start of the quarter
+};
+/// What pixels are picked by.
+enum class PickBlocks {
+  kNone,      ///< offsets
+  kQuarters,  ///< blocks whose quarters come from 16 bytes each, as in enlarged rows
+  kSpans,     ///< blocks that come from up to 256 bytes
 };
 
 /// Which pixels of a source row a destination row takes.
 struct PickPlan {
   size_t pixels;            ///< of the destination row
   const int32_t* offsets;   ///< offset of each one in the source row
-  const PickBlock* blocks;  ///< the same for every 64 bytes of the destination row
+  const PickBlock* blocks;  ///< the same for every 64 bytes of the destination row, or null
   bool keep_alpha;          ///< leave the fourth byte of pixels as it is
 };
 
@@ -70,9 +77,8 @@ using BlendPair = void (*)(const BlendRow (&rows)[2], const TileTaps& tile, size
 using BlendBlock = void (*)(const BlendRow (&rows)[4], const TileTaps& tile, size_t count);
 
 struct ResampleKernels {
-  /// Whether pixels are picked by blocks, and by offsets only where a block has no span; at other
-  /// levels all are picked by offsets.
-  bool picks_blocks;
+  /// What pixels are picked by if there are blocks; by offsets only where a block has no span.
+  PickBlocks pick_blocks;
   /// Copies the pixels of 1, 2, 3 or 4 bytes that `plan` names.
   void (*pick1)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);
   void (*pick2)(uint8_t* dest, const uint8_t* source, const PickPlan& plan);

@@ -6,9 +6,9 @@
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "transform/image_deform.h"
-#include "transform/resample/nearest_copy.h"
+#include "transform/resample/picker.h"
 #include "transform/warp/circle_kernels.h"
-#include "transform/warp/picker.h"
+#include "transform/warp/nearest_copy.h"
 
 namespace qel {
 namespace {
@@ -129,7 +129,7 @@ void Fold(const Circle& circle, ColourCopy& copy) {
   // Columns that sample outside: the first 8, and at most 15 of the last.
   int missing[24];
   const uint32_t outside = OutsideColor(source);
-  Picker<40 * 1024> picker(pixel_bytes, false, false);
+  Picker<40 * 1024> picker(pixel_bytes, false, INFINITY, source.Columns() * pixel_bytes);
   for (int first = 0; first < circle.width;) {
     const int count =
         static_cast<int>(std::min<int64_t>(picker.most_pixels(), circle.width - first));

@@ -6,8 +6,8 @@
 #include "image/numeric.h"
 #include "simd/fetch.h"
 #include "transform/image_transform.h"
-#include "transform/resample/nearest_copy.h"
 #include "transform/warp/blend_pixel.h"
+#include "transform/warp/nearest_copy.h"
 
 namespace qel {
 namespace {

@@ -3,7 +3,7 @@
 #include "component/result_image.h"
 #include "image/numeric.h"
 #include "transform/image_transform.h"
-#include "transform/resample/nearest_copy.h"
+#include "transform/warp/nearest_copy.h"
 
 namespace qel {
 

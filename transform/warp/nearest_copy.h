@@ -1,5 +1,5 @@
-#ifndef QEL_TRANSFORM_RESAMPLE_NEAREST_COPY_H_
-#define QEL_TRANSFORM_RESAMPLE_NEAREST_COPY_H_
+#ifndef QEL_TRANSFORM_WARP_NEAREST_COPY_H_
+#define QEL_TRANSFORM_WARP_NEAREST_COPY_H_
 
 #include "image/image_view.h"
 #include "transform/warp/warp_kernels.h"
@@ -72,4 +72,4 @@ class ColourCopy {
 
 }  // namespace qel
 
-#endif  // QEL_TRANSFORM_RESAMPLE_NEAREST_COPY_H_
+#endif  // QEL_TRANSFORM_WARP_NEAREST_COPY_H_

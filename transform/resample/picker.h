@@ -1,5 +1,5 @@
-#ifndef QEL_TRANSFORM_WARP_PICKER_H_
-#define QEL_TRANSFORM_WARP_PICKER_H_
+#ifndef QEL_TRANSFORM_RESAMPLE_PICKER_H_
+#define QEL_TRANSFORM_RESAMPLE_PICKER_H_
 
 #include <algorithm>
 
@@ -13,21 +13,28 @@ PickRow PickOf(int pixel_bytes);
 
 /// Pixels that take whole blocks.
 inline constexpr size_t kPickedPixels = sizeof(PickBlock::index);
-/// Describes where up to `kPickedPixels` pixels at `offsets` come from.
-void DescribeBlocks(PickBlock* blocks, const int32_t* offsets, size_t count, size_t pixel_bytes);
+/// Describes where up to `kPickedPixels` pixels at `offsets` come from, in a source row of
+/// `row_bytes` bytes.
+void DescribeBlocks(PickBlock* blocks, const int32_t* offsets, size_t count, size_t pixel_bytes,
+                    int64_t row_bytes);
 
 /// The pixels that every row of a tile of a destination picks from its source row. Tiles are what
 /// `kBytes` bytes can describe, which an operation has on its stack.
 template <size_t kBytes>
 class Picker {
  public:
-  /// Unless `keep_alpha`, pixels of 4 bytes are picked with their alpha. With `close`, those of 64
-  /// bytes of a destination row lie within 256 bytes of the source row; wider tiles fit then.
-  Picker(int pixel_bytes, bool keep_alpha, bool close)
+  /// Unless `keep_alpha`, pixels of 4 bytes are picked with their alpha. `step` is how many pixels
+  /// of the source row, of `row_bytes` bytes, lie between neighbours at the most.
+  Picker(int pixel_bytes, bool keep_alpha, float step, int64_t row_bytes)
       : pixel_bytes_(static_cast<size_t>(pixel_bytes)),
+        row_bytes_(row_bytes),
         keep_alpha_(keep_alpha),
-        has_blocks_(ActiveResampleKernels().picks_blocks),
-        has_offsets_(!has_blocks_ || !close),
+        blocks_are_(ActiveResampleKernels().pick_blocks),
+        has_blocks_(blocks_are_ == PickBlocks::kSpans ||
+                    (blocks_are_ == PickBlocks::kQuarters && step <= 1)),
+        // Up to this step, 64 bytes of a destination row come from 256 bytes of a source row. Tiles
+        // whose pixels all lie in blocks are wider.
+        has_offsets_(blocks_are_ != PickBlocks::kSpans || !(step <= 3.5f)),
         pick_(PickOf(pixel_bytes)) {
     const size_t offsets = has_offsets_ ? kPickedPixels * sizeof(int32_t) : 0;
     const size_t blocks = has_blocks_ ? pixel_bytes_ * sizeof(PickBlock) : 0;
@@ -53,18 +60,21 @@ class Picker {
         some[i] = static_cast<int32_t>(offset_of(static_cast<int64_t>(first + i)));
       }
       if (!has_blocks_) continue;
-      DescribeBlocks(blocks_ + first / kPickedPixels * pixel_bytes_, some, end, pixel_bytes_);
+      DescribeBlocks(blocks_ + first / kPickedPixels * pixel_bytes_, some, end, pixel_bytes_,
+                     row_bytes_);
     }
   }
 
   /// Copies the tile's pixels of a row.
   void Pick(uint8_t* dest, const uint8_t* source) const {
-    pick_(dest, source, {count_, offsets_, blocks_, keep_alpha_});
+    pick_(dest, source, {count_, offsets_, has_blocks_ ? blocks_ : nullptr, keep_alpha_});
   }
 
  private:
   const size_t pixel_bytes_;
+  const int64_t row_bytes_;
   const bool keep_alpha_;
+  const PickBlocks blocks_are_;
   const bool has_blocks_;
   const bool has_offsets_;
   const PickRow pick_;
@@ -77,4 +87,4 @@ class Picker {
 
 }  // namespace qel
 
-#endif  // QEL_TRANSFORM_WARP_PICKER_H_
+#endif  // QEL_TRANSFORM_RESAMPLE_PICKER_H_

@@ -1,4 +1,4 @@
-#include "transform/resample/nearest_copy.h"
+#include "transform/warp/nearest_copy.h"
 
 #include <algorithm>
 #include <cstdlib>

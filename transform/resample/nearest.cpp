@@ -1,0 +1,74 @@
+#include <algorithm>
+
+#include "image/pixel_layout.h"
+#include "transform/resample/picker.h"
+#include "transform/resample/resample.h"
+#include "transform/resample/tiles.h"
+
+namespace qel {
+namespace {
+
+/// Writes a destination whose column `x` takes the pixel at `column_offset(x)` of the source row at
+/// `row_offset(y)`. `finish(dest, y, columns)` completes each part of a row.
+template <typename ColumnOffsets, typename RowOffsets, typename Finish>
+void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageView& dest,
+               ColumnOffsets&& column_offset, RowOffsets&& row_offset, Finish&& finish) {
+  // Narrow tiles are slower: this is nearly all of the stack that an operation may take.
+  Picker<50 * 1024> picker(plan.pixel_bytes, plan.keep_alpha, StepOf(source, plan.scale),
+                           source.Columns() * plan.pixel_bytes);
+  const int64_t tiles = (dest.Columns() + picker.most_pixels() - 1) / picker.most_pixels();
+  const int64_t width = (dest.Columns() + tiles - 1) / tiles;
+  Columns tile = {};
+  WriteTiles(
+      dest, plan.pixel_bytes, !plan.keep_alpha,
+      [&](int64_t x) { return std::min(width, dest.Columns() - x); },
+      [&](const Columns& columns) {
+        tile = columns;
+        picker.Describe(tile.count, [&](int64_t i) { return column_offset(tile.first + i); });
+      },
+      row_offset,
+      [&](uint8_t* to, int64_t y, int64_t offset) {
+        picker.Pick(to, source.bits + offset);
+        finish(to, y, tile);
+      });
+}
+
+}  // namespace
+
+void CopyNearest(const ResamplePlan& plan, const ImageView& source, const ImageView& dest) {
+  if (source.bits == nullptr) {
+    // Every pixel of a source without memory is black with the outside marker.
+    uint8_t black[4] = {0, 0, 0, kOutsideMarker};
+    ImageView pixel = source;
+    pixel.bits = black;
+    pixel.width = pixel.height = 1;
+    ResamplePlan from_pixel = plan;
+    from_pixel.scale = {0.0f, 0.0f};
+    return CopyNearest(from_pixel, pixel, dest);
+  }
+  PickTiles(
+      plan, source, dest, [&](int64_t x) { return ColumnOffset(x, plan.scale, plan.pixel_bytes); },
+      [&](int64_t y) { return RowOffset(y, plan.scale, source.stride); },
+      [](uint8_t*, int64_t, const Columns&) {});
+}
+
+void PickPixels(const ResamplePlan& plan, const ImageView& source, const ImageView& dest) {
+  const bool nearest = MethodOf(plan.interpolation).sampling == Sampling::kNearest;
+  const auto tap = [=](float v) { return nearest ? NearestTap(v) : TruncateToInt(v); };
+  const SamplePositions columns(dest.Columns(), plan.scale.x);
+  const SamplePositions rows(dest.Rows(), plan.scale.y);
+  const auto column_of = [&](int64_t x) { return tap(columns[x]); };
+  const bool opaque = !nearest && source.bit_count == 32;
+  PickTiles(
+      plan, source, dest, [&](int64_t x) { return int64_t{column_of(x)} * plan.pixel_bytes; },
+      [&](int64_t y) { return int64_t{tap(rows[y])} * source.stride; },
+      [&](uint8_t* to, int64_t y, const Columns& tile) {
+        // The last column and row keep their alpha.
+        if (!opaque || tap(rows[y]) == source.height - 1) return;
+        int64_t count = tile.count;
+        while (count > 0 && column_of(tile.first + count - 1) >= source.width - 1) --count;
+        ActiveResampleKernels().make_opaque(to, static_cast<size_t>(count));
+      });
+}
+
+}  // namespace qel
