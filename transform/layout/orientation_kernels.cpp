@@ -1,8 +1,9 @@
 #include "transform/layout/orientation_kernels.h"
 
+#include <type_traits>
+
 #include "simd/fetch.h"
 #include "simd/interleaved.h"
-#include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -12,10 +13,109 @@ void CopyPixel(uint8_t* dest, const uint8_t* source) {
   __builtin_memcpy(dest, source, kBytes);
 }
 
-/// One rectangle of a transpose, pixel by pixel.
+// Transposes go in tiles whose cache lines on both sides fit the innermost cache. Within a block of
+// 16 bytes, interleaving rows i and i + n / 2 of n rows n elements long rotates the bits of row and
+// column by one place; after log2(n) times they have changed sides: perfect shuffles (Stone 1971).
+// A vector has rows of as many such squares below each other as it has blocks.
+
+/// Source rows and columns of a tile.
+constexpr int64_t kTileRows = 64;
+constexpr int64_t kTileColumns = 16;
+
+/// Transposes the squares that the blocks of `rows` hold.
+template <typename V, size_t kSide>
+QEL_SIMD_INLINE void TransposeSquares(V (&rows)[kSide]) {
+  static_assert(kSide * sizeof(typename V::Lane) == 16);
+  for (size_t bit = 1; bit < kSide; bit *= 2) {
+    V pairs[kSide];
+    for (size_t i = 0; i < kSide / 2; ++i) {
+      pairs[2 * i] = InterleaveLower(rows[i], rows[i + kSide / 2]);
+      pairs[2 * i + 1] = InterleaveUpper(rows[i], rows[i + kSide / 2]);
+    }
+    for (size_t i = 0; i < kSide; ++i) rows[i] = pairs[i];
+  }
+}
+
+/// Pixels of 4 bytes, or of 3 with room for a fourth, four of them in each block.
+template <int kBytes, size_t kFirst>
+QEL_SIMD_INLINE U32 LoadPixelBlocks(const uint8_t* source, int64_t stride) {
+  // The last pixels of a row are loaded together with what lies before them, not behind.
+  constexpr size_t kBefore = kBytes == 3 && kFirst == kTileColumns - 4 ? 4 : 0;
+  const U8 bytes = LoadBlocks<U8>(source + kBytes * kFirst - kBefore, stride);
+  if constexpr (kBytes == 4) return BitCast<U32>(bytes);
+  static constexpr auto kApart =
+      MakePattern<16>([](size_t i) { return i % 4 == 3 ? 0x80 : i / 4 * 3 + i % 4 + kBefore; });
+  return BitCast<U32>(ShuffleBlocks(bytes, kApart));
+}
+/// Stores sixteen pixels of 3 bytes per block: four of them, with a fourth byte, are in that block
+/// of each vector. Stores of whole blocks lie in one line of the cache.
+QEL_SIMD_INLINE void StorePixels3(U32 v0, U32 v1, U32 v2, U32 v3, uint8_t* dest) {
+  // The bytes that a block has of each vector, turned so far that they stand where they are stored.
+  const auto turned = []<size_t kBy>(U32 v, std::integral_constant<size_t, kBy>) {
+    static constexpr auto kPlaces = MakePattern<16>([](size_t i) {
+      const size_t byte = (i + 16 - kBy) % 16;
+      return byte < 12 ? byte / 3 * 4 + byte % 3 : 0x80;
+    });
+    return ShuffleBlocks(BitCast<U8>(v), kPlaces);
+  };
+  const U8 a = turned(v0, std::integral_constant<size_t, 0>());
+  const U8 b = turned(v1, std::integral_constant<size_t, 12>());
+  const U8 c = turned(v2, std::integral_constant<size_t, 8>());
+  const U8 d = turned(v3, std::integral_constant<size_t, 4>());
+  StoreBlocks(IfThenElse(MaskFromBits<U8, 0xF000'F000'F000'F000u>(), b, a), dest, 48);
+  StoreBlocks(IfThenElse(MaskFromBits<U8, 0xFF00'FF00'FF00'FF00u>(), c, b), dest + 16, 48);
+  StoreBlocks(IfThenElse(MaskFromBits<U8, 0xFFF0'FFF0'FFF0'FFF0u>(), d, c), dest + 32, 48);
+}
+
+/// Transposes four columns of as many rows of a tile as a vector has pixels of 4 bytes, or bytes.
+template <int kBytes, size_t kFirst = 0>
+QEL_SIMD_INLINE void TransposeRows(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                                   int64_t source_stride) {
+  constexpr size_t kSquares = kBytes == 3 ? 4 : 1;
+  U32 columns[kSquares][4];
+  for (size_t k = 0; k < kSquares; ++k) {
+    for (size_t i = 0; i < 4; ++i) {
+      const auto row = static_cast<int64_t>(4 * k + i);
+      columns[k][i] = LoadPixelBlocks<kBytes, kFirst>(source + row * source_stride,
+                                                      4 * kSquares * source_stride);
+    }
+    TransposeSquares(columns[k]);
+  }
+  for (size_t i = 0; i < 4; ++i) {
+    uint8_t* const to = dest + static_cast<int64_t>(kFirst + i) * dest_stride;
+    if constexpr (kBytes == 4) {
+      StoreU(columns[0][i], to);
+    } else {
+      StorePixels3(columns[0][i], columns[1][i], columns[2][i], columns[3][i], to);
+    }
+  }
+  if constexpr (kFirst + 4 < kTileColumns) {
+    TransposeRows<kBytes, kFirst + 4>(dest, dest_stride, source, source_stride);
+  }
+}
+
 template <int kBytes>
-void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
-                   int64_t columns, int64_t rows) {
+void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                   int64_t source_stride) {
+  constexpr int64_t kRows = kBytes == 4 ? U32::kLanes : U8::kLanes;
+  for (int64_t x = 0; x < kTileRows; x += kRows) {
+    const uint8_t* const from = source + x * source_stride;
+    if constexpr (kBytes == 1) {
+      U8 rows[16];
+      for (int64_t i = 0; i < 16; ++i) {
+        rows[i] = LoadBlocks<U8>(from + i * source_stride, 16 * source_stride);
+      }
+      TransposeSquares(rows);
+      for (int64_t i = 0; i < 16; ++i) StoreU(rows[i], dest + x + i * dest_stride);
+    } else {
+      TransposeRows<kBytes>(dest + x * kBytes, dest_stride, from, source_stride);
+    }
+  }
+}
+
+template <int kBytes>
+void TransposeSingly(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                     int64_t source_stride, int64_t columns, int64_t rows) {
   for (int64_t y = 0; y < columns; ++y) {
     for (int64_t x = 0; x < rows; ++x) {
       CopyPixel<kBytes>(dest + y * dest_stride + x * kBytes,
@@ -24,109 +124,37 @@ void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, in
   }
 }
 
-constexpr int64_t Smaller(int64_t a, int64_t b) { return a < b ? a : b; }
-
-/// Source rows and columns of a tile: its cache lines on both sides fit the innermost cache.
-constexpr int64_t kTileRows = 64;
-constexpr int64_t kTileColumns = 16;
-
-// Where bytes are looked up in whole vectors, sixteen pixels of sixteen rows at a time.
-
-/// Transposes 16 x 16 words held in 16 vectors.
-inline void TransposeWords(U32 (&r)[16]) {
-  U32 t[16];
-  for (size_t i = 0; i < 16; i += 2) {
-    t[i] = InterleaveLower(r[i], r[i + 1]);
-    t[i + 1] = InterleaveUpper(r[i], r[i + 1]);
-  }
-  const auto pairs = [](U32 v) { return BitCast<U64>(v); };
-  for (size_t i = 0; i < 16; i += 4) {
-    r[i] = BitCast<U32>(InterleaveLower(pairs(t[i]), pairs(t[i + 2])));
-    r[i + 1] = BitCast<U32>(InterleaveUpper(pairs(t[i]), pairs(t[i + 2])));
-    r[i + 2] = BitCast<U32>(InterleaveLower(pairs(t[i + 1]), pairs(t[i + 3])));
-    r[i + 3] = BitCast<U32>(InterleaveUpper(pairs(t[i + 1]), pairs(t[i + 3])));
-  }
-  // r[4 g + k] now holds, in its four blocks p, words 4 g to 4 g + 3 of column 4 p + k.
-  for (size_t k = 0; k < 4; ++k) {
-    t[k] = ConcatEvenBlocks(r[4 + k], r[k]);
-    t[4 + k] = ConcatOddBlocks(r[4 + k], r[k]);
-    t[8 + k] = ConcatEvenBlocks(r[12 + k], r[8 + k]);
-    t[12 + k] = ConcatOddBlocks(r[12 + k], r[8 + k]);
-  }
-  for (size_t k = 0; k < 4; ++k) {
-    r[k] = ConcatEvenBlocks(t[8 + k], t[k]);
-    r[8 + k] = ConcatOddBlocks(t[8 + k], t[k]);
-    r[4 + k] = ConcatEvenBlocks(t[12 + k], t[4 + k]);
-    r[12 + k] = ConcatOddBlocks(t[12 + k], t[4 + k]);
-  }
-}
-
-/// 16 x 16 pixels of 3 or 4 bytes.
-template <int kBytes>
-void TransposeBlock(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                    int64_t source_stride) {
-  U32 block[16];
-  for (int i = 0; i < 16; ++i) {
-    const uint8_t* const row = source + i * source_stride;
-    block[i] = kBytes == 4 ? LoadU<U32>(row) : LoadWords3(row);
-  }
-  TransposeWords(block);
-  for (int i = 0; i < 16; ++i) StoreWords<kBytes>(block[i], dest + i * dest_stride);
-}
-
-/// 16 x 16 pixels of 1 byte: four vectors of four rows each.
-template <>
-inline void TransposeBlock<1>(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                              int64_t source_stride) {
-  U8 rows[4];
-  for (int i = 0; i < 4; ++i)
-    rows[i] = LoadBlocks<U8>(source + 4 * i * source_stride, source_stride);
-  // Byte j of output vector i is column 4 i + j / 16 of row j % 16.
-  static constexpr auto kOrder = MakePattern<64>([](size_t j) { return j % 8 * 16 + j / 16; });
-  const U8 order = LoadU<U8>(kOrder.bytes);
-  for (int i = 0; i < 4; ++i) {
-    const U8 columns = order + Set<U8>(static_cast<uint8_t>(4 * i));
-    const U8 upper = TwoTablesLookupLanes(rows[0], rows[1], columns);
-    const U8 lower = TwoTablesLookupLanes(rows[2], rows[3], columns);
-    const U8 both = IfThenElse(MaskFromBits<U8, 0xFF00'FF00'FF00'FF00u>(), lower, upper);
-    StoreBlocks(both, dest + 4 * i * dest_stride, dest_stride);
-  }
-}
-
-template <int kBytes>
-void TransposeRectangle(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                        int64_t source_stride, int64_t columns, int64_t rows) {
-  int64_t x = 0;
-  if constexpr (kHasByteLookup) {
-    for (; columns >= 16 && x + 16 <= rows; x += 16) {
-      TransposeBlock<kBytes>(dest + x * kBytes, dest_stride, source + x * source_stride,
-                             source_stride);
-    }
-  }
-  TransposeTile<kBytes>(dest + x * kBytes, dest_stride, source + x * source_stride, source_stride,
-                        columns, rows - x);
-}
-
 /// Brings the rows of a rectangle.
 template <int kWrite>
 void FetchRectangle(const uint8_t* first, int64_t stride, int64_t rows, int64_t bytes) {
   for (; rows > 0; --rows, first += stride) Fetch<kWrite>(first, bytes);
 }
 
+constexpr int64_t Smaller(int64_t a, int64_t b) { return a < b ? a : b; }
+
 template <int kBytes>
 void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
                int64_t columns, int64_t rows) {
-  for (int64_t x = 0; x < rows; x += kTileRows) {
+  const bool has_tiles =
+      (kBytes != 3 || kHasTableLookupBytes) && rows >= kTileRows && columns >= kTileColumns;
+  for (int64_t next_x = 0; next_x < rows; next_x += kTileRows) {
+    // The last tiles overlap those before them.
+    const int64_t x = has_tiles ? Smaller(next_x, rows - kTileRows) : next_x;
     const int64_t tile_rows = Smaller(rows - x, kTileRows);
-    for (int64_t y = 0; y < columns; y += kTileColumns) {
+    for (int64_t next_y = 0; next_y < columns; next_y += kTileColumns) {
+      const int64_t y = has_tiles ? Smaller(next_y, columns - kTileColumns) : next_y;
       uint8_t* const to = dest + y * dest_stride + x * kBytes;
       const uint8_t* const from = source + x * source_stride + y * kBytes;
       const int64_t ahead = Smaller(columns - y - kTileColumns, kTileColumns);
       FetchRectangle<1>(to + kTileColumns * dest_stride, dest_stride, ahead, tile_rows * kBytes);
       if (ahead > 0)
         FetchRectangle<0>(from + kTileColumns * kBytes, source_stride, tile_rows, ahead * kBytes);
-      TransposeRectangle<kBytes>(to, dest_stride, from, source_stride,
-                                 Smaller(columns - y, kTileColumns), tile_rows);
+      if (has_tiles) {
+        TransposeTile<kBytes>(to, dest_stride, from, source_stride);
+      } else {
+        TransposeSingly<kBytes>(to, dest_stride, from, source_stride,
+                                Smaller(columns - y, kTileColumns), tile_rows);
+      }
     }
   }
 }
