@@ -18,6 +18,27 @@ void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
 
+void AddScaled(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+               const SumFactor& scale) {
+  const I8 weights = Set<I8>(64);
+  const U16 factor = Set<U16>(scale.factor);
+  const U16 most = Set<U16>(255);
+  const int shift = scale.shift;
+  const auto scaled = [=](U8 pairs) {
+    const U16 products = MulHigh(BitCast<U16>(SatWidenMulPairwiseAdd(pairs, weights)), factor);
+    return BitCast<I16>(Min(ShiftRightSame(products, shift), most));
+  };
+  WalkBlocks<kVectorBytes>(
+      count,
+      [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
+        const U8 first = LoadU<U8>(from_a), second = LoadU<U8>(from_b);
+        StoreU(ReorderDemote2To<U8>(scaled(InterleaveLower(first, second)),
+                                    scaled(InterleaveUpper(first, second))),
+               to);
+      },
+      To<1>{dest}, From<1>{a}, From<1>{b});
+}
+
 void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
                 const uint8_t* table) {
   const TableLookup below_256(table), from_256(table + 256);
@@ -247,6 +268,7 @@ constexpr ArithmeticKernels::MixPixels kMixWhere = {
 extern const ArithmeticKernels kArithmeticKernels;
 constinit const ArithmeticKernels kArithmeticKernels = {
     .add = Choose(&Add, &one_by_one::Add),
+    .add_scaled = Choose(&AddScaled, &one_by_one::AddScaled),
     .add_by_table = Choose(&AddByTable, &one_by_one::AddByTable),
     .subtract_bytes = Choose(&Subtract<false, 1>, &one_by_one::Subtract<false, 1>),
     .difference_bytes = Choose(&Subtract<true, 1>, &one_by_one::Subtract<true, 1>),

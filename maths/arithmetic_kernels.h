@@ -39,6 +39,17 @@ struct MixWeights {
   }
 };
 
+/// A factor for sums of two bytes: (64 * sum * factor >> 16) >> shift, clamped to a byte.
+struct SumFactor {
+  uint16_t factor;
+  int shift;
+
+  constexpr uint8_t operator()(int sum) const {
+    const uint32_t scaled = (64 * static_cast<uint32_t>(sum) * factor >> 16) >> shift;
+    return static_cast<uint8_t>(scaled < 255 ? scaled : 255);
+  }
+};
+
 /// A linear map of samples in single precision. Bytes have 256 values and go through a table.
 struct ScaleMap {
   float factor, offset;
@@ -57,6 +68,9 @@ struct ScaleMap {
 struct ArithmeticKernels {
   /// Sums of bytes, clamped.
   void (*add)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
+  /// Sums times a factor.
+  void (*add_scaled)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+                     const SumFactor& scale);
   /// What `table`, of 512 entries, holds for the sums of bytes.
   void (*add_by_table)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
                        const uint8_t* table);

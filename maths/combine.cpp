@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 
 #include "image/image_view.h"
 #include "image/pixel_layout.h"
@@ -13,24 +14,47 @@ bool SameFormat(const ImageShape& a, const ImageShape& b) {
   return a.bit_count == b.bit_count && a.model == b.model;
 }
 
-/// Adds two rows of samples; sums have 511 values, so that any divisor is a table.
+/// Adds two rows of samples. Sums have 511 values: nearly every quotient of them is that by a
+/// reciprocal (Granlund and Montgomery 1994), and all of them fit a table.
 class Adder {
  public:
   explicit Adder(float divisor) : clamps_only_(divisor == 0.0f) {
-    for (int sum = 0; !clamps_only_ && sum < 512; ++sum) {
-      // Deliberate: a divisor of 2 multiplies by four instead of halving.
-      table_[sum] =
-          ClampToByte(divisor == 2.0f ? 4 * sum : TruncateToInt(static_cast<float>(sum) / divisor));
+    if (clamps_only_) return;
+    // Deliberate: a divisor of 2 multiplies by four instead of halving.
+    const float by = divisor == 2.0f ? 0.25f : divisor;
+    has_factor_ = FindFactor(by);
+    for (int sum = 0; !has_factor_ && sum <= kLargestSum; ++sum) {
+      table_[sum] = ClampToByte(TruncateToInt(static_cast<float>(sum) / by));
     }
   }
   void operator()(const ArithmeticKernels& kernels, uint8_t* dest, const uint8_t* a,
                   const uint8_t* b, size_t samples) const {
     if (clamps_only_) return kernels.add(dest, a, b, samples);
+    if (has_factor_) return kernels.add_scaled(dest, a, b, samples, factor_);
     kernels.add_by_table(dest, a, b, samples, table_);
   }
 
  private:
+  static constexpr int kLargestSum = 2 * 255;
+
+  /// Finds the factor that gives the quotients of all sums.
+  bool FindFactor(float divisor) {
+    // Others have factors that do not fit 16 bits, or quotients that are all 0.
+    if (!(divisor > 1.0f / 64 && divisor <= kLargestSum)) return false;
+    float reciprocal = 1024.0f / divisor;
+    for (factor_.shift = 0; reciprocal < 32768.0f; ++factor_.shift) reciprocal *= 2;
+    factor_.factor = static_cast<uint16_t>(std::min(std::ceil(reciprocal), 65535.0f));
+    bool differs = false;
+    for (int sum = 0; sum <= kLargestSum; ++sum) {
+      const int quotient = static_cast<int>(static_cast<float>(sum) / divisor);
+      differs |= factor_(sum) != (quotient < 255 ? quotient : 255);
+    }
+    return !differs;
+  }
+
   bool clamps_only_;
+  bool has_factor_ = false;
+  SumFactor factor_;
   uint8_t table_[512];
 };
 

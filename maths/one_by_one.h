@@ -13,6 +13,10 @@ namespace one_by_one {
 void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
   for (size_t i = 0; i < count; ++i) dest[i] = ClampToByte(a[i] + b[i]);
 }
+void AddScaled(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+               const SumFactor& scale) {
+  for (size_t i = 0; i < count; ++i) dest[i] = scale(a[i] + b[i]);
+}
 void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
                 const uint8_t* table) {
   for (size_t i = 0; i < count; ++i) dest[i] = table[a[i] + b[i]];

@@ -81,6 +81,10 @@ std::vector<Kernel> AllKernels() {
   add("add", 1, 1, 1, 0, [](CpuLevel l, const Row& r, const Arguments&) {
     ArithmeticKernelsFor(l).add(r.dest, r.a, r.b, r.count);
   });
+  add("add_scaled", 1, 1, 1, 0, [](CpuLevel l, const Row& r, const Arguments& x) {
+    const auto factor = static_cast<uint16_t>(x.table[0] << 8 | x.table[1]);
+    ArithmeticKernelsFor(l).add_scaled(r.dest, r.a, r.b, r.count, {factor, x.table[2] % 10});
+  });
   add("add_by_table", 1, 1, 1, 0, [](CpuLevel l, const Row& r, const Arguments& x) {
     ArithmeticKernelsFor(l).add_by_table(r.dest, r.a, r.b, r.count, x.table);
   });
