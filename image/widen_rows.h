@@ -22,23 +22,35 @@ inline void GreyTo24(uint8_t* dest, const uint8_t* source, size_t count) {
       To<3>{dest}, From<1>{source});
 }
 
+inline void ColourTo32Singly(uint8_t* dest, const uint8_t* source, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[3 * i + c];
+    dest[4 * i + 3] = 255;
+  }
+}
 inline void ColourTo32(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) {
-    for (size_t i = 0; i < count; ++i) {
-      for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[3 * i + c];
-      dest[4 * i + 3] = 255;
-    }
+  if constexpr (kVectorBytes == 16) return ColourTo32Singly(dest, source, count);
+  if constexpr (kHasByteLookup) {
+    WalkBlocks<kVectorBytes>(
+        count,
+        [](uint8_t* to, const uint8_t* from) {
+          U8 channels[4];
+          LoadInterleaved<3>(from, channels);
+          channels[3] = Set<U8>(255);
+          StoreInterleaved<4>(channels, to);
+        },
+        To<4>{dest}, From<3>{source});
     return;
   }
-  WalkBlocks<kVectorBytes>(
-      count,
-      [](uint8_t* to, const uint8_t* from) {
-        U8 channels[4];
-        LoadInterleaved<3>(from, channels);
-        channels[3] = Set<U8>(255);
-        StoreInterleaved<4>(channels, to);
-      },
-      To<4>{dest}, From<3>{source});
+  // Blocks of four pixels are loaded with the four bytes behind them.
+  constexpr size_t kPixels = U32::kLanes;
+  static constexpr auto kApart =
+      MakePattern<16>([](size_t i) { return i % 4 == 3 ? 0x80 : i / 4 * 3 + i % 4; });
+  for (; count >= kPixels + 2; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
+    const U8 colours = ShuffleBlocks(LoadBlocks<U8>(source, 12), kApart);
+    StoreU(colours | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
+  }
+  ColourTo32Singly(dest, source, count);
 }
 
 /// Rows that do not overlap.

@@ -8,21 +8,33 @@ namespace {
 
 // The lowest level goes one pixel after the other, whatever rows share memory.
 
+void FourTo3Singly(uint8_t* dest, const uint8_t* source, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[4 * i + c];
+  }
+}
 void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) {
-    for (size_t i = 0; i < count; ++i) {
-      for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[4 * i + c];
-    }
+  if constexpr (kVectorBytes == 16) return FourTo3Singly(dest, source, count);
+  if constexpr (kHasByteLookup) {
+    WalkBlocks<kVectorBytes>(
+        count,
+        [](uint8_t* to, const uint8_t* from) {
+          U8 channels[4];
+          LoadInterleaved<4>(from, channels);
+          StoreInterleaved<3>(channels, to);
+        },
+        To<3>{dest}, From<4>{source});
     return;
   }
-  WalkBlocks<kVectorBytes>(
-      count,
-      [](uint8_t* to, const uint8_t* from) {
-        U8 channels[4];
-        LoadInterleaved<4>(from, channels);
-        StoreInterleaved<3>(channels, to);
-      },
-      To<3>{dest}, From<4>{source});
+  // Blocks of four pixels are stored with four bytes behind them, which the next ones overwrite.
+  constexpr size_t kPixels = U32::kLanes;
+  static constexpr auto kCloseUp =
+      MakePattern<16>([](size_t i) { return i < 12 ? i / 3 * 4 + i % 3 : 0x80; });
+  for (; count >= kPixels + 2; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
+    FetchAhead<4 * kPixels>(source);
+    StoreBlocks(ShuffleBlocks(LoadU<U8>(source), kCloseUp), dest, 12);
+  }
+  FourTo3Singly(dest, source, count);
 }
 
 template <size_t kBytes>
