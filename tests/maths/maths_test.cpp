@@ -503,6 +503,29 @@ TEST_P(Maths, KeepsByteOrdersAndMasksOfFills) {
   Gives("8 bits", fill(mask.Get(), 0x1FF), RowOf(8, {7, 7}), {7, 0xFF});
 }
 
+TEST_P(Maths, AddDividesEverySum) {
+  Raster::NewImageLayout() = {};
+  constexpr size_t kSums = 2 * 255 + 1;
+  Bytes lower(kSums), upper(kSums);
+  for (size_t sum = 0; sum < kSums; ++sum) {
+    lower[sum] = static_cast<uint8_t>(std::min<size_t>(sum, 255));
+    upper[sum] = static_cast<uint8_t>(sum - lower[sum]);
+  }
+  const auto a = RowOf(8, lower), b = RowOf(8, upper);
+  std::vector<float> divisors = {1, 3, 7, 0.25f, 254.5f, 509.99f, 510, 511, 0.015625f, 0.0156251f};
+  Rng rng(1);
+  for (int i = 0; i < 200; ++i) divisors.push_back(std::exp2(rng.Float(-7, 10)));
+  for (const float divisor : divisors) {
+    Bytes quotients(kSums);
+    for (size_t sum = 0; sum < kSums; ++sum) {
+      quotients[sum] = static_cast<uint8_t>(std::min(static_cast<float>(sum) / divisor, 255.0f));
+    }
+    const auto dest = RowOf(8, Bytes(kSums));
+    EXPECT_EQ(maths().Add(dest.Get(), a.Get(), b.Get(), divisor), kOk);
+    EXPECT_EQ(Content(dest), quotients) << "divisor " << divisor;
+  }
+}
+
 TEST_P(Maths, KeepsDivisorTwoMultiplyingByFour) {
   const auto a = RowOf(8, {10, 63}), b = RowOf(8, {20, 1});
   Raster::NewImageLayout() = {};
