@@ -81,8 +81,14 @@ struct GeometricMean {
   }
 };
 
+/// In parentheses, where the operation has several.
+std::string MethodOf(const Result& result) {
+  return result.row->method ? " (" + result.row->method(result.depth) + ")" : "";
+}
+
 std::string TableLine(const Result& result, size_t module) {
-  std::string line = "| " + result.row->name + " | " + std::to_string(result.depth) + " | ";
+  std::string line =
+      "| " + result.row->name + MethodOf(result) + " | " + std::to_string(result.depth) + " | ";
   if (result.verdict.kind != Verdict::Kind::kRight) {
     return line + result.verdict.reason + " | | | | | | | | | |\n";
   }
@@ -144,7 +150,7 @@ std::string LineOf(const Setting& setting, const Result& result, int size) {
     if (size == 0 && figures.OverGoal(row) > 1) line += " MISSED";
   }
   if (!is_small && row.goal > 0) line += "  goal " + GoalOf(row);
-  return line;
+  return line + MethodOf(result);
 }
 
 std::string Summary(const Setting& setting, const std::vector<Result>& results, size_t module) {

@@ -52,6 +52,9 @@ struct Row {
   std::string floor = {};  ///< not empty: the peer is no library but this, which the operation
                            ///< cannot do without, and the goal is a multiple of it
 
+  /// The method that the module carries the operation out by at a depth, where it has several.
+  std::function<std::string(int depth)> method = {};
+
   // For rows that are not as the values above.
   Row&& At(std::vector<int> values) && { return depths = std::move(values), std::move(*this); }
   Row&& PeerAt(std::vector<int> values) && {
@@ -59,6 +62,9 @@ struct Row {
   }
   Row&& On(std::vector<Input> values) && { return inputs = std::move(values), std::move(*this); }
   Row&& Changing(int index) && { return changes = index, std::move(*this); }
+  Row&& By(std::function<std::string(int depth)> value) && {
+    return method = std::move(value), std::move(*this);
+  }
   Row&& Above(std::string value) && { return floor = std::move(value), std::move(*this); }
 };
 

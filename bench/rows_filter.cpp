@@ -1,6 +1,11 @@
+#include <algorithm>
 #include <cstdlib>
 
 #include "bench/row.h"
+#include "filter/convolution/convolution_plan.h"
+#include "filter/convolution/fixed_kernels.h"
+#include "filter/median/median_plan.h"
+#include "filter/morphology/extrema_plan.h"
 #include "reference/filter.h"
 
 namespace qel::bench {
@@ -27,6 +32,27 @@ Peer Draws(int per_pixel) {
   };
 }
 
+std::function<std::string(int)> ConvolutionBy(const int* kernel, int size, int divisor,
+                                              int offset) {
+  return [=](int depth) {
+    const auto plan = PlanConvolution(kernel, size, divisor, offset, depth);
+    return TextOf(kConvolutionMethods, plan.method).name;
+  };
+}
+std::function<std::string(int)> ConvolutionBy(const FixedKernel& kernel) {
+  return ConvolutionBy(kernel.weights, kernel.size, kernel.divisor, kernel.offset);
+}
+
+std::function<std::string(int)> ExtremaBy(Extrema extrema, int size) {
+  return [=](int depth) {
+    static uint8_t pixel;
+    ImageView view;
+    static_cast<ImageShape&>(view) = {1920, 1080, 1, depth, 0};
+    view.bits = &pixel;
+    return TextOf(kExtremaMethods, PlanExtrema(extrema, size, view).method).name;
+  };
+}
+
 #ifdef QEL_BENCH_OPENCV
 
 void Convolve(PeerStage& p, const int* kernel, int size, int divisor, int offset) {
@@ -39,15 +65,10 @@ void Convolve(PeerStage& p, const int* kernel, int size, int divisor, int offset
 
 cv::Mat Square(int size) { return cv::Mat::ones(size, size, CV_8U); }
 
-// No products of a row and a column, so OpenCV's own Gaussian is other work.
-constexpr int kGauss[3][25] = {
-    {0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0},
-    {1, 4, 7, 4, 1, 4, 16, 26, 16, 4, 2, 26, 41, 26, 7, 4, 16, 26, 16, 4, 1, 4, 7, 4, 1},
-    {2, 4, 5, 4, 2, 4, 9, 12, 9, 4, 5, 12, 15, 12, 5, 4, 9, 12, 9, 4, 2, 4, 5, 4, 2}};
-constexpr int kGaussDivisors[] = {52, 273, 159};
-constexpr int kSoft[] = {1, 1, 1, 1, 8, 1, 1, 1, 1};
-constexpr int kSharp[] = {-1, -1, -1, -1, 15, -1, -1, -1, -1};
-constexpr int kRelief[] = {0, 0, -1, 0, 0, 0, 1, 0, 0};
+// OpenCV's own Gaussian is separable, and so other work than these kernels.
+void Convolve(PeerStage& p, const FixedKernel& kernel) {
+  Convolve(p, kernel.weights, kernel.size, std::max(kernel.divisor, 1), kernel.offset);
+}
 
 #endif
 
@@ -58,55 +79,69 @@ std::vector<Row> FilterRows() {
   const auto add = [&](Row row) { rows.push_back(std::move(row)); };
   for (const auto& [n, goal] : {std::pair(3, 1.8), {15, 3.0}, {31, 3.5}}) {
     const int size = n;
-    add({"erode " + std::to_string(n), goal, QEL_CALL(c.filter->Erode(s[0], size, s.Result())),
-         QEL_READ(oracle::Erode(r[0], size, result)),
-         QEL_PEER(cv::erode(p[0], p.result, Square(size)))});
+    add(Row{"erode " + std::to_string(n), goal, QEL_CALL(c.filter->Erode(s[0], size, s.Result())),
+            QEL_READ(oracle::Erode(r[0], size, result)),
+            QEL_PEER(cv::erode(p[0], p.result, Square(size)))}
+            .By(ExtremaBy(Extrema::kMinimum, size)));
   }
   for (const auto& [n, goal] : {std::pair(1, 0.0), {3, 1.8}, {15, 3.0}, {31, 3.5}}) {
     const int size = n;
-    add({"dilate " + std::to_string(n), goal, QEL_CALL(c.filter->Dilate(s[0], size, s.Result())),
-         QEL_READ(oracle::Dilate(r[0], size, result)),
-         QEL_PEER(cv::dilate(p[0], p.result, Square(size)))});
+    add(Row{"dilate " + std::to_string(n), goal, QEL_CALL(c.filter->Dilate(s[0], size, s.Result())),
+            QEL_READ(oracle::Dilate(r[0], size, result)),
+            QEL_PEER(cv::dilate(p[0], p.result, Square(size)))}
+            .By(ExtremaBy(Extrema::kMaximum, size)));
   }
   for (const auto& [n, goal] : {std::pair(3, 3.0), {15, 5.0}, {31, 6.0}}) {
     const int size = n;
-    add({"edge " + std::to_string(n), goal, QEL_CALL(c.filter->Edge(s[0], size, s.Result())),
-         QEL_READ(oracle::Edge(r[0], size, result)),
-         QEL_PEER(cv::morphologyEx(p[0], p.result, cv::MORPH_GRADIENT, Square(size)))});
+    add(Row{"edge " + std::to_string(n), goal, QEL_CALL(c.filter->Edge(s[0], size, s.Result())),
+            QEL_READ(oracle::Edge(r[0], size, result)),
+            QEL_PEER(cv::morphologyEx(p[0], p.result, cv::MORPH_GRADIENT, Square(size)))}
+            .By(ExtremaBy(Extrema::kRange, size)));
   }
   for (const auto& [n, goal] :
        {std::pair(3, 5.0), {5, 12.0}, {7, 0.0}, {9, 40.0}, {15, 90.0}, {31, 0.0}}) {
     const int size = n;
-    add({"median " + std::to_string(n), goal, QEL_CALL(c.filter->Median(s[0], size, s.Result())),
-         QEL_READ(oracle::Median(r[0], size, result)),
-         QEL_PEER(cv::medianBlur(p[0], p.result, size))});
+    add(Row{"median " + std::to_string(n), goal, QEL_CALL(c.filter->Median(s[0], size, s.Result())),
+            QEL_READ(oracle::Median(r[0], size, result)),
+            QEL_PEER(cv::medianBlur(p[0], p.result, size))}
+            .By([=](int depth) {
+              return TextOf(kMedianMethods, PlanMedian(size, depth).method).name;
+            }));
   }
   for (const auto& [n, goal] : {std::pair(1, 0.0), {3, 3.5}, {5, 8.0}, {7, 17.0}, {15, 40.0}}) {
     const int size = n;
-    add({"filter " + std::to_string(n), goal,
-         QEL_CALL(c.filter->Filter(s[0], Weights(), size, size * size, 3, s.Result())),
-         QEL_READ(oracle::Filter(r[0], Weights(), size, size * size, 3, result)),
-         QEL_PEER(Convolve(p, Weights(), size, size * size, 3))});
+    add(Row{"filter " + std::to_string(n), goal,
+            QEL_CALL(c.filter->Filter(s[0], Weights(), size, size * size, 3, s.Result())),
+            QEL_READ(oracle::Filter(r[0], Weights(), size, size * size, 3, result)),
+            QEL_PEER(Convolve(p, Weights(), size, size * size, 3))}
+            .By(ConvolutionBy(Weights(), size, size * size, 3)));
   }
-  add({"filter box 15", 4, QEL_CALL(c.filter->Filter(s[0], Ones(), 15, 225, 0, s.Result())),
-       QEL_READ(oracle::Filter(r[0], Ones(), 15, 225, 0, result)),
-       QEL_PEER(cv::blur(p[0], p.result, {15, 15}))});
-  add({"blur", 1.5, QEL_CALL(c.filter->Blur(s[0], s.Result())),
-       QEL_READ(oracle::Blur(r[0], result)), QEL_PEER(cv::blur(p[0], p.result, {3, 3}))});
-  add({"soften", 3.5, QEL_CALL(c.filter->Soften(s[0], s.Result())),
-       QEL_READ(oracle::Soften(r[0], result)), QEL_PEER(Convolve(p, kSoft, 3, 16, 0))});
-  add({"sharpen", 3.5, QEL_CALL(c.filter->Sharpen(s[0], s.Result())),
-       QEL_READ(oracle::Sharpen(r[0], result)), QEL_PEER(Convolve(p, kSharp, 3, 7, 0))});
-  add({"emboss", 2, QEL_CALL(c.filter->Emboss(s[0], s.Result())),
-       QEL_READ(oracle::Emboss(r[0], result)), QEL_PEER(Convolve(p, kRelief, 3, 1, 127))});
-  add({"gaussian_blur 0", 1.6, QEL_CALL(c.filter->GaussianBlur(s[0], 0, s.Result())),
-       QEL_READ(oracle::GaussianBlur(r[0], 0, result)),
-       QEL_PEER(cv::GaussianBlur(p[0], p.result, {3, 3}, 0))});
+  add(Row{"filter box 15", 4, QEL_CALL(c.filter->Filter(s[0], Ones(), 15, 225, 0, s.Result())),
+          QEL_READ(oracle::Filter(r[0], Ones(), 15, 225, 0, result)),
+          QEL_PEER(cv::blur(p[0], p.result, {15, 15}))}
+          .By(ConvolutionBy(Ones(), 15, 225, 0)));
+  add(Row{"blur", 1.5, QEL_CALL(c.filter->Blur(s[0], s.Result())),
+          QEL_READ(oracle::Blur(r[0], result)), QEL_PEER(cv::blur(p[0], p.result, {3, 3}))}
+          .By(ConvolutionBy(kBlur)));
+  add(Row{"soften", 3.5, QEL_CALL(c.filter->Soften(s[0], s.Result())),
+          QEL_READ(oracle::Soften(r[0], result)), QEL_PEER(Convolve(p, kSoften))}
+          .By(ConvolutionBy(kSoften)));
+  add(Row{"sharpen", 3.5, QEL_CALL(c.filter->Sharpen(s[0], s.Result())),
+          QEL_READ(oracle::Sharpen(r[0], result)), QEL_PEER(Convolve(p, kSharpen))}
+          .By(ConvolutionBy(kSharpen)));
+  add(Row{"emboss", 2, QEL_CALL(c.filter->Emboss(s[0], s.Result())),
+          QEL_READ(oracle::Emboss(r[0], result)), QEL_PEER(Convolve(p, kEmboss))}
+          .By(ConvolutionBy(kEmboss)));
+  add(Row{"gaussian_blur 0", 1.6, QEL_CALL(c.filter->GaussianBlur(s[0], 0, s.Result())),
+          QEL_READ(oracle::GaussianBlur(r[0], 0, result)),
+          QEL_PEER(cv::GaussianBlur(p[0], p.result, {3, 3}, 0))}
+          .By(ConvolutionBy(kGaussianBlur[0])));
   for (const int level : {1, 2, 3}) {
-    add({"gaussian_blur " + std::to_string(level), 8,
-         QEL_CALL(c.filter->GaussianBlur(s[0], level, s.Result())),
-         QEL_READ(oracle::GaussianBlur(r[0], level, result)),
-         QEL_PEER(Convolve(p, kGauss[level - 1], 5, kGaussDivisors[level - 1], 0))});
+    add(Row{"gaussian_blur " + std::to_string(level), 8,
+            QEL_CALL(c.filter->GaussianBlur(s[0], level, s.Result())),
+            QEL_READ(oracle::GaussianBlur(r[0], level, result)),
+            QEL_PEER(Convolve(p, kGaussianBlur[level]))}
+            .By(ConvolutionBy(kGaussianBlur[level])));
   }
   add({"contour",
        0,

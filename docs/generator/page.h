@@ -1,9 +1,12 @@
 #ifndef QEL_DOCS_GENERATOR_PAGE_H_
 #define QEL_DOCS_GENERATOR_PAGE_H_
 
+#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "image/plan.h"
 #include "qel/qel.h"
 
 namespace qel::docs {
@@ -31,13 +34,16 @@ struct Example {
 
 /// What a page says beside what the tool's own table knows.
 struct Page {
-  std::string_view name;     ///< of the operation in the tool
-  std::string_view formula;  ///< Markdown
-  std::string_view cost;     ///< Markdown, one sentence or two
+  std::string_view name;  ///< of the operation in the tool
+  std::string formula;    ///< Markdown
+  std::string cost;       ///< Markdown, one sentence or two
   /// Does the same as the tool's example; empty for operations that the module does not have.
   Example example = {};
   bool for_32_bits = false;  ///< other depths take other arguments
 };
+
+/// The cost of an operation with several methods, of which the page's example takes `taken`.
+std::string CostOf(std::span<const MethodText> methods, const MethodText& taken);
 
 std::vector<Page> ColorPages();
 std::vector<Page> TransformPages();

@@ -16,8 +16,9 @@ struct Division {
   int32_t offset = 0;
 };
 
-/// (sum * multiplier >> 16) >> shift, for sums of 16 bits; multiplier 0 means no division.
-struct ShortDivision {
+/// (sum * multiplier >> 16) >> shift, for sums of 16 bits; multiplier 0 means no division. A
+/// reciprocal multiplication after Granlund and Montgomery (1994).
+struct ReciprocalDivision {
   uint16_t multiplier = 0;
   uint16_t shift = 0;
 };
@@ -32,15 +33,15 @@ struct DirectWeights {
   size_t step;  ///< bytes from a sample to its right neighbour
 };
 
-/// A kernel that is a column of weights times a row of weights.
-struct SplitWeights {
+/// A separable kernel: weight (j, i) = down[j] * across[i].
+struct SeparableWeights {
   const int16_t* down;
   size_t rows;
   const int16_t* across;
   size_t columns;
-  size_t step;       ///< bytes from a sample to its right neighbour
-  uint16_t start;    ///< what every sum down a column starts from
-  uint32_t balance;  ///< added to the sums across, to take that out again
+  size_t step;     ///< bytes from a sample to its right neighbour
+  uint16_t start;  ///< what every sum down a column starts from
+  uint32_t bias;   ///< added to the sums across, to take that out again: -start * sum of across
 };
 
 /// Two neighbours that are weighed together, as bytes from the first sample of their rows.
@@ -60,9 +61,9 @@ enum class ShortSums {
 /// What becomes of sums of 16 bits.
 struct ShortFinish {
   ShortSums sums;
-  ShortDivision division;  ///< by the size of the divisor
-  bool negate;             ///< for `kSigned`: the divisor is negative
-  int16_t offset;          ///< for `kSigned`
+  ReciprocalDivision division;  ///< by the size of the divisor
+  bool negate;                  ///< for `kSigned`: the divisor is negative
+  int16_t offset;               ///< for `kSigned`
 };
 
 /// A kernel as pairs of taps. Sums of 16 bits hold it, and those of each pair fit signed ones.
@@ -78,66 +79,68 @@ struct PairWeights {
   const Place* alpha = nullptr;  ///< null: the fourth bytes are sums as all others
 };
 
-/// A 3 x 3 kernel whose sums 16 bits hold. Words are two signed bytes, twice; sums weighed by one
-/// fit signed 16 bits.
-struct SquareWeights {
-  /// The weights of a column: the first two of them, and the third one and 0.
+/// A 3 x 3 kernel whose sums fit 16 bits. A pair is two signed bytes, twice; two bytes weighed by
+/// one fit signed 16 bits.
+struct Square3Weights {
+  /// The weights of a column as pairs: rows 0 and 1; row 2 and 0.
   struct Column {
     int32_t upper;
     int32_t lower;
   };
   Column columns[3];
-  /// True for a column, the first one, times a row of weights, but for the one in the middle.
-  bool is_product;
-  int16_t across[3];  ///< the weights of that row
-  int32_t middle;     ///< what the one in the middle weighs beyond that, and 0
-  size_t step;        ///< bytes from a sample to its right neighbour
+  /// kernel = columns[0] x across + centre: the centre weight alone departs from rank 1.
+  bool is_separable;
+  int16_t across[3];
+  int32_t centre;  ///< the pair of what the centre weighs beyond the product, and 0
+  size_t step;     ///< bytes from a sample to its right neighbour
   ShortFinish finish;
 };
 
 /// Sums of columns whose weights are equal, and the bytes that they give.
-template <typename Lane, typename Quotient>
+template <typename Sum, typename Quotient>
 struct BoxKernels {
   /// sums[i] += weight * (entering[i] - leaving[i])
-  void (*slide)(Lane* sums, const uint8_t* entering, const uint8_t* leaving, Lane weight,
-                size_t count);
+  void (*running_sums)(Sum* sums, const uint8_t* entering, const uint8_t* leaving, Sum weight,
+                       size_t count);
   /// dest[i] from sums[i] + sums[i + step] + ..., `columns` of them
-  void (*across)(uint8_t* dest, const Lane* sums, size_t columns, size_t step,
+  void (*across)(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
                  const Quotient& division, size_t count);
 };
 
 /// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
 /// `kRowSlack` bytes past their samples are read. Nothing else is touched beyond `count`.
 struct ConvolutionKernels {
-  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. That of 8 bits is null at levels that
-  /// have no instruction for it.
+  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. That of 8 bits is null at levels without
+  /// dot products of bytes.
   using Direct = void (*)(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
                           const Division& division, size_t count);
   Direct direct32;
   Direct direct16;
   Direct direct8;
 
-  /// Few neighbours, two by two. Reads no more than the samples unless there are less than a vector
+  /// Few weights, two by two. Reads no more than the samples unless there are less than a vector
   /// of them.
-  void (*pairs)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
-                size_t count);
-
-  /// 3 x 3 kernels. Reads like `pairs`. The fourth bytes of samples of four are those of the last
-  /// sample of each window.
-  void (*square)(uint8_t* dest, const uint8_t* const* rows, const SquareWeights& weights,
+  void (*sparse)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                  size_t count);
 
-  /// Products of a column and a row of weights whose sums fit 16 unsigned bits, in two steps; the
-  /// sums across fit 15 and stand in an order of their own. Rows are read like those of `pairs`,
-  /// and up to `kRowSlack` bytes past the sums are written.
-  void (*across16)(uint16_t* sums, const uint8_t* row, const SplitWeights& weights, size_t count);
-  void (*down16)(uint8_t* dest, const uint16_t* const* sums, const SplitWeights& weights,
-                 const ShortDivision& division, size_t count);
-  /// The same in one step: sums down the columns fit 16 signed bits, counted from their start.
-  void (*split32)(uint8_t* dest, const uint8_t* const* rows, const SplitWeights& weights,
-                  const Division& division, size_t count);
+  /// 3 x 3 kernels. Reads like `sparse`. The fourth bytes of samples of four are those of the last
+  /// sample of each window.
+  void (*square3)(uint8_t* dest, const uint8_t* const* rows, const Square3Weights& weights,
+                  size_t count);
 
-  BoxKernels<uint16_t, ShortDivision> box16;
+  /// Separable kernels whose sums fit 16 unsigned bits, in two steps; the sums across fit 15 and
+  /// stand in the order of interleaving. Rows are read like those of `sparse`, and up to
+  /// `kRowSlack` bytes past the sums are written.
+  void (*across16)(uint16_t* sums, const uint8_t* row, const SeparableWeights& weights,
+                   size_t count);
+  void (*down16)(uint8_t* dest, const uint16_t* const* sums, const SeparableWeights& weights,
+                 const ReciprocalDivision& division, size_t count);
+  /// Separable kernels in one step: sums down the columns fit 16 signed bits, counted from their
+  /// start.
+  void (*separable32)(uint8_t* dest, const uint8_t* const* rows, const SeparableWeights& weights,
+                      const Division& division, size_t count);
+
+  BoxKernels<uint16_t, ReciprocalDivision> box16;
   BoxKernels<uint32_t, Division> box32;
 
   /// sums[i] += weight * row[i]
@@ -148,7 +151,7 @@ struct ConvolutionKernels {
 
 /// Most pairs of taps.
 inline constexpr size_t kMostPairs = 16;
-/// Most rows and columns of the direct and split functions.
+/// Most rows and columns of the direct and separable functions.
 inline constexpr size_t kMostTaps = 63;
 
 QEL_TABLES_PER_LEVEL(ConvolutionKernels)

@@ -31,8 +31,10 @@ inline Division DivisionBy(int32_t divisor, int32_t offset, int64_t largest) {
   return division;
 }
 
-/// True when there is a short form of the division by `divisor` for all sums from 0 to `largest`.
-inline bool FindShortDivision(int32_t divisor, int64_t largest, ShortDivision& division) {
+/// True when there is a reciprocal multiplication of 16 bits that divides all sums from 0 to
+/// `largest` by `divisor`: multiplier m = ceil(2^(16 + shift) / divisor) whose excess
+/// m * divisor - 2^(16 + shift) stays below 2^(16 + shift) / largest.
+inline bool FindReciprocalDivision(int32_t divisor, int64_t largest, ReciprocalDivision& division) {
   division = {};
   if (largest > std::numeric_limits<uint16_t>::max() || divisor < 0) return false;
   if (divisor <= 1) return true;

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "filter/median/median_plan.h"
+
 namespace qel {
 
 /// The brightness, 0 to 255, by which the median orders colours. A grey has its own level.
@@ -18,8 +20,15 @@ inline int32_t CompareColors(const void* a, const void* b) {
   return Brightness(left[0], left[1], left[2]) - Brightness(right[0], right[1], right[2]);
 }
 
-/// Writes the keys of `count` samples of 1, 3 or 4 bytes: their brightness. Levels are their keys.
-void WriteKeys(uint8_t* keys, const uint8_t* samples, int sample_bytes, int64_t count);
+/// Writes the keys of `count` pixels of 1, 3 or 4 bytes: their brightness. Levels are their keys.
+void WriteKeys(uint8_t* keys, const uint8_t* pixels, int pixel_bytes, int64_t count);
+
+// The methods; each does what `RunMedian` does.
+
+/// `kNetwork` and `kBitSelection`.
+bool SelectMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest);
+bool MedianByColumnHistograms(const ImageView& source, const ImageView& dest, int size);
+bool MedianBySlidingHistogram(const ImageView& source, const ImageView& dest, int size);
 
 }  // namespace qel
 

@@ -313,23 +313,25 @@ inline void StoreSelected(uint8_t* dest, size_t count, const Select& select) {
   }
 }
 
-void SelectKey(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
-               size_t count) {
-  if (IsSorted(size)) {
-    const auto middle = size == 3 ? &MiddleKeys<3> : size == 5 ? &MiddleKeys<5> : &MiddleKeys<7>;
-    return middle(keys, rows, count);
-  }
+void SortKeys(uint8_t* keys, const uint8_t* const* rows, size_t size, size_t count) {
+  const auto middle = size == 3 ? &MiddleKeys<3> : size == 5 ? &MiddleKeys<5> : &MiddleKeys<7>;
+  middle(keys, rows, count);
+}
+
+void SortTaps(uint8_t* taps, const uint8_t* const* rows, size_t size, size_t count) {
+  const auto middle = size == 3 ? &MiddleTaps<3> : size == 5 ? &MiddleTaps<5> : &MiddleTaps<7>;
+  middle(taps, rows, count);
+}
+
+void SelectKeys(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                size_t count) {
   StoreSelected(keys, count, [&]<typename Lanes>(size_t first, Lanes below) {
     return WantedKeys<Lanes>(rows, ranks, size, first, below);
   });
 }
 
-void SelectTap(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
-               size_t count) {
-  if (IsSorted(size)) {
-    const auto middle = size == 3 ? &MiddleTaps<3> : size == 5 ? &MiddleTaps<5> : &MiddleTaps<7>;
-    return middle(taps, rows, count);
-  }
+void SelectTaps(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                size_t count) {
   StoreSelected(taps, count, [&]<typename Lanes>(size_t first, Lanes) {
     return WantedTaps<Lanes>(rows, ranks, size, first);
   });
@@ -415,8 +417,10 @@ constinit const MedianKernels kMedianKernels = {
     .keys3 = &Keys<3>,
     .keys4 = &Keys<4>,
     .rank = &Rank,
-    .select_key = &SelectKey,
-    .select_tap = &SelectTap,
+    .sort_keys = &SortKeys,
+    .sort_taps = &SortTaps,
+    .select_keys = &SelectKeys,
+    .select_taps = &SelectTaps,
     .copy_taps3 = &CopyTapsAtOnce<3>,
     .copy_taps4 = &CopyTapsAtOnce<4>,
 };

@@ -32,12 +32,15 @@ struct MedianKernels {
   /// Counts a row of keys in and another one out, for `count` windows.
   void (*rank)(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving, size_t size,
                size_t count);
-  /// The wanted key, or the wanted tap's place in the order of visiting, of `count` windows; sizes
-  /// up to `kMostSelected`. `ranks` are used for sizes that are not `IsSorted`.
-  void (*select_key)(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
-                     size_t count);
-  void (*select_tap)(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
-                     size_t count);
+  /// The wanted keys, or the wanted taps' places in the order of visiting, of `count` windows by
+  /// sorting networks; sizes 3, 5 and 7.
+  void (*sort_keys)(uint8_t* keys, const uint8_t* const* rows, size_t size, size_t count);
+  void (*sort_taps)(uint8_t* taps, const uint8_t* const* rows, size_t size, size_t count);
+  /// The same bit by bit, for sizes up to `kMostSelected`.
+  void (*select_keys)(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                      size_t count);
+  void (*select_taps)(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,
+                      size_t count);
   /// Copies for each window the 3- or 4-byte pixel at its tap. `rows` begin at the first tap of the
   /// first window; up to `kRowSlack` bytes past the last pixel are read.
   void (*copy_taps3)(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
@@ -48,8 +51,6 @@ struct MedianKernels {
 
 /// The largest size whose taps can be counted in a byte.
 inline constexpr size_t kMostSelected = 15;
-/// True for sizes whose windows go through sorting networks.
-constexpr bool IsSorted(size_t size) { return size == 3 || size == 5 || size == 7; }
 
 QEL_TABLES_PER_LEVEL(MedianKernels)
 

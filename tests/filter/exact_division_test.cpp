@@ -13,8 +13,8 @@ TEST(ExactDivision, ShortFormIsExactForEverySumUpToItsBound) {
   int found_forms = 0;
   for (const int64_t largest : kBounds) {
     for (int32_t divisor = 2; divisor <= 65535; ++divisor) {
-      ShortDivision form;
-      if (!FindShortDivision(divisor, largest, form)) continue;
+      ReciprocalDivision form;
+      if (!FindReciprocalDivision(divisor, largest, form)) continue;
       ++found_forms;
       // A wrong multiplier shows first where the quotient steps, and at the bound itself.
       for (int64_t step = 0; step <= largest + divisor; step += divisor) {
@@ -27,11 +27,11 @@ TEST(ExactDivision, ShortFormIsExactForEverySumUpToItsBound) {
     }
   }
   EXPECT_GT(found_forms, 100000);
-  ShortDivision form;
-  EXPECT_TRUE(FindShortDivision(9, 255 * 9, form)) << "the usual boxes have one";
-  EXPECT_TRUE(FindShortDivision(225, 255 * 225, form));
-  EXPECT_FALSE(FindShortDivision(9, 65536, form));
-  EXPECT_FALSE(FindShortDivision(-9, 255, form));
+  ReciprocalDivision form;
+  EXPECT_TRUE(FindReciprocalDivision(9, 255 * 9, form)) << "the usual boxes have one";
+  EXPECT_TRUE(FindReciprocalDivision(225, 255 * 225, form));
+  EXPECT_FALSE(FindReciprocalDivision(9, 65536, form));
+  EXPECT_FALSE(FindReciprocalDivision(-9, 255, form));
 }
 
 /// The quotient as the kernels compute it, without the offset.

@@ -16,10 +16,15 @@ using OracleFilter = std::function<result_t(const Raster& source, Raster& result
 
 class Filters : public OperationTest {
  protected:
-  void Expect(const Raster& source, const ModuleFilter& call, const OracleFilter& oracle) {
+  /// Of operations with several methods, all that can are compared.
+  void Expect(const Raster& source, const ModuleFilter& call, const OracleFilter& oracle,
+              std::span<const MethodText> methods = {}, const MethodCall& by_method = {}) {
+    Raster expected;
+    const result_t code = oracle(source, expected);
     ExpectSame(
         {source}, [&](auto images, Result r) { return call(*module_->filter, images[0], r); },
-        [&](auto images, Raster& result) { return oracle(images[0], result); });
+        [&](auto /*images*/, Raster& result) { return result = expected, code; });
+    ExpectSameByMethods(source, expected, methods, by_method);
   }
 
   void ExpectConvolution(const Raster& source, std::vector<int> kernel, int size, int divisor,
@@ -33,27 +38,46 @@ class Filters : public OperationTest {
         },
         [&](const Raster& s, Raster& r) {
           return oracle::Filter(s, kernel.data(), size, divisor, offset, r);
+        },
+        kConvolutionMethods,
+        [&](size_t method, const ImageView& from, const ImageView& to) {
+          return size > 0 &&
+                 module_->plans->convolution(static_cast<ConvolutionMethod>(method), from, to,
+                                             kernel.data(), size, divisor, offset);
         });
   }
 
   void ExpectMorphology(const Raster& source, int size, int oracle_size) {
     SCOPED_TRACE("size " + std::to_string(size));
+    const auto by_method = [&](Extrema extrema) {
+      return [=, this](size_t method, const ImageView& from, const ImageView& to) {
+        return size > 0 && module_->plans->extrema(
+                               {static_cast<ExtremaMethod>(method), extrema, size}, from, to);
+      };
+    };
     Expect(
         source, [=](auto& f, IQEL* i, Result r) { return f.Erode(i, size, r); },
-        [=](const Raster& s, Raster& r) { return oracle::Erode(s, oracle_size, r); });
+        [=](const Raster& s, Raster& r) { return oracle::Erode(s, oracle_size, r); },
+        kExtremaMethods, by_method(Extrema::kMinimum));
     Expect(
         source, [=](auto& f, IQEL* i, Result r) { return f.Dilate(i, size, r); },
-        [=](const Raster& s, Raster& r) { return oracle::Dilate(s, oracle_size, r); });
+        [=](const Raster& s, Raster& r) { return oracle::Dilate(s, oracle_size, r); },
+        kExtremaMethods, by_method(Extrema::kMaximum));
     Expect(
         source, [=](auto& f, IQEL* i, Result r) { return f.Edge(i, size, r); },
-        [=](const Raster& s, Raster& r) { return oracle::Edge(s, oracle_size, r); });
+        [=](const Raster& s, Raster& r) { return oracle::Edge(s, oracle_size, r); },
+        kExtremaMethods, by_method(Extrema::kRange));
   }
 
   void ExpectMedian(const Raster& source, int size) {
     SCOPED_TRACE("size " + std::to_string(size));
     Expect(
         source, [=](auto& f, IQEL* i, Result r) { return f.Median(i, size, r); },
-        [=](const Raster& s, Raster& r) { return oracle::Median(s, size, r); });
+        [=](const Raster& s, Raster& r) { return oracle::Median(s, size, r); }, kMedianMethods,
+        [&](size_t method, const ImageView& from, const ImageView& to) {
+          return size > 0 &&
+                 module_->plans->median(static_cast<MedianMethod>(method), from, to, size);
+        });
   }
 };
 QEL_INSTANTIATE_LEVELS(Filters);
@@ -115,6 +139,7 @@ TEST_P(Filters, ConvolutionEqualsItsOracle) {
     ExpectConvolution(AnyImage(rng, rng.OneIn(9) ? 300 : 70, 12), kernel, size, divisor,
                       AnyOffset(rng));
   }
+  EXPECT_EQ(methods_run_.size(), std::size(kConvolutionMethods));
 }
 
 // Products of a column and a row but for the middle, up to where sums leave 16 bits.
@@ -203,11 +228,13 @@ TEST_P(Filters, MorphologyEqualsItsOracle) {
     ExpectMorphology(tall, size, size);
   }
   // What all windows of a strip contain is folded in pieces.
-  ExpectMorphology(RandomRaster(rng, 140, 1, 8), 300, 300);
+  for (const int depth : kCommonDepths)
+    ExpectMorphology(RandomRaster(rng, 140, 1, depth), 300, 300);
   // Whatever the size, windows that cover everything see the same.
   const Raster image = RandomRaster(rng, 20, 9, 32);
   ExpectMorphology(image, INT32_MAX, 41);
   ExpectMorphology(image, INT32_MAX - 1, 42);
+  EXPECT_EQ(methods_run_.size(), std::size(kExtremaMethods));
 }
 
 TEST_P(Filters, MedianEqualsItsOracle) {
@@ -230,6 +257,7 @@ TEST_P(Filters, MedianEqualsItsOracle) {
       RandomRaster(rng, 6, 4, 32),
       [](auto& f, IQEL* i, Result r) { return f.Median(i, INT32_MAX, r); },
       [](const Raster& s, Raster& r) { return oracle::Median(s, 25, r); });
+  EXPECT_EQ(methods_run_.size(), std::size(kMedianMethods));
   // Where values fall, the largest windows find their middle by going down.
   for (const int depth : {8, 24}) {
     Raster falling = RandomRaster(rng, 40, 2, depth);

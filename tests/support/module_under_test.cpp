@@ -32,6 +32,7 @@ std::unique_ptr<ModuleUnderTest> ModuleUnderTest::Load(const std::string& folder
       reinterpret_cast<CreateFunctionFunction>(dlsym(library, kCreateFunctionSymbol));
   module->initialize =
       reinterpret_cast<InitializeModuleFunction>(dlsym(library, kInitializeModuleSymbol));
+  module->plans = static_cast<const ForcedPlans*>(dlsym(library, kForcedPlansSymbol));
   module->initialize(nullptr, TestHost::Instance().collection());
   module->color = CreateComponent<IQELColorTransform>(*module, RefString(kColorTransformName));
   module->transform = CreateComponent<IQELTransform>(*module, RefString(kTransformName));
@@ -46,6 +47,34 @@ std::unique_ptr<ModuleUnderTest> ModuleUnderTest::Load(const std::string& folder
   module->filter->Dilate(image.Get(), 1, result.Put());
   module->deform->CircleTransform(image.Get(), 0, 0, 1.0f);
   return module;
+}
+
+namespace {
+
+ImageView ViewOf(const Raster& raster) {
+  ImageView view;
+  static_cast<ImageShape&>(view) = {raster.width, raster.height, raster.planes, raster.bit_count,
+                                    raster.model};
+  view.bits = const_cast<uint8_t*>(raster.Bits());
+  view.stride = raster.stride;
+  return view;
+}
+
+}  // namespace
+
+void OperationTest::ExpectSameByMethods(const Raster& source, const Raster& expected,
+                                        std::span<const MethodText> methods,
+                                        const MethodCall& call) {
+  const ImageView shape = ViewOf(expected);
+  const int bits = shape.bit_count;
+  if (!shape.HasPixels() || (bits < 24 && bits != 8 && bits != 4 && bits != 1)) return;
+  for (size_t method = 0; method < methods.size(); ++method) {
+    Raster result;
+    result.Create(shape.width, shape.height, shape.planes, bits, shape.model);
+    if (!call(method, ViewOf(source), ViewOf(result))) continue;
+    methods_run_.insert(methods[method].name);
+    EXPECT_EQ(result.Difference(expected), "") << "by " << methods[method].name;
+  }
 }
 
 std::string LevelName(CpuLevel level) {

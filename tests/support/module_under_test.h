@@ -5,10 +5,12 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <span>
 #include <string>
 
 #include "simd/cpu_level.h"
+#include "tests/support/forced_plans.h"
 #include "tests/support/operation_calls.h"
 #include "tests/support/test_host.h"
 
@@ -18,6 +20,7 @@ namespace qel::test {
 struct ModuleUnderTest : ComponentSet {
   CreateFunctionFunction create_function = nullptr;
   InitializeModuleFunction initialize = nullptr;
+  const ForcedPlans* plans = nullptr;
 
   /// Loads the build for `level` in `folder`, hands the test host's collection over and has it look
   /// up what it keeps. The library stays loaded.
@@ -45,7 +48,18 @@ class OperationTest : public testing::TestWithParam<CpuLevel> {
   void ExpectSame(const std::vector<Raster>& inputs, const ModuleCall& call,
                   const OracleCall& oracle);
 
+  /// Has a method carry out an operation on views of a source and of a result like it; false, and
+  /// nothing done, when the method cannot.
+  using MethodCall =
+      std::function<bool(size_t method, const ImageView& source, const ImageView& dest)>;
+  /// Runs all of `methods` that can and expects `expected` from each, a new image. Nothing to do
+  /// for images that store no pixels.
+  void ExpectSameByMethods(const Raster& source, const Raster& expected,
+                           std::span<const MethodText> methods, const MethodCall& call);
+
   ModuleUnderTest* module_ = nullptr;
+  /// The methods that were run so far.
+  std::set<std::string> methods_run_;
 };
 
 /// Calls slot `slot` of an object's table: operations that only the class has, and order tests.

@@ -1,0 +1,108 @@
+#ifndef QEL_FILTER_CONVOLUTION_DIRECT_ROWS_H_
+#define QEL_FILTER_CONVOLUTION_DIRECT_ROWS_H_
+
+#include "filter/convolution/quotients.h"
+
+// Rows weighed by whole kernels: one weight at a time, two, or four.
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+void Accumulate(uint32_t* __restrict sums, const uint8_t* __restrict row, uint32_t weight,
+                size_t count) {
+  for (size_t i = 0; i < count; ++i) sums[i] += weight * row[i];
+}
+
+void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
+              const Division& division, size_t count) {
+  for (size_t first = 0; first < count; first += kBlock) {
+    const size_t block = count - first < kBlock ? count - first : kBlock;
+    uint32_t sums[kBlock] = {};
+    for (size_t j = 0; j < weights.rows; ++j) {
+      for (size_t i = 0; i < weights.words_per_row; ++i) {
+        const auto weight = static_cast<uint32_t>(weights.words[j * weights.stride + i]);
+        if (weight == 0) continue;
+        const uint8_t* const row = rows[j] + first + i * weights.step;
+        for (size_t k = 0; k < kBlock; ++k) sums[k] += weight * row[k];
+      }
+    }
+    Finish32(dest + first, sums, division, block);
+  }
+}
+
+/// Two neighbours at a time: their bytes are interleaved, widened and summed in pairs. Interleaving
+/// within blocks gives the sums the order that narrowing undoes.
+template <bool kInSingle>
+void PairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
+              const Division& division, size_t count) {
+  const U8 zero = Zero<U8>();
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    I32 sums[4] = {};
+    for (size_t j = 0; j < weights.rows; ++j) {
+      const uint8_t* from = rows[j] + k;
+      const int32_t* const words = weights.words + j * weights.stride;
+      for (size_t i = 0; i < weights.words_per_row; ++i, from += 2 * weights.step) {
+        if (words[i] == 0) continue;
+        const I16 weight = BitCast<I16>(Set<I32>(words[i]));
+        const U8 left = LoadU<U8>(from);
+        const U8 right = LoadU<U8>(from + weights.step);
+        const U8 lower = InterleaveLower(left, right);
+        const U8 upper = InterleaveUpper(left, right);
+        const auto weighed = [&](U8 pairs) {
+          return WidenMulPairwiseAdd(BitCast<I16>(pairs), weight);
+        };
+        sums[0] += weighed(InterleaveLower(lower, zero));
+        sums[1] += weighed(InterleaveUpper(lower, zero));
+        sums[2] += weighed(InterleaveLower(upper, zero));
+        sums[3] += weighed(InterleaveUpper(upper, zero));
+      }
+    }
+    StoreN(Quotients<kInSingle>(sums, division), dest + k, count - k);
+  }
+}
+
+void Direct16(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
+              const Division& division, size_t count) {
+  const auto function = division.in_single ? &PairRows<true> : &PairRows<false>;
+  function(dest, rows, weights, division, count);
+}
+
+/// Four neighbours at a time: a shuffle lays them side by side for the dot product. Lane i of block
+/// p of accumulator a is output 16 * p + 4 * a + i, which is the order that narrowing undoes; its
+/// neighbours lie in the same block as itself.
+template <bool kInSingle>
+void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
+              const Division& division, size_t count) {
+  alignas(64) uint8_t places[kVectorBytes];
+  for (size_t i = 0; i < kVectorBytes; ++i) {
+    places[i] = static_cast<uint8_t>(i / 4 % 4 + i % 4 * weights.step);
+  }
+  const U8 order = LoadU<U8>(places);
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    I32 sums[4] = {};
+    for (size_t j = 0; j < weights.rows; ++j) {
+      const uint8_t* from = rows[j] + k;
+      const int32_t* const words = weights.words + j * weights.stride;
+      for (size_t i = 0; i < weights.words_per_row; ++i, from += 4 * weights.step) {
+        if (words[i] == 0) continue;
+        const I8 weight = SetPairs(words[i]);
+        for (size_t a = 0; a < 4; ++a) {
+          const U8 quads = TableLookupBytesOr0(LoadU<U8>(from + 4 * a), order);
+          sums[a] = SumOfMulQuadAccumulate(quads, weight, sums[a]);
+        }
+      }
+    }
+    StoreN(Quotients<kInSingle>(sums, division), dest + k, count - k);
+  }
+}
+
+void Direct8(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
+             const Division& division, size_t count) {
+  const auto function = division.in_single ? &QuadRows<true> : &QuadRows<false>;
+  function(dest, rows, weights, division, count);
+}
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif  // QEL_FILTER_CONVOLUTION_DIRECT_ROWS_H_

@@ -1,0 +1,167 @@
+#ifndef QEL_FILTER_CONVOLUTION_QUOTIENTS_H_
+#define QEL_FILTER_CONVOLUTION_QUOTIENTS_H_
+
+#include "filter/convolution/convolution_kernels.h"
+#include "image/numeric.h"
+#include "simd/convert.h"
+#include "simd/window.h"
+
+// Sums and what becomes of them: divided, offset and clamped. Included by one kernel source.
+
+namespace qel::QEL_LEVEL {
+namespace {
+
+/// Outputs that are computed side by side, and those whose sums are kept between two steps.
+constexpr size_t kBlock = 64;
+constexpr size_t kStretch = 768;
+constexpr size_t kMostStep = 4;
+
+inline size_t Smaller(size_t a, size_t b) { return a < b ? a : b; }
+
+inline uint8_t FinishOne(int32_t quotient, int32_t offset) {
+  return ClampToByte(WrapAdd(quotient, offset));
+}
+
+void Finish32(uint8_t* __restrict dest, const uint32_t* __restrict sums, const Division& division,
+              size_t count) {
+  const int32_t offset = division.offset;
+  if (division.in_single) {
+    const float factor = division.single_factor;
+    for (size_t i = 0; i < count; ++i) {
+      const auto sum = static_cast<float>(static_cast<int32_t>(sums[i]));
+      dest[i] = FinishOne(static_cast<int32_t>(sum * factor), offset);
+    }
+    return;
+  }
+  const double factor = division.factor;
+  for (size_t i = 0; i < count; ++i) {
+    // The lowest sum divided by -1 leaves the range and comes back as itself.
+    dest[i] = FinishOne(TruncateToInt(static_cast<int32_t>(sums[i]) * factor), offset);
+  }
+}
+
+void Finish16(uint8_t* __restrict dest, const uint16_t* __restrict sums,
+              const ReciprocalDivision& division, size_t count) {
+  if (division.multiplier == 0) {
+    for (size_t i = 0; i < count; ++i) {
+      dest[i] = static_cast<uint8_t>(sums[i] < 255 ? sums[i] : 255);
+    }
+    return;
+  }
+  const uint32_t multiplier = division.multiplier;
+  const int shift = division.shift;
+  for (size_t i = 0; i < count; ++i) {
+    const auto high = static_cast<uint16_t>(sums[i] * multiplier >> 16);
+    const auto quotient = static_cast<uint16_t>(high >> shift);
+    dest[i] = static_cast<uint8_t>(quotient < 255 ? quotient : 255);
+  }
+}
+
+QEL_SIMD_INLINE U8 LoadOnce(const uint8_t* from) { return KeepInRegister(LoadU<U8>(from)); }
+
+/// Divides, offsets and clamps sums. Narrowing saturates twice, which is the clamp.
+template <bool kInSingle>
+inline U8 Quotients(const I32 (&sums)[4], const Division& division) {
+  const I32 offset = Set<I32>(division.offset);
+  I32 out[4];
+  for (size_t a = 0; a < 4; ++a) {
+    out[a] = (kInSingle ? MulTruncated(sums[a], division.single_factor)
+                        : MulTruncated(sums[a], division.factor)) +
+             offset;
+  }
+  return ReorderDemote4To8(out[0], out[1], out[2], out[3]);
+}
+
+/// Calls block(k, place) for vectors of bytes from `k` on. The last one overlaps the one before it
+/// where there are enough; `place` counts whole vectors all the same.
+template <typename Block>
+inline void ForEachVector(size_t count, Block&& block) {
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    const bool overlaps = count - k < kVectorBytes && count >= kVectorBytes;
+    block(overlaps ? count - kVectorBytes : k, k);
+  }
+}
+
+/// Bytes from 16-bit sums.
+template <ShortSums kSums>
+class ShortQuotients {
+ public:
+  explicit ShortQuotients(const ShortFinish& finish)
+      : divides_(finish.division.multiplier != 0),
+        negates_(finish.negate),
+        shift_(finish.division.shift),
+        multiplier_(Set<U16>(static_cast<uint16_t>(finish.division.multiplier))),
+        sign_(Set<I16>(finish.negate ? -1 : 0)),
+        offset_(Set<I16>(static_cast<int16_t>(finish.offset))) {}
+
+  QEL_SIMD_INLINE U8 operator()(const Halves<I16>& sums) const {
+    return ReorderDemote2To<U8>(Of(sums.lower), Of(sums.upper));
+  }
+
+ private:
+  QEL_SIMD_INLINE I16 Of(I16 sums) const {
+    if constexpr (kSums == ShortSums::kUnsigned) {
+      // Narrowing takes signed lanes.
+      return BitCast<I16>(Min(Divide(BitCast<U16>(sums)), Set<U16>(255)));
+    } else if constexpr (kSums == ShortSums::kCutAtZero) {
+      return BitCast<I16>(Divide(BitCast<U16>(Max(sums, Zero<I16>()))));
+    } else {
+      I16 quotients = sums;
+      if (divides_ || negates_) {
+        const I16 signs = ShiftRight<15>(sums) ^ sign_;
+        quotients = (BitCast<I16>(Divide(BitCast<U16>(Abs(sums)))) ^ signs) - signs;
+      }
+      return SaturatedAdd(quotients, offset_);
+    }
+  }
+  QEL_SIMD_INLINE U16 Divide(U16 sizes) const {
+    return divides_ ? ShiftRightSame(MulHigh(sizes, multiplier_), shift_) : sizes;
+  }
+
+  const bool divides_;
+  const bool negates_;
+  const int shift_;
+  const U16 multiplier_;
+  const I16 sign_;
+  const I16 offset_;
+};
+
+/// Calls run(Constant<sums>) with the sums that `finish` takes.
+template <ShortSums kSums>
+struct Constant {};
+template <typename Run>
+inline void WithSums(ShortSums sums, Run&& run) {
+  switch (sums) {
+    case ShortSums::kUnsigned:
+      return run(Constant<ShortSums::kUnsigned>());
+    case ShortSums::kCutAtZero:
+      return run(Constant<ShortSums::kCutAtZero>());
+    case ShortSums::kSigned:
+      return run(Constant<ShortSums::kSigned>());
+  }
+}
+
+/// The weighted sums of one vector of outputs.
+struct Accumulator : Halves<I16> {
+  Accumulator() : Halves<I16>{Zero<I16>(), Zero<I16>()} {}
+
+  QEL_SIMD_INLINE void Add(U8 a, U8 b, I8 weights) {
+    AddPairs({InterleaveLower(a, b), InterleaveUpper(a, b)}, weights);
+  }
+  QEL_SIMD_INLINE void AddPairs(const Halves<U8>& pairs, I8 weights) {
+    lower += SatWidenMulPairwiseAdd(pairs.lower, weights);
+    upper += SatWidenMulPairwiseAdd(pairs.upper, weights);
+  }
+  QEL_SIMD_INLINE void Add(const Halves<I16>& sums, I16 weight) {
+    lower += sums.lower * weight;
+    upper += sums.upper * weight;
+  }
+};
+
+/// Pairs of weights, given as the bytes of an integer.
+QEL_SIMD_INLINE I8 SetPairs(int32_t pairs) { return BitCast<I8>(Set<I32>(pairs)); }
+
+}  // namespace
+}  // namespace qel::QEL_LEVEL
+
+#endif  // QEL_FILTER_CONVOLUTION_QUOTIENTS_H_

@@ -1,0 +1,168 @@
+#include <cstring>
+#include <utility>
+
+#include "filter/median/median.h"
+#include "filter/median/median_kernels.h"
+#include "filter/neighbourhood.h"
+
+// The middle of small windows: by a pruned merge-exchange network (Batcher 1968), or by radix
+// selection, bit by bit from the highest, counting how many keys lie below a limit.
+
+namespace qel {
+namespace {
+
+/// Scratch rows of a call. The network of 7 x 7 pixels needs a third of the stack for itself.
+constexpr size_t kMostScratch = 48 * 1024;
+constexpr size_t kScratchBesideNetwork = 30 * 1024;
+
+/// A strip of windows, by the network or bit by bit.
+class SelectionStrip {
+ public:
+  SelectionStrip(Strip& strip, const MedianPlan& plan, std::span<uint8_t> scratch)
+      : strip_(strip),
+        reach_(plan.size),
+        size_(static_cast<size_t>(plan.size)),
+        sorts_(plan.method == MedianMethod::kNetwork),
+        in_count_(static_cast<size_t>(strip.InCount())),
+        key_pitch_(ScratchPitch(in_count_)),
+        sample_pitch_(Colours() ? ScratchPitch(strip.InBytes()) : 0) {
+    ranks_.bits = CountedBits(plan);
+    ranks_.pitch = key_pitch_;
+    uint8_t* next = scratch.data();
+    const auto take = [&](size_t rows) { return std::exchange(next, next + rows * key_pitch_); };
+    keys_ = take(Slots());
+    taps_ = take(1);
+    if (ranks_.bits != 0) {
+      ranks_.columns = take(ranks_.Limits());
+      ranks_.triples = take(1);
+      ranks_.wanted = take(1);
+      ranks_.below = take(1);
+      nothing_ = take(1);
+      std::memset(ranks_.columns, 0, ranks_.Limits() * key_pitch_);
+      std::memset(nothing_, 0xFF, key_pitch_);
+    }
+    samples_ = next;
+  }
+
+  /// Most columns of a strip.
+  static StripWidths Widths(size_t scratch_bytes, int sample_bytes, const MedianPlan& plan) {
+    // Keys and counts, and the samples of every row of colours; in place, those outside.
+    const unsigned bits = CountedBits(plan);
+    const int64_t key_rows = plan.size + (bits == 0 ? 2 : kSharedRows + (int64_t{1} << bits));
+    const auto columns = [&](int64_t sample_rows) {
+      const int64_t bytes =
+          static_cast<int64_t>(scratch_bytes) - (key_rows + sample_rows) * int64_t{kRowSlack + 128};
+      return bytes / (key_rows + sample_rows * sample_bytes) - plan.size + 1;
+    };
+    return {columns(sample_bytes == 1 ? 0 : plan.size), columns(1)};
+  }
+
+  void Run() {
+    const auto after = reach_.after;
+    for (int64_t row = -reach_.before; row < after; ++row) {
+      Read(row);
+      if (ranks_.bits != 0) Rank(row, nothing_);
+    }
+    for (int64_t y = 0; y < strip_.Rows(); ++y) {
+      strip_.Prefetch(y, after);
+      Read(y + after);
+      if (ranks_.bits != 0) Rank(y + after, y == 0 ? nothing_ : Keys(y - 1 - reach_.before));
+      Select(y);
+    }
+  }
+
+ private:
+  static unsigned CountedBits(const MedianPlan& plan) {
+    return plan.method == MedianMethod::kNetwork ? 0 : plan.counted_bits;
+  }
+
+  /// Rows of keys beside those of the windows: taps, and what ranking takes.
+  static constexpr int64_t kSharedRows = 6;
+
+  bool Colours() const { return strip_.Step() > 1; }
+  /// One more than a window has rows: what is counted out is still there.
+  size_t Slots() const { return size_ + 1; }
+  size_t Slot(int64_t row) const { return static_cast<size_t>(row + reach_.before) % Slots(); }
+  uint8_t* Keys(int64_t row) { return keys_ + Slot(row) * key_pitch_; }
+
+  void Read(int64_t row) {
+    uint8_t* const keys = Keys(row);
+    if (!Colours()) {
+      const uint8_t* const levels = strip_.Read(row, keys);
+      if (levels != keys) std::memcpy(keys, levels, in_count_);
+      return;
+    }
+    const size_t slot = static_cast<size_t>(row + reach_.before) % size_;
+    const uint8_t* const samples = strip_.Read(row, samples_ + slot * sample_pitch_);
+    rows_[slot] = samples;
+    WriteKeys(keys, samples, static_cast<int>(strip_.Step()), strip_.InCount());
+  }
+
+  void Rank(int64_t entering, const uint8_t* leaving) {
+    ActiveMedianKernels().rank(ranks_, Keys(entering), leaving, size_,
+                               static_cast<size_t>(strip_.Count()));
+  }
+
+  void Select(int64_t y) {
+    const MedianKernels& kernels = ActiveMedianKernels();
+    const auto count = static_cast<size_t>(strip_.Count());
+    const uint8_t* keys[kMostSelected];
+    const uint8_t* samples[kMostSelected];
+    for (size_t j = 0; j < size_; ++j) {
+      const int64_t row = y - reach_.before + static_cast<int64_t>(j);
+      keys[j] = Keys(row);
+      samples[j] = rows_[static_cast<size_t>(row + reach_.before) % size_];
+    }
+    uint8_t* const dest = strip_.Open(y);
+    if (!Colours() && sorts_) {
+      kernels.sort_keys(dest, keys, size_, count);
+    } else if (!Colours()) {
+      kernels.select_keys(dest, keys, ranks_, size_, count);
+    } else {
+      if (sorts_) {
+        kernels.sort_taps(taps_, keys, size_, count);
+      } else {
+        kernels.select_taps(taps_, keys, ranks_, size_, count);
+      }
+      const auto copy = strip_.Step() == 4 ? kernels.copy_taps4 : kernels.copy_taps3;
+      copy(dest, samples, taps_, size_, count);
+    }
+    strip_.Close(y);
+  }
+
+  Strip& strip_;
+  const Reach reach_;
+  const size_t size_;
+  const bool sorts_;
+  const size_t in_count_;
+  const size_t key_pitch_;
+  const size_t sample_pitch_;
+  RankRows ranks_ = {};
+  uint8_t* keys_;
+  uint8_t* taps_;
+  uint8_t* nothing_ = nullptr;  ///< keys that no limit counts
+  uint8_t* samples_;
+  const uint8_t* rows_[kMostSelected] = {};
+};
+
+template <size_t kScratchBytes>
+[[gnu::noinline]] void SelectIn(const MedianPlan& plan, const ImageView& source,
+                                const ImageView& dest) {
+  const SourceRows rows(source);
+  DestRows out(dest);
+  ScratchBlock<kScratchBytes> scratch;
+  const StripWidths most = SelectionStrip::Widths(kScratchBytes, rows.sample_bytes(), plan);
+  ForEachStrip(rows, out, {-Reach(plan.size).before, plan.size}, most, kRowSlack, scratch,
+               [&](Strip& strip) { SelectionStrip(strip, plan, scratch).Run(); });
+}
+
+}  // namespace
+
+bool SelectMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest) {
+  const bool is_large_network = plan.method == MedianMethod::kNetwork && plan.size == 7;
+  const auto select = is_large_network ? &SelectIn<kScratchBesideNetwork> : &SelectIn<kMostScratch>;
+  select(plan, source, dest);
+  return true;
+}
+
+}  // namespace qel

@@ -1,0 +1,74 @@
+#ifndef QEL_FILTER_MORPHOLOGY_EXTREMA_PLAN_H_
+#define QEL_FILTER_MORPHOLOGY_EXTREMA_PLAN_H_
+
+#include <algorithm>
+#include <cstdint>
+
+#include "image/image_view.h"
+#include "image/plan.h"
+
+namespace qel {
+
+/// Which extrema of each channel over a square window an operation gives.
+enum class Extrema { kMinimum, kMaximum, kRange };  // the range: maximum - minimum
+
+/// How they are found, in the order of preference.
+enum class ExtremaMethod { kCopy, kSquare3, kRows, kGroups, kWideGroups };
+
+inline constexpr MethodText kExtremaMethods[] = {
+    {"copy", "size 1, a copy of each row"},
+    {"square3", "size 3, nine bytes in registers in one pass"},
+    {"rows",
+     "up to 7, all rows of a window at once, then across them windows that grow fourfold: "
+     "`size + log2(size)` comparisons a byte"},
+    {"groups",
+     "up to 127, rows in groups that share a core, with suffixes above it and a running prefix "
+     "below (van Herk 1992, Gil and Werman 1993): four comparisons a byte for any size, and across "
+     "them `log2(size)`"},
+    {"wide-groups", "beyond, such groups of columns as well"},
+};
+
+struct ExtremaPlan {
+  ExtremaMethod method;
+  Extrema extrema;
+  int size;  ///< pixels of a window's side, at least 1
+};
+
+/// Most columns that are reduced together by `kWideGroups`, whose windows must have some in common.
+inline constexpr int64_t kWideColumns = 128;
+
+/// True when the plan's method finds the extrema of `source`.
+inline bool CanFindExtrema(const ExtremaPlan& plan, const ImageView& source) {
+  switch (plan.method) {
+    case ExtremaMethod::kCopy:
+      return plan.size == 1 && plan.extrema != Extrema::kRange && source.HasPixels() &&
+             (source.bit_count == 8 || source.bit_count == 24 || source.bit_count == 32);
+    case ExtremaMethod::kSquare3:
+      return plan.size == 3;
+    case ExtremaMethod::kRows:
+      return plan.size <= 7;
+    case ExtremaMethod::kGroups:
+      return plan.size <= 127;
+    case ExtremaMethod::kWideGroups:
+      return plan.size >= std::min(source.Columns(), kWideColumns);
+  }
+  return false;
+}
+
+/// The plan for windows of `size`, at least 1.
+inline ExtremaPlan PlanExtrema(Extrema extrema, int size, const ImageView& source) {
+  for (const ExtremaMethod method : {ExtremaMethod::kCopy, ExtremaMethod::kSquare3,
+                                     ExtremaMethod::kRows, ExtremaMethod::kGroups}) {
+    const ExtremaPlan plan = {method, extrema, size};
+    if (CanFindExtrema(plan, source)) return plan;
+  }
+  return {ExtremaMethod::kWideGroups, extrema, size};
+}
+
+/// Writes the extrema of `source` to `dest`, which has its shape and pixels to store. Allocates
+/// nothing.
+void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest);
+
+}  // namespace qel
+
+#endif  // QEL_FILTER_MORPHOLOGY_EXTREMA_PLAN_H_

@@ -1,0 +1,91 @@
+#include "component/result_image.h"
+#include "filter/filter_transform.h"
+#include "filter/morphology/extrema_job.h"
+#include "filter/morphology/extrema_plan.h"
+#include "image/copy_rows.h"
+
+namespace qel {
+namespace {
+
+void RunSquare3(const ExtremaJob& job) {
+  // Windows bring the alpha of their last pixel with them.
+  job.out.KeepAlpha();
+  const auto step = static_cast<size_t>(job.source.sample_bytes());
+  ForEachRowOfSquares(job.source, job.out, job.scratch,
+                      [&](uint8_t* dest, const uint8_t* const* rows, size_t bytes) {
+                        if (job.kernels.size() == 2) {
+                          ActiveFilterKernels().spread(dest, rows, step, bytes);
+                        } else {
+                          job.kernels[0]->square(dest, rows, 3, step, bytes, nullptr);
+                        }
+                      });
+}
+
+}  // namespace
+
+void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest) {
+  if (plan.method == ExtremaMethod::kCopy) {
+    CopyRows(dest.bits, dest.stride, source.bits, source.stride,
+             source.Columns() * (source.bit_count / 8), source.Rows());
+    return;
+  }
+  const FilterKernels& all = ActiveFilterKernels();
+  const ExtremumKernels* const minimum = &all.minimum;
+  const ExtremumKernels* const range[] = {&all.maximum, minimum};
+  const std::span<const ExtremumKernels* const> kernels =
+      plan.extrema == Extrema::kMinimum   ? std::span(&minimum, 1)
+      : plan.extrema == Extrema::kMaximum ? std::span(range, 1)
+                                          : std::span(range);
+  const SourceRows rows(source);
+  DestRows out(dest, source, Reach(plan.size).after);
+  ScratchBlock<kExtremaScratchBytes> scratch;
+  const ExtremaJob job = {rows, out, plan.size, kernels, scratch};
+  switch (plan.method) {
+    case ExtremaMethod::kCopy:
+      break;
+    case ExtremaMethod::kSquare3:
+      return RunSquare3(job);
+    case ExtremaMethod::kRows:
+      return RunExtremaByRows(job);
+    case ExtremaMethod::kGroups:
+      return RunExtremaByGroups(job);
+    case ExtremaMethod::kWideGroups:
+      return RunExtremaByWideGroups(job);
+  }
+}
+
+namespace {
+
+/// The common course of the three operations. `empty` is what windows without pixels give.
+result_t Run(IQEL* image, Extrema extrema, int size, uint32_t empty, IQEL** result) {
+  if (image == nullptr) return kFail;
+  const ImageView source = ReadSizeBitsAndFormat(*image);
+  ResultImage output = ResultImage::Like(source);
+  if (!output) return kFail;
+  const ImageView dest = output.View();
+  if (size <= 0) {
+    FillPixels(dest, empty);
+  } else if (StoresPixels(dest)) {
+    RunExtrema(PlanExtrema(extrema, size, source), source, dest);
+  }
+  return output.HandOver(image, result);
+}
+
+constexpr uint32_t kWhite = PackColour(255, 255, 255, 0);
+constexpr uint32_t kBlack = PackColour(0, 0, 0, 0);
+
+}  // namespace
+
+result_t CQELFilterTransform::Erode(IQEL* image, int size, IQEL** result) {
+  return Run(image, Extrema::kMinimum, size, kWhite, result);
+}
+
+result_t CQELFilterTransform::Dilate(IQEL* image, int size, IQEL** result) {
+  return Run(image, Extrema::kMaximum, size, kBlack, result);
+}
+
+result_t CQELFilterTransform::Edge(IQEL* image, int size, IQEL** result) {
+  return Run(image, Extrema::kRange, size, kWhite, result);
+}
+
+}  // namespace qel

@@ -1,0 +1,33 @@
+#include "tests/support/forced_plans.h"
+
+// Part of every module under test, beside its entry points.
+
+namespace qel::test {
+namespace {
+
+bool Convolve(ConvolutionMethod method, const ImageView& source, const ImageView& dest,
+              const int* kernel, int size, int divisor, int offset) {
+  const auto plan = PlanConvolutionBy(method, kernel, size, divisor, offset, source.bit_count);
+  if (plan) RunConvolution(*plan, source, dest);
+  return plan.has_value();
+}
+
+bool FindExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest) {
+  if (!CanFindExtrema(plan, source)) return false;
+  RunExtrema(plan, source, dest);
+  return true;
+}
+
+bool Median(MedianMethod method, const ImageView& source, const ImageView& dest, int size) {
+  return CanFindMedian(method, size) && RunMedian(PlanMedian(method, size), source, dest);
+}
+
+}  // namespace
+}  // namespace qel::test
+
+extern "C" __attribute__((visibility("default"))) const qel::test::ForcedPlans QelForcedPlans;
+const qel::test::ForcedPlans QelForcedPlans = {
+    .convolution = &qel::test::Convolve,
+    .extrema = &qel::test::FindExtrema,
+    .median = &qel::test::Median,
+};
