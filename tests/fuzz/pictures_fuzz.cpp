@@ -3,14 +3,18 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "pictures/picture_file.h"
+#include "pictures/rows.h"
 #include "tests/fuzz/fuzz.h"
 
 namespace {
+
+using namespace qel::pictures;
 
 void PutBigEndian(uint8_t* at, uint32_t value) {
   for (int shift = 24; shift >= 0; shift -= 8) *at++ = static_cast<uint8_t>(value >> shift);
@@ -30,34 +34,57 @@ void RepairChecksums(std::vector<uint8_t>& file) {
   }
 }
 
+// Memory as in the tool; pixels bounded for the sake of time.
+constexpr int64_t kMostPixels = 1 << 22;
+
+size_t RowBytes(const PictureInfo& info) {
+  return (static_cast<size_t>(info.width) * static_cast<size_t>(info.bit_count) + 7) / 8;
+}
+
+void ReadWhole(const std::vector<uint8_t>& file) {
+  ReadOptions options;
+  options.limits.max_pixels = kMostPixels;
+  FreshPages pixels;
+  ReadPictureFromMemory(file, "fuzz", options, [&](const PictureInfo& info) {
+    pixels.Resize(RowBytes(info) * static_cast<size_t>(info.height));
+    if (pixels.size() > size_t{4} * kMostPixels) std::abort();  // beyond the limits
+    return PixelBuffer{pixels.data(), static_cast<ptrdiff_t>(RowBytes(info))};
+  });
+}
+
+/// With all that `ReadWhole` leaves as it is.
+void ReadByRows(const std::vector<uint8_t>& file) {
+  ReadOptions options;
+  options.limits.max_pixels = kMostPixels;
+  options.keep_palette_depth = options.to_srgb = true;
+  options.upright = false;
+  ByteSource source(file);
+  const auto reader = OpenRows(source, "fuzz", options);
+  const PictureInfo& info = reader->info();
+  constexpr int kAtATime = 7;
+  const int most = reader->streams() ? std::min(info.height, kAtATime) : info.height;
+  if (!options.limits.AllowSize(info.width, most)) return;
+  const FreshPages pixels(RowBytes(info) * static_cast<size_t>(most));
+  for (int64_t done = 0; reader->rows_read() < info.height && done < kMostPixels;) {
+    const int count = std::min(most, info.height - reader->rows_read());
+    reader->Read({pixels.data(), static_cast<ptrdiff_t>(RowBytes(info))}, count);
+    done += int64_t{info.width} * count;
+  }
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  using namespace qel::pictures;
   constexpr char kMagic[] = QEL_FUZZ_MAGIC;
   std::vector<uint8_t> file(data, data + size);
   for (size_t i = 0; i + 1 < sizeof(kMagic) && i < file.size(); ++i) {
     file[i] = static_cast<uint8_t>(kMagic[i]);
   }
   if (std::string_view(kMagic).starts_with("\x89PNG")) RepairChecksums(file);
-  for (const bool keep : {false, true}) {
-    ReadOptions options;
-    // Memory as in the tool; pixels bounded for the sake of time.
-    constexpr int64_t kMostPixels = 1 << 22;
-    options.limits.max_pixels = kMostPixels;
-    options.keep_palette_depth = keep;
-    options.to_srgb = keep;
-    options.upright = !keep;
-    FreshPages pixels;
+  for (const auto read : {&ReadWhole, &ReadByRows}) {
     try {
-      ReadPictureFromMemory(file, "fuzz", options, [&](const PictureInfo& info) {
-        const size_t stride =
-            (static_cast<size_t>(info.width) * static_cast<size_t>(info.bit_count) + 7) / 8;
-        pixels.Resize(stride * static_cast<size_t>(info.height));
-        if (pixels.size() > size_t{4} * kMostPixels) std::abort();  // beyond the limits
-        return PixelBuffer{pixels.data(), static_cast<ptrdiff_t>(stride)};
-      });
-    } catch (const PictureError&) {
+      read(file);
+    } catch (const qel::pictures::PictureError&) {
       // What a damaged file is answered with.
     }
   }
