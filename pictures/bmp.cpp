@@ -296,6 +296,7 @@ class BmpDecoder final : public RowDecoder {
     CheckVariety(input, header_);
     CheckSize(input, header_.width, header_.height);
     CheckLength(input, header_);
+    if (header_.Runs() || !input.source.CanReadAgain()) input.PlanFile();
     info.format = Format::kBmp;
     info.width = static_cast<int>(header_.width);
     info.height = static_cast<int>(header_.height);

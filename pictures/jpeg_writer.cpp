@@ -78,6 +78,13 @@ class WriteSession {
   Destination destination_;
 };
 
+/// Tables made for the picture spare a twentieth of the file. They take a second pass over all of
+/// its coefficients, which larger pictures would hold at a high price: those get the usual tables.
+bool MakesTables(const PictureView& shape) {
+  constexpr int64_t kMostPixels = int64_t{1} << 22;
+  return int64_t{shape.width} * shape.height <= kMostPixels;
+}
+
 void DescribePicture(const Output& output, int bit_count, jpeg_compress_struct& jpeg) {
   constexpr int kFullResolutionQuality = 90;
   const int quality = output.options.jpeg_quality;
@@ -90,7 +97,7 @@ void DescribePicture(const Output& output, int bit_count, jpeg_compress_struct& 
   if (quality >= kFullResolutionQuality) {
     jpeg.comp_info[0].h_samp_factor = jpeg.comp_info[0].v_samp_factor = 1;
   }
-  jpeg.optimize_coding = TRUE;
+  jpeg.optimize_coding = MakesTables(output.shape);
   if (output.HasResolution()) {
     const auto density = [](double dpi) {
       return static_cast<UINT16>(std::lround(std::clamp(dpi, 1.0, 65535.0)));
@@ -141,6 +148,12 @@ class JpegEncoder final : public RowEncoder {
       }
     });
     alpha_lost_by = "JPEG";
+    if (!MakesTables(output.shape)) return;
+    for (int i = 0; i < jpeg.num_components; ++i) {
+      const jpeg_component_info& component = jpeg.comp_info[i];
+      held_bytes +=
+          uint64_t{component.width_in_blocks} * component.height_in_blocks * sizeof(JBLOCK);
+    }
   }
 
   void Write(const PictureView& rows) override {

@@ -81,6 +81,7 @@ class PluginDecoder final : public RowDecoder {
     if (handle_ == nullptr) Fail(error);
     CheckSize(input, picture.width, picture.height);
     input.Plan(picture.working_bytes);
+    input.PlanFile();
     streams = false;
     info.format = format;
     info.width = static_cast<int>(picture.width);

@@ -167,6 +167,7 @@ class PngDecoder final : public RowDecoder {
   explicit PngDecoder(const Input& input) : session_(input), header_(ReadHeader(session_)) {
     const PngChunks chunks = FindPngChunks(input);
     CheckHeader(input, header_, chunks);
+    if (!input.source.CanReadAgain()) input.PlanFile();
     info.format = Format::kPng;
     info.width = static_cast<int>(header_.width);
     info.height = static_cast<int>(header_.height);

@@ -187,12 +187,17 @@ void CheckTiffPieces(const Input& input, TIFF* tiff, const TiffHeader& header) {
   const uint64_t promised = tiled ? CheckedProduct(TIFFTileSize64(tiff), count)
                                   : CheckedProduct(TIFFVStripSize64(tiff, header.height), planes);
   uint64_t held = 0;
+  uint64_t largest = 0;
   for (uint32_t i = 0; i < count; ++i) {
-    held += std::min<uint64_t>(TIFFGetStrileByteCount(tiff, i), input.source.size());
+    const uint64_t bytes = std::min<uint64_t>(TIFFGetStrileByteCount(tiff, i), input.source.size());
+    held += bytes;
+    largest = std::max(largest, bytes);
   }
   const uint64_t row_bytes = tiled ? TIFFTileRowSize64(tiff) : TIFFScanlineSize64(tiff);
   if (promised == 0) input.Broken("damaged TIFF: pieces without pixels");
   input.CheckHolds(promised, BestRatio(header.compression, row_bytes), held);
+  input.Plan(largest);
+  if (!input.source.CanReadAgain()) input.PlanFile();
 }
 
 void ReadTiffMetadata(const Input& input, TIFF* tiff, const TiffHeader& header, PictureInfo& info) {

@@ -101,15 +101,27 @@ void WriteHeader(const Output& output, TIFF* tiff) {
   }
 }
 
+/// Positions of 32 bits end at 4 GiB, and packed noise takes half more than plain.
+bool NeedsWidePositions(const PictureView& shape) {
+  const uint64_t bytes =
+      RowBytes(shape.width, shape.bit_count) * static_cast<uint64_t>(shape.height);
+  return bytes / 2 * 3 > UINT32_MAX;
+}
+
 class TiffEncoder final : public RowEncoder {
  public:
   explicit TiffEncoder(const Output& output)
       : RowEncoder(output),
         file_(output.sink),
-        tiff_(OpenTiffFile(file_, "w", 0)),
+        tiff_(OpenTiffFile(file_, NeedsWidePositions(output.shape) ? "w8" : "w", 0)),
         exif_(ParseExif(output.metadata.exif).value_or(Exif())),
         row_(RowBytes(output.shape.width, output.shape.bit_count)) {
     if (tiff_ == nullptr) file_.Fail(output);
+    if (NeedsWidePositions(output.shape) && !(exif_.photo.empty() && exif_.places.empty())) {
+      output.notes.emplace_back("TIFF of this size holds no EXIF; left out");
+      exif_.photo.clear();
+      exif_.places.clear();
+    }
     WriteHeader(output, tiff_.get());
     WriteTexts(output.metadata, exif_, tiff_.get());
   }

@@ -89,6 +89,7 @@ WebPBitstreamFeatures ReadFeatures(const Input& input, const Chunks& chunks) {
   if (features.format == kLossy) input.CheckHolds(pixels, kBestRatio);
   if (features.format == kLossless) input.Plan(4 * pixels);
   if (features.format == kLossy && features.has_alpha) input.Plan(pixels);
+  input.PlanFile();
   return features;
 }
 
@@ -162,6 +163,10 @@ class WebpEncoder final : public RowEncoder {
     }
     WebPMemoryWriterInit(&writer_);
     streams = false;
+    // By the byte of a picture with as much detail as there can be.
+    constexpr uint64_t kShare = 8;
+    held_bytes = kShare * RowBytes(output.shape.width, output.shape.bit_count) *
+                 static_cast<uint64_t>(output.shape.height);
   }
   ~WebpEncoder() override {
     WebPPictureFree(&picture_);
