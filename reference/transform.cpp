@@ -329,7 +329,7 @@ result_t RotatePaste(const Raster& source, Raster& target, double angle, int met
 }
 
 result_t Skew(const Raster& source, Raster& result, float x_gain, float y_gain, int x_pivot,
-              int y_pivot, int force_alpha) {
+              int y_pivot, int /*unused*/, int force_alpha) {
   const int bits = force_alpha != 0 ? 32 : source.bit_count;
   result.Create(source.width, source.height, source.planes, bits,
                 force_alpha != 0 ? 0x42475241u : source.model);

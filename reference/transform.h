@@ -33,7 +33,7 @@ result_t RotatePaste(const Raster& source, Raster& target, double angle, int met
 
 // Warps.
 result_t Skew(const Raster& source, Raster& result, float x_gain, float y_gain, int x_pivot,
-              int y_pivot, int force_alpha);
+              int y_pivot, int unused, int force_alpha);
 struct Corners {
   double x1, y1, x2, y2, x3, y3, x4, y4;
 };

@@ -471,12 +471,20 @@ TEST(Operations, TellTheShapeOfTheirResult) {
                                     "scale depth=8",
                                     "skew x-gain=1 alpha=yes",
                                     "circle mode=fold alpha=yes",
-                                    "transform affine=1,0,0,0,1,0 width=11"};
+                                    "transform affine=1,0,0,0,1,0 width=11",
+                                    "text text=Hi size=20 colour=red",
+                                    "text text=Hi size=20 background=#0000FF80",
+                                    "overlay with=colours.png",
+                                    "overlay with=mask.png",
+                                    "pad border=3 background=red",
+                                    "pad border=3 background=#FF000080",
+                                    "turn angle=3 background=transparent"};
   for (const Operation& operation : OperationTable()) steps.emplace_back(operation.example);
   for (const int bits : {1, 4, 8, 24, 32}) {
     PictureFiles second_pictures;
     second_pictures.Provide("other.png", MakeImage(320, 200, bits));
     second_pictures.Provide("mask.png", MakeImage(320, 200, 8));
+    second_pictures.Provide("colours.png", MakeImage(20, 10, 24));
     for (const std::string& text : steps) {
       SCOPED_TRACE(text + " at " + std::to_string(bits));
       const Step step = ParseSteps({text}).front();

@@ -72,7 +72,7 @@ class Warp : public OperationTest {
           return transform().Skew(images[0], result, gain_x, gain_y, pivot_x, pivot_y, 77, opaque);
         },
         [&](auto images, Raster& result) {
-          return oracle::Skew(images[0], result, gain_x, gain_y, pivot_x, pivot_y, opaque);
+          return oracle::Skew(images[0], result, gain_x, gain_y, pivot_x, pivot_y, 0, opaque);
         });
   }
   void ExpectQuad(const Raster& raster, const oracle::Corners& c, uint32_t width, uint32_t height,
