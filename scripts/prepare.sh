@@ -37,11 +37,12 @@ qel_install() {
       --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# qel_build_web: builds the page into build/wasm/web.
+# qel_build_web: builds the page into build/wasm/web, where the links of docs/operations find it.
 qel_build_web() {
   qel_install $QEL_WEB_PACKAGES
   # Where Debian's emscripten finds the parser that it shrinks JavaScript with.
   NODE_PATH=/usr/share/nodejs qel_build wasm
+  ln -sfn ../build/wasm/web "$QEL_ROOT/docs/try"
 }
 
 # qel_quietly COMMAND...: runs a command and shows its output only if it fails.

@@ -144,6 +144,25 @@ Operation Plain(std::string_view name, std::string_view summary, std::string_vie
           .method = method};
 }
 
+/// A row of a filter that draws from `rand`.
+Operation Random(std::string_view name, std::string_view summary, std::string_view example,
+                 std::string_view note, std::string_view method, Parameter amount) {
+  amount.name = "amount";
+  return {.name = name,
+          .component = kComponent,
+          .summary = summary,
+          .depths = kAllDepths,
+          .random = true,
+          .parameters = {amount, kSeed},
+          .example = example,
+          .note = note,
+          .surprises = {kSameRandom},
+          .positional = "amount",
+          .method = method,
+          .numbers = {"amount"},
+          .prepare = &Seed};
+}
+
 /// A row of a filter over a neighbourhood of a given size.
 Operation Sized(std::string_view name, std::string_view summary, std::string_view example,
                 std::string_view method) {
@@ -151,6 +170,12 @@ Operation Sized(std::string_view name, std::string_view summary, std::string_vie
   row.parameters = {kSize};
   row.border = &BorderOfSize;
   row.example = example;
+  return row;
+}
+
+/// Of operations that tell the color channels apart.
+Operation InOrder(Operation row) {
+  row.channel_order = ChannelOrder::kBlueGreenRed;
   return row;
 }
 
@@ -185,48 +210,19 @@ std::vector<Operation> FilterOperations() {
        .call = &CallFilter,
        .check = [](const Given& given) { KernelOf(given); }},
       Plain("contour", "Draws contours, dark on white.", "Contour"),
-      {.name = "jitter",
-       .component = kComponent,
-       .summary = "Replaces each pixel by one nearby, at random.",
-       .depths = kAllDepths,
-       .random = true,
-       .parameters = {{.name = "amount",
-                       .help = "farthest distance in columns and in rows",
-                       .standard = "4",
-                       .usual = {0, 64},
-                       .unit = "pixels"},
-                      kSeed},
-       .example = "jitter amount=6",
-       .note = "Pixels that would come from outside stay.",
-       .surprises = {kSameRandom},
-       .positional = "amount",
-       .method = "Jitter",
-       .numbers = {"amount"},
-       .prepare = &Seed},
-      {.name = "noise",
-       .component = kComponent,
-       .summary = "Adds a random offset to each channel.",
-       .depths = kAllDepths,
-       .random = true,
-       .parameters = {{.name = "amount",
-                       .help = "span of the offsets, half of it either way",
-                       .standard = "40",
-                       .usual = {0, 255}},
-                      kSeed},
-       .example = "noise amount=80",
-       .note = "Grey pictures take the grey nearest to the noisy colour.",
-       .surprises = {kSameRandom},
-       .positional = "amount",
-       .channel_order = ChannelOrder::kBlueGreenRed,
-       .method = "Noise",
-       .numbers = {"amount"},
-       .prepare = &Seed},
-      [] {
-        Operation row = Sized("median", "Takes the pixel of middle brightness over a square.",
-                              "median size=5", "Median");
-        row.channel_order = ChannelOrder::kBlueGreenRed;
-        return row;
-      }(),
+      Random("jitter", "Replaces each pixel by one nearby, at random.", "jitter amount=6",
+             "Pixels that would come from outside stay.", "Jitter",
+             {.help = "farthest distance in columns and in rows",
+              .standard = "4",
+              .usual = {0, 64},
+              .unit = "pixels"}),
+      InOrder(Random("noise", "Adds a random offset to each channel.", "noise amount=80",
+                     "Grey pictures take the grey nearest to the noisy colour.", "Noise",
+                     {.help = "span of the offsets, half of it either way",
+                      .standard = "40",
+                      .usual = {0, 255}})),
+      InOrder(Sized("median", "Takes the pixel of middle brightness over a square.",
+                    "median size=5", "Median")),
       Plain("emboss", "Relief on grey, lit from the bottom left.", "Emboss"),
       Plain("blur", "Mean over 3 x 3 pixels.", "Blur"),
       Plain("soften", "Mean over 3 x 3 pixels with half of the weight on the middle.", "Soften"),

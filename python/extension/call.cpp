@@ -333,6 +333,7 @@ SmartPtr<IQEL> Runner::Execute(IQEL* subject, ArrayImage* next) {
     result = engine.RunStep(step, SmartPtr<IQEL>::Retain(subject), pictures_, notes_);
   }
   map_.Check();
+  for (const std::string& note : notes_) WarnOfNote(note);
   return result;
 }
 
