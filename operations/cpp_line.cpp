@@ -15,8 +15,8 @@ std::string Single(double value) {
 
 std::string CppLine(const Step& step) {
   const Operation& operation = *step.operation;
-  if (operation.method.empty()) return {};
-  const Method& method = MethodNamed(operation.method);
+  if (operation.method == nullptr) return {};
+  const Method& method = *operation.method;
   const std::vector<double> numbers = operation.ArgumentsOf(step.arguments).numbers;
   size_t next = 0;
   const auto number = [&] { return next < numbers.size() ? numbers[next++] : 0; };

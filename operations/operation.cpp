@@ -59,20 +59,34 @@ SmartPtr<IQELImageDIB> Call::NewImage() const {
   return made;
 }
 
-std::vector<int> Operation::Depths() const {
-  std::vector<int> listed;
-  const char* const end = depths.data() + depths.size();
-  for (const char* at = depths.data(); at < end; ++at) {
-    int depth = 0;
-    const auto [next, error] = std::from_chars(at, end, depth);
-    if (error != std::errc()) continue;  // between two numbers
-    listed.push_back(depth);
+namespace {
+
+/// Calls `use` with each number of a list such as "8, 24, 32".
+template <typename Use>
+void ForEachNumber(std::string_view list, Use use) {
+  const char* const end = list.data() + list.size();
+  for (const char* at = list.data(); at < end; ++at) {
+    int number = 0;
+    const auto [next, error] = std::from_chars(at, end, number);
+    if (error != std::errc()) continue;  // between two of them
+    use(number);
     at = next;
   }
+}
+
+}  // namespace
+
+std::vector<int> Operation::Depths() const {
+  std::vector<int> listed;
+  ForEachNumber(depths, [&](int depth) { listed.push_back(depth); });
   return listed;
 }
 
-bool Operation::WorksOn(int bits) const { return std::ranges::count(Depths(), bits) > 0; }
+bool Operation::WorksOn(int bits) const {
+  bool listed = false;
+  ForEachNumber(depths, [&](int depth) { listed |= depth == bits; });
+  return listed;
+}
 
 Shape Operation::ResultShape(const Given& given, const Shape& shape,
                              const ShapeOfPicture& second) const {
@@ -93,10 +107,9 @@ MethodArguments Operation::ArgumentsOf(const Arguments& arguments) const {
 }
 
 result_t Operation::Run(Call& step) const {
-  if (method.empty()) return call(step);
+  if (method == nullptr) return call(step);
   if (prepare != nullptr) prepare(step);
-  return MethodNamed(method).call(step.components, ArgumentsOf(step.arguments), {&step.image, 1},
-                                  step.result);
+  return method->call(step.components, ArgumentsOf(step.arguments), {&step.image, 1}, step.result);
 }
 
 Shape ShapeOf(IQEL& image) {

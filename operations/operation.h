@@ -179,7 +179,7 @@ struct Operation {
 
   /// The method of the module that carries the step out alone: with the picture, the place of the
   /// result if it gives one, and `numbers`.
-  std::string_view method = {};
+  const Method* method = nullptr;
   /// The arguments that `method` takes, in its order, "" for 0. Empty: all of them.
   std::vector<std::string_view> numbers = {};
   /// What comes before the method; may be null.
@@ -201,8 +201,8 @@ struct Operation {
   Shape (*shape_with_second)(const Given& given, Shape shape, const Shape& second) = nullptr;
 
   /// The parameter whose value needs no name, as in "median 5" and "overlay logo.png": the only one
-  /// that is required, or that there is, if it is a number; a text or picture if it is required. Null
-  /// when that is not clear.
+  /// that is required, or that there is, if it is a number; a text or picture if it is required.
+  /// Null when that is not clear.
   const Parameter* Positional() const;
   /// All that may surprise, for pages: the note and the surprises.
   std::string Caveats() const;

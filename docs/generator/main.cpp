@@ -264,8 +264,12 @@ class Generator {
     } else {
       out << "```cpp\n" << (line.empty() ? LayOut(page.example.text) : line) << "\n```\n";
     }
-    out << "\n[Try it in the browser](../try/qel.html#steps=" << Escaped(StepOf(operation))
-        << ") · [all operations](README.md)\n";
+    // The page has no fonts.
+    if (operation.name != "text") {
+      out << "\n[Try it in the browser](../try/qel.html#steps=" << Escaped(StepOf(operation))
+          << ")\n";
+    }
+    out << "\n[All operations](README.md)\n";
     return out.str();
   }
 

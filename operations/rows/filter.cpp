@@ -141,7 +141,7 @@ Operation Plain(std::string_view name, std::string_view summary, std::string_vie
           .surprises = {kFrame},
           .border = [](const Given&, const Shape&) { return SquareOf(3); },
           .fills_result = true,
-          .method = method};
+          .method = &MethodNamed(method)};
 }
 
 /// A row of a filter that draws from `rand`.
@@ -158,7 +158,7 @@ Operation Random(std::string_view name, std::string_view summary, std::string_vi
           .note = note,
           .surprises = {kSameRandom},
           .positional = "amount",
-          .method = method,
+          .method = &MethodNamed(method),
           .numbers = {"amount"},
           .prepare = &Seed};
 }
@@ -245,7 +245,7 @@ std::vector<Operation> FilterOperations() {
        .border = [](const Given& given,
                     const Shape&) { return SquareOf(given.arguments.Int("level") == 0 ? 3 : 5); },
        .fills_result = true,
-       .method = "GaussianBlur"},
+       .method = &MethodNamed("GaussianBlur")},
   };
 }
 

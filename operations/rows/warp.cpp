@@ -227,7 +227,7 @@ std::vector<Operation> WarpOperations() {
                       Pivot("y-pivot", "row that keeps its place; 0 is the middle"), kForceAlpha},
        .example = "skew x-gain=0.4 y-gain=-0.1",
        .note = "What comes from outside takes the top-left colour, with alpha 1.",
-       .method = "Skew",
+       .method = &MethodNamed("Skew"),
        .numbers = {"x-gain", "y-gain", "x-pivot", "y-pivot", "", "alpha"},
        .result_shape = &ShapeWithAlpha},
       {.name = "quad",
@@ -309,7 +309,7 @@ std::vector<Operation> WarpOperations() {
        .example = "circle mode=swirl factor=1.5",
        .note = "What comes from outside, as the corners do, takes the top-left colour, with alpha "
                "1.",
-       .method = "CircleTransform",
+       .method = &MethodNamed("CircleTransform"),
        .numbers = {"mode", "alpha", "factor"},
        .result_shape = &ShapeWithAlpha},
   };

@@ -284,9 +284,11 @@ void Runner::CheckOut(const operations::Shape& shape) {
   if (call_.out.is_none()) return;
   out_ = ReadArray(call_.out, operation_.name, "out");
   if (!out_->array.writeable()) Refuse("out", "is read-only");
-  const std::string wanted = ShapeText(shape.width, shape.height, shape.bits / 8);
-  const std::string given = ShapeText(out_->width, out_->height, out_->channels);
-  if (given != wanted) Refuse("out", "has the shape " + given + ", the result has " + wanted);
+  if (out_->width != shape.width || out_->height != shape.height ||
+      out_->channels != shape.bits / 8) {
+    Refuse("out", "has the shape " + ShapeText(out_->width, out_->height, out_->channels) +
+                      ", the result has " + ShapeText(shape.width, shape.height, shape.bits / 8));
+  }
   if (!SamePixels(*out_, image_) && ShareMemory(*out_, image_)) {
     Refuse("out", "overlaps the image; pass the image itself, or another array");
   }
