@@ -2,13 +2,12 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <string_view>
 
 #include "pictures/codec.h"
-#include "pictures/color_profile.h"
 #include "pictures/jpeg_session.h"
 #include "pictures/pixel_target.h"
+#include "pictures/sample_math.h"
 #include "pictures/text_blocks.h"
 
 namespace qel::pictures {
@@ -261,7 +260,8 @@ class JpegDecoder final : public RowDecoder {
       info.notes.emplace_back("of XMP in several segments only the first was kept");
     }
     if (inks) {
-      conversion_.emplace(input.options, info);
+      info.metadata.icc_profile.clear();
+      info.notes.emplace_back(kCmykNote);
       inks_.resize(size_t{jpeg.image_width} * 4);
     }
     CheckFrame(input, jpeg);
@@ -270,7 +270,7 @@ class JpegDecoder final : public RowDecoder {
   void Read(const PixelBuffer& rows, int count) override {
     jpeg_decompress_struct& jpeg = session_.jpeg;
     if (jpeg.output_scanline == 0) session_.Run([&] { jpeg_start_decompress(&jpeg); });
-    if (conversion_) {
+    if (!inks_.empty()) {
       for (int y = 0; y < count; ++y) ReadInks(rows.bits + y * rows.stride);
       return;
     }
@@ -302,13 +302,12 @@ class JpegDecoder final : public RowDecoder {
     if (session_.jpeg.saw_Adobe_marker) {
       for (uint8_t& ink : inks_) ink = static_cast<uint8_t>(255 - ink);
     }
-    conversion_->Run(inks_.data(), info.width, pixel);
+    for (size_t i = 0; i < inks_.size(); i += 4, pixel += 3) InkToLight(&inks_[i], pixel);
   }
 
   const Input& input_;
   ReadSession session_;
-  std::optional<InkConversion> conversion_;  ///< of pictures of inks
-  std::vector<uint8_t> inks_;                ///< of a row of them
+  std::vector<uint8_t> inks_;  ///< of a row; empty for other pictures
 };
 
 }  // namespace

@@ -8,7 +8,8 @@
 namespace qel::test::oracle {
 
 // Plain readings of the geometric operations: one pixel at a time, in the order of the definition.
-// Arguments are not checked for null; tests of null arguments stand on their own.
+// Arguments stand as in the interface and are not checked for null; the last unused ones are left
+// out.
 
 // Sampling at fractional positions of a raw buffer.
 float BesselOrder1(float x);
@@ -34,11 +35,9 @@ result_t RotatePaste(const Raster& source, Raster& target, double angle, int met
 // Warps.
 result_t Skew(const Raster& source, Raster& result, float x_gain, float y_gain, int x_pivot,
               int y_pivot, int unused, int force_alpha);
-struct Corners {
-  double x1, y1, x2, y2, x3, y3, x4, y4;
-};
-result_t Quad(const Raster& source, Raster& result, const Corners& corners, uint32_t new_width,
-              uint32_t new_height, int16_t blend);
+result_t Quad(const Raster& source, Raster& result, double x1, double y1, double x2, double y2,
+              double x3, double y3, double x4, double y4, uint32_t new_width, uint32_t new_height,
+              int16_t blend);
 using PointTransform = std::function<void(double& x, double& y)>;
 result_t Transform(const PointTransform& transform, const Raster& source, Raster& result,
                    int x_offset, int y_offset, uint32_t new_width, uint32_t new_height);

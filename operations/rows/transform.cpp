@@ -135,7 +135,7 @@ std::vector<Operation> TransformOperations() {
        .example = "flip",
        .reach = [](const Given&, const Shape&) { return Reach::kPadding; },
        .fills_result = true,
-       .method = &MethodNamed("Flip")},
+       .call = [](Call& call) { return call.components.transform->Flip(call.image, call.result); }},
       {.name = "mirror",
        .component = kComponent,
        .summary = "Mirrors the picture left to right.",
@@ -143,7 +143,8 @@ std::vector<Operation> TransformOperations() {
        .example = "mirror",
        .border = &WholeRow,
        .fills_result = true,
-       .method = &MethodNamed("Mirror")},
+       .call =
+           [](Call& call) { return call.components.transform->Mirror(call.image, call.result); }},
       {.name = "flip-bits",
        .component = kComponent,
        .summary = "Exchanges red and blue.",
@@ -151,7 +152,7 @@ std::vector<Operation> TransformOperations() {
        .in_place = true,
        .example = "flip-bits",
        .border = &NoNeighbours,
-       .method = &MethodNamed("FlipBits")},
+       .call = [](Call& call) { return call.components.transform->FlipBits(call.image); }},
       {.name = "flip-image-and-bits",
        .component = kComponent,
        .summary = "Turns the picture upside down and exchanges red and blue.",
@@ -162,7 +163,7 @@ std::vector<Operation> TransformOperations() {
        .surprises = {{"Of the middle row of an odd number only the first half changes.",
                       [](const Given&, const Shape& shape) { return shape.height % 2 == 1; }}},
        .channel_order = ChannelOrder::kBlueGreenRed,
-       .method = &MethodNamed("FlipImageAndBits")},
+       .call = [](Call& call) { return call.components.transform->FlipImageAndBits(call.image); }},
       {.name = "increase-bpp",
        .component = kComponent,
        .summary = "Converts to a larger depth; indices become the palette's colours.",
@@ -249,7 +250,13 @@ std::vector<Operation> TransformOperations() {
              return shape.bits < 8 || (shape.bits == 24 && half_turn) ? Reach::kBeyond
                                                                       : Reach::kRows;
            },
-       .method = &MethodNamed("Rotate"),
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.transform->Rotate(
+                 call.image, call.result, arguments.Int("angle"), arguments.Int("method"),
+                 arguments.Int("force-alpha"), arguments.Int("keep-size"));
+           },
        .result_shape = &ShapeAfterRotate},
       {.name = "rotate-paste",
        .component = kComponent,

@@ -227,8 +227,13 @@ std::vector<Operation> WarpOperations() {
                       Pivot("y-pivot", "row that keeps its place; 0 is the middle"), kForceAlpha},
        .example = "skew x-gain=0.4 y-gain=-0.1",
        .note = "What comes from outside takes the top-left colour, with alpha 1.",
-       .method = &MethodNamed("Skew"),
-       .numbers = {"x-gain", "y-gain", "x-pivot", "y-pivot", "", "alpha"},
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.transform->Skew(
+                 call.image, call.result, arguments.Real("x-gain"), arguments.Real("y-gain"),
+                 arguments.Int("x-pivot"), arguments.Int("y-pivot"), 0, arguments.Int("alpha"));
+           },
        .result_shape = &ShapeWithAlpha},
       {.name = "quad",
        .component = kTransform,
@@ -287,10 +292,11 @@ std::vector<Operation> WarpOperations() {
                "next step.",
        .channel_order = ChannelOrder::kAlikeWithoutAlpha,
        .fills_result = true,
+       .shape_of = "onto",
        .call = &CallTransformPaste,
        .check = &CheckPointMap,
        .check_shapes = &CheckTransformPaste,
-       .shape_with_second = [](const Given&, Shape, const Shape& onto) { return onto; }},
+       .result_like = "onto"},
       {.name = "circle",
        .component = kDeform,
        .summary = "Deforms the picture in circles about its centre.",
@@ -309,8 +315,13 @@ std::vector<Operation> WarpOperations() {
        .example = "circle mode=swirl factor=1.5",
        .note = "What comes from outside, as the corners do, takes the top-left colour, with alpha "
                "1.",
-       .method = &MethodNamed("CircleTransform"),
-       .numbers = {"mode", "alpha", "factor"},
+       .call =
+           [](Call& call) {
+             const Arguments& arguments = call.arguments;
+             return call.components.deform->CircleTransform(call.image, arguments.Int("mode"),
+                                                            arguments.Int("alpha"),
+                                                            arguments.Real("factor"));
+           },
        .result_shape = &ShapeWithAlpha},
   };
 }
