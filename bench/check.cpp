@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "reference/readings.h"
+
 namespace qel::bench {
 namespace {
 
@@ -47,11 +49,12 @@ Verdict Check(const Row& row, const Components& components, int depth) {
   Stage stage(row.inputs, depth, kSmallPicture);
   std::vector<Raster> rasters;
   for (size_t i = 0; i < stage.count(); ++i) rasters.push_back(RasterOf(stage[i]->Host()));
+  const MethodCall call = row.CallFor(kSmallPicture);
   Raster expected_result;
   std::srand(1);  // the random operations draw the same numbers
-  const result_t expected = row.reading(rasters, expected_result);
+  const result_t expected = test::Read(call, rasters, expected_result);
   std::srand(1);
-  const result_t actual = row.call(components, stage);
+  const result_t actual = stage.Run(components, call);
   NewImageOptions() = {};
 
   if (Failed(expected)) return {Kind::kWrong, "the row's arguments are refused by definition"};

@@ -191,11 +191,12 @@ void MeasureLarge(const std::vector<Components>& modules, const Options& options
                   Result& result) {
   const Row& row = *result.row;
   const bool cold = !options.warm;
+  const MethodCall method_call = row.CallFor(options.sizes[size]);
   std::list<Stage> stages;
   std::vector<Contender> contenders(1);
   for (const Components& components : modules) {
     Stage& stage = stages.emplace_back(row.inputs, result.depth, options.sizes[size]);
-    const auto call = [&] { row.call(components, stage); };
+    const auto call = [&] { stage.Run(components, method_call); };
     call();
     contenders.push_back({[&, cold] { stage.SetBack(row.changes, cold); }, call});
   }
@@ -223,14 +224,16 @@ void MeasureSmall(const Components& components, Effort effort, const Row& row, i
                   Figures& figures) {
   constexpr int kCalls = 50;
   Stage stage(row.inputs, depth, kSmallSize);
-  Stage tall(row.inputs, depth, {kSmallSize.width, 2 * kSmallSize.height});
-  const auto calls_on = [&](Stage& images) -> Contender {
-    return {{}, [&] {
-              for (int i = 0; i < kCalls; ++i) row.call(components, images);
+  const Size tall_size = {kSmallSize.width, 2 * kSmallSize.height};
+  Stage tall(row.inputs, depth, tall_size);
+  const auto calls_on = [&](Stage& images, Size size) -> Contender {
+    return {{}, [&, call = row.CallFor(size)] {
+              for (int i = 0; i < kCalls; ++i) images.Run(components, call);
             }};
   };
   effort.batch_seconds /= 4;
-  const std::vector<Timing> timings = MeasureInTurns({calls_on(stage), calls_on(tall)}, effort);
+  const std::vector<Timing> timings =
+      MeasureInTurns({calls_on(stage, kSmallSize), calls_on(tall, tall_size)}, effort);
   figures.small_seconds = timings[0].seconds / kCalls;
   figures.fixed_seconds = std::max(0.0, figures.small_seconds * (2 - timings[1].ratio));
 }
@@ -385,7 +388,7 @@ int Main(int argc, char** argv) {
   for (const ModuleChoice& choice : options.modules) {
     const host::ModuleLibrary& library = libraries.emplace_back(choice.file);
     library.Initialize(collection.Get());
-    modules.emplace_back(library);
+    modules.push_back(operations::MakeComponents(library));
     setting.modules.push_back(choice.name);
   }
   if (modules.empty()) throw std::runtime_error("no module is left to measure");

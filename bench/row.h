@@ -13,6 +13,7 @@
 #endif
 
 #include "bench/stage.h"
+#include "operations/method.h"
 #include "reference/raster.h"
 
 namespace qel::bench {
@@ -32,17 +33,20 @@ struct PeerStage {
 #endif
 };
 
-using Call = std::function<result_t(const Components& c, Stage& s)>;
-using Reading = std::function<result_t(std::span<Raster> r, Raster& result)>;
 using Peer = std::function<void(PeerStage& p)>;
+
+/// A call with these numbers; `images` as in `MethodCall`.
+template <typename... Numbers>
+MethodCall Of(std::string_view method, std::string images, Numbers... numbers) {
+  return MethodCall(method, {{static_cast<double>(numbers)...}}, std::move(images));
+}
 
 /// One operation with its arguments: everything that the benchmark knows about it.
 struct Row {
   std::string name;
-  double goal;      ///< multiples of the copy, 0 for none
-  Call call;        ///< on the module
-  Reading reading;  ///< the same on the plain reading; `result` counts as made when it has bits
-  Peer peer;        ///< the nearest equivalent of another library, or empty
+  double goal;  ///< multiples of the copy, 0 for none
+  MethodCall call;
+  Peer peer;  ///< the nearest equivalent of another library, or empty
 
   std::string component = {};
   std::vector<int> depths = {8, 24, 32};
@@ -55,6 +59,18 @@ struct Row {
   /// The method that the module carries the operation out by at a depth, where it has several.
   std::function<std::string(int depth)> method = {};
 
+  /// The numbers of the call on pictures of a size, where they depend on it.
+  std::function<std::vector<double>(Size size)> numbers = {};
+
+  MethodCall CallFor(Size size) const {
+    MethodCall sized = call;
+    if (numbers) sized.arguments.numbers = numbers(size);
+    return sized;
+  }
+
+  Row&& Sized(decltype(numbers) function) && {
+    return numbers = std::move(function), std::move(*this);
+  }
   // For rows that are not as the values above.
   Row&& At(std::vector<int> values) && { return depths = std::move(values), std::move(*this); }
   Row&& PeerAt(std::vector<int> values) && {
@@ -68,12 +84,7 @@ struct Row {
   Row&& Above(std::string value) && { return floor = std::move(value), std::move(*this); }
 };
 
-// The expressions of a row: `c` are the components, `s` the images of the call and `r` those of the
-// plain reading, `p` is the peer's stage. Without OpenCV there are no peers of that kind.
-#define QEL_CALL(...) \
-  [=]([[maybe_unused]] const Components& c, [[maybe_unused]] Stage& s) { return __VA_ARGS__; }
-#define QEL_READ(...) \
-  [=](std::span<Raster> r, [[maybe_unused]] Raster& result) { return __VA_ARGS__; }
+// The peer's side of a row: `p` is its stage. Without OpenCV there are no peers of that kind.
 #ifdef QEL_BENCH_OPENCV
 #define QEL_PEER(...) Peer([=]([[maybe_unused]] PeerStage& p) { __VA_ARGS__; })
 #else

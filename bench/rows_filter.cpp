@@ -6,12 +6,9 @@
 #include "filter/convolution/fixed_kernels.h"
 #include "filter/median/median_plan.h"
 #include "filter/morphology/extrema_plan.h"
-#include "reference/filter.h"
 
 namespace qel::bench {
 namespace {
-
-namespace oracle = test::oracle;
 
 /// Weights without symmetry or zeros, of either sign.
 int* Weights() {
@@ -23,6 +20,12 @@ int* Weights() {
 int* Ones() {
   static std::vector<int> ones(15 * 15, 1);
   return ones.data();
+}
+
+MethodCall Filter(const int* weights, double size, double divisor, double offset) {
+  const auto count = static_cast<ptrdiff_t>(size * size);
+  return MethodCall("Filter",
+                    {.numbers = {size, divisor, offset}, .weights = {weights, weights + count}});
 }
 
 /// As many numbers as the random filters draw.
@@ -79,30 +82,26 @@ std::vector<Row> FilterRows() {
   const auto add = [&](Row row) { rows.push_back(std::move(row)); };
   for (const auto& [n, goal] : {std::pair(3, 1.8), {15, 3.0}, {31, 3.5}}) {
     const int size = n;
-    add(Row{"erode " + std::to_string(n), goal, QEL_CALL(c.filter->Erode(s[0], size, s.Result())),
-            QEL_READ(oracle::Erode(r[0], size, result)),
+    add(Row{"erode " + std::to_string(n), goal, Of("Erode", "0", size),
             QEL_PEER(cv::erode(p[0], p.result, Square(size)))}
             .By(ExtremaBy(Extrema::kMinimum, size)));
   }
   for (const auto& [n, goal] : {std::pair(1, 0.0), {3, 1.8}, {15, 3.0}, {31, 3.5}}) {
     const int size = n;
-    add(Row{"dilate " + std::to_string(n), goal, QEL_CALL(c.filter->Dilate(s[0], size, s.Result())),
-            QEL_READ(oracle::Dilate(r[0], size, result)),
+    add(Row{"dilate " + std::to_string(n), goal, Of("Dilate", "0", size),
             QEL_PEER(cv::dilate(p[0], p.result, Square(size)))}
             .By(ExtremaBy(Extrema::kMaximum, size)));
   }
   for (const auto& [n, goal] : {std::pair(3, 3.0), {15, 5.0}, {31, 6.0}}) {
     const int size = n;
-    add(Row{"edge " + std::to_string(n), goal, QEL_CALL(c.filter->Edge(s[0], size, s.Result())),
-            QEL_READ(oracle::Edge(r[0], size, result)),
+    add(Row{"edge " + std::to_string(n), goal, Of("Edge", "0", size),
             QEL_PEER(cv::morphologyEx(p[0], p.result, cv::MORPH_GRADIENT, Square(size)))}
             .By(ExtremaBy(Extrema::kRange, size)));
   }
   for (const auto& [n, goal] :
        {std::pair(3, 5.0), {5, 12.0}, {7, 0.0}, {9, 40.0}, {15, 90.0}, {31, 0.0}}) {
     const int size = n;
-    add(Row{"median " + std::to_string(n), goal, QEL_CALL(c.filter->Median(s[0], size, s.Result())),
-            QEL_READ(oracle::Median(r[0], size, result)),
+    add(Row{"median " + std::to_string(n), goal, Of("Median", "0", size),
             QEL_PEER(cv::medianBlur(p[0], p.result, size))}
             .By([=](int depth) {
               return TextOf(kMedianMethods, PlanMedian(size, depth).method).name;
@@ -110,50 +109,32 @@ std::vector<Row> FilterRows() {
   }
   for (const auto& [n, goal] : {std::pair(1, 0.0), {3, 3.5}, {5, 8.0}, {7, 17.0}, {15, 40.0}}) {
     const int size = n;
-    add(Row{"filter " + std::to_string(n), goal,
-            QEL_CALL(c.filter->Filter(s[0], Weights(), size, size * size, 3, s.Result())),
-            QEL_READ(oracle::Filter(r[0], Weights(), size, size * size, 3, result)),
+    add(Row{"filter " + std::to_string(n), goal, Filter(Weights(), size, size * size, 3),
             QEL_PEER(Convolve(p, Weights(), size, size * size, 3))}
             .By(ConvolutionBy(Weights(), size, size * size, 3)));
   }
-  add(Row{"filter box 15", 4, QEL_CALL(c.filter->Filter(s[0], Ones(), 15, 225, 0, s.Result())),
-          QEL_READ(oracle::Filter(r[0], Ones(), 15, 225, 0, result)),
+  add(Row{"filter box 15", 4, Filter(Ones(), 15, 225, 0),
           QEL_PEER(cv::blur(p[0], p.result, {15, 15}))}
           .By(ConvolutionBy(Ones(), 15, 225, 0)));
-  add(Row{"blur", 1.5, QEL_CALL(c.filter->Blur(s[0], s.Result())),
-          QEL_READ(oracle::Blur(r[0], result)), QEL_PEER(cv::blur(p[0], p.result, {3, 3}))}
-          .By(ConvolutionBy(kBlur)));
-  add(Row{"soften", 3.5, QEL_CALL(c.filter->Soften(s[0], s.Result())),
-          QEL_READ(oracle::Soften(r[0], result)), QEL_PEER(Convolve(p, kSoften))}
-          .By(ConvolutionBy(kSoften)));
-  add(Row{"sharpen", 3.5, QEL_CALL(c.filter->Sharpen(s[0], s.Result())),
-          QEL_READ(oracle::Sharpen(r[0], result)), QEL_PEER(Convolve(p, kSharpen))}
-          .By(ConvolutionBy(kSharpen)));
-  add(Row{"emboss", 2, QEL_CALL(c.filter->Emboss(s[0], s.Result())),
-          QEL_READ(oracle::Emboss(r[0], result)), QEL_PEER(Convolve(p, kEmboss))}
-          .By(ConvolutionBy(kEmboss)));
-  add(Row{"gaussian_blur 0", 1.6, QEL_CALL(c.filter->GaussianBlur(s[0], 0, s.Result())),
-          QEL_READ(oracle::GaussianBlur(r[0], 0, result)),
+  add(Row{"blur", 1.5, Of("Blur", "0"), QEL_PEER(cv::blur(p[0], p.result, {3, 3}))}.By(
+      ConvolutionBy(kBlur)));
+  add(Row{"soften", 3.5, Of("Soften", "0"), QEL_PEER(Convolve(p, kSoften))}.By(
+      ConvolutionBy(kSoften)));
+  add(Row{"sharpen", 3.5, Of("Sharpen", "0"), QEL_PEER(Convolve(p, kSharpen))}.By(
+      ConvolutionBy(kSharpen)));
+  add(Row{"emboss", 2, Of("Emboss", "0"), QEL_PEER(Convolve(p, kEmboss))}.By(
+      ConvolutionBy(kEmboss)));
+  add(Row{"gaussian_blur 0", 1.6, Of("GaussianBlur", "0", 0),
           QEL_PEER(cv::GaussianBlur(p[0], p.result, {3, 3}, 0))}
           .By(ConvolutionBy(kGaussianBlur[0])));
   for (const int level : {1, 2, 3}) {
-    add(Row{"gaussian_blur " + std::to_string(level), 8,
-            QEL_CALL(c.filter->GaussianBlur(s[0], level, s.Result())),
-            QEL_READ(oracle::GaussianBlur(r[0], level, result)),
+    add(Row{"gaussian_blur " + std::to_string(level), 8, Of("GaussianBlur", "0", level),
             QEL_PEER(Convolve(p, kGaussianBlur[level]))}
             .By(ConvolutionBy(kGaussianBlur[level])));
   }
-  add({"contour",
-       0,
-       QEL_CALL(c.filter->Contour(s[0], s.Result())),
-       QEL_READ(oracle::Contour(r[0], result)),
-       {}});
-  add(Row{"noise", 1.15, QEL_CALL(c.filter->Noise(s[0], 40, s.Result())),
-          QEL_READ(oracle::Noise(r[0], 40, result)), Draws(3)}
-          .Above("rand"));
-  add(Row{"jitter", 1.15, QEL_CALL(c.filter->Jitter(s[0], 5, s.Result())),
-          QEL_READ(oracle::Jitter(r[0], 5, result)), Draws(2)}
-          .Above("rand"));
+  add({"contour", 0, Of("Contour", "0"), {}});
+  add(Row{"noise", 1.15, Of("Noise", "0", 40), Draws(3)}.Above("rand"));
+  add(Row{"jitter", 1.15, Of("Jitter", "0", 5), Draws(2)}.Above("rand"));
   return rows;
 }
 

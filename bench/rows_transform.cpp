@@ -1,44 +1,25 @@
 #include <cmath>
 
 #include "bench/row.h"
-#include "reference/transform.h"
+#include "operations/point_maps.h"
 
 namespace qel::bench {
 namespace {
 
-namespace oracle = test::oracle;
-
-/// The quadrilateral that is straightened, in an image of this size.
-struct Corners {
-  double x1, y1, x2, y2, x3, y3, x4, y4;
-};
-Corners CornersIn(int width, int height) {
+/// The quadrilateral that is straightened, in an image of this size: x and y by turns.
+std::vector<double> CornersIn(int width, int height) {
   const double w = width, h = height;
   return {0.1 * w, 0.05 * h, 0.95 * w, 0.1 * h, 0.05 * w, 0.9 * h, 0.9 * w, 0.97 * h};
 }
 
-/// A transform of the caller's: a slight turn.
-class Turner final : public host::HostObject<ITransform> {
- public:
-  static Turner* Instance() {
-    static Turner* const instance = new Turner;
-    return instance;
-  }
-  static void Turn(double& x, double& y) {
-    const double old_x = x;
-    x = 0.98 * x - 0.12 * y + 60;
-    y = 0.12 * old_x + 0.98 * y - 40;
-  }
-  // Nobody may look inside: what counts for the floor is the call.
-  [[gnu::noinline]] result_t TransformPoint(double* x, double* y, double* /*z*/) override {
-    Turn(*x, *y);
-    return kOk;
-  }
-};
+/// A transform of the caller's, that nobody may look inside: a slight turn.
+SmartPtr<ITransform> MakeTurner() {
+  return SmartPtr<ITransform>::Adopt(new operations::AffineMap({0.98, -0.12, 60, 0.12, 0.98, -40}));
+}
 
 /// What the caller's own code takes: one call per pixel.
 void TurnAll(PeerStage& p) {
-  ITransform* const turner = Turner::Instance();
+  static const SmartPtr<ITransform> turner = MakeTurner();
   for (int y = 0; y < p.height; ++y) {
     for (int x = 0; x < p.width; ++x) {
       double point[3] = {static_cast<double>(x), static_cast<double>(y), 0};
@@ -69,14 +50,14 @@ void Resize(PeerStage& p, double factor, int interpolation) {
 }
 
 void Straighten(PeerStage& p, int interpolation) {
-  const Corners c = CornersIn(p.width, p.height);
+  const std::vector<double> c = CornersIn(p.width, p.height);
   const auto point = [](double x, double y) {
     return cv::Point2f(static_cast<float>(x), static_cast<float>(y));
   };
   const cv::Point2f to[] = {point(0, 0), point(p.width, 0), point(0, p.height),
                             point(p.width, p.height)};
-  const cv::Point2f from[] = {point(c.x1, c.y1), point(c.x2, c.y2), point(c.x3, c.y3),
-                              point(c.x4, c.y4)};
+  const cv::Point2f from[] = {point(c[0], c[1]), point(c[2], c[3]), point(c[4], c[5]),
+                              point(c[6], c[7])};
   cv::warpPerspective(p[0], p.result, cv::getPerspectiveTransform(to, from), p[0].size(),
                       interpolation | cv::WARP_INVERSE_MAP);
 }
@@ -117,11 +98,10 @@ void ExpandPalette(PeerStage& p) {
 void AddDepthRows(std::vector<Row>& rows) {
   const auto add = [&](std::string name, double goal, Peer peer, int from, int to, bool palette) {
     const uint32_t model = to == 24 ? kModelBgr : kModelArgb;
-    rows.push_back(Row{"increase_bpp to " + name, goal,
-                       QEL_CALL(c.transform->IncreaseBpp(s[0], s.Result(), to, model)),
-                       QEL_READ(oracle::IncreaseBpp(r[0], result, to, model)), std::move(peer)}
-                       .At({from})
-                       .On({{.palette = palette}}));
+    rows.push_back(
+        Row{"increase_bpp to " + name, goal, Of("IncreaseBpp", "0", to, model), std::move(peer)}
+            .At({from})
+            .On({{.palette = palette}}));
   };
   add("24", 0.75, QEL_PEER(cv::cvtColor(p[0], p.result, cv::COLOR_GRAY2BGR)), 8, 24, false);
   add("32", 0.95, QEL_PEER(cv::cvtColor(p[0], p.result, cv::COLOR_GRAY2BGRA)), 8, 32, false);
@@ -132,9 +112,8 @@ void AddDepthRows(std::vector<Row>& rows) {
 
 void AddRotations(std::vector<Row>& rows) {
   const auto add = [&](std::string name, double goal, Peer peer, int angle, int method) {
-    rows.push_back({"rotate " + name, goal,
-                    QEL_CALL(c.transform->Rotate(s[0], s.Result(), angle, method, 0, 1)),
-                    QEL_READ(oracle::Rotate(r[0], result, angle, method, 0, 1)), std::move(peer)});
+    rows.push_back(
+        {"rotate " + name, goal, Of("Rotate", "0", angle, method, 0, 1), std::move(peer)});
   };
   add("by 90", 2.7, QEL_PEER(cv::rotate(p[0], p.result, cv::ROTATE_90_CLOCKWISE)), 90, 0);
   add("by 180", 1.1, QEL_PEER(cv::rotate(p[0], p.result, cv::ROTATE_180)), 180, 0);
@@ -149,15 +128,14 @@ void AddRotations(std::vector<Row>& rows) {
 void AddResampling(std::vector<Row>& rows) {
   const auto add = [&](std::string name, double goal, Peer peer, int up, int down, int method,
                        int nearest_only) {
-    const auto scaled = [=](int length) { return length * up / down; };
+    const int divide = up > down ? up : 1;
+    const auto numbers = [=](Size size) -> std::vector<double> {
+      return {1.0 * (size.width / divide * up / down), 1.0 * (size.height / divide * up / down),
+              1.0 * method, 1.0 * nearest_only};
+    };
     rows.push_back(
-        Row{"resample " + name, goal,
-            QEL_CALL(c.transform->Resample(s[0], s.Result(), scaled(s[0]->Host().width()),
-                                           scaled(s[0]->Host().height()), method, nearest_only)),
-            QEL_READ(oracle::Resample(r[0], result, scaled(r[0].width), scaled(r[0].height), method,
-                                      nearest_only)),
-            std::move(peer)}
-            .On({{.divide = up > down ? up : 1}}));
+        Row{"resample " + name, goal, Of("Resample", "0"), std::move(peer)}.Sized(numbers).On(
+            {{.divide = divide}}));
   };
   const Peer cubic = QEL_PEER(Resize(p, 2, cv::INTER_CUBIC));
   add("x2 nearest", 1, QEL_PEER(Resize(p, 2, cv::INTER_NEAREST)), 2, 1, 0, 0);
@@ -173,18 +151,9 @@ void AddResampling(std::vector<Row>& rows) {
   add("/2.5 nearest", 0, QEL_PEER(Resize(p, 0.4, cv::INTER_NEAREST)), 2, 5, 0, 1);
 }
 
-result_t CallQuad(IQELTransform& transform, Stage& s, int16_t blend) {
-  const int w = s[0]->Host().width(), h = s[0]->Host().height();
-  const Corners p = CornersIn(w, h);
-  return transform.Quad(s[0], s.Result(), p.x1, p.y1, p.x2, p.y2, p.x3, p.y3, p.x4, p.y4,
-                        static_cast<uint32_t>(w), static_cast<uint32_t>(h), blend);
-}
-
-result_t ReadQuad(const Raster& image, Raster& result, int16_t blend) {
-  const Corners p = CornersIn(image.width, image.height);
-  return oracle::Quad(image, result, p.x1, p.y1, p.x2, p.y2, p.x3, p.y3, p.x4, p.y4,
-                      static_cast<uint32_t>(image.width), static_cast<uint32_t>(image.height),
-                      blend);
+MethodCall WithTurner(std::string_view method, std::string images, double fill_voids) {
+  return MethodCall(method, {.numbers = {0, 0, fill_voids}, .map = MakeTurner()},
+                    std::move(images));
 }
 
 }  // namespace
@@ -193,56 +162,48 @@ std::vector<Row> TransformRows() {
   const std::vector<Input> with_target = {{}, {.content = Content::kOther}};
   std::vector<Row> rows;
   const auto add = [&](Row row) { rows.push_back(std::move(row)); };
-  add({"flip", 1.1, QEL_CALL(c.transform->Flip(s[0], s.Result())),
-       QEL_READ(oracle::Flip(r[0], result)), QEL_PEER(cv::flip(p[0], p.result, 0))});
-  add({"mirror", 1.1, QEL_CALL(c.transform->Mirror(s[0], s.Result())),
-       QEL_READ(oracle::Mirror(r[0], result)), QEL_PEER(cv::flip(p[0], p.result, 1))});
-  add(Row{"flip_bits", 0.6, QEL_CALL(c.transform->FlipBits(s[0])), QEL_READ(oracle::FlipBits(r[0])),
-          QEL_PEER(SwapChannels(p[0], p.result))}
+  add({"flip", 1.1, Of("Flip", "0"), QEL_PEER(cv::flip(p[0], p.result, 0))});
+  add({"mirror", 1.1, Of("Mirror", "0"), QEL_PEER(cv::flip(p[0], p.result, 1))});
+  add(Row{"flip_bits", 0.6, Of("FlipBits", "0"), QEL_PEER(SwapChannels(p[0], p.result))}
           .At({24, 32})
           .Changing(0));
   add(Row {
-    "flip_image_and_bits", 1.2, QEL_CALL(c.transform->FlipImageAndBits(s[0])),
-        QEL_READ(oracle::FlipImageAndBits(r[0])),
+    "flip_image_and_bits", 1.2, Of("FlipImageAndBits", "0"),
         QEL_PEER(cv::flip(p[0], p.scratch[0], 0); SwapChannels(p.scratch[0], p.result))
   }.At({24, 32})
           .Changing(0));
   AddDepthRows(rows);
   AddRotations(rows);
   AddResampling(rows);
-  add({"skew", 4, QEL_CALL(c.transform->Skew(s[0], s.Result(), 0.2f, 0.1f, 0, 0, 0, 0)),
-       QEL_READ(oracle::Skew(r[0], result, 0.2f, 0.1f, 0, 0, 0, 0)), QEL_PEER(Shear(p))});
-  add({"quad nearest", 6, QEL_CALL(CallQuad(*c.transform, s, 0)),
-       QEL_READ(ReadQuad(r[0], result, 0)), QEL_PEER(Straighten(p, cv::INTER_NEAREST))});
-  add({"quad blended", 12, QEL_CALL(CallQuad(*c.transform, s, 1)),
-       QEL_READ(ReadQuad(r[0], result, 1)), QEL_PEER(Straighten(p, cv::INTER_LINEAR))});
-  add(Row{"rotate_paste nearest", 0, QEL_CALL(c.transform->RotatePaste(s[0], s[1], 0.5, 0, 0)),
-          QEL_READ(oracle::RotatePaste(r[0], r[1], 0.5, 0, 0)),
+  add({"skew", 4, Of("Skew", "0", 0.2f, 0.1f, 0, 0, 0, 0), QEL_PEER(Shear(p))});
+  for (const double blend : {0, 1}) {
+    const auto numbers = [blend](Size size) {
+      std::vector<double> values = CornersIn(size.width, size.height);
+      values.insert(values.end(), {1.0 * size.width, 1.0 * size.height, blend});
+      return values;
+    };
+    add(Row{blend == 0 ? "quad nearest" : "quad blended", blend == 0 ? 6.0 : 12.0, Of("Quad", "0"),
+            QEL_PEER(Straighten(p, blend == 0 ? cv::INTER_NEAREST : cv::INTER_LINEAR))}
+            .Sized(numbers));
+  }
+  add(Row{"rotate_paste nearest", 0, Of("RotatePaste", "01", 0.5, 0, 0),
           QEL_PEER(Warp(p, p[1], cv::INTER_NEAREST, cv::BORDER_TRANSPARENT))}
           .At({24, 32})
           .PeerAt({24})
           .On(with_target)
           .Changing(1));
-  add(Row{"rotate_paste 4 x 4", 0, QEL_CALL(c.transform->RotatePaste(s[0], s[1], 0.5, 3, 0)),
-          QEL_READ(oracle::RotatePaste(r[0], r[1], 0.5, 3, 0)),
+  add(Row{"rotate_paste 4 x 4", 0, Of("RotatePaste", "01", 0.5, 3, 0),
           QEL_PEER(Warp(p, p[1], cv::INTER_CUBIC, cv::BORDER_TRANSPARENT))}
           .At({24, 32})
           .PeerAt({24})
           .On(with_target)
           .Changing(1));
-  add(Row{"transform", 0,
-          QEL_CALL(c.transform->Transform(Turner::Instance(), s[0], s.Result(), 0, 0, 0, 0, 0, 0)),
-          QEL_READ(oracle::Transform(Turner::Turn, r[0], result, 0, 0, 0, 0)), TurnAll}
-          .Above("the caller's calls"));
-  add(Row{"transform_paste", 0,
-          QEL_CALL(c.transform->TransformPaste(Turner::Instance(), s[0], s[1], 0, 0, 0, 0)),
-          QEL_READ(oracle::TransformPaste(Turner::Turn, r[0], r[1], 0, 0, 0)), TurnAll}
+  add(Row{"transform", 0, WithTurner("Transform", "0", 0), TurnAll}.Above("the caller's calls"));
+  add(Row{"transform_paste", 0, WithTurner("TransformPaste", "01", 0), TurnAll}
           .On(with_target)
           .Changing(1)
           .Above("the caller's calls"));
-  add(Row{"transform_paste with voids", 0,
-          QEL_CALL(c.transform->TransformPaste(Turner::Instance(), s[0], s[1], 0, 0, 1, 0)),
-          QEL_READ(oracle::TransformPaste(Turner::Turn, r[0], r[1], 0, 0, 1)), TurnAll}
+  add(Row{"transform_paste with voids", 0, WithTurner("TransformPaste", "01", 1), TurnAll}
           .At({24, 32})
           .On(with_target)
           .Changing(1)
@@ -253,9 +214,8 @@ std::vector<Row> TransformRows() {
 std::vector<Row> DeformRows() {
   std::vector<Row> rows;
   const auto add = [&](std::string name, double goal, Peer peer, int mode) {
-    rows.push_back(Row{"circle_transform " + name, goal,
-                       QEL_CALL(c.deform->CircleTransform(s[0], mode, 0, 1.5f)),
-                       QEL_READ(oracle::CircleTransform(r[0], mode, 0, 1.5f)), std::move(peer)}
+    rows.push_back(Row{"circle_transform " + name, goal, Of("CircleTransform", "0", mode, 0, 1.5f),
+                       std::move(peer)}
                        .Changing(0));
   };
   add("bulge", 18, QEL_PEER(Deform(p, kCircleBulge)), kCircleBulge);

@@ -42,13 +42,6 @@ void Evict(const void* start, size_t bytes) {
   _mm_mfence();
 }
 
-Components::Components(const host::ModuleLibrary& module)
-    : color(module.Create<IQELColorTransform>(RefString(kColorTransformName))),
-      transform(module.Create<IQELTransform>(RefString(kTransformName))),
-      deform(module.Create<IQELDeform>(RefString(kDeformName))),
-      filter(module.Create<IQELFilterTransform>(RefString(kFilterTransformName))),
-      maths(module.Create<IQELMaths>(RefString(kMathsName))) {}
-
 host::ImageOptions& NewImageOptions() {
   static host::ImageOptions options;
   return options;
@@ -78,6 +71,7 @@ Stage::Stage(const std::vector<Input>& inputs, int depth, Size size) {
   for (const Input& input : inputs) {
     const auto image = MakeImage(input, depth, size);
     images_.push_back(SmartPtr<AdoptingImage>::Adopt(new AdoptingImage(image)));
+    pointers_.push_back(images_.back().Get());
     originals_.emplace_back();
     if (image->Bits() != nullptr) {
       originals_.back().assign(image->Bits(), image->Row(image->height()));

@@ -5,7 +5,7 @@
 
 #include "host/host_collection.h"
 #include "host/module_library.h"
-#include "qel/qel.h"
+#include "operations/method.h"
 
 namespace qel::bench {
 
@@ -21,16 +21,8 @@ enum class Content {
 /// Paints plane 0 of an image of 8, 24 or 32 bits.
 void Paint(const host::HostImage& image, Content content);
 
-/// One object of each component, made by the module under measurement.
-struct Components {
-  explicit Components(const host::ModuleLibrary& module);
-
-  SmartPtr<IQELColorTransform> color;
-  SmartPtr<IQELTransform> transform;
-  SmartPtr<IQELDeform> deform;
-  SmartPtr<IQELFilterTransform> filter;
-  SmartPtr<IQELMaths> maths;
-};
+using operations::Components;
+using operations::MethodCall;
 
 /// The host's collection, with images laid out as `NewImageOptions` says at the time.
 SmartPtr<host::HostCollection> MakeCollection();
@@ -92,8 +84,9 @@ class Stage {
 
   AdoptingImage* operator[](size_t index) const { return images_[index].Get(); }
   size_t count() const { return images_.size(); }
-  /// Where a call puts its result.
-  IQEL** Result() { return result_.Put(); }
+  result_t Run(const Components& components, const MethodCall& call) {
+    return call.Run(components, pointers_, result_.Put());
+  }
   /// The result as the host knows it, or null.
   const host::HostImage* HostResult() const;
   /// Before the next call: paints image `changed`, if not negative, as it was at first, and gives
@@ -104,6 +97,7 @@ class Stage {
 
  private:
   std::vector<SmartPtr<AdoptingImage>> images_;
+  std::vector<IQELImage*> pointers_;
   std::vector<std::vector<uint8_t>> originals_;
   SmartPtr<IQEL> result_;
 };

@@ -5,6 +5,7 @@
 #   host    the reference host, a static library          qel-host-dev
 #   python  the Python package                            python3-qel
 #   docs    documentation and examples                    qel-doc
+#   web     the page in the browser                       qel-web, where the preset `wasm` has built it
 #   formats plug-ins for more picture formats             qel-formats-extra, where their libraries are
 include(CMakePackageConfigHelpers)
 
@@ -41,8 +42,15 @@ install(TARGETS qel RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tool
 
 install(FILES README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT docs)
 install(DIRECTORY docs examples DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT docs
+  PATTERN "try" EXCLUDE
   PATTERN "*.sh" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
   WORLD_READ WORLD_EXECUTE)
+
+# The page, where the links of the documentation point to.
+set(QEL_WEB_PAGE "${PROJECT_SOURCE_DIR}/build/wasm/web" CACHE PATH "The built page in the browser")
+if(EXISTS "${QEL_WEB_PAGE}/qel.html")
+  install(DIRECTORY "${QEL_WEB_PAGE}/" DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/try" COMPONENT web)
+endif()
 
 # Debian packages.
 set(QEL_PACKAGE_CONTACT "QEL image module maintainers <maintainers@qel.invalid>" CACHE STRING
@@ -71,6 +79,9 @@ set(CPACK_COMPONENTS_ALL module tool dev host docs)
 get_property(format_plugins GLOBAL PROPERTY QEL_FORMAT_PLUGINS)
 if(format_plugins)
   list(APPEND CPACK_COMPONENTS_ALL formats)
+endif()
+if(EXISTS "${QEL_WEB_PAGE}/qel.html")
+  list(APPEND CPACK_COMPONENTS_ALL web)
 endif()
 if(TARGET qel_python)
   list(APPEND CPACK_COMPONENTS_ALL python)
@@ -109,6 +120,9 @@ if(format_plugins)
   set(CPACK_DEBIAN_FORMATS_PACKAGE_DEPENDS "qel (= ${version})")
   set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "qel-formats-extra")
 endif()
+qel_debian_package(web qel-web doc "image operations in the browser"
+  "A page that tries every operation of the QEL image module on a picture, without\n\
+a server: open /usr/share/doc/qel/docs/try/qel.html.")
 qel_debian_package(python python3-qel python "exact image operations on numpy arrays"
   "Every operation of the QEL image module as a function on numpy arrays, without\n\
 copies; blocks of large arrays on threads and with dask.")
@@ -119,7 +133,7 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "qel-module (= ${version})")
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "qel-module (>= ${version})")
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "qel-dev (= ${version})")
 set(CPACK_DEBIAN_HOST_PACKAGE_SHLIBDEPS OFF)
-foreach(key IN ITEMS DEV DOCS)
+foreach(key IN ITEMS DEV DOCS WEB)
   set(CPACK_DEBIAN_${key}_PACKAGE_ARCHITECTURE all)
   set(CPACK_DEBIAN_${key}_PACKAGE_SHLIBDEPS OFF)
 endforeach()

@@ -47,7 +47,7 @@ SmartPtr<IQEL> Engine::RunStep(const Step& step, SmartPtr<IQEL> picture, Picture
             result.Put()};
   if (operation.composed()) {
     result = operation.compose(call);
-  } else if (const result_t code = operation.call(call); Failed(code)) {
+  } else if (const result_t code = operation.Run(call); Failed(code)) {
     throw CallError(Explain(operation, code), operation.name, code);
   }
   if (!result) return picture;

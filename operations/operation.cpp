@@ -1,10 +1,55 @@
 #include "operations/operation.h"
 
+#include <charconv>
 #include <new>
 
+#include "operations/arguments.h"
 #include "operations/errors.h"
+#include "operations/nearest_name.h"
 
 namespace qel::operations {
+
+std::string_view KindName(Kind kind) {
+  switch (kind) {
+    case Kind::kInt:
+      return "integer";
+    case Kind::kNumber:
+      return "number";
+    case Kind::kExtent:
+      return "extent";
+    case Kind::kFlag:
+      return "flag";
+    case Kind::kColor:
+      return "color";
+    case Kind::kPaint:
+      return "paint";
+    case Kind::kChoice:
+      return "choice";
+    case Kind::kNumbers:
+      return "numbers";
+    case Kind::kPoint:
+      return "point";
+    case Kind::kText:
+      return "text";
+    case Kind::kPicture:
+      return "picture";
+  }
+  return "";
+}
+
+std::string_view NameOf(ChannelOrder order) {
+  switch (order) {
+    case ChannelOrder::kAlike:
+      return "alike";
+    case ChannelOrder::kAlikeWithoutAlpha:
+      return "alike without alpha";
+    case ChannelOrder::kByArguments:
+      return "by arguments";
+    case ChannelOrder::kBlueGreenRed:
+      return "blue green red";
+  }
+  return "";
+}
 
 SmartPtr<IQELImageDIB> Call::NewImage() const {
   SmartPtr<IQELImageDIB> made;
@@ -14,15 +59,57 @@ SmartPtr<IQELImageDIB> Call::NewImage() const {
   return made;
 }
 
-bool Operation::WorksOn(int bits) const {
-  for (std::string_view rest = depths; !rest.empty();) {
-    const size_t end = std::min(rest.find(','), rest.size());
-    int depth = 0;
-    for (const char c : rest.substr(0, end)) depth = c == ' ' ? depth : 10 * depth + (c - '0');
-    if (depth == bits) return true;
-    rest.remove_prefix(std::min(end + 1, rest.size()));
+namespace {
+
+/// Calls `use` with each number of a list such as "8, 24, 32".
+template <typename Use>
+void ForEachNumber(std::string_view list, Use use) {
+  const char* const end = list.data() + list.size();
+  for (const char* at = list.data(); at < end; ++at) {
+    int number = 0;
+    const auto [next, error] = std::from_chars(at, end, number);
+    if (error != std::errc()) continue;  // between two of them
+    use(number);
+    at = next;
   }
-  return false;
+}
+
+}  // namespace
+
+std::vector<int> Operation::Depths() const {
+  std::vector<int> listed;
+  ForEachNumber(depths, [&](int depth) { listed.push_back(depth); });
+  return listed;
+}
+
+bool Operation::WorksOn(int bits) const {
+  bool listed = false;
+  ForEachNumber(depths, [&](int depth) { listed |= depth == bits; });
+  return listed;
+}
+
+Shape Operation::ResultShape(const Given& given, const Shape& shape,
+                             const ShapeOfPicture& second) const {
+  if (result_shape != nullptr) return result_shape(given, shape);
+  if (shape_with_second == nullptr || !second) return shape;
+  const auto picture = std::ranges::find(parameters, Kind::kPicture, &Parameter::kind);
+  return shape_with_second(given, shape, second(given.arguments.Text(picture->name)));
+}
+
+MethodArguments Operation::ArgumentsOf(const Arguments& arguments) const {
+  MethodArguments taken;
+  const auto add = [&](std::string_view argument) {
+    taken.numbers.push_back(argument.empty() ? 0 : arguments.Number(argument));
+  };
+  std::ranges::for_each(numbers, add);
+  if (numbers.empty()) std::ranges::for_each(NamesOf(parameters), add);
+  return taken;
+}
+
+result_t Operation::Run(Call& step) const {
+  if (method == nullptr) return call(step);
+  if (prepare != nullptr) prepare(step);
+  return method->call(step.components, ArgumentsOf(step.arguments), {&step.image, 1}, step.result);
 }
 
 Shape ShapeOf(IQEL& image) {

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "operations/components.h"
+#include "operations/method.h"
 
 namespace qel::operations {
 
@@ -30,6 +30,9 @@ enum class Kind {
   kText,     ///< passed on as it is
   kPicture,  ///< a second picture, by name
 };
+
+/// The name of a kind, for programs that read the table: "integer", "number", ...
+std::string_view KindName(Kind kind);
 
 struct Choice {
   std::string_view label;
@@ -115,6 +118,9 @@ enum class ChannelOrder {
   kBlueGreenRed,  ///< something else: pixels must be put in order
 };
 
+/// "alike", "alike without alpha", "by arguments" or "blue green red".
+std::string_view NameOf(ChannelOrder order);
+
 /// Second pictures of steps, by the text of their argument.
 class PictureSource {
  public:
@@ -144,7 +150,7 @@ struct Surprise {
   bool (*meets)(const Given& given, const Shape& shape) = nullptr;
 };
 
-/// One row of the operation table. Either `call` or `compose` is there.
+/// One row of the operation table. One of `method`, `call` and `compose` is there.
 struct Operation {
   std::string_view name = {};       ///< kebab case
   std::string_view component = {};  ///< object name of the component; of composed rows a heading
@@ -170,10 +176,15 @@ struct Operation {
   Reach (*reach)(const Given& given, const Shape& shape) = nullptr;
   /// Every pixel of a new picture is written, whatever its memory held.
   bool fills_result = false;
-  /// The parameter whose picture gives the result its shape; empty: see `result_shape`.
-  std::string_view shape_of = {};
 
-  /// Carries the step out by one call of the module.
+  /// The method of the module that carries the step out alone: with the picture, the place of the
+  /// result if it gives one, and `numbers`.
+  const Method* method = nullptr;
+  /// The arguments that `method` takes, in its order, "" for 0. Empty: all of them.
+  std::vector<std::string_view> numbers = {};
+  /// What comes before the method; may be null.
+  void (*prepare)(const Call& call) = nullptr;
+  /// Carries the step out by the module where more than that is to be done.
   result_t (*call)(Call& call) = nullptr;
   /// Of operations that the module does not have: makes a new picture from `Call::image`, which
   /// only rows in place change, by several calls or other libraries. Throws `StepError` and
@@ -184,24 +195,28 @@ struct Operation {
   /// The same for pictures that do not fit, the second ones included, by their shapes; may be null.
   void (*check_shapes)(const Given& given, const Shape& shape,
                        const ShapeOfPicture& second) = nullptr;
-  /// The argument whose picture has the shape of the result; empty when none has.
-  std::string_view result_like = {};
   /// What becomes of the shape of a picture; null when it stays. The model is not looked at.
   Shape (*result_shape)(const Given& given, Shape shape) = nullptr;
+  /// The same where it depends on a second picture, whose shape comes last.
+  Shape (*shape_with_second)(const Given& given, Shape shape, const Shape& second) = nullptr;
 
   /// The parameter whose value needs no name, as in "median 5" and "overlay logo.png": the only one
-  /// that is required, or that there is, if it is a number; a text or picture if it is required. Null
-  /// when that is not clear.
+  /// that is required, or that there is, if it is a number; a text or picture if it is required.
+  /// Null when that is not clear.
   const Parameter* Positional() const;
   /// All that may surprise, for pages: the note and the surprises.
   std::string Caveats() const;
-  /// True when `depths` lists `bits`.
+  /// The bit counts that `depths` lists.
+  std::vector<int> Depths() const;
   bool WorksOn(int bits) const;
+  /// What `method` takes beside pictures.
+  MethodArguments ArgumentsOf(const Arguments& arguments) const;
+  /// Carries a step out that is not composed.
+  result_t Run(Call& step) const;
   bool composed() const { return compose != nullptr; }
   std::string_view PictureStep() const { return picture_step.empty() ? example : picture_step; }
-  Shape ResultShape(const Given& given, const Shape& shape) const {
-    return result_shape == nullptr ? shape : result_shape(given, shape);
-  }
+  /// The shape of the result; `second` may be empty where the second pictures are not known yet.
+  Shape ResultShape(const Given& given, const Shape& shape, const ShapeOfPicture& second) const;
   Border BorderOf(const Given& given, const Shape& shape) const {
     return border == nullptr ? Border{Border::kAll, Border::kAll} : border(given, shape);
   }

@@ -52,7 +52,9 @@ std::string Variable(std::string_view path) {
   for (char& c : name) {
     if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
   }
-  return name.empty() || std::isdigit(static_cast<unsigned char>(name[0])) != 0 ? "other" : name;
+  const bool is_free = !name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
+                       name != "image" && name != "qel";
+  return is_free ? name : "other";
 }
 
 std::string Value(const Parameter& parameter, const Arguments& arguments) {
@@ -99,6 +101,15 @@ std::string PythonLine(const Step& step) {
             Value(parameter, step.arguments);
   }
   return line + ")";
+}
+
+std::vector<std::string> PythonLines(const std::vector<Step>& steps) {
+  std::vector<std::string> lines;
+  for (const std::string& name : PictureNames(steps)) {
+    lines.push_back(Variable(name) + " = qel.imread(" + Quoted(name) + ")");
+  }
+  for (const Step& step : steps) lines.push_back("image = " + PythonLine(step));
+  return lines;
 }
 
 }  // namespace qel::operations

@@ -15,6 +15,10 @@ std::string PythonName(std::string_view name);
 /// pictures are variables named like their files; arguments at their default are left out.
 std::string PythonLine(const Step& step);
 
+/// The same for a chain, a line for each step, which gives a new `image`; before them those that
+/// read the second pictures.
+std::vector<std::string> PythonLines(const std::vector<Step>& steps);
+
 }  // namespace qel::operations
 
 #endif  // QEL_OPERATIONS_PYTHON_LINE_H_

@@ -1,28 +1,17 @@
 #include "operations/shape_after.h"
 
-#include <sstream>
-
 #include "operations/errors.h"
 
 namespace qel::operations {
 namespace {
 
-/// True when `bits` is in a list such as "8, 24, 32".
-bool Lists(std::string_view depths, int bits) {
-  std::istringstream words{std::string(depths)};
-  for (std::string word; words >> word;) {
-    if (std::stoi(word) == bits) return true;
-  }
-  return false;
-}
-
 void CheckDepth(const Operation& operation, const Given& given, int bits) {
-  if (Lists(operation.depths, bits)) return;
+  if (operation.WorksOn(bits)) return;
   std::string text = "it works on " + std::string(operation.depths) +
                      " bits per pixel, the picture has " + std::to_string(bits);
   if (bits < 8) {
     text += "; leave out what keeps the depth of palettes";
-  } else if (Lists(operation.depths, 32)) {
+  } else if (operation.WorksOn(32)) {
     text += "; put increase-bpp before it";
   }
   RefuseDepth(given, text);
@@ -36,8 +25,7 @@ Shape ShapeAfter(const Step& step, const Shape& shape, int64_t max_pixels,
   const Given given = step.AsGiven();
   CheckDepth(operation, given, shape.bits);
   if (operation.check_shapes != nullptr) operation.check_shapes(given, shape, second);
-  Shape result = operation.result_like.empty() ? operation.ResultShape(given, shape)
-                                               : second(step.arguments.Text(operation.result_like));
+  Shape result = operation.ResultShape(given, shape, second);
   if (result.width < 1 || result.height < 1) {
     Refuse(given, "the result would have " + result.Size() + " pixels; ask for one at least");
   }

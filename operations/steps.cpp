@@ -160,7 +160,7 @@ std::vector<std::string> SurprisesOf(const std::vector<Step>& steps, Shape shape
     for (const std::string_view text : SurprisesOf(*step.operation, step.AsGiven(), shape)) {
       met.push_back(std::string(step.operation->name).append(": ").append(text));
     }
-    shape = step.operation->ResultShape(step.AsGiven(), shape);
+    shape = step.operation->ResultShape(step.AsGiven(), shape, {});
   }
   return met;
 }

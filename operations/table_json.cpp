@@ -7,34 +7,6 @@
 namespace qel::operations {
 namespace {
 
-std::string_view KindName(Kind kind) {
-  switch (kind) {
-    case Kind::kInt:
-      return "integer";
-    case Kind::kNumber:
-      return "number";
-    case Kind::kExtent:
-      return "extent";
-    case Kind::kFlag:
-      return "flag";
-    case Kind::kColor:
-      return "color";
-    case Kind::kPaint:
-      return "paint";
-    case Kind::kChoice:
-      return "choice";
-    case Kind::kNumbers:
-      return "numbers";
-    case Kind::kPoint:
-      return "point";
-    case Kind::kText:
-      return "text";
-    case Kind::kPicture:
-      return "picture";
-  }
-  return "";
-}
-
 std::string ParameterAsJson(const Parameter& parameter) {
   JsonObject object;
   object.Text("name", parameter.name)
@@ -55,20 +27,6 @@ std::string ParameterAsJson(const Parameter& parameter) {
   }
   object.Flag("required", parameter.required());
   return object.Object();
-}
-
-std::string_view OrderName(ChannelOrder order) {
-  switch (order) {
-    case ChannelOrder::kAlike:
-      return "alike";
-    case ChannelOrder::kAlikeWithoutAlpha:
-      return "alike without alpha";
-    case ChannelOrder::kByArguments:
-      return "by arguments";
-    case ChannelOrder::kBlueGreenRed:
-      return "blue green red";
-  }
-  return "";
 }
 
 std::string_view ReachName(operations::Reach reach) {
@@ -119,7 +77,7 @@ std::string OperationAsJson(const Operation& operation) {
       .Text("example", operation.example)
       .Text("picture_step", operation.PictureStep())
       .Text("note", operation.Caveats())
-      .Text("channel_order", OrderName(operation.channel_order))
+      .Text("channel_order", NameOf(operation.channel_order))
       .Json("surroundings_of_example", SurroundingsAsJson(operation))
       .Json("parameters", JsonArray(parameters, "\n    "));
   return object.Object();

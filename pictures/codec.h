@@ -131,8 +131,6 @@ class RowEncoder {
 inline constexpr uint64_t kDeflateRatio = 1032;
 
 inline constexpr char kReducedNote[] = "16 bits per channel were reduced to 8";
-inline constexpr char kCmykNote[] =
-    "CMYK was converted to colours without its profile, which was left out";
 inline constexpr char kPaletteAlphaNote[] = "a palette holds no alpha; it was left out";
 inline constexpr char kAssociatedNote[] = "colours were divided by their alpha";
 

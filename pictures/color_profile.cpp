@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "pictures/icc.h"
+#include "pictures/sample_math.h"
 
 namespace qel::pictures {
 namespace {
@@ -29,6 +30,9 @@ Profile Standard(bool grey) {
   cmsFreeToneCurve(curve);
   return profile;
 }
+
+constexpr char kSimpleInksNote[] =
+    "CMYK was converted to colours without its profile, which was left out";
 
 /// From the profile to the standard one; alpha is not touched.
 Transform MakeTransform(const Profile& profile, bool grey, int bytes) {
@@ -95,6 +99,30 @@ void ColorConversion::Run(const PixelBuffer& rows, int width, int count) const {
     uint8_t* const row = rows.bits + y * rows.stride;
     cmsDoTransform(transform_.get(), row, row, static_cast<cmsUInt32Number>(width));
   }
+}
+
+InkConversion::InkConversion(const ReadOptions& options, PictureInfo& info) {
+  const std::vector<uint8_t> icc = std::move(info.metadata.icc_profile);
+  info.metadata.icc_profile.clear();
+  if (options.to_srgb) {
+    const Profile profile(
+        cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
+    const bool fits = profile != nullptr && cmsGetColorSpace(profile.get()) == cmsSigCmykData;
+    if (fits) {
+      transform_ = Transform(cmsCreateTransform(profile.get(), TYPE_CMYK_8, Standard(false).get(),
+                                                TYPE_BGR_8, INTENT_RELATIVE_COLORIMETRIC,
+                                                cmsFLAGS_BLACKPOINTCOMPENSATION));
+    }
+  }
+  if (transform_ == nullptr) info.notes.emplace_back(kSimpleInksNote);
+}
+
+void InkConversion::Run(const uint8_t* inks, int count, uint8_t* pixels) const {
+  if (transform_ != nullptr) {
+    cmsDoTransform(transform_.get(), inks, pixels, static_cast<cmsUInt32Number>(count));
+    return;
+  }
+  for (int x = 0; x < count; ++x, inks += 4, pixels += 3) InkToLight(inks, pixels);
 }
 
 }  // namespace qel::pictures

@@ -1,6 +1,7 @@
 #ifndef QEL_PICTURES_COLOR_PROFILE_H_
 #define QEL_PICTURES_COLOR_PROFILE_H_
 
+#include <cstdint>
 #include <memory>
 
 #include "pictures/picture_file.h"
@@ -22,6 +23,21 @@ class ColorConversion {
 
  private:
   std::shared_ptr<void> transform_;  ///< of the library; null when there is nothing to do
+};
+
+/// Turns rows of ink, cyan, magenta, yellow and black from 0 to 255 each, into blue, green and red.
+class InkConversion {
+ public:
+  /// Looks at the profile of a picture of inks, which it leaves without one. Where the options ask
+  /// for sRGB and the profile speaks of such inks it is carried out; otherwise the conversion is
+  /// the simple one, which is noted.
+  InkConversion(const ReadOptions& options, PictureInfo& info);
+
+  /// Converts `count` pixels.
+  void Run(const uint8_t* inks, int count, uint8_t* pixels) const;
+
+ private:
+  std::shared_ptr<void> transform_;  ///< of the library; null for the simple conversion
 };
 
 }  // namespace qel::pictures

@@ -2,12 +2,13 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "pictures/codec.h"
+#include "pictures/color_profile.h"
 #include "pictures/jpeg_session.h"
 #include "pictures/pixel_target.h"
-#include "pictures/sample_math.h"
 #include "pictures/text_blocks.h"
 
 namespace qel::pictures {
@@ -260,8 +261,7 @@ class JpegDecoder final : public RowDecoder {
       info.notes.emplace_back("of XMP in several segments only the first was kept");
     }
     if (inks) {
-      info.metadata.icc_profile.clear();
-      info.notes.emplace_back(kCmykNote);
+      conversion_.emplace(input.options, info);
       inks_.resize(size_t{jpeg.image_width} * 4);
     }
     CheckFrame(input, jpeg);
@@ -270,7 +270,7 @@ class JpegDecoder final : public RowDecoder {
   void Read(const PixelBuffer& rows, int count) override {
     jpeg_decompress_struct& jpeg = session_.jpeg;
     if (jpeg.output_scanline == 0) session_.Run([&] { jpeg_start_decompress(&jpeg); });
-    if (!inks_.empty()) {
+    if (conversion_) {
       for (int y = 0; y < count; ++y) ReadInks(rows.bits + y * rows.stride);
       return;
     }
@@ -302,12 +302,13 @@ class JpegDecoder final : public RowDecoder {
     if (session_.jpeg.saw_Adobe_marker) {
       for (uint8_t& ink : inks_) ink = static_cast<uint8_t>(255 - ink);
     }
-    for (size_t i = 0; i < inks_.size(); i += 4, pixel += 3) InkToLight(&inks_[i], pixel);
+    conversion_->Run(inks_.data(), info.width, pixel);
   }
 
   const Input& input_;
   ReadSession session_;
-  std::vector<uint8_t> inks_;  ///< of a row; empty for other pictures
+  std::optional<InkConversion> conversion_;  ///< of pictures of inks
+  std::vector<uint8_t> inks_;                ///< of a row of them
 };
 
 }  // namespace

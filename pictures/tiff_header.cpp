@@ -63,9 +63,9 @@ void ReadTexts(const Input& input, TIFF* tiff, const TiffHeader& header, Picture
 void NoteConversions(const TiffHeader& header, TIFF* tiff, PictureInfo& info) {
   if (header.bits == 16) info.notes.emplace_back(kReducedNote);
   if (header.alpha == TiffAlpha::kAssociated) info.notes.emplace_back(kAssociatedNote);
-  if (!header.KeepsProfile()) {
+  if (!header.KeepsProfile() && !header.HasInks()) {
     info.metadata.icc_profile.clear();
-    info.notes.emplace_back(header.ColourSamples() == 4 ? kCmykNote : kOtherColoursNote);
+    info.notes.emplace_back(kOtherColoursNote);
   }
   if (header.extra_samples > (header.alpha == TiffAlpha::kNone ? 0 : 1)) {
     info.notes.emplace_back("channels besides colour and alpha were left out");

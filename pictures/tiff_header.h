@@ -42,6 +42,8 @@ struct TiffHeader {
   /// Whether we convert the samples ourselves; what remains goes through the library's own
   /// conversion, which knows rare colours but loses precision where there is alpha.
   bool ConvertsDirectly() const;
+  /// Whether samples are inks that we convert.
+  bool HasInks() const { return ColourSamples() == 4 && ConvertsDirectly(); }
   bool IsPlanar() const { return planar == PLANARCONFIG_SEPARATE; }
 };
 

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "pictures/codec.h"
+#include "pictures/color_profile.h"
 #include "pictures/fresh_pages.h"
 #include "pictures/index_rows.h"
 #include "pictures/pixel_target.h"
@@ -131,7 +132,12 @@ class PieceReader {
 };
 
 /// Colours, or grey with alpha or of 16 bits: samples to pixels.
-void ConvertSamples(const TiffHeader& header, const uint8_t* samples, int count, uint8_t* pixel) {
+void ConvertSamples(const TiffHeader& header, const std::optional<InkConversion>& inks,
+                    const uint8_t* samples, int count, uint8_t* pixel) {
+  if (inks && header.alpha == TiffAlpha::kNone) {
+    inks->Run(samples, count, pixel);
+    return;
+  }
   const int used = header.UsedSamples();
   const int colours = header.ColourSamples();
   const uint8_t flip = header.photometric == PHOTOMETRIC_MINISWHITE ? 255 : 0;
@@ -143,7 +149,7 @@ void ConvertSamples(const TiffHeader& header, const uint8_t* samples, int count,
     } else if (colours == 3) {
       pixel = std::reverse_copy(samples, samples + 3, pixel);
     } else {
-      InkToLight(samples, pixel);
+      inks->Run(samples, 1, pixel);
       pixel += 3;
     }
     if (header.alpha == TiffAlpha::kNone) continue;
@@ -249,6 +255,7 @@ class TiffDecoder final : public RowDecoder {
     } else {
       info.bit_count = header_.alpha != TiffAlpha::kNone ? 32 : header_.IsGrey() ? 8 : 24;
     }
+    if (header_.HasInks()) inks_.emplace(input.options, info);
     pieces_.emplace(input, file_, tiff_.get(), header_);
   }
 
@@ -264,7 +271,7 @@ class TiffDecoder final : public RowDecoder {
         if (indices_) {
           indices_->Put(samples, length, row, x);
         } else {
-          ConvertSamples(header_, samples, length, row + x * bytes);
+          ConvertSamples(header_, inks_, samples, length, row + x * bytes);
         }
       });
     }
@@ -282,6 +289,7 @@ class TiffDecoder final : public RowDecoder {
   std::optional<LibraryConversion> conversion_;
   std::optional<PieceReader> pieces_;
   std::optional<IndexRows> indices_;
+  std::optional<InkConversion> inks_;
 };
 
 }  // namespace

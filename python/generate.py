@@ -35,7 +35,7 @@ Map = Union[Callable[[float, float], tuple[float, float]], ArrayLike]
 '''
 
 TYPES = {
-    "int": "int",
+    "integer": "int",
     "number": "float",
     "extent": "int | str",
     "flag": "bool",
@@ -129,7 +129,7 @@ def default_of(parameter: dict[str, Any]) -> str:
         return "None"
     if kind == "flag":
         return str(standard == "yes")
-    if kind in ("int", "number") or (kind in ("choice", "extent") and is_number(standard)):
+    if kind in ("integer", "number") or (kind in ("choice", "extent") and is_number(standard)):
         return str(float(standard)) if kind == "number" else standard
     return f'"{standard}"'
 

@@ -349,9 +349,8 @@ result_t Skew(const Raster& source, Raster& result, float x_gain, float y_gain, 
   return kOk;
 }
 
-result_t Quad(const Raster& source, Raster& result, double x1, double y1, double x2, double y2,
-              double x3, double y3, double x4, double y4, uint32_t new_width, uint32_t new_height,
-              int16_t blend) {
+result_t Quad(const Raster& source, Raster& result, const Corners& p, uint32_t new_width,
+              uint32_t new_height, int16_t blend) {
   const auto length = [](double ax, double ay, double bx, double by) {
     return std::sqrt((bx - ax) * (bx - ax) + (by - ay) * (by - ay));
   };
@@ -362,19 +361,19 @@ result_t Quad(const Raster& source, Raster& result, double x1, double y1, double
   };
   if (new_width == 0 || new_width >= 65536) {
     new_width = static_cast<uint32_t>(
-        TruncateToInt(std::min(length(x1, y1, x2, y2), length(x3, y3, x4, y4))));
+        TruncateToInt(std::min(length(p.x1, p.y1, p.x2, p.y2), length(p.x3, p.y3, p.x4, p.y4))));
   }
   if (new_height == 0 || new_height >= 65536) {
     new_height = static_cast<uint32_t>(
-        TruncateToInt(std::min(length(x1, y1, x3, y3), length(x2, y2, x4, y4))));
+        TruncateToInt(std::min(length(p.x1, p.y1, p.x3, p.y3), length(p.x2, p.y2, p.x4, p.y4))));
   }
   const int b = source.bit_count;
   result.Create(static_cast<int>(new_width), static_cast<int>(new_height), 1, b, source.model);
   if (b < 8 || result.Bits() == nullptr) return kOk;
   const int bytes = b / 8;
-  const double left_length = length(x1, y1, x3, y3);
-  const double right_length = length(x2, y2, x4, y4);
-  int left_x = fixed(x1), left_y = fixed(y1), right_x = fixed(x2), right_y = fixed(y2);
+  const double left_length = length(p.x1, p.y1, p.x3, p.y3);
+  const double right_length = length(p.x2, p.y2, p.x4, p.y4);
+  int left_x = fixed(p.x1), left_y = fixed(p.y1), right_x = fixed(p.x2), right_y = fixed(p.y2);
   for (int r = 0; r < static_cast<int>(new_height); ++r) {
     const int lx = left_x / 65536, ly = left_y / 65536;
     const int rx = right_x / 65536, ry = right_y / 65536;
@@ -405,10 +404,10 @@ result_t Quad(const Raster& source, Raster& result, double x1, double y1, double
       x = WrappedSum(x, step_x);
       y = WrappedSum(y, step_y);
     }
-    left_x = WrappedSum(left_x, step(x3 - x1, left_length, new_height));
-    left_y = WrappedSum(left_y, step(y3 - y1, left_length, new_height));
-    right_x = WrappedSum(right_x, step(x4 - x2, right_length, new_height));
-    right_y = WrappedSum(right_y, step(y4 - y2, right_length, new_height));
+    left_x = WrappedSum(left_x, step(p.x3 - p.x1, left_length, new_height));
+    left_y = WrappedSum(left_y, step(p.y3 - p.y1, left_length, new_height));
+    right_x = WrappedSum(right_x, step(p.x4 - p.x2, right_length, new_height));
+    right_y = WrappedSum(right_y, step(p.y4 - p.y2, right_length, new_height));
   }
   return kOk;
 }

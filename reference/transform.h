@@ -8,8 +8,7 @@
 namespace qel::test::oracle {
 
 // Plain readings of the geometric operations: one pixel at a time, in the order of the definition.
-// Arguments stand as in the interface and are not checked for null; the last unused ones are left
-// out.
+// Arguments are not checked for null; tests of null arguments stand on their own.
 
 // Sampling at fractional positions of a raw buffer.
 float BesselOrder1(float x);
@@ -35,9 +34,11 @@ result_t RotatePaste(const Raster& source, Raster& target, double angle, int met
 // Warps.
 result_t Skew(const Raster& source, Raster& result, float x_gain, float y_gain, int x_pivot,
               int y_pivot, int unused, int force_alpha);
-result_t Quad(const Raster& source, Raster& result, double x1, double y1, double x2, double y2,
-              double x3, double y3, double x4, double y4, uint32_t new_width, uint32_t new_height,
-              int16_t blend);
+struct Corners {
+  double x1, y1, x2, y2, x3, y3, x4, y4;
+};
+result_t Quad(const Raster& source, Raster& result, const Corners& corners, uint32_t new_width,
+              uint32_t new_height, int16_t blend);
 using PointTransform = std::function<void(double& x, double& y)>;
 result_t Transform(const PointTransform& transform, const Raster& source, Raster& result,
                    int x_offset, int y_offset, uint32_t new_width, uint32_t new_height);

@@ -5,7 +5,7 @@
 QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev libgif-dev liblcms2-dev nettle-dev libfontconfig-dev libfreetype-dev"
 # Without these two the plug-ins for more picture formats are left out.
 QEL_PYTHON_PACKAGES="python3-dev python3-numpy pybind11-dev"
-QEL_TEST_PACKAGES="libgtest-dev abigail-tools fonts-dejavu-core libheif-dev libjxl-dev $QEL_PYTHON_PACKAGES python3-pytest python3-hypothesis python3-dask python3-distributed mypy python3-pil python3-venv python3-pip python3-wheel python3-setuptools"
+QEL_TEST_PACKAGES="libgtest-dev fonts-dejavu-core libheif-dev libjxl-dev $QEL_PYTHON_PACKAGES python3-pytest python3-hypothesis python3-dask python3-distributed mypy python3-pil python3-venv python3-pip python3-wheel python3-setuptools"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 QEL_EMULATION_PACKAGES="libsimde-dev"
 QEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user googletest"
@@ -37,11 +37,12 @@ qel_install() {
       --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# qel_build_web: builds the page into build/wasm/web.
+# qel_build_web: builds the page into build/wasm/web, where the links of docs/operations find it.
 qel_build_web() {
   qel_install $QEL_WEB_PACKAGES
   # Where Debian's emscripten finds the parser that it shrinks JavaScript with.
   NODE_PATH=/usr/share/nodejs qel_build wasm
+  ln -sfn ../build/wasm/web "$QEL_ROOT/docs/try"
 }
 
 # qel_quietly COMMAND...: runs a command and shows its output only if it fails.

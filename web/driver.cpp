@@ -12,6 +12,7 @@
 #include "operations/engine.h"
 #include "operations/errors.h"
 #include "operations/json.h"
+#include "operations/python_line.h"
 #include "operations/table.h"
 #include "operations/table_json.h"
 #include "qel/entry.h"
@@ -71,6 +72,7 @@ struct Page {
   NamedPictures pictures;
   qel::operations::Engine engine;
   std::string answer;
+  std::vector<std::string> python;  ///< lines of the last chain
 
   Page()
       : engine(Components(collection.Get()),
@@ -91,13 +93,19 @@ Page& ThePage() {
   return page;
 }
 
+std::string TextsAsJson(const std::vector<std::string>& texts) {
+  std::vector<std::string> quoted;
+  for (const std::string& text : texts) quoted.push_back(qel::operations::JsonText(text));
+  return qel::operations::JsonArray(quoted);
+}
+
 std::string AnswerOf(const std::string& error, const std::string& operation,
                      const std::string& argument, const std::vector<std::string>& notes) {
-  std::vector<std::string> texts;
-  for (const std::string& note : notes) texts.push_back(qel::operations::JsonText(note));
   qel::operations::JsonObject answer;
   answer.Text("error", error).Text("operation", operation).Text("argument", argument);
-  return answer.Json("notes", qel::operations::JsonArray(texts)).Object();
+  return answer.Json("notes", TextsAsJson(notes))
+      .Json("python", TextsAsJson(ThePage().python))
+      .Object();
 }
 
 std::vector<std::string> Lines(const char* text) {
@@ -122,7 +130,9 @@ SmartPtr<qel::IQEL> RunChain(HostImage& source, const char* steps,
                              std::vector<std::string>& notes) {
   Page& page = ThePage();
   std::vector<qel::operations::Step> chain;  // without steps the picture stays as it is
+  page.python.clear();
   if (*steps != '\0') chain = qel::operations::ParseSteps(Lines(steps));
+  page.python = qel::operations::PythonLines(chain);
   SmartPtr<HostImage> copy = HostImage::Make({.clear = true});
   if (!copy || qel::Failed(copy->Assign(&source, 0))) throw std::bad_alloc();
   SmartPtr<qel::IQEL> picture = SmartPtr<qel::IQEL>::Retain(copy.Get());
@@ -187,7 +197,8 @@ EMSCRIPTEN_KEEPALIVE HostImage* qel_run(HostImage* picture, const char* steps) {
   return nullptr;
 }
 
-/// What the last `qel_run` had to say: {"error", "operation", "argument", "notes"}.
+/// What the last `qel_run` had to say: {"error", "operation", "argument", "notes", "python"}, the
+/// last of which are the lines of the Python package that do the same.
 EMSCRIPTEN_KEEPALIVE const char* qel_answer() { return ThePage().answer.c_str(); }
 
 }  // extern "C"

@@ -64,7 +64,7 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source) const {
     const Shape before = forecast.shape;
     forecast.shape = operations::ShapeAfter(step, before, limits.max_pixels, second);
     const Operation& operation = *step.operation;
-    if (operation.result_shape == nullptr && operation.in_place) continue;
+    if (operation.in_place && forecast.shape.bits == before.bits) continue;
     kept = std::max(kept, ImageBytes(before));
     reach(kept + ImageBytes(forecast.shape), [&](const std::string& what) {
       throw StepError(std::string(operation.name) + ": " + what, operation.name);

@@ -32,9 +32,8 @@ std::string CostOfKernel(const FixedKernel& kernel) {
          ConvolutionBy(kernel.weights, kernel.size, kernel.divisor, kernel.offset) +
          "`; linear in the pixels.";
 }
-Page PageOf(std::string_view name, const FixedKernel& kernel, const Example& example) {
-  return {name, "Kernel " + Kernel(kernel) + ". See [filter](filter.md).", CostOfKernel(kernel),
-          example};
+Page PageOf(std::string_view name, const FixedKernel& kernel) {
+  return {name, "Kernel " + Kernel(kernel) + ". See [filter](filter.md).", CostOfKernel(kernel)};
 }
 
 const MethodText& ExtremaBy(Extrema extrema, int size) {
@@ -45,85 +44,60 @@ const MethodText& ExtremaBy(Extrema extrema, int size) {
 
 std::vector<Page> FilterPages() {
   return {
-    {
-      "erode",
-          "`v' = min` of the channel over `size` x `size` pixels; even sizes reach one further up "
-          "and "
-          "left. Alpha is that of the last pixel of the square.",
-          CostOf(kExtremaMethods, ExtremaBy(Extrema::kMinimum, 5)),
-          QEL_EXAMPLE(return filter->Erode(image, 5, result);)
-    }
-    , {
-      "dilate", "`v' = max` of the channel over `size` x `size` pixels, else as [erode](erode.md).",
-          std::string("That of [erode](erode.md); the example takes `") +
-              ExtremaBy(Extrema::kMaximum, 5).name + "`.",
-          QEL_EXAMPLE(return filter->Dilate(image, 5, result);)
-    }
-    , {
-      "edge",
-          "`v' = max - min` of the channel over `size` x `size` pixels, else as [erode](erode.md).",
-          std::string(
-              "Twice that of [erode](erode.md), but the picture is read once; the example takes "
-              "`") +
-              ExtremaBy(Extrema::kRange, 3).name + "`.",
-          QEL_EXAMPLE(return filter->Edge(image, 3, result);)
-    }
-    , {
-      "filter",
-          "`v' = clamp(sum(weight * v) / divisor + offset)`; the division truncates and is left "
-          "out "
-          "for "
-          "a divisor of 0. Kernels are not mirrored. Sums wrap at 32 bits.",
-          CostOf(kConvolutionMethods,
-                 TextOf(kConvolutionMethods, PlanConvolution(kSharper, 3, 1, 0, 24).method)),
-          QEL_EXAMPLE(int kernel[] = {0, -1, 0, -1, 5, -1, 0, -1, 0};
-                      return filter->Filter(image, kernel, 3, 1, 0, result);)
-    }
-    , {
-      "contour",
-          "Over the eight neighbours, column by column: `kept` starts at 0; where `neighbour - "
-          "centre "
-          "> "
-          "kept`, `kept = neighbour`. `v' = 255 - kept`. Alpha is the centre's.",
-          "Eight comparisons a byte; linear in the pixels.",
-          QEL_EXAMPLE(return filter->Contour(image, result);)
-    }
-    , {
-      "jitter",
-          "Each pixel becomes that at `(x + dx, y + dy)`, `dx` and `dy` drawn by `rand` from "
-          "`-amount` to `amount`.",
-          "Two calls of `rand` a pixel, which is nearly all.",
-          QEL_EXAMPLE(return filter->Jitter(image, 6, result);)
-    }
-    , {
-      "noise",
-          "`v' = clamp(v + d)`, `d` drawn by `rand` for each channel from `-amount / 2` to `amount "
-          "/ "
-          "2`, red first.",
-          "Three calls of `rand` a pixel, which is nearly all.",
-          QEL_EXAMPLE(return filter->Noise(image, 80, result);)
-    }
-    , {
-      "median",
-          "The pixels of the square in the order of their brightness `(117 b + 601 g + 306 r) >> "
-          "10`, "
-          "equal ones column by column: the one in the middle, alpha included. No colours are "
-          "mixed.",
-          CostOf(kMedianMethods, TextOf(kMedianMethods, PlanMedian(5, 24).method)),
-          QEL_EXAMPLE(return filter->Median(image, 5, result);)
-    }
-    , PageOf("emboss", kEmboss, QEL_EXAMPLE(return filter->Emboss(image, result);)),
-        PageOf("blur", kBlur, QEL_EXAMPLE(return filter->Blur(image, result);)),
-        PageOf("soften", kSoften, QEL_EXAMPLE(return filter->Soften(image, result);)),
-        PageOf("sharpen", kSharpen, QEL_EXAMPLE(return filter->Sharpen(image, result);)), {
-      "gaussian-blur",
-          "Kernels of four levels: " + Kernel(kGaussianBlur[0]) + "; " + Kernel(kGaussianBlur[1]) +
-              "; " + Kernel(kGaussianBlur[2]) + "; " + Kernel(kGaussianBlur[3]) +
-              ". See [filter](filter.md).",
-          CostOfKernel(kGaussianBlur[3]),
-          QEL_EXAMPLE(return filter->GaussianBlur(image, 3, result);)
-    }
-    ,
+      {"erode",
+       "`v' = min` of the channel over `size` x `size` pixels; even sizes reach one further up "
+       "and "
+       "left. Alpha is that of the last pixel of the square.",
+       CostOf(kExtremaMethods, ExtremaBy(Extrema::kMinimum, 5))},
+      {"dilate",
+       "`v' = max` of the channel over `size` x `size` pixels, else as [erode](erode.md).",
+       std::string("That of [erode](erode.md); the example takes `") +
+           ExtremaBy(Extrema::kMaximum, 5).name + "`."},
+      {"edge",
+       "`v' = max - min` of the channel over `size` x `size` pixels, else as [erode](erode.md).",
+       std::string(
+           "Twice that of [erode](erode.md), but the picture is read once; the example takes "
+           "`") +
+           ExtremaBy(Extrema::kRange, 3).name + "`."},
+      {"filter",
+       "`v' = clamp(sum(weight * v) / divisor + offset)`; the division truncates and is left "
+       "out "
+       "for "
+       "a divisor of 0. Kernels are not mirrored. Sums wrap at 32 bits.",
+       CostOf(kConvolutionMethods,
+              TextOf(kConvolutionMethods, PlanConvolution(kSharper, 3, 1, 0, 24).method)),
+       QEL_EXAMPLE(int kernel[] = {0, -1, 0, -1, 5, -1, 0, -1, 0};
+                   return filter->Filter(image, kernel, 3, 1, 0, result);)},
+      {"contour",
+       "Over the eight neighbours, column by column: `kept` starts at 0; where `neighbour - "
+       "centre "
+       "> "
+       "kept`, `kept = neighbour`. `v' = 255 - kept`. Alpha is the centre's.",
+       "Eight comparisons a byte; linear in the pixels."},
+      {"jitter",
+       "Each pixel becomes that at `(x + dx, y + dy)`, `dx` and `dy` drawn by `rand` from "
+       "`-amount` to `amount`.",
+       "Two calls of `rand` a pixel, which is nearly all."},
+      {"noise",
+       "`v' = clamp(v + d)`, `d` drawn by `rand` for each channel from `-amount / 2` to `amount "
+       "/ "
+       "2`, red first.",
+       "Three calls of `rand` a pixel, which is nearly all."},
+      {"median",
+       "The pixels of the square in the order of their brightness `(117 b + 601 g + 306 r) >> "
+       "10`, "
+       "equal ones column by column: the one in the middle, alpha included. No colours are "
+       "mixed.",
+       CostOf(kMedianMethods, TextOf(kMedianMethods, PlanMedian(5, 24).method))},
+      PageOf("emboss", kEmboss),
+      PageOf("blur", kBlur),
+      PageOf("soften", kSoften),
+      PageOf("sharpen", kSharpen),
+      {"gaussian-blur",
+       "Kernels of four levels: " + Kernel(kGaussianBlur[0]) + "; " + Kernel(kGaussianBlur[1]) +
+           "; " + Kernel(kGaussianBlur[2]) + "; " + Kernel(kGaussianBlur[3]) +
+           ". See [filter](filter.md).",
+       CostOfKernel(kGaussianBlur[3])},
   };
 }
 

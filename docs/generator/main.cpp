@@ -2,6 +2,8 @@
 // that those in a folder are still what it would write.
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,7 +19,9 @@
 #include "cli/drawing/picture_sheet.h"
 #include "cli/operations.h"
 #include "docs/generator/page.h"
+#include "operations/cpp_line.h"
 #include "operations/point_maps.h"
+#include "operations/python_line.h"
 #include "pictures/atomic_file.h"
 
 namespace qel::docs {
@@ -101,8 +105,11 @@ class Generator {
     std::ostringstream gallery;
     gallery
         << "# Operations\n\nEach page has pictures before and after, the formula, the cost, what "
-           "may surprise, and the same call from the tool and from C++. `./docs.sh` writes them "
-           "all.\n\n[Ten everyday jobs](everyday.md) shows what people need most.\n";
+           "may surprise, and the same call from the tool, from Python and from C++. Its link to "
+           "the "
+           "page in the browser works where that is: `./run --web` puts it there, and the package "
+           "qel-web. `./docs.sh` writes them all.\n\n[Ten everyday jobs](everyday.md) shows what "
+           "people need most.\n";
     std::string_view component;
     for (const Operation& operation : cli::OperationTable()) {
       if (operation.component != component) {
@@ -137,12 +144,8 @@ class Generator {
 
   /// Depths with whole bytes that the operation works on.
   static std::vector<int> DepthsOf(const Operation& operation) {
-    std::vector<int> depths;
-    std::istringstream text{std::string(operation.depths)};
-    for (std::string word; text >> word;) {
-      const int depth = std::atoi(word.c_str());
-      if (depth >= 8) depths.push_back(depth);
-    }
+    std::vector<int> depths = operation.Depths();
+    std::erase_if(depths, [](int depth) { return depth < 8; });
     return depths;
   }
 
@@ -175,7 +178,7 @@ class Generator {
     std::vector<cli::CaptionedPicture> before, after;
     for (const int depth : DepthsOf(operation)) {
       const Image result = RunStep(operation, depth);
-      const bool checks = !operation.composed() && (depth == 32 || !page.for_32_bits);
+      const bool checks = page.example.run != nullptr && (depth == 32 || !page.for_32_bits);
       const Image same = checks ? RunExample(operation, page, depth) : result;
       if (!cli::WhyNotComparable(*result, *same).empty() ||
           cli::Compare(*result, *same, 0).differing_pixels != 0) {
@@ -218,6 +221,19 @@ class Generator {
     return text;
   }
 
+  /// A text as a part of an address.
+  static std::string Escaped(std::string_view text) {
+    std::string escaped;
+    for (const char c : text) {
+      const bool is_plain = std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+                            std::string_view("-_.~=,/:").find(c) != std::string_view::npos;
+      char code[4];
+      std::snprintf(code, sizeof(code), "%%%02X", static_cast<unsigned char>(c));
+      escaped += is_plain ? std::string(1, c) : code;
+    }
+    return escaped;
+  }
+
   static std::string Write(const Operation& operation, const Page& page) {
     std::ostringstream out;
     const std::string name(operation.name);
@@ -240,10 +256,18 @@ class Generator {
     if (!caveats.empty()) out << "- **May surprise**: " << caveats << "\n";
     out << "\n## How to call it\n\n```sh\nqel run in.png -o out.png \"" << StepOf(operation)
         << "\"\n```\n\n";
+    const operations::Step step = cli::ParseSteps({StepOf(operation)}).front();
+    out << "```python\nresult = " << operations::PythonLine(step) << "\n```\n\n";
+    const std::string line = operations::CppLine(step);
     if (operation.composed()) {
       out << "The tool adds it to the module's operations: hosts do not find it there.\n";
     } else {
-      out << "```cpp\n" << LayOut(page.example.text) << "\n```\n";
+      out << "```cpp\n" << (line.empty() ? LayOut(page.example.text) : line) << "\n```\n";
+    }
+    // The page has no fonts.
+    if (operation.name != "text") {
+      out << "\n[Try it in the browser](../try/qel.html#steps=" << Escaped(StepOf(operation))
+          << ")\n";
     }
     out << "\n[All operations](README.md)\n";
     return out.str();

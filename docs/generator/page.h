@@ -37,7 +37,8 @@ struct Page {
   std::string_view name;  ///< of the operation in the tool
   std::string formula;    ///< Markdown
   std::string cost;       ///< Markdown, one sentence or two
-  /// Does the same as the tool's example; empty for operations that the module does not have.
+  /// Does the same as the tool's example; empty where that is one call of a method, and for
+  /// operations that the module does not have.
   Example example = {};
   bool for_32_bits = false;  ///< other depths take other arguments
 };

@@ -5,15 +5,12 @@ namespace qel::docs {
 std::vector<Page> TransformPages() {
   return {
       {"flip", "`out(x, y) = in(x, height - 1 - y)`, whole rows with their padding.",
-       "A copy of each row.", QEL_EXAMPLE(return transform->Flip(image, result);)},
-      {"mirror", "`out(x, y) = in(width - 1 - x, y)`.", "One pass; rows are turned in registers.",
-       QEL_EXAMPLE(return transform->Mirror(image, result);)},
-      {"flip-bits", "Exchanges the first and the third byte of every pixel.", "One pass in place.",
-       QEL_EXAMPLE(return transform->FlipBits(image);)},
+       "A copy of each row."},
+      {"mirror", "`out(x, y) = in(width - 1 - x, y)`.", "One pass; rows are turned in registers."},
+      {"flip-bits", "Exchanges the first and the third byte of every pixel.", "One pass in place."},
       {"flip-image-and-bits",
        "[flip](flip.md) and [flip-bits](flip-bits.md) in place. Alpha stays where it is.",
-       "One pass in place, two rows at a time.",
-       QEL_EXAMPLE(return transform->FlipImageAndBits(image);)},
+       "One pass in place, two rows at a time."},
       {"increase-bpp",
        "8-bit indices become the colours of the picture's palette, or greys without one; 24 bits "
        "become 32.",
@@ -29,8 +26,8 @@ std::vector<Page> TransformPages() {
       {"rotate",
        "Every pixel of the result is turned back about the centre, and the source is read there by "
        "the method. 90, 180 and 270 degrees are exact turns.",
-       "Coordinates of whole rows in vectors; the reads are what costs. Quarter turns go by tiles.",
-       QEL_EXAMPLE(return transform->Rotate(image, result, 25, 3, 0, 0);)},
+       "Coordinates of whole rows in vectors; the reads are what costs. Quarter turns go by "
+       "tiles."},
       {"rotate-paste",
        "Like [rotate](rotate.md), of the second picture into the top-left of this one: blended by "
        "its "
@@ -40,8 +37,7 @@ std::vector<Page> TransformPages() {
            return transform->RotatePaste(other, image, 20 * 3.14159265358979323846 / 180, 4, -1);)},
       {"skew",
        "`out(x, y) = in(x + x_gain * (y - y_pivot), y + y_gain * (x - x_pivot))`, nearest pixel.",
-       "One scattered read a pixel.",
-       QEL_EXAMPLE(return transform->Skew(image, result, 0.4f, -0.1f, 0, 0, 0, 0);)},
+       "One scattered read a pixel."},
       {"quad",
        "Each pixel of the result divides the sides of the quadrilateral in its own proportions and "
        "reads where they meet: the nearest pixel, or four blended ones.",
@@ -63,8 +59,7 @@ std::vector<Page> TransformPages() {
        "pinch `sqrt(R * r)`, swirl turns by an angle that grows with `r`, unwrap takes columns as "
        "angles and rows as radii, fold reads column `x - 16 + x mod 32`.",
        "Coordinates in vectors, the mathematics library only where rounding could matter; one "
-       "scattered read a pixel.",
-       QEL_EXAMPLE(return deform->CircleTransform(image, kCircleSwirl, 0, 1.5f);)},
+       "scattered read a pixel."},
   };
 }
 

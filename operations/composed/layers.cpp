@@ -21,6 +21,17 @@ compose::Box PlaceOf(const Given& given, const Shape& outer, const compose::Size
                         PixelsIn(given, "y", outer.height));
 }
 
+/// The shape of a picture that some are laid on: a grey one takes colours.
+Shape WithColor(Shape shape, bool has_color) {
+  if (shape.bits == 8 && has_color) shape.bits = 24;
+  return shape;
+}
+
+/// True when text is written in colours.
+bool HasColor(const Given& given) {
+  return !PaintOf(given, "colour").IsGrey() || !PaintOf(given, "background").IsGrey();
+}
+
 /// A copy with colours of a grey picture that some are laid on; null for others, which can be
 /// changed themselves.
 SmartPtr<IQEL> CopyFor(Call& call, bool has_color) {
@@ -66,7 +77,7 @@ SmartPtr<IQEL> DrawText(Call& call) {
     call.notes.push_back("text: no installed font has all of its letters; boxes stand for them");
   }
   const compose::Box box = PlaceOf(call, shape, {mask.width, mask.height});
-  SmartPtr<IQEL> result = CopyFor(call, !color.IsGrey() || !ground.IsGrey());
+  SmartPtr<IQEL> result = CopyFor(call, HasColor(call));
   const compose::Pixels dest = PixelsOf(call, result ? *result.Get() : *call.image);
   const auto lay = [&](std::vector<uint8_t> pixels) {
     compose::BlendOver({pixels.data(), ptrdiff_t{4} * mask.width, mask.width, mask.height, 4},
@@ -144,7 +155,9 @@ std::vector<Operation> LayerRows() {
        .picture_step = "overlay with=other.png opacity=0.5",
        .note = "A grey picture takes colours, and then has 24 bits.",
        .channel_order = ChannelOrder::kBlueGreenRed,
-       .compose = &Overlay},
+       .compose = &Overlay,
+       .shape_with_second = [](const Given&, Shape shape,
+                               const Shape& over) { return WithColor(shape, over.bits > 8); }},
       {.name = "text",
        .component = kEveryday,
        .summary = "Writes a line of text on the picture.",
@@ -174,7 +187,9 @@ std::vector<Operation> LayerRows() {
            "text text=Hello size=24 'font=DejaVu Sans' colour=yellow background=#00000080",
        .note = "Right-to-left and joined scripts are not shaped.",
        .channel_order = ChannelOrder::kBlueGreenRed,
-       .compose = &DrawText},
+       .compose = &DrawText,
+       .result_shape = [](const Given& given,
+                          Shape shape) { return WithColor(shape, HasColor(given)); }},
       {.name = "flatten",
        .component = kEveryday,
        .summary = "Lays a picture with alpha on a colour.",

@@ -62,6 +62,9 @@ Reach ReachOfGrey(const Given&, const Shape& shape) {
   return shape.bits == 8 ? Reach::kBeyond : Reach::kRows;
 }
 
+Parameter Byte(std::string_view name, std::string_view help, std::string_view standard) {
+  return {.name = name, .help = help, .standard = standard, .minimum = 0, .maximum = 255};
+}
 Parameter Offset(std::string_view name, std::string_view help) {
   return {.name = name, .help = help, .standard = "0", .usual = {-255, 255}};
 }
@@ -74,57 +77,33 @@ const Parameter kKey = {
 }  // namespace
 
 std::vector<Operation> ColorOperations() {
-  return {
+  std::vector<Operation> rows = {
       {.name = "lut",
-       .component = kComponent,
        .summary = "Maps every colour byte through a table, or the curve through four points.",
        .depths = kByteDepths,
-       .in_place = true,
-       .parameters = {{.name = "black",
-                       .help = "what 0 becomes",
-                       .standard = "0",
-                       .minimum = 0,
-                       .maximum = 255},
-                      {.name = "dark",
-                       .help = "what 85 becomes",
-                       .standard = "85",
-                       .minimum = 0,
-                       .maximum = 255},
-                      {.name = "light",
-                       .help = "what 170 becomes",
-                       .standard = "170",
-                       .minimum = 0,
-                       .maximum = 255},
-                      {.name = "white",
-                       .help = "what 255 becomes",
-                       .standard = "255",
-                       .minimum = 0,
-                       .maximum = 255},
+       .parameters = {Byte("black", "what 0 becomes", "0"),
+                      Byte("dark", "what 85 becomes", "85"),
+                      Byte("light", "what 170 becomes", "170"),
+                      Byte("white", "what 255 becomes", "255"),
                       {.name = "table",
                        .kind = Kind::kNumbers,
                        .help = "what 0 to 255 become, all 256 of them, instead of the curve",
                        .optional = true}},
        .example = "lut dark=60 light=200",
        .note = "Alpha of 32-bit pictures is not mapped.",
-       .border = &NoNeighbours,
        .call = &CallLut,
        .check =
            [](const Given& given) {
              if (given.arguments.Has("table")) TableOf(given);
            }},
       {.name = "negative",
-       .component = kComponent,
        .summary = "Replaces every colour byte v by 255 - v.",
        .depths = kByteDepths,
-       .in_place = true,
        .example = "negative",
-       .border = &NoNeighbours,
-       .call = [](Call& call) { return call.components.color->Negative(call.image); }},
+       .method = &MethodNamed("Negative")},
       {.name = "light",
-       .component = kComponent,
        .summary = "Adds brightness and scales contrast about the middle grey.",
        .depths = kByteDepths,
-       .in_place = true,
        .parameters = {{.name = "brightness",
                        .help = "added to every channel",
                        .standard = "0",
@@ -139,17 +118,10 @@ std::vector<Operation> ColorOperations() {
                       [](const Given& given, const Shape&) {
                         return given.arguments.Int("contrast") <= -100;
                       }}},
-       .border = &NoNeighbours,
-       .call =
-           [](Call& call) {
-             return call.components.color->Light(call.image, call.arguments.Int("brightness"),
-                                                 call.arguments.Int("contrast"));
-           }},
+       .method = &MethodNamed("Light")},
       {.name = "gamma",
-       .component = kComponent,
        .summary = "Applies a gamma curve; above 1 brightens.",
        .depths = kByteDepths,
-       .in_place = true,
        .parameters = {{.name = "gamma",
                        .kind = Kind::kNumber,
                        .help = "exponent is 1 / gamma",
@@ -161,34 +133,20 @@ std::vector<Operation> ColorOperations() {
                       [](const Given& given, const Shape&) {
                         return given.arguments.Number("gamma") == 0;
                       }}},
-       .border = &NoNeighbours,
-       .call =
-           [](Call& call) {
-             return call.components.color->Gamma(call.image, call.arguments.Real("gamma"));
-           }},
+       .method = &MethodNamed("Gamma")},
       {.name = "shift-rgb",
-       .component = kComponent,
        .summary = "Adds an offset to each channel.",
        .depths = kAllDepths,
-       .in_place = true,
        .parameters = {Offset("red", "added to red"), Offset("green", "added to green"),
                       Offset("blue", "added to blue")},
        .example = "shift-rgb red=20 blue=-20",
        .note = "Grey pictures take the grey nearest to the shifted colour.",
        .channel_order = ChannelOrder::kByArguments,
        .swapped = {"red", "blue"},
-       .border = &NoNeighbours,
-       .call =
-           [](Call& call) {
-             const Arguments& arguments = call.arguments;
-             return call.components.color->ShiftRGB(call.image, arguments.Int("red"),
-                                                    arguments.Int("green"), arguments.Int("blue"));
-           }},
+       .method = &MethodNamed("ShiftRGB")},
       {.name = "gray-scale",
-       .component = kComponent,
        .summary = "Replaces each colour by the mean of its channels.",
        .depths = kByteDepths,
-       .in_place = true,
        .example = "gray-scale",
        .surprises =
            {{"8-bit pictures are mixed: each pixel with the two after it, past the end of the "
@@ -196,12 +154,10 @@ std::vector<Operation> ColorOperations() {
              [](const Given&, const Shape& shape) { return shape.bits == 8; }}},
        .border = &GreyBorder,
        .reach = &ReachOfGrey,
-       .call = [](Call& call) { return call.components.color->GrayScale(call.image); }},
+       .method = &MethodNamed("GrayScale")},
       {.name = "threshold",
-       .component = kComponent,
        .summary = "Makes pixels above a grey level white and all others black.",
        .depths = kAllDepths,
-       .in_place = true,
        .parameters = {{.name = "level",
                        .help = "the brightest grey that becomes black",
                        .standard = "127",
@@ -210,25 +166,16 @@ std::vector<Operation> ColorOperations() {
        .note = "The picture goes through gray-scale first.",
        .border = &GreyBorder,
        .reach = &ReachOfGrey,
-       .call =
-           [](Call& call) {
-             return call.components.color->Threshold(call.image, call.arguments.Int("level"));
-           }},
+       .method = &MethodNamed("Threshold")},
       {.name = "colorize",
-       .component = kComponent,
        .summary = "Gives every pixel one hue and saturation and keeps its lightness.",
        .depths = kAllDepths,
-       .in_place = true,
        .parameters = {{.name = "hue",
                        .help = "round the colour circle, red at 0",
                        .minimum = 0,
                        .maximum = 255,
                        .unit = "255ths of 360 degrees"},
-                      {.name = "saturation",
-                       .help = "0 is grey",
-                       .standard = "128",
-                       .minimum = 0,
-                       .maximum = 255},
+                      Byte("saturation", "0 is grey", "128"),
                       {.name = "blend",
                        .kind = Kind::kNumber,
                        .help = "share of the new colour",
@@ -238,61 +185,47 @@ std::vector<Operation> ColorOperations() {
        .example = "colorize hue=20 saturation=90 blend=0.8",
        .note = "Grey pictures stay grey: they take the grey nearest to the tinted colour.",
        .channel_order = ChannelOrder::kBlueGreenRed,
-       .border = &NoNeighbours,
-       .call =
-           [](Call& call) {
-             const Arguments& arguments = call.arguments;
-             return call.components.color->Colorize(
-                 call.image, static_cast<uint8_t>(arguments.Int("hue")),
-                 static_cast<uint8_t>(arguments.Int("saturation")), arguments.Real("blend"));
-           }},
+       .method = &MethodNamed("Colorize")},
       {.name = "set-image-alpha",
-       .component = kComponent,
        .summary = "Writes one alpha to every pixel.",
        .depths = kAlphaDepths,
-       .in_place = true,
        .parameters = {kAlpha},
        .example = "set-image-alpha alpha=128",
        .note = "Fails without an alpha channel.",
        .sets_alpha = true,
-       .border = &NoNeighbours,
-       .call =
-           [](Call& call) {
-             return call.components.color->SetImageAlpha(call.image, call.arguments.Int("alpha"),
-                                                         0);
-           }},
+       .method = &MethodNamed("SetImageAlpha")},
       {.name = "set-image-transparent-pixel",
-       .component = kComponent,
        .summary = "Makes the pixels of one colour transparent.",
        .depths = kAlphaDepths,
-       .in_place = true,
        .parameters = {kKey},
        .example = "set-image-transparent-pixel key=#FFFFFF",
        .note = "Fails without an alpha channel. Only the exact colour counts.",
        .sets_alpha = true,
        .channel_order = ChannelOrder::kByArguments,
-       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              return call.components.color->SetImageTransparentPixel(call.image, KeyOf(call));
            }},
       {.name = "set-image-alpha-transparency",
-       .component = kComponent,
        .summary = "Makes the pixels of one colour transparent and gives all others one alpha.",
        .depths = kAlphaDepths,
-       .in_place = true,
        .parameters = {kAlpha, kKey},
        .example = "set-image-alpha-transparency alpha=200 key=#FFFFFF",
        .note = "Fails without an alpha channel. Only the exact colour counts.",
        .sets_alpha = true,
        .channel_order = ChannelOrder::kByArguments,
-       .border = &NoNeighbours,
        .call =
            [](Call& call) {
              return call.components.color->SetImageAlphaTransparency(
                  call.image, call.arguments.Int("alpha"), KeyOf(call));
            }},
   };
+  for (Operation& row : rows) {
+    row.component = kComponent;
+    row.in_place = true;
+    if (row.border == nullptr) row.border = &NoNeighbours;
+  }
+  return rows;
 }
 
 }  // namespace qel::operations

@@ -132,7 +132,7 @@ Border BorderOfSize(const Given& given, const Shape&) {
 Border BorderOfKernel(const Given& given, const Shape&) { return SquareOf(KernelOf(given).size); }
 
 /// A row of a filter over 3 x 3 pixels, without arguments.
-Operation Plain(std::string_view name, std::string_view summary, result_t (*call)(Call& call)) {
+Operation Plain(std::string_view name, std::string_view summary, std::string_view method) {
   return {.name = name,
           .component = kComponent,
           .summary = summary,
@@ -141,16 +141,41 @@ Operation Plain(std::string_view name, std::string_view summary, result_t (*call
           .surprises = {kFrame},
           .border = [](const Given&, const Shape&) { return SquareOf(3); },
           .fills_result = true,
-          .call = call};
+          .method = &MethodNamed(method)};
+}
+
+/// A row of a filter that draws from `rand`.
+Operation Random(std::string_view name, std::string_view summary, std::string_view example,
+                 std::string_view note, std::string_view method, Parameter amount) {
+  amount.name = "amount";
+  return {.name = name,
+          .component = kComponent,
+          .summary = summary,
+          .depths = kAllDepths,
+          .random = true,
+          .parameters = {amount, kSeed},
+          .example = example,
+          .note = note,
+          .surprises = {kSameRandom},
+          .positional = "amount",
+          .method = &MethodNamed(method),
+          .numbers = {"amount"},
+          .prepare = &Seed};
 }
 
 /// A row of a filter over a neighbourhood of a given size.
 Operation Sized(std::string_view name, std::string_view summary, std::string_view example,
-                result_t (*call)(Call& call)) {
-  Operation row = Plain(name, summary, call);
+                std::string_view method) {
+  Operation row = Plain(name, summary, method);
   row.parameters = {kSize};
   row.border = &BorderOfSize;
   row.example = example;
+  return row;
+}
+
+/// Of operations that tell the color channels apart.
+Operation InOrder(Operation row) {
+  row.channel_order = ChannelOrder::kBlueGreenRed;
   return row;
 }
 
@@ -158,22 +183,11 @@ Operation Sized(std::string_view name, std::string_view summary, std::string_vie
 
 std::vector<Operation> FilterOperations() {
   return {
-      Sized("erode", "Takes the minimum of each channel over a square.", "erode size=5",
-            [](Call& call) {
-              return call.components.filter->Erode(call.image, call.arguments.Int("size"),
-                                                   call.result);
-            }),
+      Sized("erode", "Takes the minimum of each channel over a square.", "erode size=5", "Erode"),
       Sized("edge", "Takes the maximum minus the minimum of each channel over a square.",
-            "edge size=3",
-            [](Call& call) {
-              return call.components.filter->Edge(call.image, call.arguments.Int("size"),
-                                                  call.result);
-            }),
+            "edge size=3", "Edge"),
       Sized("dilate", "Takes the maximum of each channel over a square.", "dilate size=5",
-            [](Call& call) {
-              return call.components.filter->Dilate(call.image, call.arguments.Int("size"),
-                                                    call.result);
-            }),
+            "Dilate"),
       {.name = "filter",
        .component = kComponent,
        .summary = "Weighs each neighbourhood by a kernel of whole numbers.",
@@ -195,67 +209,24 @@ std::vector<Operation> FilterOperations() {
        .fills_result = true,
        .call = &CallFilter,
        .check = [](const Given& given) { KernelOf(given); }},
-      Plain("contour", "Draws contours, dark on white.",
-            [](Call& call) { return call.components.filter->Contour(call.image, call.result); }),
-      {.name = "jitter",
-       .component = kComponent,
-       .summary = "Replaces each pixel by one nearby, at random.",
-       .depths = kAllDepths,
-       .random = true,
-       .parameters = {{.name = "amount",
-                       .help = "farthest distance in columns and in rows",
-                       .standard = "4",
-                       .usual = {0, 64},
-                       .unit = "pixels"},
-                      kSeed},
-       .example = "jitter amount=6",
-       .note = "Pixels that would come from outside stay.",
-       .surprises = {kSameRandom},
-       .positional = "amount",
-       .call =
-           [](Call& call) {
-             Seed(call);
-             return call.components.filter->Jitter(call.image, call.arguments.Int("amount"),
-                                                   call.result);
-           }},
-      {.name = "noise",
-       .component = kComponent,
-       .summary = "Adds a random offset to each channel.",
-       .depths = kAllDepths,
-       .random = true,
-       .parameters = {{.name = "amount",
-                       .help = "span of the offsets, half of it either way",
-                       .standard = "40",
-                       .usual = {0, 255}},
-                      kSeed},
-       .example = "noise amount=80",
-       .note = "Grey pictures take the grey nearest to the noisy colour.",
-       .surprises = {kSameRandom},
-       .positional = "amount",
-       .channel_order = ChannelOrder::kBlueGreenRed,
-       .call =
-           [](Call& call) {
-             Seed(call);
-             return call.components.filter->Noise(call.image, call.arguments.Int("amount"),
-                                                  call.result);
-           }},
-      [] {
-        Operation row = Sized("median", "Takes the pixel of middle brightness over a square.",
-                              "median size=5", [](Call& call) {
-                                return call.components.filter->Median(
-                                    call.image, call.arguments.Int("size"), call.result);
-                              });
-        row.channel_order = ChannelOrder::kBlueGreenRed;
-        return row;
-      }(),
-      Plain("emboss", "Relief on grey, lit from the bottom left.",
-            [](Call& call) { return call.components.filter->Emboss(call.image, call.result); }),
-      Plain("blur", "Mean over 3 x 3 pixels.",
-            [](Call& call) { return call.components.filter->Blur(call.image, call.result); }),
-      Plain("soften", "Mean over 3 x 3 pixels with half of the weight on the middle.",
-            [](Call& call) { return call.components.filter->Soften(call.image, call.result); }),
-      Plain("sharpen", "Sharpens over 3 x 3 pixels.",
-            [](Call& call) { return call.components.filter->Sharpen(call.image, call.result); }),
+      Plain("contour", "Draws contours, dark on white.", "Contour"),
+      Random("jitter", "Replaces each pixel by one nearby, at random.", "jitter amount=6",
+             "Pixels that would come from outside stay.", "Jitter",
+             {.help = "farthest distance in columns and in rows",
+              .standard = "4",
+              .usual = {0, 64},
+              .unit = "pixels"}),
+      InOrder(Random("noise", "Adds a random offset to each channel.", "noise amount=80",
+                     "Grey pictures take the grey nearest to the noisy colour.", "Noise",
+                     {.help = "span of the offsets, half of it either way",
+                      .standard = "40",
+                      .usual = {0, 255}})),
+      InOrder(Sized("median", "Takes the pixel of middle brightness over a square.",
+                    "median size=5", "Median")),
+      Plain("emboss", "Relief on grey, lit from the bottom left.", "Emboss"),
+      Plain("blur", "Mean over 3 x 3 pixels.", "Blur"),
+      Plain("soften", "Mean over 3 x 3 pixels with half of the weight on the middle.", "Soften"),
+      Plain("sharpen", "Sharpens over 3 x 3 pixels.", "Sharpen"),
       {.name = "gaussian-blur",
        .component = kComponent,
        .summary = "One of four Gaussian blurs.",
@@ -274,11 +245,7 @@ std::vector<Operation> FilterOperations() {
        .border = [](const Given& given,
                     const Shape&) { return SquareOf(given.arguments.Int("level") == 0 ? 3 : 5); },
        .fills_result = true,
-       .call =
-           [](Call& call) {
-             return call.components.filter->GaussianBlur(call.image, call.arguments.Int("level"),
-                                                         call.result);
-           }},
+       .method = &MethodNamed("GaussianBlur")},
   };
 }
 

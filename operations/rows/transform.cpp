@@ -135,7 +135,7 @@ std::vector<Operation> TransformOperations() {
        .example = "flip",
        .reach = [](const Given&, const Shape&) { return Reach::kPadding; },
        .fills_result = true,
-       .call = [](Call& call) { return call.components.transform->Flip(call.image, call.result); }},
+       .method = &MethodNamed("Flip")},
       {.name = "mirror",
        .component = kComponent,
        .summary = "Mirrors the picture left to right.",
@@ -143,8 +143,7 @@ std::vector<Operation> TransformOperations() {
        .example = "mirror",
        .border = &WholeRow,
        .fills_result = true,
-       .call =
-           [](Call& call) { return call.components.transform->Mirror(call.image, call.result); }},
+       .method = &MethodNamed("Mirror")},
       {.name = "flip-bits",
        .component = kComponent,
        .summary = "Exchanges red and blue.",
@@ -152,7 +151,7 @@ std::vector<Operation> TransformOperations() {
        .in_place = true,
        .example = "flip-bits",
        .border = &NoNeighbours,
-       .call = [](Call& call) { return call.components.transform->FlipBits(call.image); }},
+       .method = &MethodNamed("FlipBits")},
       {.name = "flip-image-and-bits",
        .component = kComponent,
        .summary = "Turns the picture upside down and exchanges red and blue.",
@@ -163,7 +162,7 @@ std::vector<Operation> TransformOperations() {
        .surprises = {{"Of the middle row of an odd number only the first half changes.",
                       [](const Given&, const Shape& shape) { return shape.height % 2 == 1; }}},
        .channel_order = ChannelOrder::kBlueGreenRed,
-       .call = [](Call& call) { return call.components.transform->FlipImageAndBits(call.image); }},
+       .method = &MethodNamed("FlipImageAndBits")},
       {.name = "increase-bpp",
        .component = kComponent,
        .summary = "Converts to a larger depth; indices become the palette's colours.",
@@ -250,13 +249,7 @@ std::vector<Operation> TransformOperations() {
              return shape.bits < 8 || (shape.bits == 24 && half_turn) ? Reach::kBeyond
                                                                       : Reach::kRows;
            },
-       .call =
-           [](Call& call) {
-             const Arguments& arguments = call.arguments;
-             return call.components.transform->Rotate(
-                 call.image, call.result, arguments.Int("angle"), arguments.Int("method"),
-                 arguments.Int("force-alpha"), arguments.Int("keep-size"));
-           },
+       .method = &MethodNamed("Rotate"),
        .result_shape = &ShapeAfterRotate},
       {.name = "rotate-paste",
        .component = kComponent,

@@ -227,13 +227,8 @@ std::vector<Operation> WarpOperations() {
                       Pivot("y-pivot", "row that keeps its place; 0 is the middle"), kForceAlpha},
        .example = "skew x-gain=0.4 y-gain=-0.1",
        .note = "What comes from outside takes the top-left colour, with alpha 1.",
-       .call =
-           [](Call& call) {
-             const Arguments& arguments = call.arguments;
-             return call.components.transform->Skew(
-                 call.image, call.result, arguments.Real("x-gain"), arguments.Real("y-gain"),
-                 arguments.Int("x-pivot"), arguments.Int("y-pivot"), 0, arguments.Int("alpha"));
-           },
+       .method = &MethodNamed("Skew"),
+       .numbers = {"x-gain", "y-gain", "x-pivot", "y-pivot", "", "alpha"},
        .result_shape = &ShapeWithAlpha},
       {.name = "quad",
        .component = kTransform,
@@ -292,11 +287,10 @@ std::vector<Operation> WarpOperations() {
                "next step.",
        .channel_order = ChannelOrder::kAlikeWithoutAlpha,
        .fills_result = true,
-       .shape_of = "onto",
        .call = &CallTransformPaste,
        .check = &CheckPointMap,
        .check_shapes = &CheckTransformPaste,
-       .result_like = "onto"},
+       .shape_with_second = [](const Given&, Shape, const Shape& onto) { return onto; }},
       {.name = "circle",
        .component = kDeform,
        .summary = "Deforms the picture in circles about its centre.",
@@ -315,13 +309,8 @@ std::vector<Operation> WarpOperations() {
        .example = "circle mode=swirl factor=1.5",
        .note = "What comes from outside, as the corners do, takes the top-left colour, with alpha "
                "1.",
-       .call =
-           [](Call& call) {
-             const Arguments& arguments = call.arguments;
-             return call.components.deform->CircleTransform(call.image, arguments.Int("mode"),
-                                                            arguments.Int("alpha"),
-                                                            arguments.Real("factor"));
-           },
+       .method = &MethodNamed("CircleTransform"),
+       .numbers = {"mode", "alpha", "factor"},
        .result_shape = &ShapeWithAlpha},
   };
 }

@@ -271,10 +271,12 @@ bool Runner::SetByMap(const Parameter& parameter, py::handle value) {
 }
 
 operations::Shape Runner::ResultShape() const {
-  for (const auto& [name, pixels] : seconds_) {
-    if (name == operation_.shape_of) return pixels.shape();
-  }
-  return operation_.ResultShape(AsGiven(), image_.shape());
+  const auto second = [&](const std::string& given) {
+    // Second pictures are called by their arguments.
+    return std::ranges::find(seconds_, given, &decltype(seconds_)::value_type::first)
+        ->second.shape();
+  };
+  return operation_.ResultShape(AsGiven(), image_.shape(), second);
 }
 
 /// What is written to must be ready for it before anything is.
@@ -282,11 +284,11 @@ void Runner::CheckOut(const operations::Shape& shape) {
   if (call_.out.is_none()) return;
   out_ = ReadArray(call_.out, operation_.name, "out");
   if (!out_->array.writeable()) Refuse("out", "is read-only");
-  const std::string wanted = ShapeText(shape.width, shape.height, shape.bits / 8);
-  const std::string given = ShapeText(out_->width, out_->height, out_->channels);
-  // What is composed may take another depth than foreseen; it is checked when it is there.
-  if (given != wanted && !operation_.composed())
-    Refuse("out", "has the shape " + given + ", the result has " + wanted);
+  if (out_->width != shape.width || out_->height != shape.height ||
+      out_->channels != shape.bits / 8) {
+    Refuse("out", "has the shape " + ShapeText(out_->width, out_->height, out_->channels) +
+                      ", the result has " + ShapeText(shape.width, shape.height, shape.bits / 8));
+  }
   if (!SamePixels(*out_, image_) && ShareMemory(*out_, image_)) {
     Refuse("out", "overlaps the image; pass the image itself, or another array");
   }
@@ -333,6 +335,7 @@ SmartPtr<IQEL> Runner::Execute(IQEL* subject, ArrayImage* next) {
     result = engine.RunStep(step, SmartPtr<IQEL>::Retain(subject), pictures_, notes_);
   }
   map_.Check();
+  for (const std::string& note : notes_) WarnOfNote(note);
   return result;
 }
 
@@ -349,12 +352,6 @@ py::object Runner::HandOver(const PixelArray& pixels) {
   if (swaps_ && pixels.channels > 1) SwapChannels(pixels);
   if (!out_) return pixels.array;
   if (!SamePixels(*out_, pixels)) {
-    if (ShapeText(out_->width, out_->height, out_->channels) !=
-        ShapeText(pixels.width, pixels.height, pixels.channels)) {
-      Refuse("out", "has the shape " + ShapeText(out_->width, out_->height, out_->channels) +
-                        ", the result has " +
-                        ShapeText(pixels.width, pixels.height, pixels.channels));
-    }
     AssignPixels(pixels, *out_);
   }
   return out_->array;

@@ -16,6 +16,7 @@ struct Classes {
   PyObject* memory_error = nullptr;
   PyObject* file_error = nullptr;
   PyObject* copy_warning = nullptr;
+  PyObject* note_warning = nullptr;
 };
 Classes& KnownClasses() {
   static Classes classes;
@@ -36,6 +37,10 @@ Classes& KnownClasses() {
   throw py::error_already_set();
 }
 
+void Warn(PyObject* category, const std::string& message) {
+  if (PyErr_WarnEx(category, message.c_str(), 2) < 0) throw py::error_already_set();
+}
+
 }  // namespace
 
 void UseErrorsOf(const py::module_& module) {
@@ -43,7 +48,7 @@ void UseErrorsOf(const py::module_& module) {
     return module.attr(name).cast<py::object>().release().ptr();
   };
   KnownClasses() = {take("ArgumentError"), take("ImageMemoryError"), take("FileError"),
-                    take("CopyWarning")};
+                    take("CopyWarning"), take("NoteWarning")};
 }
 
 void TranslateErrors(std::string_view operation) {
@@ -70,10 +75,9 @@ void TranslateErrors(std::string_view operation) {
 }
 
 void WarnOfCopy(std::string_view operation, const std::string& what) {
-  const std::string message = std::string(operation) + ": " + what;
-  if (PyErr_WarnEx(KnownClasses().copy_warning, message.c_str(), 2) < 0) {
-    throw py::error_already_set();
-  }
+  Warn(KnownClasses().copy_warning, std::string(operation) + ": " + what);
 }
+
+void WarnOfNote(const std::string& note) { Warn(KnownClasses().note_warning, note); }
 
 }  // namespace qel::python

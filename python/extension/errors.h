@@ -9,7 +9,7 @@
 namespace qel::python {
 
 /// Takes over the exception classes that the package defines in Python: `ArgumentError`,
-/// `ImageMemoryError`, `FileError` and `CopyWarning` of `module`.
+/// `ImageMemoryError`, `FileError`, `CopyWarning` and `NoteWarning` of `module`.
 void UseErrorsOf(const pybind11::module_& module);
 
 /// Runs `body` and turns every C++ exception into an exception of the package, with the name of the
@@ -19,6 +19,9 @@ void TranslateErrors(std::string_view operation);
 /// Warns that pixels of `operation` are copied, and why: silent unless the user turned
 /// `CopyWarning` on. Throws when warnings are errors.
 void WarnOfCopy(std::string_view operation, const std::string& what);
+
+/// The same with a note of an operation and `NoteWarning`.
+void WarnOfNote(const std::string& note);
 
 }  // namespace qel::python
 

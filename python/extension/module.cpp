@@ -16,55 +16,20 @@ namespace {
 
 namespace py = pybind11;
 using namespace py::literals;
-using operations::Kind;
 using operations::Operation;
 using operations::Parameter;
-
-const char* KindName(Kind kind) {
-  switch (kind) {
-    case Kind::kInt:
-      return "int";
-    case Kind::kNumber:
-      return "number";
-    case Kind::kExtent:
-      return "extent";
-    case Kind::kFlag:
-      return "flag";
-    case Kind::kColor:
-      return "color";
-    case Kind::kPaint:
-      return "paint";
-    case Kind::kChoice:
-      return "choice";
-    case Kind::kNumbers:
-      return "numbers";
-    case Kind::kPoint:
-      return "point";
-    case Kind::kText:
-      return "text";
-    case Kind::kPicture:
-      return "picture";
-  }
-  return "";
-}
-
-const char* OrderName(operations::ChannelOrder order) {
-  constexpr const char* kNames[] = {"alike", "alike without alpha", "by arguments",
-                                    "blue green red"};
-  return kNames[static_cast<int>(order)];
-}
 
 py::dict Describe(const Parameter& parameter) {
   py::list choices;
   for (const operations::Choice& choice : parameter.choices) {
     choices.append(py::make_tuple(std::string(choice.label), choice.value));
   }
-  return py::dict("name"_a = std::string(parameter.name),
-                  "python"_a = operations::PythonName(parameter.name),
-                  "kind"_a = KindName(parameter.kind), "help"_a = std::string(parameter.help),
-                  "values"_a = operations::DescribeValues(parameter),
-                  "standard"_a = std::string(parameter.standard),
-                  "required"_a = parameter.required(), "choices"_a = choices);
+  return py::dict(
+      "name"_a = std::string(parameter.name), "python"_a = operations::PythonName(parameter.name),
+      "kind"_a = std::string(operations::KindName(parameter.kind)),
+      "help"_a = std::string(parameter.help), "values"_a = operations::DescribeValues(parameter),
+      "standard"_a = std::string(parameter.standard), "required"_a = parameter.required(),
+      "choices"_a = choices);
 }
 
 /// The table, for the writer of the package's functions.
@@ -79,14 +44,14 @@ py::list Table() {
     for (const int bits : {8, 24, 32}) {
       if (operation.WorksOn(bits)) channels.append(bits / 8);
     }
-    rows.append(py::dict("name"_a = std::string(operation.name),
-                         "python"_a = operations::PythonName(operation.name),
-                         "component"_a = std::string(operation.component),
-                         "summary"_a = std::string(operation.summary),
-                         "note"_a = operation.Caveats(), "in_place"_a = operation.in_place,
-                         "channels"_a = channels, "order"_a = OrderName(operation.channel_order),
-                         "step"_a = std::string(operation.PictureStep()),
-                         "example"_a = operations::PythonLine(step), "parameters"_a = parameters));
+    rows.append(py::dict(
+        "name"_a = std::string(operation.name), "python"_a = operations::PythonName(operation.name),
+        "component"_a = std::string(operation.component),
+        "summary"_a = std::string(operation.summary), "note"_a = operation.Caveats(),
+        "in_place"_a = operation.in_place, "channels"_a = channels,
+        "order"_a = std::string(operations::NameOf(operation.channel_order)),
+        "step"_a = std::string(operation.PictureStep()), "example"_a = operations::PythonLine(step),
+        "parameters"_a = parameters));
   }
   return rows;
 }

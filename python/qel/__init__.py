@@ -9,7 +9,8 @@ operation takes any strides and is `qel.NAME(image, *, ..., out=None, order="rgb
 
 The interpreter is unlocked while an operation works. Errors are `ArgumentError` (a ValueError),
 `ImageMemoryError` (a MemoryError) and `FileError` (an OSError); nothing is written before all
-arguments are checked. `CopyWarning`, off by default, tells when pixels are copied first.
+arguments are checked. Two warnings are off by default: `CopyWarning` tells when pixels are copied
+first, `NoteWarning` what an operation found.
 
 `qel.tiles` cuts large arrays, of dask too; `imread` and `imwrite` know picture files.
 """
@@ -22,6 +23,7 @@ from qel._errors import ArgumentError as ArgumentError
 from qel._errors import CopyWarning as CopyWarning
 from qel._errors import FileError as FileError
 from qel._errors import ImageMemoryError as ImageMemoryError
+from qel._errors import NoteWarning as NoteWarning
 from qel._operations import *
 from qel._operations import __all__ as _operation_names
 from qel._pictures import Image as Image
@@ -38,6 +40,7 @@ __all__ = [
     "FileError",
     "Image",
     "ImageMemoryError",
+    "NoteWarning",
     "__version__",
     "imdecode",
     "imencode",

@@ -37,3 +37,10 @@ class CopyWarning(Warning):
     Off by default; `warnings.simplefilter("always", qel.CopyWarning)` shows each copy with its
     reason.
     """
+
+
+class NoteWarning(Warning):
+    """What an operation found while it worked, such as letters that no font has.
+
+    Off by default. What may surprise of an operation whatever it finds stands in its docstring.
+    """

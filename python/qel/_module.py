@@ -35,4 +35,5 @@ def _module_path() -> str:
 _qel.use_errors_of(_errors)
 _qel.load(_module_path())
 # Behind the user's own filters, whenever they are set.
-warnings.simplefilter("ignore", _errors.CopyWarning, append=True)
+for _category in (_errors.CopyWarning, _errors.NoteWarning):
+    warnings.simplefilter("ignore", _category, append=True)

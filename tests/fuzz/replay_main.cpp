@@ -6,8 +6,8 @@
 #include <iterator>
 #include <vector>
 
-#include "reference/rng.h"
 #include "tests/fuzz/fuzz.h"
+#include "reference/rng.h"
 
 namespace {
 

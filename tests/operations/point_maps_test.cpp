@@ -1,10 +1,9 @@
+#include "operations/arguments.h"
 #include "operations/point_maps.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-
-#include "operations/arguments.h"
 
 namespace qel::operations {
 namespace {

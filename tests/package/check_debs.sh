@@ -17,6 +17,7 @@ packages=$(cd "$work/debs" && printf '%s\n' *.deb | sed 's/_.*//' | sort | tr '\
 all="qel qel-dev qel-doc qel-host-dev qel-module"
 if [ -d "$build/formats" ]; then all="${all/qel-host/qel-formats-extra qel-host}"; fi
 if [ -d "$build/python/qel" ]; then all="python3-qel $all"; fi
+if grep -q 'CPACK_COMPONENTS_ALL .*;web' "$build/CPackConfig.cmake"; then all="$all qel-web"; fi
 [ "$packages" = "$all " ] || fail "not the packages $all: $packages"
 version=$(field qel Version)
 depends=$(field qel Depends)
@@ -52,6 +53,10 @@ if [[ $all == python3-qel* ]]; then
 import numpy, qel
 dot = qel.imread("'"$work"'/dot.ppm")
 assert qel.negative(dot).tolist() == [[[245, 235, 225]]], qel.negative(dot)'
+fi
+if [[ $all == *qel-web ]]; then
+  grep -q 'id="wasm-text"' "$root/usr/share/doc/qel/docs/operations/../try/qel.html" ||
+    fail "the page is not where the documentation links to"
 fi
 for package in $all; do
   folder=$root/usr/share/doc/$package

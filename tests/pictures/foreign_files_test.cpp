@@ -1,13 +1,8 @@
 // Files that our own writers never make: varieties of other programs.
 
-#include <cstdio>
-// After <cstdio>, whose types these headers use.
-#include <jpeglib.h>
 #include <png.h>
-#include <tiffio.h>
 
-#include <functional>
-
+#include "tests/pictures/foreign_writers.h"
 #include "tests/pictures/picture_support.h"
 
 namespace qel::test {
@@ -218,15 +213,6 @@ TEST(ForeignGif, FirstFramesReadInTheirPlace) {
 
 // TIFF.
 
-Bytes MakeTiff(const std::function<void(TIFF*)>& fill) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "picture";
-  TIFF* const tiff = TIFFOpen(path.c_str(), "w");
-  fill(tiff);
-  TIFFClose(tiff);
-  return Joined(ReadFile(path));
-}
-
 struct TiffKind {
   int photometric, bits, samples;
   int extra = -1;
@@ -275,7 +261,7 @@ void WriteTiffPlane(TIFF* tiff, const TiffKind& kind, int plane, int samples) {
 }
 
 Bytes MakeTiff(const TiffKind& kind) {
-  return MakeTiff([&](TIFF* tiff) {
+  return TiffFileOf([&](TIFF* tiff) {
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, kTiffWidth);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, kTiffHeight);
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, kind.bits);
@@ -382,25 +368,11 @@ TEST(ForeignTiff, EveryArrangementOfSamplesReadsAlike) {
 }
 
 TEST(ForeignTiff, JpegInsideAndRareColoursGoThroughTheLibrary) {
-  const auto flat = [](int photometric, int compression, const uint8_t(&pixel)[3]) {
-    return MakeTiff([&](TIFF* tiff) {
-      TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, 16);
-      TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, 16);
-      TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
-      TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
-      TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-      TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
-      TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometric);
-      TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 16);
+  const auto flat = [](int photometric, int compression, const Bytes& pixel) {
+    return FlatTiff(photometric, compression, pixel, [](TIFF* tiff) {
       TIFFSetField(tiff, TIFFTAG_XRESOLUTION, 100.0);
       TIFFSetField(tiff, TIFFTAG_YRESOLUTION, 50.0);
       TIFFSetField(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_CENTIMETER);
-      if (compression == COMPRESSION_JPEG) {
-        TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
-      }
-      Bytes row;
-      for (int x = 0; x < 16; ++x) row.insert(row.end(), pixel, pixel + 3);
-      for (uint32_t y = 0; y < 16; ++y) TIFFWriteScanline(tiff, row.data(), y);
     });
   };
   const Decoded jpeg = Decode(flat(PHOTOMETRIC_YCBCR, COMPRESSION_JPEG, {200, 100, 50}));
@@ -416,67 +388,14 @@ TEST(ForeignTiff, JpegInsideAndRareColoursGoThroughTheLibrary) {
 
 TEST(ForeignJpeg, InksAreConvertedWithOrWithoutTheAdobeMarker) {
   for (const bool adobe : {false, true}) {
-    jpeg_compress_struct jpeg;
-    jpeg_error_mgr errors;
-    jpeg.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&jpeg);
-    unsigned char* bytes = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&jpeg, &bytes, &size);
-    jpeg.image_width = jpeg.image_height = 8;
-    jpeg.input_components = 4;
-    jpeg.in_color_space = JCS_CMYK;
-    jpeg_set_defaults(&jpeg);
-    jpeg_set_quality(&jpeg, 100, TRUE);
-    jpeg.write_Adobe_marker = adobe;
-    jpeg_start_compress(&jpeg, TRUE);
-    const uint8_t inks[] = {255, 100, 0, 51};  // red light 0, green 155, blue 255, paper 80 %
-    Bytes row;
-    for (int i = 0; i < 32; ++i)
-      row.push_back(static_cast<uint8_t>(adobe ? 255 - inks[i % 4] : inks[i % 4]));
-    JSAMPROW pointer = row.data();
-    for (int y = 0; y < 8; ++y) jpeg_write_scanlines(&jpeg, &pointer, 1);
-    jpeg_finish_compress(&jpeg);
-    const Decoded decoded = Decode(Bytes(bytes, bytes + size));
-    jpeg_destroy_compress(&jpeg);
-    free(bytes);
+    // Red light 0, green 155, blue 255, paper 80 %.
+    const Decoded decoded = Decode(InkJpeg({255, 100, 0, 51}, adobe));
     EXPECT_TRUE(Near(decoded.pixels.At(3, 3), {204, 124, 0}, 3)) << decoded.pixels.At(3, 3);
     EXPECT_TRUE(decoded.HasNote("CMYK"));
   }
 }
 
 // BMP.
-
-struct BmpKind {
-  int width, height, bits;
-  uint32_t compression = 0;
-  std::vector<uint32_t> masks = {};
-  std::vector<uint32_t> palette = {};
-  uint32_t header = 40;
-};
-
-Bytes MakeBmp(const BmpKind& kind, const Bytes& pixels) {
-  Bytes file{'B', 'M'};
-  const bool core = kind.header == 12;
-  const size_t extra =
-      core ? 3 * kind.palette.size() : 4 * (kind.masks.size() + kind.palette.size());
-  Put(file, 0, 4);
-  Put(file, 0, 4);
-  Put(file, static_cast<uint32_t>(14 + kind.header + extra), 4);
-  Put(file, kind.header, 4);
-  Put(file, static_cast<uint32_t>(kind.width), core ? 2 : 4);
-  Put(file, static_cast<uint32_t>(kind.height), core ? 2 : 4);
-  Put(file, 1, 2);
-  Put(file, static_cast<uint32_t>(kind.bits), 2);
-  if (!core) {
-    for (const uint32_t value : {kind.compression, 0u, 0u, 0u, uint32_t(kind.palette.size()), 0u}) {
-      Put(file, value, 4);
-    }
-  }
-  for (const uint32_t mask : kind.masks) Put(file, mask, 4);
-  for (const uint32_t entry : kind.palette) Put(file, entry, core ? 3 : 4);
-  return Joined({file.begin(), file.end()}, pixels);
-}
 
 struct BmpCase {
   const char* name;

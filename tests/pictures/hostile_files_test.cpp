@@ -1,6 +1,7 @@
 #include <functional>
 #include <thread>
 
+#include "tests/pictures/foreign_writers.h"
 #include "tests/pictures/picture_support.h"
 
 namespace qel::test {
@@ -34,14 +35,9 @@ std::vector<Sample> Samples() {
                          Encode(pixels, extension, metadata), extension != std::string("tif")});
     }
   }
-  Bytes runs = Joined("BM");
-  for (const uint32_t value :
-       {0u, 0u, 62u, 40u, 8u, 4u, 0x80001u, 1u, 0u, 0u, 0u, 2u, 0u, 0u, 255u}) {
-    Put(runs, value, 4);
-  }
   samples.push_back(
       {"rle",
-       Joined({runs.begin(), runs.end()}, {3, 1, 0, 3, 1, 0, 1, 0, 0, 0, 0, 2, 1, 1, 5, 0, 0, 1}),
+       MakeBmp({8, 4, 8, 1, {}, {0, 255}}, {3, 1, 0, 3, 1, 0, 1, 0, 0, 0, 0, 2, 1, 1, 5, 0, 0, 1}),
        true});
   samples.push_back({"text", Joined("P3 2 2 99 1 2 3 4 5 6 7 8 9 10 11 12"), false});
   return samples;

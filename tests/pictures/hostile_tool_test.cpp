@@ -1,19 +1,15 @@
 // Small files that ask for much, and damaged ones, as the whole tool meets them.
 
-#include <cstdio>
-// After <cstdio>, whose types these headers use.
-#include <jpeglib.h>
-#include <tiffio.h>
+#include <cstring>
 
-#include <functional>
-
+#include "tests/pictures/foreign_writers.h"
 #include "tests/pictures/picture_support.h"
 
 namespace qel::test {
 namespace {
 
 constexpr int kGood = 0, kNoInput = 3;
-constexpr uint32_t kFar = 16384;  // a side of the largest square that the limits allow
+constexpr int kFar = 16384;  // a side of the largest square that the limits allow
 
 struct HostileFile {
   std::string name;
@@ -106,57 +102,33 @@ struct Tiff {
   }
 };
 
-/// A strip as the library packs it.
+/// A strip as the library packs it: what stands between header and directory.
 Bytes PackedStrip(uint32_t side, int compression, int bits) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "picture";
-  TIFF* tiff = TIFFOpen(path.c_str(), "w");
-  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, side);
-  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, side);
-  TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
-  TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
-  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-  TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
-  TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, side);
-  if (compression == COMPRESSION_JPEG) {
-    TIFFSetField(tiff, TIFFTAG_JPEGTABLESMODE, 0);
-  }
-  Bytes pixels(size_t{side} * side * static_cast<size_t>(bits) / 8);
-  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * i / 97);
-  TIFFWriteEncodedStrip(tiff, 0, pixels.data(), static_cast<tmsize_t>(pixels.size()));
-  TIFFClose(tiff);
-  tiff = TIFFOpen(path.c_str(), "r");
-  Bytes strip(static_cast<size_t>(TIFFRawStripSize(tiff, 0)));
-  TIFFReadRawStrip(tiff, 0, strip.data(), static_cast<tmsize_t>(strip.size()));
-  TIFFClose(tiff);
-  return strip;
+  const Bytes file = TiffFileOf([&](TIFF* tiff) {
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, side);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, side);
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, side);
+    if (compression == COMPRESSION_JPEG) TIFFSetField(tiff, TIFFTAG_JPEGTABLESMODE, 0);
+    Bytes pixels(size_t{side} * side * static_cast<size_t>(bits) / 8);
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * i / 97);
+    TIFFWriteEncodedStrip(tiff, 0, pixels.data(), static_cast<tmsize_t>(pixels.size()));
+  });
+  uint32_t directory_at;
+  std::memcpy(&directory_at, &file[4], sizeof(directory_at));
+  return {file.begin() + 8, file.begin() + directory_at};
 }
 
 enum class JpegKind { kBaseline, kProgressive, kArithmetic };
 
 Bytes Jpeg(JpegKind kind) {
-  jpeg_compress_struct jpeg;
-  jpeg_error_mgr errors;
-  jpeg.err = jpeg_std_error(&errors);
-  jpeg_create_compress(&jpeg);
-  unsigned char* bytes = nullptr;
-  unsigned long size = 0;
-  jpeg_mem_dest(&jpeg, &bytes, &size);
-  jpeg.image_width = jpeg.image_height = 64;
-  jpeg.input_components = 3;
-  jpeg.in_color_space = JCS_RGB;
-  jpeg_set_defaults(&jpeg);
-  if (kind == JpegKind::kProgressive) jpeg_simple_progression(&jpeg);
-  jpeg.arith_code = kind == JpegKind::kArithmetic;
-  jpeg_start_compress(&jpeg, TRUE);
-  Bytes row = Noise(64 * 3);
-  JSAMPROW pointer = row.data();
-  for (int y = 0; y < 64; ++y) jpeg_write_scanlines(&jpeg, &pointer, 1);
-  jpeg_finish_compress(&jpeg);
-  jpeg_destroy_compress(&jpeg);
-  Bytes file(bytes, bytes + size);
-  free(bytes);
-  return file;
+  return MakeJpeg(JCS_RGB, 3, Noise(64 * 3), 64, [&](jpeg_compress_struct& jpeg) {
+    if (kind == JpegKind::kProgressive) jpeg_simple_progression(&jpeg);
+    jpeg.arith_code = kind == JpegKind::kArithmetic;
+  });
 }
 
 /// Position behind a marker of a JPEG file.
@@ -194,15 +166,6 @@ Bytes Webp(const std::string& chunk, Bytes content) {
   return Concat({file, content});
 }
 
-Bytes Bmp(uint32_t width, uint32_t height, int bits, uint32_t compression) {
-  Bytes file = Joined("BM");
-  for (const uint32_t value : {0u, 0u, 54u, 40u, width, height}) Put(file, value, 4);
-  Put(file, 1, 2);
-  Put(file, static_cast<uint32_t>(bits), 2);
-  for (const uint32_t value : {compression, 0u, 0u, 0u, 2u, 0u, 0u, 0xFFFFFFu}) Put(file, value, 4);
-  return file;
-}
-
 std::vector<HostileFile> HostileFiles() {
   const std::string truncated = "truncated", damaged = "damaged", large = "more than the limit";
   std::vector<HostileFile> files{
@@ -225,8 +188,8 @@ std::vector<HostileFile> HostileFiles() {
       {"lossy.webp",
        Webp("VP8 ", Concat({{0x10, 0, 0, 0x9D, 0x01, 0x2A, 0xFF, 0x3F, 0xFF, 0x3F}, Bytes(9)})),
        truncated},
-      {"far.bmp", Bmp(kFar, kFar, 32, 0), truncated},
-      {"runs.bmp", Concat({Bmp(kFar, kFar, 8, 1), {0, 1}}), truncated},
+      {"far.bmp", MakeBmp({kFar, kFar, 32}, {}), truncated},
+      {"runs.bmp", MakeBmp({kFar, kFar, 8, 1, {}, {0, 0xFFFFFF}}, {0, 1}), truncated},
       {"far.ppm", Joined("P6 16384 16384 255\n123"), truncated},
       {"far-text.ppm", Joined("P3 16384 16384 255\n1 2 3"), truncated},
       {"word.pgm", Joined("P5 " + std::string(100'000, '1') + " 1 255\n"), "number"},

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "pictures/exif.h"
+#include "tests/pictures/foreign_writers.h"
 #include "tests/pictures/picture_support.h"
 
 namespace qel::test {
@@ -272,6 +273,59 @@ TEST(Profile, OtherThanStandardIsNotedOrCarriedOut) {
   const Decoded same = Decode(Encode(Slope(3, 3, 24), "png", standard), {.to_srgb = true});
   EXPECT_TRUE(same.info.notes.empty());
   EXPECT_EQ(same.info.metadata.icc_profile, standard.icc_profile);
+}
+
+/// Inks of which cyan prints as plain red light and the others as nothing, so that nobody takes
+/// this for the simple conversion.
+Bytes InkProfile() {
+  const cmsHPROFILE profile = cmsCreateProfilePlaceholder(nullptr);
+  cmsSetProfileVersion(profile, 4.3);
+  cmsSetDeviceClass(profile, cmsSigOutputClass);
+  cmsSetColorSpace(profile, cmsSigCmykData);
+  cmsSetPCS(profile, cmsSigLabData);
+  cmsPipeline* const pipeline = cmsPipelineAlloc(nullptr, 4, 3);
+  cmsStage* const table = cmsStageAllocCLut16bit(nullptr, 2, 4, 3, nullptr);
+  cmsStageSampleCLut16bit(
+      table,
+      [](const cmsUInt16Number in[], cmsUInt16Number out[], void*) -> cmsInt32Number {
+        const cmsCIELab red{54.3, 80.8, 69.9}, black{0, 0, 0};
+        cmsFloat2LabEncoded(out, in[0] > 0x8000 ? &red : &black);
+        return 1;
+      },
+      nullptr, 0);
+  // The library writes a table with curves around it.
+  cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocToneCurves(nullptr, 4, nullptr));
+  cmsPipelineInsertStage(pipeline, cmsAT_END, table);
+  cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, nullptr));
+  cmsWriteTag(profile, cmsSigAToB0Tag, pipeline);
+  cmsPipelineFree(pipeline);
+  cmsUInt32Number size = 0;
+  cmsSaveProfileToMem(profile, nullptr, &size);
+  Bytes bytes(size);
+  cmsSaveProfileToMem(profile, bytes.data(), &size);
+  cmsCloseProfile(profile);
+  return bytes;
+}
+
+Bytes InkTiff(const std::array<uint8_t, 4>& inks, const Bytes& profile) {
+  return FlatTiff(PHOTOMETRIC_SEPARATED, COMPRESSION_NONE, {inks.begin(), inks.end()},
+                  [&](TIFF* tiff) {
+                    TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(profile.size()),
+                                 profile.data());
+                  });
+}
+
+TEST(Profile, OfInksIsCarriedOutWhenAskedFor) {
+  const std::array<uint8_t, 4> cyan{255, 0, 0, 0};
+  for (const Bytes& file : {InkJpeg(cyan, true, InkProfile()), InkTiff(cyan, InkProfile())}) {
+    const Decoded simple = Decode(file);
+    EXPECT_TRUE(simple.HasNote("CMYK"));
+    EXPECT_TRUE(Near(simple.pixels.At(3, 3), {255, 255, 0}, 3)) << simple.pixels.At(3, 3);
+    const Decoded printed = Decode(file, {.to_srgb = true});
+    EXPECT_TRUE(printed.info.notes.empty());
+    EXPECT_TRUE(printed.info.metadata.icc_profile.empty());
+    EXPECT_TRUE(Near(printed.pixels.At(3, 3), {0, 0, 255}, 6)) << printed.pixels.At(3, 3);
+  }
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ HEIGHT, WIDTH = 71, 93
 
 def pytest_configure(config):
     config.addinivalue_line("filterwarnings", "ignore::qel.CopyWarning")
+    config.addinivalue_line("filterwarnings", "ignore::qel.NoteWarning")
 
 
 @functools.cache

@@ -105,6 +105,7 @@ async function refresh(isFull = false) {
 
 function showAnswer(answer, input, isWhole) {
   for (const item of get('chain').children) item.classList.remove('bad');
+  get('python').textContent = answer.python?.length ? pythonLine(answer.python, fileName) : '';
   if (!answer.picture) {
     const bad = chain.findIndex((step) => step.name === answer.operation);
     get('chain').children[bad]?.classList.add('bad');
@@ -191,7 +192,6 @@ function openSecond(then) {
 
 function drawLines() {
   get('command').textContent = chain.length ? commandLine(chain, table, fileName) : '';
-  get('python').textContent = chain.length ? pythonLine(chain, table, fileName) : '';
   const fragment = chain.length ? fragmentOf(chain, table) : '';
   history.replaceState(null, '', fragment || location.href.split('#')[0]);
 }

@@ -86,31 +86,10 @@ export function commandLine(chain, table, file) {
   return ['qel run', forShell(file || 'picture.png'), '-o result.png', ...steps].join(' ');
 }
 
-function pythonValue(parameter, value) {
-  switch (parameter.type) {
-    case 'integer': case 'number': return value;
-    case 'extent': return /^[\d.]+$/.test(value) ? value : JSON.stringify(value);
-    case 'flag': return value === 'yes' || value === '1' || value === 'true' ? 'True' : 'False';
-    case 'picture': return `qel.imread(${JSON.stringify(value)})`;
-    case 'point': return /^[-\d.]+,[-\d.]+$/.test(value) ? `(${value.replace(',', ', ')})` : JSON.stringify(value);
-    default: return JSON.stringify(value);
-  }
-}
-
-/** The same in Python. */
-export function pythonLine(chain, table, file) {
-  const lines = ['import qel', `image = qel.imread(${JSON.stringify(file || 'picture.png')})`];
-  for (const step of chain) {
-    const words = ['image'];
-    for (const p of table.get(step.name).parameters) {
-      const value = step.values[p.name];
-      if (value === undefined || value === '' || value === p.default) continue;
-      words.push(`${p.name.replaceAll('-', '_')}=${pythonValue(p, value)}`);
-    }
-    lines.push(`image = qel.${step.name.replaceAll('-', '_')}(${words.join(', ')})`);
-  }
-  lines.push('qel.imwrite("result.png", image)');
-  return lines.join('; ');
+/** The same in Python, from the lines that the module gives for the steps. */
+export function pythonLine(lines, file) {
+  return ['import qel', `image = qel.imread(${JSON.stringify(file || 'picture.png')})`, ...lines,
+      'qel.imwrite("result.png", image)'].join('; ');
 }
 
 /** The chain as the fragment of a link, and back; throws an Error for what is no chain. */

@@ -13,6 +13,8 @@ function numberControl(parameter, value, changed, id) {
   const step = whole ? 1 : parameter.type === 'extent' ? 1 : Math.max((high - low) / 200, 0.001);
   const box = element('input', {type: 'text', id, value, inputMode: 'decimal'});
   box.setAttribute('aria-label', `${parameter.name}, ${parameter.help}`);
+  const words = element('datalist', {id: `${id}-words`}, ...(parameter.choices ?? []).map((word) => new Option(word)));
+  if (parameter.choices) box.setAttribute('list', words.id);
   const slider = element('input', {type: 'range', min: low, max: high, step, value: Number.isFinite(parseFloat(value)) ? parseFloat(value) : low});
   slider.setAttribute('aria-label', parameter.name);
   slider.addEventListener('input', () => {
@@ -25,7 +27,7 @@ function numberControl(parameter, value, changed, id) {
     if (Number.isFinite(parseFloat(box.value))) slider.value = parseFloat(box.value);
     changed(box.value.trim(), false);
   });
-  return [slider, box];
+  return parameter.choices ? [slider, box, words] : [slider, box];
 }
 
 function otherControl(parameter, value, changed, id, pictures, openSecond) {
@@ -41,6 +43,17 @@ function otherControl(parameter, value, changed, id, pictures, openSecond) {
       box.addEventListener('input', () => changed(box.value, true));
       box.addEventListener('change', () => changed(box.value, false));
       return box;
+    }
+    case 'paint': {
+      // Names and transparency are typed, other colours picked.
+      const box = set(element('input', {type: 'text', value, placeholder: 'white, transparent, #204060, #20406080'}));
+      const picker = element('input', {type: 'color', value: /^#[0-9a-f]{6}/i.test(value) ? value.slice(0, 7) : '#ffffff'});
+      picker.setAttribute('aria-label', `${parameter.name}, pick a color`);
+      const pick = (dragging) => { box.value = picker.value + (/^#[0-9a-f]{8}$/i.test(box.value) ? box.value.slice(7) : ''); changed(box.value, dragging); };
+      picker.addEventListener('input', () => pick(true));
+      picker.addEventListener('change', () => pick(false));
+      box.addEventListener('change', () => changed(box.value.trim(), false));
+      return element('span', {className: 'paint'}, box, picker);
     }
     case 'choice': {
       const box = set(element('select'));

@@ -1,89 +1,20 @@
 // Opens the page in headless Chromium as a person would: a picture, a slider, the lines to copy; and
-// compares what the canvas shows with the tool's bytes. Drives the browser through its own protocol.
+// compares what the canvas shows with the tool's bytes.
 // Usage: node page_test.mjs PAGE_FOLDER TOOL [SCREENSHOT_FOLDER]
 
-import {execFileSync, spawn} from 'node:child_process';
-import {mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
-import {createServer} from 'node:http';
-import {tmpdir} from 'node:os';
-import {extname, join, resolve} from 'node:path';
+import {execFileSync} from 'node:child_process';
+import {readFileSync, writeFileSync} from 'node:fs';
+import {join, resolve} from 'node:path';
 import {pathToFileURL} from 'node:url';
+import {launch, ready} from './browser.mjs';
 
 const [page, tool] = process.argv.slice(2, 4).map((path) => resolve(path));
 const shots = process.argv[4];
-const folder = mkdtempSync(join(tmpdir(), 'qel-page-'));
 const failures = [];
 const check = (condition, message) => { if (!condition) failures.push(message); };
 
-const types = {'.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.wasm': 'application/wasm'};
-const server = createServer((request, response) => {
-  const path = new URL(request.url, 'http://x').pathname;
-  try {
-    const content = readFileSync(join(page, path === '/' ? 'index.html' : path.slice(1)));
-    response.writeHead(200, {'Content-Type': types[extname(path)] ?? 'text/html'}).end(content);
-  } catch {
-    response.writeHead(404).end();
-  }
-}).listen(0, '127.0.0.1');
-await new Promise((ready) => server.on('listening', ready));
-const origin = `http://127.0.0.1:${server.address().port}`;
+const {origin, folder, requests, complaints, open, close} = await launch(page, shots);
 
-const browser = spawn(process.env.QEL_CHROMIUM ?? 'chromium', [
-  '--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-  '--disable-component-update', '--disable-sync', `--user-data-dir=${join(folder, 'profile')}`, '--remote-debugging-pipe', 'about:blank',
-], {stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe']});
-
-let next = 1, text = '';
-const waiting = new Map(), requests = [], complaints = [];
-browser.stdio[4].on('data', (data) => {
-  text += data;
-  const messages = text.split('\0');
-  text = messages.pop();
-  for (const message of messages.map((m) => JSON.parse(m))) {
-    const {id, method, params, result, error} = message;
-    if (id !== undefined) waiting.get(id)?.(error ? Promise.reject(new Error(error.message)) : result);
-    if (method === 'Network.requestWillBeSent') requests.push(params.request.url);
-    if (method === 'Runtime.exceptionThrown') complaints.push(params.exceptionDetails.exception?.description ?? params.exceptionDetails.text);
-    if (method === 'Runtime.consoleAPICalled' && ['error', 'warning'].includes(params.type)) complaints.push(params.args.map((a) => a.value ?? a.description).join(' '));
-    if (method === 'Log.entryAdded' && params.entry.level === 'error') complaints.push(params.entry.text);
-  }
-});
-function send(method, params = {}, sessionId = undefined) {
-  const id = next++;
-  browser.stdio[3].write(JSON.stringify({id, method, params, sessionId}) + '\0');
-  return new Promise((done) => waiting.set(id, done));
-}
-
-/** A tab on an address, with what a person does in it. */
-async function open(address, width, height) {
-  const {targetId} = await send('Target.createTarget', {url: 'about:blank'});
-  const {sessionId} = await send('Target.attachToTarget', {targetId, flatten: true});
-  const tab = (method, params) => send(method, params, sessionId);
-  for (const domain of ['Page', 'Runtime', 'Network', 'Log', 'DOM']) await tab(`${domain}.enable`);
-  await tab('Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: width < 600});
-  await tab('Page.navigate', {url: address});
-  const evaluate = async (expression) => {
-    const {result, exceptionDetails} = await tab('Runtime.evaluate', {expression, awaitPromise: true, returnByValue: true});
-    if (exceptionDetails) throw new Error(`${expression}: ${exceptionDetails.exception?.description ?? exceptionDetails.text}`);
-    return result.value;
-  };
-  const until = async (expression, what) => {
-    for (let i = 0; i < 300; ++i) {
-      if (await evaluate(expression).catch(() => false)) return true;
-      await new Promise((ready) => setTimeout(ready, 100));
-    }
-    check(false, `${address}: timed out waiting for ${what}`);
-    return false;
-  };
-  const shot = async (name) => {
-    if (!shots) return;
-    const {data} = await tab('Page.captureScreenshot', {format: 'png'});
-    writeFileSync(join(shots, name), Buffer.from(data, 'base64'));
-  };
-  return {tab, evaluate, until, shot};
-}
-
-const ready = `document.getElementById('status').textContent.includes('ms')`;
 const afterHash = `(async () => {
   const c = document.getElementById('after');
   const d = c.getContext('2d').getImageData(0, 0, c.width, c.height).data;
@@ -159,10 +90,7 @@ try {
 } catch (error) {
   failures.push(error.stack);
 } finally {
-  browser.kill();
-  server.close();
-  await new Promise((done) => browser.on('exit', done));
-  rmSync(folder, {recursive: true, force: true, maxRetries: 5});
+  await close();
 }
 for (const failure of failures) console.log(failure);
 console.log(failures.length === 0 ? 'the page works' : `${failures.length} failures`);
