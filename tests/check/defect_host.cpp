@@ -1,7 +1,6 @@
 // A host's library with one defect, which the environment variable QEL_DEFECT names: the reference
 // host, with single slots of its objects exchanged.
 
-#include <sched.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -178,7 +177,7 @@ class HeapImage final : public HostObject<IQELImageDIB, IQELImage, IQEL> {
   /// A count that another thread may come between.
   uint32_t Count(int difference) {
     const uint32_t old = plain_count_;
-    sched_yield();
+    test::GiveWay();
     plain_count_ = old + static_cast<uint32_t>(difference);
     return plain_count_;
   }
@@ -250,7 +249,7 @@ uint32_t PlainAddRef(void* self) {
   static volatile uint32_t turn = 0;
   const uint32_t mine = turn + 1;
   turn = mine;
-  sched_yield();
+  test::GiveWay();
   return turn == mine ? add_reference(self) : 0;
 }
 

@@ -2,7 +2,6 @@
 // module stands behind this one, and single slots of its objects are exchanged.
 
 #include <dlfcn.h>
-#include <sched.h>
 
 #include <atomic>
 #include <cstdint>
@@ -66,7 +65,7 @@ uint32_t BadAddRef(void* self) {
   // An object's count is its second word; this is the own interface, 24 bytes into the object.
   auto* const count = reinterpret_cast<volatile uint32_t*>(static_cast<uint8_t*>(self) - 16);
   const uint32_t old = *count;
-  sched_yield();
+  test::GiveWay();
   *count = old + 1;
   return old + 1;
 }

@@ -1,6 +1,8 @@
 #ifndef QEL_TESTS_CHECK_PATCHED_TABLE_H_
 #define QEL_TESTS_CHECK_PATCHED_TABLE_H_
 
+#include <sched.h>
+
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +14,13 @@ namespace qel::test {
 inline std::string_view Defect() {
   const char* const name = std::getenv("QEL_DEFECT");
   return name != nullptr ? name : "";
+}
+
+/// Between reading and writing a count, where checkers do not come by themselves.
+inline void GiveWay() {
+#if !defined(__x86_64__) || defined(__SANITIZE_THREAD__)
+  sched_yield();
+#endif
 }
 
 /// One function table of an object, replaced by a copy in which slots can be exchanged.
