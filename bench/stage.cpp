@@ -1,8 +1,7 @@
 #include "bench/stage.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 namespace qel::bench {
@@ -38,8 +37,15 @@ void EvictRows(const host::HostImage& image) {
 
 void Evict(const void* start, size_t bytes) {
   constexpr size_t kLine = 64;
-  for (size_t i = 0; i < bytes; i += kLine) _mm_clflush(static_cast<const char*>(start) + i);
-  _mm_mfence();
+  for (size_t i = 0; i < bytes; i += kLine) {
+    const char* const line = static_cast<const char*>(start) + i;
+#if defined(__x86_64__)
+    asm volatile("clflush %0" : : "m"(*line) : "memory");
+#elif defined(__aarch64__)
+    asm volatile("dc civac, %0" : : "r"(line) : "memory");
+#endif
+  }
+  std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
 host::ImageOptions& NewImageOptions() {

@@ -4,10 +4,6 @@
 #include <cstdint>
 #include <cstring>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 namespace qel::compose {
 
 /// Four floats: the channels of a pixel, or four samples of a grey row. Additions and
@@ -24,19 +20,18 @@ inline F32x4 LoadFloats(const float* from) {
 
 /// Four bytes as floats.
 inline F32x4 LoadBytes(const uint8_t* from) {
-#ifdef __SSE2__
-  // Compilers make four scalar conversions of the general form.
-  int32_t bytes;
-  std::memcpy(&bytes, from, sizeof(bytes));
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i words = _mm_unpacklo_epi8(_mm_cvtsi32_si128(bytes), zero);
-  return _mm_cvtepi32_ps(_mm_unpacklo_epi16(words, zero));
-#else
-  using U8x4 = uint8_t __attribute__((vector_size(4)));
-  U8x4 value;
-  std::memcpy(&value, from, sizeof(value));
-  return __builtin_convertvector(value, F32x4);
-#endif
+  using U8x16 = uint8_t __attribute__((vector_size(16)));
+  using U16x8 = uint16_t __attribute__((vector_size(16)));
+  using I32x4 = int32_t __attribute__((vector_size(16)));
+  int32_t four;
+  std::memcpy(&four, from, sizeof(four));
+  // Interleaved with zeros twice: of a conversion of bytes, compilers make four scalar ones.
+  const auto bytes = reinterpret_cast<U8x16>(I32x4{four});
+  const auto words = reinterpret_cast<U16x8>(__builtin_shufflevector(
+      bytes, U8x16{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23));
+  const auto lanes =
+      reinterpret_cast<I32x4>(__builtin_shufflevector(words, U16x8{}, 0, 8, 1, 9, 2, 10, 3, 11));
+  return __builtin_convertvector(lanes, F32x4);
 }
 
 /// The byte nearest to a value, which may lie outside of 0 to 255.

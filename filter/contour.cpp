@@ -10,7 +10,7 @@ void Trace(const ImageView& source, const ImageView& dest) {
   const SourceRows rows(source);
   DestRows out(dest);
   ScratchBlock<24 * 1024> scratch;
-  const auto step = static_cast<size_t>(rows.sample_bytes());
+  const auto step = static_cast<size_t>(rows.pixel_bytes());
   ForEachRowOfSquares(rows, out, scratch,
                       [&](uint8_t* to, const uint8_t* const* about, size_t bytes) {
                         ActiveFilterKernels().contour(to, about, bytes, step);

@@ -13,18 +13,18 @@ struct ExtremumKernels {
   /// into[i] = extremum(into[i], row[i])
   void (*fold)(uint8_t* into, const uint8_t* row, size_t count);
   /// dest[i] = extremum(a[i], b[i]); `a` and `b` may overlap
-  void (*pick)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
-  /// dest[i] = extremum(row[i], row[i + step], ...) of `size` samples, at most `kMostAcross`
+  void (*of_two)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
+  /// dest[i] = extremum(row[i], row[i + step], ...) of `size` pixels, at most `kMostAcross`
   void (*across)(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count);
   /// `running` becomes its extremum with `row`; then the same as `across` over the extremum of that
-  /// and `above`. `running`, `above` and `combined` are scratch rows. The fourth bytes of samples
-  /// of four are those of the last sample of each window in `row`.
+  /// and `above`. `running`, `above` and `combined` are scratch rows. The fourth bytes of pixels
+  /// of four are those of the last pixel of each window in `row`.
   void (*advance)(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
                   uint8_t* combined, size_t size, size_t step, size_t count);
   /// The same as `across` over the extremum of `size` rows; `columns` is a row for that, null for
   /// size 3. Fourth bytes as of `advance`, from the last row. With size 3, a vector and its two
   /// neighbours are read where there are fewer bytes than a vector has.
-  void (*square)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
+  void (*window)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
                  uint8_t* columns);
 };
 
@@ -34,16 +34,16 @@ inline constexpr size_t kMostAcross = 127;
 struct FilterKernels {
   ExtremumKernels minimum;
   ExtremumKernels maximum;
-  /// The maximum less the minimum of 3 x 3 samples; alpha, and what is read, as of `square`.
+  /// The maximum less the minimum of 3 x 3 pixels; alpha, and what is read, as of `window`.
   void (*spread)(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count);
-  /// dest[i] = a[i] - b[i]; the fourth bytes of samples of four are those of `a`
+  /// dest[i] = a[i] - b[i]; the fourth bytes of pixels of four are those of `a`
   void (*subtract)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t step, size_t count);
-  /// 4-byte pixels with the colours of one row and the fourth bytes of another.
-  void (*with_alpha)(uint8_t* dest, const uint8_t* colours, const uint8_t* alphas, size_t pixels);
-  /// The inverted contour of samples: `rows` are the three rows about `dest`, each beginning one
-  /// sample of `sample_bytes` to the left. The fourth bytes of samples of four are those of the
+  /// 4-byte pixels with the colors of one row and the fourth bytes of another.
+  void (*with_alpha)(uint8_t* dest, const uint8_t* colors, const uint8_t* alphas, size_t pixels);
+  /// The inverted contour of pixels: `rows` are the three rows about `dest`, each beginning one
+  /// pixel of `pixel_bytes` to the left. The fourth bytes of pixels of four are those of the
   /// middle. Fewer bytes than a vector has are read as a vector.
-  void (*contour)(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t sample_bytes);
+  void (*contour)(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t pixel_bytes);
 };
 
 QEL_TABLES_PER_LEVEL(FilterKernels)

@@ -5,56 +5,56 @@
 #include "filter/filter_kernels.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 
 namespace qel {
 
-void RepeatSample(uint8_t* samples, int64_t count, const uint8_t* sample, int sample_bytes) {
+void RepeatPixel(uint8_t* pixels, int64_t count, const uint8_t* pixel, int pixel_bytes) {
   if (count <= 0) return;
-  const int64_t bytes = count * sample_bytes;
-  std::memmove(samples, sample, static_cast<size_t>(sample_bytes));
+  const int64_t bytes = count * pixel_bytes;
+  std::memmove(pixels, pixel, static_cast<size_t>(pixel_bytes));
   // The filled part doubles until it covers the whole.
-  for (int64_t filled = sample_bytes; filled < bytes; filled *= 2) {
-    std::memcpy(samples + filled, samples, static_cast<size_t>(std::min(filled, bytes - filled)));
+  for (int64_t filled = pixel_bytes; filled < bytes; filled *= 2) {
+    std::memcpy(pixels + filled, pixels, static_cast<size_t>(std::min(filled, bytes - filled)));
   }
 }
 
 SourceRows::SourceRows(const ImageView& source)
-    : source_(source), sample_bytes_(SampleBytes(source.bit_count)) {
+    : source_(source), pixel_bytes_(PixelBytes(source.bit_count)) {
   // The first byte is blue, which is also the level of palette depths.
-  const uint32_t colour = OutsideColor(source);
-  std::memcpy(outside_, &colour, sizeof(colour));
-  RepeatSample(outside_, kOutsideSamples, outside_, sample_bytes_);
+  const uint32_t color = OutsideColor(source);
+  std::memcpy(outside_, &color, sizeof(color));
+  RepeatPixel(outside_, kOutsidePixels, outside_, pixel_bytes_);
 }
 
-void SourceRows::FetchOutside(int64_t count, uint8_t* samples) const {
+void SourceRows::FetchOutside(int64_t count, uint8_t* pixels) const {
   if (count <= 0) return;
-  if (count > kOutsideSamples) return RepeatSample(samples, count, outside_, sample_bytes_);
-  std::memcpy(samples, outside_, static_cast<size_t>(count * sample_bytes_));
+  if (count > kOutsidePixels) return RepeatPixel(pixels, count, outside_, pixel_bytes_);
+  std::memcpy(pixels, outside_, static_cast<size_t>(count * pixel_bytes_));
 }
 
-void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) const {
+void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* pixels) const {
   const int64_t end = x + count;
   const bool row_inside = source_.HasPixels() && y >= 0 && y < source_.Rows();
   const int64_t first = row_inside ? std::clamp<int64_t>(x, 0, source_.Columns()) : x;
   const int64_t last = row_inside ? std::clamp<int64_t>(end, first, source_.Columns()) : x;
-  if (first >= last) return FetchOutside(count, samples);
-  FetchOutside(first - x, samples);
-  samples += (first - x) * sample_bytes_;
+  if (first >= last) return FetchOutside(count, pixels);
+  FetchOutside(first - x, pixels);
+  pixels += (first - x) * pixel_bytes_;
   const uint8_t* const row = source_.Row(y);
   if (source_.bit_count >= 8) {
-    std::memcpy(samples, row + first * sample_bytes_,
-                static_cast<size_t>((last - first) * sample_bytes_));
+    std::memcpy(pixels, row + first * pixel_bytes_,
+                static_cast<size_t>((last - first) * pixel_bytes_));
   } else {
     VisitAccessLayout(source_.bit_count, [&](auto codec) {
       if constexpr (!codec.kDirect) {
         for (int64_t i = first; i < last; ++i) {
-          samples[i - first] = static_cast<uint8_t>(codec.LoadIndex(row, i));
+          pixels[i - first] = static_cast<uint8_t>(codec.LoadIndex(row, i));
         }
       }
     });
   }
-  FetchOutside(end - last, samples + (last - first) * sample_bytes_);
+  FetchOutside(end - last, pixels + (last - first) * pixel_bytes_);
 }
 
 void DestRows::Close(int64_t y, int64_t x, int64_t count) {
@@ -113,10 +113,10 @@ void Strip::Prefetch(int64_t y, int64_t after) {
         std::min(piece.x + piece.count + window_.first + window_.count - 1, source_.Columns());
     if (piece.count == 0 || first >= end) continue;
     if (const uint8_t* const row = source_.At(y + after, first)) {
-      Fetch(row, (end - first) * source_.sample_bytes());
+      PrefetchRun(row, (end - first) * source_.pixel_bytes());
     }
     if (y < Rows()) {
-      Fetch<1>(out_.At(y, piece.x), piece.count * source_.sample_bytes());
+      PrefetchRun<1>(out_.At(y, piece.x), piece.count * source_.pixel_bytes());
     }
   }
 }
@@ -134,12 +134,12 @@ void Strip::Close(int64_t y) {
   }
 }
 
-void FillPixels(const ImageView& dest, uint32_t colour) {
+void FillPixels(const ImageView& dest, uint32_t color) {
   if (!dest.HasPixels()) return;
   VisitAccessLayout(dest.bit_count, [&](auto codec) {
     for (int64_t y = 0; y < dest.Rows(); ++y) {
       uint8_t* const row = dest.Row(y);
-      for (int64_t x = 0; x < dest.Columns(); ++x) codec.Store(row, x, colour);
+      for (int64_t x = 0; x < dest.Columns(); ++x) codec.Store(row, x, color);
     }
   });
 }

@@ -13,12 +13,12 @@ namespace qel {
 // The one walk through neighbourhoods. The columns of an image are taken in strips. Where the
 // windows of a strip stay inside the image, its rows are read in place. At the ends of rows, and at
 // depths below 8 bits, they are copied into scratch rows that reach beyond the image, with the
-// outside colour in place. So no pixel is a border pixel any more and neighbour (i, j) of every
-// pixel lies at a fixed distance. Rows hold samples: whole pixels at 32 and 24 bits, one level per
+// outside color in place. So no pixel is a border pixel any more and neighbour (i, j) of every
+// pixel lies at a fixed distance. Rows hold 4 bytes a pixel at 32 bits, 3 at 24, and one level a
 // pixel at palette depths, whose channels are equal.
 
-/// Bytes of a sample: 4, 3 or 1; 0 for depths that store nothing.
-constexpr int SampleBytes(int bit_count) {
+/// Bytes of a pixel in rows: 4, 3 or 1; 0 for depths that store nothing.
+constexpr int PixelBytes(int bit_count) {
   return bit_count == 32                                      ? 4
          : bit_count >= 24                                    ? 3
          : bit_count == 8 || bit_count == 4 || bit_count == 1 ? 1
@@ -43,15 +43,15 @@ struct ScratchBlock {
 };
 /// Most columns of a tile.
 inline constexpr int64_t kTileColumns = 4096;
-/// Readable bytes after the samples of a scratch row, for vectors that start inside it.
+/// Readable bytes after the pixels of a scratch row, for vectors that start inside it.
 inline constexpr size_t kRowSlack = 128;
-/// Rows are read in place where windows begin at no fewer samples than this.
+/// Rows are read in place where windows begin at no fewer pixels than this.
 inline constexpr int64_t kFewestInPlace = 64;
 
 /// Bytes from scratch row to scratch row: room for `bytes` and the slack, in whole cache lines, and
 /// an odd number of these so that rows do not meet in the same sets of the cache.
 constexpr size_t ScratchPitch(size_t bytes) { return ((bytes + kRowSlack + 63) / 64 | 1) * 64; }
-/// Most bytes of samples in each of `rows` scratch rows that share `bytes`; may be negative.
+/// Most bytes of pixels in each of `rows` scratch rows that share `bytes`; may be negative.
 constexpr int64_t ScratchRowBytes(size_t bytes, int64_t rows) {
   const int64_t lines = (static_cast<int64_t>(bytes) / rows / 64 - 1) | 1;
   return lines * 64 - int64_t{kRowSlack};
@@ -86,43 +86,43 @@ class SourceRows {
  public:
   explicit SourceRows(const ImageView& source);
 
-  int sample_bytes() const { return sample_bytes_; }
-  /// The sample that stands in for everything outside.
+  int pixel_bytes() const { return pixel_bytes_; }
+  /// The pixel that stands in for everything outside.
   const uint8_t* outside() const { return outside_; }
-  /// True when the pixels of the image are samples as they are.
+  /// True when rows of the image are as scratch rows would be.
   bool InPlace() const { return source_.HasPixels() && source_.bit_count >= 8; }
-  /// The sample of pixel (x, y) in the image, which is `InPlace`; null for rows outside of it.
+  /// Where pixel (x, y) lies in the image, which is `InPlace`; null for rows outside of it.
   const uint8_t* At(int64_t y, int64_t x) const {
-    return y >= 0 && y < source_.Rows() ? source_.Row(y) + x * sample_bytes_ : nullptr;
+    return y >= 0 && y < source_.Rows() ? source_.Row(y) + x * pixel_bytes_ : nullptr;
   }
   int64_t Columns() const { return source_.Columns(); }
-  /// Writes the samples of the pixels (x, y) to (x + count - 1, y).
-  void Fetch(int64_t y, int64_t x, int64_t count, uint8_t* samples) const;
+  /// Writes pixels (x, y) to (x + count - 1, y), in and around the image, to `pixels`.
+  void Fetch(int64_t y, int64_t x, int64_t count, uint8_t* pixels) const;
 
  private:
-  void FetchOutside(int64_t count, uint8_t* samples) const;
+  void FetchOutside(int64_t count, uint8_t* pixels) const;
 
-  static constexpr int64_t kOutsideSamples = 64;
+  static constexpr int64_t kOutsidePixels = 64;
 
   const ImageView source_;
-  const int sample_bytes_;
-  uint8_t outside_[kOutsideSamples * 4];
+  const int pixel_bytes_;
+  uint8_t outside_[kOutsidePixels * 4];
 };
 
-/// Writes samples to an image.
+/// Writes rows of pixels to an image.
 class DestRows {
  public:
-  /// Most columns that are opened at a time where samples get another alpha.
+  /// Most columns that are opened at a time where pixels get another alpha.
   static constexpr int64_t kAlphaColumns = 1024;
 
-  /// Samples are stored as they are.
+  /// Pixels are stored as they are.
   explicit DestRows(const ImageView& dest) : DestRows(dest, dest, 0) { KeepAlpha(); }
-  /// Alpha of 32-bit pixels is not taken from the samples but from the pixel of `source` that lies
+  /// Alpha of 32-bit pixels is not what was written but that of the pixel of `source` that lies
   /// `alpha_shift` further right and down; outside, and without source pixels, it is the marker.
   DestRows(const ImageView& dest, const ImageView& source, int64_t alpha_shift)
       : dest_(dest), source_(source), alpha_shift_(alpha_shift) {}
 
-  /// Where the samples of pixels from (x, y) on are to be written, at most `MostOpened` of them.
+  /// Where pixels from (x, y) on are to be written, at most `MostOpened` of them.
   uint8_t* Open(int64_t y, int64_t x) {
     return dest_.bit_count >= 8 && !TakesAlpha() ? At(y, x) : row_;
   }
@@ -132,13 +132,11 @@ class DestRows {
   int64_t Rows() const { return dest_.Rows(); }
   int64_t Columns() const { return dest_.Columns(); }
   /// Where pixel (x, y) lies, at whole bytes.
-  uint8_t* At(int64_t y, int64_t x) const {
-    return dest_.Row(y) + x * SampleBytes(dest_.bit_count);
-  }
+  uint8_t* At(int64_t y, int64_t x) const { return dest_.Row(y) + x * PixelBytes(dest_.bit_count); }
 
-  /// From now on, samples bring their alpha with them.
+  /// From now on, pixels bring their alpha with them.
   void KeepAlpha() { keeps_alpha_ = true; }
-  /// True when samples are stored with another alpha than their own.
+  /// True when pixels are stored with another alpha than their own.
   bool TakesAlpha() const { return dest_.bit_count == 32 && !keeps_alpha_; }
 
  private:
@@ -158,8 +156,8 @@ struct WindowColumns {
   int64_t count;
 };
 
-/// Some columns of the output, and the samples of each row that their windows cover: windows begin
-/// at neighbouring samples.
+/// Some columns of the output, and the pixels of each row that their windows cover: windows begin
+/// at neighbouring pixels.
 class Strip {
  public:
   /// Columns of the output that lie side by side.
@@ -168,26 +166,26 @@ class Strip {
     int64_t count;
   };
 
-  /// A strip whose rows are assembled in scratch rows, or, with a row of samples `outside` for
+  /// A strip whose rows are assembled in scratch rows, or, with a row of pixels `outside` for
   /// those above and below, lie in the image. Two pieces are joined: the windows that begin in the
-  /// last samples of the first one belong to neither.
+  /// last pixels of the first one belong to neither.
   Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& left,
         const Piece& right = {}, const uint8_t* outside = nullptr)
       : source_(source), out_(out), window_(window), pieces_{left, right}, outside_(outside) {}
 
   bool InPlace() const { return outside_ != nullptr; }
-  size_t Step() const { return static_cast<size_t>(source_.sample_bytes()); }
+  size_t Step() const { return static_cast<size_t>(source_.pixel_bytes()); }
   int64_t Rows() const { return out_.Rows(); }
   /// Windows of the strip.
   int64_t Count() const { return InCount() - window_.count + 1; }
   size_t OutBytes() const { return static_cast<size_t>(Count()) * Step(); }
-  /// Samples that the windows cover.
+  /// Pixels that the windows cover.
   int64_t InCount() const {
     const int64_t left = pieces_[0].count + window_.count - 1;
     return pieces_[1].count == 0 ? left : left + pieces_[1].count + window_.count - 1;
   }
   size_t InBytes() const { return static_cast<size_t>(InCount()) * Step(); }
-  /// The samples under the windows of row `y`: in the image, or assembled in `slot`, which is
+  /// The pixels under the windows of row `y`: in the image, or assembled in `slot`, which is
   /// a scratch row of `InBytes`.
   const uint8_t* Read(int64_t y, uint8_t* slot) const;
   /// Asks for what comes after output row `y`, whose windows reach down to row y + after, to be
@@ -195,7 +193,7 @@ class Strip {
   /// themselves.
   void Prefetch(int64_t y, int64_t after);
 
-  /// Where the samples of the windows of row `y` are to be written, and what stores them.
+  /// Where the output pixels of row `y` are to be written, and what stores them.
   uint8_t* Open(int64_t y) { return pieces_[1].count == 0 ? out_.Open(y, pieces_[0].x) : joined_; }
   void Close(int64_t y);
   /// Calls write(dest, first, bytes) for the parts of row `y`, `first` bytes from its begin, which
@@ -228,8 +226,8 @@ class Strip {
   uint8_t joined_[kMostJoined];
 };
 
-/// Fills `samples` with copies of one sample. They may begin with it.
-void RepeatSample(uint8_t* samples, int64_t count, const uint8_t* sample, int sample_bytes);
+/// Fills `pixels` with copies of one pixel. They may begin with it.
+void RepeatPixel(uint8_t* pixels, int64_t count, const uint8_t* pixel, int pixel_bytes);
 
 /// Most columns of strips of one piece: of those that are assembled, and of those in place.
 struct StripWidths {
@@ -238,14 +236,14 @@ struct StripWidths {
 };
 
 /// Calls visit(strip) for strips that together cover the output. Functions that work on the rows
-/// may read `slack` bytes past their samples, which is at most `kRowSlack`; where there are fewer
+/// may read `slack` bytes past their pixels, which is at most `kRowSlack`; where there are fewer
 /// than `kFewestInPlace` windows, they may read that many. Strips in place take a scratch row at
 /// the end of `scratch`.
 template <typename Visitor>
 void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& window,
                   const StripWidths& most, size_t slack, std::span<uint8_t> scratch,
                   Visitor&& visit) {
-  const int64_t step = source.sample_bytes();
+  const int64_t step = source.pixel_bytes();
   const int64_t columns = out.Columns();
   // The columns whose windows lie inside.
   const int64_t past = window.first + window.count - 1;
@@ -260,8 +258,8 @@ void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& 
       most.in_place >= 2 * kFewestInPlace && ends_fit) {
     const int64_t widest = std::min({end - begin, most.in_place, kTileColumns}) + window.count - 1;
     outside = scratch.data() + scratch.size() - ScratchPitch(static_cast<size_t>(widest * step));
-    RepeatSample(outside, widest + static_cast<int64_t>(slack) / step, source.outside(),
-                 source.sample_bytes());
+    RepeatPixel(outside, widest + static_cast<int64_t>(slack) / step, source.outside(),
+                source.pixel_bytes());
   } else {
     begin = 0;
     end = columns;
@@ -284,14 +282,14 @@ void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& 
   }
 }
 
-/// Calls row_function(dest, rows, bytes) for every output row of windows of 3 x 3 samples, or parts
+/// Calls row_function(dest, rows, bytes) for every output row of windows of 3 x 3 pixels, or parts
 /// of it; `rows` are the rows of the windows from the first window on.
 template <typename RowFunction>
 void ForEachRowOfSquares(const SourceRows& source, DestRows& out, std::span<uint8_t> scratch,
                          RowFunction&& row_function) {
   constexpr int kRows = 3;
   const int64_t assembled =
-      ScratchRowBytes(scratch.size(), kRows) / source.sample_bytes() - (kRows - 1);
+      ScratchRowBytes(scratch.size(), kRows) / source.pixel_bytes() - (kRows - 1);
   ForEachStrip(source, out, {-1, kRows}, {assembled, kTileColumns}, 0, scratch, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.InBytes());
     const auto read = [&](int64_t y) {
@@ -311,12 +309,12 @@ void ForEachRowOfSquares(const SourceRows& source, DestRows& out, std::span<uint
   });
 }
 
-/// Stores `colour` in every pixel.
-void FillPixels(const ImageView& dest, uint32_t colour);
+/// Stores `color` in every pixel.
+void FillPixels(const ImageView& dest, uint32_t color);
 
 /// True when there is something to compute: pixels to write, of a depth that stores any.
 inline bool StoresPixels(const ImageView& dest) {
-  return dest.HasPixels() && SampleBytes(dest.bit_count) != 0;
+  return dest.HasPixels() && PixelBytes(dest.bit_count) != 0;
 }
 
 }  // namespace qel

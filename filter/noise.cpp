@@ -35,9 +35,9 @@ void VisitPixels(const ImageView& view, Visitor&& visit) {
   });
 }
 
-/// The colour at (x, y), which is inside; black with the outside marker without source pixels.
+/// The color at (x, y), which is inside; black with the outside marker without source pixels.
 template <typename Codec>
-uint32_t ColourAt(Codec codec, const ImageView& source, int64_t x, int64_t y) {
+uint32_t ColorAt(Codec codec, const ImageView& source, int64_t x, int64_t y) {
   return source.bits == nullptr ? PackColour(0, 0, 0, kOutsideMarker)
                                 : codec.Load(source.Row(y), x);
 }
@@ -45,12 +45,12 @@ uint32_t ColourAt(Codec codec, const ImageView& source, int64_t x, int64_t y) {
 void AddNoise(const ImageView& source, const ImageView& dest, int amount) {
   const RandomOffset offset(amount);
   VisitPixels(source, [&](auto codec, int x, int y) {
-    const uint32_t colour = ColourAt(codec, source, x, y);
-    const uint32_t red = ClampToByte(RedOf(colour) + offset.Draw());
-    const uint32_t green = ClampToByte(GreenOf(colour) + offset.Draw());
-    const uint32_t blue = ClampToByte(BlueOf(colour) + offset.Draw());
+    const uint32_t color = ColorAt(codec, source, x, y);
+    const uint32_t red = ClampToByte(RedOf(color) + offset.Draw());
+    const uint32_t green = ClampToByte(GreenOf(color) + offset.Draw());
+    const uint32_t blue = ClampToByte(BlueOf(color) + offset.Draw());
     if (dest.bits == nullptr) return;
-    codec.Store(dest.Row(y), x, PackColour(blue, green, red, AlphaOf(colour)));
+    codec.Store(dest.Row(y), x, PackColour(blue, green, red, AlphaOf(color)));
   });
 }
 
@@ -65,7 +65,7 @@ void Displace(const ImageView& source, const ImageView& dest, int amount) {
       sy = y;
     }
     if (dest.bits == nullptr) return;
-    codec.Store(dest.Row(y), x, ColourAt(codec, source, sx, sy));
+    codec.Store(dest.Row(y), x, ColorAt(codec, source, sx, sy));
   });
 }
 

@@ -31,7 +31,7 @@ void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
   static constexpr auto kCloseUp =
       MakePattern<16>([](size_t i) { return i < 12 ? i / 3 * 4 + i % 3 : 0x80; });
   for (; count >= kPixels + 2; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
-    FetchAhead<4 * kPixels>(source);
+    PrefetchAhead<4 * kPixels>(source);
     StoreBlocks(ShuffleBlocks(LoadU<U8>(source), kCloseUp), dest, 12);
   }
   FourTo3Singly(dest, source, count);

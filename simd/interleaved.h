@@ -19,52 +19,39 @@ constexpr Pattern<kSize> MakePattern(const Make& make) {
   for (size_t i = 0; i < kSize; ++i) pattern.bytes[i] = static_cast<uint8_t>(make(i));
   return pattern;
 }
-template <typename Is>
-constexpr uint64_t MakeBits(const Is& is) {
-  uint64_t bits = 0;
-  for (size_t i = 0; i < 64; ++i) bits |= uint64_t{is(i)} << i;
-  return bits;
-}
 
-// Where bytes of two whole vectors can be looked up, places are counted over the elements of one
-// group: place 128 and above lie in the second pair of vectors.
+// Where bytes of two whole vectors can be looked up, a channel takes two lookups of three vectors,
+// or three of four.
 
-template <size_t kChannels, size_t kChannel>
-constexpr auto kTakeApart = MakePattern<64>([](size_t i) {
-  return (i * kChannels + kChannel) & 127;
-});
-template <size_t kChannels, size_t kChannel>
-constexpr uint64_t kFromSecondPair = MakeBits([](size_t i) {
-  return i * kChannels + kChannel >= 128;
-});
 template <size_t kChannels, size_t kChannel>
 QEL_SIMD_INLINE U8 TakeApart(const U8* v) {
-  const U8 places = LoadU<U8>(kTakeApart<kChannels, kChannel>.bytes);
-  const U8 first = TwoTablesLookupLanes(v[0], v[1], places);
-  const U8 second = kChannels == 3 ? TableLookupLanes(v[2], places)
-                                   : TwoTablesLookupLanes(v[2], v[kChannels - 1], places);
-  return IfThenElse(MaskFromBits<U8, kFromSecondPair<kChannels, kChannel>>(), second, first);
+  constexpr auto kPlace = [](size_t i) { return kChannels * i + kChannel; };
+  const U8 first = Shuffled<U8>(v[0], v[1], [=](size_t i) { return kPlace(i) & 127; });
+  if constexpr (kChannels == 3) {
+    return Shuffled<U8>(first, v[2],
+                        [=](size_t i) { return kPlace(i) < 128 ? i : kPlace(i) - 64; });
+  } else {
+    const U8 second = Shuffled<U8>(v[2], v[3], [=](size_t i) { return kPlace(i) & 127; });
+    return Shuffled<U8>(first, second, [=](size_t i) { return kPlace(i) < 128 ? i : i + 64; });
+  }
 }
-
-/// Vector `kPart` of a group: channels 0 and 1, or 2 and 3, of these elements.
-template <size_t kChannels, size_t kPart>
-constexpr auto kPutTogether = MakePattern<64>([](size_t i) {
-  const size_t place = 64 * kPart + i;
-  return place / kChannels | (place % kChannels % 2 == 1 ? 64 : 0);
-});
-template <size_t kChannels, size_t kPart>
-constexpr uint64_t kIsLaterChannel = MakeBits([](size_t i) {
-  return (64 * kPart + i) % kChannels >= 2;
-});
+/// Vector `kPart` of a group of elements.
 template <size_t kChannels, size_t kPart>
 QEL_SIMD_INLINE void PutTogether(const U8* channels, uint8_t* to) {
-  const U8 places = LoadU<U8>(kPutTogether<kChannels, kPart>.bytes);
-  const U8 first = TwoTablesLookupLanes(channels[0], channels[1], places);
-  const U8 second = kChannels == 3
-                        ? TableLookupLanes(channels[2], places)
-                        : TwoTablesLookupLanes(channels[2], channels[kChannels - 1], places);
-  StoreU(IfThenElse(MaskFromBits<U8, kIsLaterChannel<kChannels, kPart>>(), second, first),
-         to + 64 * kPart);
+  constexpr auto kElement = [](size_t i) { return (64 * kPart + i) / kChannels; };
+  constexpr auto kChannel = [](size_t i) { return (64 * kPart + i) % kChannels; };
+  const U8 first = Shuffled<U8>(channels[0], channels[1],
+                                [=](size_t i) { return kElement(i) + kChannel(i) % 2 * 64; });
+  if constexpr (kChannels == 3) {
+    StoreU(Shuffled<U8>(first, channels[2],
+                        [=](size_t i) { return kChannel(i) < 2 ? i : 64 + kElement(i); }),
+           to + 64 * kPart);
+  } else {
+    const U8 second = Shuffled<U8>(channels[2], channels[3],
+                                   [=](size_t i) { return kElement(i) + kChannel(i) % 2 * 64; });
+    StoreU(Shuffled<U8>(first, second, [=](size_t i) { return kChannel(i) < 2 ? i : 64 + i; }),
+           to + 64 * kPart);
+  }
 }
 
 // Elsewhere bytes stay within their block. Sixteen elements are as many blocks of memory as an
@@ -78,8 +65,8 @@ QEL_SIMD_INLINE void PutTogether(const U8* channels, uint8_t* to) {
 /// elsewhere.
 template <size_t kClass>
 QEL_SIMD_INLINE U8 TakeClass(U8 others, U8 v) {
-  constexpr uint64_t kBits = MakeBits([](size_t i) { return i % 16 % 3 == kClass; });
-  return IfThenElse(MaskFromBits<U8, kBits>(), v, others);
+  return Shuffled<U8>(others, v,
+                      [](size_t i) { return i % 16 % 3 == kClass ? i + U8::kLanes : i; });
 }
 /// Takes class 0 from `a`, class 1 from `b` and class 2 from `c`.
 QEL_SIMD_INLINE U8 MixClasses(U8 a, U8 b, U8 c) { return TakeClass<2>(TakeClass<1>(a, b), c); }

@@ -1,7 +1,7 @@
 #ifndef QEL_SIMD_ROW_WALK_H_
 #define QEL_SIMD_ROW_WALK_H_
 
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "simd/simd.h"
 
 namespace qel::QEL_LEVEL {
@@ -37,7 +37,7 @@ template <size_t kUnits, size_t kToBytes, typename... Sources, typename Block>
 inline void WalkBlocks(size_t count, Block&& block, To<kToBytes> to, Sources... from) {
   for (; count >= kUnits; count -= kUnits) {
     if constexpr (sizeof...(Sources) == 1 && (... && Sources::template kFetched<kToBytes>)) {
-      (FetchAhead<Sources::kUnitBytes * kUnits>(from.at), ...);
+      (PrefetchAhead<Sources::kUnitBytes * kUnits>(from.at), ...);
     }
     block(to.at, from.at...);
     to.at += kToBytes * kUnits;

@@ -21,13 +21,14 @@
 //   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8), ReduceSum(v).
 // - Masks: == != < <= > >= make a `Mask<V>`; & | ^ ~, IfThenElse(mask, yes, no),
 //   IfThenZeroElse(mask, no), IfNegativeThenElse(v, yes, no), IncrementWhere(mask, v),
-//   DecrementWhere(mask, v), FirstN<V>(count), CountTrue, AllFalse, MaskFromBits<V, bits>(),
-//   BitsFromMask, MaskFromVec, VecFromMask, RebindMask<To>.
+//   DecrementWhere(mask, v), FirstN<V>(count), AllFalse, MaskFromBits<V, bits>(), BitsFromMask,
+//   VecFromMask, RebindMask<To>.
 // - Conversions: BitCast<To>(v), ConvertTo<To>(v), ReorderDemote2To<To>(a, b), LowerHalf(v),
 //   UpperHalf(v), Combine(upper, lower), TruncateTo<To>(v), ExtractBlock<k>(v).
 // - Within blocks: InterleaveLower(a, b), InterleaveUpper(a, b),
 //   TableLookupBytesOr0(bytes, places), CombineShiftRightBytes<bytes>(upper, lower).
-// - Anywhere: TableLookupLanes(v, places), TwoTablesLookupLanes(a, b, places), Reverse(v),
+// - Anywhere: Shuffled<R>(a, b, at), TableLookupLanes(v, places), TwoTablesLookupLanes(a, b,
+// places), Reverse(v),
 //   NextBlocks(upper, lower), ConcatEvenBlocks(upper, lower), ConcatOddBlocks(upper, lower).
 //
 // Every function is there at every level and gives the same, but for the rounding of MulAdd and
@@ -43,10 +44,11 @@
 // and together), simd/table_lookup.h (tables of 256 bytes), simd/row_walk.h (rows in blocks),
 // simd/window.h (rows a vector at a time, windows of a few columns).
 //
-// The functions stand in simd/levels: vec.h and lane_masks.h in plain C++ for all levels, x86.h and
-// the files of the levels where the compiler makes too little of that. A new word goes into vec.h,
-// into the levels that have an instruction, and into tests/simd/primitives_kernels.cpp. Everything
-// has internal linkage: the linker must not pick one level's copy for all.
+// The functions stand in simd/levels: vec.h, moves.h and lane_masks.h in plain C++ for all levels,
+// x86.h and the files of the levels where the compiler makes too little of that. A new word goes
+// into vec.h or moves.h, into the levels that have an instruction, and into
+// tests/simd/primitives_kernels.cpp. Everything has internal linkage: the linker must not pick one
+// level's copy for all.
 
 #include <cstddef>
 
@@ -64,7 +66,7 @@ constexpr size_t kVectorBytes = QEL_SIMD_BYTES;
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 
-#include "simd/levels/vec.h"
+#include "simd/levels/moves.h"
 #if QEL_SIMD_BYTES < 64
 #include "simd/levels/lane_masks.h"
 #endif

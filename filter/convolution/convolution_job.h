@@ -24,7 +24,7 @@ struct ConvolutionJob {
   }
   /// Columns of a tile whose rows have room for `bytes` bytes; may be negative.
   int64_t TileWidth(int64_t bytes) const {
-    return bytes / source.sample_bytes() - static_cast<int64_t>(weights.columns()) + 1;
+    return bytes / source.pixel_bytes() - static_cast<int64_t>(weights.columns()) + 1;
   }
 };
 

@@ -30,7 +30,7 @@ struct DirectWeights {
   size_t words_per_row;
   size_t stride;  ///< words from row to row
   size_t rows;
-  size_t step;  ///< bytes from a sample to its right neighbour
+  size_t step;  ///< bytes from a pixel to its right neighbour
 };
 
 /// A separable kernel: weight (j, i) = down[j] * across[i].
@@ -39,12 +39,12 @@ struct SeparableWeights {
   size_t rows;
   const int16_t* across;
   size_t columns;
-  size_t step;     ///< bytes from a sample to its right neighbour
+  size_t step;     ///< bytes from a pixel to its right neighbour
   uint16_t start;  ///< what every sum down a column starts from
   uint32_t bias;   ///< added to the sums across, to take that out again: -start * sum of across
 };
 
-/// Two neighbours that are weighed together, as bytes from the first sample of their rows.
+/// Two neighbours that are weighed together, as bytes from the first pixel of their rows.
 struct TapPair {
   size_t rows[2];
   size_t offsets[2];
@@ -71,7 +71,7 @@ struct PairWeights {
   const TapPair* pairs;
   size_t count;
   ShortFinish finish;
-  /// Of samples of four bytes: where the sample lies that gives the fourth one.
+  /// Of pixels of four bytes: where the pixel lies that gives the fourth one.
   struct Place {
     size_t row;
     size_t offset;
@@ -92,7 +92,7 @@ struct Square3Weights {
   bool is_separable;
   int16_t across[3];
   int32_t centre;  ///< the pair of what the centre weighs beyond the product, and 0
-  size_t step;     ///< bytes from a sample to its right neighbour
+  size_t step;     ///< bytes from a pixel to its right neighbour
   ShortFinish finish;
 };
 
@@ -108,7 +108,7 @@ struct BoxKernels {
 };
 
 /// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
-/// `kRowSlack` bytes past their samples are read. Nothing else is touched beyond `count`.
+/// `kRowSlack` bytes past their pixels are read. Nothing else is touched beyond `count`.
 struct ConvolutionKernels {
   /// Whole neighbourhoods by weights of 32, 16 or 8 bits. That of 8 bits is null at levels without
   /// dot products of bytes.
@@ -118,13 +118,13 @@ struct ConvolutionKernels {
   Direct direct16;
   Direct direct8;
 
-  /// Few weights, two by two. Reads no more than the samples unless there are less than a vector
+  /// Few weights, two by two. Reads no more than the pixels unless there are less than a vector
   /// of them.
   void (*sparse)(uint8_t* dest, const uint8_t* const* rows, const PairWeights& weights,
                  size_t count);
 
-  /// 3 x 3 kernels. Reads like `sparse`. The fourth bytes of samples of four are those of the last
-  /// sample of each window.
+  /// 3 x 3 kernels. Reads like `sparse`. The fourth bytes of pixels of four are those of the last
+  /// pixel of each window.
   void (*square3)(uint8_t* dest, const uint8_t* const* rows, const Square3Weights& weights,
                   size_t count);
 

@@ -8,7 +8,7 @@ namespace {
 ConvolutionPlan CommonParts(const Weights& weights, int divisor, int offset, int bit_count) {
   ConvolutionPlan plan = {.method = ConvolutionMethod::kLarge,
                           .weights = weights,
-                          .step = static_cast<size_t>(SampleBytes(bit_count))};
+                          .step = static_cast<size_t>(PixelBytes(bit_count))};
   const int64_t lowest = weights.LowestSum(), highest = weights.HighestSum();
   plan.division = DivisionBy(divisor, offset, std::max(-lowest, highest));
   plan.is_short =

@@ -12,7 +12,7 @@ void ConvolveLarge(const ConvolutionJob& job) {
   constexpr int64_t kColumns = 512;
   constexpr int64_t kPiece = 256;
   auto* const sums = reinterpret_cast<uint32_t*>(job.scratch.data());
-  uint8_t* const samples = job.scratch.data() + kColumns * 4 * sizeof(uint32_t);
+  uint8_t* const pixels = job.scratch.data() + kColumns * 4 * sizeof(uint32_t);
   static_assert(kConvolutionScratchBytes >= kColumns * 16 + (kColumns + kPiece) * 4 + kRowSlack);
   const ConvolutionKernels& kernels = ActiveConvolutionKernels();
   const Weights& weights = job.weights;
@@ -38,10 +38,10 @@ void ConvolveLarge(const ConvolutionJob& job) {
         for (int64_t i = to; i < columns; ++i) outside += static_cast<uint32_t>(row[i]);
         for (int64_t piece = from; piece < to; piece += kPiece) {
           const int64_t piece_end = std::min(piece + kPiece, to);
-          job.source.Fetch(sy, first + piece, count + piece_end - piece - 1, samples);
+          job.source.Fetch(sy, first + piece, count + piece_end - piece - 1, pixels);
           for (int64_t i = piece; i < piece_end; ++i) {
             if (row[i] == 0) continue;
-            kernels.accumulate(sums, samples + static_cast<size_t>(i - piece) * step,
+            kernels.accumulate(sums, pixels + static_cast<size_t>(i - piece) * step,
                                static_cast<uint32_t>(row[i]), bytes);
           }
         }

@@ -27,8 +27,8 @@ void ConvolveSeparable16(const ConvolutionJob& job) {
       return reinterpret_cast<uint16_t*>(ring + static_cast<size_t>(row) % taps * pitch);
     };
     const auto read = [&](int64_t row) {
-      const uint8_t* const samples = strip.Read(row + job.weights.FirstRow(), scratch);
-      kernels.across16(sums_of(row), samples, weights, strip.OutBytes());
+      const uint8_t* const pixels = strip.Read(row + job.weights.FirstRow(), scratch);
+      kernels.across16(sums_of(row), pixels, weights, strip.OutBytes());
     };
     const auto last = static_cast<int64_t>(taps) - 1;
     for (int64_t row = 0; row < last; ++row) read(row);

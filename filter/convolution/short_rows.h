@@ -2,7 +2,7 @@
 #define QEL_FILTER_CONVOLUTION_SHORT_ROWS_H_
 
 #include "filter/convolution/quotients.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 
 // Rows weighed by pairs of bytes: few weights, and squares of 3 x 3.
 
@@ -27,7 +27,7 @@ void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& we
       weights.alpha != nullptr ? rows[weights.alpha->row] + weights.alpha->offset : nullptr;
   const ShortQuotients<kSums> quotients(weights.finish);
   StoreVectors(dest, count, [&](size_t k) {
-    FetchAhead<kVectorBytes>(right[pairs - 1] + k);
+    PrefetchAhead<kVectorBytes>(right[pairs - 1] + k);
     Accumulator sums;
     for (size_t i = 0; i < pairs; ++i) {
       sums.Add(LoadOnce(left[i] + k), LoadOnce(right[i] + k), words[i]);
@@ -124,7 +124,7 @@ class Square3Row {
 
  private:
   QEL_SIMD_INLINE Interleaved At(size_t k) const {
-    FetchAhead<kVectorBytes>(rows_[2] + k);
+    PrefetchAhead<kVectorBytes>(rows_[2] + k);
     return {LoadOnce(rows_[0] + k), LoadOnce(rows_[1] + k), LoadOnce(rows_[2] + k)};
   }
   QEL_SIMD_INLINE U8 Finish(size_t k, const Halves<I16>& sums) const {

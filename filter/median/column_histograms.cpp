@@ -21,12 +21,12 @@ class ColumnHistograms {
         rows_of_source_(source.HasPixels() ? source.Rows() : 0),
         reach_(size),
         size_(size),
-        colours_(SampleBytes(source.bit_count) > 1),
+        colors_(PixelBytes(source.bit_count) > 1),
         columns_(source, size) {
     const int64_t windows = std::min(dest.Columns(), kStripColumns);
     const auto extended = static_cast<size_t>(windows + size - 1);
     const size_t counts = extended * kCountBytes;
-    const size_t keys = colours_ ? columns_.BytesFor(static_cast<int64_t>(extended)) : 0;
+    const size_t keys = colors_ ? columns_.BytesFor(static_cast<int64_t>(extended)) : 0;
     memory_.reset(new (std::nothrow) uint8_t[counts + keys + 2 * extended]);
     counts_ = memory_.get();
     keys_ = counts_ + counts;
@@ -63,8 +63,8 @@ class ColumnHistograms {
     for (int64_t row = 0; row < reach_.after; ++row) Replace(row, -1);
     for (int64_t y = 0; y < dest_.Rows(); ++y) {
       Replace(y + reach_.after, y - reach_.before - 1);
-      ActiveKeyCountKernels().slide(middle_, colours_ ? places_ : nullptr, counts_,
-                                    static_cast<size_t>(size_), static_cast<size_t>(count));
+      ActiveKeyCountKernels().middle_keys(middle_, colors_ ? places_ : nullptr, counts_,
+                                          static_cast<size_t>(size_), static_cast<size_t>(count));
       uint8_t* const to = dest_.Row(y);
       if constexpr (Codec::kDirect) {
         ActiveKeyCountKernels().find_columns(found_, numbers_, middle_, places_, counts_,
@@ -88,7 +88,7 @@ class ColumnHistograms {
     if (columns_.begin() == columns_.end() || (entering >= rows_of_source_ && leaving < 0)) return;
     columns_.Read(leaving, leaving_);
     columns_.Read(entering, entering_);
-    if (colours_) columns_.Spread(entering, entering_);
+    if (colors_) columns_.Spread(entering, entering_);
     ActiveKeyCountKernels().recount(inner_, leaving_, entering_,
                                     static_cast<size_t>(columns_.end() - columns_.begin()));
   }
@@ -98,7 +98,7 @@ class ColumnHistograms {
   const int64_t rows_of_source_;
   const Reach reach_;
   const int64_t size_;
-  const bool colours_;
+  const bool colors_;
   KeyColumns columns_;
   std::unique_ptr<uint8_t[]> memory_;
   uint8_t* counts_;  // of all columns that the windows cover

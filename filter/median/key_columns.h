@@ -23,7 +23,7 @@ class KeyColumns {
             static_cast<uint8_t>(Brightness(BlueOf(outside_), GreenOf(outside_), RedOf(outside_)))),
         ring_(static_cast<size_t>(std::min<int64_t>(size, source.Rows()))) {}
 
-  /// The key and the colour of everything outside.
+  /// The key and the color of everything outside.
   int outside_key() const { return outside_key_; }
   uint32_t outside() const { return outside_; }
   /// The rows of the source under the windows of the present row.
@@ -53,11 +53,11 @@ class KeyColumns {
     }
     constexpr int64_t kPiece = 1024;
     const SourceRows rows(source_);
-    uint8_t samples[4 * kPiece];
+    uint8_t pixels[4 * kPiece];
     for (int64_t x = begin_; x < end_; x += kPiece) {
       const int64_t count = std::min(kPiece, end_ - x);
-      rows.Fetch(row, x, count, samples);
-      WriteKeys(keys + (x - begin_), samples, rows.sample_bytes(), count);
+      rows.Fetch(row, x, count, pixels);
+      WriteKeys(keys + (x - begin_), pixels, rows.pixel_bytes(), count);
     }
   }
   /// Distributes the keys of row `row` over the columns.
@@ -82,7 +82,7 @@ class KeyColumns {
     return memory_ + static_cast<size_t>(x - begin_) * pitch() + offset_;
   }
 
-  /// The colour of tap number `rest` among those with `key` in column `x` of the windows, with what
+  /// The color of tap number `rest` among those with `key` in column `x` of the windows, with what
   /// lies above and below it.
   template <typename Codec>
   uint32_t FindTap(Codec codec, int64_t x, int key, int64_t rest) const {

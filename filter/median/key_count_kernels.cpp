@@ -114,7 +114,7 @@ void SlideWindows(uint8_t* keys, TapPlace* places, const uint8_t* columns, size_
   }
 }
 
-void SlideColumns(uint8_t* keys, TapPlace* places, const uint8_t* columns, size_t size,
+void MiddleKeysOf(uint8_t* keys, TapPlace* places, const uint8_t* columns, size_t size,
                   size_t count) {
   const auto function = places != nullptr ? &SlideWindows<true> : &SlideWindows<false>;
   function(keys, places, columns, size, count);
@@ -166,7 +166,7 @@ size_t FindColumn(const uint8_t* keys, size_t pitch, size_t columns, size_t leng
 extern const KeyCountKernels kKeyCountKernels;
 constinit const KeyCountKernels kKeyCountKernels = {
     .recount = &Recount,
-    .slide = &SlideColumns,
+    .middle_keys = &MiddleKeysOf,
     .find_columns = &FindColumns,
     .find_column = &FindColumn,
     .find_equal = &FindEqual,

@@ -27,7 +27,8 @@ struct KeyCountKernels {
   /// The wanted keys of `count` windows of `size` neighbouring columns each, at most
   /// `kMostCounted`, and the places of the wanted taps among those of their keys unless `places` is
   /// null.
-  void (*slide)(uint8_t* keys, TapPlace* places, const uint8_t* counts, size_t size, size_t count);
+  void (*middle_keys)(uint8_t* keys, TapPlace* places, const uint8_t* counts, size_t size,
+                      size_t count);
   /// The columns that the wanted taps of these windows are in, in the order of visiting, and their
   /// numbers among those of their key there.
   void (*find_columns)(uint8_t* found, uint8_t* numbers, const uint8_t* keys,

@@ -10,8 +10,8 @@
 namespace qel {
 
 // The sort by brightness keeps the order of visiting among equals. What it brings to the middle is
-// found without sorting. Levels are their own keys; for colours the pixel itself must be found,
-// since colours of equal brightness differ.
+// found without sorting. Levels are their own keys; for colors the pixel itself must be found,
+// since colors of equal brightness differ.
 
 void WriteKeys(uint8_t* keys, const uint8_t* pixels, int pixel_bytes, int64_t count) {
   const MedianKernels& kernels = ActiveMedianKernels();

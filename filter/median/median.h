@@ -7,7 +7,7 @@
 
 namespace qel {
 
-/// The brightness, 0 to 255, by which the median orders colours. A grey has its own level.
+/// The brightness, 0 to 255, by which the median orders colors. A grey has its own level.
 constexpr int32_t Brightness(int32_t blue, int32_t green, int32_t red) {
   return (117 * blue + 601 * green + 306 * red) >> 10;
 }

@@ -25,7 +25,7 @@ class SelectionStrip {
         sorts_(plan.method == MedianMethod::kNetwork),
         in_count_(static_cast<size_t>(strip.InCount())),
         key_pitch_(ScratchPitch(in_count_)),
-        sample_pitch_(Colours() ? ScratchPitch(strip.InBytes()) : 0) {
+        pixel_pitch_(HasColors() ? ScratchPitch(strip.InBytes()) : 0) {
     ranks_.bits = CountedBits(plan);
     ranks_.pitch = key_pitch_;
     uint8_t* next = scratch.data();
@@ -41,20 +41,20 @@ class SelectionStrip {
       std::memset(ranks_.columns, 0, ranks_.Limits() * key_pitch_);
       std::memset(nothing_, 0xFF, key_pitch_);
     }
-    samples_ = next;
+    pixels_ = next;
   }
 
   /// Most columns of a strip.
-  static StripWidths Widths(size_t scratch_bytes, int sample_bytes, const MedianPlan& plan) {
-    // Keys and counts, and the samples of every row of colours; in place, those outside.
+  static StripWidths Widths(size_t scratch_bytes, int pixel_bytes, const MedianPlan& plan) {
+    // Keys and counts, and the pixels of every row of colors; in place, those outside.
     const unsigned bits = CountedBits(plan);
     const int64_t key_rows = plan.size + (bits == 0 ? 2 : kSharedRows + (int64_t{1} << bits));
-    const auto columns = [&](int64_t sample_rows) {
+    const auto columns = [&](int64_t pixel_rows) {
       const int64_t bytes =
-          static_cast<int64_t>(scratch_bytes) - (key_rows + sample_rows) * int64_t{kRowSlack + 128};
-      return bytes / (key_rows + sample_rows * sample_bytes) - plan.size + 1;
+          static_cast<int64_t>(scratch_bytes) - (key_rows + pixel_rows) * int64_t{kRowSlack + 128};
+      return bytes / (key_rows + pixel_rows * pixel_bytes) - plan.size + 1;
     };
-    return {columns(sample_bytes == 1 ? 0 : plan.size), columns(1)};
+    return {columns(pixel_bytes == 1 ? 0 : plan.size), columns(1)};
   }
 
   void Run() {
@@ -79,7 +79,7 @@ class SelectionStrip {
   /// Rows of keys beside those of the windows: taps, and what ranking takes.
   static constexpr int64_t kSharedRows = 6;
 
-  bool Colours() const { return strip_.Step() > 1; }
+  bool HasColors() const { return strip_.Step() > 1; }
   /// One more than a window has rows: what is counted out is still there.
   size_t Slots() const { return size_ + 1; }
   size_t Slot(int64_t row) const { return static_cast<size_t>(row + reach_.before) % Slots(); }
@@ -87,15 +87,15 @@ class SelectionStrip {
 
   void Read(int64_t row) {
     uint8_t* const keys = Keys(row);
-    if (!Colours()) {
+    if (!HasColors()) {
       const uint8_t* const levels = strip_.Read(row, keys);
       if (levels != keys) std::memcpy(keys, levels, in_count_);
       return;
     }
     const size_t slot = static_cast<size_t>(row + reach_.before) % size_;
-    const uint8_t* const samples = strip_.Read(row, samples_ + slot * sample_pitch_);
-    rows_[slot] = samples;
-    WriteKeys(keys, samples, static_cast<int>(strip_.Step()), strip_.InCount());
+    const uint8_t* const pixels = strip_.Read(row, pixels_ + slot * pixel_pitch_);
+    rows_[slot] = pixels;
+    WriteKeys(keys, pixels, static_cast<int>(strip_.Step()), strip_.InCount());
   }
 
   void Rank(int64_t entering, const uint8_t* leaving) {
@@ -107,16 +107,16 @@ class SelectionStrip {
     const MedianKernels& kernels = ActiveMedianKernels();
     const auto count = static_cast<size_t>(strip_.Count());
     const uint8_t* keys[kMostSelected];
-    const uint8_t* samples[kMostSelected];
+    const uint8_t* pixels[kMostSelected];
     for (size_t j = 0; j < size_; ++j) {
       const int64_t row = y - reach_.before + static_cast<int64_t>(j);
       keys[j] = Keys(row);
-      samples[j] = rows_[static_cast<size_t>(row + reach_.before) % size_];
+      pixels[j] = rows_[static_cast<size_t>(row + reach_.before) % size_];
     }
     uint8_t* const dest = strip_.Open(y);
-    if (!Colours() && sorts_) {
+    if (!HasColors() && sorts_) {
       kernels.sort_keys(dest, keys, size_, count);
-    } else if (!Colours()) {
+    } else if (!HasColors()) {
       kernels.select_keys(dest, keys, ranks_, size_, count);
     } else {
       if (sorts_) {
@@ -125,7 +125,7 @@ class SelectionStrip {
         kernels.select_taps(taps_, keys, ranks_, size_, count);
       }
       const auto copy = strip_.Step() == 4 ? kernels.copy_taps4 : kernels.copy_taps3;
-      copy(dest, samples, taps_, size_, count);
+      copy(dest, pixels, taps_, size_, count);
     }
     strip_.Close(y);
   }
@@ -136,12 +136,12 @@ class SelectionStrip {
   const bool sorts_;
   const size_t in_count_;
   const size_t key_pitch_;
-  const size_t sample_pitch_;
+  const size_t pixel_pitch_;
   RankRows ranks_ = {};
   uint8_t* keys_;
   uint8_t* taps_;
   uint8_t* nothing_ = nullptr;  ///< keys that no limit counts
-  uint8_t* samples_;
+  uint8_t* pixels_;
   const uint8_t* rows_[kMostSelected] = {};
 };
 
@@ -151,7 +151,7 @@ template <size_t kScratchBytes>
   const SourceRows rows(source);
   DestRows out(dest);
   ScratchBlock<kScratchBytes> scratch;
-  const StripWidths most = SelectionStrip::Widths(kScratchBytes, rows.sample_bytes(), plan);
+  const StripWidths most = SelectionStrip::Widths(kScratchBytes, rows.pixel_bytes(), plan);
   ForEachStrip(rows, out, {-Reach(plan.size).before, plan.size}, most, kRowSlack, scratch,
                [&](Strip& strip) { SelectionStrip(strip, plan, scratch).Run(); });
 }

@@ -71,7 +71,7 @@ class SlidingHistogram {
     below_ += below;
   }
 
-  /// The colour in the middle of the window of column `x`.
+  /// The color in the middle of the window of column `x`.
   template <typename Codec>
   uint32_t Pick(Codec codec, int64_t x) {
     const int64_t first = std::max<int64_t>(x - reach_.before, 0);
@@ -86,7 +86,7 @@ class SlidingHistogram {
     }
   }
 
-  /// The colour of tap number `rest` among those of the key in the order of visiting: the columns
+  /// The color of tap number `rest` among those of the key in the order of visiting: the columns
   /// to the left of the image, its own columns with what lies above and below them, and the rest.
   template <typename Codec>
   uint32_t FindTap(Codec codec, int64_t x, int64_t first, int64_t columns, int64_t rest) const {
@@ -101,7 +101,7 @@ class SlidingHistogram {
     return columns_.FindTap(codec, first + found, key_, rest);
   }
 
-  /// Moves the key to that of the middle tap, `outside` taps having the outside colour. Windows of
+  /// Moves the key to that of the middle tap, `outside` taps having the outside color. Windows of
   /// neighbours have much in common, so the way is short. Returns the middle tap's number among
   /// those of its key.
   int64_t MoveKey(int64_t outside) {

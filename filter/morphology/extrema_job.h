@@ -22,7 +22,7 @@ struct ExtremaJob {
 
   /// Most columns of strips that take `rows` scratch rows.
   int64_t ColumnsFor(int64_t rows) const {
-    return ScratchRowBytes(kExtremaScratchBytes, rows) / source.sample_bytes() - (size - 1);
+    return ScratchRowBytes(kExtremaScratchBytes, rows) / source.pixel_bytes() - (size - 1);
   }
 };
 

@@ -43,17 +43,17 @@ class WideRows {
     const uint8_t* from = Accumulate(kernels, y, first_ - reach_.before, ends, pitch, true);
     std::memcpy(row, from, Bytes() - Step());
     std::memcpy(row + Bytes() - Step(), core, Step());
-    RepeatSample(core, count_ - 1, core, source_.sample_bytes());
+    RepeatPixel(core, count_ - 1, core, source_.pixel_bytes());
     kernels.fold(row, core, Bytes() - Step());
     from = Accumulate(kernels, y, first_ + reach_.after + 1, ends, pitch, false);
     kernels.fold(row + Step(), from, Bytes() - Step());
   }
 
  private:
-  size_t Step() const { return static_cast<size_t>(source_.sample_bytes()); }
+  size_t Step() const { return static_cast<size_t>(source_.pixel_bytes()); }
   size_t Bytes() const { return static_cast<size_t>(count_) * Step(); }
 
-  /// Folds the columns that all windows of the tile contain into one sample.
+  /// Folds the columns that all windows of the tile contain into one pixel.
   void ReadCore(const ExtremumKernels& kernels, int64_t y, uint8_t* core, uint8_t* piece) const {
     // Everything outside is alike: one column of it on either side is enough.
     const int64_t begin = std::max<int64_t>(first_ + count_ - 1 - reach_.before, -1);
@@ -65,10 +65,10 @@ class WideRows {
       source_.Fetch(y, x, columns, piece);
       kernels.fold(core, piece, static_cast<size_t>(columns) * Step());
     }
-    for (auto samples = static_cast<size_t>(first_piece); samples > 1;) {
-      const size_t half = samples / 2;
-      samples -= half;
-      kernels.fold(core, core + samples * Step(), half * Step());
+    for (auto pixels = static_cast<size_t>(first_piece); pixels > 1;) {
+      const size_t half = pixels / 2;
+      pixels -= half;
+      kernels.fold(core, core + pixels * Step(), half * Step());
     }
   }
 
@@ -81,7 +81,7 @@ class WideRows {
     source_.Fetch(y, x, count_ - 1, from);
     for (size_t jump = Step(); jump < bytes; jump *= 2) {
       // What has no partner at that distance is complete.
-      kernels.pick(to + (after ? 0 : jump), from, from + jump, bytes - jump);
+      kernels.of_two(to + (after ? 0 : jump), from, from + jump, bytes - jump);
       const size_t complete = after ? bytes - jump : 0;
       std::memcpy(to + complete, from + complete, jump);
       std::swap(from, to);
@@ -149,7 +149,7 @@ class GroupedStrip {
         if (member == members - 2) {
           std::memcpy(above, row, bytes);
         } else {
-          extremum.kernels->pick(above, row, Above(extremum, member + 1), bytes);
+          extremum.kernels->of_two(above, row, Above(extremum, member + 1), bytes);
         }
       });
     }
@@ -200,7 +200,7 @@ class GroupedStrip {
       const uint8_t* const running = extrema_[e].running + first;
       const uint8_t* const above =
           member < members - 1 ? Above(extrema_[e], member) + first : running;
-      extrema_[e].kernels->pick(dest, running, above, part);
+      extrema_[e].kernels->of_two(dest, running, above, part);
     });
   }
 

@@ -10,13 +10,13 @@ namespace {
 void RunSquare3(const ExtremaJob& job) {
   // Windows bring the alpha of their last pixel with them.
   job.out.KeepAlpha();
-  const auto step = static_cast<size_t>(job.source.sample_bytes());
+  const auto step = static_cast<size_t>(job.source.pixel_bytes());
   ForEachRowOfSquares(job.source, job.out, job.scratch,
                       [&](uint8_t* dest, const uint8_t* const* rows, size_t bytes) {
                         if (job.kernels.size() == 2) {
                           ActiveFilterKernels().spread(dest, rows, step, bytes);
                         } else {
-                          job.kernels[0]->square(dest, rows, 3, step, bytes, nullptr);
+                          job.kernels[0]->window(dest, rows, 3, step, bytes, nullptr);
                         }
                       });
 }

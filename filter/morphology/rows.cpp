@@ -32,7 +32,7 @@ void RunStrip(const ExtremaJob& job, Strip& strip) {
                  [&](size_t e, uint8_t* dest, size_t first, size_t bytes) {
                    const uint8_t* here[kMostRows];
                    for (size_t j = 0; j < size; ++j) here[j] = rows[j] + first;
-                   job.kernels[e]->square(dest, here, size, strip.Step(), bytes, combined);
+                   job.kernels[e]->window(dest, here, size, strip.Step(), bytes, combined);
                  });
   }
 }

@@ -30,20 +30,6 @@ requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<F32> v) {
   return {_mm256_cvtps_pd(v.raw)};
 }
 QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm_sqrt_ps(v.raw)}; }
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 16> LowerHalf(Vec<T, 32> v) {
-  return As<Vec<T, 16>>(_mm256_castsi256_si128(Bits(v)));
-}
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 16> UpperHalf(Vec<T, 32> v) {
-  return As<Vec<T, 16>>(_mm256_extracti128_si256(Bits(v), 1));
-}
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 32> Combine(Vec<T, 16> upper, Vec<T, 16> lower) {
-  return As<Vec<T, 32>>(
-      _mm256_set_m128i(reinterpret_cast<__m128i>(upper.raw), reinterpret_cast<__m128i>(lower.raw)));
-}
-
 // One bit of each byte decides, the highest one.
 
 template <typename V>
@@ -98,17 +84,8 @@ requires(V::kBytes == 32) QEL_SIMD_INLINE V LoadDup128(const void* from) {
   return As<V>(_mm256_broadcastsi128_si256(block));
 }
 template <typename T>
-QEL_SIMD_INLINE Vec<T, 32> NextBlocks(Vec<T, 32> upper, Vec<T, 32> lower) {
-  return As<Vec<T, 32>>(_mm256_permute2x128_si256(Bits(lower), Bits(upper), 0x21));
-}
-template <typename T>
 requires(sizeof(T) == 4) QEL_SIMD_INLINE Vec<T, 32> TableLookupLanes(Vec<T, 32> v, U32 places) {
   return As<Vec<T, 32>>(_mm256_permutevar8x32_epi32(Bits(v), Bits(places)));
-}
-
-QEL_SIMD_INLINE U8 Reverse(U8 v) {
-  const U8 places = Set<U8>(15) - (Iota<U8>(0) & Set<U8>(15));
-  return As<U8>(_mm256_permute4x64_epi64(Bits(TableLookupBytesOr0(v, places)), 0x4E));
 }
 
 }  // namespace

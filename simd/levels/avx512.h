@@ -3,7 +3,7 @@
 
 #include <immintrin.h>
 
-#include "simd/levels/vec.h"
+#include "simd/levels/moves.h"
 
 // Both levels with registers of 64 bytes and masks of bits.
 
@@ -94,10 +94,6 @@ QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   return mask.raw;
 }
 template <typename V>
-QEL_SIMD_INLINE size_t CountTrue(Mask<V> mask) {
-  return static_cast<size_t>(__builtin_popcountll(mask.raw));
-}
-template <typename V>
 QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) {
   return mask.raw == 0;
 }
@@ -137,7 +133,7 @@ QEL_SIMD_INLINE V VecFromMask(Mask<V> mask) {
   if constexpr (V::kLanes == 16) return As<V>(_mm512_movm_epi32(mask.raw));
   if constexpr (V::kLanes == 8) return As<V>(_mm512_movm_epi64(mask.raw));
 }
-/// True for lanes that are not 0; they must have all bits or none.
+/// True for lanes whose highest bit is set.
 template <typename T>
 QEL_SIMD_INLINE Mask<Vec<T, 64>> MaskFromVec(Vec<T, 64> v) {
   if constexpr (sizeof(T) == 1) return {_mm512_movepi8_mask(Bits(v))};
@@ -198,21 +194,6 @@ QEL_SIMD_INLINE F64 MulAdd(F64 mul, F64 x, F64 add) {
 QEL_SIMD_INLINE F32 MulSub(F32 mul, F32 x, F32 sub) {
   return {_mm512_fmsub_ps(mul.raw, x.raw, sub.raw)};
 }
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 32> LowerHalf(Vec<T, 64> v) {
-  return As<Vec<T, 32>>(_mm512_castsi512_si256(Bits(v)));
-}
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 32> UpperHalf(Vec<T, 64> v) {
-  return As<Vec<T, 32>>(_mm512_extracti64x4_epi64(Bits(v), 1));
-}
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 64> Combine(Vec<T, 32> upper, Vec<T, 32> lower) {
-  return As<Vec<T, 64>>(
-      _mm512_inserti64x4(_mm512_castsi256_si512(reinterpret_cast<__m256i>(lower.raw)),
-                         reinterpret_cast<__m256i>(upper.raw), 1));
-}
-
 template <typename V, typename AddressOf>
 requires(V::kBytes == 64) QEL_SIMD_INLINE V GatherBlocks(const AddressOf& address_of) {
   const auto load = [&](size_t i) {
@@ -245,28 +226,6 @@ QEL_SIMD_INLINE Vec<T, 64> NextBlocks(Vec<T, 64> upper, Vec<T, 64> lower) {
 template <typename T>
 requires(sizeof(T) == 4) QEL_SIMD_INLINE Vec<T, 64> TableLookupLanes(Vec<T, 64> v, U32 places) {
   return As<Vec<T, 64>>(_mm512_permutexvar_epi32(Bits(places), Bits(v)));
-}
-
-template <size_t kBlock, typename T>
-QEL_SIMD_INLINE Vec<T, 16> ExtractBlock(Vec<T, 64> v) {
-  return As<Vec<T, 16>>(_mm512_extracti32x4_epi32(Bits(v), kBlock));
-}
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 64> ConcatEvenBlocks(Vec<T, 64> upper, Vec<T, 64> lower) {
-  return As<Vec<T, 64>>(_mm512_shuffle_i32x4(Bits(lower), Bits(upper), 0x88));
-}
-template <typename T>
-QEL_SIMD_INLINE Vec<T, 64> ConcatOddBlocks(Vec<T, 64> upper, Vec<T, 64> lower) {
-  return As<Vec<T, 64>>(_mm512_shuffle_i32x4(Bits(lower), Bits(upper), 0xDD));
-}
-QEL_SIMD_INLINE U8 Reverse(U8 v) {
-  const U8 places = Set<U8>(15) - (Iota<U8>(0) & Set<U8>(15));
-  const Native turned = Bits(TableLookupBytesOr0(v, places));
-  return As<U8>(_mm512_shuffle_i32x4(turned, turned, 0x1B));
-}
-template <typename To>
-requires(std::is_same_v<To, Vec<uint8_t, 16>>) QEL_SIMD_INLINE To TruncateTo(U32 v) {
-  return As<To>(_mm512_cvtepi32_epi8(Bits(v)));
 }
 
 #ifdef QEL_LEVEL_avx512vbmi

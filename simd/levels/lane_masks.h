@@ -1,7 +1,7 @@
 #ifndef QEL_SIMD_LEVELS_LANE_MASKS_H_
 #define QEL_SIMD_LEVELS_LANE_MASKS_H_
 
-#include "simd/levels/vec.h"
+#include "simd/levels/moves.h"
 
 // Masks for levels without registers of their own for them.
 
@@ -134,10 +134,6 @@ QEL_SIMD_INLINE void BlendedStore(V v, Mask<V> mask, void* to) {
     if (mask.raw[i] == 0) continue;
     __builtin_memcpy(static_cast<uint8_t*>(to) + i * sizeof(lane), &lane, sizeof(lane));
   }
-}
-template <typename V>
-QEL_SIMD_INLINE size_t CountTrue(Mask<V> mask) {
-  return static_cast<size_t>(__builtin_popcountll(BitsFromMask(mask)));
 }
 template <typename V>
 QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) {

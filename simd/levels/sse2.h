@@ -21,10 +21,6 @@ template <typename To>
 requires(std::is_same_v<To, Half<I32>>) QEL_SIMD_INLINE To ConvertTo(F64 v) {
   return LowerHalf(As<I32>(_mm_cvttpd_epi32(v.raw)));
 }
-template <typename To>
-requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<I32> v) {
-  return {_mm_cvtepi32_pd(Bits(Combine(v, v)))};
-}
 template <size_t kShift, typename T>
 QEL_SIMD_INLINE Vec<T, 16> CombineShiftRightBytes(Vec<T, 16> upper, Vec<T, 16> lower) {
   if constexpr (kShift == 0) return lower;

@@ -3,7 +3,7 @@
 
 #include <immintrin.h>
 
-#include "simd/levels/vec.h"
+#include "simd/levels/moves.h"
 
 // Instructions that exist under one name at several lengths of x86-64 registers. The file of a
 // level says how it spells them: `Native` and QEL_X86(name).
@@ -61,25 +61,6 @@ requires(std::is_same_v<To, I8>) QEL_SIMD_INLINE To ReorderDemote2To(I16 a, I16 
 template <typename To>
 requires(std::is_same_v<To, I16>) QEL_SIMD_INLINE To ReorderDemote2To(I32 a, I32 b) {
   return As<I16>(QEL_X86(packs_epi32)(Bits(a), Bits(b)));
-}
-
-template <typename T>
-QEL_SIMD_INLINE Vec<T, kVectorBytes> InterleaveLower(Vec<T, kVectorBytes> a,
-                                                     Vec<T, kVectorBytes> b) {
-  using V = Vec<T, kVectorBytes>;
-  if constexpr (sizeof(T) == 1) return As<V>(QEL_X86(unpacklo_epi8)(Bits(a), Bits(b)));
-  if constexpr (sizeof(T) == 2) return As<V>(QEL_X86(unpacklo_epi16)(Bits(a), Bits(b)));
-  if constexpr (sizeof(T) == 4) return As<V>(QEL_X86(unpacklo_epi32)(Bits(a), Bits(b)));
-  if constexpr (sizeof(T) == 8) return As<V>(QEL_X86(unpacklo_epi64)(Bits(a), Bits(b)));
-}
-template <typename T>
-QEL_SIMD_INLINE Vec<T, kVectorBytes> InterleaveUpper(Vec<T, kVectorBytes> a,
-                                                     Vec<T, kVectorBytes> b) {
-  using V = Vec<T, kVectorBytes>;
-  if constexpr (sizeof(T) == 1) return As<V>(QEL_X86(unpackhi_epi8)(Bits(a), Bits(b)));
-  if constexpr (sizeof(T) == 2) return As<V>(QEL_X86(unpackhi_epi16)(Bits(a), Bits(b)));
-  if constexpr (sizeof(T) == 4) return As<V>(QEL_X86(unpackhi_epi32)(Bits(a), Bits(b)));
-  if constexpr (sizeof(T) == 8) return As<V>(QEL_X86(unpackhi_epi64)(Bits(a), Bits(b)));
 }
 
 #ifdef __AVX2__

@@ -194,11 +194,11 @@ const Primitive kAll[] = {
            for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] < b[k]} << k;
            return bits;
          }()),
-    CASE(U64, I16, Set<U64>(BitsFromMask(a < b) << 8 | CountTrue(a < b)),
+    CASE(U64, I16, Set<U64>(BitsFromMask(a < b) << 8),
          [&] {
            uint64_t bits = 0;
            for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] < b[k]} << k;
-           return bits << 8 | static_cast<uint64_t>(__builtin_popcountll(bits));
+           return bits << 8;
          }()),
     CASE(U64, F64, Set<U64>(BitsFromMask(a < b) << 1 | (AllFalse(a < b) ? 1 : 0)),
          [&] {
@@ -225,7 +225,6 @@ const Primitive kAll[] = {
          a[i < n / 2 ? i / 8 * 16 + i % 8 : (i - n / 2) / 8 * 16 + 8 + i % 8]),
     CASE(I32, I32, MulTruncated(a, 1.0e-3), Truncated(a[i] * 1.0e-3)),
     CASE(I32, I32, MulTruncated(a, 1.7f), Truncated(static_cast<float>(a[i]) * 1.7f)),
-    CASE(U8, U8, IfThenElse(MaskFromVec(VecFromMask(a < b)), a, c), a[i] < b[i] ? a[i] : c[i]),
     CASE(U8, U8, IfThenElse(FirstN<U8>(a.raw[0] % (n + 2)), a, b),
          i < a[0] % (n + 2) ? a[i] : b[i]),
     CASE(U8, U8, (IfThenElse(MaskFromBits<U8, 0x8421'0F35'9669'1248u>(), a, b)),

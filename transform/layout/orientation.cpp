@@ -4,7 +4,7 @@
 
 #include "component/result_image.h"
 #include "image/pixel_layout.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "transform/image_transform.h"
 #include "transform/layout/orientation_kernels.h"
 
@@ -144,7 +144,7 @@ result_t CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
   const ReverseRow reverse = ReverseFor(ExactPixelBytes(view.bit_count));
   if (reverse != nullptr && view.HasPixels() && mirrored.HasPixels()) {
     for (int64_t y = 0; y < view.Rows(); ++y) {
-      if (y + 1 < view.Rows()) Fetch(view.Row(y + 1), view.Columns() * view.bit_count / 8);
+      if (y + 1 < view.Rows()) PrefetchRun(view.Row(y + 1), view.Columns() * view.bit_count / 8);
       reverse(mirrored.Row(y), view.Row(y), static_cast<size_t>(view.Columns()));
     }
   }

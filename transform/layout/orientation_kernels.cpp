@@ -2,7 +2,7 @@
 
 #include <type_traits>
 
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "simd/interleaved.h"
 
 namespace qel::QEL_LEVEL {
@@ -127,7 +127,7 @@ void TransposeSingly(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
 /// Brings the rows of a rectangle.
 template <int kWrite>
 void FetchRectangle(const uint8_t* first, int64_t stride, int64_t rows, int64_t bytes) {
-  for (; rows > 0; --rows, first += stride) Fetch<kWrite>(first, bytes);
+  for (; rows > 0; --rows, first += stride) PrefetchRun<kWrite>(first, bytes);
 }
 
 constexpr int64_t Smaller(int64_t a, int64_t b) { return a < b ? a : b; }

@@ -1,6 +1,6 @@
 #include "transform/resample/box_kernels.h"
 
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "simd/interleaved.h"
 #include "simd/window.h"
 
@@ -53,7 +53,7 @@ void SumBoxRows(uint16_t* __restrict sums, const uint8_t* __restrict source, int
   size_t i = 0;
   for (; i + kBlock <= count; i += kBlock) {
     for (size_t r = 0; r < rows; ++r) {
-      FetchLine(source + static_cast<int64_t>(r) * stride + ahead + i);
+      PrefetchLine(source + static_cast<int64_t>(r) * stride + ahead + i);
     }
     add_rows(i, kBlock);
   }
@@ -80,8 +80,8 @@ void SquareMeans(uint8_t* means, const uint8_t* source, int64_t stride, int64_t 
   StoreWindows<2, kBytes>(
       means, count,
       [=](size_t k) -> Halves<I16> {
-        FetchLine(source + ahead + k);
-        FetchLine(source + stride + ahead + k);
+        PrefetchLine(source + ahead + k);
+        PrefetchLine(source + stride + ahead + k);
         const U8 a = KeepInRegister(LoadU<U8>(source + k));
         const U8 b = KeepInRegister(LoadU<U8>(source + stride + static_cast<int64_t>(k)));
         return {SatWidenMulPairwiseAdd(InterleaveLower(a, b), ones),
@@ -139,8 +139,8 @@ void Halve(uint8_t* dest, const uint8_t* source, int64_t stride, int64_t ahead, 
   for (; kHasTableLookupBytes && i + kPixels + kBehind <= count; i += kPixels) {
     const uint8_t* const from = source + 2 * kBytes * i;
     uint8_t* const to = dest + kBytes * i;
-    Fetch(from + ahead, kRead);
-    Fetch(from + stride + ahead, kRead);
+    PrefetchRun(from + ahead, kRead);
+    PrefetchRun(from + stride + ahead, kRead);
     const auto means = [=](size_t at) {
       return ShiftRight<2>(PairSums<kBytes>(from + at) + PairSums<kBytes>(from + stride + at));
     };

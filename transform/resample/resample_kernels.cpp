@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
@@ -116,7 +116,7 @@ constexpr int64_t kAhead = 1024;
 inline U8 PickBytes(const uint8_t* source, const PickBlock& block) {
   const uint8_t* const from = source + block.base;
   // The processor does not foresee loads under masks.
-  for (int64_t at = 0; at < block.span; at += 64) FetchLine(from + kAhead + at);
+  for (int64_t at = 0; at < block.span; at += 64) PrefetchLine(from + kAhead + at);
   const U8 index = LoadU<U8>(block.index);
   const U8 part0 = LoadFirst(from, block.span);
   if (block.span <= 64) return TableLookupLanes(part0, index);
@@ -135,7 +135,7 @@ QEL_SIMD_INLINE void StorePicked(uint8_t* dest, size_t count, U8 picked) {
   const Mask<U8> lanes = MaskFromBits < U8, kAll ? ~uint64_t{0} : 0x7777'7777'7777'7777u > ();
   if (count < kVectorBytes) return BlendedStore(picked, FirstN<U8>(count) & lanes, dest);
   if constexpr (!kAll) {
-    FetchLine<1>(dest + kAhead);
+    PrefetchLine<1>(dest + kAhead);
     picked = IfThenElse(lanes, picked, LoadU<U8>(dest));
   }
   StoreU(picked, dest);

@@ -6,7 +6,7 @@
 #include "image/interpolated_sampling.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "transform/resample/resample.h"
 #include "transform/resample/resample_kernels.h"
 
@@ -141,7 +141,7 @@ class TileInterpolator {
     const auto slot = static_cast<size_t>(row) % kSlots;
     if (plane_rows_[slot] != row) {
       if (row + kRowsAhead < source_.height) {
-        Fetch(source_.Row(row + kRowsAhead) + first_byte_, read_bytes_);
+        PrefetchRun(source_.Row(row + kRowsAhead) + first_byte_, read_bytes_);
       }
       ActiveResampleKernels().gather(PlanesOf(slot), source_.Row(row), tile_);
       plane_rows_[slot] = row;
@@ -154,8 +154,8 @@ class TileInterpolator {
     row.dest =
         dest_.Row(band_ + static_cast<int64_t>(y)) + first_column * static_cast<int64_t>(channels_);
     if (y + kRowsAhead < row_count_) {
-      Fetch<1>(row.dest + kRowsAhead * dest_.stride,
-               static_cast<int64_t>(tile_.columns * channels_));
+      PrefetchRun<1>(row.dest + kRowsAhead * dest_.stride,
+                     static_cast<int64_t>(tile_.columns * channels_));
     }
     for (size_t j = 0; j < taps_; ++j) {
       row.planes[j] = RowPlanes(rows_[y].first + static_cast<int64_t>(j));

@@ -4,7 +4,7 @@
 
 #include "image/kernel_polynomials.h"
 #include "image/numeric.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
@@ -45,7 +45,7 @@ void FetchLineOfPixels(const SampleSource& source, int32_t pixel_bytes, const Sa
       offsets[i] = WrapAdd(WrapMultiply(row, stride), WrapMultiply(column, pixel_bytes));
     }
     for (size_t i = 0; i < kSampleChunk && begin + kPixelsPerFetch * i < count; ++i) {
-      FetchLine(source.bits + offsets[i]);
+      PrefetchLine(source.bits + offsets[i]);
     }
   }
 }

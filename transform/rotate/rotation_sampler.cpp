@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "image/pixel_layout.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 
 namespace qel {
 namespace {
@@ -68,7 +68,7 @@ void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
   for (size_t i = 0; i < count; ++i) {
     kept[i] = Find(positions[i]);
     // Entries lie all over the memory; all of a chunk are on their way at the same time.
-    if (kept[i].weights != nullptr) FetchLine(reinterpret_cast<const uint8_t*>(kept[i].weights));
+    if (kept[i].weights != nullptr) PrefetchLine(reinterpret_cast<const uint8_t*>(kept[i].weights));
   }
   float computed[kSampleChunk * kMaxTaps];
   WeightEntries entries;

@@ -7,7 +7,7 @@
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 
 namespace qel {
 
@@ -60,7 +60,7 @@ void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy
   // foresee.
   constexpr size_t kPixelsPerFetch = 4;
   for (size_t i = 0; i < count; i += kPixelsPerFetch) {
-    if (tile.offsets[i] >= -kLargestOffset) FetchLine(bits_ + tile.offsets[i]);
+    if (tile.offsets[i] >= -kLargestOffset) PrefetchLine(bits_ + tile.offsets[i]);
   }
   turn_ = 1 - turn_;
   Write(tiles_[turn_]);

@@ -4,7 +4,7 @@
 
 #include "component/result_image.h"
 #include "image/numeric.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "transform/image_transform.h"
 #include "transform/warp/blend_pixel.h"
 #include "transform/warp/nearest_copy.h"
@@ -98,8 +98,8 @@ class QuadRows {
       const FixedWalk at = From(walk, k);
       if (source_.bits == nullptr || !IsInside(Nearest(at.x), Nearest(at.y))) continue;
       const uint8_t* const top = source_.Row(Lower(at.y)) + int64_t{Lower(at.x)} * bytes_;
-      FetchLine(top);
-      FetchLine(top + source_.stride);
+      PrefetchLine(top);
+      PrefetchLine(top + source_.stride);
     }
   }
 

@@ -4,7 +4,7 @@
 #include "component/result_image.h"
 #include "image/numeric.h"
 #include "image/pixel_layout.h"
-#include "simd/fetch.h"
+#include "simd/prefetch.h"
 #include "transform/image_transform.h"
 
 namespace qel {
@@ -49,7 +49,7 @@ void PullPixels(ITransform& transform, const ImageView source, const ImageView d
         from[i] = nullptr;
         if (!at.IsWithin(size)) continue;
         from[i] = source.Row(static_cast<int>(at.y)) + int64_t{static_cast<int>(at.x)} * kBytes;
-        if (i % kPixelsPerFetch == 0) FetchLine(from[i]);
+        if (i % kPixelsPerFetch == 0) PrefetchLine(from[i]);
       }
       uint8_t* const to = dest.Row(y) + int64_t{first} * kBytes;
       for (int i = 0; i < count; ++i) {

@@ -1,5 +1,5 @@
-#ifndef QEL_SIMD_FETCH_H_
-#define QEL_SIMD_FETCH_H_
+#ifndef QEL_SIMD_PREFETCH_H_
+#define QEL_SIMD_PREFETCH_H_
 
 #include <cstdint>
 
@@ -10,30 +10,30 @@ namespace qel {
 
 /// Brings the line of the cache at an address, which need not be valid; for writing with 1.
 template <int kWrite = 0>
-static inline void FetchLine(const uint8_t* at) {
+static inline void PrefetchLine(const uint8_t* at) {
   __builtin_prefetch(at, kWrite);
-  // GCC drops calls of functions that do nothing but fetch.
+  // GCC drops calls of functions that do nothing but prefetch.
   asm volatile("");
 }
 
 /// Brings a run of bytes.
 template <int kWrite = 0>
-static inline void Fetch(const uint8_t* first, int64_t bytes) {
-  for (int64_t at = 0; at < bytes; at += 64) FetchLine<kWrite>(first + at);
-  FetchLine<kWrite>(first + bytes - 1);
+static inline void PrefetchRun(const uint8_t* first, int64_t bytes) {
+  for (int64_t at = 0; at < bytes; at += 64) PrefetchLine<kWrite>(first + at);
+  PrefetchLine<kWrite>(first + bytes - 1);
 }
 
 /// Brings the `kBytes` bytes that come a page after `at`: processors follow one row by themselves,
 /// but not into the next page.
 template <int64_t kBytes>
-static inline void FetchAhead(const uint8_t* at) {
+static inline void PrefetchAhead(const uint8_t* at) {
   constexpr uintptr_t kPage = 4096;
   for (int64_t i = 0; i < kBytes; i += 64) {
     // As numbers: the address may lie beyond what `at` belongs to.
-    FetchLine(reinterpret_cast<const uint8_t*>(reinterpret_cast<uintptr_t>(at + i) + kPage));
+    PrefetchLine(reinterpret_cast<const uint8_t*>(reinterpret_cast<uintptr_t>(at + i) + kPage));
   }
 }
 
 }  // namespace qel
 
-#endif  // QEL_SIMD_FETCH_H_
+#endif  // QEL_SIMD_PREFETCH_H_
