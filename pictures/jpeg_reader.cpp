@@ -251,9 +251,12 @@ class JpegDecoder final : public RowDecoder {
                         " channels of unknown colours is not read");
     }
     jpeg.out_color_space = grey ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_EXT_BGR;
+    const auto most_shrunk = static_cast<unsigned>(std::max(input.options.most_shrunk, 1));
+    while (jpeg.scale_denom < 8 && 2 * jpeg.scale_denom <= most_shrunk) jpeg.scale_denom *= 2;
+    session_.Run([&] { jpeg_calc_output_dimensions(&jpeg); });
     info.format = Format::kJpeg;
-    info.width = static_cast<int>(jpeg.image_width);
-    info.height = static_cast<int>(jpeg.image_height);
+    info.width = static_cast<int>(jpeg.output_width);
+    info.height = static_cast<int>(jpeg.output_height);
     info.bit_count = grey ? 8 : 24;
     orientation = segments.exif.Orientation();
     info.metadata = ReadMetadata(input, session_, segments);
@@ -262,7 +265,7 @@ class JpegDecoder final : public RowDecoder {
     }
     if (inks) {
       conversion_.emplace(input.options, info);
-      inks_.resize(size_t{jpeg.image_width} * 4);
+      inks_.resize(size_t{jpeg.output_width} * 4);
     }
     CheckFrame(input, jpeg);
   }

@@ -76,6 +76,9 @@ struct ReadOptions {
   bool upright = true;
   /// Brings colours from the file's profile to sRGB.
   bool to_srgb = false;
+  /// How many times shorter the sides may be: JPEG pictures are decoded at 1/2, 1/4 or 1/8 of their
+  /// size, rounded up, as far as this allows. Others stay as they are.
+  int most_shrunk = 1;
 };
 
 /// Reads a picture straight into the memory that `allocate` provides. Bytes between rows are not
@@ -101,6 +104,8 @@ void Recognise(ByteSource& source, const std::string& name, const ReadOptions& o
 /// What `ReadPicture` would hand to its allocator, without decoding pixels. Of a regular file only
 /// the parts that the header is in get read.
 PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options = {});
+PictureInfo ReadPictureHeader(ByteSource& source, const std::string& name,
+                              const ReadOptions& options = {});
 PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
                                         const ReadOptions& options = {});
 

@@ -183,15 +183,20 @@ PictureInfo ReadPictureFromMemory(std::span<const uint8_t> file, const std::stri
   return ReadPicture(source, name, options, allocate);
 }
 
+PictureInfo ReadPictureHeader(ByteSource& source, const std::string& name,
+                              const ReadOptions& options) {
+  return RowOpener::Open(source, name, options, Use::kHeader)->info();
+}
+
 PictureInfo ReadPictureHeader(const std::string& path, const ReadOptions& options) {
   ByteSource source(path, options.limits);
-  return RowOpener::Open(source, path, options, Use::kHeader)->info();
+  return ReadPictureHeader(source, path, options);
 }
 
 PictureInfo ReadPictureHeaderFromMemory(std::span<const uint8_t> file, const std::string& name,
                                         const ReadOptions& options) {
   ByteSource source(file);
-  return RowOpener::Open(source, name, options, Use::kHeader)->info();
+  return ReadPictureHeader(source, name, options);
 }
 
 RowWriter::RowWriter() = default;

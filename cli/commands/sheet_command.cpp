@@ -24,12 +24,16 @@ constexpr int kLargestSize = 10000;
                             "; scale its pictures with --size N");
 }
 
-/// The picture in colours, scaled down to lie in `size` x `size` pixels; 0 leaves its size.
-SmartPtr<host::HostImage> Thumbnail(const host::HostImage& image, int size) {
+/// The size of a picture that is scaled down to lie in `size` x `size` pixels; 0 leaves it.
+compose::Size ThumbnailSize(const compose::Size& whole, int size) {
+  if (size == 0) return whole;
+  return compose::FitSize(whole, size, size, compose::Fit::kInside, false).scaled;
+}
+
+/// The picture in colours, scaled to a size.
+SmartPtr<host::HostImage> Thumbnail(const host::HostImage& image, const compose::Size& small) {
   SmartPtr<host::HostImage> colors = AsColour(image);
   const compose::Size whole = {image.width(), image.height()};
-  const compose::Size small =
-      size == 0 ? whole : compose::FitSize(whole, size, size, compose::Fit::kInside, false).scaled;
   if (small == whole) return colors;
   SmartPtr<host::HostImage> scaled = MakeImage(small.width, small.height, 32);
   const compose::Resizer resizer({.source_width = whole.width,
@@ -43,12 +47,23 @@ SmartPtr<host::HostImage> Thumbnail(const host::HostImage& image, int size) {
   return scaled;
 }
 
+/// A file as a thumbnail. It may be decoded at less than its size, but at twice the thumbnail's.
+SmartPtr<host::HostImage> LoadThumbnail(const std::string& path, int size,
+                                        pictures::ReadOptions reading) {
+  pictures::ByteSource file(path, reading.limits);
+  const pictures::PictureInfo info = pictures::ReadPictureHeader(file, path, reading);
+  const compose::Size whole = {info.width, info.height};
+  const compose::Size small = ThumbnailSize(whole, size);
+  reading.most_shrunk = std::min(whole.width / small.width, whole.height / small.height) / 2;
+  return Thumbnail(*DecodePicture(file, path, reading).image, small);
+}
+
 std::vector<CaptionedPicture> LoadAll(const std::vector<std::string>& paths, int size,
                                       const pictures::ReadOptions& reading) {
   std::vector<CaptionedPicture> pictures;
   int64_t pixels = 0;
   for (const std::string& path : paths) {
-    auto picture = Thumbnail(*LoadPicture(path, reading).image, size);
+    auto picture = LoadThumbnail(path, size, reading);
     pixels += int64_t{picture->width()} * picture->height();
     // Before memory is full of what will not fit.
     if (!reading.limits.AllowSize(1, pixels)) RefuseSize(pixels, reading.limits);
@@ -74,7 +89,10 @@ std::vector<CaptionedPicture> RunSteps(const std::string& path, const std::vecto
     PrintNotes(path, notes);
     pictures.push_back({step.text, std::move(result)});
   }
-  for (CaptionedPicture& picture : pictures) picture.image = Thumbnail(*picture.image, size);
+  for (CaptionedPicture& picture : pictures) {
+    const compose::Size whole = {picture.image->width(), picture.image->height()};
+    picture.image = Thumbnail(*picture.image, ThumbnailSize(whole, size));
+  }
   return pictures;
 }
 

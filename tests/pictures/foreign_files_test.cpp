@@ -395,6 +395,21 @@ TEST(ForeignJpeg, InksAreConvertedWithOrWithoutTheAdobeMarker) {
   }
 }
 
+TEST(ForeignJpeg, IsDecodedSmallerAsFarAsThatIsAllowed) {
+  const Pixels slope = Slope(50, 19, 24);
+  const Bytes file = Encode(slope, "jpg", {}, {.jpeg_quality = 100});
+  for (const auto& [most, shrunk] : {std::pair{0, 1}, {1, 1}, {3, 2}, {4, 4}, {50, 8}}) {
+    const Decoded decoded = Decode(file, {.most_shrunk = most});
+    ASSERT_EQ(decoded.info.width, (50 + shrunk - 1) / shrunk);
+    ASSERT_EQ(decoded.info.height, (19 + shrunk - 1) / shrunk);
+    // A slope's mean is what stands in the middle.
+    const int x = 16 / shrunk, y = 8 / shrunk, middle = (shrunk - 1) / 2;
+    EXPECT_TRUE(Near(decoded.pixels.At(x, y), slope.At(16 + middle, 8 + middle), 12))
+        << most << ": " << decoded.pixels.At(x, y);
+  }
+  EXPECT_EQ(Decode(Encode(slope, "png"), {.most_shrunk = 8}).info.width, 50);
+}
+
 // BMP.
 
 struct BmpCase {
