@@ -140,6 +140,7 @@ void Doing(const std::string& what) {
 void NotSupported(const std::string& what) {
   if (report_of_child == nullptr) return;
   const std::string noted = report_of_child->not_supported;
+  if ((", " + noted + ", ").find(", " + what + ", ") != std::string::npos) return;
   Write(report_of_child->not_supported, noted.empty() ? what : noted + ", " + what);
 }
 

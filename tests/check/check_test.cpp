@@ -163,6 +163,7 @@ TEST_F(Checkers, TellWhatAHostNeedNotSupport) {
       Check("check-host --filter image " QEL_DEFECT_HOST, "heap-refuses-16-bits");
   EXPECT_EQ(outcome.exit_code, 0) << outcome.output;
   EXPECT_NE(outcome.output.find("not supported: 16 bits\n"), std::string::npos) << outcome.output;
+  EXPECT_EQ(outcome.output.find("16 bits, 16 bits"), std::string::npos) << outcome.output;
 }
 
 // One cause, one message: whatever touches an object that is gone ends by a signal.
