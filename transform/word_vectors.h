@@ -42,21 +42,35 @@ QEL_SIMD_INLINE U32 LoadWords3(const uint8_t* pixels) {
   return BitCast<U32>(TableLookupLanes(bytes, LoadU<U8>(kOrder.bytes)));
 }
 
-/// Stores the first `count` words as pixels of `kBytes` bytes. Where memory is masked, all of them
-/// take plain stores: masked ones take several times as long.
+/// Stores the first `count` words one by one as pixels of `kBytes` bytes.
+template <int kBytes>
+QEL_SIMD_INLINE void StoreWordsSingly(U32 words, uint8_t* pixels, size_t count) {
+  const LanesOf lanes(words);
+  const size_t last = (count < U32::kLanes ? count : U32::kLanes) - 1;
+  // Four bytes are stored for three: the next pixel overwrites the last one.
+  constexpr size_t kStored = kBytes == 3 ? 4 : kBytes;
+  for (size_t i = 0; i < last; ++i) __builtin_memcpy(pixels + i * kBytes, lanes.at + i, kStored);
+  __builtin_memcpy(pixels + last * kBytes, lanes.at + last, kBytes);
+}
+
+/// Stores words as pixels of `kBytes` bytes; `count` of them are to be stored from here on, so that
+/// bytes behind those of a vector may be overwritten up to there. Where memory is masked, whole
+/// vectors take plain stores: masked ones take several times as long.
 template <int kBytes>
 QEL_SIMD_INLINE void StoreWords(U32 words, uint8_t* pixels, size_t count = U32::kLanes) {
   const bool all = count >= U32::kLanes;
-  if constexpr (!kHasByteLookup) {
-    const LanesOf lanes(words);
-    const size_t last = (all ? U32::kLanes : count) - 1;
-    // Four bytes are stored for three: the next pixel overwrites the last one.
-    constexpr size_t kStored = kBytes == 3 ? 4 : kBytes;
-    for (size_t i = 0; i < last; ++i) __builtin_memcpy(pixels + i * kBytes, lanes.at + i, kStored);
-    __builtin_memcpy(pixels + last * kBytes, lanes.at + last, kBytes);
-  } else if constexpr (kBytes == 4) {
+  if constexpr (kBytes == 4) {
     if (all) return StoreU(words, pixels);
+    if constexpr (!kHasByteLookup) return StoreWordsSingly<4>(words, pixels, count);
     BlendedStore(words, FirstN<U32>(count), pixels);
+  } else if constexpr (!kHasByteLookup) {
+    // Each block is stored as a whole.
+    if (!kHasTableLookupBytes || U32::kLanes - 4 + (15 + kBytes) / kBytes > count) {
+      return StoreWordsSingly<kBytes>(words, pixels, count);
+    }
+    static constexpr auto kCloseUp = MakePattern<16>(
+        [](size_t i) { return i < 4 * kBytes ? i / kBytes * 4 + i % kBytes : 0x80; });
+    StoreBlocks(ShuffleBlocks(BitCast<U8>(words), kCloseUp), pixels, 4 * kBytes);
   } else {
     if constexpr (kBytes == 1) {
       if (all) return StoreU(TruncateTo<Vec<uint8_t, U32::kLanes>>(words), pixels);
@@ -77,6 +91,14 @@ QEL_SIMD_INLINE I32 BytesOf(F32 sums) {
 /// The bytes of up to three channels, the first one lowest.
 template <size_t kChannels>
 QEL_SIMD_INLINE I32 PackColours(const F32 (&sums)[kChannels]) {
+  if constexpr (kChannels > 1 && kHasTableLookupBytes && !kHasByteLookup) {
+    // Sums of taps are far from leaving the range of integers, and narrowing clamps; what is not a
+    // number becomes the lowest one.
+    const auto integers = [&](size_t c) { return ConvertTo<I32>(sums[c]); };
+    const I16 first_two = ReorderDemote2To<I16>(integers(0), integers(1));
+    const I16 third = ReorderDemote2To<I16>(integers(2), Zero<I32>());
+    return BitCast<I32>(ShuffleBlocks(ReorderDemote2To<U8>(first_two, third), kByChannelOf4));
+  }
   I32 packed = BytesOf(sums[0]);
   if constexpr (kChannels > 1) packed |= ShiftLeft<8>(BytesOf(sums[1]));
   if constexpr (kChannels > 2) packed |= ShiftLeft<16>(BytesOf(sums[2]));

@@ -58,47 +58,28 @@ struct RowSums {
   F32 of[kVectors<kChannels>][kChannels] = {};
 };
 
-/// Adds the taps of the columns from column `x` on for two rows: rows outer, columns inner, weights
-/// multiplied with each other first.
-template <size_t kTaps, size_t kChannels>
-inline void SumTaps(RowSums<kChannels> (&sums)[2], const BlendRow (&rows)[2], const TileTaps& tile,
-                    size_t x) {
+/// Adds the taps of the columns from column `x` on for `kRows` rows: rows outer, columns inner,
+/// weights multiplied with each other first. Rows i and i + `kWeights` have the same weights, and
+/// rows 2 i and 2 i + 1 of four the same taps.
+template <size_t kTaps, size_t kChannels, size_t kWeights, size_t kRows>
+inline void SumTaps(RowSums<kChannels> (&sums)[kRows], const BlendRow (&rows)[kRows],
+                    const TileTaps& tile, size_t x) {
   for (size_t j = 0; j < kTaps; ++j) {
     for (size_t i = 0; i < kTaps; ++i) {
       for (size_t v = 0; v < kVectors<kChannels>; ++v) {
         const size_t first = x + v * F32::kLanes;
         const F32 column_weight = LoadU<F32>(tile.weights[i] + first);
-        const F32 upper_weight = column_weight * Set<F32>(rows[0].weights[j]);
-        const F32 lower_weight = column_weight * Set<F32>(rows[1].weights[j]);
-        for (size_t c = 0; c < kChannels; ++c) {
-          const size_t at = (i * kChannels + c) * tile.columns + first;
-          sums[0].of[v][c] += upper_weight * LoadU<F32>(rows[0].planes[j] + at);
-          sums[1].of[v][c] += lower_weight * LoadU<F32>(rows[1].planes[j] + at);
+        F32 weights[kWeights];
+        for (size_t r = 0; r < kWeights; ++r) {
+          weights[r] = column_weight * Set<F32>(rows[r].weights[j]);
         }
-      }
-    }
-  }
-}
-
-/// The same for four rows in the order of `BlendBlock`.
-template <size_t kTaps, size_t kChannels>
-inline void SumTaps(RowSums<kChannels> (&sums)[4], const BlendRow (&rows)[4], const TileTaps& tile,
-                    size_t x) {
-  for (size_t j = 0; j < kTaps; ++j) {
-    for (size_t i = 0; i < kTaps; ++i) {
-      for (size_t v = 0; v < kVectors<kChannels>; ++v) {
-        const size_t first = x + v * F32::kLanes;
-        const F32 column_weight = LoadU<F32>(tile.weights[i] + first);
-        const F32 even_weight = column_weight * Set<F32>(rows[0].weights[j]);
-        const F32 odd_weight = column_weight * Set<F32>(rows[1].weights[j]);
         for (size_t c = 0; c < kChannels; ++c) {
           const size_t at = (i * kChannels + c) * tile.columns + first;
-          const F32 upper = LoadU<F32>(rows[0].planes[j] + at);
-          const F32 lower = LoadU<F32>(rows[2].planes[j] + at);
-          sums[0].of[v][c] += even_weight * upper;
-          sums[1].of[v][c] += odd_weight * upper;
-          sums[2].of[v][c] += even_weight * lower;
-          sums[3].of[v][c] += odd_weight * lower;
+          F32 tap;
+          for (size_t r = 0; r < kRows; ++r) {
+            if (kRows != 4 || r % 2 == 0) tap = LoadU<F32>(rows[r].planes[j] + at);
+            sums[r].of[v][c] += weights[r % kWeights] * tap;
+          }
         }
       }
     }
@@ -236,6 +217,20 @@ void GatherFour(float* planes, const uint8_t* row, const TileTaps& tile, size_t 
   (store(kAt, ByteOfWords<kAt % 4>(words[kAt / 4])), ...);
 }
 
+/// The same for single bytes whose columns lie within 16 bytes of each other.
+void GatherFourClose(float* planes, const uint8_t* row, const TileTaps& tile, size_t tap,
+                     size_t x) {
+  const int32_t* const index = tile.groups[x / kGroupColumns].index + x % kGroupColumns;
+  const U8 bytes = LoadDup128<U8>(row + tile.offsets[tap][x]);
+  // The upper bytes of words become 0.
+  I32 places = (LoadU<I32>(index) - Set<I32>(index[0])) | Set<I32>(static_cast<int>(0x80808000u));
+  for (size_t at = 0; at < 4; ++at) {
+    const I32 words = BitCast<I32>(TableLookupBytesOr0(bytes, BitCast<U8>(places)));
+    StoreU(ConvertTo<F32>(words), planes + (tap + at) * tile.columns + x);
+    places += Set<I32>(1);
+  }
+}
+
 template <int kChannels>
 void GatherColumns(float* planes, const uint8_t* row, const TileTaps& tile) {
   for (size_t x = 0; x < tile.columns; x += F32::kLanes) {
@@ -247,8 +242,14 @@ void GatherColumns(float* planes, const uint8_t* row, const TileTaps& tile) {
       GatherSingly(planes, row, tile, x, x + F32::kLanes);
       continue;
     }
+    const int64_t spread = tile.offsets[0][x + F32::kLanes - 1] - tile.offsets[0][x];
+    const bool close = kChannels == 1 && kHasTableLookupBytes && spread <= 12;
     for (size_t tap = 0; tap < tile.taps; tap += 4) {
-      GatherFour(planes, row, tile, tap, x, std::make_integer_sequence<int, 4 * kChannels>());
+      if (close) {
+        GatherFourClose(planes, row, tile, tap, x);
+      } else {
+        GatherFour(planes, row, tile, tap, x, std::make_integer_sequence<int, 4 * kChannels>());
+      }
     }
   }
 }
@@ -281,18 +282,22 @@ inline void StoreSums(const BlendRow& row, const RowSums<kChannels>& sums, const
   }
 }
 
+template <size_t kTaps, size_t kChannels, size_t kWeights, size_t kRows>
+void BlendSharing(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t count) {
+  for (size_t x = 0; x < count; x += kVectors<kChannels> * F32::kLanes) {
+    RowSums<kChannels> sums[kRows];
+    SumTaps<kTaps, kChannels, kWeights>(sums, rows, tile, x);
+    for (size_t r = 0; r < kRows; ++r) StoreSums<kChannels>(rows[r], sums[r], tile, x, count);
+  }
+}
 template <size_t kTaps, size_t kChannels, size_t kRows>
 void BlendColumns(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t count) {
   // Without AVX-512 there are too few registers for the colours of four rows.
   if constexpr (kRows == 4 && kChannels > 1 && F32::kLanes < 16) {
-    BlendColumns<kTaps, kChannels, 2>({rows[0], rows[1]}, tile, count);
-    BlendColumns<kTaps, kChannels, 2>({rows[2], rows[3]}, tile, count);
-    return;
-  }
-  for (size_t x = 0; x < count; x += kVectors<kChannels> * F32::kLanes) {
-    RowSums<kChannels> sums[kRows];
-    SumTaps<kTaps, kChannels>(sums, rows, tile, x);
-    for (size_t r = 0; r < kRows; ++r) StoreSums<kChannels>(rows[r], sums[r], tile, x, count);
+    BlendSharing<kTaps, kChannels, 1, 2>({rows[0], rows[2]}, tile, count);
+    BlendSharing<kTaps, kChannels, 1, 2>({rows[1], rows[3]}, tile, count);
+  } else {
+    BlendSharing<kTaps, kChannels, 2>(rows, tile, count);
   }
 }
 
