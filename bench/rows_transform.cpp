@@ -2,6 +2,9 @@
 
 #include "bench/row.h"
 #include "operations/point_maps.h"
+#include "transform/resample/resample_plan.h"
+#include "transform/rotate/rotate_plan.h"
+#include "transform/warp/circle_plan.h"
 
 namespace qel::bench {
 namespace {
@@ -110,10 +113,25 @@ void AddDepthRows(std::vector<Row>& rows) {
   add("32", 0.95, QEL_PEER(cv::cvtColor(p[0], p.result, cv::COLOR_BGR2BGRA)), 24, 32, false);
 }
 
+/// A picture of some size, for plans; its memory is not looked at.
+ImageView ViewOf(int width, int height, int depth) {
+  static uint8_t pixel;
+  ImageView view;
+  static_cast<ImageShape&>(view) = {width, height, 1, depth, 0};
+  view.bits = &pixel;
+  return view;
+}
+
 void AddRotations(std::vector<Row>& rows) {
   const auto add = [&](std::string name, double goal, Peer peer, int angle, int method) {
-    rows.push_back(
-        {"rotate " + name, goal, Of("Rotate", "0", angle, method, 0, 1), std::move(peer)});
+    Row row = {"rotate " + name, goal, Of("Rotate", "0", angle, method, 0, 1), std::move(peer)};
+    if (angle % 90 != 0) {
+      row.method = [=](int depth) {
+        return TextOf(kRotateMethods, PlanRotate(ViewOf(1920, 1080, depth), method, false).method)
+            .name;
+      };
+    }
+    rows.push_back(std::move(row));
   };
   add("by 90", 2.7, QEL_PEER(cv::rotate(p[0], p.result, cv::ROTATE_90_CLOCKWISE)), 90, 0);
   add("by 180", 1.1, QEL_PEER(cv::rotate(p[0], p.result, cv::ROTATE_180)), 180, 0);
@@ -134,8 +152,16 @@ void AddResampling(std::vector<Row>& rows) {
               1.0 * method, 1.0 * nearest_only};
     };
     rows.push_back(
-        Row{"resample " + name, goal, Of("Resample", "0"), std::move(peer)}.Sized(numbers).On(
-            {{.divide = divide}}));
+        Row{"resample " + name, goal, Of("Resample", "0"), std::move(peer)}
+            .Sized(numbers)
+            .On({{.divide = divide}})
+            .By([=](int depth) {
+              const auto plan =
+                  PlanResample(ViewOf(960, 540, depth),
+                               ViewOf(960 * up / down, 540 * up / down, depth), method,
+                               nearest_only != 0);
+              return TextOf(kResampleMethods, plan.method).name;
+            }));
   };
   const Peer cubic = QEL_PEER(Resize(p, 2, cv::INTER_CUBIC));
   add("x2 nearest", 1, QEL_PEER(Resize(p, 2, cv::INTER_NEAREST)), 2, 1, 0, 0);
@@ -216,7 +242,12 @@ std::vector<Row> DeformRows() {
   const auto add = [&](std::string name, double goal, Peer peer, int mode) {
     rows.push_back(Row{"circle_transform " + name, goal, Of("CircleTransform", "0", mode, 0, 1.5f),
                        std::move(peer)}
-                       .Changing(0));
+                       .Changing(0)
+                       .By([=](int depth) {
+                         const ImageView view = ViewOf(1920, 1080, depth);
+                         const CircleMethod by = PlanCircle(Circle(view, mode, 1.5f), view, false);
+                         return TextOf(kCircleMethods, by).name;
+                       }));
   };
   add("bulge", 18, QEL_PEER(Deform(p, kCircleBulge)), kCircleBulge);
   add("pinch", 18, QEL_PEER(Deform(p, kCirclePinch)), kCirclePinch);

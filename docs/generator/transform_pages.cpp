@@ -1,6 +1,23 @@
 #include "docs/generator/page.h"
+#include "transform/resample/resample_plan.h"
+#include "transform/rotate/rotate_plan.h"
+#include "transform/warp/circle_plan.h"
 
 namespace qel::docs {
+namespace {
+
+/// A picture of 24 bits, for plans; its memory is not looked at.
+ImageView ViewOf(int width, int height) {
+  static uint8_t pixel;
+  ImageView view;
+  static_cast<ImageShape&>(view) = {width, height, 1, 24, 0};
+  view.bits = &pixel;
+  return view;
+}
+/// The built-in picture.
+ImageView ExamplePicture() { return ViewOf(160, 106); }
+
+}  // namespace
 
 std::vector<Page> TransformPages() {
   return {
@@ -20,14 +37,17 @@ std::vector<Page> TransformPages() {
        "x "
        "12 by method 9) by the kernel of the method; method 0 copies the nearest. Shrinking along "
        "both axes is the mean over boxes of whole pixels.",
-       "Weights once for each column and row; then 16 (or 144) products a channel, summed in one "
-       "stated order.",
+       CostOf(kResampleMethods,
+              TextOf(kResampleMethods,
+                     PlanResample(ExamplePicture(), ViewOf(176, 117), 14, false).method)),
        QEL_EXAMPLE(return transform->Resample(image, result, 176, 117, 14, 0);)},
       {"rotate",
        "Every pixel of the result is turned back about the centre, and the source is read there by "
        "the method. 90, 180 and 270 degrees are exact turns.",
-       "Coordinates of whole rows in vectors; the reads are what costs. Quarter turns go by "
-       "tiles."},
+       "Quarter turns go by tiles that are transposed in registers. Other angles take positions of "
+       "whole rows in vectors, and are sampled " +
+           CostOf(kRotateMethods,
+                  TextOf(kRotateMethods, PlanRotate(ExamplePicture(), 3, false).method))},
       {"rotate-paste",
        "Like [rotate](rotate.md), of the second picture into the top-left of this one: blended by "
        "its "
@@ -58,8 +78,9 @@ std::vector<Page> TransformPages() {
        "With the radius `r` about the centre and half the diagonal `R`: bulge reads `r * r / R`, "
        "pinch `sqrt(R * r)`, swirl turns by an angle that grows with `r`, unwrap takes columns as "
        "angles and rows as radii, fold reads column `x - 16 + x mod 32`.",
-       "Coordinates in vectors, the mathematics library only where rounding could matter; one "
-       "scattered read a pixel."},
+       CostOf(kCircleMethods,
+              TextOf(kCircleMethods, PlanCircle(Circle(ExamplePicture(), kCircleSwirl, 1.5f),
+                                                ExamplePicture(), false)))},
   };
 }
 

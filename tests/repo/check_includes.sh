@@ -40,7 +40,7 @@ allow python python operations host pictures
 allow cli cli check operations compose host pictures
 allow web host operations
 allow examples host
-allow bench bench filter host image operations reference simd tests
+allow bench bench filter transform host image operations reference simd tests
 
 # Only the factory sees the components' classes.
 inner=$(grep -rlE '#include "(color|filter|maths|transform)/' module | grep -v '^module/factory.cpp$')

@@ -22,6 +22,30 @@ bool Median(MedianMethod method, const ImageView& source, const ImageView& dest,
   return CanFindMedian(method, size) && RunMedian(PlanMedian(method, size), source, dest);
 }
 
+bool Resample(ResampleMethod method, const ImageView& source, const ImageView& dest,
+              int interpolation, bool nearest_only) {
+  ResamplePlan plan;
+  if (!CanResample(method, source, dest, interpolation, nearest_only, plan)) return false;
+  RunResample(plan, source, dest);
+  return true;
+}
+
+bool Rotate(RotateMethod method, const ImageView& source, const ImageView& dest, int angle,
+            int interpolation) {
+  if (!CanRotate(method, source, interpolation, false)) return false;
+  const auto frame = RotatedFrame::SameSize(source.width, source.height, Turn::ByDegrees(angle));
+  DrawRotated({method, interpolation}, source, dest, frame);
+  return true;
+}
+
+bool TransformCircle(CircleMethod method, const ImageView& source, const ImageView& dest, int mode,
+                     float factor) {
+  const Circle circle(source, mode, factor);
+  if (!CanTransformCircle(method, circle, source, false)) return false;
+  RunCircle(method, circle, source, dest, false);
+  return true;
+}
+
 }  // namespace
 }  // namespace qel::test
 
@@ -30,4 +54,7 @@ const qel::test::ForcedPlans QelForcedPlans = {
     .convolution = &qel::test::Convolve,
     .extrema = &qel::test::FindExtrema,
     .median = &qel::test::Median,
+    .resample = &qel::test::Resample,
+    .rotate = &qel::test::Rotate,
+    .circle = &qel::test::TransformCircle,
 };

@@ -4,6 +4,9 @@
 #include "filter/convolution/convolution_plan.h"
 #include "filter/median/median_plan.h"
 #include "filter/morphology/extrema_plan.h"
+#include "transform/resample/resample_plan.h"
+#include "transform/rotate/rotate_plan.h"
+#include "transform/warp/circle_plan.h"
 
 namespace qel::test {
 
@@ -15,6 +18,13 @@ struct ForcedPlans {
                       const int* kernel, int size, int divisor, int offset);
   bool (*extrema)(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest);
   bool (*median)(MedianMethod method, const ImageView& source, const ImageView& dest, int size);
+  bool (*resample)(ResampleMethod method, const ImageView& source, const ImageView& dest,
+                   int interpolation, bool nearest_only);
+  /// `dest` has its background.
+  bool (*rotate)(RotateMethod method, const ImageView& source, const ImageView& dest, int angle,
+                 int interpolation);
+  bool (*circle)(CircleMethod method, const ImageView& source, const ImageView& dest, int mode,
+                 float factor);
 };
 
 inline constexpr char kForcedPlansSymbol[] = "QelForcedPlans";

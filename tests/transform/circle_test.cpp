@@ -12,14 +12,20 @@ class Circle : public OperationTest {
   IQELDeform& deform() { return *module_->deform; }
   void ExpectOracle(const Raster& raster, int mode, int with_alpha, float factor) {
     SCOPED_TRACE(testing::Message() << "mode " << mode << ", factor " << factor);
+    Raster expected = raster;
+    const result_t code = oracle::CircleTransform(expected, mode, with_alpha, factor);
     ExpectSame(
         {raster},
         [&](auto images, IQEL**) {
           return deform().CircleTransform(images[0], mode, with_alpha, factor);
         },
-        [&](auto images, Raster&) {
-          return oracle::CircleTransform(images[0], mode, with_alpha, factor);
-        });
+        [&](auto images, Raster&) { return images[0] = expected, code; });
+    if (mode < 0 || with_alpha != 0) return;
+    ExpectSameByMethods(raster, expected, kCircleMethods,
+                        [&](size_t by, const ImageView& from, const ImageView& to) {
+                          return module_->plans->circle(static_cast<CircleMethod>(by), from, to,
+                                                        mode, factor);
+                        });
   }
   /// Every pixel says where it came from, so that no wrong position goes unnoticed.
   static Raster Numbered(int width, int height) {
@@ -43,6 +49,7 @@ TEST_P(Circle, EqualsTheOracleAtEveryDepth) {
       ExpectOracle(raster, mode, rng.Int(0, 1), kFactors[rng.Int(0, 7)]);
     });
   }
+  EXPECT_EQ(methods_run_.size(), std::size(kCircleMethods));
 }
 
 // The mappings are computed otherwise than they are defined: every pixel of many sizes.

@@ -2,7 +2,7 @@
 
 #include "transform/resample/box_kernels.h"
 #include "transform/resample/picker.h"
-#include "transform/resample/resample.h"
+#include "transform/resample/resample_methods.h"
 #include "transform/resample/tiles.h"
 
 namespace qel {

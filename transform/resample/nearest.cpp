@@ -2,7 +2,7 @@
 
 #include "image/pixel_layout.h"
 #include "transform/resample/picker.h"
-#include "transform/resample/resample.h"
+#include "transform/resample/resample_methods.h"
 #include "transform/resample/tiles.h"
 
 namespace qel {
@@ -36,6 +36,7 @@ void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageVie
 }  // namespace
 
 void CopyNearest(const ResamplePlan& plan, const ImageView& source, const ImageView& dest) {
+  if (source.Empty()) return;
   if (source.bits == nullptr) {
     // Every pixel of a source without memory is black with the outside marker.
     uint8_t black[4] = {0, 0, 0, kOutsideMarker};

@@ -7,8 +7,8 @@
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 #include "simd/prefetch.h"
-#include "transform/resample/resample.h"
 #include "transform/resample/resample_kernels.h"
+#include "transform/resample/resample_methods.h"
 
 namespace qel {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "image/memory_reach.h"
 #include "image/numeric.h"
-#include "transform/resample/resample.h"
+#include "transform/resample/resample_methods.h"
 
 namespace qel {
 

@@ -69,24 +69,6 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
   }
 }
 
-/// Draws the turned source over the background of `dest`.
-// Deliberate: a margin of about four pixels along the edges of the source is never drawn.
-void DrawRotated(const ImageView& source, const ImageView& dest, const RotatedFrame& frame,
-                 int method) {
-  if (!dest.HasPixels()) return;
-  const PixelWriter writer(dest.bit_count);
-  const int64_t row_bytes = int64_t{frame.width()} * writer.pixel_bytes;
-  RotationSampler sampler(source, frame, method, false);
-  SampleRows(
-      sampler, frame, source, {frame.width(), frame.height(), RowsOverlap(row_bytes, dest.stride)},
-      [](float v, int) { return v <= kLowMargin; },
-      [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
-      [&](int j, int first, const uint32_t* colours, int count) {
-        writer.store(dest.Row(j) + int64_t{first} * writer.pixel_bytes, colours,
-                     static_cast<size_t>(count));
-      });
-}
-
 /// What samples and pixels of at least 24 bits have in a mixture, for each alpha of the sample.
 struct Shares {
   double sample[256];
@@ -145,11 +127,12 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
   const int columns = std::min(target.width, frame.width());
   const int rows = std::min(target.height, frame.height());
   const int64_t row_bytes = int64_t{columns} * pixel_bytes;
-  const bool one_by_one =
+  const bool shares_memory =
       SharesMemory(source, MemoryReach(target.bits, target.stride, row_bytes, rows));
-  RotationSampler sampler(source, frame, method, one_by_one);
+  RotationSampler sampler(PlanRotate(source, method, shares_memory), source, frame);
   SampleRows(
-      sampler, frame, source, {columns, rows, one_by_one || RowsOverlap(row_bytes, target.stride)},
+      sampler, frame, source,
+      {columns, rows, shares_memory || RowsOverlap(row_bytes, target.stride)},
       [](float v, int) { return v < 0.0f; },
       [](float v, int size) { return v > static_cast<float>(size); },
       [&](int j, int first, const uint32_t* colours, int count) {
@@ -160,13 +143,24 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
       });
 }
 
-/// The turn of `Rotate`: minus the angle, in whole degrees.
-Turn TurnByDegrees(int angle) {
-  const float theta = static_cast<float>(WrapSubtract(0, angle)) * 1.5707964f / 90.0f;
-  return Turn::By(static_cast<double>(theta));
-}
-
 }  // namespace
+
+// Deliberate: a margin of about four pixels along the edges of the source is never drawn.
+void DrawRotated(const RotatePlan& plan, const ImageView& source, const ImageView& dest,
+                 const RotatedFrame& frame) {
+  if (!dest.HasPixels()) return;
+  const PixelWriter writer(dest.bit_count);
+  const int64_t row_bytes = int64_t{frame.width()} * writer.pixel_bytes;
+  RotationSampler sampler(plan, source, frame);
+  SampleRows(
+      sampler, frame, source, {frame.width(), frame.height(), RowsOverlap(row_bytes, dest.stride)},
+      [](float v, int) { return v <= kLowMargin; },
+      [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
+      [&](int j, int first, const uint32_t* colours, int count) {
+        writer.store(dest.Row(j) + int64_t{first} * writer.pixel_bytes, colours,
+                     static_cast<size_t>(count));
+      });
+}
 
 result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int method,
                                     int force_alpha, int keep_size) {
@@ -184,7 +178,7 @@ result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int 
     output.Store(result);
     return turned;
   }
-  const Turn turn = TurnByDegrees(angle);
+  const Turn turn = Turn::ByDegrees(angle);
   const ImageShape shape = ReadShape(*source);
   const RotatedFrame frame = keep_size != 0
                                  ? RotatedFrame::SameSize(shape.width, shape.height, turn)
@@ -204,7 +198,7 @@ result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int 
     const ImageView view = ReadPlane(*source, shape, 0);
     output.Fill(WithAlpha(
         GetPixelColor(view.bits, 0, 0, view.width, view.height, view.stride, view.bit_count), 255));
-    DrawRotated(view, dest, frame, method);
+    DrawRotated(PlanRotate(view, method, false), view, dest, frame);
   }
   output.Store(result);
   return kOk;

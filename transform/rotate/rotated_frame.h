@@ -17,6 +17,11 @@ struct Turn {
   static Turn By(double radians) {
     return {static_cast<float>(std::cos(radians)), static_cast<float>(std::sin(radians))};
   }
+  /// The turn of `Rotate`: minus the angle.
+  static Turn ByDegrees(int angle) {
+    const float theta = static_cast<float>(WrapSubtract(0, angle)) * 1.5707964f / 90.0f;
+    return By(static_cast<double>(theta));
+  }
 };
 
 /// The bounding box of a turned rectangle and the way back from its pixels to the source. All in

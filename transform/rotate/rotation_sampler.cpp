@@ -22,9 +22,6 @@ SampleLine LineOf(const RotatedFrame::Row& way) {
   return {way.start_x, way.cosine, way.sine, way.sine_y, way.cosine_y, way.shift_x, way.shift_y};
 }
 
-/// Remembered weights pay for images from this size on.
-constexpr int64_t kPixelsWorthCaching = 65536;
-
 /// Remembered fractions are multiples of 2^-17, as those of positions from 64 on are.
 constexpr int kFractionBits = 17;
 constexpr uint32_t kWholePixel = 1u << kFractionBits;
@@ -90,26 +87,15 @@ void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
   (taps == 4 ? kernels.spread4 : kernels.spread12)(weights, entries, count);
 }
 
-RotationSampler::RotationSampler(const ImageView& source, const RotatedFrame& frame, int method,
-                                 bool one_by_one)
+RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source,
+                                 const RotatedFrame& frame)
     : source_(source),
       frame_(frame),
-      method_(method),
-      how_(MethodOf(method)),
+      plan_(plan),
+      how_(MethodOf(plan.interpolation)),
       taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
-      one_by_one_(one_by_one),
-      uses_kernels_(!one_by_one && UsesKernels()),
       cache_(taps_, how_.kernel) {
-  const bool weighs = how_.kernel != nullptr && ActiveRotateKernels().weights[method] == nullptr;
-  if (uses_kernels_ && weighs && source_.Columns() * source_.Rows() >= kPixelsWorthCaching) {
-    cache_.Reserve();
-  }
-}
-
-bool RotationSampler::UsesKernels() const {
-  const int64_t bytes = std::abs(int64_t{source_.stride}) * source_.Rows() + source_.Columns() * 4;
-  return source_.HasPixels() && bytes < INT32_MAX &&
-         (source_.bit_count == 8 || source_.bit_count >= 24);
+  if (plan_.method == RotateMethod::kRemembered) cache_.Reserve();
 }
 
 PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const {
@@ -132,9 +118,10 @@ PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun
 
 SampleRow RotationSampler::RowAt(int j, const PixelRun& run) const {
   const RotatedFrame::Row way = frame_.RowAt(j);
-  const SampleRow row = {way, uses_kernels_ ? InsideRun(way, run) : PixelRun{run.end, run.end}};
+  const SampleRow row = {way, plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
+                                                                      : InsideRun(way, run)};
   // Sums of taps take long enough for the processor to look ahead by itself.
-  if (how_.kernel == nullptr) Fetch(j + kRowsAhead, row.inside);
+  if (plan_.method == RotateMethod::kPick) Fetch(j + kRowsAhead, row.inside);
   return row;
 }
 
@@ -150,7 +137,7 @@ void RotationSampler::SampleSingly(uint32_t* colours, const SampleRow& row, int 
   for (int i = 0; i < count; ++i) {
     colours[i] = GetPixelColorInterpolated(
         source_.bits, row.way.SourceX(first + i), row.way.SourceY(first + i), source_.width,
-        source_.height, source_.stride, method_, source_.bit_count);
+        source_.height, source_.stride, plan_.interpolation, source_.bit_count);
   }
 }
 
@@ -170,7 +157,8 @@ void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points,
   const RotateKernels& kernels = ActiveRotateKernels();
   alignas(64) float wx[kSampleChunk * kMaxTaps];
   alignas(64) float wy[kSampleChunk * kMaxTaps];
-  if (const auto weigh = kernels.weights[method_]) {
+  if (plan_.method == RotateMethod::kPolynomial) {
+    const auto weigh = kernels.weights[plan_.interpolation];
     weigh(wx, points.x, count);
     weigh(wy, points.y, count);
   } else {
@@ -186,7 +174,7 @@ void RotationSampler::SampleInside(uint32_t* colours, const SampleRow& row, int 
                                    size_t count) {
   SamplePoints points;
   ActiveRotateKernels().positions(points, LineOf(row.way), first, count);
-  if (how_.kernel == nullptr) {
+  if (plan_.method == RotateMethod::kPick) {
     PickInside(colours, points, count);
   } else {
     BlendInside(colours, points, count);

@@ -6,6 +6,7 @@
 
 #include "image/interpolated_sampling.h"
 #include "transform/rotate/rotate_kernels.h"
+#include "transform/rotate/rotate_plan.h"
 #include "transform/rotate/rotated_frame.h"
 
 namespace qel {
@@ -54,8 +55,7 @@ struct SampleRow {
 /// go through kernels, the others through `GetPixelColorInterpolated`.
 class RotationSampler {
  public:
-  /// `one_by_one` keeps to single samples: for images that are written while they are read.
-  RotationSampler(const ImageView& source, const RotatedFrame& frame, int method, bool one_by_one);
+  RotationSampler(const RotatePlan& plan, const ImageView& source, const RotatedFrame& frame);
 
   /// Output row `j`, of which `run` is going to be sampled.
   SampleRow RowAt(int j, const PixelRun& run) const;
@@ -64,10 +64,11 @@ class RotationSampler {
   /// more than those.
   void Sample(uint32_t* colours, const SampleRow& row, int first, int count);
   /// The most pixels that one call of `Sample` may ask for.
-  int chunk() const { return one_by_one_ ? 1 : static_cast<int>(kSampleChunk); }
+  int chunk() const {
+    return plan_.method == RotateMethod::kOneByOne ? 1 : static_cast<int>(kSampleChunk);
+  }
 
  private:
-  bool UsesKernels() const;
   PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const;
   void Fetch(int j, const PixelRun& run) const;
   void SampleSingly(uint32_t* colours, const SampleRow& row, int first, int count) const;
@@ -77,11 +78,9 @@ class RotationSampler {
 
   const ImageView source_;
   const RotatedFrame frame_;
-  const int method_;
+  const RotatePlan plan_;
   const InterpolationMethod how_;
   const TapWindow taps_;
-  const bool one_by_one_;
-  const bool uses_kernels_;
   WeightCache cache_;
 };
 

@@ -7,68 +7,11 @@
 #include "image/pixel_access.h"
 #include "transform/image_deform.h"
 #include "transform/resample/picker.h"
-#include "transform/warp/circle_kernels.h"
+#include "transform/warp/circle_plan.h"
 #include "transform/warp/nearest_copy.h"
 
 namespace qel {
 namespace {
-
-// The full turn as unwrapping counts it, short by its hundred millionth part.
-constexpr double kFullTurn = 6.2831852;
-
-/// The geometry of one call.
-struct Circle {
-  Circle(const ImageShape& shape, int circle_mode, float factor)
-      : width(shape.width), height(shape.height), mode(circle_mode) {
-    const double half_width = cx;
-    const double half_height = cy;
-    limit = TruncateToInt(std::sqrt(half_width * half_width + half_height * half_height));
-    swirl = static_cast<double>(static_cast<float>(limit / 2) * factor);
-  }
-
-  struct Sample {
-    int32_t x, y;
-  };
-  /// Distance of pixels that lie so far from the centre, as single precision has it.
-  static double Distance(int32_t dx, int32_t dy) {
-    const int32_t square = WrapAdd(WrapMultiply(dx, dx), WrapMultiply(dy, dy));
-    return static_cast<double>(std::sqrt(static_cast<float>(square)));
-  }
-
-  /// Folding: the column that column `x` samples.
-  static int32_t FoldedColumn(int32_t x) { return WrapAdd(x - 16, x % 32); }
-
-  /// Where pixel (x, y) samples the source.
-  Sample At(int32_t x, int32_t y) const {
-    const int32_t dx = cx - x;
-    const int32_t dy = cy - y;
-    const double d = Distance(dx, dy);
-    if (!(d < limit)) return {-1, -1};
-    if (mode >= kCircleFold) return {FoldedColumn(x), y};
-    double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
-    if (mode == kCircleUnwrap) {
-      // Deliberate: the lower half circle falls on the same columns as the upper one.
-      return {TruncateToInt(std::fabs(width * a / kFullTurn)),
-              TruncateToInt(std::fabs(height * d / limit))};
-    }
-    double r = d;
-    if (mode == kCircleBulge) r = d * d / limit;
-    if (mode == kCirclePinch) r = std::sqrt(limit * d);
-    if (mode == kCircleSwirl) a = a + d / swirl;
-    return {WrapSubtract(cx, TruncateToInt(r * std::cos(a))),
-            WrapSubtract(cy, TruncateToInt(r * std::sin(a)))};
-  }
-
-  /// True when squared distances do not wrap, so that pixels in reach form a disc.
-  bool HasExactSquares() const {
-    return int64_t{cx} * cx + int64_t{cy} * cy <= INT32_MAX && limit > 0;
-  }
-
-  int32_t width, height, mode;
-  int32_t cx = width / 2, cy = height / 2;
-  int32_t limit;  ///< pixels at this distance and beyond are outside
-  double swirl;   ///< pixels of distance per radian of turn
-};
 
 /// Fills pictures pixel by pixel; always right, and slow.
 void MapEveryPixel(const Circle& circle, ColourCopy& copy) {
@@ -232,25 +175,25 @@ class QuarterMap {
   const CircleKernels& kernels_ = ActiveCircleKernels();
 };
 
-void FillPicture(const Circle& circle, const ImageView& source, const ImageView& dest,
-                 bool opaque) {
+}  // namespace
+
+void RunCircle(CircleMethod method, const Circle& circle, const ImageView& source,
+               const ImageView& dest, bool opaque) {
+  if (method == CircleMethod::kFoldRows) {
+    return FoldRows(circle, source, dest, AccessPixelBytes(source.bit_count));
+  }
   ColourCopy copy(source, dest, opaque);
-  const CircleKernels& kernels = ActiveCircleKernels();
-  const CircleMapping mappings[] = {kernels.bulge, kernels.pinch, kernels.swirl, kernels.unwrap};
-  const bool turns_little = std::fabs(circle.limit / circle.swirl) <= kLargestTurn;
-  if (!circle.HasExactSquares() || (circle.mode == kCircleSwirl && !turns_little)) {
-    MapEveryPixel(circle, copy);
-  } else if (circle.mode >= kCircleFold) {
-    const int pixel_bytes = opaque ? 0 : AccessPixelBytes(source.bit_count);
-    if (source.HasPixels() && pixel_bytes > 0) return FoldRows(circle, source, dest, pixel_bytes);
+  if (method == CircleMethod::kQuarters) {
+    const CircleKernels& kernels = ActiveCircleKernels();
+    const CircleMapping mappings[] = {kernels.bulge, kernels.pinch, kernels.swirl, kernels.unwrap};
+    QuarterMap(circle, copy).Fill(mappings[circle.mode]);
+  } else if (method == CircleMethod::kFold) {
     Fold(circle, copy);
   } else {
-    QuarterMap(circle, copy).Fill(mappings[circle.mode]);
+    MapEveryPixel(circle, copy);
   }
   copy.Finish();
 }
-
-}  // namespace
 
 result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha, float factor) {
   if (image == nullptr) return kFail;
@@ -264,7 +207,8 @@ result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha,
   if (!output) return kFail;
   const ImageView dest = output.View();
   if (dest.HasPixels()) {
-    FillPicture(Circle(source, mode, factor), source, dest, opaque);
+    const Circle circle(source, mode, factor);
+    RunCircle(PlanCircle(circle, source, opaque), circle, source, dest, opaque);
   }
   output.AssignTo(image);
   return kOk;

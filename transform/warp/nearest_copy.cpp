@@ -13,10 +13,6 @@ namespace qel {
 
 static_assert(kKeptAlpha == kOutsideMarker);
 
-int AccessPixelBytes(int bit_count) {
-  return bit_count >= 24 ? DirectPixelBytes(bit_count) : bit_count == 8 ? 1 : 0;
-}
-
 bool HasSmallOffsets(const ImageView& source, int pixel_bytes) {
   return std::abs(int64_t{source.stride}) * source.Rows() + pixel_bytes * source.Columns() <=
          kLargestOffset;

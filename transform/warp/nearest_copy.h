@@ -2,6 +2,7 @@
 #define QEL_TRANSFORM_WARP_NEAREST_COPY_H_
 
 #include "image/image_view.h"
+#include "image/pixel_layout.h"
 #include "transform/warp/warp_kernels.h"
 
 namespace qel {
@@ -45,7 +46,9 @@ class NearestCopy {
 };
 
 /// Bytes per pixel of the depths of pixel access that have whole ones, else 0.
-int AccessPixelBytes(int bit_count);
+inline int AccessPixelBytes(int bit_count) {
+  return bit_count >= 24 ? DirectPixelBytes(bit_count) : bit_count == 8 ? 1 : 0;
+}
 
 /// True when every offset within the rows of `source` is within `kLargestOffset`.
 bool HasSmallOffsets(const ImageView& source, int pixel_bytes);

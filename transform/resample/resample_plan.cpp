@@ -1,0 +1,107 @@
+#include "transform/resample/resample_plan.h"
+
+#include "image/pixel_layout.h"
+#include "transform/resample/box_kernels.h"
+#include "transform/resample/resample_methods.h"
+
+namespace qel {
+namespace {
+
+/// What is asked for; each is another arithmetic.
+enum class Task { kCopy, kAverage, kSample };
+
+Task TaskOf(const Scale& scale, int interpolation, bool nearest_only, int bit_count) {
+  const bool enlarges = scale.x <= 1.0f && scale.y <= 1.0f && interpolation == 0;
+  const bool whole_bytes = bit_count == 32 || bit_count == 24 || bit_count == 16 || bit_count == 8;
+  if ((enlarges || nearest_only) && whole_bytes) return Task::kCopy;
+  return scale.x >= 1.0f && scale.y >= 1.0f && !nearest_only ? Task::kAverage : Task::kSample;
+}
+
+/// Bytes that are moved together. Averages take depths other than 24 and 32 bits as one byte.
+int PixelBytesFor(Task task, int bit_count) {
+  switch (task) {
+    case Task::kCopy:
+      return bit_count / 8;
+    case Task::kAverage:
+      return bit_count == 32 ? 4 : bit_count == 24 ? 3 : 1;
+    case Task::kSample:
+      return bit_count == 8 ? 1 : DirectPixelBytes(bit_count);
+  }
+  return 0;
+}
+
+bool CanAverage(ResampleMethod method, const Scale& scale, bool has_pixels) {
+  const auto area =
+      static_cast<uint32_t>(WrapMultiply(TruncateToInt(scale.x), TruncateToInt(scale.y)));
+  switch (method) {
+    case ResampleMethod::kNearest:
+      return area == 1 || !has_pixels;
+    case ResampleMethod::kHalve:
+      return has_pixels && scale.x == 2.0f && scale.y == 2.0f;
+    case ResampleMethod::kSmallBoxes:
+      return has_pixels && area > 1 && area <= kLargestSmallBox;
+    case ResampleMethod::kLargeBoxes:
+      return has_pixels;
+    default:
+      return false;
+  }
+}
+
+bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& dest,
+               const ResamplePlan& plan) {
+  if (method == ResampleMethod::kOneByOne) return true;
+  if (!source.HasPixels() || (source.bit_count != 8 && source.bit_count < 24)) return false;
+  const auto all = [&](auto&& within) {
+    return SamplePositions(dest.Columns(), plan.scale.x).AllOf([&](float v) {
+      return within(v, source.width);
+    }) && SamplePositions(dest.Rows(), plan.scale.y).AllOf([&](float v) {
+      return within(v, source.height);
+    });
+  };
+  const Sampling sampling = MethodOf(plan.interpolation).sampling;
+  if (sampling == Sampling::kNearest || sampling == Sampling::kBilinear) {
+    return method == ResampleMethod::kPick && all([=](float v, int size) {
+             const int tap = sampling == Sampling::kNearest ? NearestTap(v) : TruncateToInt(v);
+             return tap >= 0 && tap < size;
+           });
+  }
+  const TapWindow& window = sampling == Sampling::kKernel4 ? kTaps4 : kTaps12;
+  return method == ResampleMethod::kTaps &&
+         all([&](float v, int size) { return !window.Misses(TapOrigin(v), size); });
+}
+
+}  // namespace
+
+bool CanResample(ResampleMethod method, const ImageView& source, const ImageView& dest,
+                 int interpolation, bool nearest_only, ResamplePlan& plan) {
+  const Scale scale = {static_cast<float>(source.width) / static_cast<float>(dest.width),
+                       static_cast<float>(source.height) / static_cast<float>(dest.height)};
+  const Task task = TaskOf(scale, interpolation, nearest_only, source.bit_count);
+  // Deliberate: alpha of 32-bit images is not averaged; it stays as the new image had it.
+  plan = {.method = method,
+          .scale = scale,
+          .interpolation = interpolation,
+          .pixel_bytes = PixelBytesFor(task, source.bit_count),
+          .keep_alpha = task == Task::kAverage};
+  switch (task) {
+    case Task::kCopy:
+      return method == ResampleMethod::kNearest;
+    case Task::kAverage:
+      return CanAverage(method, scale, source.HasPixels());
+    case Task::kSample:
+      return CanSample(method, source, dest, plan);
+  }
+  return false;
+}
+
+ResamplePlan PlanResample(const ImageView& source, const ImageView& dest, int interpolation,
+                          bool nearest_only) {
+  ResamplePlan plan;
+  for (size_t i = 0; i < std::size(kResampleMethods); ++i) {
+    const auto method = static_cast<ResampleMethod>(i);
+    if (CanResample(method, source, dest, interpolation, nearest_only, plan)) break;
+  }
+  return plan;
+}
+
+}  // namespace qel
