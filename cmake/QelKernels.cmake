@@ -58,9 +58,6 @@ function(qel_add_kernels target)
       # GCC 12 takes the "undefined" vectors of its own header for a mistake.
       target_compile_options(${objects} PRIVATE
         $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
-      # Levels leave out what they have no instructions for, and with it what only that calls.
-      target_compile_options(${objects} PRIVATE
-        $<$<CXX_COMPILER_ID:Clang>:-Wno-unneeded-internal-declaration -Wno-unused-function>)
     endif()
     list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/" OUTPUT_VARIABLE sources)
     target_sources(${objects} PRIVATE ${sources})

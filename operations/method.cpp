@@ -21,7 +21,7 @@ const Method& MethodNamed(std::string_view name) {
 }
 
 int Method::Count(Parameter kind) const {
-  return static_cast<int>(std::ranges::count(parameters, kind));
+  return static_cast<int>(std::count(parameters.begin(), parameters.end(), kind));
 }
 
 MethodCall::MethodCall(std::string_view name, MethodArguments given_arguments,

@@ -20,6 +20,7 @@ export class Engine {
   #source = null;
   #next = 1;
   #waiting = new Map();
+  #sent = null;  // the picture that the worker has
 
   async #send(message) {
     this.#source ??= makeWorker();
@@ -55,6 +56,7 @@ export class Engine {
   #fail(message) {
     this.#worker?.terminate();
     this.#worker = null;
+    this.#sent = null;
     for (const {resolve} of this.#waiting.values()) resolve({error: message || 'stopped', notes: []});
     this.#waiting.clear();
   }
@@ -64,8 +66,10 @@ export class Engine {
   }
 
   /** Runs steps on a picture: {picture} or {error}, with notes and milliseconds. */
-  run(picture, steps, seconds, onStep) {
-    return this.#send({picture, steps: steps.join('\n'), seconds, onStep});
+  async run(picture, steps, seconds, onStep) {
+    const isThere = this.#worker && picture === this.#sent;
+    this.#sent = picture;
+    return this.#send({...(isThere ? {} : {picture}), steps: steps.join('\n'), seconds, onStep});
   }
 
   /** Ends what is running, for instance a full picture that is no longer wanted. */

@@ -20,18 +20,16 @@ export function fromRgba(rgba, width, height, bits) {
 
 /** RGBA bytes to show or to save. */
 export function toRgba({width, height, bits, data}) {
-  const rgba = new Uint8ClampedArray(4 * width * height);
-  for (let i = 0; i < width * height; ++i) {
-    if (bits === 8) {
-      rgba[4 * i] = rgba[4 * i + 1] = rgba[4 * i + 2] = data[i];
-      rgba[4 * i + 3] = 255;
-    } else {
-      const at = i * bits / 8;
-      rgba[4 * i] = data[at + 2]; rgba[4 * i + 1] = data[at + 1]; rgba[4 * i + 2] = data[at];
-      rgba[4 * i + 3] = bits === 32 ? data[at + 3] : 255;
-    }
+  const count = width * height;
+  const words = new Uint32Array(count);  // red in the low byte: every machine with browsers is little-endian
+  if (bits === 8) {
+    for (let i = 0; i < count; ++i) words[i] = 0xff000000 | data[i] * 0x10101;
+  } else if (bits === 24) {
+    for (let i = 0, at = 0; i < count; ++i, at += 3) words[i] = 0xff000000 | data[at] << 16 | data[at + 1] << 8 | data[at + 2];
+  } else {
+    for (let i = 0, at = 0; i < count; ++i, at += 4) words[i] = data[at + 3] << 24 | data[at] << 16 | data[at + 1] << 8 | data[at + 2];
   }
-  return rgba;
+  return new Uint8ClampedArray(words.buffer);
 }
 
 /** At most `most` pixels: means of the pixels that fall together, weighted by alpha. */
@@ -85,12 +83,13 @@ export function depthOfFile(bytes) {
 }
 
 /** Pixels of a PNG of 8 bits per channel without interlacing, exactly: a canvas would multiply by
-    alpha. Null for other files, which a canvas reads. */
-async function readPng(bytes) {
+    alpha. Null for other files, which a canvas reads; the size alone beyond `mostPixels`. */
+async function readPng(bytes, mostPixels) {
   if (!kMagic.every((value, i) => bytes[i] === value)) return null;
   const view = new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
   const width = view.getUint32(16), height = view.getUint32(20);
   const channels = {0: 1, 2: 3, 4: 2, 6: 4}[bytes[25]];
+  if (width * height > mostPixels) return {width, height};
   if (bytes[24] !== 8 || !channels || bytes[28] !== 0) return null;
   const parts = [];
   for (let at = 8; at + 12 <= bytes.length;) {
@@ -128,7 +127,7 @@ async function readPng(bytes) {
 /** Reads a file: its orientation is applied. Throws an Error that says what to do. */
 export async function readFile(file, mostPixels) {
   const bytes = new Uint8Array(await file.arrayBuffer());
-  let picture = await readPng(bytes).catch(() => null);
+  let picture = await readPng(bytes, mostPixels).catch(() => null);
   if (!picture) {
     let bitmap;
     try {

@@ -4,6 +4,7 @@ import {toRgba} from './pictures.js';
 
 export class View {
   #stage; #before; #after; #line; #divider; #zoomText;
+  #shownBefore = null;
   #scale = 1; #x = 0; #y = 0; #fitted = true; #size = {width: 1, height: 1};
 
   constructor(root) {
@@ -27,7 +28,8 @@ export class View {
 
   /** Shows pictures; `scale` is how much of full size they are, so that zoom stays what it says. */
   show(before, after) {
-    this.#draw(this.#before, before);
+    if (before !== this.#shownBefore) this.#draw(this.#before, before);
+    this.#shownBefore = before;
     this.#draw(this.#after, after);
     const size = {width: Math.max(before.width, after.width), height: Math.max(before.height, after.height)};
     const changed = size.width !== this.#size.width || size.height !== this.#size.height;

@@ -3,6 +3,7 @@
 
 let qel = null;
 let request = 0;
+let last = null;  // the picture that came last
 
 function withText(text, use) {
   const size = qel.lengthBytesUTF8(text) + 1;
@@ -69,7 +70,8 @@ function start() {
         self.postMessage({id: data.id, table: module.UTF8ToString(module._qel_table())});
         return;
       }
-      const answer = runSteps(module, data.picture, data.steps, data.seconds);
+      last = data.picture ?? last;
+      const answer = runSteps(module, last, data.steps, data.seconds);
       self.postMessage({id: data.id, answer}, answer.picture ? [answer.picture.data.buffer] : []);
     } catch (error) {
       const text = error instanceof Error ? error.message : 'the operation failed';
