@@ -5,7 +5,6 @@
 
 #include "operations/arguments.h"
 #include "operations/errors.h"
-#include "operations/nearest_name.h"
 
 namespace qel::operations {
 
@@ -101,8 +100,10 @@ MethodArguments Operation::ArgumentsOf(const Arguments& arguments) const {
   const auto add = [&](std::string_view argument) {
     taken.numbers.push_back(argument.empty() ? 0 : arguments.Number(argument));
   };
-  std::ranges::for_each(numbers, add);
-  if (numbers.empty()) std::ranges::for_each(NamesOf(parameters), add);
+  for (const std::string_view number : numbers) add(number);
+  for (const Parameter& parameter : parameters) {
+    if (numbers.empty()) add(parameter.name);
+  }
   return taken;
 }
 

@@ -86,7 +86,7 @@ std::string Value(const Parameter& parameter, const Arguments& arguments) {
 std::string PythonName(std::string_view name) {
   if (name == "with") return "other";
   std::string python(name.starts_with("with-") ? "other" + std::string(name.substr(4)) : name);
-  std::ranges::replace(python, '-', '_');
+  std::replace(python.begin(), python.end(), '-', '_');
   return python;
 }
 

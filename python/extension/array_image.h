@@ -22,6 +22,8 @@ struct PixelRows {
   size_t RowBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(channels); }
   bool Packed() const { return stride == static_cast<ptrdiff_t>(RowBytes()); }
   uint8_t* Row(int y) const { return data + ptrdiff_t{y} * stride; }
+  /// `count` rows from row `y` on.
+  PixelRows Part(int y, int count) const { return {Row(y), stride, width, count, channels}; }
 };
 
 /// Copies rows between pixels of one shape.

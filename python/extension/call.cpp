@@ -29,6 +29,8 @@ using operations::StepError;
 
 /// Below, giving the interpreter up for others costs more than the operation.
 constexpr int64_t kPixelsWorthUnlocking = 4096;
+/// A part of the cache of a core.
+constexpr size_t kStripBytes = 128 * 1024;
 
 /// Colors exchange their ends for pixels in the order red, green, blue.
 double SwapEnds(double color) {
@@ -97,6 +99,8 @@ class Runner {
   void PreparePictures();
   void SwapChannels(const PixelArray& pixels) const;
   SmartPtr<IQEL> Execute(IQEL* subject, ArrayImage* next);
+  bool WorksByStrips(const operations::Shape& shape) const;
+  void RunByStrips(const PixelArray& work);
   py::object RunInPlace(const operations::Shape& shape);
   py::object RunToResult(const operations::Shape& shape);
   py::object HandOver(const PixelArray& pixels);
@@ -357,6 +361,36 @@ py::object Runner::HandOver(const PixelArray& pixels) {
   return out_->array;
 }
 
+/// True when every pixel can be copied, put in order and changed by itself, and there are enough of
+/// them that several passes would fetch them again from memory.
+bool Runner::WorksByStrips(const operations::Shape& shape) const {
+  const operations::Border border = Border();
+  const bool same_shape = shape.bits == 8 * image_.channels;
+  return border.rows == 0 && border.columns == 0 && same_shape && reach_ == Reach::kRows &&
+         image_.rows && seconds_.empty() && !operation_.random && !operation_.composed() &&
+         image_.rows->RowBytes() * static_cast<size_t>(image_.height) > 4 * kStripBytes;
+}
+
+/// Does on strips of rows what else is done on all of `work`, pass by pass.
+void Runner::RunByStrips(const PixelArray& work) {
+  const bool copies = !SamePixels(work, image_);
+  const bool swaps = swaps_ && work.channels > 1;
+  const operations::Engine& engine = Runtime::Get().engine();
+  IQELTransform& transform = *engine.components().transform;
+  const operations::Step step{&operation_, arguments_, {}};
+  const int rows = static_cast<int>(std::max<size_t>(1, kStripBytes / work.rows->RowBytes()));
+  const py::gil_scoped_release unlocked;
+  for (int y = 0; y < work.height; y += rows) {
+    const int height = std::min(rows, work.height - y);
+    const PixelRows strip = work.rows->Part(y, height);
+    if (copies) CopyRows(image_.rows->Part(y, height), strip);
+    const SmartPtr<ArrayImage> subject = ArrayImage::Of(strip);
+    if (swaps) transform.FlipBits(subject.Get());
+    engine.RunStep(step, SmartPtr<IQEL>::Retain(subject.Get()), pictures_, notes_);
+    if (swaps) transform.FlipBits(subject.Get());
+  }
+}
+
 /// Operations that change their picture work on a copy, or on the array that they are to fill.
 py::object Runner::RunInPlace(const operations::Shape& shape) {
   const bool same_shape = shape.width == image_.width && shape.height == image_.height &&
@@ -367,6 +401,11 @@ py::object Runner::RunInPlace(const operations::Shape& shape) {
                         out_->channels == image_.channels;
   PixelArray work =
       into_out ? *out_ : NewArray(image_.width, image_.height, image_.channels, false);
+  if (WorksByStrips(shape)) {
+    RunByStrips(work);
+    swaps_ = false;  // they are in the caller's order again
+    return HandOver(work);
+  }
   if (!SamePixels(work, image_)) AssignPixels(image_, work);
   if (swaps_ && work.channels > 1) SwapChannels(work);
   if (!beyond) {
