@@ -49,7 +49,9 @@ install(DIRECTORY docs examples DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT 
 # The page, where the links of the documentation point to.
 set(QEL_WEB_PAGE "${PROJECT_SOURCE_DIR}/build/wasm/web" CACHE PATH "The built page in the browser")
 if(EXISTS "${QEL_WEB_PAGE}/qel.html")
-  install(DIRECTORY "${QEL_WEB_PAGE}/" DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/try" COMPONENT web)
+  file(GLOB page "${QEL_WEB_PAGE}/*.html" "${QEL_WEB_PAGE}/*.js" "${QEL_WEB_PAGE}/*.css"
+    "${QEL_WEB_PAGE}/qel.wasm")
+  install(FILES ${page} DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/try" COMPONENT web)
 endif()
 
 # Debian packages.
