@@ -1,4 +1,7 @@
+#include <sys/stat.h>
 #include <webp/mux.h>
+
+#include <thread>
 
 #include "tests/pictures/picture_support.h"
 
@@ -134,6 +137,37 @@ TEST(RoundTrip, KeepsProfileAndResolutionWhereTheFormatHoldsThem) {
   }
 }
 
+TEST(RoundTrip, ThroughAPipeIsTheSame) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  for (const char* const format : {"png", "jpg", "tif", "webp", "bmp", "ppm"}) {
+    SCOPED_TRACE(format);
+    const Bytes file = Encode(Slope(20, 12, 24), format, {Profile("RGB "), 300, 300});
+    const Decoded expected = Decode(file);
+    for (const bool whole : {true, false}) {
+      std::thread writer([&] { WriteFile(path, {file.begin(), file.end()}); });
+      Pixels pixels(20, 12, 24);
+      pictures::PictureInfo info;
+      pictures::ByteSource source(path, {});
+      if (whole) {
+        info = pictures::ReadPicture(source, "pipe", {},
+                                     [&](const pictures::PictureInfo&) { return pixels.Buffer(); });
+      } else {
+        const auto reader = pictures::OpenRows(source, "pipe", {});
+        const int rows = reader->streams() ? 4 : 12;
+        const auto [bits, stride] = pixels.Buffer();
+        for (int y = 0; y < 12; y += rows) reader->Read({bits + y * stride, stride}, rows);
+        info = reader->info();
+      }
+      source.size();  // what is left of it
+      writer.join();
+      EXPECT_TRUE(pixels.SameBytes(expected.pixels));
+      EXPECT_EQ(info.metadata.icc_profile, expected.info.metadata.icc_profile);
+    }
+  }
+}
+
 TEST(RoundTrip, SaysWhenAlphaIsLeftOut) {
   Pixels pixels = Slope(6, 4, 32);
   for (const char* const extension : {"jpg", "ppm", "pnm"}) {
@@ -170,36 +204,11 @@ TEST(RoundTrip, RefusesWhatTheFormatCannotHold) {
 // Orientation.
 
 Bytes ExifBlock(int orientation, bool big) {
-  if (big)
-    return {'M', 'M',  0, 42, 0, 0, 0, 8, 0, 1,
-            1,   0x12, 0, 3,  0, 0, 0, 1, 0, static_cast<uint8_t>(orientation),
-            0,   0,    0, 0,  0, 0};
-  return {'I',
-          'I',
-          42,
-          0,
-          8,
-          0,
-          0,
-          0,
-          1,
-          0,
-          0x12,
-          1,
-          3,
-          0,
-          1,
-          0,
-          0,
-          0,
-          static_cast<uint8_t>(orientation),
-          0,
-          0,
-          0,
-          0,
-          0,
-          0,
-          0};
+  const auto value = static_cast<uint8_t>(orientation);
+  return big ? Joined("MM", {0, 42, 0, 0, 0, 8,     0, 1, 1, 0x12, 0, 3,
+                             0, 0,  0, 1, 0, value, 0, 0, 0, 0,    0, 0})
+             : Joined("II", {42, 0, 8, 0, 0,     0, 1, 0, 0x12, 1, 3, 0,
+                             1,  0, 0, 0, value, 0, 0, 0, 0,    0, 0, 0});
 }
 
 void InsertAt(Bytes& file, size_t at, const Bytes& bytes) {
