@@ -28,6 +28,8 @@ struct ResizeRequest {
   ResizeFilter filter = ResizeFilter::kLanczos;
   /// Mixes light instead of sRGB values: fine patterns keep their brightness.
   bool linear_light = false;
+
+  bool operator==(const ResizeRequest&) const = default;
 };
 
 /// Weights of source samples for a run of samples of one axis.

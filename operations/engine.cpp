@@ -33,29 +33,36 @@ RandomNumbers::RandomNumbers() : lock_(RandomMutex()) { std::srand(1); }
 
 SmartPtr<IQEL> Engine::RunStep(const Step& step, SmartPtr<IQEL> picture, PictureSource& pictures,
                                std::vector<std::string>& notes) const {
+  const Shape shape = ShapeOf(*picture.Get());
+  const Shape expected = ShapeAfter(step, shape, max_pixels_, [&](const std::string& name) {
+    return ShapeOf(pictures.Get(name));
+  });
+  return RunOnBand(step, {shape, 0, {0, expected.height}}, std::move(picture), pictures, notes);
+}
+
+SmartPtr<IQEL> Engine::RunOnBand(const Step& step, const Band& band, SmartPtr<IQEL> image,
+                                 PictureSource& pictures, std::vector<std::string>& notes) const {
   const Operation& operation = *step.operation;
-  const Shape expected =
-      ShapeAfter(step, ShapeOf(*picture.Get()), max_pixels_,
-                 [&](const std::string& name) { return ShapeOf(pictures.Get(name)); });
   SmartPtr<IQEL> result;
   Call call{{operation.name, step.arguments},
             components_,
             pictures,
             *host_.Get(),
             notes,
-            picture.Get(),
+            image.Get(),
+            band,
             result.Put()};
   if (operation.composed()) {
     result = operation.compose(call);
   } else if (const result_t code = operation.Run(call); Failed(code)) {
     throw CallError(Explain(operation, code), operation.name, code);
   }
-  if (!result) return picture;
+  if (!result) return image;
   // The module ignores it when the host can make no image.
   if (ShapeOf(*result.Get()).width < 1) {
-    throw CallError(
-        std::string(operation.name) + ": there is no memory for " + expected.Size() + " pixels",
-        operation.name, kFail);
+    throw CallError(std::string(operation.name) + ": there is no memory for what it makes of " +
+                        band.whole.Size() + " pixels",
+                    operation.name, kFail);
   }
   return result;
 }

@@ -39,10 +39,17 @@ class Engine {
   SmartPtr<IQEL> RunStep(const Step& step, SmartPtr<IQEL> picture, PictureSource& pictures,
                          std::vector<std::string>& notes) const;
 
+  /// The same for an image that is a band of a picture, as `band` says. Nothing is checked: the
+  /// picture's own shape has been. Second pictures lie where the image does, but for composed
+  /// operations, which look for their place in them.
+  SmartPtr<IQEL> RunOnBand(const Step& step, const Band& band, SmartPtr<IQEL> image,
+                           PictureSource& pictures, std::vector<std::string>& notes) const;
+
   /// Runs the steps one after the other; random ones draw the same numbers for every picture.
   SmartPtr<IQEL> Run(std::span<const Step> steps, SmartPtr<IQEL> picture, PictureSource& pictures,
                      std::vector<std::string>& notes) const;
 
+  int64_t max_pixels() const { return max_pixels_; }
   /// For calls without steps.
   const Components& components() const { return components_; }
   IComponentCollection& host() const { return *host_.Get(); }

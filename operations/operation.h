@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "compose/pixels.h"
+#include "operations/components.h"
 #include "operations/method.h"
 
 namespace qel::operations {
@@ -130,6 +132,17 @@ class PictureSource {
   virtual IQEL& Get(const std::string& name) = 0;
 };
 
+using compose::RowRange;
+
+/// Where an image belongs that may be a part of a picture: rows of it, in its whole width.
+struct Band {
+  Shape whole;        ///< of the picture
+  int first_row = 0;  ///< of the picture, which is row 0 of the image
+  /// Rows of the picture's result that are to be made. An operation without `source_rows` makes
+  /// those of the image instead, as do ones that change the image or leave it as it is.
+  RowRange result;
+};
+
 /// One execution of a step: what the row's function gets.
 struct Call : Given {
   const Components& components;
@@ -137,6 +150,7 @@ struct Call : Given {
   IComponentCollection& host;       ///< where images come from
   std::vector<std::string>& notes;  ///< for the caller to show
   IQEL* image;                      ///< the picture so far; in-place operations change it
+  const Band& band;                 ///< what of the picture that is; matters to `compose` only
   IQEL** result;                    ///< where a new picture goes; it replaces `image`
 
   /// An empty image of the host. Throws `std::bad_alloc` when there is none.
@@ -190,6 +204,11 @@ struct Operation {
   /// only rows in place change, by several calls or other libraries. Throws `StepError` and
   /// `CallError`; a null result leaves the picture as it is.
   SmartPtr<IQEL> (*compose)(Call& call) = nullptr;
+  /// Of operations that `compose` by bands: the rows of a picture of this shape that rows of the
+  /// result are made of, or none when the picture must be one image. Null: see `border`.
+  RowRange (*source_rows)(const Given& given, const Shape& shape, RowRange result) = nullptr;
+  /// It notes something that it has counted in the whole picture.
+  bool counts = false;
   /// Throws `StepError` for arguments that do not go together; null when all do.
   void (*check)(const Given& given) = nullptr;
   /// The same for pictures that do not fit, the second ones included, by their shapes; may be null.

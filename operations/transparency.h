@@ -1,6 +1,7 @@
 #ifndef QEL_OPERATIONS_TRANSPARENCY_H_
 #define QEL_OPERATIONS_TRANSPARENCY_H_
 
+#include <algorithm>
 #include <string>
 
 #include "operations/operation.h"
@@ -16,8 +17,14 @@ struct Transparency {
   bool CannotBeSeen() const { return highest == 0; }
 };
 
-/// Looks at every pixel of a picture of 32 bits, at none of others.
+/// What alpha says in rows of two kinds together.
+inline Transparency Both(const Transparency& one, const Transparency& other) {
+  return {std::min(one.lowest, other.lowest), std::max(one.highest, other.highest)};
+}
+
+/// Looks at every pixel of a picture of 32 bits, or of some of its rows, at none of others.
 Transparency TransparencyOf(IQEL& image);
+Transparency TransparencyOf(IQEL& image, RowRange rows);
 
 /// What a step has done to the transparency of a picture that nobody would expect of it: a sentence
 /// under its name, empty when there is nothing to say.

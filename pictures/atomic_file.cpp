@@ -84,15 +84,50 @@ AtomicFile::~AtomicFile() {
 }
 
 void AtomicFile::Write(std::span<const uint8_t> content) {
+  constexpr size_t kSmall = size_t{1} << 16;
+  if (waiting_.size() + content.size() > kSmall) WriteWaiting();
+  if (content.size() < kSmall) {
+    waiting_.insert(waiting_.end(), content.begin(), content.end());
+  } else {
+    WriteOut(content);
+  }
+  FlushParts();
+}
+
+void AtomicFile::WriteWaiting() const {
+  WriteOut(waiting_);
+  waiting_.clear();
+}
+
+void AtomicFile::WriteOut(std::span<const uint8_t> content) const {
   while (!content.empty()) {
     const ssize_t written = write(descriptor_, content.data(), content.size());
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) Fail("writing");
     content = content.subspan(static_cast<size_t>(written));
+    written_ += static_cast<uint64_t>(written);
+  }
+}
+
+/// Has large files on their way to the disk while more is calculated, so that `Commit` does not
+/// take long.
+void AtomicFile::FlushParts() {
+  constexpr uint64_t kPart = uint64_t{16} << 20;
+  while (written_ - flushed_ >= kPart) {
+    const auto at = static_cast<off64_t>(flushed_);
+    // The part before is waited for: otherwise a slow disk would have the memory full of them.
+    if (flushed_ >= kPart) {
+      sync_file_range(
+          descriptor_, at - static_cast<off64_t>(kPart), kPart,
+          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+    }
+    sync_file_range(descriptor_, at, kPart, SYNC_FILE_RANGE_WRITE);
+    flushed_ += kPart;
   }
 }
 
 void AtomicFile::WriteAt(uint64_t at, std::span<const uint8_t> content) {
+  WriteWaiting();
   while (!content.empty()) {
     const ssize_t written =
         pwrite(descriptor_, content.data(), content.size(), static_cast<off_t>(at));
@@ -103,7 +138,21 @@ void AtomicFile::WriteAt(uint64_t at, std::span<const uint8_t> content) {
   }
 }
 
+size_t AtomicFile::ReadAt(uint64_t at, std::span<uint8_t> content) const {
+  WriteWaiting();
+  while (true) {
+    const ssize_t got = pread(descriptor_, content.data(), content.size(), static_cast<off_t>(at));
+    if (got >= 0) return static_cast<size_t>(got);
+    if (errno != EINTR) Fail("reading");
+  }
+}
+
+void AtomicFile::Abandon() const {
+  if (!temporary_.empty()) unlink(temporary_.c_str());
+}
+
 void AtomicFile::Commit() {
+  WriteWaiting();
   TakeOverRights();
   if (fsync(descriptor_) != 0) Fail("syncing");
   if (temporary_.empty()) GiveName();
@@ -134,7 +183,7 @@ void AtomicFile::OpenTemporary() {
   std::string name;
   for (int i = 0; i < kAttempts && descriptor_ < 0; ++i) {
     name = folder_ + "/" + TemporaryName();
-    descriptor_ = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (descriptor_ < 0 && errno != EEXIST) break;
   }
   if (descriptor_ < 0) Fail("making a temporary file in the folder " + folder_);

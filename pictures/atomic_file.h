@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "pictures/byte_sink.h"
 
@@ -36,12 +37,20 @@ class AtomicFile final : public ByteSink {
 
   void Write(std::span<const uint8_t> content) override;
   void WriteAt(uint64_t at, std::span<const uint8_t> content) override;
+  /// Reads what has been written, from `at` on, and returns how much of it; 0 at the end.
+  size_t ReadAt(uint64_t at, std::span<uint8_t> content) const;
   void Commit();
+  /// Removes the temporary name, if there is one, without waiting for whoever writes: for a process
+  /// that is about to end.
+  void Abandon() const;
 
  private:
   [[noreturn]] void Fail(const std::string& step) const;
   void Open();
   void OpenTemporary();
+  void WriteWaiting() const;
+  void WriteOut(std::span<const uint8_t> content) const;
+  void FlushParts();
   void TakeOverRights() const;
   void GiveName();
   bool LinkTo(const std::string& name) const;
@@ -51,6 +60,9 @@ class AtomicFile final : public ByteSink {
   std::string folder_;
   std::string temporary_;  ///< empty when there is none to rename or remove
   int descriptor_ = -1;
+  mutable std::vector<uint8_t> waiting_;  ///< small pieces, to be written together
+  mutable uint64_t written_ = 0;
+  uint64_t flushed_ = 0;  ///< that are on their way to the disk
 };
 
 /// Replaces the file at `path` by `content`.

@@ -18,7 +18,7 @@ struct BatchItem {
 /// What a run is to do.
 struct BatchRequest {
   std::vector<std::string> inputs;
-  std::string output;  ///< pattern of the output names; empty: every input is replaced
+  std::string output;        ///< pattern of the output names; empty: every input is replaced
   bool names_format = true;  ///< whether extensions of outputs must be those of formats
   Shard shard;
   bool make_folders = false;                 ///< missing folders of outputs are no fault

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
+#include <list>
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
@@ -50,10 +52,14 @@ class Runner {
   using Gate = std::shared_lock<std::shared_mutex>;
 
   Gate PassGate();
-  void Work();
-  ItemResult Try(size_t index);
-  void Make(size_t index, ItemResult& result);
-  std::optional<Picture> Load(size_t index, std::string& input_hash);
+  void Work(std::atomic<double>& share);
+  ItemResult Try(size_t index, std::atomic<double>& share);
+  int ThreadsFor(size_t index) const;
+  void Make(size_t index, std::atomic<double>& share, ItemResult& result);
+  void Finish(size_t index, const std::string& input_hash, const std::function<std::string()>& hash,
+              const std::function<void()>& commit, PictureTimes& times);
+  pictures::AtomicFile& OpenOutput(const std::string& path);
+  void CloseOutput(const pictures::AtomicFile& file);
   bool IsUpToDate(size_t index, const std::string& input_hash);
   void Report(size_t index, const ItemResult& result);
   BatchTotals Totals();
@@ -61,7 +67,12 @@ class Runner {
 
   const Batch& batch_;
   std::atomic<size_t> next_{0};
+  int jobs_ = 1;
   std::atomic<int> running_{0};
+  std::atomic<int> working_{0};              ///< pictures at this moment
+  std::vector<std::atomic<double>> shares_;  ///< by thread: how much of its picture is done
+  std::mutex outputs_mutex_;
+  std::list<pictures::AtomicFile> outputs_;  ///< that are being written
   Event all_done_;
   std::atomic<bool> leaving_{false};
   std::shared_mutex gate_;
@@ -83,75 +94,99 @@ bool Runner::IsUpToDate(size_t index, const std::string& input_hash) {
   // In place, the input of the earlier run is gone: what stands there must be its output.
   if (item.input == item.output) return batch_.manifest->TakeOver(index, item, {}, input_hash);
   if (access(item.output.c_str(), F_OK) != 0) return false;
-  const std::string output_hash = Sha256(pictures::ReadFile(item.output, batch_.reading.limits));
+  const std::string output_hash = HashOfFile(item.output, batch_.tools.reading.limits);
   return batch_.manifest->TakeOver(index, item, input_hash, output_hash);
 }
 
-/// Reads the input; nothing when there is nothing to do.
-std::optional<Picture> Runner::Load(size_t index, std::string& input_hash) {
-  const BatchItem& item = batch_.items[index];
-  const std::string& name = item.input;
-  pictures::ByteSource file(name, batch_.reading.limits);
-  pictures::Recognise(file, name, batch_.reading);
-  if (batch_.manifest != nullptr) input_hash = Sha256(file.All());
-  if (batch_.resume && IsUpToDate(index, input_hash)) return {};
-  return DecodePicture(file, name, batch_.reading,
-                       [&](const Shape& shape) { batch_.forecaster.Of(item, shape); });
+/// How many threads work on a picture that is begun now.
+int Runner::ThreadsFor(size_t index) const {
+  if (batch_.threads > 0) return batch_.threads;
+  const size_t at_once = std::min(static_cast<size_t>(jobs_),
+                                  batch_.items.size() - index + static_cast<size_t>(working_ - 1));
+  return std::max(1, jobs_ / static_cast<int>(std::max<size_t>(at_once, 1)));
 }
 
-void Runner::Make(size_t index, ItemResult& result) {
+pictures::AtomicFile& Runner::OpenOutput(const std::string& path) {
+  const std::lock_guard lock(outputs_mutex_);
+  return outputs_.emplace_back(path, batch_.replace);
+}
+
+void Runner::CloseOutput(const pictures::AtomicFile& file) {
+  const std::lock_guard lock(outputs_mutex_);
+  outputs_.remove_if([&](const pictures::AtomicFile& each) { return &each == &file; });
+}
+
+void Runner::Make(size_t index, std::atomic<double>& share, ItemResult& result) {
   const BatchItem& item = batch_.items[index];
+  const JobTools& tools = batch_.tools;
   pictures::CheckReplaceable(item.output, batch_.replace);
-  const auto start = std::chrono::steady_clock::now();
-  std::string input_hash;
-  std::optional<Picture> picture = Load(index, input_hash);
-  if (!picture) {
-    result.status = ItemResult::Status::kSkipped;
-    return;
-  }
-  using Clock = std::chrono::steady_clock;
-  const auto since = [](Clock::time_point from) {
-    return std::chrono::duration<double>(Clock::now() - from).count();
-  };
   PictureTimes times;
-  times.reading = since(start);
-  times.steps.resize(batch_.steps.size());
-  times.megapixels = 1e-6 * picture->image->width() * picture->image->height();
-  for (const std::string& note : SurprisesOf(batch_.steps, ShapeOf(*picture->image))) {
+  times.steps.resize(tools.forecaster.steps.size());
+  pictures::ByteSource file(item.input, tools.reading.limits);
+  std::string input_hash;
+  if (batch_.manifest != nullptr) {
+    pictures::Recognise(file, item.input, tools.reading);
+    input_hash = Sha256(file);
+    if (batch_.resume && IsUpToDate(index, input_hash)) {
+      result.status = ItemResult::Status::kSkipped;
+      return;
+    }
+  }
+  PictureJob job(tools, item, file, ThreadsFor(index));
+  times.megapixels = 1e-6 * job.source().width * job.source().height;
+  for (const std::string& note : SurprisesOf(tools.forecaster.steps, job.source())) {
     PrintNoteOnce(note);
   }
-  std::vector<std::string> notes;
-  picture->image = batch_.session.Run(batch_.steps, std::move(picture->image),
-                                      batch_.second_pictures, notes, times.steps);
-  PrintNotes(item.input, notes);
-  const Clock::time_point encoding = Clock::now();
-  const std::vector<uint8_t> bytes =
-      EncodeImage(item.output, *picture->image, picture->metadata, batch_.writing);
-  picture.reset();
-  const std::string output_hash = batch_.manifest != nullptr ? Sha256(bytes) : "";
+  const auto progress = [&](double done) { share = done; };
+  if (item.output == "-") {
+    pictures::MemorySink bytes;
+    job.Run(bytes, times, progress);
+    Finish(
+        index, input_hash, [&] { return Sha256(bytes.file); },
+        [&] { WriteToStandardOutput(bytes.file); }, times);
+    return;
+  }
+  pictures::AtomicFile& output = OpenOutput(item.output);
+  try {
+    job.Run(output, times, progress);
+    Finish(
+        index, input_hash, [&] { return Sha256(output); }, [&] { output.Commit(); }, times);
+  } catch (...) {
+    CloseOutput(output);
+    throw;
+  }
+  CloseOutput(output);
+}
+
+/// Gives an output that is complete its name.
+void Runner::Finish(size_t index, const std::string& input_hash,
+                    const std::function<std::string()>& hash, const std::function<void()>& commit,
+                    PictureTimes& times) {
+  const BatchItem& item = batch_.items[index];
+  const auto start = std::chrono::steady_clock::now();
+  const std::string output_hash = batch_.manifest != nullptr ? hash() : "";
   const Gate gate = PassGate();
   if (batch_.manifest != nullptr) {
     batch_.manifest->RecordStarted(item, input_hash, output_hash);
   }
-  if (item.output == "-") {
-    WriteToStandardOutput(bytes);
-  } else {
-    pictures::WriteFileAtomically(item.output, bytes, batch_.replace);
-  }
+  commit();
   if (batch_.manifest != nullptr) {
     batch_.manifest->RecordDone(index, item, input_hash, output_hash);
   }
-  times.writing = since(encoding);
+  times.writing += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (batch_.stats != nullptr) batch_.stats->Add(times);
 }
 
-ItemResult Runner::Try(size_t index) {
+ItemResult Runner::Try(size_t index, std::atomic<double>& share) {
   ItemResult result;
+  ++working_;
   try {
-    Make(index, result);
+    Make(index, share, result);
   } catch (const std::exception& error) {
     result = FailureOf(batch_.items[index].input, error);
   }
+  --working_;
+  share = 0;
   return result;
 }
 
@@ -167,21 +202,25 @@ void Runner::Report(size_t index, const ItemResult& result) {
   batch_.progress.Finished(item, result, totals_);
 }
 
-void Runner::Work() {
+void Runner::Work(std::atomic<double>& share) {
   for (size_t index = next_++; index < batch_.items.size(); index = next_++) {
-    Report(index, Try(index));
+    Report(index, Try(index, share));
   }
   if (--running_ == 0) all_done_.Set();
 }
 
 BatchTotals Runner::Totals() {
   const std::lock_guard lock(report_mutex_);
-  return totals_;
+  BatchTotals totals = totals_;
+  for (const std::atomic<double>& share : shares_) totals.partly += share;
+  return totals;
 }
 
 void Runner::Leave() {
   leaving_ = true;
   const std::unique_lock gate(gate_);
+  const std::unique_lock outputs(outputs_mutex_);
+  for (const pictures::AtomicFile& output : outputs_) output.Abandon();
   const BatchTotals totals = Totals();
   batch_.progress.End(totals, true);
   PrintMessage("interrupted with " + std::to_string(totals.Finished()) + " of " +
@@ -197,11 +236,13 @@ void Runner::Leave() {
 ExitCode Runner::Run(int jobs, const Interruption& interruption) {
   const int threads = static_cast<int>(std::min(totals_.files, static_cast<size_t>(jobs)));
   batch_.progress.Start(totals_, threads);
+  jobs_ = jobs;
   running_ = threads;
+  shares_ = std::vector<std::atomic<double>>(static_cast<size_t>(threads));
   std::vector<std::jthread> workers;
   for (int i = 0; i < threads; ++i) {
     try {
-      workers.emplace_back([this] { Work(); });
+      workers.emplace_back([this, i] { Work(shares_[static_cast<size_t>(i)]); });
     } catch (const std::system_error& error) {
       if (i == 0) {
         throw Failure(kModuleFault, std::string("no thread can be started: ") + error.what());
@@ -216,8 +257,9 @@ ExitCode Runner::Run(int jobs, const Interruption& interruption) {
     pollfd waiting[] = {{interruption.descriptor(), POLLIN, 0},
                         {all_done_.descriptor(), POLLIN, 0}};
     if (poll(waiting, std::size(waiting), kTickMilliseconds) == 0) {
+      const BatchTotals totals = Totals();
       const std::lock_guard lock(report_mutex_);
-      batch_.progress.Tick(totals_);
+      batch_.progress.Tick(totals);
     }
     if (waiting[0].revents != 0) Leave();
     if (waiting[1].revents != 0) break;

@@ -4,10 +4,8 @@
 #include <vector>
 
 #include "cli/batch/batch_plan.h"
-#include "cli/batch/forecast.h"
 #include "cli/batch/manifest.h"
-#include "cli/batch/run_stats.h"
-#include "cli/batch/session.h"
+#include "cli/batch/picture_job.h"
 #include "cli/terminal/interruption.h"
 #include "cli/terminal/progress.h"
 #include "pictures/atomic_file.h"
@@ -17,20 +15,17 @@ namespace qel::cli {
 /// All that a run needs.
 struct Batch {
   const std::vector<BatchItem>& items;
-  const std::vector<Step>& steps;
-  const Forecaster& forecaster;
-  const pictures::ReadOptions& reading;
-  const pictures::WriteOptions& writing;
+  const JobTools& tools;
   pictures::Replace replace;
-  const Session& session;
-  PictureFiles& second_pictures;
   Manifest* manifest;  ///< may be null
   bool resume;         ///< leave out items that the manifest knows; it is then not null
   Progress& progress;
   RunStats* stats = nullptr;  ///< may be null
+  int threads = 0;            ///< for each picture; 0: what pictures leave of the jobs
 };
 
-/// Makes the items on `jobs` threads. An item that fails is told on standard error and leaves the
+/// Makes the items on `jobs` threads: as many pictures at a time, and where there are not as many,
+/// several threads for each. An item that fails is told on standard error and leaves the
 /// others alone. An interruption ends the process, once the outputs that are being written are
 /// complete; calculations are not waited for.
 ExitCode RunBatch(const Batch& batch, int jobs, const Interruption& interruption);

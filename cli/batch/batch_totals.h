@@ -31,9 +31,14 @@ struct BatchTotals {
   size_t done = 0;
   size_t skipped = 0;
   size_t failed = 0;
+  double partly = 0;                     ///< of pictures that are being worked on, in pictures
   std::optional<ExitCode> failure_code;  ///< of all failures, kSomeFailed when they differ
 
   size_t Finished() const { return done + skipped + failed; }
+  /// How much of the whole run is done, from 0 to 1.
+  double Share() const {
+    return files == 0 ? 1 : (static_cast<double>(Finished()) + partly) / static_cast<double>(files);
+  }
 
   void Add(const ItemResult& result) {
     if (result.status == ItemResult::Status::kDone) ++done;

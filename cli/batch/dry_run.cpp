@@ -7,29 +7,31 @@
 #include <numeric>
 
 #include "cli/batch/forecast.h"
-#include "cli/terminal/console.h"
 #include "cli/operations.h"
+#include "cli/terminal/console.h"
 
 namespace qel::cli {
 namespace {
 
-Shape ShapeOfFile(const std::string& path, const pictures::ReadOptions& reading) {
-  const pictures::PictureInfo info = pictures::ReadPictureHeader(path, reading);
+Shape ShapeOf(const pictures::PictureInfo& info) {
   return {info.width, info.height, info.bit_count, operations::ModelOf(info.bit_count)};
 }
 
 }  // namespace
 
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
-                const pictures::ReadOptions& reading, const pictures::WriteOptions& writing,
-                pictures::Replace replace, int jobs) {
+                const RunOptions& options) {
+  const pictures::ReadOptions& reading = options.reading;
   std::map<std::string, Shape> second_shapes;
   for (const std::string& path : PictureNames(steps)) {
-    second_shapes[path] = ShapeOfFile(path, reading);
+    second_shapes[path] = ShapeOf(pictures::ReadPictureHeader(path, reading));
   }
   const Forecaster forecaster{steps, reading.limits,
                               [&](const std::string& name) { return second_shapes.at(name); },
-                              writing.extension};
+                              options.writing, options.band_rows};
+  const auto at_once = static_cast<int>(std::min(items.size(), static_cast<size_t>(options.jobs)));
+  const int threads =
+      options.threads > 0 ? options.threads : std::max(1, options.jobs / std::max(at_once, 1));
   BatchTotals totals;
   totals.files = items.size();
   // The largest peaks, which may come together; the least of them in front.
@@ -38,15 +40,19 @@ ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& st
     if (!std::cout) break;  // nobody reads on
     ItemResult result;
     try {
-      pictures::CheckReplaceable(item.output, replace);
-      const Shape source = ShapeOfFile(item.input, reading);
-      const auto [shape, peak] = forecaster.Of(item, source);
+      pictures::CheckReplaceable(item.output, options.replace);
+      pictures::ByteSource file(item.input, reading.limits);
+      const auto reader = pictures::OpenRows(file, item.input, reading);
+      const Shape source = ShapeOf(reader->info());
+      const Forecast forecast = forecaster.Of(item, source, RowTraffic::Of(*reader), threads);
+      const Shape& shape = forecast.shape();
+      const double peak = forecast.peak_bytes;
       std::cout << Printable(item.input) << "  " << source.Size() << ", " << source.Bits() << " -> "
                 << Printable(item.output) << "  " << shape.Size() << ", " << shape.Bits() << "; "
                 << Mebibytes(peak) << "\n";
       peaks.push_back(peak);
       std::ranges::push_heap(peaks, std::greater());
-      if (peaks.size() > static_cast<size_t>(jobs)) {
+      if (peaks.size() > static_cast<size_t>(options.jobs)) {
         std::ranges::pop_heap(peaks, std::greater());
         peaks.pop_back();
       }

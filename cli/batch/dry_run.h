@@ -5,18 +5,16 @@
 
 #include "cli/batch/batch_plan.h"
 #include "cli/batch/batch_totals.h"
+#include "cli/batch/run_options.h"
 #include "cli/operations.h"
-#include "pictures/atomic_file.h"
-#include "pictures/picture_file.h"
 
 namespace qel::cli {
 
-/// Prints what a run on `jobs` threads would do, from the headers of the inputs: sizes, depths,
+/// Prints what a run would do, from the headers of the inputs: sizes, depths,
 /// output names, and about how much memory it would need at its peak. Inputs whose header is at
 /// fault are told on standard error.
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
-                const pictures::ReadOptions& reading, const pictures::WriteOptions& writing,
-                pictures::Replace replace, int jobs);
+                const RunOptions& options);
 
 }  // namespace qel::cli
 

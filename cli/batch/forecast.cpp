@@ -2,40 +2,92 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
+#include <optional>
 
+#include "operations/bands/band_pipeline.h"
 #include "pictures/picture_file.h"
 
 namespace qel::cli {
 namespace {
 
+using operations::BandPlan;
+using operations::RowRange;
+using operations::Stretch;
 using pictures::PictureError;
 
-/// What writing a picture takes, by the byte of its image: the file with room to grow, and what the
-/// format's library needs. Measured with noise, which compresses worst.
-double EncoderShare(const std::string& output) {
-  switch (pictures::FormatOfPath(output)) {
-    case pictures::Format::kWebp:
-      return 8;
-    case pictures::Format::kJpeg:
-      return 3;
-    case pictures::Format::kPng:
-    case pictures::Format::kTiff:
-      return 2;
-    case pictures::Format::kGif:
-    case pictures::Format::kHeif:
-    case pictures::Format::kJxl:
-    case pictures::Format::kBmp:
-    case pictures::Format::kPnm:
-      break;
-  }
-  return 1.25;
+/// Nobody reads what a forecast writes.
+class NoSink final : public pictures::ByteSink {
+ public:
+  void Write(std::span<const uint8_t>) override {}
+  void WriteAt(uint64_t, std::span<const uint8_t>) override {}
+};
+
+Shape WithHeight(Shape shape, int height) {
+  shape.height = height;
+  return shape;
 }
 
-double FileBytes(const std::string& path) {
-  std::error_code error;
-  const auto bytes = std::filesystem::file_size(path, error);
-  return error ? 0 : static_cast<double>(bytes);
+/// Images in memory while a band goes through a stretch.
+struct BandBytes {
+  double largest = 0;  ///< of one image
+  double working = 0;  ///< of the images that a step has at a time
+  double rows = 0;     ///< of the picture that it is made of and the next band needs as well
+};
+
+/// Of a band of `rows` rows in the middle of the result.
+BandBytes BytesOfBand(const BandPlan& plan, const Stretch& stretch, int rows) {
+  const int height = plan.ShapeBefore(stretch.end).height;
+  const int middle = (height - rows) / 2;
+  const std::vector<RowRange> ranges =
+      plan.RowsFor(stretch.begin, stretch.end, {middle, middle + rows});
+  BandBytes bytes;
+  // In-place steps keep the rows that there are.
+  int held = ranges.front().size();
+  double before =
+      stretch.looks_everywhere ? 0 : ImageBytes(WithHeight(plan.ShapeBefore(stretch.begin), held));
+  bytes.largest = bytes.working = before;
+  for (size_t i = stretch.begin; i < stretch.end; ++i) {
+    const Operation& operation = *plan.steps()[i].operation;
+    if (operation.source_rows != nullptr) held = ranges[i + 1 - stretch.begin].size();
+    const double after = ImageBytes(WithHeight(plan.ShapeBefore(i + 1), held));
+    const bool changes =
+        operation.in_place && plan.ShapeBefore(i + 1).bits == plan.ShapeBefore(i).bits;
+    bytes.largest = std::max(bytes.largest, after);
+    bytes.working = std::max(bytes.working, changes ? after : before + after);
+    before = after;
+  }
+  if (!stretch.looks_everywhere && middle > 0) {
+    const int next = plan.RowsFor(stretch.begin, stretch.end, {middle - 1, middle}).front().end;
+    bytes.rows = std::max(0, next - ranges.front().begin) *
+                 ImageBytes(WithHeight(plan.ShapeBefore(stretch.begin), 1));
+  }
+  return bytes;
+}
+
+/// Rows of bands that fit into the caches and still leave every thread several of them.
+int BandRowsFor(const BandPlan& plan, const Stretch& stretch, int threads) {
+  constexpr double kSmallPicture = 512 << 10, kBand = 2 << 20;
+  constexpr int kLeast = 16, kBandsForThread = 4;
+  const int height = plan.ShapeBefore(stretch.end).height;
+  if (BytesOfBand(plan, stretch, height).largest <= kSmallPicture) return height;
+  int rows = std::max(kLeast, height / (kBandsForThread * threads));
+  while (rows > kLeast && BytesOfBand(plan, stretch, std::min(rows, height)).largest > kBand) {
+    rows = std::max(kLeast, rows * 3 / 4);
+  }
+  // Rows that several bands have in common are calculated for each of them.
+  const RowRange needed = plan.RowsFor(stretch.begin, stretch.end, {0, 1}).front();
+  if (!stretch.looks_everywhere) rows = std::max(rows, 4 * needed.size());
+  return std::min(rows, height);
+}
+
+/// All bands of a passage that are in memory at a time.
+double BytesInFlight(const BandPlan& plan, const Passage& passage, int threads) {
+  const BandBytes band = BytesOfBand(plan, passage.stretch, passage.band_rows);
+  const int bands = (plan.ShapeBefore(passage.stretch.end).height - 1) / passage.band_rows + 1;
+  const int flying = static_cast<int>(
+      std::min(static_cast<size_t>(bands), operations::BandPipeline::MostInFlight(threads)));
+  const int running = std::min(flying, threads);
+  return running * band.working + (flying - running) * band.largest + 2 * band.rows;
 }
 
 }  // namespace
@@ -45,38 +97,94 @@ double ImageBytes(const Shape& shape) {
   return row * shape.height * (shape.bits < 24 ? 4 : 1);
 }
 
-/// At first there is the image with the file that it comes from, then with the one that a step
-/// makes of it, at the end with the file that it becomes. Memory of images that were replaced is
-/// kept for the next ones.
-Forecast Forecaster::Of(const BatchItem& item, const Shape& source) const {
-  Forecast forecast{source};
+/// Throws for a picture that must be one image and has too many pixels for that.
+void Forecaster::CheckSize(PictureError::Kind kind, const std::string& path,
+                           const Shape& shape) const {
+  if (limits.AllowSize(shape.width, shape.height)) return;
+  throw PictureError(kind, path,
+                     shape.Size() +
+                         " pixels, which are needed at once here, are more than the "
+                         "limit of " +
+                         std::to_string(limits.max_pixels));
+}
+
+/// An image that is replaced leaves its memory for the next one.
+Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTraffic& reading,
+                        int threads) const {
+  // The source is within the limits, or streams.
+  Forecast forecast{BandPlan(steps, source, second), {}};
+  const BandPlan& plan = forecast.plan;
   const auto reach = [&](double bytes, const auto& refuse) {
     forecast.peak_bytes = std::max(forecast.peak_bytes, bytes);
     if (bytes <= static_cast<double>(limits.max_memory)) return;
     refuse("takes " + Mebibytes(bytes) + " of memory, more than the limit of " +
            Mebibytes(static_cast<double>(limits.max_memory)));
   };
-  reach(ImageBytes(source) + FileBytes(item.input), [&](const std::string& what) {
-    throw PictureError(PictureError::Kind::kTooLarge, item.input, "reading " + what);
-  });
-  double kept = 0;
-  for (const Step& step : steps) {
-    const Shape before = forecast.shape;
-    forecast.shape = operations::ShapeAfter(step, before, limits.max_pixels, second);
-    const Operation& operation = *step.operation;
-    if (operation.in_place && forecast.shape.bits == before.bits) continue;
-    kept = std::max(kept, ImageBytes(before));
-    reach(kept + ImageBytes(forecast.shape), [&](const std::string& what) {
-      throw StepError(std::string(operation.name) + ": " + what, operation.name);
+  const auto reach_reading = [&](double bytes) {
+    reach(bytes, [&](const std::string& what) {
+      throw PictureError(PictureError::Kind::kTooLarge, item.input, "reading " + what);
+    });
+  };
+  NoSink nowhere;
+  const Shape& result = plan.result();
+  const RowTraffic target = RowTraffic::Of(*pictures::WriteByRows(
+      nowhere, item.output,
+      pictures::PictureView{
+          .width = result.width, .height = result.height, .bit_count = result.bits},
+      {}, writing));
+
+  bool in_file = true;  // what there is so far
+  double held = 0;      // the image of it
+  double kept = 0;      // the largest that was replaced
+  for (const Stretch& stretch : plan.stretches()) {
+    const bool last = &stretch == &plan.stretches().back();
+    Passage passage{stretch};
+    passage.from_file = in_file && stretch.by_bands && reading.streams && !stretch.looks_everywhere;
+    passage.to_file = last && stretch.by_bands && target.streams;
+    if (in_file && !passage.from_file) {
+      CheckSize(PictureError::Kind::kTooLarge, item.input, source);
+      held = ImageBytes(plan.ShapeBefore(stretch.begin));
+      reach_reading(held + reading.held_bytes);
+    }
+    in_file = false;
+    double made = 0, bytes = 0;  // by bands
+    if (stretch.by_bands) {
+      const int height = plan.ShapeBefore(stretch.end).height;
+      passage.band_rows =
+          band_rows > 0 ? std::min(band_rows, height) : BandRowsFor(plan, stretch, threads);
+      made = passage.to_file ? 0 : ImageBytes(plan.ShapeBefore(stretch.end));
+      bytes = kept + held + made + BytesInFlight(plan, passage, threads) +
+              (passage.from_file ? reading.held_bytes : 0) +
+              (passage.to_file ? target.held_bytes : 0);
+      // From an image to an image there is another way, which takes less memory.
+      const bool fits = bytes <= static_cast<double>(limits.max_memory);
+      passage.by_bands = passage.from_file || passage.to_file || (threads > 1 && fits);
+    }
+    if (passage.by_bands) {
+      if (last && !passage.to_file) {
+        CheckSize(PictureError::Kind::kDoesNotFit, item.output, result);
+      }
+      reach_reading(bytes);
+      kept = std::max(kept, held);
+      held = made;
+    }
+    for (size_t i = stretch.begin; i < stretch.end && !passage.by_bands; ++i) {
+      const Operation& operation = *steps[i].operation;
+      operations::ShapeAfter(steps[i], plan.ShapeBefore(i), limits.max_pixels, second);
+      if (operation.in_place && plan.ShapeBefore(i + 1).bits == plan.ShapeBefore(i).bits) continue;
+      kept = std::max(kept, held);
+      held = ImageBytes(plan.ShapeBefore(i + 1));
+      reach(kept + held, [&](const std::string& what) {
+        throw StepError(std::string(operation.name) + ": " + what, operation.name);
+      });
+    }
+    forecast.passages.push_back(passage);
+  }
+  if (!forecast.passages.back().to_file) {
+    reach(kept + held + target.held_bytes, [&](const std::string& what) {
+      throw PictureError(PictureError::Kind::kDoesNotFit, item.output, "writing " + what);
     });
   }
-  pictures::CheckFits(item.output, forecast.shape.width, forecast.shape.height, forecast.shape.bits,
-                      extension);
-  const std::string& named = extension.empty() ? item.output : extension;
-  const double written = (1 + EncoderShare(named)) * ImageBytes(forecast.shape);
-  reach(kept + written, [&](const std::string& what) {
-    throw PictureError(PictureError::Kind::kDoesNotFit, item.output, "writing " + what);
-  });
   return forecast;
 }
 

@@ -6,7 +6,8 @@
 
 #include "cli/batch/batch_plan.h"
 #include "cli/operations.h"
-#include "pictures/limits.h"
+#include "operations/bands/band_plan.h"
+#include "pictures/rows.h"
 
 namespace qel::cli {
 
@@ -14,10 +15,34 @@ namespace qel::cli {
 /// their size in reserve.
 double ImageBytes(const Shape& shape);
 
-/// What will become of one picture.
+/// How the rows of a file come or go.
+struct RowTraffic {
+  bool streams = false;
+  double held_bytes = 0;  ///< besides the rows
+
+  template <typename ReaderOrWriter>
+  static RowTraffic Of(const ReaderOrWriter& rows) {
+    return {rows.streams(), static_cast<double>(rows.held_bytes())};
+  }
+};
+
+/// A stretch of steps and how it is carried out.
+struct Passage {
+  operations::Stretch stretch;
+  bool by_bands = false;   ///< otherwise one step after the other takes the whole picture
+  int band_rows = 0;       ///< of the result
+  bool from_file = false;  ///< bands are read from the file, otherwise from an image
+  bool to_file = false;    ///< bands are written to the file, otherwise into an image
+};
+
+/// How one picture will be made.
 struct Forecast {
-  Shape shape;            ///< that is written
+  operations::BandPlan plan;
+  std::vector<Passage> passages;
   double peak_bytes = 0;  ///< of memory that it takes at a time, if it hardly compresses
+
+  /// What is written.
+  const Shape& shape() const { return plan.result(); }
 };
 
 /// Follows pictures through the steps without running them. A run asks before it decodes a
@@ -26,13 +51,20 @@ struct Forecaster {
   const std::vector<Step>& steps;
   const pictures::Limits& limits;
   operations::ShapeOfPicture second;  ///< shapes of second pictures
-  std::string extension = {};         ///< that stands for those of the outputs; may be empty
+  const pictures::WriteOptions& writing;
+  int band_rows = 0;  ///< that were asked for; 0: what suits the picture
 
-  /// What becomes of a picture that has this shape once it is read.
+  /// How a picture of this shape will be made on `threads` threads; `reading` is what its file's
+  /// reader says.
   /// Throws `StepError` for steps that do not take it or make too much of it, `PictureError` when
   /// it takes too much memory while it is read (kTooLarge), and when its format cannot hold the
   /// result or writing takes too much memory (kDoesNotFit).
-  Forecast Of(const BatchItem& item, const Shape& source) const;
+  Forecast Of(const BatchItem& item, const Shape& source, const RowTraffic& reading,
+              int threads) const;
+
+ private:
+  void CheckSize(pictures::PictureError::Kind kind, const std::string& path,
+                 const Shape& shape) const;
 };
 
 /// "5.0 MiB".

@@ -10,7 +10,6 @@
 #include "pictures/atomic_file.h"
 
 namespace qel::cli {
-namespace {
 
 std::vector<RGBQUAD> ToHostPalette(const std::vector<pictures::PaletteEntry>& entries) {
   std::vector<RGBQUAD> palette;
@@ -28,8 +27,6 @@ std::vector<pictures::PaletteEntry> ToFilePalette(std::span<const RGBQUAD> entri
   return palette;
 }
 
-}  // namespace
-
 void PrintNotes(const std::string& path, const std::vector<std::string>& notes) {
   for (const std::string& note : notes) PrintNote(path, note);
 }
@@ -44,14 +41,10 @@ SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count) {
 }
 
 Picture DecodePicture(pictures::ByteSource& file, const std::string& name,
-                      const pictures::ReadOptions& options, const Accept& accept) {
+                      const pictures::ReadOptions& options) {
   Picture picture;
   const pictures::PictureInfo info =
       pictures::ReadPicture(file, name, options, [&](const pictures::PictureInfo& header) {
-        if (accept) {
-          const int bits = header.bit_count;
-          accept({header.width, header.height, bits, operations::ModelOf(bits)});
-        }
         picture.image = MakeImage(header.width, header.height, header.bit_count);
         return pictures::PixelBuffer{picture.image->Bits(), picture.image->stride()};
       });

@@ -1,7 +1,6 @@
 #ifndef QEL_CLI_BATCH_PICTURE_IO_H_
 #define QEL_CLI_BATCH_PICTURE_IO_H_
 
-#include <functional>
 #include <map>
 #include <mutex>
 #include <span>
@@ -27,16 +26,17 @@ struct Picture {
 /// Prints what there is to say about a file.
 void PrintNotes(const std::string& path, const std::vector<std::string>& notes);
 
+// Palettes, of images and of files.
+std::vector<RGBQUAD> ToHostPalette(const std::vector<pictures::PaletteEntry>& entries);
+std::vector<pictures::PaletteEntry> ToFilePalette(std::span<const RGBQUAD> entries);
+
 /// An image of `width` x `height` pixels. Throws `Failure(kModuleFault)` when there is no memory.
 SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count);
 
-/// Looks at the shape of a picture before it is decoded, and may throw.
-using Accept = std::function<void(const Shape& shape)>;
-
 /// Decodes a picture file straight into an image; `name` stands for the file in messages, notes go
-/// to standard error. Throws `pictures::PictureError`, and what `accept` throws.
+/// to standard error. Throws `pictures::PictureError`.
 Picture DecodePicture(pictures::ByteSource& file, const std::string& name,
-                      const pictures::ReadOptions& options, const Accept& accept = {});
+                      const pictures::ReadOptions& options);
 /// The same for a file.
 Picture LoadPicture(const std::string& path, const pictures::ReadOptions& options);
 

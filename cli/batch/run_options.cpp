@@ -128,6 +128,8 @@ RunOptions ParseRunOptions(const std::string& command, const std::vector<std::st
   run.module = options.Value("--module");
   const int cores = static_cast<int>(std::thread::hardware_concurrency());
   run.jobs = options.Number("--jobs", 1, kLargestJobs, std::clamp(cores, 1, kLargestJobs));
+  run.threads = options.Number("--threads", 1, kLargestJobs, 0);
+  run.band_rows = options.Number("--band-rows", 1, std::numeric_limits<int>::max(), 0);
   run.make_folders = options.Has("--parents");
   if (options.Has("--force")) run.replace = pictures::Replace::kAny;
   run.dry_run = options.Has("--dry-run");

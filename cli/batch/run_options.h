@@ -23,6 +23,8 @@ struct RunOptions {
   std::string recipe;  ///< the steps with the options that change what they make
   std::string module;
   int jobs = 1;
+  int threads = 0;    ///< for each picture; 0: what pictures leave of the jobs
+  int band_rows = 0;  ///< 0: what suits the picture
   bool make_folders = false;
   pictures::Replace replace = pictures::Replace::kWritable;
   bool dry_run = false;

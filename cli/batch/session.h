@@ -50,6 +50,7 @@ class Session {
   const std::string& module_path() const { return path_; }
   /// A function in it.
   const void* module_function() const;
+  const operations::Engine& engine() const { return *engine_; }
   /// For calls without steps.
   const Components& components() const { return engine_->components(); }
 

@@ -40,7 +40,7 @@ std::vector<std::string> OtherFiles(const RunOptions& options) {
 std::string FullRecipe(const RunOptions& options, const std::vector<std::string>& pictures) {
   std::string recipe = options.recipe;
   for (const std::string& path : pictures) {
-    recipe += " " + path + ":" + Sha256(pictures::ReadFile(path, options.reading.limits));
+    recipe += " " + path + ":" + HashOfFile(path, options.reading.limits);
   }
   return recipe;
 }
@@ -63,7 +63,7 @@ int Run(const std::string& command, const Words& words) {
                                                   .other_files = OtherFiles(options),
                                                   .second_pictures = second_paths});
   if (options.dry_run) {
-    return DryRun(items, steps, options.reading, options.writing, options.replace, options.jobs);
+    return DryRun(items, steps, options);
   }
 
   const Session session(options.module, options.reading.limits);
@@ -79,21 +79,18 @@ int Run(const std::string& command, const Words& words) {
   const auto progress = MakeProgress(options.progress, options.progress_descriptor, items.size());
   const Forecaster forecaster{
       steps, options.reading.limits,
-      [&](const std::string& path) { return ShapeOf(second_pictures.Get(path)); },
-      options.writing.extension};
+      [&](const std::string& path) { return ShapeOf(second_pictures.Get(path)); }, options.writing,
+      options.band_rows};
+  const JobTools tools{forecaster, options.reading, options.writing, session, second_pictures};
   RunStats stats(steps.size());
   const ExitCode code = RunBatch({.items = items,
-                                  .steps = steps,
-                                  .forecaster = forecaster,
-                                  .reading = options.reading,
-                                  .writing = options.writing,
+                                  .tools = tools,
                                   .replace = options.replace,
-                                  .session = session,
-                                  .second_pictures = second_pictures,
                                   .manifest = manifest.get(),
                                   .resume = options.resume,
                                   .progress = *progress,
-                                  .stats = options.stats ? &stats : nullptr},
+                                  .stats = options.stats ? &stats : nullptr,
+                                  .threads = options.threads},
                                  options.jobs, interruption);
   if (options.stats) {
     std::vector<std::string> texts;

@@ -22,7 +22,7 @@ std::string ChangeOf(const std::string& path, const std::string& hash) {
   if (hash.empty()) return "the manifest has no hash of it";
   if (access(path.c_str(), F_OK) != 0) return "is missing";
   try {
-    return Sha256(pictures::ReadFile(path)) == hash ? "" : "has changed";
+    return HashOfFile(path) == hash ? "" : "has changed";
   } catch (const pictures::PictureError& error) {
     return error.what();
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 
 #include "cli/operations.h"
@@ -21,9 +22,9 @@ class Pace {
   }
   /// Below 0 when it cannot be told yet.
   double SecondsLeft(const BatchTotals& totals) const {
-    const auto left = static_cast<double>(totals.files - totals.Finished());
-    const double rate = FilesPerSecond(totals);
-    return left == 0 ? 0 : rate > 0 ? left / rate : -1;
+    const double done = static_cast<double>(totals.done + totals.failed) + totals.partly;
+    const double left = static_cast<double>(totals.files - totals.Finished()) - totals.partly;
+    return left <= 0 ? 0 : done > 0 ? left * Seconds() / done : -1;
   }
 
  private:
@@ -45,12 +46,16 @@ std::string ClockText(double seconds) {
 
 class Bar final : public Progress {
  public:
+  /// One that `waits` appears only after a while.
+  explicit Bar(bool waits) : waits_(waits) {}
+
   void Start(const BatchTotals& totals, int) override { Tick(totals); }
 
   void Tick(const BatchTotals& totals) override {
     const auto finished = static_cast<int64_t>(totals.Finished());
-    const auto files = std::max<int64_t>(static_cast<int64_t>(totals.files), 1);
-    const auto filled = static_cast<size_t>(finished * kCells / files);
+    const double share = totals.Share();
+    if (waits_ && (pace_.Seconds() < kPatience || share == 0)) return;
+    const auto filled = static_cast<size_t>(share * kCells);
     std::string line = "[";
     line.append(filled, '=').append(kCells - filled, ' ').append("] ");
     line += std::to_string(finished) + " of " + std::to_string(totals.files);
@@ -72,6 +77,8 @@ class Bar final : public Progress {
 
  private:
   static constexpr size_t kCells = 24;
+  static constexpr double kPatience = 2;  // seconds
+  const bool waits_;
 
   Pace pace_;
 };
@@ -104,6 +111,15 @@ class JsonLines final : public Progress {
     Write(line);
   }
 
+  void Tick(const BatchTotals& totals) override {
+    const double percent = std::floor(100 * totals.partly);
+    if (totals.files != 1 || percent == told_percent_) return;
+    told_percent_ = percent;
+    JsonObject line;
+    line.Text("event", "working").Real("share", percent / 100);
+    Write(line);
+  }
+
   void End(const BatchTotals& totals, bool interrupted) override {
     JsonObject line;
     line.Text("event", interrupted ? "interrupted" : "end");
@@ -118,6 +134,7 @@ class JsonLines final : public Progress {
   void Write(const JsonObject& line) { WriteAll(descriptor_, line.Line()); }
 
   const int descriptor_;
+  double told_percent_ = 0;
   Pace pace_;
 };
 
@@ -129,8 +146,8 @@ bool IsProgressName(const std::string& name) {
 
 std::unique_ptr<Progress> MakeProgress(const std::string& name, int descriptor, size_t files) {
   if (name == "json") return std::make_unique<JsonLines>(descriptor);
-  const bool bar = name == "bar" || (name == "auto" && files > 1 && IsTerminal());
-  return bar ? std::make_unique<Bar>() : std::make_unique<Progress>();
+  const bool bar = name == "bar" || (name == "auto" && IsTerminal());
+  return bar ? std::make_unique<Bar>(files == 1 && name == "auto") : std::make_unique<Progress>();
 }
 
 }  // namespace qel::cli

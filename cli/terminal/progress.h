@@ -25,8 +25,8 @@ class Progress {
 bool IsProgressName(const std::string& name);
 
 /// "bar" is a line on the terminal; "json" writes an object per line to `descriptor` for the start,
-/// every finished item and the end; "auto" is a bar when standard error is a terminal and there is
-/// more than one file.
+/// every finished item and the end, and with a single file how much of it is done; "auto" is a bar
+/// when standard error is a terminal, for a single file only if it takes long.
 std::unique_ptr<Progress> MakeProgress(const std::string& name, int descriptor, size_t files);
 
 }  // namespace qel::cli

@@ -49,14 +49,21 @@ compose::Box CropBox(const Given& given, const Shape& shape) {
 }
 
 SmartPtr<IQEL> Crop(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
+  const Shape& shape = call.band.whole;
   const compose::Box box = CropBox(call, shape);
   if (!box.LiesIn(SizeOf(shape))) {
     Refuse(call, Text({box.width, box.height}) + " at " + std::to_string(box.x) + ", " +
                      std::to_string(box.y) + " reaches beyond the picture of " + shape.Size() +
                      "; pad makes room");
   }
-  return MakeWithPicture(call, {box.width, box.height}, ChannelsOf(shape), {}, -box.x, -box.y);
+  const RowRange rows = call.band.result;
+  return MakeWithPicture(call, {box.width, rows.size()}, ChannelsOf(shape), {}, -box.x,
+                         call.band.first_row - box.y - rows.begin);
+}
+
+RowRange RowsOfCrop(const Given& given, const Shape& shape, RowRange result) {
+  const int top = CropBox(given, shape).y;
+  return ClampRows({result.begin + top, result.end + top}, shape.height);
 }
 
 void CheckCrop(const Given& given) {
@@ -94,12 +101,23 @@ int PaddedChannels(const Given& given, const Shape& shape) {
   return compose::ChannelsWith(ChannelsOf(shape), BackgroundOf(given, shape));
 }
 
+/// Where the picture comes to lie.
+compose::Box PlaceInPad(const Given& given, const Shape& shape) {
+  return compose::Place(GravityOf(given), PaddedSize(given, shape), SizeOf(shape), 0, 0);
+}
+
 SmartPtr<IQEL> Pad(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
-  const compose::Size size = PaddedSize(call, shape);
-  const compose::Box place = compose::Place(GravityOf(call), size, SizeOf(shape), 0, 0);
-  return MakeWithPicture(call, size, PaddedChannels(call, shape), BackgroundOf(call, shape),
-                         place.x, place.y);
+  const Shape& shape = call.band.whole;
+  const RowRange rows = call.band.result;
+  const compose::Box place = PlaceInPad(call, shape);
+  return MakeWithPicture(call, {PaddedSize(call, shape).width, rows.size()},
+                         PaddedChannels(call, shape), BackgroundOf(call, shape), place.x,
+                         call.band.first_row + place.y - rows.begin);
+}
+
+RowRange RowsOfPad(const Given& given, const Shape& shape, RowRange result) {
+  const int top = PlaceInPad(given, shape).y;
+  return ClampRows({result.begin - top, result.end - top}, shape.height);
 }
 
 void CheckPad(const Given& given) {
@@ -118,15 +136,19 @@ int TurnedChannels(const Given& given, const Shape& shape) {
 }
 
 SmartPtr<IQEL> Turn(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
+  const Shape& shape = call.band.whole;
+  const RowRange rows = call.band.result;
   const double angle = call.arguments.Number("angle");
   const compose::Pixels source = PixelsOf(call, *call.image);
-  SmartPtr<IQEL> result =
-      MakeImage(call, compose::TurnedSize(SizeOf(shape), angle), TurnedChannels(call, shape));
+  const int width = compose::TurnedSize(SizeOf(shape), angle).width;
+  SmartPtr<IQEL> result = MakeImage(call, {width, rows.size()}, TurnedChannels(call, shape));
   const compose::Pixels dest = PixelsOf(call, *result.Get());
-  compose::Turn(source, angle, BackgroundOf(call, shape), dest, 0);
+  compose::Turn(source, angle, BackgroundOf(call, shape), dest, rows.begin);
   return result;
 }
+
+/// A row of the result crosses many rows of the picture.
+RowRange AllRows(const Given&, const Shape& shape, RowRange) { return {0, shape.height}; }
 
 Shape WithSize(Shape shape, const compose::Size& size, int channels) {
   shape.width = size.width;
@@ -167,6 +189,7 @@ std::vector<Operation> CanvasRows() {
        .picture_step = "crop width=90 height=60",
        .note = "aspect= alone keeps the largest part of these proportions.",
        .compose = &Crop,
+       .source_rows = &RowsOfCrop,
        .check = &CheckCrop,
        .result_shape =
            [](const Given& given, Shape shape) {
@@ -185,6 +208,7 @@ std::vector<Operation> CanvasRows() {
        .picture_step = "pad border=12 background=#204060",
        .channel_order = ChannelOrder::kBlueGreenRed,
        .compose = &Pad,
+       .source_rows = &RowsOfPad,
        .check = &CheckPad,
        .result_shape =
            [](const Given& given, Shape shape) {
@@ -207,6 +231,7 @@ std::vector<Operation> CanvasRows() {
        .note = "Quarter and half turns are exact.",
        .channel_order = ChannelOrder::kBlueGreenRed,
        .compose = &Turn,
+       .source_rows = &AllRows,
        .result_shape =
            [](const Given& given, Shape shape) {
              return WithSize(shape,

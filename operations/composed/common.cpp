@@ -1,9 +1,9 @@
 #include "operations/composed/common.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "compose/blend.h"
-#include "operations/numbers.h"
 #include "operations/numbers.h"
 
 namespace qel::operations {
@@ -86,6 +86,11 @@ SmartPtr<IQEL> MakeWithPicture(Call& call, const compose::Size& size, int channe
   if (!covers) compose::Fill(dest, color);
   compose::CopyTo(source, dest, x, y);
   return result;
+}
+
+RowRange ClampRows(RowRange rows, int height) {
+  const int begin = std::clamp(rows.begin, 0, height - 1);
+  return {begin, std::clamp(rows.end, begin + 1, height)};
 }
 
 compose::Color PaintOf(const Given& given, std::string_view name) {

@@ -33,6 +33,9 @@ SmartPtr<IQEL> MakeImage(Call& call, const compose::Size& size, int channels);
 SmartPtr<IQEL> MakeWithPicture(Call& call, const compose::Size& size, int channels,
                                compose::Color color, int x, int y);
 
+/// The part of `rows` that a picture of `height` rows has, or the nearest of its rows.
+RowRange ClampRows(RowRange rows, int height);
+
 /// The colour that an argument of kind `kPaint` gives.
 compose::Color PaintOf(const Given& given, std::string_view name);
 /// The background for a picture of this shape.

@@ -41,7 +41,7 @@ SmartPtr<IQEL> CopyFor(Call& call, bool has_color) {
 }
 
 SmartPtr<IQEL> Overlay(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
+  const Shape& shape = call.band.whole;
   const compose::ConstPixels over = PixelsOf(call, call.pictures.Get(call.arguments.Text("with")));
   PixelsOf(call, *call.image);
   const compose::Box box = PlaceOf(call, shape, {over.width, over.height});
@@ -58,7 +58,7 @@ SmartPtr<IQEL> Overlay(Call& call) {
   SmartPtr<IQEL> result = CopyFor(call, over.channels != 1);
   const compose::Pixels dest = PixelsOf(call, result ? *result.Get() : *call.image);
   const auto lay = tiles ? &compose::BlendTiles : &compose::BlendOver;
-  lay(over, call.arguments.Number("opacity"), dest, box.x, box.y);
+  lay(over, call.arguments.Number("opacity"), dest, box.x, box.y - call.band.first_row);
   return result;
 }
 
@@ -156,6 +156,11 @@ std::vector<Operation> LayerRows() {
        .note = "A grey picture takes colours, and then has 24 bits.",
        .channel_order = ChannelOrder::kBlueGreenRed,
        .compose = &Overlay,
+       .source_rows =
+           [](const Given&, const Shape& shape, RowRange result) {
+             // A grey picture may get another depth.
+             return shape.bits == 8 ? RowRange{} : result;
+           },
        .shape_with_second = [](const Given&, Shape shape,
                                const Shape& over) { return WithColor(shape, over.bits > 8); }},
       {.name = "text",

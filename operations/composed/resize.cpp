@@ -1,5 +1,10 @@
 #include "compose/resize.h"
 
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <mutex>
+
 #include "operations/composed/common.h"
 #include "operations/table.h"
 
@@ -19,19 +24,50 @@ compose::FittedSize FittedSizeOf(const Given& given, const Shape& shape) {
       static_cast<compose::Fit>(arguments.Int("fit")), arguments.Int("enlarge") != 0);
 }
 
-SmartPtr<IQEL> Resize(Call& call) {
-  const Shape shape = ShapeOf(*call.image);
-  const auto [scaled, taken] = FittedSizeOf(call, shape);
-  const compose::Pixels source = PixelsOf(call, *call.image);
+/// A resizer; the last ones are kept, for the bands of a picture all need the same.
+std::shared_ptr<const compose::Resizer> ResizerFor(const compose::ResizeRequest& request) {
+  struct Kept {
+    compose::ResizeRequest request;
+    std::shared_ptr<const compose::Resizer> resizer;
+  };
+  static std::mutex mutex;
+  static std::array<Kept, 8> kept;
+  static size_t oldest = 0;
+  const std::lock_guard lock(mutex);
+  const auto found = std::ranges::find_if(
+      kept, [&](const Kept& each) { return each.resizer && each.request == request; });
+  if (found != kept.end()) return found->resizer;
+  Kept& place = kept[oldest++ % kept.size()];
+  place = {request, std::make_shared<const compose::Resizer>(request)};
+  return place.resizer;
+}
+
+/// The one for a picture of this shape; null when the picture stays as it is.
+std::shared_ptr<const compose::Resizer> ResizerOf(const Given& given, const Shape& shape) {
+  const auto [scaled, taken] = FittedSizeOf(given, shape);
   if (scaled == SizeOf(shape) && taken == scaled) return {};
-  const compose::Box part = compose::Place(GravityOf(call), scaled, taken, 0, 0);
-  SmartPtr<IQEL> result = MakeImage(call, taken, source.channels);
-  const compose::Resizer resizer({source.width, source.height, scaled.width, scaled.height, part.x,
-                                  part.y, part.width, part.height,
-                                  static_cast<compose::ResizeFilter>(call.arguments.Int("filter")),
-                                  call.arguments.Int("linear") != 0});
-  resizer.Run(source, 0, PixelsOf(call, *result.Get()), 0);
+  const compose::Box part = compose::Place(GravityOf(given), scaled, taken, 0, 0);
+  return ResizerFor({shape.width, shape.height, scaled.width, scaled.height, part.x, part.y,
+                     part.width, part.height,
+                     static_cast<compose::ResizeFilter>(given.arguments.Int("filter")),
+                     given.arguments.Int("linear") != 0});
+}
+
+SmartPtr<IQEL> Resize(Call& call) {
+  const Shape& shape = call.band.whole;
+  const RowRange rows = call.band.result;
+  const compose::Pixels source = PixelsOf(call, *call.image);
+  const auto resizer = ResizerOf(call, shape);
+  if (resizer == nullptr) return {};
+  SmartPtr<IQEL> result =
+      MakeImage(call, {FittedSizeOf(call, shape).taken.width, rows.size()}, source.channels);
+  resizer->Run(source, call.band.first_row, PixelsOf(call, *result.Get()), rows.begin);
   return result;
+}
+
+RowRange RowsOfResize(const Given& given, const Shape& shape, RowRange result) {
+  const auto resizer = ResizerOf(given, shape);
+  return resizer != nullptr ? resizer->SourceRows(result) : result;
 }
 
 }  // namespace
@@ -72,6 +108,7 @@ Operation ResizeRow() {
           .note = "Colours are weighted by their alpha, edges get no frame.",
           .positional = "width",
           .compose = &Resize,
+          .source_rows = &RowsOfResize,
           .check =
               [](const Given& given) {
                 if (given.arguments.Has("width") || given.arguments.Has("height")) return;

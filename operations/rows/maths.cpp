@@ -288,6 +288,7 @@ std::vector<Operation> MathsOperations() {
        .note = "clear-alpha=yes selects the absolute difference as well at 8 and 24 bits.",
        .border = &NoNeighbours,
        .call = &CallSubtract,
+       .counts = true,
        .check_shapes = &CheckSubtract},
       {.name = "create-dest-image",
        .component = kComponent,
