@@ -33,8 +33,8 @@ inline constexpr MethodText kConvolutionMethods[] = {
     {"sparse", "up to 32 weights with sums of 16 bits, two products an instruction"},
     {"separable32", "column x row with wider sums"},
     {"direct",
-     "up to 63 x 63 weights, two products an instruction of 16 bits, or four of 8 where the "
-     "processor has that"},
+     "up to 63 x 63 weights, two products of 16 bits at a time, or of 8 bits as many as the "
+     "processor adds at once"},
     {"large", "any kernel, one weight after the other"},
 };
 

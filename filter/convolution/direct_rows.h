@@ -96,9 +96,63 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
   }
 }
 
+/// Outputs `k` on, `kVectors` vectors of them side by side, from two neighbours at a time as
+/// products of bytes; their sums stay at 16 bits until they must widen.
+template <bool kInSingle, size_t kVectors>
+QEL_SIMD_INLINE void WeighBytePairs(uint8_t* dest, const uint8_t* const* rows,
+                                    const DirectWeights& weights, const Division& division,
+                                    size_t k, size_t count) {
+  const I16 zero = Zero<I16>();
+  I32 sums[kVectors][4] = {};
+  Accumulator some[kVectors];
+  const auto widen = [&] {
+    const auto high = [](I16 v) { return ShiftRight<16>(BitCast<I32>(v)); };
+    for (size_t v = 0; v < kVectors; ++v) {
+      sums[v][0] += high(InterleaveLower(zero, some[v].lower));
+      sums[v][1] += high(InterleaveUpper(zero, some[v].lower));
+      sums[v][2] += high(InterleaveLower(zero, some[v].upper));
+      sums[v][3] += high(InterleaveUpper(zero, some[v].upper));
+      some[v] = {};
+    }
+  };
+  for (size_t j = 0; j < weights.rows; ++j) {
+    const uint8_t* from = rows[j] + k;
+    const int32_t* const words = weights.words + j * weights.stride;
+    const uint8_t* const widens = weights.widens + j * weights.stride;
+    for (size_t i = 0; i < weights.words_per_row; ++i, from += 2 * weights.step) {
+      if (words[i] == 0) continue;
+      if (widens[i] != 0) widen();
+      const I8 pair = SetPairs(words[i]);
+      for (size_t v = 0; v < kVectors; ++v) {
+        const uint8_t* const left = from + v * kVectorBytes;
+        some[v].Add(LoadU<U8>(left), LoadU<U8>(left + weights.step), pair);
+      }
+    }
+  }
+  widen();
+  for (size_t v = 0; v < kVectors; ++v) {
+    const size_t at = k + v * kVectorBytes;
+    StoreN(Quotients<kInSingle>(sums[v], division), dest + at, count - at);
+  }
+}
+
+template <bool kInSingle>
+void BytePairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
+                  const Division& division, size_t count) {
+  size_t k = 0;
+  for (; k + 2 * kVectorBytes <= count; k += 2 * kVectorBytes) {
+    WeighBytePairs<kInSingle, 2>(dest, rows, weights, division, k, count);
+  }
+  for (; k < count; k += kVectorBytes) {
+    WeighBytePairs<kInSingle, 1>(dest, rows, weights, division, k, count);
+  }
+}
+
 void Direct8(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
              const Division& division, size_t count) {
-  const auto function = division.in_single ? &QuadRows<true> : &QuadRows<false>;
+  const auto function = kHasDotProducts
+                            ? (division.in_single ? &QuadRows<true> : &QuadRows<false>)
+                            : (division.in_single ? &BytePairRows<true> : &BytePairRows<false>);
   function(dest, rows, weights, division, count);
 }
 

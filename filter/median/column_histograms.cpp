@@ -5,8 +5,9 @@
 #include "filter/median/key_columns.h"
 #include "image/pixel_layout.h"
 
-// Column histograms (Perreault and Hebert 2007), cumulated over the keys: 256 counts a pixel enter
-// and leave whatever the size, and the middle key is the number of counts up to the middle place.
+// Column histograms on two levels (Perreault and Hebert 2007): whatever the size, 16 coarse counts
+// enter a window and leave it for each pixel, and 16 fine counts of the segment that the middle is
+// in. Counts are cumulated, so the middle key is the number of counts up to the middle place.
 
 namespace qel {
 namespace {
@@ -25,11 +26,14 @@ class ColumnHistograms {
         columns_(source, size) {
     const int64_t windows = std::min(dest.Columns(), kStripColumns);
     const auto extended = static_cast<size_t>(windows + size - 1);
-    const size_t counts = extended * kCountBytes;
+    const size_t level = extended * ColumnCounts::kLanes;
+    const size_t counts = (1 + ColumnCounts::kLanes) * level * sizeof(uint16_t) + kCountSlack;
     const size_t keys = colors_ ? columns_.BytesFor(static_cast<int64_t>(extended)) : 0;
     memory_.reset(new (std::nothrow) uint8_t[counts + keys + 2 * extended]);
-    counts_ = memory_.get();
-    keys_ = counts_ + counts;
+    counts_.coarse = reinterpret_cast<uint16_t*>(memory_.get());
+    counts_.fine = counts_.coarse + level;
+    counts_.pitch = level;
+    keys_ = memory_.get() + counts;
     entering_ = keys_ + keys;
     leaving_ = entering_ + extended;
   }
@@ -45,7 +49,7 @@ class ColumnHistograms {
 
  private:
   /// Windows of a strip: the counts of its columns stay in the second cache.
-  static constexpr int64_t kStripColumns = 768;
+  static constexpr int64_t kStripColumns = 512;
 
   template <typename Codec>
   void RunStrip(Codec codec, int64_t x, int64_t count) {
@@ -53,13 +57,19 @@ class ColumnHistograms {
     const int64_t extended = count + size_ - 1;
     const int64_t begin = std::clamp<int64_t>(first, 0, columns_of_source_);
     columns_.Keep(keys_, begin, std::clamp(first + extended, begin, columns_of_source_));
-    inner_ = counts_ + static_cast<size_t>(begin - first) * kCountBytes;
-    for (int64_t i = 0; i < extended; ++i) {
-      uint8_t* const counts = counts_ + static_cast<size_t>(i) * kCountBytes;
-      std::memset(counts, 0, static_cast<size_t>(columns_.outside_key()));
-      std::memset(counts + columns_.outside_key(), static_cast<int>(size_),
-                  kCountBytes - static_cast<size_t>(columns_.outside_key()));
-    }
+    inner_ = counts_.From(static_cast<size_t>(begin - first));
+    // Everything is outside at first.
+    constexpr auto kLanes = ColumnCounts::kLanes;
+    const auto key = static_cast<size_t>(columns_.outside_key());
+    const auto lanes = kLanes * static_cast<size_t>(extended);
+    std::memset(counts_.fine, 0, kLanes * counts_.pitch * sizeof(uint16_t));
+    const auto count_from = [&](uint16_t* counts, size_t lane) {
+      for (size_t i = 0; i < lanes; ++i) {
+        counts[i] = static_cast<uint16_t>(i % kLanes >= lane ? size_ : 0);
+      }
+    };
+    count_from(counts_.coarse, key / kLanes);
+    count_from(counts_.fine + key / kLanes * counts_.pitch, key % kLanes);
     for (int64_t row = 0; row < reach_.after; ++row) Replace(row, -1);
     for (int64_t y = 0; y < dest_.Rows(); ++y) {
       Replace(y + reach_.after, y - reach_.before - 1);
@@ -101,8 +111,8 @@ class ColumnHistograms {
   const bool colors_;
   KeyColumns columns_;
   std::unique_ptr<uint8_t[]> memory_;
-  uint8_t* counts_;  // of all columns that the windows cover
-  uint8_t* inner_;   // of those inside the image
+  ColumnCounts counts_;  // of all columns that the windows cover
+  ColumnCounts inner_;   // of those inside the image
   uint8_t* keys_;
   uint8_t* entering_;
   uint8_t* leaving_;

@@ -5,127 +5,146 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-void Recount(uint8_t* counts, const uint8_t* leaving, const uint8_t* entering, size_t columns) {
-  alignas(64) uint8_t all_keys[kCountBytes];
-  for (size_t k = 0; k < kCountBytes; ++k) all_keys[k] = static_cast<uint8_t>(k);
-  for (size_t x = 0; x < columns; ++x, counts += kCountBytes) {
-    const Bytes left = Bytes::Set(leaving[x]);
-    const Bytes entered = Bytes::Set(entering[x]);
-    for (size_t k = 0; k < kCountBytes; k += Bytes::kLanes) {
-      // A key counts from itself on, that is, wherever not below.
-      const Bytes keys = Bytes::Load(all_keys + k);
-      Bytes count = Bytes::Load(counts + k);
-      count.CountBelow(keys, left);
-      count.UncountBelow(keys, entered);
-      count.Store(counts + k);
-    }
+constexpr size_t kLanes = ColumnCounts::kLanes;
+constexpr unsigned kLowBits = 4, kLow = kLanes - 1;
+
+/// Lane k of kSteps + kLanes - t is 1 from lane t on, else 0.
+constexpr uint16_t kSteps[2 * kLanes] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                         1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+
+/// Adds what counts from lane `from` on, 1 each, and takes away what counts from lane `less` on.
+QEL_SIMD_INLINE void AddSteps(uint16_t* counts, size_t from, size_t less) {
+  constexpr size_t kBytes = kVectorBytes < 32 ? 16 : 32;
+  using Part = Vec<uint16_t, kBytes>;
+  for (size_t i = 0; i < kLanes; i += Part::kLanes) {
+    StoreU(LoadU<Part>(counts + i) + LoadU<Part>(kSteps + kLanes - from + i) -
+               LoadU<Part>(kSteps + kLanes - less + i),
+           counts + i);
   }
 }
 
-/// The counts of a window, in registers.
-class CountsInRegisters {
+void Recount(const ColumnCounts& counts, const uint8_t* leaving, const uint8_t* entering,
+             size_t columns) {
+  for (size_t x = 0; x < columns; ++x) {
+    const size_t left = leaving[x], entered = entering[x];
+    uint16_t* const fine = counts.fine + kLanes * x;
+    AddSteps(counts.coarse + kLanes * x, entered >> kLowBits, left >> kLowBits);
+    // Nothing counts from lane kLanes on.
+    AddSteps(fine + (entered >> kLowBits) * counts.pitch, entered & kLow, kLanes);
+    AddSteps(fine + (left >> kLowBits) * counts.pitch, kLanes, left & kLow);
+  }
+}
+
+/// Cumulated counts of a window; lanes beyond the sixteenth do not matter.
+class WindowCounts {
  public:
-  void Add(const uint8_t* column) {
+  /// Lanes in memory.
+  static constexpr size_t kStored = kVectorBytes < 64 ? kLanes : 2 * kLanes;
+
+  QEL_SIMD_INLINE void Add(const uint16_t* column) {
+    for (size_t i = 0; i < kVectors; ++i) v_[i] += LoadU<U16>(column + i * U16::kLanes);
+  }
+  QEL_SIMD_INLINE void Replace(const uint16_t* entering, const uint16_t* leaving) {
     for (size_t i = 0; i < kVectors; ++i) {
-      counts_[i] += Widen(LoadU<Half<I8>>(column + i * kVectorBytes / 2));
+      v_[i] += LoadU<U16>(entering + i * U16::kLanes) - LoadU<U16>(leaving + i * U16::kLanes);
     }
   }
-  /// Lets one column enter and another one leave.
-  void Replace(const uint8_t* entering, const uint8_t* leaving) {
-    for (size_t i = 0; i < kVectors; i += 2) {
-      const size_t at = i * kVectorBytes / 2;
-      const I8 change = LoadU<I8>(entering + at) - LoadU<I8>(leaving + at);
-      counts_[i] += Widen(LowerHalf(change));
-      counts_[i + 1] += Widen(UpperHalf(change));
+  /// How many lanes count at most `most`, which are the first ones.
+  QEL_SIMD_INLINE size_t AtMost(size_t most) const {
+    uint64_t above = uint64_t{1} << kLanes;
+    for (size_t i = 0; i < kVectors; ++i) {
+      above |= BitsFromMask(v_[i] > Set<U16>(static_cast<uint16_t>(most))) << i * U16::kLanes;
     }
+    return static_cast<size_t>(__builtin_ctzll(above));
   }
-  /// How many keys have at most as many taps up to them as `Limit` was given.
-  static U16 Limit(size_t taps) { return Set<U16>(static_cast<uint16_t>(taps)); }
-  size_t AtMost(U16 most) const {
-    size_t keys = 0;
-    for (size_t i = 0; i < kVectors; i += 2) {
-      const uint64_t low = BitsFromMask(counts_[i] <= most);
-      const uint64_t high = BitsFromMask(counts_[i + 1] <= most);
-      keys += static_cast<size_t>(__builtin_popcountll(low | high << U16::kLanes));
-    }
-    return keys;
+  QEL_SIMD_INLINE void Load(const uint16_t* counts) {
+    for (size_t i = 0; i < kVectors; ++i) v_[i] = LoadU<U16>(counts + i * U16::kLanes);
   }
-  void Store(uint16_t* counts) const {
-    for (size_t i = 0; i < kVectors; ++i) StoreU(counts_[i], counts + i * U16::kLanes);
+  QEL_SIMD_INLINE void Store(uint16_t* counts) const {
+    for (size_t i = 0; i < kVectors; ++i) StoreU(v_[i], counts + i * U16::kLanes);
   }
 
  private:
-  static constexpr size_t kVectors = kCountBytes / U16::kLanes;
-
-  QEL_SIMD_INLINE static U16 Widen(Half<I8> bytes) { return BitCast<U16>(ConvertTo<I16>(bytes)); }
-  U16 counts_[kVectors] = {};
+  static constexpr size_t kVectors = kStored / U16::kLanes;
+  U16 v_[kVectors] = {};
 };
 
-/// The same in memory, where there are too few registers.
-class CountsInMemory {
+/// The fine counts of the window, each segment brought up to date when it is asked for: by the
+/// columns that entered and left since, or anew where those are more than the window has.
+class FineCounts {
  public:
-  void Add(const uint8_t* column) {
-    for (size_t k = 0; k < kCountBytes; ++k) {
-      words_[k] = static_cast<uint16_t>(words_[k] + column[k]);
-    }
+  FineCounts(const ColumnCounts& counts, size_t size) : counts_(counts), size_(size) {
+    for (size_t& at : at_) at = kNever;
   }
-  /// Lets one column enter and another one leave.
-  void Replace(const uint8_t* entering, const uint8_t* leaving) {
-    for (size_t k = 0; k < kCountBytes; ++k) {
-      words_[k] = static_cast<uint16_t>(words_[k] + static_cast<int8_t>(entering[k] - leaving[k]));
+
+  /// The counts of window `x`, in memory.
+  QEL_SIMD_INLINE const uint16_t* At(size_t segment, size_t x, WindowCounts& window) {
+    const uint16_t* const columns = counts_.fine + segment * counts_.pitch;
+    size_t column = at_[segment];
+    if (column == kNever || 2 * (x - column) > size_) {
+      window = {};
+      for (column = x; column < x + size_; ++column) window.Add(columns + kLanes * column);
+    } else {
+      window.Load(stored_[segment]);
+      for (; column < x; ++column) {
+        window.Replace(columns + kLanes * (column + size_), columns + kLanes * column);
+      }
     }
+    at_[segment] = x;
+    window.Store(stored_[segment]);
+    return stored_[segment];
   }
-  /// How many keys have at most as many taps up to them as `Limit` was given.
-  static uint16_t Limit(size_t taps) { return static_cast<uint16_t>(taps); }
-  size_t AtMost(uint16_t most) const {
-    uint16_t keys = 0;
-    for (size_t k = 0; k < kCountBytes; ++k) {
-      keys = static_cast<uint16_t>(keys + (words_[k] <= most ? 1 : 0));
-    }
-    return keys;
-  }
-  void Store(uint16_t* counts) const { __builtin_memcpy(counts, words_, sizeof(words_)); }
 
  private:
-  uint16_t words_[kCountBytes] = {};
+  static constexpr size_t kNever = ~size_t{0};
+  const ColumnCounts& counts_;
+  const size_t size_;
+  size_t at_[kLanes];
+  alignas(64) uint16_t stored_[kLanes][WindowCounts::kStored];
 };
 
-using WindowCounts = std::conditional_t<kVectorBytes >= 64, CountsInRegisters, CountsInMemory>;
-
-/// The wanted key is as large as there are keys up to which lie at most the wanted number of taps.
+/// The wanted key is as large as there are keys up to which lie at most the wanted number of taps:
+/// so are its high bits among the coarse counts and its low bits among the fine ones.
 template <bool kWantsPlaces>
-void SlideWindows(uint8_t* keys, TapPlace* places, const uint8_t* columns, size_t size,
+void MiddleKeysOf(uint8_t* keys, TapPlace* places, const ColumnCounts& counts, size_t size,
                   size_t count) {
-  WindowCounts window;
-  for (size_t i = 0; i < size; ++i) window.Add(columns + i * kCountBytes);
   const size_t middle = size * size / 2;
-  const auto limit = WindowCounts::Limit(middle);
-  alignas(64) uint16_t counts[kCountBytes];
-  for (size_t x = 0; x < count; ++x, columns += kCountBytes) {
-    const size_t key = window.AtMost(limit);
-    keys[x] = static_cast<uint8_t>(key);
+  WindowCounts coarse;
+  for (size_t i = 0; i < size; ++i) coarse.Add(counts.coarse + kLanes * i);
+  FineCounts fine(counts, size);
+  // Both begin with a 0: what lies below the first lane.
+  alignas(64) uint16_t below[1 + WindowCounts::kStored] = {};
+  for (size_t x = 0; x < count; ++x) {
+    coarse.Store(below + 1);
+    const size_t high = coarse.AtMost(middle);
+    const size_t rest = middle - below[high];
+    WindowCounts window;
+    const uint16_t* const lanes = fine.At(high, x, window);
+    const size_t low = window.AtMost(rest);
+    keys[x] = static_cast<uint8_t>(high << kLowBits | low);
     if constexpr (kWantsPlaces) {
-      window.Store(counts);
-      const uint32_t below = key > 0 ? counts[key - 1] : 0;
-      places[x] = {static_cast<uint16_t>(middle - below),
-                   static_cast<uint16_t>(counts[key] - below)};
+      const size_t before = low > 0 ? lanes[low - 1] : 0;
+      places[x] = {static_cast<uint16_t>(rest - before),
+                   static_cast<uint16_t>(lanes[low] - before)};
     }
-    if (x + 1 < count) window.Replace(columns + size * kCountBytes, columns);
+    if (x + 1 < count) {
+      coarse.Replace(counts.coarse + kLanes * (x + size), counts.coarse + kLanes * x);
+    }
   }
 }
 
-void MiddleKeysOf(uint8_t* keys, TapPlace* places, const uint8_t* columns, size_t size,
-                  size_t count) {
-  const auto function = places != nullptr ? &SlideWindows<true> : &SlideWindows<false>;
-  function(keys, places, columns, size, count);
+void MiddleKeys(uint8_t* keys, TapPlace* places, const ColumnCounts& counts, size_t size,
+                size_t count) {
+  const auto function = places != nullptr ? &MiddleKeysOf<true> : &MiddleKeysOf<false>;
+  function(keys, places, counts, size, count);
 }
 
 /// Goes through the columns of a window from the nearer end.
-inline void FindColumnOf(uint8_t& found, uint8_t& number, const uint8_t* columns, size_t key,
+inline void FindColumnOf(uint8_t& found, uint8_t& number, const uint16_t* columns, size_t low,
                          const TapPlace& place, size_t size) {
   const auto taps_of = [&](size_t column) {
-    const uint8_t* const counts = columns + column * kCountBytes + key;
-    return static_cast<uint32_t>(counts[0] - (key > 0 ? counts[-1] : 0));
+    const uint16_t* const counts = columns + column * kLanes + low;
+    return static_cast<uint32_t>(counts[0] - (low > 0 ? counts[-1] : 0));
   };
   if (2u * place.number < place.taps) {
     size_t column = 0;
@@ -144,9 +163,10 @@ inline void FindColumnOf(uint8_t& found, uint8_t& number, const uint8_t* columns
 }
 
 void FindColumns(uint8_t* found, uint8_t* numbers, const uint8_t* keys, const TapPlace* places,
-                 const uint8_t* columns, size_t size, size_t count) {
-  for (size_t x = 0; x < count; ++x, columns += kCountBytes) {
-    FindColumnOf(found[x], numbers[x], columns, keys[x], places[x], size);
+                 const ColumnCounts& counts, size_t size, size_t count) {
+  for (size_t x = 0; x < count; ++x) {
+    const uint16_t* const columns = counts.fine + (keys[x] >> kLowBits) * counts.pitch + kLanes * x;
+    FindColumnOf(found[x], numbers[x], columns, keys[x] & kLow, places[x], size);
   }
 }
 
@@ -166,7 +186,7 @@ size_t FindColumn(const uint8_t* keys, size_t pitch, size_t columns, size_t leng
 extern const KeyCountKernels kKeyCountKernels;
 constinit const KeyCountKernels kKeyCountKernels = {
     .recount = &Recount,
-    .middle_keys = &MiddleKeysOf,
+    .middle_keys = &MiddleKeys,
     .find_columns = &FindColumns,
     .find_column = &FindColumn,
     .find_equal = &FindEqual,

@@ -20,8 +20,8 @@ inline constexpr MethodText kMedianMethods[] = {
      "up to 15 at 24 and 32 bits and up to 11 below, the middle brightness bit by bit: the high "
      "bits from counts of columns, for each of the others one comparison a pixel of the window"},
     {"column-histograms",
-     "up to 127, histograms of columns that slide down, and their sum that slides along (Perreault "
-     "and Hebert 2007): 256 counts a pixel, whatever the size"},
+     "up to 255, histograms of columns on two levels that slide down, and their sum that slides "
+     "along (Perreault and Hebert 2007): 32 counts a pixel, whatever the size"},
     {"sliding-histogram",
      "beyond, one histogram that slides along (Huang 1979): two columns a pixel, so linear in the "
      "size"},
@@ -42,7 +42,7 @@ constexpr bool CanFindMedian(MedianMethod method, int size) {
     case MedianMethod::kBitSelection:
       return size <= 15;  // counts of a window fit a byte
     case MedianMethod::kColumnHistograms:
-      return size <= 127;  // counts of a column, and their differences, fit a signed byte
+      return size <= 255;  // counts of a window fit 16 bits
     case MedianMethod::kSlidingHistogram:
       return true;
   }

@@ -252,6 +252,7 @@ TEST_P(Filters, MedianEqualsItsOracle) {
   }
   ExpectMedian(RandomRaster(rng, 5, 4, 32), 70);
   ExpectMedian(RandomRaster(rng, 30, 20, 24), 127);
+  ExpectMedian(RandomRaster(rng, 7, 3, 32), 255);
   // Whatever the size, windows far larger than the image have what is outside in their middle.
   Expect(
       RandomRaster(rng, 6, 4, 32),
