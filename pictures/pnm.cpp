@@ -185,8 +185,7 @@ class PnmDecoder final : public RowDecoder {
         ReadBits();
         bits_->Put(samples_.data(), info.width, row, 0);
       } else {
-        ReadSamples();
-        StorePixels(row);
+        StorePixels(ReadSamples(), row);
       }
     }
   }
@@ -203,14 +202,11 @@ class PnmDecoder final : public RowDecoder {
     }
   }
 
-  /// Reads the samples of a row, scaled to 0 to 255.
-  void ReadSamples() {
+  /// Reads the samples of a row, scaled to 0 to 255; valid until the next call.
+  const uint8_t* ReadSamples() {
     const bool text = header_.InText();
     const uint8_t* from = text ? nullptr : scanner_.Take(samples_.size() * header_.SampleBytes());
-    if (!text && header_.largest == 255) {
-      std::copy_n(from, samples_.size(), samples_.begin());
-      return;
-    }
+    if (!text && header_.largest == 255) return from;
     for (uint8_t& sample : samples_) {
       uint32_t value;
       if (text) {
@@ -222,17 +218,21 @@ class PnmDecoder final : public RowDecoder {
       if (value > header_.largest) input_.Broken("a sample is larger than the stated maximum");
       sample = header_.largest <= 255 ? scaled_[value] : ScaleToByte(value, header_.largest);
     }
+    return samples_.data();
   }
 
-  void StorePixels(uint8_t* pixel) const {
+  void StorePixels(const uint8_t* from, uint8_t* pixel) const {
+    if (info.bit_count == 8) {
+      std::copy_n(from, info.width, pixel);
+      return;
+    }
     const bool color = HasColor();
-    const uint8_t* from = samples_.data();
-    for (int x = 0; x < info.width; ++x, from += header_.channels) {
-      *pixel++ = from[color ? 2 : 0];
-      if (info.bit_count == 8) continue;
-      *pixel++ = from[color ? 1 : 0];
-      *pixel++ = from[0];
-      if (HasAlpha()) *pixel++ = from[header_.channels - 1];
+    const ptrdiff_t bytes = info.bit_count / 8;
+    for (int x = 0; x < info.width; ++x, from += header_.channels, pixel += bytes) {
+      pixel[0] = from[color ? 2 : 0];
+      pixel[1] = from[color ? 1 : 0];
+      pixel[2] = from[0];
+      if (bytes == 4) pixel[3] = from[header_.channels - 1];
     }
   }
 
