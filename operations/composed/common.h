@@ -4,13 +4,13 @@
 #include "compose/pixels.h"
 #include "compose/placement.h"
 #include "operations/arguments.h"
+#include "operations/rows/common.h"
 
 namespace qel::operations {
 
 // What the rows of composed operations share.
 
 inline constexpr std::string_view kEveryday = "Everyday";
-inline constexpr std::string_view kByteDepths = "8, 24, 32";
 
 /// Parameters that several rows have.
 extern const Parameter kGravityParameter;

@@ -135,7 +135,6 @@ std::vector<Operation> LayerRows() {
   Parameter behind = ground;
   behind.help = "a box of this colour behind the letters";
   behind.standard = "transparent";
-  const auto no_neighbours = [](const Given&, const Shape&) { return Border{}; };
   std::vector<Operation> rows = {
       {.name = "overlay",
        .component = kEveryday,
@@ -204,7 +203,7 @@ std::vector<Operation> LayerRows() {
        .note = "Pictures without alpha stay as they are.",
        .sets_alpha = true,
        .channel_order = ChannelOrder::kBlueGreenRed,
-       .border = no_neighbours,
+       .border = &NoNeighbours,
        .compose = &Flatten,
        .check = &NeedOpaqueBackground,
        .result_shape =
@@ -221,7 +220,7 @@ std::vector<Operation> LayerRows() {
        .note = "Brightness is 0.299 red + 0.587 green + 0.114 blue. Alpha is laid on the "
                "background.",
        .channel_order = ChannelOrder::kBlueGreenRed,
-       .border = no_neighbours,
+       .border = &NoNeighbours,
        .compose = &Grey,
        .check = &NeedOpaqueBackground,
        .result_shape =

@@ -1,15 +1,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "operations/rows/borders.h"
+#include "operations/rows/common.h"
 #include "operations/table.h"
 
 namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELColorTransform";
-constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
-constexpr std::string_view kByteDepths = "8, 24, 32";
 constexpr std::string_view kAlphaDepths = "32";
 
 constexpr size_t kTableSize = 256;

@@ -5,14 +5,13 @@
 #include <string>
 
 #include "operations/errors.h"
-#include "operations/rows/borders.h"
+#include "operations/rows/common.h"
 #include "operations/table.h"
 
 namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELFilterTransform";
-constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
 constexpr std::string_view kBorder =
     "Outside the picture its top-left pixel stands in, with alpha 1: along the edges a frame of "
     "its "

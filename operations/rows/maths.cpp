@@ -1,14 +1,13 @@
 #include <algorithm>
 #include <string>
 
-#include "operations/rows/borders.h"
+#include "operations/rows/common.h"
 #include "operations/table.h"
 
 namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELMaths";
-constexpr std::string_view kByteDepths = "8, 24, 32";
 
 const Parameter kWith = {.name = "with", .kind = Kind::kPicture, .help = "the second picture"};
 const Parameter kMask = {.name = "mask",

@@ -3,15 +3,13 @@
 #include <cmath>
 #include <numbers>
 
-#include "operations/rows/borders.h"
+#include "operations/rows/common.h"
 #include "operations/table.h"
 
 namespace qel::operations {
 namespace {
 
 constexpr std::string_view kComponent = "QELTransform";
-constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
-constexpr std::string_view kByteDepths = "8, 24, 32";
 constexpr std::string_view kColorDepths = "24, 32";
 
 constexpr Choice kMethods[] = {

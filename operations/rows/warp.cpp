@@ -4,6 +4,7 @@
 #include "operations/arguments.h"
 #include "operations/numbers.h"
 #include "operations/point_maps.h"
+#include "operations/rows/common.h"
 #include "operations/table.h"
 
 namespace qel::operations {
@@ -11,8 +12,6 @@ namespace {
 
 constexpr std::string_view kTransform = "QELTransform";
 constexpr std::string_view kDeform = "QELDeform";
-constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
-constexpr std::string_view kByteDepths = "8, 24, 32";
 
 /// A coordinate in pixels, or with a % sign in hundredths of `whole`.
 bool ParseCoordinate(std::string_view text, double whole, double& coordinate) {

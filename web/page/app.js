@@ -97,7 +97,9 @@ async function refresh(isFull = false) {
     const onStep = (step, total) => { progress.value = total ? step / total : 0; };
     const answer = await engine.run(input, stepTexts(), secondsFor(input), onStep);
     progress.hidden = true;
-    if (done !== wanted) continue;  // stale
+    // While a slider is dragged, a picture that came late is still newer than the one that is shown.
+    const isOfUse = answer.picture && input === (isWhole ? picture : preview);
+    if (done !== wanted && !isOfUse) continue;
     showAnswer(answer, input, isWhole);
   }
   running = false;
@@ -255,7 +257,7 @@ function takeFragment() {
     chain = chainOfFragment(location.hash, table);
     drawChain();
   } catch (error) {
-    tell(`This link does not hold steps that this page knows: ${error.message}. It starts without steps.`);
+    tell(`This link does not hold steps that this page knows: ${error.message}. The steps stay as they were; pick others below.`);
   }
 }
 

@@ -1,11 +1,14 @@
-#ifndef QEL_OPERATIONS_ROWS_BORDERS_H_
-#define QEL_OPERATIONS_ROWS_BORDERS_H_
+#ifndef QEL_OPERATIONS_ROWS_COMMON_H_
+#define QEL_OPERATIONS_ROWS_COMMON_H_
 
 #include "operations/arguments.h"
 
 namespace qel::operations {
 
-// What the rows of several components say in the same way about the neighbours they look at.
+// What the rows of several components say in the same way: depths, and the neighbours they look at.
+
+inline constexpr std::string_view kAllDepths = "1, 4, 8, 24, 32";
+inline constexpr std::string_view kByteDepths = "8, 24, 32";
 
 /// Each pixel by itself.
 inline Border NoNeighbours(const Given&, const Shape&) { return {}; }
@@ -26,4 +29,4 @@ inline Reach BeyondBelowEightBits(const Given&, const Shape& shape) {
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_ROWS_BORDERS_H_
+#endif  // QEL_OPERATIONS_ROWS_COMMON_H_
