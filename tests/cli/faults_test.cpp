@@ -1,8 +1,8 @@
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <map>
-#include <regex>
 
 #include "cli/terminal/errors.h"
 #include "reference/rng.h"
@@ -99,8 +99,8 @@ TEST_P(CallFaults, EveryCallThatMakesFilesMayFailOrBeTheLast) {
   // Rights are set, the file synced, named (closed), renamed where one is replaced, and its folder
   // synced: a picture that is replaced, one that is new, and the manifest.
   const char* const expected =
-      GetParam() ? ".*owwmslcrsc.*owwslcsc.*owmslcrsc.*" : ".*owwmscrsc.*owwmscrsc.*owmscrsc.*";
-  EXPECT_TRUE(std::regex_match(calls, std::regex(expected))) << calls;
+      GetParam() ? "*owwmslcrsc*owwslcsc*owmslcrsc*" : "*owwmscrsc*owwmscrsc*owmscrsc*";
+  EXPECT_EQ(fnmatch(expected, calls.c_str(), 0), 0) << calls;
   int failed = 0;
   for (size_t k = 0; k < calls.size(); ++k) {
     for (const std::string fault : {"fail", "short", "kill"}) {
