@@ -175,6 +175,9 @@ std::vector<HostileFile> HostileFiles() {
       {"short.png", Joined("\x89PNG"), "no known picture format"},
       {"far.png", Png(kFar, kFar, 6, {PngChunk("IDAT", Deflated(Bytes(9)))}), truncated},
       {"beyond.png", Png(kFar, 2 * kFar, 6, {PngChunk("IDAT", Deflated(Bytes(9)))}), truncated},
+      // All of its rows are needed at once.
+      {"interlaced.png", Png(kFar, 2 * kFar, 6, {PngChunk("IDAT", Deflated(Noise(2'200'000)))}, 1),
+       "more than the limit"},
       // Fits by its size, and breaks off soon.
       {"noise.png", Png(kFar, kFar, 2, {PngChunk("IDAT", Deflated(Noise(900'000)))}), damaged},
       {"padded.png",
