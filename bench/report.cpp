@@ -86,25 +86,25 @@ std::string MethodOf(const Result& result) {
   return result.row->method ? " (" + result.row->method(result.depth) + ")" : "";
 }
 
-std::string TableLine(const Result& result, size_t module) {
+std::string TableLine(const Result& result, size_t module, bool has_growth) {
   std::string line =
       "| " + result.row->name + MethodOf(result) + " | " + std::to_string(result.depth) + " | ";
   if (result.verdict.kind != Verdict::Kind::kRight) {
-    return line + result.verdict.reason + " | | | | | | | | | |\n";
+    return line + result.verdict.reason + (has_growth ? " | | |" : "") + " | | | | | | |\n";
   }
   const Figures& figures = result.modules[module];
   const Figures::Large& first = figures.large.front();
   const Figures::Large& last = figures.large.back();
-  const std::vector<std::string> cells = {Format("%.3f", first.seconds * 1e3),
-                                          Digits(first.copies),
-                                          GoalOf(*result.row),
-                                          Digits(first.peer_ratio),
-                                          Format("%.2f", last.seconds * 1e3),
-                                          Digits(last.copies),
-                                          Digits(figures.Growth()),
-                                          Format("%.0f", figures.small_seconds * 1e9),
-                                          Format("%.0f", figures.fixed_seconds * 1e9),
-                                          Format("%.1f", figures.scratch_bytes / 1024.0)};
+  std::vector<std::string> cells = {Format("%.3f", first.seconds * 1e3), Digits(first.copies),
+                                    GoalOf(*result.row), Digits(first.peer_ratio)};
+  const auto add = [&](std::initializer_list<std::string> more) {
+    cells.insert(cells.end(), more);
+  };
+  if (has_growth) {
+    add({Format("%.2f", last.seconds * 1e3), Digits(last.copies), Digits(figures.Growth())});
+  }
+  add({Format("%.0f", figures.small_seconds * 1e9), Format("%.0f", figures.fixed_seconds * 1e9),
+       Format("%.1f", static_cast<double>(figures.scratch_bytes) / 1024)});
   for (const std::string& cell : cells) line += cell + " | ";
   line.back() = '\n';
   return line;
@@ -173,7 +173,7 @@ std::string Summary(const Setting& setting, const std::vector<Result>& results, 
       slower.Add(NameOf(result), peer_ratio);
     }
     missed.Add(NameOf(result), figures.OverGoal(*result.row));
-    growing.Add(NameOf(result), figures.Growth());
+    if (setting.sizes.size() > 1) growing.Add(NameOf(result), figures.Growth());
     const bool is_clear = figures.fixed_seconds > kDoubt * figures.small_seconds;
     costly.Add(NameOf(result), is_clear ? figures.fixed_seconds * 1e6 : 1e-9);
     hungry.Add(NameOf(result), static_cast<double>(figures.scratch_bytes) / 1024);
@@ -213,17 +213,17 @@ std::string Availability(const std::vector<Result>& results) {
 
 std::string MarkdownTables(const Setting& setting, const std::vector<Result>& results,
                            size_t module) {
+  const bool has_growth = setting.sizes.size() > 1;
   std::string text, component;
   for (const Result& result : results) {
     if (result.row->component != component) {
       component = result.row->component;
-      text += "\n#### " + component +
-              "\n\n| operation | bits | ms | x copy | goal | / peer | ms at " +
-              NameOf(setting.sizes.back()) +
-              " | x copy | growth | small, ns | fixed, ns | KiB |\n"
-              "|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|\n";
+      text += "\n#### " + component + "\n\n| operation | bits | ms | x copy | goal | / peer | ";
+      if (has_growth) text += "ms at " + NameOf(setting.sizes.back()) + " | x copy | growth | ";
+      text += "small, ns | fixed, ns | KiB |\n|---|--:|--:|--:|--:|--:|--:|--:|--:|";
+      text += has_growth ? "--:|--:|--:|\n" : "\n";
     }
-    text += TableLine(result, module);
+    text += TableLine(result, module, has_growth);
   }
   return text;
 }

@@ -151,17 +151,16 @@ void AddResampling(std::vector<Row>& rows) {
       return {1.0 * (size.width / divide * up / down), 1.0 * (size.height / divide * up / down),
               1.0 * method, 1.0 * nearest_only};
     };
-    rows.push_back(
-        Row{"resample " + name, goal, Of("Resample", "0"), std::move(peer)}
-            .Sized(numbers)
-            .On({{.divide = divide}})
-            .By([=](int depth) {
-              const auto plan =
-                  PlanResample(ViewOf(960, 540, depth),
-                               ViewOf(960 * up / down, 540 * up / down, depth), method,
-                               nearest_only != 0);
-              return TextOf(kResampleMethods, plan.method).name;
-            }));
+    rows.push_back(Row{"resample " + name, goal, Of("Resample", "0"), std::move(peer)}
+                       .Sized(numbers)
+                       .On({{.divide = divide}})
+                       .By([=](int depth) {
+                         const auto plan =
+                             PlanResample(ViewOf(960, 540, depth),
+                                          ViewOf(960 * up / down, 540 * up / down, depth), method,
+                                          nearest_only != 0);
+                         return TextOf(kResampleMethods, plan.method).name;
+                       }));
   };
   const Peer cubic = QEL_PEER(Resize(p, 2, cv::INTER_CUBIC));
   add("x2 nearest", 1, QEL_PEER(Resize(p, 2, cv::INTER_NEAREST)), 2, 1, 0, 0);

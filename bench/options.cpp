@@ -1,0 +1,117 @@
+#include "bench/options.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+#include "bench/check.h"
+#include "simd/cpu_level.h"
+
+namespace qel::bench {
+
+const char kUsage[] =
+    "Usage: qel_bench [--filter REGEX] [--level LEVEL[,LEVEL...]|all] [--sizes WxH[,WxH...]]\n"
+    "                 [--json FILE] [--markdown FILE] [--plot PREFIX] [--module FILE[,FILE...]]\n"
+    "                 [--rounds N] [--warm] [--check] [--strict] [--list]\n"
+    "Names are COMPONENT/OPERATION/BITS/SIZE. --level and several modules are measured in turns "
+    "and\n"
+    "printed side by side. --markdown rewrites the part of the file between the bench marks of "
+    "each\n"
+    "level; --plot writes PREFIX-LEVEL.svg. --warm leaves images in the caches. --check runs\n"
+    "everything once on tiny pictures. --strict takes operations that are not available for\n"
+    "failures.\n";
+
+namespace {
+
+std::vector<std::string> SplitAtCommas(const std::string& text) {
+  std::vector<std::string> parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, ',');) parts.push_back(part);
+  return parts;
+}
+
+std::vector<Size> ParseSizes(const std::string& text) {
+  std::vector<Size> sizes;
+  for (const std::string& part : SplitAtCommas(text)) {
+    Size size;
+    char times = 0, rest = 0;
+    if (std::sscanf(part.c_str(), "%d%c%d%c", &size.width, &times, &size.height, &rest) != 3 ||
+        times != 'x' || size.width < 16 || size.height < 16) {
+      throw std::invalid_argument("sizes are WIDTHxHEIGHT of at least 16, not '" + part + "'");
+    }
+    sizes.push_back(size);
+  }
+  if (sizes.empty()) throw std::invalid_argument("--sizes needs at least one size");
+  return sizes;
+}
+
+/// The modules that were built for one processor level each: those named, or with "all" those that
+/// this processor runs.
+std::vector<ModuleChoice> LevelModules(const std::string& text) {
+  const std::vector<std::string> levels = SplitAtCommas(QEL_BENCH_LEVELS);  // lowest first
+  const auto runs = static_cast<size_t>(DetectCpuLevel()) + 1;
+  std::vector<ModuleChoice> modules;
+  for (const std::string& name : text == "all" ? levels : SplitAtCommas(text)) {
+    const auto place = std::find(levels.begin(), levels.end(), name) - levels.begin();
+    if (static_cast<size_t>(place) == levels.size()) {
+      throw std::invalid_argument("there is no level '" + name + "', but " QEL_BENCH_LEVELS);
+    }
+    if (static_cast<size_t>(place) < runs) {
+      modules.push_back({name, QEL_BENCH_LEVEL_MODULES "/QELMaths_" + name + ".so"});
+    } else {
+      std::cout << name << ": not measured, this processor lacks it\n";
+    }
+  }
+  return modules;
+}
+
+}  // namespace
+
+Options ParseOptions(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string name = argv[i];
+    const auto value = [&]() -> std::string {
+      if (i + 1 < argc) return argv[++i];
+      throw std::invalid_argument(name + " needs a value");
+    };
+    if (name == "--filter") {
+      options.benchmark.push_back("--benchmark_filter=" + value());
+    } else if (name == "--json") {
+      options.benchmark.push_back("--benchmark_out=" + value());
+    } else if (name == "--list") {
+      options.benchmark.push_back("--benchmark_list_tests=true");
+    } else if (name == "--markdown") {
+      options.markdown = value();
+    } else if (name == "--module") {
+      for (const std::string& file : SplitAtCommas(value()))
+        options.modules.push_back({file, file});
+    } else if (name == "--level") {
+      options.modules = LevelModules(value());
+    } else if (name == "--sizes") {
+      options.sizes = ParseSizes(value());
+    } else if (name == "--plot") {
+      options.plot = value();
+    } else if (name == "--rounds") {
+      options.effort.rounds = std::stoi(value());
+    } else if (name == "--warm") {
+      options.warm = true;
+    } else if (name == "--check") {
+      options.check = true;
+      options.effort = {.rounds = 1, .batch_seconds = 0};
+    } else if (name == "--strict") {
+      options.strict = true;
+    } else if (name == "--help") {
+      options.help = true;
+    } else {
+      throw std::invalid_argument("unknown option " + name);
+    }
+  }
+  if (options.modules.empty()) options.modules = {{"module", QEL_BENCH_MODULE}};
+  if (options.check) options.sizes = {kSmallPicture};
+  return options;
+}
+
+}  // namespace qel::bench
