@@ -20,7 +20,7 @@ namespace {
 uint8_t AlphaToStore(int alpha) { return static_cast<uint8_t>(alpha == 0 ? 1 : alpha); }
 
 /// The colour of a pixel from a key, which has red in its low byte and an ignored top byte.
-uint32_t ColourOfKey(uint32_t key) {
+uint32_t ColorOfKey(uint32_t key) {
   return (key & 0xFF) << 16 | (key & 0xFF00) | (key >> 16 & 0xFF);
 }
 
@@ -54,7 +54,7 @@ result_t CQELColorTransform::SetImageAlphaTransparency(IQEL* image, int alpha, u
   if (!ReadAlphaView(image, view)) return kFail;
   if (!HasKeyedAlpha(view)) return kOk;
   ForEachRow(view, [&](uint8_t* row, size_t pixels) {
-    ActivePixelKernels().set_alpha_but_key(row, pixels, AlphaToStore(alpha), ColourOfKey(key));
+    ActivePixelKernels().set_alpha_but_key(row, pixels, AlphaToStore(alpha), ColorOfKey(key));
   });
   return kOk;
 }
@@ -64,7 +64,7 @@ result_t CQELColorTransform::SetImageTransparentPixel(IQEL* image, uint32_t key)
   if (!ReadAlphaView(image, view)) return kFail;
   if (!HasKeyedAlpha(view)) return kOk;
   ForEachRow(view, [&](uint8_t* row, size_t pixels) {
-    ActivePixelKernels().clear_key(row, pixels, ColourOfKey(key));
+    ActivePixelKernels().clear_key(row, pixels, ColorOfKey(key));
   });
   return kOk;
 }

@@ -14,17 +14,17 @@ class TintedLightness {
         saturation_(static_cast<float>(saturation) / 255.0f) {}
 
   /// Writes the colour of `lightness` (0 to 255) as blue, green, red. Only low bytes are kept.
-  void Write(int lightness, uint8_t (&colour)[3]) const {
+  void Write(int lightness, uint8_t (&color)[3]) const {
     const float l = static_cast<float>(lightness) / 255.0f;
     if (saturation_ == 0.0f) {
-      colour[0] = colour[1] = colour[2] = ToByte(l * 255.0f);
+      color[0] = color[1] = color[2] = ToByte(l * 255.0f);
       return;
     }
     const float upper = l <= 0.5f ? (saturation_ + 1.0f) * l : (saturation_ + l) - saturation_ * l;
     const float lower = (l + l) - upper;
-    colour[0] = Channel(lower, upper, IntoCircle(hue_degrees_ - 120.0f));
-    colour[1] = Channel(lower, upper, hue_degrees_ > 360.0f ? hue_degrees_ - 360.0f : hue_degrees_);
-    colour[2] = Channel(lower, upper, IntoCircle(hue_degrees_ + 120.0f));
+    color[0] = Channel(lower, upper, IntoCircle(hue_degrees_ - 120.0f));
+    color[1] = Channel(lower, upper, hue_degrees_ > 360.0f ? hue_degrees_ - 360.0f : hue_degrees_);
+    color[2] = Channel(lower, upper, IntoCircle(hue_degrees_ + 120.0f));
   }
 
  private:
@@ -67,9 +67,9 @@ Tint MakeTint(uint8_t hue, uint8_t saturation, int weight) {
   tint.weight = weight;
   const TintedLightness tinted(hue, saturation);
   for (int lightness = 0; lightness < 256; ++lightness) {
-    uint8_t colour[3];
-    tinted.Write(lightness, colour);
-    for (int c = 0; c < 3; ++c) tint.colour[c][lightness] = colour[c];
+    uint8_t color[3];
+    tinted.Write(lightness, color);
+    for (int c = 0; c < 3; ++c) tint.color[c][lightness] = color[c];
   }
   return tint;
 }

@@ -17,22 +17,22 @@ void ForEachPixel(uint8_t* row, size_t pixels, Change&& change) {
     __builtin_memcpy(row + 4 * i, &pixel, sizeof(pixel));
   }
 }
-constexpr uint32_t kColour = 0x00FFFFFFu;
+constexpr uint32_t kColor = 0x00FFFFFFu;
 
 void SetAlpha(uint8_t* row, size_t pixels, uint8_t alpha) {
   const uint32_t top = uint32_t{alpha} << 24;
-  ForEachPixel(row, pixels, [=](uint32_t pixel) { return (pixel & kColour) | top; });
+  ForEachPixel(row, pixels, [=](uint32_t pixel) { return (pixel & kColor) | top; });
 }
 
-inline bool HasColour(const uint8_t* pixel, uint32_t key) {
+inline bool HasColor(const uint8_t* pixel, uint32_t key) {
   uint32_t value;
   __builtin_memcpy(&value, pixel, sizeof(value));
-  return (value & kColour) == key;
+  return (value & kColor) == key;
 }
 /// The loop of conditional stores becomes one of masked stores where the level has them.
 void ClearKeyInRun(uint8_t* row, size_t pixels, uint32_t key) {
   for (size_t i = 0; i < pixels; ++i) {
-    if (HasColour(row + 4 * i, key)) __builtin_memcpy(row + 4 * i, &key, sizeof(key));
+    if (HasColor(row + 4 * i, key)) __builtin_memcpy(row + 4 * i, &key, sizeof(key));
   }
 }
 void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
@@ -40,7 +40,7 @@ void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
   constexpr size_t kRun = kVectorBytes > 16 ? 0 : 64;
   for (; kRun != 0 && pixels >= kRun; pixels -= kRun, row += 4 * kRun) {
     uint32_t found = 0;
-    for (size_t i = 0; i < kRun; ++i) found |= HasColour(row + 4 * i, key) ? ~0u : 0u;
+    for (size_t i = 0; i < kRun; ++i) found |= HasColor(row + 4 * i, key) ? ~0u : 0u;
     if (found != 0) ClearKeyInRun(row, kRun, key);
   }
   ClearKeyInRun(row, pixels, key);
@@ -49,8 +49,8 @@ void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
 void SetAlphaButKey(uint8_t* row, size_t pixels, uint8_t alpha, uint32_t key) {
   const uint32_t top = uint32_t{alpha} << 24;
   ForEachPixel(row, pixels, [=](uint32_t pixel) {
-    const uint32_t colour = pixel & kColour;
-    return colour == key ? colour : colour | top;
+    const uint32_t color = pixel & kColor;
+    return color == key ? color : color | top;
   });
 }
 
@@ -60,12 +60,12 @@ class Mixer {
  public:
   explicit Mixer(int weight)
       : weights_(BitCast<U8>(Set<U16>(static_cast<uint16_t>((256 - weight) << 8 | weight)))) {}
-  QEL_SIMD_INLINE U8 operator()(U8 colour, U8 old) const {
+  QEL_SIMD_INLINE U8 operator()(U8 color, U8 old) const {
     const U8 bias = Set<U8>(0x80);
-    colour ^= bias;
+    color ^= bias;
     old ^= bias;
-    return ReorderDemote2To<U8>(Mixed(InterleaveLower(colour, old)),
-                                Mixed(InterleaveUpper(colour, old))) ^
+    return ReorderDemote2To<U8>(Mixed(InterleaveLower(color, old)),
+                                Mixed(InterleaveUpper(color, old))) ^
            bias;
   }
 
@@ -79,17 +79,17 @@ class Mixer {
 
 template <size_t kBytes, bool kMixes>
 void TintBlocks(uint8_t* row, size_t pixels, const Tint& tint) {
-  const TableLookup blue(tint.colour[0]);
-  const TableLookup green(tint.colour[1]);
-  const TableLookup red(tint.colour[2]);
+  const TableLookup blue(tint.color[0]);
+  const TableLookup green(tint.color[1]);
+  const TableLookup red(tint.color[2]);
   const Mixer mix(tint.weight);
   ForEachBlock<kBytes, kVectorBytes>(row, row, pixels, [&](uint8_t* to, const uint8_t* from) {
     U8 channels[kBytes];
     LoadInterleaved<kBytes>(from, channels);
     const U8 lightness = AverageRound(Max(Max(channels[0], channels[1]), channels[2]),
                                       Min(Min(channels[0], channels[1]), channels[2]));
-    const U8 colour[3] = {blue(lightness), green(lightness), red(lightness)};
-    for (size_t c = 0; c < 3; ++c) channels[c] = kMixes ? mix(colour[c], channels[c]) : colour[c];
+    const U8 color[3] = {blue(lightness), green(lightness), red(lightness)};
+    for (size_t c = 0; c < 3; ++c) channels[c] = kMixes ? mix(color[c], channels[c]) : color[c];
     StoreInterleaved<kBytes>(channels, to);
   });
 }

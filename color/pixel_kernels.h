@@ -10,8 +10,8 @@ namespace qel {
 
 /// The colour that a pixel takes by its lightness, and how much of it.
 struct Tint {
-  uint8_t colour[3][256];  ///< blue, green and red by lightness
-  int weight;  ///< share of the new colour in 256ths, 1 to 256; 256 replaces the old one
+  uint8_t color[3][256];  ///< blue, green and red by lightness
+  int weight;             ///< share of the new colour in 256ths, 1 to 256; 256 replaces the old one
 };
 
 /// Lightness of a colour: the middle of its largest and smallest channel, halves rounded up.
@@ -26,7 +26,7 @@ static inline constexpr uint8_t LightnessOf(uint8_t blue, uint8_t green, uint8_t
 static inline constexpr uint8_t TintedChannel(const Tint& tint, int channel, uint8_t lightness,
                                               uint8_t old) {
   return static_cast<uint8_t>(
-      (tint.colour[channel][lightness] * tint.weight + old * (256 - tint.weight)) >> 8);
+      (tint.color[channel][lightness] * tint.weight + old * (256 - tint.weight)) >> 8);
 }
 
 /// Row functions on whole pixels. Nothing beyond the count is touched. Keys are 0x00RRGGBB.

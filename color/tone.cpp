@@ -14,7 +14,7 @@ namespace {
 /// Calls `bytes(row, count)` for the rows of 8- and 24-bit images, whose bytes are all colour, and
 /// `pixels(row, count)` for those of 32-bit images. Other depths have no colour rows.
 template <typename Bytes, typename Pixels>
-void ForEachColourRow(const ImageView& view, Bytes&& bytes, Pixels&& pixels) {
+void ForEachColorRow(const ImageView& view, Bytes&& bytes, Pixels&& pixels) {
   const int pixel_bytes = ExactPixelBytes(view.bit_count);
   if (pixel_bytes == 0 || !view.HasPixels()) return;
   const auto columns = static_cast<size_t>(view.Columns());
@@ -121,7 +121,7 @@ void WriteGrey(const ImageView& source, const ImageView& dest) {
 result_t CQELColorTransform::Lut(IQEL* image, uint8_t* table) {
   if (image == nullptr || table == nullptr) return kFail;
   const ToneKernels& kernels = ActiveToneKernels();
-  ForEachColourRow(
+  ForEachColorRow(
       ReadSizeBitsAndFormat(*image),
       [&](uint8_t* row, size_t n) { kernels.lut_bytes(row, n, table); },
       [&](uint8_t* row, size_t n) { kernels.lut_pixels(row, n, table); });
@@ -131,7 +131,7 @@ result_t CQELColorTransform::Lut(IQEL* image, uint8_t* table) {
 result_t CQELColorTransform::Negative(IQEL* image) {
   if (image == nullptr) return kFail;
   const ToneKernels& kernels = ActiveToneKernels();
-  ForEachColourRow(ReadSizeBitsAndFormat(*image), kernels.invert_bytes, kernels.invert_pixels);
+  ForEachColorRow(ReadSizeBitsAndFormat(*image), kernels.invert_bytes, kernels.invert_pixels);
   return kOk;
 }
 

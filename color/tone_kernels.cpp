@@ -1,5 +1,6 @@
 #include "color/tone_kernels.h"
 
+#include "image/brightness.h"
 #include "image/channel_sums.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
@@ -28,10 +29,10 @@ void LutPixels(uint8_t* row, size_t count, const uint8_t* table) {
     return;
   }
   const TableLookup lookup(table);
-  const U8 colour = BitCast<U8>(Set<U32>(0x00FFFFFFu));
+  const U8 color = BitCast<U8>(Set<U32>(0x00FFFFFFu));
   ForEachBlock<4, kVectorBytes / 4>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
     const U8 old = LoadU<U8>(from);
-    StoreU(old ^ ((old ^ lookup(old)) & colour), to);
+    StoreU(old ^ ((old ^ lookup(old)) & color), to);
   });
 }
 
@@ -50,15 +51,16 @@ void ShiftBytes(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* s
   });
 }
 
-/// (117 a + 601 b + 306 c) >> 10, the factors taken apart as 16 * high + low so that 16 bits hold
-/// the sums: what the low parts carry is all that counts of them.
+/// The brightness of every three neighbours, the weights taken apart as 16 * high + low so that 16
+/// bits hold the sums: what the low parts carry is all that counts of them.
 void MixBytes(uint8_t* dest, const uint8_t* source, size_t count) {
   const U8 zero = Zero<U8>();
   const auto weights = [](int first, int second) {
     return BitCast<I8>(Set<U16>(static_cast<uint16_t>(second << 8 | first)));
   };
-  const I8 high_ab = weights(7, 37), low_ab = weights(5, 9);
-  const I8 high_c = weights(19, 0), low_c = weights(2, 0);
+  const I8 high_ab = weights(kBlueWeight / 16, kGreenWeight / 16);
+  const I8 low_ab = weights(kBlueWeight % 16, kGreenWeight % 16);
+  const I8 high_c = weights(kRedWeight / 16, 0), low_c = weights(kRedWeight % 16, 0);
   const auto mix = [&](U8 ab, U8 c) {
     const I16 high = SatWidenMulPairwiseAdd(ab, high_ab) + SatWidenMulPairwiseAdd(c, high_c);
     const I16 low = SatWidenMulPairwiseAdd(ab, low_ab) + SatWidenMulPairwiseAdd(c, low_c);
@@ -130,12 +132,12 @@ QEL_SIMD_INLINE U32 RepeatLowBytes3(U32 v) {
 /// counts.
 template <typename Grey>
 void ReplaceBySum(uint8_t* dest, const uint8_t* source, size_t pixels, Grey&& grey) {
-  const I8 colour_ones = BitCast<I8>(Set<U32>(0x00010101u));
+  const I8 color_ones = BitCast<I8>(Set<U32>(0x00010101u));
   const U32 alpha = Set<U32>(0xFF000000u);
   ForEachBlock<4, kVectorBytes / 4>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
     const U32 old = LoadU<U32>(from);
     const I32 sums =
-        WidenMulPairwiseAdd(SatWidenMulPairwiseAdd(BitCast<U8>(old), colour_ones), Set<I16>(1));
+        WidenMulPairwiseAdd(SatWidenMulPairwiseAdd(BitCast<U8>(old), color_ones), Set<I16>(1));
     StoreU((old & alpha) | RepeatLowBytes3(BitCast<U32>(grey(BitCast<I16>(sums)))), to);
   });
 }
@@ -154,10 +156,10 @@ void InvertBytes(uint8_t* row, size_t count) {
 }
 void InvertPixels(uint8_t* row, size_t count) {
   for (size_t i = 0; i < count; ++i) {
-    uint32_t colour;
-    __builtin_memcpy(&colour, row + 4 * i, sizeof(colour));
-    colour ^= 0x00FFFFFFu;
-    __builtin_memcpy(row + 4 * i, &colour, sizeof(colour));
+    uint32_t color;
+    __builtin_memcpy(&color, row + 4 * i, sizeof(color));
+    color ^= 0x00FFFFFFu;
+    __builtin_memcpy(row + 4 * i, &color, sizeof(color));
   }
 }
 

@@ -17,7 +17,7 @@ struct ToneKernels {
   void (*invert_pixels)(uint8_t* row, size_t count);
   /// Saturating row[i] + add[i mod 192] - subtract[i mod 192], for any pixel size that divides 192.
   void (*shift_bytes)(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract);
-  /// dest[i] = (117 s[i] + 601 s[i + 1] + 306 s[i + 2]) >> 10; reads two bytes past `count`.
+  /// dest[i] = brightness of s[i], s[i + 1] and s[i + 2]; reads two bytes past `count`.
   void (*mix_bytes)(uint8_t* dest, const uint8_t* source, size_t count);
   /// The truncated mean of the colour bytes into all three; 4-byte pixels keep the source's alpha.
   void (*mean3)(uint8_t* dest, const uint8_t* source, size_t pixels);

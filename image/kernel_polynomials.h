@@ -21,6 +21,7 @@ inline Number PositiveCube(Number u) {
   return u > 0.0f ? u * u * u : Number{};
 }
 
+/// The B-spline of third order (Hou and Andrews 1978).
 struct CubicBSpline {
   template <typename Number>
   static Number Weight(Number t) {
@@ -30,7 +31,8 @@ struct CubicBSpline {
   }
 };
 
-struct CubicConvolution {
+/// Cubic convolution with a = -1 (Keys 1981).
+struct Keys {
   template <typename Number>
   static Number Weight(Number t) {
     const Number a = Distance(t);
@@ -42,6 +44,8 @@ struct CubicConvolution {
   }
 };
 
+/// The spline of Catmull and Rom (1974), which is cubic convolution with a = -1/2, from the distance
+/// and from the offset: their last bits differ.
 struct CatmullRomOfDistance {
   template <typename Number>
   static Number Weight(Number t) {
@@ -94,7 +98,8 @@ struct QuadraticBSpline {
   }
 };
 
-struct Mitchell {
+/// Mitchell and Netravali (1988) with B = C = 1/3.
+struct MitchellNetravali {
   template <typename Number>
   static Number Weight(Number t) {
     const Number t2 = t * t;

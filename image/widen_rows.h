@@ -44,14 +44,14 @@ inline void GreyTo24(uint8_t* dest, const uint8_t* source, size_t count) {
       To<3>{dest}, From<1>{source});
 }
 
-inline void ColourTo32Singly(uint8_t* dest, const uint8_t* source, size_t count) {
+inline void ColorTo32Singly(uint8_t* dest, const uint8_t* source, size_t count) {
   for (size_t i = 0; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[3 * i + c];
     dest[4 * i + 3] = 255;
   }
 }
-inline void ColourTo32(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) return ColourTo32Singly(dest, source, count);
+inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
+  if constexpr (kVectorBytes == 16) return ColorTo32Singly(dest, source, count);
   if constexpr (kHasByteLookup) {
     WalkBlocks<kVectorBytes>(
         count,
@@ -69,10 +69,10 @@ inline void ColourTo32(uint8_t* dest, const uint8_t* source, size_t count) {
   static constexpr auto kApart =
       MakePattern<16>([](size_t i) { return i % 4 == 3 ? 0x80 : i / 4 * 3 + i % 4; });
   for (; count >= kPixels + 2; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
-    const U8 colours = ShuffleBlocks(LoadBlocks<U8>(source, 12), kApart);
-    StoreU(colours | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
+    const U8 colors = ShuffleBlocks(LoadBlocks<U8>(source, 12), kApart);
+    StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
   }
-  ColourTo32Singly(dest, source, count);
+  ColorTo32Singly(dest, source, count);
 }
 
 /// Rows that do not overlap.
@@ -80,8 +80,8 @@ inline void GreyTo32Apart(uint8_t* __restrict dest, const uint8_t* __restrict so
                           size_t count) {
   for (size_t i = 0; i < count; ++i) {
     const uint32_t grey = source[i];
-    const uint32_t colour = grey | grey << 8 | grey << 16 | 0xFF000000u;
-    __builtin_memcpy(dest + 4 * i, &colour, 4);
+    const uint32_t color = grey | grey << 8 | grey << 16 | 0xFF000000u;
+    __builtin_memcpy(dest + 4 * i, &color, 4);
   }
 }
 inline void GreyTo32(uint8_t* dest, const uint8_t* source, size_t count) {

@@ -54,7 +54,7 @@ void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
 
 template <bool kAbsolute, size_t kBytes>
 uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count, uint8_t alpha) {
-  const U8 colour = BitCast<U8>(Set<U32>(kBytes == 4 ? 0x00FFFFFFu : 0xFFFFFFFFu));
+  const U8 color = BitCast<U8>(Set<U32>(kBytes == 4 ? 0x00FFFFFFu : 0xFFFFFFFFu));
   const U8 opacity = BitCast<U8>(Set<U32>(kBytes == 4 ? uint32_t{alpha} << 24 : 0));
   const U8 one = Set<U8>(1);
   U64 tally = Zero<U64>();
@@ -65,7 +65,7 @@ uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t coun
         const U8 second = LoadU<U8>(from_b);
         U8 d = SaturatedSub(first, second);
         if constexpr (kAbsolute) d |= SaturatedSub(second, first);
-        d &= colour;
+        d &= color;
         tally += SumsOf8(Min(SaturatedSub(d, one), one));
         StoreU(d | opacity, to);
       },
@@ -86,8 +86,8 @@ void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
 
 /// Mixes the selected pixels of a block channel by channel.
 template <size_t kDest, size_t kA, size_t kB>
-void MixColours(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Mask<U8> selected,
-                const Mixer& mix) {
+void MixColors(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Mask<U8> selected,
+               const Mixer& mix) {
   U8 first[kA], second[kB], channels[kDest];
   LoadInterleaved<kA>(from_a, first);
   LoadInterleaved<kB>(from_b, second);
@@ -98,14 +98,14 @@ void MixColours(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, Mask<
   StoreInterleaved<kDest>(channels, to);
 }
 template <size_t kDest, size_t kA, size_t kB>
-void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
-                size_t pixels, const MixWeights& weights) {
+void MixColors(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
+               size_t pixels, const MixWeights& weights) {
   const Mixer mix(weights);
   if (mask == nullptr) {
     WalkBlocks<kVectorBytes>(
         pixels,
         [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-          MixColours<kDest, kA, kB>(to, from_a, from_b, FirstN<U8>(kVectorBytes), mix);
+          MixColors<kDest, kA, kB>(to, from_a, from_b, FirstN<U8>(kVectorBytes), mix);
         },
         To<kDest>{dest}, From<kA>{a}, From<kB>{b});
     return;
@@ -113,7 +113,7 @@ void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t
   WalkBlocks<kVectorBytes>(
       pixels,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, const uint8_t* from_mask) {
-        MixColours<kDest, kA, kB>(to, from_a, from_b, LoadU<U8>(from_mask) != Zero<U8>(), mix);
+        MixColors<kDest, kA, kB>(to, from_a, from_b, LoadU<U8>(from_mask) != Zero<U8>(), mix);
       },
       To<kDest>{dest}, From<kA>{a}, From<kB>{b}, From<1>{mask});
 }
@@ -257,8 +257,8 @@ constexpr Row Choose(Row vectors, Row singly) {
   return kVectorBytes > 16 ? vectors : singly;
 }
 template <size_t kDest, size_t kA, size_t kB>
-constexpr ArithmeticKernels::MixPixels kMixColours = {
-    kDest, kA, kB, 3, Choose(&MixColours<kDest, kA, kB>, &one_by_one::MixColours<kDest, kA, kB>)};
+constexpr ArithmeticKernels::MixPixels kMixColors = {
+    kDest, kA, kB, 3, Choose(&MixColors<kDest, kA, kB>, &one_by_one::MixColors<kDest, kA, kB>)};
 template <size_t kBytes>
 constexpr ArithmeticKernels::MixPixels kMixWhere = {
     kBytes, kBytes, kBytes, kBytes, Choose(&MixWhere<kBytes>, one_by_one::MixWhere<kBytes>)};
@@ -275,9 +275,9 @@ constinit const ArithmeticKernels kArithmeticKernels = {
     .subtract_pixels = Choose(&Subtract<false, 4>, &one_by_one::Subtract<false, 4>),
     .difference_pixels = Choose(&Subtract<true, 4>, &one_by_one::Subtract<true, 4>),
     .mix = Choose(&Mix, &one_by_one::Mix),
-    .mix_pixels = {kMixWhere<1>, kMixWhere<3>, kMixWhere<4>, kMixColours<3, 3, 4>,
-                   kMixColours<3, 4, 3>, kMixColours<3, 4, 4>, kMixColours<4, 3, 3>,
-                   kMixColours<4, 3, 4>, kMixColours<4, 4, 3>, kMixColours<4, 4, 4>},
+    .mix_pixels = {kMixWhere<1>, kMixWhere<3>, kMixWhere<4>, kMixColors<3, 3, 4>,
+                   kMixColors<3, 4, 3>, kMixColors<3, 4, 4>, kMixColors<4, 3, 3>,
+                   kMixColors<4, 3, 4>, kMixColors<4, 4, 3>, kMixColors<4, 4, 4>},
     .map_bytes = Choose(&MapBytes, &one_by_one::MapBytes),
     .map_to_3 = Choose(&MapTo3, &one_by_one::MapTo3),
     .map_4_to_3 = Choose(&Map4To3, &one_by_one::Map4To3),

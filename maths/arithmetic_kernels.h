@@ -24,7 +24,8 @@ static inline constexpr double Magnitude(float value) {
 /// The largest sum for which kernels leave clamping to the packing of integers.
 inline constexpr double kLargestSum = 1 << 30;
 
-/// A weighted sum of two samples: (a * factor_a + b * factor_b) + offset, in single precision.
+/// A weighted sum of two channel values: (a * factor_a + b * factor_b) + offset, in single
+/// precision.
 struct MixWeights {
   float factor_a, factor_b, offset;
 
@@ -50,20 +51,21 @@ struct SumFactor {
   }
 };
 
-/// A linear map of samples in single precision. Bytes have 256 values and go through a table.
+/// A linear map of channel values in single precision. Bytes have 256 values and go through a
+/// table.
 struct ScaleMap {
   float factor, offset;
   uint8_t table[256];
 
-  constexpr float operator()(float sample) const { return sample * factor + offset; }
-  /// False when a sample up to `largest` may become too large for integers, or no number.
+  constexpr float operator()(float value) const { return value * factor + offset; }
+  /// False when a value up to `largest` may become too large for integers, or no number.
   constexpr bool Bounded(int largest) const {
     return largest * Magnitude(factor) + Magnitude(offset) <= kLargestSum;
   }
 };
 
-/// Row functions of the operations on samples. Nothing beyond the count is touched, and rows of the
-/// same pixels may be the same row. Those of the lowest level go one pixel after the other,
+/// Row functions of the operations on channel values. Nothing beyond the count is touched, and rows
+/// of the same pixels may be the same row. Those of the lowest level go one pixel after the other,
 /// whatever rows share memory.
 struct ArithmeticKernels {
   /// Sums of bytes, clamped.
@@ -94,13 +96,13 @@ struct ArithmeticKernels {
   };
   MixPixels mix_pixels[10];
 
-  /// Scaled samples: `count` pixels of `source`, or bytes where both have one size.
+  /// Scaled channel values: `count` pixels of `source`, or bytes where both have one size.
   using ScaleRow = void (*)(uint8_t* dest, const uint8_t* source, size_t count,
                             const ScaleMap& map);
   ScaleRow map_bytes;       ///< by the table
   ScaleRow map_to_3;        ///< one byte becomes three
   ScaleRow map_4_to_3;      ///< drops the fourth byte
-  ScaleRow grey_of_3;       ///< the sum of the three bytes as one sample
+  ScaleRow grey_of_3;       ///< the sum of the three bytes as one value
   ScaleRow grey_of_4;       ///< the same of the first three of four
   ScaleRow words_to_1;      ///< signed 32-bit integers, clamped to a byte
   ScaleRow words_to_3;      ///< the byte three times
@@ -109,7 +111,7 @@ struct ArithmeticKernels {
   /// `map_bytes` where the byte of `mask` is not 0.
   void (*map_bytes_where)(uint8_t* dest, const uint8_t* source, const uint8_t* mask, size_t count,
                           const ScaleMap& map);
-  /// trunc(sample * factor) + offset of signed 32-bit integers, clamped to a byte.
+  /// trunc(value * factor) + offset of signed 32-bit integers, clamped to a byte.
   void (*scale8)(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset);
 };
 

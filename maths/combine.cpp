@@ -14,8 +14,8 @@ bool SameFormat(const ImageShape& a, const ImageShape& b) {
   return a.bit_count == b.bit_count && a.model == b.model;
 }
 
-/// Adds two rows of samples. Sums have 511 values: nearly every quotient of them is that by a
-/// reciprocal (Granlund and Montgomery 1994), and all of them fit a table.
+/// Adds two rows of channel values. Sums have 511 values: nearly every quotient of them is that by
+/// a reciprocal (Granlund and Montgomery 1994), and all of them fit a table.
 class Adder {
  public:
   explicit Adder(float divisor) : clamps_only_(divisor == 0.0f) {
@@ -28,10 +28,10 @@ class Adder {
     }
   }
   void operator()(const ArithmeticKernels& kernels, uint8_t* dest, const uint8_t* a,
-                  const uint8_t* b, size_t samples) const {
-    if (clamps_only_) return kernels.add(dest, a, b, samples);
-    if (has_factor_) return kernels.add_scaled(dest, a, b, samples, factor_);
-    kernels.add_by_table(dest, a, b, samples, table_);
+                  const uint8_t* b, size_t values) const {
+    if (clamps_only_) return kernels.add(dest, a, b, values);
+    if (has_factor_) return kernels.add_scaled(dest, a, b, values, factor_);
+    kernels.add_by_table(dest, a, b, values, table_);
   }
 
  private:
@@ -58,11 +58,11 @@ class Adder {
   uint8_t table_[512];
 };
 
-void AddPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b, int64_t samples,
-              int64_t rows, const Adder& add) {
-  const ArithmeticKernels& kernels = ArithmeticKernelsFor(LevelFor(dest, {a, b}, samples, rows));
+void AddPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b, int64_t values, int64_t rows,
+              const Adder& add) {
+  const ArithmeticKernels& kernels = ArithmeticKernelsFor(LevelFor(dest, {a, b}, values, rows));
   for (int64_t y = 0; y < rows; ++y) {
-    add(kernels, dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(samples));
+    add(kernels, dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(values));
   }
 }
 
@@ -164,14 +164,14 @@ result_t CQELMaths::Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) {
   const NewPixels sum(*dest, shape);
   // Deliberate: rows of 4-byte pixels are added as if they were packed at three bytes. Alpha bytes
   // are added with the others, and the last quarter of a row stays as `Create` left it.
-  const int64_t samples = shape.Columns() * std::min(ExactPixelBytes(shape.bit_count), 3);
+  const int64_t values = shape.Columns() * std::min(ExactPixelBytes(shape.bit_count), 3);
   const Adder add(divisor);
   for (int plane = 0; plane < shape.planes; ++plane) {
     const ImageView from_a = ReadPlane(*a, shape, plane);
     const ImageView from_b = ReadPlane(*b, shape, plane);
     const ImageView to = sum.Plane(plane);
-    if (samples == 0 || !from_a.HasPixels() || !from_b.HasPixels() || !to.HasPixels()) continue;
-    AddPlane(WalkOf(to, 1), WalkOf(from_a, 1), WalkOf(from_b, 1), samples, shape.Rows(), add);
+    if (values == 0 || !from_a.HasPixels() || !from_b.HasPixels() || !to.HasPixels()) continue;
+    AddPlane(WalkOf(to, 1), WalkOf(from_a, 1), WalkOf(from_b, 1), values, shape.Rows(), add);
   }
   return kOk;
 }

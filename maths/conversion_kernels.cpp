@@ -106,7 +106,7 @@ extern const ConversionKernels kConversionKernels;
 constinit const ConversionKernels kConversionKernels = {
     .one_to_3 = &GreyTo24,
     .one_to_4 = &GreyTo32,
-    .three_to_4 = &ColourTo32,
+    .three_to_4 = &ColorTo32,
     .four_to_3 = &FourTo3,
     .mean_of_3 = &MeanOf<3>,
     .mean_of_4 = &MeanOf<4>,

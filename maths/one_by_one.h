@@ -43,8 +43,8 @@ void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
   for (size_t i = 0; i < count; ++i) dest[i] = weights(a[i], b[i]);
 }
 template <size_t kDest, size_t kA, size_t kB, size_t kComputed = 3>
-void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
-                size_t pixels, const MixWeights& weights) {
+void MixColors(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask,
+               size_t pixels, const MixWeights& weights) {
   for (size_t i = 0; i < pixels; ++i) {
     if (mask != nullptr && mask[i] == 0) continue;
     for (size_t c = 0; c < kComputed; ++c) {
@@ -53,7 +53,7 @@ void MixColours(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t
   }
 }
 template <size_t kBytes>
-constexpr auto MixWhere = MixColours<kBytes, kBytes, kBytes, kBytes>;
+constexpr auto MixWhere = MixColors<kBytes, kBytes, kBytes, kBytes>;
 
 void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) dest[i] = map.table[source[i]];

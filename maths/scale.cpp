@@ -9,23 +9,23 @@ namespace qel {
 namespace {
 
 /// What one pixel holds.
-enum class Samples { kNone, kGrey, kColour3, kColour4, kWord };
+enum class Samples { kNone, kGrey, kColor3, kColor4, kWord };
 
 Samples SamplesOf(const ImageShape& shape) {
   switch (shape.bit_count) {
     case 8:
       return Samples::kGrey;
     case 24:
-      return Samples::kColour3;
+      return Samples::kColor3;
     case 32:
-      return shape.model == kModelMono ? Samples::kWord : Samples::kColour4;
+      return shape.model == kModelMono ? Samples::kWord : Samples::kColor4;
     default:
       return Samples::kNone;
   }
 }
 
 int BytesOf(Samples samples) {
-  return samples == Samples::kGrey ? 1 : samples == Samples::kColour3 ? 3 : 4;
+  return samples == Samples::kGrey ? 1 : samples == Samples::kColor3 ? 3 : 4;
 }
 
 // From stride to the bytes between rows.
@@ -47,37 +47,34 @@ struct Conversion {
 using Kernels = ArithmeticKernels;
 constexpr Conversion kConversions[] = {
     {Samples::kWord, Samples::kGrey, &Kernels::words_to_1, AsWords},
-    {Samples::kWord, Samples::kColour3, &Kernels::words_to_3, AsWords},
-    {Samples::kWord, Samples::kColour4, &Kernels::words_to_4, AsWords},
+    {Samples::kWord, Samples::kColor3, &Kernels::words_to_3, AsWords},
+    {Samples::kWord, Samples::kColor4, &Kernels::words_to_4, AsWords},
     {Samples::kWord, Samples::kWord, &Kernels::words_to_words, AsWords, AsWords},
-    {.source = Samples::kColour4,
+    {.source = Samples::kColor4,
      .dest = Samples::kGrey,
      .row = &Kernels::grey_of_4,
      .by_thirds = true},
-    {Samples::kColour4, Samples::kColour3, &Kernels::map_4_to_3},
+    {Samples::kColor4, Samples::kColor3, &Kernels::map_4_to_3},
     // Deliberate: colour of 32 bits wraps where all other depths clamp, and alpha is scaled too.
-    {.source = Samples::kColour4,
-     .dest = Samples::kColour4,
+    {.source = Samples::kColor4,
+     .dest = Samples::kColor4,
      .row = &Kernels::map_bytes,
      .units = 4,
      .wraps = true},
-    {.source = Samples::kColour3,
+    {.source = Samples::kColor3,
      .dest = Samples::kGrey,
      .row = &Kernels::grey_of_3,
      .by_thirds = true},
-    {.source = Samples::kColour3,
-     .dest = Samples::kColour3,
-     .row = &Kernels::map_bytes,
-     .units = 3},
+    {.source = Samples::kColor3, .dest = Samples::kColor3, .row = &Kernels::map_bytes, .units = 3},
     // Deliberate: from 24 to 32 bits only the first pixel of each row is converted, and it wraps.
-    {.source = Samples::kColour3,
-     .dest = Samples::kColour4,
+    {.source = Samples::kColor3,
+     .dest = Samples::kColor4,
      .row = &Kernels::map_bytes,
      .units = 3,
      .wraps = true,
      .one_pixel = true},
     {Samples::kGrey, Samples::kGrey, &Kernels::map_bytes},
-    {Samples::kGrey, Samples::kColour3, &Kernels::map_to_3},
+    {Samples::kGrey, Samples::kColor3, &Kernels::map_to_3},
     // Deliberate: greys are read as if they were 32-bit integers, four times as far to the right
     // and down as the image reaches.
     {Samples::kGrey, Samples::kWord, &Kernels::words_to_words, TimesFour, AsWords},
@@ -87,9 +84,9 @@ constexpr Conversion kConversions[] = {
 const Conversion* FindConversion(const ImageShape& source, const ImageShape& dest) {
   const Samples from = SamplesOf(source);
   Samples to = SamplesOf(dest);
-  if (from == Samples::kColour3 && source.model == kModelMono) return nullptr;
-  const bool from_colour = from == Samples::kColour3 || from == Samples::kColour4;
-  if (from_colour && to == Samples::kWord) to = Samples::kColour4;
+  if (from == Samples::kColor3 && source.model == kModelMono) return nullptr;
+  const bool from_color = from == Samples::kColor3 || from == Samples::kColor4;
+  if (from_color && to == Samples::kWord) to = Samples::kColor4;
   const auto* const found = std::ranges::find_if(
       kConversions, [=](const Conversion& c) { return c.source == from && c.dest == to; });
   return found == std::end(kConversions) ? nullptr : found;

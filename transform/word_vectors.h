@@ -90,7 +90,7 @@ QEL_SIMD_INLINE I32 BytesOf(F32 sums) {
 }
 /// The bytes of up to three channels, the first one lowest.
 template <size_t kChannels>
-QEL_SIMD_INLINE I32 PackColours(const F32 (&sums)[kChannels]) {
+QEL_SIMD_INLINE I32 PackColors(const F32 (&sums)[kChannels]) {
   if constexpr (kChannels > 1 && kHasTableLookupBytes && !kHasByteLookup) {
     // Sums of taps are far from leaving the range of integers, and narrowing clamps; what is not a
     // number becomes the lowest one.

@@ -35,7 +35,7 @@ std::vector<Page> TransformPages() {
       {"resample",
        "Enlarging reads `(x + 0.5) * w / w' - 0.5` and the same down, and weighs 4 x 4 pixels (12 "
        "x "
-       "12 by method 9) by the kernel of the method; method 0 copies the nearest. Shrinking along "
+       "12 by method 5) by the kernel of the method; method 0 copies the nearest. Shrinking along "
        "both axes is the mean over boxes of whole pixels.",
        CostOf(kResampleMethods,
               TextOf(kResampleMethods,

@@ -4,13 +4,9 @@
 #include <cstdint>
 
 #include "filter/median/median_plan.h"
+#include "image/brightness.h"
 
 namespace qel {
-
-/// The brightness, 0 to 255, by which the median orders colors. A grey has its own level.
-constexpr int32_t Brightness(int32_t blue, int32_t green, int32_t red) {
-  return (117 * blue + 601 * green + 306 * red) >> 10;
-}
 
 /// Orders two records of four bytes blue, green, red, alpha: the brightness of `a` minus that of
 /// `b`. Alpha does not count. Suits `qsort`.

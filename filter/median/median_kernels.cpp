@@ -2,13 +2,12 @@
 
 #include "filter/median/network_rows.h"
 #include "filter/median/selection_rows.h"
+#include "image/brightness.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
-
-constexpr int kBlueWeight = 117, kGreenWeight = 601, kRedWeight = 306, kWeightBits = 10;
 
 /// The keys of half of the pixels of each block, in the order that ReorderDemote2To undoes.
 QEL_SIMD_INLINE I16 KeysOf(U8 wide_blue, U8 wide_green, U8 wide_red) {
@@ -17,8 +16,8 @@ QEL_SIMD_INLINE I16 KeysOf(U8 wide_blue, U8 wide_green, U8 wide_red) {
   const I16 blue_green = BitCast<I16>(Set<I32>(kGreenWeight << 16 | kBlueWeight));
   const I16 red_only = BitCast<I16>(Set<I32>(kRedWeight));
   const auto keys = [&](I16 pairs, I16 reds) {
-    return ShiftRight<kWeightBits>(WidenMulPairwiseAdd(pairs, blue_green) +
-                                   WidenMulPairwiseAdd(reds, red_only));
+    return ShiftRight<kBrightnessBits>(WidenMulPairwiseAdd(pairs, blue_green) +
+                                       WidenMulPairwiseAdd(reds, red_only));
   };
   return ReorderDemote2To<I16>(keys(InterleaveLower(blue, green), InterleaveLower(red, zero)),
                                keys(InterleaveUpper(blue, green), InterleaveUpper(red, zero)));
@@ -29,8 +28,7 @@ void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
   if constexpr (!kHasTableLookupBytes) {
     for (size_t i = 0; i < count; ++i) {
       const uint8_t* const pixel = pixels + kBytes * i;
-      const int sum = kBlueWeight * pixel[0] + kGreenWeight * pixel[1] + kRedWeight * pixel[2];
-      keys[i] = static_cast<uint8_t>(sum >> kWeightBits);
+      keys[i] = static_cast<uint8_t>(Brightness(pixel[0], pixel[1], pixel[2]));
     }
     return;
   }

@@ -13,7 +13,7 @@ struct Arguments {
     for (uint8_t& b : table) b = static_cast<uint8_t>(rng.Next());
     for (uint8_t& b : add) b = static_cast<uint8_t>(rng.OneIn(2) ? 0 : rng.Next());
     for (uint8_t& b : subtract) b = static_cast<uint8_t>(rng.OneIn(2) ? 0 : rng.Next());
-    for (auto& channel : tint.colour) {
+    for (auto& channel : tint.color) {
       for (uint8_t& b : channel) b = static_cast<uint8_t>(rng.Next());
     }
     tint.weight = rng.OneIn(3) ? 256 : rng.OneIn(3) ? 255 : rng.Int(1, 254);

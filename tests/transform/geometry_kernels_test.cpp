@@ -47,7 +47,7 @@ constexpr Kernel kKernels[] = {
     QEL_ROW(Orientation, exchange4, 8, 0, d, d + 4 * n, n),
     QEL_ROW(Depth, grey_to_24, 3, 1, d, s, n),
     QEL_ROW(Depth, grey_to_32, 4, 1, d, s, n),
-    QEL_ROW(Depth, colour_to_32, 4, 3, d, s, n),
+    QEL_ROW(Depth, color_to_32, 4, 3, d, s, n),
     QEL_ROW(Depth, palette_to_24, 3, 1, d, s, n, a.palette),
     QEL_ROW(Depth, palette_to_32, 4, 1, d, s, n, a.palette),
     QEL_ROW(Resample, make_opaque, 4, 0, d, n),
@@ -97,8 +97,8 @@ INSTANTIATE_TEST_SUITE_P(Levels, GeometryKernels,
 TEST_P(GeometryKernels, EqualThePlainLoopsAndStayWithinTheRow) {
   EXPECT_NE(OrientationKernelsFor(GetParam()).reverse3,
             OrientationKernelsFor(CpuLevel::kSse2).reverse3);
-  EXPECT_NE(DepthKernelsFor(GetParam()).colour_to_32,
-            DepthKernelsFor(CpuLevel::kSse2).colour_to_32);
+  EXPECT_NE(DepthKernelsFor(GetParam()).color_to_32,
+            DepthKernelsFor(CpuLevel::kSse2).color_to_32);
   EXPECT_NE(ResampleKernelsFor(GetParam()).blend_pair,
             ResampleKernelsFor(CpuLevel::kSse2).blend_pair);
   EXPECT_NE(RotateKernelsFor(GetParam()).store3, RotateKernelsFor(CpuLevel::kSse2).store3);

@@ -38,7 +38,7 @@ extern const DepthKernels kDepthKernels;
 constinit const DepthKernels kDepthKernels = {
     .grey_to_24 = &GreyTo24,
     .grey_to_32 = &GreyTo32,
-    .colour_to_32 = &ColourTo32,
+    .color_to_32 = &ColorTo32,
     .palette_to_24 = &Expand<3>,
     .palette_to_32 = &Expand<4>,
 };

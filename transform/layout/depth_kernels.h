@@ -17,7 +17,7 @@ struct PaletteTables {
 struct DepthKernels {
   void (*grey_to_24)(uint8_t* dest, const uint8_t* source, size_t count);
   void (*grey_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
-  void (*colour_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*color_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
   void (*palette_to_24)(uint8_t* dest, const uint8_t* source, size_t count,
                         const PaletteTables& palette);
   /// Keeps the fourth byte of the destination's pixels.

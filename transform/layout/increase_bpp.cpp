@@ -64,7 +64,7 @@ void ConvertPixels(const ImageView& source, const ImageView& dest, const SourceP
   const bool from_index = source.bit_count <= 8 && (to_32 || dest.bit_count == 24);
   if (!from_index && !(source.bit_count == 24 && to_32)) return;
   const DepthKernels& kernels = ActiveDepthKernels();
-  const auto widen = !from_index ? kernels.colour_to_32
+  const auto widen = !from_index ? kernels.color_to_32
                      : to_32     ? kernels.grey_to_32
                                  : kernels.grey_to_24;
   const auto columns = static_cast<size_t>(source.Columns());

@@ -2,8 +2,8 @@
 
 #include <type_traits>
 
-#include "simd/prefetch.h"
 #include "simd/interleaved.h"
+#include "simd/prefetch.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -126,7 +126,7 @@ void TransposeSingly(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
 
 /// Brings the rows of a rectangle.
 template <int kWrite>
-void FetchRectangle(const uint8_t* first, int64_t stride, int64_t rows, int64_t bytes) {
+void PrefetchRectangle(const uint8_t* first, int64_t stride, int64_t rows, int64_t bytes) {
   for (; rows > 0; --rows, first += stride) PrefetchRun<kWrite>(first, bytes);
 }
 
@@ -146,9 +146,10 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
       uint8_t* const to = dest + y * dest_stride + x * kBytes;
       const uint8_t* const from = source + x * source_stride + y * kBytes;
       const int64_t ahead = Smaller(columns - y - kTileColumns, kTileColumns);
-      FetchRectangle<1>(to + kTileColumns * dest_stride, dest_stride, ahead, tile_rows * kBytes);
+      PrefetchRectangle<1>(to + kTileColumns * dest_stride, dest_stride, ahead, tile_rows * kBytes);
       if (ahead > 0)
-        FetchRectangle<0>(from + kTileColumns * kBytes, source_stride, tile_rows, ahead * kBytes);
+        PrefetchRectangle<0>(from + kTileColumns * kBytes, source_stride, tile_rows,
+                             ahead * kBytes);
       if (has_tiles) {
         TransposeTile<kBytes>(to, dest_stride, from, source_stride);
       } else {

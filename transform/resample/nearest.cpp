@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "image/pixel_layout.h"
-#include "transform/resample/picker.h"
+#include "transform/resample/gather_map.h"
 #include "transform/resample/resample_methods.h"
 #include "transform/resample/tiles.h"
 
@@ -14,9 +14,9 @@ template <typename ColumnOffsets, typename RowOffsets, typename Finish>
 void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageView& dest,
                ColumnOffsets&& column_offset, RowOffsets&& row_offset, Finish&& finish) {
   // Narrow tiles are slower: this is nearly all of the stack that an operation may take.
-  Picker<50 * 1024> picker(plan.pixel_bytes, plan.keep_alpha, StepOf(source, plan.scale),
-                           source.Columns() * plan.pixel_bytes);
-  const int64_t tiles = (dest.Columns() + picker.most_pixels() - 1) / picker.most_pixels();
+  GatherMap<50 * 1024> gather(plan.pixel_bytes, plan.keep_alpha, StepOf(source, plan.scale),
+                              source.Columns() * plan.pixel_bytes);
+  const int64_t tiles = (dest.Columns() + gather.most_pixels() - 1) / gather.most_pixels();
   const int64_t width = (dest.Columns() + tiles - 1) / tiles;
   Columns tile = {};
   WriteTiles(
@@ -24,11 +24,11 @@ void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageVie
       [&](int64_t x) { return std::min(width, dest.Columns() - x); },
       [&](const Columns& columns) {
         tile = columns;
-        picker.Describe(tile.count, [&](int64_t i) { return column_offset(tile.first + i); });
+        gather.Describe(tile.count, [&](int64_t i) { return column_offset(tile.first + i); });
       },
       row_offset,
       [&](uint8_t* to, int64_t y, int64_t offset) {
-        picker.Pick(to, source.bits + offset);
+        gather.Pick(to, source.bits + offset);
         finish(to, y, tile);
       });
 }

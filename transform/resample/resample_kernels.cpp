@@ -12,10 +12,10 @@ namespace {
 template <int kBytes>
 void PickSingly(uint8_t* dest, const uint8_t* source, const PickPlan& plan, size_t from,
                 size_t to) {
-  constexpr int kColourBytes = kBytes < 3 ? kBytes : 3;
+  constexpr int kColorBytes = kBytes < 3 ? kBytes : 3;
   if (plan.keep_alpha) {
     for (size_t x = from; x < to; ++x) {
-      __builtin_memcpy(dest + x * kBytes, source + plan.offsets[x], kColourBytes);
+      __builtin_memcpy(dest + x * kBytes, source + plan.offsets[x], kColorBytes);
     }
     return;
   }
@@ -26,10 +26,10 @@ void PickSingly(uint8_t* dest, const uint8_t* source, const PickPlan& plan, size
 
 void MakeOpaque(uint8_t* row, size_t count) {
   for (size_t i = 0; i < count; ++i) {
-    uint32_t colour;
-    __builtin_memcpy(&colour, row + 4 * i, 4);
-    colour |= 0xFF000000u;
-    __builtin_memcpy(row + 4 * i, &colour, 4);
+    uint32_t color;
+    __builtin_memcpy(&color, row + 4 * i, 4);
+    color |= 0xFF000000u;
+    __builtin_memcpy(row + 4 * i, &color, 4);
   }
 }
 
@@ -266,12 +266,12 @@ void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
 template <size_t kChannels>
 inline void StoreVector(const BlendRow& row, const F32 (&sums)[kChannels], const TileTaps& tile,
                         size_t x, size_t count) {
-  I32 colours = PackColours(sums);
+  I32 colors = PackColors(sums);
   if constexpr (kChannels == 4) {
     const I32 mask = row.with_alpha ? LoadU<I32>(tile.alpha_mask + x) : Zero<I32>();
-    colours |= ShiftLeft<24>(BytesOf(sums[3]) & mask);
+    colors |= ShiftLeft<24>(BytesOf(sums[3]) & mask);
   }
-  StoreWords<static_cast<int>(kChannels)>(BitCast<U32>(colours), row.dest + x * kChannels,
+  StoreWords<static_cast<int>(kChannels)>(BitCast<U32>(colors), row.dest + x * kChannels,
                                           count - x);
 }
 template <size_t kChannels>

@@ -25,7 +25,7 @@ inline int64_t ColumnOffset(int64_t x, const Scale& scale, int pixel_bytes) {
                           : int64_t{TruncateToInt(column)} * pixel_bytes;
 }
 
-/// Source columns from one destination column to the next, as `Picker` wants to know them.
+/// Source columns from one destination column to the next, as `GatherMap` wants to know them.
 inline float StepOf(const ImageView& source, const Scale& scale) {
   // Wider rows have columns that single precision cannot tell apart.
   constexpr int kExactColumns = 1 << 22;

@@ -14,7 +14,7 @@ namespace {
 constexpr float kLowMargin = 3.0f;
 constexpr int kHighMargin = 4;
 
-using StoreColours = void (*)(uint8_t* dest, const uint32_t* colours, size_t count);
+using StoreColors = void (*)(uint8_t* dest, const uint32_t* colors, size_t count);
 
 /// How `Rotate` writes pixels.
 // Deliberate: depths from 16 bits on that are not 32 take three bytes, all below take one, whatever
@@ -29,7 +29,7 @@ struct PixelWriter {
                                  : ActiveRotateKernels().store1) {}
 
   int pixel_bytes;
-  StoreColours store;
+  StoreColors store;
 };
 
 /// Columns of a turned frame that are sampled row by row before the next ones: each row meets other
@@ -43,21 +43,21 @@ struct DrawnPart {
   bool whole_rows;  ///< each row is complete before the next one begins
 };
 
-/// Calls `write(j, first, colours, count)` for the sampled pixels of `part`: those whose positions
+/// Calls `write(j, first, colors, count)` for the sampled pixels of `part`: those whose positions
 /// are neither `too_low` nor `too_high`, which take a position and the source's size along its
 /// axis.
 template <typename TooLow, typename TooHigh, typename Write>
 void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
                 const DrawnPart& part, TooLow too_low, TooHigh too_high, Write write) {
-  alignas(64) uint32_t colours[2 * kSampleChunk];
+  alignas(64) uint32_t colors[2 * kSampleChunk];
   const auto sample_row = [&](int j, const PixelRun& columns) {
     const PixelRun run =
         RunWithinSource(columns, frame.RowAt(j), source.width, source.height, too_low, too_high);
     const SampleRow row = sampler.RowAt(j, run);
     for (int first = run.begin; first < run.end; first += sampler.chunk()) {
       const int count = std::min(sampler.chunk(), run.end - first);
-      sampler.Sample(colours, row, first, count);
-      write(j, first, colours, count);
+      sampler.Sample(colors, row, first, count);
+      write(j, first, colors, count);
     }
   };
   const int64_t bands =
@@ -135,10 +135,10 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
       {columns, rows, shares_memory || RowsOverlap(row_bytes, target.stride)},
       [](float v, int) { return v < 0.0f; },
       [](float v, int size) { return v > static_cast<float>(size); },
-      [&](int j, int first, const uint32_t* colours, int count) {
+      [&](int j, int first, const uint32_t* colors, int count) {
         uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
         for (int i = 0; i < count; ++i) {
-          PastePixel(pixels + int64_t{i} * pixel_bytes, colours[i], blends, with_alpha, key);
+          PastePixel(pixels + int64_t{i} * pixel_bytes, colors[i], blends, with_alpha, key);
         }
       });
 }
@@ -156,8 +156,8 @@ void DrawRotated(const RotatePlan& plan, const ImageView& source, const ImageVie
       sampler, frame, source, {frame.width(), frame.height(), RowsOverlap(row_bytes, dest.stride)},
       [](float v, int) { return v <= kLowMargin; },
       [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
-      [&](int j, int first, const uint32_t* colours, int count) {
-        writer.store(dest.Row(j) + int64_t{first} * writer.pixel_bytes, colours,
+      [&](int j, int first, const uint32_t* colors, int count) {
+        writer.store(dest.Row(j) + int64_t{first} * writer.pixel_bytes, colors,
                      static_cast<size_t>(count));
       });
 }

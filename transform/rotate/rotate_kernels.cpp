@@ -29,8 +29,8 @@ void Positions(SamplePoints& points, const SampleLine& on, int32_t first, size_t
   }
 }
 
-void FetchLineOfPixels(const SampleSource& source, int32_t pixel_bytes, const SampleLine& on,
-                       int32_t first, size_t count) {
+void PrefetchPixels(const SampleSource& source, int32_t pixel_bytes, const SampleLine& on,
+                    int32_t first, size_t count) {
   // Lines of the cache hold more pixels, but a turned row leaves them upwards or downwards.
   constexpr size_t kPixelsPerFetch = 4;
   const SampleLine line = on;
@@ -63,31 +63,31 @@ void PixelOffsets(int32_t* __restrict offsets, const SampleSource& source,
 }
 
 /// The vectoriser loads bytes one after the other; these loads do not wait for each other.
-size_t PickGroups(uint32_t* colours, const uint8_t* bits, const int32_t* offsets, size_t count,
+size_t PickGroups(uint32_t* colors, const uint8_t* bits, const int32_t* offsets, size_t count,
                   uint32_t keep, uint32_t add) {
   size_t i = 0;
   for (; kHasByteLookup && i + U32::kLanes <= count; i += U32::kLanes) {
     const U32 greys = GatherWords<1>(bits, offsets + i) * Set<U32>(0x010101);
-    StoreU((greys & Set<U32>(keep)) | Set<U32>(add), colours + i);
+    StoreU((greys & Set<U32>(keep)) | Set<U32>(add), colors + i);
   }
   return i;
 }
 
 template <int kBytes>
-void Pick(uint32_t* colours, const SampleSource& source, const SamplePoints& points, size_t count,
+void Pick(uint32_t* colors, const SampleSource& source, const SamplePoints& points, size_t count,
           float offset, uint32_t keep, uint32_t add) {
   int32_t offsets[kSampleChunk];
   PixelOffsets<kBytes>(offsets, source, points, count, offset, 0);
-  size_t i = kBytes == 1 ? PickGroups(colours, source.bits, offsets, count, keep, add) : 0;
+  size_t i = kBytes == 1 ? PickGroups(colors, source.bits, offsets, count, keep, add) : 0;
   for (; i < count; ++i) {
     const uint8_t* const pixel = source.bits + offsets[i];
-    uint32_t colour;
+    uint32_t color;
     if constexpr (kBytes == 1) {
-      colour = *pixel * 0x010101u;
+      color = *pixel * 0x010101u;
     } else {
-      __builtin_memcpy(&colour, pixel, 4);
+      __builtin_memcpy(&color, pixel, 4);
     }
-    colours[i] = (colour & keep) | add;
+    colors[i] = (color & keep) | add;
   }
 }
 
@@ -171,16 +171,16 @@ struct PixelGroup {
     }
   }
 
-  QEL_SIMD_INLINE void Store(uint32_t* colours) const {
-    I32 packed = PackColours(sums);
+  QEL_SIMD_INLINE void Store(uint32_t* colors) const {
+    I32 packed = PackColors(sums);
     if constexpr (kBytes == 1) packed *= Set<I32>(0x010101);
     if constexpr (kBytes == 4) packed |= ShiftLeft<24>(BytesOf(sums[3]));
-    StoreU(packed, colours);
+    StoreU(packed, colors);
   }
 };
 
 template <int kBytes, int kTaps>
-void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+void Blend(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
            const SampleWeights& weights, size_t count) {
   static_assert(kWeightGroup % F32::kLanes == 0 && kSampleGroup % (2 * F32::kLanes) == 0);
   int32_t offsets[kSampleChunk];
@@ -200,32 +200,32 @@ void Blend(uint32_t* colours, const SampleSource& source, const SamplePoints& po
       first.AddRow(static_cast<size_t>(row), distance);
       second.AddRow(static_cast<size_t>(row), distance);
     }
-    first.Store(colours + i);
-    second.Store(colours + i + F32::kLanes);
+    first.Store(colors + i);
+    second.Store(colors + i + F32::kLanes);
   }
 }
 
-void Store1(uint8_t* __restrict dest, const uint32_t* __restrict colours, size_t count) {
-  for (size_t i = 0; i < count; ++i) dest[i] = static_cast<uint8_t>(colours[i] >> 16);
+void Store1(uint8_t* __restrict dest, const uint32_t* __restrict colors, size_t count) {
+  for (size_t i = 0; i < count; ++i) dest[i] = static_cast<uint8_t>(colors[i] >> 16);
 }
 
-void Store3(uint8_t* dest, const uint32_t* colours, size_t count) {
+void Store3(uint8_t* dest, const uint32_t* colors, size_t count) {
   size_t i = 0;
   if constexpr (kHasByteLookup) {
     for (; i + U32::kLanes <= count; i += U32::kLanes) {
-      StoreWords<3>(LoadU<U32>(colours + i), dest + 3 * i);
+      StoreWords<3>(LoadU<U32>(colors + i), dest + 3 * i);
     }
     if (i == count) return;
     const size_t rest = count - i;
-    return StoreWords<3>(MaskedLoad<U32>(FirstN<U32>(rest), colours + i), dest + 3 * i, rest);
+    return StoreWords<3>(MaskedLoad<U32>(FirstN<U32>(rest), colors + i), dest + 3 * i, rest);
   }
   // Whole words overlap the next pixel, which is written after them.
-  for (; i + 1 < count; ++i) __builtin_memcpy(dest + 3 * i, colours + i, 4);
-  if (i < count) __builtin_memcpy(dest + 3 * i, colours + i, 3);
+  for (; i + 1 < count; ++i) __builtin_memcpy(dest + 3 * i, colors + i, 4);
+  if (i < count) __builtin_memcpy(dest + 3 * i, colors + i, 3);
 }
 
-void Store4(uint8_t* dest, const uint32_t* colours, size_t count) {
-  __builtin_memcpy(dest, colours, 4 * count);
+void Store4(uint8_t* dest, const uint32_t* colors, size_t count) {
+  __builtin_memcpy(dest, colors, 4 * count);
 }
 
 }  // namespace
@@ -233,16 +233,16 @@ void Store4(uint8_t* dest, const uint32_t* colours, size_t count) {
 extern const RotateKernels kRotateKernels;
 constinit const RotateKernels kRotateKernels = {
     .positions = &Positions,
-    .fetch = &FetchLineOfPixels,
+    .prefetch = &PrefetchPixels,
     .pick1 = &Pick<1>,
     .pick3 = &Pick<3>,
     .pick4 = &Pick<4>,
-    .weights = {nullptr, nullptr, &Weights<polynomials::CubicBSpline>,
-                &Weights<polynomials::CubicConvolution>,
+    .weights = {nullptr, nullptr, &Weights<polynomials::CubicBSpline>, &Weights<polynomials::Keys>,
                 &Weights<polynomials::CatmullRomOfDistance>, nullptr, &Weights<polynomials::Box>,
                 &Weights<polynomials::Hermite>, &Weights<polynomials::DampedHermite>, nullptr,
                 nullptr, nullptr, nullptr, &Weights<polynomials::QuadraticBSpline>,
-                &Weights<polynomials::Mitchell>, &Weights<polynomials::CatmullRomOfOffset>},
+                &Weights<polynomials::MitchellNetravali>,
+                &Weights<polynomials::CatmullRomOfOffset>},
     .spread4 = &SpreadWeights<4>,
     .spread12 = &SpreadWeights<12>,
     .blend4 = {&Blend<1, 4>, &Blend<3, 4>, &Blend<4, 4>},

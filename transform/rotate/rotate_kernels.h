@@ -56,16 +56,16 @@ struct RotateKernels {
   void (*positions)(SamplePoints& points, const SampleLine& line, int32_t first, size_t count);
 
   /// Has the memory bring the pixels at these positions, which may lie outside.
-  void (*fetch)(const SampleSource& source, int32_t pixel_bytes, const SampleLine& line,
-                int32_t first, size_t count);
+  void (*prefetch)(const SampleSource& source, int32_t pixel_bytes, const SampleLine& line,
+                   int32_t first, size_t count);
 
   /// The pixel at the truncated positions after adding `offset`: (pixel & keep) | add. Pixels of 3
   /// bytes are read together with the byte behind them.
-  void (*pick1)(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+  void (*pick1)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                 size_t count, float offset, uint32_t keep, uint32_t add);
-  void (*pick3)(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+  void (*pick3)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                 size_t count, float offset, uint32_t keep, uint32_t add);
-  void (*pick4)(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+  void (*pick4)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                 size_t count, float offset, uint32_t keep, uint32_t add);
 
   /// The four tap weights of each position by polynomial method 2 to 4, 6 to 8 or 13 to 15; null
@@ -79,15 +79,15 @@ struct RotateKernels {
   /// Sums of weighted taps for 1, 3 or 4 bytes per pixel. Pixels of 3 bytes, and of 1 byte when
   /// there are twelve taps, are read with four bytes behind the last tap of each row. Alpha is 0
   /// except at 4 bytes.
-  void (*blend4[3])(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+  void (*blend4[3])(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                     const SampleWeights& weights, size_t count);
-  void (*blend12[3])(uint32_t* colours, const SampleSource& source, const SamplePoints& points,
+  void (*blend12[3])(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                      const SampleWeights& weights, size_t count);
 
   /// Stores colours as pixels: the red byte alone, three bytes, or four.
-  void (*store1)(uint8_t* dest, const uint32_t* colours, size_t count);
-  void (*store3)(uint8_t* dest, const uint32_t* colours, size_t count);
-  void (*store4)(uint8_t* dest, const uint32_t* colours, size_t count);
+  void (*store1)(uint8_t* dest, const uint32_t* colors, size_t count);
+  void (*store3)(uint8_t* dest, const uint32_t* colors, size_t count);
+  void (*store4)(uint8_t* dest, const uint32_t* colors, size_t count);
 };
 
 QEL_TABLES_PER_LEVEL(RotateKernels)

@@ -121,28 +121,28 @@ SampleRow RotationSampler::RowAt(int j, const PixelRun& run) const {
   const SampleRow row = {way, plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
                                                                       : InsideRun(way, run)};
   // Sums of taps take long enough for the processor to look ahead by itself.
-  if (plan_.method == RotateMethod::kPick) Fetch(j + kRowsAhead, row.inside);
+  if (plan_.method == RotateMethod::kPick) Prefetch(j + kRowsAhead, row.inside);
   return row;
 }
 
-void RotationSampler::Fetch(int j, const PixelRun& run) const {
+void RotationSampler::Prefetch(int j, const PixelRun& run) const {
   constexpr int32_t kPixelBytes[] = {1, 3, 4};
   const int32_t pixel_bytes = kPixelBytes[KernelIndex(source_.bit_count)];
-  ActiveRotateKernels().fetch({source_.bits, source_.stride}, pixel_bytes, LineOf(frame_.RowAt(j)),
-                              run.begin, static_cast<size_t>(run.end - run.begin));
+  ActiveRotateKernels().prefetch({source_.bits, source_.stride}, pixel_bytes,
+                                 LineOf(frame_.RowAt(j)), run.begin,
+                                 static_cast<size_t>(run.end - run.begin));
 }
 
-void RotationSampler::SampleSingly(uint32_t* colours, const SampleRow& row, int first,
+void RotationSampler::SampleSingly(uint32_t* colors, const SampleRow& row, int first,
                                    int count) const {
   for (int i = 0; i < count; ++i) {
-    colours[i] = GetPixelColorInterpolated(
-        source_.bits, row.way.SourceX(first + i), row.way.SourceY(first + i), source_.width,
-        source_.height, source_.stride, plan_.interpolation, source_.bit_count);
+    colors[i] = GetPixelColorInterpolated(source_.bits, row.way.SourceX(first + i),
+                                          row.way.SourceY(first + i), source_.width, source_.height,
+                                          source_.stride, plan_.interpolation, source_.bit_count);
   }
 }
 
-void RotationSampler::PickInside(uint32_t* colours, const SamplePoints& points,
-                                 size_t count) const {
+void RotationSampler::PickInside(uint32_t* colors, const SamplePoints& points, size_t count) const {
   const RotateKernels& kernels = ActiveRotateKernels();
   const size_t kind = KernelIndex(source_.bit_count);
   const auto pick = kind == 0 ? kernels.pick1 : kind == 1 ? kernels.pick3 : kernels.pick4;
@@ -150,10 +150,10 @@ void RotationSampler::PickInside(uint32_t* colours, const SamplePoints& points,
   // At 24 bits and more the truncated pixel comes out opaque, the nearest one with its own alpha.
   const uint32_t keep = kind == 2 && nearest ? 0xFFFFFFFFu : 0x00FFFFFFu;
   const uint32_t add = kind != 0 && !nearest ? 0xFF000000u : 0u;
-  pick(colours, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
+  pick(colors, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
 }
 
-void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points, size_t count) {
+void RotationSampler::BlendInside(uint32_t* colors, const SamplePoints& points, size_t count) {
   const RotateKernels& kernels = ActiveRotateKernels();
   alignas(64) float wx[kSampleChunk * kMaxTaps];
   alignas(64) float wy[kSampleChunk * kMaxTaps];
@@ -167,32 +167,32 @@ void RotationSampler::BlendInside(uint32_t* colours, const SamplePoints& points,
   }
   const size_t kind = KernelIndex(source_.bit_count);
   const auto blend = taps_.count == 4 ? kernels.blend4[kind] : kernels.blend12[kind];
-  blend(colours, {source_.bits, source_.stride}, points, {wx, wy}, count);
+  blend(colors, {source_.bits, source_.stride}, points, {wx, wy}, count);
 }
 
-void RotationSampler::SampleInside(uint32_t* colours, const SampleRow& row, int first,
+void RotationSampler::SampleInside(uint32_t* colors, const SampleRow& row, int first,
                                    size_t count) {
   SamplePoints points;
   ActiveRotateKernels().positions(points, LineOf(row.way), first, count);
   if (plan_.method == RotateMethod::kPick) {
-    PickInside(colours, points, count);
+    PickInside(colors, points, count);
   } else {
-    BlendInside(colours, points, count);
+    BlendInside(colors, points, count);
   }
 }
 
-void RotationSampler::Sample(uint32_t* colours, const SampleRow& row, int first, int count) {
+void RotationSampler::Sample(uint32_t* colors, const SampleRow& row, int first, int count) {
   const PixelRun run = {first, first + count};
   const PixelRun inside = run.Intersect(row.inside);
   if (inside.begin == inside.end) {
-    SampleSingly(colours, row, first, count);
+    SampleSingly(colors, row, first, count);
     return;
   }
   // What kernels write beyond their run is overwritten by the single samples after it.
-  SampleInside(colours + (inside.begin - first), row, inside.begin,
+  SampleInside(colors + (inside.begin - first), row, inside.begin,
                static_cast<size_t>(inside.end - inside.begin));
-  SampleSingly(colours, row, first, inside.begin - first);
-  SampleSingly(colours + (inside.end - first), row, inside.end, run.end - inside.end);
+  SampleSingly(colors, row, first, inside.begin - first);
+  SampleSingly(colors + (inside.end - first), row, inside.end, run.end - inside.end);
 }
 
 }  // namespace qel

@@ -60,9 +60,9 @@ class RotationSampler {
   /// Output row `j`, of which `run` is going to be sampled.
   SampleRow RowAt(int j, const PixelRun& run) const;
 
-  /// The colours of up to `chunk` pixels from `first` on. `colours` has room for `kSampleChunk`
+  /// The colours of up to `chunk` pixels from `first` on. `colors` has room for `kSampleChunk`
   /// more than those.
-  void Sample(uint32_t* colours, const SampleRow& row, int first, int count);
+  void Sample(uint32_t* colors, const SampleRow& row, int first, int count);
   /// The most pixels that one call of `Sample` may ask for.
   int chunk() const {
     return plan_.method == RotateMethod::kOneByOne ? 1 : static_cast<int>(kSampleChunk);
@@ -70,11 +70,11 @@ class RotationSampler {
 
  private:
   PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const;
-  void Fetch(int j, const PixelRun& run) const;
-  void SampleSingly(uint32_t* colours, const SampleRow& row, int first, int count) const;
-  void SampleInside(uint32_t* colours, const SampleRow& row, int first, size_t count);
-  void PickInside(uint32_t* colours, const SamplePoints& points, size_t count) const;
-  void BlendInside(uint32_t* colours, const SamplePoints& points, size_t count);
+  void Prefetch(int j, const PixelRun& run) const;
+  void SampleSingly(uint32_t* colors, const SampleRow& row, int first, int count) const;
+  void SampleInside(uint32_t* colors, const SampleRow& row, int first, size_t count);
+  void PickInside(uint32_t* colors, const SamplePoints& points, size_t count) const;
+  void BlendInside(uint32_t* colors, const SamplePoints& points, size_t count);
 
   const ImageView source_;
   const RotatedFrame frame_;

@@ -6,7 +6,7 @@
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "transform/image_deform.h"
-#include "transform/resample/picker.h"
+#include "transform/resample/gather_map.h"
 #include "transform/warp/circle_plan.h"
 #include "transform/warp/nearest_copy.h"
 
@@ -14,7 +14,7 @@ namespace qel {
 namespace {
 
 /// Fills pictures pixel by pixel; always right, and slow.
-void MapEveryPixel(const Circle& circle, ColourCopy& copy) {
+void MapEveryPixel(const Circle& circle, ColorCopy& copy) {
   int32_t sx[kWarpTile];
   int32_t sy[kWarpTile];
   for (int y = 0; y < circle.height; ++y) {
@@ -47,7 +47,7 @@ int ReachOfRow(const Circle& circle, int dy) {
 }
 
 /// Folds pictures of any depth.
-void Fold(const Circle& circle, ColourCopy& copy) {
+void Fold(const Circle& circle, ColorCopy& copy) {
   int32_t sx[kWarpTile];
   int32_t sy[kWarpTile];
   for (int y = 0; y < circle.height; ++y) {
@@ -72,13 +72,13 @@ void Fold(const Circle& circle, ColourCopy& copy) {
   // Columns that sample outside: the first 8, and at most 15 of the last.
   int missing[24];
   const uint32_t outside = OutsideColor(source);
-  Picker<40 * 1024> picker(pixel_bytes, false, INFINITY, source.Columns() * pixel_bytes);
+  GatherMap<40 * 1024> gather(pixel_bytes, false, INFINITY, source.Columns() * pixel_bytes);
   for (int first = 0; first < circle.width;) {
     const int count =
-        static_cast<int>(std::min<int64_t>(picker.most_pixels(), circle.width - first));
+        static_cast<int>(std::min<int64_t>(gather.most_pixels(), circle.width - first));
     const int end = first + count;
     size_t missing_count = 0;
-    picker.Describe(count, [&](int64_t i) {
+    gather.Describe(count, [&](int64_t i) {
       const int x = first + static_cast<int>(i);
       const int column = Circle::FoldedColumn(x);
       const int inside = std::clamp(column, 0, circle.width - 1);
@@ -86,7 +86,7 @@ void Fold(const Circle& circle, ColourCopy& copy) {
       return int64_t{inside} * pixel_bytes;
     });
     for (int y = 0; y < circle.height; ++y) {
-      picker.Pick(dest.Row(y) + int64_t{first} * pixel_bytes, source.Row(y));
+      gather.Pick(dest.Row(y) + int64_t{first} * pixel_bytes, source.Row(y));
       const auto put_outside = [&](int begin, int past) {
         for (int64_t x = std::max(begin, first); x < std::min(past, end); ++x) {
           std::memcpy(dest.Row(y) + x * pixel_bytes, &outside, static_cast<size_t>(pixel_bytes));
@@ -104,7 +104,7 @@ void Fold(const Circle& circle, ColourCopy& copy) {
 /// Fills all four quarters from the mapping of one.
 class QuarterMap {
  public:
-  QuarterMap(const Circle& circle, ColourCopy& copy) : circle_(circle), copy_(copy) {}
+  QuarterMap(const Circle& circle, ColorCopy& copy) : circle_(circle), copy_(copy) {}
 
   void Fill(CircleMapping mapping) const {
     CircleSamples samples;
@@ -171,7 +171,7 @@ class QuarterMap {
   }
 
   const Circle& circle_;
-  ColourCopy& copy_;
+  ColorCopy& copy_;
   const CircleKernels& kernels_ = ActiveCircleKernels();
 };
 
@@ -182,7 +182,7 @@ void RunCircle(CircleMethod method, const Circle& circle, const ImageView& sourc
   if (method == CircleMethod::kFoldRows) {
     return FoldRows(circle, source, dest, AccessPixelBytes(source.bit_count));
   }
-  ColourCopy copy(source, dest, opaque);
+  ColorCopy copy(source, dest, opaque);
   if (method == CircleMethod::kQuarters) {
     const CircleKernels& kernels = ActiveCircleKernels();
     const CircleMapping mappings[] = {kernels.bulge, kernels.pinch, kernels.swirl, kernels.unwrap};

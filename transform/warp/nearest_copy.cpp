@@ -67,24 +67,24 @@ void NearestCopy::Write(Tile& tile) {
   tile.count = 0;
 }
 
-ColourCopy::ColourCopy(const ImageView& source, const ImageView& dest, bool opaque)
+ColorCopy::ColorCopy(const ImageView& source, const ImageView& dest, bool opaque)
     : source_(source),
       dest_(dest),
       opaque_(opaque),
       nearest_(source, {AccessPixelBytes(source.bit_count), opaque}, 0, OutsideColor(source)) {}
 
-void ColourCopy::operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count) {
+void ColorCopy::operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count) {
   if (nearest_) {
     const int64_t pixel_bytes = AccessPixelBytes(dest_.bit_count);
     nearest_(dest_.Row(y) + x * pixel_bytes, sx, sy, count);
     return;
   }
   for (size_t i = 0; i < count; ++i) {
-    uint32_t colour = GetPixelColor(source_.bits, sx[i], sy[i], source_.width, source_.height,
-                                    source_.stride, source_.bit_count);
-    if (opaque_ && AlphaOf(colour) != kOutsideMarker) colour = WithAlpha(colour, 255);
+    uint32_t color = GetPixelColor(source_.bits, sx[i], sy[i], source_.width, source_.height,
+                                   source_.stride, source_.bit_count);
+    if (opaque_ && AlphaOf(color) != kOutsideMarker) color = WithAlpha(color, 255);
     SetPixelColor(dest_.bits, x + static_cast<int>(i), y, dest_.width, dest_.height, dest_.stride,
-                  colour, dest_.bit_count);
+                  color, dest_.bit_count);
   }
 }
 

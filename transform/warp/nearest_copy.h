@@ -55,11 +55,11 @@ bool HasSmallOffsets(const ImageView& source, int pixel_bytes);
 
 /// Writes pixels of `dest` in the colours that `source` has at given positions, at any depth.
 /// Outside the source that is its outside colour, whose marker stays the alpha of 32-bit pixels.
-class ColourCopy {
+class ColorCopy {
  public:
   /// `dest` has the depth of `source`, or 32 bits when `opaque`: alpha is then 255, but where it is
   /// the outside marker.
-  ColourCopy(const ImageView& source, const ImageView& dest, bool opaque);
+  ColorCopy(const ImageView& source, const ImageView& dest, bool opaque);
 
   /// Writes `count` pixels, at most `kWarpTile`, of row `y` from column `x` on, not later than the
   /// next call or `Finish`.

@@ -92,7 +92,7 @@ class QuadRows {
   void Finish() { copy_.Finish(); }
 
   /// Has the memory bring what a later row is going to read.
-  void Fetch(const FixedWalk& walk) const {
+  void Prefetch(const FixedWalk& walk) const {
     constexpr size_t kPixelsPerFetch = 16;
     for (size_t k = 0; k < static_cast<size_t>(dest_.Columns()); k += kPixelsPerFetch) {
       const FixedWalk at = From(walk, k);
@@ -200,7 +200,7 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
     };
     constexpr size_t kRowsAhead = 4;
     for (int y = 0; y < dest.height; ++y) {
-      picture.Fetch(scan_line(From(left, kRowsAhead), From(right, kRowsAhead)));
+      picture.Prefetch(scan_line(From(left, kRowsAhead), From(right, kRowsAhead)));
       picture.Fill(y, scan_line(left, right));
       left = From(left, 1);
       right = From(right, 1);

@@ -25,7 +25,7 @@ result_t CQELImageTransform::Skew(IQEL* source, IQEL** result, float x_gain, flo
   // A pivot at column or row 0 cannot be asked for: 0 is the centre.
   const int pivot_x = x_pivot == 0 ? view.width / 2 : x_pivot;
   const int pivot_y = y_pivot == 0 ? view.height / 2 : y_pivot;
-  ColourCopy copy(view, dest, opaque);
+  ColorCopy copy(view, dest, opaque);
   const WarpKernels& kernels = ActiveWarpKernels();
   for (int y = 0; dest.HasPixels() && y < dest.height; ++y) {
     ShearRow row = {.first_x = 0,

@@ -1,6 +1,6 @@
-#include "transform/resample/picker.h"
-
 #include <algorithm>
+
+#include "transform/resample/gather_map.h"
 
 namespace qel {
 namespace {

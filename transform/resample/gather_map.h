@@ -1,5 +1,5 @@
-#ifndef QEL_TRANSFORM_RESAMPLE_PICKER_H_
-#define QEL_TRANSFORM_RESAMPLE_PICKER_H_
+#ifndef QEL_TRANSFORM_RESAMPLE_GATHER_MAP_H_
+#define QEL_TRANSFORM_RESAMPLE_GATHER_MAP_H_
 
 #include <algorithm>
 
@@ -21,11 +21,11 @@ void DescribeBlocks(PickBlock* blocks, const int32_t* offsets, size_t count, siz
 /// The pixels that every row of a tile of a destination picks from its source row. Tiles are what
 /// `kBytes` bytes can describe, which an operation has on its stack.
 template <size_t kBytes>
-class Picker {
+class GatherMap {
  public:
   /// Unless `keep_alpha`, pixels of 4 bytes are picked with their alpha. `step` is how many pixels
   /// of the source row, of `row_bytes` bytes, lie between neighbours at the most.
-  Picker(int pixel_bytes, bool keep_alpha, float step, int64_t row_bytes)
+  GatherMap(int pixel_bytes, bool keep_alpha, float step, int64_t row_bytes)
       : pixel_bytes_(static_cast<size_t>(pixel_bytes)),
         row_bytes_(row_bytes),
         keep_alpha_(keep_alpha),
@@ -41,8 +41,8 @@ class Picker {
     most_pixels_ = kBytes / (offsets + blocks) * kPickedPixels;
     offsets_ = reinterpret_cast<int32_t*>(memory_ + most_pixels_ / kPickedPixels * blocks);
   }
-  Picker(const Picker&) = delete;
-  Picker& operator=(const Picker&) = delete;
+  GatherMap(const GatherMap&) = delete;
+  GatherMap& operator=(const GatherMap&) = delete;
 
   /// Most pixels of a tile.
   int64_t most_pixels() const { return static_cast<int64_t>(most_pixels_); }
@@ -87,4 +87,4 @@ class Picker {
 
 }  // namespace qel
 
-#endif  // QEL_TRANSFORM_RESAMPLE_PICKER_H_
+#endif  // QEL_TRANSFORM_RESAMPLE_GATHER_MAP_H_
