@@ -77,8 +77,12 @@ std::string OperationAsJson(const Operation& operation) {
       .Text("example", operation.example)
       .Text("picture_step", operation.PictureStep())
       .Text("note", operation.Caveats())
-      .Text("channel_order", NameOf(operation.channel_order))
-      .Json("surroundings_of_example", SurroundingsAsJson(operation))
+      .Text("channel_order", NameOf(operation.channel_order));
+  if (!operation.swapped[0].empty()) {
+    object.Json("swapped",
+                JsonArray({JsonText(operation.swapped[0]), JsonText(operation.swapped[1])}));
+  }
+  object.Json("surroundings_of_example", SurroundingsAsJson(operation))
       .Json("parameters", JsonArray(parameters, "\n    "));
   return object.Object();
 }
