@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "image/pixel_layout.h"
+#include "simd/prefetch.h"
 #include "transform/resample/gather_map.h"
 #include "transform/resample/resample_methods.h"
 #include "transform/resample/tiles.h"
@@ -28,6 +29,10 @@ void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageVie
       },
       row_offset,
       [&](uint8_t* to, int64_t y, int64_t offset) {
+        // Rows that are left out in between keep the processor from foreseeing the next one.
+        if (plan.scale.y > 1.0f && y + 1 < dest.Rows()) {
+          PrefetchRun(source.bits + row_offset(y + 1), source.Columns() * plan.pixel_bytes);
+        }
         gather.Pick(to, source.bits + offset);
         finish(to, y, tile);
       });
