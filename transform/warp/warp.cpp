@@ -14,6 +14,10 @@ bool HasAlphaModel(const ImageShape& shape) {
   return shape.model == kModelArgb || shape.model == kModelAbgr;
 }
 
+/// Points that are asked for before their pixels are looked at.
+constexpr int kChunk = 256;
+constexpr int kPixelsPerPrefetch = 4;
+
 /// A point on its way through the caller's transform.
 struct Point {
   double x, y;
@@ -35,8 +39,6 @@ Point SizeOf(const ImageShape& shape) {
 template <int kBytes>
 void PullPixels(ITransform& transform, const ImageView source, const ImageView dest, int x_offset,
                 int y_offset) {
-  constexpr int kChunk = 256;
-  constexpr int kPixelsPerFetch = 4;
   const Point size = SizeOf(source);
   for (int y = 0; y < dest.height; ++y) {
     for (int first = 0; first < dest.width; first += kChunk) {
@@ -49,7 +51,7 @@ void PullPixels(ITransform& transform, const ImageView source, const ImageView d
         from[i] = nullptr;
         if (!at.IsWithin(size)) continue;
         from[i] = source.Row(static_cast<int>(at.y)) + int64_t{static_cast<int>(at.x)} * kBytes;
-        if (i % kPixelsPerFetch == 0) PrefetchLine(from[i]);
+        if (i % kPixelsPerPrefetch == 0) PrefetchLine(from[i]);
       }
       uint8_t* const to = dest.Row(y) + int64_t{first} * kBytes;
       for (int i = 0; i < count; ++i) {
@@ -68,14 +70,29 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
   const Point size = SizeOf(target);
   for (int y = 0; y < source.height; ++y) {
     start_row();
-    for (int x = 0; x < columns; ++x) {
-      const Point landed = Point::Of(transform, x, y);
-      // Rounded down: what is within needs no more than truncation.
-      const Point at = {x_offset + landed.x + 0.5, y_offset + landed.y + 0.5};
-      if (!at.IsWithin(size)) continue;
-      uint8_t pixel[kBytes];
-      std::memcpy(pixel, source.Row(y) + int64_t{x} * kBytes, kBytes);
-      paint(pixel, TruncateToInt(at.x), TruncateToInt(at.y));
+    for (int first = 0; first < columns; first += kChunk) {
+      const int count = std::min(kChunk, columns - first);
+      // First all the calls of a chunk, during which the memory brings what is written.
+      struct {
+        int x, y;
+      } landed[kChunk];
+      for (int i = 0; i < count; ++i) {
+        const Point to = Point::Of(transform, first + i, y);
+        // Rounded down: what is within needs no more than truncation.
+        const Point at = {x_offset + to.x + 0.5, y_offset + to.y + 0.5};
+        landed[i].x = -1;
+        if (!at.IsWithin(size)) continue;
+        landed[i] = {TruncateToInt(at.x), TruncateToInt(at.y)};
+        if (i % kPixelsPerPrefetch == 0) {
+          PrefetchLine<1>(target.Row(landed[i].y) + int64_t{landed[i].x} * kBytes);
+        }
+      }
+      for (int i = 0; i < count; ++i) {
+        if (landed[i].x < 0) continue;
+        uint8_t pixel[kBytes];
+        std::memcpy(pixel, source.Row(y) + int64_t{first + i} * kBytes, kBytes);
+        paint(pixel, landed[i].x, landed[i].y);
+      }
     }
   }
 }
