@@ -80,29 +80,31 @@ function secondsFor(target) {
 
 let wanted = 0, running = false, full = false;
 
-/** Runs the steps on the preview, or on the whole picture; only the newest wish counts. */
+/** Runs the steps on the preview, or on the whole picture; what nobody waits for any more is left out. */
 async function refresh(isFull = false) {
   full = isFull;
   ++wanted;
   drawLines();
   if (running) return;
   running = true;
-  let done = 0;
-  while (done !== wanted) {
-    done = wanted;
-    const isWhole = full;
-    const input = isWhole ? picture : preview;
-    const progress = get('progress');
-    progress.hidden = !isWhole;
-    const onStep = (step, total) => { progress.value = total ? step / total : 0; };
-    const answer = await engine.run(input, stepTexts(), secondsFor(input), onStep);
-    progress.hidden = true;
-    // While a slider is dragged, a picture that came late is still newer than the one that is shown.
-    const isOfUse = answer.picture && input === (isWhole ? picture : preview);
-    if (done !== wanted && !isOfUse) continue;
-    showAnswer(answer, input, isWhole);
+  for (let job = startJob(); job;) {
+    const answer = await job.answer;
+    const next = job.number === wanted ? null : startJob();  // works while this one is drawn
+    get('progress').hidden = !next?.isWhole;
+    // While a slider is dragged, a picture that comes late is still newer than the one that is shown.
+    const isOfUse = answer.picture && job.input === (job.isWhole ? picture : preview);
+    if (!next || isOfUse) showAnswer(answer, job.input, job.isWhole);
+    job = next;
   }
   running = false;
+}
+
+function startJob() {
+  const input = full ? picture : preview;
+  const progress = get('progress');
+  progress.hidden = !full;
+  const onStep = (done, total) => { progress.value = total ? done / total : 0; };
+  return {number: wanted, input, isWhole: full, answer: engine.run(input, stepTexts(), secondsFor(input), onStep)};
 }
 
 function showAnswer(answer, input, isWhole) {
@@ -290,6 +292,7 @@ function listen() {
   };
   get('save').onclick = async () => {
     if (!shown?.isFull) await refresh(true);
+    while (running) await new Promise((next) => setTimeout(next, 20));
     if (!shown?.isFull) return;
     const link = document.createElement('a');
     link.href = URL.createObjectURL(await writePng(shown.picture));

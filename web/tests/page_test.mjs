@@ -70,6 +70,35 @@ try {
   await wide.until(`!document.getElementById('message').hidden`, 'the message about a file that is no picture');
   check(await wide.evaluate(`document.getElementById('before').width`) === 97, 'a wrong file takes the picture away');
 
+  // So does what is too large, which its header tells.
+  const large = join(folder, 'large.png'), header = Buffer.from('89504e470d0a1a0a0000000d4948445200002ee000002ee00800000000', 'hex');
+  writeFileSync(large, header);
+  await wide.tab('DOM.setFileInputFiles', {nodeId, files: [large]});
+  await wide.until(`document.getElementById('message').textContent.includes('12000 x 12000')`, 'the message about a large picture');
+
+  // While a slider of a picture of a megapixel is dragged, pictures appear.
+  const dragged = await open(`${origin}/index.html#steps=light%20brightness=1`, 1280, 900);
+  await dragged.until(ready, 'the built-in picture');
+  check(await dragged.evaluate(`(async () => {
+    const {builtIn, writePng, fromRgba} = await import('./pictures.js');
+    const {rgba, width, height} = builtIn(1200, 833);
+    const data = new DataTransfer();
+    data.items.add(new File([await writePng(fromRgba(rgba, width, height, 24))], 'large.png', {type: 'image/png'}));
+    dispatchEvent(new DragEvent('drop', {dataTransfer: data}));
+    const canvas = document.getElementById('after');
+    while (canvas.width !== 1200) await new Promise((next) => setTimeout(next, 50));
+    const slider = document.querySelector('#chain li input[type=range]'), context = canvas.getContext('2d');
+    let shown = 0;
+    const put = context.putImageData.bind(context);
+    context.putImageData = (...all) => { ++shown; put(...all); };
+    for (const start = performance.now(); performance.now() - start < 2000;) {
+      slider.value = performance.now() % 200;
+      slider.dispatchEvent(new Event('input', {bubbles: true}));
+      await new Promise((next) => setTimeout(next, 5));
+    }
+    return shown;
+  })()`) > 2, 'nothing appears while a slider is dragged');
+
   // Links: a chain, and one that is broken; on a narrow window.
   const narrow = await open(`${origin}/index.html#steps=negative&emboss`, 390, 800);
   await narrow.until(ready, 'the linked steps');
