@@ -31,7 +31,7 @@ endif()
 option(QEL_EMULATE_AVX512 "Build the AVX-512 levels through SIMDe" OFF)
 if(QEL_EMULATE_AVX512)
   foreach(level IN ITEMS avx512 avx512vbmi)
-    set(QEL_LEVEL_FLAGS_${level} -mavx2 -mfma -Wno-psabi
+    set(QEL_LEVEL_FLAGS_${level} -mavx2 -mfma -Wno-psabi -DQEL_EMULATED_AVX512=1
       -isystem "${PROJECT_SOURCE_DIR}/tests/emulated")
   endforeach()
 endif()

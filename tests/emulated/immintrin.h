@@ -11,8 +11,6 @@
 #define SIMDE_ENABLE_NATIVE_ALIASES
 #include <simde/x86/avx512.h>
 
-#define QEL_EMULATED_AVX512 1
-
 namespace qel_emulated {
 
 // Everything has internal linkage, as in the compiler's header.
@@ -91,16 +89,6 @@ QEL_EMULATE I512 ShiftPair(I512 high, I512 low, size_t by) {
   }
   return As<I512>(shifted);
 }
-/// Parts of 128 bits: two of `a`, then two of `b`.
-QEL_EMULATE I512 ShuffleParts(I512 a, I512 b, unsigned order) {
-  struct Parts {
-    __m128i part[4];
-  };
-  const auto x = As<Parts>(a), y = As<Parts>(b);
-  return As<I512>(Parts{
-      {x.part[order & 3], x.part[order >> 2 & 3], y.part[order >> 4 & 3], y.part[order >> 6 & 3]}});
-}
-
 /// Loads and stores touch the chosen bytes only.
 template <typename V, typename Mask>
 QEL_EMULATE V LoadChosen(V others, Mask mask, const void* from) {
@@ -128,10 +116,6 @@ QEL_EMULATE simde__mmask64 ByBytes(uint64_t mask) {
   return bytes;
 }
 
-QEL_EMULATE __m128i NarrowDwords(I512 v) {
-  typedef int8_t Narrow __attribute__((vector_size(16)));
-  return As<__m128i>(__builtin_convertvector(As<Lanes<int32_t>>(v), Narrow));
-}
 QEL_EMULATE D512 DwordsToDouble(__m256i v) {
   typedef int32_t Dwords __attribute__((vector_size(32)));
   return As<D512>(__builtin_convertvector(As<Dwords>(v), Lanes<double>));
@@ -139,9 +123,6 @@ QEL_EMULATE D512 DwordsToDouble(__m256i v) {
 QEL_EMULATE D512 SingleToDouble(__m256 v) {
   typedef float Singles __attribute__((vector_size(32)));
   return As<D512>(__builtin_convertvector(As<Singles>(v), Lanes<double>));
-}
-QEL_EMULATE F512 DwordsToSingle(I512 v) {
-  return As<F512>(__builtin_convertvector(As<Lanes<int32_t>>(v), Lanes<float>));
 }
 QEL_EMULATE __m256i DoubleToDwords(D512 v) {
   return ByHalves<__m256i, __m256d>([](__m256d half) { return _mm256_cvttpd_epi32(half); }, v);
@@ -155,11 +136,6 @@ QEL_EMULATE I512 MulHighU16(I512 a, I512 b) {
   Lanes<uint16_t> high;
   for (size_t i = 0; i < 32; ++i) high[i] = static_cast<uint16_t>(uint32_t{x[i]} * y[i] >> 16);
   return As<I512>(high);
-}
-QEL_EMULATE long long SumQwords(I512 v) {
-  uint64_t sum = 0;
-  for (size_t i = 0; i < 8; ++i) sum += As<Lanes<uint64_t>>(v)[i];
-  return static_cast<long long>(sum);
 }
 /// Rounded once, where the library rounds the product as well.
 QEL_EMULATE D512 MulAdd(D512 a, D512 b, D512 c) {
@@ -182,9 +158,6 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
 // What the library has not.
 #define _mm512_alignr_epi8(a, b, by) qel_emulated::ShiftPair<uint8_t, 16>(a, b, by)
 #define _mm512_alignr_epi32(a, b, by) qel_emulated::ShiftPair<uint32_t, 16>(a, b, by)
-#define _mm512_cmpgt_epi16_mask(a, b) qel_emulated::Compare<simde__mmask32, int16_t>(a, b, 6)
-#define _mm512_cmplt_epi32_mask(a, b) qel_emulated::Compare<simde__mmask16, int32_t>(a, b, 1)
-#define _mm512_cmpneq_epi32_mask(a, b) qel_emulated::Compare<simde__mmask16, int32_t>(a, b, 4)
 #define _mm512_cmp_epu8_mask(a, b, how) qel_emulated::Compare<simde__mmask64, uint8_t>(a, b, how)
 #define _mm512_cmp_epi8_mask(a, b, how) qel_emulated::Compare<simde__mmask64, int8_t>(a, b, how)
 #define _mm512_cmp_epu16_mask(a, b, how) qel_emulated::Compare<simde__mmask32, uint16_t>(a, b, how)
@@ -193,14 +166,10 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
 #define _mm512_cmp_epi32_mask(a, b, how) qel_emulated::Compare<simde__mmask16, int32_t>(a, b, how)
 #define _mm512_cmp_epu64_mask(a, b, how) qel_emulated::Compare<simde__mmask8, uint64_t>(a, b, how)
 #define _mm256_cmp_epi32_mask(a, b, how) qel_emulated::Compare<simde__mmask8, int32_t>(a, b, how)
-#define _mm512_cvtepi32_epi8(v) qel_emulated::NarrowDwords(v)
 #define _mm512_cvtepi32_pd(v) qel_emulated::DwordsToDouble(v)
-#define _mm512_cvtepi32_ps(v) qel_emulated::DwordsToSingle(v)
 #define _mm512_cvtps_pd(v) qel_emulated::SingleToDouble(v)
 #define _mm512_cvttpd_epi32(v) qel_emulated::DoubleToDwords(v)
 #define _mm512_cvttps_epi32(v) qel_emulated::SingleToDwords(v)
-#define _mm512_maskz_cvttps_epi32(mask, v) \
-  simde_mm512_maskz_mov_epi32(mask, qel_emulated::SingleToDwords(v))
 #define _mm512_mask_loadu_epi8(others, mask, from) \
   qel_emulated::LoadChosen<simde__m512i>(others, mask, from)
 #define _mm512_maskz_loadu_epi8(mask, from) \
@@ -219,15 +188,10 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
   _mm512_mask_storeu_epi8(to, qel_emulated::ByBytes<8>(mask), v)
 #define _mm512_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen<simde__m512i>(to, mask, v)
 #define _mm512_mulhi_epu16(a, b) qel_emulated::MulHighU16(a, b)
-#define _mm512_reduce_add_epi64(v) qel_emulated::SumQwords(v)
 
 // What it has with the wrong number of arguments, without end, reaching too far, rounded twice.
 #undef _mm512_madd_epi16
 #define _mm512_madd_epi16(a, b) simde_mm512_madd_epi16(a, b)
-#undef _mm512_shuffle_i64x2
-#define _mm512_shuffle_i64x2(a, b, order) qel_emulated::ShuffleParts(a, b, order)
-#undef _mm_mask_storeu_epi8
-#define _mm_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen<__m128i>(to, mask, v)
 #undef _mm512_fmadd_pd
 #undef _mm512_fmadd_ps
 #define _mm512_fmadd_pd(a, b, c) qel_emulated::MulAdd(a, b, c)
