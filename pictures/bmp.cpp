@@ -156,14 +156,13 @@ class StoredRows {
     constexpr size_t kAtATime = size_t{1} << 20;
     const size_t step = header_.Step();
     const int most = static_cast<int>(std::max<size_t>(1, kAtATime / step));
+    std::vector<uint8_t> bytes(static_cast<size_t>(std::min(most, count)) * step);
     for (int rows = 0; count > 0; top += rows, count -= rows) {
       rows = std::min(most, count);
       const int64_t first = header_.top_down ? top : header_.height - top - rows;
       const size_t at = header_.pixels_at + static_cast<size_t>(first) * step;
       const size_t wanted = static_cast<size_t>(rows - 1) * step + header_.RowBytes();
-      if (input_.source.CanReadAgain()) input_.source.KeepOnly(at, at + wanted);
-      const Bytes bytes = input_.source.Load(at, wanted);
-      if (bytes.size() < wanted) input_.Truncated();
+      if (input_.source.Copy(at, {bytes.data(), wanted}) < wanted) input_.Truncated();
       for (int i = 0; i < rows; ++i) {
         const auto stored = static_cast<size_t>(header_.top_down ? i : rows - 1 - i);
         if (!use(top + i, bytes.data() + stored * step)) return;
@@ -306,7 +305,6 @@ class BmpDecoder final : public RowDecoder {
       const auto meaning = palette == GreyRamp(header_.depth) ? IndexRows::Meaning::kGrey
                                                               : IndexRows::Meaning::kColour;
       indices_.emplace(input.options, header_.depth, palette, meaning, info);
-      row_.resize(static_cast<size_t>(info.width));
       streams = !header_.Runs();
       return;
     }
@@ -318,6 +316,7 @@ class BmpDecoder final : public RowDecoder {
   }
 
   void Read(const PixelBuffer& rows, int count) override {
+    if (indices_) row_.resize(static_cast<size_t>(info.width));
     if (header_.Runs()) {
       RunReader runs(input_, header_);
       for (int i = 0; i < count; ++i) {

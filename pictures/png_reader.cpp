@@ -106,6 +106,7 @@ void CheckHeader(const Input& input, const Header& header, const PngChunks& chun
   const uint64_t row_bits =
       uint64_t{header.width} * static_cast<unsigned>(header.Channels() * header.depth);
   input.CheckHolds((row_bits + 7) / 8 * header.height, kDeflateRatio, chunks.pixel_bytes);
+  input.Plan(row_bits / 8 * 2);  // a row and the one before it
 }
 
 void ReadMetadata(const ReadSession& session, Metadata& metadata) {

@@ -8,6 +8,7 @@
 
 #include "pictures/codec.h"
 #include "pictures/colour_rows.h"
+#include "pictures/fresh_pages.h"
 #include "pictures/index_rows.h"
 #include "pictures/pixel_target.h"
 #include "pictures/sample_math.h"
@@ -59,14 +60,20 @@ class Scanner {
   /// Bytes that follow, as far as the end of the file is known.
   size_t Left() const { return input_.source.KnowsSize() ? input_.source.size() - at_ : SIZE_MAX; }
 
-  /// The next `count` bytes, valid until the next call.
-  const uint8_t* Take(size_t count) {
-    window_ = {};
-    input_.source.KeepOnly(at_);
-    const Bytes bytes = input_.source.Load(at_, count);
-    if (bytes.size() < count) input_.Truncated();
+  /// The next `count` bytes, valid until the next call. `ahead` bytes, at least as many, are known
+  /// to be wanted.
+  const uint8_t* Take(size_t count, size_t ahead) {
+    if (at_ < taken_at_ || at_ + count > taken_at_ + taken_) {
+      constexpr size_t kAtATime = size_t{1} << 18;
+      bytes_.Resize(std::max(count, std::min(ahead, kAtATime)));
+      window_ = {};
+      input_.source.KeepOnly(at_);
+      taken_ = input_.source.Copy(at_, {bytes_.data(), bytes_.size()});
+      taken_at_ = at_;
+      if (taken_ < count) input_.Truncated();
+    }
     at_ += count;
-    return bytes.data();
+    return bytes_.data() + (at_ - count - taken_at_);
   }
 
  private:
@@ -91,6 +98,9 @@ class Scanner {
   size_t at_;
   Bytes window_;  ///< a part of the file that has the next character
   size_t window_at_ = 0;
+  FreshPages bytes_;  ///< that `Take` has read
+  size_t taken_at_ = 0;
+  size_t taken_ = 0;
   char word_[64];
 };
 
@@ -164,7 +174,7 @@ class PnmDecoder final : public RowDecoder {
     info.format = Format::kPnm;
     info.width = static_cast<int>(header_.width);
     info.height = static_cast<int>(header_.height);
-    samples_.resize(header_.RowSamples());
+    rows_left_ = header_.height;
     if (header_.IsBitmap()) {
       // A set bit is black.
       const std::vector<PaletteEntry> palette{{255, 255, 255, 0}, {0, 0, 0, 0}};
@@ -179,6 +189,7 @@ class PnmDecoder final : public RowDecoder {
   }
 
   void Read(const PixelBuffer& rows, int count) override {
+    samples_.Resize(header_.RowSamples());
     for (int y = 0; y < count; ++y) {
       uint8_t* const row = rows.bits + y * rows.stride;
       if (bits_) {
@@ -187,6 +198,7 @@ class PnmDecoder final : public RowDecoder {
       } else {
         StorePixels(ReadSamples(), row);
       }
+      --rows_left_;
     }
   }
 
@@ -194,20 +206,25 @@ class PnmDecoder final : public RowDecoder {
   bool HasAlpha() const { return header_.channels == 2 || header_.channels == 4; }
   bool HasColor() const { return header_.channels >= 3; }
 
+  std::span<uint8_t> Samples() { return {samples_.data(), samples_.size()}; }
+  const uint8_t* TakeRow(size_t bytes) {
+    return scanner_.Take(bytes, bytes * static_cast<size_t>(rows_left_));
+  }
+
   void ReadBits() {
     if (header_.InText()) {
-      for (uint8_t& bit : samples_) bit = scanner_.Bit();
+      for (uint8_t& bit : Samples()) bit = scanner_.Bit();
     } else {
-      UnpackIndices(scanner_.Take(RowBytes(info.width, 1)), 1, info.width, samples_.data());
+      UnpackIndices(TakeRow(RowBytes(info.width, 1)), 1, info.width, samples_.data());
     }
   }
 
   /// Reads the samples of a row, scaled to 0 to 255; valid until the next call.
   const uint8_t* ReadSamples() {
     const bool text = header_.InText();
-    const uint8_t* from = text ? nullptr : scanner_.Take(samples_.size() * header_.SampleBytes());
+    const uint8_t* from = text ? nullptr : TakeRow(samples_.size() * header_.SampleBytes());
     if (!text && header_.largest == 255) return from;
-    for (uint8_t& sample : samples_) {
+    for (uint8_t& sample : Samples()) {
       uint32_t value;
       if (text) {
         value = scanner_.Number();
@@ -240,7 +257,8 @@ class PnmDecoder final : public RowDecoder {
   Scanner scanner_;
   Header header_;
   std::optional<IndexRows> bits_;  ///< of bitmaps
-  std::vector<uint8_t> samples_;   ///< of a row
+  FreshPages samples_;             ///< of a row
+  int64_t rows_left_ = 0;
   std::array<uint8_t, 256> scaled_{};
 };
 
