@@ -60,12 +60,12 @@ class Scanner {
   /// Bytes that follow, as far as the end of the file is known.
   size_t Left() const { return input_.source.KnowsSize() ? input_.source.size() - at_ : SIZE_MAX; }
 
-  /// The next `count` bytes, valid until the next call. `ahead` bytes, at least as many, are known
-  /// to be wanted.
-  const uint8_t* Take(size_t count, size_t ahead) {
+  /// The next `count` bytes, valid until the next call. As many will be asked for `times` times,
+  /// counting this one.
+  const uint8_t* Take(size_t count, size_t times) {
     if (at_ < taken_at_ || at_ + count > taken_at_ + taken_) {
       constexpr size_t kAtATime = size_t{1} << 18;
-      bytes_.Resize(std::max(count, std::min(ahead, kAtATime)));
+      bytes_.Resize(count * std::min(times, std::max<size_t>(1, kAtATime / count)));
       window_ = {};
       input_.source.KeepOnly(at_);
       taken_ = input_.source.Copy(at_, {bytes_.data(), bytes_.size()});
@@ -208,7 +208,7 @@ class PnmDecoder final : public RowDecoder {
 
   std::span<uint8_t> Samples() { return {samples_.data(), samples_.size()}; }
   const uint8_t* TakeRow(size_t bytes) {
-    return scanner_.Take(bytes, bytes * static_cast<size_t>(rows_left_));
+    return scanner_.Take(bytes, static_cast<size_t>(rows_left_));
   }
 
   void ReadBits() {

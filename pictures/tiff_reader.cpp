@@ -161,21 +161,27 @@ void ConvertSamples(const TiffHeader& header, const std::optional<InkConversion>
   }
 }
 
+/// What the library takes for its own conversion.
+struct RgbaImage : TIFFRGBAImage {
+  RgbaImage(const Input& input, TIFF* tiff) : TIFFRGBAImage{} {
+    char reason[1024] = "";
+    if (!TIFFRGBAImageBegin(this, tiff, 1, reason)) {
+      input.Unsupported(std::string("this kind of TIFF is not read: ") + reason);
+    }
+    req_orientation = orientation;  // rows as they are stored
+  }
+  ~RgbaImage() { TIFFRGBAImageEnd(this); }
+  RgbaImage(const RgbaImage&) = delete;
+  RgbaImage& operator=(const RgbaImage&) = delete;
+};
+
 /// The library's own conversion, for kinds of colour that we do not know ourselves; row by row.
 class LibraryConversion {
  public:
-  LibraryConversion(const Input& input, TiffFile& file, TIFF* tiff) : input_(input), file_(file) {
-    char reason[1024] = "";
-    if (!TIFFRGBAImageBegin(&image_, tiff, 1, reason)) {
-      input.Unsupported(std::string("this kind of TIFF is not read: ") + reason);
-    }
-    image_.req_orientation = image_.orientation;  // rows as they are stored
-    band_rows_ = BandRows(tiff);
+  LibraryConversion(const Input& input, TiffFile& file, TIFF* tiff)
+      : input_(input), file_(file), image_(input, tiff), band_rows_(BandRows(tiff)) {
     input.Plan(2 * BandBytes());  // and about as much inside the library
   }
-  ~LibraryConversion() { TIFFRGBAImageEnd(&image_); }
-  LibraryConversion(const LibraryConversion&) = delete;
-  LibraryConversion& operator=(const LibraryConversion&) = delete;
 
   bool HasAlpha() const { return image_.alpha != 0; }
 
@@ -221,8 +227,8 @@ class LibraryConversion {
 
   const Input& input_;
   TiffFile& file_;
-  TIFFRGBAImage image_{};
-  uint32_t band_rows_ = 1;
+  RgbaImage image_;
+  uint32_t band_rows_;
   FreshPages band_;
   uint32_t y_ = 0;  ///< the next row
 };
