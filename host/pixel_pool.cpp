@@ -61,6 +61,17 @@ class PixelPool {
     return {};
   }
 
+  /// Frees a waiting block that `size` is a little too much for: a larger one takes its place.
+  void MakeRoomFor(size_t size) {
+    const std::lock_guard lock(mutex_);
+    for (size_t i = 0; i < count_; ++i) {
+      if (free_[i].size < size && free_[i].size >= size / 2) {
+        Free(Remove(i));
+        return;
+      }
+    }
+  }
+
   /// Keeps `block`, at the cost of those that have waited longest.
   void Give(FreeBlock block) {
     const std::lock_guard lock(mutex_);
@@ -95,6 +106,7 @@ PixelBlock::PixelBlock(size_t size) {
   const size_t rounded = (size + kGranularity - 1) / kGranularity * kGranularity;
   FreeBlock block = shared_pool->Take(rounded);
   if (block.data == nullptr) {
+    shared_pool->MakeRoomFor(rounded);
     block = Allocate(rounded);
     zero_ = rounded >= kOwnPages;
   }

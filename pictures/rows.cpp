@@ -15,7 +15,7 @@ namespace {
 
 /// What readers and writers hold besides what they say themselves: the part of the file that is
 /// being worked on, and the state of a library.
-constexpr uint64_t kAlwaysHeld = uint64_t{3} << 19;
+constexpr uint64_t kAlwaysHeld = uint64_t{1} << 20;
 
 /// A pipe may never end: its header is looked at before the rest is waited for.
 void CheckPipe(ByteSource& source, const FormatRow& row, const std::string& name,

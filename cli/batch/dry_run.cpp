@@ -64,8 +64,9 @@ ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& st
   }
   std::cout << totals.done << " files, " << std::min(peaks.size(), items.size())
             << " at a time, at most about "
-            << Mebibytes(std::accumulate(peaks.begin(), peaks.end(), 0.0))
-            << " of memory for pictures\n"
+            // Most of what the program takes are libraries, which a run needs as well.
+            << Mebibytes(PeakBytes() + std::accumulate(peaks.begin(), peaks.end(), 0.0))
+            << " of memory, the program's own included\n"
             << "limits for each: " << reading.limits.max_pixels << " pixels, "
             << Mebibytes(static_cast<double>(reading.limits.max_memory)) << " of memory\n";
   return totals.Code();

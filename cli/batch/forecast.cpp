@@ -1,5 +1,7 @@
 #include "cli/batch/forecast.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <optional>
@@ -36,8 +38,7 @@ struct BandBytes {
 
 /// Of a band of `rows` rows in the middle of the result.
 BandBytes BytesOfBand(const BandPlan& plan, const Stretch& stretch, int rows) {
-  const int height = plan.ShapeBefore(stretch.end).height;
-  const int middle = (height - rows) / 2;
+  const int middle = (plan.ShapeBefore(stretch.end).height - rows) / 2;
   const std::vector<RowRange> ranges =
       plan.RowsFor(stretch.begin, stretch.end, {middle, middle + rows});
   BandBytes bytes;
@@ -64,6 +65,12 @@ BandBytes BytesOfBand(const BandPlan& plan, const Stretch& stretch, int rows) {
   return bytes;
 }
 
+/// Rows of the picture before a stretch that as many of the result are made of, in the middle.
+int SourceRows(const BandPlan& plan, const Stretch& stretch, int rows) {
+  const int middle = (plan.ShapeBefore(stretch.end).height - rows) / 2;
+  return plan.RowsFor(stretch.begin, stretch.end, {middle, middle + rows}).front().size();
+}
+
 /// Rows of bands that fit into the caches and still leave every thread several of them.
 int BandRowsFor(const BandPlan& plan, const Stretch& stretch, int threads) {
   constexpr double kSmallPicture = 512 << 10, kBand = 2 << 20;
@@ -75,9 +82,14 @@ int BandRowsFor(const BandPlan& plan, const Stretch& stretch, int threads) {
     rows = std::max(kLeast, rows * 3 / 4);
   }
   // Rows that several bands have in common are calculated for each of them.
-  const RowRange needed = plan.RowsFor(stretch.begin, stretch.end, {0, 1}).front();
-  if (!stretch.looks_everywhere) rows = std::max(rows, 4 * needed.size());
-  return std::min(rows, height);
+  constexpr int kRowsForShared = 4;
+  rows = std::min(rows, height);
+  const int shared = SourceRows(plan, stretch, 1);
+  while (rows < height && !stretch.looks_everywhere &&
+         SourceRows(plan, stretch, rows) < kRowsForShared * shared) {
+    rows = std::min(height, rows + rows / 4 + 1);
+  }
+  return rows;
 }
 
 /// All bands of a passage that are in memory at a time.
@@ -186,6 +198,12 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTra
     });
   }
   return forecast;
+}
+
+double PeakBytes() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return 1024.0 * static_cast<double>(usage.ru_maxrss);
 }
 
 std::string Mebibytes(double bytes) {

@@ -67,6 +67,9 @@ struct Forecaster {
                  const Shape& shape) const;
 };
 
+/// Bytes of memory that this process has had at a time at most.
+double PeakBytes();
+
 /// "5.0 MiB".
 std::string Mebibytes(double bytes);
 

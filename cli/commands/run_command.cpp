@@ -96,6 +96,7 @@ int Run(const std::string& command, const Words& words) {
     std::vector<std::string> texts;
     for (const Step& step : steps) texts.push_back(step.text);
     stats.Print(texts, std::cout);
+    std::cout << "memory at its peak " << Mebibytes(PeakBytes()) << "\n";
   }
   return code;
 }

@@ -656,5 +656,77 @@ TEST(Operations, GiveEveryPictureTheSameAndLeaveSecondPicturesAlone) {
   }
 }
 
+/// A file of noise that is larger than what a run holds of it.
+class OneLarge : public Bulk {
+ protected:
+  Outcome Shell(const std::string& command) { return RunShell(command, folder_); }
+
+  void MakeLarge(int width, int height) {
+    const std::string size = std::to_string(width) + " " + std::to_string(height);
+    Shell("printf 'P6\\n" + size + "\\n255\\n' > large.ppm; head -c " +
+          std::to_string(3 * width * height) + " /dev/urandom >> large.ppm");
+  }
+};
+
+/// The number that follows `text` in what a run has printed.
+double NumberAfter(const std::string& output, const std::string& text) {
+  const size_t at = output.find(text);
+  EXPECT_NE(at, std::string::npos) << output;
+  return at == std::string::npos ? 0 : std::stod(output.substr(at + text.size()));
+}
+
+TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
+  MakeLarge(3000, 2501);
+  const struct {
+    std::string output, steps;
+  } cases[] = {{"o.ppm", "negative"},
+               {"o.tif", "'median size=3' sharpen 'crop y=100' gaussian-blur"},
+               {"o.bmp", "'turn angle=90' 'resize width=50%'"},
+               {"o.ppm", "blur 'rotate angle=30' blur"}};
+  for (const auto& c : cases) {
+    Shell("rm -f first");
+    for (const std::string how : {"--threads 1", "--threads 2", "--threads 3 --band-rows 50"}) {
+      SCOPED_TRACE(c.steps + " " + how);
+      const std::string words = "large.ppm -o " + c.output + " " + c.steps + " --no-notes " + how;
+      const Outcome dry = Run(words + " --dry-run");
+      const Outcome outcome = Run(words + " --stats");
+      EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+      EXPECT_EQ(
+          Shell("test -f first || cp " + c.output + " first; cmp first " + c.output).exit_code, 0);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+      const double told = NumberAfter(dry.output, "at most about ");
+      // A tenth, or what libraries may or may not hold.
+      EXPECT_NEAR(NumberAfter(outcome.output, "memory at its peak "), told,
+                  std::max(0.1 * told, 2.0));
+#endif
+    }
+  }
+}
+
+TEST_F(OneLarge, LeavesNothingWhenItEndsInTheMiddle) {
+  MakeLarge(2000, 2000);
+  Shell(
+      "printf 'P6\\n2000 2000\\n254\\n' > bad.ppm; head -c 9000000 /dev/zero >> bad.ppm; "
+      "tail -c 3000000 large.ppm >> bad.ppm");
+  const std::pair<std::string, std::string> faults[] = {
+      {QEL_TOOL " run bad.ppm -o out/o.ppm --threads 2 sharpen", "larger than the stated maximum"},
+      {"trap '' XFSZ; ulimit -f 8000; " QEL_TOOL " run large.ppm -o out/o.ppm --threads 2 sharpen",
+       "File too large"}};
+  for (const auto& [command, message] : faults) {
+    const Outcome outcome = Shell(command);
+    EXPECT_NE(outcome.exit_code, kDone);
+    EXPECT_NE(outcome.errors.find(message), std::string::npos) << outcome.errors;
+    EXPECT_TRUE(Files("out").empty());
+  }
+  // Interrupted while the rest is waited for.
+  const Outcome outcome =
+      Shell("mkfifo pipe; (head -c 6000000 large.ppm; exec sleep 4) > pipe & " QEL_TOOL
+            " run pipe -o out/o.ppm --progress=json sharpen & tool=$!; sleep 2; kill -TERM $tool; "
+            "wait $tool");
+  EXPECT_EQ(outcome.exit_code, kInterrupted);
+  EXPECT_NE(outcome.errors.find("\"working\", \"share\": 0."), std::string::npos) << outcome.errors;
+  EXPECT_TRUE(Files("out").empty());
+}
+
 }  // namespace
 }  // namespace qel::cli
