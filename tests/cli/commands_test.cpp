@@ -8,19 +8,17 @@
 #include "cli/commands/completion.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/tool.h"
 
 namespace qel::cli {
 namespace {
 
 using test::Outcome;
 using test::ReadFile;
-using test::RunShell;
-using test::TemporaryFolder;
 using test::WriteFile;
 
 /// Commands that read no more than small pictures: two of one shape, one pixel apart.
-class Commands : public testing::Test {
+class Commands : public test::ToolTest {
  protected:
   void SetUp() override {
     WriteFile(folder_ / "a.ppm", "P3 3 2 255  1 2 3 4 5 6 7 8 9  9 8 7 6 5 4 3 2 1\n");
@@ -28,36 +26,24 @@ class Commands : public testing::Test {
     WriteFile(folder_ / "grey.pgm", "P2 3 2 255  1 2 3 4 5 6\n");
     WriteFile(folder_ / "small.ppm", "P3 1 1 255  1 2 3\n");
   }
-  Outcome Run(const std::string& words) { return RunShell(QEL_TOOL " " + words, folder_); }
-
-  TemporaryFolder folder_;
 };
 
 TEST_F(Commands, DiffTellsHowPicturesDiffer) {
-  const struct {
-    std::string words;
-    int exit_code;
-    std::string said;
-  } cases[] = {
-      {"a.ppm a.ppm", 0, "exact\ndiffering pixels    0 of 6\nmaximum difference  0\nPSNR  "},
-      {"a.ppm a.ppm", 0, "infinite"},
-      {"a.ppm b.ppm", 1, "different\ndiffering pixels    2 of 6\nmaximum difference  40\nPSNR"},
-      // 10 log10(255 * 255 * 18 / (40 * 40 + 10 * 10))
-      {"a.ppm b.ppm", 1, " 28.38 dB\n"},
-      {"a.ppm b.ppm --limit 10", 1, "differing pixels    1 of 6"},
-      {"a.ppm b.ppm --limit 40", 0, "equal within the limit\ndiffering pixels    0 of 6"},
-      {"a.ppm grey.pgm", 2, "one is 3 x 2 at 24 bits, the other 3 x 2 at 8 bits"},
-      {"a.ppm small.ppm", 2, "the other 1 x 1 at 24 bits"},
-      {"a.ppm", 2, "write qel diff A B"},
-      {"a.ppm missing.ppm", 3, "missing.ppm"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.words);
-    const Outcome outcome = Run("diff " + c.words);
-    EXPECT_EQ(outcome.exit_code, c.exit_code);
-    const std::string said = outcome.output + outcome.errors;
-    EXPECT_NE(said.find(c.said), std::string::npos) << said;
-  }
+  ExpectEach(
+      "diff ",
+      {
+          {"a.ppm a.ppm", 0, "exact\ndiffering pixels    0 of 6\nmaximum difference  0\nPSNR  "},
+          {"a.ppm a.ppm", 0, "infinite"},
+          {"a.ppm b.ppm", 1, "different\ndiffering pixels    2 of 6\nmaximum difference  40\nPSNR"},
+          // 10 log10(255 * 255 * 18 / (40 * 40 + 10 * 10))
+          {"a.ppm b.ppm", 1, " 28.38 dB\n"},
+          {"a.ppm b.ppm --limit 10", 1, "differing pixels    1 of 6"},
+          {"a.ppm b.ppm --limit 40", 0, "equal within the limit\ndiffering pixels    0 of 6"},
+          {"a.ppm grey.pgm", 2, "one is 3 x 2 at 24 bits, the other 3 x 2 at 8 bits"},
+          {"a.ppm small.ppm", 2, "the other 1 x 1 at 24 bits"},
+          {"a.ppm", 2, "write qel diff A B"},
+          {"a.ppm missing.ppm", 3, "missing.ppm"},
+      });
   EXPECT_EQ(Run("diff --json a.ppm b.ppm").output.substr(0, 58),
             "{\"equal\": false, \"exact\": false, \"differing_pixels\": 2, \"p");
   EXPECT_NE(Run("diff --json a.ppm a.ppm").output.find("\"psnr\": null"), std::string::npos);
@@ -120,7 +106,7 @@ TEST_F(Commands, SheetsHoldPicturesUnscaled) {
 }
 
 TEST_F(Commands, ModulesAreToldForPrograms) {
-  RunShell("cp $(dirname " QEL_TOOL ")/../_binLIN64/QELMaths.so .", folder_);
+  Shell("cp " + test::ModulePath() + " .");
   const Outcome inspected = Run("inspect --json QELMaths.so");
   EXPECT_EQ(inspected.exit_code, kDone) << inspected.errors;
   for (const std::string part :
@@ -141,9 +127,9 @@ TEST_F(Commands, HelpFitsAScreenAndItsExamplesRun) {
   const std::string help = Run("help").output;
   EXPECT_LE(std::ranges::count(help, '\n'), 24) << help;
   ASSERT_EQ(Run("run a.ppm -o photo.jpg resize 200% enlarge=yes").exit_code, kDone);
-  RunShell("cp photo.jpg logo.png; mkdir photos web; cp photo.jpg photos; " QEL_TOOL
-           " convert photo.jpg -o scan.tiff; " QEL_TOOL " convert a.ppm -o logo.png",
-           folder_);
+  Shell("mkdir photos web; cp photo.jpg photos");
+  Run("convert photo.jpg -o scan.tiff");
+  Run("convert a.ppm -o logo.png");
   size_t examples = 0;
   for (size_t at = 0; (at = help.find("\n  qel ", at)) != help.npos; ++at) {
     std::string words = help.substr(at + 7, help.find('\n', at + 1) - at - 7);
@@ -202,39 +188,37 @@ TEST_F(Commands, CompletionFollowsTheTables) {
 
   // Bash hands name=value over as three words.
   WriteFile(folder_ / "try.sh",
-            "source <(" QEL_TOOL
-            " completion bash)\n"
-            "qel() { " QEL_TOOL
-            " \"$@\"; }\n"
-            "COMP_WORDS=(qel run in.png light brightness = 3 contr); COMP_CWORD=7; _qel\n"
-            "echo \"${COMPREPLY[*]}\"\n"
-            "COMP_WORDS=(qel list --j); COMP_CWORD=2; _qel; echo \"${COMPREPLY[*]}\"\n");
-  EXPECT_EQ(RunShell("bash try.sh", folder_).output, "contrast=\n--json\n");
+            "source <(" + Tool() + " completion bash)\nqel() { " + Tool() +
+                " \"$@\"; }\n"
+                "COMP_WORDS=(qel run in.png light brightness = 3 contr); COMP_CWORD=7; _qel\n"
+                "echo \"${COMPREPLY[*]}\"\n"
+                "COMP_WORDS=(qel list --j); COMP_CWORD=2; _qel; echo \"${COMPREPLY[*]}\"\n");
+  EXPECT_EQ(Shell("bash try.sh").output, "contrast=\n--json\n");
 
   // Zsh with its own functions replaced, since they need a terminal.
   WriteFile(folder_ / "try.zsh",
-            "qel() { " QEL_TOOL
-            " \"$@\"; }\n"
-            "compdef() { :; }; compset() { print strip }; _files() { print files }\n"
-            "compadd() { print -r -- \"$@[-1]\"; }\n"
-            "qel completion zsh > _qel; source ./_qel\n"
-            "words=(qel run in.png light brightness=3 contr); CURRENT=6; _qel\n"
-            "words=(qel list --j); CURRENT=3; _qel\n");
+            "qel() { " + Tool() +
+                " \"$@\"; }\n"
+                "compdef() { :; }; compset() { print strip }; _files() { print files }\n"
+                "compadd() { print -r -- \"$@[-1]\"; }\n"
+                "qel completion zsh > _qel; source ./_qel\n"
+                "words=(qel run in.png light brightness=3 contr); CURRENT=6; _qel\n"
+                "words=(qel list --j); CURRENT=3; _qel\n");
   // Fish as it is.
   WriteFile(folder_ / "try.fish",
-            "function qel; " QEL_TOOL
-            " $argv; end\n"
-            "qel completion fish | source\n"
-            "complete -C 'qel run in.png light brightness=3 contr' | cut -f 1\n"
-            "complete -C 'qel list --j' | cut -f 1\n"
-            "complete -C 'qel run in.png copy with=small.p' | cut -f 1\n");
+            "function qel; " + Tool() +
+                " $argv; end\n"
+                "qel completion fish | source\n"
+                "complete -C 'qel run in.png light brightness=3 contr' | cut -f 1\n"
+                "complete -C 'qel list --j' | cut -f 1\n"
+                "complete -C 'qel run in.png copy with=small.p' | cut -f 1\n");
   const std::pair<std::string, std::string> shells[] = {
       {"zsh -f try.zsh", "contrast=\nstrip\nfiles\n--json\n"},
       {"fish -N try.fish", "contrast=\n--json\nwith=small.ppm\n"}};
   for (const auto& [words, expected] : shells) {
     const std::string shell = words.substr(0, words.find(' '));
-    if (RunShell("command -v " + shell, folder_).exit_code == 0) {
-      EXPECT_EQ(RunShell(words, folder_).output, expected);
+    if (Shell("command -v " + shell).exit_code == 0) {
+      EXPECT_EQ(Shell(words).output, expected);
     } else {
       std::cout << shell << " is missing: its completion was not tried\n";
     }

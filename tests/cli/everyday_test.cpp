@@ -5,15 +5,14 @@
 
 #include "cli/batch/picture_io.h"
 #include "cli/terminal/errors.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/tool.h"
 
 namespace qel::cli {
 namespace {
 
+using test::Count;
 using test::Outcome;
 using test::ReadFile;
-using test::RunShell;
-using test::TemporaryFolder;
 using test::WriteFile;
 
 /// Blue, green, red and alpha as a person would name them; what has no alpha is opaque.
@@ -23,7 +22,7 @@ constexpr int kWidth = 320, kHeight = 240;
 
 /// Jobs that people have every day, on pictures whose parts can be told apart: a photo with a
 /// colour in each corner, and a logo with soft and with hidden parts.
-class Everyday : public testing::Test {
+class Everyday : public test::ToolTest {
  protected:
   void SetUp() override {
     const auto photo = MakeImage(kWidth, kHeight, 24);
@@ -51,12 +50,11 @@ class Everyday : public testing::Test {
 
   /// Runs the tool, which must do it without a word.
   Picture Make(const std::string& words, const std::string& output = "out.png") {
-    const Outcome outcome = RunShell(QEL_TOOL " " + words, folder_);
+    const Outcome outcome = Run(words);
     EXPECT_EQ(outcome.exit_code, kDone) << words << "\n" << outcome.errors;
     EXPECT_EQ(outcome.errors, "") << words;
     return LoadPicture(folder_ / output, {});
   }
-  Outcome Run(const std::string& words) { return RunShell(QEL_TOOL " " + words, folder_); }
 
   static Seen At(const Picture& picture, int x, int y) {
     const host::HostImage& image = *picture.image;
@@ -85,7 +83,6 @@ class Everyday : public testing::Test {
   const Seen north_west_{30, 40, 90, 255}, north_east_{220, 40, 90, 255};
   const Seen south_west_{30, 200, 90, 255}, south_east_{220, 200, 90, 255};
   const Seen white_{255, 255, 255, 255};
-  TemporaryFolder folder_;
 };
 
 TEST_F(Everyday, PhotosForTheWebGetSmallerAndSmallOnesStay) {
@@ -218,12 +215,6 @@ TEST_F(Everyday, GreyPicturesHaveOneChannelInTheFile) {
   EXPECT_NE(info.output.find("8 bits: grey"), std::string::npos) << info.output;
 }
 
-size_t Count(const std::string& text, const std::string& part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
-
 TEST_F(Everyday, InfoTellsWhenAndHowAPictureWasTaken) {
   // EXIF with an orientation, and a directory that holds the date.
   using std::string_literals::operator""s;
@@ -284,8 +275,9 @@ TEST_F(Everyday, RecipesRunAndRunsAreVerified) {
   const Outcome run =
       Run("run photo.png logo.png -o out/ --recipe recipe --json done.json --stats negative");
   ASSERT_EQ(run.exit_code, kDone) << run.errors;
-  for (const std::string line : {"2 pictures, 0.1 megapixels\n", "\nresize width=160 ",
-                                 "\ntext text=A b size=20 color=black ", "\nnegative ", "\nwrite "}) {
+  for (const std::string line :
+       {"2 pictures, 0.1 megapixels\n", "\nresize width=160 ",
+        "\ntext text=A b size=20 color=black ", "\nnegative ", "\nwrite "}) {
     EXPECT_NE(run.output.find(line), std::string::npos) << run.output;
   }
   ExpectSize(LoadPicture(folder_ / "out/photo.png", {}), 160, 120);
@@ -303,10 +295,7 @@ TEST_F(Everyday, RecipesRunAndRunsAreVerified) {
 }
 
 TEST_F(Everyday, SaysWhatWasMeant) {
-  const struct {
-    std::string words;
-    std::string message;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"scale width=50%", "resize width=50%"},
       {"thumbnail", "resize width=200 height=200"},
       {"brightness", "light brightness=30"},
@@ -319,10 +308,8 @@ TEST_F(Everyday, SaysWhatWasMeant) {
       {"turn", "angle= is missing"},
       {"GrayScale Midian", "there is no operation Midian"},
   };
-  for (const auto& c : cases) {
-    const Outcome outcome = Run("run photo.png -o out.png " + c.words);
-    EXPECT_EQ(outcome.exit_code, kUsage) << c.words;
-    EXPECT_NE(outcome.errors.find(c.message), std::string::npos) << c.words << outcome.errors;
+  for (const auto& [words, message] : cases) {
+    Expect({"run photo.png -o out.png " + words, kUsage, message});
     EXPECT_FALSE(std::filesystem::exists(folder_ / "out.png"));
   }
 }

@@ -6,8 +6,8 @@
 #include <iterator>
 #include <vector>
 
-#include "tests/fuzz/fuzz.h"
 #include "reference/rng.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include "host/host_image.h"
 #include "host/module_library.h"
 #include "qel/color_transform.h"
+#include "tests/support/build_paths.h"
 #include "tests/support/module_under_test.h"
 
 namespace qel::host {
@@ -91,20 +92,6 @@ TEST(HostImage, LaysRowsOutInZeroedGuardZones) {
   }
 }
 
-// Rows that are walked as 32-bit integers are four times as far apart and as long.
-TEST(HostImage, OwnsTheMemoryOfRowsReadAsIntegers) {
-  for (const bool bottom_up : {false, true}) {
-    for (const int bit_count : {8, 16, 24, 32}) {
-      const auto image =
-          HostImage::Make(1500, 40, bit_count, kModelMono,
-                          {.alignment = 1, .bottom_up = bottom_up, .clear = true, .clear_byte = 1});
-      const int64_t row = int64_t{4} * 39 * image->stride();
-      uint8_t* const last = image->Bits() + row + (bottom_up ? 0 : image->RowBytes() * 4 - 1);
-      EXPECT_EQ(*last, 0);
-    }
-  }
-}
-
 TEST(HostImage, RejectsAbsurdShapesAndIsEmptyThen) {
   const int shapes[][4] = {{8, 8, 1, 0},         {8, 8, 1, -8},      {8, 8, 1, 65},
                            {8, 8, 65, 8},        {kBig, 1, 1, 64},   {kBig, 1, 1, 8},
@@ -177,18 +164,13 @@ TEST(HostImage, FillsEveryPixelOfEveryPlane) {
   }
 }
 
-TEST(HostImage, AnswersItsInterfacesAndThePaletteWhileItHasOne) {
+TEST(HostImage, AnswersThePaletteWhileItHasOne) {
   const auto image = HostImage::Make(4, 4, 8, kModelMono);
-  for (const IID& iid : {IID_IUnknown, IID_IQEL, IID_IQELImage, IID_IQELImageDIB}) {
-    void* object = nullptr;
-    EXPECT_EQ(image->QueryInterface(iid, &object), kOk);
-    EXPECT_EQ(object, static_cast<IQELImageDIB*>(image.Get()));
-    EXPECT_EQ(image->Release(), 1u);
-  }
-  EXPECT_FALSE(QueryFor<IQELImagePalette>(static_cast<IQELImageDIB*>(image.Get())));
+  IQELImageDIB* const dib = image.Get();
+  EXPECT_FALSE(QueryFor<IQELImagePalette>(dib));
   image->SetPalette(std::vector<RGBQUAD>(3, RGBQUAD{10, 20, 30, 0}));
   {
-    const auto palette = QueryFor<IQELImagePalette>(static_cast<IQELImageDIB*>(image.Get()));
+    const auto palette = QueryFor<IQELImagePalette>(dib);
     ASSERT_TRUE(palette);
     EXPECT_EQ(image->AddRef(), 3u);
     EXPECT_EQ(palette->Release(), 2u);
@@ -198,11 +180,10 @@ TEST(HostImage, AnswersItsInterfacesAndThePaletteWhileItHasOne) {
     EXPECT_EQ(count, 3u);
     EXPECT_EQ(entries[2].red, 30);
     EXPECT_TRUE(IsFilled(&entries[3].blue, 253 * 4, 0));
-    const auto back = QueryFor<IQELImageDIB>(palette.Get());
-    EXPECT_EQ(back.Get(), image.Get());
+    EXPECT_EQ(QueryFor<IQELImageDIB>(palette.Get()).Get(), dib);
   }
   ASSERT_EQ(image->Create(4, 4, 1, 8, kModelMono), kOk);
-  EXPECT_FALSE(QueryFor<IQELImagePalette>(static_cast<IQELImageDIB*>(image.Get())));
+  EXPECT_FALSE(QueryFor<IQELImagePalette>(dib));
 }
 
 TEST(HostImage, RecyclesMemoryBetweenImagesAndThreads) {
@@ -256,33 +237,14 @@ SmartPtr<IQELImageDIB> MakeByName(IComponentCollection* collection, IString* nam
   return image;
 }
 
-TEST(HostCollection, MakesComponentsByNameAndThroughLocators) {
+// What every host must do, the checker's rules ask of the collection in the shipped library.
+TEST(HostCollection, MakesWhatItIsToldTo) {
   const auto collection = HostCollection::MakeWithImages({.padding = 100});
   const auto image = Component<IQELImage>(collection, L"QELImageDIB");
-  EXPECT_EQ(image->AddRef(), 2u);
-  EXPECT_EQ(image->Release(), 1u);
   ASSERT_EQ(image->Create(8, 1, 1, 8, kModelMono), kOk);
   EXPECT_EQ(static_cast<HostImage*>(image.Get())->stride(), 128);
-
-  for (const IID* no_interface : {static_cast<const IID*>(nullptr), &IID_NULL}) {
-    const auto locator =
-        Component<IComponentString>(collection, L"CreatableString", kOk, no_interface);
-    SmartPtr<ICreatableString> string;
-    ASSERT_EQ(CallSlot(locator.Get(), 5, &IID_ICreatableString, string.PutVoid()), kOk);
-    const auto name = Spell(string, L"QELImageDIB");
-    EXPECT_TRUE(MakeByName(collection.Get(), name.Get()));
-    int index = 5;
-    EXPECT_TRUE(Failed(collection->FindItem(Spell(name, L"x").Get(), &index)));
-    EXPECT_EQ(index, 5);
-  }
   const auto itself = Component<IComponentCollection>(collection, kCollectionName);
   EXPECT_EQ(itself.Get(), collection.Get());
-  EXPECT_EQ(collection->AddRef(), 3u);
-  EXPECT_EQ(collection->Release(), 2u);
-}
-
-TEST(HostCollection, LeavesNullWhereItHasNothing) {
-  const auto collection = HostCollection::MakeWithImages();
   Component<IComponentString>(collection, L"QELImage", kFail, nullptr);
   Component<IString>(collection, L"QELImageDIB", kNoInterface);
   EXPECT_EQ(collection->CreateComponent(Text(kStringName), nullptr, nullptr), kNullOutput);
@@ -290,9 +252,6 @@ TEST(HostCollection, LeavesNullWhereItHasNothing) {
     SmartPtr<IUnknown> item;
     EXPECT_TRUE(Failed(collection->GetItem(index, item.Put())));
     EXPECT_FALSE(item);
-  }
-  for (const size_t slot : {3, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}) {
-    EXPECT_EQ(CallSlot(collection.Get(), slot), kFail) << slot;
   }
   collection->Offer(kImageComponentName, nullptr);
   Component<IQELImage>(collection, L"QELImageDIB", kFail);
@@ -303,7 +262,7 @@ TEST(HostCollection, LeavesNullWhereItHasNothing) {
 /// Runs with the build folder as working directory, where the modules are found.
 class ModulesTest : public testing::Test {
  protected:
-  void SetUp() override { std::filesystem::current_path(QEL_BUILD_FOLDER); }
+  void SetUp() override { std::filesystem::current_path(test::BuildFolder()); }
   void TearDown() override { std::filesystem::current_path(before_); }
 
   static std::string LoadError(const std::string& path) {

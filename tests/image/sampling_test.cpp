@@ -79,6 +79,16 @@ TEST(Sampling, BesselIsOddAndItsBranchesMeet) {
     EXPECT_EQ(KernelBessel_Order1(x), oracle::BesselOrder1(x));
     EXPECT_NEAR(KernelBessel_Order1(x), j1(static_cast<double>(x)), 2e-7);
   }
+  // All digits of the coefficients: sums over the ranges of the three approximations.
+  double sums[3] = {};
+  for (int i = 0; i < 800; ++i) {
+    sums[0] += KernelBessel_J1(i / 100.0);
+    sums[1] += KernelBessel_P1(8 + i / 10.0);
+    sums[2] += KernelBessel_Q1(8 + i / 10.0);
+  }
+  EXPECT_EQ(sums[0], 97.846395795946734);
+  EXPECT_EQ(sums[1], 800.13316208409049);
+  EXPECT_EQ(sums[2], 37.485551313783859);
 }
 
 TEST(Sampling, KeepsTruncatedPositionsForMethodOne) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "tests/support/build_paths.h"
 #include "tests/support/temporary_folder.h"
 
 namespace qel::test {
@@ -12,13 +13,13 @@ namespace {
 /// Runs scenarios of the probe in a working directory of their own, with or without modules in it.
 class HostServices : public testing::Test {
  protected:
-  void OfferModules(const char* folder = QEL_MODULE_FOLDER) const {
+  void OfferModules(const std::string& folder = Built("_binLIN64")) const {
     std::filesystem::create_directory_symlink(folder, folder_ / "_binLIN64");
   }
   std::string Run(const std::string& scenario) const {
     // The string locator of the sibling module keeps a reference for the life of the process.
-    const Outcome outcome =
-        RunShell("ASAN_OPTIONS=detect_leaks=0 " QEL_PROBE " " + scenario, folder_);
+    const Outcome outcome = RunShell(
+        "ASAN_OPTIONS=detect_leaks=0 " + Built("tests/host_services_probe ") + scenario, folder_);
     EXPECT_EQ(outcome.exit_code, 0) << outcome.errors;
     return outcome.output;
   }
@@ -74,7 +75,7 @@ TEST_F(HostServices, TakeStringsFromTheSiblingModuleWhenTheCollectionHasNone) {
 
 // One reference of the holder and one for the life of the process, of the locator in use alone.
 TEST_F(HostServices, LeaveNoReferenceToLocatorsThatAreNotUsed) {
-  OfferModules(QEL_FORWARDING_FOLDER);
+  OfferModules(Built("tests/siblings"));
   EXPECT_EQ(Run("locator"),
             "part 4 thrown, 0 left\npart 1 thrown, 0 left\n1 left with 2 references\n");
 }

@@ -1,9 +1,10 @@
-#include "operations/arguments.h"
 #include "operations/point_maps.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+
+#include "operations/arguments.h"
 
 namespace qel::operations {
 namespace {

@@ -1,9 +1,9 @@
 // Loads the installed module with nothing but the headers and asks a component for its name.
 
 #include <dlfcn.h>
+#include <qel/qel.h>
 
 #include <cstdio>
-#include <qel/qel.h>
 
 int main(int argc, char** argv) {
   void* const library = argc == 2 ? dlopen(argv[1], RTLD_NOW) : nullptr;

@@ -30,7 +30,7 @@ for component in color filter maths transform; do
   allow "$component" "$component" component image simd
 done
 allow module module color filter maths transform component image simd
-allow reference reference operations
+allow reference reference operations image  # of that image/bessel.h alone, for its coefficients
 allow host host
 allow pictures pictures
 allow compose compose

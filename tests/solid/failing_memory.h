@@ -1,18 +1,16 @@
 #ifndef QEL_TESTS_SOLID_FAILING_MEMORY_H_
 #define QEL_TESTS_SOLID_FAILING_MEMORY_H_
 
+#include "tests/support/sanitized.h"
+
 namespace qel::test {
 
 /// While it lives, counts what one library asks of `operator new` and `calloc`, and refuses one
 /// request. Other code allocates as always. One thread, one at a time.
 class FailingMemory {
  public:
-  /// False under sanitizers, which answer `calloc` themselves.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  static constexpr bool kFollowsCalloc = false;
-#else
-  static constexpr bool kFollowsCalloc = true;
-#endif
+  /// Sanitizers answer `calloc` themselves.
+  static constexpr bool kFollowsCalloc = !kSanitized;
 
   /// Watches the library that `inside` lies in; refuses request `fail_at`, none if negative.
   FailingMemory(const void* inside, int fail_at);

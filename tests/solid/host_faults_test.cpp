@@ -209,6 +209,57 @@ TEST_P(HostFaults, RefusedMemoryIsDoneWithoutOrReported) {
   }
 }
 
+// Nothing is asked of the host, and results stay as they are.
+TEST_P(HostFaults, NullArgumentsAreRefused) {
+  TestHost& host = TestHost::Instance();
+  Rng rng(1);
+  const auto image = TestImage::Make(RandomRaster(rng, 9, 7, 24));
+  const auto expect_refusal = [&](const std::string& what, result_t code, auto call) {
+    host.Reset();
+    IQEL* result = image.Get();
+    EXPECT_EQ(call(&result), code) << what;
+    EXPECT_EQ(host.calls, 0) << what;
+    EXPECT_EQ(result, image.Get()) << what;
+    EXPECT_EQ(image->references(), 1u) << what;
+  };
+  for (const OperationCall& operation : AllOperationCalls()) {
+    const std::string& name = operation.name;
+    const bool masked = name.ends_with("Masked");
+    for (int null = 0; null < operation.images - (masked ? 1 : 0); ++null) {
+      std::vector<IQELImage*> images(static_cast<size_t>(operation.images), image.Get());
+      images[static_cast<size_t>(null)] = nullptr;
+      const result_t code = name.starts_with("Equal")            ? kOk
+                            : name == "RotatePaste" && null == 0 ? kNullOutput
+                            : name == "CreateDestImage"          ? kInvalidArgument
+                            : name.starts_with("Subtract")       ? kInvalidArgument
+                                                                 : kFail;
+      expect_refusal(name + ", image " + std::to_string(null), code,
+                     [&](IQEL** result) { return operation.call(*module_, images, result); });
+    }
+    const bool needs_output = operation.makes_image && operation.images == 1 &&
+                              (Matches("Rotate*", name) || Matches("Resample*", name) ||
+                               name == "Skew" || name == "IncreaseBpp" || name == "Quad" ||
+                               name == "Transform" || name == "CreateDestImage");
+    if (!needs_output) continue;
+    IQELImage* const images[] = {image.Get()};
+    EXPECT_EQ(operation.call(*module_, images, nullptr), kNullOutput) << name;
+  }
+  IQEL* const i = image.Get();
+  expect_refusal("Lut", kFail, [&](IQEL**) { return module_->color->Lut(i, nullptr); });
+  expect_refusal("Transform", kFail, [&](IQEL** result) {
+    return module_->transform->Transform(nullptr, i, result, 0, 0, 0, 0, 0, 0);
+  });
+  expect_refusal("TransformPaste", kFail, [&](IQEL**) {
+    return module_->transform->TransformPaste(nullptr, i, i, 0, 0, 0, 0);
+  });
+  host.Reset();
+  host.refuses_images = true;
+  IQEL* out = i;
+  EXPECT_EQ(module_->maths->CreateDestImage(&out, i, 0, 0), kFail);
+  EXPECT_EQ(out, nullptr);
+  host.Reset();
+}
+
 TEST_P(HostFaults, WithoutNewImagesOperationsThatNeedOneFail) {
   TestHost& host = TestHost::Instance();
   for (const OperationCall& operation : AllOperationCalls()) {

@@ -5,7 +5,9 @@
 #include <map>
 #include <stdexcept>
 
+#include "tests/support/build_paths.h"
 #include "tests/support/paired_operations.h"
+#include "tests/support/sanitized.h"
 
 namespace qel::test {
 namespace {
@@ -28,6 +30,7 @@ std::unique_ptr<ModuleUnderTest> ModuleUnderTest::Load(const std::string& folder
   void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) throw std::runtime_error(dlerror());
   auto module = std::make_unique<ModuleUnderTest>();
+  module->level = level;
   module->create_function =
       reinterpret_cast<CreateFunctionFunction>(dlsym(library, kCreateFunctionSymbol));
   module->initialize =
@@ -49,34 +52,6 @@ std::unique_ptr<ModuleUnderTest> ModuleUnderTest::Load(const std::string& folder
   return module;
 }
 
-namespace {
-
-ImageView ViewOf(const Raster& raster) {
-  ImageView view;
-  static_cast<ImageShape&>(view) = {raster.width, raster.height, raster.planes, raster.bit_count,
-                                    raster.model};
-  view.bits = const_cast<uint8_t*>(raster.Bits());
-  view.stride = raster.stride;
-  return view;
-}
-
-}  // namespace
-
-void OperationTest::ExpectSameByMethods(const Raster& source, const Raster& expected,
-                                        std::span<const MethodText> methods,
-                                        const MethodCall& call) {
-  const ImageView shape = ViewOf(expected);
-  const int bits = shape.bit_count;
-  if (!shape.HasPixels() || (bits < 24 && bits != 8 && bits != 4 && bits != 1)) return;
-  for (size_t method = 0; method < methods.size(); ++method) {
-    Raster result;
-    result.Create(shape.width, shape.height, shape.planes, bits, shape.model);
-    if (!call(method, ViewOf(source), ViewOf(result))) continue;
-    methods_run_.insert(methods[method].name);
-    EXPECT_EQ(result.Difference(expected), "") << "by " << methods[method].name;
-  }
-}
-
 std::string LevelName(CpuLevel level) {
   constexpr const char* kNames[] = {"sse2", "avx2", "avx512", "avx512vbmi"};
   return kNames[static_cast<int>(level)];
@@ -85,7 +60,7 @@ std::string LevelName(CpuLevel level) {
 ModuleUnderTest& ModuleUnderTest::ForLevel(CpuLevel level) {
   static auto& loaded = *new std::map<CpuLevel, ModuleUnderTest*>;  // stays for the process
   ModuleUnderTest*& module = loaded[level];
-  if (module == nullptr) module = Load(QEL_TEST_MODULES, level).release();
+  if (module == nullptr) module = Load(Built("tests/modules"), level).release();
   return *module;
 }
 
@@ -97,14 +72,38 @@ void OperationTest::SetUp() {
   module_ = &ModuleUnderTest::ForLevel(GetParam());
 }
 
-void OperationTest::ExpectSame(const std::vector<Raster>& inputs, const ModuleCall& call,
-                               const OracleCall& oracle) {
+void ReadingTest::SetUp() {
+  TestHost::Instance().Reset();
+  for (int level = 0; level <= static_cast<int>(DetectCpuLevel()); ++level) {
+    modules_.push_back(&ModuleUnderTest::ForLevel(static_cast<CpuLevel>(level)));
+  }
+}
+
+std::string ReadingTest::Difference(const PairedCase& paired) {
   const int live_before = TestHost::Instance().live_objects;
-  const PairedCase paired{
-      inputs, [&](const ComponentSet&, auto images, IQEL** result) { return call(images, result); },
-      oracle};
-  EXPECT_EQ(CompareCase(paired, *module_), "");
-  EXPECT_EQ(TestHost::Instance().live_objects, live_before) << "objects left behind";
+  const PlainOutcome plain(paired);
+  for (const ModuleUnderTest* const module : modules_) {
+    std::string difference = plain.Difference(*module);
+    if (difference.empty()) difference = plain.DifferenceByMethods(*module->plans, run_);
+    if (!difference.empty()) return LevelName(module->level) + ": " + difference;
+  }
+  return TestHost::Instance().live_objects == live_before ? "" : "objects left behind";
+}
+
+void ReadingTest::ExpectSame(const std::vector<Raster>& inputs, const PairedCall& call) {
+  EXPECT_EQ(Difference({inputs, call}), "");
+}
+
+void ReadingTest::ExpectSameDraws(const std::string& component, int draws) {
+  if (kSanitized) draws /= 8;
+  for (const PairedOperation& operation : PairedOperations()) {
+    std::string difference;
+    for (int i = 0; i < draws && operation.component == component && difference.empty(); ++i) {
+      Rng rng(static_cast<uint64_t>(i));
+      difference = Difference(operation.draw(rng));
+      EXPECT_EQ(difference, "") << operation.name << ", seed " << i;
+    }
+  }
 }
 
 }  // namespace qel::test

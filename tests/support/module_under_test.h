@@ -3,16 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <set>
-#include <span>
 #include <string>
+#include <vector>
 
 #include "simd/cpu_level.h"
-#include "tests/support/forced_plans.h"
-#include "tests/support/operation_calls.h"
-#include "tests/support/test_host.h"
+#include "tests/support/paired_call.h"
 
 namespace qel::test {
 
@@ -27,6 +24,8 @@ struct ModuleUnderTest : ComponentSet {
   static std::unique_ptr<ModuleUnderTest> Load(const std::string& folder, CpuLevel level);
   /// The build for `level` of this project, loaded once per process.
   static ModuleUnderTest& ForLevel(CpuLevel level);
+
+  CpuLevel level;
 };
 
 /// Name of a level, as in the file names of the test modules.
@@ -38,28 +37,33 @@ class OperationTest : public testing::TestWithParam<CpuLevel> {
  protected:
   void SetUp() override;
 
-  /// One call on the module: the images in order, and where a result goes.
-  using ModuleCall = std::function<result_t(std::span<TestImage* const> images, IQEL** result)>;
-  /// The same by an oracle. `result` counts as made when its bit count is not 0.
-  using OracleCall = std::function<result_t(std::span<Raster> images, Raster& result)>;
-
-  /// Runs both on copies of `inputs` and expects the same result code, the same bytes in every
-  /// image and in the result, guards and padding included, and every reference given back.
-  void ExpectSame(const std::vector<Raster>& inputs, const ModuleCall& call,
-                  const OracleCall& oracle);
-
-  /// Has a method carry out an operation on views of a source and of a result like it; false, and
-  /// nothing done, when the method cannot.
-  using MethodCall =
-      std::function<bool(size_t method, const ImageView& source, const ImageView& dest)>;
-  /// Runs all of `methods` that can and expects `expected` from each, a new image. Nothing to do
-  /// for images that store no pixels.
-  void ExpectSameByMethods(const Raster& source, const Raster& expected,
-                           std::span<const MethodText> methods, const MethodCall& call);
-
   ModuleUnderTest* module_ = nullptr;
-  /// The methods that were run so far.
-  std::set<std::string> methods_run_;
+};
+
+/// Base of tests that put the module at every level that this processor has beside the plain
+/// readings of its operations.
+class ReadingTest : public testing::Test {
+ protected:
+  void SetUp() override;
+
+  /// Runs both sides of a call on copies of `inputs` and expects the same result code, the same
+  /// bytes in every image and in the result, guards and padding included, and every reference given
+  /// back. Of operations with several methods, all that can are compared.
+  void ExpectSame(const std::vector<Raster>& inputs, const PairedCall& call);
+  /// The same of drawn calls of every operation of a component, `draws` of each.
+  void ExpectSameDraws(const std::string& component, int draws);
+
+  /// Expects that all of these methods were run by now.
+  void ExpectRun(std::span<const MethodText> methods) const {
+    for (const MethodText& method : methods) EXPECT_TRUE(run_.contains(&method)) << method.name;
+  }
+
+ private:
+  /// What differs at some level; empty when nothing does.
+  std::string Difference(const PairedCase& paired);
+
+  std::vector<ModuleUnderTest*> modules_;
+  std::set<const MethodText*> run_;
 };
 
 /// Calls slot `slot` of an object's table: operations that only the class has, and order tests.

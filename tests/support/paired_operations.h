@@ -2,33 +2,36 @@
 #define QEL_TESTS_SUPPORT_PAIRED_OPERATIONS_H_
 
 #include <functional>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "tests/support/operation_calls.h"
-#include "tests/support/test_host.h"
+#include "tests/support/paired_call.h"
 
 namespace qel::test {
 
-/// One call with drawn images and arguments, for the module and for its plain reading.
-struct PairedCase {
-  std::vector<Raster> inputs;
-  std::function<result_t(const ComponentSet&, std::span<TestImage* const> images, IQEL** result)>
-      module;
-  std::function<result_t(std::span<Raster> images, Raster& result)> oracle;
-};
-
-/// Every operation of the five interfaces, for tests that compare them all in one way.
+/// An operation with drawn images and arguments, for tests that compare all of them in one way.
 struct PairedOperation {
+  std::string component;  ///< the folder that it stands in
   std::string name;
   std::function<PairedCase(Rng& rng)> draw;
 };
+
+/// Every operation of the five interfaces.
 const std::vector<PairedOperation>& PairedOperations();
 
-/// Runs both sides of a case. Empty when result code, images, result and references agree; else
-/// what differs.
-std::string CompareCase(const PairedCase& paired, const ComponentSet& components);
+/// A kernel of any kind that convolution goes its own way for: narrow and wide weights, sparse
+/// ones, products of a column and a row, equal weights.
+std::vector<int> AnyKernel(Rng& rng, int size);
+/// The sum of the weights, or anything else.
+int AnyDivisor(Rng& rng, const std::vector<int>& kernel);
+
+// Calls of the operations with several methods.
+PairedCall Convolution(const std::vector<int>& kernel, int size, int divisor, int offset);
+PairedCall Morphology(Extrema extrema, int size);
+PairedCall MedianOf(int size);
+PairedCall Resampling(const Raster& source, int width, int height, int method, bool nearest_only);
+PairedCall Turning(int angle, int method, bool force_alpha, bool keep_size);
+PairedCall Circling(int mode, bool with_alpha, float factor);
 
 }  // namespace qel::test
 

@@ -9,17 +9,6 @@ namespace {
 class IncreaseBpp : public OperationTest {
  protected:
   IQELTransform& transform() { return *module_->transform; }
-  void ExpectWidened(const Raster& source, int bit_count, uint32_t model) {
-    SCOPED_TRACE(source.Describe() + " to " + std::to_string(bit_count) + " bits");
-    ExpectSame(
-        {source},
-        [&](auto images, IQEL** out) {
-          return transform().IncreaseBpp(images[0], out, bit_count, model);
-        },
-        [&](auto images, Raster& out) {
-          return oracle::IncreaseBpp(images[0], out, bit_count, model);
-        });
-  }
   static std::vector<RGBQUAD> RandomPalette(Rng& rng, int count) {
     std::vector<RGBQUAD> palette(static_cast<size_t>(count));
     for (RGBQUAD& entry : palette) {
@@ -31,30 +20,16 @@ class IncreaseBpp : public OperationTest {
 };
 QEL_INSTANTIATE_LEVELS(IncreaseBpp);
 
-TEST_P(IncreaseBpp, EveryPairOfDepthsEqualsTheOracle) {
-  ForEachRaster(1, kAllDepths, [&](const Raster& raster, Rng& rng) {
-    for (const int bit_count : {8, 16, 24, 32, 40, -1, INT32_MIN}) {
-      Raster source = raster;
-      ExpectWidened(source, bit_count, rng.Next());
-      source.palette = RandomPalette(rng, 256);
-      ExpectWidened(source, bit_count, rng.Next());
-    }
-  });
-}
-
-TEST_P(IncreaseBpp, ReportsFailuresAndHandsTheSourceBack) {
+TEST_P(IncreaseBpp, HandsTheSourceBackAndItsPaletteWhenItFails) {
   Rng rng(2);
-  TestHost& host = TestHost::Instance();
   const auto image = TestImage::Make(RandomRaster(rng, 5, 4, 24));
   IQEL* result = nullptr;
-  EXPECT_EQ(transform().IncreaseBpp(nullptr, &result, 32, 0), kFail);
-  EXPECT_EQ(transform().IncreaseBpp(image.Get(), nullptr, 32, 0), kNullOutput);
   EXPECT_EQ(transform().IncreaseBpp(image.Get(), &result, 24, 0), kNothingToDo);
   EXPECT_EQ(result, image.Get());
   EXPECT_EQ(image->references(), 2u);
   image->Release();
   image->raster.palette = RandomPalette(rng, 3);
-  host.refuses_images = true;
+  TestHost::Instance().refuses_images = true;
   EXPECT_EQ(transform().IncreaseBpp(image.Get(), &result, 32, 0), kFail);
   EXPECT_EQ(image->references(), 1u) << "the palette was given back";
 }

@@ -9,58 +9,43 @@ namespace {
 /// Slot of `Rotate4` in the primary table, after the operations of the interface.
 constexpr size_t kRotate4Slot = 19;
 
+result_t Rotate4(const ComponentSet& components, IQEL* source, IQELImage* dest, int angle) {
+  const auto primary = QueryFor<IUnknown>(components.transform.Get());
+  return CallSlot(primary.Get(), kRotate4Slot, source, dest, angle);
+}
+
+using TransformReadings = ReadingTest;
+
 class Orientation : public OperationTest {
  protected:
   IQELTransform& transform() { return *module_->transform; }
-  result_t Rotate4(IQEL* source, IQELImage* dest, int angle) {
-    const auto primary = QueryFor<IUnknown>(&transform());
-    return CallSlot(primary.Get(), kRotate4Slot, source, dest, angle);
-  }
   /// `image` turned into a fresh image.
   SmartPtr<TestImage> Turned(IQEL* image, int angle) {
     auto dest = TestImage::Make({});
-    EXPECT_EQ(Rotate4(image, dest.Get(), angle), kOk);
+    EXPECT_EQ(Rotate4(*module_, image, dest.Get(), angle), kOk);
     return dest;
   }
 };
 QEL_INSTANTIATE_LEVELS(Orientation);
 
-TEST_P(Orientation, EveryOperationEqualsItsOracle) {
-  using InPlace = result_t (IQELTransform::*)(IQEL*);
-  using MakesNew = result_t (IQELTransform::*)(IQEL*, IQEL**);
-  const std::pair<InPlace, result_t (*)(Raster&)> in_place[] = {
-      {&IQELTransform::FlipBits, oracle::FlipBits},
-      {&IQELTransform::FlipImageAndBits, oracle::FlipImageAndBits}};
-  const std::pair<MakesNew, result_t (*)(const Raster&, Raster&)> makes_new[] = {
-      {&IQELTransform::Flip, oracle::Flip}, {&IQELTransform::Mirror, oracle::Mirror}};
-  ForEachRaster(1, kAllDepths, [&](const Raster& raster, Rng&) {
-    for (const auto& both : in_place) {
-      ExpectSame(
-          {raster}, [&](auto images, IQEL**) { return (transform().*both.first)(images[0]); },
-          [&](auto images, Raster&) { return both.second(images[0]); });
-    }
-    for (const auto& both : makes_new) {
-      ExpectSame(
-          {raster},
-          [&](auto images, IQEL** out) { return (transform().*both.first)(images[0], out); },
-          [&](auto images, Raster& out) { return both.second(images[0], out); });
-    }
-  });
+// Of flips, turns, scales and warps.
+TEST_F(TransformReadings, EqualEveryOperationByEveryMethod) {
+  ExpectSameDraws("transform", 500);
+  ExpectRun(kResampleMethods);
+  ExpectRun(kRotateMethods);
+  ExpectRun(kCircleMethods);
 }
 
 // Whole stored rows are copied, of which padding may be all.
-TEST_P(Orientation, FlipCopiesRowsOfNoWidth) {
+TEST_F(TransformReadings, EqualFlipsOfRowsOfNoWidth) {
   Rng rng(4);
   Raster::NewImageLayout() = {.padding = 6};
-  ExpectSame(
-      {Raster(rng, 0, 3, 24, kModelBgr, {.padding = 9, .bottom_up = true})},
-      [&](auto images, IQEL** out) { return transform().Flip(images[0], out); },
-      [&](auto images, Raster& out) { return oracle::Flip(images[0], out); });
+  ExpectSame({Raster(rng, 0, 3, 24, kModelBgr, {.padding = 9, .bottom_up = true})}, Call("Flip"));
 }
 
 // Sizes round the tiles of quarter turns, several planes, pixels of any number of bytes, strides
 // that are no whole number of words.
-TEST_P(Orientation, QuarterTurnsEqualTheirOracle) {
+TEST_F(TransformReadings, EqualQuarterTurns) {
   Rng rng(2);
   for (const int depth : {1, 8, 16, 24, 25, 32, 39, 40, 64}) {
     for (const Shape& size : {Shape{1, 1, 0},
@@ -76,41 +61,12 @@ TEST_P(Orientation, QuarterTurnsEqualTheirOracle) {
         Raster::NewImageLayout() = RandomLayout(rng);
         const Raster source(rng, size.width, size.height, depth, UsualModel(depth),
                             RandomLayout(rng), planes);
-        ExpectSame(
-            {source, Raster(rng, 2, 2, 8, kModelMono, {})},
-            [&](auto images, IQEL**) { return Rotate4(images[0], images[1], angle); },
-            [&](auto images, Raster&) { return oracle::Rotate4(images[0], images[1], angle); });
+        ExpectSame({source, Raster(rng, 2, 2, 8, kModelMono, {})},
+                   {[&](auto& c, auto i, IQEL**) { return Rotate4(c, i[0], i[1], angle); },
+                    [&](auto i, Raster&) { return oracle::Rotate4(i[0], i[1], angle); }});
       }
     }
   }
-}
-
-TEST_P(Orientation, RefusesNullImagesAndDropsUnwantedResults) {
-  EXPECT_EQ(transform().Flip(nullptr, nullptr), kFail);
-  EXPECT_EQ(transform().Mirror(nullptr, nullptr), kFail);
-  EXPECT_EQ(transform().FlipBits(nullptr), kFail);
-  EXPECT_EQ(transform().FlipImageAndBits(nullptr), kFail);
-  Rng rng(3);
-  const auto image = TestImage::Make(Raster(rng, 3, 2, 24, kModelBgr, {}));
-  const int live = TestHost::Instance().live_objects;
-  EXPECT_EQ(transform().Flip(image.Get(), nullptr), kOk);
-  EXPECT_EQ(transform().Mirror(image.Get(), nullptr), kOk);
-  EXPECT_EQ(TestHost::Instance().live_objects, live);
-  TestHost::Instance().refuses_images = true;
-  IQEL* untouched = image.Get();
-  EXPECT_EQ(transform().Flip(image.Get(), &untouched), kFail);
-  EXPECT_EQ(transform().Mirror(image.Get(), &untouched), kFail);
-  EXPECT_EQ(untouched, image.Get());
-}
-
-TEST_P(Orientation, QuarterTurnPassesOnAFailingFormat) {
-  Rng rng(4);
-  const auto image = TestImage::Make(Raster(rng, 3, 2, 24, kModelBgr, {}));
-  const auto dest = TestImage::Make({});
-  TestHost& host = TestHost::Instance();
-  host.fault = TestHost::Fault::kFail;
-  host.fault_at = host.calls;
-  EXPECT_EQ(Rotate4(image.Get(), dest.Get(), 180), TestHost::kFaultCode);
 }
 
 TEST_P(Orientation, KeepsShiftOfHalfTurns) {

@@ -1,77 +1,37 @@
 #include <algorithm>
 #include <cmath>
 
-#include "image/pixel_access.h"
-#include "image/pixel_layout.h"
 #include "reference/pixels.h"
 #include "reference/transform.h"
 #include "tests/support/module_under_test.h"
+#include "tests/support/paired_operations.h"
 
 namespace qel::test {
 namespace {
 
+class RotationReadings : public ReadingTest {
+ protected:
+  void ExpectRotated(const Raster& source, int angle, int method, int force_alpha, int keep_size) {
+    ExpectSame({source}, Turning(angle, method, force_alpha, keep_size));
+  }
+};
+
 class Rotation : public OperationTest {
  protected:
   IQELTransform& transform() { return *module_->transform; }
-  void ExpectRotated(const Raster& source, int angle, int method, int force_alpha, int keep_size) {
-    SCOPED_TRACE(source.Describe() + " by " + std::to_string(angle) + ", method " +
-                 std::to_string(method) + (force_alpha ? ", alpha" : "") +
-                 (keep_size ? ", same size" : ""));
-    Raster expected;
-    const result_t code = oracle::Rotate(source, expected, angle, method, force_alpha, keep_size);
-    ExpectSame(
-        {source},
-        [&](auto images, IQEL** out) {
-          return transform().Rotate(images[0], out, angle, method, force_alpha, keep_size);
-        },
-        [&](auto /*images*/, Raster& out) { return out = expected, code; });
-    if (angle % 90 == 0 || force_alpha != 0 || keep_size == 0) return;
-    ExpectSameByMethods(source, expected, kRotateMethods,
-                        [&](size_t by, const ImageView& from, const ImageView& to) {
-                          if (ExactPixelBytes(from.bit_count) == 0) return false;
-                          FillWithFirstPixel(from, to);
-                          return module_->plans->rotate(static_cast<RotateMethod>(by), from, to,
-                                                        angle, method);
-                        });
-  }
-  static void FillWithFirstPixel(const ImageView& from, const ImageView& to) {
-    const uint32_t first =
-        GetPixelColor(from.bits, 0, 0, from.width, from.height, from.stride, from.bit_count);
-    for (int i = 0; i < to.width * to.height; ++i) {
-      SetPixelColor(to.bits, i % to.width, i / to.width, to.width, to.height, to.stride,
-                    WithAlpha(first, 255), to.bit_count);
-    }
-  }
-  void ExpectPasted(const Raster& source, const Raster& target, double angle, int method, int key) {
-    SCOPED_TRACE(source.Describe() + " onto " + target.Describe() + " by " + std::to_string(angle) +
-                 ", method " + std::to_string(method));
-    ExpectSame(
-        {source, target},
-        [&](auto images, IQEL**) {
-          return transform().RotatePaste(images[0], images[1], angle, method, key);
-        },
-        [&](auto images, Raster&) {
-          return oracle::RotatePaste(images[0], images[1], angle, method, key);
-        });
+  /// `source` rotated by the module.
+  Raster Rotated(const Raster& source, int angle, int method, int force) {
+    SmartPtr<IQEL> result;
+    EXPECT_EQ(
+        transform().Rotate(TestImage::Make(source).Get(), result.Put(), angle, method, force, 0),
+        kOk);
+    return static_cast<TestImage*>(result.Get())->raster;
   }
 };
 QEL_INSTANTIATE_LEVELS(Rotation);
 
-int RandomAngle(Rng& rng) {
-  constexpr int kAngles[] = {0, 90, 180, 270, -90, -180, -270, 360, 450, 1, -1, 45, INT32_MIN};
-  return rng.OneIn(2) ? kAngles[rng.Int(0, 12)] : rng.Int(-400, 400);
-}
-
-TEST_P(Rotation, EveryShapeEqualsTheOracle) {
-  ForEachRaster(1, kAllDepths, [&](const Raster& source, Rng& rng) {
-    for (int round = 0; round < 4 && !HasFailure(); ++round) {
-      ExpectRotated(source, RandomAngle(rng), rng.Int(-1, 16), rng.OneIn(3), rng.OneIn(2));
-    }
-  });
-}
-
 // Sources that begin or end where memory does: kernels read whole words.
-TEST_P(Rotation, EveryMethodEqualsTheOracle) {
+TEST_F(RotationReadings, EqualEveryMethod) {
   Rng rng(2);
   const auto layout = [&]() -> Layout {
     const auto fence = rng.OneIn(2) ? Layout::Fence::kBefore : Layout::Fence::kAfter;
@@ -85,11 +45,10 @@ TEST_P(Rotation, EveryMethodEqualsTheOracle) {
       ExpectRotated(source, 360, method, 0, 0);
     }
   }
-  EXPECT_EQ(methods_run_.size(), std::size(kRotateMethods));
 }
 
 // Large enough for remembered weights: positions of every binade, read more than once.
-TEST_P(Rotation, RememberedWeightsEqualTheOracle) {
+TEST_F(RotationReadings, EqualRememberedWeights) {
   Rng rng(3);
   for (const int method : {5, 9, 10, 11, 12}) {
     const Raster source = RandomRaster(rng, 1100, 66, rng.OneIn(2) ? 24 : 32);
@@ -98,41 +57,22 @@ TEST_P(Rotation, RememberedWeightsEqualTheOracle) {
 }
 
 // So wide that the frame is sampled in bands of columns.
-TEST_P(Rotation, WideFramesEqualTheOracle) {
+TEST_F(RotationReadings, EqualWideFrames) {
   Rng rng(6);
   for (const int depth : {8, 24, 32}) {
     const Raster source = RandomRaster(rng, rng.Int(4400, 4900), 20, depth);
     ExpectRotated(source, rng.OneIn(2) ? 2 : -178, rng.OneIn(2) ? 0 : 3, 0, 1);
-    ExpectPasted(source, RandomRaster(rng, 4700, 40, depth), 0.003, rng.OneIn(2) ? 0 : 3, -1);
+    ExpectSame({source, RandomRaster(rng, 4700, 40, depth)},
+               Call("RotatePaste", 0.003, rng.OneIn(2) ? 0 : 3, -1));
   }
   // Rows of a byte per pixel that run over each other.
   ExpectRotated(RandomRaster(rng, 4700, 20, 4), 360, 0, 0, 0);
 }
 
-TEST_P(Rotation, PastesLikeTheOracle) {
-  Rng rng(4);
-  constexpr double kAngles[] = {0.0, M_PI / 2, M_PI, 1e-9, 0.5, -2.0, 100.0};
-  for (int round = 0; round < 150 && !HasFailure(); ++round) {
-    const int depths[] = {1, 4, 8, 16, 24, 25, 32, 40};
-    const Raster source = RandomRaster(rng, rng.Int(0, 50), rng.Int(0, 40), depths[rng.Int(0, 7)]);
-    const Raster target = RandomRaster(rng, rng.Int(0, 80), rng.Int(0, 40), rng.OneIn(2) ? 24 : 32);
-    // The colour of some pixel, so that the key is found.
-    const int key = source.Bits() != nullptr && source.bit_count == 24
-                        ? source.Row(0)[0] | source.Row(0)[1] << 8 | source.Row(0)[2] << 16
-                        : 0;
-    ExpectPasted(source, target, kAngles[rng.Int(0, 6)], rng.Int(-1, 16), rng.OneIn(4) ? -1 : key);
-  }
-}
-
-TEST_P(Rotation, PastesAnImageOntoItselfPixelByPixel) {
+TEST_F(RotationReadings, EqualAnImagePastedOntoItself) {
   Rng rng(5);
   for (const int depth : {24, 32}) {
-    const Raster image = RandomRaster(rng, 40, 30, depth);
-    const auto pasted = TestImage::Make(image);
-    Raster expected = image;
-    EXPECT_EQ(transform().RotatePaste(pasted.Get(), pasted.Get(), 0.3, 3, -1), kOk);
-    oracle::RotatePaste(expected, expected, 0.3, 3, -1);
-    EXPECT_EQ(pasted->raster.Difference(expected), "");
+    ExpectSame({RandomRaster(rng, 40, 30, depth)}, CallOn("00", "RotatePaste", 0.3, 3, -1));
   }
 }
 
@@ -159,7 +99,7 @@ TEST_P(Rotation, PastesOntoItsOwnMemoryPixelByPixel) {
 }
 
 // Between sizes like these, single precision has no halves.
-TEST_P(Rotation, HugeSizesStayTheSame) {
+TEST_F(RotationReadings, EqualHugeSizes) {
   Rng rng(13);
   const Layout layout = {.fence = Layout::Fence::kAfter};
   Raster::NewImageLayout() = layout;
@@ -168,61 +108,19 @@ TEST_P(Rotation, HugeSizesStayTheSame) {
   ExpectRotated(Raster(rng, 1, kHuge, 1, kModelMono, layout), 45, 0, 0, 1);
 }
 
-TEST_P(Rotation, StaysWithinTheImages) {
-  Rng rng(7);
-  for (const auto fence : {Layout::Fence::kBefore, Layout::Fence::kAfter}) {
-    for (const int depth : {8, 24, 32}) {
-      for (int round = 0; round < 20 && !HasFailure(); ++round) {
-        const Layout layout = {.bottom_up = rng.OneIn(2), .fence = fence};
-        Raster::NewImageLayout() = layout;
-        const Raster source(rng, rng.Int(10, 80), rng.Int(10, 50), depth, 0, layout);
-        const int method = rng.Int(0, 6);
-        ExpectRotated(source, rng.OneIn(3) ? 360 : rng.Int(1, 359), method, 0, rng.OneIn(2));
-        const Raster target(rng, rng.Int(1, 100), rng.Int(1, 60), rng.OneIn(2) ? 24 : 32, 0,
-                            layout);
-        ExpectPasted(source, target, rng.OneIn(3) ? 0.0 : rng.Float(-4.0f, 4.0f), method, -1);
-      }
-    }
-  }
-}
-
-TEST_P(Rotation, ReportsFailures) {
-  Rng rng(6);
-  TestHost& host = TestHost::Instance();
-  const auto image = TestImage::Make(RandomRaster(rng, 9, 9, 24));
-  IQEL* result = image.Get();
-  EXPECT_EQ(transform().Rotate(nullptr, &result, 30, 0, 0, 0), kFail);
-  EXPECT_EQ(transform().Rotate(image.Get(), nullptr, 0, 0, 0, 0), kNullOutput);
-  EXPECT_EQ(transform().RotatePaste(nullptr, image.Get(), 1.0, 0, 0), kFail);
-  EXPECT_EQ(transform().RotatePaste(image.Get(), nullptr, 1.0, 0, 0), kNullOutput);
-  host.refuses_images = true;
-  for (const int angle : {30, 90}) {
-    EXPECT_EQ(transform().Rotate(image.Get(), &result, angle, 0, 0, 0), kFail);
-    EXPECT_EQ(result, image.Get()) << "untouched";
-  }
-}
-
-/// `source` rotated by the module.
-Raster Rotated(IQELTransform& transform, const Raster& source, int angle, int method, int force) {
-  const auto image = TestImage::Make(source);
-  SmartPtr<IQEL> result;
-  EXPECT_EQ(transform.Rotate(image.Get(), result.Put(), angle, method, force, 0), kOk);
-  return static_cast<TestImage*>(result.Get())->raster;
-}
-
 TEST_P(Rotation, KeepsMarginOfTheSource) {
   Rng rng(8);
   Raster source(rng, 30, 20, 24, kModelBgr, {});
   for (int y = 0; y < 20; ++y) std::fill_n(source.Row(y), 90, uint8_t{90});
   std::fill_n(source.Row(0), 3, uint8_t{10});
-  const Raster turned = Rotated(transform(), source, 360, 0, 0);
+  const Raster turned = Rotated(source, 360, 0, 0);
   ASSERT_EQ(turned.width, 30);
   ASSERT_EQ(turned.height, 20);
   EXPECT_EQ(turned.Row(10)[3 * 2], 10) << "the background";
   EXPECT_EQ(turned.Row(10)[3 * 5], 90);
   EXPECT_EQ(turned.Row(10)[3 * 24], 90);
   EXPECT_EQ(turned.Row(10)[3 * 27], 10);
-  const Raster corners = Rotated(transform(), RandomRaster(rng, 100, 100, 32), 45, 3, 0);
+  const Raster corners = Rotated(RandomRaster(rng, 100, 100, 32), 45, 3, 0);
   EXPECT_EQ(corners.width, 141);
   EXPECT_EQ(corners.Row(0)[3], 255) << "opaque background";
 }
@@ -234,11 +132,9 @@ TEST_P(Rotation, KeepsWholeBytesAtShallowDepths) {
   for (int y = 0; y < 30; ++y) std::fill_n(source.Row(y), 20, uint8_t{0x55});
   source.Row(0)[0] = 0x25;
   Raster::NewImageLayout() = {};
-  const Raster turned = Rotated(transform(), source, 360, 1, 0);
+  const Raster turned = Rotated(source, 360, 1, 0);
   EXPECT_EQ(turned.Row(2)[1], 2) << "background";
   EXPECT_EQ(turned.Row(15)[1], 5) << "pixel 21 of the row above";
-  ExpectRotated(source, 360, 1, 0, 0);
-  ExpectRotated(Raster(rng, 40, 30, 16, 0, {}), 30, 3, 0, 1);
 }
 
 TEST_P(Rotation, KeepsUndrawnImageWhenCreationFails) {

@@ -8,7 +8,9 @@
 #include "host/host_collection.h"
 #include "host/module_library.h"
 #include "reference/rng.h"
+#include "tests/support/build_paths.h"
 #include "tests/support/operation_calls.h"
+#include "tests/support/sanitized.h"
 
 namespace qel::test {
 namespace {
@@ -19,7 +21,7 @@ constexpr int kThreads = 8;
 class Program {
  public:
   Program()
-      : collection_(host::HostCollection::MakeWithImages({.clear = true})), library_(QEL_MODULE) {
+      : collection_(host::HostCollection::MakeWithImages({.clear = true})), library_(ModulePath()) {
     library_.Initialize(collection_.Get());
     components_ = operations::MakeComponents(library_);
   }
@@ -162,9 +164,7 @@ TEST(Threads, TheLastOfThemDestroys) {
 }
 
 TEST(Loading, ThousandTimesLeavesNothing) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "sanitizers keep freed memory; they report leaks themselves";
-#endif
+  if (kSanitized) GTEST_SKIP() << "sanitizers keep freed memory; they report leaks themselves";
   struct Memory {
     size_t allocated;
     long mapped_pages;
