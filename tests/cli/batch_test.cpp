@@ -686,8 +686,9 @@ TEST_F(OneLarge, LeavesNothingWhenItEndsInTheMiddle) {
       "printf 'P6\\n2000 2000\\n254\\n' > bad.ppm; head -c 9000000 /dev/zero >> bad.ppm; "
       "tail -c 3000000 large.ppm >> bad.ppm");
   const std::pair<std::string, std::string> faults[] = {
-      {QEL_TOOL " run bad.ppm -o out/o.ppm --threads 2 sharpen", "larger than the stated maximum"},
-      {"trap '' XFSZ; ulimit -f 8000; " QEL_TOOL " run large.ppm -o out/o.ppm --threads 2 sharpen",
+      {Tool() + " run bad.ppm -o out/o.ppm --threads 2 sharpen", "larger than the stated maximum"},
+      {"trap '' XFSZ; ulimit -f 8000; " + Tool() +
+           " run large.ppm -o out/o.ppm --threads 2 sharpen",
        "File too large"}};
   for (const auto& [command, message] : faults) {
     const Outcome outcome = Shell(command);
@@ -697,7 +698,7 @@ TEST_F(OneLarge, LeavesNothingWhenItEndsInTheMiddle) {
   }
   // Interrupted while the rest is waited for.
   const Outcome outcome =
-      Shell("mkfifo pipe; (head -c 6000000 large.ppm; exec sleep 4) > pipe & " QEL_TOOL
+      Shell("mkfifo pipe; (head -c 6000000 large.ppm; exec sleep 4) > pipe & " + Tool() +
             " run pipe -o out/o.ppm --progress=json sharpen & tool=$!; sleep 2; kill -TERM $tool; "
             "wait $tool");
   EXPECT_EQ(outcome.exit_code, kInterrupted);
