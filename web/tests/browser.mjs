@@ -79,10 +79,19 @@ export async function launch(page, shots) {
   }
 
   const close = async () => {
-    browser.kill();
+    const exit = new Promise((done) => browser.on('exit', done));
+    send('Browser.close');
+    await exit;
     server.close();
-    await new Promise((done) => browser.on('exit', done));
-    rmSync(folder, {recursive: true, force: true, maxRetries: 5});
+    // Its helpers write their profile for a moment longer.
+    for (let left = 20;; --left) {
+      try {
+        return rmSync(folder, {recursive: true, force: true});
+      } catch (error) {
+        if (left === 0) throw error;
+        await new Promise((done) => setTimeout(done, 100));
+      }
+    }
   };
   return {origin, folder, requests, complaints, open, close};
 }
