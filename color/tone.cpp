@@ -1,6 +1,4 @@
-#include <bit>
 #include <cmath>
-#include <cstring>
 
 #include "color/color_transform.h"
 #include "color/index_remap.h"
@@ -25,28 +23,6 @@ void ForEachColorRow(const ImageView& view, Bytes&& bytes, Pixels&& pixels) {
       bytes(view.Row(y), columns * static_cast<size_t>(pixel_bytes));
     }
   }
-}
-
-/// Fills the table of `Gamma`. The thread remembers its last one: 256 powers take longer than a
-/// small image.
-void FillGammaTable(float gamma, uint8_t (&table)[256]) {
-  thread_local struct {
-    bool is_filled;
-    uint32_t gamma_bits;  // zeros of both signs differ
-    uint8_t table[256];
-  } last;
-  const auto bits = std::bit_cast<uint32_t>(gamma);
-  if (!last.is_filled || last.gamma_bits != bits) {
-    const double exponent = static_cast<double>(1.0f / gamma);
-    const double scale = std::pow(255.0, exponent) / 255.0;
-    for (int i = 0; i < 256; ++i) {
-      const double value = std::pow(static_cast<double>(i), exponent) / scale;
-      last.table[i] = ClampToByte(TruncateToInt(value));
-    }
-    last.gamma_bits = bits;
-    last.is_filled = true;
-  }
-  std::memcpy(table, last.table, sizeof(table));
 }
 
 /// Offsets of the three channels, ready for every pixel of a row.
@@ -146,8 +122,13 @@ result_t CQELColorTransform::Light(IQEL* image, int brightness, int contrast) {
 }
 
 result_t CQELColorTransform::Gamma(IQEL* image, float gamma) {
+  const double exponent = static_cast<double>(1.0f / gamma);
+  const double scale = std::pow(255.0, exponent) / 255.0;
   uint8_t table[256];
-  FillGammaTable(gamma, table);
+  for (int i = 0; i < 256; ++i) {
+    const double value = std::pow(static_cast<double>(i), exponent) / scale;
+    table[i] = ClampToByte(TruncateToInt(value));
+  }
   return Lut(image, table);
 }
 

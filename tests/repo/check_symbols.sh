@@ -19,6 +19,8 @@ foreign=$(readelf -d "$module" | sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p' |
 [ -z "$foreign" ] || complain "$module depends on: $foreign"
 readelf -d "$module" | grep -q 'BIND_NOW\|FLAGS.*NOW' || complain "$module is not bound at load"
 readelf -lW "$module" | grep -q 'GNU_RELRO' || complain "$module has no RELRO segment"
+# Operations keep nothing between calls; the first use of a thread's own memory may also end the process.
+readelf -lW "$module" | grep -q ' TLS ' && complain "$module has variables of threads"
 
 for object in "$@"; do
   weak=$(nm -C "$object" | awk '$2 ~ /^[WVu]$/ {$1 = ""; print}' | grep -vE 'asan|ubsan|tsan|DW.ref')
