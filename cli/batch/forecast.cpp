@@ -73,21 +73,26 @@ int SourceRows(const BandPlan& plan, const Stretch& stretch, int rows) {
 
 /// Rows of bands that fit into the caches and still leave every thread several of them.
 int BandRowsFor(const BandPlan& plan, const Stretch& stretch, int threads) {
-  constexpr double kSmallPicture = 512 << 10, kBand = 2 << 20;
+  constexpr double kSmallPicture = 512 << 10, kBand = 2 << 20, kLargestBand = 32 << 20;
   constexpr int kLeast = 16, kBandsForThread = 4;
   const int height = plan.ShapeBefore(stretch.end).height;
-  if (BytesOfBand(plan, stretch, height).largest <= kSmallPicture) return height;
+  const auto largest = [&](int rows) {
+    return BytesOfBand(plan, stretch, std::min(rows, height)).largest;
+  };
+  if (largest(height) <= kSmallPicture) return height;
   int rows = std::max(kLeast, height / (kBandsForThread * threads));
-  while (rows > kLeast && BytesOfBand(plan, stretch, std::min(rows, height)).largest > kBand) {
-    rows = std::max(kLeast, rows * 3 / 4);
-  }
+  while (rows > kLeast && largest(rows) > kBand) rows = std::max(kLeast, rows * 3 / 4);
+  // A row of a picture that shrinks a lot stands for many.
+  while (rows > 1 && largest(rows) > kLargestBand) rows = rows * 3 / 4;
   // Rows that several bands have in common are calculated for each of them.
   constexpr int kRowsForShared = 4;
   rows = std::min(rows, height);
   const int shared = SourceRows(plan, stretch, 1);
   while (rows < height && !stretch.looks_everywhere &&
          SourceRows(plan, stretch, rows) < kRowsForShared * shared) {
-    rows = std::min(height, rows + rows / 4 + 1);
+    const int more = std::min(height, rows + rows / 4 + 1);
+    if (largest(more) > kLargestBand) break;
+    rows = more;
   }
   return rows;
 }
