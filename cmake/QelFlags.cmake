@@ -24,6 +24,8 @@ target_compile_options(qel_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wcast-qual -Wundef -Wnon-virtual-dtor -Woverloaded-virtual
   # GCC 12 sees overlaps in std::string that are not there.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  # It takes types of one source in a batch for those of a header.
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${QEL_BATCHES}>>:-Wno-subobject-linkage>
   # Levels leave out what they have no instructions for, and with it what only that calls.
   $<$<CXX_COMPILER_ID:Clang>:-Wno-unneeded-internal-declaration -Wno-unused-function>
   $<$<BOOL:${QEL_WARNINGS_AS_ERRORS}>:-Werror>)

@@ -45,6 +45,19 @@ endif()
 set(QEL_KERNEL_OPTIMISATION ${optimisation} CACHE STRING "Optimisation of the kernels")
 mark_as_advanced(QEL_KERNEL_OPTIMISATION)
 
+# Temporaries that outlive their scope show at the lowest level, whose sources are the same; at the
+# others that check takes more time to build than all else.
+set(checks)
+if(QEL_SANITIZE MATCHES "address")
+  set(checks -fno-sanitize-address-use-after-scope)
+endif()
+list(GET QEL_LEVELS 0 lowest_level)
+foreach(level IN LISTS QEL_LEVELS)
+  if(NOT level STREQUAL lowest_level)
+    list(APPEND QEL_LEVEL_FLAGS_${level} ${checks})
+  endif()
+endforeach()
+
 function(qel_add_kernels target)
   foreach(level IN LISTS QEL_LEVELS)
     set(objects ${target}_${level})

@@ -20,7 +20,7 @@ constexpr uint32_t kCoreHeader = 12, kShortOs2Header = 16, kInfoHeader = 40, kOs
                    kV4Header = 108, kV5Header = 124;
 constexpr uint32_t kStandardColours = 0x73524742;  // "sRGB"
 
-struct Header {
+struct BmpHeader {
   uint32_t bytes = 0;  ///< of the header itself
   size_t pixels_at = 0;
   int64_t width = 0;
@@ -41,7 +41,7 @@ struct Header {
   uint64_t PixelBytes() const { return static_cast<uint64_t>(height - 1) * Step() + RowBytes(); }
 };
 
-void ReadMasks(const ByteReader& reader, Header& header) {
+void ReadMasks(const ByteReader& reader, BmpHeader& header) {
   if (header.compression == kMasks || header.compression == kAlphaMasks) {
     // Red, green, blue (, alpha), inside newer headers or after the oldest one.
     for (size_t i = 0; i < 3; ++i) {
@@ -57,9 +57,9 @@ void ReadMasks(const ByteReader& reader, Header& header) {
   }
 }
 
-Header ReadHeader(const Input& input, Metadata& metadata) {
+BmpHeader ReadHeader(const Input& input, Metadata& metadata) {
   const ByteReader reader(input.source.Load(0, kFileHeaderBytes + kV5Header));
-  Header header;
+  BmpHeader header;
   header.pixels_at = reader.U32(10);
   header.bytes = reader.U32(kFileHeaderBytes);
   constexpr uint32_t kKnown[] = {kCoreHeader, kShortOs2Header, kInfoHeader, 52,
@@ -89,7 +89,7 @@ Header ReadHeader(const Input& input, Metadata& metadata) {
   return header;
 }
 
-void CheckVariety(const Input& input, const Header& header) {
+void CheckVariety(const Input& input, const BmpHeader& header) {
   bool known = false;
   switch (header.compression) {
     case kPlain:
@@ -115,7 +115,7 @@ void CheckVariety(const Input& input, const Header& header) {
   }
 }
 
-std::vector<PaletteEntry> ReadPalette(const Input& input, const Header& header) {
+std::vector<PaletteEntry> ReadPalette(const Input& input, const BmpHeader& header) {
   const size_t most = size_t{1} << header.depth;
   const size_t entry_bytes = header.PaletteEntryBytes();
   size_t count = header.colours == 0 ? most : std::min(header.colours, most);
@@ -134,7 +134,7 @@ std::vector<PaletteEntry> ReadPalette(const Input& input, const Header& header) 
 }
 
 /// Throws when the file is too short for its pixels.
-void CheckLength(const Input& input, const Header& header) {
+void CheckLength(const Input& input, const BmpHeader& header) {
   if (header.Runs()) {
     // A move of four bytes passes over 255 x 255 pixels at most.
     constexpr uint64_t kBestRatio = 255 * 255 / 4;
@@ -148,7 +148,7 @@ void CheckLength(const Input& input, const Header& header) {
 /// The rows as the file has them, the top one as row 0.
 class StoredRows {
  public:
-  StoredRows(const Input& input, const Header& header) : input_(input), header_(header) {}
+  StoredRows(const Input& input, const BmpHeader& header) : input_(input), header_(header) {}
 
   /// Calls `use(y, row)` for `count` rows from `top` down, until it returns false.
   template <typename Use>
@@ -172,14 +172,14 @@ class StoredRows {
 
  private:
   const Input& input_;
-  const Header& header_;
+  const BmpHeader& header_;
 };
 
 /// Walks through run-length coded indices and hands out whole rows, in the order of the file.
 /// Pixels that are skipped get index 0.
 class RunReader {
  public:
-  RunReader(const Input& input, const Header& header)
+  RunReader(const Input& input, const BmpHeader& header)
       : input_(input),
         file_(input.source.All()),
         packed_(header.compression == kRle4),
@@ -278,7 +278,7 @@ class MaskedChannel {
 
 /// The fourth byte of plain 32-bit pixels has no meaning, but is alpha wherever a writer has used
 /// it at all.
-bool UsesFourthByte(const Input& input, const Header& header) {
+bool UsesFourthByte(const Input& input, const BmpHeader& header) {
   bool used = false;
   StoredRows(input, header)
       .ForEach(0, static_cast<int>(header.height), [&](int, const uint8_t* row) {
@@ -358,7 +358,7 @@ class BmpDecoder final : public RowDecoder {
   }
 
   const Input& input_;
-  Header header_;
+  BmpHeader header_;
   std::optional<IndexRows> indices_;
   std::vector<MaskedChannel> channels_;
   std::vector<uint8_t> row_;  ///< of indices

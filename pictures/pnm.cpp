@@ -104,7 +104,7 @@ class Scanner {
   char word_[64];
 };
 
-struct Header {
+struct PnmHeader {
   char kind = 0;  ///< '1' to '7'
   int64_t width = 0;
   int64_t height = 0;
@@ -117,7 +117,7 @@ struct Header {
   size_t RowSamples() const { return static_cast<size_t>(width) * channels; }
 };
 
-void ReadPamHeader(const Input& input, Scanner& scanner, Header& header) {
+void ReadPamHeader(const Input& input, Scanner& scanner, PnmHeader& header) {
   while (true) {
     const std::string_view key = scanner.Word();
     if (key == "ENDHDR") return;
@@ -137,8 +137,8 @@ void ReadPamHeader(const Input& input, Scanner& scanner, Header& header) {
   }
 }
 
-Header ReadHeader(const Input& input, Scanner& scanner) {
-  Header header;
+PnmHeader ReadHeader(const Input& input, Scanner& scanner) {
+  PnmHeader header;
   header.kind = static_cast<char>(input.source.Load(1, 1)[0]);
   if (header.kind == '7') {
     ReadPamHeader(input, scanner, header);
@@ -159,7 +159,7 @@ Header ReadHeader(const Input& input, Scanner& scanner) {
 }
 
 /// Throws when the file is shorter than its pixels must be, before memory is asked for.
-void CheckLength(const Input& input, const Header& header, const Scanner& scanner) {
+void CheckLength(const Input& input, const PnmHeader& header, const Scanner& scanner) {
   uint64_t row_bytes = header.RowSamples() * (header.InText() ? 1 : header.SampleBytes());
   if (header.kind == '4') row_bytes = RowBytes(static_cast<int>(header.width), 1);
   if (row_bytes * static_cast<uint64_t>(header.height) > scanner.Left()) input.Truncated();
@@ -255,7 +255,7 @@ class PnmDecoder final : public RowDecoder {
 
   const Input& input_;
   Scanner scanner_;
-  Header header_;
+  PnmHeader header_;
   std::optional<IndexRows> bits_;  ///< of bitmaps
   FreshPages samples_;             ///< of a row
   int64_t rows_left_ = 0;

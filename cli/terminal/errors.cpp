@@ -12,9 +12,9 @@ ExitCode ExitCodeOf(const std::exception& error) {
   if (dynamic_cast<const operations::DepthError*>(&error) != nullptr) return kWrongDepth;
   if (dynamic_cast<const operations::StepError*>(&error) != nullptr) return kUsage;
   if (const auto* const picture = dynamic_cast<const pictures::PictureError*>(&error)) {
-    using Kind = pictures::PictureError::Kind;
+    using Error = pictures::PictureError::Kind;
     const bool of_output =
-        picture->kind() == Kind::kNotWritable || picture->kind() == Kind::kDoesNotFit;
+        picture->kind() == Error::kNotWritable || picture->kind() == Error::kDoesNotFit;
     return of_output ? kNoOutput : kNoInput;
   }
   return kModuleFault;

@@ -7,7 +7,7 @@
 namespace qel::operations {
 namespace {
 
-constexpr std::string_view kComponent = "QELColorTransform";
+constexpr std::string_view kColorComponent = "QELColorTransform";
 constexpr std::string_view kAlphaDepths = "32";
 
 constexpr size_t kTableSize = 256;
@@ -219,7 +219,7 @@ std::vector<Operation> ColorOperations() {
            }},
   };
   for (Operation& row : rows) {
-    row.component = kComponent;
+    row.component = kColorComponent;
     row.in_place = true;
     if (row.border == nullptr) row.border = &NoNeighbours;
   }

@@ -11,7 +11,7 @@
 namespace qel::operations {
 namespace {
 
-constexpr std::string_view kComponent = "QELFilterTransform";
+constexpr std::string_view kFilterComponent = "QELFilterTransform";
 constexpr std::string_view kBorder =
     "Outside the picture its top-left pixel stands in, with alpha 1: along the edges a frame of "
     "its "
@@ -133,7 +133,7 @@ Border BorderOfKernel(const Given& given, const Shape&) { return SquareOf(Kernel
 /// A row of a filter over 3 x 3 pixels, without arguments.
 Operation Plain(std::string_view name, std::string_view summary, std::string_view method) {
   return {.name = name,
-          .component = kComponent,
+          .component = kFilterComponent,
           .summary = summary,
           .depths = kAllDepths,
           .example = name,
@@ -148,7 +148,7 @@ Operation Random(std::string_view name, std::string_view summary, std::string_vi
                  std::string_view note, std::string_view method, Parameter amount) {
   amount.name = "amount";
   return {.name = name,
-          .component = kComponent,
+          .component = kFilterComponent,
           .summary = summary,
           .depths = kAllDepths,
           .random = true,
@@ -188,7 +188,7 @@ std::vector<Operation> FilterOperations() {
       Sized("dilate", "Takes the maximum of each channel over a square.", "dilate size=5",
             "Dilate"),
       {.name = "filter",
-       .component = kComponent,
+       .component = kFilterComponent,
        .summary = "Weighs each neighbourhood by a kernel of whole numbers.",
        .depths = kAllDepths,
        .parameters = {{.name = "kernel",
@@ -227,7 +227,7 @@ std::vector<Operation> FilterOperations() {
       Plain("soften", "Mean over 3 x 3 pixels with half of the weight on the middle.", "Soften"),
       Plain("sharpen", "Sharpens over 3 x 3 pixels.", "Sharpen"),
       {.name = "gaussian-blur",
-       .component = kComponent,
+       .component = kFilterComponent,
        .summary = "One of four Gaussian blurs.",
        .depths = kAllDepths,
        .parameters = {{.name = "level",

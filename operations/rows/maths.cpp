@@ -7,7 +7,7 @@
 namespace qel::operations {
 namespace {
 
-constexpr std::string_view kComponent = "QELMaths";
+constexpr std::string_view kMathsComponent = "QELMaths";
 
 const Parameter kWith = {.name = "with", .kind = Kind::kPicture, .help = "the second picture"};
 const Parameter kMask = {.name = "mask",
@@ -203,7 +203,7 @@ Parameter Depth(std::string_view help) {
 std::vector<Operation> MathsOperations() {
   return {
       {.name = "equal",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Fills the picture, or what a mask selects, with one colour.",
        .depths = kByteDepths,
        .in_place = true,
@@ -223,7 +223,7 @@ std::vector<Operation> MathsOperations() {
        .call = &CallEqual,
        .check_shapes = &NeedMask},
       {.name = "copy",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Pastes another picture into this one, whatever the two depths.",
        .depths = kByteDepths,
        .in_place = true,
@@ -236,7 +236,7 @@ std::vector<Operation> MathsOperations() {
        .call = &CallCopy,
        .check_shapes = &CheckCopy},
       {.name = "add-scale",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Weighted sum of two pictures.",
        .depths = kByteDepths,
        .in_place = true,
@@ -249,7 +249,7 @@ std::vector<Operation> MathsOperations() {
        .call = &CallAddScale,
        .check_shapes = &CheckAddScale},
       {.name = "scale",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Multiplies samples by a factor and adds an offset; changes the depth.",
        .depths = kByteDepths,
        .in_place = true,
@@ -277,7 +277,7 @@ std::vector<Operation> MathsOperations() {
        .check_shapes = &CheckScale,
        .result_shape = &ShapeOfDepth},
       {.name = "subtract",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Difference of two pictures, clamped at 0 or absolute.",
        .depths = kByteDepths,
        .in_place = true,
@@ -290,7 +290,7 @@ std::vector<Operation> MathsOperations() {
        .counts = true,
        .check_shapes = &CheckSubtract},
       {.name = "create-dest-image",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Makes an empty picture of the same size.",
        .depths = kByteDepths,
        .parameters = {Depth("bits of the result")},
@@ -306,7 +306,7 @@ std::vector<Operation> MathsOperations() {
            },
        .result_shape = &ShapeOfDepth},
       {.name = "add",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Sum of two pictures, divided.",
        .depths = kByteDepths,
        .parameters = {kWith, Number("divisor", "0 divides by nothing", "0", {0, 4})},
@@ -325,7 +325,7 @@ std::vector<Operation> MathsOperations() {
        .call = &CallAdd,
        .check_shapes = &CheckAdd},
       {.name = "scale8",
-       .component = kComponent,
+       .component = kMathsComponent,
        .summary = "Scales 32-bit pixels, each read as one integer, to 8-bit greys.",
        .depths = "32",
        .parameters = {Number("factor", "multiplies every integer", "0.0000152587890625",

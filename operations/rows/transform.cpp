@@ -9,7 +9,7 @@
 namespace qel::operations {
 namespace {
 
-constexpr std::string_view kComponent = "QELTransform";
+constexpr std::string_view kTransformComponent = "QELTransform";
 constexpr std::string_view kColorDepths = "24, 32";
 
 constexpr Choice kMethods[] = {
@@ -127,7 +127,7 @@ std::span<const Choice> InterpolationMethods() { return kMethods; }
 std::vector<Operation> TransformOperations() {
   return {
       {.name = "flip",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Turns the picture upside down.",
        .depths = kAllDepths,
        .example = "flip",
@@ -135,7 +135,7 @@ std::vector<Operation> TransformOperations() {
        .fills_result = true,
        .method = &MethodNamed("Flip")},
       {.name = "mirror",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Mirrors the picture left to right.",
        .depths = kByteDepths,
        .example = "mirror",
@@ -143,7 +143,7 @@ std::vector<Operation> TransformOperations() {
        .fills_result = true,
        .method = &MethodNamed("Mirror")},
       {.name = "flip-bits",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Exchanges red and blue.",
        .depths = kColorDepths,
        .in_place = true,
@@ -151,7 +151,7 @@ std::vector<Operation> TransformOperations() {
        .border = &NoNeighbours,
        .method = &MethodNamed("FlipBits")},
       {.name = "flip-image-and-bits",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Turns the picture upside down and exchanges red and blue.",
        .depths = kColorDepths,
        .in_place = true,
@@ -162,7 +162,7 @@ std::vector<Operation> TransformOperations() {
        .channel_order = ChannelOrder::kBlueGreenRed,
        .method = &MethodNamed("FlipImageAndBits")},
       {.name = "increase-bpp",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Converts to a larger depth; indices become the palette's colours.",
        .depths = kByteDepths,
        .parameters = {{.name = "bits",
@@ -187,7 +187,7 @@ std::vector<Operation> TransformOperations() {
              return shape;
            }},
       {.name = "resample",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Scales the picture to a new size.",
        .depths = kAllDepths,
        .parameters = {{.name = "width",
@@ -224,7 +224,7 @@ std::vector<Operation> TransformOperations() {
        .check = &CheckResample,
        .result_shape = &ShapeAfterResample},
       {.name = "rotate",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Turns the picture; what it does not cover takes its top-left colour.",
        .depths = kByteDepths,
        .parameters =
@@ -250,7 +250,7 @@ std::vector<Operation> TransformOperations() {
        .method = &MethodNamed("Rotate"),
        .result_shape = &ShapeAfterRotate},
       {.name = "rotate-paste",
-       .component = kComponent,
+       .component = kTransformComponent,
        .summary = "Draws a second picture, turned, into the top-left of this one.",
        .depths = kColorDepths,
        .in_place = true,

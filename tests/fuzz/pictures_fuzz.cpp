@@ -1,5 +1,4 @@
 // One reader of picture files: the input is the file, after the bytes by which its format is known.
-// Built once per format, which QEL_FUZZ_MAGIC gives.
 
 #include <zlib.h>
 
@@ -75,12 +74,9 @@ void ReadByRows(const std::vector<uint8_t>& file) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  constexpr char kMagic[] = QEL_FUZZ_MAGIC;
   std::vector<uint8_t> file(data, data + size);
-  for (size_t i = 0; i + 1 < sizeof(kMagic) && i < file.size(); ++i) {
-    file[i] = static_cast<uint8_t>(kMagic[i]);
-  }
-  if (std::string_view(kMagic).starts_with("\x89PNG")) RepairChecksums(file);
+  std::copy_n(kMagic.begin(), std::min(kMagic.size(), file.size()), file.begin());
+  if (kMagic.starts_with("\x89PNG")) RepairChecksums(file);
   for (const auto read : {&ReadWhole, &ReadByRows}) {
     try {
       read(file);
