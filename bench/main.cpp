@@ -6,6 +6,7 @@
 #include <list>
 #include <stdexcept>
 
+#include "bench/levels.h"
 #include "bench/runner.h"
 
 namespace qel::bench {
@@ -20,7 +21,7 @@ std::string Machine() {
   }
 #ifdef QEL_BENCH_OPENCV
   cv::setNumThreads(1);
-  const std::string peer = "OpenCV " CV_VERSION;
+  const std::string peer = "OpenCV " CV_VERSION " with at most " + PeerInstructions();
 #else
   const std::string peer = "no OpenCV";
 #endif
@@ -47,6 +48,7 @@ int Main(int argc, char** argv) {
     std::cout << kUsage;
     return 0;
   }
+  if (!options.levels.empty() && !MeasuresOneLevel(options)) return MeasureLevels(options);
   std::vector<char*> arguments;
   for (const std::string& argument : options.benchmark) {
     arguments.push_back(const_cast<char*>(argument.c_str()));

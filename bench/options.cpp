@@ -15,13 +15,13 @@ const char kUsage[] =
     "Usage: qel_bench [--filter REGEX] [--level LEVEL[,LEVEL...]|all] [--sizes WxH[,WxH...]]\n"
     "                 [--json FILE] [--markdown FILE] [--plot PREFIX] [--module FILE[,FILE...]]\n"
     "                 [--rounds N] [--warm] [--check] [--strict] [--list]\n"
-    "Names are COMPONENT/OPERATION/BITS/SIZE. --level and several modules are measured in turns "
-    "and\n"
-    "printed side by side. --markdown rewrites the part of the file between the bench marks of "
-    "each\n"
-    "level; --plot writes PREFIX-LEVEL.svg. --warm leaves images in the caches. --check runs\n"
-    "everything once on tiny pictures. --strict takes operations that are not available for\n"
-    "failures.\n";
+    "Names are COMPONENT/OPERATION/BITS/SIZE. Several modules are measured in turns and printed\n"
+    "side by side. Levels are measured one after the other, each with OpenCV and the C library at\n"
+    "the same level, and then printed side by side; of several, each has a JSON file of its own.\n"
+    "--markdown rewrites the part of the file between the bench marks of each level; --plot "
+    "writes\n"
+    "PREFIX-LEVEL.svg. --warm leaves images in the caches. --check runs everything once on tiny\n"
+    "pictures. --strict takes operations that are not available for failures.\n";
 
 namespace {
 
@@ -47,24 +47,25 @@ std::vector<Size> ParseSizes(const std::string& text) {
   return sizes;
 }
 
-/// The modules that were built for one processor level each: those named, or with "all" those that
-/// this processor runs.
-std::vector<ModuleChoice> LevelModules(const std::string& text) {
+/// The processor levels that are named or, with "all", exist, but for those that this processor
+/// lacks.
+std::vector<std::string> ParseLevels(const std::string& text) {
   const std::vector<std::string> levels = SplitAtCommas(QEL_BENCH_LEVELS);  // lowest first
   const auto runs = static_cast<size_t>(DetectCpuLevel()) + 1;
-  std::vector<ModuleChoice> modules;
+  std::vector<std::string> measured;
   for (const std::string& name : text == "all" ? levels : SplitAtCommas(text)) {
     const auto place = std::find(levels.begin(), levels.end(), name) - levels.begin();
     if (static_cast<size_t>(place) == levels.size()) {
       throw std::invalid_argument("there is no level '" + name + "', but " QEL_BENCH_LEVELS);
     }
     if (static_cast<size_t>(place) < runs) {
-      modules.push_back({name, QEL_BENCH_LEVEL_MODULES "/QELMaths_" + name + ".so"});
+      measured.push_back(name);
     } else {
       std::cout << name << ": not measured, this processor lacks it\n";
     }
   }
-  return modules;
+  if (measured.empty()) throw std::invalid_argument("no level is left to measure");
+  return measured;
 }
 
 }  // namespace
@@ -73,6 +74,7 @@ Options ParseOptions(int argc, char** argv) {
   Options options;
   for (int i = 1; i < argc; ++i) {
     const std::string name = argv[i];
+    const int first = i;
     const auto value = [&]() -> std::string {
       if (i + 1 < argc) return argv[++i];
       throw std::invalid_argument(name + " needs a value");
@@ -80,7 +82,7 @@ Options ParseOptions(int argc, char** argv) {
     if (name == "--filter") {
       options.benchmark.push_back("--benchmark_filter=" + value());
     } else if (name == "--json") {
-      options.benchmark.push_back("--benchmark_out=" + value());
+      options.json = value();
     } else if (name == "--list") {
       options.benchmark.push_back("--benchmark_list_tests=true");
     } else if (name == "--markdown") {
@@ -89,7 +91,7 @@ Options ParseOptions(int argc, char** argv) {
       for (const std::string& file : SplitAtCommas(value()))
         options.modules.push_back({file, file});
     } else if (name == "--level") {
-      options.modules = LevelModules(value());
+      options.levels = ParseLevels(value());
     } else if (name == "--sizes") {
       options.sizes = ParseSizes(value());
     } else if (name == "--plot") {
@@ -108,6 +110,13 @@ Options ParseOptions(int argc, char** argv) {
     } else {
       throw std::invalid_argument("unknown option " + name);
     }
+    if (name != "--level" && name != "--json") {
+      options.shared.insert(options.shared.end(), argv + first, argv + i + 1);
+    }
+  }
+  if (!options.json.empty()) options.benchmark.push_back("--benchmark_out=" + options.json);
+  for (const std::string& level : options.levels) {
+    options.modules.push_back({level, QEL_BENCH_LEVEL_MODULES "/QELMaths_" + level + ".so"});
   }
   if (options.modules.empty()) options.modules = {{"module", QEL_BENCH_MODULE}};
   if (options.check) options.sizes = {kSmallPicture};

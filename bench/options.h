@@ -17,6 +17,9 @@ struct ModuleChoice {
 
 struct Options {
   std::vector<ModuleChoice> modules;
+  std::vector<std::string> levels;  ///< of the processor, each with a process of its own
+  std::vector<std::string> shared;  ///< the arguments that all of these get
+  std::string json;
   std::vector<Size> sizes = {{1920, 1080}, {7680, 4320}};
   std::string markdown;
   std::string plot;

@@ -130,11 +130,13 @@ std::string LineOf(const Setting& setting, const Result& result, int size) {
   const Row& row = *result.row;
   const bool is_small = size < 0;
   std::string line =
-      Format("%-9s %-28s %2d  %11s ", row.component.c_str(), row.name.c_str(), result.depth,
+      Format("%-9s %-28s %2d  %11s", row.component.c_str(), row.name.c_str(), result.depth,
              NameOf(is_small ? kSmallSize : setting.sizes[static_cast<size_t>(size)]).c_str());
+  if (!is_small && row.goal > 0) line += "  goal " + GoalOf(row);
+  line += MethodOf(result);
   for (size_t i = 0; i < setting.modules.size(); ++i) {
     const Figures& figures = result.modules[i];
-    if (setting.modules.size() > 1) line += " | " + setting.modules[i];
+    line += " | " + setting.modules[i];
     if (is_small) {
       line += Format("%10.0f ns, %.0f of them fixed; %.1f KiB beyond the result",
                      figures.small_seconds * 1e9, figures.fixed_seconds * 1e9,
@@ -149,8 +151,7 @@ std::string LineOf(const Setting& setting, const Result& result, int size) {
     }
     if (size == 0 && figures.OverGoal(row) > 1) line += " MISSED";
   }
-  if (!is_small && row.goal > 0) line += "  goal " + GoalOf(row);
-  return line + MethodOf(result);
+  return line;
 }
 
 std::string Summary(const Setting& setting, const std::vector<Result>& results, size_t module) {

@@ -53,7 +53,7 @@ std::string NameOf(const Result& result);
 std::string NameOf(Size size);
 
 /// A line for the terminal about a row in one of the large sizes, or in the small one (-1): the
-/// modules side by side.
+/// modules side by side, each after " | ".
 std::string LineOf(const Setting& setting, const Result& result, int size);
 
 /// What the results of one module say together, one finding a line, as a Markdown list.
