@@ -69,6 +69,8 @@ inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
   static constexpr auto kApart =
       MakePattern<16>([](size_t i) { return i % 4 == 3 ? 0x80 : i / 4 * 3 + i % 4; });
   for (; count >= kPixels + 2; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
+    PrefetchAhead<3 * kPixels>(source);
+    PrefetchAhead<4 * kPixels>(dest);
     const U8 colors = ShuffleBlocks(LoadBlocks<U8>(source, 12), kApart);
     StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
   }
@@ -78,11 +80,20 @@ inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
 /// Rows that do not overlap.
 inline void GreyTo32Apart(uint8_t* __restrict dest, const uint8_t* __restrict source,
                           size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    const uint32_t grey = source[i];
-    const uint32_t color = grey | grey << 8 | grey << 16 | 0xFF000000u;
-    __builtin_memcpy(dest + 4 * i, &color, 4);
+  const auto widen = [&](size_t pixels) {
+    for (size_t i = 0; i < pixels; ++i) {
+      const uint32_t grey = source[i];
+      const uint32_t color = grey | grey << 8 | grey << 16 | 0xFF000000u;
+      __builtin_memcpy(dest + 4 * i, &color, 4);
+    }
+  };
+  constexpr size_t kRun = 64;
+  for (; count >= kRun; count -= kRun, source += kRun, dest += 4 * kRun) {
+    PrefetchAhead<kRun>(source);
+    PrefetchAhead<4 * kRun>(dest);
+    widen(kRun);
   }
+  widen(count);
 }
 inline void GreyTo32(uint8_t* dest, const uint8_t* source, size_t count) {
   if constexpr (kVectorBytes > 16) return GreyTo32Apart(dest, source, count);

@@ -8,6 +8,12 @@ namespace {
 
 // The lowest level goes one pixel after the other, whatever rows share memory.
 
+void Copy(uint8_t* dest, const uint8_t* source, size_t bytes) {
+  ForEachBlock<1, 64>(dest, source, bytes, [](uint8_t* to, const uint8_t* from) {
+    for (size_t i = 0; i < 64; i += kVectorBytes) StoreU(LoadU<U8>(from + i), to + i);
+  });
+}
+
 void FourTo3Singly(uint8_t* dest, const uint8_t* source, size_t count) {
   for (size_t i = 0; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[4 * i + c];
@@ -32,6 +38,7 @@ void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
       MakePattern<16>([](size_t i) { return i < 12 ? i / 3 * 4 + i % 3 : 0x80; });
   for (; count >= kPixels + 2; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
     PrefetchAhead<4 * kPixels>(source);
+    PrefetchAhead<3 * kPixels>(dest);
     StoreBlocks(ShuffleBlocks(LoadU<U8>(source), kCloseUp), dest, 12);
   }
   FourTo3Singly(dest, source, count);
@@ -69,7 +76,7 @@ void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
         const U8 old = LoadU<U8>(to);
         StoreU(IfThenElse(old == Zero<U8>(), LoadU<U8>(from), old), to);
       },
-      To<1>{dest}, From<1, 0, false>{source});
+      To<1>{dest}, From<1>{source});
 }
 void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
   if constexpr (kVectorBytes == 16) {
@@ -82,11 +89,12 @@ void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t va
         const Mask<U8> others = LoadU<U8>(from) == Zero<U8>();
         StoreU(IfThenElse(others, LoadU<U8>(to), Set<U8>(value)), to);
       },
-      To<1>{dest}, From<1, 0, false>{mask});
+      To<1>{dest}, From<1>{mask});
 }
 
-void Fill(uint8_t* dest, size_t bytes, const uint8_t* pattern) {
+void Fill(uint8_t* dest, size_t bytes, const uint8_t* pattern, bool ahead) {
   for (; bytes >= kFillPeriod; bytes -= kFillPeriod, dest += kFillPeriod) {
+    if (ahead) PrefetchAhead<kFillPeriod>(dest);
     __builtin_memcpy(dest, pattern, kFillPeriod);
   }
   __builtin_memcpy(dest, pattern, bytes);
@@ -104,6 +112,7 @@ void FillWordsWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t v
 
 extern const ConversionKernels kConversionKernels;
 constinit const ConversionKernels kConversionKernels = {
+    .copy = &Copy,
     .one_to_3 = &GreyTo24,
     .one_to_4 = &GreyTo32,
     .three_to_4 = &ColorTo32,

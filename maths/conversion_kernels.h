@@ -14,6 +14,7 @@ struct ConversionKernels {
   /// Turns `count` pixels, or bytes, of `source` into `dest`.
   using CopyRow = void (*)(uint8_t* dest, const uint8_t* source, size_t count);
 
+  CopyRow copy;        ///< bytes that do not overlap
   CopyRow one_to_3;    ///< a grey becomes three bytes
   CopyRow one_to_4;    ///< a grey becomes three bytes, opaque
   CopyRow three_to_4;  ///< opaque
@@ -22,8 +23,9 @@ struct ConversionKernels {
   CopyRow mean_of_4;   ///< the same of the first three of four
   CopyRow fill_zeros;  ///< replaces the bytes of `dest` that are 0
 
-  /// Repeats a pattern of `kFillPeriod` bytes.
-  void (*fill)(uint8_t* dest, size_t bytes, const uint8_t* pattern);
+  /// Repeats a pattern of `kFillPeriod` bytes. Fetching what is written `ahead` halves the time in
+  /// memory, and takes half as long again in the near caches.
+  void (*fill)(uint8_t* dest, size_t bytes, const uint8_t* pattern, bool ahead);
   /// Set the bytes, or the 4-byte pixels, whose byte of `mask` is not 0.
   void (*fill_bytes)(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value);
   void (*fill_words)(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t value);

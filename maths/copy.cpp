@@ -87,7 +87,8 @@ result_t CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
       FillZeroBytes(paste);
     } else if (has_pixels) {
       CopyRows(paste.dest.bits, paste.dest.step, paste.source.bits, paste.source.step,
-               paste.columns * paste.source.pixel_bytes, paste.rows);
+               paste.columns * paste.source.pixel_bytes, paste.rows,
+               ConversionKernelsFor(kActiveCpuLevel).copy);
     }
     return kOk;
   }

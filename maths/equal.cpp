@@ -33,9 +33,12 @@ void FillPattern(Unit unit, int value, uint8_t (&pattern)[kFillPeriod]) {
 void FillRows(const RowWalk& dest, const ImageShape& shape, Unit unit, int value) {
   uint8_t pattern[kFillPeriod];
   FillPattern(unit, value, pattern);
+  constexpr int64_t kNearCaches = 1 << 20;
   const ConversionKernels& kernels = ConversionKernelsFor(kActiveCpuLevel);
+  const int64_t row_bytes = shape.Columns() * dest.pixel_bytes;
+  const bool ahead = row_bytes * shape.Rows() > kNearCaches;
   for (int64_t y = 0; y < shape.Rows(); ++y) {
-    kernels.fill(dest.Row(y), static_cast<size_t>(shape.Columns() * dest.pixel_bytes), pattern);
+    kernels.fill(dest.Row(y), static_cast<size_t>(row_bytes), pattern, ahead);
   }
 }
 

@@ -8,14 +8,10 @@ namespace qel::QEL_LEVEL {
 namespace {
 
 /// Rows that are walked in blocks, by the bytes of one unit. Blocks may read `kAhead` bytes past
-/// their units. With `kAlone` false, blocks read what they write to as well.
-template <size_t kBytes, size_t kAhead = 0, bool kAlone = true>
+/// their units.
+template <size_t kBytes, size_t kAhead = 0>
 struct From {
   static constexpr size_t kUnitBytes = kBytes;
-  /// The next page is fetched: with several streams, or where more is written than read, that costs
-  /// more than it gives.
-  template <size_t kToBytes>
-  static constexpr bool kFetched = kBytes >= kToBytes&& kAlone;
   const uint8_t* at;
 
   template <size_t kUnits>
@@ -32,13 +28,15 @@ struct To {
 };
 
 /// Calls `block(to, from...)` for every `kUnits` units, and for copies of what remains at the end
-/// of the rows, so that nothing beyond them is touched. Blocks may read what `to` holds.
+/// of the rows, so that nothing beyond them is touched. Blocks may read what `to` holds. The next
+/// pages are fetched ahead, those that are written as well: a line that is not there when it is
+/// written is read first.
 template <size_t kUnits, size_t kToBytes, typename... Sources, typename Block>
 inline void WalkBlocks(size_t count, Block&& block, To<kToBytes> to, Sources... from) {
+  const bool in_place = (... || (to.at == from.at));
   for (; count >= kUnits; count -= kUnits) {
-    if constexpr (sizeof...(Sources) == 1 && (... && Sources::template kFetched<kToBytes>)) {
-      (PrefetchAhead<Sources::kUnitBytes * kUnits>(from.at), ...);
-    }
+    if (!in_place) PrefetchAhead<kToBytes * kUnits>(to.at);
+    (PrefetchAhead<Sources::kUnitBytes * kUnits>(from.at), ...);
     block(to.at, from.at...);
     to.at += kToBytes * kUnits;
     ((from.at += Sources::kUnitBytes * kUnits), ...);
