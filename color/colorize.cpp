@@ -1,56 +1,48 @@
+#include <iterator>
+#include <numeric>
+
+#include "color/color_rows.h"
 #include "color/color_transform.h"
-#include "color/index_remap.h"
 #include "color/pixel_kernels.h"
 #include "image/numeric.h"
 
 namespace qel {
 namespace {
 
-/// A colour of given hue and saturation at any lightness, in single precision.
+// Deliberate: exactly 360 degrees (red at hue 170) is left alone, and so gives the lower end
+// instead of the value at 0 degrees.
+float IntoCircle(float degrees) {
+  return degrees > 360.0f ? degrees - 360.0f : degrees < 0.0f ? degrees + 360.0f : degrees;
+}
+
+/// Colours of one saturation (0 to 1) at every lightness, in single precision. Only low bytes are
+/// kept. Loops over lightness have no branches, so that the compiler makes vectors of them.
 class TintedLightness {
  public:
-  TintedLightness(uint8_t hue, uint8_t saturation)
-      : hue_degrees_(static_cast<float>(hue) * 360.0f / 255.0f),
-        saturation_(static_cast<float>(saturation) / 255.0f) {}
-
-  /// Writes the colour of `lightness` (0 to 255) as blue, green, red. Only low bytes are kept.
-  void Write(int lightness, uint8_t (&color)[3]) const {
-    const float l = static_cast<float>(lightness) / 255.0f;
-    if (saturation_ == 0.0f) {
-      color[0] = color[1] = color[2] = ToByte(l * 255.0f);
-      return;
+  explicit TintedLightness(float saturation) {
+    for (size_t i = 0; i < 256; ++i) {
+      const float l = static_cast<float>(static_cast<int>(i)) / 255.0f;
+      const float upper_if_dark = (saturation + 1.0f) * l;
+      const float upper_if_light = (saturation + l) - saturation * l;
+      upper_[i] = l <= 0.5f ? upper_if_dark : upper_if_light;
+      lower_[i] = (l + l) - upper_[i];
     }
-    const float upper = l <= 0.5f ? (saturation_ + 1.0f) * l : (saturation_ + l) - saturation_ * l;
-    const float lower = (l + l) - upper;
-    color[0] = Channel(lower, upper, IntoCircle(hue_degrees_ - 120.0f));
-    color[1] = Channel(lower, upper, hue_degrees_ > 360.0f ? hue_degrees_ - 360.0f : hue_degrees_);
-    color[2] = Channel(lower, upper, IntoCircle(hue_degrees_ + 120.0f));
+  }
+
+  /// One channel: a ramp up to 60 degrees, the upper end up to 180, a ramp down to 240, then the
+  /// lower end.
+  void Write(float degrees, uint8_t (&channel)[256]) const {
+    const float ramp = degrees < 60.0f ? degrees : 240.0f - degrees;
+    const bool is_ramp = degrees < 60.0f || (degrees >= 180.0f && degrees < 240.0f);
+    const float* const end = degrees < 180.0f ? upper_ : lower_;
+    for (size_t i = 0; i < 256; ++i) {
+      const float value = is_ramp ? lower_[i] + (upper_[i] - lower_[i]) * ramp / 60.0f : end[i];
+      channel[i] = static_cast<uint8_t>(static_cast<int32_t>(255.0f * value));
+    }
   }
 
  private:
-  static uint8_t ToByte(float value) { return static_cast<uint8_t>(TruncateToInt(value)); }
-
-  // Deliberate: exactly 360 degrees (red at hue 170) is left alone, and so gives the lower end
-  // instead of the value at 0 degrees.
-  static float IntoCircle(float degrees) {
-    return degrees > 360.0f ? degrees - 360.0f : degrees < 0.0f ? degrees + 360.0f : degrees;
-  }
-
-  /// A ramp up to 60 degrees, the upper end up to 180, a ramp down to 240, then the lower end.
-  static uint8_t Channel(float lower, float upper, float degrees) {
-    float value = lower;
-    if (degrees < 60.0f) {
-      value = lower + (upper - lower) * degrees / 60.0f;
-    } else if (degrees < 180.0f) {
-      value = upper;
-    } else if (degrees < 240.0f) {
-      value = lower + (upper - lower) * (240.0f - degrees) / 60.0f;
-    }
-    return ToByte(255.0f * value);
-  }
-
-  float hue_degrees_;
-  float saturation_;
+  float lower_[256], upper_[256];
 };
 
 /// Share of the new colour in 256ths.
@@ -65,21 +57,24 @@ int BlendWeight(float blend) {
 Tint MakeTint(uint8_t hue, uint8_t saturation, int weight) {
   Tint tint;
   tint.weight = weight;
-  const TintedLightness tinted(hue, saturation);
-  for (int lightness = 0; lightness < 256; ++lightness) {
-    uint8_t color[3];
-    tinted.Write(lightness, color);
-    for (int c = 0; c < 3; ++c) tint.color[c][lightness] = color[c];
+  if (saturation == 0) {
+    for (auto& channel : tint.color) std::iota(std::begin(channel), std::end(channel), uint8_t{0});
+    return tint;
   }
+  const float degrees = static_cast<float>(hue) * 360.0f / 255.0f;
+  const TintedLightness tinted(static_cast<float>(saturation) / 255.0f);
+  tinted.Write(IntoCircle(degrees - 120.0f), tint.color[0]);
+  tinted.Write(degrees > 360.0f ? degrees - 360.0f : degrees, tint.color[1]);
+  tinted.Write(IntoCircle(degrees + 120.0f), tint.color[2]);
   return tint;
 }
 
 void TintDirect(const ImageView& view, const Tint& tint) {
   const PixelKernels& kernels = ActivePixelKernels();
-  const auto row_function = DirectPixelBytes(view.bit_count) == 4 ? kernels.tint4 : kernels.tint3;
-  for (int64_t y = 0; y < view.Rows(); ++y) {
-    row_function(view.Row(y), static_cast<size_t>(view.Columns()), tint);
-  }
+  const int pixel_bytes = DirectPixelBytes(view.bit_count);
+  ForEachRow(view, pixel_bytes, [&](uint8_t* row, size_t pixels) {
+    (pixel_bytes == 4 ? kernels.tint4 : kernels.tint3)(row, pixels, tint);
+  });
 }
 
 /// Each index becomes the grey nearest to its tinted colour.

@@ -1,7 +1,12 @@
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
+#include <numbers>
+#include <numeric>
 
+#include "color/color_rows.h"
 #include "color/color_transform.h"
-#include "color/index_remap.h"
 #include "color/tone_kernels.h"
 #include "component/result_image.h"
 #include "image/numeric.h"
@@ -14,15 +19,14 @@ namespace {
 template <typename Bytes, typename Pixels>
 void ForEachColorRow(const ImageView& view, Bytes&& bytes, Pixels&& pixels) {
   const int pixel_bytes = ExactPixelBytes(view.bit_count);
-  if (pixel_bytes == 0 || !view.HasPixels()) return;
-  const auto columns = static_cast<size_t>(view.Columns());
-  for (int64_t y = 0; y < view.Rows(); ++y) {
+  if (pixel_bytes == 0) return;
+  ForEachRow(view, pixel_bytes, [&](uint8_t* row, size_t columns) {
     if (pixel_bytes == 4) {
-      pixels(view.Row(y), columns);
+      pixels(row, columns);
     } else {
-      bytes(view.Row(y), columns * static_cast<size_t>(pixel_bytes));
+      bytes(row, columns * static_cast<size_t>(pixel_bytes));
     }
-  }
+  });
 }
 
 /// Offsets of the three channels, ready for every pixel of a row.
@@ -31,7 +35,7 @@ class ChannelShift {
   ChannelShift(int red, int green, int blue) : offsets_{blue, green, red} {}
 
   /// The shifted value of one channel (0 blue, 1 green, 2 red). Sums wrap before they are clamped.
-  uint8_t Apply(int channel, uint8_t value) const {
+  uint8_t Apply(size_t channel, uint8_t value) const {
     return ClampToByte(WrapAdd(value, offsets_[channel]));
   }
   /// False for offsets so large that some sums wrap: those are no saturating additions.
@@ -44,11 +48,12 @@ class ChannelShift {
   /// Fills the patterns of `ToneKernels::shift_bytes`.
   void FillPatterns(int pixel_bytes, uint8_t (&add)[kShiftPeriod],
                     uint8_t (&subtract)[kShiftPeriod]) const {
-    for (size_t i = 0; i < kShiftPeriod; ++i) {
-      const size_t channel = i % static_cast<size_t>(pixel_bytes);
-      const int offset = channel < 3 ? offsets_[channel] : 0;
-      add[i] = ClampToByte(offset);
-      subtract[i] = static_cast<uint8_t>(offset < -255 ? 255 : offset < 0 ? -offset : 0);
+    for (size_t i = 0; i < kShiftPeriod; i += static_cast<size_t>(pixel_bytes)) {
+      for (size_t c = 0; c < static_cast<size_t>(pixel_bytes); ++c) {
+        const int offset = c < 3 ? offsets_[c] : 0;
+        add[i + c] = ClampToByte(offset);
+        subtract[i + c] = static_cast<uint8_t>(offset < -255 ? 255 : offset < 0 ? -offset : 0);
+      }
     }
   }
 
@@ -61,18 +66,105 @@ void ShiftDirect(const ImageView& view, const ChannelShift& shift) {
   uint8_t add[kShiftPeriod];
   uint8_t subtract[kShiftPeriod];
   shift.FillPatterns(pixel_bytes, add, subtract);
-  for (int64_t y = 0; y < view.Rows(); ++y) {
-    uint8_t* const row = view.Row(y);
+  ForEachRow(view, pixel_bytes, [&](uint8_t* row, size_t pixels) {
+    const auto bytes = static_cast<size_t>(pixel_bytes);
     if (shift.Saturates()) {
-      ActiveToneKernels().shift_bytes(row, static_cast<size_t>(view.Columns() * pixel_bytes), add,
-                                      subtract);
-      continue;
+      return ActiveToneKernels().shift_bytes(row, pixels * bytes, add, subtract);
     }
-    for (int64_t x = 0; x < view.Columns(); ++x) {
-      for (int c = 0; c < 3; ++c) {
-        row[x * pixel_bytes + c] = shift.Apply(c, row[x * pixel_bytes + c]);
-      }
+    for (size_t x = 0; x < pixels; ++x) {
+      for (size_t c = 0; c < 3; ++c) row[x * bytes + c] = shift.Apply(c, row[x * bytes + c]);
     }
+  });
+}
+
+/// Palette indices take the grey nearest to their shifted colour.
+void ShiftIndices(const ImageView& view, const ChannelShift& shift) {
+  if (view.bit_count == 8 && shift.Saturates()) {
+    uint8_t add[kShiftPeriod];
+    uint8_t subtract[kShiftPeriod];
+    shift.FillPatterns(3, add, subtract);
+    return ForEachRow(view, 1, [&](uint8_t* row, size_t pixels) {
+      ActiveToneKernels().shift_greys(row, pixels, add, subtract);
+    });
+  }
+  uint8_t table[256];
+  for (int i = 0; i < 256; ++i) {
+    const auto grey = static_cast<uint8_t>(i);
+    table[i] = NearestGrey(shift.Apply(0, grey), shift.Apply(1, grey), shift.Apply(2, grey));
+  }
+  RemapIndices(view, table);
+}
+
+/// log2(x) for x above 0 and up to 1, by the series of the area tangent.
+constexpr double Log2(double x) {
+  double whole = 0;
+  for (; x < 1; x *= 2) --whole;
+  const double y = (x - 1) / (x + 1);  // at most a third
+  double sum = 0, power = y;
+  for (int k = 1; k < 40; k += 2, power *= y * y) sum += power / k;
+  return whole + 2 * sum / std::numbers::ln2;
+}
+
+/// log2(i / 255); for 0 a number that makes the least of all powers.
+constexpr auto kLogarithms = [] {
+  std::array<float, 256> logarithms{};
+  logarithms[0] = -1e9f;
+  for (size_t i = 1; i < 256; ++i) {
+    logarithms[i] = static_cast<float>(Log2(static_cast<double>(i) / 255));
+  }
+  return logarithms;
+}();
+
+/// values[i] = 255 (i / 255)^exponent in single precision, for exponents from 1/64 to 64.
+/// With z = exponent * log2(i / 255), cut into a whole part and a fraction from -1 to 0, and the
+/// Taylor series of 2^fraction, whose remainder is below 2e-7 of it. z is off by 1.2e-7 |z|, and
+/// 2^z |z| is at most 0.54, so the errors of z, of the series and of its eight roundings together
+/// stay below 255 * 1.5e-6 = 4e-4.
+void EstimatePowers(float exponent, float (&values)[256]) {
+  constexpr auto kTaylor = [] {
+    std::array<float, 9> terms{};
+    double term = 255;
+    for (int k = 0; k < 9; ++k) {
+      terms[static_cast<size_t>(k)] = static_cast<float>(term);
+      term *= std::numbers::ln2 / (k + 1);
+    }
+    return terms;
+  }();
+  for (size_t i = 0; i < 256; ++i) {
+    const float product = exponent * kLogarithms[i];
+    const float z = product > -126.0f ? product : -126.0f;
+    const auto whole = static_cast<int32_t>(z);
+    const float fraction = z - static_cast<float>(whole);
+    float power = kTaylor[8];
+    for (size_t k = 8; k-- > 0;) power = power * fraction + kTaylor[k];
+    values[i] = power * std::bit_cast<float>((whole + 127) << 23);
+  }
+}
+constexpr float kEstimateError = 1.0f / 1024;  // more than twice the bound
+
+/// trunc(i^exponent / scale) with scale = 255^exponent / 255, clamped to a byte, for all bytes i.
+/// Where the estimate does not lie near a whole number, it decides; about one value in a thousand
+/// is left for the mathematics library.
+void FillGammaTable(float exponent, uint8_t (&table)[256]) {
+  const auto power = static_cast<double>(exponent);
+  const double scale = std::pow(255.0, power) / 255.0;
+  const auto exactly = [=](int i) {
+    return ClampToByte(TruncateToInt(std::pow(static_cast<double>(i), power) / scale));
+  };
+  if (exponent == 1.0f) {  // no estimate tells one whole number from the next
+    std::iota(std::begin(table), std::end(table), uint8_t{0});
+    return;
+  }
+  if (!(exponent >= 1.0f / 64 && exponent <= 64.0f)) {
+    for (int i = 0; i < 256; ++i) table[i] = exactly(i);
+    return;
+  }
+  float values[256];
+  EstimatePowers(exponent, values);
+  for (int i = 0; i < 256; ++i) {
+    const auto low = static_cast<int>(values[i] - kEstimateError);
+    const auto high = static_cast<int>(values[i] + kEstimateError);
+    table[i] = low == high ? static_cast<uint8_t>(low) : exactly(i);
   }
 }
 
@@ -97,10 +189,16 @@ void WriteGrey(const ImageView& source, const ImageView& dest) {
 result_t CQELColorTransform::Lut(IQEL* image, uint8_t* table) {
   if (image == nullptr || table == nullptr) return kFail;
   const ToneKernels& kernels = ActiveToneKernels();
+  const ImageView view = ReadSizeBitsAndFormat(*image);
+  ByteMap map = {table};
+  if (kernels.prefers_lines && view.Columns() * view.Rows() >= kBytesForLine) {
+    int32_t values[256];
+    std::copy_n(table, 256, values);
+    map.line = FindByteLine(values, false);
+  }
   ForEachColorRow(
-      ReadSizeBitsAndFormat(*image),
-      [&](uint8_t* row, size_t n) { kernels.lut_bytes(row, n, table); },
-      [&](uint8_t* row, size_t n) { kernels.lut_pixels(row, n, table); });
+      view, [&](uint8_t* row, size_t n) { kernels.lut_bytes(row, n, map); },
+      [&](uint8_t* row, size_t n) { kernels.lut_pixels(row, n, map); });
   return kOk;
 }
 
@@ -122,13 +220,8 @@ result_t CQELColorTransform::Light(IQEL* image, int brightness, int contrast) {
 }
 
 result_t CQELColorTransform::Gamma(IQEL* image, float gamma) {
-  const double exponent = static_cast<double>(1.0f / gamma);
-  const double scale = std::pow(255.0, exponent) / 255.0;
   uint8_t table[256];
-  for (int i = 0; i < 256; ++i) {
-    const double value = std::pow(static_cast<double>(i), exponent) / scale;
-    table[i] = ClampToByte(TruncateToInt(value));
-  }
+  FillGammaTable(1.0f / gamma, table);
   return Lut(image, table);
 }
 
@@ -139,14 +232,9 @@ result_t CQELColorTransform::ShiftRGB(IQEL* image, int red, int green, int blue)
   const ChannelShift shift(red, green, blue);
   if (view.bit_count >= 24) {
     ShiftDirect(view, shift);
-    return kOk;
+  } else {
+    ShiftIndices(view, shift);
   }
-  uint8_t table[256];
-  for (int i = 0; i < 256; ++i) {
-    const auto grey = static_cast<uint8_t>(i);
-    table[i] = NearestGrey(shift.Apply(0, grey), shift.Apply(1, grey), shift.Apply(2, grey));
-  }
-  RemapIndices(view, table);
   return kOk;
 }
 
@@ -167,18 +255,24 @@ result_t CQELColorTransform::Threshold(IQEL* image, int level) {
   GrayScale(image);
   const ImageView view = ReadSizeBitsAndFormat(*image);
   if (!view.HasPixels()) return kOk;
+  const ToneKernels& kernels = ActiveToneKernels();
+  if (view.bit_count == 8) {
+    const auto highest_black = static_cast<uint8_t>(std::clamp(limit, 0, 3 * 255) / 3);
+    ForEachRow(view, 1, [&](uint8_t* row, size_t pixels) {
+      kernels.threshold_bytes(row, pixels, highest_black, limit < 0 ? 255 : 0);
+    });
+    return kOk;
+  }
   if (view.bit_count < 24) {
     uint8_t table[256];
     for (int i = 0; i < 256; ++i) table[i] = 3 * i > limit ? 255 : 0;
     RemapIndices(view, table);
     return kOk;
   }
-  const ToneKernels& kernels = ActiveToneKernels();
-  const auto row_function =
-      DirectPixelBytes(view.bit_count) == 4 ? kernels.threshold4 : kernels.threshold3;
-  for (int64_t y = 0; y < view.Rows(); ++y) {
-    row_function(view.Row(y), static_cast<size_t>(view.Columns()), limit);
-  }
+  const int pixel_bytes = DirectPixelBytes(view.bit_count);
+  ForEachRow(view, pixel_bytes, [&](uint8_t* row, size_t pixels) {
+    (pixel_bytes == 4 ? kernels.threshold4 : kernels.threshold3)(row, pixels, limit);
+  });
   return kOk;
 }
 

@@ -2,37 +2,39 @@
 
 #include "image/brightness.h"
 #include "image/channel_sums.h"
+#include "image/line_lookup.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
-#include "simd/table_lookup.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
 // Where bytes cannot be shuffled, plain loops are quicker.
 
-void LutBytes(uint8_t* row, size_t count, const uint8_t* table) {
-  if constexpr (!kHasTableLookupBytes) {
-    for (size_t i = 0; i < count; ++i) row[i] = table[row[i]];
+void LutBytes(uint8_t* row, size_t count, const ByteMap& map) {
+  if (!kHasTableLookupBytes && !map.line) {
+    for (size_t i = 0; i < count; ++i) row[i] = map.table[row[i]];
     return;
   }
-  const TableLookup lookup(table);
-  ForEachBlock<1, kVectorBytes>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
-    StoreU(lookup(LoadU<U8>(from)), to);
+  WithLookup(map, [=](const auto& lookup) {
+    ForEachBlock<1, kVectorBytes>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
+      StoreU(lookup(LoadU<U8>(from)), to);
+    });
   });
 }
-void LutPixels(uint8_t* row, size_t count, const uint8_t* table) {
-  if constexpr (!kHasTableLookupBytes) {
+void LutPixels(uint8_t* row, size_t count, const ByteMap& map) {
+  if (!kHasTableLookupBytes && !map.line) {
     for (size_t i = 0; i < count; ++i) {
-      for (size_t c = 0; c < 3; ++c) row[4 * i + c] = table[row[4 * i + c]];
+      for (size_t c = 0; c < 3; ++c) row[4 * i + c] = map.table[row[4 * i + c]];
     }
     return;
   }
-  const TableLookup lookup(table);
-  const U8 color = BitCast<U8>(Set<U32>(0x00FFFFFFu));
-  ForEachBlock<4, kVectorBytes / 4>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
-    const U8 old = LoadU<U8>(from);
-    StoreU(old ^ ((old ^ lookup(old)) & color), to);
+  WithLookup(map, [=](const auto& lookup) {
+    const U8 color = BitCast<U8>(Set<U32>(0x00FFFFFFu));
+    ForEachBlock<4, kVectorBytes / 4>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
+      const U8 old = LoadU<U8>(from);
+      StoreU(old ^ ((old ^ lookup(old)) & color), to);
+    });
   });
 }
 
@@ -43,11 +45,33 @@ void ShiftBytes(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* s
     adds[k] = LoadU<U8>(add + k * kVectorBytes);
     subtracts[k] = LoadU<U8>(subtract + k * kVectorBytes);
   }
-  ForEachBlock<1, kShiftPeriod>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
-    for (size_t k = 0; k < kParts; ++k) {
-      const U8 raised = SaturatedAdd(LoadU<U8>(from + k * kVectorBytes), adds[k]);
-      StoreU(SaturatedSub(raised, subtracts[k]), to + k * kVectorBytes);
+  const auto shift = [&](uint8_t* at, size_t k) {
+    StoreU(SaturatedSub(SaturatedAdd(LoadU<U8>(at), adds[k]), subtracts[k]), at);
+  };
+  for (; count >= kShiftPeriod; count -= kShiftPeriod, row += kShiftPeriod) {
+    PrefetchAhead<kShiftPeriod>(row);
+    for (size_t k = 0; k < kParts; ++k) shift(row + k * kVectorBytes, k);
+  }
+  size_t k = 0;
+  for (; count >= kVectorBytes; count -= kVectorBytes, row += kVectorBytes) shift(row, k++);
+  uint8_t rest[kVectorBytes] = {};
+  __builtin_memcpy(rest, row, count);
+  shift(rest, k % kParts);
+  __builtin_memcpy(row, rest, count);
+}
+
+void ShiftGreys(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract) {
+  const I16 one = Set<I16>(1);
+  ForEachBlock<1, kVectorBytes>(row, row, count, [=](uint8_t* to, const uint8_t* from) {
+    const U8 grey = LoadU<U8>(from);
+    U8 channels[3];
+    for (size_t c = 0; c < 3; ++c) {
+      channels[c] = SaturatedSub(SaturatedAdd(grey, Set<U8>(add[c])), Set<U8>(subtract[c]));
     }
+    ChannelSums sums(channels);
+    sums.lower += one;
+    sums.upper += one;
+    StoreU(Mean(sums), to);
   });
 }
 
@@ -97,6 +121,10 @@ void Mean3(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pi
 /// A limit for sums of three bytes, within what 16 bits compare.
 I16 SumLimits(int32_t limit) {
   return Set<I16>(static_cast<int16_t>(limit < -1 ? -1 : limit > 765 ? 765 : limit));
+}
+
+void ThresholdBytes(uint8_t* row, size_t count, uint8_t limit, uint8_t low) {
+  for (size_t i = 0; i < count; ++i) row[i] = row[i] > limit ? uint8_t{255} : low;
 }
 
 void Threshold3(uint8_t* row, size_t pixels, int32_t limit) {
@@ -169,12 +197,15 @@ extern const ToneKernels kToneKernels;
 constinit const ToneKernels kToneKernels = {
     .lut_bytes = &LutBytes,
     .lut_pixels = &LutPixels,
+    .prefers_lines = kPrefersLines,
     .invert_bytes = &InvertBytes,
     .invert_pixels = &InvertPixels,
     .shift_bytes = &ShiftBytes,
+    .shift_greys = &ShiftGreys,
     .mix_bytes = &MixBytes,
     .mean3 = &Mean3,
     .mean4 = &Mean4,
+    .threshold_bytes = &ThresholdBytes,
     .threshold3 = &Threshold3,
     .threshold4 = &Threshold4,
 };

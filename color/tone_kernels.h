@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/byte_line.h"
 #include "simd/cpu_level.h"
 
 namespace qel {
@@ -11,17 +12,23 @@ namespace qel {
 /// Row functions of the colour transforms. "Bytes" work on every byte of a row, "pixels" on blue,
 /// green and red of 4-byte pixels, whose alpha they keep. Nothing beyond the count is touched.
 struct ToneKernels {
-  void (*lut_bytes)(uint8_t* row, size_t count, const uint8_t* table);
-  void (*lut_pixels)(uint8_t* row, size_t count, const uint8_t* table);
+  void (*lut_bytes)(uint8_t* row, size_t count, const ByteMap& map);
+  void (*lut_pixels)(uint8_t* row, size_t count, const ByteMap& map);
+  bool prefers_lines;  ///< of the maps
   void (*invert_bytes)(uint8_t* row, size_t count);
   void (*invert_pixels)(uint8_t* row, size_t count);
   /// Saturating row[i] + add[i mod 192] - subtract[i mod 192], for any pixel size that divides 192.
   void (*shift_bytes)(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract);
+  /// The rounded mean of the three channels of greys, to which the first three bytes of these
+  /// patterns are added and subtracted, saturating.
+  void (*shift_greys)(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract);
   /// dest[i] = brightness of s[i], s[i + 1] and s[i + 2]; reads two bytes past `count`.
   void (*mix_bytes)(uint8_t* dest, const uint8_t* source, size_t count);
   /// The truncated mean of the colour bytes into all three; 4-byte pixels keep the source's alpha.
   void (*mean3)(uint8_t* dest, const uint8_t* source, size_t pixels);
   void (*mean4)(uint8_t* dest, const uint8_t* source, size_t pixels);
+  /// 255 for bytes above `limit`, else `low`.
+  void (*threshold_bytes)(uint8_t* row, size_t count, uint8_t limit, uint8_t low);
   /// 255 into the colour bytes whose sum is above `limit`, else 0.
   void (*threshold3)(uint8_t* row, size_t pixels, int32_t limit);
   void (*threshold4)(uint8_t* row, size_t pixels, int32_t limit);

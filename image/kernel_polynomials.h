@@ -44,8 +44,8 @@ struct Keys {
   }
 };
 
-/// The spline of Catmull and Rom (1974), which is cubic convolution with a = -1/2, from the distance
-/// and from the offset: their last bits differ.
+/// The spline of Catmull and Rom (1974), which is cubic convolution with a = -1/2, from the
+/// distance and from the offset: their last bits differ.
 struct CatmullRomOfDistance {
   template <typename Number>
   static Number Weight(Number t) {

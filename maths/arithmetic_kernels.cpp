@@ -1,10 +1,10 @@
 #include "maths/arithmetic_kernels.h"
 
+#include "image/line_lookup.h"
 #include "maths/one_by_one.h"
 #include "maths/value_vectors.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
-#include "simd/table_lookup.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -144,39 +144,44 @@ void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* 
 }
 
 void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  const TableLookup lookup(map.table);
-  WalkBlocks<kVectorBytes>(
-      count, [&](uint8_t* to, const uint8_t* from) { StoreU(lookup(LoadU<U8>(from)), to); },
-      To<1>{dest}, From<1>{source});
+  WithLookup(map.OfBytes(), [=](const auto& lookup) {
+    WalkBlocks<kVectorBytes>(
+        count, [&](uint8_t* to, const uint8_t* from) { StoreU(lookup(LoadU<U8>(from)), to); },
+        To<1>{dest}, From<1>{source});
+  });
 }
 void MapTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  const TableLookup lookup(map.table);
-  WalkBlocks<kVectorBytes>(
-      count, [&](uint8_t* to, const uint8_t* from) { StoreRepeated3(lookup(LoadU<U8>(from)), to); },
-      To<3>{dest}, From<1>{source});
+  WithLookup(map.OfBytes(), [=](const auto& lookup) {
+    WalkBlocks<kVectorBytes>(
+        count,
+        [&](uint8_t* to, const uint8_t* from) { StoreRepeated3(lookup(LoadU<U8>(from)), to); },
+        To<3>{dest}, From<1>{source});
+  });
 }
 void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  const TableLookup lookup(map.table);
-  WalkBlocks<kVectorBytes>(
-      count,
-      [&](uint8_t* to, const uint8_t* from) {
-        U8 channels[4];
-        LoadInterleaved<4>(from, channels);
-        for (size_t c = 0; c < 3; ++c) channels[c] = lookup(channels[c]);
-        StoreInterleaved<3>(channels, to);
-      },
-      To<3>{dest}, From<4>{source});
+  WithLookup(map.OfBytes(), [=](const auto& lookup) {
+    WalkBlocks<kVectorBytes>(
+        count,
+        [&](uint8_t* to, const uint8_t* from) {
+          U8 channels[4];
+          LoadInterleaved<4>(from, channels);
+          for (size_t c = 0; c < 3; ++c) channels[c] = lookup(channels[c]);
+          StoreInterleaved<3>(channels, to);
+        },
+        To<3>{dest}, From<4>{source});
+  });
 }
 void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, size_t count,
                    const ScaleMap& map) {
-  const TableLookup lookup(map.table);
-  WalkBlocks<kVectorBytes>(
-      count,
-      [&](uint8_t* to, const uint8_t* from, const uint8_t* from_mask) {
-        const Mask<U8> selected = LoadU<U8>(from_mask) != Zero<U8>();
-        StoreU(IfThenElse(selected, lookup(LoadU<U8>(from)), LoadU<U8>(to)), to);
-      },
-      To<1>{dest}, From<1>{source}, From<1>{mask});
+  WithLookup(map.OfBytes(), [=](const auto& lookup) {
+    WalkBlocks<kVectorBytes>(
+        count,
+        [&](uint8_t* to, const uint8_t* from, const uint8_t* from_mask) {
+          const Mask<U8> selected = LoadU<U8>(from_mask) != Zero<U8>();
+          StoreU(IfThenElse(selected, lookup(LoadU<U8>(from)), LoadU<U8>(to)), to);
+        },
+        To<1>{dest}, From<1>{source}, From<1>{mask});
+  });
 }
 
 template <size_t kBytes>
@@ -278,6 +283,7 @@ constinit const ArithmeticKernels kArithmeticKernels = {
     .mix_pixels = {kMixWhere<1>, kMixWhere<3>, kMixWhere<4>, kMixColors<3, 3, 4>,
                    kMixColors<3, 4, 3>, kMixColors<3, 4, 4>, kMixColors<4, 3, 3>,
                    kMixColors<4, 3, 4>, kMixColors<4, 4, 3>, kMixColors<4, 4, 4>},
+    .prefers_lines = kPrefersLines && kVectorBytes > 16,
     .map_bytes = Choose(&MapBytes, &one_by_one::MapBytes),
     .map_to_3 = Choose(&MapTo3, &one_by_one::MapTo3),
     .map_4_to_3 = Choose(&Map4To3, &one_by_one::Map4To3),

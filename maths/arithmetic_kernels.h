@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/byte_line.h"
 #include "image/numeric.h"
 #include "simd/cpu_level.h"
 
@@ -52,10 +53,13 @@ struct SumFactor {
 };
 
 /// A linear map of channel values in single precision. Bytes have 256 values and go through a
-/// table.
+/// table, or along a line where there is one.
 struct ScaleMap {
   float factor, offset;
   uint8_t table[256];
+  std::optional<ByteLine> line = {};
+
+  ByteMap OfBytes() const { return {table, line}; }
 
   constexpr float operator()(float value) const { return value * factor + offset; }
   /// False when a value up to `largest` may become too large for integers, or no number.
@@ -99,6 +103,7 @@ struct ArithmeticKernels {
   /// Scaled channel values: `count` pixels of `source`, or bytes where both have one size.
   using ScaleRow = void (*)(uint8_t* dest, const uint8_t* source, size_t count,
                             const ScaleMap& map);
+  bool prefers_lines;       ///< of the maps
   ScaleRow map_bytes;       ///< by the table
   ScaleRow map_to_3;        ///< one byte becomes three
   ScaleRow map_4_to_3;      ///< drops the fourth byte

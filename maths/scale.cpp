@@ -92,14 +92,26 @@ const Conversion* FindConversion(const ImageShape& source, const ImageShape& des
   return found == std::end(kConversions) ? nullptr : found;
 }
 
-ScaleMap MapFor(const Conversion& conversion, float factor, float offset) {
+/// True where bytes become bytes one by one.
+bool MapsBytes(const Conversion& conversion) {
+  return conversion.source != Samples::kWord && conversion.dest != Samples::kWord &&
+         !conversion.by_thirds;
+}
+
+/// The map for images of this many pixels.
+ScaleMap MapFor(const Conversion& conversion, float factor, float offset, int64_t pixels) {
   ScaleMap map;
   map.factor = conversion.by_thirds ? factor / 3.0f : factor;
   map.offset = offset;
+  int32_t values[256];
   for (int i = 0; i < 256; ++i) {
     const float value = map(static_cast<float>(i));
-    map.table[i] =
-        conversion.wraps ? static_cast<uint8_t>(TruncateFromZero(value)) : TruncateToByte(value);
+    values[i] = conversion.wraps ? TruncateFromZero(value) : TruncateToByte(value);
+    map.table[i] = static_cast<uint8_t>(values[i]);
+  }
+  if (MapsBytes(conversion) && pixels >= kBytesForLine &&
+      ArithmeticKernelsFor(kActiveCpuLevel).prefers_lines) {
+    map.line = FindByteLine(values, conversion.wraps);
   }
   return map;
 }
@@ -138,7 +150,7 @@ result_t CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, fl
   shape.width = SmallerUnsigned(shape.width, dest_shape.width);
   shape.height = SmallerUnsigned(shape.height, dest_shape.height);
   const bool grey_to_grey = shape.bit_count == 8 && dest_shape.bit_count == 8;
-  const ScaleMap map = MapFor(*conversion, factor, offset);
+  const ScaleMap map = MapFor(*conversion, factor, offset, shape.Columns() * shape.Rows());
   for (int plane = 0; plane < (grey_to_grey ? 1 : shape.planes); ++plane) {
     const ImageView from = ReadPlane(*source, shape, plane);
     const ImageView to = ReadPlane(*dest, shape, plane);

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 #include "reference/pixels.h"
 #include "tests/support/module_under_test.h"
@@ -34,6 +36,15 @@ using Bytes = std::vector<uint8_t>;
 using ColorReadings = ReadingTest;
 
 TEST_F(ColorReadings, EqualEveryOperation) { ExpectSameDraws("color", 500); }
+
+// Large images go along a line where their table is one.
+TEST_F(ColorReadings, EqualLargeImages) {
+  Rng rng(2);
+  for (int round = 0; round < 9; ++round) {
+    const Raster image = RandomRaster(rng, 8209, 9, kCommonDepths[static_cast<size_t>(round % 3)]);
+    ExpectSame({image}, Call("Light", rng.Int(-200, 200), rng.Int(-110, 160)));
+  }
+}
 
 // The channels differ still, and only their sum counts.
 TEST_P(Color, ThresholdGoesOnWithoutAnImage) {
@@ -141,6 +152,36 @@ TEST_P(Color, KeepsMixingUpTo999) {
   };
   EXPECT_EQ(blue_of(0.999f), (128 * 255 + 255) >> 8);
   EXPECT_EQ(blue_of(0.9991f), 128);
+}
+
+// Estimates decide nearly everywhere: never where the power would be cut off to another number.
+TEST(Gamma, GivesThePowersOfTheLibrary) {
+  auto& color = *ModuleUnderTest::ForLevel(DetectCpuLevel()).color;
+  TestHost::Instance().Reset();
+  Rng rng(8);
+  Raster ramp(rng, 256, 1, 8, kModelMono, {});
+  const auto image = TestImage::Make(ramp);
+  const auto compare = [&](float gamma) {
+    for (int i = 0; i < 256; ++i)
+      ramp.Row(0)[i] = image->raster.Row(0)[i] = static_cast<uint8_t>(i);
+    color.Gamma(image.Get(), gamma);
+    oracle::Gamma(ramp, gamma);
+    ASSERT_TRUE(std::equal(ramp.Row(0), ramp.Row(0) + 256, image->raster.Row(0)))
+        << "gamma " << gamma;
+  };
+  for (int n = 1; n <= 200; ++n) {  // powers with many whole numbers, and beyond what is estimated
+    compare(static_cast<float>(n));
+    compare(1.0f / static_cast<float>(n));
+    compare(std::nextafter(1.0f, 0.0f) - static_cast<float>(n - 1) * 1e-6f);
+  }
+  const float infinite = std::numeric_limits<float>::infinity();
+  for (const float gamma : {0.0f, -0.0f, -1.0f, -0.001f, -3e38f, 1e-40f, 1e-8f, 1e8f, 3e38f,
+                            infinite, -infinite, std::nanf("")}) {
+    compare(gamma);
+  }
+  for (int round = 0; round < (kSanitized ? 300 : 5000) && !testing::Test::HasFailure(); ++round) {
+    compare(std::exp2(rng.Float(-7, 7)));
+  }
 }
 
 // One table of 256 lightnesses per call stands for the arithmetic on every pixel.

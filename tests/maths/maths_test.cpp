@@ -15,6 +15,20 @@ using MathsReadings = ReadingTest;
 
 TEST_F(MathsReadings, EqualEveryOperation) { ExpectSameDraws("maths", 700); }
 
+// Bytes of large images go along a line instead of through a table.
+TEST_F(MathsReadings, EqualScalingsOfLargeImages) {
+  constexpr int kDepths[][2] = {{8, 8}, {8, 24}, {24, 24}, {32, 24}, {32, 32}};
+  Rng rng(3);
+  for (int round = 0; round < 15; ++round) {
+    const auto [from, to] = kDepths[round % 5];
+    const std::vector<Raster> images = {RandomRaster(rng, 8209, 9, from),
+                                        RandomRaster(rng, 8209, 9, to),
+                                        RandomRaster(rng, 8209, 9, 8)};
+    ExpectSame(images, CallOn(from == 8 && to == 8 && round % 2 == 0 ? "102" : "10-", "Scale",
+                              rng.Float(0.1f, 2.5f), rng.Float(-100, 150)));
+  }
+}
+
 // The lowest level goes one pixel after the other; vectors must not read what is not yet written.
 TEST_P(Maths, GoesPixelByPixelWhereImagesShareMemory) {
   IQELMaths& plain = *ModuleUnderTest::ForLevel(CpuLevel::kSse2).maths;

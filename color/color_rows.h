@@ -1,11 +1,21 @@
-#ifndef QEL_COLOR_INDEX_REMAP_H_
-#define QEL_COLOR_INDEX_REMAP_H_
+#ifndef QEL_COLOR_COLOR_ROWS_H_
+#define QEL_COLOR_COLOR_ROWS_H_
 
 #include "color/tone_kernels.h"
 #include "image/image_view.h"
 #include "image/pixel_layout.h"
 
 namespace qel {
+
+/// Calls `change(row, pixels)` for all rows, once for all of them where nothing lies between.
+template <typename Change>
+void ForEachRow(const ImageView& view, int64_t pixel_bytes, const Change& change) {
+  if (!view.HasPixels()) return;
+  const bool joined = view.stride == view.Columns() * pixel_bytes;
+  const int64_t rows = joined ? 1 : view.Rows();
+  const auto pixels = static_cast<size_t>(joined ? view.Columns() * view.Rows() : view.Columns());
+  for (int64_t y = 0; y < rows; ++y) change(view.Row(y), pixels);
+}
 
 /// Replaces every palette index i of an image below 24 bits by `table[i]` (its low bits at 4 and 1
 /// bits). Depths without indices are left alone.
@@ -25,7 +35,7 @@ inline void RemapIndices(const ImageView& view, const uint8_t (&table)[256]) {
       const int64_t whole_bytes = view.Columns() / Codec::kPerByte;
       for (int64_t y = 0; y < view.Rows(); ++y) {
         uint8_t* const row = view.Row(y);
-        ActiveToneKernels().lut_bytes(row, static_cast<size_t>(whole_bytes), byte_table);
+        ActiveToneKernels().lut_bytes(row, static_cast<size_t>(whole_bytes), {byte_table});
         for (int64_t x = whole_bytes * Codec::kPerByte; x < view.Columns(); ++x) {
           Codec::StoreIndex(row, x, table[Codec::LoadIndex(row, x)]);
         }
@@ -36,4 +46,4 @@ inline void RemapIndices(const ImageView& view, const uint8_t (&table)[256]) {
 
 }  // namespace qel
 
-#endif  // QEL_COLOR_INDEX_REMAP_H_
+#endif  // QEL_COLOR_COLOR_ROWS_H_
