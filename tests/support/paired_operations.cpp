@@ -211,6 +211,9 @@ void AddTransform(Table& table) {
   table.AddCase("Resample", [](Rng& rng, PairedCase& drawn) {
     const Raster& source = drawn.inputs[0];
     if (rng.OneIn(8)) return Resampling(source, source.width / 2, source.height / 2, 0, false);
+    if (rng.OneIn(8)) {
+      return Resampling(source, 2 * source.width, 2 * source.height, rng.Int(1, 15), false);
+    }
     const int width = rng.OneIn(3)   ? source.width * rng.Int(0, 6) / 2
                       : rng.OneIn(2) ? rng.Int(-1, 150)
                                      : rng.Int(1, source.width + 1);

@@ -35,13 +35,30 @@ TEST_F(ResampleReadings, EqualEveryMethod) {
   }
 }
 
-// Tiles go down a band of rows at a time.
-TEST_F(ResampleReadings, EqualTallPictures) {
+// Tiles go down a band of rows at a time, and are narrower than these pictures.
+TEST_F(ResampleReadings, EqualTallAndWidePictures) {
   Rng rng(8);
+  for (const int depth : {8, 24, 32}) {
+    const Raster source = RandomRaster(rng, rng.Int(257, 290), 7, depth);
+    for (const int method : {5, 11}) ExpectScaled(source, 2 * source.width, 14, method, 0);
+  }
   for (const int method : {3, 9}) {
     const Raster source = RandomRaster(rng, 3, 653, method == 3 ? 24 : 8);
     ExpectScaled(source, 6, 1306, method, 0);
     ExpectScaled(source, 4, 1205, method, 0);
+  }
+}
+
+// Pixels further and further apart, at the end of memory.
+TEST_F(ResampleReadings, EqualNearestPixels) {
+  Rng rng(6);
+  for (const int depth : {8, 16, 24, 32}) {
+    for (int round = 0; round < 30 && !HasFailure(); ++round) {
+      const int width = rng.Int(1, 400);
+      const Raster source(rng, width, rng.Int(1, 4), depth, UsualModel(depth),
+                          {.fence = Layout::Fence::kAfter});
+      ExpectScaled(source, std::max(1, 10 * width / (9 + round)), rng.Int(1, 4), 0, 1);
+    }
   }
 }
 

@@ -1,6 +1,6 @@
-#include <algorithm>
-
 #include "transform/resample/gather_map.h"
+
+#include <algorithm>
 
 namespace qel {
 namespace {
@@ -11,18 +11,29 @@ constexpr size_t kQuarterBytes = kBlockBytes / 4;
 /// Describes the quarters of a block. They are loaded as a whole, all of them within the row.
 void DescribeQuarters(PickBlock& block, const int64_t* positions, size_t bytes, int64_t row_bytes) {
   constexpr int64_t kLoaded = kQuarterBytes;
-  block.base = std::min(block.base, row_bytes - kLoaded);
-  if (block.base < 0) block.span = 0;
-  for (size_t quarter = 0; quarter < bytes; quarter += kQuarterBytes) {
-    const int64_t* const begin = positions + quarter;
-    const int64_t* const end = positions + std::min(quarter + kQuarterBytes, bytes);
-    const int64_t from = std::min(*std::min_element(begin, end), row_bytes - kLoaded);
-    if (*std::max_element(begin, end) - from >= kLoaded) block.span = 0;
-    block.starts[quarter / kQuarterBytes] = static_cast<uint8_t>(from - block.base);
-    for (size_t i = quarter; begin + (i - quarter) < end; ++i) {
-      block.index[i] = static_cast<uint8_t>(positions[i] - from);
+  const auto for_quarters = [&](auto&& describe) {
+    for (size_t first = 0; first < bytes; first += kQuarterBytes) {
+      const int64_t* const begin = positions + first;
+      const int64_t* const end = positions + std::min(first + kQuarterBytes, bytes);
+      const auto [low, high] = std::minmax_element(begin, end);
+      describe(first, begin, end, *low, *high);
     }
-  }
+  };
+  int64_t loads = 1;
+  for_quarters([&](size_t, const int64_t*, const int64_t*, int64_t low, int64_t high) {
+    loads = std::max(loads, (high - low + kLoaded) / kLoaded);
+  });
+  const int64_t last_start = row_bytes - loads * kLoaded;
+  block.loads = static_cast<int32_t>(loads);
+  block.base = std::min(block.base, last_start);
+  if (block.base < 0 || loads > kMostQuarterLoads) block.span = 0;
+  for_quarters([&](size_t first, const int64_t* begin, const int64_t* end, int64_t low, int64_t) {
+    const int64_t from = std::min(low, last_start);
+    block.starts[first / kQuarterBytes] = static_cast<uint8_t>(from - block.base);
+    for (uint8_t* index = block.index + first; begin < end; ++begin) {
+      *index++ = static_cast<uint8_t>(*begin - from);
+    }
+  });
 }
 
 }  // namespace
@@ -50,7 +61,7 @@ void DescribeBlocks(PickBlock* blocks, const int32_t* offsets, size_t count, siz
     }
     const auto [low, high] = std::minmax_element(positions, positions + bytes);
     PickBlock& block = *blocks++;
-    block = {*low, *high - *low < 256 ? static_cast<int32_t>(*high - *low + 1) : 0, {}, {}};
+    block = {*low, *high - *low < 256 ? static_cast<int32_t>(*high - *low + 1) : 0, 0, {}, {}};
     if (block.span == 0) continue;
     if (ActiveResampleKernels().pick_blocks == PickBlocks::kQuarters) {
       DescribeQuarters(block, positions, bytes, row_bytes);

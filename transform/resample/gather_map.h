@@ -24,14 +24,15 @@ template <size_t kBytes>
 class GatherMap {
  public:
   /// Unless `keep_alpha`, pixels of 4 bytes are picked with their alpha. `step` is how many pixels
-  /// of the source row, of `row_bytes` bytes, lie between neighbours at the most.
+  /// of the source row lie between neighbours at the most, and `row_bytes` how much of it may be
+  /// read.
   GatherMap(int pixel_bytes, bool keep_alpha, float step, int64_t row_bytes)
       : pixel_bytes_(static_cast<size_t>(pixel_bytes)),
         row_bytes_(row_bytes),
         keep_alpha_(keep_alpha),
         blocks_are_(ActiveResampleKernels().pick_blocks),
         has_blocks_(blocks_are_ == PickBlocks::kSpans ||
-                    (blocks_are_ == PickBlocks::kQuarters && step <= 1)),
+                    (blocks_are_ == PickBlocks::kQuarters && step <= MostQuarterStep(pixel_bytes))),
         // Up to this step, 64 bytes of a destination row come from 256 bytes of a source row. Tiles
         // whose pixels all lie in blocks are wider.
         has_offsets_(blocks_are_ != PickBlocks::kSpans || !(step <= 3.5f)),
@@ -71,6 +72,11 @@ class GatherMap {
   }
 
  private:
+  /// Up to this step, looking a quarter up takes less than moving its pixels one by one.
+  static constexpr float MostQuarterStep(int pixel_bytes) {
+    return pixel_bytes == 1 ? 3.5f : pixel_bytes < 4 ? 2.5f : 1.5f;
+  }
+
   const size_t pixel_bytes_;
   const int64_t row_bytes_;
   const bool keep_alpha_;

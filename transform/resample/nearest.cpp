@@ -14,9 +14,11 @@ namespace {
 template <typename ColumnOffsets, typename RowOffsets, typename Finish>
 void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageView& dest,
                ColumnOffsets&& column_offset, RowOffsets&& row_offset, Finish&& finish) {
+  // Rows may begin late, so that only what the last column reads is sure to be there.
+  const int64_t read_bytes = column_offset(dest.Columns() - 1) + plan.pixel_bytes;
   // Narrow tiles are slower: this is nearly all of the stack that an operation may take.
   GatherMap<50 * 1024> gather(plan.pixel_bytes, plan.keep_alpha, StepOf(source, plan.scale),
-                              source.Columns() * plan.pixel_bytes);
+                              read_bytes);
   const int64_t tiles = (dest.Columns() + gather.most_pixels() - 1) / gather.most_pixels();
   const int64_t width = (dest.Columns() + tiles - 1) / tiles;
   Columns tile = {};

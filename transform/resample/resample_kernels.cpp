@@ -138,7 +138,26 @@ void PickVectors(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   }
 }
 
-/// By vectors whose blocks of 16 bytes come from as many bytes of the source each.
+/// A vector of bytes of a block from byte `k` on. The processor has lookups in 16 bytes, and each
+/// load gives only those bytes whose place lies in it.
+template <int kLoads>
+QEL_SIMD_INLINE U8 LookUpQuarters(const uint8_t* source, const PickBlock& block, size_t k) {
+  const U8 index = LoadU<U8>(block.index + k);
+  const auto load = [&](int part) {
+    return GatherBlocks<U8>(
+        [&](size_t b) { return source + block.base + block.starts[k / 16 + b] + 16 * part; });
+  };
+  if constexpr (kLoads == 1) return TableLookupBytesOr0(load(0), index);
+  U8 picked = Zero<U8>();
+  for (int part = 0; part < kLoads; ++part) {
+    // Places of 16 and more of the part leave the range where bytes are looked up.
+    const U8 places = (index ^ Set<U8>(static_cast<uint8_t>(16 * part))) + Set<U8>(0x70);
+    picked |= TableLookupBytesOr0(load(part), places);
+  }
+  return picked;
+}
+
+/// By vectors whose blocks of 16 bytes come from a few loads of as many bytes of the source each.
 template <int kBytes>
 void PickQuarters(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
   const auto lanes = MaskFromBits<U8, 0x7777'7777'7777'7777u>();
@@ -151,12 +170,25 @@ void PickQuarters(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
       PickSingly<kBytes>(dest, source, plan, at / kBytes, (at + 64 + kBytes - 1) / kBytes);
       continue;
     }
-    for (size_t k = 0; k < 64; k += kVectorBytes) {
-      const U8 from = GatherBlocks<U8>(
-          [&](size_t b) { return source + block.base + block.starts[k / 16 + b]; });
-      const U8 picked = TableLookupBytesOr0(from, LoadU<U8>(block.index + k));
-      uint8_t* const to = dest + at + k;
-      StoreU(all ? picked : IfThenElse(lanes, picked, LoadU<U8>(to)), to);
+    const auto pick = [&]<int kLoads>(std::integral_constant<int, kLoads>) {
+      for (size_t k = 0; k < 64; k += kVectorBytes) {
+        const U8 picked = LookUpQuarters<kLoads>(source, block, k);
+        uint8_t* const to = dest + at + k;
+        StoreU(all ? picked : IfThenElse(lanes, picked, LoadU<U8>(to)), to);
+      }
+    };
+    switch (block.loads) {
+      case 1:
+        pick(std::integral_constant<int, 1>());
+        break;
+      case 2:
+        pick(std::integral_constant<int, 2>());
+        break;
+      case 3:
+        pick(std::integral_constant<int, 3>());
+        break;
+      default:
+        pick(std::integral_constant<int, kMostQuarterLoads>());
     }
   }
   PickSingly<kBytes>(dest, source, plan, at / kBytes, plan.pixels);

@@ -12,15 +12,18 @@ namespace qel {
 struct PickBlock {
   int64_t base;       ///< offset of the first byte that is read
   int32_t span;       ///< bytes that are read from there, 0 when they are too far apart
+  int32_t loads;      ///< of quarters: how many times 16 bytes are read for each
   uint8_t starts[4];  ///< of quarters: the first byte that is read for each, relative to `base`
   uint8_t index[64];  ///< relative to `base`, or to the start of the quarter
 };
 /// What pixels are picked by.
 enum class PickBlocks {
   kNone,      ///< offsets
-  kQuarters,  ///< blocks whose quarters come from 16 bytes each, as in enlarged rows
+  kQuarters,  ///< blocks whose quarters come from up to 64 bytes each
   kSpans,     ///< blocks that come from up to 256 bytes
 };
+/// Most loads for a quarter.
+inline constexpr int kMostQuarterLoads = 4;
 
 /// Which pixels of a source row a destination row takes.
 struct PickPlan {

@@ -1,5 +1,8 @@
 #include "transform/resample/resample_plan.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "image/pixel_layout.h"
 #include "transform/resample/box_kernels.h"
 #include "transform/resample/resample_methods.h"
@@ -47,8 +50,24 @@ bool CanAverage(ResampleMethod method, const Scale& scale, bool has_pixels) {
   }
 }
 
+/// Whether `dest` is of twice the size of `source`, at positions that single precision has exactly,
+/// and weighted by a kernel that is even there; then the plan's weights are made.
+bool CanDouble(const ImageView& source, const ImageView& dest, const TapWindow& window,
+               ResamplePlan& plan) {
+  constexpr int kExactPositions = 1 << 21;
+  if (source.width > kExactPositions || source.height > kExactPositions ||
+      dest.width != 2 * source.width || dest.height != 2 * source.height) {
+    return false;
+  }
+  const KernelFunction kernel = MethodOf(plan.interpolation).kernel;
+  float odd[kMaxTaps];
+  TapWeights(window, kernel, 0.75f, 0, plan.weights);
+  TapWeights(window, kernel, 0.25f, 0, odd);
+  return std::equal(odd, odd + window.count, std::reverse_iterator(plan.weights + window.count));
+}
+
 bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& dest,
-               const ResamplePlan& plan) {
+               ResamplePlan& plan) {
   if (method == ResampleMethod::kOneByOne) return true;
   if (!source.HasPixels() || (source.bit_count != 8 && source.bit_count < 24)) return false;
   const auto all = [&](auto&& within) {
@@ -66,6 +85,7 @@ bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& 
            });
   }
   const TapWindow& window = sampling == Sampling::kKernel4 ? kTaps4 : kTaps12;
+  if (method == ResampleMethod::kDoubling) return CanDouble(source, dest, window, plan);
   return method == ResampleMethod::kTaps &&
          all([&](float v, int size) { return !window.Misses(TapOrigin(v), size); });
 }
@@ -82,7 +102,8 @@ bool CanResample(ResampleMethod method, const ImageView& source, const ImageView
           .scale = scale,
           .interpolation = interpolation,
           .pixel_bytes = PixelBytesFor(task, source.bit_count),
-          .keep_alpha = task == Task::kAverage};
+          .keep_alpha = task == Task::kAverage,
+          .weights = {}};
   switch (task) {
     case Task::kCopy:
       return method == ResampleMethod::kNearest;

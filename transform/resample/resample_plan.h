@@ -2,12 +2,22 @@
 #define QEL_TRANSFORM_RESAMPLE_RESAMPLE_PLAN_H_
 
 #include "image/image_view.h"
+#include "image/interpolated_sampling.h"
 #include "image/plan.h"
 
 namespace qel {
 
 /// How an image is resampled, in the order of preference.
-enum class ResampleMethod { kNearest, kHalve, kSmallBoxes, kLargeBoxes, kPick, kTaps, kOneByOne };
+enum class ResampleMethod {
+  kNearest,
+  kHalve,
+  kSmallBoxes,
+  kLargeBoxes,
+  kPick,
+  kDoubling,
+  kTaps,
+  kOneByOne
+};
 
 inline constexpr MethodText kResampleMethods[] = {
     {"nearest",
@@ -19,6 +29,10 @@ inline constexpr MethodText kResampleMethods[] = {
      "grow by doubling, log2(columns) additions a pixel, and a reciprocal"},
     {"large-boxes", "means of any size: every pixel of the source is added once"},
     {"pick", "one tap a pixel, none of them outside: as nearest"},
+    {"doubling",
+     "twice the size with an even kernel, whose weights are then the same for all pixels: every "
+     "source row goes once into the sums of all rows that it reaches, 16 or 144 additions and half "
+     "as many products a channel, in one stated order"},
     {"taps",
      "4 x 4 or 12 x 12 weighted pixels in tiles: weights once for each column and row, the taps of "
      "a source row spread out once for all rows that they reach, then 16 or 144 products a "
@@ -37,9 +51,10 @@ struct Scale {
 struct ResamplePlan {
   ResampleMethod method;
   Scale scale;
-  int interpolation;  ///< 0 to 15; others act as 1
-  int pixel_bytes;    ///< that are moved or averaged together
-  bool keep_alpha;    ///< the fourth byte of the destination's pixels stays
+  int interpolation;        ///< 0 to 15; others act as 1
+  int pixel_bytes;          ///< that are moved or averaged together
+  bool keep_alpha;          ///< the fourth byte of the destination's pixels stays
+  float weights[kMaxTaps];  ///< doubling: of the taps of even columns and rows
 };
 
 /// The plan with the first method that can. `dest` has the depth of `source` and pixels to store.

@@ -1,0 +1,57 @@
+#ifndef QEL_TRANSFORM_RESAMPLE_DOUBLING_KERNELS_H_
+#define QEL_TRANSFORM_RESAMPLE_DOUBLING_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+// In a picture of twice the size, even columns and rows lie 3/4 of a pixel behind one of the source
+// and odd ones 1/4, so an even kernel gives odd ones the `taps` weights of even ones in reverse.
+// All weights are constants then, and every weighted pixel is added to two rows, an even and an odd
+// one: half a multiplication and an addition for each tap of a destination pixel.
+
+/// Source columns that are doubled together; what the sums of all rows take fits the innermost
+/// cache, or nearly so.
+template <size_t kTaps>
+inline constexpr size_t kDoubledColumns = kTaps == 4 ? 128 : 64;
+/// Tiles have a multiple of these.
+inline constexpr size_t kDoubledUnit = 32;
+/// Values of a row beside those of its columns: the taps of the first and of the last column.
+inline constexpr size_t kDoubledMargin = 16;
+
+/// One channel of a source row, on its way into the sums of the rows that it is a tap of.
+template <size_t kTaps>
+struct DoublingStep {
+  const float* values;  ///< columns + `kDoubledMargin`, from `kTaps` / 2 columns before the tile on
+  const float* weights;  ///< of the taps of even columns and rows, in their order
+  size_t columns;        ///< source columns of the tile
+  /// Sums of the even and of the odd destination row that has weight k for this source row: those
+  /// of even columns, and `kDoubledColumns` behind them those of odd ones.
+  float* even_row[kTaps];
+  float* odd_row[kTaps];
+  /// The even and the odd row that this source row is the last tap of: 2 * columns bytes each.
+  uint8_t* even_bytes;
+  uint8_t* odd_bytes;
+};
+
+struct DoublingKernels {
+  /// values[c * stride + i] = channel c of pixel i, for `count` pixels of 1, 3 or 4 bytes.
+  void (*spread)(float* values, size_t stride, const uint8_t* pixels, size_t count,
+                 size_t channels);
+  /// Adds a row to sums: rows outer, columns inner, one sum after the other. A row's first tap sets
+  /// its sums, its last one makes bytes of them.
+  void (*add4)(const DoublingStep<4>& step);
+  void (*add12)(const DoublingStep<12>& step);
+  /// Pixel i of 3 or 4 bytes has byte i of each channel; these lie `stride` bytes apart.
+  void (*join)(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count,
+               size_t channel_count);
+};
+
+QEL_TABLES_PER_LEVEL(DoublingKernels)
+
+}  // namespace qel
+
+#endif  // QEL_TRANSFORM_RESAMPLE_DOUBLING_KERNELS_H_
