@@ -34,6 +34,32 @@ QEL_SIMD_INLINE U32 GatherWords(const uint8_t* source, const int32_t* offsets) {
   return GatherBlocks<U32>([&](size_t b) { return reinterpret_cast<const uint8_t*>(blocks + b); });
 }
 
+/// Stores pixel_at(0), pixel_at(1), ... as pixels of `kBytes` bytes, one by one, but without a
+/// branch for each: neither loads nor stores wait for each other. With `kMore` another pixel comes
+/// behind them, whose first byte may be overwritten.
+template <int kBytes, bool kMore = false, typename PixelAt>
+QEL_SIMD_INLINE void CopyScatteredPixels(uint8_t* dest, size_t count, const PixelAt& pixel_at) {
+  const auto store = [&](size_t i, size_t bytes) {
+    const uint32_t pixel = pixel_at(i);
+    __builtin_memcpy(dest + kBytes * i, &pixel, bytes);
+  };
+  // Four bytes are stored for three: the next pixel overwrites the last one.
+  constexpr size_t kStored = kBytes == 3 ? 4 : kBytes;
+  size_t i = 0;
+  for (; i + 8 < count + kMore; i += 8) {
+    store(i, kStored);
+    store(i + 1, kStored);
+    store(i + 2, kStored);
+    store(i + 3, kStored);
+    store(i + 4, kStored);
+    store(i + 5, kStored);
+    store(i + 6, kStored);
+    store(i + 7, kStored);
+  }
+  for (; i + 1 < count; ++i) store(i, kStored);
+  if (i < count) store(i, kBytes);
+}
+
 /// Pixels of 3 bytes as words; the fourth byte is not defined.
 QEL_SIMD_INLINE U32 LoadWords3(const uint8_t* pixels) {
   static constexpr auto kOrder =

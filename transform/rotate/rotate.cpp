@@ -45,20 +45,29 @@ struct DrawnPart {
 
 /// Calls `write(j, first, colors, count)` for the sampled pixels of `part`: those whose positions
 /// are neither `too_low` nor `too_high`, which take a position and the source's size along its
-/// axis.
-template <typename TooLow, typename TooHigh, typename Write>
+/// axis. What the sampler can copy goes to copy_to(j, first) instead, where that is not null.
+template <typename TooLow, typename TooHigh, typename CopyTo, typename Write>
 void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
-                const DrawnPart& part, TooLow too_low, TooHigh too_high, Write write) {
+                const DrawnPart& part, TooLow too_low, TooHigh too_high, CopyTo copy_to,
+                Write write) {
   alignas(64) uint32_t colors[2 * kSampleChunk];
-  const auto sample_row = [&](int j, const PixelRun& columns) {
-    const PixelRun run =
-        RunWithinSource(columns, frame.RowAt(j), source.width, source.height, too_low, too_high);
-    const SampleRow row = sampler.RowAt(j, run);
-    for (int first = run.begin; first < run.end; first += sampler.chunk()) {
-      const int count = std::min(sampler.chunk(), run.end - first);
+  RunGuess guess;
+  const auto sample = [&](int j, const SampleRow& row, int begin, int end) {
+    for (int first = begin; first < end; first += sampler.chunk()) {
+      const int count = std::min(sampler.chunk(), end - first);
       sampler.Sample(colors, row, first, count);
       write(j, first, colors, count);
     }
+  };
+  const auto sample_row = [&](int j, const PixelRun& columns) {
+    const PixelRun run = RunWithinSource(columns, frame.RowAt(j), source.width, source.height,
+                                         guess, too_low, too_high);
+    const SampleRow row = sampler.RowAt(j, run);
+    uint8_t* const to = sampler.Copies() ? copy_to(j, row.inside.begin) : nullptr;
+    if (to == nullptr) return sample(j, row, run.begin, run.end);
+    sample(j, row, run.begin, row.inside.begin);
+    sampler.Copy(to, row);
+    sample(j, row, row.inside.end, run.end);
   };
   const int64_t bands =
       part.whole_rows ? 1 : (int64_t{part.width} + kBandColumns - 1) / kBandColumns;
@@ -135,6 +144,7 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
       {columns, rows, shares_memory || RowsOverlap(row_bytes, target.stride)},
       [](float v, int) { return v < 0.0f; },
       [](float v, int size) { return v > static_cast<float>(size); },
+      [](int, int) -> uint8_t* { return nullptr; },
       [&](int j, int first, const uint32_t* colors, int count) {
         uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
         for (int i = 0; i < count; ++i) {
@@ -151,14 +161,19 @@ void DrawRotated(const RotatePlan& plan, const ImageView& source, const ImageVie
   if (!dest.HasPixels()) return;
   const PixelWriter writer(dest.bit_count);
   const int64_t row_bytes = int64_t{frame.width()} * writer.pixel_bytes;
+  const auto pixel_at = [&](int j, int first) {
+    return dest.Row(j) + int64_t{first} * writer.pixel_bytes;
+  };
   RotationSampler sampler(plan, source, frame);
   SampleRows(
       sampler, frame, source, {frame.width(), frame.height(), RowsOverlap(row_bytes, dest.stride)},
       [](float v, int) { return v <= kLowMargin; },
       [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
+      [&](int j, int first) {
+        return dest.bit_count == source.bit_count ? pixel_at(j, first) : nullptr;
+      },
       [&](int j, int first, const uint32_t* colors, int count) {
-        writer.store(dest.Row(j) + int64_t{first} * writer.pixel_bytes, colors,
-                     static_cast<size_t>(count));
+        writer.store(pixel_at(j, first), colors, static_cast<size_t>(count));
       });
 }
 

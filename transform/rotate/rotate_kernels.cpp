@@ -91,6 +91,31 @@ void Pick(uint32_t* colors, const SampleSource& source, const SamplePoints& poin
   }
 }
 
+template <int kBytes, bool kOpaque = false>
+void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on, int32_t first,
+                size_t count, float offset) {
+  constexpr size_t kChunk = 256;
+  const SampleLine line = on;
+  const int32_t stride = source.stride;
+  int32_t offsets[kChunk];
+  for (size_t begin = 0; begin < count; begin += kChunk) {
+    const size_t some = count - begin < kChunk ? count - begin : kChunk;
+    for (size_t i = 0; i < some; ++i) {
+      const float x = line.start_x + static_cast<float>(first + static_cast<int32_t>(begin + i));
+      const float source_x = line.cosine * x + line.sine_y + line.shift_x;
+      const float source_y = line.cosine_y - line.sine * x + line.shift_y;
+      const auto column = static_cast<int32_t>(source_x + offset);
+      const auto row = static_cast<int32_t>(source_y + offset);
+      offsets[i] = row * stride + column * kBytes;
+    }
+    CopyScatteredPixels<kBytes>(dest + kBytes * begin, some, [&](size_t i) {
+      uint32_t pixel = 0;
+      __builtin_memcpy(&pixel, source.bits + offsets[i], kBytes == 3 ? 4 : kBytes);
+      return kOpaque ? pixel | 0xFF000000u : pixel;
+    });
+  }
+}
+
 /// Place of tap 0 of a point among weights; the other taps follow at distances of `kWeightGroup`.
 constexpr size_t WeightPlace(size_t point, size_t taps) {
   return point / kWeightGroup * kWeightGroup * taps + point % kWeightGroup;
@@ -237,6 +262,10 @@ constinit const RotateKernels kRotateKernels = {
     .pick1 = &Pick<1>,
     .pick3 = &Pick<3>,
     .pick4 = &Pick<4>,
+    .copy1 = &CopyPixels<1>,
+    .copy3 = &CopyPixels<3>,
+    .copy4 = &CopyPixels<4>,
+    .copy4_opaque = &CopyPixels<4, true>,
     .weights = {nullptr, nullptr, &Weights<polynomials::CubicBSpline>, &Weights<polynomials::Keys>,
                 &Weights<polynomials::CatmullRomOfDistance>, nullptr, &Weights<polynomials::Box>,
                 &Weights<polynomials::Hermite>, &Weights<polynomials::DampedHermite>, nullptr,

@@ -51,6 +51,9 @@ struct WeightEntries {
 };
 static_assert(kSampleChunk <= 64);
 
+using CopyLine = void (*)(uint8_t* dest, const SampleSource& source, const SampleLine& line,
+                          int32_t first, size_t count, float offset);
+
 struct RotateKernels {
   /// The positions of output pixels `first` to `first` + `count` - 1.
   void (*positions)(SamplePoints& points, const SampleLine& line, int32_t first, size_t count);
@@ -67,6 +70,11 @@ struct RotateKernels {
                 size_t count, float offset, uint32_t keep, uint32_t add);
   void (*pick4)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                 size_t count, float offset, uint32_t keep, uint32_t add);
+
+  /// Writes the pixels of output pixels `first` to `first` + `count` - 1 at the truncated positions
+  /// after adding `offset`, all of them inside; of 4 bytes also opaque. Pixels of 3 bytes are read
+  /// together with the byte behind them.
+  CopyLine copy1, copy3, copy4, copy4_opaque;
 
   /// The four tap weights of each position by polynomial method 2 to 4, 6 to 8 or 13 to 15; null
   /// for all other methods.

@@ -127,30 +127,75 @@ struct PixelRun {
   }
 };
 
+/// Where a run began or ended in the rows before, which tells where it will in the next one.
+class EdgeGuess {
+ public:
+  int Next() const { return WrapAdd(last_, WrapSubtract(last_, before_)); }
+  void Found(int edge) {
+    before_ = last_;
+    last_ = edge;
+  }
+
+ private:
+  int last_ = 0;
+  int before_ = 0;
+};
+
+/// The first number from `begin` to `end` that does not fail, where none fails after one that does
+/// not. Looks round the guess, in growing steps: halving all of a row costs a wrong turn of the
+/// processor at every second step.
+template <typename Fails>
+int FirstWithout(int begin, int end, EdgeGuess& guess, Fails fails) {
+  const int guessed = std::clamp(guess.Next(), begin, end);
+  int64_t reach = 1;
+  if (guessed < end && fails(guessed)) {
+    begin = guessed + 1;
+    for (; begin + reach <= end; reach *= 2) {
+      const int probe = begin + static_cast<int>(reach) - 1;
+      if (!fails(probe)) {
+        end = probe;
+        break;
+      }
+      begin = probe + 1;
+    }
+  } else {
+    end = guessed;
+    for (; end - reach >= begin; reach *= 2) {
+      const int probe = end - static_cast<int>(reach);
+      if (fails(probe)) {
+        begin = probe + 1;
+        break;
+      }
+      end = probe;
+    }
+  }
+  while (begin < end) {
+    const int middle = begin + (end - begin) / 2;
+    if (fails(middle)) {
+      begin = middle + 1;
+    } else {
+      end = middle;
+    }
+  }
+  guess.Found(begin);
+  return begin;
+}
+
 /// The pixels of `run` whose `position(i)` is neither `too_low` nor `too_high`. Positions rise or
 /// fall along the row without a turn, because each step of their computation rounds
-/// monotonically; so the pixels are a run, and its ends are found by halving.
+/// monotonically; so the pixels are a run. `guesses` are those of its ends.
 template <typename Position, typename TooLow, typename TooHigh>
-PixelRun RunWithin(const PixelRun& run, bool rising, Position position, TooLow too_low,
-                   TooHigh too_high) {
-  const auto first_without = [&](int begin, auto fails) {
-    int end = run.end;
-    while (begin < end) {
-      const int middle = begin + (end - begin) / 2;
-      if (fails(position(middle))) {
-        begin = middle + 1;
-      } else {
-        end = middle;
-      }
-    }
-    return begin;
+PixelRun RunWithin(const PixelRun& run, bool rising, EdgeGuess (&guesses)[2], Position position,
+                   TooLow too_low, TooHigh too_high) {
+  const auto first_without = [&](int begin, EdgeGuess& guess, auto fails) {
+    return FirstWithout(begin, run.end, guess, [&](int i) { return fails(position(i)); });
   };
   if (rising) {
-    const int begin = first_without(run.begin, too_low);
-    return {begin, first_without(begin, [&](float v) { return !too_high(v); })};
+    const int begin = first_without(run.begin, guesses[0], too_low);
+    return {begin, first_without(begin, guesses[1], [&](float v) { return !too_high(v); })};
   }
-  const int begin = first_without(run.begin, too_high);
-  return {begin, first_without(begin, [&](float v) { return !too_low(v); })};
+  const int begin = first_without(run.begin, guesses[0], too_high);
+  return {begin, first_without(begin, guesses[1], [&](float v) { return !too_low(v); })};
 }
 
 }  // namespace qel

@@ -1,8 +1,6 @@
 #include "transform/rotate/rotation_sampler.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstdlib>
 
 #include "image/pixel_layout.h"
 #include "simd/prefetch.h"
@@ -22,70 +20,7 @@ SampleLine LineOf(const RotatedFrame::Row& way) {
   return {way.start_x, way.cosine, way.sine, way.sine_y, way.cosine_y, way.shift_x, way.shift_y};
 }
 
-/// Remembered fractions are multiples of 2^-17, as those of positions from 64 on are.
-constexpr int kFractionBits = 17;
-constexpr uint32_t kWholePixel = 1u << kFractionBits;
-constexpr int kFirstExponent = 23 - kFractionBits;
-
-/// Place of a fraction up to one half: 0, 1/2, 1/4, 1/8, 3/8 and so on. Those of few bits come
-/// first, because large positions, which are many, have no others.
-uint32_t PlaceOf(uint32_t fraction) {
-  if (fraction == 0) return 0;
-  if (fraction == kWholePixel / 2) return 1;
-  return 1 + ((kWholePixel / 2 + fraction) >> (std::countr_zero(fraction) + 1));
-}
-
 }  // namespace
-
-void WeightCache::Reserve() {
-  // Memory of zeros costs nothing before it is used. Without it, nothing is remembered.
-  memory_.reset(
-      static_cast<float*>(std::calloc((kWholePixel / 4 + 1) * 2 * Stride(), sizeof(float))));
-}
-
-WeightCache::Entry WeightCache::Find(float position) const {
-  const auto bits = std::bit_cast<uint32_t>(position);
-  const int exponent = static_cast<int>(bits >> 23) - 127;
-  if (exponent < kFirstExponent || exponent > 23 || memory_ == nullptr) return {nullptr, false};
-  const uint32_t fraction = (bits << (exponent - kFirstExponent)) & (kWholePixel - 1);
-  // The smaller one of the fraction and its complement, of which a branch would guess half wrong.
-  constexpr auto kHalf = static_cast<int32_t>(kWholePixel / 2);
-  const int32_t beyond_half = static_cast<int32_t>(fraction) - kHalf;
-  const uint32_t place = PlaceOf(static_cast<uint32_t>(kHalf - std::abs(beyond_half)));
-  return {memory_.get() + size_t{place} * Stride(), beyond_half > 0};
-}
-
-void WeightCache::Compute(float* weights, float position) const {
-  TapWeights(taps_, kernel_, position, TapOrigin(position), weights);
-}
-
-void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
-  const auto taps = static_cast<size_t>(taps_.count);
-  Entry kept[kSampleChunk];
-  for (size_t i = 0; i < count; ++i) {
-    kept[i] = Find(positions[i]);
-    // Entries lie all over the memory; all of a chunk are on their way at the same time.
-    if (kept[i].weights != nullptr) PrefetchLine(reinterpret_cast<const uint8_t*>(kept[i].weights));
-  }
-  float computed[kSampleChunk * kMaxTaps];
-  WeightEntries entries;
-  entries.mirrored = 0;
-  for (size_t i = 0; i < count; ++i) {
-    float* entry = kept[i].weights;
-    if (entry == nullptr) {
-      entry = computed + i * taps;
-      Compute(entry, positions[i]);
-    } else if (entry[0] == 0.0f) {
-      Compute(entry, positions[i]);
-      if (kept[i].mirrored) std::reverse(entry, entry + taps);
-    }
-    entries.of[i] = entry;
-    entries.mirrored |= uint64_t{kept[i].mirrored} << i;
-  }
-  for (size_t i = count; i < kSampleChunk; ++i) entries.of[i] = entries.of[count - 1];
-  const RotateKernels& kernels = ActiveRotateKernels();
-  (taps == 4 ? kernels.spread4 : kernels.spread12)(weights, entries, count);
-}
 
 RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source,
                                  const RotatedFrame& frame)
@@ -98,25 +33,25 @@ RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source
   if (plan_.method == RotateMethod::kRemembered) cache_.Reserve();
 }
 
-PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const {
+PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) {
   // Kernels read up to four bytes behind the taps.
   constexpr int kPixelsBehind[] = {4, 2, 0};
   const int columns = source_.width - kPixelsBehind[KernelIndex(source_.bit_count)];
   if (how_.sampling == Sampling::kKernel4 || how_.sampling == Sampling::kKernel12) {
     return RunWithinSource(
-        run, way, columns, source_.height,
+        run, way, columns, source_.height, inside_guess_,
         [&](float v, int) { return v < 0.0f || TapOrigin(v) + taps_.first < 0; },
         [&](float v, int size) { return TapOrigin(v) + taps_.first + taps_.count > size; });
   }
   // The last column and row are left to single samples, whose alpha differs there.
   const float offset = how_.sampling == Sampling::kNearest ? 0.5f : 0.0f;
   return RunWithinSource(
-      run, way, source_.width, source_.height,
+      run, way, source_.width, source_.height, inside_guess_,
       [&](float v, int) { return TruncateToInt(v + offset) < 0 || v + offset < 0.0f; },
       [&](float v, int size) { return TruncateToInt(v + offset) >= size - 1; });
 }
 
-SampleRow RotationSampler::RowAt(int j, const PixelRun& run) const {
+SampleRow RotationSampler::RowAt(int j, const PixelRun& run) {
   const RotatedFrame::Row way = frame_.RowAt(j);
   const SampleRow row = {way, plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
                                                                       : InsideRun(way, run)};
@@ -151,6 +86,18 @@ void RotationSampler::PickInside(uint32_t* colors, const SamplePoints& points, s
   const uint32_t keep = kind == 2 && nearest ? 0xFFFFFFFFu : 0x00FFFFFFu;
   const uint32_t add = kind != 0 && !nearest ? 0xFF000000u : 0u;
   pick(colors, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
+}
+
+void RotationSampler::Copy(uint8_t* dest, const SampleRow& row) const {
+  const RotateKernels& kernels = ActiveRotateKernels();
+  const bool nearest = how_.sampling == Sampling::kNearest;
+  const size_t kind = KernelIndex(source_.bit_count);
+  const auto copy = kind == 0   ? kernels.copy1
+                    : kind == 1 ? kernels.copy3
+                    : nearest   ? kernels.copy4
+                                : kernels.copy4_opaque;
+  copy(dest, {source_.bits, source_.stride}, LineOf(row.way), row.inside.begin,
+       static_cast<size_t>(row.inside.end - row.inside.begin), nearest ? 0.5f : 0.0f);
 }
 
 void RotationSampler::BlendInside(uint32_t* colors, const SamplePoints& points, size_t count) {

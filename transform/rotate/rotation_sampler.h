@@ -1,49 +1,32 @@
 #ifndef QEL_TRANSFORM_ROTATE_ROTATION_SAMPLER_H_
 #define QEL_TRANSFORM_ROTATE_ROTATION_SAMPLER_H_
 
-#include <cstdlib>
-#include <memory>
-
 #include "image/interpolated_sampling.h"
 #include "transform/rotate/rotate_kernels.h"
 #include "transform/rotate/rotate_plan.h"
 #include "transform/rotate/rotated_frame.h"
+#include "transform/rotate/weight_cache.h"
 
 namespace qel {
 
-/// Remembers tap weights that need library mathematics. Except near 0, single-precision positions
-/// have so few different fractions that an image repeats them many times; and since all kernels are
-/// even, a fraction has the weights of its complement to 1 in the opposite order.
-class WeightCache {
- public:
-  WeightCache(const TapWindow& taps, KernelFunction kernel) : taps_(taps), kernel_(kernel) {}
-
-  /// Makes room for remembering; until then every weight is computed.
-  void Reserve();
-
-  /// Writes the weights of the taps of each position, as kernels want them.
-  void Weigh(float* weights, const float* positions, size_t count);
-
- private:
-  struct Entry {
-    float* weights;  ///< null where nothing is remembered; zeros when not computed yet
-    bool mirrored;   ///< the weights lie there in the opposite order
-  };
-  struct Free {
-    void operator()(float* memory) const { std::free(memory); }
-  };
-
-  /// Floats from entry to entry: twelve taps get a line of the cache to themselves.
-  size_t Stride() const {
-    return taps_.count == kTaps12.count ? 16 : static_cast<size_t>(taps_.count);
-  }
-  Entry Find(float position) const;
-  void Compute(float* weights, float position) const;
-
-  TapWindow taps_;
-  KernelFunction kernel_;
-  std::unique_ptr<float, Free> memory_;
+/// The ends of the runs whose columns, and among these whose rows, lie between bounds.
+struct RunGuess {
+  EdgeGuess of_x[2];
+  EdgeGuess of_y[2];
 };
+
+/// The pixels of `run` for which both positions lie between the bounds that `too_low` and
+/// `too_high` tell, which take a position and the source's size along its axis.
+template <typename TooLow, typename TooHigh>
+PixelRun RunWithinSource(const PixelRun& run, const RotatedFrame::Row& row, int width, int height,
+                         RunGuess& guess, TooLow too_low, TooHigh too_high) {
+  const PixelRun columns = RunWithin(
+      run, row.cosine >= 0.0f, guess.of_x, [&](int i) { return row.SourceX(i); },
+      [&](float v) { return too_low(v, width); }, [&](float v) { return too_high(v, width); });
+  return RunWithin(
+      columns, row.sine <= 0.0f, guess.of_y, [&](int i) { return row.SourceY(i); },
+      [&](float v) { return too_low(v, height); }, [&](float v) { return too_high(v, height); });
+}
 
 /// One row of a rotated frame.
 struct SampleRow {
@@ -57,8 +40,15 @@ class RotationSampler {
  public:
   RotationSampler(const RotatePlan& plan, const ImageView& source, const RotatedFrame& frame);
 
-  /// Output row `j`, of which `run` is going to be sampled.
-  SampleRow RowAt(int j, const PixelRun& run) const;
+  /// Output row `j`, of which `run` is going to be sampled. Rows in their order are quickest.
+  SampleRow RowAt(int j, const PixelRun& run);
+
+  /// True where samples inside are pixels of the source, for `Copy`: without a change but for
+  /// alpha, which those of 4 bytes have in full by method 1.
+  bool Copies() const { return plan_.method == RotateMethod::kPick; }
+  /// Writes what is inside in a row, from the pixel of its first one on, with the bytes per pixel
+  /// of the source.
+  void Copy(uint8_t* dest, const SampleRow& row) const;
 
   /// The colours of up to `chunk` pixels from `first` on. `colors` has room for `kSampleChunk`
   /// more than those.
@@ -69,7 +59,7 @@ class RotationSampler {
   }
 
  private:
-  PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run) const;
+  PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run);
   void Prefetch(int j, const PixelRun& run) const;
   void SampleSingly(uint32_t* colors, const SampleRow& row, int first, int count) const;
   void SampleInside(uint32_t* colors, const SampleRow& row, int first, size_t count);
@@ -82,20 +72,8 @@ class RotationSampler {
   const InterpolationMethod how_;
   const TapWindow taps_;
   WeightCache cache_;
+  RunGuess inside_guess_;
 };
-
-/// The pixels of `run` for which both positions lie between the bounds that `too_low` and
-/// `too_high` tell, which take a position and the source's size along its axis.
-template <typename TooLow, typename TooHigh>
-PixelRun RunWithinSource(const PixelRun& run, const RotatedFrame::Row& row, int width, int height,
-                         TooLow too_low, TooHigh too_high) {
-  const PixelRun columns = RunWithin(
-      run, row.cosine >= 0.0f, [&](int i) { return row.SourceX(i); },
-      [&](float v) { return too_low(v, width); }, [&](float v) { return too_high(v, width); });
-  return RunWithin(
-      columns, row.sine <= 0.0f, [&](int i) { return row.SourceY(i); },
-      [&](float v) { return too_low(v, height); }, [&](float v) { return too_high(v, height); });
-}
 
 }  // namespace qel
 

@@ -33,7 +33,7 @@ CopyScattered NearestCopy::FunctionFor(const Depths& depths) {
 }
 
 NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int margin,
-                         uint32_t outside)
+                         std::optional<uint32_t> outside)
     : bits_(source.bits), outside_(outside) {
   if (!source.HasPixels() || !HasSmallOffsets(source, depths.source_bytes)) return;
   const auto inner = [=](int size) { return size > 2 * margin ? size - 2 * margin : 0; };
@@ -49,7 +49,7 @@ NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int marg
 
 void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count) {
   Tile& tile = tiles_[turn_];
-  ActiveWarpKernels().offsets(tile.offsets, sx, sy, count, rule_);
+  tile.all_inside = ActiveWarpKernels().offsets(tile.offsets, sx, sy, count, rule_);
   tile.dest = dest;
   tile.count = count;
   // Neighbours in a row come from different rows of the source, which the processor does not
@@ -63,8 +63,24 @@ void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy
 }
 
 void NearestCopy::Write(Tile& tile) {
-  if (tile.count > 0) copy_(tile.dest, tile.count, bits_, tile.offsets, outside_);
+  if (tile.count > 0 && (outside_ || tile.all_inside)) {
+    copy_(tile.dest, tile.count, bits_, tile.offsets, outside_.value_or(0));
+  } else {
+    WriteInside(tile);
+  }
   tile.count = 0;
+}
+
+void NearestCopy::WriteInside(const Tile& tile) const {
+  const auto is_outside = [](int32_t offset) { return offset == kOutsideOffset; };
+  const int32_t* const end = tile.offsets + tile.count;
+  for (const int32_t* at = tile.offsets; at < end;) {
+    const int32_t* const begin = std::find_if_not(at, end, is_outside);
+    at = std::find_if(begin, end, is_outside);
+    if (begin == at) continue;
+    copy_(tile.dest + (begin - tile.offsets) * rule_.pixel_bytes, static_cast<size_t>(at - begin),
+          bits_, begin, 0);
+  }
 }
 
 ColorCopy::ColorCopy(const ImageView& source, const ImageView& dest, bool opaque)

@@ -1,6 +1,8 @@
 #ifndef QEL_TRANSFORM_WARP_NEAREST_COPY_H_
 #define QEL_TRANSFORM_WARP_NEAREST_COPY_H_
 
+#include <optional>
+
 #include "image/image_view.h"
 #include "image/pixel_layout.h"
 #include "transform/warp/warp_kernels.h"
@@ -16,8 +18,10 @@ class NearestCopy {
     bool opaque;  ///< 4 bytes are written, with alpha 255 but where it is the outside marker
   };
 
-  /// Positions from `margin` pixels off the border are copied, all others become `outside`.
-  NearestCopy(const ImageView& source, const Depths& depths, int margin, uint32_t outside);
+  /// Positions from `margin` pixels off the border are copied, all others become `outside` or stay
+  /// as they are.
+  NearestCopy(const ImageView& source, const Depths& depths, int margin,
+              std::optional<uint32_t> outside);
 
   /// False when the depths or the image do not fit; nothing may be copied then.
   explicit operator bool() const { return copy_ != nullptr; }
@@ -32,14 +36,16 @@ class NearestCopy {
   struct Tile {
     uint8_t* dest;
     size_t count = 0;
+    bool all_inside;
     int32_t offsets[kWarpTile];
   };
   static CopyScattered FunctionFor(const Depths& depths);
   void Write(Tile& tile);
+  void WriteInside(const Tile& tile) const;
 
   const uint8_t* bits_ = nullptr;
   OffsetRule rule_{};
-  uint32_t outside_ = 0;
+  std::optional<uint32_t> outside_;
   CopyScattered copy_ = nullptr;
   Tile tiles_[2];
   int turn_ = 0;  ///< the tile that is filled next; the other one may wait

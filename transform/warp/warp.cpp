@@ -2,10 +2,10 @@
 #include <cstring>
 
 #include "component/result_image.h"
-#include "image/numeric.h"
 #include "image/pixel_layout.h"
 #include "simd/prefetch.h"
 #include "transform/image_transform.h"
+#include "transform/warp/nearest_copy.h"
 
 namespace qel {
 namespace {
@@ -14,51 +14,58 @@ bool HasAlphaModel(const ImageShape& shape) {
   return shape.model == kModelArgb || shape.model == kModelAbgr;
 }
 
-/// Points that are asked for before their pixels are looked at.
-constexpr int kChunk = 256;
-constexpr int kPixelsPerPrefetch = 4;
+/// Points that are asked for together: those of two chunks before the pixels of the first are
+/// looked at, which the memory brings meanwhile.
+constexpr int kChunk = 128;
 
-/// A point on its way through the caller's transform.
-struct Point {
-  double x, y;
+/// Where the points of a chunk are, before and after their way through the caller's transform.
+struct Points {
+  double x[kChunk];
+  double y[kChunk];
 
-  static Point Of(ITransform& transform, double x, double y) {
-    double z = 0;
-    transform.TransformPoint(&x, &y, &z);
-    return {x, y};
+  void Send(ITransform& transform, int count) {
+    for (int i = 0; i < count; ++i) {
+      double z = 0;
+      transform.TransformPoint(&x[i], &y[i], &z);
+    }
   }
-  /// False for NaN.
-  bool IsWithin(const Point& size) const { return x >= 0 && x < size.x && y >= 0 && y < size.y; }
 };
 
-Point SizeOf(const ImageShape& shape) {
-  return {static_cast<double>(shape.width), static_cast<double>(shape.height)};
+PointRule WithinOf(const ImageShape& shape) {
+  return {.width = static_cast<double>(shape.width), .height = static_cast<double>(shape.height)};
 }
 
 /// Fills `dest` from where the transform says; pixels from outside stay as they are.
-template <int kBytes>
-void PullPixels(ITransform& transform, const ImageView source, const ImageView dest, int x_offset,
-                int y_offset) {
-  const Point size = SizeOf(source);
+void PullPixels(ITransform& transform, const ImageView& source, const ImageView& dest,
+                int pixel_bytes, int x_offset, int y_offset) {
+  const PointRule within = WithinOf(source);
+  NearestCopy copy(source, {.source_bytes = pixel_bytes, .opaque = false}, 0, std::nullopt);
+  Points points;
+  int32_t sx[kChunk];
+  int32_t sy[kChunk];
   for (int y = 0; y < dest.height; ++y) {
     for (int first = 0; first < dest.width; first += kChunk) {
       const int count = std::min(kChunk, dest.width - first);
-      // First all the calls of a chunk, during which the memory brings the pixels.
-      const uint8_t* from[kChunk];
       for (int i = 0; i < count; ++i) {
-        const Point at = Point::Of(transform, static_cast<double>(first + i) + x_offset,
-                                   static_cast<double>(y) + y_offset);
-        from[i] = nullptr;
-        if (!at.IsWithin(size)) continue;
-        from[i] = source.Row(static_cast<int>(at.y)) + int64_t{static_cast<int>(at.x)} * kBytes;
-        if (i % kPixelsPerPrefetch == 0) PrefetchLine(from[i]);
+        points.x[i] = static_cast<double>(first + i) + x_offset;
+        points.y[i] = static_cast<double>(y) + y_offset;
       }
-      uint8_t* const to = dest.Row(y) + int64_t{first} * kBytes;
+      points.Send(transform, count);
+      const auto pixels = static_cast<size_t>(count);
+      ActiveWarpKernels().cells(sx, sy, points.x, points.y, pixels, within);
+      uint8_t* const to = dest.Row(y) + int64_t{first} * pixel_bytes;
+      if (copy) {
+        copy(to, sx, sy, pixels);
+        continue;
+      }
       for (int i = 0; i < count; ++i) {
-        if (from[i] != nullptr) std::memcpy(to + int64_t{i} * kBytes, from[i], kBytes);
+        if (sx[i] < 0) continue;
+        std::memcpy(to + int64_t{i} * pixel_bytes, source.Row(sy[i]) + int64_t{sx[i]} * pixel_bytes,
+                    static_cast<size_t>(pixel_bytes));
       }
     }
   }
+  copy.Finish();
 }
 
 /// Sends the first `columns` pixels of every source row through the transform and calls
@@ -67,34 +74,54 @@ template <int kBytes, typename StartRow, typename Paint>
 void PushPixels(ITransform& transform, const ImageView& source, int columns,
                 const ImageView& target, int x_offset, int y_offset, StartRow&& start_row,
                 Paint&& paint) {
-  const Point size = SizeOf(target);
+  // Rounded down: what is within needs no more than truncation.
+  PointRule within = WithinOf(target);
+  within.shift_x = x_offset;
+  within.shift_y = y_offset;
+  within.half = 0.5;
+  struct Landed {
+    int row;
+    int first;
+    int count = 0;
+    int32_t x[kChunk];
+    int32_t y[kChunk];
+  } chunks[2];
+  const auto paint_chunk = [&](Landed& chunk) {
+    if (chunk.count > 0 && chunk.first == 0) start_row();
+    for (int i = 0; i < chunk.count; ++i) {
+      if (chunk.x[i] < 0) continue;
+      uint8_t pixel[kBytes];
+      std::memcpy(pixel, source.Row(chunk.row) + (int64_t{chunk.first} + i) * kBytes, kBytes);
+      paint(pixel, chunk.x[i], chunk.y[i]);
+    }
+    chunk.count = 0;
+  };
+  Points points;
+  int turn = 0;
   for (int y = 0; y < source.height; ++y) {
-    start_row();
     for (int first = 0; first < columns; first += kChunk) {
+      Landed& chunk = chunks[turn];
       const int count = std::min(kChunk, columns - first);
-      // First all the calls of a chunk, during which the memory brings what is written.
-      struct {
-        int x, y;
-      } landed[kChunk];
+      chunk.row = y;
+      chunk.first = first;
+      chunk.count = count;
       for (int i = 0; i < count; ++i) {
-        const Point to = Point::Of(transform, first + i, y);
-        // Rounded down: what is within needs no more than truncation.
-        const Point at = {x_offset + to.x + 0.5, y_offset + to.y + 0.5};
-        landed[i].x = -1;
-        if (!at.IsWithin(size)) continue;
-        landed[i] = {TruncateToInt(at.x), TruncateToInt(at.y)};
-        if (i % kPixelsPerPrefetch == 0) {
-          PrefetchLine<1>(target.Row(landed[i].y) + int64_t{landed[i].x} * kBytes);
-        }
+        points.x[i] = first + i;
+        points.y[i] = y;
       }
-      for (int i = 0; i < count; ++i) {
-        if (landed[i].x < 0) continue;
-        uint8_t pixel[kBytes];
-        std::memcpy(pixel, source.Row(y) + int64_t{first + i} * kBytes, kBytes);
-        paint(pixel, landed[i].x, landed[i].y);
+      points.Send(transform, count);
+      ActiveWarpKernels().cells(chunk.x, chunk.y, points.x, points.y, static_cast<size_t>(count),
+                                within);
+      constexpr int kPixelsPerPrefetch = 4;
+      for (int i = 0; i < count; i += kPixelsPerPrefetch) {
+        if (chunk.x[i] < 0) continue;
+        PrefetchLine<1>(target.Row(chunk.y[i]) + int64_t{chunk.x[i]} * kBytes);
       }
+      turn = 1 - turn;
+      paint_chunk(chunks[turn]);
     }
   }
+  paint_chunk(chunks[1 - turn]);
 }
 
 template <int kBytes>
@@ -220,8 +247,9 @@ result_t CQELImageTransform::Transform(ITransform* transform, IQEL* source, IQEL
   if (bytes != 0) {
     const ImageView dest = output.View();
     const ImageView view = ReadPlane(*source, source_shape, 0);
-    const auto pull = bytes == 1 ? &PullPixels<1> : bytes == 3 ? &PullPixels<3> : &PullPixels<4>;
-    if (dest.HasPixels() && view.HasPixels()) pull(*transform, view, dest, x_offset, y_offset);
+    if (dest.HasPixels() && view.HasPixels()) {
+      PullPixels(*transform, view, dest, bytes, x_offset, y_offset);
+    }
   }
   output.Store(result);
   return kOk;

@@ -64,28 +64,44 @@ QEL_SIMD_INLINE U32 MakeOpaque(U32 words) {
   return words | alpha;
 }
 
+/// True when all of a group of offsets are those of whole words inside.
+constexpr size_t kOffsetsAtOnce = 16;
+QEL_SIMD_INLINE bool AllPlain(const int32_t* offsets) {
+  Mask<I32> others = LoadU<I32>(offsets) < Set<I32>(-kLargestOffset);
+  for (size_t i = I32::kLanes; i < kOffsetsAtOnce; i += I32::kLanes) {
+    others = others | (LoadU<I32>(offsets + i) < Set<I32>(-kLargestOffset));
+  }
+  return AllFalse(others);
+}
+
 template <int kFrom, bool kOpaque>
 void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* offsets,
           uint32_t outside) {
   using Depth = Depths<kFrom, kOpaque>;
-  constexpr size_t kGroup = U32::kLanes;
-  for (; kHasByteLookup && count >= kGroup;
-       count -= kGroup, offsets += kGroup, dest += kGroup * Depth::kTo) {
-    if (!AllFalse(LoadU<I32>(offsets) < Set<I32>(-kLargestOffset))) {
-      CopySingly<Depth>(dest, kGroup, source, offsets, outside);
-      continue;
+  for (; count > kOffsetsAtOnce;
+       count -= kOffsetsAtOnce, offsets += kOffsetsAtOnce, dest += kOffsetsAtOnce * Depth::kTo) {
+    if (!AllPlain(offsets)) {
+      CopySingly<Depth>(dest, kOffsetsAtOnce, source, offsets, outside);
+    } else if constexpr (kHasByteLookup && (kFrom > 1 || kOpaque)) {
+      U32 words = GatherWords<Depth::kLoaded>(source, offsets);
+      if constexpr (kOpaque) words = MakeOpaque<kFrom>(words);
+      StoreWords<Depth::kTo>(words, dest);
+    } else {
+      CopyScatteredPixels<Depth::kTo, true>(dest, kOffsetsAtOnce, [&](size_t i) {
+        uint32_t pixel = 0;
+        __builtin_memcpy(&pixel, source + offsets[i], Depth::kLoaded);
+        return Depth::Convert(pixel);
+      });
     }
-    U32 words = GatherWords<Depth::kLoaded>(source, offsets);
-    if constexpr (kOpaque) words = MakeOpaque<kFrom>(words);
-    StoreWords<Depth::kTo>(words, dest);
   }
   CopySingly<Depth>(dest, count, source, offsets, outside);
 }
 
-void Offsets(int32_t* __restrict offsets, const int32_t* __restrict sx,
+bool Offsets(int32_t* __restrict offsets, const int32_t* __restrict sx,
              const int32_t* __restrict sy, size_t count, const OffsetRule& rule) {
   // A copy, so that the stores cannot change it.
   const OffsetRule r = rule;
+  uint32_t all_inside = 1;
   for (size_t i = 0; i < count; ++i) {
     const uint32_t column = static_cast<uint32_t>(sx[i]) - static_cast<uint32_t>(r.left);
     const uint32_t row = static_cast<uint32_t>(sy[i]) - static_cast<uint32_t>(r.top);
@@ -95,6 +111,21 @@ void Offsets(int32_t* __restrict offsets, const int32_t* __restrict sx,
         WrapAdd(WrapMultiply(sy[i], r.stride), WrapMultiply(sx[i], r.pixel_bytes));
     const int32_t lowered = sx[i] == r.narrow_column ? WrapSubtract(offset, kNarrow) : offset;
     offsets[i] = inside ? lowered : kOutsideOffset;
+    all_inside &= inside;
+  }
+  return all_inside != 0;
+}
+
+void Cells(int32_t* __restrict sx, int32_t* __restrict sy, const double* __restrict x,
+           const double* __restrict y, size_t count, const PointRule& rule) {
+  const PointRule r = rule;
+  for (size_t i = 0; i < count; ++i) {
+    const double at_x = r.shift_x + x[i] + r.half;
+    const double at_y = r.shift_y + y[i] + r.half;
+    // False for what is not a number.
+    const bool inside = (at_x >= 0) & (at_x < r.width) & (at_y >= 0) & (at_y < r.height);
+    sx[i] = static_cast<int32_t>(inside ? at_x : -1.0);
+    sy[i] = static_cast<int32_t>(inside ? at_y : -1.0);
   }
 }
 
@@ -232,6 +263,7 @@ constinit const WarpKernels kWarpKernels = {
     .copy3_opaque = &Copy<3, true>,
     .copy4_opaque = &Copy<4, true>,
     .offsets = &Offsets,
+    .cells = &Cells,
     .shear = &Shear,
     .walk = &Walk,
     .blend3 = &Blend<3>,

@@ -25,6 +25,14 @@ inline constexpr int32_t kNarrow = 1 << 30;
 /// The offset of positions that are not inside.
 inline constexpr int32_t kOutsideOffset = INT32_MIN;
 
+/// How points become pixels: moved by a shift, then by a half, and truncated from 0 up to before
+/// width and height.
+struct PointRule {
+  double shift_x = 0, shift_y = 0;
+  double half = 0;
+  double width, height;
+};
+
 /// A run of a straight walk in 16.16 fixed point, which wraps round.
 struct FixedWalk {
   uint32_t x, y;            ///< position of the first pixel
@@ -51,9 +59,12 @@ struct WarpKernels {
   CopyScattered copy1, copy3, copy4;
   /// the same as pixels of 4 bytes with alpha 255 but where it is `kKeptAlpha`.
   CopyScattered copy1_opaque, copy3_opaque, copy4_opaque;
-  /// offsets[i] of position (sx[i], sy[i]).
-  void (*offsets)(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t count,
+  /// offsets[i] of position (sx[i], sy[i]). True when all are inside.
+  bool (*offsets)(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t count,
                   const OffsetRule& rule);
+  /// The pixels (sx[i], sy[i]) that hold the points (x[i], y[i]); -1 and -1 for points outside.
+  void (*cells)(int32_t* sx, int32_t* sy, const double* x, const double* y, size_t count,
+                const PointRule& rule);
   void (*shear)(int32_t* sx, int32_t* sy, size_t count, const ShearRow& row);
   /// The nearest pixel at every position of a walk.
   void (*walk)(int32_t* sx, int32_t* sy, size_t count, const FixedWalk& walk);
