@@ -11,10 +11,10 @@ void Trace(const ImageView& source, const ImageView& dest) {
   DestRows out(dest);
   ScratchBlock<24 * 1024> scratch;
   const auto step = static_cast<size_t>(rows.pixel_bytes());
-  ForEachRowOfSquares(rows, out, scratch,
-                      [&](uint8_t* to, const uint8_t* const* about, size_t bytes) {
-                        ActiveFilterKernels().contour(to, about, bytes, step);
-                      });
+  ForEachRowOfWindows<3>(rows, out, Window::Square(3), 0, scratch,
+                         [&](uint8_t* to, const uint8_t* const* about, size_t bytes) {
+                           ActiveFilterKernels().contour(to, about, bytes, step);
+                         });
 }
 
 }  // namespace

@@ -49,7 +49,7 @@ extern const FilterKernels kFilterKernels;
 constinit const FilterKernels kFilterKernels = {
     .minimum = KernelsOf<Minimum>(),
     .maximum = KernelsOf<Maximum>(),
-    .spread = &Spread,
+    .range = &Square<Range>,
     .subtract = &Subtract,
     .with_alpha = &WithAlpha,
     .contour = &Contour,

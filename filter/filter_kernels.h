@@ -14,28 +14,27 @@ struct ExtremumKernels {
   void (*fold)(uint8_t* into, const uint8_t* row, size_t count);
   /// dest[i] = extremum(a[i], b[i]); `a` and `b` may overlap
   void (*of_two)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
-  /// dest[i] = extremum(row[i], row[i + step], ...) of `size` pixels, at most `kMostAcross`
-  void (*across)(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count);
-  /// `running` becomes its extremum with `row`; then the same as `across` over the extremum of that
-  /// and `above`. `running`, `above` and `combined` are scratch rows. The fourth bytes of pixels
+  /// `running` becomes its extremum with `row`, and combined[i] the extremum of that and `above`;
+  /// then dest[i] = extremum(combined[i], combined[i + step], ...) of `size` pixels, at most
+  /// `kMostAcross`. `running`, `above` and `combined` are scratch rows. The fourth bytes of pixels
   /// of four are those of the last pixel of each window in `row`.
   void (*advance)(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
                   uint8_t* combined, size_t size, size_t step, size_t count);
-  /// The same as `across` over the extremum of `size` rows; `columns` is a row for that, null for
-  /// size 3. Fourth bytes as of `advance`, from the last row. With size 3, a vector and its two
-  /// neighbours are read where there are fewer bytes than a vector has.
-  void (*window)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
-                 uint8_t* columns);
+  /// dest[i] = extremum of `size` rows and `size` pixels of each, at most `kMostSquare`. The fourth
+  /// bytes of pixels of four are those of the last pixel of each window. Where there are fewer
+  /// bytes than a vector has, a vector and the neighbours of its last pixel are read.
+  void (*square)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count);
 };
 
 inline constexpr size_t kMostAcross = 127;
+inline constexpr size_t kMostSquare = 7;
 
 /// Row functions of the filters. Nothing beyond the count is touched.
 struct FilterKernels {
   ExtremumKernels minimum;
   ExtremumKernels maximum;
-  /// The maximum less the minimum of 3 x 3 pixels; alpha, and what is read, as of `window`.
-  void (*spread)(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count);
+  /// The maximum less the minimum; everything else as of `square`.
+  void (*range)(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count);
   /// dest[i] = a[i] - b[i]; the fourth bytes of pixels of four are those of `a`
   void (*subtract)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t step, size_t count);
   /// 4-byte pixels with the colors of one row and the fourth bytes of another.

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <span>
-#include <utility>
 
 #include "image/image_view.h"
 
@@ -149,80 +149,134 @@ class DestRows {
   uint8_t row_[std::max(kTileColumns, 4 * kAlphaColumns)];
 };
 
-/// The columns that the window of a pixel covers: `count` of them from `first` on, counted from the
-/// pixel's own.
-struct WindowColumns {
+/// Neighbours side by side: `count` of them from `first` on, counted from the pixel itself.
+struct Interval {
   int64_t first;
   int64_t count;
 };
+/// The neighbours that a pixel depends on.
+struct Window {
+  /// The square of a positive size.
+  static constexpr Window Square(int size) {
+    const Interval side{-Reach(size).before, size};
+    return {side, side};
+  }
+  Interval columns;
+  Interval rows;
+};
 
-/// Some columns of the output, and the pixels of each row that their windows cover: windows begin
-/// at neighbouring pixels.
+/// Some columns of the output, and the pixels of each row that their windows cover: window i covers
+/// those from pixel i on. A strip is read and written row by row; where its pixels lie is its own
+/// affair.
 class Strip {
+ public:
+  Strip(const Strip&) = delete;
+  Strip& operator=(const Strip&) = delete;
+
+  size_t Step() const { return static_cast<size_t>(source_.pixel_bytes()); }
+  int64_t Rows() const { return out_.Rows(); }
+  /// Windows of the strip, and pixels that they cover.
+  int64_t Count() const { return in_count_ - window_.count + 1; }
+  int64_t InCount() const { return in_count_; }
+  size_t OutBytes() const { return static_cast<size_t>(Count()) * Step(); }
+  size_t InBytes() const { return static_cast<size_t>(InCount()) * Step(); }
+
+  /// The pixels of row `y` of the source under the windows, in and around the image. `scratch` is a
+  /// scratch row of `InBytes` that they are put into unless the strip is `InPlace`.
+  virtual const uint8_t* Read(int64_t y, uint8_t* scratch) const = 0;
+  virtual bool InPlace() const = 0;
+  /// Asks for what comes after output row `y`, whose windows reach down to row y + after, to be
+  /// brought near. Several short pieces of memory at once are more than processors follow by
+  /// themselves.
+  virtual void Prefetch(int64_t y, int64_t after) const = 0;
+
+  /// Where the outputs of row `y` are to be written from window `first` on, and what stores `count`
+  /// of them.
+  virtual uint8_t* Open(int64_t y, int64_t first) = 0;
+  virtual void Close(int64_t y, int64_t first, int64_t count) = 0;
+  /// The whole row.
+  uint8_t* Open(int64_t y) { return Open(y, 0); }
+  void Close(int64_t y) { Close(y, 0, Count()); }
+  /// Calls write(dest, first, bytes) for the parts of row `y`, `first` bytes from its begin, which
+  /// then are stored. Parts that get their alpha afterwards stay in the nearest cache meanwhile.
+  template <typename Write>
+  void WriteParts(int64_t y, Write&& write) {
+    const int64_t most = out_.TakesAlpha() ? kPartColumns : kTileColumns;
+    ForEachTile(0, Count(), most, [&](int64_t first, int64_t count) {
+      write(Open(y, first), static_cast<size_t>(first) * Step(),
+            static_cast<size_t>(count) * Step());
+      Close(y, first, count);
+    });
+  }
+
+ protected:
+  static constexpr int64_t kPartColumns = 512;
+
+  Strip(const SourceRows& source, DestRows& out, const Interval& window, int64_t in_count)
+      : source_(source), out_(out), window_(window), in_count_(in_count) {}
+  ~Strip() = default;
+  /// `Prefetch` for `count` windows from column `x` on, `rows_ahead` rows further down.
+  void PrefetchPart(int64_t y, int64_t after, int64_t rows_ahead, int64_t x, int64_t count) const;
+
+  const SourceRows& source_;
+  DestRows& out_;
+  const Interval window_;
+
+ private:
+  const int64_t in_count_;
+};
+
+/// Neighbouring columns whose windows lie inside the image, whose rows are read where they are.
+class InnerStrip final : public Strip {
+ public:
+  /// `count` columns from `x` on; `outside` is a row of pixels that stand for those above and
+  /// below.
+  InnerStrip(const SourceRows& source, DestRows& out, const Interval& window, int64_t x,
+             int64_t count, const uint8_t* outside)
+      : Strip(source, out, window, count + window.count - 1), x_(x), outside_(outside) {}
+
+  const uint8_t* Read(int64_t y, uint8_t* scratch) const override;
+  bool InPlace() const override { return true; }
+  void Prefetch(int64_t y, int64_t after) const override;
+  uint8_t* Open(int64_t y, int64_t first) override { return out_.Open(y, x_ + first); }
+  void Close(int64_t y, int64_t first, int64_t count) override { out_.Close(y, x_ + first, count); }
+
+ private:
+  const int64_t x_;
+  const uint8_t* const outside_;
+};
+
+/// Any columns: rows are put together in scratch rows. The ends of rows may be one strip, the right
+/// one joined to the left one; windows that begin in the last pixels of the left one belong to
+/// neither and are not stored.
+class AssembledStrip final : public Strip {
  public:
   /// Columns of the output that lie side by side.
   struct Piece {
     int64_t x;
     int64_t count;
   };
+  /// Most bytes of outputs of two pieces, those between them included: one part.
+  static constexpr size_t kMostJoined = 4 * kPartColumns;
 
-  /// A strip whose rows are assembled in scratch rows, or, with a row of pixels `outside` for
-  /// those above and below, lie in the image. Two pieces are joined: the windows that begin in the
-  /// last pixels of the first one belong to neither.
-  Strip(const SourceRows& source, DestRows& out, const WindowColumns& window, const Piece& left,
-        const Piece& right = {}, const uint8_t* outside = nullptr)
-      : source_(source), out_(out), window_(window), pieces_{left, right}, outside_(outside) {}
+  AssembledStrip(const SourceRows& source, DestRows& out, const Interval& window, const Piece& left,
+                 const Piece& right = {})
+      : Strip(source, out, window, Covered(left, window) + Covered(right, window)),
+        pieces_{left, right} {}
 
-  bool InPlace() const { return outside_ != nullptr; }
-  size_t Step() const { return static_cast<size_t>(source_.pixel_bytes()); }
-  int64_t Rows() const { return out_.Rows(); }
-  /// Windows of the strip.
-  int64_t Count() const { return InCount() - window_.count + 1; }
-  size_t OutBytes() const { return static_cast<size_t>(Count()) * Step(); }
-  /// Pixels that the windows cover.
-  int64_t InCount() const {
-    const int64_t left = pieces_[0].count + window_.count - 1;
-    return pieces_[1].count == 0 ? left : left + pieces_[1].count + window_.count - 1;
-  }
-  size_t InBytes() const { return static_cast<size_t>(InCount()) * Step(); }
-  /// The pixels under the windows of row `y`: in the image, or assembled in `slot`, which is
-  /// a scratch row of `InBytes`.
-  const uint8_t* Read(int64_t y, uint8_t* slot) const;
-  /// Asks for what comes after output row `y`, whose windows reach down to row y + after, to be
-  /// brought near. Several short pieces of memory at once are more than processors follow by
-  /// themselves.
-  void Prefetch(int64_t y, int64_t after);
-
-  /// Where the output pixels of row `y` are to be written, and what stores them.
-  uint8_t* Open(int64_t y) { return pieces_[1].count == 0 ? out_.Open(y, pieces_[0].x) : joined_; }
-  void Close(int64_t y);
-  /// Calls write(dest, first, bytes) for the parts of row `y`, `first` bytes from its begin, which
-  /// then are stored. Parts that get their alpha afterwards stay in the nearest cache meanwhile.
-  template <typename Write>
-  void WriteParts(int64_t y, Write&& write) {
-    if (pieces_[1].count != 0 || !out_.TakesAlpha()) {
-      write(Open(y), size_t{0}, OutBytes());
-      Close(y);
-      return;
-    }
-    constexpr int64_t kPartColumns = 512;
-    const Piece& piece = pieces_[0];
-    ForEachTile(piece.x, piece.x + piece.count, kPartColumns, [&](int64_t x, int64_t count) {
-      const auto bytes = static_cast<size_t>(count) * Step();
-      write(out_.Open(y, x), static_cast<size_t>(x - piece.x) * Step(), bytes);
-      out_.Close(y, x, count);
-    });
-  }
-
-  /// Most bytes that the windows of two pieces give.
-  static constexpr size_t kMostJoined = 2048;
+  const uint8_t* Read(int64_t y, uint8_t* scratch) const override;
+  bool InPlace() const override { return false; }
+  void Prefetch(int64_t y, int64_t after) const override;
+  uint8_t* Open(int64_t y, int64_t first) override;
+  void Close(int64_t y, int64_t first, int64_t count) override;
 
  private:
-  const SourceRows& source_;
-  DestRows& out_;
-  const WindowColumns window_;
-  const Piece pieces_[2] = {};
-  const uint8_t* outside_ = nullptr;
+  static int64_t Covered(const Piece& piece, const Interval& window) {
+    return piece.count == 0 ? 0 : piece.count + window.count - 1;
+  }
+  bool IsJoined() const { return pieces_[1].count != 0; }
+
+  const Piece pieces_[2];
   uint8_t joined_[kMostJoined];
 };
 
@@ -235,75 +289,71 @@ struct StripWidths {
   int64_t in_place;
 };
 
-/// Calls visit(strip) for strips that together cover the output. Functions that work on the rows
-/// may read `slack` bytes past their pixels, which is at most `kRowSlack`; where there are fewer
-/// than `kFewestInPlace` windows, they may read that many. Strips in place take a scratch row at
-/// the end of `scratch`.
+/// The strips that together cover the output: where there are enough columns whose windows lie
+/// inside the image, these as `InnerStrip`s and the ends of the rows as one more strip.
+class Strips {
+ public:
+  /// Functions that work on the rows may read `slack` bytes past their pixels, at most `kRowSlack`;
+  /// where there are fewer than `kFewestInPlace` windows, they may read that many. Inner strips
+  /// take a scratch row at the end of `scratch`.
+  Strips(const SourceRows& source, DestRows& out, const Interval& window, const StripWidths& most,
+         size_t slack, std::span<uint8_t> scratch);
+
+  int64_t count() const { return tiles_.count() + (HasEnds() ? 1 : 0); }
+  /// Strip `i`, until the next one is asked for.
+  Strip& operator[](int64_t i);
+
+ private:
+  bool HasEnds() const { return inner_.count < out_.Columns(); }
+
+  const SourceRows& source_;
+  DestRows& out_;
+  const Interval window_;
+  uint8_t* outside_ = nullptr;  ///< a scratch row; null when nothing is read in place
+  Interval inner_;              ///< the columns that are not ends
+  Tiles tiles_;                 ///< of these
+  std::optional<InnerStrip> inner_strip_;
+  std::optional<AssembledStrip> assembled_strip_;
+};
+
+/// Calls visit(strip) for each of `Strips`.
 template <typename Visitor>
-void ForEachStrip(const SourceRows& source, DestRows& out, const WindowColumns& window,
+void ForEachStrip(const SourceRows& source, DestRows& out, const Interval& window,
                   const StripWidths& most, size_t slack, std::span<uint8_t> scratch,
                   Visitor&& visit) {
-  const int64_t step = source.pixel_bytes();
-  const int64_t columns = out.Columns();
-  // The columns whose windows lie inside.
-  const int64_t past = window.first + window.count - 1;
-  const int64_t spare = (static_cast<int64_t>(slack) + step - 1) / step;
-  int64_t begin = std::max<int64_t>(-window.first, 0);
-  int64_t end = columns - std::max<int64_t>(past + spare, 0);
-  const int64_t joined = begin + columns - end + window.count - 1;
-  const bool ends_fit =
-      joined <= most.assembled && joined * step <= static_cast<int64_t>(Strip::kMostJoined);
-  uint8_t* outside = nullptr;
-  if (source.InPlace() && source.Columns() == columns && end - begin >= kFewestInPlace &&
-      most.in_place >= 2 * kFewestInPlace && ends_fit) {
-    const int64_t widest = std::min({end - begin, most.in_place, kTileColumns}) + window.count - 1;
-    outside = scratch.data() + scratch.size() - ScratchPitch(static_cast<size_t>(widest * step));
-    RepeatPixel(outside, widest + static_cast<int64_t>(slack) / step, source.outside(),
-                source.pixel_bytes());
-  } else {
-    begin = 0;
-    end = columns;
-  }
-  // One call of `visit`, which may be inlined with all it calls: the ends come as one more tile.
-  const Tiles tiles(begin, end, outside != nullptr ? most.in_place : most.assembled);
-  const int64_t strips = tiles.count() + (begin > 0 || end < columns ? 1 : 0);
-  for (int64_t i = 0; i < strips; ++i) {
-    Strip::Piece left = {0, begin};
-    Strip::Piece right = {end, columns - end};
-    const bool in_place = outside != nullptr && i < tiles.count();
-    if (i < tiles.count()) {
-      left = {tiles[i], tiles[i + 1] - tiles[i]};
-      right = {};
-    } else if (begin == 0) {
-      left = std::exchange(right, {});
-    }
-    Strip strip(source, out, window, left, right, in_place ? outside : nullptr);
-    visit(strip);
-  }
+  Strips strips(source, out, window, most, slack, scratch);
+  for (int64_t i = 0; i < strips.count(); ++i) visit(strips[i]);
 }
 
-/// Calls row_function(dest, rows, bytes) for every output row of windows of 3 x 3 pixels, or parts
-/// of it; `rows` are the rows of the windows from the first window on.
-template <typename RowFunction>
-void ForEachRowOfSquares(const SourceRows& source, DestRows& out, std::span<uint8_t> scratch,
-                         RowFunction&& row_function) {
-  constexpr int kRows = 3;
+/// Calls row_function(dest, rows, bytes) for every output row, or parts of it; `rows` are the rows
+/// of its windows, at most `kMostRows`, from the first window on. It may read `slack` bytes past
+/// their pixels, and what `ForEachStrip` allows. Every row of the source is read once.
+template <size_t kMostRows, typename RowFunction>
+void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& window,
+                         size_t slack, std::span<uint8_t> scratch, RowFunction&& row_function) {
+  const auto count = static_cast<size_t>(window.rows.count);
   const int64_t assembled =
-      ScratchRowBytes(scratch.size(), kRows) / source.pixel_bytes() - (kRows - 1);
-  ForEachStrip(source, out, {-1, kRows}, {assembled, kTileColumns}, 0, scratch, [&](Strip& strip) {
+      ScratchRowBytes(scratch.size(), window.rows.count) / source.pixel_bytes() -
+      (window.columns.count - 1);
+  const StripWidths widths{assembled, kTileColumns};
+  ForEachStrip(source, out, window.columns, widths, slack, scratch, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.InBytes());
-    const auto read = [&](int64_t y) {
-      return strip.Read(y, scratch.data() + static_cast<size_t>((y + kRows) % kRows) * pitch);
+    // Row `number` of all that are read has its slot, which it leaves to one that comes later.
+    const auto read = [&](size_t number) {
+      return strip.Read(static_cast<int64_t>(number) + window.rows.first,
+                        scratch.data() + number % count * pitch);
     };
-    const uint8_t* rows[kRows] = {nullptr, read(-1), read(0)};
+    const int64_t last = window.rows.first + window.rows.count - 1;
+    const uint8_t* rows[kMostRows];
+    for (size_t j = 1; j < count; ++j) rows[j] = read(j - 1);
     for (int64_t y = 0; y < strip.Rows(); ++y) {
-      strip.Prefetch(y, 1);
-      rows[0] = rows[1];
-      rows[1] = rows[2];
-      rows[2] = read(y + 1);
-      strip.WriteParts(y, [&](uint8_t* dest, size_t first, size_t part) {
-        const uint8_t* const here[kRows] = {rows[0] + first, rows[1] + first, rows[2] + first};
-        row_function(dest, here, part);
+      strip.Prefetch(y, last);
+      std::copy(rows + 1, rows + count, rows);
+      rows[count - 1] = read(static_cast<size_t>(y) + count - 1);
+      strip.WriteParts(y, [&](uint8_t* dest, size_t first, size_t bytes) {
+        const uint8_t* here[kMostRows];
+        for (size_t j = 0; j < count; ++j) here[j] = rows[j] + first;
+        row_function(dest, here, bytes);
       });
     }
   });

@@ -11,11 +11,16 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-/// The bytes of `v` from `kBytes` on, then the first ones of `next`.
+/// The bytes of `v` from `kBytes` on, at most `kMostShifted`, then the first ones of `next`.
 template <size_t kBytes>
 QEL_SIMD_INLINE U8 ShiftedWindow(U8 v, U8 next) {
-  return CombineShiftRightBytes<kBytes>(NextBlocks(next, v), v);
+  if constexpr (kBytes > 16) {
+    return ShiftedWindow<kBytes - 16>(NextBlocks(next, v), NextBlocks(next, next));
+  } else {
+    return CombineShiftRightBytes<kBytes>(NextBlocks(next, v), v);
+  }
 }
+constexpr size_t kMostShifted = kVectorBytes > 16 ? 32 : 16;
 
 /// Wider lanes of the lower and of the upper halves of blocks of bytes, the order that
 /// ReorderDemote2To undoes.

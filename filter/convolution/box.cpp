@@ -19,7 +19,7 @@ template <typename Sum, typename Quotient>
       std::min(job.TileWidth(static_cast<int64_t>(kMostBoxBytes)), job.out.MostOpened());
   const auto taps = static_cast<int64_t>(job.weights.rows());
   const auto weight = static_cast<Sum>(job.weights.At(0, 0));
-  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, job.scratch, [&](Strip& strip) {
+  ForEachStrip(job.source, job.out, job.Columns(), {most, most}, 0, job.scratch, [&](Strip& strip) {
     const size_t bytes = strip.InBytes();
     uint8_t* const leaving_slot = job.scratch.data();
     auto* const sums = reinterpret_cast<Sum*>(leaving_slot + ScratchPitch(bytes));

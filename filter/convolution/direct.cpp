@@ -69,7 +69,7 @@ void ConvolveDirect(const ConvolutionJob& whole) {
     direct = kernels.direct32;
   }
   if (direct == kernels.direct32 && job.weights.Within(1 << 15)) take(kernels.direct16, 2, 16);
-  RunRing(job, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  ForEachWeighedRow(job, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     direct(dest, rows, packed, job.plan.division, count);
   });
 }

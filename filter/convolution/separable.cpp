@@ -19,7 +19,7 @@ void ConvolveSeparable16(const ConvolutionJob& job) {
   const int64_t most =
       std::min(job.TileWidth(static_cast<int64_t>(row_bytes)), job.out.MostOpened());
   uint8_t* const scratch = job.scratch.data();
-  ForEachStrip(job.source, job.out, job.Window(), {most, most}, 0, job.scratch, [&](Strip& strip) {
+  ForEachStrip(job.source, job.out, job.Columns(), {most, most}, 0, job.scratch, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.OutBytes() * sizeof(uint16_t));
     // In place, the row of bytes is the one outside.
     uint8_t* const ring = scratch + (strip.InPlace() ? 0 : ScratchPitch(strip.InBytes()));
@@ -48,7 +48,7 @@ void ConvolveSeparable32(const ConvolutionJob& job) {
   int16_t down[kMostTaps];
   int16_t across[kMostTaps];
   const SeparableWeights weights = job.plan.factors.Store(down, across, job.plan.step);
-  RunRing(job, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  ForEachWeighedRow(job, kRowSlack, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     ActiveConvolutionKernels().separable32(dest, rows, weights, job.plan.division, count);
   });
 }

@@ -6,7 +6,7 @@ namespace qel {
 
 void ConvolveSquare3(const ConvolutionJob& job) {
   if (job.weights.Whole()) job.out.KeepAlpha();
-  RunRing(job, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  ForEachWeighedRow(job, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     ActiveConvolutionKernels().square3(dest, rows, job.plan.square3, count);
   });
 }
@@ -19,7 +19,7 @@ void ConvolveSparse(const ConvolutionJob& job) {
     weights.alpha = job.plan.step == 4 ? &last : nullptr;
     job.out.KeepAlpha();
   }
-  RunRing(job, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
+  ForEachWeighedRow(job, 0, [&](uint8_t* dest, const uint8_t* const* rows, size_t count) {
     ActiveConvolutionKernels().sparse(dest, rows, weights, count);
   });
 }

@@ -27,7 +27,6 @@ struct ExtremaJob {
 };
 
 // The methods; each does what `RunExtrema` does.
-void RunExtremaByRows(const ExtremaJob& job);
 void RunExtremaByGroups(const ExtremaJob& job);
 void RunExtremaByWideGroups(const ExtremaJob& job);
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "filter/filter_kernels.h"
 #include "image/image_view.h"
 #include "image/plan.h"
 
@@ -13,14 +14,13 @@ namespace qel {
 enum class Extrema { kMinimum, kMaximum, kRange };  // the range: maximum - minimum
 
 /// How they are found, in the order of preference.
-enum class ExtremaMethod { kCopy, kSquare3, kRows, kGroups, kWideGroups };
+enum class ExtremaMethod { kCopy, kSquare, kGroups, kWideGroups };
 
 inline constexpr MethodText kExtremaMethods[] = {
     {"copy", "size 1, a copy of each row"},
-    {"square3", "size 3, nine bytes in registers in one pass"},
-    {"rows",
-     "up to 7, all rows of a window at once, then across them windows that grow fourfold: "
-     "`size + log2(size)` comparisons a byte"},
+    {"square",
+     "up to 7, the whole window in one pass: down its rows, then across the columns, which stay in "
+     "registers, or in the nearest cache for even sizes; `2 size - 2` comparisons a byte"},
     {"groups",
      "up to 127, rows in groups that share a core, with suffixes above it and a running prefix "
      "below (van Herk 1992, Gil and Werman 1993): four comparisons a byte for any size, and across "
@@ -43,10 +43,8 @@ inline bool CanFindExtrema(const ExtremaPlan& plan, const ImageView& source) {
     case ExtremaMethod::kCopy:
       return plan.size == 1 && plan.extrema != Extrema::kRange && source.HasPixels() &&
              (source.bit_count == 8 || source.bit_count == 24 || source.bit_count == 32);
-    case ExtremaMethod::kSquare3:
-      return plan.size == 3;
-    case ExtremaMethod::kRows:
-      return plan.size <= 7;
+    case ExtremaMethod::kSquare:
+      return plan.size <= int{kMostSquare};
     case ExtremaMethod::kGroups:
       return plan.size <= 127;
     case ExtremaMethod::kWideGroups:
@@ -57,8 +55,8 @@ inline bool CanFindExtrema(const ExtremaPlan& plan, const ImageView& source) {
 
 /// The plan for windows of `size`, at least 1.
 inline ExtremaPlan PlanExtrema(Extrema extrema, int size, const ImageView& source) {
-  for (const ExtremaMethod method : {ExtremaMethod::kCopy, ExtremaMethod::kSquare3,
-                                     ExtremaMethod::kRows, ExtremaMethod::kGroups}) {
+  for (const ExtremaMethod method :
+       {ExtremaMethod::kCopy, ExtremaMethod::kSquare, ExtremaMethod::kGroups}) {
     const ExtremaPlan plan = {method, extrema, size};
     if (CanFindExtrema(plan, source)) return plan;
   }

@@ -6,8 +6,7 @@
 #include "simd/prefetch.h"
 #include "simd/window.h"
 
-// Rows of extrema: of two rows, across windows, of 3 x 3 in registers. Included by one kernel
-// source.
+// Rows of extrema: of two rows, across windows, of small squares. Included by one kernel source.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -61,28 +60,6 @@ void OfFour(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c,
   ForEachByte(dest, count, [=](size_t i, uint8_t) {
     return Extremum::Of(Extremum::Of(a[i], b[i]), Extremum::Of(c[i], d[i]));
   });
-}
-
-/// dest[i] = extremum(rows[0][i], ..., rows[size - 1][i])
-template <typename Extremum>
-void OfRows(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t count) {
-  if (size == 1) {
-    __builtin_memcpy(dest, rows[0], count);
-    return;
-  }
-  size_t done = 2;
-  if (size % 2 != 0) {
-    OfThree<Extremum>(dest, rows[0], rows[1], rows[2], count);
-    done = 3;
-  } else {
-    OfTwo<Extremum>(dest, rows[0], rows[1], count);
-  }
-  for (; done < size; done += 2) {
-    const uint8_t* const a = rows[done];
-    const uint8_t* const b = rows[done + 1];
-    ForEachByte(dest, count,
-                [=](size_t i, uint8_t old) { return Extremum::Of(old, Extremum::Of(a[i], b[i])); });
-  }
 }
 
 /// Outputs of `Across` whose windows are widened together.
@@ -235,79 +212,150 @@ void Advance(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t*
   TakeAlpha(dest, row + (size - 1) * step, step, count);
 }
 
-/// Nine bytes at once: without rows in between, reading and writing keep pace with each other.
-template <typename Extremum, size_t kStep>
-void Square3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
-  const uint8_t* const a = rows[0];
-  const uint8_t* const b = rows[1];
-  const uint8_t* const c = rows[2];
-  StoreWindows<3, kStep>(
-      dest, count,
-      [=](size_t k) {
-        PrefetchAhead<kVectorBytes>(c + k);
-        return Extremum::Of(Extremum::Of(LoadU<U8>(a + k), LoadU<U8>(b + k)), LoadU<U8>(c + k));
-      },
-      [=](size_t k, U8 left, U8 middle, U8 right) {
-        const U8 square = Extremum::Of(Extremum::Of(left, middle), right);
-        return kStep == 4 ? WithFourthBytes(square, LoadU<U8>(c + k + 2 * kStep)) : square;
-      });
-}
+// Squares of a few pixels, from rows to outputs in one pass: reading and writing then keep pace
+// with each other.
 
-struct Extremes {
-  U8 lowest;
-  U8 highest;
-};
-template <size_t kBytes>
-QEL_SIMD_INLINE Extremes ShiftedWindow(const Extremes& v, const Extremes& next) {
-  return {ShiftedWindow<kBytes>(v.lowest, next.lowest),
-          ShiftedWindow<kBytes>(v.highest, next.highest)};
-}
-
-/// The larger extremum of nine bytes without the smaller one.
-template <size_t kStep>
-void Spread3(uint8_t* dest, const uint8_t* const* rows, size_t count) {
-  StoreWindows<3, kStep>(
-      dest, count,
-      [=](size_t k) {
-        PrefetchAhead<kVectorBytes>(rows[2] + k);
-        const U8 a = LoadU<U8>(rows[0] + k);
-        const U8 b = LoadU<U8>(rows[1] + k);
-        const U8 c = LoadU<U8>(rows[2] + k);
-        return Extremes{Min(Min(a, b), c), Max(Max(a, b), c)};
-      },
-      [=](size_t k, const Extremes& left, const Extremes& middle, const Extremes& right) {
-        const U8 spread = SaturatedSub(Max(Max(left.highest, middle.highest), right.highest),
-                                       Min(Min(left.lowest, middle.lowest), right.lowest));
-        return kStep == 4 ? WithFourthBytes(spread, LoadU<U8>(rows[2] + k + 2 * kStep)) : spread;
-      });
-}
-
-void Spread(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count) {
-  const auto function = step == 4 ? &Spread3<4> : step == 3 ? &Spread3<3> : &Spread3<1>;
-  function(dest, rows, count);
-}
-
+/// A vector of one extremum.
 template <typename Extremum>
-void Window(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count,
-            uint8_t* columns) {
-  if (size == 3) {
-    const auto function = step == 4   ? &Square3<Extremum, 4>
-                          : step == 3 ? &Square3<Extremum, 3>
-                                      : &Square3<Extremum, 1>;
-    return function(dest, rows, count);
+struct Reduced {
+  U8 v;
+
+  QEL_SIMD_INLINE static Reduced From(U8 pixels) { return {pixels}; }
+  QEL_SIMD_INLINE static Reduced Of(Reduced a, Reduced b) { return {Extremum::Of(a.v, b.v)}; }
+  QEL_SIMD_INLINE U8 Result() const { return v; }
+
+  static constexpr size_t kRows = 1;
+  template <size_t kBytes>
+  QEL_SIMD_INLINE static Reduced Load(const uint8_t (&rows)[kRows][kBytes], size_t k) {
+    return {LoadU<U8>(rows[0] + k)};
   }
-  OfRows<Extremum>(columns, rows, size, count + (size - 1) * step);
-  Across<Extremum>(dest, columns, size, step, count);
-  TakeAlpha(dest, rows[size - 1] + (size - 1) * step, step, count);
+  template <size_t kBytes>
+  QEL_SIMD_INLINE void Store(uint8_t (&rows)[kRows][kBytes], size_t k) const {
+    StoreU(v, rows[0] + k);
+  }
+};
+/// A vector of both; the result is what lies between them.
+struct Range {
+  U8 lowest, highest;
+
+  QEL_SIMD_INLINE static Range From(U8 pixels) { return {pixels, pixels}; }
+  QEL_SIMD_INLINE static Range Of(Range a, Range b) {
+    return {Min(a.lowest, b.lowest), Max(a.highest, b.highest)};
+  }
+  QEL_SIMD_INLINE U8 Result() const { return highest - lowest; }
+
+  static constexpr size_t kRows = 2;
+  template <size_t kBytes>
+  QEL_SIMD_INLINE static Range Load(const uint8_t (&rows)[kRows][kBytes], size_t k) {
+    return {LoadU<U8>(rows[0] + k), LoadU<U8>(rows[1] + k)};
+  }
+  template <size_t kBytes>
+  QEL_SIMD_INLINE void Store(uint8_t (&rows)[kRows][kBytes], size_t k) const {
+    StoreU(lowest, rows[0] + k);
+    StoreU(highest, rows[1] + k);
+  }
+};
+template <size_t kBytes, typename Extremum>
+QEL_SIMD_INLINE Reduced<Extremum> ShiftedWindow(Reduced<Extremum> a, Reduced<Extremum> next) {
+  return {ShiftedWindow<kBytes>(a.v, next.v)};
+}
+template <size_t kBytes>
+QEL_SIMD_INLINE Range ShiftedWindow(Range a, Range next) {
+  return {ShiftedWindow<kBytes>(a.lowest, next.lowest),
+          ShiftedWindow<kBytes>(a.highest, next.highest)};
+}
+
+/// The rows of squares.
+template <typename Result, size_t kSize>
+class SquareRows {
+ public:
+  explicit SquareRows(const uint8_t* const* rows) { __builtin_memcpy(rows_, rows, sizeof(rows_)); }
+  /// The extrema down the columns from byte `k` on.
+  QEL_SIMD_INLINE Result Column(size_t k) const {
+    PrefetchAhead<kVectorBytes>(rows_[kSize - 1] + k);
+    Result column = Result::From(LoadU<U8>(rows_[0] + k));
+    for (size_t j = 1; j < kSize; ++j) {
+      column = Result::Of(column, Result::From(LoadU<U8>(rows_[j] + k)));
+    }
+    return column;
+  }
+  /// Gives pixels of four bytes the alpha of the last pixels of their squares.
+  QEL_SIMD_INLINE U8 WithAlpha(U8 square, size_t k, size_t step) const {
+    if (step != 4) return square;
+    return WithFourthBytes(square, LoadU<U8>(rows_[kSize - 1] + k + (kSize - 1) * step));
+  }
+
+ private:
+  const uint8_t* rows_[kSize];
+};
+
+/// Across columns that are kept in the nearest cache, a stretch at a time.
+template <typename Result, size_t kSize>
+void SquareInStretches(uint8_t* dest, const uint8_t* const* all_rows, size_t step, size_t count) {
+  const SquareRows<Result, kSize> rows(all_rows);
+  uint8_t columns[Result::kRows][kStretch + 4 * (kMostSquare - 1) + kVectorBytes];
+  for (size_t first = 0; first < count; first += kStretch) {
+    // Less than a vector is taken together with some before it, which is computed once more.
+    if (first > 0 && count - first < kVectorBytes) first = count - kVectorBytes;
+    const size_t stretch = count - first < kStretch ? count - first : kStretch;
+    const size_t covered = stretch + (kSize - 1) * step;
+    for (size_t k = 0; k < covered; k += kVectorBytes) {
+      const bool is_cut = k + kVectorBytes > covered && k > 0;
+      const size_t at = is_cut ? covered - kVectorBytes : k;
+      rows.Column(first + at).Store(columns, at);
+    }
+    StoreVectors(dest + first, stretch, [&](size_t k) {
+      Result square = Result::Load(columns, k);
+      for (size_t i = 1; i < kSize; ++i) {
+        square = Result::Of(square, Result::Load(columns, k + i * step));
+      }
+      return rows.WithAlpha(square.Result(), first + k, step);
+    });
+  }
+}
+
+/// Across columns in registers, where these reach far enough.
+template <typename Result, size_t kSize, size_t kStep>
+void SquareInRegisters(uint8_t* dest, const uint8_t* const* all_rows, size_t count) {
+  if constexpr ((kSize - 1) * kStep > kMostShifted) {
+    SquareInStretches<Result, kSize>(dest, all_rows, kStep, count);
+  } else {
+    const SquareRows<Result, kSize> rows(all_rows);
+    StoreWindows<kSize, kStep>(
+        dest, count, [&](size_t k) { return rows.Column(k); },
+        [&](size_t k, const auto& first, const auto&... others) {
+          Result square = first;
+          ((square = Result::Of(square, others)), ...);
+          return rows.WithAlpha(square.Result(), k, kStep);
+        });
+  }
+}
+
+template <typename Result, size_t kSize>
+void SquareByStep(uint8_t* dest, const uint8_t* const* rows, size_t step, size_t count) {
+  const auto square = step == 4   ? &SquareInRegisters<Result, kSize, 4>
+                      : step == 3 ? &SquareInRegisters<Result, kSize, 3>
+                                  : &SquareInRegisters<Result, kSize, 1>;
+  square(dest, rows, count);
+}
+
+template <typename Result>
+void Square(uint8_t* dest, const uint8_t* const* rows, size_t size, size_t step, size_t count) {
+  // Odd sizes are the usual ones.
+  constexpr decltype(&SquareByStep<Result, 3>) kBySize[] = {
+      &SquareInStretches<Result, 1>, &SquareInStretches<Result, 2>, &SquareByStep<Result, 3>,
+      &SquareInStretches<Result, 4>, &SquareByStep<Result, 5>,      &SquareInStretches<Result, 6>,
+      &SquareByStep<Result, 7>};
+  static_assert(sizeof(kBySize) / sizeof(kBySize[0]) == kMostSquare);
+  kBySize[size - 1](dest, rows, step, count);
 }
 
 template <typename Extremum>
 constexpr ExtremumKernels KernelsOf() {
   return {.fold = &Fold<Extremum>,
           .of_two = &OfTwo<Extremum>,
-          .across = &Across<Extremum>,
           .advance = &Advance<Extremum>,
-          .window = &Window<Extremum>};
+          .square = &Square<Reduced<Extremum>>};
 }
 
 }  // namespace

@@ -228,14 +228,14 @@ void RunExtremaByGroups(const ExtremaJob& job) {
   const auto extrema = static_cast<int64_t>(job.kernels.size());
   const int64_t group = std::min<int64_t>(job.size, kGroupRows[extrema - 1]);
   const int64_t columns = job.ColumnsFor(kSharedRows + extrema * group);
-  ForEachStrip(job.source, job.out, {-Reach(job.size).before, job.size}, {columns, columns}, 0,
+  ForEachStrip(job.source, job.out, Window::Square(job.size).columns, {columns, columns}, 0,
                job.scratch, [&](Strip& strip) { GroupedStrip(job, strip, nullptr).Run(); });
 }
 
 void RunExtremaByWideGroups(const ExtremaJob& job) {
   ForEachTile(0, job.out.Columns(), kWideColumns, [&](int64_t x, int64_t count) {
     const WideRows wide(job.source, Reach(job.size), x, count);
-    Strip strip(job.source, job.out, {0, 1}, {x, count});
+    AssembledStrip strip(job.source, job.out, {0, 1}, {x, count});
     GroupedStrip(job, strip, &wide).Run();
   });
 }

@@ -7,18 +7,17 @@
 namespace qel {
 namespace {
 
-void RunSquare3(const ExtremaJob& job) {
+void RunSquare(const ExtremaJob& job) {
   // Windows bring the alpha of their last pixel with them.
   job.out.KeepAlpha();
+  const auto size = static_cast<size_t>(job.size);
   const auto step = static_cast<size_t>(job.source.pixel_bytes());
-  ForEachRowOfSquares(job.source, job.out, job.scratch,
-                      [&](uint8_t* dest, const uint8_t* const* rows, size_t bytes) {
-                        if (job.kernels.size() == 2) {
-                          ActiveFilterKernels().spread(dest, rows, step, bytes);
-                        } else {
-                          job.kernels[0]->window(dest, rows, 3, step, bytes, nullptr);
-                        }
-                      });
+  const auto square =
+      job.kernels.size() == 2 ? ActiveFilterKernels().range : job.kernels[0]->square;
+  ForEachRowOfWindows<kMostSquare>(job.source, job.out, Window::Square(job.size), 0, job.scratch,
+                                   [&](uint8_t* dest, const uint8_t* const* rows, size_t bytes) {
+                                     square(dest, rows, size, step, bytes);
+                                   });
 }
 
 }  // namespace
@@ -43,10 +42,8 @@ void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageVie
   switch (plan.method) {
     case ExtremaMethod::kCopy:
       break;
-    case ExtremaMethod::kSquare3:
-      return RunSquare3(job);
-    case ExtremaMethod::kRows:
-      return RunExtremaByRows(job);
+    case ExtremaMethod::kSquare:
+      return RunSquare(job);
     case ExtremaMethod::kGroups:
       return RunExtremaByGroups(job);
     case ExtremaMethod::kWideGroups:
