@@ -124,6 +124,7 @@ extern const MedianKernels kMedianKernels;
 constinit const MedianKernels kMedianKernels = {
     .keys3 = &Keys<3>,
     .keys4 = &Keys<4>,
+    .count_columns = &CountColumns,
     .rank = &Rank,
     .sort_keys = &SortKeys,
     .sort_taps = &SortTaps,

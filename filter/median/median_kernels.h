@@ -29,9 +29,11 @@ struct MedianKernels {
   /// The keys of 3- or 4-byte pixels.
   void (*keys3)(uint8_t* keys, const uint8_t* pixels, size_t count);
   void (*keys4)(uint8_t* keys, const uint8_t* pixels, size_t count);
-  /// Counts a row of keys in and another one out, for `count` windows.
-  void (*rank)(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving, size_t size,
-               size_t count);
+  /// Counts a row of keys in and another one out, for each of `columns` columns.
+  void (*count_columns)(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving,
+                        size_t columns);
+  /// Finds the high bits of the wanted keys of `count` windows from these counts.
+  void (*rank)(const RankRows& ranks, size_t size, size_t count);
   /// The wanted keys, or the wanted taps' places in the order of visiting, of `count` windows by
   /// sorting networks; sizes 3, 5 and 7.
   void (*sort_keys)(uint8_t* keys, const uint8_t* const* rows, size_t size, size_t count);

@@ -61,12 +61,12 @@ class SelectionStrip {
     const auto after = reach_.after;
     for (int64_t row = -reach_.before; row < after; ++row) {
       Read(row);
-      if (ranks_.bits != 0) Rank(row, nothing_);
+      CountColumns(row, nothing_);
     }
     for (int64_t y = 0; y < strip_.Rows(); ++y) {
       strip_.Prefetch(y, after);
       Read(y + after);
-      if (ranks_.bits != 0) Rank(y + after, y == 0 ? nothing_ : Keys(y - 1 - reach_.before));
+      CountColumns(y + after, y == 0 ? nothing_ : Keys(y - 1 - reach_.before));
       Select(y);
     }
   }
@@ -98,9 +98,9 @@ class SelectionStrip {
     WriteKeys(keys, pixels, static_cast<int>(strip_.Step()), strip_.InCount());
   }
 
-  void Rank(int64_t entering, const uint8_t* leaving) {
-    ActiveMedianKernels().rank(ranks_, Keys(entering), leaving, size_,
-                               static_cast<size_t>(strip_.Count()));
+  void CountColumns(int64_t entering, const uint8_t* leaving) {
+    if (ranks_.bits == 0) return;
+    ActiveMedianKernels().count_columns(ranks_, Keys(entering), leaving, in_count_);
   }
 
   void Select(int64_t y) {
@@ -113,6 +113,7 @@ class SelectionStrip {
       keys[j] = Keys(row);
       pixels[j] = rows_[static_cast<size_t>(row + reach_.before) % size_];
     }
+    if (ranks_.bits != 0) kernels.rank(ranks_, size_, count);
     uint8_t* const dest = strip_.Open(y);
     if (!HasColors() && sorts_) {
       kernels.sort_keys(dest, keys, size_, count);
@@ -152,7 +153,7 @@ template <size_t kScratchBytes>
   DestRows out(dest);
   ScratchBlock<kScratchBytes> scratch;
   const StripWidths most = SelectionStrip::Widths(kScratchBytes, rows.pixel_bytes(), plan);
-  ForEachStrip(rows, out, {-Reach(plan.size).before, plan.size}, most, kRowSlack, scratch,
+  ForEachStrip(rows, out, Window::Square(plan.size).columns, most, kRowSlack, scratch,
                [&](Strip& strip) { SelectionStrip(strip, plan, scratch).Run(); });
 }
 

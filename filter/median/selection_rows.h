@@ -11,15 +11,20 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-/// Counts columns in and out for one limit.
-void CountColumns(uint8_t* counts, const uint8_t* entering, const uint8_t* leaving, size_t limit,
-                  size_t pixels) {
-  const Bytes limits = Bytes::Set(limit);
-  for (size_t k = 0; k < pixels; k += Bytes::kLanes) {
-    Bytes count = Bytes::Load(counts + k);
-    count.CountBelow(Bytes::Load(entering + k), limits);
-    count.UncountBelow(Bytes::Load(leaving + k), limits);
-    count.Store(counts + k);
+/// Limit number `i` of `RankRows`: the high bits count from 1 on.
+inline size_t LimitOf(const RankRows& ranks, size_t i) { return (i + 1) << (8 - ranks.bits); }
+
+void CountColumns(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving,
+                  size_t columns) {
+  for (size_t i = 0; i < ranks.Limits(); ++i) {
+    uint8_t* const counts = ranks.columns + i * ranks.pitch;
+    const Bytes limits = Bytes::Set(LimitOf(ranks, i));
+    for (size_t k = 0; k < columns; k += Bytes::kLanes) {
+      Bytes count = Bytes::Load(counts + k);
+      count.CountBelow(Bytes::Load(entering + k), limits);
+      count.UncountBelow(Bytes::Load(leaving + k), limits);
+      count.Store(counts + k);
+    }
   }
 }
 
@@ -34,16 +39,14 @@ inline Bytes WindowCount(const uint8_t* counts, const uint8_t* triples, size_t s
 
 /// Counts are larger for larger limits, so the last limit that at most the wanted number of taps
 /// lie below gives the high bits.
-void Rank(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving, size_t size,
-          size_t count) {
+void Rank(const RankRows& ranks, size_t size, size_t count) {
   const Bytes middle = Bytes::Set(size * size / 2);
   const size_t pixels = count + size - 1;
   __builtin_memset(ranks.wanted, 0, count);
   __builtin_memset(ranks.below, 0, count);
   for (size_t i = 0; i < ranks.Limits(); ++i) {
-    uint8_t* const counts = ranks.columns + i * ranks.pitch;
-    const size_t limit = (i + 1) << (8 - ranks.bits);
-    CountColumns(counts, entering, leaving, limit, pixels);
+    const uint8_t* const counts = ranks.columns + i * ranks.pitch;
+    const size_t limit = LimitOf(ranks, i);
     for (size_t k = 0; k < pixels; k += Bytes::kLanes) {
       Bytes sum = Bytes::Load(counts + k);
       sum.Add(Bytes::Load(counts + k + 1));
