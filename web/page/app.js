@@ -3,8 +3,8 @@
 import {chainOfFragment, commandLine, fragmentOf, parseStep, pythonLine, startOf, textOf} from './chain.js';
 import {stepForm} from './controls.js';
 import {Engine} from './engine.js';
-import {builtIn, fromRgba, readFile, shrink, toRgba, writePng} from './pictures.js';
-import {View} from './view.js';
+import {atDepth, builtIn, readFile, shrink, writePng} from './pictures.js';
+import {View, draw} from './view.js';
 
 const kPreviewPixels = 1e6;
 const kMostPixels = 64e6;
@@ -46,7 +46,7 @@ function takePicture(opened, name) {
 }
 
 function applyDepth() {
-  picture = fromRgba(source.rgba, source.width, source.height, Number(get('depth').value));
+  picture = atDepth(source, Number(get('depth').value));
   preview = shrink(picture, kPreviewPixels);
   refresh();
   drawGallery();
@@ -62,49 +62,61 @@ async function openFile(file) {
   }
 }
 
+const scaledSeconds = new Map();  // those that the last steps took, by name
+
 /** Second pictures keep the depth of the first, and its size where they are made here. */
 function secondsFor(target) {
-  const scaled = {};
-  for (const name of new Set(chain.flatMap((step) => table.get(step.name).parameters
-      .filter((p) => p.type === 'picture' && step.values[p.name]).map((p) => step.values[p.name])))) {
-    const opened = seconds[name] ?? builtIn(source.width, source.height);
-    const bits = name.includes('mask') ? 8 : target.bits;
-    const whole = fromRgba(opened.rgba, opened.width, opened.height, bits);
+  const names = new Set(chain.flatMap((step) => table.get(step.name).parameters
+      .filter((p) => p.type === 'picture' && step.values[p.name]).map((p) => step.values[p.name])));
+  return Object.fromEntries([...names].map((name) => {
+    const before = scaledSeconds.get(name);
+    if (before?.target === target && before.opened === seconds[name]) return [name, before.scaled];
+    const whole = atDepth(seconds[name] ?? builtIn(source.width, source.height), name.includes('mask') ? 8 : target.bits);
     const ratio = target.width * target.height / (picture.width * picture.height);
-    scaled[name] = ratio < 1 ? shrink(whole, Math.max(1, whole.width * whole.height * ratio)) : whole;
-  }
-  return scaled;
+    const scaled = ratio < 1 ? shrink(whole, Math.max(1, whole.width * whole.height * ratio)) : whole;
+    scaledSeconds.set(name, {target, opened: seconds[name], scaled});
+    return [name, scaled];
+  }));
 }
 
 // ---- Running
 
-let wanted = 0, running = false, full = false;
+const kPatience = 1500;  // milliseconds that newer steps wait for older ones
+const kNoticed = 300;  // milliseconds after which a wait wants an explanation
+
+let wanted = 0, running = null, full = false;
 
 /** Runs the steps on the preview, or on the whole picture; what nobody waits for any more is left out. */
 async function refresh(isFull = false) {
+  if (isFull && running?.isWhole && running.number === wanted) return;  // asked for twice
   full = isFull;
   ++wanted;
   drawLines();
-  if (running) return;
-  running = true;
-  for (let job = startJob(); job;) {
-    const answer = await job.answer;
-    const next = job.number === wanted ? null : startJob();  // works while this one is drawn
-    get('progress').hidden = !next?.isWhole;
+  if (running) {
+    const job = running;
+    setTimeout(() => { if (running === job) engine.stop(); }, kPatience - (performance.now() - job.start));
+    return;
+  }
+  for (running = startJob(); running;) {
+    const job = running, answer = await job.answer;
+    clearTimeout(job.timer);
+    running = job.number === wanted ? null : startJob();  // works while this one is drawn
+    if (!running) get('progress').hidden = true;
     // While a slider is dragged, a picture that comes late is still newer than the one that is shown.
     const isOfUse = answer.picture && job.input === (job.isWhole ? picture : preview);
-    if (!next || isOfUse) showAnswer(answer, job.input, job.isWhole);
-    job = next;
+    if (!running || isOfUse) showAnswer(answer, job.input, job.isWhole);
   }
-  running = false;
 }
 
 function startJob() {
   const input = full ? picture : preview;
   const progress = get('progress');
   progress.hidden = !full;
+  progress.value = 0;
+  const timer = setTimeout(() => { progress.hidden = false; }, kNoticed);
   const onStep = (done, total) => { progress.value = total ? done / total : 0; };
-  return {number: wanted, input, isWhole: full, answer: engine.run(input, stepTexts(), secondsFor(input), onStep)};
+  const answer = engine.run(input, stepTexts(), secondsFor(input), onStep);
+  return {number: wanted, input, isWhole: full, start: performance.now(), timer, answer};
 }
 
 function showAnswer(answer, input, isWhole) {
@@ -113,7 +125,8 @@ function showAnswer(answer, input, isWhole) {
   if (!answer.picture) {
     const bad = chain.findIndex((step) => step.name === answer.operation);
     get('chain').children[bad]?.classList.add('bad');
-    tell(`${answer.error}. The picture shown is the one before.`, true);
+    if (!shown) view.show(input, input);
+    tell(`${answer.error}. ${shown ? 'The picture shown is the one before' : 'The picture is shown without the steps'}.`, true);
     return;
   }
   if (messageIsAboutSteps) tell('');
@@ -122,17 +135,34 @@ function showAnswer(answer, input, isWhole) {
   const percent = Math.round(100 * Math.sqrt(preview.width * preview.height / (picture.width * picture.height)));
   const part = shown.isFull ? 'full size' : `preview at ${percent} %, where sizes in pixels look larger`;
   const notes = (answer.notes ?? []).map((note) => ` Note: ${note}.`).join('');
-  get('status').textContent = `${answer.picture.width} × ${answer.picture.height}, ${answer.picture.bits} bits, ` +
-      `${answer.milliseconds.toFixed(1)} ms, ${part}.${notes}`;
+  const shape = `${answer.picture.width} × ${answer.picture.height}, ${answer.picture.bits} bits`;
+  get('status').textContent = `${shape}, ${answer.milliseconds.toFixed(1)} ms, ${part}.${notes}`;
+  announce(`Shown: ${shape}, ${part}.${notes}`);
+}
+
+let announceTimer = 0;
+/** Tells those who listen to the page, once it has come to rest. */
+function announce(text) {
+  clearTimeout(announceTimer);
+  announceTimer = setTimeout(() => { get('spoken').textContent = text; }, 700);
 }
 
 // ---- The chain
 
-function change(next, remember = true) {
-  if (remember) {
-    past.push(snapshot());
-    future.length = 0;
-  }
+/** What undo goes back to. */
+function remember() {
+  past.push(snapshot());
+  future.length = 0;
+  showHistory();
+}
+
+function showHistory() {
+  get('undo').disabled = past.length === 0;
+  get('redo').disabled = future.length === 0;
+}
+
+function change(next) {
+  remember();
   chain = next;
   drawChain();
   refresh();
@@ -151,29 +181,38 @@ function drawChain() {
   const focused = document.activeElement?.id;
   list.replaceChildren(...chain.map((step, index) => stepForm(step, index, chain.length, table.get(step.name),
       ['second.png', 'mask.png', ...Object.keys(seconds)], {
-        change(values, dragging) {
-          if (!dragged) { past.push(snapshot()); future.length = 0; }
+        change(name, value, dragging) {
+          if (!dragged) remember();
           dragged = dragging;
-          chain = chain.map((other, i) => i === index ? {...step, values} : other);
-          step = chain[index];
-          if (!dragging) drawChain();
+          chain = chain.map((other, i) => i === index ? {...other, values: {...other.values, [name]: value}} : other);
+          if (!dragging) scheduleGallery();
           refresh();
         },
-        move(by) {
+        move(by, label) {
           const next = [...chain];
           next.splice(index + by, 0, ...next.splice(index, 1));
           change(next);
+          focusStep(index + by, label);
+          get('spoken').textContent = `${step.name} is step ${index + by + 1} of ${chain.length}.`;
         },
-        remove: () => change(chain.filter((_, i) => i !== index)),
+        remove(label) {
+          change(chain.filter((_, i) => i !== index));
+          focusStep(Math.min(index, chain.length - 1), label);
+        },
         openSecond,
       })));
   if (focused) document.getElementById(focused)?.focus();
   get('empty').hidden = chain.length > 0;
-  get('undo').disabled = past.length === 0;
-  get('redo').disabled = future.length === 0;
+  showHistory();
   scheduleGallery();
 }
 let dragged = false;
+
+/** Keyboards go on at the button of that label in a step, or near it. */
+function focusStep(index, label) {
+  const buttons = [...get('chain').children[index]?.querySelectorAll('button:enabled') ?? []];
+  (buttons.find((button) => button.textContent === label) ?? buttons[0] ?? get('operation')).focus();
+}
 
 function addStep(text) {
   change([...chain, parseStep(text, table)]);
@@ -187,6 +226,7 @@ function openSecond(then) {
       const file = input.files[0];
       seconds[file.name] = await readFile(file, kMostPixels);
       then(file.name);
+      drawChain();  // every step can have it now
     } catch (error) {
       tell(error.message);
     }
@@ -194,10 +234,14 @@ function openSecond(then) {
   input.click();
 }
 
+let addressTimer = 0;
 function drawLines() {
   get('command').textContent = chain.length ? commandLine(chain, table, fileName) : '';
-  const fragment = chain.length ? fragmentOf(chain, table) : '';
-  history.replaceState(null, '', fragment || location.href.split('#')[0]);
+  // Browsers refuse more than a few changes of the address a second.
+  clearTimeout(addressTimer);
+  addressTimer = setTimeout(() => {
+    history.replaceState(null, '', location.href.split('#')[0] + (chain.length ? fragmentOf(chain, table) : ''));
+  }, 300);
 }
 
 // ---- The gallery
@@ -212,22 +256,18 @@ function scheduleGallery() {
 async function drawGallery() {
   const round = ++galleryRound;
   const base = shrink(shown?.picture ?? preview, kThumbnailPixels);
+  const other = builtIn(base.width, base.height);
+  const second = atDepth(other, base.bits), mask = atDepth(other, 8);
   for (const [name, operation] of table) {
     const item = get('gallery').querySelector(`[data-operation="${name}"]`);
-    const second = shrink(fromRgba(...Object.values(pick(builtIn(base.width, base.height))), base.bits), kThumbnailPixels);
-    const mask = fromRgba(...Object.values(pick(builtIn(base.width, base.height))), 8);
     const answer = await gallery.run(base, [operation.picture_step], {'second.png': second, 'other.png': second, 'mask.png': mask});
     if (round !== galleryRound) return;
     const canvas = item.querySelector('canvas');
     item.title = answer.picture ? operation.summary : answer.error;
-    const result = answer.picture ?? base;
     canvas.style.opacity = answer.picture ? 1 : 0.25;
-    canvas.width = result.width;
-    canvas.height = result.height;
-    canvas.getContext('2d').putImageData(new ImageData(toRgba(result), result.width, result.height), 0, 0);
+    draw(canvas, answer.picture ?? base);
   }
 }
-const pick = ({rgba, width, height}) => ({rgba, width, height});
 
 function buildGallery() {
   for (const [name, operation] of table) {
@@ -274,13 +314,16 @@ async function copy(text, button) {
     box.remove();
   }
   const label = button.textContent;
-  button.textContent = 'Copied';
+  button.textContent = get('spoken').textContent = 'Copied';
   setTimeout(() => { button.textContent = label; }, 1200);
 }
 
 function listen() {
   get('open').onclick = () => get('file').click();
-  get('file').onchange = () => openFile(get('file').files[0]);
+  get('file').onchange = () => {
+    openFile(get('file').files[0]);
+    get('file').value = '';  // the same file may be opened again
+  };
   get('built-in').onclick = () => takePicture(builtIn(), 'picture.png');
   get('depth').onchange = applyDepth;
   get('undo').onclick = () => travel(past, future);

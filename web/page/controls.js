@@ -84,26 +84,26 @@ function otherControl(parameter, value, changed, id, pictures, openSecond) {
   }
 }
 
-/** A list item for a step. `actions` has change(value map, dragging), move(by), remove(),
-    openSecond(then). */
+/** A list item for a step. `actions` has change(name, value, dragging), move(by, label), remove(label), with the label of
+    the button that was pressed, and openSecond(then). */
 export function stepForm(step, index, count, operation, pictures, actions) {
   const button = (label, text, act, disabled = false) => {
-    const node = element('button', {type: 'button', textContent: text, disabled});
+    const node = element('button', {type: 'button', textContent: text, title: label, disabled});
     node.setAttribute('aria-label', `${label} ${step.name}`);
-    node.onclick = act;
+    node.onclick = () => act(text);
     return node;
   };
   const item = element('li', {},
       element('div', {className: 'step-head'},
           element('strong', {textContent: `${index + 1}. ${step.name}`}),
-          button('Move up', '↑', () => actions.move(-1), index === 0),
-          button('Move down', '↓', () => actions.move(1), index + 1 === count),
-          button('Remove', '×', () => actions.remove())),
+          button('Move up', '↑', (label) => actions.move(-1, label), index === 0),
+          button('Move down', '↓', (label) => actions.move(1, label), index + 1 === count),
+          button('Remove', '×', (label) => actions.remove(label))),
       element('p', {className: 'summary', textContent: operation.summary}));
   item.dataset.step = step.name;
   operation.parameters.forEach((parameter, i) => {
     const id = `step-${index}-${i}`;
-    const changed = (value, dragging) => actions.change({...step.values, [parameter.name]: value}, dragging);
+    const changed = (value, dragging) => actions.change(parameter.name, value, dragging);
     const value = step.values[parameter.name] ?? '';
     const row = element('div', {className: 'control'}, element('label', {htmlFor: id, textContent: parameter.name}));
     if (['integer', 'number', 'extent'].includes(parameter.type)) {

@@ -20,7 +20,7 @@ export class Engine {
   #source = null;
   #next = 1;
   #waiting = new Map();
-  #sent = null;  // the picture that the worker has
+  #sent = new Map();  // the pictures that the worker has, by name; the source has none
 
   async #send(message) {
     this.#source ??= makeWorker();
@@ -56,8 +56,8 @@ export class Engine {
   #fail(message) {
     this.#worker?.terminate();
     this.#worker = null;
-    this.#sent = null;
-    for (const {resolve} of this.#waiting.values()) resolve({error: message || 'stopped', notes: []});
+    this.#sent.clear();
+    for (const {resolve} of this.#waiting.values()) resolve({error: message || 'stopped'});
     this.#waiting.clear();
   }
 
@@ -65,14 +65,23 @@ export class Engine {
     return JSON.parse(await this.#send({table: true}));
   }
 
-  /** Runs steps on a picture: {picture} or {error}, with notes and milliseconds. */
+  /** Runs steps on a picture, with second pictures by name: {picture} or {error}, with notes and milliseconds.
+      Pictures that the worker has are not sent again. */
   async run(picture, steps, seconds, onStep) {
-    const isThere = this.#worker && picture === this.#sent;
-    this.#sent = picture;
-    return this.#send({...(isThere ? {} : {picture}), steps: steps.join('\n'), seconds, onStep});
+    const isNew = (name, sent) => {
+      const before = this.#sent.get(name);
+      this.#sent.set(name, sent);
+      return sent !== before;
+    };
+    return this.#send({
+      source: isNew('', picture) ? picture : null,
+      seconds: Object.entries(seconds).filter(([name, second]) => isNew(name, second)),
+      steps: steps.join('\n'),
+      onStep,
+    });
   }
 
-  /** Ends what is running, for instance a full picture that is no longer wanted. */
+  /** Ends what is running, for steps that are no longer wanted. */
   stop() {
     if (this.#waiting.size > 0) this.#fail('stopped');
   }

@@ -1,95 +1,89 @@
-// Pictures between files, canvases and the module: {width, height, bits, data} with rows without
-// padding, blue first, as the module has them.
+// Pictures as canvases have them: {width, height, bits, rgba}, red first, rows without padding. At 8 bits the
+// channels are alike, and below 32 bits pixels are opaque.
 
-/** From RGBA bytes. Grey is what the tool reads from grey files: one byte per pixel. */
-export function fromRgba(rgba, width, height, bits) {
-  const count = width * height;
-  const data = new Uint8Array(count * bits / 8);
-  for (let i = 0; i < count; ++i) {
-    const r = rgba[4 * i], g = rgba[4 * i + 1], b = rgba[4 * i + 2];
-    if (bits === 8) {
-      data[i] = r === g && g === b ? r : Math.round(0.299 * r + 0.587 * g + 0.114 * b);
-    } else {
-      const at = i * bits / 8;
-      data[at] = b; data[at + 1] = g; data[at + 2] = r;
-      if (bits === 32) data[at + 3] = rgba[4 * i + 3];
-    }
+/** A picture that was opened, at a depth. Grey is what the tool reads from grey files. */
+export function atDepth({rgba, width, height}, bits) {
+  const words = new Uint32Array(rgba.slice().buffer);  // red in the low byte: every machine with browsers is little-endian
+  for (let i = 0; i < words.length && bits < 32; ++i) {
+    const word = words[i], r = word & 255, g = word >> 8 & 255, b = word >> 16 & 255;
+    const isGrey = r === g && g === b;
+    const color = bits === 24 || isGrey ? word : Math.round(0.299 * r + 0.587 * g + 0.114 * b) * 0x10101;
+    words[i] = color | 0xff000000;
   }
-  return {width, height, bits, data};
-}
-
-/** RGBA bytes to show or to save. */
-export function toRgba({width, height, bits, data}) {
-  const count = width * height;
-  const words = new Uint32Array(count);  // red in the low byte: every machine with browsers is little-endian
-  if (bits === 8) {
-    for (let i = 0; i < count; ++i) words[i] = 0xff000000 | data[i] * 0x10101;
-  } else if (bits === 24) {
-    for (let i = 0, at = 0; i < count; ++i, at += 3) words[i] = 0xff000000 | data[at] << 16 | data[at + 1] << 8 | data[at + 2];
-  } else {
-    for (let i = 0, at = 0; i < count; ++i, at += 4) words[i] = data[at + 3] << 24 | data[at] << 16 | data[at + 1] << 8 | data[at + 2];
-  }
-  return new Uint8ClampedArray(words.buffer);
+  return {width, height, bits, rgba: new Uint8ClampedArray(words.buffer)};
 }
 
 /** At most `most` pixels: means of the pixels that fall together, weighted by alpha. */
 export function shrink(picture, most) {
-  const {width, height, bits, data} = picture;
+  const {width, height, bits, rgba} = picture;
   if (width * height <= most) return picture;
   const scale = Math.sqrt(most / (width * height));
   const w = Math.max(1, Math.floor(width * scale)), h = Math.max(1, Math.floor(height * scale));
-  const channels = bits / 8, result = new Uint8Array(w * h * channels);
-  const sums = new Float64Array(4);
+  const result = new Uint8ClampedArray(4 * w * h);
   for (let y = 0; y < h; ++y) {
     const top = Math.floor(y * height / h), bottom = Math.max(top + 1, Math.floor((y + 1) * height / h));
     for (let x = 0; x < w; ++x) {
       const left = Math.floor(x * width / w), right = Math.max(left + 1, Math.floor((x + 1) * width / w));
-      sums.fill(0);
-      let weights = 0, count = 0;
+      let r = 0, g = 0, b = 0, weights = 0;
       for (let sy = top; sy < bottom; ++sy) {
-        for (let sx = left; sx < right; ++sx) {
-          const at = (sy * width + sx) * channels;
-          const weight = bits === 32 ? data[at + 3] : 1;
-          for (let c = 0; c < Math.min(channels, 3); ++c) sums[c] += weight * data[at + c];
-          weights += weight; ++count;
+        for (let at = 4 * (sy * width + left); at < 4 * (sy * width + right); at += 4) {
+          const weight = rgba[at + 3];
+          r += weight * rgba[at];
+          g += weight * rgba[at + 1];
+          b += weight * rgba[at + 2];
+          weights += weight;
         }
       }
-      const at = (y * w + x) * channels;
-      for (let c = 0; c < Math.min(channels, 3); ++c) result[at + c] = weights ? Math.round(sums[c] / weights) : 0;
-      if (bits === 32) result[at + 3] = Math.round(weights / count);
+      const at = 4 * (y * w + x);
+      if (weights) {
+        result[at] = Math.round(r / weights);
+        result[at + 1] = Math.round(g / weights);
+        result[at + 2] = Math.round(b / weights);
+      }
+      result[at + 3] = Math.round(weights / ((bottom - top) * (right - left)));
     }
   }
-  return {width: w, height: h, bits, data: result};
+  return {width: w, height: h, bits, rgba: result};
 }
 
 const kMagic = [0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a];
+const isPng = (bytes) => kMagic.every((value, i) => bytes[i] === value);
 
 async function through(bytes, stream) {
   return new Uint8Array(await new Response(new Blob([bytes]).stream().pipeThrough(stream)).arrayBuffer());
 }
 
-/** The depth that the tool reads a file at, from its first bytes; 24 where they do not tell. */
-export function depthOfFile(bytes) {
-  const isPng = kMagic.every((value, i) => bytes[i] === value);
-  if (isPng) return {0: 8, 2: 24, 3: 24, 4: 32, 6: 32}[bytes[25]] ?? 24;
+/** What the first bytes of a file say: the depth that the tool reads it at, 24 where they do not tell, and of PNG
+    and JPEG the size. */
+function headerOf(bytes) {
+  const view = new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
+  if (isPng(bytes) && bytes.length >= 26) {
+    const bits = {0: 8, 2: 24, 3: 24, 4: 32, 6: 32}[bytes[25]] ?? 24;
+    return {bits, width: view.getUint32(16), height: view.getUint32(20)};
+  }
   if (bytes[0] === 0xff && bytes[1] === 0xd8) {
-    for (let at = 2; at + 9 < bytes.length && bytes[at] === 0xff;) {
+    for (let at = 2; at + 9 < bytes.length && bytes[at] === 0xff; at += 2 + view.getUint16(at + 2)) {
       const marker = bytes[at + 1];
-      if (marker >= 0xc0 && marker <= 0xcf && ![0xc4, 0xc8, 0xcc].includes(marker)) return bytes[at + 9] === 1 ? 8 : 24;
-      at += 2 + (bytes[at + 2] << 8 | bytes[at + 3]);
+      if (marker >= 0xc0 && marker <= 0xcf && ![0xc4, 0xc8, 0xcc].includes(marker)) {
+        return {bits: bytes[at + 9] === 1 ? 8 : 24, width: view.getUint16(at + 7), height: view.getUint16(at + 5)};
+      }
     }
   }
-  return 24;
+  return {bits: 24};
+}
+
+function refuseLarge({width, height}, mostPixels) {
+  if (!(width * height > mostPixels)) return;
+  throw new Error(`The picture has ${width} x ${height} pixels; this page takes ${mostPixels / 1e6} million. Use the tool for it, or a smaller copy.`);
 }
 
 /** Pixels of a PNG of 8 bits per channel without interlacing, exactly: a canvas would multiply by
-    alpha. Null for other files, which a canvas reads; the size alone beyond `mostPixels`. */
-async function readPng(bytes, mostPixels) {
-  if (!kMagic.every((value, i) => bytes[i] === value)) return null;
+    alpha. Null for other files, which a canvas reads. */
+async function readPng(bytes) {
+  if (!isPng(bytes)) return null;
   const view = new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
   const width = view.getUint32(16), height = view.getUint32(20);
   const channels = {0: 1, 2: 3, 4: 2, 6: 4}[bytes[25]];
-  if (width * height > mostPixels) return {width, height};
   if (bytes[24] !== 8 || !channels || bytes[28] !== 0) return null;
   const parts = [];
   for (let at = 8; at + 12 <= bytes.length;) {
@@ -127,30 +121,22 @@ async function readPng(bytes, mostPixels) {
 /** Reads a file: its orientation is applied. Throws an Error that says what to do. */
 export async function readFile(file, mostPixels) {
   const bytes = new Uint8Array(await file.arrayBuffer());
-  let picture = await readPng(bytes, mostPixels).catch(() => null);
-  if (!picture) {
-    let bitmap;
-    try {
-      bitmap = await createImageBitmap(new Blob([bytes], {type: file.type}),
-          {premultiplyAlpha: 'none', colorSpaceConversion: 'none', imageOrientation: 'from-image'});
-    } catch {
-      throw new Error(`"${file.name ?? 'This'}" is not a picture that the browser reads: open a PNG, JPEG, WebP or GIF file.`);
-    }
-    const {width, height} = bitmap;
-    if (width * height <= mostPixels) {
-      const canvas = new OffscreenCanvas(width, height);
-      const context = canvas.getContext('2d', {willReadFrequently: true});
-      context.drawImage(bitmap, 0, 0);
-      picture = {width, height, rgba: context.getImageData(0, 0, width, height).data};
-    } else {
-      picture = {width, height};
-    }
+  const header = headerOf(bytes);
+  refuseLarge(header, mostPixels);
+  const exact = await readPng(bytes).catch(() => null);
+  if (exact) return {...exact, bits: header.bits};
+  let bitmap;
+  try {
+    bitmap = await createImageBitmap(new Blob([bytes], {type: file.type}),
+        {premultiplyAlpha: 'none', colorSpaceConversion: 'none', imageOrientation: 'from-image'});
+  } catch {
+    throw new Error(`"${file.name ?? 'This'}" is not a picture that the browser reads: open a PNG, JPEG, WebP or GIF file.`);
   }
-  const {width, height, rgba} = picture;
-  if (width * height > mostPixels) {
-    throw new Error(`The picture has ${width} x ${height} pixels; this page takes ${mostPixels / 1e6} million. Use the tool for it, or a smaller copy.`);
-  }
-  return {width, height, rgba, bits: depthOfFile(bytes)};
+  refuseLarge(bitmap, mostPixels);
+  const {width, height} = bitmap;
+  const context = new OffscreenCanvas(width, height).getContext('2d', {willReadFrequently: true});
+  context.drawImage(bitmap, 0, 0);
+  return {width, height, rgba: context.getImageData(0, 0, width, height).data, bits: header.bits};
 }
 
 const kCrcTable = Array.from({length: 256}, (_, n) => {
@@ -171,14 +157,12 @@ function chunk(name, data) {
 }
 
 /** A PNG file of the picture, byte for byte its pixels. */
-export async function writePng({width, height, bits, data}) {
-  const channels = bits / 8, stride = width * channels;
-  const rows = new Uint8Array(height * (stride + 1));
-  for (let y = 0; y < height; ++y) {
-    const out = y * (stride + 1) + 1;
-    for (let i = 0; i < stride; ++i) {
-      const c = i % channels;
-      rows[out + i] = data[y * stride + (channels === 1 || c === 3 ? i : i - c + 2 - c)];
+export async function writePng({width, height, bits, rgba}) {
+  const channels = bits / 8, stride = width * channels + 1;
+  const rows = new Uint8Array(height * stride);
+  for (let y = 0, from = 0; y < height; ++y) {
+    for (let x = 0, to = y * stride + 1; x < width; ++x, from += 4) {
+      for (let c = 0; c < channels; ++c) rows[to++] = rgba[from + c];
     }
   }
   const head = new Uint8Array(13);

@@ -1,11 +1,17 @@
 // Before and after on one stage: zoom, moving, and the divider between them.
 
-import {toRgba} from './pictures.js';
+/** Puts a picture on a canvas, which takes its size. */
+export function draw(canvas, {width, height, rgba}) {
+  // Setting it throws the canvas's memory away, even if it stays the same.
+  if (canvas.width !== width) canvas.width = width;
+  if (canvas.height !== height) canvas.height = height;
+  canvas.getContext('2d').putImageData(new ImageData(rgba, width, height), 0, 0);
+}
 
 export class View {
   #stage; #before; #after; #line; #divider; #zoomText;
   #shownBefore = null;
-  #scale = 1; #x = 0; #y = 0; #fitted = true; #size = {width: 1, height: 1};
+  #scale = 1; #x = 0; #y = 0; #fitted = true; #size = {width: 1, height: 1}; #placed = '';
 
   constructor(root) {
     const get = (id) => root.getElementById(id);
@@ -19,7 +25,9 @@ export class View {
     this.#stage.addEventListener('wheel', (event) => {
       event.preventDefault();
       const box = this.#stage.getBoundingClientRect();
-      this.zoom(event.deltaY < 0 ? 1.25 : 0.8, event.clientX - box.left, event.clientY - box.top);
+      // A notch of a wheel, or a little of what two fingers do on a pad.
+      const moved = event.deltaY * (event.deltaMode === WheelEvent.DOM_DELTA_LINE ? 20 : 1);
+      this.zoom(2 ** (-moved / 300), event.clientX - box.left, event.clientY - box.top);
     }, {passive: false});
     this.#stage.addEventListener('keydown', (event) => this.#key(event));
     this.#follow();
@@ -28,20 +36,17 @@ export class View {
 
   /** Shows pictures; `scale` is how much of full size they are, so that zoom stays what it says. */
   show(before, after) {
-    if (before !== this.#shownBefore) this.#draw(this.#before, before);
+    if (before !== this.#shownBefore) draw(this.#before, before);
     this.#shownBefore = before;
-    this.#draw(this.#after, after);
+    draw(this.#after, after);
     const size = {width: Math.max(before.width, after.width), height: Math.max(before.height, after.height)};
-    const changed = size.width !== this.#size.width || size.height !== this.#size.height;
+    const sizes = `${size.width} ${size.height} ${after.width} ${after.height}`;
+    if (sizes === this.#placed) return;
+    this.#placed = sizes;
     this.#size = size;
-    if (changed && this.#fitted) this.fit(); else this.#place();
+    if (this.#fitted) this.fit(); else this.#place();
   }
 
-  #draw(canvas, picture) {
-    canvas.width = picture.width;
-    canvas.height = picture.height;
-    canvas.getContext('2d').putImageData(new ImageData(toRgba(picture), picture.width, picture.height), 0, 0);
-  }
 
   fit() {
     const {clientWidth, clientHeight} = this.#stage;
@@ -63,12 +68,15 @@ export class View {
   }
 
   #place() {
-    const transform = `translate(${this.#x}px, ${this.#y}px) scale(${this.#scale})`;
     const at = this.#stage.clientWidth * this.#divider.value / 100;
-    for (const canvas of [this.#before, this.#after]) canvas.style.transform = transform;
-    const column = (at - this.#x) / this.#scale;  // of the divider, in pixels of the pictures
-    this.#before.style.clipPath = `inset(0 ${this.#before.width - column}px 0 0)`;
-    this.#after.style.clipPath = `inset(0 0 0 ${column}px)`;
+    for (const canvas of [this.#before, this.#after]) {
+      // Pictures of different sizes share their middle.
+      const x = this.#x + (this.#size.width - canvas.width) / 2 * this.#scale;
+      const y = this.#y + (this.#size.height - canvas.height) / 2 * this.#scale;
+      canvas.style.transform = `translate(${x}px, ${y}px) scale(${this.#scale})`;
+      const column = (at - x) / this.#scale;  // of the divider, in pixels of the picture
+      canvas.style.clipPath = canvas === this.#before ? `inset(0 ${canvas.width - column}px 0 0)` : `inset(0 0 0 ${column}px)`;
+    }
     this.#line.style.left = `${at}px`;
     this.#stage.classList.toggle('sharp', this.#scale >= 2);
     this.#zoomText.textContent = `${Math.round(100 * this.#scale)} %`;

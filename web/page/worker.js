@@ -1,81 +1,75 @@
 // Runs the module away from the page: one request at a time, answered with its number.
 /* global makeQel */
 
-let qel = null;
-let request = 0;
-let last = null;  // the picture that came last
+/** The module and the pictures that it holds. */
+export class Runner {
+  #qel;
 
-function withText(text, use) {
-  const size = qel.lengthBytesUTF8(text) + 1;
-  const at = qel._malloc(size);
-  qel.stringToUTF8(text, at, size);
-  try {
-    return use(at);
-  } finally {
+  constructor(qel) {
+    this.#qel = qel;
+  }
+
+  table() {
+    return this.#qel.UTF8ToString(this.#qel._qel_table());
+  }
+
+  /** Gives the module a picture: the source of the steps, or a second one under the name that steps call it by. */
+  enter({width, height, bits, rgba}, name = '') {
+    const qel = this.#qel;
+    const at = qel._malloc(rgba.length);
+    if (at) qel.HEAPU8.set(rgba, at);
+    const entered = at && this.#withText(name, (text) => qel._qel_enter(text, at, width, height, bits));
     qel._free(at);
+    if (!entered) throw new Error('There is not enough memory for this picture: use a smaller one.');
   }
-}
 
-/** Copies a picture into the module's memory. */
-function enter({width, height, bits, data}) {
-  const picture = qel._qel_make(width, height, bits);
-  if (!picture) throw new Error('There is not enough memory for this picture: use a smaller one.');
-  const start = qel._qel_bits(picture), stride = qel._qel_stride(picture), row = width * bits / 8;
-  for (let y = 0; y < height; ++y) qel.HEAPU8.set(data.subarray(y * row, (y + 1) * row), start + y * stride);
-  return picture;
-}
-
-function leave(picture) {
-  const width = qel._qel_width(picture), height = qel._qel_height(picture), bits = qel._qel_depth(picture);
-  const start = qel._qel_bits(picture), stride = qel._qel_stride(picture), row = Math.ceil(width * bits / 8);
-  const data = new Uint8Array(row * height);
-  for (let y = 0; y < height; ++y) {
-    const at = start + y * stride;
-    data.set(qel.HEAPU8.subarray(at, at + row), y * row);
-  }
-  return {width, height, bits, data};
-}
-
-/** Runs the steps, one a line. Answers {picture} or {error}, with notes and milliseconds. */
-export function runSteps(module, source, steps, seconds = {}) {
-  qel = module;
-  const named = [];
-  let input = 0, output = 0;
-  try {
-    for (const [name, picture] of Object.entries(seconds)) {
-      const entered = enter(picture);
-      named.push(entered);
-      withText(name, (text) => qel._qel_name(text, entered));
-    }
-    input = enter(source);
+  /** Runs the steps, one a line, on the source: {picture} or {error}, with notes, Python's lines and milliseconds. */
+  run(steps) {
+    const qel = this.#qel;
     const start = performance.now();
-    output = withText(steps, (text) => qel._qel_run(input, text));
-    const answer = JSON.parse(qel.UTF8ToString(qel._qel_answer()));
-    answer.milliseconds = performance.now() - start;
-    if (output) answer.picture = leave(output);
-    return answer;
-  } finally {
-    for (const picture of [...named, input, output]) if (picture) qel._qel_free(picture);
+    const at = this.#withText(steps, (text) => qel._qel_run(text));
+    const {width, height, bits, ...answer} = JSON.parse(qel.UTF8ToString(qel._qel_answer()));
+    if (at) answer.picture = {width, height, bits, rgba: new Uint8ClampedArray(qel.HEAPU8.buffer.slice(at, at + 4 * width * height))};
+    return {...answer, milliseconds: performance.now() - start};
+  }
+
+  #withText(text, use) {
+    const qel = this.#qel;
+    const size = qel.lengthBytesUTF8(text) + 1;
+    const at = qel._malloc(size);
+    qel.stringToUTF8(text, at, size);
+    try {
+      return use(at);
+    } finally {
+      qel._free(at);
+    }
   }
 }
+
+const kMillisecondsBeforeProgress = 100;
 
 function start() {
-  const ready = makeQel(self.wasmBinary ? {wasmBinary: self.wasmBinary} : {});
-  self.onmessage = async ({data}) => {
-    request = data.id;
+  const loaded = makeQel(self.wasmBinary ? {wasmBinary: self.wasmBinary} : {});
+  let runner = null;
+  self.onmessage = async ({data: {id, table, source, seconds, steps}}) => {
     try {
-      const module = await ready;
-      module.onStep = (done, total) => self.postMessage({id: request, done, total});
-      if (data.table) {
-        self.postMessage({id: data.id, table: module.UTF8ToString(module._qel_table())});
+      const qel = await loaded;
+      runner ??= new Runner(qel);
+      if (table) {
+        self.postMessage({id, table: runner.table()});
         return;
       }
-      last = data.picture ?? last;
-      const answer = runSteps(module, last, data.steps, data.seconds);
-      self.postMessage({id: data.id, answer}, answer.picture ? [answer.picture.data.buffer] : []);
+      const start = performance.now();
+      qel.onStep = (done, total) => {
+        if (performance.now() - start > kMillisecondsBeforeProgress) self.postMessage({id, done, total});
+      };
+      if (source) runner.enter(source);
+      for (const [name, picture] of seconds) runner.enter(picture, name);
+      const answer = runner.run(steps);
+      self.postMessage({id, answer}, answer.picture ? [answer.picture.rgba.buffer] : []);
     } catch (error) {
       const text = error instanceof Error ? error.message : 'the operation failed';
-      self.postMessage({id: data.id, answer: {error: text, notes: []}, broken: !(error instanceof Error) || /abort|memory/i.test(text)});
+      self.postMessage({id, answer: {error: text}, broken: !(error instanceof Error) || /abort|memory/i.test(text)});
     }
   };
 }

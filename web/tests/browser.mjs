@@ -75,7 +75,15 @@ export async function launch(page, shots) {
       const {data} = await tab('Page.captureScreenshot', {format: 'png'});
       writeFileSync(join(shots, name), Buffer.from(data, 'base64'));
     };
-    return {tab, evaluate, until, shot};
+    /** Presses a key, with the focus on what `selector` finds, or where it is. */
+    const press = async (key, selector) => {
+      if (selector) await evaluate(`document.querySelector(${JSON.stringify(selector)}).focus()`);
+      const windowsVirtualKeyCode = {Enter: 13, ArrowRight: 39}[key] ?? key.charCodeAt(0);
+      const text = key === 'Enter' ? '\r' : key.length === 1 ? key : undefined;
+      await tab('Input.dispatchKeyEvent', {type: 'keyDown', key, text, windowsVirtualKeyCode});
+      await tab('Input.dispatchKeyEvent', {type: 'keyUp', key, windowsVirtualKeyCode});
+    };
+    return {tab, evaluate, press, until, shot};
   }
 
   const close = async () => {

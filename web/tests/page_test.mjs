@@ -57,11 +57,46 @@ try {
   await wide.until(`[...document.querySelectorAll('#gallery canvas')].every((c) => c.width !== 300)`, 'the gallery');
   await wide.evaluate(`document.getElementById('undo').click()`);
   check(await wide.evaluate(`document.querySelectorAll('#chain li').length`) === 1, 'undo does not take the last step back');
-  const before = await wide.evaluate(`document.getElementById('zoom').textContent`);
-  await wide.evaluate(`document.getElementById('stage').dispatchEvent(new KeyboardEvent('keydown', {key: '+', bubbles: true}))`);
-  check(await wide.evaluate(`document.getElementById('zoom').textContent`) !== before, 'the key + does not zoom');
-  check(await wide.evaluate(`[...document.querySelectorAll('button, input, select')].every((c) => c.hidden || c.getAttribute('aria-label') ||
-      c.textContent.trim() || c.labels?.length > 0)`), 'a control has no name for screen readers');
+  const zoomed = async (how, act) => {
+    const before = await wide.evaluate(`document.getElementById('zoom').textContent`);
+    await act();
+    await wide.until(`document.getElementById('zoom').textContent !== '${before}'`, `${how} to zoom`);
+  };
+  await zoomed('the key +', () => wide.press('+', '#stage'));
+  await zoomed('two fingers', () => wide.tab('Input.synthesizePinchGesture', {x: 300, y: 300, scaleFactor: 2}));
+
+  // Without a mouse: a slider keeps the focus while it moves, steps change places, every control has a name, and
+  // what came out is told.
+  const first = `document.querySelector('#chain li')`, slider = '#chain li input[type=range]';
+  for (let i = 0; i < 2; ++i) await wide.press('ArrowRight', i === 0 ? slider : null);
+  check(await wide.evaluate(`document.querySelector('${slider}').value`) === '39', 'a slider does not follow the arrows');
+  check(await wide.evaluate(`document.getElementById('redo').disabled`), 'a change leaves what redo would bring back');
+  await wide.evaluate(`document.getElementById('operation').value = 'emboss'; document.getElementById('add').click()`);
+  await wide.press('Enter', '#chain li:last-child [aria-label="Move up emboss"]');
+  check(await wide.evaluate(`${first}.dataset.step`) === 'emboss', 'a step does not move up');
+  check(await wide.evaluate(`${first}.contains(document.activeElement)`), 'the focus does not stay with the step that moves');
+  await wide.until(`document.getElementById('spoken').textContent.startsWith('Shown: 97 × 61')`, 'what is told of the result');
+  const {nodes} = await wide.tab('Accessibility.getFullAXTree');
+  const nameless = nodes.filter(({properties, name}) => properties?.some((p) => p.name === 'focusable' && p.value.value) && !name?.value);
+  check(nameless.length === 0, `controls without a name for screen readers: ${nameless.map((node) => node.role.value).join(', ')}`);
+
+  // The clipboard, and a second picture.
+  const withFile = (type, expression) => `(async () => {
+    const {atDepth, builtIn, writePng} = await import('./pictures.js');
+    const data = new DataTransfer();
+    data.items.add(new File([await writePng(${expression})], 'made.png', {type: 'image/png'}));
+    dispatchEvent(new ${type});
+  })()`;
+  const paste = `ClipboardEvent('paste', {clipboardData: data})`, drop = `DragEvent('drop', {dataTransfer: data})`;
+  await wide.evaluate(withFile(paste, 'atDepth(builtIn(53, 61), 24)'));
+  await wide.until(`document.getElementById('after').width === 53`, 'the pasted picture');
+  await wide.tab('DOM.setFileInputFiles', {nodeId, files: [file]});
+  await wide.until(`document.getElementById('after').width === 97`, 'the opened picture');
+  await wide.evaluate(`document.getElementById('operation').value = 'subtract'; document.getElementById('add').click();
+      (() => { const s = document.querySelector('#chain li:last-child select'); s.value = '\\n'; s.dispatchEvent(new Event('change')); })()`);
+  const second = await wide.tab('DOM.querySelector', {nodeId: root.nodeId, selector: '#second-file'});
+  await wide.tab('DOM.setFileInputFiles', {nodeId: second.nodeId, files: [file]});
+  await wide.until(`document.getElementById('command').textContent.includes("picture.png'") && document.querySelector('#chain li:last-child select').value === 'picture.png'`, 'the second picture');
 
   // What is no picture leaves the one before, with a message.
   const wrong = join(folder, 'wrong.png');
@@ -80,10 +115,9 @@ try {
   const dragged = await open(`${origin}/index.html#steps=light%20brightness=1`, 1280, 900);
   await dragged.until(ready, 'the built-in picture');
   check(await dragged.evaluate(`(async () => {
-    const {builtIn, writePng, fromRgba} = await import('./pictures.js');
-    const {rgba, width, height} = builtIn(1200, 833);
+    const {atDepth, builtIn, writePng} = await import('./pictures.js');
     const data = new DataTransfer();
-    data.items.add(new File([await writePng(fromRgba(rgba, width, height, 24))], 'large.png', {type: 'image/png'}));
+    data.items.add(new File([await writePng(atDepth(builtIn(1200, 833), 24))], 'large.png', {type: 'image/png'}));
     dispatchEvent(new DragEvent('drop', {dataTransfer: data}));
     const canvas = document.getElementById('after');
     while (canvas.width !== 1200) await new Promise((next) => setTimeout(next, 50));
@@ -98,6 +132,12 @@ try {
     }
     return shown;
   })()`) > 2, 'nothing appears while a slider is dragged');
+
+  // Steps that take forever do not stop the ones after them.
+  const slow = await open(`${origin}/index.html#steps=median%20size=20001`, 1000, 800);
+  await slow.until(`document.querySelector('#progress:not([hidden])')`, 'a sign of work');
+  await slow.evaluate(`location.hash = '#steps=negative'`);
+  await slow.until(ready, 'the steps after slow ones');
 
   // Links: a chain, and one that is broken; on a narrow window.
   const narrow = await open(`${origin}/index.html#steps=negative&emboss`, 390, 800);

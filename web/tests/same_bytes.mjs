@@ -17,12 +17,12 @@ const load = (name) => {
   return import(join(folder, `${name}.mjs`));
 };
 const {parseStep, textOf} = await load('chain');
-const {builtIn, fromRgba, writePng} = await load('pictures');
-const {runSteps} = await load('worker');
+const {atDepth, builtIn, writePng} = await load('pictures');
+const {Runner} = await load('worker');
 const makeQel = createRequire(import.meta.url)(join(page, 'qel.js'));
-const qel = await makeQel({wasmBinary: readFileSync(join(page, 'qel.wasm'))});
+const runner = new Runner(await makeQel({wasmBinary: readFileSync(join(page, 'qel.wasm'))}));
 
-const table = new Map(JSON.parse(qel.UTF8ToString(qel._qel_table())).operations.map((o) => [o.name, o]));
+const table = new Map(JSON.parse(runner.table()).operations.map((o) => [o.name, o]));
 const native = JSON.parse(execFileSync(tool, ['list', '--json'], {encoding: 'utf8'}));
 
 /** Steps to try: the example, every choice, both flags, both ends of every range. */
@@ -37,24 +37,24 @@ function stepsOf(operation) {
   return [...new Set(steps.map((step) => textOf(step, table)))];
 }
 
-/** Rows of a PAM or PNM file, blue first. */
+/** The picture in a PAM or PNM file. */
 function readPam(bytes) {
   const text = bytes.subarray(0, 200).toString('latin1');
-  const at = text.indexOf('ENDHDR\n') + 7;
   const field = (name) => Number(text.match(new RegExp(`${name} (\\d+)`))[1]);
   const width = field('WIDTH'), height = field('HEIGHT'), channels = field('DEPTH');
-  const data = new Uint8Array(bytes.subarray(at));
-  if (channels >= 3) {
-    for (let i = 0; i < data.length; i += channels) [data[i], data[i + 2]] = [data[i + 2], data[i]];
+  const data = bytes.subarray(text.indexOf('ENDHDR\n') + 7), rgba = new Uint8ClampedArray(4 * width * height);
+  for (let i = 0; i < rgba.length; ++i) {
+    const pixel = channels * Math.floor(i / 4), channel = i % 4;
+    rgba[i] = channel < Math.min(channels, 3) || channels === 4 ? data[pixel + channel] : channel < 3 ? data[pixel] : 255;
   }
-  return {width, height, bits: 8 * channels, data};
+  return {width, height, bits: 8 * channels, rgba};
 }
 
-function runNatively(bits, step) {
+function runNatively(bits, chain) {
   const output = join(folder, 'out.pam');
   rmSync(output, {force: true});
   try {
-    execFileSync(tool, ['run', `in${bits}.png`, '-o', output, step], {cwd: folder, stdio: 'pipe'});
+    execFileSync(tool, ['run', `in${bits}.png`, '-o', output, ...chain], {cwd: folder, stdio: 'pipe'});
   } catch (error) {
     return {error: String(error.stderr)};
   }
@@ -68,17 +68,21 @@ if (missing.length > 0) differs.push(`the page lacks ${missing.join(', ')}`);
 for (const bits of [8, 24, 32]) {
   const opened = builtIn(61, 43);
   for (let i = 3; i < opened.rgba.length; i += 4) opened.rgba[i] = i % 251;
-  const picture = fromRgba(opened.rgba, 61, 43, bits);
-  const second = fromRgba(builtIn(61, 43).rgba.map((value, i) => i % 4 === 3 ? 255 : 255 - value), 61, 43, bits);
-  const mask = fromRgba(builtIn(61, 43).rgba.map((value) => value > 128 ? 255 : 0), 61, 43, 8);
+  const picture = atDepth(opened, bits);
+  const changed = (change) => ({width: 61, height: 43, rgba: builtIn(61, 43).rgba.map(change)});
+  const second = atDepth(changed((value, i) => i % 4 === 3 ? 255 : 255 - value), bits);
+  const mask = atDepth(changed((value) => value > 128 ? 255 : 0), 8);
   const seconds = {'second.png': second, 'other.png': second, 'mask.png': mask};
+  runner.enter(picture);
+  for (const [name, content] of Object.entries(seconds)) runner.enter(content, name);
   for (const [name, content] of Object.entries({[`in${bits}.png`]: picture, ...seconds})) {
     writeFileSync(join(folder, name), Buffer.from(await (await writePng(content)).arrayBuffer()));
   }
   for (const operation of table.values()) {
     for (const step of stepsOf(operation)) {
-      const expected = runNatively(bits, step);
-      const actual = runSteps(qel, picture, step, seconds);
+      const chain = bits === 24 ? ['shift-rgb red=9', step] : [step];  // the page keeps what is before the last step
+      const expected = runNatively(bits, chain);
+      const actual = runner.run(chain.join('\n'));
       ++count;
       if (expected.error !== undefined || !actual.picture) {
         ++errors;
@@ -89,10 +93,10 @@ for (const bits of [8, 24, 32]) {
       }
       const result = actual.picture;
       const same = result.width === expected.width && result.height === expected.height &&
-          result.bits === expected.bits && Buffer.compare(result.data, expected.data) === 0;
+          result.bits === expected.bits && Buffer.from(result.rgba.buffer).equals(Buffer.from(expected.rgba.buffer));
       if (!same) {
-        const first = expected.data.findIndex((value, i) => value !== result.data[i]);
-        const wrong = expected.data.reduce((sum, value, i) => sum + (value !== result.data[i]), 0);
+        const first = expected.rgba.findIndex((value, i) => value !== result.rgba[i]);
+        const wrong = expected.rgba.reduce((sum, value, i) => sum + (value !== result.rgba[i]), 0);
         differs.push(`${bits} bits, ${step}: ${wrong} bytes of ${result.width} x ${result.height} at ${result.bits} bits, the first at ${first}` +
             ` (the tool: ${expected.width} x ${expected.height} at ${expected.bits} bits)`);
       }
