@@ -284,17 +284,28 @@ Arguments::Value& Arguments::Slot(std::string_view name) {
   return value;
 }
 
+bool Arguments::Value::Take(const Parameter& parameter, std::string from) {
+  if (!ParseValue(parameter, from, number)) return false;
+  given = true;
+  text = std::move(from);
+  if (parameter.kind != Kind::kNumbers) return true;
+  try {
+    numbers = ParseNumbers(text);
+  } catch (const std::invalid_argument& error) {
+    no_number = error.what();  // kernels have words of their own
+  }
+  return true;
+}
+
 void Arguments::Set(std::string_view name, std::string text) {
   Value& value = Slot(name);
   const Parameter& parameter = *operation_->Find(name);
-  if (!ParseValue(parameter, text, value.number)) {
+  if (!value.Take(parameter, text)) {
     throw StepError(std::string(operation_->name) + ": " + std::string(name) + "=" + text +
                         " does not fit: " + Expectation(parameter) +
                         DidYouMean(text, ChoiceLabels(parameter), ""),
                     operation_->name, name);
   }
-  value.given = true;
-  value.text = std::move(text);
 }
 
 void Arguments::Set(std::string_view name, double number) {
@@ -320,9 +331,7 @@ void Arguments::Complete() {
                           "= is missing: " + Expectation(parameter),
                       operation_->name, parameter.name);
     }
-    value.given = true;
-    value.text = parameter.standard;
-    ParseValue(parameter, value.text, value.number);
+    value.Take(parameter, std::string(parameter.standard));
   }
   if (operation_->check != nullptr) operation_->check({operation_->name, *this});
 }
@@ -345,14 +354,12 @@ double Arguments::Pixels(std::string_view name, int whole) const {
   return value.text.ends_with('%') ? whole * value.number / 100 : value.number;
 }
 
-std::vector<double> Arguments::Numbers(std::string_view name) const {
-  try {
-    return ParseNumbers(Text(name));
-  } catch (const std::invalid_argument& error) {
-    throw StepError(std::string(operation_->name) + ": " + std::string(name) + ": \"" +
-                        error.what() + "\" is no number",
-                    operation_->name, name);
-  }
+const std::vector<double>& Arguments::Numbers(std::string_view name) const {
+  const Value& value = Get(name);
+  if (value.no_number.empty()) return value.numbers;
+  throw StepError(std::string(operation_->name) + ": " + std::string(name) + ": \"" +
+                      value.no_number + "\" is no number",
+                  operation_->name, name);
 }
 
 }  // namespace qel::operations

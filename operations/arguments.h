@@ -41,16 +41,21 @@ class Arguments {
   double Pixels(std::string_view name, int whole) const;
   float Real(std::string_view name) const { return static_cast<float>(Number(name)); }
   const std::string& Text(std::string_view name) const { return Get(name).text; }
-  /// Several numbers. Throws `StepError` for a word that is none.
-  std::vector<double> Numbers(std::string_view name) const;
+  /// Several numbers, read once, when they were set. Throws `StepError` for a word that is none.
+  const std::vector<double>& Numbers(std::string_view name) const;
   /// The caller's coordinate transform, or null.
   ITransform* Map() const { return map_.Get(); }
 
  private:
   struct Value {
+    /// Reads a value; false for one that does not fit.
+    bool Take(const Parameter& parameter, std::string from);
+
     bool given = false;
     double number = 0;
-    std::string text;  ///< empty when it came as a number
+    std::string text;             ///< empty when it came as a number
+    std::vector<double> numbers;  ///< in the text of several
+    std::string no_number;        ///< the first word there that is none
   };
   const Value* Find(std::string_view name) const;
   const Value& Get(std::string_view name) const;

@@ -31,6 +31,10 @@ std::string Explain(const Operation& operation, result_t code) {
 
 RandomNumbers::RandomNumbers() : lock_(RandomMutex()) { std::srand(1); }
 
+void Check(const Operation& operation, result_t code) {
+  if (Failed(code)) throw CallError(Explain(operation, code), operation.name, code);
+}
+
 SmartPtr<IQEL> Engine::RunStep(const Step& step, SmartPtr<IQEL> picture, PictureSource& pictures,
                                std::vector<std::string>& notes) const {
   const Shape shape = ShapeOf(*picture.Get());
@@ -54,8 +58,8 @@ SmartPtr<IQEL> Engine::RunOnBand(const Step& step, const Band& band, SmartPtr<IQ
             result.Put()};
   if (operation.composed()) {
     result = operation.compose(call);
-  } else if (const result_t code = operation.Run(call); Failed(code)) {
-    throw CallError(Explain(operation, code), operation.name, code);
+  } else {
+    Check(operation, operation.Run(call));
   }
   if (!result) return image;
   // The module ignores it when the host can make no image.

@@ -22,6 +22,9 @@ class RandomNumbers {
   std::unique_lock<std::mutex> lock_;
 };
 
+/// Throws `CallError` when the module has answered a step with a failure.
+void Check(const Operation& operation, result_t code);
+
 /// Runs steps on images, by the module's components and the host that they make images at.
 /// Threads: any, on pictures of their own.
 class Engine {

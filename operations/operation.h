@@ -188,6 +188,8 @@ struct Operation {
   Border (*border)(const Given& given, const Shape& shape) = nullptr;
   /// What is touched outside the rows, on a picture of this shape; null: nothing.
   Reach (*reach)(const Given& given, const Shape& shape) = nullptr;
+  /// On a picture of a few rows a call costs next to nothing but what it does to their pixels.
+  bool cheap_on_rows = false;
   /// Every pixel of a new picture is written, whatever its memory held.
   bool fills_result = false;
 

@@ -13,8 +13,8 @@ constexpr std::string_view kAlphaDepths = "32";
 constexpr size_t kTableSize = 256;
 
 /// The 256 values of table=. Throws `StepError` when there are others.
-std::vector<double> TableOf(const Given& given) {
-  std::vector<double> values = given.arguments.Numbers("table");
+const std::vector<double>& TableOf(const Given& given) {
+  const std::vector<double>& values = given.arguments.Numbers("table");
   const bool all_bytes = std::ranges::all_of(values, [](double value) {
     return value >= 0 && value <= 255 && value == std::floor(value);
   });
@@ -98,6 +98,7 @@ std::vector<Operation> ColorOperations() {
        .summary = "Replaces every colour byte v by 255 - v.",
        .depths = kByteDepths,
        .example = "negative",
+       .cheap_on_rows = true,
        .method = &MethodNamed("Negative")},
       {.name = "light",
        .summary = "Adds brightness and scales contrast about the middle grey.",

@@ -73,7 +73,7 @@ result_t CallQuad(Call& call) {
 
 template <typename Map>
 SmartPtr<PointMap> MakeMatrix(const Given& given, std::string_view name) {
-  const std::vector<double> numbers = given.arguments.Numbers(name);
+  const std::vector<double>& numbers = given.arguments.Numbers(name);
   if (numbers.size() != Map::kNumbers) {
     Refuse(given, std::string(name) + "= takes " + std::to_string(Map::kNumbers) +
                       " numbers, there are " + std::to_string(numbers.size()));
@@ -82,7 +82,7 @@ SmartPtr<PointMap> MakeMatrix(const Given& given, std::string_view name) {
 }
 
 SmartPtr<PointMap> MakePolynomial(const Given& given) {
-  const std::vector<double> numbers = given.arguments.Numbers("polynomial");
+  const std::vector<double>& numbers = given.arguments.Numbers("polynomial");
   if (PolynomialMap::DegreeOf(numbers.size()) < 0) {
     Refuse(given, "polynomial= takes 6 numbers, 12 for squares, or 20 for cubes, there are " +
                       std::to_string(numbers.size()));

@@ -1,5 +1,6 @@
 #include "python/extension/array_image.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace qel::python {
@@ -12,6 +13,23 @@ PixelRows RowsOf(IQEL& image, const operations::Shape& shape) {
   return {bits, stride, shape.width, shape.height, shape.bits / 8};
 }
 
+/// Asks for a line of the cache, which need not be there.
+template <int kWrite>
+void Prefetch(const uint8_t* run, size_t at) {
+  __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(run) + at), kWrite);
+}
+
+void CopyRunAhead(const uint8_t* from, uint8_t* to, size_t bytes) {
+  constexpr size_t kPiece = 1024, kAhead = 2048, kLine = 64;
+  for (size_t at = 0; at < bytes; at += kPiece) {
+    for (size_t line = 0; line < kPiece; line += kLine) {
+      Prefetch<0>(from, at + kAhead + line);
+      Prefetch<1>(to, at + kAhead + line);
+    }
+    std::memcpy(to + at, from + at, std::min(kPiece, bytes - at));
+  }
+}
+
 }  // namespace
 
 void CopyRows(const PixelRows& from, const PixelRows& to) {
@@ -20,6 +38,10 @@ void CopyRows(const PixelRows& from, const PixelRows& to) {
     return;
   }
   for (int y = 0; y < from.height; ++y) std::memcpy(to.Row(y), from.Row(y), from.RowBytes());
+}
+
+void CopyRowsAhead(const PixelRows& from, const PixelRows& to) {
+  for (int y = 0; y < from.height; ++y) CopyRunAhead(from.Row(y), to.Row(y), from.RowBytes());
 }
 
 host::HostImage& ArrayImage::Own() {

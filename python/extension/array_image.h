@@ -28,6 +28,9 @@ struct PixelRows {
 
 /// Copies rows between pixels of one shape.
 void CopyRows(const PixelRows& from, const PixelRows& to);
+/// The same for a few rows after which something else is done before the next ones are copied: asks
+/// for memory ahead, since the processor by itself would begin again with each of them.
+void CopyRowsAhead(const PixelRows& from, const PixelRows& to);
 
 /// An image in somebody else's memory, which must outlive it. `Create` and `Assign` with another
 /// shape than that of the memory go to an image of its own instead.
@@ -38,6 +41,11 @@ class ArrayImage final : public host::HostObject<IQELImageDIB, IQELImage, IQEL> 
   static SmartPtr<ArrayImage> Of(const PixelRows& rows) { return Make(rows, true); }
   /// An image without pixels that puts them into `rows` once they fit.
   static SmartPtr<ArrayImage> Into(const PixelRows& rows) { return Make(rows, false); }
+  /// Makes it an image of other rows.
+  void MoveTo(const PixelRows& rows) {
+    rows_ = rows;
+    fits_ = true;
+  }
 
   result_t GetSize(int* width, int* height, int* planes) override;
   result_t GetFormat(int* bit_count, uint32_t* model, int* reserved) override;
@@ -62,7 +70,7 @@ class ArrayImage final : public host::HostObject<IQELImageDIB, IQELImage, IQEL> 
   }
   host::HostImage& Own();
 
-  const PixelRows rows_;
+  PixelRows rows_;
   uint32_t model_;
   bool fits_;
   SmartPtr<host::HostImage> own_;  ///< has the pixels when they do not fit

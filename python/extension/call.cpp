@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
@@ -29,8 +31,9 @@ using operations::StepError;
 
 /// Below, giving the interpreter up for others costs more than the operation.
 constexpr int64_t kPixelsWorthUnlocking = 4096;
-/// A part of the cache of a core.
-constexpr size_t kStripBytes = 128 * 1024;
+/// Parts of the second and of the first cache of a core.
+constexpr size_t kStripBytes = 256 * 1024;
+constexpr size_t kSmallStripBytes = 8 * 1024;
 
 /// Colors exchange their ends for pixels in the order red, green, blue.
 double SwapEnds(double color) {
@@ -194,18 +197,17 @@ void Runner::SetPaint(std::string_view name, py::handle value) {
 /// Numbers of any nesting as text; rows become rows.
 void Runner::SetNumbers(std::string_view name, py::handle value) {
   if (py::isinstance<py::str>(value)) return arguments_.Set(name, value.cast<std::string>());
-  const py::object array = py::module_::import("numpy").attr("asarray")(value);
-  const std::string kind = array.attr("dtype").attr("kind").cast<std::string>();
-  if (std::string_view("iufb").find(kind) == std::string_view::npos) {
+  const auto given = py::array::ensure(value);
+  if (!given || std::string_view("iufb").find(given.dtype().kind()) == std::string_view::npos) {
     Refuse(name, "takes numbers, not " + TextOf(value));
   }
+  const auto array = py::array_t<double, py::array::c_style | py::array::forcecast>(given);
+  const py::ssize_t row = array.ndim() == 2 ? array.shape(1) : array.size();
   std::string text;
-  const py::list rows = array.attr("ndim").cast<int>() == 2
-                            ? array.attr("tolist")()
-                            : py::make_tuple(array.attr("ravel")().attr("tolist")());
-  for (const py::handle row : rows) {
-    if (!text.empty()) text += "; ";
-    for (const py::handle number : row) text += TextOf(number) + " ";
+  for (py::ssize_t i = 0; i < array.size(); ++i) {
+    char number[32];
+    const auto [end, error] = std::to_chars(number, std::end(number), array.data()[i]);
+    text.append(i > 0 && i % row == 0 ? "; " : " ").append(number, end);
   }
   arguments_.Set(name, std::move(text));
 }
@@ -368,7 +370,7 @@ bool Runner::WorksByStrips(const operations::Shape& shape) const {
   const bool same_shape = shape.bits == 8 * image_.channels;
   return border.rows == 0 && border.columns == 0 && same_shape && reach_ == Reach::kRows &&
          image_.rows && seconds_.empty() && !operation_.random && !operation_.composed() &&
-         image_.rows->RowBytes() * static_cast<size_t>(image_.height) > 4 * kStripBytes;
+         image_.rows->RowBytes() * static_cast<size_t>(image_.height) > 2 * kStripBytes;
 }
 
 /// Does on strips of rows what else is done on all of `work`, pass by pass.
@@ -377,16 +379,22 @@ void Runner::RunByStrips(const PixelArray& work) {
   const bool swaps = swaps_ && work.channels > 1;
   const operations::Engine& engine = Runtime::Get().engine();
   IQELTransform& transform = *engine.components().transform;
-  const operations::Step step{&operation_, arguments_, {}};
-  const int rows = static_cast<int>(std::max<size_t>(1, kStripBytes / work.rows->RowBytes()));
+  const bool small = copies && !swaps && operation_.cheap_on_rows;
+  const size_t strip_bytes = small ? kSmallStripBytes : kStripBytes;
+  const int rows = static_cast<int>(std::max<size_t>(1, strip_bytes / work.rows->RowBytes()));
+  const operations::Band band{work.shape(), 0, {0, work.height}};
+  const SmartPtr<ArrayImage> subject = ArrayImage::Of(*work.rows);
+  SmartPtr<IQEL> no_result;
+  operations::Call call{AsGiven(), engine.components(), pictures_, engine.host(),
+                        notes_,    subject.Get(),       band,      no_result.Put()};
   const py::gil_scoped_release unlocked;
   for (int y = 0; y < work.height; y += rows) {
     const int height = std::min(rows, work.height - y);
     const PixelRows strip = work.rows->Part(y, height);
-    if (copies) CopyRows(image_.rows->Part(y, height), strip);
-    const SmartPtr<ArrayImage> subject = ArrayImage::Of(strip);
+    if (copies) (small ? CopyRowsAhead : CopyRows)(image_.rows->Part(y, height), strip);
+    subject->MoveTo(strip);
     if (swaps) transform.FlipBits(subject.Get());
-    engine.RunStep(step, SmartPtr<IQEL>::Retain(subject.Get()), pictures_, notes_);
+    operations::Check(operation_, operation_.Run(call));
     if (swaps) transform.FlipBits(subject.Get());
   }
 }
