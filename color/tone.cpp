@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <numbers>
 #include <numeric>
@@ -106,7 +105,7 @@ constexpr double Log2(double x) {
 }
 
 /// log2(i / 255); for 0 a number that makes the least of all powers.
-constexpr auto kLogarithms = [] {
+alignas(64) constexpr auto kLogarithms = [] {
   std::array<float, 256> logarithms{};
   logarithms[0] = -1e9f;
   for (size_t i = 1; i < 256; ++i) {
@@ -115,36 +114,9 @@ constexpr auto kLogarithms = [] {
   return logarithms;
 }();
 
-/// values[i] = 255 (i / 255)^exponent in single precision, for exponents from 1/64 to 64.
-/// With z = exponent * log2(i / 255), cut into a whole part and a fraction from -1 to 0, and the
-/// Taylor series of 2^fraction, whose remainder is below 2e-7 of it. z is off by 1.2e-7 |z|, and
-/// 2^z |z| is at most 0.54, so the errors of z, of the series and of its eight roundings together
-/// stay below 255 * 1.5e-6 = 4e-4.
-void EstimatePowers(float exponent, float (&values)[256]) {
-  constexpr auto kTaylor = [] {
-    std::array<float, 9> terms{};
-    double term = 255;
-    for (int k = 0; k < 9; ++k) {
-      terms[static_cast<size_t>(k)] = static_cast<float>(term);
-      term *= std::numbers::ln2 / (k + 1);
-    }
-    return terms;
-  }();
-  for (size_t i = 0; i < 256; ++i) {
-    const float product = exponent * kLogarithms[i];
-    const float z = product > -126.0f ? product : -126.0f;
-    const auto whole = static_cast<int32_t>(z);
-    const float fraction = z - static_cast<float>(whole);
-    float power = kTaylor[8];
-    for (size_t k = 8; k-- > 0;) power = power * fraction + kTaylor[k];
-    values[i] = power * std::bit_cast<float>((whole + 127) << 23);
-  }
-}
-constexpr float kEstimateError = 1.0f / 1024;  // more than twice the bound
-
 /// trunc(i^exponent / scale) with scale = 255^exponent / 255, clamped to a byte, for all bytes i.
-/// Where the estimate does not lie near a whole number, it decides; about one value in a thousand
-/// is left for the mathematics library.
+/// Estimates decide where they do not lie near a whole number; about one value in 500 is left for
+/// the mathematics library.
 void FillGammaTable(float exponent, uint8_t (&table)[256]) {
   const auto power = static_cast<double>(exponent);
   const double scale = std::pow(255.0, power) / 255.0;
@@ -159,12 +131,10 @@ void FillGammaTable(float exponent, uint8_t (&table)[256]) {
     for (int i = 0; i < 256; ++i) table[i] = exactly(i);
     return;
   }
-  float values[256];
-  EstimatePowers(exponent, values);
+  uint8_t most[256];
+  ActiveToneKernels().bracket_powers(exponent, kLogarithms.data(), table, most);
   for (int i = 0; i < 256; ++i) {
-    const auto low = static_cast<int>(values[i] - kEstimateError);
-    const auto high = static_cast<int>(values[i] + kEstimateError);
-    table[i] = low == high ? static_cast<uint8_t>(low) : exactly(i);
+    if (table[i] != most[i]) table[i] = exactly(i);
   }
 }
 

@@ -3,6 +3,7 @@
 #include "image/brightness.h"
 #include "image/channel_sums.h"
 #include "image/line_lookup.h"
+#include "simd/convert.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
 
@@ -11,11 +12,17 @@ namespace {
 
 // Where bytes cannot be shuffled, plain loops are quicker.
 
-void LutBytes(uint8_t* row, size_t count, const ByteMap& map) {
-  if (!kHasTableLookupBytes && !map.line) {
-    for (size_t i = 0; i < count; ++i) row[i] = map.table[row[i]];
-    return;
+void LutBytesSingly(uint8_t* row, size_t count, const uint8_t* table) {
+  // Eight are read at once: the next ones need not wait for what was stored.
+  for (; count >= 8; count -= 8, row += 8) {
+    uint64_t old;
+    __builtin_memcpy(&old, row, sizeof(old));
+    for (size_t i = 0; i < 8; ++i) row[i] = table[old >> (8 * i) & 0xFF];
   }
+  for (size_t i = 0; i < count; ++i) row[i] = table[row[i]];
+}
+void LutBytes(uint8_t* row, size_t count, const ByteMap& map) {
+  if (!kHasTableLookupBytes && !map.line) return LutBytesSingly(row, count, map.table);
   WithLookup(map, [=](const auto& lookup) {
     ForEachBlock<1, kVectorBytes>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
       StoreU(lookup(LoadU<U8>(from)), to);
@@ -24,8 +31,11 @@ void LutBytes(uint8_t* row, size_t count, const ByteMap& map) {
 }
 void LutPixels(uint8_t* row, size_t count, const ByteMap& map) {
   if (!kHasTableLookupBytes && !map.line) {
+    const uint8_t* const table = map.table;
     for (size_t i = 0; i < count; ++i) {
-      for (size_t c = 0; c < 3; ++c) row[4 * i + c] = map.table[row[4 * i + c]];
+      uint32_t old;
+      __builtin_memcpy(&old, row + 4 * i, sizeof(old));
+      for (size_t c = 0; c < 3; ++c) row[4 * i + c] = table[old >> (8 * c) & 0xFF];
     }
     return;
   }
@@ -73,6 +83,45 @@ void ShiftGreys(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* s
     sums.upper += one;
     StoreU(Mean(sums), to);
   });
+}
+
+/// 255 * 2^z for z up to 0, z cut into a whole part and a fraction from -1 to 0. The remainder of
+/// the Taylor series is below 2e-7 of 2^fraction.
+QEL_SIMD_INLINE F32 Power(F32 z) {
+  struct Terms {
+    float of[9];
+  };
+  static constexpr Terms kTaylor = [] {
+    Terms terms{};
+    double term = 255;
+    for (int k = 0; k < 9; ++k) {
+      terms.of[k] = static_cast<float>(term);
+      term *= 0.693147180559945309 / (k + 1);
+    }
+    return terms;
+  }();
+  z = Max(z, Set<F32>(-126.0f));
+  const I32 whole = ConvertTo<I32>(z);
+  const F32 fraction = z - ConvertTo<F32>(whole);
+  F32 power = Set<F32>(kTaylor.of[8]);
+  for (int k = 7; k >= 0; --k) power = power * fraction + Set<F32>(kTaylor.of[k]);
+  return power * BitCast<F32>(ShiftLeft<23>(whole + Set<I32>(127)));
+}
+
+/// The exponent times the logarithm is off by 1.2e-7 of itself, and 2^z |z| is at most 0.54, so its
+/// error, that of the series and the roundings together stay below 255 * 1.5e-6 = 4e-4.
+void BracketPowers(float exponent, const float* logarithms, uint8_t* least, uint8_t* most) {
+  const F32 error = Set<F32>(1.0f / 1024);
+  for (size_t i = 0; i < 256; i += kVectorBytes) {
+    I32 low[4], high[4];
+    for (size_t k = 0; k < 4; ++k) {
+      const F32 power = Power(Set<F32>(exponent) * LoadU<F32>(logarithms + i + k * F32::kLanes));
+      low[k] = ConvertTo<I32>(power - error);
+      high[k] = ConvertTo<I32>(power + error);
+    }
+    StoreU(OrderedDemote4To8(low[0], low[1], low[2], low[3]), least + i);
+    StoreU(OrderedDemote4To8(high[0], high[1], high[2], high[3]), most + i);
+  }
 }
 
 /// The brightness of every three neighbours, the weights taken apart as 16 * high + low so that 16
@@ -160,13 +209,10 @@ QEL_SIMD_INLINE U32 RepeatLowBytes3(U32 v) {
 /// counts.
 template <typename Grey>
 void ReplaceBySum(uint8_t* dest, const uint8_t* source, size_t pixels, Grey&& grey) {
-  const I8 color_ones = BitCast<I8>(Set<U32>(0x00010101u));
   const U32 alpha = Set<U32>(0xFF000000u);
   ForEachBlock<4, kVectorBytes / 4>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
     const U32 old = LoadU<U32>(from);
-    const I32 sums =
-        WidenMulPairwiseAdd(SatWidenMulPairwiseAdd(BitCast<U8>(old), color_ones), Set<I16>(1));
-    StoreU((old & alpha) | RepeatLowBytes3(BitCast<U32>(grey(BitCast<I16>(sums)))), to);
+    StoreU((old & alpha) | RepeatLowBytes3(BitCast<U32>(grey(BitCast<I16>(SumsOf3In4(old))))), to);
   });
 }
 
@@ -202,6 +248,7 @@ constinit const ToneKernels kToneKernels = {
     .invert_pixels = &InvertPixels,
     .shift_bytes = &ShiftBytes,
     .shift_greys = &ShiftGreys,
+    .bracket_powers = &BracketPowers,
     .mix_bytes = &MixBytes,
     .mean3 = &Mean3,
     .mean4 = &Mean4,

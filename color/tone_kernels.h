@@ -22,6 +22,10 @@ struct ToneKernels {
   /// The rounded mean of the three channels of greys, to which the first three bytes of these
   /// patterns are added and subtracted, saturating.
   void (*shift_greys)(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract);
+  /// Bytes least[i] <= 255 (i / 255)^exponent <= most[i], truncated, for exponents from 1/64 to 64
+  /// and `logarithms[i]`, of 256, as log2(i / 255) or less. They differ only where the power lies
+  /// within 2^-9 of a whole number.
+  void (*bracket_powers)(float exponent, const float* logarithms, uint8_t* least, uint8_t* most);
   /// dest[i] = brightness of s[i], s[i + 1] and s[i + 2]; reads two bytes past `count`.
   void (*mix_bytes)(uint8_t* dest, const uint8_t* source, size_t count);
   /// The truncated mean of the colour bytes into all three; 4-byte pixels keep the source's alpha.

@@ -20,6 +20,12 @@ struct ChannelSums {
   I16 lower, upper;
 };
 
+/// The sums of the first three bytes of pixels of four, one a lane.
+QEL_SIMD_INLINE I32 SumsOf3In4(U32 pixels) {
+  const I8 color_ones = BitCast<I8>(Set<U32>(0x00010101u));
+  return WidenMulPairwiseAdd(SatWidenMulPairwiseAdd(BitCast<U8>(pixels), color_ones), Set<I16>(1));
+}
+
 /// A third of each sum, truncated: exact for sums of three bytes.
 QEL_SIMD_INLINE I16 Third(I16 sums) {
   return BitCast<I16>(MulHigh(BitCast<U16>(sums), Set<U16>(21846)));

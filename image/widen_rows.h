@@ -13,12 +13,13 @@ namespace {
 /// Vector `kPart` of bytes that are repeated three times. Every block of them makes three, which
 /// are stored without being taken apart.
 template <size_t kPart>
-QEL_SIMD_INLINE U8 Repeated3(const uint8_t* from) {
+QEL_SIMD_INLINE U8 Repeated3(U8 v) {
   static constexpr auto kPlaces =
       MakePattern<kVectorBytes>([](size_t i) { return (kPart * kVectorBytes + i) % 48 / 3; });
-  const U8 blocks =
-      GatherBlocks<U8>([=](size_t b) { return from + (kPart * kVectorBytes / 16 + b) / 3 * 16; });
-  return TableLookupBytesOr0(blocks, LoadU<U8>(kPlaces.bytes));
+  const U32 blocks = Shuffled<U32>(BitCast<U32>(v), BitCast<U32>(v), [](size_t i) {
+    return (kPart * kVectorBytes / 16 + i / 4) / 3 * 4 + i % 4;
+  });
+  return TableLookupBytesOr0(BitCast<U8>(blocks), LoadU<U8>(kPlaces.bytes));
 }
 
 inline void GreyTo24(uint8_t* dest, const uint8_t* source, size_t count) {
@@ -37,9 +38,10 @@ inline void GreyTo24(uint8_t* dest, const uint8_t* source, size_t count) {
   WalkBlocks<kVectorBytes>(
       count,
       [](uint8_t* to, const uint8_t* from) {
-        StoreU(Repeated3<0>(from), to);
-        StoreU(Repeated3<1>(from), to + kVectorBytes);
-        StoreU(Repeated3<2>(from), to + 2 * kVectorBytes);
+        const U8 v = LoadU<U8>(from);
+        StoreU(Repeated3<0>(v), to);
+        StoreU(Repeated3<1>(v), to + kVectorBytes);
+        StoreU(Repeated3<2>(v), to + 2 * kVectorBytes);
       },
       To<3>{dest}, From<1>{source});
 }

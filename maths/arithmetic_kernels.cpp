@@ -18,6 +18,20 @@ void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
 
+bool Divides(const SumFactor& scale, float divisor) {
+  const U32 most = Set<U32>(255);
+  Mask<U32> differs = Zero<U32>() != Zero<U32>();
+  for (uint32_t first = 0; first < 512; first += U32::kLanes) {
+    // The last one is no sum; it stands for the one before.
+    const U32 sums = Min(Iota<U32>(first), Set<U32>(kLargestByteSum));
+    const U32 products = ShiftRight<16>(ShiftLeft<6>(sums) * Set<U32>(scale.factor));
+    const F32 quotients = ConvertTo<F32>(BitCast<I32>(sums)) / Set<F32>(divisor);
+    const U32 expected = BitCast<U32>(ConvertTo<I32>(quotients));
+    differs = differs | (Min(ShiftRightSame(products, scale.shift), most) != Min(expected, most));
+  }
+  return AllFalse(differs);
+}
+
 void AddScaled(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
                const SumFactor& scale) {
   const I8 weights = Set<I8>(64);
@@ -184,17 +198,29 @@ void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, si
   });
 }
 
-template <size_t kBytes>
-void GreyOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+void GreyOf3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const SumMap scale(map);
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
-        U8 channels[kBytes];
-        LoadInterleaved<kBytes>(from, channels);
+        U8 channels[3];
+        LoadInterleaved<3>(from, channels);
         StoreU(scale(ChannelSums(channels)), to);
       },
-      To<1>{dest}, From<kBytes>{source});
+      To<1>{dest}, From<3>{source});
+}
+void GreyOf4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  const LinearMap scale(map);
+  WalkBlocks<kVectorBytes>(
+      count,
+      [&](uint8_t* to, const uint8_t* from) {
+        const auto scaled = [&](size_t k) {
+          const I32 sums = SumsOf3In4(LoadU<U32>(from + k * kVectorBytes));
+          return ConvertTo<I32>(scale(ConvertTo<F32>(sums)));
+        };
+        StoreU(OrderedDemote4To8(scaled(0), scaled(1), scaled(2), scaled(3)), to);
+      },
+      To<1>{dest}, From<4>{source});
 }
 
 /// The bytes of a block of 32-bit integers.
@@ -273,6 +299,7 @@ constexpr ArithmeticKernels::MixPixels kMixWhere = {
 extern const ArithmeticKernels kArithmeticKernels;
 constinit const ArithmeticKernels kArithmeticKernels = {
     .add = Choose(&Add, &one_by_one::Add),
+    .divides = &Divides,
     .add_scaled = Choose(&AddScaled, &one_by_one::AddScaled),
     .add_by_table = Choose(&AddByTable, &one_by_one::AddByTable),
     .subtract_bytes = Choose(&Subtract<false, 1>, &one_by_one::Subtract<false, 1>),
@@ -287,8 +314,8 @@ constinit const ArithmeticKernels kArithmeticKernels = {
     .map_bytes = Choose(&MapBytes, &one_by_one::MapBytes),
     .map_to_3 = Choose(&MapTo3, &one_by_one::MapTo3),
     .map_4_to_3 = Choose(&Map4To3, &one_by_one::Map4To3),
-    .grey_of_3 = Choose(&GreyOf<3>, &one_by_one::GreyOf<3>),
-    .grey_of_4 = Choose(&GreyOf<4>, &one_by_one::GreyOf<4>),
+    .grey_of_3 = Choose(&GreyOf3, &one_by_one::GreyOf<3>),
+    .grey_of_4 = Choose(&GreyOf4, &one_by_one::GreyOf<4>),
     .words_to_1 = Choose(&WordsTo1, one_by_one::WordsTo1),
     .words_to_3 = Choose(&WordsTo3, one_by_one::WordsTo3),
     .words_to_4 = Choose(&WordsTo4, one_by_one::WordsTo4),

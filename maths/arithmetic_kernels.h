@@ -41,6 +41,8 @@ struct MixWeights {
   }
 };
 
+inline constexpr int kLargestByteSum = 2 * 255;
+
 /// A factor for sums of two bytes: (64 * sum * factor >> 16) >> shift, clamped to a byte.
 struct SumFactor {
   uint16_t factor;
@@ -74,6 +76,8 @@ struct ScaleMap {
 struct ArithmeticKernels {
   /// Sums of bytes, clamped.
   void (*add)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
+  /// True if a factor gives, clamped, the truncated quotients of all sums of two bytes.
+  bool (*divides)(const SumFactor& scale, float divisor);
   /// Sums times a factor.
   void (*add_scaled)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
                      const SumFactor& scale);

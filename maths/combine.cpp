@@ -23,7 +23,7 @@ class Adder {
     // Deliberate: a divisor of 2 multiplies by four instead of halving.
     const float by = divisor == 2.0f ? 0.25f : divisor;
     has_factor_ = FindFactor(by);
-    for (int sum = 0; !has_factor_ && sum <= kLargestSum; ++sum) {
+    for (int sum = 0; !has_factor_ && sum <= kLargestByteSum; ++sum) {
       table_[sum] = ClampToByte(TruncateToInt(static_cast<float>(sum) / by));
     }
   }
@@ -35,21 +35,14 @@ class Adder {
   }
 
  private:
-  static constexpr int kLargestSum = 2 * 255;
-
   /// Finds the factor that gives the quotients of all sums.
   bool FindFactor(float divisor) {
     // Others have factors that do not fit 16 bits, or quotients that are all 0.
-    if (!(divisor > 1.0f / 64 && divisor <= kLargestSum)) return false;
+    if (!(divisor > 1.0f / 64 && divisor <= kLargestByteSum)) return false;
     float reciprocal = 1024.0f / divisor;
     for (factor_.shift = 0; reciprocal < 32768.0f; ++factor_.shift) reciprocal *= 2;
     factor_.factor = static_cast<uint16_t>(std::min(std::ceil(reciprocal), 65535.0f));
-    bool differs = false;
-    for (int sum = 0; sum <= kLargestSum; ++sum) {
-      const int quotient = static_cast<int>(static_cast<float>(sum) / divisor);
-      differs |= factor_(sum) != (quotient < 255 ? quotient : 255);
-    }
-    return !differs;
+    return ArithmeticKernelsFor(kActiveCpuLevel).divides(factor_, divisor);
   }
 
   bool clamps_only_;

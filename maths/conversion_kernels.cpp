@@ -2,6 +2,7 @@
 
 #include "image/channel_sums.h"
 #include "image/widen_rows.h"
+#include "simd/convert.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -56,9 +57,17 @@ void MeanOf(uint8_t* dest, const uint8_t* source, size_t count) {
   WalkBlocks<kVectorBytes>(
       count,
       [](uint8_t* to, const uint8_t* from) {
-        U8 channels[kBytes];
-        LoadInterleaved<kBytes>(from, channels);
-        StoreU(Mean(ChannelSums(channels)), to);
+        if constexpr (kBytes == 4) {
+          const auto means = [=](size_t k) {
+            const I32 sums = SumsOf3In4(LoadU<U32>(from + k * kVectorBytes));
+            return BitCast<I32>(Third(BitCast<I16>(sums)));
+          };
+          StoreU(OrderedDemote4To8(means(0), means(1), means(2), means(3)), to);
+        } else {
+          U8 channels[kBytes];
+          LoadInterleaved<kBytes>(from, channels);
+          StoreU(Mean(ChannelSums(channels)), to);
+        }
       },
       To<1>{dest}, From<kBytes>{source});
 }
