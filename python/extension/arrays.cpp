@@ -3,13 +3,12 @@
 #include <cstdlib>
 #include <limits>
 
-#include "operations/errors.h"
+#include "python/extension/errors.h"
 
 namespace qel::python {
 namespace {
 
 namespace py = pybind11;
-using operations::StepError;
 
 constexpr int kUint8 = 2;  // as numpy counts its types
 
@@ -20,12 +19,6 @@ py::handle Numpy(const char* name) {
 
 std::string ShapeOfArray(const py::array& array) {
   return py::str(array.attr("shape")).cast<std::string>();
-}
-
-[[noreturn]] void Refuse(std::string_view operation, std::string_view name,
-                         const std::string& message) {
-  throw StepError(std::string(operation) + ": " + std::string(name) + " " + message, operation,
-                  name);
 }
 
 /// The first of all bytes that pixels lie in, and the one behind the last.
@@ -63,32 +56,42 @@ std::string ShapeText(int width, int height, int channels) {
          (channels == 1 ? "" : ", " + std::to_string(channels)) + ")";
 }
 
+bool IsRgb(std::string_view function, py::handle order) {
+  const std::string text = py::isinstance<py::str>(order) ? order.cast<std::string>() : "";
+  if (text != "rgb" && text != "bgr") {
+    RefuseArgument(function, "order", "is \"rgb\" or \"bgr\", not " + ReprOf(order));
+  }
+  return text == "rgb";
+}
+
 PixelArray ReadArray(py::handle object, std::string_view operation, std::string_view name) {
   if (!py::isinstance<py::array>(object)) {
-    Refuse(operation, name,
-           "is a " + py::type::of(object).attr("__name__").cast<std::string>() +
-               "; an array of pixels is needed, numpy.asarray(...) makes one of many things");
+    RefuseArgument(
+        operation, name,
+        "is a " + py::type::of(object).attr("__name__").cast<std::string>() +
+            "; an array of pixels is needed, numpy.asarray(...) makes one of many things");
   }
   PixelArray pixels;
   pixels.array = py::reinterpret_borrow<py::array>(object);
   const py::array& array = pixels.array;
   if (array.dtype().num() != kUint8) {
-    Refuse(operation, name,
-           "has pixels of " + py::str(array.dtype()).cast<std::string>() +
-               "; uint8 is needed, array.astype(numpy.uint8) converts");
+    RefuseArgument(operation, name,
+                   "has pixels of " + py::str(array.dtype()).cast<std::string>() +
+                       "; uint8 is needed, array.astype(numpy.uint8) converts");
   }
   const auto dimensions = array.ndim();
   pixels.channels = dimensions == 3 ? static_cast<int>(array.shape(2)) : 1;
   const bool has_channels =
       pixels.channels == 1 ? dimensions == 2 : pixels.channels == 3 || pixels.channels == 4;
   if ((dimensions != 2 && dimensions != 3) || !has_channels) {
-    Refuse(operation, name,
-           "has the shape " + ShapeOfArray(array) + "; (h, w), (h, w, 3) or (h, w, 4) is needed");
+    RefuseArgument(
+        operation, name,
+        "has the shape " + ShapeOfArray(array) + "; (h, w), (h, w, 3) or (h, w, 4) is needed");
   }
   constexpr py::ssize_t kLargest = std::numeric_limits<int>::max() / 4;
-  if (array.size() == 0) Refuse(operation, name, "has no pixels: " + ShapeOfArray(array));
+  if (array.size() == 0) RefuseArgument(operation, name, "has no pixels: " + ShapeOfArray(array));
   if (array.shape(0) > kLargest || array.shape(1) > kLargest) {
-    Refuse(operation, name, "is too large: " + ShapeOfArray(array));
+    RefuseArgument(operation, name, "is too large: " + ShapeOfArray(array));
   }
   pixels.height = static_cast<int>(array.shape(0));
   pixels.width = static_cast<int>(array.shape(1));

@@ -28,6 +28,10 @@ struct PixelArray {
   }
 };
 
+/// Reads the argument `order` of a function, "rgb" or "bgr". Throws `operations::StepError` for
+/// anything else.
+bool IsRgb(std::string_view function, pybind11::handle order);
+
 /// Looks at the argument `name` of `operation`. Throws `operations::StepError` for what is no such
 /// array.
 PixelArray ReadArray(pybind11::handle object, std::string_view operation, std::string_view name);

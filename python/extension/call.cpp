@@ -1,47 +1,30 @@
 #include "python/extension/call.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
-#include <cstdio>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
 
-#include "operations/arguments.h"
 #include "operations/errors.h"
 #include "operations/python_line.h"
 #include "python/extension/arrays.h"
+#include "python/extension/call_arguments.h"
 #include "python/extension/errors.h"
-#include "python/extension/maps.h"
 #include "python/extension/runtime.h"
 
 namespace qel::python {
 namespace {
 
 namespace py = pybind11;
-using operations::Arguments;
 using operations::ChannelOrder;
-using operations::Kind;
 using operations::Operation;
-using operations::Parameter;
 using operations::Reach;
-using operations::StepError;
 
 /// Below, giving the interpreter up for others costs more than the operation.
 constexpr int64_t kPixelsWorthUnlocking = 4096;
 /// Parts of the second and of the first cache of a core.
 constexpr size_t kStripBytes = 256 * 1024;
 constexpr size_t kSmallStripBytes = 8 * 1024;
-
-/// Colors exchange their ends for pixels in the order red, green, blue.
-double SwapEnds(double color) {
-  const auto value = static_cast<uint32_t>(color);
-  return (value & 0xFF) << 16 | (value & 0xFF00) | value >> 16;
-}
-
-std::string TextOf(py::handle number) { return py::repr(number).cast<std::string>(); }
 
 /// The images of arrays that are second pictures, by the names of their parameters.
 class ArraySource final : public operations::PictureSource {
@@ -62,41 +45,24 @@ class Runner {
       : call_(call),
         operation_(call.operation),
         image_(ReadArray(call.image, operation_.name, "image")),
-        arguments_(operation_) {
-    ReadOrder();
-    if (!operation_.WorksOn(image_.shape().bits)) {
-      RefuseChannels();
-    }
-    if (!call.map.is_none()) map_ = MakeCallerMap(call.map, operation_.name);
-    arguments_.SetMap(map_.transform.Get());
-    for (size_t i = 0; i < operation_.parameters.size(); ++i) {
-      const Parameter& parameter = operation_.parameters[i];
-      const py::handle value = call.values[i];
-      if (!value.is_none() && !SetByMap(parameter, value)) SetArgument(parameter, value);
-    }
-    arguments_.Complete();
+        rgb_(IsRgb(operation_.name, call.order)),
+        swaps_(MustSwap()),
+        given_(call, rgb_ && !swaps_ && image_.channels > 1) {
+    if (!operation_.WorksOn(image_.shape().bits)) RefuseChannels();
   }
 
   py::object Run();
   operations::Border Border() const { return operation_.BorderOf(AsGiven(), image_.shape()); }
 
  private:
-  operations::Given AsGiven() const { return {operation_.name, arguments_}; }
+  operations::Given AsGiven() const { return {operation_.name, given_.arguments()}; }
   [[noreturn]] void Refuse(std::string_view argument, const std::string& message) const {
-    throw StepError(std::string(operation_.name) + ": " + std::string(argument) + " " + message,
-                    operation_.name, argument);
+    RefuseArgument(operation_.name, argument, message);
   }
 
   [[noreturn]] void RefuseChannels() const;
 
-  void ReadOrder();
-  void SetArgument(const Parameter& parameter, py::handle value);
-  void SetColor(std::string_view name, py::handle value);
-  void SetPaint(std::string_view name, py::handle value);
-  void SetNumbers(std::string_view name, py::handle value);
-  void SetPicture(const Parameter& parameter, py::handle value);
-  bool SetByMap(const Parameter& parameter, py::handle value);
-
+  bool MustSwap() const;
   operations::Shape ResultShape() const;
   void CheckOut(const operations::Shape& shape);
   void PreparePictures();
@@ -113,14 +79,12 @@ class Runner {
   const FunctionCall& call_;
   const Operation& operation_;
   PixelArray image_;
-  Arguments arguments_;
-  bool rgb_ = true;      ///< the order of the arrays
-  bool swaps_ = false;   ///< pixels with channels are put in order for the operation
+  bool rgb_;    ///< the order of the arrays
+  bool swaps_;  ///< pixels with channels are put in order for the operation
+  CallArguments given_;
   bool unlocks_ = true;  ///< other threads may run meanwhile
   Reach reach_ = Reach::kRows;
   std::optional<PixelArray> out_;
-  CallerMap map_;
-  std::vector<std::pair<std::string_view, PixelArray>> seconds_;
   ArraySource pictures_;
   std::vector<std::string> notes_;
 };
@@ -134,152 +98,17 @@ void Runner::RefuseChannels() const {
   Refuse("image", "has " + std::to_string(image_.channels) + " channels, it works on " + taken);
 }
 
-void Runner::ReadOrder() {
-  const std::string order =
-      py::isinstance<py::str>(call_.order) ? call_.order.cast<std::string>() : "";
-  if (order != "rgb" && order != "bgr") {
-    Refuse("order", "is \"rgb\" or \"bgr\", not " + TextOf(call_.order));
-  }
-  rgb_ = order == "rgb";
+bool Runner::MustSwap() const {
   const ChannelOrder wanted = operation_.channel_order;
   // Greys may get colors from the arguments.
-  swaps_ = rgb_ && (wanted == ChannelOrder::kBlueGreenRed ||
-                    (wanted == ChannelOrder::kAlikeWithoutAlpha && image_.channels == 4));
-}
-
-void Runner::SetColor(std::string_view name, py::handle value) {
-  double color = 0;
-  if (py::isinstance<py::str>(value)) {
-    Arguments parsed(operation_);
-    parsed.Set(name, value.cast<std::string>());
-    color = parsed.Number(name);
-  } else {
-    std::array<int, 3> channels{-1, -1, -1};
-    try {
-      channels = value.cast<std::array<int, 3>>();
-    } catch (const py::cast_error&) {
-    }
-    for (const int channel : channels) {
-      if (channel < 0 || channel > 255) {
-        Refuse(name, "takes \"#RRGGBB\" or (red, green, blue) from 0 to 255, not " + TextOf(value));
-      }
-      color = color * 256 + channel;
-    }
-  }
-  // The module sees blue where the pixels have red.
-  const bool exchanged = rgb_ && !swaps_ && image_.channels > 1;
-  arguments_.Set(name, exchanged ? SwapEnds(color) : color);
-}
-
-/// Colors with alpha, or by name; composed steps get their pixels in order and need no exchange.
-void Runner::SetPaint(std::string_view name, py::handle value) {
-  if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, value.cast<std::string>());
-  std::vector<int> channels;
-  try {
-    channels = value.cast<std::vector<int>>();
-  } catch (const py::cast_error&) {
-  }
-  const bool all_bytes =
-      std::ranges::all_of(channels, [](int channel) { return channel >= 0 && channel <= 255; });
-  if (!all_bytes || (channels.size() != 3 && channels.size() != 4)) {
-    Refuse(name, "takes text, or (red, green, blue) or (red, green, blue, alpha) from 0 to 255, " +
-                     std::string("not ") + TextOf(value));
-  }
-  std::string text = "#";
-  for (const int channel : channels) {
-    char digits[3];
-    std::snprintf(digits, sizeof(digits), "%02X", static_cast<unsigned>(channel) & 0xFF);
-    text += digits;
-  }
-  arguments_.Set(name, std::move(text));
-}
-
-/// Numbers of any nesting as text; rows become rows.
-void Runner::SetNumbers(std::string_view name, py::handle value) {
-  if (py::isinstance<py::str>(value)) return arguments_.Set(name, value.cast<std::string>());
-  const auto given = py::array::ensure(value);
-  if (!given || std::string_view("iufb").find(given.dtype().kind()) == std::string_view::npos) {
-    Refuse(name, "takes numbers, not " + TextOf(value));
-  }
-  const auto array = py::array_t<double, py::array::c_style | py::array::forcecast>(given);
-  const py::ssize_t row = array.ndim() == 2 ? array.shape(1) : array.size();
-  std::string text;
-  for (py::ssize_t i = 0; i < array.size(); ++i) {
-    char number[32];
-    const auto [end, error] = std::to_chars(number, std::end(number), array.data()[i]);
-    text.append(i > 0 && i % row == 0 ? "; " : " ").append(number, end);
-  }
-  arguments_.Set(name, std::move(text));
-}
-
-void Runner::SetPicture(const Parameter& parameter, py::handle value) {
-  const std::string name = operations::PythonName(parameter.name);
-  seconds_.emplace_back(parameter.name, ReadArray(value, operation_.name, name));
-  arguments_.Set(parameter.name, std::string(parameter.name));
-}
-
-void Runner::SetArgument(const Parameter& parameter, py::handle value) {
-  std::string_view name = parameter.name;
-  if (rgb_ && !swaps_ && image_.channels > 1) {
-    if (name == operation_.swapped[0]) {
-      name = operation_.swapped[1];
-    } else if (name == operation_.swapped[1]) {
-      name = operation_.swapped[0];
-    }
-  }
-  switch (parameter.kind) {
-    case Kind::kInt:
-    case Kind::kNumber:
-    case Kind::kExtent:
-    case Kind::kFlag:
-    case Kind::kChoice: {
-      if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, value.cast<std::string>());
-      const double number = PyFloat_AsDouble(value.ptr());
-      if (number == -1 && PyErr_Occurred()) {
-        PyErr_Clear();
-        Refuse(operations::PythonName(name),
-               "takes " + operations::DescribeValues(parameter) + ", not " + TextOf(value));
-      }
-      return arguments_.Set(name, number);
-    }
-    case Kind::kColor:
-      return SetColor(name, value);
-    case Kind::kNumbers:
-      return SetNumbers(name, value);
-    case Kind::kPaint:
-      return SetPaint(name, value);
-    case Kind::kPoint:
-      if (PyTuple_Check(value.ptr()) && PyTuple_Size(value.ptr()) == 2) {
-        const auto point = value.cast<py::tuple>();
-        return arguments_.Set(name, py::str(point[0]).cast<std::string>() + "," +
-                                        py::str(point[1]).cast<std::string>());
-      }
-      [[fallthrough]];
-    case Kind::kText:
-      if (!PyUnicode_Check(value.ptr())) {
-        Refuse(operations::PythonName(name),
-               "takes " + operations::DescribeValues(parameter) + ", not " + TextOf(value));
-      }
-      return arguments_.Set(name, value.cast<std::string>());
-    case Kind::kPicture:
-      return SetPicture(parameter, value);
-  }
-}
-
-/// An array of positions says how large the new picture is, unless the caller does.
-bool Runner::SetByMap(const Parameter& parameter, py::handle value) {
-  const int extent = parameter.name == "width"    ? map_.width
-                     : parameter.name == "height" ? map_.height
-                                                  : 0;
-  if (extent == 0 || !value.equal(py::int_(0))) return false;
-  arguments_.Set(parameter.name, extent);
-  return true;
+  return rgb_ && (wanted == ChannelOrder::kBlueGreenRed ||
+                  (wanted == ChannelOrder::kAlikeWithoutAlpha && image_.channels == 4));
 }
 
 operations::Shape Runner::ResultShape() const {
   const auto second = [&](const std::string& given) {
     // Second pictures are called by their arguments.
-    return std::ranges::find(seconds_, given, &decltype(seconds_)::value_type::first)
+    return std::ranges::find(given_.seconds(), given, &CallArguments::Second::first)
         ->second.shape();
   };
   return operation_.ResultShape(AsGiven(), image_.shape(), second);
@@ -298,7 +127,7 @@ void Runner::CheckOut(const operations::Shape& shape) {
   if (!SamePixels(*out_, image_) && ShareMemory(*out_, image_)) {
     Refuse("out", "overlaps the image; pass the image itself, or another array");
   }
-  for (const auto& [name, pixels] : seconds_) {
+  for (const auto& [name, pixels] : given_.seconds()) {
     if (ShareMemory(*out_, pixels)) {
       Refuse("out", "overlaps " + operations::PythonName(name) + "; pass another array");
     }
@@ -314,7 +143,7 @@ void Runner::Warn(const char* reason) const {
 
 /// Images of the second pictures: where they are, or copied once.
 void Runner::PreparePictures() {
-  for (auto& [name, pixels] : seconds_) {
+  for (auto& [name, pixels] : given_.seconds()) {
     const bool swaps = swaps_ && pixels.channels > 1;
     if (!pixels.rows || swaps) pixels = CopyOf(pixels);
     if (swaps) SwapChannels(pixels);
@@ -329,7 +158,7 @@ void Runner::SwapChannels(const PixelArray& pixels) const {
 }
 
 SmartPtr<IQEL> Runner::Execute(IQEL* subject, ArrayImage* next) {
-  const operations::Step step{&operation_, arguments_, {}};
+  const operations::Step step{&operation_, given_.arguments(), {}};
   const operations::Engine& engine = Runtime::Get().engine();
   SmartPtr<IQEL> result;
   {
@@ -340,7 +169,7 @@ SmartPtr<IQEL> Runner::Execute(IQEL* subject, ArrayImage* next) {
     if (operation_.random) random_numbers.emplace();
     result = engine.RunStep(step, SmartPtr<IQEL>::Retain(subject), pictures_, notes_);
   }
-  map_.Check();
+  given_.map().Check();
   for (const std::string& note : notes_) WarnOfNote(note);
   return result;
 }
@@ -369,7 +198,7 @@ bool Runner::WorksByStrips(const operations::Shape& shape) const {
   const operations::Border border = Border();
   const bool same_shape = shape.bits == 8 * image_.channels;
   return border.rows == 0 && border.columns == 0 && same_shape && reach_ == Reach::kRows &&
-         image_.rows && seconds_.empty() && !operation_.random && !operation_.composed() &&
+         image_.rows && given_.seconds().empty() && !operation_.random && !operation_.composed() &&
          image_.rows->RowBytes() * static_cast<size_t>(image_.height) > 2 * kStripBytes;
 }
 
@@ -455,7 +284,7 @@ py::object Runner::Run() {
   CheckOut(shape);
   if (!shape.HasBytes()) Refuse("image", "would become " + shape.Bits() + " deep");
   reach_ = operation_.ReachOf(AsGiven(), image_.shape());
-  unlocks_ = !map_.calls_python &&
+  unlocks_ = !given_.map().calls_python &&
              (operation_.random || int64_t{image_.width} * image_.height > kPixelsWorthUnlocking);
   if (swaps_ && image_.channels > 1) {
     Warn("their channels must be in the order blue, green, red");

@@ -74,6 +74,14 @@ void TranslateErrors(std::string_view operation) {
   }
 }
 
+void RefuseArgument(std::string_view operation, std::string_view argument,
+                    const std::string& message) {
+  throw operations::StepError(std::string(operation) + ": " + std::string(argument) + " " + message,
+                              operation, argument);
+}
+
+std::string ReprOf(py::handle object) { return py::repr(object).cast<std::string>(); }
+
 void WarnOfCopy(std::string_view operation, const std::string& what) {
   Warn(KnownClasses().copy_warning, std::string(operation) + ": " + what);
 }

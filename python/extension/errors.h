@@ -16,6 +16,13 @@ void UseErrorsOf(const pybind11::module_& module);
 /// operation unless the exception knows a better one. Throws `pybind11::error_already_set`.
 void TranslateErrors(std::string_view operation);
 
+/// Ends a call with an error about one of its arguments: "median: size `message`".
+[[noreturn]] void RefuseArgument(std::string_view operation, std::string_view argument,
+                                 const std::string& message);
+
+/// An object as Python writes it, for messages.
+std::string ReprOf(pybind11::handle object);
+
 /// Warns that pixels of `operation` are copied, and why: silent unless the user turned
 /// `CopyWarning` on. Throws when warnings are errors.
 void WarnOfCopy(std::string_view operation, const std::string& what);

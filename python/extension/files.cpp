@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "operations/errors.h"
 #include "pictures/atomic_file.h"
 #include "pictures/picture_file.h"
 #include "python/extension/arrays.h"
@@ -22,14 +21,6 @@ void SwapChannels(const PixelArray& pixels) {
   Runtime::Get().engine().components().transform->FlipBits(image.Get());
 }
 
-bool IsRgb(std::string_view function, const std::string& order) {
-  if (order != "rgb" && order != "bgr") {
-    throw operations::StepError(
-        std::string(function) + ": order is \"rgb\" or \"bgr\", not " + order, function, "order");
-  }
-  return order == "rgb";
-}
-
 py::array Decode(std::span<const uint8_t> file, const std::string& name, bool rgb) {
   PixelArray pixels;
   const pictures::Allocate allocate = [&](const pictures::PictureInfo& info) {
@@ -43,7 +34,7 @@ py::array Decode(std::span<const uint8_t> file, const std::string& name, bool rg
   return pixels.array;
 }
 
-py::array ImRead(const std::string& path, const std::string& order) {
+py::array ImRead(const std::string& path, py::handle order) {
   try {
     const bool rgb = IsRgb("imread", order);
     std::vector<uint8_t> file;
@@ -58,13 +49,12 @@ py::array ImRead(const std::string& path, const std::string& order) {
   }
 }
 
-py::array ImDecode(const py::buffer& data, const std::string& order) {
+py::array ImDecode(const py::buffer& data, py::handle order) {
   try {
     const bool rgb = IsRgb("imdecode", order);
     const py::buffer_info info = data.request();
     if (info.ndim != 1 || info.itemsize != 1 || (info.size > 1 && info.strides[0] != 1)) {
-      throw operations::StepError("imdecode: data must be the bytes of a picture file", "imdecode",
-                                  "data");
+      RefuseArgument("imdecode", "data", "must be the bytes of a picture file");
     }
     return Decode({static_cast<const uint8_t*>(info.ptr), static_cast<size_t>(info.size)}, "data",
                   rgb);
@@ -75,16 +65,14 @@ py::array ImDecode(const py::buffer& data, const std::string& order) {
 }
 
 std::vector<uint8_t> Encode(std::string_view function, const std::string& name, py::handle image,
-                            const std::string& order, std::optional<int> quality) {
+                            py::handle order, std::optional<int> quality) {
   const bool rgb = IsRgb(function, order);
   PixelArray pixels = ReadArray(image, function, "image");
   pictures::WriteOptions options;
   if (quality) {
     if (*quality < 0 || *quality > 100) {
-      throw operations::StepError(std::string(function) +
-                                      ": quality is a number from 0 to 100, not " +
-                                      std::to_string(*quality),
-                                  function, "quality");
+      RefuseArgument(function, "quality",
+                     "is a number from 0 to 100, not " + std::to_string(*quality));
     }
     options.jpeg_quality = std::max(1, *quality);
     options.webp_quality = *quality;
@@ -99,7 +87,7 @@ std::vector<uint8_t> Encode(std::string_view function, const std::string& name, 
   return pictures::EncodePicture(name, view, {}, options).file;
 }
 
-void ImWrite(const std::string& path, py::handle image, const std::string& order,
+void ImWrite(const std::string& path, py::handle image, py::handle order,
              std::optional<int> quality) {
   try {
     const std::vector<uint8_t> file = Encode("imwrite", path, image, order, quality);
@@ -111,7 +99,7 @@ void ImWrite(const std::string& path, py::handle image, const std::string& order
   }
 }
 
-py::bytes ImEncode(const std::string& extension, py::handle image, const std::string& order,
+py::bytes ImEncode(const std::string& extension, py::handle image, py::handle order,
                    std::optional<int> quality) {
   try {
     const std::vector<uint8_t> file =

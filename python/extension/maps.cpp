@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "host/host_object.h"
-#include "operations/errors.h"
+#include "python/extension/errors.h"
 
 namespace qel::python {
 namespace {
@@ -86,11 +86,9 @@ CallerMap MakeCallerMap(py::handle object, std::string_view operation) {
   Positions positions = Positions::ensure(object);
   if (!positions || positions.ndim() != 3 || positions.shape(2) != 2 || positions.size() == 0) {
     PyErr_Clear();
-    throw operations::StepError(
-        std::string(operation) +
-            ": map takes a function of x and y, or an array of shape (h, w, 2) with the x and y "
-            "of every pixel",
-        operation, "map");
+    RefuseArgument(operation, "map",
+                   "takes a function of x and y, or an array of shape (h, w, 2) with the x and y "
+                   "of every pixel");
   }
   map.height = static_cast<int>(positions.shape(0));
   map.width = static_cast<int>(positions.shape(1));
