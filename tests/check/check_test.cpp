@@ -7,6 +7,7 @@
 #include "check/elf_symbols.h"
 #include "check/interface_table.h"
 #include "reference/rng.h"
+#include "tests/support/module_under_test.h"
 #include "tests/support/tool.h"
 
 namespace qel::test {
@@ -286,7 +287,8 @@ TEST_F(Checkers, InspectTellsComponentsAndSlots) {
         "IQELMaths  2916D602-45130000-00000000-00000000", "this processor has  sse2"}) {
     EXPECT_NE(text.find(part), std::string::npos) << part << text;
   }
-  for (const std::string level : {"sse2", "avx2", "avx512", "avx512vbmi"}) {
+  for (int i = 0; i < kCpuLevelCount; ++i) {
+    const std::string level = LevelName(static_cast<CpuLevel>(i));
     EXPECT_NE(Check("inspect " + Built("tests/modules/QELMaths_" + level + ".so"))
                   .output.find("level in use        " + level + "\n"),
               std::string::npos);

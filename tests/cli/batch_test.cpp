@@ -633,18 +633,9 @@ TEST(Operations, GiveEveryPictureTheSameAndLeaveSecondPicturesAlone) {
   }
 }
 
-/// Sanitizers hold memory of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMeasuresMemory = false;
-#else
-constexpr bool kMeasuresMemory = true;
-#endif
-
 /// A file of noise that is larger than what a run holds of it.
 class OneLarge : public Bulk {
  protected:
-  Outcome Shell(const std::string& command) { return RunShell(command, folder_); }
-
   void MakeLarge(int width, int height) {
     const std::string size = std::to_string(width) + " " + std::to_string(height);
     Shell("printf 'P6\\n" + size + "\\n255\\n' > large.ppm; head -c " +
@@ -677,7 +668,7 @@ TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
       EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
       EXPECT_EQ(
           Shell("test -f first || cp " + c.output + " first; cmp first " + c.output).exit_code, 0);
-      if (!kMeasuresMemory) continue;
+      if (test::kSanitized) continue;  // which hold memory of their own
       const double told = NumberAfter(dry.output, "at most about ");
       // A tenth, or what libraries may or may not hold.
       EXPECT_NEAR(NumberAfter(outcome.output, "memory at its peak "), told,

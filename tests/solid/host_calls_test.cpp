@@ -114,18 +114,15 @@ class HostCalls : public OperationTest {
   void Expect(const std::string& operation, const Kind& kind, int count, Call call) {
     TestHost& host = TestHost::Instance();
     Rng rng(1);
-    std::vector<SmartPtr<TestImage>> images;
-    std::vector<IQELImage*> pointers;
+    TestImages given;
     for (int i = 0; i < count; ++i) {
-      images.push_back(
-          TestImage::Make(Raster(rng, kind.width, 7, kind.bit_count, kind.model, {}, 2)));
-      images.back()->log_name = std::to_string(i);
-      pointers.push_back(images.back().Get());
+      given.Add(Raster(rng, kind.width, 7, kind.bit_count, kind.model, {}, 2));
+      given.images.back()->log_name = std::to_string(i);
     }
     SmartPtr<IQEL> result;
     host.Reset();
     host.logging = true;
-    call(pointers, result.Put());
+    call(given.pointers, result.Put());
     EXPECT_EQ(Spell(host.log), StatedFor(operation, kind.name)) << operation << ", " << kind.name;
     host.Reset();
   }

@@ -79,16 +79,14 @@ class HostFaults : public OperationTest {
     {
       Rng rng(7);
       std::vector<Raster> before;
-      std::vector<SmartPtr<TestImage>> images;
-      std::vector<IQELImage*> pointers;
+      TestImages given;
       for (int i = 0; i < operation.images; ++i) {
         before.push_back(RandomRaster(rng, shape.width, shape.height, depth));
         if (operation.name == "Scale8" && depth == 32) before.back().model = kModelMono;
         if (i == 0 && CreatesGivenImage(operation) && host.keeps_pixels) {
           before.back() = host.new_image;
         }
-        images.push_back(TestImage::Make(before.back()));
-        pointers.push_back(images.back().Get());
+        given.Add(before.back());
       }
       SmartPtr<IQEL> result;
       host.calls = 0;
@@ -97,7 +95,7 @@ class HostFaults : public OperationTest {
         const FailingMemory memory(reinterpret_cast<const void*>(module_->create_function),
                                    refused);
         try {
-          aftermath.code = operation.call(*module_, pointers, result.Put());
+          aftermath.code = operation.call(*module_, given.pointers, result.Put());
         } catch (const TestHost::Exception&) {
           aftermath.thrown = true;
         }
@@ -112,11 +110,11 @@ class HostFaults : public OperationTest {
       };
       if (result) keep(static_cast<TestImage*>(result.Get())->raster);
       result.Reset();
-      for (size_t i = 0; i < images.size(); ++i) {
-        keep(images[i]->raster);
-        EXPECT_EQ(images[i]->references(), 1u) << "references of image " << i;
+      for (size_t i = 0; i < given.images.size(); ++i) {
+        keep(given.images[i]->raster);
+        EXPECT_EQ(given.images[i]->references(), 1u) << "references of image " << i;
         if (static_cast<int>(i) >= operation.changed_images) {
-          EXPECT_EQ(images[i]->raster.Difference(before[i]), "")
+          EXPECT_EQ(given.images[i]->raster.Difference(before[i]), "")
               << "image " << i << " is only read";
         }
       }
@@ -352,16 +350,11 @@ TEST_P(HostFaults, EmptyAndAbsurdShapesAreHarmless) {
       {70000, 70000, 0}, {INT32_MAX, 3, 0}, {3, INT32_MAX, 0}, {20, 20, 0}};
   const auto call = [&](const OperationCall& operation, const Raster& raster) {
     SCOPED_TRACE(operation.name + ", " + raster.Describe());
-    std::vector<SmartPtr<TestImage>> images;
-    std::vector<IQELImage*> pointers;
-    for (int i = 0; i < operation.images; ++i) {
-      images.push_back(TestImage::Make(raster));
-      pointers.push_back(images.back().Get());
-    }
+    const TestImages given(std::vector(static_cast<size_t>(operation.images), raster));
     SmartPtr<IQEL> result;
-    operation.call(*module_, pointers, result.Put());
+    operation.call(*module_, given.pointers, result.Put());
     result.Reset();
-    for (const auto& image : images) EXPECT_EQ(image->references(), 1u);
+    for (const auto& image : given.images) EXPECT_EQ(image->references(), 1u);
   };
   for (const OperationCall& operation : AllOperationCalls()) {
     for (const int depth : {0, 1, 4, 7, 8, 16, 24, 25, 32, 33, 64}) {

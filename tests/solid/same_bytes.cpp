@@ -42,17 +42,12 @@ class Digest {
 /// Fresh images round a call, and what the call leaves of them.
 template <typename Image, typename Call>
 uint64_t Outcome(const std::vector<Raster>& inputs, Call&& call) {
-  std::vector<SmartPtr<TestImage>> images;
-  std::vector<Image*> pointers;
-  for (const Raster& input : inputs) {
-    images.push_back(TestImage::Make(input));
-    pointers.push_back(images.back().Get());
-  }
+  const TestImages<Image> given(inputs);
   SmartPtr<IQEL> result;
   std::srand(1);
   Digest digest;
-  digest.Add(static_cast<uint64_t>(call(pointers, result.Put())));
-  for (const auto& image : images) digest.Add(image->raster.Memory());
+  digest.Add(static_cast<uint64_t>(call(given.pointers, result.Put())));
+  for (const auto& image : given.images) digest.Add(image->raster.Memory());
   if (result) digest.Add(static_cast<TestImage*>(result.Get())->raster.Memory());
   return digest.value();
 }

@@ -114,16 +114,14 @@ class StackDepth : public OperationTest {
  protected:
   void ExpectShallow(const OperationCall& operation, const Shape& shape) {
     Rng rng(5);
-    std::vector<SmartPtr<TestImage>> images;
-    std::vector<IQELImage*> pointers;
+    TestImages given;
     for (int i = 0; i < operation.images; ++i) {
-      images.push_back(
-          TestImage::Make(RandomRaster(rng, shape.width, shape.height, shape.bit_count)));
-      pointers.push_back(images.back().Get());
+      given.Add(RandomRaster(rng, shape.width, shape.height, shape.bit_count));
     }
     SmartPtr<IQEL> result;
-    const int64_t depth = stack_.Depth([&] { operation.call(*module_, pointers, result.Put()); });
-    EXPECT_LE(depth, 64 * 1024) << operation.name << ", " << images[0]->raster.Describe();
+    const int64_t depth =
+        stack_.Depth([&] { operation.call(*module_, given.pointers, result.Put()); });
+    EXPECT_LE(depth, 64 * 1024) << operation.name << ", " << given.images[0]->raster.Describe();
   }
 
  private:

@@ -7,8 +7,8 @@
 
 #include "host/host_collection.h"
 #include "host/module_library.h"
-#include "reference/rng.h"
 #include "tests/support/build_paths.h"
+#include "tests/support/host_images.h"
 #include "tests/support/operation_calls.h"
 #include "tests/support/sanitized.h"
 
@@ -35,30 +35,11 @@ class Program {
 };
 
 SmartPtr<host::HostImage> NoisyImage(int depth, uint64_t seed) {
-  auto image = host::HostImage::Make({.clear = true});
-  image->Create(40, 30, 1, depth, depth == 24 ? kModelBgr : depth == 32 ? kModelArgb : kModelMono);
-  Rng rng(seed);
-  for (int y = 0; y < image->height(); ++y) {
-    for (int64_t i = 0; i < image->RowBytes(); ++i) {
-      image->Row(y)[i] = static_cast<uint8_t>(rng.Next());
-    }
-  }
-  return image;
-}
-
-/// All bytes of an image's rows.
-std::string Content(IQEL* image) {
-  int width = 0, height = 0, planes = 0, bits = 0, stride = 0, unread = 0;
-  uint32_t model = 0;
-  uint8_t* row = nullptr;
-  image->GetSize(&width, &height, &planes);
-  image->GetFormat(&bits, &model, &unread);
-  image->GetBits(0, &unread, &row, &stride);
-  std::string content = std::to_string(width) + "x" + std::to_string(bits) + ":";
-  for (int y = 0; row != nullptr && y < height; ++y, row += stride) {
-    content.append(reinterpret_cast<const char*>(row), static_cast<size_t>((width * bits + 7) / 8));
-  }
-  return content;
+  return test::NoisyImage(40, 30, depth,
+                    depth == 24   ? kModelBgr
+                    : depth == 32 ? kModelArgb
+                                  : kModelMono,
+                    seed);
 }
 
 void RunOnThreads(const std::function<void(int thread)>& work) {
@@ -85,8 +66,8 @@ std::string Outcome(const ComponentSet& components, const OperationCall& operati
   }
   SmartPtr<IQEL> result;
   operation.call(components, images, result.Put());
-  std::string outcome = result ? Content(result.Get()) : "";
-  for (const auto& image : own) outcome += Content(image.Get());
+  std::string outcome = result ? Content(*result.Get()) : "";
+  for (const auto& image : own) outcome += Content(*image.Get());
   return outcome;
 }
 

@@ -634,14 +634,10 @@ std::string PlainOutcome::DifferenceByMethods(const ForcedPlans& plans,
 }
 
 std::string PlainOutcome::Compared(const ComponentSet& components) const {
-  std::vector<SmartPtr<TestImage>> images;
-  std::vector<TestImage*> pointers;
-  for (const Raster& input : paired_.inputs) {
-    images.push_back(TestImage::Make(input));
-    pointers.push_back(images.back().Get());
-  }
+  const TestImages<TestImage> given(paired_.inputs);
+  const auto& images = given.images;
   SmartPtr<IQEL> result;
-  const result_t code = paired_.call.module(components, pointers, result.Put());
+  const result_t code = paired_.call.module(components, given.pointers, result.Put());
   if (code != code_) {
     return "result code " + std::to_string(code) + ", not " + std::to_string(code_);
   }

@@ -2,6 +2,8 @@
 #define QEL_TESTS_SUPPORT_TEST_HOST_H_
 
 #include <atomic>
+#include <utility>
+#include <vector>
 
 #include "host/instrumented_host.h"
 #include "qel/qel.h"
@@ -58,6 +60,21 @@ class TestImage final : public IQELImageDIB {
 
   std::atomic<uint32_t> count_{1};
   PalettePart* palette_part_;
+};
+
+/// Images of a call, and pointers to them as operations take them.
+template <typename Image = IQELImage>
+struct TestImages {
+  TestImages() = default;
+  explicit TestImages(const std::vector<Raster>& rasters) {
+    for (const Raster& raster : rasters) Add(raster);
+  }
+  void Add(Raster raster) {
+    images.push_back(TestImage::Make(std::move(raster)));
+    pointers.push_back(images.back().Get());
+  }
+  std::vector<SmartPtr<TestImage>> images;
+  std::vector<Image*> pointers;
 };
 
 }  // namespace qel::test
