@@ -140,7 +140,11 @@ def takes_map(row: dict[str, Any]) -> bool:
 
 def wrapped(text: str, indent: int = 4, hanging: int = 4) -> str:
     return textwrap.fill(
-        text, 99, initial_indent=" " * indent, subsequent_indent=" " * (indent + hanging)
+        text,
+        99,
+        initial_indent=" " * indent,
+        subsequent_indent=" " * (indent + hanging),
+        break_on_hyphens=False,
     )
 
 
@@ -163,7 +167,8 @@ def docstring(row: dict[str, Any], shape: str) -> str:
         wrapped("out: array for the result, of its shape; may be image itself. Default: a new one.")
     )
     lines.append(wrapped('order: of the channels, "rgb" or "bgr", alpha last.'))
-    lines += ["", wrapped("Returns: the result, uint8.", hanging=0)]
+    returned = "of the image's shape" if row["keeps_shape"] else "its shape follows from the arguments"
+    lines += ["", wrapped(f"Returns: uint8, {returned}.", hanging=0)]
     for note in (row["note"], ORDERS[row["order"]]):
         if note:
             lines += ["", wrapped("Note: " + note, hanging=0)]

@@ -21,6 +21,21 @@ std::string ShapeOfArray(const py::array& array) {
   return py::str(array.attr("shape")).cast<std::string>();
 }
 
+/// How arrays of another type become bytes, by the range that is usual for their type.
+const char* ToBytes(const py::dtype& type) {
+  switch (type.kind()) {
+    case 'b':
+      return "array.astype(numpy.uint8) * 255 makes False black and True white";
+    case 'f':
+      return "(array * 255).round().astype(numpy.uint8) converts values from 0 to 1";
+    case 'u':
+      if (type.itemsize() == 2) return "(array // 257).astype(numpy.uint8) converts 16 bits";
+      [[fallthrough]];
+    default:
+      return "array.astype(numpy.uint8) converts values from 0 to 255";
+  }
+}
+
 /// The first of all bytes that pixels lie in, and the one behind the last.
 std::pair<uintptr_t, uintptr_t> BytesOf(const py::array& array) {
   auto begin = reinterpret_cast<uintptr_t>(array.data());
@@ -77,16 +92,18 @@ PixelArray ReadArray(py::handle object, std::string_view operation, std::string_
   if (array.dtype().num() != kUint8) {
     RefuseArgument(operation, name,
                    "has pixels of " + py::str(array.dtype()).cast<std::string>() +
-                       "; uint8 is needed, array.astype(numpy.uint8) converts");
+                       "; uint8 is needed, " + ToBytes(array.dtype()));
   }
   const auto dimensions = array.ndim();
   pixels.channels = dimensions == 3 ? static_cast<int>(array.shape(2)) : 1;
   const bool has_channels =
       pixels.channels == 1 ? dimensions == 2 : pixels.channels == 3 || pixels.channels == 4;
   if ((dimensions != 2 && dimensions != 3) || !has_channels) {
-    RefuseArgument(
-        operation, name,
-        "has the shape " + ShapeOfArray(array) + "; (h, w), (h, w, 3) or (h, w, 4) is needed");
+    const bool is_grey = dimensions == 3 && pixels.channels == 1;
+    RefuseArgument(operation, name,
+                   "has the shape " + ShapeOfArray(array) +
+                       "; (h, w), (h, w, 3) or (h, w, 4) is needed" +
+                       (is_grey ? ", array[..., 0] is such a one" : ""));
   }
   constexpr py::ssize_t kLargest = std::numeric_limits<int>::max() / 4;
   if (array.size() == 0) RefuseArgument(operation, name, "has no pixels: " + ShapeOfArray(array));

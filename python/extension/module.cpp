@@ -40,6 +40,8 @@ py::list Table() {
     for (const Parameter& parameter : operation.parameters) parameters.append(Describe(parameter));
     const operations::Step step =
         operations::ParseSteps({std::string(operation.PictureStep())}).front();
+    const bool keeps_shape =
+        operation.result_shape == nullptr && operation.shape_with_second == nullptr;
     py::list channels;
     for (const int bits : {8, 24, 32}) {
       if (operation.WorksOn(bits)) channels.append(bits / 8);
@@ -48,7 +50,7 @@ py::list Table() {
         "name"_a = std::string(operation.name), "python"_a = operations::PythonName(operation.name),
         "component"_a = std::string(operation.component),
         "summary"_a = std::string(operation.summary), "note"_a = operation.Caveats(),
-        "in_place"_a = operation.in_place, "channels"_a = channels,
+        "in_place"_a = operation.in_place, "keeps_shape"_a = keeps_shape, "channels"_a = channels,
         "order"_a = std::string(operations::NameOf(operation.channel_order)),
         "step"_a = std::string(operation.PictureStep()), "example"_a = operations::PythonLine(step),
         "parameters"_a = parameters));

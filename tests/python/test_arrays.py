@@ -18,9 +18,10 @@ GOOD = np.zeros((5, 6, 3), np.uint8)
 
 @pytest.mark.parametrize("call, argument, message", [
     (lambda: qel.median([[1]]), "image", "is a list; an array of pixels is needed"),
-    (lambda: qel.median(GOOD.astype(np.float32)), "image", "pixels of float32; uint8 is needed"),
+    (lambda: qel.median(GOOD.astype(np.float32)), "image", "pixels of float32; .* from 0 to 1"),
     (lambda: qel.median(GOOD[None]), "image", r"shape \(1, 5, 6, 3\); \(h, w\)"),
     (lambda: qel.median(GOOD[..., :2]), "image", r"shape \(5, 6, 2\)"),
+    (lambda: qel.median(GOOD[..., :1]), "image", r"array\[\.\.\., 0\] is such a one"),
     (lambda: qel.median(GOOD[:0]), "image", "no pixels"),
     (lambda: qel.median(GOOD, size=0), "size", "size=0 does not fit: size takes a whole number"),
     (lambda: qel.median(GOOD, size=2.5), "size", "size=2.5 does not fit"),
