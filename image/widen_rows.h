@@ -54,26 +54,23 @@ inline void ColorTo32Singly(uint8_t* dest, const uint8_t* source, size_t count) 
 }
 inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
   if constexpr (kVectorBytes == 16) return ColorTo32Singly(dest, source, count);
-  if constexpr (kHasByteLookup) {
-    WalkBlocks<kVectorBytes>(
-        count,
-        [](uint8_t* to, const uint8_t* from) {
-          U8 channels[4];
-          LoadInterleaved<3>(from, channels);
-          channels[3] = Set<U8>(255);
-          StoreInterleaved<4>(channels, to);
-        },
-        To<4>{dest}, From<3>{source});
-    return;
-  }
-  // Blocks of four pixels are loaded with the four bytes behind them.
+  // Pixels are loaded with what is behind them, and stored without being taken apart.
   constexpr size_t kPixels = U32::kLanes;
-  static constexpr auto kApart =
-      MakePattern<16>([](size_t i) { return i % 4 == 3 ? 0x80 : i / 4 * 3 + i % 4; });
-  for (; count >= kPixels + 2; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
+  constexpr size_t kLoaded = kHasByteLookup ? kVectorBytes : 3 * kPixels + 4;
+  static constexpr auto kApart = MakePattern<kVectorBytes>([](size_t i) {
+    const size_t pixel = kHasByteLookup ? i / 4 : i % 16 / 4;
+    return i % 4 == 3 ? 0x80 : 3 * pixel + i % 4;
+  });
+  for (; 3 * count >= kLoaded; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
     PrefetchAhead<3 * kPixels>(source);
     PrefetchAhead<4 * kPixels>(dest);
-    const U8 colors = ShuffleBlocks(LoadBlocks<U8>(source, 12), kApart);
+    const U8 apart = LoadU<U8>(kApart.bytes);
+    U8 colors;
+    if constexpr (kHasByteLookup) {
+      colors = TableLookupLanes(LoadU<U8>(source), apart);
+    } else {
+      colors = TableLookupBytesOr0(LoadBlocks<U8>(source, 12), apart);
+    }
     StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
   }
   ColorTo32Singly(dest, source, count);

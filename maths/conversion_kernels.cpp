@@ -22,25 +22,22 @@ void FourTo3Singly(uint8_t* dest, const uint8_t* source, size_t count) {
 }
 void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
   if constexpr (kVectorBytes == 16) return FourTo3Singly(dest, source, count);
-  if constexpr (kHasByteLookup) {
-    WalkBlocks<kVectorBytes>(
-        count,
-        [](uint8_t* to, const uint8_t* from) {
-          U8 channels[4];
-          LoadInterleaved<4>(from, channels);
-          StoreInterleaved<3>(channels, to);
-        },
-        To<3>{dest}, From<4>{source});
-    return;
-  }
-  // Blocks of four pixels are stored with four bytes behind them, which the next ones overwrite.
+  // Pixels are stored with bytes behind them, which the next ones overwrite.
   constexpr size_t kPixels = U32::kLanes;
-  static constexpr auto kCloseUp =
-      MakePattern<16>([](size_t i) { return i < 12 ? i / 3 * 4 + i % 3 : 0x80; });
-  for (; count >= kPixels + 2; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
+  constexpr size_t kStored = kHasByteLookup ? kVectorBytes : 3 * kPixels + 4;
+  static constexpr auto kCloseUp = MakePattern<kVectorBytes>([](size_t i) {
+    const size_t byte = kHasByteLookup ? i : i % 16;
+    return byte < (kHasByteLookup ? 3 * kPixels : 12) ? byte / 3 * 4 + byte % 3 : 0x80;
+  });
+  for (; 3 * count >= kStored; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
     PrefetchAhead<4 * kPixels>(source);
     PrefetchAhead<3 * kPixels>(dest);
-    StoreBlocks(ShuffleBlocks(LoadU<U8>(source), kCloseUp), dest, 12);
+    const U8 pixels = LoadU<U8>(source), close_up = LoadU<U8>(kCloseUp.bytes);
+    if constexpr (kHasByteLookup) {
+      StoreU(TableLookupLanes(pixels, close_up), dest);
+    } else {
+      StoreBlocks(TableLookupBytesOr0(pixels, close_up), dest, 12);
+    }
   }
   FourTo3Singly(dest, source, count);
 }
