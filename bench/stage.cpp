@@ -1,5 +1,9 @@
 #include "bench/stage.h"
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -37,14 +41,25 @@ void EvictRows(const host::HostImage& image) {
 
 void Evict(const void* start, size_t bytes) {
   constexpr size_t kLine = 64;
-  for (size_t i = 0; i < bytes; i += kLine) {
-    const char* const line = static_cast<const char*>(start) + i;
+  const char* const first = static_cast<const char*>(start);
 #if defined(__x86_64__)
-    asm volatile("clflush %0" : : "m"(*line) : "memory");
-#elif defined(__aarch64__)
-    asm volatile("dc civac, %0" : : "r"(line) : "memory");
-#endif
+  // Unordered evictions overlap; they take a tenth of the time.
+  static const bool is_unordered = [] {
+    unsigned a, b = 0, c, d;
+    return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_CLFLUSHOPT) != 0;
+  }();
+  for (size_t i = 0; i < bytes; i += kLine) {
+    if (is_unordered) {
+      asm volatile("clflushopt %0" : : "m"(first[i]) : "memory");
+    } else {
+      asm volatile("clflush %0" : : "m"(first[i]) : "memory");
+    }
   }
+#elif defined(__aarch64__)
+  for (size_t i = 0; i < bytes; i += kLine) {
+    asm volatile("dc civac, %0" : : "r"(first + i) : "memory");
+  }
+#endif
   std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
