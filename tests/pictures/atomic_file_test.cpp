@@ -1,11 +1,8 @@
 #include "pictures/atomic_file.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "pictures/temporary_name.h"
 #include "tests/pictures/picture_support.h"
@@ -153,25 +150,6 @@ TEST_F(AtomicFileTest, FailuresLeaveTheOldFile) {
   const Kind kind = write_to(old_);
   ASSERT_EQ(seteuid(self), 0);
   fs::permissions(folder_.path(), fs::perms(0755));
-  EXPECT_EQ(kind, Kind::kNotWritable);
-  ExpectNothingHappened();
-}
-
-TEST_F(AtomicFileTest, AFullDiskLeavesTheOldFile) {
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit small = before;
-  small.rlim_cur = 4096;
-  setrlimit(RLIMIT_FSIZE, &small);
-  Kind kind{};
-  try {
-    WriteFileAtomically(old_, Bytes(10000));
-  } catch (const pictures::PictureError& error) {
-    kind = error.kind();
-  }
-  setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, handler);
   EXPECT_EQ(kind, Kind::kNotWritable);
   ExpectNothingHappened();
 }

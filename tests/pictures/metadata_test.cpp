@@ -228,6 +228,16 @@ TEST(Metadata, DamagedBlocksCountAsAbsent) {
 
 // Profiles.
 
+/// The bytes of a profile, which is given up.
+Bytes Saved(cmsHPROFILE profile) {
+  cmsUInt32Number size = 0;
+  cmsSaveProfileToMem(profile, nullptr, &size);
+  Bytes bytes(size);
+  cmsSaveProfileToMem(profile, bytes.data(), &size);
+  cmsCloseProfile(profile);
+  return bytes;
+}
+
 /// Colours with the primaries of a wide display and a plain gamma.
 Bytes WideProfile() {
   const cmsCIExyY white{0.3127, 0.3290, 1};
@@ -235,13 +245,8 @@ Bytes WideProfile() {
   cmsToneCurve* const gamma = cmsBuildGamma(nullptr, 2.2);
   cmsToneCurve* const curves[] = {gamma, gamma, gamma};
   const cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
-  cmsUInt32Number size = 0;
-  cmsSaveProfileToMem(profile, nullptr, &size);
-  Bytes bytes(size);
-  cmsSaveProfileToMem(profile, bytes.data(), &size);
-  cmsCloseProfile(profile);
   cmsFreeToneCurve(gamma);
-  return bytes;
+  return Saved(profile);
 }
 
 TEST(Profile, OtherThanStandardIsNotedOrCarriedOut) {
@@ -264,12 +269,7 @@ TEST(Profile, OtherThanStandardIsNotedOrCarriedOut) {
         << converted.pixels.At(0, 0);
   }
   Metadata standard;
-  const cmsHPROFILE profile = cmsCreate_sRGBProfile();
-  cmsUInt32Number size = 0;
-  cmsSaveProfileToMem(profile, nullptr, &size);
-  standard.icc_profile.resize(size);
-  cmsSaveProfileToMem(profile, standard.icc_profile.data(), &size);
-  cmsCloseProfile(profile);
+  standard.icc_profile = Saved(cmsCreate_sRGBProfile());
   const Decoded same = Decode(Encode(Slope(3, 3, 24), "png", standard), {.to_srgb = true});
   EXPECT_TRUE(same.info.notes.empty());
   EXPECT_EQ(same.info.metadata.icc_profile, standard.icc_profile);
@@ -299,12 +299,7 @@ Bytes InkProfile() {
   cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, nullptr));
   cmsWriteTag(profile, cmsSigAToB0Tag, pipeline);
   cmsPipelineFree(pipeline);
-  cmsUInt32Number size = 0;
-  cmsSaveProfileToMem(profile, nullptr, &size);
-  Bytes bytes(size);
-  cmsSaveProfileToMem(profile, bytes.data(), &size);
-  cmsCloseProfile(profile);
-  return bytes;
+  return Saved(profile);
 }
 
 Bytes InkTiff(const std::array<uint8_t, 4>& inks, const Bytes& profile) {
