@@ -14,8 +14,7 @@ namespace {
 constexpr std::string_view kFilterComponent = "QELFilterTransform";
 constexpr std::string_view kBorder =
     "Outside the picture its top-left pixel stands in, with alpha 1: along the edges a frame of "
-    "its "
-    "colour may show.";
+    "its colour may show.";
 constexpr Choice kSeeds[] = {{"per-file", -1}};
 
 [[noreturn]] void Refuse(const std::string& message) {

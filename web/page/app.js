@@ -64,19 +64,27 @@ async function openFile(file) {
 
 const scaledSeconds = new Map();  // those that the last steps took, by name
 
-/** Second pictures keep the depth of the first, and its size where they are made here. */
+/** Second pictures keep the depth of the first, masks are grey; those that are made here keep its size, too. */
 function secondsFor(target) {
-  const names = new Set(chain.flatMap((step) => table.get(step.name).parameters
-      .filter((p) => p.type === 'picture' && step.values[p.name]).map((p) => step.values[p.name])));
-  return Object.fromEntries([...names].map((name) => {
-    const before = scaledSeconds.get(name);
-    if (before?.target === target && before.opened === seconds[name]) return [name, before.scaled];
-    const whole = atDepth(seconds[name] ?? builtIn(source.width, source.height), name.includes('mask') ? 8 : target.bits);
-    const ratio = target.width * target.height / (picture.width * picture.height);
-    const scaled = ratio < 1 ? shrink(whole, Math.max(1, whole.width * whole.height * ratio)) : whole;
-    scaledSeconds.set(name, {target, opened: seconds[name], scaled});
-    return [name, scaled];
-  }));
+  const scaled = {};
+  for (const step of chain) {
+    for (const {type, name: parameter} of table.get(step.name).parameters) {
+      const name = step.values[parameter];
+      if (type !== 'picture' || !name) continue;
+      const bits = parameter === 'mask' ? 8 : target.bits;
+      const before = scaledSeconds.get(name);
+      const isSame = before?.target === target && before.opened === seconds[name] && before.scaled.bits === bits;
+      scaled[name] = isSame ? before.scaled : scaledSecond(seconds[name], target, bits);
+      scaledSeconds.set(name, {target, opened: seconds[name], scaled: scaled[name]});
+    }
+  }
+  return scaled;
+}
+
+function scaledSecond(opened, target, bits) {
+  const whole = atDepth(opened ?? builtIn(source.width, source.height), bits);
+  const ratio = target.width * target.height / (picture.width * picture.height);
+  return ratio < 1 ? shrink(whole, Math.max(1, whole.width * whole.height * ratio)) : whole;
 }
 
 // ---- Running
