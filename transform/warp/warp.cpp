@@ -68,12 +68,11 @@ void PullPixels(ITransform& transform, const ImageView& source, const ImageView&
   copy.Finish();
 }
 
-/// Sends the first `columns` pixels of every source row through the transform and calls
-/// `paint(pixel, x, y)` for those that land on `target`, and `start_row()` before each row.
-template <int kBytes, typename StartRow, typename Paint>
+/// Sends the first `columns` pixels of every source row through the transform and has those that
+/// land on `target` painted there.
+template <int kBytes, typename Painter>
 void PushPixels(ITransform& transform, const ImageView& source, int columns,
-                const ImageView& target, int x_offset, int y_offset, StartRow&& start_row,
-                Paint&& paint) {
+                const ImageView& target, int x_offset, int y_offset, Painter painter) {
   // Rounded down: what is within needs no more than truncation.
   PointRule within = WithinOf(target);
   within.shift_x = x_offset;
@@ -86,14 +85,19 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
     int32_t x[kChunk];
     int32_t y[kChunk];
   } chunks[2];
-  const auto paint_chunk = [&](Landed& chunk) {
-    if (chunk.count > 0 && chunk.first == 0) start_row();
+  const auto paint = [&](Landed& chunk) {
+    if (chunk.count == 0 || !target.HasPixels()) return;
+    // A copy, so that what is painted cannot change it.
+    Painter painting = painter;
+    if (chunk.first == 0) painting.StartRow();
+    const uint8_t* const from = source.Row(chunk.row) + int64_t{chunk.first} * kBytes;
     for (int i = 0; i < chunk.count; ++i) {
       if (chunk.x[i] < 0) continue;
-      uint8_t pixel[kBytes];
-      std::memcpy(pixel, source.Row(chunk.row) + (int64_t{chunk.first} + i) * kBytes, kBytes);
-      paint(pixel, chunk.x[i], chunk.y[i]);
+      uint32_t pixel = 0;
+      std::memcpy(&pixel, from + int64_t{i} * kBytes, kBytes);
+      painting.Paint(pixel, chunk.x[i], chunk.y[i]);
     }
+    painter = painting;
     chunk.count = 0;
   };
   Points points;
@@ -118,105 +122,103 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
         PrefetchLine<1>(target.Row(chunk.y[i]) + int64_t{chunk.x[i]} * kBytes);
       }
       turn = 1 - turn;
-      paint_chunk(chunks[turn]);
+      paint(chunks[turn]);
     }
   }
-  paint_chunk(chunks[1 - turn]);
+  paint(chunks[1 - turn]);
 }
 
+/// Where pixels of `kBytes` bytes are pasted.
 template <int kBytes>
-void Put(const ImageView& target, int x, int y, const uint8_t* pixel) {
-  std::memcpy(target.Row(y) + int64_t{x} * kBytes, pixel, kBytes);
-}
+struct Canvas {
+  explicit Canvas(const ImageView& target)
+      : bits(target.bits), stride(target.stride), width(target.width), height(target.height) {}
 
-/// Zero marks what is not painted yet: pasted pixels avoid it.
-template <int kBytes>
-void MarkPainted(uint8_t* pixel) {
-  if constexpr (kBytes == 3) {
-    for (int c = 0; c < 3; ++c) pixel[c] = pixel[c] == 0 ? 1 : pixel[c];
-  } else if (pixel[0] == 0 && pixel[1] == 0 && pixel[2] == 0) {
-    constexpr uint8_t kOne[4] = {1, 0, 0, 0};
-    std::memcpy(pixel, kOne, 4);
-  }
-}
-
-/// Pastes pixels of the source; one of its depths.
-class Paste {
- public:
-  Paste(ITransform& transform, const ImageView& source, const ImageView& target, int x_offset,
-        int y_offset)
-      : transform_(transform),
-        source_(source),
-        target_(target),
-        x_offset_(x_offset),
-        y_offset_(y_offset) {}
-
-  /// Leaves voids and marks everything else.
-  template <int kBytes>
-  void Marked() const {
-    Push<kBytes>(
-        source_.width, [] {},
-        [&](uint8_t* pixel, int x, int y) {
-          MarkPainted<kBytes>(pixel);
-          Put<kBytes>(target_, x, y, pixel);
-        });
+  void Put(int x, int y, uint32_t pixel) const {
+    std::memcpy(bits + y * stride + int64_t{x} * kBytes, &pixel, kBytes);
   }
 
-  /// Covers the right and the lower neighbour too.
-  template <int kBytes>
-  void Spread(int columns) const {
-    Push<kBytes>(
-        columns, [] {},
-        [&](const uint8_t* pixel, int x, int y) {
-          Put<kBytes>(target_, x, y, pixel);
-          if (x < target_.width - 1) Put<kBytes>(target_, x + 1, y, pixel);
-          if (y < target_.height - 1) Put<kBytes>(target_, x, y + 1, pixel);
-        });
-  }
-
-  /// Closes gaps to the column that was written before, in the row below as well.
-  template <int kBytes>
-  void Joined() const {
-    int previous = 0;
-    Push<kBytes>(
-        source_.width, [&] { previous = 0; },
-        [&](const uint8_t* pixel, int x, int y) {
-          Put<kBytes>(target_, x, y, pixel);
-          // Deliberate: nothing is closed after a pixel at column 0, which looks like the start of
-          // a row.
-          if (previous > 0) {
-            for (int i = previous + 1; i <= x; ++i) {
-              Put<kBytes>(target_, i, y, pixel);
-              if (y < target_.height - 1) Put<kBytes>(target_, i, y + 1, pixel);
-            }
-          }
-          previous = x;
-        });
-  }
-
- private:
-  template <int kBytes, typename StartRow, typename Paint>
-  void Push(int columns, StartRow&& start_row, Paint&& paint) const {
-    PushPixels<kBytes>(transform_, source_, columns, target_, x_offset_, y_offset_, start_row,
-                       paint);
-  }
-
-  ITransform& transform_;
-  const ImageView& source_;
-  const ImageView& target_;
-  int x_offset_;
-  int y_offset_;
+  uint8_t* bits;
+  int64_t stride;
+  int width;
+  int height;
 };
 
-void PastePixels(const Paste& paste, const ImageView& source, bool fill_voids) {
+/// Leaves voids and marks everything else: zero marks what is not painted yet, so that pasted
+/// pixels avoid it.
+template <int kBytes>
+struct MarkingPainter {
+  Canvas<kBytes> canvas;
+
+  void StartRow() {}
+  void Paint(uint32_t pixel, int x, int y) const {
+    if constexpr (kBytes == 3) {
+      for (int shift = 0; shift < 24; shift += 8) {
+        if ((pixel >> shift & 0xFF) == 0) pixel |= 1u << shift;
+      }
+    } else if ((pixel & 0xFFFFFF) == 0) {
+      pixel = 1;
+    }
+    canvas.Put(x, y, pixel);
+  }
+};
+
+/// Covers the right and the lower neighbour too.
+template <int kBytes>
+struct SpreadingPainter {
+  Canvas<kBytes> canvas;
+
+  void StartRow() {}
+  void Paint(uint32_t pixel, int x, int y) const {
+    canvas.Put(x, y, pixel);
+    if (x < canvas.width - 1) canvas.Put(x + 1, y, pixel);
+    if (y < canvas.height - 1) canvas.Put(x, y + 1, pixel);
+  }
+};
+
+/// Closes gaps to the column that was written before, in the row below as well.
+template <int kBytes>
+struct JoiningPainter {
+  Canvas<kBytes> canvas;
+  int previous = 0;
+
+  void StartRow() { previous = 0; }
+  void Paint(uint32_t pixel, int x, int y) {
+    canvas.Put(x, y, pixel);
+    // Deliberate: nothing is closed after a pixel at column 0, which looks like the start of a row.
+    if (previous > 0) {
+      const bool has_row_below = y < canvas.height - 1;
+      for (int i = previous + 1; i <= x; ++i) {
+        if (i < x) canvas.Put(i, y, pixel);
+        if (has_row_below) canvas.Put(i, y + 1, pixel);
+      }
+    }
+    previous = x;
+  }
+};
+
+/// Pastes the pixels of `source` onto `target`, as their depth has it.
+void PastePixels(ITransform& transform, const ImageView& source, const ImageView& target,
+                 int x_offset, int y_offset, bool fill_voids) {
+  const auto push = [&]<int kBytes, typename Painter>(std::integral_constant<int, kBytes>,
+                                                      int columns, const Painter& painter) {
+    PushPixels<kBytes>(transform, source, columns, target, x_offset, y_offset, painter);
+  };
+  constexpr std::integral_constant<int, 1> k1;
+  constexpr std::integral_constant<int, 3> k3;
+  constexpr std::integral_constant<int, 4> k4;
+  const int width = source.width;
   switch (source.bit_count) {
     case 8:
       // Deliberate: the last column of 8-bit sources is never pasted.
-      return paste.Spread<1>(static_cast<int>(source.Columns()) - 1);
+      return push(k1, static_cast<int>(source.Columns()) - 1,
+                  SpreadingPainter<1>{Canvas<1>(target)});
     case 24:
-      return fill_voids ? paste.Marked<3>() : paste.Joined<3>();
+      return fill_voids ? push(k3, width, MarkingPainter<3>{Canvas<3>(target)})
+                        : push(k3, width, JoiningPainter<3>{Canvas<3>(target)});
     case 32:
-      return fill_voids ? paste.Marked<4>() : paste.Spread<4>(source.width);
+      return fill_voids ? push(k4, width, MarkingPainter<4>{Canvas<4>(target)})
+                        : push(k4, width, SpreadingPainter<4>{Canvas<4>(target)});
     default:
       return;
   }
@@ -268,7 +270,7 @@ result_t CQELImageTransform::TransformPaste(ITransform* transform, IQEL* source,
   const bool writes =
       view.bits != nullptr && pasted.bits != nullptr && pasted.bit_count >= view.bit_count;
   if (!writes) pasted.width = 0;
-  PastePixels(Paste(*transform, view, pasted, x_offset, y_offset), view, fill_voids != 0);
+  PastePixels(*transform, view, pasted, x_offset, y_offset, fill_voids != 0);
   if (fill_voids != 0 && (view.bit_count == 24 || view.bit_count == 32)) FillVoids(target);
   return kOk;
 }
