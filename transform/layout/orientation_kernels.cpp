@@ -198,6 +198,14 @@ inline uint32_t WithSwappedEnds(uint32_t word) {
 }
 
 void SwapEnds4(uint8_t* row, size_t count) {
+  static constexpr auto kSwapped =
+      MakePattern<16>([](size_t i) { return i % 4 % 2 == 0 ? i - i % 4 + 2 - i % 4 : i; });
+  for (; kHasTableLookupBytes && count >= kVectorBytes; count -= kVectorBytes) {
+    PrefetchAhead<4 * kVectorBytes>(row);
+    for (size_t v = 0; v < 4; ++v, row += kVectorBytes) {
+      StoreU(ShuffleBlocks(LoadU<U8>(row), kSwapped), row);
+    }
+  }
   for (size_t x = 0; x < count; ++x) {
     const uint32_t word = WithSwappedEnds(LoadWord(row + 4 * x));
     __builtin_memcpy(row + 4 * x, &word, 4);
@@ -238,6 +246,7 @@ void ReverseRow(uint8_t* dest, const uint8_t* source, size_t count) {
 
 void SwapEnds3(uint8_t* row, size_t count) {
   for (; kHasTableLookupBytes && count >= kVectorBytes; count -= kVectorBytes) {
+    PrefetchAhead<3 * kVectorBytes>(row);
     U8 channels[3];
     LoadInterleaved<3>(row, channels);
     const U8 swapped[3] = {channels[2], channels[1], channels[0]};
