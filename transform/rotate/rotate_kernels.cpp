@@ -32,17 +32,23 @@ void Positions(SamplePoints& points, const SampleLine& on, int32_t first, size_t
 void PrefetchPixels(const SampleSource& source, int32_t pixel_bytes, const SampleLine& on,
                     int32_t first, size_t count) {
   // Lines of the cache hold more pixels, but a turned row leaves them upwards or downwards.
-  constexpr size_t kPixelsPerFetch = 4;
+  constexpr int kFetchShift = 2;
+  constexpr size_t kPixelsPerFetch = 1 << kFetchShift;
   const SampleLine line = on;
   const int32_t stride = source.stride;
   int32_t offsets[kSampleChunk];
   for (size_t begin = 0; begin < count; begin += kPixelsPerFetch * kSampleChunk) {
-    for (size_t i = 0; i < kSampleChunk; ++i) {
-      const int32_t number = first + static_cast<int32_t>(begin + kPixelsPerFetch * i);
-      const float x = line.start_x + static_cast<float>(number);
-      const int32_t column = TruncateToInt(line.cosine * x + line.sine_y + line.shift_x);
-      const int32_t row = TruncateToInt(line.cosine_y - line.sine * x + line.shift_y);
-      offsets[i] = WrapAdd(WrapMultiply(row, stride), WrapMultiply(column, pixel_bytes));
+    for (size_t i = 0; i < kSampleChunk; i += I32::kLanes) {
+      const auto number = first + static_cast<int32_t>(begin + kPixelsPerFetch * i);
+      const I32 numbers = Set<I32>(number) + ShiftLeft<kFetchShift>(Iota<I32>(0));
+      const F32 x = Set<F32>(line.start_x) + ConvertTo<F32>(numbers);
+      const F32 source_x =
+          Set<F32>(line.cosine) * x + Set<F32>(line.sine_y) + Set<F32>(line.shift_x);
+      const F32 source_y =
+          Set<F32>(line.cosine_y) - Set<F32>(line.sine) * x + Set<F32>(line.shift_y);
+      StoreU(ConvertTo<I32>(source_y) * Set<I32>(stride) +
+                 ConvertTo<I32>(source_x) * Set<I32>(pixel_bytes),
+             offsets + i);
     }
     for (size_t i = 0; i < kSampleChunk && begin + kPixelsPerFetch * i < count; ++i) {
       PrefetchLine(source.bits + offsets[i]);
@@ -96,23 +102,26 @@ void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on,
                 size_t count, float offset) {
   constexpr size_t kChunk = 256;
   const SampleLine line = on;
+  const uint8_t* const bits = source.bits;
   const int32_t stride = source.stride;
   int32_t offsets[kChunk];
-  for (size_t begin = 0; begin < count; begin += kChunk) {
-    const size_t some = count - begin < kChunk ? count - begin : kChunk;
-    for (size_t i = 0; i < some; ++i) {
-      const float x = line.start_x + static_cast<float>(first + static_cast<int32_t>(begin + i));
+  for (; count > 0; first += kChunk) {
+    const size_t some = count < kChunk ? count : kChunk;
+    for (int32_t i = 0; i < static_cast<int32_t>(some); ++i) {
+      const float x = line.start_x + static_cast<float>(first + i);
       const float source_x = line.cosine * x + line.sine_y + line.shift_x;
       const float source_y = line.cosine_y - line.sine * x + line.shift_y;
       const auto column = static_cast<int32_t>(source_x + offset);
       const auto row = static_cast<int32_t>(source_y + offset);
       offsets[i] = row * stride + column * kBytes;
     }
-    CopyScatteredPixels<kBytes>(dest + kBytes * begin, some, [&](size_t i) {
-      uint32_t pixel = 0;
-      __builtin_memcpy(&pixel, source.bits + offsets[i], kBytes == 3 ? 4 : kBytes);
+    CopyScatteredPixels<kBytes>(dest, some, [&](size_t i) {
+      uint32_t pixel = bits[offsets[i]];
+      if constexpr (kBytes > 1) __builtin_memcpy(&pixel, bits + offsets[i], 4);
       return kOpaque ? pixel | 0xFF000000u : pixel;
     });
+    dest += kBytes * some;
+    count -= some;
   }
 }
 

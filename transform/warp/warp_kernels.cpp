@@ -88,8 +88,8 @@ void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* off
       StoreWords<Depth::kTo>(words, dest);
     } else {
       CopyScatteredPixels<Depth::kTo, true>(dest, kOffsetsAtOnce, [&](size_t i) {
-        uint32_t pixel = 0;
-        __builtin_memcpy(&pixel, source + offsets[i], Depth::kLoaded);
+        uint32_t pixel = source[offsets[i]];
+        if constexpr (Depth::kLoaded == 4) __builtin_memcpy(&pixel, source + offsets[i], 4);
         return Depth::Convert(pixel);
       });
     }
@@ -129,13 +129,17 @@ void Cells(int32_t* __restrict sx, int32_t* __restrict sy, const double* __restr
   }
 }
 
-void Shear(int32_t* __restrict sx, int32_t* __restrict sy, size_t count, const ShearRow& row) {
-  const ShearRow r = row;
-  for (size_t i = 0; i < count; ++i) {
-    const int32_t x = r.first_x + static_cast<int32_t>(i);
-    const float shift_y = static_cast<float>(WrapSubtract(x, r.pivot_x)) * r.gain_y;
-    sx[i] = TruncateToInt(static_cast<float>(x) + r.shift_x);
-    sy[i] = TruncateToInt(r.y + shift_y);
+void Shear(int32_t* sx, int32_t* sy, size_t count, const ShearRow& row) {
+  const F32 shift_x = Set<F32>(row.shift_x);
+  const F32 gain_y = Set<F32>(row.gain_y);
+  const F32 y = Set<F32>(row.y);
+  const I32 pivot_x = Set<I32>(row.pivot_x);
+  I32 x = Iota<I32>(row.first_x);
+  for (size_t i = 0; i < count; i += I32::kLanes) {
+    const F32 shift_y = ConvertTo<F32>(x - pivot_x) * gain_y;
+    StoreU(ConvertTo<I32>(ConvertTo<F32>(x) + shift_x), sx + i);
+    StoreU(ConvertTo<I32>(y + shift_y), sy + i);
+    x += Set<I32>(I32::kLanes);
   }
 }
 

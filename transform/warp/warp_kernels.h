@@ -65,6 +65,7 @@ struct WarpKernels {
   /// The pixels (sx[i], sy[i]) that hold the points (x[i], y[i]); -1 and -1 for points outside.
   void (*cells)(int32_t* sx, int32_t* sy, const double* x, const double* y, size_t count,
                 const PointRule& rule);
+  /// Where the pixels of a row are; writes whole vectors, up to `kWarpTile` positions.
   void (*shear)(int32_t* sx, int32_t* sy, size_t count, const ShearRow& row);
   /// The nearest pixel at every position of a walk.
   void (*walk)(int32_t* sx, int32_t* sy, size_t count, const FixedWalk& walk);
