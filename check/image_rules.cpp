@@ -60,7 +60,7 @@ void HoldsItsRows(Subject& subject) {
   });
 }
 
-void CountsFromThreads(Subject& subject) {
+void CountsImagesFromThreads(Subject& subject) {
   const HostDesk desk(subject);
   const SmartPtr<IQELImageDIB> image = desk.MakeImage();
   Doing("an image");
@@ -135,7 +135,8 @@ Rules ImageRules() {
   return {
       {"image", "object", "Images count references and answer for themselves.", &IsOneObject,
        kCounting},
-      {"image", "threads", "References may be counted from several threads.", &CountsFromThreads},
+      {"image", "threads", "References may be counted from several threads.",
+       &CountsImagesFromThreads},
       {"image", "shape", "After Create, an image tells the shape it was given.", &ReportsItsShape},
       {"image", "rows", "Every row is memory of its own, four bytes or a multiple apart.",
        &HoldsItsRows},

@@ -10,14 +10,14 @@
 namespace qel::cli {
 namespace {
 
-constexpr size_t kPage = 4096;
+constexpr size_t kPageBytes = 4096;
 constexpr uint8_t kFreshByte = 0xCD;
 constexpr int kLargestSide = 1 << 12;
 
 /// What the bytes round the rows hold, by their place in the block.
 uint8_t PaddingByte(size_t place) { return static_cast<uint8_t>(0xA5 ^ (place * 29)); }
 
-size_t RoundUpToPage(size_t size) { return (size + kPage - 1) / kPage * kPage; }
+size_t RoundUpToPage(size_t size) { return (size + kPageBytes - 1) / kPageBytes * kPageBytes; }
 
 }  // namespace
 
@@ -129,19 +129,19 @@ bool WatchedImage::Reshape(int width, int height, int planes, int bit_count, uin
   if (!fits || rows == 0) return fits;
 
   // Without a fence there is room for whatever an operation may reach.
-  const size_t before = fenced ? static_cast<size_t>(layout_.reach_before) : kPage + 4 * rows;
-  const size_t after = fenced ? static_cast<size_t>(layout_.reach_after) : kPage + 4 * rows;
+  const size_t before = fenced ? static_cast<size_t>(layout_.reach_before) : kPageBytes + 4 * rows;
+  const size_t after = fenced ? static_cast<size_t>(layout_.reach_after) : kPageBytes + 4 * rows;
   block_size_ = before + rows + after;
-  mapping_size_ = RoundUpToPage(block_size_) + 2 * kPage;
+  mapping_size_ = RoundUpToPage(block_size_) + 2 * kPageBytes;
   void* const memory =
       mmap(nullptr, mapping_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) return false;
   mapping_ = static_cast<uint8_t*>(memory);
-  mprotect(mapping_, kPage, PROT_NONE);
-  mprotect(mapping_ + mapping_size_ - kPage, kPage, PROT_NONE);
+  mprotect(mapping_, kPageBytes, PROT_NONE);
+  mprotect(mapping_ + mapping_size_ - kPageBytes, kPageBytes, PROT_NONE);
   block_ = layout_.fence == WatchedLayout::Fence::kBefore
-               ? mapping_ + kPage
-               : mapping_ + mapping_size_ - kPage - block_size_;
+               ? mapping_ + kPageBytes
+               : mapping_ + mapping_size_ - kPageBytes - block_size_;
   bits_ = block_ + before + (layout_.bottom_up ? rows - step : 0);
   for (size_t i = 0; i < block_size_; ++i) block_[i] = PaddingByte(i);
   for (int y = 0; y < height_; ++y) {

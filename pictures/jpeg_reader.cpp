@@ -15,9 +15,9 @@ namespace qel::pictures {
 namespace {
 
 /// The library on a file.
-class ReadSession {
+class JpegReadSession {
  public:
-  explicit ReadSession(const Input& input) : input_(input) {
+  explicit JpegReadSession(const Input& input) : input_(input) {
     jpeg.err = &errors_.manager;
     jpeg.client_data = &errors_;
     errors_.is_harmless = &IsHarmless;
@@ -34,9 +34,9 @@ class ReadSession {
       jpeg.progress = &progress_;
     });
   }
-  ~ReadSession() { jpeg_destroy_decompress(&jpeg); }
-  ReadSession(const ReadSession&) = delete;
-  ReadSession& operator=(const ReadSession&) = delete;
+  ~JpegReadSession() { jpeg_destroy_decompress(&jpeg); }
+  JpegReadSession(const JpegReadSession&) = delete;
+  JpegReadSession& operator=(const JpegReadSession&) = delete;
 
   template <typename Step>
   void Run(const Step& step) {
@@ -65,13 +65,15 @@ class ReadSession {
 
  private:
   struct Source : jpeg_source_mgr {
-    ReadSession* owner = nullptr;
+    JpegReadSession* owner = nullptr;
     size_t next = 0;  ///< position in the file of what the library does not have yet
   };
   struct Progress : jpeg_progress_mgr {
-    ReadSession* owner = nullptr;
+    JpegReadSession* owner = nullptr;
   };
-  static ReadSession& Of(j_decompress_ptr jpeg) { return *static_cast<Source*>(jpeg->src)->owner; }
+  static JpegReadSession& Of(j_decompress_ptr jpeg) {
+    return *static_cast<Source*>(jpeg->src)->owner;
+  }
 
   /// No exception may pass through the frames of the library.
   Bytes Load(size_t at, size_t count) noexcept try {
@@ -85,10 +87,10 @@ class ReadSession {
   }
 
   static boolean OnEmpty(j_decompress_ptr jpeg) {
-    constexpr size_t kBlock = size_t{1} << 16;
-    ReadSession& session = Of(jpeg);
+    constexpr size_t kAtOnce = size_t{1} << 16;
+    JpegReadSession& session = Of(jpeg);
     Source& source = session.source_;
-    const Bytes block = session.Load(source.next, kBlock);
+    const Bytes block = session.Load(source.next, kAtOnce);
     if (block.empty()) ERREXIT(jpeg, JERR_INPUT_EOF);
     source.next_input_byte = block.data();
     source.bytes_in_buffer = block.size();
@@ -183,7 +185,7 @@ Segments ReadSegments(const jpeg_decompress_struct& jpeg) {
   return segments;
 }
 
-std::vector<uint8_t> ReadProfile(ReadSession& session) {
+std::vector<uint8_t> ReadProfile(JpegReadSession& session) {
   JOCTET* profile = nullptr;
   unsigned length = 0;
   session.Run([&] { jpeg_read_icc_profile(&session.jpeg, &profile, &length); });
@@ -192,7 +194,7 @@ std::vector<uint8_t> ReadProfile(ReadSession& session) {
   return {profile, profile + length};
 }
 
-Metadata ReadMetadata(const Input& input, ReadSession& session, const Segments& segments) {
+Metadata ReadMetadata(const Input& input, JpegReadSession& session, const Segments& segments) {
   const jpeg_decompress_struct& jpeg = session.jpeg;
   Metadata metadata;
   metadata.icc_profile = ReadProfile(session);
@@ -200,9 +202,9 @@ Metadata ReadMetadata(const Input& input, ReadSession& session, const Segments& 
   TakeXmp(input, segments.xmp, metadata);
   const Bytes iptc = IptcOfResources(segments.resources);
   metadata.iptc.assign(iptc.begin(), iptc.end());
-  enum Unit { kNone, kInch, kCentimetre };
-  if (jpeg.saw_JFIF_marker && jpeg.density_unit != kNone) {
-    const double scale = jpeg.density_unit == kCentimetre ? kCentimetresPerInch : 1;
+  enum Unit { kNoUnit, kPerInch, kPerCentimetre };
+  if (jpeg.saw_JFIF_marker && jpeg.density_unit != kNoUnit) {
+    const double scale = jpeg.density_unit == kPerCentimetre ? kCentimetresPerInch : 1;
     metadata.dpi_x = jpeg.X_density * scale;
     metadata.dpi_y = jpeg.Y_density * scale;
   }
@@ -309,7 +311,7 @@ class JpegDecoder final : public RowDecoder {
   }
 
   const Input& input_;
-  ReadSession session_;
+  JpegReadSession session_;
   std::optional<InkConversion> conversion_;  ///< of pictures of inks
   std::vector<uint8_t> inks_;                ///< of a row of them
 };

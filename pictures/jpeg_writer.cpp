@@ -13,9 +13,9 @@ namespace qel::pictures {
 namespace {
 
 /// The library on a sink.
-class WriteSession {
+class JpegWriteSession {
  public:
-  explicit WriteSession(const Output& output) : output_(output) {
+  explicit JpegWriteSession(const Output& output) : output_(output) {
     jpeg.err = &errors_.manager;
     jpeg.client_data = &errors_;
     Run([&] { jpeg_create_compress(&jpeg); });
@@ -25,9 +25,9 @@ class WriteSession {
     destination_.sink = &output.sink;
     jpeg.dest = &destination_;
   }
-  ~WriteSession() { jpeg_destroy_compress(&jpeg); }
-  WriteSession(const WriteSession&) = delete;
-  WriteSession& operator=(const WriteSession&) = delete;
+  ~JpegWriteSession() { jpeg_destroy_compress(&jpeg); }
+  JpegWriteSession(const JpegWriteSession&) = delete;
+  JpegWriteSession& operator=(const JpegWriteSession&) = delete;
 
   template <typename Step>
   void Run(const Step& step) {
@@ -109,7 +109,7 @@ void DescribePicture(const Output& output, int bit_count, jpeg_compress_struct& 
 }
 
 /// Writes segments with the metadata that fit into one each.
-void WriteSegments(const Output& output, WriteSession& session) {
+void WriteSegments(const Output& output, JpegWriteSession& session) {
   const Metadata& metadata = output.metadata;
   const auto write = [&](int marker, std::string_view prefix, Bytes content, const char* name) {
     if (content.empty()) return;
@@ -170,7 +170,7 @@ class JpegEncoder final : public RowEncoder {
 
  private:
   ColourRows rows_;
-  WriteSession session_;
+  JpegWriteSession session_;
 };
 
 }  // namespace

@@ -14,9 +14,9 @@
 namespace qel::pictures {
 namespace {
 
-class ReadSession : public PngSession {
+class PngReadSession : public PngSession {
  public:
-  explicit ReadSession(const Input& input) : input_(input) {
+  explicit PngReadSession(const Input& input) : input_(input) {
     png = png_create_read_struct(PNG_LIBPNG_VER_STRING, static_cast<PngSession*>(this), &OnError,
                                  &OnWarning);
     if (png != nullptr) info = png_create_info_struct(png);
@@ -26,7 +26,7 @@ class ReadSession : public PngSession {
     }
     png_set_read_fn(png, this, &OnRead);
   }
-  ~ReadSession() { png_destroy_read_struct(&png, &info, nullptr); }
+  ~PngReadSession() { png_destroy_read_struct(&png, &info, nullptr); }
 
   template <typename Step>
   void Run(const Step& step) {
@@ -40,7 +40,7 @@ class ReadSession : public PngSession {
 
  private:
   static void OnRead(png_structp png, png_bytep data, size_t count) {
-    auto* const session = static_cast<ReadSession*>(png_get_io_ptr(png));
+    auto* const session = static_cast<PngReadSession*>(png_get_io_ptr(png));
     const Bytes bytes = session->Load(count);
     if (bytes.size() < count) {
       session->truncated_ = true;
@@ -82,7 +82,7 @@ struct Header {
   }
 };
 
-Header ReadHeader(ReadSession& session) {
+Header ReadHeader(PngReadSession& session) {
   Header header;
   session.Run([&] {
     png_set_user_limits(session.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
@@ -109,7 +109,7 @@ void CheckHeader(const Input& input, const Header& header, const PngChunks& chun
   input.Plan(row_bits / 8 * 2);  // a row and the one before it
 }
 
-void ReadMetadata(const ReadSession& session, Metadata& metadata) {
+void ReadMetadata(const PngReadSession& session, Metadata& metadata) {
   png_charp name = nullptr;
   png_bytep profile = nullptr;
   png_uint_32 length = 0;
@@ -145,7 +145,7 @@ void DescribeKept(const Header& header, PictureInfo& info) {
 }
 
 /// Asks libpng for blue, green, red (, alpha) or plain grey bytes.
-void RequestColours(ReadSession& session, const Header& header, PictureInfo& info) {
+void RequestColours(PngReadSession& session, const Header& header, PictureInfo& info) {
   const bool alpha = (header.colour & PNG_COLOR_MASK_ALPHA) != 0 || header.transparent_entries;
   const bool grey = (header.colour & PNG_COLOR_MASK_COLOR) == 0;
   session.Run([&] {
@@ -213,7 +213,7 @@ class PngDecoder final : public RowDecoder {
   }
 
  private:
-  ReadSession session_;
+  PngReadSession session_;
   Header header_;
   bool widen_ = false;  ///< from two bits to four
 };

@@ -31,9 +31,9 @@ Colours ColoursOf(const PictureView& shape) {
   return colours;
 }
 
-class WriteSession : public PngSession {
+class PngWriteSession : public PngSession {
  public:
-  explicit WriteSession(const Output& output) : output_(output) {
+  explicit PngWriteSession(const Output& output) : output_(output) {
     png = png_create_write_struct(PNG_LIBPNG_VER_STRING, static_cast<PngSession*>(this), &OnError,
                                   &OnWarning);
     if (png != nullptr) info = png_create_info_struct(png);
@@ -43,7 +43,7 @@ class WriteSession : public PngSession {
     }
     png_set_write_fn(png, this, &OnWrite, &OnFlush);
   }
-  ~WriteSession() { png_destroy_write_struct(&png, &info); }
+  ~PngWriteSession() { png_destroy_write_struct(&png, &info); }
 
   template <typename Step>
   void Run(const Step& step) {
@@ -54,7 +54,7 @@ class WriteSession : public PngSession {
 
  private:
   static void OnWrite(png_structp png, png_bytep data, size_t count) {
-    auto* const session = static_cast<WriteSession*>(png_get_io_ptr(png));
+    auto* const session = static_cast<PngWriteSession*>(png_get_io_ptr(png));
     if (!session->Append(data, count)) png_error(png, "not written");
   }
   static void OnFlush(png_structp) {}
@@ -84,7 +84,7 @@ std::string HexOfBytes(Bytes bytes) {
   return text + '\n';
 }
 
-void WriteTexts(WriteSession& session, const Metadata& metadata) {
+void WriteTexts(PngWriteSession& session, const Metadata& metadata) {
   std::string xmp_name(kPngXmpName);
   std::string iptc_name(kPngIptcName);
   std::string xmp = metadata.xmp;
@@ -115,7 +115,7 @@ void WriteTexts(WriteSession& session, const Metadata& metadata) {
   });
 }
 
-void WriteMetadata(WriteSession& session, const Output& output, bool grey) {
+void WriteMetadata(PngWriteSession& session, const Output& output, bool grey) {
   const Bytes profile = output.Profile(grey);
   bool accepted = profile.empty();
   session.Run([&] {
@@ -170,7 +170,7 @@ class PngEncoder final : public RowEncoder {
   }
 
  private:
-  WriteSession session_;
+  PngWriteSession session_;
 };
 
 }  // namespace

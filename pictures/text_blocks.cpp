@@ -51,7 +51,7 @@ Property FindProperty(const std::string& xmp, std::string_view name, size_t from
   return {kNone, kNone, kNone, kNone};
 }
 
-void Replace(std::string& xmp, std::string_view name, const std::string& value) {
+void ReplaceAll(std::string& xmp, std::string_view name, const std::string& value) {
   const Property found = FindProperty(xmp, name, 0, false);
   if (found.value_begin == std::string::npos) return;
   xmp.replace(found.value_begin, found.value_end - found.value_begin, value);
@@ -69,17 +69,17 @@ void Drop(std::string& xmp, std::string_view name, bool by_beginning = false) {
 }  // namespace
 
 void MakeXmpUpright(std::string& xmp) {
-  Replace(xmp, "tiff:Orientation", "1");
+  ReplaceAll(xmp, "tiff:Orientation", "1");
   Drop(xmp, "xmp:Thumbnails");
   Drop(xmp, "xap:Thumbnails");
 }
 
 void SetXmpSize(std::string& xmp, int width, int height) {
   for (const char* const name : {"tiff:ImageWidth", "exif:PixelXDimension"}) {
-    Replace(xmp, name, std::to_string(width));
+    ReplaceAll(xmp, name, std::to_string(width));
   }
   for (const char* const name : {"tiff:ImageLength", "exif:PixelYDimension"}) {
-    Replace(xmp, name, std::to_string(height));
+    ReplaceAll(xmp, name, std::to_string(height));
   }
 }
 

@@ -33,10 +33,10 @@ struct Chunks {
 /// Goes from chunk to chunk and reads no others. What follows the end of a damaged file counts as
 /// absent.
 Chunks FindChunks(const Input& input) {
-  constexpr size_t kFileHeaderBytes = 12, kChunkHeaderBytes = 8;
+  constexpr size_t kRiffHeaderBytes = 12, kChunkHeaderBytes = 8;
   Chunks chunks;
-  const size_t end = size_t{ByteReader(input.source.Load(0, kFileHeaderBytes)).U32(4)} + 8;
-  size_t at = kFileHeaderBytes;
+  const size_t end = size_t{ByteReader(input.source.Load(0, kRiffHeaderBytes)).U32(4)} + 8;
+  size_t at = kRiffHeaderBytes;
   while (true) {
     const Bytes header = input.source.Load(at, kChunkHeaderBytes);
     if (at >= end || header.size() < kChunkHeaderBytes) return chunks;
