@@ -130,7 +130,8 @@ struct WriteOptions {
   int jpeg_quality = 92;       ///< 1 to 100; colour is kept at full resolution from 90 up
   int webp_quality = 80;       ///< 0 to 100
   bool webp_lossless = false;
-  int png_level = 5;  ///< of compression, 0 to 9
+  int png_level = 6;  ///< of compression, 0 to 9
+  int threads = 1;    ///< that may pack at a time; the bytes are the same for any number
   Strip strip = Strip::kNothing;
 };
 

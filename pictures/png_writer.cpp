@@ -1,11 +1,16 @@
 #include <png.h>
+#include <zlib.h>
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <memory>
 
+#include "pictures/block_deflate.h"
 #include "pictures/codec.h"
 #include "pictures/index_rows.h"
+#include "pictures/pixel_target.h"
+#include "pictures/png_filter.h"
 #include "pictures/png_session.h"
 #include "pictures/text_blocks.h"
 
@@ -136,14 +141,37 @@ void WriteMetadata(PngWriteSession& session, const Output& output, bool grey) {
     output.notes.emplace_back("PNG takes no colour profile with such faults; it was left out");
 }
 
+/// A row as PNG stores it: red before blue.
+void PutRow(const uint8_t* from, int width, int bit_count, uint8_t* to) {
+  if (bit_count <= 8) {
+    std::memcpy(to, from, RowBytes(width, bit_count));
+    return;
+  }
+  const int channels = bit_count / 8;
+  for (int x = 0; x < width; ++x, from += channels, to += channels) {
+    to[0] = from[2];
+    to[1] = from[1];
+    to[2] = from[0];
+    if (channels == 4) to[3] = from[3];
+  }
+}
+
+/// Pixels go past the library, which filters and packs on one thread.
 class PngEncoder final : public RowEncoder {
  public:
-  explicit PngEncoder(const Output& output) : RowEncoder(output), session_(output) {
+  explicit PngEncoder(const Output& output)
+      : RowEncoder(output),
+        session_(output),
+        filter_(RowBytes(output.shape.width, output.shape.bit_count),
+                static_cast<size_t>(std::max(output.shape.bit_count / 8, 1)),
+                ColorsGoByDifferences(output)),
+        deflate_(EffortOf(output), output.options.threads, [this](Bytes part) {
+          session_.Run([&] { png_write_chunk(session_.png, kPixels, part.data(), part.size()); });
+        }) {
     const PictureView& shape = output.shape;
     const Colours colours = ColoursOf(shape);
     session_.Run([&] {
       png_set_user_limits(session_.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
-      png_set_compression_level(session_.png, std::clamp(output.options.png_level, 0, 9));
       png_set_IHDR(session_.png, session_.info, static_cast<png_uint_32>(shape.width),
                    static_cast<png_uint_32>(shape.height), std::min(shape.bit_count, 8),
                    colours.type, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
@@ -153,24 +181,42 @@ class PngEncoder final : public RowEncoder {
       }
     });
     WriteMetadata(session_, output, colours.type == PNG_COLOR_TYPE_GRAY);
-    session_.Run([&] {
-      png_write_info(session_.png, session_.info);
-      png_set_bgr(session_.png);
-    });
+    session_.Run([&] { png_write_info(session_.png, session_.info); });
+    const uint64_t row_bytes = RowBytes(shape.width, shape.bit_count) + 1;
+    held_bytes =
+        4 * row_bytes + BlockDeflate::HeldBytes(row_bytes * static_cast<uint64_t>(shape.height),
+                                                output.options.threads);
   }
 
   void Write(const PictureView& rows) override {
-    session_.Run([&] {
-      for (int y = 0; y < rows.height; ++y) png_write_row(session_.png, rows.Row(y));
-    });
+    for (int y = 0; y < rows.height; ++y) {
+      PutRow(rows.Row(y), output_.shape.width, output_.shape.bit_count, filter_.row());
+      deflate_.Append(filter_.Run());
+    }
   }
 
   void Finish() override {
-    session_.Run([&] { png_write_end(session_.png, nullptr); });
+    deflate_.Finish();
+    // `png_write_end` looks for pixels that it has packed itself; nothing else stands at the end.
+    session_.Run([&] { png_write_chunk(session_.png, kEnd, nullptr, 0); });
   }
 
  private:
+  static constexpr png_byte kPixels[] = "IDAT";
+  static constexpr png_byte kEnd[] = "IEND";
+
+  static int LevelOf(const Output& output) { return std::clamp(output.options.png_level, 0, 9); }
+  /// Indices are no amounts.
+  static bool ColorsGoByDifferences(const Output& output) {
+    return output.shape.bit_count >= 8 && output.shape.palette.empty() && LevelOf(output) > 0;
+  }
+  static DeflateEffort EffortOf(const Output& output) {
+    return {LevelOf(output), ColorsGoByDifferences(output) ? Z_FILTERED : Z_DEFAULT_STRATEGY};
+  }
+
   PngWriteSession session_;
+  PngFilter filter_;
+  BlockDeflate deflate_;
 };
 
 }  // namespace

@@ -85,8 +85,10 @@ class PictureJob::FileSink final : public operations::BandSink {
     const std::vector<pictures::PaletteEntry> palette = ToFilePalette(from.palette());
     pictures::PictureView view{nullptr, 0, shape.width, shape.height, from.bit_count(), palette};
     if (writer_ == nullptr) {
+      pictures::WriteOptions options = job_.tools_.writing;
+      options.threads = job_.threads_;
       writer_ = pictures::WriteByRows(sink_, job_.item_.output, view, job_.reader_->info().metadata,
-                                      job_.tools_.writing);
+                                      options);
     }
     view.bits = from.Row(rows.begin);
     view.stride = from.stride();

@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "pictures/png_filter.h"
 #include "tests/pictures/picture_support.h"
 
 namespace qel::test {
@@ -163,6 +164,81 @@ TEST(RoundTrip, ThroughAPipeIsTheSame) {
       writer.join();
       EXPECT_TRUE(pixels.SameBytes(expected.pixels));
       EXPECT_EQ(info.metadata.icc_profile, expected.info.metadata.icc_profile);
+    }
+  }
+}
+
+/// Every second row is noise; the others are near what one filter of PNG after the other predicts.
+Pixels PixelsForPngFilters(int bits) {
+  constexpr int kWidth = 4001, kHeight = 81;
+  Rng rng(3);
+  Pixels pixels(kWidth, kHeight, bits);
+  pixels.FillRandom(rng);
+  const int step = bits / 8;
+  for (int y = 1; y < kHeight; y += 2) {
+    for (int i = 0; i < kWidth * step; ++i) {
+      const int above = pixels.Row(y - 1)[i];
+      const int left = i < step ? 0 : pixels.Row(y)[i - step];
+      const int corner = i < step ? 0 : pixels.Row(y - 1)[i - step];
+      const int plane = left + above - corner;
+      const int from_left = std::abs(plane - left), from_above = std::abs(plane - above),
+                from_corner = std::abs(plane - corner);
+      const int paeth = from_left <= from_above && from_left <= from_corner ? left
+                        : from_above <= from_corner                         ? above
+                                                                            : corner;
+      const int predicted[] = {0, left, above, (left + above) / 2, paeth};
+      pixels.Row(y)[i] = static_cast<uint8_t>(predicted[y / 2 % 5] + rng.Int(-1, 1));
+    }
+  }
+  return pixels;
+}
+
+TEST(RoundTrip, PngTakesTheBestFilterAndIsTheSameForAnyThreads) {
+  for (const int bits : {8, 24, 32}) {
+    const Pixels pixels = PixelsForPngFilters(bits);
+    const Bytes file = Encode(pixels, "png");
+    EXPECT_TRUE(Decode(file).pixels.SameBytes(pixels));
+    for (const int threads : {2, 5}) {
+      EXPECT_EQ(EncodePicture("x.png", pixels.View(), {}, {.threads = threads}).file, file)
+          << threads << " threads";
+    }
+    const auto row_bytes = static_cast<size_t>(pixels.width * bits / 8);
+    pictures::PngFilter filter(row_bytes, static_cast<size_t>(bits / 8), true);
+    for (int y = 0; y < pixels.height; ++y) {
+      std::copy_n(pixels.Row(y), row_bytes, filter.row());
+      const int taken = filter.Run().front();
+      EXPECT_TRUE(y % 2 == 0 || taken == y / 2 % 5) << "row " << y;
+    }
+  }
+}
+
+/// Has room for some bytes.
+class SmallSink final : public pictures::ByteSink {
+ public:
+  explicit SmallSink(size_t room) : room_(room) {}
+  void Write(std::span<const uint8_t> bytes) override {
+    if (bytes.size() > room_) throw pictures::PictureError(Kind::kNotWritable, "x.png", "full");
+    room_ -= bytes.size();
+  }
+  void WriteAt(uint64_t, std::span<const uint8_t>) override {}
+
+ private:
+  size_t room_;
+};
+
+TEST(RoundTrip, PngEndsWhereThereIsNoRoomForMore) {
+  const Pixels pixels = PixelsForPngFilters(24);
+  const size_t size = Encode(pixels, "png").size();
+  for (const int threads : {1, 4}) {
+    for (const size_t room : {size_t{0}, size_t{100}, size / 2, size - 1}) {
+      SmallSink sink(room);
+      const auto write = [&] {
+        const auto writer =
+            pictures::WriteByRows(sink, "x.png", pixels.View(), {}, {.threads = threads});
+        writer->Write(pixels.View());
+        writer->Finish();
+      };
+      EXPECT_EQ(KindOf(write), Kind::kNotWritable) << room << " bytes, " << threads << " threads";
     }
   }
 }
