@@ -139,7 +139,7 @@ bool HostImage::Allocate(int64_t guard, int64_t rows_bytes, int64_t plane_bytes,
     plane += RoundUp(reserve, kBlockAlignment);
   }
   const bool clear = options_.clear && !(memory_.IsZero() && options_.clear_byte == 0);
-  if (clear) SetBytes(reserved, reserve, 0);
+  if (clear) memory_.Zero(reserved, static_cast<size_t>(reserve));
   first_row_ = plane + guard - memory_.data() + (stride_ < 0 ? rows_bytes + stride_ : 0);
   plane_bytes_ = plane_bytes;
   for (int i = 0; i < PlanesInMemory(); ++i, plane += plane_bytes) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <mutex>
 #include <new>
 
@@ -114,6 +115,21 @@ PixelBlock::PixelBlock(size_t size) {
   pool_ = shared_pool;
   data_ = block.data;
   size_ = block.size;
+}
+
+void PixelBlock::Zero(uint8_t* begin, size_t count) const {
+  uint8_t* const end = begin + count;
+  const auto offset = static_cast<size_t>(begin - data_);
+  uint8_t* const first = data_ + (offset + kGranularity - 1) / kGranularity * kGranularity;
+  uint8_t* const last = data_ + (offset + count) / kGranularity * kGranularity;
+  const bool gives_back = size_ >= kOwnPages && first < last &&
+                          madvise(first, static_cast<size_t>(last - first), MADV_DONTNEED) == 0;
+  if (!gives_back) {
+    std::memset(begin, 0, count);
+    return;
+  }
+  std::memset(begin, 0, static_cast<size_t>(first - begin));
+  std::memset(last, 0, static_cast<size_t>(end - last));
 }
 
 PixelBlock::~PixelBlock() {

@@ -30,6 +30,9 @@ class PixelBlock {
   uint8_t* data() const { return data_; }
   /// Whether all bytes are 0: pages of the system, which cost nothing until they are touched.
   bool IsZero() const { return zero_; }
+  /// Makes `count` bytes of the block 0. Of large blocks whole pages go back to the system: they
+  /// cost nothing again until they are touched.
+  void Zero(uint8_t* begin, size_t count) const;
 
  private:
   void Swap(PixelBlock& other) noexcept {

@@ -13,6 +13,7 @@ namespace qel::cli {
 namespace {
 
 using operations::BandPlan;
+using operations::Reach;
 using operations::RowRange;
 using operations::Stretch;
 using pictures::PictureError;
@@ -23,6 +24,11 @@ class NoSink final : public pictures::ByteSink {
   void Write(std::span<const uint8_t>) override {}
   void WriteAt(uint64_t, std::span<const uint8_t>) override {}
 };
+
+Reach ReachOf(const BandPlan& plan, size_t step) {
+  return plan.steps()[step].operation->ReachOf(plan.steps()[step].AsGiven(),
+                                               plan.ShapeBefore(step));
+}
 
 Shape WithHeight(Shape shape, int height) {
   shape.height = height;
@@ -49,11 +55,15 @@ BandBytes BytesOfBand(const BandPlan& plan, const Stretch& stretch, int rows) {
   bytes.largest = bytes.working = before;
   for (size_t i = stretch.begin; i < stretch.end; ++i) {
     const Operation& operation = *plan.steps()[i].operation;
+    const Reach reach = ReachOf(plan, i);
+    if (!stretch.looks_everywhere || i > stretch.begin) {
+      before = std::max(before, ImageBytes(WithHeight(plan.ShapeBefore(i), held), reach));
+    }
     if (operation.source_rows != nullptr) held = ranges[i + 1 - stretch.begin].size();
-    const double after = ImageBytes(WithHeight(plan.ShapeBefore(i + 1), held));
+    const double after = ImageBytes(WithHeight(plan.ShapeBefore(i + 1), held), reach);
     const bool changes =
         operation.in_place && plan.ShapeBefore(i + 1).bits == plan.ShapeBefore(i).bits;
-    bytes.largest = std::max(bytes.largest, after);
+    bytes.largest = std::max({bytes.largest, before, after});
     bytes.working = std::max(bytes.working, changes ? after : before + after);
     before = after;
   }
@@ -109,9 +119,12 @@ double BytesInFlight(const BandPlan& plan, const Passage& passage, int threads) 
 
 }  // namespace
 
-double ImageBytes(const Shape& shape) {
+double ImageBytes(const Shape& shape, Reach reach) {
+  constexpr double kOwnPages = 1 << 20;  // from here on what is not touched takes no memory
   const double row = static_cast<double>((int64_t{shape.width} * shape.bits + 511) / 512 * 64);
-  return row * shape.height * (shape.bits < 24 ? 4 : 1);
+  const double rows = row * shape.height;
+  const double all = shape.bits < 24 ? 4 * rows : rows;
+  return reach == Reach::kBeyond || all < kOwnPages ? all : rows;
 }
 
 /// Throws for a picture that must be one image and has too many pixels for that.
@@ -143,12 +156,14 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTra
     });
   };
   NoSink nowhere;
+  pictures::WriteOptions options = writing;
+  options.threads = threads;
   const Shape& result = plan.result();
   const RowTraffic target = RowTraffic::Of(*pictures::WriteByRows(
       nowhere, item.output,
       pictures::PictureView{
           .width = result.width, .height = result.height, .bit_count = result.bits},
-      {}, writing));
+      {}, options));
 
   bool in_file = true;  // what there is so far
   double held = 0;      // the image of it
@@ -188,9 +203,13 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTra
     for (size_t i = stretch.begin; i < stretch.end && !passage.by_bands; ++i) {
       const Operation& operation = *steps[i].operation;
       operations::ShapeAfter(steps[i], plan.ShapeBefore(i), limits.max_pixels, second);
-      if (operation.in_place && plan.ShapeBefore(i + 1).bits == plan.ShapeBefore(i).bits) continue;
-      kept = std::max(kept, held);
-      held = ImageBytes(plan.ShapeBefore(i + 1));
+      held = std::max(held, ImageBytes(plan.ShapeBefore(i), ReachOf(plan, i)));
+      const bool changes =
+          operation.in_place && plan.ShapeBefore(i + 1).bits == plan.ShapeBefore(i).bits;
+      if (!changes) {
+        kept = std::max(kept, held);
+        held = ImageBytes(plan.ShapeBefore(i + 1), ReachOf(plan, i));
+      }
       reach(kept + held, [&](const std::string& what) {
         throw StepError(std::string(operation.name) + ": " + what, operation.name);
       });

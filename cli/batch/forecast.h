@@ -11,9 +11,10 @@
 
 namespace qel::cli {
 
-/// Bytes of an image of the tool: rows of a multiple of 64 bytes, below 24 bits with three times
-/// their size in reserve.
-double ImageBytes(const Shape& shape);
+/// Bytes of an image of the tool that are touched: rows of a multiple of 64 bytes, and below 24
+/// bits three times their size in reserve, of small images always and of others where an operation
+/// reaches there.
+double ImageBytes(const Shape& shape, operations::Reach reach = operations::Reach::kRows);
 
 /// How the rows of a file come or go.
 struct RowTraffic {
