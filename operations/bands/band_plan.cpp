@@ -2,10 +2,34 @@
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
 
 #include "operations/shape_after.h"
 
 namespace qel::operations {
+namespace {
+
+/// The rows or columns, of `length` that there are, that `part` of the result is made of when
+/// pixels look `reach` far, and one more in front where nobody looks: for the corner.
+RowRange WithNeighbors(RowRange part, int reach, bool has_corner, int length) {
+  const int64_t begin = int64_t{part.begin} - reach - (has_corner ? 1 : 0);
+  const int64_t end = int64_t{part.end} + reach;
+  return {static_cast<int>(std::max<int64_t>(begin, 0)),
+          static_cast<int>(std::min<int64_t>(end, length))};
+}
+
+/// Neighbouring ranges of these sizes, from 0 on.
+std::vector<RowRange> RangesOf(std::span<const int> sizes) {
+  std::vector<RowRange> ranges;
+  int begin = 0;
+  for (const int size : sizes) {
+    ranges.push_back({begin, begin + size});
+    begin += size;
+  }
+  return ranges;
+}
+
+}  // namespace
 
 BandPlan::BandPlan(std::span<const Step> steps, const Shape& source, const ShapeOfPicture& second)
     : steps_(steps), shapes_{source} {
@@ -65,12 +89,29 @@ std::vector<RowRange> BandPlan::RowsFor(size_t begin, size_t end, RowRange resul
       continue;
     }
     const int reach = operation.BorderOf(given, shapes_[i]).rows;
-    const int64_t top = int64_t{after.begin} - reach - (reach > 0 ? 1 : 0);
-    const int64_t bottom = int64_t{after.end} + reach;
-    before = {static_cast<int>(std::max<int64_t>(top, 0)),
-              static_cast<int>(std::min<int64_t>(bottom, shapes_[i].height))};
+    before = WithNeighbors(after, reach, reach > 0, shapes_[i].height);
   }
   return rows;
+}
+
+std::vector<Block> CutIntoBlocks(const Border& border, std::span<const int> heights,
+                                 std::span<const int> widths) {
+  const bool whole_rows = border.columns == Border::kAll;
+  const int reach_columns = whole_rows ? 0 : border.columns;
+  const bool looks_outside = border.rows > 0 || reach_columns > 0;
+  const int height = std::reduce(heights.begin(), heights.end());
+  const int width = std::reduce(widths.begin(), widths.end());
+  std::vector<Block> blocks;
+  for (const RowRange rows : RangesOf(heights)) {
+    for (const RowRange columns : RangesOf(whole_rows ? std::span(&width, 1) : widths)) {
+      Block block{rows, columns, WithNeighbors(rows, border.rows, looks_outside, height),
+                  WithNeighbors(columns, reach_columns, looks_outside, width)};
+      block.needs_corner =
+          looks_outside && (block.source_rows.begin > 0 || block.source_columns.begin > 0);
+      blocks.push_back(block);
+    }
+  }
+  return blocks;
 }
 
 }  // namespace qel::operations

@@ -54,6 +54,23 @@ class BandPlan {
   std::vector<Stretch> stretches_;
 };
 
+/// A block of the picture after a step that keeps its size, and what it is made of.
+struct Block {
+  RowRange rows;     ///< of the result
+  RowRange columns;  ///< of the result
+  RowRange source_rows;
+  RowRange source_columns;
+  /// The top-left pixel of the source's block, which is not looked at as a pixel, must show that of
+  /// the whole picture: what stands outside.
+  bool needs_corner = false;
+};
+
+/// Cuts a picture, as high as the sum of `heights` and as wide as the sum of `widths`, into blocks
+/// of these sizes for a step with this border, row by row. Blocks are as wide as the picture where
+/// the step looks at whole rows. `border` may not be the whole picture.
+std::vector<Block> CutIntoBlocks(const Border& border, std::span<const int> heights,
+                                 std::span<const int> widths);
+
 }  // namespace qel::operations
 
 #endif  // QEL_OPERATIONS_BANDS_BAND_PLAN_H_

@@ -10,6 +10,7 @@
 #include "python/extension/errors.h"
 #include "python/extension/files.h"
 #include "python/extension/runtime.h"
+#include "python/extension/tiles.h"
 
 namespace qel::python {
 namespace {
@@ -110,5 +111,6 @@ PYBIND11_MODULE(_qel, module) {
   module.def("table", &Table);
   AddFunction<&RunFunction>(module, "call");
   AddFunction<&BorderOf>(module, "border");
+  module.def("blocks", &CutIntoBlocks);
   AddFileFunctions(module);
 }
