@@ -3,7 +3,8 @@
 
 Prints a table of milliseconds by the clock, of processor time, and of peak memory; each the least
 of several runs, which take turns so that all meet the same load. Missing tools are left out.
-usage: bench/everyday.py [--runs N] [--qel PATH]; needs a release build.
+With --bands instead: one step on all cores, on JPEG, PNG and TIFF, and on one core.
+usage: bench/everyday.py [--bands] [--runs N] [--qel PATH]; needs a release build.
 """
 import argparse
 import os
@@ -49,16 +50,45 @@ JOBS = {
     },
 }
 
+# A step here and its nearest there.
+STEPS = {
+    "light and gamma": ("light brightness=10 gamma 1.2", "linear {} {} 1.1 5"),
+    "sharpen": ("sharpen", "sharpen {} {}"),
+    "median 5": ("median 5", "rank {} {} 5 5 12"),
+    "Gaussian": ("gaussian-blur level=3", "gaussblur {} {} 1"),
+    "resize to 1600": ("resize width=1600", "resize {} {} 0.2923976608"),
+}
+
+
+def band_jobs():
+    jobs = {}
+    for extension, options in (("jpg", "[Q=92]"), ("png", ""), ("tif", "[compression=deflate]")):
+        for name, (step, call) in STEPS.items():
+            jobs[f"{extension}, {name}"] = {
+                "qel": f"qel run photo.{extension} -o q.{extension} --no-notes {step}",
+                "qel, one core": f"qel run photo.{extension} -o q.{extension} --no-notes --jobs 1 {step}",
+                "libvips": "vips " + call.format(f"photo.{extension}", f"v.{extension}{options}"),
+            }
+    return jobs
+
+
+def outputs(folder):
+    names = [name for name in os.listdir(folder) if name.split(".")[0] in ("q", "v", "m")]
+    return [os.path.join(folder, name) for name in names]
+
 
 def run(command, folder):
-    """Runs a command; seconds by the clock, seconds of processor time, MiB at its peak."""
+    """Runs a command; seconds by the clock, of processor time, MiB at its peak, MB of its output."""
+    for path in outputs(folder):
+        os.remove(path)
     start = time.monotonic()
     process = subprocess.Popen(command, shell=True, cwd=folder, stderr=subprocess.DEVNULL)
     _, status, usage = os.wait4(process.pid, 0)
     elapsed = time.monotonic() - start
     if status != 0:
         raise SystemExit(f"failed: {command}")
-    return elapsed, usage.ru_utime + usage.ru_stime, usage.ru_maxrss / 1024
+    size = sum(os.path.getsize(path) for path in outputs(folder)) / 1e6
+    return elapsed, usage.ru_utime + usage.ru_stime, usage.ru_maxrss / 1024, size
 
 
 def make_pictures(qel, folder):
@@ -68,21 +98,24 @@ def make_pictures(qel, folder):
             f"{qel} run demo/scene.png -o photo.png --no-notes resize width=5472 height=3648"
             " fit=exact enlarge=yes flatten noise 24",
             f"{qel} convert photo.png -o photo.jpg --quality 92",
+            f"{qel} convert photo.png -o photo.tif",
             f"{qel} run demo/scene.png -o logo.png resize width=480"):
         subprocess.run(command, shell=True, cwd=folder, check=True, stdout=subprocess.DEVNULL)
 
 
 def main():
     parser = argparse.ArgumentParser()
+    parser.add_argument("--bands", action="store_true")
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--qel", default=os.path.join(HERE, "../build/release/bin/qel"))
     options = parser.parse_args()
     qel = os.path.abspath(options.qel)
-    programs = {"qel": qel, "libvips": shutil.which("vips"), "ImageMagick": shutil.which("convert")}
+    programs = {"qel": qel, "qel, one core": qel, "libvips": shutil.which("vips"), "ImageMagick": shutil.which("convert")}
     with tempfile.TemporaryDirectory() as folder:
         make_pictures(qel, folder)
-        print("| Job | Tool | By the clock, ms | Processor, ms | Peak, MiB |\n|---|---|---|---|---|")
-        for job, commands in JOBS.items():
+        print("| Job | Tool | By the clock, ms | Processor, ms | Peak, MiB | File, MB |")
+        print("|---|---|---|---|---|---|")
+        for job, commands in (band_jobs() if options.bands else JOBS).items():
             best = {}
             for _ in range(options.runs):
                 for tool, command in commands.items():
@@ -90,9 +123,9 @@ def main():
                         continue
                     measured = run(f"exec {programs[tool]} {command.split(' ', 1)[1]}", folder)
                     best[tool] = tuple(map(min, measured, best.get(tool, measured)))
-            for tool, (elapsed, processor, peak) in best.items():
+            for tool, (elapsed, processor, peak, size) in best.items():
                 print(f"| {job} | {tool} | {1000 * elapsed:.0f} | {1000 * processor:.0f}"
-                      f" | {peak:.0f} |", flush=True)
+                      f" | {peak:.0f} | {size:.1f} |", flush=True)
 
 
 if __name__ == "__main__":

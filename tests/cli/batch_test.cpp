@@ -655,6 +655,7 @@ TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
   const struct {
     std::string output, steps;
   } cases[] = {{"o.ppm", "negative"},
+               {"o.png", "sharpen"},
                {"o.tif", "'median size=3' sharpen 'crop y=100' gaussian-blur"},
                {"o.bmp", "'turn angle=90' 'resize width=50%'"},
                {"o.ppm", "blur 'rotate angle=30' blur"}};
@@ -686,6 +687,9 @@ TEST_F(OneLarge, LeavesNothingWhenItEndsInTheMiddle) {
       {Tool() + " run bad.ppm -o out/o.ppm --threads 2 sharpen", "larger than the stated maximum"},
       {"trap '' XFSZ; ulimit -f 8000; " + Tool() +
            " run large.ppm -o out/o.ppm --threads 2 sharpen",
+       "File too large"},
+      {"trap '' XFSZ; ulimit -f 8000; " + Tool() +
+           " run large.ppm -o out/o.png --threads 3 sharpen",
        "File too large"}};
   for (const auto& [command, message] : faults) {
     const Outcome outcome = Shell(command);
@@ -693,14 +697,70 @@ TEST_F(OneLarge, LeavesNothingWhenItEndsInTheMiddle) {
     EXPECT_NE(outcome.errors.find(message), std::string::npos) << outcome.errors;
     EXPECT_TRUE(Files("out").empty());
   }
-  // Interrupted while the rest is waited for.
-  const Outcome outcome =
-      Shell("mkfifo pipe; (head -c 6000000 large.ppm; exec sleep 4) > pipe & " + Tool() +
-            " run pipe -o out/o.ppm --progress=json sharpen & tool=$!; sleep 2; kill -TERM $tool; "
-            "wait $tool");
-  EXPECT_EQ(outcome.exit_code, kInterrupted);
-  EXPECT_NE(outcome.errors.find("\"working\", \"share\": 0."), std::string::npos) << outcome.errors;
-  EXPECT_TRUE(Files("out").empty());
+}
+
+TEST_F(OneLarge, TakesTheMemoryOfItsBandsHoweverHighItIs) {
+  for (const int height : {2000, 100'000}) {
+    const std::string header = "P5\n100000 " + std::to_string(height) + "\n255\n";
+    WriteFile(folder_ / "wide.pgm", header);
+    fs::resize_file(folder_ / "wide.pgm", header.size() + uintmax_t{100'000} * height);
+    const std::string words = "wide.pgm -o o.png 'light brightness=20' sharpen 'median size=3'";
+    const double told = NumberAfter(Run(words + " --dry-run").output, "at most about ");
+    EXPECT_LT(told, 100) << height << " rows";
+    if (height > 2000 || !kMeasuresMemory) continue;
+    const Outcome outcome = Run(words + " --stats");
+    EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+    EXPECT_NEAR(NumberAfter(outcome.output, "memory at its peak "), told, 0.1 * told);
+  }
+}
+
+TEST_F(OneLarge, IsWholeOrNotThereHoweverLittleMemoryThereIs) {
+  if (!kMeasuresMemory) GTEST_SKIP() << "sanitizers take address space of their own";
+  MakeLarge(700, 900);
+  const std::string words =
+      "timeout 20 " + Tool() + " run large.ppm -o out/o.png --threads 3 sharpen";
+  ASSERT_EQ(Shell(words).exit_code, kDone);
+  const std::string whole = Files("out").at("o.png");
+  std::set<int> codes;
+  for (int mebibytes = 20; mebibytes < 800; mebibytes += 1 + mebibytes / 12) {
+    Shell("rm out/o.png");
+    const Outcome outcome =
+        Shell("ulimit -v " + std::to_string(mebibytes * 1024) + "; exec " + words);
+    codes.insert(outcome.exit_code);
+    const auto files = Files("out");
+    if (outcome.exit_code == kDone) {
+      EXPECT_EQ(files.at("o.png"), whole);
+    } else {
+      EXPECT_TRUE(files.empty());
+      EXPECT_FALSE(outcome.errors.empty());
+    }
+    EXPECT_TRUE(outcome.exit_code >= 0 && outcome.exit_code < 124)
+        << outcome.exit_code << " with " << mebibytes << " MiB: " << outcome.errors;
+  }
+  EXPECT_TRUE(codes.contains(kDone));
+  EXPECT_GT(codes.size(), 1u);
+}
+
+TEST_F(OneLarge, EndsSoonAfterASignalInTheMiddleAndLeavesNothing) {
+  // While rows are waited for, and while all threads are at work.
+  for (const std::string rest : {"sleep 4", "cat /dev/zero"}) {
+    SCOPED_TRACE(rest);
+    WriteFile(folder_ / "script",
+              "mkfifo pipe; (printf 'P6\\n10000 100000\\n255\\n'; head -c 60000000 /dev/zero; "
+              "exec " +
+                  rest +
+                  ") > pipe & "
+                  "env --default-signal=INT " +
+                  Tool() +
+                  " run pipe -o out/o.png --threads 2 --progress=json 'median size=5' & tool=$!; "
+                  "until grep -q '\"share\": 0.0*[1-9]' .errors; do sleep 0.01; done; "
+                  "start=$(date +%s%N); kill -INT $tool; wait $tool; code=$?; "
+                  "echo took $((($(date +%s%N) - start) / 1000000)); rm pipe; exit $code");
+    const Outcome outcome = Shell("bash script");
+    EXPECT_EQ(outcome.exit_code, kInterrupted) << outcome.errors;
+    EXPECT_LT(NumberAfter(outcome.output, "took "), test::kSanitized ? 2000 : 500);
+    EXPECT_TRUE(Files("out").empty());
+  }
 }
 
 }  // namespace
