@@ -64,9 +64,10 @@ def band_jobs():
     jobs = {}
     for extension, options in (("jpg", "[Q=92]"), ("png", ""), ("tif", "[compression=deflate]")):
         for name, (step, call) in STEPS.items():
+            command = f"qel run photo.{extension} -o q.{extension} --no-notes {step}"
             jobs[f"{extension}, {name}"] = {
-                "qel": f"qel run photo.{extension} -o q.{extension} --no-notes {step}",
-                "qel, one core": f"qel run photo.{extension} -o q.{extension} --no-notes --jobs 1 {step}",
+                "qel": command,
+                "qel, one core": command + " --jobs 1",
                 "libvips": "vips " + call.format(f"photo.{extension}", f"v.{extension}{options}"),
             }
     return jobs
@@ -110,7 +111,8 @@ def main():
     parser.add_argument("--qel", default=os.path.join(HERE, "../build/release/bin/qel"))
     options = parser.parse_args()
     qel = os.path.abspath(options.qel)
-    programs = {"qel": qel, "qel, one core": qel, "libvips": shutil.which("vips"), "ImageMagick": shutil.which("convert")}
+    programs = {"qel": qel, "qel, one core": qel, "libvips": shutil.which("vips"),
+                "ImageMagick": shutil.which("convert")}
     with tempfile.TemporaryDirectory() as folder:
         make_pictures(qel, folder)
         print("| Job | Tool | By the clock, ms | Processor, ms | Peak, MiB | File, MB |")

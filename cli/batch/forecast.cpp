@@ -114,7 +114,14 @@ double BytesInFlight(const BandPlan& plan, const Passage& passage, int threads) 
   const int flying = static_cast<int>(
       std::min(static_cast<size_t>(bands), operations::BandPipeline::MostInFlight(threads)));
   const int running = std::min(flying, threads);
-  return running * band.working + (flying - running) * band.largest + 2 * band.rows;
+  return running * band.working + (flying - running) * band.largest + band.rows;
+}
+
+/// Threads for the bands of a passage: a row of the result can take hundreds of megabytes of rows.
+int ThreadsFor(const BandPlan& plan, const Passage& passage, int threads) {
+  constexpr double kMostBytes = 256 << 20;
+  while (threads > 1 && BytesInFlight(plan, passage, threads) > kMostBytes) --threads;
+  return threads;
 }
 
 }  // namespace
@@ -184,8 +191,9 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTra
       const int height = plan.ShapeBefore(stretch.end).height;
       passage.band_rows =
           band_rows > 0 ? std::min(band_rows, height) : BandRowsFor(plan, stretch, threads);
+      passage.threads = ThreadsFor(plan, passage, threads);
       made = passage.to_file ? 0 : ImageBytes(plan.ShapeBefore(stretch.end));
-      bytes = kept + held + made + BytesInFlight(plan, passage, threads) +
+      bytes = kept + held + made + BytesInFlight(plan, passage, passage.threads) +
               (passage.from_file ? reading.held_bytes : 0) +
               (passage.to_file ? target.held_bytes : 0);
       // From an image to an image there is another way, which takes less memory.

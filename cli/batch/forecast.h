@@ -32,6 +32,7 @@ struct Passage {
   operations::Stretch stretch;
   bool by_bands = false;   ///< otherwise one step after the other takes the whole picture
   int band_rows = 0;       ///< of the result
+  int threads = 1;         ///< fewer than there are where bands are very large
   bool from_file = false;  ///< bands are read from the file, otherwise from an image
   bool to_file = false;    ///< bands are written to the file, otherwise into an image
 };

@@ -203,7 +203,7 @@ void PictureJob::RunBands(const Passage& passage, FileSink& target, PictureTimes
       passage.from_file ? static_cast<operations::BandSource*>(&from_file) : &from_image;
   operations::BandSink* const sink =
       passage.to_file ? static_cast<operations::BandSink*>(&target) : &to_image;
-  pipeline.Run(*source, *sink, threads_, records_);
+  pipeline.Run(*source, *sink, passage.threads, records_);
   image_ = to_image.Take();
 }
 

@@ -346,7 +346,13 @@ void BandWork::KeepRows(int from, IQEL& image, RowRange rows) {
     return;
   }
   const RowsInMemory source = RowsOf(image);
-  std::vector<uint8_t> kept(static_cast<size_t>(rows_read_ - from) * source.row_bytes);
+  const size_t bytes = static_cast<size_t>(rows_read_ - from) * source.row_bytes;
+  std::vector<uint8_t> kept;
+  // Mostly the image has them all: the old ones go first, for they may be many.
+  const bool in_image = from >= rows.begin && rows_read_ <= rows.end;
+  if (in_image && kept_.capacity() >= bytes) kept.swap(kept_);
+  if (in_image) kept_ = {};
+  kept.resize(bytes);
   uint8_t* to = kept.data();
   for (int y = from; y < rows_read_; ++y, to += source.row_bytes) {
     const bool is_new = y >= rows.begin && y < rows.end;
