@@ -73,7 +73,7 @@ using TwiceBytes = ByteLanes<2>;
 /// Bit i is set where keys[i] is `key`, of the first `length` keys. Reads a whole vector.
 QEL_SIMD_INLINE uint64_t EqualBits(const uint8_t* keys, size_t length, uint8_t key) {
   const uint64_t valid = length >= 64 ? ~uint64_t{0} : (uint64_t{1} << length) - 1;
-  return BitsFromMask(LoadU<U8>(keys) == Set<U8>(key)) & valid;
+  return BitsEqual(LoadU<U8>(keys), Set<U8>(key)) & valid;
 }
 
 inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {

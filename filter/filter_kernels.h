@@ -17,7 +17,8 @@ struct ExtremumKernels {
   /// `running` becomes its extremum with `row`, and combined[i] the extremum of that and `above`;
   /// then dest[i] = extremum(combined[i], combined[i + step], ...) of `size` pixels, at most
   /// `kMostAcross`. `running`, `above` and `combined` are scratch rows. The fourth bytes of pixels
-  /// of four are those of the last pixel of each window in `row`.
+  /// of four are those of the last pixel of each window in `row`. Vectors that begin within the
+  /// pixels are read as a whole, and written in `running`.
   void (*advance)(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
                   uint8_t* combined, size_t size, size_t step, size_t count);
   /// dest[i] = extremum of `size` rows and `size` pixels of each, at most `kMostSquare`. The fourth

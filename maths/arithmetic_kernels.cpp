@@ -264,7 +264,7 @@ void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const Scal
       [&](uint8_t* to, const uint8_t* from) {
         const F32 scaled = scale(ConvertTo<F32>(LoadU<I32>(from)));
         const Mask<I32> below = RebindMask<I32>(scaled < Zero<F32>());
-        StoreU(IfThenZeroElse(below, ConvertTo<I32>(scaled)), to);
+        StoreU(IfThenElse(below, Zero<I32>(), ConvertTo<I32>(scaled)), to);
       },
       To<4>{dest}, From<4>{source});
 }

@@ -14,7 +14,7 @@ namespace {
 class Product {
  public:
   explicit Product(float factor)
-      : factor_(Set<F32>(factor)), surplus_(Set<F32>(factor * 8388608.0f)) {}
+      : factor_(Set<F32>(factor)), surplus_(Set<F32>(factor * -8388608.0f)) {}
   QEL_SIMD_INLINE F32 Lower(U16 v) const { return Of(InterleaveLower(v, Beside())); }
   QEL_SIMD_INLINE F32 Upper(U16 v) const { return Of(InterleaveUpper(v, Beside())); }
 
@@ -24,7 +24,7 @@ class Product {
   // as converting and multiplying, in one step.
   QEL_SIMD_INLINE static U16 Beside() { return Set<U16>(kHasFusedMulAdd ? 0x4B00 : 0); }
   QEL_SIMD_INLINE F32 Of(U16 widened) const {
-    if constexpr (kHasFusedMulAdd) return MulSub(BitCast<F32>(widened), factor_, surplus_);
+    if constexpr (kHasFusedMulAdd) return MulAdd(BitCast<F32>(widened), factor_, surplus_);
     return ConvertTo<F32>(BitCast<I32>(widened)) * factor_;
   }
   F32 factor_, surplus_;

@@ -13,32 +13,30 @@
 // type as a template argument in place of a tag.
 // - Memory: LoadU<V>(from), StoreU(v, to), LoadDup128<V>(from), LoadBlocks<V>(from, stride),
 //   StoreBlocks(v, to, stride), GatherBlocks<V>(address_of), MaskedLoad<V>(mask, from),
-//   MaskedLoadOr(no, mask, from), BlendedStore(v, mask, to).
+//   BlendedStore(v, mask, to).
 // - Constants: Zero<V>(), Set<V>(value), Iota<V>(first), LanesFrom<V>(of).
 // - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
-//   MulAdd, MulSub, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
+//   MulAdd, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
 // - Neighbours: SatWidenMulPairwiseAdd(u8, i8), WidenMulPairwiseAdd(i16, i16),
 //   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8), ReduceSum(v).
 // - Masks: == != < <= > >= make a `Mask<V>`; & | ^ ~, IfThenElse(mask, yes, no),
-//   IfThenZeroElse(mask, no), IfNegativeThenElse(v, yes, no), IncrementWhere(mask, v),
-//   DecrementWhere(mask, v), FirstN<V>(count), AllFalse, MaskFromBits<V, bits>(), BitsFromMask,
-//   VecFromMask, RebindMask<To>.
+//   IfNegativeThenElse(v, yes, no), IncrementWhere(mask, v), DecrementWhere(mask, v),
+//   FirstN<V>(count), AllFalse, MaskFromBits<V, bits>(), BitsFromMask, BitsEqual,
+//   BitsGreater, VecFromMask, RebindMask<To>.
 // - Conversions: BitCast<To>(v), ConvertTo<To>(v), ReorderDemote2To<To>(a, b), LowerHalf(v),
 //   UpperHalf(v), Combine(upper, lower), TruncateTo<To>(v), ExtractBlock<k>(v).
 // - Within blocks: InterleaveLower(a, b), InterleaveUpper(a, b),
 //   TableLookupBytesOr0(bytes, places), CombineShiftRightBytes<bytes>(upper, lower).
 // - Anywhere: Shuffled<R>(a, b, at), TableLookupLanes(v, places), TwoTablesLookupLanes(a, b,
-// places), Reverse(v),
-//   NextBlocks(upper, lower), ConcatEvenBlocks(upper, lower), ConcatOddBlocks(upper, lower).
+//   places), Reverse(v), NextBlocks(upper, lower).
 //
-// Every function is there at every level and gives the same, but for the rounding of MulAdd and
-// MulSub. What a level has no instruction for takes as long as plain loops; where another way is
+// Every function is there at every level and gives the same, but for the rounding of MulAdd.
+// What a level has no instruction for takes as long as plain loops; where another way is
 // then quicker, kernels ask, with `if constexpr`, for
 // - kHasTableLookupBytes: TableLookupBytesOr0, SatWidenMulPairwiseAdd, shifts of bytes in blocks;
 // - kHasByteLookup: TableLookupLanes and TwoTablesLookupLanes of bytes;
 // - kHasDotProducts: SumOfMulQuadAccumulate;
-// - kHasMaskedMemory: MaskedLoad and BlendedStore; masks are bits then;
-// - kHasFusedMulAdd: MulAdd and MulSub round once.
+// - kHasFusedMulAdd: MulAdd rounds once.
 //
 // Built on these: simd/convert.h (conversions of several steps), simd/interleaved.h (channels apart
 // and together), simd/table_lookup.h (tables of 256 bytes), simd/row_walk.h (rows in blocks),
@@ -66,10 +64,7 @@ constexpr size_t kVectorBytes = QEL_SIMD_BYTES;
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 
-#include "simd/levels/moves.h"
-#if QEL_SIMD_BYTES < 64
 #include "simd/levels/lane_masks.h"
-#endif
 
 #if defined(QEL_LEVEL_avx2)
 #include "simd/levels/avx2.h"
@@ -89,7 +84,6 @@ constexpr bool kHasByteLookup = false;
 constexpr bool kHasDotProducts = false;
 #endif
 constexpr bool kHasTableLookupBytes = kVectorBytes > 16;
-constexpr bool kHasMaskedMemory = kVectorBytes == 64;
 constexpr bool kHasFusedMulAdd = kVectorBytes == 64;
 }  // namespace
 }  // namespace qel::QEL_LEVEL

@@ -66,7 +66,7 @@ class TableLookup {
 
  private:
   /// Blends by masks of bits are quick; those by bytes take as long as three additions.
-  static constexpr bool kAddsUp = kHasTableLookupBytes && !kHasMaskedMemory;
+  static constexpr bool kAddsUp = kHasTableLookupBytes && kVectorBytes < 64;
   static constexpr size_t kParts = kHasByteLookup ? 4 : kHasTableLookupBytes ? 16 : 0;
 
   const uint8_t* table_;

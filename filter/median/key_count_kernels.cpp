@@ -53,7 +53,7 @@ class WindowCounts {
   QEL_SIMD_INLINE size_t AtMost(size_t most) const {
     uint64_t above = uint64_t{1} << kLanes;
     for (size_t i = 0; i < kVectors; ++i) {
-      above |= BitsFromMask(v_[i] > Set<U16>(static_cast<uint16_t>(most))) << i * U16::kLanes;
+      above |= BitsGreater(v_[i], Set<U16>(static_cast<uint16_t>(most))) << i * U16::kLanes;
     }
     return static_cast<size_t>(__builtin_ctzll(above));
   }

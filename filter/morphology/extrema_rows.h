@@ -89,11 +89,12 @@ void AcrossStretch(uint8_t* dest, const uint8_t* row, size_t size, size_t step, 
   }
 }
 
-// In registers: where bytes of two whole vectors can be looked up and memory be masked.
+// In registers: where bytes of two whole vectors can be looked up.
 
 /// Doubles windows in registers, from the end of the row: a vector and the one right of it hold all
-/// that doubling needs. `jumps` are the bytes between the windows that are joined. load(k, mask)
-/// gives the bytes of the row from `k` on, finish(windows, k, mask) what is stored there.
+/// that doubling needs. `jumps` are the bytes between the windows that are joined. load(k) gives
+/// the bytes of the row from `k` on, finish(windows, k) what is stored there; whole vectors are
+/// read.
 template <typename Extremum, size_t kSteps, typename LoadAt, typename Finish>
 inline void DoubleAcross(uint8_t* dest, const size_t* jumps, size_t pixels, size_t count,
                          const LoadAt& load, const Finish& finish) {
@@ -104,18 +105,13 @@ inline void DoubleAcross(uint8_t* dest, const size_t* jumps, size_t pixels, size
     right[s] = Zero<U8>();
   }
   for (size_t k = (pixels - 1) / kVectorBytes * kVectorBytes;; k -= kVectorBytes) {
-    U8 windows = load(k, FirstN<U8>(pixels - k));
+    U8 windows = load(k);
     for (size_t s = 0; s < kSteps; ++s) {
       const U8 shifted = TwoTablesLookupLanes(windows, right[s], orders[s]);
       right[s] = windows;
       windows = Extremum::Of(windows, shifted);
     }
-    if (k + kVectorBytes <= count) {
-      StoreU(finish(windows, k, FirstN<U8>(kVectorBytes)), dest + k);
-    } else if (k < count) {
-      const Mask<U8> mask = FirstN<U8>(count - k);
-      BlendedStore(finish(windows, k, mask), mask, dest + k);
-    }
+    if (k < count) StoreN(finish(windows, k), dest + k, count - k);
     if (k == 0) return;
   }
 }
@@ -151,37 +147,20 @@ inline bool WithSteps(size_t size, size_t step, Run&& run) {
 }
 
 template <typename Extremum>
-bool AcrossInRegisters(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
-  if constexpr (kHasByteLookup) {
-    return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
-      DoubleAcross<Extremum, kSteps>(
-          dest, jumps, count + (size - 1) * step, count,
-          [=](size_t k, Mask<U8> mask) { return MaskedLoad<U8>(mask, row + k); },
-          [](U8 windows, size_t, Mask<U8>) { return windows; });
-    });
-  }
-  return false;
-}
-
-template <typename Extremum>
 bool AdvanceInRegisters(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
                         size_t size, size_t step, size_t count) {
   if constexpr (kHasByteLookup) {
-    const uint8_t* const last = row + (size - 1) * step;
-    const Mask<U8> fourth = MaskFromBits<U8, 0x8888'8888'8888'8888u>();
-    const Mask<U8> alpha = step == 4 ? fourth : FirstN<U8>(0);
+    const uint8_t* const alphas = row + (size - 1) * step;
     return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
       DoubleAcross<Extremum, kSteps>(
           dest, jumps, count + (size - 1) * step, count,
-          [=](size_t k, Mask<U8> mask) {
-            // Beyond the pixels, what runs stays as it is.
-            const U8 before = LoadU<U8>(running + k);
-            const U8 longer = Extremum::Of(before, MaskedLoadOr(before, mask, row + k));
+          [=](size_t k) {
+            const U8 longer = Extremum::Of(LoadU<U8>(running + k), LoadU<U8>(row + k));
             StoreU(longer, running + k);
             return Extremum::Of(longer, LoadU<U8>(above + k));
           },
-          [=](U8 windows, size_t k, Mask<U8> mask) {
-            return MaskedLoadOr(windows, alpha & mask, last + k);
+          [=](U8 windows, size_t k) {
+            return step == 4 ? WithFourthBytes(windows, LoadU<U8>(alphas + k)) : windows;
           });
     });
   }
@@ -194,7 +173,6 @@ void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t 
     __builtin_memcpy(dest, row, count);
     return;
   }
-  if (size > 4 && AcrossInRegisters<Extremum>(dest, row, size, step, count)) return;
   for (size_t first = 0; first < count; first += kStretch) {
     const size_t stretch = count - first < kStretch ? count - first : kStretch;
     AcrossStretch<Extremum>(dest + first, row + first, size, step, stretch);

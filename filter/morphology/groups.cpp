@@ -228,7 +228,7 @@ void RunExtremaByGroups(const ExtremaJob& job) {
   const auto extrema = static_cast<int64_t>(job.kernels.size());
   const int64_t group = std::min<int64_t>(job.size, kGroupRows[extrema - 1]);
   const int64_t columns = job.ColumnsFor(kSharedRows + extrema * group);
-  ForEachStrip(job.source, job.out, Window::Square(job.size).columns, {columns, columns}, 0,
+  ForEachStrip(job.source, job.out, Window::Square(job.size).columns, {columns, columns}, kRowSlack,
                job.scratch, [&](Strip& strip) { GroupedStrip(job, strip, nullptr).Run(); });
 }
 

@@ -29,28 +29,6 @@ template <typename To>
 requires(std::is_same_v<To, F64>) QEL_SIMD_INLINE To ConvertTo(Half<F32> v) {
   return {_mm256_cvtps_pd(v.raw)};
 }
-QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm_sqrt_ps(v.raw)}; }
-// One bit of each byte decides, the highest one.
-
-template <typename V>
-requires(V::kBytes == 32) QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
-  return As<V>(_mm256_blendv_epi8(Bits(no), Bits(yes), reinterpret_cast<Native>(mask.raw)));
-}
-template <typename V>
-requires(V::kBytes == 16) QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
-  return As<V>(_mm_blendv_epi8(reinterpret_cast<__m128i>(no.raw),
-                               reinterpret_cast<__m128i>(yes.raw),
-                               reinterpret_cast<__m128i>(mask.raw)));
-}
-QEL_SIMD_INLINE F64 IfThenElse(Mask<F64> mask, F64 yes, F64 no) {
-  return {_mm256_blendv_pd(no.raw, yes.raw, reinterpret_cast<__m256d>(mask.raw))};
-}
-QEL_SIMD_INLINE F32 IfThenElse(Mask<F32> mask, F32 yes, F32 no) {
-  return {_mm256_blendv_ps(no.raw, yes.raw, reinterpret_cast<__m256>(mask.raw))};
-}
-QEL_SIMD_INLINE U8 IfNegativeThenElse(U8 v, U8 yes, U8 no) {
-  return As<U8>(_mm256_blendv_epi8(Bits(no), Bits(yes), Bits(v)));
-}
 template <typename V>
 requires(V::kBytes == 32) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   if constexpr (V::kLanes == 4) {
@@ -66,6 +44,7 @@ requires(V::kBytes == 32) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   }
 }
 
+QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm_sqrt_ps(v.raw)}; }
 template <typename V, typename AddressOf>
 requires(V::kBytes == 32) QEL_SIMD_INLINE V GatherBlocks(const AddressOf& address_of) {
   const auto load = [&](size_t i) {

@@ -3,7 +3,7 @@
 
 #include "simd/levels/moves.h"
 
-// Masks for levels without registers of their own for them.
+// Masks: truths of lanes, which the compiler keeps in registers of their own where there are any.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -78,24 +78,20 @@ template <typename V>
 QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
   return {mask.raw ? yes.raw : no.raw};
 }
-/// 0 where true.
-template <typename V>
-QEL_SIMD_INLINE V IfThenZeroElse(Mask<V> mask, V no) {
-  return no & ~VecFromMask(mask);
-}
 /// Adds 1 where true.
 template <typename V>
 QEL_SIMD_INLINE V IncrementWhere(Mask<V> mask, V v) {
-  return v - VecFromMask(mask);
+  return kVectorBytes == 64 ? IfThenElse(mask, v + Set<V>(1), v) : v - VecFromMask(mask);
 }
 template <typename V>
 QEL_SIMD_INLINE V DecrementWhere(Mask<V> mask, V v) {
-  return v + VecFromMask(mask);
+  return kVectorBytes == 64 ? IfThenElse(mask, v - Set<V>(1), v) : v + VecFromMask(mask);
 }
 /// `yes` where the highest bit of a lane is set.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> IfNegativeThenElse(Vec<T, n> v, Vec<T, n> yes, Vec<T, n> no) {
-  return {v.raw >> static_cast<T>(8 * sizeof(T) - 1) != 0 ? yes.raw : no.raw};
+  using Signed = Vec<std::make_signed_t<T>, n>;
+  return {BitCast<Signed>(v).raw < 0 ? yes.raw : no.raw};
 }
 /// Lane i as bit i.
 template <typename V>
@@ -103,6 +99,15 @@ QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   uint64_t bits = 0;
   for (size_t i = 0; i < V::kLanes; ++i) bits |= uint64_t{mask.raw[i] != 0} << i;
   return bits;
+}
+/// Lane i of a comparison as bit i.
+template <typename V>
+QEL_SIMD_INLINE uint64_t BitsEqual(V a, V b) {
+  return BitsFromMask(a == b);
+}
+template <typename V>
+QEL_SIMD_INLINE uint64_t BitsGreater(V a, V b) {
+  return BitsFromMask(a > b);
 }
 /// True for the first `count` lanes.
 template <typename V>
@@ -121,10 +126,6 @@ QEL_SIMD_INLINE V MaskedLoad(Mask<V> mask, const void* from) {
     v.raw[i] = lane;
   }
   return v;
-}
-template <typename V>
-QEL_SIMD_INLINE V MaskedLoadOr(V no, Mask<V> mask, const void* from) {
-  return IfThenElse(mask, MaskedLoad<V>(mask, from), no);
 }
 /// Touches the memory of lanes that are true only.
 template <typename V>

@@ -156,19 +156,6 @@ template <typename V>
 QEL_SIMD_INLINE V NextBlocks(V upper, V lower) {
   return Shuffled<V>(lower, upper, [](size_t i) { return i + kBlockLanes<V>; });
 }
-/// Blocks 0, 2, ... of `lower`, then those of `upper`; and blocks 1, 3, ...
-template <typename V>
-QEL_SIMD_INLINE V ConcatEvenBlocks(V upper, V lower) {
-  return Shuffled<V>(lower, upper, [](size_t i) {
-    return i / kBlockLanes<V> * 2 * kBlockLanes<V> + i % kBlockLanes<V>;
-  });
-}
-template <typename V>
-QEL_SIMD_INLINE V ConcatOddBlocks(V upper, V lower) {
-  return Shuffled<V>(lower, upper, [](size_t i) {
-    return (i / kBlockLanes<V> * 2 + 1) * kBlockLanes<V> + i % kBlockLanes<V>;
-  });
-}
 /// Lanes in the opposite order: within blocks, then the blocks.
 template <typename V>
 QEL_SIMD_INLINE V Reverse(V v) {

@@ -190,14 +190,17 @@ QEL_SIMD_INLINE Vec<T, n> SaturatedSub(Vec<T, n> a, Vec<T, n> b) {
 /// (a + b + 1) / 2 without loss.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> AverageRound(Vec<T, n> a, Vec<T, n> b) {
-  return EachLane<Vec<T, n>>([](uint32_t x, uint32_t y) { return (x + y + 1) >> 1; }, a, b);
+  Vec<T, n> r;
+  for (size_t i = 0; i < r.kLanes; ++i) {
+    r.raw[i] = static_cast<T>((uint32_t{a.raw[i]} + b.raw[i] + 1) >> 1);
+  }
+  return r;
 }
 /// The lowest whole number stays as it is.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> Abs(Vec<T, n> v) {
   if constexpr (std::is_integral_v<T>) {
-    const Vec<T, n> sign = {v.raw >> static_cast<T>(8 * sizeof(T) - 1)};
-    return (v ^ sign) - sign;
+    return Max(v, Zero<Vec<T, n>>() - v);
   } else {
     using Bits = Vec<std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>, n>;
     return BitCast<Vec<T, n>>(Bits{BitCast<Bits>(v).raw << 1 >> 1});
@@ -205,27 +208,25 @@ QEL_SIMD_INLINE Vec<T, n> Abs(Vec<T, n> v) {
 }
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> Sqrt(Vec<T, n> v) {
-  return EachLane<Vec<T, n>>(
-      [](T x) {
-        if constexpr (sizeof(T) == 4) return __builtin_sqrtf(x);
-        if constexpr (sizeof(T) == 8) return __builtin_sqrt(x);
-      },
-      v);
+  Vec<T, n> r;
+  for (size_t i = 0; i < r.kLanes; ++i) {
+    if constexpr (sizeof(T) == 4) r.raw[i] = __builtin_sqrtf(v.raw[i]);
+    if constexpr (sizeof(T) == 8) r.raw[i] = __builtin_sqrt(v.raw[i]);
+  }
+  return r;
 }
 /// mul * x + add, rounded once if `kHasFusedMulAdd`, else twice.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> MulAdd(Vec<T, n> mul, Vec<T, n> x, Vec<T, n> add) {
   return mul * x + add;
 }
-template <typename T, size_t n>
-QEL_SIMD_INLINE Vec<T, n> MulSub(Vec<T, n> mul, Vec<T, n> x, Vec<T, n> sub) {
-  return mul * x - sub;
-}
 /// The upper halves of products of 16 bits.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> MulHigh(Vec<T, n> a, Vec<T, n> b) {
   using Wide = std::conditional_t<std::is_signed_v<T>, int32_t, uint32_t>;
-  return EachLane<Vec<T, n>>([](Wide x, Wide y) { return x * y >> 16; }, a, b);
+  Vec<T, n> r;
+  for (size_t i = 0; i < r.kLanes; ++i) r.raw[i] = static_cast<T>(Wide{a.raw[i]} * b.raw[i] >> 16);
+  return r;
 }
 
 // Sums of neighbours.

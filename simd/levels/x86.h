@@ -31,18 +31,11 @@ QEL_X86_BINARY(U16, SaturatedAdd, U16, adds_epu16)
 QEL_X86_BINARY(U16, SaturatedSub, U16, subs_epu16)
 QEL_X86_BINARY(I16, SaturatedAdd, I16, adds_epi16)
 QEL_X86_BINARY(I16, SaturatedSub, I16, subs_epi16)
-QEL_X86_BINARY(U8, AverageRound, U8, avg_epu8)
-QEL_X86_BINARY(U16, MulHigh, U16, mulhi_epu16)
-QEL_X86_BINARY(I16, MulHigh, I16, mulhi_epi16)
 QEL_X86_BINARY(I32, WidenMulPairwiseAdd, I16, madd_epi16)
 #undef QEL_X86_BINARY
 
 QEL_SIMD_INLINE U64 SumsOf8(U8 v) { return As<U64>(QEL_X86(sad_epu8)(Bits(v), Bits(Zero<U8>()))); }
 
-QEL_SIMD_INLINE F32 Min(F32 a, F32 b) { return {QEL_X86(min_ps)(a.raw, b.raw)}; }
-QEL_SIMD_INLINE F64 Min(F64 a, F64 b) { return {QEL_X86(min_pd)(a.raw, b.raw)}; }
-QEL_SIMD_INLINE F32 Max(F32 a, F32 b) { return {QEL_X86(max_ps)(a.raw, b.raw)}; }
-QEL_SIMD_INLINE F64 Max(F64 a, F64 b) { return {QEL_X86(max_pd)(a.raw, b.raw)}; }
 QEL_SIMD_INLINE F32 Sqrt(F32 v) { return {QEL_X86(sqrt_ps)(v.raw)}; }
 QEL_SIMD_INLINE F64 Sqrt(F64 v) { return {QEL_X86(sqrt_pd)(v.raw)}; }
 
@@ -71,7 +64,6 @@ QEL_SIMD_INLINE I16 SatWidenMulPairwiseAdd(U8 a, I8 b) {
 QEL_SIMD_INLINE U8 TableLookupBytesOr0(U8 bytes, U8 places) {
   return As<U8>(QEL_X86(shuffle_epi8)(Bits(bytes), Bits(places)));
 }
-QEL_SIMD_INLINE I16 Abs(I16 v) { return As<I16>(QEL_X86(abs_epi16)(Bits(v))); }
 template <size_t kShift, typename T>
 QEL_SIMD_INLINE Vec<T, kVectorBytes> CombineShiftRightBytes(Vec<T, kVectorBytes> upper,
                                                             Vec<T, kVectorBytes> lower) {

@@ -30,7 +30,7 @@ using Lanes = typename LanesOf<Lane>::Type;
 
 /// The same bits as another type.
 template <typename To, typename From>
-QEL_EMULATE To As(From v) {
+QEL_EMULATE To As(const From& v) {
   static_assert(sizeof(To) == sizeof(From));
   To same;
   __builtin_memcpy(&same, &v, sizeof(same));
@@ -90,32 +90,20 @@ QEL_EMULATE I512 ShiftPair(I512 high, I512 low, size_t by) {
   return As<I512>(shifted);
 }
 /// Loads and stores touch the chosen bytes only.
-template <typename V, typename Mask>
-QEL_EMULATE V LoadChosen(V others, Mask mask, const void* from) {
-  unsigned char bytes[sizeof(V)];
-  __builtin_memcpy(bytes, &others, sizeof(V));
-  for (size_t i = 0; i < sizeof(V); ++i) {
+QEL_EMULATE I512 LoadChosen(simde__mmask64 mask, const void* from) {
+  unsigned char bytes[64] = {};
+  for (size_t i = 0; i < 64; ++i) {
     if ((mask >> i & 1) != 0) bytes[i] = static_cast<const volatile unsigned char*>(from)[i];
   }
-  __builtin_memcpy(&others, bytes, sizeof(V));
-  return others;
+  return As<I512>(bytes);
 }
-template <typename V, typename Mask>
-QEL_EMULATE void StoreChosen(void* to, Mask mask, V v) {
-  unsigned char bytes[sizeof(V)];
-  __builtin_memcpy(bytes, &v, sizeof(V));
-  for (size_t i = 0; i < sizeof(V); ++i) {
+QEL_EMULATE void StoreChosen(void* to, simde__mmask64 mask, I512 v) {
+  unsigned char bytes[64];
+  __builtin_memcpy(bytes, &v, sizeof(v));
+  for (size_t i = 0; i < 64; ++i) {
     if ((mask >> i & 1) != 0) static_cast<volatile unsigned char*>(to)[i] = bytes[i];
   }
 }
-/// A mask of bytes from one of lanes of `kBytes` bytes.
-template <size_t kBytes>
-QEL_EMULATE simde__mmask64 ByBytes(uint64_t mask) {
-  simde__mmask64 bytes = 0;
-  for (size_t i = 0; i < 64; ++i) bytes |= (mask >> i / kBytes & 1) << i;
-  return bytes;
-}
-
 QEL_EMULATE D512 DwordsToDouble(__m256i v) {
   typedef int32_t Dwords __attribute__((vector_size(32)));
   return As<D512>(__builtin_convertvector(As<Dwords>(v), Lanes<double>));
@@ -130,13 +118,6 @@ QEL_EMULATE __m256i DoubleToDwords(D512 v) {
 QEL_EMULATE I512 SingleToDwords(F512 v) {
   return ByHalves<I512, __m256>([](__m256 half) { return _mm256_cvttps_epi32(half); }, v);
 }
-
-QEL_EMULATE I512 MulHighU16(I512 a, I512 b) {
-  const auto x = As<Lanes<uint16_t>>(a), y = As<Lanes<uint16_t>>(b);
-  Lanes<uint16_t> high;
-  for (size_t i = 0; i < 32; ++i) high[i] = static_cast<uint16_t>(uint32_t{x[i]} * y[i] >> 16);
-  return As<I512>(high);
-}
 /// Rounded once, where the library rounds the product as well.
 QEL_EMULATE D512 MulAdd(D512 a, D512 b, D512 c) {
   return ByHalves<D512, __m256d>(
@@ -145,10 +126,6 @@ QEL_EMULATE D512 MulAdd(D512 a, D512 b, D512 c) {
 QEL_EMULATE F512 MulAdd(F512 a, F512 b, F512 c) {
   return ByHalves<F512, __m256>(
       [](__m256 x, __m256 y, __m256 z) { return _mm256_fmadd_ps(x, y, z); }, a, b, c);
-}
-QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
-  return ByHalves<F512, __m256>(
-      [](__m256 x, __m256 y, __m256 z) { return _mm256_fmsub_ps(x, y, z); }, a, b, c);
 }
 
 #undef QEL_EMULATE
@@ -159,35 +136,13 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
 #define _mm512_alignr_epi8(a, b, by) qel_emulated::ShiftPair<uint8_t, 16>(a, b, by)
 #define _mm512_alignr_epi32(a, b, by) qel_emulated::ShiftPair<uint32_t, 16>(a, b, by)
 #define _mm512_cmp_epu8_mask(a, b, how) qel_emulated::Compare<simde__mmask64, uint8_t>(a, b, how)
-#define _mm512_cmp_epi8_mask(a, b, how) qel_emulated::Compare<simde__mmask64, int8_t>(a, b, how)
 #define _mm512_cmp_epu16_mask(a, b, how) qel_emulated::Compare<simde__mmask32, uint16_t>(a, b, how)
-#define _mm512_cmp_epi16_mask(a, b, how) qel_emulated::Compare<simde__mmask32, int16_t>(a, b, how)
-#define _mm512_cmp_epu32_mask(a, b, how) qel_emulated::Compare<simde__mmask16, uint32_t>(a, b, how)
-#define _mm512_cmp_epi32_mask(a, b, how) qel_emulated::Compare<simde__mmask16, int32_t>(a, b, how)
-#define _mm512_cmp_epu64_mask(a, b, how) qel_emulated::Compare<simde__mmask8, uint64_t>(a, b, how)
-#define _mm256_cmp_epi32_mask(a, b, how) qel_emulated::Compare<simde__mmask8, int32_t>(a, b, how)
 #define _mm512_cvtepi32_pd(v) qel_emulated::DwordsToDouble(v)
 #define _mm512_cvtps_pd(v) qel_emulated::SingleToDouble(v)
 #define _mm512_cvttpd_epi32(v) qel_emulated::DoubleToDwords(v)
 #define _mm512_cvttps_epi32(v) qel_emulated::SingleToDwords(v)
-#define _mm512_mask_loadu_epi8(others, mask, from) \
-  qel_emulated::LoadChosen<simde__m512i>(others, mask, from)
-#define _mm512_maskz_loadu_epi8(mask, from) \
-  qel_emulated::LoadChosen(simde_mm512_setzero_si512(), mask, from)
-#define _mm512_maskz_loadu_epi16(mask, from) \
-  _mm512_maskz_loadu_epi8(qel_emulated::ByBytes<2>(mask), from)
-#define _mm512_maskz_loadu_epi32(mask, from) \
-  _mm512_maskz_loadu_epi8(qel_emulated::ByBytes<4>(mask), from)
-#define _mm512_maskz_loadu_epi64(mask, from) \
-  _mm512_maskz_loadu_epi8(qel_emulated::ByBytes<8>(mask), from)
-#define _mm512_mask_storeu_epi16(to, mask, v) \
-  _mm512_mask_storeu_epi8(to, qel_emulated::ByBytes<2>(mask), v)
-#define _mm512_mask_storeu_epi32(to, mask, v) \
-  _mm512_mask_storeu_epi8(to, qel_emulated::ByBytes<4>(mask), v)
-#define _mm512_mask_storeu_epi64(to, mask, v) \
-  _mm512_mask_storeu_epi8(to, qel_emulated::ByBytes<8>(mask), v)
-#define _mm512_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen<simde__m512i>(to, mask, v)
-#define _mm512_mulhi_epu16(a, b) qel_emulated::MulHighU16(a, b)
+#define _mm512_maskz_loadu_epi8(mask, from) qel_emulated::LoadChosen(mask, from)
+#define _mm512_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen(to, mask, v)
 
 // What it has with the wrong number of arguments, without end, reaching too far, rounded twice.
 #undef _mm512_madd_epi16
@@ -196,7 +151,5 @@ QEL_EMULATE F512 MulSub(F512 a, F512 b, F512 c) {
 #undef _mm512_fmadd_ps
 #define _mm512_fmadd_pd(a, b, c) qel_emulated::MulAdd(a, b, c)
 #define _mm512_fmadd_ps(a, b, c) qel_emulated::MulAdd(a, b, c)
-#undef _mm512_fmsub_ps
-#define _mm512_fmsub_ps(a, b, c) qel_emulated::MulSub(a, b, c)
 
 #endif  // QEL_TESTS_EMULATED_IMMINTRIN_H_

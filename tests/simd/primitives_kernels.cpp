@@ -188,6 +188,19 @@ const Primitive kAll[] = {
          }()),
 
     // Masks.
+    CASE(U8, U8, MaskedLoad<U8>(a < b, &drawn), a[i] < b[i] ? a[i] : 0),
+    CASE(U64, U8, Set<U64>(BitsEqual(a & Set<U8>(3), b & Set<U8>(3))),
+         [&] {
+           uint64_t bits = 0;
+           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] % 4 == b[k] % 4} << k;
+           return bits;
+         }()),
+    CASE(U64, U16, Set<U64>(BitsGreater(a, b)),
+         [&] {
+           uint64_t bits = 0;
+           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] > b[k]} << k;
+           return bits;
+         }()),
     CASE(U64, U8, Set<U64>(BitsFromMask(a < b)),
          [&] {
            uint64_t bits = 0;
@@ -215,11 +228,9 @@ const Primitive kAll[] = {
     CASE(I16, I16, VecFromMask(a < b), a[i] < b[i] ? -1 : 0),
     CASE(U8, U8, IncrementWhere(a < b, c), c[i] + (a[i] < b[i])),
     CASE(U8, U8, DecrementWhere(a < b, c), c[i] - (a[i] < b[i])),
-    CASE(U8, U8, MaskedLoadOr(c, a < b, &drawn), a[i] < b[i] ? a[i] : c[i]),
     CASE(I16, U8, ConvertTo<I16>(LowerHalf(BitCast<I8>(a))), int8_t(a[i])),
     CASE(U8, U8, ShiftedWindow<5>(a, b), a[i + 5]),
     CASE(U8, U8, WithFourthBytes(a, b), i % 4 == 3 ? b[i] : a[i]),
-    CASE(I32, I32, IfThenZeroElse(a < b, c), a[i] < b[i] ? 0 : c[i]),
     CASE(U8, I32, BitCast<U8>(OrderedDemote4To8(a, b, c, d)), Clamped<uint8_t>(a[i])),
     CASE(U8, U8, LowerThenUpperHalves(a),
          a[i < n / 2 ? i / 8 * 16 + i % 8 : (i - n / 2) / 8 * 16 + 8 + i % 8]),
@@ -259,8 +270,6 @@ const Primitive kAll[] = {
          a[i / 16 * 32 + i % 16]),
     CASE(U8, U8, NextBlocks(b, a), a[i + 16]),
     CASE(U8, U8, LanesFrom<U8>([&](size_t k) { return drawn.at[3 * k]; }), a[3 * i]),
-    CASE(U32, U32, ConcatEvenBlocks(b, a), a[i / 4 * 8 + i % 4]),
-    CASE(U32, U32, ConcatOddBlocks(b, a), a[i / 4 * 8 + 4 + i % 4]),
     CASE(Block<U8>, U8, ExtractBlock<U8::kBytes / 16 - 1>(a), a[n - 16 + i]),
     CASE(U8, U8, Reverse(a), a[n - 1 - i]),
     CASE(QuarterOfBytes, U32, TruncateTo<QuarterOfBytes>(a), a[i]),
