@@ -80,7 +80,7 @@ void Convolve(PeerStage& p, const FixedKernel& kernel) {
 std::vector<Row> FilterRows() {
   std::vector<Row> rows;
   const auto add = [&](Row row) { rows.push_back(std::move(row)); };
-  for (const auto& [n, goal] : {std::pair(3, 1.8), {15, 3.0}, {31, 3.5}}) {
+  for (const auto& [n, goal] : {std::pair(3, 1.8), {5, 1.8}, {15, 3.0}, {31, 3.5}}) {
     const int size = n;
     add(Row{"erode " + std::to_string(n), goal, Of("Erode", "0", size),
             QEL_PEER(cv::erode(p[0], p.result, Square(size)))}
