@@ -15,11 +15,11 @@ namespace {
 }
 
 /// The alpha byte to store.
-// Deliberate: 0 becomes 1, so that alpha 0 marks the pixels of the key colour and no others. Only
+// Deliberate: 0 becomes 1, so that alpha 0 marks the pixels of the key color and no others. Only
 // the whole number 0 does: 256 stores 0.
 uint8_t AlphaToStore(int alpha) { return static_cast<uint8_t>(alpha == 0 ? 1 : alpha); }
 
-/// The colour of a pixel from a key, which has red in its low byte and an ignored top byte.
+/// The color of a pixel from a key, which has red in its low byte and an ignored top byte.
 uint32_t ColorOfKey(uint32_t key) {
   return (key & 0xFF) << 16 | (key & 0xFF00) | (key >> 16 & 0xFF);
 }

@@ -6,7 +6,7 @@
 
 namespace qel {
 
-/// Per-pixel tone, colour and alpha operations; see `IQELColorTransform`.
+/// Per-pixel tone, color and alpha operations; see `IQELColorTransform`.
 class CQELColorTransform : public Component<CQELColorTransform, IQELColorTransform> {
  public:
   static constexpr tagREFString m_ObjectName = RefString(kColorTransformName);

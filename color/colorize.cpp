@@ -15,7 +15,7 @@ float IntoCircle(float degrees) {
   return degrees > 360.0f ? degrees - 360.0f : degrees < 0.0f ? degrees + 360.0f : degrees;
 }
 
-/// Colours of one saturation (0 to 1) at every lightness, in single precision. Only low bytes are
+/// Colors of one saturation (0 to 1) at every lightness, in single precision. Only low bytes are
 /// kept. Loops over lightness have no branches, so that the compiler makes vectors of them.
 class TintedLightness {
  public:
@@ -45,15 +45,15 @@ class TintedLightness {
   float lower_[256], upper_[256];
 };
 
-/// Share of the new colour in 256ths.
-// Deliberate: only above 0.999 does the new colour replace the old one; 0.999 itself still mixes,
+/// Share of the new color in 256ths.
+// Deliberate: only above 0.999 does the new color replace the old one; 0.999 itself still mixes,
 // with 255 parts of 256.
 int BlendWeight(float blend) {
   if (blend > 0.999f) return 256;
   return blend > 0.0f ? TruncateToInt(blend * 256.0f) : 0;
 }
 
-/// The new colour depends on a pixel through its lightness only, of which there are 256.
+/// The new color depends on a pixel through its lightness only, of which there are 256.
 Tint MakeTint(uint8_t hue, uint8_t saturation, int weight) {
   Tint tint;
   tint.weight = weight;
@@ -77,13 +77,13 @@ void TintDirect(const ImageView& view, const Tint& tint) {
   });
 }
 
-/// Each index becomes the grey nearest to its tinted colour.
+/// Each index becomes the gray nearest to its tinted color.
 void TintIndices(const ImageView& view, const Tint& tint) {
   uint8_t table[256];
   for (int i = 0; i < 256; ++i) {
-    const auto grey = static_cast<uint8_t>(i);
-    table[i] = NearestGrey(TintedChannel(tint, 0, grey, grey), TintedChannel(tint, 1, grey, grey),
-                           TintedChannel(tint, 2, grey, grey));
+    const auto gray = static_cast<uint8_t>(i);
+    table[i] = NearestGray(TintedChannel(tint, 0, gray, gray), TintedChannel(tint, 1, gray, gray),
+                           TintedChannel(tint, 2, gray, gray));
   }
   RemapIndices(view, table);
 }

@@ -8,13 +8,13 @@
 
 namespace qel {
 
-/// The colour that a pixel takes by its lightness, and how much of it.
+/// The color that a pixel takes by its lightness, and how much of it.
 struct Tint {
   uint8_t color[3][256];  ///< blue, green and red by lightness
-  int weight;             ///< share of the new colour in 256ths, 1 to 256; 256 replaces the old one
+  int weight;             ///< share of the new color in 256ths, 1 to 256; 256 replaces the old one
 };
 
-/// Lightness of a colour: the middle of its largest and smallest channel, halves rounded up.
+/// Lightness of a color: the middle of its largest and smallest channel, halves rounded up.
 static inline constexpr uint8_t LightnessOf(uint8_t blue, uint8_t green, uint8_t red) {
   const uint8_t bigger = blue > green ? blue : green;
   const uint8_t smaller = blue > green ? green : blue;
@@ -33,10 +33,10 @@ static inline constexpr uint8_t TintedChannel(const Tint& tint, int channel, uin
 struct PixelKernels {
   /// The alpha byte of 4-byte pixels.
   void (*set_alpha)(uint8_t* row, size_t pixels, uint8_t alpha);
-  /// Alpha 0 for the 4-byte pixels of colour `key`. The others are not written: their memory may be
+  /// Alpha 0 for the 4-byte pixels of color `key`. The others are not written: their memory may be
   /// read-only.
   void (*clear_key)(uint8_t* row, size_t pixels, uint32_t key);
-  /// Alpha 0 for the 4-byte pixels of colour `key`, `alpha` for the others.
+  /// Alpha 0 for the 4-byte pixels of color `key`, `alpha` for the others.
   void (*set_alpha_but_key)(uint8_t* row, size_t pixels, uint8_t alpha, uint32_t key);
   /// Tints 3-byte pixels, and 4-byte pixels, which keep their alpha.
   void (*tint3)(uint8_t* row, size_t pixels, const Tint& tint);

@@ -13,8 +13,8 @@
 namespace qel {
 namespace {
 
-/// Calls `bytes(row, count)` for the rows of 8- and 24-bit images, whose bytes are all colour, and
-/// `pixels(row, count)` for those of 32-bit images. Other depths have no colour rows.
+/// Calls `bytes(row, count)` for the rows of 8- and 24-bit images, whose bytes are all color, and
+/// `pixels(row, count)` for those of 32-bit images. Other depths have no color rows.
 template <typename Bytes, typename Pixels>
 void ForEachColorRow(const ImageView& view, Bytes&& bytes, Pixels&& pixels) {
   const int pixel_bytes = ExactPixelBytes(view.bit_count);
@@ -76,20 +76,20 @@ void ShiftDirect(const ImageView& view, const ChannelShift& shift) {
   });
 }
 
-/// Palette indices take the grey nearest to their shifted colour.
+/// Palette indices take the gray nearest to their shifted color.
 void ShiftIndices(const ImageView& view, const ChannelShift& shift) {
   if (view.bit_count == 8 && shift.Saturates()) {
     uint8_t add[kShiftPeriod];
     uint8_t subtract[kShiftPeriod];
     shift.FillPatterns(3, add, subtract);
     return ForEachRow(view, 1, [&](uint8_t* row, size_t pixels) {
-      ActiveToneKernels().shift_greys(row, pixels, add, subtract);
+      ActiveToneKernels().shift_grays(row, pixels, add, subtract);
     });
   }
   uint8_t table[256];
   for (int i = 0; i < 256; ++i) {
-    const auto grey = static_cast<uint8_t>(i);
-    table[i] = NearestGrey(shift.Apply(0, grey), shift.Apply(1, grey), shift.Apply(2, grey));
+    const auto gray = static_cast<uint8_t>(i);
+    table[i] = NearestGray(shift.Apply(0, gray), shift.Apply(1, gray), shift.Apply(2, gray));
   }
   RemapIndices(view, table);
 }
@@ -138,11 +138,11 @@ void FillGammaTable(float exponent, uint8_t (&table)[256]) {
   }
 }
 
-/// Writes the grey version of `source` into `dest`, row by row.
-void WriteGrey(const ImageView& source, const ImageView& dest) {
+/// Writes the gray version of `source` into `dest`, row by row.
+void WriteGray(const ImageView& source, const ImageView& dest) {
   if (!source.HasPixels() || !dest.HasPixels()) return;
   const ToneKernels& kernels = ActiveToneKernels();
-  // Deliberate: 8-bit rows mix each byte with the two after it as if they were one colour, so the
+  // Deliberate: 8-bit rows mix each byte with the two after it as if they were one color, so the
   // last two pixels of a row read past its width.
   const auto row_function = source.bit_count == 8    ? kernels.mix_bytes
                             : source.bit_count == 24 ? kernels.mean3
@@ -214,7 +214,7 @@ result_t CQELColorTransform::GrayScale(IQEL* image) {
   ResultImage output = ResultImage::FromCollection();
   if (!output) return kFail;
   output.Create(source);
-  WriteGrey(source, output.View());
+  WriteGray(source, output.View());
   output.AssignTo(image);
   return kOk;
 }

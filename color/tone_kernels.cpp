@@ -70,13 +70,13 @@ void ShiftBytes(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* s
   __builtin_memcpy(row, rest, count);
 }
 
-void ShiftGreys(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract) {
+void ShiftGrays(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract) {
   const I16 one = Set<I16>(1);
   ForEachBlock<1, kVectorBytes>(row, row, count, [=](uint8_t* to, const uint8_t* from) {
-    const U8 grey = LoadU<U8>(from);
+    const U8 gray = LoadU<U8>(from);
     U8 channels[3];
     for (size_t c = 0; c < 3; ++c) {
-      channels[c] = SaturatedSub(SaturatedAdd(grey, Set<U8>(add[c])), Set<U8>(subtract[c]));
+      channels[c] = SaturatedSub(SaturatedAdd(gray, Set<U8>(add[c])), Set<U8>(subtract[c]));
     }
     ChannelSums sums(channels);
     sums.lower += one;
@@ -179,8 +179,8 @@ void ThresholdBytes(uint8_t* row, size_t count, uint8_t limit, uint8_t low) {
 void Threshold3(uint8_t* row, size_t pixels, int32_t limit) {
   if constexpr (!kHasTableLookupBytes) {
     for (size_t i = 0; i < 3 * pixels; i += 3) {
-      const uint8_t grey = row[i] + row[i + 1] + row[i + 2] > limit ? 255 : 0;
-      row[i] = row[i + 1] = row[i + 2] = grey;
+      const uint8_t gray = row[i] + row[i + 1] + row[i + 2] > limit ? 255 : 0;
+      row[i] = row[i + 1] = row[i + 2] = gray;
     }
     return;
   }
@@ -205,14 +205,14 @@ QEL_SIMD_INLINE U32 RepeatLowBytes3(U32 v) {
   }
 }
 
-/// Writes 4-byte pixels: into the colour bytes what `grey` makes of their sum, whose low byte
+/// Writes 4-byte pixels: into the color bytes what `gray` makes of their sum, whose low byte
 /// counts.
-template <typename Grey>
-void ReplaceBySum(uint8_t* dest, const uint8_t* source, size_t pixels, Grey&& grey) {
+template <typename Gray>
+void ReplaceBySum(uint8_t* dest, const uint8_t* source, size_t pixels, Gray&& gray) {
   const U32 alpha = Set<U32>(0xFF000000u);
   ForEachBlock<4, kVectorBytes / 4>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
     const U32 old = LoadU<U32>(from);
-    StoreU((old & alpha) | RepeatLowBytes3(BitCast<U32>(grey(BitCast<I16>(SumsOf3In4(old))))), to);
+    StoreU((old & alpha) | RepeatLowBytes3(BitCast<U32>(gray(BitCast<I16>(SumsOf3In4(old))))), to);
   });
 }
 
@@ -247,7 +247,7 @@ constinit const ToneKernels kToneKernels = {
     .invert_bytes = &InvertBytes,
     .invert_pixels = &InvertPixels,
     .shift_bytes = &ShiftBytes,
-    .shift_greys = &ShiftGreys,
+    .shift_grays = &ShiftGrays,
     .bracket_powers = &BracketPowers,
     .mix_bytes = &MixBytes,
     .mean3 = &Mean3,

@@ -38,7 +38,7 @@ class ResultImage {
   ImageView View() const { return pixels_.Plane(0); }
 
   /// Sets every pixel. Only for images from the locator.
-  void Fill(uint32_t colour) const { dib_->Fill(colour); }
+  void Fill(uint32_t color) const { dib_->Fill(color); }
 
   /// Gives the reference to the caller's output.
   void Store(IQEL** result) { *result = image_.Detach(); }

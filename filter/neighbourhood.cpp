@@ -27,19 +27,19 @@ SourceRows::SourceRows(const ImageView& source)
   RepeatPixel(outside_, kOutsidePixels, outside_, pixel_bytes_);
 }
 
-void SourceRows::FetchOutside(int64_t count, uint8_t* pixels) const {
+void SourceRows::CopyOutside(int64_t count, uint8_t* pixels) const {
   if (count <= 0) return;
   if (count > kOutsidePixels) return RepeatPixel(pixels, count, outside_, pixel_bytes_);
   std::memcpy(pixels, outside_, static_cast<size_t>(count * pixel_bytes_));
 }
 
-void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* pixels) const {
+void SourceRows::CopyPixels(int64_t y, int64_t x, int64_t count, uint8_t* pixels) const {
   const int64_t end = x + count;
   const bool row_inside = source_.HasPixels() && y >= 0 && y < source_.Rows();
   const int64_t first = row_inside ? std::clamp<int64_t>(x, 0, source_.Columns()) : x;
   const int64_t last = row_inside ? std::clamp<int64_t>(end, first, source_.Columns()) : x;
-  if (first >= last) return FetchOutside(count, pixels);
-  FetchOutside(first - x, pixels);
+  if (first >= last) return CopyOutside(count, pixels);
+  CopyOutside(first - x, pixels);
   pixels += (first - x) * pixel_bytes_;
   const uint8_t* const row = source_.Row(y);
   if (source_.bit_count >= 8) {
@@ -54,7 +54,7 @@ void SourceRows::Fetch(int64_t y, int64_t x, int64_t count, uint8_t* pixels) con
       }
     });
   }
-  FetchOutside(end - last, pixels + (last - first) * pixel_bytes_);
+  CopyOutside(end - last, pixels + (last - first) * pixel_bytes_);
 }
 
 void DestRows::Close(int64_t y, int64_t x, int64_t count) {
@@ -113,7 +113,7 @@ const uint8_t* AssembledStrip::Read(int64_t y, uint8_t* scratch) const {
   uint8_t* to = scratch;
   for (const Piece& piece : pieces_) {
     const int64_t count = Covered(piece, window_);
-    source_.Fetch(y, piece.x + window_.first, count, to);
+    source_.CopyPixels(y, piece.x + window_.first, count, to);
     to += static_cast<size_t>(count) * Step();
   }
   return scratch;

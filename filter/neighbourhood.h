@@ -97,10 +97,10 @@ class SourceRows {
   }
   int64_t Columns() const { return source_.Columns(); }
   /// Writes pixels (x, y) to (x + count - 1, y), in and around the image, to `pixels`.
-  void Fetch(int64_t y, int64_t x, int64_t count, uint8_t* pixels) const;
+  void CopyPixels(int64_t y, int64_t x, int64_t count, uint8_t* pixels) const;
 
  private:
-  void FetchOutside(int64_t count, uint8_t* pixels) const;
+  void CopyOutside(int64_t count, uint8_t* pixels) const;
 
   static constexpr int64_t kOutsidePixels = 64;
 

@@ -38,8 +38,7 @@ void VisitPixels(const ImageView& view, Visitor&& visit) {
 /// The color at (x, y), which is inside; black with the outside marker without source pixels.
 template <typename Codec>
 uint32_t ColorAt(Codec codec, const ImageView& source, int64_t x, int64_t y) {
-  return source.bits == nullptr ? PackColour(0, 0, 0, kOutsideMarker)
-                                : codec.Load(source.Row(y), x);
+  return source.bits == nullptr ? PackColor(0, 0, 0, kOutsideMarker) : codec.Load(source.Row(y), x);
 }
 
 void AddNoise(const ImageView& source, const ImageView& dest, int amount) {
@@ -50,7 +49,7 @@ void AddNoise(const ImageView& source, const ImageView& dest, int amount) {
     const uint32_t green = ClampToByte(GreenOf(color) + offset.Draw());
     const uint32_t blue = ClampToByte(BlueOf(color) + offset.Draw());
     if (dest.bits == nullptr) return;
-    codec.Store(dest.Row(y), x, PackColour(blue, green, red, AlphaOf(color)));
+    codec.Store(dest.Row(y), x, PackColor(blue, green, red, AlphaOf(color)));
   });
 }
 

@@ -6,7 +6,7 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-/// The sums of the three colour channels of pixels: those of the lower and of the upper half of
+/// The sums of the three color channels of pixels: those of the lower and of the upper half of
 /// each block, the order that ReorderDemote2To undoes.
 struct ChannelSums {
   explicit ChannelSums(const U8* channels) {

@@ -13,14 +13,14 @@ struct WeightedSum {
   float red = 0.0f;
   float alpha = 0.0f;
 
-  void Add(float weight, uint32_t colour) {
-    blue += weight * static_cast<float>(BlueOf(colour));
-    green += weight * static_cast<float>(GreenOf(colour));
-    red += weight * static_cast<float>(RedOf(colour));
-    alpha += weight * static_cast<float>(AlphaOf(colour));
+  void Add(float weight, uint32_t color) {
+    blue += weight * static_cast<float>(BlueOf(color));
+    green += weight * static_cast<float>(GreenOf(color));
+    red += weight * static_cast<float>(RedOf(color));
+    alpha += weight * static_cast<float>(AlphaOf(color));
   }
-  uint32_t Colour() const {
-    return PackColour(ByteOfSum(blue), ByteOfSum(green), ByteOfSum(red), ByteOfSum(alpha));
+  uint32_t Color() const {
+    return PackColor(ByteOfSum(blue), ByteOfSum(green), ByteOfSum(red), ByteOfSum(alpha));
   }
 };
 
@@ -79,13 +79,13 @@ uint32_t SampleKernel(const ImageView& source, float x, float y, const TapWindow
       window.Inside(origin_y, source.height)) {
     const WeightedSum sum =
         source.bit_count == 32 ? SumInside(source, taps, Bgra{}) : SumInside(source, taps, Bgr{});
-    return sum.Colour();
+    return sum.Color();
   }
   WeightedSum sum = SumAnywhere(source, taps);
   // Deliberate: near the border and on palette images, 4 by 4 samples have alpha 0, also where all
   // taps carry one; 12 by 12 samples sum it everywhere.
   if (window.count == kTaps4.count) sum.alpha = 0.0f;
-  return sum.Colour();
+  return sum.Color();
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 
 namespace qel {
 
-/// The packed colour at the real-valued position (x, y) of a raw pixel buffer, by interpolation
+/// The packed color at the real-valued position (x, y) of a raw pixel buffer, by interpolation
 /// `method` 0 to 15. Pixel (i, j) sits at the whole-numbered position (i, j). Far outside it is the
-/// outside colour, and so are the taps that fall outside near the border.
+/// outside color, and so are the taps that fall outside near the border.
 /// An empty geometry gives 0, a null buffer black with the outside marker. Threads: any.
 uint32_t GetPixelColorInterpolated(const uint8_t* bits, float x, float y, int width, int height,
                                    int stride, int method, int bpp);

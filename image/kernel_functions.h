@@ -3,7 +3,7 @@
 
 namespace qel {
 
-/// How an interpolation method forms a colour.
+/// How an interpolation method forms a color.
 enum class Sampling {
   kNearest,   ///< the nearest pixel
   kBilinear,  ///< the pixel at the truncated position

@@ -5,10 +5,10 @@
 
 namespace qel {
 
-/// Index of the entry of the grey ramp with the smallest squared distance to a colour; of two
+/// Index of the entry of the gray ramp with the smallest squared distance to a color; of two
 /// equally near ones the lower. The distance is least at the mean of the channels, and the mean of
 /// three integers is never half-way between two, so rounding the mean finds the entry.
-constexpr uint8_t NearestGrey(uint32_t blue, uint32_t green, uint32_t red) {
+constexpr uint8_t NearestGray(uint32_t blue, uint32_t green, uint32_t red) {
   return static_cast<uint8_t>((blue + green + red + 1) / 3);
 }
 

@@ -5,7 +5,7 @@
 namespace qel {
 namespace {
 
-constexpr uint32_t kBlackOutside = PackColour(0, 0, 0, kOutsideMarker);
+constexpr uint32_t kBlackOutside = PackColor(0, 0, 0, kOutsideMarker);
 
 bool Inside(int x, int y, int width, int height) {
   return x >= 0 && x < width && y >= 0 && y < height;

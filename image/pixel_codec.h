@@ -5,23 +5,23 @@
 #include <cstring>
 
 #include "image/image_contract.h"
-#include "image/nearest_grey.h"
+#include "image/nearest_gray.h"
 
 namespace qel {
 
-// A codec loads and stores one pixel of a row as a packed colour. Positions are within the row.
+// A codec loads and stores one pixel of a row as a packed color. Positions are within the row.
 
 /// 32 bits: blue, green, red, alpha.
 struct Bgra {
   static constexpr int kBytes = 4;
   static constexpr bool kDirect = true;
   static uint32_t Load(const uint8_t* row, int64_t x) {
-    uint32_t colour;
-    std::memcpy(&colour, row + x * kBytes, sizeof(colour));
-    return colour;
+    uint32_t color;
+    std::memcpy(&color, row + x * kBytes, sizeof(color));
+    return color;
   }
-  static void Store(uint8_t* row, int64_t x, uint32_t colour) {
-    std::memcpy(row + x * kBytes, &colour, sizeof(colour));
+  static void Store(uint8_t* row, int64_t x, uint32_t color) {
+    std::memcpy(row + x * kBytes, &color, sizeof(color));
   }
 };
 
@@ -31,17 +31,17 @@ struct Bgr {
   static constexpr bool kDirect = true;
   static uint32_t Load(const uint8_t* row, int64_t x) {
     const uint8_t* const pixel = row + x * kBytes;
-    return PackColour(pixel[0], pixel[1], pixel[2], 0);
+    return PackColor(pixel[0], pixel[1], pixel[2], 0);
   }
-  static void Store(uint8_t* row, int64_t x, uint32_t colour) {
+  static void Store(uint8_t* row, int64_t x, uint32_t color) {
     uint8_t* const pixel = row + x * kBytes;
-    pixel[0] = BlueOf(colour);
-    pixel[1] = GreenOf(colour);
-    pixel[2] = RedOf(colour);
+    pixel[0] = BlueOf(color);
+    pixel[1] = GreenOf(color);
+    pixel[2] = RedOf(color);
   }
 };
 
-/// 1, 4 or 8 bits: an index into the grey ramp, the leftmost pixel in the high bits of its byte.
+/// 1, 4 or 8 bits: an index into the gray ramp, the leftmost pixel in the high bits of its byte.
 template <int kBits>
 struct PaletteIndex {
   static_assert(kBits == 1 || kBits == 4 || kBits == 8);
@@ -58,11 +58,11 @@ struct PaletteIndex {
     uint8_t& byte = row[(x * kBits) >> 3];
     byte = static_cast<uint8_t>((byte & ~(kMask << Shift(x))) | (index & kMask) << Shift(x));
   }
-  static uint32_t Load(const uint8_t* row, int64_t x) { return GreyColour(LoadIndex(row, x)); }
-  // Deliberate: indices of 4 and 1 bits take the low bits of the nearest of 256 greys and read back
+  static uint32_t Load(const uint8_t* row, int64_t x) { return GrayColor(LoadIndex(row, x)); }
+  // Deliberate: indices of 4 and 1 bits take the low bits of the nearest of 256 grays and read back
   // as the darkest ones, instead of being spread over the whole range. Both directions agree.
-  static void Store(uint8_t* row, int64_t x, uint32_t colour) {
-    StoreIndex(row, x, NearestGrey(BlueOf(colour), GreenOf(colour), RedOf(colour)));
+  static void Store(uint8_t* row, int64_t x, uint32_t color) {
+    StoreIndex(row, x, NearestGray(BlueOf(color), GreenOf(color), RedOf(color)));
   }
 };
 

@@ -22,7 +22,7 @@ QEL_SIMD_INLINE U8 Repeated3(U8 v) {
   return TableLookupBytesOr0(BitCast<U8>(blocks), LoadU<U8>(kPlaces.bytes));
 }
 
-inline void GreyTo24(uint8_t* dest, const uint8_t* source, size_t count) {
+inline void GrayTo24(uint8_t* dest, const uint8_t* source, size_t count) {
   if constexpr (kVectorBytes == 16) {
     for (size_t i = 0; i < count; ++i) {
       for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[i];
@@ -77,12 +77,12 @@ inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
 }
 
 /// Rows that do not overlap.
-inline void GreyTo32Apart(uint8_t* __restrict dest, const uint8_t* __restrict source,
+inline void GrayTo32Apart(uint8_t* __restrict dest, const uint8_t* __restrict source,
                           size_t count) {
   const auto widen = [&](size_t pixels) {
     for (size_t i = 0; i < pixels; ++i) {
-      const uint32_t grey = source[i];
-      const uint32_t color = grey | grey << 8 | grey << 16 | 0xFF000000u;
+      const uint32_t gray = source[i];
+      const uint32_t color = gray | gray << 8 | gray << 16 | 0xFF000000u;
       __builtin_memcpy(dest + 4 * i, &color, 4);
     }
   };
@@ -94,8 +94,8 @@ inline void GreyTo32Apart(uint8_t* __restrict dest, const uint8_t* __restrict so
   }
   widen(count);
 }
-inline void GreyTo32(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes > 16) return GreyTo32Apart(dest, source, count);
+inline void GrayTo32(uint8_t* dest, const uint8_t* source, size_t count) {
+  if constexpr (kVectorBytes > 16) return GrayTo32Apart(dest, source, count);
   for (size_t i = 0; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[i];
     dest[4 * i + 3] = 255;

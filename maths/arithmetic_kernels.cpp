@@ -198,7 +198,7 @@ void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, si
   });
 }
 
-void GreyOf3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+void GrayOf3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const SumMap scale(map);
   WalkBlocks<kVectorBytes>(
       count,
@@ -209,7 +209,7 @@ void GreyOf3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap&
       },
       To<1>{dest}, From<3>{source});
 }
-void GreyOf4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+void GrayOf4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const LinearMap scale(map);
   WalkBlocks<kVectorBytes>(
       count,
@@ -314,8 +314,8 @@ constinit const ArithmeticKernels kArithmeticKernels = {
     .map_bytes = Choose(&MapBytes, &one_by_one::MapBytes),
     .map_to_3 = Choose(&MapTo3, &one_by_one::MapTo3),
     .map_4_to_3 = Choose(&Map4To3, &one_by_one::Map4To3),
-    .grey_of_3 = Choose(&GreyOf3, &one_by_one::GreyOf<3>),
-    .grey_of_4 = Choose(&GreyOf4, &one_by_one::GreyOf<4>),
+    .gray_of_3 = Choose(&GrayOf3, &one_by_one::GrayOf<3>),
+    .gray_of_4 = Choose(&GrayOf4, &one_by_one::GrayOf<4>),
     .words_to_1 = Choose(&WordsTo1, one_by_one::WordsTo1),
     .words_to_3 = Choose(&WordsTo3, one_by_one::WordsTo3),
     .words_to_4 = Choose(&WordsTo4, one_by_one::WordsTo4),

@@ -111,8 +111,8 @@ struct ArithmeticKernels {
   ScaleRow map_bytes;       ///< by the table
   ScaleRow map_to_3;        ///< one byte becomes three
   ScaleRow map_4_to_3;      ///< drops the fourth byte
-  ScaleRow grey_of_3;       ///< the sum of the three bytes as one value
-  ScaleRow grey_of_4;       ///< the same of the first three of four
+  ScaleRow gray_of_3;       ///< the sum of the three bytes as one value
+  ScaleRow gray_of_4;       ///< the same of the first three of four
   ScaleRow words_to_1;      ///< signed 32-bit integers, clamped to a byte
   ScaleRow words_to_3;      ///< the byte three times
   ScaleRow words_to_4;      ///< the same; keeps the fourth byte of `dest`

@@ -119,8 +119,8 @@ void FillWordsWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t v
 extern const ConversionKernels kConversionKernels;
 constinit const ConversionKernels kConversionKernels = {
     .copy = &Copy,
-    .one_to_3 = &GreyTo24,
-    .one_to_4 = &GreyTo32,
+    .one_to_3 = &GrayTo24,
+    .one_to_4 = &GrayTo32,
     .three_to_4 = &ColorTo32,
     .four_to_3 = &FourTo3,
     .mean_of_3 = &MeanOf<3>,

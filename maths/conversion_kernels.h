@@ -15,8 +15,8 @@ struct ConversionKernels {
   using CopyRow = void (*)(uint8_t* dest, const uint8_t* source, size_t count);
 
   CopyRow copy;        ///< bytes that do not overlap
-  CopyRow one_to_3;    ///< a grey becomes three bytes
-  CopyRow one_to_4;    ///< a grey becomes three bytes, opaque
+  CopyRow one_to_3;    ///< a gray becomes three bytes
+  CopyRow one_to_4;    ///< a gray becomes three bytes, opaque
   CopyRow three_to_4;  ///< opaque
   CopyRow four_to_3;   ///< drops the fourth byte
   CopyRow mean_of_3;   ///< the truncated mean of three bytes

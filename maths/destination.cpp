@@ -3,7 +3,7 @@
 
 namespace qel {
 
-result_t CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int colour_model) {
+result_t CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int color_model) {
   if (model == nullptr) return kInvalidArgument;
   if (dest == nullptr) return kNullOutput;
   ResultImage image = ResultImage::FromCollection();
@@ -13,7 +13,7 @@ result_t CQELMaths::CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int
   }
   ImageShape shape = ReadSizeAndFormat(*model);
   if (bit_count != 0) shape.bit_count = bit_count;
-  if (colour_model != 0) shape.model = static_cast<uint32_t>(colour_model);
+  if (color_model != 0) shape.model = static_cast<uint32_t>(color_model);
   image.Create(shape);
   image.Store(dest);
   return kOk;

@@ -24,7 +24,7 @@ void FillPattern(Unit unit, int value, uint8_t (&pattern)[kFillPeriod]) {
   const auto word = static_cast<uint32_t>(value);
   for (size_t i = 0; i < kFillPeriod; ++i) {
     // Deliberate: 3-byte pixels take the value's bytes from the third down to the lowest, words
-    // from the lowest up; the same value is another colour at 24 and at 32 bits.
+    // from the lowest up; the same value is another color at 24 and at 32 bits.
     const size_t byte = unit == Unit::kByte ? 0 : unit == Unit::kWord ? i % 4 : 2 - i % 3;
     pattern[i] = static_cast<uint8_t>(word >> (8 * byte));
   }

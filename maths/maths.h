@@ -18,7 +18,7 @@ class CQELMaths : public Component<CQELMaths, IQELMaths> {
                     float offset) override;
   result_t Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, float offset) override;
   result_t Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) override;
-  result_t CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int colour_model) override;
+  result_t CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int color_model) override;
   result_t Add(IQELImage* dest, IQEL* a, IQEL* b, float divisor) override;
   result_t Scale8(IQELImage* dest, IQEL* source, int offset, double factor) override;
 

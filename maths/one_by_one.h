@@ -76,7 +76,7 @@ void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, si
 }
 
 template <size_t kBytes>
-void GreyOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+void GrayOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) {
     const uint8_t* const pixel = source + kBytes * i;
     dest[i] = TruncateToByte(map(static_cast<float>(pixel[0] + pixel[1] + pixel[2])));

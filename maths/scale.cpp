@@ -9,12 +9,12 @@ namespace qel {
 namespace {
 
 /// What one pixel holds.
-enum class Samples { kNone, kGrey, kColor3, kColor4, kWord };
+enum class Samples { kNone, kGray, kColor3, kColor4, kWord };
 
 Samples SamplesOf(const ImageShape& shape) {
   switch (shape.bit_count) {
     case 8:
-      return Samples::kGrey;
+      return Samples::kGray;
     case 24:
       return Samples::kColor3;
     case 32:
@@ -25,7 +25,7 @@ Samples SamplesOf(const ImageShape& shape) {
 }
 
 int BytesOf(Samples samples) {
-  return samples == Samples::kGrey ? 1 : samples == Samples::kColor3 ? 3 : 4;
+  return samples == Samples::kGray ? 1 : samples == Samples::kColor3 ? 3 : 4;
 }
 
 // From stride to the bytes between rows.
@@ -46,24 +46,24 @@ struct Conversion {
 };
 using Kernels = ArithmeticKernels;
 constexpr Conversion kConversions[] = {
-    {Samples::kWord, Samples::kGrey, &Kernels::words_to_1, AsWords},
+    {Samples::kWord, Samples::kGray, &Kernels::words_to_1, AsWords},
     {Samples::kWord, Samples::kColor3, &Kernels::words_to_3, AsWords},
     {Samples::kWord, Samples::kColor4, &Kernels::words_to_4, AsWords},
     {Samples::kWord, Samples::kWord, &Kernels::words_to_words, AsWords, AsWords},
     {.source = Samples::kColor4,
-     .dest = Samples::kGrey,
-     .row = &Kernels::grey_of_4,
+     .dest = Samples::kGray,
+     .row = &Kernels::gray_of_4,
      .by_thirds = true},
     {Samples::kColor4, Samples::kColor3, &Kernels::map_4_to_3},
-    // Deliberate: colour of 32 bits wraps where all other depths clamp, and alpha is scaled too.
+    // Deliberate: color of 32 bits wraps where all other depths clamp, and alpha is scaled too.
     {.source = Samples::kColor4,
      .dest = Samples::kColor4,
      .row = &Kernels::map_bytes,
      .units = 4,
      .wraps = true},
     {.source = Samples::kColor3,
-     .dest = Samples::kGrey,
-     .row = &Kernels::grey_of_3,
+     .dest = Samples::kGray,
+     .row = &Kernels::gray_of_3,
      .by_thirds = true},
     {.source = Samples::kColor3, .dest = Samples::kColor3, .row = &Kernels::map_bytes, .units = 3},
     // Deliberate: from 24 to 32 bits only the first pixel of each row is converted, and it wraps.
@@ -73,11 +73,11 @@ constexpr Conversion kConversions[] = {
      .units = 3,
      .wraps = true,
      .one_pixel = true},
-    {Samples::kGrey, Samples::kGrey, &Kernels::map_bytes},
-    {Samples::kGrey, Samples::kColor3, &Kernels::map_to_3},
-    // Deliberate: greys are read as if they were 32-bit integers, four times as far to the right
+    {Samples::kGray, Samples::kGray, &Kernels::map_bytes},
+    {Samples::kGray, Samples::kColor3, &Kernels::map_to_3},
+    // Deliberate: grays are read as if they were 32-bit integers, four times as far to the right
     // and down as the image reaches.
-    {Samples::kGrey, Samples::kWord, &Kernels::words_to_words, TimesFour, AsWords},
+    {Samples::kGray, Samples::kWord, &Kernels::words_to_words, TimesFour, AsWords},
 };
 
 /// The conversion between two images; null when there is none.
@@ -149,12 +149,12 @@ result_t CQELMaths::Scale(IQEL* dest, IQEL* source, IQEL* mask, float factor, fl
   if (conversion == nullptr) return kFail;
   shape.width = SmallerUnsigned(shape.width, dest_shape.width);
   shape.height = SmallerUnsigned(shape.height, dest_shape.height);
-  const bool grey_to_grey = shape.bit_count == 8 && dest_shape.bit_count == 8;
+  const bool gray_to_gray = shape.bit_count == 8 && dest_shape.bit_count == 8;
   const ScaleMap map = MapFor(*conversion, factor, offset, shape.Columns() * shape.Rows());
-  for (int plane = 0; plane < (grey_to_grey ? 1 : shape.planes); ++plane) {
+  for (int plane = 0; plane < (gray_to_gray ? 1 : shape.planes); ++plane) {
     const ImageView from = ReadPlane(*source, shape, plane);
     const ImageView to = ReadPlane(*dest, shape, plane);
-    const bool masked = grey_to_grey && mask != nullptr;
+    const bool masked = gray_to_gray && mask != nullptr;
     const ImageView selection = masked ? ReadPlane(*mask, {}, 0) : ImageView{};
     if (!from.HasPixels() || !to.HasPixels() || (masked && selection.bits == nullptr)) continue;
     const int64_t source_bytes =

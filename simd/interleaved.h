@@ -24,7 +24,7 @@ constexpr Pattern<kSize> MakePattern(const Make& make) {
 // or three of four.
 
 template <size_t kChannels, size_t kChannel>
-QEL_SIMD_INLINE U8 TakeApart(const U8* v) {
+QEL_SIMD_INLINE U8 DeinterleavedChannel(const U8* v) {
   constexpr auto kPlace = [](size_t i) { return kChannels * i + kChannel; };
   const U8 first = Shuffled<U8>(v[0], v[1], [=](size_t i) { return kPlace(i) & 127; });
   if constexpr (kChannels == 3) {
@@ -37,7 +37,7 @@ QEL_SIMD_INLINE U8 TakeApart(const U8* v) {
 }
 /// Vector `kPart` of a group of elements.
 template <size_t kChannels, size_t kPart>
-QEL_SIMD_INLINE void PutTogether(const U8* channels, uint8_t* to) {
+QEL_SIMD_INLINE void StoreInterleavedPart(const U8* channels, uint8_t* to) {
   constexpr auto kElement = [](size_t i) { return (64 * kPart + i) / kChannels; };
   constexpr auto kChannel = [](size_t i) { return (64 * kPart + i) % kChannels; };
   const U8 first = Shuffled<U8>(channels[0], channels[1],
@@ -89,10 +89,10 @@ QEL_SIMD_INLINE void LoadInterleaved(const uint8_t* from, U8* channels) {
   if constexpr (kHasByteLookup) {
     U8 v[kChannels];
     for (size_t k = 0; k < kChannels; ++k) v[k] = LoadU<U8>(from + 64 * k);
-    channels[0] = TakeApart<kChannels, 0>(v);
-    channels[1] = TakeApart<kChannels, 1>(v);
-    channels[2] = TakeApart<kChannels, 2>(v);
-    if constexpr (kChannels == 4) channels[3] = TakeApart<kChannels, 3>(v);
+    channels[0] = DeinterleavedChannel<kChannels, 0>(v);
+    channels[1] = DeinterleavedChannel<kChannels, 1>(v);
+    channels[2] = DeinterleavedChannel<kChannels, 2>(v);
+    if constexpr (kChannels == 4) channels[3] = DeinterleavedChannel<kChannels, 3>(v);
   } else if constexpr (kHasTableLookupBytes) {
     U8 v[kChannels];
     for (size_t k = 0; k < kChannels; ++k) v[k] = LoadBlocks<U8>(from + 16 * k, 16 * kChannels);
@@ -127,10 +127,10 @@ template <size_t kChannels>
 QEL_SIMD_INLINE void StoreInterleaved(const U8* channels, uint8_t* to) {
   static_assert(kChannels == 3 || kChannels == 4);
   if constexpr (kHasByteLookup) {
-    PutTogether<kChannels, 0>(channels, to);
-    PutTogether<kChannels, 1>(channels, to);
-    PutTogether<kChannels, 2>(channels, to);
-    if constexpr (kChannels == 4) PutTogether<kChannels, 3>(channels, to);
+    StoreInterleavedPart<kChannels, 0>(channels, to);
+    StoreInterleavedPart<kChannels, 1>(channels, to);
+    StoreInterleavedPart<kChannels, 2>(channels, to);
+    if constexpr (kChannels == 4) StoreInterleavedPart<kChannels, 3>(channels, to);
   } else if constexpr (kChannels == 4) {
     const U16 lower01 = BitCast<U16>(InterleaveLower(channels[0], channels[1]));
     const U16 upper01 = BitCast<U16>(InterleaveUpper(channels[0], channels[1]));

@@ -20,7 +20,7 @@ class CQELImageTransform : public Component<CQELImageTransform, IQELTransform> {
                 int reserved, int force_alpha) override;
   result_t Resample(IQEL* source, IQEL** result, int new_width, int new_height, int method,
                     int nearest_only) override;
-  result_t IncreaseBpp(IQEL* source, IQEL** result, int bit_count, uint32_t colour_model) override;
+  result_t IncreaseBpp(IQEL* source, IQEL** result, int bit_count, uint32_t color_model) override;
   result_t RotatePaste(IQEL* source, IQEL* target, double angle, int method, int key) override;
   result_t FlipBits(IQEL* image) override;
   result_t Quad(IQEL* source, IQEL** result, double x1, double y1, double x2, double y2, double x3,

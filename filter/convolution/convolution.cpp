@@ -37,7 +37,7 @@ result_t CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int div
   const ImageView dest = output.View();
   if (size <= 0) {
     const uint32_t level = ClampToByte(offset);
-    FillPixels(dest, PackColour(level, level, level, 0));
+    FillPixels(dest, PackColor(level, level, level, 0));
   } else if (StoresPixels(dest)) {
     RunConvolution(PlanConvolution(kernel, size, divisor, offset, source.bit_count), source, dest);
   }

@@ -38,7 +38,7 @@ void ConvolveLarge(const ConvolutionJob& job) {
         for (int64_t i = to; i < columns; ++i) outside += static_cast<uint32_t>(row[i]);
         for (int64_t piece = from; piece < to; piece += kPiece) {
           const int64_t piece_end = std::min(piece + kPiece, to);
-          job.source.Fetch(sy, first + piece, count + piece_end - piece - 1, pixels);
+          job.source.CopyPixels(sy, first + piece, count + piece_end - piece - 1, pixels);
           for (int64_t i = piece; i < piece_end; ++i) {
             if (row[i] == 0) continue;
             kernels.accumulate(sums, pixels + static_cast<size_t>(i - piece) * step,

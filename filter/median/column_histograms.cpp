@@ -87,7 +87,7 @@ class ColumnHistograms {
           codec.Store(to, x + i,
                       columns_.FindTap(codec, first + i + found_[i], middle_[i], numbers_[i]));
         } else {
-          codec.Store(to, x + i, GreyColour(middle_[i]));
+          codec.Store(to, x + i, GrayColor(middle_[i]));
         }
       }
     }

@@ -56,7 +56,7 @@ class KeyColumns {
     uint8_t pixels[4 * kPiece];
     for (int64_t x = begin_; x < end_; x += kPiece) {
       const int64_t count = std::min(kPiece, end_ - x);
-      rows.Fetch(row, x, count, pixels);
+      rows.CopyPixels(row, x, count, pixels);
       WriteKeys(keys + (x - begin_), pixels, rows.pixel_bytes(), count);
     }
   }

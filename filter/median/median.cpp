@@ -45,7 +45,7 @@ result_t CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
   if (!output) return kFail;
   const ImageView dest = output.View();
   if (size <= 0) {
-    FillPixels(dest, PackColour(0, 0, 0, 0));
+    FillPixels(dest, PackColor(0, 0, 0, 0));
   } else if (StoresPixels(dest)) {
     if (!RunMedian(PlanMedian(size, source.bit_count), source, dest)) return kFail;
   }

@@ -80,7 +80,7 @@ class SlidingHistogram {
         std::max<int64_t>(end - first, 0) * static_cast<int64_t>(columns_.length());
     const int64_t rest = MoveKey(size_ * size_ - inside);
     if constexpr (!Codec::kDirect) {
-      return GreyColour(static_cast<uint32_t>(key_));
+      return GrayColor(static_cast<uint32_t>(key_));
     } else {
       return FindTap(codec, x, first, end - first, rest);
     }

@@ -59,10 +59,10 @@ class WideRows {
     const int64_t begin = std::max<int64_t>(first_ + count_ - 1 - reach_.before, -1);
     const int64_t end = std::min(first_ + reach_.after, source_.Columns()) + 1;
     const int64_t first_piece = std::min(count_, end - begin);  // as much as a row holds
-    source_.Fetch(y, begin, first_piece, core);
+    source_.CopyPixels(y, begin, first_piece, core);
     for (int64_t x = begin + first_piece; x < end; x += count_) {
       const int64_t columns = std::min(count_, end - x);
-      source_.Fetch(y, x, columns, piece);
+      source_.CopyPixels(y, x, columns, piece);
       kernels.fold(core, piece, static_cast<size_t>(columns) * Step());
     }
     for (auto pixels = static_cast<size_t>(first_piece); pixels > 1;) {
@@ -78,7 +78,7 @@ class WideRows {
     const size_t bytes = Bytes() - Step();
     uint8_t* from = ends;
     uint8_t* to = ends + pitch;
-    source_.Fetch(y, x, count_ - 1, from);
+    source_.CopyPixels(y, x, count_ - 1, from);
     for (size_t jump = Step(); jump < bytes; jump *= 2) {
       // What has no partner at that distance is complete.
       kernels.of_two(to + (after ? 0 : jump), from, from + jump, bytes - jump);

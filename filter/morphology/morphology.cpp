@@ -68,8 +68,8 @@ result_t Run(IQEL* image, Extrema extrema, int size, uint32_t empty, IQEL** resu
   return output.HandOver(image, result);
 }
 
-constexpr uint32_t kWhite = PackColour(255, 255, 255, 0);
-constexpr uint32_t kBlack = PackColour(0, 0, 0, 0);
+constexpr uint32_t kWhite = PackColor(255, 255, 255, 0);
+constexpr uint32_t kBlack = PackColor(0, 0, 0, 0);
 
 }  // namespace
 

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "image/nearest_grey.h"
+#include "image/nearest_gray.h"
 #include "reference/pixels.h"
 
 namespace qel::test {
@@ -58,19 +58,19 @@ TEST(PixelAccess, WritesEveryPositionAtEveryBitCount) {
 }
 
 // The nearest entry depends on the sum of the channels only: it is the one nearest to their mean.
-TEST(NearestGrey, EqualsTheSearchOverAllSums) {
+TEST(NearestGray, EqualsTheSearchOverAllSums) {
   Rng rng(2);
   for (int sum = 0; sum <= 3 * 255; ++sum) {
     for (int split = 0; split < 20; ++split) {
       const int blue = rng.Int(std::max(0, sum - 510), std::min(255, sum));
       const int green = rng.Int(std::max(0, sum - blue - 255), std::min(255, sum - blue));
       const int red = sum - blue - green;
-      EXPECT_EQ(NearestGrey(static_cast<uint32_t>(blue), static_cast<uint32_t>(green),
+      EXPECT_EQ(NearestGray(static_cast<uint32_t>(blue), static_cast<uint32_t>(green),
                             static_cast<uint32_t>(red)),
                 oracle::NearestIndex(oracle::Pack(blue, green, red, 0)));
     }
   }
-  EXPECT_EQ(NearestGrey(0, 0, 255), 85);
+  EXPECT_EQ(NearestGray(0, 0, 255), 85);
 }
 
 TEST(PixelAccess, KeepsTopLeftColourOutside) {

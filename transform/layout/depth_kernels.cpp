@@ -36,8 +36,8 @@ void Expand(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t c
 
 extern const DepthKernels kDepthKernels;
 constinit const DepthKernels kDepthKernels = {
-    .grey_to_24 = &GreyTo24,
-    .grey_to_32 = &GreyTo32,
+    .gray_to_24 = &GrayTo24,
+    .gray_to_32 = &GrayTo32,
     .color_to_32 = &ColorTo32,
     .palette_to_24 = &Expand<3>,
     .palette_to_32 = &Expand<4>,

@@ -8,15 +8,15 @@
 
 namespace qel {
 
-/// The colours of 256 indices, one table per channel.
+/// The colors of 256 indices, one table per channel.
 struct PaletteTables {
   uint8_t channels[3][256];
 };
 
 /// Row functions that widen pixels. Names say bits per pixel; alpha becomes 255 unless said.
 struct DepthKernels {
-  void (*grey_to_24)(uint8_t* dest, const uint8_t* source, size_t count);
-  void (*grey_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*gray_to_24)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*gray_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
   void (*color_to_32)(uint8_t* dest, const uint8_t* source, size_t count);
   void (*palette_to_24)(uint8_t* dest, const uint8_t* source, size_t count,
                         const PaletteTables& palette);

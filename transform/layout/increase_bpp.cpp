@@ -43,8 +43,8 @@ class SourcePalette {
   PaletteTables tables_ = {};
 };
 
-// Deliberate: at 32 bits palette colours leave alpha as the new image had it, while grey levels and
-// 24-bit colours come out opaque.
+// Deliberate: at 32 bits palette colors leave alpha as the new image had it, while gray levels and
+// 24-bit colors come out opaque.
 void ExpandRow(uint8_t* dest, const uint8_t* source, size_t count, int pixel_bytes,
                const SourcePalette& palette) {
   const DepthKernels& kernels = ActiveDepthKernels();
@@ -65,8 +65,8 @@ void ConvertPixels(const ImageView& source, const ImageView& dest, const SourceP
   if (!from_index && !(source.bit_count == 24 && to_32)) return;
   const DepthKernels& kernels = ActiveDepthKernels();
   const auto widen = !from_index ? kernels.color_to_32
-                     : to_32     ? kernels.grey_to_32
-                                 : kernels.grey_to_24;
+                     : to_32     ? kernels.gray_to_32
+                                 : kernels.gray_to_24;
   const auto columns = static_cast<size_t>(source.Columns());
   for (int64_t y = 0; y < source.Rows(); ++y) {
     if (from_index && !palette.Empty()) {
@@ -80,7 +80,7 @@ void ConvertPixels(const ImageView& source, const ImageView& dest, const SourceP
 }  // namespace
 
 result_t CQELImageTransform::IncreaseBpp(IQEL* source, IQEL** result, int bit_count,
-                                         uint32_t colour_model) {
+                                         uint32_t color_model) {
   if (source == nullptr) return kFail;
   if (result == nullptr) return kNullOutput;
   const ImageShape shape = ReadShape(*source);
@@ -93,7 +93,7 @@ result_t CQELImageTransform::IncreaseBpp(IQEL* source, IQEL** result, int bit_co
   if (!output) return kFail;
   ImageShape wider = shape;
   wider.bit_count = bit_count;
-  wider.model = colour_model;
+  wider.model = color_model;
   const result_t created = output.Create(wider);
   if (Failed(created)) return created;
   const ImageView from = ReadPlane(*source, shape, 0);

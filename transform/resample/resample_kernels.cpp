@@ -324,7 +324,7 @@ void BlendSharing(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t co
 }
 template <size_t kTaps, size_t kChannels, size_t kRows>
 void BlendColumns(const BlendRow (&rows)[kRows], const TileTaps& tile, size_t count) {
-  // Without AVX-512 there are too few registers for the colours of four rows.
+  // Without AVX-512 there are too few registers for the colors of four rows.
   if constexpr (kRows == 4 && kChannels > 1 && F32::kLanes < 16) {
     BlendSharing<kTaps, kChannels, 1, 2>({rows[0], rows[2]}, tile, count);
     BlendSharing<kTaps, kChannels, 1, 2>({rows[1], rows[3]}, tile, count);

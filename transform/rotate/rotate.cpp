@@ -104,7 +104,7 @@ void BlendPixel(uint8_t* pixel, uint32_t sample) {
 }
 
 /// Writes one sample into a target pixel, as the source's depth asks for.
-// Deliberate: a key colour with anything in its top byte matches no sample.
+// Deliberate: a key color with anything in its top byte matches no sample.
 void PastePixel(uint8_t* pixel, uint32_t sample, bool blends, bool with_alpha, uint32_t key) {
   if (blends) {
     BlendPixel(pixel, sample);

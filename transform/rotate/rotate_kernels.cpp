@@ -73,8 +73,8 @@ size_t PickGroups(uint32_t* colors, const uint8_t* bits, const int32_t* offsets,
                   uint32_t keep, uint32_t add) {
   size_t i = 0;
   for (; kHasByteLookup && i + U32::kLanes <= count; i += U32::kLanes) {
-    const U32 greys = GatherWords<1>(bits, offsets + i) * Set<U32>(0x010101);
-    StoreU((greys & Set<U32>(keep)) | Set<U32>(add), colors + i);
+    const U32 grays = GatherWords<1>(bits, offsets + i) * Set<U32>(0x010101);
+    StoreU((grays & Set<U32>(keep)) | Set<U32>(add), colors + i);
   }
   return i;
 }

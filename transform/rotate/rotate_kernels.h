@@ -92,7 +92,7 @@ struct RotateKernels {
   void (*blend12[3])(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                      const SampleWeights& weights, size_t count);
 
-  /// Stores colours as pixels: the red byte alone, three bytes, or four.
+  /// Stores colors as pixels: the red byte alone, three bytes, or four.
   void (*store1)(uint8_t* dest, const uint32_t* colors, size_t count);
   void (*store3)(uint8_t* dest, const uint32_t* colors, size_t count);
   void (*store4)(uint8_t* dest, const uint32_t* colors, size_t count);

@@ -50,7 +50,7 @@ class RotationSampler {
   /// of the source.
   void Copy(uint8_t* dest, const SampleRow& row) const;
 
-  /// The colours of up to `chunk` pixels from `first` on. `colors` has room for `kSampleChunk`
+  /// The colors of up to `chunk` pixels from `first` on. `colors` has room for `kSampleChunk`
   /// more than those.
   void Sample(uint32_t* colors, const SampleRow& row, int first, int count);
   /// The most pixels that one call of `Sample` may ask for.

@@ -202,7 +202,7 @@ result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha,
   const bool opaque = with_alpha != 0;
   const ImageView source = ReadSizeBitsAndFormat(*image);
   ImageShape shape = source;
-  // Deliberate: the colour model stays that of the source when alpha is added.
+  // Deliberate: the color model stays that of the source when alpha is added.
   if (opaque) shape.bit_count = 32;
   const ResultImage output = ResultImage::Like(shape);
   if (!output) return kFail;

@@ -61,7 +61,7 @@ result_t CQELImageTransform::FillVoids(IQEL* image) {
   if (bytes == 1) {
     FillZeroBytes<1, 1>(view);
   } else if (bytes == 3) {
-    // Deliberate: bytes of colours need three neighbours, greys are content with one.
+    // Deliberate: bytes of colors need three neighbours, grays are content with one.
     FillZeroBytes<3, 3>(view);
   } else {
     FillZeroPixels(view);

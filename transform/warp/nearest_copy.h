@@ -59,8 +59,8 @@ inline int AccessPixelBytes(int bit_count) {
 /// True when every offset within the rows of `source` is within `kLargestOffset`.
 bool HasSmallOffsets(const ImageView& source, int pixel_bytes);
 
-/// Writes pixels of `dest` in the colours that `source` has at given positions, at any depth.
-/// Outside the source that is its outside colour, whose marker stays the alpha of 32-bit pixels.
+/// Writes pixels of `dest` in the colors that `source` has at given positions, at any depth.
+/// Outside the source that is its outside color, whose marker stays the alpha of 32-bit pixels.
 class ColorCopy {
  public:
   /// `dest` has the depth of `source`, or 32 bits when `opaque`: alpha is then 255, but where it is

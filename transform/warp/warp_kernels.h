@@ -49,7 +49,7 @@ struct ShearRow {
 /// Pixels of 4 bytes with this alpha keep it when all others are made opaque.
 inline constexpr uint8_t kKeptAlpha = 1;
 
-/// Writes `count` pixels from these offsets in a source, or the outside colour. Pixels of 3 bytes
+/// Writes `count` pixels from these offsets in a source, or the outside color. Pixels of 3 bytes
 /// are loaded with the byte behind them, unless their offset is lowered.
 using CopyScattered = void (*)(uint8_t* dest, size_t count, const uint8_t* source,
                                const int32_t* offsets, uint32_t outside);
