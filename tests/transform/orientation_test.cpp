@@ -43,6 +43,12 @@ TEST_F(TransformReadings, EqualFlipsOfRowsOfNoWidth) {
   ExpectSame({Raster(rng, 0, 3, 24, kModelBgr, {.padding = 9, .bottom_up = true})}, Call("Flip"));
 }
 
+// So large that the result goes past the caches.
+TEST_F(TransformReadings, EqualFlipsBeyondTheCaches) {
+  Rng rng(5);
+  ExpectSame({RandomRaster(rng, 4101, 2731, 24)}, Call("Flip"));
+}
+
 // Sizes round the tiles of quarter turns, several planes, pixels of any number of bytes, strides
 // that are no whole number of words.
 TEST_F(TransformReadings, EqualQuarterTurns) {

@@ -22,6 +22,9 @@ ReverseRow ReverseFor(int pixel_bytes) {
                             : nullptr;
 }
 
+/// Results above this leave the caches of most processors before anybody reads them.
+constexpr int64_t kMostCachedBytes = 32 << 20;
+
 /// A plane that whole pixels are moved in.
 struct PixelPlane {
   uint8_t* bits;
@@ -125,10 +128,15 @@ result_t CQELImageTransform::Flip(IQEL* source, IQEL** result) {
   if (view.bits != nullptr && flipped.bits != nullptr) {
     const int64_t bytes =
         std::min(std::abs(int64_t{view.stride}), std::abs(int64_t{flipped.stride}));
+    const bool streams = bytes * view.Rows() > kMostCachedBytes;
     // In the order of the source: the processor foresees its rows then, and stores need not wait.
     for (int64_t y = 0; y < view.Rows(); ++y) {
       uint8_t* const to = flipped.Row(view.Rows() - 1 - y);
-      std::memcpy(to, view.Row(y), static_cast<size_t>(bytes));
+      if (streams) {
+        ActiveOrientationKernels().stream(to, view.Row(y), static_cast<size_t>(bytes));
+      } else {
+        std::memcpy(to, view.Row(y), static_cast<size_t>(bytes));
+      }
     }
   }
   return StoreIfWanted(output, result);
