@@ -707,7 +707,7 @@ TEST_F(OneLarge, TakesTheMemoryOfItsBandsHoweverHighItIs) {
     const std::string words = "wide.pgm -o o.png 'light brightness=20' sharpen 'median size=3'";
     const double told = NumberAfter(Run(words + " --dry-run").output, "at most about ");
     EXPECT_LT(told, 100) << height << " rows";
-    if (height > 2000 || !kMeasuresMemory) continue;
+    if (height > 2000 || test::kSanitized) continue;
     const Outcome outcome = Run(words + " --stats");
     EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
     EXPECT_NEAR(NumberAfter(outcome.output, "memory at its peak "), told, 0.1 * told);
@@ -715,7 +715,7 @@ TEST_F(OneLarge, TakesTheMemoryOfItsBandsHoweverHighItIs) {
 }
 
 TEST_F(OneLarge, IsWholeOrNotThereHoweverLittleMemoryThereIs) {
-  if (!kMeasuresMemory) GTEST_SKIP() << "sanitizers take address space of their own";
+  if (test::kSanitized) GTEST_SKIP() << "sanitizers take address space of their own";
   MakeLarge(700, 900);
   const std::string words =
       "timeout 20 " + Tool() + " run large.ppm -o out/o.png --threads 3 sharpen";
