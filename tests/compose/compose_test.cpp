@@ -409,7 +409,7 @@ TEST(Blend, TilesCoverEverythingOnceAndFlattenLeavesNothingTransparent) {
   Raster flat(6, 5, 3);
   Flatten(source.pixels, {255, 255, 255}, flat.pixels);
   Raster grey(6, 5, 1);
-  ToGray(flat.pixels, grey.pixels);
+  ToGrey(flat.pixels, grey.pixels);
   for (int y = 0; y < 5; ++y) {
     for (int x = 0; x < 6; ++x) {
       const std::vector<int> pixel = source.At(x, y), on_white = flat.At(x, y);
