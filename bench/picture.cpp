@@ -59,15 +59,15 @@ const std::vector<Pixel>& Photo(int width, int height, uint32_t seed) {
 }
 
 void Store(uint8_t* to, int bytes, Pixel pixel, Content content) {
-  const int grey = (pixel[0] + pixel[1] + pixel[2]) / 3;
+  const int gray = (pixel[0] + pixel[1] + pixel[2]) / 3;
   if (content == Content::kIntegers) {
-    const int32_t value = (grey - 90) * 37;
+    const int32_t value = (gray - 90) * 37;
     std::memcpy(to, &value, sizeof(value));
     return;
   }
-  if (content == Content::kMask && grey < 120) pixel = {};
+  if (content == Content::kMask && gray < 120) pixel = {};
   if (bytes == 1)
-    pixel[0] = content == Content::kMask && grey < 120 ? 0 : static_cast<uint8_t>(grey);
+    pixel[0] = content == Content::kMask && gray < 120 ? 0 : static_cast<uint8_t>(gray);
   std::copy_n(pixel.begin(), bytes, to);
 }
 

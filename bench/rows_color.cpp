@@ -20,17 +20,17 @@ void LookUp(PeerStage& p) {
 }
 
 /// Grey, thresholded if `level` is not negative, in the depth of the image.
-void Grey(PeerStage& p, int level) {
+void Gray(PeerStage& p, int level) {
   const int channels = p[0].channels();
-  cv::Mat& grey = channels == 1 ? p.result : p.scratch[0];
+  cv::Mat& gray = channels == 1 ? p.result : p.scratch[0];
   if (channels == 1) {
-    cv::filter2D(p[0], grey, -1, cv::Matx13f(0.114f, 0.587f, 0.299f));
+    cv::filter2D(p[0], gray, -1, cv::Matx13f(0.114f, 0.587f, 0.299f));
   } else {
-    cv::cvtColor(p[0], grey, channels == 3 ? cv::COLOR_BGR2GRAY : cv::COLOR_BGRA2GRAY);
+    cv::cvtColor(p[0], gray, channels == 3 ? cv::COLOR_BGR2GRAY : cv::COLOR_BGRA2GRAY);
   }
-  if (level >= 0) cv::threshold(grey, grey, level, 255, cv::THRESH_BINARY);
+  if (level >= 0) cv::threshold(gray, gray, level, 255, cv::THRESH_BINARY);
   if (channels == 1) return;
-  cv::cvtColor(grey, p.result, channels == 3 ? cv::COLOR_GRAY2BGR : cv::COLOR_GRAY2BGRA);
+  cv::cvtColor(gray, p.result, channels == 3 ? cv::COLOR_GRAY2BGR : cv::COLOR_GRAY2BGRA);
 }
 
 void MakeOpaque(PeerStage& p) { cv::bitwise_or(p[0], cv::Scalar(0, 0, 0, 255), p[0]); }
@@ -58,12 +58,12 @@ std::vector<Row> ColorRows() {
   add(Row{"colorize", 2, Of("Colorize", "0", 142, 120, 0.75f), QEL_PEER(Tint(p))}.PeerAt({24}));
   add({"lut", 0.8, MethodCall("Lut", {.table = Curve()}), QEL_PEER(LookUp(p))});
   add({"negative", 0.6, Of("Negative", "0"), QEL_PEER(cv::bitwise_not(p[0], p[0]))});
-  add({"gray_scale", 1.5, Of("GrayScale", "0"), QEL_PEER(Grey(p, -1))});
+  add({"gray_scale", 1.5, Of("GrayScale", "0"), QEL_PEER(Gray(p, -1))});
   add({"shift_rgb", 0.8, Of("ShiftRGB", "0", 20, 10, -15),
        QEL_PEER(cv::add(p[0], cv::Scalar(-15, 10, 20), p[0]))});
   add({"gamma", 0.8, Of("Gamma", "0", 2.2f), QEL_PEER(LookUp(p))});
   add({"light", 0.8, Of("Light", "0", 20, 10), QEL_PEER(LookUp(p))});
-  add({"threshold", 1.5, Of("Threshold", "0", 127), QEL_PEER(Grey(p, 127))});
+  add({"threshold", 1.5, Of("Threshold", "0", 127), QEL_PEER(Gray(p, 127))});
   add(Row{"set_image_alpha", 0.8, Of("SetImageAlpha", "0", 255, 0), QEL_PEER(MakeOpaque(p))}.At(
       {32}));
   add(Row {

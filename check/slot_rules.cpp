@@ -10,10 +10,10 @@ namespace qel::cli {
 namespace {
 
 constexpr int kSide = 5;
-constexpr uint32_t kColour = 0x3C140A;  // red 60, green 20, blue 10
-constexpr uint32_t kKey = 0x0A143C;     // the same with red in the low byte
+constexpr uint32_t kColor = 0x3C140A;  // red 60, green 20, blue 10
+constexpr uint32_t kKey = 0x0A143C;    // the same with red in the low byte
 
-uint32_t Grey(uint32_t level) { return level * 0x010101; }
+uint32_t Gray(uint32_t level) { return level * 0x010101; }
 
 /// Where one operation is tried: small images, and the image that comes out.
 class Slot {
@@ -31,8 +31,8 @@ class Slot {
   }
   /// Grey 100 with one pixel of another grey in the middle.
   WatchedImage& Dot(uint32_t level) {
-    WatchedImage& image = Flat(Grey(100));
-    image.Set(2, 2, Grey(level));
+    WatchedImage& image = Flat(Gray(100));
+    image.Set(2, 2, Gray(level));
     return image;
   }
   IQEL** Out() { return &result_; }
@@ -74,7 +74,7 @@ void RequireOrder(Subject& subject, std::string_view interface_name,
 /// Two pixels, the first coloured.
 WatchedImage& Pair(Slot& slot, int bit_count = 24) {
   WatchedImage& image = slot.Image(bit_count, 2, 1);
-  image.Set(0, 0, kColour | 200u << 24);
+  image.Set(0, 0, kColor | 200u << 24);
   image.Set(1, 0, 200u << 24);
   return image;
 }
@@ -86,29 +86,29 @@ void ColorOrder(Subject& subject) {
                   slot.on().color->Colorize(&image, 0, 0, 1);
                   const uint32_t lightness =
                       image.At(0, 0) & 0xFF;  // of 10 to 60, give or take rounding
-                  return image.At(0, 0) == Grey(lightness) && lightness >= 33 && lightness <= 36;
+                  return image.At(0, 0) == Gray(lightness) && lightness >= 33 && lightness <= 36;
                 },
                 [](Slot& slot) {
                   WatchedImage& image = Pair(slot);
                   std::array<uint8_t, 256> table;
                   table.fill(7);
                   slot.on().color->Lut(&image, table.data());
-                  return image.At(0, 0) == Grey(7) && image.At(1, 0) == Grey(7);
+                  return image.At(0, 0) == Gray(7) && image.At(1, 0) == Gray(7);
                 },
                 [](Slot& slot) {
                   WatchedImage& image = Pair(slot);
                   slot.on().color->Negative(&image);
-                  return image.At(0, 0) == (kColour ^ 0xFFFFFF) && image.At(1, 0) == 0xFFFFFF;
+                  return image.At(0, 0) == (kColor ^ 0xFFFFFF) && image.At(1, 0) == 0xFFFFFF;
                 },
                 [](Slot& slot) {
                   WatchedImage& image = Pair(slot);
                   slot.on().color->GrayScale(&image);
-                  return image.At(0, 0) == Grey(30);
+                  return image.At(0, 0) == Gray(30);
                 },
                 [](Slot& slot) {
                   WatchedImage& image = Pair(slot);
                   slot.on().color->ShiftRGB(&image, 1, 2, 3);
-                  return image.At(0, 0) == kColour + 0x010203;
+                  return image.At(0, 0) == kColor + 0x010203;
                 },
                 [](Slot& slot) {
                   WatchedImage& image = Pair(slot);
@@ -120,7 +120,7 @@ void ColorOrder(Subject& subject) {
                 [](Slot& slot) {
                   WatchedImage& image = Pair(slot);
                   slot.on().color->Light(&image, 10, 0);
-                  return image.At(0, 0) == kColour + 0x0A0A0A;
+                  return image.At(0, 0) == kColor + 0x0A0A0A;
                 },
                 [](Slot& slot) {
                   WatchedImage& image = Pair(slot, 32);
@@ -197,16 +197,16 @@ void TransformOrder(Subject& subject) {
          return HasShape(slot.Result(), 3, 2, 32) && slot.Result().model() == kModelAbgr;
        },
        [](Slot& slot) {
-         WatchedImage& source = slot.Flat(kColour);
+         WatchedImage& source = slot.Flat(kColor);
          WatchedImage& target = slot.Image(24, 9, 9);
          const uint32_t before = target.At(8, 8);
          slot.on().transform->RotatePaste(&source, &target, 0, 0, 0xFFFFFF);
-         return target.At(2, 2) == kColour && target.At(8, 8) == before;
+         return target.At(2, 2) == kColor && target.At(8, 8) == before;
        },
        [](Slot& slot) {
-         WatchedImage& image = slot.Flat(kColour);
+         WatchedImage& image = slot.Flat(kColor);
          slot.on().transform->FlipBits(&image);
-         return image.At(1, 1) == SwapEnds(kColour);
+         return image.At(1, 1) == SwapEnds(kColor);
        },
        [](Slot& slot) {
          WatchedImage& source = slot.Image(24);
@@ -252,7 +252,7 @@ struct Drawn {
 };
 Drawn Draw(Slot& slot, const std::function<void(IQEL* source, IQEL** result)>& operation) {
   WatchedImage& source = slot.Image(24, 9, 9);
-  const std::string colours = source.Pixels();
+  const std::string colors = source.Pixels();
   Drawn drawn;
   std::string first;
   for (int run = 0; run < 2; ++run) {
@@ -262,8 +262,8 @@ Drawn Draw(Slot& slot, const std::function<void(IQEL* source, IQEL** result)>& o
     first = pixels;
     for (size_t i = 0; i < pixels.size(); i += 3) {
       size_t at = 0;
-      while (at < colours.size() && colours.compare(at, 3, pixels, i, 3) != 0) at += 3;
-      drawn.from_source &= at < colours.size();
+      while (at < colors.size() && colors.compare(at, 3, pixels, i, 3) != 0) at += 3;
+      drawn.from_source &= at < colors.size();
     }
   }
   return drawn;
@@ -273,26 +273,26 @@ void FilterOrder(Subject& subject) {
   RequireOrder(subject, "IQELFilterTransform",
                {[](Slot& slot) {
                   slot.on().filter->Erode(&slot.Dot(50), 3, slot.Out());
-                  return slot.Result().At(1, 1) == Grey(50) && slot.Result().At(4, 4) == Grey(100);
+                  return slot.Result().At(1, 1) == Gray(50) && slot.Result().At(4, 4) == Gray(100);
                 },
                 [](Slot& slot) {
                   slot.on().filter->Edge(&slot.Dot(250), 3, slot.Out());
-                  return slot.Result().At(1, 1) == Grey(150) && slot.Result().At(4, 4) == 0;
+                  return slot.Result().At(1, 1) == Gray(150) && slot.Result().At(4, 4) == 0;
                 },
                 [](Slot& slot) {
                   slot.on().filter->Dilate(&slot.Dot(250), 3, slot.Out());
-                  return slot.Result().At(1, 1) == Grey(250) && slot.Result().At(4, 4) == Grey(100);
+                  return slot.Result().At(1, 1) == Gray(250) && slot.Result().At(4, 4) == Gray(100);
                 },
                 [](Slot& slot) {
                   int kernel[9] = {0, 0, 0, 0, 1, 0, 0, 0, 0};
                   slot.on().filter->Filter(&slot.Dot(200), kernel, 3, 2, 9, slot.Out());
-                  return slot.Result().At(2, 2) == Grey(109) && slot.Result().At(1, 1) == Grey(59);
+                  return slot.Result().At(2, 2) == Gray(109) && slot.Result().At(1, 1) == Gray(59);
                 },
                 [](Slot& slot) {
                   WatchedImage& source = slot.Flat(0);
-                  source.Set(2, 2, Grey(100));
+                  source.Set(2, 2, Gray(100));
                   slot.on().filter->Contour(&source, slot.Out());
-                  return slot.Result().At(1, 1) == Grey(155) && slot.Result().At(2, 2) == Grey(255);
+                  return slot.Result().At(1, 1) == Gray(155) && slot.Result().At(2, 2) == Gray(255);
                 },
                 [](Slot& slot) {
                   const Drawn drawn = Draw(slot, [&](IQEL* source, IQEL** result) {
@@ -308,27 +308,27 @@ void FilterOrder(Subject& subject) {
                 },
                 [](Slot& slot) {
                   slot.on().filter->Median(&slot.Dot(0), 3, slot.Out());
-                  return slot.Result().At(2, 2) == Grey(100) && slot.Result().At(1, 1) == Grey(100);
+                  return slot.Result().At(2, 2) == Gray(100) && slot.Result().At(1, 1) == Gray(100);
                 },
                 [](Slot& slot) {
-                  slot.on().filter->Emboss(&slot.Flat(Grey(100)), slot.Out());
-                  return slot.Result().At(2, 2) == Grey(127);
+                  slot.on().filter->Emboss(&slot.Flat(Gray(100)), slot.Out());
+                  return slot.Result().At(2, 2) == Gray(127);
                 },
                 [](Slot& slot) {
                   slot.on().filter->Blur(&slot.Dot(190), slot.Out());
-                  return slot.Result().At(2, 2) == Grey(110);
+                  return slot.Result().At(2, 2) == Gray(110);
                 },
                 [](Slot& slot) {
                   slot.on().filter->Soften(&slot.Dot(190), slot.Out());
-                  return slot.Result().At(2, 2) == Grey(145);
+                  return slot.Result().At(2, 2) == Gray(145);
                 },
                 [](Slot& slot) {
                   slot.on().filter->Sharpen(&slot.Dot(190), slot.Out());
-                  return slot.Result().At(1, 1) == Grey(87);
+                  return slot.Result().At(1, 1) == Gray(87);
                 },
                 [](Slot& slot) {
                   slot.on().filter->GaussianBlur(&slot.Dot(190), 0, slot.Out());
-                  return slot.Result().At(2, 2) == Grey(122);
+                  return slot.Result().At(2, 2) == Gray(122);
                 }});
 }
 
@@ -346,20 +346,20 @@ void MathsOrder(Subject& subject) {
                 },
                 [](Slot& slot) {
                   WatchedImage& dest = slot.Flat(0);
-                  slot.on().maths->AddScale(&dest, &slot.Flat(Grey(100)), &slot.Flat(Grey(50)),
+                  slot.on().maths->AddScale(&dest, &slot.Flat(Gray(100)), &slot.Flat(Gray(50)),
                                             nullptr, 0.5f, 0.5f, 3);
-                  return dest.At(4, 4) == Grey(78);
+                  return dest.At(4, 4) == Gray(78);
                 },
                 [](Slot& slot) {
                   WatchedImage& dest = slot.Flat(0);
-                  slot.on().maths->Scale(&dest, &slot.Flat(Grey(100)), nullptr, 0.5f, 1);
-                  return dest.At(4, 4) == Grey(51);
+                  slot.on().maths->Scale(&dest, &slot.Flat(Gray(100)), nullptr, 0.5f, 1);
+                  return dest.At(4, 4) == Gray(51);
                 },
                 [](Slot& slot) {
                   WatchedImage& dest = slot.Flat(0);
-                  const result_t tally = slot.on().maths->Subtract(&dest, &slot.Flat(Grey(100)),
-                                                                   &slot.Flat(Grey(40)), 0);
-                  return dest.At(4, 4) == Grey(60) && tally == 3 * kSide * kSide;
+                  const result_t tally = slot.on().maths->Subtract(&dest, &slot.Flat(Gray(100)),
+                                                                   &slot.Flat(Gray(40)), 0);
+                  return dest.At(4, 4) == Gray(60) && tally == 3 * kSide * kSide;
                 },
                 [](Slot& slot) {
                   slot.on().maths->CreateDestImage(slot.Out(), &slot.Image(24, 3, 2), 8,
@@ -368,8 +368,8 @@ void MathsOrder(Subject& subject) {
                 },
                 [](Slot& slot) {
                   WatchedImage& dest = slot.Image(8, 1, 1);
-                  slot.on().maths->Add(&dest, &slot.Flat(Grey(100)), &slot.Flat(Grey(40)), 0);
-                  return HasShape(dest, kSide, kSide, 24) && dest.At(4, 4) == Grey(140);
+                  slot.on().maths->Add(&dest, &slot.Flat(Gray(100)), &slot.Flat(Gray(40)), 0);
+                  return HasShape(dest, kSide, kSide, 24) && dest.At(4, 4) == Gray(140);
                 },
                 [](Slot& slot) {
                   WatchedImage& source = slot.Image(32);

@@ -163,9 +163,9 @@ result_t WatchedImage::Assign(IQEL* source, int /*flags*/) {
   return kOk;
 }
 
-result_t WatchedImage::Fill(uint32_t colour) {
+result_t WatchedImage::Fill(uint32_t color) {
   if (!host_.OnCall("Fill")) return host::CallWatch::kFaultCode;
-  SetAll(colour);
+  SetAll(color);
   return kOk;
 }
 

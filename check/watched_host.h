@@ -66,7 +66,7 @@ class WatchedImage final : public IQELImageDIB {
   result_t GetBits(int plane, int* reserved, uint8_t** bits, int* stride) override;
   result_t Create(int width, int height, int planes, int bit_count, uint32_t model) override;
   result_t Assign(IQEL* source, int flags) override;
-  result_t Fill(uint32_t colour) override;
+  result_t Fill(uint32_t color) override;
 
   int64_t references() const { return references_; }
   int width() const { return width_; }

@@ -22,7 +22,7 @@ Color ColorOf(const uint8_t* pixel, int channels) {
 void Store(Color color, int channels, uint8_t* pixel) {
   const uint8_t bytes[] = {color.blue, color.green, color.red, color.alpha};
   if (channels == 1) {
-    pixel[0] = color.IsGrey() ? color.blue : Luma(bytes);
+    pixel[0] = color.IsGray() ? color.blue : Luma(bytes);
   } else {
     std::memcpy(pixel, bytes, static_cast<size_t>(channels));
   }
@@ -40,7 +40,7 @@ void Over(Color color, int channels, uint8_t* pixel) {
   if (channels != 4 || pixel[3] == kOpaque) {
     const uint8_t bytes[] = {color.blue, color.green, color.red};
     if (channels == 1) {
-      pixel[0] = Mix(color.IsGrey() ? color.blue : Luma(bytes), pixel[0], share);
+      pixel[0] = Mix(color.IsGray() ? color.blue : Luma(bytes), pixel[0], share);
     } else {
       for (int c = 0; c < 3; ++c) pixel[c] = Mix(bytes[c], pixel[c], share);
     }
@@ -71,7 +71,7 @@ struct Part {
 
 int ChannelsWith(int channels, Color color) {
   if (color.alpha != kOpaque) return 4;
-  return channels == 1 && !color.IsGrey() ? 3 : channels;
+  return channels == 1 && !color.IsGray() ? 3 : channels;
 }
 
 void Fill(const Pixels& dest, Color color) {
@@ -136,7 +136,7 @@ void Flatten(const ConstPixels& source, Color ground, const Pixels& dest) {
   }
 }
 
-void ToGrey(const ConstPixels& source, const Pixels& dest) {
+void ToGray(const ConstPixels& source, const Pixels& dest) {
   for (int y = 0; y < source.height; ++y) {
     const uint8_t* from = source.Row(y);
     uint8_t* const to = dest.Row(y);

@@ -27,7 +27,7 @@ void Flatten(const ConstPixels& source, Color ground, const Pixels& dest);
 
 /// Colours become one channel by their luma, 0.299 red + 0.587 green + 0.114 blue (ITU-R BT.601),
 /// rounded. `dest` has 1 channel, `source` 3.
-void ToGrey(const ConstPixels& source, const Pixels& dest);
+void ToGray(const ConstPixels& source, const Pixels& dest);
 
 /// True when a pixel has an alpha below 255.
 bool HasTransparency(const ConstPixels& source);

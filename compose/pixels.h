@@ -39,7 +39,7 @@ struct Color {
   uint8_t red = 0;
   uint8_t alpha = 255;
 
-  bool IsGrey() const { return blue == green && green == red; }
+  bool IsGray() const { return blue == green && green == red; }
   bool operator==(const Color&) const = default;
 };
 

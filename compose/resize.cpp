@@ -167,7 +167,7 @@ template <typename Sample>
   return even + odd;
 }
 
-[[gnu::always_inline]] inline float SumOfGreys(const float* pixels, int taps,
+[[gnu::always_inline]] inline float SumOfGrays(const float* pixels, int taps,
                                                const float* weights) {
   F32x4 sums = Broadcast(0);
   for (int tap = 0; tap < taps; tap += 4) {
@@ -205,8 +205,8 @@ template <int channels>
         sums + static_cast<ptrdiff_t>(axis.first[static_cast<size_t>(x)]) * channels;
     const float* const weights = axis.Weights(x);
     if constexpr (channels == 1) {
-      const float grey = SumOfGreys(pixels, axis.taps, weights);
-      to[0] = linear ? LightToByte(grey) : ToByte(grey);
+      const float gray = SumOfGrays(pixels, axis.taps, weights);
+      to[0] = linear ? LightToByte(gray) : ToByte(gray);
     } else {
       const F32x4 value = SumOfPixels(pixels, channels, axis.taps, weights);
       if constexpr (channels == 4) {

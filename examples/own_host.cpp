@@ -74,12 +74,12 @@ class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
     }
     return kOk;
   }
-  result_t Fill(uint32_t colour) override {
+  result_t Fill(uint32_t color) override {
     const size_t rows = size_t(stride_) * size_t(height_);
-    if (bit_count_ == 4) std::memset(Row(0), int(colour & 15) * 0x11, rows);
-    if (bit_count_ == 1) std::memset(Row(0), int(colour & 1) * 0xFF, rows);
+    if (bit_count_ == 4) std::memset(Row(0), int(color & 15) * 0x11, rows);
+    if (bit_count_ == 1) std::memset(Row(0), int(color & 1) * 0xFF, rows);
     for (int i = 0; i < width_ * height_; ++i) {
-      std::memcpy(Row(i / width_) + i % width_ * (bit_count_ / 8), &colour, size_t(bit_count_ / 8));
+      std::memcpy(Row(i / width_) + i % width_ * (bit_count_ / 8), &color, size_t(bit_count_ / 8));
     }
     return kOk;
   }

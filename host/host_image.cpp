@@ -182,10 +182,10 @@ result_t HostImage::Assign(IQEL* source, int /*flags*/) {
   return kOk;
 }
 
-result_t HostImage::Fill(uint32_t colour) {
-  const uint32_t pattern = bit_count_ == 1   ? (colour & 1) * 0xFF
-                           : bit_count_ == 4 ? (colour & 0xF) * 0x11
-                                             : colour;
+result_t HostImage::Fill(uint32_t color) {
+  const uint32_t pattern = bit_count_ == 1   ? (color & 1) * 0xFF
+                           : bit_count_ == 4 ? (color & 0xF) * 0x11
+                                             : color;
   const int period = bit_count_ == 32 ? 4 : bit_count_ >= 24 ? 3 : 1;
   for (int plane = 0; plane < PlanesInMemory(); ++plane) {
     // One row is made byte by byte, the others are copies of it.

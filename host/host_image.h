@@ -51,10 +51,10 @@ class HostImage final : public IQELImageDIB, public IQELImagePalette {
   /// Copies shape, rows of every plane and palette through the interfaces of `source`.
   /// Result: as `Create`; kFail for a null source, the image then unchanged.
   result_t Assign(IQEL* source, int flags) override;
-  /// At 32 bits every pixel takes the four bytes of `colour`, at 24 bits and other counts above
+  /// At 32 bits every pixel takes the four bytes of `color`, at 24 bits and other counts above
   /// that the lower three, three bytes apart. Palette images take the low bits as index, 16 bits
   /// and other counts the low byte in every byte.
-  result_t Fill(uint32_t colour) override;
+  result_t Fill(uint32_t color) override;
 
   /// At least 256 entries are readable, 0 behind the last: indices need not be checked.
   result_t GetPalette(RGBQUAD** entries, uint32_t* count) override;

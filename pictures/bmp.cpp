@@ -18,7 +18,7 @@ enum Compression : uint32_t { kPlain = 0, kRle8 = 1, kRle4 = 2, kMasks = 3, kAlp
 constexpr size_t kFileHeaderBytes = 14;
 constexpr uint32_t kCoreHeader = 12, kShortOs2Header = 16, kInfoHeader = 40, kOs2Header = 64,
                    kV4Header = 108, kV5Header = 124;
-constexpr uint32_t kStandardColours = 0x73524742;  // "sRGB"
+constexpr uint32_t kStandardColors = 0x73524742;  // "sRGB"
 
 struct BmpHeader {
   uint32_t bytes = 0;  ///< of the header itself
@@ -28,7 +28,7 @@ struct BmpHeader {
   bool top_down = false;
   int depth = 0;
   uint32_t compression = kPlain;
-  size_t colours = 0;      ///< palette entries, 0 for as many as there are indices
+  size_t colors = 0;       ///< palette entries, 0 for as many as there are indices
   uint32_t masks[4] = {};  ///< blue, green, red, alpha
   size_t palette_at = 0;
 
@@ -84,7 +84,7 @@ BmpHeader ReadHeader(const Input& input, Metadata& metadata) {
   header.compression = reader.U32(30);
   metadata.dpi_x = DpiFromMetre(std::max(reader.S32(38), 0));
   metadata.dpi_y = DpiFromMetre(std::max(reader.S32(42), 0));
-  header.colours = reader.U32(46);
+  header.colors = reader.U32(46);
   ReadMasks(reader, header);
   return header;
 }
@@ -118,7 +118,7 @@ void CheckVariety(const Input& input, const BmpHeader& header) {
 std::vector<PaletteEntry> ReadPalette(const Input& input, const BmpHeader& header) {
   const size_t most = size_t{1} << header.depth;
   const size_t entry_bytes = header.PaletteEntryBytes();
-  size_t count = header.colours == 0 ? most : std::min(header.colours, most);
+  size_t count = header.colors == 0 ? most : std::min(header.colors, most);
   // Some writers leave out what they do not use and let the pixels begin earlier.
   if (header.pixels_at > header.palette_at) {
     count = std::min(count, (header.pixels_at - header.palette_at) / entry_bytes);
@@ -302,8 +302,8 @@ class BmpDecoder final : public RowDecoder {
     if (header_.Indexed()) {
       const std::vector<PaletteEntry> palette = ReadPalette(input, header_);
       // The format has no grey of its own: a full ramp from black to white means it.
-      const auto meaning = palette == GreyRamp(header_.depth) ? IndexRows::Meaning::kGrey
-                                                              : IndexRows::Meaning::kColour;
+      const auto meaning = palette == GrayRamp(header_.depth) ? IndexRows::Meaning::kGray
+                                                              : IndexRows::Meaning::kColor;
       indices_.emplace(input.options, header_.depth, palette, meaning, info);
       streams = !header_.Runs();
       return;
@@ -420,7 +420,7 @@ class BmpEncoder final : public RowEncoder {
     put(0);
     if (alpha) {
       for (const uint32_t mask : {0xFF0000u, 0xFF00u, 0xFFu, 0xFF000000u}) put(mask);
-      put(kStandardColours);
+      put(kStandardColors);
       header.resize(pixels_at);
     }
     for (const PaletteEntry& entry : palette) {

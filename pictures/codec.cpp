@@ -40,9 +40,9 @@ void OutputShape::CheckSides(const char* format, int longest) const {
              " pixels a side; choose PNG or TIFF");
 }
 
-Bytes Output::Profile(bool grey) const {
+Bytes Output::Profile(bool gray) const {
   const Bytes profile(metadata.icc_profile);
-  if (profile.empty() || ProfileSpace(profile) == (grey ? "GRAY" : "RGB ")) return profile;
+  if (profile.empty() || ProfileSpace(profile) == (gray ? "GRAY" : "RGB ")) return profile;
   notes.emplace_back("the colour profile is not one for such pixels; it was left out");
   return {};
 }

@@ -98,7 +98,7 @@ struct Output {
     throw PictureError(PictureError::Kind::kNotWritable, path, "encoding failed: " + what);
   }
   /// The colour profile if it is one for such pixels, else nothing and a note.
-  Bytes Profile(bool grey) const;
+  Bytes Profile(bool gray) const;
   /// Notes what the format has no place for.
   void NoteLostProfile(const char* format) const;
   void NoteLostResolution(const char* format) const;

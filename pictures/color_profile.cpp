@@ -21,8 +21,8 @@ using Profile = std::unique_ptr<void, Closer<&cmsCloseProfile>>;
 using Transform = std::unique_ptr<void, Closer<&cmsDeleteTransform>>;
 
 /// sRGB, or greys with its tones.
-Profile Standard(bool grey) {
-  if (!grey) return Profile(cmsCreate_sRGBProfile());
+Profile Standard(bool gray) {
+  if (!gray) return Profile(cmsCreate_sRGBProfile());
   // The curve of sRGB, of IEC 61966-2-1.
   const cmsFloat64Number parameters[] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
   cmsToneCurve* const curve = cmsBuildParametricToneCurve(nullptr, 4, parameters);
@@ -35,20 +35,20 @@ constexpr char kSimpleInksNote[] =
     "CMYK was converted to colours without its profile, which was left out";
 
 /// From the profile to the standard one; alpha is not touched.
-Transform MakeTransform(const Profile& profile, bool grey, int bytes) {
-  const Profile standard = Standard(grey);
-  const cmsUInt32Number format = grey ? TYPE_GRAY_8 : bytes == 4 ? TYPE_BGRA_8 : TYPE_BGR_8;
+Transform MakeTransform(const Profile& profile, bool gray, int bytes) {
+  const Profile standard = Standard(gray);
+  const cmsUInt32Number format = gray ? TYPE_GRAY_8 : bytes == 4 ? TYPE_BGRA_8 : TYPE_BGR_8;
   return Transform(cmsCreateTransform(profile.get(), format, standard.get(), format,
                                       INTENT_RELATIVE_COLORIMETRIC,
                                       cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_COPY_ALPHA));
 }
 
 /// Whether no colour of a lattice moves by more than rounding does.
-bool ChangesNothing(const Transform& transform, bool grey) {
+bool ChangesNothing(const Transform& transform, bool gray) {
   constexpr int kStep = 51, kTolerance = 2;
   std::vector<uint8_t> colors;
   for (int b = 0; b <= 255; b += kStep) {
-    if (grey) {
+    if (gray) {
       colors.push_back(static_cast<uint8_t>(b));
       continue;
     }
@@ -60,7 +60,7 @@ bool ChangesNothing(const Transform& transform, bool grey) {
   }
   std::vector<uint8_t> converted(colors.size());
   cmsDoTransform(transform.get(), colors.data(), converted.data(),
-                 static_cast<cmsUInt32Number>(colors.size() / (grey ? 1 : 3)));
+                 static_cast<cmsUInt32Number>(colors.size() / (gray ? 1 : 3)));
   return std::ranges::equal(colors, converted, [](int before, int after) {
     return std::abs(before - after) <= kTolerance;
   });
@@ -74,10 +74,10 @@ ColorConversion::ColorConversion(const ReadOptions& options, PictureInfo& info) 
   const Profile profile(
       cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
   if (profile == nullptr) return;
-  const bool grey = info.bit_count <= 8 && info.palette.empty();
-  if (cmsGetColorSpace(profile.get()) != (grey ? cmsSigGrayData : cmsSigRgbData)) return;
-  const Transform probe = MakeTransform(profile, grey, 3);
-  if (probe == nullptr || ChangesNothing(probe, grey)) return;
+  const bool gray = info.bit_count <= 8 && info.palette.empty();
+  if (cmsGetColorSpace(profile.get()) != (gray ? cmsSigGrayData : cmsSigRgbData)) return;
+  const Transform probe = MakeTransform(profile, gray, 3);
+  if (probe == nullptr || ChangesNothing(probe, gray)) return;
   if (!options.to_srgb) {
     info.notes.push_back("its colours are those of the profile " + ProfileName(icc) +
                          ", not sRGB; steps take them as they are");
@@ -89,7 +89,7 @@ ColorConversion::ColorConversion(const ReadOptions& options, PictureInfo& info) 
     cmsDoTransform(transform.get(), info.palette.data(), info.palette.data(),
                    static_cast<cmsUInt32Number>(info.palette.size()));
   } else {
-    transform_ = MakeTransform(profile, grey, info.bit_count / 8);
+    transform_ = MakeTransform(profile, gray, info.bit_count / 8);
   }
   info.metadata.icc_profile.clear();
 }

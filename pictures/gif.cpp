@@ -149,7 +149,7 @@ class GifDecoder final : public RowDecoder {
     }
     // The format has no grey of its own: a full ramp from black to white means it.
     const auto meaning =
-        palette_ == GreyRamp(8) ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
+        palette_ == GrayRamp(8) ? IndexRows::Meaning::kGray : IndexRows::Meaning::kColor;
     indices_.emplace(input.options, 8, palette_, meaning, info);
   }
 

@@ -27,22 +27,22 @@ inline void StoreIndex(uint8_t* row, int bits, int64_t x, uint8_t index) {
 void UnpackIndices(const uint8_t* packed, int bits, int count, uint8_t* indices);
 
 /// The 2^bits greys from black to white.
-std::vector<PaletteEntry> GreyRamp(int bits);
+std::vector<PaletteEntry> GrayRamp(int bits);
 
 /// The palette of a picture of up to 8 bits: its own, or the greys that it means without one.
 std::vector<PaletteEntry> PaletteOf(const PictureView& picture);
 
 /// Whether every entry is a grey.
-bool IsGrey(std::span<const PaletteEntry> palette);
+bool IsGray(std::span<const PaletteEntry> palette);
 
 /// Puts rows of indices into a picture the way the options ask for: kept with their palette, or
 /// looked up as grey or colours.
 class IndexRows {
  public:
   /// What the entries of a palette stand for.
-  enum class Meaning { kGrey, kColour };
+  enum class Meaning { kGray, kColor };
 
-  /// `bits` per stored index: 1, 2, 4 or 8. Of `kGrey` palettes the blue byte is the level. States
+  /// `bits` per stored index: 1, 2, 4 or 8. Of `kGray` palettes the blue byte is the level. States
   /// depth and, when kept, palette in `info`.
   IndexRows(const ReadOptions& options, int bits, std::vector<PaletteEntry> palette,
             Meaning meaning, PictureInfo& info);
@@ -53,7 +53,7 @@ class IndexRows {
  private:
   bool kept_;
   int bit_count_;
-  std::array<PaletteEntry, 256> colours_{};
+  std::array<PaletteEntry, 256> colors_{};
 };
 
 }  // namespace qel::pictures

@@ -246,20 +246,20 @@ class JpegDecoder final : public RowDecoder {
       jpeg_read_header(&jpeg, TRUE);
     });
     const Segments segments = ReadSegments(jpeg);
-    const bool grey = jpeg.jpeg_color_space == JCS_GRAYSCALE;
+    const bool gray = jpeg.jpeg_color_space == JCS_GRAYSCALE;
     const bool inks = jpeg.jpeg_color_space == JCS_CMYK || jpeg.jpeg_color_space == JCS_YCCK;
     if (jpeg.jpeg_color_space == JCS_UNKNOWN) {
       input.Unsupported("a JPEG of " + std::to_string(jpeg.num_components) +
                         " channels of unknown colours is not read");
     }
-    jpeg.out_color_space = grey ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_EXT_BGR;
+    jpeg.out_color_space = gray ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_EXT_BGR;
     const auto most_shrunk = static_cast<unsigned>(std::max(input.options.most_shrunk, 1));
     while (jpeg.scale_denom < 8 && 2 * jpeg.scale_denom <= most_shrunk) jpeg.scale_denom *= 2;
     session_.Run([&] { jpeg_calc_output_dimensions(&jpeg); });
     info.format = Format::kJpeg;
     info.width = static_cast<int>(jpeg.output_width);
     info.height = static_cast<int>(jpeg.output_height);
-    info.bit_count = grey ? 8 : 24;
+    info.bit_count = gray ? 8 : 24;
     orientation = segments.exif.Orientation();
     info.metadata = ReadMetadata(input, session_, segments);
     if (segments.has_more_xmp) {

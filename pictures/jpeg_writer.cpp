@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "pictures/codec.h"
-#include "pictures/colour_rows.h"
+#include "pictures/color_rows.h"
 #include "pictures/jpeg_session.h"
 #include "pictures/text_blocks.h"
 
@@ -134,7 +134,7 @@ void WriteSegments(const Output& output, JpegWriteSession& session) {
 class JpegEncoder final : public RowEncoder {
  public:
   explicit JpegEncoder(const Output& output)
-      : RowEncoder(output), rows_(output.shape, ColourRows::Alpha::kDrop), session_(output) {
+      : RowEncoder(output), rows_(output.shape, ColorRows::Alpha::kDrop), session_(output) {
     const Bytes profile = output.Profile(rows_.bit_count() == 8);
     jpeg_compress_struct& jpeg = session_.jpeg;
     session_.Run([&] {
@@ -169,7 +169,7 @@ class JpegEncoder final : public RowEncoder {
   }
 
  private:
-  ColourRows rows_;
+  ColorRows rows_;
   JpegWriteSession session_;
 };
 

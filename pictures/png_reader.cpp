@@ -69,16 +69,16 @@ struct Header {
   png_uint_32 width = 0;
   png_uint_32 height = 0;
   int depth = 0;
-  int colour = 0;
+  int color = 0;
   int passes = 1;
   int entries = 0;
   png_colorp palette = nullptr;
   bool transparent_entries = false;  ///< a colour or entries of the palette stand for transparency
 
-  bool HasPalette() const { return colour == PNG_COLOR_TYPE_PALETTE; }
+  bool HasPalette() const { return color == PNG_COLOR_TYPE_PALETTE; }
   int Channels() const {
-    const int colours = (colour & PNG_COLOR_MASK_COLOR) != 0 && !HasPalette() ? 3 : 1;
-    return colours + ((colour & PNG_COLOR_MASK_ALPHA) != 0 ? 1 : 0);
+    const int colors = (color & PNG_COLOR_MASK_COLOR) != 0 && !HasPalette() ? 3 : 1;
+    return colors + ((color & PNG_COLOR_MASK_ALPHA) != 0 ? 1 : 0);
   }
 };
 
@@ -92,7 +92,7 @@ Header ReadHeader(PngReadSession& session) {
                                 sizeof(kPassedOver) / 5);
     png_read_info(session.png, session.info);
     png_get_IHDR(session.png, session.info, &header.width, &header.height, &header.depth,
-                 &header.colour, nullptr, nullptr, nullptr);
+                 &header.color, nullptr, nullptr, nullptr);
     png_get_PLTE(session.png, session.info, &header.palette, &header.entries);
     header.transparent_entries = png_get_valid(session.png, session.info, PNG_INFO_tRNS) != 0;
     header.passes = png_set_interlace_handling(session.png);
@@ -128,13 +128,13 @@ void ReadMetadata(const PngReadSession& session, Metadata& metadata) {
 bool KeepsDepth(const Input& input, const Header& header) {
   if (!input.options.keep_palette_depth) return false;
   if (header.HasPalette()) return true;
-  return header.colour == PNG_COLOR_TYPE_GRAY && header.depth < 8 && !header.transparent_entries;
+  return header.color == PNG_COLOR_TYPE_GRAY && header.depth < 8 && !header.transparent_entries;
 }
 
 void DescribeKept(const Header& header, PictureInfo& info) {
   info.bit_count = header.depth == 2 ? 4 : header.depth;
   if (!header.HasPalette()) {
-    info.palette = GreyRamp(header.depth);
+    info.palette = GrayRamp(header.depth);
     return;
   }
   for (int i = 0; i < header.entries; ++i) {
@@ -145,16 +145,16 @@ void DescribeKept(const Header& header, PictureInfo& info) {
 }
 
 /// Asks libpng for blue, green, red (, alpha) or plain grey bytes.
-void RequestColours(PngReadSession& session, const Header& header, PictureInfo& info) {
-  const bool alpha = (header.colour & PNG_COLOR_MASK_ALPHA) != 0 || header.transparent_entries;
-  const bool grey = (header.colour & PNG_COLOR_MASK_COLOR) == 0;
+void RequestColors(PngReadSession& session, const Header& header, PictureInfo& info) {
+  const bool alpha = (header.color & PNG_COLOR_MASK_ALPHA) != 0 || header.transparent_entries;
+  const bool gray = (header.color & PNG_COLOR_MASK_COLOR) == 0;
   session.Run([&] {
     png_set_expand(session.png);
     if (header.depth == 16) png_set_scale_16(session.png);
-    if (grey && alpha) png_set_gray_to_rgb(session.png);
+    if (gray && alpha) png_set_gray_to_rgb(session.png);
     png_set_bgr(session.png);
   });
-  info.bit_count = alpha ? 32 : grey ? 8 : 24;
+  info.bit_count = alpha ? 32 : gray ? 8 : 24;
   if (header.depth == 16) info.notes.emplace_back(kReducedNote);
 }
 
@@ -191,7 +191,7 @@ class PngDecoder final : public RowDecoder {
     if (keep) {
       DescribeKept(header_, info);
     } else {
-      RequestColours(session_, header_, info);
+      RequestColors(session_, header_, info);
     }
   }
 

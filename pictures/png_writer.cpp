@@ -17,23 +17,23 @@
 namespace qel::pictures {
 namespace {
 
-struct Colours {
+struct Colors {
   int type = PNG_COLOR_TYPE_GRAY;
   int entries = 0;
   png_color palette[256];
 };
 
-Colours ColoursOf(const PictureView& shape) {
-  Colours colours;
+Colors ColorsOf(const PictureView& shape) {
+  Colors colors;
   if (shape.bit_count >= 24) {
-    colours.type = shape.bit_count == 32 ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
+    colors.type = shape.bit_count == 32 ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
   } else if (!shape.palette.empty()) {
-    colours.type = PNG_COLOR_TYPE_PALETTE;
+    colors.type = PNG_COLOR_TYPE_PALETTE;
     for (const PaletteEntry& entry : PaletteOf(shape)) {
-      colours.palette[colours.entries++] = {entry.red, entry.green, entry.blue};
+      colors.palette[colors.entries++] = {entry.red, entry.green, entry.blue};
     }
   }
-  return colours;
+  return colors;
 }
 
 class PngWriteSession : public PngSession {
@@ -120,8 +120,8 @@ void WriteTexts(PngWriteSession& session, const Metadata& metadata) {
   });
 }
 
-void WriteMetadata(PngWriteSession& session, const Output& output, bool grey) {
-  const Bytes profile = output.Profile(grey);
+void WriteMetadata(PngWriteSession& session, const Output& output, bool gray) {
+  const Bytes profile = output.Profile(gray);
   bool accepted = profile.empty();
   session.Run([&] {
     // A profile that the library finds fault with is left out; the picture is written.
@@ -169,18 +169,18 @@ class PngEncoder final : public RowEncoder {
           session_.Run([&] { png_write_chunk(session_.png, kPixels, part.data(), part.size()); });
         }) {
     const PictureView& shape = output.shape;
-    const Colours colours = ColoursOf(shape);
+    const Colors colors = ColorsOf(shape);
     session_.Run([&] {
       png_set_user_limits(session_.png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
       png_set_IHDR(session_.png, session_.info, static_cast<png_uint_32>(shape.width),
                    static_cast<png_uint_32>(shape.height), std::min(shape.bit_count, 8),
-                   colours.type, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                   colors.type, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                    PNG_FILTER_TYPE_DEFAULT);
-      if (colours.entries > 0) {
-        png_set_PLTE(session_.png, session_.info, colours.palette, colours.entries);
+      if (colors.entries > 0) {
+        png_set_PLTE(session_.png, session_.info, colors.palette, colors.entries);
       }
     });
-    WriteMetadata(session_, output, colours.type == PNG_COLOR_TYPE_GRAY);
+    WriteMetadata(session_, output, colors.type == PNG_COLOR_TYPE_GRAY);
     session_.Run([&] { png_write_info(session_.png, session_.info); });
     const uint64_t row_bytes = RowBytes(shape.width, shape.bit_count) + 1;
     held_bytes =

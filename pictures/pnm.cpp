@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "pictures/codec.h"
-#include "pictures/colour_rows.h"
+#include "pictures/color_rows.h"
 #include "pictures/fresh_pages.h"
 #include "pictures/index_rows.h"
 #include "pictures/pixel_target.h"
@@ -178,7 +178,7 @@ class PnmDecoder final : public RowDecoder {
     if (header_.IsBitmap()) {
       // A set bit is black.
       const std::vector<PaletteEntry> palette{{255, 255, 255, 0}, {0, 0, 0, 0}};
-      bits_.emplace(input.options, 1, palette, IndexRows::Meaning::kGrey, info);
+      bits_.emplace(input.options, 1, palette, IndexRows::Meaning::kGray, info);
       return;
     }
     info.bit_count = HasAlpha() ? 32 : HasColor() ? 24 : 8;
@@ -264,7 +264,7 @@ class PnmDecoder final : public RowDecoder {
 
 constexpr char kBitmapsOnly[] =
     "PBM holds pictures of 1 bit, black and white; choose .pgm, .ppm or .pam";
-constexpr char kGreysOnly[] = "PGM holds grey pictures; choose .ppm or .pam";
+constexpr char kGraysOnly[] = "PGM holds grey pictures; choose .ppm or .pam";
 
 /// The text before the pixels; `channels` is 0 for a bitmap.
 std::string HeaderText(const PictureView& shape, bool pam, int channels) {
@@ -283,14 +283,14 @@ std::string HeaderText(const PictureView& shape, bool pam, int channels) {
 bool IsBlackAndWhite(const PictureView& shape) {
   if (shape.bit_count != 1) return false;
   const std::vector<PaletteEntry> palette = PaletteOf(shape);
-  return IsGrey(palette) && std::ranges::all_of(palette, [](const PaletteEntry& entry) {
+  return IsGray(palette) && std::ranges::all_of(palette, [](const PaletteEntry& entry) {
            return entry.blue == 0 || entry.blue == 255;
          });
 }
 
 class PnmEncoder final : public RowEncoder {
  public:
-  PnmEncoder(const Output& output, bool pam, bool bitmap, const ColourRows& rows)
+  PnmEncoder(const Output& output, bool pam, bool bitmap, const ColorRows& rows)
       : RowEncoder(output), bitmap_(bitmap), rows_(rows) {
     row_.resize(RowBytes(output.shape.width, bitmap ? 1 : rows.bit_count()));
     if (!pam) alpha_lost_by = "PNM";
@@ -317,7 +317,7 @@ class PnmEncoder final : public RowEncoder {
 
  private:
   bool bitmap_;
-  ColourRows rows_;
+  ColorRows rows_;
   std::vector<uint8_t> row_;
 };
 
@@ -333,7 +333,7 @@ std::unique_ptr<RowDecoder> OpenPnm(const Input& input) {
 
 void CheckPnmShape(const OutputShape& shape) {
   if (shape.extension == ".pbm" && shape.bit_count != 1) shape.DoesNotFit(kBitmapsOnly);
-  if (shape.extension == ".pgm" && shape.bit_count > 8) shape.DoesNotFit(kGreysOnly);
+  if (shape.extension == ".pgm" && shape.bit_count > 8) shape.DoesNotFit(kGraysOnly);
 }
 
 std::unique_ptr<RowEncoder> StartPnm(const Output& output) {
@@ -347,10 +347,10 @@ std::unique_ptr<RowEncoder> StartPnm(const Output& output) {
   if (bitmap && !IsBlackAndWhite(shape)) {
     output.DoesNotFit(kBitmapsOnly);
   }
-  const ColourRows rows(shape, pam ? ColourRows::Alpha::kKeep : ColourRows::Alpha::kDrop,
-                        extension == ".ppm" ? ColourRows::Grey::kSpread : ColourRows::Grey::kKeep);
+  const ColorRows rows(shape, pam ? ColorRows::Alpha::kKeep : ColorRows::Alpha::kDrop,
+                       extension == ".ppm" ? ColorRows::Gray::kSpread : ColorRows::Gray::kKeep);
   if (extension == ".pgm" && rows.bit_count() != 8) {
-    output.DoesNotFit(kGreysOnly);
+    output.DoesNotFit(kGraysOnly);
   }
   output.NoteLostProfile("PNM");
   output.NoteLostResolution("PNM");

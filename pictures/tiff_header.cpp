@@ -10,7 +10,7 @@
 namespace qel::pictures {
 namespace {
 
-constexpr char kOtherColoursNote[] =
+constexpr char kOtherColorsNote[] =
     "colours were converted without their profile, which was left out";
 constexpr uint16_t kPointerTags[] = {kXmpTag, kIptcTag, kExifTag, kGpsTag};
 
@@ -65,7 +65,7 @@ void NoteConversions(const TiffHeader& header, TIFF* tiff, PictureInfo& info) {
   if (header.alpha == TiffAlpha::kAssociated) info.notes.emplace_back(kAssociatedNote);
   if (!header.KeepsProfile() && !header.HasInks()) {
     info.metadata.icc_profile.clear();
-    info.notes.emplace_back(kOtherColoursNote);
+    info.notes.emplace_back(kOtherColorsNote);
   }
   if (header.extra_samples > (header.alpha == TiffAlpha::kNone ? 0 : 1)) {
     info.notes.emplace_back("channels besides colour and alpha were left out");
@@ -104,8 +104,8 @@ uint64_t BestRatio(uint16_t compression, uint64_t row_bytes) {
 bool TiffHeader::ConvertsDirectly() const {
   const bool low = bits == 1 || bits == 2 || bits == 4;
   const bool whole = bits == 8 || (bits == 16 && !HasPalette());
-  const bool plain_low = low && ColourSamples() == 1 && UsedSamples() == 1;
-  return ColourSamples() > 0 && samples >= UsedSamples() && (whole || plain_low) &&
+  const bool plain_low = low && ColorSamples() == 1 && UsedSamples() == 1;
+  return ColorSamples() > 0 && samples >= UsedSamples() && (whole || plain_low) &&
          !(HasPalette() && alpha != TiffAlpha::kNone) &&
          (sample_format == SAMPLEFORMAT_UINT || sample_format == SAMPLEFORMAT_VOID);
 }
@@ -140,8 +140,8 @@ TiffHeader ReadTiffHeader(TIFF* tiff) {
 
 std::vector<PaletteEntry> ReadTiffPalette(const Input& input, TIFF* tiff,
                                           const TiffHeader& header) {
-  if (header.IsGrey()) {
-    std::vector<PaletteEntry> ramp = GreyRamp(header.bits);
+  if (header.IsGray()) {
+    std::vector<PaletteEntry> ramp = GrayRamp(header.bits);
     if (header.photometric == PHOTOMETRIC_MINISWHITE) std::ranges::reverse(ramp);
     return ramp;
   }

@@ -24,26 +24,26 @@ struct TiffHeader {
   uint16_t compression = COMPRESSION_NONE;
   TiffAlpha alpha = TiffAlpha::kNone;  ///< of the first extra sample
 
-  bool IsGrey() const {
+  bool IsGray() const {
     return photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
   }
   bool HasPalette() const { return photometric == PHOTOMETRIC_PALETTE; }
   /// Whether pixels stay in the colours that a profile of the file speaks of.
   bool KeepsProfile() const {
-    return ColourSamples() == 1 || ColourSamples() == 3 || photometric == PHOTOMETRIC_YCBCR;
+    return ColorSamples() == 1 || ColorSamples() == 3 || photometric == PHOTOMETRIC_YCBCR;
   }
   /// Samples of colour in a pixel; 0 for kinds of colour that we leave to the library.
-  int ColourSamples() const {
-    if (IsGrey() || HasPalette()) return 1;
+  int ColorSamples() const {
+    if (IsGray() || HasPalette()) return 1;
     return photometric == PHOTOMETRIC_RGB ? 3 : photometric == PHOTOMETRIC_SEPARATED ? 4 : 0;
   }
   /// Samples that are read of a pixel: its colour, and alpha.
-  int UsedSamples() const { return ColourSamples() + (alpha != TiffAlpha::kNone ? 1 : 0); }
+  int UsedSamples() const { return ColorSamples() + (alpha != TiffAlpha::kNone ? 1 : 0); }
   /// Whether we convert the samples ourselves; what remains goes through the library's own
   /// conversion, which knows rare colours but loses precision where there is alpha.
   bool ConvertsDirectly() const;
   /// Whether samples are inks that we convert.
-  bool HasInks() const { return ColourSamples() == 4 && ConvertsDirectly(); }
+  bool HasInks() const { return ColorSamples() == 4 && ConvertsDirectly(); }
   bool IsPlanar() const { return planar == PLANARCONFIG_SEPARATE; }
 };
 

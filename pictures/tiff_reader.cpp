@@ -139,21 +139,21 @@ void ConvertSamples(const TiffHeader& header, const std::optional<InkConversion>
     return;
   }
   const int used = header.UsedSamples();
-  const int colours = header.ColourSamples();
+  const int colors = header.ColorSamples();
   const uint8_t flip = header.photometric == PHOTOMETRIC_MINISWHITE ? 255 : 0;
   for (int x = 0; x < count; ++x, samples += used) {
     uint8_t* const begin = pixel;
-    if (colours == 1) {
+    if (colors == 1) {
       const int repeats = used == 1 ? 1 : 3;
       pixel = std::fill_n(pixel, repeats, static_cast<uint8_t>(samples[0] ^ flip));
-    } else if (colours == 3) {
+    } else if (colors == 3) {
       pixel = std::reverse_copy(samples, samples + 3, pixel);
     } else {
       inks->Run(samples, 1, pixel);
       pixel += 3;
     }
     if (header.alpha == TiffAlpha::kNone) continue;
-    const uint8_t alpha = samples[colours];
+    const uint8_t alpha = samples[colors];
     if (header.alpha == TiffAlpha::kAssociated) {
       for (uint8_t* c = begin; c < pixel; ++c) *c = DivideByAlpha(*c, alpha);
     }
@@ -255,11 +255,11 @@ class TiffDecoder final : public RowDecoder {
     }
     if (header_.bits <= 8 && header_.UsedSamples() == 1) {
       const auto meaning =
-          header_.IsGrey() ? IndexRows::Meaning::kGrey : IndexRows::Meaning::kColour;
+          header_.IsGray() ? IndexRows::Meaning::kGray : IndexRows::Meaning::kColor;
       indices_.emplace(input.options, header_.bits, ReadTiffPalette(input, tiff_.get(), header_),
                        meaning, info);
     } else {
-      info.bit_count = header_.alpha != TiffAlpha::kNone ? 32 : header_.IsGrey() ? 8 : 24;
+      info.bit_count = header_.alpha != TiffAlpha::kNone ? 32 : header_.IsGray() ? 8 : 24;
     }
     if (header_.HasInks()) inks_.emplace(input.options, info);
     pieces_.emplace(input, file_, tiff_.get(), header_);

@@ -10,7 +10,7 @@
 namespace qel::pictures {
 namespace {
 
-void WriteColours(const Output& output, TIFF* tiff) {
+void WriteColors(const Output& output, TIFF* tiff) {
   const PictureView& picture = output.shape;
   const auto set = [tiff](uint32_t tag, unsigned value) { TIFFSetField(tiff, tag, value); };
   set(TIFFTAG_BITSPERSAMPLE, static_cast<unsigned>(std::min(picture.bit_count, 8)));
@@ -86,7 +86,7 @@ void WriteHeader(const Output& output, TIFF* tiff) {
   TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(picture.height));
   TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
   TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
-  WriteColours(output, tiff);
+  WriteColors(output, tiff);
   const bool levels = picture.bit_count >= 8 && picture.palette.empty();
   TIFFSetField(tiff, TIFFTAG_PREDICTOR, levels ? PREDICTOR_HORIZONTAL : PREDICTOR_NONE);
   TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff, 0));

@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "pictures/codec.h"
-#include "pictures/colour_rows.h"
+#include "pictures/color_rows.h"
 #include "pictures/pixel_target.h"
 
 namespace qel::pictures {
@@ -201,7 +201,7 @@ class WebpEncoder final : public RowEncoder {
     picture_.width = source.width;
     picture_.height = source.height;
     if (!WebPPictureAlloc(&picture_)) output_.EncoderFailed("no memory");
-    ColourRows rows(output_.shape, ColourRows::Alpha::kKeep, ColourRows::Grey::kSpread);
+    ColorRows rows(output_.shape, ColorRows::Alpha::kKeep, ColorRows::Gray::kSpread);
     for (int y = 0; y < picture_.height; ++y) {
       const uint8_t* pixel = rows.Convert(source.Row(y));
       uint32_t* const out = picture_.argb + ptrdiff_t{y} * picture_.argb_stride;

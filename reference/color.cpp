@@ -15,9 +15,9 @@ void ChangePixels(Raster& image, Change change) {
   if (bits == nullptr) return;
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < image.width; ++x) {
-      const uint32_t colour =
+      const uint32_t color =
           GetPixelColor(bits, x, y, image.width, image.height, image.stride, image.bit_count);
-      SetPixelColor(bits, x, y, image.width, image.height, image.stride, change(colour),
+      SetPixelColor(bits, x, y, image.width, image.height, image.stride, change(color),
                     image.bit_count);
     }
   }
@@ -26,15 +26,15 @@ void ChangePixels(Raster& image, Change change) {
 /// Whether the alpha operations accept the image.
 bool HasRoomForAlpha(const Raster& image) { return static_cast<uint32_t>(image.bit_count) > 24; }
 
-bool IsKey(uint32_t colour, uint32_t key) {
-  return Channel(colour, 2) == Channel(key, 0) && Channel(colour, 1) == Channel(key, 1) &&
-         Channel(colour, 0) == Channel(key, 2);
+bool IsKey(uint32_t color, uint32_t key) {
+  return Channel(color, 2) == Channel(key, 0) && Channel(color, 1) == Channel(key, 1) &&
+         Channel(color, 0) == Channel(key, 2);
 }
 
 int StoredAlpha(int alpha) { return (alpha == 0 ? 1 : alpha) & 255; }
 
-uint32_t WithAlpha(uint32_t colour, int alpha) {
-  return Pack(Channel(colour, 0), Channel(colour, 1), Channel(colour, 2), alpha);
+uint32_t WithAlpha(uint32_t color, int alpha) {
+  return Pack(Channel(color, 0), Channel(color, 1), Channel(color, 2), alpha);
 }
 
 int HueChannel(float m1, float m2, float angle) {
@@ -49,16 +49,16 @@ int HueChannel(float m1, float m2, float angle) {
   return TruncateToInt(255.0f * value) & 255;
 }
 
-/// The colour of the given hue and saturation that is as light as `colour`.
-uint32_t Tinted(uint32_t colour, uint8_t hue, uint8_t saturation) {
-  const int b = Channel(colour, 0);
-  const int g = Channel(colour, 1);
-  const int r = Channel(colour, 2);
+/// The colour of the given hue and saturation that is as light as `color`.
+uint32_t Tinted(uint32_t color, uint8_t hue, uint8_t saturation) {
+  const int b = Channel(color, 0);
+  const int g = Channel(color, 1);
+  const int r = Channel(color, 2);
   const float l = static_cast<float>((std::max({b, g, r}) + std::min({b, g, r}) + 1) >> 1) / 255.0f;
   const float s = static_cast<float>(saturation) / 255.0f;
   if (s == 0.0f) {
-    const int grey = TruncateToInt(l * 255.0f);
-    return Pack(grey, grey, grey, 0);
+    const int gray = TruncateToInt(l * 255.0f);
+    return Pack(gray, gray, gray, 0);
   }
   const float m2 = l <= 0.5f ? (s + 1.0f) * l : (s + l) - s * l;
   const float m1 = (l + l) - m2;
@@ -118,21 +118,21 @@ result_t Negative(Raster& image) {
 }
 
 result_t ShiftRGB(Raster& image, int red, int green, int blue) {
-  ChangePixels(image, [&](uint32_t colour) {
-    return Pack(ClampToByte(WrappedSum(Channel(colour, 0), blue)),
-                ClampToByte(WrappedSum(Channel(colour, 1), green)),
-                ClampToByte(WrappedSum(Channel(colour, 2), red)), Channel(colour, 3));
+  ChangePixels(image, [&](uint32_t color) {
+    return Pack(ClampToByte(WrappedSum(Channel(color, 0), blue)),
+                ClampToByte(WrappedSum(Channel(color, 1), green)),
+                ClampToByte(WrappedSum(Channel(color, 2), red)), Channel(color, 3));
   });
   return kOk;
 }
 
 result_t GrayScale(Raster& image) {
-  Raster grey;
-  grey.Create(image.width, image.height, image.planes, image.bit_count, image.model);
-  const bool has_pixels = image.Bits() != nullptr && grey.Bits() != nullptr;
+  Raster gray;
+  gray.Create(image.width, image.height, image.planes, image.bit_count, image.model);
+  const bool has_pixels = image.Bits() != nullptr && gray.Bits() != nullptr;
   for (int64_t y = 0; has_pixels && y < image.height; ++y) {
     const uint8_t* s = image.Row(y);
-    uint8_t* d = grey.Row(y);
+    uint8_t* d = gray.Row(y);
     for (int64_t x = 0; x < image.width; ++x) {
       if (image.bit_count == 8) {
         d[x] = static_cast<uint8_t>((117 * s[x] + 601 * s[x + 1] + 306 * s[x + 2]) >> 10);
@@ -144,17 +144,17 @@ result_t GrayScale(Raster& image) {
       }
     }
   }
-  image.Assign(grey);
+  image.Assign(gray);
   return kOk;
 }
 
 result_t Threshold(Raster& image, int level) {
   const int t = WrappedProduct(level, 3);
   GrayScale(image);
-  ChangePixels(image, [&](uint32_t colour) {
-    const int sum = Channel(colour, 0) + Channel(colour, 1) + Channel(colour, 2);
+  ChangePixels(image, [&](uint32_t color) {
+    const int sum = Channel(color, 0) + Channel(color, 1) + Channel(color, 2);
     const int v = sum > t ? 255 : 0;
-    return Pack(v, v, v, Channel(colour, 3));
+    return Pack(v, v, v, Channel(color, 3));
   });
   return kOk;
 }
@@ -173,14 +173,14 @@ result_t SetImageAlpha(Raster& image, int alpha, int /*unused*/) {
 result_t SetImageTransparentPixel(Raster& image, uint32_t key) {
   if (!HasRoomForAlpha(image)) return kFail;
   ChangePixels(image,
-               [&](uint32_t colour) { return IsKey(colour, key) ? WithAlpha(colour, 0) : colour; });
+               [&](uint32_t color) { return IsKey(color, key) ? WithAlpha(color, 0) : color; });
   return kOk;
 }
 
 result_t SetImageAlphaTransparency(Raster& image, int alpha, uint32_t key) {
   if (!HasRoomForAlpha(image)) return kFail;
-  ChangePixels(image, [&](uint32_t colour) {
-    return WithAlpha(colour, IsKey(colour, key) ? 0 : StoredAlpha(alpha));
+  ChangePixels(image, [&](uint32_t color) {
+    return WithAlpha(color, IsKey(color, key) ? 0 : StoredAlpha(alpha));
   });
   return kOk;
 }
@@ -193,16 +193,16 @@ result_t Colorize(Raster& image, uint8_t hue, uint8_t saturation, float blend) {
   }
   const int w = TruncateToInt(blend * 256.0f);
   const int v = WrappedSum(256, WrappedProduct(w, -1));
-  ChangePixels(image, [&](uint32_t colour) {
-    const uint32_t tinted = Tinted(colour, hue, saturation);
-    if (blend > 0.999f) return WithAlpha(tinted, Channel(colour, 3));
+  ChangePixels(image, [&](uint32_t color) {
+    const uint32_t tinted = Tinted(color, hue, saturation);
+    if (blend > 0.999f) return WithAlpha(tinted, Channel(color, 3));
     int mixed[3];
     for (int i = 0; i < 3; ++i) {
-      mixed[i] = WrappedSum(WrappedProduct(Channel(tinted, i), w),
-                            WrappedProduct(Channel(colour, i), v)) >>
-                 8;
+      mixed[i] =
+          WrappedSum(WrappedProduct(Channel(tinted, i), w), WrappedProduct(Channel(color, i), v)) >>
+          8;
     }
-    return Pack(mixed[0], mixed[1], mixed[2], Channel(colour, 3));
+    return Pack(mixed[0], mixed[1], mixed[2], Channel(color, 3));
   });
   return kOk;
 }

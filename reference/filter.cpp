@@ -9,7 +9,7 @@
 namespace qel::test::oracle {
 namespace {
 
-uint32_t ColourAt(const Raster& source, int x, int y) {
+uint32_t ColorAt(const Raster& source, int x, int y) {
   return GetPixelColor(source.Bits(), x, y, source.width, source.height, source.stride,
                        source.bit_count);
 }
@@ -18,9 +18,9 @@ uint32_t ColourAt(const Raster& source, int x, int y) {
 uint32_t Neighbour(const Raster& source, int64_t sx, int64_t sy) {
   if (source.Bits() == nullptr) return Pack(0, 0, 0, 1);
   if (sx >= 0 && sx < source.width && sy >= 0 && sy < source.height) {
-    return ColourAt(source, static_cast<int>(sx), static_cast<int>(sy));
+    return ColorAt(source, static_cast<int>(sx), static_cast<int>(sy));
   }
-  const uint32_t corner = ColourAt(source, 0, 0);
+  const uint32_t corner = ColorAt(source, 0, 0);
   return Pack(Channel(corner, 0), Channel(corner, 1), Channel(corner, 2), 1);
 }
 
@@ -66,18 +66,18 @@ struct Extremes {
 
 Extremes ExtremesAround(const Raster& source, int x, int y, int size) {
   Extremes found;
-  VisitNeighbours(source, x, y, size, [&](uint32_t colour, int, int) {
+  VisitNeighbours(source, x, y, size, [&](uint32_t color, int, int) {
     for (int channel = 0; channel < 3; ++channel) {
-      found.low[channel] = std::min(found.low[channel], Channel(colour, channel));
-      found.high[channel] = std::max(found.high[channel], Channel(colour, channel));
+      found.low[channel] = std::min(found.low[channel], Channel(color, channel));
+      found.high[channel] = std::max(found.high[channel], Channel(color, channel));
     }
-    found.alpha = Channel(colour, 3);
+    found.alpha = Channel(color, 3);
   });
   return found;
 }
 
-int BrightnessKey(uint32_t colour) {
-  return (117 * Channel(colour, 0) + 601 * Channel(colour, 1) + 306 * Channel(colour, 2)) >> 10;
+int BrightnessKey(uint32_t color) {
+  return (117 * Channel(color, 0) + 601 * Channel(color, 1) + 306 * Channel(color, 2)) >> 10;
 }
 
 int RandomOffset(int span) {
@@ -93,12 +93,12 @@ result_t Filter(const Raster& source, const int* kernel, int size, int divisor, 
   return ComputePixels(source, result, [&](int x, int y) {
     int sums[3] = {0, 0, 0};
     int alpha = 0;
-    VisitNeighbours(source, x, y, size, [&](uint32_t colour, int i, int j) {
+    VisitNeighbours(source, x, y, size, [&](uint32_t color, int i, int j) {
       for (int channel = 0; channel < 3; ++channel) {
-        const int term = WrappedProduct(Channel(colour, channel), kernel[j * size + i]);
+        const int term = WrappedProduct(Channel(color, channel), kernel[j * size + i]);
         sums[channel] = WrappedSum(sums[channel], term);
       }
-      alpha = Channel(colour, 3);
+      alpha = Channel(color, 3);
     });
     for (int& sum : sums) sum = DividedAndShifted(sum, divisor, offset);
     return Pack(sums[0], sums[1], sums[2], alpha);
@@ -193,11 +193,11 @@ result_t Edge(const Raster& source, int size, Raster& result) {
 
 result_t Contour(const Raster& source, Raster& result) {
   return ComputePixels(source, result, [&](int x, int y) {
-    const uint32_t centre = ColourAt(source, x, y);
+    const uint32_t centre = ColorAt(source, x, y);
     int tracked[3] = {0, 0, 0};
-    VisitNeighbours(source, x, y, 3, [&](uint32_t colour, int, int) {
+    VisitNeighbours(source, x, y, 3, [&](uint32_t color, int, int) {
       for (int channel = 0; channel < 3; ++channel) {
-        const int n = Channel(colour, channel);
+        const int n = Channel(color, channel);
         if (n - Channel(centre, channel) > tracked[channel]) tracked[channel] = n;
       }
     });
@@ -207,23 +207,22 @@ result_t Contour(const Raster& source, Raster& result) {
 
 result_t Median(const Raster& source, int size, Raster& result) {
   return ComputePixels(source, result, [&](int x, int y) {
-    std::vector<uint32_t> colours;
-    VisitNeighbours(source, x, y, size,
-                    [&](uint32_t colour, int, int) { colours.push_back(colour); });
-    if (colours.empty()) return Pack(0, 0, 0, 0);
-    std::stable_sort(colours.begin(), colours.end(),
+    std::vector<uint32_t> colors;
+    VisitNeighbours(source, x, y, size, [&](uint32_t color, int, int) { colors.push_back(color); });
+    if (colors.empty()) return Pack(0, 0, 0, 0);
+    std::stable_sort(colors.begin(), colors.end(),
                      [](uint32_t a, uint32_t b) { return BrightnessKey(a) < BrightnessKey(b); });
-    return colours[colours.size() / 2];
+    return colors[colors.size() / 2];
   });
 }
 
 result_t Noise(const Raster& source, int amount, Raster& result) {
   return ComputePixels(source, result, [&](int x, int y) {
-    const uint32_t colour = ColourAt(source, x, y);
-    const int red = ClampToByte(int64_t{Channel(colour, 2)} + RandomOffset(amount));
-    const int green = ClampToByte(int64_t{Channel(colour, 1)} + RandomOffset(amount));
-    const int blue = ClampToByte(int64_t{Channel(colour, 0)} + RandomOffset(amount));
-    return Pack(blue, green, red, Channel(colour, 3));
+    const uint32_t color = ColorAt(source, x, y);
+    const int red = ClampToByte(int64_t{Channel(color, 2)} + RandomOffset(amount));
+    const int green = ClampToByte(int64_t{Channel(color, 1)} + RandomOffset(amount));
+    const int blue = ClampToByte(int64_t{Channel(color, 0)} + RandomOffset(amount));
+    return Pack(blue, green, red, Channel(color, 3));
   });
 }
 
@@ -233,9 +232,9 @@ result_t Jitter(const Raster& source, int amount, Raster& result) {
     const int64_t sx = int64_t{x} + RandomOffset(span);
     const int64_t sy = int64_t{y} + RandomOffset(span);
     if (sx >= 0 && sx < source.width && sy >= 0 && sy < source.height) {
-      return ColourAt(source, static_cast<int>(sx), static_cast<int>(sy));
+      return ColorAt(source, static_cast<int>(sx), static_cast<int>(sy));
     }
-    return ColourAt(source, x, y);
+    return ColorAt(source, x, y);
   });
 }
 

@@ -108,7 +108,7 @@ struct RowScaler {
     }
   }
 
-  void ToGrey(uint8_t* d, const uint8_t* s, int source_bytes, int64_t width) const {
+  void ToGray(uint8_t* d, const uint8_t* s, int source_bytes, int64_t width) const {
     const RowScaler third = {factor / 3.0f, offset};
     for (int64_t x = 0; x < width; ++x) {
       const uint8_t* from = s + source_bytes * x;
@@ -118,10 +118,10 @@ struct RowScaler {
     }
   }
 
-  void FromColour(uint8_t* d, int dest_bits, const uint8_t* s, int source_bits,
-                  int64_t width) const {
+  void FromColor(uint8_t* d, int dest_bits, const uint8_t* s, int source_bits,
+                 int64_t width) const {
     if (dest_bits == 8) {
-      ToGrey(d, s, source_bits / 8, width);
+      ToGray(d, s, source_bits / 8, width);
     } else if (dest_bits == 24) {
       for (int64_t x = 0; x < width; ++x) {
         for (int i = 0; i < 3; ++i) d[3 * x + i] = Byte(s[source_bits / 8 * x + i]);
@@ -135,10 +135,10 @@ struct RowScaler {
 
 }  // namespace
 
-result_t CreateDestImage(const Raster& model, int bit_count, int colour_model, Raster& result) {
+result_t CreateDestImage(const Raster& model, int bit_count, int color_model, Raster& result) {
   result.Create(model.width, model.height, model.planes,
                 bit_count != 0 ? bit_count : model.bit_count,
-                colour_model != 0 ? static_cast<uint32_t>(colour_model) : model.model);
+                color_model != 0 ? static_cast<uint32_t>(color_model) : model.model);
   return kOk;
 }
 
@@ -254,15 +254,15 @@ result_t Scale(Raster& dest, const Raster& source, const Raster* mask, float fac
 
   const int64_t width = UnsignedMin(source.width, dest.width);
   const int64_t height = UnsignedMin(source.height, dest.height);
-  const bool grey_to_grey = from == 8 && to == 8;
+  const bool gray_to_gray = from == 8 && to == 8;
   const bool reads_words = (from == 32 && from_mono) || (from == 8 && to == 32);
   const bool writes_words = reads_words && to == 32 && to_mono;
   const int64_t dest_step = writes_words ? 4 * (dest.stride / 4) : dest.stride;
   int64_t source_step = source.stride;
   if (reads_words) source_step = int64_t{4} * (from == 8 ? source.stride : source.stride / 4);
-  const Raster* used_mask = grey_to_grey ? mask : nullptr;
+  const Raster* used_mask = gray_to_gray ? mask : nullptr;
   const RowScaler scaler = {factor, offset};
-  for (int plane = 0; plane < (grey_to_grey ? 1 : source.planes); ++plane) {
+  for (int plane = 0; plane < (gray_to_gray ? 1 : source.planes); ++plane) {
     if (!source.Bits(plane) || !dest.Bits(plane) || LacksPixels(used_mask)) continue;
     for (int64_t y = 0; y < height; ++y) {
       const uint8_t* s = source.Bits(plane) + y * source_step;
@@ -270,7 +270,7 @@ result_t Scale(Raster& dest, const Raster& source, const Raster* mask, float fac
       if (reads_words) {
         scaler.FromWords(d, to, writes_words, s, width);
       } else if (from != 8) {
-        scaler.FromColour(d, to, s, from, width);
+        scaler.FromColor(d, to, s, from, width);
       } else {
         for (int64_t x = 0; x < width; ++x) {
           if (!IsSelected(used_mask, x, y)) continue;
@@ -310,11 +310,11 @@ result_t Scale8(Raster& dest, const Raster& source, int offset, double factor) {
 
 result_t Equal(Raster& image, const Raster* mask, int value) {
   const bool is_bytes = image.bit_count == 8;
-  const bool is_colour = image.bit_count == 24 && image.model != kModelMono;
+  const bool is_color = image.bit_count == 24 && image.model != kModelMono;
   const bool is_words =
       !is_bytes && (image.model == kModelMono ? image.bit_count > 8 : image.bit_count == 32);
-  if (!is_bytes && !is_colour && !is_words) return kOk;
-  const Raster* used_mask = is_colour ? nullptr : mask;
+  if (!is_bytes && !is_color && !is_words) return kOk;
+  const Raster* used_mask = is_color ? nullptr : mask;
   if (LacksPixels(used_mask)) return kOk;
   const int64_t step =
       is_words ? int64_t{4} * (image.stride / (image.bit_count / 8)) : int64_t{image.stride};
@@ -327,7 +327,7 @@ result_t Equal(Raster& image, const Raster* mask, int value) {
         if (!IsSelected(used_mask, x, y)) continue;
         if (is_bytes) row[x] = static_cast<uint8_t>(bits);
         if (is_words) StoreWord(row + 4 * x, value);
-        for (int i = 0; is_colour && i < 3; ++i) {
+        for (int i = 0; is_color && i < 3; ++i) {
           row[3 * x + i] = static_cast<uint8_t>(bits >> (16 - 8 * i));
         }
       }

@@ -7,7 +7,7 @@
 /// images that are read.
 namespace qel::test::oracle {
 
-result_t CreateDestImage(const Raster& model, int bit_count, int colour_model, Raster& result);
+result_t CreateDestImage(const Raster& model, int bit_count, int color_model, Raster& result);
 /// Only the identity of `mask` matters.
 result_t Copy(Raster& dest, const Raster& source, const Raster* mask, int x, int y);
 

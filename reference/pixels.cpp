@@ -36,7 +36,7 @@ uint32_t Pack(int blue, int green, int red, int alpha) {
          static_cast<uint32_t>(red & 255) << 16 | static_cast<uint32_t>(alpha & 255) << 24;
 }
 
-int Channel(uint32_t colour, int index) { return static_cast<int>(colour >> (8 * index) & 255); }
+int Channel(uint32_t color, int index) { return static_cast<int>(color >> (8 * index) & 255); }
 
 int TruncateToInt(double value) {
   if (value > -2147483649.0 && value < 2147483648.0) return static_cast<int>(value);
@@ -65,13 +65,13 @@ int32_t LoadWord(const uint8_t* at) {
 
 void StoreWord(uint8_t* at, int32_t word) { std::memcpy(at, &word, sizeof(word)); }
 
-int NearestIndex(uint32_t colour) {
+int NearestIndex(uint32_t color) {
   int best_distance = 200000;
   int best_index = 0;
   for (int index = 0; index < 256; ++index) {
     int distance = 0;
     for (int channel = 0; channel < 3; ++channel) {
-      const int difference = index - Channel(colour, channel);
+      const int difference = index - Channel(color, channel);
       distance += difference * difference;
     }
     if (distance == 0) return index;
@@ -93,18 +93,18 @@ uint32_t GetPixelColor(const uint8_t* bits, int x, int y, int width, int height,
   return ReadInside(bits, x, y, stride, bit_count);
 }
 
-void SetPixelColor(uint8_t* bits, int x, int y, int width, int height, int stride, uint32_t colour,
+void SetPixelColor(uint8_t* bits, int x, int y, int width, int height, int stride, uint32_t color,
                    int bit_count) {
   if (x < 0 || y < 0 || bits == nullptr || x > width || y > height) return;
   uint8_t* row = bits + int64_t{y} * stride;
   if (bit_count >= 24) {
     const int bytes = bit_count == 32 ? 4 : 3;
     for (int i = 0; i < bytes; ++i) {
-      row[int64_t{x} * bytes + i] = static_cast<uint8_t>(Channel(colour, i));
+      row[int64_t{x} * bytes + i] = static_cast<uint8_t>(Channel(color, i));
     }
     return;
   }
-  const int index = NearestIndex(colour);
+  const int index = NearestIndex(color);
   if (bit_count == 8) {
     row[x] = static_cast<uint8_t>(index);
   } else if (bit_count == 4) {

@@ -12,7 +12,7 @@ namespace qel::test::oracle {
 /// Colours are packed: blue in the low byte, then green, red and alpha.
 uint32_t Pack(int blue, int green, int red, int alpha);
 /// Byte `index` of a packed colour: 0 blue, 1 green, 2 red, 3 alpha.
-int Channel(uint32_t colour, int index);
+int Channel(uint32_t color, int index);
 
 /// Truncates toward zero; the lowest integer for NaN and for what does not fit.
 int TruncateToInt(double value);
@@ -26,11 +26,11 @@ int32_t LoadWord(const uint8_t* at);
 void StoreWord(uint8_t* at, int32_t word);
 
 /// Index of the nearest entry of the grey ramp, the lowest among equals.
-int NearestIndex(uint32_t colour);
+int NearestIndex(uint32_t color);
 
 uint32_t GetPixelColor(const uint8_t* bits, int x, int y, int width, int height, int stride,
                        int bit_count);
-void SetPixelColor(uint8_t* bits, int x, int y, int width, int height, int stride, uint32_t colour,
+void SetPixelColor(uint8_t* bits, int x, int y, int width, int height, int stride, uint32_t color,
                    int bit_count);
 uint32_t GetBilinearColor(const uint8_t* bits, int x, int y, int width, int height, int stride,
                           int bit_count);

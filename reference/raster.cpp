@@ -140,13 +140,13 @@ void Raster::Assign(const Raster& source) {
   }
 }
 
-void Raster::Fill(uint32_t colour) {
+void Raster::Fill(uint32_t color) {
   if (Bits() == nullptr) return;
   const int64_t bytes = bit_count < 24 ? 1 : bit_count == 32 ? 4 : 3;
   const int64_t units = bit_count < 24 ? RowBytes() : width;
   for (int64_t y = 0; y < height; ++y) {
     for (int64_t i = 0; i < units * bytes; ++i) {
-      Row(y)[i] = static_cast<uint8_t>(colour >> (8 * (i % bytes)));
+      Row(y)[i] = static_cast<uint8_t>(color >> (8 * (i % bytes)));
     }
   }
 }

@@ -76,8 +76,8 @@ class Raster {
   bool Create(int new_width, int new_height, int new_planes, int new_bit_count, uint32_t new_model);
   /// `Create` in the shape of `source`, then a copy of its rows without their padding.
   void Assign(const Raster& source);
-  /// Sets every pixel of plane 0: the low byte of `colour` below 24 bits, else its bytes.
-  void Fill(uint32_t colour);
+  /// Sets every pixel of plane 0: the low byte of `color` below 24 bits, else its bytes.
+  void Fill(uint32_t color);
 
   /// Row 0 of a plane; null when the image has no pixels or no such plane.
   uint8_t* Bits(int plane = 0);

@@ -142,11 +142,11 @@ uint32_t Interpolated(const uint8_t* bits, float x, float y, int width, int heig
       const int64_t column = fx - before + i;
       const float column_weight = KernelWeight(method, static_cast<float>(column) - x);
       const float weight = row_weight * column_weight;
-      const uint32_t colour = pixel(column, row);
+      const uint32_t color = pixel(column, row);
       for (int c = 0; c < 4; ++c) {
         // Alpha: of stored pixels on the fast road, and of every tap of the large kernel.
         if (c == 3 && !(fast ? bpp == 32 : sinc)) continue;
-        sums[c] += weight * static_cast<float>(Channel(colour, c));
+        sums[c] += weight * static_cast<float>(Channel(color, c));
       }
     }
   }

@@ -18,8 +18,8 @@ uint32_t PixelOf(const Raster& image, int64_t x, int64_t y) {
                        image.height, image.stride, image.bit_count);
 }
 
-void SetPixelOf(Raster& image, int x, int y, uint32_t colour) {
-  SetPixelColor(image.Bits(), x, y, image.width, image.height, image.stride, colour,
+void SetPixelOf(Raster& image, int x, int y, uint32_t color) {
+  SetPixelColor(image.Bits(), x, y, image.width, image.height, image.stride, color,
                 image.bit_count);
 }
 
@@ -341,9 +341,9 @@ result_t Skew(const Raster& source, Raster& result, float x_gain, float y_gain, 
       const float shift_y = static_cast<float>(WrappedSum(x, WrappedProduct(x_pivot, -1))) * y_gain;
       const int sx = TruncateToInt(static_cast<float>(x) + shift_x);
       const int sy = TruncateToInt(static_cast<float>(y) + shift_y);
-      uint32_t colour = PixelOf(source, sx, sy);
-      if (Channel(colour, 3) != 1 && force_alpha != 0) colour |= 0xFF000000u;
-      SetPixelOf(result, x, y, colour);
+      uint32_t color = PixelOf(source, sx, sy);
+      if (Channel(color, 3) != 1 && force_alpha != 0) color |= 0xFF000000u;
+      SetPixelOf(result, x, y, color);
     }
   }
   return kOk;
@@ -559,9 +559,9 @@ result_t CircleTransform(Raster& image, int mode, int with_alpha, float factor) 
           sy = y;
         }
       }
-      uint32_t colour = PixelOf(image, sx, sy);
-      if (with_alpha != 0 && Channel(colour, 3) != 1) colour |= 0xFF000000u;
-      SetPixelOf(work, x, y, colour);
+      uint32_t color = PixelOf(image, sx, sy);
+      if (with_alpha != 0 && Channel(color, 3) != 1) color |= 0xFF000000u;
+      SetPixelOf(work, x, y, color);
     }
   }
   image.Assign(work);

@@ -13,7 +13,7 @@
 // type as a template argument in place of a tag.
 // - Memory: LoadU<V>(from), StoreU(v, to), LoadDup128<V>(from), LoadBlocks<V>(from, stride),
 //   StoreBlocks(v, to, stride), GatherBlocks<V>(address_of), MaskedLoad<V>(mask, from),
-//   BlendedStore(v, mask, to).
+//   BlendedStore(v, mask, to), Stream(v, to), FinishStream().
 // - Constants: Zero<V>(), Set<V>(value), Iota<V>(first), LanesFrom<V>(of).
 // - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
 //   MulAdd, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
@@ -73,6 +73,7 @@ constexpr size_t kVectorBytes = QEL_SIMD_BYTES;
 #elif defined(__SSE2__)
 #include "simd/levels/sse2.h"
 #endif
+#include "simd/levels/stream.h"
 
 namespace qel::QEL_LEVEL {
 namespace {

@@ -101,11 +101,11 @@ SmartPtr<host::HostImage> CopyOf(host::HostImage& image) {
   return copy;
 }
 
-SmartPtr<host::HostImage> AsColour(const host::HostImage& image) {
-  SmartPtr<host::HostImage> colour = MakeImage(image.width(), image.height(), 32);
+SmartPtr<host::HostImage> AsColor(const host::HostImage& image) {
+  SmartPtr<host::HostImage> color = MakeImage(image.width(), image.height(), 32);
   for (int y = 0; y < image.height(); ++y) {
     const uint8_t* const from = image.Row(y);
-    uint8_t* const to = colour->Row(y);
+    uint8_t* const to = color->Row(y);
     if (image.bit_count() == 32) {
       std::memcpy(to, from, static_cast<size_t>(image.RowBytes()));
       continue;
@@ -124,7 +124,7 @@ SmartPtr<host::HostImage> AsColour(const host::HostImage& image) {
       pixel[3] = 255;
     }
   }
-  return colour;
+  return color;
 }
 
 host::HostImage& PictureFiles::Get(const std::string& path) {

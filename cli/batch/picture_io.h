@@ -59,7 +59,7 @@ void SavePicture(const std::string& path, const host::HostImage& image,
 SmartPtr<host::HostImage> CopyOf(host::HostImage& image);
 
 /// The image as 32 bits, for sheets: greys and colours become opaque.
-SmartPtr<host::HostImage> AsColour(const host::HostImage& image);
+SmartPtr<host::HostImage> AsColor(const host::HostImage& image);
 
 /// Second pictures of steps, by their paths. Each file is read once.
 /// Threads: any.

@@ -51,15 +51,15 @@ Comparison Compare(const host::HostImage& a, const host::HostImage& b, int limit
 SmartPtr<host::HostImage> DrawDifference(const host::HostImage& a, const host::HostImage& b,
                                          int largest) {
   const int samples = a.bit_count() / 8;
-  const int colours = std::min(samples, 3);
-  SmartPtr<host::HostImage> drawn = MakeImage(a.width(), a.height(), 8 * colours);
+  const int colors = std::min(samples, 3);
+  SmartPtr<host::HostImage> drawn = MakeImage(a.width(), a.height(), 8 * colors);
   for (int y = 0; y < a.height(); ++y) {
     const uint8_t* left = a.Row(y);
     const uint8_t* right = b.Row(y);
     uint8_t* to = drawn->Row(y);
     for (int x = 0; x < a.width(); ++x, left += samples, right += samples) {
       const int alpha = samples == 4 ? std::abs(left[3] - right[3]) : 0;
-      for (int i = 0; i < colours; ++i) {
+      for (int i = 0; i < colors; ++i) {
         const int difference = std::max(std::abs(left[i] - right[i]), alpha);
         *to++ = static_cast<uint8_t>(difference * 255 / std::max(largest, 1));
       }

@@ -54,12 +54,12 @@ int DemoCommand(const Words& words) {
   second_pictures.Provide("mask.png", DrawDisc(8));
   SavePicture((folder / "scene.png").string(), *scene, {}, {});
 
-  std::vector<CaptionedPicture> results{{"before", AsColour(*scene)}};
+  std::vector<CaptionedPicture> results{{"before", AsColor(*scene)}};
   for (const Operation& operation : OperationTable()) {
     const auto result =
         session.Run(ParseSteps({std::string(operation.example)}), CopyOf(*scene), second_pictures);
     SavePicture((folder / (std::string(operation.name) + ".png")).string(), *result, {}, {});
-    results.push_back({std::string(operation.example), AsColour(*result)});
+    results.push_back({std::string(operation.example), AsColor(*result)});
   }
   SavePicture((folder / "before-after.png").string(), *MakeSheet(results, kSheetColumns), {}, {});
   std::cout << "Wrote " << results.size() + 1 << " pictures to " << folder.string()

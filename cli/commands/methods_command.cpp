@@ -29,12 +29,12 @@ struct Rectangle {
 /// A part of a picture at 24 bits: samples of transparent pictures would show their alpha instead
 /// of the method.
 SmartPtr<host::HostImage> Cut(const host::HostImage& picture, const Rectangle& part) {
-  const SmartPtr<host::HostImage> colour = AsColour(picture);
+  const SmartPtr<host::HostImage> color = AsColor(picture);
   SmartPtr<host::HostImage> cut = MakeImage(part.width, part.height, 24);
   for (int y = 0; y < part.height; ++y) {
     for (int x = 0; x < part.width; ++x) {
       std::memcpy(cut->Row(y) + int64_t{3} * x,
-                  colour->Row(part.top + y) + int64_t{4} * (part.left + x), 3);
+                  color->Row(part.top + y) + int64_t{4} * (part.left + x), 3);
     }
   }
   return cut;
@@ -82,7 +82,7 @@ int MethodsCommand(const Words& words) {
     const std::string number = std::to_string(method.value);
     const auto result =
         session.Run(ParseSteps({"resample method=" + number + extent}), source, no_pictures);
-    enlarged.push_back({number + " " + std::string(method.label), AsColour(*Cut(*result, shown))});
+    enlarged.push_back({number + " " + std::string(method.label), AsColor(*Cut(*result, shown))});
   }
   SavePicture(output, *MakeSheet(enlarged, kColumns), {}, {});
   return kDone;

@@ -32,7 +32,7 @@ compose::Size ThumbnailSize(const compose::Size& whole, int size) {
 
 /// The picture in colours, scaled to a size.
 SmartPtr<host::HostImage> Thumbnail(const host::HostImage& image, const compose::Size& small) {
-  SmartPtr<host::HostImage> colors = AsColour(image);
+  SmartPtr<host::HostImage> colors = AsColor(image);
   const compose::Size whole = {image.width(), image.height()};
   if (small == whole) return colors;
   SmartPtr<host::HostImage> scaled = MakeImage(small.width, small.height, 32);

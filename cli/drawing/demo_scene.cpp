@@ -21,15 +21,15 @@ double HillLine(double x, double base, double height, double phase) {
 
 Paint Landscape(int x, int y) {
   const double fine = 0.03 * std::sin(x * 1.7) * std::sin(y * 2.3);  // texture on the ground
-  Paint colour = Mix({0.25, 0.47, 0.80}, {0.98, 0.84, 0.66}, y / 190.0);
+  Paint color = Mix({0.25, 0.47, 0.80}, {0.98, 0.84, 0.66}, y / 190.0);
   const double sun = std::hypot(x - 352.0, y - 70.0);
-  colour = Mix({1.0, 0.95, 0.75}, colour, (sun - 26) / 90);
-  if (sun < 26) colour = {1.0, 0.97, 0.85};
+  color = Mix({1.0, 0.95, 0.75}, color, (sun - 26) / 90);
+  if (sun < 26) color = {1.0, 0.97, 0.85};
   const double far_hill = y - HillLine(x, 150, 16, 0.4);
-  colour = Mix(colour, {0.45, 0.53, 0.62}, far_hill);
+  color = Mix(color, {0.45, 0.53, 0.62}, far_hill);
   const double near_hill = y - HillLine(x, 186, 20, 2.1);
   const Paint meadow = Mix({0.36, 0.52, 0.24}, {0.17, 0.30, 0.13}, (y - 186) / 90.0);
-  return Mix(colour, {meadow.red + fine, meadow.green + fine, meadow.blue + fine}, near_hill);
+  return Mix(color, {meadow.red + fine, meadow.green + fine, meadow.blue + fine}, near_hill);
 }
 
 /// Spokes that narrow towards the centre: the finest detail that a grid can hold.
@@ -61,8 +61,8 @@ void DrawPatches(const Canvas& canvas, int left, int top) {
                                 {0.50, 0.15, 0.60}, {0.90, 0.65, 0.55}};
   for (int i = 0; i < 8; ++i) {
     canvas.FillBox(left + 22 * i, top, 20, 20, kPatches[i]);
-    const double grey = i / 7.0;
-    canvas.FillBox(left + 22 * i, top + 22, 20, 14, {grey, grey, grey});
+    const double gray = i / 7.0;
+    canvas.FillBox(left + 22 * i, top + 22, 20, 14, {gray, gray, gray});
   }
 }
 

@@ -31,10 +31,10 @@ bool& NotesAreSilent() {
   return silent;
 }
 
-bool WantsColour() {
-  const char* const no_colour = std::getenv("NO_COLOR");
+bool WantsColor() {
+  const char* const no_color = std::getenv("NO_COLOR");
   const char* const terminal = std::getenv("TERM");
-  return IsTerminal() && (no_colour == nullptr || *no_colour == '\0') &&
+  return IsTerminal() && (no_color == nullptr || *no_color == '\0') &&
          !(terminal != nullptr && std::string_view(terminal) == "dumb");
 }
 
@@ -79,7 +79,7 @@ int TerminalWidth() {
 }
 
 std::string Red(const std::string& text) {
-  return WantsColour() ? "\x1b[31m" + text + "\x1b[0m" : text;
+  return WantsColor() ? "\x1b[31m" + text + "\x1b[0m" : text;
 }
 
 bool WriteAll(int descriptor, std::string_view text) {

@@ -185,8 +185,8 @@ class Generator {
         Fail(operation,
              "the C++ of its page and its step differ at " + std::to_string(depth) + " bits");
       }
-      before.push_back({std::to_string(depth) + " bits", cli::AsColour(*DrawScene(depth))});
-      after.push_back({"after", cli::AsColour(*result)});
+      before.push_back({std::to_string(depth) + " bits", cli::AsColor(*DrawScene(depth))});
+      after.push_back({"after", cli::AsColor(*result)});
     }
     const int columns = static_cast<int>(before.size());
     before.insert(before.end(), after.begin(), after.end());
@@ -301,7 +301,7 @@ class Generator {
       const Image after = session_.Run(cli::ParseSteps({std::string(job.steps)}), DrawScene(depth),
                                        second_pictures);
       files[picture] = EncodeSheet(
-          {{"before", cli::AsColour(*DrawScene(depth))}, {"after", cli::AsColour(*after)}}, 2);
+          {{"before", cli::AsColor(*DrawScene(depth))}, {"after", cli::AsColor(*after)}}, 2);
       page << "\n## " << job.title << "\n\n```sh\nqel run " << job.input << " -o " << job.output
            << " " << (job.command.empty() ? job.steps : job.command) << "\n```\n\n"
            << job.text << "\n\n![before and after](" << picture << ")\n";

@@ -29,7 +29,7 @@ Shape WithColor(Shape shape, bool has_color) {
 
 /// True when text is written in colours.
 bool HasColor(const Given& given) {
-  return !PaintOf(given, "colour").IsGrey() || !PaintOf(given, "background").IsGrey();
+  return !PaintOf(given, "colour").IsGray() || !PaintOf(given, "background").IsGray();
 }
 
 /// A copy with colours of a grey picture that some are laid on; null for others, which can be
@@ -109,13 +109,13 @@ SmartPtr<IQEL> Flatten(Call& call) {
   return FlattenOnto(call, PaintOf(call, "background"));
 }
 
-SmartPtr<IQEL> Grey(Call& call) {
+SmartPtr<IQEL> Gray(Call& call) {
   const compose::Pixels source = PixelsOf(call, *call.image);
   if (source.channels == 1) return {};
   SmartPtr<IQEL> colors;
   if (source.channels == 4) colors = FlattenOnto(call, PaintOf(call, "background"));
   SmartPtr<IQEL> result = MakeImage(call, {source.width, source.height}, 1);
-  compose::ToGrey(colors ? PixelsOf(call, *colors.Get()) : source, PixelsOf(call, *result.Get()));
+  compose::ToGray(colors ? PixelsOf(call, *colors.Get()) : source, PixelsOf(call, *result.Get()));
   return result;
 }
 
@@ -221,7 +221,7 @@ std::vector<Operation> LayerRows() {
                "background.",
        .channel_order = ChannelOrder::kBlueGreenRed,
        .border = &NoNeighbours,
-       .compose = &Grey,
+       .compose = &Gray,
        .check = &NeedOpaqueBackground,
        .result_shape =
            [](const Given&, Shape shape) {

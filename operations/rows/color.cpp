@@ -47,16 +47,16 @@ result_t CallLut(Call& call) {
 
 /// A colour as the alpha operations take it: red in the low byte.
 uint32_t KeyOf(const Call& call) {
-  const auto colour = static_cast<uint32_t>(call.arguments.Number("key"));
-  return (colour & 0xFF) << 16 | (colour & 0xFF00) | colour >> 16;
+  const auto color = static_cast<uint32_t>(call.arguments.Number("key"));
+  return (color & 0xFF) << 16 | (color & 0xFF00) | color >> 16;
 }
 
 /// At 8 bits each pixel is mixed with the two bytes after it in memory: at the end of a row with
 /// what lies behind, which may be the next one.
-Border GreyBorder(const Given&, const Shape& shape) {
+Border GrayBorder(const Given&, const Shape& shape) {
   return shape.bits == 8 ? Border{.rows = 1, .columns = Border::kAll} : Border{};
 }
-Reach ReachOfGrey(const Given&, const Shape& shape) {
+Reach ReachOfGray(const Given&, const Shape& shape) {
   return shape.bits == 8 ? Reach::kBeyond : Reach::kRows;
 }
 
@@ -151,8 +151,8 @@ std::vector<Operation> ColorOperations() {
            {{"8-bit pictures are mixed: each pixel with the two after it, past the end of the "
              "row; they are grey already.",
              [](const Given&, const Shape& shape) { return shape.bits == 8; }}},
-       .border = &GreyBorder,
-       .reach = &ReachOfGrey,
+       .border = &GrayBorder,
+       .reach = &ReachOfGray,
        .method = &MethodNamed("GrayScale")},
       {.name = "threshold",
        .summary = "Makes pixels above a grey level white and all others black.",
@@ -163,8 +163,8 @@ std::vector<Operation> ColorOperations() {
                        .usual = {0, 255}}},
        .example = "threshold level=100",
        .note = "The picture goes through gray-scale first.",
-       .border = &GreyBorder,
-       .reach = &ReachOfGrey,
+       .border = &GrayBorder,
+       .reach = &ReachOfGray,
        .method = &MethodNamed("Threshold")},
       {.name = "colorize",
        .summary = "Gives every pixel one hue and saturation and keeps its lightness.",

@@ -99,11 +99,11 @@ PixelArray ReadArray(py::handle object, std::string_view operation, std::string_
   const bool has_channels =
       pixels.channels == 1 ? dimensions == 2 : pixels.channels == 3 || pixels.channels == 4;
   if ((dimensions != 2 && dimensions != 3) || !has_channels) {
-    const bool is_grey = dimensions == 3 && pixels.channels == 1;
+    const bool is_gray = dimensions == 3 && pixels.channels == 1;
     RefuseArgument(operation, name,
                    "has the shape " + ShapeOfArray(array) +
                        "; (h, w), (h, w, 3) or (h, w, 4) is needed" +
-                       (is_grey ? ", array[..., 0] is such a one" : ""));
+                       (is_gray ? ", array[..., 0] is such a one" : ""));
   }
   constexpr py::ssize_t kLargest = std::numeric_limits<int>::max() / 4;
   if (array.size() == 0) RefuseArgument(operation, name, "has no pixels: " + ShapeOfArray(array));

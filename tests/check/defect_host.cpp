@@ -90,8 +90,8 @@ result_t BadAssign(void* self, IQEL* source, int flags) {
 }
 
 SlotFunction<result_t, uint32_t> fill;
-result_t BadFill(void* self, uint32_t colour) {
-  return fill(self, (colour & 0xFF00FF00) | (colour & 0xFF) << 16 | (colour >> 16 & 0xFF));
+result_t BadFill(void* self, uint32_t color) {
+  return fill(self, (color & 0xFF00FF00) | (color & 0xFF) << 16 | (color >> 16 & 0xFF));
 }
 
 /// An image whose pixels come from the ordinary heap, for defects of memory: "heap" has none.
@@ -163,11 +163,11 @@ class HeapImage final : public HostObject<IQELImageDIB, IQELImage, IQEL> {
     }
     return kOk;
   }
-  result_t Fill(uint32_t colour) override {
+  result_t Fill(uint32_t color) override {
     for (int64_t y = 0; y < height_; ++y) {
       for (int64_t i = 0; i < (int64_t{width_} * bit_count_ + 7) / 8; ++i) {
         bits_[y * stride_ + i] =
-            static_cast<uint8_t>(colour >> (8 * (i % std::max(bit_count_ / 8, 1))));
+            static_cast<uint8_t>(color >> (8 * (i % std::max(bit_count_ / 8, 1))));
       }
     }
     return kOk;

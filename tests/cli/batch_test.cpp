@@ -28,7 +28,7 @@ using test::WriteFile;
 namespace fs = std::filesystem;
 
 /// A grey picture of 4 x 4 pixels, all of one value: its negative is known without any tool.
-std::string Grey(int value) {
+std::string Gray(int value) {
   return "P5\n4 4\n255\n" + std::string(16, static_cast<char>(value & 255));
 }
 
@@ -49,7 +49,7 @@ class Bulk : public test::ToolTest {
   std::string Name(int i) { return "in/" + std::to_string(1000 + i) + ".pgm"; }
 
   void MakeInputs(int count) {
-    for (int i = 0; i < count; ++i) WriteFile(folder_ / Name(i), Grey(i));
+    for (int i = 0; i < count; ++i) WriteFile(folder_ / Name(i), Gray(i));
   }
 
   /// Names and contents of the files below a folder, temporary ones included.
@@ -67,8 +67,8 @@ class Bulk : public test::ToolTest {
   std::string Line(int i, const std::string& recipe) {
     const std::string name = std::to_string(1000 + i) + ".pgm";
     return "{\"input\": \"in/" + name + "\", \"output\": \"out/" + name + "\", \"recipe\": \"" +
-           recipe + "\", \"status\": \"done\", \"output_sha256\": \"" + HashOf(Grey(255 - i)) +
-           "\", \"input_sha256\": \"" + HashOf(Grey(i)) + "\"}\n";
+           recipe + "\", \"status\": \"done\", \"output_sha256\": \"" + HashOf(Gray(255 - i)) +
+           "\", \"input_sha256\": \"" + HashOf(Gray(i)) + "\"}\n";
   }
 };
 
@@ -76,7 +76,7 @@ TEST_F(Bulk, OneBrokenFileInTwentyLeavesTheOthersRightAndEveryShardingGivesTheSa
   constexpr int kFiles = 1000;
   const std::string broken[] = {"",
                                 "no picture at all",
-                                Grey(1).substr(0, 20),
+                                Gray(1).substr(0, 20),
                                 "P5\n0 4\n255\n",
                                 "P5\n99999999 99999999\n255\n0",
                                 "\x89PNG\r\n\x1a\n and nothing more",
@@ -89,7 +89,7 @@ TEST_F(Bulk, OneBrokenFileInTwentyLeavesTheOthersRightAndEveryShardingGivesTheSa
     const std::string path = folder_ / Name(i);
     const size_t way = static_cast<size_t>(i / 20) % (std::size(broken) + 2);
     if (i % 20 != 7) {
-      expected[fs::path(path).filename()] = Grey(255 - i);
+      expected[fs::path(path).filename()] = Gray(255 - i);
       continue;
     }
     wrong.insert(Name(i));
@@ -165,13 +165,13 @@ TEST_F(Bulk, ResumesWhereBothFilesAndStepsAreAsTheyWere) {
   // An output that is gone, one that is damaged, another input, a line that was cut off.
   fs::remove(folder_ / "out/1000.pgm");
   WriteFile(folder_ / "out/1001.pgm", "damaged");
-  WriteFile(folder_ / Name(2), Grey(99));
+  WriteFile(folder_ / Name(2), Gray(99));
   WriteFile(folder_ / "m.json", manifest.substr(0, manifest.size() - 30));
   const Outcome outcome = Run(words + "--resume");
   EXPECT_EQ(outcome.exit_code, kDone);
   EXPECT_EQ(skipped(outcome), 4u) << outcome.errors;
   auto expected = files;
-  expected["1002.pgm"] = Grey(255 - 99);
+  expected["1002.pgm"] = Gray(255 - 99);
   EXPECT_EQ(Files("out"), expected);
   EXPECT_EQ(Count(ReadFile(folder_ / "m.json"), "\n"), 8u);
   // Other steps are other work.
@@ -202,8 +202,8 @@ TEST_F(Bulk, ResumesInPlaceWithoutDoingAnythingTwice) {
   const std::string words = "'in/*.pgm' --in-place negative --json m.json --resume";
   ASSERT_EQ(Run(words).exit_code, kDone);
   const auto files = Files("in");
-  EXPECT_EQ(files.at("1003.pgm"), Grey(252));
-  WriteFile(folder_ / Name(3), Grey(3));  // as if it had not been reached
+  EXPECT_EQ(files.at("1003.pgm"), Gray(252));
+  WriteFile(folder_ / Name(3), Gray(3));  // as if it had not been reached
   const std::string manifest = ReadFile(folder_ / "m.json");
   ASSERT_EQ(Run(words).exit_code, kDone);
   EXPECT_EQ(Files("in"), files);
@@ -228,20 +228,20 @@ TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
     const Outcome outcome = Shell("bash script");
     EXPECT_EQ(outcome.exit_code, kInterrupted) << outcome.errors;
     EXPECT_NE(outcome.errors.find("qel: interrupted with "), std::string::npos) << outcome.errors;
-    const std::map<std::string, std::string> expected = {{"1000.pgm", Grey(255)},
-                                                         {"1002.pgm", Grey(253)},
-                                                         {"1003.pgm", Grey(252)},
-                                                         {"1004.pgm", Grey(251)}};
+    const std::map<std::string, std::string> expected = {{"1000.pgm", Gray(255)},
+                                                         {"1002.pgm", Gray(253)},
+                                                         {"1003.pgm", Gray(252)},
+                                                         {"1004.pgm", Gray(251)}};
     EXPECT_EQ(Files("out"), expected);
     const std::string manifest = ReadFile(folder_ / "m.json");
     EXPECT_EQ(manifest, Line(0, "negative") + Line(2, "negative") + Line(3, "negative") +
                             Line(4, "negative"));
     fs::remove(folder_ / Name(1));
-    WriteFile(folder_ / Name(1), Grey(1));
+    WriteFile(folder_ / Name(1), Gray(1));
     const Outcome resumed = Run(words + "--resume --progress=json");
     EXPECT_EQ(resumed.exit_code, kDone);
     EXPECT_EQ(Count(resumed.errors, "skipped\", "), 4u) << resumed.errors;
-    EXPECT_EQ(ReadFile(folder_ / "out/1001.pgm"), Grey(254));
+    EXPECT_EQ(ReadFile(folder_ / "out/1001.pgm"), Gray(254));
   }
 }
 
@@ -294,17 +294,17 @@ TEST_F(Bulk, ProtectedFilesAreReplacedByForceOnly) {
     EXPECT_NE(outcome.errors.find("in/1000.pgm: has no write permission"), std::string::npos)
         << outcome.errors;
   }
-  EXPECT_EQ(ReadFile(folder_ / Name(0)), Grey(0));
-  EXPECT_EQ(ReadFile(folder_ / Name(1)), Grey(254));
+  EXPECT_EQ(ReadFile(folder_ / Name(0)), Gray(0));
+  EXPECT_EQ(ReadFile(folder_ / Name(1)), Gray(254));
   EXPECT_EQ(Run("in/1000.pgm --in-place --force negative").exit_code, kDone);
-  EXPECT_EQ(ReadFile(folder_ / Name(0)), Grey(255));
+  EXPECT_EQ(ReadFile(folder_ / Name(0)), Gray(255));
 }
 
 TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
   MakeInputs(2);
   fs::create_directory(folder_.path() / "other");
-  WriteFile(folder_ / "other/1000.pgm", Grey(5));
-  WriteFile(folder_ / "in/x-1000.pgm", Grey(6));
+  WriteFile(folder_ / "other/1000.pgm", Gray(5));
+  WriteFile(folder_ / "in/x-1000.pgm", Gray(6));
   WriteFile(folder_ / "empty", "\n\n");
   fs::create_symlink("in/1000.pgm", folder_.path() / "link.pgm");
   fs::create_hard_link(folder_ / Name(0), folder_ / "hard.pgm");
@@ -365,7 +365,7 @@ TEST_F(Bulk, FindsInputsAndNamesOutputs) {
   fs::create_directories(folder_.path() / "in/.hidden");
   for (const std::string name : {"in/b.pgm", "in/a.PGM", "in/deep/c.pgm", "in/deep/er/d.e.pgm",
                                  "in/.hidden/x.pgm", "in/.y.pgm", "in/[b].pgm"}) {
-    WriteFile(folder_ / name, Grey(0));
+    WriteFile(folder_ / name, Gray(0));
   }
   const std::string bytes = "in/\xC3\xA4 \xFF\n.pgm";
   const struct {
@@ -390,7 +390,7 @@ TEST_F(Bulk, FindsInputsAndNamesOutputs) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.words);
     const bool with_bytes = c.words.ends_with("zeros");
-    if (with_bytes) WriteFile(folder_ / bytes, Grey(0));
+    if (with_bytes) WriteFile(folder_ / bytes, Gray(0));
     const size_t steps = std::min(c.words.find(" <"), c.words.size());
     const std::string words =
         c.words.substr(0, steps) + " negative --jobs 1 --json m.json" + c.words.substr(steps);
@@ -508,9 +508,9 @@ TEST_F(Bulk, ProgressGoesToTheTerminalOrToPrograms) {
   EXPECT_EQ(unread.errors, "");
 
   const std::string terminal = "script -qec \"" + Tool() + " run " + words + "\" /dev/null";
-  const std::string coloured = Shell("TERM=xterm " + terminal).output;
-  EXPECT_GE(Count(coloured, "] 0 of 4, "), 1u) << coloured;
-  EXPECT_EQ(Count(coloured, "\x1b[31m1 of 4 files failed"), 1u) << coloured;
+  const std::string colored = Shell("TERM=xterm " + terminal).output;
+  EXPECT_GE(Count(colored, "] 0 of 4, "), 1u) << colored;
+  EXPECT_EQ(Count(colored, "\x1b[31m1 of 4 files failed"), 1u) << colored;
   EXPECT_EQ(Count(Shell("NO_COLOR=1 " + terminal).output, "\x1b[31m"), 0u);
 }
 
@@ -535,14 +535,14 @@ TEST_F(Bulk, GnuParallelSharesTheWork) {
     GTEST_SKIP() << "GNU parallel is not installed";
   }
   MakeInputs(9);
-  WriteFile(folder_ / "in/x y.pgm", Grey(200));
+  WriteFile(folder_ / "in/x y.pgm", Gray(200));
   Shell("ls in/* > list");
   const std::string script =
       "QEL=" + Tool() + " " + test::SourceFolder() + "/examples/bulk/parallel.sh ";
   const Outcome outcome = Shell(script + "list 'out/{stem}.pgm' 4 negative 'light brightness=5'");
   EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
   EXPECT_EQ(Files("out").size(), 10u);
-  EXPECT_EQ(ReadFile(folder_ / "out/x y.pgm"), Grey(60));
+  EXPECT_EQ(ReadFile(folder_ / "out/x y.pgm"), Gray(60));
   const std::string manifest = ReadFile(folder_ / "list.json");
   EXPECT_EQ(
       Run("--files-from list -o 'out/{stem}.pgm' negative 'light brightness=5' --json m").exit_code,

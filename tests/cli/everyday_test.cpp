@@ -117,7 +117,7 @@ TEST_F(Everyday, LogosKeepTheirSoftEdgesAndNothingHiddenShows) {
   }
 }
 
-TEST_F(Everyday, TransparentPicturesBecomeJpegOnTheColourThatIsAskedFor) {
+TEST_F(Everyday, TransparentPicturesBecomeJpegOnTheColorThatIsAskedFor) {
   const Picture flat = Make("run logo.png -o out.jpg flatten background=white", "out.jpg");
   EXPECT_EQ(flat.image->bit_count(), 24);
   ExpectNear(flat, 1, 1, white_, 6);
@@ -198,10 +198,10 @@ TEST_F(Everyday, CaptionsStandWhereTheyBelong) {
   EXPECT_NEAR((left + right) / 2, kWidth / 2, 4) << "in the middle";
 }
 
-TEST_F(Everyday, GreyPicturesHaveOneChannelInTheFile) {
-  const Picture grey = Make("run photo.png -o out.png grey");
-  EXPECT_EQ(grey.image->bit_count(), 8);
-  ExpectNear(grey, 0, 0, {54, 54, 54, 255}, 0);  // 0.299 * 90 + 0.587 * 40 + 0.114 * 30
+TEST_F(Everyday, GrayPicturesHaveOneChannelInTheFile) {
+  const Picture gray = Make("run photo.png -o out.png grey");
+  EXPECT_EQ(gray.image->bit_count(), 8);
+  ExpectNear(gray, 0, 0, {54, 54, 54, 255}, 0);  // 0.299 * 90 + 0.587 * 40 + 0.114 * 30
   const Outcome info = Run("info out.png");
   EXPECT_NE(info.output.find("320 x 240"), std::string::npos) << info.output;
   EXPECT_NE(info.output.find("8 bits: grey"), std::string::npos) << info.output;

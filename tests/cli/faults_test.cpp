@@ -23,7 +23,7 @@ constexpr int kKilled = 128 + 9;
 
 class Faults : public test::ToolTest {
  protected:
-  static std::string Grey(int value) {
+  static std::string Gray(int value) {
     return "P5\n4 4\n255\n" + std::string(16, static_cast<char>(value));
   }
 
@@ -32,8 +32,8 @@ class Faults : public test::ToolTest {
     for (const auto& entry : fs::directory_iterator(folder_.path())) fs::remove_all(entry.path());
     fs::create_directory(folder_ / "in");
     fs::create_directory(folder_ / "out");
-    WriteFile(folder_ / "in/1.pgm", Grey(1));
-    WriteFile(folder_ / "in/2.pgm", Grey(2));
+    WriteFile(folder_ / "in/1.pgm", Gray(1));
+    WriteFile(folder_ / "in/2.pgm", Gray(2));
     WriteFile(folder_ / "out/1.pgm", kOld);
     fs::permissions(folder_ / "out/1.pgm", fs::perms(0600));
   }
@@ -50,12 +50,12 @@ class Faults : public test::ToolTest {
       const std::string name = fs::relative(entry.path(), folder_.path()).string();
       const std::string content = entry.is_regular_file() ? ReadFile(entry.path()) : "";
       if (name == "out/1.pgm" || name == "out/2.pgm") {
-        const bool is_new = content == Grey(name == "out/1.pgm" ? 254 : 253);
+        const bool is_new = content == Gray(name == "out/1.pgm" ? 254 : 253);
         EXPECT_TRUE(is_new || (name == "out/1.pgm" && content == kOld)) << name;
         whole_ += is_new;
       } else if (name.ends_with(".tmp")) {
         ++leftovers_;
-        const bool is_private = content.find(Grey(254).back()) != content.npos;
+        const bool is_private = content.find(Gray(254).back()) != content.npos;
         const auto others = fs::perms(077) & entry.status().permissions();
         EXPECT_TRUE(!is_private || others == fs::perms::none) << name;
       }
@@ -140,9 +140,9 @@ TEST_P(CallFaults, KilledInPlaceNothingIsDoneTwice) {
     SetUp();
     Shell(Preload() + "QEL_FAULT=kill QEL_FAULT_AT=" + std::to_string(k) + words);
     const bool done = ReadFile(folder_ / "m.json").find("\"done\"") != std::string::npos;
-    EXPECT_TRUE(!done || ReadFile(folder_ / "in/1.pgm") == Grey(254)) << "done means done";
+    EXPECT_TRUE(!done || ReadFile(folder_ / "in/1.pgm") == Gray(254)) << "done means done";
     EXPECT_EQ(Shell(words).exit_code, kDone);
-    EXPECT_EQ(ReadFile(folder_ / "in/1.pgm"), Grey(254));
+    EXPECT_EQ(ReadFile(folder_ / "in/1.pgm"), Gray(254));
   }
 }
 

@@ -189,18 +189,18 @@ TEST(Colorize, GivesEveryHueSaturationAndLightness) {
   auto& color = *ModuleUnderTest::ForLevel(DetectCpuLevel()).color;
   TestHost::Instance().Reset();
   Rng rng(8);
-  Raster greys(rng, 256, 1, 24, kModelBgr, {});
-  for (int i = 0; i < 3 * 256; ++i) greys.Row(0)[i] = static_cast<uint8_t>(i / 3);
-  const auto image = TestImage::Make(greys);
-  const Bytes start(greys.Row(0), greys.Row(0) + 3 * 256);
+  Raster grays(rng, 256, 1, 24, kModelBgr, {});
+  for (int i = 0; i < 3 * 256; ++i) grays.Row(0)[i] = static_cast<uint8_t>(i / 3);
+  const auto image = TestImage::Make(grays);
+  const Bytes start(grays.Row(0), grays.Row(0) + 3 * 256);
   for (int hue = 0; hue < 256; ++hue) {
     for (int saturation = 0; saturation < 256; saturation += kSanitized ? 15 : 1) {
       std::copy(start.begin(), start.end(), image->raster.Row(0));
-      std::copy(start.begin(), start.end(), greys.Row(0));
+      std::copy(start.begin(), start.end(), grays.Row(0));
       const auto h = static_cast<uint8_t>(hue), s = static_cast<uint8_t>(saturation);
       color.Colorize(image.Get(), h, s, 1.0f);
-      oracle::Colorize(greys, h, s, 1.0f);
-      ASSERT_TRUE(std::equal(greys.Row(0), greys.Row(0) + 3 * 256, image->raster.Row(0)))
+      oracle::Colorize(grays, h, s, 1.0f);
+      ASSERT_TRUE(std::equal(grays.Row(0), grays.Row(0) + 3 * 256, image->raster.Row(0)))
           << "hue " << hue << ", saturation " << saturation;
     }
   }

@@ -194,7 +194,7 @@ TEST(Resize, IsTheWeightedSumOfAllSamplesByAnyBands) {
   }
 }
 
-TEST(Resize, TransparentPixelsLendNoColourAndFlatPicturesStayFlat) {
+TEST(Resize, TransparentPixelsLendNoColorAndFlatPicturesStayFlat) {
   // Half of the columns are a green that cannot be seen.
   Raster stripes(40, 30, 4);
   for (int y = 0; y < 30; ++y) {
@@ -408,15 +408,15 @@ TEST(Blend, TilesCoverEverythingOnceAndFlattenLeavesNothingTransparent) {
   const Raster source = Raster::Random(6, 5, 4, 3);
   Raster flat(6, 5, 3);
   Flatten(source.pixels, {255, 255, 255}, flat.pixels);
-  Raster grey(6, 5, 1);
-  ToGrey(flat.pixels, grey.pixels);
+  Raster gray(6, 5, 1);
+  ToGray(flat.pixels, gray.pixels);
   for (int y = 0; y < 5; ++y) {
     for (int x = 0; x < 6; ++x) {
       const std::vector<int> pixel = source.At(x, y), on_white = flat.At(x, y);
       for (size_t c = 0; c < 3; ++c) {
         EXPECT_NEAR(on_white[c], 255 - (255 - pixel[c]) * pixel[3] / 255.0, 0.51);
       }
-      EXPECT_NEAR(grey.At(x, y)[0], 0.114 * on_white[0] + 0.587 * on_white[1] + 0.299 * on_white[2],
+      EXPECT_NEAR(gray.At(x, y)[0], 0.114 * on_white[0] + 0.587 * on_white[1] + 0.299 * on_white[2],
                   0.51);
     }
   }

@@ -120,12 +120,12 @@ TEST_P(Filters, EndlessWindowsActAsOnesThatCoverEverything) {
   EXPECT_EQ(ResultOf(small, &F::Median, INT32_MAX), ResultOf(small, &F::Median, 25));
 }
 
-TEST(Median, OrdersColoursByBrightnessWithoutAlpha) {
-  const uint8_t colours[][4] = {{0, 0, 0, 255}, {255, 0, 0, 0}, {0, 0, 255, 9}, {0, 255, 0, 3}};
+TEST(Median, OrdersColorsByBrightnessWithoutAlpha) {
+  const uint8_t colors[][4] = {{0, 0, 0, 255}, {255, 0, 0, 0}, {0, 0, 255, 9}, {0, 255, 0, 3}};
   constexpr int32_t kLevels[] = {0, 29, 76, 149};
-  for (size_t i = 0; i < std::size(colours); ++i) {
-    for (size_t j = 0; j < std::size(colours); ++j) {
-      EXPECT_EQ(CompareColors(colours[i], colours[j]), kLevels[i] - kLevels[j]);
+  for (size_t i = 0; i < std::size(colors); ++i) {
+    for (size_t j = 0; j < std::size(colors); ++j) {
+      EXPECT_EQ(CompareColors(colors[i], colors[j]), kLevels[i] - kLevels[j]);
     }
   }
 }
@@ -180,10 +180,10 @@ TEST_P(Filters, ResultsAreAssignedWhereNoneIsAskedForAndFailuresDrawNothing) {
 }
 
 /// A 24- or 32-bit image of one colour.
-Raster Uniform(int width, int height, int bit_count, uint32_t colour) {
+Raster Uniform(int width, int height, int bit_count, uint32_t color) {
   Rng rng(9);
   Raster raster = RandomRaster(rng, width, height, bit_count);
-  raster.Fill(colour);
+  raster.Fill(color);
   return raster;
 }
 

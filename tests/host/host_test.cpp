@@ -142,7 +142,7 @@ TEST(HostImage, AssignsFromAnyImage) {
 TEST(HostImage, FillsEveryPixelOfEveryPlane) {
   const struct {
     int bit_count;
-    uint32_t colour;
+    uint32_t color;
     std::vector<uint8_t> row;  // of 2 pixels, and one byte of padding
   } cases[] = {
       {1, 0xFFFFFF01, {0xFF, 0xCD}},
@@ -156,7 +156,7 @@ TEST(HostImage, FillsEveryPixelOfEveryPlane) {
     const auto image =
         HostImage::Make({.alignment = 1, .padding = 1, .clear = true, .clear_byte = 0xCD});
     ASSERT_EQ(image->Create(2, 3, 2, c.bit_count, 0), kOk);
-    ASSERT_EQ(CallSlot(image.Get(), 9, c.colour), kOk);
+    ASSERT_EQ(CallSlot(image.Get(), 9, c.color), kOk);
     for (int i = 0; i < 6; ++i) {
       const uint8_t* const row = image->Row(i % 3, i / 3);
       EXPECT_EQ(std::vector<uint8_t>(row, row + c.row.size()), c.row) << c.bit_count << " bits";

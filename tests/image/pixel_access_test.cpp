@@ -49,11 +49,11 @@ TEST(PixelAccess, ReadsEveryPositionAtEveryBitCount) {
 TEST(PixelAccess, WritesEveryPositionAtEveryBitCount) {
   ForEachPosition([](Raster& r, int bit_count, int x, int y, Rng& rng) {
     Raster expected = r;
-    const uint32_t colour = rng.Next();
-    SetPixelColor(r.Bits(), x, y, r.width, r.height, r.stride, colour, bit_count);
-    oracle::SetPixelColor(expected.Bits(), x, y, r.width, r.height, r.stride, colour, bit_count);
+    const uint32_t color = rng.Next();
+    SetPixelColor(r.Bits(), x, y, r.width, r.height, r.stride, color, bit_count);
+    oracle::SetPixelColor(expected.Bits(), x, y, r.width, r.height, r.stride, color, bit_count);
     EXPECT_EQ(r.Difference(expected), "") << bit_count << " bits, " << x << ", " << y;
-    SetPixelColor(nullptr, x, y, r.width, r.height, r.stride, colour, bit_count);
+    SetPixelColor(nullptr, x, y, r.width, r.height, r.stride, color, bit_count);
   });
 }
 
@@ -73,7 +73,7 @@ TEST(NearestGray, EqualsTheSearchOverAllSums) {
   EXPECT_EQ(NearestGray(0, 0, 255), 85);
 }
 
-TEST(PixelAccess, KeepsTopLeftColourOutside) {
+TEST(PixelAccess, KeepsTopLeftColorOutside) {
   const uint8_t pixels[] = {10, 20, 30, 40, 50, 60};
   EXPECT_EQ(GetPixelColor(pixels, -1, 5, 2, 1, 6, 24), 0x011E140Au);
   EXPECT_EQ(GetPixelColor(nullptr, 0, 0, 2, 1, 6, 24), 0x01000000u);
@@ -97,7 +97,7 @@ TEST(PixelAccess, KeepsInteriorOpaque) {
   EXPECT_EQ(GetPixelColor(bits, 0, 0, 2, 2, 8, 32), 0x05000001u);
 }
 
-TEST(PixelAccess, KeepsNearBlackGreysOfShallowDepths) {
+TEST(PixelAccess, KeepsNearBlackGraysOfShallowDepths) {
   uint8_t byte = 0xA3;
   EXPECT_EQ(GetPixelColor(&byte, 0, 0, 2, 1, 1, 4), 0x0A0A0Au);
   EXPECT_EQ(GetPixelColor(&byte, 1, 0, 2, 1, 1, 4), 0x030303u);

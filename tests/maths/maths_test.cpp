@@ -131,7 +131,7 @@ using M = IQELMaths;
 TEST_P(Maths, GivesTheValuesOfRoundExamples) {
   const auto a = RowOf(8, {200, 10, 5, 255}), b = RowOf(8, {100, 10, 10, 254});
   const auto wide = RowOf(24, {255, 255, 254, 1, 1, 0}), words = WordsOf({101, -100, 100000});
-  const auto greys = RowOf(8, {5, 100, 200});
+  const auto grays = RowOf(8, {5, 100, 200});
   const auto nearly = RowOf(24, {255, 254, 254, 1, 1, 2});
   Raster::NewImageLayout() = {};
   M& m = maths();
@@ -151,7 +151,7 @@ TEST_P(Maths, GivesTheValuesOfRoundExamples) {
   Gives("pasted last column", m, RowOf(8, {7, 7}), {7, 254}, kOk, &M::Copy, wide, nullptr, 1, 0);
   Gives("outside", m, RowOf(8, {7, 7}), {7, 7}, kFail, &M::Copy, wide, nullptr, 2, 0);
   Gives("opaque", m, RowOf(32, Bytes(4)), {255, 255, 254, 255}, kOk, &M::Copy, wide, nullptr, 0, 0);
-  Gives("scaled", m, RowOf(8, Bytes(3)), {0, 190, 255}, kOk, &M::Scale, greys, nullptr, 2.0f,
+  Gives("scaled", m, RowOf(8, Bytes(3)), {0, 190, 255}, kOk, &M::Scale, grays, nullptr, 2.0f,
         -10.0f);
   Gives("scaled integers", m, WordsOf({9, 9, 9}), Content(WordsOf({101, 0, 100000})), kOk,
         &M::Scale, words, nullptr, 1.0f, 0.0f);
@@ -228,11 +228,11 @@ TEST_P(Maths, KeepsAddingThreeBytesPerPixelAt32Bits) {
 
 TEST_P(Maths, KeepsAnyFlagAbsoluteBelow32Bits) {
   const auto five = RowOf(8, {5}), ten = RowOf(8, {10});
-  const auto colour5 = RowOf(24, {5, 5, 5}), colour10 = RowOf(24, {10, 10, 10});
+  const auto color5 = RowOf(24, {5, 5, 5}), color10 = RowOf(24, {10, 10, 10});
   const auto deep5 = RowOf(32, {5, 5, 5, 1}), deep10 = RowOf(32, {10, 10, 10, 9});
   M& m = maths();
   Gives("8 bits", m, RowOf(8, {0}), {5}, kOk, &M::Subtract, five, ten, 2);
-  Gives("24 bits", m, RowOf(24, Bytes(3)), {5, 5, 5}, 3, &M::Subtract, colour5, colour10, 2);
+  Gives("24 bits", m, RowOf(24, Bytes(3)), {5, 5, 5}, 3, &M::Subtract, color5, color10, 2);
   Gives("32 bits, bit 1", m, RowOf(32, Bytes(4)), Bytes(4), kOk, &M::Subtract, deep5, deep10, 2);
   Gives("32 bits, bit 0", m, RowOf(32, Bytes(4)), {5, 5, 5, 255}, 3, &M::Subtract, deep5, deep10,
         1);
@@ -247,16 +247,16 @@ TEST_P(Maths, KeepsFailureOfMaskedMixedDepths) {
 }
 
 TEST_P(Maths, KeepsWrappingAt32BitsAndOnePixelPerRow) {
-  const auto deep = RowOf(32, {200, 1, 2, 100}), colour = RowOf(24, {200, 1, 2, 4, 5, 6});
+  const auto deep = RowOf(32, {200, 1, 2, 100}), color = RowOf(24, {200, 1, 2, 4, 5, 6});
   const auto twice = [&](const char* what, const auto& dest, const Bytes& after, auto& source) {
     Gives(what, maths(), dest, after, kOk, &M::Scale, source, nullptr, 2.0f, 0.0f);
   };
   twice("32 bits", RowOf(32, Bytes(4)), {144, 2, 4, 200}, deep);
   twice("32 to 24 bits", RowOf(24, Bytes(3)), {255, 2, 4}, deep);
-  twice("24 to 32 bits", RowOf(32, Bytes(8, 9)), {144, 2, 4, 9, 9, 9, 9, 9}, colour);
+  twice("24 to 32 bits", RowOf(32, Bytes(8, 9)), {144, 2, 4, 9, 9, 9, 9, 9}, color);
 }
 
-TEST_P(Maths, KeepsReadingGreysAsIntegers) {
+TEST_P(Maths, KeepsReadingGraysAsIntegers) {
   const auto source = RowOf(8, {1, 1, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF});
   source->raster.width = 2;
   Gives("integers", maths(), WordsOf({9, 9}), Content(WordsOf({257, 0})), kOk, &M::Scale, source,

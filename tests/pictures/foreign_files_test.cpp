@@ -15,7 +15,7 @@ int Scaled(int value, int largest) { return (value * 255 * 2 + largest) / (2 * l
 // PNG.
 
 struct PngKind {
-  int depth, colour;
+  int depth, color;
   bool interlaced = false;
   bool transparent = false;  ///< sample 1, or palette entry 1 with alpha 40
 };
@@ -32,11 +32,11 @@ Bytes MakePng(const PngKind& kind, int width, int height, const Bytes& rows) {
       },
       [](png_structp) {});
   png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height),
-               kind.depth, kind.colour, kind.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+               kind.depth, kind.color, kind.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_color palette[256];
   for (int i = 0; i < 256; ++i) palette[i] = {png_byte(i), png_byte(255 - i), png_byte(i * 3)};
-  if (kind.colour == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette, 1 << kind.depth);
+  if (kind.color == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette, 1 << kind.depth);
   const png_byte alpha[] = {255, 40};
   const png_color_16 key{1, 1, 1, 1, 1};
   if (kind.transparent) png_set_tRNS(png, info, alpha, 2, &key);
@@ -51,7 +51,7 @@ Bytes MakePng(const PngKind& kind, int width, int height, const Bytes& rows) {
   return file;
 }
 
-TEST(ForeignPng, EveryDepthAndColourTypeReadsAlikeInterlacedOrNot) {
+TEST(ForeignPng, EveryDepthAndColorTypeReadsAlikeInterlacedOrNot) {
   constexpr int kWidth = 19, kHeight = 11;
   constexpr PngKind kKinds[] = {
       {1, 0}, {2, 0}, {4, 0}, {8, 0}, {16, 0}, {8, 2}, {16, 2}, {1, 3},
@@ -59,7 +59,7 @@ TEST(ForeignPng, EveryDepthAndColourTypeReadsAlikeInterlacedOrNot) {
   };
   Rng rng(5);
   for (const PngKind& plain : kKinds) {
-    const int channels = plain.colour == 2 ? 3 : plain.colour == 4 ? 2 : plain.colour == 6 ? 4 : 1;
+    const int channels = plain.color == 2 ? 3 : plain.color == 4 ? 2 : plain.color == 6 ? 4 : 1;
     const size_t row_bytes = static_cast<size_t>(kWidth * channels * plain.depth + 7) / 8;
     Bytes rows(row_bytes * kHeight);
     for (uint8_t& byte : rows) byte = static_cast<uint8_t>(rng.Next());
@@ -73,40 +73,40 @@ TEST(ForeignPng, EveryDepthAndColourTypeReadsAlikeInterlacedOrNot) {
     for (int variant = 0; variant < 4; ++variant) {
       PngKind kind = plain;
       kind.interlaced = variant & 1;
-      kind.transparent = (variant & 2) && plain.colour < 4;
+      kind.transparent = (variant & 2) && plain.color < 4;
       SCOPED_TRACE(testing::Message()
-                   << kind.depth << " bits, type " << kind.colour << " variant " << variant);
+                   << kind.depth << " bits, type " << kind.color << " variant " << variant);
       const Bytes file = MakePng(kind, kWidth, kHeight, rows);
-      const auto expected = [&](int x, int y) -> Colour {
+      const auto expected = [&](int x, int y) -> Color {
         const int first = stored(x, y, 0);
-        if (kind.colour == 3)
+        if (kind.color == 3)
           return {first * 3 & 255, 255 - first, first, kind.transparent && first == 1 ? 40 : 255};
         const int full = (1 << kind.depth) - 1;
         const auto level = [&](int channel) { return Scaled(stored(x, y, channel), full); };
-        if (kind.colour == 0) {
+        if (kind.color == 0) {
           return {level(0), level(0), level(0), kind.transparent && first == 1 ? 0 : 255};
         }
-        if (kind.colour == 4) return {level(0), level(0), level(0), level(1)};
+        if (kind.color == 4) return {level(0), level(0), level(0), level(1)};
         const bool keyed =
             kind.transparent && first == 1 && stored(x, y, 1) == 1 && stored(x, y, 2) == 1;
-        return {level(2), level(1), level(0), kind.colour == 6 ? level(3) : keyed ? 0 : 255};
+        return {level(2), level(1), level(0), kind.color == 6 ? level(3) : keyed ? 0 : 255};
       };
       const Decoded decoded = Decode(file);
       EXPECT_EQ(decoded.HasNote("16 bits"), kind.depth == 16);
-      const bool alpha = kind.transparent || kind.colour >= 4;
-      EXPECT_EQ(decoded.info.bit_count, alpha ? 32 : kind.colour == 0 ? 8 : 24);
+      const bool alpha = kind.transparent || kind.color >= 4;
+      EXPECT_EQ(decoded.info.bit_count, alpha ? 32 : kind.color == 0 ? 8 : 24);
       const Decoded kept = Decode(file, kKeepDepth);
-      const bool keeps = kind.colour == 3 || (kind.colour == 0 && kind.depth < 8 && !alpha);
+      const bool keeps = kind.color == 3 || (kind.color == 0 && kind.depth < 8 && !alpha);
       EXPECT_EQ(kept.info.bit_count, !keeps            ? decoded.info.bit_count
                                      : kind.depth == 2 ? 4
                                                        : kind.depth);
-      EXPECT_EQ(kept.HasNote("alpha"), kind.colour == 3 && kind.transparent);
+      EXPECT_EQ(kept.HasNote("alpha"), kind.color == 3 && kind.transparent);
       for (int y = 0; y < kHeight; ++y) {
         for (int x = 0; x < kWidth; ++x) {
-          Colour colour = expected(x, y);
-          ASSERT_EQ(colour, decoded.pixels.At(x, y)) << x << ", " << y;
-          if (kind.colour == 3) colour.a = 255;
-          ASSERT_EQ(colour, kept.pixels.At(x, y)) << x << ", " << y;
+          Color color = expected(x, y);
+          ASSERT_EQ(color, decoded.pixels.At(x, y)) << x << ", " << y;
+          if (kind.color == 3) color.a = 255;
+          ASSERT_EQ(color, kept.pixels.At(x, y)) << x << ", " << y;
         }
       }
     }
@@ -193,7 +193,7 @@ TEST(ForeignGif, FirstFramesReadInTheirPlace) {
         for (int y = 0; y < 13; ++y) {
           for (int x = 0; x < 13; ++x) {
             const int index = x * 16 + y;
-            const Colour color{7, 255 - index, index, index == transparent ? 0 : 255};
+            const Color color{7, 255 - index, index, index == transparent ? 0 : 255};
             ASSERT_EQ(decoded.pixels.At(left + x, left + y), color) << x << ", " << y;
           }
         }
@@ -289,33 +289,33 @@ Bytes MakeTiff(const TiffKind& kind) {
   });
 }
 
-Colour TiffColour(const TiffKind& kind, int x, int y) {
+Color TiffColor(const TiffKind& kind, int x, int y) {
   const int largest = (1 << kind.bits) - 1;
   const auto level = [&](int sample) { return Scaled(TiffSample(kind, x, y, sample), largest); };
-  Colour colour;
-  int colours = 1;
+  Color color;
+  int colors = 1;
   if (kind.photometric == PHOTOMETRIC_RGB) {
-    colours = 3;
-    colour = {level(2), level(1), level(0)};
+    colors = 3;
+    color = {level(2), level(1), level(0)};
   } else if (kind.photometric == PHOTOMETRIC_SEPARATED) {
-    colours = 4;
+    colors = 4;
     const auto light = [&](int ink) {
       return Scaled((255 - level(ink)) * (255 - level(3)), 255 * 255);
     };
-    colour = {light(2), light(1), light(0)};
+    color = {light(2), light(1), light(0)};
   } else {
-    int grey = kind.photometric == PHOTOMETRIC_PALETTE ? 255 - TiffSample(kind, x, y, 0) : level(0);
-    if (kind.photometric == PHOTOMETRIC_MINISWHITE) grey = 255 - grey;
-    colour = {grey, grey, grey};
+    int gray = kind.photometric == PHOTOMETRIC_PALETTE ? 255 - TiffSample(kind, x, y, 0) : level(0);
+    if (kind.photometric == PHOTOMETRIC_MINISWHITE) gray = 255 - gray;
+    color = {gray, gray, gray};
   }
-  if (kind.extra == EXTRASAMPLE_UNASSALPHA) colour.a = level(colours);
+  if (kind.extra == EXTRASAMPLE_UNASSALPHA) color.a = level(colors);
   if (kind.extra == EXTRASAMPLE_ASSOCALPHA) {
-    colour.a = level(colours);
-    for (int* c : {&colour.b, &colour.g, &colour.r}) {
-      *c = colour.a == 0 ? 0 : std::min(255, Scaled(*c, colour.a));
+    color.a = level(colors);
+    for (int* c : {&color.b, &color.g, &color.r}) {
+      *c = color.a == 0 ? 0 : std::min(255, Scaled(*c, color.a));
     }
   }
-  return colour;
+  return color;
 }
 
 TEST(ForeignTiff, EveryArrangementOfSamplesReadsAlike) {
@@ -359,15 +359,15 @@ TEST(ForeignTiff, EveryArrangementOfSamplesReadsAlike) {
       }
       for (int y = 0; y < kTiffHeight; ++y) {
         for (int x = 0; x < kTiffWidth; ++x) {
-          ASSERT_EQ(TiffColour(kind, x, y), decoded.pixels.At(x, y)) << x << ", " << y;
-          ASSERT_EQ(TiffColour(kind, x, y), kept.pixels.At(x, y)) << x << ", " << y;
+          ASSERT_EQ(TiffColor(kind, x, y), decoded.pixels.At(x, y)) << x << ", " << y;
+          ASSERT_EQ(TiffColor(kind, x, y), kept.pixels.At(x, y)) << x << ", " << y;
         }
       }
     }
   }
 }
 
-TEST(ForeignTiff, JpegInsideAndRareColoursGoThroughTheLibrary) {
+TEST(ForeignTiff, JpegInsideAndRareColorsGoThroughTheLibrary) {
   const auto flat = [](int photometric, int compression, const Bytes& pixel) {
     return FlatTiff(photometric, compression, pixel, [](TIFF* tiff) {
       TIFFSetField(tiff, TIFFTAG_XRESOLUTION, 100.0);
@@ -416,11 +416,11 @@ struct BmpCase {
   const char* name;
   BmpKind kind;
   Bytes pixels;
-  std::vector<Colour> expected;  ///< row by row from the top
+  std::vector<Color> expected;  ///< row by row from the top
 };
 
 TEST(ForeignBmp, VarietiesReadAsStated) {
-  const Colour blue{255, 0, 0}, green{0, 255, 0}, red{0, 0, 255}, black{};
+  const Color blue{255, 0, 0}, green{0, 255, 0}, red{0, 0, 255}, black{};
   const std::vector<uint32_t> palette{0x000000, 0xFF0000, 0x00FF00, 0x0000FF};
   const BmpCase cases[] = {
       {"OS/2 core header", {2, 1, 8, 0, {}, palette, 12}, {1, 3, 0, 0}, {red, blue}},
@@ -477,7 +477,7 @@ TEST(ForeignPnm, TextBinaryAndEveryMaximum) {
   struct {
     std::string text;
     int bits;
-    std::vector<Colour> expected;
+    std::vector<Color> expected;
   } const cases[] = {
       {"P1 # comment\n2 2\n01\n1 0", 8, {{255, 255, 255}, {}, {}, {255, 255, 255}}},
       {"P2\n#\n3 1\n15\n0 7\n15", 8, {{}, {119, 119, 119}, {255, 255, 255}}},

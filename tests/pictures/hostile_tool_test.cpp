@@ -40,12 +40,12 @@ Bytes Deflated(const Bytes& bytes) {
   return packed;
 }
 
-Bytes Png(uint32_t width, uint32_t height, int colour, std::initializer_list<Bytes> chunks,
+Bytes Png(uint32_t width, uint32_t height, int color, std::initializer_list<Bytes> chunks,
           uint8_t interlaced = 0) {
   Bytes header;
   PutBig(header, width, 4);
   PutBig(header, height, 4);
-  for (const int byte : {8, colour, 0, 0}) header.push_back(static_cast<uint8_t>(byte));
+  for (const int byte : {8, color, 0, 0}) header.push_back(static_cast<uint8_t>(byte));
   header.push_back(interlaced);
   return Concat({Joined("\x89PNG\r\n\x1a\n"), PngChunk("IHDR", header), Concat(chunks),
                  PngChunk("IEND", {})});

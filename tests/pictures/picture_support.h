@@ -18,10 +18,10 @@ namespace qel::test {
 using Bytes = std::vector<uint8_t>;
 using Kind = pictures::PictureError::Kind;
 
-struct Colour {
+struct Color {
   int b = 0, g = 0, r = 0, a = 255;
-  bool operator==(const Colour&) const = default;
-  friend std::ostream& operator<<(std::ostream& out, const Colour& c) {
+  bool operator==(const Color&) const = default;
+  friend std::ostream& operator<<(std::ostream& out, const Color& c) {
     return out << "(" << c.b << " " << c.g << " " << c.r << " " << c.a << ")";
   }
 };
@@ -72,7 +72,7 @@ class Pixels {
     return true;
   }
 
-  Colour At(int x, int y) const {
+  Color At(int x, int y) const {
     const uint8_t* const row = Row(y);
     if (bits == 24) return {row[3 * x], row[3 * x + 1], row[3 * x + 2], 255};
     if (bits == 32) return {row[4 * x], row[4 * x + 1], row[4 * x + 2], row[4 * x + 3]};
@@ -221,7 +221,7 @@ inline Pixels Slope(int width, int height, int bits) {
   return pixels;
 }
 
-inline bool Near(const Colour& one, const Colour& other, int tolerance) {
+inline bool Near(const Color& one, const Color& other, int tolerance) {
   return std::abs(one.b - other.b) <= tolerance && std::abs(one.g - other.g) <= tolerance &&
          std::abs(one.r - other.r) <= tolerance && std::abs(one.a - other.a) <= tolerance;
 }

@@ -16,7 +16,7 @@ Bytes Swapped(const Pixels& pixels) {
   Bytes rows;
   for (int y = 0; y < pixels.height; ++y) {
     for (int x = 0; x < pixels.width; ++x) {
-      const Colour color = pixels.At(x, y);
+      const Color color = pixels.At(x, y);
       for (const int level : {color.r, color.g, color.b}) {
         rows.push_back(static_cast<uint8_t>(level));
       }

@@ -14,13 +14,13 @@ using pictures::PaletteEntry;
 struct Trip {
   const char* extension;
   int bits;
-  int colours;  ///< of the palette, 0 for none
+  int colors;  ///< of the palette, 0 for none
   int read_bits;
   int kept_bits;  ///< with the option that keeps the depth
 };
 
 std::ostream& operator<<(std::ostream& out, const Trip& trip) {
-  return out << trip.extension << " " << trip.bits << "/" << trip.colours;
+  return out << trip.extension << " " << trip.bits << "/" << trip.colors;
 }
 
 constexpr Trip kTrips[] = {
@@ -46,18 +46,18 @@ INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, testing::ValuesIn(kTrips));
 TEST_P(RoundTrip, KeepsEveryPixelInEitherRowDirection) {
   const Trip& trip = GetParam();
   constexpr int kSizes[][2] = {{13, 7}, {1, 1}, {33, 2}, {8, 3}};
-  Rng rng(static_cast<uint64_t>(trip.bits + 100 * trip.colours));
+  Rng rng(static_cast<uint64_t>(trip.bits + 100 * trip.colors));
   for (const auto& [width, height] : kSizes) {
     for (const bool upward : {false, true}) {
       Pixels pixels(width, height, trip.bits, upward);
       pixels.FillRandom(rng);
       if (trip.bits == 32) pixels.Row(0)[3] = 254;  // transparency that every format sees
-      for (int i = 0; i < trip.colours; ++i) {
+      for (int i = 0; i < trip.colors; ++i) {
         pixels.palette.push_back({static_cast<uint8_t>(rng.Next()), static_cast<uint8_t>(i),
                                   static_cast<uint8_t>(rng.Next()), 7});
       }
-      if (trip.bits == 8 && trip.colours > 0) {
-        for (int x = 0; x < width; ++x) pixels.Row(0)[x] %= static_cast<uint8_t>(trip.colours - 1);
+      if (trip.bits == 8 && trip.colors > 0) {
+        for (int x = 0; x < width; ++x) pixels.Row(0)[x] %= static_cast<uint8_t>(trip.colors - 1);
       }
       const Bytes file = Encode(pixels, trip.extension, {}, {.webp_lossless = true});
       for (const bool keep : {false, true}) {
@@ -70,7 +70,7 @@ TEST_P(RoundTrip, KeepsEveryPixelInEitherRowDirection) {
   }
 }
 
-TEST(RoundTrip, JpegStaysNearAndKeepsGrey) {
+TEST(RoundTrip, JpegStaysNearAndKeepsGray) {
   for (const int bits : {8, 24}) {
     const Pixels slope = Slope(21, 18, bits);
     const Decoded decoded = Decode(Encode(slope, "jpg", {}, {.jpeg_quality = 100}));
@@ -111,7 +111,7 @@ struct MetadataTrip {
 
 TEST(RoundTrip, KeepsProfileAndResolutionWhereTheFormatHoldsThem) {
   const Metadata metadata{Profile("RGB "), 300, 150.5};
-  const Metadata grey_metadata{Profile("GRAY"), 0, 0};
+  const Metadata gray_metadata{Profile("GRAY"), 0, 0};
   for (const MetadataTrip& trip : {MetadataTrip{"png", true, true},
                                    {"jpg", true, true},
                                    {"tif", true, true},
@@ -128,12 +128,12 @@ TEST(RoundTrip, KeepsProfileAndResolutionWhereTheFormatHoldsThem) {
     EXPECT_EQ(notes.size(), size_t{!trip.keeps_profile} + size_t{!trip.keeps_resolution});
     if (!trip.keeps_profile || trip.extension == std::string("webp")) continue;
     // A profile for colours does not belong to greys, and the reverse.
-    const Pixels grey = Slope(9, 5, 8);
-    EXPECT_TRUE(Decode(Encode(grey, trip.extension, metadata, {}, &notes))
+    const Pixels gray = Slope(9, 5, 8);
+    EXPECT_TRUE(Decode(Encode(gray, trip.extension, metadata, {}, &notes))
                     .info.metadata.icc_profile.empty());
     EXPECT_EQ(notes.size(), 1u);
-    EXPECT_EQ(Decode(Encode(grey, trip.extension, grey_metadata)).info.metadata.icc_profile,
-              grey_metadata.icc_profile);
+    EXPECT_EQ(Decode(Encode(gray, trip.extension, gray_metadata)).info.metadata.icc_profile,
+              gray_metadata.icc_profile);
   }
 }
 

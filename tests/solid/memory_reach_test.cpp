@@ -22,7 +22,7 @@ struct Reach {
 };
 
 bool BelowEight(const Raster& i) { return i.bit_count < 8; }
-bool BelowColour(const Raster& i) { return i.bit_count < 24; }
+bool BelowColor(const Raster& i) { return i.bit_count < 24; }
 bool IsSixteen(const Raster& i) { return i.bit_count == 16; }
 bool IsEight(const Raster& i) { return i.bit_count == 8; }
 bool IsWide(const Raster& i) { return i.bit_count > 24 && i.bit_count != 32; }
@@ -43,7 +43,7 @@ constexpr Reach kReaches[] = {
     {"Resample*", BelowEight, 1},
     {"Rotate33", BelowEight, 1},
     {"Rotate33", IsSixteen, 3},
-    {"RotatePaste", BelowColour, 3},
+    {"RotatePaste", BelowColor, 3},
     {"RotatePaste", IsWide, 4},
     {"Scale8", IsMonoWords, 4, 0, 0, true},
     {"Equal*", IsMonoWords, 4, 0, 0, true},

@@ -124,9 +124,9 @@ result_t TestImage::Assign(IQEL* source, int /*flags*/) {
   return kOk;
 }
 
-result_t TestImage::Fill(uint32_t colour) {
+result_t TestImage::Fill(uint32_t color) {
   if (!Host().OnCall("Fill", log_name)) return TestHost::kFaultCode;
-  raster.Fill(colour);
+  raster.Fill(color);
   return kOk;
 }
 

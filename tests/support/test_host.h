@@ -50,7 +50,7 @@ class TestImage final : public IQELImageDIB {
   result_t GetBits(int plane, int* reserved, uint8_t** bits, int* stride) override;
   result_t Create(int width, int height, int planes, int bit_count, uint32_t model) override;
   result_t Assign(IQEL* source, int flags) override;
-  result_t Fill(uint32_t colour) override;
+  result_t Fill(uint32_t color) override;
 
  private:
   class PalettePart;

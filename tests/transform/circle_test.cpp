@@ -75,7 +75,7 @@ TEST_P(Circle, KeepsTheLowerHalfOnTheColumnsOfTheUpper) {
   EXPECT_TRUE(reaches[0] && reaches[25] && reaches[50]);
 }
 
-TEST_P(Circle, KeepsTheColourModelWhenAlphaIsAdded) {
+TEST_P(Circle, KeepsTheColorModelWhenAlphaIsAdded) {
   Rng rng(3);
   const auto image = TestImage::Make(Raster(rng, 50, 50, 24, kModelBgr, {}));
   ASSERT_EQ(deform().CircleTransform(image.Get(), kCircleBulge, 1, 1), kOk);

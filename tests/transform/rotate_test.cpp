@@ -157,12 +157,12 @@ TEST_P(Rotation, KeepsDrawingWhenTheKeyHasATopByte) {
   Rng rng(11);
   const Raster source(rng, 12, 12, 24, kModelBgr, {});
   const uint8_t* const pixel = source.Row(5) + 3 * 5;
-  const int colour = pixel[0] | pixel[1] << 8 | pixel[2] << 16;
+  const int color = pixel[0] | pixel[1] << 8 | pixel[2] << 16;
   for (const int top : {0, 1}) {
     const auto from = TestImage::Make(source);
     const auto target = TestImage::Make(Raster(rng, 12, 12, 24, kModelBgr, {}));
     const Raster before = target->raster;
-    EXPECT_EQ(transform().RotatePaste(from.Get(), target.Get(), 0.0, 0, colour | top << 24), kOk);
+    EXPECT_EQ(transform().RotatePaste(from.Get(), target.Get(), 0.0, 0, color | top << 24), kOk);
     const Raster& expected = top == 0 ? before : source;
     EXPECT_TRUE(std::equal(pixel, pixel + 3, source.Row(5) + 15));
     EXPECT_TRUE(std::equal(expected.Row(5) + 15, expected.Row(5) + 18, target->raster.Row(5) + 15));

@@ -162,7 +162,7 @@ TEST_P(Warp, KeepsBlendingBySumsOfWeights) {
   }
 }
 
-TEST_P(Warp, KeepsTheLastColumnOfGreysUnpasted) {
+TEST_P(Warp, KeepsTheLastColumnOfGraysUnpasted) {
   const auto stay = [](double&, double&) {};
   EXPECT_EQ(Paste(8, {7, 8, 9}, 4, 1, 0, stay), (Bytes{7, 8, 8, 0}));
   EXPECT_EQ(Paste(8, {7}, 4, 1, 1, stay), (Bytes{0, 0, 0, 0}));
@@ -181,7 +181,7 @@ TEST_P(Warp, PastedPixelsAreNeverVoids) {
   EXPECT_EQ(Paste(32, {0, 0, 0, 200, 0, 9, 0, 0}, 2, 1, 1, stay), (Bytes{1, 0, 0, 0, 0, 9, 0, 0}));
 }
 
-TEST_P(Warp, KeepsThreeNeighboursForColours) {
+TEST_P(Warp, KeepsThreeNeighboursForColors) {
   const struct {
     int depth;
     uint32_t top, right, centre;

@@ -4,7 +4,6 @@
 
 #include "simd/interleaved.h"
 #include "simd/prefetch.h"
-#include "simd/stream.h"
 
 namespace qel::QEL_LEVEL {
 namespace {

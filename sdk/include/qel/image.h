@@ -64,8 +64,8 @@ inline constexpr const IID* kIidOf<IQELImage> = &IID_IQELImage;
 /// An image made through the locator of the component "QELImageDIB".
 class IQELImageDIB : public IQELImage {
  public:
-  /// Sets every pixel to `colour`: blue in the low byte, then green, red, alpha. Result: kOk.
-  virtual result_t Fill(uint32_t colour) = 0;
+  /// Sets every pixel to `color`: blue in the low byte, then green, red, alpha. Result: kOk.
+  virtual result_t Fill(uint32_t color) = 0;
 
  protected:
   ~IQELImageDIB() = default;

@@ -45,12 +45,12 @@ class IQELMaths : public IUnknown {
   /// for unequal formats; kInvalidArgument for a null image.
   virtual result_t Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) = 0;
 
-  /// Makes an image of the shape of `model`; `bit_count` and `colour_model` replace the model's
+  /// Makes an image of the shape of `model`; `bit_count` and `color_model` replace the model's
   /// when they are not 0. Pixels are as the host's `Create` leaves them.
   /// Result: kOk with one reference in `*dest`, also when `Create` fails and the image is empty;
   /// kInvalidArgument for a null model, `*dest` untouched; kNullOutput for a null `dest`; kFail
   /// when the host makes no image, `*dest` then null.
-  virtual result_t CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int colour_model) = 0;
+  virtual result_t CreateDestImage(IQEL** dest, IQEL* model, int bit_count, int color_model) = 0;
 
   /// Creates `dest` in the format of `a` and writes (a + b) / divisor, clamped; 0 means no
   /// division, 2 multiplies by four. `b` is trusted to be as large as `a`. Other depths than 8, 24

@@ -63,13 +63,13 @@ class IQELTransform : public IUnknown {
   virtual result_t Resample(IQEL* source, IQEL** result, int new_width, int new_height, int method,
                             int nearest_only) = 0;
 
-  /// Converts to a larger bit count and gives the result `colour_model`. 8-bit indices go through
+  /// Converts to a larger bit count and gives the result `color_model`. 8-bit indices go through
   /// the source's palette when it answers `IQELImagePalette`, else they are grey.
   /// Result: kNothingToDo with the source itself in `*result` when `bit_count` is not larger; a
   /// failing `Create` is passed on. `bit_count` is compared unsigned: a negative one asks the
   /// host's `Create` for that depth.
   virtual result_t IncreaseBpp(IQEL* source, IQEL** result, int bit_count,
-                               uint32_t colour_model) = 0;
+                               uint32_t color_model) = 0;
 
   /// Draws `source`, rotated by `angle` radians, into the top-left of `target` (24 or 32 bits):
   /// alpha-blended when the source is above 24 bits, else leaving out the colour `key` (0x00RRGGBB;

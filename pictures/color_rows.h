@@ -1,5 +1,5 @@
-#ifndef QEL_PICTURES_COLOUR_ROWS_H_
-#define QEL_PICTURES_COLOUR_ROWS_H_
+#ifndef QEL_PICTURES_COLOR_ROWS_H_
+#define QEL_PICTURES_COLOR_ROWS_H_
 
 #include <array>
 #include <vector>
@@ -10,13 +10,13 @@ namespace qel::pictures {
 
 /// The rows of any picture without its palette, for formats that have none: grey, or blue, green,
 /// red (, alpha).
-class ColourRows {
+class ColorRows {
  public:
   enum class Alpha { kDrop, kKeep };
-  enum class Grey { kKeep, kSpread };  ///< grey stays one byte, or becomes three
+  enum class Gray { kKeep, kSpread };  ///< grey stays one byte, or becomes three
 
   /// Of `shape` size, depth and palette count.
-  ColourRows(const PictureView& shape, Alpha alpha, Grey grey = Grey::kKeep);
+  ColorRows(const PictureView& shape, Alpha alpha, Gray gray = Gray::kKeep);
 
   int bit_count() const { return bit_count_; }  ///< 8, 24 or 32
   /// A row of the picture in these colours, valid until the next call.
@@ -26,10 +26,10 @@ class ColourRows {
   int width_;
   int stored_bit_count_;
   int bit_count_;
-  std::array<PaletteEntry, 256> colours_{};
+  std::array<PaletteEntry, 256> colors_{};
   std::vector<uint8_t> row_;
 };
 
 }  // namespace qel::pictures
 
-#endif  // QEL_PICTURES_COLOUR_ROWS_H_
+#endif  // QEL_PICTURES_COLOR_ROWS_H_

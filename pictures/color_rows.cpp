@@ -1,4 +1,4 @@
-#include "pictures/colour_rows.h"
+#include "pictures/color_rows.h"
 
 #include <algorithm>
 
@@ -7,19 +7,19 @@
 
 namespace qel::pictures {
 
-ColourRows::ColourRows(const PictureView& shape, Alpha alpha, Grey grey)
+ColorRows::ColorRows(const PictureView& shape, Alpha alpha, Gray gray)
     : width_(shape.width), stored_bit_count_(shape.bit_count) {
   if (shape.bit_count > 8) {
     bit_count_ = shape.bit_count == 32 && alpha == Alpha::kKeep ? 32 : 24;
   } else {
     const std::vector<PaletteEntry> palette = PaletteOf(shape);
-    std::copy_n(palette.begin(), std::min(palette.size(), colours_.size()), colours_.begin());
-    bit_count_ = grey == Grey::kKeep && IsGrey(palette) ? 8 : 24;
+    std::copy_n(palette.begin(), std::min(palette.size(), colors_.size()), colors_.begin());
+    bit_count_ = gray == Gray::kKeep && IsGray(palette) ? 8 : 24;
   }
   row_.resize(RowBytes(shape.width, bit_count_));
 }
 
-const uint8_t* ColourRows::Convert(const uint8_t* row) {
+const uint8_t* ColorRows::Convert(const uint8_t* row) {
   const int bits = stored_bit_count_;
   if (bits >= 24 && bits == bit_count_) return row;
   uint8_t* out = row_.data();
@@ -28,11 +28,11 @@ const uint8_t* ColourRows::Convert(const uint8_t* row) {
       out = std::copy_n(row + ptrdiff_t{x} * 4, 3, out);
       continue;
     }
-    const PaletteEntry& colour = colours_[LoadIndex(row, bits, x)];
-    *out++ = colour.blue;
+    const PaletteEntry& color = colors_[LoadIndex(row, bits, x)];
+    *out++ = color.blue;
     if (bit_count_ == 8) continue;
-    *out++ = colour.green;
-    *out++ = colour.red;
+    *out++ = color.green;
+    *out++ = color.red;
   }
   return row_.data();
 }

@@ -1,7 +1,5 @@
-#ifndef QEL_SIMD_STREAM_H_
-#define QEL_SIMD_STREAM_H_
-
-#include "simd/simd.h"
+#ifndef QEL_SIMD_LEVELS_STREAM_H_
+#define QEL_SIMD_LEVELS_STREAM_H_
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -29,4 +27,4 @@ QEL_SIMD_INLINE void FinishStream() {
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 
-#endif  // QEL_SIMD_STREAM_H_
+#endif  // QEL_SIMD_LEVELS_STREAM_H_
