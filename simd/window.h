@@ -1,6 +1,7 @@
 #ifndef QEL_SIMD_WINDOW_H_
 #define QEL_SIMD_WINDOW_H_
 
+#include "simd/prefetch.h"
 #include "simd/simd.h"
 
 // Rows that are written vector by vector, and windows of a few columns along them. Windows have
@@ -48,7 +49,10 @@ template <typename Bytes>
 inline void StoreVectors(uint8_t* dest, size_t count, const Bytes& bytes) {
   if (count < kVectorBytes) return StoreN(bytes(0), dest, count);
   size_t k = 0;
-  for (; k + kVectorBytes <= count; k += kVectorBytes) StoreU(bytes(k), dest + k);
+  for (; k + kVectorBytes <= count; k += kVectorBytes) {
+    PrefetchAhead<kVectorBytes>(dest + k);
+    StoreU(bytes(k), dest + k);
+  }
   if (k < count) StoreU(bytes(count - kVectorBytes), dest + count - kVectorBytes);
 }
 
@@ -68,6 +72,8 @@ inline void StoreWindowsOf(uint8_t* dest, size_t count, const Column& column, co
   // The columns of the next vector must lie within reach.
   for (; k + 2 * kVectorBytes <= count + kReach; k += kVectorBytes) {
     const auto next = column(k + kVectorBytes);
+    // Larger windows take longer than the memory.
+    if constexpr (sizeof...(kTaps) <= 3) PrefetchAhead<kVectorBytes>(dest + k);
     StoreU(finish(k, ShiftedWindow<kTaps * kStep>(here, next)...), dest + k);
     here = next;
   }
