@@ -32,8 +32,9 @@ class LineLookup {
   int shift_;
 };
 
-/// Where the level looks bytes up in a few instructions, no line is worth being looked for.
-constexpr bool kPrefersLines = !kHasByteLookup;
+/// Where the level looks bytes up in a few instructions, no line is worth being looked for, nor where
+/// it adds 16 bits one by one.
+constexpr bool kPrefersLines = kHasSaturatedWords && !kHasByteLookup;
 
 /// Calls `walk(lookup)` with what is quicker for this map.
 template <typename Walk>

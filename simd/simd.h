@@ -36,6 +36,7 @@
 // - kHasTableLookupBytes: TableLookupBytesOr0, SatWidenMulPairwiseAdd, shifts of bytes in blocks;
 // - kHasByteLookup: TableLookupLanes and TwoTablesLookupLanes of bytes;
 // - kHasDotProducts: SumOfMulQuadAccumulate;
+// - kHasSaturatedWords: SaturatedAdd and SaturatedSub of 16 bits;
 // - kHasFusedMulAdd: MulAdd rounds once.
 //
 // Built on these: simd/convert.h (conversions of several steps), simd/interleaved.h (channels apart
@@ -85,6 +86,11 @@ constexpr bool kHasByteLookup = false;
 constexpr bool kHasDotProducts = false;
 #endif
 constexpr bool kHasTableLookupBytes = kVectorBytes > 16;
+#ifdef __SSE2__
+constexpr bool kHasSaturatedWords = true;
+#else
+constexpr bool kHasSaturatedWords = false;
+#endif
 constexpr bool kHasFusedMulAdd = kVectorBytes == 64;
 }  // namespace
 }  // namespace qel::QEL_LEVEL
