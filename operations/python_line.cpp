@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 
 namespace qel::operations {
 namespace {
@@ -44,6 +45,16 @@ bool IsPlainNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789.-eE") == text.npos;
 }
 
+/// Words of the language, which are no names of variables.
+bool IsKeyword(std::string_view name) {
+  static constexpr std::string_view kKeywords[] = {
+      "False", "None",     "True",  "and",    "as",   "assert", "async",  "await",    "break",
+      "class", "continue", "def",   "del",    "elif", "else",   "except", "finally",  "for",
+      "from",  "global",   "if",    "import", "in",   "is",     "lambda", "nonlocal", "not",
+      "or",    "pass",     "raise", "return", "try",  "while",  "with",   "yield"};
+  return std::ranges::find(kKeywords, name) != std::end(kKeywords);
+}
+
 /// A variable named like the file of a picture: "other" of "holiday/other.png".
 std::string Variable(std::string_view path) {
   const size_t slash = path.rfind('/');
@@ -53,7 +64,7 @@ std::string Variable(std::string_view path) {
     if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
   }
   const bool is_free = !name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
-                       name != "image" && name != "qel";
+                       name != "image" && name != "qel" && !IsKeyword(name);
   return is_free ? name : "other";
 }
 
