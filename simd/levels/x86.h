@@ -31,6 +31,10 @@ QEL_X86_BINARY(U16, SaturatedAdd, U16, adds_epu16)
 QEL_X86_BINARY(U16, SaturatedSub, U16, subs_epu16)
 QEL_X86_BINARY(I16, SaturatedAdd, I16, adds_epi16)
 QEL_X86_BINARY(I16, SaturatedSub, I16, subs_epi16)
+// Whether the compiler finds these by itself depends on what stands around them.
+QEL_X86_BINARY(U8, AverageRound, U8, avg_epu8)
+QEL_X86_BINARY(U16, MulHigh, U16, mulhi_epu16)
+QEL_X86_BINARY(I16, MulHigh, I16, mulhi_epi16)
 QEL_X86_BINARY(I32, WidenMulPairwiseAdd, I16, madd_epi16)
 #undef QEL_X86_BINARY
 

@@ -48,6 +48,7 @@ QEL_EMULATE To ByHalves(Half half, From... v) {
     if constexpr (sizeof...(From) == 3) {
       return half(from[0].part[k], from[1].part[k], from[2].part[k]);
     }
+    if constexpr (sizeof...(From) == 2) return half(from[0].part[k], from[1].part[k]);
     if constexpr (sizeof...(From) == 1) return half(from[0].part[k]);
   };
   const struct { decltype(join(0)) part[2]; } both = {{join(0), join(1)}};
@@ -118,6 +119,10 @@ QEL_EMULATE __m256i DoubleToDwords(D512 v) {
 QEL_EMULATE I512 SingleToDwords(F512 v) {
   return ByHalves<I512, __m256>([](__m256 half) { return _mm256_cvttps_epi32(half); }, v);
 }
+QEL_EMULATE I512 MulHighWords(I512 a, I512 b) {
+  return ByHalves<I512, __m256i>([](__m256i x, __m256i y) { return _mm256_mulhi_epu16(x, y); }, a,
+                                 b);
+}
 /// Rounded once, where the library rounds the product as well.
 QEL_EMULATE D512 MulAdd(D512 a, D512 b, D512 c) {
   return ByHalves<D512, __m256d>(
@@ -142,6 +147,7 @@ QEL_EMULATE F512 MulAdd(F512 a, F512 b, F512 c) {
 #define _mm512_cvttpd_epi32(v) qel_emulated::DoubleToDwords(v)
 #define _mm512_cvttps_epi32(v) qel_emulated::SingleToDwords(v)
 #define _mm512_maskz_loadu_epi8(mask, from) qel_emulated::LoadChosen(mask, from)
+#define _mm512_mulhi_epu16(a, b) qel_emulated::MulHighWords(a, b)
 #define _mm512_mask_storeu_epi8(to, mask, v) qel_emulated::StoreChosen(to, mask, v)
 
 // What it has with the wrong number of arguments, without end, reaching too far, rounded twice.
