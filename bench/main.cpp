@@ -67,6 +67,9 @@ int Main(int argc, char** argv) {
     setting.modules.push_back(choice.name);
   }
   if (modules.empty()) throw std::runtime_error("no module is left to measure");
+  for (const std::string& name : setting.modules) {  // before minutes of measuring
+    if (!options.markdown.empty()) FindMarkdownPart(options.markdown, name);
+  }
   const std::vector<Row> rows = AllRows();
   Runner runner(modules, setting, options, rows);
   std::cout << setting.machine << "\n\n" << std::flush;

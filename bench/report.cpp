@@ -229,20 +229,24 @@ std::string MarkdownTables(const Setting& setting, const std::vector<Result>& re
   return text;
 }
 
-void WriteMarkdown(const std::string& path, const std::string& name, const std::string& text) {
+MarkdownPart FindMarkdownPart(const std::string& path, const std::string& name) {
   const std::string begin = "<!-- bench:begin " + name + " -->\n";
   const std::string end = "<!-- bench:end " + name + " -->";
   std::stringstream old;
   old << std::ifstream(path).rdbuf();
-  std::string content = old.str();
+  const std::string content = old.str();
   const size_t from = content.find(begin);
   const size_t to = content.find(end);
   if (from == std::string::npos || to == std::string::npos || to < from) {
     throw std::runtime_error(path + " has no lines " + begin + end + " to write between");
   }
-  content.replace(from + begin.size(), to - from - begin.size(), text);
+  return {content.substr(0, from + begin.size()), content.substr(to)};
+}
+
+void WriteMarkdown(const std::string& path, const std::string& name, const std::string& text) {
+  const MarkdownPart part = FindMarkdownPart(path, name);
   std::ofstream file(path);
-  file << content;
+  file << part.before << text << part.after;
   if (!file.flush()) throw std::runtime_error(path + " cannot be written");
 }
 

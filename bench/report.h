@@ -70,9 +70,14 @@ std::string MarkdownTables(const Setting& setting, const std::vector<Result>& re
 /// with a mark for each depth, on a logarithmic scale.
 std::string PlotOf(const Setting& setting, const std::vector<Result>& results, size_t module);
 
-/// Replaces what stands between the lines "<!-- bench:begin NAME -->" and "<!-- bench:end NAME -->"
-/// of a file.
-/// Throws std::runtime_error if the file cannot be read or written or lacks these lines.
+/// What stands around the part of a file between the lines "<!-- bench:begin NAME -->" and
+/// "<!-- bench:end NAME -->".
+struct MarkdownPart {
+  std::string before, after;
+};
+/// Throws std::runtime_error if the file cannot be read or lacks these lines.
+MarkdownPart FindMarkdownPart(const std::string& path, const std::string& name);
+/// Replaces that part. Throws as FindMarkdownPart does, and if the file cannot be written.
 void WriteMarkdown(const std::string& path, const std::string& name, const std::string& text);
 
 }  // namespace qel::bench
