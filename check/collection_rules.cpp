@@ -3,7 +3,7 @@
 #include "check/host_desk.h"
 #include "host/host_collection.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 constexpr wchar_t kNothing[] = L"NoSuchComponent";
@@ -181,4 +181,4 @@ Rules StringRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

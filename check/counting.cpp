@@ -8,7 +8,7 @@
 #include "check/rule.h"
 #include "check/single_step.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 constexpr int kThreads = 6;
@@ -67,4 +67,4 @@ void RequireCountsFromThreads(std::span<IUnknown* const> pointers) {
   for (int i = 0; i < kReserve; ++i) object->Release();
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -5,7 +5,7 @@
 
 #include "qel/unknown.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 /// Reference count of an object, read by taking one and giving it back.
 inline uint32_t CountOf(IUnknown* object) {
@@ -17,6 +17,6 @@ inline uint32_t CountOf(IUnknown* object) {
 /// time. Throws `Broken` when the count is another one afterwards.
 void RequireCountsFromThreads(std::span<IUnknown* const> pointers);
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_COUNTING_H_

@@ -3,12 +3,13 @@
 #include <elf.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 constexpr uint64_t kLongestName = 4096;
@@ -20,6 +21,7 @@ class ElfFile {
  public:
   explicit ElfFile(const std::filesystem::path& path) : path_(path.string()) {
     std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error(path_ + ": " + std::strerror(errno));
     content_.assign(std::istreambuf_iterator<char>(file), {});
     header_ = Read<Elf64_Ehdr>(0);
     if (std::memcmp(header_.e_ident, ELFMAG, SELFMAG) != 0 ||
@@ -136,4 +138,4 @@ ElfNames ReadElf(const std::filesystem::path& path) {
   return names;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace qel::cli {
+namespace qel::check {
 
 /// What a shared library says of itself to the loader.
 struct ElfNames {
@@ -17,6 +17,6 @@ struct ElfNames {
 /// Throws `std::runtime_error` when it has none, or when a place in the file leads out of it.
 ElfNames ReadElf(const std::filesystem::path& path);
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_ELF_SYMBOLS_H_

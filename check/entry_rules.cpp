@@ -4,7 +4,7 @@
 #include "check/interface_table.h"
 #include "check/trial.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 /// Asks for `name` and returns whether it was found; the output must be written then only.
@@ -114,4 +114,4 @@ Rules EntryRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -2,7 +2,7 @@
 
 #include "check/trial.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 using Fault = WatchedHost::Fault;
@@ -74,4 +74,4 @@ Rules FaultRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -14,7 +14,7 @@
 #include <mutex>
 #include <string_view>
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 const auto kPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -280,4 +280,4 @@ std::optional<Fence::Block> Fence::BlockOf(const uint8_t* address) {
   return std::nullopt;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

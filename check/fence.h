@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace qel::cli {
+namespace qel::check {
 
 /// While one lives, memory that loaded libraries allocate lies against pages that cannot be
 /// touched, and memory that they give back cannot be touched any more: who reaches past it, or uses
@@ -33,6 +33,6 @@ class Fence {
   static std::optional<Block> BlockOf(const uint8_t* address);
 };
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_FENCE_H_

@@ -2,7 +2,7 @@
 
 #include "host/host_collection.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 constexpr wchar_t kStringsModule[] = L"Collections";
@@ -71,4 +71,4 @@ std::string ReportedImage::Pixels() const {
   return pixels;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

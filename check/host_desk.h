@@ -5,7 +5,7 @@
 #include "check/rule.h"
 #include "qel/qel.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 /// A host's library from the module's side: everything is obtained as the module obtains it.
 class HostDesk {
@@ -45,6 +45,6 @@ struct ReportedImage {
   std::string Pixels() const;
 };
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_HOST_DESK_H_

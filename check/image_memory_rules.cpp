@@ -9,7 +9,7 @@
 #include "check/image_trial.h"
 #include "host/pixel_slack.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 /// The rows of an image as one piece of memory.
@@ -221,4 +221,4 @@ Rules ImageMemoryRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -2,7 +2,7 @@
 
 #include "check/image_trial.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 void IsOneObject(Subject& subject) {
@@ -147,4 +147,4 @@ Rules ImageRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -1,6 +1,6 @@
 #include "check/image_trial.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 std::string Describe(int width, int height, int depth) {
   return std::to_string(width) + " x " + std::to_string(height) + " at " + std::to_string(depth) +
@@ -32,4 +32,4 @@ std::string Pattern(const ReportedImage& image, int salt) {
   return pattern;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

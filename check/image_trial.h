@@ -11,7 +11,7 @@
 
 // What the rules about a host's images have in common.
 
-namespace qel::cli {
+namespace qel::check {
 
 inline constexpr int kDepths[] = {1, 4, 8, 16, 24, 32};
 inline constexpr std::pair<int, int> kSizes[] = {{33, 21}, {1, 1}, {64, 5}, {7, 40}};
@@ -61,6 +61,6 @@ void ForEachShape(const HostDesk& desk, Body&& body) {
   ForEachShape(desk, std::nullopt, 0, body);
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_IMAGE_TRIAL_H_

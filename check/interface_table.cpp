@@ -6,7 +6,7 @@
 
 #include "host/host_collection.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 /// A row for `name` that goes on where its base interface ends.
@@ -107,4 +107,4 @@ std::string FormatIid(const IID& iid) {
   return text;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

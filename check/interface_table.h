@@ -7,7 +7,7 @@
 
 #include "qel/qel.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 /// An interface of the framework: its identifier and its functions in the order of their slots,
 /// those of `IUnknown` included.
@@ -40,6 +40,6 @@ std::string PlainName(std::wstring_view name);
 /// Four groups of hexadecimal digits, in memory order.
 std::string FormatIid(const IID& iid);
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_INTERFACE_TABLE_H_

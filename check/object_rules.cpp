@@ -2,7 +2,7 @@
 #include "check/interface_table.h"
 #include "check/trial.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 /// A fresh object of a component with all of its interfaces, each holding a reference.
@@ -141,4 +141,4 @@ Rules ObjectRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

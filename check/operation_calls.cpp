@@ -3,7 +3,7 @@
 #include "operations/method.h"
 #include "operations/point_maps.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 using operations::MethodArguments;
@@ -125,4 +125,4 @@ const std::vector<OperationCall>& AllOperationCalls() {
   return all;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

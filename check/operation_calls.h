@@ -8,7 +8,7 @@
 
 #include "operations/components.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 using operations::Components;
 
@@ -25,6 +25,6 @@ struct OperationCall {
 /// Every operation of the five interfaces; those with an optional result both ways.
 const std::vector<OperationCall>& AllOperationCalls();
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_OPERATION_CALLS_H_

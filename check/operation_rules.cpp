@@ -4,7 +4,7 @@
 
 #include "check/trial.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 using Fence = WatchedLayout::Fence;
@@ -222,4 +222,4 @@ Rules ResultRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

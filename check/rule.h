@@ -9,7 +9,7 @@
 
 #include "host/module_library.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 /// A rule is broken; the message says by what.
 class Broken : public std::runtime_error {
@@ -83,6 +83,6 @@ Rules StringRules();
 Rules ImageRules();
 Rules ImageMemoryRules();
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_RULE_H_

@@ -15,11 +15,11 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <stdexcept>
 
-#include "check/failure.h"
 #include "operations/nearest_name.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 /// What the process of a rule leaves for the tool; in memory that both share.
@@ -127,8 +127,8 @@ Rules Select(const Rules& rules, const std::string& filter) {
     names.push_back(rule.suite);
   }
   if (!selected.empty()) return selected;
-  throw Failure(kUsage, "there is no suite " + filter +
-                            operations::DidYouMean(filter, names, "; --list shows them"));
+  throw std::invalid_argument("there is no suite " + filter +
+                              operations::DidYouMean(filter, names, "; --list shows them"));
 }
 
 }  // namespace
@@ -163,8 +163,9 @@ Ending RunApart(const std::function<void()>& body, int seconds, bool keep_output
   close(ends[1]);
   const bool in_time = child > 0 && WaitForEnd(ends[0], kWaitingFactor * seconds);
   close(ends[0]);
-  if (child < 0)
-    throw std::runtime_error("no process for the check: " + std::string(strerror(errno)));
+  if (child < 0) {
+    throw std::runtime_error("no process for the check: " + std::string(std::strerror(errno)));
+  }
   if (!in_time) kill(child, SIGKILL);
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -172,12 +173,12 @@ Ending RunApart(const std::function<void()>& body, int seconds, bool keep_output
   return DescribeEnd(*report, status, in_time, seconds);
 }
 
-int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions& options,
-                 std::ostream& output) {
+bool CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions& options,
+                  std::ostream& output) {
   const Rules selected = Select(rules, options.filter);
   const std::filesystem::path library = std::filesystem::absolute(path);
   const std::string not_loaded = RunApart([&] { Subject subject(library); }, options.seconds).fault;
-  if (!not_loaded.empty()) throw Failure(kModuleFault, not_loaded);
+  if (!not_loaded.empty()) throw std::runtime_error(not_loaded);
   size_t broken = 0;
   std::optional<std::string> cause;  // of processes that broke off, once it was looked for
   std::string explained;             // rules that broke off for that cause
@@ -216,7 +217,7 @@ int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions
     output << selected.size() << " rules, "
            << (broken == 0 ? "all kept" : std::to_string(broken) + " broken") << "\n";
   }
-  return broken == 0 ? kDone : kSomeFailed;
+  return broken == 0;
 }
 
 void ListRules(const Rules& rules, std::ostream& output) {
@@ -228,4 +229,4 @@ void ListRules(const Rules& rules, std::ostream& output) {
   }
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -7,7 +7,7 @@
 
 #include "check/rule.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 /// How a process of its own went.
 struct Ending {
@@ -32,15 +32,15 @@ struct CheckOptions {
       report = {};
 };
 
-/// Tries every rule on the library at `path` and prints the outcome. Returns kDone when all are
-/// kept, else kSomeFailed. Throws `Failure`: kUsage for a filter that selects nothing, kModuleFault
-/// when the library cannot be loaded.
-int CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions& options,
-                 std::ostream& output);
+/// Tries every rule that the filter names on the library at `path` and prints the outcome. Returns
+/// whether all are kept. Throws `std::invalid_argument` for a filter that names none, and
+/// `std::runtime_error` when the library cannot be loaded or no process can be started.
+bool CheckLibrary(const Rules& rules, const std::string& path, const CheckOptions& options,
+                  std::ostream& output);
 
 /// Prints the rules by suite.
 void ListRules(const Rules& rules, std::ostream& output);
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_RUNNER_H_

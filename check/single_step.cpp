@@ -12,7 +12,7 @@
 #include <ctime>
 #include <thread>
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 constexpr greg_t kTrapFlag = 0x100;
@@ -112,11 +112,11 @@ int CallWithTurns(void (*call)(IUnknown*), IUnknown* object, const std::function
   return turns;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #else
 
-namespace qel::cli {
+namespace qel::check {
 
 int CallWithTurns(void (*call)(IUnknown*), IUnknown* object,
                   const std::function<void()>& /*turn*/) {
@@ -124,6 +124,6 @@ int CallWithTurns(void (*call)(IUnknown*), IUnknown* object,
   return 0;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif

@@ -5,7 +5,7 @@
 
 #include "qel/unknown.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 /// Makes `call(object)`, and lets another thread make `turn` between any two of its first
 /// instructions: all the ways in which the two can meet, whatever the machine is doing. A `turn`
@@ -15,6 +15,6 @@ namespace qel::cli {
 int CallWithTurns(void (*call)(IUnknown* object), IUnknown* object,
                   const std::function<void()>& turn);
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_SINGLE_STEP_H_

@@ -6,7 +6,7 @@
 #include "check/interface_table.h"
 #include "check/trial.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 constexpr int kSide = 5;
@@ -393,4 +393,4 @@ Rules SlotRules() {
   };
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-namespace qel::cli {
+namespace qel::check {
 
 Workbench::Workbench(Subject& subject) {
   const host::ModuleLibrary& library = subject.library();
@@ -43,4 +43,4 @@ void WarmUp(Workbench& bench) {
   bench.host().ForgetImages();
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

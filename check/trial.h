@@ -5,7 +5,7 @@
 #include "check/rule.h"
 #include "check/watched_host.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 /// A module at work for a watched host, with one object of each component.
 class Workbench {
@@ -61,6 +61,6 @@ void ForEachOperation(std::span<const int> depths, Body&& body) {
 /// Brings the module to where it has looked up all that it keeps, so that later counts compare.
 void WarmUp(Workbench& bench);
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_TRIAL_H_

@@ -7,7 +7,7 @@
 
 #include "check/counting.h"
 
-namespace qel::cli {
+namespace qel::check {
 namespace {
 
 constexpr size_t kPageBytes = 4096;
@@ -207,4 +207,4 @@ bool WatchedImage::PaddingIntact() const {
   return true;
 }
 
-}  // namespace qel::cli
+}  // namespace qel::check

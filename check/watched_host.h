@@ -7,7 +7,7 @@
 
 #include "host/instrumented_host.h"
 
-namespace qel::cli {
+namespace qel::check {
 
 class WatchedImage;
 
@@ -109,6 +109,6 @@ class WatchedImage final : public IQELImageDIB {
 /// The model code that goes with a bit count.
 uint32_t UsualModel(int bit_count);
 
-}  // namespace qel::cli
+}  // namespace qel::check
 
 #endif  // QEL_CHECK_WATCHED_HOST_H_

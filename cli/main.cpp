@@ -31,15 +31,14 @@ int Dispatch(const Words& words) {
     return AskForHelp(rest) ? HelpCommand({name}) : command->run(rest);
   }
   if (FindOperation(name) != nullptr) {
-    throw Failure(kUsage, name + " is an operation; write qel run INPUT -o OUTPUT " + name +
-                              ", see qel help " + name);
+    throw Failure(kUsage,
+                  "{0} is an operation; write qel run INPUT -o OUTPUT {0}, see qel help {0}", name);
   }
   if (const std::string_view step = operations::StepFor(name); !step.empty()) {
-    throw Failure(kUsage, "there is no command " + name + "; write qel run INPUT -o OUTPUT " +
-                              std::string(step));
+    throw Failure(kUsage, "there is no command {}; write qel run INPUT -o OUTPUT {}", name, step);
   }
-  throw Failure(kUsage, "there is no command " + name +
-                            DidYouMean(name, NamesOf(CommandTable()), "; see qel help"));
+  throw Failure(kUsage, "there is no command {}{}", name,
+                DidYouMean(name, NamesOf(CommandTable()), "; see qel help"));
 }
 
 int Main(const Words& words) {

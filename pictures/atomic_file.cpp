@@ -1,6 +1,7 @@
 #include "pictures/atomic_file.h"
 
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -167,7 +168,7 @@ void AtomicFile::Commit() {
 
 void AtomicFile::Fail(const std::string& step) const {
   throw PictureError(PictureError::Kind::kNotWritable, path_,
-                     step + " failed: " + std::strerror(errno));
+                     fmt::format("{} failed: {}", step, std::strerror(errno)));
 }
 
 void AtomicFile::Open() {
@@ -182,11 +183,11 @@ void AtomicFile::OpenTemporary() {
   constexpr int kAttempts = 1000;
   std::string name;
   for (int i = 0; i < kAttempts && descriptor_ < 0; ++i) {
-    name = folder_ + "/" + TemporaryName();
+    name = fmt::format("{}/{}", folder_, TemporaryName());
     descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (descriptor_ < 0 && errno != EEXIST) break;
   }
-  if (descriptor_ < 0) Fail("making a temporary file in the folder " + folder_);
+  if (descriptor_ < 0) Fail(fmt::format("making a temporary file in the folder {}", folder_));
   temporary_ = name;
 }
 
@@ -211,7 +212,7 @@ void AtomicFile::TakeOverRights() const {
 }
 
 bool AtomicFile::LinkTo(const std::string& name) const {
-  const std::string self = "/proc/self/fd/" + std::to_string(descriptor_);
+  const std::string self = fmt::format("/proc/self/fd/{}", descriptor_);
   return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
@@ -219,7 +220,7 @@ bool AtomicFile::LinkTo(const std::string& name) const {
 void AtomicFile::GiveName() {
   if (access(target_.c_str(), F_OK) != 0 && LinkTo(target_)) return;
   do {
-    temporary_ = folder_ + "/" + TemporaryName();
+    temporary_ = fmt::format("{}/{}", folder_, TemporaryName());
     if (LinkTo(temporary_)) return;
   } while (errno == EEXIST);
   temporary_.clear();

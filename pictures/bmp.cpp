@@ -65,7 +65,7 @@ BmpHeader ReadHeader(const Input& input, Metadata& metadata) {
   constexpr uint32_t kKnown[] = {kCoreHeader, kShortOs2Header, kInfoHeader, 52,
                                  56,          kOs2Header,      kV4Header,   kV5Header};
   if (std::ranges::find(kKnown, header.bytes) == std::end(kKnown)) {
-    input.Unsupported("a BMP header of " + std::to_string(header.bytes) + " bytes is not known");
+    input.Unsupported("a BMP header of {} bytes is not known", header.bytes);
   }
   if (!reader.Holds(kFileHeaderBytes, header.bytes)) input.Truncated();
   header.palette_at = kFileHeaderBytes + header.bytes;
@@ -110,8 +110,8 @@ void CheckVariety(const Input& input, const BmpHeader& header) {
       break;
   }
   if (!known) {
-    input.Unsupported("a BMP of " + std::to_string(header.depth) + " bits with compression " +
-                      std::to_string(header.compression) + " is not read; save it uncompressed");
+    input.Unsupported("a BMP of {} bits with compression {} is not read; save it uncompressed",
+                      header.depth, header.compression);
   }
 }
 

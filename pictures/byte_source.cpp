@@ -1,6 +1,7 @@
 #include "pictures/byte_source.h"
 
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -88,7 +89,7 @@ void ByteSource::CheckHeld(size_t bytes) const {
   if (limits_.AllowMemory(bytes)) return;
   throw PictureError(
       PictureError::Kind::kTooLarge, path_,
-      "the file has more bytes than the limit of " + std::to_string(limits_.max_memory));
+      fmt::format("the file has more bytes than the limit of {}", limits_.max_memory));
 }
 
 size_t ByteSource::ReadAt(size_t at, uint8_t* out, size_t count) {

@@ -23,9 +23,8 @@ std::string_view ProfileSpace(Bytes profile) {
 void Input::Plan(uint64_t count) const {
   if (__builtin_add_overflow(planned_bytes, count, &planned_bytes)) planned_bytes = UINT64_MAX;
   if (options.limits.AllowMemory(planned_bytes)) return;
-  Fail(PictureError::Kind::kTooLarge, "decoding needs " + std::to_string(planned_bytes) +
-                                          " bytes, more than the limit of " +
-                                          std::to_string(options.limits.max_memory));
+  Fail(PictureError::Kind::kTooLarge, "decoding needs {} bytes, more than the limit of {}",
+       planned_bytes, options.limits.max_memory);
 }
 
 void Input::CheckHolds(uint64_t promised, uint64_t best_ratio, uint64_t held) const {
@@ -36,25 +35,24 @@ void Input::CheckHolds(uint64_t promised, uint64_t best_ratio, uint64_t held) co
 
 void OutputShape::CheckSides(const char* format, int longest) const {
   if (width <= longest && height <= longest) return;
-  DoesNotFit(std::string(format) + " holds at most " + std::to_string(longest) +
-             " pixels a side; choose PNG or TIFF");
+  DoesNotFit("{} holds at most {} pixels a side; choose PNG or TIFF", format, longest);
 }
 
 Bytes Output::Profile(bool gray) const {
   const Bytes profile(metadata.icc_profile);
   if (profile.empty() || ProfileSpace(profile) == (gray ? "GRAY" : "RGB ")) return profile;
-  notes.emplace_back("the colour profile is not one for such pixels; it was left out");
+  Note("the colour profile is not one for such pixels; it was left out");
   return {};
 }
 
 void Output::NoteLostProfile(const char* format) const {
   if (metadata.icc_profile.empty()) return;
-  notes.push_back(std::string(format) + " holds no colour profile; it was left out");
+  Note("{} holds no colour profile; it was left out", format);
 }
 
 void Output::NoteLostResolution(const char* format) const {
   if (!HasResolution()) return;
-  notes.push_back(std::string(format) + " holds no resolution; it was left out");
+  Note("{} holds no resolution; it was left out", format);
 }
 
 void Output::NoteLostTexts(const char* format) const {
@@ -65,7 +63,7 @@ void Output::NoteLostTexts(const char* format) const {
   add(!metadata.exif.empty(), "EXIF");
   add(!metadata.xmp.empty(), "XMP");
   add(!metadata.iptc.empty(), "IPTC");
-  if (!lost.empty()) notes.push_back(std::string(format) + " holds no " + lost + "; left out");
+  if (!lost.empty()) Note("{} holds no {}; left out", format, lost);
 }
 
 void TakeExif(const Input& input, const Exif& exif, Metadata& metadata) {

@@ -1,8 +1,11 @@
 #ifndef QEL_PICTURES_CODEC_H_
 #define QEL_PICTURES_CODEC_H_
 
+#include <fmt/core.h>
+
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pictures/byte_reader.h"
@@ -33,17 +36,23 @@ struct Input {
     CheckHolds(promised, best_ratio, source.size());
   }
 
-  [[noreturn]] void Fail(PictureError::Kind kind, const std::string& what) const {
-    throw PictureError(kind, name, what);
+  // What was wrong and what would be right: `arguments` take the places of the {} in `what`.
+  template <typename... Arguments>
+  [[noreturn]] void Fail(PictureError::Kind kind, fmt::format_string<Arguments...> what,
+                         Arguments&&... arguments) const {
+    throw PictureError(kind, name, fmt::format(what, std::forward<Arguments>(arguments)...));
   }
-  [[noreturn]] void Broken(const std::string& what) const {
-    Fail(PictureError::Kind::kBroken, what);
+  template <typename... Arguments>
+  [[noreturn]] void Broken(fmt::format_string<Arguments...> what, Arguments&&... arguments) const {
+    Fail(PictureError::Kind::kBroken, what, std::forward<Arguments>(arguments)...);
   }
   [[noreturn]] void Truncated() const {
     throw TruncatedPicture(name, "truncated: the file ends before its pixels do");
   }
-  [[noreturn]] void Unsupported(const std::string& what) const {
-    Fail(PictureError::Kind::kUnsupported, what);
+  template <typename... Arguments>
+  [[noreturn]] void Unsupported(fmt::format_string<Arguments...> what,
+                                Arguments&&... arguments) const {
+    Fail(PictureError::Kind::kUnsupported, what, std::forward<Arguments>(arguments)...);
   }
 };
 
@@ -74,8 +83,11 @@ struct OutputShape {
   int height;
   int bit_count;
 
-  [[noreturn]] void DoesNotFit(const std::string& what) const {
-    throw PictureError(PictureError::Kind::kDoesNotFit, path, what);
+  template <typename... Arguments>
+  [[noreturn]] void DoesNotFit(fmt::format_string<Arguments...> what,
+                               Arguments&&... arguments) const {
+    throw PictureError(PictureError::Kind::kDoesNotFit, path,
+                       fmt::format(what, std::forward<Arguments>(arguments)...));
   }
   /// Throws when a side is longer than the format can say.
   void CheckSides(const char* format, int longest) const;
@@ -96,6 +108,11 @@ struct Output {
   }
   [[noreturn]] void EncoderFailed(const std::string& what) const {
     throw PictureError(PictureError::Kind::kNotWritable, path, "encoding failed: " + what);
+  }
+  /// Adds what a user should know of the file.
+  template <typename... Arguments>
+  void Note(fmt::format_string<Arguments...> what, Arguments&&... arguments) const {
+    notes.push_back(fmt::format(what, std::forward<Arguments>(arguments)...));
   }
   /// The colour profile if it is one for such pixels, else nothing and a note.
   Bytes Profile(bool gray) const;

@@ -1,5 +1,6 @@
 #include "pictures/codec_versions.h"
 
+#include <fmt/core.h>
 #include <gif_lib.h>
 #include <jconfig.h>
 #include <png.h>
@@ -11,8 +12,7 @@ namespace {
 
 /// Three numbers from the highest bytes on.
 std::string Dotted(int version) {
-  return std::to_string(version >> 16) + "." + std::to_string(version >> 8 & 255) + "." +
-         std::to_string(version & 255);
+  return fmt::format("{}.{}.{}", version >> 16, version >> 8 & 255, version & 255);
 }
 
 #define QEL_TEXT_OF(macro) QEL_TEXT(macro)
@@ -25,7 +25,7 @@ std::vector<CodecVersion> CodecVersions() {
   return {{"PNG", std::string("libpng ") + png_get_libpng_ver(nullptr)},
           {"JPEG", "libjpeg-turbo " QEL_TEXT_OF(LIBJPEG_TURBO_VERSION)},
           {"TIFF", tiff.substr(0, tiff.find('\n'))},
-          {"WebP", "libwebp " + Dotted(WebPGetEncoderVersion())},
+          {"WebP", fmt::format("libwebp {}", Dotted(WebPGetEncoderVersion()))},
           {"GIF", "giflib " QEL_TEXT_OF(GIFLIB_MAJOR) "." QEL_TEXT_OF(GIFLIB_MINOR)},
           {"BMP", "built in"},
           {"PNM", "built in"}};

@@ -1,5 +1,6 @@
 #include "pictures/color_profile.h"
 
+#include <fmt/core.h>
 #include <lcms2.h>
 
 #include <algorithm>
@@ -79,8 +80,9 @@ ColorConversion::ColorConversion(const ReadOptions& options, PictureInfo& info) 
   const Transform probe = MakeTransform(profile, gray, 3);
   if (probe == nullptr || ChangesNothing(probe, gray)) return;
   if (!options.to_srgb) {
-    info.notes.push_back("its colours are those of the profile " + ProfileName(icc) +
-                         ", not sRGB; steps take them as they are");
+    info.notes.push_back(fmt::format(
+        "its colours are those of the profile {}, not sRGB; steps take them as they are",
+        ProfileName(icc)));
     return;
   }
   if (!info.palette.empty()) {

@@ -1,5 +1,7 @@
 #include "pictures/format_table.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 
 namespace qel::pictures {
@@ -43,7 +45,7 @@ const FormatRow& RowOf(Bytes beginning, const std::string& name) {
   std::string known;
   for (const FormatRow& each : kFormats) known.append(" ").append(each.name);
   throw PictureError(PictureError::Kind::kUnknownFormat, name,
-                     "the content is of no known picture format; known are" + known);
+                     fmt::format("the content is of no known picture format; known are{}", known));
 }
 
 const FormatRow& RowForWriting(const std::string& path, const WriteOptions& options) {
@@ -60,7 +62,7 @@ Format FormatOfPath(const std::string& path) {
       if (candidate.empty()) continue;
       if (candidate == extension && row.start == nullptr) {
         throw PictureError(PictureError::Kind::kUnknownFormat, path,
-                           std::string(row.name) + " is read, not written; choose .png or .webp");
+                           fmt::format("{} is read, not written; choose .png or .webp", row.name));
       }
       if (candidate == extension) return row.format;
       if (row.start == nullptr) continue;
@@ -68,7 +70,7 @@ Format FormatOfPath(const std::string& path) {
     }
   }
   throw PictureError(PictureError::Kind::kUnknownFormat, path,
-                     "the extension names no picture format; known are" + known);
+                     fmt::format("the extension names no picture format; known are{}", known));
 }
 
 }  // namespace qel::pictures

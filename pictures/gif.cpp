@@ -32,7 +32,7 @@ class GifFile {
     if (failure_) std::rethrow_exception(failure_);
     if (error == D_GIF_ERR_READ_FAILED || error == D_GIF_ERR_EOF_TOO_SOON) input_.Truncated();
     const char* const reason = GifErrorString(error);
-    input_.Broken(std::string("damaged GIF: ") + (reason != nullptr ? reason : "unknown reason"));
+    input_.Broken("damaged GIF: {}", reason != nullptr ? reason : "unknown reason");
   }
   void Check(int result) const {
     if (result != GIF_OK) Fail(gif->Error);

@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -50,9 +52,9 @@ class JpegReadSession {
       case JERR_BAD_PRECISION:
       case JERR_CONVERSION_NOTIMPL:
       case JERR_SOF_UNSUPPORTED:
-        input_.Unsupported(std::string("this kind of JPEG is not read: ") + errors_.message);
+        input_.Unsupported("this kind of JPEG is not read: {}", errors_.message);
       default:
-        input_.Broken(std::string("damaged JPEG: ") + errors_.message);
+        input_.Broken("damaged JPEG: {}", errors_.message);
     }
   }
 
@@ -249,8 +251,8 @@ class JpegDecoder final : public RowDecoder {
     const bool gray = jpeg.jpeg_color_space == JCS_GRAYSCALE;
     const bool inks = jpeg.jpeg_color_space == JCS_CMYK || jpeg.jpeg_color_space == JCS_YCCK;
     if (jpeg.jpeg_color_space == JCS_UNKNOWN) {
-      input.Unsupported("a JPEG of " + std::to_string(jpeg.num_components) +
-                        " channels of unknown colours is not read");
+      input.Unsupported("a JPEG of {} channels of unknown colours is not read",
+                        jpeg.num_components);
     }
     jpeg.out_color_space = gray ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_EXT_BGR;
     const auto most_shrunk = static_cast<unsigned>(std::max(input.options.most_shrunk, 1));
@@ -294,8 +296,8 @@ class JpegDecoder final : public RowDecoder {
       input_.Broken("damaged JPEG: it has no data for one of its channels");
     }
     if (session_.warning()[0] != '\0') {
-      info.notes.push_back(std::string("the file has faults that cost no pixels: ") +
-                           session_.warning());
+      info.notes.push_back(
+          fmt::format("the file has faults that cost no pixels: {}", session_.warning()));
     }
   }
 

@@ -114,7 +114,7 @@ void WriteSegments(const Output& output, JpegWriteSession& session) {
   const auto write = [&](int marker, std::string_view prefix, Bytes content, const char* name) {
     if (content.empty()) return;
     if (prefix.size() + content.size() > kMostInSegment) {
-      output.notes.push_back(std::string("JPEG holds no ") + name + " of this size; left out");
+      output.Note("JPEG holds no {} of this size; left out", name);
       return;
     }
     std::vector<uint8_t> segment(prefix.begin(), prefix.end());

@@ -49,9 +49,8 @@ void CheckSize(const Input& input, int64_t width, int64_t height) {
   if (width < 1 || height < 1) input.Broken("the header states a picture without pixels");
   const Limits& limits = input.options.limits;
   if (limits.AllowSize(width, height)) return;
-  input.Fail(PictureError::Kind::kTooLarge, std::to_string(width) + " x " + std::to_string(height) +
-                                                " pixels are more than the limit of " +
-                                                std::to_string(limits.max_pixels));
+  input.Fail(PictureError::Kind::kTooLarge, "{} x {} pixels are more than the limit of {}", width,
+             height, limits.max_pixels);
 }
 
 bool KeepsRowOrder(int orientation) {

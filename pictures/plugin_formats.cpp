@@ -2,6 +2,7 @@
 // is loaded when the first such file is met.
 
 #include <dlfcn.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <map>
@@ -35,10 +36,11 @@ class Plugins {
   const QelFormatPlugin& Get(const Input& input, const std::string& name, const char* format) {
     const std::lock_guard lock(mutex_);
     const auto [found, is_new] = loaded_.try_emplace(name);
-    if (is_new) found->second = Load(folder_ + "/" + name + ".so");
+    if (is_new) found->second = Load(fmt::format("{}/{}.so", folder_, name));
     if (found->second.plugin != nullptr) return *found->second.plugin;
-    input.Unsupported(std::string("reading ") + format + " takes the package " + kPackage +
-                      ", which is not installed or does not fit (" + found->second.reason + ")");
+    input.Unsupported(
+        "reading {} takes the package {}, which is not installed or does not fit ({})", format,
+        kPackage, found->second.reason);
   }
 
  private:
@@ -56,7 +58,7 @@ class Plugins {
         reinterpret_cast<QelFormatPluginEntryFunction>(dlsym(library, "QelFormatPluginEntry"));
     const QelFormatPlugin* const plugin = entry == nullptr ? nullptr : entry();
     if (plugin == nullptr || plugin->version != kQelFormatPluginVersion) {
-      return {nullptr, path + " is of another version"};
+      return {nullptr, fmt::format("{} is of another version", path)};
     }
     return {plugin, {}};
   }
@@ -98,8 +100,8 @@ class PluginDecoder final : public RowDecoder {
     }
     if (picture.was_reduced != 0) info.notes.emplace_back(kReducedNote);
     if (picture.pictures > 1) {
-      info.notes.push_back("only the main one of " + std::to_string(picture.pictures) +
-                           " pictures was read");
+      info.notes.push_back(
+          fmt::format("only the main one of {} pictures was read", picture.pictures));
     }
   }
 
@@ -112,10 +114,10 @@ class PluginDecoder final : public RowDecoder {
   [[noreturn]] void Fail(const QelPluginError& error) const {
     const std::string reason = error.text[0] != '\0' ? error.text : "its data are damaged";
     if (error.is_unsupported != 0) {
-      input_.Unsupported(std::string("this kind of ") + format_name_ + " is not read: " + reason);
+      input_.Unsupported("this kind of {} is not read: {}", format_name_, reason);
     }
     throw TruncatedPicture(input_.name,
-                           std::string("truncated or damaged ") + format_name_ + ": " + reason);
+                           fmt::format("truncated or damaged {}: {}", format_name_, reason));
   }
 
   const Input& input_;

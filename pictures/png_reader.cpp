@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <png.h>
 
 #include <algorithm>
@@ -33,7 +34,7 @@ class PngReadSession : public PngSession {
     if (PngSession::Run(step)) return;
     if (failure_) std::rethrow_exception(failure_);
     if (truncated_) input_.Truncated();
-    input_.Broken(std::string("damaged PNG: ") + message);
+    input_.Broken("damaged PNG: {}", message);
   }
 
   bool streams = false;  ///< what was read is not needed again
@@ -182,8 +183,8 @@ class PngDecoder final : public RowDecoder {
       info.notes.emplace_back("the colour profile is damaged; it was left out");
     }
     if (chunks.frames > 1) {
-      info.notes.push_back("an animation of " + std::to_string(chunks.frames) +
-                           " frames; only its still picture was read");
+      info.notes.push_back(
+          fmt::format("an animation of {} frames; only its still picture was read", chunks.frames));
     }
     streams = header_.passes == 1;
     const bool keep = KeepsDepth(input, header_);

@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <png.h>
 #include <zlib.h>
 
@@ -81,7 +82,7 @@ class PngWriteSession : public PngSession {
 std::string HexOfBytes(Bytes bytes) {
   constexpr char kDigits[] = "0123456789abcdef";
   constexpr size_t kBytesInLine = 36;
-  std::string text = "\niptc\n" + std::to_string(bytes.size()) + "\n";
+  std::string text = fmt::format("\niptc\n{}\n", bytes.size());
   for (size_t i = 0; i < bytes.size(); ++i) {
     if (i > 0 && i % kBytesInLine == 0) text += '\n';
     text += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
@@ -137,8 +138,7 @@ void WriteMetadata(PngWriteSession& session, const Output& output, bool gray) {
     }
   });
   WriteTexts(session, output.metadata);
-  if (!accepted)
-    output.notes.emplace_back("PNG takes no colour profile with such faults; it was left out");
+  if (!accepted) output.Note("PNG takes no colour profile with such faults; it was left out");
 }
 
 /// A row as PNG stores it: red before blue.

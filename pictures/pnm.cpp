@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -149,11 +151,10 @@ PnmHeader ReadHeader(const Input& input, Scanner& scanner) {
     if (!header.IsBitmap()) header.largest = scanner.Number();
   }
   if (header.largest < 1 || header.largest > 65535) {
-    input.Broken("the largest sample is " + std::to_string(header.largest) +
-                 "; 1 to 65535 are possible");
+    input.Broken("the largest sample is {}; 1 to 65535 are possible", header.largest);
   }
   if (header.channels < 1 || header.channels > 4) {
-    input.Unsupported("a PAM of " + std::to_string(header.channels) + " channels; 1 to 4 are read");
+    input.Unsupported("a PAM of {} channels; 1 to 4 are read", header.channels);
   }
   return header;
 }
@@ -268,15 +269,14 @@ constexpr char kGraysOnly[] = "PGM holds grey pictures; choose .ppm or .pam";
 
 /// The text before the pixels; `channels` is 0 for a bitmap.
 std::string HeaderText(const PictureView& shape, bool pam, int channels) {
-  const std::string width = std::to_string(shape.width);
-  const std::string height = std::to_string(shape.height);
   if (!pam) {
     const std::string kind = channels == 0 ? "P4" : channels == 1 ? "P5" : "P6";
-    return kind + "\n" + width + " " + height + (channels == 0 ? "\n" : "\n255\n");
+    return fmt::format("{}\n{} {}\n{}", kind, shape.width, shape.height,
+                       channels == 0 ? "" : "255\n");
   }
-  const std::string tuple = channels == 1 ? "GRAYSCALE" : channels == 3 ? "RGB" : "RGB_ALPHA";
-  return "P7\nWIDTH " + width + "\nHEIGHT " + height + "\nDEPTH " + std::to_string(channels) +
-         "\nMAXVAL 255\nTUPLTYPE " + tuple + "\nENDHDR\n";
+  const char* const tuple = channels == 1 ? "GRAYSCALE" : channels == 3 ? "RGB" : "RGB_ALPHA";
+  return fmt::format("P7\nWIDTH {}\nHEIGHT {}\nDEPTH {}\nMAXVAL 255\nTUPLTYPE {}\nENDHDR\n",
+                     shape.width, shape.height, channels, tuple);
 }
 
 /// True when a 1-bit picture has black and white only, as bitmaps do.

@@ -1,5 +1,7 @@
 #include "pictures/rows.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
@@ -84,8 +86,8 @@ void CheckOutput(const FormatRow& row, const std::string& path, const PictureVie
     output.DoesNotFit("a picture without pixels cannot be written");
   }
   if (std::ranges::find(kDepths, shape.bit_count) == std::end(kDepths)) {
-    output.DoesNotFit(std::to_string(shape.bit_count) +
-                      " bits per pixel cannot be written; 1, 4, 8, 24 and 32 can");
+    output.DoesNotFit("{} bits per pixel cannot be written; 1, 4, 8, 24 and 32 can",
+                      shape.bit_count);
   }
   CheckShape(row, output);
 }
@@ -134,7 +136,7 @@ RowReader::~RowReader() = default;
 void RowReader::Read(const PixelBuffer& rows, int count) {
   const int left = info_.height - rows_read_;
   if (count < 1 || count > left || (!streams_ && count < left)) {
-    throw std::logic_error(std::to_string(count) + " rows were asked for");
+    throw std::logic_error(fmt::format("{} rows were asked for", count));
   }
   const PictureInfo& stored = decoder_->info;
   const int height = streams_ ? count : stored.height;
@@ -205,7 +207,7 @@ RowWriter::~RowWriter() = default;
 void RowWriter::Write(const PictureView& rows) {
   const int left = output_->shape.height - rows_written_;
   if (rows.height < 1 || rows.height > left || (!streams_ && rows.height < left)) {
-    throw std::logic_error(std::to_string(rows.height) + " rows were given");
+    throw std::logic_error(fmt::format("{} rows were given", rows.height));
   }
   const bool look = encoder_->alpha_lost_by != nullptr && output_->shape.bit_count == 32;
   if (look && !is_transparent_) is_transparent_ = HasTransparency(rows);
@@ -217,8 +219,7 @@ std::vector<std::string> RowWriter::Finish() {
   if (rows_written_ != output_->shape.height) throw std::logic_error("rows are missing");
   encoder_->Finish();
   if (is_transparent_) {
-    output_->notes.push_back(std::string(encoder_->alpha_lost_by) +
-                             " holds no alpha; it was left out");
+    output_->Note("{} holds no alpha; it was left out", encoder_->alpha_lost_by);
   }
   return std::move(output_->notes);
 }

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,14 +29,14 @@ const std::string& System() {
     struct stat numbers {};
     const std::string boot = ContentOf("/proc/sys/kernel/random/boot_id").substr(0, 8);
     if (boot.size() < 8 || stat("/proc/self/ns/pid", &numbers) != 0) return std::string();
-    return boot + "-" + std::to_string(numbers.st_ino);
+    return fmt::format("{}-{}", boot, numbers.st_ino);
   }();
   return system;
 }
 
 /// When a process was started, in ticks since the boot; empty when there is none.
 std::string StartOf(const std::string& process) {
-  const std::string line = ContentOf("/proc/" + process + "/stat");
+  const std::string line = ContentOf(fmt::format("/proc/{}/stat", process));
   // The second field is the program's name in parentheses, which may hold anything.
   size_t at = line.rfind(')');
   constexpr int kBlanksBefore = 20;
@@ -62,7 +63,7 @@ struct Owner {
 /// Whose a temporary file of the running system is, prefix-system-process-start-count.suffix;
 /// nothing for other names.
 std::optional<Owner> OwnerOf(std::string_view name) {
-  const std::string own = std::string(kPrefix) + System() + "-";
+  const std::string own = fmt::format("{}{}-", kPrefix, System());
   if (!name.starts_with(own)) return {};
   name.remove_prefix(own.size());
   std::string_view numbers[3];
@@ -80,9 +81,9 @@ std::optional<Owner> OwnerOf(std::string_view name) {
 
 std::string TemporaryName() {
   static std::atomic<unsigned> count{0};
-  static const std::string own = std::string(kPrefix) + System() + "-" + std::to_string(getpid()) +
-                                 "-" + StartOf("self") + "-";
-  return own + std::to_string(count++) + std::string(kSuffix);
+  static const std::string own =
+      fmt::format("{}{}-{}-{}-", kPrefix, System(), getpid(), StartOf("self"));
+  return fmt::format("{}{}{}", own, count++, kSuffix);
 }
 
 void RemoveStrays(const std::string& folder) {

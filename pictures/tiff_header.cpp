@@ -178,8 +178,8 @@ void CheckTiffPieces(const Input& input, TIFF* tiff, const TiffHeader& header) {
     TIFFGetField(tiff, TIFFTAG_TILELENGTH, &height);
     const auto most = [=](uint32_t side) { return std::max(kUsualSide, side + kUnit); };
     if (width > most(header.width) || height > most(header.height)) {
-      input.Broken("damaged TIFF: tiles of " + std::to_string(width) + " x " +
-                   std::to_string(height) + " pixels are larger than the picture");
+      input.Broken("damaged TIFF: tiles of {} x {} pixels are larger than the picture", width,
+                   height);
     }
   }
   const uint32_t count = tiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);

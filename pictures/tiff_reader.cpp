@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -166,7 +168,7 @@ struct RgbaImage : TIFFRGBAImage {
   RgbaImage(const Input& input, TIFF* tiff) : TIFFRGBAImage{} {
     char reason[1024] = "";
     if (!TIFFRGBAImageBegin(this, tiff, 1, reason)) {
-      input.Unsupported(std::string("this kind of TIFF is not read: ") + reason);
+      input.Unsupported("this kind of TIFF is not read: {}", reason);
     }
     req_orientation = orientation;  // rows as they are stored
   }
@@ -285,7 +287,7 @@ class TiffDecoder final : public RowDecoder {
 
   void Finish() override {
     if (file_.note[0] == '\0') return;
-    info.notes.push_back(std::string("the file has faults that cost no pixels: ") + file_.note);
+    info.notes.push_back(fmt::format("the file has faults that cost no pixels: {}", file_.note));
   }
 
  private:

@@ -118,7 +118,7 @@ class TiffEncoder final : public RowEncoder {
         row_(RowBytes(output.shape.width, output.shape.bit_count)) {
     if (tiff_ == nullptr) file_.Fail(output);
     if (NeedsWidePositions(output.shape) && !(exif_.photo.empty() && exif_.places.empty())) {
-      output.notes.emplace_back("TIFF of this size holds no EXIF; left out");
+      output.Note("TIFF of this size holds no EXIF; left out");
       exif_.photo.clear();
       exif_.places.clear();
     }

@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <webp/decode.h>
 #include <webp/encode.h>
 #include <webp/mux.h>
@@ -179,7 +180,7 @@ class WebpEncoder final : public RowEncoder {
     picture_.writer = &WebPMemoryWrite;
     picture_.custom_ptr = &writer_;
     if (!WebPEncode(&config_, &picture_)) {
-      output_.EncoderFailed("WebP error " + std::to_string(picture_.error_code));
+      output_.EncoderFailed(fmt::format("WebP error {}", static_cast<int>(picture_.error_code)));
     }
     AddMetadata({writer_.mem, writer_.size});
   }
@@ -223,7 +224,7 @@ class WebpEncoder final : public RowEncoder {
       exif.SetResolution(metadata.dpi_x, metadata.dpi_y);
       block = SerializeExif(exif);
     }
-    if (!metadata.iptc.empty()) output_.notes.emplace_back("WebP holds no IPTC; left out");
+    if (!metadata.iptc.empty()) output_.Note("WebP holds no IPTC; left out");
     if (profile.empty() && block.empty() && metadata.xmp.empty()) {
       output_.sink.Write(encoded);
     } else {

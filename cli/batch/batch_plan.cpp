@@ -51,12 +51,13 @@ class Identities {
 
 [[noreturn]] void RefuseReplacing(const BatchItem& item, const std::string& read) {
   if (item.input == read) {
-    throw Failure(kUsage, read +
-                              " would be replaced by its own output; write --in-place in place "
-                              "of -o if that is meant");
+    throw Failure(kUsage,
+                  "{} would be replaced by its own output; write --in-place in place of -o if that "
+                  "is meant",
+                  read);
   }
-  throw Failure(
-      kUsage, "the output of " + item.input + " would replace " + read + ", which is read as well");
+  throw Failure(kUsage, "the output of {} would replace {}, which is read as well", item.input,
+                read);
 }
 
 /// The manifest is written where it stands: nothing else may be the same file, under any name.
@@ -67,8 +68,10 @@ void RefuseManifest(const std::vector<BatchItem>& items, const BatchRequest& req
     struct stat other {};
     if (stat(path.c_str(), &other) != 0) return;
     if (other.st_dev != manifest.st_dev || other.st_ino != manifest.st_ino) return;
-    throw Failure(kUsage, "--json " + request.manifest + " is the same file as " + path +
-                              ", which the run needs; give the manifest a name of its own");
+    throw Failure(kUsage,
+                  "--json {} is the same file as {}, which the run needs; give the manifest a name "
+                  "of its own",
+                  request.manifest, path);
   };
   for (const std::string& path : request.other_files) refuse_if_same(path);
   for (const std::string& path : request.second_pictures) refuse_if_same(path);
@@ -93,16 +96,29 @@ void RefuseClashes(const std::vector<BatchItem>& items, const BatchRequest& requ
     if (found != read.end() && output != "-") RefuseReplacing(item, found->second);
     const auto [other, is_new] = written.emplace(output, item.input);
     if (is_new) continue;
-    if (in_place) throw Failure(kUsage, item.input + " is given twice, which --in-place forbids");
-    throw Failure(kUsage, other->second + " and " + item.input + " would both become " +
-                              item.output + "; tell outputs apart with {stem}, {dir} or {n}");
+    if (in_place) throw Failure(kUsage, "{} is given twice, which --in-place forbids", item.input);
+    throw Failure(kUsage,
+                  "{} and {} would both become {}; tell outputs apart with {{stem}}, {{dir}} or "
+                  "{{n}}",
+                  other->second, item.input, item.output);
   }
   if (request.manifest.empty()) return;
   const std::string manifest = identities.Of(request.manifest);
   if (read.contains(manifest) || written.contains(manifest)) {
-    throw Failure(kUsage, "--json " + request.manifest + " is one of the pictures");
+    throw Failure(kUsage, "--json {} is one of the pictures", request.manifest);
   }
   RefuseManifest(items, request);
+}
+
+void CheckOutputOf(const BatchItem& item) {
+  try {
+    CheckOutputName(item.output);
+  } catch (const Failure&) {
+    std::error_code ignored;
+    if (!fs::is_directory(item.input, ignored)) throw;
+    throw Failure(kNoInput, "{} is a folder; name its pictures, as '{}/*.png'", item.input,
+                  (fs::path(item.input) / "").parent_path().string());
+  }
 }
 
 /// The folders of the outputs, each with one output in it.
@@ -120,7 +136,7 @@ std::vector<BatchItem> PlanBatch(const BatchRequest& request) {
   const OutputName output(AsPattern(request.output));
   for (const std::string& input : request.inputs) {
     items.push_back({input, request.output.empty() ? input : output.For(input, items.size() + 1)});
-    if (request.names_format) CheckOutputName(items.back().output);
+    if (request.names_format) CheckOutputOf(items.back());
   }
   RefuseClashes(items, request);
   const size_t files = items.size();
@@ -130,8 +146,8 @@ std::vector<BatchItem> PlanBatch(const BatchRequest& request) {
   for (const auto& [folder, item] : FoldersOf(items)) {
     std::error_code ignored;
     if (request.make_folders || fs::is_directory(folder, ignored)) continue;
-    throw Failure(kNoOutput, item->output + ": there is no folder " + folder +
-                                 "; make it, or have it made with --parents");
+    throw Failure(kNoOutput, "{}: there is no folder {}; make it, or have it made with --parents",
+                  item->output, folder);
   }
   return items;
 }
@@ -140,7 +156,7 @@ void PrepareOutputFolders(const std::vector<BatchItem>& items) {
   for (const auto& [folder, item] : FoldersOf(items)) {
     std::error_code error;
     fs::create_directories(folder, error);
-    if (error) throw Failure(kNoOutput, folder + ": " + error.message());
+    if (error) throw Failure(kNoOutput, "{}: {}", folder, error.message());
     pictures::RemoveStrays(folder);
   }
 }

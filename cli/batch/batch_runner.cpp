@@ -1,5 +1,6 @@
 #include "cli/batch/batch_runner.h"
 
+#include <fmt/core.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -223,8 +224,7 @@ void Runner::Leave() {
   for (const pictures::AtomicFile& output : outputs_) output.Abandon();
   const BatchTotals totals = Totals();
   batch_.progress.End(totals, true);
-  PrintMessage("interrupted with " + std::to_string(totals.Finished()) + " of " +
-               std::to_string(totals.files) + " files finished");
+  PrintMessage("interrupted with {} of {} files finished", totals.Finished(), totals.files);
   try {
     if (batch_.manifest != nullptr) batch_.manifest->Finish();
   } catch (const std::exception& error) {
@@ -245,10 +245,9 @@ ExitCode Runner::Run(int jobs, const Interruption& interruption) {
       workers.emplace_back([this, i] { Work(shares_[static_cast<size_t>(i)]); });
     } catch (const std::system_error& error) {
       if (i == 0) {
-        throw Failure(kModuleFault, std::string("no thread can be started: ") + error.what());
+        throw Failure(kModuleFault, "no thread can be started: {}", error.what());
       }
-      PrintMessage("note: only " + std::to_string(i) + " of " + std::to_string(threads) +
-                   " threads could be started: " + error.what());
+      PrintMessage("note: only {} of {} threads could be started: {}", i, threads, error.what());
       if ((running_ -= threads - i) == 0) all_done_.Set();
       break;
     }
@@ -268,9 +267,7 @@ ExitCode Runner::Run(int jobs, const Interruption& interruption) {
   batch_.progress.End(totals_, false);
   if (batch_.manifest != nullptr) batch_.manifest->Finish();
   if (totals_.failed > 0 && totals_.files > 1) {
-    PrintMessage(
-        std::to_string(totals_.failed) + " of " + std::to_string(totals_.files) + " files failed",
-        Tone::kAlarm);
+    PrintMessage(fmt::format("{} of {} files failed", totals_.failed, totals_.files), Tone::kAlarm);
   }
   return totals_.Code();
 }

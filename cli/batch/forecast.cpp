@@ -1,9 +1,9 @@
 #include "cli/batch/forecast.h"
 
+#include <fmt/core.h>
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 
 #include "operations/bands/band_pipeline.h"
@@ -138,11 +138,10 @@ double ImageBytes(const Shape& shape, Reach reach) {
 void Forecaster::CheckSize(PictureError::Kind kind, const std::string& path,
                            const Shape& shape) const {
   if (limits.AllowSize(shape.width, shape.height)) return;
-  throw PictureError(kind, path,
-                     shape.Size() +
-                         " pixels, which are needed at once here, are more than the "
-                         "limit of " +
-                         std::to_string(limits.max_pixels));
+  throw PictureError(
+      kind, path,
+      fmt::format("{} pixels, which are needed at once here, are more than the limit of {}",
+                  shape.Size(), limits.max_pixels));
 }
 
 /// An image that is replaced leaves its memory for the next one.
@@ -154,8 +153,8 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTra
   const auto reach = [&](double bytes, const auto& refuse) {
     forecast.peak_bytes = std::max(forecast.peak_bytes, bytes);
     if (bytes <= static_cast<double>(limits.max_memory)) return;
-    refuse("takes " + Mebibytes(bytes) + " of memory, more than the limit of " +
-           Mebibytes(static_cast<double>(limits.max_memory)));
+    refuse(fmt::format("takes {} of memory, more than the limit of {}", Mebibytes(bytes),
+                       Mebibytes(static_cast<double>(limits.max_memory))));
   };
   const auto reach_reading = [&](double bytes) {
     reach(bytes, [&](const std::string& what) {
@@ -219,7 +218,7 @@ Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTra
         held = ImageBytes(plan.ShapeBefore(i + 1), ReachOf(plan, i));
       }
       reach(kept + held, [&](const std::string& what) {
-        throw StepError(std::string(operation.name) + ": " + what, operation.name);
+        throw StepError(fmt::format("{}: {}", operation.name, what), operation.name);
       });
     }
     forecast.passages.push_back(passage);
@@ -238,10 +237,6 @@ double PeakBytes() {
   return 1024.0 * static_cast<double>(usage.ru_maxrss);
 }
 
-std::string Mebibytes(double bytes) {
-  char text[40];
-  std::snprintf(text, sizeof(text), "%.1f MiB", bytes / (1 << 20));
-  return text;
-}
+std::string Mebibytes(double bytes) { return fmt::format("{:.1f} MiB", bytes / (1 << 20)); }
 
 }  // namespace qel::cli

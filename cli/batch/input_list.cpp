@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <iostream>
-#include <iterator>
 
 #include "cli/terminal/errors.h"
 #include "pictures/picture_file.h"
@@ -29,7 +27,7 @@ void ForEachEntry(const std::string& folder,
     const bool is_folder = entry->symlink_status(ignored).type() == fs::file_type::directory;
     visit(entry->path().filename().string(), is_folder);
   }
-  if (error) throw Failure(kNoInput, folder + ": " + error.message());
+  if (error) throw Failure(kNoInput, "{}: {}", folder, error.message());
 }
 
 /// Adds what matches `rest` below `prefix`, which is empty or ends with a slash.
@@ -66,24 +64,24 @@ void Match(const std::string& prefix, const std::string& rest, std::vector<std::
 
 std::vector<std::string> ExpandPattern(const std::string& pattern) {
   std::error_code ignored;
+  if (pattern.empty()) throw Failure(kNoInput, "an input has no name; is a variable empty?");
   if (!HasWildcards(pattern) || fs::exists(pattern, ignored)) return {pattern};
   std::vector<std::string> found;
   const size_t start = pattern.find_first_not_of('/');
   Match(pattern.substr(0, start), pattern.substr(start), found);
   std::ranges::sort(found);
   found.erase(std::unique(found.begin(), found.end()), found.end());
-  if (found.empty()) throw Failure(kNoInput, pattern + ": no file matches");
+  if (found.empty()) throw Failure(kNoInput, "{}: no file matches", pattern);
   return found;
 }
 
+std::string ReadTextFile(const std::string& path) {
+  const std::vector<uint8_t> bytes = pictures::ReadFile(path);
+  return {bytes.begin(), bytes.end()};
+}
+
 std::vector<std::string> ReadNameList(const std::string& path) {
-  std::string content;
-  if (path == "-") {
-    content.assign(std::istreambuf_iterator<char>(std::cin), {});
-  } else {
-    const std::vector<uint8_t> bytes = pictures::ReadFile(path);
-    content.assign(bytes.begin(), bytes.end());
-  }
+  const std::string content = ReadTextFile(path);
   const char separator = content.find('\0') != content.npos ? '\0' : '\n';
   std::vector<std::string> names;
   for (size_t start = 0; start < content.size();) {

@@ -7,11 +7,15 @@
 namespace qel::cli {
 
 /// The files that `pattern` matches, in the order of their bytes: `*`, `?` and `[...]` within a
-/// name,
-/// `**` for any number of folders. Hidden names match only a pattern that starts with a point. A
-/// pattern that is the name of a file, or has none of these characters, stands for itself.
-/// Throws `Failure(kNoInput)` when nothing matches or a folder cannot be read.
+/// name, `**` for any number of folders. Hidden names match only a pattern that starts with a
+/// point. A pattern that is the name of a file, or has none of these characters, stands for itself.
+/// Throws `Failure(kNoInput)` for an empty pattern, when nothing matches, and when a folder cannot
+/// be read.
 std::vector<std::string> ExpandPattern(const std::string& pattern);
+
+/// The content of a file, or of standard input when `path` is "-". Throws
+/// `pictures::PictureError`.
+std::string ReadTextFile(const std::string& path);
 
 /// The names in the file `path`, or on standard input when it is "-", as they are: separated by
 /// zero bytes when there are any, otherwise by line ends. Empty names are passed over. Throws

@@ -52,12 +52,12 @@ Manifest::Manifest(const std::string& path, const std::string& recipe, size_t it
     : path_(path), recipe_(recipe), lines_(items) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    throw Failure(kNoOutput, path + ": not a regular file");
+    throw Failure(kNoOutput, "{}: not a regular file", path);
   }
   file_.descriptor = open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-  if (file_.descriptor < 0) throw Failure(kNoOutput, path + ": " + std::strerror(errno));
+  if (file_.descriptor < 0) throw Failure(kNoOutput, "{}: {}", path, std::strerror(errno));
   if (flock(file_.descriptor, LOCK_EX | LOCK_NB) != 0) {
-    throw Failure(kNoOutput, path + ": another run is writing this manifest");
+    throw Failure(kNoOutput, "{}: another run is writing this manifest", path);
   }
   pictures::RemoveStrays(std::filesystem::path(path).parent_path() / ".");
   if (resume) ReadEarlierLines();
@@ -70,7 +70,7 @@ void Manifest::ReadEarlierLines() {
   int number = 0, strange = 0;
   const auto tell = [&](const std::string& what) {
     if (++strange > kToldLines) return;
-    PrintMessage(path_ + ": line " + std::to_string(number) + " is not understood: " + what);
+    PrintMessage("{}: line {} is not understood: {}", path_, number, what);
   };
   for (std::string text; std::getline(file, text); size_ += text.size() + 1) {
     ++number;
@@ -93,7 +93,7 @@ void Manifest::ReadEarlierLines() {
     }
   }
   if (strange > kToldLines) {
-    PrintMessage(path_ + ": so are " + std::to_string(strange - kToldLines) + " more lines");
+    PrintMessage("{}: so are {} more lines", path_, strange - kToldLines);
   }
 }
 
@@ -147,14 +147,14 @@ void Manifest::RecordStarted(const BatchItem& item, const std::string& input_has
   const bool written = Append(LineOf(item, "started", input_hash, output_hash), {});
   const bool in_place = item.input == item.output;
   if (!written || (in_place && fdatasync(file_.descriptor) != 0)) {
-    throw Failure(kNoOutput, path_ + ": no room for another line");
+    throw Failure(kNoOutput, "{}: no room for another line", path_);
   }
 }
 
 void Manifest::RecordDone(size_t index, const BatchItem& item, const std::string& input_hash,
                           const std::string& output_hash) {
   if (!Append(LineOf(item, "done", input_hash, output_hash), index)) {
-    throw Failure(kNoOutput, path_ + ": no room for another line");
+    throw Failure(kNoOutput, "{}: no room for another line", path_);
   }
 }
 

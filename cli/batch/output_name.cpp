@@ -1,5 +1,7 @@
 #include "cli/batch/output_name.h"
 
+#include <fmt/core.h>
+
 #include <filesystem>
 
 #include "cli/terminal/errors.h"
@@ -14,8 +16,10 @@ OutputName::Part OutputName::ReadPlaceholder(const std::string& inside) {
   if (inside.size() == 3 && inside.starts_with("n:") && inside[2] >= '1' && inside[2] <= '9') {
     return {Kind::kNumber, {}, static_cast<size_t>(inside[2] - '0')};
   }
-  throw Failure(kUsage, "-o: there is no {" + inside +
-                            "}; {dir}, {stem}, {ext}, {n} and {n:4} are, and {{ stands for {");
+  throw Failure(kUsage,
+                "-o: there is no {{{}}}; {{dir}}, {{stem}}, {{ext}}, {{n}} and {{n:4}} are, and "
+                "{{{{ stands for {{",
+                inside);
 }
 
 OutputName::OutputName(const std::string& pattern) {
@@ -31,7 +35,8 @@ OutputName::OutputName(const std::string& pattern) {
       ++i;
     } else if (c == '{') {
       const size_t close = pattern.find('}', i);
-      if (close == std::string::npos) throw Failure(kUsage, "-o: { is not closed; write {{ for {");
+      if (close == std::string::npos)
+        throw Failure(kUsage, "-o: {{ is not closed; write {{{{ for {{");
       end_text();
       parts_.push_back(ReadPlaceholder(pattern.substr(i + 1, close - i - 1)));
       i = close;
@@ -60,9 +65,7 @@ std::string OutputName::For(const std::string& input, size_t number) const {
         name += path.extension().string().erase(0, 1);
         break;
       case Kind::kNumber: {
-        const std::string digits = std::to_string(number);
-        if (digits.size() < part.digits) name.append(part.digits - digits.size(), '0');
-        name += digits;
+        name += fmt::format("{:0{}}", number, part.digits);
         break;
       }
     }

@@ -34,8 +34,7 @@ void PrintNotes(const std::string& path, const std::vector<std::string>& notes) 
 SmartPtr<host::HostImage> MakeImage(int width, int height, int bit_count) {
   auto image = host::HostImage::Make(kImageOptions);
   if (image->Create(width, height, 1, bit_count, operations::ModelOf(bit_count)) != kOk) {
-    throw Failure(kModuleFault, "no memory for an image of " + std::to_string(width) + " x " +
-                                    std::to_string(height) + " pixels");
+    throw Failure(kModuleFault, "no memory for an image of {} x {} pixels", width, height);
   }
   return image;
 }
@@ -63,7 +62,7 @@ void CheckOutputName(const std::string& path) {
   try {
     pictures::FormatOfPath(path);
   } catch (const pictures::PictureError& error) {
-    throw Failure(kUsage, error.what());
+    throw Failure(kUsage, "{}", error.what());
   }
 }
 

@@ -1,13 +1,15 @@
 #include "cli/batch/run_options.h"
 
 #include <fcntl.h>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <limits>
+#include <sstream>
 #include <thread>
 
+#include "cli/batch/input_list.h"
 #include "cli/commands/command_table.h"
 #include "cli/commands/limit_options.h"
 #include "cli/terminal/errors.h"
@@ -17,23 +19,20 @@ namespace qel::cli {
 namespace {
 
 std::string UsageOf(const std::string& command) {
-  return "write qel " + command + " INPUT... -o OUTPUT" +
-         (command == "run" ? " STEP [STEP...]" : "");
+  return fmt::format("write qel {} INPUT... -o OUTPUT{}", command,
+                     command == "run" ? " STEP [STEP...]" : "");
 }
 
 /// The steps in a file: words as on the command line, a line of steps each; # begins a comment.
 std::vector<std::string> ReadRecipe(const std::string& path) {
-  std::ifstream file(path);
+  std::istringstream file(ReadTextFile(path));
   std::vector<std::string> steps;
   for (std::string line; std::getline(file, line);) {
     const size_t begin = line.find_first_not_of(" \t\r");
     if (begin == line.npos || line[begin] == '#') continue;
     steps.push_back(line.substr(begin, line.find_last_not_of(" \t\r") - begin + 1));
   }
-  if (file.bad() || (steps.empty() && !file.eof())) {
-    throw Failure(kNoInput, "--recipe " + path + " cannot be read");
-  }
-  if (steps.empty()) throw Failure(kUsage, "--recipe " + path + " has no steps");
+  if (steps.empty()) throw Failure(kUsage, "--recipe {} has no steps", path);
   return steps;
 }
 
@@ -45,7 +44,7 @@ void SplitWords(const std::string& command, const Options& options, RunOptions& 
   if (in_place && options.Has("-o")) {
     throw Failure(kUsage, "-o and --in-place exclude each other");
   }
-  if (!in_place && options.Value("-o").empty()) throw Failure(kUsage, UsageOf(command));
+  if (!in_place && options.Value("-o").empty()) throw Failure(kUsage, "{}", UsageOf(command));
   const size_t before = options.RestBefore(in_place ? "--in-place" : "-o");
   const auto split = options.rest().begin() + static_cast<std::ptrdiff_t>(before);
   run.inputs = {options.rest().begin(), split};
@@ -60,9 +59,8 @@ void SplitWords(const std::string& command, const Options& options, RunOptions& 
     throw Failure(kUsage, "standard output has no name; say which --format it gets");
   }
   if (run.inputs.empty() && run.list.empty()) {
-    throw Failure(kUsage, "there are no inputs before " +
-                              std::string(in_place ? "--in-place" : "-o") + "; " +
-                              UsageOf(command));
+    throw Failure(kUsage, "there are no inputs before {}; {}", in_place ? "--in-place" : "-o",
+                  UsageOf(command));
   }
 }
 
@@ -73,7 +71,7 @@ std::string ExtensionOf(const Options& options) {
   try {
     pictures::FormatOfPath(extension);
   } catch (const pictures::PictureError& error) {
-    throw Failure(kUsage, std::string("--format ") + error.what());
+    throw Failure(kUsage, "--format {}", error.what());
   }
   return extension;
 }
@@ -82,7 +80,7 @@ pictures::Strip StripOf(const Options& options) {
   if (!options.Has("--strip")) return pictures::Strip::kNothing;
   const std::string what = options.Value("--strip", "all");
   if (what != "all" && what != "gps") {
-    throw Failure(kUsage, "--strip takes nothing, =all or =gps, not " + what);
+    throw Failure(kUsage, "--strip takes nothing, =all or =gps, not {}", what);
   }
   return what == "gps" ? pictures::Strip::kPlaces : pictures::Strip::kAll;
 }
@@ -92,7 +90,7 @@ std::string Recipe(const Options& options, const std::vector<std::string>& steps
   for (const std::string& word : steps) recipe += (recipe.empty() ? "" : " ") + word;
   if (options.Has("--keep-depth")) recipe += " --keep-depth";
   for (const char* const name : {"--quality", "--format", "--strip"}) {
-    if (options.Has(name)) recipe += " " + std::string(name) + " " + options.Value(name);
+    if (options.Has(name)) recipe += fmt::format(" {} {}", name, options.Value(name));
   }
   for (const char* const name : {"--lossless", "--to-srgb", "--no-orient"}) {
     if (options.Has(name)) recipe += " " + std::string(name);
@@ -107,8 +105,8 @@ RunOptions ParseRunOptions(const std::string& command, const std::vector<std::st
   RunOptions run;
   SplitWords(command, options, run);
   if (command == "convert" && !run.steps.empty()) {
-    throw Failure(kUsage, "qel convert takes no steps; write qel run INPUT... -o OUTPUT " +
-                              run.steps.front());
+    throw Failure(kUsage, "qel convert takes no steps; write qel run INPUT... -o OUTPUT {}",
+                  run.steps.front());
   }
   if (options.Has("--recipe")) {
     run.recipe_file = options.Value("--recipe");
@@ -146,7 +144,7 @@ RunOptions ParseRunOptions(const std::string& command, const std::vector<std::st
   if (options.Has("--shard")) run.shard = ParseShard(options.Value("--shard"));
   run.progress = options.Value("--progress", "auto");
   if (!IsProgressName(run.progress)) {
-    throw Failure(kUsage, "--progress takes auto, bar, json or none, not " + run.progress);
+    throw Failure(kUsage, "--progress takes auto, bar, json or none, not {}", run.progress);
   }
   run.progress_descriptor = options.Number("--progress-fd", 0, std::numeric_limits<int>::max(), 2);
   if (options.Has("--progress-fd") &&

@@ -38,7 +38,7 @@ struct RunOptions {
 };
 
 /// The words after `command`, which is run or convert. Throws `Failure(kUsage)`, and
-/// `Failure(kNoInput)` for a recipe that cannot be read.
+/// `pictures::PictureError` for a recipe that cannot be read.
 RunOptions ParseRunOptions(const std::string& command, const std::vector<std::string>& words);
 
 }  // namespace qel::cli

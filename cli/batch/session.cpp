@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <string>
 
+#include "cli/batch/input_list.h"
 #include "cli/terminal/errors.h"
 #include "operations/transparency.h"
 #include "pictures/picture_file.h"
@@ -23,10 +23,9 @@ std::string OwnModulePath() {
     const fs::path path = folder / place / "QELMaths.so";
     if (fs::exists(path)) return path.lexically_normal();
   }
-  throw Failure(kModuleFault, "the module QELMaths.so is neither in " +
-                                  (folder / "_binLIN64").string() + " nor in " +
-                                  (folder / QEL_MODULE_FOLDER).string() +
-                                  "; name it with --module PATH");
+  throw Failure(kModuleFault,
+                "the module QELMaths.so is neither in {} nor in {}; name it with --module PATH",
+                (folder / "_binLIN64").string(), (folder / QEL_MODULE_FOLDER).string());
 }
 
 void FindFormatPlugins() {
@@ -47,15 +46,8 @@ host::ModuleLibrary LoadModule(const std::string& path) {
   try {
     return host::ModuleLibrary(path);
   } catch (const host::ModuleError& error) {
-    throw Failure(kModuleFault, error.what());
+    throw Failure(kModuleFault, "{}", error.what());
   }
-}
-
-std::string ReadTextFile(const std::string& path) {
-  std::ifstream file(path);
-  std::string text(std::istreambuf_iterator<char>(file), {});
-  if (!file) throw Failure(kNoInput, "cannot read " + path);
-  return text;
 }
 
 }  // namespace
@@ -73,7 +65,7 @@ Session::Session(const std::string& path, const pictures::Limits& limits)
     engine_.emplace(operations::MakeComponents(library_),
                     SmartPtr<IComponentCollection>::Retain(collection_.Get()), limits.max_pixels);
   } catch (const host::ModuleError& error) {
-    throw Failure(kModuleFault, error.what());
+    throw Failure(kModuleFault, "{}", error.what());
   }
 }
 

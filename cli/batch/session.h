@@ -21,7 +21,7 @@ std::string OwnModulePath();
 void FindFormatPlugins();
 
 /// Reads steps as `ParseSteps` does; numbers after an @ come from a file. Throws `StepError`, and
-/// `Failure(kNoInput)` for a file that cannot be read.
+/// `pictures::PictureError` for a file that cannot be read.
 std::vector<Step> ReadSteps(const std::vector<std::string>& words);
 
 /// The module, loaded and initialised as any host does it, with its components.

@@ -25,19 +25,19 @@ std::optional<size_t> Variable(const char* name) {
   if (text == nullptr) return {};
   const std::optional<size_t> number = ParseNumber(text);
   if (!number) {
-    throw Failure(kUsage, std::string("--shard auto: ") + name + "=" + text + " is no number");
+    throw Failure(kUsage, "--shard auto: {}={} is no number", name, text);
   }
   return number;
 }
 
 size_t RequiredVariable(const char* name) {
   if (const std::optional<size_t> number = Variable(name)) return *number;
-  throw Failure(kUsage, std::string("--shard auto: ") + name + " is not set");
+  throw Failure(kUsage, "--shard auto: {} is not set", name);
 }
 
 Shard Checked(const Shard& shard, const std::string& problem) {
   if (shard.count >= 1 && shard.count <= kLargestCount && shard.index < shard.count) return shard;
-  throw Failure(kUsage, problem);
+  throw Failure(kUsage, "{}", problem);
 }
 
 Shard SlurmShard(size_t task) {

@@ -10,21 +10,22 @@ namespace qel::cli {
 namespace {
 
 /// `qel check` and `qel check-host`: the same but for the rules.
-int RunCheck(const std::string& name, const Rules& rules, const Words& words) {
+int RunCheck(const std::string& name, const check::Rules& rules, const Words& words) {
   const Options options(words, KnownOptions(name));
   if (options.Has("--list")) {
-    ListRules(rules, std::cout);
+    check::ListRules(rules, std::cout);
     return kDone;
   }
-  if (options.rest().empty()) throw Failure(kUsage, "write qel " + name + " LIBRARY");
-  CheckOptions check{options.Has("--quiet"), options.Value("--filter")};
+  if (options.rest().empty()) throw Failure(kUsage, "write qel {} LIBRARY", name);
+  check::CheckOptions how{options.Has("--quiet"), options.Value("--filter")};
   const bool json = options.Has("--json");
-  check.seconds = options.Number("--time-limit", 1, 3600, check.seconds);
+  how.seconds = options.Number("--time-limit", 1, 3600, how.seconds);
   int code = kDone;
   for (const std::string& path : options.rest()) {
     if (json) {
-      check.report = [&](const Rule& rule, const std::string& fault, const std::string& missing) {
-        if (fault.empty() && check.quiet) return;
+      how.report = [&](const check::Rule& rule, const std::string& fault,
+                       const std::string& missing) {
+        if (fault.empty() && how.quiet) return;
         JsonObject object;
         object.Text("library", path)
             .Text("suite", rule.suite)
@@ -36,22 +37,24 @@ int RunCheck(const std::string& name, const Rules& rules, const Words& words) {
         std::cout << object.Line() << std::flush;
       };
     }
-    if (options.rest().size() > 1 && !check.quiet && !json) std::cout << path << "\n";
+    if (options.rest().size() > 1 && !how.quiet && !json) std::cout << path << "\n";
     try {
-      code = std::max(code, CheckLibrary(rules, path, check, std::cout));
-    } catch (const Failure& failure) {
-      // Other libraries can be tried nevertheless, unless the words are wrong.
-      if (failure.code() == kUsage) throw;
-      PrintMessage(failure.what());
-      code = std::max<int>(code, failure.code());
+      if (!check::CheckLibrary(rules, path, how, std::cout))
+        code = std::max<int>(code, kSomeFailed);
+    } catch (const std::invalid_argument& error) {
+      throw Failure(kUsage, "{}", error.what());
+    } catch (const std::runtime_error& error) {
+      // Other libraries can be tried nevertheless.
+      PrintMessage(error.what());
+      code = kModuleFault;
     }
   }
   return code;
 }
 
-Rules Join(std::initializer_list<Rules> suites) {
-  Rules all;
-  for (const Rules& suite : suites) all.insert(all.end(), suite.begin(), suite.end());
+check::Rules Join(std::initializer_list<check::Rules> suites) {
+  check::Rules all;
+  for (const check::Rules& suite : suites) all.insert(all.end(), suite.begin(), suite.end());
   return all;
 }
 
@@ -59,14 +62,15 @@ Rules Join(std::initializer_list<Rules> suites) {
 
 int CheckCommand(const Words& words) {
   return RunCheck("check",
-                  Join({EntryRules(), ObjectRules(), SlotRules(), ArgumentRules(), ResultRules(),
-                        FaultRules()}),
+                  Join({check::EntryRules(), check::ObjectRules(), check::SlotRules(),
+                        check::ArgumentRules(), check::ResultRules(), check::FaultRules()}),
                   words);
 }
 
 int CheckHostCommand(const Words& words) {
   return RunCheck("check-host",
-                  Join({CollectionRules(), StringRules(), ImageRules(), ImageMemoryRules()}),
+                  Join({check::CollectionRules(), check::StringRules(), check::ImageRules(),
+                        check::ImageMemoryRules()}),
                   words);
 }
 

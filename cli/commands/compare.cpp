@@ -1,5 +1,7 @@
 #include "cli/commands/compare.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -10,8 +12,7 @@ namespace qel::cli {
 namespace {
 
 std::string ShapeText(const host::HostImage& image) {
-  return std::to_string(image.width()) + " x " + std::to_string(image.height()) + " at " +
-         std::to_string(image.bit_count()) + " bits";
+  return fmt::format("{} x {} at {} bits", image.width(), image.height(), image.bit_count());
 }
 
 }  // namespace
@@ -20,7 +21,7 @@ std::string WhyNotComparable(const host::HostImage& a, const host::HostImage& b)
   if (a.width() == b.width() && a.height() == b.height() && a.bit_count() == b.bit_count()) {
     return {};
   }
-  return "one is " + ShapeText(a) + ", the other " + ShapeText(b);
+  return fmt::format("one is {}, the other {}", ShapeText(a), ShapeText(b));
 }
 
 Comparison Compare(const host::HostImage& a, const host::HostImage& b, int limit) {

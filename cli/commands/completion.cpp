@@ -208,8 +208,7 @@ std::string_view CompletionScript(const std::string& shell) {
   for (const auto& [name, script] : kScripts) {
     if (name == shell) return script;
   }
-  throw Failure(kUsage,
-                "there is no completion for " + shell + "; there is for bash, zsh and fish");
+  throw Failure(kUsage, "there is no completion for {}; there is for bash, zsh and fish", shell);
 }
 
 }  // namespace qel::cli

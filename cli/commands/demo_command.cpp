@@ -45,7 +45,7 @@ int DemoCommand(const Words& words) {
   const std::filesystem::path folder = options.Value("-o", "qel-demo");
   std::error_code error;
   std::filesystem::create_directories(folder, error);
-  if (error) throw Failure(kNoOutput, folder.string() + ": " + error.message());
+  if (error) throw Failure(kNoOutput, "{}: {}", folder.string(), error.message());
 
   const Session session(options.Value("--module"));
   const SmartPtr<host::HostImage> scene = DrawScene();

@@ -1,5 +1,7 @@
 #include "cli/commands/describe.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <iomanip>
 #include <sstream>
@@ -70,12 +72,11 @@ std::string DescribeOperation(const Operation& operation) {
     widest = std::max(widest, parameter.name.size() + 1);
   }
   for (const Parameter& parameter : operation.parameters) {
-    text << Tagged("  " + std::string(parameter.name) + "=", widest + 4,
-                   DescribeParameter(parameter));
+    text << Tagged(fmt::format("  {}=", parameter.name), widest + 4, DescribeParameter(parameter));
   }
   if (!operation.parameters.empty()) text << "\n";
   text << Tagged("Component", kTagWidth, operation.component)
-       << Tagged("Depths", kTagWidth, std::string(operation.depths) + " bits")
+       << Tagged("Depths", kTagWidth, fmt::format("{} bits", operation.depths))
        << Tagged("Result", kTagWidth,
                  operation.in_place ? "changes the picture in place" : "a new picture")
        << "Example    qel run in.png -o out.png \"" << operation.example << "\"\n";
@@ -99,7 +100,7 @@ std::string ListCommands() {
       more += more.empty() ? "" : ", ";
       more += command.name;
     } else {
-      text << Tagged("  " + std::string(command.name), 12, command.summary);
+      text << Tagged(fmt::format("  {}", command.name), 12, command.summary);
     }
   }
   text << "\n"
@@ -114,7 +115,7 @@ std::string DescribeExitCodes() {
   std::ostringstream text;
   text << "Exit codes\n";
   for (const ExitMeaning& meaning : kExitMeanings) {
-    text << Tagged("  " + std::to_string(meaning.code), 7, meaning.text);
+    text << Tagged(fmt::format("  {}", static_cast<int>(meaning.code)), 7, meaning.text);
   }
   return text.str();
 }

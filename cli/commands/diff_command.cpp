@@ -20,7 +20,7 @@ int DiffCommand(const Words& words) {
   const Picture a = LoadPicture(options.rest()[0], reading);
   const Picture b = LoadPicture(options.rest()[1], reading);
   const std::string obstacle = WhyNotComparable(*a.image, *b.image);
-  if (!obstacle.empty()) throw Failure(kUsage, "these pictures cannot be compared: " + obstacle);
+  if (!obstacle.empty()) throw Failure(kUsage, "these pictures cannot be compared: {}", obstacle);
 
   const Comparison comparison = Compare(*a.image, *b.image, limit);
   if (options.Has("-o")) {

@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <chrono>
 #include <ctime>
@@ -78,37 +80,29 @@ std::string_view MeaningOf(int bit_count) {
   return bit_count == 32 ? "colours and alpha" : bit_count == 24 ? "colours" : "grey";
 }
 
-std::string Fixed(double value, int digits) {
-  std::ostringstream text;
-  text << std::fixed << std::setprecision(digits) << value;
-  return text.str();
-}
-
 void Print(const FileInfo& info) {
   const pictures::PictureInfo& picture = info.picture;
   const auto line = [](std::string_view tag, const std::string& text) {
     if (!text.empty()) std::cout << "  " << std::left << std::setw(13) << tag << text << "\n";
   };
   std::cout << info.path << "\n";
-  line("size", std::to_string(picture.width) + " x " + std::to_string(picture.height) +
-                   " pixels, " + Fixed(1e-6 * picture.width * picture.height, 1) + " megapixels");
-  line("depth",
-       std::to_string(picture.bit_count) + " bits: " + std::string(MeaningOf(picture.bit_count)));
-  line("format", std::string(pictures::NameOf(picture.format)) + ", " + std::to_string(info.bytes) +
-                     " bytes");
+  line("size", fmt::format("{} x {} pixels, {:.1f} megapixels", picture.width, picture.height,
+                           1e-6 * picture.width * picture.height));
+  line("depth", fmt::format("{} bits: {}", picture.bit_count, MeaningOf(picture.bit_count)));
+  line("format", fmt::format("{}, {} bytes", pictures::NameOf(picture.format), info.bytes));
   if (picture.metadata.dpi_x > 0) {
     line("resolution",
-         Fixed(picture.metadata.dpi_x, 0) + " x " + Fixed(picture.metadata.dpi_y, 0) + " dpi");
+         fmt::format("{:.0f} x {:.0f} dpi", picture.metadata.dpi_x, picture.metadata.dpi_y));
   }
   line("profile", picture.metadata.icc_profile.empty()
                       ? "none"
                       : pictures::ProfileName(picture.metadata.icc_profile));
   line("orientation", picture.orientation == 1
                           ? "as stored"
-                          : std::to_string(picture.orientation) + " in the file, is applied");
+                          : fmt::format("{} in the file, is applied", picture.orientation));
   line("taken", TakenAt(picture.metadata));
   line("changed", info.changed);
-  line("memory", Fixed(info.memory / (1 << 20), 1) + " MiB decoded");
+  line("memory", fmt::format("{} decoded", Mebibytes(info.memory)));
   for (const std::string& note : picture.notes) line("note", note);
 }
 

@@ -27,12 +27,12 @@ int HelpCommand(const Words& words) {
     const Operation* const operation = FindOperation(name);
     if (command == nullptr && operation == nullptr) {
       if (const std::string_view step = operations::StepFor(name); !step.empty()) {
-        throw Failure(kUsage, "there is no operation " + name + "; write " + std::string(step));
+        throw Failure(kUsage, "there is no operation {}; write {}", name, step);
       }
       std::vector<std::string_view> names = NamesOf(CommandTable());
       std::ranges::copy(NamesOf(OperationTable()), std::back_inserter(names));
-      throw Failure(kUsage, "there is no command and no operation " + name +
-                                DidYouMean(name, names, "; qel help and qel list show them all"));
+      throw Failure(kUsage, "there is no command and no operation {}{}", name,
+                    DidYouMean(name, names, "; qel help and qel list show them all"));
     }
     std::cout << (command != nullptr ? DescribeCommand(*command) : DescribeOperation(*operation));
   }

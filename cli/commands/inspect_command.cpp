@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <iostream>
 
 #include "check/elf_symbols.h"
@@ -20,13 +22,13 @@ void PrintNames(const char* title, const std::vector<std::string>& names) {
   std::cout << (names.empty() ? "  none\n" : "\n");
 }
 
-void PrintInterface(const InterfaceRow& row) {
-  std::cout << "  " << row.name << "  " << FormatIid(row.iid) << "\n";
+void PrintInterface(const check::InterfaceRow& row) {
+  std::cout << "  " << row.name << "  " << check::FormatIid(row.iid) << "\n";
   if (row.name == "IUnknown") return;
   std::string line = "   ";
   for (size_t slot = 3; slot < row.slots.size(); ++slot) {
     if (row.slots[slot].starts_with("ReservedSlot")) continue;
-    const std::string text = " " + std::to_string(slot) + " " + std::string(row.slots[slot]);
+    const std::string text = fmt::format(" {} {}", slot, row.slots[slot]);
     if (line.size() + text.size() > 98) {
       std::cout << line << "\n";
       line = "   ";
@@ -37,17 +39,17 @@ void PrintInterface(const InterfaceRow& row) {
 }
 
 /// One component of the library, when it has it: each known interface that a fresh object answers.
-bool PrintComponent(const host::ModuleLibrary& library, const ComponentRow& component) {
+bool PrintComponent(const host::ModuleLibrary& library, const check::ComponentRow& component) {
   const CreationFunction create = library.Find(component.RefName());
   if (create == nullptr) return false;
-  std::cout << "\n" << PlainName(component.name) << "\n";
+  std::cout << "\n" << check::PlainName(component.name) << "\n";
   SmartPtr<IUnknown> object;
   create(nullptr, &IID_IUnknown, object.PutVoid());
   if (!object) {
     std::cout << "  an object cannot be created\n";
     return true;
   }
-  for (const InterfaceRow& row : InterfaceTable()) {
+  for (const check::InterfaceRow& row : check::InterfaceTable()) {
     SmartPtr<IUnknown> answer;
     object->QueryInterface(row.iid, answer.PutVoid());
     if (answer) PrintInterface(row);
@@ -56,7 +58,7 @@ bool PrintComponent(const host::ModuleLibrary& library, const ComponentRow& comp
 }
 
 void PrintModule(const std::string& path) {
-  const ElfNames names = ReadElf(path);
+  const check::ElfNames names = check::ReadElf(path);
   std::cout << path << "\n";
   PrintNames("exports", names.exports);
   PrintNames("needs  ", names.needs);
@@ -64,9 +66,9 @@ void PrintModule(const std::string& path) {
   const host::ModuleLibrary library(path);
   library.Initialize(collection.Get());
   bool any = false;
-  for (const auto* const components : {&ModuleComponents(), &HostComponents()}) {
-    for (const ComponentRow& component : *components) {
-      Doing(PlainName(component.name));
+  for (const auto* const components : {&check::ModuleComponents(), &check::HostComponents()}) {
+    for (const check::ComponentRow& component : *components) {
+      check::Doing(check::PlainName(component.name));
       any |= PrintComponent(library, component);
     }
   }
@@ -107,33 +109,33 @@ std::string TextsAsJson(const std::vector<std::string>& texts) {
   return JsonArray(elements);
 }
 
-std::string ComponentAsJson(CreationFunction create, const ComponentRow& component) {
+std::string ComponentAsJson(CreationFunction create, const check::ComponentRow& component) {
   SmartPtr<IUnknown> object;
   create(nullptr, &IID_IUnknown, object.PutVoid());
   std::vector<std::string> interfaces;
-  for (const InterfaceRow& row : InterfaceTable()) {
+  for (const check::InterfaceRow& row : check::InterfaceTable()) {
     SmartPtr<IUnknown> answer;
     if (object) object->QueryInterface(row.iid, answer.PutVoid());
     if (!answer) continue;
     const std::vector<std::string> slots(row.slots.begin(), row.slots.end());
     JsonObject interface;
-    interface.Text("name", row.name).Text("iid", FormatIid(row.iid));
+    interface.Text("name", row.name).Text("iid", check::FormatIid(row.iid));
     interfaces.push_back(interface.Json("slots", TextsAsJson(slots)).Object());
   }
   JsonObject text;
-  text.Text("name", PlainName(component.name)).Flag("created", static_cast<bool>(object));
+  text.Text("name", check::PlainName(component.name)).Flag("created", static_cast<bool>(object));
   return text.Json("interfaces", JsonArray(interfaces)).Object();
 }
 
 void PrintModuleAsJson(const std::string& path) {
-  const ElfNames names = ReadElf(path);
+  const check::ElfNames names = check::ReadElf(path);
   const auto collection = host::HostCollection::MakeWithImages();
   const host::ModuleLibrary library(path);
   library.Initialize(collection.Get());
   std::vector<std::string> components;
-  for (const auto* const rows : {&ModuleComponents(), &HostComponents()}) {
-    for (const ComponentRow& component : *rows) {
-      Doing(PlainName(component.name));
+  for (const auto* const rows : {&check::ModuleComponents(), &check::HostComponents()}) {
+    for (const check::ComponentRow& component : *rows) {
+      check::Doing(check::PlainName(component.name));
       const CreationFunction create = library.Find(component.RefName());
       if (create != nullptr) components.push_back(ComponentAsJson(create, component));
     }
@@ -157,9 +159,10 @@ int InspectCommand(const Words& words) {
   const bool json = options.Has("--json");
   // Apart, because the module may be broken: what was printed so far stays.
   const std::string fault =
-      RunApart([&] { json ? PrintModuleAsJson(path) : PrintModule(path); }, kTimeLimitSeconds, true)
+      check::RunApart([&] { json ? PrintModuleAsJson(path) : PrintModule(path); },
+                      kTimeLimitSeconds, true)
           .fault;
-  if (!fault.empty()) throw Failure(kModuleFault, fault);
+  if (!fault.empty()) throw Failure(kModuleFault, "{}", fault);
   if (!json) PrintProcessor();
   return kDone;
 }

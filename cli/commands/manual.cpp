@@ -1,5 +1,7 @@
 #include "cli/commands/manual.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -35,13 +37,13 @@ std::string Escaped(std::string_view text) {
 std::string Heading(const std::string& name, std::string_view summary) {
   std::string upper = name;
   std::ranges::transform(upper, upper.begin(), [](unsigned char c) { return std::toupper(c); });
-  return ".TH \"" + Escaped(upper) + "\" 1\n.SH NAME\n" + Escaped(name) + " \\- " +
-         Escaped(summary) + "\n";
+  return fmt::format(".TH \"{}\" 1\n.SH NAME\n{} \\- {}\n", Escaped(upper), Escaped(name),
+                     Escaped(summary));
 }
 
 /// A paragraph with a bold tag and a text.
 std::string Tagged(std::string_view tag, std::string_view text) {
-  return ".TP\n\\fB" + Escaped(tag) + "\\fR\n" + Escaped(text) + "\n";
+  return fmt::format(".TP\n\\fB{}\\fR\n{}\n", Escaped(tag), Escaped(text));
 }
 
 }  // namespace
@@ -58,24 +60,23 @@ std::string ToolPage() {
           "its format: PNG, JPEG, TIFF, WebP, BMP or PNM/PAM.\n"
           ".SH COMMANDS\n";
   for (const Command& command : CommandTable()) {
-    page << Tagged(command.name,
-                   std::string(command.summary) + "; see qel-" + std::string(command.name) + "(1)");
+    page << Tagged(command.name, fmt::format("{}; see qel-{}(1)", command.summary, command.name));
   }
   page << ".SH OPERATIONS\nEach has a page of its own, such as "
-       << Escaped("qel-" + std::string(OperationTable().front().name)) << "(1).\n";
+       << Escaped(fmt::format("qel-{}", OperationTable().front().name)) << "(1).\n";
   for (const Operation& operation : OperationTable()) {
     page << Tagged(operation.name, operation.summary);
   }
   page << ".SH EXIT STATUS\n";
   for (const ExitMeaning& meaning : kExitMeanings) {
-    page << Tagged(std::to_string(meaning.code), meaning.text);
+    page << Tagged(fmt::format("{}", static_cast<int>(meaning.code)), meaning.text);
   }
   return page.str();
 }
 
 std::string CommandPage(const Command& command) {
   std::ostringstream page;
-  page << Heading("qel-" + std::string(command.name), command.summary) << ".SH SYNOPSIS\n.B qel "
+  page << Heading(fmt::format("qel-{}", command.name), command.summary) << ".SH SYNOPSIS\n.B qel "
        << Escaped(command.name) << "\n"
        << Escaped(command.usage) << "\n";
   if (!command.options.empty()) page << ".SH OPTIONS\n";
@@ -105,7 +106,7 @@ std::string OperationPage(const Operation& operation) {
        << (operation.in_place ? "The picture is changed in place" : "A new picture") << ", at "
        << Escaped(operation.depths) << " bits.\n"
        << ".SH EXAMPLE\n"
-       << Escaped("qel run in.png -o out.png \"" + std::string(operation.example) + "\"") << "\n";
+       << Escaped(fmt::format("qel run in.png -o out.png \"{}\"", operation.example)) << "\n";
   const std::string caveats = operation.Caveats();
   if (!caveats.empty()) page << ".SH NOTES\n" << Escaped(caveats) << "\n";
   page << ".SH SEE ALSO\n.BR qel (1)\n";
@@ -118,7 +119,7 @@ void WritePage(const std::filesystem::path& path, const std::string& page) {
   std::ofstream file(path, std::ios::binary);
   file << page;
   file.close();
-  if (!file) throw Failure(kNoOutput, "cannot write " + path.string());
+  if (!file) throw Failure(kNoOutput, "cannot write {}", path.string());
 }
 
 }  // namespace
@@ -140,13 +141,13 @@ int ManCommand(const Words& words) {
   const std::filesystem::path folder = options.Value("-o");
   std::error_code error;
   std::filesystem::create_directories(folder, error);
-  if (error) throw Failure(kNoOutput, folder.string() + ": " + error.message());
+  if (error) throw Failure(kNoOutput, "{}: {}", folder.string(), error.message());
   WritePage(folder / "qel.1", ToolPage());
   for (const Command& command : CommandTable()) {
-    WritePage(folder / ("qel-" + std::string(command.name) + ".1"), CommandPage(command));
+    WritePage(folder / fmt::format("qel-{}.1", command.name), CommandPage(command));
   }
   for (const Operation& operation : OperationTable()) {
-    WritePage(folder / ("qel-" + std::string(operation.name) + ".1"), OperationPage(operation));
+    WritePage(folder / fmt::format("qel-{}.1", operation.name), OperationPage(operation));
   }
   return kDone;
 }

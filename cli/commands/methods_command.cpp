@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -71,18 +73,18 @@ int MethodsCommand(const Words& words) {
                             std::min(size, picture.image->height())};
   const Rectangle around = WithSurroundings(detail, *picture.image);
   const SmartPtr<host::HostImage> source = Cut(*picture.image, around);
-  const std::string extent = " width=" + std::to_string(around.width * zoom) +
-                             " height=" + std::to_string(around.height * zoom);
+  const int width = around.width * zoom, height = around.height * zoom;
   const Rectangle shown = {(detail.left - around.left) * zoom, (detail.top - around.top) * zoom,
                            detail.width * zoom, detail.height * zoom};
 
   std::vector<CaptionedPicture> enlarged;
   PictureFiles no_pictures;
   for (const Choice& method : InterpolationMethods()) {
-    const std::string number = std::to_string(method.value);
-    const auto result =
-        session.Run(ParseSteps({"resample method=" + number + extent}), source, no_pictures);
-    enlarged.push_back({number + " " + std::string(method.label), AsColor(*Cut(*result, shown))});
+    const std::string step =
+        fmt::format("resample method={} width={} height={}", method.value, width, height);
+    const auto result = session.Run(ParseSteps({step}), source, no_pictures);
+    enlarged.push_back(
+        {fmt::format("{} {}", method.value, method.label), AsColor(*Cut(*result, shown))});
   }
   SavePicture(output, *MakeSheet(enlarged, kColumns), {}, {});
   return kDone;

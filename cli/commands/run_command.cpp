@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <iostream>
 #include <memory>
 
@@ -22,7 +24,7 @@ std::vector<std::string> ListInputs(const RunOptions& options) {
   };
   for (const std::string& word : options.inputs) append(ExpandPattern(word));
   if (!options.list.empty()) append(ReadNameList(options.list));
-  if (inputs.empty()) throw Failure(kNoInput, options.list + ": the list names no files");
+  if (inputs.empty()) throw Failure(kNoInput, "{}: the list names no files", options.list);
   return inputs;
 }
 
@@ -40,7 +42,7 @@ std::vector<std::string> OtherFiles(const RunOptions& options) {
 std::string FullRecipe(const RunOptions& options, const std::vector<std::string>& pictures) {
   std::string recipe = options.recipe;
   for (const std::string& path : pictures) {
-    recipe += " " + path + ":" + HashOfFile(path, options.reading.limits);
+    recipe += fmt::format(" {}:{}", path, HashOfFile(path, options.reading.limits));
   }
   return recipe;
 }

@@ -19,9 +19,11 @@ constexpr int kMostColumns = 100;
 constexpr int kLargestSize = 10000;
 
 [[noreturn]] void RefuseSize(int64_t pixels, const pictures::Limits& limits) {
-  throw Failure(kUsage, "the sheet would have " + std::to_string(pixels) +
-                            " pixels, more than the limit of " + std::to_string(limits.max_pixels) +
-                            "; scale its pictures with --size N");
+  throw Failure(
+      kUsage,
+      "the sheet would have {} pixels, more than the limit of {}; scale its pictures with "
+      "--size N",
+      pixels, limits.max_pixels);
 }
 
 /// The size of a picture that is scaled down to lie in `size` x `size` pixels; 0 leaves it.
@@ -122,8 +124,7 @@ int SheetCommand(const Words& words) {
   }
   const size_t count = options.Has("--steps") ? steps.size() + 1 : paths.size();
   if (captions.size() > count) {
-    throw Failure(kUsage, "there are " + std::to_string(captions.size()) + " captions for " +
-                              std::to_string(count) + " pictures");
+    throw Failure(kUsage, "there are {} captions for {} pictures", captions.size(), count);
   }
   std::vector<CaptionedPicture> pictures =
       options.Has("--steps") ? RunSteps(rest.front(), steps, options.Value("--module"),

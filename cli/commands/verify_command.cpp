@@ -1,6 +1,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -53,6 +55,7 @@ int VerifyCommand(const Words& words) {
   if (options.rest().size() != 1) throw Failure(kUsage, "write qel verify MANIFEST");
   const std::string& path = options.rest()[0];
   std::ifstream file(path, std::ios::binary);
+  if (!file) throw Failure(kNoInput, "{}: {}", path, std::strerror(errno));
   size_t number = 0, kept = 0;
   for (std::string text; std::getline(file, text);) {
     ++number;
@@ -60,17 +63,19 @@ int VerifyCommand(const Words& words) {
     try {
       line = ReadJsonTexts(text);
     } catch (const std::invalid_argument& error) {
-      throw Failure(kNoInput, path + ": line " + std::to_string(number) + ": " + error.what());
+      throw Failure(kNoInput, "{}: line {}: {}", path, number, error.what());
     }
     for (const char* const name : {"input", "output", "status"}) {
       if (line.contains(name)) continue;
-      throw Failure(kNoInput, path + ": line " + std::to_string(number) + " has no \"" + name +
-                                  "\": it is none of a manifest, as qel run --json writes it");
+      throw Failure(kNoInput,
+                    "{}: line {} has no \"{}\": it is none of a manifest, as qel run --json writes "
+                    "it",
+                    path, number, name);
     }
     for (const char* const name : {"output_sha256", "input_sha256"}) line.try_emplace(name);
     kept += Verify(line, !options.Has("--outputs-only")) ? 1 : 0;
   }
-  if (number == 0) throw Failure(kNoInput, path + ": cannot be read, or has no lines");
+  if (number == 0) throw Failure(kNoInput, "{}: the manifest has no lines", path);
   std::cout << kept << " of " << number << " as the run left them\n";
   return kept == number ? kDone : kSomeFailed;
 }

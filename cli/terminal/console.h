@@ -1,8 +1,11 @@
 #ifndef QEL_CLI_TERMINAL_CONSOLE_H_
 #define QEL_CLI_TERMINAL_CONSOLE_H_
 
+#include <fmt/core.h>
+
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace qel::cli {
 
@@ -15,6 +18,11 @@ enum class Tone { kPlain, kAlarm };
 /// where colours are wanted. Names of files in it may hold anything (see `Printable`). Nobody need
 /// read it: what cannot be written is lost.
 void PrintMessage(std::string_view message, Tone tone = Tone::kPlain);
+/// The same with `arguments` in the places of the {} in `format`.
+template <typename... Arguments>
+void PrintMessage(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+  PrintMessage(fmt::format(format, std::forward<Arguments>(arguments)...));
+}
 
 /// Prints what a user should know of a file or, with no path, of the run: "qel: PATH: note: NOTE".
 void PrintNote(std::string_view path, std::string_view note);

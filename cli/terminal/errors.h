@@ -1,7 +1,7 @@
 #ifndef QEL_CLI_TERMINAL_ERRORS_H_
 #define QEL_CLI_TERMINAL_ERRORS_H_
 
-#include "check/failure.h"
+#include "cli/terminal/failure.h"
 
 namespace qel::cli {
 

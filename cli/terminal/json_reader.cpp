@@ -1,5 +1,7 @@
 #include "cli/terminal/json_reader.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -30,8 +32,8 @@ class Reader {
 
  private:
   [[noreturn]] void Fail(const std::string& what) const {
-    throw std::invalid_argument(what + ", after " + std::to_string(text_.size() - rest_.size()) +
-                                " bytes");
+    throw std::invalid_argument(
+        fmt::format("{}, after {} bytes", what, text_.size() - rest_.size()));
   }
 
   /// The next character that is no blank; 0 at the end.

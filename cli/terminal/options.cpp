@@ -35,19 +35,19 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
         names.push_back(option);
         all += " " + option;
       }
-      throw Failure(kUsage, "there is no option " + name +
-                                DidYouMean(name, names, known.empty() ? "; none is" : all));
+      throw Failure(kUsage, "there is no option {}{}", name,
+                    DidYouMean(name, names, known.empty() ? "; none is" : all));
     }
     rest_before_[name] = rest_.size();
     if (found->second == Takes::kNothing && equals != std::string::npos) {
-      throw Failure(kUsage, name + " takes no value");
+      throw Failure(kUsage, "{} takes no value", name);
     }
     if (found->second != Takes::kValue && equals == std::string::npos) {
       values_[name];
       continue;
     }
     if (equals == std::string::npos && i + 1 == words.size()) {
-      throw Failure(kUsage, name + " needs a value after it");
+      throw Failure(kUsage, "{} needs a value after it", name);
     }
     values_[name].push_back(equals != std::string::npos ? word.substr(equals + 1) : words[++i]);
   }
@@ -70,8 +70,8 @@ int Options::Number(const std::string& name, int minimum, int maximum, int other
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc() || rest != end || number < minimum || number > maximum) {
-    throw Failure(kUsage, name + " takes a whole number from " + std::to_string(minimum) + " to " +
-                              std::to_string(maximum) + ", not " + text);
+    throw Failure(kUsage, "{} takes a whole number from {} to {}, not {}", name, minimum, maximum,
+                  text);
   }
   return number;
 }
@@ -89,7 +89,7 @@ int64_t Options::Size(const std::string& name, int64_t unit, int64_t otherwise) 
   for (size_t i = 0; good && i < power; ++i) {
     good = !__builtin_mul_overflow(number, unit, &number);
   }
-  if (!good) throw Failure(kUsage, name + " takes a number such as 500M or 4G, not " + text);
+  if (!good) throw Failure(kUsage, "{} takes a number such as 500M or 4G, not {}", name, text);
   return number;
 }
 

@@ -1,9 +1,10 @@
 #include "cli/terminal/progress.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 
 #include "cli/operations.h"
 #include "cli/terminal/console.h"
@@ -34,14 +35,9 @@ class Pace {
 /// "0:07", "12:30", "1:02:30".
 std::string ClockText(double seconds) {
   const auto whole = static_cast<long long>(seconds + 0.5);
-  char text[40];
-  if (whole >= 3600) {
-    std::snprintf(text, sizeof(text), "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
-                  whole % 60);
-  } else {
-    std::snprintf(text, sizeof(text), "%lld:%02lld", whole / 60, whole % 60);
-  }
-  return text;
+  const std::string minutes = fmt::format("{}:{:02}", whole / 60, whole % 60);
+  if (whole < 3600) return minutes;
+  return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
 }
 
 class Bar final : public Progress {
@@ -56,17 +52,13 @@ class Bar final : public Progress {
     const double share = totals.Share();
     if (waits_ && (pace_.Seconds() < kPatience || share == 0)) return;
     const auto filled = static_cast<size_t>(share * kCells);
-    std::string line = "[";
-    line.append(filled, '=').append(kCells - filled, ' ').append("] ");
-    line += std::to_string(finished) + " of " + std::to_string(totals.files);
-    char rate[40];
-    std::snprintf(rate, sizeof(rate), ", %.1f/s", pace_.FilesPerSecond(totals));
-    line += rate;
+    std::string line = fmt::format("[{:<{}}] {} of {}, {:.1f}/s", std::string(filled, '='), kCells,
+                                   finished, totals.files, pace_.FilesPerSecond(totals));
     const double left = pace_.SecondsLeft(totals);
-    if (left >= 0) line.append(", ").append(ClockText(left)).append(" left");
+    if (left >= 0) line += fmt::format(", {} left", ClockText(left));
     // A line that is wider than the terminal could not be erased again.
     line.resize(std::min(line.size(), static_cast<size_t>(TerminalWidth()) - 1));
-    const std::string failed = ", " + std::to_string(totals.failed) + " failed";
+    const std::string failed = fmt::format(", {} failed", totals.failed);
     if (totals.failed > 0 && line.size() + failed.size() < static_cast<size_t>(TerminalWidth())) {
       line += Red(failed);
     }

@@ -202,7 +202,7 @@ TEST_F(Checkers, ReadSymbolsAsTheLoaderDoes) {
 
 TEST_F(Checkers, ReadDamagedLibrariesWithinTheirBounds) {
   const std::string whole = ReadFile(exporting_module_);
-  const std::vector<std::string> exports = cli::ReadElf(exporting_module_).exports;
+  const std::vector<std::string> exports = check::ReadElf(exporting_module_).exports;
   const auto dynamic = [&]() -> Elf64_Phdr {
     Elf64_Ehdr header;
     std::memcpy(&header, whole.data(), sizeof(header));
@@ -228,7 +228,7 @@ TEST_F(Checkers, ReadDamagedLibrariesWithinTheirBounds) {
     if (i % 7 == 0) bytes.resize(static_cast<size_t>(rng.Int(0, static_cast<int>(bytes.size()))));
     WriteFile(folder_ / "damaged.so", bytes);
     try {
-      cli::ReadElf(folder_ / "damaged.so");
+      check::ReadElf(folder_ / "damaged.so");
     } catch (const std::runtime_error&) {
       ++refused;
     }
@@ -250,7 +250,7 @@ TEST_F(Checkers, SayWhatCannotBeDone) {
 // Hosts in other languages take the identifiers from there.
 TEST(Identifiers, AreTheBytesInTheDocument) {
   const std::string document = ReadFile(SourceFolder() + "/docs/abi.md");
-  for (const cli::InterfaceRow& row : cli::InterfaceTable()) {
+  for (const check::InterfaceRow& row : check::InterfaceTable()) {
     std::string line = "| `" + std::string(row.name) + "` |";
     char byte[4];
     for (const uint8_t value : row.iid.bytes) {

@@ -7,8 +7,8 @@ namespace qel::test {
 
 // Tests of all operations alike make the same calls as the tool's checker of modules.
 using ComponentSet = operations::Components;
-using cli::AllOperationCalls;
-using cli::OperationCall;
+using check::AllOperationCalls;
+using check::OperationCall;
 
 }  // namespace qel::test
 

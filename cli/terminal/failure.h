@@ -1,9 +1,11 @@
-#ifndef QEL_CHECK_FAILURE_H_
-#define QEL_CHECK_FAILURE_H_
+#ifndef QEL_CLI_TERMINAL_FAILURE_H_
+#define QEL_CLI_TERMINAL_FAILURE_H_
+
+#include <fmt/core.h>
 
 #include <stdexcept>
-#include <string>
 #include <string_view>
+#include <utility>
 
 namespace qel::cli {
 
@@ -36,10 +38,13 @@ inline constexpr ExitMeaning kExitMeanings[] = {
 };
 
 /// A failure with the exit code that it ends in. The message says what was wrong, where, and what
-/// would be right.
+/// would be right; `arguments` take the places of the {} in `format`.
 class Failure : public std::runtime_error {
  public:
-  Failure(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
+  template <typename... Arguments>
+  Failure(ExitCode code, fmt::format_string<Arguments...> format, Arguments&&... arguments)
+      : std::runtime_error(fmt::format(format, std::forward<Arguments>(arguments)...)),
+        code_(code) {}
   ExitCode code() const { return code_; }
 
  private:
@@ -48,4 +53,4 @@ class Failure : public std::runtime_error {
 
 }  // namespace qel::cli
 
-#endif  // QEL_CHECK_FAILURE_H_
+#endif  // QEL_CLI_TERMINAL_FAILURE_H_
