@@ -74,13 +74,13 @@ void AverageSmallBoxes(const ResamplePlan& plan, const ImageView& source, const 
   alignas(64) uint16_t scratch[3 * (kPart + kLargestSmallBox * kMaxChannels)];
   constexpr int64_t kMostMeans = 15 * 1024;
   alignas(64) uint8_t means[kMostMeans];
-  GatherMap<25 * 1024> gather(box.pixel_bytes, true, StepOf(source, scale), kMostMeans);
+  GatherMap<25 * 1024> map(box.pixel_bytes, true, StepOf(source, scale), kMostMeans);
   int64_t begin = 0;
   size_t count = 0;
   WriteTiles(
       dest, box.pixel_bytes, false,
       [&](int64_t x) {
-        return BoxTileAt(x, std::min(gather.most_pixels(), dest.Columns() - x), scale, box,
+        return BoxTileAt(x, std::min(map.most_pixels(), dest.Columns() - x), scale, box,
                          kMostMeans);
       },
       [&](const Columns& tile) {
@@ -89,7 +89,7 @@ void AverageSmallBoxes(const ResamplePlan& plan, const ImageView& source, const 
         };
         begin = offset_of(0);
         count = static_cast<size_t>(offset_of(tile.count - 1) - begin + box.Bytes());
-        gather.Describe(tile.count, [&](int64_t i) { return offset_of(i) - begin; });
+        map.Describe(tile.count, [&](int64_t i) { return offset_of(i) - begin; });
       },
       [&](int64_t y) { return RowOffset(y, scale, source.stride); },
       [&](uint8_t* to, int64_t y, int64_t row) {
@@ -99,7 +99,7 @@ void AverageSmallBoxes(const ResamplePlan& plan, const ImageView& source, const 
               means + i, source.bits + row + begin + static_cast<int64_t>(i), source.stride, ahead,
               std::min(kPart + reach, count - i), small, scratch);
         }
-        gather.Pick(to, means);
+        map.Gather(to, means);
       });
 }
 

@@ -5,11 +5,12 @@
 namespace qel {
 namespace {
 
-constexpr size_t kBlockBytes = sizeof(PickBlock::index);
+constexpr size_t kBlockBytes = sizeof(GatherBlock::index);
 constexpr size_t kQuarterBytes = kBlockBytes / 4;
 
 /// Describes the quarters of a block. They are loaded as a whole, all of them within the row.
-void DescribeQuarters(PickBlock& block, const int64_t* positions, size_t bytes, int64_t row_bytes) {
+void DescribeQuarters(GatherBlock& block, const int64_t* positions, size_t bytes,
+                      int64_t row_bytes) {
   constexpr int64_t kLoaded = kQuarterBytes;
   const auto for_quarters = [&](auto&& describe) {
     for (size_t first = 0; first < bytes; first += kQuarterBytes) {
@@ -38,15 +39,15 @@ void DescribeQuarters(PickBlock& block, const int64_t* positions, size_t bytes, 
 
 }  // namespace
 
-PickRow PickOf(int pixel_bytes) {
+GatherRow GatherRowFor(int pixel_bytes) {
   const ResampleKernels& kernels = ActiveResampleKernels();
-  return pixel_bytes == 1   ? kernels.pick1
-         : pixel_bytes == 2 ? kernels.pick2
-         : pixel_bytes == 3 ? kernels.pick3
-                            : kernels.pick4;
+  return pixel_bytes == 1   ? kernels.gather1
+         : pixel_bytes == 2 ? kernels.gather2
+         : pixel_bytes == 3 ? kernels.gather3
+                            : kernels.gather4;
 }
 
-void DescribeBlocks(PickBlock* blocks, const int32_t* offsets, size_t count, size_t pixel_bytes,
+void DescribeBlocks(GatherBlock* blocks, const int32_t* offsets, size_t count, size_t pixel_bytes,
                     int64_t row_bytes) {
   int64_t positions[kBlockBytes];
   size_t pixel = 0;
@@ -60,10 +61,10 @@ void DescribeBlocks(PickBlock* blocks, const int32_t* offsets, size_t count, siz
       ++pixel;
     }
     const auto [low, high] = std::minmax_element(positions, positions + bytes);
-    PickBlock& block = *blocks++;
+    GatherBlock& block = *blocks++;
     block = {*low, *high - *low < 256 ? static_cast<int32_t>(*high - *low + 1) : 0, 0, {}, {}};
     if (block.span == 0) continue;
-    if (ActiveResampleKernels().pick_blocks == PickBlocks::kQuarters) {
+    if (ActiveResampleKernels().block_kind == GatherBlockKind::kQuarters) {
       DescribeQuarters(block, positions, bytes, row_bytes);
       continue;
     }

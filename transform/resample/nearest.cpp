@@ -12,14 +12,14 @@ namespace {
 /// Writes a destination whose column `x` takes the pixel at `column_offset(x)` of the source row at
 /// `row_offset(y)`. `finish(dest, y, columns)` completes each part of a row.
 template <typename ColumnOffsets, typename RowOffsets, typename Finish>
-void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageView& dest,
-               ColumnOffsets&& column_offset, RowOffsets&& row_offset, Finish&& finish) {
+void GatherTiles(const ResamplePlan& plan, const ImageView& source, const ImageView& dest,
+                 ColumnOffsets&& column_offset, RowOffsets&& row_offset, Finish&& finish) {
   // Rows may begin late, so that only what the last column reads is sure to be there.
   const int64_t read_bytes = column_offset(dest.Columns() - 1) + plan.pixel_bytes;
   // Narrow tiles are slower: this is nearly all of the stack that an operation may take.
-  GatherMap<50 * 1024> gather(plan.pixel_bytes, plan.keep_alpha, StepOf(source, plan.scale),
-                              read_bytes);
-  const int64_t tiles = (dest.Columns() + gather.most_pixels() - 1) / gather.most_pixels();
+  GatherMap<50 * 1024> map(plan.pixel_bytes, plan.keep_alpha, StepOf(source, plan.scale),
+                           read_bytes);
+  const int64_t tiles = (dest.Columns() + map.most_pixels() - 1) / map.most_pixels();
   const int64_t width = (dest.Columns() + tiles - 1) / tiles;
   Columns tile = {};
   WriteTiles(
@@ -27,7 +27,7 @@ void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageVie
       [&](int64_t x) { return std::min(width, dest.Columns() - x); },
       [&](const Columns& columns) {
         tile = columns;
-        gather.Describe(tile.count, [&](int64_t i) { return column_offset(tile.first + i); });
+        map.Describe(tile.count, [&](int64_t i) { return column_offset(tile.first + i); });
       },
       row_offset,
       [&](uint8_t* to, int64_t y, int64_t offset) {
@@ -35,7 +35,7 @@ void PickTiles(const ResamplePlan& plan, const ImageView& source, const ImageVie
         if (plan.scale.y > 1.0f && y + 1 < dest.Rows()) {
           PrefetchRun(source.bits + row_offset(y + 1), source.Columns() * plan.pixel_bytes);
         }
-        gather.Pick(to, source.bits + offset);
+        map.Gather(to, source.bits + offset);
         finish(to, y, tile);
       });
 }
@@ -54,20 +54,20 @@ void CopyNearest(const ResamplePlan& plan, const ImageView& source, const ImageV
     from_pixel.scale = {0.0f, 0.0f};
     return CopyNearest(from_pixel, pixel, dest);
   }
-  PickTiles(
+  GatherTiles(
       plan, source, dest, [&](int64_t x) { return ColumnOffset(x, plan.scale, plan.pixel_bytes); },
       [&](int64_t y) { return RowOffset(y, plan.scale, source.stride); },
       [](uint8_t*, int64_t, const Columns&) {});
 }
 
-void PickPixels(const ResamplePlan& plan, const ImageView& source, const ImageView& dest) {
+void GatherPixels(const ResamplePlan& plan, const ImageView& source, const ImageView& dest) {
   const bool nearest = MethodOf(plan.interpolation).sampling == Sampling::kNearest;
   const auto tap = [=](float v) { return nearest ? NearestTap(v) : TruncateToInt(v); };
   const SamplePositions columns(dest.Columns(), plan.scale.x);
   const SamplePositions rows(dest.Rows(), plan.scale.y);
   const auto column_of = [&](int64_t x) { return tap(columns[x]); };
   const bool opaque = !nearest && source.bit_count == 32;
-  PickTiles(
+  GatherTiles(
       plan, source, dest, [&](int64_t x) { return int64_t{column_of(x)} * plan.pixel_bytes; },
       [&](int64_t y) { return int64_t{tap(rows[y])} * source.stride; },
       [&](uint8_t* to, int64_t y, const Columns& tile) {

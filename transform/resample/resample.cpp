@@ -33,8 +33,8 @@ void RunResample(const ResamplePlan& plan, const ImageView& source, const ImageV
       return AverageSmallBoxes(plan, source, dest);
     case ResampleMethod::kLargeBoxes:
       return AverageLargeBoxes(plan, source, dest);
-    case ResampleMethod::kPick:
-      return PickPixels(plan, source, dest);
+    case ResampleMethod::kGather:
+      return GatherPixels(plan, source, dest);
     case ResampleMethod::kDoubling:
       if (DoubleByTaps(plan, source, dest)) return;
       return SampleOneByOne(plan, source, dest);

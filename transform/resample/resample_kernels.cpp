@@ -10,8 +10,8 @@ namespace {
 
 /// Pixels one after the other. The fourth byte stays where the plan keeps alpha.
 template <int kBytes>
-void PickSingly(uint8_t* dest, const uint8_t* source, const PickPlan& plan, size_t from,
-                size_t to) {
+void GatherSingly(uint8_t* dest, const uint8_t* source, const GatherPlan& plan, size_t from,
+                  size_t to) {
   constexpr int kColorBytes = kBytes < 3 ? kBytes : 3;
   if (plan.keep_alpha) {
     for (size_t x = from; x < to; ++x) {
@@ -34,7 +34,8 @@ void MakeOpaque(uint8_t* row, size_t count) {
 }
 
 /// The taps of columns `from` to `to`, one after the other.
-void GatherSingly(float* planes, const uint8_t* row, const TileTaps& tile, size_t from, size_t to) {
+void GatherPlanesSingly(float* planes, const uint8_t* row, const TileTaps& tile, size_t from,
+                        size_t to) {
   for (size_t tap = 0; tap < tile.taps; ++tap) {
     for (size_t channel = 0; channel < tile.channels; ++channel) {
       float* const plane = planes + (tap * tile.channels + channel) * tile.columns;
@@ -94,7 +95,7 @@ QEL_SIMD_INLINE U8 LoadFirst(const uint8_t* bytes, int64_t count) {
 /// Bytes that are fetched in advance.
 constexpr int64_t kAhead = 1024;
 
-inline U8 PickBytes(const uint8_t* source, const PickBlock& block) {
+inline U8 GatherSpan(const uint8_t* source, const GatherBlock& block) {
   const uint8_t* const from = source + block.base;
   // The processor does not foresee loads under masks.
   for (int64_t at = 0; at < block.span; at += 64) PrefetchLine(from + kAhead + at);
@@ -112,28 +113,28 @@ inline U8 PickBytes(const uint8_t* source, const PickBlock& block) {
 /// Stores the bytes in `lanes`; the others of a whole vector are stored as they were, because
 /// masked stores take several times as long as plain ones.
 template <bool kAll>
-QEL_SIMD_INLINE void StorePicked(uint8_t* dest, size_t count, U8 picked) {
+QEL_SIMD_INLINE void StoreGathered(uint8_t* dest, size_t count, U8 gathered) {
   const Mask<U8> lanes = MaskFromBits < U8, kAll ? ~uint64_t{0} : 0x7777'7777'7777'7777u > ();
-  if (count < kVectorBytes) return BlendedStore(picked, FirstN<U8>(count) & lanes, dest);
+  if (count < kVectorBytes) return BlendedStore(gathered, FirstN<U8>(count) & lanes, dest);
   if constexpr (!kAll) {
     PrefetchLine<1>(dest + kAhead);
-    picked = IfThenElse(lanes, picked, LoadU<U8>(dest));
+    gathered = IfThenElse(lanes, gathered, LoadU<U8>(dest));
   }
-  StoreU(picked, dest);
+  StoreU(gathered, dest);
 }
 
 /// By vectors of 64 bytes, whose places the plan holds.
 template <int kBytes, bool kAll>
-void PickVectors(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
+void GatherBySpans(uint8_t* dest, const uint8_t* source, const GatherPlan& plan) {
   const size_t bytes = plan.pixels * kBytes;
   for (size_t at = 0; at < bytes; at += 64) {
-    const PickBlock& block = plan.blocks[at / 64];
+    const GatherBlock& block = plan.blocks[at / 64];
     if (block.span > 0) {
-      StorePicked<kAll>(dest + at, bytes - at, PickBytes(source, block));
+      StoreGathered<kAll>(dest + at, bytes - at, GatherSpan(source, block));
     } else {
       // Pixels that reach into the next block are written twice with the same bytes.
       const size_t end = (at + 64 + kBytes - 1) / kBytes;
-      PickSingly<kBytes>(dest, source, plan, at / kBytes, end < plan.pixels ? end : plan.pixels);
+      GatherSingly<kBytes>(dest, source, plan, at / kBytes, end < plan.pixels ? end : plan.pixels);
     }
   }
 }
@@ -141,69 +142,69 @@ void PickVectors(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
 /// A vector of bytes of a block from byte `k` on. The processor has lookups in 16 bytes, and each
 /// load gives only those bytes whose place lies in it.
 template <int kLoads>
-QEL_SIMD_INLINE U8 LookUpQuarters(const uint8_t* source, const PickBlock& block, size_t k) {
+QEL_SIMD_INLINE U8 LookUpQuarters(const uint8_t* source, const GatherBlock& block, size_t k) {
   const U8 index = LoadU<U8>(block.index + k);
   const auto load = [&](int part) {
     return GatherBlocks<U8>(
         [&](size_t b) { return source + block.base + block.starts[k / 16 + b] + 16 * part; });
   };
   if constexpr (kLoads == 1) return TableLookupBytesOr0(load(0), index);
-  U8 picked = Zero<U8>();
+  U8 gathered = Zero<U8>();
   for (int part = 0; part < kLoads; ++part) {
     // Places of 16 and more of the part leave the range where bytes are looked up.
     const U8 places = (index ^ Set<U8>(static_cast<uint8_t>(16 * part))) + Set<U8>(0x70);
-    picked |= TableLookupBytesOr0(load(part), places);
+    gathered |= TableLookupBytesOr0(load(part), places);
   }
-  return picked;
+  return gathered;
 }
 
 /// By vectors whose blocks of 16 bytes come from a few loads of as many bytes of the source each.
 template <int kBytes>
-void PickQuarters(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
+void GatherByQuarters(uint8_t* dest, const uint8_t* source, const GatherPlan& plan) {
   const auto lanes = MaskFromBits<U8, 0x7777'7777'7777'7777u>();
   const bool all = kBytes != 4 || !plan.keep_alpha;
   const size_t bytes = plan.pixels * kBytes;
   size_t at = 0;
   for (; at + 64 <= bytes; at += 64) {
-    const PickBlock& block = plan.blocks[at / 64];
+    const GatherBlock& block = plan.blocks[at / 64];
     if (block.span == 0) {
-      PickSingly<kBytes>(dest, source, plan, at / kBytes, (at + 64 + kBytes - 1) / kBytes);
+      GatherSingly<kBytes>(dest, source, plan, at / kBytes, (at + 64 + kBytes - 1) / kBytes);
       continue;
     }
-    const auto pick = [&]<int kLoads>(std::integral_constant<int, kLoads>) {
+    const auto gather = [&]<int kLoads>(std::integral_constant<int, kLoads>) {
       for (size_t k = 0; k < 64; k += kVectorBytes) {
-        const U8 picked = LookUpQuarters<kLoads>(source, block, k);
+        const U8 gathered = LookUpQuarters<kLoads>(source, block, k);
         uint8_t* const to = dest + at + k;
-        StoreU(all ? picked : IfThenElse(lanes, picked, LoadU<U8>(to)), to);
+        StoreU(all ? gathered : IfThenElse(lanes, gathered, LoadU<U8>(to)), to);
       }
     };
     switch (block.loads) {
       case 1:
-        pick(std::integral_constant<int, 1>());
+        gather(std::integral_constant<int, 1>());
         break;
       case 2:
-        pick(std::integral_constant<int, 2>());
+        gather(std::integral_constant<int, 2>());
         break;
       case 3:
-        pick(std::integral_constant<int, 3>());
+        gather(std::integral_constant<int, 3>());
         break;
       default:
-        pick(std::integral_constant<int, kMostQuarterLoads>());
+        gather(std::integral_constant<int, kMostQuarterLoads>());
     }
   }
-  PickSingly<kBytes>(dest, source, plan, at / kBytes, plan.pixels);
+  GatherSingly<kBytes>(dest, source, plan, at / kBytes, plan.pixels);
 }
 
 template <int kBytes>
-void Pick(uint8_t* dest, const uint8_t* source, const PickPlan& plan) {
+void GatherPixels(uint8_t* dest, const uint8_t* source, const GatherPlan& plan) {
   if constexpr (kHasByteLookup) {
     const bool all = kBytes != 4 || !plan.keep_alpha;
-    const auto pick = all ? &PickVectors<kBytes, true> : &PickVectors<kBytes, false>;
-    return pick(dest, source, plan);
+    const auto gather = all ? &GatherBySpans<kBytes, true> : &GatherBySpans<kBytes, false>;
+    return gather(dest, source, plan);
   } else if constexpr (kHasTableLookupBytes) {
-    if (plan.blocks != nullptr) return PickQuarters<kBytes>(dest, source, plan);
+    if (plan.blocks != nullptr) return GatherByQuarters<kBytes>(dest, source, plan);
   }
-  PickSingly<kBytes>(dest, source, plan, 0, plan.pixels);
+  GatherSingly<kBytes>(dest, source, plan, 0, plan.pixels);
 }
 
 /// The next byte of a column is its next channel or the first one of its next tap.
@@ -229,7 +230,7 @@ void GatherGroups(float* planes, const uint8_t* row, const TileTaps& tile) {
   for (size_t x = 0; x < tile.columns; x += kGroupColumns) {
     const int64_t bytes = tile.groups[x / kGroupColumns].bytes;
     if (bytes == 0) {
-      GatherSingly(planes, row, tile, x, x + kGroupColumns);
+      GatherPlanesSingly(planes, row, tile, x, x + kGroupColumns);
     } else {
       (bytes > 64 ? &GatherGroup<true> : &GatherGroup<false>)(planes, row, tile, x);
     }
@@ -271,7 +272,7 @@ void GatherColumns(float* planes, const uint8_t* row, const TileTaps& tile) {
     const bool inside =
         tile.offsets[0][x] >= 0 && tile.offsets[tile.taps - 1][x + F32::kLanes - 1] >= 0;
     if (!inside || last_load + 16 > tile.row_bytes) {
-      GatherSingly(planes, row, tile, x, x + F32::kLanes);
+      GatherPlanesSingly(planes, row, tile, x, x + F32::kLanes);
       continue;
     }
     const int64_t spread = tile.offsets[0][x + F32::kLanes - 1] - tile.offsets[0][x];
@@ -286,7 +287,7 @@ void GatherColumns(float* planes, const uint8_t* row, const TileTaps& tile) {
   }
 }
 
-void Gather(float* planes, const uint8_t* row, const TileTaps& tile) {
+void GatherPlanes(float* planes, const uint8_t* row, const TileTaps& tile) {
   if (kHasByteLookup) return GatherGroups(planes, row, tile);
   const auto gather = tile.channels == 1   ? &GatherColumns<1>
                       : tile.channels == 3 ? &GatherColumns<3>
@@ -352,15 +353,15 @@ BlendRows<kRows> Blend(size_t taps, size_t channels) {
 
 extern const ResampleKernels kResampleKernels;
 constinit const ResampleKernels kResampleKernels = {
-    .pick_blocks = kHasByteLookup         ? PickBlocks::kSpans
-                   : kHasTableLookupBytes ? PickBlocks::kQuarters
-                                          : PickBlocks::kNone,
-    .pick1 = &Pick<1>,
-    .pick2 = &Pick<2>,
-    .pick3 = &Pick<3>,
-    .pick4 = &Pick<4>,
+    .block_kind = kHasByteLookup         ? GatherBlockKind::kSpans
+                  : kHasTableLookupBytes ? GatherBlockKind::kQuarters
+                                         : GatherBlockKind::kNone,
+    .gather1 = &GatherPixels<1>,
+    .gather2 = &GatherPixels<2>,
+    .gather3 = &GatherPixels<3>,
+    .gather4 = &GatherPixels<4>,
     .make_opaque = &MakeOpaque,
-    .gather = &Gather,
+    .gather_planes = &GatherPlanes,
     .blend_pair = &Blend<2>,
     .blend_block = &Blend<4>,
 };

@@ -30,7 +30,7 @@ class SamplePositions {
 // The methods; each carries out plans that were made for it.
 
 void CopyNearest(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
-void PickPixels(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
+void GatherPixels(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 void HalveByBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 void AverageSmallBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 void AverageLargeBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);

@@ -79,7 +79,7 @@ bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& 
   };
   const Sampling sampling = MethodOf(plan.interpolation).sampling;
   if (sampling == Sampling::kNearest || sampling == Sampling::kBilinear) {
-    return method == ResampleMethod::kPick && all([=](float v, int size) {
+    return method == ResampleMethod::kGather && all([=](float v, int size) {
              const int tap = sampling == Sampling::kNearest ? NearestTap(v) : TruncateToInt(v);
              return tap >= 0 && tap < size;
            });

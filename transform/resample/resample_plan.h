@@ -13,7 +13,7 @@ enum class ResampleMethod {
   kHalve,
   kSmallBoxes,
   kLargeBoxes,
-  kPick,
+  kGather,
   kDoubling,
   kTaps,
   kOneByOne
@@ -28,7 +28,7 @@ inline constexpr MethodText kResampleMethods[] = {
      "means of up to 128 pixels with sums of 16 bits: the rows of a box added, then windows that "
      "grow by doubling, log2(columns) additions a pixel, and a reciprocal"},
     {"large-boxes", "means of any size: every pixel of the source is added once"},
-    {"pick", "one tap a pixel, none of them outside: as nearest"},
+    {"gather", "one tap a pixel, none of them outside: as nearest"},
     {"doubling",
      "twice the size with an even kernel, whose weights are then the same for all pixels: every "
      "source row goes once into the sums of all rows that it reaches, 16 or 144 additions and half "

@@ -143,7 +143,7 @@ class TileInterpolator {
       if (row + kRowsAhead < source_.height) {
         PrefetchRun(source_.Row(row + kRowsAhead) + first_byte_, read_bytes_);
       }
-      ActiveResampleKernels().gather(PlanesOf(slot), source_.Row(row), tile_);
+      ActiveResampleKernels().gather_planes(PlanesOf(slot), source_.Row(row), tile_);
       plane_rows_[slot] = row;
     }
     return PlanesOf(slot);

@@ -69,8 +69,8 @@ void PixelOffsets(int32_t* __restrict offsets, const SampleSource& source,
 }
 
 /// The vectoriser loads bytes one after the other; these loads do not wait for each other.
-size_t PickGroups(uint32_t* colors, const uint8_t* bits, const int32_t* offsets, size_t count,
-                  uint32_t keep, uint32_t add) {
+size_t GatherGrays(uint32_t* colors, const uint8_t* bits, const int32_t* offsets, size_t count,
+                   uint32_t keep, uint32_t add) {
   size_t i = 0;
   for (; kHasByteLookup && i + U32::kLanes <= count; i += U32::kLanes) {
     const U32 grays = GatherWords<1>(bits, offsets + i) * Set<U32>(0x010101);
@@ -80,11 +80,11 @@ size_t PickGroups(uint32_t* colors, const uint8_t* bits, const int32_t* offsets,
 }
 
 template <int kBytes>
-void Pick(uint32_t* colors, const SampleSource& source, const SamplePoints& points, size_t count,
-          float offset, uint32_t keep, uint32_t add) {
+void GatherPixels(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
+                  size_t count, float offset, uint32_t keep, uint32_t add) {
   int32_t offsets[kSampleChunk];
   PixelOffsets<kBytes>(offsets, source, points, count, offset, 0);
-  size_t i = kBytes == 1 ? PickGroups(colors, source.bits, offsets, count, keep, add) : 0;
+  size_t i = kBytes == 1 ? GatherGrays(colors, source.bits, offsets, count, keep, add) : 0;
   for (; i < count; ++i) {
     const uint8_t* const pixel = source.bits + offsets[i];
     uint32_t color;
@@ -268,9 +268,9 @@ extern const RotateKernels kRotateKernels;
 constinit const RotateKernels kRotateKernels = {
     .positions = &Positions,
     .prefetch = &PrefetchPixels,
-    .pick1 = &Pick<1>,
-    .pick3 = &Pick<3>,
-    .pick4 = &Pick<4>,
+    .gather1 = &GatherPixels<1>,
+    .gather3 = &GatherPixels<3>,
+    .gather4 = &GatherPixels<4>,
     .copy1 = &CopyPixels<1>,
     .copy3 = &CopyPixels<3>,
     .copy4 = &CopyPixels<4>,

@@ -64,12 +64,12 @@ struct RotateKernels {
 
   /// The pixel at the truncated positions after adding `offset`: (pixel & keep) | add. Pixels of 3
   /// bytes are read together with the byte behind them.
-  void (*pick1)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
-                size_t count, float offset, uint32_t keep, uint32_t add);
-  void (*pick3)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
-                size_t count, float offset, uint32_t keep, uint32_t add);
-  void (*pick4)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
-                size_t count, float offset, uint32_t keep, uint32_t add);
+  void (*gather1)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
+                  size_t count, float offset, uint32_t keep, uint32_t add);
+  void (*gather3)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
+                  size_t count, float offset, uint32_t keep, uint32_t add);
+  void (*gather4)(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
+                  size_t count, float offset, uint32_t keep, uint32_t add);
 
   /// Writes the pixels of output pixels `first` to `first` + `count` - 1 at the truncated positions
   /// after adding `offset`, all of them inside; of 4 bytes also opaque. Pixels of 3 bytes are read

@@ -25,7 +25,7 @@ bool CanRotate(RotateMethod method, const ImageView& source, int interpolation,
   }
   const bool weighs = MethodOf(interpolation).kernel != nullptr;
   switch (method) {
-    case RotateMethod::kPick:
+    case RotateMethod::kGather:
       return !weighs;
     case RotateMethod::kPolynomial:
       return IsPolynomial(interpolation);

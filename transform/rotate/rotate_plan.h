@@ -8,10 +8,10 @@
 namespace qel {
 
 /// How the pixels of a turned frame are sampled, in the order of preference.
-enum class RotateMethod { kPick, kPolynomial, kRemembered, kComputed, kOneByOne };
+enum class RotateMethod { kGather, kPolynomial, kRemembered, kComputed, kOneByOne };
 
 inline constexpr MethodText kRotateMethods[] = {
-    {"pick", "methods 0 and 1, whose taps are one pixel: one scattered read"},
+    {"gather", "methods 0 and 1, whose taps are one pixel: one scattered read"},
     {"polynomial",
      "kernels that are polynomials, with weights by vectors; then 16 products a channel, summed in "
      "one stated order"},

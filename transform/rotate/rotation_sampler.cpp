@@ -56,7 +56,7 @@ SampleRow RotationSampler::RowAt(int j, const PixelRun& run) {
   const SampleRow row = {way, plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
                                                                       : InsideRun(way, run)};
   // Sums of taps take long enough for the processor to look ahead by itself.
-  if (plan_.method == RotateMethod::kPick) Prefetch(j + kRowsAhead, row.inside);
+  if (plan_.method == RotateMethod::kGather) Prefetch(j + kRowsAhead, row.inside);
   return row;
 }
 
@@ -77,15 +77,16 @@ void RotationSampler::SampleSingly(uint32_t* colors, const SampleRow& row, int f
   }
 }
 
-void RotationSampler::PickInside(uint32_t* colors, const SamplePoints& points, size_t count) const {
+void RotationSampler::GatherInside(uint32_t* colors, const SamplePoints& points,
+                                   size_t count) const {
   const RotateKernels& kernels = ActiveRotateKernels();
   const size_t kind = KernelIndex(source_.bit_count);
-  const auto pick = kind == 0 ? kernels.pick1 : kind == 1 ? kernels.pick3 : kernels.pick4;
+  const auto gather = kind == 0 ? kernels.gather1 : kind == 1 ? kernels.gather3 : kernels.gather4;
   const bool nearest = how_.sampling == Sampling::kNearest;
   // At 24 bits and more the truncated pixel comes out opaque, the nearest one with its own alpha.
   const uint32_t keep = kind == 2 && nearest ? 0xFFFFFFFFu : 0x00FFFFFFu;
   const uint32_t add = kind != 0 && !nearest ? 0xFF000000u : 0u;
-  pick(colors, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
+  gather(colors, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
 }
 
 void RotationSampler::Copy(uint8_t* dest, const SampleRow& row) const {
@@ -121,8 +122,8 @@ void RotationSampler::SampleInside(uint32_t* colors, const SampleRow& row, int f
                                    size_t count) {
   SamplePoints points;
   ActiveRotateKernels().positions(points, LineOf(row.way), first, count);
-  if (plan_.method == RotateMethod::kPick) {
-    PickInside(colors, points, count);
+  if (plan_.method == RotateMethod::kGather) {
+    GatherInside(colors, points, count);
   } else {
     BlendInside(colors, points, count);
   }

@@ -45,7 +45,7 @@ class RotationSampler {
 
   /// True where samples inside are pixels of the source, for `Copy`: without a change but for
   /// alpha, which those of 4 bytes have in full by method 1.
-  bool Copies() const { return plan_.method == RotateMethod::kPick; }
+  bool Copies() const { return plan_.method == RotateMethod::kGather; }
   /// Writes what is inside in a row, from the pixel of its first one on, with the bytes per pixel
   /// of the source.
   void Copy(uint8_t* dest, const SampleRow& row) const;
@@ -63,7 +63,7 @@ class RotationSampler {
   void Prefetch(int j, const PixelRun& run) const;
   void SampleSingly(uint32_t* colors, const SampleRow& row, int first, int count) const;
   void SampleInside(uint32_t* colors, const SampleRow& row, int first, size_t count);
-  void PickInside(uint32_t* colors, const SamplePoints& points, size_t count) const;
+  void GatherInside(uint32_t* colors, const SamplePoints& points, size_t count) const;
   void BlendInside(uint32_t* colors, const SamplePoints& points, size_t count);
 
   const ImageView source_;

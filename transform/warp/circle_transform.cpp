@@ -66,20 +66,19 @@ void Fold(const Circle& circle, ColorCopy& copy) {
   }
 }
 
-/// Folds pictures of whole bytes that keep their depth: all rows pick the same columns.
+/// Folds pictures of whole bytes that keep their depth: all rows gather the same columns.
 [[gnu::noinline]] void FoldRows(const Circle& circle, const ImageView& source,
                                 const ImageView& dest, int pixel_bytes) {
   constexpr float kFoldStep = 2;  // but for every 32nd column
   // Columns that sample outside: the first 8, and at most 15 of the last.
   int missing[24];
   const uint32_t outside = OutsideColor(source);
-  GatherMap<40 * 1024> gather(pixel_bytes, false, kFoldStep, source.Columns() * pixel_bytes);
+  GatherMap<40 * 1024> map(pixel_bytes, false, kFoldStep, source.Columns() * pixel_bytes);
   for (int first = 0; first < circle.width;) {
-    const int count =
-        static_cast<int>(std::min<int64_t>(gather.most_pixels(), circle.width - first));
+    const int count = static_cast<int>(std::min<int64_t>(map.most_pixels(), circle.width - first));
     const int end = first + count;
     size_t missing_count = 0;
-    gather.Describe(count, [&](int64_t i) {
+    map.Describe(count, [&](int64_t i) {
       const int x = first + static_cast<int>(i);
       const int column = Circle::FoldedColumn(x);
       const int inside = std::clamp(column, 0, circle.width - 1);
@@ -87,7 +86,7 @@ void Fold(const Circle& circle, ColorCopy& copy) {
       return int64_t{inside} * pixel_bytes;
     });
     for (int y = 0; y < circle.height; ++y) {
-      gather.Pick(dest.Row(y) + int64_t{first} * pixel_bytes, source.Row(y));
+      map.Gather(dest.Row(y) + int64_t{first} * pixel_bytes, source.Row(y));
       const auto put_outside = [&](int begin, int past) {
         for (int64_t x = std::max(begin, first); x < std::min(past, end); ++x) {
           std::memcpy(dest.Row(y) + x * pixel_bytes, &outside, static_cast<size_t>(pixel_bytes));
