@@ -1,10 +1,13 @@
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
+#include "image/interpolated_sampling.h"
 #include "reference/pixels.h"
 #include "reference/transform.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
+#include "transform/rotate/rotate_kernels.h"
 
 namespace qel::test {
 namespace {
@@ -53,6 +56,29 @@ TEST_F(RotationReadings, EqualRememberedWeights) {
   for (const int method : {5, 9, 10, 11, 12}) {
     const Raster source = RandomRaster(rng, 1100, 66, rng.OneIn(2) ? 24 : 32);
     ExpectRotated(source, rng.Int(1, 20), method, 0, 1);
+  }
+}
+
+// Bytes of pictures hide wrong last bits of weights: all of them, at positions of every binade,
+// among them whole ones.
+TEST_P(Rotation, WeighsTwelveTapsAsTheMathematicsLibraryDoes) {
+  constexpr uint32_t kStep = 1024 - 5;
+  const WeighTaps weigh = RotateKernelsFor(GetParam()).weights[5];
+  const KernelFunction kernel = MethodOf(5).kernel;
+  for (auto bits = std::bit_cast<uint32_t>(5.0f); bits < std::bit_cast<uint32_t>(2100.0f);) {
+    float positions[kSampleChunk];
+    for (float& position : positions) position = std::bit_cast<float>(bits += kStep);
+    positions[7] = std::floor(positions[7]);
+    float weights[kSampleChunk * kMaxTaps];
+    weigh(weights, positions, kSampleChunk);
+    for (size_t i = 0; i < kSampleChunk; ++i) {
+      float expected[kMaxTaps];
+      TapWeights(kTaps12, kernel, positions[i], TapOrigin(positions[i]), expected);
+      for (size_t tap = 0; tap < kMaxTaps; ++tap) {
+        ASSERT_EQ(weights[WeightPlace(i, kMaxTaps) + tap * kWeightGroup], expected[tap])
+            << "tap " << tap << " of " << positions[i];
+      }
+    }
   }
 }
 

@@ -5,6 +5,7 @@
 #include "image/kernel_polynomials.h"
 #include "image/numeric.h"
 #include "simd/prefetch.h"
+#include "transform/trigonometry.h"
 #include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
@@ -125,11 +126,6 @@ void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on,
   }
 }
 
-/// Place of tap 0 of a point among weights; the other taps follow at distances of `kWeightGroup`.
-constexpr size_t WeightPlace(size_t point, size_t taps) {
-  return point / kWeightGroup * kWeightGroup * taps + point % kWeightGroup;
-}
-
 template <typename Kernel>
 void Weights(float* weights, const float* positions, size_t count) {
   for (size_t i = 0; i < RoundUp(count); i += F32::kLanes) {
@@ -141,6 +137,61 @@ void Weights(float* weights, const float* positions, size_t count) {
       const F32 weight = {Kernel::Weight(distance.raw)};
       StoreU(weight, first + static_cast<size_t>(tap) * kWeightGroup);
     }
+  }
+}
+
+/// Sines of single-precision angles up to a few turns, to the last bit those of the mathematics
+/// library: one in eight is asked for there. Their number is a multiple of 64.
+template <size_t kCount>
+void Sines(float (&sines)[kCount], const float (&angles)[kCount]) {
+  static_assert(kCount % 64 == 0);
+  uint64_t unsure[kCount / 64] = {};
+  for (size_t i = 0; i < kCount; i += F64::kLanes) {
+    const F64 sine = Sine(ConvertTo<F64>(LoadU<Half<F32>>(angles + i)));
+    StoreU(ConvertTo<Half<F32>>(sine), sines + i);
+    unsure[i / 64] |= BitsFromMask(RoundsUnsurely(sine)) << i % 64;
+  }
+  for (size_t i = 0; i < kCount; i += 64) {
+    for (uint64_t bits = unsure[i / 64]; bits != 0; bits &= bits - 1) {
+      const size_t at = i + static_cast<size_t>(__builtin_ctzll(bits));
+      sines[at] = __builtin_sinf(angles[at]);
+    }
+  }
+}
+
+void Lanczos6Weights(float* weights, const float* positions, size_t count) {
+  constexpr int kTaps = 12;
+  constexpr size_t kPlane = kTaps * F32::kLanes;
+  // First of pi t, then of pi t / 6, where no distance t from the position is above 6.
+  alignas(64) float angles[4 * kPlane];
+  alignas(64) float sines[4 * kPlane];
+  constexpr size_t kGroup = 2 * F32::kLanes;
+  static_assert(kSampleGroup % kGroup == 0);
+  for (size_t first = 0; first < RoundUp(count); first += kGroup) {
+    const auto for_taps = [&](auto&& visit) {
+      for (size_t v = 0; v < 2; ++v) {
+        for (int tap = 0; tap < kTaps; ++tap) {
+          visit(first + v * F32::kLanes, tap, v * kPlane + static_cast<size_t>(tap) * F32::kLanes);
+        }
+      }
+    };
+    for_taps([&](size_t i, int tap, size_t at) {
+      const F32 position = LoadU<F32>(positions + i);
+      const F32 t = ConvertTo<F32>(ConvertTo<I32>(position) + Set<I32>(tap - 5)) - position;
+      const auto times_pi = [](Half<F32> half) {
+        return ConvertTo<Half<F32>>(Fill(3.14159265358979323846) * ConvertTo<F64>(half));
+      };
+      const F32 u = Combine(times_pi(UpperHalf(t)), times_pi(LowerHalf(t)));
+      StoreU(u, angles + at);
+      StoreU(u / Set<F32>(6.0f), angles + 2 * kPlane + at);
+    });
+    Sines(sines, angles);
+    for_taps([&](size_t i, int tap, size_t at) {
+      const auto sinc = [&](size_t k) { return LoadU<F32>(sines + k) / LoadU<F32>(angles + k); };
+      const Mask<F32> centre = LoadU<F32>(angles + at) == Zero<F32>();
+      StoreU(IfThenElse(centre, Set<F32>(1.0f), sinc(at) * sinc(2 * kPlane + at)),
+             weights + WeightPlace(i, kTaps) + static_cast<size_t>(tap) * kWeightGroup);
+    });
   }
 }
 
@@ -276,10 +327,10 @@ constinit const RotateKernels kRotateKernels = {
     .copy4 = &CopyPixels<4>,
     .copy4_opaque = &CopyPixels<4, true>,
     .weights = {nullptr, nullptr, &Weights<polynomials::CubicBSpline>, &Weights<polynomials::Keys>,
-                &Weights<polynomials::CatmullRomOfDistance>, nullptr, &Weights<polynomials::Box>,
-                &Weights<polynomials::Hermite>, &Weights<polynomials::DampedHermite>, nullptr,
-                nullptr, nullptr, nullptr, &Weights<polynomials::QuadraticBSpline>,
-                &Weights<polynomials::MitchellNetravali>,
+                &Weights<polynomials::CatmullRomOfDistance>, &Lanczos6Weights,
+                &Weights<polynomials::Box>, &Weights<polynomials::Hermite>,
+                &Weights<polynomials::DampedHermite>, nullptr, nullptr, nullptr, nullptr,
+                &Weights<polynomials::QuadraticBSpline>, &Weights<polynomials::MitchellNetravali>,
                 &Weights<polynomials::CatmullRomOfOffset>},
     .spread4 = &SpreadWeights<4>,
     .spread12 = &SpreadWeights<12>,

@@ -51,8 +51,16 @@ struct WeightEntries {
 };
 static_assert(kSampleChunk <= 64);
 
+/// Place of tap 0 of a point among weights; the other taps follow at distances of `kWeightGroup`.
+static constexpr size_t WeightPlace(size_t point, size_t taps) {
+  return point / kWeightGroup * kWeightGroup * taps + point % kWeightGroup;
+}
+
 using CopyLine = void (*)(uint8_t* dest, const SampleSource& source, const SampleLine& line,
                           int32_t first, size_t count, float offset);
+
+/// Writes the weights of the taps of positions inside, in groups.
+using WeighTaps = void (*)(float* weights, const float* positions, size_t count);
 
 struct RotateKernels {
   /// The positions of output pixels `first` to `first` + `count` - 1.
@@ -76,9 +84,9 @@ struct RotateKernels {
   /// together with the byte behind them.
   CopyLine copy1, copy3, copy4, copy4_opaque;
 
-  /// The four tap weights of each position by polynomial method 2 to 4, 6 to 8 or 13 to 15; null
-  /// for all other methods.
-  void (*weights[16])(float* weights, const float* positions, size_t count);
+  /// The four tap weights of each position by polynomial method 2 to 4, 6 to 8 or 13 to 15, or the
+  /// twelve by method 5; null for all other methods.
+  WeighTaps weights[16];
 
   /// Writes the weights of four or twelve taps.
   void (*spread4)(float* weights, const WeightEntries& entries, size_t count);

@@ -29,7 +29,8 @@ RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source
       plan_(plan),
       how_(MethodOf(plan.interpolation)),
       taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
-      cache_(taps_, how_.kernel) {
+      cache_(taps_, how_.kernel,
+             how_.kernel != nullptr ? ActiveRotateKernels().weights[plan.interpolation] : nullptr) {
   if (plan_.method == RotateMethod::kRemembered) cache_.Reserve();
 }
 
@@ -105,8 +106,8 @@ void RotationSampler::BlendInside(uint32_t* colors, const SamplePoints& points, 
   const RotateKernels& kernels = ActiveRotateKernels();
   alignas(64) float wx[kSampleChunk * kMaxTaps];
   alignas(64) float wy[kSampleChunk * kMaxTaps];
-  if (plan_.method == RotateMethod::kPolynomial) {
-    const auto weigh = kernels.weights[plan_.interpolation];
+  const WeighTaps weigh = kernels.weights[plan_.interpolation];
+  if (weigh != nullptr && plan_.method != RotateMethod::kRemembered) {
     weigh(wx, points.x, count);
     weigh(wy, points.y, count);
   } else {

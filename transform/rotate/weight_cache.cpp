@@ -4,7 +4,6 @@
 #include <bit>
 
 #include "simd/prefetch.h"
-#include "transform/rotate/rotate_kernels.h"
 
 namespace qel {
 namespace {
@@ -42,8 +41,27 @@ WeightCache::Entry WeightCache::Find(float position) const {
   return {memory_.get() + size_t{place} * Stride(), beyond_half > 0};
 }
 
-void WeightCache::Compute(float* weights, float position) const {
-  TapWeights(taps_, kernel_, position, TapOrigin(position), weights);
+void WeightCache::Compute(Missing& missing) const {
+  // Few are quicker one by one than a whole group.
+  constexpr size_t kWorthAGroup = 8;
+  const auto taps = static_cast<size_t>(taps_.count);
+  const bool together = weigh_ != nullptr && missing.count >= kWorthAGroup;
+  float weights[kSampleChunk * kMaxTaps];
+  if (together) {
+    std::fill(missing.positions + missing.count, std::end(missing.positions), missing.positions[0]);
+    weigh_(weights, missing.positions, missing.count);
+  }
+  for (size_t i = 0; i < missing.count; ++i) {
+    float* const entry = missing.entries[i].weights;
+    const float position = missing.positions[i];
+    if (together) {
+      const float* const first = weights + WeightPlace(i, taps);
+      for (size_t tap = 0; tap < taps; ++tap) entry[tap] = first[tap * kWeightGroup];
+    } else {
+      TapWeights(taps_, kernel_, position, TapOrigin(position), entry);
+    }
+    if (missing.entries[i].mirrored) std::reverse(entry, entry + taps);
+  }
 }
 
 void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
@@ -55,20 +73,21 @@ void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
     if (kept[i].weights != nullptr) PrefetchLine(reinterpret_cast<const uint8_t*>(kept[i].weights));
   }
   float computed[kSampleChunk * kMaxTaps];
+  Missing missing;
   WeightEntries entries;
   entries.mirrored = 0;
   for (size_t i = 0; i < count; ++i) {
-    float* entry = kept[i].weights;
-    if (entry == nullptr) {
-      entry = computed + i * taps;
-      Compute(entry, positions[i]);
-    } else if (entry[0] == 0.0f) {
-      Compute(entry, positions[i]);
-      if (kept[i].mirrored) std::reverse(entry, entry + taps);
+    Entry& entry = kept[i];
+    const bool remembers = entry.weights != nullptr;
+    if (!remembers) entry.weights = computed + i * taps;
+    if (!remembers || entry.weights[0] == 0.0f) {
+      missing.positions[missing.count] = positions[i];
+      missing.entries[missing.count++] = entry;
     }
-    entries.of[i] = entry;
-    entries.mirrored |= uint64_t{kept[i].mirrored} << i;
+    entries.of[i] = entry.weights;
+    entries.mirrored |= uint64_t{entry.mirrored} << i;
   }
+  if (missing.count > 0) Compute(missing);
   for (size_t i = count; i < kSampleChunk; ++i) entries.of[i] = entries.of[count - 1];
   const RotateKernels& kernels = ActiveRotateKernels();
   (taps == 4 ? kernels.spread4 : kernels.spread12)(weights, entries, count);

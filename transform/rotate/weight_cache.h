@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "image/interpolated_sampling.h"
+#include "transform/rotate/rotate_kernels.h"
 
 namespace qel {
 
@@ -13,7 +14,9 @@ namespace qel {
 /// even, a fraction has the weights of its complement to 1 in the opposite order.
 class WeightCache {
  public:
-  WeightCache(const TapWindow& taps, KernelFunction kernel) : taps_(taps), kernel_(kernel) {}
+  /// `weigh` computes the same weights as `kernel`, many at a time, if it is not null.
+  WeightCache(const TapWindow& taps, KernelFunction kernel, WeighTaps weigh)
+      : taps_(taps), kernel_(kernel), weigh_(weigh) {}
 
   /// Makes room for remembering; until then every weight is computed.
   void Reserve();
@@ -35,10 +38,17 @@ class WeightCache {
     return taps_.count == kTaps12.count ? 16 : static_cast<size_t>(taps_.count);
   }
   Entry Find(float position) const;
-  void Compute(float* weights, float position) const;
+  /// The positions of a chunk whose weights are not remembered yet, and where these belong.
+  struct Missing {
+    size_t count = 0;
+    float positions[kSampleChunk];
+    Entry entries[kSampleChunk];
+  };
+  void Compute(Missing& missing) const;
 
   TapWindow taps_;
   KernelFunction kernel_;
+  WeighTaps weigh_;
   std::unique_ptr<float, Free> memory_;
 };
 

@@ -1,22 +1,12 @@
 #include "transform/warp/circle_kernels.h"
 
 #include "image/numeric.h"
-#include "simd/simd.h"
+#include "transform/trigonometry.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
-/// As many whole numbers as a vector has doubles.
-using Wholes = Half<I32>;
 using Truths = Mask<F64>;
-
-QEL_SIMD_INLINE F64 Fill(double value) { return Set<F64>(value); }
-QEL_SIMD_INLINE F64 ToDoubles(Wholes v) { return ConvertTo<F64>(v); }
-QEL_SIMD_INLINE Wholes ToWholes(F64 v) { return ConvertTo<Wholes>(v); }
-/// True where a bit of `bits` is set.
-QEL_SIMD_INLINE Truths HasBit(Wholes v, int32_t bits) {
-  return RebindMask<F64>((v & Set<Wholes>(bits)) != Zero<Wholes>());
-}
 
 struct Distance {
   Truths in_reach;
@@ -99,53 +89,6 @@ bool Pinch(const CircleRun& run, CircleSamples& samples) {
                    [=](F64 d) { return Sqrt(limit / IfThenElse(d < Fill(1), Fill(1), d)); });
 }
 
-/// c[0] + c[1] z + c[2] z z + ...
-template <size_t kTerms>
-F64 Polynomial(const double (&c)[kTerms], F64 z) {
-  F64 sum = Fill(c[kTerms - 1]);
-  for (size_t i = kTerms - 1; i-- > 0;) sum = MulAdd(sum, z, Fill(c[i]));
-  return sum;
-}
-
-/// Sine and cosine of angles up to `kLargestTurn`, with errors below 1e-13.
-inline void SineCosine(F64 angle, F64& sine, F64& cosine) {
-  // A whole number of quarter turns comes off first, in two parts: the upper one is short enough
-  // for exact products.
-  constexpr double kQuarterTurnsPerRadian = 0.63661977236758134308;
-  constexpr double kQuarterTurn = 0x1.921fb544p+0;
-  constexpr double kQuarterTurnRest = 0x1.0b4611a626331p-34;
-  // Terms up to the 15th power: what follows is below 1e-15.
-  constexpr double kSine[] = {1,
-                              -1 / 6.0,
-                              1 / 120.0,
-                              -1 / 5040.0,
-                              1 / 362880.0,
-                              -1 / 39916800.0,
-                              1 / 6227020800.0,
-                              -1 / 1307674368000.0};
-  constexpr double kCosine[] = {1,
-                                -1 / 2.0,
-                                1 / 24.0,
-                                -1 / 720.0,
-                                1 / 40320.0,
-                                -1 / 3628800.0,
-                                1 / 479001600.0,
-                                -1 / 87178291200.0,
-                                1 / 20922789888000.0};
-  const F64 turns = angle * Fill(kQuarterTurnsPerRadian);
-  const Wholes quarters = ToWholes(turns + IfThenElse(turns < Fill(0), Fill(-0.5), Fill(0.5)));
-  const F64 whole = ToDoubles(quarters);
-  const F64 rest = (angle - whole * Fill(kQuarterTurn)) - whole * Fill(kQuarterTurnRest);
-  const F64 z = rest * rest;
-  const F64 s = rest * Polynomial(kSine, z);
-  const F64 c = Polynomial(kCosine, z);
-  const Truths odd = HasBit(quarters, 1);
-  const F64 sine_sign = IfThenElse(HasBit(quarters, 2), Fill(-1), Fill(1));
-  const F64 cosine_sign = IfThenElse(HasBit(quarters + Set<Wholes>(1), 2), Fill(-1), Fill(1));
-  sine = IfThenElse(odd, c, s) * sine_sign;
-  cosine = IfThenElse(odd, s, c) * cosine_sign;
-}
-
 bool Swirl(const CircleRun& run, CircleSamples& samples) {
   const F64 dy = Fill(run.dy);
   const F64 turn = Fill(run.turn);
@@ -164,28 +107,6 @@ bool Swirl(const CircleRun& run, CircleSamples& samples) {
     return Mapped{left_x.whole, left_y.whole, right_x.whole, right_y.whole,
                   left_x.too_close | left_y.too_close | right_x.too_close | right_y.too_close};
   });
-}
-
-/// The angle of (x, y) in the first quadrant, with an error below 1e-13.
-inline F64 Angle(F64 x, F64 y) {
-  constexpr double kQuarterTurn = 1.5707963267948966;
-  constexpr double kEighthTurn = 0.78539816339744831;
-  constexpr double kTangentOfSixteenthTurn = 0.41421356237309505;
-  // Terms up to the 29th power: what follows is below 1e-13.
-  constexpr double kSeries[] = {1,         -1 / 3.0,  1 / 5.0,   -1 / 7.0,  1 / 9.0,
-                                -1 / 11.0, 1 / 13.0,  -1 / 15.0, 1 / 17.0,  -1 / 19.0,
-                                1 / 21.0,  -1 / 23.0, 1 / 25.0,  -1 / 27.0, 1 / 29.0};
-  const Truths steep = x < y;
-  const F64 far = IfThenElse(steep, y, x);
-  const F64 near = IfThenElse(steep, x, y);
-  // Measured from the axis, or from the diagonal when that is nearer.
-  const Truths diagonal = far * Fill(kTangentOfSixteenthTurn) < near;
-  const F64 above = IfThenElse(diagonal, near - far, near);
-  const F64 along = IfThenElse(diagonal, near + far, far);
-  const F64 t = above / IfThenElse(along < Fill(1), Fill(1), along);
-  const F64 angle =
-      t * Polynomial(kSeries, t * t) + IfThenElse(diagonal, Fill(kEighthTurn), Fill(0));
-  return IfThenElse(steep, Fill(kQuarterTurn) - angle, angle);
 }
 
 bool Unwrap(const CircleRun& run, CircleSamples& samples) {

@@ -120,10 +120,14 @@ class QuarterMap {
         const int count = std::min(static_cast<int>(kWarpTile), circle_.cx + 1 - run.first_dx);
         run.count = static_cast<size_t>(count);
         const bool any_too_close = mapping(run, samples);
+        const int upper = circle_.cy - run.dy;
+        const bool has_lower = run.dy > 0 && circle_.cy + run.dy < circle_.height;
+        const int lower = has_lower ? circle_.cy + run.dy : upper;
+        // An unwrapped lower half is the upper one.
+        const bool repeats = circle_.mode == kCircleUnwrap && !any_too_close;
         for (const bool left : {true, false}) {
-          Place(run, samples, circle_.cy - run.dy, left, false, any_too_close);
-          if (run.dy == 0 || circle_.cy + run.dy >= circle_.height) continue;
-          Place(run, samples, circle_.cy + run.dy, left, true, any_too_close);
+          Place(run, samples, left, any_too_close, upper, repeats ? lower : upper);
+          if (has_lower && !repeats) Place(run, samples, left, any_too_close, lower, lower);
         }
         run.first_dx += count;
       }
@@ -131,11 +135,12 @@ class QuarterMap {
   }
 
  private:
-  /// Copies the pixels of one quarter into row `y`.
-  void Place(const CircleRun& run, const CircleSamples& samples, int y, bool left, bool lower,
-             bool any_too_close) const {
+  /// Copies the pixels of one quarter into row `y`, and the same into row `repeat_y`.
+  void Place(const CircleRun& run, const CircleSamples& samples, bool left, bool any_too_close,
+             int y, int repeat_y) const {
     const bool unwrap = circle_.mode == kCircleUnwrap;
-    // A half turn maps the lower left on the upper right; an unwrapped lower half is the upper one.
+    const bool lower = y > circle_.cy;
+    // A half turn maps the lower left on the upper right.
     const bool from_left = unwrap || !lower ? left : !left;
     const int32_t* from_x = from_left ? samples.left_x : samples.right_x;
     const int32_t* from_y = from_left ? samples.left_y : samples.right_y;
@@ -167,7 +172,7 @@ class QuarterMap {
       sx[at] = sample.x;
       sy[at] = sample.y;
     }
-    copy_(y, x, sx, sy, pixels);
+    copy_(y, x, sx, sy, pixels, repeat_y);
   }
 
   const Circle& circle_;

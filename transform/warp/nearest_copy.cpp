@@ -34,7 +34,9 @@ CopyScattered NearestCopy::FunctionFor(const Depths& depths) {
 
 NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int margin,
                          std::optional<uint32_t> outside)
-    : bits_(source.bits), outside_(outside) {
+    : bits_(source.bits),
+      dest_bytes_(static_cast<size_t>(depths.opaque ? 4 : depths.source_bytes)),
+      outside_(outside) {
   if (!source.HasPixels() || !HasSmallOffsets(source, depths.source_bytes)) return;
   const auto inner = [=](int size) { return size > 2 * margin ? size - 2 * margin : 0; };
   rule_ = {.left = margin,
@@ -47,10 +49,12 @@ NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int marg
   copy_ = FunctionFor(depths);
 }
 
-void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count) {
+void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                             uint8_t* repeat) {
   Tile& tile = tiles_[turn_];
   tile.all_inside = ActiveWarpKernels().offsets(tile.offsets, sx, sy, count, rule_);
   tile.dest = dest;
+  tile.repeat = repeat;
   tile.count = count;
   // Neighbours in a row come from different rows of the source, which the processor does not
   // foresee.
@@ -65,6 +69,7 @@ void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy
 void NearestCopy::Write(Tile& tile) {
   if (tile.count > 0 && (outside_ || tile.all_inside)) {
     copy_(tile.dest, tile.count, bits_, tile.offsets, outside_.value_or(0));
+    if (tile.repeat != nullptr) std::memcpy(tile.repeat, tile.dest, tile.count * dest_bytes_);
   } else {
     WriteInside(tile);
   }
@@ -89,18 +94,24 @@ ColorCopy::ColorCopy(const ImageView& source, const ImageView& dest, bool opaque
       opaque_(opaque),
       nearest_(source, {AccessPixelBytes(source.bit_count), opaque}, 0, OutsideColor(source)) {}
 
-void ColorCopy::operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count) {
+void ColorCopy::operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count,
+                           int repeat_y) {
   if (nearest_) {
-    const int64_t pixel_bytes = AccessPixelBytes(dest_.bit_count);
-    nearest_(dest_.Row(y) + x * pixel_bytes, sx, sy, count);
+    const int64_t offset = x * int64_t{AccessPixelBytes(dest_.bit_count)};
+    nearest_(dest_.Row(y) + offset, sx, sy, count,
+             repeat_y == y ? nullptr : dest_.Row(repeat_y) + offset);
     return;
   }
   for (size_t i = 0; i < count; ++i) {
     uint32_t color = GetPixelColor(source_.bits, sx[i], sy[i], source_.width, source_.height,
                                    source_.stride, source_.bit_count);
     if (opaque_ && AlphaOf(color) != kOutsideMarker) color = WithAlpha(color, 255);
-    SetPixelColor(dest_.bits, x + static_cast<int>(i), y, dest_.width, dest_.height, dest_.stride,
-                  color, dest_.bit_count);
+    const auto put = [&](int row) {
+      SetPixelColor(dest_.bits, x + static_cast<int>(i), row, dest_.width, dest_.height,
+                    dest_.stride, color, dest_.bit_count);
+    };
+    put(y);
+    if (repeat_y != y) put(repeat_y);
   }
 }
 

@@ -27,14 +27,17 @@ class NearestCopy {
   explicit operator bool() const { return copy_ != nullptr; }
 
   /// Writes `count` pixels from positions (sx[i], sy[i]), at most `kWarpTile`, not later than the
-  /// next call or `Finish`: until then the memory brings their lines.
-  void operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count);
+  /// next call or `Finish`: until then the memory brings their lines. The same pixels go to
+  /// `repeat` as well, if that is not null; then there must be an `outside`.
+  void operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                  uint8_t* repeat = nullptr);
   /// Writes what is not written yet.
   void Finish() { Write(tiles_[1 - turn_]); }
 
  private:
   struct Tile {
     uint8_t* dest;
+    uint8_t* repeat;
     size_t count = 0;
     bool all_inside;
     int32_t offsets[kWarpTile];
@@ -44,6 +47,7 @@ class NearestCopy {
   void WriteInside(const Tile& tile) const;
 
   const uint8_t* bits_ = nullptr;
+  size_t dest_bytes_;
   OffsetRule rule_{};
   std::optional<uint32_t> outside_;
   CopyScattered copy_ = nullptr;
@@ -68,8 +72,11 @@ class ColorCopy {
   ColorCopy(const ImageView& source, const ImageView& dest, bool opaque);
 
   /// Writes `count` pixels, at most `kWarpTile`, of row `y` from column `x` on, not later than the
-  /// next call or `Finish`.
-  void operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count);
+  /// next call or `Finish`; the same to row `repeat_y`, if that is another one.
+  void operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count, int repeat_y);
+  void operator()(int y, int x, const int32_t* sx, const int32_t* sy, size_t count) {
+    (*this)(y, x, sx, sy, count, y);
+  }
   void Finish() { nearest_.Finish(); }
 
  private:
