@@ -16,96 +16,114 @@ using Wholes = Half<I32>;
 QEL_SIMD_INLINE F64 Fill(double value) { return Set<F64>(value); }
 QEL_SIMD_INLINE F64 ToDoubles(Wholes v) { return ConvertTo<F64>(v); }
 QEL_SIMD_INLINE Wholes ToWholes(F64 v) { return ConvertTo<Wholes>(v); }
-/// True where a bit of `bits` is set.
-QEL_SIMD_INLINE Mask<F64> HasBit(Wholes v, int32_t bits) {
-  return RebindMask<F64>((v & Set<Wholes>(bits)) != Zero<Wholes>());
+/// The same truths for whole numbers.
+QEL_SIMD_INLINE Mask<Wholes> ForWholes(Mask<F64> mask) {
+  if constexpr (kVectorBytes == 64) return RebindMask<Wholes>(mask);
+  // The lower half of each lane is as true as the whole.
+  const I32 halves = BitCast<I32>(VecFromMask(mask));
+  return MaskFromVec(Shuffled<Wholes>(halves, halves, [](size_t i) { return 2 * i; }));
 }
 
-/// c[0] + c[1] z + c[2] z z + ...
+/// c[0] + c[1] z + c[2] z z + ... of even and odd powers apart, so that they need not wait for each
+/// other.
 template <size_t kTerms>
-F64 Polynomial(const double (&c)[kTerms], F64 z) {
-  F64 sum = Fill(c[kTerms - 1]);
-  for (size_t i = kTerms - 1; i-- > 0;) sum = MulAdd(sum, z, Fill(c[i]));
-  return sum;
+QEL_SIMD_INLINE F64 Polynomial(const double (&c)[kTerms], F64 z) {
+  const F64 square = z * z;
+  const auto sum_from = [&](size_t i) {
+    F64 sum = Fill(c[i]);
+    while (i >= 2) sum = MulAdd(sum, square, Fill(c[i -= 2]));
+    return sum;
+  };
+  const F64 upper = sum_from(kTerms - 1);
+  const F64 lower = sum_from(kTerms - 2);
+  return kTerms % 2 == 0 ? MulAdd(upper, z, lower) : MulAdd(lower, z, upper);
 }
 
-/// sin(x) / x by powers of x x, up to the 15th power of x: what follows is below 1e-15 up to an
-/// eighth turn, and below 2^-37 up to a quarter turn.
-constexpr double kSineSeries[] = {1,
-                                  -1 / 6.0,
-                                  1 / 120.0,
-                                  -1 / 5040.0,
-                                  1 / 362880.0,
-                                  -1 / 39916800.0,
-                                  1 / 6227020800.0,
-                                  -1 / 1307674368000.0};
+/// Numbers below 2^51 rounded to whole ones, and these as the low bits of a word.
+struct Rounded {
+  F64 whole;
+  U64 bits;
+};
+QEL_SIMD_INLINE Rounded Round(F64 v) {
+  // Doubles from here on have no fractions.
+  const F64 shift = Fill(0x1.8p52);
+  const F64 shifted = v + shift;
+  return {shifted - shift, BitCast<U64>(shifted)};
+}
+/// Turns the sign of lanes whose highest bit is set in `signs`.
+QEL_SIMD_INLINE F64 WithSign(F64 v, U64 signs) {
+  return BitCast<F64>(BitCast<U64>(v) ^ (signs & Set<U64>(uint64_t{1} << 63)));
+}
+
+// The series below are not those of Taylor but polynomials through the function at as many of
+// Chebyshev's points as they have coefficients, which spreads their error over the range.
 
 /// Sine and cosine of angles up to `kLargestTurn`, with errors below 1e-13.
-inline void SineCosine(F64 angle, F64& sine, F64& cosine) {
+QEL_SIMD_INLINE void SineCosine(F64 angle, F64& sine, F64& cosine) {
   // A whole number of quarter turns comes off first, in two parts: the upper one is short enough
   // for exact products.
   constexpr double kQuarterTurnsPerRadian = 0.63661977236758134308;
   constexpr double kQuarterTurn = 0x1.921fb544p+0;
   constexpr double kQuarterTurnRest = 0x1.0b4611a626331p-34;
-  // Terms up to the 16th power: what follows is below 1e-15.
+  // Up to an eighth turn: off by less than 5e-15, and 2e-16.
+  constexpr double kSine[] = {0.99999999999999567,    -0.16666666666616661,
+                              0.0083333333238743753,  -0.00019841263296432765,
+                              2.7555271485395277e-06, -2.4756529379592511e-08};
   constexpr double kCosine[] = {1,
-                                -1 / 2.0,
-                                1 / 24.0,
-                                -1 / 720.0,
-                                1 / 40320.0,
-                                -1 / 3628800.0,
-                                1 / 479001600.0,
-                                -1 / 87178291200.0,
-                                1 / 20922789888000.0};
-  const F64 turns = angle * Fill(kQuarterTurnsPerRadian);
-  const Wholes quarters = ToWholes(turns + IfThenElse(turns < Fill(0), Fill(-0.5), Fill(0.5)));
-  const F64 whole = ToDoubles(quarters);
-  const F64 rest = (angle - whole * Fill(kQuarterTurn)) - whole * Fill(kQuarterTurnRest);
+                                -0.49999999999999251,
+                                0.041666666666472209,
+                                -0.001388888886997111,
+                                2.4801578535940913e-05,
+                                -2.7555233469269026e-07,
+                                2.0630429883763109e-09};
+  const Rounded quarters = Round(angle * Fill(kQuarterTurnsPerRadian));
+  const F64 rest =
+      (angle - quarters.whole * Fill(kQuarterTurn)) - quarters.whole * Fill(kQuarterTurnRest);
   const F64 z = rest * rest;
-  const F64 s = rest * Polynomial(kSineSeries, z);
-  const F64 c = Polynomial(kCosine, z);
-  const Mask<F64> odd = HasBit(quarters, 1);
-  const F64 sine_sign = IfThenElse(HasBit(quarters, 2), Fill(-1), Fill(1));
-  const F64 cosine_sign = IfThenElse(HasBit(quarters + Set<Wholes>(1), 2), Fill(-1), Fill(1));
-  sine = IfThenElse(odd, c, s) * sine_sign;
-  cosine = IfThenElse(odd, s, c) * cosine_sign;
+  const U64 s = BitCast<U64>(rest * Polynomial(kSine, z));
+  const U64 c = BitCast<U64>(Polynomial(kCosine, z));
+  const U64 odd = ShiftLeft<63>(quarters.bits);
+  sine = WithSign(BitCast<F64>(IfNegativeThenElse(odd, c, s)), ShiftLeft<62>(quarters.bits));
+  cosine = WithSign(BitCast<F64>(IfNegativeThenElse(odd, s, c)),
+                    ShiftLeft<62>(quarters.bits + Set<U64>(1)));
 }
 
-/// Sine of angles up to a few turns, with a relative error below 2^-36.
+/// Sine of angles up to a few turns, off by less than the 2^35th part of it.
 QEL_SIMD_INLINE F64 Sine(F64 angle) {
   // A whole number of half turns comes off first, in two parts: the upper one is short enough for
   // exact products and differences, so that what is left keeps its relative precision.
   constexpr double kHalfTurnsPerRadian = 0.31830988618379067154;
   constexpr double kHalfTurn = 0x1.921fb544p+1;
   constexpr double kHalfTurnRest = 0x1.0b4611a626331p-33;
-  const F64 turns = angle * Fill(kHalfTurnsPerRadian);
-  const Wholes halves = ToWholes(turns + IfThenElse(turns < Fill(0), Fill(-0.5), Fill(0.5)));
-  const F64 whole = ToDoubles(halves);
-  const F64 rest = (angle - whole * Fill(kHalfTurn)) - whole * Fill(kHalfTurnRest);
-  const F64 signed_rest = IfThenElse(HasBit(halves, 1), Fill(0) - rest, rest);
-  return signed_rest * Polynomial(kSineSeries, rest * rest);
+  constexpr double kSine[] = {0.99999999998290889,   -0.16666666616790812,
+                              0.0083333309732718779, -0.00019840861058037127,
+                              2.752526349541792e-06, -2.3889104032675583e-08};
+  const Rounded halves = Round(angle * Fill(kHalfTurnsPerRadian));
+  const F64 rest = (angle - halves.whole * Fill(kHalfTurn)) - halves.whole * Fill(kHalfTurnRest);
+  return WithSign(rest * Polynomial(kSine, rest * rest), ShiftLeft<63>(halves.bits));
 }
 
 /// Lanes whose nearest single-precision number is not sure: those less than a sixteenth of its last
-/// place from the middle between two. A library's sine in single precision is off by 0.56 of that
-/// place at the most, where the nearest one is off by up to 0.5.
-QEL_SIMD_INLINE Mask<F64> RoundsUnsurely(F64 v) {
+/// place from the middle between two. A library's sine in single precision is off by 0.561 of that
+/// place at the most, where the nearest one is off by up to 0.5, and `Sine` by 0.0005.
+QEL_SIMD_INLINE Mask<U64> RoundsUnsurely(F64 v) {
   constexpr uint64_t kSixteenth = uint64_t{1} << 25;
   constexpr uint64_t kMiddle = uint64_t{1} << 28;
   constexpr uint64_t kFarBits = 2 * kMiddle - 2 * kSixteenth;
   const U64 beyond = (BitCast<U64>(v) - Set<U64>(kMiddle - kSixteenth)) & Set<U64>(kFarBits);
-  return RebindMask<F64>(beyond == Zero<U64>());
+  return beyond == Zero<U64>();
 }
 
 /// The angle of (x, y) in the first quadrant, with an error below 1e-13.
-inline F64 Angle(F64 x, F64 y) {
+QEL_SIMD_INLINE F64 Angle(F64 x, F64 y) {
   constexpr double kQuarterTurn = 1.5707963267948966;
   constexpr double kEighthTurn = 0.78539816339744831;
   constexpr double kTangentOfSixteenthTurn = 0.41421356237309505;
-  // Terms up to the 29th power: what follows is below 1e-13.
-  constexpr double kSeries[] = {1,         -1 / 3.0,  1 / 5.0,   -1 / 7.0,  1 / 9.0,
-                                -1 / 11.0, 1 / 13.0,  -1 / 15.0, 1 / 17.0,  -1 / 19.0,
-                                1 / 21.0,  -1 / 23.0, 1 / 25.0,  -1 / 27.0, 1 / 29.0};
+  // Up to that tangent: off by less than 3e-14.
+  constexpr double kArctangent[] = {
+      0.99999999999997324,  -0.33333333330801568,  0.19999999604637869,
+      -0.14285690410875659, 0.11110384723766563,   -0.090783877466860188,
+      0.075636715626614601, -0.058743830307071102, 0.030660539641713551};
   const Mask<F64> steep = x < y;
   const F64 far = IfThenElse(steep, y, x);
   const F64 near = IfThenElse(steep, x, y);
@@ -115,7 +133,7 @@ inline F64 Angle(F64 x, F64 y) {
   const F64 along = IfThenElse(diagonal, near + far, far);
   const F64 t = above / IfThenElse(along < Fill(1), Fill(1), along);
   const F64 angle =
-      t * Polynomial(kSeries, t * t) + IfThenElse(diagonal, Fill(kEighthTurn), Fill(0));
+      t * Polynomial(kArctangent, t * t) + IfThenElse(diagonal, Fill(kEighthTurn), Fill(0));
   return IfThenElse(steep, Fill(kQuarterTurn) - angle, angle);
 }
 

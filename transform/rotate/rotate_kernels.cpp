@@ -13,9 +13,12 @@ namespace {
 
 // Every position that comes here lies inside the source, so that plain conversions truncate.
 
-constexpr size_t RoundUp(size_t count) {
-  return (count + kSampleGroup - 1) / kSampleGroup * kSampleGroup;
-}
+/// Points that are weighed and summed together: two vectors, as additions of one fill the waits of
+/// the other.
+constexpr size_t kGroup = 2 * F32::kLanes;
+static_assert(kSampleGroup % kGroup == 0 && kWeightGroup % F32::kLanes == 0);
+
+constexpr size_t RoundUp(size_t count) { return (count + kGroup - 1) / kGroup * kGroup; }
 
 void Positions(SamplePoints& points, const SampleLine& on, int32_t first, size_t count) {
   const SampleLine line = on;
@@ -165,8 +168,6 @@ void Lanczos6Weights(float* weights, const float* positions, size_t count) {
   // First of pi t, then of pi t / 6, where no distance t from the position is above 6.
   alignas(64) float angles[4 * kPlane];
   alignas(64) float sines[4 * kPlane];
-  constexpr size_t kGroup = 2 * F32::kLanes;
-  static_assert(kSampleGroup % kGroup == 0);
   for (size_t first = 0; first < RoundUp(count); first += kGroup) {
     const auto for_taps = [&](auto&& visit) {
       for (size_t v = 0; v < 2; ++v) {
@@ -267,7 +268,6 @@ struct PixelGroup {
 template <int kBytes, int kTaps>
 void Blend(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
            const SampleWeights& weights, size_t count) {
-  static_assert(kWeightGroup % F32::kLanes == 0 && kSampleGroup % (2 * F32::kLanes) == 0);
   int32_t offsets[kSampleChunk];
   const size_t rounded = RoundUp(count);
   PixelOffsets<kBytes>(offsets, source, points, rounded, 0.0f, kTaps / 2 - 1);
@@ -276,8 +276,7 @@ void Blend(uint32_t* colors, const SampleSource& source, const SamplePoints& poi
     return PixelGroup<kBytes, kTaps>{source.bits, offsets + i, weights.x + place,
                                      weights.y + place};
   };
-  // Two groups at a time: the additions of one fill the waits of the other.
-  for (size_t i = 0; i < rounded; i += 2 * F32::kLanes) {
+  for (size_t i = 0; i < rounded; i += kGroup) {
     auto first = group_at(i);
     auto second = group_at(i + F32::kLanes);
     for (int row = 0; row < kTaps; ++row) {

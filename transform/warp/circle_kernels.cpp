@@ -49,9 +49,8 @@ bool ForEachPixel(const CircleRun& run, CircleSamples& samples, Map&& map) {
     const Distance distance = DistanceOf(dx, run.dy, run.limit);
     const auto mapped = map(ToDoubles(dx), distance);
     const auto position = [&](Wholes whole) {
-      const Wholes known =
-          IfThenElse(RebindMask<Wholes>(mapped.too_close), Set<Wholes>(kTooClose), whole);
-      return IfThenElse(RebindMask<Wholes>(distance.in_reach), known, Set<Wholes>(kOutOfReach));
+      const Wholes known = IfThenElse(ForWholes(mapped.too_close), Set<Wholes>(kTooClose), whole);
+      return IfThenElse(ForWholes(distance.in_reach), known, Set<Wholes>(kOutOfReach));
     };
     StoreU(position(mapped.left_x), samples.left_x + i);
     StoreU(mapped.left_y, samples.left_y + i);
