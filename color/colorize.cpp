@@ -69,8 +69,20 @@ Tint MakeTint(uint8_t hue, uint8_t saturation, int weight) {
   return tint;
 }
 
-void TintDirect(const ImageView& view, const Tint& tint) {
+/// Finds the curves of large pictures' tints.
+void FindCurves(const ImageView& view, const PixelKernels& kernels, Tint& tint) {
+  if (!kernels.prefers_curves || view.Columns() * view.Rows() < kBytesForLine) return;
+  for (size_t c = 0; c < 3; ++c) {
+    const auto curve = FindByteCurve(tint.color[c]);
+    if (!curve || curve->has_start) return;
+    tint.curve[c] = *curve;
+  }
+  tint.has_curves = true;
+}
+
+void TintDirect(const ImageView& view, Tint& tint) {
   const PixelKernels& kernels = ActivePixelKernels();
+  FindCurves(view, kernels, tint);
   const int pixel_bytes = DirectPixelBytes(view.bit_count);
   ForEachRow(view, pixel_bytes, [&](uint8_t* row, size_t pixels) {
     (pixel_bytes == 4 ? kernels.tint4 : kernels.tint3)(row, pixels, tint);
@@ -95,7 +107,7 @@ result_t CQELColorTransform::Colorize(IQEL* image, uint8_t hue, uint8_t saturati
   const ImageView view = ReadSizeBitsAndFormat(*image);
   const int weight = BlendWeight(blend);
   if (!view.HasPixels() || weight == 0) return kOk;
-  const Tint tint = MakeTint(hue, saturation, weight);
+  Tint tint = MakeTint(hue, saturation, weight);
   if (view.bit_count >= 24) {
     TintDirect(view, tint);
   } else {

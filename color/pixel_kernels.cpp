@@ -1,8 +1,8 @@
 #include "color/pixel_kernels.h"
 
+#include "image/curve_lookup.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
-#include "simd/table_lookup.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -77,12 +77,10 @@ class Mixer {
   U8 weights_;
 };
 
-template <size_t kBytes, bool kMixes>
-void TintBlocks(uint8_t* row, size_t pixels, const Tint& tint) {
-  const TableLookup blue(tint.color[0]);
-  const TableLookup green(tint.color[1]);
-  const TableLookup red(tint.color[2]);
-  const Mixer mix(tint.weight);
+template <size_t kBytes, bool kMixes, typename Lookup, typename Table>
+void TintBlocksBy(const Table (&tables)[3], uint8_t* row, size_t pixels, int weight) {
+  const Lookup blue(tables[0]), green(tables[1]), red(tables[2]);
+  const Mixer mix(weight);
   ForEachBlock<kBytes, kVectorBytes>(row, row, pixels, [&](uint8_t* to, const uint8_t* from) {
     U8 channels[kBytes];
     LoadInterleaved<kBytes>(from, channels);
@@ -92,6 +90,16 @@ void TintBlocks(uint8_t* row, size_t pixels, const Tint& tint) {
     for (size_t c = 0; c < 3; ++c) channels[c] = kMixes ? mix(color[c], channels[c]) : color[c];
     StoreInterleaved<kBytes>(channels, to);
   });
+}
+template <size_t kBytes, bool kMixes>
+void TintBlocks(uint8_t* row, size_t pixels, const Tint& tint) {
+  if constexpr (kPrefersCurves) {
+    using Lookup = CurveLookup<false>;
+    if (tint.has_curves) {
+      return TintBlocksBy<kBytes, kMixes, Lookup>(tint.curve, row, pixels, tint.weight);
+    }
+  }
+  TintBlocksBy<kBytes, kMixes, TableLookup>(tint.color, row, pixels, tint.weight);
 }
 template <size_t kBytes>
 void TintPixels(uint8_t* row, size_t pixels, const Tint& tint) {
@@ -116,6 +124,7 @@ constinit const PixelKernels kPixelKernels = {
     .set_alpha_but_key = &SetAlphaButKey,
     .tint3 = &TintPixels<3>,
     .tint4 = &TintPixels<4>,
+    .prefers_curves = kPrefersCurves,
 };
 
 }  // namespace qel::QEL_LEVEL

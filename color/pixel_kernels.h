@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/byte_curve.h"
 #include "simd/cpu_level.h"
 
 namespace qel {
@@ -12,6 +13,8 @@ namespace qel {
 struct Tint {
   uint8_t color[3][256];  ///< blue, green and red by lightness
   int weight;             ///< share of the new color in 256ths, 1 to 256; 256 replaces the old one
+  bool has_curves = false;
+  ByteCurve curve[3];  ///< what the tables hold, without a start, if it has curves
 };
 
 /// Lightness of a color: the middle of its largest and smallest channel, halves rounded up.
@@ -41,6 +44,7 @@ struct PixelKernels {
   /// Tints 3-byte pixels, and 4-byte pixels, which keep their alpha.
   void (*tint3)(uint8_t* row, size_t pixels, const Tint& tint);
   void (*tint4)(uint8_t* row, size_t pixels, const Tint& tint);
+  bool prefers_curves;  ///< of tints
 };
 
 QEL_TABLES_PER_LEVEL(PixelKernels)

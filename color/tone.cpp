@@ -165,6 +165,7 @@ result_t CQELColorTransform::Lut(IQEL* image, uint8_t* table) {
     int32_t values[256];
     std::copy_n(table, 256, values);
     map.line = FindByteLine(values, false);
+    if (kernels.prefers_curves && !map.line) map.curve = FindByteCurve(table);
   }
   ForEachColorRow(
       view, [&](uint8_t* row, size_t n) { kernels.lut_bytes(row, n, map); },

@@ -2,13 +2,21 @@
 
 #include "image/brightness.h"
 #include "image/channel_sums.h"
-#include "image/line_lookup.h"
+#include "image/curve_lookup.h"
 #include "simd/convert.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
+
+/// Calls `walk(lookup)` with what is quickest for this map.
+template <typename Walk>
+void WithToneLookup(const ByteMap& map, const Walk& walk) {
+  if (!kPrefersCurves || !map.curve) return WithLookup(map, walk);
+  if (map.curve->has_start) return walk(CurveLookup<true>(*map.curve));
+  walk(CurveLookup<false>(*map.curve));
+}
 
 // Where bytes cannot be shuffled, plain loops are quicker.
 
@@ -23,7 +31,7 @@ void LutBytesSingly(uint8_t* row, size_t count, const uint8_t* table) {
 }
 void LutBytes(uint8_t* row, size_t count, const ByteMap& map) {
   if (!kHasTableLookupBytes && !map.line) return LutBytesSingly(row, count, map.table);
-  WithLookup(map, [=](const auto& lookup) {
+  WithToneLookup(map, [=](const auto& lookup) {
     ForEachBlock<1, kVectorBytes>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
       StoreU(lookup(LoadU<U8>(from)), to);
     });
@@ -39,7 +47,7 @@ void LutPixels(uint8_t* row, size_t count, const ByteMap& map) {
     }
     return;
   }
-  WithLookup(map, [=](const auto& lookup) {
+  WithToneLookup(map, [=](const auto& lookup) {
     const U8 color = BitCast<U8>(Set<U32>(0x00FFFFFFu));
     ForEachBlock<4, kVectorBytes / 4>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
       const U8 old = LoadU<U8>(from);
@@ -244,6 +252,7 @@ constinit const ToneKernels kToneKernels = {
     .lut_bytes = &LutBytes,
     .lut_pixels = &LutPixels,
     .prefers_lines = kPrefersLines,
+    .prefers_curves = kPrefersCurves,
     .invert_bytes = &InvertBytes,
     .invert_pixels = &InvertPixels,
     .shift_bytes = &ShiftBytes,

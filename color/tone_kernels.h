@@ -14,7 +14,8 @@ namespace qel {
 struct ToneKernels {
   void (*lut_bytes)(uint8_t* row, size_t count, const ByteMap& map);
   void (*lut_pixels)(uint8_t* row, size_t count, const ByteMap& map);
-  bool prefers_lines;  ///< of the maps
+  bool prefers_lines;   ///< of the maps
+  bool prefers_curves;  ///< of maps that have no line
   void (*invert_bytes)(uint8_t* row, size_t count);
   void (*invert_pixels)(uint8_t* row, size_t count);
   /// Saturating row[i] + add[i mod 192] - subtract[i mod 192], for any pixel size that divides 192.

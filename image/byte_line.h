@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "image/byte_curve.h"
+
 namespace qel {
 
 /// A clamped line through the values of bytes, in 16 bits: byte i becomes
@@ -22,14 +24,15 @@ struct ByteLine {
 /// one; what else has none is left without after a few microseconds at most.
 std::optional<ByteLine> FindByteLine(const int32_t (&values)[256], bool wraps);
 
-/// From how many bytes on a line pays for being looked for.
+/// From how many bytes on a line or a curve pays for being looked for.
 inline constexpr int64_t kBytesForLine = 1 << 16;
 
-/// What every byte becomes: by a table of 256 entries, which must outlive it, and by a line where
-/// there is one.
+/// What every byte becomes: by a table of 256 entries, which must outlive it, and by a line or a
+/// curve where there is one.
 struct ByteMap {
   const uint8_t* table;
   std::optional<ByteLine> line = {};
+  std::optional<ByteCurve> curve = {};
 };
 
 }  // namespace qel

@@ -17,12 +17,15 @@ class TableLookup {
         parts_[k] = LoadDup128<U8>(table + 16 * k);
       }
     }
-    if constexpr (!kAddsUp) return;
-    // Differences, so that those that count add up to the entry.
+    if constexpr (kHasByteLookup || !kHasTableLookupBytes) return;
+    // Differences to the part before, so that those that count add up to the entry; then those of
+    // the four parts to others.
     for (size_t k = 0; k < kParts; k += 4) {
-      parts_[k + 3] = (parts_[k] ^ parts_[k + 1]) ^ (parts_[k + 2] ^ parts_[k + 3]);
-      parts_[k + 1] = parts_[k] ^ parts_[k + 1];
-      parts_[k + 2] = parts_[k] ^ parts_[k + 2];
+      for (size_t i = 3; i > 0; --i) parts_[k + i] ^= parts_[k + i - 1];
+    }
+    for (size_t i = 0; i < 4; ++i) {
+      parts_[12 + i] ^= parts_[8 + i];
+      parts_[4 + i] ^= parts_[i];
     }
   }
 
@@ -31,42 +34,31 @@ class TableLookup {
       return IfNegativeThenElse(index, TwoTablesLookupLanes(parts_[2], parts_[3], index),
                                 TwoTablesLookupLanes(parts_[0], parts_[1], index));
     } else if constexpr (kHasTableLookupBytes) {
-      // Sixteen shuffles by the low halves of the indices. Bits 4 and 5 of the index say which ones
-      // of every four count, bits 6 and 7 which four.
-      const auto raised = [&]<int kBits>(std::integral_constant<int, kBits>) {
-        return BitCast<U8>(ShiftLeft<kBits>(BitCast<U16>(index)));
+      // Sixteen shuffles by the low halves of the indices. A place with its highest bit set gives
+      // 0: of every four parts, those up to the one of bits 4 and 5 count. Bit 6 adds another four.
+      const U8 place = index & Set<U8>(0x3F);
+      const U8 bit6 = BitCast<U8>(VecFromMask(BitCast<I8>(index + index) < Zero<I8>()));
+      const auto entry = [&](size_t k, uint8_t from) {
+        return TableLookupBytesOr0(parts_[k + from / 16], place - Set<U8>(from));
       };
-      const U8 low = index & Set<U8>(0x0F);
-      const auto entry = [&](size_t k, U8 places) {
-        return TableLookupBytesOr0(parts_[k], places);
-      };
+      // Shuffles and sums by turns keep all parts of the processor busy: a sixth of the time.
       const auto four = [&](size_t k) {
-        if constexpr (kAddsUp) {
-          // A place with its highest bit set gives 0.
-          const U8 if4 = (index & Set<U8>(0x1F)) - Set<U8>(0x10);
-          const U8 if5 = (index & Set<U8>(0x2F)) - Set<U8>(0x20);
-          return (entry(k, low) ^ entry(k + 1, if4)) ^
-                 (entry(k + 2, if5) ^ entry(k + 3, if4 | if5));
-        } else {
-          const U8 bit4 = raised(std::integral_constant<int, 3>());
-          const U8 bit5 = raised(std::integral_constant<int, 2>());
-          const auto pair = [&](size_t i) {
-            return IfNegativeThenElse(bit4, entry(i + 1, low), entry(i, low));
-          };
-          return IfNegativeThenElse(bit5, pair(k + 2), pair(k));
-        }
+        U8 sum = entry(k, 0);
+        for (const uint8_t from : {16, 32, 48}) sum = KeepInRegister(sum ^ entry(k, from));
+        return sum;
       };
-      const U8 bit6 = raised(std::integral_constant<int, 1>());
-      const auto eight = [&](size_t k) { return IfNegativeThenElse(bit6, four(k + 4), four(k)); };
-      return IfNegativeThenElse(index, eight(8), eight(0));
+      const auto eight = [&](size_t k) {
+        const U8 sum = four(k);
+        return KeepInRegister(sum ^ (four(k + 4) & bit6));
+      };
+      const U8 below_128 = eight(0);
+      return IfNegativeThenElse(index, eight(8), below_128);
     } else {
       return EachLane<U8>([&](uint8_t i) { return table_[i]; }, index);
     }
   }
 
  private:
-  /// Blends by masks of bits are quick; those by bytes take as long as three additions.
-  static constexpr bool kAddsUp = kHasTableLookupBytes && kVectorBytes < 64;
   static constexpr size_t kParts = kHasByteLookup ? 4 : kHasTableLookupBytes ? 16 : 0;
 
   const uint8_t* table_;

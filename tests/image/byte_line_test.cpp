@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 
 #include "reference/rng.h"
 
@@ -59,6 +60,38 @@ TEST(ByteLine, LeavesOutWhatIsNoLine) {
   EXPECT_FALSE(FindByteLine(values, true));
   fill([](int i) { return i * (INT32_MAX / 255); });
   EXPECT_FALSE(FindByteLine(values, true));
+}
+
+TEST(ByteCurve, GivesEveryValueOfNearlyEverySmoothTable) {
+  Rng rng(1);
+  Found curves, bent;
+  const auto look = [](const uint8_t(&table)[256], Found& found) {
+    ++found.tables;
+    const auto curve = FindByteCurve(table);
+    if (!curve) return;
+    ++found.lines;
+    for (int i = 0; i < 256; ++i) {
+      const int rise = i % 16 * curve->slope[i / 16] >> 4;
+      const int above = curve->above[i % 32] >> (i / 32) & 1;
+      const int start = i < 32 ? curve->start[i] : 0;
+      ASSERT_EQ((curve->base[i / 16] + rise + above + start) & 255, table[i]) << "byte " << i;
+    }
+  };
+  for (int round = 0; round < 2000 && !testing::Test::HasFailure(); ++round) {
+    const double exponent = std::exp2(rng.Float(-1.5f, 1.5f)), most = rng.Float(100, 255);
+    uint8_t table[256];
+    for (int i = 0; i < 256; ++i) {
+      const double power = std::pow(i / 255.0, exponent);
+      const double bow = std::sin(power * std::acos(0.0));
+      table[i] = static_cast<uint8_t>(most * (round % 3 == 0 ? bow : power) + 0.5);
+      if (round % 2 == 0) table[i] = static_cast<uint8_t>(255 - table[i]);
+    }
+    look(table, curves);
+    std::shuffle(table + 16 * rng.Int(0, 15), std::end(table), std::minstd_rand(rng.Int(1, 99)));
+    look(table, bent);
+  }
+  EXPECT_GT(curves.lines, curves.tables * 9 / 10);
+  EXPECT_LT(bent.lines, bent.tables / 2);
 }
 
 }  // namespace
