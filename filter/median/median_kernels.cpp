@@ -1,27 +1,13 @@
 #include "filter/median/median_kernels.h"
 
+#include "filter/median/brightness_lanes.h"
+#include "filter/median/color_rows.h"
 #include "filter/median/network_rows.h"
 #include "filter/median/selection_rows.h"
-#include "image/brightness.h"
-#include "simd/interleaved.h"
 #include "simd/row_walk.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
-
-/// The keys of half of the pixels of each block, in the order that ReorderDemote2To undoes.
-QEL_SIMD_INLINE I16 KeysOf(U8 wide_blue, U8 wide_green, U8 wide_red) {
-  const I16 blue = BitCast<I16>(wide_blue), green = BitCast<I16>(wide_green);
-  const I16 red = BitCast<I16>(wide_red), zero = Zero<I16>();
-  const I16 blue_green = BitCast<I16>(Set<I32>(kGreenWeight << 16 | kBlueWeight));
-  const I16 red_only = BitCast<I16>(Set<I32>(kRedWeight));
-  const auto keys = [&](I16 pairs, I16 reds) {
-    return ShiftRight<kBrightnessBits>(WidenMulPairwiseAdd(pairs, blue_green) +
-                                       WidenMulPairwiseAdd(reds, red_only));
-  };
-  return ReorderDemote2To<I16>(keys(InterleaveLower(blue, green), InterleaveLower(red, zero)),
-                               keys(InterleaveUpper(blue, green), InterleaveUpper(red, zero)));
-}
 
 template <size_t kBytes>
 void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
@@ -32,15 +18,13 @@ void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
     }
     return;
   }
-  const U8 zero = Zero<U8>();
-  const auto block = [&](uint8_t* to, const uint8_t* from) {
+  const auto block = [](uint8_t* to, const uint8_t* from) {
     U8 channels[kBytes];
     LoadInterleaved<kBytes>(from, channels);
-    const I16 lower = KeysOf(InterleaveLower(channels[0], zero), InterleaveLower(channels[1], zero),
-                             InterleaveLower(channels[2], zero));
-    const I16 upper = KeysOf(InterleaveUpper(channels[0], zero), InterleaveUpper(channels[1], zero),
-                             InterleaveUpper(channels[2], zero));
-    StoreU(ReorderDemote2To<U8>(lower, upper), to);
+    const auto quarters = QuarterBrightness(channels[0], channels[1], channels[2]);
+    const I8 centered =
+        ReorderDemote2To<I8>(ShiftRight<2>(quarters.lower), ShiftRight<2>(quarters.upper));
+    StoreU(BitCast<U8>(centered) ^ Set<U8>(0x80), to);
   };
   WalkBlocks<kVectorBytes>(count, block, To<1>{keys}, From<kBytes>{pixels});
 }
@@ -64,15 +48,12 @@ void CopyTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, si
 /// Largest size whose taps fit the tables of `GatherTaps`.
 constexpr size_t kMostGathered = 8;
 
-/// As many pixels as fit a vector at a time. One or two vectors of each row hold all taps of a row;
-/// a lookup brings each byte the one at its tap, which counts where the tap lies in that row.
-template <size_t kBytes, size_t kSize>
-void GatherTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t any_size,
+/// As many pixels as fit a vector at a time. Two vectors of each row hold all taps of a row; a
+/// lookup brings each byte the one at its tap, which counts where the tap lies in that row.
+template <size_t kBytes>
+void GatherTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
                 size_t count) {
-  // The taps of 3-byte pixels and size 3 lie in a single vector when there are two pixels less.
-  constexpr bool kSingle = kBytes == 3 && kSize == 3;
-  constexpr size_t kPixels = kVectorBytes / kBytes - (kSingle ? kSize - 1 : 0);
-  const size_t size = kSize != 0 ? kSize : any_size;
+  constexpr size_t kPixels = kVectorBytes / kBytes;
   alignas(64) uint8_t numbers[kVectorBytes], columns[kVectorBytes], tap_rows[kVectorBytes];
   for (size_t i = 0; i < kVectorBytes; ++i) {
     numbers[i] = static_cast<uint8_t>(i / kBytes);
@@ -91,12 +72,8 @@ void GatherTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, 
     for (size_t j = 0; j < size; ++j) {
       const U8 pixels = LoadU<U8>(rows[j] + k * kBytes);
       const Mask<U8> counts = row == Set<U8>(static_cast<uint8_t>(j));
-      if constexpr (kSingle) {
-        out = IfThenElse(counts, TableLookupLanes(pixels, from), out);
-      } else {
-        const U8 next = LoadU<U8>(rows[j] + k * kBytes + kVectorBytes);
-        out = IfThenElse(counts, TwoTablesLookupLanes(pixels, next, from), out);
-      }
+      const U8 next = LoadU<U8>(rows[j] + k * kBytes + kVectorBytes);
+      out = IfThenElse(counts, TwoTablesLookupLanes(pixels, next, from), out);
     }
     const size_t left = (count - k) * kBytes;
     if (left >= kVectorBytes) {
@@ -112,8 +89,7 @@ template <size_t kBytes>
 void CopyTapsAtOnce(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
                     size_t count) {
   if constexpr (kHasByteLookup) {
-    if (size == 3) return GatherTaps<kBytes, 3>(dest, rows, taps, size, count);
-    if (size <= kMostGathered) return GatherTaps<kBytes, 0>(dest, rows, taps, size, count);
+    if (size <= kMostGathered) return GatherTaps<kBytes>(dest, rows, taps, size, count);
   }
   CopyTaps<kBytes>(dest, rows, taps, size, count);
 }
@@ -132,6 +108,8 @@ constinit const MedianKernels kMedianKernels = {
     .select_taps = &SelectTaps,
     .copy_taps3 = &CopyTapsAtOnce<3>,
     .copy_taps4 = &CopyTapsAtOnce<4>,
+    .colors3 = ColorKernelsOf<3>(),
+    .colors4 = ColorKernelsOf<4>(),
 };
 
 }  // namespace qel::QEL_LEVEL

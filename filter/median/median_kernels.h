@@ -20,6 +20,28 @@ struct RankRows {
   size_t Limits() const { return (size_t{1} << bits) - 1; }
 };
 
+/// Row functions of windows of 3 x 3 colors, null at levels that cannot look bytes up. Rows of
+/// pixels are spread by channel, in units that take `SpreadBytes`. A vector is read past the pixels
+/// of `count` windows, and a unit of fewer.
+struct ColorKernels {
+  /// Spreads the pixels under `count` windows.
+  void (*spread)(uint8_t* units, const uint8_t* pixels, size_t count);
+  /// Writes the middle colors of `count` windows in two rows that are spread, and a third one that
+  /// then takes the place of the upper one.
+  void (*middle)(uint8_t* dest, uint8_t* upper, const uint8_t* middle, const uint8_t* pixels,
+                 size_t count);
+};
+
+/// Windows that sixteen columns of pixels hold.
+inline constexpr size_t kWindowsOfBlock = 14;
+/// Bytes of a row of units, at any level: whole vectors, for each channel and twice for the keys.
+constexpr size_t SpreadBytes(size_t windows, size_t channels) {
+  constexpr size_t kMostBlocks = 4;
+  const size_t units =
+      (windows + kMostBlocks * kWindowsOfBlock - 1) / (kMostBlocks * kWindowsOfBlock);
+  return units * (channels + 2) * kMostBlocks * 16;
+}
+
 /// Row functions of the median. Keys are brightnesses. A window of `size` has its taps in the order
 /// of visiting: columns outer, rows inner; the wanted one is at size * size / 2 once they are
 /// sorted by key with that order kept. `rows` are rows of keys. All rows are scratch rows: up to
@@ -49,6 +71,7 @@ struct MedianKernels {
                      size_t count);
   void (*copy_taps4)(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, size_t size,
                      size_t count);
+  ColorKernels colors3, colors4;
 };
 
 /// The largest size whose taps can be counted in a byte.

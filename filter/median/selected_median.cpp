@@ -6,7 +6,8 @@
 #include "filter/neighbourhood.h"
 
 // The middle of small windows: by a pruned merge-exchange network (Batcher 1968), or by radix
-// selection, bit by bit from the highest, counting how many keys lie below a limit.
+// selection, bit by bit from the highest, counting how many keys lie below a limit. 3 x 3 colors
+// have kernels of their own, which bring the colors along.
 
 namespace qel {
 namespace {
@@ -146,6 +147,39 @@ class SelectionStrip {
   const uint8_t* rows_[kMostSelected] = {};
 };
 
+/// The kernels of 3 x 3 colors, where the level has them.
+const ColorKernels& ColorsOf(int pixel_bytes) {
+  const MedianKernels& kernels = ActiveMedianKernels();
+  return pixel_bytes == 4 ? kernels.colors4 : kernels.colors3;
+}
+
+/// 3 x 3 colors: each row is spread by channel once, for the three rows of windows it lies in.
+[[gnu::noinline]] void SelectColors(const ImageView& source, const ImageView& dest) {
+  constexpr int64_t kMostWindows = 2016;
+  constexpr size_t kPitch = SpreadBytes(kMostWindows, 4);
+  constexpr size_t kSlack = 16;
+  const SourceRows rows(source);
+  DestRows out(dest);
+  const ColorKernels& kernels = ColorsOf(rows.pixel_bytes());
+  ScratchBlock<2 * kPitch + ScratchPitch(4 * (kMostWindows + 2))> scratch;
+  uint8_t* const assembled = scratch.bytes + 2 * kPitch;
+  ForEachStrip(rows, out, Window::Square(3).columns, {kMostWindows, kMostWindows}, kSlack, scratch,
+               [&](Strip& strip) {
+                 const auto count = static_cast<size_t>(strip.Count());
+                 uint8_t* upper = scratch.bytes;
+                 uint8_t* middle = scratch.bytes + kPitch;
+                 kernels.spread(upper, strip.Read(-1, assembled), count);
+                 kernels.spread(middle, strip.Read(0, assembled), count);
+                 for (int64_t y = 0; y < strip.Rows(); ++y) {
+                   strip.Prefetch(y, 1);
+                   kernels.middle(strip.Open(y), upper, middle, strip.Read(y + 1, assembled),
+                                  count);
+                   strip.Close(y);
+                   std::swap(upper, middle);
+                 }
+               });
+}
+
 template <size_t kScratchBytes>
 [[gnu::noinline]] void SelectIn(const MedianPlan& plan, const ImageView& source,
                                 const ImageView& dest) {
@@ -160,6 +194,12 @@ template <size_t kScratchBytes>
 }  // namespace
 
 bool SelectMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest) {
+  const int pixel_bytes = PixelBytes(source.bit_count);
+  if (plan.method == MedianMethod::kNetwork && plan.size == 3 && pixel_bytes > 1 &&
+      ColorsOf(pixel_bytes).spread != nullptr) {
+    SelectColors(source, dest);
+    return true;
+  }
   const bool is_large_network = plan.method == MedianMethod::kNetwork && plan.size == 7;
   const auto select = is_large_network ? &SelectIn<kScratchBesideNetwork> : &SelectIn<kMostScratch>;
   select(plan, source, dest);

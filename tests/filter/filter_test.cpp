@@ -93,6 +93,8 @@ TEST_F(FilterReadings, EqualMediansOfLargeWindows) {
   Rng rng(5);
   ExpectMedian(RandomRaster(rng, 1100, 3, 24), 16);
   ExpectMedian(RandomRaster(rng, 5, 4, 32), 70);
+  // Colors of 3 x 3 are taken in longer strips than others.
+  for (const int depth : {24, 32}) ExpectMedian(RandomRaster(rng, 2100, 4, depth), 3);
   ExpectMedian(RandomRaster(rng, 30, 20, 24), 127);
   ExpectMedian(RandomRaster(rng, 7, 3, 32), 255);
   // Where values fall, the largest windows find their middle by going down.
