@@ -101,9 +101,65 @@ void TintBlocks(uint8_t* row, size_t pixels, const Tint& tint) {
   }
   TintBlocksBy<kBytes, kMixes, TableLookup>(tint.color, row, pixels, tint.weight);
 }
+/// As many pixels as 32-bit lanes, each in one.
+template <size_t kBytes>
+QEL_SIMD_INLINE U32 LoadPixels(const uint8_t* from) {
+  if constexpr (kBytes == 4) return LoadU<U32>(from);
+  return LanesFrom<U32>([&](size_t i) {
+    const bool is_last = i + 1 == U32::kLanes;  // nothing is read beyond it
+    uint32_t pixel;
+    __builtin_memcpy(&pixel, from + 3 * i - is_last, sizeof(pixel));
+    return pixel >> (is_last ? 8 : 0);
+  });
+}
+template <size_t kBytes>
+QEL_SIMD_INLINE void StorePixels(U32 pixels, uint8_t* to) {
+  if constexpr (kBytes == 4) return StoreU(pixels, to);
+  const LanesOf<U32> of(pixels & Set<U32>(kColor));
+  for (size_t i = 0; i < U32::kLanes; i += 4) {
+    const uint64_t first = of.at[i] | uint64_t{of.at[i + 1]} << 24 | uint64_t{of.at[i + 2]} << 48;
+    const uint32_t last = of.at[i + 2] >> 16 | of.at[i + 3] << 8;
+    __builtin_memcpy(to + 3 * i, &first, sizeof(first));
+    __builtin_memcpy(to + 3 * i + sizeof(first), &last, sizeof(last));
+  }
+}
+
+/// Where bytes are not looked up by vectors: the new color's share of all channels, 16 bits each,
+/// comes from one table.
+template <size_t kBytes>
+void TintByWords(uint8_t* row, size_t pixels, const Tint& tint) {
+  uint64_t shares[256];
+  for (size_t i = 0; i < 256; ++i) {
+    shares[i] = 0;
+    for (size_t c = 0; c < 3; ++c) {
+      shares[i] |= static_cast<uint64_t>(tint.color[c][i] * tint.weight) << (16 * c);
+    }
+  }
+  const auto rest = static_cast<uint64_t>(256 - tint.weight);
+  const U16 rests = BitCast<U16>(Set<U64>(rest | rest << 16 | rest << 32 | uint64_t{256} << 48));
+  const U8 zero = Zero<U8>();
+  const auto mixed = [&](U8 old, U64 share) {
+    return BitCast<I16>(ShiftRight<8>(BitCast<U16>(old) * rests + BitCast<U16>(share)));
+  };
+  ForEachBlock<kBytes, U32::kLanes>(row, row, pixels, [&](uint8_t* to, const uint8_t* from) {
+    const U32 words = LoadPixels<kBytes>(from);
+    const U8 blue = BitCast<U8>(words), green = BitCast<U8>(ShiftRight<8>(words));
+    const U8 red = BitCast<U8>(ShiftRight<16>(words));
+    const U8 lightness = AverageRound(Max(Max(blue, green), red), Min(Min(blue, green), red));
+    const LanesOf<U32> at(BitCast<U32>(lightness) & Set<U32>(0xFF));
+    const auto share = [&](size_t first) {
+      return LanesFrom<U64>([&](size_t i) { return shares[at.at[first + i]]; });
+    };
+    StorePixels<kBytes>(
+        BitCast<U32>(ReorderDemote2To<U8>(mixed(InterleaveLower(blue, zero), share(0)),
+                                          mixed(InterleaveUpper(blue, zero), share(2)))),
+        to);
+  });
+}
 template <size_t kBytes>
 void TintPixels(uint8_t* row, size_t pixels, const Tint& tint) {
   if constexpr (!kHasTableLookupBytes) {
+    if (kHasSaturatedWords && pixels >= 1024) return TintByWords<kBytes>(row, pixels, tint);
     for (size_t i = 0; i < pixels; ++i) {
       uint8_t* const pixel = row + kBytes * i;
       const uint8_t lightness = LightnessOf(pixel[0], pixel[1], pixel[2]);

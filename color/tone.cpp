@@ -160,13 +160,7 @@ result_t CQELColorTransform::Lut(IQEL* image, uint8_t* table) {
   if (image == nullptr || table == nullptr) return kFail;
   const ToneKernels& kernels = ActiveToneKernels();
   const ImageView view = ReadSizeBitsAndFormat(*image);
-  ByteMap map = {table};
-  if (kernels.prefers_lines && view.Columns() * view.Rows() >= kBytesForLine) {
-    int32_t values[256];
-    std::copy_n(table, 256, values);
-    map.line = FindByteLine(values, false);
-    if (kernels.prefers_curves && !map.line) map.curve = FindByteCurve(table);
-  }
+  const ByteMap map = MapFor(view, table);
   ForEachColorRow(
       view, [&](uint8_t* row, size_t n) { kernels.lut_bytes(row, n, map); },
       [&](uint8_t* row, size_t n) { kernels.lut_pixels(row, n, map); });

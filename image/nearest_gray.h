@@ -1,5 +1,5 @@
-#ifndef QEL_IMAGE_NEAREST_GREY_H_
-#define QEL_IMAGE_NEAREST_GREY_H_
+#ifndef QEL_IMAGE_NEAREST_GRAY_H_
+#define QEL_IMAGE_NEAREST_GRAY_H_
 
 #include <cstdint>
 
@@ -14,4 +14,4 @@ constexpr uint8_t NearestGray(uint32_t blue, uint32_t green, uint32_t red) {
 
 }  // namespace qel
 
-#endif  // QEL_IMAGE_NEAREST_GREY_H_
+#endif  // QEL_IMAGE_NEAREST_GRAY_H_
