@@ -1,6 +1,7 @@
 #include "maths/arithmetic_kernels.h"
 
 #include "image/line_lookup.h"
+#include "image/widen_rows.h"
 #include "maths/one_by_one.h"
 #include "maths/value_vectors.h"
 #include "simd/interleaved.h"
@@ -135,6 +136,14 @@ void MixColors(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t*
 /// Mixes all bytes of the selected pixels in one part of a block.
 template <size_t kBytes, size_t kPart>
 void MixPart(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, U8 mask, const Mixer& mix) {
+  if constexpr (kBytes == 3 && !kHasByteLookup) {
+    // Nothing is taken apart: the mask alone moves between blocks.
+    constexpr size_t kAt = kPart * kVectorBytes;
+    const Mask<U8> chosen = Repeated3<kPart>(mask) != Zero<U8>();
+    const U8 colors = mix(LoadU<U8>(from_a + kAt), LoadU<U8>(from_b + kAt));
+    StoreU(IfThenElse(chosen, colors, LoadU<U8>(to + kAt)), to + kAt);
+    return;
+  }
   const Mask<U8> selected = Repeat<kBytes, kPart>(mask) != Zero<U8>();
   const U8 mixed = mix(LoadPart<kBytes, kPart>(from_a), LoadPart<kBytes, kPart>(from_b));
   StorePart<kBytes, kPart>(IfThenElse(selected, mixed, LoadPart<kBytes, kPart>(to)), to);
