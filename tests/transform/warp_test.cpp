@@ -57,6 +57,33 @@ TEST_F(WarpReadings, EqualWideRows) {
   Raster::NewImageLayout() = {};
 }
 
+// Bytes whose positions change slowly are looked up in blocks of few rows. Rises to both sides of
+// what these take, at the ends of memory; and positions that change slowly on the whole only.
+TEST_F(WarpReadings, EqualCloseBytes) {
+  Rng rng(10);
+  for (const auto fence : {Layout::Fence::kBefore, Layout::Fence::kAfter}) {
+    const Layout layout = {.bottom_up = rng.OneIn(2), .fence = fence};
+    const Raster raster(rng, 700, 60, 8, kModelMono, layout);
+    // The last rows are shifted by every number of columns up to two blocks.
+    for (int shift = 0; shift < 32; ++shift) {
+      const float rises[] = {0.0f, 0.03f, 0.12f, 0.19f, 0.25f};
+      const float rise = shift % 2 == 0 ? 0.0f : rises[shift % 5];
+      ExpectSame({raster}, Call("Skew", static_cast<float>(shift) / 57.0f,
+                                shift % 4 < 2 ? rise : -rise, 0, 1, 0, 0));
+    }
+    ExpectSame({raster}, Call("Quad", 1, 20, 650, 40, 30, 50, 690, 58, 900, 35, 0));
+    for (const int often : {2, 40, 300}) {
+      const auto jump = [=](double& x, double& y) {
+        const bool jumps = static_cast<int>(x + y) % often == 0;
+        x = 0.9 * x + (jumps ? often % 3 * 9 - 9 : 0);
+        y = y - 0.05 * x + (jumps ? often % 5 - 2 : 0);
+      };
+      ExpectSame({raster}, Call("Transform", SmartPtr<ITransform>::Adopt(new PointMap(jump)), 0, 9,
+                                690, 60, 0, 0));
+    }
+  }
+}
+
 TEST_F(WarpReadings, EqualFilledVoids) {
   for (uint64_t seed = 0; seed < 5 && !HasFailure(); ++seed) {
     ForEachRaster(seed, kAllDepths, [&](const Raster& raster, Rng& rng) {

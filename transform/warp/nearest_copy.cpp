@@ -13,6 +13,22 @@ namespace qel {
 
 static_assert(kKeptAlpha == kOutsideMarker);
 
+namespace {
+
+/// The rows that 16 neighbours lie in where positions change as slowly as from the first one to the
+/// last, and nothing where that is too fast.
+std::optional<CloseRows> FindCloseRows(const int32_t* sx, const int32_t* sy, size_t count,
+                                       int32_t stride) {
+  const auto pixels = static_cast<int64_t>(count);
+  const int64_t columns = int64_t{sx[count - 1]} - sx[0];
+  const int64_t rows = int64_t{sy[count - 1]} - sy[0];
+  const int64_t close_rows = 2 + 16 * std::abs(rows) / pixels;
+  if (columns < 0 || columns >= pixels || close_rows > kMostCloseRows) return std::nullopt;
+  return CloseRows{static_cast<int32_t>(close_rows), rows < 0 ? -stride : stride};
+}
+
+}  // namespace
+
 bool HasSmallOffsets(const ImageView& source, int pixel_bytes) {
   return std::abs(int64_t{source.stride}) * source.Rows() + pixel_bytes * source.Columns() <=
          kLargestOffset;
@@ -47,10 +63,19 @@ NearestCopy::NearestCopy(const ImageView& source, const Depths& depths, int marg
            .pixel_bytes = depths.source_bytes,
            .narrow_column = depths.source_bytes == 3 ? source.width - 1 : -1};
   copy_ = FunctionFor(depths);
+  copies_close_ =
+      depths.source_bytes == 1 && !depths.opaque && ActiveWarpKernels().copy_close1 != nullptr;
 }
 
 void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
                              uint8_t* repeat) {
+  if (count == 0) return;
+  const auto close = copies_close_ ? FindCloseRows(sx, sy, count, rule_.stride) : std::nullopt;
+  if (close) {
+    WriteClose(dest, sx, sy, count, *close);
+    if (repeat != nullptr) std::memcpy(repeat, dest, count * dest_bytes_);
+    return;
+  }
   Tile& tile = tiles_[turn_];
   tile.all_inside = ActiveWarpKernels().offsets(tile.offsets, sx, sy, count, rule_);
   tile.dest = dest;
@@ -67,24 +92,42 @@ void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy
 }
 
 void NearestCopy::Write(Tile& tile) {
-  if (tile.count > 0 && (outside_ || tile.all_inside)) {
-    copy_(tile.dest, tile.count, bits_, tile.offsets, outside_.value_or(0));
-    if (tile.repeat != nullptr) std::memcpy(tile.repeat, tile.dest, tile.count * dest_bytes_);
-  } else {
-    WriteInside(tile);
-  }
+  if (tile.count == 0) return;
+  WriteOffsets(tile.dest, tile.offsets, tile.count, tile.all_inside);
+  if (tile.repeat != nullptr) std::memcpy(tile.repeat, tile.dest, tile.count * dest_bytes_);
   tile.count = 0;
 }
 
-void NearestCopy::WriteInside(const Tile& tile) const {
+void NearestCopy::WriteClose(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                             const CloseRows& close) const {
+  const WarpKernels& kernels = ActiveWarpKernels();
+  // Pixels that go by offsets where blocks do not fit.
+  constexpr size_t kOthers = 64;
+  int32_t offsets[kOthers];
+  for (size_t done = 0; done < count;) {
+    done +=
+        kernels.copy_close1(dest + done, sx + done, sy + done, count - done, bits_, rule_, close);
+    const size_t others = std::min(kOthers, count - done);
+    if (others == 0) break;
+    const bool all_inside = kernels.offsets(offsets, sx + done, sy + done, others, rule_);
+    WriteOffsets(dest + done, offsets, others, all_inside);
+    done += others;
+  }
+}
+
+void NearestCopy::WriteOffsets(uint8_t* dest, const int32_t* offsets, size_t count,
+                               bool all_inside) const {
+  if (outside_ || all_inside) {
+    return copy_(dest, count, bits_, offsets, outside_.value_or(0));
+  }
   const auto is_outside = [](int32_t offset) { return offset == kOutsideOffset; };
-  const int32_t* const end = tile.offsets + tile.count;
-  for (const int32_t* at = tile.offsets; at < end;) {
+  const int32_t* const end = offsets + count;
+  for (const int32_t* at = offsets; at < end;) {
     const int32_t* const begin = std::find_if_not(at, end, is_outside);
     at = std::find_if(begin, end, is_outside);
     if (begin == at) continue;
-    copy_(tile.dest + (begin - tile.offsets) * rule_.pixel_bytes, static_cast<size_t>(at - begin),
-          bits_, begin, 0);
+    copy_(dest + (begin - offsets) * rule_.pixel_bytes, static_cast<size_t>(at - begin), bits_,
+          begin, 0);
   }
 }
 

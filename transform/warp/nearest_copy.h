@@ -43,14 +43,17 @@ class NearestCopy {
     int32_t offsets[kWarpTile];
   };
   static CopyScattered FunctionFor(const Depths& depths);
+  void WriteClose(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                  const CloseRows& close) const;
   void Write(Tile& tile);
-  void WriteInside(const Tile& tile) const;
+  void WriteOffsets(uint8_t* dest, const int32_t* offsets, size_t count, bool all_inside) const;
 
   const uint8_t* bits_ = nullptr;
   size_t dest_bytes_;
   OffsetRule rule_{};
   std::optional<uint32_t> outside_;
   CopyScattered copy_ = nullptr;
+  bool copies_close_ = false;
   Tile tiles_[2];
   int turn_ = 0;  ///< the tile that is filled next; the other one may wait
 };

@@ -2,6 +2,7 @@
 
 #include "image/numeric.h"
 #include "simd/convert.h"
+#include "simd/prefetch.h"
 #include "transform/warp/blend_pixel.h"
 #include "transform/word_vectors.h"
 
@@ -64,14 +65,24 @@ QEL_SIMD_INLINE U32 MakeOpaque(U32 words) {
   return words | alpha;
 }
 
-/// True when all of a group of offsets are those of whole words inside.
 constexpr size_t kOffsetsAtOnce = 16;
-QEL_SIMD_INLINE bool AllPlain(const int32_t* offsets) {
-  Mask<I32> others = LoadU<I32>(offsets) < Set<I32>(-kLargestOffset);
+
+/// False when `is_other` is true for some of a group of offsets.
+template <typename IsOther>
+QEL_SIMD_INLINE bool NoneIs(const int32_t* offsets, const IsOther& is_other) {
+  Mask<I32> others = is_other(LoadU<I32>(offsets));
   for (size_t i = I32::kLanes; i < kOffsetsAtOnce; i += I32::kLanes) {
-    others = others | (LoadU<I32>(offsets + i) < Set<I32>(-kLargestOffset));
+    others = others | is_other(LoadU<I32>(offsets + i));
   }
   return AllFalse(others);
+}
+/// True when all of a group of offsets are those of whole words inside.
+QEL_SIMD_INLINE bool AllPlain(const int32_t* offsets) {
+  return NoneIs(offsets, [](I32 v) { return v < Set<I32>(-kLargestOffset); });
+}
+/// True when all of a group of positions are outside.
+QEL_SIMD_INLINE bool AllOutside(const int32_t* offsets) {
+  return NoneIs(offsets, [](I32 v) { return v != Set<I32>(kOutsideOffset); });
 }
 
 template <int kFrom, bool kOpaque>
@@ -81,7 +92,12 @@ void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* off
   for (; count > kOffsetsAtOnce;
        count -= kOffsetsAtOnce, offsets += kOffsetsAtOnce, dest += kOffsetsAtOnce * Depth::kTo) {
     if (!AllPlain(offsets)) {
-      CopySingly<Depth>(dest, kOffsetsAtOnce, source, offsets, outside);
+      if (AllOutside(offsets)) {
+        CopyScatteredPixels<Depth::kTo, true>(dest, kOffsetsAtOnce,
+                                              [=](size_t) { return outside; });
+      } else {
+        CopySingly<Depth>(dest, kOffsetsAtOnce, source, offsets, outside);
+      }
     } else if constexpr (kHasByteLookup && (kFrom > 1 || kOpaque)) {
       U32 words = GatherWords<Depth::kLoaded>(source, offsets);
       if constexpr (kOpaque) words = MakeOpaque<kFrom>(words);
@@ -114,6 +130,66 @@ bool Offsets(int32_t* __restrict offsets, const int32_t* __restrict sx,
     all_inside &= inside;
   }
   return all_inside != 0;
+}
+
+size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                  const uint8_t* source, const OffsetRule& rule, const CloseRows& close) {
+  constexpr size_t kBlocks = kVectorBytes / 16;
+  // Rows relative to the first one may be negative, but not what is narrowed to bytes.
+  constexpr int32_t kBias = 100;
+  // Rows beyond those that are read, up to which the memory brings what the next rows of the
+  // destination are going to read.
+  constexpr int64_t kRowsAhead = 3;
+  const int64_t stride = close.stride;
+  const int32_t rows = close.rows;
+  const int32_t row_step = close.stride == rule.stride ? 1 : -1;
+  const int32_t left = rule.left;
+  const int32_t top = row_step > 0 ? rule.top : rule.top + rows - 1;
+  const auto columns_to_begin = static_cast<uint32_t>(rule.columns > 15 ? rule.columns - 15 : 0);
+  const auto rows_to_begin = static_cast<uint32_t>(rule.rows >= rows ? rule.rows - rows + 1 : 0);
+  const int64_t source_stride = rule.stride;
+  size_t i = 0;
+  for (; i + U8::kLanes <= count; i += U8::kLanes) {
+    const uint8_t* from[kBlocks];
+    bool all_inside = true;
+    for (size_t b = 0; b < kBlocks; ++b) {
+      const int32_t x = sx[i + 16 * b];
+      const int32_t y = sy[i + 16 * b];
+      all_inside &= (static_cast<uint32_t>(WrapSubtract(x, left)) < columns_to_begin) &
+                    (static_cast<uint32_t>(WrapSubtract(y, top)) < rows_to_begin);
+      from[b] = source + (y * source_stride + x);
+    }
+    if (!all_inside) break;
+    for (size_t b = 0; b < kBlocks; ++b) {
+      PrefetchLine(from[b] - kRowsAhead * stride);
+      PrefetchLine(from[b] + (rows - 1 + kRowsAhead) * stride);
+    }
+    I32 column[4];
+    I32 row[4];
+    for (size_t v = 0; v < 4; ++v) {
+      const size_t at = i + v * I32::kLanes;
+      const size_t first = at / 16 * 16;
+      column[v] = LoadU<I32>(sx + at) - Set<I32>(sx[first]);
+      row[v] = LoadU<I32>(sy + at) - Set<I32>(sy[first] - kBias);
+    }
+    const I32 any_column = (column[0] | column[1]) | (column[2] | column[3]);
+    const U8 places = OrderedDemote4To8(column[0], column[1], column[2], column[3]);
+    const U8 biased_rows = OrderedDemote4To8(row[0], row[1], row[2], row[3]);
+    U8 found = Zero<U8>();
+    U8 known = Zero<U8>();
+    for (int32_t r = 0; r < rows; ++r) {
+      const U8 bytes = GatherBlocks<U8>([&](size_t b) { return from[b] + r * stride; });
+      const U8 is_row =
+          VecFromMask(biased_rows == Set<U8>(static_cast<uint8_t>(kBias + r * row_step)));
+      found |= TableLookupBytesOr0(bytes, places) & is_row;
+      known |= is_row;
+    }
+    const Mask<U8> unknown = known == Zero<U8>();
+    const Mask<I32> far = (any_column & Set<I32>(~15)) != Zero<I32>();
+    if (!AllFalse(unknown) || !AllFalse(far)) break;
+    StoreU(found, dest + i);
+  }
+  return i;
 }
 
 void Cells(int32_t* __restrict sx, int32_t* __restrict sy, const double* __restrict x,
@@ -266,6 +342,7 @@ constinit const WarpKernels kWarpKernels = {
     .copy1_opaque = &Copy<1, true>,
     .copy3_opaque = &Copy<3, true>,
     .copy4_opaque = &Copy<4, true>,
+    .copy_close1 = kHasTableLookupBytes ? &CopyClose1 : nullptr,
     .offsets = &Offsets,
     .cells = &Cells,
     .shear = &Shear,

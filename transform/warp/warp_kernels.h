@@ -54,11 +54,25 @@ inline constexpr uint8_t kKeptAlpha = 1;
 using CopyScattered = void (*)(uint8_t* dest, size_t count, const uint8_t* source,
                                const int32_t* offsets, uint32_t outside);
 
+/// Positions that change slowly: those of 16 neighbours lie in few rows.
+struct CloseRows {
+  int32_t rows;  ///< how many, at most `kMostCloseRows`
+  int32_t
+      stride;  ///< from one to the next along the neighbours: that of the source, or its opposite
+};
+inline constexpr int32_t kMostCloseRows = 4;
+
 struct WarpKernels {
   /// Pixels of 1, 3 or 4 bytes as they are;
   CopyScattered copy1, copy3, copy4;
   /// the same as pixels of 4 bytes with alpha 255 but where it is `kKeptAlpha`.
   CopyScattered copy1_opaque, copy3_opaque, copy4_opaque;
+  /// Writes pixels of 1 byte whose positions change slowly, and whose columns do not fall: 16 of
+  /// them are looked up in as many bytes of each of their rows. Returns the number of pixels before
+  /// the first ones that are not like that or not well inside, or before a rest smaller than a
+  /// vector. Null where there are no lookups.
+  size_t (*copy_close1)(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                        const uint8_t* source, const OffsetRule& rule, const CloseRows& close);
   /// offsets[i] of position (sx[i], sy[i]). True when all are inside.
   bool (*offsets)(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t count,
                   const OffsetRule& rule);
