@@ -9,7 +9,7 @@
 namespace qel {
 
 /// All scratch rows of a call.
-inline constexpr size_t kExtremaScratchBytes = 48 * 1024;
+inline constexpr size_t kExtremaScratchBytes = 46 * 1024;
 
 /// What the methods share: images, windows, and one extremum or two, of which the second is
 /// subtracted from the first.
