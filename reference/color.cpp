@@ -11,16 +11,8 @@ namespace {
 /// Replaces every pixel by `change` of its colour.
 template <typename Change>
 void ChangePixels(Raster& image, Change change) {
-  uint8_t* bits = image.Bits();
-  if (bits == nullptr) return;
-  for (int y = 0; y < image.height; ++y) {
-    for (int x = 0; x < image.width; ++x) {
-      const uint32_t color =
-          GetPixelColor(bits, x, y, image.width, image.height, image.stride, image.bit_count);
-      SetPixelColor(bits, x, y, image.width, image.height, image.stride, change(color),
-                    image.bit_count);
-    }
-  }
+  if (image.Bits() == nullptr) return;
+  ForEachPixel(image, [&](int x, int y) { SetPixelOf(image, x, y, change(PixelOf(image, x, y))); });
 }
 
 /// Whether the alpha operations accept the image.
@@ -79,12 +71,10 @@ result_t Lut(Raster& image, const uint8_t* table) {
   if (image.Bits() == nullptr) return kOk;
   if (image.bit_count != 8 && image.bit_count != 24 && image.bit_count != 32) return kOk;
   const int bytes = image.bit_count / 8;
-  for (int64_t y = 0; y < image.height; ++y) {
-    uint8_t* row = image.Row(y);
-    for (int64_t x = 0; x < image.width; ++x) {
-      for (int i = 0; i < bytes && i < 3; ++i) row[x * bytes + i] = table[row[x * bytes + i]];
-    }
-  }
+  ForEachPixel(image, [&](int x, int y) {
+    uint8_t* pixel = image.Row(y) + x * bytes;
+    for (int i = 0; i < bytes && i < 3; ++i) pixel[i] = table[pixel[i]];
+  });
   return kOk;
 }
 
@@ -128,22 +118,19 @@ result_t ShiftRGB(Raster& image, int red, int green, int blue) {
 
 result_t GrayScale(Raster& image) {
   Raster gray;
-  gray.Create(image.width, image.height, image.planes, image.bit_count, image.model);
-  const bool has_pixels = image.Bits() != nullptr && gray.Bits() != nullptr;
-  for (int64_t y = 0; has_pixels && y < image.height; ++y) {
-    const uint8_t* s = image.Row(y);
-    uint8_t* d = gray.Row(y);
-    for (int64_t x = 0; x < image.width; ++x) {
-      if (image.bit_count == 8) {
-        d[x] = static_cast<uint8_t>((117 * s[x] + 601 * s[x + 1] + 306 * s[x + 2]) >> 10);
-      } else if (image.bit_count == 24 || image.bit_count == 32) {
-        const int64_t at = x * (image.bit_count / 8);
-        const int mean = (s[at] + s[at + 1] + s[at + 2]) / 3;
-        for (int i = 0; i < 3; ++i) d[at + i] = static_cast<uint8_t>(mean);
-        if (image.bit_count == 32) d[at + 3] = s[at + 3];
-      }
+  CreateLike(image, gray);
+  const auto mix = [&](int x, int y) {
+    const int bytes = image.bit_count / 8;
+    const uint8_t* s = image.Row(y) + x * bytes;
+    uint8_t* d = gray.Row(y) + x * bytes;
+    if (image.bit_count == 8) {
+      d[0] = static_cast<uint8_t>((117 * s[0] + 601 * s[1] + 306 * s[2]) >> 10);
+    } else if (image.bit_count == 24 || image.bit_count == 32) {
+      for (int i = 0; i < 3; ++i) d[i] = static_cast<uint8_t>((s[0] + s[1] + s[2]) / 3);
+      if (image.bit_count == 32) d[3] = s[3];
     }
-  }
+  };
+  if (image.Bits() != nullptr && gray.Bits() != nullptr) ForEachPixel(image, mix);
   image.Assign(gray);
   return kOk;
 }
@@ -162,11 +149,9 @@ result_t Threshold(Raster& image, int level) {
 result_t SetImageAlpha(Raster& image, int alpha, int /*unused*/) {
   if (!HasRoomForAlpha(image)) return kFail;
   if (image.Bits() == nullptr) return kOk;
-  for (int64_t y = 0; y < image.height; ++y) {
-    for (int64_t at = 0; at < int64_t{4} * image.width; at += 4) {
-      image.Row(y)[at + 3] = static_cast<uint8_t>(StoredAlpha(alpha));
-    }
-  }
+  ForEachPixel(image, [&](int x, int y) {
+    image.Row(y)[4 * x + 3] = static_cast<uint8_t>(StoredAlpha(alpha));
+  });
   return kOk;
 }
 

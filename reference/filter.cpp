@@ -9,18 +9,13 @@
 namespace qel::test::oracle {
 namespace {
 
-uint32_t ColorAt(const Raster& source, int x, int y) {
-  return GetPixelColor(source.Bits(), x, y, source.width, source.height, source.stride,
-                       source.bit_count);
-}
-
 /// The colour that stands at (sx, sy): the top-left pixel with alpha 1 outside the image.
 uint32_t Neighbour(const Raster& source, int64_t sx, int64_t sy) {
   if (source.Bits() == nullptr) return Pack(0, 0, 0, 1);
   if (sx >= 0 && sx < source.width && sy >= 0 && sy < source.height) {
-    return ColorAt(source, static_cast<int>(sx), static_cast<int>(sy));
+    return PixelOf(source, sx, sy);
   }
-  const uint32_t corner = ColorAt(source, 0, 0);
+  const uint32_t corner = PixelOf(source, 0, 0);
   return Pack(Channel(corner, 0), Channel(corner, 1), Channel(corner, 2), 1);
 }
 
@@ -38,14 +33,9 @@ void VisitNeighbours(const Raster& source, int x, int y, int size, Visit visit) 
 /// Creates `result` like `source` and gives every pixel the colour `compute(x, y)`.
 template <typename Compute>
 result_t ComputePixels(const Raster& source, Raster& result, Compute compute) {
-  result.Create(source.width, source.height, source.planes, source.bit_count, source.model);
+  CreateLike(source, result);
   if (result.Bits() == nullptr) return kOk;
-  for (int y = 0; y < source.height; ++y) {
-    for (int x = 0; x < source.width; ++x) {
-      SetPixelColor(result.Bits(), x, y, source.width, source.height, result.stride, compute(x, y),
-                    source.bit_count);
-    }
-  }
+  ForEachPixel(result, [&](int x, int y) { SetPixelOf(result, x, y, compute(x, y)); });
   return kOk;
 }
 
@@ -111,7 +101,7 @@ result_t Kernel(const Raster& source, const int16_t* kernel, int size, int divis
                         size < source.width && size < source.height &&
                         (source.Bits() != nullptr || size == 0);
   if (computes && size > 0 && kernel == nullptr) return kFail;
-  result.Create(source.width, source.height, source.planes, source.bit_count, source.model);
+  CreateLike(source, result);
   if (!computes || result.Bits() == nullptr) return kOk;
   const int half = size / 2;
   int32_t value = 0;
@@ -193,7 +183,7 @@ result_t Edge(const Raster& source, int size, Raster& result) {
 
 result_t Contour(const Raster& source, Raster& result) {
   return ComputePixels(source, result, [&](int x, int y) {
-    const uint32_t centre = ColorAt(source, x, y);
+    const uint32_t centre = PixelOf(source, x, y);
     int tracked[3] = {0, 0, 0};
     VisitNeighbours(source, x, y, 3, [&](uint32_t color, int, int) {
       for (int channel = 0; channel < 3; ++channel) {
@@ -218,7 +208,7 @@ result_t Median(const Raster& source, int size, Raster& result) {
 
 result_t Noise(const Raster& source, int amount, Raster& result) {
   return ComputePixels(source, result, [&](int x, int y) {
-    const uint32_t color = ColorAt(source, x, y);
+    const uint32_t color = PixelOf(source, x, y);
     const int red = ClampToByte(int64_t{Channel(color, 2)} + RandomOffset(amount));
     const int green = ClampToByte(int64_t{Channel(color, 1)} + RandomOffset(amount));
     const int blue = ClampToByte(int64_t{Channel(color, 0)} + RandomOffset(amount));
@@ -232,9 +222,9 @@ result_t Jitter(const Raster& source, int amount, Raster& result) {
     const int64_t sx = int64_t{x} + RandomOffset(span);
     const int64_t sy = int64_t{y} + RandomOffset(span);
     if (sx >= 0 && sx < source.width && sy >= 0 && sy < source.height) {
-      return ColorAt(source, static_cast<int>(sx), static_cast<int>(sy));
+      return PixelOf(source, sx, sy);
     }
-    return ColorAt(source, x, y);
+    return PixelOf(source, x, y);
   });
 }
 

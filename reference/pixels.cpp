@@ -140,4 +140,18 @@ uint32_t GetBilinearColor(const uint8_t* bits, int x, int y, int width, int heig
   return Pack(blend[0], blend[1], blend[2], blend[3]);
 }
 
+uint32_t PixelOf(const Raster& image, int64_t x, int64_t y) {
+  return GetPixelColor(image.Bits(), static_cast<int>(x), static_cast<int>(y), image.width,
+                       image.height, image.stride, image.bit_count);
+}
+
+void SetPixelOf(Raster& image, int x, int y, uint32_t color) {
+  SetPixelColor(image.Bits(), x, y, image.width, image.height, image.stride, color,
+                image.bit_count);
+}
+
+bool CreateLike(const Raster& source, Raster& result) {
+  return result.Create(source.width, source.height, source.planes, source.bit_count, source.model);
+}
+
 }  // namespace qel::test::oracle

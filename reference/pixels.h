@@ -35,6 +35,19 @@ void SetPixelColor(uint8_t* bits, int x, int y, int width, int height, int strid
 uint32_t GetBilinearColor(const uint8_t* bits, int x, int y, int width, int height, int stride,
                           int bit_count);
 
+/// The same of an image.
+uint32_t PixelOf(const Raster& image, int64_t x, int64_t y);
+void SetPixelOf(Raster& image, int x, int y, uint32_t color);
+/// Calls `visit(x, y)` for every pixel, row by row.
+template <typename Visit>
+void ForEachPixel(const Raster& image, Visit visit) {
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) visit(x, y);
+  }
+}
+/// `Create` in the shape of another image.
+bool CreateLike(const Raster& source, Raster& result);
+
 }  // namespace qel::test::oracle
 
 #endif  // QEL_REFERENCE_PIXELS_H_

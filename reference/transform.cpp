@@ -9,20 +9,6 @@
 namespace qel::test::oracle {
 namespace {
 
-bool CreateLike(const Raster& source, Raster& result) {
-  return result.Create(source.width, source.height, source.planes, source.bit_count, source.model);
-}
-
-uint32_t PixelOf(const Raster& image, int64_t x, int64_t y) {
-  return GetPixelColor(image.Bits(), static_cast<int>(x), static_cast<int>(y), image.width,
-                       image.height, image.stride, image.bit_count);
-}
-
-void SetPixelOf(Raster& image, int x, int y, uint32_t color) {
-  SetPixelColor(image.Bits(), x, y, image.width, image.height, image.stride, color,
-                image.bit_count);
-}
-
 uint32_t SampleOf(const Raster& image, float x, float y, int method) {
   return Interpolated(image.Bits(), x, y, image.width, image.height, image.stride, method,
                       image.bit_count);
@@ -46,15 +32,13 @@ TurnedBox TurnBox(int w, int h, float k, float s) {
   const float right = static_cast<float>(w) - 0.5f;
   const float bottom = static_cast<float>(h) - 0.5f;
   const float corners[4][2] = {{-0.5f, -0.5f}, {right, -0.5f}, {-0.5f, bottom}, {right, bottom}};
-  float min_x = 0, max_x = 0, min_y = 0, max_y = 0;
+  float xs[4], ys[4];
   for (int i = 0; i < 4; ++i) {
-    const float x = k * corners[i][0] - s * corners[i][1];
-    const float y = s * corners[i][0] + k * corners[i][1];
-    min_x = i == 0 ? x : std::min(min_x, x);
-    max_x = i == 0 ? x : std::max(max_x, x);
-    min_y = i == 0 ? y : std::min(min_y, y);
-    max_y = i == 0 ? y : std::max(max_y, y);
+    xs[i] = k * corners[i][0] - s * corners[i][1];
+    ys[i] = s * corners[i][0] + k * corners[i][1];
   }
+  const auto [min_x, max_x] = std::minmax({xs[0], xs[1], xs[2], xs[3]});
+  const auto [min_y, max_y] = std::minmax({ys[0], ys[1], ys[2], ys[3]});
   TurnedBox box;
   box.width = TruncateToInt(std::floor(max_x - min_x + 0.5f));
   box.height = TruncateToInt(std::floor(max_y - min_y + 0.5f));
@@ -81,24 +65,19 @@ result_t Mirror(const Raster& source, Raster& result) {
                     : source.bit_count == 24 ? 3
                     : source.bit_count == 32 ? 4
                                              : 0;
-  for (int y = 0; bytes > 0 && y < source.height; ++y) {
-    for (int x = 0; x < source.width; ++x) {
-      for (int b = 0; b < bytes; ++b) {
-        result.Row(y)[x * bytes + b] = source.Row(y)[(source.width - 1 - x) * bytes + b];
-      }
-    }
-  }
+  if (bytes == 0) return kOk;
+  ForEachPixel(source, [&](int x, int y) {
+    std::copy_n(source.Row(y) + (source.width - 1 - x) * bytes, bytes, result.Row(y) + x * bytes);
+  });
   return kOk;
 }
 
 result_t FlipBits(Raster& image) {
   const int bytes = image.bit_count / 8;
   if (image.bit_count != 24 && image.bit_count != 32) return kOk;
-  for (int y = 0; y < image.height; ++y) {
-    for (int x = 0; x < image.width; ++x) {
-      std::swap(image.Row(y)[x * bytes], image.Row(y)[x * bytes + 2]);
-    }
-  }
+  ForEachPixel(image, [&](int x, int y) {
+    std::swap(image.Row(y)[x * bytes], image.Row(y)[x * bytes + 2]);
+  });
   return kOk;
 }
 
@@ -135,16 +114,14 @@ result_t Rotate4(const Raster& source, Raster& dest, int angle) {
   const int bytes = source.bit_count / 8;
   for (int plane = 0; bytes >= 1 && plane < source.planes; ++plane) {
     if (source.Bits(plane) == nullptr || dest.Bits(plane) == nullptr) continue;
-    for (int y = 0; y < dest.height; ++y) {
-      for (int x = 0; x < dest.width; ++x) {
-        int sx = angle == 180 ? w - 1 - x : angle == 270 ? w - 1 - y : y;
-        const int sy = angle == 180 ? h - 1 - y : angle == 270 ? x : h - 1 - x;
-        if (angle == 180 && bytes != 1 && bytes != 4) --sx;
-        const uint8_t* from = bytes == 4 ? WordRow(source, sy, plane) : source.Row(sy, plane);
-        uint8_t* to = bytes == 4 ? WordRow(dest, y, plane) : dest.Row(y, plane);
-        std::memcpy(to + x * bytes, from + sx * bytes, static_cast<size_t>(bytes));
-      }
-    }
+    ForEachPixel(dest, [&](int x, int y) {
+      int sx = angle == 180 ? w - 1 - x : angle == 270 ? w - 1 - y : y;
+      const int sy = angle == 180 ? h - 1 - y : angle == 270 ? x : h - 1 - x;
+      if (angle == 180 && bytes != 1 && bytes != 4) --sx;
+      const uint8_t* from = bytes == 4 ? WordRow(source, sy, plane) : source.Row(sy, plane);
+      uint8_t* to = bytes == 4 ? WordRow(dest, y, plane) : dest.Row(y, plane);
+      std::copy_n(from + sx * bytes, bytes, to + x * bytes);
+    });
   }
   return kOk;
 }
@@ -159,25 +136,23 @@ result_t IncreaseBpp(const Raster& source, Raster& result, int bit_count, uint32
     return kInvalidArgument;
   }
   const bool indexed = source.bit_count <= 8;
-  for (int y = 0; y < source.height; ++y) {
-    for (int x = 0; x < source.width; ++x) {
-      uint8_t* to = result.Row(y) + x * (bit_count / 8);
-      if (indexed && (bit_count == 24 || bit_count == 32)) {
-        const uint8_t index = source.Row(y)[x];
-        if (source.palette.empty()) {
-          to[0] = to[1] = to[2] = index;
-          if (bit_count == 32) to[3] = 255;
-        } else {
-          to[0] = source.palette[index].blue;
-          to[1] = source.palette[index].green;
-          to[2] = source.palette[index].red;
-        }
-      } else if (source.bit_count == 24 && bit_count == 32) {
-        std::memcpy(to, source.Row(y) + 3 * x, 3);
-        to[3] = 255;
+  ForEachPixel(source, [&](int x, int y) {
+    uint8_t* to = result.Row(y) + x * (bit_count / 8);
+    if (indexed && (bit_count == 24 || bit_count == 32)) {
+      const uint8_t index = source.Row(y)[x];
+      if (source.palette.empty()) {
+        to[0] = to[1] = to[2] = index;
+        if (bit_count == 32) to[3] = 255;
+      } else {
+        to[0] = source.palette[index].blue;
+        to[1] = source.palette[index].green;
+        to[2] = source.palette[index].red;
       }
+    } else if (source.bit_count == 24 && bit_count == 32) {
+      std::copy_n(source.Row(y) + 3 * x, 3, to);
+      to[3] = 255;
     }
-  }
+  });
   return kOk;
 }
 
@@ -201,35 +176,31 @@ result_t Resample(const Raster& source, Raster& result, int new_width, int new_h
   const int box_width = TruncateToInt(x_scale);
   const int box_height = TruncateToInt(y_scale);
   const int step = bpp == 32 ? 4 : bpp == 24 ? 3 : 1;
-  for (int y = 0; y < new_height; ++y) {
+  ForEachPixel(result, [&](int x, int y) {
+    const auto sx = static_cast<int64_t>(std::floor(static_cast<float>(x) * x_scale));
     const float sy = std::floor(static_cast<float>(y) * y_scale);
     const auto row_offset = static_cast<int64_t>(static_cast<float>(source.stride) * sy);
-    for (int x = 0; x < new_width; ++x) {
-      if (nearest) {
-        const auto sx = static_cast<int64_t>(std::floor(static_cast<float>(x) * x_scale));
-        const int bytes = bpp / 8;
-        std::memcpy(result.Row(y) + x * bytes, source.Bits() + row_offset + sx * bytes,
-                    static_cast<size_t>(bytes));
-      } else if (box) {
-        const auto sx = static_cast<int64_t>(std::floor(static_cast<float>(x) * x_scale));
-        const uint8_t* start = source.Bits() + row_offset + sx * step;
-        for (int c = 0; c < std::min(step, 3); ++c) {
-          uint32_t sum = 0;
-          for (int j = 0; j < box_height; ++j) {
-            for (int i = 0; i < box_width; ++i) {
-              sum += start[int64_t{j} * source.stride + i * step + c];
-            }
+    if (nearest) {
+      std::copy_n(source.Bits() + row_offset + sx * (bpp / 8), bpp / 8,
+                  result.Row(y) + x * (bpp / 8));
+    } else if (box) {
+      const uint8_t* start = source.Bits() + row_offset + sx * step;
+      for (int c = 0; c < std::min(step, 3); ++c) {
+        uint32_t sum = 0;
+        for (int j = 0; j < box_height; ++j) {
+          for (int i = 0; i < box_width; ++i) {
+            sum += start[int64_t{j} * source.stride + i * step + c];
           }
-          result.Row(y)[x * step + c] =
-              static_cast<uint8_t>(sum / static_cast<uint32_t>(box_width * box_height));
         }
-      } else {
-        const float px = (static_cast<float>(x) + 0.5f) * x_scale - 0.5f;
-        const float py = (static_cast<float>(y) + 0.5f) * y_scale - 0.5f;
-        SetPixelOf(result, x, y, SampleOf(source, px, py, method));
+        result.Row(y)[x * step + c] =
+            static_cast<uint8_t>(sum / static_cast<uint32_t>(box_width * box_height));
       }
+    } else {
+      const float px = (static_cast<float>(x) + 0.5f) * x_scale - 0.5f;
+      const float py = (static_cast<float>(y) + 0.5f) * y_scale - 0.5f;
+      SetPixelOf(result, x, y, SampleOf(source, px, py, method));
     }
-  }
+  });
   return kOk;
 }
 
@@ -264,32 +235,27 @@ result_t Rotate(const Raster& source, Raster& result, int angle, int method, int
     return kOk;
   }
   result.Fill((PixelOf(source, 0, 0) & 0xFFFFFF) | 0xFF000000);
+  if (result.Bits() == nullptr) return kOk;
   const int step = bits == 32 ? 4 : bits >= 16 ? 3 : 1;
-  for (int j = 0; result.Bits() != nullptr && j < box.height; ++j) {
-    for (int i = 0; i < box.width; ++i) {
-      const float x = box.start_x + static_cast<float>(i);
-      const float y = box.start_y + static_cast<float>(j);
-      float sx = k * x + s * y;
-      float sy = k * y - s * x;
-      if (keep_size != 0) {
-        sx += shift_x;
-        sy += shift_y;
-      }
-      if (sx <= 3.0f || sx >= static_cast<float>(w - 4) || sy <= 3.0f ||
-          sy >= static_cast<float>(h - 4)) {
-        continue;
-      }
-      const uint32_t sample = SampleOf(source, sx, sy, method);
-      uint8_t* to = result.Row(j) + i * step;
-      if (bits < 16) {
-        to[0] = static_cast<uint8_t>(Channel(sample, 2));
-        continue;
-      }
-      for (int c = 0; c < (bits == 32 ? 4 : 3); ++c) {
-        to[c] = static_cast<uint8_t>(Channel(sample, c));
-      }
+  ForEachPixel(result, [&](int i, int j) {
+    const float x = box.start_x + static_cast<float>(i);
+    const float y = box.start_y + static_cast<float>(j);
+    float sx = k * x + s * y;
+    float sy = k * y - s * x;
+    if (keep_size != 0) {
+      sx += shift_x;
+      sy += shift_y;
     }
-  }
+    if (sx <= 3.0f || sx >= static_cast<float>(w - 4) || sy <= 3.0f ||
+        sy >= static_cast<float>(h - 4)) {
+      return;
+    }
+    const uint32_t sample = SampleOf(source, sx, sy, method);
+    for (int c = 0; c < step; ++c) {
+      // Shallow images take the red one.
+      result.Row(j)[i * step + c] = static_cast<uint8_t>(Channel(sample, step == 1 ? 2 : c));
+    }
+  });
   return kOk;
 }
 
@@ -335,17 +301,15 @@ result_t Skew(const Raster& source, Raster& result, float x_gain, float y_gain, 
                 force_alpha != 0 ? 0x42475241u : source.model);
   if (x_pivot == 0) x_pivot = source.width / 2;
   if (y_pivot == 0) y_pivot = source.height / 2;
-  for (int y = 0; y < source.height; ++y) {
-    for (int x = 0; x < source.width; ++x) {
-      const float shift_x = static_cast<float>(WrappedSum(y, WrappedProduct(y_pivot, -1))) * x_gain;
-      const float shift_y = static_cast<float>(WrappedSum(x, WrappedProduct(x_pivot, -1))) * y_gain;
-      const int sx = TruncateToInt(static_cast<float>(x) + shift_x);
-      const int sy = TruncateToInt(static_cast<float>(y) + shift_y);
-      uint32_t color = PixelOf(source, sx, sy);
-      if (Channel(color, 3) != 1 && force_alpha != 0) color |= 0xFF000000u;
-      SetPixelOf(result, x, y, color);
-    }
-  }
+  ForEachPixel(source, [&](int x, int y) {
+    const float shift_x = static_cast<float>(WrappedSum(y, WrappedProduct(y_pivot, -1))) * x_gain;
+    const float shift_y = static_cast<float>(WrappedSum(x, WrappedProduct(x_pivot, -1))) * y_gain;
+    const int sx = TruncateToInt(static_cast<float>(x) + shift_x);
+    const int sy = TruncateToInt(static_cast<float>(y) + shift_y);
+    uint32_t color = PixelOf(source, sx, sy);
+    if (Channel(color, 3) != 1 && force_alpha != 0) color |= 0xFF000000u;
+    SetPixelOf(result, x, y, color);
+  });
   return kOk;
 }
 
@@ -422,18 +386,15 @@ result_t Transform(const PointTransform& transform, const Raster& source, Raster
   const bool alpha = b == 32 && (source.model == 0x42475241u || source.model == 0x52474241u);
   result.Fill(alpha ? 0xFF000000u : 0u);
   if (b != 8 && b != 24 && b != 32) return kOk;
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) {
-      double px = static_cast<double>(x) + x_offset;
-      double py = static_cast<double>(y) + y_offset;
-      transform(px, py);
-      if (px >= 0 && px < source.width && py >= 0 && py < source.height) {
-        std::memcpy(result.Row(y) + x * (b / 8),
-                    source.Row(TruncateToInt(py)) + TruncateToInt(px) * (b / 8),
-                    static_cast<size_t>(b / 8));
-      }
+  ForEachPixel(result, [&](int x, int y) {
+    double px = static_cast<double>(x) + x_offset;
+    double py = static_cast<double>(y) + y_offset;
+    transform(px, py);
+    if (px >= 0 && px < source.width && py >= 0 && py < source.height) {
+      std::copy_n(source.Row(TruncateToInt(py)) + TruncateToInt(px) * (b / 8), b / 8,
+                  result.Row(y) + x * (b / 8));
     }
-  }
+  });
   return kOk;
 }
 
@@ -535,35 +496,33 @@ result_t CircleTransform(Raster& image, int mode, int with_alpha, float factor) 
   const int limit =
       TruncateToInt(std::sqrt(static_cast<double>(cx) * cx + static_cast<double>(cy) * cy));
   const double swirl = static_cast<double>(static_cast<float>(limit / 2) * factor);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const int dx = cx - x;
-      const int dy = cy - y;
-      const double d = static_cast<double>(std::sqrt(
-          static_cast<float>(WrappedSum(WrappedProduct(dx, dx), WrappedProduct(dy, dy)))));
-      int sx = -1, sy = -1;
-      if (d < limit) {
-        double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
-        double r = d;
-        if (mode == 0) r = d * d / limit;
-        if (mode == 1) r = std::sqrt(limit * d);
-        if (mode == 2) a = a + d / swirl;
-        if (mode <= 2) {
-          sx = WrappedSum(cx, WrappedProduct(TruncateToInt(r * std::cos(a)), -1));
-          sy = WrappedSum(cy, WrappedProduct(TruncateToInt(r * std::sin(a)), -1));
-        } else if (mode == 3) {
-          sx = TruncateToInt(std::fabs(width * a / 6.2831852));
-          sy = TruncateToInt(std::fabs(height * d / limit));
-        } else {
-          sx = x - 16 + x % 32;
-          sy = y;
-        }
+  ForEachPixel(image, [&](int x, int y) {
+    const int dx = cx - x;
+    const int dy = cy - y;
+    const double d = static_cast<double>(
+        std::sqrt(static_cast<float>(WrappedSum(WrappedProduct(dx, dx), WrappedProduct(dy, dy)))));
+    int sx = -1, sy = -1;
+    if (d < limit) {
+      double a = std::atan2(static_cast<double>(dy), static_cast<double>(dx));
+      double r = d;
+      if (mode == 0) r = d * d / limit;
+      if (mode == 1) r = std::sqrt(limit * d);
+      if (mode == 2) a = a + d / swirl;
+      if (mode <= 2) {
+        sx = WrappedSum(cx, WrappedProduct(TruncateToInt(r * std::cos(a)), -1));
+        sy = WrappedSum(cy, WrappedProduct(TruncateToInt(r * std::sin(a)), -1));
+      } else if (mode == 3) {
+        sx = TruncateToInt(std::fabs(width * a / 6.2831852));
+        sy = TruncateToInt(std::fabs(height * d / limit));
+      } else {
+        sx = x - 16 + x % 32;
+        sy = y;
       }
-      uint32_t color = PixelOf(image, sx, sy);
-      if (with_alpha != 0 && Channel(color, 3) != 1) color |= 0xFF000000u;
-      SetPixelOf(work, x, y, color);
     }
-  }
+    uint32_t color = PixelOf(image, sx, sy);
+    if (with_alpha != 0 && Channel(color, 3) != 1) color |= 0xFF000000u;
+    SetPixelOf(work, x, y, color);
+  });
   image.Assign(work);
   return kOk;
 }
