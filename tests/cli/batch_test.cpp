@@ -1,7 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -11,7 +8,6 @@
 #include "cli/batch/session.h"
 #include "cli/batch/sha256.h"
 #include "cli/batch/shard.h"
-#include "cli/drawing/demo_scene.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json_reader.h"
@@ -179,13 +175,7 @@ TEST_F(Bulk, ResumesWhereBothFilesAndStepsAreAsTheyWere) {
   EXPECT_EQ(skipped(Run(words + "--quality 50 --resume")), 0u);
 }
 
-TEST(Json, TextsComeBackAsTheyWere) {
-  for (int first = 0; first < 256; ++first) {
-    for (const std::string rest : {"", "\"", "\xA4", "\x90\x80\x80", "\xFF"}) {
-      const std::string text = static_cast<char>(first) + rest;
-      EXPECT_EQ(ReadJsonTexts(JsonObject().Number("n", -3).Text("t", text).Line()).at("t"), text);
-    }
-  }
+TEST(Json, ReadsTextsAndRefusesWhatIsNone) {
   const auto texts = ReadJsonTexts(
       " { \"a\" : \"\\u00e4\\ud83d\\ude00\\/\\t\" , \"b\":[1e3,{\"a\":[]},null],\"\":true} ");
   EXPECT_EQ(texts, (std::map<std::string, std::string>{{"a", "\xC3\xA4\xF0\x9F\x98\x80/\t"}}));
@@ -195,19 +185,6 @@ TEST(Json, TextsComeBackAsTheyWere) {
     EXPECT_THROW(ReadJsonTexts(wrong), std::invalid_argument) << wrong;
   }
   EXPECT_THROW(ReadJsonTexts("{\"a\":" + std::string(100000, '[')), std::invalid_argument);
-}
-
-TEST_F(Bulk, ResumesInPlaceWithoutDoingAnythingTwice) {
-  MakeInputs(4);
-  const std::string words = "'in/*.pgm' --in-place negative --json m.json --resume";
-  ASSERT_EQ(Run(words).exit_code, kDone);
-  const auto files = Files("in");
-  EXPECT_EQ(files.at("1003.pgm"), Gray(252));
-  WriteFile(folder_ / Name(3), Gray(3));  // as if it had not been reached
-  const std::string manifest = ReadFile(folder_ / "m.json");
-  ASSERT_EQ(Run(words).exit_code, kDone);
-  EXPECT_EQ(Files("in"), files);
-  EXPECT_EQ(ReadFile(folder_ / "m.json"), manifest);
 }
 
 TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
@@ -272,17 +249,6 @@ TEST_F(Bulk, ClosedDescriptorsAreNotTakenForFiles) {
     }
   }
   EXPECT_EQ(ToolTest::Run("list >&-").exit_code, kNoOutput);
-}
-
-TEST_F(Bulk, FilesThatFindNoRoomLeaveTheOthersAlone) {
-  MakeInputs(3);
-  WriteFile(folder_ / Name(1), "P5\n200 200\n255\n" + std::string(40000, 'x'));
-  const Outcome outcome = Shell("ulimit -f 8; " + Tool() +
-                                " run 'in/*' -o 'out/{stem}.pgm' negative --jobs 1 --json m.json");
-  EXPECT_EQ(outcome.exit_code, kSomeFailed);
-  EXPECT_NE(outcome.errors.find("out/1001.pgm: writing failed: File too large"), std::string::npos)
-      << outcome.errors;
-  EXPECT_EQ(Files("out").size(), 2u);
 }
 
 TEST_F(Bulk, ProtectedFilesAreReplacedByForceOnly) {
@@ -413,11 +379,9 @@ TEST_F(Bulk, ADryRunTellsFromHeadersWhatWouldBeDone) {
     std::string name;
     int bit_count;
   } pictures[] = {{"a.png", 32}, {"b.jpg", 24}, {"c.tiff", 24}, {"d.webp", 32}, {"e.bmp", 8}};
-  std::string expected;
   for (const auto& picture : pictures) {
     const auto image = MakeImage(1024, 512, picture.bit_count);
     SavePicture(folder_ / ("in/" + picture.name), *image, {}, {});
-    if (picture.name == "e.bmp") expected = "8 bits, 3.0 MiB";
   }
   // The header of a picture is enough.
   const std::string jpeg = ReadFile(folder_ / "in/b.jpg");
@@ -550,87 +514,39 @@ TEST_F(Bulk, GnuParallelSharesTheWork) {
   EXPECT_EQ(ReadFile(folder_ / "m"), manifest);
 }
 
-TEST(Shards, CoverTheWorkOnceAndComeFromTheEnvironment) {
-  for (const size_t files : {0u, 1u, 7u, 1000u}) {
-    for (const size_t count : {1u, 3u, 8u}) {
-      size_t next = 0;
-      for (size_t index = 0; index < count; ++index) {
-        const Shard shard{index, count};
-        EXPECT_EQ(shard.Begin(files), next);
-        next = shard.End(files);
-        EXPECT_LE(next - shard.Begin(files), files / count + 1);
-      }
-      EXPECT_EQ(next, files);
-    }
-  }
+TEST(Shards, ComeFromTheEnvironment) {
   const struct {
-    std::map<std::string, std::string> environment;
+    const char*
+        tasks;  ///< number, count, and where they differ from 0, count - 1 and 1: min max step
     size_t index, count;  ///< no count: refused
-  } cases[] = {
-      {{{"ARRAY_TASK_ID", "0"}, {"ARRAY_TASK_COUNT", "4"}}, 0, 4},
-      {{{"ARRAY_TASK_ID", "7"}, {"ARRAY_TASK_COUNT", "3"}, {"ARRAY_TASK_MIN", "5"}}, 2, 3},
-      {{{"ARRAY_TASK_ID", "9"},
-        {"ARRAY_TASK_COUNT", "3"},
-        {"ARRAY_TASK_MIN", "5"},
-        {"ARRAY_TASK_MAX", "9"},
-        {"ARRAY_TASK_STEP", "2"}},
-       2,
-       3},
-      // Tasks 1, 3 and 7: the third of three parts would be done by nobody.
-      {{{"ARRAY_TASK_ID", "3"},
-        {"ARRAY_TASK_COUNT", "3"},
-        {"ARRAY_TASK_MIN", "1"},
-        {"ARRAY_TASK_MAX", "7"}},
-       0,
-       0},
-      {{{"ARRAY_TASK_ID", "4"}, {"ARRAY_TASK_COUNT", "4"}}, 0, 0},
-      {{{"ARRAY_TASK_ID", "2"}}, 0, 0},
-      {{{"ARRAY_TASK_ID", "two"}, {"ARRAY_TASK_COUNT", "4"}}, 0, 0},
-  };
+  } cases[] = {{"0 4", 0, 4},
+               {"7 3 5", 2, 3},
+               {"9 3 5 9 2", 2, 3},
+               // Tasks 1, 3 and 7: the third of three parts would be done by nobody.
+               {"3 3 1 7", 0, 0},
+               {"4 4", 0, 0},
+               {"2", 0, 0},
+               {"two 4", 0, 0},
+               {"", 0, 0}};
   for (const auto& c : cases) {
-    for (const auto& [name, value] : c.environment)
-      setenv(("SLURM_" + name).c_str(), value.c_str(), 1);
-    if (c.count > 0) {
-      EXPECT_EQ(ParseShard("auto").index, c.index);
-      EXPECT_EQ(ParseShard("auto").count, c.count);
-    } else {
-      EXPECT_THROW(ParseShard("auto"), Failure) << c.environment.at("ARRAY_TASK_ID");
+    SCOPED_TRACE(c.tasks);
+    std::istringstream words(c.tasks);
+    for (const std::string name : {"ID", "COUNT", "MIN", "MAX", "STEP"}) {
+      const std::string variable = "SLURM_ARRAY_TASK_" + name;
+      std::string value;
+      words >> value ? setenv(variable.c_str(), value.c_str(), 1) : unsetenv(variable.c_str());
     }
-    for (const auto& [name, value] : c.environment) unsetenv(("SLURM_" + name).c_str());
+    if (c.count == 0) {
+      EXPECT_THROW(ParseShard("auto"), Failure);
+      continue;
+    }
+    EXPECT_EQ(ParseShard("auto").index, c.index);
+    EXPECT_EQ(ParseShard("auto").count, c.count);
   }
 }
 
 TEST(Hashes, AreThoseOfTheStandard) {
   EXPECT_EQ(HashOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-}
-
-TEST(Operations, GiveEveryPictureTheSameAndLeaveSecondPicturesAlone) {
-  // What a bulk run counts on: no state from picture to picture, whichever thread takes it.
-  const Session session;
-  PictureFiles second_pictures;
-  const auto scene = [](int bit_count) {
-    const auto image = MakeImage(kDemoWidth, kDemoHeight, bit_count);
-    if (bit_count == 32) DrawDemoScene({image->Bits(), image->stride(), kDemoWidth, kDemoHeight});
-    return image;
-  };
-  const auto bytes = [](const host::HostImage& image) {
-    std::string all;
-    for (int y = 0; y < image.height(); ++y) {
-      all.append(reinterpret_cast<const char*>(image.Row(y)),
-                 static_cast<size_t>(image.RowBytes()));
-    }
-    return all;
-  };
-  second_pictures.Provide("other.png", scene(32));
-  second_pictures.Provide("mask.png", scene(8));
-  for (const Operation& operation : OperationTable()) {
-    SCOPED_TRACE(operation.name);
-    const auto steps = ParseSteps({std::string(operation.example)});
-    const std::string first = bytes(*session.Run(steps, scene(32), second_pictures));
-    EXPECT_TRUE(bytes(*session.Run(steps, scene(32), second_pictures)) == first);
-    EXPECT_TRUE(bytes(second_pictures.Get("other.png")) == bytes(*scene(32)));
-    EXPECT_TRUE(bytes(second_pictures.Get("mask.png")) == bytes(*scene(8)));
-  }
 }
 
 /// A file of noise that is larger than what a run holds of it.

@@ -226,10 +226,10 @@ TEST_F(Commands, CompletionFollowsTheTables) {
   EXPECT_EQ(Run("completion tcsh").exit_code, kUsage);
 }
 
-TEST_F(Commands, ManualAndJsonTellEverythingOfEveryOperation) {
+TEST_F(Commands, HelpListingsAndManualTellEverythingOfEveryOperation) {
   ASSERT_EQ(Run("man -o pages").exit_code, kDone);
   const std::string tool_page = ReadFile(folder_ / "pages/qel.1");
-  const std::string json = Run("list --json").output;
+  const std::string json = Run("list --json").output, list = Run("list").output;
   // Whatever the texts hold, brackets and quotes must pair.
   for (const char* const pair : {"{}", "[]"}) {
     EXPECT_EQ(std::ranges::count(json, pair[0]), std::ranges::count(json, pair[1]));
@@ -247,7 +247,11 @@ TEST_F(Commands, ManualAndJsonTellEverythingOfEveryOperation) {
     EXPECT_NE(tool_page.find("\\fB" + escaped(name) + "\\fR"), std::string::npos);
     EXPECT_NE(page.find(escaped(operation.example)), std::string::npos) << page;
     EXPECT_NE(json.find("{\"name\": \"" + name + "\", \"component\""), std::string::npos);
+    EXPECT_NE(list.find("  " + name + " "), std::string::npos);
+    const std::string help = Run("help " + name).output;
+    EXPECT_NE(help.find(operation.example), std::string::npos) << help;
     for (const Parameter& parameter : operation.parameters) {
+      EXPECT_NE(help.find(std::string(parameter.name) + "="), std::string::npos) << help;
       EXPECT_NE(page.find("\\fB" + escaped(parameter.name) + "=\\fR\n"), std::string::npos);
     }
   }

@@ -93,28 +93,9 @@ TEST_F(Everyday, PhotosForTheWebGetSmallerAndSmallOnesStay) {
   const Picture small = Make("run photo.png -o out.png resize 2000");
   ExpectSize(small, kWidth, kHeight);
   ExpectCorners(small, {north_west_, north_east_, south_west_, south_east_}, 0);
-}
-
-TEST_F(Everyday, ThumbnailsAreSquareAndShowTheMiddle) {
   const Picture thumbnail = Make("run photo.png -o out.png resize width=60 height=60 fit=cover");
   ExpectSize(thumbnail, 60, 60);
   ExpectCorners(thumbnail, {north_west_, north_east_, south_west_, south_east_});
-}
-
-TEST_F(Everyday, LogosKeepTheirSoftEdgesAndNothingHiddenShows) {
-  for (const std::string filter : {"lanczos", "mitchell", "area"}) {
-    const Picture logo = Make("run logo.png -o out.png resize width=50% filter=" + filter);
-    ExpectSize(logo, 32, 32);
-    ExpectNear(logo, 16, 16, {20, 20, 230, 255}, 2);
-    EXPECT_LE(At(logo, 0, 0)[3], 1);
-    for (int y = 0; y < 32; ++y) {
-      for (int x = 0; x < 32; ++x) {
-        const Seen pixel = At(logo, x, y);
-        if (pixel[3] <= 8) continue;
-        EXPECT_LT(pixel[1], 60) << filter << " at " << x << ", " << y;
-      }
-    }
-  }
 }
 
 TEST_F(Everyday, TransparentPicturesBecomeJpegOnTheColorThatIsAskedFor) {
@@ -284,26 +265,6 @@ TEST_F(Everyday, RecipesRunAndRunsAreVerified) {
             "out/logo.png: is missing\n1 of 2 as the run left them\n");
   EXPECT_EQ(Run("verify recipe").exit_code, kNoInput);
   EXPECT_EQ(Run("run photo.jpg -o out/ --recipe nowhere").exit_code, kNoInput);
-}
-
-TEST_F(Everyday, SaysWhatWasMeant) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"scale width=50%", "resize width=50%"},
-      {"thumbnail", "resize width=200 height=200"},
-      {"brightness", "light brightness=30"},
-      {"resize", "give width=, height= or both"},
-      {"crop width=400 height=10", "reaches beyond the picture of 320 x 240"},
-      {"crop aspect=wide", "width by height, as 16:9"},
-      {"pad border=2 background=#12", "a colour as #RRGGBB"},
-      {"overlay with=logo.png x=400", "lies outside the picture of 320 x 240"},
-      {"flatten background=transparent", "an opaque colour"},
-      {"turn", "angle= is missing"},
-      {"GrayScale Midian", "there is no operation Midian"},
-  };
-  for (const auto& [words, message] : cases) {
-    Expect({"run photo.png -o out.png " + words, kUsage, message});
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "out.png"));
-  }
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <map>
 
 #include "cli/terminal/errors.h"
-#include "reference/rng.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/tool.h"
 
@@ -154,20 +153,6 @@ TEST_F(Faults, ThreadsThatCannotBeStartedAreDoneWithout) {
   Look();
   EXPECT_EQ(whole_, 2);
   EXPECT_EQ(Shell(Preload() + "QEL_THREADS=0" + words).exit_code, kModuleFault);
-}
-
-TEST_F(Faults, KilledAtRandomMoments) {
-  if (test::kSanitized) GTEST_SKIP() << "the killed have nothing to say";
-  test::Rng rng(5);
-  for (int i = 0; i < 25; ++i) {
-    SetUp();
-    const std::string milliseconds = std::to_string(100 + rng.Int(1, 25)).substr(1);
-    // Waited for: a process that still ends keeps its lock on the manifest.
-    Shell(Tool() + " run 'in/*.pgm' -o 'out/{stem}.pgm' negative --json m.json & sleep 0.0" +
-          milliseconds + "; kill -KILL $!; wait");
-    Look();
-    ExpectResumes();
-  }
 }
 
 }  // namespace

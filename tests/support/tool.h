@@ -34,6 +34,7 @@ class ToolTest : public testing::Test {
     const Outcome outcome = Run(ending.words);
     const std::string said = outcome.output + outcome.errors;
     EXPECT_EQ(outcome.exit_code, ending.exit_code) << ending.words << "\n" << said;
+    EXPECT_TRUE(outcome.exit_code < 2 || outcome.errors.starts_with("qel: ")) << said;
     EXPECT_NE(said.find(ending.said), std::string::npos) << ending.words << "\n" << said;
   }
   /// Several, with `before` in front of their words.
