@@ -1,5 +1,6 @@
 // Files that our own writers never make: varieties of other programs.
 
+#include <gif_lib.h>
 #include <png.h>
 
 #include "tests/pictures/foreign_writers.h"
@@ -128,56 +129,37 @@ TEST(ForeignPng, FramesAndProfilesThatAreLostAreNoted) {
 
 // GIF.
 
-/// A GIF file of one frame with a palette of its own; packed in codes of nine bits without matches.
-Bytes MakeGif(int canvas, int left, int top, int width, int height, bool interlaced,
-              int transparent, int frames) {
-  Bytes file = Joined("GIF89a");
-  for (const int side : {canvas, canvas}) Put(file, static_cast<uint32_t>(side), 2);
-  for (const int byte : {0, 0, 0}) file.push_back(static_cast<uint8_t>(byte));
+/// A GIF file of frames with palettes of their own, a square whose pixel (x, y) is 16 x + y.
+Bytes MakeGif(int canvas, int left, int side, bool interlaced, int transparent, int frames) {
+  Bytes file;
+  const auto append = [](GifFileType* gif, const GifByteType* data, int size) {
+    auto& bytes = *static_cast<Bytes*>(gif->UserData);
+    bytes.insert(bytes.end(), data, data + size);
+    return size;
+  };
+  GifFileType* const gif = EGifOpen(&file, append, nullptr);
+  GifColorType colors[256];
+  for (int i = 0; i < 256; ++i) colors[i] = {GifByteType(i), GifByteType(255 - i), 7};
+  ColorMapObject* const palette = GifMakeMapObject(256, colors);
+  EGifPutScreenDesc(gif, canvas, canvas, 8, 0, nullptr);
   for (int frame = 0; frame < frames; ++frame) {
-    const int flags = transparent >= 0 ? 1 : 0;
-    for (const int byte : {0x21, 0xF9, 4, flags, 0, 0, std::max(transparent, 0), 0, 0x2C}) {
-      file.push_back(static_cast<uint8_t>(byte));
-    }
-    for (const int side : {left, top, width, height}) Put(file, static_cast<uint32_t>(side), 2);
-    file.push_back(static_cast<uint8_t>(0x87 | (interlaced ? 0x40 : 0)));
-    for (int i = 0; i < 256; ++i) Put(file, static_cast<uint32_t>(i | (255 - i) << 8 | 7 << 16), 3);
-    file.push_back(8);
-    Bytes codes;
-    uint64_t bits = 0;
-    int count = 0;
-    const auto code = [&](uint32_t value) {
-      bits |= uint64_t{value} << count;
-      for (count += 9; count >= 8; count -= 8, bits >>= 8) {
-        codes.push_back(static_cast<uint8_t>(bits));
-      }
-    };
-    constexpr uint32_t kClear = 256, kEnd = 257;
-    std::vector<int> rows;
-    const auto pass = [&](int first, int step) {
-      for (int y = first; y < height; y += step) rows.push_back(y);
-    };
-    if (interlaced) {
-      pass(0, 8), pass(4, 8), pass(2, 4), pass(1, 2);
-    } else {
-      pass(0, 1);
-    }
-    for (const int y : rows) {
-      for (int x = 0; x < width; ++x) {
-        code(kClear);
-        code(static_cast<uint32_t>(x * 16 + y));
+    const GraphicsControlBlock control{0, false, 0, transparent};
+    GifByteType block[4];
+    EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE,
+                     static_cast<int>(EGifGCBToExtension(&control, block)), block);
+    EGifPutImageDesc(gif, left, left, side, side, interlaced, palette);
+    const std::vector<std::pair<int, int>> passes = {{0, 8}, {4, 8}, {2, 4}, {1, 2}},
+                                           once = {{0, 1}};
+    for (const auto& [first, step] : interlaced ? passes : once) {
+      for (int y = first; y < side; y += step) {
+        Bytes row;
+        for (int x = 0; x < side; ++x) row.push_back(static_cast<uint8_t>(x * 16 + y));
+        EGifPutLine(gif, row.data(), side);
       }
     }
-    code(kEnd);
-    codes.push_back(static_cast<uint8_t>(bits));
-    for (size_t at = 0; at < codes.size(); at += 255) {
-      const size_t size = std::min<size_t>(255, codes.size() - at);
-      file.push_back(static_cast<uint8_t>(size));
-      for (size_t i = 0; i < size; ++i) file.push_back(codes[at + i]);
-    }
-    file.push_back(0);
   }
-  file.push_back(0x3B);
+  EGifCloseFile(gif, nullptr);
+  GifFreeMapObject(palette);
   return file;
 }
 
@@ -185,7 +167,7 @@ TEST(ForeignGif, FirstFramesReadInTheirPlace) {
   for (const bool interlaced : {false, true}) {
     for (const int transparent : {-1, 35}) {
       for (const int left : {0, 3}) {
-        const Bytes file = MakeGif(13 + left, left, left, 13, 13, interlaced, transparent, 1);
+        const Bytes file = MakeGif(13 + left, left, 13, interlaced, transparent, 1);
         const Decoded decoded = Decode(file);
         EXPECT_TRUE(decoded.info.notes.empty());
         EXPECT_EQ(decoded.info.bit_count, transparent >= 0 || left > 0 ? 32 : 24);
@@ -204,8 +186,8 @@ TEST(ForeignGif, FirstFramesReadInTheirPlace) {
       }
     }
   }
-  EXPECT_TRUE(Decode(MakeGif(9, 0, 0, 9, 9, false, -1, 3)).HasNote("first frame"));
-  Bytes half = MakeGif(9, 0, 0, 9, 9, false, -1, 1);
+  EXPECT_TRUE(Decode(MakeGif(9, 0, 9, false, -1, 3)).HasNote("first frame"));
+  Bytes half = MakeGif(9, 0, 9, false, -1, 1);
   half.erase(half.end() - 60, half.end());
   EXPECT_EQ(KindOf([&] { Decode(half); }), Kind::kBroken);
   EXPECT_EQ(KindOf([] { Encode(Slope(4, 4, 24), "gif"); }), Kind::kUnknownFormat);

@@ -1,6 +1,3 @@
-#include <functional>
-#include <thread>
-
 #include "tests/pictures/foreign_writers.h"
 #include "tests/pictures/picture_support.h"
 
@@ -147,21 +144,6 @@ TEST(HostileFiles, WhatTheAllocatorThrowsPassesThrough) {
                      [](const pictures::PictureInfo&) -> pictures::PixelBuffer { throw 7; }),
                  int);
   }
-}
-
-TEST(HostileFiles, SeveralThreadsReadAtOnce) {
-  const std::vector<Sample> samples = Samples();
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&, i] {
-      for (const Sample& sample : samples) {
-        Bytes file = sample.file;
-        if (i % 2 == 1) file.resize(file.size() / 2);
-        EXPECT_EQ(Survives(file), i % 2 == 0) << sample.name;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -60,70 +60,50 @@ Bytes PackedTexts(int count) {
   return chunks;
 }
 
-/// A TIFF file of one directory and one strip or tile, `data`.
+/// A TIFF file of one strip or tile, `data`, which is stored as it is.
 struct Tiff {
   uint32_t width, height;
-  uint32_t compression = COMPRESSION_NONE;
-  uint32_t photometric = PHOTOMETRIC_MINISBLACK;
-  uint32_t bits = 8, samples = 1;
+  int compression = COMPRESSION_NONE;
+  int photometric = PHOTOMETRIC_MINISBLACK;
+  int bits = 8, samples = 1;
   uint32_t tile_width = 0, tile_height = 0;
   Bytes data = {1, 2, 3, 4};
 
   Bytes File() const {
-    const bool tiled = tile_width > 0;
-    constexpr uint32_t kShort = 3, kLong = 4;
-    const uint32_t entries = tiled ? 10 : 9;
-    const uint32_t bits_at = 8 + 2 + 12 * entries + 4;
-    Bytes file = Joined("II*", {0, 8, 0, 0, 0});
-    const auto entry = [&](uint32_t tag, uint32_t type, uint32_t count, uint32_t value) {
-      Put(file, tag, 2);
-      Put(file, type, 2);
-      Put(file, count, 4);
-      Put(file, value, 4);
-    };
-    const auto size = static_cast<uint32_t>(data.size());
-    Put(file, entries, 2);
-    entry(TIFFTAG_IMAGEWIDTH, kLong, 1, width);
-    entry(TIFFTAG_IMAGELENGTH, kLong, 1, height);
-    entry(TIFFTAG_BITSPERSAMPLE, kShort, samples, samples == 1 ? bits : bits_at);
-    entry(TIFFTAG_COMPRESSION, kShort, 1, compression);
-    entry(TIFFTAG_PHOTOMETRIC, kShort, 1, photometric);
-    if (!tiled) entry(TIFFTAG_STRIPOFFSETS, kLong, 1, bits_at + 8);
-    entry(TIFFTAG_SAMPLESPERPIXEL, kShort, 1, samples);
-    if (!tiled) {
-      entry(TIFFTAG_ROWSPERSTRIP, kLong, 1, height);
-      entry(TIFFTAG_STRIPBYTECOUNTS, kLong, 1, size);
-    } else {
-      entry(TIFFTAG_TILEWIDTH, kLong, 1, tile_width);
-      entry(TIFFTAG_TILELENGTH, kLong, 1, tile_height);
-      entry(TIFFTAG_TILEOFFSETS, kLong, 1, bits_at + 8);
-      entry(TIFFTAG_TILEBYTECOUNTS, kLong, 1, size);
-    }
-    Put(file, 0, 4);
-    for (int i = 0; i < 4; ++i) Put(file, bits, 2);
-    return Concat({file, data});
+    return TiffFileOf([this](TIFF* tiff) {
+      Describe(tiff);
+      Bytes copy = data;
+      const auto write = tile_width > 0 ? &TIFFWriteRawTile : &TIFFWriteRawStrip;
+      write(tiff, 0, copy.data(), static_cast<tmsize_t>(copy.size()));
+    });
+  }
+  /// The strip as the library packs it: what stands between header and directory.
+  Bytes Packed() const {
+    const Bytes file = TiffFileOf([this](TIFF* tiff) {
+      Describe(tiff);
+      Bytes pixels(size_t{width} * height * static_cast<size_t>(bits) / 8);
+      for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * i / 97);
+      TIFFWriteEncodedStrip(tiff, 0, pixels.data(), static_cast<tmsize_t>(pixels.size()));
+    });
+    uint32_t directory_at;
+    std::memcpy(&directory_at, &file[4], sizeof(directory_at));
+    return {file.begin() + 8, file.begin() + directory_at};
+  }
+
+ private:
+  void Describe(TIFF* tiff) const {
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometric);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
+    if (compression == COMPRESSION_JPEG) TIFFSetField(tiff, TIFFTAG_JPEGTABLESMODE, 0);
+    TIFFSetField(tiff, tile_width > 0 ? TIFFTAG_TILEWIDTH : TIFFTAG_ROWSPERSTRIP,
+                 tile_width > 0 ? tile_width : height);
+    if (tile_width > 0) TIFFSetField(tiff, TIFFTAG_TILELENGTH, tile_height);
   }
 };
-
-/// A strip as the library packs it: what stands between header and directory.
-Bytes PackedStrip(uint32_t side, int compression, int bits) {
-  const Bytes file = TiffFileOf([&](TIFF* tiff) {
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, side);
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, side);
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 1);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, side);
-    if (compression == COMPRESSION_JPEG) TIFFSetField(tiff, TIFFTAG_JPEGTABLESMODE, 0);
-    Bytes pixels(size_t{side} * side * static_cast<size_t>(bits) / 8);
-    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * i / 97);
-    TIFFWriteEncodedStrip(tiff, 0, pixels.data(), static_cast<tmsize_t>(pixels.size()));
-  });
-  uint32_t directory_at;
-  std::memcpy(&directory_at, &file[4], sizeof(directory_at));
-  return {file.begin() + 8, file.begin() + directory_at};
-}
 
 enum class JpegKind { kBaseline, kProgressive, kArithmetic };
 
@@ -222,7 +202,7 @@ std::vector<HostileFile> HostileFiles() {
   const auto add = [&](const std::string& name, const Bytes& content, const std::string& reason) {
     files.push_back({name, content, reason});
   };
-  for (const uint32_t compression :
+  for (const int compression :
        {COMPRESSION_NONE, COMPRESSION_CCITTFAX4, COMPRESSION_LZW, COMPRESSION_JPEG,
         COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS, COMPRESSION_LZMA, COMPRESSION_ZSTD,
         COMPRESSION_WEBP, COMPRESSION_PIXARLOG, COMPRESSION_SGILOG, COMPRESSION_LERC}) {
@@ -240,9 +220,8 @@ std::vector<HostileFile> HostileFiles() {
   for (const int compression : {COMPRESSION_JPEG, COMPRESSION_CCITTFAX4, COMPRESSION_CCITTFAX3,
                                 COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS}) {
     const bool fax = compression == COMPRESSION_CCITTFAX4 || compression == COMPRESSION_CCITTFAX3;
-    Tiff tiff{.width = 128, .height = 128, .compression = static_cast<uint32_t>(compression)};
-    tiff.bits = fax ? 1 : 8;
-    tiff.data = PackedStrip(128, compression, fax ? 1 : 8);
+    Tiff tiff{.width = 128, .height = 128, .compression = compression, .bits = fax ? 1 : 8};
+    tiff.data = tiff.Packed();
     const std::string number = std::to_string(compression) + ".tif";
     add("whole-" + number, tiff.File(), "");
     tiff.data = FirstHalf(tiff.data);
