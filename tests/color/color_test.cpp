@@ -14,24 +14,16 @@
 namespace qel::test {
 namespace {
 
+using Bytes = std::vector<uint8_t>;
+
 class Color : public OperationTest {
  protected:
-  /// One image of one row: `bytes` as its pixels, changed by `call`.
-  std::vector<uint8_t> After(int bit_count, const std::vector<uint8_t>& bytes,
-                             const std::function<result_t(IQEL*)>& call) {
-    Rng rng(1);
-    const int width = static_cast<int>(bytes.size()) * 8 / bit_count;
-    const auto image =
-        TestImage::Make(Raster(rng, width, 1, bit_count, UsualModel(bit_count), {.padding = 9}));
-    std::copy(bytes.begin(), bytes.end(), image->raster.Row(0));
-    EXPECT_EQ(call(image.Get()), kOk);
-    return {image->raster.Row(0), image->raster.Row(0) + bytes.size()};
+  Bytes After(int bit_count, const Bytes& bytes, const PairedCall& call) {
+    return FirstRow(ResultOf(RowOf(bit_count, bytes), call));
   }
   IQELColorTransform& color() { return *module_->color; }
 };
 QEL_INSTANTIATE_LEVELS(Color);
-
-using Bytes = std::vector<uint8_t>;
 
 using ColorReadings = ReadingTest;
 
@@ -56,50 +48,24 @@ TEST_F(ColorReadings, EqualLargeImages) {
 // The channels differ still, and only their sum counts.
 TEST_P(Color, ThresholdGoesOnWithoutAnImage) {
   TestHost::Instance().refuses_images = true;
-  EXPECT_EQ(After(24, {10, 20, 31, 9, 9, 9}, [&](IQEL* i) { return color().Threshold(i, 20); }),
+  EXPECT_EQ(After(24, {10, 20, 31, 9, 9, 9}, Call("Threshold", 20)),
             (Bytes{255, 255, 255, 0, 0, 0}));
-}
-
-TEST_P(Color, GivesTheValuesOfRoundExamples) {
-  const auto gives = [&](const char* what, int bits, const Bytes& before, const Bytes& after,
-                         auto method, auto... arguments) {
-    const auto call = [&](IQEL* image) { return (color().*method)(image, arguments...); };
-    EXPECT_EQ(After(bits, before, call), after) << what;
-  };
-  using C = IQELColorTransform;
-  gives("adds", 8, {0, 54, 55, 255}, {200, 254, 255, 255}, &C::Light, 200, 0);
-  gives("flattens", 8, {0, 54, 255}, {138, 138, 138}, &C::Light, 10, -100);
-  gives("0 blackens", 32, {9, 1, 255, 77}, {0, 0, 0, 77}, &C::Gamma, 0.0f);
-  gives("1 keeps", 24, {9, 1, 255}, {9, 1, 255}, &C::Gamma, 1.0f);
-  gives("saturates", 24, {9, 8, 7}, {0, 8, 255}, &C::ShiftRGB, 300, 0, -300);
-  gives("truncates", 32, {10, 20, 31, 5}, {20, 20, 20, 5}, &C::GrayScale);
-  gives("is above", 24, {127, 127, 127, 128, 128, 128}, {0, 0, 0, 255, 255, 255}, &C::Threshold,
-        127);
-  gives("keeps a byte", 32, {1, 2, 3, 4}, {1, 2, 3, 44}, &C::SetImageAlpha, 300, 7);
-  gives("red", 32, {0, 0, 255, 9, 0, 0, 254, 9}, {0, 0, 255, 0, 0, 0, 254, 9},
-        &C::SetImageTransparentPixel, 0xFF0000FF);
-  gives("white", 32, {255, 255, 255, 9, 0, 0, 0, 9}, {255, 255, 255, 0, 0, 0, 0, 128},
-        &C::SetImageAlphaTransparency, 128, 0xFFFFFF);
-  const uint8_t none = 0, all = 255;
-  gives("grey", 24, {10, 20, 31}, {21, 21, 21}, &C::Colorize, all, none, 1.5f);
-  gives("nothing", 24, {10, 20, 31}, {10, 20, 31}, &C::Colorize, all, all, -1.0f);
-  gives("all red", 24, {128, 128, 128}, {1, 1, 254}, &C::Colorize, none, all, 1.0f);
 }
 
 TEST_P(Color, KeepsReadingPastTheRowAtEightBits) {
   Rng rng(6);
-  const auto image = TestImage::Make(Raster(rng, 2, 1, 8, kModelMono, {.padding = 2}));
+  Raster image(rng, 2, 1, 8, kModelMono, {.padding = 2});
   const Bytes row = {100, 0, 200, 250};  // the last two are padding
-  std::copy(row.begin(), row.end(), image->raster.Row(0));
-  color().GrayScale(image.Get());
-  EXPECT_EQ(image->raster.Row(0)[0], (117 * 100 + 306 * 200) >> 10);
-  EXPECT_EQ(image->raster.Row(0)[1], (601 * 200 + 306 * 250) >> 10);
+  std::copy(row.begin(), row.end(), image.Row(0));
+  image = ResultOf(image, Call("GrayScale"));
+  EXPECT_EQ(image.Row(0)[0], (117 * 100 + 306 * 200) >> 10);
+  EXPECT_EQ(image.Row(0)[1], (601 * 200 + 306 * 250) >> 10);
 }
 
 TEST_P(Color, KeepsAlphaZeroForTheKey) {
   const Bytes pixel = {1, 2, 3, 200};
   const auto alpha_of = [&](int alpha) {
-    return After(32, pixel, [&](IQEL* i) { return color().SetImageAlpha(i, alpha, 0); })[3];
+    return After(32, pixel, Call("SetImageAlpha", alpha, 0))[3];
   };
   EXPECT_EQ(alpha_of(0), 1);
   EXPECT_EQ(alpha_of(256), 0) << "only the whole number 0 is replaced";
@@ -135,19 +101,17 @@ TEST_P(Color, StoresOnlyThePixelsOfTheKey) {
 TEST_P(Color, KeepsAlphaAsymmetryAtOddBitCounts) {
   Rng rng(7);
   for (const int bit_count : {25, 31, 33, 40}) {
-    const auto image = TestImage::Make(Raster(rng, 8, 1, bit_count, 0, {}));
-    const Raster before = image->raster;
-    EXPECT_EQ(color().SetImageTransparentPixel(image.Get(), 0), kOk);
-    EXPECT_EQ(color().SetImageAlphaTransparency(image.Get(), 9, 0), kOk);
-    EXPECT_EQ(image->raster.Difference(before), "");
-    EXPECT_EQ(color().SetImageAlpha(image.Get(), 0x155, 0), kOk);
-    for (int at = 3; at < 4 * 8; at += 4) EXPECT_EQ(image->raster.Row(0)[at], 0x55);
+    const Raster image(rng, 8, 1, bit_count, 0, {});
+    EXPECT_EQ(ResultOf(image, Call("SetImageTransparentPixel", 0)), image);
+    EXPECT_EQ(ResultOf(image, Call("SetImageAlphaTransparency", 9, 0)), image);
+    const Raster opaque = ResultOf(image, Call("SetImageAlpha", 0x155, 0));
+    for (int at = 3; at < 4 * 8; at += 4) EXPECT_EQ(opaque.Row(0)[at], 0x55);
   }
 }
 
 TEST_P(Color, KeepsLowerEndAtExactly360Degrees) {
   const auto red_of = [&](uint8_t hue) {
-    return After(24, {128, 128, 128}, [&](IQEL* i) { return color().Colorize(i, hue, 255, 1); })[2];
+    return After(24, {128, 128, 128}, Call("Colorize", hue, 255, 1))[2];
   };
   EXPECT_EQ(red_of(170), 1) << "240 + 120 degrees";
   EXPECT_GT(red_of(171), 1);
@@ -155,27 +119,18 @@ TEST_P(Color, KeepsLowerEndAtExactly360Degrees) {
 
 TEST_P(Color, KeepsMixingUpTo999) {
   const auto blue_of = [&](float blend) {
-    return After(24, {255, 0, 0}, [&](IQEL* i) { return color().Colorize(i, 0, 0, blend); })[0];
+    return After(24, {255, 0, 0}, Call("Colorize", 0, 0, blend))[0];
   };
   EXPECT_EQ(blue_of(0.999f), (128 * 255 + 255) >> 8);
   EXPECT_EQ(blue_of(0.9991f), 128);
 }
 
 // Estimates decide nearly everywhere: never where the power would be cut off to another number.
-TEST(Gamma, GivesThePowersOfTheLibrary) {
-  auto& color = *ModuleUnderTest::ForLevel(DetectCpuLevel()).color;
-  TestHost::Instance().Reset();
+TEST_F(ColorReadings, EqualPowersOfTheLibrary) {
   Rng rng(8);
   Raster ramp(rng, 256, 1, 8, kModelMono, {});
-  const auto image = TestImage::Make(ramp);
-  const auto compare = [&](float gamma) {
-    for (int i = 0; i < 256; ++i)
-      ramp.Row(0)[i] = image->raster.Row(0)[i] = static_cast<uint8_t>(i);
-    color.Gamma(image.Get(), gamma);
-    oracle::Gamma(ramp, gamma);
-    ASSERT_TRUE(std::equal(ramp.Row(0), ramp.Row(0) + 256, image->raster.Row(0)))
-        << "gamma " << gamma;
-  };
+  for (int i = 0; i < 256; ++i) ramp.Row(0)[i] = static_cast<uint8_t>(i);
+  const auto compare = [&](float gamma) { ExpectSame({ramp}, Call("Gamma", gamma)); };
   for (int n = 1; n <= 200; ++n) {  // powers with many whole numbers, and beyond what is estimated
     compare(static_cast<float>(n));
     compare(1.0f / static_cast<float>(n));
@@ -186,7 +141,7 @@ TEST(Gamma, GivesThePowersOfTheLibrary) {
                             infinite, -infinite, std::nanf("")}) {
     compare(gamma);
   }
-  for (int round = 0; round < (kSanitized ? 300 : 5000) && !testing::Test::HasFailure(); ++round) {
+  for (int round = 0; round < (kSanitized ? 300 : 5000) && !HasFailure(); ++round) {
     compare(std::exp2(rng.Float(-7, 7)));
   }
 }

@@ -10,53 +10,6 @@
 namespace qel::test {
 namespace {
 
-constexpr int kBitCounts[] = {INT32_MIN, -1, 0,  1,  2,  4,  7,  8,  9,  16,       23,
-                              24,        25, 28, 31, 32, 33, 40, 48, 64, INT32_MAX};
-
-/// Calls `visit(raster, bit_count, x, y)` for positions in and round images of several sizes, whose
-/// memory is larger than any bit count makes of it.
-template <typename Visitor>
-void ForEachPosition(Visitor&& visit) {
-  Rng rng(1);
-  for (const auto& [width, height] : {std::pair(1, 1), {2, 2}, {3, 5}, {17, 2}, {0, 3}, {4, 0}}) {
-    for (const int bit_count : kBitCounts) {
-      Layout layout = RandomLayout(rng);
-      layout.padding += 64;
-      Raster raster(rng, std::max(width, 1), std::max(height, 1), 64, 0, layout);
-      raster.width = width;
-      raster.height = height;
-      for (int y = -2; y <= height + 2; ++y) {
-        for (int x = -2; x <= width + 2; ++x) visit(raster, bit_count, x, y, rng);
-      }
-    }
-  }
-}
-
-TEST(PixelAccess, ReadsEveryPositionAtEveryBitCount) {
-  ForEachPosition([](Raster& r, int bit_count, int x, int y, Rng&) {
-    const uint8_t* const none = nullptr;
-    for (const uint8_t* const bits : {std::as_const(r).Bits(), none}) {
-      EXPECT_EQ(GetPixelColor(bits, x, y, r.width, r.height, r.stride, bit_count),
-                oracle::GetPixelColor(bits, x, y, r.width, r.height, r.stride, bit_count))
-          << r.Describe() << " at " << bit_count << " bits, " << x << ", " << y;
-      EXPECT_EQ(GetBilinearColor(bits, x, y, r.width, r.height, r.stride, bit_count),
-                oracle::GetBilinearColor(bits, x, y, r.width, r.height, r.stride, bit_count))
-          << r.Describe() << " at " << bit_count << " bits, " << x << ", " << y;
-    }
-  });
-}
-
-TEST(PixelAccess, WritesEveryPositionAtEveryBitCount) {
-  ForEachPosition([](Raster& r, int bit_count, int x, int y, Rng& rng) {
-    Raster expected = r;
-    const uint32_t color = rng.Next();
-    SetPixelColor(r.Bits(), x, y, r.width, r.height, r.stride, color, bit_count);
-    oracle::SetPixelColor(expected.Bits(), x, y, r.width, r.height, r.stride, color, bit_count);
-    EXPECT_EQ(r.Difference(expected), "") << bit_count << " bits, " << x << ", " << y;
-    SetPixelColor(nullptr, x, y, r.width, r.height, r.stride, color, bit_count);
-  });
-}
-
 // The nearest entry depends on the sum of the channels only: it is the one nearest to their mean.
 TEST(NearestGray, EqualsTheSearchOverAllSums) {
   Rng rng(2);

@@ -5,9 +5,20 @@
 namespace qel::test {
 namespace {
 
+using Bytes = std::vector<uint8_t>;
+
 class Maths : public OperationTest {
  protected:
   IQELMaths& maths() { return *module_->maths; }
+  /// Expects the result code of a call and what it makes of the first image, of one row.
+  void Expect(const std::vector<Raster>& images, const PairedCall& call, const Bytes& after,
+              result_t code = kOk) {
+    Raster::NewImageLayout() = {};
+    const TestImages<TestImage> given(images);
+    SmartPtr<IQEL> result;
+    EXPECT_EQ(call.module(*module_, given.pointers, result.Put()), code) << call.arguments;
+    EXPECT_EQ(FirstRow(given.images[0]->raster), after) << call.arguments;
+  }
 };
 QEL_INSTANTIATE_LEVELS(Maths);
 
@@ -70,8 +81,9 @@ TEST_P(Maths, GoesPixelByPixelWhereImagesShareMemory) {
   }
 }
 
-// All pairs of bytes, with weights whose products and sums are rounded at every place.
-TEST_F(MathsReadings, EqualMixturesOfEveryPairOfBytes) {
+// All pairs of bytes: quotients of every sum, and weights whose products and sums are rounded at
+// every place.
+TEST_F(MathsReadings, EqualMixturesAndQuotientsOfEveryPairOfBytes) {
   Rng rng(2);
   Raster a(rng, 256, 256, 8, kModelMono, {}), b = a;
   for (int i = 0; i < 65536; ++i) {
@@ -84,202 +96,95 @@ TEST_F(MathsReadings, EqualMixturesOfEveryPairOfBytes) {
     const float offset = round % 3 != 0 ? 0.0f : rng.Float(-255, 255);
     ExpectSame({a, a, b}, CallOn("012-", "AddScale", factor, 1.0f - share, offset));
   }
-}
-
-using Bytes = std::vector<uint8_t>;
-
-/// An image of one row that holds `bytes`.
-SmartPtr<TestImage> RowOf(int bit_count, const Bytes& bytes, uint32_t model) {
-  Rng rng(1);
-  const int width = static_cast<int>(bytes.size()) * 8 / bit_count;
-  auto image = TestImage::Make(Raster(rng, width, 1, bit_count, model, {.padding = 64}));
-  std::copy(bytes.begin(), bytes.end(), image->raster.Row(0));
-  return image;
-}
-SmartPtr<TestImage> RowOf(int bit_count, const Bytes& bytes) {
-  return RowOf(bit_count, bytes, UsualModel(bit_count));
-}
-/// An image of one row of 32-bit integers.
-SmartPtr<TestImage> WordsOf(const std::vector<int>& words) {
-  Bytes bytes;
-  for (const int word : words) {
-    for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<uint8_t>(word >> (8 * i)));
+  constexpr float kDivisors[] = {1, 3, 7, 0.25f, 254.5f, 509.99f, 510, 511, 0.015625f, 0.0156251f};
+  for (int round = 0; round < 100 && !HasFailure(); ++round) {
+    const float divisor = round < 10 ? kDivisors[round] : std::exp2(rng.Float(-7, 10));
+    ExpectSame({a, a, b}, Call("Add", divisor));
   }
-  return RowOf(32, bytes, kModelMono);
-}
-Bytes Content(const SmartPtr<TestImage>& image) {
-  const Raster& raster = image->raster;
-  return {raster.Row(0), raster.Row(0) + raster.RowBytes()};
-}
-
-/// Expects the result code of an operation with `dest`, and what it makes of it.
-template <typename... P, typename... Arguments>
-void Gives(const char* what, IQELMaths& maths, const SmartPtr<TestImage>& dest, const Bytes& after,
-           result_t code, result_t (IQELMaths::*method)(P...), const Arguments&... arguments) {
-  const auto raw = [](const auto& argument) {
-    if constexpr (std::is_same_v<decltype(argument), const SmartPtr<TestImage>&>) {
-      return argument.Get();
-    } else {
-      return argument;
-    }
-  };
-  EXPECT_EQ((maths.*method)(dest.Get(), raw(arguments)...), code) << what;
-  EXPECT_EQ(Content(dest), after) << what;
-}
-using M = IQELMaths;
-
-TEST_P(Maths, GivesTheValuesOfRoundExamples) {
-  const auto a = RowOf(8, {200, 10, 5, 255}), b = RowOf(8, {100, 10, 10, 254});
-  const auto wide = RowOf(24, {255, 255, 254, 1, 1, 0}), words = WordsOf({101, -100, 100000});
-  const auto grays = RowOf(8, {5, 100, 200});
-  const auto nearly = RowOf(24, {255, 254, 254, 1, 1, 2});
-  Raster::NewImageLayout() = {};
-  M& m = maths();
-  const auto fresh = [] { return RowOf(8, {0, 0, 0, 0}); };
-  Gives("sum", m, fresh(), {255, 20, 15, 255}, kOk, &M::Add, a, b, 0.0f);
-  Gives("divided", m, fresh(), {100, 6, 5, 169}, kOk, &M::Add, a, b, 3.0f);
-  Gives("negative divisor", m, fresh(), {0, 0, 0, 0}, kOk, &M::Add, a, b, -1.0f);
-  Gives("overflowing quotient", m, fresh(), {0, 0, 0, 0}, kOk, &M::Add, a, b, 1e-30f);
-  Gives("difference", m, fresh(), {0, 0, 5, 0}, kOk, &M::Subtract, b, a, 0);
-  Gives("tally", m, RowOf(24, Bytes(6)), {0, 1, 0, 0, 0, 2}, 1, &M::Subtract, wide, nearly, 1);
-  Gives("clipped samples are not counted", m, RowOf(24, Bytes(6)), {0, 1, 0, 0, 0, 0}, 0,
-        &M::Subtract, wide, nearly, 0);
-  Gives("half and half", m, fresh(), {150, 10, 7, 254}, kOk, &M::AddScale, a, b, nullptr, 0.5f,
-        0.5f, 0.0f);
-  Gives("no number", m, fresh(), {0, 0, 0, 0}, kOk, &M::AddScale, a, b, nullptr, NAN, 0.5f, 0.0f);
-  Gives("pasted greys", m, RowOf(8, Bytes(2)), {254, 0}, kOk, &M::Copy, wide, nullptr, 0, 0);
-  Gives("pasted last column", m, RowOf(8, {7, 7}), {7, 254}, kOk, &M::Copy, wide, nullptr, 1, 0);
-  Gives("outside", m, RowOf(8, {7, 7}), {7, 7}, kFail, &M::Copy, wide, nullptr, 2, 0);
-  Gives("opaque", m, RowOf(32, Bytes(4)), {255, 255, 254, 255}, kOk, &M::Copy, wide, nullptr, 0, 0);
-  Gives("scaled", m, RowOf(8, Bytes(3)), {0, 190, 255}, kOk, &M::Scale, grays, nullptr, 2.0f,
-        -10.0f);
-  Gives("scaled integers", m, WordsOf({9, 9, 9}), Content(WordsOf({101, 0, 100000})), kOk,
-        &M::Scale, words, nullptr, 1.0f, 0.0f);
-  Gives("scaled to 8 bits", m, fresh(), {60, 0, 255}, kOk, &M::Scale8, words, 10, 0.5);
-  Gives("colour is not scaled to 8 bits", m, fresh(), {0, 0, 0, 0}, kNotMono, &M::Scale8, wide, 10,
-        0.5);
-  Gives("16 bits are not filled", m, RowOf(16, {1, 2}), {1, 2}, kOk, &M::Equal, nullptr, 0);
 }
 
 TEST_P(Maths, KeepsBytesThatAreNotZeroWhenTheMaskIsTheDestination) {
-  const auto source = RowOf(24, {1, 2, 3, 4, 5, 6});
-  const auto dest = RowOf(24, {0, 40, 0, 0, 0, 9}), other = RowOf(24, {0, 40, 0, 0, 0, 9});
-  Gives("mask is the destination", maths(), dest, {1, 40, 3, 4, 5, 9}, kOk, &M::Copy, source, dest,
-        0, 0);
-  Gives("other mask", maths(), other, {1, 2, 3, 4, 5, 6}, kOk, &M::Copy, source, source, 0, 0);
+  const Raster source = RowOf(24, {1, 2, 3, 4, 5, 6}), dest = RowOf(24, {0, 40, 0, 0, 0, 9});
+  Expect({dest, source}, CallOn("010", "Copy"), {1, 40, 3, 4, 5, 9});
+  Expect({dest, source}, CallOn("011", "Copy"), {1, 2, 3, 4, 5, 6});
 }
 
 TEST_P(Maths, KeepsFailureOf16BitSources) {
-  const auto source = RowOf(16, {0xFF, 0xFF, 0x1F, 0x00}, kModelBgr);
-  const auto unnamed = RowOf(16, {0xFF, 0xFF, 0x1F, 0x00}, 0);
-  const auto expect = [&](const char* what, uint32_t model, const Bytes& after, auto& from) {
-    Gives(what, maths(), RowOf(24, Bytes(6), model), after, kFail, &M::Copy, from, nullptr, 0, 0);
+  const auto expect = [&](uint32_t dest, uint32_t source, const Bytes& after) {
+    Expect({RowOf(24, Bytes(6), dest), RowOf(16, {0xFF, 0xFF, 0x1F, 0x00}, source)},
+           CallOn("01-", "Copy"), after, kFail);
   };
-  expect("blue first", kModelBgr, {248, 252, 248, 248, 0, 0}, source);
-  expect("red first", 0, {248, 252, 248, 0, 0, 248}, source);
-  expect("other model", kModelMono, Bytes(6), source);
-  expect("other source", kModelBgr, Bytes(6), unnamed);
+  expect(kModelBgr, kModelBgr, {248, 252, 248, 248, 0, 0});
+  expect(0, kModelBgr, {248, 252, 248, 0, 0, 248});
+  expect(kModelMono, kModelBgr, Bytes(6));
+  expect(kModelBgr, 0, Bytes(6));
 }
 
 TEST_P(Maths, KeepsByteOrdersAndMasksOfFills) {
-  const auto mask = RowOf(8, {0, 1});
-  Gives("24 bits, mask ignored", maths(), RowOf(24, Bytes(6)), {0x11, 0x22, 0x33, 0x11, 0x22, 0x33},
-        kOk, &M::Equal, mask, 0x112233);
-  Gives("32 bits", maths(), RowOf(32, Bytes(8)), {0, 0, 0, 0, 0x33, 0x22, 0x11, 0}, kOk, &M::Equal,
-        mask, 0x112233);
-  Gives("8 bits", maths(), RowOf(8, {7, 7}), {7, 0xFF}, kOk, &M::Equal, mask, 0x1FF);
-}
-
-TEST_P(Maths, AddDividesEverySum) {
-  Raster::NewImageLayout() = {};
-  constexpr size_t kSums = 2 * 255 + 1;
-  Bytes lower(kSums), upper(kSums);
-  for (size_t sum = 0; sum < kSums; ++sum) {
-    lower[sum] = static_cast<uint8_t>(std::min<size_t>(sum, 255));
-    upper[sum] = static_cast<uint8_t>(sum - lower[sum]);
-  }
-  const auto a = RowOf(8, lower), b = RowOf(8, upper);
-  std::vector<float> divisors = {1, 3, 7, 0.25f, 254.5f, 509.99f, 510, 511, 0.015625f, 0.0156251f};
-  Rng rng(1);
-  for (int i = 0; i < 200; ++i) divisors.push_back(std::exp2(rng.Float(-7, 10)));
-  for (const float divisor : divisors) {
-    Bytes quotients(kSums);
-    for (size_t sum = 0; sum < kSums; ++sum) {
-      quotients[sum] = static_cast<uint8_t>(std::min(static_cast<float>(sum) / divisor, 255.0f));
-    }
-    const auto dest = RowOf(8, Bytes(kSums));
-    EXPECT_EQ(maths().Add(dest.Get(), a.Get(), b.Get(), divisor), kOk);
-    EXPECT_EQ(Content(dest), quotients) << "divisor " << divisor;
-  }
+  const Raster mask = RowOf(8, {0, 1});
+  Expect({RowOf(24, Bytes(6)), mask}, Call("Equal", 0x112233),
+         {0x11, 0x22, 0x33, 0x11, 0x22, 0x33});
+  Expect({RowOf(32, Bytes(8)), mask}, Call("Equal", 0x112233), {0, 0, 0, 0, 0x33, 0x22, 0x11, 0});
+  Expect({RowOf(8, {7, 7}), mask}, Call("Equal", 0x1FF), {7, 0xFF});
 }
 
 TEST_P(Maths, KeepsDivisorTwoMultiplyingByFour) {
-  const auto a = RowOf(8, {10, 63}), b = RowOf(8, {20, 1});
-  Raster::NewImageLayout() = {};
-  Gives("divisor 2", maths(), RowOf(8, {0, 0}), {120, 255}, kOk, &M::Add, a, b, 2.0f);
+  Expect({RowOf(8, {0, 0}), RowOf(8, {10, 63}), RowOf(8, {20, 1})}, Call("Add", 2), {120, 255});
 }
 
 TEST_P(Maths, KeepsAddingThreeBytesPerPixelAt32Bits) {
-  const auto a = RowOf(32, {1, 2, 3, 4, 5, 6, 7, 8});
-  Raster::NewImageLayout() = {};
-  Gives("packed", maths(), RowOf(32, Bytes(8)), {2, 4, 6, 8, 10, 12, 0xCD, 0xCD}, kOk, &M::Add, a,
-        a, 0.0f);
+  Expect({RowOf(32, Bytes(8)), RowOf(32, {1, 2, 3, 4, 5, 6, 7, 8})}, CallOn("011", "Add", 0),
+         {2, 4, 6, 8, 10, 12, 0xCD, 0xCD});
 }
 
 TEST_P(Maths, KeepsAnyFlagAbsoluteBelow32Bits) {
-  const auto five = RowOf(8, {5}), ten = RowOf(8, {10});
-  const auto color5 = RowOf(24, {5, 5, 5}), color10 = RowOf(24, {10, 10, 10});
-  const auto deep5 = RowOf(32, {5, 5, 5, 1}), deep10 = RowOf(32, {10, 10, 10, 9});
-  M& m = maths();
-  Gives("8 bits", m, RowOf(8, {0}), {5}, kOk, &M::Subtract, five, ten, 2);
-  Gives("24 bits", m, RowOf(24, Bytes(3)), {5, 5, 5}, 3, &M::Subtract, color5, color10, 2);
-  Gives("32 bits, bit 1", m, RowOf(32, Bytes(4)), Bytes(4), kOk, &M::Subtract, deep5, deep10, 2);
-  Gives("32 bits, bit 0", m, RowOf(32, Bytes(4)), {5, 5, 5, 255}, 3, &M::Subtract, deep5, deep10,
-        1);
+  const auto expect = [&](int bits, int flags, const Bytes& after, result_t tally) {
+    const size_t bytes = static_cast<size_t>(bits) / 8;
+    Expect({RowOf(bits, Bytes(bytes)), RowOf(bits, Bytes(bytes, 5)), RowOf(bits, Bytes(bytes, 10))},
+           Call("Subtract", flags), after, tally);
+  };
+  expect(8, 2, {5}, 0);
+  expect(24, 2, {5, 5, 5}, 3);
+  expect(32, 2, Bytes(4), 0);
+  expect(32, 1, {5, 5, 5, 255}, 3);
 }
 
 TEST_P(Maths, KeepsFailureOfMaskedMixedDepths) {
-  const auto a = RowOf(24, {10, 20, 30}), b = RowOf(32, {1, 2, 3, 4}), mask = RowOf(8, {1});
-  Gives("no mask", maths(), RowOf(32, {9, 9, 9, 9}), {11, 22, 33, 9}, kOk, &M::AddScale, a, b,
-        nullptr, 1.0f, 1.0f, 0.0f);
-  Gives("mask", maths(), RowOf(32, {9, 9, 9, 9}), {11, 22, 33, 9}, kFail, &M::AddScale, a, b, mask,
-        1.0f, 1.0f, 0.0f);
+  const std::vector<Raster> images = {RowOf(32, {9, 9, 9, 9}), RowOf(24, {10, 20, 30}),
+                                      RowOf(32, {1, 2, 3, 4}), RowOf(8, {1})};
+  Expect(images, CallOn("012-", "AddScale", 1, 1), {11, 22, 33, 9});
+  Expect(images, CallOn("0123", "AddScale", 1, 1), {11, 22, 33, 9}, kFail);
 }
 
 TEST_P(Maths, KeepsWrappingAt32BitsAndOnePixelPerRow) {
-  const auto deep = RowOf(32, {200, 1, 2, 100}), color = RowOf(24, {200, 1, 2, 4, 5, 6});
-  const auto twice = [&](const char* what, const auto& dest, const Bytes& after, auto& source) {
-    Gives(what, maths(), dest, after, kOk, &M::Scale, source, nullptr, 2.0f, 0.0f);
-  };
-  twice("32 bits", RowOf(32, Bytes(4)), {144, 2, 4, 200}, deep);
-  twice("32 to 24 bits", RowOf(24, Bytes(3)), {255, 2, 4}, deep);
-  twice("24 to 32 bits", RowOf(32, Bytes(8, 9)), {144, 2, 4, 9, 9, 9, 9, 9}, color);
+  const Raster deep = RowOf(32, {200, 1, 2, 100}), color = RowOf(24, {200, 1, 2, 4, 5, 6});
+  const PairedCall twice = CallOn("01-", "Scale", 2);
+  Expect({RowOf(32, Bytes(4)), deep}, twice, {144, 2, 4, 200});
+  Expect({RowOf(24, Bytes(3)), deep}, twice, {255, 2, 4});
+  Expect({RowOf(32, Bytes(8, 9)), color}, twice, {144, 2, 4, 9, 9, 9, 9, 9});
 }
 
 TEST_P(Maths, KeepsReadingGraysAsIntegers) {
-  const auto source = RowOf(8, {1, 1, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF});
-  source->raster.width = 2;
-  Gives("integers", maths(), WordsOf({9, 9}), Content(WordsOf({257, 0})), kOk, &M::Scale, source,
-        nullptr, 1.0f, 0.0f);
+  Raster source = RowOf(8, {1, 1, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF});
+  source.width = 2;
+  Expect({RowOf(32, Bytes(8, 9), kModelMono), source}, CallOn("01-", "Scale", 1),
+         {1, 1, 0, 0, 0, 0, 0, 0});
 }
 
 TEST_P(Maths, KeepsEightBitSourcesOfScale8Uncopied) {
-  Gives("8 bits", maths(), RowOf(24, {1, 2, 3}), {0xCD, 0xCD}, kOk, &M::Scale8, RowOf(8, {1, 2}), 0,
-        1.0);
+  Expect({RowOf(24, {1, 2, 3}), RowOf(8, {1, 2})}, Call("Scale8", 0, 1), {0xCD, 0xCD});
 }
 
 TEST_P(Maths, KeepsUnsignedStrideOfScale8) {
   Rng rng(4);
-  const auto dest = TestImage::Make({});
   Raster::NewImageLayout() = {};
   for (const int padding : {0, 3}) {
-    const auto source =
-        TestImage::Make(Raster(rng, 1, 2, 32, kModelMono, {.padding = padding, .bottom_up = true}));
+    Raster source(rng, 1, 2, 32, kModelMono, {.padding = padding, .bottom_up = true});
     // The stride is -4 or -7, of which whole words are -4 and, rounded down, -8.
-    uint8_t* const second = source->raster.Row(0) - (padding == 0 ? 4 : 8);
     const uint8_t word[] = {77, 0, 0, 0};
-    std::copy_n(word, 4, second);
-    EXPECT_EQ(maths().Scale8(dest.Get(), source.Get(), 0, 1.0), kOk);
+    std::copy_n(word, 4, source.Row(0) - (padding == 0 ? 4 : 8));
+    const auto dest = TestImage::Make({});
+    EXPECT_EQ(maths().Scale8(dest.Get(), TestImage::Make(source).Get(), 0, 1.0), kOk);
     EXPECT_EQ(dest->raster.Row(1)[0], 77) << padding;
   }
 }

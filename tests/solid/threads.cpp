@@ -36,10 +36,10 @@ class Program {
 
 SmartPtr<host::HostImage> NoisyImage(int depth, uint64_t seed) {
   return test::NoisyImage(40, 30, depth,
-                    depth == 24   ? kModelBgr
-                    : depth == 32 ? kModelArgb
-                                  : kModelMono,
-                    seed);
+                          depth == 24   ? kModelBgr
+                          : depth == 32 ? kModelArgb
+                                        : kModelMono,
+                          seed);
 }
 
 void RunOnThreads(const std::function<void(int thread)>& work) {
@@ -107,20 +107,6 @@ TEST(Threads, RaceOnTheFirstImageIsHarmless) {
     });
     EXPECT_EQ(failures, 0);
   }
-}
-
-TEST(Threads, CountingLosesNoReference) {
-  constexpr int kRounds = 10'000'000 / kThreads;
-  const Program program;
-  auto object = program.library().Create<IQELMaths>(RefString(kMathsName));
-  RunOnThreads([&](int) {
-    for (int i = 0; i < kRounds; ++i) {
-      object->AddRef();
-      object->Release();
-    }
-  });
-  EXPECT_EQ(object->AddRef(), 2u);
-  EXPECT_EQ(object->Release(), 1u);
 }
 
 TEST(Threads, TheLastOfThemDestroys) {

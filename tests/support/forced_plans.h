@@ -1,9 +1,12 @@
 #ifndef QEL_TESTS_SUPPORT_FORCED_PLANS_H_
 #define QEL_TESTS_SUPPORT_FORCED_PLANS_H_
 
+#include <string_view>
+
 #include "filter/convolution/convolution_plan.h"
 #include "filter/median/median_plan.h"
 #include "filter/morphology/extrema_plan.h"
+#include "operations/method.h"
 #include "transform/resample/resample_plan.h"
 #include "transform/rotate/rotate_plan.h"
 #include "transform/warp/circle_plan.h"
@@ -11,20 +14,13 @@
 namespace qel::test {
 
 /// Operations with several methods, each by the method that is asked for, at the module's level.
-/// Every function returns false, and does nothing, when that method cannot. `dest` has the shape of
-/// the result, and pixels to store. Modules under test export this; the shipped one does not.
+/// Modules under test export this; the shipped one does not.
 struct ForcedPlans {
-  bool (*convolution)(ConvolutionMethod method, const ImageView& source, const ImageView& dest,
-                      const int* kernel, int size, int divisor, int offset);
-  bool (*extrema)(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest);
-  bool (*median)(MedianMethod method, const ImageView& source, const ImageView& dest, int size);
-  bool (*resample)(ResampleMethod method, const ImageView& source, const ImageView& dest,
-                   int interpolation, bool nearest_only);
-  /// `dest` has its background.
-  bool (*rotate)(RotateMethod method, const ImageView& source, const ImageView& dest, int angle,
-                 int interpolation);
-  bool (*circle)(CircleMethod method, const ImageView& source, const ImageView& dest, int mode,
-                 float factor);
+  /// Carries a call out by one of them. False, and nothing done, when that method cannot. `dest`
+  /// has the shape of the result, and pixels to store.
+  bool (*run)(std::string_view operation, size_t method,
+              const operations::MethodArguments& arguments, const ImageView& source,
+              const ImageView& dest);
 };
 
 inline constexpr char kForcedPlansSymbol[] = "QelForcedPlans";

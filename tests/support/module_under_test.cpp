@@ -64,12 +64,32 @@ ModuleUnderTest& ModuleUnderTest::ForLevel(CpuLevel level) {
   return *module;
 }
 
+Raster RowOf(int bit_count, const std::vector<uint8_t>& bytes, std::optional<uint32_t> model) {
+  Rng rng(1);
+  const int width = static_cast<int>(bytes.size()) * 8 / bit_count;
+  Raster image(rng, width, 1, bit_count, model.value_or(UsualModel(bit_count)), {.padding = 64});
+  std::copy(bytes.begin(), bytes.end(), image.Row(0));
+  return image;
+}
+
+std::vector<uint8_t> FirstRow(const Raster& image) {
+  return {image.Row(0), image.Row(0) + image.RowBytes()};
+}
+
 void OperationTest::SetUp() {
   if (GetParam() > DetectCpuLevel()) {
     GTEST_SKIP() << "this processor does not run " << LevelName(GetParam());
   }
   TestHost::Instance().Reset();
   module_ = &ModuleUnderTest::ForLevel(GetParam());
+}
+
+Raster OperationTest::ResultOf(const Raster& source, const PairedCall& call) const {
+  const auto image = TestImage::Make(source);
+  TestImage* const given[] = {image.Get()};
+  SmartPtr<IQEL> result;
+  EXPECT_EQ(call.module(*module_, given, result.Put()), kOk) << call.arguments;
+  return result ? static_cast<TestImage*>(result.Get())->raster : image->raster;
 }
 
 void ReadingTest::SetUp() {
@@ -83,7 +103,13 @@ std::string ReadingTest::Difference(const PairedCase& paired) {
   const int live_before = TestHost::Instance().live_objects;
   const PlainOutcome plain(paired);
   for (const ModuleUnderTest* const module : modules_) {
-    std::string difference = plain.Difference(*module);
+    std::string difference;
+    const int64_t depth = stack_.Depth([&] { difference = plain.Difference(*module); });
+    constexpr int kOwnFrames = 512;
+    if (depth > 64 * 1024 + kOwnFrames) {
+      difference += std::to_string(depth) + " bytes of stack (" + paired.inputs[0].Describe() +
+                    ": " + paired.call.arguments + ")";
+    }
     if (difference.empty()) difference = plain.DifferenceByMethods(*module->plans, run_);
     if (!difference.empty()) return LevelName(module->level) + ": " + difference;
   }

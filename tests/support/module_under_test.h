@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "simd/cpu_level.h"
+#include "tests/support/painted_stack.h"
 #include "tests/support/paired_call.h"
 
 namespace qel::test {
@@ -31,11 +33,19 @@ struct ModuleUnderTest : ComponentSet {
 /// Name of a level, as in the file names of the test modules.
 std::string LevelName(CpuLevel level);
 
+/// An image of one row that holds these bytes, with others behind them; by default of the usual
+/// colour model.
+Raster RowOf(int bit_count, const std::vector<uint8_t>& bytes, std::optional<uint32_t> model = {});
+std::vector<uint8_t> FirstRow(const Raster& image);
+
 /// Base of tests that run operations through the module's binary interface, at every level that
 /// this processor has. Instantiate with QEL_INSTANTIATE_LEVELS.
 class OperationTest : public testing::TestWithParam<CpuLevel> {
  protected:
   void SetUp() override;
+
+  /// What a call that must succeed makes of an image: its result, or the image itself.
+  Raster ResultOf(const Raster& source, const PairedCall& call) const;
 
   ModuleUnderTest* module_ = nullptr;
 };
@@ -47,8 +57,8 @@ class ReadingTest : public testing::Test {
   void SetUp() override;
 
   /// Runs both sides of a call on copies of `inputs` and expects the same result code, the same
-  /// bytes in every image and in the result, guards and padding included, and every reference given
-  /// back. Of operations with several methods, all that can are compared.
+  /// bytes in every image and in the result, guards and padding included, every reference given
+  /// back, and at most 64 KiB of stack. Of operations with several methods, all that can are run.
   void ExpectSame(const std::vector<Raster>& inputs, const PairedCall& call);
   /// The same of drawn calls of every operation of a component, `draws` of each.
   void ExpectSameDraws(const std::string& component, int draws);
@@ -62,6 +72,7 @@ class ReadingTest : public testing::Test {
   /// What differs at some level; empty when nothing does.
   std::string Difference(const PairedCase& paired);
 
+  PaintedStack stack_;
   std::vector<ModuleUnderTest*> modules_;
   std::set<const MethodText*> run_;
 };

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -45,23 +46,14 @@ class PointMap final : public ITransform {
   oracle::PointTransform map_;
 };
 
-/// An operation with several methods: carries the call out by one of them, on views of the source
-/// and of a result like it. False, and nothing done, when that method cannot.
-struct PairedMethods {
-  std::span<const MethodText> names = {};
-  std::function<bool(const ForcedPlans&, size_t method, const ImageView& source,
-                     const ImageView& dest)>
-      run = {};
-};
-
 /// One call with the same arguments on both sides: of the module, and of its plain reading, whose
 /// `result` counts as made when its bit count is not 0.
 struct PairedCall {
   std::function<result_t(const ComponentSet&, std::span<TestImage* const> given, IQEL** result)>
       module;
   std::function<result_t(std::span<Raster> given, Raster& result)> plain;
-  std::string arguments = {};  ///< in words
-  PairedMethods methods = {};
+  std::string arguments = {};                       ///< in words
+  std::optional<operations::MethodCall> call = {};  ///< when it is one of the interfaces
 };
 
 /// A call of a method beside its plain reading.
@@ -117,6 +109,7 @@ class PlainOutcome {
   std::vector<Raster> images_;
   Raster result_;
   result_t code_;
+  int next_random_;  ///< both sides must have drawn as many
 };
 
 }  // namespace qel::test

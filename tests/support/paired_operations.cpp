@@ -7,9 +7,12 @@
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 #include "reference/readings.h"
+#include "tests/support/painted_stack.h"
 
 namespace qel::test {
 namespace {
+
+constexpr unsigned kSeed = 17;
 
 template <typename T, size_t kCount>
 T OneOf(Rng& rng, const T (&values)[kCount]) {
@@ -22,6 +25,17 @@ int UsualDepth(Rng& rng) {
   return rng.OneIn(3) ? AnyDepth(rng) : kCommonDepths[static_cast<size_t>(rng.Int(0, 2))];
 }
 uint8_t AnyByte(Rng& rng) { return static_cast<uint8_t>(rng.Next()); }
+
+/// The methods of an operation that has several.
+std::span<const MethodText> MethodsOf(std::string_view operation) {
+  if (operation == "Filter") return kConvolutionMethods;
+  if (operation == "Erode" || operation == "Dilate" || operation == "Edge") return kExtremaMethods;
+  if (operation == "Median") return kMedianMethods;
+  if (operation == "Resample") return kResampleMethods;
+  if (operation == "Rotate") return kRotateMethods;
+  if (operation == "CircleTransform") return kCircleMethods;
+  return {};
+}
 
 /// A draw that is usually ordinary and sometimes extreme.
 int AnyAmount(Rng& rng) {
@@ -190,7 +204,7 @@ void AddTransform(Table& table) {
     const int angle = AnyAngle(rng);
     // Half turns read beyond the row.
     if (angle % 180 != 0 || angle % 360 == 0) MayFence(rng, drawn);
-    return Turning(angle, rng.Int(-1, 16), rng.OneIn(3), rng.OneIn(2));
+    return Call("Rotate", angle, rng.Int(-1, 16), rng.OneIn(3), rng.OneIn(2));
   });
   table.AddCase("TransformPaste", [](Rng& rng, PairedCase& drawn) {
     drawn.inputs.push_back(
@@ -210,9 +224,9 @@ void AddTransform(Table& table) {
   });
   table.AddCase("Resample", [](Rng& rng, PairedCase& drawn) {
     const Raster& source = drawn.inputs[0];
-    if (rng.OneIn(8)) return Resampling(source, source.width / 2, source.height / 2, 0, false);
+    if (rng.OneIn(8)) return Call("Resample", source.width / 2, source.height / 2, 0, false);
     if (rng.OneIn(8)) {
-      return Resampling(source, 2 * source.width, 2 * source.height, rng.Int(1, 15), false);
+      return Call("Resample", 2 * source.width, 2 * source.height, rng.Int(1, 15), false);
     }
     const int width = rng.OneIn(3)   ? source.width * rng.Int(0, 6) / 2
                       : rng.OneIn(2) ? rng.Int(-1, 150)
@@ -220,7 +234,7 @@ void AddTransform(Table& table) {
     const int height = rng.OneIn(3)   ? source.height
                        : rng.OneIn(4) ? source.height / 2
                                       : rng.Int(-1, 30);
-    return Resampling(source, width, height, rng.Int(-1, 16), rng.OneIn(4));
+    return Call("Resample", width, height, rng.Int(-1, 16), rng.OneIn(4));
   });
   const auto gain = [](Rng& rng) {
     constexpr float kGains[] = {0, 0, 0.5f, -0.5f, 1, 3e9f, NAN, -INFINITY};
@@ -241,26 +255,8 @@ void AddTransform(Table& table) {
   table.AddCase("CircleTransform", [](Rng& rng, PairedCase&) {
     constexpr float kFactors[] = {1, 0.3f, 5, -1, 0.01f, 0, INFINITY, 1e-9f};
     const float factor = rng.OneIn(2) ? OneOf(rng, kFactors) : rng.Float(0.2f, 4);
-    return Circling(rng.OneIn(8) ? INT32_MAX : rng.Int(-1, 5), rng.OneIn(2), factor);
+    return Call("CircleTransform", rng.OneIn(8) ? INT32_MAX : rng.Int(-1, 5), rng.OneIn(2), factor);
   });
-}
-
-/// The result code goes on to the next random number: both sides must have drawn as many.
-PairedCall Seeded(Rng& rng, const PairedCall& call) {
-  const auto seed = static_cast<unsigned>(rng.Next());
-  const auto seeded = [=](auto run) {
-    std::srand(seed);
-    const result_t result = run();
-    return result != kOk ? result : static_cast<result_t>(std::rand());
-  };
-  return {[=](const ComponentSet& components, auto given, IQEL** result) {
-            return seeded([&] { return call.module(components, given, result); });
-          },
-          [=](std::span<Raster> given, Raster& result) {
-            return seeded([&] { return call.plain(given, result); });
-          },
-          call.arguments,
-          {}};
 }
 
 /// Products of a column and a row but for the middle, up to where sums leave 16 bits.
@@ -284,7 +280,7 @@ PairedCall AnySmallSquare(Rng& rng, PairedCase& drawn) {
     for (int i = 0; i < image.RowBytes(); ++i) image.Row(y)[i] = rng.OneIn(3) ? 0 : 255;
   }
   const int divisor = AnyDivisor(rng, kernel);
-  return Convolution(kernel, size, divisor, rng.OneIn(2) ? 0 : rng.Int(-300, 300));
+  return Call("Filter", kernel, size, divisor, rng.OneIn(2) ? 0 : rng.Int(-300, 300));
 }
 
 void AddFilters(Table& table) {
@@ -296,7 +292,7 @@ void AddFilters(Table& table) {
     // Without taps the kernel does not matter, not even a null one.
     const std::vector<int> kernel = size > 0 ? AnyKernel(rng, size) : std::vector<int>();
     const int divisor = AnyDivisor(rng, kernel);
-    return Convolution(kernel, size, divisor, rng.OneIn(2) ? 0 : AnyAmount(rng));
+    return Call("Filter", kernel, size, divisor, rng.OneIn(2) ? 0 : AnyAmount(rng));
   });
   table.AddCase("Filter, small squares", AnySmallSquare);
   table.Add("Emboss");
@@ -305,24 +301,18 @@ void AddFilters(Table& table) {
   table.Add("Sharpen");
   table.Add("Contour");
   table.Add("GaussianBlur", Between(-1, 4));
-  for (const auto& [name, extrema] : {std::pair("Erode", Extrema::kMinimum),
-                                      {"Dilate", Extrema::kMaximum},
-                                      {"Edge", Extrema::kRange}}) {
-    table.AddCase(name, [extrema = extrema](Rng& rng, PairedCase&) {
-      return Morphology(extrema, rng.OneIn(4) ? rng.Int(-1, 40) : rng.Int(1, 9));
-    });
+  for (const char* const name : {"Erode", "Dilate", "Edge"}) {
+    table.Add(name, [](Rng& rng) { return rng.OneIn(4) ? rng.Int(-1, 40) : rng.Int(1, 9); });
   }
   table.AddCase("Median", [](Rng& rng, PairedCase& drawn) {
     const Raster& source = drawn.inputs[0];
-    if (!rng.OneIn(4)) return MedianOf(rng.Int(0, 9));
-    return MedianOf(rng.Int(-1, source.width * source.height < 800 ? 30
-                                : source.width < 400               ? 15
-                                                                   : 9));
+    if (!rng.OneIn(4)) return Call("Median", rng.Int(0, 9));
+    return Call("Median", rng.Int(-1, source.width * source.height < 800 ? 30
+                                      : source.width < 400               ? 15
+                                                                         : 9));
   });
-  table.AddCase("Noise",
-                [](Rng& rng, PairedCase&) { return Seeded(rng, Call("Noise", AnyAmount(rng))); });
-  table.AddCase("Jitter",
-                [](Rng& rng, PairedCase&) { return Seeded(rng, Call("Jitter", AnyAmount(rng))); });
+  table.Add("Noise", AnyAmount);
+  table.Add("Jitter", AnyAmount);
 }
 
 uint32_t AnyModel(Rng& rng, int bit_count) {
@@ -495,80 +485,6 @@ int AnyDivisor(Rng& rng, const std::vector<int>& kernel) {
   return rng.OneIn(3) ? OneOf(rng, kSpecial) : rng.Int(-300, 300);
 }
 
-PairedCall Convolution(const std::vector<int>& kernel, int size, int divisor, int offset) {
-  PairedCall call = Call("Filter", kernel, size, divisor, offset);
-  call.methods = {
-      kConvolutionMethods,
-      [=](const ForcedPlans& plans, size_t method, const ImageView& source, const ImageView& dest) {
-        return size > 0 && plans.convolution(static_cast<ConvolutionMethod>(method), source, dest,
-                                             kernel.data(), size, divisor, offset);
-      }};
-  return call;
-}
-
-PairedCall Morphology(Extrema extrema, int size) {
-  PairedCall call = extrema == Extrema::kMinimum   ? Call("Erode", size)
-                    : extrema == Extrema::kMaximum ? Call("Dilate", size)
-                                                   : Call("Edge", size);
-  call.methods = {
-      kExtremaMethods,
-      [=](const ForcedPlans& plans, size_t method, const ImageView& source, const ImageView& dest) {
-        return size > 0 &&
-               plans.extrema({static_cast<ExtremaMethod>(method), extrema, size}, source, dest);
-      }};
-  return call;
-}
-
-PairedCall MedianOf(int size) {
-  PairedCall call = Call("Median", size);
-  call.methods = {
-      kMedianMethods,
-      [=](const ForcedPlans& plans, size_t method, const ImageView& source, const ImageView& dest) {
-        return size > 0 && plans.median(static_cast<MedianMethod>(method), source, dest, size);
-      }};
-  return call;
-}
-
-PairedCall Resampling(const Raster& source, int width, int height, int method, bool nearest_only) {
-  PairedCall call = Call("Resample", width, height, method, nearest_only);
-  if (width == source.width && height == source.height) return call;
-  call.methods = {
-      kResampleMethods,
-      [=](const ForcedPlans& plans, size_t by, const ImageView& from, const ImageView& to) {
-        return plans.resample(static_cast<ResampleMethod>(by), from, to, method, nearest_only);
-      }};
-  return call;
-}
-
-PairedCall Turning(int angle, int method, bool force_alpha, bool keep_size) {
-  PairedCall call = Call("Rotate", angle, method, force_alpha, keep_size);
-  if (angle % 90 == 0 || force_alpha || !keep_size) return call;
-  call.methods = {
-      kRotateMethods,
-      [=](const ForcedPlans& plans, size_t by, const ImageView& from, const ImageView& to) {
-        if (ExactPixelBytes(from.bit_count) == 0) return false;
-        const uint32_t background = WithAlpha(
-            GetPixelColor(from.bits, 0, 0, from.width, from.height, from.stride, from.bit_count),
-            255);
-        for (int i = 0; i < to.width * to.height; ++i) {
-          SetPixelColor(to.bits, i % to.width, i / to.width, to.width, to.height, to.stride,
-                        background, to.bit_count);
-        }
-        return plans.rotate(static_cast<RotateMethod>(by), from, to, angle, method);
-      }};
-  return call;
-}
-
-PairedCall Circling(int mode, bool with_alpha, float factor) {
-  PairedCall call = Call("CircleTransform", mode, with_alpha, factor);
-  if (mode < 0 || with_alpha) return call;
-  call.methods = {kCircleMethods, [=](const ForcedPlans& plans, size_t by, const ImageView& from,
-                                      const ImageView& to) {
-                    return plans.circle(static_cast<CircleMethod>(by), from, to, mode, factor);
-                  }};
-  return call;
-}
-
 const std::vector<PairedOperation>& PairedOperations() {
   static const std::vector<PairedOperation> operations = [] {
     Table table;
@@ -589,13 +505,15 @@ PairedCall Paired(operations::MethodCall call) {
             const std::vector<IQELImage*> images(given.begin(), given.end());
             return call.Run(components, images, result);
           },
-          [=](std::span<Raster> given, Raster& result) { return Read(call, given, result); },
-          words,
-          {}};
+          [=](std::span<Raster> given, Raster& result) { return Read(call, given, result); }, words,
+          call};
 }
 
-PlainOutcome::PlainOutcome(const PairedCase& paired)
-    : paired_(paired), images_(paired.inputs), code_(paired.call.plain(images_, result_)) {}
+PlainOutcome::PlainOutcome(const PairedCase& paired) : paired_(paired), images_(paired.inputs) {
+  std::srand(kSeed);
+  code_ = paired.call.plain(images_, result_);
+  next_random_ = std::rand();
+}
 
 std::string PlainOutcome::Difference(const ComponentSet& components) const {
   const std::string compared = Compared(components);
@@ -616,12 +534,15 @@ std::string PlainOutcome::DifferenceByMethods(const ForcedPlans& plans,
   const Raster& expected = result_.bit_count != 0 ? result_ : images_[0];
   const int bits = expected.bit_count;
   const bool stores = bits >= 24 || bits == 8 || bits == 4 || bits == 1;
-  if (code_ != kOk || !stores || !view_of(expected).HasPixels()) return {};
-  for (size_t method = 0; method < paired_.call.methods.names.size(); ++method) {
-    const MethodText& text = paired_.call.methods.names[method];
+  const auto& call = paired_.call.call;
+  if (!call || code_ != kOk || !stores || !view_of(expected).HasPixels()) return {};
+  const auto methods = MethodsOf(call->method->name);
+  for (size_t method = 0; method < methods.size(); ++method) {
+    const MethodText& text = methods[method];
     Raster result;
     result.Create(expected.width, expected.height, expected.planes, bits, expected.model);
-    if (!paired_.call.methods.run(plans, method, view_of(paired_.inputs[0]), view_of(result))) {
+    if (!plans.run(call->method->name, method, call->arguments, view_of(paired_.inputs[0]),
+                   view_of(result))) {
       continue;
     }
     run.insert(&text);
@@ -637,7 +558,10 @@ std::string PlainOutcome::Compared(const ComponentSet& components) const {
   const TestImages<TestImage> given(paired_.inputs);
   const auto& images = given.images;
   SmartPtr<IQEL> result;
+  std::srand(kSeed);
+  PaintedStack::Mark();
   const result_t code = paired_.call.module(components, given.pointers, result.Put());
+  if (std::rand() != next_random_) return "random numbers drawn";
   if (code != code_) {
     return "result code " + std::to_string(code) + ", not " + std::to_string(code_);
   }

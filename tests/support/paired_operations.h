@@ -25,14 +25,6 @@ std::vector<int> AnyKernel(Rng& rng, int size);
 /// The sum of the weights, or anything else.
 int AnyDivisor(Rng& rng, const std::vector<int>& kernel);
 
-// Calls of the operations with several methods.
-PairedCall Convolution(const std::vector<int>& kernel, int size, int divisor, int offset);
-PairedCall Morphology(Extrema extrema, int size);
-PairedCall MedianOf(int size);
-PairedCall Resampling(const Raster& source, int width, int height, int method, bool nearest_only);
-PairedCall Turning(int angle, int method, bool force_alpha, bool keep_size);
-PairedCall Circling(int mode, bool with_alpha, float factor);
-
 }  // namespace qel::test
 
 #endif  // QEL_TESTS_SUPPORT_PAIRED_OPERATIONS_H_

@@ -18,7 +18,6 @@ using TransformReadings = ReadingTest;
 
 class Orientation : public OperationTest {
  protected:
-  IQELTransform& transform() { return *module_->transform; }
   /// `image` turned into a fresh image.
   SmartPtr<TestImage> Turned(IQEL* image, int angle) {
     auto dest = TestImage::Make({});
@@ -106,10 +105,10 @@ TEST_P(Orientation, KeepsHalfOfTheMiddleRowAndAlpha) {
   const auto after = [&](int bit_count, std::vector<uint8_t> bytes) {
     Rng rng(7);
     const int width = static_cast<int>(bytes.size()) / 3 * 8 / bit_count;
-    const auto image = TestImage::Make(Raster(rng, width, 3, bit_count, 0, {}));
-    std::copy(bytes.begin(), bytes.end(), image->raster.Bits());
-    EXPECT_EQ(transform().FlipImageAndBits(image.Get()), kOk);
-    return std::vector<uint8_t>(image->raster.Bits(), image->raster.Bits() + bytes.size());
+    Raster image(rng, width, 3, bit_count, 0, {});
+    std::copy(bytes.begin(), bytes.end(), image.Bits());
+    image = ResultOf(image, Call("FlipImageAndBits"));
+    return std::vector<uint8_t>(image.Bits(), image.Bits() + bytes.size());
   };
   EXPECT_EQ(after(32, {1,  2,  3,  4,  5,  6,  7,  8,  11, 12, 13, 14,
                        15, 16, 17, 18, 21, 22, 23, 24, 25, 26, 27, 28}),

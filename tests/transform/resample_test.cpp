@@ -1,24 +1,13 @@
 #include <algorithm>
 
-#include "reference/pixels.h"
-#include "reference/transform.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
 
 namespace qel::test {
 namespace {
 
-class ResampleReadings : public ReadingTest {
- protected:
-  void ExpectScaled(const Raster& source, int width, int height, int method, int nearest) {
-    ExpectSame({source}, Resampling(source, width, height, method, nearest));
-  }
-};
-
-class Resample : public OperationTest {
- protected:
-  IQELTransform& transform() { return *module_->transform; }
-};
+using ResampleReadings = ReadingTest;
+using Resample = OperationTest;
 QEL_INSTANTIATE_LEVELS(Resample);
 
 // Every method at the depths that have quick ways: enlarging by whole and odd factors, and with one
@@ -28,9 +17,11 @@ TEST_F(ResampleReadings, EqualEveryMethod) {
   for (int method = -1; method <= 16 && !HasFailure(); ++method) {
     for (const int depth : {8, 24, 28, 32}) {
       const Raster source = RandomRaster(rng, rng.Int(14, 40), rng.Int(13, 20), depth);
-      ExpectScaled(source, 2 * source.width, 2 * source.height, method, 0);
-      ExpectScaled(source, source.width + rng.Int(1, 30), source.height + rng.Int(1, 7), method, 0);
-      ExpectScaled(source, source.width / rng.Int(2, 5), source.height + 3, method, 0);
+      ExpectSame({source}, Call("Resample", 2 * source.width, 2 * source.height, method, 0));
+      ExpectSame({source}, Call("Resample", source.width + rng.Int(1, 30),
+                                source.height + rng.Int(1, 7), method, 0));
+      ExpectSame({source},
+                 Call("Resample", source.width / rng.Int(2, 5), source.height + 3, method, 0));
     }
   }
 }
@@ -40,12 +31,13 @@ TEST_F(ResampleReadings, EqualTallAndWidePictures) {
   Rng rng(8);
   for (const int depth : {8, 24, 32}) {
     const Raster source = RandomRaster(rng, rng.Int(257, 290), 7, depth);
-    for (const int method : {5, 11}) ExpectScaled(source, 2 * source.width, 14, method, 0);
+    for (const int method : {5, 11})
+      ExpectSame({source}, Call("Resample", 2 * source.width, 14, method, 0));
   }
   for (const int method : {3, 9}) {
     const Raster source = RandomRaster(rng, 3, 653, method == 3 ? 24 : 8);
-    ExpectScaled(source, 6, 1306, method, 0);
-    ExpectScaled(source, 4, 1205, method, 0);
+    ExpectSame({source}, Call("Resample", 6, 1306, method, 0));
+    ExpectSame({source}, Call("Resample", 4, 1205, method, 0));
   }
 }
 
@@ -57,7 +49,8 @@ TEST_F(ResampleReadings, EqualNearestPixels) {
       const int width = rng.Int(1, 400);
       const Raster source(rng, width, rng.Int(1, 4), depth, UsualModel(depth),
                           {.fence = Layout::Fence::kAfter});
-      ExpectScaled(source, std::max(1, 10 * width / (9 + round)), rng.Int(1, 4), 0, 1);
+      ExpectSame({source},
+                 Call("Resample", std::max(1, 10 * width / (9 + round)), rng.Int(1, 4), 0, 1));
     }
   }
 }
@@ -68,26 +61,28 @@ TEST_F(ResampleReadings, EqualBoxesOfEveryArea) {
   for (const int depth : {4, 8, 16, 24, 32}) {
     for (int round = 0; round < 40 && !HasFailure(); ++round) {
       const Raster source = RandomRaster(rng, rng.Int(1, 300), rng.Int(1, 60), depth);
-      ExpectScaled(source, rng.Int(1, source.width), rng.Int(1, source.height), 3, 0);
+      ExpectSame({source},
+                 Call("Resample", rng.Int(1, source.width), rng.Int(1, source.height), 3, 0));
     }
     // Only white: the largest sums.
     Raster white = RandomRaster(rng, 64, 64, depth);
     for (int y = 0; y < 64; ++y) std::fill_n(white.Row(y), white.RowBytes(), uint8_t{255});
-    for (int size = 1; size < 33; ++size) ExpectScaled(white, size, 33 - size, 0, 0);
+    for (int size = 1; size < 33; ++size)
+      ExpectSame({white}, Call("Resample", size, 33 - size, 0, 0));
   }
   for (const int depth : {8, 24, 32}) {
     const Raster source = RandomRaster(rng, 2 * rng.Int(1, 90), 2 * rng.Int(1, 9), depth);
-    ExpectScaled(source, source.width / 2, source.height / 2, 0, 0);
+    ExpectSame({source}, Call("Resample", source.width / 2, source.height / 2, 0, 0));
   }
 }
 
 // Of boxes of one row, all areas whose sums fit 16 bits; quotients are wrong first where they step.
-TEST_P(Resample, MeansOfSmallBoxesAreExact) {
+TEST_F(ResampleReadings, EqualMeansOfSmallBoxes) {
   for (int area = 2; area <= 128 && !HasFailure(); ++area) {
     Rng rng(11);
     constexpr int kSteps = 2 * 255;
-    const auto image = TestImage::Make(Raster(rng, area * kSteps, 1, 8, kModelMono, {}));
-    uint8_t* byte = image->raster.Row(0);
+    Raster source(rng, area * kSteps, 1, 8, kModelMono, {});
+    uint8_t* byte = source.Row(0);
     for (int i = 0; i < kSteps; ++i) {
       int left = (i / 2 + 1) * area - i % 2;  // a quotient's smallest sum, and the one before it
       for (int k = area; k > 0; --k, ++byte) {
@@ -95,34 +90,8 @@ TEST_P(Resample, MeansOfSmallBoxesAreExact) {
         left -= *byte;
       }
     }
-    SmartPtr<IQEL> result;
-    ASSERT_EQ(transform().Resample(image.Get(), result.Put(), kSteps, 1, 3, 0), kOk);
-    const uint8_t* const means = static_cast<TestImage*>(result.Get())->raster.Row(0);
-    for (int i = 0; i < kSteps; ++i) ASSERT_EQ(means[i], i / 2 + 1 - i % 2) << area << ", " << i;
+    ExpectSame({source}, Call("Resample", kSteps, 1, 3, 0));
   }
-}
-
-TEST_P(Resample, WorkedExamples) {
-  Rng rng(4);
-  const auto scaled = [&](const Raster& raster, int width, int height, int method, int nearest) {
-    const auto source = TestImage::Make(raster);
-    SmartPtr<IQEL> result;
-    EXPECT_EQ(transform().Resample(source.Get(), result.Put(), width, height, method, nearest),
-              kOk);
-    return static_cast<TestImage*>(result.Get())->raster;
-  };
-  const Raster source = RandomRaster(rng, 100, 100, 24);
-  const Raster doubled = scaled(source, 200, 200, 0, 0);
-  for (int i = 0; i < 200; ++i) {
-    EXPECT_TRUE(std::equal(source.Row(i / 2) + i / 2 * 3, source.Row(i / 2) + i / 2 * 3 + 3,
-                           doubled.Row(i) + 3 * i));
-  }
-  const Raster smooth = scaled(source, 200, 200, 3, 0);
-  EXPECT_EQ(oracle::GetPixelColor(smooth.Bits(), 51, 70, 200, 200, smooth.stride, 24),
-            oracle::Interpolated(source.Bits(), 51.5f / 2 - 0.5f, 70.5f / 2 - 0.5f, 100, 100,
-                                 source.stride, 3, 24) &
-                0xFFFFFF);
-  EXPECT_EQ(scaled(source, 70, 0, 3, 0).height, 0);
 }
 
 TEST_P(Resample, LeavesTheResultUntouchedUntilAnImageIsAskedFor) {
@@ -133,11 +102,11 @@ TEST_P(Resample, LeavesTheResultUntouchedUntilAnImageIsAskedFor) {
   host.Reset();
   host.fault = TestHost::Fault::kFail;
   host.fault_at = 0;
-  EXPECT_EQ(transform().Resample(source.Get(), &result, 2, 2, 0, 0), TestHost::kFaultCode);
+  EXPECT_EQ(module_->transform->Resample(source.Get(), &result, 2, 2, 0, 0), TestHost::kFaultCode);
   EXPECT_EQ(result, source.Get());
   host.Reset();
   host.refuses_images = true;
-  EXPECT_EQ(transform().Resample(source.Get(), &result, 2, 2, 0, 0), kFail);
+  EXPECT_EQ(module_->transform->Resample(source.Get(), &result, 2, 2, 0, 0), kFail);
   EXPECT_EQ(result, nullptr);
 }
 
@@ -145,14 +114,10 @@ TEST_P(Resample, LeavesTheResultUntouchedUntilAnImageIsAskedFor) {
 TEST_P(Resample, KeepsSinglePrecisionRowOffsets) {
   Rng rng(7);
   constexpr int kWidth = 1048583;
-  const auto image =
-      TestImage::Make(Raster(rng, kWidth, 18, 8, kModelMono, {.fence = Layout::Fence::kAfter}));
-  uint8_t* const row = image->raster.Row(17);
-  row[0] = 10;
-  row[1] = 20;
-  SmartPtr<IQEL> result;
-  EXPECT_EQ(transform().Resample(image.Get(), result.Put(), 3, 18, 0, 1), kOk);
-  EXPECT_EQ(static_cast<TestImage*>(result.Get())->raster.Row(17)[0], 20);
+  Raster source(rng, kWidth, 18, 8, kModelMono, {.fence = Layout::Fence::kAfter});
+  source.Row(17)[0] = 10;
+  source.Row(17)[1] = 20;
+  EXPECT_EQ(ResultOf(source, Call("Resample", 3, 18, 0, 1)).Row(17)[0], 20);
 }
 
 // From 2^24 on, products in single precision are even; byte offsets are products in double.
@@ -160,28 +125,20 @@ TEST_F(ResampleReadings, EqualBoxesBeyondSinglePrecision) {
   Rng rng(10);
   const Layout layout = {.fence = Layout::Fence::kAfter};
   Raster::NewImageLayout() = layout;
-  ExpectScaled(Raster(rng, 6'000'000, 1, 24, kModelBgr, layout), 2'999'000, 1, 3, 0);
+  ExpectSame({Raster(rng, 6'000'000, 1, 24, kModelBgr, layout)},
+             Call("Resample", 2'999'000, 1, 3, 0));
 }
 
 // Ten columns into four: boxes of two columns from 0, 2, 5 and 7; columns 4 and 9 are not read.
 TEST_P(Resample, KeepsDroppingFractionsOfBoxes) {
-  Rng rng(8);
-  Raster source(rng, 10, 1, 8, kModelMono, {});
-  const uint8_t row[] = {10, 20, 30, 41, 255, 60, 70, 80, 90, 255};
-  std::copy(std::begin(row), std::end(row), source.Row(0));
-  const auto image = TestImage::Make(source);
-  SmartPtr<IQEL> result;
-  EXPECT_EQ(transform().Resample(image.Get(), result.Put(), 4, 1, 3, 0), kOk);
-  const uint8_t* const means = static_cast<TestImage*>(result.Get())->raster.Row(0);
-  EXPECT_EQ(std::vector<uint8_t>(means, means + 4), (std::vector<uint8_t>{15, 35, 65, 85}));
+  const Raster source = RowOf(8, {10, 20, 30, 41, 255, 60, 70, 80, 90, 255});
+  EXPECT_EQ(FirstRow(ResultOf(source, Call("Resample", 4, 1, 3, 0))),
+            (std::vector<uint8_t>{15, 35, 65, 85}));
 }
 
 TEST_P(Resample, KeepsAlphaOfTheNewImageInBoxes) {
   Rng rng(9);
-  const auto image = TestImage::Make(RandomRaster(rng, 100, 20, 32));
-  SmartPtr<IQEL> result;
-  EXPECT_EQ(transform().Resample(image.Get(), result.Put(), 50, 10, 3, 0), kOk);
-  const Raster& scaled = static_cast<TestImage*>(result.Get())->raster;
+  const Raster scaled = ResultOf(RandomRaster(rng, 100, 20, 32), Call("Resample", 50, 10, 3, 0));
   for (int x = 0; x < 50; ++x) EXPECT_EQ(scaled.Row(9)[4 * x + 3], 0xCD) << "as it was created";
 }
 

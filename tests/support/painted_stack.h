@@ -1,0 +1,71 @@
+#ifndef QEL_TESTS_SUPPORT_PAINTED_STACK_H_
+#define QEL_TESTS_SUPPORT_PAINTED_STACK_H_
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
+
+#include <cstring>
+#include <functional>
+
+#include "tests/support/sanitized.h"
+
+namespace qel::test {
+
+/// A stack whose depth can be read from what was painted over.
+class PaintedStack {
+ public:
+  PaintedStack()
+      : bottom_(static_cast<uint8_t*>(
+            mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {}
+  PaintedStack(const PaintedStack&) = delete;
+  PaintedStack& operator=(const PaintedStack&) = delete;
+  ~PaintedStack() { munmap(bottom_, kBytes); }
+
+  /// How many bytes deep `work` goes below its `Mark`, on a thread of its own. Where nothing is
+  /// optimised, or instructions are emulated, frames tell nothing: the work is done, and the depth
+  /// is 0.
+  int64_t Depth(const std::function<void()>& work) {
+    if (!kTells) {
+      work();
+      return 0;
+    }
+    std::memset(bottom_, kPaint, kBytes);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, bottom_, kBytes);
+    pthread_t thread;
+    EXPECT_EQ(pthread_create(&thread, &attributes, &Run, const_cast<std::function<void()>*>(&work)),
+              0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    const uint8_t* deepest = bottom_;
+    while (deepest < mark_ && std::memcmp(deepest, deepest + 1, 63) == 0) deepest += 64;
+    return mark_ - deepest;
+  }
+  /// From here on the work counts.
+  [[gnu::always_inline]] static void Mark() {
+    mark_ = static_cast<const uint8_t*>(__builtin_frame_address(0));
+  }
+
+ private:
+#if defined(NDEBUG) && !defined(QEL_EMULATED_AVX512)
+  static constexpr bool kTells = !kSanitized;
+#else
+  static constexpr bool kTells = false;
+#endif
+  static constexpr size_t kBytes = size_t{256} * 1024;
+  static constexpr uint8_t kPaint = 0xA7;
+
+  static void* Run(void* work) {
+    (*static_cast<const std::function<void()>*>(work))();
+    return nullptr;
+  }
+
+  static inline const uint8_t* mark_ = nullptr;
+  uint8_t* const bottom_;
+};
+
+}  // namespace qel::test
+
+#endif  // QEL_TESTS_SUPPORT_PAINTED_STACK_H_
