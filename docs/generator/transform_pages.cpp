@@ -56,7 +56,7 @@ std::vector<Page> TransformPages() {
        QEL_EXAMPLE(
            return transform->RotatePaste(other, image, 20 * 3.14159265358979323846 / 180, 4, -1);)},
       {"skew",
-       "`out(x, y) = in(x + x_gain * (y - y_pivot), y + y_gain * (x - x_pivot))`, nearest pixel.",
+       "`out(x, y) = in(x + x_gain * (y - y_pivot), y + y_gain * (x - x_pivot))`, truncated.",
        "One scattered read a pixel."},
       {"quad",
        "Each pixel of the result divides the sides of the quadrilateral in its own proportions and "
@@ -76,8 +76,9 @@ std::vector<Page> TransformPages() {
        QEL_EXAMPLE(return transform->TransformPaste(map, image, other, 0, 0, 0, 0);)},
       {"circle",
        "With the radius `r` about the centre and half the diagonal `R`: bulge reads `r * r / R`, "
-       "pinch `sqrt(R * r)`, swirl turns by an angle that grows with `r`, unwrap takes columns as "
-       "angles and rows as radii, fold reads column `x - 16 + x mod 32`.",
+       "pinch `sqrt(R * r)`, swirl turns by `r / (factor * R / 2)` radians, unwrap reads column "
+       "`width * |a| / (2 pi)` and row `height * r / R` at the angle `a`, fold reads column "
+       "`x - 16 + x mod 32`.",
        CostOf(kCircleMethods,
               TextOf(kCircleMethods, PlanCircle(Circle(ExamplePicture(), kCircleSwirl, 1.5f),
                                                 ExamplePicture(), false)))},

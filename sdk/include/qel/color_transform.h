@@ -39,8 +39,8 @@ class IQELColorTransform : public IUnknown {
   /// Applies 255 * (v / 255) ^ (1 / gamma) to every colour byte, as a table through `Lut`.
   virtual result_t Gamma(IQEL* image, float gamma) = 0;
 
-  /// Scales contrast about 128 by (100 + contrast) percent and adds `brightness`, as a table
-  /// through `Lut`.
+  /// Replaces every colour byte v by (v - 128) * (100 + contrast) / 100 + 128 + brightness,
+  /// truncated and clamped to 0 to 255, as a table through `Lut`.
   virtual result_t Light(IQEL* image, int brightness, int contrast) = 0;
 
   /// Writes `alpha` (its low byte; 0 is stored as 1) to every pixel of an image above 24 bits.

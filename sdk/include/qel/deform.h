@@ -7,18 +7,19 @@ namespace qel {
 
 /// What `IQELDeform::CircleTransform` does with the polar coordinates about the image's centre.
 enum CircleMode : int {
-  kCircleBulge = 0,   ///< radius r becomes r * r / limit
-  kCirclePinch = 1,   ///< radius r becomes sqrt(limit * r)
-  kCircleSwirl = 2,   ///< the angle grows with the radius
-  kCircleUnwrap = 3,  ///< angle and radius become column and row
+  kCircleBulge = 0,   ///< radius r reads r * r / limit
+  kCirclePinch = 1,   ///< radius r reads sqrt(limit * r)
+  kCircleSwirl = 2,   ///< angle a reads a + r / (factor * (limit / 2)), in radians
+  kCircleUnwrap = 3,  ///< reads column width * |a| / 2 pi and row height * r / limit
   kCircleFold = 4,    ///< column x reads x - 16 + x mod 32; so does every larger mode
 };
 
 /// Circular deformations.
 class IQELDeform : public IUnknown {
  public:
-  /// Remaps `image` about its centre and replaces its content through `IQELImage::Assign`. Pixels
-  /// beyond the limit radius (half the diagonal) take the top-left colour with alpha 1.
+  /// Remaps `image` about its centre, nearest pixel, and replaces its content through
+  /// `IQELImage::Assign`. Pixels at the limit radius (half the diagonal, truncated) and beyond take
+  /// the top-left colour with alpha 1.
   /// `with_alpha` non-zero makes the result 32 bits deep with alpha 255, 1 for outside colours.
   /// `factor` weakens the swirl and is ignored by the other modes. An image of no width or height
   /// gets new, empty content.

@@ -57,19 +57,20 @@ class IQELFilterTransform : public IUnknown {
   /// large sizes need.
   virtual result_t Median(IQEL* image, int size, IQEL** result) = 0;
 
-  /// Relief from the bottom-left about the grey 127.
+  /// Relief from the bottom-left: `Filter` with the kernel 0 0 -1; 0 0 0; 1 0 0 and offset 127.
   virtual result_t Emboss(IQEL* image, IQEL** result) = 0;
 
-  /// Mean over 3 x 3.
+  /// Mean over 3 x 3: `Filter` with weights of 1, divisor 9.
   virtual result_t Blur(IQEL* image, IQEL** result) = 0;
 
-  /// Mean over 3 x 3 with half of the weight on the centre.
+  /// `Filter` with weights of 1 and 8 in the centre of 3 x 3, divisor 16.
   virtual result_t Soften(IQEL* image, IQEL** result) = 0;
 
-  /// Sharpening over 3 x 3.
+  /// `Filter` with weights of -1 and 15 in the centre of 3 x 3, divisor 7.
   virtual result_t Sharpen(IQEL* image, IQEL** result) = 0;
 
-  /// Gaussian blur of level 0 (3 x 3) or 1 to 3 (5 x 5). Result: kFail also for other levels.
+  /// Gaussian blur by `Filter`: level 0 with 1 2 1; 2 4 2; 1 2 1 and divisor 16, levels 1 to 3 with
+  /// 5 x 5 weights and divisors 52, 273 and 159. Result: kFail also for other levels.
   virtual result_t GaussianBlur(IQEL* image, int level, IQEL** result) = 0;
 
  protected:

@@ -27,6 +27,7 @@ class ICreatableString : public IString {
  public:
   /// Appends `count` characters, which are read during the call only. `count` 0 appends nothing.
   /// Result: kOk; any failure leaves the string as it was. Modules do not look at it.
+  /// Threads: one at a time.
   virtual result_t AppendChars(int count, const wchar_t* characters) = 0;
 
  protected:
@@ -49,6 +50,7 @@ class IComponentString : public IString {
 
   /// Sets one part of the name, see `LocatorPart`. The text is read during the call only.
   /// Result: kOk; a failure for parts that the locator does not know. Modules do not look at it.
+  /// Threads: one, before the first instance is made.
   virtual result_t SetPart(int part, tagREFString text) = 0;
 
  protected:
@@ -65,10 +67,12 @@ class IComponentCollection : public IUnknown {
 
   /// The item at `index`, a locator, with one reference for the caller.
   /// Result: kOk; a failure with `*item` null for an index that `FindItem` did not give.
+  /// Threads: any that operations run on.
   virtual result_t GetItem(int index, IUnknown** item) = 0;
 
   /// Finds a component by its name, a string that this host made, and writes its index.
-  /// Result: not negative when there is one; a failure when there is none.
+  /// Result: not negative when there is one; a failure when there is none. Threads: any that
+  /// operations run on.
   virtual result_t FindItem(IString* name, int* index) = 0;
 
   virtual result_t ReservedSlot6() { return kFail; }

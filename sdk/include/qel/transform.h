@@ -50,9 +50,9 @@ class IQELTransform : public IUnknown {
   virtual result_t Rotate(IQEL* source, IQEL** result, int angle, int method, int force_alpha,
                           int keep_size) = 0;
 
-  /// Shears about a pivot by `x_gain` pixels per row and `y_gain` pixels per column, nearest pixel.
-  /// A pivot coordinate of 0 means the centre. `force_alpha` non-zero makes the result 32 bits
-  /// deep.
+  /// Shears about a pivot: pixel (x, y) reads (x + (y - y_pivot) * x_gain, y + (x - x_pivot) *
+  /// y_gain), truncated. A pivot coordinate of 0 means the centre. `force_alpha` non-zero makes the
+  /// result 32 bits deep.
   virtual result_t Skew(IQEL* source, IQEL** result, float x_gain, float y_gain, int x_pivot,
                         int y_pivot, int reserved, int force_alpha) = 0;
 
