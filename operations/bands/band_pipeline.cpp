@@ -1,13 +1,10 @@
 #include "operations/bands/band_pipeline.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <deque>
 #include <exception>
-#include <limits>
 #include <map>
 #include <mutex>
 #include <new>
@@ -15,49 +12,11 @@
 #include <system_error>
 #include <thread>
 
+#include "operations/bands/band_reader.h"
+#include "operations/bands/image_rows.h"
+
 namespace qel::operations {
 namespace {
-
-/// The rows of an image in memory.
-struct RowsInMemory {
-  uint8_t* bits = nullptr;
-  int stride = 0;
-  size_t row_bytes = 0;
-
-  uint8_t* Row(int y) const { return bits + ptrdiff_t{y} * stride; }
-};
-
-size_t RowBytes(const Shape& shape) {
-  return (static_cast<size_t>(shape.width) * static_cast<size_t>(shape.bits) + 7) / 8;
-}
-
-RowsInMemory RowsOf(IQEL& image) {
-  RowsInMemory rows;
-  int unread = 0;
-  image.GetBits(0, &unread, &rows.bits, &rows.stride);
-  rows.row_bytes = RowBytes(ShapeOf(image));
-  return rows;
-}
-
-void CopyRows(IQEL& from, int from_row, IQEL& to, int to_row, int count) {
-  const RowsInMemory source = RowsOf(from), dest = RowsOf(to);
-  for (int y = 0; y < count; ++y) {
-    std::memcpy(dest.Row(to_row + y), source.Row(from_row + y), dest.row_bytes);
-  }
-}
-
-/// The top-left pixel of a picture: what stands outside it. Below 8 bits with its neighbours, which
-/// lie in rows that nobody looks at.
-struct Corner {
-  std::array<uint8_t, 4> bytes{};
-  size_t count = 0;
-
-  explicit Corner(IQEL& image, int row = 0)
-      : count(static_cast<size_t>(std::max(ShapeOf(image).bits / 8, 1))) {
-    std::memcpy(bytes.data(), RowsOf(image).Row(row), count);
-  }
-  void PutInto(IQEL& image) const { std::memcpy(RowsOf(image).Row(0), bytes.data(), count); }
-};
 
 /// Second pictures cut to the rows of a band.
 class PictureBands final : public PictureSource {
@@ -128,26 +87,18 @@ class BandWork {
   void WriteNext(Lock& lock);
   bool CornersAreKnown(const Item& item) const;
 
-  SmartPtr<IQEL> Read(size_t index);
-  void SkipTo(int row);
-  void KeepRows(int from, IQEL& image, RowRange rows);
   Made RunSteps(const Item& item, SmartPtr<IQEL> image, std::vector<StepRecord>& records);
   void AddRecords(const std::vector<StepRecord>& records);
 
   const BandPipeline& pipeline_;
   const BandPlan& plan_;
   const Stretch stretch_;
-  BandSource& source_;
   BandSink& sink_;
   std::vector<Item> items_;
-  std::vector<int> keep_from_;  ///< by item: the first row that later ones need
   size_t bands_ = 0;
   const size_t most_in_flight_;
 
-  // Used by the thread that reads.
-  int rows_read_ = 0;
-  std::vector<uint8_t> kept_;  ///< rows of the source, up to the last that was read
-  int kept_from_ = 0;
+  std::optional<BandReader> reader_;  ///< of the thread that has set `reading_`
 
   std::mutex mutex_;
   std::condition_variable changed_;
@@ -168,12 +119,15 @@ BandWork::BandWork(BandPipeline& pipeline, BandSource& source, BandSink& sink, i
     : pipeline_(pipeline),
       plan_(pipeline.plan_),
       stretch_(pipeline.stretch_),
-      source_(source),
       sink_(sink),
       most_in_flight_(BandPipeline::MostInFlight(threads)),
       records_(records),
       corners_(stretch_.end - stretch_.begin) {
   ListItems(pipeline.band_rows_);
+  std::vector<RowRange> rows;
+  for (const Item& item : items_) rows.push_back(item.rows.front());
+  reader_.emplace(source, std::move(rows), plan_.ShapeBefore(stretch_.begin).height,
+                  stretch_.looks_everywhere);
 }
 
 /// A band that begins below the top of a picture before a step that looks outside needs that
@@ -189,17 +143,11 @@ void BandWork::ListItems(int band_rows) {
         continue;
       }
       has_corner[i] = true;
-      if (i == 0) continue;  // comes with the first row of the source
+      if (i == 0) continue;  // the reader has it
       items_.push_back({plan_.RowsFor(stretch_.begin, stretch_.begin + i, {0, 1}), i});
     }
     band.number = bands_++;
     items_.push_back(std::move(band));
-  }
-  keep_from_.resize(items_.size());
-  int first = std::numeric_limits<int>::max();
-  for (size_t i = items_.size(); i-- > 0;) {
-    keep_from_[i] = first;
-    first = std::min(first, items_[i].rows.front().begin);
   }
 }
 
@@ -264,9 +212,11 @@ void BandWork::ReadNext(Lock& lock) {
   reading_ = true;
   ++in_flight_;
   lock.unlock();
-  SmartPtr<IQEL> image = Read(index);
+  SmartPtr<IQEL> image = reader_->ReadNext();
   lock.lock();
   reading_ = false;
+  // Once: threads at work look at it without the lock.
+  if (!corners_.empty() && !corners_[0]) corners_[0] = reader_->corner();
   loaded_.push_back({&items_[index], std::move(image)});
   changed_.notify_all();
 }
@@ -297,72 +247,6 @@ void BandWork::WriteNext(Lock& lock) {
   --in_flight_;
   ++next_band_;
   changed_.notify_all();
-}
-
-/// The rows that an item needs of the source. The last one has all others read as well, for they
-/// may be at fault.
-SmartPtr<IQEL> BandWork::Read(size_t index) {
-  const RowRange rows = items_[index].rows.front();
-  if (IQEL* const whole = source_.Whole()) {
-    if (index == 0 && !corners_.empty()) corners_[0].emplace(*whole);
-    if (stretch_.looks_everywhere) return SmartPtr<IQEL>::Retain(whole);
-    SmartPtr<IQEL> image = source_.NewImage(rows.size());
-    CopyRows(*whole, rows.begin, *image.Get(), 0, rows.size());
-    return image;
-  }
-  SkipTo(rows.begin);
-  SmartPtr<IQEL> image = source_.NewImage(rows.size());
-  const RowsInMemory dest = RowsOf(*image.Get());
-  const int known = std::clamp(rows_read_, rows.begin, rows.end);
-  for (int y = rows.begin; y < known; ++y) {
-    std::memcpy(dest.Row(y - rows.begin),
-                kept_.data() + static_cast<size_t>(y - kept_from_) * dest.row_bytes,
-                dest.row_bytes);
-  }
-  if (known < rows.end) source_.Read(*image.Get(), known - rows.begin, rows.end - known);
-  if (rows_read_ == 0 && !corners_.empty()) corners_[0].emplace(*image.Get());
-  rows_read_ = std::max(rows_read_, rows.end);
-  KeepRows(keep_from_[index], *image.Get(), rows);
-  if (index + 1 == items_.size()) SkipTo(plan_.ShapeBefore(stretch_.begin).height);
-  return image;
-}
-
-void BandWork::SkipTo(int row) {
-  constexpr int kRowsAtOnce = 16;
-  if (row <= rows_read_) return;
-  const SmartPtr<IQEL> image = source_.NewImage(std::min(kRowsAtOnce, row - rows_read_));
-  while (rows_read_ < row) {
-    const int count = std::min(kRowsAtOnce, row - rows_read_);
-    source_.Read(*image.Get(), 0, count);
-    if (rows_read_ == 0 && !corners_.empty()) corners_[0].emplace(*image.Get());
-    rows_read_ += count;
-  }
-}
-
-/// Keeps rows from number `from` on, which are in `image` as its `rows`, or kept already.
-void BandWork::KeepRows(int from, IQEL& image, RowRange rows) {
-  if (from >= rows_read_) {
-    kept_.clear();
-    return;
-  }
-  const RowsInMemory source = RowsOf(image);
-  const size_t bytes = static_cast<size_t>(rows_read_ - from) * source.row_bytes;
-  std::vector<uint8_t> kept;
-  // Mostly the image has them all: the old ones go first, for they may be many.
-  const bool in_image = from >= rows.begin && rows_read_ <= rows.end;
-  if (in_image && kept_.capacity() >= bytes) kept.swap(kept_);
-  if (in_image) kept_ = {};
-  kept.resize(bytes);
-  uint8_t* to = kept.data();
-  for (int y = from; y < rows_read_; ++y, to += source.row_bytes) {
-    const bool is_new = y >= rows.begin && y < rows.end;
-    const uint8_t* const row =
-        is_new ? source.Row(y - rows.begin)
-               : kept_.data() + static_cast<size_t>(y - kept_from_) * source.row_bytes;
-    std::memcpy(to, row, source.row_bytes);
-  }
-  kept_ = std::move(kept);
-  kept_from_ = from;
 }
 
 BandWork::Made BandWork::RunSteps(const Item& item, SmartPtr<IQEL> image,
