@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <iomanip>
+#include <iterator>
 #include <sstream>
 
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
+#include "operations/words.h"
 
 namespace qel::cli {
 namespace {
@@ -34,6 +36,18 @@ std::string Tagged(const std::string& tag, size_t indent, std::string_view text)
 }
 
 }  // namespace
+
+Topic FindTopic(const std::string& name) {
+  if (const Command* const command = FindCommand(name)) return {command, nullptr};
+  if (const Operation* const operation = FindOperation(name)) return {nullptr, operation};
+  if (const std::string_view step = operations::StepFor(name); !step.empty()) {
+    throw Failure(kUsage, "there is no operation {}; write {}", name, step);
+  }
+  std::vector<std::string_view> names = NamesOf(CommandTable());
+  std::ranges::copy(NamesOf(OperationTable()), std::back_inserter(names));
+  throw Failure(kUsage, "there is no command and no operation {}{}", name,
+                DidYouMean(name, names, "; qel help and qel list show them all"));
+}
 
 std::string ListOperations() {
   std::ostringstream text;

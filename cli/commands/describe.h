@@ -8,6 +8,15 @@
 
 namespace qel::cli {
 
+/// What a name stands for: a command or, where there is none, an operation; the other is null.
+struct Topic {
+  const Command* command;
+  const Operation* operation;
+};
+
+/// Throws `Failure(kUsage)` with what may be meant when nothing has this name.
+Topic FindTopic(const std::string& name);
+
 /// All operations by component, a line each.
 std::string ListOperations();
 

@@ -131,11 +131,12 @@ int ManCommand(const Words& words) {
                   "write qel man, qel man OPERATION, qel man COMMAND, or qel man -o FOLDER");
   }
   if (!options.Has("-o")) {
-    const std::string name = options.rest().empty() ? "" : options.rest()[0];
-    const Command* const command = FindCommand(name);
-    std::cout << (name.empty()         ? ToolPage()
-                  : command != nullptr ? CommandPage(*command)
-                                       : OperationPage(RequireOperation(name)));
+    if (options.rest().empty()) {
+      std::cout << ToolPage();
+    } else {
+      const auto [command, operation] = FindTopic(options.rest()[0]);
+      std::cout << (command != nullptr ? CommandPage(*command) : OperationPage(*operation));
+    }
     return kDone;
   }
   const std::filesystem::path folder = options.Value("-o");

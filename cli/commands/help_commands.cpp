@@ -5,7 +5,6 @@
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
 #include "operations/table_json.h"
-#include "operations/words.h"
 
 namespace qel::cli {
 
@@ -23,17 +22,7 @@ int HelpCommand(const Words& words) {
       std::cout << DescribeExitCodes();
       continue;
     }
-    const Command* const command = FindCommand(name);
-    const Operation* const operation = FindOperation(name);
-    if (command == nullptr && operation == nullptr) {
-      if (const std::string_view step = operations::StepFor(name); !step.empty()) {
-        throw Failure(kUsage, "there is no operation {}; write {}", name, step);
-      }
-      std::vector<std::string_view> names = NamesOf(CommandTable());
-      std::ranges::copy(NamesOf(OperationTable()), std::back_inserter(names));
-      throw Failure(kUsage, "there is no command and no operation {}{}", name,
-                    DidYouMean(name, names, "; qel help and qel list show them all"));
-    }
+    const auto [command, operation] = FindTopic(name);
     std::cout << (command != nullptr ? DescribeCommand(*command) : DescribeOperation(*operation));
   }
   return kDone;
