@@ -35,15 +35,26 @@ class ByteLanes {
   QEL_SIMD_INLINE void Subtract(const ByteLanes& other) {
     for (size_t i = 0; i < kVectors; ++i) v_[i] -= other.v_[i];
   }
-  /// Counts lanes of `keys` that are below `limits`.
+  /// Lanes less 128: ordered as signed numbers, which all levels compare by one instruction.
+  QEL_SIMD_INLINE ByteLanes Centered() const {
+    ByteLanes centered;
+    for (size_t i = 0; i < kVectors; ++i) centered.v_[i] = v_[i] ^ QEL_LEVEL::Set<U8>(0x80);
+    return centered;
+  }
+  /// Counts lanes of `keys` that are below `limits`, both centered.
   QEL_SIMD_INLINE void CountBelow(const ByteLanes& keys, const ByteLanes& limits) {
     for (size_t i = 0; i < kVectors; ++i) {
-      v_[i] = IncrementWhere(keys.v_[i] < limits.v_[i], v_[i]);
+      v_[i] = IncrementWhere(IsBelow(keys.v_[i], limits.v_[i]), v_[i]);
     }
   }
   QEL_SIMD_INLINE void UncountBelow(const ByteLanes& keys, const ByteLanes& limits) {
     for (size_t i = 0; i < kVectors; ++i) {
-      v_[i] = DecrementWhere(keys.v_[i] < limits.v_[i], v_[i]);
+      v_[i] = DecrementWhere(IsBelow(keys.v_[i], limits.v_[i]), v_[i]);
+    }
+  }
+  QEL_SIMD_INLINE void CountEqual(const ByteLanes& keys, const ByteLanes& others) {
+    for (size_t i = 0; i < kVectors; ++i) {
+      v_[i] = IncrementWhere(keys.v_[i] == others.v_[i], v_[i]);
     }
   }
   /// Takes `from` where `counts` is at most `most`.
@@ -53,18 +64,12 @@ class ByteLanes {
       v_[i] = IfThenElse(counts.v_[i] <= most.v_[i], from.v_[i], v_[i]);
     }
   }
-  /// Counts down where `keys` are the wanted ones; where that starts from 0, `place` is found.
-  QEL_SIMD_INLINE void CountDown(const ByteLanes& keys, const ByteLanes& wanted,
-                                 const ByteLanes& place, ByteLanes& found) {
-    for (size_t i = 0; i < kVectors; ++i) {
-      const Mask<U8> equal = keys.v_[i] == wanted.v_[i];
-      const Mask<U8> here = equal & (v_[i] == Zero<U8>());
-      found.v_[i] = IfThenElse(here, place.v_[i], found.v_[i]);
-      v_[i] = DecrementWhere(equal, v_[i]);
-    }
-  }
 
  private:
+  QEL_SIMD_INLINE static Mask<U8> IsBelow(U8 a, U8 b) {
+    return {(BitCast<I8>(a) < BitCast<I8>(b)).raw};
+  }
+
   U8 v_[kVectors];
 };
 using Bytes = ByteLanes<1>;

@@ -100,6 +100,7 @@ extern const MedianKernels kMedianKernels;
 constinit const MedianKernels kMedianKernels = {
     .keys3 = &Keys<3>,
     .keys4 = &Keys<4>,
+    .center_keys = &CenterKeys,
     .count_columns = &CountColumns,
     .rank = &Rank,
     .sort_keys = &SortKeys,

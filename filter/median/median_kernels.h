@@ -51,6 +51,9 @@ struct MedianKernels {
   /// The keys of 3- or 4-byte pixels.
   void (*keys3)(uint8_t* keys, const uint8_t* pixels, size_t count);
   void (*keys4)(uint8_t* keys, const uint8_t* pixels, size_t count);
+  /// Takes 128 from each key, as all but `sort_keys` and `sort_taps` want them: then signed
+  /// comparisons order them.
+  void (*center_keys)(uint8_t* keys, size_t count);
   /// Counts a row of keys in and another one out, for each of `columns` columns.
   void (*count_columns)(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving,
                         size_t columns);

@@ -17,7 +17,7 @@ inline constexpr MethodText kMedianMethods[] = {
      "not "
      "depend on, over columns that are sorted once for all their windows"},
     {"bit-selection",
-     "up to 15 at 24 and 32 bits and up to 11 below, the middle brightness bit by bit: the high "
+     "up to 15 at 24 and 32 bits and up to 13 below, the middle brightness bit by bit: the high "
      "bits from counts of columns, for each of the others one comparison a pixel of the window"},
     {"column-histograms",
      "up to 255, histograms of columns on two levels that slide down, and their sum that slides "
@@ -51,14 +51,14 @@ constexpr bool CanFindMedian(MedianMethod method, int size) {
 
 /// The plan that takes `method`, which must be able to.
 constexpr MedianPlan PlanMedian(MedianMethod method, int size) {
-  return {method, size, size < 5 ? 0u : size < 12 ? 4u : 5u};
+  return {method, size, size < 5 ? 0u : size < 9 ? 3u : 4u};
 }
 
 /// The plan for windows of `size`, at least 1, of an image of `bit_count` bits.
 constexpr MedianPlan PlanMedian(int size, int bit_count) {
   // Below 24 bits pixels are their own brightness: there is none to find again, and counting pays
   // earlier.
-  const int most_selected = bit_count >= 24 ? 15 : 11;
+  const int most_selected = bit_count >= 24 ? 15 : 13;
   const MedianMethod method = CanFindMedian(MedianMethod::kNetwork, size) ? MedianMethod::kNetwork
                               : size <= most_selected ? MedianMethod::kBitSelection
                               : CanFindMedian(MedianMethod::kColumnHistograms, size)

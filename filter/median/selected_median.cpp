@@ -40,7 +40,7 @@ class SelectionStrip {
       ranks_.below = take(1);
       nothing_ = take(1);
       std::memset(ranks_.columns, 0, ranks_.Limits() * key_pitch_);
-      std::memset(nothing_, 0xFF, key_pitch_);
+      std::memset(nothing_, 0x7F, key_pitch_);
     }
     pixels_ = next;
   }
@@ -88,6 +88,11 @@ class SelectionStrip {
 
   void Read(int64_t row) {
     uint8_t* const keys = Keys(row);
+    ReadKeys(row, keys);
+    if (!sorts_) ActiveMedianKernels().center_keys(keys, in_count_);
+  }
+
+  void ReadKeys(int64_t row, uint8_t* keys) {
     if (!HasColors()) {
       const uint8_t* const levels = strip_.Read(row, keys);
       if (levels != keys) std::memcpy(keys, levels, in_count_);

@@ -6,7 +6,7 @@
 
 // The middle of small windows by radix selection: the key bit by bit, from the highest. The high
 // bits come from counts of columns for 2^bits - 1 limits, `size` additions each; every other bit
-// takes a comparison with each key of the window.
+// takes a comparison with each key of the window. Keys in rows are centered.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -14,11 +14,17 @@ namespace {
 /// Limit number `i` of `RankRows`: the high bits count from 1 on.
 inline size_t LimitOf(const RankRows& ranks, size_t i) { return (i + 1) << (8 - ranks.bits); }
 
+/// Takes 128 from each key.
+void CenterKeys(uint8_t* keys, size_t count) {
+  for (size_t k = 0; k < count; k += Bytes::kLanes)
+    Bytes::Load(keys + k).Centered().Store(keys + k);
+}
+
 void CountColumns(const RankRows& ranks, const uint8_t* entering, const uint8_t* leaving,
                   size_t columns) {
   for (size_t i = 0; i < ranks.Limits(); ++i) {
     uint8_t* const counts = ranks.columns + i * ranks.pitch;
-    const Bytes limits = Bytes::Set(LimitOf(ranks, i));
+    const Bytes limits = Bytes::Set(LimitOf(ranks, i)).Centered();
     for (size_t k = 0; k < columns; k += Bytes::kLanes) {
       Bytes count = Bytes::Load(counts + k);
       count.CountBelow(Bytes::Load(entering + k), limits);
@@ -77,10 +83,11 @@ inline Lanes WantedKeys(const uint8_t* const* rows, const RankRows& ranks, size_
   for (unsigned bit = 0x80u >> ranks.bits; bit != 0; bit >>= 1) {
     Lanes limit = wanted;
     limit.AddBit(static_cast<uint8_t>(bit));
+    const Lanes centered = limit.Centered();
     Lanes count = Lanes::Set(0);
     for (size_t j = 0; j < size; ++j) {
       const uint8_t* const row = rows[j] + first;
-      for (size_t i = 0; i < size; ++i) count.CountBelow(Lanes::Load(row + i), limit);
+      for (size_t i = 0; i < size; ++i) count.CountBelow(Lanes::Load(row + i), centered);
     }
     wanted.TakeWhereAtMost(limit, count, middle);
     below.TakeWhereAtMost(count, count, middle);
@@ -94,13 +101,17 @@ inline Lanes WantedTaps(const uint8_t* const* rows, const RankRows& ranks, size_
                         size_t first) {
   Lanes below;
   const Lanes wanted = WantedKeys<Lanes>(rows, ranks, size, first, below);
-  // The number of the tap among those that have the wanted key.
-  Lanes rest = Lanes::Set(size * size / 2);
-  rest.Subtract(below);
+  // The number of the tap among those that have the wanted key, counted from 1: its place is the
+  // number of taps up to which there are fewer.
+  Lanes number = Lanes::Set(size * size / 2 + 1);
+  number.Subtract(below);
+  const Lanes key = wanted.Centered(), limit = number.Centered();
+  Lanes equal = Lanes::Set(0).Centered();
   Lanes found = Lanes::Set(0);
   for (size_t i = 0; i < size; ++i) {
     for (size_t j = 0; j < size; ++j) {
-      rest.CountDown(Lanes::Load(rows[j] + first + i), wanted, Lanes::Set(i * size + j), found);
+      equal.CountEqual(Lanes::Load(rows[j] + first + i), key);
+      found.CountBelow(equal, limit);
     }
   }
   return found;
