@@ -17,7 +17,7 @@ Order = Literal["rgb", "bgr"]
 
 
 def imread(path: str | os.PathLike[str], *, order: Order = "rgb") -> Image:
-    """Reads a picture: PNG, JPEG, TIFF, WebP, BMP or PNM, upright.
+    """Reads a picture: PNG, JPEG, TIFF, WebP, GIF, BMP or PNM, upright.
 
     Returns: uint8 of shape (h, w) for greys, (h, w, 3) for colours, (h, w, 4) with straight alpha.
     Sixteen bits per channel are reduced to eight, palettes become colours.

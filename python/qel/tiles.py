@@ -123,7 +123,8 @@ def map_blocks(
 
     Returns: a new array of the same kind, or `out`. Dask computes it when asked to.
 
-    Raises ArgumentError for operations that need the whole picture, such as rotate.
+    Raises ArgumentError for operations that need the whole picture, such as rotate, for second
+    pictures of another size, and for an `out` that overlaps the array.
 
     >>> bool((qel.tiles.map_blocks(qel.median, image, size=5) == qel.median(image, size=5)).all())
     True
