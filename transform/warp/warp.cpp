@@ -68,6 +68,25 @@ void PullPixels(ITransform& transform, const ImageView& source, const ImageView&
   copy.Finish();
 }
 
+/// Pixels of `kBytes` bytes. Those of three go as two and one: all of them through a word in memory
+/// would wait for its parts to be stored.
+template <int kBytes>
+uint32_t LoadPixel(const uint8_t* from) {
+  if constexpr (kBytes == 3) return LoadPixel<2>(from) | uint32_t{from[2]} << 16;
+  uint32_t pixel = 0;
+  std::memcpy(&pixel, from, kBytes);
+  return pixel;
+}
+template <int kBytes>
+void StorePixel(uint32_t pixel, uint8_t* to) {
+  if constexpr (kBytes == 3) {
+    StorePixel<2>(pixel, to);
+    to[2] = static_cast<uint8_t>(pixel >> 16);
+  } else {
+    std::memcpy(to, &pixel, kBytes);
+  }
+}
+
 /// Sends the first `columns` pixels of every source row through the transform and has those that
 /// land on `target` painted there.
 template <int kBytes, typename Painter>
@@ -93,9 +112,7 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
     const uint8_t* const from = source.Row(chunk.row) + int64_t{chunk.first} * kBytes;
     for (int i = 0; i < chunk.count; ++i) {
       if (chunk.x[i] < 0) continue;
-      uint32_t pixel = 0;
-      std::memcpy(&pixel, from + int64_t{i} * kBytes, kBytes);
-      painting.Paint(pixel, chunk.x[i], chunk.y[i]);
+      painting.Paint(LoadPixel<kBytes>(from + int64_t{i} * kBytes), chunk.x[i], chunk.y[i]);
     }
     painter = painting;
     chunk.count = 0;
@@ -135,7 +152,7 @@ struct Canvas {
       : bits(target.bits), stride(target.stride), width(target.width), height(target.height) {}
 
   void Put(int x, int y, uint32_t pixel) const {
-    std::memcpy(bits + y * stride + int64_t{x} * kBytes, &pixel, kBytes);
+    StorePixel<kBytes>(pixel, bits + y * stride + int64_t{x} * kBytes);
   }
 
   uint8_t* bits;
