@@ -48,8 +48,8 @@ TEST_F(TransformReadings, EqualFlipsBeyondTheCaches) {
   ExpectSame({RandomRaster(rng, 4101, 2731, 24)}, Call("Flip"));
 }
 
-// Sizes round the tiles of quarter turns, several planes, pixels of any number of bytes, strides
-// that are no whole number of words.
+// Sizes round the tiles and bands of quarter turns, several planes, pixels of any number of bytes,
+// strides that are no whole number of words.
 TEST_F(TransformReadings, EqualQuarterTurns) {
   Rng rng(2);
   for (const int depth : {1, 8, 16, 24, 25, 32, 39, 40, 64}) {
@@ -60,6 +60,7 @@ TEST_F(TransformReadings, EqualQuarterTurns) {
                               {33, 64, 0},
                               {50, 131, 0},
                               {130, 40, 0},
+                              {2070, 65, 0},
                               {0, 3, 0}}) {
       for (const int angle : {90, 180, 270, 45, -90}) {
         const int planes = rng.Int(0, 3);

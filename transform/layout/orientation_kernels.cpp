@@ -21,6 +21,10 @@ void CopyPixel(uint8_t* dest, const uint8_t* source) {
 /// Source rows and columns of a tile.
 constexpr int64_t kTileRows = 64;
 constexpr int64_t kTileColumns = 16;
+/// Source columns of wide pictures that tiles go along before the next rows: each becomes a row in
+/// a page of its own, and the processor remembers where some two thousand pages are.
+constexpr int64_t kBandColumns = 1024;
+static_assert(kBandColumns % kTileColumns == 0);
 
 /// Transposes the squares that the blocks of `rows` hold.
 template <typename V, size_t kSide>
@@ -137,11 +141,11 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
                int64_t columns, int64_t rows) {
   const bool has_tiles =
       (kBytes != 3 || kHasTableLookupBytes) && rows >= kTileRows && columns >= kTileColumns;
-  for (int64_t next_x = 0; next_x < rows; next_x += kTileRows) {
+  const auto transpose_band = [&](int64_t next_x, int64_t begin, int64_t end) {
     // The last tiles overlap those before them.
     const int64_t x = has_tiles ? Smaller(next_x, rows - kTileRows) : next_x;
     const int64_t tile_rows = Smaller(rows - x, kTileRows);
-    for (int64_t next_y = 0; next_y < columns; next_y += kTileColumns) {
+    for (int64_t next_y = begin; next_y < end; next_y += kTileColumns) {
       const int64_t y = has_tiles ? Smaller(next_y, columns - kTileColumns) : next_y;
       uint8_t* const to = dest + y * dest_stride + x * kBytes;
       const uint8_t* const from = source + x * source_stride + y * kBytes;
@@ -157,6 +161,11 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
                                 Smaller(columns - y, kTileColumns), tile_rows);
       }
     }
+  };
+  const int64_t band_columns = columns <= 2 * kBandColumns ? columns : kBandColumns;
+  for (int64_t begin = 0; begin < columns; begin += band_columns) {
+    const int64_t end = Smaller(columns, begin + band_columns);
+    for (int64_t x = 0; x < rows; x += kTileRows) transpose_band(x, begin, end);
   }
 }
 

@@ -111,7 +111,9 @@ void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on,
   int32_t offsets[kChunk];
   for (; count > 0; first += kChunk) {
     const size_t some = count < kChunk ? count : kChunk;
-    for (int32_t i = 0; i < static_cast<int32_t>(some); ++i) {
+    // Whole vectors, so that none of a short run are left over.
+    const auto rounded = static_cast<int32_t>((some + I32::kLanes - 1) / I32::kLanes * I32::kLanes);
+    for (int32_t i = 0; i < rounded; ++i) {
       const float x = line.start_x + static_cast<float>(first + i);
       const float source_x = line.cosine * x + line.sine_y + line.shift_x;
       const float source_y = line.cosine_y - line.sine * x + line.shift_y;
