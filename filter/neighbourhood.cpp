@@ -145,7 +145,7 @@ Strips::Strips(const SourceRows& source, DestRows& out, const Interval& window,
       out_(out),
       window_(window),
       inner_{0, out.Columns()},
-      tiles_(0, out.Columns(), most.assembled) {
+      tiles_(0, out.Columns(), std::min(most.assembled, kTileColumns)) {
   const int64_t step = source.pixel_bytes();
   // The columns whose windows, and what is read past them, lie inside.
   const int64_t past = window.first + window.count - 1;
@@ -161,7 +161,7 @@ Strips::Strips(const SourceRows& source, DestRows& out, const Interval& window,
   }
   inner_ = {begin, end - begin};
   tiles_ = Tiles(begin, end, most.in_place);
-  const int64_t widest = std::min({end - begin, most.in_place, kTileColumns}) + window.count - 1;
+  const int64_t widest = std::min(end - begin, most.in_place) + window.count - 1;
   outside_ = scratch.data() + scratch.size() - ScratchPitch(static_cast<size_t>(widest * step));
   RepeatPixel(outside_, widest + static_cast<int64_t>(slack) / step, source.outside(),
               source.pixel_bytes());

@@ -41,7 +41,7 @@ struct ScratchBlock {
   operator std::span<uint8_t>() { return bytes; }
   alignas(64) uint8_t bytes[kBytes];
 };
-/// Most columns of a tile.
+/// Most columns that are assembled, or written, at a time.
 inline constexpr int64_t kTileColumns = 4096;
 /// Readable bytes after the pixels of a scratch row, for vectors that start inside it.
 inline constexpr size_t kRowSlack = 128;
@@ -61,7 +61,7 @@ constexpr int64_t ScratchRowBytes(size_t bytes, int64_t rows) {
 class Tiles {
  public:
   Tiles(int64_t first, int64_t end, int64_t most) : first_(first), columns_(end - first) {
-    most = std::clamp<int64_t>(most, 1, kTileColumns);
+    most = std::max<int64_t>(most, 1);
     count_ = (columns_ + most - 1) / most;
   }
   int64_t count() const { return count_; }
@@ -335,7 +335,11 @@ void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& 
   const int64_t assembled =
       ScratchRowBytes(scratch.size(), window.rows.count) / source.pixel_bytes() -
       (window.columns.count - 1);
-  const StripWidths widths{assembled, kTileColumns};
+  // In place, a scratch row is as long as the strip: long rows pass by quicker than parts of them.
+  const int64_t in_place =
+      (ScratchRowBytes(scratch.size(), 1) - static_cast<int64_t>(slack)) / source.pixel_bytes() -
+      window.columns.count;
+  const StripWidths widths{assembled, in_place};
   ForEachStrip(source, out, window.columns, widths, slack, scratch, [&](Strip& strip) {
     const size_t pitch = ScratchPitch(strip.InBytes());
     // Row `number` of all that are read has its slot, which it leaves to one that comes later.

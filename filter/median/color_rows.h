@@ -171,13 +171,16 @@ void SpreadPixels(uint8_t* units, const uint8_t* pixels, size_t count) {
 
 template <size_t kChannels>
 void MiddleColors(uint8_t* dest, uint8_t* upper, const uint8_t* middle, const uint8_t* pixels,
-                  size_t count) {
+                  const uint8_t* const (&ahead)[2], size_t count) {
   // Two pixels and what fills a vector are stored past a unit.
   alignas(64) uint8_t last[(kUnitWindows + 4) * kChannels];
   for (size_t k = 0; k < count; k += kUnitWindows) {
     const size_t first = FirstOfUnit(k, count);
-    PrefetchAhead<kUnitWindows * kChannels>(pixels + first * kChannels);
-    PrefetchAhead<kUnitWindows * kChannels>(dest + first * kChannels);
+    for (const uint8_t* const row : ahead) {
+      for (size_t i = 0; i < kUnitWindows * kChannels; i += 64) {
+        PrefetchLine(row + first * kChannels + i);
+      }
+    }
     const auto lower = Unit<kChannels>::FromPixels(pixels + first * kChannels);
     const U8 taps = MiddleTapsOf([&](size_t j, size_t i) {
       const size_t at = (kChannels + i) * kVectorBytes;

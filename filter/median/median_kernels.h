@@ -27,9 +27,9 @@ struct ColorKernels {
   /// Spreads the pixels under `count` windows.
   void (*spread)(uint8_t* units, const uint8_t* pixels, size_t count);
   /// Writes the middle colors of `count` windows in two rows that are spread, and a third one that
-  /// then takes the place of the upper one.
+  /// then takes the place of the upper one. As much is fetched of the rows `ahead`.
   void (*middle)(uint8_t* dest, uint8_t* upper, const uint8_t* middle, const uint8_t* pixels,
-                 size_t count);
+                 const uint8_t* const (&ahead)[2], size_t count);
 };
 
 /// Windows that sixteen columns of pixels hold.

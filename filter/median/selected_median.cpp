@@ -163,6 +163,8 @@ const ColorKernels& ColorsOf(int pixel_bytes) {
   constexpr int64_t kMostWindows = 2016;
   constexpr size_t kPitch = SpreadBytes(kMostWindows, 4);
   constexpr size_t kSlack = 16;
+  // A row at a time is more than the memory takes at once, so kernels fetch along their way.
+  constexpr int64_t kRowsAhead = 2;
   const SourceRows rows(source);
   DestRows out(dest);
   const ColorKernels& kernels = ColorsOf(rows.pixel_bytes());
@@ -176,9 +178,16 @@ const ColorKernels& ColorsOf(int pixel_bytes) {
                  kernels.spread(upper, strip.Read(-1, assembled), count);
                  kernels.spread(middle, strip.Read(0, assembled), count);
                  for (int64_t y = 0; y < strip.Rows(); ++y) {
-                   strip.Prefetch(y, 1);
-                   kernels.middle(strip.Open(y), upper, middle, strip.Read(y + 1, assembled),
-                                  count);
+                   const uint8_t* const pixels = strip.Read(y + 1, assembled);
+                   uint8_t* const to = strip.Open(y);
+                   const uint8_t* ahead[] = {pixels, to};
+                   if (strip.InPlace()) {
+                     ahead[0] = strip.Read(y + 1 + kRowsAhead, nullptr);
+                     ahead[1] = strip.Open(std::min(y + kRowsAhead, strip.Rows() - 1));
+                   } else {
+                     strip.Prefetch(y, 1);
+                   }
+                   kernels.middle(to, upper, middle, pixels, ahead, count);
                    strip.Close(y);
                    std::swap(upper, middle);
                  }
