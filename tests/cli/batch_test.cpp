@@ -495,9 +495,6 @@ TEST_F(Bulk, MemoryHardlyGrowsWithTheNumberOfFiles) {
 }
 
 TEST_F(Bulk, GnuParallelSharesTheWork) {
-  if (Shell("parallel --version | grep -q '^GNU parallel'").exit_code != 0) {
-    GTEST_SKIP() << "GNU parallel is not installed";
-  }
   MakeInputs(9);
   WriteFile(folder_ / "in/x y.pgm", Gray(200));
   Shell("ls in/* > list");

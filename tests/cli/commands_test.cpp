@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iostream>
 
 #include "cli/batch/picture_io.h"
 #include "cli/commands/command_table.h"
@@ -216,12 +215,7 @@ TEST_F(Commands, CompletionFollowsTheTables) {
       {"zsh -f try.zsh", "contrast=\nstrip\nfiles\n--json\n"},
       {"fish -N try.fish", "contrast=\n--json\nwith=small.ppm\n"}};
   for (const auto& [words, expected] : shells) {
-    const std::string shell = words.substr(0, words.find(' '));
-    if (Shell("command -v " + shell).exit_code == 0) {
-      EXPECT_EQ(Shell(words).output, expected);
-    } else {
-      std::cout << shell << " is missing: its completion was not tried\n";
-    }
+    EXPECT_EQ(Shell(words).output, expected) << words;
   }
   EXPECT_EQ(Run("completion tcsh").exit_code, kUsage);
 }
