@@ -87,48 +87,32 @@ uint8_t Mixed(uint8_t a, uint8_t b, float factor_a, float factor_b, float offset
   return FullClamp((product_a + product_b) + offset);
 }
 
-/// A sample map from one row to another, by source and destination depth.
-struct RowScaler {
+/// Maps the samples of one pixel, by source and destination depth.
+struct PixelScaler {
   float factor;
   float offset;
 
   float Map(float sample) const { return sample * factor + offset; }
   uint8_t Byte(float sample) const { return FullClamp(Map(sample)); }
 
-  void FromWords(uint8_t* d, int dest_bits, bool to_words, const uint8_t* s, int64_t width) const {
-    for (int64_t x = 0; x < width; ++x) {
-      const auto sample = static_cast<float>(LoadWord(s + 4 * x));
-      if (to_words) {
-        StoreWord(d + 4 * x, LowerClamp(Map(sample)));
-      } else if (dest_bits == 8) {
-        d[x] = Byte(sample);
-      } else {
-        for (int i = 0; i < 3; ++i) d[dest_bits / 8 * x + i] = Byte(sample);
-      }
-    }
-  }
-
-  void ToGray(uint8_t* d, const uint8_t* s, int source_bytes, int64_t width) const {
-    const RowScaler third = {factor / 3.0f, offset};
-    for (int64_t x = 0; x < width; ++x) {
-      const uint8_t* from = s + source_bytes * x;
-      const float sum =
-          (static_cast<float>(from[0]) + static_cast<float>(from[1])) + static_cast<float>(from[2]);
-      d[x] = third.Byte(sum);
-    }
+  void FromWord(uint8_t* d, int dest_bits, bool to_words, const uint8_t* s) const {
+    const auto sample = static_cast<float>(LoadWord(s));
+    if (to_words) return StoreWord(d, LowerClamp(Map(sample)));
+    for (int i = 0; i < (dest_bits == 8 ? 1 : 3); ++i) d[i] = Byte(sample);
   }
 
   void FromColor(uint8_t* d, int dest_bits, const uint8_t* s, int source_bits,
-                 int64_t width) const {
+                 bool is_first) const {
     if (dest_bits == 8) {
-      ToGray(d, s, source_bits / 8, width);
+      const float sum =
+          (static_cast<float>(s[0]) + static_cast<float>(s[1])) + static_cast<float>(s[2]);
+      d[0] = PixelScaler{factor / 3.0f, offset}.Byte(sum);
     } else if (dest_bits == 24) {
-      for (int64_t x = 0; x < width; ++x) {
-        for (int i = 0; i < 3; ++i) d[3 * x + i] = Byte(s[source_bits / 8 * x + i]);
+      for (int i = 0; i < 3; ++i) d[i] = Byte(s[i]);
+    } else if (source_bits == 32 || is_first) {
+      for (int i = 0; i < source_bits / 8; ++i) {
+        d[i] = static_cast<uint8_t>(LowerClamp(Map(s[i])) & 255);
       }
-    } else {
-      const int64_t bytes = source_bits == 32 ? 4 * width : std::min<int64_t>(width, 1) * 3;
-      for (int64_t i = 0; i < bytes; ++i) d[i] = static_cast<uint8_t>(LowerClamp(Map(s[i])) & 255);
     }
   }
 };
@@ -261,20 +245,19 @@ result_t Scale(Raster& dest, const Raster& source, const Raster* mask, float fac
   int64_t source_step = source.stride;
   if (reads_words) source_step = int64_t{4} * (from == 8 ? source.stride : source.stride / 4);
   const Raster* used_mask = gray_to_gray ? mask : nullptr;
-  const RowScaler scaler = {factor, offset};
+  const PixelScaler scaler = {factor, offset};
   for (int plane = 0; plane < (gray_to_gray ? 1 : source.planes); ++plane) {
     if (!source.Bits(plane) || !dest.Bits(plane) || LacksPixels(used_mask)) continue;
     for (int64_t y = 0; y < height; ++y) {
-      const uint8_t* s = source.Bits(plane) + y * source_step;
-      uint8_t* d = dest.Bits(plane) + y * dest_step;
-      if (reads_words) {
-        scaler.FromWords(d, to, writes_words, s, width);
-      } else if (from != 8) {
-        scaler.FromColor(d, to, s, from, width);
-      } else {
-        for (int64_t x = 0; x < width; ++x) {
-          if (!IsSelected(used_mask, x, y)) continue;
-          for (int i = 0; i < to / 8; ++i) d[to / 8 * x + i] = scaler.Byte(s[x]);
+      for (int64_t x = 0; x < width; ++x) {
+        const uint8_t* s = source.Bits(plane) + y * source_step + x * (reads_words ? 4 : from / 8);
+        uint8_t* d = dest.Bits(plane) + y * dest_step + x * (to / 8);
+        if (reads_words) {
+          scaler.FromWord(d, to, writes_words, s);
+        } else if (from != 8) {
+          scaler.FromColor(d, to, s, from, x == 0);
+        } else if (IsSelected(used_mask, x, y)) {
+          for (int i = 0; i < to / 8; ++i) d[i] = scaler.Byte(s[0]);
         }
       }
     }

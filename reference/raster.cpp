@@ -184,16 +184,13 @@ std::string Raster::Difference(const Raster& other) const {
   const auto [here, there] =
       std::mismatch(memory_.begin(), memory_.end(), other.memory_.begin(), other.memory_.end());
   if (here == memory_.end()) return {};
-  const int64_t at = here - memory_.begin();
-  const int64_t origin = plane_offsets_.empty() ? 0 : static_cast<int64_t>(plane_offsets_[0]);
-  const int64_t step = stride == 0 ? 1 : std::abs(stride);
-  const int64_t relative = at - origin;
-  const int64_t row = relative >= 0 ? relative / step : (relative - step + 1) / step;
-  char text[200];
-  std::snprintf(text, sizeof(text), "%s: byte %lld of stored row %lld is %d, not %d",
-                Describe().c_str(), static_cast<long long>(relative - row * step),
-                static_cast<long long>(stride < 0 ? -row : row), *here, *there);
-  return text;
+  const int64_t step = std::max(std::abs(stride), 1);
+  const int64_t at = here - memory_.begin() -
+                     (plane_offsets_.empty() ? 0 : static_cast<int64_t>(plane_offsets_[0]));
+  const int64_t row = at >= 0 ? at / step : (at - step + 1) / step;
+  return Describe() + ": byte " + std::to_string(at - row * step) + " of stored row " +
+         std::to_string(stride < 0 ? -row : row) + " is " + std::to_string(*here) + ", not " +
+         std::to_string(*there);
 }
 
 uint32_t UsualModel(int bit_count) {

@@ -125,31 +125,16 @@ inline const std::vector<int> kCommonDepths = {8, 24, 32};
 /// The usual colour model of a bit count.
 uint32_t UsualModel(int bit_count);
 
-/// Calls `visit(raster, rng)` with noisy, flat, two-valued and graded images of each depth: sizes
-/// round the vector lengths, single rows and columns, empty ones; padded, misaligned and bottom-up.
-template <typename Visitor>
-void ForEachRaster(uint64_t seed, const std::vector<int>& depths, Visitor&& visit);
-
 /// A random layout.
 Layout RandomLayout(Rng& rng);
-/// A random image of one of the kinds of `ForEachRaster`.
+/// A random image: noisy, flat, two-valued or graded.
 Raster RandomRaster(Rng& rng, int width, int height, int bit_count);
 
+/// Sizes round the vector lengths, single rows and columns, empty ones.
 inline constexpr Shape kSizes[] = {{1, 1, 0},  {2, 3, 0},   {3, 2, 0},   {7, 5, 0},  {15, 4, 0},
                                    {16, 3, 0}, {17, 9, 0},  {31, 6, 0},  {33, 4, 0}, {63, 3, 0},
                                    {64, 5, 0}, {65, 7, 0},  {100, 3, 0}, {1, 9, 0},  {0, 5, 0},
                                    {5, 0, 0},  {130, 2, 0}, {230, 6, 0}};
-
-template <typename Visitor>
-void ForEachRaster(uint64_t seed, const std::vector<int>& depths, Visitor&& visit) {
-  Rng rng(seed);
-  for (const int depth : depths) {
-    for (const Shape& size : kSizes) {
-      Raster::NewImageLayout() = RandomLayout(rng);
-      visit(RandomRaster(rng, size.width, size.height, depth), rng);
-    }
-  }
-}
 
 }  // namespace qel::test
 

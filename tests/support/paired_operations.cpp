@@ -131,10 +131,10 @@ void AddColor(Table& table) {
   table.Add("GrayScale");
   table.Add("Threshold", AnyAmount);
   table.may_be_fenced = true;
-  table.AddCase("Lut", [](Rng& rng, PairedCase&) {
+  table.Add("Lut", [](Rng& rng) {
     std::vector<uint8_t> values(256);
     for (uint8_t& value : values) value = AnyByte(rng);
-    return Call("Lut", values);
+    return values;
   });
   table.Add("Light", AnyAmount, AnyAmount);
   table.Add("Gamma", AnyFloat);
