@@ -295,24 +295,10 @@ Bytes PngWith(Bytes file, const Bytes& exif, bool at_end) {
 
 /// Where the stored pixel (x, y) of a width x height picture is seen.
 std::pair<int, int> Upright(int orientation, int x, int y, int width, int height) {
-  switch (orientation) {
-    case 2:
-      return {width - 1 - x, y};
-    case 3:
-      return {width - 1 - x, height - 1 - y};
-    case 4:
-      return {x, height - 1 - y};
-    case 5:
-      return {y, x};
-    case 6:
-      return {height - 1 - y, x};
-    case 7:
-      return {height - 1 - y, width - 1 - x};
-    case 8:
-      return {y, width - 1 - x};
-    default:
-      return {x, y};
-  }
+  const std::string seen = std::to_string(orientation);
+  if (std::string("2378").find(seen) != std::string::npos) x = width - 1 - x;
+  if (std::string("3467").find(seen) != std::string::npos) y = height - 1 - y;
+  return orientation >= 5 ? std::pair(y, x) : std::pair(x, y);
 }
 
 class Orientation : public testing::TestWithParam<int> {};

@@ -80,20 +80,6 @@ def test_files_come_back_and_their_errors_are_os_errors(tmp_path):
         assert isinstance(caught.value, (qel.FileError, qel.ArgumentError))
 
 
-def test_large_arrays_give_the_bytes_of_their_parts():
-    for row in TABLE:
-        channels = row["channels"][-1]
-        arguments = arguments_of(row, channels)
-        if not row["in_place"] or "other" in arguments or "mask" in arguments:
-            continue
-        function, image = getattr(qel, row["python"]), picture(channels, 0, 410, 700)
-        if qel.tiles.border(function, image, **arguments) != (0, 0):
-            continue
-        whole = function(image, **arguments)
-        parts = [function(image[y:y + 41], **arguments) for y in range(0, 410, 41)]
-        np.testing.assert_array_equal(whole, np.concatenate(parts), row["name"])
-
-
 def test_copies_warn_only_those_who_ask():
     image, strided = picture(3), picture(3)[:, ::2]
     with warnings.catch_warnings():

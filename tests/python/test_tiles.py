@@ -55,20 +55,9 @@ def test_wrong_arguments_are_told_before_any_block():
         qel.tiles.map_blocks(qel.negative, own, out=own)
 
 
-def sharpen_file(source, target):
-    qel.imwrite(target, qel.sharpen(qel.imread(source)))
-    return str(target)
-
-
-def test_a_cluster_gives_the_bytes_of_one_process(tmp_path):
-    for i in range(200):
-        qel.imwrite(tmp_path / f"{i}.png", picture(3, i % 7)[: 10 + i % 20])
+def test_a_cluster_gives_the_bytes_of_one_process():
     large = picture(3, 1, 500, 700)
     lazy = qel.tiles.map_blocks(qel.median, da.from_array(large, chunks=(128, 256, 3)), size=5)
     cluster = distributed.LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=None)
     with cluster, distributed.Client(cluster) as client:
-        pairs = [(tmp_path / f"{i}.png", tmp_path / f"out{i}.png") for i in range(200)]
-        client.gather(client.map(sharpen_file, *zip(*pairs)))
         np.testing.assert_array_equal(client.compute(lazy).result(), qel.median(large, size=5))
-    for source, target in pairs:
-        np.testing.assert_array_equal(qel.imread(target), qel.sharpen(qel.imread(source)))

@@ -118,6 +118,17 @@ int32_t Truncated(double value) {
   return value > -2147483649.0 && value < 2147483648.0 ? static_cast<int32_t>(value) : INT32_MIN;
 }
 
+template <typename Value>
+uint64_t SumOf(size_t count, Value value) {
+  uint64_t sum = 0;
+  for (size_t k = 0; k < count; ++k) sum += value(k);
+  return sum;
+}
+template <typename Test>
+uint64_t BitsWhere(size_t count, Test test) {
+  return SumOf(count, [&](size_t k) { return uint64_t{test(k)} << k; });
+}
+
 template <size_t kChannels>
 U8 Channel(const Drawn<U8>* from, size_t channel) {
   U8 channels[kChannels];
@@ -175,56 +186,25 @@ const Primitive kAll[] = {
          0x03030303 + a[4 * i] * int8_t(b[4 * i]) + a[4 * i + 1] * int8_t(b[4 * i + 1]) +
              a[4 * i + 2] * int8_t(b[4 * i + 2]) + a[4 * i + 3] * int8_t(b[4 * i + 3])),
     CASE(U64, U8, SumsOf8(a),
-         [&] {
-           uint64_t sum = 0;
-           for (size_t k = 0; k < 8; ++k) sum += a[8 * i + k];
-           return sum;
-         }()),
+         SumOf(8, [&](size_t k) { return uint64_t{a[8 * i + k]}; })),
     CASE(U64, U64, Set<U64>(ReduceSum(a)),
-         [&] {
-           uint64_t sum = 0;
-           for (size_t k = 0; k < n; ++k) sum += a[k];
-           return sum;
-         }()),
+         SumOf(n, [&](size_t k) { return uint64_t{a[k]}; })),
 
     // Masks.
     CASE(U8, U8, MaskedLoad<U8>(a < b, &drawn), a[i] < b[i] ? a[i] : 0),
     CASE(U64, U8, Set<U64>(BitsEqual(a & Set<U8>(3), b & Set<U8>(3))),
-         [&] {
-           uint64_t bits = 0;
-           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] % 4 == b[k] % 4} << k;
-           return bits;
-         }()),
+         BitsWhere(n, [&](size_t k) { return a[k] % 4 == b[k] % 4; })),
     CASE(U64, U16, Set<U64>(BitsGreater(a, b)),
-         [&] {
-           uint64_t bits = 0;
-           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] > b[k]} << k;
-           return bits;
-         }()),
+         BitsWhere(n, [&](size_t k) { return a[k] > b[k]; })),
     CASE(U64, U8, Set<U64>(BitsFromMask(a < b)),
-         [&] {
-           uint64_t bits = 0;
-           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] < b[k]} << k;
-           return bits;
-         }()),
+         BitsWhere(n, [&](size_t k) { return a[k] < b[k]; })),
     CASE(U64, I16, Set<U64>(BitsFromMask(a < b) << 8),
-         [&] {
-           uint64_t bits = 0;
-           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] < b[k]} << k;
-           return bits << 8;
-         }()),
+         BitsWhere(n, [&](size_t k) { return a[k] < b[k]; }) << 8),
     CASE(U64, F64, Set<U64>(BitsFromMask(a < b) << 1 | (AllFalse(a < b) ? 1 : 0)),
-         [&] {
-           uint64_t bits = 0;
-           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] < b[k]} << k;
-           return bits << 1 | (bits == 0 ? 1 : 0);
-         }()),
+         BitsWhere(n, [&](size_t k) { return a[k] < b[k]; }) << 1 |
+             (SumOf(n, [&](size_t k) { return uint64_t{a[k] < b[k]}; }) == 0)),
     CASE(U64, I32, Set<U64>(BitsFromMask(a < b)),
-         [&] {
-           uint64_t bits = 0;
-           for (size_t k = 0; k < n; ++k) bits |= uint64_t{a[k] < b[k]} << k;
-           return bits;
-         }()),
+         BitsWhere(n, [&](size_t k) { return a[k] < b[k]; })),
     CASE(I16, I16, VecFromMask(a < b), a[i] < b[i] ? -1 : 0),
     CASE(U8, U8, IncrementWhere(a < b, c), c[i] + (a[i] < b[i])),
     CASE(U8, U8, DecrementWhere(a < b, c), c[i] - (a[i] < b[i])),

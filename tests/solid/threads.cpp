@@ -7,6 +7,7 @@
 
 #include "host/host_collection.h"
 #include "host/module_library.h"
+#include "operations/operation.h"
 #include "tests/support/build_paths.h"
 #include "tests/support/host_images.h"
 #include "tests/support/operation_calls.h"
@@ -35,11 +36,7 @@ class Program {
 };
 
 SmartPtr<host::HostImage> NoisyImage(int depth, uint64_t seed) {
-  return test::NoisyImage(40, 30, depth,
-                          depth == 24   ? kModelBgr
-                          : depth == 32 ? kModelArgb
-                                        : kModelMono,
-                          seed);
+  return test::NoisyImage(40, 30, depth, operations::ModelOf(depth), seed);
 }
 
 void RunOnThreads(const std::function<void(int thread)>& work) {
