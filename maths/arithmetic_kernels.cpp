@@ -233,26 +233,38 @@ void GrayOf4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap&
 }
 
 /// The bytes of a block of 32-bit integers.
-U8 BytesOfIntegers(const uint8_t* integers, const LinearMap& scale) {
+template <bool kFits>
+QEL_SIMD_INLINE U8 BytesOfIntegers(const uint8_t* integers, const LinearMap& scale) {
   const auto bytes = [&](size_t k) {
-    // The operands stand so that what is not a number gives 0.
     const F32 scaled = scale(ConvertTo<F32>(LoadU<I32>(integers + k * kVectorBytes)));
+    if (kFits) return ConvertTo<I32>(scaled);  // clamped when they become bytes
+    // The operands stand so that what is not a number gives 0.
     return ConvertTo<I32>(Min(Max(scaled, Zero<F32>()), Set<F32>(255.0f)));
   };
   return OrderedDemote4To8(bytes(0), bytes(1), bytes(2), bytes(3));
 }
-void WordsTo1(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+/// Calls `walk(bytes_of)` with a function that makes the bytes of a block of 32-bit integers.
+template <typename Walk>
+void WithBytesOfIntegers(const ScaleMap& map, const Walk& walk) {
   const LinearMap scale(map);
-  WalkBlocks<kVectorBytes>(
-      count, [&](uint8_t* to, const uint8_t* from) { StoreU(BytesOfIntegers(from, scale), to); },
-      To<1>{dest}, From<4>{source});
+  if (map.words_fit) {
+    return walk([=](const uint8_t* from) { return BytesOfIntegers<true>(from, scale); });
+  }
+  walk([=](const uint8_t* from) { return BytesOfIntegers<false>(from, scale); });
+}
+void WordsTo1(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  WithBytesOfIntegers(map, [=](const auto& bytes_of) {
+    WalkBlocks<kVectorBytes>(
+        count, [&](uint8_t* to, const uint8_t* from) { StoreU(bytes_of(from), to); }, To<1>{dest},
+        From<4>{source});
+  });
 }
 void WordsTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
-  const LinearMap scale(map);
-  WalkBlocks<kVectorBytes>(
-      count,
-      [&](uint8_t* to, const uint8_t* from) { StoreRepeated3(BytesOfIntegers(from, scale), to); },
-      To<3>{dest}, From<4>{source});
+  WithBytesOfIntegers(map, [=](const auto& bytes_of) {
+    WalkBlocks<kVectorBytes>(
+        count, [&](uint8_t* to, const uint8_t* from) { StoreRepeated3(bytes_of(from), to); },
+        To<3>{dest}, From<4>{source});
+  });
 }
 void WordsTo4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const LinearMap scale(map);
@@ -261,7 +273,7 @@ void WordsTo4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap
       [&](uint8_t* to, const uint8_t* from) {
         U8 channels[4];
         LoadInterleaved<4>(to, channels);
-        channels[0] = channels[1] = channels[2] = BytesOfIntegers(from, scale);
+        channels[0] = channels[1] = channels[2] = BytesOfIntegers<false>(from, scale);
         StoreInterleaved<4>(channels, to);
       },
       To<4>{dest}, From<4>{source});
@@ -278,7 +290,8 @@ void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const Scal
       To<4>{dest}, From<4>{source});
 }
 
-void Scale8(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset) {
+template <typename Factor>
+void Scale8(uint8_t* dest, const uint8_t* source, size_t count, Factor factor, int32_t offset) {
   const I32 offsets = Set<I32>(offset);
   WalkBlocks<kVectorBytes>(
       count,
@@ -330,7 +343,8 @@ constinit const ArithmeticKernels kArithmeticKernels = {
     .words_to_4 = Choose(&WordsTo4, one_by_one::WordsTo4),
     .words_to_words = Choose(&WordsToWords, &one_by_one::WordsToWords),
     .map_bytes_where = Choose(&MapBytesWhere, &one_by_one::MapBytesWhere),
-    .scale8 = Choose(&Scale8, &one_by_one::Scale8),
+    .scale8 = Choose(&Scale8<double>, &one_by_one::Scale8<double>),
+    .scale8_single = Choose(&Scale8<float>, &one_by_one::Scale8<float>),
 };
 
 }  // namespace qel::QEL_LEVEL

@@ -60,6 +60,7 @@ struct ScaleMap {
   float factor, offset;
   uint8_t table[256];
   std::optional<ByteLine> line = {};
+  bool words_fit = false;  ///< what 32-bit integers become fits them
 
   ByteMap OfBytes() const { return {table, line}; }
 
@@ -122,6 +123,9 @@ struct ArithmeticKernels {
                           const ScaleMap& map);
   /// trunc(value * factor) + offset of signed 32-bit integers, clamped to a byte.
   void (*scale8)(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset);
+  /// The same with products in single precision.
+  void (*scale8_single)(uint8_t* dest, const uint8_t* source, size_t count, float factor,
+                        int32_t offset);
 };
 
 QEL_TABLES_PER_LEVEL(ArithmeticKernels)

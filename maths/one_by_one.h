@@ -106,9 +106,10 @@ void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const Scal
   }
 }
 
-void Scale8(uint8_t* dest, const uint8_t* source, size_t count, double factor, int32_t offset) {
+template <typename Factor>
+void Scale8(uint8_t* dest, const uint8_t* source, size_t count, Factor factor, int32_t offset) {
   for (size_t i = 0; i < count; ++i) {
-    const int32_t product = TruncateToInt(static_cast<double>(WordAt(source, i)) * factor);
+    const int32_t product = TruncateToInt(static_cast<Factor>(WordAt(source, i)) * factor);
     dest[i] = ClampToByte(WrapAdd(product, offset));
   }
 }

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cmath>
+#include <optional>
 
 #include "image/image_view.h"
 #include "maths/arithmetic_kernels.h"
@@ -103,6 +105,7 @@ ScaleMap MapFor(const Conversion& conversion, float factor, float offset, int64_
   ScaleMap map;
   map.factor = conversion.by_thirds ? factor / 3.0f : factor;
   map.offset = offset;
+  map.words_fit = map.Bounded(INT32_MAX);
   int32_t values[256];
   for (int i = 0; i < 256; ++i) {
     const float value = map(static_cast<float>(i));
@@ -135,6 +138,29 @@ struct Rows {
     }
   }
 };
+
+/// A factor in single precision that does what `factor` does to integers in `Scale8`. Of the whole
+/// numbers that a byte may come from, each has a least integer that reaches it, and another factor
+/// does the same if it takes none of these below it and none of those before them to it. Factors
+/// from about 2^-22 of the largest such integer on leave room for one, roundings included.
+std::optional<float> SingleFactor(double factor, int offset) {
+  const double size = std::abs(factor);
+  // No product leaves the range of integers, and those beyond these give 0 or 255.
+  if (!(size > 1e-5 && size <= 0.5) || std::abs(int64_t{offset}) > 512) return {};
+  const int most = 256 + std::abs(offset);
+  double low = 0, high = 1;
+  for (int k = 1; k <= most; ++k) {
+    double least = std::ceil(k / size);
+    while ((least - 1) * size >= k) --least;
+    while (least * size < k) ++least;
+    low = std::max(low, k / least);
+    high = std::min(high, k / (least - 1));
+  }
+  constexpr double kRoundings = 1 + 1.0 / (1 << 22);
+  const auto single = static_cast<float>((low + high) / 2);
+  if (low * kRoundings > single || single * kRoundings > high) return {};
+  return std::copysign(single, static_cast<float>(factor));
+}
 
 }  // namespace
 
@@ -182,6 +208,8 @@ result_t CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double fac
   const NewPixels scaled(*dest, bytes_shape);
   // Deliberate: what is 8 bits already is not copied; `dest` stays as `Create` left it.
   if (shape.bit_count == 8) return kOk;
+  const auto single = shape.Columns() * shape.Rows() >= kBytesForLine ? SingleFactor(factor, offset)
+                                                                      : std::optional<float>();
   for (int plane = 0; plane < shape.planes; ++plane) {
     const ImageView from = ReadPlane(*source, shape, plane);
     const ImageView to = scaled.Plane(plane);
@@ -194,9 +222,13 @@ result_t CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double fac
     const RowWalk bytes = {to.bits, to.stride};
     const Kernels& kernels =
         ArithmeticKernelsFor(LevelFor(bytes, {words}, shape.Columns(), shape.Rows()));
+    const auto columns = static_cast<size_t>(shape.Columns());
     for (int64_t y = 0; y < shape.Rows(); ++y) {
-      kernels.scale8(bytes.Row(y), words.Row(y), static_cast<size_t>(shape.Columns()), factor,
-                     offset);
+      if (single) {
+        kernels.scale8_single(bytes.Row(y), words.Row(y), columns, *single, offset);
+      } else {
+        kernels.scale8(bytes.Row(y), words.Row(y), columns, factor, offset);
+      }
     }
   }
   return kOk;

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "tests/support/module_under_test.h"
 
@@ -37,6 +39,26 @@ TEST_F(MathsReadings, EqualScalingsOfLargeImages) {
                                         RandomRaster(rng, 8209, 9, 8)};
     ExpectSame(images, CallOn(from == 8 && to == 8 && round % 2 == 0 ? "102" : "10-", "Scale",
                               rng.Float(0.1f, 2.5f), rng.Float(-100, 150)));
+  }
+}
+
+// Large images of integers are scaled in single precision, by a factor that cuts off alike.
+TEST_F(MathsReadings, EqualBytesOfManyIntegers) {
+  constexpr double kFactors[] = {0.03, 0.1, 1.0 / 3, 0.25, -0.07, 1e-4, 0.49999999999};
+  Rng rng(4);
+  Raster integers(rng, 8209, 9, 32, kModelMono, {});
+  for (int round = 0; round < 18 && !HasFailure(); ++round) {
+    const double factor = round < 14 ? kFactors[round / 2] : rng.Float(-0.5f, 0.5f);
+    const int offset = round % 2 == 0 ? 0 : rng.Int(-300, 300);
+    const double reach = std::min(600 / std::abs(factor), 2e9);
+    for (int i = 0; i < 8209 * 9; ++i) {
+      const auto value = static_cast<int32_t>(rng.Float(-1, 1) * reach);
+      std::memcpy(integers.Row(i / 8209) + i % 8209 * 4, &value, sizeof(value));
+    }
+    ExpectSame({Raster(rng, 1, 1, 8, kModelMono, {}), integers},
+               CallOn("01", "Scale8", offset, factor));
+    ExpectSame({Raster(rng, 8209, 9, 8, kModelMono, {}), integers},
+               CallOn("01-", "Scale", factor, offset));
   }
 }
 
