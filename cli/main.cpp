@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <iostream>
 
-#include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
 #include "cli/operations.h"
+#include "cli/session/session.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/process.h"

@@ -7,7 +7,7 @@
 #include <memory>
 #include <unordered_map>
 
-#include "cli/batch/picture_io.h"
+#include "cli/session/picture_io.h"
 #include "cli/terminal/errors.h"
 #include "pictures/temporary_name.h"
 

@@ -18,7 +18,7 @@
 #include <system_error>
 #include <thread>
 
-#include "cli/batch/sha256.h"
+#include "cli/session/sha256.h"
 #include "cli/terminal/console.h"
 #include "pictures/atomic_file.h"
 

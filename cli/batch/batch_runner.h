@@ -6,8 +6,8 @@
 #include "cli/batch/batch_plan.h"
 #include "cli/batch/manifest.h"
 #include "cli/batch/picture_job.h"
+#include "cli/batch/progress.h"
 #include "cli/terminal/interruption.h"
-#include "cli/terminal/progress.h"
 #include "pictures/atomic_file.h"
 
 namespace qel::cli {

@@ -11,8 +11,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "cli/batch/sha256.h"
 #include "cli/operations.h"
+#include "cli/session/sha256.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json_reader.h"

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "cli/batch/forecast.h"
-#include "cli/batch/picture_io.h"
 #include "cli/batch/run_stats.h"
-#include "cli/batch/session.h"
+#include "cli/session/picture_io.h"
+#include "cli/session/session.h"
 #include "operations/bands/band_pipeline.h"
 #include "pictures/rows.h"
 

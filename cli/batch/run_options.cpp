@@ -9,11 +9,10 @@
 #include <sstream>
 #include <thread>
 
-#include "cli/batch/input_list.h"
-#include "cli/commands/command_table.h"
-#include "cli/commands/limit_options.h"
+#include "cli/batch/progress.h"
+#include "cli/session/input_list.h"
+#include "cli/session/limit_options.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/progress.h"
 
 namespace qel::cli {
 namespace {
@@ -100,8 +99,7 @@ std::string Recipe(const Options& options, const std::vector<std::string>& steps
 
 }  // namespace
 
-RunOptions ParseRunOptions(const std::string& command, const std::vector<std::string>& words) {
-  const Options options(words, KnownOptions(command));
+RunOptions ParseRunOptions(const std::string& command, const Options& options) {
   RunOptions run;
   SplitWords(command, options, run);
   if (command == "convert" && !run.steps.empty()) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/batch/shard.h"
+#include "cli/terminal/options.h"
 #include "pictures/atomic_file.h"
 #include "pictures/picture_file.h"
 
@@ -37,9 +38,9 @@ struct RunOptions {
   int progress_descriptor = 2;
 };
 
-/// The words after `command`, which is run or convert. Throws `Failure(kUsage)`, and
+/// What the words after `command` say, which is run or convert. Throws `Failure(kUsage)`, and
 /// `pictures::PictureError` for a recipe that cannot be read.
-RunOptions ParseRunOptions(const std::string& command, const std::vector<std::string>& words);
+RunOptions ParseRunOptions(const std::string& command, const Options& options);
 
 }  // namespace qel::cli
 

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "cli/batch/picture_io.h"
+#include "cli/session/picture_io.h"
 
 namespace qel::cli {
 namespace {

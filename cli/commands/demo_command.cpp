@@ -2,11 +2,11 @@
 #include <filesystem>
 #include <iostream>
 
-#include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
 #include "cli/drawing/demo_scene.h"
 #include "cli/drawing/picture_sheet.h"
 #include "cli/operations.h"
+#include "cli/session/session.h"
 #include "cli/terminal/errors.h"
 
 namespace qel::cli {

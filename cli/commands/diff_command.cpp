@@ -2,11 +2,11 @@
 #include <iomanip>
 #include <iostream>
 
-#include "cli/batch/picture_io.h"
 #include "cli/commands/command_table.h"
 #include "cli/commands/compare.h"
-#include "cli/commands/limit_options.h"
 #include "cli/operations.h"
+#include "cli/session/limit_options.h"
+#include "cli/session/picture_io.h"
 #include "cli/terminal/errors.h"
 
 namespace qel::cli {

@@ -10,9 +10,9 @@
 #include <sstream>
 
 #include "cli/batch/forecast.h"
-#include "cli/batch/input_list.h"
 #include "cli/commands/command_table.h"
 #include "cli/operations.h"
+#include "cli/session/input_list.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "pictures/exif.h"

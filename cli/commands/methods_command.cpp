@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
-#include "cli/commands/limit_options.h"
 #include "cli/drawing/picture_sheet.h"
 #include "cli/operations.h"
+#include "cli/session/limit_options.h"
+#include "cli/session/session.h"
 #include "cli/terminal/errors.h"
 
 namespace qel::cli {

@@ -6,11 +6,11 @@
 #include "cli/batch/batch_plan.h"
 #include "cli/batch/batch_runner.h"
 #include "cli/batch/dry_run.h"
-#include "cli/batch/input_list.h"
 #include "cli/batch/run_options.h"
-#include "cli/batch/session.h"
-#include "cli/batch/sha256.h"
-#include "cli/commands/commands.h"
+#include "cli/commands/command_table.h"
+#include "cli/session/input_list.h"
+#include "cli/session/session.h"
+#include "cli/session/sha256.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 
@@ -51,7 +51,7 @@ std::string FullRecipe(const RunOptions& options, const std::vector<std::string>
 int Run(const std::string& command, const Words& words) {
   Interruption interruption;
   // Everything that can be known to be wrong is said before the first file is changed.
-  const RunOptions options = ParseRunOptions(command, words);
+  const RunOptions options = ParseRunOptions(command, Options(words, KnownOptions(command)));
   if (!options.notes) SilenceNotes();
   std::vector<Step> steps;
   if (command == "run") steps = ReadSteps(options.steps);

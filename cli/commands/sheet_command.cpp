@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "cli/batch/input_list.h"
-#include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
-#include "cli/commands/limit_options.h"
 #include "cli/drawing/picture_sheet.h"
+#include "cli/session/input_list.h"
+#include "cli/session/limit_options.h"
+#include "cli/session/session.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "compose/placement.h"

@@ -8,8 +8,8 @@
 #include <map>
 #include <stdexcept>
 
-#include "cli/batch/sha256.h"
 #include "cli/commands/command_table.h"
+#include "cli/session/sha256.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json_reader.h"
 #include "pictures/picture_file.h"

@@ -1,7 +1,7 @@
 #include <iostream>
 
-#include "cli/batch/session.h"
 #include "cli/commands/command_table.h"
+#include "cli/session/session.h"
 #include "cli/terminal/cpu_level.h"
 #include "cli/terminal/errors.h"
 #include "compose/text.h"

@@ -1,7 +1,7 @@
 #include "cli/drawing/picture_sheet.h"
 
-#include "cli/batch/picture_io.h"
 #include "cli/drawing/sheet.h"
+#include "cli/session/picture_io.h"
 
 namespace qel::cli {
 

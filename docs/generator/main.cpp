@@ -12,12 +12,12 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "cli/batch/session.h"
 #include "cli/commands/compare.h"
 #include "cli/commands/describe.h"
 #include "cli/drawing/demo_scene.h"
 #include "cli/drawing/picture_sheet.h"
 #include "cli/operations.h"
+#include "cli/session/session.h"
 #include "docs/generator/page.h"
 #include "operations/cpp_line.h"
 #include "operations/point_maps.h"

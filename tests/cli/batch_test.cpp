@@ -5,10 +5,10 @@
 #include <set>
 #include <stdexcept>
 
-#include "cli/batch/session.h"
-#include "cli/batch/sha256.h"
 #include "cli/batch/shard.h"
 #include "cli/operations.h"
+#include "cli/session/session.h"
+#include "cli/session/sha256.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json_reader.h"
 #include "tests/support/sanitized.h"

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "cli/batch/picture_io.h"
 #include "cli/commands/command_table.h"
 #include "cli/commands/completion.h"
 #include "cli/operations.h"
+#include "cli/session/picture_io.h"
 #include "cli/terminal/errors.h"
 #include "tests/support/tool.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "cli/batch/picture_io.h"
+#include "cli/session/picture_io.h"
 #include "cli/terminal/errors.h"
 #include "tests/support/tool.h"
 

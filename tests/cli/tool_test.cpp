@@ -4,9 +4,9 @@
 
 #include <set>
 
-#include "cli/batch/picture_io.h"
 #include "cli/drawing/demo_scene.h"
 #include "cli/operations.h"
+#include "cli/session/picture_io.h"
 #include "cli/terminal/errors.h"
 
 namespace qel::cli {

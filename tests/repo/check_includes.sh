@@ -42,6 +42,29 @@ allow web host operations
 allow examples host
 allow bench bench filter transform host image operations reference simd tests
 
+# allow_within ROOM FOLDER INCLUDABLE...: the same for the folders of a room.
+allow_within() {
+  local room=$1 folder=$2 line file included
+  shift 2
+  while IFS= read -r line; do
+    file=${line%%:*}
+    included=$(sed -E 's/.*#include "[^/]+\/([^/]+)\/.*/\1/' <<<"$line")
+    case " $folder $* " in
+      *" $included "*) ;;
+      *)
+        echo "$file includes of $room/$included/, but $room/$folder/ may include only: $folder $*"
+        failures=$((failures + 1))
+        ;;
+    esac
+  done < <(grep -rHE "^ *#include \"$room/[^/]+/" "$room/$folder")
+}
+
+allow_within cli terminal
+allow_within cli session terminal
+allow_within cli batch session terminal
+allow_within cli drawing session
+allow_within cli commands batch drawing session terminal
+
 # Only the factory sees the components' classes.
 inner=$(grep -rlE '#include "(color|filter|maths|transform)/' module | grep -v '^module/factory.cpp$')
 if [ -n "$inner" ]; then

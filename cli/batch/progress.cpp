@@ -1,4 +1,4 @@
-#include "cli/terminal/progress.h"
+#include "cli/batch/progress.h"
 
 #include <fmt/core.h>
 

@@ -1,11 +1,11 @@
-#include "cli/batch/session.h"
+#include "cli/session/session.h"
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <string>
 
-#include "cli/batch/input_list.h"
+#include "cli/session/input_list.h"
 #include "cli/terminal/errors.h"
 #include "operations/transparency.h"
 #include "pictures/picture_file.h"

@@ -1,5 +1,5 @@
-#ifndef QEL_CLI_TERMINAL_PROGRESS_H_
-#define QEL_CLI_TERMINAL_PROGRESS_H_
+#ifndef QEL_CLI_BATCH_PROGRESS_H_
+#define QEL_CLI_BATCH_PROGRESS_H_
 
 #include <memory>
 #include <string>
@@ -31,4 +31,4 @@ std::unique_ptr<Progress> MakeProgress(const std::string& name, int descriptor, 
 
 }  // namespace qel::cli
 
-#endif  // QEL_CLI_TERMINAL_PROGRESS_H_
+#endif  // QEL_CLI_BATCH_PROGRESS_H_

@@ -1,5 +1,5 @@
-#ifndef QEL_CLI_BATCH_PICTURE_IO_H_
-#define QEL_CLI_BATCH_PICTURE_IO_H_
+#ifndef QEL_CLI_SESSION_PICTURE_IO_H_
+#define QEL_CLI_SESSION_PICTURE_IO_H_
 
 #include <map>
 #include <mutex>
@@ -80,4 +80,4 @@ class PictureFiles final : public operations::PictureSource {
 
 }  // namespace qel::cli
 
-#endif  // QEL_CLI_BATCH_PICTURE_IO_H_
+#endif  // QEL_CLI_SESSION_PICTURE_IO_H_

@@ -1,5 +1,5 @@
-#ifndef QEL_CLI_BATCH_SHA256_H_
-#define QEL_CLI_BATCH_SHA256_H_
+#ifndef QEL_CLI_SESSION_SHA256_H_
+#define QEL_CLI_SESSION_SHA256_H_
 
 #include <cstdint>
 #include <span>
@@ -22,4 +22,4 @@ std::string Sha256(const pictures::AtomicFile& file);
 
 }  // namespace qel::cli
 
-#endif  // QEL_CLI_BATCH_SHA256_H_
+#endif  // QEL_CLI_SESSION_SHA256_H_

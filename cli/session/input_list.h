@@ -1,5 +1,5 @@
-#ifndef QEL_CLI_BATCH_INPUT_LIST_H_
-#define QEL_CLI_BATCH_INPUT_LIST_H_
+#ifndef QEL_CLI_SESSION_INPUT_LIST_H_
+#define QEL_CLI_SESSION_INPUT_LIST_H_
 
 #include <string>
 #include <vector>
@@ -24,4 +24,4 @@ std::vector<std::string> ReadNameList(const std::string& path);
 
 }  // namespace qel::cli
 
-#endif  // QEL_CLI_BATCH_INPUT_LIST_H_
+#endif  // QEL_CLI_SESSION_INPUT_LIST_H_

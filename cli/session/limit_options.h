@@ -1,5 +1,5 @@
-#ifndef QEL_CLI_COMMANDS_LIMIT_OPTIONS_H_
-#define QEL_CLI_COMMANDS_LIMIT_OPTIONS_H_
+#ifndef QEL_CLI_SESSION_LIMIT_OPTIONS_H_
+#define QEL_CLI_SESSION_LIMIT_OPTIONS_H_
 
 #include "cli/terminal/options.h"
 #include "pictures/limits.h"
@@ -17,4 +17,4 @@ inline pictures::Limits LimitsFrom(const Options& options) {
 
 }  // namespace qel::cli
 
-#endif  // QEL_CLI_COMMANDS_LIMIT_OPTIONS_H_
+#endif  // QEL_CLI_SESSION_LIMIT_OPTIONS_H_

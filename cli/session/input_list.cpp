@@ -1,4 +1,4 @@
-#include "cli/batch/input_list.h"
+#include "cli/session/input_list.h"
 
 #include <fnmatch.h>
 

@@ -1,13 +1,13 @@
-#ifndef QEL_CLI_BATCH_SESSION_H_
-#define QEL_CLI_BATCH_SESSION_H_
+#ifndef QEL_CLI_SESSION_SESSION_H_
+#define QEL_CLI_SESSION_SESSION_H_
 
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "cli/batch/picture_io.h"
 #include "cli/operations.h"
+#include "cli/session/picture_io.h"
 #include "host/host_collection.h"
 #include "host/module_library.h"
 
@@ -63,4 +63,4 @@ class Session {
 
 }  // namespace qel::cli
 
-#endif  // QEL_CLI_BATCH_SESSION_H_
+#endif  // QEL_CLI_SESSION_SESSION_H_

@@ -1,4 +1,4 @@
-#include "cli/batch/picture_io.h"
+#include "cli/session/picture_io.h"
 
 #include <unistd.h>
 

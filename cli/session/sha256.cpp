@@ -1,4 +1,4 @@
-#include "cli/batch/sha256.h"
+#include "cli/session/sha256.h"
 
 #include <nettle/sha2.h>
 
