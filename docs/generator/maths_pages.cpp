@@ -22,13 +22,12 @@ std::vector<Page> MathsPages() {
       {"scale",
        "`v' = clamp(trunc(v * factor + offset))` in single precision; a colour that becomes a grey "
        "is averaged first.",
-       "8-bit samples go through a table of 256 results; one pass.",
+       "8-bit channel values go through a table of 256 results; one pass.",
        QEL_EXAMPLE(const result_t made = maths->CreateDestImage(result, image, 24, kModelBgr);
                    return Failed(made) ? made : maths->Scale(*result, image, nullptr, 1.4f, -30);)},
       {"subtract",
-       "`v' = max(a - b, 0)`, or `|a - b|`. Returns how many samples differ by 2 or more, at 24 "
-       "and "
-       "32 bits.",
+       "`v' = max(a - b, 0)`, or `|a - b|`. Returns how many channel values differ by 2 or more, "
+       "at 24 and 32 bits.",
        "One pass over both; the tally is summed along the way.",
        QEL_EXAMPLE(return maths->Subtract(image, image, other, 1);)},
       {"create-dest-image", "A new picture of the same size, in another depth if one is given.",

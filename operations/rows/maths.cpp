@@ -100,7 +100,7 @@ result_t CallSubtract(Call& call) {
   const result_t tally =
       call.components.maths->Subtract(call.image, call.image, &SecondOf(call), flags);
   if (Succeeded(tally) && ShapeOf(*call.image).bits != 8) {
-    call.notes.push_back("subtract: " + std::to_string(tally) + " samples are 2 or more");
+    call.notes.push_back("subtract: " + std::to_string(tally) + " channel values are 2 or more");
   }
   return tally;
 }
@@ -250,10 +250,10 @@ std::vector<Operation> MathsOperations() {
        .check_shapes = &CheckAddScale},
       {.name = "scale",
        .component = kMathsComponent,
-       .summary = "Multiplies samples by a factor and adds an offset; changes the depth.",
+       .summary = "Multiplies channel values by a factor and adds an offset; changes the depth.",
        .depths = kByteDepths,
        .in_place = true,
-       .parameters = {Number("factor", "multiplies every sample", "1", {0, 4}),
+       .parameters = {Number("factor", "multiplies every channel value", "1", {0, 4}),
                       Number("offset", "added to every product", "0", {-255, 255}),
                       Depth("bits of the result; from 8 to 32 there is no way"), kMask},
        .example = "scale factor=1.4 offset=-30 depth=24",

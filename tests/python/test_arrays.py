@@ -94,7 +94,7 @@ def test_copies_warn_only_those_who_ask():
         with pytest.raises(qel.CopyWarning, match="beyond their rows"):
             qel.gray_scale(picture(1))
         warnings.simplefilter("error", qel.NoteWarning)
-        with pytest.raises(qel.NoteWarning, match="subtract: [0-9]+ samples are 2 or more"):
+        with pytest.raises(qel.NoteWarning, match="subtract: [0-9]+ channel values are 2 or more"):
             qel.subtract(image, picture(3, 1))
 
 

@@ -41,8 +41,8 @@ class IQELMaths : public IUnknown {
 
   /// dest = a - b, clamped at 0, or the absolute difference when `flags` asks for it (bit 0; at 8
   /// and 24 bits any bit). At 32 bits alpha becomes 255, or 0 with bit 1.
-  /// Result: the number of samples that differ by 2 or more at 24 and 32 bits, 0 at 8 bits; kFail
-  /// for unequal formats; kInvalidArgument for a null image.
+  /// Result: the number of channel values that differ by 2 or more at 24 and 32 bits, 0 at 8 bits;
+  /// kFail for unequal formats; kInvalidArgument for a null image.
   virtual result_t Subtract(IQEL* dest, IQEL* a, IQEL* b, int flags) = 0;
 
   /// Makes an image of the shape of `model`; `bit_count` and `color_model` replace the model's
