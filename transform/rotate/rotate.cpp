@@ -147,6 +147,9 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
       [](int, int) -> uint8_t* { return nullptr; },
       [&](int j, int first, const uint32_t* colors, int count) {
         uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
+        if (blends && with_alpha) {
+          return ActiveRotateKernels().mix4(pixels, colors, static_cast<size_t>(count));
+        }
         for (int i = 0; i < count; ++i) {
           PastePixel(pixels + int64_t{i} * pixel_bytes, colors[i], blends, with_alpha, key);
         }

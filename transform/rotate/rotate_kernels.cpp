@@ -291,6 +291,40 @@ void Blend(uint32_t* colors, const SampleSource& source, const SamplePoints& poi
   }
 }
 
+template <int kAt>
+QEL_SIMD_INLINE F64 ChannelOf(Half<U32> colors) {
+  return ToDoubles(BitCast<Wholes>(ShiftRight<8 * kAt>(colors) & Set<Half<U32>>(0xFF)));
+}
+
+void Mix4(uint8_t* dest, const uint32_t* colors, size_t count) {
+  using Colors = Half<U32>;
+  size_t i = 0;
+  for (; i + Colors::kLanes <= count; i += Colors::kLanes) {
+    const auto sample = LoadU<Colors>(colors + i);
+    const auto pixel = LoadU<Colors>(dest + 4 * i);
+    const F64 alpha = ChannelOf<3>(sample);
+    const F64 share = alpha / Fill(255);
+    const F64 rest = (Fill(255) - alpha) / Fill(255);
+    const auto mixed = [&]<int kAt>(std::integral_constant<int, kAt>) {
+      const F64 sum = ChannelOf<kAt>(sample) * share + ChannelOf<kAt>(pixel) * rest;
+      return ShiftLeft<8 * kAt>(BitCast<Colors>(ToWholes(sum)));
+    };
+    StoreU((sample & Set<Colors>(0xFF000000u)) | mixed(std::integral_constant<int, 0>()) |
+               mixed(std::integral_constant<int, 1>()) | mixed(std::integral_constant<int, 2>()),
+           dest + 4 * i);
+  }
+  for (; i < count; ++i) {
+    const uint32_t alpha = colors[i] >> 24;
+    for (int c = 0; c < 3; ++c) {
+      uint8_t& channel = dest[4 * i + static_cast<size_t>(c)];
+      const double sum =
+          (colors[i] >> 8 * c & 0xFF) * (alpha / 255.0) + channel * ((255 - alpha) / 255.0);
+      channel = static_cast<uint8_t>(static_cast<int>(sum));
+    }
+    dest[4 * i + 3] = static_cast<uint8_t>(alpha);
+  }
+}
+
 void Store1(uint8_t* __restrict dest, const uint32_t* __restrict colors, size_t count) {
   for (size_t i = 0; i < count; ++i) dest[i] = static_cast<uint8_t>(colors[i] >> 16);
 }
@@ -337,6 +371,7 @@ constinit const RotateKernels kRotateKernels = {
     .spread12 = &SpreadWeights<12>,
     .blend4 = {&Blend<1, 4>, &Blend<3, 4>, &Blend<4, 4>},
     .blend12 = {&Blend<1, 12>, &Blend<3, 12>, &Blend<4, 12>},
+    .mix4 = &Mix4,
     .store1 = &Store1,
     .store3 = &Store3,
     .store4 = &Store4,

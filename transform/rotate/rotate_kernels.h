@@ -100,6 +100,10 @@ struct RotateKernels {
   void (*blend12[3])(uint32_t* colors, const SampleSource& source, const SamplePoints& points,
                      const SampleWeights& weights, size_t count);
 
+  /// Mixes colors into pixels of 4 bytes by their alpha, which replaces that of the pixels:
+  /// c a / 255.0 + p (255 - a) / 255.0 in double precision, truncated.
+  void (*mix4)(uint8_t* dest, const uint32_t* colors, size_t count);
+
   /// Stores colors as pixels: the red byte alone, three bytes, or four.
   void (*store1)(uint8_t* dest, const uint32_t* colors, size_t count);
   void (*store3)(uint8_t* dest, const uint32_t* colors, size_t count);
