@@ -16,14 +16,6 @@ using Wholes = Half<I32>;
 QEL_SIMD_INLINE F64 Fill(double value) { return Set<F64>(value); }
 QEL_SIMD_INLINE F64 ToDoubles(Wholes v) { return ConvertTo<F64>(v); }
 QEL_SIMD_INLINE Wholes ToWholes(F64 v) { return ConvertTo<Wholes>(v); }
-/// The same truths for whole numbers.
-QEL_SIMD_INLINE Mask<Wholes> ForWholes(Mask<F64> mask) {
-  if constexpr (kVectorBytes == 64) return RebindMask<Wholes>(mask);
-  // The lower half of each lane is as true as the whole.
-  const I32 halves = BitCast<I32>(VecFromMask(mask));
-  return MaskFromVec(Shuffled<Wholes>(halves, halves, [](size_t i) { return 2 * i; }));
-}
-
 /// c[0] + c[1] z + c[2] z z + ... of even and odd powers apart, so that they need not wait for each
 /// other.
 template <size_t kTerms>

@@ -13,7 +13,7 @@ struct CircleRun {
   int32_t first_dx;
   int32_t dy;
   size_t count;    ///< at most `kWarpTile`
-  int32_t limit;   ///< the transform reaches distances below it
+  int32_t limit;   ///< the transform reaches distances below it, those of the run among them
   double scale_x;  ///< unwrapping: columns per radian
   double scale_y;  ///< unwrapping: rows of the picture
   double turn;     ///< swirling: radians per pixel of distance
@@ -25,10 +25,11 @@ struct CircleSamples {
   int32_t left_x[kWarpTile], left_y[kWarpTile];    ///< of (dx, dy), the upper left quarter
   int32_t right_x[kWarpTile], right_y[kWarpTile];  ///< of (-dx, dy), the upper right quarter
 };
-/// Stands in `left_x` and `right_x` for pixels out of reach,
-inline constexpr int32_t kOutOfReach = INT32_MIN;
-/// and for pixels whose exact position decides on which side of a whole number they lie.
+/// Stands in `left_x` and `right_x` for pixels whose exact position decides on which side of a
+/// whole number they lie.
 inline constexpr int32_t kTooClose = INT32_MIN + 1;
+/// Callers have this there for pixels out of reach.
+inline constexpr int32_t kOutOfReach = INT32_MIN;
 
 /// The kernels compute with errors well below this; whoever is nearer to a whole number is left to
 /// the mathematics library.

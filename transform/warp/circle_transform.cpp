@@ -115,11 +115,18 @@ class QuarterMap {
                      .scale_x = circle_.width / kFullTurn,
                      .scale_y = static_cast<double>(circle_.height),
                      .turn = 1.0 / circle_.swirl};
+    int reach = circle_.cx + 1;
     for (run.dy = 0; run.dy <= circle_.cy; ++run.dy) {
+      while (reach > 0 && !(Circle::Distance(reach - 1, run.dy) < circle_.limit)) --reach;
       for (run.first_dx = 0; run.first_dx <= circle_.cx;) {
         const int count = std::min(static_cast<int>(kWarpTile), circle_.cx + 1 - run.first_dx);
+        const int reached = std::clamp(reach - run.first_dx, 0, count);
+        run.count = static_cast<size_t>(reached);
+        const bool any_too_close = reached > 0 && mapping(run, samples);
         run.count = static_cast<size_t>(count);
-        const bool any_too_close = mapping(run, samples);
+        for (int32_t* const x : {samples.left_x, samples.right_x}) {
+          std::fill(x + reached, x + count, kOutOfReach);
+        }
         const int upper = circle_.cy - run.dy;
         const bool has_lower = run.dy > 0 && circle_.cy + run.dy < circle_.height;
         const int lower = has_lower ? circle_.cy + run.dy : upper;
