@@ -32,10 +32,11 @@ TEST_F(CircleReadings, EqualTheOperationAtEverySize) {
     for (int mode = 0; mode < 5; ++mode)
       ExpectSame({raster}, Call("CircleTransform", mode, 0, rng.Float(0.05f, 3)));
   }
-  // More than one tile per row; squared distances beyond 31 bits, and beyond 32, where pixels come
-  // back into the disc; turns beyond the kernels' reach.
+  // More than one tile per row, and more than one band; squared distances beyond 31 bits, and
+  // beyond 32, where pixels come back into the disc; turns beyond the kernels' reach.
   for (int mode = 0; mode < 5; ++mode) {
     ExpectSame({Numbered(1201, 50)}, Call("CircleTransform", mode, 0, 1));
+    ExpectSame({Numbered(4211, 31)}, Call("CircleTransform", mode, 0, 1));
     ExpectSame({Numbered(92700, 2)}, Call("CircleTransform", mode, 0, 0.001f));
     ExpectSame({Numbered(140000, 1)}, Call("CircleTransform", mode, 0, 1));
   }

@@ -107,19 +107,33 @@ class QuarterMap {
   QuarterMap(const Circle& circle, ColorCopy& copy) : circle_(circle), copy_(copy) {}
 
   void Fill(CircleMapping mapping) const {
+    // Pixels of a row meet up to as many other pages of the source, and the processor remembers
+    // where some two thousand are.
+    constexpr int kMostColumns = 2048;
+    constexpr int kBandColumns = static_cast<int>(2 * kWarpTile);
+    const int columns = circle_.cx + 1;
+    const int band = columns <= kMostColumns ? columns : kBandColumns;
+    for (int first = 0; first < columns; first += band) {
+      FillBand(mapping, first, std::min(first + band, columns));
+    }
+  }
+
+ private:
+  /// The columns from `first` to before `end`, counted from the centre to both sides.
+  void FillBand(CircleMapping mapping, int first, int end) const {
     CircleSamples samples;
-    CircleRun run = {.first_dx = 0,
+    CircleRun run = {.first_dx = first,
                      .dy = 0,
                      .count = 0,
                      .limit = circle_.limit,
                      .scale_x = circle_.width / kFullTurn,
                      .scale_y = static_cast<double>(circle_.height),
                      .turn = 1.0 / circle_.swirl};
-    int reach = circle_.cx + 1;
+    int reach = end;
     for (run.dy = 0; run.dy <= circle_.cy; ++run.dy) {
-      while (reach > 0 && !(Circle::Distance(reach - 1, run.dy) < circle_.limit)) --reach;
-      for (run.first_dx = 0; run.first_dx <= circle_.cx;) {
-        const int count = std::min(static_cast<int>(kWarpTile), circle_.cx + 1 - run.first_dx);
+      while (reach > first && !(Circle::Distance(reach - 1, run.dy) < circle_.limit)) --reach;
+      for (run.first_dx = first; run.first_dx < end;) {
+        const int count = std::min(static_cast<int>(kWarpTile), end - run.first_dx);
         const int reached = std::clamp(reach - run.first_dx, 0, count);
         run.count = static_cast<size_t>(reached);
         const bool any_too_close = reached > 0 && mapping(run, samples);
@@ -127,21 +141,25 @@ class QuarterMap {
         for (int32_t* const x : {samples.left_x, samples.right_x}) {
           std::fill(x + reached, x + count, kOutOfReach);
         }
-        const int upper = circle_.cy - run.dy;
-        const bool has_lower = run.dy > 0 && circle_.cy + run.dy < circle_.height;
-        const int lower = has_lower ? circle_.cy + run.dy : upper;
-        // An unwrapped lower half is the upper one.
-        const bool repeats = circle_.mode == kCircleUnwrap && !any_too_close;
-        for (const bool left : {true, false}) {
-          Place(run, samples, left, any_too_close, upper, repeats ? lower : upper);
-          if (has_lower && !repeats) Place(run, samples, left, any_too_close, lower, lower);
-        }
+        PlaceRun(run, samples, any_too_close);
         run.first_dx += count;
       }
     }
   }
 
- private:
+  /// Copies the pixels of all quarters.
+  void PlaceRun(const CircleRun& run, const CircleSamples& samples, bool any_too_close) const {
+    const int upper = circle_.cy - run.dy;
+    const bool has_lower = run.dy > 0 && circle_.cy + run.dy < circle_.height;
+    const int lower = has_lower ? circle_.cy + run.dy : upper;
+    // An unwrapped lower half is the upper one.
+    const bool repeats = circle_.mode == kCircleUnwrap && !any_too_close;
+    for (const bool left : {true, false}) {
+      Place(run, samples, left, any_too_close, upper, repeats ? lower : upper);
+      if (has_lower && !repeats) Place(run, samples, left, any_too_close, lower, lower);
+    }
+  }
+
   /// Copies the pixels of one quarter into row `y`, and the same into row `repeat_y`.
   void Place(const CircleRun& run, const CircleSamples& samples, bool left, bool any_too_close,
              int y, int repeat_y) const {
