@@ -198,6 +198,30 @@ void Lanczos6Weights(float* weights, const float* positions, size_t count) {
   }
 }
 
+uint64_t FractionPlaces(int32_t* places, const float* positions, size_t count) {
+  constexpr int32_t kHalf = 1 << (kFractionBits - 1);
+  uint64_t beyond_half = 0;
+  for (size_t i = 0; i < RoundUp(count); i += F32::kLanes) {
+    const F32 position = LoadU<F32>(positions + i);
+    // Exact, like all that follows.
+    const F32 part = position - ConvertTo<F32>(ConvertTo<I32>(position));
+    const I32 fraction = ConvertTo<I32>(part * Set<F32>(2.0f * kHalf));
+    const I32 smaller = Min(fraction, Set<I32>(2 * kHalf) - fraction);
+    // (1/2 + fraction) / (2 lowest bit), where a power of two is divided by in its exponent.
+    const I32 lowest_bit = smaller & (Zero<I32>() - smaller);
+    const I32 inverse = Set<I32>(253 << 23) - BitCast<I32>(ConvertTo<F32>(lowest_bit));
+    const F32 numerator = ConvertTo<F32>(smaller + Set<I32>(kHalf));
+    const I32 place = ConvertTo<I32>(numerator * BitCast<F32>(inverse)) + Set<I32>(1);
+    const I32 of_half = IfThenElse(smaller == Set<I32>(kHalf), Set<I32>(1), place);
+    const I32 of_all = IfThenElse(smaller == Zero<I32>(), Zero<I32>(), of_half);
+    const Mask<I32> placed =
+        RebindMask<I32>((position >= Set<F32>(kFirstPlaced)) & (position < Set<F32>(0x1p23f)));
+    StoreU(IfThenElse(placed, of_all, Set<I32>(-1)), places + i);
+    beyond_half |= BitsFromMask(placed & (fraction > Set<I32>(kHalf))) << i;
+  }
+  return beyond_half;
+}
+
 template <size_t kTaps>
 void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
   const I32 lane_bits = LanesFrom<I32>([](size_t lane) { return 1 << lane; });
@@ -367,6 +391,7 @@ constinit const RotateKernels kRotateKernels = {
                 &Weights<polynomials::DampedHermite>, nullptr, nullptr, nullptr, nullptr,
                 &Weights<polynomials::QuadraticBSpline>, &Weights<polynomials::MitchellNetravali>,
                 &Weights<polynomials::CatmullRomOfOffset>},
+    .fraction_places = &FractionPlaces,
     .spread4 = &SpreadWeights<4>,
     .spread12 = &SpreadWeights<12>,
     .blend4 = {&Blend<1, 4>, &Blend<3, 4>, &Blend<4, 4>},

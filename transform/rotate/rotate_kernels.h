@@ -44,6 +44,13 @@ struct SampleWeights {
   const float* y;
 };
 
+/// Fractions of positions from 64 on, which single precision has as multiples of 2^-17, have
+/// places: those of 0, 1/2, 1/4, 1/8, 3/8 and so on come first, because large positions, which are
+/// many, have no others. A fraction and its complement to 1 share a place.
+inline constexpr int kFractionBits = 17;
+inline constexpr float kFirstPlaced = 1 << (23 - kFractionBits);
+inline constexpr size_t kFractionPlaces = (size_t{1} << (kFractionBits - 1)) + 1;
+
 /// Where the weights of each point are.
 struct WeightEntries {
   const float* of[kSampleChunk];
@@ -87,6 +94,10 @@ struct RotateKernels {
   /// The four tap weights of each position by polynomial method 2 to 4, 6 to 8 or 13 to 15, or the
   /// twelve by method 5; null for all other methods.
   WeighTaps weights[16];
+
+  /// The places of the fractions of positions; -1 below `kFirstPlaced`, and from 2^23 on. Bit i of
+  /// the result is set where fraction i, above one half, has the place of its complement.
+  uint64_t (*fraction_places)(int32_t* places, const float* positions, size_t count);
 
   /// Writes the weights of four or twelve taps.
   void (*spread4)(float* weights, const WeightEntries& entries, size_t count);

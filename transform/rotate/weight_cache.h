@@ -26,18 +26,15 @@ class WeightCache {
 
  private:
   struct Entry {
-    float* weights;  ///< null where nothing is remembered; zeros when not computed yet
-    bool mirrored;   ///< the weights lie there in the opposite order
+    float* weights;
+    bool mirrored;  ///< the weights lie there in the opposite order
   };
   struct Free {
     void operator()(float* memory) const { std::free(memory); }
   };
 
   /// Floats from entry to entry: twelve taps get a line of the cache to themselves.
-  size_t Stride() const {
-    return taps_.count == kTaps12.count ? 16 : static_cast<size_t>(taps_.count);
-  }
-  Entry Find(float position) const;
+  ptrdiff_t Stride() const { return taps_.count == kTaps12.count ? 16 : taps_.count; }
   /// The positions of a chunk whose weights are not remembered yet, and where these belong.
   struct Missing {
     size_t count = 0;
