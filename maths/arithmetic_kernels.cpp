@@ -136,15 +136,20 @@ void MixColors(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t*
 /// Mixes all bytes of the selected pixels in one part of a block.
 template <size_t kBytes, size_t kPart>
 void MixPart(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, U8 mask, const Mixer& mix) {
-  if constexpr (kBytes == 3 && !kHasByteLookup) {
+  U8 repeated;
+  if constexpr (!kHasTableLookupBytes) {
+    repeated = Shuffled<U8>(mask, mask, [](size_t i) { return (kPart * 16 + i) / kBytes; });
+  } else if constexpr (kBytes == 3 && !kHasByteLookup) {
     // Nothing is taken apart: the mask alone moves between blocks.
     constexpr size_t kAt = kPart * kVectorBytes;
     const Mask<U8> chosen = Repeated3<kPart>(mask) != Zero<U8>();
     const U8 colors = mix(LoadU<U8>(from_a + kAt), LoadU<U8>(from_b + kAt));
     StoreU(IfThenElse(chosen, colors, LoadU<U8>(to + kAt)), to + kAt);
     return;
+  } else {
+    repeated = Repeat<kBytes, kPart>(mask);
   }
-  const Mask<U8> selected = Repeat<kBytes, kPart>(mask) != Zero<U8>();
+  const Mask<U8> selected = repeated != Zero<U8>();
   const U8 mixed = mix(LoadPart<kBytes, kPart>(from_a), LoadPart<kBytes, kPart>(from_b));
   StorePart<kBytes, kPart>(IfThenElse(selected, mixed, LoadPart<kBytes, kPart>(to)), to);
 }
@@ -167,6 +172,7 @@ void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* 
 }
 
 void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+  if (!kHasTableLookupBytes && !map.line) return one_by_one::MapBytes(dest, source, count, map);
   WithLookup(map.OfBytes(), [=](const auto& lookup) {
     WalkBlocks<kVectorBytes>(
         count, [&](uint8_t* to, const uint8_t* from) { StoreU(lookup(LoadU<U8>(from)), to); },
@@ -196,6 +202,9 @@ void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap&
 }
 void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, size_t count,
                    const ScaleMap& map) {
+  if (!kHasTableLookupBytes && !map.line) {
+    return one_by_one::MapBytesWhere(dest, source, mask, count, map);
+  }
   WithLookup(map.OfBytes(), [=](const auto& lookup) {
     WalkBlocks<kVectorBytes>(
         count,
@@ -304,47 +313,68 @@ void Scale8(uint8_t* dest, const uint8_t* source, size_t count, Factor factor, i
       To<1>{dest}, From<4>{source});
 }
 
-/// The lowest level goes one by one.
-template <typename Row>
+constexpr bool kGoesByVectors = kVectorBytes > 16 || kHasSaturatedWords;
+
+template <bool kByVectors, typename Row>
 constexpr Row Choose(Row vectors, Row singly) {
-  return kVectorBytes > 16 ? vectors : singly;
+  return kByVectors ? vectors : singly;
 }
-template <size_t kDest, size_t kA, size_t kB>
-constexpr ArithmeticKernels::MixPixels kMixColors = {
-    kDest, kA, kB, 3, Choose(&MixColors<kDest, kA, kB>, &one_by_one::MixColors<kDest, kA, kB>)};
-template <size_t kBytes>
-constexpr ArithmeticKernels::MixPixels kMixWhere = {
-    kBytes, kBytes, kBytes, kBytes, Choose(&MixWhere<kBytes>, one_by_one::MixWhere<kBytes>)};
+/// For what shuffles bytes or looks them up.
+template <bool kByVectors, typename Row>
+constexpr Row ChooseShuffled(Row vectors, Row singly) {
+  return kByVectors && kHasTableLookupBytes ? vectors : singly;
+}
+template <bool kByVectors, size_t kDest, size_t kA, size_t kB>
+constexpr ArithmeticKernels::MixPixels MixColorsRow() {
+  return {
+      kDest, kA, kB, 3,
+      ChooseShuffled<kByVectors>(&MixColors<kDest, kA, kB>, &one_by_one::MixColors<kDest, kA, kB>)};
+}
+template <bool kByVectors, size_t kBytes>
+constexpr ArithmeticKernels::MixPixels MixWhereRow() {
+  return {kBytes, kBytes, kBytes, kBytes,
+          Choose<kByVectors>(&MixWhere<kBytes>, one_by_one::MixWhere<kBytes>)};
+}
+
+template <bool k>
+constexpr ArithmeticKernels MakeKernels() {
+  return {
+      .add = Choose<k>(&Add, &one_by_one::Add),
+      .divides = &Divides,
+      .add_scaled = Choose<k>(&AddScaled, &one_by_one::AddScaled),
+      .add_by_table = ChooseShuffled<k>(&AddByTable, &one_by_one::AddByTable),
+      .subtract_bytes = Choose<k>(&Subtract<false, 1>, &one_by_one::Subtract<false, 1>),
+      .difference_bytes = Choose<k>(&Subtract<true, 1>, &one_by_one::Subtract<true, 1>),
+      .subtract_pixels = Choose<k>(&Subtract<false, 4>, &one_by_one::Subtract<false, 4>),
+      .difference_pixels = Choose<k>(&Subtract<true, 4>, &one_by_one::Subtract<true, 4>),
+      .mix = Choose<k>(&Mix, &one_by_one::Mix),
+      .mix_pixels = {MixWhereRow<k, 1>(), MixWhereRow<k, 3>(), MixWhereRow<k, 4>(),
+                     MixColorsRow<k, 3, 3, 4>(), MixColorsRow<k, 3, 4, 3>(),
+                     MixColorsRow<k, 3, 4, 4>(), MixColorsRow<k, 4, 3, 3>(),
+                     MixColorsRow<k, 4, 3, 4>(), MixColorsRow<k, 4, 4, 3>(),
+                     MixColorsRow<k, 4, 4, 4>()},
+      .prefers_lines = k && kPrefersLines,
+      .map_bytes = Choose<k>(&MapBytes, &one_by_one::MapBytes),
+      .map_to_3 = ChooseShuffled<k>(&MapTo3, &one_by_one::MapTo3),
+      .map_4_to_3 = ChooseShuffled<k>(&Map4To3, &one_by_one::Map4To3),
+      .gray_of_3 = ChooseShuffled<k>(&GrayOf3, &one_by_one::GrayOf<3>),
+      .gray_of_4 = Choose<k>(&GrayOf4, &one_by_one::GrayOf<4>),
+      .words_to_1 = Choose<k>(&WordsTo1, one_by_one::WordsTo1),
+      .words_to_3 = ChooseShuffled<k>(&WordsTo3, one_by_one::WordsTo3),
+      .words_to_4 = ChooseShuffled<k>(&WordsTo4, one_by_one::WordsTo4),
+      .words_to_words = Choose<k>(&WordsToWords, &one_by_one::WordsToWords),
+      .map_bytes_where = Choose<k>(&MapBytesWhere, &one_by_one::MapBytesWhere),
+      .scale8 = ChooseShuffled<k>(&Scale8<double>, &one_by_one::Scale8<double>),
+      .scale8_single = Choose<k>(&Scale8<float>, &one_by_one::Scale8<float>),
+  };
+}
 
 }  // namespace
 
 extern const ArithmeticKernels kArithmeticKernels;
-constinit const ArithmeticKernels kArithmeticKernels = {
-    .add = Choose(&Add, &one_by_one::Add),
-    .divides = &Divides,
-    .add_scaled = Choose(&AddScaled, &one_by_one::AddScaled),
-    .add_by_table = Choose(&AddByTable, &one_by_one::AddByTable),
-    .subtract_bytes = Choose(&Subtract<false, 1>, &one_by_one::Subtract<false, 1>),
-    .difference_bytes = Choose(&Subtract<true, 1>, &one_by_one::Subtract<true, 1>),
-    .subtract_pixels = Choose(&Subtract<false, 4>, &one_by_one::Subtract<false, 4>),
-    .difference_pixels = Choose(&Subtract<true, 4>, &one_by_one::Subtract<true, 4>),
-    .mix = Choose(&Mix, &one_by_one::Mix),
-    .mix_pixels = {kMixWhere<1>, kMixWhere<3>, kMixWhere<4>, kMixColors<3, 3, 4>,
-                   kMixColors<3, 4, 3>, kMixColors<3, 4, 4>, kMixColors<4, 3, 3>,
-                   kMixColors<4, 3, 4>, kMixColors<4, 4, 3>, kMixColors<4, 4, 4>},
-    .prefers_lines = kPrefersLines && kVectorBytes > 16,
-    .map_bytes = Choose(&MapBytes, &one_by_one::MapBytes),
-    .map_to_3 = Choose(&MapTo3, &one_by_one::MapTo3),
-    .map_4_to_3 = Choose(&Map4To3, &one_by_one::Map4To3),
-    .gray_of_3 = Choose(&GrayOf3, &one_by_one::GrayOf<3>),
-    .gray_of_4 = Choose(&GrayOf4, &one_by_one::GrayOf<4>),
-    .words_to_1 = Choose(&WordsTo1, one_by_one::WordsTo1),
-    .words_to_3 = Choose(&WordsTo3, one_by_one::WordsTo3),
-    .words_to_4 = Choose(&WordsTo4, one_by_one::WordsTo4),
-    .words_to_words = Choose(&WordsToWords, &one_by_one::WordsToWords),
-    .map_bytes_where = Choose(&MapBytesWhere, &one_by_one::MapBytesWhere),
-    .scale8 = Choose(&Scale8<double>, &one_by_one::Scale8<double>),
-    .scale8_single = Choose(&Scale8<float>, &one_by_one::Scale8<float>),
-};
+constinit const ArithmeticKernels kArithmeticKernels = MakeKernels<kGoesByVectors>();
+// Of these, the lowest level's are asked for.
+extern const ArithmeticKernels kOneByOneKernels;
+constinit const ArithmeticKernels kOneByOneKernels = MakeKernels<(kVectorBytes > 16)>();
 
 }  // namespace qel::QEL_LEVEL

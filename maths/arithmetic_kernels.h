@@ -72,8 +72,7 @@ struct ScaleMap {
 };
 
 /// Row functions of the operations on channel values. Nothing beyond the count is touched, and rows
-/// of the same pixels may be the same row. Those of the lowest level go one pixel after the other,
-/// whatever rows share memory.
+/// of the same pixels may be the same row.
 struct ArithmeticKernels {
   /// Sums of bytes, clamped.
   void (*add)(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count);
@@ -129,6 +128,13 @@ struct ArithmeticKernels {
 };
 
 QEL_TABLES_PER_LEVEL(ArithmeticKernels)
+
+namespace sse2 {
+extern const ArithmeticKernels kOneByOneKernels;
+}
+/// Row functions that go one pixel after the other, whatever rows share memory and however large
+/// sums become.
+inline const ArithmeticKernels& KernelsOneByOne() { return sse2::kOneByOneKernels; }
 
 }  // namespace qel
 

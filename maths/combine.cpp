@@ -53,7 +53,7 @@ class Adder {
 
 void AddPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b, int64_t values, int64_t rows,
               const Adder& add) {
-  const ArithmeticKernels& kernels = ArithmeticKernelsFor(LevelFor(dest, {a, b}, values, rows));
+  const ArithmeticKernels& kernels = KernelsFor(dest, {a, b}, values, rows);
   for (int64_t y = 0; y < rows; ++y) {
     add(kernels, dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(values));
   }
@@ -81,8 +81,7 @@ struct Difference {
 uint64_t SubtractPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b,
                        const Difference& difference, const ImageShape& area) {
   const int64_t units = area.Columns() * (difference.bytes == 3 ? 3 : 1);
-  const auto row =
-      difference.Row(ArithmeticKernelsFor(LevelFor(dest, {a, b}, area.Columns(), area.Rows())));
+  const auto row = difference.Row(KernelsFor(dest, {a, b}, area.Columns(), area.Rows()));
   uint64_t tally = 0;
   for (int64_t y = 0; y < area.Rows(); ++y) {
     tally += row(dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(units), difference.alpha);
@@ -126,9 +125,8 @@ void Mixture::MixPixelsOfRow(int64_t y, const MixWeights& weights) const {
 }
 
 void Mixture::Write(const MixWeights& weights) const {
-  const CpuLevel level =
-      weights.Bounded() ? LevelFor(dest, {a, b, mask}, columns, rows) : CpuLevel::kSse2;
-  const ArithmeticKernels& kernels = ArithmeticKernelsFor(level);
+  const ArithmeticKernels& kernels =
+      weights.Bounded() ? KernelsFor(dest, {a, b, mask}, columns, rows) : KernelsOneByOne();
   const auto* const pixels =
       std::find_if(std::begin(kernels.mix_pixels), std::end(kernels.mix_pixels),
                    [this](const auto& sizes) { return Fits(sizes); });

@@ -4,7 +4,7 @@
 #include "maths/arithmetic_kernels.h"
 
 // The arithmetic kernels one pixel after the other, whatever rows share memory and however large
-// sums become: what the lowest level is asked for. Internal linkage, for kernel sources.
+// sums become: those of `KernelsOneByOne`. Internal linkage, for kernel sources.
 
 namespace qel::QEL_LEVEL {
 namespace {

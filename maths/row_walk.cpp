@@ -15,14 +15,19 @@ bool SamePixels(const RowWalk& a, const RowWalk& b, int64_t rows) {
 
 }  // namespace
 
-CpuLevel LevelFor(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
-                  int64_t rows) {
+bool MayGoByVectors(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
+                    int64_t rows) {
   const MemoryReach written = ReachOf(dest, columns, rows);
   for (const RowWalk& source : sources) {
     if (source.bits == nullptr || SamePixels(dest, source, rows)) continue;
-    if (ReachOf(source, columns, rows).Meets(written)) return CpuLevel::kSse2;
+    if (ReachOf(source, columns, rows).Meets(written)) return false;
   }
-  return kActiveCpuLevel;
+  return true;
+}
+
+CpuLevel LevelFor(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
+                  int64_t rows) {
+  return MayGoByVectors(dest, sources, columns, rows) ? kActiveCpuLevel : CpuLevel::kSse2;
 }
 
 }  // namespace qel

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include "simd/cpu_level.h"
+#include "maths/arithmetic_kernels.h"
 
 namespace qel {
 
@@ -22,9 +22,21 @@ struct RowWalk {
   uint8_t* Row(int64_t y) const { return bits + y * step; }
 };
 
-/// The level whose row functions walk from `sources` to `dest`: the active one, unless memory that
-/// is written holds pixels still to be read at another place of the walk. Then the lowest level,
-/// whose plain loops go one pixel after the other. Null sources are left out.
+/// False when memory that is written holds pixels still to be read at another place of the walk:
+/// then one pixel goes after the other. Null sources are left out.
+bool MayGoByVectors(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
+                    int64_t rows);
+
+/// The row functions that walk from `sources` to `dest`.
+inline const ArithmeticKernels& KernelsFor(const RowWalk& dest,
+                                           std::initializer_list<RowWalk> sources, int64_t columns,
+                                           int64_t rows) {
+  return MayGoByVectors(dest, sources, columns, rows) ? ActiveArithmeticKernels()
+                                                      : KernelsOneByOne();
+}
+
+/// The level whose conversions walk from `sources` to `dest`: the active one, or else the lowest,
+/// whose plain loops go one pixel after the other.
 CpuLevel LevelFor(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
                   int64_t rows);
 

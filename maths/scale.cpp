@@ -126,8 +126,8 @@ struct Rows {
 
   void Scale(const Conversion& conversion, const ScaleMap& map) const {
     const bool unbounded = conversion.by_thirds && !map.Bounded(3 * 255);
-    const Kernels& kernels = ArithmeticKernelsFor(
-        unbounded ? CpuLevel::kSse2 : LevelFor(dest, {source, mask}, columns, rows));
+    const Kernels& kernels =
+        unbounded ? KernelsOneByOne() : KernelsFor(dest, {source, mask}, columns, rows);
     const auto count = static_cast<size_t>(columns * conversion.units);
     for (int64_t y = 0; y < rows; ++y) {
       if (mask.bits != nullptr) {
@@ -220,8 +220,7 @@ result_t CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double fac
         static_cast<uint32_t>(from.stride) / static_cast<uint32_t>(shape.bit_count / 8);
     const RowWalk words = {from.bits, static_cast<int32_t>(4 * stride_words), 4};
     const RowWalk bytes = {to.bits, to.stride};
-    const Kernels& kernels =
-        ArithmeticKernelsFor(LevelFor(bytes, {words}, shape.Columns(), shape.Rows()));
+    const Kernels& kernels = KernelsFor(bytes, {words}, shape.Columns(), shape.Rows());
     const auto columns = static_cast<size_t>(shape.Columns());
     for (int64_t y = 0; y < shape.Rows(); ++y) {
       if (single) {
