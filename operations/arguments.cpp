@@ -16,11 +16,9 @@
 namespace qel::operations {
 namespace {
 
-/// "brightness: whole number from -255 to 255, default 0".
+/// "brightness takes a whole number from -255 to 255".
 std::string Expectation(const Parameter& parameter) {
-  std::ostringstream text;
-  text << parameter.name << " takes " << DescribeValues(parameter);
-  return text.str();
+  return std::string(parameter.name) + " takes " + DescribeValues(parameter);
 }
 
 bool ParseNumber(std::string_view text, double& number) {
@@ -211,7 +209,7 @@ std::string DescribeValues(const Parameter& parameter) {
       for (const Choice& choice : parameter.choices) text << ", or " << choice.label;
       break;
     case Kind::kExtent:
-      text << "a number of pixels, or a percentage such as 50%";
+      text << "a number of pixels" << DescribeRange(parameter) << ", or a percentage such as 50%";
       break;
     case Kind::kFlag:
       text << "yes or no";
@@ -302,8 +300,8 @@ void Arguments::Set(std::string_view name, std::string text) {
   const Parameter& parameter = *operation_->Find(name);
   if (!value.Take(parameter, text)) {
     throw StepError(std::string(operation_->name) + ": " + std::string(name) + "=" + text +
-                        " does not fit: " + Expectation(parameter) +
-                        DidYouMean(text, ChoiceLabels(parameter), ""),
+                        (text.empty() ? " is empty: " : " does not fit: ") +
+                        Expectation(parameter) + DidYouMean(text, ChoiceLabels(parameter), ""),
                     operation_->name, name);
   }
 }

@@ -35,8 +35,10 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
         names.push_back(option);
         all += " " + option;
       }
+      // A letter alone is the beginning of a name, as other tools shorten it.
+      const std::string unshortened = name.size() == 2 ? "-" + name : name;
       throw Failure(kUsage, "there is no option {}{}", name,
-                    DidYouMean(name, names, known.empty() ? "; none is" : all));
+                    DidYouMean(unshortened, names, known.empty() ? "; none is" : all));
     }
     rest_before_[name] = rest_.size();
     if (found->second == Takes::kNothing && equals != std::string::npos) {
