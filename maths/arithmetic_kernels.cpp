@@ -85,7 +85,9 @@ uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t coun
         StoreU(d | opacity, to);
       },
       To<kBytes>{dest}, From<kBytes>{a}, From<kBytes>{b});
-  return ReduceSum(tally);
+  uint64_t sum = 0;
+  for (const uint64_t lane : LanesOf(tally).at) sum += lane;
+  return sum;
 }
 
 void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,

@@ -18,17 +18,17 @@
 // - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
 //   MulAdd, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
 // - Neighbours: SatWidenMulPairwiseAdd(u8, i8), WidenMulPairwiseAdd(i16, i16),
-//   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8), ReduceSum(v).
+//   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8).
 // - Masks: == != < <= > >= make a `Mask<V>`; & | ^ ~, IfThenElse(mask, yes, no),
 //   IfNegativeThenElse(v, yes, no), IncrementWhere(mask, v), DecrementWhere(mask, v),
 //   FirstN<V>(count), AllFalse, MaskFromBits<V, bits>(), BitsFromMask, BitsEqual,
 //   BitsGreater, VecFromMask, RebindMask<To>.
 // - Conversions: BitCast<To>(v), ConvertTo<To>(v), ReorderDemote2To<To>(a, b), LowerHalf(v),
-//   UpperHalf(v), Combine(upper, lower), TruncateTo<To>(v), ExtractBlock<k>(v).
+//   UpperHalf(v), Combine(upper, lower), ExtractBlock<k>(v).
 // - Within blocks: InterleaveLower(a, b), InterleaveUpper(a, b),
 //   TableLookupBytesOr0(bytes, places), CombineShiftRightBytes<bytes>(upper, lower).
 // - Anywhere: Shuffled<R>(a, b, at), TableLookupLanes(v, places), TwoTablesLookupLanes(a, b,
-//   places), Reverse(v), NextBlocks(upper, lower).
+//   places), NextBlocks(upper, lower).
 //
 // Every function is there at every level and gives the same, but for the rounding of MulAdd.
 // What a level has no instruction for takes as long as plain loops; where another way is
@@ -43,8 +43,8 @@
 // and together), simd/table_lookup.h (tables of 256 bytes), simd/row_walk.h (rows in blocks),
 // simd/window.h (rows a vector at a time, windows of a few columns).
 //
-// The functions stand in simd/levels: vec.h, moves.h and lane_masks.h in plain C++ for all levels,
-// x86.h and the files of the levels where the compiler makes too little of that. A new word goes
+// The functions stand in simd/levels: vec.h and moves.h in plain C++ for all levels, x86.h and the
+// files of the higher levels where the compiler makes too little of that. A new word goes
 // into vec.h or moves.h, into the levels that have an instruction, and into
 // tests/simd/primitives_kernels.cpp. Everything has internal linkage: the linker must not pick one
 // level's copy for all.
@@ -65,26 +65,24 @@ constexpr size_t kVectorBytes = QEL_SIMD_BYTES;
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 
-#include "simd/levels/lane_masks.h"
-
-#if defined(QEL_LEVEL_avx2)
-#include "simd/levels/avx2.h"
-#elif defined(QEL_LEVEL_avx512) || defined(QEL_LEVEL_avx512vbmi)
+#if QEL_SIMD_BYTES == 64
 #include "simd/levels/avx512.h"
+#elif QEL_SIMD_BYTES == 32
+#include "simd/levels/avx2.h"
 #elif defined(__SSE2__)
-#include "simd/levels/sse2.h"
+#include "simd/levels/x86.h"
+#else
+#include "simd/levels/moves.h"
 #endif
-#include "simd/levels/stream.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 #if defined(QEL_LEVEL_avx512vbmi)
 constexpr bool kHasByteLookup = true;
-constexpr bool kHasDotProducts = true;
 #else
 constexpr bool kHasByteLookup = false;
-constexpr bool kHasDotProducts = false;
 #endif
+constexpr bool kHasDotProducts = kHasByteLookup;
 constexpr bool kHasTableLookupBytes = kVectorBytes > 16;
 #ifdef __SSE2__
 constexpr bool kHasSaturatedWords = true;
@@ -92,6 +90,27 @@ constexpr bool kHasSaturatedWords = true;
 constexpr bool kHasSaturatedWords = false;
 #endif
 constexpr bool kHasFusedMulAdd = kVectorBytes == 64;
+
+/// Stores a vector past the caches, where the processor can, at an address that is a multiple of
+/// its size: what is written is not read first, and displaces nothing.
+QEL_SIMD_INLINE void Stream(U8 v, uint8_t* to) {
+#if !defined(__SSE2__) || defined(QEL_EMULATED_AVX512)
+  StoreU(v, to);
+#elif QEL_SIMD_BYTES == 64
+  _mm512_stream_si512(reinterpret_cast<__m512i*>(to), reinterpret_cast<__m512i>(v.raw));
+#elif QEL_SIMD_BYTES == 32
+  _mm256_stream_si256(reinterpret_cast<__m256i*>(to), reinterpret_cast<__m256i>(v.raw));
+#else
+  _mm_stream_si128(reinterpret_cast<__m128i*>(to), reinterpret_cast<__m128i>(v.raw));
+#endif
+}
+/// Has what was streamed come before all later stores, as other threads see them.
+QEL_SIMD_INLINE void FinishStream() {
+#if defined(__SSE2__) && !defined(QEL_EMULATED_AVX512)
+  _mm_sfence();
+#endif
+}
+
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 

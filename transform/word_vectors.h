@@ -99,7 +99,7 @@ QEL_SIMD_INLINE void StoreWords(U32 words, uint8_t* pixels, size_t count = U32::
     StoreBlocks(ShuffleBlocks(BitCast<U8>(words), kCloseUp), pixels, 4 * kBytes);
   } else {
     if constexpr (kBytes == 1) {
-      if (all) return StoreU(TruncateTo<Vec<uint8_t, U32::kLanes>>(words), pixels);
+      if (all) return StoreU(ConvertTo<Vec<uint8_t, U32::kLanes>>(words), pixels);
     }
     static constexpr auto kOrder =
         MakePattern<64>([](size_t i) { return i / kBytes * 4 + i % kBytes; });

@@ -3,7 +3,7 @@
 
 #include "simd/levels/vec.h"
 
-// Lanes converted and moved, in plain C++.
+// Lanes converted, moved and compared, in plain C++.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -23,11 +23,7 @@ QEL_SIMD_INLINE To ConvertTo(Vec<T, n> v) {
     return {__builtin_convertvector(v.raw, typename To::Raw)};
   }
 }
-/// The low bits of each lane, as many as those of `To` have.
-template <typename To, typename T, size_t n>
-QEL_SIMD_INLINE To TruncateTo(Vec<T, n> v) {
-  return {__builtin_convertvector(v.raw, typename To::Raw)};
-}
+
 // Lanes moved.
 
 template <typename R, typename V, typename At, size_t... i>
@@ -135,19 +131,19 @@ template <typename V>
 QEL_SIMD_INLINE V LoadBlocks(const uint8_t* from, ptrdiff_t stride) {
   return GatherBlocks<V>([=](size_t i) { return from + static_cast<ptrdiff_t>(i) * stride; });
 }
-template <typename T, size_t n>
-QEL_SIMD_INLINE void StoreBlocks(Vec<T, n> v, uint8_t* to, ptrdiff_t stride) {
-  for (size_t i = 0; i < n / 16; ++i) {
-    __builtin_memcpy(to + static_cast<ptrdiff_t>(i) * stride,
-                     reinterpret_cast<const uint8_t*>(&v) + 16 * i, 16);
-  }
-}
 template <size_t kBlock, typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, 16> ExtractBlock(Vec<T, n> v) {
   // GCC makes one instruction of copies, which a store takes along, but two of shuffles.
   Vec<T, 16> block;
   __builtin_memcpy(&block, reinterpret_cast<const uint8_t*>(&v) + 16 * kBlock, 16);
   return block;
+}
+template <typename T, size_t n>
+QEL_SIMD_INLINE void StoreBlocks(Vec<T, n> v, uint8_t* to, ptrdiff_t stride) {
+  [&]<size_t... i>(std::index_sequence<i...>) __attribute__((always_inline)) {
+    (StoreU(ExtractBlock<i>(v), to + static_cast<ptrdiff_t>(i) * stride), ...);
+  }
+  (std::make_index_sequence<n / 16>());
 }
 /// One block in the place of each.
 template <typename V>
@@ -159,12 +155,127 @@ template <typename V>
 QEL_SIMD_INLINE V NextBlocks(V upper, V lower) {
   return Shuffled<V>(lower, upper, [](size_t i) { return i + kBlockLanes<V>; });
 }
-/// Lanes in the opposite order: within blocks, then the blocks.
+// Masks: truths of lanes, which the compiler keeps in registers of their own where there are any.
+
+/// One truth per lane of `V`: all bits of a lane or none.
 template <typename V>
-QEL_SIMD_INLINE V Reverse(V v) {
-  constexpr size_t m = kBlockLanes<V>;
-  const V turned = Shuffled<V>(v, v, [](size_t i) { return i - i % m + m - 1 - i % m; });
-  return Shuffled<V>(turned, turned, [](size_t i) { return V::kLanes - m - i + 2 * (i % m); });
+struct Mask {
+  using Raw = decltype(typename V::Raw{} < typename V::Raw{});
+  Raw raw;
+};
+
+#define QEL_SIMD_COMPARISON(op)                                           \
+  template <typename T, size_t n>                                         \
+  QEL_SIMD_INLINE Mask<Vec<T, n>> operator op(Vec<T, n> a, Vec<T, n> b) { \
+    return {a.raw op b.raw};                                              \
+  }
+QEL_SIMD_COMPARISON(==)
+QEL_SIMD_COMPARISON(!=)
+QEL_SIMD_COMPARISON(<)
+QEL_SIMD_COMPARISON(<=)
+QEL_SIMD_COMPARISON(>)
+QEL_SIMD_COMPARISON(>=)
+#undef QEL_SIMD_COMPARISON
+#define QEL_SIMD_OF_MASKS(op)                                 \
+  template <typename V>                                       \
+  QEL_SIMD_INLINE Mask<V> operator op(Mask<V> a, Mask<V> b) { \
+    return {a.raw op b.raw};                                  \
+  }
+QEL_SIMD_OF_MASKS(&)
+QEL_SIMD_OF_MASKS(|)
+QEL_SIMD_OF_MASKS(^)
+#undef QEL_SIMD_OF_MASKS
+template <typename V>
+QEL_SIMD_INLINE Mask<V> operator~(Mask<V> mask) {
+  return {~mask.raw};
+}
+
+/// All bits of the lanes that are true.
+template <typename V>
+QEL_SIMD_INLINE V VecFromMask(Mask<V> mask) {
+  return {reinterpret_cast<typename V::Raw>(mask.raw)};
+}
+/// True for lanes that are not 0; they must have all bits or none.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Mask<Vec<T, n>> MaskFromVec(Vec<T, n> v) {
+  return {reinterpret_cast<typename Mask<Vec<T, n>>::Raw>(v.raw)};
+}
+/// Bit i as lane i, a constant.
+template <typename V, uint64_t kBits>
+QEL_SIMD_INLINE Mask<V> MaskFromBits() {
+  using Lane = typename V::Lane;
+  return MaskFromVec(LanesFrom<V>([](size_t i) { return (kBits >> i & 1) != 0 ? ~Lane{} : 0; }));
+}
+/// The same truths for lanes of another size.
+template <typename To, typename V>
+QEL_SIMD_INLINE Mask<To> RebindMask(Mask<V> mask) {
+  return {__builtin_convertvector(mask.raw, typename Mask<To>::Raw)};
+}
+template <typename V>
+QEL_SIMD_INLINE V IfThenElse(Mask<V> mask, V yes, V no) {
+  return {mask.raw ? yes.raw : no.raw};
+}
+/// Adds 1 where true.
+template <typename V>
+QEL_SIMD_INLINE V IncrementWhere(Mask<V> mask, V v) {
+  return kVectorBytes == 64 ? IfThenElse(mask, v + Set<V>(1), v) : v - VecFromMask(mask);
+}
+template <typename V>
+QEL_SIMD_INLINE V DecrementWhere(Mask<V> mask, V v) {
+  return kVectorBytes == 64 ? IfThenElse(mask, v - Set<V>(1), v) : v + VecFromMask(mask);
+}
+/// `yes` where the highest bit of a lane is set.
+template <typename T, size_t n>
+QEL_SIMD_INLINE Vec<T, n> IfNegativeThenElse(Vec<T, n> v, Vec<T, n> yes, Vec<T, n> no) {
+  using Signed = Vec<std::make_signed_t<T>, n>;
+  return {BitCast<Signed>(v).raw < 0 ? yes.raw : no.raw};
+}
+/// Lane i as bit i.
+template <typename V>
+QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
+  uint64_t bits = 0;
+  for (size_t i = 0; i < V::kLanes; ++i) bits |= uint64_t{mask.raw[i] != 0} << i;
+  return bits;
+}
+/// Lane i of a comparison as bit i.
+template <typename V>
+QEL_SIMD_INLINE uint64_t BitsEqual(V a, V b) {
+  return BitsFromMask(a == b);
+}
+template <typename V>
+QEL_SIMD_INLINE uint64_t BitsGreater(V a, V b) {
+  return BitsFromMask(a > b);
+}
+/// True for the first `count` lanes.
+template <typename V>
+QEL_SIMD_INLINE Mask<V> FirstN(size_t count) {
+  using Lane = typename V::Lane;
+  return Iota<V>(0) < Set<V>(static_cast<Lane>(count < V::kLanes ? count : V::kLanes));
+}
+/// The lanes that are true, 0 in the others, whose memory is not touched.
+template <typename V>
+QEL_SIMD_INLINE V MaskedLoad(Mask<V> mask, const void* from) {
+  V v = {};
+  for (size_t i = 0; i < V::kLanes; ++i) {
+    typename V::Lane lane;
+    if (mask.raw[i] == 0) continue;
+    __builtin_memcpy(&lane, static_cast<const uint8_t*>(from) + i * sizeof(lane), sizeof(lane));
+    v.raw[i] = lane;
+  }
+  return v;
+}
+/// Touches the memory of lanes that are true only.
+template <typename V>
+QEL_SIMD_INLINE void BlendedStore(V v, Mask<V> mask, void* to) {
+  for (size_t i = 0; i < V::kLanes; ++i) {
+    const typename V::Lane lane = v.raw[i];
+    if (mask.raw[i] == 0) continue;
+    __builtin_memcpy(static_cast<uint8_t*>(to) + i * sizeof(lane), &lane, sizeof(lane));
+  }
+}
+template <typename V>
+QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) {
+  return BitsFromMask(mask) == 0;
 }
 
 }  // namespace

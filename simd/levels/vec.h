@@ -60,19 +60,6 @@ template <typename V>
 QEL_SIMD_INLINE V Set(typename V::Lane value) {
   return V{value - typename V::Raw{}};  // Adding would lose the sign of -0.
 }
-/// first, first + 1, ...
-template <typename V>
-QEL_SIMD_INLINE V Iota(typename V::Lane first) {
-  struct Lanes {
-    alignas(V::kBytes) typename V::Lane at[V::kLanes];
-  };
-  static constexpr Lanes kLanes = [] {
-    Lanes lanes{};
-    for (size_t i = 0; i < V::kLanes; ++i) lanes.at[i] = static_cast<typename V::Lane>(i);
-    return lanes;
-  }();
-  return V{LoadU<V>(&kLanes).raw + first};
-}
 template <typename V, typename Of, size_t... i>
 QEL_SIMD_INLINE V LanesFrom(const Of& of, std::index_sequence<i...>) {
   return V{typename V::Raw{static_cast<typename V::Lane>(of(i))...}};
@@ -81,6 +68,11 @@ QEL_SIMD_INLINE V LanesFrom(const Of& of, std::index_sequence<i...>) {
 template <typename V, typename Of>
 QEL_SIMD_INLINE V LanesFrom(const Of& of) {
   return LanesFrom<V>(of, std::make_index_sequence<V::kLanes>());
+}
+/// first, first + 1, ...
+template <typename V>
+QEL_SIMD_INLINE V Iota(typename V::Lane first) {
+  return V{LanesFrom<V>([](size_t i) { return i; }).raw + first};
 }
 /// The same bits as other lanes.
 template <typename To, typename T, size_t n>
@@ -100,17 +92,13 @@ QEL_SIMD_INLINE Vec<T, n> KeepInRegister(Vec<T, n> v) {
 // Operators, lane by lane. Whole numbers wrap around.
 
 template <typename T, size_t n>
-struct WrappingOf {
-  using Type = Vec<T, n>;
-};
-template <typename T, size_t n>
-requires(std::is_integral_v<T>) struct WrappingOf<T, n> {
-  using Type = Vec<std::make_unsigned_t<T>, n>;
-};
+using WrappingOf = Vec<typename std::conditional_t<std::is_integral_v<T>, std::make_unsigned<T>,
+                                                   std::type_identity<T>>::type,
+                       n>;
 #define QEL_SIMD_OPERATOR(op)                                             \
   template <typename T, size_t n>                                         \
   QEL_SIMD_INLINE Vec<T, n> operator op(Vec<T, n> a, Vec<T, n> b) {       \
-    using W = typename WrappingOf<T, n>::Type;                            \
+    using W = WrappingOf<T, n>;                                           \
     return BitCast<Vec<T, n>>(W{BitCast<W>(a).raw op BitCast<W>(b).raw}); \
   }                                                                       \
   template <typename T, size_t n>                                         \
@@ -131,7 +119,7 @@ QEL_SIMD_INLINE Vec<T, n> operator~(Vec<T, n> v) {
 }
 template <int kBits, typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> ShiftLeft(Vec<T, n> v) {
-  using W = typename WrappingOf<T, n>::Type;
+  using W = WrappingOf<T, n>;
   return BitCast<Vec<T, n>>(W{BitCast<W>(v).raw << kBits});
 }
 /// Signed lanes keep their sign.
@@ -190,30 +178,17 @@ QEL_SIMD_INLINE Vec<T, n> SaturatedSub(Vec<T, n> a, Vec<T, n> b) {
 /// (a + b + 1) / 2 without loss.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> AverageRound(Vec<T, n> a, Vec<T, n> b) {
-  Vec<T, n> r;
-  for (size_t i = 0; i < r.kLanes; ++i) {
-    r.raw[i] = static_cast<T>((uint32_t{a.raw[i]} + b.raw[i] + 1) >> 1);
-  }
-  return r;
+  return EachLane<Vec<T, n>>([](uint32_t x, uint32_t y) { return (x + y + 1) >> 1; }, a, b);
 }
 /// The lowest whole number stays as it is.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> Abs(Vec<T, n> v) {
-  if constexpr (std::is_integral_v<T>) {
-    return Max(v, Zero<Vec<T, n>>() - v);
-  } else {
-    using Bits = Vec<std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>, n>;
-    return BitCast<Vec<T, n>>(Bits{BitCast<Bits>(v).raw << 1 >> 1});
-  }
+  return Max(v, Zero<Vec<T, n>>() - v);
 }
+/// Double precision rounds square roots of single precision as that does itself.
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> Sqrt(Vec<T, n> v) {
-  Vec<T, n> r;
-  for (size_t i = 0; i < r.kLanes; ++i) {
-    if constexpr (sizeof(T) == 4) r.raw[i] = __builtin_sqrtf(v.raw[i]);
-    if constexpr (sizeof(T) == 8) r.raw[i] = __builtin_sqrt(v.raw[i]);
-  }
-  return r;
+  return EachLane<Vec<T, n>>([](T x) { return __builtin_sqrt(x); }, v);
 }
 /// mul * x + add, rounded once if `kHasFusedMulAdd`, else twice.
 template <typename T, size_t n>
@@ -224,9 +199,7 @@ QEL_SIMD_INLINE Vec<T, n> MulAdd(Vec<T, n> mul, Vec<T, n> x, Vec<T, n> add) {
 template <typename T, size_t n>
 QEL_SIMD_INLINE Vec<T, n> MulHigh(Vec<T, n> a, Vec<T, n> b) {
   using Wide = std::conditional_t<std::is_signed_v<T>, int32_t, uint32_t>;
-  Vec<T, n> r;
-  for (size_t i = 0; i < r.kLanes; ++i) r.raw[i] = static_cast<T>(Wide{a.raw[i]} * b.raw[i] >> 16);
-  return r;
+  return EachLane<Vec<T, n>>([](Wide x, Wide y) { return x * y >> 16; }, a, b);
 }
 
 // Sums of neighbours.
@@ -268,12 +241,6 @@ QEL_SIMD_INLINE Vec<uint64_t, n> SumsOf8(Vec<uint8_t, n> v) {
   Vec<uint64_t, n> r = {};
   for (size_t i = 0; i < n; ++i) r.raw[i / 8] += v.raw[i];
   return r;
-}
-template <typename T, size_t n>
-QEL_SIMD_INLINE T ReduceSum(Vec<T, n> v) {
-  T sum = 0;
-  for (size_t i = 0; i < n / sizeof(T); ++i) sum = static_cast<T>(sum + v.raw[i]);
-  return sum;
 }
 
 }  // namespace

@@ -5,16 +5,23 @@
 
 #include "simd/levels/moves.h"
 
-// Instructions that exist under one name at several lengths of x86-64 registers. The file of a
-// level says how it spells them: `Native` and QEL_X86(name).
+// Instructions that exist under one name at several lengths of x86-64 registers.
+
+#if QEL_SIMD_BYTES == 64
+#define QEL_X86(name) _mm512_##name
+#elif QEL_SIMD_BYTES == 32
+#define QEL_X86(name) _mm256_##name
+#else
+#define QEL_X86(name) _mm_##name
+#endif
 
 namespace qel::QEL_LEVEL {
 namespace {
 
-template <typename T, size_t n>
-QEL_SIMD_INLINE Native Bits(Vec<T, n> v) {
-  return reinterpret_cast<Native>(v.raw);
-}
+using Native = decltype(QEL_X86(set1_epi8)(0));
+
+/// Lanes of whole numbers as instructions take them.
+QEL_SIMD_INLINE Native Bits(auto v) { return reinterpret_cast<Native>(v.raw); }
 template <typename V, typename Register>
 QEL_SIMD_INLINE V As(Register bits) {
   static_assert(sizeof(V) == sizeof(Register));
@@ -43,23 +50,47 @@ QEL_SIMD_INLINE U64 SumsOf8(U8 v) { return As<U64>(QEL_X86(sad_epu8)(Bits(v), Bi
 QEL_SIMD_INLINE F32 Sqrt(F32 v) { return {QEL_X86(sqrt_ps)(v.raw)}; }
 QEL_SIMD_INLINE F64 Sqrt(F64 v) { return {QEL_X86(sqrt_pd)(v.raw)}; }
 
-template <typename To>
-requires(std::is_same_v<To, I32>) QEL_SIMD_INLINE To ConvertTo(F32 v) {
-  return As<I32>(QEL_X86(cvttps_epi32)(v.raw));
-}
-template <typename To>
-requires(std::is_same_v<To, U8>) QEL_SIMD_INLINE To ReorderDemote2To(I16 a, I16 b) {
-  return As<U8>(QEL_X86(packus_epi16)(Bits(a), Bits(b)));
-}
-template <typename To>
-requires(std::is_same_v<To, I8>) QEL_SIMD_INLINE To ReorderDemote2To(I16 a, I16 b) {
-  return As<I8>(QEL_X86(packs_epi16)(Bits(a), Bits(b)));
-}
-template <typename To>
-requires(std::is_same_v<To, I16>) QEL_SIMD_INLINE To ReorderDemote2To(I32 a, I32 b) {
-  return As<I16>(QEL_X86(packs_epi32)(Bits(a), Bits(b)));
+#define QEL_X86_DEMOTE(Result, Argument, name)                                           \
+  template <typename To>                                                                 \
+  requires(std::is_same_v<To, Result>) QEL_SIMD_INLINE To ReorderDemote2To(Argument a,   \
+                                                                           Argument b) { \
+    return As<To>(QEL_X86(name)(Bits(a), Bits(b)));                                      \
+  }
+QEL_X86_DEMOTE(U8, I16, packus_epi16)
+QEL_X86_DEMOTE(I8, I16, packs_epi16)
+QEL_X86_DEMOTE(I16, I32, packs_epi32)
+#undef QEL_X86_DEMOTE
+
+#define QEL_X86_CONVERT(Result, Argument, intrinsic, bits)                        \
+  template <typename To>                                                          \
+  requires(std::is_same_v<To, Result>) QEL_SIMD_INLINE To ConvertTo(Argument v) { \
+    return As<To>(intrinsic(bits(v.raw)));                                        \
+  }
+QEL_X86_CONVERT(I32, F32, QEL_X86(cvttps_epi32), )
+
+QEL_SIMD_INLINE __m128i LoadBlock(const void* from) {
+  return _mm_loadu_si128(static_cast<const __m128i*>(from));
 }
 
+#if QEL_SIMD_BYTES < 64
+
+template <typename V>
+requires(V::kBytes == kVectorBytes) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
+  if constexpr (sizeof(typename V::Lane) == 8) {
+    return static_cast<uint64_t>(QEL_X86(movemask_pd)(reinterpret_cast<F64::Raw>(mask.raw)));
+  } else if constexpr (sizeof(typename V::Lane) == 4) {
+    return static_cast<uint64_t>(QEL_X86(movemask_ps)(reinterpret_cast<F32::Raw>(mask.raw)));
+  } else if constexpr (sizeof(typename V::Lane) == 2) {
+    // Of each block, the lower half of the bytes.
+    const auto bytes = QEL_X86(packs_epi16)(Bits(mask), Bits(Zero<V>()));
+    const auto bits = static_cast<uint32_t>(QEL_X86(movemask_epi8)(bytes));
+    return (bits | bits >> 8) & 0xFFFF;
+  } else {
+    return static_cast<uint32_t>(QEL_X86(movemask_epi8)(Bits(mask)));
+  }
+}
+
+#endif
 #ifdef __AVX2__
 
 QEL_SIMD_INLINE I16 SatWidenMulPairwiseAdd(U8 a, I8 b) {
@@ -74,6 +105,20 @@ QEL_SIMD_INLINE Vec<T, kVectorBytes> CombineShiftRightBytes(Vec<T, kVectorBytes>
   if constexpr (kShift == 0) return lower;
   if constexpr (kShift == 16) return upper;
   return As<Vec<T, kVectorBytes>>(QEL_X86(alignr_epi8)(Bits(upper), Bits(lower), kShift % 16));
+}
+
+#else
+
+template <typename To>
+requires(std::is_same_v<To, Half<I32>>) QEL_SIMD_INLINE To ConvertTo(F64 v) {
+  return LowerHalf(As<I32>(_mm_cvttpd_epi32(v.raw)));
+}
+template <size_t kShift, typename T>
+QEL_SIMD_INLINE Vec<T, 16> CombineShiftRightBytes(Vec<T, 16> upper, Vec<T, 16> lower) {
+  if constexpr (kShift == 0) return lower;
+  if constexpr (kShift == 16) return upper;
+  return As<Vec<T, 16>>(_mm_or_si128(_mm_srli_si128(Bits(lower), kShift % 16),
+                                     _mm_slli_si128(Bits(upper), 16 - kShift % 16)));
 }
 
 #endif

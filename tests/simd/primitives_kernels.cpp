@@ -185,14 +185,11 @@ const Primitive kAll[] = {
     CASE(I32, U8, SumOfMulQuadAccumulate(a, BitCast<I8>(b), BitCast<I32>(Set<U8>(3))),
          0x03030303 + a[4 * i] * int8_t(b[4 * i]) + a[4 * i + 1] * int8_t(b[4 * i + 1]) +
              a[4 * i + 2] * int8_t(b[4 * i + 2]) + a[4 * i + 3] * int8_t(b[4 * i + 3])),
-    CASE(U64, U8, SumsOf8(a),
-         SumOf(8, [&](size_t k) { return uint64_t{a[8 * i + k]}; })),
-    CASE(U64, U64, Set<U64>(ReduceSum(a)),
-         SumOf(n, [&](size_t k) { return uint64_t{a[k]}; })),
+    CASE(U64, U8, SumsOf8(a), SumOf(8, [&](size_t k) { return uint64_t{a[8 * i + k]}; })),
 
     // Masks.
     CASE(U8, U8, MaskedLoad<U8>(a < b, &drawn), a[i] < b[i] ? a[i] : 0),
-    CASE(U64, U8, Set<U64>(BitsEqual(a & Set<U8>(3), b & Set<U8>(3))),
+    CASE(U64, U8, Set<U64>(BitsEqual(a& Set<U8>(3), b& Set<U8>(3))),
          BitsWhere(n, [&](size_t k) { return a[k] % 4 == b[k] % 4; })),
     CASE(U64, U16, Set<U64>(BitsGreater(a, b)),
          BitsWhere(n, [&](size_t k) { return a[k] > b[k]; })),
@@ -251,8 +248,7 @@ const Primitive kAll[] = {
     CASE(U8, U8, NextBlocks(b, a), a[i + 16]),
     CASE(U8, U8, LanesFrom<U8>([&](size_t k) { return drawn.at[3 * k]; }), a[3 * i]),
     CASE(Block<U8>, U8, ExtractBlock<U8::kBytes / 16 - 1>(a), a[n - 16 + i]),
-    CASE(U8, U8, Reverse(a), a[n - 1 - i]),
-    CASE(QuarterOfBytes, U32, TruncateTo<QuarterOfBytes>(a), a[i]),
+    CASE(QuarterOfBytes, U32, ConvertTo<QuarterOfBytes>(a), a[i]),
 
     // What stands on these.
     CASE(U8, U8, TableLookup(kTable.bytes)(a), a[i] * a[i] / 3),

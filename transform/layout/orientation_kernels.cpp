@@ -249,6 +249,14 @@ void Exchange4(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count
   }
 }
 
+/// Lanes in the opposite order: within blocks, then the blocks.
+template <typename V>
+QEL_SIMD_INLINE V Reverse(V v) {
+  constexpr size_t m = kBlockLanes<V>;
+  const V turned = Shuffled<V>(v, v, [](size_t i) { return i - i % m + m - 1 - i % m; });
+  return Shuffled<V>(turned, turned, [](size_t i) { return V::kLanes - m - i + 2 * (i % m); });
+}
+
 template <int kBytes>
 void ReverseRow(uint8_t* dest, const uint8_t* source, size_t count) {
   // The words of a pixel are what 4-byte pixels move in.
