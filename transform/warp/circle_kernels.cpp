@@ -139,13 +139,16 @@ bool Unwrap(const CircleRun& run, CircleSamples& samples) {
 
 void Place(int32_t* __restrict to, const int32_t* __restrict from, size_t count, int32_t centre,
            int32_t sign) {
-  for (size_t i = 0; i < count; ++i) to[i] = WrapAdd(centre, WrapMultiply(sign, from[i]));
+  // The opposite of v is ~v + 1; a multiplication would take longer.
+  const int32_t flip = sign < 0 ? -1 : 0;
+  const int32_t start = WrapSubtract(centre, flip);
+  for (size_t i = 0; i < count; ++i) to[i] = WrapAdd(start, from[i] ^ flip);
 }
 void PlaceReversed(int32_t* __restrict to, const int32_t* __restrict from, size_t count,
                    int32_t centre, int32_t sign) {
-  for (size_t i = 0; i < count; ++i) {
-    to[i] = WrapAdd(centre, WrapMultiply(sign, from[count - 1 - i]));
-  }
+  const int32_t flip = sign < 0 ? -1 : 0;
+  const int32_t start = WrapSubtract(centre, flip);
+  for (size_t i = 0; i < count; ++i) to[i] = WrapAdd(start, from[count - 1 - i] ^ flip);
 }
 
 }  // namespace

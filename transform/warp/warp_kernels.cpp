@@ -113,23 +113,30 @@ void Copy(uint8_t* dest, size_t count, const uint8_t* source, const int32_t* off
   CopySingly<Depth>(dest, count, source, offsets, outside);
 }
 
-bool Offsets(int32_t* __restrict offsets, const int32_t* __restrict sx,
-             const int32_t* __restrict sy, size_t count, const OffsetRule& rule) {
-  // A copy, so that the stores cannot change it.
-  const OffsetRule r = rule;
+template <int kBytes>
+bool OffsetsOf(int32_t* __restrict offsets, const int32_t* __restrict sx,
+               const int32_t* __restrict sy, size_t count, const OffsetRule r) {
   uint32_t all_inside = 1;
   for (size_t i = 0; i < count; ++i) {
     const uint32_t column = static_cast<uint32_t>(sx[i]) - static_cast<uint32_t>(r.left);
     const uint32_t row = static_cast<uint32_t>(sy[i]) - static_cast<uint32_t>(r.top);
     const bool inside =
         (column < static_cast<uint32_t>(r.columns)) & (row < static_cast<uint32_t>(r.rows));
-    const int32_t offset =
-        WrapAdd(WrapMultiply(sy[i], r.stride), WrapMultiply(sx[i], r.pixel_bytes));
-    const int32_t lowered = sx[i] == r.narrow_column ? WrapSubtract(offset, kNarrow) : offset;
+    const int32_t offset = WrapAdd(WrapMultiply(sy[i], r.stride), WrapMultiply(sx[i], kBytes));
+    const bool is_narrow = kBytes == 3 && sx[i] == r.narrow_column;
+    const int32_t lowered = is_narrow ? WrapSubtract(offset, kNarrow) : offset;
     offsets[i] = inside ? lowered : kOutsideOffset;
     all_inside &= inside;
   }
   return all_inside != 0;
+}
+
+bool Offsets(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t count,
+             const OffsetRule& rule) {
+  const auto of = rule.pixel_bytes == 1   ? &OffsetsOf<1>
+                  : rule.pixel_bytes == 3 ? &OffsetsOf<3>
+                                          : &OffsetsOf<4>;
+  return of(offsets, sx, sy, count, rule);
 }
 
 size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,

@@ -17,8 +17,8 @@ struct OffsetRule {
   int32_t left, top;      ///< first column and row inside
   int32_t columns, rows;  ///< how many are inside
   int32_t stride;         ///< bytes from row to row
-  int32_t pixel_bytes;
-  int32_t narrow_column;  ///< this column's offsets come lowered by `kNarrow`
+  int32_t pixel_bytes;    ///< 1, 3 or 4
+  int32_t narrow_column;  ///< of 3 bytes: this column's offsets come lowered by `kNarrow`
 };
 inline constexpr int32_t kLargestOffset = (1 << 29) - 1;
 inline constexpr int32_t kNarrow = 1 << 30;
