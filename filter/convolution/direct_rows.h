@@ -85,7 +85,7 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
       const int32_t* const words = weights.words + j * weights.stride;
       for (size_t i = 0; i < weights.words_per_row; ++i, from += 4 * weights.step) {
         if (words[i] == 0) continue;
-        const I8 weight = SetPairs(words[i]);
+        const auto weight = SetPairs<I8>(words[i]);
         for (size_t a = 0; a < 4; ++a) {
           const U8 quads = TableLookupBytesOr0(LoadU<U8>(from + 4 * a), order);
           sums[a] = SumOfMulQuadAccumulate(quads, weight, sums[a]);
@@ -122,7 +122,7 @@ QEL_SIMD_INLINE void WeighBytePairs(uint8_t* dest, const uint8_t* const* rows,
     for (size_t i = 0; i < weights.words_per_row; ++i, from += 2 * weights.step) {
       if (words[i] == 0) continue;
       if (widens[i] != 0) widen();
-      const I8 pair = SetPairs(words[i]);
+      const PairLanes pair = SetPairs(words[i]);
       for (size_t v = 0; v < kVectors; ++v) {
         const uint8_t* const left = from + v * kVectorBytes;
         some[v].Add(LoadU<U8>(left), LoadU<U8>(left + weights.step), pair);

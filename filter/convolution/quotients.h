@@ -141,25 +141,48 @@ inline void WithSums(ShortSums sums, Run&& run) {
   }
 }
 
+/// Weights of the first and of the second byte of each pair.
+struct SplitPairs {
+  I16 first, second;
+};
+/// Pairs of weights, as the level multiplies them.
+using PairLanes = std::conditional_t<kHasTableLookupBytes, I8, SplitPairs>;
+/// Those given as the bytes of an integer.
+template <typename Lanes = PairLanes>
+QEL_SIMD_INLINE Lanes SetPairs(int32_t pairs) {
+  const I16 words = BitCast<I16>(Set<I32>(pairs));
+  if constexpr (std::is_same_v<Lanes, I8>) {
+    return BitCast<I8>(words);
+  } else {
+    return {ShiftRight<8>(ShiftLeft<8>(words)), ShiftRight<8>(words)};
+  }
+}
+/// Sums of pairs of bytes, which fit their lanes.
+QEL_SIMD_INLINE I16 SumPairs(U8 pairs, I8 weights) {
+  return SatWidenMulPairwiseAdd(pairs, weights);
+}
+QEL_SIMD_INLINE I16 SumPairs(U8 pairs, const SplitPairs& weights) {
+  const U16 words = BitCast<U16>(pairs);
+  return BitCast<I16>(words & Set<U16>(0xFF)) * weights.first +
+         BitCast<I16>(ShiftRight<8>(words)) * weights.second;
+}
+
 /// The weighted sums of one vector of outputs.
 struct Accumulator : Halves<I16> {
   Accumulator() : Halves<I16>{Zero<I16>(), Zero<I16>()} {}
 
-  QEL_SIMD_INLINE void Add(U8 a, U8 b, I8 weights) {
+  QEL_SIMD_INLINE void Add(U8 a, U8 b, const PairLanes& weights) {
     AddPairs({InterleaveLower(a, b), InterleaveUpper(a, b)}, weights);
   }
-  QEL_SIMD_INLINE void AddPairs(const Halves<U8>& pairs, I8 weights) {
-    lower += SatWidenMulPairwiseAdd(pairs.lower, weights);
-    upper += SatWidenMulPairwiseAdd(pairs.upper, weights);
+  QEL_SIMD_INLINE void AddPairs(const Halves<U8>& pairs, const PairLanes& weights) {
+    lower += SumPairs(pairs.lower, weights);
+    upper += SumPairs(pairs.upper, weights);
   }
   QEL_SIMD_INLINE void Add(const Halves<I16>& sums, I16 weight) {
     lower += sums.lower * weight;
     upper += sums.upper * weight;
   }
 };
-
-/// Pairs of weights, given as the bytes of an integer.
-QEL_SIMD_INLINE I8 SetPairs(int32_t pairs) { return BitCast<I8>(Set<I32>(pairs)); }
 
 }  // namespace
 }  // namespace qel::QEL_LEVEL

@@ -15,7 +15,7 @@ void WeighPairs(uint8_t* dest, const uint8_t* const* rows, const PairWeights& we
                 size_t count) {
   const uint8_t* left[kMostPairs];
   const uint8_t* right[kMostPairs];
-  I8 words[kMostPairs];
+  PairLanes words[kMostPairs];
   const size_t pairs = kPairs != 0 ? kPairs : weights.count;
   for (size_t i = 0; i < pairs; ++i) {
     const TapPair& pair = weights.pairs[i];
@@ -66,8 +66,8 @@ QEL_SIMD_INLINE Interleaved ShiftedWindow(Interleaved v, const Interleaved& next
 struct ColumnVectors {
   explicit ColumnVectors(const Square3Weights::Column& column)
       : first_two(SetPairs(column.upper)), third(SetPairs(column.lower)) {}
-  I8 first_two;
-  I8 third;
+  PairLanes first_two;
+  PairLanes third;
 };
 QEL_SIMD_INLINE void AddColumn(Accumulator& sums, const Interleaved& column,
                                const ColumnVectors& weights) {
@@ -84,7 +84,7 @@ class Square3Row {
   /// Sums down each column once, then across.
   void WeighSeparable(uint8_t* dest, size_t count) const {
     const ColumnVectors down(weights_.columns[0]);
-    const I8 centre_pair = SetPairs(weights_.centre);
+    const PairLanes centre_pair = SetPairs(weights_.centre);
     const I16 across[] = {Set<I16>(static_cast<int16_t>(weights_.across[0])),
                           Set<I16>(static_cast<int16_t>(weights_.across[1])),
                           Set<I16>(static_cast<int16_t>(weights_.across[2]))};

@@ -62,6 +62,23 @@ void OfFour(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c,
   });
 }
 
+/// Folds a row into `running`, and that with `above` into `combined`.
+template <typename Extremum>
+void FoldAndJoin(uint8_t* combined, uint8_t* running, const uint8_t* row, const uint8_t* above,
+                 size_t count) {
+  if (count < kVectorBytes) {
+    Fold<Extremum>(running, row, count);
+    return OfTwo<Extremum>(combined, running, above, count);
+  }
+  // The last vector overlaps the one before it, which extrema do not mind.
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    const size_t at = k + kVectorBytes <= count ? k : count - kVectorBytes;
+    const U8 longer = Extremum::Of(LoadU<U8>(running + at), LoadU<U8>(row + at));
+    StoreU(longer, running + at);
+    StoreU(Extremum::Of(longer, LoadU<U8>(above + at)), combined + at);
+  }
+}
+
 /// Outputs of `Across` whose windows are widened together.
 constexpr size_t kStretch = 2048;
 
@@ -183,9 +200,7 @@ template <typename Extremum>
 void Advance(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
              uint8_t* combined, size_t size, size_t step, size_t count) {
   if (AdvanceInRegisters<Extremum>(dest, running, row, above, size, step, count)) return;
-  const size_t pixels = count + (size - 1) * step;
-  Fold<Extremum>(running, row, pixels);
-  OfTwo<Extremum>(combined, running, above, pixels);
+  FoldAndJoin<Extremum>(combined, running, row, above, count + (size - 1) * step);
   Across<Extremum>(dest, combined, size, step, count);
   TakeAlpha(dest, row + (size - 1) * step, step, count);
 }
