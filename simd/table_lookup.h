@@ -44,7 +44,9 @@ class TableLookup {
       // Shuffles and sums by turns keep all parts of the processor busy: a sixth of the time.
       const auto four = [&](size_t k) {
         U8 sum = entry(k, 0);
-        for (const uint8_t from : {16, 32, 48}) sum = KeepInRegister(sum ^ entry(k, from));
+        for (uint8_t from = 16; from < 64; from = static_cast<uint8_t>(from + 16)) {
+          sum = KeepInRegister(sum ^ entry(k, from));
+        }
         return sum;
       };
       const auto eight = [&](size_t k) {
