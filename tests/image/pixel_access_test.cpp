@@ -46,6 +46,7 @@ TEST(PixelAccess, KeepsInteriorOpaque) {
   const uint32_t pixels[] = {0x05000001, 0x06000002, 0x07000003, 0x08000004};
   const auto* const bits = reinterpret_cast<const uint8_t*>(pixels);
   EXPECT_EQ(GetBilinearColor(bits, 0, 0, 2, 2, 8, 32), 0xFF000001u);
+  EXPECT_EQ(GetBilinearColor(bits, 0, 0, 2, 2, 8, 24), 0xFF000001u);
   EXPECT_EQ(GetBilinearColor(bits, 1, 0, 2, 2, 8, 32), 0x06000002u);
   EXPECT_EQ(GetPixelColor(bits, 0, 0, 2, 2, 8, 32), 0x05000001u);
 }

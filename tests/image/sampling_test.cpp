@@ -22,6 +22,30 @@ Raster Flat(int bit_count, uint8_t value) {
   return image;
 }
 
+TEST(Sampling, EqualsTheOracleInsideAndOutside) {
+  Rng rng(2);
+  constexpr float kPositions[] = {0.0f,  -0.0f,  -1.0f,   -1.2f, -1.6f,    0.49999997f,
+                                  1e10f, -1e10f, 8388608, NAN,   INFINITY, -6.5f};
+  for (int round = 0; round < 40; ++round) {
+    const int depth = kAllDepths[static_cast<size_t>(rng.Int(0, 7))];
+    const Raster image = RandomRaster(rng, rng.Int(0, 30), rng.Int(0, 30), depth);
+    const auto position = [&](int size) {
+      if (rng.OneIn(8)) return kPositions[rng.Int(0, 11)];
+      const float anywhere = rng.Float(-8.0f, static_cast<float>(size) + 8.0f);
+      return rng.OneIn(4) ? std::floor(anywhere) : anywhere;
+    };
+    for (int i = 0; i < 600; ++i) {
+      const float x = position(image.width);
+      const float y = position(image.height);
+      const int method = rng.Int(-1, 17);
+      EXPECT_EQ(Sample(image, x, y, method),
+                oracle::Interpolated(image.Bits(), x, y, image.width, image.height, image.stride,
+                                     method, image.bit_count))
+          << image.Describe() << " at " << x << ", " << y << " by method " << method;
+    }
+  }
+}
+
 TEST(Sampling, BesselIsOddAndItsBranchesMeet) {
   EXPECT_EQ(KernelBessel_Order1(0.0f), 0.0f);
   EXPECT_NEAR(KernelBessel_Order1(std::nextafter(8.0f, 0.0f)), KernelBessel_Order1(8.0f), 1e-6);
