@@ -95,7 +95,7 @@ QEL_SIMD_INLINE U8 LoadFirst(const uint8_t* bytes, int64_t count) {
 /// Bytes that are fetched in advance.
 constexpr int64_t kAhead = 1024;
 
-inline U8 GatherSpan(const uint8_t* source, const GatherBlock& block) {
+[[maybe_unused]] inline U8 GatherSpan(const uint8_t* source, const GatherBlock& block) {
   const uint8_t* const from = source + block.base;
   // The processor does not foresee loads under masks.
   for (int64_t at = 0; at < block.span; at += 64) PrefetchLine(from + kAhead + at);

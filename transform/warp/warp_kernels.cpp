@@ -157,17 +157,16 @@ size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t co
   const int64_t source_stride = rule.stride;
   size_t i = 0;
   for (; i + U8::kLanes <= count; i += U8::kLanes) {
-    const uint8_t* from[kBlocks];
     bool all_inside = true;
     for (size_t b = 0; b < kBlocks; ++b) {
-      const int32_t x = sx[i + 16 * b];
-      const int32_t y = sy[i + 16 * b];
-      all_inside &= (static_cast<uint32_t>(WrapSubtract(x, left)) < columns_to_begin) &
-                    (static_cast<uint32_t>(WrapSubtract(y, top)) < rows_to_begin);
-      from[b] = source + (y * source_stride + x);
+      const auto first_column = static_cast<uint32_t>(WrapSubtract(sx[i + 16 * b], left));
+      const auto first_row = static_cast<uint32_t>(WrapSubtract(sy[i + 16 * b], top));
+      all_inside &= (first_column < columns_to_begin) & (first_row < rows_to_begin);
     }
     if (!all_inside) break;
+    const uint8_t* from[kBlocks];
     for (size_t b = 0; b < kBlocks; ++b) {
+      from[b] = source + (sy[i + 16 * b] * source_stride + sx[i + 16 * b]);
       PrefetchLine(from[b] - kRowsAhead * stride);
       PrefetchLine(from[b] + (rows - 1 + kRowsAhead) * stride);
     }
