@@ -13,9 +13,8 @@ enum class MedianMethod { kNetwork, kBitSelection, kColumnHistograms, kSlidingHi
 
 inline constexpr MethodText kMedianMethods[] = {
     {"network",
-     "sizes 3, 5 and 7, by a merge-exchange network (Batcher 1968) without what the middle does "
-     "not "
-     "depend on, over columns that are sorted once for all their windows"},
+     "sizes 3 and 5, and 7 below 24 bits, by a merge-exchange network (Batcher 1968) without what "
+     "the middle does not depend on, over columns that are sorted once for all their windows"},
     {"bit-selection",
      "up to 15 at 24 and 32 bits and up to 13 below, the middle brightness bit by bit: the high "
      "bits from counts of columns, for each of the others one comparison a pixel of the window"},
@@ -34,11 +33,11 @@ struct MedianPlan {
   unsigned counted_bits;
 };
 
-/// True when `method` finds the middle of windows of `size`.
-constexpr bool CanFindMedian(MedianMethod method, int size) {
+/// True when `method` finds the middle of windows of `size` in images of `bit_count` bits.
+constexpr bool CanFindMedian(MedianMethod method, int size, int bit_count) {
   switch (method) {
     case MedianMethod::kNetwork:
-      return size == 3 || size == 5 || size == 7;
+      return size == 3 || size == 5 || (size == 7 && bit_count < 24);
     case MedianMethod::kBitSelection:
       return size <= 15;  // counts of a window fit a byte
     case MedianMethod::kColumnHistograms:
@@ -59,9 +58,10 @@ constexpr MedianPlan PlanMedian(int size, int bit_count) {
   // Below 24 bits pixels are their own brightness: there is none to find again, and counting pays
   // earlier.
   const int most_selected = bit_count >= 24 ? 15 : 13;
-  const MedianMethod method = CanFindMedian(MedianMethod::kNetwork, size) ? MedianMethod::kNetwork
+  const MedianMethod method = CanFindMedian(MedianMethod::kNetwork, size, bit_count)
+                                  ? MedianMethod::kNetwork
                               : size <= most_selected ? MedianMethod::kBitSelection
-                              : CanFindMedian(MedianMethod::kColumnHistograms, size)
+                              : CanFindMedian(MedianMethod::kColumnHistograms, size, bit_count)
                                   ? MedianMethod::kColumnHistograms
                                   : MedianMethod::kSlidingHistogram;
   return PlanMedian(method, size);

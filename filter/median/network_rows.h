@@ -139,11 +139,6 @@ inline U8 MiddlePlaces(const PlacedColumn<kSize>* const (&columns)[kSize]) {
   return ReorderDemote2To<U8>(middle(&PlacedColumn<kSize>::lower),
                               middle(&PlacedColumn<kSize>::upper));
 }
-/// The same with one frame on the stack for all that call it: that of 7 x 7 taps takes 16 KiB.
-template <size_t kSize>
-[[gnu::noinline]] U8 MiddlePlacesApart(const PlacedColumn<kSize>* const (&columns)[kSize]) {
-  return MiddlePlaces(columns);
-}
 
 template <size_t kSize>
 void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
@@ -163,11 +158,7 @@ void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
       },
       [](size_t, const auto&... columns) {
         const PlacedColumn<kSize>* const all[] = {&columns...};
-        if constexpr (kSize < 7) {
-          return MiddlePlaces(all);
-        } else {
-          return MiddlePlacesApart(all);
-        }
+        return MiddlePlaces(all);
       });
 }
 
@@ -177,7 +168,7 @@ void SortKeys(uint8_t* keys, const uint8_t* const* rows, size_t size, size_t cou
 }
 
 void SortTaps(uint8_t* taps, const uint8_t* const* rows, size_t size, size_t count) {
-  const auto middle = size == 3 ? &MiddleTaps<3> : size == 5 ? &MiddleTaps<5> : &MiddleTaps<7>;
+  const auto middle = size == 3 ? &MiddleTaps<3> : &MiddleTaps<5>;
   middle(taps, rows, count);
 }
 
