@@ -31,9 +31,9 @@ class GatherMap {
         row_bytes_(row_bytes),
         keep_alpha_(keep_alpha),
         block_kind_(ActiveResampleKernels().block_kind),
-        has_blocks_(
-            block_kind_ == GatherBlockKind::kSpans ||
-            (block_kind_ == GatherBlockKind::kQuarters && step <= MostQuarterStep(pixel_bytes))),
+        has_blocks_(block_kind_ == GatherBlockKind::kSpans ||
+                    (block_kind_ == GatherBlockKind::kQuarters &&
+                     step <= MostQuarterStep(pixel_bytes, keep_alpha))),
         // Up to this step, 64 bytes of a destination row come from 256 bytes of a source row. Tiles
         // whose pixels all lie in blocks are wider.
         has_offsets_(block_kind_ != GatherBlockKind::kSpans || !(step <= 3.5f)),
@@ -73,9 +73,11 @@ class GatherMap {
   }
 
  private:
-  /// Up to this step, looking a quarter up takes less than moving its pixels one by one.
-  static constexpr float MostQuarterStep(int pixel_bytes) {
-    return pixel_bytes == 1 ? 3.5f : pixel_bytes < 4 ? 2.5f : 1.5f;
+  /// Up to this step, looking a quarter up takes less than moving its pixels one by one, which
+  /// takes two stores for 3 bytes.
+  static constexpr float MostQuarterStep(int pixel_bytes, bool keep_alpha) {
+    if (pixel_bytes == 4 && !keep_alpha) return 1.5f;
+    return pixel_bytes == 1 ? 3.5f : 2.5f;
   }
 
   const size_t pixel_bytes_;
