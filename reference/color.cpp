@@ -78,33 +78,30 @@ result_t Lut(Raster& image, const uint8_t* table) {
   return kOk;
 }
 
-result_t Light(Raster& image, int brightness, int contrast) {
+/// `Lut` with what `map` makes of each byte, cut off to bytes.
+template <typename Map>
+result_t MapBytes(Raster& image, Map map) {
   uint8_t table[256];
+  for (int i = 0; i < 256; ++i) table[i] = static_cast<uint8_t>(ClampToByte(map(i)));
+  return Lut(image, table);
+}
+
+result_t Light(Raster& image, int brightness, int contrast) {
   const float k = static_cast<float>(WrappedSum(contrast, 100)) / 100.0f;
   const float o = static_cast<float>(WrappedSum(brightness, 128));
-  for (int i = 0; i < 256; ++i) {
-    table[i] =
-        static_cast<uint8_t>(ClampToByte(TruncateToInt(static_cast<float>(i - 128) * k + o)));
-  }
-  return Lut(image, table);
+  return MapBytes(image, [&](int i) { return TruncateToInt(static_cast<float>(i - 128) * k + o); });
 }
 
 result_t Gamma(Raster& image, float gamma) {
-  uint8_t table[256];
   const float exponent = 1.0f / gamma;
   const double e = exponent;
   const double s = std::pow(255.0, e) / 255.0;
-  for (int i = 0; i < 256; ++i) {
-    const double value = std::pow(static_cast<double>(i), e) / s;
-    table[i] = static_cast<uint8_t>(ClampToByte(TruncateToInt(value)));
-  }
-  return Lut(image, table);
+  return MapBytes(image,
+                  [&](int i) { return TruncateToInt(std::pow(static_cast<double>(i), e) / s); });
 }
 
 result_t Negative(Raster& image) {
-  uint8_t table[256];
-  for (int i = 0; i < 256; ++i) table[i] = static_cast<uint8_t>(255 - i);
-  return Lut(image, table);
+  return MapBytes(image, [](int i) { return 255 - i; });
 }
 
 result_t ShiftRGB(Raster& image, int red, int green, int blue) {

@@ -139,46 +139,43 @@ result_t Sharpen(const Raster& source, Raster& result) {
 }
 
 result_t GaussianBlur(const Raster& source, int level, Raster& result) {
-  const int small[] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
-  const int diamond[] = {0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0};
-  const int narrow[] = {1,  4, 7, 4,  1,  4,  16, 26, 16, 4, 2, 26, 41,
-                        26, 7, 4, 16, 26, 16, 4,  1,  4,  7, 4, 1};
-  const int wide[] = {2,  4, 5, 4, 2,  4, 9, 12, 9, 4, 5, 12, 15,
-                      12, 5, 4, 9, 12, 9, 4, 2,  4, 5, 4, 2};
-  switch (level) {
-    case 0:
-      return Filter(source, small, 3, 16, 0, result);
-    case 1:
-      return Filter(source, diamond, 5, 52, 0, result);
-    case 2:
-      return Filter(source, narrow, 5, 273, 0, result);
-    case 3:
-      return Filter(source, wide, 5, 159, 0, result);
-    default:
-      return kFail;
-  }
+  const struct {
+    std::vector<int> kernel;
+    int size, divisor;
+  } levels[] = {
+      {{1, 2, 1, 2, 4, 2, 1, 2, 1}, 3, 16},
+      {{0, 1, 2, 1, 0, 1, 3, 4, 3, 1, 2, 4, 8, 4, 2, 1, 3, 4, 3, 1, 0, 1, 2, 1, 0}, 5, 52},
+      {{1, 4, 7, 4, 1, 4, 16, 26, 16, 4, 2, 26, 41, 26, 7, 4, 16, 26, 16, 4, 1, 4, 7, 4, 1},
+       5,
+       273},
+      {{2, 4, 5, 4, 2, 4, 9, 12, 9, 4, 5, 12, 15, 12, 5, 4, 9, 12, 9, 4, 2, 4, 5, 4, 2}, 5, 159},
+  };
+  if (level < 0 || level > 3) return kFail;
+  return Filter(source, levels[level].kernel.data(), levels[level].size, levels[level].divisor, 0,
+                result);
+}
+
+/// Gives every pixel `combine` of the extremes of each channel, and the last alpha.
+template <typename Combine>
+result_t CombineExtremes(const Raster& source, int size, Raster& result, Combine combine) {
+  return ComputePixels(source, result, [&](int x, int y) {
+    const Extremes e = ExtremesAround(source, x, y, size);
+    return Pack(combine(e.low[0], e.high[0]), combine(e.low[1], e.high[1]),
+                combine(e.low[2], e.high[2]), e.alpha);
+  });
 }
 
 result_t Erode(const Raster& source, int size, Raster& result) {
-  return ComputePixels(source, result, [&](int x, int y) {
-    const Extremes e = ExtremesAround(source, x, y, size);
-    return Pack(e.low[0], e.low[1], e.low[2], e.alpha);
-  });
+  return CombineExtremes(source, size, result, [](int low, int) { return low; });
 }
 
 result_t Dilate(const Raster& source, int size, Raster& result) {
-  return ComputePixels(source, result, [&](int x, int y) {
-    const Extremes e = ExtremesAround(source, x, y, size);
-    return Pack(e.high[0], e.high[1], e.high[2], e.alpha);
-  });
+  return CombineExtremes(source, size, result, [](int, int high) { return high; });
 }
 
 result_t Edge(const Raster& source, int size, Raster& result) {
-  return ComputePixels(source, result, [&](int x, int y) {
-    const Extremes e = ExtremesAround(source, x, y, size);
-    return Pack(std::abs(e.high[0] - e.low[0]), std::abs(e.high[1] - e.low[1]),
-                std::abs(e.high[2] - e.low[2]), e.alpha);
-  });
+  return CombineExtremes(source, size, result,
+                         [](int low, int high) { return std::abs(high - low); });
 }
 
 result_t Contour(const Raster& source, Raster& result) {

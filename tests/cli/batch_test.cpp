@@ -23,11 +23,6 @@ using test::ReadFile;
 using test::WriteFile;
 namespace fs = std::filesystem;
 
-/// A grey picture of 4 x 4 pixels, all of one value: its negative is known without any tool.
-std::string Gray(int value) {
-  return "P5\n4 4\n255\n" + std::string(16, static_cast<char>(value & 255));
-}
-
 std::string HashOf(const std::string& content) {
   return Sha256({reinterpret_cast<const uint8_t*>(content.data()), content.size()});
 }

@@ -22,10 +22,6 @@ constexpr int kKilled = 128 + 9;
 
 class Faults : public test::ToolTest {
  protected:
-  static std::string Gray(int value) {
-    return "P5\n4 4\n255\n" + std::string(16, static_cast<char>(value));
-  }
-
   /// Two inputs; the output of the first is there already.
   void SetUp() override {
     for (const auto& entry : fs::directory_iterator(folder_.path())) fs::remove_all(entry.path());

@@ -92,6 +92,14 @@ Bytes Iptc() {
                   21));
 }
 
+Metadata Camera(bool big) {
+  Metadata camera;
+  camera.exif = CameraBlock(big);
+  camera.xmp = kXmp;
+  camera.iptc = Iptc();
+  return camera;
+}
+
 uint32_t NumberIn(const ExifDirectory& directory, uint16_t tag) {
   for (const auto& entry : directory) {
     if (entry.tag != tag) continue;
@@ -122,10 +130,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, Metadatas, testing::Values("jpg", "png", "tif"
 TEST_P(Metadatas, AreKeptAndSpeakOfTheUprightPicture) {
   const std::string format = GetParam();
   for (const bool big : {false, true}) {
-    Metadata camera;
-    camera.exif = CameraBlock(big);
-    camera.xmp = kXmp;
-    camera.iptc = Iptc();
+    const Metadata camera = Camera(big);
     const Bytes stored = Encode(Slope(9, 5, 24), format, camera);
     const Decoded first = Decode(stored);
     ASSERT_EQ(first.info.width, 5);
@@ -157,10 +162,7 @@ TEST_P(Metadatas, AreKeptAndSpeakOfTheUprightPicture) {
 
 TEST_P(Metadatas, CanStayAsStoredOrBeLeftOut) {
   const std::string format = GetParam();
-  Metadata camera;
-  camera.exif = CameraBlock(false);
-  camera.xmp = kXmp;
-  camera.iptc = Iptc();
+  const Metadata camera = Camera(false);
   const Bytes stored = Encode(Slope(9, 5, 24), format, camera);
   const Decoded lying = Decode(stored, {.upright = false});
   EXPECT_EQ(lying.info.width, 9);

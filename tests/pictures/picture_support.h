@@ -52,16 +52,9 @@ class Pixels {
     }
   }
   bool GuardsKept() const {
-    std::vector<bool> inside(memory_.size());
-    for (int y = 0; y < height; ++y) {
-      for (ptrdiff_t i = 0; i < row_bytes_; ++i) {
-        inside[static_cast<size_t>(first_ + stride_ * y + i)] = true;
-      }
-    }
-    for (size_t i = 0; i < memory_.size(); ++i) {
-      if (!inside[i] && memory_[i] != kGuard) return false;
-    }
-    return true;
+    Pixels copy = *this;
+    for (int y = 0; y < height; ++y) std::fill_n(copy.Row(y), row_bytes_, kGuard);
+    return copy.memory_ == Bytes(memory_.size(), kGuard);
   }
 
   bool SameBytes(const Pixels& other) const {

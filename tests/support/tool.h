@@ -27,6 +27,10 @@ class ToolTest : public testing::Test {
     std::string said;
   };
 
+  /// A grey picture of 4 x 4 pixels, all of one value: its negative is known without any tool.
+  static std::string Gray(int value) {
+    return "P5\n4 4\n255\n" + std::string(16, static_cast<char>(value & 255));
+  }
   static std::string Tool() { return Built("bin/qel"); }
   Outcome Run(const std::string& words) const { return RunShell(Tool() + " " + words, folder_); }
   Outcome Shell(const std::string& line) const { return RunShell(line, folder_); }
