@@ -45,8 +45,8 @@ endif()
 set(QEL_KERNEL_OPTIMISATION ${optimisation} CACHE STRING "Optimisation of the kernels")
 mark_as_advanced(QEL_KERNEL_OPTIMISATION)
 
-# Temporaries that outlive their scope show at the lowest level, whose sources are the same; at the
-# others that check takes more time to build than all else.
+# Undefined arithmetic and temporaries that outlive their scope show at the lowest level, whose sources
+# are the same; at the others these checks take more time to build than all else.
 set(checks)
 if(QEL_SANITIZE MATCHES "address")
   set(checks -fno-sanitize-address-use-after-scope)
@@ -71,6 +71,9 @@ function(qel_add_kernels target)
       # GCC 12 takes the "undefined" vectors of its own header for a mistake.
       target_compile_options(${objects} PRIVATE
         $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
+      if(NOT level STREQUAL lowest_level)
+        set_target_properties(${objects} PROPERTIES QEL_UNCHECKED undefined)
+      endif()
     endif()
     list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/" OUTPUT_VARIABLE sources)
     target_sources(${objects} PRIVATE ${sources})
