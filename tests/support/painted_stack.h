@@ -1,9 +1,8 @@
 #ifndef QEL_TESTS_SUPPORT_PAINTED_STACK_H_
 #define QEL_TESTS_SUPPORT_PAINTED_STACK_H_
 
-#include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/mman.h>
+#include <ucontext.h>
 
 #include <cstring>
 #include <functional>
@@ -22,7 +21,7 @@ class PaintedStack {
   PaintedStack& operator=(const PaintedStack&) = delete;
   ~PaintedStack() { munmap(bottom_, kBytes); }
 
-  /// How many bytes deep `work` goes below its `Mark`, on a thread of its own. Where nothing is
+  /// How many bytes deep `work` goes below its `Mark`, on this stack. Where nothing is
   /// optimised, or instructions are emulated, frames tell nothing: the work is done, and the depth
   /// is 0.
   int64_t Depth(const std::function<void()>& work) {
@@ -31,14 +30,14 @@ class PaintedStack {
       return 0;
     }
     std::memset(bottom_, kPaint, kBytes);
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstack(&attributes, bottom_, kBytes);
-    pthread_t thread;
-    EXPECT_EQ(pthread_create(&thread, &attributes, &Run, const_cast<std::function<void()>*>(&work)),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
+    ucontext_t here, there;
+    getcontext(&there);
+    there.uc_stack.ss_sp = bottom_;
+    there.uc_stack.ss_size = kBytes;
+    there.uc_link = &here;
+    work_ = &work;
+    makecontext(&there, &Run, 0);
+    swapcontext(&here, &there);
     const uint8_t* deepest = bottom_;
     while (deepest < mark_ && std::memcmp(deepest, deepest + 1, 63) == 0) deepest += 64;
     return mark_ - deepest;
@@ -57,11 +56,9 @@ class PaintedStack {
   static constexpr size_t kBytes = size_t{256} * 1024;
   static constexpr uint8_t kPaint = 0xA7;
 
-  static void* Run(void* work) {
-    (*static_cast<const std::function<void()>*>(work))();
-    return nullptr;
-  }
+  static void Run() { (*work_)(); }
 
+  static inline const std::function<void()>* work_ = nullptr;
   static inline const uint8_t* mark_ = nullptr;
   uint8_t* const bottom_;
 };
