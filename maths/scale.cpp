@@ -11,23 +11,23 @@ namespace qel {
 namespace {
 
 /// What one pixel holds.
-enum class Samples { kNone, kGray, kColor3, kColor4, kWord };
+enum class PixelKind { kNone, kGray, kColor3, kColor4, kWord };
 
-Samples SamplesOf(const ImageShape& shape) {
+PixelKind PixelKindOf(const ImageShape& shape) {
   switch (shape.bit_count) {
     case 8:
-      return Samples::kGray;
+      return PixelKind::kGray;
     case 24:
-      return Samples::kColor3;
+      return PixelKind::kColor3;
     case 32:
-      return shape.model == kModelMono ? Samples::kWord : Samples::kColor4;
+      return shape.model == kModelMono ? PixelKind::kWord : PixelKind::kColor4;
     default:
-      return Samples::kNone;
+      return PixelKind::kNone;
   }
 }
 
-int BytesOf(Samples samples) {
-  return samples == Samples::kGray ? 1 : samples == Samples::kColor3 ? 3 : 4;
+int BytesOf(PixelKind kind) {
+  return kind == PixelKind::kGray ? 1 : kind == PixelKind::kColor3 ? 3 : 4;
 }
 
 // From stride to the bytes between rows.
@@ -37,7 +37,7 @@ int64_t TimesFour(int64_t stride) { return stride * 4; }
 
 /// How one kind of pixel becomes another.
 struct Conversion {
-  Samples source, dest;
+  PixelKind source, dest;
   ArithmeticKernels::ScaleRow ArithmeticKernels::*row;
   int64_t (*source_step)(int64_t stride) = AsBytes;
   int64_t (*dest_step)(int64_t stride) = AsBytes;
@@ -48,47 +48,50 @@ struct Conversion {
 };
 using Kernels = ArithmeticKernels;
 constexpr Conversion kConversions[] = {
-    {Samples::kWord, Samples::kGray, &Kernels::words_to_1, AsWords},
-    {Samples::kWord, Samples::kColor3, &Kernels::words_to_3, AsWords},
-    {Samples::kWord, Samples::kColor4, &Kernels::words_to_4, AsWords},
-    {Samples::kWord, Samples::kWord, &Kernels::words_to_words, AsWords, AsWords},
-    {.source = Samples::kColor4,
-     .dest = Samples::kGray,
+    {PixelKind::kWord, PixelKind::kGray, &Kernels::words_to_1, AsWords},
+    {PixelKind::kWord, PixelKind::kColor3, &Kernels::words_to_3, AsWords},
+    {PixelKind::kWord, PixelKind::kColor4, &Kernels::words_to_4, AsWords},
+    {PixelKind::kWord, PixelKind::kWord, &Kernels::words_to_words, AsWords, AsWords},
+    {.source = PixelKind::kColor4,
+     .dest = PixelKind::kGray,
      .row = &Kernels::gray_of_4,
      .by_thirds = true},
-    {Samples::kColor4, Samples::kColor3, &Kernels::map_4_to_3},
+    {PixelKind::kColor4, PixelKind::kColor3, &Kernels::map_4_to_3},
     // Deliberate: color of 32 bits wraps where all other depths clamp, and alpha is scaled too.
-    {.source = Samples::kColor4,
-     .dest = Samples::kColor4,
+    {.source = PixelKind::kColor4,
+     .dest = PixelKind::kColor4,
      .row = &Kernels::map_bytes,
      .units = 4,
      .wraps = true},
-    {.source = Samples::kColor3,
-     .dest = Samples::kGray,
+    {.source = PixelKind::kColor3,
+     .dest = PixelKind::kGray,
      .row = &Kernels::gray_of_3,
      .by_thirds = true},
-    {.source = Samples::kColor3, .dest = Samples::kColor3, .row = &Kernels::map_bytes, .units = 3},
+    {.source = PixelKind::kColor3,
+     .dest = PixelKind::kColor3,
+     .row = &Kernels::map_bytes,
+     .units = 3},
     // Deliberate: from 24 to 32 bits only the first pixel of each row is converted, and it wraps.
-    {.source = Samples::kColor3,
-     .dest = Samples::kColor4,
+    {.source = PixelKind::kColor3,
+     .dest = PixelKind::kColor4,
      .row = &Kernels::map_bytes,
      .units = 3,
      .wraps = true,
      .one_pixel = true},
-    {Samples::kGray, Samples::kGray, &Kernels::map_bytes},
-    {Samples::kGray, Samples::kColor3, &Kernels::map_to_3},
+    {PixelKind::kGray, PixelKind::kGray, &Kernels::map_bytes},
+    {PixelKind::kGray, PixelKind::kColor3, &Kernels::map_to_3},
     // Deliberate: grays are read as if they were 32-bit integers, four times as far to the right
     // and down as the image reaches.
-    {Samples::kGray, Samples::kWord, &Kernels::words_to_words, TimesFour, AsWords},
+    {PixelKind::kGray, PixelKind::kWord, &Kernels::words_to_words, TimesFour, AsWords},
 };
 
 /// The conversion between two images; null when there is none.
 const Conversion* FindConversion(const ImageShape& source, const ImageShape& dest) {
-  const Samples from = SamplesOf(source);
-  Samples to = SamplesOf(dest);
-  if (from == Samples::kColor3 && source.model == kModelMono) return nullptr;
-  const bool from_color = from == Samples::kColor3 || from == Samples::kColor4;
-  if (from_color && to == Samples::kWord) to = Samples::kColor4;
+  const PixelKind from = PixelKindOf(source);
+  PixelKind to = PixelKindOf(dest);
+  if (from == PixelKind::kColor3 && source.model == kModelMono) return nullptr;
+  const bool from_color = from == PixelKind::kColor3 || from == PixelKind::kColor4;
+  if (from_color && to == PixelKind::kWord) to = PixelKind::kColor4;
   const auto* const found = std::ranges::find_if(
       kConversions, [=](const Conversion& c) { return c.source == from && c.dest == to; });
   return found == std::end(kConversions) ? nullptr : found;
@@ -96,7 +99,7 @@ const Conversion* FindConversion(const ImageShape& source, const ImageShape& des
 
 /// True where bytes become bytes one by one.
 bool MapsBytes(const Conversion& conversion) {
-  return conversion.source != Samples::kWord && conversion.dest != Samples::kWord &&
+  return conversion.source != PixelKind::kWord && conversion.dest != PixelKind::kWord &&
          !conversion.by_thirds;
 }
 
