@@ -9,7 +9,7 @@ namespace {
 void Trace(const ImageView& source, const ImageView& dest) {
   const SourceRows rows(source);
   DestRows out(dest);
-  ScratchBlock<24 * 1024> scratch;
+  ScratchBlock<44 * 1024> scratch;
   const auto step = static_cast<size_t>(rows.pixel_bytes());
   ForEachRowOfWindows<3>(rows, out, Window::Square(3), 0, scratch,
                          [&](uint8_t* to, const uint8_t* const* about, size_t bytes) {

@@ -289,6 +289,61 @@ struct StripWidths {
   int64_t in_place;
 };
 
+/// The windows at both ends of rows, those of many rows at a time: the pixels under them lie row
+/// after row in one piece of scratch memory, so that one call of a row function takes them all.
+/// Windows that begin in the last pixels of an end are computed as well, and not stored.
+class RowEnds {
+ public:
+  using Piece = AssembledStrip::Piece;
+
+  /// Bytes that `scratch` should have.
+  static constexpr size_t kScratchBytes = 8 * 1024;
+
+  /// Row functions may read `slack` bytes past the pixels.
+  RowEnds(const SourceRows& source, DestRows& out, const Window& window, const Piece& left,
+          const Piece& right, size_t slack, std::span<uint8_t> scratch);
+
+  /// Rows of the output at a time; 0 where the scratch memory does not take enough of them.
+  int64_t RowsAtOnce() const { return rows_at_once_; }
+  /// Writes the ends of rows `y` to `y + count - 1`, at most `RowsAtOnce` of them.
+  template <size_t kMostRows, typename RowFunction>
+  void Write(int64_t y, int64_t count, RowFunction&& row_function) {
+    Read(y, count);
+    const uint8_t* rows[kMostRows];
+    for (size_t j = 0; j < static_cast<size_t>(window_.rows.count); ++j) {
+      rows[j] = pixels_ + j * pitch_;
+    }
+    const auto bytes = static_cast<size_t>(count) * pitch_;
+    row_function(results_, rows, bytes - static_cast<size_t>(window_.columns.count - 1) * Step());
+    Store(y, count);
+  }
+
+ private:
+  static constexpr int64_t kMostAtOnce = 32;
+
+  /// Pixels of a row that lie inside, and where they stand among those under the windows.
+  struct Inside {
+    int64_t x;
+    size_t offset;
+    size_t bytes;
+  };
+
+  size_t Step() const { return static_cast<size_t>(source_.pixel_bytes()); }
+  void Read(int64_t y, int64_t count);
+  void Store(int64_t y, int64_t count);
+
+  const SourceRows& source_;
+  DestRows& out_;
+  const Window window_;
+  const Piece pieces_[2];
+  Inside inside_[2];
+  size_t pitch_ = 0;
+  size_t second_ = 0;  ///< where the right end begins in a row
+  int64_t rows_at_once_ = 0;
+  uint8_t* pixels_ = nullptr;
+  uint8_t* results_ = nullptr;
+};
+
 /// The strips that together cover the output: where there are enough columns whose windows lie
 /// inside the image, these as `InnerStrip`s and the ends of the rows as one more strip.
 class Strips {
@@ -303,9 +358,15 @@ class Strips {
   /// Strip `i`, until the next one is asked for.
   Strip& operator[](int64_t i);
 
- private:
+  /// True when the last strip is the ends of the rows, and all others are in place.
   bool HasEnds() const { return inner_.count < out_.Columns(); }
+  AssembledStrip::Piece LeftEnd() const { return {0, inner_.first}; }
+  AssembledStrip::Piece RightEnd() const {
+    const int64_t end = inner_.first + inner_.count;
+    return {end, out_.Columns() - end};
+  }
 
+ private:
   const SourceRows& source_;
   DestRows& out_;
   const Interval window_;
@@ -336,11 +397,19 @@ void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& 
       ScratchRowBytes(scratch.size(), window.rows.count) / source.pixel_bytes() -
       (window.columns.count - 1);
   // In place, a scratch row is as long as the strip: long rows pass by quicker than parts of them.
+  constexpr size_t kEndsBytes = RowEnds::kScratchBytes;
   const int64_t in_place =
-      (ScratchRowBytes(scratch.size(), 1) - static_cast<int64_t>(slack)) / source.pixel_bytes() -
+      (ScratchRowBytes(scratch.size() - kEndsBytes, 1) - static_cast<int64_t>(slack)) /
+          source.pixel_bytes() -
       window.columns.count;
-  const StripWidths widths{assembled, in_place};
-  ForEachStrip(source, out, window.columns, widths, slack, scratch, [&](Strip& strip) {
+  Strips strips(source, out, window.columns, {assembled, in_place}, slack, scratch);
+  // Strips in place leave the begin of the scratch memory to the ends of the rows.
+  RowEnds ends(source, out, window, strips.LeftEnd(), strips.RightEnd(), slack,
+               scratch.first(strips.HasEnds() ? kEndsBytes : 0));
+  const int64_t at_once = ends.RowsAtOnce();
+  const int64_t strip_count = strips.count() - (at_once != 0 ? 1 : 0);
+  for (int64_t i = 0; i < strip_count; ++i) {
+    Strip& strip = strips[i];
     const size_t pitch = ScratchPitch(strip.InBytes());
     // Row `number` of all that are read has its slot, which it leaves to one that comes later.
     const auto read = [&](size_t number) {
@@ -359,8 +428,14 @@ void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& 
         for (size_t j = 0; j < count; ++j) here[j] = rows[j] + first;
         row_function(dest, here, bytes);
       });
+      if (at_once == 0 || i + 1 != strip_count) continue;
+      // While they are in the nearest caches.
+      const int64_t first = y / at_once * at_once;
+      if (y + 1 == std::min(first + at_once, strip.Rows())) {
+        ends.Write<kMostRows>(first, y + 1 - first, row_function);
+      }
     }
-  });
+  }
 }
 
 /// Stores `color` in every pixel.
