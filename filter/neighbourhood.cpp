@@ -142,7 +142,7 @@ void AssembledStrip::Close(int64_t y, int64_t first, int64_t count) {
 RowEnds::RowEnds(const SourceRows& source, DestRows& out, const Window& window, const Piece& left,
                  const Piece& right, size_t slack, std::span<uint8_t> scratch)
     : source_(source), out_(out), window_(window), pieces_{left, right} {
-  if (scratch.empty()) return;
+  if (scratch.empty() || out.Columns() == 0) return;
   const auto step = static_cast<int64_t>(Step());
   int64_t pixels = 0;
   for (size_t i = 0; i < 2; ++i) {

@@ -62,11 +62,14 @@ class Tiles {
  public:
   Tiles(int64_t first, int64_t end, int64_t most) : first_(first), columns_(end - first) {
     most = std::max<int64_t>(most, 1);
-    count_ = (columns_ + most - 1) / most;
+    // Rows mostly are one tile, and divisions take as long as short rows.
+    count_ = columns_ <= most ? std::min<int64_t>(columns_, 1) : (columns_ + most - 1) / most;
   }
   int64_t count() const { return count_; }
   /// Where tile `i` begins; that of number `count` is the end.
-  int64_t operator[](int64_t i) const { return first_ + columns_ * i / count_; }
+  int64_t operator[](int64_t i) const {
+    return first_ + (count_ == 1 ? columns_ * i : columns_ * i / count_);
+  }
 
  private:
   int64_t first_;
@@ -403,36 +406,49 @@ void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& 
           source.pixel_bytes() -
       window.columns.count;
   Strips strips(source, out, window.columns, {assembled, in_place}, slack, scratch);
-  // Strips in place leave the begin of the scratch memory to the ends of the rows.
-  RowEnds ends(source, out, window, strips.LeftEnd(), strips.RightEnd(), slack,
-               scratch.first(strips.HasEnds() ? kEndsBytes : 0));
+  // Strips in place leave the begin of the scratch memory to the ends of the rows. Short rows as a
+  // whole are taken like ends.
+  const bool has_ends = strips.HasEnds();
+  RowEnds ends(source, out, window, has_ends ? strips.LeftEnd() : RowEnds::Piece{0, out.Columns()},
+               has_ends ? strips.RightEnd() : RowEnds::Piece{}, slack,
+               scratch.first(source.InPlace() ? kEndsBytes : 0));
   const int64_t at_once = ends.RowsAtOnce();
+  if (!has_ends && at_once != 0) {
+    for (int64_t y = 0; y < out.Rows(); y += at_once) {
+      ends.Write<kMostRows>(y, std::min(at_once, out.Rows() - y), row_function);
+    }
+    return;
+  }
   const int64_t strip_count = strips.count() - (at_once != 0 ? 1 : 0);
   for (int64_t i = 0; i < strip_count; ++i) {
     Strip& strip = strips[i];
     const size_t pitch = ScratchPitch(strip.InBytes());
-    // Row `number` of all that are read has its slot, which it leaves to one that comes later.
-    const auto read = [&](size_t number) {
-      return strip.Read(static_cast<int64_t>(number) + window.rows.first,
-                        scratch.data() + number % count * pitch);
+    // Each row that is read has its slot, which it leaves to one that comes later.
+    size_t slot = 0;
+    const auto read = [&](int64_t y) {
+      const uint8_t* const row = strip.Read(y, scratch.data() + slot * pitch);
+      slot = slot + 1 == count ? 0 : slot + 1;
+      return row;
     };
     const int64_t last = window.rows.first + window.rows.count - 1;
     const uint8_t* rows[kMostRows];
-    for (size_t j = 1; j < count; ++j) rows[j] = read(j - 1);
+    for (int64_t j = 1; j < window.rows.count; ++j) rows[j] = read(window.rows.first + j - 1);
+    int64_t done = 0;
     for (int64_t y = 0; y < strip.Rows(); ++y) {
-      strip.Prefetch(y, last);
+      // Row functions ask for what comes a page further on; where rows are long or taken in parts,
+      // the next rows lie elsewhere.
+      if (strip_count > 1) strip.Prefetch(y, last);
       std::copy(rows + 1, rows + count, rows);
-      rows[count - 1] = read(static_cast<size_t>(y) + count - 1);
+      rows[count - 1] = read(y + last);
       strip.WriteParts(y, [&](uint8_t* dest, size_t first, size_t bytes) {
         const uint8_t* here[kMostRows];
         for (size_t j = 0; j < count; ++j) here[j] = rows[j] + first;
         row_function(dest, here, bytes);
       });
-      if (at_once == 0 || i + 1 != strip_count) continue;
-      // While they are in the nearest caches.
-      const int64_t first = y / at_once * at_once;
-      if (y + 1 == std::min(first + at_once, strip.Rows())) {
-        ends.Write<kMostRows>(first, y + 1 - first, row_function);
+      // The ends of rows that are still in the nearest caches.
+      if (i + 1 == strip_count && (y + 1 == done + at_once || y + 1 == strip.Rows())) {
+        if (at_once != 0) ends.Write<kMostRows>(done, y + 1 - done, row_function);
+        done = y + 1;
       }
     }
   }

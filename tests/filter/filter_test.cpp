@@ -38,6 +38,12 @@ TEST_F(FilterReadings, EqualConvolutionsWhereTilesEndAndWindowsOutgrowThem) {
   Rng rng(2);
   for (const int depth : {4, 8, 24, 32}) {
     for (const int size : {3, 9, 15}) {
+      // More rows than have their ends, or short ones all pixels, taken together.
+      for (const int columns : {20, 140}) {
+        const Raster high = RandomRaster(rng, columns, rng.Int(35, 75), depth);
+        ExpectSame({high}, Call("Filter", AnyKernel(rng, size), size, 100, 0));
+        ExpectSame({high}, Call("Edge", rng.Int(2, 7)));
+      }
       // At 32 bits, more than the scratch row that stands for what is outside has room for.
       const int width = depth == 32 ? 11400 : rng.Int(4090, 4300);
       const Raster wide = RandomRaster(rng, width, 3, depth);
