@@ -96,7 +96,7 @@ ColorConversion::ColorConversion(const ReadOptions& options, PictureInfo& info) 
   info.metadata.icc_profile.clear();
 }
 
-void ColorConversion::Run(const PixelBuffer& rows, int width, int count) const {
+void ColorConversion::Convert(const PixelBuffer& rows, int width, int count) const {
   for (int y = 0; transform_ != nullptr && y < count; ++y) {
     uint8_t* const row = rows.bits + y * rows.stride;
     cmsDoTransform(transform_.get(), row, row, static_cast<cmsUInt32Number>(width));
@@ -119,7 +119,7 @@ InkConversion::InkConversion(const ReadOptions& options, PictureInfo& info) {
   if (transform_ == nullptr) info.notes.emplace_back(kSimpleInksNote);
 }
 
-void InkConversion::Run(const uint8_t* inks, int count, uint8_t* pixels) const {
+void InkConversion::Convert(const uint8_t* inks, int count, uint8_t* pixels) const {
   if (transform_ != nullptr) {
     cmsDoTransform(transform_.get(), inks, pixels, static_cast<cmsUInt32Number>(count));
     return;

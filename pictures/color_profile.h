@@ -19,7 +19,7 @@ class ColorConversion {
   ColorConversion(const ReadOptions& options, PictureInfo& info);
 
   /// Converts `count` rows of `width` pixels.
-  void Run(const PixelBuffer& rows, int width, int count) const;
+  void Convert(const PixelBuffer& rows, int width, int count) const;
 
  private:
   std::shared_ptr<void> transform_;  ///< of the library; null when there is nothing to do
@@ -34,7 +34,7 @@ class InkConversion {
   InkConversion(const ReadOptions& options, PictureInfo& info);
 
   /// Converts `count` pixels.
-  void Run(const uint8_t* inks, int count, uint8_t* pixels) const;
+  void Convert(const uint8_t* inks, int count, uint8_t* pixels) const;
 
  private:
   std::shared_ptr<void> transform_;  ///< of the library; null for the simple conversion

@@ -309,7 +309,7 @@ class JpegDecoder final : public RowDecoder {
     if (session_.jpeg.saw_Adobe_marker) {
       for (uint8_t& ink : inks_) ink = static_cast<uint8_t>(255 - ink);
     }
-    conversion_->Run(inks_.data(), info.width, pixel);
+    conversion_->Convert(inks_.data(), info.width, pixel);
   }
 
   const Input& input_;

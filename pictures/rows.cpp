@@ -146,7 +146,7 @@ void RowReader::Read(const PixelBuffer& rows, int count) {
   rows_read_ += count;
   if (count == left) decoder_->Finish();
   target.Finish();
-  colors_.Run(rows, info_.width, count);
+  colors_.Convert(rows, info_.width, count);
   info_.notes.insert(info_.notes.end(), stored.notes.begin() + static_cast<ptrdiff_t>(notes),
                      stored.notes.end());
 }

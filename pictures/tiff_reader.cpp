@@ -137,7 +137,7 @@ class PieceReader {
 void ConvertSamples(const TiffHeader& header, const std::optional<InkConversion>& inks,
                     const uint8_t* samples, int count, uint8_t* pixel) {
   if (inks && header.alpha == TiffAlpha::kNone) {
-    inks->Run(samples, count, pixel);
+    inks->Convert(samples, count, pixel);
     return;
   }
   const int used = header.UsedSamples();
@@ -151,7 +151,7 @@ void ConvertSamples(const TiffHeader& header, const std::optional<InkConversion>
     } else if (colors == 3) {
       pixel = std::reverse_copy(samples, samples + 3, pixel);
     } else {
-      inks->Run(samples, 1, pixel);
+      inks->Convert(samples, 1, pixel);
       pixel += 3;
     }
     if (header.alpha == TiffAlpha::kNone) continue;

@@ -42,7 +42,7 @@ class PictureJob::FileSource final : public operations::BandSource {
     image->SetPalette(ToHostPalette(job_.reader_->info().palette));
     return AsInterface(std::move(image));
   }
-  void Read(IQEL& image, int at, int count) override {
+  void FillRows(IQEL& image, int at, int count) override {
     const Clock::time_point start = Clock::now();
     host::HostImage& rows = AsHostImage(image);
     job_.reader_->Read({rows.Row(at), rows.stride()}, count);
@@ -65,7 +65,7 @@ class PictureJob::ImageSource final : public operations::BandSource {
     image->SetPalette(image_->palette());
     return AsInterface(std::move(image));
   }
-  void Read(IQEL&, int, int) override {}
+  void FillRows(IQEL&, int, int) override {}
 
  private:
   const SmartPtr<host::HostImage> image_;
@@ -78,7 +78,7 @@ class PictureJob::FileSink final : public operations::BandSink {
            const Progress& progress)
       : job_(job), sink_(sink), seconds_(seconds), progress_(progress) {}
 
-  void Write(IQEL& image, RowRange rows) override {
+  void TakeRows(IQEL& image, RowRange rows) override {
     const Clock::time_point start = Clock::now();
     const host::HostImage& from = AsHostImage(image);
     const Shape& shape = job_.forecast_.shape();
@@ -98,7 +98,7 @@ class PictureJob::FileSink final : public operations::BandSink {
     progress_(static_cast<double>(writer_->rows_written()) / shape.height);
   }
 
-  std::vector<std::string> Finish() {
+  std::vector<std::string> FinishFile() {
     const Clock::time_point start = Clock::now();
     std::vector<std::string> notes = writer_->Finish();
     seconds_ += SecondsSince(start);
@@ -118,7 +118,7 @@ class PictureJob::ImageSink final : public operations::BandSink {
  public:
   explicit ImageSink(int height) : height_(height) {}
 
-  void Write(IQEL& image, RowRange rows) override {
+  void TakeRows(IQEL& image, RowRange rows) override {
     const host::HostImage& from = AsHostImage(image);
     if (!image_) {
       image_ = MakeImage(from.width(), height_, from.bit_count());
@@ -164,10 +164,10 @@ void PictureJob::Run(pictures::ByteSink& sink, PictureTimes& times, const Progre
   }
   random_numbers.reset();
   if (image_) {
-    target.Write(*image_.Get(), {0, image_->height()});
+    target.TakeRows(*image_.Get(), {0, image_->height()});
     image_.Reset();
   }
-  const std::vector<std::string> writer_notes = target.Finish();
+  const std::vector<std::string> writer_notes = target.FinishFile();
   for (size_t i = 0; i < records_.size(); ++i) times.steps[i] = records_[i].seconds;
   PrintAll(writer_notes);
 }

@@ -240,7 +240,7 @@ void BandWork::WriteNext(Lock& lock) {
   auto node = made_.extract(next_band_);
   writing_ = true;
   lock.unlock();
-  sink_.Write(*node.mapped().image.Get(), node.mapped().rows);
+  sink_.TakeRows(*node.mapped().image.Get(), node.mapped().rows);
   node.mapped().image.Reset();
   lock.lock();
   writing_ = false;

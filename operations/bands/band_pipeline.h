@@ -20,7 +20,7 @@ class BandSource {
   /// An image for `rows` rows of the picture, with its width, depth and palette.
   virtual SmartPtr<IQEL> NewImage(int rows) = 0;
   /// Puts the next `count` rows of the picture into rows of `image` from number `at` on.
-  virtual void Read(IQEL& image, int at, int count) = 0;
+  virtual void FillRows(IQEL& image, int at, int count) = 0;
 };
 
 /// Where the rows of a result go, from the top down. Threads: one at a time, whichever.
@@ -28,7 +28,7 @@ class BandSink {
  public:
   virtual ~BandSink() = default;
   /// Takes the next rows of the result, which are these rows of `image`.
-  virtual void Write(IQEL& image, RowRange rows) = 0;
+  virtual void TakeRows(IQEL& image, RowRange rows) = 0;
 };
 
 /// What there is to say of a step once it has run.

@@ -40,15 +40,15 @@ SmartPtr<IQEL> BandReader::ReadNext() {
                 kept_.data() + static_cast<size_t>(y - kept_from_) * dest.row_bytes,
                 dest.row_bytes);
   }
-  if (known < rows.end) Read(*image.Get(), known - rows.begin, rows.end - known);
+  if (known < rows.end) ReadRows(*image.Get(), known - rows.begin, rows.end - known);
   KeepRows(keep_from_[index], *image.Get(), rows);
   if (next_ == parts_.size()) SkipTo(height_);
   return image;
 }
 
 /// Reads the next `count` rows into `image` from row `at` on.
-void BandReader::Read(IQEL& image, int at, int count) {
-  source_.Read(image, at, count);
+void BandReader::ReadRows(IQEL& image, int at, int count) {
+  source_.FillRows(image, at, count);
   if (rows_read_ == 0) corner_.emplace(image, at);
   rows_read_ += count;
 }
@@ -57,7 +57,7 @@ void BandReader::SkipTo(int row) {
   constexpr int kRowsAtOnce = 16;
   if (row <= rows_read_) return;
   const SmartPtr<IQEL> image = source_.NewImage(std::min(kRowsAtOnce, row - rows_read_));
-  while (rows_read_ < row) Read(*image.Get(), 0, std::min(kRowsAtOnce, row - rows_read_));
+  while (rows_read_ < row) ReadRows(*image.Get(), 0, std::min(kRowsAtOnce, row - rows_read_));
 }
 
 /// Keeps rows from number `from` on, which are in `image` as its `rows`, or kept already.

@@ -26,7 +26,7 @@ class BandReader {
   const std::optional<Corner>& corner() const { return corner_; }
 
  private:
-  void Read(IQEL& image, int at, int count);
+  void ReadRows(IQEL& image, int at, int count);
   void SkipTo(int row);
   void KeepRows(int from, IQEL& image, RowRange rows);
 

@@ -55,7 +55,7 @@ class Rows final : public BandSource {
     image->SetPalette(image_->palette());
     return SmartPtr<IQEL>::Adopt(image.Detach());
   }
-  void Read(IQEL& image, int at, int count) override {
+  void FillRows(IQEL& image, int at, int count) override {
     for (int y = at; y < at + count; ++y, ++next_) {
       if (next_ == broken_row_) throw std::runtime_error("row " + std::to_string(next_));
       std::memcpy(static_cast<host::HostImage&>(image).Row(y), image_->Row(next_),
@@ -75,7 +75,7 @@ class Target final : public BandSink {
  public:
   explicit Target(int height, int full_at = -1) : height_(height), full_at_(full_at) {}
 
-  void Write(IQEL& image, RowRange rows) override {
+  void TakeRows(IQEL& image, RowRange rows) override {
     const auto& from = static_cast<host::HostImage&>(image);
     if (!image_) image_ = operations::NewImage(from.width(), height_, from.bit_count());
     for (int y = rows.begin; y < rows.end; ++y, ++next_) {
