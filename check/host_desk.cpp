@@ -14,7 +14,7 @@ HostDesk::HostDesk(const Subject& subject) : subject_(subject) {
   const std::filesystem::path folder = subject.path().parent_path();
   if (folder.filename() == "_binLIN64") std::filesystem::current_path(folder.parent_path());
   Doing("GlobalComponentCollection");
-  const CreationFunction create = subject.library().Find(RefString(host::kCollectionName));
+  const CreationFunction create = subject.library().Find(RefString(kCollectionComponentName));
   Require(create != nullptr, "the library has no such component");
   create(nullptr, &IID_IComponentCollection, collection_.PutVoid());
   Require(static_cast<bool>(collection_), "it is not created with IComponentCollection");
@@ -23,14 +23,14 @@ HostDesk::HostDesk(const Subject& subject) : subject_(subject) {
 SmartPtr<IComponentString> HostDesk::StringLocator() const {
   Doing("CreatableString");
   SmartPtr<IComponentString> locator;
-  collection_->CreateComponent(RefString(host::kStringName), nullptr, locator.PutVoid());
+  collection_->CreateComponent(RefString(kStringComponentName), nullptr, locator.PutVoid());
   if (locator) return locator;
-  const CreationFunction create = subject_.library().Find(RefString(host::kLocatorName));
+  const CreationFunction create = subject_.library().Find(RefString(kLocatorComponentName));
   Require(create != nullptr, "neither the collection nor the library has a locator for strings");
   create(nullptr, &IID_IComponentString, locator.PutVoid());
   Require(static_cast<bool>(locator), "ComponentString does not answer IComponentString");
   locator->SetPart(kLocatorModule, RefString(kStringsModule));
-  locator->SetPart(kLocatorComponent, RefString(host::kStringName));
+  locator->SetPart(kLocatorComponent, RefString(kStringComponentName));
   return locator;
 }
 

@@ -82,9 +82,9 @@ const std::vector<ComponentRow>& ModuleComponents() {
 
 const std::vector<ComponentRow>& HostComponents() {
   static const std::vector<ComponentRow> rows = {
-      {host::kCollectionName, "IComponentCollection"},
-      {host::kLocatorName, "IComponentString"},
-      {host::kStringName, "ICreatableString"},
+      {kCollectionComponentName, "IComponentCollection"},
+      {kLocatorComponentName, "IComponentString"},
+      {kStringComponentName, "ICreatableString"},
       {kImageComponentName, "IQELImageDIB"},
   };
   return rows;

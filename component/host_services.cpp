@@ -16,9 +16,6 @@ constexpr char kModuleSuffix[] = ".so";
 constexpr size_t kPathBytes = 264;
 constexpr wchar_t kCollectionsExModule[] = L"CollectionsEx";
 constexpr wchar_t kCollectionsModule[] = L"Collections";
-constexpr wchar_t kCollectionName[] = L"GlobalComponentCollection";
-constexpr wchar_t kLocatorName[] = L"ComponentString";
-constexpr wchar_t kStringName[] = L"CreatableString";
 
 using ModulePath = std::array<char, kPathBytes>;
 
@@ -77,8 +74,8 @@ CreationFunction MODULECreateFunction(tagREFString module, tagREFString componen
 
 SmartPtr<IComponentCollection> GLOBALComponents() {
   if (gGlobalComponentCollection.Get() == nullptr) {
-    gGlobalComponentCollection.FillOnce(Instantiate<IComponentCollection>(
-        MODULECreateFunction(RefString(kCollectionsExModule), RefString(kCollectionName))));
+    gGlobalComponentCollection.FillOnce(Instantiate<IComponentCollection>(MODULECreateFunction(
+        RefString(kCollectionsExModule), RefString(kCollectionComponentName))));
   }
   return gGlobalComponentCollection.Share();
 }
@@ -96,17 +93,17 @@ SmartPtr<ICreatableString> CREFString::CreateString() {
   static LazyHolder<IComponentString> gStringComponent;
   if (gStringComponent.Get() == nullptr && gGlobalComponentCollection.Get() != nullptr) {
     SmartPtr<IComponentString> locator;
-    gGlobalComponentCollection.Share()->CreateComponent(RefString(kStringName), nullptr,
+    gGlobalComponentCollection.Share()->CreateComponent(RefString(kStringComponentName), nullptr,
                                                         locator.PutVoid());
     gStringComponent.FillOnce(std::move(locator));
   }
   if (gStringComponent.Get() == nullptr) {
     SmartPtr<IComponentString> locator = Instantiate<IComponentString>(
-        MODULECreateFunction(RefString(kCollectionsExModule), RefString(kLocatorName)));
+        MODULECreateFunction(RefString(kCollectionsExModule), RefString(kLocatorComponentName)));
     if (!locator) return {};
     // Complete before it is published: another thread may be waiting for the same locator.
     locator->SetPart(kLocatorModule, RefString(kCollectionsModule));
-    locator->SetPart(kLocatorComponent, RefString(kStringName));
+    locator->SetPart(kLocatorComponent, RefString(kStringComponentName));
     IComponentString* const made = locator.Get();
     // Kept for the life of the process: this reference is never given back, only the holder's is.
     if (gStringComponent.FillOnce(std::move(locator))) made->AddRef();

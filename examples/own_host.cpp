@@ -117,7 +117,7 @@ struct Collection final : Object<IComponentCollection> {
     *object = nullptr;
     const std::wstring text(name.text, uint32_t(name.length));
     const bool image = text == kImageComponentName;
-    if (!image && text != L"CreatableString") return kFail;
+    if (!image && text != kStringComponentName) return kFail;
     const auto locator = SmartPtr<IComponentString>::Adopt(
         image ? static_cast<IComponentString*>(new Locator<Image>) : new Locator<String>);
     const bool wants_locator = iid == nullptr || *iid == IID_NULL;

@@ -5,7 +5,7 @@
 namespace qel::host {
 namespace {
 
-constexpr SiblingComponent kComponents[] = {{kStringName, &CreateWith<&HostString::Make>}};
+constexpr SiblingComponent kComponents[] = {{kStringComponentName, &CreateWith<&HostString::Make>}};
 
 }  // namespace
 }  // namespace qel::host

@@ -27,8 +27,8 @@ SmartPtr<IComponentCollection> ProcessCollection() {
 SmartPtr<HostLocator> MakeLocator() { return HostLocator::Make(ProcessCollection().Get(), {}); }
 
 constexpr SiblingComponent kComponents[] = {
-    {kCollectionName, &CreateWith<&ProcessCollection>},
-    {kLocatorName, &CreateWith<&MakeLocator>},
+    {kCollectionComponentName, &CreateWith<&ProcessCollection>},
+    {kLocatorComponentName, &CreateWith<&MakeLocator>},
 };
 
 }  // namespace

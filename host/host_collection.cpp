@@ -56,8 +56,8 @@ result_t HostLocator::CreateInstance(const IID* iid, void** object) {
 }
 
 HostCollection::HostCollection() {
-  Offer(kLocatorName, MakerOf([this] { return HostLocator::Make(this, {}); }));
-  Offer(kCollectionName,
+  Offer(kLocatorComponentName, MakerOf([this] { return HostLocator::Make(this, {}); }));
+  Offer(kCollectionComponentName,
         [this](const IID& iid, void** object) { return QueryInterface(iid, object); });
 }
 
@@ -81,7 +81,7 @@ void HostCollection::OfferImages(const ImageOptions& options) {
   Offer(kImageComponentName, MakerOf([options] { return HostImage::Make(options); }));
 }
 
-void HostCollection::OfferStrings() { Offer(kStringName, MakerOf(&HostString::Make)); }
+void HostCollection::OfferStrings() { Offer(kStringComponentName, MakerOf(&HostString::Make)); }
 
 const HostCollection::Entry* HostCollection::Find(std::wstring_view name) const {
   const auto found = std::ranges::find(entries_, name, &Entry::name);

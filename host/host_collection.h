@@ -13,10 +13,6 @@
 
 namespace qel::host {
 
-inline constexpr wchar_t kStringName[] = L"CreatableString";
-inline constexpr wchar_t kLocatorName[] = L"ComponentString";
-inline constexpr wchar_t kCollectionName[] = L"GlobalComponentCollection";
-
 /// Makes one object and hands out its interface `iid`, as a creation function does.
 using Maker = std::function<result_t(const IID& iid, void** object)>;
 

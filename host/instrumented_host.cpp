@@ -38,7 +38,7 @@ class WatchedString final : public Watched<ICreatableString, IString> {
 
 result_t MakeComponent(InstrumentedHost& host, std::wstring_view name, const IID& iid,
                        void** object) {
-  if (name == kStringName) {
+  if (name == kStringComponentName) {
     *object = static_cast<ICreatableString*>(new WatchedString(host));
     return kOk;
   }

@@ -278,7 +278,7 @@ SmartPtr<IComponentCollection> TheCollection() {
     SmartPtr<HostCollection> made = HostCollection::Make();
     made->Offer(kImageComponentName,
                 test::Defect().starts_with("heap") ? MakerOf(&MakeHeapImage) : MakerOf(&MakeImage));
-    made->Offer(kStringName, MakerOf(&MakeString));
+    made->Offer(kStringComponentName, MakerOf(&MakeString));
     PatchedTable table(made.Get(), 17 + kDestructors);
     if (Has("returns-old-count")) table.Replace(1, &BadAddRef, add_reference);
     if (Has("plain-count")) table.Replace(1, &PlainAddRef, add_reference);
@@ -300,7 +300,7 @@ result_t CreateCollection(void* reserved, const IID* iid, void** object) {
   return result;
 }
 
-constexpr SiblingComponent kComponents[] = {{kCollectionName, &CreateCollection}};
+constexpr SiblingComponent kComponents[] = {{kCollectionComponentName, &CreateCollection}};
 
 }  // namespace
 }  // namespace qel::host

@@ -243,11 +243,11 @@ TEST(HostCollection, MakesWhatItIsToldTo) {
   const auto image = Component<IQELImage>(collection, L"QELImageDIB");
   ASSERT_EQ(image->Create(8, 1, 1, 8, kModelMono), kOk);
   EXPECT_EQ(static_cast<HostImage*>(image.Get())->stride(), 128);
-  const auto itself = Component<IComponentCollection>(collection, kCollectionName);
+  const auto itself = Component<IComponentCollection>(collection, kCollectionComponentName);
   EXPECT_EQ(itself.Get(), collection.Get());
   Component<IComponentString>(collection, L"QELImage", kFail, nullptr);
   Component<IString>(collection, L"QELImageDIB", kNoInterface);
-  EXPECT_EQ(collection->CreateComponent(Text(kStringName), nullptr, nullptr), kNullOutput);
+  EXPECT_EQ(collection->CreateComponent(Text(kStringComponentName), nullptr, nullptr), kNullOutput);
   for (const int index : {-1, 4, kBig}) {
     SmartPtr<IUnknown> item;
     EXPECT_TRUE(Failed(collection->GetItem(index, item.Put())));
@@ -290,7 +290,7 @@ TEST_F(ModulesTest, TellsWhichStepOfLoadingFailed) {
 
   const ModuleLibrary library("_binLIN64/Collections.so");
   EXPECT_THROW(library.Create<IString>(Text(L"Nothing")), ModuleError);
-  EXPECT_THROW(library.Create<IQEL>(RefString(kStringName)), ModuleError);
+  EXPECT_THROW(library.Create<IQEL>(RefString(kStringComponentName)), ModuleError);
 }
 
 TEST_F(ModulesTest, GivesTheCollectionBackAndUnloads) {
@@ -311,13 +311,15 @@ TEST_F(ModulesTest, GivesTheCollectionBackAndUnloads) {
 
 TEST_F(ModulesTest, SiblingsShareTheCollectionHandedOver) {
   const ModuleLibrary library("_binLIN64/CollectionsEx.so");
-  const auto get = [&] { return library.Create<IComponentCollection>(RefString(kCollectionName)); };
+  const auto get = [&] {
+    return library.Create<IComponentCollection>(RefString(kCollectionComponentName));
+  };
   const auto own = get();
   EXPECT_EQ(get().Get(), own.Get());
   const auto given = HostCollection::MakeWithImages();
   library.Initialize(given.Get());
   EXPECT_EQ(get().Get(), static_cast<IComponentCollection*>(given.Get()));
-  const auto locator = library.Create<IComponentString>(RefString(kLocatorName));
+  const auto locator = library.Create<IComponentString>(RefString(kLocatorComponentName));
   EXPECT_EQ(given->AddRef(), 4u) << "held by the module and the locator";
   EXPECT_EQ(given->Release(), 3u);
   library.Initialize(nullptr);
@@ -327,17 +329,18 @@ TEST_F(ModulesTest, SiblingsShareTheCollectionHandedOver) {
 // The way of a program that never hands a collection over.
 TEST_F(ModulesTest, MakesImagesThroughSiblingsAlone) {
   const ModuleLibrary library("_binLIN64/CollectionsEx.so");
-  const auto locator = library.Create<IComponentString>(RefString(kLocatorName));
+  const auto locator = library.Create<IComponentString>(RefString(kLocatorComponentName));
   SmartPtr<ICreatableString> string;
   EXPECT_TRUE(Failed(CallSlot(locator.Get(), 5, &IID_ICreatableString, string.PutVoid())));
   ASSERT_EQ(CallSlot(locator.Get(), 6, 4, Text(L"Missing")), kOk);
-  ASSERT_EQ(CallSlot(locator.Get(), 6, 1, Text(L"CreatableString")), kOk);
+  ASSERT_EQ(CallSlot(locator.Get(), 6, 1, Text(kStringComponentName)), kOk);
   EXPECT_TRUE(Failed(CallSlot(locator.Get(), 5, &IID_ICreatableString, string.PutVoid())));
   ASSERT_EQ(CallSlot(locator.Get(), 6, 4, Text(L"Collections")), kOk);
   EXPECT_EQ(CallSlot(locator.Get(), 6, 2, Text(L"Other")), kInvalidArgument);
   for (int i = 0; i < 2; ++i) {
     ASSERT_EQ(CallSlot(locator.Get(), 5, &IID_ICreatableString, string.PutVoid()), kOk);
-    const auto collection = library.Create<IComponentCollection>(RefString(kCollectionName));
+    const auto collection =
+        library.Create<IComponentCollection>(RefString(kCollectionComponentName));
     EXPECT_TRUE(MakeByName(collection.Get(), Spell(string, L"QELImageDIB").Get()));
   }
 

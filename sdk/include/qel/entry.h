@@ -33,8 +33,12 @@ inline constexpr wchar_t kDeformName[] = L"QELDeform";
 inline constexpr wchar_t kFilterTransformName[] = L"QELFilterTransform";
 inline constexpr wchar_t kMathsName[] = L"QELMaths";
 
-/// The name of the host's image component.
+// Names of the host's components: images, strings, and, where a module has got no collection, the
+// collection and the locators that the sibling module CollectionsEx makes.
 inline constexpr wchar_t kImageComponentName[] = L"QELImageDIB";
+inline constexpr wchar_t kStringComponentName[] = L"CreatableString";
+inline constexpr wchar_t kCollectionComponentName[] = L"GlobalComponentCollection";
+inline constexpr wchar_t kLocatorComponentName[] = L"ComponentString";
 
 /// View of a string literal, without its terminator.
 template <uint64_t kSize>
