@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "cli/commands/command_table.h"
+#include "cli/commands/describe.h"
 #include "cli/operations.h"
 #include "cli/session/session.h"
 #include "cli/terminal/console.h"
@@ -37,8 +38,7 @@ int Dispatch(const Words& words) {
   if (const std::string_view step = operations::StepFor(name); !step.empty()) {
     throw Failure(kUsage, "there is no command {}; write qel run INPUT -o OUTPUT {}", name, step);
   }
-  throw Failure(kUsage, "there is no command {}{}", name,
-                DidYouMean(name, NamesOf(CommandTable()), "; see qel help"));
+  throw Failure(kUsage, "there is no command {}{}", name, HintAtTopic(name, "; see qel help"));
 }
 
 int Main(const Words& words) {

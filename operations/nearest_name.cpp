@@ -1,12 +1,15 @@
 #include "operations/nearest_name.h"
 
+#include <algorithm>
+#include <iterator>
 #include <numeric>
 
 namespace qel::operations {
 namespace {
 
-/// Number of insertions, deletions, replacements and exchanges of neighbours between two words.
-size_t EditDistance(std::string_view a, std::string_view b) {
+/// Number of insertions, deletions, replacements and exchanges of neighbours between what was typed
+/// and a name, or one more than those between it and a beginning of the name, if that is less.
+size_t Distance(std::string_view a, std::string_view b) {
   std::vector<size_t> before(b.size() + 1), last(b.size() + 1), row(b.size() + 1);
   std::iota(row.begin(), row.end(), size_t{0});
   for (size_t i = 0; i < a.size(); ++i) {
@@ -20,34 +23,55 @@ size_t EditDistance(std::string_view a, std::string_view b) {
       }
     }
   }
-  return row.back();
+  return std::min(row.back(), *std::ranges::min_element(row) + 1);
 }
 
-std::string_view NearestName(std::string_view wrong, const std::vector<std::string_view>& names) {
-  const auto begun = [&](std::string_view name) { return name.starts_with(wrong); };
-  if (wrong.size() > 1 && std::ranges::count_if(names, begun) == 1) {
-    return *std::ranges::find_if(names, begun);
+/// How many letters of a name may be wrong when its user still means it: a third, and none where so
+/// few are left that other names are as near.
+size_t MostWrong(std::string_view name) { return name.size() < 3 ? 0 : name.size() / 3; }
+
+/// In short names the first letter is typed right, and neighbours are exchanged.
+bool BeginAlike(std::string_view a, std::string_view b) {
+  constexpr size_t kShort = 5;
+  if (a.size() >= kShort || b.empty()) return true;
+  return a[0] == b[0] || (b.size() > 1 && a.size() > 1 && a[0] == b[1] && a[1] == b[0]);
+}
+
+/// Those of `names` that are likely to be meant: the only one that begins with `wrong`, or the
+/// nearest.
+std::vector<std::string_view> NearestNames(std::string_view wrong,
+                                           std::vector<std::string_view> names) {
+  std::ranges::sort(names);
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  std::vector<std::string_view> nearest;
+  if (wrong.size() > 1) {
+    std::ranges::copy_if(names, std::back_inserter(nearest),
+                         [&](std::string_view name) { return name.starts_with(wrong); });
+    if (nearest.size() == 1) return nearest;
+    nearest.clear();
   }
-  std::string_view best;
-  size_t best_distance = wrong.size() / 2 + 1;
+  size_t least = MostWrong(wrong);
   for (const std::string_view name : names) {
-    // Long names may have been left unfinished.
-    const size_t distance =
-        std::min(EditDistance(wrong, name), EditDistance(wrong, name.substr(0, wrong.size())) + 1);
-    if (distance < best_distance) {
-      best = name;
-      best_distance = distance;
-    }
+    if (!BeginAlike(wrong, name)) continue;
+    const size_t distance = Distance(wrong, name);
+    if (distance > least) continue;
+    if (distance < least) nearest.clear();
+    least = distance;
+    nearest.push_back(name);
   }
-  return best;
+  return nearest;
 }
 
 }  // namespace
 
 std::string DidYouMean(std::string_view wrong, const std::vector<std::string_view>& names,
                        const std::string& otherwise) {
-  const std::string_view nearest = NearestName(wrong, names);
-  return nearest.empty() ? otherwise : "; did you mean " + std::string(nearest) + "?";
+  constexpr size_t kMost = 2;  // beyond that nobody knows
+  const std::vector<std::string_view> nearest = NearestNames(wrong, names);
+  if (nearest.empty() || nearest.size() > kMost) return otherwise;
+  std::string hint = "; did you mean " + std::string(nearest.front());
+  if (nearest.size() > 1) hint.append(" or ").append(nearest.back());
+  return hint + "?";
 }
 
 }  // namespace qel::operations

@@ -62,7 +62,8 @@ ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& st
     }
     totals.Add(result);
   }
-  std::cout << totals.done << " files, " << std::min(peaks.size(), items.size())
+  std::cout << totals.done << (totals.done == 1 ? " file, " : " files, ")
+            << std::min(peaks.size(), items.size())
             << " at a time, at most about "
             // Most of what the program takes are libraries, which a run needs as well.
             << Mebibytes(PeakBytes() + std::accumulate(peaks.begin(), peaks.end(), 0.0))

@@ -43,10 +43,14 @@ Topic FindTopic(const std::string& name) {
   if (const std::string_view step = operations::StepFor(name); !step.empty()) {
     throw Failure(kUsage, "there is no operation {}; write {}", name, step);
   }
+  throw Failure(kUsage, "there is no command and no operation {}{}", name,
+                HintAtTopic(name, "; qel help and qel list show them all"));
+}
+
+std::string HintAtTopic(const std::string& name, const std::string& otherwise) {
   std::vector<std::string_view> names = NamesOf(CommandTable());
   std::ranges::copy(NamesOf(OperationTable()), std::back_inserter(names));
-  throw Failure(kUsage, "there is no command and no operation {}{}", name,
-                DidYouMean(name, names, "; qel help and qel list show them all"));
+  return DidYouMean(name, names, otherwise);
 }
 
 std::string ListOperations() {

@@ -17,6 +17,10 @@ struct Topic {
 /// Throws `Failure(kUsage)` with what may be meant when nothing has this name.
 Topic FindTopic(const std::string& name);
 
+/// What a message about a name that is neither ends with: commands and operations that are likely
+/// to be meant, or `otherwise`.
+std::string HintAtTopic(const std::string& name, const std::string& otherwise);
+
 /// All operations by component, a line each.
 std::string ListOperations();
 
