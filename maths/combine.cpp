@@ -42,7 +42,7 @@ class Adder {
     float reciprocal = 1024.0f / divisor;
     for (factor_.shift = 0; reciprocal < 32768.0f; ++factor_.shift) reciprocal *= 2;
     factor_.factor = static_cast<uint16_t>(std::min(std::ceil(reciprocal), 65535.0f));
-    return ArithmeticKernelsFor(kActiveCpuLevel).divides(factor_, divisor);
+    return ActiveArithmeticKernels().divides(factor_, divisor);
   }
 
   bool clamps_only_;
@@ -53,7 +53,8 @@ class Adder {
 
 void AddPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b, int64_t values, int64_t rows,
               const Adder& add) {
-  const ArithmeticKernels& kernels = KernelsFor(dest, {a, b}, values, rows);
+  const ArithmeticKernels& kernels =
+      KernelsFor(ActiveArithmeticKernels(), ArithmeticOneByOne(), dest, {a, b}, values, rows);
   for (int64_t y = 0; y < rows; ++y) {
     add(kernels, dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(values));
   }
@@ -81,7 +82,8 @@ struct Difference {
 uint64_t SubtractPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b,
                        const Difference& difference, const ImageShape& area) {
   const int64_t units = area.Columns() * (difference.bytes == 3 ? 3 : 1);
-  const auto row = difference.Row(KernelsFor(dest, {a, b}, area.Columns(), area.Rows()));
+  const auto row = difference.Row(KernelsFor(ActiveArithmeticKernels(), ArithmeticOneByOne(), dest,
+                                             {a, b}, area.Columns(), area.Rows()));
   uint64_t tally = 0;
   for (int64_t y = 0; y < area.Rows(); ++y) {
     tally += row(dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(units), difference.alpha);
@@ -126,7 +128,9 @@ void Mixture::MixPixelsOfRow(int64_t y, const MixWeights& weights) const {
 
 void Mixture::Write(const MixWeights& weights) const {
   const ArithmeticKernels& kernels =
-      weights.Bounded() ? KernelsFor(dest, {a, b, mask}, columns, rows) : KernelsOneByOne();
+      weights.Bounded() ? KernelsFor(ActiveArithmeticKernels(), ArithmeticOneByOne(), dest,
+                                     {a, b, mask}, columns, rows)
+                        : ArithmeticOneByOne();
   const auto* const pixels =
       std::find_if(std::begin(kernels.mix_pixels), std::end(kernels.mix_pixels),
                    [this](const auto& sizes) { return Fits(sizes); });

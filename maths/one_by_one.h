@@ -2,23 +2,25 @@
 #define QEL_MATHS_ONE_BY_ONE_H_
 
 #include "maths/arithmetic_kernels.h"
+#include "maths/scale_kernels.h"
+#include "simd/simd.h"
 
 // The arithmetic kernels one pixel after the other, whatever rows share memory and however large
-// sums become: those of `KernelsOneByOne`. Internal linkage, for kernel sources.
+// sums become, and the choice between them and vectors. Internal linkage, for kernel sources.
 
 namespace qel::QEL_LEVEL {
 namespace {
 namespace one_by_one {
 
-void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
+inline void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
   for (size_t i = 0; i < count; ++i) dest[i] = ClampToByte(a[i] + b[i]);
 }
-void AddScaled(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
-               const SumFactor& scale) {
+inline void AddScaled(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+                      const SumFactor& scale) {
   for (size_t i = 0; i < count; ++i) dest[i] = scale(a[i] + b[i]);
 }
-void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
-                const uint8_t* table) {
+inline void AddByTable(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+                       const uint8_t* table) {
   for (size_t i = 0; i < count; ++i) dest[i] = table[a[i] + b[i]];
 }
 
@@ -38,8 +40,8 @@ uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t coun
   return tally;
 }
 
-void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
-         const MixWeights& weights) {
+inline void Mix(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
+                const MixWeights& weights) {
   for (size_t i = 0; i < count; ++i) dest[i] = weights(a[i], b[i]);
 }
 template <size_t kDest, size_t kA, size_t kB, size_t kComputed = 3>
@@ -55,21 +57,21 @@ void MixColors(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t*
 template <size_t kBytes>
 constexpr auto MixWhere = MixColors<kBytes, kBytes, kBytes, kBytes>;
 
-void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+inline void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) dest[i] = map.table[source[i]];
 }
-void MapTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+inline void MapTo3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) {
     dest[3 * i] = dest[3 * i + 1] = dest[3 * i + 2] = map.table[source[i]];
   }
 }
-void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+inline void Map4To3(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = map.table[source[4 * i + c]];
   }
 }
-void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, size_t count,
-                   const ScaleMap& map) {
+inline void MapBytesWhere(uint8_t* dest, const uint8_t* source, const uint8_t* mask, size_t count,
+                          const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) {
     if (mask[i] != 0) dest[i] = map.table[source[i]];
   }
@@ -99,7 +101,7 @@ void WordsTo(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap&
 constexpr auto WordsTo1 = WordsTo<1, 1>;
 constexpr auto WordsTo3 = WordsTo<3, 3>;
 constexpr auto WordsTo4 = WordsTo<4, 3>;
-void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
+inline void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   for (size_t i = 0; i < count; ++i) {
     const int32_t word = TruncateFromZero(map(static_cast<float>(WordAt(source, i))));
     __builtin_memcpy(dest + 4 * i, &word, sizeof(word));
@@ -115,6 +117,19 @@ void Scale8(uint8_t* dest, const uint8_t* source, size_t count, Factor factor, i
 }
 
 }  // namespace one_by_one
+
+constexpr bool kGoesByVectors = kVectorBytes > 16 || kHasSaturatedWords;
+
+template <bool kByVectors, typename Row>
+constexpr Row Choose(Row vectors, Row singly) {
+  return kByVectors ? vectors : singly;
+}
+/// For what shuffles bytes or looks them up.
+template <bool kByVectors, typename Row>
+constexpr Row ChooseShuffled(Row vectors, Row singly) {
+  return kByVectors && kHasTableLookupBytes ? vectors : singly;
+}
+
 }  // namespace
 }  // namespace qel::QEL_LEVEL
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include "maths/arithmetic_kernels.h"
+#include "simd/cpu_level.h"
 
 namespace qel {
 
@@ -27,12 +27,12 @@ struct RowWalk {
 bool MayGoByVectors(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
                     int64_t rows);
 
-/// The row functions that walk from `sources` to `dest`.
-inline const ArithmeticKernels& KernelsFor(const RowWalk& dest,
-                                           std::initializer_list<RowWalk> sources, int64_t columns,
-                                           int64_t rows) {
-  return MayGoByVectors(dest, sources, columns, rows) ? ActiveArithmeticKernels()
-                                                      : KernelsOneByOne();
+/// The row functions that walk from `sources` to `dest`: those of the active level, or else those
+/// that go one pixel after the other.
+template <typename Kernels>
+const Kernels& KernelsFor(const Kernels& active, const Kernels& one_by_one, const RowWalk& dest,
+                          std::initializer_list<RowWalk> sources, int64_t columns, int64_t rows) {
+  return MayGoByVectors(dest, sources, columns, rows) ? active : one_by_one;
 }
 
 /// The level whose conversions walk from `sources` to `dest`: the active one, or else the lowest,

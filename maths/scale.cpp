@@ -3,9 +3,9 @@
 #include <optional>
 
 #include "image/image_view.h"
-#include "maths/arithmetic_kernels.h"
 #include "maths/maths.h"
 #include "maths/row_walk.h"
+#include "maths/scale_kernels.h"
 
 namespace qel {
 namespace {
@@ -38,7 +38,7 @@ int64_t TimesFour(int64_t stride) { return stride * 4; }
 /// How one kind of pixel becomes another.
 struct Conversion {
   PixelKind source, dest;
-  ArithmeticKernels::ScaleRow ArithmeticKernels::*row;
+  ScaleKernels::ScaleRow ScaleKernels::*row;
   int64_t (*source_step)(int64_t stride) = AsBytes;
   int64_t (*dest_step)(int64_t stride) = AsBytes;
   int units = 1;           ///< of the row function per pixel
@@ -46,7 +46,7 @@ struct Conversion {
   bool by_thirds = false;  ///< the factor is for the mean of three bytes
   bool one_pixel = false;  ///< only the first of each row
 };
-using Kernels = ArithmeticKernels;
+using Kernels = ScaleKernels;
 constexpr Conversion kConversions[] = {
     {PixelKind::kWord, PixelKind::kGray, &Kernels::words_to_1, AsWords},
     {PixelKind::kWord, PixelKind::kColor3, &Kernels::words_to_3, AsWords},
@@ -115,8 +115,7 @@ ScaleMap MapFor(const Conversion& conversion, float factor, float offset, int64_
     values[i] = conversion.wraps ? TruncateFromZero(value) : TruncateToByte(value);
     map.table[i] = static_cast<uint8_t>(values[i]);
   }
-  if (MapsBytes(conversion) && pixels >= kBytesForLine &&
-      ArithmeticKernelsFor(kActiveCpuLevel).prefers_lines) {
+  if (MapsBytes(conversion) && pixels >= kBytesForLine && ActiveScaleKernels().prefers_lines) {
     map.line = FindByteLine(values, conversion.wraps);
   }
   return map;
@@ -129,8 +128,9 @@ struct Rows {
 
   void Scale(const Conversion& conversion, const ScaleMap& map) const {
     const bool unbounded = conversion.by_thirds && !map.Bounded(3 * 255);
-    const Kernels& kernels =
-        unbounded ? KernelsOneByOne() : KernelsFor(dest, {source, mask}, columns, rows);
+    const Kernels& kernels = unbounded ? ScaleOneByOne()
+                                       : KernelsFor(ActiveScaleKernels(), ScaleOneByOne(), dest,
+                                                    {source, mask}, columns, rows);
     const auto count = static_cast<size_t>(columns * conversion.units);
     for (int64_t y = 0; y < rows; ++y) {
       if (mask.bits != nullptr) {
@@ -223,7 +223,8 @@ result_t CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double fac
         static_cast<uint32_t>(from.stride) / static_cast<uint32_t>(shape.bit_count / 8);
     const RowWalk words = {from.bits, static_cast<int32_t>(4 * stride_words), 4};
     const RowWalk bytes = {to.bits, to.stride};
-    const Kernels& kernels = KernelsFor(bytes, {words}, shape.Columns(), shape.Rows());
+    const Kernels& kernels = KernelsFor(ActiveScaleKernels(), ScaleOneByOne(), bytes, {words},
+                                        shape.Columns(), shape.Rows());
     const auto columns = static_cast<size_t>(shape.Columns());
     for (int64_t y = 0; y < shape.Rows(); ++y) {
       if (single) {
