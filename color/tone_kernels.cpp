@@ -133,25 +133,26 @@ void BracketPowers(float exponent, const float* logarithms, uint8_t* least, uint
 }
 
 /// The brightness of every three neighbours, the weights taken apart as 16 * high + low so that 16
-/// bits hold the sums: what the low parts carry is all that counts of them.
+/// bits hold the sums: what the low parts carry is all that counts of them. Bytes at even and at
+/// odd places are lanes of their own.
 void MixBytes(uint8_t* dest, const uint8_t* source, size_t count) {
-  const U8 zero = Zero<U8>();
   const auto weights = [](int first, int second) {
     return BitCast<I8>(Set<U16>(static_cast<uint16_t>(second << 8 | first)));
   };
   const I8 high_ab = weights(kBlueWeight / 16, kGreenWeight / 16);
   const I8 low_ab = weights(kBlueWeight % 16, kGreenWeight % 16);
-  const I8 high_c = weights(kRedWeight / 16, 0), low_c = weights(kRedWeight % 16, 0);
-  const auto mix = [&](U8 ab, U8 c) {
+  const auto mix = [&](U8 ab, U8 c, I8 high_c, I8 low_c) {
     const I16 high = SatWidenMulPairwiseAdd(ab, high_ab) + SatWidenMulPairwiseAdd(c, high_c);
     const I16 low = SatWidenMulPairwiseAdd(ab, low_ab) + SatWidenMulPairwiseAdd(c, low_c);
-    return ShiftRight<6>(high + ShiftRight<4>(low));
+    return high + ShiftRight<4>(low);
   };
+  constexpr int kHigh = kRedWeight / 16, kLow = kRedWeight % 16;
   ForEachBlock<1, kVectorBytes, 2>(dest, source, count, [&](uint8_t* to, const uint8_t* from) {
     const U8 a = LoadU<U8>(from), b = LoadU<U8>(from + 1), c = LoadU<U8>(from + 2);
-    StoreU(ReorderDemote2To<U8>(mix(InterleaveLower(a, b), InterleaveLower(c, zero)),
-                                mix(InterleaveUpper(a, b), InterleaveUpper(c, zero))),
-           to);
+    const I16 even = mix(a, c, weights(kHigh, 0), weights(kLow, 0));
+    const I16 odd = mix(b, c, weights(0, kHigh), weights(0, kLow));
+    const I16 upper = Set<I16>(static_cast<int16_t>(0xFF00));
+    StoreU(BitCast<U8>(ShiftRight<6>(even) | (ShiftLeft<2>(odd) & upper)), to);
   });
 }
 
@@ -175,29 +176,51 @@ void Mean3(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pi
   });
 }
 
-/// A limit for sums of three bytes, within what 16 bits compare.
-I16 SumLimits(int32_t limit) {
-  return Set<I16>(static_cast<int16_t>(limit < -1 ? -1 : limit > 765 ? 765 : limit));
-}
+/// A limit for sums of three bytes that decides as it does for all of them.
+int32_t WithinSums(int32_t limit) { return limit < -1 ? -1 : limit > 765 ? 765 : limit; }
 
 void ThresholdBytes(uint8_t* row, size_t count, uint8_t limit, uint8_t low) {
   for (size_t i = 0; i < count; ++i) row[i] = row[i] > limit ? uint8_t{255} : low;
 }
 
+/// True if all bytes of each pixel in a block of 3-byte pixels are the same.
+QEL_SIMD_INLINE bool IsGray3(const uint8_t* pixels) {
+  static constexpr auto kHasNext =
+      MakePattern<3 * kVectorBytes>([](size_t i) { return i % 3 == 2 ? 0 : 255; });
+  static constexpr auto kHasBefore =
+      MakePattern<kVectorBytes>([](size_t i) { return (i + 2 * kVectorBytes) % 3 == 0 ? 0 : 255; });
+  const auto differs = [=](size_t at, size_t from) {
+    return LoadU<U8>(pixels + at) ^ LoadU<U8>(pixels + from);
+  };
+  constexpr size_t kSecond = kVectorBytes, kLast = 2 * kVectorBytes;
+  const U8 all = (differs(0, 1) & LoadU<U8>(kHasNext.bytes)) |
+                 (differs(kSecond, kSecond + 1) & LoadU<U8>(kHasNext.bytes + kSecond)) |
+                 (differs(kLast, kLast - 1) & LoadU<U8>(kHasBefore.bytes));
+  return AllFalse(all != Zero<U8>());
+}
+
 void Threshold3(uint8_t* row, size_t pixels, int32_t limit) {
-  if constexpr (!kHasTableLookupBytes) {
-    for (size_t i = 0; i < 3 * pixels; i += 3) {
-      const uint8_t gray = row[i] + row[i + 1] + row[i + 2] > limit ? 255 : 0;
-      row[i] = row[i + 1] = row[i + 2] = gray;
-    }
-    return;
-  }
-  const I16 limits = SumLimits(limit);
+  const int32_t most = WithinSums(limit);
+  const I16 limits = Set<I16>(static_cast<int16_t>(most));
+  const U8 highest_black = Set<U8>(static_cast<uint8_t>(most / 3));
+  const U8 low = Set<U8>(limit < 0 ? 255 : 0);
   ForEachBlock<3, kVectorBytes>(row, row, pixels, [&](uint8_t* to, const uint8_t* from) {
-    const ChannelSums sums = SumsOf(from);
-    const I8 above =
-        ReorderDemote2To<I8>(VecFromMask(sums.lower > limits), VecFromMask(sums.upper > limits));
-    StoreRepeated3(BitCast<U8>(above), to);
+    if (IsGray3(from)) {
+      // As GrayScale leaves them: sums are three times each byte.
+      for (size_t i = 0; i < 3 * kVectorBytes; i += kVectorBytes) {
+        StoreU(VecFromMask(LoadU<U8>(from + i) > highest_black) | low, to + i);
+      }
+    } else if constexpr (kHasTableLookupBytes) {
+      const ChannelSums sums = SumsOf(from);
+      const I8 above =
+          ReorderDemote2To<I8>(VecFromMask(sums.lower > limits), VecFromMask(sums.upper > limits));
+      StoreRepeated3(BitCast<U8>(above), to);
+    } else {
+      for (size_t i = 0; i < 3 * kVectorBytes; i += 3) {
+        const uint8_t gray = from[i] + from[i + 1] + from[i + 2] > limit ? 255 : 0;
+        to[i] = to[i + 1] = to[i + 2] = gray;
+      }
+    }
   });
 }
 
@@ -229,7 +252,7 @@ void Mean4(uint8_t* dest, const uint8_t* source, size_t pixels) {
 }
 
 void Threshold4(uint8_t* row, size_t pixels, int32_t limit) {
-  const I16 limits = SumLimits(limit);
+  const I16 limits = Set<I16>(static_cast<int16_t>(WithinSums(limit)));
   ReplaceBySum(row, row, pixels, [&](I16 sums) { return VecFromMask(sums > limits); });
 }
 
