@@ -47,23 +47,30 @@ TEST_F(RotationReadings, EqualRememberedWeights) {
 }
 
 // Bytes of pictures hide wrong last bits of weights: all of them, at positions of every binade,
-// among them whole ones.
-TEST_P(Rotation, WeighsTwelveTapsAsTheMathematicsLibraryDoes) {
+// among them whole ones and those just below.
+TEST_P(Rotation, WeighsTapsAsSingleNumbers) {
   constexpr uint32_t kStep = 1024 - 5;
-  const WeighTaps weigh = RotateKernelsFor(GetParam()).weights[5];
-  const KernelFunction kernel = MethodOf(5).kernel;
-  for (auto bits = std::bit_cast<uint32_t>(5.0f); bits < std::bit_cast<uint32_t>(2100.0f);) {
-    float positions[kSampleChunk];
-    for (float& position : positions) position = std::bit_cast<float>(bits += kStep);
-    positions[7] = std::floor(positions[7]);
-    float weights[kSampleChunk * kMaxTaps];
-    weigh(weights, positions, kSampleChunk);
-    for (size_t i = 0; i < kSampleChunk; ++i) {
-      float expected[kMaxTaps];
-      TapWeights(kTaps12, kernel, positions[i], TapOrigin(positions[i]), expected);
-      for (size_t tap = 0; tap < kMaxTaps; ++tap) {
-        ASSERT_EQ(weights[WeightPlace(i, kMaxTaps) + tap * kWeightGroup], expected[tap])
-            << "tap " << tap << " of " << positions[i];
+  for (int method = 0; method < 16; ++method) {
+    const WeighTaps weigh = RotateKernelsFor(GetParam()).weights[method];
+    if (weigh == nullptr) continue;
+    const TapWindow& window = method == 5 ? kTaps12 : kTaps4;
+    const auto taps = static_cast<size_t>(window.count);
+    for (auto bits = std::bit_cast<uint32_t>(method == 5 ? 5.0f : 0.5f);
+         bits < std::bit_cast<uint32_t>(2100.0f);) {
+      float positions[kSampleChunk];
+      for (float& position : positions) position = std::bit_cast<float>(bits += kStep);
+      positions[7] = std::floor(positions[7]);
+      positions[8] = std::nextafter(std::floor(positions[8]) + 1, 0.0f);
+      float weights[kSampleChunk * kMaxTaps];
+      weigh(weights, positions, kSampleChunk);
+      for (size_t i = 0; i < kSampleChunk; ++i) {
+        float expected[kMaxTaps];
+        TapWeights(window, MethodOf(method).kernel, positions[i], TapOrigin(positions[i]),
+                   expected);
+        for (size_t tap = 0; tap < taps; ++tap) {
+          ASSERT_EQ(weights[WeightPlace(i, taps) + tap * kWeightGroup], expected[tap])
+              << "method " << method << ", tap " << tap << " of " << positions[i];
+        }
       }
     }
   }

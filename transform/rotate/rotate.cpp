@@ -50,8 +50,18 @@ template <typename TooLow, typename TooHigh, typename CopyTo, typename Write>
 void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
                 const DrawnPart& part, TooLow too_low, TooHigh too_high, CopyTo copy_to,
                 Write write) {
-  alignas(64) uint32_t colors[2 * kSampleChunk];
+  alignas(64) uint32_t colors[kSampleChunk];
   RunGuess guess;
+  struct Place {
+    int j;
+    int i;
+  } places[kSampleGroup];
+  BorderPoints border;
+  const auto finish_border = [&] {
+    const size_t count = border.count;
+    sampler.BlendBorder(colors, border);
+    for (size_t k = 0; k < count; ++k) write(places[k].j, places[k].i, colors + k, 1);
+  };
   const auto sample = [&](int j, const SampleRow& row, int begin, int end) {
     for (int first = begin; first < end; first += sampler.chunk()) {
       const int count = std::min(sampler.chunk(), end - first);
@@ -59,15 +69,28 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
       write(j, first, colors, count);
     }
   };
+  const auto sample_border = [&](int j, const SampleRow& row, int begin, int end) {
+    if (!sampler.BlendsBorder()) return sample(j, row, begin, end);
+    for (int i = begin; i < end; ++i) {
+      places[border.count] = {j, i};
+      border.points.x[border.count] = row.way.SourceX(i);
+      border.points.y[border.count++] = row.way.SourceY(i);
+      if (border.Full()) finish_border();
+    }
+  };
   const auto sample_row = [&](int j, const PixelRun& columns) {
     const PixelRun run = RunWithinSource(columns, frame.RowAt(j), source.width, source.height,
                                          guess, too_low, too_high);
     const SampleRow row = sampler.RowAt(j, run);
     uint8_t* const to = sampler.Copies() ? copy_to(j, row.inside.begin) : nullptr;
-    if (to == nullptr) return sample(j, row, run.begin, run.end);
-    sample(j, row, run.begin, row.inside.begin);
-    sampler.Copy(to, row);
-    sample(j, row, row.inside.end, run.end);
+    sample_border(j, row, run.begin, row.inside.begin);
+    if (to == nullptr) {
+      sample(j, row, row.inside.begin, row.inside.end);
+    } else {
+      sampler.Copy(to, row);
+    }
+    sample_border(j, row, row.inside.end, run.end);
+    if (part.whole_rows) finish_border();
   };
   const int64_t bands =
       part.whole_rows ? 1 : (int64_t{part.width} + kBandColumns - 1) / kBandColumns;
@@ -76,6 +99,7 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
                               static_cast<int>(part.width * (band + 1) / bands)};
     for (int j = 0; j < part.height; ++j) sample_row(j, columns);
   }
+  finish_border();
 }
 
 /// What samples and pixels of at least 24 bits have in a mixture, for each alpha of the sample.

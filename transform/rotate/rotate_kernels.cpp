@@ -135,13 +135,19 @@ template <typename Kernel>
 void Weights(float* weights, const float* positions, size_t count) {
   for (size_t i = 0; i < RoundUp(count); i += F32::kLanes) {
     const F32 position = LoadU<F32>(positions + i);
-    const I32 origin = ConvertTo<I32>(position);
+    // Exact, so that the offsets of taps round as those from whole positions do.
+    const F32 fraction = position - ConvertTo<F32>(ConvertTo<I32>(position));
     float* const first = weights + WeightPlace(i, 4);
-    for (int tap = 0; tap < 4; ++tap) {
-      const F32 distance = ConvertTo<F32>(origin + Set<I32>(tap - 1)) - position;
-      const F32 weight = {Kernel::Weight(distance.raw)};
-      StoreU(weight, first + static_cast<size_t>(tap) * kWeightGroup);
+    [&]<int... tap>(std::integer_sequence<int, tap...>) {
+      const auto weigh = [&]<int kTap>(std::integral_constant<int, kTap>) {
+        const F32 offset = Set<F32>(kTap) - fraction;
+        const F32 weight = {
+            Kernel::template Weight<F32::Raw, polynomials::OfTap<kTap>>(offset.raw)};
+        StoreU(weight, first + (kTap + 1) * kWeightGroup);
+      };
+      (weigh(std::integral_constant<int, tap - 1>()), ...);
     }
+    (std::make_integer_sequence<int, 4>());
   }
 }
 

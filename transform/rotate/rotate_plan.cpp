@@ -24,6 +24,9 @@ bool CanRotate(RotateMethod method, const ImageView& source, int interpolation,
     return false;
   }
   const bool weighs = MethodOf(interpolation).kernel != nullptr;
+  // Up to here, single precision has the positions of all taps.
+  constexpr int64_t kLargestSize = 1 << 23;
+  if (weighs && (source.Columns() > kLargestSize || source.Rows() > kLargestSize)) return false;
   switch (method) {
     case RotateMethod::kGather:
       return !weighs;

@@ -120,11 +120,6 @@ class RotatedFrame {
 struct PixelRun {
   int begin;
   int end;
-
-  PixelRun Intersect(const PixelRun& other) const {
-    const int from = std::max(begin, other.begin);
-    return {from, std::max(from, std::min(end, other.end))};
-  }
 };
 
 /// Where a run began or ended in the rows before, which tells where it will in the next one.

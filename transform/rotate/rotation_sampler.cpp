@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 #include "simd/prefetch.h"
 
@@ -102,46 +103,82 @@ void RotationSampler::Copy(uint8_t* dest, const SampleRow& row) const {
        static_cast<size_t>(row.inside.end - row.inside.begin), nearest ? 0.5f : 0.0f);
 }
 
-void RotationSampler::BlendInside(uint32_t* colors, const SamplePoints& points, size_t count) {
-  const RotateKernels& kernels = ActiveRotateKernels();
-  alignas(64) float wx[kSampleChunk * kMaxTaps];
-  alignas(64) float wy[kSampleChunk * kMaxTaps];
-  const WeighTaps weigh = kernels.weights[plan_.interpolation];
+void RotationSampler::Weigh(Weights& weights, const SamplePoints& points, size_t count) {
+  const WeighTaps weigh = ActiveRotateKernels().weights[plan_.interpolation];
   if (weigh != nullptr && plan_.method != RotateMethod::kRemembered) {
-    weigh(wx, points.x, count);
-    weigh(wy, points.y, count);
+    weigh(weights.x, points.x, count);
+    weigh(weights.y, points.y, count);
   } else {
-    cache_.Weigh(wx, points.x, count);
-    cache_.Weigh(wy, points.y, count);
+    cache_.Weigh(weights.x, points.x, count);
+    cache_.Weigh(weights.y, points.y, count);
   }
-  const size_t kind = KernelIndex(source_.bit_count);
-  const auto blend = taps_.count == 4 ? kernels.blend4[kind] : kernels.blend12[kind];
-  blend(colors, {source_.bits, source_.stride}, points, {wx, wy}, count);
 }
 
-void RotationSampler::SampleInside(uint32_t* colors, const SampleRow& row, int first,
-                                   size_t count) {
-  SamplePoints points;
-  ActiveRotateKernels().positions(points, LineOf(row.way), first, count);
-  if (plan_.method == RotateMethod::kGather) {
-    GatherInside(colors, points, count);
-  } else {
-    BlendInside(colors, points, count);
+void RotationSampler::BlendInside(uint32_t* colors, const SamplePoints& points, size_t count) {
+  Weights weights;
+  Weigh(weights, points, count);
+  const RotateKernels& kernels = ActiveRotateKernels();
+  const size_t kind = KernelIndex(source_.bit_count);
+  const auto blend = taps_.count == 4 ? kernels.blend4[kind] : kernels.blend12[kind];
+  blend(colors, {source_.bits, source_.stride}, points, {weights.x, weights.y}, count);
+}
+
+void RotationSampler::CopyTaps(uint32_t* copy, const SamplePoints& points, size_t count) const {
+  VisitAccessLayout(source_.bit_count, [&](auto codec) {
+    const uint32_t outside = OutsideColor(source_);
+    for (size_t i = 0; i < count; ++i) {
+      const int64_t left = int64_t{TapOrigin(points.x[i])} + taps_.first;
+      const int64_t top = int64_t{TapOrigin(points.y[i])} + taps_.first;
+      for (int64_t y = top; y < top + taps_.count; ++y) {
+        const bool has_row = y >= 0 && y < source_.height;
+        const uint8_t* const row = has_row ? source_.Row(y) : source_.bits;
+        for (int64_t x = left; x < left + taps_.count; ++x) {
+          *copy++ = has_row && x >= 0 && x < source_.width ? codec.Load(row, x) : outside;
+        }
+      }
+    }
+  });
+}
+
+void RotationSampler::BlendBorder(uint32_t* colors, BorderPoints& border) {
+  if (border.count == 0) return;
+  SamplePoints& points = border.points;
+  for (size_t i = border.count; i < kSampleGroup; ++i) {
+    points.x[i] = points.x[border.count - 1];
+    points.y[i] = points.y[border.count - 1];
   }
+  Weights weights;
+  Weigh(weights, points, border.count);
+  alignas(64) uint32_t taps[kSampleGroup * kMaxTaps * kMaxTaps];
+  CopyTaps(taps, points, border.count);
+  // In the copy, the taps of a point lie below those of the one before.
+  for (size_t i = 0; i < kSampleGroup; ++i) {
+    const size_t at = std::min(i, border.count - 1);
+    points.x[i] = static_cast<float>(-taps_.first);
+    points.y[i] = static_cast<float>(static_cast<int>(at) * taps_.count - taps_.first);
+  }
+  const RotateKernels& kernels = ActiveRotateKernels();
+  const auto blend = taps_.count == 4 ? kernels.blend4[2] : kernels.blend12[2];
+  blend(colors, {reinterpret_cast<const uint8_t*>(taps), taps_.count * 4}, points,
+        {weights.x, weights.y}, border.count);
+  // Deliberate: near the border, 4 by 4 samples have alpha 0, also where all taps carry one.
+  if (taps_.count == kTaps4.count) {
+    for (size_t i = 0; i < border.count; ++i) colors[i] &= 0x00FFFFFFu;
+  }
+  border.count = 0;
 }
 
 void RotationSampler::Sample(uint32_t* colors, const SampleRow& row, int first, int count) {
-  const PixelRun run = {first, first + count};
-  const PixelRun inside = run.Intersect(row.inside);
-  if (inside.begin == inside.end) {
-    SampleSingly(colors, row, first, count);
-    return;
+  if (first < row.inside.begin || first >= row.inside.end) {
+    return SampleSingly(colors, row, first, count);
   }
-  // What kernels write beyond their run is overwritten by the single samples after it.
-  SampleInside(colors + (inside.begin - first), row, inside.begin,
-               static_cast<size_t>(inside.end - inside.begin));
-  SampleSingly(colors, row, first, inside.begin - first);
-  SampleSingly(colors + (inside.end - first), row, inside.end, run.end - inside.end);
+  SamplePoints points;
+  ActiveRotateKernels().positions(points, LineOf(row.way), first, static_cast<size_t>(count));
+  if (plan_.method == RotateMethod::kGather) {
+    GatherInside(colors, points, static_cast<size_t>(count));
+  } else {
+    BlendInside(colors, points, static_cast<size_t>(count));
+  }
 }
 
 }  // namespace qel

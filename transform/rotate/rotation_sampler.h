@@ -34,8 +34,17 @@ struct SampleRow {
   PixelRun inside;  ///< what kernels sample of it
 };
 
+/// Positions of samples some of whose taps are outside, which wait until there are enough of them.
+struct BorderPoints {
+  size_t count = 0;
+  SamplePoints points;
+
+  bool Full() const { return count == kSampleGroup; }
+};
+
 /// Samples a source at the pixels of a rotated frame. Runs of pixels all of whose taps lie inside
-/// go through kernels, the others through `GetPixelColorInterpolated`.
+/// go through kernels, and so do, in groups, those near the border when they are sums of taps; all
+/// others go through `GetPixelColorInterpolated`.
 class RotationSampler {
  public:
   RotationSampler(const RotatePlan& plan, const ImageView& source, const RotatedFrame& frame);
@@ -50,21 +59,36 @@ class RotationSampler {
   /// of the source.
   void Copy(uint8_t* dest, const SampleRow& row) const;
 
-  /// The colors of up to `chunk` pixels from `first` on. `colors` has room for `kSampleChunk`
-  /// more than those.
+  /// The colors of up to `chunk` pixels from `first` on, all of which are inside or all not.
+  /// `colors` has room for `kSampleChunk`.
   void Sample(uint32_t* colors, const SampleRow& row, int first, int count);
   /// The most pixels that one call of `Sample` may ask for.
   int chunk() const {
     return plan_.method == RotateMethod::kOneByOne ? 1 : static_cast<int>(kSampleChunk);
   }
 
+  /// True where `BlendBorder` makes the samples that are not inside.
+  bool BlendsBorder() const {
+    return plan_.method != RotateMethod::kGather && plan_.method != RotateMethod::kOneByOne;
+  }
+  /// The colors of samples at positions of a frame, from copies of their taps; takes the points
+  /// away. `colors` has room for `kSampleGroup`.
+  void BlendBorder(uint32_t* colors, BorderPoints& border);
+
  private:
+  /// What the taps of a chunk of points weigh.
+  struct Weights {
+    alignas(64) float x[kSampleChunk * kMaxTaps];
+    alignas(64) float y[kSampleChunk * kMaxTaps];
+  };
+
   PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run);
   void Prefetch(int j, const PixelRun& run) const;
   void SampleSingly(uint32_t* colors, const SampleRow& row, int first, int count) const;
-  void SampleInside(uint32_t* colors, const SampleRow& row, int first, size_t count);
   void GatherInside(uint32_t* colors, const SamplePoints& points, size_t count) const;
+  void Weigh(Weights& weights, const SamplePoints& points, size_t count);
   void BlendInside(uint32_t* colors, const SamplePoints& points, size_t count);
+  void CopyTaps(uint32_t* copy, const SamplePoints& points, size_t count) const;
 
   const ImageView source_;
   const RotatedFrame frame_;
