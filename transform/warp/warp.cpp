@@ -136,7 +136,10 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
       constexpr int kPixelsPerPrefetch = 4;
       for (int i = 0; i < count; i += kPixelsPerPrefetch) {
         if (chunk.x[i] < 0) continue;
-        PrefetchLine<1>(target.Row(chunk.y[i]) + int64_t{chunk.x[i]} * kBytes);
+        const uint8_t* const at = target.Row(chunk.y[i]) + int64_t{chunk.x[i]} * kBytes;
+        PrefetchLine<1>(at);
+        // Where pictures are pasted downwards, this row is the one that is met first.
+        if (Painter::kPaintsBelow) PrefetchLine<1>(at + target.stride);
       }
       turn = 1 - turn;
       paint(chunks[turn]);
@@ -165,6 +168,7 @@ struct Canvas {
 /// pixels avoid it.
 template <int kBytes>
 struct MarkingPainter {
+  static constexpr bool kPaintsBelow = false;
   Canvas<kBytes> canvas;
 
   void StartRow() {}
@@ -183,6 +187,7 @@ struct MarkingPainter {
 /// Covers the right and the lower neighbour too.
 template <int kBytes>
 struct SpreadingPainter {
+  static constexpr bool kPaintsBelow = true;
   Canvas<kBytes> canvas;
 
   void StartRow() {}
@@ -196,6 +201,7 @@ struct SpreadingPainter {
 /// Closes gaps to the column that was written before, in the row below as well.
 template <int kBytes>
 struct JoiningPainter {
+  static constexpr bool kPaintsBelow = true;
   Canvas<kBytes> canvas;
   int previous = 0;
 
@@ -203,12 +209,13 @@ struct JoiningPainter {
   void Paint(uint32_t pixel, int x, int y) {
     canvas.Put(x, y, pixel);
     // Deliberate: nothing is closed after a pixel at column 0, which looks like the start of a row.
-    if (previous > 0) {
+    if (previous > 0 && x > previous) {
       const bool has_row_below = y < canvas.height - 1;
-      for (int i = previous + 1; i <= x; ++i) {
-        if (i < x) canvas.Put(i, y, pixel);
+      for (int i = previous + 1; i < x; ++i) {
+        canvas.Put(i, y, pixel);
         if (has_row_below) canvas.Put(i, y + 1, pixel);
       }
+      if (has_row_below) canvas.Put(x, y + 1, pixel);
     }
     previous = x;
   }
