@@ -187,6 +187,12 @@ void StreamBytes(uint8_t* dest, const uint8_t* source, size_t count) {
 
 template <int kBytes>
 void ReversePixels(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t count) {
+  for (; kBytes == 1 && count >= 8; count -= 8, dest += 8) {
+    uint64_t eight;
+    __builtin_memcpy(&eight, source + count - 8, 8);
+    eight = __builtin_bswap64(eight);
+    __builtin_memcpy(dest, &eight, 8);
+  }
   for (size_t x = 0; x < count; ++x) {
     CopyPixel<kBytes>(dest + x * kBytes, source + (count - 1 - x) * kBytes);
   }
