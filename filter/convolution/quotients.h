@@ -166,6 +166,11 @@ QEL_SIMD_INLINE I16 SumPairs(U8 pairs, const SplitPairs& weights) {
   return BitCast<I16>(words & Set<U16>(0xFF)) * weights.first +
          BitCast<I16>(ShiftRight<8>(words)) * weights.second;
 }
+/// The same where the second byte of each pair is 0.
+QEL_SIMD_INLINE I16 SumFirsts(U8 pairs, I8 weights) { return SumPairs(pairs, weights); }
+QEL_SIMD_INLINE I16 SumFirsts(U8 pairs, const SplitPairs& weights) {
+  return BitCast<I16>(pairs) * weights.first;
+}
 
 /// The weighted sums of one vector of outputs.
 struct Accumulator : Halves<I16> {
@@ -177,6 +182,10 @@ struct Accumulator : Halves<I16> {
   QEL_SIMD_INLINE void AddPairs(const Halves<U8>& pairs, const PairLanes& weights) {
     lower += SumPairs(pairs.lower, weights);
     upper += SumPairs(pairs.upper, weights);
+  }
+  QEL_SIMD_INLINE void AddFirsts(const Halves<U8>& pairs, const PairLanes& weights) {
+    lower += SumFirsts(pairs.lower, weights);
+    upper += SumFirsts(pairs.upper, weights);
   }
   QEL_SIMD_INLINE void Add(const Halves<I16>& sums, I16 weight) {
     lower += sums.lower * weight;

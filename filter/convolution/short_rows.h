@@ -72,7 +72,7 @@ struct ColumnVectors {
 QEL_SIMD_INLINE void AddColumn(Accumulator& sums, const Interleaved& column,
                                const ColumnVectors& weights) {
   sums.AddPairs(column.first_two, weights.first_two);
-  sums.AddPairs(column.third, weights.third);
+  sums.AddFirsts(column.third, weights.third);
 }
 
 template <ShortSums kSums, size_t kStep>
