@@ -18,7 +18,10 @@ namespace {
 
 /// "brightness takes a whole number from -255 to 255".
 std::string Expectation(const Parameter& parameter) {
-  return std::string(parameter.name) + " takes " + DescribeValues(parameter);
+  const bool open_ended = parameter.minimum <= std::numeric_limits<int>::min() ||
+                          parameter.maximum >= std::numeric_limits<int>::max();
+  return std::string(parameter.name) + " takes " + DescribeValues(parameter) +
+         (parameter.kind == Kind::kInt && open_ended ? ", as far as 32 bits hold it" : "");
 }
 
 bool ParseNumber(std::string_view text, double& number) {

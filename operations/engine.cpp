@@ -41,7 +41,18 @@ SmartPtr<IQEL> Engine::RunStep(const Step& step, SmartPtr<IQEL> picture, Picture
   const Shape expected = ShapeAfter(step, shape, max_pixels_, [&](const std::string& name) {
     return ShapeOf(pictures.Get(name));
   });
-  return RunOnBand(step, {shape, 0, {0, expected.height}}, std::move(picture), pictures, notes);
+  SmartPtr<IQEL> result =
+      RunOnBand(step, {shape, 0, {0, expected.height}}, std::move(picture), pictures, notes);
+  // Whoever goes on with it counts on the shape that was told.
+  const Shape made = ShapeOf(*result.Get());
+  if (made.width != expected.width || made.height != expected.height ||
+      made.bits != expected.bits) {
+    throw CallError(std::string(step.operation->name) + ": made " + made.Size() + " pixels, " +
+                        made.Bits() + ", where " + expected.Size() + ", " + expected.Bits() +
+                        " were expected",
+                    step.operation->name, kFail);
+  }
+  return result;
 }
 
 SmartPtr<IQEL> Engine::RunOnBand(const Step& step, const Band& band, SmartPtr<IQEL> image,

@@ -49,6 +49,10 @@ void CheckSize(const Input& input, int64_t width, int64_t height) {
   if (width < 1 || height < 1) input.Broken("the header states a picture without pixels");
   const Limits& limits = input.options.limits;
   if (limits.AllowSize(width, height)) return;
+  if (std::max(width, height) > INT32_MAX) {
+    input.Fail(PictureError::Kind::kTooLarge, "{} x {} pixels; a side has {} at most", width,
+               height, INT32_MAX);
+  }
   input.Fail(PictureError::Kind::kTooLarge, "{} x {} pixels are more than the limit of {}", width,
              height, limits.max_pixels);
 }

@@ -2,9 +2,11 @@
 #include <climits>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 #include "operations/rows/common.h"
 #include "operations/table.h"
+#include "transform/rotate/rotated_frame.h"
 
 namespace qel::operations {
 namespace {
@@ -56,15 +58,24 @@ result_t CallResample(Call& call) {
                                              call.arguments.Int("nearest"));
 }
 
-/// The rectangle round the turned picture.
+/// Whether `Rotate` moves whole pixels. It samples for the same turn by another number of degrees.
+bool MovesPixels(int angle) {
+  return angle == -90 || angle == 0 || angle == 90 || angle == 180 || angle == 270;
+}
+
+/// The rectangle round the turned picture, to the pixel: what writes it goes by this size.
 Shape ShapeAfterRotate(const Given& given, Shape shape) {
+  const int angle = given.arguments.Int("angle");
+  if (MovesPixels(angle)) {
+    // The other arguments do not matter then.
+    if (angle % 180 != 0) std::swap(shape.width, shape.height);
+    return shape;
+  }
   if (given.arguments.Int("force-alpha") != 0) shape.bits = 32;
   if (given.arguments.Int("keep-size") != 0) return shape;
-  const double angle = given.arguments.Number("angle") * std::numbers::pi / 180;
-  const double across = std::abs(std::cos(angle)), along = std::abs(std::sin(angle));
-  const int width = shape.width;
-  shape.width = static_cast<int>(std::lround(width * across + shape.height * along));
-  shape.height = static_cast<int>(std::lround(width * along + shape.height * across));
+  const auto frame = RotatedFrame::Bounding(shape.width, shape.height, Turn::ByDegrees(angle));
+  shape.width = frame.width();
+  shape.height = frame.height();
   return shape;
 }
 
@@ -75,9 +86,6 @@ result_t CallRotatePaste(Call& call) {
       &call.pictures.Get(call.arguments.Text("with")), call.image,
       call.arguments.Number("angle") * std::numbers::pi / 180, call.arguments.Int("method"), key);
 }
-
-/// Degrees of a rotation beyond whole turns, 0 to 359.
-int TurnPast(const Given& given) { return (given.arguments.Int("angle") % 360 + 360) % 360; }
 
 bool ShrinksBoth(const Given& given, const Shape& shape) {
   const Shape after = ShapeAfterResample(given, shape);
@@ -109,15 +117,26 @@ const std::vector<Surprise> kResampleSurprises = {
 const std::vector<Surprise> kRotateSurprises = {
     {"Quarter turns go clockwise, all other angles counter-clockwise; turn always goes "
      "counter-clockwise.",
-     [](const Given& given, const Shape&) { return TurnPast(given) % 180 == 90; }},
+     [](const Given& given, const Shape&) {
+       const int angle = given.arguments.Int("angle");
+       return MovesPixels(angle) && angle % 180 != 0;
+     }},
     {"A half turn at 24 bits is shifted by one column; turn angle=180 is exact.",
      [](const Given& given, const Shape& shape) {
-       return TurnPast(given) == 180 && shape.bits == 24;
+       return given.arguments.Int("angle") == 180 && shape.bits == 24;
      }},
     {"About four pixels along every edge are not drawn; turn draws all of them.",
-     [](const Given& given, const Shape&) { return TurnPast(given) % 90 != 0; }},
+     [](const Given& given, const Shape&) { return !MovesPixels(given.arguments.Int("angle")); }},
+    {"Turns by 0, 90, 180 and 270 degrees take the size that they need and add no alpha.",
+     [](const Given& given, const Shape&) {
+       const Arguments& arguments = given.arguments;
+       const int angle = arguments.Int("angle");
+       const bool asks = (arguments.Int("keep-size") != 0 && angle % 180 != 0) ||
+                         arguments.Int("force-alpha") != 0;
+       return MovesPixels(angle) && asks;
+     }},
     {kBrightness, [](const Given& given, const Shape&) {
-       return ChangesBrightness(given) && TurnPast(given) % 90 != 0;
+       return ChangesBrightness(given) && !MovesPixels(given.arguments.Int("angle"));
      }}};
 
 }  // namespace

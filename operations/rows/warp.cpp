@@ -51,8 +51,12 @@ Shape ShapeAfterQuad(const Given& given, Shape shape) {
   const auto extent = [&](std::string_view name, const MapPoint& a, const MapPoint& b,
                           const MapPoint& c, const MapPoint& d) {
     const int wanted = given.arguments.Int(name);
-    const double edge =
-        std::min(std::hypot(b.x - a.x, b.y - a.y), std::hypot(d.x - c.x, d.y - c.y));
+    // As `Quad` measures: one bit of a length may be a column.
+    const auto length = [](const MapPoint& from, const MapPoint& to) {
+      const double x = to.x - from.x, y = to.y - from.y;
+      return std::sqrt(x * x + y * y);
+    };
+    const double edge = std::min(length(a, b), length(c, d));
     return wanted != 0 ? wanted : static_cast<int>(std::min(edge, 1e6));
   };
   shape.width = extent("width", corners.top_left, corners.top_right, corners.bottom_left,

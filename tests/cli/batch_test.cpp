@@ -400,8 +400,11 @@ TEST_F(Bulk, ADryRunTellsFromHeadersWhatWouldBeDone) {
 // What the dry run counts on: sizes and depths as they are told are those that come out.
 TEST(Operations, TellTheShapeOfTheirResult) {
   const Session session;
-  std::vector<std::string> steps = {"rotate angle=90",
+  std::vector<std::string> steps = {"rotate angle=90 keep-size=yes force-alpha=yes",
+                                    "rotate angle=0 force-alpha=yes",
                                     "rotate angle=30 keep-size=yes force-alpha=yes",
+                                    "rotate angle=2005",
+                                    "rotate angle=1000000000",
                                     "resample height=33",
                                     "resample width=99 height=50% fit=yes",
                                     "quad bottom-right=50%,40% height=77",

@@ -34,7 +34,7 @@ allow reference reference operations image  # of that image/bessel.h alone, for 
 allow host host
 allow pictures pictures
 allow compose compose
-allow operations operations compose host
+allow operations operations compose host transform  # of that rotate/rotated_frame.h alone: sizes
 allow check check operations host
 allow python python operations host pictures
 allow cli cli check operations compose host pictures
