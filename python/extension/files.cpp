@@ -21,6 +21,10 @@ void SwapChannels(const PixelArray& pixels) {
   Runtime::Get().engine().components().transform->FlipBits(image.Get());
 }
 
+void TellNotes(const std::string& name, const std::vector<std::string>& notes) {
+  for (const std::string& note : notes) WarnOfNote(name + ": " + note);
+}
+
 py::array Decode(std::span<const uint8_t> file, const std::string& name, bool rgb) {
   PixelArray pixels;
   const pictures::Allocate allocate = [&](const pictures::PictureInfo& info) {
@@ -28,9 +32,13 @@ py::array Decode(std::span<const uint8_t> file, const std::string& name, bool rg
     pixels = NewArray(info.width, info.height, info.bit_count / 8, false);
     return pictures::PixelBuffer{pixels.rows->data, pixels.rows->stride};
   };
-  const py::gil_scoped_release unlocked;
-  pictures::ReadPictureFromMemory(file, name, {}, allocate);
-  if (rgb) SwapChannels(pixels);
+  std::vector<std::string> notes;
+  {
+    const py::gil_scoped_release unlocked;
+    notes = pictures::ReadPictureFromMemory(file, name, {}, allocate).notes;
+    if (rgb) SwapChannels(pixels);
+  }
+  TellNotes(name, notes);
   return pixels.array;
 }
 
@@ -64,6 +72,7 @@ py::array ImDecode(const py::buffer& data, py::handle order) {
   }
 }
 
+/// Notes are told before anything is written: as errors, they leave no file.
 std::vector<uint8_t> Encode(std::string_view function, const std::string& name, py::handle image,
                             py::handle order, std::optional<int> quality) {
   const bool rgb = IsRgb(function, order);
@@ -80,11 +89,16 @@ std::vector<uint8_t> Encode(std::string_view function, const std::string& name, 
   options.webp_lossless = !quality || *quality == 100;
   const bool swaps = rgb && pixels.channels > 1;
   if (!pixels.rows || swaps) pixels = CopyOf(pixels);
-  const py::gil_scoped_release unlocked;
-  if (swaps) SwapChannels(pixels);
-  const pictures::PictureView view{pixels.rows->data, pixels.rows->stride, pixels.width,
-                                   pixels.height, pixels.rows->bits()};
-  return pictures::EncodePicture(name, view, {}, options).file;
+  pictures::EncodedPicture encoded;
+  {
+    const py::gil_scoped_release unlocked;
+    if (swaps) SwapChannels(pixels);
+    const pictures::PictureView view{pixels.rows->data, pixels.rows->stride, pixels.width,
+                                     pixels.height, pixels.rows->bits()};
+    encoded = pictures::EncodePicture(name, view, {}, options);
+  }
+  TellNotes(name, encoded.notes);
+  return std::move(encoded.file);
 }
 
 void ImWrite(const std::string& path, py::handle image, py::handle order,

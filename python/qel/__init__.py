@@ -10,7 +10,7 @@ operation takes any strides and is `qel.NAME(image, *, ..., out=None, order="rgb
 The interpreter is unlocked while an operation works. Errors are `ArgumentError` (a ValueError),
 `ImageMemoryError` (a MemoryError) and `FileError` (an OSError); nothing is written before all
 arguments are checked. Two warnings are off by default: `CopyWarning` tells when pixels are copied
-first, `NoteWarning` what an operation found.
+first, `NoteWarning` what an operation or a file had to say.
 
 `qel.tiles` cuts large arrays, of dask too; `imread` and `imwrite` know picture files.
 """

@@ -40,7 +40,7 @@ class CopyWarning(Warning):
 
 
 class NoteWarning(Warning):
-    """What an operation found while it worked, such as letters that no font has.
+    """What an operation found while it worked, such as letters that no font has, or a file lost.
 
     Off by default. What may surprise of an operation whatever it finds stands in its docstring.
     """

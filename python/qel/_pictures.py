@@ -20,7 +20,8 @@ def imread(path: str | os.PathLike[str], *, order: Order = "rgb") -> Image:
     """Reads a picture: PNG, JPEG, TIFF, WebP, GIF, BMP or PNM, upright.
 
     Returns: uint8 of shape (h, w) for greys, (h, w, 3) for colours, (h, w, 4) with straight alpha.
-    Sixteen bits per channel are reduced to eight, palettes become colours.
+    Sixteen bits per channel are reduced to eight, palettes become colours; what else was found, such
+    as a colour profile that is not applied, is a NoteWarning.
 
     Raises FileError for what cannot be read.
     """
@@ -28,7 +29,7 @@ def imread(path: str | os.PathLike[str], *, order: Order = "rgb") -> Image:
 
 
 def imdecode(data: bytes | bytearray | memoryview, *, order: Order = "rgb") -> Image:
-    """Reads a picture from the bytes of its file, as `imread` does."""
+    """Reads a picture from the bytes of its file, in anything that lends them, as `imread` does."""
     return _qel.imdecode(data, order)
 
 
@@ -42,7 +43,8 @@ def imwrite(
     """Writes a picture in the format that the extension of `path` names.
 
     The file appears whole or not at all. `quality` is that of JPEG, from 1 to 100 and 92 by
-    default, and of WebP, where 100 is lossless and the default.
+    default, and of WebP, where 100 is lossless and the default. What the format cannot hold, such
+    as alpha in JPEG, is left out with a NoteWarning.
 
     Raises FileError when the file cannot be written or the format cannot hold the picture.
     """
@@ -52,7 +54,7 @@ def imwrite(
 def imencode(
     extension: str, image: Image, *, order: Order = "rgb", quality: int | None = None
 ) -> bytes:
-    """The bytes of a picture file: `imencode(".png", image)`."""
+    """The bytes of the file that `imwrite` would write: `imencode(".png", image)`."""
     return _qel.imencode(extension, image, order, quality)
 
 

@@ -25,8 +25,7 @@ def border(
 
     None for rows means the whole picture, None for columns whole rows.
     """
-    if function not in ROWS:
-        raise ArgumentError(f"{function!r} is no operation of qel")
+    _row(function)
     order = arguments.pop("order", "rgb")
     arguments.pop("out", None)
     position = arguments.pop("map", None)
@@ -38,11 +37,17 @@ def border(
     return _qel.border(ROWS[function], image, None, order, position, *values)
 
 
+def _row(function: Callable[..., Image]) -> dict[str, Any]:
+    """The row of the table that an operation stands for."""
+    if function not in ROWS:
+        raise ArgumentError(f"{function!r} is no operation of qel")
+    return _qel.table()[ROWS[function]]
+
+
 def _parameters(function: Callable[..., Image]) -> dict[str, Any]:
     """The parameters in the order of the table, with their defaults."""
-    table = _qel.table()[ROWS[function]]["parameters"]
     defaults = function.__kwdefaults__ or {}
-    return {row["python"]: defaults.get(row["python"]) for row in table}
+    return {each["python"]: defaults.get(each["python"]) for each in _row(function)["parameters"]}
 
 
 class _Block(NamedTuple):
@@ -124,13 +129,15 @@ def map_blocks(
     Returns: a new array of the same kind, or `out`. Dask computes it when asked to.
 
     Raises ArgumentError for operations that need the whole picture, such as rotate, for second
-    pictures of another size, and for an `out` that overlaps the array.
+    pictures of another size, and for an `out` that has another shape or overlaps the array.
 
     >>> bool((qel.tiles.map_blocks(qel.median, image, size=5) == qel.median(image, size=5)).all())
     True
     """
     if hasattr(array, "dask"):
         return _map_dask(function, array, arguments)
+    if min(block) < 1:
+        raise ArgumentError(f"block takes rows and columns of at least 1, not {block!r}")
     needs = _needs(function, array, arguments)
     out = arguments.pop("out", None)
     seconds, options = _apart(function, arguments)
@@ -145,8 +152,11 @@ def map_blocks(
         return _run_block(function, part, parts, corners, list(seconds), options, target)
 
     first = run(blocks[0], None)
+    shape = (height, width) + first.shape[2:]
     if out is None:
-        out = np.empty((height, width) + first.shape[2:], np.uint8)
+        out = np.empty(shape, np.uint8)
+    elif out.shape != shape or out.dtype != np.uint8:
+        raise ArgumentError(f"out is {out.dtype} of {out.shape}, the result uint8 of {shape}")
     elif np.may_share_memory(out, array):
         raise ArgumentError("out overlaps the array; blocks need their neighbours unchanged")
     out[blocks[0].place] = first
@@ -165,8 +175,8 @@ def _apart(
     function: Callable[..., Image], arguments: dict[str, Any]
 ) -> tuple[dict[str, Any], dict[str, Any]]:
     """The second pictures among the arguments, and the others."""
-    table = _qel.table()[ROWS[function]]["parameters"]
-    pictures = {row["python"] for row in table if row["kind"] == "picture"}
+    parameters = _row(function)["parameters"]
+    pictures = {each["python"] for each in parameters if each["kind"] == "picture"}
     seconds = {n: value for n, value in arguments.items() if n in pictures and value is not None}
     return seconds, {n: value for n, value in arguments.items() if n not in seconds}
 

@@ -96,6 +96,8 @@ def test_copies_warn_only_those_who_ask():
         warnings.simplefilter("error", qel.NoteWarning)
         with pytest.raises(qel.NoteWarning, match="subtract: [0-9]+ channel values are 2 or more"):
             qel.subtract(image, picture(3, 1))
+        with pytest.raises(qel.NoteWarning, match="JPEG holds no alpha"):
+            qel.imencode(".jpg", picture(4))
 
 
 @pytest.mark.parametrize("row", TABLE, ids=lambda row: row["python"])

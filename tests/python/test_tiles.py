@@ -46,8 +46,13 @@ def test_wrong_arguments_are_told_before_any_block():
     image = picture(3)
     with pytest.raises(TypeError, match="unexpected keyword argument 'sizes'"):
         qel.tiles.map_blocks(qel.median, image, sizes=3)
-    with pytest.raises(qel.ArgumentError, match="is no operation of qel"):
-        qel.tiles.map_blocks(np.median, image)
+    for array in (image, da.from_array(image)):
+        with pytest.raises(qel.ArgumentError, match="is no operation of qel"):
+            qel.tiles.map_blocks(np.median, array)
+    with pytest.raises(qel.ArgumentError, match=r"block takes .* not \(0, 8\)"):
+        qel.tiles.map_blocks(qel.median, image, block=(0, 8))
+    with pytest.raises(qel.ArgumentError, match="out is uint8 of"):
+        qel.tiles.map_blocks(qel.median, image, out=image[:5].copy())
     with pytest.raises(qel.ArgumentError, match="to be cut alike"):
         qel.tiles.map_blocks(qel.subtract, image, other=picture(3)[:5])
     with pytest.raises(qel.ArgumentError, match="out overlaps"):
