@@ -38,12 +38,14 @@ static const Slot image_slots[] = {(Slot)Query,   (Slot)Count,     (Slot)Count,
 static const Slot* image = image_slots; /* the object: it has nothing but its table */
 
 int main(int argc, char** argv) {
-  void* const library = argc == 2 ? dlopen(argv[1], RTLD_NOW) : NULL;
-  if (library == NULL) return fprintf(stderr, "usage: c_host PATH/QELMaths.so\n"), 2;
+  if (argc != 2) return fprintf(stderr, "usage: c_host PATH/QELMaths.so\n"), 2;
+  void* const library = dlopen(argv[1], RTLD_NOW);
+  if (library == NULL) return fprintf(stderr, "c_host: %s\n", dlerror()), 1;
   int32_t (*create_function)(RefString, Creation*);
   *(void**)&create_function = dlsym(library, "CreateFunction");
   Creation create = NULL;
   Slot** color = NULL;
+  if (create_function == NULL) return fprintf(stderr, "c_host: %s\n", dlerror()), 1;
   create_function((RefString){17, L"QELColorTransform"}, &create);
   if (create == NULL || create(NULL, kIidColorTransform, (void**)&color) != 0) return 1;
 

@@ -126,30 +126,41 @@ struct Collection final : Object<IComponentCollection> {
   }
 };
 
+/// A component of the module; null when it has none of this name.
+template <typename T>
+SmartPtr<T> Create(CreateFunctionFunction create_function, tagREFString name) {
+  CreationFunction create = nullptr;
+  SmartPtr<T> component;
+  if (Succeeded(create_function(name, &create))) create(nullptr, kIidOf<T>, component.PutVoid());
+  return component;
+}
+
 int main(int argc, char** argv) {
-  void* const library = argc == 2 ? dlopen(argv[1], RTLD_NOW) : nullptr;
-  if (library == nullptr) return std::fprintf(stderr, "usage: own_host PATH/QELMaths.so\n"), 2;
+  if (argc != 2) return std::fprintf(stderr, "usage: own_host PATH/QELMaths.so\n"), 2;
+  void* const library = dlopen(argv[1], RTLD_NOW);
+  if (library == nullptr) return std::fprintf(stderr, "own_host: %s\n", dlerror()), 1;
   const auto initialize = InitializeModuleFunction(dlsym(library, kInitializeModuleSymbol));
   const auto create_function = CreateFunctionFunction(dlsym(library, kCreateFunctionSymbol));
+  if (initialize == nullptr || create_function == nullptr) {
+    return std::fprintf(stderr, "own_host: %s is no module\n", argv[1]), 1;
+  }
   const auto collection = SmartPtr<Collection>::Adopt(new Collection);
   initialize(nullptr, collection.Get());
-  CreationFunction create = nullptr;
-  SmartPtr<IQELColorTransform> color;
-  SmartPtr<IQELFilterTransform> filter;
-  create_function(RefString(kColorTransformName), &create);
-  create(nullptr, &IID_IQELColorTransform, color.PutVoid());
-  create_function(RefString(kFilterTransformName), &create);
-  create(nullptr, &IID_IQELFilterTransform, filter.PutVoid());
+  const auto color = Create<IQELColorTransform>(create_function, RefString(kColorTransformName));
+  const auto filter = Create<IQELFilterTransform>(create_function, RefString(kFilterTransformName));
+  if (!color || !filter) return std::fprintf(stderr, "own_host: components are missing\n"), 1;
+
   const auto image = SmartPtr<Image>::Adopt(new Image);
   image->Create(64, 48, 1, 24, kModelBgr);
   for (int i = 0; i < 64 * 48 * 3; ++i) image->Row(i / 192)[i % 192] = uint8_t(i * i / 97);
   SmartPtr<IQEL> median;
   const bool done = Succeeded(color->Light(image.Get(), 20, 10)) &&
                     Succeeded(filter->Median(image.Get(), 3, median.Put()));
+  initialize(nullptr, nullptr);
+  if (!done) return std::fprintf(stderr, "own_host: an operation failed\n"), 1;
   std::printf("P6 64 48 255\n");
-  for (int i = 0; done && i < 64 * 48 * 3; ++i) {  // red first
+  for (int i = 0; i < 64 * 48 * 3; ++i) {  // red first
     std::putchar(static_cast<Image*>(median.Get())->Row(i / 192)[i % 192 / 3 * 3 + 2 - i % 3]);
   }
-  initialize(nullptr, nullptr);
-  return done ? 0 : 1;
+  return 0;
 }

@@ -1,7 +1,12 @@
 #ifndef QEL_QEL_H_
 #define QEL_QEL_H_
 
-/// Everything that a host of the module needs.
+/// Everything that a host of the module needs. It implements `IComponentCollection`, locators and
+/// strings (`host.h`) and images (`image.h`), loads the module's library, hands its collection to
+/// `InitializeModule` and asks `CreateFunction` for components (`entry.h`), whose operations it
+/// calls on its images. Everywhere: negative results are failures (`types.h`); whoever receives a
+/// pointer through an output owns one reference (`smart_ptr.h`); functions are called by their
+/// position.
 
 #include "qel/color_transform.h"
 #include "qel/deform.h"
