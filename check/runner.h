@@ -22,6 +22,7 @@ struct Ending {
 /// prints to standard output is dropped, unless `keep_output`.
 Ending RunApart(const std::function<void()>& body, int seconds, bool keep_output = false);
 
+/// Which rules are tried, and where their outcome goes.
 struct CheckOptions {
   bool quiet = false;  ///< print broken rules only
   std::string filter;  ///< a suite, or a rule as SUITE/NAME; empty for all

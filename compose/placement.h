@@ -16,6 +16,7 @@ enum class Gravity {
   kSouthEast,
 };
 
+/// Width and height in pixels.
 struct Size {
   int width = 0;
   int height = 0;
@@ -41,6 +42,7 @@ struct Box {
 /// than `outer` stands over.
 Box Place(Gravity gravity, const Size& outer, const Size& inner, int dx, int dy);
 
+/// How a picture comes to a wanted size of other proportions.
 enum class Fit {
   kInside,  ///< the largest size of the picture's proportions that lies in the wanted one
   kCover,   ///< scaled to cover the wanted size, of which that much is taken

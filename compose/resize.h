@@ -7,6 +7,7 @@
 
 namespace qel::compose {
 
+/// The kernels of resizing.
 enum class ResizeFilter {
   kLanczos,   ///< windowed sinc of three lobes: the sharpest
   kMitchell,  ///< cubic of Mitchell and Netravali with B = C = 1/3: no ringing to speak of

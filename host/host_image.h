@@ -72,6 +72,7 @@ class HostImage final : public IQELImageDIB, public IQELImagePalette {
   /// Row `y` of a plane that has pixels.
   uint8_t* Row(int y, int plane = 0) const { return Bits(plane) + int64_t{y} * stride_; }
   std::span<const RGBQUAD> palette() const { return {palette_.data(), palette_count_}; }
+  /// Copies the entries; without any the image has no palette.
   void SetPalette(std::span<const RGBQUAD> entries);
 
  private:

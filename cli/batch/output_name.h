@@ -14,6 +14,7 @@ class OutputName {
   /// Throws `Failure(kUsage)` for placeholders that there are not.
   explicit OutputName(const std::string& pattern);
 
+  /// The output of the input that is `number` among all, from 1.
   std::string For(const std::string& input, size_t number) const;
 
  private:

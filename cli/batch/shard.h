@@ -12,6 +12,7 @@ struct Shard {
   size_t index = 0;  ///< from 0
   size_t count = 1;
 
+  /// The first of its inputs among `files`, and the one behind its last.
   size_t Begin(size_t files) const { return files / count * index + files % count * index / count; }
   size_t End(size_t files) const { return Shard{index + 1, count}.Begin(files); }
 };

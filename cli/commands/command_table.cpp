@@ -164,7 +164,7 @@ const std::vector<Command>& CommandTable() {
         kMaxMemory},
        {Word::kFile},
        "The exit code is 0 for equal pictures, 1 for different ones, 2 for pictures of different\n"
-       "size or depth. PSNR counts all samples, alpha included.",
+       "size or depth. PSNR counts all channels, alpha included.",
        "qel diff before.png after.png -o difference.png"},
       {"verify",
        &VerifyCommand,

@@ -26,7 +26,7 @@ std::string WhyNotComparable(const host::HostImage& a, const host::HostImage& b)
 
 Comparison Compare(const host::HostImage& a, const host::HostImage& b, int limit) {
   Comparison comparison{.pixels = int64_t{a.width()} * a.height()};
-  const int samples = a.bit_count() / 8;
+  const int channels = a.bit_count() / 8;
   double squares = 0;
   for (int y = 0; y < a.height(); ++y) {
     const uint8_t* left = a.Row(y);
@@ -34,7 +34,7 @@ Comparison Compare(const host::HostImage& a, const host::HostImage& b, int limit
     int64_t row_squares = 0;
     for (int x = 0; x < a.width(); ++x) {
       int largest = 0;
-      for (int i = 0; i < samples; ++i) {
+      for (int i = 0; i < channels; ++i) {
         const int difference = std::abs(*left++ - *right++);
         largest = std::max(largest, difference);
         row_squares += difference * difference;
@@ -44,22 +44,22 @@ Comparison Compare(const host::HostImage& a, const host::HostImage& b, int limit
     }
     squares += static_cast<double>(row_squares);
   }
-  const double count = static_cast<double>(comparison.pixels) * samples;
+  const double count = static_cast<double>(comparison.pixels) * channels;
   comparison.psnr = 10 * std::log10(255.0 * 255.0 * count / squares);
   return comparison;
 }
 
 SmartPtr<host::HostImage> DrawDifference(const host::HostImage& a, const host::HostImage& b,
                                          int largest) {
-  const int samples = a.bit_count() / 8;
-  const int colors = std::min(samples, 3);
+  const int channels = a.bit_count() / 8;
+  const int colors = std::min(channels, 3);
   SmartPtr<host::HostImage> drawn = MakeImage(a.width(), a.height(), 8 * colors);
   for (int y = 0; y < a.height(); ++y) {
     const uint8_t* left = a.Row(y);
     const uint8_t* right = b.Row(y);
     uint8_t* to = drawn->Row(y);
-    for (int x = 0; x < a.width(); ++x, left += samples, right += samples) {
-      const int alpha = samples == 4 ? std::abs(left[3] - right[3]) : 0;
+    for (int x = 0; x < a.width(); ++x, left += channels, right += channels) {
+      const int alpha = channels == 4 ? std::abs(left[3] - right[3]) : 0;
       for (int i = 0; i < colors; ++i) {
         const int difference = std::max(std::abs(left[i] - right[i]), alpha);
         *to++ = static_cast<uint8_t>(difference * 255 / std::max(largest, 1));

@@ -13,11 +13,12 @@ struct Candidate {
   std::string help;
 };
 
-/// What the last of `words`, which stand after "qel" and of which it may be half typed, can become.
+/// What a word can become.
 struct Completion {
   std::vector<Candidate> candidates;
   bool files = false;  ///< names of files as well
 };
+/// What the last of `words`, which stand after "qel" and of which it may be half typed, can become.
 Completion Complete(const std::vector<std::string>& words);
 
 /// The script that teaches a shell to ask this tool. Throws `Failure(kUsage)`.

@@ -18,6 +18,7 @@ struct Paint {
 /// Draws on 32-bit pixels (blue, green, red, alpha) that somebody else owns.
 class Canvas {
  public:
+  /// `stride` is in bytes, from row to row.
   Canvas(uint8_t* bits, int64_t stride, int width, int height)
       : bits_(bits), stride_(stride), width_(width), height_(height) {}
 
@@ -29,11 +30,13 @@ class Canvas {
   void Set(int x, int y, const Paint& paint) const;
   /// Lays `paint` over a pixel, `cover` (0 to 1) of it.
   void Over(int x, int y, const Paint& paint, double cover = 1) const;
+  /// Lays `paint` over the pixels of a box, as far as it lies inside.
   void FillBox(int left, int top, int width, int height, const Paint& paint) const;
 
   /// Draws text with its top-left corner at (left, top), each dot `scale` pixels wide. Letters are
   /// 6 dots apart and 8 high; characters without a glyph show as a box.
   void Text(int left, int top, std::string_view text, const Paint& paint, int scale = 1) const;
+  /// Pixels from the left edge of a text to where the next letter would stand.
   static int TextWidth(std::string_view text, int scale = 1);
   static constexpr int kTextHeight = 8;
 

@@ -18,11 +18,12 @@ struct SheetCell {
   int height;
 };
 
-/// Size of a sheet with the cells in rows of `columns`.
+/// Pixels of a sheet, more than there may be.
 struct SheetSize {
   int64_t width;
   int64_t height;
 };
+/// The size of a sheet with the cells in rows of `columns`, at least 1.
 SheetSize MeasureSheet(const std::vector<SheetCell>& cells, int columns);
 
 /// Draws the cells with their captions, without room for them when all are empty; transparency
