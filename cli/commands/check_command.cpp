@@ -37,7 +37,7 @@ int RunCheck(const std::string& name, const check::Rules& rules, const Words& wo
         std::cout << object.Line() << std::flush;
       };
     }
-    if (options.rest().size() > 1 && !how.quiet && !json) std::cout << path << "\n";
+    if (options.rest().size() > 1 && !how.quiet && !json) std::cout << Printable(path) << "\n";
     try {
       if (!check::CheckLibrary(rules, path, how, std::cout))
         code = std::max<int>(code, kSomeFailed);

@@ -28,9 +28,9 @@ namespace fs = std::filesystem;
 struct FileInfo {
   std::string path;
   pictures::PictureInfo picture = {};
-  uintmax_t bytes = 0;
-  std::string changed = {};  ///< when, as ISO 8601 in UTC
-  double memory = 0;         ///< bytes of the decoded picture
+  std::optional<uintmax_t> bytes = {};  ///< none of a pipe
+  std::string changed = {};             ///< when, as ISO 8601 in UTC
+  double memory = 0;                    ///< bytes of the decoded picture
 };
 
 std::string TimeOf(const std::string& path) {
@@ -69,8 +69,9 @@ std::string TakenAt(const pictures::Metadata& metadata) {
 
 FileInfo Look(const std::string& path) {
   FileInfo info{path, pictures::ReadPictureHeader(path)};
-  std::error_code ignored;
-  info.bytes = fs::file_size(path, ignored);
+  std::error_code error;
+  const uintmax_t bytes = fs::file_size(path, error);
+  if (!error) info.bytes = bytes;
   info.changed = TimeOf(path);
   info.memory = ImageBytes({info.picture.width, info.picture.height, info.picture.bit_count});
   return info;
@@ -83,13 +84,16 @@ std::string_view MeaningOf(int bit_count) {
 void Print(const FileInfo& info) {
   const pictures::PictureInfo& picture = info.picture;
   const auto line = [](std::string_view tag, const std::string& text) {
-    if (!text.empty()) std::cout << "  " << std::left << std::setw(13) << tag << text << "\n";
+    if (text.empty()) return;
+    std::cout << "  " << std::left << std::setw(13) << tag << Printable(text) << "\n";
   };
-  std::cout << info.path << "\n";
+  std::cout << Printable(info.path) << "\n";
   line("size", fmt::format("{} x {} pixels, {:.1f} megapixels", picture.width, picture.height,
                            1e-6 * picture.width * picture.height));
   line("depth", fmt::format("{} bits: {}", picture.bit_count, MeaningOf(picture.bit_count)));
-  line("format", fmt::format("{}, {} bytes", pictures::NameOf(picture.format), info.bytes));
+  line("format", info.bytes
+                     ? fmt::format("{}, {} bytes", pictures::NameOf(picture.format), *info.bytes)
+                     : std::string(pictures::NameOf(picture.format)));
   if (picture.metadata.dpi_x > 0) {
     line("resolution",
          fmt::format("{:.0f} x {:.0f} dpi", picture.metadata.dpi_x, picture.metadata.dpi_y));
@@ -111,7 +115,7 @@ std::string AsJson(const FileInfo& info) {
   JsonObject object;
   object.Text("path", info.path)
       .Text("format", pictures::NameOf(picture.format))
-      .Number("bytes", static_cast<int64_t>(info.bytes))
+      .Json("bytes", info.bytes ? std::to_string(*info.bytes) : "null")
       .Number("width", picture.width)
       .Number("height", picture.height)
       .Number("bits", picture.bit_count)

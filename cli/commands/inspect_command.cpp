@@ -59,7 +59,7 @@ bool PrintComponent(const host::ModuleLibrary& library, const check::ComponentRo
 
 void PrintModule(const std::string& path) {
   const check::ElfNames names = check::ReadElf(path);
-  std::cout << path << "\n";
+  std::cout << Printable(path) << "\n";
   PrintNames("exports", names.exports);
   PrintNames("needs  ", names.needs);
   const auto collection = host::HostCollection::MakeWithImages();

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "cli/commands/command_table.h"
+#include "cli/operations.h"
 #include "cli/session/sha256.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json_reader.h"
@@ -34,12 +35,12 @@ std::string ChangeOf(const std::string& path, const std::string& hash) {
 bool Verify(const Line& line, bool inputs_too) {
   const std::string& output = line.at("output");
   if (line.at("status") != "done") {
-    std::cout << output << ": the run failed on " << line.at("input") << "\n";
+    std::cout << Printable(output) << ": the run failed on " << Printable(line.at("input")) << "\n";
     return false;
   }
   const auto check = [&](const std::string& path, const std::string& hash) {
     const std::string change = ChangeOf(path, hash);
-    if (!change.empty()) std::cout << path << ": " << change << "\n";
+    if (!change.empty()) std::cout << Printable(path + ": " + change) << "\n";
     return change.empty();
   };
   const bool output_kept = check(output, line.at("output_sha256"));

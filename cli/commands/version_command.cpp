@@ -16,7 +16,7 @@ int VersionCommand(const Words& words) {
   if (!options.Has("--verbose")) return kDone;
   const Session session(options.Value("--module"));
   const std::string level = CpuLevelInUse(session.module_function());
-  std::cout << "module  " << session.module_path() << "\n"
+  std::cout << "module  " << Printable(session.module_path()) << "\n"
             << "level   " << (level.empty() ? "the module does not tell" : level) << "\n"
             << "text    " << (compose::HasText() ? "fontconfig, FreeType" : "not built in") << "\n";
   for (const pictures::CodecVersion& codec : pictures::CodecVersions()) {

@@ -196,11 +196,13 @@ TEST_F(Everyday, InfoTellsWhenAndHowAPictureWasTaken) {
       "\x69\x87\x04\0\x01\0\0\0\x26\0\0\0\0\0\0\0\x01\0\x03\x90\x02\0\x14\0\0\0"
       "\x38\0\0\0\0\0\0\0002024:05:31 12:34:56\0"s;
   const std::string photo = ReadFile(folder_ / "photo.jpg");
-  WriteFile(folder_ / "dated.jpg", photo.substr(0, 2) + "\xFF\xE1" + '\0' +
-                                       static_cast<char>(exif.size() + 2) + exif + photo.substr(2));
-  const std::string info = Run("info dated.jpg").output;
-  for (const std::string part : {"240 x 320 pixels", "6 in the file, is applied",
-                                 "2024-05-31 12:34:56", "24 bits: colours", "JPEG, "}) {
+  WriteFile(folder_ / "dated\x1b.jpg", photo.substr(0, 2) + "\xFF\xE1" + '\0' +
+                                           static_cast<char>(exif.size() + 2) + exif +
+                                           photo.substr(2));
+  const std::string info = Run("info 'dated\x1b.jpg'").output;
+  for (const std::string part :
+       {"240 x 320 pixels", "6 in the file, is applied", "2024-05-31 12:34:56", "24 bits: colours",
+        "JPEG, ", "dated\\x1b.jpg\n"}) {
     EXPECT_NE(info.find(part), std::string::npos) << part << "\n" << info;
   }
 }
