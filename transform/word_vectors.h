@@ -9,6 +9,11 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
+/// Loads `count` bytes into the beginning of a vector.
+QEL_SIMD_INLINE U8 LoadFirst(const uint8_t* bytes, int64_t count) {
+  return count > 0 ? MaskedLoad<U8>(FirstN<U8>(static_cast<size_t>(count)), bytes) : Zero<U8>();
+}
+
 /// Words of `kBytes` bytes (1 or 4) at scattered offsets. Loads of their own start earlier than
 /// those of a gather instruction, and blocks of four join sooner than a chain of sixteen.
 template <int kBytes>

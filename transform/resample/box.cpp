@@ -2,6 +2,7 @@
 
 #include "transform/resample/box_kernels.h"
 #include "transform/resample/gather_map.h"
+#include "transform/resample/resample_kernels.h"
 #include "transform/resample/resample_methods.h"
 #include "transform/resample/tiles.h"
 

@@ -3,11 +3,12 @@
 
 #include <algorithm>
 
-#include "transform/resample/resample_kernels.h"
+#include "simd/prefetch.h"
+#include "transform/resample/gather_kernels.h"
 
 namespace qel {
 
-using GatherRow = decltype(ResampleKernels::gather1);
+using GatherRow = decltype(GatherKernels::gather1);
 /// The row function for pixels of 1, 2, 3 or 4 bytes.
 GatherRow GatherRowFor(int pixel_bytes);
 
@@ -15,8 +16,8 @@ GatherRow GatherRowFor(int pixel_bytes);
 inline constexpr size_t kBlockPixels = sizeof(GatherBlock::index);
 /// Describes where up to `kBlockPixels` pixels at `offsets` come from, in a source row of
 /// `row_bytes` bytes.
-void DescribeBlocks(GatherBlock* blocks, const int32_t* offsets, size_t count, size_t pixel_bytes,
-                    int64_t row_bytes);
+void DescribeBlocks(GatherBlock* blocks, GatherBlockKind kind, const int32_t* offsets, size_t count,
+                    size_t pixel_bytes, int64_t row_bytes);
 
 /// The pixels that every row of a tile of a destination takes from its source row. Tiles are what
 /// `kBytes` bytes can describe, which an operation has on its stack.
@@ -30,13 +31,11 @@ class GatherMap {
       : pixel_bytes_(static_cast<size_t>(pixel_bytes)),
         row_bytes_(row_bytes),
         keep_alpha_(keep_alpha),
-        block_kind_(ActiveResampleKernels().block_kind),
-        has_blocks_(block_kind_ == GatherBlockKind::kSpans ||
-                    (block_kind_ == GatherBlockKind::kQuarters &&
-                     step <= MostQuarterStep(pixel_bytes, keep_alpha))),
+        kind_(KindFor(pixel_bytes, step)),
+        has_blocks_(kind_ != GatherBlockKind::kNone),
         // Up to this step, 64 bytes of a destination row come from 256 bytes of a source row. Tiles
         // whose pixels all lie in blocks are wider.
-        has_offsets_(block_kind_ != GatherBlockKind::kSpans || !(step <= 3.5f)),
+        has_offsets_(kind_ != GatherBlockKind::kSpans || !(step <= 3.5f)),
         gather_(GatherRowFor(pixel_bytes)) {
     const size_t offsets = has_offsets_ ? kBlockPixels * sizeof(int32_t) : 0;
     const size_t blocks = has_blocks_ ? pixel_bytes_ * sizeof(GatherBlock) : 0;
@@ -62,28 +61,59 @@ class GatherMap {
         some[i] = static_cast<int32_t>(offset_of(static_cast<int64_t>(first + i)));
       }
       if (!has_blocks_) continue;
-      DescribeBlocks(blocks_ + first / kBlockPixels * pixel_bytes_, some, end, pixel_bytes_,
+      DescribeBlocks(blocks_ + first / kBlockPixels * pixel_bytes_, kind_, some, end, pixel_bytes_,
                      row_bytes_);
     }
   }
 
-  /// Copies the tile's pixels of a row.
-  void Gather(uint8_t* dest, const uint8_t* source) const {
-    gather_(dest, source, {count_, offsets_, has_blocks_ ? blocks_ : nullptr, keep_alpha_});
+  /// Copies the tile's pixels of a row; with `next`, the memory brings those of that row meanwhile.
+  void Gather(uint8_t* dest, const uint8_t* source, const uint8_t* next = nullptr) const {
+    // The processor has only so many lines on their way: an order for a whole row would wait for
+    // most of them before the first pixel is copied.
+    constexpr int64_t kBytesOnTheirWay = 1024;
+    const int64_t read = next == nullptr ? 0 : LastByte() + 1 - FirstByte(0);
+    const auto parts = static_cast<size_t>(read / kBytesOnTheirWay + 1);
+    const size_t part = std::max(count_ / parts / kBlockPixels, size_t{1}) * kBlockPixels;
+    for (size_t first = 0; first < count_; first += part) {
+      const size_t pixels = std::min(part, count_ - first);
+      if (next != nullptr) {
+        const int64_t begin = FirstByte(first);
+        const bool is_last = first + pixels == count_;
+        const int64_t end = is_last ? LastByte() + 1 : FirstByte(first + pixels);
+        PrefetchRun(next + begin, end - begin);
+      }
+      gather_(dest + first * pixel_bytes_, source,
+              {pixels, has_offsets_ ? offsets_ + first : nullptr, kind_,
+               has_blocks_ ? blocks_ + first / kBlockPixels * pixel_bytes_ : nullptr, keep_alpha_});
+    }
   }
 
  private:
-  /// Up to this step, looking a quarter up takes less than moving its pixels one by one, which
-  /// takes two stores for 3 bytes.
-  static constexpr float MostQuarterStep(int pixel_bytes, bool keep_alpha) {
-    if (pixel_bytes == 4 && !keep_alpha) return 1.5f;
-    return pixel_bytes == 1 ? 3.5f : 2.5f;
+  static GatherBlockKind KindFor(int pixel_bytes, float step) {
+    const GatherKernels& kernels = ActiveGatherKernels();
+    // Up to these steps, looking a quarter up takes less than moving its pixels one by one, which
+    // takes two stores for 3 bytes, or than looking up words in vectors.
+    const float most_quarters = pixel_bytes == 1 ? 3.5f : pixel_bytes == 4 ? 1.5f : 2.5f;
+    const bool has_vectors = pixel_bytes == 4 && kernels.vector_bytes != 0 && step <= 3.5f;
+    if (has_vectors && step > most_quarters) return GatherBlockKind::kVectors;
+    if (kernels.block_kind != GatherBlockKind::kQuarters) return kernels.block_kind;
+    return step <= most_quarters ? GatherBlockKind::kQuarters : GatherBlockKind::kNone;
+  }
+
+  /// Where pixel `first` of the tile begins, which begins a block.
+  int64_t FirstByte(size_t first) const {
+    return has_offsets_ ? offsets_[first] : blocks_[first / kBlockPixels * pixel_bytes_].base;
+  }
+  int64_t LastByte() const {
+    if (has_offsets_) return offsets_[count_ - 1] + static_cast<int64_t>(pixel_bytes_) - 1;
+    const GatherBlock& last = blocks_[(count_ * pixel_bytes_ - 1) / kBlockPixels];
+    return last.base + last.span - 1;
   }
 
   const size_t pixel_bytes_;
   const int64_t row_bytes_;
   const bool keep_alpha_;
-  const GatherBlockKind block_kind_;
+  const GatherBlockKind kind_;
   const bool has_blocks_;
   const bool has_offsets_;
   const GatherRow gather_;

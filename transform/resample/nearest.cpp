@@ -32,10 +32,9 @@ void GatherTiles(const ResamplePlan& plan, const ImageView& source, const ImageV
       row_offset,
       [&](uint8_t* to, int64_t y, int64_t offset) {
         // Rows that are left out in between keep the processor from foreseeing the next one.
-        if (plan.scale.y > 1.0f && y + 1 < dest.Rows()) {
-          PrefetchRun(source.bits + row_offset(y + 1), source.Columns() * plan.pixel_bytes);
-        }
-        map.Gather(to, source.bits + offset);
+        const bool leaves_out = plan.scale.y > 1.0f && y + 1 < dest.Rows();
+        map.Gather(to, source.bits + offset,
+                   leaves_out ? source.bits + row_offset(y + 1) : nullptr);
         finish(to, y, tile);
       });
 }
@@ -75,7 +74,7 @@ void GatherPixels(const ResamplePlan& plan, const ImageView& source, const Image
         if (!opaque || tap(rows[y]) == source.height - 1) return;
         int64_t count = tile.count;
         while (count > 0 && column_of(tile.first + count - 1) >= source.width - 1) --count;
-        ActiveResampleKernels().make_opaque(to, static_cast<size_t>(count));
+        ActiveGatherKernels().make_opaque(to, static_cast<size_t>(count));
       });
 }
 

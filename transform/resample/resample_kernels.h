@@ -8,31 +8,6 @@
 
 namespace qel {
 
-/// Where 64 bytes of a gathered row come from.
-struct GatherBlock {
-  int64_t base;       ///< offset of the first byte that is read
-  int32_t span;       ///< bytes that are read from there, 0 when they are too far apart
-  int32_t loads;      ///< of quarters: how many times 16 bytes are read for each
-  uint8_t starts[4];  ///< of quarters: the first byte that is read for each, relative to `base`
-  uint8_t index[64];  ///< relative to `base`, or to the start of the quarter
-};
-/// What pixels are gathered by.
-enum class GatherBlockKind {
-  kNone,      ///< offsets
-  kQuarters,  ///< blocks whose quarters come from up to 64 bytes each
-  kSpans,     ///< blocks that come from up to 256 bytes
-};
-/// Most loads for a quarter.
-inline constexpr int kMostQuarterLoads = 4;
-
-/// Which pixels of a source row a destination row takes.
-struct GatherPlan {
-  size_t pixels;              ///< of the destination row
-  const int32_t* offsets;     ///< offset of each one in the source row
-  const GatherBlock* blocks;  ///< the same for every 64 bytes of the destination row, or null
-  bool keep_alpha;            ///< leave the fourth byte of pixels as it is
-};
-
 /// Output columns that are interpolated together: whole vectors of every level.
 inline constexpr size_t kMaxTileColumns = 192;
 inline constexpr size_t kMaxTapCount = 12;
@@ -80,17 +55,6 @@ using BlendPair = void (*)(const BlendRow (&rows)[2], const TileTaps& tile, size
 using BlendBlock = void (*)(const BlendRow (&rows)[4], const TileTaps& tile, size_t count);
 
 struct ResampleKernels {
-  /// What pixels are gathered by if there are blocks; by offsets only where a block has no span.
-  GatherBlockKind block_kind;
-  /// Copies the pixels of 1, 2, 3 or 4 bytes that `plan` names.
-  void (*gather1)(uint8_t* dest, const uint8_t* source, const GatherPlan& plan);
-  void (*gather2)(uint8_t* dest, const uint8_t* source, const GatherPlan& plan);
-  void (*gather3)(uint8_t* dest, const uint8_t* source, const GatherPlan& plan);
-  void (*gather4)(uint8_t* dest, const uint8_t* source, const GatherPlan& plan);
-
-  /// Makes 4-byte pixels opaque.
-  void (*make_opaque)(uint8_t* row, size_t count);
-
   /// Spreads a source row out into planes: channel c of tap t of column x goes to
   /// planes[(t * channels + c) * columns + x].
   void (*gather_planes)(float* planes, const uint8_t* row, const TileTaps& tile);
