@@ -27,6 +27,8 @@ void WriteKeys(uint8_t* keys, const uint8_t* pixels, int pixel_bytes, int64_t co
 
 bool RunMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest) {
   switch (plan.method) {
+    case MedianMethod::kTiles:
+      return MedianByTiles(source, dest, plan.size);
     case MedianMethod::kNetwork:
     case MedianMethod::kBitSelection:
       return SelectMedian(plan, source, dest);

@@ -59,10 +59,10 @@ struct MedianKernels {
                         size_t columns);
   /// Finds the high bits of the wanted keys of `count` windows from these counts.
   void (*rank)(const RankRows& ranks, size_t size, size_t count);
-  /// The wanted keys, or the wanted taps' places in the order of visiting, of `count` windows by
-  /// sorting networks; sizes 3 and 5, and 7 for keys.
-  void (*sort_keys)(uint8_t* keys, const uint8_t* const* rows, size_t size, size_t count);
-  void (*sort_taps)(uint8_t* taps, const uint8_t* const* rows, size_t size, size_t count);
+  /// The wanted keys, or the wanted taps' places in the order of visiting, of `count` windows of 3
+  /// x 3 by sorting networks.
+  void (*sort_keys)(uint8_t* keys, const uint8_t* const* rows, size_t count);
+  void (*sort_taps)(uint8_t* taps, const uint8_t* const* rows, size_t count);
   /// The same bit by bit, for sizes up to `kMostSelected`.
   void (*select_keys)(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                       size_t count);

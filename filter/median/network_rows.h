@@ -7,9 +7,9 @@
 #include "filter/median/selection_network.h"
 #include "simd/window.h"
 
-// The middle of 3 x 3, 5 x 5 and 7 x 7 keys by comparators (Batcher 1968): each column is sorted
-// once for all windows that it lies in, then the rows of the window, then what may still be the
-// middle.
+// The middle of squares of keys by comparators (Batcher 1968), as small as 3 x 3: each column is
+// sorted once for all windows that it lies in, then the rows of the window, then what may still be
+// the middle.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -160,16 +160,6 @@ void MiddleTaps(uint8_t* taps, const uint8_t* const* rows, size_t count) {
         const PlacedColumn<kSize>* const all[] = {&columns...};
         return MiddlePlaces(all);
       });
-}
-
-void SortKeys(uint8_t* keys, const uint8_t* const* rows, size_t size, size_t count) {
-  const auto middle = size == 3 ? &MiddleKeys<3> : size == 5 ? &MiddleKeys<5> : &MiddleKeys<7>;
-  middle(keys, rows, count);
-}
-
-void SortTaps(uint8_t* taps, const uint8_t* const* rows, size_t size, size_t count) {
-  const auto middle = size == 3 ? &MiddleTaps<3> : &MiddleTaps<5>;
-  middle(taps, rows, count);
 }
 
 }  // namespace

@@ -12,9 +12,8 @@
 namespace qel {
 namespace {
 
-/// Scratch rows of a call. The network of 7 x 7 pixels needs a third of the stack for itself.
-constexpr size_t kMostScratch = 48 * 1024;
-constexpr size_t kScratchBesideNetwork = 30 * 1024;
+/// Scratch rows of a call.
+constexpr size_t kScratchBytes = 48 * 1024;
 
 /// A strip of windows, by the network or bit by bit.
 class SelectionStrip {
@@ -46,13 +45,13 @@ class SelectionStrip {
   }
 
   /// Most columns of a strip.
-  static StripWidths Widths(size_t scratch_bytes, int pixel_bytes, const MedianPlan& plan) {
+  static StripWidths Widths(int pixel_bytes, const MedianPlan& plan) {
     // Keys and counts, and the pixels of every row of colors; in place, those outside.
     const unsigned bits = CountedBits(plan);
     const int64_t key_rows = plan.size + (bits == 0 ? 2 : kSharedRows + (int64_t{1} << bits));
     const auto columns = [&](int64_t pixel_rows) {
       const int64_t bytes =
-          static_cast<int64_t>(scratch_bytes) - (key_rows + pixel_rows) * int64_t{kRowSlack + 128};
+          static_cast<int64_t>(kScratchBytes) - (key_rows + pixel_rows) * int64_t{kRowSlack + 128};
       return bytes / (key_rows + pixel_rows * pixel_bytes) - plan.size + 1;
     };
     return {columns(pixel_bytes == 1 ? 0 : plan.size), columns(1)};
@@ -122,12 +121,12 @@ class SelectionStrip {
     if (ranks_.bits != 0) kernels.rank(ranks_, size_, count);
     uint8_t* const dest = strip_.Open(y);
     if (!HasColors() && sorts_) {
-      kernels.sort_keys(dest, keys, size_, count);
+      kernels.sort_keys(dest, keys, count);
     } else if (!HasColors()) {
       kernels.select_keys(dest, keys, ranks_, size_, count);
     } else {
       if (sorts_) {
-        kernels.sort_taps(taps_, keys, size_, count);
+        kernels.sort_taps(taps_, keys, count);
       } else {
         kernels.select_taps(taps_, keys, ranks_, size_, count);
       }
@@ -194,13 +193,12 @@ const ColorKernels& ColorsOf(int pixel_bytes) {
                });
 }
 
-template <size_t kScratchBytes>
-[[gnu::noinline]] void SelectIn(const MedianPlan& plan, const ImageView& source,
-                                const ImageView& dest) {
+[[gnu::noinline]] void SelectKeys(const MedianPlan& plan, const ImageView& source,
+                                  const ImageView& dest) {
   const SourceRows rows(source);
   DestRows out(dest);
   ScratchBlock<kScratchBytes> scratch;
-  const StripWidths most = SelectionStrip::Widths(kScratchBytes, rows.pixel_bytes(), plan);
+  const StripWidths most = SelectionStrip::Widths(rows.pixel_bytes(), plan);
   ForEachStrip(rows, out, Window::Square(plan.size).columns, most, kRowSlack, scratch,
                [&](Strip& strip) { SelectionStrip(strip, plan, scratch).Run(); });
 }
@@ -209,14 +207,12 @@ template <size_t kScratchBytes>
 
 bool SelectMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest) {
   const int pixel_bytes = PixelBytes(source.bit_count);
-  if (plan.method == MedianMethod::kNetwork && plan.size == 3 && pixel_bytes > 1 &&
+  if (plan.method == MedianMethod::kNetwork && pixel_bytes > 1 &&
       ColorsOf(pixel_bytes).spread != nullptr) {
     SelectColors(source, dest);
-    return true;
+  } else {
+    SelectKeys(plan, source, dest);
   }
-  const bool is_large_network = plan.method == MedianMethod::kNetwork && plan.size == 7;
-  const auto select = is_large_network ? &SelectIn<kScratchBesideNetwork> : &SelectIn<kMostScratch>;
-  select(plan, source, dest);
   return true;
 }
 

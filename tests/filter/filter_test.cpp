@@ -82,6 +82,13 @@ TEST_F(FilterReadings, EqualMediansOfLargeWindows) {
   Rng rng(5);
   ExpectSame({RandomRaster(rng, 1100, 3, 24)}, Call("Median", 16));
   ExpectSame({RandomRaster(rng, 5, 4, 32)}, Call("Median", 70));
+  // Tiles: more windows than a strip has, and rows that end within tiles.
+  for (const int size : {5, 7, 9, 11, 13, 15}) {
+    for (const int depth : {8, rng.OneIn(2) ? 24 : 32}) {
+      const Raster image = RandomRaster(rng, rng.Int(1030, 1100), rng.Int(1, 6), depth);
+      ExpectSame({image}, Call("Median", size));
+    }
+  }
   // Colors of 3 x 3 are taken in longer strips than others.
   for (const int depth : {24, 32}) {
     ExpectSame({RandomRaster(rng, 2100, 4, depth)}, Call("Median", 3));

@@ -58,7 +58,7 @@ bool Run(std::string_view operation, size_t method, const operations::MethodArgu
   if (size <= 0) return false;
   if (operation == "Median") {
     const auto by = static_cast<MedianMethod>(method);
-    return CanFindMedian(by, size, source.bit_count) && RunMedian(PlanMedian(by, size), source, dest);
+    return CanFindMedian(by, size) && RunMedian(PlanMedian(by, size), source, dest);
   }
   if (operation == "Filter") {
     const int divisor = next();

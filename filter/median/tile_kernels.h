@@ -1,0 +1,40 @@
+#ifndef QEL_FILTER_MEDIAN_TILE_KERNELS_H_
+#define QEL_FILTER_MEDIAN_TILE_KERNELS_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd/cpu_level.h"
+
+namespace qel {
+
+/// Sizes of windows that are taken in tiles, all of them odd.
+inline constexpr size_t kFewestTiled = 5;
+inline constexpr size_t kMostTiled = 15;
+/// Windows of a tile.
+inline constexpr size_t kTileWidth = 4;
+constexpr size_t TileHeight(size_t size) { return size < 12 ? 2 : 4; }
+inline constexpr size_t kMostTileHeight = TileHeight(kMostTiled);
+
+/// Row functions of medians by tiles. Rows of keys are spread: key x stands in run x %
+/// kTileWidth, at x / kTileWidth, and runs lie `pitch` bytes apart. Up to two vectors past the
+/// keys are read.
+struct MedianTileKernels {
+  /// Spreads `count` keys of each run, in whole vectors; as bytes, and as the 16 bits that
+  /// `middle_taps` wants.
+  void (*spread_keys)(uint8_t* runs, size_t pitch, const uint8_t* keys, size_t count);
+  void (*spread_placed)(uint8_t* runs, size_t pitch, const uint8_t* keys, size_t count);
+  /// Writes the middle keys of `count` windows in each of `TileHeight` rows, or the places of the
+  /// middle taps in the order of visiting. `rows` are the rows under them; `sorted` is room for
+  /// `size + 1 - TileHeight` rows.
+  void (*middle_keys)(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
+                      uint8_t* sorted, size_t size, size_t count);
+  void (*middle_taps)(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
+                      uint8_t* sorted, size_t size, size_t count);
+};
+
+QEL_TABLES_PER_LEVEL(MedianTileKernels)
+
+}  // namespace qel
+
+#endif  // QEL_FILTER_MEDIAN_TILE_KERNELS_H_

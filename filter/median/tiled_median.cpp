@@ -1,0 +1,155 @@
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "filter/median/median.h"
+#include "filter/median/median_kernels.h"
+#include "filter/median/tile_kernels.h"
+#include "filter/neighbourhood.h"
+
+// Medians of windows that are taken in tiles (Adams 2021). Keys are spread over the columns of the
+// tiles once, when their row comes in. Colors are copied from where the taps were found.
+
+namespace qel {
+namespace {
+
+class TiledMedian {
+ public:
+  TiledMedian(const ImageView& source, const ImageView& dest, int size)
+      : source_(source),
+        out_(dest),
+        size_(static_cast<size_t>(size)),
+        tile_height_(TileHeight(size_)),
+        reach_(size),
+        step_(static_cast<size_t>(source_.pixel_bytes())) {
+    const auto windows = static_cast<size_t>(std::min(dest.Columns(), kStripWindows));
+    const size_t keys = windows + size_ - 1;
+    run_pitch_ = ScratchPitch((keys / kTileWidth + kVectorBytes) * (HasColors() ? 2 : 1));
+    keys_pitch_ = ScratchPitch(keys + 2 * kTileWidth * kVectorBytes);
+    pixel_pitch_ = ScratchPitch((static_cast<size_t>(AssembledWindows()) + size_ - 1) * step_);
+    const size_t spread = (Slots() + size_ + 1 - tile_height_) * RowPitch();
+    const size_t rows = (1 + tile_height_) * keys_pitch_;
+    scratch_bytes_ = HasColors() ? std::max(Slots() * pixel_pitch_, ScratchPitch(keys * step_)) : 0;
+    memory_.reset(new (std::nothrow) uint8_t[spread + rows + scratch_bytes_]);
+    keys_ = memory_.get() + spread;
+    scratch_ = keys_ + rows;
+  }
+
+  /// False when there is no memory.
+  explicit operator bool() const { return memory_ != nullptr; }
+
+  void Run() {
+    const Interval columns = Window::Square(static_cast<int>(size_)).columns;
+    if (HasColors()) {
+      ForEachStrip(source_, out_, columns, {AssembledWindows(), kStripWindows}, kRowSlack,
+                   {scratch_, scratch_bytes_}, [this](Strip& strip) { RunStrip(strip); });
+      return;
+    }
+    ForEachTile(0, out_.Columns(), kStripWindows, [&](int64_t x, int64_t count) {
+      AssembledStrip strip(source_, out_, columns, {x, count});
+      RunStrip(strip);
+    });
+  }
+
+ private:
+  static constexpr int64_t kStripWindows = 1024;
+  /// Of the longest vectors.
+  static constexpr size_t kVectorBytes = 64;
+
+  bool HasColors() const { return step_ > 1; }
+  /// Pixels of colors are kept for all rows under the tiles, unless they are read in place.
+  int64_t AssembledWindows() const { return HasColors() ? 128 : kStripWindows; }
+  /// Rows under a row of tiles.
+  size_t Slots() const { return size_ + tile_height_ - 1; }
+  size_t Slot(int64_t row) const { return static_cast<size_t>(row + reach_.before) % Slots(); }
+  size_t RowPitch() const { return kTileWidth * run_pitch_; }
+  uint8_t* Results(size_t j) const { return keys_ + (1 + j) * keys_pitch_; }
+
+  void RunStrip(Strip& strip) {
+    for (int64_t row = -reach_.before; row < reach_.after; ++row) Read(strip, row);
+    const auto tile_height = static_cast<int64_t>(tile_height_);
+    for (int64_t y = 0; y < strip.Rows(); y += tile_height) {
+      // The last tiles may reach beyond the last row.
+      for (int64_t j = 0; j < tile_height; ++j) {
+        strip.Prefetch(y + j, reach_.after);
+        Read(strip, y + j + reach_.after);
+      }
+      FindMiddle(y, static_cast<size_t>(strip.Count()));
+      const int64_t rows = std::min(tile_height, strip.Rows() - y);
+      for (int64_t j = 0; j < rows; ++j) {
+        Store(strip, y + j, Results(static_cast<size_t>(j)));
+      }
+    }
+  }
+
+  void Read(const Strip& strip, int64_t y) {
+    const MedianTileKernels& kernels = ActiveMedianTileKernels();
+    const size_t slot = Slot(y);
+    uint8_t* const runs = memory_.get() + slot * RowPitch();
+    const size_t count = static_cast<size_t>(strip.InCount()) / kTileWidth + 1;
+    if (!HasColors()) {
+      kernels.spread_keys(runs, run_pitch_, strip.Read(y, keys_), count);
+      return;
+    }
+    pixels_[slot] = strip.Read(y, scratch_ + slot * pixel_pitch_);
+    WriteKeys(keys_, pixels_[slot], static_cast<int>(step_), strip.InCount());
+    kernels.spread_placed(runs, run_pitch_, keys_, count);
+  }
+
+  /// The middle keys or taps of the tiles whose first row is `y`.
+  void FindMiddle(int64_t y, size_t count) {
+    const MedianTileKernels& kernels = ActiveMedianTileKernels();
+    const uint8_t* rows[kMostTiled + kMostTileHeight - 1];
+    uint8_t* results[kMostTileHeight];
+    for (size_t j = 0; j < Slots(); ++j) {
+      rows[j] = memory_.get() + Slot(y - reach_.before + static_cast<int64_t>(j)) * RowPitch();
+    }
+    for (size_t j = 0; j < tile_height_; ++j) results[j] = Results(j);
+    uint8_t* const sorted = memory_.get() + Slots() * RowPitch();
+    const auto find = HasColors() ? kernels.middle_taps : kernels.middle_keys;
+    find(results, rows, run_pitch_, sorted, size_, count);
+  }
+
+  void Store(Strip& strip, int64_t y, const uint8_t* results) {
+    const auto count = static_cast<size_t>(strip.Count());
+    uint8_t* const dest = strip.Open(y);
+    if (!HasColors()) {
+      std::memcpy(dest, results, count);
+    } else {
+      const MedianKernels& kernels = ActiveMedianKernels();
+      const uint8_t* pixels[kMostTiled];
+      for (size_t j = 0; j < size_; ++j) {
+        pixels[j] = pixels_[Slot(y - reach_.before + static_cast<int64_t>(j))];
+      }
+      const auto copy = step_ == 4 ? kernels.copy_taps4 : kernels.copy_taps3;
+      copy(dest, pixels, results, size_, count);
+    }
+    strip.Close(y);
+  }
+
+  const SourceRows source_;
+  DestRows out_;
+  const size_t size_;
+  const size_t tile_height_;
+  const Reach reach_;
+  const size_t step_;
+  size_t run_pitch_;
+  size_t keys_pitch_;
+  size_t pixel_pitch_;
+  size_t scratch_bytes_;
+  std::unique_ptr<uint8_t[]> memory_;  ///< rows that are spread, sorted columns, and what follows
+  uint8_t* keys_;                      ///< a row, and the results of a row of tiles
+  uint8_t* scratch_;                   ///< pixels
+  const uint8_t* pixels_[kMostTiled + kMostTileHeight - 1];
+};
+
+}  // namespace
+
+bool MedianByTiles(const ImageView& source, const ImageView& dest, int size) {
+  TiledMedian median(source, dest, size);
+  if (!median) return false;
+  median.Run();
+  return true;
+}
+
+}  // namespace qel
