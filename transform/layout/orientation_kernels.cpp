@@ -40,16 +40,27 @@ QEL_SIMD_INLINE void TransposeSquares(V (&rows)[kSide]) {
   }
 }
 
-/// Pixels of 4 bytes, or of 3 with room for a fourth, four of them in each block.
+/// What pixels of 4 bytes, or of 3 with room for a fourth, are transposed in. Squares of words are
+/// joined and interleaved by more parts of the processor at once in vectors of two blocks than of
+/// four.
+template <int kBytes>
+using PixelWords = std::conditional_t<kBytes == 4 && (kVectorBytes > 32), Half<U32>, U32>;
+
+/// Four pixels in each block.
 template <int kBytes, size_t kFirst>
-QEL_SIMD_INLINE U32 LoadPixelBlocks(const uint8_t* source, int64_t stride) {
-  // The last pixels of a row are loaded together with what lies before them, not behind.
-  constexpr size_t kBefore = kBytes == 3 && kFirst == kTileColumns - 4 ? 4 : 0;
-  const U8 bytes = LoadBlocks<U8>(source + kBytes * kFirst - kBefore, stride);
-  if constexpr (kBytes == 4) return BitCast<U32>(bytes);
-  static constexpr auto kApart =
-      MakePattern<16>([](size_t i) { return i % 4 == 3 ? 0x80 : i / 4 * 3 + i % 4 + kBefore; });
-  return BitCast<U32>(ShuffleBlocks(bytes, kApart));
+QEL_SIMD_INLINE PixelWords<kBytes> LoadPixelBlocks(const uint8_t* source, int64_t stride) {
+  const uint8_t* const from = source + kBytes * kFirst;
+  if constexpr (kBytes == 4 && PixelWords<4>::kBytes < kVectorBytes) {
+    return Combine(LoadU<Block<U32>>(from + stride), LoadU<Block<U32>>(from));
+  } else if constexpr (kBytes == 4) {
+    return LoadBlocks<U32>(from, stride);
+  } else {
+    // The last pixels of a row are loaded together with what lies before them, not behind.
+    constexpr size_t kBefore = kFirst == kTileColumns - 4 ? 4 : 0;
+    static constexpr auto kApart =
+        MakePattern<16>([](size_t i) { return i % 4 == 3 ? 0x80 : i / 4 * 3 + i % 4 + kBefore; });
+    return BitCast<U32>(ShuffleBlocks(LoadBlocks<U8>(from - kBefore, stride), kApart));
+  }
 }
 /// Stores sixteen pixels of 3 bytes per block: four of them, with a fourth byte, are in that block
 /// of each vector. Stores of whole blocks lie in one line of the cache.
@@ -76,7 +87,7 @@ template <int kBytes, size_t kFirst = 0>
 QEL_SIMD_INLINE void TransposeRows(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
                                    int64_t source_stride) {
   constexpr size_t kSquares = kBytes == 3 ? 4 : 1;
-  U32 columns[kSquares][4];
+  PixelWords<kBytes> columns[kSquares][4];
   for (size_t k = 0; k < kSquares; ++k) {
     for (size_t i = 0; i < 4; ++i) {
       const auto row = static_cast<int64_t>(4 * k + i);
@@ -101,7 +112,7 @@ QEL_SIMD_INLINE void TransposeRows(uint8_t* dest, int64_t dest_stride, const uin
 template <int kBytes>
 void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
                    int64_t source_stride) {
-  constexpr int64_t kRows = kBytes == 4 ? U32::kLanes : U8::kLanes;
+  constexpr int64_t kRows = kBytes == 4 ? PixelWords<4>::kLanes : U8::kLanes;
   for (int64_t x = 0; x < kTileRows; x += kRows) {
     const uint8_t* const from = source + x * source_stride;
     if constexpr (kBytes == 1) {
