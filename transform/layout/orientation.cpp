@@ -129,12 +129,14 @@ result_t CQELImageTransform::Flip(IQEL* source, IQEL** result) {
     const int64_t bytes =
         std::min(std::abs(int64_t{view.stride}), std::abs(int64_t{flipped.stride}));
     const bool streams = bytes * view.Rows() > kMostCachedBytes;
-    // In the order of the source: the processor foresees its rows then, and stores need not wait.
+    // In the order of the source, whose rows the processor foresees then. It does not foresee rows
+    // that are written from the last to the first.
     for (int64_t y = 0; y < view.Rows(); ++y) {
       uint8_t* const to = flipped.Row(view.Rows() - 1 - y);
       if (streams) {
         ActiveOrientationKernels().stream(to, view.Row(y), static_cast<size_t>(bytes));
       } else {
+        if (y + 1 < view.Rows()) PrefetchRun<1>(to - flipped.stride, bytes);
         std::memcpy(to, view.Row(y), static_cast<size_t>(bytes));
       }
     }
@@ -151,11 +153,13 @@ result_t CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
   const ImageView mirrored = output.View();
   const ReverseRow reverse = ReverseFor(ExactPixelBytes(view.bit_count));
   if (reverse != nullptr && view.HasPixels() && mirrored.HasPixels()) {
-    // Pixels of 4 bytes move as fast as the processor foresees their rows by itself.
-    const bool fetches = view.bit_count < 32;
+    // Pixels of 4 bytes move as fast as the processor foresees their rows by itself; single bytes
+    // wait for the rows that they are written to as well.
+    const int64_t bytes = view.Columns() * view.bit_count / 8;
     for (int64_t y = 0; y < view.Rows(); ++y) {
-      if (fetches && y + 1 < view.Rows()) {
-        PrefetchRun(view.Row(y + 1), view.Columns() * view.bit_count / 8);
+      if (view.bit_count < 32 && y + 1 < view.Rows()) {
+        PrefetchRun(view.Row(y + 1), bytes);
+        if (view.bit_count == 8) PrefetchRun<1>(mirrored.Row(y + 1), bytes);
       }
       reverse(mirrored.Row(y), view.Row(y), static_cast<size_t>(view.Columns()));
     }

@@ -274,22 +274,40 @@ QEL_SIMD_INLINE V Reverse(V v) {
   return Shuffled<V>(turned, turned, [](size_t i) { return V::kLanes - m - i + 2 * (i % m); });
 }
 
+/// Pixels of 3 bytes in the opposite order, until fewer than a vector of them are left; returns
+/// their number. Each lookup turns as many whole pixels as fit with a byte more, which is loaded
+/// from the pixel before and stored over by the next ones.
+size_t ReverseTriples(uint8_t* dest, const uint8_t* source, size_t count) {
+  constexpr size_t kTable = kHasByteLookup ? kVectorBytes : 16;
+  constexpr size_t kPixels = (kTable - 1) / 3;
+  constexpr size_t kAtOnce = kVectorBytes / kTable * kPixels;
+  static constexpr auto kOrder = MakePattern<kTable>(
+      [](size_t i) { return i < 3 * kPixels ? kTable - 3 * (i / 3 + 1) + i % 3 : 0; });
+  for (; count > kAtOnce; count -= kAtOnce, dest += 3 * kAtOnce) {
+    const auto last_of = [=](size_t table) {
+      return source + 3 * (count - table * kPixels) - kTable;
+    };
+    if constexpr (kHasByteLookup) {
+      StoreU(TableLookupLanes(LoadU<U8>(last_of(0)), LoadU<U8>(kOrder.bytes)), dest);
+    } else {
+      const U8 turned = ShuffleBlocks(GatherBlocks<U8>(last_of), kOrder);
+      StoreBlocks(turned, dest, 3 * kPixels);
+    }
+  }
+  return count;
+}
+
 template <int kBytes>
 void ReverseRow(uint8_t* dest, const uint8_t* source, size_t count) {
   // The words of a pixel are what 4-byte pixels move in.
-  if constexpr (kHasTableLookupBytes && kBytes < 4) {
-    for (; count >= kVectorBytes; count -= kVectorBytes) {
-      const uint8_t* const from = source + (count - kVectorBytes) * kBytes;
-      if constexpr (kBytes == 1) {
-        StoreU(Reverse(LoadU<U8>(from)), dest);
-      } else {
-        U8 channels[kBytes];
-        LoadInterleaved<kBytes>(from, channels);
-        for (U8& channel : channels) channel = Reverse(channel);
-        StoreInterleaved<kBytes>(channels, dest);
-      }
-      dest += kVectorBytes * kBytes;
+  if constexpr (kHasTableLookupBytes && kBytes == 1) {
+    for (; count >= kVectorBytes; count -= kVectorBytes, dest += kVectorBytes) {
+      StoreU(Reverse(LoadU<U8>(source + count - kVectorBytes)), dest);
     }
+  } else if constexpr (kHasTableLookupBytes && kBytes == 3) {
+    const size_t rest = ReverseTriples(dest, source, count);
+    dest += 3 * (count - rest);
+    count = rest;
   }
   ReversePixels<kBytes>(dest, source, count);
 }
