@@ -320,6 +320,14 @@ class RowEnds {
     row_function(results_, rows, bytes - static_cast<size_t>(window_.columns.count - 1) * Step());
     Store(y, count);
   }
+  /// For a walk that has just come to the end of row `y`: writes what has gathered where that is
+  /// enough, or all.
+  template <size_t kMostRows, typename RowFunction>
+  void WriteAfter(int64_t y, RowFunction&& row_function) {
+    if (rows_at_once_ == 0 || (y + 1 < next_ + rows_at_once_ && y + 1 < out_.Rows())) return;
+    Write<kMostRows>(next_, y + 1 - next_, row_function);
+    next_ = y + 1;
+  }
 
  private:
   static constexpr int64_t kMostAtOnce = 32;
@@ -343,6 +351,7 @@ class RowEnds {
   size_t pitch_ = 0;
   size_t second_ = 0;  ///< where the right end begins in a row
   int64_t rows_at_once_ = 0;
+  int64_t next_ = 0;  ///< the first row whose ends are not written
   uint8_t* pixels_ = nullptr;
   uint8_t* results_ = nullptr;
 };
@@ -433,10 +442,9 @@ void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& 
     const int64_t last = window.rows.first + window.rows.count - 1;
     const uint8_t* rows[kMostRows];
     for (int64_t j = 1; j < window.rows.count; ++j) rows[j] = read(window.rows.first + j - 1);
-    int64_t done = 0;
     for (int64_t y = 0; y < strip.Rows(); ++y) {
-      // Row functions ask for what comes a page further on; where rows are long or taken in parts,
-      // the next rows lie elsewhere.
+      // Row functions ask for what comes a page further on; where rows are taken in parts, the next
+      // ones lie elsewhere.
       if (strip_count > 1) strip.Prefetch(y, last);
       std::copy(rows + 1, rows + count, rows);
       rows[count - 1] = read(y + last);
@@ -446,10 +454,7 @@ void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& 
         row_function(dest, here, bytes);
       });
       // The ends of rows that are still in the nearest caches.
-      if (i + 1 == strip_count && (y + 1 == done + at_once || y + 1 == strip.Rows())) {
-        if (at_once != 0) ends.Write<kMostRows>(done, y + 1 - done, row_function);
-        done = y + 1;
-      }
+      if (i + 1 == strip_count) ends.WriteAfter<kMostRows>(y, row_function);
     }
   }
 }

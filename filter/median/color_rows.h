@@ -20,7 +20,9 @@ constexpr size_t kUnitWindows = kVectorBytes / 16 * kWindowsOfBlock;
 
 // Keys are signed and stand above the number of their column in the block, 4 bits, and the number
 // of their row from 1 on, 2 bits: equal ones keep their order, and the tap comes out with the key.
+// They come as those of the lowest row.
 constexpr int kColumnBits = 4;
+constexpr int kLowestRow = 3;
 
 /// Of four pixels the channels, each two pixels of one parity: 02 13.
 template <size_t kChannels>
@@ -67,10 +69,11 @@ struct Unit {
   }
 
  private:
-  /// The numbers of the even or odd columns.
+  /// The numbers of the even or odd columns, and of the row.
   template <int16_t kOdd>
   QEL_SIMD_INLINE static I16 Columns() {
-    return LanesFrom<I16>([](size_t i) { return (2 * (i % 8) + kOdd) << kColumnBits; });
+    return LanesFrom<I16>(
+        [](size_t i) { return (2 * (i % 8) + kOdd) << kColumnBits | kLowestRow; });
   }
 };
 
@@ -82,9 +85,8 @@ struct SortedColumns {
   I16 low, middle, high;
 };
 QEL_SIMD_INLINE SortedColumns SortColumns(I16 a, I16 b, I16 c) {
-  a += Set<I16>(1);
-  b += Set<I16>(2);
-  c += Set<I16>(3);
+  a -= Set<I16>(2);
+  b -= Set<I16>(1);
   const I16 smaller = Min(a, b), larger = Max(a, b);
   const I16 rest = Max(smaller, c);
   return {Min(smaller, c), Min(larger, rest), Max(larger, rest)};
@@ -196,9 +198,11 @@ void MiddleColors(uint8_t* dest, uint8_t* upper, const uint8_t* middle, const ui
     upper += Unit<kChannels>::kBytes;
     middle += Unit<kChannels>::kBytes;
     if (!ends_row) continue;
-    const size_t windows = count < kUnitWindows ? count : kUnitWindows;
-    for (size_t i = 0; i < windows; ++i) {
-      __builtin_memcpy(dest + (first + i) * kChannels, last + i * kChannels, kChannels);
+    uint8_t* const to = dest + first * kChannels;
+    if (count < kUnitWindows) {
+      __builtin_memcpy(to, last, count * kChannels);
+    } else {
+      __builtin_memcpy(to, last, kUnitWindows * kChannels);
     }
   }
 }

@@ -162,35 +162,54 @@ const ColorKernels& ColorsOf(int pixel_bytes) {
   constexpr int64_t kMostWindows = 2016;
   constexpr size_t kPitch = SpreadBytes(kMostWindows, 4);
   constexpr size_t kSlack = 16;
+  constexpr size_t kEndsBytes = 3 * 1024;
+  // Their windows: those of half of these bytes at most.
+  constexpr size_t kEndsPitch = SpreadBytes(kEndsBytes / 2 / 3, 4);
   // A row at a time is more than the memory takes at once, so kernels fetch along their way.
   constexpr int64_t kRowsAhead = 2;
+  constexpr Window kWindow = Window::Square(3);
   const SourceRows rows(source);
   DestRows out(dest);
   const ColorKernels& kernels = ColorsOf(rows.pixel_bytes());
+  const auto step = static_cast<size_t>(rows.pixel_bytes());
   ScratchBlock<2 * kPitch + ScratchPitch(4 * (kMostWindows + 2))> scratch;
   uint8_t* const assembled = scratch.bytes + 2 * kPitch;
-  ForEachStrip(rows, out, Window::Square(3).columns, {kMostWindows, kMostWindows}, kSlack, scratch,
-               [&](Strip& strip) {
-                 const auto count = static_cast<size_t>(strip.Count());
-                 uint8_t* upper = scratch.bytes;
-                 uint8_t* middle = scratch.bytes + kPitch;
-                 kernels.spread(upper, strip.Read(-1, assembled), count);
-                 kernels.spread(middle, strip.Read(0, assembled), count);
-                 for (int64_t y = 0; y < strip.Rows(); ++y) {
-                   const uint8_t* const pixels = strip.Read(y + 1, assembled);
-                   uint8_t* const to = strip.Open(y);
-                   const uint8_t* ahead[] = {pixels, to};
-                   if (strip.InPlace()) {
-                     ahead[0] = strip.Read(y + 1 + kRowsAhead, nullptr);
-                     ahead[1] = strip.Open(std::min(y + kRowsAhead, strip.Rows() - 1));
-                   } else {
-                     strip.Prefetch(y, 1);
-                   }
-                   kernels.middle(to, upper, middle, pixels, ahead, count);
-                   strip.Close(y);
-                   std::swap(upper, middle);
-                 }
-               });
+  Strips strips(rows, out, kWindow.columns, {kMostWindows, kMostWindows}, kSlack, scratch);
+  ScratchBlock<kEndsBytes + 2 * kEndsPitch> ends_scratch;
+  RowEnds ends(rows, out, kWindow, strips.LeftEnd(), strips.RightEnd(), kSlack,
+               std::span(ends_scratch.bytes).first(strips.HasEnds() ? kEndsBytes : 0));
+  const auto write_ends = [&](uint8_t* to, const uint8_t* const* from, size_t bytes) {
+    const size_t count = bytes / step;
+    uint8_t* const upper = ends_scratch.bytes + kEndsBytes;
+    kernels.spread(upper, from[0], count);
+    kernels.spread(upper + kEndsPitch, from[1], count);
+    kernels.middle(to, upper, upper + kEndsPitch, from[2], {from[2], to}, count);
+  };
+  const int64_t at_once = ends.RowsAtOnce();
+  const int64_t strip_count = strips.count() - (at_once != 0 ? 1 : 0);
+  for (int64_t i = 0; i < strip_count; ++i) {
+    Strip& strip = strips[i];
+    const auto count = static_cast<size_t>(strip.Count());
+    uint8_t* upper = scratch.bytes;
+    uint8_t* middle = scratch.bytes + kPitch;
+    kernels.spread(upper, strip.Read(-1, assembled), count);
+    kernels.spread(middle, strip.Read(0, assembled), count);
+    for (int64_t y = 0; y < strip.Rows(); ++y) {
+      const uint8_t* const pixels = strip.Read(y + 1, assembled);
+      uint8_t* const to = strip.Open(y);
+      const uint8_t* ahead[] = {pixels, to};
+      if (strip.InPlace()) {
+        ahead[0] = strip.Read(y + 1 + kRowsAhead, nullptr);
+        ahead[1] = strip.Open(std::min(y + kRowsAhead, strip.Rows() - 1));
+      } else {
+        strip.Prefetch(y, 1);
+      }
+      kernels.middle(to, upper, middle, pixels, ahead, count);
+      strip.Close(y);
+      std::swap(upper, middle);
+      if (i + 1 == strip_count) ends.WriteAfter<3>(y, write_ends);
+    }
+  }
 }
 
 [[gnu::noinline]] void SelectKeys(const MedianPlan& plan, const ImageView& source,
