@@ -23,7 +23,7 @@ size_t Distance(std::string_view a, std::string_view b) {
       }
     }
   }
-  return std::min(row.back(), *std::ranges::min_element(row) + 1);
+  return std::min(row.back(), *std::min_element(row.begin(), row.end()) + 1);
 }
 
 /// How many letters of a name may be wrong when its user still means it: a third, and none where so
@@ -41,12 +41,12 @@ bool BeginAlike(std::string_view a, std::string_view b) {
 /// nearest.
 std::vector<std::string_view> NearestNames(std::string_view wrong,
                                            std::vector<std::string_view> names) {
-  std::ranges::sort(names);
+  std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
   std::vector<std::string_view> nearest;
   if (wrong.size() > 1) {
-    std::ranges::copy_if(names, std::back_inserter(nearest),
-                         [&](std::string_view name) { return name.starts_with(wrong); });
+    std::copy_if(names.begin(), names.end(), std::back_inserter(nearest),
+                 [&](std::string_view name) { return name.starts_with(wrong); });
     if (nearest.size() == 1) return nearest;
     nearest.clear();
   }
