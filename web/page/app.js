@@ -1,37 +1,48 @@
 // The page: one picture, a chain of steps, what comes out of it, and the lines that do the same.
 
-import {chainOfFragment, commandLine, fragmentOf, parseStep, pythonLine, startOf, textOf} from './chain.js';
+import {
+  chainOfFragment,
+  commandLine,
+  fragmentOf,
+  parseStep,
+  pythonLine,
+  startOf,
+  textOf,
+} from './chain.js';
 import {stepForm} from './controls.js';
 import {Engine} from './engine.js';
 import {atDepth, builtIn, readFile, shrink, writePng} from './pictures.js';
 import {View, draw} from './view.js';
 
-const kPreviewPixels = 1e6;
-const kMostPixels = 64e6;
-const kThumbnailPixels = 150 * 100;
+const PREVIEW_PIXELS = 1e6;
+const MOST_PIXELS = 64e6;
+const THUMBNAIL_PIXELS = 150 * 100;
 
 const get = (id) => document.getElementById(id);
 const engine = new Engine();
-const gallery = new Engine();  // a worker of its own: previews do not wait for thumbnails
+const gallery = new Engine(); // a worker of its own: previews do not wait for thumbnails
 const view = new View(document);
 
 let table = new Map();
-let source = null;   // {rgba, width, height, bits} as opened
+let source = null; // {rgba, width, height, bits} as opened
 let fileName = '';
-let picture = null;  // at the chosen depth, full size
-let preview = null;  // the same, at most kPreviewPixels
+let picture = null; // at the chosen depth, full size
+let preview = null; // the same, at most PREVIEW_PIXELS
 let chain = [];
-let seconds = {};    // second pictures by name, full size
-let shown = null;    // {picture, isFull}: what the stage shows after the steps
-const past = [], future = [];
+let seconds = {}; // second pictures by name, full size
+let shown = null; // {picture, isFull}: what the stage shows after the steps
+let messageIsAboutSteps = false;
+let dragged = false; // a slider moves: its changes are one step of undo
+const past = [];
+const future = [];
 
-/** Shows a message; those about steps go when the steps work again, others when something is opened. */
+/** Shows a message, which goes when the steps work again if it is about them, and otherwise when
+    something is opened. */
 function tell(message, isAboutSteps = false) {
   get('message').textContent = message;
   get('message').hidden = !message;
   messageIsAboutSteps = isAboutSteps;
 }
-let messageIsAboutSteps = false;
 
 const stepTexts = () => chain.map((step) => textOf(step, table));
 const snapshot = () => JSON.stringify(chain);
@@ -47,7 +58,7 @@ function takePicture(opened, name) {
 
 function applyDepth() {
   picture = atDepth(source, Number(get('depth').value));
-  preview = shrink(picture, kPreviewPixels);
+  preview = shrink(picture, PREVIEW_PIXELS);
   refresh();
   drawGallery();
 }
@@ -55,16 +66,17 @@ function applyDepth() {
 async function openFile(file) {
   if (!file) return;
   try {
-    takePicture(await readFile(file, kMostPixels), file.name ?? 'pasted.png');
+    takePicture(await readFile(file, MOST_PIXELS), file.name ?? 'pasted.png');
     tell('');
   } catch (error) {
     tell(`${error.message} The previous picture stays.`);
   }
 }
 
-const scaledSeconds = new Map();  // those that the last steps took, by name
+const scaledSeconds = new Map(); // those that the last steps took, by name
 
-/** Second pictures keep the depth of the first, masks are grey; those that are made here keep its size, too. */
+/** Second pictures have the depth of the first, masks are grey; those that are made here have its
+    size, too. */
 function secondsFor(target) {
   const scaled = {};
   for (const step of chain) {
@@ -73,7 +85,8 @@ function secondsFor(target) {
       if (type !== 'picture' || !name) continue;
       const bits = parameter === 'mask' ? 8 : target.bits;
       const before = scaledSeconds.get(name);
-      const isSame = before?.target === target && before.opened === seconds[name] && before.scaled.bits === bits;
+      const isSame =
+        before?.target === target && before.opened === seconds[name] && before.scaled.bits === bits;
       scaled[name] = isSame ? before.scaled : scaledSecond(seconds[name], target, bits);
       scaledSeconds.set(name, {target, opened: seconds[name], scaled: scaled[name]});
     }
@@ -83,34 +96,49 @@ function secondsFor(target) {
 
 function scaledSecond(opened, target, bits) {
   const whole = atDepth(opened ?? builtIn(source.width, source.height), bits);
-  const ratio = target.width * target.height / (picture.width * picture.height);
+  const ratio = (target.width * target.height) / (picture.width * picture.height);
   return ratio < 1 ? shrink(whole, Math.max(1, whole.width * whole.height * ratio)) : whole;
 }
 
 // ---- Running
 
-const kPatience = 1500;  // milliseconds that newer steps wait for older ones
-const kNoticed = 300;  // milliseconds after which a wait wants an explanation
+const PATIENCE = 1500; // milliseconds that newer steps wait for older ones
+const NOTICED = 300; // milliseconds after which a wait wants an explanation
 
-let wanted = 0, running = null, full = false;
+let wanted = 0; // number of the newest refresh
+let running = null; // its job, or an older one's
+let full = false;
+let idle = Promise.resolve(); // once nothing runs any more
 
-/** Runs the steps on the preview, or on the whole picture; what nobody waits for any more is left out. */
-async function refresh(isFull = false) {
-  if (isFull && running?.isWhole && running.number === wanted) return;  // asked for twice
+/** Runs the steps on the preview, or on the whole picture; what nobody waits for any more is left
+    out. The promise that it returns is kept when the newest result is shown. */
+function refresh(isFull = false) {
+  if (isFull && running?.isWhole && running.number === wanted) return idle; // asked for twice
   full = isFull;
   ++wanted;
   drawLines();
   if (running) {
     const job = running;
-    setTimeout(() => { if (running === job) engine.stop(); }, kPatience - (performance.now() - job.start));
-    return;
+    setTimeout(
+      () => {
+        if (running === job) engine.stop();
+      },
+      PATIENCE - (performance.now() - job.start),
+    );
+  } else {
+    idle = runJobs();
   }
+  return idle;
+}
+
+async function runJobs() {
   for (running = startJob(); running;) {
-    const job = running, answer = await job.answer;
+    const job = running,
+      answer = await job.answer;
     clearTimeout(job.timer);
-    running = job.number === wanted ? null : startJob();  // works while this one is drawn
+    running = job.number === wanted ? null : startJob(); // works while this one is drawn
     if (!running) get('progress').hidden = true;
-    // While a slider is dragged, a picture that comes late is still newer than the one that is shown.
+    // While a slider is dragged, a late picture is still newer than the one that is shown.
     const isOfUse = answer.picture && job.input === (job.isWhole ? picture : preview);
     if (!running || isOfUse) showAnswer(answer, job.input, job.isWhole);
   }
@@ -121,8 +149,12 @@ function startJob() {
   const progress = get('progress');
   progress.hidden = !full;
   progress.value = 0;
-  const timer = setTimeout(() => { progress.hidden = false; }, kNoticed);
-  const onStep = (done, total) => { progress.value = total ? done / total : 0; };
+  const timer = setTimeout(() => {
+    progress.hidden = false;
+  }, NOTICED);
+  const onStep = (done, total) => {
+    progress.value = total ? done / total : 0;
+  };
   const answer = engine.run(input, stepTexts(), secondsFor(input), onStep);
   return {number: wanted, input, isWhole: full, start: performance.now(), timer, answer};
 }
@@ -134,14 +166,21 @@ function showAnswer(answer, input, isWhole) {
     const bad = chain.findIndex((step) => step.name === answer.operation);
     get('chain').children[bad]?.classList.add('bad');
     if (!shown) view.show(input, input);
-    tell(`${answer.error}. ${shown ? 'The picture shown is the one before' : 'The picture is shown without the steps'}.`, true);
+    tell(
+      `${answer.error}. ${shown ? 'The picture shown is the one before' : 'The picture is shown without the steps'}.`,
+      true,
+    );
     return;
   }
   if (messageIsAboutSteps) tell('');
   shown = {picture: answer.picture, isFull: isWhole || preview === picture};
   view.show(input, answer.picture);
-  const percent = Math.round(100 * Math.sqrt(preview.width * preview.height / (picture.width * picture.height)));
-  const part = shown.isFull ? 'full size' : `preview at ${percent} %, where sizes in pixels look larger`;
+  const percent = Math.round(
+    100 * Math.sqrt((preview.width * preview.height) / (picture.width * picture.height)),
+  );
+  const part = shown.isFull
+    ? 'full size'
+    : `preview at ${percent} %, where sizes in pixels look larger`;
   const notes = (answer.notes ?? []).map((note) => ` Note: ${note}.`).join('');
   const shape = `${answer.picture.width} × ${answer.picture.height}, ${answer.picture.bits} bits`;
   get('status').textContent = `${shape}, ${answer.milliseconds.toFixed(1)} ms, ${part}.${notes}`;
@@ -152,7 +191,9 @@ let announceTimer = 0;
 /** Tells those who listen to the page, once it has come to rest. */
 function announce(text) {
   clearTimeout(announceTimer);
-  announceTimer = setTimeout(() => { get('spoken').textContent = text; }, 700);
+  announceTimer = setTimeout(() => {
+    get('spoken').textContent = text;
+  }, 700);
 }
 
 // ---- The chain
@@ -187,39 +228,55 @@ function travel(from, to) {
 function drawChain() {
   const list = get('chain');
   const focused = document.activeElement?.id;
-  list.replaceChildren(...chain.map((step, index) => stepForm(step, index, chain.length, table.get(step.name),
-      ['second.png', 'mask.png', ...Object.keys(seconds)], {
-        change(name, value, dragging) {
-          if (!dragged) remember();
-          dragged = dragging;
-          chain = chain.map((other, i) => i === index ? {...other, values: {...other.values, [name]: value}} : other);
-          if (!dragging) scheduleGallery();
-          refresh();
+  list.replaceChildren(
+    ...chain.map((step, index) =>
+      stepForm(
+        step,
+        index,
+        chain.length,
+        table.get(step.name),
+        ['second.png', 'mask.png', ...Object.keys(seconds)],
+        {
+          change(name, value, dragging) {
+            if (!dragged) remember();
+            dragged = dragging;
+            chain = chain.map((other, i) =>
+              i === index ? {...other, values: {...other.values, [name]: value}} : other,
+            );
+            if (!dragging) scheduleGallery();
+            refresh();
+          },
+          move(by, label) {
+            const next = [...chain];
+            next.splice(index + by, 0, ...next.splice(index, 1));
+            change(next);
+            focusStep(index + by, label);
+            get('spoken').textContent =
+              `${step.name} is step ${index + by + 1} of ${chain.length}.`;
+          },
+          remove(label) {
+            change(chain.filter((_, i) => i !== index));
+            focusStep(Math.min(index, chain.length - 1), label);
+          },
+          openSecond,
         },
-        move(by, label) {
-          const next = [...chain];
-          next.splice(index + by, 0, ...next.splice(index, 1));
-          change(next);
-          focusStep(index + by, label);
-          get('spoken').textContent = `${step.name} is step ${index + by + 1} of ${chain.length}.`;
-        },
-        remove(label) {
-          change(chain.filter((_, i) => i !== index));
-          focusStep(Math.min(index, chain.length - 1), label);
-        },
-        openSecond,
-      })));
+      ),
+    ),
+  );
   if (focused) document.getElementById(focused)?.focus();
   get('empty').hidden = chain.length > 0;
   showHistory();
   scheduleGallery();
 }
-let dragged = false;
 
 /** Keyboards go on at the button of that label in a step, or near it. */
 function focusStep(index, label) {
-  const buttons = [...get('chain').children[index]?.querySelectorAll('button:enabled') ?? []];
-  (buttons.find((button) => button.textContent === label) ?? buttons[0] ?? get('operation')).focus();
+  const buttons = [...(get('chain').children[index]?.querySelectorAll('button:enabled') ?? [])];
+  (
+    buttons.find((button) => button.textContent === label) ??
+    buttons[0] ??
+    get('operation')
+  ).focus();
 }
 
 function addStep(text) {
@@ -232,9 +289,9 @@ function openSecond(then) {
   input.onchange = async () => {
     try {
       const file = input.files[0];
-      seconds[file.name] = await readFile(file, kMostPixels);
+      seconds[file.name] = await readFile(file, MOST_PIXELS);
       then(file.name);
-      drawChain();  // every step can have it now
+      drawChain(); // every step can have it now
     } catch (error) {
       tell(error.message);
     }
@@ -248,13 +305,18 @@ function drawLines() {
   // Browsers refuse more than a few changes of the address a second.
   clearTimeout(addressTimer);
   addressTimer = setTimeout(() => {
-    history.replaceState(null, '', location.href.split('#')[0] + (chain.length ? fragmentOf(chain, table) : ''));
+    history.replaceState(
+      null,
+      '',
+      location.href.split('#')[0] + (chain.length ? fragmentOf(chain, table) : ''),
+    );
   }, 300);
 }
 
 // ---- The gallery
 
-let galleryTimer = 0, galleryRound = 0;
+let galleryTimer = 0,
+  galleryRound = 0;
 function scheduleGallery() {
   clearTimeout(galleryTimer);
   galleryTimer = setTimeout(drawGallery, 600);
@@ -263,12 +325,17 @@ function scheduleGallery() {
 /** Thumbnails of every operation on the picture as it is after the steps. */
 async function drawGallery() {
   const round = ++galleryRound;
-  const base = shrink(shown?.picture ?? preview, kThumbnailPixels);
+  const base = shrink(shown?.picture ?? preview, THUMBNAIL_PIXELS);
   const other = builtIn(base.width, base.height);
-  const second = atDepth(other, base.bits), mask = atDepth(other, 8);
+  const second = atDepth(other, base.bits),
+    mask = atDepth(other, 8);
   for (const [name, operation] of table) {
     const item = get('gallery').querySelector(`[data-operation="${name}"]`);
-    const answer = await gallery.run(base, [operation.picture_step], {'second.png': second, 'other.png': second, 'mask.png': mask});
+    const answer = await gallery.run(base, [operation.picture_step], {
+      'second.png': second,
+      'other.png': second,
+      'mask.png': mask,
+    });
     if (round !== galleryRound) return;
     const canvas = item.querySelector('canvas');
     item.title = answer.picture ? operation.summary : answer.error;
@@ -307,14 +374,17 @@ function takeFragment() {
     chain = chainOfFragment(location.hash, table);
     drawChain();
   } catch (error) {
-    tell(`This link does not hold steps that this page knows: ${error.message}. The steps stay as they were; pick others below.`);
+    tell(
+      `This link does not hold steps that this page knows: ${error.message}. The steps stay as they were; pick others below.`,
+    );
   }
 }
 
 async function copy(text, button) {
   try {
     await navigator.clipboard.writeText(text);
-  } catch {  // without a secure origin
+  } catch {
+    // without a secure origin
     const box = Object.assign(document.createElement('textarea'), {value: text});
     document.body.append(box);
     box.select();
@@ -323,14 +393,16 @@ async function copy(text, button) {
   }
   const label = button.textContent;
   button.textContent = get('spoken').textContent = 'Copied';
-  setTimeout(() => { button.textContent = label; }, 1200);
+  setTimeout(() => {
+    button.textContent = label;
+  }, 1200);
 }
 
 function listen() {
   get('open').onclick = () => get('file').click();
   get('file').onchange = () => {
     openFile(get('file').files[0]);
-    get('file').value = '';  // the same file may be opened again
+    get('file').value = ''; // the same file may be opened again
   };
   get('built-in').onclick = () => takePicture(builtIn(), 'picture.png');
   get('depth').onchange = applyDepth;
@@ -339,11 +411,16 @@ function listen() {
   get('full').onclick = () => refresh(true);
   get('add').onclick = () => {
     const name = get('operation').value;
-    change([...chain, {name, values: Object.fromEntries(table.get(name).parameters.map((p) => [p.name, startOf(p)]))}]);
+    change([
+      ...chain,
+      {
+        name,
+        values: Object.fromEntries(table.get(name).parameters.map((p) => [p.name, startOf(p)])),
+      },
+    ]);
   };
   get('save').onclick = async () => {
-    if (!shown?.isFull) await refresh(true);
-    while (running) await new Promise((next) => setTimeout(next, 20));
+    if (running || !shown?.isFull) await refresh(true);
     if (!shown?.isFull) return;
     const link = document.createElement('a');
     link.href = URL.createObjectURL(await writePng(shown.picture));
@@ -354,13 +431,18 @@ function listen() {
   for (const button of document.querySelectorAll('[data-copy]')) {
     button.onclick = () => copy(get(button.dataset.copy).textContent, button);
   }
-  get('link').onclick = () => copy(location.href.split('#')[0] + fragmentOf(chain, table), get('link'));
+  get('link').onclick = () =>
+    copy(location.href.split('#')[0] + fragmentOf(chain, table), get('link'));
   addEventListener('keydown', (event) => {
     if (!(event.ctrlKey || event.metaKey) || event.key.toLowerCase() !== 'z') return;
     event.preventDefault();
-    if (event.shiftKey) travel(future, past); else travel(past, future);
+    if (event.shiftKey) travel(future, past);
+    else travel(past, future);
   });
-  addEventListener('dragover', (event) => { event.preventDefault(); document.body.classList.add('drop'); });
+  addEventListener('dragover', (event) => {
+    event.preventDefault();
+    document.body.classList.add('drop');
+  });
   addEventListener('dragleave', () => document.body.classList.remove('drop'));
   addEventListener('drop', (event) => {
     event.preventDefault();
@@ -368,7 +450,11 @@ function listen() {
     openFile(event.dataTransfer.files[0]);
   });
   addEventListener('paste', (event) => openFile([...event.clipboardData.files][0]));
-  addEventListener('hashchange', () => { tell(''); takeFragment(); refresh(); });
+  addEventListener('hashchange', () => {
+    tell('');
+    takeFragment();
+    refresh();
+  });
 }
 
 async function main() {
@@ -380,4 +466,8 @@ async function main() {
   takePicture(builtIn(), 'picture.png');
 }
 
-main().catch((error) => tell(`The page could not start: ${error.message}. Serve its folder with a web server, or open qel.html.`));
+main().catch((error) =>
+  tell(
+    `The page could not start: ${error.message}. Serve its folder with a web server, or open qel.html.`,
+  ),
+);

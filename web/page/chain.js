@@ -5,31 +5,43 @@ export function startOf(parameter) {
   if (parameter.default !== undefined) return parameter.default;
   if (!parameter.required) return '';
   switch (parameter.type) {
-    case 'choice': return parameter.choices[0];
-    case 'flag': return 'no';
-    case 'color': return '#ffffff';
-    case 'point': return '50%,50%';
-    case 'picture': return 'second.png';
-    case 'integer': case 'number': case 'extent': {
+    case 'choice':
+      return parameter.choices[0];
+    case 'flag':
+      return 'no';
+    case 'color':
+      return '#ffffff';
+    case 'point':
+      return '50%,50%';
+    case 'picture':
+      return 'second.png';
+    case 'integer':
+    case 'number':
+    case 'extent': {
       const [low, high] = parameter.usual;
       return String(Math.round((low + high) / 2));
     }
-    default: return '';
+    default:
+      return '';
   }
 }
 
 /** Splits a step's text at blanks outside quotes: ["light", "brightness=20"]. */
 export function wordsOf(text) {
   const words = [];
-  let word = '', quote = '', inside = false;
+  let word = '',
+    quote = '',
+    inside = false;
   for (const c of text) {
     if (quote) {
-      if (c === quote) quote = ''; else word += c;
+      if (c === quote) quote = '';
+      else word += c;
     } else if (c === '"' || c === "'") {
       quote = c;
     } else if (/\s/.test(c)) {
       if (inside) words.push(word);
-      word = ''; inside = false;
+      word = '';
+      inside = false;
       continue;
     } else {
       word += c;
@@ -77,7 +89,9 @@ export function textOf(step, table) {
 }
 
 function forShell(word) {
-  return /^[\w%+,./:=@#-]+$/.test(word) && !word.startsWith('#') ? word : `'${word.replaceAll("'", `'\\''`)}'`;
+  return /^[\w%+,./:=@#-]+$/.test(word) && !word.startsWith('#')
+    ? word
+    : `'${word.replaceAll("'", `'\\''`)}'`;
 }
 
 /** The line of the tool that does the same. */
@@ -88,8 +102,12 @@ export function commandLine(chain, table, file) {
 
 /** The same in Python, from the lines that the module gives for the steps. */
 export function pythonLine(lines, file) {
-  return ['import qel', `image = qel.imread(${JSON.stringify(file || 'picture.png')})`, ...lines,
-      'qel.imwrite("result.png", image)'].join('; ');
+  return [
+    'import qel',
+    `image = qel.imread(${JSON.stringify(file || 'picture.png')})`,
+    ...lines,
+    'qel.imwrite("result.png", image)',
+  ].join('; ');
 }
 
 /** The chain as the fragment of a link, and back; throws an Error for what is no chain. */
@@ -99,6 +117,9 @@ export function fragmentOf(chain, table) {
 export function chainOfFragment(fragment, table) {
   if (fragment === '' || fragment === '#') return [];
   if (!fragment.startsWith('#steps=')) throw new Error('it does not begin with #steps=');
-  return fragment.slice(7).split('&').filter((part) => part !== '')
-      .map((part) => parseStep(decodeURIComponent(part), table));
+  return fragment
+    .slice(7)
+    .split('&')
+    .filter((part) => part !== '')
+    .map((part) => parseStep(decodeURIComponent(part), table));
 }

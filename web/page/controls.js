@@ -10,12 +10,22 @@ function element(tag, properties = {}, ...children) {
 function numberControl(parameter, value, changed, id) {
   const [low, high] = parameter.usual;
   const whole = parameter.type === 'integer';
-  const step = whole ? 1 : parameter.type === 'extent' ? 1 : Math.max((high - low) / 200, 0.001);
+  const step = parameter.type === 'number' ? Math.max((high - low) / 200, 0.001) : 1;
   const box = element('input', {type: 'text', id, value, inputMode: 'decimal'});
   box.setAttribute('aria-label', `${parameter.name}, ${parameter.help}`);
-  const words = element('datalist', {id: `${id}-words`}, ...(parameter.choices ?? []).map((word) => new Option(word)));
+  const words = element(
+    'datalist',
+    {id: `${id}-words`},
+    ...(parameter.choices ?? []).map((word) => new Option(word)),
+  );
   if (parameter.choices) box.setAttribute('list', words.id);
-  const slider = element('input', {type: 'range', min: low, max: high, step, value: Number.isFinite(parseFloat(value)) ? parseFloat(value) : low});
+  const slider = element('input', {
+    type: 'range',
+    min: low,
+    max: high,
+    step,
+    value: Number.isFinite(parseFloat(value)) ? parseFloat(value) : low,
+  });
   slider.setAttribute('aria-label', parameter.name);
   slider.addEventListener('input', () => {
     const percent = box.value.endsWith('%') ? '%' : '';
@@ -34,22 +44,38 @@ function otherControl(parameter, value, changed, id, pictures, openSecond) {
   const set = (node) => Object.assign(node, {id});
   switch (parameter.type) {
     case 'flag': {
-      const box = set(element('input', {type: 'checkbox', checked: ['yes', '1', 'true'].includes(value)}));
+      const box = set(
+        element('input', {type: 'checkbox', checked: ['yes', '1', 'true'].includes(value)}),
+      );
       box.addEventListener('change', () => changed(box.checked ? 'yes' : 'no', false));
       return box;
     }
     case 'color': {
-      const box = set(element('input', {type: 'color', value: /^#[0-9a-f]{6}$/i.test(value) ? value : '#000000'}));
+      const box = set(
+        element('input', {type: 'color', value: /^#[0-9a-f]{6}$/i.test(value) ? value : '#000000'}),
+      );
       box.addEventListener('input', () => changed(box.value, true));
       box.addEventListener('change', () => changed(box.value, false));
       return box;
     }
     case 'paint': {
       // Names and transparency are typed, other colours picked.
-      const box = set(element('input', {type: 'text', value, placeholder: 'white, transparent, #204060, #20406080'}));
-      const picker = element('input', {type: 'color', value: /^#[0-9a-f]{6}/i.test(value) ? value.slice(0, 7) : '#ffffff'});
-      picker.setAttribute('aria-label', `${parameter.name}, pick a color`);
-      const pick = (dragging) => { box.value = picker.value + (/^#[0-9a-f]{8}$/i.test(box.value) ? box.value.slice(7) : ''); changed(box.value, dragging); };
+      const box = set(
+        element('input', {
+          type: 'text',
+          value,
+          placeholder: 'white, transparent, #204060, #20406080',
+        }),
+      );
+      const picker = element('input', {
+        type: 'color',
+        value: /^#[0-9a-f]{6}/i.test(value) ? value.slice(0, 7) : '#ffffff',
+      });
+      picker.setAttribute('aria-label', `${parameter.name}, pick a colour`);
+      const pick = (dragging) => {
+        box.value = picker.value + (/^#[0-9a-f]{8}$/i.test(box.value) ? box.value.slice(7) : '');
+        changed(box.value, dragging);
+      };
       picker.addEventListener('input', () => pick(true));
       picker.addEventListener('change', () => pick(false));
       box.addEventListener('change', () => changed(box.value.trim(), false));
@@ -84,8 +110,8 @@ function otherControl(parameter, value, changed, id, pictures, openSecond) {
   }
 }
 
-/** A list item for a step. `actions` has change(name, value, dragging), move(by, label), remove(label), with the label of
-    the button that was pressed, and openSecond(then). */
+/** A list item for a step. `actions` has change(name, value, dragging), move(by, label) and
+    remove(label), with the label of the button that was pressed, and openSecond(then). */
 export function stepForm(step, index, count, operation, pictures, actions) {
   const button = (label, text, act, disabled = false) => {
     const node = element('button', {type: 'button', textContent: text, title: label, disabled});
@@ -93,19 +119,29 @@ export function stepForm(step, index, count, operation, pictures, actions) {
     node.onclick = () => act(text);
     return node;
   };
-  const item = element('li', {},
-      element('div', {className: 'step-head'},
-          element('strong', {textContent: `${index + 1}. ${step.name}`}),
-          button('Move up', '↑', (label) => actions.move(-1, label), index === 0),
-          button('Move down', '↓', (label) => actions.move(1, label), index + 1 === count),
-          button('Remove', '×', (label) => actions.remove(label))),
-      element('p', {className: 'summary', textContent: operation.summary}));
+  const item = element(
+    'li',
+    {},
+    element(
+      'div',
+      {className: 'step-head'},
+      element('strong', {textContent: `${index + 1}. ${step.name}`}),
+      button('Move up', '↑', (label) => actions.move(-1, label), index === 0),
+      button('Move down', '↓', (label) => actions.move(1, label), index + 1 === count),
+      button('Remove', '×', (label) => actions.remove(label)),
+    ),
+    element('p', {className: 'summary', textContent: operation.summary}),
+  );
   item.dataset.step = step.name;
   operation.parameters.forEach((parameter, i) => {
     const id = `step-${index}-${i}`;
     const changed = (value, dragging) => actions.change(parameter.name, value, dragging);
     const value = step.values[parameter.name] ?? '';
-    const row = element('div', {className: 'control'}, element('label', {htmlFor: id, textContent: parameter.name}));
+    const row = element(
+      'div',
+      {className: 'control'},
+      element('label', {htmlFor: id, textContent: parameter.name}),
+    );
     if (['integer', 'number', 'extent'].includes(parameter.type)) {
       row.append(...numberControl(parameter, value, changed, id));
     } else {

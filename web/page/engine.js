@@ -1,32 +1,42 @@
 // The worker as the page sees it: requests that answer once, old ones dropped.
 
-/** Where the worker's text comes from: its file, or what stands in the page itself. */
-function makeWorker() {
-  const inPage = document.getElementById('worker-text');
-  const loader = document.getElementById('loader-text');
-  if (!inPage) {
-    const base = new URL('.', document.baseURI).href;
-    const text = `importScripts(${JSON.stringify(base + 'qel.js')});`;
-    return fetch('worker.js').then((r) => r.text()).then((worker) =>
-      fetch('qel.wasm').then((r) => r.arrayBuffer()).then((wasm) => ({text: text + plain(worker), wasm})));
-  }
-  const wasm = Uint8Array.from(atob(document.getElementById('wasm-text').textContent), (c) => c.charCodeAt(0));
-  return Promise.resolve({text: loader.textContent + '\n' + plain(inPage.textContent), wasm: wasm.buffer});
+/** What a worker is made of: {url, wasm}, from files, or from what stands in the page itself. */
+async function workerParts() {
+  const inPage = (id) => document.getElementById(id)?.textContent;
+  const worker = inPage('worker-text') ?? (await (await fetched('worker.js')).text());
+  const loader =
+    inPage('loader-text') ??
+    `importScripts(${JSON.stringify(new URL('qel.js', document.baseURI).href)});`;
+  const wasm =
+    inPage('wasm-text') === undefined
+      ? await (await fetched('qel.wasm')).arrayBuffer()
+      : Uint8Array.from(atob(inPage('wasm-text')), (c) => c.charCodeAt(0)).buffer;
+  // The worker begins with the first message, which brings the module.
+  const text = `self.onmessage = ({data}) => { self.wasmBinary = data; begin(); };
+function begin() {
+${loader}
+${worker.replace(/^export /gm, '')}
+}`;
+  return {url: URL.createObjectURL(new Blob([text], {type: 'text/javascript'})), wasm};
 }
-const plain = (text) => text.replace(/^export /gm, '');
+
+async function fetched(name) {
+  const response = await fetch(name);
+  if (!response.ok) throw new Error(`${name} cannot be loaded (${response.status})`);
+  return response;
+}
 
 export class Engine {
   #worker = null;
-  #source = null;
+  #parts = null;
   #next = 1;
   #waiting = new Map();
-  #sent = new Map();  // the pictures that the worker has, by name; the source has none
+  #sent = new Map(); // the pictures that the worker has, by name; the source has none
 
-  async #send(message) {
-    this.#source ??= makeWorker();
-    const {text, wasm} = await this.#source;
+  async #send({onStep, ...message}) {
+    this.#parts ??= workerParts();
+    const {url, wasm} = await this.#parts;
     if (!this.#worker) {
-      const url = URL.createObjectURL(new Blob(['self.wasmBinary = null; self.onmessage = ({data}) => { self.wasmBinary = data; begin(); };\nfunction begin() {\n' + text + '\n}'], {type: 'text/javascript'}));
       this.#worker = new Worker(url);
       this.#worker.postMessage(wasm);
       this.#worker.onmessage = ({data}) => this.#answer(data);
@@ -34,8 +44,7 @@ export class Engine {
     }
     return new Promise((resolve) => {
       const id = this.#next++;
-      this.#waiting.set(id, {resolve, onStep: message.onStep});
-      delete message.onStep;
+      this.#waiting.set(id, {resolve, onStep});
       this.#worker.postMessage({...message, id});
     });
   }
@@ -61,12 +70,15 @@ export class Engine {
     this.#waiting.clear();
   }
 
+  /** The table of operations; throws when the module does not start. */
   async table() {
-    return JSON.parse(await this.#send({table: true}));
+    const answer = await this.#send({table: true});
+    if (answer.error) throw new Error(answer.error);
+    return JSON.parse(answer);
   }
 
-  /** Runs steps on a picture, with second pictures by name: {picture} or {error}, with notes and milliseconds.
-      Pictures that the worker has are not sent again. */
+  /** Runs steps on a picture, with second pictures by name: {picture} or {error}, with notes and
+      milliseconds. Pictures that the worker has are not sent again. */
   async run(picture, steps, seconds, onStep) {
     const isNew = (name, sent) => {
       const before = this.#sent.get(name);

@@ -9,44 +9,65 @@ export function draw(canvas, {width, height, rgba}) {
 }
 
 export class View {
-  #stage; #before; #after; #line; #divider; #zoomText;
+  #stage;
+  #before;
+  #after;
+  #line;
+  #divider;
+  #zoomText;
   #shownBefore = null;
-  #scale = 1; #x = 0; #y = 0; #fitted = true; #size = {width: 1, height: 1}; #placed = '';
+  #scale = 1;
+  #x = 0;
+  #y = 0;
+  #fitted = true;
+  #size = {width: 1, height: 1};
+  #placed = '';
 
   constructor(root) {
     const get = (id) => root.getElementById(id);
-    this.#stage = get('stage'); this.#before = get('before'); this.#after = get('after');
-    this.#line = get('divider-line'); this.#divider = get('divider'); this.#zoomText = get('zoom');
+    this.#stage = get('stage');
+    this.#before = get('before');
+    this.#after = get('after');
+    this.#line = get('divider-line');
+    this.#divider = get('divider');
+    this.#zoomText = get('zoom');
     this.#divider.addEventListener('input', () => this.#place());
     get('zoom-in').onclick = () => this.zoom(2);
     get('zoom-out').onclick = () => this.zoom(0.5);
     get('fit').onclick = () => this.fit();
     get('pixels').onclick = () => this.zoom(1 / this.#scale);
-    this.#stage.addEventListener('wheel', (event) => {
-      event.preventDefault();
-      const box = this.#stage.getBoundingClientRect();
-      // A notch of a wheel, or a little of what two fingers do on a pad.
-      const moved = event.deltaY * (event.deltaMode === WheelEvent.DOM_DELTA_LINE ? 20 : 1);
-      this.zoom(2 ** (-moved / 300), event.clientX - box.left, event.clientY - box.top);
-    }, {passive: false});
+    this.#stage.addEventListener(
+      'wheel',
+      (event) => {
+        event.preventDefault();
+        const box = this.#stage.getBoundingClientRect();
+        // A notch of a wheel, or a little of what two fingers do on a pad.
+        const moved = event.deltaY * (event.deltaMode === WheelEvent.DOM_DELTA_LINE ? 20 : 1);
+        this.zoom(2 ** (-moved / 300), event.clientX - box.left, event.clientY - box.top);
+      },
+      {passive: false},
+    );
     this.#stage.addEventListener('keydown', (event) => this.#key(event));
     this.#follow();
-    new ResizeObserver(() => this.#fitted ? this.fit() : this.#place()).observe(this.#stage);
+    new ResizeObserver(() => (this.#fitted ? this.fit() : this.#place())).observe(this.#stage);
   }
 
-  /** Shows pictures; `scale` is how much of full size they are, so that zoom stays what it says. */
+  /** Shows pictures, which share their middle; zoom stays, or fits what is shown. */
   show(before, after) {
     if (before !== this.#shownBefore) draw(this.#before, before);
     this.#shownBefore = before;
     draw(this.#after, after);
-    const size = {width: Math.max(before.width, after.width), height: Math.max(before.height, after.height)};
+    const size = {
+      width: Math.max(before.width, after.width),
+      height: Math.max(before.height, after.height),
+    };
     const sizes = `${size.width} ${size.height} ${after.width} ${after.height}`;
     if (sizes === this.#placed) return;
     this.#placed = sizes;
     this.#size = size;
-    if (this.#fitted) this.fit(); else this.#place();
+    if (this.#fitted) this.fit();
+    else this.#place();
   }
-
 
   fit() {
     const {clientWidth, clientHeight} = this.#stage;
@@ -60,22 +81,25 @@ export class View {
 
   zoom(factor, x = this.#stage.clientWidth / 2, y = this.#stage.clientHeight / 2) {
     const scale = Math.min(64, Math.max(0.02, this.#scale * factor));
-    this.#x = x - (x - this.#x) * scale / this.#scale;
-    this.#y = y - (y - this.#y) * scale / this.#scale;
+    this.#x = x - ((x - this.#x) * scale) / this.#scale;
+    this.#y = y - ((y - this.#y) * scale) / this.#scale;
     this.#scale = scale;
     this.#fitted = false;
     this.#place();
   }
 
   #place() {
-    const at = this.#stage.clientWidth * this.#divider.value / 100;
+    const at = (this.#stage.clientWidth * this.#divider.value) / 100;
     for (const canvas of [this.#before, this.#after]) {
       // Pictures of different sizes share their middle.
-      const x = this.#x + (this.#size.width - canvas.width) / 2 * this.#scale;
-      const y = this.#y + (this.#size.height - canvas.height) / 2 * this.#scale;
+      const x = this.#x + ((this.#size.width - canvas.width) / 2) * this.#scale;
+      const y = this.#y + ((this.#size.height - canvas.height) / 2) * this.#scale;
       canvas.style.transform = `translate(${x}px, ${y}px) scale(${this.#scale})`;
-      const column = (at - x) / this.#scale;  // of the divider, in pixels of the picture
-      canvas.style.clipPath = canvas === this.#before ? `inset(0 ${canvas.width - column}px 0 0)` : `inset(0 0 0 ${column}px)`;
+      const column = (at - x) / this.#scale; // of the divider, in pixels of the picture
+      canvas.style.clipPath =
+        canvas === this.#before
+          ? `inset(0 ${canvas.width - column}px 0 0)`
+          : `inset(0 0 0 ${column}px)`;
     }
     this.#line.style.left = `${at}px`;
     this.#stage.classList.toggle('sharp', this.#scale >= 2);
@@ -114,7 +138,7 @@ export class View {
       if (!last) return;
       if (divides) {
         const box = this.#stage.getBoundingClientRect();
-        this.#divider.value = 100 * (event.clientX - box.left) / box.width;
+        this.#divider.value = (100 * (event.clientX - box.left)) / box.width;
         this.#place();
       } else if (held.size === 2) {
         const [other] = [...held].filter(([id]) => id !== event.pointerId).map(([, e]) => e);
