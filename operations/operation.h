@@ -101,7 +101,6 @@ struct Border {
   int columns = 0;
 
   bool IsWholePicture() const { return rows == kAll; }
-  bool NeedsWholeRows() const { return columns == kAll; }
 };
 
 /// The memory that an operation touches round the pixels of a picture or of its result.

@@ -41,8 +41,6 @@ class ByteSource {
   bool IsMemory() const { return descriptor_ < 0; }
   /// False for a pipe whose end has not been met.
   bool KnowsSize() const { return known_size_; }
-  /// Whether the whole file is in memory.
-  bool InMemory() const { return known_size_ && held_ == size_; }
 
  private:
   [[noreturn]] void FailReading(int error) const;

@@ -150,11 +150,6 @@ struct EncodedPicture {
 EncodedPicture EncodePicture(const std::string& name, const PictureView& picture,
                              const Metadata& metadata, const WriteOptions& options = {});
 
-/// Encodes a picture and writes it to `path`, whole or not at all (see `AtomicFile`).
-/// Returns the notes. Throws `PictureError`.
-std::vector<std::string> WritePicture(const std::string& path, const PictureView& picture,
-                                      const Metadata& metadata, const WriteOptions& options = {});
-
 /// What a format is called.
 std::string_view NameOf(Format format);
 

@@ -1,7 +1,6 @@
 #include "cli/session/session.h"
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <string>
 
@@ -14,6 +13,14 @@ namespace qel::cli {
 namespace {
 
 namespace fs = std::filesystem;
+
+host::ModuleLibrary LoadModule(const std::string& path) {
+  try {
+    return host::ModuleLibrary(path);
+  } catch (const host::ModuleError& error) {
+    throw Failure(kModuleFault, "{}", error.what());
+  }
+}
 
 }  // namespace
 
@@ -40,18 +47,6 @@ void FindFormatPlugins() {
   }
 }
 
-namespace {
-
-host::ModuleLibrary LoadModule(const std::string& path) {
-  try {
-    return host::ModuleLibrary(path);
-  } catch (const host::ModuleError& error) {
-    throw Failure(kModuleFault, "{}", error.what());
-  }
-}
-
-}  // namespace
-
 std::vector<Step> ReadSteps(const std::vector<std::string>& words) {
   return ParseSteps(words, &ReadTextFile);
 }
@@ -76,9 +71,7 @@ const void* Session::module_function() const {
 SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
                                        SmartPtr<host::HostImage> picture,
                                        operations::PictureSource& pictures,
-                                       std::vector<std::string>& notes,
-                                       std::span<double> seconds) const {
-  using Clock = std::chrono::steady_clock;
+                                       std::vector<std::string>& notes) const {
   std::optional<operations::RandomNumbers> random_numbers;
   if (std::ranges::any_of(steps, [](const Step& step) { return step.operation->random; })) {
     random_numbers.emplace();
@@ -86,14 +79,10 @@ SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
   auto result = SmartPtr<IQEL>::Retain(picture.Get());
   picture.Reset();
   operations::Transparency transparency = operations::TransparencyOf(*result.Get());
-  for (size_t i = 0; i < steps.size(); ++i) {
-    const Clock::time_point start = Clock::now();
-    result = engine_->RunStep(steps[i], std::move(result), pictures, notes);
-    if (!seconds.empty()) {
-      seconds[i] += std::chrono::duration<double>(Clock::now() - start).count();
-    }
+  for (const Step& step : steps) {
+    result = engine_->RunStep(step, std::move(result), pictures, notes);
     const operations::Transparency after = operations::TransparencyOf(*result.Get());
-    std::string note = operations::TransparencyNote(*steps[i].operation, transparency, after);
+    std::string note = operations::TransparencyNote(*step.operation, transparency, after);
     if (!note.empty()) notes.push_back(std::move(note));
     transparency = after;
   }

@@ -2,7 +2,6 @@
 #define QEL_CLI_SESSION_SESSION_H_
 
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -33,12 +32,11 @@ class Session {
   explicit Session(const std::string& path = {}, const pictures::Limits& limits = {});
 
   /// Runs the steps one after the other on `picture` and returns the final one; `notes` gets what
-  /// they have to say, and what they did to the picture's transparency. `seconds`, of the size of
-  /// `steps`, gets the time of each added. Throws as `operations::Engine::Run`.
+  /// they have to say, and what they did to the picture's transparency. Throws as
+  /// `operations::Engine::Run`.
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
                                 operations::PictureSource& pictures,
-                                std::vector<std::string>& notes,
-                                std::span<double> seconds = {}) const;
+                                std::vector<std::string>& notes) const;
   /// The same for callers who do not care for notes.
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
                                 operations::PictureSource& pictures) const {

@@ -154,14 +154,5 @@ TEST_F(AtomicFileTest, FailuresLeaveTheOldFile) {
   ExpectNothingHappened();
 }
 
-TEST_F(AtomicFileTest, PicturesThatCannotBeEncodedLeaveTheOldFile) {
-  const std::string path = folder_ / "picture.pgm";
-  fs::rename(old_, path);
-  old_ = path;
-  EXPECT_EQ(KindOf([&] { pictures::WritePicture(path, Slope(3, 3, 24).View(), {}); }),
-            Kind::kDoesNotFit);
-  ExpectNothingHappened();
-}
-
 }  // namespace
 }  // namespace qel::test
