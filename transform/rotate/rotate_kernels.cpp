@@ -228,15 +228,20 @@ uint64_t FractionPlaces(int32_t* places, const float* positions, size_t count) {
   return beyond_half;
 }
 
-template <size_t kTaps>
-void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
+/// Writes the weights of entry_of(0), entry_of(1), ... and tells whether none of them begins with
+/// 0.
+template <size_t kTaps, typename EntryOf>
+QEL_SIMD_INLINE bool SpreadEntries(float* weights, const EntryOf& entry_of, uint64_t all_mirrored,
+                                   size_t count) {
   const I32 lane_bits = LanesFrom<I32>([](size_t lane) { return 1 << lane; });
+  Mask<F32> empty = Zero<F32>() != Zero<F32>();
   for (size_t i = 0; i < RoundUp(count); i += I32::kLanes) {
     I32 taps[kTaps / 4][4];
     for (size_t k = 0; k < kTaps / 4; ++k) {
-      LoadWordColumns(taps[k], [&](size_t point) { return entries.of[i + point] + 4 * k; });
+      LoadWordColumns(taps[k], [&](size_t point) { return entry_of(i + point) + 4 * k; });
     }
-    const auto bits = static_cast<int32_t>(entries.mirrored >> i & 0xFFFF);
+    empty = empty | (BitCast<F32>(taps[0][0]) == Zero<F32>());
+    const auto bits = static_cast<int32_t>(all_mirrored >> i & 0xFFFF);
     const Mask<I32> mirrored = (lane_bits & Set<I32>(bits)) != Zero<I32>();
     float* const first = weights + WeightPlace(i, kTaps);
     for (size_t tap = 0; tap < kTaps; ++tap) {
@@ -245,6 +250,21 @@ void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
       StoreU(weight, first + tap * kWeightGroup);
     }
   }
+  return AllFalse(empty);
+}
+
+template <size_t kTaps>
+void SpreadWeights(float* weights, const WeightEntries& entries, size_t count) {
+  SpreadEntries<kTaps>(
+      weights, [&](size_t point) { return entries.of[point]; }, entries.mirrored, count);
+}
+
+template <size_t kTaps>
+bool RecallWeights(float* weights, const float* memory, const int32_t* places, uint64_t mirrored,
+                   size_t count) {
+  return SpreadEntries<kTaps>(
+      weights, [=](size_t point) { return memory + places[point] * kEntryStride<kTaps>; }, mirrored,
+      count);
 }
 
 /// The sums of a vector of pixels, one vector per channel.
@@ -400,6 +420,8 @@ constinit const RotateKernels kRotateKernels = {
     .fraction_places = &FractionPlaces,
     .spread4 = &SpreadWeights<4>,
     .spread12 = &SpreadWeights<12>,
+    .recall4 = &RecallWeights<4>,
+    .recall12 = &RecallWeights<12>,
     .blend4 = {&Blend<1, 4>, &Blend<3, 4>, &Blend<4, 4>},
     .blend12 = {&Blend<1, 12>, &Blend<3, 12>, &Blend<4, 12>},
     .mix4 = &Mix4,

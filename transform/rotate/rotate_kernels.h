@@ -51,6 +51,11 @@ inline constexpr int kFractionBits = 17;
 inline constexpr float kFirstPlaced = 1 << (23 - kFractionBits);
 inline constexpr size_t kFractionPlaces = (size_t{1} << (kFractionBits - 1)) + 1;
 
+/// Floats from one entry of remembered weights to the next: twelve taps get a line of the cache to
+/// themselves.
+template <size_t kTaps>
+inline constexpr ptrdiff_t kEntryStride = kTaps == 12 ? 16 : kTaps;
+
 /// Where the weights of each point are.
 struct WeightEntries {
   const float* of[kSampleChunk];
@@ -102,6 +107,12 @@ struct RotateKernels {
   /// Writes the weights of four or twelve taps.
   void (*spread4)(float* weights, const WeightEntries& entries, size_t count);
   void (*spread12)(float* weights, const WeightEntries& entries, size_t count);
+  /// The same from entries at places of `memory`, from -1 on. False when one of them begins with 0:
+  /// it is not remembered yet.
+  bool (*recall4)(float* weights, const float* memory, const int32_t* places, uint64_t mirrored,
+                  size_t count);
+  bool (*recall12)(float* weights, const float* memory, const int32_t* places, uint64_t mirrored,
+                   size_t count);
 
   /// Sums of weighted taps for 1, 3 or 4 bytes per pixel. Pixels of 3 bytes, and of 1 byte when
   /// there are twelve taps, are read with four bytes behind the last tap of each row. Alpha is 0

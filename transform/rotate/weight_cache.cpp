@@ -2,14 +2,12 @@
 
 #include <algorithm>
 
-#include "simd/prefetch.h"
-
 namespace qel {
 
 void WeightCache::Reserve() {
   // Memory of zeros costs nothing before it is used. Without it, nothing is remembered.
   memory_.reset(static_cast<float*>(
-      std::calloc(kFractionPlaces * static_cast<size_t>(Stride()), sizeof(float))));
+      std::calloc((1 + kFractionPlaces) * static_cast<size_t>(Stride()), sizeof(float))));
 }
 
 void WeightCache::Compute(Missing& missing) const {
@@ -45,17 +43,14 @@ void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
     std::fill_n(places, count, -1);
   } else {
     entries.mirrored = kernels.fraction_places(places, positions, count);
-    // Entries lie all over the memory; all of a chunk are on their way at the same time.
-    for (size_t i = 0; i < count; ++i) {
-      PrefetchLine(
-          reinterpret_cast<const uint8_t*>(memory_.get() + std::max(places[i], 0) * Stride()));
-    }
+    const auto recall = taps == 4 ? kernels.recall4 : kernels.recall12;
+    if (recall(weights, Entries(), places, entries.mirrored, count)) return;
   }
   float computed[kSampleChunk * kMaxTaps];
   Missing missing;
   for (size_t i = 0; i < count; ++i) {
     const bool remembers = places[i] >= 0;
-    float* const entry = remembers ? memory_.get() + places[i] * Stride() : computed + i * taps;
+    float* const entry = remembers ? Entries() + places[i] * Stride() : computed + i * taps;
     entries.of[i] = entry;
     if (remembers && entry[0] != 0.0f) continue;
     missing.positions[missing.count] = positions[i];

@@ -33,8 +33,11 @@ class WeightCache {
     void operator()(float* memory) const { std::free(memory); }
   };
 
-  /// Floats from entry to entry: twelve taps get a line of the cache to themselves.
-  ptrdiff_t Stride() const { return taps_.count == kTaps12.count ? 16 : taps_.count; }
+  ptrdiff_t Stride() const {
+    return taps_.count == kTaps12.count ? kEntryStride<12> : kEntryStride<4>;
+  }
+  /// The entry at place 0. The one before it, of positions without a place, stays empty.
+  float* Entries() const { return memory_.get() + Stride(); }
   /// The positions of a chunk whose weights are not remembered yet, and where these belong.
   struct Missing {
     size_t count = 0;
