@@ -112,6 +112,8 @@ std::string_view StepFor(std::string_view word) {
 std::string_view MeantStep(std::string_view operation, std::string_view argument) {
   const bool is_size = argument == "width" || argument == "height" || argument == "size";
   if (operation == "scale" && is_size) return "resize width=50%; scale multiplies colour values";
+  const bool has_ground = operation == "pad" || operation == "flatten" || operation == "turn";
+  if (has_ground && BritishSpelling(argument) == "colour") return "background=white";
   return {};
 }
 

@@ -17,8 +17,8 @@ std::string BritishSpelling(std::string_view word);
 /// for words that are not known.
 std::string_view StepFor(std::string_view word);
 
-/// A word that means something else here than with other tools, and what to write for that; empty
-/// for all others.
+/// What to write in place of an argument that an operation does not have and people expect of it, as
+/// "resize width=50%" for the width of scale; empty for all others.
 std::string_view MeantStep(std::string_view operation, std::string_view argument);
 
 }  // namespace qel::operations

@@ -18,7 +18,9 @@ def without_modules(text):
 
 
 def bundle(folder):
-    read = lambda name: (folder / name).read_text(encoding='utf-8')
+    def read(name):
+        return (folder / name).read_text(encoding='utf-8')
+
     wasm = base64.b64encode((folder / 'qel.wasm').read_bytes()).decode('ascii')
     page = read('index.html')
     parts = {

@@ -119,6 +119,7 @@ TEST_F(ToolRuns, SaysWhatIsWrongAndWhatWouldBeRight) {
   ExpectEach("", cases);
   ExpectEach("run scene.png -o out.png ",
              {{"scale width=50%", kUsage, "resize width=50%"},
+              {"pad border=4 color=red", kUsage, "write background=white"},
               {"thumbnail", kUsage, "resize width=200 height=200"},
               {"brightness", kUsage, "light brightness=30"},
               {"resize", kUsage, "give width=, height= or both"},
