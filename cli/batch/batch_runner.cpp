@@ -226,7 +226,7 @@ void Runner::Leave() {
   batch_.progress.End(totals, true);
   PrintMessage("interrupted with {} of {} files finished", totals.Finished(), totals.files);
   try {
-    if (batch_.manifest != nullptr) batch_.manifest->Finish();
+    if (batch_.manifest != nullptr) batch_.manifest->FinishInterrupted();
   } catch (const std::exception& error) {
     PrintMessage(MessageOf(error));
   }

@@ -9,7 +9,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "cli/operations.h"
 #include "cli/session/sha256.h"
@@ -164,11 +167,41 @@ void Manifest::RecordFailed(size_t index, const BatchItem& item, const std::stri
 
 void Manifest::Finish() {
   const std::lock_guard lock(mutex_);
+  Replace({});
+}
+
+void Manifest::FinishInterrupted() {
+  const std::lock_guard lock(mutex_);
+  Replace(EarlierLinesOfOthers());
+}
+
+std::vector<std::string> Manifest::EarlierLinesOfOthers() const {
+  if (earlier_.empty()) return {};
+  const auto names_of = [](const std::string& line) {
+    auto texts = ReadJsonTexts(line);
+    return std::pair(std::move(texts["input"]), std::move(texts["output"]));
+  };
+  std::set<std::pair<std::string, std::string>> with_line;
+  for (const Line& line : lines_) {
+    if (line.length > 0) with_line.insert(names_of(Read(line)));
+  }
+  std::map<uint64_t, std::string> others;
+  for (const auto& [key, line] : earlier_) {
+    std::string text = Read(line);
+    if (!text.empty() && !with_line.contains(names_of(text))) others[line.offset] = std::move(text);
+  }
+  std::vector<std::string> texts;
+  for (auto& [offset, text] : others) texts.push_back(std::move(text));
+  return texts;
+}
+
+void Manifest::Replace(std::span<const std::string> more_lines) {
   // Opened for writing it was at the start.
   pictures::AtomicFile file(path_, pictures::Replace::kAny);
   for (const Line& line : lines_) {
     if (line.length > 0) file.Write(BytesOf(Read(line)));
   }
+  for (const std::string& line : more_lines) file.Write(BytesOf(line));
   file.Commit();
 }
 

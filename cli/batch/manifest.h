@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -48,6 +49,9 @@ class Manifest {
   /// Writes the lines in the order of the items, whole or not at all; earlier lines of other items
   /// are dropped. Throws `pictures::PictureError`.
   void Finish();
+  /// The same of a run that has not come to all items: those that have no line keep the earlier
+  /// ones, so that the next run knows of them.
+  void FinishInterrupted();
 
  private:
   struct Line {
@@ -68,6 +72,9 @@ class Manifest {
   /// Adds a line, and makes it that of an item. False when it found no room: the item has none.
   bool Append(const std::string& text, std::optional<size_t> index);
   std::string Read(const Line& line) const;
+  /// The earlier lines of items that have none in this run, in their order.
+  std::vector<std::string> EarlierLinesOfOthers() const;
+  void Replace(std::span<const std::string> more_lines);
 
   const std::string path_;
   const std::string recipe_;

@@ -186,20 +186,24 @@ TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
   // The second input is a pipe to which nobody writes: one thread waits for it for ever.
   for (const std::string signal : {"INT", "TERM", "HUP"}) {
     SCOPED_TRACE(signal);
+    Shell("rm -f in/* out/* events");
     MakeInputs(5);
     const std::string words = "'in/*.pgm' -o 'out/{stem}.pgm' --jobs 2 negative --json m.json ";
-    const std::string script =
-        "rm -f out/* in/1001.pgm; mkfifo in/1001.pgm; set -m; "
-        // Also where the tests themselves run with interrupts ignored.
-        "env --default-signal=INT --default-signal=HUP " +
-        Tool() + " run " + words +
-        "& for i in $(seq 1000); do [ -e out/1004.pgm ] && break; "
-        "sleep 0.01; done; kill -" +
-        signal + " $!; wait $!";
-    WriteFile(folder_ / "script", script);
-    const Outcome outcome = Shell("bash script");
-    EXPECT_EQ(outcome.exit_code, kInterrupted) << outcome.errors;
-    EXPECT_NE(outcome.errors.find("qel: interrupted with "), std::string::npos) << outcome.errors;
+    const auto interrupt = [&](const std::string& pipes, const std::string& more_words,
+                               const std::string& condition) {
+      const std::string script = "rm -f " + pipes + "; mkfifo " + pipes +
+                                 "; set -m; "
+                                 // Also where the tests themselves run with interrupts ignored.
+                                 "env --default-signal=INT --default-signal=HUP " +
+                                 Tool() + " run " + words + more_words +
+                                 "& for i in $(seq 1000); do " + condition +
+                                 " && break; sleep 0.01; done; kill -" + signal + " $!; wait $!";
+      WriteFile(folder_ / "script", script);
+      const Outcome outcome = Shell("bash script");
+      EXPECT_EQ(outcome.exit_code, kInterrupted) << outcome.errors;
+      EXPECT_NE(outcome.errors.find("qel: interrupted with "), std::string::npos) << outcome.errors;
+    };
+    interrupt("in/1001.pgm", "", "[ -e out/1004.pgm ]");
     const std::map<std::string, std::string> expected = {{"1000.pgm", Gray(255)},
                                                          {"1002.pgm", Gray(253)},
                                                          {"1003.pgm", Gray(252)},
@@ -214,6 +218,12 @@ TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
     EXPECT_EQ(resumed.exit_code, kDone);
     EXPECT_EQ(Count(resumed.errors, "skipped\", "), 4u) << resumed.errors;
     EXPECT_EQ(ReadFile(folder_ / "out/1001.pgm"), Gray(254));
+    // A resumed run that comes to nothing forgets nothing.
+    interrupt("in/1000.pgm in/1001.pgm", "--resume --progress=json --progress-fd 3 3>events",
+              "grep -q start events");
+    std::string all;
+    for (int i = 0; i < 5; ++i) all += Line(i, "negative");
+    EXPECT_EQ(ReadFile(folder_ / "m.json"), all);
   }
 }
 
