@@ -120,7 +120,6 @@ void Runner::CloseOutput(const pictures::AtomicFile& file) {
 void Runner::Make(size_t index, std::atomic<double>& share, ItemResult& result) {
   const BatchItem& item = batch_.items[index];
   const JobTools& tools = batch_.tools;
-  pictures::CheckReplaceable(item.output, batch_.replace);
   PictureTimes times;
   times.steps.resize(tools.forecaster.steps.size());
   pictures::ByteSource file(item.input, tools.reading.limits);
@@ -133,6 +132,7 @@ void Runner::Make(size_t index, std::atomic<double>& share, ItemResult& result) 
       return;
     }
   }
+  pictures::CheckReplaceable(item.output, batch_.replace);
   PictureJob job(tools, item, file, ThreadsFor(index));
   times.megapixels = 1e-6 * job.source().width * job.source().height;
   for (const std::string& note : SurprisesOf(tools.forecaster.steps, job.source())) {
@@ -226,7 +226,7 @@ void Runner::Leave() {
   batch_.progress.End(totals, true);
   PrintMessage("interrupted with {} of {} files finished", totals.Finished(), totals.files);
   try {
-    if (batch_.manifest != nullptr) batch_.manifest->FinishInterrupted();
+    if (batch_.manifest != nullptr) batch_.manifest->Finish(true);
   } catch (const std::exception& error) {
     PrintMessage(MessageOf(error));
   }
@@ -265,7 +265,7 @@ ExitCode Runner::Run(int jobs, const Interruption& interruption) {
   }
   workers.clear();
   batch_.progress.End(totals_, false);
-  if (batch_.manifest != nullptr) batch_.manifest->Finish();
+  if (batch_.manifest != nullptr) batch_.manifest->Finish(false);
   if (totals_.failed > 0 && totals_.files > 1) {
     PrintMessage(fmt::format("{} of {} files failed", totals_.failed, totals_.files), Tone::kAlarm);
   }

@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -163,45 +162,45 @@ void Manifest::RecordDone(size_t index, const BatchItem& item, const std::string
 
 void Manifest::RecordFailed(size_t index, const BatchItem& item, const std::string& reason) {
   Append(Describe(item, recipe_, "failed").Text("error", reason).Line(), index);
-}
-
-void Manifest::Finish() {
   const std::lock_guard lock(mutex_);
-  Replace({});
+  any_failed_ = true;
 }
 
-void Manifest::FinishInterrupted() {
-  const std::lock_guard lock(mutex_);
-  Replace(EarlierLinesOfOthers());
-}
-
-std::vector<std::string> Manifest::EarlierLinesOfOthers() const {
+std::vector<std::string> Manifest::EarlierLines(bool of_others) const {
   if (earlier_.empty()) return {};
-  const auto names_of = [](const std::string& line) {
-    auto texts = ReadJsonTexts(line);
-    return std::pair(std::move(texts["input"]), std::move(texts["output"]));
+  using Names = std::pair<std::string, std::string>;
+  const auto names_of = [](std::map<std::string, std::string> texts) {
+    return Names(std::move(texts["input"]), std::move(texts["output"]));
   };
-  std::set<std::pair<std::string, std::string>> with_line;
+  std::map<Names, bool> failed;
   for (const Line& line : lines_) {
-    if (line.length > 0) with_line.insert(names_of(Read(line)));
+    if (line.length == 0) continue;
+    auto texts = ReadJsonTexts(Read(line));
+    const bool has_failed = texts["status"] == "failed";
+    failed[names_of(std::move(texts))] = has_failed;
   }
-  std::map<uint64_t, std::string> others;
+  std::map<uint64_t, std::string> kept;
   for (const auto& [key, line] : earlier_) {
     std::string text = Read(line);
-    if (!text.empty() && !with_line.contains(names_of(text))) others[line.offset] = std::move(text);
+    if (text.empty()) continue;
+    const auto item = failed.find(names_of(ReadJsonTexts(text)));
+    if (item == failed.end() ? of_others : item->second) kept[line.offset] = std::move(text);
   }
   std::vector<std::string> texts;
-  for (auto& [offset, text] : others) texts.push_back(std::move(text));
+  for (auto& [offset, text] : kept) texts.push_back(std::move(text));
   return texts;
 }
 
-void Manifest::Replace(std::span<const std::string> more_lines) {
+void Manifest::Finish(bool interrupted) {
+  const std::lock_guard lock(mutex_);
   // Opened for writing it was at the start.
   pictures::AtomicFile file(path_, pictures::Replace::kAny);
   for (const Line& line : lines_) {
     if (line.length > 0) file.Write(BytesOf(Read(line)));
   }
-  for (const std::string& line : more_lines) file.Write(BytesOf(line));
+  if (interrupted || any_failed_) {
+    for (const std::string& line : EarlierLines(interrupted)) file.Write(BytesOf(line));
+  }
   file.Commit();
 }
 

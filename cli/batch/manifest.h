@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -46,12 +45,11 @@ class Manifest {
   /// Replaces the line of an item. A line that finds no room is missing: `Finish` has none either.
   void RecordFailed(size_t index, const BatchItem& item, const std::string& reason);
 
-  /// Writes the lines in the order of the items, whole or not at all; earlier lines of other items
-  /// are dropped. Throws `pictures::PictureError`.
-  void Finish();
-  /// The same of a run that has not come to all items: those that have no line keep the earlier
-  /// ones, so that the next run knows of them.
-  void FinishInterrupted();
+  /// Writes the lines in the order of the items, whole or not at all. Earlier lines of items that
+  /// failed are kept behind them: what was made of those is not to be made again in place. So are
+  /// those of items without a line where a run was `interrupted`; otherwise they are dropped.
+  /// Throws `pictures::PictureError`.
+  void Finish(bool interrupted);
 
  private:
   struct Line {
@@ -72,9 +70,9 @@ class Manifest {
   /// Adds a line, and makes it that of an item. False when it found no room: the item has none.
   bool Append(const std::string& text, std::optional<size_t> index);
   std::string Read(const Line& line) const;
-  /// The earlier lines of items that have none in this run, in their order.
-  std::vector<std::string> EarlierLinesOfOthers() const;
-  void Replace(std::span<const std::string> more_lines);
+  /// Earlier lines, in their order: of items that failed in this run and, if `of_others`, of those
+  /// that have no line in it.
+  std::vector<std::string> EarlierLines(bool of_others) const;
 
   const std::string path_;
   const std::string recipe_;
@@ -84,6 +82,7 @@ class Manifest {
   std::unordered_map<std::string, Line> earlier_;
   std::mutex mutex_;
   std::vector<Line> lines_;  ///< by item
+  bool any_failed_ = false;
 };
 
 }  // namespace qel::cli

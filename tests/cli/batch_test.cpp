@@ -165,6 +165,11 @@ TEST_F(Bulk, ResumesWhereBothFilesAndStepsAreAsTheyWere) {
   expected["1002.pgm"] = Gray(255 - 99);
   EXPECT_EQ(Files("out"), expected);
   EXPECT_EQ(Count(ReadFile(folder_ / "m.json"), "\n"), 8u);
+  // What cannot be read for a while stays done.
+  WriteFile(folder_ / Name(3), "broken");
+  EXPECT_EQ(skipped(Run(words + "--resume")), 7u);
+  WriteFile(folder_ / Name(3), Gray(3));
+  EXPECT_EQ(skipped(Run(words + "--resume")), 8u);
   // Other steps are other work.
   EXPECT_EQ(skipped(Run(words + "'light brightness=1' --resume")), 0u);
   EXPECT_EQ(skipped(Run(words + "--quality 50 --resume")), 0u);
