@@ -8,7 +8,9 @@
 #include "color/color_transform.h"
 #include "color/tone_kernels.h"
 #include "component/result_image.h"
+#include "image/memory_reach.h"
 #include "image/numeric.h"
+#include "image/write_rows.h"
 
 namespace qel {
 namespace {
@@ -149,9 +151,14 @@ void WriteGray(const ImageView& source, const ImageView& dest) {
                             : source.bit_count == 32 ? kernels.mean4
                                                      : nullptr;
   if (row_function == nullptr) return;
-  for (int64_t y = 0; y < source.Rows(); ++y) {
-    row_function(dest.Row(y), source.Row(y), static_cast<size_t>(source.Columns()));
-  }
+  const int64_t pixel_bytes = source.bit_count / 8;
+  const int64_t row_bytes = source.Columns() * pixel_bytes;
+  const MemoryReach read(source.bits, source.stride, row_bytes, source.Rows());
+  const bool apart = !read.Meets({dest.bits, dest.stride, row_bytes, source.Rows()});
+  WriteRows(dest.bits, dest.stride, pixel_bytes, source.Columns(), source.Rows(), apart,
+            [&](uint8_t* to, int64_t y, int64_t x, size_t count) {
+              row_function(to, source.Row(y) + x * pixel_bytes, count);
+            });
 }
 
 }  // namespace

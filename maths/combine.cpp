@@ -55,9 +55,9 @@ void AddPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b, int64_t v
               const Adder& add) {
   const ArithmeticKernels& kernels =
       KernelsFor(ActiveArithmeticKernels(), ArithmeticOneByOne(), dest, {a, b}, values, rows);
-  for (int64_t y = 0; y < rows; ++y) {
-    add(kernels, dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(values));
-  }
+  WriteRows(dest, {a, b}, values, rows, [&](uint8_t* to, int64_t y, int64_t x, size_t count) {
+    add(kernels, to, a.At(x, y), b.At(x, y), count);
+  });
 }
 
 /// How `Subtract` treats a bit count and its flags.
@@ -81,13 +81,14 @@ struct Difference {
 
 uint64_t SubtractPlane(const RowWalk& dest, const RowWalk& a, const RowWalk& b,
                        const Difference& difference, const ImageShape& area) {
-  const int64_t units = area.Columns() * (difference.bytes == 3 ? 3 : 1);
+  const size_t units = difference.bytes == 3 ? 3 : 1;  // of a pixel
   const auto row = difference.Row(KernelsFor(ActiveArithmeticKernels(), ArithmeticOneByOne(), dest,
                                              {a, b}, area.Columns(), area.Rows()));
   uint64_t tally = 0;
-  for (int64_t y = 0; y < area.Rows(); ++y) {
-    tally += row(dest.Row(y), a.Row(y), b.Row(y), static_cast<size_t>(units), difference.alpha);
-  }
+  WriteRows(dest, {a, b}, area.Columns(), area.Rows(),
+            [&](uint8_t* to, int64_t y, int64_t x, size_t count) {
+              tally += row(to, a.At(x, y), b.At(x, y), count * units, difference.alpha);
+            });
   return tally;
 }
 

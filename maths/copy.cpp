@@ -30,9 +30,11 @@ struct Paste {
 void ConvertRows(const Paste& paste, ConversionKernels::CopyRow ConversionKernels::*row) {
   const CpuLevel level = LevelFor(paste.dest, {paste.source}, paste.columns, paste.rows);
   const auto convert = ConversionKernelsFor(level).*row;
-  for (int64_t y = 0; y < paste.rows; ++y) {
-    convert(paste.dest.Row(y), paste.source.Row(y), static_cast<size_t>(paste.columns));
-  }
+  const bool keeps = row == &ConversionKernels::fill_zeros;
+  WriteRows(paste.dest, {paste.source, keeps ? paste.dest : RowWalk()}, paste.columns, paste.rows,
+            [&](uint8_t* to, int64_t y, int64_t x, size_t count) {
+              convert(to, paste.source.At(x, y), count);
+            });
 }
 
 /// Replaces zero bytes of the destination, each byte for itself.

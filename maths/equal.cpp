@@ -37,9 +37,11 @@ void FillRows(const RowWalk& dest, const ImageShape& shape, Unit unit, int value
   const ConversionKernels& kernels = ConversionKernelsFor(kActiveCpuLevel);
   const int64_t row_bytes = shape.Columns() * dest.pixel_bytes;
   const bool ahead = row_bytes * shape.Rows() > kNearCaches;
-  for (int64_t y = 0; y < shape.Rows(); ++y) {
-    kernels.fill(dest.Row(y), static_cast<size_t>(row_bytes), pattern, ahead);
-  }
+  const auto pixel_bytes = static_cast<size_t>(dest.pixel_bytes);
+  WriteRows(dest, {}, shape.Columns(), shape.Rows(),
+            [&](uint8_t* to, int64_t, int64_t, size_t count) {
+              kernels.fill(to, count * pixel_bytes, pattern, ahead);
+            });
 }
 
 void FillSelected(const RowWalk& dest, const ImageView& mask, const ImageShape& shape, int value) {

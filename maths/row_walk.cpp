@@ -1,5 +1,7 @@
 #include "maths/row_walk.h"
 
+#include <algorithm>
+
 #include "image/memory_reach.h"
 
 namespace qel {
@@ -23,6 +25,14 @@ bool MayGoByVectors(const RowWalk& dest, std::initializer_list<RowWalk> sources,
     if (ReachOf(source, columns, rows).Meets(written)) return false;
   }
   return true;
+}
+
+bool IsApart(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
+             int64_t rows) {
+  const MemoryReach written = ReachOf(dest, columns, rows);
+  return std::ranges::none_of(sources, [&](const RowWalk& source) {
+    return source.bits != nullptr && ReachOf(source, columns, rows).Meets(written);
+  });
 }
 
 CpuLevel LevelFor(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,

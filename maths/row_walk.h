@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "image/write_rows.h"
 #include "simd/cpu_level.h"
 
 namespace qel {
@@ -20,6 +21,7 @@ struct RowWalk {
   int64_t pixel_bytes = 1;  ///< bytes from pixel to pixel
 
   uint8_t* Row(int64_t y) const { return bits + y * step; }
+  uint8_t* At(int64_t x, int64_t y) const { return Row(y) + x * pixel_bytes; }
 };
 
 /// False when memory that is written holds pixels still to be read at another place of the walk:
@@ -33,6 +35,19 @@ template <typename Kernels>
 const Kernels& KernelsFor(const Kernels& active, const Kernels& one_by_one, const RowWalk& dest,
                           std::initializer_list<RowWalk> sources, int64_t columns, int64_t rows) {
   return MayGoByVectors(dest, sources, columns, rows) ? active : one_by_one;
+}
+
+/// True when memory that is written holds nothing that is read.
+bool IsApart(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
+             int64_t rows);
+
+/// Has make(to, y, first, count) write all pixels of `dest` from those of `read`, which name it too
+/// if some of its bytes stay as they are.
+template <typename Make>
+void WriteRows(const RowWalk& dest, std::initializer_list<RowWalk> read, int64_t columns,
+               int64_t rows, const Make& make) {
+  WriteRows(dest.bits, dest.step, dest.pixel_bytes, columns, rows,
+            IsApart(dest, read, columns, rows), make);
 }
 
 /// The level whose conversions walk from `sources` to `dest`: the active one, or else the lowest,

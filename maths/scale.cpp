@@ -131,14 +131,17 @@ struct Rows {
     const Kernels& kernels = unbounded ? ScaleOneByOne()
                                        : KernelsFor(ActiveScaleKernels(), ScaleOneByOne(), dest,
                                                     {source, mask}, columns, rows);
-    const auto count = static_cast<size_t>(columns * conversion.units);
-    for (int64_t y = 0; y < rows; ++y) {
-      if (mask.bits != nullptr) {
-        kernels.map_bytes_where(dest.Row(y), source.Row(y), mask.Row(y), count, map);
-      } else {
-        (kernels.*conversion.row)(dest.Row(y), source.Row(y), count, map);
-      }
-    }
+    const auto units = static_cast<size_t>(conversion.units);
+    const bool keeps =
+        mask.bits != nullptr || conversion.one_pixel || conversion.row == &Kernels::words_to_4;
+    WriteRows(dest, {source, keeps ? dest : RowWalk()}, columns, rows,
+              [&](uint8_t* to, int64_t y, int64_t x, size_t count) {
+                if (mask.bits != nullptr) {
+                  kernels.map_bytes_where(to, source.At(x, y), mask.At(x, y), count, map);
+                } else {
+                  (kernels.*conversion.row)(to, source.At(x, y), count * units, map);
+                }
+              });
   }
 };
 
@@ -225,14 +228,14 @@ result_t CQELMaths::Scale8(IQELImage* dest, IQEL* source, int offset, double fac
     const RowWalk bytes = {to.bits, to.stride};
     const Kernels& kernels = KernelsFor(ActiveScaleKernels(), ScaleOneByOne(), bytes, {words},
                                         shape.Columns(), shape.Rows());
-    const auto columns = static_cast<size_t>(shape.Columns());
-    for (int64_t y = 0; y < shape.Rows(); ++y) {
-      if (single) {
-        kernels.scale8_single(bytes.Row(y), words.Row(y), columns, *single, offset);
-      } else {
-        kernels.scale8(bytes.Row(y), words.Row(y), columns, factor, offset);
-      }
-    }
+    WriteRows(bytes, {words}, shape.Columns(), shape.Rows(),
+              [&](uint8_t* row, int64_t y, int64_t x, size_t count) {
+                if (single) {
+                  kernels.scale8_single(row, words.At(x, y), count, *single, offset);
+                } else {
+                  kernels.scale8(row, words.At(x, y), count, factor, offset);
+                }
+              });
   }
   return kOk;
 }

@@ -63,6 +63,18 @@ TEST_F(MathsReadings, EqualBytesOfManyIntegers) {
   }
 }
 
+// Rows that go past the caches in several parts, unless some of their bytes stay.
+TEST_F(MathsReadings, EqualLongRows) {
+  Rng rng(5);
+  const Raster gray = RandomRaster(rng, 4101, 3, 8), color = RandomRaster(rng, 4101, 3, 24);
+  const Raster other = RandomRaster(rng, 4101, 3, 24);
+  ExpectSame({gray, color}, CallOn("10-", "Copy", 0, 0));
+  ExpectSame({color, other}, CallOn("101", "Copy", 0, 0));
+  ExpectSame({color, other, gray}, CallOn("201", "Add", 3.0f));
+  ExpectSame({color, other, color}, CallOn("201", "Subtract", 1));
+  ExpectSame({color}, CallOn("0-", "Equal", 0x11223344));
+}
+
 // The lowest level goes one pixel after the other; vectors must not read what is not yet written.
 TEST_P(Maths, GoesPixelByPixelWhereImagesShareMemory) {
   IQELMaths& plain = *ModuleUnderTest::ForLevel(CpuLevel::kSse2).maths;

@@ -2,11 +2,15 @@
 
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
+#include "simd/stream.h"
 
 // Part of every module under test, beside its entry points.
 
-namespace qel::test {
+namespace qel {
+namespace test {
 namespace {
+
+int64_t least_streamed_bytes = 32 << 20;
 
 bool Rotate(RotateMethod method, const ImageView& from, const ImageView& to, int angle,
             int interpolation) {
@@ -78,7 +82,11 @@ bool Run(std::string_view operation, size_t method, const operations::MethodArgu
 }
 
 }  // namespace
-}  // namespace qel::test
+}  // namespace test
+
+int64_t LeastStreamedBytes() { return test::least_streamed_bytes; }
+
+}  // namespace qel
 
 extern "C" __attribute__((visibility("default"))) const qel::test::ForcedPlans QelForcedPlans;
-const qel::test::ForcedPlans QelForcedPlans = {&qel::test::Run};
+const qel::test::ForcedPlans QelForcedPlans = {&qel::test::Run, &qel::test::least_streamed_bytes};

@@ -21,6 +21,8 @@ struct ForcedPlans {
   bool (*run)(std::string_view operation, size_t method,
               const operations::MethodArguments& arguments, const ImageView& source,
               const ImageView& dest);
+  /// What `LeastStreamedBytes` gives, for small results to go past the caches as well.
+  int64_t* least_streamed_bytes;
 };
 
 inline constexpr char kForcedPlansSymbol[] = "QelForcedPlans";

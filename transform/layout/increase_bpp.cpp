@@ -2,6 +2,8 @@
 #include <cstring>
 
 #include "component/result_image.h"
+#include "image/memory_reach.h"
+#include "image/write_rows.h"
 #include "transform/image_transform.h"
 #include "transform/layout/depth_kernels.h"
 
@@ -67,14 +69,21 @@ void ConvertPixels(const ImageView& source, const ImageView& dest, const SourceP
   const auto widen = !from_index ? kernels.color_to_32
                      : to_32     ? kernels.gray_to_32
                                  : kernels.gray_to_24;
-  const auto columns = static_cast<size_t>(source.Columns());
-  for (int64_t y = 0; y < source.Rows(); ++y) {
-    if (from_index && !palette.Empty()) {
-      ExpandRow(dest.Row(y), source.Row(y), columns, to_32 ? 4 : 3, palette);
-    } else {
-      widen(dest.Row(y), source.Row(y), columns);
-    }
-  }
+  const int64_t from_bytes = from_index ? 1 : 3;
+  const int to_bytes = to_32 ? 4 : 3;
+  const MemoryReach read(source.bits, source.stride, source.Columns() * from_bytes, source.Rows());
+  const MemoryReach written(dest.bits, dest.stride, source.Columns() * to_bytes, source.Rows());
+  // Entries beyond a palette leave the fourth byte as it is.
+  const bool apart = !read.Meets(written) && (palette.Empty() || !to_32);
+  WriteRows(dest.bits, dest.stride, to_bytes, source.Columns(), source.Rows(), apart,
+            [&](uint8_t* to, int64_t y, int64_t x, size_t count) {
+              const uint8_t* const from = source.Row(y) + x * from_bytes;
+              if (from_index && !palette.Empty()) {
+                ExpandRow(to, from, count, to_bytes, palette);
+              } else {
+                widen(to, from, count);
+              }
+            });
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "component/result_image.h"
 #include "image/pixel_layout.h"
 #include "simd/prefetch.h"
+#include "simd/stream.h"
 #include "transform/image_transform.h"
 #include "transform/layout/orientation_kernels.h"
 
@@ -21,9 +22,6 @@ ReverseRow ReverseFor(int pixel_bytes) {
          : pixel_bytes == 4 ? kernels.reverse4
                             : nullptr;
 }
-
-/// Results above this leave the caches of most processors before anybody reads them.
-constexpr int64_t kMostCachedBytes = 32 << 20;
 
 /// A plane that whole pixels are moved in.
 struct PixelPlane {
@@ -128,18 +126,19 @@ result_t CQELImageTransform::Flip(IQEL* source, IQEL** result) {
   if (view.bits != nullptr && flipped.bits != nullptr) {
     const int64_t bytes =
         std::min(std::abs(int64_t{view.stride}), std::abs(int64_t{flipped.stride}));
-    const bool streams = bytes * view.Rows() > kMostCachedBytes;
+    const bool streams = bytes * view.Rows() >= LeastStreamedBytes();
     // In the order of the source, whose rows the processor foresees then. It does not foresee rows
     // that are written from the last to the first.
     for (int64_t y = 0; y < view.Rows(); ++y) {
       uint8_t* const to = flipped.Row(view.Rows() - 1 - y);
       if (streams) {
-        ActiveOrientationKernels().stream(to, view.Row(y), static_cast<size_t>(bytes));
+        StreamBytes(to, view.Row(y), static_cast<size_t>(bytes));
       } else {
         if (y + 1 < view.Rows()) PrefetchRun<1>(to - flipped.stride, bytes);
         std::memcpy(to, view.Row(y), static_cast<size_t>(bytes));
       }
     }
+    if (streams) FinishStream();
   }
   return StoreIfWanted(output, result);
 }

@@ -180,22 +180,6 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
   }
 }
 
-void StreamBytes(uint8_t* dest, const uint8_t* source, size_t count) {
-  const size_t misaligned = reinterpret_cast<uintptr_t>(dest) % kVectorBytes;
-  const size_t to_vector = (kVectorBytes - misaligned) % kVectorBytes;
-  const size_t before = to_vector < count ? to_vector : count;
-  __builtin_memcpy(dest, source, before);
-  size_t i = before;
-  // Whole lines of the cache leave the processor at once.
-  for (; i + 4 * kVectorBytes <= count; i += 4 * kVectorBytes) {
-    U8 v[4];
-    for (size_t k = 0; k < 4; ++k) v[k] = LoadU<U8>(source + i + k * kVectorBytes);
-    for (size_t k = 0; k < 4; ++k) Stream(v[k], dest + i + k * kVectorBytes);
-  }
-  __builtin_memcpy(dest + i, source + i, count - i);
-  FinishStream();
-}
-
 template <int kBytes>
 void ReversePixels(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t count) {
   for (; kBytes == 1 && count >= 8; count -= 8, dest += 8) {
@@ -344,7 +328,6 @@ void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
 
 extern const OrientationKernels kOrientationKernels;
 constinit const OrientationKernels kOrientationKernels = {
-    .stream = &StreamBytes,
     .reverse1 = &ReverseRow<1>,
     .reverse3 = &ReverseRow<3>,
     .reverse4 = &ReverseRow<4>,

@@ -11,8 +11,6 @@ namespace qel {
 /// Row and plane functions that move whole pixels of 1, 3 or 4 bytes. Source and destination never
 /// overlap, and nothing beyond the counted pixels is touched.
 struct OrientationKernels {
-  /// Copies bytes past the caches.
-  void (*stream)(uint8_t* dest, const uint8_t* source, size_t count);
   /// dest[x] = source[count - 1 - x].
   void (*reverse1)(uint8_t* dest, const uint8_t* source, size_t count);
   void (*reverse3)(uint8_t* dest, const uint8_t* source, size_t count);
