@@ -139,11 +139,17 @@ QEL_SIMD_INLINE void WeighBytePairs(uint8_t* dest, const uint8_t* const* rows,
 template <bool kInSingle>
 void BytePairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
                   const Division& division, size_t count) {
-  size_t k = 0;
-  for (; k + 2 * kVectorBytes <= count; k += 2 * kVectorBytes) {
-    WeighBytePairs<kInSingle, 2>(dest, rows, weights, division, k, count);
+  // What is done for each pair of weights is done for all of these.
+  constexpr size_t kSideBySide = 4, kBytes = kSideBySide * kVectorBytes;
+  if (count >= kBytes) {
+    for (size_t k = 0; k < count; k += kBytes) {
+      // The last ones overlap those before them.
+      const size_t at = Smaller(k, count - kBytes);
+      WeighBytePairs<kInSingle, kSideBySide>(dest, rows, weights, division, at, count);
+    }
+    return;
   }
-  for (; k < count; k += kVectorBytes) {
+  for (size_t k = 0; k < count; k += kVectorBytes) {
     WeighBytePairs<kInSingle, 1>(dest, rows, weights, division, k, count);
   }
 }
