@@ -33,7 +33,9 @@ CallArguments::CallArguments(const FunctionCall& call, bool exchanged)
   for (size_t i = 0; i < operation_.parameters.size(); ++i) {
     const Parameter& parameter = operation_.parameters[i];
     const py::handle value = call.values[i];
-    if (!value.is_none() && !SetByMap(parameter, value)) Set(parameter, value);
+    const bool is_given =
+        !value.is_none() || (parameter.kind == Kind::kPicture && parameter.required());
+    if (is_given && !SetByMap(parameter, value)) Set(parameter, value);
   }
   arguments_.Complete();
 }
@@ -42,11 +44,16 @@ void CallArguments::Refuse(std::string_view argument, const std::string& message
   RefuseArgument(operation_.name, argument, message);
 }
 
+std::string CallArguments::TextFor(std::string_view name, py::handle value) const {
+  return TextOf(value, operation_.name, operations::PythonName(name),
+                operations::DescribeValues(*operation_.Find(name)));
+}
+
 void CallArguments::SetColor(std::string_view name, py::handle value) {
   double color = 0;
-  if (py::isinstance<py::str>(value)) {
+  if (PyUnicode_Check(value.ptr())) {
     Arguments parsed(operation_);
-    parsed.Set(name, value.cast<std::string>());
+    parsed.Set(name, TextFor(name, value));
     color = parsed.Number(name);
   } else {
     std::array<int, 3> channels{-1, -1, -1};
@@ -67,7 +74,7 @@ void CallArguments::SetColor(std::string_view name, py::handle value) {
 
 /// Colors with alpha, or by name; composed steps get their pixels in order and need no exchange.
 void CallArguments::SetPaint(std::string_view name, py::handle value) {
-  if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, value.cast<std::string>());
+  if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, TextFor(name, value));
   std::vector<int> channels;
   try {
     channels = value.cast<std::vector<int>>();
@@ -90,7 +97,7 @@ void CallArguments::SetPaint(std::string_view name, py::handle value) {
 
 /// Numbers of any nesting as text; rows become rows.
 void CallArguments::SetNumbers(std::string_view name, py::handle value) {
-  if (py::isinstance<py::str>(value)) return arguments_.Set(name, value.cast<std::string>());
+  if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, TextFor(name, value));
   const auto given = py::array::ensure(value);
   if (!given || std::string_view("iufb").find(given.dtype().kind()) == std::string_view::npos) {
     Refuse(name, "takes numbers, not " + ReprOf(value));
@@ -127,7 +134,7 @@ void CallArguments::Set(const Parameter& parameter, py::handle value) {
     case Kind::kExtent:
     case Kind::kFlag:
     case Kind::kChoice: {
-      if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, value.cast<std::string>());
+      if (PyUnicode_Check(value.ptr())) return arguments_.Set(name, TextFor(name, value));
       const double number = PyFloat_AsDouble(value.ptr());
       if (number == -1 && PyErr_Occurred()) {
         PyErr_Clear();
@@ -150,11 +157,7 @@ void CallArguments::Set(const Parameter& parameter, py::handle value) {
       }
       [[fallthrough]];
     case Kind::kText:
-      if (!PyUnicode_Check(value.ptr())) {
-        Refuse(operations::PythonName(name),
-               "takes " + operations::DescribeValues(parameter) + ", not " + ReprOf(value));
-      }
-      return arguments_.Set(name, value.cast<std::string>());
+      return arguments_.Set(name, TextFor(name, value));
     case Kind::kPicture:
       return SetPicture(parameter, value);
   }

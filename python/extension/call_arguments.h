@@ -33,6 +33,7 @@ class CallArguments {
 
  private:
   [[noreturn]] void Refuse(std::string_view argument, const std::string& message) const;
+  std::string TextFor(std::string_view name, pybind11::handle value) const;
   void Set(const operations::Parameter& parameter, pybind11::handle value);
   void SetColor(std::string_view name, pybind11::handle value);
   void SetPaint(std::string_view name, pybind11::handle value);

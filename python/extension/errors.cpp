@@ -23,9 +23,15 @@ Classes& KnownClasses() {
   return classes;
 }
 
+/// A message, in which bytes of file names that are not UTF-8 stand as Python has them in names.
+py::object MessageFrom(std::string_view text) {
+  return py::reinterpret_steal<py::object>(
+      PyUnicode_DecodeFSDefaultAndSize(text.data(), static_cast<Py_ssize_t>(text.size())));
+}
+
 [[noreturn]] void Raise(PyObject* type, const std::string& message, std::string_view operation,
                         std::string_view argument, py::object code) {
-  const py::object error = py::reinterpret_borrow<py::object>(type)(message);
+  const py::object error = py::reinterpret_borrow<py::object>(type)(MessageFrom(message));
   const auto text = [](std::string_view name) -> py::object {
     if (name.empty()) return py::none();
     return py::str(name.data(), name.size());
@@ -38,7 +44,8 @@ Classes& KnownClasses() {
 }
 
 void Warn(PyObject* category, const std::string& message) {
-  if (PyErr_WarnEx(category, message.c_str(), 2) < 0) throw py::error_already_set();
+  const py::object text = MessageFrom(message);
+  if (PyErr_WarnFormat(category, 2, "%U", text.ptr()) < 0) throw py::error_already_set();
 }
 
 }  // namespace
@@ -69,7 +76,7 @@ void TranslateErrors(std::string_view operation) {
     Raise(known.memory_error, std::string(operation) + ": there is not enough memory", operation,
           {}, py::none());
   } catch (const std::exception& error) {
-    PyErr_SetString(PyExc_RuntimeError, error.what());
+    PyErr_SetObject(PyExc_RuntimeError, MessageFrom(error.what()).ptr());
     throw py::error_already_set();
   }
 }
@@ -80,7 +87,26 @@ void RefuseArgument(std::string_view operation, std::string_view argument,
                               operation, argument);
 }
 
-std::string ReprOf(py::handle object) { return py::repr(object).cast<std::string>(); }
+std::string ReprOf(py::handle object) {
+  constexpr Py_ssize_t kLongest = 80;
+  const auto text = py::reinterpret_steal<py::object>(PyObject_ASCII(object.ptr()));
+  if (!text) {
+    PyErr_Clear();  // numbers of thousands of digits, and classes that cannot be written
+    return "an object of " + std::string(Py_TYPE(object.ptr())->tp_name);
+  }
+  const std::string repr = text.cast<std::string>();
+  return repr.size() <= kLongest ? repr : repr.substr(0, kLongest - 3) + "...";
+}
+
+std::string TextOf(py::handle object, std::string_view operation, std::string_view argument,
+                   std::string_view wanted) {
+  Py_ssize_t size = 0;
+  const char* const text =
+      PyUnicode_Check(object.ptr()) ? PyUnicode_AsUTF8AndSize(object.ptr(), &size) : nullptr;
+  if (text != nullptr) return {text, static_cast<size_t>(size)};
+  PyErr_Clear();
+  RefuseArgument(operation, argument, "takes " + std::string(wanted) + ", not " + ReprOf(object));
+}
 
 void WarnOfCopy(std::string_view operation, const std::string& what) {
   Warn(KnownClasses().copy_warning, std::string(operation) + ": " + what);

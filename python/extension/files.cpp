@@ -57,13 +57,15 @@ py::array ImRead(const std::string& path, py::handle order) {
   }
 }
 
-py::array ImDecode(const py::buffer& data, py::handle order) {
+py::array ImDecode(py::handle data, py::handle order) {
   try {
     const bool rgb = IsRgb("imdecode", order);
-    const py::buffer_info info = data.request();
-    if (info.ndim != 1 || info.itemsize != 1 || (info.size > 1 && info.strides[0] != 1)) {
-      RefuseArgument("imdecode", "data", "must be the bytes of a picture file");
-    }
+    const auto refuse = [&] {
+      RefuseArgument("imdecode", "data", "takes the bytes of a picture file, not " + ReprOf(data));
+    };
+    if (PyObject_CheckBuffer(data.ptr()) == 0) refuse();
+    const py::buffer_info info = py::reinterpret_borrow<py::buffer>(data).request();
+    if (info.ndim != 1 || info.itemsize != 1 || (info.size > 1 && info.strides[0] != 1)) refuse();
     return Decode({static_cast<const uint8_t*>(info.ptr), static_cast<size_t>(info.size)}, "data",
                   rgb);
   } catch (...) {
@@ -72,21 +74,28 @@ py::array ImDecode(const py::buffer& data, py::handle order) {
   }
 }
 
+/// None of None. Throws `operations::StepError` for other things than whole numbers from 1 to 100.
+std::optional<int> QualityOf(std::string_view function, py::handle quality) {
+  if (quality.is_none()) return {};
+  const bool is_whole = PyIndex_Check(quality.ptr()) != 0;
+  const Py_ssize_t number = is_whole ? PyNumber_AsSsize_t(quality.ptr(), nullptr) : 0;
+  PyErr_Clear();  // arrays look like whole numbers until they are asked
+  if (number < 1 || number > 100) {
+    RefuseArgument(function, "quality",
+                   "takes a whole number from 1 to 100, not " + ReprOf(quality));
+  }
+  return static_cast<int>(number);
+}
+
 /// Notes are told before anything is written: as errors, they leave no file.
 std::vector<uint8_t> Encode(std::string_view function, const std::string& name, py::handle image,
-                            py::handle order, std::optional<int> quality) {
+                            py::handle order, py::handle quality) {
   const bool rgb = IsRgb(function, order);
   PixelArray pixels = ReadArray(image, function, "image");
   pictures::WriteOptions options;
-  if (quality) {
-    if (*quality < 0 || *quality > 100) {
-      RefuseArgument(function, "quality",
-                     "is a number from 0 to 100, not " + std::to_string(*quality));
-    }
-    options.jpeg_quality = std::max(1, *quality);
-    options.webp_quality = *quality;
-  }
-  options.webp_lossless = !quality || *quality == 100;
+  const std::optional<int> amount = QualityOf(function, quality);
+  if (amount) options.jpeg_quality = options.webp_quality = *amount;
+  options.webp_lossless = !amount || *amount == 100;
   const bool swaps = rgb && pixels.channels > 1;
   if (!pixels.rows || swaps) pixels = CopyOf(pixels);
   pictures::EncodedPicture encoded;
@@ -101,8 +110,7 @@ std::vector<uint8_t> Encode(std::string_view function, const std::string& name, 
   return std::move(encoded.file);
 }
 
-void ImWrite(const std::string& path, py::handle image, py::handle order,
-             std::optional<int> quality) {
+void ImWrite(const std::string& path, py::handle image, py::handle order, py::handle quality) {
   try {
     const std::vector<uint8_t> file = Encode("imwrite", path, image, order, quality);
     const py::gil_scoped_release unlocked;
@@ -113,11 +121,11 @@ void ImWrite(const std::string& path, py::handle image, py::handle order,
   }
 }
 
-py::bytes ImEncode(const std::string& extension, py::handle image, py::handle order,
-                   std::optional<int> quality) {
+py::bytes ImEncode(py::handle extension, py::handle image, py::handle order, py::handle quality) {
   try {
-    const std::vector<uint8_t> file =
-        Encode("imencode", "picture" + extension, image, order, quality);
+    const std::string name = TextOf(extension, "imencode", "extension", "text such as \".png\"");
+    const std::vector<uint8_t> file = Encode(
+        "imencode", "picture" + (name.starts_with('.') ? name : "." + name), image, order, quality);
     return {reinterpret_cast<const char*>(file.data()), file.size()};
   } catch (...) {
     TranslateErrors("imencode");

@@ -46,16 +46,21 @@ class ArrayMap final : public host::HostObject<ITransform> {
 /// Asks a function, until it raises.
 class FunctionMap final : public host::HostObject<ITransform> {
  public:
-  explicit FunctionMap(py::object function) : function_(std::move(function)) {}
+  FunctionMap(py::object function, std::string_view operation)
+      : function_(std::move(function)), operation_(operation) {}
 
   result_t TransformPoint(double* x, double* y, double* /*z*/) override {
     if (raised_) return kFail;
+    py::object place;
     try {
-      std::tie(*x, *y) = function_(*x, *y).cast<std::tuple<double, double>>();
+      place = function_(*x, *y);
+      std::tie(*x, *y) = place.cast<std::tuple<double, double>>();
     } catch (py::error_already_set& error) {
       raised_.emplace(error);
     } catch (const py::cast_error&) {
-      PyErr_SetString(PyExc_TypeError, "map must return two numbers, the x and y to read");
+      const std::string message =
+          operation_ + ": map returns two numbers, the x and y to use, not " + ReprOf(place);
+      PyErr_SetString(PyExc_TypeError, message.c_str());
       raised_.emplace(py::error_already_set());
     }
     return raised_ ? kFail : kOk;
@@ -66,6 +71,7 @@ class FunctionMap final : public host::HostObject<ITransform> {
 
  private:
   const py::object function_;
+  const std::string operation_;
   std::optional<py::error_already_set> raised_;
 };
 
@@ -78,8 +84,8 @@ void CallerMap::Check() const {
 CallerMap MakeCallerMap(py::handle object, std::string_view operation) {
   CallerMap map;
   if (PyCallable_Check(object.ptr()) != 0) {
-    map.transform =
-        SmartPtr<ITransform>::Adopt(new FunctionMap(py::reinterpret_borrow<py::object>(object)));
+    map.transform = SmartPtr<ITransform>::Adopt(
+        new FunctionMap(py::reinterpret_borrow<py::object>(object), operation));
     map.calls_python = true;
     return map;
   }
@@ -88,7 +94,10 @@ CallerMap MakeCallerMap(py::handle object, std::string_view operation) {
     PyErr_Clear();
     RefuseArgument(operation, "map",
                    "takes a function of x and y, or an array of shape (h, w, 2) with the x and y "
-                   "of every pixel");
+                   "of every pixel, not " +
+                       (positions && positions.ndim() > 0
+                            ? "one of shape " + py::str(positions.attr("shape")).cast<std::string>()
+                            : ReprOf(object)));
   }
   map.height = static_cast<int>(positions.shape(0));
   map.width = static_cast<int>(positions.shape(1));

@@ -25,7 +25,7 @@ def imread(path: str | os.PathLike[str], *, order: Order = "rgb") -> Image:
 
     Raises FileError for what cannot be read.
     """
-    return _qel.imread(os.fspath(path), order)
+    return _qel.imread(os.fsencode(path), order)
 
 
 def imdecode(data: bytes | bytearray | memoryview, *, order: Order = "rgb") -> Image:
@@ -48,13 +48,13 @@ def imwrite(
 
     Raises FileError when the file cannot be written or the format cannot hold the picture.
     """
-    _qel.imwrite(os.fspath(path), image, order, quality)
+    _qel.imwrite(os.fsencode(path), image, order, quality)
 
 
 def imencode(
     extension: str, image: Image, *, order: Order = "rgb", quality: int | None = None
 ) -> bytes:
-    """The bytes of the file that `imwrite` would write: `imencode(".png", image)`."""
+    """The bytes of the file that `imwrite` would write: `imencode("png", image)`."""
     return _qel.imencode(extension, image, order, quality)
 
 

@@ -136,8 +136,10 @@ def map_blocks(
     """
     if hasattr(array, "dask"):
         return _map_dask(function, array, arguments)
-    if min(block) < 1:
+    if np.shape(block) != (2,) or min(block) < 1:
         raise ArgumentError(f"block takes rows and columns of at least 1, not {block!r}")
+    if threads is not None and threads < 1:
+        raise ArgumentError(f"threads takes a number of at least 1, not {threads!r}")
     needs = _needs(function, array, arguments)
     out = arguments.pop("out", None)
     seconds, options = _apart(function, arguments)

@@ -36,6 +36,11 @@ GOOD = np.zeros((5, 6, 3), np.uint8)
     (lambda: qel.rotate(GOOD, angle=3, method="cubicle"), "method", "did you mean cubic"),
     (lambda: qel.filter(GOOD, kernel=[1, 2]), "kernel", "2 weights are no square"),
     (lambda: qel.filter(GOOD, kernel=["a"]), "kernel", "takes numbers"),
+    (lambda: qel.add(GOOD, None), "other", "is a NoneType; an array of pixels is needed"),
+    (lambda: qel.text(GOOD, text="\ud800"), "text", r"takes text, not '\\ud800'"),
+    (lambda: qel.transform(GOOD, map=GOOD), "map", r"not one of shape \(5, 6, 3\)"),
+    (lambda: qel.imencode(".jpg", GOOD, quality="high"), "quality", "from 1 to 100, not 'high'"),
+    (lambda: qel.imdecode("text"), "data", "the bytes of a picture file, not 'text'"),
     (lambda: qel.lut(GOOD, table=[1, 2]), "table", "256 whole numbers"),
     (lambda: qel.equal(GOOD, colour=(1, 2, 300)), "colour", r"\(red, green, blue\)"),
     (lambda: qel.set_image_alpha(GOOD, alpha=3), "image", "has 3 channels, it works on 4"),
@@ -65,14 +70,14 @@ def test_overlapping_out_is_refused_before_anything_is_written():
 def test_files_come_back_and_their_errors_are_os_errors(tmp_path):
     for channels in (1, 3, 4):
         for order in ("rgb", "bgr"):
-            qel.imwrite(tmp_path / "a.png", picture(channels)[:, ::-1], order=order)
-            back = qel.imread(tmp_path / "a.png", order=order)
+            qel.imwrite(tmp_path / "a\udcff.png", picture(channels)[:, ::-1], order=order)
+            back = qel.imread(tmp_path / "a\udcff.png", order=order)
             np.testing.assert_array_equal(back, picture(channels)[:, ::-1])
     data = qel.imencode(".png", picture(3))
     np.testing.assert_array_equal(qel.imdecode(memoryview(data)), picture(3))
     assert qel.show(picture(3))._repr_png_() == data
     assert qel.show(picture(3), picture(1))._repr_html_().count("<img") == 2
-    for call in (lambda: qel.imread(tmp_path / "none.png"), lambda: qel.imdecode(b"nothing"),
+    for call in (lambda: qel.imread(tmp_path / "no\udcffne.png"), lambda: qel.imdecode(b"nothing"),
                  lambda: qel.imwrite(tmp_path / "no" / "a.png", picture(3)),
                  lambda: qel.imwrite(tmp_path / "a.jpg", picture(4)[:, :0])):
         with pytest.raises((OSError, ValueError)) as caught:
