@@ -124,6 +124,136 @@ int ThreadsFor(const BandPlan& plan, const Passage& passage, int threads) {
   return threads;
 }
 
+/// A picture on its way through the steps, as far as memory goes. An image that is replaced leaves
+/// its memory for the next one.
+class Walk {
+ public:
+  Walk(const Forecaster& given, const BatchItem& item, const Shape& source,
+       const RowTraffic& reading, int threads)
+      : given_(given),
+        item_(item),
+        reading_(reading),
+        threads_(threads),
+        // The source is within the limits, or streams.
+        forecast_{BandPlan(given.steps, source, given.second), {}},
+        writing_(TrafficOfOutput()) {}
+
+  Forecast Run() {
+    for (const Stretch& stretch : plan().stretches()) {
+      forecast_.passages.push_back(Pass(stretch));
+    }
+    if (!forecast_.passages.back().to_file) {
+      TakeBytes(kept_ + held_ + writing_.held_bytes, [&](const std::string& what) {
+        throw PictureError(PictureError::Kind::kDoesNotFit, item_.output, "writing " + what);
+      });
+    }
+    return std::move(forecast_);
+  }
+
+ private:
+  const BandPlan& plan() const { return forecast_.plan; }
+  double most_bytes() const { return static_cast<double>(given_.limits.max_memory); }
+
+  RowTraffic TrafficOfOutput() const {
+    NoSink nowhere;
+    pictures::WriteOptions options = given_.writing;
+    options.threads = threads_;
+    const Shape& shape = plan().result();
+    const pictures::PictureView view{
+        .width = shape.width, .height = shape.height, .bit_count = shape.bits};
+    return RowTraffic::Of(*pictures::WriteByRows(nowhere, item_.output, view, {}, options));
+  }
+
+  /// Notes that so much memory is taken at a time; has `refuse` throw when that is too much.
+  template <typename Refuse>
+  void TakeBytes(double bytes, const Refuse& refuse) {
+    forecast_.peak_bytes = std::max(forecast_.peak_bytes, bytes);
+    if (bytes <= most_bytes()) return;
+    refuse(fmt::format("takes {} of memory, more than the limit of {}", Mebibytes(bytes),
+                       Mebibytes(most_bytes())));
+  }
+  void TakeBytesToRead(double bytes) {
+    TakeBytes(bytes, [&](const std::string& what) {
+      throw PictureError(PictureError::Kind::kTooLarge, item_.input, "reading " + what);
+    });
+  }
+
+  /// Throws for a picture that must be one image and has too many pixels for that.
+  void CheckSize(PictureError::Kind kind, const std::string& path, const Shape& shape) const {
+    if (given_.limits.AllowSize(shape.width, shape.height)) return;
+    throw PictureError(
+        kind, path,
+        fmt::format("{} pixels, which are needed at once here, are more than the limit of {}",
+                    shape.Size(), given_.limits.max_pixels));
+  }
+
+  Passage Pass(const Stretch& stretch) {
+    const bool first = forecast_.passages.empty();
+    const bool last = &stretch == &plan().stretches().back();
+    Passage passage{stretch};
+    passage.from_file = first && stretch.by_bands && reading_.streams && !stretch.looks_everywhere;
+    passage.to_file = last && stretch.by_bands && writing_.streams;
+    if (first && !passage.from_file) ReadWhole();
+    if (stretch.by_bands) PassByBands(passage, last);
+    if (!passage.by_bands) PassByStep(stretch);
+    return passage;
+  }
+
+  void ReadWhole() {
+    const Shape& source = plan().ShapeBefore(0);
+    CheckSize(PictureError::Kind::kTooLarge, item_.input, source);
+    held_ = ImageBytes(source);
+    TakeBytesToRead(held_ + reading_.held_bytes);
+  }
+
+  /// From an image to an image there is another way, which takes less memory.
+  void PassByBands(Passage& passage, bool last) {
+    const Shape& result = plan().ShapeBefore(passage.stretch.end);
+    passage.band_rows = given_.band_rows > 0 ? std::min(given_.band_rows, result.height)
+                                             : BandRowsFor(plan(), passage.stretch, threads_);
+    passage.threads = ThreadsFor(plan(), passage, threads_);
+    const double made = passage.to_file ? 0 : ImageBytes(result);
+    const double bytes = kept_ + held_ + made + BytesInFlight(plan(), passage, passage.threads) +
+                         (passage.from_file ? reading_.held_bytes : 0) +
+                         (passage.to_file ? writing_.held_bytes : 0);
+    passage.by_bands =
+        passage.from_file || passage.to_file || (threads_ > 1 && bytes <= most_bytes());
+    if (!passage.by_bands) return;
+    if (last && !passage.to_file) {
+      CheckSize(PictureError::Kind::kDoesNotFit, item_.output, result);
+    }
+    TakeBytesToRead(bytes);
+    kept_ = std::max(kept_, held_);
+    held_ = made;
+  }
+
+  void PassByStep(const Stretch& stretch) {
+    for (size_t i = stretch.begin; i < stretch.end; ++i) {
+      const Step& step = plan().steps()[i];
+      const Shape &before = plan().ShapeBefore(i), &after = plan().ShapeBefore(i + 1);
+      operations::ShapeAfter(step, before, given_.limits.max_pixels, given_.second);
+      const Reach reach = ReachOf(plan(), i);
+      held_ = std::max(held_, ImageBytes(before, reach));
+      if (!step.operation->in_place || after.bits != before.bits) {
+        kept_ = std::max(kept_, held_);
+        held_ = ImageBytes(after, reach);
+      }
+      TakeBytes(kept_ + held_, [&](const std::string& what) {
+        throw StepError(fmt::format("{}: {}", step.operation->name, what), step.operation->name);
+      });
+    }
+  }
+
+  const Forecaster& given_;
+  const BatchItem& item_;
+  const RowTraffic& reading_;
+  const int threads_;
+  Forecast forecast_;
+  const RowTraffic writing_;
+  double held_ = 0;  ///< bytes of the image that there is so far
+  double kept_ = 0;  ///< of the largest that was replaced
+};
+
 }  // namespace
 
 double ImageBytes(const Shape& shape, Reach reach) {
@@ -134,101 +264,9 @@ double ImageBytes(const Shape& shape, Reach reach) {
   return reach == Reach::kBeyond || all < kOwnPages ? all : rows;
 }
 
-/// Throws for a picture that must be one image and has too many pixels for that.
-void Forecaster::CheckSize(PictureError::Kind kind, const std::string& path,
-                           const Shape& shape) const {
-  if (limits.AllowSize(shape.width, shape.height)) return;
-  throw PictureError(
-      kind, path,
-      fmt::format("{} pixels, which are needed at once here, are more than the limit of {}",
-                  shape.Size(), limits.max_pixels));
-}
-
-/// An image that is replaced leaves its memory for the next one.
 Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTraffic& reading,
                         int threads) const {
-  // The source is within the limits, or streams.
-  Forecast forecast{BandPlan(steps, source, second), {}};
-  const BandPlan& plan = forecast.plan;
-  const auto reach = [&](double bytes, const auto& refuse) {
-    forecast.peak_bytes = std::max(forecast.peak_bytes, bytes);
-    if (bytes <= static_cast<double>(limits.max_memory)) return;
-    refuse(fmt::format("takes {} of memory, more than the limit of {}", Mebibytes(bytes),
-                       Mebibytes(static_cast<double>(limits.max_memory))));
-  };
-  const auto reach_reading = [&](double bytes) {
-    reach(bytes, [&](const std::string& what) {
-      throw PictureError(PictureError::Kind::kTooLarge, item.input, "reading " + what);
-    });
-  };
-  NoSink nowhere;
-  pictures::WriteOptions options = writing;
-  options.threads = threads;
-  const Shape& result = plan.result();
-  const RowTraffic target = RowTraffic::Of(*pictures::WriteByRows(
-      nowhere, item.output,
-      pictures::PictureView{
-          .width = result.width, .height = result.height, .bit_count = result.bits},
-      {}, options));
-
-  bool in_file = true;  // what there is so far
-  double held = 0;      // the image of it
-  double kept = 0;      // the largest that was replaced
-  for (const Stretch& stretch : plan.stretches()) {
-    const bool last = &stretch == &plan.stretches().back();
-    Passage passage{stretch};
-    passage.from_file = in_file && stretch.by_bands && reading.streams && !stretch.looks_everywhere;
-    passage.to_file = last && stretch.by_bands && target.streams;
-    if (in_file && !passage.from_file) {
-      CheckSize(PictureError::Kind::kTooLarge, item.input, source);
-      held = ImageBytes(plan.ShapeBefore(stretch.begin));
-      reach_reading(held + reading.held_bytes);
-    }
-    in_file = false;
-    double made = 0, bytes = 0;  // by bands
-    if (stretch.by_bands) {
-      const int height = plan.ShapeBefore(stretch.end).height;
-      passage.band_rows =
-          band_rows > 0 ? std::min(band_rows, height) : BandRowsFor(plan, stretch, threads);
-      passage.threads = ThreadsFor(plan, passage, threads);
-      made = passage.to_file ? 0 : ImageBytes(plan.ShapeBefore(stretch.end));
-      bytes = kept + held + made + BytesInFlight(plan, passage, passage.threads) +
-              (passage.from_file ? reading.held_bytes : 0) +
-              (passage.to_file ? target.held_bytes : 0);
-      // From an image to an image there is another way, which takes less memory.
-      const bool fits = bytes <= static_cast<double>(limits.max_memory);
-      passage.by_bands = passage.from_file || passage.to_file || (threads > 1 && fits);
-    }
-    if (passage.by_bands) {
-      if (last && !passage.to_file) {
-        CheckSize(PictureError::Kind::kDoesNotFit, item.output, result);
-      }
-      reach_reading(bytes);
-      kept = std::max(kept, held);
-      held = made;
-    }
-    for (size_t i = stretch.begin; i < stretch.end && !passage.by_bands; ++i) {
-      const Operation& operation = *steps[i].operation;
-      operations::ShapeAfter(steps[i], plan.ShapeBefore(i), limits.max_pixels, second);
-      held = std::max(held, ImageBytes(plan.ShapeBefore(i), ReachOf(plan, i)));
-      const bool changes =
-          operation.in_place && plan.ShapeBefore(i + 1).bits == plan.ShapeBefore(i).bits;
-      if (!changes) {
-        kept = std::max(kept, held);
-        held = ImageBytes(plan.ShapeBefore(i + 1), ReachOf(plan, i));
-      }
-      reach(kept + held, [&](const std::string& what) {
-        throw StepError(fmt::format("{}: {}", operation.name, what), operation.name);
-      });
-    }
-    forecast.passages.push_back(passage);
-  }
-  if (!forecast.passages.back().to_file) {
-    reach(kept + held + target.held_bytes, [&](const std::string& what) {
-      throw PictureError(PictureError::Kind::kDoesNotFit, item.output, "writing " + what);
-    });
-  }
-  return forecast;
+  return Walk(*this, item, source, reading, threads).Run();
 }
 
 double PeakBytes() {

@@ -63,10 +63,6 @@ struct Forecaster {
   /// result or writing takes too much memory (kDoesNotFit).
   Forecast Of(const BatchItem& item, const Shape& source, const RowTraffic& reading,
               int threads) const;
-
- private:
-  void CheckSize(pictures::PictureError::Kind kind, const std::string& path,
-                 const Shape& shape) const;
 };
 
 /// Bytes of memory that this process has had at a time at most.
