@@ -4,6 +4,7 @@
 #include "image/memory_reach.h"
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
+#include "simd/prefetch.h"
 #include "transform/image_transform.h"
 #include "transform/rotate/rotation_sampler.h"
 
@@ -141,6 +142,13 @@ void PastePixel(uint8_t* pixel, uint32_t sample, bool blends, bool with_alpha, u
   if (with_alpha) pixel[3] = AlphaOf(sample);
 }
 
+/// True when one of the samples has this color, whatever its alpha is.
+bool HasColor(const uint32_t* colors, int count, uint32_t color) {
+  bool any = false;
+  for (int i = 0; i < count; ++i) any |= (colors[i] & 0x00FFFFFFu) == color;
+  return any;
+}
+
 /// True when rows that are written hold pixels of the source.
 bool SharesMemory(const ImageView& source, const MemoryReach& written) {
   const int64_t bits =
@@ -171,8 +179,15 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
       [](int, int) -> uint8_t* { return nullptr; },
       [&](int j, int first, const uint32_t* colors, int count) {
         uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
+        // Reads all over the source keep the processor from foreseeing what is written.
+        if (j + 1 < rows) PrefetchRun<1>(pixels + target.stride, int64_t{count} * pixel_bytes);
         if (blends && with_alpha) {
           return ActiveRotateKernels().mix4(pixels, colors, static_cast<size_t>(count));
+        }
+        if (!blends && !HasColor(colors, count, key)) {
+          const auto store =
+              with_alpha ? ActiveRotateKernels().store4 : ActiveRotateKernels().store3;
+          return store(pixels, colors, static_cast<size_t>(count));
         }
         for (int i = 0; i < count; ++i) {
           PastePixel(pixels + int64_t{i} * pixel_bytes, colors[i], blends, with_alpha, key);
