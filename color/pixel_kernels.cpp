@@ -1,5 +1,6 @@
 #include "color/pixel_kernels.h"
 
+#include "color/line_walk.h"
 #include "image/curve_lookup.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
@@ -7,21 +8,12 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-/// Replaces each 4-byte pixel by what `change` makes of it.
-template <typename Change>
-void ForEachPixel(uint8_t* row, size_t pixels, Change&& change) {
-  for (size_t i = 0; i < pixels; ++i) {
-    uint32_t pixel;
-    __builtin_memcpy(&pixel, row + 4 * i, sizeof(pixel));
-    pixel = change(pixel);
-    __builtin_memcpy(row + 4 * i, &pixel, sizeof(pixel));
-  }
-}
 constexpr uint32_t kColor = 0x00FFFFFFu;
 
 void SetAlpha(uint8_t* row, size_t pixels, uint8_t alpha) {
-  const uint32_t top = uint32_t{alpha} << 24;
-  ForEachPixel(row, pixels, [=](uint32_t pixel) { return (pixel & kColor) | top; });
+  const U8 color = BitCast<U8>(Set<U32>(kColor)),
+           top = BitCast<U8>(Set<U32>(uint32_t{alpha} << 24));
+  ForEachLine(row, 4 * pixels, [=](U8 v) { return (v & color) | top; });
 }
 
 inline bool HasColor(const uint8_t* pixel, uint32_t key) {
@@ -36,9 +28,10 @@ void ClearKeyInRun(uint8_t* row, size_t pixels, uint32_t key) {
   }
 }
 void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
-  // Without masked stores, what has no key is skipped a run at a time.
-  constexpr size_t kRun = kVectorBytes > 16 ? 0 : 64;
-  for (; kRun != 0 && pixels >= kRun; pixels -= kRun, row += 4 * kRun) {
+  // What has no key is skipped a run at a time.
+  constexpr size_t kRun = 64;
+  for (; pixels >= kRun; pixels -= kRun, row += 4 * kRun) {
+    PrefetchAhead<4 * kRun>(row);
     uint32_t found = 0;
     for (size_t i = 0; i < kRun; ++i) found |= HasColor(row + 4 * i, key) ? ~0u : 0u;
     if (found != 0) ClearKeyInRun(row, kRun, key);
@@ -47,10 +40,10 @@ void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
 }
 
 void SetAlphaButKey(uint8_t* row, size_t pixels, uint8_t alpha, uint32_t key) {
-  const uint32_t top = uint32_t{alpha} << 24;
-  ForEachPixel(row, pixels, [=](uint32_t pixel) {
-    const uint32_t color = pixel & kColor;
-    return color == key ? color : color | top;
+  const U32 top = Set<U32>(uint32_t{alpha} << 24), keys = Set<U32>(key);
+  ForEachLine(row, 4 * pixels, [=](U8 v) {
+    const U32 color = BitCast<U32>(v) & Set<U32>(kColor);
+    return BitCast<U8>(IfThenElse(color == keys, color, color | top));
   });
 }
 

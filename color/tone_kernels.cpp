@@ -1,5 +1,6 @@
 #include "color/tone_kernels.h"
 
+#include "color/line_walk.h"
 #include "image/brightness.h"
 #include "image/channel_sums.h"
 #include "image/curve_lookup.h"
@@ -180,7 +181,8 @@ void Mean3(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pi
 int32_t WithinSums(int32_t limit) { return limit < -1 ? -1 : limit > 765 ? 765 : limit; }
 
 void ThresholdBytes(uint8_t* row, size_t count, uint8_t limit, uint8_t low) {
-  for (size_t i = 0; i < count; ++i) row[i] = row[i] > limit ? uint8_t{255} : low;
+  const U8 limits = Set<U8>(limit), lows = Set<U8>(low);
+  ForEachLine(row, count, [=](U8 v) { return VecFromMask(v > limits) | lows; });
 }
 
 /// True if all bytes of each pixel in a block of 3-byte pixels are the same.
@@ -257,15 +259,11 @@ void Threshold4(uint8_t* row, size_t pixels, int32_t limit) {
 }
 
 void InvertBytes(uint8_t* row, size_t count) {
-  for (size_t i = 0; i < count; ++i) row[i] = static_cast<uint8_t>(~row[i]);
+  ForEachLine(row, count, [](U8 v) { return ~v; });
 }
 void InvertPixels(uint8_t* row, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    uint32_t color;
-    __builtin_memcpy(&color, row + 4 * i, sizeof(color));
-    color ^= 0x00FFFFFFu;
-    __builtin_memcpy(row + 4 * i, &color, sizeof(color));
-  }
+  const U8 color = BitCast<U8>(Set<U32>(0x00FFFFFFu));
+  ForEachLine(row, 4 * count, [=](U8 v) { return v ^ color; });
 }
 
 }  // namespace

@@ -106,12 +106,21 @@ void Fill(uint8_t* dest, size_t bytes, const uint8_t* pattern, bool ahead) {
   __builtin_memcpy(dest, pattern, bytes);
 }
 void FillWordsWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t value) {
-  for (size_t i = 0; i < count; ++i) {
-    uint32_t word;
-    __builtin_memcpy(&word, dest + 4 * i, sizeof(word));
-    word = mask[i] != 0 ? value : word;
-    __builtin_memcpy(dest + 4 * i, &word, sizeof(word));
+  const auto fill = [value](uint8_t* to, const uint8_t* selected, size_t words) {
+    for (size_t i = 0; i < words; ++i) {
+      uint32_t word;
+      __builtin_memcpy(&word, to + 4 * i, sizeof(word));
+      word = selected[i] != 0 ? value : word;
+      __builtin_memcpy(to + 4 * i, &word, sizeof(word));
+    }
+  };
+  constexpr size_t kRun = 64;
+  for (; count >= kRun; count -= kRun, dest += 4 * kRun, mask += kRun) {
+    PrefetchAhead<4 * kRun>(dest);
+    PrefetchAhead<kRun>(mask);
+    fill(dest, mask, kRun);
   }
+  fill(dest, mask, count);
 }
 
 }  // namespace

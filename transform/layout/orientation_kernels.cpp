@@ -238,7 +238,7 @@ void SwapEnds4(uint8_t* row, size_t count) {
   }
 }
 
-void Exchange4(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count) {
+void ExchangePixels4(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count) {
   constexpr uint32_t kAlpha = 0xFF000000u;
   for (size_t x = 0; x < count; ++x) {
     const uint32_t upper = LoadWord(top + 4 * x);
@@ -248,6 +248,15 @@ void Exchange4(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t count
     __builtin_memcpy(top + 4 * x, &to_top, 4);
     __builtin_memcpy(bottom + 4 * x, &to_bottom, 4);
   }
+}
+void Exchange4(uint8_t* top, uint8_t* bottom, size_t count) {
+  constexpr size_t kRun = 64;
+  for (; count >= kRun; count -= kRun, top += 4 * kRun, bottom += 4 * kRun) {
+    PrefetchAhead<4 * kRun>(top);
+    PrefetchAhead<4 * kRun>(bottom);
+    ExchangePixels4(top, bottom, kRun);
+  }
+  ExchangePixels4(top, bottom, count);
 }
 
 /// Lanes in the opposite order: within blocks, then the blocks.
@@ -310,6 +319,8 @@ void SwapEnds3(uint8_t* row, size_t count) {
 
 void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
   for (; kHasTableLookupBytes && count >= kVectorBytes; count -= kVectorBytes) {
+    PrefetchAhead<3 * kVectorBytes>(top);
+    PrefetchAhead<3 * kVectorBytes>(bottom);
     U8 upper[3];
     U8 lower[3];
     LoadInterleaved<3>(top, upper);
