@@ -337,9 +337,9 @@ void MiddleTapsOfTiles(uint8_t* const* dest, const uint8_t* const* rows, size_t 
   const TileMedian<I16, kSize, kTileHeight> median(rows, pitch, sorted);
   median.SortColumns((count + kTileWidth - 1) / kTileWidth);
   StoreTiles<kTileHeight>(dest, count, [&](size_t tile, auto& results) {
-    I16 halves[2][kTileHeight][kTileWidth];
+    I16 halves[2][kTileHeight][kTileWidth] = {};
     median.Find(tile, halves[0]);
-    median.Find(tile + I16::kLanes, halves[1]);
+    if ((tile + I16::kLanes) * kTileWidth < count) median.Find(tile + I16::kLanes, halves[1]);
     for (size_t y = 0; y < kTileHeight; ++y) {
       for (size_t x = 0; x < kTileWidth; ++x) {
         const size_t first = kSize * x + y;
