@@ -370,7 +370,9 @@ class Strips {
   /// Strip `i`, until the next one is asked for.
   Strip& operator[](int64_t i);
 
-  /// True when the last strip is the ends of the rows, and all others are in place.
+  /// True when all strips are in place, but for the ends of the rows.
+  bool InPlace() const { return outside_ != nullptr; }
+  /// True when the last strip is the ends of the rows.
   bool HasEnds() const { return inner_.count < out_.Columns(); }
   AssembledStrip::Piece LeftEnd() const { return {0, inner_.first}; }
   AssembledStrip::Piece RightEnd() const {
@@ -420,9 +422,9 @@ void ForEachRowOfWindows(const SourceRows& source, DestRows& out, const Window& 
   const bool has_ends = strips.HasEnds();
   RowEnds ends(source, out, window, has_ends ? strips.LeftEnd() : RowEnds::Piece{0, out.Columns()},
                has_ends ? strips.RightEnd() : RowEnds::Piece{}, slack,
-               scratch.first(source.InPlace() ? kEndsBytes : 0));
+               scratch.first(has_ends || (source.InPlace() && !strips.InPlace()) ? kEndsBytes : 0));
   const int64_t at_once = ends.RowsAtOnce();
-  if (!has_ends && at_once != 0) {
+  if (!strips.InPlace() && at_once != 0) {
     for (int64_t y = 0; y < out.Rows(); y += at_once) {
       ends.Write<kMostRows>(y, std::min(at_once, out.Rows() - y), row_function);
     }

@@ -60,10 +60,11 @@ struct MedianKernels {
   /// Finds the high bits of the wanted keys of `count` windows from these counts.
   void (*rank)(const RankRows& ranks, size_t size, size_t count);
   /// The wanted keys, or the wanted taps' places in the order of visiting, of `count` windows of 3
-  /// x 3 by sorting networks.
+  /// x 3 by sorting networks. Fewer bytes than a vector has are read as a vector and its
+  /// neighbours.
   void (*sort_keys)(uint8_t* keys, const uint8_t* const* rows, size_t count);
   void (*sort_taps)(uint8_t* taps, const uint8_t* const* rows, size_t count);
-  /// The same bit by bit, for sizes up to `kMostSelected`.
+  /// Those of other sizes, up to `kMostSelected`, bit by bit.
   void (*select_keys)(uint8_t* keys, const uint8_t* const* rows, const RankRows& ranks, size_t size,
                       size_t count);
   void (*select_taps)(uint8_t* taps, const uint8_t* const* rows, const RankRows& ranks, size_t size,

@@ -107,11 +107,15 @@ QEL_SIMD_INLINE PlacedColumn<kSize> ShiftedWindow(const PlacedColumn<kSize>& v,
 
 template <size_t kSize>
 void MiddleKeys(uint8_t* keys, const uint8_t* const* rows, size_t count) {
+  // Copies, so that the stores cannot change them.
+  const uint8_t* here[kSize];
+  __builtin_memcpy(here, rows, sizeof(here));
   StoreWindows<kSize, 1>(
       keys, count,
-      [=](size_t k) {
+      [&](size_t k) {
+        PrefetchAhead<kVectorBytes>(here[kSize - 1] + k);
         KeyColumn<kSize> column;
-        Unroll<kSize>([&](auto j) { column.at[j] = LoadU<U8>(rows[j] + k); });
+        Unroll<kSize>([&](auto j) { column.at[j] = LoadU<U8>(here[j] + k); });
         Select<0, kSize - 1>(column.at);
         return column;
       },

@@ -120,9 +120,7 @@ class SelectionStrip {
     }
     if (ranks_.bits != 0) kernels.rank(ranks_, size_, count);
     uint8_t* const dest = strip_.Open(y);
-    if (!HasColors() && sorts_) {
-      kernels.sort_keys(dest, keys, count);
-    } else if (!HasColors()) {
+    if (!HasColors()) {
       kernels.select_keys(dest, keys, ranks_, size_, count);
     } else {
       if (sorts_) {
@@ -212,6 +210,14 @@ const ColorKernels& ColorsOf(int pixel_bytes) {
   }
 }
 
+/// 3 x 3 keys, from where they lie.
+[[gnu::noinline]] void SelectLevels(const ImageView& source, const ImageView& dest) {
+  const SourceRows rows(source);
+  DestRows out(dest);
+  ScratchBlock<kScratchBytes> scratch;
+  ForEachRowOfWindows<3>(rows, out, Window::Square(3), 0, scratch, ActiveMedianKernels().sort_keys);
+}
+
 [[gnu::noinline]] void SelectKeys(const MedianPlan& plan, const ImageView& source,
                                   const ImageView& dest) {
   const SourceRows rows(source);
@@ -226,8 +232,10 @@ const ColorKernels& ColorsOf(int pixel_bytes) {
 
 bool SelectMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest) {
   const int pixel_bytes = PixelBytes(source.bit_count);
-  if (plan.method == MedianMethod::kNetwork && pixel_bytes > 1 &&
-      ColorsOf(pixel_bytes).spread != nullptr) {
+  const bool is_network = plan.method == MedianMethod::kNetwork;
+  if (is_network && pixel_bytes == 1) {
+    SelectLevels(source, dest);
+  } else if (is_network && ColorsOf(pixel_bytes).spread != nullptr) {
     SelectColors(source, dest);
   } else {
     SelectKeys(plan, source, dest);
