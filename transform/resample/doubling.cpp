@@ -56,6 +56,12 @@ class Doubler {
     step_.weights = plan_.weights;
     step_.columns = (count + kDoubledUnit - 1) / kDoubledUnit * kDoubledUnit;
     for (int64_t row = begin - kHalf; row < end + kHalf; ++row) {
+      step_.needed = 0;
+      for (int64_t k = 0; k < static_cast<int64_t>(kTaps); ++k) {
+        const auto is_inside = [=](int64_t y) { return y >= begin && y < end; };
+        const bool any = is_inside(row + kHalf - k) || is_inside(row - kHalf + k);
+        step_.needed |= uint32_t{any} << k;
+      }
       SpreadRow(row, first, count);
       for (size_t c = 0; c < channels_; ++c) AddChannel(row, c);
       // The rows whose last tap this was.

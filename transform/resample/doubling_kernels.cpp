@@ -115,9 +115,12 @@ void AddTap(const DoublingStep<kTaps>& step, const TapValues<kTaps>& values, siz
 template <size_t kTaps>
 void Add(const DoublingStep<kTaps>& step) {
   const TapValues<kTaps> values(step);
-  AddTap<kTaps, true, false>(step, values, 0);
-  for (size_t k = 1; k + 1 < kTaps; ++k) AddTap<kTaps, false, false>(step, values, k);
-  AddTap<kTaps, false, true>(step, values, kTaps - 1);
+  const auto is_needed = [&](size_t k) { return (step.needed >> k & 1) != 0; };
+  if (is_needed(0)) AddTap<kTaps, true, false>(step, values, 0);
+  for (size_t k = 1; k + 1 < kTaps; ++k) {
+    if (is_needed(k)) AddTap<kTaps, false, false>(step, values, k);
+  }
+  if (is_needed(kTaps - 1)) AddTap<kTaps, false, true>(step, values, kTaps - 1);
 }
 
 template <size_t kChannels>

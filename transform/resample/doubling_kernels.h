@@ -28,6 +28,7 @@ struct DoublingStep {
   const float* values;  ///< columns + `kDoubledMargin`, from `kTaps` / 2 columns before the tile on
   const float* weights;  ///< of the taps of even columns and rows, in their order
   size_t columns;        ///< source columns of the tile
+  uint32_t needed;       ///< bit k where one of the rows that have weight k is
   /// Sums of the even and of the odd destination row that has weight k for this source row: those
   /// of even columns, and `kDoubledColumns` behind them those of odd ones.
   float* even_row[kTaps];
