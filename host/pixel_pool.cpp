@@ -63,19 +63,28 @@ class PixelPool {
   }
 
   /// Frees a waiting block that `size` is a little too much for: a larger one takes its place.
+  /// Where none waits, the next one that is given back goes.
   void MakeRoomFor(size_t size) {
     const std::lock_guard lock(mutex_);
     for (size_t i = 0; i < count_; ++i) {
-      if (free_[i].size < size && free_[i].size >= size / 2) {
+      if (IsOutgrown(free_[i].size, size)) {
         Free(Remove(i));
         return;
       }
     }
+    if (size > grown_size_) grown_ = 0;
+    grown_size_ = std::max(grown_size_, size);
+    if (size == grown_size_) ++grown_;
   }
 
   /// Keeps `block`, at the cost of those that have waited longest.
   void Give(FreeBlock block) {
     const std::lock_guard lock(mutex_);
+    if (grown_ > 0 && IsOutgrown(block.size, grown_size_)) {
+      --grown_;
+      Free(block);
+      return;
+    }
     while (count_ == kKeptBlocks || (count_ > 0 && kept_bytes_ + block.size > kKeptBytes)) {
       Free(Remove(0));
     }
@@ -88,6 +97,8 @@ class PixelPool {
   }
 
  private:
+  static bool IsOutgrown(size_t block, size_t size) { return block < size && block >= size / 2; }
+
   FreeBlock Remove(size_t index) {
     const FreeBlock block = free_[index];
     std::copy(free_.begin() + index + 1, free_.begin() + count_, free_.begin() + index);
@@ -100,6 +111,8 @@ class PixelPool {
   std::array<FreeBlock, kKeptBlocks> free_;
   size_t count_ = 0;
   size_t kept_bytes_ = 0;
+  size_t grown_size_ = 0;  ///< of the largest blocks that were made
+  size_t grown_ = 0;       ///< how many of them replace smaller ones that were in use
 };
 
 PixelBlock::PixelBlock(size_t size) {
