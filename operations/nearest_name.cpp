@@ -44,6 +44,7 @@ std::vector<std::string_view> NearestNames(std::string_view wrong,
   std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
   std::vector<std::string_view> nearest;
+  if (wrong.empty()) return nearest;
   if (wrong.size() > 1) {
     std::copy_if(names.begin(), names.end(), std::back_inserter(nearest),
                  [&](std::string_view name) { return name.starts_with(wrong); });

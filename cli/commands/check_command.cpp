@@ -16,7 +16,7 @@ int RunCheck(const std::string& name, const check::Rules& rules, const Words& wo
     check::ListRules(rules, std::cout);
     return kDone;
   }
-  if (options.rest().empty()) throw Failure(kUsage, "write qel {} LIBRARY", name);
+  if (options.Files().empty()) throw Failure(kUsage, "write qel {} LIBRARY", name);
   check::CheckOptions how{options.Has("--quiet"), options.Value("--filter")};
   const bool json = options.Has("--json");
   how.seconds = options.Number("--time-limit", 1, 3600, how.seconds);

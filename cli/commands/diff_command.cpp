@@ -13,12 +13,16 @@ namespace qel::cli {
 
 int DiffCommand(const Words& words) {
   const Options options(words, KnownOptions("diff"));
-  if (options.rest().size() != 2) throw Failure(kUsage, "write qel diff A B [-o DIFFERENCE]");
+  const std::vector<std::string>& files = options.Files();
+  if (files.size() != 2) throw Failure(kUsage, "write qel diff A B [-o DIFFERENCE]");
   const int limit = options.Number("--limit", 0, 255, 0);
-  if (options.Has("-o")) CheckOutputName(options.Value("-o"));
+  if (options.Has("-o")) {
+    CheckOutputName(options.Value("-o"));
+    CheckOutputIsApart(options.Value("-o"), files);
+  }
   const pictures::ReadOptions reading{.limits = LimitsFrom(options)};
-  const Picture a = LoadPicture(options.rest()[0], reading);
-  const Picture b = LoadPicture(options.rest()[1], reading);
+  const Picture a = LoadPicture(files[0], reading);
+  const Picture b = LoadPicture(files[1], reading);
   const std::string obstacle = WhyNotComparable(*a.image, *b.image);
   if (!obstacle.empty()) throw Failure(kUsage, "these pictures cannot be compared: {}", obstacle);
 

@@ -154,7 +154,7 @@ void PrintModuleAsJson(const std::string& path) {
 
 int InspectCommand(const Words& words) {
   const Options options(words, KnownOptions("inspect"));
-  if (options.rest().size() != 1) throw Failure(kUsage, "write qel inspect MODULE");
+  if (options.Files().size() != 1) throw Failure(kUsage, "write qel inspect MODULE");
   const std::string path = std::filesystem::absolute(options.rest().front()).string();
   const bool json = options.Has("--json");
   // Apart, because the module may be broken: what was printed so far stays.

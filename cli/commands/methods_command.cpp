@@ -54,13 +54,14 @@ Rectangle WithSurroundings(const Rectangle& part, const host::HostImage& picture
 
 int MethodsCommand(const Words& words) {
   const Options options(words, KnownOptions("methods"));
-  if (options.rest().size() != 1 || !options.Has("-o")) {
+  if (options.Files().size() != 1 || !options.Has("-o")) {
     throw Failure(kUsage, "write qel methods PICTURE -o SHEET");
   }
   const int size = options.Number("--size", 2, 512, kStandardSize);
   const int zoom = options.Number("--zoom", 2, 32, kStandardZoom);
   const std::string output = options.Value("-o");
   CheckOutputName(output);
+  CheckOutputIsApart(output, options.rest());
 
   const pictures::ReadOptions reading{.limits = LimitsFrom(options)};
   const Session session(options.Value("--module"), reading.limits);

@@ -122,6 +122,12 @@ int SheetCommand(const Words& words) {
       for (std::string& path : ExpandPattern(word)) paths.push_back(std::move(path));
     }
   }
+  std::vector<std::string> read = paths;
+  if (options.Has("--steps")) {
+    read = PictureNames(steps);
+    read.push_back(rest.front());
+  }
+  CheckOutputIsApart(output, read);
   const size_t count = options.Has("--steps") ? steps.size() + 1 : paths.size();
   if (captions.size() > count) {
     throw Failure(kUsage, "there are {} captions for {} pictures", captions.size(), count);

@@ -34,7 +34,8 @@ std::string ChangeOf(const std::string& path, const std::string& hash) {
 /// Prints what one line of a manifest finds; true when all is as it was.
 bool Verify(const Line& line, bool inputs_too) {
   const std::string& output = line.at("output");
-  if (line.at("status") != "done") {
+  // What a run has started before it was killed may be done.
+  if (line.at("status") == "failed") {
     std::cout << Printable(output) << ": the run failed on " << Printable(line.at("input")) << "\n";
     return false;
   }
@@ -53,8 +54,8 @@ bool Verify(const Line& line, bool inputs_too) {
 
 int VerifyCommand(const Words& words) {
   const Options options(words, KnownOptions("verify"));
-  if (options.rest().size() != 1) throw Failure(kUsage, "write qel verify MANIFEST");
-  const std::string& path = options.rest()[0];
+  if (options.Files().size() != 1) throw Failure(kUsage, "write qel verify MANIFEST");
+  const std::string& path = options.Files()[0];
   std::ifstream file(path, std::ios::binary);
   if (!file) throw Failure(kNoInput, "{}: {}", path, std::strerror(errno));
   size_t number = 0, kept = 0;

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "cli/terminal/errors.h"
+#include "cli/terminal/options.h"
 #include "pictures/picture_file.h"
 
 namespace qel::cli {
@@ -64,7 +65,7 @@ void Match(const std::string& prefix, const std::string& rest, std::vector<std::
 
 std::vector<std::string> ExpandPattern(const std::string& pattern) {
   std::error_code ignored;
-  if (pattern.empty()) throw Failure(kNoInput, "an input has no name; is a variable empty?");
+  if (pattern.empty()) throw Failure(kNoInput, "{}", kNamelessInput);
   if (!HasWildcards(pattern) || fs::exists(pattern, ignored)) return {pattern};
   std::vector<std::string> found;
   const size_t start = pattern.find_first_not_of('/');

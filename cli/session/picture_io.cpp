@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
@@ -63,6 +64,14 @@ void CheckOutputName(const std::string& path) {
     pictures::FormatOfPath(path);
   } catch (const pictures::PictureError& error) {
     throw Failure(kUsage, "{}", error.what());
+  }
+}
+
+void CheckOutputIsApart(const std::string& output, const std::vector<std::string>& read) {
+  for (const std::string& path : read) {
+    std::error_code ignored;
+    if (!std::filesystem::equivalent(output, path, ignored)) continue;
+    throw Failure(kUsage, "{} would be replaced by the output; give that a name of its own", path);
   }
 }
 

@@ -42,6 +42,8 @@ Picture LoadPicture(const std::string& path, const pictures::ReadOptions& option
 
 /// Throws `Failure(kUsage)` when the extension of an output names no picture format.
 void CheckOutputName(const std::string& path);
+/// Throws `Failure(kUsage)` when `output` is one of the files `read`, under any name.
+void CheckOutputIsApart(const std::string& output, const std::vector<std::string>& read);
 
 /// The bytes of a picture file as the extension of `path` wants them; notes go to standard error.
 /// Throws `pictures::PictureError`.

@@ -1,5 +1,6 @@
 #include "cli/terminal/options.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 
@@ -76,6 +77,11 @@ int Options::Number(const std::string& name, int minimum, int maximum, int other
                   text);
   }
   return number;
+}
+
+const std::vector<std::string>& Options::Files() const {
+  if (std::ranges::find(rest_, "") != rest_.end()) throw Failure(kNoInput, "{}", kNamelessInput);
+  return rest_;
 }
 
 int64_t Options::Size(const std::string& name, int64_t unit, int64_t otherwise) const {

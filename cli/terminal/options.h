@@ -8,6 +8,9 @@
 
 namespace qel::cli {
 
+/// What is told of an input whose name is empty.
+inline constexpr char kNamelessInput[] = "an input has no name; is a variable empty?";
+
 /// The options of a command, split from its other words.
 class Options {
  public:
@@ -32,6 +35,9 @@ class Options {
   int64_t Size(const std::string& name, int64_t unit, int64_t otherwise) const;
   /// The words that are no options, in order.
   const std::vector<std::string>& rest() const { return rest_; }
+  /// The same of commands whose words are names of files. Throws `Failure(kNoInput)` for an empty
+  /// one.
+  const std::vector<std::string>& Files() const;
   /// How many of these stand before the option, which was given.
   size_t RestBefore(const std::string& name) const { return rest_before_.at(name); }
 

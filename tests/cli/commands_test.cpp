@@ -41,6 +41,8 @@ TEST_F(Commands, DiffTellsHowPicturesDiffer) {
           {"a.ppm grey.pgm", 2, "one is 3 x 2 at 24 bits, the other 3 x 2 at 8 bits"},
           {"a.ppm small.ppm", 2, "the other 1 x 1 at 24 bits"},
           {"a.ppm", 2, "write qel diff A B"},
+          {"a.ppm b.ppm -o ./b.ppm", 2, "b.ppm would be replaced by the output"},
+          {"a.ppm ''", 3, "an input has no name"},
           {"a.ppm missing.ppm", 3, "missing.ppm"},
       });
   EXPECT_EQ(Run("diff --json a.ppm b.ppm").output.substr(0, 58),
@@ -102,6 +104,8 @@ TEST_F(Commands, SheetsHoldPicturesUnscaled) {
   EXPECT_EQ(third_pixel("negative negative --apart"), (std::vector<int>{254, 253, 252}));
   EXPECT_EQ(Run("sheet a.ppm -o s.png --caption 1 --caption 2").exit_code, kUsage);
   EXPECT_EQ(Run("sheet a.ppm").exit_code, kUsage);
+  EXPECT_EQ(Run("sheet a.ppm -o a.ppm").exit_code, kUsage);
+  EXPECT_EQ(Run("sheet b.ppm --steps 'overlay a.ppm' -o a.ppm").exit_code, kUsage);
 }
 
 TEST_F(Commands, ModulesAreToldForPrograms) {

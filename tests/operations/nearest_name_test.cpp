@@ -19,6 +19,7 @@ TEST(NearestName, IsHintedWhereItIsLikelyMeant) {
                                     {"skip", ""},
                                     {"fli", "flip"},
                                     {"x", ""},
+                                    {"", ""},
                                     {"flatter", "flatten"},
                                     {"fold", ""},
                                     {"rowers", ""}}) {
