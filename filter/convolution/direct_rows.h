@@ -2,6 +2,7 @@
 #define QEL_FILTER_CONVOLUTION_DIRECT_ROWS_H_
 
 #include "filter/convolution/quotients.h"
+#include "simd/interleaved.h"
 
 // Rows weighed by whole kernels: one weight at a time, two, or four.
 
@@ -96,9 +97,13 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
   }
 }
 
+/// Bytes of even place before those of odd place in each block, and back.
+constexpr auto kEvenAndOdd = MakePattern<16>([](size_t i) { return i % 2 * 8 + i / 2; });
+
 /// Outputs `k` on, `kVectors` vectors of them side by side, from two neighbours at a time as
-/// products of bytes; their sums stay at 16 bits until they must widen.
-template <bool kInSingle, size_t kVectors>
+/// products of bytes; their sums stay at 16 bits until they must widen. Pixels of a byte lie in
+/// pairs already, from even places on and from odd ones.
+template <bool kInSingle, bool kIsByte, size_t kVectors>
 QEL_SIMD_INLINE void WeighBytePairs(uint8_t* dest, const uint8_t* const* rows,
                                     const DirectWeights& weights, const Division& division,
                                     size_t k, size_t count) {
@@ -125,18 +130,23 @@ QEL_SIMD_INLINE void WeighBytePairs(uint8_t* dest, const uint8_t* const* rows,
       const PairLanes pair = SetPairs(words[i]);
       for (size_t v = 0; v < kVectors; ++v) {
         const uint8_t* const left = from + v * kVectorBytes;
-        some[v].Add(LoadU<U8>(left), LoadU<U8>(left + weights.step), pair);
+        if constexpr (kIsByte) {
+          some[v].AddPairs({LoadU<U8>(left), LoadU<U8>(left + 1)}, pair);
+        } else {
+          some[v].Add(LoadU<U8>(left), LoadU<U8>(left + weights.step), pair);
+        }
       }
     }
   }
   widen();
   for (size_t v = 0; v < kVectors; ++v) {
     const size_t at = k + v * kVectorBytes;
-    StoreN(Quotients<kInSingle>(sums[v], division), dest + at, count - at);
+    const U8 bytes = Quotients<kInSingle>(sums[v], division);
+    StoreN(kIsByte ? ShuffleBlocks(bytes, kEvenAndOdd) : bytes, dest + at, count - at);
   }
 }
 
-template <bool kInSingle>
+template <bool kInSingle, bool kIsByte>
 void BytePairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
                   const Division& division, size_t count) {
   // What is done for each pair of weights is done for all of these.
@@ -145,20 +155,26 @@ void BytePairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights
     for (size_t k = 0; k < count; k += kBytes) {
       // The last ones overlap those before them.
       const size_t at = Smaller(k, count - kBytes);
-      WeighBytePairs<kInSingle, kSideBySide>(dest, rows, weights, division, at, count);
+      WeighBytePairs<kInSingle, kIsByte, kSideBySide>(dest, rows, weights, division, at, count);
     }
     return;
   }
   for (size_t k = 0; k < count; k += kVectorBytes) {
-    WeighBytePairs<kInSingle, 1>(dest, rows, weights, division, k, count);
+    WeighBytePairs<kInSingle, kIsByte, 1>(dest, rows, weights, division, k, count);
   }
 }
 
 void Direct8(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
              const Division& division, size_t count) {
-  const auto function = kHasDotProducts
-                            ? (division.in_single ? &QuadRows<true> : &QuadRows<false>)
-                            : (division.in_single ? &BytePairRows<true> : &BytePairRows<false>);
+  const auto function = [&] {
+    if constexpr (kHasDotProducts) {
+      return division.in_single ? &QuadRows<true> : &QuadRows<false>;
+    } else if (weights.step == 1) {
+      return division.in_single ? &BytePairRows<true, true> : &BytePairRows<false, true>;
+    } else {
+      return division.in_single ? &BytePairRows<true, false> : &BytePairRows<false, false>;
+    }
+  }();
   function(dest, rows, weights, division, count);
 }
 
