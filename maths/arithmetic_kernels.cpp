@@ -159,6 +159,12 @@ void MixColors(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t*
       To<kDest>{dest}, From<kA>{a}, From<kB>{b}, From<1>{mask});
 }
 
+/// Part `kPart` of a group of elements, as `StorePart` stores it.
+template <size_t kChannels, size_t kPart>
+QEL_SIMD_INLINE U8 LoadPart(const uint8_t* from) {
+  if constexpr (kHasByteLookup) return LoadU<U8>(from + kVectorBytes * kPart);
+  return LoadBlocks<U8>(from + 16 * kPart, 16 * kChannels);
+}
 /// Mixes all bytes of the selected pixels in one part of a block.
 template <size_t kBytes, size_t kPart>
 void MixPart(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, U8 mask, const Mixer& mix) {

@@ -160,11 +160,6 @@ QEL_SIMD_INLINE void StoreInterleaved(const U8* channels, uint8_t* to) {
 
 /// Part `kPart` of a group of elements.
 template <size_t kChannels, size_t kPart>
-QEL_SIMD_INLINE U8 LoadPart(const uint8_t* from) {
-  if constexpr (kHasByteLookup) return LoadU<U8>(from + kVectorBytes * kPart);
-  return LoadBlocks<U8>(from + 16 * kPart, 16 * kChannels);
-}
-template <size_t kChannels, size_t kPart>
 QEL_SIMD_INLINE void StorePart(U8 v, uint8_t* to) {
   if constexpr (kHasByteLookup) return StoreU(v, to + kVectorBytes * kPart);
   StoreBlocks(v, to + 16 * kPart, 16 * kChannels);

@@ -7,13 +7,13 @@
 // Types: `U8`, `I8`, `U16`, `I16`, `U32`, `I32`, `U64`, `F32`, `F64` are vectors of as many such
 // lanes as a register of the level holds: `U8::kLanes`, `kVectorBytes`. A block is 16 bytes of a
 // vector; where a function says so, it works within each block. `Half<V>` has half the lanes of
-// `V`.
+// `V`, `Block<V>` as many as a block, `kBlockLanes<V>`.
 //
 // Words: names and the order of arguments are those of the well-known portable library, with the
 // type as a template argument in place of a tag.
 // - Memory: LoadU<V>(from), StoreU(v, to), LoadDup128<V>(from), LoadBlocks<V>(from, stride),
 //   StoreBlocks(v, to, stride), GatherBlocks<V>(address_of), MaskedLoad<V>(mask, from),
-//   BlendedStore(v, mask, to), Stream(v, to), FinishStream().
+//   BlendedStore(v, mask, to), LanesOf(v).at, KeepInRegister(v).
 // - Constants: Zero<V>(), Set<V>(value), Iota<V>(first), LanesFrom<V>(of).
 // - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
 //   MulAdd, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
@@ -90,26 +90,6 @@ constexpr bool kHasSaturatedWords = true;
 constexpr bool kHasSaturatedWords = false;
 #endif
 constexpr bool kHasFusedMulAdd = kVectorBytes == 64;
-
-/// Stores a vector past the caches, where the processor can, at an address that is a multiple of
-/// its size: what is written is not read first, and displaces nothing.
-QEL_SIMD_INLINE void Stream(U8 v, uint8_t* to) {
-#if !defined(__SSE2__) || defined(QEL_EMULATED_AVX512)
-  StoreU(v, to);
-#elif QEL_SIMD_BYTES == 64
-  _mm512_stream_si512(reinterpret_cast<__m512i*>(to), reinterpret_cast<__m512i>(v.raw));
-#elif QEL_SIMD_BYTES == 32
-  _mm256_stream_si256(reinterpret_cast<__m256i*>(to), reinterpret_cast<__m256i>(v.raw));
-#else
-  _mm_stream_si128(reinterpret_cast<__m128i*>(to), reinterpret_cast<__m128i>(v.raw));
-#endif
-}
-/// Has what was streamed come before all later stores, as other threads see them.
-QEL_SIMD_INLINE void FinishStream() {
-#if defined(__SSE2__) && !defined(QEL_EMULATED_AVX512)
-  _mm_sfence();
-#endif
-}
 
 }  // namespace
 }  // namespace qel::QEL_LEVEL

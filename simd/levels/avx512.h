@@ -16,6 +16,10 @@ requires(V::kBytes == 64) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V> mask) {
   if constexpr (V::kLanes == 16) return _mm512_movepi32_mask(lanes);
   if constexpr (V::kLanes == 8) return _mm512_movepi64_mask(lanes);
 }
+template <typename V>
+requires(V::kBytes == 64) QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) {
+  return BitsFromMask(mask) == 0;
+}
 QEL_SIMD_INLINE uint64_t BitsEqual(U8 a, U8 b) {
   return _mm512_cmp_epu8_mask(Bits(a), Bits(b), _MM_CMPINT_EQ);
 }

@@ -275,7 +275,11 @@ QEL_SIMD_INLINE void BlendedStore(V v, Mask<V> mask, void* to) {
 }
 template <typename V>
 QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) {
-  return BitsFromMask(mask) == 0;
+  using Words = Vec<uint64_t, V::kBytes>;
+  const LanesOf<Words> words(BitCast<Words>(VecFromMask(mask)));
+  uint64_t any = 0;
+  for (const uint64_t word : words.at) any |= word;
+  return any == 0;
 }
 
 }  // namespace

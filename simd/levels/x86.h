@@ -48,7 +48,6 @@ QEL_X86_BINARY(I32, WidenMulPairwiseAdd, I16, madd_epi16)
 QEL_SIMD_INLINE U64 SumsOf8(U8 v) { return As<U64>(QEL_X86(sad_epu8)(Bits(v), Bits(Zero<U8>()))); }
 
 QEL_SIMD_INLINE F32 Sqrt(F32 v) { return {QEL_X86(sqrt_ps)(v.raw)}; }
-QEL_SIMD_INLINE F64 Sqrt(F64 v) { return {QEL_X86(sqrt_pd)(v.raw)}; }
 
 #define QEL_X86_DEMOTE(Result, Argument, name)                                           \
   template <typename To>                                                                 \
@@ -88,6 +87,10 @@ requires(V::kBytes == kVectorBytes) QEL_SIMD_INLINE uint64_t BitsFromMask(Mask<V
   } else {
     return static_cast<uint32_t>(QEL_X86(movemask_epi8)(Bits(mask)));
   }
+}
+template <typename V>
+requires(V::kBytes == kVectorBytes) QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) {
+  return BitsFromMask(mask) == 0;
 }
 
 #endif
