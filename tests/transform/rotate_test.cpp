@@ -7,7 +7,7 @@
 #include "reference/transform.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
-#include "transform/rotate/rotate_kernels.h"
+#include "transform/rotate/tap_kernels.h"
 
 namespace qel::test {
 namespace {
@@ -51,7 +51,7 @@ TEST_F(RotationReadings, EqualRememberedWeights) {
 TEST_P(Rotation, WeighsTapsAsSingleNumbers) {
   constexpr uint32_t kStep = 1024 - 5;
   for (int method = 0; method < 16; ++method) {
-    const WeighTaps weigh = RotateKernelsFor(GetParam()).weights[method];
+    const WeighTaps weigh = TapKernelsFor(GetParam()).weights[method];
     if (weigh == nullptr) continue;
     const TapWindow& window = method == 5 ? kTaps12 : kTaps4;
     const auto taps = static_cast<size_t>(window.count);

@@ -31,7 +31,7 @@ RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source
       how_(MethodOf(plan.interpolation)),
       taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
       cache_(taps_, how_.kernel,
-             how_.kernel != nullptr ? ActiveRotateKernels().weights[plan.interpolation] : nullptr) {
+             how_.kernel != nullptr ? ActiveTapKernels().weights[plan.interpolation] : nullptr) {
   if (plan_.method == RotateMethod::kRemembered) cache_.Reserve();
 }
 
@@ -104,7 +104,7 @@ void RotationSampler::Copy(uint8_t* dest, const SampleRow& row) const {
 }
 
 void RotationSampler::Weigh(Weights& weights, const SamplePoints& points, size_t count) {
-  const WeighTaps weigh = ActiveRotateKernels().weights[plan_.interpolation];
+  const WeighTaps weigh = ActiveTapKernels().weights[plan_.interpolation];
   if (weigh != nullptr && plan_.method != RotateMethod::kRemembered) {
     weigh(weights.x, points.x, count);
     weigh(weights.y, points.y, count);
@@ -117,7 +117,7 @@ void RotationSampler::Weigh(Weights& weights, const SamplePoints& points, size_t
 void RotationSampler::BlendInside(uint32_t* colors, const SamplePoints& points, size_t count) {
   Weights weights;
   Weigh(weights, points, count);
-  const RotateKernels& kernels = ActiveRotateKernels();
+  const TapKernels& kernels = ActiveTapKernels();
   const size_t kind = KernelIndex(source_.bit_count);
   const auto blend = taps_.count == 4 ? kernels.blend4[kind] : kernels.blend12[kind];
   blend(colors, {source_.bits, source_.stride}, points, {weights.x, weights.y}, count);
@@ -157,7 +157,7 @@ void RotationSampler::BlendBorder(uint32_t* colors, BorderPoints& border) {
     points.x[i] = static_cast<float>(-taps_.first);
     points.y[i] = static_cast<float>(static_cast<int>(at) * taps_.count - taps_.first);
   }
-  const RotateKernels& kernels = ActiveRotateKernels();
+  const TapKernels& kernels = ActiveTapKernels();
   const auto blend = taps_.count == 4 ? kernels.blend4[2] : kernels.blend12[2];
   blend(colors, {reinterpret_cast<const uint8_t*>(taps), taps_.count * 4}, points,
         {weights.x, weights.y}, border.count);

@@ -35,7 +35,7 @@ void WeightCache::Compute(Missing& missing) const {
 
 void WeightCache::Weigh(float* weights, const float* positions, size_t count) {
   const auto taps = static_cast<size_t>(taps_.count);
-  const RotateKernels& kernels = ActiveRotateKernels();
+  const TapKernels& kernels = ActiveTapKernels();
   int32_t places[kSampleChunk];
   WeightEntries entries;
   entries.mirrored = 0;

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "image/interpolated_sampling.h"
-#include "transform/rotate/rotate_kernels.h"
+#include "transform/rotate/tap_kernels.h"
 
 namespace qel {
 
