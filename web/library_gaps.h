@@ -48,6 +48,10 @@ template <class Range, class Test, class Projection = identity>
 bool all_of(Range&& range, Test test, Projection projection = {}) {
   return !ranges::any_of(range, std::not_fn(test), projection);
 }
+template <class Range, class Test, class Projection = identity>
+bool none_of(Range&& range, Test test, Projection projection = {}) {
+  return !ranges::any_of(range, test, projection);
+}
 template <class Range, class Value>
 void fill(Range&& range, const Value& value) {
   std::fill(begin(range), end(range), value);
