@@ -70,8 +70,9 @@ void Direct16(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
 
 /// Four neighbours at a time: a shuffle lays them side by side for the dot product. Lane i of block
 /// p of accumulator a is output 16 * p + 4 * a + i, which is the order that narrowing undoes; its
-/// neighbours lie in the same block as itself.
-template <bool kInSingle>
+/// neighbours lie in the same block as itself. Pixels of a byte lie in fours already, from each of
+/// four places on: lane i of accumulator a is output 4 * i + a.
+template <bool kInSingle, bool kIsByte>
 void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
               const Division& division, size_t count) {
   alignas(64) uint8_t places[kVectorBytes];
@@ -88,12 +89,14 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
         if (words[i] == 0) continue;
         const auto weight = SetPairs<I8>(words[i]);
         for (size_t a = 0; a < 4; ++a) {
-          const U8 quads = TableLookupBytesOr0(LoadU<U8>(from + 4 * a), order);
+          const U8 quads =
+              kIsByte ? LoadU<U8>(from + a) : TableLookupBytesOr0(LoadU<U8>(from + 4 * a), order);
           sums[a] = SumOfMulQuadAccumulate(quads, weight, sums[a]);
         }
       }
     }
-    StoreN(Quotients<kInSingle>(sums, division), dest + k, count - k);
+    const U8 bytes = Quotients<kInSingle>(sums, division);
+    StoreN(kIsByte ? ShuffleBlocks(bytes, kByChannelOf4) : bytes, dest + k, count - k);
   }
 }
 
@@ -166,16 +169,18 @@ void BytePairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights
 
 void Direct8(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
              const Division& division, size_t count) {
-  const auto function = [&] {
-    if constexpr (kHasDotProducts) {
-      return division.in_single ? &QuadRows<true> : &QuadRows<false>;
-    } else if (weights.step == 1) {
-      return division.in_single ? &BytePairRows<true, true> : &BytePairRows<false, true>;
-    } else {
-      return division.in_single ? &BytePairRows<true, false> : &BytePairRows<false, false>;
-    }
-  }();
-  function(dest, rows, weights, division, count);
+  const auto run = [&]<bool kInSingle, bool kIsByte>() {
+    constexpr auto kFunction =
+        kHasDotProducts ? &QuadRows<kInSingle, kIsByte> : &BytePairRows<kInSingle, kIsByte>;
+    kFunction(dest, rows, weights, division, count);
+  };
+  if (weights.step == 1) {
+    division.in_single ? run.template operator()<true, true>()
+                       : run.template operator()<false, true>();
+  } else {
+    division.in_single ? run.template operator()<true, false>()
+                       : run.template operator()<false, false>();
+  }
 }
 
 }  // namespace
