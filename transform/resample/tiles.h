@@ -7,6 +7,7 @@
 
 #include "image/memory_reach.h"
 #include "image/numeric.h"
+#include "simd/prefetch.h"
 #include "transform/resample/resample_methods.h"
 
 namespace qel {
@@ -50,6 +51,11 @@ void WriteTiles(const ImageView& dest, int pixel_bytes, bool repeats, TileAt&& t
   const int64_t rows = overlap ? 1 : dest.Rows();
   const bool single = tile_at(0) == dest.Columns();
   if (single) describe(Columns{0, dest.Columns()});
+  // Short rows are left sooner than the processor foresees what is written along them. Those of
+  // smaller pictures wait for the source instead.
+  constexpr int64_t kLongRow = 4096;
+  const bool fetches = repeats && rows > 1 && row_offset(0) == row_offset(1) &&
+                       dest.Columns() * pixel_bytes < kLongRow;
   for (int64_t top = 0; top < dest.Rows(); top += rows) {
     for (int64_t x = 0; x < dest.Columns();) {
       const Columns tile = {x, single ? dest.Columns() : tile_at(x)};
@@ -58,6 +64,9 @@ void WriteTiles(const ImageView& dest, int pixel_bytes, bool repeats, TileAt&& t
       int64_t last_offset = 0;
       for (int64_t y = top; y < top + rows; ++y) {
         uint8_t* const to = dest.Row(y) + x * pixel_bytes;
+        if (fetches && y + 1 < top + rows) {
+          PrefetchRun<1>(to + dest.stride, static_cast<int64_t>(bytes));
+        }
         const int64_t offset = row_offset(y);
         if (repeats && y > top && offset == last_offset) {
           std::memcpy(to, to - dest.stride, bytes);
