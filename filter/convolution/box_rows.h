@@ -1,6 +1,8 @@
 #ifndef QEL_FILTER_CONVOLUTION_BOX_ROWS_H_
 #define QEL_FILTER_CONVOLUTION_BOX_ROWS_H_
 
+#include <iterator>
+
 #include "filter/convolution/quotients.h"
 
 // Rows of equal weights.
@@ -44,8 +46,11 @@ void JoinAcross(Sum* out, const Sum* sums, size_t columns, size_t step, size_t c
   size_t column = 0;
   for (; column + 3 <= columns; column += 3) terms[size++] = triples + column * step;
   for (; column < columns; ++column) terms[size++] = sums + column * step;
-  AddTerms<1, false>(out, terms, count);
-  size_t done = 1;
+  constexpr decltype(&AddTerms<1, false, Sum>) kFirst[] = {
+      &AddTerms<1, false, Sum>, &AddTerms<2, false, Sum>, &AddTerms<3, false, Sum>,
+      &AddTerms<4, false, Sum>, &AddTerms<5, false, Sum>};
+  size_t done = Smaller(size, std::size(kFirst));
+  kFirst[done - 1](out, terms, count);
   for (; done + 4 <= size; done += 4) AddTerms<4, true>(out, terms + done, count);
   for (; done < size; ++done) AddTerms<1, true>(out, terms + done, count);
 }
