@@ -75,6 +75,12 @@ std::vector<CommandOption> CheckOptionRows() {
       {"--time-limit", "SECONDS", "processor time for each rule, 20 by default", Word::kNumber}};
 }
 
+Options::Takes TakenBy(const CommandOption& option) {
+  if (option.value.empty()) return Options::Takes::kNothing;
+  if (!option.NeedsValue()) return Options::Takes::kOptionalValue;
+  return option.word == Word::kFile ? Options::Takes::kFile : Options::Takes::kValue;
+}
+
 }  // namespace
 
 std::string CommandOption::Written() const {
@@ -268,9 +274,7 @@ Options::Known KnownOptions(std::string_view name) {
   if (command == nullptr) throw std::logic_error("no command of this name");
   Options::Known known;
   for (const CommandOption& option : command->options) {
-    known.emplace(option.name, option.NeedsValue()    ? Options::Takes::kValue
-                               : option.value.empty() ? Options::Takes::kNothing
-                                                      : Options::Takes::kOptionalValue);
+    known.emplace(option.name, TakenBy(option));
   }
   return known;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <utility>
 
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
@@ -45,14 +46,19 @@ Options::Options(const std::vector<std::string>& words, const Known& known) {
     if (found->second == Takes::kNothing && equals != std::string::npos) {
       throw Failure(kUsage, "{} takes no value", name);
     }
-    if (found->second != Takes::kValue && equals == std::string::npos) {
+    const bool needs_value = found->second == Takes::kValue || found->second == Takes::kFile;
+    if (!needs_value && equals == std::string::npos) {
       values_[name];
       continue;
     }
     if (equals == std::string::npos && i + 1 == words.size()) {
       throw Failure(kUsage, "{} needs a value after it", name);
     }
-    values_[name].push_back(equals != std::string::npos ? word.substr(equals + 1) : words[++i]);
+    std::string value = equals != std::string::npos ? word.substr(equals + 1) : words[++i];
+    if (found->second == Takes::kFile && value.empty()) {
+      throw Failure(kUsage, "the name after {} is empty; is a variable empty?", name);
+    }
+    values_[name].push_back(std::move(value));
   }
 }
 

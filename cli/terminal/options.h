@@ -14,8 +14,8 @@ inline constexpr char kNamelessInput[] = "an input has no name; is a variable em
 /// The options of a command, split from its other words.
 class Options {
  public:
-  /// What an option takes.
-  enum class Takes { kNothing, kValue, kOptionalValue };
+  /// What an option takes; a file has a name that is not empty.
+  enum class Takes { kNothing, kValue, kFile, kOptionalValue };
   using Known = std::map<std::string, Takes, std::less<>>;
 
   /// Splits `words`. Options start with '-'; "--name=value" works as well, and is the only way to

@@ -111,6 +111,7 @@ TEST_F(ToolRuns, SaysWhatIsWrongAndWhatWouldBeRight) {
       {"run . -o out.png negative", kNoInput, "Is a directory"},
       {"run . -o out/ negative", kNoInput, "name its pictures, as './*.png'"},
       {"run '' -o out.png negative", kNoInput, "an input has no name"},
+      {"run scene.png -o out.png --json '' negative", kUsage, "the name after --json is empty"},
       {"run scene.png -o nowhere/out.png negative", kNoOutput, "nowhere/out.png"},
       {"run scene.png -o out.png --module words.txt negative", kModuleFault, "cannot load"},
       {"run scene.png -o out.png scale depth=24 set-image-alpha alpha=3", kWrongDepth,
