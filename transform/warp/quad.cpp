@@ -200,7 +200,9 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
     };
     constexpr size_t kRowsAhead = 4;
     for (int y = 0; y < dest.height; ++y) {
-      picture.Prefetch(scan_line(From(left, kRowsAhead), From(right, kRowsAhead)));
+      // Pixels of 1 byte bring their rows themselves.
+      if (view.bit_count > 8)
+        picture.Prefetch(scan_line(From(left, kRowsAhead), From(right, kRowsAhead)));
       picture.Fill(y, scan_line(left, right));
       left = From(left, 1);
       right = From(right, 1);
