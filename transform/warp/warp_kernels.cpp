@@ -139,8 +139,9 @@ bool Offsets(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t coun
   return of(offsets, sx, sy, count, rule);
 }
 
-size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
-                  const uint8_t* source, const OffsetRule& rule, const CloseRows& close) {
+template <int32_t kRows>
+size_t CopyCloseRows(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                     const uint8_t* source, const OffsetRule& rule, const CloseRows& close) {
   constexpr size_t kBlocks = kVectorBytes / 16;
   // Rows relative to the first one may be negative, but not what is narrowed to bytes.
   constexpr int32_t kBias = 100;
@@ -148,12 +149,15 @@ size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t co
   // destination are going to read.
   constexpr int64_t kRowsAhead = 3;
   const int64_t stride = close.stride;
-  const int32_t rows = close.rows;
   const int32_t row_step = close.stride == rule.stride ? 1 : -1;
+  U8 numbers[kRows];
+  for (int32_t r = 0; r < kRows; ++r) {
+    numbers[r] = Set<U8>(static_cast<uint8_t>(kBias + r * row_step));
+  }
   const int32_t left = rule.left;
-  const int32_t top = row_step > 0 ? rule.top : rule.top + rows - 1;
+  const int32_t top = row_step > 0 ? rule.top : rule.top + kRows - 1;
   const auto columns_to_begin = static_cast<uint32_t>(rule.columns > 15 ? rule.columns - 15 : 0);
-  const auto rows_to_begin = static_cast<uint32_t>(rule.rows >= rows ? rule.rows - rows + 1 : 0);
+  const auto rows_to_begin = static_cast<uint32_t>(rule.rows >= kRows ? rule.rows - kRows + 1 : 0);
   const int64_t source_stride = rule.stride;
   size_t i = 0;
   for (; i + U8::kLanes <= count; i += U8::kLanes) {
@@ -168,7 +172,7 @@ size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t co
     for (size_t b = 0; b < kBlocks; ++b) {
       from[b] = source + (sy[i + 16 * b] * source_stride + sx[i + 16 * b]);
       PrefetchLine(from[b] - kRowsAhead * stride);
-      PrefetchLine(from[b] + (rows - 1 + kRowsAhead) * stride);
+      PrefetchLine(from[b] + (kRows - 1 + kRowsAhead) * stride);
     }
     I32 column[4];
     I32 row[4];
@@ -183,10 +187,9 @@ size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t co
     const U8 biased_rows = OrderedDemote4To8(row[0], row[1], row[2], row[3]);
     U8 found = Zero<U8>();
     U8 known = Zero<U8>();
-    for (int32_t r = 0; r < rows; ++r) {
+    for (int32_t r = 0; r < kRows; ++r) {
       const U8 bytes = GatherBlocks<U8>([&](size_t b) { return from[b] + r * stride; });
-      const U8 is_row =
-          VecFromMask(biased_rows == Set<U8>(static_cast<uint8_t>(kBias + r * row_step)));
+      const U8 is_row = VecFromMask(biased_rows == numbers[r]);
       found |= TableLookupBytesOr0(bytes, places) & is_row;
       known |= is_row;
     }
@@ -196,6 +199,15 @@ size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t co
     StoreU(found, dest + i);
   }
   return i;
+}
+
+size_t CopyClose1(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
+                  const uint8_t* source, const OffsetRule& rule, const CloseRows& close) {
+  static_assert(kMostCloseRows == 4);
+  const auto copy = close.rows <= 2   ? &CopyCloseRows<2>
+                    : close.rows == 3 ? &CopyCloseRows<3>
+                                      : &CopyCloseRows<4>;
+  return copy(dest, sx, sy, count, source, rule, close);
 }
 
 void Cells(int32_t* __restrict sx, int32_t* __restrict sy, const double* __restrict x,
