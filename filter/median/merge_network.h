@@ -1,18 +1,11 @@
 #ifndef QEL_FILTER_MEDIAN_MERGE_NETWORK_H_
 #define QEL_FILTER_MEDIAN_MERGE_NETWORK_H_
 
-#include <cstddef>
+#include "filter/median/selection_network.h"
 
 namespace qel {
 // Computed by the compiler; each kernel source has its own.
 namespace {
-
-struct MergeComparator {
-  size_t low = 0;  ///< takes the smaller value
-  size_t high = 0;
-  bool needs_low = false;
-  bool needs_high = false;
-};
 
 /// A network of comparators that merges `kA` sorted values with the `kB` sorted ones after them: an
 /// odd-even merge (Batcher 1968), without what the values number `kFirst` to `kLast` in the common
@@ -23,10 +16,12 @@ class MergeNetwork {
   static constexpr size_t kValues = kA + kB;
   constexpr MergeNetwork() {
     Merge({0, kA}, {kA, kB}, 1, places_);
-    Prune();
+    bool needed[kValues] = {};
+    for (size_t i = kFirst; i <= kLast; ++i) needed[places_[i]] = true;
+    size_ = PruneComparators(comparators_, size_, needed);
   }
   constexpr size_t size() const { return size_; }
-  constexpr const MergeComparator& operator[](size_t i) const { return comparators_[i]; }
+  constexpr const Comparator& operator[](size_t i) const { return comparators_[i]; }
   /// Where value number `i` comes to stand.
   constexpr size_t PlaceOf(size_t i) const { return places_[i]; }
 
@@ -65,23 +60,8 @@ class MergeNetwork {
     }
   }
 
-  constexpr void Prune() {
-    bool needed[kValues] = {};
-    for (size_t i = kFirst; i <= kLast; ++i) needed[places_[i]] = true;
-    size_t kept = kMost;
-    while (size_ > 0) {
-      MergeComparator comparator = comparators_[--size_];
-      comparator.needs_low = needed[comparator.low];
-      comparator.needs_high = needed[comparator.high];
-      if (!comparator.needs_low && !comparator.needs_high) continue;
-      needed[comparator.low] = needed[comparator.high] = true;
-      comparators_[--kept] = comparator;
-    }
-    for (; kept < kMost; ++kept) comparators_[size_++] = comparators_[kept];
-  }
-
   static constexpr size_t kMost = kValues * 8;
-  MergeComparator comparators_[kMost] = {};
+  Comparator comparators_[kMost] = {};
   size_t places_[kValues] = {};
   size_t size_ = 0;
 };

@@ -7,22 +7,42 @@ namespace qel {
 // Computed by the compiler; each kernel source has its own.
 namespace {
 
+struct Comparator {
+  size_t low = 0;  ///< takes the smaller value
+  size_t high = 0;
+  bool needs_low = false;
+  bool needs_high = false;
+};
+
+/// Leaves out what the values `needed` at the end do not depend on, and returns how many are left
+/// of `size` comparators.
+template <size_t kMost, size_t kValues>
+constexpr size_t PruneComparators(Comparator (&comparators)[kMost], size_t size,
+                                  bool (&needed)[kValues]) {
+  size_t kept = kMost;
+  while (size > 0) {
+    Comparator comparator = comparators[--size];
+    comparator.needs_low = needed[comparator.low];
+    comparator.needs_high = needed[comparator.high];
+    if (!comparator.needs_low && !comparator.needs_high) continue;
+    needed[comparator.low] = needed[comparator.high] = true;
+    comparators[--kept] = comparator;
+  }
+  for (; kept < kMost; ++kept) comparators[size++] = comparators[kept];
+  return size;
+}
+
 /// A network of comparators that brings those of `kTaps` values to their places that are number
 /// `kFirst` to `kLast` in their order: a sorting network by merge exchange, without the comparators
 /// and half comparators that do not matter.
 template <size_t kTaps, size_t kFirst, size_t kLast>
 class SelectionNetwork {
  public:
-  struct Comparator {
-    size_t low = 0;  ///< takes the smaller value
-    size_t high = 0;
-    bool needs_low = false;
-    bool needs_high = false;
-  };
-
   constexpr SelectionNetwork() {
     Sort();
-    Prune();
+    bool needed[kTaps] = {};
+    for (size_t i = kFirst; i <= kLast; ++i) needed[i] = true;
+    size_ = PruneComparators(comparators_, size_, needed);
   }
   constexpr size_t size() const { return size_; }
   constexpr const Comparator& operator[](size_t i) const { return comparators_[i]; }
@@ -44,25 +64,8 @@ class SelectionNetwork {
     }
   }
 
-  constexpr void Prune() {
-    bool needed[kTaps] = {};
-    for (size_t i = kFirst; i <= kLast; ++i) needed[i] = true;
-    size_t kept = kMost;
-    for (size_t i = size_; i-- > 0;) {
-      Comparator comparator = comparators_[i];
-      comparator.needs_low = needed[comparator.low];
-      comparator.needs_high = needed[comparator.high];
-      if (!comparator.needs_low && !comparator.needs_high) continue;
-      needed[comparator.low] = needed[comparator.high] = true;
-      pruned_[--kept] = comparator;
-    }
-    size_ = 0;
-    while (kept < kMost) comparators_[size_++] = pruned_[kept++];
-  }
-
   static constexpr size_t kMost = kTaps * kTaps;
   Comparator comparators_[kMost] = {};
-  Comparator pruned_[kMost] = {};
   size_t size_ = 0;
 };
 

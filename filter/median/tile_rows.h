@@ -25,11 +25,24 @@ template <size_t kA, size_t kB, size_t kFirst, size_t kLast>
 constexpr MergeNetwork<kA, kB, kFirst, kLast> kMergeNetwork;
 
 template <typename V>
-QEL_SIMD_INLINE void Exchange(V* values, const MergeComparator& comparator) {
+QEL_SIMD_INLINE void Exchange(V* values, const Comparator& comparator) {
   const V low = values[comparator.low];
   const V high = values[comparator.high];
   if (comparator.needs_low) values[comparator.low] = Min(low, high);
   if (comparator.needs_high) values[comparator.high] = Max(low, high);
+}
+
+/// Comparators `kBegin` to `kEnd - 1`, in pieces that compilers take as one expression.
+template <const auto& kNetwork, size_t kBegin, size_t kEnd, typename V>
+QEL_SIMD_INLINE void ExchangeAll(V* values) {
+  if constexpr (kEnd - kBegin <= 128) {
+    [&]<size_t... i>(std::index_sequence<i...>) { (Exchange(values, kNetwork[kBegin + i]), ...); }
+    (std::make_index_sequence<kEnd - kBegin>());
+  } else {
+    constexpr size_t kMiddle = (kBegin + kEnd) / 2;
+    ExchangeAll<kNetwork, kBegin, kMiddle>(values);
+    ExchangeAll<kNetwork, kMiddle, kEnd>(values);
+  }
 }
 
 /// The values number `kFirst` to `kLast` of two sorted runs together.
@@ -43,8 +56,7 @@ template <size_t kA, size_t kB, size_t kFirst, size_t kLast, typename V>
   (std::make_index_sequence<kA>());
   [&]<size_t... i>(std::index_sequence<i...>) { ((values[kA + i] = b[i]), ...); }
   (std::make_index_sequence<kB>());
-  [&]<size_t... i>(std::index_sequence<i...>) { (Exchange(values, kNetwork[i]), ...); }
-  (std::make_index_sequence<kNetwork.size()>());
+  ExchangeAll<kNetwork, 0, kNetwork.size()>(values);
   [&]<size_t... i>(std::index_sequence<i...>) {
     ((merged[i] = values[kNetwork.PlaceOf(kFirst + i)]), ...);
   }
