@@ -260,8 +260,9 @@ double ImageBytes(const Shape& shape, Reach reach) {
   constexpr double kOwnPages = 1 << 20;  // from here on what is not touched takes no memory
   const double row = static_cast<double>((int64_t{shape.width} * shape.bits + 511) / 512 * 64);
   const double rows = row * shape.height;
+  const double ends = 2 * std::max(row, 4.0 * shape.width);  // slack, which is zeroed
   const double all = shape.bits < 24 ? 4 * rows : rows;
-  return reach == Reach::kBeyond || all < kOwnPages ? all : rows;
+  return ends + (reach == Reach::kBeyond || ends + all < kOwnPages ? all : rows);
 }
 
 Forecast Forecaster::Of(const BatchItem& item, const Shape& source, const RowTraffic& reading,

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <new>
@@ -131,24 +132,22 @@ BandWork::BandWork(BandPipeline& pipeline, BandSource& source, BandSink& sink, i
 }
 
 /// A band that begins below the top of a picture before a step that looks outside needs that
-/// picture's corner: it is made just before.
+/// picture's corner. Corners come first: few rows are kept for the first band then.
 void BandWork::ListItems(int band_rows) {
   const int height = plan_.ShapeBefore(stretch_.end).height;
-  std::vector<bool> has_corner(corners_.size());
+  std::vector<Item> bands;
   for (int begin = 0; begin < height; begin += std::min(band_rows, height - begin)) {
     const RowRange result{begin, begin + std::min(band_rows, height - begin)};
-    Item band{plan_.RowsFor(stretch_.begin, stretch_.end, result)};
-    for (size_t i = 0; i < corners_.size(); ++i) {
-      if (band.rows[i].begin == 0 || has_corner[i] || !plan_.LooksOutside(stretch_.begin + i)) {
-        continue;
-      }
-      has_corner[i] = true;
-      if (i == 0) continue;  // the reader has it
-      items_.push_back({plan_.RowsFor(stretch_.begin, stretch_.begin + i, {0, 1}), i});
-    }
-    band.number = bands_++;
-    items_.push_back(std::move(band));
+    bands.push_back({plan_.RowsFor(stretch_.begin, stretch_.end, result), {}, bands_++});
   }
+  // The reader has the corner of the first picture.
+  for (size_t i = 1; i < corners_.size(); ++i) {
+    if (!plan_.LooksOutside(stretch_.begin + i)) continue;
+    const bool needed =
+        std::ranges::any_of(bands, [&](const Item& band) { return band.rows[i].begin > 0; });
+    if (needed) items_.push_back({plan_.RowsFor(stretch_.begin, stretch_.begin + i, {0, 1}), i});
+  }
+  std::ranges::move(bands, std::back_inserter(items_));
 }
 
 void BandWork::Run(int threads) {

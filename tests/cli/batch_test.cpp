@@ -636,7 +636,10 @@ TEST_F(OneLarge, TakesTheMemoryOfItsBandsHoweverHighItIs) {
     if (height > 2000 || test::kSanitized) continue;
     const Outcome outcome = Run(words + " --stats");
     EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
-    EXPECT_NEAR(NumberAfter(outcome.output, "memory at its peak "), told, 0.1 * told);
+    // Threads rarely have all of their bands at the same time.
+    const double peak = NumberAfter(outcome.output, "memory at its peak ");
+    EXPECT_LE(peak, 1.02 * told);
+    EXPECT_GE(peak, 0.75 * told);
   }
 }
 
