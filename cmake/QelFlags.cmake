@@ -28,8 +28,6 @@ target_compile_options(qel_flags INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${QEL_BATCHES}>>:-Wno-subobject-linkage>
   # Levels leave out what they have no instructions for, and with it what only that calls.
   $<$<CXX_COMPILER_ID:Clang>:-Wno-unneeded-internal-declaration -Wno-unused-function>
-  # Networks of comparators are folds of hundreds.
-  $<$<CXX_COMPILER_ID:Clang>:-fbracket-depth=1024>
   $<$<BOOL:${QEL_WARNINGS_AS_ERRORS}>:-Werror>)
 if(QEL_SANITIZE)
   # A target's property QEL_UNCHECKED lists the sanitizers that it is built without: a flag that takes
