@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "simd/prefetch.h"
+#include "simd/stream.h"
 
 namespace qel {
 
@@ -29,12 +30,10 @@ inline void CopyRows(uint8_t* dest, int64_t dest_step, const uint8_t* source, in
                      void (*copy)(uint8_t*, const uint8_t*, size_t) = &CopyApart) {
   const auto gap = reinterpret_cast<intptr_t>(dest) - reinterpret_cast<intptr_t>(source);
   if (dest_step == bytes && source_step == bytes && (gap >= bytes * rows || -gap >= bytes * rows)) {
-    // What no cache holds the library stores past the caches, whose sizes it knows.
-    constexpr int64_t kBeyondCaches = 64 << 20;
     const auto all = static_cast<size_t>(bytes * rows);
-    if (bytes * rows < kBeyondCaches) return copy(dest, source, all);
-    std::memcpy(dest, source, all);
-    return;
+    if (bytes * rows < LeastStreamedBytes()) return copy(dest, source, all);
+    StreamBytes(dest, source, all);
+    return FinishStream();
   }
   for (int64_t y = 0; y < rows; ++y, dest += dest_step, source += source_step) {
     const auto apart = reinterpret_cast<intptr_t>(dest) - reinterpret_cast<intptr_t>(source);

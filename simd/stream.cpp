@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "simd/prefetch.h"
+
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
@@ -20,6 +22,7 @@ void StreamBytes(uint8_t* dest, const uint8_t* source, size_t count) {
   for (; i + kLine <= count; i += kLine) {
     const auto* const from = reinterpret_cast<const __m128i*>(source + i);
     auto* const to = reinterpret_cast<__m128i*>(dest + i);
+    PrefetchAhead<kLine>(source + i);
     const __m128i a = _mm_loadu_si128(from), b = _mm_loadu_si128(from + 1);
     const __m128i c = _mm_loadu_si128(from + 2), d = _mm_loadu_si128(from + 3);
     // Whole lines leave the processor at once.
