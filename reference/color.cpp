@@ -1,4 +1,4 @@
-#include "reference/color.h"
+#include "reference/operations.h"
 
 #include <algorithm>
 #include <cmath>

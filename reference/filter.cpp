@@ -1,4 +1,4 @@
-#include "reference/filter.h"
+#include "reference/operations.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "reference/maths.h"
+#include "reference/operations.h"
 
 #include <algorithm>
 #include <cstring>

@@ -93,61 +93,32 @@ uint32_t GetPixelColor(const uint8_t* bits, int x, int y, int width, int height,
   return ReadInside(bits, x, y, stride, bit_count);
 }
 
-void SetPixelColor(uint8_t* bits, int x, int y, int width, int height, int stride, uint32_t color,
-                   int bit_count) {
-  if (x < 0 || y < 0 || bits == nullptr || x > width || y > height) return;
-  uint8_t* row = bits + int64_t{y} * stride;
-  if (bit_count >= 24) {
-    const int bytes = bit_count == 32 ? 4 : 3;
-    for (int i = 0; i < bytes; ++i) {
-      row[int64_t{x} * bytes + i] = static_cast<uint8_t>(Channel(color, i));
-    }
-    return;
-  }
-  const int index = NearestIndex(color);
-  if (bit_count == 8) {
-    row[x] = static_cast<uint8_t>(index);
-  } else if (bit_count == 4) {
-    uint8_t& pair = row[(int64_t{x} * 4) >> 3];
-    pair = static_cast<uint8_t>(x % 2 == 0 ? (pair & 0x0F) | (index & 15) << 4
-                                           : (pair & 0xF0) | (index & 15));
-  } else if (bit_count == 1) {
-    const int shift = 7 - x % 8;
-    row[x >> 3] = static_cast<uint8_t>((row[x >> 3] & ~(1 << shift)) | (index & 1) << shift);
-  }
-}
-
-uint32_t GetBilinearColor(const uint8_t* bits, int x, int y, int width, int height, int stride,
-                          int bit_count) {
-  if (x < 0 || y < 0 || x >= width || y >= height) {
-    return GetPixelColor(bits, -999, -999, width, height, stride, bit_count);
-  }
-  if (bits != nullptr && x + 1 < width && y + 1 < height && bit_count >= 24) {
-    const uint8_t* pixel = bits + int64_t{y} * stride + int64_t{x} * (bit_count == 32 ? 4 : 3);
-    return Pack(pixel[0], pixel[1], pixel[2], 255);
-  }
-  const uint32_t c00 = GetPixelColor(bits, x, y, width, height, stride, bit_count);
-  const uint32_t c10 = GetPixelColor(bits, x + 1, y, width, height, stride, bit_count);
-  const uint32_t c01 = GetPixelColor(bits, x, y + 1, width, height, stride, bit_count);
-  const uint32_t c11 = GetPixelColor(bits, x + 1, y + 1, width, height, stride, bit_count);
-  int blend[4];
-  for (int i = 0; i < 4; ++i) {
-    const float value =
-        static_cast<float>(Channel(c00, i)) * 1.0f + static_cast<float>(Channel(c10, i)) * 0.0f +
-        static_cast<float>(Channel(c01, i)) * 0.0f + static_cast<float>(Channel(c11, i)) * 0.0f;
-    blend[i] = TruncateToInt(value);
-  }
-  return Pack(blend[0], blend[1], blend[2], blend[3]);
-}
-
 uint32_t PixelOf(const Raster& image, int64_t x, int64_t y) {
   return GetPixelColor(image.Bits(), static_cast<int>(x), static_cast<int>(y), image.width,
                        image.height, image.stride, image.bit_count);
 }
 
 void SetPixelOf(Raster& image, int x, int y, uint32_t color) {
-  SetPixelColor(image.Bits(), x, y, image.width, image.height, image.stride, color,
-                image.bit_count);
+  if (x < 0 || y < 0 || image.Bits() == nullptr || x > image.width || y > image.height) return;
+  uint8_t* row = image.Row(y);
+  if (image.bit_count >= 24) {
+    const int bytes = image.bit_count == 32 ? 4 : 3;
+    for (int i = 0; i < bytes; ++i) {
+      row[int64_t{x} * bytes + i] = static_cast<uint8_t>(Channel(color, i));
+    }
+    return;
+  }
+  const int index = NearestIndex(color);
+  if (image.bit_count == 8) {
+    row[x] = static_cast<uint8_t>(index);
+  } else if (image.bit_count == 4) {
+    uint8_t& pair = row[(int64_t{x} * 4) >> 3];
+    pair = static_cast<uint8_t>(x % 2 == 0 ? (pair & 0x0F) | (index & 15) << 4
+                                           : (pair & 0xF0) | (index & 15));
+  } else if (image.bit_count == 1) {
+    const int shift = 7 - x % 8;
+    row[x >> 3] = static_cast<uint8_t>((row[x >> 3] & ~(1 << shift)) | (index & 1) << shift);
+  }
 }
 
 bool CreateLike(const Raster& source, Raster& result) {

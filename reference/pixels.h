@@ -30,10 +30,6 @@ int NearestIndex(uint32_t color);
 
 uint32_t GetPixelColor(const uint8_t* bits, int x, int y, int width, int height, int stride,
                        int bit_count);
-void SetPixelColor(uint8_t* bits, int x, int y, int width, int height, int stride, uint32_t color,
-                   int bit_count);
-uint32_t GetBilinearColor(const uint8_t* bits, int x, int y, int width, int height, int stride,
-                          int bit_count);
 
 /// The same of an image.
 uint32_t PixelOf(const Raster& image, int64_t x, int64_t y);

@@ -2,10 +2,7 @@
 
 #include <map>
 
-#include "reference/color.h"
-#include "reference/filter.h"
-#include "reference/maths.h"
-#include "reference/transform.h"
+#include "reference/operations.h"
 
 namespace qel::test {
 namespace {

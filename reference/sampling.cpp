@@ -2,7 +2,7 @@
 
 #include "image/bessel.h"
 #include "reference/pixels.h"
-#include "reference/transform.h"
+#include "reference/operations.h"
 
 namespace qel::test::oracle {
 namespace {
@@ -27,24 +27,6 @@ int ClampedTruncation(float sum) {
   if (sum > 255.0f) return 255;
   if (sum < 0.0f) return 0;
   return TruncateToInt(sum);
-}
-
-}  // namespace
-
-// Its rational approximations are those of the module, which tests compare with the mathematics
-// library's function.
-float BesselOrder1(float x) {
-  if (x == 0.0f) return 0.0f;
-  const float p = std::fabs(x);
-  if (p < 8.0f) return static_cast<float>(KernelBessel_J1(static_cast<double>(p))) * x;
-  const float p1 = static_cast<float>(KernelBessel_P1(static_cast<double>(p)));
-  const float q1 = static_cast<float>(KernelBessel_Q1(static_cast<double>(p)));
-  const float sine = std::sin(p);
-  const float cosine = std::cos(p);
-  const float h = 0.70710677f;
-  const float r = static_cast<float>(std::sqrt(2.0 / (M_PI * static_cast<double>(p))));
-  const float value = r * (q1 * (8.0f / p) * (sine + cosine) * h + (sine - cosine) * h * p1);
-  return x < 0.0f ? -value : value;
 }
 
 float KernelWeight(int method, float t) {
@@ -108,6 +90,32 @@ float KernelWeight(int method, float t) {
       if (t >= 1.0f && t < 2.0f) return 0.5f * (-t3 + 5.0f * t2 - 8.0f * t + 4.0f);
       return 0.0f;
   }
+}
+
+/// The pixel itself, since its position has no fraction any more.
+uint32_t GetBilinearColor(const uint8_t* bits, int x, int y, int width, int height, int stride,
+                          int bit_count) {
+  const uint32_t color = GetPixelColor(bits, x, y, width, height, stride, bit_count);
+  const bool inside = bits != nullptr && x >= 0 && y >= 0 && x + 1 < width && y + 1 < height;
+  return inside && bit_count >= 24 ? color | 0xFF000000u : color;
+}
+
+}  // namespace
+
+// Its rational approximations are those of the module, which tests compare with the mathematics
+// library's function.
+float BesselOrder1(float x) {
+  if (x == 0.0f) return 0.0f;
+  const float p = std::fabs(x);
+  if (p < 8.0f) return static_cast<float>(KernelBessel_J1(static_cast<double>(p))) * x;
+  const float p1 = static_cast<float>(KernelBessel_P1(static_cast<double>(p)));
+  const float q1 = static_cast<float>(KernelBessel_Q1(static_cast<double>(p)));
+  const float sine = std::sin(p);
+  const float cosine = std::cos(p);
+  const float h = 0.70710677f;
+  const float r = static_cast<float>(std::sqrt(2.0 / (M_PI * static_cast<double>(p))));
+  const float value = r * (q1 * (8.0f / p) * (sine + cosine) * h + (sine - cosine) * h * p1);
+  return x < 0.0f ? -value : value;
 }
 
 uint32_t Interpolated(const uint8_t* bits, float x, float y, int width, int height, int stride,

@@ -1,4 +1,4 @@
-#include "reference/transform.h"
+#include "reference/operations.h"
 
 #include <algorithm>
 #include <cmath>

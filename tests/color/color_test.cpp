@@ -1,5 +1,3 @@
-#include "reference/color.h"
-
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -7,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "reference/operations.h"
 #include "reference/pixels.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/sanitized.h"

@@ -9,67 +9,38 @@
 #include "compose/resize.h"
 #include "compose/text.h"
 #include "compose/turn.h"
-#include "reference/rng.h"
+#include "reference/raster.h"
 
 namespace qel::compose {
 namespace {
 
-constexpr uint8_t kGuard = 0xA5;
+using test::Raster;
 
-/// A picture with guards between and round its rows.
-class Raster {
- public:
-  Raster(int width, int height, int channels)
-      : pixels{nullptr, ptrdiff_t{width} * channels + kGap, width, height, channels},
-        memory_(static_cast<size_t>(pixels.stride * height + kGap), kGuard) {
-    pixels.bits = memory_.data() + kGap;
-  }
+/// Noise, also between and round the rows.
+Raster Random(int width, int height, int channels, uint64_t seed = 1) {
+  test::Rng rng(seed);
+  return Raster(rng, width, height, 8 * channels, 0, {.padding = 7});
+}
+Pixels Of(const Raster& raster) {
+  return {const_cast<uint8_t*>(raster.Row(0)), raster.stride, raster.width, raster.height,
+          raster.bit_count / 8};
+}
+Raster Filled(int width, int height, int channels, Color color) {
+  Raster raster = Random(width, height, channels);
+  Fill(Of(raster), color);
+  return raster;
+}
 
-  Raster(Raster&&) = default;
-
-  static Raster Random(int width, int height, int channels, uint32_t seed) {
-    Raster raster(width, height, channels);
-    test::Rng rng(seed);
-    raster.ForEach([&](uint8_t& byte) { byte = static_cast<uint8_t>(rng.Next()); });
-    return raster;
-  }
-  static Raster Filled(int width, int height, int channels, Color color) {
-    Raster raster(width, height, channels);
-    Fill(raster.pixels, color);
-    return raster;
-  }
-
-  template <typename Visit>
-  void ForEach(Visit visit) {
-    for (int y = 0; y < pixels.height; ++y) {
-      for (int i = 0; i < pixels.width * pixels.channels; ++i) visit(pixels.Row(y)[i]);
-    }
-  }
-  std::vector<int> At(int x, int y) const {
-    const uint8_t* const pixel = pixels.At(x, y);
-    return {pixel, pixel + pixels.channels};
-  }
-  std::vector<uint8_t> Bytes() const {
-    std::vector<uint8_t> bytes;
-    for (int y = 0; y < pixels.height; ++y) {
-      bytes.insert(bytes.end(), pixels.Row(y), pixels.At(pixels.width, y));
-    }
-    return bytes;
-  }
-  bool GuardsKept() const {
-    for (int y = -1; y < pixels.height; ++y) {
-      const uint8_t* const gap = pixels.Row(y) + ptrdiff_t{pixels.width} * pixels.channels;
-      if (std::any_of(gap, gap + kGap, [](uint8_t byte) { return byte != kGuard; })) return false;
-    }
-    return true;
-  }
-
-  Pixels pixels;
-
- private:
-  static constexpr ptrdiff_t kGap = 7;
-  std::vector<uint8_t> memory_;
-};
+std::vector<int> At(const Raster& raster, int x, int y) {
+  const uint8_t* const pixel = Of(raster).At(x, y);
+  return {pixel, pixel + raster.bit_count / 8};
+}
+/// Whether nothing but the rows of an image of `Random` has changed.
+bool GuardsKept(Raster raster) {
+  const Raster fresh = Random(raster.width, raster.height, raster.bit_count / 8);
+  CopyTo(Of(fresh), Of(raster), 0, 0);
+  return raster == fresh;
+}
 
 // ---- resize: against the sum over all samples, in doubles.
 
@@ -103,7 +74,7 @@ double FromLight(double v) {
 
 /// One pixel of the resized picture, before rounding.
 std::vector<double> ResizedPixel(const Raster& source, const ResizeRequest& r, int x, int y) {
-  const ConstPixels from = source.pixels;
+  const ConstPixels from = Of(source);
   std::vector<double> sums(4, 0);
   double total = 0;
   const int reach_x = 4 * (r.source_width / r.width + 1),
@@ -155,15 +126,15 @@ TEST(Resize, IsTheWeightedSumOfAllSamplesByAnyBands) {
           const ResizeRequest request = {from.width, from.height, to.width,        to.height,
                                          left,       top,         to.width - left, to.height - top,
                                          filter,     linear};
-          const Raster source = Raster::Random(from.width, from.height, channels, seed);
-          Raster dest(request.dest_width, request.dest_height, channels);
+          const Raster source = Random(from.width, from.height, channels, seed);
+          Raster dest = Random(request.dest_width, request.dest_height, channels);
           const Resizer resizer(request);
-          resizer.Run(source.pixels, 0, dest.pixels, 0);
-          ASSERT_TRUE(dest.GuardsKept());
-          for (int y = 0; y < dest.pixels.height; ++y) {
-            for (int x = 0; x < dest.pixels.width; ++x) {
+          resizer.Run(Of(source), 0, Of(dest), 0);
+          ASSERT_TRUE(GuardsKept(dest));
+          for (int y = 0; y < dest.height; ++y) {
+            for (int x = 0; x < dest.width; ++x) {
               const std::vector<double> expected = ResizedPixel(source, request, x, y);
-              const std::vector<int> got = dest.At(x, y);
+              const std::vector<int> got = At(dest, x, y);
               for (size_t c = 0; c < got.size(); ++c) {
                 // Colours that hardly show are not held to account, but light is quantised where
                 // it is dark.
@@ -175,18 +146,18 @@ TEST(Resize, IsTheWeightedSumOfAllSamplesByAnyBands) {
           }
           // Bands that see nothing but the rows they name.
           for (const int rows : {1, 3}) {
-            Raster banded(request.dest_width, request.dest_height, channels);
+            Raster banded = Random(request.dest_width, request.dest_height, channels);
             for (int y = 0; y < request.dest_height; y += rows) {
               const RowRange band = {y, std::min(y + rows, request.dest_height)};
               const RowRange needed = resizer.SourceRows(band);
-              Raster seen(from.width, needed.size(), channels);
-              CopyTo(source.pixels, seen.pixels, 0, -needed.begin);
-              Pixels part = banded.pixels;
+              Raster seen = Random(from.width, needed.size(), channels);
+              CopyTo(Of(source), Of(seen), 0, -needed.begin);
+              Pixels part = Of(banded);
               part.bits = part.Row(y);
               part.height = band.size();
-              resizer.Run(seen.pixels, needed.begin, part, y);
+              resizer.Run(Of(seen), needed.begin, part, y);
             }
-            ASSERT_EQ(banded.Bytes(), dest.Bytes()) << "bands of " << rows;
+            ASSERT_EQ(banded.Difference(dest), "") << "bands of " << rows;
           }
         }
       }
@@ -196,37 +167,36 @@ TEST(Resize, IsTheWeightedSumOfAllSamplesByAnyBands) {
 
 TEST(Resize, TransparentPixelsLendNoColorAndFlatPicturesStayFlat) {
   // Half of the columns are a green that cannot be seen.
-  Raster stripes(40, 30, 4);
+  Raster stripes = Random(40, 30, 4);
   for (int y = 0; y < 30; ++y) {
     for (int x = 0; x < 40; ++x) {
       const uint8_t see_through[] = {0, 255, 0, 0}, red[] = {10, 0, 200, 255};
-      std::copy_n(x % 2 == 0 ? red : see_through, 4, stripes.pixels.At(x, y));
+      std::copy_n(x % 2 == 0 ? red : see_through, 4, Of(stripes).At(x, y));
     }
   }
-  Raster half(20, 15, 4);
-  Resizer({40, 30, 20, 15, 0, 0, 20, 15, ResizeFilter::kArea})
-      .Run(stripes.pixels, 0, half.pixels, 0);
-  EXPECT_EQ(half.At(9, 7), (std::vector<int>{10, 0, 200, 128}));
+  Raster half = Random(20, 15, 4);
+  Resizer({40, 30, 20, 15, 0, 0, 20, 15, ResizeFilter::kArea}).Run(Of(stripes), 0, Of(half), 0);
+  EXPECT_EQ(At(half, 9, 7), (std::vector<int>{10, 0, 200, 128}));
 
   for (const int channels : {1, 3, 4}) {
     for (const bool linear : {false, true}) {
       const Color color = {7, 7, 7, static_cast<uint8_t>(channels == 4 ? 3 : 255)};
-      const Raster flat = Raster::Filled(33, 21, channels, color);
-      Raster dest(20, 50, channels);
+      const Raster flat = Filled(33, 21, channels, color);
+      Raster dest = Random(20, 50, channels);
       Resizer({33, 21, 20, 50, 0, 0, 20, 50, ResizeFilter::kLanczos, linear})
-          .Run(flat.pixels, 0, dest.pixels, 0);
-      EXPECT_EQ(dest.Bytes(), Raster::Filled(20, 50, channels, color).Bytes());
+          .Run(Of(flat), 0, Of(dest), 0);
+      EXPECT_EQ(dest.Difference(Filled(20, 50, channels, color)), "");
     }
   }
 }
 
 TEST(Resize, NearestCopiesThePixelThatLiesThere) {
-  const Raster source = Raster::Random(5, 3, 4, 9);
-  Raster dest(10, 2, 4);
-  Resizer({5, 3, 10, 2, 0, 0, 10, 2, ResizeFilter::kNearest}).Run(source.pixels, 0, dest.pixels, 0);
+  const Raster source = Random(5, 3, 4, 3);
+  Raster dest = Random(10, 2, 4);
+  Resizer({5, 3, 10, 2, 0, 0, 10, 2, ResizeFilter::kNearest}).Run(Of(source), 0, Of(dest), 0);
   for (int x = 0; x < 10; ++x) {
-    EXPECT_EQ(dest.At(x, 0), source.At(x / 2, 0));
-    EXPECT_EQ(dest.At(x, 1), source.At(x / 2, 2));
+    EXPECT_EQ(At(dest, x, 0), At(source, x / 2, 0));
+    EXPECT_EQ(At(dest, x, 1), At(source, x / 2, 2));
   }
 }
 
@@ -267,20 +237,20 @@ TEST(Placement, FitsAndPlaces) {
 // ---- turn
 
 TEST(Turn, MovesPixelsByQuartersCounterClockwise) {
-  const Raster source = Raster::Random(5, 3, 3, 4);
+  const Raster source = Random(5, 3, 3, 4);
   const Size upright = {5, 3}, lying = {3, 5};
   for (const double turns : {-4.0, 0.0, 4.0}) {
     for (int quarters = 0; quarters < 4; ++quarters) {
       const double angle = 90 * (quarters + turns);
       const Size size = TurnedSize(upright, angle);
       ASSERT_EQ(size, quarters % 2 == 0 ? upright : lying);
-      Raster dest(size.width, size.height, 3);
-      Turn(source.pixels, angle, {}, dest.pixels, 0);
+      Raster dest = Random(size.width, size.height, 3);
+      Turn(Of(source), angle, {}, Of(dest), 0);
       for (int y = 0; y < 3; ++y) {
         for (int x = 0; x < 5; ++x) {
           // What was on the right is on top after a quarter.
           const int to_x[] = {x, y, 4 - x, 2 - y}, to_y[] = {y, 4 - x, 2 - y, x};
-          EXPECT_EQ(dest.At(to_x[quarters], to_y[quarters]), source.At(x, y)) << angle;
+          EXPECT_EQ(At(dest, to_x[quarters], to_y[quarters]), At(source, x, y)) << angle;
         }
       }
     }
@@ -292,18 +262,20 @@ TEST(Turn, LosesNothingAtOtherAngles) {
   for (const double angle : {0.3, 17.5, 45.0, 89.9, 133.0, -211.25}) {
     SCOPED_TRACE(angle);
     // Corners in colours of their own.
-    Raster source = Raster::Filled(60, 40, 4, {100, 100, 100});
+    Raster source = Filled(60, 40, 4, {100, 100, 100});
     const Color corners[] = {{250, 0, 0}, {0, 250, 0}, {0, 0, 250}, {250, 250, 0}};
     for (int i = 0; i < 4; ++i) {
-      Fill({source.pixels.At(i % 2 * 50, i / 2 * 30), source.pixels.stride, 10, 10, 4}, corners[i]);
+      Fill({Of(source).At(i % 2 * 50, i / 2 * 30), source.stride, 10, 10, 4}, corners[i]);
     }
     const Size size = TurnedSize({60, 40}, angle);
-    Raster dest(size.width, size.height, 4);
-    Turn(source.pixels, angle, ground, dest.pixels, 0);
-    EXPECT_TRUE(dest.GuardsKept());
+    Raster dest = Random(size.width, size.height, 4);
+    Turn(Of(source), angle, ground, Of(dest), 0);
+    EXPECT_TRUE(GuardsKept(dest));
     // All of the picture is there: its area, and its corners at the places that trigonometry says.
     double area = 0;
-    dest.ForEach([&, i = 0](uint8_t& byte) mutable { area += i++ % 4 == 3 ? byte / 255.0 : 0; });
+    for (int i = 0; i < size.width * size.height; ++i) {
+      area += At(dest, i % size.width, i / size.width)[3] / 255.0;
+    }
     EXPECT_NEAR(area, 60 * 40, 12);
     const double radians = angle * std::numbers::pi / 180;
     for (int i = 0; i < 4; ++i) {
@@ -311,48 +283,47 @@ TEST(Turn, LosesNothingAtOtherAngles) {
       const double x = size.width / 2.0 + dx * std::cos(radians) + dy * std::sin(radians);
       const double y = size.height / 2.0 - dx * std::sin(radians) + dy * std::cos(radians);
       const Color c = corners[i];
-      EXPECT_EQ(dest.At(static_cast<int>(x), static_cast<int>(y)),
+      EXPECT_EQ(At(dest, static_cast<int>(x), static_cast<int>(y)),
                 (std::vector<int>{c.blue, c.green, c.red, 255}));
     }
     // A rim of one flat colour keeps it up to the edge: no ringing, no dark line.
-    const Raster flat = Raster::Filled(60, 40, 4, {9, 80, 170});
-    Turn(flat.pixels, angle, ground, dest.pixels, 0);
+    const Raster flat = Filled(60, 40, 4, {9, 80, 170});
+    Turn(Of(flat), angle, ground, Of(dest), 0);
     for (int y = 0; y < size.height; ++y) {
       for (int x = 0; x < size.width; ++x) {
-        const std::vector<int> pixel = dest.At(x, y);
+        const std::vector<int> pixel = At(dest, x, y);
         if (pixel[3] < 40) continue;
         EXPECT_NEAR(pixel[1], 80, 3) << x << ", " << y;
         EXPECT_NEAR(pixel[2], 170, 3) << x << ", " << y;
       }
     }
     // Rows may be made in any bands.
-    Raster banded(size.width, size.height, 4);
+    Raster banded = Random(size.width, size.height, 4);
     for (int y = 0; y < size.height; ++y) {
-      Turn(flat.pixels, angle, ground,
-           {banded.pixels.Row(y), banded.pixels.stride, size.width, 1, 4}, y);
+      Turn(Of(flat), angle, ground, {banded.Row(y), banded.stride, size.width, 1, 4}, y);
     }
-    EXPECT_EQ(banded.Bytes(), dest.Bytes());
+    EXPECT_EQ(banded.Difference(dest), "");
   }
 }
 
 TEST(Turn, ThereAndBackIsNearlyTheSame) {
-  Raster source(63, 63, 1);
+  Raster source = Random(63, 63, 1);
   for (int y = 0; y < 63; ++y) {
     for (int x = 0; x < 63; ++x) {
-      *source.pixels.At(x, y) =
+      *Of(source).At(x, y) =
           static_cast<uint8_t>(127 + 100 * std::sin(x / 3.0) * std::cos(y / 4.0));
     }
   }
   Size size = TurnedSize({63, 63}, 30);
-  Raster turned(size.width, size.height, 1);
-  Turn(source.pixels, 30, {}, turned.pixels, 0);
+  Raster turned = Random(size.width, size.height, 1);
+  Turn(Of(source), 30, {}, Of(turned), 0);
   const Size back_size = TurnedSize(size, -30);
-  Raster back(back_size.width, back_size.height, 1);
-  Turn(turned.pixels, -30, {}, back.pixels, 0);
+  Raster back = Random(back_size.width, back_size.height, 1);
+  Turn(Of(turned), -30, {}, Of(back), 0);
   const int left = (back_size.width - 63) / 2, top = (back_size.height - 63) / 2;
   for (int y = 8; y < 55; ++y) {
     for (int x = 8; x < 55; ++x) {
-      ASSERT_NEAR(back.At(left + x, top + y)[0], source.At(x, y)[0], 2) << x << ", " << y;
+      ASSERT_NEAR(At(back, left + x, top + y)[0], At(source, x, y)[0], 2) << x << ", " << y;
     }
   }
 }
@@ -363,20 +334,20 @@ TEST(Blend, LaysLayersByTheirAlpha) {
   for (const int below : {1, 3, 4}) {
     for (const int above : {1, 3, 4}) {
       for (const double opacity : {1.0, 0.4}) {
-        const Raster over = Raster::Random(9, 7, above, 5);
-        const Raster base = Raster::Random(12, 8, below, 6);
-        Raster result(12, 8, below);
-        CopyTo(base.pixels, result.pixels, 0, 0);
-        BlendOver(over.pixels, opacity, result.pixels, 5, -2);
-        EXPECT_TRUE(result.GuardsKept());
+        const Raster over = Random(9, 7, above, 5);
+        const Raster base = Random(12, 8, below, 11);
+        Raster result = Random(12, 8, below);
+        CopyTo(Of(base), Of(result), 0, 0);
+        BlendOver(Of(over), opacity, Of(result), 5, -2);
+        EXPECT_TRUE(GuardsKept(result));
         for (int y = 0; y < 8; ++y) {
           for (int x = 0; x < 12; ++x) {
-            std::vector<int> old = base.At(x, y), now = result.At(x, y);
+            std::vector<int> old = At(base, x, y), now = At(result, x, y);
             if (x < 5 || y >= 5) {
               EXPECT_EQ(now, old);
               continue;
             }
-            std::vector<int> top = over.At(x - 5, y + 2);
+            std::vector<int> top = At(over, x - 5, y + 2);
             const double share = std::lround((above == 4 ? top[3] : 255) * opacity) / 255.0;
             const double under = below == 4 ? old[3] / 255.0 * (1 - share) : 1 - share;
             const double sum = share + under;
@@ -398,30 +369,30 @@ TEST(Blend, LaysLayersByTheirAlpha) {
 }
 
 TEST(Blend, TilesCoverEverythingOnceAndFlattenLeavesNothingTransparent) {
-  const Raster tile = Raster::Random(4, 3, 3, 8);
-  Raster dest = Raster::Filled(11, 10, 3, {});
-  BlendTiles(tile.pixels, 1, dest.pixels, 2, -7);
+  const Raster tile = Random(4, 3, 3, 11);
+  Raster dest = Filled(11, 10, 3, {});
+  BlendTiles(Of(tile), 1, Of(dest), 2, -7);
   for (int y = 0; y < 10; ++y) {
-    for (int x = 0; x < 11; ++x) EXPECT_EQ(dest.At(x, y), tile.At((x + 2) % 4, (y + 7) % 3));
+    for (int x = 0; x < 11; ++x) EXPECT_EQ(At(dest, x, y), At(tile, (x + 2) % 4, (y + 7) % 3));
   }
 
-  const Raster source = Raster::Random(6, 5, 4, 3);
-  Raster flat(6, 5, 3);
-  Flatten(source.pixels, {255, 255, 255}, flat.pixels);
-  Raster gray(6, 5, 1);
-  ToGray(flat.pixels, gray.pixels);
+  const Raster source = Random(6, 5, 4, 3);
+  Raster flat = Random(6, 5, 3);
+  Flatten(Of(source), {255, 255, 255}, Of(flat));
+  Raster gray = Random(6, 5, 1);
+  ToGray(Of(flat), Of(gray));
   for (int y = 0; y < 5; ++y) {
     for (int x = 0; x < 6; ++x) {
-      const std::vector<int> pixel = source.At(x, y), on_white = flat.At(x, y);
+      const std::vector<int> pixel = At(source, x, y), on_white = At(flat, x, y);
       for (size_t c = 0; c < 3; ++c) {
         EXPECT_NEAR(on_white[c], 255 - (255 - pixel[c]) * pixel[3] / 255.0, 0.51);
       }
-      EXPECT_NEAR(gray.At(x, y)[0], 0.114 * on_white[0] + 0.587 * on_white[1] + 0.299 * on_white[2],
-                  0.51);
+      EXPECT_NEAR(At(gray, x, y)[0],
+                  0.114 * on_white[0] + 0.587 * on_white[1] + 0.299 * on_white[2], 0.51);
     }
   }
-  EXPECT_TRUE(HasTransparency(source.pixels));
-  EXPECT_FALSE(HasTransparency(Raster::Filled(6, 5, 4, {}).pixels));
+  EXPECT_TRUE(HasTransparency(Of(source)));
+  EXPECT_FALSE(HasTransparency(Of(Filled(6, 5, 4, {}))));
 }
 
 // ---- text

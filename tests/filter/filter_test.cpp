@@ -1,9 +1,8 @@
-#include "reference/filter.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <vector>
 
+#include "reference/operations.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
 

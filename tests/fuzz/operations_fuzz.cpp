@@ -5,28 +5,28 @@
 
 #include "component/host_services.h"
 #include "module/factory.h"
+#include "operations/components.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/paired_operations.h"
 
 namespace qel::test {
 namespace {
 
-template <typename Interface>
-SmartPtr<Interface> Create(tagREFString name) {
-  SmartPtr<Interface> object;
-  FindComponent(name)(nullptr, kIidOf<Interface>, object.PutVoid());
-  return object;
-}
+/// The module that is linked in.
+struct LinkedModule {
+  template <typename Interface>
+  SmartPtr<Interface> Create(tagREFString name) const {
+    SmartPtr<Interface> object;
+    FindComponent(name)(nullptr, kIidOf<Interface>, object.PutVoid());
+    return object;
+  }
+};
 
 const ComponentSet& Components() {
   static const auto* const components = [] {
     gGlobalComponentCollection.Replace(
         SmartPtr<IComponentCollection>::Retain(TestHost::Instance().collection()));
-    return new ComponentSet{Create<IQELColorTransform>(RefString(kColorTransformName)),
-                            Create<IQELTransform>(RefString(kTransformName)),
-                            Create<IQELDeform>(RefString(kDeformName)),
-                            Create<IQELFilterTransform>(RefString(kFilterTransformName)),
-                            Create<IQELMaths>(RefString(kMathsName))};
+    return new ComponentSet(operations::MakeComponents(LinkedModule()));
   }();
   return *components;
 }

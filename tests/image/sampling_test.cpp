@@ -4,7 +4,7 @@
 
 #include "image/bessel.h"
 #include "image/interpolated_sampling.h"
-#include "reference/transform.h"
+#include "reference/operations.h"
 
 namespace qel::test {
 namespace {

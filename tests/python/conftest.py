@@ -14,6 +14,7 @@ from qel import _qel
 TABLE = _qel.table()
 TOOL = os.environ["QEL_TOOL"]
 HEIGHT, WIDTH = 71, 93
+ROUND = 170  # of memory round arrays
 
 
 def pytest_configure(config):
@@ -78,16 +79,16 @@ def exchanged(pixels):
     return np.ascontiguousarray(pixels[..., [2, 1, 0, 3][: pixels.shape[2]]])
 
 
-def room(shape, fill=170):
-    """Arrays of this shape that lie in every way in memory; the memory round them is `fill`."""
+def room(shape):
+    """Arrays of this shape that lie in every way in memory; all round them is `ROUND`."""
     h, w, rest = shape[0], shape[1], shape[2:]
-    new = functools.partial(np.full, fill_value=fill, dtype=np.uint8)
+    new = functools.partial(np.full, fill_value=ROUND, dtype=np.uint8)
     yield "packed", new(shape)
     yield "in a larger one", new((h + 4, w + 9) + rest)[2:-2, 4:-5]
     yield "upside down", new((h + 1, w + 3) + rest)[:h, :w][::-1]
     yield "every other column", new((h, 2 * w) + rest)[:, ::2]
     yield "right to left", new(shape)[:, ::-1]
-    yield "by columns", np.full(shape, fill, np.uint8, order="F")
+    yield "by columns", np.full(shape, ROUND, np.uint8, order="F")
     if rest:
         yield "channels reversed", new(shape)[..., ::-1]
         yield "apart from alignment", new((h * w * rest[0] + 1,))[1:].reshape(shape)

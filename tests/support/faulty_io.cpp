@@ -85,13 +85,7 @@ int open(const char* path, int flags, ...) {
   return Open(path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...) {
-  va_list rest;
-  va_start(rest, flags);
-  const mode_t mode = TakesMode(flags) ? va_arg(rest, mode_t) : 0;
-  va_end(rest);
-  return Open(path, flags, mode);
-}
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 
 ssize_t write(int descriptor, const void* bytes, size_t count) {
   const Fault fault = Next('w');

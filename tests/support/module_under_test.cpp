@@ -3,45 +3,27 @@
 #include <dlfcn.h>
 
 #include <map>
-#include <stdexcept>
 
+#include "host/module_library.h"
+#include "operations/components.h"
 #include "tests/support/build_paths.h"
 #include "tests/support/paired_operations.h"
 #include "tests/support/sanitized.h"
 
 namespace qel::test {
-namespace {
-
-template <typename Interface>
-SmartPtr<Interface> CreateComponent(const ModuleUnderTest& module, tagREFString name) {
-  CreationFunction create = nullptr;
-  SmartPtr<Interface> object;
-  if (module.create_function(name, &create) == kOk) {
-    create(nullptr, kIidOf<Interface>, object.PutVoid());
-  }
-  if (!object) throw std::runtime_error("the module does not make a component");
-  return object;
-}
-
-}  // namespace
 
 std::unique_ptr<ModuleUnderTest> ModuleUnderTest::Load(const std::string& folder, CpuLevel level) {
   const std::string path = folder + "/QELMaths_" + LevelName(level) + ".so";
-  void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) throw std::runtime_error(dlerror());
+  host::ModuleLibrary library(path);
+  library.Initialize(TestHost::Instance().collection());
   auto module = std::make_unique<ModuleUnderTest>();
+  static_cast<ComponentSet&>(*module) = operations::MakeComponents(library);
   module->level = level;
-  module->create_function =
-      reinterpret_cast<CreateFunctionFunction>(dlsym(library, kCreateFunctionSymbol));
-  module->initialize =
-      reinterpret_cast<InitializeModuleFunction>(dlsym(library, kInitializeModuleSymbol));
-  module->plans = static_cast<const ForcedPlans*>(dlsym(library, kForcedPlansSymbol));
-  module->initialize(nullptr, TestHost::Instance().collection());
-  module->color = CreateComponent<IQELColorTransform>(*module, RefString(kColorTransformName));
-  module->transform = CreateComponent<IQELTransform>(*module, RefString(kTransformName));
-  module->deform = CreateComponent<IQELDeform>(*module, RefString(kDeformName));
-  module->filter = CreateComponent<IQELFilterTransform>(*module, RefString(kFilterTransformName));
-  module->maths = CreateComponent<IQELMaths>(*module, RefString(kMathsName));
+  module->create_function = library.create_function();
+  module->initialize = library.initialize();
+  void* const loaded = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  module->plans = static_cast<const ForcedPlans*>(dlsym(loaded, kForcedPlansSymbol));
+  std::move(library).KeepLoaded();
   // The first image of a module looks its locator up and keeps it; later calls make images only.
   Rng rng(1);
   const auto image = TestImage::Make(Raster(rng, 1, 1, 8, kModelMono, {}));

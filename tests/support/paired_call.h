@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "operations/method.h"
-#include "reference/transform.h"
+#include "reference/operations.h"
 #include "tests/support/forced_plans.h"
 #include "tests/support/operation_calls.h"
 #include "tests/support/test_host.h"

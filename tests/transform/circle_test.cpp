@@ -1,7 +1,7 @@
 #include <cmath>
 
 #include "reference/pixels.h"
-#include "reference/transform.h"
+#include "reference/operations.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
 #include "tests/support/sanitized.h"

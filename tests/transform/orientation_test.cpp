@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "reference/transform.h"
+#include "reference/operations.h"
 #include "tests/support/module_under_test.h"
 
 namespace qel::test {

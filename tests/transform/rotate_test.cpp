@@ -4,7 +4,7 @@
 
 #include "image/interpolated_sampling.h"
 #include "reference/pixels.h"
-#include "reference/transform.h"
+#include "reference/operations.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
 #include "transform/rotate/tap_kernels.h"

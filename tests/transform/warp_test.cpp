@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "reference/pixels.h"
-#include "reference/transform.h"
+#include "reference/operations.h"
 #include "tests/support/module_under_test.h"
 
 namespace qel::test {
