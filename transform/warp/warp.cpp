@@ -142,7 +142,9 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
         if (Painter::kPaintsBelow) PrefetchLine<1>(at + target.stride);
       }
       // Calls take so long between rows that the processor forgets where it reads.
-      PrefetchRun(source.Row(y) + int64_t{first} * kBytes, int64_t{count} * kBytes);
+      if (target.HasPixels()) {
+        PrefetchRun(source.Row(y) + int64_t{first} * kBytes, int64_t{count} * kBytes);
+      }
       turn = 1 - turn;
       paint(chunks[turn]);
     }
