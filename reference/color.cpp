@@ -1,8 +1,7 @@
-#include "reference/operations.h"
-
 #include <algorithm>
 #include <cmath>
 
+#include "reference/operations.h"
 #include "reference/pixels.h"
 
 namespace qel::test::oracle {

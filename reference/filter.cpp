@@ -1,9 +1,8 @@
-#include "reference/operations.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <vector>
 
+#include "reference/operations.h"
 #include "reference/pixels.h"
 
 namespace qel::test::oracle {

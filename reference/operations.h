@@ -84,8 +84,8 @@ result_t TransformPaste(const PointTransform& transform, const Raster& source, R
 result_t FillVoids(Raster& image);
 result_t CircleTransform(Raster& image, int mode, int with_alpha, float factor);
 
-// Mathematics. Planes of which an image taking part has no pixels are left out. `dest` may be one of
-// the images that are read.
+// Mathematics. Planes of which an image taking part has no pixels are left out. `dest` may be one
+// of the images that are read.
 
 result_t CreateDestImage(const Raster& model, int bit_count, int color_model, Raster& result);
 /// Only the identity of `mask` matters.

@@ -1,8 +1,8 @@
 #include <cmath>
 
 #include "image/bessel.h"
-#include "reference/pixels.h"
 #include "reference/operations.h"
+#include "reference/pixels.h"
 
 namespace qel::test::oracle {
 namespace {

@@ -1,9 +1,8 @@
-#include "reference/operations.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
+#include "reference/operations.h"
 #include "reference/pixels.h"
 
 namespace qel::test::oracle {

@@ -7,6 +7,7 @@
 #include "cli/operations.h"
 #include "cli/session/picture_io.h"
 #include "cli/terminal/errors.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/tool.h"
 
 namespace qel::cli {
@@ -146,6 +147,8 @@ TEST_F(Commands, HelpFitsAScreenAndItsExamplesRun) {
 }
 
 TEST_F(Commands, TheTableNamesOptionsThatCommandsTake) {
+  if (test::kSanitized)
+    GTEST_SKIP() << "many starts of the tool, which take long then, to read words";
   for (const Command& command : CommandTable()) {
     std::string help = Run("help " + std::string(command.name)).output;
     EXPECT_NE(help.find("Example    " + std::string(command.example)), std::string::npos) << help;
@@ -225,6 +228,8 @@ TEST_F(Commands, CompletionFollowsTheTables) {
 }
 
 TEST_F(Commands, HelpListingsAndManualTellEverythingOfEveryOperation) {
+  if (test::kSanitized)
+    GTEST_SKIP() << "many starts of the tool, which take long then, to read words";
   ASSERT_EQ(Run("man -o pages").exit_code, kDone);
   const std::string tool_page = ReadFile(folder_ / "pages/qel.1");
   const std::string json = Run("list --json").output, list = Run("list").output;

@@ -2,6 +2,7 @@
 
 #include "reference/operations.h"
 #include "tests/support/module_under_test.h"
+#include "tests/support/sanitized.h"
 
 namespace qel::test {
 namespace {
@@ -64,6 +65,7 @@ TEST_F(TransformReadings, EqualQuarterTurns) {
                               {2070, 65, 0},
                               {0, 3, 0}}) {
       for (const int angle : {90, 180, 270, 45, -90}) {
+        if (kSanitized && size.width > 1000 && depth != 8 && depth != 24 && angle != 90) continue;
         const int planes = rng.Int(0, 3);
         Raster::NewImageLayout() = RandomLayout(rng);
         const Raster source(rng, size.width, size.height, depth, UsualModel(depth),

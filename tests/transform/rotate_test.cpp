@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "image/interpolated_sampling.h"
-#include "reference/pixels.h"
 #include "reference/operations.h"
+#include "reference/pixels.h"
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
 #include "transform/rotate/tap_kernels.h"

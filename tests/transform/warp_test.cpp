@@ -2,8 +2,8 @@
 #include <cstring>
 #include <limits>
 
-#include "reference/pixels.h"
 #include "reference/operations.h"
+#include "reference/pixels.h"
 #include "tests/support/module_under_test.h"
 
 namespace qel::test {
