@@ -45,7 +45,10 @@ Block::Block(size_t size, Layout::Fence fence) : size_(size), fence_(fence) {
   void* const mapped = mmap(nullptr, mapping_size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapped == MAP_FAILED) throw std::bad_alloc();
   mapping_ = static_cast<uint8_t*>(mapped);
-  if (mprotect(mapping_ + page, inner, PROT_READ | PROT_WRITE) != 0) throw std::bad_alloc();
+  // No bytes at all are an error for some emulators.
+  if (inner > 0 && mprotect(mapping_ + page, inner, PROT_READ | PROT_WRITE) != 0) {
+    throw std::bad_alloc();
+  }
   data_ = mapping_ + page + (fence_ == Layout::Fence::kAfter ? inner - size : 0);
 }
 
