@@ -31,6 +31,7 @@ class TiledMedian {
     const size_t rows = (1 + tile_height_) * keys_pitch_;
     scratch_bytes_ = HasColors() ? std::max(Slots() * pixel_pitch_, ScratchPitch(keys * step_)) : 0;
     memory_.reset(new (std::nothrow) uint8_t[spread + rows + scratch_bytes_]);
+    if (memory_ == nullptr) return;
     keys_ = memory_.get() + spread;
     scratch_ = keys_ + rows;
   }
@@ -138,8 +139,8 @@ class TiledMedian {
   size_t pixel_pitch_;
   size_t scratch_bytes_;
   std::unique_ptr<uint8_t[]> memory_;  ///< rows that are spread, sorted columns, and what follows
-  uint8_t* keys_;                      ///< a row, and the results of a row of tiles
-  uint8_t* scratch_;                   ///< pixels
+  uint8_t* keys_ = nullptr;            ///< a row, and the results of a row of tiles
+  uint8_t* scratch_ = nullptr;         ///< pixels
   const uint8_t* pixels_[kMostTiled + kMostTileHeight - 1];
 };
 

@@ -576,11 +576,11 @@ double NumberAfter(const std::string& output, const std::string& text) {
   return at == std::string::npos ? 0 : std::stod(output.substr(at + text.size()));
 }
 
-/// Mebibytes. Threads rarely have all of their bands at the same time, and libraries hold more or
-/// less.
-void ExpectAtMostAbout(double told, double peak) {
+/// Mebibytes. Libraries hold more or less; several threads rarely have all of their bands at a
+/// time.
+void ExpectAtMostAbout(double told, double peak, bool one_thread) {
   EXPECT_LE(peak, told + std::max(0.02 * told, 2.0));
-  EXPECT_GE(peak, 0.75 * told);
+  EXPECT_GE(peak, told - std::max((one_thread ? 0.1 : 0.25) * told, 2.0));
 }
 
 TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
@@ -604,7 +604,8 @@ TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
           Shell("test -f first || cp " + c.output + " first; cmp first " + c.output).exit_code, 0);
       if (test::kSanitized) continue;  // which hold memory of their own
       const double told = NumberAfter(dry.output, "at most about ");
-      ExpectAtMostAbout(told, NumberAfter(outcome.output, "memory at its peak "));
+      ExpectAtMostAbout(told, NumberAfter(outcome.output, "memory at its peak "),
+                        how == "--threads 1");
     }
   }
 }
@@ -641,7 +642,7 @@ TEST_F(OneLarge, TakesTheMemoryOfItsBandsHoweverHighItIs) {
     if (height > 2000 || test::kSanitized) continue;
     const Outcome outcome = Run(words + " --stats");
     EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
-    ExpectAtMostAbout(told, NumberAfter(outcome.output, "memory at its peak "));
+    ExpectAtMostAbout(told, NumberAfter(outcome.output, "memory at its peak "), false);
   }
 }
 
