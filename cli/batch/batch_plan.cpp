@@ -7,6 +7,7 @@
 #include <memory>
 #include <unordered_map>
 
+#include "cli/batch/manifest.h"
 #include "cli/session/picture_io.h"
 #include "cli/terminal/errors.h"
 #include "pictures/temporary_name.h"
@@ -60,7 +61,8 @@ class Identities {
                 read);
 }
 
-/// The manifest is written where it stands: nothing else may be the same file, under any name.
+/// The manifest is written where it stands: nothing else may be the same file, under any name, nor
+/// may anything but the manifest of an earlier run stand there.
 void RefuseManifest(const std::vector<BatchItem>& items, const BatchRequest& request) {
   struct stat manifest {};
   if (stat(request.manifest.c_str(), &manifest) != 0) return;
@@ -79,6 +81,11 @@ void RefuseManifest(const std::vector<BatchItem>& items, const BatchRequest& req
     refuse_if_same(item.input);
     refuse_if_same(item.output);
   }
+  if (!S_ISREG(manifest.st_mode) || BeginsLikeManifest(request.manifest)) return;
+  throw Failure(kUsage,
+                "--json {} would replace a file that is no manifest; remove that first if it shall "
+                "go, or give the manifest a name of its own",
+                request.manifest);
 }
 
 void RefuseClashes(const std::vector<BatchItem>& items, const BatchRequest& request) {

@@ -50,6 +50,16 @@ std::string InputHashOf(const std::string& line) { return ReadJsonTexts(line)["i
 
 }  // namespace
 
+bool BeginsLikeManifest(const std::string& path) {
+  constexpr std::string_view kMember = "\"input\"";
+  std::ifstream file(path, std::ios::binary);
+  const int first = file.get();
+  if (first != '{') return first == std::ifstream::traits_type::eof();
+  std::string line;
+  std::getline(file, line);
+  return line.find(kMember) != line.npos || (file.eof() && kMember.starts_with(line));
+}
+
 Manifest::Manifest(const std::string& path, const std::string& recipe, size_t items, bool resume)
     : path_(path), recipe_(recipe), lines_(items) {
   struct stat status {};

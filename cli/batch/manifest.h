@@ -15,6 +15,10 @@
 
 namespace qel::cli {
 
+/// True for files that are empty or whose first line, as far as it goes, is one of a manifest:
+/// those that a run may replace by its own. What cannot be read counts as empty.
+bool BeginsLikeManifest(const std::string& path);
+
 /// The record of a run: a file with one JSON object per line and item, told by its names, what was
 /// done (the recipe) and the SHA-256 of both files. While the run lasts, lines are added before
 /// outputs get their names ("started") and once they have them ("done"), so that a run that was

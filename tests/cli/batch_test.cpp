@@ -282,6 +282,7 @@ TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
   WriteFile(folder_ / "other/1000.pgm", Gray(5));
   WriteFile(folder_ / "in/x-1000.pgm", Gray(6));
   WriteFile(folder_ / "empty", "\n\n");
+  WriteFile(folder_ / "other.json", "{\n  \"input\": 1}\n");
   fs::create_symlink("in/1000.pgm", folder_.path() / "link.pgm");
   fs::create_hard_link(folder_ / Name(0), folder_ / "hard.pgm");
   const auto before = Files(".");
@@ -304,6 +305,8 @@ TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
       {"in/1000.pgm -o out.pgm add with=in/1001.pgm --json in/1001.pgm", kUsage, "is one of"},
       {"--files-from empty in/1000.pgm -o out.pgm negative --json empty", kUsage, "as empty,"},
       {"in/1000.pgm -o hard.pgm negative --json in/1000.pgm", kUsage, "is one of"},
+      {"in/1000.pgm -o out.pgm negative --json in/1001.pgm", kUsage, "that is no manifest"},
+      {"in/1000.pgm -o out.pgm negative --json other.json --dry-run", kUsage, "is no manifest"},
       {"in/1001.pgm -o hard.pgm negative --json in/1000.pgm", kUsage, "same file as hard.pgm"},
       {"in/1000.pgm -o out.pgm negative --module " + Tool() + " --json " + Tool(), kUsage,
        "as " + Tool()},
