@@ -244,12 +244,8 @@ void WriteTiffPlane(TIFF* tiff, const TiffKind& kind, int plane, int samples) {
 
 Bytes MakeTiff(const TiffKind& kind) {
   return TiffFileOf([&](TIFF* tiff) {
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, kTiffWidth);
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, kTiffHeight);
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, kind.bits);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, kind.samples);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, kind.photometric);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, kind.compression);
+    DescribeTiff(tiff, kTiffWidth, kTiffHeight, kind.samples, kind.bits, kind.photometric,
+                 kind.compression);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG,
                  kind.planar ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
     const auto extra = static_cast<uint16_t>(kind.extra);

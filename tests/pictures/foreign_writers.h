@@ -71,17 +71,22 @@ inline Bytes TiffFileOf(const std::function<void(TIFF*)>& fill) {
   return Joined(ReadFile(path));
 }
 
+inline void DescribeTiff(TIFF* tiff, uint32_t width, uint32_t height, int samples, int bits,
+                         int photometric, int compression) {
+  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
+  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
+  TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
+  TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
+  TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometric);
+  TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
+}
+
 /// 16 x 16 equal pixels in one strip; `describe` may say more.
 inline Bytes FlatTiff(int photometric, int compression, const Bytes& pixel,
                       const std::function<void(TIFF*)>& describe) {
   return TiffFileOf([&](TIFF* tiff) {
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, 16);
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, 16);
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, static_cast<int>(pixel.size()));
+    DescribeTiff(tiff, 16, 16, static_cast<int>(pixel.size()), 8, photometric, compression);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometric);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 16);
     if (compression == COMPRESSION_JPEG) {
       TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);

@@ -92,12 +92,7 @@ struct Tiff {
 
  private:
   void Describe(TIFF* tiff) const {
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, width);
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, height);
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometric);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
+    DescribeTiff(tiff, width, height, samples, bits, photometric, compression);
     if (compression == COMPRESSION_JPEG) TIFFSetField(tiff, TIFFTAG_JPEGTABLESMODE, 0);
     TIFFSetField(tiff, tile_width > 0 ? TIFFTAG_TILEWIDTH : TIFFTAG_ROWSPERSTRIP,
                  tile_width > 0 ? tile_width : height);
