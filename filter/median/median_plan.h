@@ -76,7 +76,7 @@ constexpr MedianPlan PlanMedian(int size, int bit_count) {
 }
 
 /// Writes the medians of `source` to `dest`, which has its shape and pixels to store. False when
-/// there is no memory for histograms, which alone take any beside the stack.
+/// there is no memory for tiles or histograms; the other methods take none beside the stack.
 bool RunMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest);
 
 }  // namespace qel
