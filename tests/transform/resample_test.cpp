@@ -41,6 +41,28 @@ TEST_F(ResampleReadings, EqualTallAndWidePictures) {
   }
 }
 
+// Sums whose distance from whole numbers is about what they are rounded by: in noise some of them,
+// in flat areas of dark values all, and where steep gradients and edges are, others.
+TEST_F(ResampleReadings, EqualSumsOfTwelveTapsNearWholeNumbers) {
+  Rng rng(12);
+  const auto expect_doubled = [&](const Raster& source) {
+    ExpectSame({source}, Call("Resample", 2 * source.width, 2 * source.height, 5, 0));
+  };
+  for (const int depth : {8, 24, 32}) expect_doubled(RandomRaster(rng, 190, 60, depth));
+  const auto painted = [&](int width, int height, const auto& value_at) {
+    Raster picture = RandomRaster(rng, width, height, 8);
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) picture.Row(y)[x] = static_cast<uint8_t>(value_at(x, y));
+    }
+    expect_doubled(picture);
+  };
+  painted(16 * 14, 16 * 14, [](int x, int y) { return y / 14 * 16 + x / 14; });
+  painted(140, 20, [](int x, int) { return x / 28; });
+  painted(140, 20, [](int x, int y) { return 4 * x + 8 * y; });
+  painted(140, 20, [](int x, int y) { return (x ^ y) % 2 * 255; });
+  painted(140, 20, [](int x, int y) { return (x / 3 + y / 5) % 2 * (255 - x / 28); });
+}
+
 // Pixels further and further apart, at the end of memory.
 TEST_F(ResampleReadings, EqualNearestPixels) {
   Rng rng(6);

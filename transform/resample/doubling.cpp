@@ -1,11 +1,9 @@
-#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
 
-#include "image/pixel_access.h"
-#include "simd/prefetch.h"
 #include "transform/resample/doubling_kernels.h"
+#include "transform/resample/doubling_rows.h"
 #include "transform/resample/resample_methods.h"
 
 namespace qel {
@@ -13,19 +11,18 @@ namespace {
 
 /// Doubles an image in tiles of a few columns and a band of rows, channel by channel. Every source
 /// row goes once into the sums of all rows that it is a tap of, which wait in rings.
-template <size_t kTaps>
 class Doubler {
  public:
   Doubler(const ResamplePlan& plan, const ImageView& source, const ImageView& dest)
       : plan_(plan),
         source_(source),
         dest_(dest),
-        channels_(static_cast<size_t>(plan.pixel_bytes)),
-        outside_(OutsideColor(source)) {}
+        rows_(source, dest, plan),
+        channels_(static_cast<size_t>(plan.pixel_bytes)) {}
 
   /// False when there is no memory; nothing is written then.
   bool Run() {
-    memory_.reset(new (std::nothrow) float[channels_ * (kChannelSums + kValues)]());
+    memory_.reset(new (std::nothrow) float[channels_ * (kChannelSums + kDoubledValues)]());
     if (memory_ == nullptr) return false;
     values_ = memory_.get() + channels_ * kChannelSums;
     for (int64_t band = 0; band < source_.Rows(); band += kBandRows) {
@@ -38,16 +35,14 @@ class Doubler {
   }
 
  private:
+  static constexpr size_t kTaps = kDoublingTaps;
   static constexpr int64_t kHalf = kTaps / 2;
-  static constexpr size_t kColumns = kDoubledColumns<kTaps>;
-  static constexpr size_t kValues = kColumns + kDoubledMargin;
+  static constexpr size_t kColumns = kDoubledColumns;
   static constexpr size_t kRowSums = 2 * kColumns;
   static constexpr size_t kChannelSums = 2 * kTaps * kRowSums;
   /// Source rows that tiles go down: each lies in a page of its own, as do the two rows made of it,
   /// and the processor remembers where some two thousand pages are.
   static constexpr int64_t kBandRows = 300;
-  /// Source rows of a tile that the memory brings in advance.
-  static constexpr int64_t kRowsAhead = 8;
 
   /// The columns from `first` on of the rows from `begin` to `end`.
   void RunTile(int64_t first, int64_t begin, int64_t end) {
@@ -62,7 +57,8 @@ class Doubler {
         const bool any = is_inside(row + kHalf - k) || is_inside(row - kHalf + k);
         step_.needed |= uint32_t{any} << k;
       }
-      SpreadRow(row, first, count);
+      rows_.Spread(values_, kDoubledValues, row, first - kHalf,
+                   first + static_cast<int64_t>(count) + kHalf);
       for (size_t c = 0; c < channels_; ++c) AddChannel(row, c);
       // The rows whose last tap this was.
       const int64_t even = row - kHalf + 1;
@@ -72,35 +68,9 @@ class Doubler {
     }
   }
 
-  /// Makes values of the taps of a tile in a source row, which may be outside.
-  void SpreadRow(int64_t row, int64_t first, size_t count) {
-    const bool inside = row >= 0 && row < source_.Rows();
-    const int64_t from = first - kHalf;
-    const int64_t begin = inside ? std::max<int64_t>(from, 0) : from;
-    const int64_t end =
-        inside ? std::min(first + static_cast<int64_t>(count) + kHalf, source_.Columns()) : from;
-    const auto before = static_cast<size_t>(begin - from);
-    const size_t past = before + static_cast<size_t>(end - begin);
-    const uint8_t outside[] = {BlueOf(outside_), GreenOf(outside_), RedOf(outside_),
-                               AlphaOf(outside_)};
-    for (size_t c = 0; c < channels_; ++c) {
-      float* const values = values_ + c * kValues;
-      std::fill(values, values + before, outside[c]);
-      std::fill(values + past, values + kValues, outside[c]);
-    }
-    if (!inside) return;
-    const int64_t offset = begin * static_cast<int64_t>(channels_);
-    if (row + kRowsAhead < source_.Rows()) {
-      PrefetchRun(source_.Row(row + kRowsAhead) + offset,
-                  (end - begin) * static_cast<int64_t>(channels_));
-    }
-    ActiveDoublingKernels().spread(values_ + before, kValues, source_.Row(row) + offset,
-                                   past - before, channels_);
-  }
-
   void AddChannel(int64_t row, size_t channel) {
     float* const sums = memory_.get() + channel * kChannelSums;
-    step_.values = values_ + channel * kValues;
+    step_.values = values_ + channel * kDoubledValues;
     // The source row is tap k of even row `row` + kHalf - k, and has the same weight for odd row
     // `row` - kHalf + k.
     constexpr auto kRing = static_cast<int64_t>(kTaps);
@@ -112,28 +82,15 @@ class Doubler {
     }
     step_.even_bytes = bytes_[0][channel];
     step_.odd_bytes = bytes_[1][channel];
-    if constexpr (kTaps == 4) {
-      ActiveDoublingKernels().add4(step_);
-    } else {
-      ActiveDoublingKernels().add12(step_);
-    }
+    ActiveDoublingKernels().add4(step_);
   }
 
   using Bytes = uint8_t[4][2 * kColumns];
 
   /// Stores destination row `y` of a tile.
   void StoreRow(int64_t y, Bytes& bytes, int64_t first, size_t count) {
-    const size_t pixels = 2 * count;
-    uint8_t* const to = dest_.Row(y) + 2 * first * static_cast<int64_t>(channels_);
-    if (y + 2 * kRowsAhead < dest_.Rows()) {
-      PrefetchRun<1>(to + 2 * kRowsAhead * dest_.stride, static_cast<int64_t>(pixels * channels_));
-    }
-    if (channels_ == 1) {
-      std::memcpy(to, bytes[0], pixels);
-      return;
-    }
-    if (channels_ == 4 && kTaps == 4) HideAlpha(y, bytes[3], 2 * first, pixels);
-    ActiveDoublingKernels().join(to, bytes[0], sizeof(bytes[0]), pixels, channels_);
+    if (channels_ == 4) HideAlpha(y, bytes[3], 2 * first, 2 * count);
+    rows_.Store(y, 2 * first, bytes[0], sizeof(bytes[0]), 2 * count);
   }
 
   /// Of samples of 4 by 4 pixels, those with a tap outside have no alpha.
@@ -159,9 +116,9 @@ class Doubler {
   const ResamplePlan& plan_;
   const ImageView& source_;
   const ImageView& dest_;
+  const DoublingRows rows_;
   const size_t channels_;
-  const uint32_t outside_;
-  DoublingStep<kTaps> step_;
+  DoublingStep step_;
   Bytes bytes_[2];  // of the even and the odd row that are complete
   // Rings of sums for each channel, those of even rows first; then values of each channel.
   std::unique_ptr<float[]> memory_;
@@ -171,9 +128,7 @@ class Doubler {
 }  // namespace
 
 bool DoubleByTaps(const ResamplePlan& plan, const ImageView& source, const ImageView& dest) {
-  return MethodOf(plan.interpolation).sampling == Sampling::kKernel4
-             ? Doubler<4>(plan, source, dest).Run()
-             : Doubler<12>(plan, source, dest).Run();
+  return Doubler(plan, source, dest).Run();
 }
 
 }  // namespace qel

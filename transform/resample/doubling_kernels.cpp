@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "simd/convert.h"
-#include "simd/interleaved.h"
+#include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -22,6 +22,8 @@ void Spread(float* values, size_t stride, const uint8_t* pixels, size_t count, s
   return SpreadPixels<4>(values, stride, pixels, count);
 }
 
+constexpr size_t kTaps = kDoublingTaps;
+
 /// Vectors of columns that are summed together: the additions of one fill the waits of the other.
 constexpr size_t kVectors = 2;
 constexpr size_t kColumnsAtOnce = kVectors * F32::kLanes;
@@ -32,16 +34,16 @@ using Sums = F32[kVectors];
 
 /// Bytes of even and odd columns by turns. Sums of taps are far from leaving the range of integers,
 /// and narrowing clamps; what is not a number becomes the lowest one.
-QEL_SIMD_INLINE void StoreBytes(const Sums& even, const Sums& odd, uint8_t* to) {
+QEL_SIMD_INLINE U8 BytesByTurns(const Sums& even, const Sums& odd) {
   const auto bytes = [](const Sums& sums) {
     const I16 words = ReorderDemote2To<I16>(ConvertTo<I32>(sums[0]), ConvertTo<I32>(sums[1]));
     return ReorderDemote2To<U8>(words, words);
   };
-  StoreU(LowerThenUpperHalves(InterleaveLower(bytes(even), bytes(odd))), to);
+  return LowerThenUpperHalves(InterleaveLower(bytes(even), bytes(odd)));
 }
 
 /// The sums of one destination row.
-template <size_t kTaps, bool kFirst, bool kLast>
+template <bool kFirst, bool kLast>
 struct RowOfSums {
   float* sums;
   uint8_t* bytes;
@@ -51,7 +53,7 @@ struct RowOfSums {
   QEL_SIMD_INLINE void Load(size_t x) {
     for (size_t v = 0; v < kVectors && !kFirst; ++v) {
       even[v] = LoadU<F32>(sums + x + v * F32::kLanes);
-      odd[v] = LoadU<F32>(sums + kDoubledColumns<kTaps> + x + v * F32::kLanes);
+      odd[v] = LoadU<F32>(sums + kDoubledColumns + x + v * F32::kLanes);
     }
   }
   QEL_SIMD_INLINE void Add(size_t v, F32 to_even, F32 to_odd, bool first) {
@@ -60,33 +62,32 @@ struct RowOfSums {
     odd[v] = KeepInRegister(first && kFirst ? to_odd : odd[v] + to_odd);
   }
   QEL_SIMD_INLINE void Store(size_t x) const {
-    if constexpr (kLast) return StoreBytes(even, odd, bytes + 2 * x);
+    if constexpr (kLast) return StoreU(BytesByTurns(even, odd), bytes + 2 * x);
     for (size_t v = 0; v < kVectors; ++v) {
       StoreU(even[v], sums + x + v * F32::kLanes);
-      StoreU(odd[v], sums + kDoubledColumns<kTaps> + x + v * F32::kLanes);
+      StoreU(odd[v], sums + kDoubledColumns + x + v * F32::kLanes);
     }
   }
 };
 
 /// What every weight k adds to: the values of all taps of a vector of columns, in copies for each
 /// shift, because loads across two lines of the cache would take longer than additions.
-template <size_t kTaps>
 struct TapValues {
-  explicit TapValues(const DoublingStep<kTaps>& step) {
+  explicit TapValues(const DoublingStep& step) {
     for (size_t shift = 0; shift <= kTaps; ++shift) {
       for (size_t x = 0; x < step.columns; x += F32::kLanes) {
         StoreU(LoadU<F32>(step.values + x + shift), of[shift] + x);
       }
     }
   }
-  alignas(64) float of[kTaps + 1][kDoubledColumns<kTaps>];
+  alignas(64) float of[kTaps + 1][kDoubledColumns];
 };
 
 /// Adds products with weight `k` to both rows that have this weight.
-template <size_t kTaps, bool kFirst, bool kLast>
-void AddTap(const DoublingStep<kTaps>& step, const TapValues<kTaps>& values, size_t k) {
-  RowOfSums<kTaps, kFirst, kLast> even = {step.even_row[k], step.even_bytes};
-  RowOfSums<kTaps, kLast, kFirst> odd = {step.odd_row[k], step.odd_bytes};
+template <bool kFirst, bool kLast>
+void AddTap(const DoublingStep& step, const TapValues& values, size_t k) {
+  RowOfSums<kFirst, kLast> even = {step.even_row[k], step.even_bytes};
+  RowOfSums<kLast, kFirst> odd = {step.odd_row[k], step.odd_bytes};
   float weights[kTaps];
   for (size_t i = 0; i < kTaps; ++i) weights[i] = step.weights[k] * step.weights[i];
   for (size_t x = 0; x < step.columns; x += kColumnsAtOnce) {
@@ -112,16 +113,161 @@ void AddTap(const DoublingStep<kTaps>& step, const TapValues<kTaps>& values, siz
   }
 }
 
-template <size_t kTaps>
-void Add(const DoublingStep<kTaps>& step) {
-  const TapValues<kTaps> values(step);
+void Add(const DoublingStep& step) {
+  const TapValues values(step);
   const auto is_needed = [&](size_t k) { return (step.needed >> k & 1) != 0; };
-  if (is_needed(0)) AddTap<kTaps, true, false>(step, values, 0);
+  if (is_needed(0)) AddTap<true, false>(step, values, 0);
   for (size_t k = 1; k + 1 < kTaps; ++k) {
-    if (is_needed(k)) AddTap<kTaps, false, false>(step, values, k);
+    if (is_needed(k)) AddTap<false, false>(step, values, k);
   }
-  if (is_needed(kTaps - 1)) AddTap<kTaps, false, true>(step, values, kTaps - 1);
+  if (is_needed(kTaps - 1)) AddTap<false, true>(step, values, kTaps - 1);
 }
+
+/// A vector of neighbouring even or odd columns of a row whose bytes are in doubt.
+struct Doubt {
+  const float* values;  ///< of the first tap
+  const TapProducts* products;
+  uint8_t* bytes;  ///< every second one
+};
+
+/// Doubts wait until there are as many as are summed together: the additions of one fill the waits
+/// of the others.
+class Doubts {
+ public:
+  void Add(const Doubt& doubt) {
+    doubts_[count_++] = doubt;
+    if (count_ == kTogether) Settle();
+  }
+  void Settle() {
+    if (count_ == 0) return;
+    for (size_t d = count_; d < kTogether; ++d) doubts_[d] = doubts_[0];
+    F32 sums[kTogether] = {};
+    for (size_t row = 0; row < kBoundedTaps; ++row) {
+      for (size_t column = 0; column < kBoundedTaps; ++column) {
+        for (size_t d = 0; d < kTogether; ++d) {
+          sums[d] += Set<F32>((*doubts_[d].products)[row][column]) *
+                     LoadU<F32>(doubts_[d].values + row * kDoubledValues + column);
+        }
+      }
+    }
+    for (size_t d = 0; d < kTogether; ++d) {
+      const LanesOf bytes(BytesOf(sums[d]));
+      for (size_t i = 0; i < I32::kLanes; ++i) {
+        doubts_[d].bytes[2 * i] = static_cast<uint8_t>(bytes.at[i]);
+      }
+    }
+    count_ = 0;
+  }
+
+ private:
+  static constexpr size_t kTogether = 4;
+  Doubt doubts_[kTogether];
+  size_t count_ = 0;
+};
+
+/// Doubles a tile by sums down columns, then across rows.
+class BoundedDoubler {
+ public:
+  explicit BoundedDoubler(const BoundedTile& tile) : tile_(tile) {
+    for (size_t k = 0; k < kBoundedTaps; ++k) StoreU(Set<F32>(tile.weights[k]), weights_[k]);
+    F32 least = LoadU<F32>(tile.values);
+    F32 most = least;
+    for (size_t i = 0; i < (tile.rows + kBoundedTaps) * kDoubledValues; i += F32::kLanes) {
+      const F32 values = LoadU<F32>(tile.values + i);
+      least = Min(least, values);
+      most = Max(most, values);
+    }
+    const LanesOf lows(least);
+    const LanesOf highs(most);
+    float low = lows.at[0];
+    float high = highs.at[0];
+    for (size_t i = 1; i < F32::kLanes; ++i) {
+      low = lows.at[i] < low ? lows.at[i] : low;
+      high = highs.at[i] > high ? highs.at[i] : high;
+    }
+    const auto middle = static_cast<double>(high + low) / 2;
+    const auto reach = static_cast<double>(high - low) / 2;
+    bound_ = Set<F32>(
+        static_cast<float>(tile.tolerance.of_middle * middle + tile.tolerance.of_reach * reach));
+  }
+
+  void Run() {
+    for (size_t row = 0; row < tile_.rows; ++row) {
+      SumDown(tile_.values + row * kDoubledValues);
+      SumAcross(row, false);
+      SumAcross(row, true);
+    }
+    doubts_.Settle();
+  }
+
+ private:
+  F32 Weight(size_t k) const { return LoadU<F32>(weights_[k]); }
+
+  /// Sums of an even and of the odd row behind it, whose first taps are at `values` and one row
+  /// further. The weights of the odd one are in reverse.
+  void SumDown(const float* values) {
+    for (size_t x = 0; x < tile_.columns + kBoundedTaps; x += F32::kLanes) {
+      F32 value = LoadU<F32>(values + x);
+      F32 even = Zero<F32>();
+      F32 odd = Zero<F32>();
+      for (size_t k = 0; k < kBoundedTaps; ++k) {
+        even = KeepInRegister(MulAdd(Weight(k), value, even));
+        value = LoadU<F32>(values + (k + 1) * kDoubledValues + x);
+        odd = KeepInRegister(MulAdd(Weight(kBoundedTaps - 1 - k), value, odd));
+      }
+      StoreU(even, down_[0] + x);
+      StoreU(odd, down_[1] + x);
+    }
+  }
+
+  /// The bytes of an even or odd row, its columns weighed as the rows were.
+  void SumAcross(size_t row, bool is_odd) {
+    uint8_t* const bytes = tile_.bytes + (2 * row + is_odd) * 2 * kDoubledColumns;
+    for (size_t x = 0; x < tile_.columns; x += kColumnsAtOnce) {
+      Sums even = {};
+      Sums odd = {};
+      const float* const sums = down_[is_odd] + x;
+      F32 sum[kVectors];
+      for (size_t v = 0; v < kVectors; ++v) sum[v] = LoadU<F32>(sums + v * F32::kLanes);
+      for (size_t k = 0; k < kBoundedTaps; ++k) {
+        for (size_t v = 0; v < kVectors; ++v) {
+          // In registers at once: the compiler would put one sum behind the other.
+          even[v] = KeepInRegister(MulAdd(Weight(k), sum[v], even[v]));
+          sum[v] = LoadU<F32>(sums + v * F32::kLanes + k + 1);
+          odd[v] = KeepInRegister(MulAdd(Weight(kBoundedTaps - 1 - k), sum[v], odd[v]));
+        }
+      }
+      const auto moved = [&](F32 by) {
+        return BytesByTurns({even[0] + by, even[1] + by}, {odd[0] + by, odd[1] + by});
+      };
+      const U8 most = moved(bound_);
+      StoreU(most, bytes + 2 * x);
+      if (AllFalse(most != moved(Zero<F32>() - bound_))) [[likely]]
+        continue;
+      for (size_t v = 0; v < kVectors; ++v) {
+        Doubting(even[v], row, x + v * F32::kLanes, is_odd, false);
+        Doubting(odd[v], row, x + v * F32::kLanes, is_odd, true);
+      }
+    }
+  }
+
+  /// Notes sums that may have other bytes when they are summed as stated.
+  void Doubting(F32 sums, size_t row, size_t x, bool odd_row, bool odd_column) {
+    if (AllFalse(BytesOf(sums + bound_) != BytesOf(sums - bound_))) return;
+    doubts_.Add(
+        {.values = tile_.values + (row + odd_row) * kDoubledValues + x + odd_column,
+         .products = tile_.products + 2 * odd_row + odd_column,
+         .bytes = tile_.bytes + (2 * row + odd_row) * 2 * kDoubledColumns + 2 * x + odd_column});
+  }
+
+  const BoundedTile& tile_;
+  F32 bound_;
+  Doubts doubts_;
+  alignas(64) float weights_[kBoundedTaps][F32::kLanes];
+  alignas(64) float down_[2][kDoubledValues];
+};
+
+void Bounded12(const BoundedTile& tile) { BoundedDoubler(tile).Run(); }
 
 template <size_t kChannels>
 void JoinChannels(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count) {
@@ -146,8 +292,8 @@ void Join(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count,
 extern const DoublingKernels kDoublingKernels;
 constinit const DoublingKernels kDoublingKernels = {
     .spread = &Spread,
-    .add4 = &Add<4>,
-    .add12 = &Add<12>,
+    .add4 = &Add,
+    .bounded12 = &Bounded12,
     .join = &Join,
 };
 

@@ -10,32 +10,62 @@ namespace qel {
 
 // In a picture of twice the size, even columns and rows lie 3/4 of a pixel behind one of the source
 // and odd ones 1/4, so an even kernel gives odd ones the `taps` weights of even ones in reverse.
-// All weights are constants then, and every weighted pixel is added to two rows, an even and an odd
-// one: half a multiplication and an addition for each tap of a destination pixel.
+// All weights are constants then.
 
-/// Source columns that are doubled together; what the sums of all rows take fits the innermost
+/// Source columns that are doubled together; what is needed of all their rows fits the innermost
 /// cache, or nearly so.
-template <size_t kTaps>
-inline constexpr size_t kDoubledColumns = kTaps == 4 ? 128 : 64;
+inline constexpr size_t kDoubledColumns = 128;
 /// Tiles have a multiple of these.
 inline constexpr size_t kDoubledUnit = 32;
 /// Values of a row beside those of its columns: the taps of the first and of the last column.
 inline constexpr size_t kDoubledMargin = 16;
+inline constexpr size_t kDoubledValues = kDoubledColumns + kDoubledMargin;
+
+/// Taps along one axis of sums whose every weighted pixel is added to two rows, an even and an odd
+/// one: half a multiplication and an addition for each tap of a destination pixel.
+inline constexpr size_t kDoublingTaps = 4;
 
 /// One channel of a source row, on its way into the sums of the rows that it is a tap of.
-template <size_t kTaps>
 struct DoublingStep {
-  const float* values;  ///< columns + `kDoubledMargin`, from `kTaps` / 2 columns before the tile on
+  const float* values;   ///< columns + `kDoubledMargin`, from 2 columns before the tile on
   const float* weights;  ///< of the taps of even columns and rows, in their order
   size_t columns;        ///< source columns of the tile
   uint32_t needed;       ///< bit k where one of the rows that have weight k is
   /// Sums of the even and of the odd destination row that has weight k for this source row: those
   /// of even columns, and `kDoubledColumns` behind them those of odd ones.
-  float* even_row[kTaps];
-  float* odd_row[kTaps];
+  float* even_row[kDoublingTaps];
+  float* odd_row[kDoublingTaps];
   /// The even and the odd row that this source row is the last tap of: 2 * columns bytes each.
   uint8_t* even_bytes;
   uint8_t* odd_bytes;
+};
+
+/// Taps along one axis of sums that are bounded first, and summed as stated only where that does
+/// not settle their bytes.
+inline constexpr size_t kBoundedTaps = 12;
+/// Rows of source pixels that are doubled together then.
+inline constexpr size_t kBoundedRows = 8;
+
+/// Products of the weights of a row and of a column, in single precision.
+using TapProducts = float[kBoundedTaps][kBoundedTaps];
+
+/// By what sums may be off: of values from `middle` - `reach` to `middle` + `reach`, by
+/// `of_middle` * `middle` + `of_reach` * `reach`.
+struct Tolerance {
+  double of_middle;
+  double of_reach;
+};
+
+/// One channel of a tile.
+struct BoundedTile {
+  /// rows + 12 rows of `kDoubledValues`, 0 to 255, from 6 rows and columns before the tile on.
+  const float* values;
+  const float* weights;         ///< of the taps of even columns and rows, in their order
+  const TapProducts* products;  ///< of columns and rows 2 * (is row odd) + (is column odd)
+  Tolerance tolerance;
+  size_t columns;  ///< source columns of the tile, a multiple of `kDoubledUnit`
+  size_t rows;     ///< source rows
+  uint8_t* bytes;  ///< 2 * rows rows of 2 * `kDoubledColumns`
 };
 
 struct DoublingKernels {
@@ -44,8 +74,9 @@ struct DoublingKernels {
                  size_t channels);
   /// Adds a row to sums: rows outer, columns inner, one sum after the other. A row's first tap sets
   /// its sums, its last one makes bytes of them.
-  void (*add4)(const DoublingStep<4>& step);
-  void (*add12)(const DoublingStep<12>& step);
+  void (*add4)(const DoublingStep& step);
+  /// Doubles a tile by sums of 144 weighted values, rows outer, columns inner, one after the other.
+  void (*bounded12)(const BoundedTile& tile);
   /// Pixel i of 3 or 4 bytes has byte i of each channel; these lie `stride` bytes apart.
   void (*join)(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count,
                size_t channel_count);

@@ -35,6 +35,9 @@ void RunResample(const ResamplePlan& plan, const ImageView& source, const ImageV
       return AverageLargeBoxes(plan, source, dest);
     case ResampleMethod::kGather:
       return GatherPixels(plan, source, dest);
+    case ResampleMethod::kBoundedDoubling:
+      if (DoubleByBoundedTaps(plan, source, dest)) return;
+      return SampleOneByOne(plan, source, dest);
     case ResampleMethod::kDoubling:
       if (DoubleByTaps(plan, source, dest)) return;
       return SampleOneByOne(plan, source, dest);

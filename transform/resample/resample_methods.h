@@ -35,6 +35,7 @@ void HalveByBoxes(const ResamplePlan& plan, const ImageView& source, const Image
 void AverageSmallBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 void AverageLargeBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 /// False when there is no memory; nothing is written then.
+bool DoubleByBoundedTaps(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 bool DoubleByTaps(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 bool SumTapsByTiles(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 

@@ -14,6 +14,7 @@ enum class ResampleMethod {
   kSmallBoxes,
   kLargeBoxes,
   kGather,
+  kBoundedDoubling,
   kDoubling,
   kTaps,
   kOneByOne
@@ -29,10 +30,15 @@ inline constexpr MethodText kResampleMethods[] = {
      "grow by doubling, log2(columns) additions a pixel, and a reciprocal"},
     {"large-boxes", "means of any size: every pixel of the source is added once"},
     {"gather", "one tap a pixel, none of them outside: as nearest"},
+    {"bounded-doubling",
+     "twice the size with 12 x 12 taps: sums down columns, then across rows, 18 products a "
+     "channel, "
+     "with a proven bound of their distance from the stated sum; where a byte is in doubt, 144 "
+     "products in the stated order"},
     {"doubling",
-     "twice the size with an even kernel, whose weights are then the same for all pixels: every "
-     "source row goes once into the sums of all rows that it reaches, 16 or 144 additions and half "
-     "as many products a channel, in one stated order"},
+     "twice the size with an even kernel of 4 x 4 taps, whose weights are then the same for all "
+     "pixels: every source row goes once into the sums of all rows that it reaches, 16 additions "
+     "and half as many products a channel, in one stated order"},
     {"taps",
      "4 x 4 or 12 x 12 weighted pixels in tiles: weights once for each column and row, the taps of "
      "a source row spread out once for all rows that they reach, then 16 or 144 products a "
