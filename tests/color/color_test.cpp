@@ -31,15 +31,17 @@ TEST_F(ColorReadings, EqualEveryOperation) { ExpectSameDraws("color", 500); }
 // Large images go along a line or a curve where their table is one.
 TEST_F(ColorReadings, EqualLargeImages) {
   Rng rng(2);
-  std::vector<uint8_t> falling;
+  std::vector<uint8_t> falling, thirds;  // a line of thirds is one of 256ths with the least offset
   for (int i = 0; i < 256; ++i) {
     falling.push_back(static_cast<uint8_t>(250 * std::exp(-i * i / 20000.0)));
+    thirds.push_back(static_cast<uint8_t>(i / 3));
   }
   for (int round = 0; round < 9; ++round) {
     const Raster image = RandomRaster(rng, 8209, 9, kCommonDepths[static_cast<size_t>(round % 3)]);
     ExpectSame({image}, Call("Light", rng.Int(-200, 200), rng.Int(-110, 160)));
     ExpectSame({image}, Call("Gamma", std::exp2(rng.Float(-2, 2))));
     ExpectSame({image}, Call("Lut", falling));
+    ExpectSame({image}, Call("Lut", thirds));
     ExpectSame({image}, Call("Colorize", rng.Int(0, 255), rng.Int(0, 255), rng.Float(0.2f, 1.2f)));
   }
 }
