@@ -5,8 +5,8 @@
 # What the levels need of the compiler. Other processors than x86-64 have the lowest level alone,
 # without vectors of their own.
 set(QEL_LEVEL_FLAGS_sse2)
-set(QEL_LEVEL_FLAGS_avx2 -mavx2)
-set(QEL_LEVEL_FLAGS_avx512 -mavx2 -mavx512f -mavx512bw -mavx512vl -mavx512dq)
+set(QEL_LEVEL_FLAGS_avx2 -mavx2 -mfma)
+set(QEL_LEVEL_FLAGS_avx512 -mavx2 -mfma -mavx512f -mavx512bw -mavx512vl -mavx512dq)
 set(QEL_LEVEL_FLAGS_avx512vbmi ${QEL_LEVEL_FLAGS_avx512} -mavx512vbmi -mavx512vnni)
 set(known_levels sse2 avx2 avx512 avx512vbmi)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")

@@ -165,13 +165,6 @@ QEL_SIMD_INLINE ChannelSums SumsOf(const uint8_t* pixels) {
 }
 
 void Mean3(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t pixels) {
-  if constexpr (!kHasTableLookupBytes) {
-    for (size_t i = 0; i < 3 * pixels; i += 3) {
-      dest[i] = dest[i + 1] = dest[i + 2] =
-          static_cast<uint8_t>((source[i] + source[i + 1] + source[i + 2]) / 3);
-    }
-    return;
-  }
   ForEachBlock<3, kVectorBytes>(dest, source, pixels, [](uint8_t* to, const uint8_t* from) {
     StoreRepeated3(Mean(SumsOf(from)), to);
   });
@@ -212,16 +205,11 @@ void Threshold3(uint8_t* row, size_t pixels, int32_t limit) {
       for (size_t i = 0; i < 3 * kVectorBytes; i += kVectorBytes) {
         StoreU(VecFromMask(LoadU<U8>(from + i) > highest_black) | low, to + i);
       }
-    } else if constexpr (kHasTableLookupBytes) {
+    } else {
       const ChannelSums sums = SumsOf(from);
       const I8 above =
           ReorderDemote2To<I8>(VecFromMask(sums.lower > limits), VecFromMask(sums.upper > limits));
       StoreRepeated3(BitCast<U8>(above), to);
-    } else {
-      for (size_t i = 0; i < 3 * kVectorBytes; i += 3) {
-        const uint8_t gray = from[i] + from[i + 1] + from[i + 2] > limit ? 255 : 0;
-        to[i] = to[i + 1] = to[i + 2] = gray;
-      }
     }
   });
 }

@@ -10,18 +10,6 @@ namespace {
 // Rows of pixels written with more bytes, for kernel sources. Alpha becomes 255. The lowest level
 // goes one pixel after the other, so that rows may overlap.
 
-/// Vector `kPart` of bytes that are repeated three times. Every block of them makes three, which
-/// are stored without being taken apart.
-template <size_t kPart>
-QEL_SIMD_INLINE U8 Repeated3(U8 v) {
-  static constexpr auto kPlaces =
-      MakePattern<kVectorBytes>([](size_t i) { return (kPart * kVectorBytes + i) % 48 / 3; });
-  const U32 blocks = Shuffled<U32>(BitCast<U32>(v), BitCast<U32>(v), [](size_t i) {
-    return (kPart * kVectorBytes / 16 + i / 4) / 3 * 4 + i % 4;
-  });
-  return TableLookupBytesOr0(BitCast<U8>(blocks), LoadU<U8>(kPlaces.bytes));
-}
-
 inline void GrayTo24(uint8_t* dest, const uint8_t* source, size_t count) {
   if constexpr (kVectorBytes == 16) {
     for (size_t i = 0; i < count; ++i) {
@@ -29,20 +17,8 @@ inline void GrayTo24(uint8_t* dest, const uint8_t* source, size_t count) {
     }
     return;
   }
-  if constexpr (kHasByteLookup) {
-    WalkBlocks<kVectorBytes>(
-        count, [](uint8_t* to, const uint8_t* from) { StoreRepeated3(LoadU<U8>(from), to); },
-        To<3>{dest}, From<1>{source});
-    return;
-  }
   WalkBlocks<kVectorBytes>(
-      count,
-      [](uint8_t* to, const uint8_t* from) {
-        const U8 v = LoadU<U8>(from);
-        StoreU(Repeated3<0>(v), to);
-        StoreU(Repeated3<1>(v), to + kVectorBytes);
-        StoreU(Repeated3<2>(v), to + 2 * kVectorBytes);
-      },
+      count, [](uint8_t* to, const uint8_t* from) { StoreRepeated3(LoadU<U8>(from), to); },
       To<3>{dest}, From<1>{source});
 }
 

@@ -1,6 +1,5 @@
 #include "maths/arithmetic_kernels.h"
 
-#include "image/widen_rows.h"
 #include "maths/one_by_one.h"
 #include "maths/value_vectors.h"
 #include "simd/interleaved.h"
@@ -159,31 +158,14 @@ void MixColors(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t*
       To<kDest>{dest}, From<kA>{a}, From<kB>{b}, From<1>{mask});
 }
 
-/// Part `kPart` of a group of elements, as `StorePart` stores it.
-template <size_t kChannels, size_t kPart>
-QEL_SIMD_INLINE U8 LoadPart(const uint8_t* from) {
-  if constexpr (kHasByteLookup) return LoadU<U8>(from + kVectorBytes * kPart);
-  return LoadBlocks<U8>(from + 16 * kPart, 16 * kChannels);
-}
-/// Mixes all bytes of the selected pixels in one part of a block.
+/// Mixes all bytes of the selected pixels in one part of a block. Nothing is taken apart: the mask
+/// alone moves.
 template <size_t kBytes, size_t kPart>
 void MixPart(uint8_t* to, const uint8_t* from_a, const uint8_t* from_b, U8 mask, const Mixer& mix) {
-  U8 repeated;
-  if constexpr (!kHasTableLookupBytes) {
-    repeated = Shuffled<U8>(mask, mask, [](size_t i) { return (kPart * 16 + i) / kBytes; });
-  } else if constexpr (kBytes == 3 && !kHasByteLookup) {
-    // Nothing is taken apart: the mask alone moves between blocks.
-    constexpr size_t kAt = kPart * kVectorBytes;
-    const Mask<U8> chosen = Repeated3<kPart>(mask) != Zero<U8>();
-    const U8 colors = mix(LoadU<U8>(from_a + kAt), LoadU<U8>(from_b + kAt));
-    StoreU(IfThenElse(chosen, colors, LoadU<U8>(to + kAt)), to + kAt);
-    return;
-  } else {
-    repeated = Repeat<kBytes, kPart>(mask);
-  }
-  const Mask<U8> selected = repeated != Zero<U8>();
-  const U8 mixed = mix(LoadPart<kBytes, kPart>(from_a), LoadPart<kBytes, kPart>(from_b));
-  StorePart<kBytes, kPart>(IfThenElse(selected, mixed, LoadPart<kBytes, kPart>(to)), to);
+  constexpr size_t kAt = kPart * kVectorBytes;
+  const Mask<U8> selected = Repeated<kBytes, kPart>(mask) != Zero<U8>();
+  const U8 mixed = mix(LoadU<U8>(from_a + kAt), LoadU<U8>(from_b + kAt));
+  StoreU(IfThenElse(selected, mixed, LoadU<U8>(to + kAt)), to + kAt);
 }
 template <size_t kBytes>
 void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* mask, size_t pixels,
@@ -205,9 +187,8 @@ void MixWhere(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* 
 
 template <bool kByVectors, size_t kDest, size_t kA, size_t kB>
 constexpr ArithmeticKernels::MixPixels MixColorsRow() {
-  return {
-      kDest, kA, kB, 3,
-      ChooseShuffled<kByVectors>(&MixColors<kDest, kA, kB>, &one_by_one::MixColors<kDest, kA, kB>)};
+  return {kDest, kA, kB, 3,
+          Choose<kByVectors>(&MixColors<kDest, kA, kB>, &one_by_one::MixColors<kDest, kA, kB>)};
 }
 template <bool kByVectors, size_t kBytes>
 constexpr ArithmeticKernels::MixPixels MixWhereRow() {

@@ -7,9 +7,9 @@ namespace {
 
 CpuLevel LevelOfProcessor() {
   __builtin_cpu_init();
-  if (!__builtin_cpu_supports("avx2")) return CpuLevel::kSse2;
+  if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma")) return CpuLevel::kSse2;
 #ifdef QEL_EMULATED_AVX512
-  return __builtin_cpu_supports("fma") ? CpuLevel::kAvx512Vbmi : CpuLevel::kAvx2;
+  return CpuLevel::kAvx512Vbmi;
 #endif
   if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
       !__builtin_cpu_supports("avx512vl") || !__builtin_cpu_supports("avx512dq")) {

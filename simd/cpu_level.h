@@ -15,7 +15,7 @@ namespace qel {
 /// The processor levels that kernels are compiled for, each including those before it.
 enum class CpuLevel {
   kSse2,        ///< every x86-64 processor; on others, what the compiler makes of plain C++
-  kAvx2,        ///< 256-bit integers
+  kAvx2,        ///< 256-bit integers and fused multiplication and addition (AVX2, FMA)
   kAvx512,      ///< 512-bit integers with bytes, words and masks (F, BW, VL, DQ)
   kAvx512Vbmi,  ///< byte permutes and dot products (VBMI, VNNI)
 };

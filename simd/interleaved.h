@@ -82,6 +82,37 @@ QEL_SIMD_INLINE U8 ShuffleBlocks(U8 v, const Pattern<kSize>& places) {
   return TableLookupBytesOr0(v, LoadDup128<U8>(places.bytes));
 }
 
+// Where blocks are not shuffled, 3 or 4 of them are one sequence. Interleaved with its second half,
+// it has byte p at 2 p, modulo one less than its length, and after four times at 16 p: byte
+// n i + c at i + 16 c, channel by channel.
+
+template <size_t kCount>
+QEL_SIMD_INLINE void InterleaveHalves(U8* v) {
+  if constexpr (kCount == 3) {
+    const U64 first = BitCast<U64>(v[0]), second = BitCast<U64>(v[1]), third = BitCast<U64>(v[2]);
+    v[0] = InterleaveLower(v[0], BitCast<U8>(InterleaveUpper(second, second)));
+    v[1] = InterleaveUpper(BitCast<U8>(first), BitCast<U8>(InterleaveLower(third, third)));
+    v[2] = InterleaveLower(BitCast<U8>(second), BitCast<U8>(InterleaveUpper(third, third)));
+  } else {
+    const U8 first = v[0], second = v[1];
+    v[0] = InterleaveLower(first, v[2]);
+    v[1] = InterleaveUpper(first, v[2]);
+    v[2] = InterleaveLower(second, v[3]);
+    v[3] = InterleaveUpper(second, v[3]);
+  }
+}
+/// The way back of three blocks: the bytes at even places, then those at odd ones.
+QEL_SIMD_INLINE void EvenThenOdd(U8 (&v)[3]) {
+  I16 even[3], odd[3];
+  for (size_t k = 0; k < 3; ++k) {
+    even[k] = BitCast<I16>(v[k]) & Set<I16>(0xFF);
+    odd[k] = BitCast<I16>(ShiftRight<8>(BitCast<U16>(v[k])));
+  }
+  v[0] = ReorderDemote2To<U8>(even[0], even[1]);
+  v[1] = ReorderDemote2To<U8>(even[2], odd[0]);
+  v[2] = ReorderDemote2To<U8>(odd[1], odd[2]);
+}
+
 /// Takes `kVectorBytes` elements of `kChannels` bytes apart.
 template <size_t kChannels>
 QEL_SIMD_INLINE void LoadInterleaved(const uint8_t* from, U8* channels) {
@@ -114,11 +145,8 @@ QEL_SIMD_INLINE void LoadInterleaved(const uint8_t* from, U8* channels) {
       channels[3] = BitCast<U8>(InterleaveUpper(high01, high23));
     }
   } else {
-    uint8_t apart[kChannels][kVectorBytes];
-    for (size_t i = 0; i < kVectorBytes; ++i) {
-      for (size_t c = 0; c < kChannels; ++c) apart[c][i] = from[kChannels * i + c];
-    }
-    for (size_t c = 0; c < kChannels; ++c) channels[c] = LoadU<U8>(apart[c]);
+    for (size_t k = 0; k < kChannels; ++k) channels[k] = LoadU<U8>(from + 16 * k);
+    for (int round = 0; round < 4; ++round) InterleaveHalves<kChannels>(channels);
   }
 }
 
@@ -148,45 +176,46 @@ QEL_SIMD_INLINE void StoreInterleaved(const U8* channels, uint8_t* to) {
     StoreBlocks(MixClasses(b, c, a), to + 16, 48);
     StoreBlocks(MixClasses(c, a, b), to + 32, 48);
   } else {
-    uint8_t apart[3][kVectorBytes];
-    for (size_t c = 0; c < 3; ++c) StoreU(channels[c], apart[c]);
-    for (size_t i = 0; i < kVectorBytes; ++i) {
-      for (size_t c = 0; c < 3; ++c) to[3 * i + c] = apart[c][i];
-    }
+    U8 bytes[3] = {channels[0], channels[1], channels[2]};
+    for (int round = 0; round < 4; ++round) EvenThenOdd(bytes);
+    for (size_t k = 0; k < 3; ++k) StoreU(bytes[k], to + 16 * k);
   }
 }
 
-// Parts: a group of elements one vector at a time, in the order that is quickest.
-
-/// Part `kPart` of a group of elements.
-template <size_t kChannels, size_t kPart>
-QEL_SIMD_INLINE void StorePart(U8 v, uint8_t* to) {
-  if constexpr (kHasByteLookup) return StoreU(v, to + kVectorBytes * kPart);
-  StoreBlocks(v, to + 16 * kPart, 16 * kChannels);
-}
-/// The bytes of `v`, each repeated over its element, as part `kPart` of a group.
-template <size_t kChannels, size_t kPart>
-constexpr auto kRepeat = MakePattern<kHasByteLookup ? 64 : 16>([](size_t i) {
-  return ((kHasByteLookup ? 64 : 16) * kPart + i) / kChannels;
+template <size_t kTimes, size_t kPart>
+constexpr auto kRepeat = MakePattern<kVectorBytes>([](size_t i) {
+  constexpr size_t kLookedUp = kHasByteLookup ? 64 : 16;
+  return (kPart * kVectorBytes + i) % (kLookedUp * kTimes) / kTimes;
 });
-template <size_t kChannels, size_t kPart>
-QEL_SIMD_INLINE U8 Repeat(U8 v) {
-  if constexpr (kHasByteLookup) {
-    return TableLookupLanes(v, LoadU<U8>(kRepeat<kChannels, kPart>.bytes));
+/// Vector `kPart` of the bytes of `v`, each repeated `kTimes` times: 1, 3 or 4.
+template <size_t kTimes, size_t kPart>
+QEL_SIMD_INLINE U8 Repeated(U8 v) {
+  if constexpr (kTimes == 1) {
+    return v;
+  } else if constexpr (kHasByteLookup) {
+    return TableLookupLanes(v, LoadU<U8>(kRepeat<kTimes, kPart>.bytes));
+  } else if constexpr (kHasTableLookupBytes) {
+    // Every block makes `kTimes` of them.
+    const U32 words = BitCast<U32>(v);
+    const U32 blocks = Shuffled<U32>(words, words, [](size_t i) {
+      return (kPart * kVectorBytes / 16 + i / 4) / kTimes * 4 + i % 4;
+    });
+    return TableLookupBytesOr0(BitCast<U8>(blocks), LoadU<U8>(kRepeat<kTimes, kPart>.bytes));
+  } else if constexpr (kTimes == 4) {
+    const U16 pairs = BitCast<U16>(kPart < 2 ? InterleaveLower(v, v) : InterleaveUpper(v, v));
+    return BitCast<U8>(kPart % 2 == 0 ? InterleaveLower(pairs, pairs)
+                                      : InterleaveUpper(pairs, pairs));
   } else {
-    return ShuffleBlocks(v, kRepeat<kChannels, kPart>);
+    U8 bytes[3] = {v, v, v};
+    for (int round = 0; round < 4; ++round) EvenThenOdd(bytes);
+    return bytes[kPart];
   }
 }
 /// Stores elements of 3 bytes that are all the same.
 QEL_SIMD_INLINE void StoreRepeated3(U8 v, uint8_t* to) {
-  if constexpr (kHasTableLookupBytes) {
-    StorePart<3, 0>(Repeat<3, 0>(v), to);
-    StorePart<3, 1>(Repeat<3, 1>(v), to);
-    StorePart<3, 2>(Repeat<3, 2>(v), to);
-  } else {
-    const U8 channels[] = {v, v, v};
-    StoreInterleaved<3>(channels, to);
-  }
+  StoreU(Repeated<3, 0>(v), to);
+  StoreU(Repeated<3, 1>(v), to + kVectorBytes);
+  StoreU(Repeated<3, 2>(v), to + 2 * kVectorBytes);
 }
 
 }  // namespace

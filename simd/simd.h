@@ -89,7 +89,7 @@ constexpr bool kHasSaturatedWords = true;
 #else
 constexpr bool kHasSaturatedWords = false;
 #endif
-constexpr bool kHasFusedMulAdd = kVectorBytes == 64;
+constexpr bool kHasFusedMulAdd = kVectorBytes > 16;
 
 }  // namespace
 }  // namespace qel::QEL_LEVEL

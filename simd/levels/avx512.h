@@ -40,12 +40,6 @@ QEL_X86_CONVERT(F64, Half<I32>, _mm512_cvtepi32_pd, reinterpret_cast<__m256i>)
 QEL_X86_CONVERT(F64, Half<F32>, _mm512_cvtps_pd, )
 QEL_X86_CONVERT(I16, Half<I8>, _mm512_cvtepi8_epi16, reinterpret_cast<__m256i>)
 QEL_SIMD_INLINE Half<F32> Sqrt(Half<F32> v) { return {_mm256_sqrt_ps(v.raw)}; }
-QEL_SIMD_INLINE F32 MulAdd(F32 mul, F32 x, F32 add) {
-  return {_mm512_fmadd_ps(mul.raw, x.raw, add.raw)};
-}
-QEL_SIMD_INLINE F64 MulAdd(F64 mul, F64 x, F64 add) {
-  return {_mm512_fmadd_pd(mul.raw, x.raw, add.raw)};
-}
 template <typename V, typename AddressOf>
 requires(V::kBytes == 64) QEL_SIMD_INLINE V GatherBlocks(const AddressOf& address_of) {
   Native v = _mm512_castsi128_si512(LoadBlock(address_of(0)));

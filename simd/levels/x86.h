@@ -96,6 +96,12 @@ requires(V::kBytes == kVectorBytes) QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) 
 #endif
 #ifdef __AVX2__
 
+QEL_SIMD_INLINE F32 MulAdd(F32 mul, F32 x, F32 add) {
+  return {QEL_X86(fmadd_ps)(mul.raw, x.raw, add.raw)};
+}
+QEL_SIMD_INLINE F64 MulAdd(F64 mul, F64 x, F64 add) {
+  return {QEL_X86(fmadd_pd)(mul.raw, x.raw, add.raw)};
+}
 QEL_SIMD_INLINE I16 SatWidenMulPairwiseAdd(U8 a, I8 b) {
   return As<I16>(QEL_X86(maddubs_epi16)(Bits(a), Bits(b)));
 }
