@@ -46,10 +46,10 @@ struct DrawnPart {
 
 /// Calls `write(j, first, colors, count)` for the sampled pixels of `part`: those whose positions
 /// are neither `too_low` nor `too_high`, which take a position and the source's size along its
-/// axis. What the sampler can copy goes to copy_to(j, first) instead, where that is not null.
-template <typename TooLow, typename TooHigh, typename CopyTo, typename Write>
+/// axis. What the sampler can copy goes to the row at row_at(j) instead, where that is not null.
+template <typename TooLow, typename TooHigh, typename RowAt, typename Write>
 void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
-                const DrawnPart& part, TooLow too_low, TooHigh too_high, CopyTo copy_to,
+                const DrawnPart& part, TooLow too_low, TooHigh too_high, RowAt row_at,
                 Write write) {
   alignas(64) uint32_t colors[kSampleChunk];
   RunGuess guess;
@@ -62,6 +62,12 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
     const size_t count = border.count;
     sampler.BlendBorder(colors, border);
     for (size_t k = 0; k < count; ++k) write(places[k].j, places[k].i, colors + k, 1);
+  };
+  CopiedRow copied[kMostCopiedRows];
+  int copied_count = 0;
+  const auto copy_rows = [&] {
+    if (copied_count > 0) sampler.Copy(copied, copied_count);
+    copied_count = 0;
   };
   const auto sample = [&](int j, const SampleRow& row, int begin, int end) {
     for (int first = begin; first < end; first += sampler.chunk()) {
@@ -83,12 +89,13 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
     const PixelRun run = RunWithinSource(columns, frame.RowAt(j), source.width, source.height,
                                          guess, too_low, too_high);
     const SampleRow row = sampler.RowAt(j, run);
-    uint8_t* const to = sampler.Copies() ? copy_to(j, row.inside.begin) : nullptr;
+    uint8_t* const to = sampler.Copies() ? row_at(j) : nullptr;
     sample_border(j, row, run.begin, row.inside.begin);
     if (to == nullptr) {
       sample(j, row, row.inside.begin, row.inside.end);
     } else {
-      sampler.Copy(to, row);
+      copied[copied_count++] = {to, row};
+      if (part.whole_rows || copied_count == sampler.copied_rows()) copy_rows();
     }
     sample_border(j, row, row.inside.end, run.end);
     if (part.whole_rows) finish_border();
@@ -99,6 +106,7 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
     const PixelRun columns = {static_cast<int>(part.width * band / bands),
                               static_cast<int>(part.width * (band + 1) / bands)};
     for (int j = 0; j < part.height; ++j) sample_row(j, columns);
+    copy_rows();
   }
   finish_border();
 }
@@ -176,7 +184,7 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
       {columns, rows, shares_memory || RowsOverlap(row_bytes, target.stride)},
       [](float v, int) { return v < 0.0f; },
       [](float v, int size) { return v > static_cast<float>(size); },
-      [](int, int) -> uint8_t* { return nullptr; },
+      [](int) -> uint8_t* { return nullptr; },
       [&](int j, int first, const uint32_t* colors, int count) {
         uint8_t* const pixels = target.Row(j) + int64_t{first} * pixel_bytes;
         // Reads all over the source keep the processor from foreseeing what is written.
@@ -211,9 +219,7 @@ void DrawRotated(const RotatePlan& plan, const ImageView& source, const ImageVie
       sampler, frame, source, {frame.width(), frame.height(), RowsOverlap(row_bytes, dest.stride)},
       [](float v, int) { return v <= kLowMargin; },
       [](float v, int size) { return v >= static_cast<float>(WrapSubtract(size, kHighMargin)); },
-      [&](int j, int first) {
-        return dest.bit_count == source.bit_count ? pixel_at(j, first) : nullptr;
-      },
+      [&](int j) { return dest.bit_count == source.bit_count ? dest.Row(j) : nullptr; },
       [&](int j, int first, const uint32_t* colors, int count) {
         writer.store(pixel_at(j, first), colors, static_cast<size_t>(count));
       });

@@ -17,6 +17,13 @@ size_t KernelIndex(int bit_count) {
 /// Rows whose samples are on their way from memory.
 constexpr int kRowsAhead = 2;
 
+/// True where the pixels of a square can be looked up in few loads.
+bool CopiesSquares(const RotatePlan& plan, const ImageView& source) {
+  return plan.method == RotateMethod::kGather && source.bit_count == 8 &&
+         std::max(source.width, source.height) <= kMostSquareSource &&
+         ActiveAffineKernels().copy_squares1 != nullptr;
+}
+
 SampleLine LineOf(const RotatedFrame::Row& way) {
   return {way.start_x, way.cosine, way.sine, way.sine_y, way.cosine_y, way.shift_x, way.shift_y};
 }
@@ -31,7 +38,8 @@ RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source
       how_(MethodOf(plan.interpolation)),
       taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
       cache_(taps_, how_.kernel,
-             how_.kernel != nullptr ? ActiveTapKernels().weights[plan.interpolation] : nullptr) {
+             how_.kernel != nullptr ? ActiveTapKernels().weights[plan.interpolation] : nullptr),
+      copied_rows_(CopiesSquares(plan, source) ? kMostCopiedRows : 1) {
   if (plan_.method == RotateMethod::kRemembered) cache_.Reserve();
 }
 
@@ -57,8 +65,10 @@ SampleRow RotationSampler::RowAt(int j, const PixelRun& run) {
   const RotatedFrame::Row way = frame_.RowAt(j);
   const SampleRow row = {way, plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
                                                                       : InsideRun(way, run)};
-  // Sums of taps take long enough for the processor to look ahead by itself.
-  if (plan_.method == RotateMethod::kGather) Prefetch(j + kRowsAhead, row.inside);
+  // Sums of taps take long enough for the processor to look ahead by itself, and squares ask for
+  // what they need.
+  if (plan_.method == RotateMethod::kGather && copied_rows_ == 1)
+    Prefetch(j + kRowsAhead, row.inside);
   return row;
 }
 
@@ -91,16 +101,64 @@ void RotationSampler::GatherInside(uint32_t* colors, const SamplePoints& points,
   gather(colors, {source_.bits, source_.stride}, points, count, nearest ? 0.5f : 0.0f, keep, add);
 }
 
-void RotationSampler::Copy(uint8_t* dest, const SampleRow& row) const {
+void RotationSampler::CopyRun(const CopiedRow& row, const PixelRun& run) const {
+  if (run.begin >= run.end) return;
   const RotateKernels& kernels = ActiveRotateKernels();
   const bool nearest = how_.sampling == Sampling::kNearest;
   const size_t kind = KernelIndex(source_.bit_count);
+  constexpr int64_t kPixelBytes[] = {1, 3, 4};
   const auto copy = kind == 0   ? kernels.copy1
                     : kind == 1 ? kernels.copy3
                     : nearest   ? kernels.copy4
                                 : kernels.copy4_opaque;
-  copy(dest, {source_.bits, source_.stride}, LineOf(row.way), row.inside.begin,
-       static_cast<size_t>(row.inside.end - row.inside.begin), nearest ? 0.5f : 0.0f);
+  copy(row.pixels + run.begin * kPixelBytes[kind], {source_.bits, source_.stride},
+       LineOf(row.row.way), run.begin, static_cast<size_t>(run.end - run.begin),
+       nearest ? 0.5f : 0.0f);
+}
+
+PixelRun RotationSampler::CopySquares(const CopiedRow* rows, const PixelRun& run) const {
+  const RotatedFrame::Row& way = rows[0].row.way;
+  const float offset = how_.sampling == Sampling::kNearest ? 0.5f : 0.0f;
+  AffineAxis x = {way.start_x, way.cosine, way.shift_x, offset, {}};
+  AffineAxis y = {way.start_x, -way.sine, way.shift_y, offset, {}};
+  PixelRun common = run;
+  for (int k = 0; k < kSquareSide; ++k) {
+    x.rows[k] = rows[k].row.way.sine_y;
+    y.rows[k] = rows[k].row.way.cosine_y;
+    common.begin = std::max(common.begin, rows[k].row.inside.begin);
+    common.end = std::min(common.end, rows[k].row.inside.end);
+  }
+  const auto copied = static_cast<int>(ActiveAffineKernels().copy_squares1(
+      rows[0].pixels, rows[1].pixels - rows[0].pixels,
+      {source_.bits, source_.stride, source_.width, source_.height}, x, y, common.begin,
+      static_cast<size_t>(std::max(common.end - common.begin, 0))));
+  return {common.begin, common.begin + copied};
+}
+
+void RotationSampler::Copy(const CopiedRow* rows, int count) const {
+  PixelRun all = rows[0].row.inside;
+  for (int k = 1; k < count; ++k) {
+    all.begin = std::min(all.begin, rows[k].row.inside.begin);
+    all.end = std::max(all.end, rows[k].row.inside.end);
+  }
+  const auto copy_columns = [&](int first, int end, const PixelRun& run) {
+    for (int k = first; k < end; ++k) {
+      CopyRun(rows[k], {std::max(run.begin, rows[k].row.inside.begin),
+                        std::min(run.end, rows[k].row.inside.end)});
+    }
+  };
+  const int in_squares = count == 1 ? 0 : count / kSquareSide * kSquareSide;
+  // Squares below each other come from the same lines of the cache.
+  constexpr int kColumns = 256;
+  for (int first = all.begin; in_squares > 0 && first < all.end; first += kColumns) {
+    const PixelRun run = {first, std::min(all.end, first + kColumns)};
+    for (int k = 0; k < in_squares; k += kSquareSide) {
+      const PixelRun copied = CopySquares(rows + k, run);
+      copy_columns(k, k + kSquareSide, {run.begin, copied.begin});
+      copy_columns(k, k + kSquareSide, {copied.end, run.end});
+    }
+  }
+  copy_columns(in_squares, count, all);
 }
 
 void RotationSampler::Weigh(Weights& weights, const SamplePoints& points, size_t count) {

@@ -6,6 +6,7 @@
 #include "transform/rotate/rotate_plan.h"
 #include "transform/rotate/rotated_frame.h"
 #include "transform/rotate/weight_cache.h"
+#include "transform/warp/affine_kernels.h"
 
 namespace qel {
 
@@ -34,6 +35,13 @@ struct SampleRow {
   PixelRun inside;  ///< what kernels sample of it
 };
 
+inline constexpr int kMostCopiedRows = 8;
+/// A row of a frame whose inside is copied.
+struct CopiedRow {
+  uint8_t* pixels;  ///< the first one of the row
+  SampleRow row;
+};
+
 /// Positions of samples some of whose taps are outside, which wait until there are enough of them.
 struct BorderPoints {
   size_t count = 0;
@@ -55,9 +63,11 @@ class RotationSampler {
   /// True where samples inside are pixels of the source, for `Copy`: without a change but for
   /// alpha, which those of 4 bytes have in full by method 1.
   bool Copies() const { return plan_.method == RotateMethod::kGather; }
-  /// Writes what is inside in a row, from the pixel of its first one on, with the bytes per pixel
-  /// of the source.
-  void Copy(uint8_t* dest, const SampleRow& row) const;
+  /// The rows that are best copied together, at most `kMostCopiedRows`.
+  int copied_rows() const { return copied_rows_; }
+  /// Writes what is inside in rows, with the bytes per pixel of the source. More than one must be
+  /// as far apart as the first two.
+  void Copy(const CopiedRow* rows, int count) const;
 
   /// The colors of up to `chunk` pixels from `first` on, all of which are inside or all not.
   /// `colors` has room for `kSampleChunk`.
@@ -84,6 +94,9 @@ class RotationSampler {
 
   PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run);
   void Prefetch(int j, const PixelRun& run) const;
+  /// Copies squares of a run of `kSquareSide` rows; returns what is done.
+  PixelRun CopySquares(const CopiedRow* rows, const PixelRun& run) const;
+  void CopyRun(const CopiedRow& row, const PixelRun& run) const;
   void SampleSingly(uint32_t* colors, const SampleRow& row, int first, int count) const;
   void GatherInside(uint32_t* colors, const SamplePoints& points, size_t count) const;
   void Weigh(Weights& weights, const SamplePoints& points, size_t count);
@@ -96,6 +109,7 @@ class RotationSampler {
   const InterpolationMethod how_;
   const TapWindow taps_;
   WeightCache cache_;
+  const int copied_rows_;
   RunGuess inside_guess_;
 };
 
