@@ -50,6 +50,7 @@ constinit const FilterKernels kFilterKernels = {
     .minimum = KernelsOf<Minimum>(),
     .maximum = KernelsOf<Maximum>(),
     .range = &Square<Range>,
+    .range_across = &Across<Range>,
     .subtract = &Subtract,
     .with_alpha = &WithAlpha,
     .contour = &Contour,

@@ -9,7 +9,7 @@
 namespace qel {
 
 /// All scratch rows of a call.
-inline constexpr size_t kExtremaScratchBytes = 46 * 1024;
+inline constexpr size_t kExtremaScratchBytes = 50 * 1024;
 
 /// What the methods share: images, windows, and one extremum or two, of which the second is
 /// subtracted from the first.
@@ -19,11 +19,6 @@ struct ExtremaJob {
   int size;
   std::span<const ExtremumKernels* const> kernels;
   std::span<uint8_t> scratch;  ///< kExtremaScratchBytes
-
-  /// Most columns of strips that take `rows` scratch rows.
-  int64_t ColumnsFor(int64_t rows) const {
-    return ScratchRowBytes(kExtremaScratchBytes, rows) / source.pixel_bytes() - (size - 1);
-  }
 };
 
 // The methods; each does what `RunExtrema` does.

@@ -22,10 +22,10 @@ inline constexpr MethodText kExtremaMethods[] = {
      "up to 7, the whole window in one pass: down its rows, then across the columns, which stay in "
      "registers, or in the nearest cache for even sizes; `2 size - 2` comparisons a byte"},
     {"groups",
-     "up to 127, rows in groups that share a core, with suffixes above it and a running prefix "
-     "below (van Herk 1992, Gil and Werman 1993): four comparisons a byte for any size, and across "
-     "them `log2(size)`"},
-    {"wide-groups", "beyond, such groups of columns as well"},
+     "up to 127, rows in groups of eight that share a core, which consists of the extrema of eight "
+     "rows each, with a suffix above it and a prefix below (van Herk 1992, Gil and Werman 1993): "
+     "three to five comparisons a byte, and across them `log2(size)`"},
+    {"wide-groups", "beyond, larger groups, of columns as well"},
 };
 
 struct ExtremaPlan {
@@ -46,7 +46,7 @@ inline bool CanFindExtrema(const ExtremaPlan& plan, const ImageView& source) {
     case ExtremaMethod::kSquare:
       return plan.size <= int{kMostSquare};
     case ExtremaMethod::kGroups:
-      return plan.size <= 127;
+      return plan.size >= int{kGroupRows} && plan.size <= int{kMostAcross};
     case ExtremaMethod::kWideGroups:
       return plan.size >= std::min(source.Columns(), kWideColumns);
   }

@@ -49,164 +49,63 @@ template <typename Extremum>
 void OfTwo(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
   ForEachByte(dest, count, [=](size_t i, uint8_t) { return Extremum::Of(a[i], b[i]); });
 }
-template <typename Extremum>
-void OfThree(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c, size_t count) {
-  ForEachByte(dest, count,
-              [=](size_t i, uint8_t) { return Extremum::Of(Extremum::Of(a[i], b[i]), c[i]); });
-}
-template <typename Extremum>
-void OfFour(uint8_t* dest, const uint8_t* a, const uint8_t* b, const uint8_t* c, const uint8_t* d,
-            size_t count) {
-  ForEachByte(dest, count, [=](size_t i, uint8_t) {
-    return Extremum::Of(Extremum::Of(a[i], b[i]), Extremum::Of(c[i], d[i]));
-  });
+/// Brings a line to the second cache: what is needed after a whole group should not displace what
+/// is needed now.
+inline void PrefetchLater(const uint8_t* at) {
+  __builtin_prefetch(at, 0, 2);
+  // GCC drops calls of functions that do nothing but prefetch.
+  asm volatile("");
 }
 
-/// Folds a row into `running`, and that with `above` into `combined`.
-template <typename Extremum>
-void FoldAndJoin(uint8_t* combined, uint8_t* running, const uint8_t* row, const uint8_t* above,
-                 size_t count) {
-  if (count < kVectorBytes) {
-    Fold<Extremum>(running, row, count);
-    return OfTwo<Extremum>(combined, running, above, count);
+/// The extrema down the columns of a group, `kVectors` vectors from byte `at` on. The core and what
+/// is above it are folded from below, what is below it from above, and each window is one of either
+/// (van Herk 1992, Gil and Werman 1993).
+template <typename Extremum, size_t kVectors>
+QEL_SIMD_INLINE void DownVectors(uint8_t* dest, size_t pitch, const GroupRows& group, size_t at) {
+  U8 cores[kVectors];
+  for (size_t v = 0; v < kVectors; ++v) {
+    cores[v] = LoadU<U8>(group.core[0] + at + v * kVectorBytes);
   }
-  // The last vector overlaps the one before it, which extrema do not mind.
-  for (size_t k = 0; k < count; k += kVectorBytes) {
-    const size_t at = k + kVectorBytes <= count ? k : count - kVectorBytes;
-    const U8 longer = Extremum::Of(LoadU<U8>(running + at), LoadU<U8>(row + at));
-    StoreU(longer, running + at);
-    StoreU(Extremum::Of(longer, LoadU<U8>(above + at)), combined + at);
-  }
-}
-
-/// Outputs of `Across` whose windows are widened together.
-constexpr size_t kStretch = 2048;
-
-/// Widens windows fourfold until the last step reaches `size`.
-template <typename Extremum>
-void AcrossStretch(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
-  uint8_t spare[2][kStretch + kMostAcross * 4];
-  const uint8_t* from = row;
-  size_t width = 1;
-  for (size_t turn = 0; 4 * width < size; turn ^= 1) {
-    const size_t jump = width * step;
-    width *= 4;
-    OfFour<Extremum>(spare[turn], from, from + jump, from + 2 * jump, from + 3 * jump,
-                     count + (size - width) * step);
-    from = spare[turn];
-  }
-  const size_t jump = width * step;
-  const uint8_t* const last = from + (size - width) * step;
-  if (size <= 2 * width) {
-    OfTwo<Extremum>(dest, from, last, count);
-  } else if (size <= 3 * width) {
-    OfThree<Extremum>(dest, from, from + jump, last, count);
-  } else {
-    OfFour<Extremum>(dest, from, from + jump, from + 2 * jump, last, count);
-  }
-}
-
-// In registers: where bytes of two whole vectors can be looked up.
-
-/// Doubles windows in registers, from the end of the row: a vector and the one right of it hold all
-/// that doubling needs. `jumps` are the bytes between the windows that are joined. load(k) gives
-/// the bytes of the row from `k` on, finish(windows, k) what is stored there; whole vectors are
-/// read.
-template <typename Extremum, size_t kSteps, typename LoadAt, typename Finish>
-inline void DoubleAcross(uint8_t* dest, const size_t* jumps, size_t pixels, size_t count,
-                         const LoadAt& load, const Finish& finish) {
-  U8 orders[kSteps];
-  U8 right[kSteps];
-  for (size_t s = 0; s < kSteps; ++s) {
-    orders[s] = Iota<U8>(static_cast<uint8_t>(jumps[s]));
-    right[s] = Zero<U8>();
-  }
-  for (size_t k = (pixels - 1) / kVectorBytes * kVectorBytes;; k -= kVectorBytes) {
-    U8 windows = load(k);
-    for (size_t s = 0; s < kSteps; ++s) {
-      const U8 shifted = TwoTablesLookupLanes(windows, right[s], orders[s]);
-      right[s] = windows;
-      windows = Extremum::Of(windows, shifted);
+  for (size_t i = 1; i < group.core_count; ++i) {
+    const uint8_t* const row = group.core[i] + at;
+    for (size_t v = 0; v < kVectors; ++v) {
+      cores[v] = Extremum::Of(cores[v], LoadU<U8>(row + v * kVectorBytes));
     }
-    if (k < count) StoreN(finish(windows, k), dest + k, count - k);
-    if (k == 0) return;
   }
-}
-
-/// Calls run(Steps<n>, jumps) with what doubling up to `size` takes; false when windows are joined
-/// over more than a vector, or take less than three steps.
-template <size_t kSteps>
-struct Steps {};
-template <typename Run>
-inline bool WithSteps(size_t size, size_t step, Run&& run) {
-  size_t jumps[7];
-  size_t steps = 0;
-  for (size_t width = 1; width < size; ++steps) {
-    const size_t wider = 2 * width < size ? 2 * width : size;
-    jumps[steps] = (wider - width) * step;
-    if (jumps[steps] >= kVectorBytes) return false;
-    width = wider;
-  }
-  switch (steps) {
-    case 3:
-      return run(Steps<3>(), jumps), true;
-    case 4:
-      return run(Steps<4>(), jumps), true;
-    case 5:
-      return run(Steps<5>(), jumps), true;
-    case 6:
-      return run(Steps<6>(), jumps), true;
-    case 7:
-      return run(Steps<7>(), jumps), true;
-    default:
-      return false;
+  for (size_t v = 0; v < kVectors; ++v) {
+    const size_t k = at + v * kVectorBytes;
+    constexpr size_t kLast = kGroupRows - 1;
+    U8 upper[kGroupRows];
+    upper[kLast] = cores[v];
+    for (size_t i = kLast; i-- > 0;) {
+      upper[i] = Extremum::Of(upper[i + 1], LoadU<U8>(group.above[i] + k));
+    }
+    U8 lower = LoadU<U8>(group.below[0] + k);
+    StoreU(Extremum::Of(upper[0], lower), dest + k);
+    for (size_t i = 1; i < kGroupRows; ++i) {
+      lower = Extremum::Of(lower, LoadU<U8>(group.below[i] + k));
+      StoreU(Extremum::Of(upper[i], lower), dest + i * pitch + k);
+    }
+    if (group.block != nullptr) StoreU(lower, group.block + k);
   }
 }
 
 template <typename Extremum>
-bool AdvanceInRegisters(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
-                        size_t size, size_t step, size_t count) {
-  if constexpr (kHasByteLookup) {
-    const uint8_t* const alphas = row + (size - 1) * step;
-    return WithSteps(size, step, [&]<size_t kSteps>(Steps<kSteps>, const size_t* jumps) {
-      DoubleAcross<Extremum, kSteps>(
-          dest, jumps, count + (size - 1) * step, count,
-          [=](size_t k) {
-            const U8 longer = Extremum::Of(LoadU<U8>(running + k), LoadU<U8>(row + k));
-            StoreU(longer, running + k);
-            return Extremum::Of(longer, LoadU<U8>(above + k));
-          },
-          [=](U8 windows, size_t k) {
-            return step == 4 ? WithFourthBytes(windows, LoadU<U8>(alphas + k)) : windows;
-          });
-    });
+void Down(uint8_t* dest, size_t pitch, const GroupRows& all_rows, size_t count) {
+  // A copy, so that the stores cannot change it.
+  const GroupRows group = all_rows;
+  constexpr size_t kLine = 64;
+  size_t k = 0;
+  for (; k + kLine <= count; k += kLine) {
+    for (const uint8_t* const row : group.ahead) PrefetchLater(row + k);
+    DownVectors<Extremum, kLine / kVectorBytes>(dest, pitch, group, k);
   }
-  return false;
-}
-
-template <typename Extremum>
-void Across(uint8_t* dest, const uint8_t* row, size_t size, size_t step, size_t count) {
-  if (size == 1) {
-    __builtin_memcpy(dest, row, count);
-    return;
-  }
-  for (size_t first = 0; first < count; first += kStretch) {
-    const size_t stretch = count - first < kStretch ? count - first : kStretch;
-    AcrossStretch<Extremum>(dest + first, row + first, size, step, stretch);
+  for (; k < count; k += kVectorBytes) {
+    // The last vector overlaps the one before it.
+    const bool is_cut = k + kVectorBytes > count && count >= kVectorBytes;
+    DownVectors<Extremum, 1>(dest, pitch, group, is_cut ? count - kVectorBytes : k);
   }
 }
-
-template <typename Extremum>
-void Advance(uint8_t* dest, uint8_t* running, const uint8_t* row, const uint8_t* above,
-             uint8_t* combined, size_t size, size_t step, size_t count) {
-  if (AdvanceInRegisters<Extremum>(dest, running, row, above, size, step, count)) return;
-  FoldAndJoin<Extremum>(combined, running, row, above, count + (size - 1) * step);
-  Across<Extremum>(dest, combined, size, step, count);
-  TakeAlpha(dest, row + (size - 1) * step, step, count);
-}
-
-// Squares of a few pixels, from rows to outputs in one pass: reading and writing then keep pace
-// with each other.
 
 /// A vector of one extremum.
 template <typename Extremum>
@@ -218,14 +117,10 @@ struct Reduced {
   QEL_SIMD_INLINE U8 Result() const { return v; }
 
   static constexpr size_t kRows = 1;
-  template <size_t kBytes>
-  QEL_SIMD_INLINE static Reduced Load(const uint8_t (&rows)[kRows][kBytes], size_t k) {
+  QEL_SIMD_INLINE static Reduced Load(const uint8_t* const (&rows)[2], size_t k) {
     return {LoadU<U8>(rows[0] + k)};
   }
-  template <size_t kBytes>
-  QEL_SIMD_INLINE void Store(uint8_t (&rows)[kRows][kBytes], size_t k) const {
-    StoreU(v, rows[0] + k);
-  }
+  QEL_SIMD_INLINE void Store(uint8_t* const (&rows)[2], size_t k) const { StoreU(v, rows[0] + k); }
 };
 /// A vector of both; the result is what lies between them.
 struct Range {
@@ -238,14 +133,12 @@ struct Range {
   QEL_SIMD_INLINE U8 Result() const { return highest - lowest; }
 
   static constexpr size_t kRows = 2;
-  template <size_t kBytes>
-  QEL_SIMD_INLINE static Range Load(const uint8_t (&rows)[kRows][kBytes], size_t k) {
-    return {LoadU<U8>(rows[0] + k), LoadU<U8>(rows[1] + k)};
+  QEL_SIMD_INLINE static Range Load(const uint8_t* const (&rows)[2], size_t k) {
+    return {.lowest = LoadU<U8>(rows[1] + k), .highest = LoadU<U8>(rows[0] + k)};
   }
-  template <size_t kBytes>
-  QEL_SIMD_INLINE void Store(uint8_t (&rows)[kRows][kBytes], size_t k) const {
-    StoreU(lowest, rows[0] + k);
-    StoreU(highest, rows[1] + k);
+  QEL_SIMD_INLINE void Store(uint8_t* const (&rows)[2], size_t k) const {
+    StoreU(highest, rows[0] + k);
+    StoreU(lowest, rows[1] + k);
   }
 };
 template <size_t kBytes, typename Extremum>
@@ -257,6 +150,73 @@ QEL_SIMD_INLINE Range ShiftedWindow(Range a, Range next) {
   return {ShiftedWindow<kBytes>(a.lowest, next.lowest),
           ShiftedWindow<kBytes>(a.highest, next.highest)};
 }
+
+/// Widens windows of `width` pixels to `kTimes` as many, at all rows. Full vectors are written,
+/// maybe in the place of what they are made from, of which only later ones are read.
+template <typename Result, size_t kTimes>
+void WidenRows(const AcrossRows& rows, const uint8_t* const (&from)[2], size_t width) {
+  const size_t jump = width * rows.step;
+  const size_t count = rows.count + (rows.size - kTimes * width) * rows.step;
+  for (size_t r = 0; r < rows.rows; ++r) {
+    const size_t row = r * rows.pitch;
+    const uint8_t* const here[] = {from[0] + row, from[1] + row};
+    uint8_t* const to[] = {rows.spare[0] + row, rows.spare[1] + row};
+    for (size_t k = 0; k < count; k += kVectorBytes) {
+      Result wide = Result::Of(Result::Load(here, k), Result::Load(here, k + jump));
+      if constexpr (kTimes == 4) {
+        wide = Result::Of(
+            wide, Result::Of(Result::Load(here, k + 2 * jump), Result::Load(here, k + 3 * jump)));
+      }
+      wide.Store(to, k);
+    }
+  }
+}
+
+/// Stores bytes(k) from byte `first` to byte `end`.
+template <typename Bytes>
+QEL_SIMD_INLINE void StoreAhead(uint8_t* dest, const uint8_t* ahead, size_t first, size_t end,
+                                const Bytes& bytes) {
+  if (first >= end) return;
+  if (end - first < kVectorBytes) return StoreN(bytes(first), dest + first, end - first);
+  size_t k = first;
+  for (; k + kVectorBytes <= end; k += kVectorBytes) {
+    PrefetchLater(ahead + k);
+    StoreU(bytes(k), dest + k);
+  }
+  if (k < end) StoreU(bytes(end - kVectorBytes), dest + end - kVectorBytes);
+}
+
+template <typename Result>
+void Across(const AcrossRows& rows) {
+  const uint8_t* from[] = {rows.columns[0], rows.columns[1]};
+  size_t width = 1;
+  while (2 * width < rows.size) {
+    if (4 * width < rows.size) {
+      WidenRows<Result, 4>(rows, from, width);
+      width *= 4;
+    } else {
+      WidenRows<Result, 2>(rows, from, width);
+      width *= 2;
+    }
+    for (size_t i = 0; i < 2; ++i) from[i] = rows.spare[i];
+  }
+  const size_t jump = (rows.size - width) * rows.step;
+  for (size_t r = 0; r < rows.rows; ++r) {
+    const uint8_t* const here[] = {from[0] + r * rows.pitch, from[1] + r * rows.pitch};
+    const auto window = [=](size_t k) {
+      return Result::Of(Result::Load(here, k), Result::Load(here, k + jump)).Result();
+    };
+    const uint8_t* const alphas = rows.alphas[r];
+    StoreAhead(rows.dest[r], rows.ahead[r], 0, rows.alpha_bytes,
+               [=](size_t k) { return WithFourthBytes(window(k), LoadU<U8>(alphas + k)); });
+    StoreAhead(rows.dest[r], rows.ahead[r], rows.alpha_bytes, rows.count, window);
+  }
+}
+
+// Squares of a few pixels, from rows to outputs in one pass: reading and writing then keep pace
+// with each other.
+
+constexpr size_t kStretch = 2048;
 
 /// The rows of squares.
 template <typename Result, size_t kSize>
@@ -286,7 +246,8 @@ class SquareRows {
 template <typename Result, size_t kSize>
 void SquareInStretches(uint8_t* dest, const uint8_t* const* all_rows, size_t step, size_t count) {
   const SquareRows<Result, kSize> rows(all_rows);
-  uint8_t columns[Result::kRows][kStretch + 4 * (kMostSquare - 1) + kVectorBytes];
+  uint8_t stretches[Result::kRows][kStretch + 4 * (kMostSquare - 1) + kVectorBytes];
+  uint8_t* const columns[] = {stretches[0], stretches[Result::kRows - 1]};
   for (size_t first = 0; first < count; first += kStretch) {
     // Less than a vector is taken together with some before it, which is computed once more.
     if (first > 0 && count - first < kVectorBytes) first = count - kVectorBytes;
@@ -347,7 +308,8 @@ template <typename Extremum>
 constexpr ExtremumKernels KernelsOf() {
   return {.fold = &Fold<Extremum>,
           .of_two = &OfTwo<Extremum>,
-          .advance = &Advance<Extremum>,
+          .down = &Down<Extremum>,
+          .across = &Across<Reduced<Extremum>>,
           .square = &Square<Reduced<Extremum>>};
 }
 

@@ -1,223 +1,314 @@
 #include <cstring>
-#include <utility>
 
 #include "filter/morphology/extrema_job.h"
 #include "filter/morphology/extrema_plan.h"
 
-// Extrema of large windows after van Herk (1992) and Gil and Werman (1993). Output rows are taken
-// in groups of at most as many rows as a window has. The windows of a group share a core of rows;
-// above it each takes a suffix of the rows that only the first ones reach, and below it a running
-// prefix of the rows that only the last ones reach: four comparisons a byte whatever the size.
-// Across the columns, windows double their width; windows too wide for that are reduced across
-// first, by the same grouping.
+// Extrema of windows of several rows and columns. Output rows are taken in groups of eight: the
+// windows of a group share a core of rows; above it each takes a suffix of the rows that only the
+// first ones reach, and below it a prefix of the rows that only the last ones reach (van Herk 1992,
+// Gil and Werman 1993). The rows below a group are a block, whose extremum later groups have in
+// their core: 3 to 5 comparisons a byte for any size. All of this stays in registers. Then windows
+// widen across the columns, two- or fourfold, in the nearest cache, some columns of a group at a
+// time. Columns outside the image are all alike, and need no reducing.
 
 namespace qel {
 namespace {
 
-/// Most rows of a group, for one extremum and for two.
-constexpr int64_t kGroupRows[] = {32, 20};
-/// Scratch rows beside those of a group.
-constexpr int64_t kSharedRows = 5;
+constexpr auto kGroup = static_cast<int64_t>(kGroupRows);
+/// Bytes of outputs that are taken at a time.
+constexpr int64_t kMostPiece = 1024;
+/// Bytes of outputs of a strip, whose source rows the next cache is to hold.
+constexpr int64_t kMostStrip = 8192;
+/// Where vectors of alpha are read.
+constexpr int64_t kFewestAlphaBytes = 64;
 
-/// One extremum on its way down a strip.
-struct Extremum {
-  const ExtremumKernels* kernels;
-  uint8_t* above;    ///< one row per member of the group but the last: its suffix
-  uint8_t* running;  ///< the core and what has been added below it
-};
+constexpr int64_t UpToLines(int64_t bytes) { return (bytes + 63) / 64 * 64; }
 
-/// Reduces wide windows of single rows.
-class WideRows {
+class Groups {
  public:
-  WideRows(const SourceRows& source, const Reach& reach, int64_t first, int64_t count)
-      : source_(source), reach_(reach), first_(first), count_(count) {}
-
-  /// The same for columns as a group does for rows: a shared core, a suffix to the left and a
-  /// prefix to the right of it. `spare` are three scratch rows.
-  void Read(const ExtremumKernels& kernels, int64_t y, uint8_t* row, uint8_t* spare,
-            size_t pitch) const {
-    uint8_t* const core = spare;
-    uint8_t* const ends = spare + pitch;
-    ReadCore(kernels, y, core, ends);
-    // The ends to the left, each of which includes those right of it.
-    const uint8_t* from = Accumulate(kernels, y, first_ - reach_.before, ends, pitch, true);
-    std::memcpy(row, from, Bytes() - Step());
-    std::memcpy(row + Bytes() - Step(), core, Step());
-    RepeatPixel(core, count_ - 1, core, source_.pixel_bytes());
-    kernels.fold(row, core, Bytes() - Step());
-    from = Accumulate(kernels, y, first_ + reach_.after + 1, ends, pitch, false);
-    kernels.fold(row + Step(), from, Bytes() - Step());
-  }
-
- private:
-  size_t Step() const { return static_cast<size_t>(source_.pixel_bytes()); }
-  size_t Bytes() const { return static_cast<size_t>(count_) * Step(); }
-
-  /// Folds the columns that all windows of the tile contain into one pixel.
-  void ReadCore(const ExtremumKernels& kernels, int64_t y, uint8_t* core, uint8_t* piece) const {
-    // Everything outside is alike: one column of it on either side is enough.
-    const int64_t begin = std::max<int64_t>(first_ + count_ - 1 - reach_.before, -1);
-    const int64_t end = std::min(first_ + reach_.after, source_.Columns()) + 1;
-    const int64_t first_piece = std::min(count_, end - begin);  // as much as a row holds
-    source_.CopyPixels(y, begin, first_piece, core);
-    for (int64_t x = begin + first_piece; x < end; x += count_) {
-      const int64_t columns = std::min(count_, end - x);
-      source_.CopyPixels(y, x, columns, piece);
-      kernels.fold(core, piece, static_cast<size_t>(columns) * Step());
-    }
-    for (auto pixels = static_cast<size_t>(first_piece); pixels > 1;) {
-      const size_t half = pixels / 2;
-      pixels -= half;
-      kernels.fold(core, core + pixels * Step(), half * Step());
-    }
-  }
-
-  /// Reads one column less than the tile has and lets each include all those after or before it.
-  const uint8_t* Accumulate(const ExtremumKernels& kernels, int64_t y, int64_t x, uint8_t* ends,
-                            size_t pitch, bool after) const {
-    const size_t bytes = Bytes() - Step();
-    uint8_t* from = ends;
-    uint8_t* to = ends + pitch;
-    source_.CopyPixels(y, x, count_ - 1, from);
-    for (size_t jump = Step(); jump < bytes; jump *= 2) {
-      // What has no partner at that distance is complete.
-      kernels.of_two(to + (after ? 0 : jump), from, from + jump, bytes - jump);
-      const size_t complete = after ? bytes - jump : 0;
-      std::memcpy(to + complete, from + complete, jump);
-      std::swap(from, to);
-    }
-    return from;
-  }
-
-  const SourceRows& source_;
-  const Reach reach_;
-  const int64_t first_;
-  const int64_t count_;
-};
-
-/// The extrema of one strip. Its rows are extended by what the windows reach, or `wide` reduces
-/// them first.
-class GroupedStrip {
- public:
-  GroupedStrip(const ExtremaJob& job, Strip& strip, const WideRows* wide)
-      : strip_(strip),
+  explicit Groups(const ExtremaJob& job)
+      : source_(job.source),
+        out_(job.out),
+        kernels_(job.kernels),
+        size_(job.size),
         reach_(job.size),
-        wide_(wide),
-        count_(job.kernels.size()),
-        scratch_(job.scratch, ScratchPitch(strip.InBytes())) {
-    for (size_t e = 0; e < count_; ++e) extrema_[e] = {job.kernels[e], nullptr, nullptr};
-    // In place, another scratch row is the one outside.
-    row_ = scratch_.Take(strip.InPlace() ? 0 : 1);
+        blocks_((size_ - kGroup) / kGroup),
+        step_(job.source.pixel_bytes()),
+        reads_in_place_(job.source.InPlace() && job.source.Columns() * step_ >= kWidestVector),
+        stores_in_place_(job.source.InPlace()),
+        lead_(UpToLines((size_ - 1) * step_)) {
+    Divide(job.scratch);
   }
 
   void Run() {
-    combined_ = scratch_.Take(1);
-    spare_ = scratch_.Take(3);
-    const auto rest = static_cast<int64_t>(kExtremaScratchBytes / scratch_.pitch()) - kSharedRows;
-    const int64_t group =
-        std::min({rest / static_cast<int64_t>(count_), kGroupRows[count_ - 1], Size()});
-    for (size_t e = 0; e < count_; ++e) {
-      extrema_[e].above = scratch_.Take(group - 1);
-      extrema_[e].running = scratch_.Take(1);
-    }
-    for (int64_t y = 0; y < strip_.Rows(); y += group) {
-      RunGroup(y, std::min(group, strip_.Rows() - y));
-    }
+    ForEachTile(0, out_.Columns(), strip_columns_,
+                [&](int64_t x, int64_t count) { RunStrip(x, count); });
   }
 
  private:
-  int64_t Size() const { return reach_.before + reach_.after + 1; }
-  uint8_t* Above(const Extremum& extremum, int64_t member) const {
-    return extremum.above + static_cast<size_t>(member) * scratch_.pitch();
+  /// Bytes that row functions read at least.
+  static constexpr int64_t kWidestVector = 64;
+  static constexpr int64_t kRowsOfCore = 2 * kGroup - 1;  // at most, beside blocks
+
+  static int64_t Pitch(int64_t bytes) {
+    return static_cast<int64_t>(ScratchPitch(static_cast<size_t>(bytes)));
   }
 
-  /// Calls visit(extremum, row) with row `y` for each extremum.
-  template <typename Visitor>
-  void VisitRow(int64_t y, Visitor&& visit) {
-    const uint8_t* row = wide_ == nullptr ? strip_.Read(y, row_) : row_;
-    for (size_t e = 0; e < count_; ++e) {
-      if (wide_ != nullptr) wide_->Read(*extrema_[e].kernels, y, row_, spare_, scratch_.pitch());
-      visit(extrema_[e], row);
+  /// Divides the scratch memory into rows, and the columns into pieces and strips.
+  void Divide(std::span<uint8_t> scratch) {
+    const auto extrema = static_cast<int64_t>(kernels_.size());
+    const auto memory = static_cast<int64_t>(scratch.size());
+    const int64_t windows = extrema * (kGroup + static_cast<int64_t>(kAcrossRows)) + 1;
+    const int64_t block_rows = blocks_ == 0 ? 0 : extrema * (blocks_ + 1);
+    const int64_t read_rows = reads_in_place_ ? 0 : kGroup + kRowsOfCore;
+    const int64_t lines = block_rows + read_rows;
+    const int64_t row_bytes = source_.Columns() * step_;
+    const auto covered = [&](int64_t outputs) {
+      return std::min(outputs + (size_ - 1) * step_, row_bytes);
+    };
+    int64_t piece = kMostPiece;
+    while (windows * Pitch(lead_ + piece) + lines * Pitch(covered(piece)) > memory) piece -= 64;
+    int64_t strip = reads_in_place_ ? kMostStrip : piece;
+    while (strip > piece &&
+           windows * Pitch(lead_ + piece) + lines * Pitch(covered(strip)) > memory) {
+      strip -= 64;
     }
+    piece_columns_ = piece / step_;
+    strip_columns_ = strip / step_;
+    pitch_ = static_cast<size_t>(Pitch(lead_ + piece));
+    line_pitch_ = static_cast<size_t>(Pitch(covered(strip)));
+    uint8_t* next = scratch.data();
+    const auto take = [&](int64_t rows, size_t pitch) {
+      uint8_t* const taken = next;
+      next += static_cast<size_t>(rows) * pitch;
+      return taken;
+    };
+    outside_ = take(1, pitch_);
+    for (size_t e = 0; e < kernels_.size(); ++e) {
+      columns_[e] = take(kGroup, pitch_);
+      spare_[e] = take(kAcrossRows, pitch_);
+      block_rows_[e] = take(block_rows / extrema, line_pitch_);
+    }
+    read_rows_ = take(read_rows, line_pitch_);
+    RepeatPixel(outside_, static_cast<int64_t>(pitch_) / step_, source_.outside(),
+                source_.pixel_bytes());
   }
 
-  void RunGroup(int64_t y, int64_t members) {
-    const size_t bytes = strip_.InBytes();
-    for (int64_t member = members - 2; member >= 0; --member) {
-      VisitRow(y + member - reach_.before, [&](const Extremum& extremum, const uint8_t* row) {
-        uint8_t* const above = Above(extremum, member);
-        if (member == members - 2) {
-          std::memcpy(above, row, bytes);
+  size_t Bytes(int64_t pixels) const { return static_cast<size_t>(pixels * step_); }
+
+  /// Row `y` of the source from the first column of the strip on; null for rows outside.
+  const uint8_t* Read(int64_t y) {
+    if (y < 0 || y >= out_.Rows()) return nullptr;
+    if (reads_in_place_) return source_.At(y, first_);
+    uint8_t* const row = read_rows_ + next_read_++ * line_pitch_;
+    source_.CopyPixels(y, first_, end_ - first_, row);
+    return row;
+  }
+  /// The extremum of the rows below group `group`, which may be before the first.
+  uint8_t* Block(size_t extremum, int64_t group) const {
+    const auto slot = static_cast<size_t>((group + blocks_ + 1) % (blocks_ + 1));
+    return block_rows_[extremum] + slot * line_pitch_;
+  }
+
+  void RunStrip(int64_t x, int64_t count) {
+    first_ = std::max<int64_t>(x - reach_.before, 0);
+    end_ = std::min(x + count + reach_.after, source_.Columns());
+    for (int64_t group = -blocks_; group < 0; ++group) ReduceBlock(group);
+    for (int64_t group = 0; group * kGroup < out_.Rows(); ++group) RunGroup(group, x, count);
+  }
+
+  /// Finds the extrema of a block above those that come below a group.
+  void ReduceBlock(int64_t group) {
+    for (int64_t i = 0; i < kGroup; ++i) {
+      next_read_ = 0;
+      const uint8_t* const row = Read(group * kGroup + reach_.after + i);
+      for (size_t e = 0; e < kernels_.size(); ++e) {
+        uint8_t* const block = Block(e, group);
+        if (row == nullptr) {
+          FoldOutside(*kernels_[e], block, i == 0);
+        } else if (i == 0) {
+          std::memcpy(block, row, Bytes(end_ - first_));
         } else {
-          extremum.kernels->of_two(above, row, Above(extremum, member + 1), bytes);
+          kernels_[e]->fold(block, row, Bytes(end_ - first_));
         }
-      });
-    }
-    // Everything outside is alike: one row of it on either side is enough.
-    const int64_t begin = std::max<int64_t>(y + members - 1 - reach_.before, -1);
-    const int64_t end = std::min(y + reach_.after, strip_.Rows());
-    for (int64_t core = begin; core <= end; ++core) {
-      VisitRow(core, [&](const Extremum& extremum, const uint8_t* row) {
-        if (core == begin) {
-          std::memcpy(extremum.running, row, bytes);
-        } else {
-          extremum.kernels->fold(extremum.running, row, bytes);
-        }
-      });
-    }
-    for (int64_t member = 0; member < members; ++member) {
-      if (member > 0) strip_.Prefetch(y + member, reach_.after);
-      if (wide_ == nullptr) {
-        Advance(y, member, members);
-      } else {
-        AdvanceWide(y, member, members);
       }
     }
   }
-
-  /// Lets the windows of a member reach as far down as they do, and writes its row.
-  void Advance(int64_t y, int64_t member, int64_t members) {
-    // The core has the row of the first member already, which makes no difference.
-    const uint8_t* const row = strip_.Read(y + reach_.after + member, row_);
-    Write(y + member, [&](size_t e, uint8_t* dest, size_t first, size_t bytes) {
-      uint8_t* const running = extrema_[e].running + first;
-      const uint8_t* const above =
-          member < members - 1 ? Above(extrema_[e], member) + first : running;
-      extrema_[e].kernels->advance(dest, running, row + first, above, combined_,
-                                   static_cast<size_t>(Size()), strip_.Step(), bytes);
+  void FoldOutside(const ExtremumKernels& kernels, uint8_t* block, bool is_first) const {
+    ForEachTile(0, end_ - first_, piece_columns_, [&](int64_t at, int64_t count) {
+      if (is_first) {
+        std::memcpy(block + Bytes(at), outside_, Bytes(count));
+      } else {
+        kernels.fold(block + Bytes(at), outside_, Bytes(count));
+      }
     });
   }
 
-  /// The same for rows that are reduced across already.
-  void AdvanceWide(int64_t y, int64_t member, int64_t members) {
-    const size_t bytes = strip_.InBytes();
-    if (member > 0) {
-      VisitRow(y + reach_.after + member, [&](const Extremum& extremum, const uint8_t* row) {
-        extremum.kernels->fold(extremum.running, row, bytes);
-      });
+  /// The rows under the windows of a group, from the first column of the strip on.
+  void ReadGroup(int64_t group) {
+    const int64_t top = group * kGroup - reach_.before;
+    const int64_t bottom = top + size_ - 1;
+    next_read_ = 0;
+    for (int64_t i = 0; i < kGroup; ++i) {
+      below_[i] = Read(bottom + i);
+      // What lies there is needed by the next group.
+      const bool comes = reads_in_place_ && bottom + kGroup + i < out_.Rows();
+      ahead_[i] = comes ? source_.At(bottom + kGroup + i, first_) : nullptr;
     }
-    Write(y + member, [&](size_t e, uint8_t* dest, size_t first, size_t part) {
-      const uint8_t* const running = extrema_[e].running + first;
-      const uint8_t* const above =
-          member < members - 1 ? Above(extrema_[e], member) + first : running;
-      extrema_[e].kernels->of_two(dest, running, above, part);
+    for (int64_t i = 0; i < kGroup - 1; ++i) above_[i] = Read(top + i);
+    const int64_t core_end = bottom - blocks_ * kGroup;
+    core_rows_ = 0;
+    for (int64_t y = top + kGroup - 1; y < core_end; ++y) core_[core_rows_++] = Read(y);
+    // The smallest windows have but one row in common.
+    if (core_rows_ + static_cast<size_t>(blocks_) == 0) core_[core_rows_++] = below_[0];
+  }
+
+  void RunGroup(int64_t group, int64_t x, int64_t count) {
+    ReadGroup(group);
+    int64_t reduced = x - reach_.before;
+    ForEachTile(x, x + count, piece_columns_, [&](int64_t from, int64_t columns) {
+      const int64_t end = from + columns + reach_.after;
+      for (size_t e = 0; e < kernels_.size(); ++e) ReduceColumns(e, group, reduced, end, from);
+      reduced = end;
+      WriteRows(group * kGroup, from, columns);
+      // The next piece begins with the columns that this one ends with.
+      for (size_t e = 0; e < kernels_.size(); ++e) {
+        for (int64_t i = 0; i < kGroup; ++i) {
+          uint8_t* const row = columns_[e] + static_cast<size_t>(i) * pitch_;
+          const size_t kept = Bytes(size_ - 1);
+          std::memmove(row + static_cast<size_t>(lead_) - kept,
+                       row + static_cast<size_t>(lead_) - kept + Bytes(columns), kept);
+        }
+      }
     });
   }
 
-  template <typename Reduce>
-  void Write(int64_t y, Reduce&& reduce) {
-    WriteExtrema(strip_, y, count_, spare_, scratch_.pitch(), std::forward<Reduce>(reduce));
+  /// Reduces columns `begin` to `end` - 1 for the outputs from column `x` on.
+  void ReduceColumns(size_t extremum, int64_t group, int64_t begin, int64_t end, int64_t x) {
+    uint8_t* const to = columns_[extremum] + lead_ + (begin - x - reach_.after) * step_;
+    int64_t inside = std::clamp(first_, begin, end);
+    const int64_t inside_end = std::clamp(end_, inside, end);
+    CopyOutside(to, inside - begin);
+    if (inside < inside_end) ReduceInside(extremum, group, to, begin, inside, inside_end);
+    // After the last vector, which may have been written as a whole.
+    CopyOutside(to + (inside_end - begin) * step_, end - inside_end);
+  }
+  /// The same for columns of the image; `to` is where column `begin` goes.
+  void ReduceInside(size_t extremum, int64_t group, uint8_t* to, int64_t begin, int64_t inside,
+                    int64_t inside_end) {
+    // Less than a vector is taken together with some before it, which gives the same once more.
+    const int64_t fewest = (kWidestVector + step_ - 1) / step_;
+    inside = std::max(std::min(inside, inside_end - fewest), first_);
+
+    const size_t at = Bytes(inside - first_);
+    const auto from = [&](const uint8_t* row) { return row == nullptr ? outside_ : row + at; };
+    GroupRows rows;
+    std::transform(above_, above_ + kGroup - 1, rows.above, from);
+    std::transform(below_, below_ + kGroup, rows.below, from);
+    std::transform(ahead_, ahead_ + kGroup, rows.ahead, from);
+    std::transform(core_, core_ + core_rows_, rows.core, from);
+    rows.core_count = core_rows_;
+    for (int64_t i = 1; i <= blocks_; ++i) {
+      rows.core[rows.core_count++] = Block(extremum, group - i) + at;
+    }
+    rows.block = blocks_ == 0 ? nullptr : Block(extremum, group) + at;
+    kernels_[extremum]->down(to + (inside - begin) * step_, pitch_, rows,
+                             Bytes(inside_end - inside));
+  }
+  void CopyOutside(uint8_t* to, int64_t pixels) const {
+    if (pixels == 0) return;
+    for (int64_t i = 0; i < kGroup; ++i) {
+      std::memcpy(to + static_cast<size_t>(i) * pitch_, outside_, Bytes(pixels));
+    }
   }
 
-  Strip& strip_;
+  /// Writes the outputs of a group from (x, y) on.
+  void WriteRows(int64_t y, int64_t x, int64_t count) {
+    AcrossRows rows;
+    rows.pitch = pitch_;
+    rows.size = static_cast<size_t>(size_);
+    rows.step = static_cast<size_t>(step_);
+    rows.count = Bytes(count);
+    // Alpha is that of the last pixel of the window.
+    int64_t alphas = 0;
+    if (step_ == 4 && stores_in_place_) {
+      alphas = std::clamp<int64_t>(source_.Columns() - (x + reach_.after), 0, count);
+      if (alphas * step_ < kFewestAlphaBytes) alphas = 0;
+    }
+    rows.alpha_bytes = Bytes(alphas);
+    const int64_t most = stores_in_place_ ? static_cast<int64_t>(kAcrossRows) : 1;
+    const int64_t end = std::min(y + kGroup, out_.Rows());
+    for (int64_t first = y; first < end; first += most) {
+      rows.rows = static_cast<size_t>(std::min(most, end - first));
+      const size_t at =
+          static_cast<size_t>(first - y) * pitch_ + static_cast<size_t>(lead_) - Bytes(size_ - 1);
+      for (size_t e = 0; e < kernels_.size(); ++e) {
+        rows.columns[e] = columns_[e] + at;
+        rows.spare[e] = spare_[e];
+      }
+      for (size_t i = 0; i < rows.rows; ++i) {
+        const int64_t row = first + static_cast<int64_t>(i);
+        rows.dest[i] = out_.Open(row, x);
+        rows.ahead[i] = stores_in_place_ && row + kGroup < out_.Rows() ? out_.At(row + kGroup, x)
+                                                                       : rows.dest[i];
+        const uint8_t* const alpha_row =
+            alphas > 0 ? source_.At(row + reach_.after, x + reach_.after) : nullptr;
+        rows.alphas[i] = alpha_row != nullptr ? alpha_row : outside_;
+      }
+      if (kernels_.size() == 2) {
+        ActiveFilterKernels().range_across(rows);
+      } else {
+        kernels_[0]->across(rows);
+      }
+      for (size_t i = 0; i < rows.rows; ++i) {
+        const int64_t row = first + static_cast<int64_t>(i);
+        if (step_ == 4) TakeAlphas(rows.dest[i], row, x, alphas, count);
+        out_.Close(row, x, count);
+      }
+    }
+  }
+  /// Gives outputs number `begin` to `end` - 1 of row `y` their alpha.
+  void TakeAlphas(uint8_t* dest, int64_t y, int64_t x, int64_t begin, int64_t end) const {
+    for (int64_t i = begin; i < end; ++i) {
+      const int64_t column = x + i + reach_.after;
+      const bool is_inside = source_.InPlace() && column < source_.Columns();
+      const uint8_t* const pixel = is_inside ? source_.At(y + reach_.after, column) : nullptr;
+      dest[4 * i + 3] = (pixel != nullptr ? pixel : source_.outside())[3];
+    }
+  }
+
+  const SourceRows& source_;
+  DestRows& out_;
+  const std::span<const ExtremumKernels* const> kernels_;
+  const int64_t size_;
   const Reach reach_;
-  const WideRows* const wide_;
-  const size_t count_;
-  ScratchRows scratch_;
-  uint8_t* row_;
-  uint8_t* combined_;
-  uint8_t* spare_;
-  Extremum extrema_[2];
+  const int64_t blocks_;  ///< in the core of a group
+  const int64_t step_;
+  const bool reads_in_place_;
+  const bool stores_in_place_;
+  /// Columns of a piece begin here in their rows, those kept from the piece before it end here.
+  const int64_t lead_;
+
+  int64_t piece_columns_;
+  int64_t strip_columns_;
+  size_t pitch_;
+  size_t line_pitch_;  ///< of rows as long as a strip
+  uint8_t* outside_;
+  uint8_t* columns_[2];     ///< extrema down the columns, the rows of a group
+  uint8_t* spare_[2];       ///< rows for windows that are widened
+  uint8_t* block_rows_[2];  ///< by turns the extrema of the last blocks
+  uint8_t* read_rows_;
+  size_t next_read_ = 0;
+
+  /// Columns of the image under the windows of the strip.
+  int64_t first_ = 0;
+  int64_t end_ = 0;
+  // Of the group, from `first_` on; null for rows outside.
+  const uint8_t* above_[kGroupRows - 1];
+  const uint8_t* core_[kGroupRows];
+  size_t core_rows_ = 0;
+  const uint8_t* below_[kGroupRows];
+  const uint8_t* ahead_[kGroupRows];
 };
 
 }  // namespace
@@ -225,19 +316,7 @@ class GroupedStrip {
 void RunExtremaByGroups(const ExtremaJob& job) {
   // Windows bring the alpha of their last pixel with them.
   job.out.KeepAlpha();
-  const auto extrema = static_cast<int64_t>(job.kernels.size());
-  const int64_t group = std::min<int64_t>(job.size, kGroupRows[extrema - 1]);
-  const int64_t columns = job.ColumnsFor(kSharedRows + extrema * group);
-  ForEachStrip(job.source, job.out, Window::Square(job.size).columns, {columns, columns}, kRowSlack,
-               job.scratch, [&](Strip& strip) { GroupedStrip(job, strip, nullptr).Run(); });
-}
-
-void RunExtremaByWideGroups(const ExtremaJob& job) {
-  ForEachTile(0, job.out.Columns(), kWideColumns, [&](int64_t x, int64_t count) {
-    const WideRows wide(job.source, Reach(job.size), x, count);
-    AssembledStrip strip(job.source, job.out, {0, 1}, {x, count});
-    GroupedStrip(job, strip, &wide).Run();
-  });
+  Groups(job).Run();
 }
 
 }  // namespace qel

@@ -73,6 +73,11 @@ TEST_F(FilterReadings, EqualMorphologyOfLargeWindows) {
     ExpectMorphology(RandomRaster(rng, rng.Int(400, 900), 2, rng.OneIn(2) ? 24 : 32), size);
     ExpectMorphology(RandomRaster(rng, 2, rng.Int(40, 70), AnyDepth(rng)), size);
   }
+  // Several pieces of strips, and groups of rows whose core has blocks.
+  for (const int depth : {24, 32}) {
+    ExpectMorphology(RandomRaster(rng, rng.Int(2800, 3000), rng.Int(9, 20), depth), rng.Int(8, 17));
+  }
+  ExpectMorphology(RandomRaster(rng, rng.Int(1030, 1100), rng.Int(17, 30), 8), rng.Int(17, 24));
   // What all windows of a strip contain is folded in pieces.
   for (const int depth : kCommonDepths) ExpectMorphology(RandomRaster(rng, 140, 1, depth), 300);
 }
