@@ -57,19 +57,21 @@ TEST_F(WarpReadings, EqualWideRows) {
   Raster::NewImageLayout() = {};
 }
 
-// Bytes whose positions change slowly are looked up in blocks of few rows. Rises to both sides of
-// what these take, at the ends of memory; and positions that change slowly on the whole only.
+// Bytes whose positions change slowly are looked up in blocks of few rows, or in squares. Gains to
+// both sides of what these take, at the ends of memory; and positions that change slowly on the
+// whole only.
 TEST_F(WarpReadings, EqualCloseBytes) {
   Rng rng(10);
   for (const auto fence : {Layout::Fence::kBefore, Layout::Fence::kAfter}) {
     const Layout layout = {.bottom_up = rng.OneIn(2), .fence = fence};
     const Raster raster(rng, 700, 60, 8, kModelMono, layout);
-    // The last rows are shifted by every number of columns up to two blocks.
-    for (int shift = 0; shift < 32; ++shift) {
-      const float rises[] = {0.0f, 0.03f, 0.12f, 0.19f, 0.25f};
-      const float rise = shift % 2 == 0 ? 0.0f : rises[shift % 5];
-      ExpectSame({raster}, Call("Skew", static_cast<float>(shift) / 57.0f,
-                                shift % 4 < 2 ? rise : -rise, 0, 1, 0, 0));
+    // The last rows are shifted by numbers of columns up to four blocks to both sides.
+    for (int shift = 0; shift < 36; ++shift) {
+      const float rises[] = {0.0f, 0.03f, 0.12f, 0.19f, 0.25f, 0.7f, 1.15f};
+      const float rise = shift % 2 == 0 ? 0.0f : rises[shift % 7];
+      const float gain = static_cast<float>(shift) / 31.0f;
+      ExpectSame({raster}, Call("Skew", shift % 3 == 0 ? -gain : gain, shift % 4 < 2 ? rise : -rise,
+                                0, shift % 5 == 0 ? 40 : 1, 0, 0));
     }
     ExpectSame({raster}, Call("Quad", 1, 20, 650, 40, 30, 50, 690, 58, 900, 35, 0));
     for (const int often : {2, 40, 300}) {

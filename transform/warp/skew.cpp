@@ -1,11 +1,108 @@
 #include <algorithm>
+#include <cstdlib>
 
 #include "component/result_image.h"
+#include "image/memory_reach.h"
 #include "image/numeric.h"
 #include "transform/image_transform.h"
+#include "transform/warp/affine_kernels.h"
 #include "transform/warp/nearest_copy.h"
 
 namespace qel {
+namespace {
+
+struct SkewRule {
+  float x_gain, y_gain;
+  int pivot_x, pivot_y;
+};
+
+/// Draws a sheared picture.
+class SkewRows {
+ public:
+  SkewRows(const ImageView& source, const ImageView& dest, bool opaque, const SkewRule& rule)
+      : source_(source), dest_(dest), rule_(rule), copy_(source, dest, opaque) {}
+
+  void Draw() {
+    int y = 0;
+    if (CopiesSquares()) {
+      for (; y + kSquareSide <= dest_.height; y += kSquareSide) DrawSquares(y);
+    }
+    for (; y < dest_.height; ++y) DrawRow(y, 0, dest_.width);
+    copy_.Finish();
+  }
+
+ private:
+  /// True where positions are exact enough, and apart, for squares of pixels of 1 byte.
+  bool CopiesSquares() const {
+    // Differences of columns and pivots are exact up to here.
+    constexpr int64_t kMostPivot = 1 << 20;
+    const auto is_small = [](const ImageView& view) {
+      return view.bit_count == 8 && std::max(view.width, view.height) <= kMostSquareSource;
+    };
+    const int64_t bytes = std::abs(int64_t{source_.stride}) * source_.Rows();
+    return is_small(source_) && is_small(dest_) && source_.HasPixels() && bytes <= INT32_MAX &&
+           std::max(std::abs(int64_t{rule_.pivot_x}), std::abs(int64_t{rule_.pivot_y})) <=
+               kMostPivot &&
+           !RowsOverlap(dest_.width, dest_.stride) &&
+           ActiveAffineKernels().copy_squares1 != nullptr;
+  }
+
+  float ShiftOf(int y) const {
+    return static_cast<float>(WrapSubtract(y, rule_.pivot_y)) * rule_.x_gain;
+  }
+
+  /// Columns `first` to before `end` of a row.
+  void DrawRow(int y, int first, int end) {
+    ShearRow row = {.first_x = first,
+                    .pivot_x = rule_.pivot_x,
+                    .y = static_cast<float>(y),
+                    .shift_x = ShiftOf(y),
+                    .gain_y = rule_.y_gain};
+    int32_t sx[kWarpTile];
+    int32_t sy[kWarpTile];
+    while (row.first_x < end) {
+      const int count = std::min(static_cast<int>(kWarpTile), end - row.first_x);
+      ActiveWarpKernels().shear(sx, sy, static_cast<size_t>(count), row);
+      copy_(y, row.first_x, sx, sy, static_cast<size_t>(count));
+      row.first_x += count;
+    }
+  }
+
+  /// `kSquareSide` rows from `top` on.
+  void DrawSquares(int top) {
+    AffineAxis x = {.start = 0, .gain = 1, .shift = 0, .offset = 0, .rows = {}};
+    AffineAxis y = {.start = -static_cast<float>(rule_.pivot_x),
+                    .gain = rule_.y_gain,
+                    .shift = 0,
+                    .offset = 0,
+                    .rows = {}};
+    for (int k = 0; k < kSquareSide; ++k) {
+      x.rows[k] = ShiftOf(top + k);
+      y.rows[k] = static_cast<float>(top + k);
+    }
+    const AffineSource source = {source_.bits, source_.stride, source_.width, source_.height};
+    // Columns that go row by row where squares do not: more and more until they do.
+    constexpr int kFewest = 64;
+    int others = kFewest;
+    for (int first = 0; first < dest_.width;) {
+      const auto copied = static_cast<int>(
+          ActiveAffineKernels().copy_squares1(dest_.Row(top), dest_.stride, source, x, y, first,
+                                              static_cast<size_t>(dest_.width - first)));
+      others = copied > 0 ? kFewest : 2 * others;
+      first += copied;
+      const int end = first + std::min(others, dest_.width - first);
+      for (int k = 0; k < kSquareSide; ++k) DrawRow(top + k, first, end);
+      first = end;
+    }
+  }
+
+  const ImageView source_;
+  const ImageView dest_;
+  const SkewRule rule_;
+  ColorCopy copy_;
+};
+
+}  // namespace
 
 result_t CQELImageTransform::Skew(IQEL* source, IQEL** result, float x_gain, float y_gain,
                                   int x_pivot, int y_pivot, int /*reserved*/, int force_alpha) {
@@ -25,24 +122,10 @@ result_t CQELImageTransform::Skew(IQEL* source, IQEL** result, float x_gain, flo
   // A pivot at column or row 0 cannot be asked for: 0 is the centre.
   const int pivot_x = x_pivot == 0 ? view.width / 2 : x_pivot;
   const int pivot_y = y_pivot == 0 ? view.height / 2 : y_pivot;
-  ColorCopy copy(view, dest, opaque);
-  const WarpKernels& kernels = ActiveWarpKernels();
-  for (int y = 0; dest.HasPixels() && y < dest.height; ++y) {
-    ShearRow row = {.first_x = 0,
-                    .pivot_x = pivot_x,
-                    .y = static_cast<float>(y),
-                    .shift_x = static_cast<float>(WrapSubtract(y, pivot_y)) * x_gain,
-                    .gain_y = y_gain};
-    int32_t sx[kWarpTile];
-    int32_t sy[kWarpTile];
-    for (int64_t x = 0; x < dest.width; x += kWarpTile) {
-      const auto count = static_cast<size_t>(std::min<int64_t>(kWarpTile, dest.width - x));
-      row.first_x = static_cast<int>(x);
-      kernels.shear(sx, sy, count, row);
-      copy(y, row.first_x, sx, sy, count);
-    }
+  if (dest.HasPixels()) {
+    SkewRows skew(view, dest, opaque, {x_gain, y_gain, pivot_x, pivot_y});
+    skew.Draw();
   }
-  copy.Finish();
   output.Store(result);
   return kOk;
 }
