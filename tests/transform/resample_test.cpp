@@ -26,6 +26,20 @@ TEST_F(ResampleReadings, EqualEveryMethod) {
   }
 }
 
+// Flat areas of all values, steps, and slopes: at twice the size many sums lie at whole numbers or
+// next to them, where other orders of addition give other bytes.
+TEST_F(ResampleReadings, EqualSumsNextToWholeNumbers) {
+  Rng rng(12);
+  Raster source = RandomRaster(rng, 96, 48, 32);
+  for (int i = 0; i < 96 * 48; ++i) {
+    const int x = i % 96, y = i / 96, flat = y / 6 * 16 + x / 6;
+    const int values[] = {2 * flat, 255 - 2 * flat, x + 2 * y, flat % 2 * 255};
+    std::copy(std::begin(values), std::end(values), source.Row(y) + 4 * x);
+  }
+  for (int method = 2; method <= 15 && !HasFailure(); ++method)
+    ExpectSame({source}, Call("Resample", 192, 96, method, 0));
+}
+
 // Tiles go down a band of rows at a time, and are narrower than these pictures.
 TEST_F(ResampleReadings, EqualTallAndWidePictures) {
   Rng rng(8);

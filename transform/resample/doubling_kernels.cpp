@@ -22,8 +22,6 @@ void Spread(float* values, size_t stride, const uint8_t* pixels, size_t count, s
   return SpreadPixels<4>(values, stride, pixels, count);
 }
 
-constexpr size_t kTaps = kDoublingTaps;
-
 /// Vectors of columns that are summed together: the additions of one fill the waits of the other.
 constexpr size_t kVectors = 2;
 constexpr size_t kColumnsAtOnce = kVectors * F32::kLanes;
@@ -40,87 +38,6 @@ QEL_SIMD_INLINE U8 BytesByTurns(const Sums& even, const Sums& odd) {
     return ReorderDemote2To<U8>(words, words);
   };
   return LowerThenUpperHalves(InterleaveLower(bytes(even), bytes(odd)));
-}
-
-/// The sums of one destination row.
-template <bool kFirst, bool kLast>
-struct RowOfSums {
-  float* sums;
-  uint8_t* bytes;
-  Sums even = {};
-  Sums odd = {};
-
-  QEL_SIMD_INLINE void Load(size_t x) {
-    for (size_t v = 0; v < kVectors && !kFirst; ++v) {
-      even[v] = LoadU<F32>(sums + x + v * F32::kLanes);
-      odd[v] = LoadU<F32>(sums + kDoubledColumns + x + v * F32::kLanes);
-    }
-  }
-  QEL_SIMD_INLINE void Add(size_t v, F32 to_even, F32 to_odd, bool first) {
-    // In registers at once: the compiler would put off all additions to the end.
-    even[v] = KeepInRegister(first && kFirst ? to_even : even[v] + to_even);
-    odd[v] = KeepInRegister(first && kFirst ? to_odd : odd[v] + to_odd);
-  }
-  QEL_SIMD_INLINE void Store(size_t x) const {
-    if constexpr (kLast) return StoreU(BytesByTurns(even, odd), bytes + 2 * x);
-    for (size_t v = 0; v < kVectors; ++v) {
-      StoreU(even[v], sums + x + v * F32::kLanes);
-      StoreU(odd[v], sums + kDoubledColumns + x + v * F32::kLanes);
-    }
-  }
-};
-
-/// What every weight k adds to: the values of all taps of a vector of columns, in copies for each
-/// shift, because loads across two lines of the cache would take longer than additions.
-struct TapValues {
-  explicit TapValues(const DoublingStep& step) {
-    for (size_t shift = 0; shift <= kTaps; ++shift) {
-      for (size_t x = 0; x < step.columns; x += F32::kLanes) {
-        StoreU(LoadU<F32>(step.values + x + shift), of[shift] + x);
-      }
-    }
-  }
-  alignas(64) float of[kTaps + 1][kDoubledColumns];
-};
-
-/// Adds products with weight `k` to both rows that have this weight.
-template <bool kFirst, bool kLast>
-void AddTap(const DoublingStep& step, const TapValues& values, size_t k) {
-  RowOfSums<kFirst, kLast> even = {step.even_row[k], step.even_bytes};
-  RowOfSums<kLast, kFirst> odd = {step.odd_row[k], step.odd_bytes};
-  float weights[kTaps];
-  for (size_t i = 0; i < kTaps; ++i) weights[i] = step.weights[k] * step.weights[i];
-  for (size_t x = 0; x < step.columns; x += kColumnsAtOnce) {
-    even.Load(x);
-    odd.Load(x);
-    const auto add = [&]<size_t kTap>(std::integral_constant<size_t, kTap>) {
-      for (size_t v = 0; v < kVectors; ++v) {
-        const size_t at = x + v * F32::kLanes;
-        // Odd columns begin one column later and have their weights in reverse.
-        const F32 to_even = Set<F32>(weights[kTap]) * LoadU<F32>(values.of[kTap] + at);
-        const F32 to_odd =
-            Set<F32>(weights[kTaps - 1 - kTap]) * LoadU<F32>(values.of[kTap + 1] + at);
-        even.Add(v, to_even, to_odd, kTap == 0);
-        odd.Add(v, to_even, to_odd, kTap == 0);
-      }
-    };
-    [&]<size_t... kTap>(std::index_sequence<kTap...>) {
-      (add(std::integral_constant<size_t, kTap>()), ...);
-    }
-    (std::make_index_sequence<kTaps>());
-    even.Store(x);
-    odd.Store(x);
-  }
-}
-
-void Add(const DoublingStep& step) {
-  const TapValues values(step);
-  const auto is_needed = [&](size_t k) { return (step.needed >> k & 1) != 0; };
-  if (is_needed(0)) AddTap<true, false>(step, values, 0);
-  for (size_t k = 1; k + 1 < kTaps; ++k) {
-    if (is_needed(k)) AddTap<false, false>(step, values, k);
-  }
-  if (is_needed(kTaps - 1)) AddTap<false, true>(step, values, kTaps - 1);
 }
 
 /// A vector of neighbouring even or odd columns of a row whose bytes are in doubt.
@@ -292,7 +209,6 @@ void Join(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count,
 extern const DoublingKernels kDoublingKernels;
 constinit const DoublingKernels kDoublingKernels = {
     .spread = &Spread,
-    .add4 = &Add,
     .bounded12 = &Bounded12,
     .join = &Join,
 };

@@ -21,25 +21,6 @@ inline constexpr size_t kDoubledUnit = 32;
 inline constexpr size_t kDoubledMargin = 16;
 inline constexpr size_t kDoubledValues = kDoubledColumns + kDoubledMargin;
 
-/// Taps along one axis of sums whose every weighted pixel is added to two rows, an even and an odd
-/// one: half a multiplication and an addition for each tap of a destination pixel.
-inline constexpr size_t kDoublingTaps = 4;
-
-/// One channel of a source row, on its way into the sums of the rows that it is a tap of.
-struct DoublingStep {
-  const float* values;   ///< columns + `kDoubledMargin`, from 2 columns before the tile on
-  const float* weights;  ///< of the taps of even columns and rows, in their order
-  size_t columns;        ///< source columns of the tile
-  uint32_t needed;       ///< bit k where one of the rows that have weight k is
-  /// Sums of the even and of the odd destination row that has weight k for this source row: those
-  /// of even columns, and `kDoubledColumns` behind them those of odd ones.
-  float* even_row[kDoublingTaps];
-  float* odd_row[kDoublingTaps];
-  /// The even and the odd row that this source row is the last tap of: 2 * columns bytes each.
-  uint8_t* even_bytes;
-  uint8_t* odd_bytes;
-};
-
 /// Taps along one axis of sums that are bounded first, and summed as stated only where that does
 /// not settle their bytes.
 inline constexpr size_t kBoundedTaps = 12;
@@ -72,9 +53,6 @@ struct DoublingKernels {
   /// values[c * stride + i] = channel c of pixel i, for `count` pixels of 1, 3 or 4 bytes.
   void (*spread)(float* values, size_t stride, const uint8_t* pixels, size_t count,
                  size_t channels);
-  /// Adds a row to sums: rows outer, columns inner, one sum after the other. A row's first tap sets
-  /// its sums, its last one makes bytes of them.
-  void (*add4)(const DoublingStep& step);
   /// Doubles a tile by sums of 144 weighted values, rows outer, columns inner, one after the other.
   void (*bounded12)(const BoundedTile& tile);
   /// Pixel i of 3 or 4 bytes has byte i of each channel; these lie `stride` bytes apart.

@@ -38,9 +38,8 @@ void RunResample(const ResamplePlan& plan, const ImageView& source, const ImageV
     case ResampleMethod::kBoundedDoubling:
       if (DoubleByBoundedTaps(plan, source, dest)) return;
       return SampleOneByOne(plan, source, dest);
-    case ResampleMethod::kDoubling:
-      if (DoubleByTaps(plan, source, dest)) return;
-      return SampleOneByOne(plan, source, dest);
+    case ResampleMethod::kSeparableDoubling:
+      return DoubleBySeparableTaps(plan, source, dest);
     case ResampleMethod::kTaps:
       if (SumTapsByTiles(plan, source, dest)) return;
       [[fallthrough]];

@@ -15,7 +15,7 @@ enum class ResampleMethod {
   kLargeBoxes,
   kGather,
   kBoundedDoubling,
-  kDoubling,
+  kSeparableDoubling,
   kTaps,
   kOneByOne
 };
@@ -35,10 +35,11 @@ inline constexpr MethodText kResampleMethods[] = {
      "channel, "
      "with a proven bound of their distance from the stated sum; where a byte is in doubt, 144 "
      "products in the stated order"},
-    {"doubling",
+    {"separable-doubling",
      "twice the size with an even kernel of 4 x 4 taps, whose weights are then the same for all "
-     "pixels: every source row goes once into the sums of all rows that it reaches, 16 additions "
-     "and half as many products a channel, in one stated order"},
+     "pixels: sums along rows, then down columns, 6 products a channel; where what they round "
+     "might "
+     "give another byte, 16 products in the stated order"},
     {"taps",
      "4 x 4 or 12 x 12 weighted pixels in tiles: weights once for each column and row, the taps of "
      "a source row spread out once for all rows that they reach, then 16 or 144 products a "
