@@ -1,3 +1,4 @@
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -185,6 +186,22 @@ TEST(Json, ReadsTextsAndRefusesWhatIsNone) {
     EXPECT_THROW(ReadJsonTexts(wrong), std::invalid_argument) << wrong;
   }
   EXPECT_THROW(ReadJsonTexts("{\"a\":" + std::string(100000, '[')), std::invalid_argument);
+}
+
+// The first and the last character of each length; bytes beyond them stand by themselves.
+TEST(Json, KeepsCharactersAndEscapesOtherBytes) {
+  for (const std::string character :
+       {"\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
+        "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
+    EXPECT_EQ(JsonText(character), "\"" + character + "\"");
+  }
+  for (const std::string bytes :
+       {"\x80", "\xC1\xBF", "\xC2", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xEF\xBF", "\xF0\x8F\xBF\xBF",
+        "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xC3\xFF"}) {
+    std::string escaped;
+    for (const char c : bytes) escaped += fmt::format("\\udc{:02x}", static_cast<uint8_t>(c));
+    EXPECT_EQ(JsonText(bytes), "\"" + escaped + "\"");
+  }
 }
 
 TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
