@@ -7,19 +7,26 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-// Rows of pixels written with more bytes, for kernel sources. Alpha becomes 255. The lowest level
-// goes one pixel after the other, so that rows may overlap.
+// Rows of pixels written with more bytes, for kernel sources. Alpha becomes 255. Rows do not
+// overlap.
 
 inline void GrayTo24(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) {
-    for (size_t i = 0; i < count; ++i) {
-      for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[i];
-    }
-    return;
-  }
   WalkBlocks<kVectorBytes>(
       count, [](uint8_t* to, const uint8_t* from) { StoreRepeated3(LoadU<U8>(from), to); },
       To<3>{dest}, From<1>{source});
+}
+
+inline void GrayTo32(uint8_t* dest, const uint8_t* source, size_t count) {
+  constexpr size_t kRun = 64;
+  WalkBlocks<kRun>(
+      count,
+      [](uint8_t* __restrict to, const uint8_t* __restrict from) {
+        for (size_t i = 0; i < kRun; ++i) {
+          const uint32_t color = from[i] * 0x010101u | 0xFF000000u;
+          __builtin_memcpy(to + 4 * i, &color, 4);
+        }
+      },
+      To<4>{dest}, From<1>{source});
 }
 
 inline void ColorTo32Singly(uint8_t* dest, const uint8_t* source, size_t count) {
@@ -29,53 +36,40 @@ inline void ColorTo32Singly(uint8_t* dest, const uint8_t* source, size_t count) 
   }
 }
 inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) return ColorTo32Singly(dest, source, count);
   // Pixels are loaded with what is behind them, and stored without being taken apart.
-  constexpr size_t kPixels = U32::kLanes;
-  constexpr size_t kLoaded = kHasByteLookup ? kVectorBytes : 3 * kPixels + 4;
-  static constexpr auto kApart = MakePattern<kVectorBytes>([](size_t i) {
-    const size_t pixel = kHasByteLookup ? i / 4 : i % 16 / 4;
-    return i % 4 == 3 ? 0x80 : 3 * pixel + i % 4;
-  });
-  for (; 3 * count >= kLoaded; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
-    PrefetchAhead<3 * kPixels>(source);
-    PrefetchAhead<4 * kPixels>(dest);
-    const U8 apart = LoadU<U8>(kApart.bytes);
-    U8 colors;
-    if constexpr (kHasByteLookup) {
-      colors = TableLookupLanes(LoadU<U8>(source), apart);
-    } else {
-      colors = TableLookupBytesOr0(LoadBlocks<U8>(source, 12), apart);
+  if constexpr (kHasTableLookupBytes) {
+    constexpr size_t kPixels = U32::kLanes;
+    constexpr size_t kLoaded = kHasByteLookup ? kVectorBytes : 3 * kPixels + 4;
+    static constexpr auto kApart = MakePattern<kVectorBytes>([](size_t i) {
+      const size_t pixel = kHasByteLookup ? i / 4 : i % 16 / 4;
+      return i % 4 == 3 ? 0x80 : 3 * pixel + i % 4;
+    });
+    for (; 3 * count >= kLoaded; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
+      PrefetchAhead<3 * kPixels>(source);
+      PrefetchAhead<4 * kPixels>(dest);
+      const U8 apart = LoadU<U8>(kApart.bytes);
+      U8 colors;
+      if constexpr (kHasByteLookup) {
+        colors = TableLookupLanes(LoadU<U8>(source), apart);
+      } else {
+        colors = TableLookupBytesOr0(LoadBlocks<U8>(source, 12), apart);
+      }
+      StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
     }
-    StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
+  } else {
+    constexpr size_t kRun = 64;
+    for (; count > kRun; count -= kRun, source += 3 * kRun, dest += 4 * kRun) {
+      PrefetchAhead<3 * kRun>(source);
+      PrefetchAhead<4 * kRun>(dest);
+      for (size_t i = 0; i < kRun; ++i) {
+        uint32_t color;
+        __builtin_memcpy(&color, source + 3 * i, 4);
+        color |= 0xFF000000u;
+        __builtin_memcpy(dest + 4 * i, &color, 4);
+      }
+    }
   }
   ColorTo32Singly(dest, source, count);
-}
-
-/// Rows that do not overlap.
-inline void GrayTo32Apart(uint8_t* __restrict dest, const uint8_t* __restrict source,
-                          size_t count) {
-  const auto widen = [&](size_t pixels) {
-    for (size_t i = 0; i < pixels; ++i) {
-      const uint32_t gray = source[i];
-      const uint32_t color = gray | gray << 8 | gray << 16 | 0xFF000000u;
-      __builtin_memcpy(dest + 4 * i, &color, 4);
-    }
-  };
-  constexpr size_t kRun = 64;
-  for (; count >= kRun; count -= kRun, source += kRun, dest += 4 * kRun) {
-    PrefetchAhead<kRun>(source);
-    PrefetchAhead<4 * kRun>(dest);
-    widen(kRun);
-  }
-  widen(count);
-}
-inline void GrayTo32(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes > 16) return GrayTo32Apart(dest, source, count);
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[4 * i + c] = source[i];
-    dest[4 * i + 3] = 255;
-  }
 }
 
 }  // namespace

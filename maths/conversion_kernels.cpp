@@ -2,12 +2,11 @@
 
 #include "image/channel_sums.h"
 #include "image/widen_rows.h"
+#include "maths/one_by_one.h"
 #include "simd/convert.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
-
-// The lowest level goes one pixel after the other, whatever rows share memory.
 
 void Copy(uint8_t* dest, const uint8_t* source, size_t bytes) {
   ForEachBlock<1, 64>(dest, source, bytes, [](uint8_t* to, const uint8_t* from) {
@@ -15,42 +14,38 @@ void Copy(uint8_t* dest, const uint8_t* source, size_t bytes) {
   });
 }
 
-void FourTo3Singly(uint8_t* dest, const uint8_t* source, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[4 * i + c];
-  }
-}
 void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) return FourTo3Singly(dest, source, count);
   // Pixels are stored with bytes behind them, which the next ones overwrite.
-  constexpr size_t kPixels = U32::kLanes;
-  constexpr size_t kStored = kHasByteLookup ? kVectorBytes : 3 * kPixels + 4;
-  static constexpr auto kCloseUp = MakePattern<kVectorBytes>([](size_t i) {
-    const size_t byte = kHasByteLookup ? i : i % 16;
-    return byte < (kHasByteLookup ? 3 * kPixels : 12) ? byte / 3 * 4 + byte % 3 : 0x80;
-  });
-  for (; 3 * count >= kStored; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
-    PrefetchAhead<4 * kPixels>(source);
-    PrefetchAhead<3 * kPixels>(dest);
-    const U8 pixels = LoadU<U8>(source), close_up = LoadU<U8>(kCloseUp.bytes);
-    if constexpr (kHasByteLookup) {
-      StoreU(TableLookupLanes(pixels, close_up), dest);
-    } else {
-      StoreBlocks(TableLookupBytesOr0(pixels, close_up), dest, 12);
+  if constexpr (kHasTableLookupBytes) {
+    constexpr size_t kPixels = U32::kLanes;
+    constexpr size_t kStored = kHasByteLookup ? kVectorBytes : 3 * kPixels + 4;
+    static constexpr auto kCloseUp = MakePattern<kVectorBytes>([](size_t i) {
+      const size_t byte = kHasByteLookup ? i : i % 16;
+      return byte < (kHasByteLookup ? 3 * kPixels : 12) ? byte / 3 * 4 + byte % 3 : 0x80;
+    });
+    for (; 3 * count >= kStored; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
+      PrefetchAhead<4 * kPixels>(source);
+      PrefetchAhead<3 * kPixels>(dest);
+      const U8 pixels = LoadU<U8>(source), close_up = LoadU<U8>(kCloseUp.bytes);
+      if constexpr (kHasByteLookup) {
+        StoreU(TableLookupLanes(pixels, close_up), dest);
+      } else {
+        StoreBlocks(TableLookupBytesOr0(pixels, close_up), dest, 12);
+      }
+    }
+  } else {
+    constexpr size_t kRun = 64;
+    for (; count > kRun; count -= kRun, source += 4 * kRun, dest += 3 * kRun) {
+      PrefetchAhead<4 * kRun>(source);
+      PrefetchAhead<3 * kRun>(dest);
+      for (size_t i = 0; i < kRun; ++i) __builtin_memcpy(dest + 3 * i, source + 4 * i, 4);
     }
   }
-  FourTo3Singly(dest, source, count);
+  one_by_one::FourTo3(dest, source, count);
 }
 
 template <size_t kBytes>
 void MeanOf(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) {
-    for (size_t i = 0; i < count; ++i) {
-      const uint8_t* const pixel = source + kBytes * i;
-      dest[i] = static_cast<uint8_t>((pixel[0] + pixel[1] + pixel[2]) / 3);
-    }
-    return;
-  }
   WalkBlocks<kVectorBytes>(
       count,
       [](uint8_t* to, const uint8_t* from) {
@@ -72,10 +67,6 @@ void MeanOf(uint8_t* dest, const uint8_t* source, size_t count) {
 // Whole vectors are stored again: storing single bytes by masks is slow.
 
 void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
-  if constexpr (kVectorBytes == 16) {
-    for (size_t i = 0; i < count; ++i) dest[i] = dest[i] == 0 ? source[i] : dest[i];
-    return;
-  }
   WalkBlocks<kVectorBytes>(
       count,
       [](uint8_t* to, const uint8_t* from) {
@@ -85,10 +76,6 @@ void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
       To<1>{dest}, From<1>{source});
 }
 void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
-  if constexpr (kVectorBytes == 16) {
-    for (size_t i = 0; i < count; ++i) dest[i] = mask[i] != 0 ? value : dest[i];
-    return;
-  }
   WalkBlocks<kVectorBytes>(
       count,
       [=](uint8_t* to, const uint8_t* from) {
@@ -123,21 +110,30 @@ void FillWordsWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t v
   fill(dest, mask, count);
 }
 
+template <bool k>
+constexpr ConversionKernels MakeConversionKernels() {
+  return {
+      .copy = &Copy,
+      .one_to_3 = Choose<k>(&GrayTo24, &one_by_one::WidenGray<3>),
+      .one_to_4 = Choose<k>(&GrayTo32, &one_by_one::WidenGray<4>),
+      .three_to_4 = Choose<k>(&ColorTo32, &ColorTo32Singly),
+      .four_to_3 = Choose<k>(&FourTo3, &one_by_one::FourTo3),
+      .mean_of_3 = Choose<k>(&MeanOf<3>, &one_by_one::MeanOf<3>),
+      .mean_of_4 = Choose<k>(&MeanOf<4>, &one_by_one::MeanOf<4>),
+      .fill_zeros = Choose<k>(&FillZeros, &one_by_one::FillZeros),
+      .fill = &Fill,
+      .fill_bytes = Choose<k>(&FillBytesWhere, &one_by_one::FillBytesWhere),
+      .fill_words = &FillWordsWhere,
+  };
+}
+
 }  // namespace
 
 extern const ConversionKernels kConversionKernels;
-constinit const ConversionKernels kConversionKernels = {
-    .copy = &Copy,
-    .one_to_3 = &GrayTo24,
-    .one_to_4 = &GrayTo32,
-    .three_to_4 = &ColorTo32,
-    .four_to_3 = &FourTo3,
-    .mean_of_3 = &MeanOf<3>,
-    .mean_of_4 = &MeanOf<4>,
-    .fill_zeros = &FillZeros,
-    .fill = &Fill,
-    .fill_bytes = &FillBytesWhere,
-    .fill_words = &FillWordsWhere,
-};
+constinit const ConversionKernels kConversionKernels = MakeConversionKernels<kGoesByVectors>();
+// Of these, the lowest level's are asked for.
+extern const ConversionKernels kConversionsOneByOne;
+constinit const ConversionKernels kConversionsOneByOne =
+    MakeConversionKernels<(kVectorBytes > 16)>();
 
 }  // namespace qel::QEL_LEVEL

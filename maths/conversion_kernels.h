@@ -9,7 +9,7 @@
 namespace qel {
 
 /// Row functions that copy pixels from depth to depth and that fill. Nothing beyond the count is
-/// touched. Those of the lowest level go one pixel after the other, whatever rows share memory.
+/// touched.
 struct ConversionKernels {
   /// Turns `count` pixels, or bytes, of `source` into `dest`.
   using CopyRow = void (*)(uint8_t* dest, const uint8_t* source, size_t count);
@@ -35,6 +35,12 @@ struct ConversionKernels {
 inline constexpr size_t kFillPeriod = 192;
 
 QEL_TABLES_PER_LEVEL(ConversionKernels)
+
+namespace sse2 {
+extern const ConversionKernels kConversionsOneByOne;
+}
+/// Row functions that go one pixel after the other, whatever rows share memory, but for `copy`.
+inline const ConversionKernels& ConversionsOneByOne() { return sse2::kConversionsOneByOne; }
 
 }  // namespace qel
 

@@ -28,8 +28,9 @@ struct Paste {
 };
 
 void ConvertRows(const Paste& paste, ConversionKernels::CopyRow ConversionKernels::*row) {
-  const CpuLevel level = LevelFor(paste.dest, {paste.source}, paste.columns, paste.rows);
-  const auto convert = ConversionKernelsFor(level).*row;
+  const auto convert = KernelsFor(ActiveConversionKernels(), ConversionsOneByOne(), paste.dest,
+                                  {paste.source}, paste.columns, paste.rows).*
+                       row;
   const bool keeps = row == &ConversionKernels::fill_zeros;
   WriteRows(paste.dest, {paste.source, keeps ? paste.dest : RowWalk()}, paste.columns, paste.rows,
             [&](uint8_t* to, int64_t y, int64_t x, size_t count) {
@@ -90,7 +91,7 @@ result_t CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
     } else if (has_pixels) {
       CopyRows(paste.dest.bits, paste.dest.step, paste.source.bits, paste.source.step,
                paste.columns * paste.source.pixel_bytes, paste.rows,
-               ConversionKernelsFor(kActiveCpuLevel).copy);
+               ActiveConversionKernels().copy);
     }
     return kOk;
   }

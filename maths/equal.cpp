@@ -34,7 +34,7 @@ void FillRows(const RowWalk& dest, const ImageShape& shape, Unit unit, int value
   uint8_t pattern[kFillPeriod];
   FillPattern(unit, value, pattern);
   constexpr int64_t kNearCaches = 1 << 20;
-  const ConversionKernels& kernels = ConversionKernelsFor(kActiveCpuLevel);
+  const ConversionKernels& kernels = ActiveConversionKernels();
   const int64_t row_bytes = shape.Columns() * dest.pixel_bytes;
   const bool ahead = row_bytes * shape.Rows() > kNearCaches;
   const auto pixel_bytes = static_cast<size_t>(dest.pixel_bytes);
@@ -46,8 +46,8 @@ void FillRows(const RowWalk& dest, const ImageShape& shape, Unit unit, int value
 
 void FillSelected(const RowWalk& dest, const ImageView& mask, const ImageShape& shape, int value) {
   const RowWalk selected = {mask.bits, mask.stride};
-  const ConversionKernels& kernels =
-      ConversionKernelsFor(LevelFor(dest, {selected}, shape.Columns(), shape.Rows()));
+  const ConversionKernels& kernels = KernelsFor(ActiveConversionKernels(), ConversionsOneByOne(),
+                                                dest, {selected}, shape.Columns(), shape.Rows());
   const auto columns = static_cast<size_t>(shape.Columns());
   for (int64_t y = 0; y < shape.Rows(); ++y) {
     if (dest.pixel_bytes == 1) {

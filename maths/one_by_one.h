@@ -2,11 +2,12 @@
 #define QEL_MATHS_ONE_BY_ONE_H_
 
 #include "maths/arithmetic_kernels.h"
+#include "maths/conversion_kernels.h"
 #include "maths/scale_kernels.h"
 #include "simd/simd.h"
 
-// The arithmetic kernels one pixel after the other, whatever rows share memory and however large
-// sums become, and the choice between them and vectors. Internal linkage, for kernel sources.
+// The kernels of this folder one pixel after the other, whatever rows share memory and however
+// large sums become, and the choice between them and vectors. Internal linkage, for kernel sources.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -83,6 +84,33 @@ void GrayOf(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& 
     const uint8_t* const pixel = source + kBytes * i;
     dest[i] = TruncateToByte(map(static_cast<float>(pixel[0] + pixel[1] + pixel[2])));
   }
+}
+
+/// Grays into pixels of 3 bytes, or of 4, opaque.
+template <size_t kBytes>
+void WidenGray(uint8_t* dest, const uint8_t* source, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t c = 0; c < 3; ++c) dest[kBytes * i + c] = source[i];
+    if (kBytes == 4) dest[4 * i + 3] = 255;
+  }
+}
+inline void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t c = 0; c < 3; ++c) dest[3 * i + c] = source[4 * i + c];
+  }
+}
+template <size_t kBytes>
+void MeanOf(uint8_t* dest, const uint8_t* source, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t* const pixel = source + kBytes * i;
+    dest[i] = static_cast<uint8_t>((pixel[0] + pixel[1] + pixel[2]) / 3);
+  }
+}
+inline void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
+  for (size_t i = 0; i < count; ++i) dest[i] = dest[i] == 0 ? source[i] : dest[i];
+}
+inline void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
+  for (size_t i = 0; i < count; ++i) dest[i] = mask[i] != 0 ? value : dest[i];
 }
 
 inline int32_t WordAt(const uint8_t* row, size_t i) {

@@ -35,9 +35,4 @@ bool IsApart(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_
   });
 }
 
-CpuLevel LevelFor(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
-                  int64_t rows) {
-  return MayGoByVectors(dest, sources, columns, rows) ? kActiveCpuLevel : CpuLevel::kSse2;
-}
-
 }  // namespace qel

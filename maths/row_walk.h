@@ -5,7 +5,6 @@
 #include <initializer_list>
 
 #include "image/write_rows.h"
-#include "simd/cpu_level.h"
 
 namespace qel {
 
@@ -49,11 +48,6 @@ void WriteRows(const RowWalk& dest, std::initializer_list<RowWalk> read, int64_t
   WriteRows(dest.bits, dest.step, dest.pixel_bytes, columns, rows,
             IsApart(dest, read, columns, rows), make);
 }
-
-/// The level whose conversions walk from `sources` to `dest`: the active one, or else the lowest,
-/// whose plain loops go one pixel after the other.
-CpuLevel LevelFor(const RowWalk& dest, std::initializer_list<RowWalk> sources, int64_t columns,
-                  int64_t rows);
 
 }  // namespace qel
 

@@ -14,11 +14,22 @@ namespace {
 constexpr std::string_view kTransformComponent = "QELTransform";
 constexpr std::string_view kColorDepths = "24, 32";
 
-constexpr Choice kMethods[] = {
-    {"nearest", 0},        {"truncate", 1},   {"b-spline", 2},  {"cubic", 3},
-    {"catmull-rom", 4},    {"lanczos", 5},    {"box", 6},       {"hermite", 7},
-    {"damped-hermite", 8}, {"sinc", 9},       {"cosine", 10},   {"jinc", 11},
-    {"gaussian", 12},      {"quadratic", 13}, {"mitchell", 14}, {"catmull-rom-15", 15}};
+constexpr Choice kMethods[] = {{"nearest", kSampleNearest},
+                               {"truncate", kSampleTruncated},
+                               {"b-spline", kSampleCubicBSpline},
+                               {"cubic", kSampleKeysCubic},
+                               {"catmull-rom", kSampleCatmullRom},
+                               {"lanczos", kSampleLanczos6},
+                               {"box", kSampleBox},
+                               {"hermite", kSampleHermite},
+                               {"damped-hermite", kSampleDampedHermite},
+                               {"sinc", kSampleSinc},
+                               {"cosine", kSampleBlackman},
+                               {"jinc", kSampleJinc},
+                               {"gaussian", kSampleGaussian},
+                               {"quadratic", kSampleQuadraticBSpline},
+                               {"mitchell", kSampleMitchellNetravali},
+                               {"catmull-rom-15", kSampleCatmullRomOfOffset}};
 constexpr Choice kWiderDepths[] = {{"24", 24}, {"32", 32}};
 
 const Parameter kMethod = {.name = "method",

@@ -22,10 +22,10 @@ class IQELMaths : public IUnknown {
   virtual result_t Equal(IQEL* image, IQEL* mask, int value) = 0;
 
   /// Pastes `source` into `dest` with its top-left pixel at (x, y), converting between 8, 24 and 32
-  /// bits. With `mask` equal to `dest` and equal depths only zero bytes are replaced.
-  /// Result: kOk; kFail for an offset outside `dest` (negative ones always are), for other depths,
-  /// and for 16-bit sources even where they were converted. A copied height of 0 gives kOk at any
-  /// depth.
+  /// bits. With `mask` equal to `dest` and equal depths only zero bytes are replaced; any other
+  /// mask is not looked at. Result: kOk; kFail for an offset outside `dest` (negative ones always
+  /// are), for other depths, and for 16-bit sources even where they were converted. A copied height
+  /// of 0 gives kOk at any depth.
   virtual result_t Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) = 0;
 
   /// dest = a * factor_a + b * factor_b + offset for each colour byte, in single precision, clamped

@@ -5,6 +5,27 @@
 
 namespace qel {
 
+/// How `Resample`, `Rotate` and `RotatePaste` form a colour between pixels: one of them as it is,
+/// or a weighted sum of 4 x 4, or of 12 x 12. Any other number acts as `kSampleTruncated`.
+enum SamplingMethod : int {
+  kSampleNearest = 0,              ///< the nearest pixel
+  kSampleTruncated = 1,            ///< the pixel at the position without its fractions
+  kSampleCubicBSpline = 2,         ///< smooth, blurs
+  kSampleKeysCubic = 3,            ///< cubic convolution with a = -1, sharp
+  kSampleCatmullRom = 4,           ///< cubic convolution with a = -1/2, the usual choice
+  kSampleLanczos6 = 5,             ///< 12 x 12 pixels, slow
+  kSampleBox = 6,                  ///< the nearest pixel, by weights
+  kSampleHermite = 7,              ///< cubic over 2 x 2 pixels
+  kSampleDampedHermite = 8,        ///< the same, whose weights add up to more or less than 1
+  kSampleSinc = 9,                 ///< sin(pi t) / (pi t), cut off
+  kSampleBlackman = 10,            ///< the cosine sum of Blackman's window
+  kSampleJinc = 11,                ///< a Bessel function over the distance
+  kSampleGaussian = 12,            ///< blurs
+  kSampleQuadraticBSpline = 13,    ///< smooth, blurs less than 2
+  kSampleMitchellNetravali = 14,   ///< cubic with B = C = 1/3
+  kSampleCatmullRomOfOffset = 15,  ///< as 4 but for last bits
+};
+
 /// A coordinate transform, implemented by the caller of `IQELTransform::Transform`.
 class ITransform : public IUnknown {
  public:
@@ -35,13 +56,13 @@ class IQELTransform : public IUnknown {
   // The order of these functions is the binary interface.
 
   /// Turns the image upside down, padding of the rows included: as many bytes of each row as the
-  /// shorter stride of the two images has. With a null `result` the new image is given back: kOk.
+  /// shorter stride of the two images has. With a null `result` the new image is released: kOk.
   virtual result_t Flip(IQEL* source, IQEL** result) = 0;
 
   /// Mirrors left to right at 8, 24 and 32 bits. With a null `result` as `Flip`.
   virtual result_t Mirror(IQEL* source, IQEL** result) = 0;
 
-  /// Rotates by -`angle` degrees with interpolation `method` 0 to 15; uncovered pixels take the
+  /// Rotates by -`angle` degrees with a `SamplingMethod`; uncovered pixels take the
   /// source's top-left colour. 90, 180, 270 and -90 are exact quarter turns; 0 hands out the source
   /// itself. `force_alpha` non-zero makes the result 32 bits deep; `keep_size` non-zero keeps the
   /// source's size. A margin of about four pixels along the source's edges is never drawn.
@@ -57,7 +78,7 @@ class IQELTransform : public IUnknown {
                         int y_pivot, int reserved, int force_alpha) = 0;
 
   /// Scales to `new_width` x `new_height` pixels: nearest copy when enlarging with method 0 or when
-  /// `nearest_only` is non-zero, box average when shrinking, else interpolation `method` 0 to 15.
+  /// `nearest_only` is non-zero, box average when shrinking, else by this `SamplingMethod`.
   /// New sizes of 0 or less give an image without pixels. Result: a failing `GetFormat` of the
   /// source is passed on; `*result` becomes null when the host makes no image.
   virtual result_t Resample(IQEL* source, IQEL** result, int new_width, int new_height, int method,
