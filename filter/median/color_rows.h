@@ -58,9 +58,9 @@ struct Unit {
     unit.channels[1] = BitCast<U8>(InterleaveUpper(bg[0], bg[1]));
     unit.channels[2] = BitCast<U8>(InterleaveLower(ra[0], ra[1]));
     unit.channels[3] = BitCast<U8>(InterleaveUpper(ra[0], ra[1]));
-    const auto quarters = QuarterBrightness(unit.channels[0], unit.channels[1], unit.channels[2]);
-    unit.keys[0] = (ShiftLeft<6>(quarters.lower) & Set<I16>(-0x100)) | Columns<0>();
-    unit.keys[1] = (ShiftLeft<6>(quarters.upper) & Set<I16>(-0x100)) | Columns<1>();
+    const auto words = BrightnessAbove(unit.channels[0], unit.channels[1], unit.channels[2]);
+    unit.keys[0] = (words.lower & Set<I16>(-0x100)) | Columns<0>();
+    unit.keys[1] = (words.upper & Set<I16>(-0x100)) | Columns<1>();
     return unit;
   }
   QEL_SIMD_INLINE void Store(uint8_t* to) const {

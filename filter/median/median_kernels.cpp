@@ -21,9 +21,9 @@ void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
   const auto block = [](uint8_t* to, const uint8_t* from) {
     U8 channels[kBytes];
     LoadInterleaved<kBytes>(from, channels);
-    const auto quarters = QuarterBrightness(channels[0], channels[1], channels[2]);
+    const auto words = BrightnessAbove(channels[0], channels[1], channels[2]);
     const I8 centered =
-        ReorderDemote2To<I8>(ShiftRight<2>(quarters.lower), ShiftRight<2>(quarters.upper));
+        ReorderDemote2To<I8>(ShiftRight<8>(words.lower), ShiftRight<8>(words.upper));
     StoreU(BitCast<U8>(centered) ^ Set<U8>(0x80), to);
   };
   WalkBlocks<kVectorBytes>(count, block, To<1>{keys}, From<kBytes>{pixels});

@@ -151,16 +151,26 @@ QEL_SIMD_INLINE Range ShiftedWindow(Range a, Range next) {
           ShiftedWindow<kBytes>(a.highest, next.highest)};
 }
 
-/// Widens windows of `width` pixels to `kTimes` as many, at all rows. Full vectors are written,
-/// maybe in the place of what they are made from, of which only later ones are read.
-template <typename Result, size_t kTimes>
-void WidenRows(const AcrossRows& rows, const uint8_t* const (&from)[2], size_t width) {
-  const size_t jump = width * rows.step;
-  const size_t count = rows.count + (rows.size - kTimes * width) * rows.step;
+/// Calls widen(from, to) with the rows of `from`, one after the other, and where their widened
+/// windows go.
+template <typename Widen>
+QEL_SIMD_INLINE void ForEachWidened(const AcrossRows& rows, const uint8_t* const (&from)[2],
+                                    const Widen& widen) {
   for (size_t r = 0; r < rows.rows; ++r) {
     const size_t row = r * rows.pitch;
     const uint8_t* const here[] = {from[0] + row, from[1] + row};
     uint8_t* const to[] = {rows.spare[0] + row, rows.spare[1] + row};
+    widen(here, to);
+  }
+}
+
+/// Widens windows of `width` pixels to `kTimes` as many, at all rows. Full vectors are written,
+/// maybe in the place of what they are made from, of which only later ones are read.
+template <typename Result, size_t kTimes>
+void Widen(const AcrossRows& rows, const uint8_t* const (&from)[2], size_t width) {
+  const size_t jump = width * rows.step;
+  const size_t count = rows.count + (rows.size - kTimes * width) * rows.step;
+  ForEachWidened(rows, from, [=](auto& here, auto& to) {
     for (size_t k = 0; k < count; k += kVectorBytes) {
       Result wide = Result::Of(Result::Load(here, k), Result::Load(here, k + jump));
       if constexpr (kTimes == 4) {
@@ -169,7 +179,48 @@ void WidenRows(const AcrossRows& rows, const uint8_t* const (&from)[2], size_t w
       }
       wide.Store(to, k);
     }
+  });
+}
+
+/// Widens single pixels to windows of 8, or 16, at all rows: what has four is doubled in registers.
+template <typename Result, size_t kStep, size_t kWidth>
+void WidenPixels(const AcrossRows& rows) {
+  const size_t count = rows.count + (rows.size - kWidth) * kStep;
+  ForEachWidened(rows, rows.columns, [=](auto& here, auto& to) {
+    const auto four = [&](size_t k) {
+      return Result::Of(
+          Result::Of(Result::Load(here, k), Result::Load(here, k + kStep)),
+          Result::Of(Result::Load(here, k + 2 * kStep), Result::Load(here, k + 3 * kStep)));
+    };
+    Result fours = four(0);
+    // The next eight from byte `k` on.
+    const auto eight = [&](size_t k) {
+      const Result next = four(k + kVectorBytes);
+      const Result eights = Result::Of(fours, ShiftedWindow<4 * kStep>(fours, next));
+      fours = next;
+      return eights;
+    };
+    if constexpr (kWidth == 8) {
+      for (size_t k = 0; k < count; k += kVectorBytes) eight(k).Store(to, k);
+    } else {
+      Result eights = eight(0);
+      for (size_t k = 0; k < count; k += kVectorBytes) {
+        const Result next = eight(k + kVectorBytes);
+        Result::Of(eights, ShiftedWindow<8 * kStep>(eights, next)).Store(to, k);
+        eights = next;
+      }
+    }
+  });
+}
+
+/// Widens single pixels as far as is possible at once; gives the pixels of windows.
+template <typename Result, size_t kStep>
+size_t WidenFirst(const AcrossRows& rows) {
+  if constexpr (8 * kStep <= kMostShifted) {
+    if (rows.size > 16) return WidenPixels<Result, kStep, 16>(rows), 16;
   }
+  if (rows.size > 8) return WidenPixels<Result, kStep, 8>(rows), 8;
+  return Widen<Result, 4>(rows, rows.columns, 1), 4;
 }
 
 /// Stores bytes(k) from byte `first` to byte `end`.
@@ -188,17 +239,18 @@ QEL_SIMD_INLINE void StoreAhead(uint8_t* dest, const uint8_t* ahead, size_t firs
 
 template <typename Result>
 void Across(const AcrossRows& rows) {
-  const uint8_t* from[] = {rows.columns[0], rows.columns[1]};
-  size_t width = 1;
+  size_t width = rows.step == 4   ? WidenFirst<Result, 4>(rows)
+                 : rows.step == 3 ? WidenFirst<Result, 3>(rows)
+                                  : WidenFirst<Result, 1>(rows);
+  const uint8_t* const from[] = {rows.spare[0], rows.spare[1]};
   while (2 * width < rows.size) {
     if (4 * width < rows.size) {
-      WidenRows<Result, 4>(rows, from, width);
+      Widen<Result, 4>(rows, from, width);
       width *= 4;
     } else {
-      WidenRows<Result, 2>(rows, from, width);
+      Widen<Result, 2>(rows, from, width);
       width *= 2;
     }
-    for (size_t i = 0; i < 2; ++i) from[i] = rows.spare[i];
   }
   const size_t jump = (rows.size - width) * rows.step;
   for (size_t r = 0; r < rows.rows; ++r) {

@@ -171,6 +171,7 @@ class Groups {
       for (size_t e = 0; e < kernels_.size(); ++e) ReduceColumns(e, group, reduced, end, from);
       reduced = end;
       WriteRows(group * kGroup, from, columns);
+      if (from + columns == x + count) return;
       // The next piece begins with the columns that this one ends with.
       for (size_t e = 0; e < kernels_.size(); ++e) {
         for (int64_t i = 0; i < kGroup; ++i) {
