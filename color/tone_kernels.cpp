@@ -23,12 +23,22 @@ void WithToneLookup(const ByteMap& map, const Walk& walk) {
 
 void LutBytesSingly(uint8_t* row, size_t count, const uint8_t* table) {
   // Eight are read at once: the next ones need not wait for what was stored.
-  for (; count >= 8; count -= 8, row += 8) {
-    uint64_t old;
-    __builtin_memcpy(&old, row, sizeof(old));
-    for (size_t i = 0; i < 8; ++i) row[i] = table[old >> (8 * i) & 0xFF];
-  }
-  for (size_t i = 0; i < count; ++i) row[i] = table[row[i]];
+  ForEachBlock<1, 32>(row, row, count, [=](uint8_t* to, const uint8_t* from) {
+    for (size_t k = 0; k < 32; k += 8) {
+      uint64_t old;
+      __builtin_memcpy(&old, from + k, sizeof(old));
+      for (size_t i = 0; i < 8; ++i) to[k + i] = table[old >> (8 * i) & 0xFF];
+    }
+  });
+}
+void LutPixelsSingly(uint8_t* row, size_t count, const uint8_t* table) {
+  ForEachBlock<4, 8>(row, row, count, [=](uint8_t* to, const uint8_t* from) {
+    uint32_t old[8];
+    __builtin_memcpy(old, from, sizeof(old));
+    for (size_t i = 0; i < 8; ++i) {
+      for (size_t c = 0; c < 3; ++c) to[4 * i + c] = table[old[i] >> (8 * c) & 0xFF];
+    }
+  });
 }
 void LutBytes(uint8_t* row, size_t count, const ByteMap& map) {
   if (!kHasTableLookupBytes && !map.line) return LutBytesSingly(row, count, map.table);
@@ -39,15 +49,7 @@ void LutBytes(uint8_t* row, size_t count, const ByteMap& map) {
   });
 }
 void LutPixels(uint8_t* row, size_t count, const ByteMap& map) {
-  if (!kHasTableLookupBytes && !map.line) {
-    const uint8_t* const table = map.table;
-    for (size_t i = 0; i < count; ++i) {
-      uint32_t old;
-      __builtin_memcpy(&old, row + 4 * i, sizeof(old));
-      for (size_t c = 0; c < 3; ++c) row[4 * i + c] = table[old >> (8 * c) & 0xFF];
-    }
-    return;
-  }
+  if (!kHasTableLookupBytes && !map.line) return LutPixelsSingly(row, count, map.table);
   WithToneLookup(map, [=](const auto& lookup) {
     const U8 color = BitCast<U8>(Set<U32>(0x00FFFFFFu));
     ForEachBlock<4, kVectorBytes / 4>(row, row, count, [&](uint8_t* to, const uint8_t* from) {
