@@ -94,13 +94,14 @@ void MeasureLarge(const std::vector<Components>& modules, const Options& options
   }
 }
 
-/// Measures what a call costs apart from its pixels: two heights tell.
+/// Measures what a call costs apart from its pixels: two heights tell. The other one is the half:
+/// where pixels come from depends on the height, in some operations, and with it what a row takes.
 void MeasureSmall(const Components& components, Effort effort, const Row& row, int depth,
                   Figures& figures) {
   constexpr int kCalls = 50;
   Stage stage(row.inputs, depth, kSmallSize);
-  const Size tall_size = {kSmallSize.width, 2 * kSmallSize.height};
-  Stage tall(row.inputs, depth, tall_size);
+  const Size low_size = {kSmallSize.width, kSmallSize.height / 2};
+  Stage low(row.inputs, depth, low_size);
   const auto calls_on = [&](Stage& images, Size size) -> Contender {
     return {{}, [&, call = row.CallFor(size)] {
               for (int i = 0; i < kCalls; ++i) images.Run(components, call);
@@ -108,9 +109,9 @@ void MeasureSmall(const Components& components, Effort effort, const Row& row, i
   };
   effort.batch_seconds /= 4;
   const std::vector<Timing> timings =
-      MeasureInTurns({calls_on(stage, kSmallSize), calls_on(tall, tall_size)}, effort);
+      MeasureInTurns({calls_on(stage, kSmallSize), calls_on(low, low_size)}, effort);
   figures.small_seconds = timings[0].seconds / kCalls;
-  figures.fixed_seconds = std::max(0.0, figures.small_seconds * (2 - timings[1].ratio));
+  figures.fixed_seconds = std::max(0.0, figures.small_seconds * (2 * timings[1].ratio - 1));
 }
 
 }  // namespace

@@ -46,7 +46,12 @@ TEST_F(TransformReadings, EqualFlipsOfRowsOfNoWidth) {
 // Rows that go past the caches in several parts.
 TEST_F(TransformReadings, EqualLongRows) {
   Rng rng(5);
-  ExpectSame({RandomRaster(rng, 4101, 3, 24)}, Call("Flip"));
+  for (const int depth : {8, 24, 32}) {
+    const Raster source = RandomRaster(rng, 4101, 3, depth);
+    ExpectSame({source}, Call("Flip"));
+    ExpectSame({source}, Call("Mirror"));
+    ExpectSame({source}, Call("Rotate", 180, 0, 0, 0));
+  }
   ExpectSame({RandomRaster(rng, 4101, 3, 8)}, Call("IncreaseBpp", 24, kModelBgr));
 }
 

@@ -4,6 +4,7 @@
 
 #include "component/result_image.h"
 #include "image/pixel_layout.h"
+#include "image/write_rows.h"
 #include "simd/prefetch.h"
 #include "simd/stream.h"
 #include "transform/image_transform.h"
@@ -56,14 +57,22 @@ constexpr int64_t HalfTurnShift(int pixel_bytes) {
 void HalfTurn(const PixelPlane& dest, const PixelPlane& source, int64_t width, int64_t height,
               int pixel_bytes) {
   const ReverseRow reverse = ReverseFor(pixel_bytes);
-  for (int64_t y = 0; y < height; ++y) {
-    const uint8_t* const row = source.Row(height - 1 - y) - HalfTurnShift(pixel_bytes);
-    if (reverse != nullptr) {
-      reverse(dest.Row(y), row, static_cast<size_t>(width));
-    } else {
-      ReverseAnySize(dest.Row(y), row, width, pixel_bytes);
-    }
-  }
+  // Pixels of 3 bytes that are stored past the caches wait for rows that come from the last one up.
+  const bool fetches = pixel_bytes == 3 && width * height * pixel_bytes >= LeastStreamedBytes();
+  WriteRows(dest.bits, dest.stride, pixel_bytes, width, height, true,
+            [&](uint8_t* to, int64_t y, int64_t first, size_t count) {
+              const int64_t left = width - first - static_cast<int64_t>(count);
+              const uint8_t* const from =
+                  source.Row(height - 1 - y) + left * pixel_bytes - HalfTurnShift(pixel_bytes);
+              if (fetches && y + 1 < height) {
+                PrefetchRun(from - source.stride, static_cast<int64_t>(count) * pixel_bytes);
+              }
+              if (reverse != nullptr) {
+                reverse(to, from, count);
+              } else {
+                ReverseAnySize(to, from, static_cast<int64_t>(count), pixel_bytes);
+              }
+            });
 }
 
 /// Pixel (x, y) of `dest` becomes pixel (y, x) of `source`, which is `width` x `height`.
@@ -75,7 +84,8 @@ void Transpose(const PixelPlane& dest, const PixelPlane& source, int64_t width, 
                          : pixel_bytes == 4 ? kernels.transpose4
                                             : nullptr;
   if (transpose != nullptr) {
-    transpose(dest.bits, dest.stride, source.bits, source.stride, width, height);
+    transpose(dest.bits, dest.stride, source.bits, source.stride, width, height,
+              width * height * pixel_bytes >= LeastStreamedBytes());
     return;
   }
   for (int64_t y = 0; y < width; ++y) {
@@ -154,14 +164,17 @@ result_t CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
   if (reverse != nullptr && view.HasPixels() && mirrored.HasPixels()) {
     // Pixels of 4 bytes move as fast as the processor foresees their rows by itself; single bytes
     // wait for the rows that they are written to as well.
-    const int64_t bytes = view.Columns() * view.bit_count / 8;
-    for (int64_t y = 0; y < view.Rows(); ++y) {
-      if (view.bit_count < 32 && y + 1 < view.Rows()) {
-        PrefetchRun(view.Row(y + 1), bytes);
-        if (view.bit_count == 8) PrefetchRun<1>(mirrored.Row(y + 1), bytes);
-      }
-      reverse(mirrored.Row(y), view.Row(y), static_cast<size_t>(view.Columns()));
-    }
+    const int pixel_bytes = ExactPixelBytes(view.bit_count);
+    WriteRows(mirrored.bits, mirrored.stride, pixel_bytes, view.Columns(), view.Rows(), true,
+              [&](uint8_t* to, int64_t y, int64_t first, size_t count) {
+                const auto bytes = static_cast<int64_t>(count) * pixel_bytes;
+                const int64_t left = (view.Columns() - first) * pixel_bytes - bytes;
+                if (view.bit_count < 32 && y + 1 < view.Rows()) {
+                  PrefetchRun(view.Row(y + 1) + left, bytes);
+                  if (view.bit_count == 8) PrefetchRun<1>(to + mirrored.stride, bytes);
+                }
+                reverse(to, view.Row(y) + left, count);
+              });
   }
   return StoreIfWanted(output, result);
 }

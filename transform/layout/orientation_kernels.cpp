@@ -4,6 +4,7 @@
 
 #include "simd/interleaved.h"
 #include "simd/prefetch.h"
+#include "simd/stream.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -109,11 +110,12 @@ QEL_SIMD_INLINE void TransposeRows(uint8_t* dest, int64_t dest_stride, const uin
   }
 }
 
+/// Transposes the first `high` rows of a tile, and up to a vector more.
 template <int kBytes>
-void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                   int64_t source_stride) {
+void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
+                   int64_t high) {
   constexpr int64_t kRows = kBytes == 4 ? PixelWords<4>::kLanes : U8::kLanes;
-  for (int64_t x = 0; x < kTileRows; x += kRows) {
+  for (int64_t x = 0; x < high; x += kRows) {
     const uint8_t* const from = source + x * source_stride;
     if constexpr (kBytes == 1) {
       U8 rows[16];
@@ -147,29 +149,67 @@ void PrefetchRectangle(const uint8_t* first, int64_t stride, int64_t rows, int64
 
 constexpr int64_t Smaller(int64_t a, int64_t b) { return a < b ? a : b; }
 
+/// Transposes a tile in the nearest cache, from where its rows are stored past the others.
+template <int kBytes>
+void StreamTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride) {
+  constexpr int64_t kRowBytes = kTileRows * kBytes;
+  alignas(64) uint8_t tile[kTileColumns * kRowBytes];
+  TransposeTile<kBytes>(tile, kRowBytes, source, source_stride, kTileRows);
+  for (int64_t y = 0; y < kTileColumns; ++y) {
+    StreamBytes(dest + y * dest_stride, tile + y * kRowBytes, kRowBytes);
+  }
+}
+
+/// Transposes fewer rows than a tile has.
+template <int kBytes>
+void TransposeLowTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                      int64_t source_stride, int64_t rows) {
+  constexpr int64_t kRowBytes = kTileRows * kBytes;
+  constexpr int64_t kColumnBytes = kTileColumns * kBytes;
+  alignas(64) uint8_t from[kTileRows * kColumnBytes];
+  alignas(64) uint8_t tile[kTileColumns * kRowBytes];
+  for (int64_t x = 0; x < rows; ++x) {
+    __builtin_memcpy(from + x * kColumnBytes, source + x * source_stride, kColumnBytes);
+  }
+  TransposeTile<kBytes>(tile, kRowBytes, from, kColumnBytes, rows);
+  for (int64_t y = 0; y < kTileColumns; ++y) {
+    __builtin_memcpy(dest + y * dest_stride, tile + y * kRowBytes,
+                     static_cast<size_t>(rows * kBytes));
+  }
+}
+
 template <int kBytes>
 void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
-               int64_t columns, int64_t rows) {
-  const bool has_tiles =
-      (kBytes != 3 || kHasTableLookupBytes) && rows >= kTileRows && columns >= kTileColumns;
+               int64_t columns, int64_t rows, bool streams) {
+  const bool is_high = rows >= kTileRows;
+  // Half a vector of pixels of 3 bytes takes as long one by one.
+  const bool pays = kBytes != 3 || (kHasTableLookupBytes && rows > int64_t{kVectorBytes / 2});
+  const bool has_tiles = pays && columns >= kTileColumns;
   const auto transpose_band = [&](int64_t next_x, int64_t begin, int64_t end) {
     // The last tiles overlap those before them.
-    const int64_t x = has_tiles ? Smaller(next_x, rows - kTileRows) : next_x;
+    const int64_t x = has_tiles && is_high ? Smaller(next_x, rows - kTileRows) : next_x;
     const int64_t tile_rows = Smaller(rows - x, kTileRows);
     for (int64_t next_y = begin; next_y < end; next_y += kTileColumns) {
       const int64_t y = has_tiles ? Smaller(next_y, columns - kTileColumns) : next_y;
       uint8_t* const to = dest + y * dest_stride + x * kBytes;
       const uint8_t* const from = source + x * source_stride + y * kBytes;
       const int64_t ahead = Smaller(columns - y - kTileColumns, kTileColumns);
-      PrefetchRectangle<1>(to + kTileColumns * dest_stride, dest_stride, ahead, tile_rows * kBytes);
+      if (!streams) {
+        PrefetchRectangle<1>(to + kTileColumns * dest_stride, dest_stride, ahead,
+                             tile_rows * kBytes);
+      }
       if (ahead > 0)
         PrefetchRectangle<0>(from + kTileColumns * kBytes, source_stride, tile_rows,
                              ahead * kBytes);
-      if (has_tiles) {
-        TransposeTile<kBytes>(to, dest_stride, from, source_stride);
-      } else {
+      if (!has_tiles) {
         TransposeSingly<kBytes>(to, dest_stride, from, source_stride,
                                 Smaller(columns - y, kTileColumns), tile_rows);
+      } else if (!is_high) {
+        TransposeLowTile<kBytes>(to, dest_stride, from, source_stride, rows);
+      } else if (streams) {
+        StreamTile<kBytes>(to, dest_stride, from, source_stride);
+      } else {
+        TransposeTile<kBytes>(to, dest_stride, from, source_stride, kTileRows);
       }
     }
   };
@@ -178,6 +218,7 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
     const int64_t end = Smaller(columns, begin + band_columns);
     for (int64_t x = 0; x < rows; x += kTileRows) transpose_band(x, begin, end);
   }
+  if (streams) FinishStream();
 }
 
 template <int kBytes>

@@ -8,6 +8,10 @@
 
 namespace qel {
 
+using TransposePixels = void (*)(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
+                                 int64_t source_stride, int64_t columns, int64_t rows,
+                                 bool streams);
+
 /// Row and plane functions that move whole pixels of 1, 3 or 4 bytes. Source and destination never
 /// overlap, and nothing beyond the counted pixels is touched.
 struct OrientationKernels {
@@ -22,13 +26,8 @@ struct OrientationKernels {
   void (*exchange3)(uint8_t* top, uint8_t* bottom, size_t count);
   void (*exchange4)(uint8_t* top, uint8_t* bottom, size_t count);
   /// Pixel (x, y) of `dest` is pixel (y, x) of `source`, for x < `rows` and y < `columns`: the
-  /// size of the source.
-  void (*transpose1)(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                     int64_t source_stride, int64_t columns, int64_t rows);
-  void (*transpose3)(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                     int64_t source_stride, int64_t columns, int64_t rows);
-  void (*transpose4)(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                     int64_t source_stride, int64_t columns, int64_t rows);
+  /// size of the source. Most of it is stored past the caches, if that `streams`.
+  TransposePixels transpose1, transpose3, transpose4;
 };
 
 QEL_TABLES_PER_LEVEL(OrientationKernels)
