@@ -16,6 +16,13 @@ inline constexpr size_t kTileWidth = 4;
 constexpr size_t TileHeight(size_t size) { return size < 12 ? 2 : 4; }
 inline constexpr size_t kMostTileHeight = TileHeight(kMostTiled);
 
+/// Rows that are read or written after a row of tiles, to be brought near meanwhile.
+struct RowsAhead {
+  const uint8_t* rows[2 * kMostTileHeight];
+  size_t count;
+  size_t step;  ///< bytes of a pixel
+};
+
 /// Row functions of medians by tiles. Rows of keys are spread: key x stands in run x %
 /// kTileWidth, at x / kTileWidth, and runs lie `pitch` bytes apart. Up to two vectors past the
 /// keys are read.
@@ -28,9 +35,9 @@ struct MedianTileKernels {
   /// middle taps in the order of visiting. `rows` are the rows under them; `sorted` is room for
   /// `size + 1 - TileHeight` rows.
   void (*middle_keys)(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
-                      uint8_t* sorted, size_t size, size_t count);
+                      uint8_t* sorted, const RowsAhead& ahead, size_t size, size_t count);
   void (*middle_taps)(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
-                      uint8_t* sorted, size_t size, size_t count);
+                      uint8_t* sorted, const RowsAhead& ahead, size_t size, size_t count);
 };
 
 QEL_TABLES_PER_LEVEL(MedianTileKernels)

@@ -8,6 +8,7 @@
 #include "filter/median/tile_kernels.h"
 #include "simd/convert.h"
 #include "simd/interleaved.h"
+#include "simd/prefetch.h"
 
 // The middle keys of windows that share most of their keys, after Adams (2021), "Fast median
 // filters using separable sorting networks". The windows of a tile have a core of keys in common,
@@ -313,11 +314,17 @@ void SpreadPlaced(uint8_t* runs, size_t pitch, const uint8_t* keys, size_t count
   });
 }
 
-/// Calls find(tile, results) for the bytes of a vector of tiles each, and stores these.
+/// Calls find(tile, results) for the bytes of a vector of tiles each, and stores these. The memory
+/// brings as much of the rows ahead each time: whole rows at once would have to be waited for.
 template <size_t kTileHeight, typename Find>
-inline void StoreTiles(uint8_t* const* dest, size_t count, const Find& find) {
+inline void StoreTiles(uint8_t* const* dest, const RowsAhead& ahead, size_t count,
+                       const Find& find) {
   constexpr size_t kWindows = kTileWidth * kVectorBytes;
   for (size_t x = 0; x < count; x += kWindows) {
+    const size_t windows = count - x < kWindows ? count - x : kWindows;
+    for (size_t i = 0; i < ahead.count; ++i) {
+      PrefetchRun(ahead.rows[i] + x * ahead.step, static_cast<int64_t>(windows * ahead.step));
+    }
     U8 results[kTileHeight][kTileWidth];
     find(x / kTileWidth, results);
     for (size_t y = 0; y < kTileHeight; ++y) {
@@ -334,21 +341,21 @@ inline void StoreTiles(uint8_t* const* dest, size_t count, const Find& find) {
 
 template <size_t kSize>
 void MiddleKeysOfTiles(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
-                       uint8_t* sorted, size_t count) {
+                       uint8_t* sorted, const RowsAhead& ahead, size_t count) {
   constexpr size_t kTileHeight = TileHeight(kSize);
   const TileMedian<U8, kSize, kTileHeight> median(rows, pitch, sorted);
   median.SortColumns((count + kTileWidth - 1) / kTileWidth);
-  StoreTiles<kTileHeight>(dest, count,
+  StoreTiles<kTileHeight>(dest, ahead, count,
                           [&](size_t tile, auto& results) { median.Find(tile, results); });
 }
 
 template <size_t kSize>
 void MiddleTapsOfTiles(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
-                       uint8_t* sorted, size_t count) {
+                       uint8_t* sorted, const RowsAhead& ahead, size_t count) {
   constexpr size_t kTileHeight = TileHeight(kSize);
   const TileMedian<I16, kSize, kTileHeight> median(rows, pitch, sorted);
   median.SortColumns((count + kTileWidth - 1) / kTileWidth);
-  StoreTiles<kTileHeight>(dest, count, [&](size_t tile, auto& results) {
+  StoreTiles<kTileHeight>(dest, ahead, count, [&](size_t tile, auto& results) {
     I16 halves[2][kTileHeight][kTileWidth] = {};
     median.Find(tile, halves[0]);
     if ((tile + I16::kLanes) * kTileWidth < count) median.Find(tile + I16::kLanes, halves[1]);

@@ -48,6 +48,7 @@ class TiledMedian {
     }
     ForEachTile(0, out_.Columns(), kStripWindows, [&](int64_t x, int64_t count) {
       AssembledStrip strip(source_, out_, columns, {x, count});
+      first_ = x;
       RunStrip(strip);
     });
   }
@@ -72,15 +73,29 @@ class TiledMedian {
     for (int64_t y = 0; y < strip.Rows(); y += tile_height) {
       // The last tiles may reach beyond the last row.
       for (int64_t j = 0; j < tile_height; ++j) {
-        strip.Prefetch(y + j, reach_.after);
+        if (strip.Step() > 1 && !strip.InPlace()) strip.Prefetch(y + j, reach_.after);
         Read(strip, y + j + reach_.after);
       }
-      FindMiddle(y, static_cast<size_t>(strip.Count()));
+      FindMiddle(y, Ahead(strip, y + tile_height), static_cast<size_t>(strip.Count()));
       const int64_t rows = std::min(tile_height, strip.Rows() - y);
       for (int64_t j = 0; j < rows; ++j) {
         Store(strip, y + j, Results(static_cast<size_t>(j)));
       }
     }
+  }
+
+  /// What the tiles from row `y` on read and write, where it lies in one piece.
+  RowsAhead Ahead(Strip& strip, int64_t y) const {
+    RowsAhead ahead = {{}, 0, step_};
+    if (HasColors() ? !strip.InPlace() : !source_.InPlace()) return ahead;
+    const int64_t end = std::min(y + static_cast<int64_t>(tile_height_), strip.Rows());
+    for (; y < end; ++y) {
+      const int64_t last = std::min(y + reach_.after, strip.Rows() - 1);
+      ahead.rows[ahead.count++] =
+          HasColors() ? strip.Read(last, nullptr) : source_.At(last, first_);
+      ahead.rows[ahead.count++] = HasColors() ? strip.Open(y) : out_.At(y, first_);
+    }
+    return ahead;
   }
 
   void Read(const Strip& strip, int64_t y) {
@@ -98,7 +113,7 @@ class TiledMedian {
   }
 
   /// The middle keys or taps of the tiles whose first row is `y`.
-  void FindMiddle(int64_t y, size_t count) {
+  void FindMiddle(int64_t y, const RowsAhead& ahead, size_t count) {
     const MedianTileKernels& kernels = ActiveMedianTileKernels();
     const uint8_t* rows[kMostTiled + kMostTileHeight - 1];
     uint8_t* results[kMostTileHeight];
@@ -108,7 +123,7 @@ class TiledMedian {
     for (size_t j = 0; j < tile_height_; ++j) results[j] = Results(j);
     uint8_t* const sorted = memory_.get() + Slots() * RowPitch();
     const auto find = HasColors() ? kernels.middle_taps : kernels.middle_keys;
-    find(results, rows, run_pitch_, sorted, size_, count);
+    find(results, rows, run_pitch_, sorted, ahead, size_, count);
   }
 
   void Store(Strip& strip, int64_t y, const uint8_t* results) {
@@ -134,6 +149,7 @@ class TiledMedian {
   const size_t tile_height_;
   const Reach reach_;
   const size_t step_;
+  int64_t first_ = 0;  ///< column of a strip of grays
   size_t run_pitch_;
   size_t keys_pitch_;
   size_t pixel_pitch_;
