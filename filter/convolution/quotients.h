@@ -176,10 +176,19 @@ QEL_SIMD_INLINE I16 SumFirsts(U8 pairs, const SplitPairs& weights) {
 struct Accumulator : Halves<I16> {
   Accumulator() : Halves<I16>{Zero<I16>(), Zero<I16>()} {}
 
-  QEL_SIMD_INLINE void Add(U8 a, U8 b, const PairLanes& weights) {
+  QEL_SIMD_INLINE void Add(U8 a, U8 b, I8 weights) {
     AddPairs({InterleaveLower(a, b), InterleaveUpper(a, b)}, weights);
   }
-  QEL_SIMD_INLINE void AddPairs(const Halves<U8>& pairs, const PairLanes& weights) {
+  QEL_SIMD_INLINE void Add(U8 a, U8 b, const SplitPairs& weights) {
+    const U8 zero = Zero<U8>();
+    const auto add = [&](U8 v, I16 weight) {
+      Add({BitCast<I16>(InterleaveLower(v, zero)), BitCast<I16>(InterleaveUpper(v, zero))}, weight);
+    };
+    add(a, weights.first);
+    add(b, weights.second);
+  }
+  template <typename Lanes>
+  QEL_SIMD_INLINE void AddPairs(const Halves<U8>& pairs, const Lanes& weights) {
     lower += SumPairs(pairs.lower, weights);
     upper += SumPairs(pairs.upper, weights);
   }
