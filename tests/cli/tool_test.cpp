@@ -73,6 +73,13 @@ TEST_F(ToolRuns, ReadsAndWritesPipesAndNamesWithADash) {
   EXPECT_EQ(Run("run scene.png -o - --format png negative > /dev/full").exit_code, kNoOutput);
 }
 
+TEST_F(ToolRuns, ReadsNumbersFromFiles) {
+  WriteFile(folder_ / "kernel", "0 -1 0\n-1 5 -1\n0 -1 0\n");
+  ASSERT_EQ(Run("run scene.png -o file.png filter kernel=@kernel").exit_code, kDone);
+  ASSERT_EQ(Run("run scene.png -o line.png filter kernel=0,-1,0,-1,5,-1,0,-1,0").exit_code, kDone);
+  ExpectSamePixels("file.png", "line.png");
+}
+
 TEST_F(ToolRuns, KeepsResolutionAndTransparency) {
   ASSERT_EQ(Run("run scene.png -o twice.png negative negative").exit_code, kDone);
   ExpectSamePixels("scene.png", "twice.png");
@@ -111,6 +118,7 @@ TEST_F(ToolRuns, SaysWhatIsWrongAndWhatWouldBeRight) {
       {"run . -o out.png negative", kNoInput, "Is a directory"},
       {"run . -o out/ negative", kNoInput, "name its pictures, as './*.png'"},
       {"run '' -o out.png negative", kNoInput, "an input has no name"},
+      {"run scene.png -o out.png filter kernel=@nowhere", kNoInput, "nowhere: No such file"},
       {"run scene.png -o out.png --json '' negative", kUsage, "the name after --json is empty"},
       {"run scene.png -o nowhere/out.png negative", kNoOutput, "nowhere/out.png"},
       {"run scene.png -o out.png --module words.txt negative", kModuleFault, "cannot load"},

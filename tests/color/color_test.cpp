@@ -51,10 +51,11 @@ TEST_P(Color, ThresholdGoesOnWithoutAnImage) {
   TestHost::Instance().refuses_images = true;
   EXPECT_EQ(After(24, {10, 20, 31, 9, 9, 9}, Call("Threshold", 20)),
             (Bytes{255, 255, 255, 0, 0, 0}));
+  // One byte alone differs from the next one.
   for (size_t place = 0; place < 3 * 64; ++place) {
     Bytes row(3 * 64, 10), expected(3 * 64, 0);
-    row[place] = 11;
-    std::fill_n(expected.begin() + static_cast<std::ptrdiff_t>(place / 3 * 3), 3, uint8_t{255});
+    std::fill_n(row.begin(), place, uint8_t{11});
+    std::fill_n(expected.begin(), (place + 2) / 3 * 3, uint8_t{255});
     EXPECT_EQ(After(24, row, Call("Threshold", 10)), expected) << place;
   }
 }
