@@ -6,8 +6,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <mutex>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace qel::test {
 namespace {
@@ -31,6 +34,50 @@ void FillContent(Rng& rng, Block& memory) {
   }
 }
 
+/// Pages between two unreadable ones. Kept when given back: to map them takes longer than most
+/// calls, and what is touched after its release is for AddressSanitizer to tell, in blocks without
+/// fences.
+class FencedPages {
+ public:
+  static FencedPages& Instance() {
+    static FencedPages pages;
+    return pages;
+  }
+  ~FencedPages() {
+    for (const auto& [size, mappings] : free_) {
+      for (uint8_t* const mapping : mappings) munmap(mapping, size);
+    }
+  }
+
+  /// A mapping of `size` bytes whose first and last page cannot be read.
+  uint8_t* Take(size_t size, size_t page) {
+    const std::lock_guard lock(mutex_);
+    std::vector<uint8_t*>& mappings = free_[size];
+    if (!mappings.empty()) {
+      uint8_t* const mapping = mappings.back();
+      mappings.pop_back();
+      return mapping;
+    }
+    void* const mapped = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) throw std::bad_alloc();
+    auto* const mapping = static_cast<uint8_t*>(mapped);
+    const size_t inner = size - 2 * page;
+    // No bytes at all are an error for some emulators.
+    if (inner > 0 && mprotect(mapping + page, inner, PROT_READ | PROT_WRITE) != 0) {
+      throw std::bad_alloc();
+    }
+    return mapping;
+  }
+  void GiveBack(uint8_t* mapping, size_t size) {
+    const std::lock_guard lock(mutex_);
+    free_[size].push_back(mapping);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<size_t, std::vector<uint8_t*>> free_;
+};
+
 }  // namespace
 
 Block::Block(size_t size, Layout::Fence fence) : size_(size), fence_(fence) {
@@ -39,17 +86,12 @@ Block::Block(size_t size, Layout::Fence fence) : size_(size), fence_(fence) {
     std::fill(begin(), end(), uint8_t{0});
     return;
   }
-  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  static const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const size_t inner = (size + page - 1) / page * page;
   mapping_size_ = inner + 2 * page;
-  void* const mapped = mmap(nullptr, mapping_size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (mapped == MAP_FAILED) throw std::bad_alloc();
-  mapping_ = static_cast<uint8_t*>(mapped);
-  // No bytes at all are an error for some emulators.
-  if (inner > 0 && mprotect(mapping_ + page, inner, PROT_READ | PROT_WRITE) != 0) {
-    throw std::bad_alloc();
-  }
+  mapping_ = FencedPages::Instance().Take(mapping_size_, page);
   data_ = mapping_ + page + (fence_ == Layout::Fence::kAfter ? inner - size : 0);
+  std::fill(begin(), end(), uint8_t{0});
 }
 
 Block::Block(const Block& other) : Block(other.size_, other.fence_) {
@@ -67,7 +109,7 @@ Block& Block::operator=(Block other) noexcept {
 
 Block::~Block() {
   if (mapping_ != nullptr) {
-    munmap(mapping_, mapping_size_);
+    FencedPages::Instance().GiveBack(mapping_, mapping_size_);
   } else if (data_ != nullptr) {
     operator delete (data_, std::align_val_t{64});
   }
