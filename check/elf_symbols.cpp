@@ -6,8 +6,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace qel::check {
 namespace {
@@ -22,7 +23,9 @@ class ElfFile {
   explicit ElfFile(const std::filesystem::path& path) : path_(path.string()) {
     std::ifstream file(path, std::ios::binary);
     if (!file) throw std::runtime_error(path_ + ": " + std::strerror(errno));
-    content_.assign(std::istreambuf_iterator<char>(file), {});
+    std::ostringstream content;
+    content << file.rdbuf();
+    content_ = std::move(content).str();
     header_ = Read<Elf64_Ehdr>(0);
     if (std::memcmp(header_.e_ident, ELFMAG, SELFMAG) != 0 ||
         header_.e_ident[EI_CLASS] != ELFCLASS64 || header_.e_phentsize != sizeof(Elf64_Phdr) ||

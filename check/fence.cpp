@@ -223,7 +223,7 @@ class LoadedLibrary {
       if (type != kCallOf && type != kAddressOf && type != kPointerTo) continue;
       const auto& symbol =
           reinterpret_cast<const ElfW(Sym)*>(symbols_)[ELF64_R_SYM(relocations[i].r_info)];
-      const auto* const name = reinterpret_cast<const char*>(names_) + symbol.st_name;
+      const std::string_view name(reinterpret_cast<const char*>(names_) + symbol.st_name);
       for (const Exchange& exchange : kExchanges) {
         if (exchange.name == name) Write(base_ + relocations[i].r_offset, exchange.function);
       }

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "check/counting.h"
@@ -14,8 +15,23 @@ constexpr size_t kPageBytes = 4096;
 constexpr uint8_t kFreshByte = 0xCD;
 constexpr int kLargestSide = 1 << 12;
 
-/// What the bytes round the rows hold, by their place in the block.
-uint8_t PaddingByte(size_t place) { return static_cast<uint8_t>(0xA5 ^ (place * 29)); }
+/// What the bytes round the rows hold, by their place in the block; then again from the first.
+constexpr auto kPadding = [] {
+  std::array<uint8_t, 256> bytes{};
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(0xA5 ^ (i * 29));
+  return bytes;
+}();
+
+/// Calls `part(place, padding, size)` for each run of the padding from `begin` to `end`.
+template <typename Part>
+void ForPadding(size_t begin, size_t end, Part&& part) {
+  for (size_t place = begin; place < end;) {
+    const size_t first = place % kPadding.size();
+    const size_t size = std::min(kPadding.size() - first, end - place);
+    part(place, &kPadding[first], size);
+    place += size;
+  }
+}
 
 size_t RoundUpToPage(size_t size) { return (size + kPageBytes - 1) / kPageBytes * kPageBytes; }
 
@@ -143,7 +159,9 @@ bool WatchedImage::Reshape(int width, int height, int planes, int bit_count, uin
                ? mapping_ + kPageBytes
                : mapping_ + mapping_size_ - kPageBytes - block_size_;
   bits_ = block_ + before + (layout_.bottom_up ? rows - step : 0);
-  for (size_t i = 0; i < block_size_; ++i) block_[i] = PaddingByte(i);
+  ForPadding(0, block_size_, [&](size_t place, const uint8_t* padding, size_t size) {
+    std::memcpy(block_ + place, padding, size);
+  });
   for (int y = 0; y < height_; ++y) {
     std::memset(Row(y), kFreshByte, static_cast<size_t>(RowBytes()));
   }
@@ -196,15 +214,19 @@ std::string WatchedImage::Pixels() const {
 }
 
 bool WatchedImage::PaddingIntact() const {
-  std::vector<bool> is_row(block_size_);
-  for (int y = 0; bits_ != nullptr && y < height_; ++y) {
-    const auto start = is_row.begin() + (Row(y) - block_);
-    std::fill(start, start + RowBytes(), true);
+  bool intact = true;
+  const auto expect = [&](size_t place, const uint8_t* padding, size_t size) {
+    intact = intact && std::memcmp(block_ + place, padding, size) == 0;
+  };
+  size_t end_of_row = 0;
+  for (int i = 0; bits_ != nullptr && i < height_; ++i) {
+    const uint8_t* const row = Row(layout_.bottom_up ? height_ - 1 - i : i);
+    const auto begin = static_cast<size_t>(row - block_);
+    ForPadding(end_of_row, begin, expect);
+    end_of_row = begin + static_cast<size_t>(RowBytes());
   }
-  for (size_t i = 0; i < block_size_; ++i) {
-    if (!is_row[i] && block_[i] != PaddingByte(i)) return false;
-  }
-  return true;
+  ForPadding(end_of_row, block_size_, expect);
+  return intact;
 }
 
 }  // namespace qel::check
