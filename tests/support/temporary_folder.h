@@ -8,8 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
+#include <utility>
 
 namespace qel::test {
 
@@ -36,7 +37,9 @@ class TemporaryFolder {
 
 inline std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::ostringstream content;
+  content << file.rdbuf();
+  return std::move(content).str();
 }
 
 inline void WriteFile(const std::string& path, const std::string& content) {
