@@ -2,6 +2,7 @@
 
 #include "color/line_walk.h"
 #include "image/curve_lookup.h"
+#include "image/packed_pixels.h"
 #include "simd/interleaved.h"
 #include "simd/row_walk.h"
 
@@ -108,12 +109,9 @@ QEL_SIMD_INLINE U32 LoadPixels(const uint8_t* from) {
 template <size_t kBytes>
 QEL_SIMD_INLINE void StorePixels(U32 pixels, uint8_t* to) {
   if constexpr (kBytes == 4) return StoreU(pixels, to);
-  const LanesOf<U32> of(pixels & Set<U32>(kColor));
+  const LanesOf<U32> of(pixels);
   for (size_t i = 0; i < U32::kLanes; i += 4) {
-    const uint64_t first = of.at[i] | uint64_t{of.at[i + 1]} << 24 | uint64_t{of.at[i + 2]} << 48;
-    const uint32_t last = of.at[i + 2] >> 16 | of.at[i + 3] << 8;
-    __builtin_memcpy(to + 3 * i, &first, sizeof(first));
-    __builtin_memcpy(to + 3 * i + sizeof(first), &last, sizeof(last));
+    StoreFourOf3(of.at[i], of.at[i + 1], of.at[i + 2], of.at[i + 3], to + 3 * i);
   }
 }
 

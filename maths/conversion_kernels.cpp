@@ -1,6 +1,7 @@
 #include "maths/conversion_kernels.h"
 
 #include "image/channel_sums.h"
+#include "image/packed_pixels.h"
 #include "image/widen_rows.h"
 #include "maths/one_by_one.h"
 #include "simd/convert.h"
@@ -35,10 +36,14 @@ void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
     }
   } else {
     constexpr size_t kRun = 64;
-    for (; count > kRun; count -= kRun, source += 4 * kRun, dest += 3 * kRun) {
+    for (; count >= kRun; count -= kRun, source += 4 * kRun, dest += 3 * kRun) {
       PrefetchAhead<4 * kRun>(source);
       PrefetchAhead<3 * kRun>(dest);
-      for (size_t i = 0; i < kRun; ++i) __builtin_memcpy(dest + 3 * i, source + 4 * i, 4);
+      for (size_t i = 0; i < kRun; i += 4) {
+        uint32_t pixels[4];
+        __builtin_memcpy(pixels, source + 4 * i, sizeof(pixels));
+        StoreFourOf3(pixels[0], pixels[1], pixels[2], pixels[3], dest + 3 * i);
+      }
     }
   }
   one_by_one::FourTo3(dest, source, count);

@@ -4,6 +4,7 @@
 #include "filter/median/color_rows.h"
 #include "filter/median/network_rows.h"
 #include "filter/median/selection_rows.h"
+#include "image/packed_pixels.h"
 #include "simd/row_walk.h"
 
 namespace qel::QEL_LEVEL {
@@ -11,13 +12,6 @@ namespace {
 
 template <size_t kBytes>
 void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
-  if constexpr (!kHasTableLookupBytes) {
-    for (size_t i = 0; i < count; ++i) {
-      const uint8_t* const pixel = pixels + kBytes * i;
-      keys[i] = static_cast<uint8_t>(Brightness(pixel[0], pixel[1], pixel[2]));
-    }
-    return;
-  }
   const auto block = [](uint8_t* to, const uint8_t* from) {
     U8 channels[kBytes];
     LoadInterleaved<kBytes>(from, channels);
@@ -39,7 +33,15 @@ void CopyTaps(uint8_t* dest, const uint8_t* const* rows, const uint8_t* taps, si
   }
   const size_t last = count - 1;
   // Whole words are quicker than three bytes; the last pixel must not touch what follows.
-  for (size_t x = 0; x < last; ++x) {
+  size_t x = 0;
+  for (; kBytes == 3 && x + 4 <= last; x += 4) {
+    uint32_t pixels[4];
+    for (size_t k = 0; k < 4; ++k) {
+      __builtin_memcpy(&pixels[k], at[taps[x + k]] + (x + k) * kBytes, sizeof(pixels[k]));
+    }
+    StoreFourOf3(pixels[0], pixels[1], pixels[2], pixels[3], dest + x * kBytes);
+  }
+  for (; x < last; ++x) {
     __builtin_memcpy(dest + x * kBytes, at[taps[x]] + x * kBytes, 4);
   }
   __builtin_memcpy(dest + last * kBytes, at[taps[last]] + last * kBytes, kBytes);
