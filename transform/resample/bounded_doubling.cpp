@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <cmath>
+#include <iterator>
 #include <memory>
 #include <new>
 
@@ -12,63 +12,13 @@ namespace {
 
 constexpr auto kTaps = static_cast<int64_t>(kBoundedTaps);
 
-/// The sum of some weights, and that of their sizes.
-struct WeightSums {
-  double signs = 0;
-  double sizes = 0;
-
-  void Add(double weight) {
-    signs += weight;
-    sizes += std::fabs(weight);
-  }
-};
-
-/// By what sums of 144 weighted values, one after the other, may differ from sums down the columns
-/// that are then summed across, all in single precision, where the taps of columns and rows have
-/// `weights` or these in reverse.
-///
-/// Every rounding is off by the 2^24th part of the number at the most. Values lie from m - r to
-/// m + r, so that a sum of them is at most m times that of its weights plus r times that of their
-/// sizes. Rounded are, as stated, the product of two weights, that with a value (each at most m + r
-/// times the size of the weights), and the sum up to there. In the other order, products and sums
-/// are rounded down the columns, and so they are across, where what is summed is off already.
+/// The tolerance where columns and rows have these weights or the same in reverse.
 Tolerance ToleranceOf(const float (&weights)[kBoundedTaps]) {
-  WeightSums line;
-  for (const float weight : weights) line.Add(static_cast<double>(weight));
-  Tolerance worst = {0, 0};
-  for (const bool rows_reversed : {false, true}) {
-    for (const bool columns_reversed : {false, true}) {
-      const auto weight_at = [&](bool reversed, size_t k) {
-        return static_cast<double>(weights[reversed ? kBoundedTaps - 1 - k : k]);
-      };
-      double of_middle = 2 * line.sizes * line.sizes;
-      double of_reach = of_middle;
-      WeightSums stated;
-      WeightSums down;
-      WeightSums across;
-      for (size_t j = 0; j < kBoundedTaps; ++j) {
-        const double row_weight = weight_at(rows_reversed, j);
-        for (size_t i = 0; i < kBoundedTaps; ++i) {
-          stated.Add(row_weight * weight_at(columns_reversed, i));
-          of_middle += std::fabs(stated.signs);
-          of_reach += stated.sizes;
-        }
-        down.Add(row_weight);
-        of_middle += line.sizes * (std::fabs(row_weight) + std::fabs(down.signs));
-        of_reach += line.sizes * (std::fabs(row_weight) + down.sizes);
-        const double column_weight = weight_at(columns_reversed, j);
-        across.Add(column_weight);
-        of_middle += std::fabs(line.signs) * (std::fabs(column_weight) + std::fabs(across.signs));
-        of_reach += line.sizes * (std::fabs(column_weight) + across.sizes);
-      }
-      worst.of_middle = std::max(worst.of_middle, of_middle);
-      worst.of_reach = std::max(worst.of_reach, of_reach);
-    }
-  }
-  // That rounded numbers are rounded again adds less than a thousandth; adding the tolerance to a
-  // sum, which is less than 4 times the largest value, rounds once more.
-  constexpr double kUnit = 0x1p-24;
-  return {kUnit * (1.001 * worst.of_middle + 4), kUnit * (1.001 * worst.of_reach + 4)};
+  WeightLine line = LineOf(weights, 1);
+  const WeightLine reversed = LineOf(std::end(weights) - 1, -1);
+  line.running_sum = std::max(line.running_sum, reversed.running_sum);
+  line.running_sizes = std::max(line.running_sizes, reversed.running_sizes);
+  return ToleranceOf(line, line, 0);
 }
 
 /// Doubles an image in tiles, channel by channel.

@@ -102,10 +102,8 @@ class BoundedDoubler {
       low = lows.at[i] < low ? lows.at[i] : low;
       high = highs.at[i] > high ? highs.at[i] : high;
     }
-    const auto middle = static_cast<double>(high + low) / 2;
-    const auto reach = static_cast<double>(high - low) / 2;
-    bound_ = Set<F32>(
-        static_cast<float>(tile.tolerance.of_middle * middle + tile.tolerance.of_reach * reach));
+    bound_ = Set<F32>(static_cast<float>(
+        tile.tolerance.Of(static_cast<double>(low), static_cast<double>(high))));
   }
 
   void Run() {

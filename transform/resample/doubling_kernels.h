@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "simd/cpu_level.h"
+#include "transform/tap_tolerance.h"
 
 namespace qel {
 
@@ -21,21 +22,11 @@ inline constexpr size_t kDoubledUnit = 32;
 inline constexpr size_t kDoubledMargin = 16;
 inline constexpr size_t kDoubledValues = kDoubledColumns + kDoubledMargin;
 
-/// Taps along one axis of sums that are bounded first, and summed as stated only where that does
-/// not settle their bytes.
-inline constexpr size_t kBoundedTaps = 12;
-/// Rows of source pixels that are doubled together then.
+/// Rows of source pixels that are doubled together by sums with a tolerance.
 inline constexpr size_t kBoundedRows = 8;
 
 /// Products of the weights of a row and of a column, in single precision.
 using TapProducts = float[kBoundedTaps][kBoundedTaps];
-
-/// By what sums may be off: of values from `middle` - `reach` to `middle` + `reach`, by
-/// `of_middle` * `middle` + `of_reach` * `reach`.
-struct Tolerance {
-  double of_middle;
-  double of_reach;
-};
 
 /// One channel of a tile.
 struct BoundedTile {

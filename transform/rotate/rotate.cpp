@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <bit>
 
 #include "component/result_image.h"
 #include "image/memory_reach.h"
@@ -33,10 +34,6 @@ struct PixelWriter {
   StoreColors store;
 };
 
-/// Columns of a turned frame that are sampled row by row before the next ones: each row meets other
-/// pages of the source, and the processor remembers only so many.
-constexpr int kBandColumns = 2304;
-
 /// What is drawn of a frame.
 struct DrawnPart {
   int width;
@@ -46,22 +43,28 @@ struct DrawnPart {
 
 /// Calls `write(j, first, colors, count)` for the sampled pixels of `part`: those whose positions
 /// are neither `too_low` nor `too_high`, which take a position and the source's size along its
-/// axis. What the sampler can copy goes to the row at row_at(j) instead, where that is not null.
+/// axis. Those near the border and those in doubt come later, one by one, before the next row where
+/// rows must be whole. What the sampler can copy goes to the row at row_at(j) instead, where that
+/// is not null.
 template <typename TooLow, typename TooHigh, typename RowAt, typename Write>
 void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const ImageView& source,
                 const DrawnPart& part, TooLow too_low, TooHigh too_high, RowAt row_at,
                 Write write) {
   alignas(64) uint32_t colors[kSampleChunk];
   RunGuess guess;
-  struct Place {
-    int j;
-    int i;
-  } places[kSampleGroup];
-  BorderPoints border;
-  const auto finish_border = [&] {
-    const size_t count = border.count;
-    sampler.BlendBorder(colors, border);
-    for (size_t k = 0; k < count; ++k) write(places[k].j, places[k].i, colors + k, 1);
+  PointQueue border;
+  PointQueue doubts;
+  const auto finish = [&](PointQueue& queue, bool is_inside) {
+    sampler.BlendPoints(colors, queue, is_inside);
+    for (size_t k = 0; k < queue.count; ++k)
+      write(queue.places[k].j, queue.places[k].i, colors + k, 1);
+    queue.count = 0;
+  };
+  const auto put_off = [&](PointQueue& queue, bool is_inside, const SampleRow& row, int i) {
+    queue.places[queue.count] = {row.j, i};
+    queue.points.x[queue.count] = row.way.SourceX(i);
+    queue.points.y[queue.count++] = row.way.SourceY(i);
+    if (queue.count == kSampleGroup) finish(queue, is_inside);
   };
   CopiedRow copied[kMostCopiedRows];
   int copied_count = 0;
@@ -72,43 +75,51 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
   const auto sample = [&](int j, const SampleRow& row, int begin, int end) {
     for (int first = begin; first < end; first += sampler.chunk()) {
       const int count = std::min(sampler.chunk(), end - first);
-      sampler.Sample(colors, row, first, count);
-      write(j, first, colors, count);
+      const uint64_t doubtful = sampler.Sample(colors, row, first, count);
+      int settled = 0;
+      for (uint64_t bits = doubtful; bits != 0; bits &= bits - 1) {
+        const int doubt = std::countr_zero(bits);
+        if (doubt > settled) write(j, first + settled, colors + settled, doubt - settled);
+        settled = doubt + 1;
+      }
+      if (count > settled) write(j, first + settled, colors + settled, count - settled);
+      // These take the place of `colors`.
+      for (uint64_t bits = doubtful; bits != 0; bits &= bits - 1) {
+        const int i = first + std::countr_zero(bits);
+        const bool is_inside = i >= row.inside.begin && i < row.inside.end;
+        put_off(is_inside ? doubts : border, is_inside, row, i);
+      }
     }
   };
   const auto sample_border = [&](int j, const SampleRow& row, int begin, int end) {
     if (!sampler.BlendsBorder()) return sample(j, row, begin, end);
-    for (int i = begin; i < end; ++i) {
-      places[border.count] = {j, i};
-      border.points.x[border.count] = row.way.SourceX(i);
-      border.points.y[border.count++] = row.way.SourceY(i);
-      if (border.Full()) finish_border();
-    }
+    for (int i = begin; i < end; ++i) put_off(border, false, row, i);
   };
   const auto sample_row = [&](int j, const PixelRun& columns) {
     const PixelRun run = RunWithinSource(columns, frame.RowAt(j), source.width, source.height,
                                          guess, too_low, too_high);
     const SampleRow row = sampler.RowAt(j, run);
     uint8_t* const to = sampler.Copies() ? row_at(j) : nullptr;
-    sample_border(j, row, run.begin, row.inside.begin);
+    sample_border(j, row, run.begin, row.sampled.begin);
     if (to == nullptr) {
-      sample(j, row, row.inside.begin, row.inside.end);
+      sample(j, row, row.sampled.begin, row.sampled.end);
     } else {
       copied[copied_count++] = {to, row};
       if (part.whole_rows || copied_count == sampler.copied_rows()) copy_rows();
     }
-    sample_border(j, row, row.inside.end, run.end);
-    if (part.whole_rows) finish_border();
+    sample_border(j, row, row.sampled.end, run.end);
   };
-  const int64_t bands =
-      part.whole_rows ? 1 : (int64_t{part.width} + kBandColumns - 1) / kBandColumns;
-  for (int64_t band = 0; band < bands; ++band) {
-    const PixelRun columns = {static_cast<int>(part.width * band / bands),
-                              static_cast<int>(part.width * (band + 1) / bands)};
-    for (int j = 0; j < part.height; ++j) sample_row(j, columns);
-    copy_rows();
-  }
-  finish_border();
+  const auto sample_bands = [&](int begin, int end) {
+    for (PixelRun columns = {0, 0}; columns.end < part.width;) {
+      columns = {columns.end, columns.end + std::min(sampler.band(), part.width - columns.end)};
+      for (int j = begin; j < end; ++j) sample_row(j, columns);
+      copy_rows();
+    }
+    finish(border, false);
+    finish(doubts, true);
+  };
+  if (!part.whole_rows) return sample_bands(0, part.height);
+  for (int j = 0; j < part.height; ++j) sample_bands(j, j + 1);
 }
 
 /// What samples and pixels of at least 24 bits have in a mixture, for each alpha of the sample.
@@ -178,7 +189,8 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
   const int64_t row_bytes = int64_t{columns} * pixel_bytes;
   const bool shares_memory =
       SharesMemory(source, MemoryReach(target.bits, target.stride, row_bytes, rows));
-  RotationSampler sampler(PlanRotate(source, method, shares_memory), source, frame);
+  RotationSampler sampler(PlanRotate(source, method, shares_memory), source, frame,
+                          blends || with_alpha);
   SampleRows(
       sampler, frame, source,
       {columns, rows, shares_memory || RowsOverlap(row_bytes, target.stride)},
@@ -214,7 +226,7 @@ void DrawRotated(const RotatePlan& plan, const ImageView& source, const ImageVie
   const auto pixel_at = [&](int j, int first) {
     return dest.Row(j) + int64_t{first} * writer.pixel_bytes;
   };
-  RotationSampler sampler(plan, source, frame);
+  RotationSampler sampler(plan, source, frame, writer.pixel_bytes == 4);
   SampleRows(
       sampler, frame, source, {frame.width(), frame.height(), RowsOverlap(row_bytes, dest.stride)},
       [](float v, int) { return v <= kLowMargin; },

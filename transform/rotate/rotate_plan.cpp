@@ -32,6 +32,8 @@ bool CanRotate(RotateMethod method, const ImageView& source, int interpolation,
       return !weighs;
     case RotateMethod::kPolynomial:
       return IsPolynomial(interpolation);
+    case RotateMethod::kBounded:
+      return MethodOf(interpolation).sampling == Sampling::kKernel12;
     default:
       return weighs;
   }

@@ -8,13 +8,17 @@
 namespace qel {
 
 /// How the pixels of a turned frame are sampled, in the order of preference.
-enum class RotateMethod { kGather, kPolynomial, kRemembered, kComputed, kOneByOne };
+enum class RotateMethod { kGather, kPolynomial, kBounded, kRemembered, kComputed, kOneByOne };
 
 inline constexpr MethodText kRotateMethods[] = {
     {"gather", "methods 0 and 1, whose taps are one pixel: one scattered read"},
     {"polynomial",
      "kernels that are polynomials, with weights by vectors; then 16 products a channel, summed in "
      "one stated order"},
+    {"bounded",
+     "12 x 12 taps: sums down columns, then across, 13 products a column, with polynomials for "
+     "sines and a proven bound of their distance from the stated sum; where a byte is in doubt, as "
+     "computed; from where on one in eight is in doubt, as remembered"},
     {"remembered",
      "other kernels in images of 256 x 256 pixels and more, with weights by the mathematics "
      "library "

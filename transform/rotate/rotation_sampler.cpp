@@ -1,6 +1,7 @@
 #include "transform/rotate/rotation_sampler.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
@@ -13,6 +14,8 @@ namespace {
 size_t KernelIndex(int bit_count) {
   return bit_count == 8 ? 0 : DirectPixelBytes(bit_count) == 3 ? 1 : 2;
 }
+
+constexpr int32_t kPixelBytes[] = {1, 3, 4};
 
 /// Rows whose samples are on their way from memory.
 constexpr int kRowsAhead = 2;
@@ -31,7 +34,7 @@ SampleLine LineOf(const RotatedFrame::Row& way) {
 }  // namespace
 
 RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source,
-                                 const RotatedFrame& frame)
+                                 const RotatedFrame& frame, bool uses_alpha)
     : source_(source),
       frame_(frame),
       plan_(plan),
@@ -39,8 +42,14 @@ RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source
       taps_(how_.sampling == Sampling::kKernel12 ? kTaps12 : kTaps4),
       cache_(taps_, how_.kernel,
              how_.kernel != nullptr ? ActiveTapKernels().weights[plan.interpolation] : nullptr),
-      copied_rows_(CopiesSquares(plan, source) ? kMostCopiedRows : 1) {
+      copied_rows_(CopiesSquares(plan, source) ? kMostCopiedRows : 1),
+      tile_(source, kPixelBytes[KernelIndex(source.bit_count)]) {
   if (plan_.method == RotateMethod::kRemembered) cache_.Reserve();
+  const bool is_bounded = plan_.method == RotateMethod::kBounded;
+  if (is_bounded && !tile_.Reserve()) plan_.method = RotateMethod::kComputed;
+  // What stands in outside has an alpha where pixels have none.
+  bounds_border_ =
+      plan_.method == RotateMethod::kBounded && (source.bit_count == 32 || !uses_alpha);
 }
 
 PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) {
@@ -61,19 +70,33 @@ PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun
       [&](float v, int size) { return TruncateToInt(v + offset) >= size - 1; });
 }
 
+void RotationSampler::LeaveBounds() {
+  constexpr int64_t kEnough = 2048;
+  if (bounded_ < kEnough || 8 * doubted_ < bounded_) return;
+  plan_.method = RotateMethod::kRemembered;
+  bounds_border_ = false;
+  cache_.Reserve();
+}
+
 SampleRow RotationSampler::RowAt(int j, const PixelRun& run) {
+  if (plan_.method == RotateMethod::kBounded) LeaveBounds();
   const RotatedFrame::Row way = frame_.RowAt(j);
-  const SampleRow row = {way, plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
-                                                                      : InsideRun(way, run)};
+  SampleRow row = {j, way, {run.end, run.end}, {run.end, run.end}};
+  if (plan_.method != RotateMethod::kOneByOne) row.sampled = row.inside = InsideRun(way, run);
+  if (bounds_border_) {
+    row.sampled = RunWithinSource(
+        run, way, source_.width, source_.height, sampled_guess_,
+        [](float v, int) { return v < kLeastBounded; }, [](float, int) { return false; });
+  }
   // Sums of taps take long enough for the processor to look ahead by itself, and squares ask for
   // what they need.
-  if (plan_.method == RotateMethod::kGather && copied_rows_ == 1)
+  if (plan_.method == RotateMethod::kGather && copied_rows_ == 1) {
     Prefetch(j + kRowsAhead, row.inside);
+  }
   return row;
 }
 
 void RotationSampler::Prefetch(int j, const PixelRun& run) const {
-  constexpr int32_t kPixelBytes[] = {1, 3, 4};
   const int32_t pixel_bytes = kPixelBytes[KernelIndex(source_.bit_count)];
   ActiveRotateKernels().prefetch({source_.bits, source_.stride}, pixel_bytes,
                                  LineOf(frame_.RowAt(j)), run.begin,
@@ -106,7 +129,6 @@ void RotationSampler::CopyRun(const CopiedRow& row, const PixelRun& run) const {
   const RotateKernels& kernels = ActiveRotateKernels();
   const bool nearest = how_.sampling == Sampling::kNearest;
   const size_t kind = KernelIndex(source_.bit_count);
-  constexpr int64_t kPixelBytes[] = {1, 3, 4};
   const auto copy = kind == 0   ? kernels.copy1
                     : kind == 1 ? kernels.copy3
                     : nearest   ? kernels.copy4
@@ -198,45 +220,90 @@ void RotationSampler::CopyTaps(uint32_t* copy, const SamplePoints& points, size_
   });
 }
 
-void RotationSampler::BlendBorder(uint32_t* colors, BorderPoints& border) {
-  if (border.count == 0) return;
-  SamplePoints& points = border.points;
-  for (size_t i = border.count; i < kSampleGroup; ++i) {
-    points.x[i] = points.x[border.count - 1];
-    points.y[i] = points.y[border.count - 1];
-  }
+void RotationSampler::BlendCopies(uint32_t* colors, const SamplePoints& points, size_t count) {
   Weights weights;
-  Weigh(weights, points, border.count);
+  Weigh(weights, points, count);
   alignas(64) uint32_t taps[kSampleGroup * kMaxTaps * kMaxTaps];
-  CopyTaps(taps, points, border.count);
+  CopyTaps(taps, points, count);
   // In the copy, the taps of a point lie below those of the one before.
+  SamplePoints copies;
   for (size_t i = 0; i < kSampleGroup; ++i) {
-    const size_t at = std::min(i, border.count - 1);
-    points.x[i] = static_cast<float>(-taps_.first);
-    points.y[i] = static_cast<float>(static_cast<int>(at) * taps_.count - taps_.first);
+    const size_t at = std::min(i, count - 1);
+    copies.x[i] = static_cast<float>(-taps_.first);
+    copies.y[i] = static_cast<float>(static_cast<int>(at) * taps_.count - taps_.first);
   }
   const TapKernels& kernels = ActiveTapKernels();
   const auto blend = taps_.count == 4 ? kernels.blend4[2] : kernels.blend12[2];
-  blend(colors, {reinterpret_cast<const uint8_t*>(taps), taps_.count * 4}, points,
-        {weights.x, weights.y}, border.count);
+  blend(colors, {reinterpret_cast<const uint8_t*>(taps), taps_.count * 4}, copies,
+        {weights.x, weights.y}, count);
   // Deliberate: near the border, 4 by 4 samples have alpha 0, also where all taps carry one.
   if (taps_.count == kTaps4.count) {
-    for (size_t i = 0; i < border.count; ++i) colors[i] &= 0x00FFFFFFu;
+    for (size_t i = 0; i < count; ++i) colors[i] &= 0x00FFFFFFu;
   }
-  border.count = 0;
 }
 
-void RotationSampler::Sample(uint32_t* colors, const SampleRow& row, int first, int count) {
-  if (first < row.inside.begin || first >= row.inside.end) {
-    return SampleSingly(colors, row, first, count);
+void RotationSampler::BlendPoints(uint32_t* colors, PointQueue& queue, bool is_inside) {
+  if (queue.count == 0) return;
+  SamplePoints& points = queue.points;
+  for (size_t i = queue.count; i < kSampleGroup; ++i) {
+    points.x[i] = points.x[queue.count - 1];
+    points.y[i] = points.y[queue.count - 1];
+  }
+  if (is_inside) return BlendInside(colors, points, queue.count);
+  BlendCopies(colors, points, queue.count);
+}
+
+PixelBox RotationSampler::BoxOfTaps(std::pair<float, float> x, std::pair<float, float> y) const {
+  const auto first = [&](float v) { return TruncateToInt(v) + taps_.first; };
+  const auto behind = [&](float v) { return first(v) + taps_.count; };
+  return {first(x.first), first(y.first), behind(x.second), behind(y.second)};
+}
+
+void RotationSampler::CoverBand(const SampleRow& row, int first) {
+  const int begin = first / band() * band();
+  const int last = begin + band() - 1;
+  // Rows below come next: as many as the tile has room for.
+  for (int rows = kSampleChunk;; rows = rows * 3 / 4) {
+    const RotatedFrame::Row below = frame_.RowAt(row.j + rows - 1);
+    // Positions rise or fall along rows and columns without a turn.
+    const PixelBox box = BoxOfTaps(std::minmax({row.way.SourceX(begin), row.way.SourceX(last),
+                                                below.SourceX(begin), below.SourceX(last)}),
+                                   std::minmax({row.way.SourceY(begin), row.way.SourceY(last),
+                                                below.SourceY(begin), below.SourceY(last)}));
+    if (tile_.Fill(box) || rows == 1) return;
+  }
+}
+
+uint64_t RotationSampler::BlendBounded(uint32_t* colors, const SampleRow& row, int first,
+                                       const SamplePoints& points, size_t count) {
+  const size_t last = count - 1;
+  const PixelBox box = BoxOfTaps(std::minmax({points.x[0], points.x[last]}),
+                                 std::minmax({points.y[0], points.y[last]}));
+  if (!tile_.Holds(box)) CoverBand(row, first);
+  const uint64_t doubts = ActiveBoundedKernels().blend[KernelIndex(source_.bit_count)](
+      colors, tile_.values(), points, count);
+  bounded_ += static_cast<int64_t>(count);
+  doubted_ += std::popcount(doubts);
+  return doubts;
+}
+
+uint64_t RotationSampler::Sample(uint32_t* colors, const SampleRow& row, int first, int count) {
+  if (first < row.sampled.begin || first >= row.sampled.end) {
+    SampleSingly(colors, row, first, count);
+    return 0;
   }
   SamplePoints points;
   ActiveRotateKernels().positions(points, LineOf(row.way), first, static_cast<size_t>(count));
-  if (plan_.method == RotateMethod::kGather) {
-    GatherInside(colors, points, static_cast<size_t>(count));
-  } else {
-    BlendInside(colors, points, static_cast<size_t>(count));
+  const auto pixels = static_cast<size_t>(count);
+  if (plan_.method == RotateMethod::kBounded) {
+    return BlendBounded(colors, row, first, points, pixels);
   }
+  if (plan_.method == RotateMethod::kGather) {
+    GatherInside(colors, points, pixels);
+  } else {
+    BlendInside(colors, points, pixels);
+  }
+  return 0;
 }
 
 }  // namespace qel

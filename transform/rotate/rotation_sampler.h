@@ -1,10 +1,13 @@
 #ifndef QEL_TRANSFORM_ROTATE_ROTATION_SAMPLER_H_
 #define QEL_TRANSFORM_ROTATE_ROTATION_SAMPLER_H_
 
+#include <utility>
+
 #include "image/interpolated_sampling.h"
 #include "transform/rotate/rotate_kernels.h"
 #include "transform/rotate/rotate_plan.h"
 #include "transform/rotate/rotated_frame.h"
+#include "transform/rotate/source_tile.h"
 #include "transform/rotate/weight_cache.h"
 #include "transform/warp/affine_kernels.h"
 
@@ -31,8 +34,10 @@ PixelRun RunWithinSource(const PixelRun& run, const RotatedFrame::Row& row, int 
 
 /// One row of a rotated frame.
 struct SampleRow {
+  int j;
   RotatedFrame::Row way;
-  PixelRun inside;  ///< what kernels sample of it
+  PixelRun inside;   ///< pixels all of whose taps are inside
+  PixelRun sampled;  ///< what kernels sample of it, all of `inside` among it
 };
 
 inline constexpr int kMostCopiedRows = 8;
@@ -42,12 +47,15 @@ struct CopiedRow {
   SampleRow row;
 };
 
-/// Positions of samples some of whose taps are outside, which wait until there are enough of them.
-struct BorderPoints {
+/// Pixels of a frame that wait until there are enough of them.
+struct PointQueue {
+  struct Place {
+    int j;
+    int i;
+  };
   size_t count = 0;
+  Place places[kSampleGroup];
   SamplePoints points;
-
-  bool Full() const { return count == kSampleGroup; }
 };
 
 /// Samples a source at the pixels of a rotated frame. Runs of pixels all of whose taps lie inside
@@ -55,7 +63,9 @@ struct BorderPoints {
 /// others go through `GetPixelColorInterpolated`.
 class RotationSampler {
  public:
-  RotationSampler(const RotatePlan& plan, const ImageView& source, const RotatedFrame& frame);
+  /// `uses_alpha` where the alpha of colors matters.
+  RotationSampler(const RotatePlan& plan, const ImageView& source, const RotatedFrame& frame,
+                  bool uses_alpha);
 
   /// Output row `j`, of which `run` is going to be sampled. Rows in their order are quickest.
   SampleRow RowAt(int j, const PixelRun& run);
@@ -69,21 +79,26 @@ class RotationSampler {
   /// as far apart as the first two.
   void Copy(const CopiedRow* rows, int count) const;
 
-  /// The colors of up to `chunk` pixels from `first` on, all of which are inside or all not.
-  /// `colors` has room for `kSampleChunk`.
-  void Sample(uint32_t* colors, const SampleRow& row, int first, int count);
+  /// The colors of up to `chunk` pixels from `first` on, all of which are sampled by kernels or all
+  /// not.
+  /// `colors` has room for `kSampleChunk`. Bit i of the result is set where color i is in doubt:
+  /// `BlendPoints` makes the right one.
+  uint64_t Sample(uint32_t* colors, const SampleRow& row, int first, int count);
   /// The most pixels that one call of `Sample` may ask for.
   int chunk() const {
     return plan_.method == RotateMethod::kOneByOne ? 1 : static_cast<int>(kSampleChunk);
   }
 
-  /// True where `BlendBorder` makes the samples that are not inside.
+  /// Columns of a frame that are best sampled row by row before the next ones.
+  int band() const { return plan_.method == RotateMethod::kBounded ? chunk() : kBandColumns; }
+
+  /// True where `BlendPoints` makes the samples that kernels do not.
   bool BlendsBorder() const {
     return plan_.method != RotateMethod::kGather && plan_.method != RotateMethod::kOneByOne;
   }
-  /// The colors of samples at positions of a frame, from copies of their taps; takes the points
-  /// away. `colors` has room for `kSampleGroup`.
-  void BlendBorder(uint32_t* colors, BorderPoints& border);
+  /// The colors of samples as stated, of which either all are inside or none. `colors` has room for
+  /// `kSampleGroup`; what lies behind the points of the queue changes.
+  void BlendPoints(uint32_t* colors, PointQueue& queue, bool is_inside);
 
  private:
   /// What the taps of a chunk of points weigh.
@@ -92,6 +107,12 @@ class RotationSampler {
     alignas(64) float y[kSampleChunk * kMaxTaps];
   };
 
+  /// Each row meets other pages of the source, and the processor remembers only so many.
+  static constexpr int kBandColumns = 2304;
+
+  /// Goes on as stated where bounds settle too little: fractions of pixels that are hardly turned
+  /// are all about 0.
+  void LeaveBounds();
   PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run);
   void Prefetch(int j, const PixelRun& run) const;
   /// Copies squares of a run of `kSquareSide` rows; returns what is done.
@@ -101,16 +122,28 @@ class RotationSampler {
   void GatherInside(uint32_t* colors, const SamplePoints& points, size_t count) const;
   void Weigh(Weights& weights, const SamplePoints& points, size_t count);
   void BlendInside(uint32_t* colors, const SamplePoints& points, size_t count);
+  void BlendCopies(uint32_t* colors, const SamplePoints& points, size_t count);
+  /// The taps of positions from x.first to x.second and from y.first to y.second.
+  PixelBox BoxOfTaps(std::pair<float, float> x, std::pair<float, float> y) const;
+  /// Makes values of the taps of the band that column `first` lies in.
+  void CoverBand(const SampleRow& row, int first);
+  uint64_t BlendBounded(uint32_t* colors, const SampleRow& row, int first,
+                        const SamplePoints& points, size_t count);
   void CopyTaps(uint32_t* copy, const SamplePoints& points, size_t count) const;
 
   const ImageView source_;
   const RotatedFrame frame_;
-  const RotatePlan plan_;
+  RotatePlan plan_;
   const InterpolationMethod how_;
   const TapWindow taps_;
   WeightCache cache_;
   const int copied_rows_;
+  SourceTile tile_;
+  int64_t bounded_ = 0;  ///< pixels that were bounded
+  int64_t doubted_ = 0;  ///< those in doubt among them
+  bool bounds_border_;   ///< tiles have what pixels near the border are sums of
   RunGuess inside_guess_;
+  RunGuess sampled_guess_;
 };
 
 }  // namespace qel

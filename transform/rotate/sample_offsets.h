@@ -1,8 +1,8 @@
 #ifndef QEL_TRANSFORM_ROTATE_SAMPLE_OFFSETS_H_
 #define QEL_TRANSFORM_ROTATE_SAMPLE_OFFSETS_H_
 
-#include "simd/simd.h"
 #include "transform/rotate/rotate_kernels.h"
+#include "transform/word_vectors.h"
 
 // What kernels of rotations share. Everything has internal linkage.
 
@@ -26,6 +26,15 @@ void PixelOffsets(int32_t* __restrict offsets, const SampleSource& source,
     const int32_t row = static_cast<int32_t>(points.y[i] + offset) - move;
     offsets[i] = row * stride + column * kBytes;
   }
+}
+
+/// Sums of the weighted channels of pixels of 1, 3 or 4 bytes as colors.
+template <int kBytes>
+QEL_SIMD_INLINE I32 ColorsOf(const F32 (&sums)[kBytes]) {
+  I32 packed = PackColors(sums);
+  if constexpr (kBytes == 1) packed *= Set<I32>(0x010101);
+  if constexpr (kBytes == 4) packed |= ShiftLeft<24>(BytesOf(sums[3]));
+  return packed;
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include "image/kernel_polynomials.h"
 #include "transform/rotate/sample_offsets.h"
 #include "transform/trigonometry.h"
-#include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -191,12 +190,7 @@ struct PixelGroup {
     }
   }
 
-  QEL_SIMD_INLINE void Store(uint32_t* colors) const {
-    I32 packed = PackColors(sums);
-    if constexpr (kBytes == 1) packed *= Set<I32>(0x010101);
-    if constexpr (kBytes == 4) packed |= ShiftLeft<24>(BytesOf(sums[3]));
-    StoreU(packed, colors);
-  }
+  QEL_SIMD_INLINE void Store(uint32_t* colors) const { StoreU(ColorsOf(sums), colors); }
 };
 
 template <int kBytes, int kTaps>
