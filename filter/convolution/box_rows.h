@@ -20,6 +20,48 @@ void UpdateRunningSums(Sum* __restrict sums, const uint8_t* __restrict entering,
   }
 }
 
+/// The halves of blocks of bytes so that InterleaveLower and InterleaveUpper leave neighbours in
+/// their order.
+QEL_SIMD_INLINE U8 HalvesByTurns(U8 v) {
+  constexpr size_t kBlocks = kVectorBytes / 16;
+  return BitCast<U8>(Shuffled<U64>(BitCast<U64>(v), BitCast<U64>(v),
+                                   [](size_t i) { return i % 2 * kBlocks + i / 2; }));
+}
+
+void UpdateShortSums(uint16_t* __restrict sums, const uint8_t* __restrict entering,
+                     const uint8_t* __restrict leaving, uint16_t weight, size_t count) {
+  constexpr uint16_t kMostOfByte = INT8_MAX;
+  if (!kHasTableLookupBytes || weight > kMostOfByte || count < kVectorBytes) {
+    return UpdateRunningSums(sums, entering, leaving, weight, count);
+  }
+  const auto signed_weight = static_cast<int8_t>(weight);
+  const auto pair = LanesFrom<I8>(
+      [=](size_t i) { return static_cast<int8_t>(i % 2 == 0 ? signed_weight : -signed_weight); });
+  const auto update = [&](size_t i, U8 in, U8 out) {
+    const auto add = [&](size_t at, U8 pairs) {
+      const I16 change = SatWidenMulPairwiseAdd(pairs, pair);
+      StoreU(LoadU<U16>(sums + at) + BitCast<U16>(change), sums + at);
+    };
+    in = HalvesByTurns(in);
+    out = HalvesByTurns(out);
+    add(i, InterleaveLower(in, out));
+    add(i + U16::kLanes, InterleaveUpper(in, out));
+  };
+  size_t i = 0;
+  for (; i + kVectorBytes <= count; i += kVectorBytes) {
+    PrefetchAhead<kVectorBytes>(entering + i);
+    PrefetchAhead<kVectorBytes>(leaving + i);
+    update(i, LoadU<U8>(entering + i), LoadU<U8>(leaving + i));
+  }
+  if (i == count) return;
+  // The last vector overlaps the one before it, where nothing changes any more.
+  const size_t last = count - kVectorBytes;
+  const auto rest = [&](const uint8_t* row) {
+    return IfThenElse(FirstN<U8>(i - last), Zero<U8>(), LoadU<U8>(row + last));
+  };
+  update(last, rest(entering), rest(leaving));
+}
+
 /// Widest box whose sums are put together from those of three columns; wider ones have a running
 /// sum across as well.
 constexpr size_t kWidestJoined = 32;
@@ -36,8 +78,79 @@ void AddTerms(Sum* __restrict out, const Sum* const* terms, size_t count) {
   }
 }
 
-template <typename Sum>
-void JoinAcross(Sum* out, const Sum* sums, size_t columns, size_t step, size_t count) {
+/// Most terms that are added at once.
+constexpr size_t kTermsAtOnce = 5;
+
+/// Calls add(Terms<count>()) for 1 to `kTermsAtOnce` terms.
+template <size_t kCount>
+struct Terms {};
+template <typename Add>
+inline void WithTerms(size_t count, Add&& add) {
+  switch (count) {
+    case 1:
+      return add(Terms<1>());
+    case 2:
+      return add(Terms<2>());
+    case 3:
+      return add(Terms<3>());
+    case 4:
+      return add(Terms<4>());
+    default:
+      return add(Terms<kTermsAtOnce>());
+  }
+}
+
+/// dest[i] = the quotient of terms[0][i] + ...
+template <size_t kTerms>
+void DivideTerms(uint8_t* dest, const uint16_t* const* terms, const ReciprocalDivision& division,
+                 const uint8_t* alpha, size_t count) {
+  const uint16_t* from[kTerms];
+  for (size_t t = 0; t < kTerms; ++t) from[t] = terms[t];
+  const U16 multiplier = Set<U16>(division.multiplier);
+  const int shift = division.shift;
+  const auto run = [=](auto quotients) {
+    ForEachVector(count, [=](size_t k, size_t) {
+      const auto words = [=](size_t at) {
+        U16 sum = LoadU<U16>(from[0] + at);
+        for (size_t t = 1; t < kTerms; ++t) sum += LoadU<U16>(from[t] + at);
+        return BitCast<I16>(quotients(sum));
+      };
+      PrefetchAhead<kVectorBytes>(dest + k);
+      const U8 bytes = ReorderDemote2To<U8>(words(k), words(k + U16::kLanes));
+      const U8 in_order = LowerThenUpperHalves(bytes);
+      StoreN(alpha == nullptr ? in_order : WithFourthBytes(in_order, LoadU<U8>(alpha + k)),
+             dest + k, count - k);
+    });
+  };
+  // Narrowing takes signed words; quotients by 2 and more are.
+  if (division.multiplier == 0) return run([](U16 sum) { return Min(sum, Set<U16>(255)); });
+  run([=](U16 sum) { return ShiftRightSame(MulHigh(sum, multiplier), shift); });
+}
+
+template <typename Sum, typename Quotient>
+void FinishSums(uint8_t* dest, const Sum* sums, const Quotient& division, const uint8_t* alpha,
+                size_t count) {
+  if constexpr (sizeof(Sum) == 2) {
+    Finish16(dest, sums, division, count);
+  } else {
+    Finish32(dest, sums, division, count);
+  }
+  if (alpha == nullptr) return;
+  for (size_t i = 3; i < count; i += 4) dest[i] = alpha[i];
+}
+
+template <size_t kTerms>
+void DivideTerms(uint8_t* dest, const uint32_t* const* terms, const Division& division,
+                 const uint8_t* alpha, size_t count) {
+  uint32_t sums[kStretch];
+  AddTerms<kTerms, false>(sums, terms, count);
+  FinishSums(dest, sums, division, alpha, count);
+}
+
+/// The bytes of boxes of 3 to `kWidestJoined` columns.
+template <typename Sum, typename Quotient>
+void JoinAcross(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
+                const Quotient& division, const uint8_t* alpha, size_t count) {
   Sum triples[kStretch + kWidestJoined * kMostStep];
   const Sum* const three[] = {sums, sums + step, sums + 2 * step};
   AddTerms<3, false>(triples, three, count + (columns - 3) * step);
@@ -46,13 +159,18 @@ void JoinAcross(Sum* out, const Sum* sums, size_t columns, size_t step, size_t c
   size_t column = 0;
   for (; column + 3 <= columns; column += 3) terms[size++] = triples + column * step;
   for (; column < columns; ++column) terms[size++] = sums + column * step;
-  constexpr decltype(&AddTerms<1, false, Sum>) kFirst[] = {
-      &AddTerms<1, false, Sum>, &AddTerms<2, false, Sum>, &AddTerms<3, false, Sum>,
-      &AddTerms<4, false, Sum>, &AddTerms<5, false, Sum>};
-  size_t done = Smaller(size, std::size(kFirst));
-  kFirst[done - 1](out, terms, count);
-  for (; done + 4 <= size; done += 4) AddTerms<4, true>(out, terms + done, count);
-  for (; done < size; ++done) AddTerms<1, true>(out, terms + done, count);
+  // The first terms become one, if there are too many.
+  Sum joined[kStretch + kVectorBytes];
+  size_t done = 0;
+  if (size > kTermsAtOnce) {
+    AddTerms<kTermsAtOnce, false>(joined, terms, count);
+    done = kTermsAtOnce;
+    for (; done + kTermsAtOnce <= size; done += 4) AddTerms<4, true>(joined, terms + done, count);
+    terms[--done] = joined;
+  }
+  WithTerms(size - done, [&]<size_t kTerms>(Terms<kTerms>) {
+    DivideTerms<kTerms>(dest, terms + done, division, alpha, count);
+  });
 }
 
 template <size_t kStep, typename Sum>
@@ -73,31 +191,22 @@ void RunningSumsAcross(Sum* __restrict out, const Sum* sums, size_t columns, siz
   }
 }
 
-inline void FinishSums(uint8_t* dest, const uint16_t* sums, const ReciprocalDivision& division,
-                       size_t count) {
-  Finish16(dest, sums, division, count);
-}
-inline void FinishSums(uint8_t* dest, const uint32_t* sums, const Division& division,
-                       size_t count) {
-  Finish32(dest, sums, division, count);
-}
-
 template <typename Sum, typename Quotient>
 void BoxAcross(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
-               const Quotient& division, size_t count) {
-  Sum out[kStretch];
+               const Quotient& division, const uint8_t* alpha, size_t count) {
   for (size_t first = 0; first < count; first += kStretch) {
     const size_t stretch = Smaller(kStretch, count - first);
+    const uint8_t* const fourths = alpha == nullptr ? nullptr : alpha + first;
     if (columns >= 3 && columns <= kWidestJoined) {
-      JoinAcross(out, sums + first, columns, step, stretch);
-    } else if (step == 4) {
-      RunningSumsAcross<4>(out, sums + first, columns, stretch);
-    } else if (step == 3) {
-      RunningSumsAcross<3>(out, sums + first, columns, stretch);
-    } else {
-      RunningSumsAcross<1>(out, sums + first, columns, stretch);
+      JoinAcross(dest + first, sums + first, columns, step, division, fourths, stretch);
+      continue;
     }
-    FinishSums(dest + first, out, division, stretch);
+    Sum out[kStretch];
+    const auto across = step == 4   ? &RunningSumsAcross<4, Sum>
+                        : step == 3 ? &RunningSumsAcross<3, Sum>
+                                    : &RunningSumsAcross<1, Sum>;
+    across(out, sums + first, columns, stretch);
+    FinishSums(dest + first, out, division, fourths, stretch);
   }
 }
 

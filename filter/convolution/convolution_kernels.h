@@ -105,9 +105,10 @@ struct BoxKernels {
   /// sums[i] += weight * (entering[i] - leaving[i])
   void (*running_sums)(Sum* sums, const uint8_t* entering, const uint8_t* leaving, Sum weight,
                        size_t count);
-  /// dest[i] from sums[i] + sums[i + step] + ..., `columns` of them
+  /// dest[i] from sums[i] + sums[i + step] + ..., `columns` of them. Every fourth byte is that of
+  /// `alpha`, of which a vector is read where there is less, unless that is null.
   void (*across)(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
-                 const Quotient& division, size_t count);
+                 const Quotient& division, const uint8_t* alpha, size_t count);
 };
 
 /// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
