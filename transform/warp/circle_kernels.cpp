@@ -15,8 +15,8 @@ namespace {
 
 /// What single precision rounds a number of 1 by, at the most.
 constexpr double kUnit = 0x1p-24;
-/// Above this, too many positions are computed twice.
-constexpr double kMostRoughness = 1.0 / 256;
+/// Above this, too many vectors are computed twice: about every third one, of four coordinates.
+constexpr double kMostRoughness = 1.0 / (20.0 * F32::kLanes);
 
 /// A pixel as it lies from the centre.
 template <typename V>

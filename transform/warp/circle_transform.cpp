@@ -108,11 +108,12 @@ class QuarterMap {
 
   void Fill(CircleMapping mapping) const {
     // Pixels of a row meet up to as many other pages of the source, and the processor remembers
-    // where some two thousand are.
+    // where some two thousand are. Where rows turn, their four quarters meet different ones.
     constexpr int kMostColumns = 2048;
-    constexpr int kBandColumns = static_cast<int>(2 * kWarpTile);
+    const bool turns = circle_.mode == kCircleSwirl || circle_.mode == kCircleUnwrap;
     const int columns = circle_.cx + 1;
-    const int band = columns <= kMostColumns ? columns : kBandColumns;
+    const int band =
+        columns <= kMostColumns ? columns : static_cast<int>(turns ? kWarpTile : 2 * kWarpTile);
     for (int first = 0; first < columns; first += band) {
       FillBand(mapping, first, std::min(first + band, columns));
     }
