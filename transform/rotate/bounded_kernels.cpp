@@ -107,11 +107,15 @@ class PointGroup {
     for (size_t k = 0; k < kTaps; ++k) StoreU(of_rows.of[k], row_weights_ + k * F32::kLanes);
     const uint64_t upwards = BitsFromMask(of_rows.mirrored);
     const auto stride = static_cast<ptrdiff_t>(tile.stride);
-    for (size_t i = 0; i < F32::kLanes; ++i) {
-      const float* const values = tile.values + offsets.at[i];
-      const bool is_upwards = (upwards >> i & 1) != 0;
-      SumDown(is_upwards ? values + (kTaps - 1) * stride : values, is_upwards ? -stride : stride,
-              i);
+    for (size_t first = 0; first < F32::kLanes; first += kTogether) {
+      Column columns_of[kTogether];
+      for (size_t p = 0; p < kTogether; ++p) {
+        const float* const values = tile.values + offsets.at[first + p];
+        const bool is_upwards = (upwards >> (first + p) & 1) != 0;
+        columns_of[p] = {is_upwards ? values + (kTaps - 1) * stride : values,
+                         is_upwards ? -stride : stride};
+      }
+      SumDown(columns_of, first);
     }
     SumAcross(WeightsOf(position_x), std::make_index_sequence<kBytes * kTaps / 4>());
   }
@@ -134,16 +138,33 @@ class PointGroup {
   static constexpr size_t kDown = kVectors * F32::kLanes;
   static_assert(kDown - kBytes * kTaps <= kTileMargin);
 
-  /// The sums of all columns of point `i`.
-  QEL_SIMD_INLINE void SumDown(const float* values, ptrdiff_t stride, size_t i) {
-    F32 sums[kVectors] = {};
-    for (size_t row = 0; row < kTaps; ++row, values += stride) {
-      const F32 weight = Set<F32>(row_weights_[row * F32::kLanes + i]);
-      for (size_t v = 0; v < kVectors; ++v) {
-        sums[v] = MulAdd(weight, LoadU<F32>(values + v * F32::kLanes), sums[v]);
+  /// Points whose columns are summed together: the additions of one fill the waits of the others.
+  static constexpr size_t kTogether = kVectors > 3 ? 1 : kVectors > 2 ? 2 : 4;
+
+  /// The taps of a point, from the row on whose weight comes first.
+  struct Column {
+    const float* values;
+    ptrdiff_t stride;
+  };
+
+  /// The sums of all columns of the points from `first` on.
+  QEL_SIMD_INLINE void SumDown(Column (&columns)[kTogether], size_t first) {
+    F32 sums[kTogether][kVectors] = {};
+    for (size_t row = 0; row < kTaps; ++row) {
+      for (size_t p = 0; p < kTogether; ++p) {
+        const F32 weight = Set<F32>(row_weights_[row * F32::kLanes + first + p]);
+        for (size_t v = 0; v < kVectors; ++v) {
+          const F32 values = LoadU<F32>(columns[p].values + v * F32::kLanes);
+          sums[p][v] = KeepInRegister(MulAdd(weight, values, sums[p][v]));
+        }
+        columns[p].values += columns[p].stride;
       }
     }
-    for (size_t v = 0; v < kVectors; ++v) StoreU(sums[v], down_ + i * kDown + v * F32::kLanes);
+    for (size_t p = 0; p < kTogether; ++p) {
+      for (size_t v = 0; v < kVectors; ++v) {
+        StoreU(sums[p][v], down_ + (first + p) * kDown + v * F32::kLanes);
+      }
+    }
   }
 
   template <size_t... four>

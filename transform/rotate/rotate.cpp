@@ -86,7 +86,7 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
       // These take the place of `colors`.
       for (uint64_t bits = doubtful; bits != 0; bits &= bits - 1) {
         const int i = first + std::countr_zero(bits);
-        const bool is_inside = i >= row.inside.begin && i < row.inside.end;
+        const bool is_inside = sampler.HasTapsInside(row.way.SourceX(i), row.way.SourceY(i));
         put_off(is_inside ? doubts : border, is_inside, row, i);
       }
     }
@@ -100,14 +100,14 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
                                          guess, too_low, too_high);
     const SampleRow row = sampler.RowAt(j, run);
     uint8_t* const to = sampler.Copies() ? row_at(j) : nullptr;
-    sample_border(j, row, run.begin, row.sampled.begin);
+    sample_border(j, row, run.begin, row.inside.begin);
     if (to == nullptr) {
-      sample(j, row, row.sampled.begin, row.sampled.end);
+      sample(j, row, row.inside.begin, row.inside.end);
     } else {
       copied[copied_count++] = {to, row};
       if (part.whole_rows || copied_count == sampler.copied_rows()) copy_rows();
     }
-    sample_border(j, row, row.sampled.end, run.end);
+    sample_border(j, row, row.inside.end, run.end);
   };
   const auto sample_bands = [&](int begin, int end) {
     for (PixelRun columns = {0, 0}; columns.end < part.width;) {

@@ -52,13 +52,21 @@ RotationSampler::RotationSampler(const RotatePlan& plan, const ImageView& source
       plan_.method == RotateMethod::kBounded && (source.bit_count == 32 || !uses_alpha);
 }
 
-PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) {
+int RotationSampler::ReadableColumns() const {
   // Kernels read up to four bytes behind the taps.
   constexpr int kPixelsBehind[] = {4, 2, 0};
-  const int columns = source_.width - kPixelsBehind[KernelIndex(source_.bit_count)];
+  return source_.width - kPixelsBehind[KernelIndex(source_.bit_count)];
+}
+
+bool RotationSampler::HasTapsInside(float x, float y) const {
+  return taps_.Inside(TapOrigin(x), ReadableColumns()) &&
+         taps_.Inside(TapOrigin(y), source_.height);
+}
+
+PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun& run) {
   if (how_.sampling == Sampling::kKernel4 || how_.sampling == Sampling::kKernel12) {
     return RunWithinSource(
-        run, way, columns, source_.height, inside_guess_,
+        run, way, ReadableColumns(), source_.height, inside_guess_,
         [&](float v, int) { return v < 0.0f || TapOrigin(v) + taps_.first < 0; },
         [&](float v, int size) { return TapOrigin(v) + taps_.first + taps_.count > size; });
   }
@@ -68,6 +76,12 @@ PixelRun RotationSampler::InsideRun(const RotatedFrame::Row& way, const PixelRun
       run, way, source_.width, source_.height, inside_guess_,
       [&](float v, int) { return TruncateToInt(v + offset) < 0 || v + offset < 0.0f; },
       [&](float v, int size) { return TruncateToInt(v + offset) >= size - 1; });
+}
+
+PixelRun RotationSampler::BoundedRun(const RotatedFrame::Row& way, const PixelRun& run) {
+  return RunWithinSource(
+      run, way, source_.width, source_.height, inside_guess_,
+      [](float v, int) { return v < kLeastBounded; }, [](float, int) { return false; });
 }
 
 void RotationSampler::LeaveBounds() {
@@ -81,13 +95,10 @@ void RotationSampler::LeaveBounds() {
 SampleRow RotationSampler::RowAt(int j, const PixelRun& run) {
   if (plan_.method == RotateMethod::kBounded) LeaveBounds();
   const RotatedFrame::Row way = frame_.RowAt(j);
-  SampleRow row = {j, way, {run.end, run.end}, {run.end, run.end}};
-  if (plan_.method != RotateMethod::kOneByOne) row.sampled = row.inside = InsideRun(way, run);
-  if (bounds_border_) {
-    row.sampled = RunWithinSource(
-        run, way, source_.width, source_.height, sampled_guess_,
-        [](float v, int) { return v < kLeastBounded; }, [](float, int) { return false; });
-  }
+  const SampleRow row = {j, way,
+                         plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
+                         : bounds_border_                        ? BoundedRun(way, run)
+                                                                 : InsideRun(way, run)};
   // Sums of taps take long enough for the processor to look ahead by itself, and squares ask for
   // what they need.
   if (plan_.method == RotateMethod::kGather && copied_rows_ == 1) {
@@ -209,11 +220,20 @@ void RotationSampler::CopyTaps(uint32_t* copy, const SamplePoints& points, size_
     for (size_t i = 0; i < count; ++i) {
       const int64_t left = int64_t{TapOrigin(points.x[i])} + taps_.first;
       const int64_t top = int64_t{TapOrigin(points.y[i])} + taps_.first;
+      // Whatever is outside, the same loads and no branches: nobody could foresee them.
+      int64_t columns[kMaxTaps];
+      uint32_t masks[kMaxTaps];
+      for (int k = 0; k < taps_.count; ++k) {
+        columns[k] = std::clamp<int64_t>(left + k, 0, source_.width - 1);
+        masks[k] = columns[k] == left + k ? ~0u : 0u;
+      }
       for (int64_t y = top; y < top + taps_.count; ++y) {
-        const bool has_row = y >= 0 && y < source_.height;
-        const uint8_t* const row = has_row ? source_.Row(y) : source_.bits;
-        for (int64_t x = left; x < left + taps_.count; ++x) {
-          *copy++ = has_row && x >= 0 && x < source_.width ? codec.Load(row, x) : outside;
+        const int64_t inside_y = std::clamp<int64_t>(y, 0, source_.height - 1);
+        const uint8_t* const row = source_.Row(inside_y);
+        const uint32_t row_mask = inside_y == y ? ~0u : 0u;
+        for (int k = 0; k < taps_.count; ++k) {
+          const uint32_t mask = masks[k] & row_mask;
+          *copy++ = (codec.Load(row, columns[k]) & mask) | (outside & ~mask);
         }
       }
     }
@@ -288,7 +308,7 @@ uint64_t RotationSampler::BlendBounded(uint32_t* colors, const SampleRow& row, i
 }
 
 uint64_t RotationSampler::Sample(uint32_t* colors, const SampleRow& row, int first, int count) {
-  if (first < row.sampled.begin || first >= row.sampled.end) {
+  if (first < row.inside.begin || first >= row.inside.end) {
     SampleSingly(colors, row, first, count);
     return 0;
   }

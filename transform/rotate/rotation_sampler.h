@@ -36,8 +36,7 @@ PixelRun RunWithinSource(const PixelRun& run, const RotatedFrame::Row& row, int 
 struct SampleRow {
   int j;
   RotatedFrame::Row way;
-  PixelRun inside;   ///< pixels all of whose taps are inside
-  PixelRun sampled;  ///< what kernels sample of it, all of `inside` among it
+  PixelRun inside;  ///< what kernels sample of it
 };
 
 inline constexpr int kMostCopiedRows = 8;
@@ -96,6 +95,8 @@ class RotationSampler {
   bool BlendsBorder() const {
     return plan_.method != RotateMethod::kGather && plan_.method != RotateMethod::kOneByOne;
   }
+  /// Whether kernels may read all taps of a position from the source.
+  bool HasTapsInside(float x, float y) const;
   /// The colors of samples as stated, of which either all are inside or none. `colors` has room for
   /// `kSampleGroup`; what lies behind the points of the queue changes.
   void BlendPoints(uint32_t* colors, PointQueue& queue, bool is_inside);
@@ -113,7 +114,11 @@ class RotationSampler {
   /// Goes on as stated where bounds settle too little: fractions of pixels that are hardly turned
   /// are all about 0.
   void LeaveBounds();
+  /// Columns of the source whose pixels may be taps of what kernels sample.
+  int ReadableColumns() const;
   PixelRun InsideRun(const RotatedFrame::Row& way, const PixelRun& run);
+  /// Where tiles have all taps, also those outside.
+  PixelRun BoundedRun(const RotatedFrame::Row& way, const PixelRun& run);
   void Prefetch(int j, const PixelRun& run) const;
   /// Copies squares of a run of `kSquareSide` rows; returns what is done.
   PixelRun CopySquares(const CopiedRow* rows, const PixelRun& run) const;
@@ -143,7 +148,6 @@ class RotationSampler {
   int64_t doubted_ = 0;  ///< those in doubt among them
   bool bounds_border_;   ///< tiles have what pixels near the border are sums of
   RunGuess inside_guess_;
-  RunGuess sampled_guess_;
 };
 
 }  // namespace qel
