@@ -83,7 +83,6 @@ class FencedPages {
 Block::Block(size_t size, Layout::Fence fence) : size_(size), fence_(fence) {
   if (fence_ == Layout::Fence::kNone) {
     data_ = static_cast<uint8_t*>(operator new (size, std::align_val_t{64}));
-    std::fill(begin(), end(), uint8_t{0});
     return;
   }
   static const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -91,7 +90,6 @@ Block::Block(size_t size, Layout::Fence fence) : size_(size), fence_(fence) {
   mapping_size_ = inner + 2 * page;
   mapping_ = FencedPages::Instance().Take(mapping_size_, page);
   data_ = mapping_ + page + (fence_ == Layout::Fence::kAfter ? inner - size : 0);
-  std::fill(begin(), end(), uint8_t{0});
 }
 
 Block::Block(const Block& other) : Block(other.size_, other.fence_) {
@@ -165,7 +163,7 @@ bool Raster::Create(int new_width, int new_height, int new_planes, int new_bit_c
                       row > kLargestBlock || row * std::max(new_height, 0) > kLargestBlock;
   palette.clear();
   if (absurd) {
-    Allocate(0, 0, 0, 0, 0, {});
+    *this = Raster();
     return false;
   }
   Allocate(new_width, new_height, new_planes, new_bit_count, new_model, NewImageLayout());
@@ -226,6 +224,7 @@ std::string Raster::Describe() const {
 std::string Raster::Difference(const Raster& other) const {
   if (Describe() != other.Describe()) return Describe() + " against " + other.Describe();
   if (plane_offsets_ != other.plane_offsets_) return "other layout";
+  if (std::ranges::equal(Memory(), other.Memory())) return {};
   const auto [here, there] =
       std::mismatch(memory_.begin(), memory_.end(), other.memory_.begin(), other.memory_.end());
   if (here == memory_.end()) return {};

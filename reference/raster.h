@@ -32,7 +32,8 @@ struct Layout {
   std::function<Reach(const Raster& shape)> reach = {};
 };
 
-/// Memory of an image; with a fence, between two unreadable pages. Copies lie likewise.
+/// Memory of an image, yet to be filled; with a fence, between two unreadable pages. Copies lie
+/// likewise.
 class Block {
  public:
   Block() = default;
