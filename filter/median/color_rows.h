@@ -18,10 +18,10 @@ namespace {
 /// Windows of a unit, which takes a vector for each channel.
 constexpr size_t kUnitWindows = kVectorBytes / 16 * kWindowsOfBlock;
 
-// Keys are signed and stand above the number of their column in the block, 4 bits, and the number
-// of their row from 1 on, 2 bits: equal ones keep their order, and the tap comes out with the key.
+// Keys stand above the number of their column in the block, 4 bits, a clear bit, and the number of
+// their row from 1 on, 2 bits: equal ones keep their order, and the tap comes out with the key.
 // They come as those of the lowest row.
-constexpr int kColumnBits = 4;
+constexpr int kRowBits = 3;
 constexpr int kLowestRow = 3;
 
 /// Of four pixels the channels, each two pixels of one parity: 02 13.
@@ -58,9 +58,9 @@ struct Unit {
     unit.channels[1] = BitCast<U8>(InterleaveUpper(bg[0], bg[1]));
     unit.channels[2] = BitCast<U8>(InterleaveLower(ra[0], ra[1]));
     unit.channels[3] = BitCast<U8>(InterleaveUpper(ra[0], ra[1]));
-    const auto words = BrightnessAbove(unit.channels[0], unit.channels[1], unit.channels[2]);
-    unit.keys[0] = (words.lower & Set<I16>(-0x100)) | Columns<0>();
-    unit.keys[1] = (words.upper & Set<I16>(-0x100)) | Columns<1>();
+    const auto words = BrightnessTimes128(unit.channels[0], unit.channels[1], unit.channels[2]);
+    unit.keys[0] = (words.lower & Set<I16>(-0x80)) | Columns<0>();
+    unit.keys[1] = (words.upper & Set<I16>(-0x80)) | Columns<1>();
     return unit;
   }
   QEL_SIMD_INLINE void Store(uint8_t* to) const {
@@ -72,8 +72,7 @@ struct Unit {
   /// The numbers of the even or odd columns, and of the row.
   template <int16_t kOdd>
   QEL_SIMD_INLINE static I16 Columns() {
-    return LanesFrom<I16>(
-        [](size_t i) { return (2 * (i % 8) + kOdd) << kColumnBits | kLowestRow; });
+    return LanesFrom<I16>([](size_t i) { return (2 * (i % 8) + kOdd) << kRowBits | kLowestRow; });
   }
 };
 
@@ -92,8 +91,8 @@ QEL_SIMD_INLINE SortedColumns SortColumns(I16 a, I16 b, I16 c) {
   return {Min(smaller, c), Min(larger, rest), Max(larger, rest)};
 }
 
-/// The middle taps of three rows, the low bytes of their keys. keys(j, i) are those of row `j`, of
-/// even columns, 0, or odd ones.
+/// The middle taps of three rows, the low seven bits of their keys. keys(j, i) are those of row
+/// `j`, of even columns, 0, or odd ones.
 template <typename Keys>
 QEL_SIMD_INLINE U8 MiddleTapsOf(const Keys& keys) {
   const auto sort = [&](size_t i) { return SortColumns(keys(0, i), keys(1, i), keys(2, i)); };
@@ -119,7 +118,7 @@ QEL_SIMD_INLINE void StoreColors(uint8_t* dest, U8 taps, const Channel& channel)
   // Where the column stands in its block.
   constexpr static auto kPlaces = MakePattern<16>([](size_t i) { return i % 2 * 8 + i / 2; });
   const U8 column = TableLookupBytesOr0(LoadDup128<U8>(kPlaces.bytes),
-                                        BitCast<U8>(ShiftRight<kColumnBits>(BitCast<U16>(taps))));
+                                        BitCast<U8>(ShiftRight<kRowBits>(BitCast<U16>(taps))));
   // The highest bit of the row's number times 1, 2 and 3 is clear for rows 1, 2 and 3, the others
   // being cut off: where it is set, a lookup gives 0.
   const U8 row = BitCast<U8>(ShiftLeft<6>(BitCast<U16>(taps))) & Set<U8>(0xC0);

@@ -15,10 +15,8 @@ void Keys(uint8_t* keys, const uint8_t* pixels, size_t count) {
   const auto block = [](uint8_t* to, const uint8_t* from) {
     U8 channels[kBytes];
     LoadInterleaved<kBytes>(from, channels);
-    const auto words = BrightnessAbove(channels[0], channels[1], channels[2]);
-    const I8 centered =
-        ReorderDemote2To<I8>(ShiftRight<8>(words.lower), ShiftRight<8>(words.upper));
-    StoreU(BitCast<U8>(centered) ^ Set<U8>(0x80), to);
+    const auto words = BrightnessTimes128(channels[0], channels[1], channels[2]);
+    StoreU(ReorderDemote2To<U8>(ShiftRight<7>(words.lower), ShiftRight<7>(words.upper)), to);
   };
   WalkBlocks<kVectorBytes>(count, block, To<1>{keys}, From<kBytes>{pixels});
 }

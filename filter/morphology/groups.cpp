@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "filter/morphology/extrema_job.h"
@@ -17,6 +18,7 @@ namespace {
 constexpr auto kGroup = static_cast<int64_t>(kGroupRows);
 /// Bytes of outputs that are taken at a time.
 constexpr int64_t kMostPiece = 1024;
+constexpr int64_t kShortPiece = 704;
 /// Bytes of outputs of a strip, whose source rows the next cache is to hold.
 constexpr int64_t kMostStrip = 8192;
 /// Where vectors of alpha are read.
@@ -66,13 +68,15 @@ class Groups {
     const auto covered = [&](int64_t outputs) {
       return std::min(outputs + (size_ - 1) * step_, row_bytes);
     };
+    const auto fits = [&](int64_t piece, int64_t strip) {
+      return windows * Pitch(lead_ + piece) + lines * Pitch(covered(strip)) <= memory;
+    };
     int64_t piece = kMostPiece;
-    while (windows * Pitch(lead_ + piece) + lines * Pitch(covered(piece)) > memory) piece -= 64;
+    while (!fits(piece, piece)) piece -= 64;
+    // Strips that are shorter than rows cost more than pieces that are.
+    while (reads_in_place_ && piece > kShortPiece && !fits(piece, kMostStrip)) piece -= 64;
     int64_t strip = reads_in_place_ ? kMostStrip : piece;
-    while (strip > piece &&
-           windows * Pitch(lead_ + piece) + lines * Pitch(covered(strip)) > memory) {
-      strip -= 64;
-    }
+    while (strip > piece && !fits(piece, strip)) strip -= 64;
     piece_columns_ = piece / step_;
     strip_columns_ = strip / step_;
     pitch_ = static_cast<size_t>(Pitch(lead_ + piece));

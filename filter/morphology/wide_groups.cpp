@@ -18,6 +18,23 @@ constexpr int64_t kMostRows[] = {32, 20};
 /// Scratch rows beside those of a group.
 constexpr int64_t kSharedRows = 4;
 
+/// The scratch rows of a strip.
+class ScratchRows {
+ public:
+  ScratchRows(std::span<uint8_t> memory, size_t pitch) : memory_(memory.data()), pitch_(pitch) {}
+  size_t pitch() const { return pitch_; }
+  uint8_t* Take(int64_t rows) {
+    uint8_t* const taken = memory_ + used_;
+    used_ += static_cast<size_t>(rows) * pitch_;
+    return taken;
+  }
+
+ private:
+  uint8_t* const memory_;
+  const size_t pitch_;
+  size_t used_ = 0;
+};
+
 /// One extremum on its way down a strip.
 struct Extremum {
   const ExtremumKernels* kernels;
@@ -183,9 +200,17 @@ class GroupedStrip {
     });
   }
 
+  /// Writes output row `y`; reduce(e, dest, first, bytes) gives extremum `e` of the windows from
+  /// `first` on.
   template <typename Reduce>
   void Write(int64_t y, Reduce&& reduce) {
-    WriteExtrema(strip_, y, count_, spare_, scratch_.pitch(), std::forward<Reduce>(reduce));
+    strip_.WriteParts(y, [&](uint8_t* dest, size_t first, size_t bytes) {
+      if (count_ == 1) return reduce(0, dest, first, bytes);
+      uint8_t* const lowest = spare_ + scratch_.pitch();
+      reduce(0, spare_, first, bytes);
+      reduce(1, lowest, first, bytes);
+      ActiveFilterKernels().subtract(dest, spare_, lowest, strip_.Step(), bytes);
+    });
   }
 
   Strip& strip_;
