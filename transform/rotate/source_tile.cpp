@@ -23,7 +23,7 @@ SourceTile::SourceTile(const ImageView& source, int pixel_bytes)
 }
 
 bool SourceTile::Reserve() {
-  memory_.reset(new (std::nothrow) float[kMostValues + kTileMargin]());
+  memory_.reset(new (std::nothrow) float[kMostValues + kTileMargin]);
   return memory_ != nullptr;
 }
 
@@ -58,6 +58,8 @@ bool SourceTile::Fill(PixelBox box) {
     to += inside_values;
     put_outside(box.right - end);
   }
+  // Lanes that nobody looks at would take long with numbers of other kinds.
+  std::fill_n(to, kTileMargin, 0.0f);
   constexpr Tolerance kTolerance = ToleranceOf(kLanczosLine, kLanczosLine, kBoundedWeightError);
   box_ = box;
   tile_ = {.values = memory_.get(),
