@@ -127,18 +127,6 @@ void DivideTerms(uint8_t* dest, const uint16_t* const* terms, const ReciprocalDi
   run([=](U16 sum) { return ShiftRightSame(MulHigh(sum, multiplier), shift); });
 }
 
-template <typename Sum, typename Quotient>
-void FinishSums(uint8_t* dest, const Sum* sums, const Quotient& division, const uint8_t* alpha,
-                size_t count) {
-  if constexpr (sizeof(Sum) == 2) {
-    Finish16(dest, sums, division, count);
-  } else {
-    Finish32(dest, sums, division, count);
-  }
-  if (alpha == nullptr) return;
-  for (size_t i = 3; i < count; i += 4) dest[i] = alpha[i];
-}
-
 template <size_t kTerms>
 void DivideTerms(uint8_t* dest, const uint32_t* const* terms, const Division& division,
                  const uint8_t* alpha, size_t count) {

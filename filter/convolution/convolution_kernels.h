@@ -34,6 +34,9 @@ struct DirectWeights {
   size_t step;  ///< bytes from a pixel to its right neighbour
   /// For two weights of 8 bits: 1 for each word before which sums of 16 bits must widen.
   const uint8_t* widens = nullptr;
+  /// True where the fourth bytes of pixels of four are those of the last pixel of each window.
+  bool takes_alpha = false;
+  size_t last_column = 0;  ///< bytes from a window's first pixel in a row to its last one
 };
 
 /// A separable kernel: weight (j, i) = down[j] * across[i].

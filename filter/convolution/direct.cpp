@@ -55,8 +55,12 @@ void ConvolveDirect(const ConvolutionJob& whole) {
   uint8_t* const widens = job.scratch.data() + kWeightWords * sizeof(int32_t);
   job.scratch = job.scratch.subspan(kWeightBytes);
   const ConvolutionKernels& kernels = ActiveConvolutionKernels();
+  const bool takes_alpha = job.weights.Whole() && job.out.TakesAlpha();
+  if (takes_alpha) job.out.KeepAlpha();
   DirectWeights packed{job.weights.Row(0), job.weights.columns(), job.weights.stride(),
                        job.weights.rows(), job.plan.step,         widens};
+  packed.takes_alpha = takes_alpha;
+  packed.last_column = (job.weights.columns() - 1) * job.plan.step;
   ConvolutionKernels::Direct direct = kernels.direct32;
   const auto take = [&](ConvolutionKernels::Direct function, size_t per_word, size_t bits) {
     direct = function;

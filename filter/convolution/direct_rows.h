@@ -14,8 +14,20 @@ void Accumulate(uint32_t* __restrict sums, const uint8_t* __restrict row, uint32
   for (size_t i = 0; i < count; ++i) sums[i] += weight * row[i];
 }
 
+/// The bytes whose fourths are the alpha of outputs; null where these keep what was summed.
+inline const uint8_t* AlphaOf(const DirectWeights& weights, const uint8_t* const* rows) {
+  return weights.takes_alpha ? rows[weights.rows - 1] + weights.last_column : nullptr;
+}
+/// Stores outputs `k` on, at most a vector.
+QEL_SIMD_INLINE void StoreOutputs(U8 bytes, const uint8_t* alpha, uint8_t* dest, size_t k,
+                                  size_t count) {
+  if (alpha != nullptr) bytes = WithFourthBytes(bytes, LoadU<U8>(alpha + k));
+  StoreN(bytes, dest + k, count - k);
+}
+
 void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
               const Division& division, size_t count) {
+  const uint8_t* const alpha = AlphaOf(weights, rows);
   for (size_t first = 0; first < count; first += kBlock) {
     const size_t block = count - first < kBlock ? count - first : kBlock;
     uint32_t sums[kBlock] = {};
@@ -27,7 +39,7 @@ void Direct32(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
         for (size_t k = 0; k < kBlock; ++k) sums[k] += weight * row[k];
       }
     }
-    Finish32(dest + first, sums, division, block);
+    FinishSums(dest + first, sums, division, alpha == nullptr ? nullptr : alpha + first, block);
   }
 }
 
@@ -37,6 +49,7 @@ template <bool kInSingle>
 void PairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
               const Division& division, size_t count) {
   const U8 zero = Zero<U8>();
+  const uint8_t* const alpha = AlphaOf(weights, rows);
   for (size_t k = 0; k < count; k += kVectorBytes) {
     I32 sums[4] = {};
     for (size_t j = 0; j < weights.rows; ++j) {
@@ -58,7 +71,7 @@ void PairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
         sums[3] += weighed(InterleaveUpper(upper, zero));
       }
     }
-    StoreN(Quotients<kInSingle>(sums, division), dest + k, count - k);
+    StoreOutputs(Quotients<kInSingle>(sums, division), alpha, dest, k, count);
   }
 }
 
@@ -80,6 +93,7 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
     places[i] = static_cast<uint8_t>(i / 4 % 4 + i % 4 * weights.step);
   }
   const U8 order = LoadU<U8>(places);
+  const uint8_t* const alpha = AlphaOf(weights, rows);
   for (size_t k = 0; k < count; k += kVectorBytes) {
     I32 sums[4] = {};
     for (size_t j = 0; j < weights.rows; ++j) {
@@ -96,7 +110,7 @@ void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
       }
     }
     const U8 bytes = Quotients<kInSingle>(sums, division);
-    StoreN(kIsByte ? ShuffleBlocks(bytes, kByChannelOf4) : bytes, dest + k, count - k);
+    StoreOutputs(kIsByte ? ShuffleBlocks(bytes, kByChannelOf4) : bytes, alpha, dest, k, count);
   }
 }
 
@@ -145,7 +159,8 @@ QEL_SIMD_INLINE void WeighBytePairs(uint8_t* dest, const uint8_t* const* rows,
   for (size_t v = 0; v < kVectors; ++v) {
     const size_t at = k + v * kVectorBytes;
     const U8 bytes = Quotients<kInSingle>(sums[v], division);
-    StoreN(kIsByte ? ShuffleBlocks(bytes, kEvenAndOdd) : bytes, dest + at, count - at);
+    StoreOutputs(kIsByte ? ShuffleBlocks(bytes, kEvenAndOdd) : bytes, AlphaOf(weights, rows), dest,
+                 at, count);
   }
 }
 

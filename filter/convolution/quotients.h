@@ -57,6 +57,19 @@ void Finish16(uint8_t* __restrict dest, const uint16_t* __restrict sums,
   }
 }
 
+/// Bytes of sums; every fourth one is that of `alpha`, unless that is null.
+template <typename Sum, typename Quotient>
+void FinishSums(uint8_t* dest, const Sum* sums, const Quotient& division, const uint8_t* alpha,
+                size_t count) {
+  if constexpr (sizeof(Sum) == 2) {
+    Finish16(dest, sums, division, count);
+  } else {
+    Finish32(dest, sums, division, count);
+  }
+  if (alpha == nullptr) return;
+  for (size_t i = 3; i < count; i += 4) dest[i] = alpha[i];
+}
+
 QEL_SIMD_INLINE U8 LoadOnce(const uint8_t* from) { return KeepInRegister(LoadU<U8>(from)); }
 
 /// Divides, offsets and clamps sums. Narrowing saturates twice, which is the clamp.
