@@ -57,6 +57,16 @@ void Finish16(uint8_t* __restrict dest, const uint16_t* __restrict sums,
   }
 }
 
+/// Calls block(k, place) for vectors of bytes from `k` on. The last one overlaps the one before it
+/// where there are enough; `place` counts whole vectors all the same.
+template <typename Block>
+inline void ForEachVector(size_t count, Block&& block) {
+  for (size_t k = 0; k < count; k += kVectorBytes) {
+    const bool overlaps = count - k < kVectorBytes && count >= kVectorBytes;
+    block(overlaps ? count - kVectorBytes : k, k);
+  }
+}
+
 /// Bytes of sums; every fourth one is that of `alpha`, unless that is null.
 template <typename Sum, typename Quotient>
 void FinishSums(uint8_t* dest, const Sum* sums, const Quotient& division, const uint8_t* alpha,
@@ -67,7 +77,13 @@ void FinishSums(uint8_t* dest, const Sum* sums, const Quotient& division, const 
     Finish32(dest, sums, division, count);
   }
   if (alpha == nullptr) return;
-  for (size_t i = 3; i < count; i += 4) dest[i] = alpha[i];
+  if (count < kVectorBytes) {
+    for (size_t i = 3; i < count; i += 4) dest[i] = alpha[i];
+    return;
+  }
+  ForEachVector(count, [=](size_t k, size_t) {
+    StoreU(WithFourthBytes(LoadU<U8>(dest + k), LoadU<U8>(alpha + k)), dest + k);
+  });
 }
 
 QEL_SIMD_INLINE U8 LoadOnce(const uint8_t* from) { return KeepInRegister(LoadU<U8>(from)); }
@@ -83,16 +99,6 @@ inline U8 Quotients(const I32 (&sums)[4], const Division& division) {
              offset;
   }
   return ReorderDemote4To8(out[0], out[1], out[2], out[3]);
-}
-
-/// Calls block(k, place) for vectors of bytes from `k` on. The last one overlaps the one before it
-/// where there are enough; `place` counts whole vectors all the same.
-template <typename Block>
-inline void ForEachVector(size_t count, Block&& block) {
-  for (size_t k = 0; k < count; k += kVectorBytes) {
-    const bool overlaps = count - k < kVectorBytes && count >= kVectorBytes;
-    block(overlaps ? count - kVectorBytes : k, k);
-  }
 }
 
 /// Bytes from 16-bit sums.
