@@ -5,31 +5,32 @@
 
 namespace qel {
 
-// Sums of 12 x 12 weighted values are stated one product after the other, in single precision. Sums
-// down the columns that are then summed across take a sixth of the products or less, and differ by
-// roundings alone. Where no whole number lies between such a sum less and plus what both may be off
-// by, its byte is settled; elsewhere the sum is formed as stated.
+// Sums of 4 x 4 or 12 x 12 weighted values are stated one product after the other, in single
+// precision. Sums along one axis that are then summed along the other take fewer products, and
+// differ by roundings alone. Where no whole number lies between such a sum less and plus what both
+// may be off by, its byte is settled; elsewhere the sum is formed as stated.
 
-/// Taps along one axis.
+/// Taps along one axis, unless others are asked for.
 inline constexpr size_t kBoundedTaps = 12;
 
 /// What roundings of sums depend on: the weights of the taps along one axis.
 struct WeightLine {
   double sum = 0;          ///< of the weights, without its sign
   double sizes = 0;        ///< the sum of the weights without signs
-  double running_sum = 0;  ///< the sums of the first one, the first two and so on up to 11, without
+  double running_sum = 0;  ///< the sums of the first one, the first two and so on but all, without
   double running_sizes = 0;  ///< their signs, added; the same of the weights without signs
 };
 
 /// The line of `weights`, which lie `step` apart, from the first one or backwards from the last.
+template <size_t kTaps = kBoundedTaps>
 constexpr WeightLine LineOf(const float* weights, ptrdiff_t step) {
   WeightLine line;
   double sum = 0;
-  for (size_t k = 0; k < kBoundedTaps; ++k, weights += step) {
+  for (size_t k = 0; k < kTaps; ++k, weights += step) {
     sum += static_cast<double>(*weights);
     line.sum = sum < 0 ? -sum : sum;
     line.sizes += static_cast<double>(*weights < 0 ? -*weights : *weights);
-    if (k + 1 == kBoundedTaps) break;
+    if (k + 1 == kTaps) break;
     line.running_sum += line.sum;
     line.running_sizes += line.sizes;
   }
@@ -55,13 +56,13 @@ struct Tolerance {
 /// as stated, the product of two weights, that with a value, which is at most m + r times their
 /// size, and all sums on the way. In the other order, products and sums are rounded down the
 /// columns, and so they are across, where what is summed is off already.
+template <size_t kTaps = kBoundedTaps>
 constexpr Tolerance ToleranceOf(const WeightLine& rows, const WeightLine& columns,
                                 double weight_error) {
   const double all = rows.sizes * columns.sizes;
   const double products = 4 * all + weight_error * (rows.sizes + columns.sizes);
   const auto sums = [&](double row, double rows_before, double column, double columns_before) {
-    const double stated =
-        kBoundedTaps * rows_before * column + rows.sizes * (columns_before + column);
+    const double stated = kTaps * rows_before * column + rows.sizes * (columns_before + column);
     const double down = rows_before + row;
     const double across = row * (columns_before + column);
     return stated + columns.sizes * down + across;

@@ -1,214 +1,334 @@
 #include "transform/resample/doubling_kernels.h"
 
+#include <type_traits>
 #include <utility>
 
-#include "simd/convert.h"
-#include "transform/word_vectors.h"
+#include "simd/interleaved.h"
+#include "simd/prefetch.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
-template <size_t kChannels>
-void SpreadPixels(float* __restrict values, size_t stride, const uint8_t* __restrict pixels,
-                  size_t count) {
+template <size_t kTaps>
+using Tile = DoublingTile<kTaps>;
+
+/// Bytes of a row, and those that odd columns need, up to whole vectors.
+template <size_t kTaps>
+size_t SummedBytes(const Tile<kTaps>& tile) {
+  return (tile.count + tile.step + kVectorBytes - 1) / kVectorBytes * kVectorBytes;
+}
+
+template <size_t kTaps>
+void Widen(Tile<kTaps>& tile, size_t row, const uint8_t* bytes) {
+  const size_t count = SummedBytes(tile) + kTaps * tile.step;
+  float* const __restrict values = tile.values[row % tile.kKept];
+  for (size_t i = 0; i < count; ++i) values[i] = bytes[i];
+  if constexpr (Tile<kTaps>::kHasRanges) {
+    uint8_t(&range)[2][sizeof(tile.ranges[0][0])] = tile.ranges[row / tile.kRows % tile.kGroups];
+    for (size_t i = 0; i < count; i += kVectorBytes) {
+      const U8 value = LoadU<U8>(bytes + i);
+      const bool is_first = row % tile.kRows == 0;
+      StoreU(is_first ? value : Min(LoadU<U8>(range[0] + i), value), range[0] + i);
+      StoreU(is_first ? ~value : Min(LoadU<U8>(range[1] + i), ~value), range[1] + i);
+    }
+  }
+}
+
+/// Tolerances of four taps stay as they are.
+template <size_t kTaps>
+void Tolerate(Tile<kTaps>& tile) {
+  if constexpr (!Tile<kTaps>::kHasRanges) return;
+  const size_t count = SummedBytes(tile), end = count + kTaps * tile.step;
+  alignas(64) uint8_t ranges[2][sizeof(tile.ranges[0][0])] = {};
+  for (size_t side = 0; side < 2; ++side) {
+    uint8_t* const range = ranges[side];
+    for (size_t i = 0; i < end; i += kVectorBytes) {
+      U8 least = LoadU<U8>(tile.ranges[0][side] + i);
+      for (size_t group = 1; group < tile.kGroups; ++group) {
+        least = Min(least, LoadU<U8>(tile.ranges[group][side] + i));
+      }
+      StoreU(least, range + i);
+    }
+    // An even and an odd column have one tap more.
+    for (size_t width = 1, more; width < kTaps + 1; width += more) {
+      more = width < kTaps + 1 - width ? width : kTaps + 1 - width;
+      for (size_t i = 0; i < end; i += kVectorBytes) {
+        StoreU(Min(LoadU<U8>(range + i), LoadU<U8>(range + i + more * tile.step)), range + i);
+      }
+    }
+  }
+  int32_t units[Tile<kTaps>::kBytes];
   for (size_t i = 0; i < count; ++i) {
-    for (size_t c = 0; c < kChannels; ++c) values[c * stride + i] = pixels[kChannels * i + c];
+    units[i] = tile.tolerance.Units(ranges[0][i], UINT8_MAX - ranges[1][i]);
+  }
+  for (size_t i = 0; i < count; i += 2 * F32::kLanes) {
+    const I32 first = LoadU<I32>(units + i), second = LoadU<I32>(units + i + F32::kLanes);
+    StoreU(ConvertTo<F32>(first), tile.tolerances + i);
+    StoreU(ConvertTo<F32>(second), tile.tolerances + i + F32::kLanes);
+    StoreU(BitCast<U16>(ShiftLeft<1>(first) | ShiftLeft<17>(second)), tile.doubtful + i);
   }
 }
 
-void Spread(float* values, size_t stride, const uint8_t* pixels, size_t count, size_t channels) {
-  if (channels == 1) return SpreadPixels<1>(values, stride, pixels, count);
-  if (channels == 3) return SpreadPixels<3>(values, stride, pixels, count);
-  return SpreadPixels<4>(values, stride, pixels, count);
-}
-
-/// Vectors of columns that are summed together: the additions of one fill the waits of the other.
-constexpr size_t kVectors = 2;
-constexpr size_t kColumnsAtOnce = kVectors * F32::kLanes;
-static_assert(kDoubledUnit % kColumnsAtOnce == 0);
-
-/// The sums of some even or odd columns of a row.
-using Sums = F32[kVectors];
-
-/// Bytes of even and odd columns by turns. Sums of taps are far from leaving the range of integers,
-/// and narrowing clamps; what is not a number becomes the lowest one.
-QEL_SIMD_INLINE U8 BytesByTurns(const Sums& even, const Sums& odd) {
-  const auto bytes = [](const Sums& sums) {
-    const I16 words = ReorderDemote2To<I16>(ConvertTo<I32>(sums[0]), ConvertTo<I32>(sums[1]));
-    return ReorderDemote2To<U8>(words, words);
+/// Taps of some vectors weighted in their order and in reverse, added to what sums start from.
+template <size_t kVectors>
+struct Weighted {
+  F32 forward[kVectors], reverse[kVectors];
+};
+template <bool kStartsAtZero, size_t kVectors, size_t kTaps, typename Tap>
+QEL_SIMD_INLINE Weighted<kVectors> Weigh(const F32 (&weights)[kTaps], const float* start,
+                                         const Tap& tap) {
+  Weighted<kVectors> sums;
+  const auto add = [&](size_t i) __attribute__((always_inline)) {
+    // Taps that have the same two weights follow one another.
+    const size_t k = i % 2 == 0 ? i / 2 : kTaps - 1 - i / 2;
+    const F32 weight = weights[k], mirrored = weights[kTaps - 1 - k];
+    for (size_t v = 0; v < kVectors; ++v) {
+      const F32 value = KeepInRegister(tap(k, v));
+      if (kStartsAtZero && i == 0) {
+        sums.forward[v] = weight * value;
+        sums.reverse[v] = mirrored * value;
+      } else {
+        if (i == 0) sums.forward[v] = sums.reverse[v] = LoadU<F32>(start + v * F32::kLanes);
+        sums.forward[v] = MulAdd(weight, value, sums.forward[v]);
+        sums.reverse[v] = MulAdd(mirrored, value, sums.reverse[v]);
+      }
+    }
   };
-  return LowerThenUpperHalves(InterleaveLower(bytes(even), bytes(odd)));
+  // The compiler would leave a loop over twelve taps, and sums in memory.
+  [&]<size_t... i>(std::index_sequence<i...>) __attribute__((always_inline)) { (add(i), ...); }
+  (std::make_index_sequence<kTaps>());
+  return sums;
 }
 
-/// A vector of neighbouring even or odd columns of a row whose bytes are in doubt.
-struct Doubt {
-  const float* values;  ///< of the first tap
-  const TapProducts* products;
-  uint8_t* bytes;  ///< every second one
+/// Vectors that are summed together.
+constexpr size_t kPair = 2;
+
+template <size_t kTaps>
+void Across(Tile<kTaps>& tile, size_t row) {
+  F32 weights[kTaps];
+  for (size_t k = 0; k < kTaps; ++k) weights[k] = Set<F32>(tile.weights[k]);
+  const size_t step = tile.step, end = SummedBytes(tile);
+  const float* const __restrict values = tile.values[row % tile.kKept];
+  float* const __restrict even = tile.sums[row % kTaps][0];
+  float* const __restrict odd = tile.sums[row % kTaps][1] + tile.kEarly - step;
+  for (size_t i = 0; i < end; i += kPair * F32::kLanes) {
+    const auto sums = Weigh<true, kPair>(weights, nullptr, [&](size_t k, size_t v) {
+      return LoadU<F32>(values + i + v * F32::kLanes + k * step);
+    });
+    for (size_t v = 0; v < kPair; ++v) {
+      StoreU(sums.forward[v], even + i + v * F32::kLanes);
+      StoreU(sums.reverse[v], odd + i + v * F32::kLanes);
+    }
+  }
+}
+
+/// The vectors that make one of bytes.
+constexpr size_t kVectors = 4;
+
+/// Bytes of the words of four vectors in their order.
+QEL_SIMD_INLINE U8 BytesOf(const I16 (&words)[kVectors / 2]) {
+  constexpr size_t kBlocks = kVectorBytes / 16;
+  const auto fours = BitCast<U32>(ReorderDemote2To<U8>(words[0], words[1]));
+  return BitCast<U8>(
+      Shuffled<U32>(fours, fours, [](size_t i) { return i % kBlocks * 4 + i / kBlocks; }));
+}
+/// Words of sums, which are far from leaving the range of integers. Narrowing clamps.
+QEL_SIMD_INLINE I16 WordsOf(F32 first, F32 second) {
+  return ReorderDemote2To<I16>(ConvertTo<I32>(first), ConvertTo<I32>(second));
+}
+
+template <size_t kTaps>
+[[gnu::noinline]] void Settle(Tile<kTaps>& tile) {
+  static_assert(Tile<kTaps>::kTogether == kVectors);
+  const size_t count = tile.doubt_count;
+  if (count == 0) return;
+  for (size_t d = count; d < kVectors; ++d) tile.doubts[d] = tile.doubts[0];
+  F32 sums[kVectors] = {};
+  for (size_t j = 0; j < kTaps; ++j) {
+    const float *values[kVectors], *products[kVectors];
+    for (size_t d = 0; d < kVectors; ++d) {
+      const auto& doubt = tile.doubts[d];
+      values[d] = tile.values[(doubt.row + j) % tile.kKept] + doubt.value;
+      products[d] = doubt.products[j];
+    }
+    for (size_t k = 0; k < kTaps; ++k) {
+      for (size_t d = 0; d < kVectors; ++d) {
+        sums[d] += Set<F32>(products[d][k]) * LoadU<F32>(values[d] + k * tile.step);
+      }
+    }
+  }
+  const LanesOf bytes(BytesOf({WordsOf(sums[0], sums[1]), WordsOf(sums[2], sums[3])}));
+  for (size_t d = 0; d < count; ++d) {
+    __builtin_memcpy(tile.doubts[d].bytes, bytes.at + d * F32::kLanes, F32::kLanes);
+  }
+  tile.doubt_count = 0;
+}
+
+/// Bytes cut from sums: from exact ones, or from those in units, to which the tolerance was added.
+template <bool kIsExact>
+struct CutBytes {
+  I16 words[kVectors / kPair];
+  U16 fractions[kVectors / kPair];  ///< of the first and the second vector of each by turns
+
+  /// Vectors 2 * `pair` and the next one.
+  QEL_SIMD_INLINE void Cut(size_t pair, const F32 (&sums)[kPair]) {
+    if constexpr (kIsExact) {
+      words[pair] = WordsOf(sums[0], sums[1]);
+      return;
+    }
+    // What is below 1 becomes 0, however far off it is.
+    const auto units = [](F32 sum) { return Max(ConvertTo<I32>(sum), Set<I32>(kUnitsOfOne / 2)); };
+    const I32 a = units(sums[0]), b = units(sums[1]);
+    words[pair] = ReorderDemote2To<I16>(ShiftRight<16>(a), ShiftRight<16>(b));
+    fractions[pair] = BitCast<U16>((a & Set<I32>(UINT16_MAX)) | ShiftLeft<16>(b));
+  }
 };
 
-/// Doubts wait until there are as many as are summed together: the additions of one fill the waits
-/// of the others.
-class Doubts {
- public:
-  void Add(const Doubt& doubt) {
-    doubts_[count_++] = doubt;
-    if (count_ == kTogether) Settle();
+/// Notes those of four vectors of sums where words of their pairs, by turns, are not 0; `all` is
+/// the first one.
+template <size_t kTaps>
+[[gnu::noinline]] void NoteDoubts(Tile<kTaps>& tile, const typename Tile<kTaps>::Doubt& all,
+                                  U16 first_pair, U16 second_pair) {
+  for (size_t v = 0; v < kVectors; ++v) {
+    const auto of_pair = BitCast<U32>(v < kPair ? first_pair : second_pair);
+    const U32 of_vector = v % kPair == 0 ? ShiftLeft<16>(of_pair) : ShiftRight<16>(of_pair);
+    if (AllFalse(BitCast<U8>(of_vector) != Zero<U8>())) continue;
+    auto& doubt = tile.doubts[tile.doubt_count++] = all;
+    doubt.value += v * F32::kLanes;
+    doubt.bytes += v * F32::kLanes;
+    if (tile.doubt_count == tile.kTogether) Settle(tile);
   }
-  void Settle() {
-    if (count_ == 0) return;
-    for (size_t d = count_; d < kTogether; ++d) doubts_[d] = doubts_[0];
-    F32 sums[kTogether] = {};
-    for (size_t row = 0; row < kBoundedTaps; ++row) {
-      for (size_t column = 0; column < kBoundedTaps; ++column) {
-        for (size_t d = 0; d < kTogether; ++d) {
-          sums[d] += Set<F32>((*doubts_[d].products)[row][column]) *
-                     LoadU<F32>(doubts_[d].values + row * kDoubledValues + column);
+}
+
+template <size_t kTaps, bool kIsExact>
+void SumDown(Tile<kTaps>& tile, size_t row, size_t pair_row, const uint8_t* const (&next)[2]) {
+  F32 weights[kTaps];
+  const float* taps[kTaps];
+  for (size_t k = 0; k < kTaps; ++k) {
+    weights[k] = Set<F32>(tile.weights[k] * (kIsExact ? 1.0f : float{kUnitsOfOne}));
+    taps[k] = tile.sums[(row + k) % kTaps][0];
+  }
+  for (size_t i = 0; i < tile.count; i += kVectorBytes) {
+    for (const uint8_t* later : next) {
+      for (size_t line = 0; line < 2 * kVectorBytes; line += 64) {
+        PrefetchLine<1>(later + 2 * i + line);
+      }
+    }
+    U16 doubtful[kVectors / kPair];
+    for (size_t pair = 0; pair < kVectors / kPair; ++pair) {
+      doubtful[pair] = LoadU<U16>(tile.doubtful + i + pair * U16::kLanes);
+    }
+    for (size_t odd_column = 0; odd_column < 2; ++odd_column) {
+      const size_t at = i + odd_column * (tile.kSums + tile.kEarly);
+      CutBytes<kIsExact> odd, even;
+      for (size_t pair = 0; pair < kVectors / kPair; ++pair) {
+        const auto sums = Weigh<kIsExact, kPair>(
+            weights, tile.tolerances + i + kPair * pair * F32::kLanes, [&](size_t k, size_t v) {
+              return LoadU<F32>(taps[k] + at + (kPair * pair + v) * F32::kLanes);
+            });
+        odd.Cut(pair, sums.reverse);
+        even.Cut(pair, sums.forward);
+      }
+      const auto store = [&](const CutBytes<kIsExact>& cut, size_t even_row) {
+        uint8_t* const to = tile.bytes[pair_row][even_row][odd_column] + i;
+        StoreU(BytesOf(cut.words), to);
+        if constexpr (!kIsExact) {
+          const U16 first = SaturatedSub(doubtful[0], cut.fractions[0]);
+          const U16 second = SaturatedSub(doubtful[1], cut.fractions[1]);
+          if (AllFalse(BitCast<U8>(first | second) != Zero<U8>())) [[likely]]
+            return;
+          // Odd columns begin one column later.
+          NoteDoubts(tile,
+                     {.row = row,
+                      .value = i + odd_column * tile.step,
+                      .products = tile.products[even_row][odd_column],
+                      .bytes = to},
+                     first, second);
         }
-      }
-    }
-    for (size_t d = 0; d < kTogether; ++d) {
-      const LanesOf bytes(BytesOf(sums[d]));
-      for (size_t i = 0; i < I32::kLanes; ++i) {
-        doubts_[d].bytes[2 * i] = static_cast<uint8_t>(bytes.at[i]);
-      }
-    }
-    count_ = 0;
-  }
-
- private:
-  static constexpr size_t kTogether = 4;
-  Doubt doubts_[kTogether];
-  size_t count_ = 0;
-};
-
-/// Doubles a tile by sums down columns, then across rows.
-class BoundedDoubler {
- public:
-  explicit BoundedDoubler(const BoundedTile& tile) : tile_(tile) {
-    for (size_t k = 0; k < kBoundedTaps; ++k) StoreU(Set<F32>(tile.weights[k]), weights_[k]);
-    F32 least = LoadU<F32>(tile.values);
-    F32 most = least;
-    for (size_t i = 0; i < (tile.rows + kBoundedTaps) * kDoubledValues; i += F32::kLanes) {
-      const F32 values = LoadU<F32>(tile.values + i);
-      least = Min(least, values);
-      most = Max(most, values);
-    }
-    const LanesOf lows(least);
-    const LanesOf highs(most);
-    float low = lows.at[0];
-    float high = highs.at[0];
-    for (size_t i = 1; i < F32::kLanes; ++i) {
-      low = lows.at[i] < low ? lows.at[i] : low;
-      high = highs.at[i] > high ? highs.at[i] : high;
-    }
-    bound_ = Set<F32>(static_cast<float>(
-        tile.tolerance.Of(static_cast<double>(low), static_cast<double>(high))));
-  }
-
-  void Run() {
-    for (size_t row = 0; row < tile_.rows; ++row) {
-      SumDown(tile_.values + row * kDoubledValues);
-      SumAcross(row, false);
-      SumAcross(row, true);
-    }
-    doubts_.Settle();
-  }
-
- private:
-  F32 Weight(size_t k) const { return LoadU<F32>(weights_[k]); }
-
-  /// Sums of an even and of the odd row behind it, whose first taps are at `values` and one row
-  /// further. The weights of the odd one are in reverse.
-  void SumDown(const float* values) {
-    for (size_t x = 0; x < tile_.columns + kBoundedTaps; x += F32::kLanes) {
-      F32 value = LoadU<F32>(values + x);
-      F32 even = Zero<F32>();
-      F32 odd = Zero<F32>();
-      for (size_t k = 0; k < kBoundedTaps; ++k) {
-        even = KeepInRegister(MulAdd(Weight(k), value, even));
-        value = LoadU<F32>(values + (k + 1) * kDoubledValues + x);
-        odd = KeepInRegister(MulAdd(Weight(kBoundedTaps - 1 - k), value, odd));
-      }
-      StoreU(even, down_[0] + x);
-      StoreU(odd, down_[1] + x);
-    }
-  }
-
-  /// The bytes of an even or odd row, its columns weighed as the rows were.
-  void SumAcross(size_t row, bool is_odd) {
-    uint8_t* const bytes = tile_.bytes + (2 * row + is_odd) * 2 * kDoubledColumns;
-    for (size_t x = 0; x < tile_.columns; x += kColumnsAtOnce) {
-      Sums even = {};
-      Sums odd = {};
-      const float* const sums = down_[is_odd] + x;
-      F32 sum[kVectors];
-      for (size_t v = 0; v < kVectors; ++v) sum[v] = LoadU<F32>(sums + v * F32::kLanes);
-      for (size_t k = 0; k < kBoundedTaps; ++k) {
-        for (size_t v = 0; v < kVectors; ++v) {
-          // In registers at once: the compiler would put one sum behind the other.
-          even[v] = KeepInRegister(MulAdd(Weight(k), sum[v], even[v]));
-          sum[v] = LoadU<F32>(sums + v * F32::kLanes + k + 1);
-          odd[v] = KeepInRegister(MulAdd(Weight(kBoundedTaps - 1 - k), sum[v], odd[v]));
-        }
-      }
-      const auto moved = [&](F32 by) {
-        return BytesByTurns({even[0] + by, even[1] + by}, {odd[0] + by, odd[1] + by});
       };
-      const U8 most = moved(bound_);
-      StoreU(most, bytes + 2 * x);
-      if (AllFalse(most != moved(Zero<F32>() - bound_))) [[likely]]
-        continue;
-      for (size_t v = 0; v < kVectors; ++v) {
-        Doubting(even[v], row, x + v * F32::kLanes, is_odd, false);
-        Doubting(odd[v], row, x + v * F32::kLanes, is_odd, true);
-      }
+      store(odd, 0);
+      store(even, 1);
     }
   }
+}
 
-  /// Notes sums that may have other bytes when they are summed as stated.
-  void Doubting(F32 sums, size_t row, size_t x, bool odd_row, bool odd_column) {
-    if (AllFalse(BytesOf(sums + bound_) != BytesOf(sums - bound_))) return;
-    doubts_.Add(
-        {.values = tile_.values + (row + odd_row) * kDoubledValues + x + odd_column,
-         .products = tile_.products + 2 * odd_row + odd_column,
-         .bytes = tile_.bytes + (2 * row + odd_row) * 2 * kDoubledColumns + 2 * x + odd_column});
-  }
+template <size_t kTaps>
+void Down(Tile<kTaps>& tile, size_t row, size_t pair, const uint8_t* const (&next)[2]) {
+  (tile.is_exact ? &SumDown<kTaps, true> : &SumDown<kTaps, false>)(tile, row, pair, next);
+}
 
-  const BoundedTile& tile_;
-  F32 bound_;
-  Doubts doubts_;
-  alignas(64) float weights_[kBoundedTaps][F32::kLanes];
-  alignas(64) float down_[2][kDoubledValues];
+// Of 8 pixels of 3 bytes of each row three blocks are made.
+[[maybe_unused]] constexpr size_t kEightPixels = 24;
+/// What block `kBlock` takes of a row: whether it looks its bytes up in the last 16 of them, else
+/// in the first, and where they lie there.
+template <size_t kBlock, size_t kRow>
+struct ByTurns {
+  static constexpr bool kLast = kBlock == 2 || (kBlock == 1 && kRow == 0);
+  static constexpr auto kPlaces = MakePattern<16>([](size_t i) {
+    const size_t at = 16 * kBlock + i, pixel = at / 3;
+    return pixel % 2 == kRow ? pixel / 2 * 3 + at % 3 - (kLast ? 8 : 0) : 128;
+  });
 };
 
-void Bounded12(const BoundedTile& tile) { BoundedDoubler(tile).Run(); }
-
-template <size_t kChannels>
-void JoinChannels(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count) {
-  size_t i = 0;
-  for (; i + kVectorBytes <= count; i += kVectorBytes) {
-    U8 of[kChannels];
-    for (size_t c = 0; c < kChannels; ++c) of[c] = LoadU<U8>(channels + c * stride + i);
-    StoreInterleaved<kChannels>(of, dest + kChannels * i);
+/// Pixels of `kStep` bytes from rows by turns.
+template <size_t kStep>
+void MergePixels(uint8_t* dest, const uint8_t* even, const uint8_t* odd, size_t count) {
+  constexpr size_t kBytes = kStep == 3 ? kVectorBytes / 16 * kEightPixels : kVectorBytes;
+  const auto merge = [&](size_t i) {
+    if constexpr (kStep != 3) {
+      using Pixels = std::conditional_t<kStep == 1, U8, U32>;
+      const auto a = BitCast<Pixels>(LoadU<U8>(even + i));
+      const auto b = BitCast<Pixels>(LoadU<U8>(odd + i));
+      StoreBlocks(InterleaveLower(a, b), dest + 2 * i, 32);
+      StoreBlocks(InterleaveUpper(a, b), dest + 2 * i + 16, 32);
+    } else if constexpr (kHasTableLookupBytes) {
+      const auto bytes = [&]<size_t kBlock, size_t kRow>(const uint8_t* row) {
+        using Turns = ByTurns<kBlock, kRow>;
+        const uint8_t* const from = row + i + (Turns::kLast ? 8 : 0);
+        return ShuffleBlocks(LoadBlocks<U8>(from, kEightPixels), Turns::kPlaces);
+      };
+      const auto store = [&]<size_t kBlock>() {
+        const U8 block =
+            bytes.template operator()<kBlock, 0>(even) | bytes.template operator()<kBlock, 1>(odd);
+        StoreBlocks(block, dest + 2 * i + 16 * kBlock, 2 * kEightPixels);
+      };
+      store.template operator()<0>();
+      store.template operator()<1>();
+      store.template operator()<2>();
+    }
+  };
+  if ((kStep != 3 || kHasTableLookupBytes) && count >= kBytes) {
+    for (size_t i = 0; i + kBytes < count; i += kBytes) merge(i);
+    // Some pixels once more.
+    return merge(count - kBytes);
   }
-  for (; i < count; ++i) {
-    for (size_t c = 0; c < kChannels; ++c) dest[kChannels * i + c] = channels[c * stride + i];
+  for (size_t i = 0; i < count; i += kStep) {
+    __builtin_memcpy(dest + 2 * i, even + i, kStep);
+    __builtin_memcpy(dest + 2 * i + kStep, odd + i, kStep);
   }
 }
 
-void Join(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count,
-          size_t channel_count) {
-  (channel_count == 3 ? &JoinChannels<3> : &JoinChannels<4>)(dest, channels, stride, count);
+void Merge(uint8_t* dest, const uint8_t* even, const uint8_t* odd, size_t step, size_t count) {
+  const auto merge = step == 1 ? &MergePixels<1> : step == 3 ? &MergePixels<3> : &MergePixels<4>;
+  merge(dest, even, odd, count);
 }
+
+template <size_t kTaps>
+constexpr TapDoublingKernels<kTaps> kTapKernels = {
+    .widen = &Widen<kTaps>,
+    .tolerate = &Tolerate<kTaps>,
+    .across = &Across<kTaps>,
+    .down = &Down<kTaps>,
+    .settle = &Settle<kTaps>,
+};
 
 }  // namespace
 
 extern const DoublingKernels kDoublingKernels;
 constinit const DoublingKernels kDoublingKernels = {
-    .spread = &Spread,
-    .bounded12 = &Bounded12,
-    .join = &Join,
+    .of4 = kTapKernels<4>,
+    .of12 = kTapKernels<12>,
+    .merge = &Merge,
 };
 
 }  // namespace qel::QEL_LEVEL

@@ -5,50 +5,108 @@
 #include <cstdint>
 
 #include "simd/cpu_level.h"
-#include "transform/tap_tolerance.h"
 
 namespace qel {
 
 // In a picture of twice the size, even columns and rows lie 3/4 of a pixel behind one of the source
-// and odd ones 1/4, so an even kernel gives odd ones the `taps` weights of even ones in reverse.
-// All weights are constants then.
+// and odd ones 1/4, so an even kernel gives odd ones the weights of even ones in reverse. The same
+// taps make an odd column and the even one after it, and so do rows.
 
-/// Source columns that are doubled together; what is needed of all their rows fits the innermost
-/// cache, or nearly so.
-inline constexpr size_t kDoubledColumns = 128;
-/// Tiles have a multiple of these.
-inline constexpr size_t kDoubledUnit = 32;
-/// Values of a row beside those of its columns: the taps of the first and of the last column.
-inline constexpr size_t kDoubledMargin = 16;
-inline constexpr size_t kDoubledValues = kDoubledColumns + kDoubledMargin;
+/// Units of sums that are not exact; they must stay below 2^31 units, which weights of kernels do,
+/// whose sums of sizes are less than 10.
+inline constexpr int kUnitsOfOne = 1 << 16;
 
-/// Rows of source pixels that are doubled together by sums with a tolerance.
-inline constexpr size_t kBoundedRows = 8;
+/// By what sums of values from `least` to `most` may be off, in parts of units:
+/// `of_most` * `most` - `of_least` * `least`.
+struct UnitTolerance {
+  static constexpr int kPartsOfUnit = 1 << 16;
+  int of_most;
+  int of_least;
+  /// In units, more than that where sums are cut to whole units.
+  int Units(int least, int most) const {
+    return (of_most * most - of_least * least) / kPartsOfUnit + 2;
+  }
+};
 
-/// Products of the weights of a row and of a column, in single precision.
-using TapProducts = float[kBoundedTaps][kBoundedTaps];
+/// What is kept of a few source columns while they are doubled by `kTaps` taps along each axis.
+/// Source rows are numbered from 0, the first tap of the first row made.
+template <size_t kTaps>
+struct DoublingTile {
+  /// Bytes of a row. What sums are made from fits the innermost cache, and all of it a stack.
+  static constexpr size_t kBytes = kTaps == 4 ? 512 : 192;
+  /// Source rows that are doubled before vectors in doubt must be settled.
+  static constexpr size_t kRows = kTaps == 4 ? 1 : 4;
+  /// The most bytes of a vector: rows are filled up to whole ones.
+  static constexpr size_t kVector = 64;
+  /// Sums of odd columns begin a pixel early.
+  static constexpr size_t kEarly = 16;
+  /// Rows of floats that the same vectors are read from begin at different lines of the cache.
+  static constexpr size_t kSums = kBytes + kEarly;
+  static constexpr size_t kMostStep = 4;
+  static constexpr size_t kValues = kBytes + kTaps * kMostStep;
+  /// Rows of values that are kept: the taps of all rows that are not settled.
+  static constexpr size_t kKept = kTaps - 1 + kRows;
+  /// Groups of `kRows` rows that these belong to.
+  static constexpr size_t kGroups = (kKept + kRows - 1) / kRows;
+  /// The range of values narrows tolerances. By few taps less is in doubt than ranges cost.
+  static constexpr bool kHasRanges = kTaps > 4;
+  /// Vectors in doubt that are summed together: the additions of one fill the waits of the others.
+  static constexpr size_t kTogether = 4;
 
-/// One channel of a tile.
-struct BoundedTile {
-  /// rows + 12 rows of `kDoubledValues`, 0 to 255, from 6 rows and columns before the tile on.
-  const float* values;
-  const float* weights;         ///< of the taps of even columns and rows, in their order
-  const TapProducts* products;  ///< of columns and rows 2 * (is row odd) + (is column odd)
-  Tolerance tolerance;
-  size_t columns;  ///< source columns of the tile, a multiple of `kDoubledUnit`
-  size_t rows;     ///< source rows
-  uint8_t* bytes;  ///< 2 * rows rows of 2 * `kDoubledColumns`
+  struct Doubt {
+    size_t row;                      ///< of the first tap
+    size_t value;                    ///< its place in that row
+    const float (*products)[kTaps];  ///< weights of taps
+    uint8_t* bytes;                  ///< as many as a vector has sums
+  };
+
+  size_t step;              ///< bytes from a pixel to its right neighbour
+  size_t count;             ///< bytes of a row of the tile
+  bool is_exact;            ///< whether sums are the same in any order
+  UnitTolerance tolerance;  ///< of sums that are not
+  float weights[kTaps];     ///< of the taps of even columns and rows, in their order
+  /// Weights of rows times those of columns; for an odd row first, for even columns first.
+  float products[2][2][kTaps][kTaps];
+  /// Tolerances of sums, in units; below a quarter of one.
+  float tolerances[kBytes];
+  /// Twice that, for each two vectors of sums by turns.
+  uint16_t doubtful[kBytes];
+  Doubt doubts[kTogether];
+  size_t doubt_count = 0;
+
+  /// Row i modulo `kTaps` holds sums of row i for even columns, then, from `kEarly` on, for odd
+  /// ones.
+  alignas(64) float sums[kTaps][2][kSums];
+  /// Row i modulo `kKept` holds row i from `kTaps` / 2 columns before the tile on.
+  alignas(64) float values[kKept][kValues];
+  /// The least values of all rows of group i modulo `kGroups`, then 255 - the largest ones.
+  alignas(64) uint8_t ranges[kGroups][2][kValues + kVector] = {};
+  /// Of an odd row and the even one after it: bytes of even columns, then of odd ones.
+  alignas(64) uint8_t bytes[kRows][2][2][kBytes];
+};
+
+template <size_t kTaps>
+struct TapDoublingKernels {
+  using Tile = DoublingTile<kTaps>;
+  /// Makes values of row `row` from `bytes`, of which whole vectors are read.
+  void (*widen)(Tile& tile, size_t row, const uint8_t* bytes);
+  /// Makes the tolerances of sums of rows that are kept.
+  void (*tolerate)(Tile& tile);
+  /// Sums row `row` along the columns, rounded anyhow.
+  void (*across)(Tile& tile, size_t row);
+  /// Makes rows `pair` of bytes from the `kTaps` rows from `row` on, but for the vectors in doubt.
+  /// `next` are rows of the result that are written later: their lines are brought in advance.
+  void (*down)(Tile& tile, size_t row, size_t pair, const uint8_t* const (&next)[2]);
+  /// Sums vectors in doubt as they are defined: rows outer, columns inner, one product after the
+  /// other.
+  void (*settle)(Tile& tile);
 };
 
 struct DoublingKernels {
-  /// values[c * stride + i] = channel c of pixel i, for `count` pixels of 1, 3 or 4 bytes.
-  void (*spread)(float* values, size_t stride, const uint8_t* pixels, size_t count,
-                 size_t channels);
-  /// Doubles a tile by sums of 144 weighted values, rows outer, columns inner, one after the other.
-  void (*bounded12)(const BoundedTile& tile);
-  /// Pixel i of 3 or 4 bytes has byte i of each channel; these lie `stride` bytes apart.
-  void (*join)(uint8_t* dest, const uint8_t* channels, size_t stride, size_t count,
-               size_t channel_count);
+  TapDoublingKernels<4> of4;
+  TapDoublingKernels<12> of12;
+  /// dest = pixels of `step` bytes from `even` and from `odd` by turns, `count` bytes of each.
+  void (*merge)(uint8_t* dest, const uint8_t* even, const uint8_t* odd, size_t step, size_t count);
 };
 
 QEL_TABLES_PER_LEVEL(DoublingKernels)

@@ -35,11 +35,8 @@ void RunResample(const ResamplePlan& plan, const ImageView& source, const ImageV
       return AverageLargeBoxes(plan, source, dest);
     case ResampleMethod::kGather:
       return GatherPixels(plan, source, dest);
-    case ResampleMethod::kBoundedDoubling:
-      if (DoubleByBoundedTaps(plan, source, dest)) return;
-      return SampleOneByOne(plan, source, dest);
-    case ResampleMethod::kSeparableDoubling:
-      return DoubleBySeparableTaps(plan, source, dest);
+    case ResampleMethod::kDoubling:
+      return DoubleByTaps(plan, source, dest);
     case ResampleMethod::kTaps:
       if (SumTapsByTiles(plan, source, dest)) return;
       [[fallthrough]];

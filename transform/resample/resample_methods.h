@@ -34,10 +34,8 @@ void GatherPixels(const ResamplePlan& plan, const ImageView& source, const Image
 void HalveByBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 void AverageSmallBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 void AverageLargeBoxes(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
-void DoubleBySeparableTaps(const ResamplePlan& plan, const ImageView& source,
-                           const ImageView& dest);
+void DoubleByTaps(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 /// False when there is no memory; nothing is written then.
-bool DoubleByBoundedTaps(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 bool SumTapsByTiles(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);
 
 }  // namespace qel

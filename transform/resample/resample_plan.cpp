@@ -85,10 +85,7 @@ bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& 
            });
   }
   const TapWindow& window = sampling == Sampling::kKernel4 ? kTaps4 : kTaps12;
-  if (method == ResampleMethod::kBoundedDoubling || method == ResampleMethod::kSeparableDoubling) {
-    const bool is_bounded = method == ResampleMethod::kBoundedDoubling;
-    return is_bounded == (sampling == Sampling::kKernel12) && CanDouble(source, dest, window, plan);
-  }
+  if (method == ResampleMethod::kDoubling) return CanDouble(source, dest, window, plan);
   return method == ResampleMethod::kTaps &&
          all([&](float v, int size) { return !window.Misses(TapOrigin(v), size); });
 }

@@ -14,8 +14,7 @@ enum class ResampleMethod {
   kSmallBoxes,
   kLargeBoxes,
   kGather,
-  kBoundedDoubling,
-  kSeparableDoubling,
+  kDoubling,
   kTaps,
   kOneByOne
 };
@@ -30,16 +29,11 @@ inline constexpr MethodText kResampleMethods[] = {
      "grow by doubling, log2(columns) additions a pixel, and a reciprocal"},
     {"large-boxes", "means of any size: every pixel of the source is added once"},
     {"gather", "one tap a pixel, none of them outside: as nearest"},
-    {"bounded-doubling",
-     "twice the size with 12 x 12 taps: sums down columns, then across rows, 18 products a "
-     "channel, "
-     "with a proven bound of their distance from the stated sum; where a byte is in doubt, 144 "
+    {"doubling",
+     "twice the size with an even kernel of 4 x 4 or 12 x 12 taps, whose weights are then the same "
+     "for all pixels: sums along rows, then down columns, 6 or 18 products a channel, with a "
+     "proven bound of their distance from the stated sum; where a byte is in doubt, 16 or 144 "
      "products in the stated order"},
-    {"separable-doubling",
-     "twice the size with an even kernel of 4 x 4 taps, whose weights are then the same for all "
-     "pixels: sums along rows, then down columns, 6 products a channel; where what they round "
-     "might "
-     "give another byte, 16 products in the stated order"},
     {"taps",
      "4 x 4 or 12 x 12 weighted pixels in tiles: weights once for each column and row, the taps of "
      "a source row spread out once for all rows that they reach, then 16 or 144 products a "

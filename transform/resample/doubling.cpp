@@ -1,0 +1,210 @@
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <iterator>
+
+#include "image/pixel_access.h"
+#include "simd/prefetch.h"
+#include "transform/resample/doubling_kernels.h"
+#include "transform/resample/resample_methods.h"
+#include "transform/tap_tolerance.h"
+
+// Sums of weighted taps are defined by the order of their additions in single precision. Sums along
+// rows, shared by all rows that they reach, and then down columns differ from these by their
+// roundings alone. What that may amount to is small, so that few sums lie so near to a whole number
+// that it matters, and those are summed once more in their order.
+
+namespace qel {
+namespace {
+
+/// Whether sums are the same in any order. Of multiples of 1/128, products and sums are multiples
+/// of 2^-14. Below 2^10 they have no more bits than single precision keeps.
+template <size_t kTaps>
+bool AreSumsExact(const float (&weights)[kTaps]) {
+  const double size = LineOf<kTaps>(weights, 1).sizes;
+  return 255 * size * size < 1024 &&
+         std::all_of(std::begin(weights), std::end(weights),
+                     [](float weight) { return weight * 128 == std::floor(weight * 128); });
+}
+
+/// The tolerance where columns and rows have these weights or the same in reverse, in their order
+/// or from both ends by turns.
+template <size_t kTaps>
+UnitTolerance UnitToleranceOf(const float (&weights)[kTaps]) {
+  float from_ends[kTaps], from_other_end[kTaps];
+  for (size_t i = 0; i < kTaps; ++i) {
+    const size_t k = i % 2 == 0 ? i / 2 : kTaps - 1 - i / 2;
+    from_ends[i] = weights[k];
+    from_other_end[i] = weights[kTaps - 1 - k];
+  }
+  WeightLine most;
+  for (const WeightLine& line :
+       {LineOf<kTaps>(weights, 1), LineOf<kTaps>(std::end(weights) - 1, -1),
+        LineOf<kTaps>(from_ends, 1), LineOf<kTaps>(from_other_end, 1)}) {
+    most = {.sum = std::max(most.sum, line.sum),
+            .sizes = std::max(most.sizes, line.sizes),
+            .running_sum = std::max(most.running_sum, line.running_sum),
+            .running_sizes = std::max(most.running_sizes, line.running_sizes)};
+  }
+  const Tolerance tolerance = ToleranceOf<kTaps>(most, most, 0);
+  constexpr double kParts = double{kUnitsOfOne} * UnitTolerance::kPartsOfUnit;
+  return {static_cast<int>(std::ceil(kParts * (tolerance.of_reach + tolerance.of_middle) / 2)),
+          static_cast<int>(std::floor(kParts * (tolerance.of_reach - tolerance.of_middle) / 2))};
+}
+
+/// Doubles an image in tiles of a few columns and a band of rows.
+template <size_t kTaps>
+class Doubler {
+ public:
+  Doubler(const TapDoublingKernels<kTaps>& kernels, const ResamplePlan& plan,
+          const ImageView& source, const ImageView& dest)
+      : kernels_(kernels), source_(source), dest_(dest), step_(plan.pixel_bytes) {
+    const uint32_t outside = OutsideColor(source);
+    const uint8_t channels[] = {BlueOf(outside), GreenOf(outside), RedOf(outside),
+                                AlphaOf(outside)};
+    for (int64_t i = 0; i < kLine; i += step_) std::copy_n(channels, step_, outside_ + i);
+    std::copy_n(plan.weights, kTaps, tile_.weights);
+    for (size_t i = 0; i < 4 * kTaps * kTaps; ++i) {
+      const size_t j = i / kTaps % kTaps;
+      const size_t k = i % kTaps;
+      const bool even_row = i / (2 * kTaps * kTaps) == 1;
+      const bool odd_column = i / (kTaps * kTaps) % 2 == 1;
+      tile_.products[even_row][odd_column][j][k] =
+          plan.weights[odd_column ? kTaps - 1 - k : k] * plan.weights[even_row ? j : kTaps - 1 - j];
+    }
+    tile_.step = static_cast<size_t>(step_);
+    tile_.is_exact = AreSumsExact(tile_.weights);
+    tile_.tolerance = UnitToleranceOf(tile_.weights);
+    const int units = tile_.tolerance.Units(0, UINT8_MAX);
+    std::fill(std::begin(tile_.tolerances), std::end(tile_.tolerances), static_cast<float>(units));
+    std::fill(std::begin(tile_.doubtful), std::end(tile_.doubtful),
+              static_cast<uint16_t>(2 * units));
+  }
+
+  void Run() {
+    // Those of one pixel more, which odd columns need, are whole vectors.
+    const auto columns = static_cast<int64_t>(Tile::kBytes) / step_ - 1;
+    for (int64_t band = 0; band < source_.Rows(); band += kBandRows) {
+      const int64_t end = std::min(source_.Rows(), band + kBandRows);
+      for (int64_t x = 0; x < source_.Columns(); x += columns) {
+        RunTile(x, std::min(columns, source_.Columns() - x), band, end);
+      }
+    }
+  }
+
+ private:
+  using Tile = DoublingTile<kTaps>;
+  static constexpr int64_t kHalf = kTaps / 2;
+  static constexpr auto kRows = static_cast<int64_t>(Tile::kRows);
+  static constexpr int64_t kLine = Tile::kValues + Tile::kVector;
+  /// Source rows that tiles go down: each lies in a page of its own, as do the two rows made of it,
+  /// and the processor remembers where some two thousand pages are.
+  static constexpr int64_t kBandRows = 303;
+  /// Source rows of a tile that the memory brings in advance.
+  static constexpr int64_t kRowsAhead = 8;
+
+  /// The columns from `first` on of the rows from `begin` to `end`.
+  void RunTile(int64_t first, int64_t columns, int64_t begin, int64_t end) {
+    tile_.count = static_cast<size_t>(columns * step_);
+    // Row 0 of the tile.
+    const int64_t top = begin - kHalf;
+    for (size_t row = 0; row < kTaps - 1; ++row) {
+      AddRow(row, top, first, columns);
+      kernels_.across(tile_, row);
+    }
+    // The taps of the odd row 2 y + 1 and the even one after it begin at row y + 1 - kHalf.
+    for (int64_t y = begin - 1; y < end; y += kRows) {
+      const auto row = static_cast<size_t>(y + 1 - begin);
+      const auto pairs = static_cast<size_t>(std::min<int64_t>(kRows, end - y));
+      for (size_t i = 0; i < pairs; ++i) AddRow(row + kTaps - 1 + i, top, first, columns);
+      kernels_.tolerate(tile_);
+      for (size_t i = 0; i < pairs; ++i) {
+        kernels_.across(tile_, row + kTaps - 1 + i);
+        const uint8_t* next[2];
+        for (int64_t k = 0; k < 2; ++k) {
+          const int64_t later = 2 * (y + static_cast<int64_t>(i) + kRowsAhead) + 1 + k;
+          next[k] = dest_.Row(std::min(later, dest_.Rows() - 1)) + 2 * first * step_;
+        }
+        kernels_.down(tile_, row + i, i, next);
+      }
+      kernels_.settle(tile_);
+      for (size_t i = y < begin ? 1 : 0; i < 2 * pairs; ++i) {
+        const int64_t to = 2 * y + 1 + static_cast<int64_t>(i);
+        if (to < 2 * end) StoreRow(to, tile_.bytes[i / 2][i % 2], first);
+      }
+    }
+  }
+
+  /// Makes values of row `row` of the tile, of which some or all may be outside.
+  void AddRow(size_t row, int64_t top, int64_t first, int64_t columns) {
+    const int64_t y = top + static_cast<int64_t>(row);
+    const bool inside = y >= 0 && y < source_.Rows();
+    const int64_t from = first - kHalf;
+    const int64_t begin = inside ? std::max<int64_t>(from, 0) : from;
+    const int64_t end = inside ? std::min(first + columns + kHalf, source_.Columns()) : from;
+    const int64_t past = (end - from) * step_;
+    std::copy_n(outside_, (begin - from) * step_, line_);
+    std::copy_n(outside_, kLine - past, line_ + past);
+    if (inside) {
+      const uint8_t* const at = source_.Row(y) + begin * step_;
+      const int64_t bytes = (end - begin) * step_;
+      if (y + kRowsAhead < source_.Rows()) PrefetchRun(at + kRowsAhead * source_.stride, bytes);
+      std::memcpy(line_ + (begin - from) * step_, at, static_cast<size_t>(bytes));
+    }
+    kernels_.widen(tile_, row, line_);
+  }
+
+  /// Stores destination row `y` of a tile.
+  void StoreRow(int64_t y, const uint8_t (&bytes)[2][Tile::kBytes], int64_t first) {
+    uint8_t* const to = dest_.Row(y) + 2 * first * step_;
+    ActiveDoublingKernels().merge(to, bytes[0], bytes[1], tile_.step, tile_.count);
+    if (kTaps == 4 && step_ == 4) HideAlpha(y, to, 2 * first);
+  }
+
+  /// Of samples of 4 by 4 pixels, those with a tap outside have no alpha.
+  void HideAlpha(int64_t y, uint8_t* pixels, int64_t first) const {
+    // The first tap of column or row i is (i + 1) / 2 - 2.
+    const auto all_inside = [](int64_t i, int64_t size) {
+      return i >= 3 && (i + 1) / 2 + 2 <= size;
+    };
+    const bool any = all_inside(y, source_.Rows());
+    const auto count = static_cast<int64_t>(2 * tile_.count / tile_.step);
+    const auto hides = [&](int64_t i) {
+      if (any && all_inside(first + i, source_.Columns())) return false;
+      pixels[4 * i + 3] = 0;
+      return true;
+    };
+    int64_t begin = 0;
+    while (begin < count && hides(begin)) ++begin;
+    for (int64_t i = count; i > begin && hides(i - 1);) --i;
+  }
+
+  const TapDoublingKernels<kTaps>& kernels_;
+  const ImageView& source_;
+  const ImageView& dest_;
+  const int64_t step_;
+  uint8_t outside_[kLine + Tile::kMostStep];  // bytes of columns that are outside
+  uint8_t line_[kLine];                       // bytes of a row
+  Tile tile_;
+};
+
+/// Not inlined: the stack holds one tile at a time.
+template <size_t kTaps>
+[[gnu::noinline]] void DoubleWith(const TapDoublingKernels<kTaps>& kernels,
+                                  const ResamplePlan& plan, const ImageView& source,
+                                  const ImageView& dest) {
+  Doubler<kTaps>(kernels, plan, source, dest).Run();
+}
+
+}  // namespace
+
+void DoubleByTaps(const ResamplePlan& plan, const ImageView& source, const ImageView& dest) {
+  const DoublingKernels& kernels = ActiveDoublingKernels();
+  if (MethodOf(plan.interpolation).sampling == Sampling::kKernel12) {
+    DoubleWith(kernels.of12, plan, source, dest);
+  } else {
+    DoubleWith(kernels.of4, plan, source, dest);
+  }
+}
+
+}  // namespace qel
