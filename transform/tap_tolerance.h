@@ -55,24 +55,32 @@ struct Tolerance {
 /// to m + r is at most m times that of its weights plus r times that of their sizes. Rounded are,
 /// as stated, the product of two weights, that with a value, which is at most m + r times their
 /// size, and all sums on the way. In the other order, products and sums are rounded down the
-/// columns, and so they are across, where what is summed is off already.
+/// columns, and so they are across, where what is summed is off already; there the taps of a line
+/// may come in another order, in which the lines are `summed_rows` and `summed_columns`.
 template <size_t kTaps = kBoundedTaps>
 constexpr Tolerance ToleranceOf(const WeightLine& rows, const WeightLine& columns,
-                                double weight_error) {
+                                double weight_error, const WeightLine& summed_rows,
+                                const WeightLine& summed_columns) {
   const double all = rows.sizes * columns.sizes;
   const double products = 4 * all + weight_error * (rows.sizes + columns.sizes);
-  const auto sums = [&](double row, double rows_before, double column, double columns_before) {
-    const double stated = kTaps * rows_before * column + rows.sizes * (columns_before + column);
-    const double down = rows_before + row;
-    const double across = row * (columns_before + column);
+  const auto sums = [&](double WeightLine::*line, double WeightLine::*before) {
+    const double stated =
+        kTaps * rows.*before * columns.*line + rows.sizes * (columns.*before + columns.*line);
+    const double down = summed_rows.*before + rows.*line;
+    const double across = rows.*line * (summed_columns.*before + columns.*line);
     return stated + columns.sizes * down + across;
   };
   // That rounded numbers are rounded again adds less than a thousandth, and adding the tolerance to
   // a sum of less than 4 times the largest value rounds once more.
   constexpr double kUnit = 0x1p-24;
   const auto total = [&](double of_sums) { return kUnit * (1.001 * (products + of_sums) + 4); };
-  return {total(sums(rows.sum, rows.running_sum, columns.sum, columns.running_sum)),
-          total(sums(rows.sizes, rows.running_sizes, columns.sizes, columns.running_sizes))};
+  return {total(sums(&WeightLine::sum, &WeightLine::running_sum)),
+          total(sums(&WeightLine::sizes, &WeightLine::running_sizes))};
+}
+template <size_t kTaps = kBoundedTaps>
+constexpr Tolerance ToleranceOf(const WeightLine& rows, const WeightLine& columns,
+                                double weight_error) {
+  return ToleranceOf<kTaps>(rows, columns, weight_error, rows, columns);
 }
 
 }  // namespace qel

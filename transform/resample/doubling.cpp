@@ -27,26 +27,28 @@ bool AreSumsExact(const float (&weights)[kTaps]) {
                      [](float weight) { return weight * 128 == std::floor(weight * 128); });
 }
 
-/// The tolerance where columns and rows have these weights or the same in reverse, in their order
-/// or from both ends by turns.
+/// The greater quantities of two lines.
+WeightLine Greater(const WeightLine& a, const WeightLine& b) {
+  return {.sum = std::max(a.sum, b.sum),
+          .sizes = std::max(a.sizes, b.sizes),
+          .running_sum = std::max(a.running_sum, b.running_sum),
+          .running_sizes = std::max(a.running_sizes, b.running_sizes)};
+}
+
+/// The tolerance where columns and rows have these weights or the same in reverse, and are summed
+/// from both ends by turns.
 template <size_t kTaps>
 UnitTolerance UnitToleranceOf(const float (&weights)[kTaps]) {
-  float from_ends[kTaps], from_other_end[kTaps];
+  float first_first[kTaps], last_first[kTaps];
   for (size_t i = 0; i < kTaps; ++i) {
     const size_t k = i % 2 == 0 ? i / 2 : kTaps - 1 - i / 2;
-    from_ends[i] = weights[k];
-    from_other_end[i] = weights[kTaps - 1 - k];
+    first_first[i] = weights[k];
+    last_first[i] = weights[kTaps - 1 - k];
   }
-  WeightLine most;
-  for (const WeightLine& line :
-       {LineOf<kTaps>(weights, 1), LineOf<kTaps>(std::end(weights) - 1, -1),
-        LineOf<kTaps>(from_ends, 1), LineOf<kTaps>(from_other_end, 1)}) {
-    most = {.sum = std::max(most.sum, line.sum),
-            .sizes = std::max(most.sizes, line.sizes),
-            .running_sum = std::max(most.running_sum, line.running_sum),
-            .running_sizes = std::max(most.running_sizes, line.running_sizes)};
-  }
-  const Tolerance tolerance = ToleranceOf<kTaps>(most, most, 0);
+  const WeightLine line =
+      Greater(LineOf<kTaps>(weights, 1), LineOf<kTaps>(std::end(weights) - 1, -1));
+  const WeightLine summed = Greater(LineOf<kTaps>(first_first, 1), LineOf<kTaps>(last_first, 1));
+  const Tolerance tolerance = ToleranceOf<kTaps>(line, line, 0, summed, summed);
   constexpr double kParts = double{kUnitsOfOne} * UnitTolerance::kPartsOfUnit;
   return {static_cast<int>(std::ceil(kParts * (tolerance.of_reach + tolerance.of_middle) / 2)),
           static_cast<int>(std::floor(kParts * (tolerance.of_reach - tolerance.of_middle) / 2))};
