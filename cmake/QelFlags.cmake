@@ -30,14 +30,13 @@ target_compile_options(qel_flags INTERFACE
   $<$<CXX_COMPILER_ID:Clang>:-Wno-unneeded-internal-declaration -Wno-unused-function>
   $<$<BOOL:${QEL_WARNINGS_AS_ERRORS}>:-Werror>)
 if(QEL_SANITIZE)
-  # A target's property QEL_UNCHECKED lists the sanitizers that it is built without: a flag that takes
-  # one back would have to follow these.
-  string(REPLACE "," ";" sanitizers "${QEL_SANITIZE}")
-  foreach(sanitizer IN LISTS sanitizers)
-    target_compile_options(qel_flags INTERFACE
-      "$<$<NOT:$<IN_LIST:${sanitizer},$<TARGET_PROPERTY:QEL_UNCHECKED>>>:-fsanitize=${sanitizer}>")
-  endforeach()
-  if(address IN_LIST sanitizers)
+  # A target's property QEL_UNCHECKED lists the sanitizers that it is built without; it starts with the
+  # value of DEFAULT_QEL_UNCHECKED.
+  define_property(TARGET PROPERTY QEL_UNCHECKED INITIALIZE_FROM_VARIABLE DEFAULT_QEL_UNCHECKED)
+  set(unchecked "$<TARGET_PROPERTY:QEL_UNCHECKED>")
+  target_compile_options(qel_flags INTERFACE -fsanitize=${QEL_SANITIZE}
+    "$<$<BOOL:${unchecked}>:-fno-sanitize=$<JOIN:${unchecked},$<COMMA>>>")
+  if(QEL_SANITIZE MATCHES "address")
     # It sees what is null or beyond an object; to look twice takes a tenth of the build.
     target_compile_options(qel_flags INTERFACE -fno-sanitize=null,object-size)
   endif()
