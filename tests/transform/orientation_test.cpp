@@ -31,6 +31,11 @@ QEL_INSTANTIATE_LEVELS(Orientation);
 // Of flips, turns, scales and warps.
 TEST_F(TransformReadings, EqualEveryOperationByEveryMethod) {
   ExpectSameDraws("transform", 500);
+  // Drawn in one call of hundreds.
+  Rng rng(13);
+  const Raster source = RandomRaster(rng, 40, 30, 24);
+  ExpectSame({source}, Call("Resample", 80, 60, 5, 0));
+  ExpectSame({source}, Call("Rotate", 20, 5, 0, 1));
   ExpectRun(kResampleMethods);
   ExpectRun(kRotateMethods);
   ExpectRun(kCircleMethods);
