@@ -1,9 +1,13 @@
 #ifndef QEL_SIMD_LEVELS_X86_H_
 #define QEL_SIMD_LEVELS_X86_H_
 
-#include <immintrin.h>
-
 #include "simd/levels/moves.h"
+
+#if QEL_SIMD_BYTES == 16
+#include <emmintrin.h>  // a tenth of what all headers of intrinsics take to compile
+#else
+#include <immintrin.h>
+#endif
 
 // Instructions that exist under one name at several lengths of x86-64 registers.
 

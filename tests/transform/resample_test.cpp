@@ -2,6 +2,7 @@
 
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
+#include "tests/support/sanitized.h"
 
 namespace qel::test {
 namespace {
@@ -62,7 +63,10 @@ TEST_F(ResampleReadings, EqualSumsOfTwelveTapsNearWholeNumbers) {
   const auto expect_doubled = [&](const Raster& source) {
     ExpectSame({source}, Call("Resample", 2 * source.width, 2 * source.height, 5, 0));
   };
-  for (const int depth : {8, 24, 32}) expect_doubled(RandomRaster(rng, 190, 60, depth));
+  for (const int depth : {8, 24, 32}) {
+    expect_doubled(RandomRaster(rng, 190, kSanitized ? 12 : 60, depth));
+  }
+  if (kSanitized) return;
   const auto painted = [&](int width, int height, const auto& value_at) {
     Raster picture = RandomRaster(rng, width, height, 8);
     for (int y = 0; y < height; ++y) {
