@@ -245,20 +245,29 @@ std::string DescribeValues(const Parameter& parameter) {
   return text.str();
 }
 
-std::vector<double> ParseNumbers(std::string_view text) {
+NumberRows ParseNumbers(std::string_view text) {
+  constexpr std::string_view kBetweenRows = ";\n";
   constexpr std::string_view kSeparators = " ,;\t\r\n";
-  std::vector<double> numbers;
-  for (size_t at = text.find_first_not_of(kSeparators); at != text.npos;) {
+  NumberRows rows;
+  bool begins = true;
+  for (size_t at = 0; at < text.size();) {
+    if (kSeparators.find(text[at]) != kSeparators.npos) {
+      begins |= kBetweenRows.find(text[at++]) != kBetweenRows.npos;
+      continue;
+    }
     const size_t end = std::min(text.find_first_of(kSeparators, at), text.size());
     const size_t sign = text[at] == '+' ? 1 : 0;
     double number = 0;
     if (!ParseReal(text.substr(at + sign, end - at - sign), number)) {
       throw std::invalid_argument(std::string(text.substr(at, end - at)));
     }
-    numbers.push_back(number);
-    at = text.find_first_not_of(kSeparators, end);
+    if (begins) rows.lengths.push_back(0);
+    begins = false;
+    rows.numbers.push_back(number);
+    ++rows.lengths.back();
+    at = end;
   }
-  return numbers;
+  return rows;
 }
 
 Arguments::Arguments(const Operation& operation)
@@ -291,9 +300,9 @@ bool Arguments::Value::Take(const Parameter& parameter, std::string from) {
   text = std::move(from);
   if (parameter.kind != Kind::kNumbers) return true;
   try {
-    numbers = ParseNumbers(text);
+    rows = ParseNumbers(text);
   } catch (const std::invalid_argument& error) {
-    no_number = error.what();  // kernels have words of their own
+    no_number = error.what();
   }
   return true;
 }
@@ -355,9 +364,9 @@ double Arguments::Pixels(std::string_view name, int whole) const {
   return value.text.ends_with('%') ? whole * value.number / 100 : value.number;
 }
 
-const std::vector<double>& Arguments::Numbers(std::string_view name) const {
+const NumberRows& Arguments::RowsOf(std::string_view name) const {
   const Value& value = Get(name);
-  if (value.no_number.empty()) return value.numbers;
+  if (value.no_number.empty()) return value.rows;
   throw StepError(std::string(operation_->name) + ": " + std::string(name) + ": \"" +
                       value.no_number + "\" is no number",
                   operation_->name, name);

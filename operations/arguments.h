@@ -11,9 +11,15 @@ namespace qel::operations {
 /// What a parameter takes, for help and messages: "a whole number from 0 to 255".
 std::string DescribeValues(const Parameter& parameter);
 
-/// Numbers between blanks, commas, semicolons and line ends. Throws `std::invalid_argument` with
-/// the word that is none.
-std::vector<double> ParseNumbers(std::string_view text);
+/// Several numbers, in rows.
+struct NumberRows {
+  std::vector<double> numbers = {};  ///< of all rows, one after the other
+  std::vector<size_t> lengths = {};  ///< of the rows that have any
+};
+
+/// Numbers between blanks and commas; semicolons and line ends part rows. Throws
+/// `std::invalid_argument` with the word that is none.
+NumberRows ParseNumbers(std::string_view text);
 
 /// The arguments of one step, checked against its operation's parameters.
 class Arguments {
@@ -42,7 +48,11 @@ class Arguments {
   float Real(std::string_view name) const { return static_cast<float>(Number(name)); }
   const std::string& Text(std::string_view name) const { return Get(name).text; }
   /// Several numbers, read once, when they were set. Throws `StepError` for a word that is none.
-  const std::vector<double>& Numbers(std::string_view name) const;
+  const std::vector<double>& Numbers(std::string_view name) const { return RowsOf(name).numbers; }
+  /// How many of these each row has.
+  const std::vector<size_t>& RowLengths(std::string_view name) const {
+    return RowsOf(name).lengths;
+  }
   /// The caller's coordinate transform, or null.
   ITransform* Map() const { return map_.Get(); }
 
@@ -53,13 +63,14 @@ class Arguments {
 
     bool given = false;
     double number = 0;
-    std::string text;             ///< empty when it came as a number
-    std::vector<double> numbers;  ///< in the text of several
-    std::string no_number;        ///< the first word there that is none
+    std::string text;       ///< empty when it came as a number
+    NumberRows rows;        ///< in the text of several numbers
+    std::string no_number;  ///< the first word there that is none
   };
   const Value* Find(std::string_view name) const;
   const Value& Get(std::string_view name) const;
   Value& Slot(std::string_view name);
+  const NumberRows& RowsOf(std::string_view name) const;
 
   const Operation* operation_;
   std::vector<Value> values_;  ///< by the order of the parameters

@@ -1,10 +1,10 @@
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <numeric>
 #include <string>
 
-#include "operations/errors.h"
+#include "operations/numbers.h"
 #include "operations/rows/common.h"
 #include "operations/table.h"
 
@@ -17,58 +17,39 @@ constexpr std::string_view kBorder =
     "its colour may show.";
 constexpr Choice kSeeds[] = {{"per-file", -1}};
 
-[[noreturn]] void Refuse(const std::string& message) {
-  throw StepError("filter: kernel: " + message, "filter", "kernel");
-}
-
 /// A square of whole numbers, row by row.
 struct Kernel {
   std::vector<int> weights;
-  int size = 0;
+  int size;
 };
 
-/// Reads numbers between blanks and commas. Semicolons and line ends part rows; where there are
-/// any, every row must be as long as there are rows.
-Kernel ParseKernel(const std::string& text) {
-  Kernel kernel;
-  std::vector<size_t> rows = {0};
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  for (; at != end;) {
-    const char c = *at;
-    if (c == ';' || c == '\n') {
-      if (rows.back() != 0) rows.push_back(0);
-      ++at;
-    } else if (c == ' ' || c == ',' || c == '\t' || c == '\r') {
-      ++at;
-    } else {
-      int weight = 0;
-      const auto [next, error] = std::from_chars(c == '+' ? at + 1 : at, end, weight);
-      if (error != std::errc()) {
-        const std::string rest(at, end);
-        Refuse("\"" + rest.substr(0, rest.find_first_of(" ,;\n")) + "\" is no whole number");
-      }
-      kernel.weights.push_back(weight);
-      ++rows.back();
-      at = next;
-    }
+/// The kernel of a step. Throws `StepError` for numbers that are not whole or do not fit 32 bits,
+/// and for others than a square of them; where rows are parted, each must be as long as there are
+/// rows.
+Kernel KernelOf(const Given& given) {
+  const auto refuse = [&](const std::string& message) {
+    Refuse(given, "kernel: " + message, "kernel");
+  };
+  const std::vector<double>& numbers = given.arguments.Numbers("kernel");
+  using Limits = std::numeric_limits<int>;
+  for (const double number : numbers) {
+    if (number >= Limits::min() && number <= Limits::max() && number == std::floor(number))
+      continue;
+    refuse(FormatReal(number) + " is no whole number of 32 bits");
   }
-  if (rows.back() == 0) rows.pop_back();
-  kernel.size = static_cast<int>(std::lround(std::sqrt(kernel.weights.size())));
-  const auto side = static_cast<size_t>(kernel.size);
-  const std::string count = std::to_string(kernel.weights.size());
-  if (side == 0 || side * side != kernel.weights.size()) {
-    Refuse(count + " weights are no square; 9, 25 or 49 would be");
+  const std::string count = std::to_string(numbers.size());
+  const auto side = static_cast<size_t>(std::lround(std::sqrt(numbers.size())));
+  if (side == 0 || side * side != numbers.size()) {
+    refuse(count + " weights are no square; 9, 25 or 49 would be");
   }
+  const std::vector<size_t>& rows = given.arguments.RowLengths("kernel");
   for (const size_t row : rows) {
     if (rows.size() == 1 || (rows.size() == side && row == side)) continue;
-    Refuse(count + " weights need rows of " + std::to_string(side) + ", one has " +
+    refuse(count + " weights need rows of " + std::to_string(side) + ", one has " +
            std::to_string(row));
   }
-  return kernel;
+  return {{numbers.begin(), numbers.end()}, static_cast<int>(side)};
 }
-
-Kernel KernelOf(const Given& given) { return ParseKernel(given.arguments.Text("kernel")); }
 
 result_t CallFilter(Call& call) {
   Kernel kernel = KernelOf(call);

@@ -30,8 +30,10 @@ MapPoint PointOf(const Given& given, std::string_view name, const Shape& shape) 
   if (comma == std::string_view::npos ||
       !ParseCoordinate(text.substr(0, comma), shape.width, point.x) ||
       !ParseCoordinate(text.substr(comma + 1), shape.height, point.y)) {
-    Refuse(given, std::string(name) + "=" + std::string(text) +
-                      " is no point; 12.5,40 or 10%,25% would be");
+    Refuse(
+        given,
+        std::string(name) + "=" + std::string(text) + " is no point; 12.5,40 or 10%,25% would be",
+        name);
   }
   return point;
 }
@@ -79,8 +81,10 @@ template <typename Map>
 SmartPtr<PointMap> MakeMatrix(const Given& given, std::string_view name) {
   const std::vector<double>& numbers = given.arguments.Numbers(name);
   if (numbers.size() != Map::kNumbers) {
-    Refuse(given, std::string(name) + "= takes " + std::to_string(Map::kNumbers) +
-                      " numbers, there are " + std::to_string(numbers.size()));
+    Refuse(given,
+           std::string(name) + "= takes " + std::to_string(Map::kNumbers) + " numbers, there are " +
+               std::to_string(numbers.size()),
+           name);
   }
   return SmartPtr<PointMap>::Adopt(new Map(numbers));
 }
@@ -88,8 +92,10 @@ SmartPtr<PointMap> MakeMatrix(const Given& given, std::string_view name) {
 SmartPtr<PointMap> MakePolynomial(const Given& given) {
   const std::vector<double>& numbers = given.arguments.Numbers("polynomial");
   if (PolynomialMap::DegreeOf(numbers.size()) < 0) {
-    Refuse(given, "polynomial= takes 6 numbers, 12 for squares, or 20 for cubes, there are " +
-                      std::to_string(numbers.size()));
+    Refuse(given,
+           "polynomial= takes 6 numbers, 12 for squares, or 20 for cubes, there are " +
+               std::to_string(numbers.size()),
+           "polynomial");
   }
   return SmartPtr<PointMap>::Adopt(new PolynomialMap(numbers));
 }

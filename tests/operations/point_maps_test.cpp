@@ -38,9 +38,11 @@ TEST(PointMaps, ApplyTheirFormulas) {
   EXPECT_EQ(PolynomialMap::DegreeOf(8), -1);
 }
 
-TEST(PointMaps, ReadNumbersBetweenAnySeparators) {
-  EXPECT_EQ(ParseNumbers(" 1,-2.5;+3e2\n,4 "), (std::vector<double>{1, -2.5, 300, 4}));
-  EXPECT_TRUE(ParseNumbers(" ").empty());
+TEST(PointMaps, ReadNumbersBetweenAnySeparatorsInRows) {
+  const NumberRows read = ParseNumbers(" 1,-2.5;+3e2\n\n,4 ");
+  EXPECT_EQ(read.numbers, (std::vector<double>{1, -2.5, 300, 4}));
+  EXPECT_EQ(read.lengths, (std::vector<size_t>{2, 1, 1}));
+  EXPECT_TRUE(ParseNumbers(" ").lengths.empty());
   EXPECT_THROW(ParseNumbers("1,two"), std::invalid_argument);
   EXPECT_THROW(ParseNumbers("1.2.3"), std::invalid_argument);
 }

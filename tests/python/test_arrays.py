@@ -36,6 +36,8 @@ GOOD = np.zeros((5, 6, 3), np.uint8)
     (lambda: qel.rotate(GOOD, angle=3, method="cubicle"), "method", "did you mean cubic"),
     (lambda: qel.filter(GOOD, kernel=[1, 2]), "kernel", "2 weights are no square"),
     (lambda: qel.filter(GOOD, kernel=["a"]), "kernel", "takes numbers"),
+    (lambda: qel.filter(GOOD, kernel=[[1.5]]), "kernel", "1.5 is no whole number"),
+    (lambda: qel.transform(GOOD, affine=[1, 2]), "affine", "takes 6 numbers, there are 2"),
     (lambda: qel.add(GOOD, None), "other", "is a NoneType; an array of pixels is needed"),
     (lambda: qel.text(GOOD, text="\ud800"), "text", r"takes text, not '\\ud800'"),
     (lambda: qel.transform(GOOD, map=GOOD), "map", r"not one of shape \(5, 6, 3\)"),
@@ -65,6 +67,12 @@ def test_overlapping_out_is_refused_before_anything_is_written():
     channels = picture(3).copy()
     qel.negative(channels[..., 0], out=channels[..., 1])  # side by side, but nothing in common
     np.testing.assert_array_equal(channels[..., 1], 255 - picture(3)[..., 0])
+
+
+def test_large_weights_are_numbers_too():
+    for weight in (100_000, 8_000_000):
+        weighed = qel.filter(picture(3), kernel=[[weight]], divisor=weight)
+        np.testing.assert_array_equal(weighed, picture(3))
 
 
 def test_files_come_back_and_their_errors_are_os_errors(tmp_path):
