@@ -1,4 +1,4 @@
-#include "component/result_image.h"
+#include "filter/filter_image.h"
 #include "filter/filter_kernels.h"
 #include "filter/filter_transform.h"
 #include "filter/neighbourhood.h"
@@ -20,13 +20,10 @@ void Trace(const ImageView& source, const ImageView& dest) {
 }  // namespace
 
 result_t CQELFilterTransform::Contour(IQEL* image, IQEL** result) {
-  if (image == nullptr) return kFail;
-  const ImageView source = ReadSizeBitsAndFormat(*image);
-  ResultImage output = ResultImage::Like(source);
-  if (!output) return kFail;
-  const ImageView dest = output.View();
-  if (StoresPixels(dest)) Trace(source, dest);
-  return output.HandOver(image, result);
+  return FilterImage(image, result, [](const ImageView& source, const ImageView& dest) {
+    if (StoresPixels(dest)) Trace(source, dest);
+    return true;
+  });
 }
 
 }  // namespace qel

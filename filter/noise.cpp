@@ -1,6 +1,6 @@
 #include <cstdlib>
 
-#include "component/result_image.h"
+#include "filter/filter_image.h"
 #include "filter/filter_transform.h"
 #include "image/numeric.h"
 #include "image/pixel_access.h"
@@ -68,25 +68,20 @@ void Displace(const ImageView& source, const ImageView& dest, int amount) {
   });
 }
 
-using Scatter = void (*)(const ImageView& source, const ImageView& dest, int amount);
-
-result_t Run(IQEL* image, Scatter scatter, int amount, IQEL** result) {
-  if (image == nullptr) return kFail;
-  const ImageView source = ReadSizeBitsAndFormat(*image);
-  ResultImage output = ResultImage::Like(source);
-  if (!output) return kFail;
-  scatter(source, output.View(), amount);
-  return output.HandOver(image, result);
-}
-
 }  // namespace
 
 result_t CQELFilterTransform::Noise(IQEL* image, int amount, IQEL** result) {
-  return Run(image, &AddNoise, amount, result);
+  return FilterImage(image, result, [=](const ImageView& source, const ImageView& dest) {
+    AddNoise(source, dest, amount);
+    return true;
+  });
 }
 
 result_t CQELFilterTransform::Jitter(IQEL* image, int amount, IQEL** result) {
-  return Run(image, &Displace, amount, result);
+  return FilterImage(image, result, [=](const ImageView& source, const ImageView& dest) {
+    Displace(source, dest, amount);
+    return true;
+  });
 }
 
 }  // namespace qel

@@ -15,6 +15,12 @@ double Polynomial(const double (&coefficients)[kCount], double s) {
   return sum;
 }
 
+/// The quotient of two polynomials.
+template <size_t kOver, size_t kUnder>
+double Ratio(const double (&over)[kOver], const double (&under)[kUnder], double s) {
+  return Polynomial(over, s) / Polynomial(under, s);
+}
+
 }  // namespace
 
 double KernelBessel_J1(double x) {
@@ -26,8 +32,7 @@ double KernelBessel_J1(double x) {
       1.1623987080032122e+21, 1.185770712190321e+19, 6.092061398917522e+16,
       208166122130760.75,     524371026216.76495,    1013863514.358674,
       1501793.5949985855,     1606.9315734814877,    1.0};
-  const double s = x * x;
-  return Polynomial(Pone, s) / Polynomial(Qone, s);
+  return Ratio(Pone, Qone, x * x);
 }
 
 double KernelBessel_P1(double x) {
@@ -36,8 +41,7 @@ double KernelBessel_P1(double x) {
   static constexpr double Qone[] = {35224.66491336798, 62694.34695935605,  31240.406381904104,
                                     4930.396490181089, 203.07751891347593, 1.0};
   const double z = 8.0 / x;
-  const double s = z * z;
-  return Polynomial(Pone, s) / Polynomial(Qone, s);
+  return Ratio(Pone, Qone, z * z);
 }
 
 double KernelBessel_Q1(double x) {
@@ -46,8 +50,7 @@ double KernelBessel_Q1(double x) {
   static constexpr double Qone[] = {7491.737417180912,  15414.177339265098, 9152.231701516992,
                                     1811.1867005523513, 103.81875854621337, 1.0};
   const double z = 8.0 / x;
-  const double s = z * z;
-  return Polynomial(Pone, s) / Polynomial(Qone, s);
+  return Ratio(Pone, Qone, z * z);
 }
 
 float KernelBessel_Order1(float x) {

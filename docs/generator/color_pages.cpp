@@ -44,8 +44,7 @@ std::vector<Page> ColorPages() {
        "One pass in place.", QEL_EXAMPLE(return color->SetImageTransparentPixel(image, 0xFFFFFF);)},
       {"set-image-alpha-transparency",
        "`a' = 0` where the colour equals the key, else `alpha`, with 0 stored as 1. The key has "
-       "red "
-       "in its low byte.",
+       "red in its low byte.",
        "One pass in place.",
        QEL_EXAMPLE(return color->SetImageAlphaTransparency(image, 200, 0xFFFFFF);)},
   };

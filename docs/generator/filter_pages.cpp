@@ -45,8 +45,7 @@ const MethodText& ExtremaBy(Extrema extrema, int size) {
 std::vector<Page> FilterPages() {
   return {
       {"erode",
-       "`v' = min` of the channel over `size` x `size` pixels; even sizes reach one further up "
-       "and "
+       "`v' = min` of the channel over `size` x `size` pixels; even sizes reach one further up and "
        "left. Alpha is that of the last pixel of the square.",
        CostOf(kExtremaMethods, ExtremaBy(Extrema::kMinimum, 5))},
       {"dilate",
@@ -60,34 +59,27 @@ std::vector<Page> FilterPages() {
            "`") +
            ExtremaBy(Extrema::kRange, 3).name + "`."},
       {"filter",
-       "`v' = clamp(sum(weight * v) / divisor + offset)`; the division truncates and is left "
-       "out "
-       "for "
-       "a divisor of 0. Kernels are not mirrored. Sums wrap at 32 bits.",
+       "`v' = clamp(sum(weight * v) / divisor + offset)`; the division truncates and is left out "
+       "for a divisor of 0. Kernels are not mirrored. Sums wrap at 32 bits.",
        CostOf(kConvolutionMethods,
               TextOf(kConvolutionMethods, PlanConvolution(kSharper, 3, 1, 0, 24).method)),
        QEL_EXAMPLE(int kernel[] = {0, -1, 0, -1, 5, -1, 0, -1, 0};
                    return filter->Filter(image, kernel, 3, 1, 0, result);)},
       {"contour",
-       "Over the eight neighbours, column by column: `kept` starts at 0; where `neighbour - "
-       "centre "
-       "> "
-       "kept`, `kept = neighbour`. `v' = 255 - kept`. Alpha is the centre's.",
+       "Over the eight neighbours, column by column: `kept` starts at 0; where `neighbour - centre "
+       "> kept`, `kept = neighbour`. `v' = 255 - kept`. Alpha is the centre's.",
        "Eight comparisons a byte; linear in the pixels."},
       {"jitter",
        "Each pixel becomes that at `(x + dx, y + dy)`, `dx` and `dy` drawn by `rand` from "
        "`-amount` to `amount`.",
        "Two calls of `rand` a pixel, which is nearly all."},
       {"noise",
-       "`v' = clamp(v + d)`, `d` drawn by `rand` for each channel from `-amount / 2` to `amount "
-       "/ "
+       "`v' = clamp(v + d)`, `d` drawn by `rand` for each channel from `-amount / 2` to `amount / "
        "2`, red first.",
        "Three calls of `rand` a pixel, which is nearly all."},
       {"median",
-       "The pixels of the square in the order of their brightness `(117 b + 601 g + 306 r) >> "
-       "10`, "
-       "equal ones column by column: the one in the middle, alpha included. No colours are "
-       "mixed.",
+       "The pixels of the square in the order of their brightness `(117 b + 601 g + 306 r) >> 10`, "
+       "equal ones column by column: the one in the middle, alpha included. No colours are mixed.",
        CostOf(kMedianMethods, TextOf(kMedianMethods, PlanMedian(5, 24).method))},
       PageOf("emboss", kEmboss),
       PageOf("blur", kBlur),

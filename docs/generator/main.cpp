@@ -106,10 +106,9 @@ class Generator {
     gallery
         << "# Operations\n\nEach page has pictures before and after, the formula, the cost, what "
            "may surprise, and the same call from the tool, from Python and from C++. Its link to "
-           "the "
-           "page in the browser works where that is: `./run --web` puts it there, and the package "
-           "qel-web. `./docs.sh` writes them all.\n\n[Ten everyday jobs](everyday.md) shows what "
-           "people need most.\n";
+           "the page in the browser works where that is: `./run --web` puts it there, and the "
+           "package qel-web. `./docs.sh` writes them all.\n\n[Ten everyday jobs](everyday.md) "
+           "shows what people need most.\n";
     std::string_view component;
     for (const Operation& operation : cli::OperationTable()) {
       if (operation.component != component) {

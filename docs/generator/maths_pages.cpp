@@ -6,13 +6,11 @@ std::vector<Page> MathsPages() {
   return {
       {"equal",
        "Every pixel, or those that the mask selects, become one value: a byte, three bytes "
-       "(highest "
-       "first), or a word.",
+       "(highest first), or a word.",
        "One pass.", QEL_EXAMPLE(return maths->Equal(image, mask, int(0xFF204080));), true},
       {"copy",
        "`dest(x + i, y + j) = source(i, j)`, converted where depths differ: greys become three "
-       "equal "
-       "channels, colours the truncated mean.",
+       "equal channels, colours the truncated mean.",
        "One pass over what is pasted.",
        QEL_EXAMPLE(return maths->Copy(image, other, nullptr, 80, 33);)},
       {"add-scale",

@@ -34,9 +34,8 @@ std::vector<Page> TransformPages() {
        "One pass.", QEL_EXAMPLE(return transform->IncreaseBpp(image, result, 32, kModelArgb);)},
       {"resample",
        "Enlarging reads `(x + 0.5) * w / w' - 0.5` and the same down, and weighs 4 x 4 pixels (12 "
-       "x "
-       "12 by method 5) by the kernel of the method; method 0 copies the nearest. Shrinking along "
-       "both axes is the mean over boxes of whole pixels.",
+       "x 12 by method 5) by the kernel of the method; method 0 copies the nearest. Shrinking "
+       "along both axes is the mean over boxes of whole pixels.",
        CostOf(kResampleMethods,
               TextOf(kResampleMethods,
                      PlanResample(ExamplePicture(), ViewOf(176, 117), 14, false).method)),
@@ -50,8 +49,7 @@ std::vector<Page> TransformPages() {
                   TextOf(kRotateMethods, PlanRotate(ExamplePicture(), 3, false).method))},
       {"rotate-paste",
        "Like [rotate](rotate.md), of the second picture into the top-left of this one: blended by "
-       "its "
-       "alpha, or leaving out a key colour at 24 bits. The angle is in radians in C++.",
+       "its alpha, or leaving out a key colour at 24 bits. The angle is in radians in C++.",
        "As rotate, and a blend.",
        QEL_EXAMPLE(
            return transform->RotatePaste(other, image, 20 * 3.14159265358979323846 / 180, 4, -1);)},

@@ -1,5 +1,5 @@
-#include "component/result_image.h"
 #include "filter/convolution/convolution_job.h"
+#include "filter/filter_image.h"
 #include "filter/filter_transform.h"
 #include "image/numeric.h"
 
@@ -30,18 +30,15 @@ void RunConvolution(const ConvolutionPlan& plan, const ImageView& source, const 
 
 result_t CQELFilterTransform::Filter(IQEL* image, int* kernel, int size, int divisor, int offset,
                                      IQEL** result) {
-  if (image == nullptr || (kernel == nullptr && size > 0)) return kFail;
-  const ImageView source = ReadSizeBitsAndFormat(*image);
-  ResultImage output = ResultImage::Like(source);
-  if (!output) return kFail;
-  const ImageView dest = output.View();
-  if (size <= 0) {
-    const uint32_t level = ClampToByte(offset);
-    FillPixels(dest, PackColor(level, level, level, 0));
-  } else if (StoresPixels(dest)) {
-    RunConvolution(PlanConvolution(kernel, size, divisor, offset, source.bit_count), source, dest);
-  }
-  return output.HandOver(image, result);
+  if (kernel == nullptr && size > 0) return kFail;
+  const uint32_t level = ClampToByte(offset);
+  return FilterWindows(image, size, PackColor(level, level, level, 0), result,
+                       [=](const ImageView& source, const ImageView& dest) {
+                         RunConvolution(
+                             PlanConvolution(kernel, size, divisor, offset, source.bit_count),
+                             source, dest);
+                         return true;
+                       });
 }
 
 }  // namespace qel

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "component/result_image.h"
+#include "filter/filter_image.h"
 #include "filter/filter_transform.h"
 #include "filter/median/median_kernels.h"
 #include "filter/neighbourhood.h"
@@ -41,17 +41,10 @@ bool RunMedian(const MedianPlan& plan, const ImageView& source, const ImageView&
 }
 
 result_t CQELFilterTransform::Median(IQEL* image, int size, IQEL** result) {
-  if (image == nullptr) return kFail;
-  const ImageView source = ReadSizeBitsAndFormat(*image);
-  ResultImage output = ResultImage::Like(source);
-  if (!output) return kFail;
-  const ImageView dest = output.View();
-  if (size <= 0) {
-    FillPixels(dest, PackColor(0, 0, 0, 0));
-  } else if (StoresPixels(dest)) {
-    if (!RunMedian(PlanMedian(size, source.bit_count), source, dest)) return kFail;
-  }
-  return output.HandOver(image, result);
+  return FilterWindows(image, size, PackColor(0, 0, 0, 0), result,
+                       [=](const ImageView& source, const ImageView& dest) {
+                         return RunMedian(PlanMedian(size, source.bit_count), source, dest);
+                       });
 }
 
 }  // namespace qel

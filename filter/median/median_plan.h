@@ -14,9 +14,8 @@ enum class MedianMethod { kTiles, kNetwork, kBitSelection, kColumnHistograms, kS
 inline constexpr MethodText kMedianMethods[] = {
     {"tiles",
      "odd sizes from 5 to 15, windows of tiles that are halved until they are one, sorted keys "
-     "that "
-     "all windows of a part share being merged by networks (Adams 2021): 30 comparators a pixel at "
-     "size 5, 100 at size 9, 260 at size 15"},
+     "that all windows of a part share being merged by networks (Adams 2021): 30 comparators a "
+     "pixel at size 5, 100 at size 9, 260 at size 15"},
     {"network",
      "size 3, by a merge-exchange network (Batcher 1968) without what the middle does not depend "
      "on, over columns that are sorted once for all their windows"},

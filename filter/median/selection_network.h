@@ -33,8 +33,8 @@ constexpr size_t PruneComparators(Comparator (&comparators)[kMost], size_t size,
 }
 
 /// A network of comparators that brings those of `kTaps` values to their places that are number
-/// `kFirst` to `kLast` in their order: a sorting network by merge exchange, without the comparators
-/// and half comparators that do not matter.
+/// `kFirst` to `kLast` in their order: a sorting network by merge exchange (Batcher 1968), without
+/// the comparators and half comparators that do not matter.
 template <size_t kTaps, size_t kFirst, size_t kLast>
 class SelectionNetwork {
  public:

@@ -1,4 +1,4 @@
-#include "component/result_image.h"
+#include "filter/filter_image.h"
 #include "filter/filter_transform.h"
 #include "filter/morphology/extrema_job.h"
 #include "filter/morphology/extrema_plan.h"
@@ -55,17 +55,11 @@ namespace {
 
 /// The common course of the three operations. `empty` is what windows without pixels give.
 result_t Run(IQEL* image, Extrema extrema, int size, uint32_t empty, IQEL** result) {
-  if (image == nullptr) return kFail;
-  const ImageView source = ReadSizeBitsAndFormat(*image);
-  ResultImage output = ResultImage::Like(source);
-  if (!output) return kFail;
-  const ImageView dest = output.View();
-  if (size <= 0) {
-    FillPixels(dest, empty);
-  } else if (StoresPixels(dest)) {
-    RunExtrema(PlanExtrema(extrema, size, source), source, dest);
-  }
-  return output.HandOver(image, result);
+  return FilterWindows(image, size, empty, result,
+                       [=](const ImageView& source, const ImageView& dest) {
+                         RunExtrema(PlanExtrema(extrema, size, source), source, dest);
+                         return true;
+                       });
 }
 
 constexpr uint32_t kWhite = PackColor(255, 255, 255, 0);

@@ -25,7 +25,7 @@ bool Rotate(RotateMethod method, const ImageView& from, const ImageView& to, int
                   to.bit_count);
   }
   const auto frame = RotatedFrame::SameSize(from.width, from.height, Turn::ByDegrees(angle));
-  DrawRotated({method, interpolation}, from, to, frame);
+  RunRotate({method, interpolation}, from, to, frame);
   return true;
 }
 

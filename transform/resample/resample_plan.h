@@ -37,8 +37,7 @@ inline constexpr MethodText kResampleMethods[] = {
     {"taps",
      "4 x 4 or 12 x 12 weighted pixels in tiles: weights once for each column and row, the taps of "
      "a source row spread out once for all rows that they reach, then 16 or 144 products a "
-     "channel, "
-     "summed in one stated order"},
+     "channel, summed in one stated order"},
     {"one-by-one", "any depth and position, every sample for itself"},
 };
 

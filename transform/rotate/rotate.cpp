@@ -218,8 +218,8 @@ void PasteRotated(const ImageView& source, const ImageView& target, const Rotate
 }  // namespace
 
 // Deliberate: a margin of about four pixels along the edges of the source is never drawn.
-void DrawRotated(const RotatePlan& plan, const ImageView& source, const ImageView& dest,
-                 const RotatedFrame& frame) {
+void RunRotate(const RotatePlan& plan, const ImageView& source, const ImageView& dest,
+               const RotatedFrame& frame) {
   if (!dest.HasPixels()) return;
   const PixelWriter writer(dest.bit_count);
   const int64_t row_bytes = int64_t{frame.width()} * writer.pixel_bytes;
@@ -273,7 +273,7 @@ result_t CQELImageTransform::Rotate(IQEL* source, IQEL** result, int angle, int 
     const ImageView view = ReadPlane(*source, shape, 0);
     output.Fill(WithAlpha(
         GetPixelColor(view.bits, 0, 0, view.width, view.height, view.stride, view.bit_count), 255));
-    DrawRotated(PlanRotate(view, method, false), view, dest, frame);
+    RunRotate(PlanRotate(view, method, false), view, dest, frame);
   }
   output.Store(result);
   return kOk;

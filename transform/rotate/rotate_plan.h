@@ -21,9 +21,8 @@ inline constexpr MethodText kRotateMethods[] = {
      "computed; from where on one in eight is in doubt, as remembered"},
     {"remembered",
      "other kernels in images of 256 x 256 pixels and more, with weights by the mathematics "
-     "library "
-     "once for each of the fractions that single-precision positions repeat; then 16 or 144 "
-     "products a channel"},
+     "library once for each of the fractions that single-precision positions repeat; then 16 or "
+     "144 products a channel"},
     {"computed", "the same in smaller images, with weights for every pixel"},
     {"one-by-one", "any depth and memory, every sample for itself"},
 };
@@ -41,8 +40,8 @@ bool CanRotate(RotateMethod method, const ImageView& source, int interpolation, 
 RotatePlan PlanRotate(const ImageView& source, int interpolation, bool shares_memory);
 
 /// Draws the turned source over the background of `dest`, which has the frame's size.
-void DrawRotated(const RotatePlan& plan, const ImageView& source, const ImageView& dest,
-                 const RotatedFrame& frame);
+void RunRotate(const RotatePlan& plan, const ImageView& source, const ImageView& dest,
+               const RotatedFrame& frame);
 
 }  // namespace qel
 

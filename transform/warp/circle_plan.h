@@ -15,8 +15,7 @@ inline constexpr MethodText kCircleMethods[] = {
     {"fold", "folding at other depths: one scattered read a pixel"},
     {"quarters",
      "the other modes by symmetry: positions of one quarter by vectors, the mathematics library "
-     "only "
-     "where rounding could matter; one scattered read a pixel"},
+     "only where rounding could matter; one scattered read a pixel"},
     {"one-by-one", "images so large that squared distances wrap, and turns of many radians"},
 };
 
