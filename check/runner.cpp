@@ -17,7 +17,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "operations/nearest_name.h"
+#include "operations/text/nearest_name.h"
 
 namespace qel::check {
 namespace {

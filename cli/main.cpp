@@ -10,7 +10,7 @@
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/process.h"
-#include "operations/words.h"
+#include "operations/text/words.h"
 
 namespace qel::cli {
 namespace {

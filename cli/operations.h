@@ -3,11 +3,11 @@
 
 #include "operations/engine.h"
 #include "operations/errors.h"
-#include "operations/json.h"
-#include "operations/nearest_name.h"
 #include "operations/shape_after.h"
 #include "operations/table.h"
-#include "operations/utf8.h"
+#include "operations/text/json.h"
+#include "operations/text/nearest_name.h"
+#include "operations/text/utf8.h"
 
 namespace qel::cli {
 

@@ -9,9 +9,9 @@
 #include <stdexcept>
 
 #include "operations/errors.h"
-#include "operations/nearest_name.h"
-#include "operations/numbers.h"
-#include "operations/words.h"
+#include "operations/text/nearest_name.h"
+#include "operations/text/numbers.h"
+#include "operations/text/words.h"
 
 namespace qel::operations {
 namespace {

@@ -4,9 +4,9 @@
 #include <map>
 
 #include "operations/errors.h"
-#include "operations/nearest_name.h"
 #include "operations/table.h"
-#include "operations/words.h"
+#include "operations/text/nearest_name.h"
+#include "operations/text/words.h"
 
 namespace qel::operations {
 namespace {

@@ -3,8 +3,8 @@
 #include <iterator>
 
 #include "operations/errors.h"
-#include "operations/nearest_name.h"
-#include "operations/words.h"
+#include "operations/text/nearest_name.h"
+#include "operations/text/words.h"
 
 namespace qel::operations {
 

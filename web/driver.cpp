@@ -14,10 +14,10 @@
 #include "host/host_image.h"
 #include "operations/engine.h"
 #include "operations/errors.h"
-#include "operations/json.h"
-#include "operations/python_line.h"
 #include "operations/table.h"
-#include "operations/table_json.h"
+#include "operations/text/json.h"
+#include "operations/text/python_line.h"
+#include "operations/text/table_json.h"
 #include "qel/entry.h"
 
 extern "C" {

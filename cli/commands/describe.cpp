@@ -9,7 +9,7 @@
 
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
-#include "operations/words.h"
+#include "operations/text/words.h"
 
 namespace qel::cli {
 namespace {

@@ -4,7 +4,7 @@
 #include "cli/commands/describe.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
-#include "operations/table_json.h"
+#include "operations/text/table_json.h"
 
 namespace qel::cli {
 

@@ -19,9 +19,9 @@
 #include "cli/operations.h"
 #include "cli/session/session.h"
 #include "docs/generator/page.h"
-#include "operations/cpp_line.h"
 #include "operations/point_maps.h"
-#include "operations/python_line.h"
+#include "operations/text/cpp_line.h"
+#include "operations/text/python_line.h"
 #include "pictures/atomic_file.h"
 
 namespace qel::docs {

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "compose/blend.h"
-#include "operations/numbers.h"
+#include "operations/text/numbers.h"
 
 namespace qel::operations {
 namespace {

@@ -4,9 +4,9 @@
 #include <numeric>
 #include <string>
 
-#include "operations/numbers.h"
 #include "operations/rows/common.h"
 #include "operations/table.h"
+#include "operations/text/numbers.h"
 
 namespace qel::operations {
 namespace {

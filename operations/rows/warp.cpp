@@ -2,10 +2,10 @@
 #include <cmath>
 
 #include "operations/arguments.h"
-#include "operations/numbers.h"
 #include "operations/point_maps.h"
 #include "operations/rows/common.h"
 #include "operations/table.h"
+#include "operations/text/numbers.h"
 
 namespace qel::operations {
 namespace {

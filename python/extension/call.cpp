@@ -6,7 +6,7 @@
 #include <string>
 
 #include "operations/errors.h"
-#include "operations/python_line.h"
+#include "operations/text/python_line.h"
 #include "python/extension/arrays.h"
 #include "python/extension/call_arguments.h"
 #include "python/extension/errors.h"

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <string>
 
-#include "operations/python_line.h"
+#include "operations/text/python_line.h"
 #include "python/extension/errors.h"
 
 namespace qel::python {

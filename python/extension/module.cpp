@@ -4,8 +4,8 @@
 #include <pybind11/stl.h>
 
 #include "operations/arguments.h"
-#include "operations/python_line.h"
 #include "operations/table.h"
+#include "operations/text/python_line.h"
 #include "python/extension/call.h"
 #include "python/extension/errors.h"
 #include "python/extension/files.h"

@@ -9,8 +9,8 @@
 
 #include "cli/terminal/json_reader.h"
 #include "operations/errors.h"
-#include "operations/json.h"
 #include "operations/steps.h"
+#include "operations/text/json.h"
 #include "tests/fuzz/fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

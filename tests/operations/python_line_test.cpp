@@ -1,4 +1,4 @@
-#include "operations/python_line.h"
+#include "operations/text/python_line.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "operations/table_json.h"
+#include "operations/text/table_json.h"
 
-#include "operations/json.h"
 #include "operations/steps.h"
 #include "operations/table.h"
+#include "operations/text/json.h"
 
 namespace qel::operations {
 namespace {

@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_UTF8_H_
-#define QEL_OPERATIONS_UTF8_H_
+#ifndef QEL_OPERATIONS_TEXT_UTF8_H_
+#define QEL_OPERATIONS_TEXT_UTF8_H_
 
 #include <string>
 #include <string_view>
@@ -15,4 +15,4 @@ std::string Printable(std::string_view text);
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_UTF8_H_
+#endif  // QEL_OPERATIONS_TEXT_UTF8_H_

@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_JSON_H_
-#define QEL_OPERATIONS_JSON_H_
+#ifndef QEL_OPERATIONS_TEXT_JSON_H_
+#define QEL_OPERATIONS_TEXT_JSON_H_
 
 #include <cstdint>
 #include <string>
@@ -43,4 +43,4 @@ std::string JsonText(std::string_view text);
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_JSON_H_
+#endif  // QEL_OPERATIONS_TEXT_JSON_H_

@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_TABLE_JSON_H_
-#define QEL_OPERATIONS_TABLE_JSON_H_
+#ifndef QEL_OPERATIONS_TEXT_TABLE_JSON_H_
+#define QEL_OPERATIONS_TEXT_TABLE_JSON_H_
 
 #include <string>
 
@@ -11,4 +11,4 @@ std::string TableAsJson();
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_TABLE_JSON_H_
+#endif  // QEL_OPERATIONS_TEXT_TABLE_JSON_H_

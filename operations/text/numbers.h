@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_NUMBERS_H_
-#define QEL_OPERATIONS_NUMBERS_H_
+#ifndef QEL_OPERATIONS_TEXT_NUMBERS_H_
+#define QEL_OPERATIONS_TEXT_NUMBERS_H_
 
 #include <string>
 #include <string_view>
@@ -15,4 +15,4 @@ std::string FormatReal(double value);
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_NUMBERS_H_
+#endif  // QEL_OPERATIONS_TEXT_NUMBERS_H_

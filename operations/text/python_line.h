@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_PYTHON_LINE_H_
-#define QEL_OPERATIONS_PYTHON_LINE_H_
+#ifndef QEL_OPERATIONS_TEXT_PYTHON_LINE_H_
+#define QEL_OPERATIONS_TEXT_PYTHON_LINE_H_
 
 #include <string>
 
@@ -21,4 +21,4 @@ std::vector<std::string> PythonLines(const std::vector<Step>& steps);
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_PYTHON_LINE_H_
+#endif  // QEL_OPERATIONS_TEXT_PYTHON_LINE_H_

@@ -1,4 +1,4 @@
-#include "operations/utf8.h"
+#include "operations/text/utf8.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_WORDS_H_
-#define QEL_OPERATIONS_WORDS_H_
+#ifndef QEL_OPERATIONS_TEXT_WORDS_H_
+#define QEL_OPERATIONS_TEXT_WORDS_H_
 
 #include <string>
 #include <string_view>
@@ -17,10 +17,10 @@ std::string BritishSpelling(std::string_view word);
 /// for words that are not known.
 std::string_view StepFor(std::string_view word);
 
-/// What to write in place of an argument that an operation does not have and people expect of it, as
-/// "resize width=50%" for the width of scale; empty for all others.
+/// What to write in place of an argument that an operation does not have and people expect of it,
+/// as "resize width=50%" for the width of scale; empty for all others.
 std::string_view MeantStep(std::string_view operation, std::string_view argument);
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_WORDS_H_
+#endif  // QEL_OPERATIONS_TEXT_WORDS_H_

@@ -1,6 +1,6 @@
-#include "operations/cpp_line.h"
+#include "operations/text/cpp_line.h"
 
-#include "operations/numbers.h"
+#include "operations/text/numbers.h"
 
 namespace qel::operations {
 namespace {

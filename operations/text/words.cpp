@@ -1,4 +1,4 @@
-#include "operations/words.h"
+#include "operations/text/words.h"
 
 #include <cctype>
 #include <utility>

@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_NEAREST_NAME_H_
-#define QEL_OPERATIONS_NEAREST_NAME_H_
+#ifndef QEL_OPERATIONS_TEXT_NEAREST_NAME_H_
+#define QEL_OPERATIONS_TEXT_NEAREST_NAME_H_
 
 #include <string>
 #include <string_view>
@@ -25,4 +25,4 @@ std::vector<std::string_view> NamesOf(const Rows& rows) {
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_NEAREST_NAME_H_
+#endif  // QEL_OPERATIONS_TEXT_NEAREST_NAME_H_

@@ -1,4 +1,4 @@
-#include "operations/nearest_name.h"
+#include "operations/text/nearest_name.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "operations/numbers.h"
+#include "operations/text/numbers.h"
 
 #include <charconv>
 #include <cstdio>

@@ -1,9 +1,9 @@
-#include "operations/json.h"
+#include "operations/text/json.h"
 
 #include <cstdio>
 
-#include "operations/numbers.h"
-#include "operations/utf8.h"
+#include "operations/text/numbers.h"
+#include "operations/text/utf8.h"
 
 namespace qel::operations {
 

@@ -1,5 +1,5 @@
-#ifndef QEL_OPERATIONS_CPP_LINE_H_
-#define QEL_OPERATIONS_CPP_LINE_H_
+#ifndef QEL_OPERATIONS_TEXT_CPP_LINE_H_
+#define QEL_OPERATIONS_TEXT_CPP_LINE_H_
 
 #include <string>
 
@@ -13,4 +13,4 @@ std::string CppLine(const Step& step);
 
 }  // namespace qel::operations
 
-#endif  // QEL_OPERATIONS_CPP_LINE_H_
+#endif  // QEL_OPERATIONS_TEXT_CPP_LINE_H_
