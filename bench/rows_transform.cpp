@@ -38,8 +38,8 @@ void SwapChannels(const cv::Mat& from, cv::Mat& to) {
 }
 
 void Warp(PeerStage& p, cv::Mat& dest, int interpolation, int border) {
-  const cv::Point2f centre(static_cast<float>(p.width) / 2, static_cast<float>(p.height) / 2);
-  cv::warpAffine(p[0], dest, cv::getRotationMatrix2D(centre, 30, 1), p[0].size(), interpolation,
+  const cv::Point2f center(static_cast<float>(p.width) / 2, static_cast<float>(p.height) / 2);
+  cv::warpAffine(p[0], dest, cv::getRotationMatrix2D(center, 30, 1), p[0].size(), interpolation,
                  border);
 }
 

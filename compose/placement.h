@@ -9,7 +9,7 @@ enum class Gravity {
   kNorth,
   kNorthEast,
   kWest,
-  kCentre,
+  kCenter,
   kEast,
   kSouthWest,
   kSouth,

@@ -13,8 +13,8 @@ void Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t step, si
 // Deliberate: a difference is compared with a kept raw value, n - c > t and then t = n. With bytes:
 // n lies above c + t, which stops at 255.
 
-QEL_SIMD_INLINE U8 Keep(U8 kept, U8 centre, U8 neighbour) {
-  return IfThenElse(neighbour <= SaturatedAdd(kept, centre), kept, neighbour);
+QEL_SIMD_INLINE U8 Keep(U8 kept, U8 center, U8 neighbour) {
+  return IfThenElse(neighbour <= SaturatedAdd(kept, center), kept, neighbour);
 }
 
 void Contour(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t pixel_bytes) {
@@ -26,15 +26,15 @@ void Contour(uint8_t* dest, const uint8_t* const* rows, size_t count, size_t pix
   // Column by column; the centre itself never exceeds itself.
   const auto trace = [=](size_t k) {
     const auto load = [=](const uint8_t* row, size_t right) { return LoadU<U8>(row + k + right); };
-    const U8 centre = load(level, next);
-    U8 kept = Keep(Zero<U8>(), centre, load(above, 0));
-    kept = Keep(kept, centre, load(level, 0));
-    kept = Keep(kept, centre, load(below, 0));
-    kept = Keep(kept, centre, load(above, next));
-    kept = Keep(kept, centre, load(below, next));
-    kept = Keep(kept, centre, load(above, last));
-    kept = Keep(kept, centre, load(level, last));
-    return Keep(kept, centre, load(below, last));
+    const U8 center = load(level, next);
+    U8 kept = Keep(Zero<U8>(), center, load(above, 0));
+    kept = Keep(kept, center, load(level, 0));
+    kept = Keep(kept, center, load(below, 0));
+    kept = Keep(kept, center, load(above, next));
+    kept = Keep(kept, center, load(below, next));
+    kept = Keep(kept, center, load(above, last));
+    kept = Keep(kept, center, load(level, last));
+    return Keep(kept, center, load(below, last));
   };
   StoreVectors(dest, count, [&](size_t k) {
     PrefetchAhead<kVectorBytes>(below + k);

@@ -179,15 +179,15 @@ result_t Edge(const Raster& source, int size, Raster& result) {
 
 result_t Contour(const Raster& source, Raster& result) {
   return ComputePixels(source, result, [&](int x, int y) {
-    const uint32_t centre = PixelOf(source, x, y);
+    const uint32_t center = PixelOf(source, x, y);
     int tracked[3] = {0, 0, 0};
     VisitNeighbours(source, x, y, 3, [&](uint32_t color, int, int) {
       for (int channel = 0; channel < 3; ++channel) {
         const int n = Channel(color, channel);
-        if (n - Channel(centre, channel) > tracked[channel]) tracked[channel] = n;
+        if (n - Channel(center, channel) > tracked[channel]) tracked[channel] = n;
       }
     });
-    return Pack(255 - tracked[0], 255 - tracked[1], 255 - tracked[2], Channel(centre, 3));
+    return Pack(255 - tracked[0], 255 - tracked[1], 255 - tracked[2], Channel(center, 3));
   });
 }
 

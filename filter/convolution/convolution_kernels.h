@@ -97,7 +97,7 @@ struct Square3Weights {
   /// kernel = columns[0] x across + centre: the centre weight alone departs from rank 1.
   bool is_separable;
   int16_t across[3];
-  int32_t centre;  ///< the pair of what the centre weighs beyond the product, and 0
+  int32_t center;  ///< the pair of what the centre weighs beyond the product, and 0
   size_t step;     ///< bytes from a pixel to its right neighbour
   ShortFinish finish;
 };

@@ -158,11 +158,11 @@ bool FindProduct(const Weights& weights, Square3Weights& square) {
   if (!factors.Find(Weights(outer, 3))) return false;
   int16_t down[3];
   factors.Store(down, square.across, square.step);
-  const int32_t centre = weights.At(1, 1) - outer[4];
-  if (!std::all_of(down, down + 3, IsByte) || !IsByte(centre)) return false;
+  const int32_t center = weights.At(1, 1) - outer[4];
+  if (!std::all_of(down, down + 3, IsByte) || !IsByte(center)) return false;
   if (!FitsPair(down[0], down[1])) return false;
   square.columns[0] = {BytePair(down[0], down[1]), BytePair(down[2], 0)};
-  square.centre = BytePair(centre, 0);
+  square.center = BytePair(center, 0);
   return true;
 }
 

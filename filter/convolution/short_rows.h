@@ -84,11 +84,11 @@ class Square3Row {
   /// Sums down each column once, then across.
   void WeighSeparable(uint8_t* dest, size_t count) const {
     const ColumnVectors down(weights_.columns[0]);
-    const PairLanes centre_pair = SetPairs(weights_.centre);
+    const PairLanes center_pair = SetPairs(weights_.center);
     const I16 across[] = {Set<I16>(static_cast<int16_t>(weights_.across[0])),
                           Set<I16>(static_cast<int16_t>(weights_.across[1])),
                           Set<I16>(static_cast<int16_t>(weights_.across[2]))};
-    const bool has_centre = weights_.centre != 0;
+    const bool has_center = weights_.center != 0;
     StoreWindows<3, kStep>(
         dest, count,
         [&](size_t k) -> Halves<I16> {
@@ -96,27 +96,27 @@ class Square3Row {
           AddColumn(sums, At(k), down);
           return sums;
         },
-        [&](size_t k, const Halves<I16>& left, const Halves<I16>& centre,
+        [&](size_t k, const Halves<I16>& left, const Halves<I16>& center,
             const Halves<I16>& right) {
           Accumulator sums;
           sums.Add(left, across[0]);
-          sums.Add(centre, across[1]);
+          sums.Add(center, across[1]);
           sums.Add(right, across[2]);
-          if (has_centre) sums.Add(LoadOnce(rows_[1] + k + kStep), Zero<U8>(), centre_pair);
+          if (has_center) sums.Add(LoadOnce(rows_[1] + k + kStep), Zero<U8>(), center_pair);
           return Finish(k, sums);
         });
   }
 
   /// Columns of different weights.
   void WeighColumns(uint8_t* dest, size_t count) const {
-    const ColumnVectors left(weights_.columns[0]), centre(weights_.columns[1]),
+    const ColumnVectors left(weights_.columns[0]), center(weights_.columns[1]),
         right(weights_.columns[2]);
     StoreWindows<3, kStep>(
         dest, count, [&](size_t k) { return At(k); },
         [&](size_t k, const Interleaved& a, const Interleaved& b, const Interleaved& c) {
           Accumulator sums;
           AddColumn(sums, a, left);
-          AddColumn(sums, b, centre);
+          AddColumn(sums, b, center);
           AddColumn(sums, c, right);
           return Finish(k, sums);
         });

@@ -43,7 +43,7 @@ compose::Box CropBox(const Given& given, const Shape& shape) {
   }
   const compose::Gravity gravity = arguments.Has("gravity") ? GravityOf(given)
                                    : has_place              ? compose::Gravity::kNorthWest
-                                                            : compose::Gravity::kCentre;
+                                                            : compose::Gravity::kCenter;
   return compose::Place(gravity, SizeOf(shape), {std::max(size.width, 1), std::max(size.height, 1)},
                         x, y);
 }

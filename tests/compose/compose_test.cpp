@@ -226,7 +226,7 @@ TEST(Placement, FitsAndPlaces) {
   }
   EXPECT_EQ(Place(Gravity::kSouthEast, {100, 50}, {10, 20}, 3, 4), (Box{87, 26, 10, 20}));
   EXPECT_EQ(Place(Gravity::kNorthWest, {100, 50}, {10, 20}, 3, 4), (Box{3, 4, 10, 20}));
-  EXPECT_EQ(Place(Gravity::kCentre, {101, 50}, {10, 20}, 0, 1), (Box{45, 16, 10, 20}));
+  EXPECT_EQ(Place(Gravity::kCenter, {101, 50}, {10, 20}, 0, 1), (Box{45, 16, 10, 20}));
   EXPECT_EQ(Place(Gravity::kWest, {10, 10}, {13, 15}, 0, 0), (Box{0, -2, 13, 15}));
   EXPECT_EQ(LargestInside({400, 300}, 1), (Size{300, 300}));
   EXPECT_EQ(LargestInside({400, 300}, 16 / 9.0), (Size{400, 225}));

@@ -191,7 +191,7 @@ TEST_P(Warp, KeepsGapsAfterColumnZero) {
 TEST_P(Warp, KeepsThreeNeighboursForColors) {
   const struct {
     int depth;
-    uint32_t top, right, centre;
+    uint32_t top, right, center;
   } cases[] = {
       {8, 90, 0, 90}, {24, 0x5A5A5A, 0, 0}, {32, 0x5A5A5A, 0, 0}, {32, 0, 0x00102030, 0xFF102030}};
   for (const auto& c : cases) {
@@ -203,7 +203,7 @@ TEST_P(Warp, KeepsThreeNeighboursForColors) {
     std::memcpy(raster.Row(1) + 2 * bytes, &c.right, static_cast<size_t>(bytes));
     const auto image = TestImage::Make(raster);
     EXPECT_EQ(FillVoids(*module_, image.Get()), kOk);
-    EXPECT_EQ(std::memcmp(image->raster.Row(1) + bytes, &c.centre, static_cast<size_t>(bytes)), 0);
+    EXPECT_EQ(std::memcmp(image->raster.Row(1) + bytes, &c.center, static_cast<size_t>(bytes)), 0);
   }
 }
 

@@ -78,8 +78,8 @@ void Lanczos6Weights(float* weights, const float* positions, size_t count) {
     Sines(sines, angles);
     for_taps([&](size_t i, int tap, size_t at) {
       const auto sinc = [&](size_t k) { return LoadU<F32>(sines + k) / LoadU<F32>(angles + k); };
-      const Mask<F32> centre = LoadU<F32>(angles + at) == Zero<F32>();
-      StoreU(IfThenElse(centre, Set<F32>(1.0f), sinc(at) * sinc(2 * kPlane + at)),
+      const Mask<F32> center = LoadU<F32>(angles + at) == Zero<F32>();
+      StoreU(IfThenElse(center, Set<F32>(1.0f), sinc(at) * sinc(2 * kPlane + at)),
              weights + WeightPlace(i, kTaps) + static_cast<size_t>(tap) * kWeightGroup);
     });
   }

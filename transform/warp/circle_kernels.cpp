@@ -201,16 +201,16 @@ bool Unwrap(const CircleRun& run, CircleSamples& samples) {
 }
 
 void PlaceSamples(int32_t* __restrict to, const int32_t* __restrict from, size_t count,
-                  int32_t centre, int32_t sign) {
+                  int32_t center, int32_t sign) {
   // The opposite of v is ~v + 1; a multiplication would take longer.
   const int32_t flip = sign < 0 ? -1 : 0;
-  const int32_t start = WrapSubtract(centre, flip);
+  const int32_t start = WrapSubtract(center, flip);
   for (size_t i = 0; i < count; ++i) to[i] = WrapAdd(start, from[i] ^ flip);
 }
 void PlaceReversed(int32_t* __restrict to, const int32_t* __restrict from, size_t count,
-                   int32_t centre, int32_t sign) {
+                   int32_t center, int32_t sign) {
   const int32_t flip = sign < 0 ? -1 : 0;
-  const int32_t start = WrapSubtract(centre, flip);
+  const int32_t start = WrapSubtract(center, flip);
   for (size_t i = 0; i < count; ++i) to[i] = WrapAdd(start, from[count - 1 - i] ^ flip);
 }
 

@@ -46,8 +46,8 @@ struct CircleKernels {
   CircleMapping swirl;
   CircleMapping unwrap;
   /// to[i] = centre + sign * from[i], `sign` being 1 or -1; the same from the last one back.
-  void (*place)(int32_t* to, const int32_t* from, size_t count, int32_t centre, int32_t sign);
-  void (*place_reversed)(int32_t* to, const int32_t* from, size_t count, int32_t centre,
+  void (*place)(int32_t* to, const int32_t* from, size_t count, int32_t center, int32_t sign);
+  void (*place_reversed)(int32_t* to, const int32_t* from, size_t count, int32_t center,
                          int32_t sign);
 };
 
