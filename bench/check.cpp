@@ -14,7 +14,7 @@ constexpr int64_t kGuard = 256;
 /// The same image for the plain reading: padding included, zeros round the rows.
 Raster RasterOf(const host::HostImage& image) {
   if (image.Bits() == nullptr) return {};
-  test::Rng rng(1);
+  reference::Rng rng(1);
   Raster raster(rng, image.width(), image.height(), image.bit_count(), image.model(),
                 {.padding = static_cast<int>(image.stride() - image.RowBytes())});
   const auto bytes = static_cast<size_t>(image.height()) * static_cast<size_t>(image.stride());
@@ -52,7 +52,7 @@ Verdict Check(const Row& row, const Components& components, int depth) {
   const MethodCall call = row.CallFor(kSmallPicture);
   Raster expected_result;
   std::srand(1);  // the random operations draw the same numbers
-  const result_t expected = test::Read(call, rasters, expected_result);
+  const result_t expected = reference::Read(call, rasters, expected_result);
   std::srand(1);
   const result_t actual = stage.Run(components, call);
   NewImageOptions() = {};

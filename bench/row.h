@@ -18,7 +18,7 @@
 
 namespace qel::bench {
 
-using test::Raster;
+using reference::Raster;
 
 /// What a peer works on: copies of the images of the call, and room for results that it keeps from
 /// call to call as our host keeps memory.

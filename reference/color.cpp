@@ -4,7 +4,7 @@
 #include "reference/operations.h"
 #include "reference/pixels.h"
 
-namespace qel::test::oracle {
+namespace qel::reference {
 namespace {
 
 /// Replaces every pixel by `change` of its colour.
@@ -188,4 +188,4 @@ result_t Colorize(Raster& image, uint8_t hue, uint8_t saturation, float blend) {
   return kOk;
 }
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference

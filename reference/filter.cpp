@@ -5,7 +5,7 @@
 #include "reference/operations.h"
 #include "reference/pixels.h"
 
-namespace qel::test::oracle {
+namespace qel::reference {
 namespace {
 
 /// The colour that stands at (sx, sy): the top-left pixel with alpha 1 outside the image.
@@ -224,4 +224,4 @@ result_t Jitter(const Raster& source, int amount, Raster& result) {
   });
 }
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference

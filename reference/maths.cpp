@@ -4,7 +4,7 @@
 #include "reference/operations.h"
 #include "reference/pixels.h"
 
-namespace qel::test::oracle {
+namespace qel::reference {
 namespace {
 
 int UnsignedMin(int a, int b) {
@@ -318,4 +318,4 @@ result_t Equal(Raster& image, const Raster* mask, int value) {
   return kOk;
 }
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference

@@ -8,7 +8,7 @@
 
 /// Plain readings of all operations: one pixel at a time, in the order of the definition. Arguments
 /// are not checked for null; tests of null arguments stand on their own.
-namespace qel::test::oracle {
+namespace qel::reference {
 
 // Colors.
 
@@ -100,6 +100,6 @@ result_t Scale(Raster& dest, const Raster& source, const Raster* mask, float fac
 result_t Scale8(Raster& dest, const Raster& source, int offset, double factor);
 result_t Equal(Raster& image, const Raster* mask, int value);
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference
 
 #endif  // QEL_REFERENCE_OPERATIONS_H_

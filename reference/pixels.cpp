@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-namespace qel::test::oracle {
+namespace qel::reference {
 namespace {
 
 uint32_t ReadInside(const uint8_t* bits, int64_t x, int64_t y, int stride, int bit_count) {
@@ -125,4 +125,4 @@ bool CreateLike(const Raster& source, Raster& result) {
   return result.Create(source.width, source.height, source.planes, source.bit_count, source.model);
 }
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference

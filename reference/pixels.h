@@ -7,7 +7,7 @@
 
 /// Slow readings of what the operations do, one pixel at a time. They share no code with the
 /// module. In-place operations change `image`; others create `result` or write `dest`.
-namespace qel::test::oracle {
+namespace qel::reference {
 
 /// Colours are packed: blue in the low byte, then green, red and alpha.
 uint32_t Pack(int blue, int green, int red, int alpha);
@@ -44,6 +44,6 @@ void ForEachPixel(const Raster& image, Visit visit) {
 /// `Create` in the shape of another image.
 bool CreateLike(const Raster& source, Raster& result);
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference
 
 #endif  // QEL_REFERENCE_PIXELS_H_

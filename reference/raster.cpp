@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace qel::test {
+namespace qel::reference {
 namespace {
 
 constexpr int64_t kGuardBytes = 256;
@@ -254,4 +254,4 @@ Raster RandomRaster(Rng& rng, int width, int height, int bit_count) {
   return Raster(rng, width, height, bit_count, UsualModel(bit_count), RandomLayout(rng));
 }
 
-}  // namespace qel::test
+}  // namespace qel::reference

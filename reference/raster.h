@@ -11,7 +11,7 @@
 #include "qel/types.h"
 #include "reference/rng.h"
 
-namespace qel::test {
+namespace qel::reference {
 
 class Raster;
 
@@ -55,8 +55,8 @@ class Block {
   size_t mapping_size_ = 0;
 };
 
-/// An image as the oracles see it: shape and bytes, with guard zones before and after the rows of
-/// every plane. Two rasters are equal when every byte is, guards and padding included.
+/// An image as the plain readings see it: shape and bytes, with guard zones before and after the
+/// rows of every plane. Two rasters are equal when every byte is, guards and padding included.
 class Raster {
  public:
   int width = 0;
@@ -137,6 +137,6 @@ inline constexpr Shape kSizes[] = {{1, 1, 0},  {2, 3, 0},   {3, 2, 0},   {7, 5, 
                                    {64, 5, 0}, {65, 7, 0},  {100, 3, 0}, {1, 9, 0},  {0, 5, 0},
                                    {5, 0, 0},  {130, 2, 0}, {230, 6, 0}};
 
-}  // namespace qel::test
+}  // namespace qel::reference
 
 #endif  // QEL_REFERENCE_RASTER_H_

@@ -4,7 +4,7 @@
 
 #include "reference/operations.h"
 
-namespace qel::test {
+namespace qel::reference {
 namespace {
 
 using operations::ArgumentCursor;
@@ -29,13 +29,13 @@ class ReadingCursor : public ArgumentCursor {
       // Of methods that give a result, the one that may be written is the result.
       const bool is_result = std::is_same_v<Parameter, Raster&> && result_ != nullptr;
       return is_result ? *result_ : *images_[image_++];
-    } else if constexpr (std::is_same_v<Bare, oracle::Corners>) {
+    } else if constexpr (std::is_same_v<Bare, Corners>) {
       double values[8];
       for (double& value : values) value = ArgumentCursor::Take<double>();
       corners_ = {values[0], values[1], values[2], values[3],
                   values[4], values[5], values[6], values[7]};
       return corners_;
-    } else if constexpr (std::is_same_v<Bare, oracle::PointTransform>) {
+    } else if constexpr (std::is_same_v<Bare, PointTransform>) {
       points_ = [map = map_.Get()](double& x, double& y) {
         double z = 0;
         map->TransformPoint(&x, &y, &z);
@@ -51,8 +51,8 @@ class ReadingCursor : public ArgumentCursor {
   std::span<Raster* const> images_;
   Raster* result_;
   size_t image_ = 0;
-  oracle::Corners corners_{};
-  oracle::PointTransform points_;
+  Corners corners_{};
+  PointTransform points_;
 };
 
 template <bool kGivesResult, typename... Parameters>
@@ -69,7 +69,7 @@ const std::map<std::string_view, Reading>& Readings() {
 #define QEL_READING(interface, name)                                                              \
   {#name, [](const MethodArguments& arguments, std::span<Raster* const> images, Raster& result) { \
      constexpr bool kGivesResult = MethodOf<&interface::name>::kGivesResult;                      \
-     return ReadBy<kGivesResult>(&oracle::name, arguments, images, result);                       \
+     return ReadBy<kGivesResult>(&name, arguments, images, result);                               \
    }},
       QEL_METHODS(QEL_READING)
 #undef QEL_READING
@@ -86,4 +86,4 @@ result_t Read(const operations::MethodCall& call, std::span<Raster> given, Raste
   return Readings().at(call.method->name)(call.arguments, images, result);
 }
 
-}  // namespace qel::test
+}  // namespace qel::reference

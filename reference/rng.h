@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-namespace qel::test {
+namespace qel::reference {
 
 /// Small deterministic generator of our own: `rand` belongs to the operations under test. Bytes
 /// from elsewhere, of a fuzzer, can decide the first draws.
@@ -41,6 +41,6 @@ class Rng {
   std::span<const uint8_t> bytes_;
 };
 
-}  // namespace qel::test
+}  // namespace qel::reference
 
 #endif  // QEL_REFERENCE_RNG_H_

@@ -4,7 +4,7 @@
 #include "reference/operations.h"
 #include "reference/pixels.h"
 
-namespace qel::test::oracle {
+namespace qel::reference {
 namespace {
 
 float CubeOfPositive(float u) { return u > 0.0f ? u * u * u : 0.0f; }
@@ -162,4 +162,4 @@ uint32_t Interpolated(const uint8_t* bits, float x, float y, int width, int heig
               ClampedTruncation(sums[3]));
 }
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference

@@ -5,7 +5,7 @@
 #include "reference/operations.h"
 #include "reference/pixels.h"
 
-namespace qel::test::oracle {
+namespace qel::reference {
 namespace {
 
 uint32_t SampleOf(const Raster& image, float x, float y, int method) {
@@ -526,4 +526,4 @@ result_t CircleTransform(Raster& image, int mode, int with_alpha, float factor) 
   return kOk;
 }
 
-}  // namespace qel::test::oracle
+}  // namespace qel::reference

@@ -98,7 +98,7 @@ TEST_P(Color, StoresOnlyThePixelsOfTheKey) {
       std::copy_n(is_key ? kKey : kOther, 3, pixel);
     }
     Raster expected = raster;
-    oracle::SetImageTransparentPixel(expected, 0xAA102030);
+    reference::SetImageTransparentPixel(expected, 0xAA102030);
     ASSERT_EQ(mprotect(sealed, 3 * page, PROT_READ), 0);
     EXPECT_EQ(color().SetImageTransparentPixel(image.Get(), 0xAA102030), kOk);
     mprotect(sealed, 3 * page, PROT_READ | PROT_WRITE);
@@ -169,7 +169,7 @@ TEST(Colorize, GivesEveryHueSaturationAndLightness) {
       std::copy(start.begin(), start.end(), grays.Row(0));
       const auto h = static_cast<uint8_t>(hue), s = static_cast<uint8_t>(saturation);
       color.Colorize(image.Get(), h, s, 1.0f);
-      oracle::Colorize(grays, h, s, 1.0f);
+      reference::Colorize(grays, h, s, 1.0f);
       ASSERT_TRUE(std::equal(grays.Row(0), grays.Row(0) + 3 * 256, image->raster.Row(0)))
           << "hue " << hue << ", saturation " << saturation;
     }

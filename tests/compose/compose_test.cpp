@@ -9,7 +9,7 @@
 #include "compose/resize.h"
 #include "compose/text.h"
 #include "compose/turn.h"
-#include "reference/raster.h"
+#include "tests/support/rasters.h"
 
 namespace qel::compose {
 namespace {
@@ -18,7 +18,7 @@ using test::Raster;
 
 /// Noise, also between and round the rows.
 Raster Random(int width, int height, int channels, uint64_t seed = 1) {
-  test::Rng rng(seed);
+  reference::Rng rng(seed);
   return Raster(rng, width, height, 8 * channels, 0, {.padding = 7});
 }
 Pixels Of(const Raster& raster) {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "image/numeric.h"
-#include "reference/rng.h"
+#include "tests/support/rasters.h"
 #include "tests/support/sanitized.h"
 
 namespace qel::test {

@@ -154,7 +154,7 @@ TEST_P(Filters, ResultsAreAssignedWhereNoneIsAskedForAndFailuresDrawNothing) {
   IQELFilterTransform& filter = *module_->filter;
   const auto image = TestImage::Make(RandomRaster(rng, 9, 7, 24));
   Raster expected;
-  oracle::Blur(image->raster, expected);
+  reference::Blur(image->raster, expected);
   EXPECT_EQ(filter.Blur(image.Get(), nullptr), kOk);
   EXPECT_EQ(image->raster.Difference(expected), "");
 
@@ -257,7 +257,8 @@ TEST_F(FilterReadings, KeepsLastTapOnlyInKernel) {
                                              divisor, offset, result);
                           },
                           [&](auto images, Raster& result) {
-                            return oracle::Kernel(images[0], taps, size, divisor, offset, result);
+                            return reference::Kernel(images[0], taps, size, divisor, offset,
+                                                     result);
                           }});
   }
   int16_t weight = 1;

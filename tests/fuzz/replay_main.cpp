@@ -24,7 +24,7 @@ void RunFile(const std::filesystem::path& path) {
   std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
   RunWithPrefixes(bytes);
   // And with single bytes changed.
-  qel::test::Rng rng(bytes.size());
+  qel::reference::Rng rng(bytes.size());
   for (int i = 0; i < 50 && !bytes.empty(); ++i) {
     std::vector<uint8_t> changed = bytes;
     changed[static_cast<size_t>(rng.Int(0, static_cast<int>(bytes.size()) - 1))] =
@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
     }
     for (const auto& entry : std::filesystem::directory_iterator(argv[i])) RunFile(entry.path());
   }
-  qel::test::Rng rng(20);
+  qel::reference::Rng rng(20);
   for (int i = 0; i < kRandomInputs; ++i) {
     std::vector<uint8_t> bytes(static_cast<size_t>(rng.Int(0, 200)));
     for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(rng.Int(0, 255));

@@ -112,7 +112,7 @@ TEST(HostImage, RejectsAbsurdShapesAndIsEmptyThen) {
 }
 
 TEST(HostImage, AssignsFromAnyImage) {
-  test::Rng rng(5);
+  reference::Rng rng(5);
   for (const bool bottom_up : {false, true}) {
     for (const int bit_count : {1, 4, 8, 24, 32, 40}) {
       test::Raster raster(rng, 21, 6, bit_count, 77, {.padding = 5, .bottom_up = !bottom_up}, 3);

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <random>
 
-#include "reference/rng.h"
+#include "tests/support/rasters.h"
 
 namespace qel::test {
 namespace {

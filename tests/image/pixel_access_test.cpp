@@ -6,6 +6,7 @@
 
 #include "image/nearest_gray.h"
 #include "reference/pixels.h"
+#include "tests/support/rasters.h"
 
 namespace qel::test {
 namespace {
@@ -20,7 +21,7 @@ TEST(NearestGray, EqualsTheSearchOverAllSums) {
       const int red = sum - blue - green;
       EXPECT_EQ(NearestGray(static_cast<uint32_t>(blue), static_cast<uint32_t>(green),
                             static_cast<uint32_t>(red)),
-                oracle::NearestIndex(oracle::Pack(blue, green, red, 0)));
+                reference::NearestIndex(reference::Pack(blue, green, red, 0)));
     }
   }
   EXPECT_EQ(NearestGray(0, 0, 255), 85);

@@ -5,6 +5,7 @@
 #include "image/bessel.h"
 #include "image/interpolated_sampling.h"
 #include "reference/operations.h"
+#include "tests/support/rasters.h"
 
 namespace qel::test {
 namespace {
@@ -39,8 +40,8 @@ TEST(Sampling, EqualsTheOracleInsideAndOutside) {
       const float y = position(image.height);
       const int method = rng.Int(-1, 17);
       EXPECT_EQ(Sample(image, x, y, method),
-                oracle::Interpolated(image.Bits(), x, y, image.width, image.height, image.stride,
-                                     method, image.bit_count))
+                reference::Interpolated(image.Bits(), x, y, image.width, image.height, image.stride,
+                                        method, image.bit_count))
           << image.Describe() << " at " << x << ", " << y << " by method " << method;
     }
   }
@@ -52,7 +53,7 @@ TEST(Sampling, BesselIsOddAndItsBranchesMeet) {
   for (int i = 1; i < 4000; ++i) {
     const float x = static_cast<float>(i) / 100.0f;
     EXPECT_EQ(KernelBessel_Order1(-x), -KernelBessel_Order1(x));
-    EXPECT_EQ(KernelBessel_Order1(x), oracle::BesselOrder1(x));
+    EXPECT_EQ(KernelBessel_Order1(x), reference::BesselOrder1(x));
     EXPECT_NEAR(KernelBessel_Order1(x), j1(static_cast<double>(x)), 2e-7);
   }
   // All digits of the coefficients: sums over the ranges of the three approximations.

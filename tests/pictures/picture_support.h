@@ -17,6 +17,7 @@ namespace qel::test {
 
 using Bytes = std::vector<uint8_t>;
 using Kind = pictures::PictureError::Kind;
+using reference::Rng;
 
 struct Color {
   int b = 0, g = 0, r = 0, a = 255;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "reference/raster.h"
 #include "tests/support/module_under_test.h"
+#include "tests/support/rasters.h"
 
 namespace qel::test {
 namespace {

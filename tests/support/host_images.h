@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/host_image.h"
-#include "reference/rng.h"
+#include "tests/support/rasters.h"
 
 namespace qel::test {
 

@@ -22,7 +22,7 @@ namespace qel::test {
 /// A caller's transform. It has no interfaces, spoils z and fails, all of which its callers ignore.
 class PointMap final : public ITransform {
  public:
-  explicit PointMap(oracle::PointTransform map) : map_(std::move(map)) {}
+  explicit PointMap(reference::PointTransform map) : map_(std::move(map)) {}
   virtual ~PointMap() = default;
   result_t QueryInterface(const IID&, void** object) override {
     *object = nullptr;
@@ -43,7 +43,7 @@ class PointMap final : public ITransform {
   uint32_t references = 1;
 
  private:
-  oracle::PointTransform map_;
+  reference::PointTransform map_;
 };
 
 /// One call with the same arguments on both sides: of the module, and of its plain reading, whose

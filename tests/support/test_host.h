@@ -7,7 +7,7 @@
 
 #include "host/instrumented_host.h"
 #include "qel/qel.h"
-#include "reference/raster.h"
+#include "tests/support/rasters.h"
 
 namespace qel::test {
 

@@ -15,7 +15,7 @@ Raster Numbered(int width, int height) {
   Raster raster(rng, width, height, 32, kModelArgb, {});
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
-      oracle::StoreWord(raster.Row(y) + 4 * x, (x & 0xFFF) | y << 12 | 0x40000000);
+      reference::StoreWord(raster.Row(y) + 4 * x, (x & 0xFFF) | y << 12 | 0x40000000);
     }
   }
   return raster;
@@ -51,13 +51,13 @@ TEST_P(Circle, KeepsTheLowerHalfOnTheColumnsOfTheUpper) {
   bool reaches[52] = {};
   for (int y = 0; y < 100; ++y) {
     for (int x = 0; x < 100; ++x) {
-      const int word = oracle::LoadWord(unwrapped.Row(y) + 4 * x);
+      const int word = reference::LoadWord(unwrapped.Row(y) + 4 * x);
       if (word >> 24 == 1) continue;
       ASSERT_LE(word & 0xFFF, 50);
       reaches[word & 0xFFF] = true;
       // One row up from the centre and one row down from it meet.
       if (y == 49) {
-        EXPECT_EQ(word, oracle::LoadWord(unwrapped.Row(51) + 4 * x));
+        EXPECT_EQ(word, reference::LoadWord(unwrapped.Row(51) + 4 * x));
       }
     }
   }

@@ -82,7 +82,7 @@ TEST_F(TransformReadings, EqualQuarterTurns) {
                             RandomLayout(rng), planes);
         ExpectSame({source, Raster(rng, 2, 2, 8, kModelMono, {})},
                    {[&](auto& c, auto i, IQEL**) { return Rotate4(c, i[0], i[1], angle); },
-                    [&](auto i, Raster&) { return oracle::Rotate4(i[0], i[1], angle); }});
+                    [&](auto i, Raster&) { return reference::Rotate4(i[0], i[1], angle); }});
       }
     }
   }

@@ -171,14 +171,14 @@ TEST_P(Rotation, PastesOntoItsOwnMemoryPixelByPixel) {
     const auto window = [&](int x, int y, int height) {
       return std::pair(picture.Window(x, y, 40, height), expected.Window(x, y, 40, height));
     };
-    auto [source, oracle_source] = window(rng.Int(0, 30), rng.Int(0, 20), 40);
-    auto [target, oracle_target] = window(rng.Int(0, 30), rng.Int(0, 55), 5);
-    if (rng.OneIn(3)) std::swap(source, target), std::swap(oracle_source, oracle_target);
+    auto [source, plain_source] = window(rng.Int(0, 30), rng.Int(0, 20), 40);
+    auto [target, plain_target] = window(rng.Int(0, 30), rng.Int(0, 55), 5);
+    if (rng.OneIn(3)) std::swap(source, target), std::swap(plain_source, plain_target);
     const double angle = static_cast<double>(rng.OneIn(3) ? 0.0f : rng.Float(-0.5f, 0.5f));
     const int method = rng.Int(0, 5);
     transform().RotatePaste(TestImage::Make(source).Get(), TestImage::Make(target).Get(), angle,
                             method, -1);
-    oracle::RotatePaste(oracle_source, oracle_target, angle, method, -1);
+    reference::RotatePaste(plain_source, plain_target, angle, method, -1);
     EXPECT_EQ(picture.Difference(expected), "") << "round " << round;
   }
 }

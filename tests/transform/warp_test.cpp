@@ -23,7 +23,7 @@ class Warp : public OperationTest {
   IQELTransform& transform() { return *module_->transform; }
   /// Pastes one row onto zeros through `map` and returns the target's rows, one byte per channel.
   std::vector<uint8_t> Paste(int bit_count, const std::vector<uint8_t>& row, int width, int height,
-                             int fill_voids, oracle::PointTransform map) {
+                             int fill_voids, reference::PointTransform map) {
     Rng rng(1);
     const int bytes = bit_count / 8;
     const int pixels = static_cast<int>(row.size()) / bytes;
@@ -100,7 +100,7 @@ TEST_F(WarpReadings, EqualFilledVoids) {
       }
     }
     ExpectSame({image}, {[&](auto& c, auto images, IQEL**) { return FillVoids(c, images[0]); },
-                         [&](auto images, Raster&) { return oracle::FillVoids(images[0]); }});
+                         [&](auto images, Raster&) { return reference::FillVoids(images[0]); }});
   }
 }
 
