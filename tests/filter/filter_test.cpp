@@ -73,6 +73,8 @@ TEST_F(FilterReadings, EqualMorphologyOfLargeWindows) {
     ExpectMorphology(RandomRaster(rng, rng.Int(400, 900), 2, rng.OneIn(2) ? 24 : 32), size);
     ExpectMorphology(RandomRaster(rng, 2, rng.Int(40, 70), AnyDepth(rng)), size);
   }
+  // Without pixels a window has no alpha either.
+  ExpectMorphology(RandomRaster(rng, 5, 3, 32), 0);
   // Several pieces of strips, and groups of rows whose core has blocks.
   for (const int depth : {24, 32}) {
     ExpectMorphology(RandomRaster(rng, rng.Int(2800, 3000), rng.Int(9, 20), depth), rng.Int(8, 17));

@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <cmath>
 
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
 #include "tests/support/sanitized.h"
+#include "transform/tap_tolerance.h"
 
 namespace qel::test {
 namespace {
@@ -180,6 +182,48 @@ TEST_P(Resample, KeepsAlphaOfTheNewImageInBoxes) {
   Rng rng(9);
   const Raster scaled = ResultOf(RandomRaster(rng, 100, 20, 32), Call("Resample", 50, 10, 3, 0));
   for (int x = 0; x < 50; ++x) EXPECT_EQ(scaled.Row(9)[4 * x + 3], 0xCD) << "as it was created";
+}
+
+TEST(TapTolerance, AddsWeightsUpFromTheEndThatIsAskedFor) {
+  const float weights[] = {1, -3, 4, 0.5f};
+  const auto expect = [](const WeightLine& line, double running_sum, double running_sizes) {
+    EXPECT_EQ(line.sum, 2.5);
+    EXPECT_EQ(line.sizes, 8.5);
+    EXPECT_EQ(line.running_sum, running_sum);
+    EXPECT_EQ(line.running_sizes, running_sizes);
+  };
+  expect(LineOf<4>(weights, 1), 1 + 2 + 2, 1 + 4 + 8);
+  expect(LineOf<4>(weights + 3, -1), 0.5 + 4.5 + 1.5, 0.5 + 4.5 + 7.5);
+}
+
+// A bound that is proven on paper, tried on sums in both orders.
+TEST(TapTolerance, HoldsForSumsInEitherOrder) {
+  constexpr size_t kTaps = 12;
+  Rng rng(31);
+  double most = 0;  // of the tolerance, that is reached
+  for (int draw = 0; draw < 2000; ++draw) {
+    float rows[kTaps], columns[kTaps];
+    const float least = rng.OneIn(2) ? 0.0f : -0.3f;
+    for (float& weight : rows) weight = rng.Float(least, 0.4f);
+    for (float& weight : columns) weight = rng.Float(least, 0.4f);
+    const int lowest = rng.OneIn(2) ? 0 : rng.Int(0, 255), highest = rng.Int(lowest, 255);
+    float stated = 0, down[kTaps] = {}, across = 0;
+    for (size_t j = 0; j < kTaps; ++j) {
+      for (size_t k = 0; k < kTaps; ++k) {
+        const auto value = static_cast<float>(rng.OneIn(2) ? highest : rng.Int(lowest, highest));
+        stated += rows[j] * columns[k] * value;
+        down[k] += rows[j] * value;
+      }
+    }
+    for (size_t k = 0; k < kTaps; ++k) across += columns[k] * down[k];
+    const double off = std::abs(static_cast<double>(stated) - static_cast<double>(across));
+    const double tolerance =
+        ToleranceOf<kTaps>(LineOf<kTaps>(rows, 1), LineOf<kTaps>(columns, 1), 0)
+            .Of(lowest, highest);
+    ASSERT_LE(off, tolerance);
+    most = std::max(most, off / tolerance);
+  }
+  EXPECT_GT(most, 0.01) << "so wide that all sums would be formed twice";
 }
 
 }  // namespace
