@@ -89,12 +89,15 @@ inline size_t CountEqual(const uint8_t* keys, size_t length, uint8_t key) {
   return count;
 }
 /// Where `key` stands for the time number `number`, counted from 0; `length` when not so often.
-inline size_t FindEqual(const uint8_t* keys, size_t length, uint8_t key, int64_t number) {
+inline size_t FindEqual(const uint8_t* keys, size_t length, uint8_t key, size_t number) {
   for (size_t i = 0; i < length; i += kVectorBytes) {
     uint64_t bits = EqualBits(keys + i, length - i, key);
-    const int64_t found = __builtin_popcountll(bits);
+    const auto found = static_cast<size_t>(__builtin_popcountll(bits));
     if (number < found) {
-      for (; number > 0; --number) bits &= bits - 1;
+      // Mostly there are few before it, but processors would guess wrong how many.
+      constexpr size_t kFew = 4;
+      for (size_t k = 0; k < kFew; ++k) bits &= bits - uint64_t{number > k};
+      for (; number > kFew; --number) bits &= bits - 1;
       return i + static_cast<size_t>(__builtin_ctzll(bits));
     }
     number -= found;

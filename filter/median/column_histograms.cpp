@@ -27,12 +27,14 @@ class ColumnHistograms {
     const int64_t windows = std::min(dest.Columns(), kStripColumns);
     const auto extended = static_cast<size_t>(windows + size - 1);
     const size_t level = extended * ColumnCounts::kLanes;
-    const size_t counts = (1 + ColumnCounts::kLanes) * level * sizeof(uint16_t) + kCountSlack;
+    const size_t taps = colors_ ? ColumnCounts::kKeys * extended : 0;
+    const size_t counts = (1 + ColumnCounts::kLanes) * level + taps + kCountSlack;
     const size_t keys = colors_ ? columns_.BytesFor(static_cast<int64_t>(extended)) : 0;
     memory_.reset(new (std::nothrow) uint8_t[counts + keys + 2 * extended]);
-    counts_.coarse = reinterpret_cast<uint16_t*>(memory_.get());
+    counts_.coarse = memory_.get();
     counts_.fine = counts_.coarse + level;
-    counts_.pitch = level;
+    counts_.taps = colors_ ? counts_.fine + ColumnCounts::kLanes * level : nullptr;
+    counts_.pitch = extended;
     keys_ = memory_.get() + counts;
     entering_ = keys_ + keys;
     leaving_ = entering_ + extended;
@@ -49,48 +51,56 @@ class ColumnHistograms {
 
  private:
   /// Windows of a strip: the counts of its columns stay in the second cache.
-  static constexpr int64_t kStripColumns = 512;
+  static constexpr auto kStripColumns = static_cast<int64_t>(kMostCountedWindows);
 
   template <typename Codec>
   void RunStrip(Codec codec, int64_t x, int64_t count) {
     const int64_t first = x - reach_.before;
-    const int64_t extended = count + size_ - 1;
-    const int64_t begin = std::clamp<int64_t>(first, 0, columns_of_source_);
-    columns_.Keep(keys_, begin, std::clamp(first + extended, begin, columns_of_source_));
-    inner_ = counts_.From(static_cast<size_t>(begin - first));
-    // Everything is outside at first.
-    constexpr auto kLanes = ColumnCounts::kLanes;
-    const auto key = static_cast<size_t>(columns_.outside_key());
-    const auto lanes = kLanes * static_cast<size_t>(extended);
-    std::memset(counts_.fine, 0, kLanes * counts_.pitch * sizeof(uint16_t));
-    const auto count_from = [&](uint16_t* counts, size_t lane) {
-      for (size_t i = 0; i < lanes; ++i) {
-        counts[i] = static_cast<uint16_t>(i % kLanes >= lane ? size_ : 0);
-      }
-    };
-    count_from(counts_.coarse, key / kLanes);
-    count_from(counts_.fine + key / kLanes * counts_.pitch, key % kLanes);
+    Begin(first, count + size_ - 1);
     for (int64_t row = 0; row < reach_.after; ++row) Replace(row, -1);
+    const KeyCountKernels& kernels = ActiveKeyCountKernels();
+    const auto windows = static_cast<size_t>(count);
     for (int64_t y = 0; y < dest_.Rows(); ++y) {
       Replace(y + reach_.after, y - reach_.before - 1);
-      ActiveKeyCountKernels().middle_keys(middle_, colors_ ? places_ : nullptr, counts_,
-                                          static_cast<size_t>(size_), static_cast<size_t>(count));
+      kernels.middle_keys(middle_, colors_ ? numbers_ : nullptr, counts_,
+                          static_cast<size_t>(size_), windows);
       uint8_t* const to = dest_.Row(y);
       if constexpr (Codec::kDirect) {
-        ActiveKeyCountKernels().find_columns(found_, numbers_, middle_, places_, counts_,
-                                             static_cast<size_t>(size_),
-                                             static_cast<size_t>(count));
         columns_.Enter(y);
-      }
-      for (int64_t i = 0; i < count; ++i) {
-        if constexpr (Codec::kDirect) {
-          codec.Store(to, x + i,
-                      columns_.FindTap(codec, first + i + found_[i], middle_[i], numbers_[i]));
-        } else {
-          codec.Store(to, x + i, GrayColor(middle_[i]));
+        kernels.find_taps(found_, rows_, middle_, numbers_, counts_, columns_.ColumnsFrom(first),
+                          windows);
+        for (int64_t i = 0; i < count; ++i) {
+          codec.Store(to, x + i, columns_.ColorAt(codec, first + i + found_[i], rows_[i]));
         }
+      } else if (dest_.bit_count == 8) {
+        std::memcpy(to + x, middle_, windows);
+      } else {
+        for (int64_t i = 0; i < count; ++i) codec.Store(to, x + i, GrayColor(middle_[i]));
       }
     }
+  }
+
+  /// Takes `extended` columns from `first` on, as if everything were outside.
+  void Begin(int64_t first, int64_t extended) {
+    constexpr auto kLanes = ColumnCounts::kLanes;
+    const auto columns = static_cast<size_t>(extended);
+    const int64_t begin = std::clamp<int64_t>(first, 0, columns_of_source_);
+    const int64_t end = std::clamp(first + extended, begin, columns_of_source_);
+    const auto before = static_cast<size_t>(begin - first);
+    columns_.Keep(keys_ + before * columns_.pitch(), begin, end);
+    inner_ = counts_.From(before);
+    const auto key = static_cast<size_t>(columns_.outside_key());
+    const auto column = static_cast<uint8_t>(size_);
+    const auto count_from = [&](uint8_t* counts, size_t lane) {
+      for (size_t i = 0; i < kLanes * columns; ++i) counts[i] = i % kLanes >= lane ? column : 0;
+    };
+    std::memset(counts_.fine, 0, kLanes * kLanes * counts_.pitch);
+    count_from(counts_.coarse, key / kLanes);
+    count_from(counts_.fine + key / kLanes * kLanes * counts_.pitch, key % kLanes);
+    if (!colors_) return;
+    std::memset(counts_.taps, 0, ColumnCounts::kKeys * counts_.pitch);
+    std::memset(counts_.taps + key * counts_.pitch, column, columns);
+    std::memset(keys_, columns_.outside_key(), columns_.BytesFor(extended));
   }
 
   /// Lets a row enter the columns and another one leave them.
@@ -116,11 +126,11 @@ class ColumnHistograms {
   uint8_t* keys_;
   uint8_t* entering_;
   uint8_t* leaving_;
-  // Of each window: the wanted key, its tap's place in the window, and where that is found.
+  // Of each window: the wanted key, its tap's number among those of that key, its column and row.
   uint8_t middle_[kStripColumns];
-  TapPlace places_[kStripColumns];
+  uint16_t numbers_[kStripColumns];
   uint8_t found_[kStripColumns];
-  uint8_t numbers_[kStripColumns];
+  uint8_t rows_[kStripColumns];
 };
 
 }  // namespace

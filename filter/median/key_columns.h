@@ -79,7 +79,13 @@ class KeyColumns {
   }
   /// The keys of column `x` under the present row's windows.
   const uint8_t* Column(int64_t x) const {
-    return memory_ + static_cast<size_t>(x - begin_) * pitch() + offset_;
+    return memory_ + (x - begin_) * static_cast<int64_t>(pitch()) + offset_;
+  }
+
+  /// The columns from `x` on, which need not be kept: but their memory is read.
+  TapColumns ColumnsFrom(int64_t x) const {
+    return {Column(x), pitch(), length_, static_cast<size_t>(above_),
+            static_cast<uint8_t>(outside_key_)};
   }
 
   /// The color of tap number `rest` among those with `key` in column `x` of the windows, with what
@@ -89,9 +95,14 @@ class KeyColumns {
     if (x < begin_ || x >= end_) return outside_;
     if (key == outside_key_) rest -= above_;
     if (rest < 0) return outside_;
-    const size_t row =
-        ActiveKeyCountKernels().find_equal(Column(x), length_, static_cast<uint8_t>(key), rest);
-    if (row == length_) return outside_;
+    return ColorAt(codec, x,
+                   ActiveKeyCountKernels().find_equal(Column(x), length_, static_cast<uint8_t>(key),
+                                                      static_cast<size_t>(rest)));
+  }
+  /// The color of column `x` in row `row` of those under the windows; `length()` for the others.
+  template <typename Codec>
+  uint32_t ColorAt(Codec codec, int64_t x, size_t row) const {
+    if (x < begin_ || x >= end_ || row == length_) return outside_;
     return codec.Load(source_.Row(first_row_ + static_cast<int64_t>(row)), x);
   }
 

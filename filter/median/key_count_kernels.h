@@ -8,29 +8,37 @@
 
 namespace qel {
 
-/// Histograms of columns of keys on two levels, both cumulated. Lane s of `coarse` counts keys
-/// whose high four bits are at most s; lane k of segment s of `fine` those whose high bits are s
-/// and whose low four bits are at most k.
+/// Histograms of columns of at most `kMostCounted` keys each. Those on two levels are cumulated:
+/// lane s of `coarse` counts keys whose high four bits are at most s; lane k of segment s of `fine`
+/// those whose high bits are s and whose low four bits are at most k.
 struct ColumnCounts {
   static constexpr size_t kLanes = 16;
-  uint16_t* coarse;  ///< kLanes for each column
-  uint16_t* fine;    ///< for each segment, `pitch` counts apart, kLanes for each column
+  static constexpr size_t kKeys = 256;
+  uint8_t* coarse;  ///< kLanes for each column
+  uint8_t* fine;    ///< for each segment, `pitch` columns of kLanes
+  uint8_t* taps;    ///< for each key, `pitch` columns: how many are equal to it; or null
   size_t pitch;
 
   /// The same from another column on.
   ColumnCounts From(size_t column) const {
-    return {coarse + kLanes * column, fine + kLanes * column, pitch};
+    return {coarse + kLanes * column, fine + kLanes * column,
+            taps != nullptr ? taps + column : nullptr, pitch};
   }
 };
 /// Readable bytes after the last counts.
 inline constexpr size_t kCountSlack = 64;
-/// The largest size of windows whose keys can be counted in 16 bits.
+/// The largest size of windows whose keys can be counted so.
 inline constexpr size_t kMostCounted = 255;
+/// Most windows whose middle is found at a time.
+inline constexpr size_t kMostCountedWindows = 512;
 
-/// A tap among those of its window that have its key, in the order of visiting.
-struct TapPlace {
-  uint16_t number;  ///< counted from 0
-  uint16_t taps;    ///< how many there are
+/// The keys of the rows under some windows, column by column.
+struct TapColumns {
+  const uint8_t* keys;  ///< of the first window's first column
+  size_t pitch;         ///< bytes from column to column
+  size_t length;        ///< rows
+  size_t above;         ///< rows above these that count as `outside_key` as well
+  uint8_t outside_key;
 };
 
 /// Row functions of the median of large windows, which counts keys. The order of visiting is
@@ -40,15 +48,14 @@ struct KeyCountKernels {
   void (*recount)(const ColumnCounts& counts, const uint8_t* leaving, const uint8_t* entering,
                   size_t columns);
   /// The wanted keys of `count` windows of `size` neighbouring columns each, at most
-  /// `kMostCounted`, and the places of the wanted taps among those of their keys unless `places` is
-  /// null.
-  void (*middle_keys)(uint8_t* keys, TapPlace* places, const ColumnCounts& counts, size_t size,
+  /// `kMostCounted` and `kMostCountedWindows`; and, unless `numbers` is null, the wanted taps'
+  /// numbers among those of their keys, counted from 0.
+  void (*middle_keys)(uint8_t* keys, uint16_t* numbers, const ColumnCounts& counts, size_t size,
                       size_t count);
-  /// The columns that the wanted taps of these windows are in, in the order of visiting, and their
-  /// numbers among those of their key there.
-  void (*find_columns)(uint8_t* found, uint8_t* numbers, const uint8_t* keys,
-                       const TapPlace* places, const ColumnCounts& counts, size_t size,
-                       size_t count);
+  /// The columns of their windows that these taps are in, and their rows there; `taps.length` for
+  /// those above or below.
+  void (*find_taps)(uint8_t* columns, uint8_t* rows, const uint8_t* keys, const uint16_t* numbers,
+                    const ColumnCounts& counts, const TapColumns& taps, size_t count);
   /// Walks columns of `length` keys, `pitch` bytes apart. Each has as many taps as it has keys
   /// equal to `key`, and `extra` more. Returns the column that contains tap number `*rest`, and
   /// leaves in `*rest` its number within that column; `columns` when there are not so many.
@@ -56,7 +63,7 @@ struct KeyCountKernels {
                         uint8_t key, int64_t extra, int64_t* rest);
   /// Where `key` stands for the time number `number` among `length` keys, counted from 0; `length`
   /// when it does not.
-  size_t (*find_equal)(const uint8_t* keys, size_t length, uint8_t key, int64_t number);
+  size_t (*find_equal)(const uint8_t* keys, size_t length, uint8_t key, size_t number);
 };
 
 QEL_TABLES_PER_LEVEL(KeyCountKernels)

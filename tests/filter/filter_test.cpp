@@ -101,6 +101,16 @@ TEST_F(FilterReadings, EqualMediansOfLargeWindows) {
   }
   ExpectSame({RandomRaster(rng, 30, 20, 24)}, Call("Median", 127));
   ExpectSame({RandomRaster(rng, 7, 3, 32)}, Call("Median", 255));
+  // Hundreds of taps have the middle key, and differ in color.
+  Raster alike = RandomRaster(rng, 70, 45, 32);
+  for (int y = 0; y < alike.height; ++y) {
+    for (int x = 0; x < alike.width; ++x) {
+      uint8_t* const pixel = alike.Row(y) + 4 * x;
+      pixel[0] = static_cast<uint8_t>(rng.Int(0, 9));
+      pixel[1] = pixel[2] = 100;
+    }
+  }
+  for (const int size : {31, 40}) ExpectSame({alike}, Call("Median", size));
   // Where values fall, the largest windows find their middle by going down.
   for (const int depth : {8, 24}) {
     Raster falling = RandomRaster(rng, 40, 2, depth);
