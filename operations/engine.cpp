@@ -7,6 +7,7 @@
 
 #include "operations/errors.h"
 #include "operations/shape_after.h"
+#include "operations/transparency.h"
 
 namespace qel::operations {
 namespace {
@@ -88,8 +89,13 @@ SmartPtr<IQEL> Engine::Run(std::span<const Step> steps, SmartPtr<IQEL> picture,
   if (std::ranges::any_of(steps, [](const Step& step) { return step.operation->random; })) {
     random_numbers.emplace();
   }
+  Transparency before = TransparencyOf(*picture.Get());
   for (const Step& step : steps) {
     picture = RunStep(step, std::move(picture), pictures, notes);
+    const Transparency after = TransparencyOf(*picture.Get());
+    std::string note = TransparencyNote(*step.operation, before, after);
+    if (!note.empty()) notes.push_back(std::move(note));
+    before = after;
   }
   return picture;
 }

@@ -49,6 +49,7 @@ class Engine {
                            PictureSource& pictures, std::vector<std::string>& notes) const;
 
   /// Runs the steps one after the other; random ones draw the same numbers for every picture.
+  /// `notes` gets what they did to its transparency as well.
   SmartPtr<IQEL> Run(std::span<const Step> steps, SmartPtr<IQEL> picture, PictureSource& pictures,
                      std::vector<std::string>& notes) const;
 

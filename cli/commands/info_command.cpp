@@ -140,10 +140,7 @@ std::string AsJson(const FileInfo& info) {
 int InfoCommand(const Words& words) {
   const Options options(words, KnownOptions("info"));
   if (options.rest().empty()) throw Failure(kUsage, "write qel info PICTURE...");
-  std::vector<std::string> paths;
-  for (const std::string& word : options.rest()) {
-    for (std::string& path : ExpandPattern(word)) paths.push_back(std::move(path));
-  }
+  const std::vector<std::string> paths = ExpandPatterns(options.rest());
   size_t failed = 0;
   ExitCode code = kDone;
   for (const std::string& path : paths) {

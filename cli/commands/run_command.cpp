@@ -18,12 +18,10 @@ namespace qel::cli {
 namespace {
 
 std::vector<std::string> ListInputs(const RunOptions& options) {
-  std::vector<std::string> inputs;
-  const auto append = [&](std::vector<std::string> names) {
-    std::ranges::move(names, std::back_inserter(inputs));
-  };
-  for (const std::string& word : options.inputs) append(ExpandPattern(word));
-  if (!options.list.empty()) append(ReadNameList(options.list));
+  std::vector<std::string> inputs = ExpandPatterns(options.inputs);
+  if (!options.list.empty()) {
+    std::ranges::move(ReadNameList(options.list), std::back_inserter(inputs));
+  }
   if (inputs.empty()) throw Failure(kNoInput, "{}: the list names no files", options.list);
   return inputs;
 }

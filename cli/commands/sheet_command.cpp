@@ -117,11 +117,7 @@ int SheetCommand(const Words& words) {
   if (options.Has("--steps")) steps = ReadSteps({rest.begin() + 1, rest.end()});
   const std::vector<std::string> captions = options.Values("--caption");
   std::vector<std::string> paths;
-  if (!options.Has("--steps")) {
-    for (const std::string& word : rest) {
-      for (std::string& path : ExpandPattern(word)) paths.push_back(std::move(path));
-    }
-  }
+  if (!options.Has("--steps")) paths = ExpandPatterns(rest);
   std::vector<std::string> read = paths;
   if (options.Has("--steps")) {
     read = PictureNames(steps);

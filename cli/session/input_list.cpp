@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 
 #include "cli/terminal/errors.h"
 #include "cli/terminal/options.h"
@@ -61,9 +62,7 @@ void Match(const std::string& prefix, const std::string& rest, std::vector<std::
   }
 }
 
-}  // namespace
-
-std::vector<std::string> ExpandPattern(const std::string& pattern) {
+std::vector<std::string> Expand(const std::string& pattern) {
   std::error_code ignored;
   if (pattern.empty()) throw Failure(kNoInput, "{}", kNamelessInput);
   if (!HasWildcards(pattern) || fs::exists(pattern, ignored)) return {pattern};
@@ -74,6 +73,16 @@ std::vector<std::string> ExpandPattern(const std::string& pattern) {
   found.erase(std::unique(found.begin(), found.end()), found.end());
   if (found.empty()) throw Failure(kNoInput, "{}: no file matches", pattern);
   return found;
+}
+
+}  // namespace
+
+std::vector<std::string> ExpandPatterns(const std::vector<std::string>& patterns) {
+  std::vector<std::string> paths;
+  for (const std::string& pattern : patterns) {
+    std::ranges::move(Expand(pattern), std::back_inserter(paths));
+  }
+  return paths;
 }
 
 std::string ReadTextFile(const std::string& path) {

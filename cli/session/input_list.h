@@ -6,12 +6,12 @@
 
 namespace qel::cli {
 
-/// The files that `pattern` matches, in the order of their bytes: `*`, `?` and `[...]` within a
-/// name, `**` for any number of folders. Hidden names match only a pattern that starts with a
-/// point. A pattern that is the name of a file, or has none of these characters, stands for itself.
-/// Throws `Failure(kNoInput)` for an empty pattern, when nothing matches, and when a folder cannot
-/// be read.
-std::vector<std::string> ExpandPattern(const std::string& pattern);
+/// The files that each of the patterns matches, in the order of their bytes: `*`, `?` and `[...]`
+/// within a name, `**` for any number of folders. Hidden names match only a pattern that starts
+/// with a point. A pattern that is the name of a file, or has none of these characters, stands for
+/// itself. Throws `Failure(kNoInput)` for an empty pattern, when nothing matches one, and when a
+/// folder cannot be read.
+std::vector<std::string> ExpandPatterns(const std::vector<std::string>& patterns);
 
 /// The content of a file, or of standard input when `path` is "-". Throws
 /// `pictures::PictureError`.

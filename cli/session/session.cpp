@@ -1,12 +1,10 @@
 #include "cli/session/session.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 
 #include "cli/session/input_list.h"
 #include "cli/terminal/errors.h"
-#include "operations/transparency.h"
 #include "pictures/picture_file.h"
 
 namespace qel::cli {
@@ -72,20 +70,9 @@ SmartPtr<host::HostImage> Session::Run(const std::vector<Step>& steps,
                                        SmartPtr<host::HostImage> picture,
                                        operations::PictureSource& pictures,
                                        std::vector<std::string>& notes) const {
-  std::optional<operations::RandomNumbers> random_numbers;
-  if (std::ranges::any_of(steps, [](const Step& step) { return step.operation->random; })) {
-    random_numbers.emplace();
-  }
-  auto result = SmartPtr<IQEL>::Retain(picture.Get());
+  auto source = SmartPtr<IQEL>::Retain(picture.Get());
   picture.Reset();
-  operations::Transparency transparency = operations::TransparencyOf(*result.Get());
-  for (const Step& step : steps) {
-    result = engine_->RunStep(step, std::move(result), pictures, notes);
-    const operations::Transparency after = operations::TransparencyOf(*result.Get());
-    std::string note = operations::TransparencyNote(*step.operation, transparency, after);
-    if (!note.empty()) notes.push_back(std::move(note));
-    transparency = after;
-  }
+  const SmartPtr<IQEL> result = engine_->Run(steps, std::move(source), pictures, notes);
   // Every image of this session comes from its own collection.
   return SmartPtr<host::HostImage>::Retain(static_cast<host::HostImage*>(result.Get()));
 }

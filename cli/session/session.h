@@ -31,9 +31,7 @@ class Session {
   /// refused that would make larger pictures than `limits` allow. Throws `Failure(kModuleFault)`.
   explicit Session(const std::string& path = {}, const pictures::Limits& limits = {});
 
-  /// Runs the steps one after the other on `picture` and returns the final one; `notes` gets what
-  /// they have to say, and what they did to the picture's transparency. Throws as
-  /// `operations::Engine::Run`.
+  /// `operations::Engine::Run` on images of the tool.
   SmartPtr<host::HostImage> Run(const std::vector<Step>& steps, SmartPtr<host::HostImage> picture,
                                 operations::PictureSource& pictures,
                                 std::vector<std::string>& notes) const;

@@ -40,7 +40,8 @@ allow python python operations host pictures
 allow cli cli check operations compose host pictures
 allow web host operations
 allow examples host
-allow bench bench filter transform host image operations reference simd tests
+allow bench bench filter transform host image operations reference simd
+allow docs docs cli filter transform image operations pictures
 
 # allow_within ROOM FOLDER INCLUDABLE...: the same for the folders of a room.
 allow_within() {
