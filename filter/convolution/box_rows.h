@@ -20,14 +20,6 @@ void UpdateRunningSums(Sum* __restrict sums, const uint8_t* __restrict entering,
   }
 }
 
-/// The halves of blocks of bytes so that InterleaveLower and InterleaveUpper leave neighbours in
-/// their order.
-QEL_SIMD_INLINE U8 HalvesByTurns(U8 v) {
-  constexpr size_t kBlocks = kVectorBytes / 16;
-  return BitCast<U8>(Shuffled<U64>(BitCast<U64>(v), BitCast<U64>(v),
-                                   [](size_t i) { return i % 2 * kBlocks + i / 2; }));
-}
-
 void UpdateShortSums(uint16_t* __restrict sums, const uint8_t* __restrict entering,
                      const uint8_t* __restrict leaving, uint16_t weight, size_t count) {
   constexpr uint16_t kMostOfByte = INT8_MAX;

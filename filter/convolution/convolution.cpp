@@ -21,6 +21,8 @@ void RunConvolution(const ConvolutionPlan& plan, const ImageView& source, const 
       return ConvolveSparse(job);
     case ConvolutionMethod::kSeparable32:
       return ConvolveSeparable32(job);
+    case ConvolutionMethod::kRowPairs:
+      return ConvolveRowPairs(job);
     case ConvolutionMethod::kDirect:
       return ConvolveDirect(job);
     case ConvolutionMethod::kLarge:

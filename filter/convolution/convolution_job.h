@@ -44,6 +44,7 @@ void ConvolveBox(const ConvolutionJob& job);
 void ConvolveSeparable16(const ConvolutionJob& job);
 void ConvolveSparse(const ConvolutionJob& job);
 void ConvolveSeparable32(const ConvolutionJob& job);
+void ConvolveRowPairs(const ConvolutionJob& job);
 void ConvolveDirect(const ConvolutionJob& job);
 void ConvolveLarge(const ConvolutionJob& job);
 

@@ -11,10 +11,6 @@ extern const ConvolutionKernels kConvolutionKernels;
 constinit const ConvolutionKernels kConvolutionKernels = {
     .direct32 = &Direct32,
     .direct16 = &Direct16,
-    .direct8 = kHasTableLookupBytes ? &Direct8 : nullptr,
-    .direct8_taps = kHasDotProducts        ? 4
-                    : kHasTableLookupBytes ? 2
-                                           : 0,
     .sparse = &Sparse,
     .square3 = &Square3,
     .across16 = &Across16,

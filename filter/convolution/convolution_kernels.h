@@ -24,16 +24,13 @@ struct ReciprocalDivision {
 };
 
 /// Weights of whole neighbourhoods for the direct functions, row by row. A word holds one weight of
-/// 32 bits, or two of 16, or four of 8, of neighbours side by side, the left one in the low bits;
-/// or two of 8, twice.
+/// 32 bits, or two of 16, of neighbours side by side, the left one in the low bits.
 struct DirectWeights {
   const int32_t* words;
   size_t words_per_row;
   size_t stride;  ///< words from row to row
   size_t rows;
   size_t step;  ///< bytes from a pixel to its right neighbour
-  /// For two weights of 8 bits: 1 for each word before which sums of 16 bits must widen.
-  const uint8_t* widens = nullptr;
   /// True where the fourth bytes of pixels of four are those of the last pixel of each window.
   bool takes_alpha = false;
   size_t last_column = 0;  ///< bytes from a window's first pixel in a row to its last one
@@ -117,15 +114,11 @@ struct BoxKernels {
 /// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
 /// `kRowSlack` bytes past their pixels are read. Nothing else is touched beyond `count`.
 struct ConvolutionKernels {
-  /// Whole neighbourhoods by weights of 32, 16 or 8 bits. There are `direct8_taps` of 8 bits in a
-  /// word: four at levels with dot products of bytes, two at those with sums of two products of
-  /// bytes, none and no function at others.
+  /// Whole neighbourhoods by weights of 32 or 16 bits.
   using Direct = void (*)(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
                           const Division& division, size_t count);
   Direct direct32;
   Direct direct16;
-  Direct direct8;
-  size_t direct8_taps;
 
   /// Few weights, two by two. Reads no more than the pixels unless there are less than a vector
   /// of them.
@@ -159,7 +152,7 @@ struct ConvolutionKernels {
 };
 
 /// Most pairs of taps.
-inline constexpr size_t kMostPairs = 16;
+inline constexpr size_t kMostPairs = 5;
 /// Most rows and columns of the direct and separable functions.
 inline constexpr size_t kMostTaps = 63;
 

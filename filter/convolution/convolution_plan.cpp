@@ -48,6 +48,8 @@ bool Prepare(ConvolutionMethod method, int divisor, int offset, ConvolutionPlan&
       return plan.pairs.Find(weights, plan.step, divisor, offset);
     case ConvolutionMethod::kSeparable32:
       return plan.factors.Find(weights) && plan.factors.ShortDown();
+    case ConvolutionMethod::kRowPairs:
+      return plan.row_pairs.Find(weights, divisor, offset);
     case ConvolutionMethod::kDirect:
       return weights.rows() <= kMostTaps && weights.columns() <= kMostTaps;
     case ConvolutionMethod::kLarge:

@@ -16,6 +16,7 @@ enum class ConvolutionMethod {
   kSeparable16,
   kSparse,
   kSeparable32,
+  kRowPairs,
   kDirect,
   kLarge
 };
@@ -30,11 +31,13 @@ inline constexpr MethodText kConvolutionMethods[] = {
     {"separable16",
      "column x row, of which rows + columns are more than 8, with sums of 16 bits: one product a "
      "row and column"},
-    {"sparse", "up to 32 weights with sums of 16 bits, two products an instruction"},
+    {"sparse", "up to 10 weights with sums of 16 bits, two products an instruction"},
     {"separable32", "column x row with wider sums"},
-    {"direct",
-     "up to 63 x 63 weights, two products of 16 bits at a time, or of 8 bits as many as the "
-     "processor adds at once"},
+    {"row-pairs",
+     "weights of a byte, up to 54 x 54, two output rows at a time: one instruction weighs two "
+     "source "
+     "rows, which are interleaved once; sums of 16 bits widen only before they could overflow"},
+    {"direct", "up to 63 x 63 larger weights, two products of 16 bits at a time, or one"},
     {"large", "any kernel, one weight after the other"},
 };
 
@@ -54,6 +57,7 @@ struct ConvolutionPlan {
   Square3Weights square3 = {};         ///< kSquare3
   Pairs pairs = {};                    ///< kSparse
   Factors factors = {};                ///< kSeparable16, kSeparable32
+  RowPairs row_pairs = {};             ///< kRowPairs
 };
 
 /// The plan with the first method that can and pays, for a kernel of `size` x `size` weights, which

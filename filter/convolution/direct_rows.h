@@ -2,9 +2,8 @@
 #define QEL_FILTER_CONVOLUTION_DIRECT_ROWS_H_
 
 #include "filter/convolution/quotients.h"
-#include "simd/interleaved.h"
 
-// Rows weighed by whole kernels: one weight at a time, two, or four.
+// Rows weighed by whole kernels: one weight at a time, or two.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -79,123 +78,6 @@ void Direct16(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& we
               const Division& division, size_t count) {
   const auto function = division.in_single ? &PairRows<true> : &PairRows<false>;
   function(dest, rows, weights, division, count);
-}
-
-/// Four neighbours at a time: a shuffle lays them side by side for the dot product. Lane i of block
-/// p of accumulator a is output 16 * p + 4 * a + i, which is the order that narrowing undoes; its
-/// neighbours lie in the same block as itself. Pixels of a byte lie in fours already, from each of
-/// four places on: lane i of accumulator a is output 4 * i + a.
-template <bool kInSingle, bool kIsByte>
-void QuadRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
-              const Division& division, size_t count) {
-  alignas(64) uint8_t places[kVectorBytes];
-  for (size_t i = 0; i < kVectorBytes; ++i) {
-    places[i] = static_cast<uint8_t>(i / 4 % 4 + i % 4 * weights.step);
-  }
-  const U8 order = LoadU<U8>(places);
-  const uint8_t* const alpha = AlphaOf(weights, rows);
-  for (size_t k = 0; k < count; k += kVectorBytes) {
-    I32 sums[4] = {};
-    for (size_t j = 0; j < weights.rows; ++j) {
-      const uint8_t* from = rows[j] + k;
-      const int32_t* const words = weights.words + j * weights.stride;
-      for (size_t i = 0; i < weights.words_per_row; ++i, from += 4 * weights.step) {
-        if (words[i] == 0) continue;
-        const auto weight = SetPairs<I8>(words[i]);
-        for (size_t a = 0; a < 4; ++a) {
-          const U8 quads =
-              kIsByte ? LoadU<U8>(from + a) : TableLookupBytesOr0(LoadU<U8>(from + 4 * a), order);
-          sums[a] = SumOfMulQuadAccumulate(quads, weight, sums[a]);
-        }
-      }
-    }
-    const U8 bytes = Quotients<kInSingle>(sums, division);
-    StoreOutputs(kIsByte ? ShuffleBlocks(bytes, kByChannelOf4) : bytes, alpha, dest, k, count);
-  }
-}
-
-/// Bytes of even place before those of odd place in each block, and back.
-constexpr auto kEvenAndOdd = MakePattern<16>([](size_t i) { return i % 2 * 8 + i / 2; });
-
-/// Outputs `k` on, `kVectors` vectors of them side by side, from two neighbours at a time as
-/// products of bytes; their sums stay at 16 bits until they must widen. Pixels of a byte lie in
-/// pairs already, from even places on and from odd ones.
-template <bool kInSingle, bool kIsByte, size_t kVectors>
-QEL_SIMD_INLINE void WeighBytePairs(uint8_t* dest, const uint8_t* const* rows,
-                                    const DirectWeights& weights, const Division& division,
-                                    size_t k, size_t count) {
-  const I16 zero = Zero<I16>();
-  I32 sums[kVectors][4] = {};
-  Accumulator some[kVectors];
-  const auto widen = [&] {
-    const auto high = [](I16 v) { return ShiftRight<16>(BitCast<I32>(v)); };
-    for (size_t v = 0; v < kVectors; ++v) {
-      sums[v][0] += high(InterleaveLower(zero, some[v].lower));
-      sums[v][1] += high(InterleaveUpper(zero, some[v].lower));
-      sums[v][2] += high(InterleaveLower(zero, some[v].upper));
-      sums[v][3] += high(InterleaveUpper(zero, some[v].upper));
-      some[v] = {};
-    }
-  };
-  for (size_t j = 0; j < weights.rows; ++j) {
-    const uint8_t* from = rows[j] + k;
-    const int32_t* const words = weights.words + j * weights.stride;
-    const uint8_t* const widens = weights.widens + j * weights.stride;
-    for (size_t i = 0; i < weights.words_per_row; ++i, from += 2 * weights.step) {
-      if (words[i] == 0) continue;
-      if (widens[i] != 0) widen();
-      const PairLanes pair = SetPairs(words[i]);
-      for (size_t v = 0; v < kVectors; ++v) {
-        const uint8_t* const left = from + v * kVectorBytes;
-        if constexpr (kIsByte) {
-          some[v].AddPairs({LoadU<U8>(left), LoadU<U8>(left + 1)}, pair);
-        } else {
-          some[v].Add(LoadU<U8>(left), LoadU<U8>(left + weights.step), pair);
-        }
-      }
-    }
-  }
-  widen();
-  for (size_t v = 0; v < kVectors; ++v) {
-    const size_t at = k + v * kVectorBytes;
-    const U8 bytes = Quotients<kInSingle>(sums[v], division);
-    StoreOutputs(kIsByte ? ShuffleBlocks(bytes, kEvenAndOdd) : bytes, AlphaOf(weights, rows), dest,
-                 at, count);
-  }
-}
-
-template <bool kInSingle, bool kIsByte>
-void BytePairRows(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
-                  const Division& division, size_t count) {
-  // What is done for each pair of weights is done for all of these.
-  constexpr size_t kSideBySide = 4, kBytes = kSideBySide * kVectorBytes;
-  if (count >= kBytes) {
-    for (size_t k = 0; k < count; k += kBytes) {
-      // The last ones overlap those before them.
-      const size_t at = Smaller(k, count - kBytes);
-      WeighBytePairs<kInSingle, kIsByte, kSideBySide>(dest, rows, weights, division, at, count);
-    }
-    return;
-  }
-  for (size_t k = 0; k < count; k += kVectorBytes) {
-    WeighBytePairs<kInSingle, kIsByte, 1>(dest, rows, weights, division, k, count);
-  }
-}
-
-void Direct8(uint8_t* dest, const uint8_t* const* rows, const DirectWeights& weights,
-             const Division& division, size_t count) {
-  const auto run = [&]<bool kInSingle, bool kIsByte>() {
-    constexpr auto kFunction =
-        kHasDotProducts ? &QuadRows<kInSingle, kIsByte> : &BytePairRows<kInSingle, kIsByte>;
-    kFunction(dest, rows, weights, division, count);
-  };
-  if (weights.step == 1) {
-    division.in_single ? run.template operator()<true, true>()
-                       : run.template operator()<false, true>();
-  } else {
-    division.in_single ? run.template operator()<true, false>()
-                       : run.template operator()<false, false>();
-  }
 }
 
 }  // namespace

@@ -99,6 +99,128 @@ bool FindShortFinish(const Weights& weights, int32_t divisor, int32_t offset, Sh
   return FindReciprocalDivision(std::abs(divisor), -int64_t{INT16_MIN}, finish.division);
 }
 
+namespace {
+
+/// True for sums of bytes weighed by two weights that fit signed 16 bits.
+bool FitsPair(int32_t first, int32_t second) {
+  const int32_t highest = 255 * (std::max(first, 0) + std::max(second, 0));
+  const int32_t lowest = 255 * (std::min(first, 0) + std::min(second, 0));
+  return highest <= INT16_MAX && lowest >= INT16_MIN;
+}
+
+/// Two signed bytes, twice.
+int32_t BytePair(int32_t first, int32_t second) {
+  const uint32_t word =
+      (static_cast<uint32_t>(first) & 0xFF) | (static_cast<uint32_t>(second) & 0xFF) << 8;
+  return static_cast<int32_t>(word * 0x10001);
+}
+
+/// The weights of two rows in one column.
+struct ColumnPair {
+  int32_t first;
+  int32_t second;
+  bool IsZero() const { return first == 0 && second == 0; }
+  bool FitsWord() const { return FitsPair(first, second); }
+  int32_t Bytes() const { return BytePair(first, second); }
+};
+/// What two output rows take from a pair of rows in one column. For the lower one, windows begin a
+/// row further down.
+struct OutputPairs {
+  ColumnPair upper;
+  ColumnPair lower;
+};
+
+/// Calls visit(pair, column, OutputPairs) with all that weighs anything, until it gives false; true
+/// when it never does.
+template <typename Visitor>
+bool EachRowPairTap(const Weights& weights, Visitor&& visit) {
+  const size_t rows = weights.rows();
+  for (size_t j = 0; j <= rows; j += 2) {
+    for (size_t i = 0; i < weights.columns(); ++i) {
+      const int32_t above = j > 0 ? weights.At(j - 1, i) : 0;
+      const int32_t first = j < rows ? weights.At(j, i) : 0;
+      const int32_t second = j + 1 < rows ? weights.At(j + 1, i) : 0;
+      const OutputPairs pairs = {{first, second}, {above, first}};
+      if (pairs.upper.IsZero() && pairs.lower.IsZero()) continue;
+      if (!visit(j / 2, i, pairs)) return false;
+    }
+  }
+  return true;
+}
+
+/// Where sums may lie.
+struct SumRange {
+  int32_t lowest = 0;
+  int32_t highest = 0;
+  SumRange With(const ColumnPair& pair) const {
+    return {lowest + 255 * (std::min(pair.first, 0) + std::min(pair.second, 0)),
+            highest + 255 * (std::max(pair.first, 0) + std::max(pair.second, 0))};
+  }
+  bool Fits() const { return highest - lowest <= UINT16_MAX; }
+  /// What they start from so that they fit signed 16 bits.
+  int16_t Start() const {
+    const bool fits = lowest >= INT16_MIN && highest <= INT16_MAX;
+    return static_cast<int16_t>(fits ? 0 : INT16_MIN - lowest);
+  }
+};
+
+}  // namespace
+
+bool RowPairs::Find(const Weights& weights, int32_t divisor, int32_t offset) {
+  constexpr int32_t kMostOffset = 1 << 14;
+  *this = {};
+  is_short_ = FindShortFinish(weights, divisor, offset, finish_);
+  if (weights.Count() == 0 || !weights.Within(1 << 7) ||
+      weights.columns() * (weights.rows() / 2 + 1) > kMostRowPairTaps ||
+      (!is_short_ && (offset < -kMostOffset || offset > kMostOffset))) {
+    return false;
+  }
+  SumRange upper, lower;
+  const auto end_group = [&] {
+    if (group_count_ == kMostGroups) return false;
+    const auto end = static_cast<uint16_t>(tap_count_);
+    groups_[group_count_++] =
+        is_short_ ? RowPairGroup{end, 0, 0} : RowPairGroup{end, upper.Start(), lower.Start()};
+    return true;
+  };
+  const bool fits = EachRowPairTap(weights, [&](size_t, size_t, const OutputPairs& pairs) {
+    if (!pairs.upper.FitsWord() || !pairs.lower.FitsWord()) return false;
+    SumRange next_upper = upper.With(pairs.upper), next_lower = lower.With(pairs.lower);
+    if (!is_short_ && !(next_upper.Fits() && next_lower.Fits())) {
+      if (!end_group()) return false;
+      next_upper = SumRange().With(pairs.upper);
+      next_lower = SumRange().With(pairs.lower);
+    }
+    upper = next_upper;
+    lower = next_lower;
+    ++tap_count_;
+    return true;
+  });
+  if (!fits || !end_group()) return false;
+  upper = lower = {};
+  return is_short_ || group_count_ % 2 == 0 || end_group();
+}
+
+RowPairWeights RowPairs::Store(const Weights& weights, size_t pitch, size_t step,
+                               RowPairTap* taps) const {
+  RowPairWeights stored = {};
+  stored.taps = taps;
+  stored.groups = groups_;
+  stored.group_count = group_count_;
+  stored.is_short = is_short_;
+  stored.finish = finish_;
+  for (size_t i = 0; i < group_count_; ++i) {
+    stored.upper_bias -= groups_[i].upper_start;
+    stored.lower_bias -= groups_[i].lower_start;
+  }
+  EachRowPairTap(weights, [&](size_t pair, size_t column, const OutputPairs& outputs) {
+    *taps++ = {static_cast<uint32_t>(pair * pitch + 2 * column * step), outputs.upper.Bytes(),
+               outputs.lower.Bytes()};
+    return true;
+  });
+  return stored;
+}
+
 bool Pairs::Find(const Weights& weights, size_t step, int32_t divisor, int32_t offset) {
   *this = {};
   if (weights.Count() == 0 || weights.Count() > 2 * kMostPairs || !weights.Within(1 << 7) ||
@@ -130,20 +252,7 @@ bool Pairs::Find(const Weights& weights, size_t step, int32_t divisor, int32_t o
 
 namespace {
 
-/// True for sums of bytes weighed by two weights that fit signed 16 bits.
-bool FitsPair(int32_t first, int32_t second) {
-  const int32_t highest = 255 * (std::max(first, 0) + std::max(second, 0));
-  const int32_t lowest = 255 * (std::min(first, 0) + std::min(second, 0));
-  return highest <= INT16_MAX && lowest >= INT16_MIN;
-}
 bool IsByte(int32_t weight) { return weight >= INT8_MIN && weight <= INT8_MAX; }
-
-/// Two signed bytes, twice.
-int32_t BytePair(int32_t first, int32_t second) {
-  const uint32_t word =
-      (static_cast<uint32_t>(first) & 0xFF) | (static_cast<uint32_t>(second) & 0xFF) << 8;
-  return static_cast<int32_t>(word * 0x10001);
-}
 
 /// Looks for kernel = column x row + centre weight.
 bool FindProduct(const Weights& weights, Square3Weights& square) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "filter/convolution/convolution_kernels.h"
+#include "filter/convolution/row_pair_kernels.h"
 #include "filter/neighbourhood.h"
 
 namespace qel {
@@ -93,6 +94,28 @@ class Pairs {
  private:
   TapPair pairs_[kMostPairs] = {};
   size_t taps_ = 0;
+  ShortFinish finish_;
+};
+
+/// A kernel as taps of pairs of rows.
+class RowPairs {
+ public:
+  /// Looks for them; false when there are too many, or they or their sums are too large.
+  bool Find(const Weights& weights, int32_t divisor, int32_t offset);
+  size_t TapCount() const { return tap_count_; }
+  /// Writes `TapCount` taps for pairs that lie `pitch` bytes apart; `step` are the bytes from a
+  /// pixel to its right neighbour. Where the pairs are, division and alpha are left open.
+  RowPairWeights Store(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps) const;
+
+ private:
+  static constexpr size_t kMostRowPairTaps = 1536;
+  /// So that all sums are small enough for division in single precision.
+  static constexpr size_t kMostGroups = 30;
+
+  RowPairGroup groups_[kMostGroups];
+  size_t group_count_ = 0;
+  size_t tap_count_ = 0;
+  bool is_short_ = false;
   ShortFinish finish_;
 };
 

@@ -6,7 +6,7 @@
 #include "simd/convert.h"
 #include "simd/window.h"
 
-// Sums and what becomes of them: divided, offset and clamped. Included by one kernel source.
+// Sums and what becomes of them: divided, offset and clamped. Included by kernel sources.
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -22,8 +22,8 @@ inline uint8_t FinishOne(int32_t quotient, int32_t offset) {
   return ClampToByte(WrapAdd(quotient, offset));
 }
 
-void Finish32(uint8_t* __restrict dest, const uint32_t* __restrict sums, const Division& division,
-              size_t count) {
+inline void Finish32(uint8_t* __restrict dest, const uint32_t* __restrict sums,
+                     const Division& division, size_t count) {
   const int32_t offset = division.offset;
   if (division.in_single) {
     const float factor = division.single_factor;
@@ -40,8 +40,8 @@ void Finish32(uint8_t* __restrict dest, const uint32_t* __restrict sums, const D
   }
 }
 
-void Finish16(uint8_t* __restrict dest, const uint16_t* __restrict sums,
-              const ReciprocalDivision& division, size_t count) {
+inline void Finish16(uint8_t* __restrict dest, const uint16_t* __restrict sums,
+                     const ReciprocalDivision& division, size_t count) {
   if (division.multiplier == 0) {
     for (size_t i = 0; i < count; ++i) {
       dest[i] = static_cast<uint8_t>(sums[i] < 255 ? sums[i] : 255);
@@ -84,6 +84,14 @@ void FinishSums(uint8_t* dest, const Sum* sums, const Quotient& division, const 
   ForEachVector(count, [=](size_t k, size_t) {
     StoreU(WithFourthBytes(LoadU<U8>(dest + k), LoadU<U8>(alpha + k)), dest + k);
   });
+}
+
+/// The halves of blocks of bytes so that InterleaveLower and InterleaveUpper leave neighbours in
+/// their order.
+QEL_SIMD_INLINE U8 HalvesByTurns(U8 v) {
+  constexpr size_t kBlocks = kVectorBytes / 16;
+  return BitCast<U8>(Shuffled<U64>(BitCast<U64>(v), BitCast<U64>(v),
+                                   [](size_t i) { return i % 2 * kBlocks + i / 2; }));
 }
 
 QEL_SIMD_INLINE U8 LoadOnce(const uint8_t* from) { return KeepInRegister(LoadU<U8>(from)); }

@@ -3,6 +3,7 @@
 
 #include "filter/each_byte.h"
 #include "filter/filter_kernels.h"
+#include "filter/prefetch_later.h"
 #include "simd/prefetch.h"
 #include "simd/window.h"
 
@@ -49,14 +50,6 @@ template <typename Extremum>
 void OfTwo(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
   ForEachByte(dest, count, [=](size_t i, uint8_t) { return Extremum::Of(a[i], b[i]); });
 }
-/// Brings a line to the second cache: what is needed after a whole group should not displace what
-/// is needed now.
-inline void PrefetchLater(const uint8_t* at) {
-  __builtin_prefetch(at, 0, 2);
-  // GCC drops calls of functions that do nothing but prefetch.
-  asm volatile("");
-}
-
 /// The extrema down the columns of a group, `kVectors` vectors from byte `at` on. The core and what
 /// is above it are folded from below, what is below it from above, and each window is one of either
 /// (van Herk 1992, Gil and Werman 1993).
