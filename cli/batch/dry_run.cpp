@@ -8,23 +8,17 @@
 
 #include "cli/batch/forecast.h"
 #include "cli/operations.h"
+#include "cli/session/picture_io.h"
 #include "cli/terminal/console.h"
 
 namespace qel::cli {
-namespace {
-
-Shape ShapeInHeader(const pictures::PictureInfo& info) {
-  return {info.width, info.height, info.bit_count, operations::ModelOf(info.bit_count)};
-}
-
-}  // namespace
 
 ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& steps,
                 const RunOptions& options) {
   const pictures::ReadOptions& reading = options.reading;
   std::map<std::string, Shape> second_shapes;
   for (const std::string& path : PictureNames(steps)) {
-    second_shapes[path] = ShapeInHeader(pictures::ReadPictureHeader(path, reading));
+    second_shapes[path] = ShapeOf(pictures::ReadPictureHeader(path, reading));
   }
   const Forecaster forecaster{steps, reading.limits,
                               [&](const std::string& name) { return second_shapes.at(name); },
@@ -43,7 +37,7 @@ ExitCode DryRun(const std::vector<BatchItem>& items, const std::vector<Step>& st
       pictures::CheckReplaceable(item.output, options.replace);
       pictures::ByteSource file(item.input, reading.limits);
       const auto reader = pictures::OpenRows(file, item.input, reading);
-      const Shape source = ShapeInHeader(reader->info());
+      const Shape source = ShapeOf(reader->info());
       const Forecast forecast = forecaster.Of(item, source, RowTraffic::Of(*reader), threads);
       const Shape& shape = forecast.shape();
       const double peak = forecast.peak_bytes;

@@ -19,17 +19,16 @@
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json_reader.h"
 #include "pictures/atomic_file.h"
+#include "pictures/byte_reader.h"
 #include "pictures/temporary_name.h"
 
 namespace qel::cli {
 namespace {
 
+using pictures::BytesOf;
+
 /// So many lines that are not understood are told one by one.
 constexpr int kToldLines = 5;
-
-std::span<const uint8_t> BytesOf(std::string_view text) {
-  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
 
 /// The start of every line of an item.
 JsonObject Describe(const BatchItem& item, const std::string& recipe, std::string_view status) {

@@ -20,11 +20,6 @@ double SecondsSince(Clock::time_point start) {
 /// Every image of the tool comes from its own collection.
 host::HostImage& AsHostImage(IQEL& image) { return static_cast<host::HostImage&>(image); }
 
-Shape ShapeOfReader(const pictures::RowReader& reader) {
-  const pictures::PictureInfo& info = reader.info();
-  return {info.width, info.height, info.bit_count, operations::ModelOf(info.bit_count)};
-}
-
 SmartPtr<IQEL> AsInterface(SmartPtr<host::HostImage> image) {
   return SmartPtr<IQEL>::Adopt(static_cast<IQEL*>(image.Detach()));
 }
@@ -143,7 +138,7 @@ PictureJob::PictureJob(const JobTools& tools, const BatchItem& item, pictures::B
       threads_(threads),
       reader_(pictures::OpenRows(file, item.input, tools.reading)),
       forecast_(
-          tools.forecaster.Of(item, ShapeOfReader(*reader_), RowTraffic::Of(*reader_), threads)),
+          tools.forecaster.Of(item, ShapeOf(reader_->info()), RowTraffic::Of(*reader_), threads)),
       records_(tools.forecaster.steps.size()) {}
 
 void PictureJob::Run(pictures::ByteSink& sink, PictureTimes& times, const Progress& progress) {

@@ -77,7 +77,7 @@ std::string DescribeParameter(const Parameter& parameter) {
   if (!parameter.standard.empty()) {
     text << ", default " << parameter.standard;
   } else {
-    text << (parameter.optional ? ", may be left out" : ", required");
+    text << (parameter.required() ? ", required" : ", may be left out");
   }
   return text.str();
 }

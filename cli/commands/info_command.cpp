@@ -13,6 +13,7 @@
 #include "cli/commands/command_table.h"
 #include "cli/operations.h"
 #include "cli/session/input_list.h"
+#include "cli/session/picture_io.h"
 #include "cli/terminal/console.h"
 #include "cli/terminal/errors.h"
 #include "pictures/exif.h"
@@ -73,7 +74,7 @@ FileInfo Look(const std::string& path) {
   const uintmax_t bytes = fs::file_size(path, error);
   if (!error) info.bytes = bytes;
   info.changed = TimeOf(path);
-  info.memory = ImageBytes({info.picture.width, info.picture.height, info.picture.bit_count});
+  info.memory = ImageBytes(ShapeOf(info.picture));
   return info;
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -13,6 +12,8 @@
 #include "cli/commands/describe.h"
 #include "cli/operations.h"
 #include "cli/terminal/errors.h"
+#include "pictures/atomic_file.h"
+#include "pictures/byte_reader.h"
 
 namespace qel::cli {
 namespace {
@@ -94,7 +95,7 @@ std::string OperationPage(const Operation& operation) {
   page << Heading("qel-" + name, operation.summary) << ".SH SYNOPSIS\n.B qel run\nINPUT "
        << Escaped("-o OUTPUT \"" + name);
   for (const Parameter& parameter : operation.parameters) {
-    const bool required = parameter.standard.empty() && !parameter.optional;
+    const bool required = parameter.required();
     page << (required ? " " : " [") << Escaped(parameter.name) << "=..." << (required ? "" : "]");
   }
   page << "\"\n.SH ARGUMENTS\n";
@@ -112,17 +113,6 @@ std::string OperationPage(const Operation& operation) {
   page << ".SH SEE ALSO\n.BR qel (1)\n";
   return page.str();
 }
-
-namespace {
-
-void WritePage(const std::filesystem::path& path, const std::string& page) {
-  std::ofstream file(path, std::ios::binary);
-  file << page;
-  file.close();
-  if (!file) throw Failure(kNoOutput, "cannot write {}", path.string());
-}
-
-}  // namespace
 
 int ManCommand(const Words& words) {
   const Options options(words, KnownOptions("man"));
@@ -143,12 +133,16 @@ int ManCommand(const Words& words) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) throw Failure(kNoOutput, "{}: {}", folder.string(), error.message());
-  WritePage(folder / "qel.1", ToolPage());
+  const auto write = [&](std::string_view name, const std::string& page) {
+    const std::filesystem::path path = folder / fmt::format("{}.1", name);
+    pictures::WriteFileAtomically(path.string(), pictures::BytesOf(page));
+  };
+  write("qel", ToolPage());
   for (const Command& command : CommandTable()) {
-    WritePage(folder / fmt::format("qel-{}.1", command.name), CommandPage(command));
+    write(fmt::format("qel-{}", command.name), CommandPage(command));
   }
   for (const Operation& operation : OperationTable()) {
-    WritePage(folder / fmt::format("qel-{}.1", operation.name), OperationPage(operation));
+    write(fmt::format("qel-{}", operation.name), OperationPage(operation));
   }
   return kDone;
 }

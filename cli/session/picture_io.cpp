@@ -28,6 +28,10 @@ std::vector<pictures::PaletteEntry> ToFilePalette(std::span<const RGBQUAD> entri
   return palette;
 }
 
+Shape ShapeOf(const pictures::PictureInfo& info) {
+  return {info.width, info.height, info.bit_count, operations::ModelOf(info.bit_count)};
+}
+
 void PrintNotes(const std::string& path, const std::vector<std::string>& notes) {
   for (const std::string& note : notes) PrintNote(path, note);
 }

@@ -23,6 +23,9 @@ struct Picture {
   pictures::Metadata metadata;
 };
 
+/// The shape of the image that a file becomes.
+Shape ShapeOf(const pictures::PictureInfo& info);
+
 /// Prints what there is to say about a file.
 void PrintNotes(const std::string& path, const std::vector<std::string>& notes);
 

@@ -23,6 +23,7 @@
 #include "operations/text/cpp_line.h"
 #include "operations/text/python_line.h"
 #include "pictures/atomic_file.h"
+#include "pictures/byte_reader.h"
 
 namespace qel::docs {
 namespace {
@@ -320,16 +321,12 @@ std::string ReadAll(const std::filesystem::path& path) {
   return content.str();
 }
 
-std::span<const uint8_t> BytesOf(const std::string& text) {
-  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-
 /// Pictures may differ in a few pixels: elsewhere the mathematics library may round a coordinate
 /// the other way.
 bool Matches(const std::string& name, const std::string& committed, const std::string& generated) {
   if (!name.ends_with(".png") || committed.empty()) return committed == generated;
   const auto decode = [&](const std::string& file) {
-    pictures::ByteSource source(BytesOf(file));
+    pictures::ByteSource source(pictures::BytesOf(file));
     return cli::DecodePicture(source, name, {}).image;
   };
   const Image a = decode(committed), b = decode(generated);
@@ -353,7 +350,7 @@ int Run(const std::filesystem::path& folder, bool checks) {
       continue;
     }
     std::filesystem::create_directories(path.parent_path());
-    pictures::WriteFileAtomically(path.string(), BytesOf(content));
+    pictures::WriteFileAtomically(path.string(), pictures::BytesOf(content));
   }
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
     const std::string name = std::filesystem::relative(entry.path(), folder).string();

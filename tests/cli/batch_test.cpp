@@ -12,6 +12,7 @@
 #include "cli/session/sha256.h"
 #include "cli/terminal/errors.h"
 #include "cli/terminal/json_reader.h"
+#include "pictures/byte_reader.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/tool.h"
 
@@ -24,9 +25,7 @@ using test::ReadFile;
 using test::WriteFile;
 namespace fs = std::filesystem;
 
-std::string HashOf(const std::string& content) {
-  return Sha256({reinterpret_cast<const uint8_t*>(content.data()), content.size()});
-}
+std::string HashOf(const std::string& content) { return Sha256(pictures::BytesOf(content)); }
 
 /// The tool on many files, as a user starts it.
 class Bulk : public test::ToolTest {
