@@ -31,6 +31,7 @@ inline constexpr MethodText kMedianMethods[] = {
      "size"},
 };
 
+/// What a median takes, made from its size and the image's depth.
 struct MedianPlan {
   MedianMethod method;
   int size;  ///< pixels of a window's side, at least 1

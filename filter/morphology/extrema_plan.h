@@ -28,6 +28,7 @@ inline constexpr MethodText kExtremaMethods[] = {
     {"wide-groups", "beyond, larger groups, of columns as well"},
 };
 
+/// What extrema take, made from the size of windows and the shape of the image.
 struct ExtremaPlan {
   ExtremaMethod method;
   Extrema extrema;

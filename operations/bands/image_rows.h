@@ -18,6 +18,7 @@ struct ImageRows {
   uint8_t* Row(int y) const { return bits + ptrdiff_t{y} * stride; }
 };
 
+/// The rows of plane 0.
 ImageRows RowsOf(IQEL& image);
 
 /// Copies `count` rows between images of the same width and depth.

@@ -19,6 +19,7 @@ Parameter ExtentParameter(std::string_view name, std::string_view help);
 /// What fills room beside the picture; left out: transparent if it has alpha, else white.
 extern const Parameter kBackgroundParameter;
 
+// Shapes in the words of compose/: whole bytes are channels.
 inline compose::Size SizeOf(const Shape& shape) { return {shape.width, shape.height}; }
 inline int ChannelsOf(const Shape& shape) { return shape.bits / 8; }
 
@@ -41,6 +42,7 @@ compose::Color PaintOf(const Given& given, std::string_view name);
 /// The background for a picture of this shape.
 compose::Color BackgroundOf(const Given& given, const Shape& shape);
 
+/// The side or corner that gravity= names.
 compose::Gravity GravityOf(const Given& given);
 
 /// An extent in whole pixels, rounded.
