@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/reciprocal_division.h"
 #include "simd/cpu_level.h"
 
 namespace qel {
@@ -14,13 +15,6 @@ struct Division {
   float single_factor = 1;
   bool in_single = false;  ///< the sums are small enough for single precision
   int32_t offset = 0;
-};
-
-/// (sum * multiplier >> 16) >> shift, for sums of 16 bits; multiplier 0 means no division. A
-/// reciprocal multiplication after Granlund and Montgomery (1994).
-struct ReciprocalDivision {
-  uint16_t multiplier = 0;
-  uint16_t shift = 0;
 };
 
 /// Weights of whole neighbourhoods for the direct functions, row by row. A word holds one weight of

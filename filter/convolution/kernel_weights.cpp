@@ -3,8 +3,6 @@
 #include <cstdlib>
 #include <numeric>
 
-#include "filter/convolution/exact_division.h"
-
 namespace qel {
 
 Weights::Weights(const int* kernel, int size) : kernel_(kernel), size_(size) {

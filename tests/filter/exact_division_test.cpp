@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "image/numeric.h"
+#include "image/reciprocal_division.h"
 #include "tests/support/rasters.h"
 #include "tests/support/sanitized.h"
 

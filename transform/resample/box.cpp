@@ -39,15 +39,14 @@ int64_t BoxTileAt(int64_t x, int64_t most, const Scale& scale, const Box& box, i
   return count;
 }
 
-/// The reciprocal of an area from 2 to `kLargestSmallBox`: with 2^s below the area, a factor of 16
-/// bits, rounded up, is exact for all sums of that many bytes.
+/// A box of 2 to `kLargestSmallBox` pixels, all of whose areas have a reciprocal division.
 SmallBox SmallBoxOf(const Box& box) {
-  int shift = 0;
-  while ((2u << shift) < box.area) ++shift;
-  const uint32_t factor = ((65536u << shift) + box.area - 1) / box.area;
-  return {static_cast<size_t>(box.columns), static_cast<size_t>(box.rows),
-          static_cast<size_t>(box.pixel_bytes), static_cast<uint16_t>(factor),
-          static_cast<uint16_t>(shift)};
+  SmallBox small = {.columns = static_cast<size_t>(box.columns),
+                    .rows = static_cast<size_t>(box.rows),
+                    .pixel_bytes = static_cast<size_t>(box.pixel_bytes),
+                    .mean = {}};
+  FindReciprocalDivision(static_cast<int32_t>(box.area), int64_t{UINT8_MAX} * box.area, small.mean);
+  return small;
 }
 
 }  // namespace

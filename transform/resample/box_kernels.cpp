@@ -1,7 +1,7 @@
 #include "transform/resample/box_kernels.h"
 
-#include "simd/prefetch.h"
 #include "simd/interleaved.h"
+#include "simd/prefetch.h"
 #include "simd/window.h"
 
 namespace qel::QEL_LEVEL {
@@ -10,8 +10,8 @@ namespace {
 /// means[i] = (a[i] + b[i]) / area, or a[i] / area without `b`.
 void Divide(uint8_t* __restrict means, const uint16_t* a, const uint16_t* b, size_t count,
             const SmallBox& box) {
-  const uint32_t factor = box.factor;
-  const int shift = box.shift;
+  const uint32_t factor = box.mean.multiplier;
+  const int shift = box.mean.shift;
   if (b == nullptr) {
     for (size_t i = 0; i < count; ++i) {
       const auto high = static_cast<uint16_t>((a[i] * factor) >> 16);

@@ -4,18 +4,17 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/reciprocal_division.h"
 #include "simd/cpu_level.h"
 
 namespace qel {
 
-/// Sizes of a box whose sums fit 16 bits, and the division by its area: sum * factor >> 16 >>
-/// shift.
+/// Sizes of a box whose sums fit 16 bits, and the division by its area.
 struct SmallBox {
   size_t columns;
   size_t rows;
   size_t pixel_bytes;
-  uint16_t factor;
-  uint16_t shift;
+  ReciprocalDivision mean;
 };
 /// The largest area of a `SmallBox`: the reciprocal is exact for sums of so many bytes.
 inline constexpr uint32_t kLargestSmallBox = 128;
