@@ -53,8 +53,8 @@ class IQELFilterTransform : public IUnknown {
   virtual result_t Noise(IQEL* image, int amount, IQEL** result) = 0;
 
   /// The neighbour (alpha included) whose brightness is the middle one; no colours are mixed. Black
-  /// for a `size` of 0 or less. Result: kFail also when there is no memory for the counts that
-  /// large sizes need.
+  /// for a `size` of 0 or less. Result: kFail also when there is no memory, which sizes from 5 on
+  /// may need.
   virtual result_t Median(IQEL* image, int size, IQEL** result) = 0;
 
   /// Relief from the bottom-left: `Filter` with the kernel 0 0 -1; 0 0 0; 1 0 0 and offset 127.
