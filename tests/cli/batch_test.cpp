@@ -595,11 +595,11 @@ double NumberAfter(const std::string& output, const std::string& text) {
   return at == std::string::npos ? 0 : std::stod(output.substr(at + text.size()));
 }
 
-/// Mebibytes. Libraries hold more or less; several threads rarely have all of their bands at a
-/// time.
+/// Mebibytes. Libraries hold more or less; how many of their bands several threads have at a time is
+/// up to the scheduler.
 void ExpectAtMostAbout(double told, double peak, bool one_thread) {
   EXPECT_LE(peak, told + std::max(0.02 * told, 2.0));
-  EXPECT_GE(peak, told - std::max((one_thread ? 0.1 : 0.25) * told, 2.0));
+  EXPECT_GE(peak, told - std::max((one_thread ? 0.1 : 0.5) * told, 2.0));
 }
 
 TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
