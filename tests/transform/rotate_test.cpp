@@ -115,6 +115,7 @@ TEST_P(Rotation, BoundsWhatWeightsAreOff) {
   EXPECT_LE(highest.sizes, kLanczosLine.sizes);
   EXPECT_LE(highest.running_sum, kLanczosLine.running_sum);
   EXPECT_LE(highest.running_sizes, kLanczosLine.running_sizes);
+  EXPECT_LE(highest.running_sizes, kLanczosApart.running_sizes);
 }
 
 // Sums of 12 x 12 taps whose distance from whole numbers is about what they are rounded by: in

@@ -2,16 +2,20 @@
 
 #include <utility>
 
+#include "simd/convert.h"
+#include "transform/rotate/lanczos_pieces.h"
 #include "transform/rotate/sample_offsets.h"
-#include "transform/trigonometry.h"
 #include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
 
+constexpr size_t kLanes = F32::kLanes;
 constexpr size_t kTaps = kBoundedTaps;
 /// Whole numbers from the pixel before a position to its first tap.
 constexpr int kTapsBefore = 5;
+/// Vectors that the weights of twelve taps fill.
+constexpr size_t kWeightVectors = (kTaps + kLanes - 1) / kLanes;
 
 void Spread(float* __restrict values, const uint8_t* __restrict bytes, size_t count,
             ByteRange& range) {
@@ -25,176 +29,178 @@ void Spread(float* __restrict values, const uint8_t* __restrict bytes, size_t co
   range = {lowest, highest};
 }
 
-/// The weights of a vector of positions; those of `mirrored` lanes lie in the opposite order.
-struct NearWeights {
-  F32 of[kTaps];
-  Mask<F32> mirrored;
-
-  QEL_SIMD_INLINE F32 InOrder(size_t k) const {
-    return IfThenElse(mirrored, of[kTaps - 1 - k], of[k]);
+/// Where the fractions of a vector of positions lie among the pieces of weights; all exact.
+struct PiecePlaces {
+  explicit PiecePlaces(F32 positions) {
+    const F32 fractions = positions - ConvertTo<F32>(ConvertTo<I32>(positions));
+    const F32 scaled = fractions * Set<F32>(static_cast<float>(kLanczosPieces));
+    const I32 pieces = ConvertTo<I32>(scaled);
+    StoreU(pieces, piece);
+    StoreU(scaled - ConvertTo<F32>(pieces) - Set<F32>(0.5f), t);
   }
+
+  int32_t piece[kLanes];
+  float t[kLanes];
 };
 
-/// The two weights whose distances t from the position are n - x and -n - x. A weight is
-/// 6 sin(pi t) sin(pi t / 6) / (pi t)^2, where sums of angles leave the sines of whole sixths of a
-/// half turn and two products: of 6 / pi^2 sin(pi x) with the sine and the cosine of pi x / 6. What
-/// both are divided by is (n^2 - x^2)^2.
-template <int n>
-QEL_SIMD_INLINE void WeighPair(NearWeights& weights, F32 x, F32 z, F32 by_sine, F32 by_cosine) {
-  constexpr double kRoot = 0.86602540378443864676;  // of 3/4
-  constexpr double kSines[] = {0, 0.5, kRoot, 1, kRoot, 0.5};
-  constexpr double kCosines[] = {1, kRoot, 0.5, 0, -0.5, -kRoot};
-  constexpr int kSign = n % 2 == 0 ? 1 : -1;
-  const F32 squares = Set<F32>(n * n) - z;
-  const F32 inverse = Set<F32>(1) / (squares * squares);
-  const F32 above = Set<F32>(n) + x;
-  const F32 below = Set<F32>(n) - x;
-  const F32 across = Of<F32>(kSign * kSines[n]) * by_cosine;
-  F32 along = Zero<F32>();
-  if constexpr (n != 3) along = Of<F32>(kSign * kCosines[n]) * by_sine;
-  weights.of[kTapsBefore + n] = (along - across) * (above * above * inverse);
-  weights.of[kTapsBefore - n] = (along + across) * (below * below * inverse);
-}
+/// The twelve weights of one position, side by side, then zeros.
+struct TapWeights {
+  QEL_SIMD_INLINE TapWeights(const PiecePlaces& places, size_t i) {
+    const float* const row = kLanczosPieceTable.of[places.piece[i]][0];
+    const F32 t = Set<F32>(places.t[i]);
+    for (size_t v = 0; v < kWeightVectors; ++v) {
+      const auto power = [=](size_t p) { return LoadU<F32>(row + p * kLanczosRow + v * kLanes); };
+      of[v] = MulAdd(MulAdd(MulAdd(power(3), t, power(2)), t, power(1)), t, power(0));
+    }
+  }
 
-QEL_SIMD_INLINE NearWeights WeightsOf(F32 position) {
-  // Polynomials through 6 / pi^2 sin(pi x) / x, sin(pi x / 6) / x and cos(pi x / 6) at Chebyshev's
-  // points, off by less than 4e-11.
-  constexpr double kFactor[] = {1.90985931707,   -3.14159264419,  1.55031339513,
-                                -0.364301645038, 0.0498806316049, -0.00427269639646};
-  constexpr double kSine[] = {0.523598775598, -0.0239245961721, 0.000327952558353,
-                              -2.13664768981e-06};
-  constexpr double kCosine[] = {0.999999999996, -0.137077838358, 0.00313171138867,
-                                -2.85493335767e-05};
-  // A fraction has the weights of its complement to 1 in the opposite order. Both are exact.
-  const F32 fraction = position - ConvertTo<F32>(ConvertTo<I32>(position));
-  const F32 x = Min(fraction, Set<F32>(1) - fraction);
-  const F32 z = x * x;
-  const F32 factor = Polynomial(kFactor, z);
-  const F32 at_position = factor * Polynomial(kSine, z);
-  const F32 by_sine = at_position * z;
-  const F32 by_cosine = factor * x * Polynomial(kCosine, z);
-  NearWeights weights;
-  weights.mirrored = fraction > Set<F32>(0.5f);
-  weights.of[kTapsBefore] = at_position;
-  WeighPair<1>(weights, x, z, by_sine, by_cosine);
-  WeighPair<2>(weights, x, z, by_sine, by_cosine);
-  WeighPair<3>(weights, x, z, by_sine, by_cosine);
-  WeighPair<4>(weights, x, z, by_sine, by_cosine);
-  WeighPair<5>(weights, x, z, by_sine, by_cosine);
-  const F32 last = Set<F32>(6) - x;
-  weights.of[kTaps - 1] = (Zero<F32>() - by_sine) / (last * last);
-  return weights;
-}
+  F32 of[kWeightVectors];
+};
 
 void Weigh(float* weights, const float* positions, size_t count) {
-  for (size_t i = 0; i < count; i += F32::kLanes) {
-    const NearWeights near = WeightsOf(LoadU<F32>(positions + i));
-    for (size_t k = 0; k < kTaps; ++k) StoreU(near.InOrder(k), weights + k * kSampleChunk + i);
+  for (size_t first = 0; first < count; first += kLanes) {
+    const PiecePlaces places(LoadU<F32>(positions + first));
+    for (size_t i = 0; i < kLanes; ++i) {
+      const TapWeights of_position(places, i);
+      float taps[kWeightVectors * kLanes];
+      for (size_t v = 0; v < kWeightVectors; ++v) StoreU(of_position.of[v], taps + v * kLanes);
+      for (size_t k = 0; k < kTaps; ++k) weights[k * kSampleChunk + first + i] = taps[k];
+    }
   }
 }
 
-/// The sums of a vector of points.
+/// Blocks of four sums that are left of twelve pixels side by side: of one channel or four, the
+/// first one; of three, the channels follow each other through all of them.
 template <int kBytes>
-class PointGroup {
+constexpr size_t kSumBlocks = kBytes == 3 ? 3 : 1;
+
+/// Sums twelve rows of twelve pixels.
+template <int kBytes>
+class TapSum {
  public:
-  PointGroup(const SampleTile& tile, const float* x, const float* y) {
-    const F32 position_x = LoadU<F32>(x);
-    const F32 position_y = LoadU<F32>(y);
-    const I32 columns = ConvertTo<I32>(position_x) - Set<I32>(kTapsBefore + tile.column);
-    const I32 rows = ConvertTo<I32>(position_y) - Set<I32>(kTapsBefore + tile.row);
-    const LanesOf offsets(columns * Set<I32>(kBytes) + rows * Set<I32>(tile.stride));
-    const NearWeights of_rows = WeightsOf(position_y);
-    for (size_t k = 0; k < kTaps; ++k) StoreU(of_rows.of[k], row_weights_ + k * F32::kLanes);
-    const uint64_t upwards = BitsFromMask(of_rows.mirrored);
-    const auto stride = static_cast<ptrdiff_t>(tile.stride);
-    for (size_t first = 0; first < F32::kLanes; first += kTogether) {
-      Column columns_of[kTogether];
-      for (size_t p = 0; p < kTogether; ++p) {
-        const float* const values = tile.values + offsets.at[first + p];
-        const bool is_upwards = (upwards >> (first + p) & 1) != 0;
-        columns_of[p] = {is_upwards ? values + (kTaps - 1) * stride : values,
-                         is_upwards ? -stride : stride};
+  /// The sums down the columns of the taps from `values` on.
+  QEL_SIMD_INLINE TapSum(const float* values, ptrdiff_t stride, const TapWeights& rows) {
+    float weights[kWeightVectors * kLanes];
+    for (size_t v = 0; v < kWeightVectors; ++v) StoreU(rows.of[v], weights + v * kLanes);
+    F32 sums[kChains][kVectors] = {};
+    for (size_t row = 0; row < kTaps; row += kChains) {
+      for (size_t chain = 0; chain < kChains; ++chain, values += stride) {
+        const F32 weight = Set<F32>(weights[row + chain]);
+        for (size_t v = 0; v < kVectors; ++v) {
+          F32& sum = sums[chain][v];
+          sum = KeepInRegister(MulAdd(weight, LoadU<F32>(values + v * kLanes), sum));
+        }
       }
-      SumDown(columns_of, first);
     }
-    SumAcross(WeightsOf(position_x), std::make_index_sequence<kBytes * kTaps / 4>());
+    for (size_t v = 0; v < kVectors; ++v) {
+      down_[v] = sums[0][v];
+      for (size_t chain = 1; chain < kChains; ++chain) down_[v] += sums[chain][v];
+    }
   }
 
-  /// The points whose bytes are not those of both ends of the bound, as a mask.
-  Mask<I32> Doubts(F32 bound) const {
-    I32 differing = Zero<I32>();
-    for (const F32 sum : sums_) differing |= BytesOf(sum + bound) ^ BytesOf(sum - bound);
-    return differing != Zero<I32>();
-  }
-
-  I32 Colors(F32 bound) const {
-    F32 sums[kBytes];
-    for (int c = 0; c < kBytes; ++c) sums[c] = sums_[c] + bound;
-    return ColorsOf<kBytes>(sums);
+  /// Sums these across as far as lanes are alike: to `kSumBlocks` blocks.
+  QEL_SIMD_INLINE void StoreAcross(float* sums, const TapWeights& columns) const {
+    // Every third vector has its channels in the same lanes, and so has every third block.
+    constexpr size_t kPeriod = kSumBlocks<kBytes>;
+    F32 alike[kPeriod];
+    for (F32& sum : alike) sum = Zero<F32>();
+    [&]<size_t... v>(std::index_sequence<v...>) __attribute__((always_inline)) {
+      ((alike[v % kPeriod] = MulAdd(WeightsOf<v>(columns), down_[v], alike[v % kPeriod])), ...);
+    }
+    (std::make_index_sequence<kVectors>());
+    Block<F32> blocks[kPeriod];
+    [&]<size_t... b>(std::index_sequence<b...>) __attribute__((always_inline)) {
+      constexpr size_t kOfVector = kLanes / 4;
+      ((b < kPeriod ? blocks[b % kPeriod] = ExtractBlock<b % kOfVector>(alike[b / kOfVector])
+                    : blocks[b % kPeriod] += ExtractBlock<b % kOfVector>(alike[b / kOfVector])),
+       ...);
+    }
+    (std::make_index_sequence<kPeriod * kLanes / 4>());
+    for (size_t b = 0; b < kPeriod; ++b) StoreU(blocks[b], sums + 4 * b);
   }
 
  private:
-  static constexpr size_t kVectors = (kBytes * kTaps + F32::kLanes - 1) / F32::kLanes;
-  static constexpr size_t kDown = kVectors * F32::kLanes;
-  static_assert(kDown - kBytes * kTaps <= kTileMargin);
+  static constexpr size_t kVectors = (kBytes * kTaps + kLanes - 1) / kLanes;
+  static_assert(kVectors * kLanes - kBytes * kTaps <= kTileMargin);
+  /// Where vectors are few, every other row has sums of its own, which need not wait.
+  static constexpr size_t kChains = kVectors <= 3 ? 2 : 1;
 
-  /// Points whose columns are summed together: the additions of one fill the waits of the others.
-  static constexpr size_t kTogether = kVectors > 3 ? 1 : kVectors > 2 ? 2 : 4;
-
-  /// The taps of a point, from the row on whose weight comes first.
-  struct Column {
-    const float* values;
-    ptrdiff_t stride;
-  };
-
-  /// The sums of all columns of the points from `first` on.
-  QEL_SIMD_INLINE void SumDown(Column (&columns)[kTogether], size_t first) {
-    F32 sums[kTogether][kVectors] = {};
-    for (size_t row = 0; row < kTaps; ++row) {
-      for (size_t p = 0; p < kTogether; ++p) {
-        const F32 weight = Set<F32>(row_weights_[row * F32::kLanes + first + p]);
-        for (size_t v = 0; v < kVectors; ++v) {
-          const F32 values = LoadU<F32>(columns[p].values + v * F32::kLanes);
-          sums[p][v] = KeepInRegister(MulAdd(weight, values, sums[p][v]));
-        }
-        columns[p].values += columns[p].stride;
-      }
-    }
-    for (size_t p = 0; p < kTogether; ++p) {
-      for (size_t v = 0; v < kVectors; ++v) {
-        StoreU(sums[p][v], down_ + (first + p) * kDown + v * F32::kLanes);
-      }
+  /// What vector `v` of the columns is multiplied by.
+  template <size_t v>
+  QEL_SIMD_INLINE static F32 WeightsOf(const TapWeights& columns) {
+    if constexpr (kBytes == 1) {
+      return columns.of[v];
+    } else {
+      // Pixels of four taps, with three or four values, end where a vector does.
+      const F32 weights = columns.of[v / kBytes];
+      return Shuffled<F32>(weights, weights,
+                           [](size_t i) { return (v % kBytes * kLanes + i) / kBytes; });
     }
   }
 
-  template <size_t... four>
-  QEL_SIMD_INLINE void SumAcross(const NearWeights& weights, std::index_sequence<four...>) {
-    for (F32& sum : sums_) sum = Zero<F32>();
-    const auto add = [&]<size_t kFour>(std::integral_constant<size_t, kFour>) {
-      I32 columns[4];
-      LoadWordColumns(columns, [&](size_t i) { return down_ + i * kDown + 4 * kFour; });
-      for (size_t k = 0; k < 4; ++k) {
-        const size_t at = 4 * kFour + k;
-        sums_[at % kBytes] =
-            MulAdd(weights.InOrder(at / kBytes), BitCast<F32>(columns[k]), sums_[at % kBytes]);
-      }
-    };
-    (add(std::integral_constant<size_t, four>()), ...);
-  }
-
-  alignas(64) float row_weights_[kTaps * F32::kLanes];
-  alignas(64) float down_[F32::kLanes * kDown];
-  F32 sums_[kBytes];
+  F32 down_[kVectors];
 };
+
+/// Colors of points, and those in doubt among them.
+struct Colors {
+  U32 of;
+  Mask<U32> in_doubt;
+};
+
+/// The colors of points from the blocks of sums of each, which may be off by `bound`.
+template <int kBytes>
+QEL_SIMD_INLINE Colors ColorsOfBlocks(const float* sums, F32 bound) {
+  if constexpr (kBytes == 4) {
+    const auto bytes = [=](F32 added) {
+      const auto wholes = [=](size_t v) {
+        return ConvertTo<I32>(LoadU<F32>(sums + v * kLanes) + added);
+      };
+      return BitCast<U32>(OrderedDemote4To8(wholes(0), wholes(1), wholes(2), wholes(3)));
+    };
+    const U32 colors = bytes(bound);
+    return {colors, (colors ^ bytes(Zero<F32>() - bound)) != Zero<U32>()};
+  } else {
+    constexpr size_t kBlocks = kSumBlocks<kBytes>;
+    F32 parts[4 * kBlocks];
+    for (size_t b = 0; b < kBlocks; ++b) {
+      I32 words[4];
+      LoadWordColumns(words, [=](size_t i) { return sums + 4 * (kBlocks * i + b); });
+      for (size_t k = 0; k < 4; ++k) parts[4 * b + k] = BitCast<F32>(words[k]);
+    }
+    F32 highest[kBytes];
+    I32 differing = Zero<I32>();
+    for (size_t c = 0; c < kBytes; ++c) {
+      const F32 sum =
+          (parts[c] + parts[c + kBytes]) + (parts[c + 2 * kBytes] + parts[c + 3 * kBytes]);
+      highest[c] = sum + bound;
+      differing |= BytesOf(highest[c]) ^ BytesOf(sum - bound);
+    }
+    return {BitCast<U32>(ColorsOf<kBytes>(highest)), BitCast<U32>(differing) != Zero<U32>()};
+  }
+}
 
 template <int kBytes>
 uint64_t Blend(uint32_t* colors, const SampleTile& tile, const SamplePoints& points, size_t count) {
+  constexpr size_t kSums = 4 * kSumBlocks<kBytes>;
   const F32 bound = Set<F32>(tile.bound);
+  const auto stride = static_cast<ptrdiff_t>(tile.stride);
   uint64_t doubts = 0;
-  for (size_t i = 0; i < count; i += F32::kLanes) {
-    const PointGroup<kBytes> group(tile, points.x + i, points.y + i);
-    StoreU(group.Colors(bound), colors + i);
-    doubts |= BitsFromMask(group.Doubts(bound)) << i;
+  for (size_t first = 0; first < count; first += kLanes) {
+    const F32 x = LoadU<F32>(points.x + first);
+    const F32 y = LoadU<F32>(points.y + first);
+    const PiecePlaces of_columns(x);
+    const PiecePlaces of_rows(y);
+    const I32 columns = ConvertTo<I32>(x) - Set<I32>(kTapsBefore + tile.column);
+    const I32 rows = ConvertTo<I32>(y) - Set<I32>(kTapsBefore + tile.row);
+    const LanesOf offsets(columns * Set<I32>(kBytes) + rows * Set<I32>(tile.stride));
+    alignas(64) float sums[kSums * kLanes];
+    for (size_t i = 0; i < kLanes; ++i) {
+      const TapSum<kBytes> sum(tile.values + offsets.at[i], stride, TapWeights(of_rows, i));
+      sum.StoreAcross(sums + kSums * i, TapWeights(of_columns, i));
+    }
+    const Colors of_points = ColorsOfBlocks<kBytes>(sums, bound);
+    StoreU(of_points.of, colors + first);
+    doubts |= BitsFromMask(of_points.in_doubt) << first;
   }
   return count < kSampleChunk ? doubts & ((uint64_t{1} << count) - 1) : doubts;
 }

@@ -36,6 +36,11 @@ inline constexpr float kLeastBounded = 4;
 /// their signs, times 2^24, and quantities of lines of weights.
 inline constexpr double kBoundedWeightError = 13;
 inline constexpr WeightLine kLanczosLine = {1.00073, 1.97750, 6.0567, 10.9460};
+/// The same where lanes of a vector, or rows by turns, have sums of their own that are added in the
+/// end: each of up to six roundings before the last one meets sums whose sizes together are at most
+/// those of all weights. Taps one after the other stay below that, too.
+inline constexpr WeightLine kLanczosApart = {kLanczosLine.sum, kLanczosLine.sizes,
+                                             6 * kLanczosLine.sizes, 6 * kLanczosLine.sizes};
 
 struct BoundedKernels {
   /// Makes values of bytes and widens `range` by them.

@@ -182,6 +182,9 @@ int FirstWithout(int begin, int end, EdgeGuess& guess, Fails fails) {
 template <typename Position, typename TooLow, typename TooHigh>
 PixelRun RunWithin(const PixelRun& run, bool rising, EdgeGuess (&guesses)[2], Position position,
                    TooLow too_low, TooHigh too_high) {
+  const auto is_within = [&](int i) { return !too_low(position(i)) && !too_high(position(i)); };
+  // Mostly the source is larger than what is looked at of a row.
+  if (run.begin < run.end && is_within(run.begin) && is_within(run.end - 1)) return run;
   const auto first_without = [&](int begin, EdgeGuess& guess, auto fails) {
     return FirstWithout(begin, run.end, guess, [&](int i) { return fails(position(i)); });
   };

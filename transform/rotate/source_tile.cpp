@@ -60,7 +60,8 @@ bool SourceTile::Fill(PixelBox box) {
   }
   // Lanes that nobody looks at would take long with numbers of other kinds.
   std::fill_n(to, kTileMargin, 0.0f);
-  constexpr Tolerance kTolerance = ToleranceOf(kLanczosLine, kLanczosLine, kBoundedWeightError);
+  constexpr Tolerance kTolerance =
+      ToleranceOf(kLanczosLine, kLanczosLine, kBoundedWeightError, kLanczosApart, kLanczosApart);
   box_ = box;
   tile_ = {.values = memory_.get(),
            .stride = static_cast<int32_t>(row_values),
