@@ -2,7 +2,6 @@
 #include <cstring>
 
 #include "filter/convolution/convolution_job.h"
-#include "simd/prefetch.h"
 
 // Equal weights: running sums down the columns. From row to row, one row of the source enters them
 // and one leaves. Sums of columns beside the image are those of the outside color all the way.
@@ -12,8 +11,6 @@ namespace {
 
 /// Most bytes of a row under the windows of a tile: long rows pass by quicker than parts of them.
 constexpr size_t kTileBytes = 14 * 1024;
-/// Rows of a tile that are fetched in advance.
-constexpr int64_t kRowsAhead = 3;
 
 template <typename Sum, typename Quotient>
 class BoxTile {
@@ -34,16 +31,14 @@ class BoxTile {
   /// Most columns of the output in a tile.
   int64_t MostColumns() const { return job_.TileWidth(static_cast<int64_t>(MostBytes())); }
 
-  /// Columns `x` to `x` + `count` - 1 of the output, which are all of them if `is_whole`.
-  void Run(int64_t x, int64_t count, bool is_whole) {
+  /// Columns `x` to `x` + `count` - 1 of the output.
+  void Run(int64_t x, int64_t count) {
     Place(x, count);
     const int64_t first = job_.weights.FirstRow();
     const auto taps = static_cast<int64_t>(job_.weights.rows());
     // Rows above the image, which sums begin with, leave first.
     for (int64_t row = first; row < first + taps - 1; ++row) Move(row, kAboveAll);
     for (int64_t y = 0; y < job_.out.Rows(); ++y) {
-      // Kernels ask for what comes a page further on.
-      if (!is_whole) Prefetch(y, x, count);
       Move(y + first + taps - 1, y == 0 ? kAboveAll : y + first - 1);
       if (!takes_alpha_) {
         Write(y, x, 0, count, nullptr);
@@ -125,15 +120,6 @@ class BoxTile {
   }
   static constexpr size_t kFewBytes = 64;
 
-  void Prefetch(int64_t y, int64_t x, int64_t count) const {
-    if (!job_.source.InPlace() || y + kRowsAhead >= job_.out.Rows()) return;
-    const int64_t last = job_.weights.FirstRow() + static_cast<int64_t>(job_.weights.rows()) - 1;
-    if (const uint8_t* const row = job_.source.At(y + kRowsAhead + last, first_)) {
-      PrefetchRun(row, columns_ * step_);
-    }
-    PrefetchRun<1>(job_.out.At(y + kRowsAhead, x), count * step_);
-  }
-
   const ConvolutionJob& job_;
   const BoxKernels<Sum, Quotient>& kernels_;
   const Quotient& division_;
@@ -155,10 +141,8 @@ template <typename Sum, typename Quotient>
 void RunBox(const ConvolutionJob& job, const BoxKernels<Sum, Quotient>& kernels,
             const Quotient& division) {
   BoxTile<Sum, Quotient> tile(job, kernels, division);
-  const Tiles tiles(0, job.out.Columns(), tile.MostColumns());
-  for (int64_t i = 0; i < tiles.count(); ++i) {
-    tile.Run(tiles[i], tiles[i + 1] - tiles[i], tiles.count() == 1);
-  }
+  ForEachTile(0, job.out.Columns(), tile.MostColumns(),
+              [&](int64_t x, int64_t count) { tile.Run(x, count); });
 }
 
 }  // namespace
