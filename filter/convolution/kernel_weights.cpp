@@ -265,6 +265,10 @@ bool FindProduct(const Weights& weights, Square3Weights& square) {
   if (!factors.Find(Weights(outer, 3))) return false;
   int16_t down[3];
   factors.Store(down, square.across, square.step);
+  if (square.across[0] < 0) {
+    for (int16_t& weight : down) weight = static_cast<int16_t>(-weight);
+    for (int16_t& weight : square.across) weight = static_cast<int16_t>(-weight);
+  }
   const int32_t center = weights.At(1, 1) - outer[4];
   if (!std::all_of(down, down + 3, IsByte) || !IsByte(center)) return false;
   if (!FitsPair(down[0], down[1])) return false;

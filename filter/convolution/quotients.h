@@ -116,8 +116,9 @@ class ShortQuotients {
   explicit ShortQuotients(const ShortFinish& finish)
       : divides_(finish.division.multiplier != 0),
         negates_(finish.negate),
-        shift_(finish.division.shift),
+        shifts_(finish.division.shift != 0),
         multiplier_(Set<U16>(static_cast<uint16_t>(finish.division.multiplier))),
+        shift_(Set<U16>(static_cast<uint16_t>((1 << 16) >> finish.division.shift))),
         sign_(Set<I16>(finish.negate ? -1 : 0)),
         offset_(Set<I16>(static_cast<int16_t>(finish.offset))) {}
 
@@ -142,13 +143,16 @@ class ShortQuotients {
     }
   }
   QEL_SIMD_INLINE U16 Divide(U16 sizes) const {
-    return divides_ ? ShiftRightSame(MulHigh(sizes, multiplier_), shift_) : sizes;
+    if (divides_) sizes = MulHigh(sizes, multiplier_);
+    if (shifts_) sizes = MulHigh(sizes, shift_);
+    return sizes;
   }
 
   const bool divides_;
   const bool negates_;
-  const int shift_;
+  const bool shifts_;
   const U16 multiplier_;
+  const U16 shift_;  ///< as a factor: shifts by a variable take two instructions
   const I16 sign_;
   const I16 offset_;
 };
@@ -222,6 +226,10 @@ struct Accumulator : Halves<I16> {
   QEL_SIMD_INLINE void AddFirsts(const Halves<U8>& pairs, const PairLanes& weights) {
     lower += SumFirsts(pairs.lower, weights);
     upper += SumFirsts(pairs.upper, weights);
+  }
+  QEL_SIMD_INLINE void Add(const Halves<I16>& sums) {
+    lower += sums.lower;
+    upper += sums.upper;
   }
   QEL_SIMD_INLINE void Add(const Halves<I16>& sums, I16 weight) {
     lower += sums.lower * weight;

@@ -89,6 +89,7 @@ class Square3Row {
                           Set<I16>(static_cast<int16_t>(weights_.across[1])),
                           Set<I16>(static_cast<int16_t>(weights_.across[2]))};
     const bool has_center = weights_.center != 0;
+    const bool is_mirrored = weights_.across[0] == 1 && weights_.across[2] == 1;
     StoreWindows<3, kStep>(
         dest, count,
         [&](size_t k) -> Halves<I16> {
@@ -99,9 +100,14 @@ class Square3Row {
         [&](size_t k, const Halves<I16>& left, const Halves<I16>& center,
             const Halves<I16>& right) {
           Accumulator sums;
-          sums.Add(left, across[0]);
           sums.Add(center, across[1]);
-          sums.Add(right, across[2]);
+          if (is_mirrored) {
+            sums.Add(left);
+            sums.Add(right);
+          } else {
+            sums.Add(left, across[0]);
+            sums.Add(right, across[2]);
+          }
           if (has_center) sums.Add(LoadOnce(rows_[1] + k + kStep), Zero<U8>(), center_pair);
           return Finish(k, sums);
         });
