@@ -6,30 +6,67 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
+/// Looks the channels up for whole vectors.
 template <size_t kBytes>
-void Expand(uint8_t* __restrict dest, const uint8_t* __restrict source, size_t count,
-            const PaletteTables& palette) {
-  if constexpr (!kHasTableLookupBytes) {
-    for (size_t i = 0; i < count; ++i) {
-      for (size_t c = 0; c < 3; ++c) dest[kBytes * i + c] = palette.channels[c][source[i]];
-    }
-    return;
+void ExpandChannels(uint8_t* dest, const uint8_t* source, size_t count,
+                    const PaletteColors& palette) {
+  alignas(64) uint8_t channels[4][256];
+  for (size_t i = 0; i < 256; i += kVectorBytes) {
+    U8 of[4];
+    LoadInterleaved<4>(reinterpret_cast<const uint8_t*>(palette.of + i), of);
+    for (size_t c = 0; c < 3; ++c) StoreU(of[c], channels[c] + i);
   }
-  const TableLookup blue(palette.channels[0]);
-  const TableLookup green(palette.channels[1]);
-  const TableLookup red(palette.channels[2]);
+  const TableLookup blue(channels[0]), green(channels[1]), red(channels[2]);
   WalkBlocks<kVectorBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
-        U8 channels[kBytes];
-        if constexpr (kBytes == 4) LoadInterleaved<4>(to, channels);
+        U8 pixels[kBytes];
+        if constexpr (kBytes == 4) LoadInterleaved<4>(to, pixels);
         const U8 index = LoadU<U8>(from);
-        channels[0] = blue(index);
-        channels[1] = green(index);
-        channels[2] = red(index);
-        StoreInterleaved<kBytes>(channels, to);
+        pixels[0] = blue(index);
+        pixels[1] = green(index);
+        pixels[2] = red(index);
+        StoreInterleaved<kBytes>(pixels, to);
       },
       To<kBytes>{dest}, From<1>{source});
+}
+
+/// Loads the colors pixel by pixel: at other levels two thirds of the time of their channels.
+template <size_t kBytes>
+void ExpandSingly(uint8_t* dest, const uint8_t* source, size_t count,
+                  const PaletteColors& palette) {
+  constexpr size_t kPixels = kBytes == 4 ? U32::kLanes : 8;
+  WalkBlocks<kPixels>(
+      count,
+      [&](uint8_t* to, const uint8_t* from) {
+        uint64_t indices[(kPixels + 7) / 8] = {};
+        __builtin_memcpy(indices, from, kPixels);
+        const auto color = [&](size_t i) {
+          return palette.of[indices[i / 8] >> (8 * (i % 8)) & 0xFF];
+        };
+        if constexpr (kBytes == 4) {
+          const U32 alpha = LoadU<U32>(to) & Set<U32>(0xFF000000u);
+          StoreU(LanesFrom<U32>(color) | alpha, to);
+        } else {
+          // The fourth byte of each is stored over; the last one has none.
+          for (size_t i = 0; i + 1 < kPixels; ++i) {
+            const uint32_t pixel = color(i);
+            __builtin_memcpy(to + 3 * i, &pixel, 4);
+          }
+          const uint32_t last = color(kPixels - 2) >> 16 | color(kPixels - 1) << 8;
+          __builtin_memcpy(to + 3 * kPixels - 4, &last, 4);
+        }
+      },
+      To<kBytes>{dest}, From<1>{source});
+}
+
+template <size_t kBytes>
+void Expand(uint8_t* dest, const uint8_t* source, size_t count, const PaletteColors& palette) {
+  if constexpr (kHasByteLookup) {
+    ExpandChannels<kBytes>(dest, source, count, palette);
+  } else {
+    ExpandSingly<kBytes>(dest, source, count, palette);
+  }
 }
 
 }  // namespace

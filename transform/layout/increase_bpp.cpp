@@ -16,15 +16,15 @@ class SourcePalette {
   explicit SourcePalette(IQEL* image) : palette_(QueryFor<IQELImagePalette>(image)) {
     if (palette_) palette_->GetPalette(&entries_, &count_);
     for (uint32_t i = 0; !Empty() && i < std::min(count_, kEntries); ++i) {
-      tables_.channels[0][i] = entries_[i].blue;
-      tables_.channels[1][i] = entries_[i].green;
-      tables_.channels[2][i] = entries_[i].red;
+      uint32_t color;
+      std::memcpy(&color, &entries_[i], sizeof(color));
+      colors_.of[i] = color & 0x00FFFFFFu;
     }
   }
 
   bool Empty() const { return count_ == 0 || entries_ == nullptr; }
   /// The entries that there are, for rows that the palette `Covers`.
-  const PaletteTables& Tables() const { return tables_; }
+  const PaletteColors& Colors() const { return colors_; }
   /// True when no index of the row is beyond the palette.
   bool Covers(const uint8_t* row, size_t count) const {
     if (count_ >= kEntries || count == 0) return true;
@@ -42,7 +42,7 @@ class SourcePalette {
   SmartPtr<IQELImagePalette> palette_;
   RGBQUAD* entries_ = nullptr;
   uint32_t count_ = 0;
-  PaletteTables tables_ = {};
+  PaletteColors colors_ = {};
 };
 
 // Deliberate: at 32 bits palette colors leave alpha as the new image had it, while gray levels and
@@ -52,7 +52,7 @@ void ExpandRow(uint8_t* dest, const uint8_t* source, size_t count, int pixel_byt
   const DepthKernels& kernels = ActiveDepthKernels();
   if (palette.Covers(source, count)) {
     const auto expand = pixel_bytes == 4 ? kernels.palette_to_32 : kernels.palette_to_24;
-    expand(dest, source, count, palette.Tables());
+    expand(dest, source, count, palette.Colors());
     return;
   }
   for (size_t i = 0; i < count; ++i) {
