@@ -7,15 +7,18 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
+/// Which steps a line takes. Offsets are added or subtracted; only what wraps is cut off.
+enum class LineSteps { kRaises, kLowers, kAll };
+
 /// A clamped line, computed for a whole vector of bytes at a time.
+template <LineSteps kSteps>
 class LineLookup {
  public:
   explicit LineLookup(const ByteLine& line)
       : slope_(Set<U16>(line.slope)),
         raise_(Set<U16>(static_cast<uint16_t>(line.offset > 0 ? line.offset : 0))),
         lower_(Set<U16>(static_cast<uint16_t>(line.offset < 0 ? -line.offset : 0))),
-        kept_(Set<U16>(line.wraps ? 0x00FF : 0xFFFF)),
-        shift_(line.shift) {}
+        unit_(Set<U16>(static_cast<uint16_t>(1 << (16 - line.shift)))) {}
 
   QEL_SIMD_INLINE U8 operator()(U8 index) const {
     const U8 zero = Zero<U8>();
@@ -24,22 +27,28 @@ class LineLookup {
 
  private:
   QEL_SIMD_INLINE I16 At(U8 times_256) const {
-    const U16 products = MulHigh(BitCast<U16>(times_256), slope_);
-    const U16 sums = SaturatedSub(SaturatedAdd(products, raise_), lower_);
-    return BitCast<I16>(ShiftRightSame(sums, shift_) & kept_);
+    U16 sums = MulHigh(BitCast<U16>(times_256), slope_);
+    if constexpr (kSteps != LineSteps::kLowers) sums = SaturatedAdd(sums, raise_);
+    if constexpr (kSteps != LineSteps::kRaises) sums = SaturatedSub(sums, lower_);
+    // A shift by a number that is not known before takes two steps, a product one.
+    const U16 values = MulHigh(sums, unit_);
+    return BitCast<I16>(kSteps == LineSteps::kAll ? values & Set<U16>(0xFF) : values);
   }
-  U16 slope_, raise_, lower_, kept_;
-  int shift_;
+  U16 slope_, raise_, lower_, unit_;
 };
 
-/// Where the level looks bytes up in a few instructions, no line is worth being looked for, nor where
-/// it adds 16 bits one by one.
+/// Where the level looks bytes up in a few instructions, no line is worth being looked for, nor
+/// where it adds 16 bits one by one.
 constexpr bool kPrefersLines = kHasSaturatedWords && !kHasByteLookup;
 
 /// Calls `walk(lookup)` with what is quicker for this map.
 template <typename Walk>
 QEL_SIMD_INLINE void WithLookup(const ByteMap& map, const Walk& walk) {
-  if (kPrefersLines && map.line) return walk(LineLookup(*map.line));
+  if (kPrefersLines && map.line) {
+    if (map.line->wraps) return walk(LineLookup<LineSteps::kAll>(*map.line));
+    if (map.line->offset < 0) return walk(LineLookup<LineSteps::kLowers>(*map.line));
+    return walk(LineLookup<LineSteps::kRaises>(*map.line));
+  }
   walk(TableLookup(map.table));
 }
 
