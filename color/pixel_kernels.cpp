@@ -32,7 +32,7 @@ void ClearKey(uint8_t* row, size_t pixels, uint32_t key) {
   // What has no key is skipped a run at a time.
   constexpr size_t kRun = 64;
   for (; pixels >= kRun; pixels -= kRun, row += 4 * kRun) {
-    PrefetchAhead<4 * kRun>(row);
+    PrefetchInSteps<4 * kRun>(row);
     uint32_t found = 0;
     for (size_t i = 0; i < kRun; ++i) found |= HasColor(row + 4 * i, key) ? ~0u : 0u;
     if (found != 0) ClearKeyInRun(row, kRun, key);

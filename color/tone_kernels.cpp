@@ -25,9 +25,9 @@ void LutBytesSingly(uint8_t* row, size_t count, const uint8_t* table) {
   // Eight are read at once: the next ones need not wait for what was stored.
   ForEachBlock<1, 32>(row, row, count, [=](uint8_t* to, const uint8_t* from) {
     for (size_t k = 0; k < 32; k += 8) {
-      uint64_t old;
-      __builtin_memcpy(&old, from + k, sizeof(old));
-      for (size_t i = 0; i < 8; ++i) to[k + i] = table[old >> (8 * i) & 0xFF];
+      uint32_t old[2];
+      __builtin_memcpy(old, from + k, sizeof(old));
+      for (size_t i = 0; i < 8; ++i) to[k + i] = table[old[i / 4] >> (8 * (i % 4)) & 0xFF];
     }
   });
 }
@@ -70,7 +70,7 @@ void ShiftBytes(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* s
     StoreU(SaturatedSub(SaturatedAdd(LoadU<U8>(at), adds[k]), subtracts[k]), at);
   };
   for (; count >= kShiftPeriod; count -= kShiftPeriod, row += kShiftPeriod) {
-    PrefetchAhead<kShiftPeriod>(row);
+    PrefetchInSteps<kShiftPeriod>(row);
     for (size_t k = 0; k < kParts; ++k) shift(row + k * kVectorBytes, k);
   }
   size_t k = 0;
@@ -81,19 +81,37 @@ void ShiftBytes(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* s
   __builtin_memcpy(row, rest, count);
 }
 
-void ShiftGrays(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract) {
+/// The first `kAdded` offsets are added, the others subtracted.
+template <size_t kAdded>
+void ShiftGraysBy(uint8_t* row, size_t count, const uint8_t (&offsets)[3]) {
   const I16 one = Set<I16>(1);
+  const U8 by[3] = {Set<U8>(offsets[0]), Set<U8>(offsets[1]), Set<U8>(offsets[2])};
   ForEachBlock<1, kVectorBytes>(row, row, count, [=](uint8_t* to, const uint8_t* from) {
     const U8 gray = LoadU<U8>(from);
     U8 channels[3];
     for (size_t c = 0; c < 3; ++c) {
-      channels[c] = SaturatedSub(SaturatedAdd(gray, Set<U8>(add[c])), Set<U8>(subtract[c]));
+      channels[c] = c < kAdded ? SaturatedAdd(gray, by[c]) : SaturatedSub(gray, by[c]);
     }
     ChannelSums sums(channels);
     sums.lower += one;
     sums.upper += one;
     StoreU(Mean(sums), to);
   });
+}
+void ShiftGrays(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract) {
+  // The order of the channels does not matter.
+  uint8_t offsets[3];
+  size_t added = 0, subtracted = 3;
+  for (size_t c = 0; c < 3; ++c) {
+    if (subtract[c] == 0) {
+      offsets[added++] = add[c];
+    } else {
+      offsets[--subtracted] = subtract[c];
+    }
+  }
+  constexpr decltype(&ShiftGraysBy<0>) kByAdded[] = {&ShiftGraysBy<0>, &ShiftGraysBy<1>,
+                                                     &ShiftGraysBy<2>, &ShiftGraysBy<3>};
+  kByAdded[added](row, count, offsets);
 }
 
 /// 255 * 2^z for z up to 0, z cut into a whole part and a fraction from -1 to 0. The remainder of
@@ -150,12 +168,14 @@ void MixBytes(uint8_t* dest, const uint8_t* source, size_t count) {
     return high + ShiftRight<4>(low);
   };
   constexpr int kHigh = kRedWeight / 16, kLow = kRedWeight % 16;
-  ForEachBlock<1, kVectorBytes, 2>(dest, source, count, [&](uint8_t* to, const uint8_t* from) {
-    const U8 a = LoadU<U8>(from), b = LoadU<U8>(from + 1), c = LoadU<U8>(from + 2);
-    const I16 even = mix(a, c, weights(kHigh, 0), weights(kLow, 0));
-    const I16 odd = mix(b, c, weights(0, kHigh), weights(0, kLow));
-    const I16 upper = Set<I16>(static_cast<int16_t>(0xFF00));
-    StoreU(BitCast<U8>(ShiftRight<6>(even) | (ShiftLeft<2>(odd) & upper)), to);
+  ForEachBlock<1, 64, 2>(dest, source, count, [&](uint8_t* to, const uint8_t* from) {
+    for (size_t i = 0; i < 64; i += kVectorBytes) {
+      const U8 a = LoadU<U8>(from + i), b = LoadU<U8>(from + i + 1), c = LoadU<U8>(from + i + 2);
+      const I16 even = mix(a, c, weights(kHigh, 0), weights(kLow, 0));
+      const I16 odd = mix(b, c, weights(0, kHigh), weights(0, kLow));
+      const I16 upper = Set<I16>(static_cast<int16_t>(0xFF00));
+      StoreU(BitCast<U8>(ShiftRight<6>(even) | (ShiftLeft<2>(odd) & upper)), to + i);
+    }
   });
 }
 
@@ -233,9 +253,12 @@ QEL_SIMD_INLINE U32 RepeatLowBytes3(U32 v) {
 template <typename Gray>
 void ReplaceBySum(uint8_t* dest, const uint8_t* source, size_t pixels, Gray&& gray) {
   const U32 alpha = Set<U32>(0xFF000000u);
-  ForEachBlock<4, kVectorBytes / 4>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
-    const U32 old = LoadU<U32>(from);
-    StoreU((old & alpha) | RepeatLowBytes3(BitCast<U32>(gray(BitCast<I16>(SumsOf3In4(old))))), to);
+  ForEachBlock<4, 16>(dest, source, pixels, [&](uint8_t* to, const uint8_t* from) {
+    for (size_t i = 0; i < 64; i += kVectorBytes) {
+      const U32 old = LoadU<U32>(from + i);
+      const I16 sums = BitCast<I16>(SumsOf3In4(old));
+      StoreU((old & alpha) | RepeatLowBytes3(BitCast<U32>(gray(sums))), to + i);
+    }
   });
 }
 

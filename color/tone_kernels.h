@@ -21,7 +21,7 @@ struct ToneKernels {
   /// Saturating row[i] + add[i mod 192] - subtract[i mod 192], for any pixel size that divides 192.
   void (*shift_bytes)(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract);
   /// The rounded mean of the three channels of grays, to which the first three bytes of these
-  /// patterns are added and subtracted, saturating.
+  /// patterns, one of each two 0, are added and subtracted, saturating.
   void (*shift_grays)(uint8_t* row, size_t count, const uint8_t* add, const uint8_t* subtract);
   /// Bytes least[i] <= 255 (i / 255)^exponent <= most[i], truncated, for exponents from 1/64 to 64
   /// and `logarithms[i]`, of 256, as log2(i / 255) or less. They differ only where the power lies

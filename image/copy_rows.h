@@ -14,8 +14,8 @@ namespace qel {
 inline void CopyApart(uint8_t* dest, const uint8_t* source, size_t bytes) {
   constexpr size_t kLine = 64;
   for (; bytes >= kLine; bytes -= kLine, dest += kLine, source += kLine) {
-    PrefetchAhead<kLine>(source);
-    PrefetchAhead<kLine>(dest);
+    PrefetchInSteps<kLine>(source);
+    PrefetchInSteps<kLine>(dest);
     uint8_t line[kLine];
     std::memcpy(line, source, kLine);
     std::memcpy(dest, line, kLine);

@@ -11,8 +11,12 @@ namespace {
 // overlap.
 
 inline void GrayTo24(uint8_t* dest, const uint8_t* source, size_t count) {
-  WalkBlocks<kVectorBytes>(
-      count, [](uint8_t* to, const uint8_t* from) { StoreRepeated3(LoadU<U8>(from), to); },
+  WalkBlocks<64>(
+      count,
+      [](uint8_t* to, const uint8_t* from) {
+        for (size_t i = 0; i < 64; i += kVectorBytes)
+          StoreRepeated3(LoadU<U8>(from + i), to + 3 * i);
+      },
       To<3>{dest}, From<1>{source});
 }
 
@@ -44,9 +48,7 @@ inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
       const size_t pixel = kHasByteLookup ? i / 4 : i % 16 / 4;
       return i % 4 == 3 ? 0x80 : 3 * pixel + i % 4;
     });
-    for (; 3 * count >= kLoaded; count -= kPixels, source += 3 * kPixels, dest += 4 * kPixels) {
-      PrefetchAhead<3 * kPixels>(source);
-      PrefetchAhead<4 * kPixels>(dest);
+    const auto widen = [&] {
       const U8 apart = LoadU<U8>(kApart.bytes);
       U8 colors;
       if constexpr (kHasByteLookup) {
@@ -55,12 +57,22 @@ inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
         colors = TableLookupBytesOr0(LoadBlocks<U8>(source, 12), apart);
       }
       StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
+      source += 3 * kPixels;
+      dest += 4 * kPixels;
+      count -= kPixels;
+    };
+    constexpr size_t kRun = 4;
+    while (3 * count >= 3 * kPixels * (kRun - 1) + kLoaded) {
+      PrefetchInSteps<3 * kPixels * kRun>(source);
+      PrefetchInSteps<4 * kPixels * kRun>(dest);
+      for (size_t i = 0; i < kRun; ++i) widen();
     }
+    while (3 * count >= kLoaded) widen();
   } else {
     constexpr size_t kRun = 64;
     for (; count > kRun; count -= kRun, source += 3 * kRun, dest += 4 * kRun) {
-      PrefetchAhead<3 * kRun>(source);
-      PrefetchAhead<4 * kRun>(dest);
+      PrefetchInSteps<3 * kRun>(source);
+      PrefetchInSteps<4 * kRun>(dest);
       for (size_t i = 0; i < kRun; ++i) {
         uint32_t color;
         __builtin_memcpy(&color, source + 3 * i, 4);

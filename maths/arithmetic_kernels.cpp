@@ -10,10 +10,12 @@ namespace qel::QEL_LEVEL {
 namespace {
 
 void Add(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count) {
-  WalkBlocks<kVectorBytes>(
+  WalkBlocks<64>(
       count,
       [](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-        StoreU(SaturatedAdd(LoadU<U8>(from_a), LoadU<U8>(from_b)), to);
+        for (size_t i = 0; i < 64; i += kVectorBytes) {
+          StoreU(SaturatedAdd(LoadU<U8>(from_a + i), LoadU<U8>(from_b + i)), to + i);
+        }
       },
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
@@ -42,13 +44,15 @@ void AddScaled(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t count,
     const U16 products = MulHigh(BitCast<U16>(SatWidenMulPairwiseAdd(pairs, weights)), factor);
     return BitCast<I16>(Min(ShiftRightSame(products, shift), most));
   };
-  WalkBlocks<kVectorBytes>(
+  WalkBlocks<64>(
       count,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-        const U8 first = LoadU<U8>(from_a), second = LoadU<U8>(from_b);
-        StoreU(ReorderDemote2To<U8>(scaled(InterleaveLower(first, second)),
-                                    scaled(InterleaveUpper(first, second))),
-               to);
+        for (size_t i = 0; i < 64; i += kVectorBytes) {
+          const U8 first = LoadU<U8>(from_a + i), second = LoadU<U8>(from_b + i);
+          StoreU(ReorderDemote2To<U8>(scaled(InterleaveLower(first, second)),
+                                      scaled(InterleaveUpper(first, second))),
+                 to + i);
+        }
       },
       To<1>{dest}, From<1>{a}, From<1>{b});
 }
@@ -72,16 +76,17 @@ uint64_t Subtract(uint8_t* dest, const uint8_t* a, const uint8_t* b, size_t coun
   const U8 opacity = BitCast<U8>(Set<U32>(kBytes == 4 ? uint32_t{alpha} << 24 : 0));
   const U8 one = Set<U8>(1);
   U64 tally = Zero<U64>();
-  WalkBlocks<kVectorBytes / kBytes>(
+  WalkBlocks<64 / kBytes>(
       count,
       [&](uint8_t* to, const uint8_t* from_a, const uint8_t* from_b) {
-        const U8 first = LoadU<U8>(from_a);
-        const U8 second = LoadU<U8>(from_b);
-        U8 d = SaturatedSub(first, second);
-        if constexpr (kAbsolute) d |= SaturatedSub(second, first);
-        d &= color;
-        tally += SumsOf8(Min(SaturatedSub(d, one), one));
-        StoreU(d | opacity, to);
+        for (size_t i = 0; i < 64; i += kVectorBytes) {
+          const U8 first = LoadU<U8>(from_a + i), second = LoadU<U8>(from_b + i);
+          U8 d = SaturatedSub(first, second);
+          if constexpr (kAbsolute) d |= SaturatedSub(second, first);
+          d &= color;
+          tally += SumsOf8(Min(SaturatedSub(d, one), one));
+          StoreU(d | opacity, to + i);
+        }
       },
       To<kBytes>{dest}, From<kBytes>{a}, From<kBytes>{b});
   uint64_t sum = 0;

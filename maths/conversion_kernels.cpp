@@ -24,21 +24,29 @@ void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
       const size_t byte = kHasByteLookup ? i : i % 16;
       return byte < (kHasByteLookup ? 3 * kPixels : 12) ? byte / 3 * 4 + byte % 3 : 0x80;
     });
-    for (; 3 * count >= kStored; count -= kPixels, source += 4 * kPixels, dest += 3 * kPixels) {
-      PrefetchAhead<4 * kPixels>(source);
-      PrefetchAhead<3 * kPixels>(dest);
+    const auto narrow = [&] {
       const U8 pixels = LoadU<U8>(source), close_up = LoadU<U8>(kCloseUp.bytes);
       if constexpr (kHasByteLookup) {
         StoreU(TableLookupLanes(pixels, close_up), dest);
       } else {
         StoreBlocks(TableLookupBytesOr0(pixels, close_up), dest, 12);
       }
+      source += 4 * kPixels;
+      dest += 3 * kPixels;
+      count -= kPixels;
+    };
+    constexpr size_t kRun = 4;
+    while (3 * count >= 3 * kPixels * (kRun - 1) + kStored) {
+      PrefetchInSteps<4 * kPixels * kRun>(source);
+      PrefetchInSteps<3 * kPixels * kRun>(dest);
+      for (size_t i = 0; i < kRun; ++i) narrow();
     }
+    while (3 * count >= kStored) narrow();
   } else {
     constexpr size_t kRun = 64;
     for (; count >= kRun; count -= kRun, source += 4 * kRun, dest += 3 * kRun) {
-      PrefetchAhead<4 * kRun>(source);
-      PrefetchAhead<3 * kRun>(dest);
+      PrefetchInSteps<4 * kRun>(source);
+      PrefetchInSteps<3 * kRun>(dest);
       for (size_t i = 0; i < kRun; i += 4) {
         uint32_t pixels[4];
         __builtin_memcpy(pixels, source + 4 * i, sizeof(pixels));
@@ -72,27 +80,31 @@ void MeanOf(uint8_t* dest, const uint8_t* source, size_t count) {
 // Whole vectors are stored again: storing single bytes by masks is slow.
 
 void FillZeros(uint8_t* dest, const uint8_t* source, size_t count) {
-  WalkBlocks<kVectorBytes>(
+  WalkBlocks<64>(
       count,
       [](uint8_t* to, const uint8_t* from) {
-        const U8 old = LoadU<U8>(to);
-        StoreU(IfThenElse(old == Zero<U8>(), LoadU<U8>(from), old), to);
+        for (size_t i = 0; i < 64; i += kVectorBytes) {
+          const U8 old = LoadU<U8>(to + i);
+          StoreU(IfThenElse(old == Zero<U8>(), LoadU<U8>(from + i), old), to + i);
+        }
       },
       To<1>{dest}, From<1>{source});
 }
 void FillBytesWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint8_t value) {
-  WalkBlocks<kVectorBytes>(
+  WalkBlocks<64>(
       count,
       [=](uint8_t* to, const uint8_t* from) {
-        const Mask<U8> others = LoadU<U8>(from) == Zero<U8>();
-        StoreU(IfThenElse(others, LoadU<U8>(to), Set<U8>(value)), to);
+        for (size_t i = 0; i < 64; i += kVectorBytes) {
+          const Mask<U8> others = LoadU<U8>(from + i) == Zero<U8>();
+          StoreU(IfThenElse(others, LoadU<U8>(to + i), Set<U8>(value)), to + i);
+        }
       },
       To<1>{dest}, From<1>{mask});
 }
 
 void Fill(uint8_t* dest, size_t bytes, const uint8_t* pattern, bool ahead) {
   for (; bytes >= kFillPeriod; bytes -= kFillPeriod, dest += kFillPeriod) {
-    if (ahead) PrefetchAhead<kFillPeriod>(dest);
+    if (ahead) PrefetchInSteps<kFillPeriod>(dest);
     __builtin_memcpy(dest, pattern, kFillPeriod);
   }
   __builtin_memcpy(dest, pattern, bytes);
@@ -108,8 +120,8 @@ void FillWordsWhere(uint8_t* dest, const uint8_t* mask, size_t count, uint32_t v
   };
   constexpr size_t kRun = 64;
   for (; count >= kRun; count -= kRun, dest += 4 * kRun, mask += kRun) {
-    PrefetchAhead<4 * kRun>(dest);
-    PrefetchAhead<kRun>(mask);
+    PrefetchInSteps<4 * kRun>(dest);
+    PrefetchInSteps<kRun>(mask);
     fill(dest, mask, kRun);
   }
   fill(dest, mask, count);

@@ -41,8 +41,13 @@ class SumMap {
 void MapBytes(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   if (!kHasTableLookupBytes && !map.line) return one_by_one::MapBytes(dest, source, count, map);
   WithLookup(map.OfBytes(), [=](const auto& lookup) {
-    WalkBlocks<kVectorBytes>(
-        count, [&](uint8_t* to, const uint8_t* from) { StoreU(lookup(LoadU<U8>(from)), to); },
+    WalkBlocks<64>(
+        count,
+        [&](uint8_t* to, const uint8_t* from) {
+          for (size_t i = 0; i < 64; i += kVectorBytes) {
+            StoreU(lookup(LoadU<U8>(from + i)), to + i);
+          }
+        },
         To<1>{dest}, From<1>{source});
   });
 }
@@ -156,12 +161,14 @@ void WordsTo4(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap
 }
 void WordsToWords(uint8_t* dest, const uint8_t* source, size_t count, const ScaleMap& map) {
   const LinearMap scale(map);
-  WalkBlocks<kVectorBytes / 4>(
+  WalkBlocks<16>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
-        const F32 scaled = scale(ConvertTo<F32>(LoadU<I32>(from)));
-        const Mask<I32> below = RebindMask<I32>(scaled < Zero<F32>());
-        StoreU(IfThenElse(below, Zero<I32>(), ConvertTo<I32>(scaled)), to);
+        for (size_t i = 0; i < 64; i += kVectorBytes) {
+          const F32 scaled = scale(ConvertTo<F32>(LoadU<I32>(from + i)));
+          const Mask<I32> below = RebindMask<I32>(scaled < Zero<F32>());
+          StoreU(IfThenElse(below, Zero<I32>(), ConvertTo<I32>(scaled)), to + i);
+        }
       },
       To<4>{dest}, From<4>{source});
 }

@@ -35,8 +35,8 @@ template <size_t kUnits, size_t kToBytes, typename... Sources, typename Block>
 inline void WalkBlocks(size_t count, Block&& block, To<kToBytes> to, Sources... from) {
   const bool in_place = (... || (to.at == from.at));
   for (; count >= kUnits; count -= kUnits) {
-    if (!in_place) PrefetchAhead<kToBytes * kUnits>(to.at);
-    (PrefetchAhead<Sources::kUnitBytes * kUnits>(from.at), ...);
+    if (!in_place) PrefetchInSteps<kToBytes * kUnits>(to.at);
+    (PrefetchInSteps<Sources::kUnitBytes * kUnits>(from.at), ...);
     block(to.at, from.at...);
     to.at += kToBytes * kUnits;
     ((from.at += Sources::kUnitBytes * kUnits), ...);

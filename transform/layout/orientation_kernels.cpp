@@ -268,7 +268,7 @@ void SwapEnds4(uint8_t* row, size_t count) {
   static constexpr auto kSwapped =
       MakePattern<16>([](size_t i) { return i % 4 % 2 == 0 ? i - i % 4 + 2 - i % 4 : i; });
   for (; kHasTableLookupBytes && count >= kVectorBytes; count -= kVectorBytes) {
-    PrefetchAhead<4 * kVectorBytes>(row);
+    PrefetchInSteps<4 * kVectorBytes>(row);
     for (size_t v = 0; v < 4; ++v, row += kVectorBytes) {
       StoreU(ShuffleBlocks(LoadU<U8>(row), kSwapped), row);
     }
@@ -293,8 +293,8 @@ void ExchangePixels4(uint8_t* __restrict top, uint8_t* __restrict bottom, size_t
 void Exchange4(uint8_t* top, uint8_t* bottom, size_t count) {
   constexpr size_t kRun = 64;
   for (; count >= kRun; count -= kRun, top += 4 * kRun, bottom += 4 * kRun) {
-    PrefetchAhead<4 * kRun>(top);
-    PrefetchAhead<4 * kRun>(bottom);
+    PrefetchInSteps<4 * kRun>(top);
+    PrefetchInSteps<4 * kRun>(bottom);
     ExchangePixels4(top, bottom, kRun);
   }
   ExchangePixels4(top, bottom, count);
@@ -348,7 +348,7 @@ void ReverseRow(uint8_t* dest, const uint8_t* source, size_t count) {
 
 void SwapEnds3(uint8_t* row, size_t count) {
   for (; kHasTableLookupBytes && count >= kVectorBytes; count -= kVectorBytes) {
-    PrefetchAhead<3 * kVectorBytes>(row);
+    PrefetchInSteps<3 * kVectorBytes>(row);
     U8 channels[3];
     LoadInterleaved<3>(row, channels);
     const U8 swapped[3] = {channels[2], channels[1], channels[0]};
@@ -360,8 +360,8 @@ void SwapEnds3(uint8_t* row, size_t count) {
 
 void Exchange3(uint8_t* top, uint8_t* bottom, size_t count) {
   for (; kHasTableLookupBytes && count >= kVectorBytes; count -= kVectorBytes) {
-    PrefetchAhead<3 * kVectorBytes>(top);
-    PrefetchAhead<3 * kVectorBytes>(bottom);
+    PrefetchInSteps<3 * kVectorBytes>(top);
+    PrefetchInSteps<3 * kVectorBytes>(bottom);
     U8 upper[3];
     U8 lower[3];
     LoadInterleaved<3>(top, upper);
