@@ -1,5 +1,7 @@
 #include "transform/rotate/rotate_kernels.h"
 
+#include <type_traits>
+
 #include "simd/prefetch.h"
 #include "transform/rotate/sample_offsets.h"
 #include "transform/trigonometry.h"
@@ -23,30 +25,41 @@ void Positions(SamplePoints& points, const SampleLine& on, int32_t first, size_t
   }
 }
 
+/// Offsets of the pixels at the truncated positions of output pixels of these numbers.
+QEL_SIMD_INLINE I32 OffsetsOf(const SampleLine& line, I32 numbers, float offset, I32 stride,
+                              I32 pixel_bytes) {
+  const F32 x = Set<F32>(line.start_x) + ConvertTo<F32>(numbers);
+  const F32 source_x = Set<F32>(line.cosine) * x + Set<F32>(line.sine_y) + Set<F32>(line.shift_x);
+  const F32 source_y = Set<F32>(line.cosine_y) - Set<F32>(line.sine) * x + Set<F32>(line.shift_y);
+  return ConvertTo<I32>(source_y + Set<F32>(offset)) * stride +
+         ConvertTo<I32>(source_x + Set<F32>(offset)) * pixel_bytes;
+}
+
+/// Lines of the cache hold more pixels than these, but a turned row leaves them upwards or
+/// downwards.
+constexpr int kFetchShift = 2;
+constexpr size_t kPixelsPerFetch = 1 << kFetchShift;
+
+/// Has the memory bring every `kPixelsPerFetch`th of a chunk of pixels, or of its first ones.
+QEL_SIMD_INLINE void PrefetchChunk(const uint8_t* bits, const SampleLine& line, int32_t first,
+                                   size_t count, I32 stride, I32 pixel_bytes) {
+  constexpr size_t kFetches = kSampleChunk / kPixelsPerFetch;
+  int32_t offsets[kFetches];
+  for (size_t i = 0; i * kPixelsPerFetch < count; i += I32::kLanes) {
+    const I32 numbers = ShiftLeft<kFetchShift>(Iota<I32>(static_cast<int32_t>(i)));
+    StoreU(OffsetsOf(line, numbers + Set<I32>(first), 0.0f, stride, pixel_bytes), offsets + i);
+  }
+  for (size_t i = 0; i * kPixelsPerFetch < count; ++i) PrefetchLine(bits + offsets[i]);
+}
+
 void PrefetchPixels(const SampleSource& source, int32_t pixel_bytes, const SampleLine& on,
                     int32_t first, size_t count) {
-  // Lines of the cache hold more pixels, but a turned row leaves them upwards or downwards.
-  constexpr int kFetchShift = 2;
-  constexpr size_t kPixelsPerFetch = 1 << kFetchShift;
   const SampleLine line = on;
-  const int32_t stride = source.stride;
-  int32_t offsets[kSampleChunk];
-  for (size_t begin = 0; begin < count; begin += kPixelsPerFetch * kSampleChunk) {
-    for (size_t i = 0; i < kSampleChunk; i += I32::kLanes) {
-      const auto number = first + static_cast<int32_t>(begin + kPixelsPerFetch * i);
-      const I32 numbers = Set<I32>(number) + ShiftLeft<kFetchShift>(Iota<I32>(0));
-      const F32 x = Set<F32>(line.start_x) + ConvertTo<F32>(numbers);
-      const F32 source_x =
-          Set<F32>(line.cosine) * x + Set<F32>(line.sine_y) + Set<F32>(line.shift_x);
-      const F32 source_y =
-          Set<F32>(line.cosine_y) - Set<F32>(line.sine) * x + Set<F32>(line.shift_y);
-      StoreU(ConvertTo<I32>(source_y) * Set<I32>(stride) +
-                 ConvertTo<I32>(source_x) * Set<I32>(pixel_bytes),
-             offsets + i);
-    }
-    for (size_t i = 0; i < kSampleChunk && begin + kPixelsPerFetch * i < count; ++i) {
-      PrefetchLine(source.bits + offsets[i]);
-    }
+  const I32 stride = Set<I32>(source.stride);
+  for (size_t i = 0; i < count; i += kSampleChunk) {
+    const size_t some = count - i < kSampleChunk ? count - i : kSampleChunk;
+    PrefetchChunk(source.bits, line, first + static_cast<int32_t>(i), some, stride,
+                  Set<I32>(pixel_bytes));
   }
 }
 
@@ -80,33 +93,32 @@ void GatherPixels(uint32_t* colors, const SampleSource& source, const SamplePoin
 }
 
 template <int kBytes, bool kOpaque = false>
-void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on, int32_t first,
-                size_t count, float offset) {
-  constexpr size_t kChunk = 256;
+void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on,
+                const SampleLine& later, int32_t first, size_t count, float offset) {
   const SampleLine line = on;
+  const SampleLine ahead = later;
   const uint8_t* const bits = source.bits;
-  const int32_t stride = source.stride;
-  int32_t offsets[kChunk];
-  for (; count > 0; first += kChunk) {
-    const size_t some = count < kChunk ? count : kChunk;
-    // Whole vectors, so that none of a short run are left over.
-    const auto rounded = static_cast<int32_t>((some + I32::kLanes - 1) / I32::kLanes * I32::kLanes);
-    for (int32_t i = 0; i < rounded; ++i) {
-      const float x = line.start_x + static_cast<float>(first + i);
-      const float source_x = line.cosine * x + line.sine_y + line.shift_x;
-      const float source_y = line.cosine_y - line.sine * x + line.shift_y;
-      const auto column = static_cast<int32_t>(source_x + offset);
-      const auto row = static_cast<int32_t>(source_y + offset);
-      offsets[i] = row * stride + column * kBytes;
+  const I32 stride = Set<I32>(source.stride);
+  const I32 pixel_bytes = Set<I32>(kBytes);
+  // Few enough for the processor to find the next ones while these are copied.
+  int32_t offsets[kSampleChunk];
+  const auto copy = [&]<bool kMore>(std::bool_constant<kMore>, size_t some) {
+    for (size_t i = 0; i < some; i += I32::kLanes) {
+      const I32 numbers = Iota<I32>(first + static_cast<int32_t>(i));
+      StoreU(OffsetsOf(line, numbers, offset, stride, pixel_bytes), offsets + i);
     }
-    CopyScatteredPixels<kBytes>(dest, some, [&](size_t i) {
+    if constexpr (kBytes > 1) PrefetchChunk(bits, ahead, first, some, stride, pixel_bytes);
+    CopyScatteredPixels<kBytes, kMore>(dest, some, [&](size_t i) {
       uint32_t pixel = bits[offsets[i]];
       if constexpr (kBytes > 1) __builtin_memcpy(&pixel, bits + offsets[i], 4);
       return kOpaque ? pixel | 0xFF000000u : pixel;
     });
-    dest += kBytes * some;
-    count -= some;
+  };
+  for (; count > kSampleChunk; count -= kSampleChunk, dest += kBytes * kSampleChunk) {
+    copy(std::true_type(), kSampleChunk);
+    first += static_cast<int32_t>(kSampleChunk);
   }
+  if (count > 0) copy(std::false_type(), count);
 }
 
 template <int kAt>

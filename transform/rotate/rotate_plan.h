@@ -16,8 +16,8 @@ inline constexpr MethodText kRotateMethods[] = {
      "kernels that are polynomials, with weights by vectors; then 16 products a channel, summed in "
      "one stated order"},
     {"bounded",
-     "12 x 12 taps: sums down columns, then across, 13 products a column, with cubics for "
-     "weights and a proven bound of their distance from the stated sum; where a byte is in doubt, as "
+     "12 x 12 taps: sums down columns, then across, 13 products a column, with cubics for weights "
+     "and a proven bound of their distance from the stated sum; where a byte is in doubt, as "
      "computed; from where on one in eight is in doubt, as remembered"},
     {"remembered",
      "other kernels in images of 256 x 256 pixels and more, with weights by the mathematics "
