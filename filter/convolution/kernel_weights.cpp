@@ -8,25 +8,35 @@ namespace qel {
 Weights::Weights(const int* kernel, int size) : kernel_(kernel), size_(size) {
   constexpr int64_t kFar = int64_t{1} << 50;
   int64_t left = size, right = -1, top = size, bottom = -1;
+  int32_t lowest = INT32_MAX, highest = INT32_MIN;
   for (int64_t j = 0; j < size; ++j) {
+    const int* const row = kernel + j * size;
+    const size_t before = count_;
+    int64_t below = 0, above = 0;
     for (int64_t i = 0; i < size; ++i) {
-      const int32_t weight = kernel[j * size + i];
+      const int32_t weight = row[i];
       if (weight == 0) continue;
       left = std::min(left, i);
       right = std::max(right, i);
-      top = std::min(top, j);
-      bottom = j;
-      lowest_ = count_ == 0 ? weight : std::min(lowest_, weight);
-      highest_ = count_ == 0 ? weight : std::max(highest_, weight);
+      lowest = std::min(lowest, weight);
+      highest = std::max(highest, weight);
+      below += std::min(weight, 0);
+      above += std::max(weight, 0);
       ++count_;
-      int64_t& sum = weight < 0 ? lowest_sum_ : highest_sum_;
-      sum = std::clamp(sum + int64_t{255} * weight, -kFar, kFar);
     }
+    if (count_ == before) continue;
+    top = std::min(top, j);
+    bottom = j;
+    lowest_sum_ = std::max(lowest_sum_ + 255 * below, -kFar);
+    highest_sum_ = std::min(highest_sum_ + 255 * above, kFar);
   }
-  left_ = right < 0 ? 0 : left;
-  top_ = right < 0 ? 0 : top;
-  columns_ = right < 0 ? 1 : static_cast<size_t>(right - left + 1);
-  rows_ = right < 0 ? 1 : static_cast<size_t>(bottom - top + 1);
+  const bool is_empty = right < 0;
+  lowest_ = is_empty ? 0 : lowest;
+  highest_ = is_empty ? 0 : highest;
+  left_ = is_empty ? 0 : left;
+  top_ = is_empty ? 0 : top;
+  columns_ = is_empty ? 1 : static_cast<size_t>(right - left + 1);
+  rows_ = is_empty ? 1 : static_cast<size_t>(bottom - top + 1);
 }
 
 bool Factors::Find(const Weights& weights) {
