@@ -34,6 +34,10 @@ class BoxTile {
   /// Columns `x` to `x` + `count` - 1 of the output.
   void Run(int64_t x, int64_t count) {
     Place(x, count);
+    // Of whole rows the next page, of parts of them the next row.
+    constexpr ptrdiff_t kPage = 4096;
+    const bool has_parts = count < job_.out.Columns() && job_.source.InPlace();
+    ahead_ = has_parts && job_.out.Rows() > 1 ? job_.out.At(1, 0) - job_.out.At(0, 0) : kPage;
     const int64_t first = job_.weights.FirstRow();
     const auto taps = static_cast<int64_t>(job_.weights.rows());
     // Rows above the image, which sums begin with, leave first.
@@ -98,7 +102,8 @@ class BoxTile {
     const uint8_t* const in = Read(entering, entering_);
     const uint8_t* const out = Read(leaving, leaving_);
     if (in == out) return;
-    kernels_.running_sums(inside_sums_, in, out, weight_, static_cast<size_t>(columns_ * step_));
+    kernels_.running_sums(inside_sums_, in, out, weight_, ahead_,
+                          static_cast<size_t>(columns_ * step_));
   }
 
   /// Stores columns `begin` to `end` - 1 of the tile; `alpha` is null or has the pixels whose alpha
@@ -114,7 +119,7 @@ class BoxTile {
         from = few;
       }
       kernels_.across(job_.out.Open(y, x + first), sums_ + first * step_, job_.weights.columns(),
-                      job_.plan.step, division_, from, bytes);
+                      job_.plan.step, division_, from, ahead_, bytes);
       job_.out.Close(y, x + first, count);
     });
   }
@@ -130,6 +135,7 @@ class BoxTile {
   // Of a tile: its columns inside, and what lies in scratch memory.
   int64_t first_ = 0;
   int64_t columns_ = 0;
+  ptrdiff_t ahead_ = 0;
   Sum* sums_ = nullptr;
   Sum* inside_sums_ = nullptr;
   uint8_t* outside_ = nullptr;

@@ -10,10 +10,20 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
+/// Brings the lines of a vector that lie `ahead` of an address.
+QEL_SIMD_INLINE void PrefetchVector(const uint8_t* at, ptrdiff_t ahead) {
+  constexpr uintptr_t kLine = 64;
+  for (uintptr_t i = 0; i < kVectorBytes; i += kLine) {
+    // As numbers: the address may lie beyond what `at` belongs to.
+    PrefetchLine(reinterpret_cast<const uint8_t*>(reinterpret_cast<uintptr_t>(at) + i +
+                                                  static_cast<uintptr_t>(ahead)));
+  }
+}
+
 /// sums[i] += weight * (entering[i] - leaving[i])
 template <typename Sum>
 void UpdateRunningSums(Sum* __restrict sums, const uint8_t* __restrict entering,
-                       const uint8_t* __restrict leaving, Sum weight, size_t count) {
+                       const uint8_t* __restrict leaving, Sum weight, ptrdiff_t, size_t count) {
   for (size_t i = 0; i < count; ++i) {
     const auto change = static_cast<Sum>(Sum{entering[i]} - Sum{leaving[i]});
     sums[i] = static_cast<Sum>(sums[i] + static_cast<Sum>(uint32_t{weight} * change));
@@ -21,10 +31,11 @@ void UpdateRunningSums(Sum* __restrict sums, const uint8_t* __restrict entering,
 }
 
 void UpdateShortSums(uint16_t* __restrict sums, const uint8_t* __restrict entering,
-                     const uint8_t* __restrict leaving, uint16_t weight, size_t count) {
+                     const uint8_t* __restrict leaving, uint16_t weight, ptrdiff_t ahead,
+                     size_t count) {
   constexpr uint16_t kMostOfByte = INT8_MAX;
   if (!kHasTableLookupBytes || weight > kMostOfByte || count < kVectorBytes) {
-    return UpdateRunningSums(sums, entering, leaving, weight, count);
+    return UpdateRunningSums(sums, entering, leaving, weight, ahead, count);
   }
   const auto signed_weight = static_cast<int8_t>(weight);
   const auto pair = LanesFrom<I8>(
@@ -41,8 +52,8 @@ void UpdateShortSums(uint16_t* __restrict sums, const uint8_t* __restrict enteri
   };
   size_t i = 0;
   for (; i + kVectorBytes <= count; i += kVectorBytes) {
-    PrefetchAhead<kVectorBytes>(entering + i);
-    PrefetchAhead<kVectorBytes>(leaving + i);
+    PrefetchVector(entering + i, ahead);
+    PrefetchVector(leaving + i, ahead);
     update(i, LoadU<U8>(entering + i), LoadU<U8>(leaving + i));
   }
   if (i == count) return;
@@ -95,7 +106,7 @@ inline void WithTerms(size_t count, Add&& add) {
 /// dest[i] = the quotient of terms[0][i] + ...
 template <size_t kTerms>
 void DivideTerms(uint8_t* dest, const uint16_t* const* terms, const ReciprocalDivision& division,
-                 const uint8_t* alpha, size_t count) {
+                 const uint8_t* alpha, ptrdiff_t ahead, size_t count) {
   const uint16_t* from[kTerms];
   for (size_t t = 0; t < kTerms; ++t) from[t] = terms[t];
   const U16 multiplier = Set<U16>(division.multiplier);
@@ -107,7 +118,7 @@ void DivideTerms(uint8_t* dest, const uint16_t* const* terms, const ReciprocalDi
         for (size_t t = 1; t < kTerms; ++t) sum += LoadU<U16>(from[t] + at);
         return BitCast<I16>(quotients(sum));
       };
-      PrefetchAhead<kVectorBytes>(dest + k);
+      PrefetchVector(dest + k, ahead);
       const U8 bytes = ReorderDemote2To<U8>(words(k), words(k + U16::kLanes));
       const U8 in_order = LowerThenUpperHalves(bytes);
       StoreN(alpha == nullptr ? in_order : WithFourthBytes(in_order, LoadU<U8>(alpha + k)),
@@ -121,7 +132,7 @@ void DivideTerms(uint8_t* dest, const uint16_t* const* terms, const ReciprocalDi
 
 template <size_t kTerms>
 void DivideTerms(uint8_t* dest, const uint32_t* const* terms, const Division& division,
-                 const uint8_t* alpha, size_t count) {
+                 const uint8_t* alpha, ptrdiff_t, size_t count) {
   uint32_t sums[kStretch];
   AddTerms<kTerms, false>(sums, terms, count);
   FinishSums(dest, sums, division, alpha, count);
@@ -130,7 +141,7 @@ void DivideTerms(uint8_t* dest, const uint32_t* const* terms, const Division& di
 /// The bytes of boxes of 3 to `kWidestJoined` columns.
 template <typename Sum, typename Quotient>
 void JoinAcross(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
-                const Quotient& division, const uint8_t* alpha, size_t count) {
+                const Quotient& division, const uint8_t* alpha, ptrdiff_t ahead, size_t count) {
   Sum triples[kStretch + kWidestJoined * kMostStep];
   const Sum* const three[] = {sums, sums + step, sums + 2 * step};
   AddTerms<3, false>(triples, three, count + (columns - 3) * step);
@@ -149,7 +160,7 @@ void JoinAcross(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
     terms[--done] = joined;
   }
   WithTerms(size - done, [&]<size_t kTerms>(Terms<kTerms>) {
-    DivideTerms<kTerms>(dest, terms + done, division, alpha, count);
+    DivideTerms<kTerms>(dest, terms + done, division, alpha, ahead, count);
   });
 }
 
@@ -173,12 +184,12 @@ void RunningSumsAcross(Sum* __restrict out, const Sum* sums, size_t columns, siz
 
 template <typename Sum, typename Quotient>
 void BoxAcross(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
-               const Quotient& division, const uint8_t* alpha, size_t count) {
+               const Quotient& division, const uint8_t* alpha, ptrdiff_t ahead, size_t count) {
   for (size_t first = 0; first < count; first += kStretch) {
     const size_t stretch = Smaller(kStretch, count - first);
     const uint8_t* const fourths = alpha == nullptr ? nullptr : alpha + first;
     if (columns >= 3 && columns <= kWidestJoined) {
-      JoinAcross(dest + first, sums + first, columns, step, division, fourths, stretch);
+      JoinAcross(dest + first, sums + first, columns, step, division, fourths, ahead, stretch);
       continue;
     }
     Sum out[kStretch];

@@ -96,13 +96,14 @@ struct Square3Weights {
 /// Sums of columns whose weights are equal, and the bytes that they give.
 template <typename Sum, typename Quotient>
 struct BoxKernels {
-  /// sums[i] += weight * (entering[i] - leaving[i])
+  /// sums[i] += weight * (entering[i] - leaving[i]). What lies `ahead` bytes further on in any row
+  /// of bytes, here and below, is brought near meanwhile.
   void (*running_sums)(Sum* sums, const uint8_t* entering, const uint8_t* leaving, Sum weight,
-                       size_t count);
+                       ptrdiff_t ahead, size_t count);
   /// dest[i] from sums[i] + sums[i + step] + ..., `columns` of them. Every fourth byte is that of
   /// `alpha`, of which a vector is read where there is less, unless that is null.
   void (*across)(uint8_t* dest, const Sum* sums, size_t columns, size_t step,
-                 const Quotient& division, const uint8_t* alpha, size_t count);
+                 const Quotient& division, const uint8_t* alpha, ptrdiff_t ahead, size_t count);
 };
 
 /// Row functions of the convolution. All sums wrap in their lanes. `rows` are scratch rows: up to
