@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/pixel_slack.h"
+
 namespace qel::reference {
 namespace {
 
@@ -23,15 +25,38 @@ void FillContent(Rng& rng, Block& memory) {
   const int kind = rng.Int(0, 3);
   const int low = rng.Int(0, 255);
   const int high = rng.Int(low, 255);
+  // More bytes are drawn than anything else: two from each number.
+  const auto fill = [&](const auto& value_of) {
+    uint32_t drawn = 0;
+    bool is_second = false;
+    for (uint8_t& byte : memory) {
+      drawn = is_second ? drawn >> 16 : rng.Next();
+      is_second = !is_second;
+      byte = static_cast<uint8_t>(value_of(static_cast<int>(drawn & 0xFFFF)));
+    }
+  };
   int grade = 0;
-  for (uint8_t& byte : memory) {
-    grade += rng.Int(-2, 3);
-    const int value = kind == 0   ? rng.Int(0, 255)
-                      : kind == 1 ? (rng.OneIn(3) ? low : high)
-                      : kind == 2 ? (rng.OneIn(4) ? (rng.OneIn(2) ? 0 : 255) : rng.Int(low, high))
-                                  : grade;
-    byte = static_cast<uint8_t>(value);
+  switch (kind) {
+    case 0:
+      return fill([](int lot) { return lot; });
+    case 1:
+      return fill([=](int lot) { return lot % 3 == 0 ? low : high; });
+    case 2:
+      return fill([=](int lot) {
+        return lot % 4 == 0 ? lot / 4 % 2 * 255 : low + (lot / 4 * (high - low + 1) >> 14);
+      });
+    default:
+      return fill([&](int lot) { return grade += lot % 6 - 2; });
   }
+}
+
+/// What operations may touch round the rows is the image's as well, and more of it, which shows
+/// what is touched beyond.
+Layout::Reach GuardsOf(const Raster& image) {
+  const host::PixelSlack slack = host::SlackOf(std::max(image.width, 0), std::max(image.height, 0),
+                                               image.stride, image.bit_count, image.model);
+  const auto whole_lines = [](int64_t bytes) { return (kGuardBytes + bytes + 63) / 64 * 64; };
+  return {whole_lines(slack.before), whole_lines(slack.after)};
 }
 
 /// Pages between two unreadable ones. Kept when given back: to map them takes longer than most
@@ -137,23 +162,20 @@ void Raster::Allocate(int new_width, int new_height, int new_planes, int new_bit
   model = new_model;
   const int64_t step = RowBytes() + layout.padding;
   const int64_t block = step * std::max(height, 0);
-  // Some operations read four times as far as the rows reach, or four bytes a pixel whatever the
-  // depth; that memory is the image's as well.
   const bool fenced = layout.fence != Layout::Fence::kNone;
-  const int64_t wide = (kGuardBytes + 4 * (block + step + std::max(width, 0)) + 63) / 64 * 64;
   stride = static_cast<int>(layout.bottom_up ? -step : step);
-  const auto [before, after] = !fenced        ? Layout::Reach{wide, wide}
-                               : layout.reach ? layout.reach(*this)
-                                              : Layout::Reach{};
+  const auto [before, after] = layout.reach ? layout.reach(*this)
+                               : fenced     ? Layout::Reach{}
+                                            : GuardsOf(*this);
   plane_offsets_.clear();
   int64_t end = 0;
   // Hosts that report no planes still have one.
   for (int plane = 0; plane < std::max(planes, 1) && width >= 0 && block > 0; ++plane) {
     const int64_t first = end + before + layout.misalignment;
     plane_offsets_.push_back(static_cast<size_t>(layout.bottom_up ? first + block - step : first));
-    end = fenced ? first + block : (first + block + 63) / 64 * 64;
+    end = (fenced ? first + block : (first + block + 63) / 64 * 64) + after;
   }
-  memory_ = Block(static_cast<size_t>(end + after), layout.fence);
+  memory_ = Block(static_cast<size_t>(plane_offsets_.empty() ? after : end), layout.fence);
 }
 
 bool Raster::Create(int new_width, int new_height, int new_planes, int new_bit_count,
