@@ -22,8 +22,10 @@ readelf -lW "$module" | grep -q 'GNU_RELRO' || complain "$module has no RELRO se
 # Operations keep nothing between calls; the first use of a thread's own memory may also end the process.
 readelf -lW "$module" | grep -q ' TLS ' && complain "$module has variables of threads"
 
-for object in "$@"; do
-  weak=$(nm -C "$object" | awk '$2 ~ /^[WVu]$/ {$1 = ""; print}' | grep -vE 'asan|ubsan|tsan|DW.ref')
-  [ -z "$weak" ] || complain "$object defines shared symbols: $weak"
-done
+weak=$(nm -AC "$@" | awk '$2 ~ /^[WVu]$/ {
+  object = $1
+  $1 = ""
+  if ($0 !~ /asan|ubsan|tsan|DW.ref/) print object $0
+}')
+[ -z "$weak" ] || complain "objects define shared symbols: $weak"
 exit $((failures > 0))
