@@ -16,7 +16,9 @@ class PaintedStack {
  public:
   PaintedStack()
       : bottom_(static_cast<uint8_t*>(
-            mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {}
+            mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
+    if (kTells) std::memset(bottom_, kPaint, kBytes);
+  }
   PaintedStack(const PaintedStack&) = delete;
   PaintedStack& operator=(const PaintedStack&) = delete;
   ~PaintedStack() { munmap(bottom_, kBytes); }
@@ -29,7 +31,6 @@ class PaintedStack {
       work();
       return 0;
     }
-    std::memset(bottom_, kPaint, kBytes);
     ucontext_t here, there;
     getcontext(&there);
     there.uc_stack.ss_sp = bottom_;
@@ -38,8 +39,13 @@ class PaintedStack {
     work_ = &work;
     makecontext(&there, &Run, 0);
     swapcontext(&here, &there);
-    const uint8_t* deepest = bottom_;
-    while (deepest < mark_ && std::memcmp(deepest, deepest + 1, 63) == 0) deepest += 64;
+    uint8_t* deepest = bottom_;
+    for (const ptrdiff_t step : {4096, 64}) {
+      while (deepest < mark_ && std::memcmp(deepest, bottom_, static_cast<size_t>(step)) == 0) {
+        deepest += step;
+      }
+    }
+    std::memset(deepest, kPaint, static_cast<size_t>(bottom_ + kBytes - deepest));
     return mark_ - deepest;
   }
   /// From here on the work counts.
