@@ -11,6 +11,7 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <variant>
 
 #include "cli/commands/compare.h"
 #include "cli/commands/describe.h"
@@ -37,8 +38,11 @@ constexpr int kHeight = cli::kDemoHeight / kShrink;
 
 /// The built-in picture, in boxes of nine pixels, at 8, 24 or 32 bits.
 Image DrawScene(int depth) {
-  const Image large = cli::MakeImage(cli::kDemoWidth, cli::kDemoHeight, 32);
-  cli::DrawDemoScene(cli::CanvasOf(*large));
+  static const Image large = [] {
+    Image image = cli::MakeImage(cli::kDemoWidth, cli::kDemoHeight, 32);
+    cli::DrawDemoScene(cli::CanvasOf(*image));
+    return image;
+  }();
   Image scene = cli::MakeImage(kWidth, kHeight, depth);
   for (int y = 0; y < kHeight; ++y) {
     for (int x = 0; x < kWidth; ++x) {
@@ -89,8 +93,8 @@ SmartPtr<operations::PointMap> MapOf(std::string_view name) {
   return map;
 }
 
-/// Files by their path below the folder.
-using Files = std::map<std::string, std::string>;
+/// Files by their path below the folder: text, or a picture.
+using Files = std::map<std::string, std::variant<std::string, Image>>;
 
 class Generator {
  public:
@@ -174,7 +178,7 @@ class Generator {
     return operation.name == "transform-paste" ? other : image;
   }
 
-  std::string DrawSheet(const Operation& operation, const Page& page) const {
+  Image DrawSheet(const Operation& operation, const Page& page) const {
     std::vector<cli::CaptionedPicture> before, after;
     for (const int depth : DepthsOf(operation)) {
       const Image result = RunStep(operation, depth);
@@ -190,7 +194,7 @@ class Generator {
     }
     const int columns = static_cast<int>(before.size());
     before.insert(before.end(), after.begin(), after.end());
-    return EncodeSheet(before, columns);
+    return cli::MakeSheet(before, columns);
   }
 
   /// Statements one below the other, without the `return` that only the generator needs.
@@ -273,12 +277,6 @@ class Generator {
     return out.str();
   }
 
-  static std::string EncodeSheet(const std::vector<cli::CaptionedPicture>& cells, int columns) {
-    const auto sheet = cli::MakeSheet(cells, columns);
-    const std::vector<uint8_t> png = cli::EncodeImage("sheet.png", *sheet, {}, {});
-    return {png.begin(), png.end()};
-  }
-
   /// A round logo for a corner of the picture.
   Image DrawLogo() const {
     const Image disc = DrawDisc(32, true);
@@ -300,7 +298,7 @@ class Generator {
       const int depth = job.name == "flatten" ? 32 : 24;
       const Image after = session_.Run(cli::ParseSteps({std::string(job.steps)}), DrawScene(depth),
                                        second_pictures);
-      files[picture] = EncodeSheet(
+      files[picture] = cli::MakeSheet(
           {{"before", cli::AsColor(*DrawScene(depth))}, {"after", cli::AsColor(*after)}}, 2);
       page << "\n## " << job.title << "\n\n```sh\nqel run " << job.input << " -o " << job.output
            << " " << (job.command.empty() ? job.steps : job.command) << "\n```\n\n"
@@ -323,15 +321,12 @@ std::string ReadAll(const std::filesystem::path& path) {
 
 /// Pictures may differ in a few pixels: elsewhere the mathematics library may round a coordinate
 /// the other way.
-bool Matches(const std::string& name, const std::string& committed, const std::string& generated) {
-  if (!name.ends_with(".png") || committed.empty()) return committed == generated;
-  const auto decode = [&](const std::string& file) {
-    pictures::ByteSource source(pictures::BytesOf(file));
-    return cli::DecodePicture(source, name, {}).image;
-  };
-  const Image a = decode(committed), b = decode(generated);
-  if (!cli::WhyNotComparable(*a, *b).empty()) return false;
-  return cli::Compare(*a, *b, 1).differing_pixels <= 20;
+bool Matches(const std::string& name, const std::string& committed, const Image& generated) {
+  if (committed.empty()) return false;
+  pictures::ByteSource source(pictures::BytesOf(committed));
+  const Image image = cli::DecodePicture(source, name, {}).image;
+  return cli::WhyNotComparable(*image, *generated).empty() &&
+         cli::Compare(*image, *generated, 1).differing_pixels <= 20;
 }
 
 int Run(const std::filesystem::path& folder, bool checks) {
@@ -343,14 +338,23 @@ int Run(const std::filesystem::path& folder, bool checks) {
   };
   for (const auto& [name, content] : files) {
     const std::filesystem::path path = folder / name;
+    const std::string committed = ReadAll(path);
+    const auto* const text = std::get_if<std::string>(&content);
     // Other libraries pack the same pixels into other bytes: those that are there stay.
-    if (Matches(name, ReadAll(path), content)) continue;
+    if (text != nullptr ? committed == *text : Matches(name, committed, std::get<Image>(content))) {
+      continue;
+    }
     if (checks) {
       report(name, "is not what the operation gives now");
       continue;
     }
     std::filesystem::create_directories(path.parent_path());
-    pictures::WriteFileAtomically(path.string(), pictures::BytesOf(content));
+    if (text != nullptr) {
+      pictures::WriteFileAtomically(path.string(), pictures::BytesOf(*text));
+    } else {
+      const Image& picture = std::get<Image>(content);
+      pictures::WriteFileAtomically(path.string(), cli::EncodeImage(name, *picture, {}, {}));
+    }
   }
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
     const std::string name = std::filesystem::relative(entry.path(), folder).string();
