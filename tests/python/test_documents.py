@@ -48,9 +48,10 @@ def test_bulk_page_runs_on_a_cluster(tmp_path):
     block = (DOCS.parent / "bulk.md").read_text().split("```python\n")[1].split("```")[0]
     (tmp_path / "bulk.py").write_text(block)
     done = subprocess.run([sys.executable, "bulk.py"], cwd=tmp_path, capture_output=True, text=True)
-    assert done.stdout.strip() == "(106, 176, 3)", done.stderr
-    np.testing.assert_array_equal(qel.imread(tmp_path / "sharp199.png"),
-                                  qel.sharpen(qel.imread(tmp_path / "photo.png")))
+    assert done.returncode == 0, done.stderr
+    photo = qel.imread(tmp_path / "photo.png")
+    np.testing.assert_array_equal(qel.imread(tmp_path / "sharp199.png"), qel.sharpen(photo))
+    np.testing.assert_array_equal(qel.imread(tmp_path / "smooth.png"), qel.median(photo, size=5))
 
 
 def module_there(name):
