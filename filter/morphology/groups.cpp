@@ -247,9 +247,11 @@ class Groups {
       rows.rows = static_cast<size_t>(std::min(most, end - first));
       const size_t at =
           static_cast<size_t>(first - y) * pitch_ + static_cast<size_t>(lead_) - Bytes(size_ - 1);
-      for (size_t e = 0; e < kernels_.size(); ++e) {
-        rows.columns[e] = columns_[e] + at;
-        rows.spare[e] = spare_[e];
+      // Of one extremum alone, kernels step through both all the same.
+      for (const size_t e : {size_t{0}, size_t{1}}) {
+        const size_t extremum = std::min(e, kernels_.size() - 1);
+        rows.columns[e] = columns_[extremum] + at;
+        rows.spare[e] = spare_[extremum];
       }
       for (size_t i = 0; i < rows.rows; ++i) {
         const int64_t row = first + static_cast<int64_t>(i);
