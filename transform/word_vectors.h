@@ -1,7 +1,10 @@
 #ifndef QEL_TRANSFORM_WORD_VECTORS_H_
 #define QEL_TRANSFORM_WORD_VECTORS_H_
 
+#include <type_traits>
+
 #include "simd/interleaved.h"
+#include "simd/prefetch.h"
 
 // Pixels and their taps as 32-bit lanes. Every lane rounds as a single number would. Everything has
 // internal linkage.
@@ -63,6 +66,52 @@ QEL_SIMD_INLINE void CopyScatteredPixels(uint8_t* dest, size_t count, const Pixe
   }
   for (; i + 1 < count; ++i) store(i, kStored);
   if (i < count) store(i, kBytes);
+}
+
+/// Pixels of a line that are looked for, fetched and copied by turns: few enough for the processor
+/// to do that with several groups at once.
+constexpr size_t kLineGroup = 64;
+/// Lines of the cache hold more pixels than these, but lines across rows leave them soon.
+constexpr int kFetchShift = 2;
+constexpr size_t kPixelsPerFetch = 1 << kFetchShift;
+
+/// Has the memory bring every `kPixelsPerFetch`th of up to `kLineGroup` pixels: offsets_of(numbers)
+/// is where those of these numbers are, of which the first is `first`.
+template <typename OffsetsOf>
+QEL_SIMD_INLINE void PrefetchGroup(const uint8_t* source, int32_t first, size_t count,
+                                   const OffsetsOf& offsets_of) {
+  int32_t offsets[kLineGroup / kPixelsPerFetch];
+  for (size_t i = 0; i * kPixelsPerFetch < count; i += I32::kLanes) {
+    const I32 numbers = ShiftLeft<kFetchShift>(Iota<I32>(static_cast<int32_t>(i)));
+    StoreU(offsets_of(numbers + Set<I32>(first)), offsets + i);
+  }
+  for (size_t i = 0; i * kPixelsPerFetch < count; ++i) PrefetchLine(source + offsets[i]);
+}
+
+/// Copies pixels `first` and on of a line: offsets_of(numbers) is where those of these numbers are,
+/// fetched_of(numbers) where those of a later line are, which the memory brings meanwhile if they
+/// have more than a byte. Pixels of 3 bytes are read together with the byte behind them.
+template <int kBytes, typename OffsetsOf, typename FetchedOf, typename Changed>
+QEL_SIMD_INLINE void CopyLinePixels(uint8_t* dest, const uint8_t* source, int32_t first,
+                                    size_t count, const OffsetsOf& offsets_of,
+                                    const FetchedOf& fetched_of, const Changed& changed) {
+  int32_t offsets[kLineGroup];
+  const auto copy = [&]<bool kMore>(std::bool_constant<kMore>, size_t some) {
+    for (size_t i = 0; i < some; i += I32::kLanes) {
+      StoreU(offsets_of(Iota<I32>(first + static_cast<int32_t>(i))), offsets + i);
+    }
+    if constexpr (kBytes > 1) PrefetchGroup(source, first, some, fetched_of);
+    CopyScatteredPixels<kBytes, kMore>(dest, some, [&](size_t i) {
+      uint32_t pixel = source[offsets[i]];
+      if constexpr (kBytes > 1) __builtin_memcpy(&pixel, source + offsets[i], 4);
+      return changed(pixel);
+    });
+  };
+  for (; count > kLineGroup; count -= kLineGroup, dest += kBytes * kLineGroup) {
+    copy(std::true_type(), kLineGroup);
+    first += static_cast<int32_t>(kLineGroup);
+  }
+  if (count > 0) copy(std::false_type(), count);
 }
 
 /// Pixels of 3 bytes as words; the fourth byte is not defined.

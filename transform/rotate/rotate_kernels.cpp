@@ -1,8 +1,5 @@
 #include "transform/rotate/rotate_kernels.h"
 
-#include <type_traits>
-
-#include "simd/prefetch.h"
 #include "transform/rotate/sample_offsets.h"
 #include "transform/trigonometry.h"
 #include "transform/word_vectors.h"
@@ -35,31 +32,15 @@ QEL_SIMD_INLINE I32 OffsetsOf(const SampleLine& line, I32 numbers, float offset,
          ConvertTo<I32>(source_x + Set<F32>(offset)) * pixel_bytes;
 }
 
-/// Lines of the cache hold more pixels than these, but a turned row leaves them upwards or
-/// downwards.
-constexpr int kFetchShift = 2;
-constexpr size_t kPixelsPerFetch = 1 << kFetchShift;
-
-/// Has the memory bring every `kPixelsPerFetch`th of a chunk of pixels, or of its first ones.
-QEL_SIMD_INLINE void PrefetchChunk(const uint8_t* bits, const SampleLine& line, int32_t first,
-                                   size_t count, I32 stride, I32 pixel_bytes) {
-  constexpr size_t kFetches = kSampleChunk / kPixelsPerFetch;
-  int32_t offsets[kFetches];
-  for (size_t i = 0; i * kPixelsPerFetch < count; i += I32::kLanes) {
-    const I32 numbers = ShiftLeft<kFetchShift>(Iota<I32>(static_cast<int32_t>(i)));
-    StoreU(OffsetsOf(line, numbers + Set<I32>(first), 0.0f, stride, pixel_bytes), offsets + i);
-  }
-  for (size_t i = 0; i * kPixelsPerFetch < count; ++i) PrefetchLine(bits + offsets[i]);
-}
-
 void PrefetchPixels(const SampleSource& source, int32_t pixel_bytes, const SampleLine& on,
                     int32_t first, size_t count) {
   const SampleLine line = on;
   const I32 stride = Set<I32>(source.stride);
-  for (size_t i = 0; i < count; i += kSampleChunk) {
-    const size_t some = count - i < kSampleChunk ? count - i : kSampleChunk;
-    PrefetchChunk(source.bits, line, first + static_cast<int32_t>(i), some, stride,
-                  Set<I32>(pixel_bytes));
+  for (size_t i = 0; i < count; i += kLineGroup) {
+    PrefetchGroup(source.bits, first + static_cast<int32_t>(i),
+                  count - i < kLineGroup ? count - i : kLineGroup, [&](I32 numbers) {
+                    return OffsetsOf(line, numbers, 0.0f, stride, Set<I32>(pixel_bytes));
+                  });
   }
 }
 
@@ -97,28 +78,12 @@ void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on,
                 const SampleLine& later, int32_t first, size_t count, float offset) {
   const SampleLine line = on;
   const SampleLine ahead = later;
-  const uint8_t* const bits = source.bits;
   const I32 stride = Set<I32>(source.stride);
-  const I32 pixel_bytes = Set<I32>(kBytes);
-  // Few enough for the processor to find the next ones while these are copied.
-  int32_t offsets[kSampleChunk];
-  const auto copy = [&]<bool kMore>(std::bool_constant<kMore>, size_t some) {
-    for (size_t i = 0; i < some; i += I32::kLanes) {
-      const I32 numbers = Iota<I32>(first + static_cast<int32_t>(i));
-      StoreU(OffsetsOf(line, numbers, offset, stride, pixel_bytes), offsets + i);
-    }
-    if constexpr (kBytes > 1) PrefetchChunk(bits, ahead, first, some, stride, pixel_bytes);
-    CopyScatteredPixels<kBytes, kMore>(dest, some, [&](size_t i) {
-      uint32_t pixel = bits[offsets[i]];
-      if constexpr (kBytes > 1) __builtin_memcpy(&pixel, bits + offsets[i], 4);
-      return kOpaque ? pixel | 0xFF000000u : pixel;
-    });
-  };
-  for (; count > kSampleChunk; count -= kSampleChunk, dest += kBytes * kSampleChunk) {
-    copy(std::true_type(), kSampleChunk);
-    first += static_cast<int32_t>(kSampleChunk);
-  }
-  if (count > 0) copy(std::false_type(), count);
+  CopyLinePixels<kBytes>(
+      dest, source.bits, first, count,
+      [&](I32 numbers) { return OffsetsOf(line, numbers, offset, stride, Set<I32>(kBytes)); },
+      [&](I32 numbers) { return OffsetsOf(ahead, numbers, 0.0f, stride, Set<I32>(kBytes)); },
+      [](uint32_t pixel) { return kOpaque ? pixel | 0xFF000000u : pixel; });
 }
 
 template <int kAt>

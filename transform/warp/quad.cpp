@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "component/result_image.h"
+#include "image/memory_reach.h"
 #include "image/numeric.h"
 #include "simd/prefetch.h"
 #include "transform/image_transform.h"
@@ -60,39 +61,52 @@ class QuadRows {
         bytes_(source.bit_count / 8),
         blend_(blend && source.bit_count > 8),
         copy_(source, {.source_bytes = bytes_, .opaque = false}, 1, 0) {
-    if (copy_ && blend_ && bytes_ == 3) blend_pixels_ = ActiveWarpKernels().blend3;
-    if (copy_ && blend_ && bytes_ == 4) blend_pixels_ = ActiveWarpKernels().blend4;
+    if (!copy_ || bytes_ < 3) return;
+    const WarpKernels& kernels = ActiveWarpKernels();
+    if (blend_) {
+      blend_pixels_ = bytes_ == 3 ? kernels.blend3 : kernels.blend4;
+    } else if (!RowsOverlap(dest.Columns() * bytes_, dest.stride)) {
+      copy_pixels_ = bytes_ == 3 ? kernels.copy_walked3 : kernels.copy_walked4;
+    }
   }
 
-  void Fill(int row, const FixedWalk& walk) {
+  /// A later row goes along `later`.
+  void Fill(int row, const FixedWalk& walk, const FixedWalk& later) {
     const auto columns = static_cast<size_t>(dest_.Columns());
     uint8_t* const dest = dest_.Row(row);
-    if (!blend_ && copy_) {
-      Tiles(0, columns, [&](size_t first, size_t count) {
+    const bool by_vectors = blend_pixels_ != nullptr || copy_pixels_ != nullptr;
+    size_t first = columns;
+    size_t last = columns;
+    if (by_vectors && StaysInRange(walk, dest_.Columns())) {
+      // A straight walk is inside a rectangle for one run of pixels.
+      for (first = 0; first < columns && !CanTakeVectors(From(walk, first));) ++first;
+      while (last > first && !CanTakeVectors(From(walk, last - 1))) --last;
+    } else if (!blend_ && copy_) {
+      Tiles(0, columns, [&](size_t from, size_t count) {
         int32_t sx[kWarpTile];
         int32_t sy[kWarpTile];
-        ActiveWarpKernels().walk(sx, sy, count, From(walk, first));
-        copy_(At(dest, first), sx, sy, count);
+        ActiveWarpKernels().walk(sx, sy, count, From(walk, from));
+        copy_(At(dest, from), sx, sy, count);
       });
       return;
     }
-    size_t first = columns;
-    size_t last = columns;
-    if (blend_pixels_ != nullptr && StaysInRange(walk, dest_.Columns())) {
-      // A straight walk is inside a rectangle for one run of pixels.
-      for (first = 0; first < columns && !CanBlendVectors(From(walk, first));) ++first;
-      while (last > first && !CanBlendVectors(From(walk, last - 1))) --last;
-    }
     OneByOne(dest, 0, first, walk);
-    Tiles(first, last, [&](size_t from, size_t count) {
-      blend_pixels_(At(dest, from), count, From(walk, from), source_.bits, source_.stride);
-    });
+    if (copy_pixels_ != nullptr) {
+      copy_pixels_(At(dest, first), last - first, source_.bits, source_.stride, From(walk, first),
+                   From(later, first));
+    } else {
+      Tiles(first, last, [&](size_t from, size_t count) {
+        blend_pixels_(At(dest, from), count, From(walk, from), source_.bits, source_.stride);
+      });
+    }
     OneByOne(dest, last, columns, walk);
   }
   void Finish() { copy_.Finish(); }
 
   /// Has the memory bring what a later row is going to read.
   void Prefetch(const FixedWalk& walk) const {
+    // Copies of pixels bring their rows themselves.
+    if (bytes_ == 1 || copy_pixels_ != nullptr) return;
     constexpr size_t kPixelsPerFetch = 16;
     for (size_t k = 0; k < static_cast<size_t>(dest_.Columns()); k += kPixelsPerFetch) {
       const FixedWalk at = From(walk, k);
@@ -118,10 +132,11 @@ class QuadRows {
     return static_cast<int32_t>(position + kOne / 2) >> 16;
   }
   static int32_t Lower(uint32_t position) { return static_cast<int32_t>(position) >> 16; }
-  /// True where eight bytes from the upper left pixel on lie in the row.
-  bool CanBlendVectors(const FixedWalk& at) const {
+  /// True where the pixel is inside and, if it blends, eight bytes from the upper left one on lie
+  /// in the row.
+  bool CanTakeVectors(const FixedWalk& at) const {
     return IsInside(Nearest(at.x), Nearest(at.y)) &&
-           int64_t{Lower(at.x)} * bytes_ + 8 <= int64_t{source_.width} * bytes_;
+           (!blend_ || int64_t{Lower(at.x)} * bytes_ + 8 <= int64_t{source_.width} * bytes_);
   }
 
   void OneByOne(uint8_t* dest, size_t first, size_t last, const FixedWalk& walk) const {
@@ -147,6 +162,7 @@ class QuadRows {
   const bool blend_;
   NearestCopy copy_;
   decltype(WarpKernels::blend3) blend_pixels_ = nullptr;
+  decltype(WarpKernels::copy_walked3) copy_pixels_ = nullptr;
 };
 
 /// `size` as asked for, or the shorter of two edges.
@@ -200,10 +216,9 @@ result_t CQELImageTransform::Quad(IQEL* source, IQEL** result, double x1, double
     };
     constexpr size_t kRowsAhead = 4;
     for (int y = 0; y < dest.height; ++y) {
-      // Pixels of 1 byte bring their rows themselves.
-      if (view.bit_count > 8)
-        picture.Prefetch(scan_line(From(left, kRowsAhead), From(right, kRowsAhead)));
-      picture.Fill(y, scan_line(left, right));
+      const FixedWalk later = scan_line(From(left, kRowsAhead), From(right, kRowsAhead));
+      picture.Prefetch(later);
+      picture.Fill(y, scan_line(left, right), later);
       left = From(left, 1);
       right = From(right, 1);
     }

@@ -5,6 +5,7 @@
 #include "image/memory_reach.h"
 #include "image/numeric.h"
 #include "transform/image_transform.h"
+#include "transform/rotate/rotated_frame.h"
 #include "transform/warp/affine_kernels.h"
 #include "transform/warp/nearest_copy.h"
 
@@ -20,14 +21,25 @@ struct SkewRule {
 class SkewRows {
  public:
   SkewRows(const ImageView& source, const ImageView& dest, bool opaque, const SkewRule& rule)
-      : source_(source), dest_(dest), rule_(rule), copy_(source, dest, opaque) {}
+      : source_(source),
+        dest_(dest),
+        rule_(rule),
+        pixel_bytes_(AccessPixelBytes(source.bit_count)),
+        copies_lines_(!opaque && CopiesLines()),
+        copy_(source, dest, opaque) {}
 
   void Draw() {
     int y = 0;
     if (CopiesSquares()) {
       for (; y + kSquareSide <= dest_.height; y += kSquareSide) DrawSquares(y);
     }
-    for (; y < dest_.height; ++y) DrawRow(y, 0, dest_.width);
+    for (; y < dest_.height; ++y) {
+      if (copies_lines_) {
+        DrawLine(y);
+      } else {
+        DrawRow(y, 0, dest_.width);
+      }
+    }
     copy_.Finish();
   }
 
@@ -47,17 +59,60 @@ class SkewRows {
            ActiveAffineKernels().copy_squares1 != nullptr;
   }
 
+  /// True where what is inside of a row can be copied as a whole: pixels of 3 or 4 bytes.
+  bool CopiesLines() const {
+    // Up to here, single precision has all columns and rows.
+    constexpr int kLargestSize = 1 << 23;
+    return source_.HasPixels() && pixel_bytes_ >= 3 &&
+           std::max({source_.width, source_.height, dest_.width}) <= kLargestSize &&
+           HasSmallOffsets(source_, pixel_bytes_) &&
+           !RowsOverlap(dest_.Columns() * pixel_bytes_, dest_.stride);
+  }
+
   float ShiftOf(int y) const {
     return static_cast<float>(WrapSubtract(y, rule_.pivot_y)) * rule_.x_gain;
   }
 
+  ShearRow RowAt(int y, int first) const {
+    return {.first_x = first,
+            .pivot_x = rule_.pivot_x,
+            .y = static_cast<float>(y),
+            .shift_x = ShiftOf(y),
+            .gain_y = rule_.y_gain};
+  }
+
+  /// The columns of a row whose pixels come from inside, and of 3 bytes have another behind them.
+  PixelRun InsideOf(const ShearRow& row) {
+    const auto x_of = [&](int x) { return static_cast<float>(x) + row.shift_x; };
+    const auto y_of = [&](int x) {
+      return row.y + static_cast<float>(WrapSubtract(x, row.pivot_x)) * row.gain_y;
+    };
+    // True for what is not a number.
+    const auto too_low = [](float v) { return !(v > -1.0f); };
+    const auto too_high = [](int size) {
+      return [=](float v) { return v >= static_cast<float>(size); };
+    };
+    const PixelRun columns = RunWithin({0, dest_.width}, true, guess_x_, x_of, too_low,
+                                       too_high(source_.width - (pixel_bytes_ == 3 ? 1 : 0)));
+    return RunWithin(columns, row.gain_y >= 0, guess_y_, y_of, too_low, too_high(source_.height));
+  }
+
+  /// A row of pixels of 3 or 4 bytes.
+  void DrawLine(int y) {
+    constexpr int kRowsAhead = 2;
+    const PixelRun run = InsideOf(RowAt(y, 0));
+    const auto copy =
+        pixel_bytes_ == 3 ? ActiveWarpKernels().copy_sheared3 : ActiveWarpKernels().copy_sheared4;
+    DrawRow(y, 0, run.begin);
+    copy(dest_.Row(y) + int64_t{run.begin} * pixel_bytes_, static_cast<size_t>(run.end - run.begin),
+         source_.bits, source_.stride, RowAt(y, run.begin),
+         RowAt(WrapAdd(y, kRowsAhead), run.begin));
+    DrawRow(y, run.end, dest_.width);
+  }
+
   /// Columns `first` to before `end` of a row.
   void DrawRow(int y, int first, int end) {
-    ShearRow row = {.first_x = first,
-                    .pivot_x = rule_.pivot_x,
-                    .y = static_cast<float>(y),
-                    .shift_x = ShiftOf(y),
-                    .gain_y = rule_.y_gain};
+    ShearRow row = RowAt(y, first);
     int32_t sx[kWarpTile];
     int32_t sy[kWarpTile];
     while (row.first_x < end) {
@@ -99,7 +154,11 @@ class SkewRows {
   const ImageView source_;
   const ImageView dest_;
   const SkewRule rule_;
+  const int pixel_bytes_;
+  const bool copies_lines_;
   ColorCopy copy_;
+  EdgeGuess guess_x_[2];
+  EdgeGuess guess_y_[2];
 };
 
 }  // namespace

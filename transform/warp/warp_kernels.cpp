@@ -223,17 +223,29 @@ void Cells(int32_t* __restrict sx, int32_t* __restrict sy, const double* __restr
   }
 }
 
-void Shear(int32_t* sx, int32_t* sy, size_t count, const ShearRow& row) {
-  const F32 shift_x = Set<F32>(row.shift_x);
-  const F32 gain_y = Set<F32>(row.gain_y);
-  const F32 y = Set<F32>(row.y);
-  const I32 pivot_x = Set<I32>(row.pivot_x);
-  I32 x = Iota<I32>(row.first_x);
+struct Pixels {
+  I32 x, y;
+};
+QEL_SIMD_INLINE Pixels PixelsOf(const ShearRow& row, I32 numbers) {
+  const I32 x = numbers + Set<I32>(row.first_x);
+  const F32 shift_y = ConvertTo<F32>(x - Set<I32>(row.pivot_x)) * Set<F32>(row.gain_y);
+  return {ConvertTo<I32>(ConvertTo<F32>(x) + Set<F32>(row.shift_x)),
+          ConvertTo<I32>(Set<F32>(row.y) + shift_y)};
+}
+QEL_SIMD_INLINE Pixels PixelsOf(const FixedWalk& walk, I32 numbers) {
+  constexpr uint32_t kHalf = 1u << 15;
+  const auto k = BitCast<U32>(numbers);
+  const U32 x = Set<U32>(walk.x + kHalf) + k * Set<U32>(walk.step_x);
+  const U32 y = Set<U32>(walk.y + kHalf) + k * Set<U32>(walk.step_y);
+  return {ShiftRight<16>(BitCast<I32>(x)), ShiftRight<16>(BitCast<I32>(y))};
+}
+
+void Shear(int32_t* sx, int32_t* sy, size_t count, const ShearRow& on) {
+  const ShearRow row = on;
   for (size_t i = 0; i < count; i += I32::kLanes) {
-    const F32 shift_y = ConvertTo<F32>(x - pivot_x) * gain_y;
-    StoreU(ConvertTo<I32>(ConvertTo<F32>(x) + shift_x), sx + i);
-    StoreU(ConvertTo<I32>(y + shift_y), sy + i);
-    x += Set<I32>(I32::kLanes);
+    const Pixels at = PixelsOf(row, Iota<I32>(static_cast<int32_t>(i)));
+    StoreU(at.x, sx + i);
+    StoreU(at.y, sy + i);
   }
 }
 
@@ -245,6 +257,20 @@ void Walk(int32_t* __restrict sx, int32_t* __restrict sy, size_t count, const Fi
     sx[i] = static_cast<int32_t>(w.x + kHalf + k * w.step_x) >> 16;
     sy[i] = static_cast<int32_t>(w.y + kHalf + k * w.step_y) >> 16;
   }
+}
+
+/// `Way` is a `ShearRow` or a `FixedWalk`.
+template <int kBytes, typename Way>
+void CopyAlong(uint8_t* dest, size_t count, const uint8_t* source, int32_t stride, const Way& along,
+               const Way& later) {
+  const auto offsets_of = [stride](const Way& way) {
+    return [way, stride](I32 numbers) {
+      const Pixels at = PixelsOf(way, numbers);
+      return at.y * Set<I32>(stride) + at.x * Set<I32>(kBytes);
+    };
+  };
+  CopyLinePixels<kBytes>(dest, source, 0, count, offsets_of(along), offsets_of(later),
+                         [](uint32_t pixel) { return pixel; });
 }
 
 template <size_t kBytes>
@@ -365,6 +391,10 @@ constinit const WarpKernels kWarpKernels = {
     .cells = &Cells,
     .shear = &Shear,
     .walk = &Walk,
+    .copy_sheared3 = &CopyAlong<3, ShearRow>,
+    .copy_sheared4 = &CopyAlong<4, ShearRow>,
+    .copy_walked3 = &CopyAlong<3, FixedWalk>,
+    .copy_walked4 = &CopyAlong<4, FixedWalk>,
     .blend3 = &Blend<3>,
     .blend4 = &Blend<4>,
 };

@@ -83,6 +83,17 @@ struct WarpKernels {
   void (*shear)(int32_t* sx, int32_t* sy, size_t count, const ShearRow& row);
   /// The nearest pixel at every position of a walk.
   void (*walk)(int32_t* sx, int32_t* sy, size_t count, const FixedWalk& walk);
+  /// Copies pixels of 3 or 4 bytes from where those of a row, or of a walk, are, all inside a
+  /// source of small offsets. Pixels of 3 bytes are read together with the byte behind them. The
+  /// memory brings what a later row is going to read, which may be outside.
+  void (*copy_sheared3)(uint8_t* dest, size_t count, const uint8_t* source, int32_t stride,
+                        const ShearRow& row, const ShearRow& later);
+  void (*copy_sheared4)(uint8_t* dest, size_t count, const uint8_t* source, int32_t stride,
+                        const ShearRow& row, const ShearRow& later);
+  void (*copy_walked3)(uint8_t* dest, size_t count, const uint8_t* source, int32_t stride,
+                       const FixedWalk& walk, const FixedWalk& later);
+  void (*copy_walked4)(uint8_t* dest, size_t count, const uint8_t* source, int32_t stride,
+                       const FixedWalk& walk, const FixedWalk& later);
   /// Blends two by two pixels of 3 or 4 bytes at every position of a walk, `kWarpTile` pixels at
   /// most. Their offsets fit, and at each of them eight bytes of both rows may be read.
   void (*blend3)(uint8_t* dest, size_t count, const FixedWalk& walk, const uint8_t* source,
