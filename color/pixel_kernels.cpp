@@ -150,7 +150,7 @@ void TintByWords(uint8_t* row, size_t pixels, const Tint& tint) {
 template <size_t kBytes>
 void TintPixels(uint8_t* row, size_t pixels, const Tint& tint) {
   if constexpr (!kHasTableLookupBytes) {
-    if (kHasSaturatedWords && pixels >= 1024) return TintByWords<kBytes>(row, pixels, tint);
+    if (kHasSaturated16 && pixels >= 1024) return TintByWords<kBytes>(row, pixels, tint);
     for (size_t i = 0; i < pixels; ++i) {
       uint8_t* const pixel = row + kBytes * i;
       const uint8_t lightness = LightnessOf(pixel[0], pixel[1], pixel[2]);

@@ -39,7 +39,7 @@ class LineLookup {
 
 /// Where the level looks bytes up in a few instructions, no line is worth being looked for, nor
 /// where it adds 16 bits one by one.
-constexpr bool kPrefersLines = kHasSaturatedWords && !kHasByteLookup;
+constexpr bool kPrefersLines = kHasSaturated16 && !kHasByteLookup;
 
 /// Calls `walk(lookup)` with what is quicker for this map.
 template <typename Walk>

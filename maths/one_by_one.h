@@ -146,7 +146,7 @@ void Scale8(uint8_t* dest, const uint8_t* source, size_t count, Factor factor, i
 
 }  // namespace one_by_one
 
-constexpr bool kGoesByVectors = kVectorBytes > 16 || kHasSaturatedWords;
+constexpr bool kGoesByVectors = kVectorBytes > 16 || kHasSaturated16;
 
 template <bool kByVectors, typename Row>
 constexpr Row Choose(Row vectors, Row singly) {

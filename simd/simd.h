@@ -36,7 +36,7 @@
 // - kHasTableLookupBytes: TableLookupBytesOr0, SatWidenMulPairwiseAdd, shifts of bytes in blocks;
 // - kHasByteLookup: TableLookupLanes and TwoTablesLookupLanes of bytes;
 // - kHasDotProducts: SumOfMulQuadAccumulate;
-// - kHasSaturatedWords: SaturatedAdd and SaturatedSub of 16 bits;
+// - kHasSaturated16: SaturatedAdd and SaturatedSub of 16 bits;
 // - kHasFusedMulAdd: MulAdd rounds once.
 //
 // Built on these: simd/convert.h (conversions of several steps), simd/interleaved.h (channels apart
@@ -85,9 +85,9 @@ constexpr bool kHasByteLookup = false;
 constexpr bool kHasDotProducts = kHasByteLookup;
 constexpr bool kHasTableLookupBytes = kVectorBytes > 16;
 #ifdef __SSE2__
-constexpr bool kHasSaturatedWords = true;
+constexpr bool kHasSaturated16 = true;
 #else
-constexpr bool kHasSaturatedWords = false;
+constexpr bool kHasSaturated16 = false;
 #endif
 constexpr bool kHasFusedMulAdd = kVectorBytes > 16;
 
