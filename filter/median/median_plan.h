@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "filter/median/tile_kernels.h"
 #include "image/image_view.h"
 #include "image/plan.h"
 
@@ -43,7 +44,7 @@ struct MedianPlan {
 constexpr bool CanFindMedian(MedianMethod method, int size) {
   switch (method) {
     case MedianMethod::kTiles:
-      return size >= 5 && size <= 15 && size % 2 == 1;
+      return IsTiled(static_cast<size_t>(size));
     case MedianMethod::kNetwork:
       return size == 3;
     case MedianMethod::kBitSelection:

@@ -8,9 +8,17 @@
 
 namespace qel {
 
-/// Sizes of windows that are taken in tiles, all of them odd.
 inline constexpr size_t kFewestTiled = 5;
 inline constexpr size_t kMostTiled = 15;
+/// Whether windows of a size are taken in tiles; these are odd.
+constexpr bool IsTiled(size_t size) {
+#ifdef QEL_FEWER_TILED_SIZES
+  // One for each height of tiles: they take long to compile.
+  return size == kFewestTiled || size == 13;
+#else
+  return size >= kFewestTiled && size <= kMostTiled && size % 2 == 1;
+#endif
+}
 /// Windows of a tile.
 inline constexpr size_t kTileWidth = 4;
 constexpr size_t TileHeight(size_t size) { return size < 12 ? 2 : 4; }

@@ -342,31 +342,35 @@ inline void StoreTiles(uint8_t* const* dest, const RowsAhead& ahead, size_t coun
 template <size_t kSize>
 void MiddleKeysOfTiles(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
                        uint8_t* sorted, const RowsAhead& ahead, size_t count) {
-  constexpr size_t kTileHeight = TileHeight(kSize);
-  const TileMedian<U8, kSize, kTileHeight> median(rows, pitch, sorted);
-  median.SortColumns((count + kTileWidth - 1) / kTileWidth);
-  StoreTiles<kTileHeight>(dest, ahead, count,
-                          [&](size_t tile, auto& results) { median.Find(tile, results); });
+  if constexpr (IsTiled(kSize)) {
+    constexpr size_t kTileHeight = TileHeight(kSize);
+    const TileMedian<U8, kSize, kTileHeight> median(rows, pitch, sorted);
+    median.SortColumns((count + kTileWidth - 1) / kTileWidth);
+    StoreTiles<kTileHeight>(dest, ahead, count,
+                            [&](size_t tile, auto& results) { median.Find(tile, results); });
+  }
 }
 
 template <size_t kSize>
 void MiddleTapsOfTiles(uint8_t* const* dest, const uint8_t* const* rows, size_t pitch,
                        uint8_t* sorted, const RowsAhead& ahead, size_t count) {
-  constexpr size_t kTileHeight = TileHeight(kSize);
-  const TileMedian<I16, kSize, kTileHeight> median(rows, pitch, sorted);
-  median.SortColumns((count + kTileWidth - 1) / kTileWidth);
-  StoreTiles<kTileHeight>(dest, ahead, count, [&](size_t tile, auto& results) {
-    I16 halves[2][kTileHeight][kTileWidth] = {};
-    median.Find(tile, halves[0]);
-    if ((tile + I16::kLanes) * kTileWidth < count) median.Find(tile + I16::kLanes, halves[1]);
-    for (size_t y = 0; y < kTileHeight; ++y) {
-      for (size_t x = 0; x < kTileWidth; ++x) {
-        const size_t first = kSize * x + y;
-        results[y][x] = LowerThenUpperHalves(
-            ReorderDemote2To<U8>(PlaceOf(halves[0][y][x], first), PlaceOf(halves[1][y][x], first)));
+  if constexpr (IsTiled(kSize)) {
+    constexpr size_t kTileHeight = TileHeight(kSize);
+    const TileMedian<I16, kSize, kTileHeight> median(rows, pitch, sorted);
+    median.SortColumns((count + kTileWidth - 1) / kTileWidth);
+    StoreTiles<kTileHeight>(dest, ahead, count, [&](size_t tile, auto& results) {
+      I16 halves[2][kTileHeight][kTileWidth] = {};
+      median.Find(tile, halves[0]);
+      if ((tile + I16::kLanes) * kTileWidth < count) median.Find(tile + I16::kLanes, halves[1]);
+      for (size_t y = 0; y < kTileHeight; ++y) {
+        for (size_t x = 0; x < kTileWidth; ++x) {
+          const size_t first = kSize * x + y;
+          results[y][x] = LowerThenUpperHalves(ReorderDemote2To<U8>(
+              PlaceOf(halves[0][y][x], first), PlaceOf(halves[1][y][x], first)));
+        }
       }
-    }
-  });
+    });
+  }
 }
 
 }  // namespace
