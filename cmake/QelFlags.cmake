@@ -12,8 +12,25 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 find_program(QEL_CCACHE ccache)
 mark_as_advanced(QEL_CCACHE)
 if(QEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${QEL_CCACHE}")
+  # It takes files that include precompiled headers for what the headers are when told so.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${QEL_CCACHE}")
 endif()
+
+# qel_precompile(<target> <group> <header>...) has library headers read once for all targets of a group,
+# which have the same flags, where sources are compiled in batches.
+function(qel_precompile target group)
+  if(NOT QEL_BATCHES)
+    return()
+  endif()
+  get_property(first GLOBAL PROPERTY QEL_PRECOMPILED_${group})
+  if(first)
+    target_precompile_headers(${target} REUSE_FROM ${first})
+  else()
+    set_property(GLOBAL PROPERTY QEL_PRECOMPILED_${group} ${target})
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+  endif()
+endfunction()
 
 add_library(qel_flags INTERFACE)
 target_compile_options(qel_flags INTERFACE

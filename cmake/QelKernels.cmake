@@ -45,24 +45,21 @@ endif()
 set(QEL_KERNEL_OPTIMISATION ${optimisation} CACHE STRING "Optimisation of the kernels")
 mark_as_advanced(QEL_KERNEL_OPTIMISATION)
 
-# Undefined arithmetic and temporaries that outlive their scope show at the lowest level, whose sources
-# are the same; at the others these checks take more time to build than all else.
-set(checks)
-if(QEL_SANITIZE MATCHES "address")
-  set(checks -fno-sanitize-address-use-after-scope)
-endif()
+# All levels have the same sources: undefined arithmetic is looked for at the lowest, memory at the
+# others. To look for both, or for temporaries that outlive their scope, takes several times as long.
 list(GET QEL_LEVELS 0 lowest_level)
-foreach(level IN LISTS QEL_LEVELS)
-  if(NOT level STREQUAL lowest_level)
-    list(APPEND QEL_LEVEL_FLAGS_${level} ${checks})
-  endif()
-endforeach()
+set(checks_of_memory)
+if(QEL_SANITIZE MATCHES "address")
+  set(checks_of_memory -fno-sanitize-address-use-after-scope)
+endif()
 
 function(qel_add_kernels target)
   foreach(level IN LISTS QEL_LEVELS)
     set(objects ${target}_${level})
     if(NOT TARGET ${objects})
       add_library(${objects} OBJECT)
+      # The compiler inlines less in larger sources.
+      set_target_properties(${objects} PROPERTIES UNITY_BUILD OFF)
       target_link_libraries(${objects} PRIVATE qel_flags)
       target_include_directories(${objects} PRIVATE "${PROJECT_SOURCE_DIR}")
       target_compile_definitions(${objects} PRIVATE QEL_LEVEL=${level} QEL_LEVEL_${level}=1)
@@ -71,8 +68,12 @@ function(qel_add_kernels target)
       # GCC 12 takes the "undefined" vectors of its own header for a mistake.
       target_compile_options(${objects} PRIVATE
         $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
-      if(NOT level STREQUAL lowest_level)
+      if(level STREQUAL lowest_level)
+        set_target_properties(${objects} PROPERTIES QEL_UNCHECKED address)
+      else()
         set_target_properties(${objects} PROPERTIES QEL_UNCHECKED undefined)
+        target_compile_options(${objects} PRIVATE ${checks_of_memory})
+        qel_precompile(${objects} kernels_${level} <immintrin.h>)
       endif()
     endif()
     list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/" OUTPUT_VARIABLE sources)

@@ -10,12 +10,12 @@
 namespace qel {
 namespace {
 
-struct Conversion {
+struct DepthCopy {
   int source_bits;
   int dest_bits;
   ConversionKernels::CopyRow ConversionKernels::*row;
 };
-constexpr Conversion kConversions[] = {
+constexpr DepthCopy kDepthCopies[] = {
     {8, 24, &ConversionKernels::one_to_3},    {8, 32, &ConversionKernels::one_to_4},
     {24, 32, &ConversionKernels::three_to_4}, {24, 8, &ConversionKernels::mean_of_3},
     {32, 24, &ConversionKernels::four_to_3},  {32, 8, &ConversionKernels::mean_of_4},
@@ -95,7 +95,7 @@ result_t CQELMaths::Copy(IQEL* dest, IQEL* source, IQEL* mask, int x, int y) {
     }
     return kOk;
   }
-  for (const Conversion& conversion : kConversions) {
+  for (const DepthCopy& conversion : kDepthCopies) {
     if (conversion.source_bits != from.bit_count || conversion.dest_bits != to.bit_count) continue;
     if (has_pixels) ConvertRows(paste, conversion.row);
     return kOk;

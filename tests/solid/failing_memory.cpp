@@ -79,7 +79,7 @@ using std::align_val_t;
 using std::nothrow_t;
 #define QEL_PUBLIC __attribute__((visibility("default"), noinline))
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef QEL_SANITIZED
 // Sanitizers have an allocator of their own. What is given back to `free` is not followed.
 extern "C" void* __libc_calloc(size_t count, size_t size);
 extern "C" QEL_PUBLIC void* calloc(size_t count, size_t size) noexcept {

@@ -6,7 +6,7 @@ namespace qel::test {
 /// True in builds with a sanitizer. They are there for what only a sanitizer sees; values, which
 /// the plain build compares in full, are drawn less often, and what memory does when it is freed is
 /// the sanitizer's own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef QEL_SANITIZED
 inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;

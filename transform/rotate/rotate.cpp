@@ -137,7 +137,7 @@ constexpr Shares kShares = [] {
 }();
 
 /// Mixes a sample into a pixel by the sample's alpha.
-void BlendPixel(uint8_t* pixel, uint32_t sample) {
+void BlendSample(uint8_t* pixel, uint32_t sample) {
   const double share = kShares.sample[AlphaOf(sample)];
   const double rest = kShares.pixel[AlphaOf(sample)];
   const uint8_t channels[] = {BlueOf(sample), GreenOf(sample), RedOf(sample)};
@@ -151,7 +151,7 @@ void BlendPixel(uint8_t* pixel, uint32_t sample) {
 // Deliberate: a key color with anything in its top byte matches no sample.
 void PastePixel(uint8_t* pixel, uint32_t sample, bool blends, bool with_alpha, uint32_t key) {
   if (blends) {
-    BlendPixel(pixel, sample);
+    BlendSample(pixel, sample);
   } else {
     if ((sample & 0x00FFFFFFu) == key) return;
     pixel[0] = BlueOf(sample);
