@@ -3,24 +3,27 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/pixel_slack.h"
 #include "reference/readings.h"
 
 namespace qel::bench {
 namespace {
 
 constexpr uint8_t kFresh = 0xCD;  // what fresh rows hold on both sides
-constexpr int64_t kGuard = 256;
 
-/// The same image for the plain reading: padding included, zeros round the rows.
+/// The same image for the plain reading: padding included, zeros round the rows where operations
+/// read.
 Raster RasterOf(const host::HostImage& image) {
   if (image.Bits() == nullptr) return {};
   reference::Rng rng(1);
   Raster raster(rng, image.width(), image.height(), image.bit_count(), image.model(),
                 {.padding = static_cast<int>(image.stride() - image.RowBytes())});
   const auto bytes = static_cast<size_t>(image.height()) * static_cast<size_t>(image.stride());
-  std::memset(raster.Bits() - kGuard, 0, kGuard);
+  const auto [before, after] = host::SlackOf(image.width(), image.height(), image.stride(),
+                                             image.bit_count(), image.model());
+  std::memset(raster.Bits() - before, 0, static_cast<size_t>(before));
   std::memcpy(raster.Bits(), image.Bits(), bytes);
-  std::memset(raster.Bits() + bytes, 0, 3 * bytes + kGuard);
+  std::memset(raster.Bits() + bytes, 0, static_cast<size_t>(after));
   raster.palette.assign(image.palette().begin(), image.palette().end());
   return raster;
 }
