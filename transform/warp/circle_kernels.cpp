@@ -4,6 +4,7 @@
 
 #include "image/numeric.h"
 #include "transform/trigonometry.h"
+#include "transform/word_vectors.h"
 
 namespace qel::QEL_LEVEL {
 namespace {
@@ -214,6 +215,54 @@ void PlaceReversed(int32_t* __restrict to, const int32_t* __restrict from, size_
   for (size_t i = 0; i < count; ++i) to[i] = WrapAdd(start, from[count - 1 - i] ^ flip);
 }
 
+void Offsets(CircleOffsets& offsets, const CircleSamples& samples, size_t count, int32_t stride,
+             int32_t pixel_bytes) {
+  int32_t least_x = samples.left_x[0];
+  int32_t least_y = samples.left_y[0];
+  int32_t most_x = least_x;
+  int32_t most_y = least_y;
+  const auto put = [&](int32_t(*__restrict to)[kInsideRun], const int32_t* __restrict x,
+                       const int32_t* __restrict y) {
+    for (size_t i = 0; i < count; ++i) {
+      const int32_t offset = WrapAdd(WrapMultiply(y[i], stride), WrapMultiply(x[i], pixel_bytes));
+      to[0][i] = offset;
+      to[1][i] = WrapSubtract(0, offset);
+      least_x = x[i] < least_x ? x[i] : least_x;
+      least_y = y[i] < least_y ? y[i] : least_y;
+      most_x = x[i] > most_x ? x[i] : most_x;
+      most_y = y[i] > most_y ? y[i] : most_y;
+    }
+  };
+  put(offsets.left, samples.left_x, samples.left_y);
+  put(offsets.right, samples.right_x, samples.right_y);
+  offsets.least_x = least_x;
+  offsets.least_y = least_y;
+  offsets.most_x = most_x;
+  offsets.most_y = most_y;
+}
+
+template <int kBytes, bool kReversed>
+void CopyPixelsOfQuarter(uint8_t* dest, size_t count, const uint8_t* center, const int32_t* offsets,
+                         const int32_t* later, size_t later_count) {
+  for (size_t first = 0; first < count; first += kLineGroup, dest += kBytes * kLineGroup) {
+    for (size_t i = first; i < first + kLineGroup && i < later_count; i += kPixelsPerFetch) {
+      PrefetchLine(center + later[i]);
+    }
+    const int32_t* const from = kReversed ? offsets + (count - 1 - first) : offsets + first;
+    const auto pixel_at = [=](size_t i) {
+      const auto at = static_cast<ptrdiff_t>(i);
+      uint32_t pixel;
+      __builtin_memcpy(&pixel, center + from[kReversed ? -at : at], 4);
+      return pixel;
+    };
+    if (count - first > kLineGroup) {
+      CopyScatteredPixels<kBytes, true>(dest, kLineGroup, pixel_at);
+    } else {
+      CopyScatteredPixels<kBytes>(dest, count - first, pixel_at);
+    }
+  }
+}
+
 }  // namespace
 
 extern const CircleKernels kCircleKernels;
@@ -224,6 +273,11 @@ constinit const CircleKernels kCircleKernels = {
     .unwrap = &Unwrap,
     .place = &PlaceSamples,
     .place_reversed = &PlaceReversed,
+    .offsets = &Offsets,
+    .copy3 = &CopyPixelsOfQuarter<3, false>,
+    .copy3_reversed = &CopyPixelsOfQuarter<3, true>,
+    .copy4 = &CopyPixelsOfQuarter<4, false>,
+    .copy4_reversed = &CopyPixelsOfQuarter<4, true>,
 };
 
 }  // namespace qel::QEL_LEVEL

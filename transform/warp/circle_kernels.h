@@ -37,6 +37,23 @@ inline constexpr double kCircleTolerance = 1e-7;
 /// The same needs pictures whose squared distances fit 31 bits, and turns of few radians.
 inline constexpr double kLargestTurn = 1000.0;
 
+/// Pixels of runs that are copied as a whole where all quarters are inside.
+inline constexpr size_t kInsideRun = 256;
+
+/// Where the pixels of such a run are in the source, in bytes from the pixel that samples are
+/// counted from, and opposite to that; and how far they go.
+struct CircleOffsets {
+  int32_t left[2][kInsideRun];
+  int32_t right[2][kInsideRun];
+  int32_t least_x, most_x;
+  int32_t least_y, most_y;
+};
+
+/// Copies `count` pixels from `offsets` about `center`, all inside, those of 3 bytes together with
+/// the byte behind them, and has the memory bring `later_count` ones from `later`.
+using CopyQuarter = void (*)(uint8_t* dest, size_t count, const uint8_t* center,
+                             const int32_t* offsets, const int32_t* later, size_t later_count);
+
 /// Returns true when `kTooClose` occurs.
 using CircleMapping = bool (*)(const CircleRun& run, CircleSamples& samples);
 
@@ -49,6 +66,11 @@ struct CircleKernels {
   void (*place)(int32_t* to, const int32_t* from, size_t count, int32_t center, int32_t sign);
   void (*place_reversed)(int32_t* to, const int32_t* from, size_t count, int32_t center,
                          int32_t sign);
+  /// Offsets of a run in pictures of so many bytes from row to row and from pixel to pixel.
+  void (*offsets)(CircleOffsets& offsets, const CircleSamples& samples, size_t count,
+                  int32_t stride, int32_t pixel_bytes);
+  /// Of 3 and 4 bytes; `reversed` from the last one back.
+  CopyQuarter copy3, copy3_reversed, copy4, copy4_reversed;
 };
 
 QEL_TABLES_PER_LEVEL(CircleKernels)

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "component/result_image.h"
+#include "image/memory_reach.h"
 #include "image/numeric.h"
 #include "image/pixel_access.h"
 #include "transform/image_deform.h"
@@ -104,7 +105,16 @@ void Fold(const Circle& circle, ColorCopy& copy) {
 /// Fills all four quarters from the mapping of one.
 class QuarterMap {
  public:
-  QuarterMap(const Circle& circle, ColorCopy& copy) : circle_(circle), copy_(copy) {}
+  QuarterMap(const Circle& circle, const ImageView& source, const ImageView& dest, bool opaque,
+             ColorCopy& copy)
+      : circle_(circle),
+        source_(source),
+        dest_(dest),
+        pixel_bytes_(AccessPixelBytes(source.bit_count)),
+        copies_inside_(!opaque && source.HasPixels() && pixel_bytes_ >= 3 &&
+                       HasSmallOffsets(source, pixel_bytes_) &&
+                       !RowsOverlap(dest.Columns() * pixel_bytes_, dest.stride)),
+        copy_(copy) {}
 
   void Fill(CircleMapping mapping) const {
     // Pixels of a row meet up to as many other pages of the source, and the processor remembers
@@ -134,10 +144,17 @@ class QuarterMap {
     for (run.dy = 0; run.dy <= circle_.cy; ++run.dy) {
       while (reach > first && !(Circle::Distance(reach - 1, run.dy) < circle_.limit)) --reach;
       for (run.first_dx = first; run.first_dx < end;) {
-        const int count = std::min(static_cast<int>(kWarpTile), end - run.first_dx);
+        const auto most = static_cast<int>(copies_inside_ ? kInsideRun : kWarpTile);
+        int count = std::min(most, end - run.first_dx);
         const int reached = std::clamp(reach - run.first_dx, 0, count);
+        // What is out of reach goes by itself.
+        if (copies_inside_ && reached > 0) count = reached;
         run.count = static_cast<size_t>(reached);
         const bool any_too_close = reached > 0 && mapping(run, samples);
+        if (reached == count && !any_too_close && CopyInside(run, samples)) {
+          run.first_dx += count;
+          continue;
+        }
         run.count = static_cast<size_t>(count);
         for (int32_t* const x : {samples.left_x, samples.right_x}) {
           std::fill(x + reached, x + count, kOutOfReach);
@@ -146,6 +163,76 @@ class QuarterMap {
         run.first_dx += count;
       }
     }
+  }
+
+  /// Pixels of a quarter in a row of the result.
+  struct Quarter {
+    uint8_t* dest;
+    uint8_t* repeat;  ///< takes the same pixels where it is not null
+    const int32_t* offsets;
+    size_t count;
+    bool reversed;
+  };
+
+  /// Copies the pixels of all quarters where all of them are inside; else does nothing.
+  bool CopyInside(const CircleRun& run, const CircleSamples& samples) const {
+    if (!copies_inside_) return false;
+    const bool unwraps = circle_.mode == kCircleUnwrap;
+    const int cx = unwraps ? 0 : circle_.cx;
+    const int cy = unwraps ? 0 : circle_.cy;
+    CircleOffsets offsets;
+    kernels_.offsets(offsets, samples, run.count, source_.stride, pixel_bytes_);
+    // Pixels of 3 bytes are read with the byte behind them.
+    const int last_x = source_.width - (pixel_bytes_ == 3 ? 2 : 1);
+    const auto is_inside = [](int center, int least, int most, int last) {
+      return center >= -least && center <= last - most;
+    };
+    if (!is_inside(cx, offsets.least_x, offsets.most_x, last_x) ||
+        !is_inside(cy, offsets.least_y, offsets.most_y, source_.height - 1) ||
+        (!unwraps && (!is_inside(cx, -offsets.most_x, -offsets.least_x, last_x) ||
+                      !is_inside(cy, -offsets.most_y, -offsets.least_y, source_.height - 1)))) {
+      return false;
+    }
+    Quarter quarters[4];
+    size_t quarter_count = 0;
+    const bool has_lower = run.dy > 0 && circle_.cy + run.dy < circle_.height;
+    for (const bool is_left : {true, false}) {
+      // The middle column belongs to the right.
+      const int skipped = is_left && run.first_dx == 0 ? 1 : 0;
+      const int first_dx = run.first_dx + skipped;
+      int count = static_cast<int>(run.count) - skipped;
+      if (!is_left) count = std::min(count, circle_.width - circle_.cx - first_dx);
+      if (count <= 0) continue;
+      const int x = is_left ? circle_.cx - first_dx - count + 1 : circle_.cx + first_dx;
+      const auto pixels_at = [&](int y) { return dest_.Row(y) + int64_t{x} * pixel_bytes_; };
+      uint8_t* const upper = pixels_at(circle_.cy - run.dy);
+      uint8_t* const lower = has_lower ? pixels_at(circle_.cy + run.dy) : nullptr;
+      const auto add = [&](uint8_t* dest, uint8_t* repeat, const int32_t* from) {
+        quarters[quarter_count++] = {dest, repeat, from + skipped, static_cast<size_t>(count),
+                                     is_left};
+      };
+      // A half turn maps the lower left on the upper right, and an unwrapped lower half is the
+      // upper one.
+      add(upper, unwraps ? lower : nullptr,
+          (is_left ? offsets.left : offsets.right)[unwraps ? 0 : 1]);
+      if (has_lower && !unwraps) add(lower, nullptr, (is_left ? offsets.right : offsets.left)[0]);
+    }
+    const uint8_t* const center = source_.Row(cy) + int64_t{cx} * pixel_bytes_;
+    const CopyQuarter forward = pixel_bytes_ == 3 ? kernels_.copy3 : kernels_.copy4;
+    const CopyQuarter backward =
+        pixel_bytes_ == 3 ? kernels_.copy3_reversed : kernels_.copy4_reversed;
+    for (size_t q = 0; q < quarter_count; ++q) {
+      const Quarter& quarter = quarters[q];
+      const Quarter* const next = q + 1 < quarter_count ? &quarters[q + 1] : nullptr;
+      (quarter.reversed ? backward : forward)(quarter.dest, quarter.count, center, quarter.offsets,
+                                              next != nullptr ? next->offsets : nullptr,
+                                              next != nullptr ? next->count : 0);
+      if (quarter.repeat != nullptr) {
+        std::memcpy(quarter.repeat, quarter.dest,
+                    quarter.count * static_cast<size_t>(pixel_bytes_));
+      }
+    }
+    return true;
   }
 
   /// Copies the pixels of all quarters.
@@ -202,6 +289,10 @@ class QuarterMap {
   }
 
   const Circle& circle_;
+  const ImageView source_;
+  const ImageView dest_;
+  const int pixel_bytes_;
+  const bool copies_inside_;
   ColorCopy& copy_;
   const CircleKernels& kernels_ = ActiveCircleKernels();
 };
@@ -217,7 +308,7 @@ void RunCircle(CircleMethod method, const Circle& circle, const ImageView& sourc
   if (method == CircleMethod::kQuarters) {
     const CircleKernels& kernels = ActiveCircleKernels();
     const CircleMapping mappings[] = {kernels.bulge, kernels.pinch, kernels.swirl, kernels.unwrap};
-    QuarterMap(circle, copy).Fill(mappings[circle.mode]);
+    QuarterMap(circle, source, dest, opaque, copy).Fill(mappings[circle.mode]);
   } else if (method == CircleMethod::kFold) {
     Fold(circle, copy);
   } else {
