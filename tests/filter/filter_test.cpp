@@ -28,6 +28,8 @@ int AnyDepth(Rng& rng) {
 
 TEST_F(FilterReadings, EqualEveryOperationByEveryMethod) {
   ExpectSameDraws("filter", 300);
+  Rng rng(1);
+  ExpectMorphology(RandomRaster(rng, 40, 5, 24), 1);  // rarely drawn, and a method of its own
   ExpectRun(kConvolutionMethods);
   ExpectRun(kExtremaMethods);
   ExpectRun(kMedianMethods);
