@@ -99,7 +99,7 @@ void SampleRows(RotationSampler& sampler, const RotatedFrame& frame, const Image
     const PixelRun run = RunWithinSource(columns, frame.RowAt(j), source.width, source.height,
                                          guess, too_low, too_high);
     uint8_t* const to = sampler.Copies() ? row_at(j) : nullptr;
-    const SampleRow row = sampler.RowAt(j, run, to != nullptr);
+    const SampleRow row = sampler.RowAt(j, run);
     sample_border(j, row, run.begin, row.inside.begin);
     if (to == nullptr) {
       sample(j, row, row.inside.begin, row.inside.end);

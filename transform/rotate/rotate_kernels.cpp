@@ -22,25 +22,27 @@ void Positions(SamplePoints& points, const SampleLine& on, int32_t first, size_t
   }
 }
 
-/// Offsets of the pixels at the truncated positions of output pixels of these numbers.
-QEL_SIMD_INLINE I32 OffsetsOf(const SampleLine& line, I32 numbers, float offset, I32 stride,
-                              I32 pixel_bytes) {
-  const F32 x = Set<F32>(line.start_x) + ConvertTo<F32>(numbers);
-  const F32 source_x = Set<F32>(line.cosine) * x + Set<F32>(line.sine_y) + Set<F32>(line.shift_x);
-  const F32 source_y = Set<F32>(line.cosine_y) - Set<F32>(line.sine) * x + Set<F32>(line.shift_y);
-  return ConvertTo<I32>(source_y + Set<F32>(offset)) * stride +
-         ConvertTo<I32>(source_x + Set<F32>(offset)) * pixel_bytes;
-}
-
 void PrefetchPixels(const SampleSource& source, int32_t pixel_bytes, const SampleLine& on,
                     int32_t first, size_t count) {
   const SampleLine line = on;
-  const I32 stride = Set<I32>(source.stride);
-  for (size_t i = 0; i < count; i += kLineGroup) {
-    PrefetchGroup(source.bits, first + static_cast<int32_t>(i),
-                  count - i < kLineGroup ? count - i : kLineGroup, [&](I32 numbers) {
-                    return OffsetsOf(line, numbers, 0.0f, stride, Set<I32>(pixel_bytes));
-                  });
+  const int32_t stride = source.stride;
+  int32_t offsets[kSampleChunk];
+  for (size_t begin = 0; begin < count; begin += kPixelsPerFetch * kSampleChunk) {
+    for (size_t i = 0; i < kSampleChunk; i += I32::kLanes) {
+      const auto number = first + static_cast<int32_t>(begin + kPixelsPerFetch * i);
+      const I32 numbers = Set<I32>(number) + ShiftLeft<kFetchShift>(Iota<I32>(0));
+      const F32 x = Set<F32>(line.start_x) + ConvertTo<F32>(numbers);
+      const F32 source_x =
+          Set<F32>(line.cosine) * x + Set<F32>(line.sine_y) + Set<F32>(line.shift_x);
+      const F32 source_y =
+          Set<F32>(line.cosine_y) - Set<F32>(line.sine) * x + Set<F32>(line.shift_y);
+      StoreU(ConvertTo<I32>(source_y) * Set<I32>(stride) +
+                 ConvertTo<I32>(source_x) * Set<I32>(pixel_bytes),
+             offsets + i);
+    }
+    for (size_t i = 0; i < kSampleChunk && begin + kPixelsPerFetch * i < count; ++i) {
+      PrefetchLine(source.bits + offsets[i]);
+    }
   }
 }
 
@@ -74,16 +76,33 @@ void GatherPixels(uint32_t* colors, const SampleSource& source, const SamplePoin
 }
 
 template <int kBytes, bool kOpaque = false>
-void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on,
-                const SampleLine& later, int32_t first, size_t count, float offset) {
+void CopyPixels(uint8_t* dest, const SampleSource& source, const SampleLine& on, int32_t first,
+                size_t count, float offset) {
+  constexpr size_t kChunk = 256;
   const SampleLine line = on;
-  const SampleLine ahead = later;
-  const I32 stride = Set<I32>(source.stride);
-  CopyLinePixels<kBytes>(
-      dest, source.bits, first, count,
-      [&](I32 numbers) { return OffsetsOf(line, numbers, offset, stride, Set<I32>(kBytes)); },
-      [&](I32 numbers) { return OffsetsOf(ahead, numbers, 0.0f, stride, Set<I32>(kBytes)); },
-      [](uint32_t pixel) { return kOpaque ? pixel | 0xFF000000u : pixel; });
+  const uint8_t* const bits = source.bits;
+  const int32_t stride = source.stride;
+  int32_t offsets[kChunk];
+  for (; count > 0; first += kChunk) {
+    const size_t some = count < kChunk ? count : kChunk;
+    // Whole vectors, so that none of a short run are left over.
+    const auto rounded = static_cast<int32_t>((some + I32::kLanes - 1) / I32::kLanes * I32::kLanes);
+    for (int32_t i = 0; i < rounded; ++i) {
+      const float x = line.start_x + static_cast<float>(first + i);
+      const float source_x = line.cosine * x + line.sine_y + line.shift_x;
+      const float source_y = line.cosine_y - line.sine * x + line.shift_y;
+      const auto column = static_cast<int32_t>(source_x + offset);
+      const auto row = static_cast<int32_t>(source_y + offset);
+      offsets[i] = row * stride + column * kBytes;
+    }
+    CopyScatteredPixels<kBytes>(dest, some, [&](size_t i) {
+      uint32_t pixel = bits[offsets[i]];
+      if constexpr (kBytes > 1) __builtin_memcpy(&pixel, bits + offsets[i], 4);
+      return kOpaque ? pixel | 0xFF000000u : pixel;
+    });
+    dest += kBytes * some;
+    count -= some;
+  }
 }
 
 template <int kAt>

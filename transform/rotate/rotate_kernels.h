@@ -37,7 +37,7 @@ struct SampleSource {
 };
 
 using CopyLine = void (*)(uint8_t* dest, const SampleSource& source, const SampleLine& line,
-                          const SampleLine& later, int32_t first, size_t count, float offset);
+                          int32_t first, size_t count, float offset);
 
 struct RotateKernels {
   /// The positions of output pixels `first` to `first` + `count` - 1.
@@ -58,8 +58,7 @@ struct RotateKernels {
 
   /// Writes the pixels of output pixels `first` to `first` + `count` - 1 at the truncated positions
   /// after adding `offset`, all of them inside; of 4 bytes also opaque. Pixels of 3 bytes are read
-  /// together with the byte behind them. Pixels of more than a byte have the memory
-  /// bring those of the line `later`.
+  /// together with the byte behind them.
   CopyLine copy1, copy3, copy4, copy4_opaque;
 
   /// Mixes colors into pixels of 4 bytes by their alpha, which replaces that of the pixels:

@@ -92,17 +92,18 @@ void RotationSampler::LeaveBounds() {
   cache_.Reserve();
 }
 
-SampleRow RotationSampler::RowAt(int j, const PixelRun& run, bool copies) {
+SampleRow RotationSampler::RowAt(int j, const PixelRun& run) {
   if (plan_.method == RotateMethod::kBounded) LeaveBounds();
   const RotatedFrame::Row way = frame_.RowAt(j);
   const SampleRow row = {j, way,
                          plan_.method == RotateMethod::kOneByOne ? PixelRun{run.end, run.end}
                          : bounds_border_                        ? BoundedRun(way, run)
                                                                  : InsideRun(way, run)};
-  // Sums of taps take long enough for the processor to look ahead by itself; squares and copies of
-  // several bytes ask for what they need.
-  const bool asks = copied_rows_ > 1 || (copies && source_.bit_count != 8);
-  if (plan_.method == RotateMethod::kGather && !asks) Prefetch(j + kRowsAhead, row.inside);
+  // Sums of taps take long enough for the processor to look ahead by itself, and squares ask for
+  // what they need.
+  if (plan_.method == RotateMethod::kGather && copied_rows_ == 1) {
+    Prefetch(j + kRowsAhead, row.inside);
+  }
   return row;
 }
 
@@ -144,8 +145,8 @@ void RotationSampler::CopyRun(const CopiedRow& row, const PixelRun& run) const {
                     : nearest   ? kernels.copy4
                                 : kernels.copy4_opaque;
   copy(row.pixels + run.begin * kPixelBytes[kind], {source_.bits, source_.stride},
-       LineOf(row.row.way), LineOf(frame_.RowAt(row.row.j + kRowsAhead)), run.begin,
-       static_cast<size_t>(run.end - run.begin), nearest ? 0.5f : 0.0f);
+       LineOf(row.row.way), run.begin, static_cast<size_t>(run.end - run.begin),
+       nearest ? 0.5f : 0.0f);
 }
 
 PixelRun RotationSampler::CopySquares(const CopiedRow* rows, const PixelRun& run) const {

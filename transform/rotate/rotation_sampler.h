@@ -66,9 +66,8 @@ class RotationSampler {
   RotationSampler(const RotatePlan& plan, const ImageView& source, const RotatedFrame& frame,
                   bool uses_alpha);
 
-  /// Output row `j`, of which `run` is going to be sampled, or where `copies`, its inside copied.
-  /// Rows in their order are quickest.
-  SampleRow RowAt(int j, const PixelRun& run, bool copies);
+  /// Output row `j`, of which `run` is going to be sampled. Rows in their order are quickest.
+  SampleRow RowAt(int j, const PixelRun& run);
 
   /// True where samples inside are pixels of the source, for `Copy`: without a change but for
   /// alpha, which those of 4 bytes have in full by method 1.
