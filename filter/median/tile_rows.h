@@ -25,43 +25,77 @@ namespace {
 template <size_t kA, size_t kB, size_t kFirst, size_t kLast>
 constexpr MergeNetwork<kA, kB, kFirst, kLast> kMergeNetwork;
 
-template <typename V>
-QEL_SIMD_INLINE void Exchange(V* values, const Comparator& comparator) {
-  const V low = values[comparator.low];
-  const V high = values[comparator.high];
-  if (comparator.needs_low) values[comparator.low] = Min(low, high);
-  if (comparator.needs_high) values[comparator.high] = Max(low, high);
+/// So many values are merged as one expression: more take longer to compile and hardly less to run.
+constexpr size_t kMostUnrolled = 64;
+
+// Registers without their type, and no function for each index: there are thousands of steps, and
+// all that is left out here is what takes long to compile.
+
+template <const auto& kNetwork, size_t kIndex, typename Raw>
+QEL_SIMD_INLINE void Exchange(Raw* values) {
+  constexpr Comparator kComparator = kNetwork[kIndex];
+  const Raw low = values[kComparator.low], high = values[kComparator.high];
+  if constexpr (kComparator.needs_low) values[kComparator.low] = low < high ? low : high;
+  if constexpr (kComparator.needs_high) values[kComparator.high] = low > high ? low : high;
 }
 
-/// Comparators `kBegin` to `kEnd - 1`, in pieces that compilers take as one expression.
-template <const auto& kNetwork, size_t kBegin, size_t kEnd, typename V>
-QEL_SIMD_INLINE void ExchangeAll(V* values) {
-  if constexpr (kEnd - kBegin <= 128) {
-    [&]<size_t... i>(std::index_sequence<i...>) { (Exchange(values, kNetwork[kBegin + i]), ...); }
-    (std::make_index_sequence<kEnd - kBegin>());
+/// The values number `kFirst` to `kLast` of two sorted runs together, every `kStride`-th value from
+/// `a` and `b` on.
+template <size_t kStride, size_t kA, size_t kB, size_t kFirst, size_t kLast, typename V>
+[[gnu::noinline]] void MergeEvery(const V* __restrict a, const V* __restrict b,
+                                  V* __restrict merged) {
+  if constexpr (kA + kB <= kMostUnrolled) {
+    constexpr auto& kNetwork = kMergeNetwork<kA, kB, kFirst, kLast>;
+    typename V::Raw values[kA + kB];
+    [&]<size_t... i>(std::index_sequence<i...>) { ((values[i] = a[kStride * i].raw), ...); }
+    (std::make_index_sequence<kA>());
+    [&]<size_t... i>(std::index_sequence<i...>) { ((values[kA + i] = b[kStride * i].raw), ...); }
+    (std::make_index_sequence<kB>());
+    [&]<size_t... i>(std::index_sequence<i...>) { (Exchange<kNetwork, i>(values), ...); }
+    (std::make_index_sequence<kNetwork.size()>());
+    [&]<size_t... i>(std::index_sequence<i...>) {
+      ((merged[i].raw = values[kNetwork.PlaceOf(kFirst + i)]), ...);
+    }
+    (std::make_index_sequence<kLast - kFirst + 1>());
   } else {
-    constexpr size_t kMiddle = (kBegin + kEnd) / 2;
-    ExchangeAll<kNetwork, kBegin, kMiddle>(values);
-    ExchangeAll<kNetwork, kMiddle, kEnd>(values);
+    // The last step of the network: even ones of both runs are merged, and odd ones, mostly by the
+    // same function. Then odd i and even i + 1 give numbers 2 i + 1 and 2 i + 2.
+    constexpr size_t kEvens = (kA + 1) / 2 + (kB + 1) / 2, kOdds = kA / 2 + kB / 2;
+    constexpr size_t kPairs = kOdds < kEvens - 1 ? kOdds : kEvens - 1;
+    constexpr size_t kBegin = kFirst == 0 ? 0 : (kFirst - 1) / 2, kEnd = (kLast + 1) / 2;
+    constexpr size_t kLastEven = kEnd < kEvens ? kEnd : kEvens - 1;
+    constexpr size_t kLastOdd = kEnd < kOdds ? kEnd : kOdds - 1;
+    V evens[kLastEven - kBegin + 1], odds[kLastOdd - kBegin + 1];
+    MergeEvery<2 * kStride, (kA + 1) / 2, (kB + 1) / 2, kBegin, kLastEven>(a, b, evens);
+    MergeEvery<2 * kStride, kA / 2, kB / 2, kBegin, kLastOdd>(a + kStride, b + kStride, odds);
+    const auto even = [&](size_t i) { return evens[i - kBegin]; };
+    const auto odd = [&](size_t i) { return odds[i - kBegin]; };
+    size_t number = kFirst;
+    if constexpr (kFirst == 0) {
+      *merged++ = even(number++);
+    } else if constexpr (kFirst % 2 == 0) {
+      *merged++ = Max(odd(kBegin), even(kBegin + 1));
+      ++number;
+    }
+    for (; number < kLast; number += 2) {
+      const V lower = odd(number / 2), upper = even(number / 2 + 1);
+      *merged++ = Min(lower, upper);
+      *merged++ = Max(lower, upper);
+    }
+    if constexpr (kLast % 2 == 0) {
+      return;
+    } else if constexpr (kLast / 2 < kPairs) {
+      *merged = Min(odd(kLast / 2), even(kLast / 2 + 1));
+    } else if constexpr (kOdds < kEvens) {
+      *merged = even(kEvens - 1);
+    } else {
+      *merged = odd(kOdds - 1);
+    }
   }
 }
-
-/// The values number `kFirst` to `kLast` of two sorted runs together.
 template <size_t kA, size_t kB, size_t kFirst, size_t kLast, typename V>
-[[gnu::noinline]] void MergeRuns(const V* __restrict a, const V* __restrict b,
-                                 V* __restrict merged) {
-  // Without a function for each index: there are thousands of them, which take long to compile.
-  constexpr auto& kNetwork = kMergeNetwork<kA, kB, kFirst, kLast>;
-  V values[kA + kB];
-  [&]<size_t... i>(std::index_sequence<i...>) { ((values[i] = a[i]), ...); }
-  (std::make_index_sequence<kA>());
-  [&]<size_t... i>(std::index_sequence<i...>) { ((values[kA + i] = b[i]), ...); }
-  (std::make_index_sequence<kB>());
-  ExchangeAll<kNetwork, 0, kNetwork.size()>(values);
-  [&]<size_t... i>(std::index_sequence<i...>) {
-    ((merged[i] = values[kNetwork.PlaceOf(kFirst + i)]), ...);
-  }
-  (std::make_index_sequence<kLast - kFirst + 1>());
+QEL_SIMD_INLINE void MergeRuns(const V* a, const V* b, V* merged) {
+  MergeEvery<1, kA, kB, kFirst, kLast>(a, b, merged);
 }
 
 /// Value number `kRank` of two sorted runs together: as many smaller ones as it takes come from
