@@ -117,7 +117,8 @@ TEST_P(CallFaults, EveryCallThatMakesFilesMayFailOrBeTheLast) {
         failed += named;
         EXPECT_TRUE(fault == "fail" || !named) << outcome.errors;
       }
-      ExpectResumes();
+      // Sanitizers have seen the rest of a resumed run after a few.
+      if (!test::kSanitized || k % 8 == 0) ExpectResumes();
     }
   }
   EXPECT_GT(failed, 8) << "faults are met";

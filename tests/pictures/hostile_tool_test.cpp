@@ -277,9 +277,9 @@ TEST(HostileFilesInTheTool, AreRefusedSoonAndInLittleMemory) {
   for (const char* const start : {"P5 99999 99999 255 ", "P5 x", "BM", "\\211PNG\\r\\n\\032\\n"}) {
     SCOPED_TRACE(start);
     const Outcome outcome = RunShell(std::string("mkfifo pipe; (printf '") + start +
-                                         "'; cat /dev/zero) > pipe & " QEL_TOOL
-                                         " run pipe -o out.ppm turn 90; code=$?; rm pipe; "
-                                         "exit $code",
+                                         "'; exec cat /dev/zero) > pipe & " QEL_TOOL
+                                         " run pipe -o out.ppm turn 90; code=$?; "
+                                         "kill $! 2>/dev/null; rm pipe; exit $code",
                                      folder);
     EXPECT_EQ(outcome.exit_code, kNoInput) << outcome.errors;
     expect_cheap(outcome);
