@@ -17,12 +17,11 @@
 // - Constants: Zero<V>(), Set<V>(value), Iota<V>(first), LanesFrom<V>(of).
 // - Lanes: + - * / & | ^ ~, Min, Max, Abs, Sqrt, SaturatedAdd, SaturatedSub, AverageRound, MulHigh,
 //   MulAdd, ShiftLeft<bits>(v), ShiftRight<bits>(v), ShiftRightSame(v, bits).
-// - Neighbours: SatWidenMulPairwiseAdd(u8, i8), WidenMulPairwiseAdd(i16, i16),
-//   SumOfMulQuadAccumulate(u8, i8, sum), SumsOf8(u8).
+// - Neighbours: SatWidenMulPairwiseAdd(u8, i8), WidenMulPairwiseAdd(i16, i16), SumsOf8(u8).
 // - Masks: == != < <= > >= make a `Mask<V>`; & | ^ ~, IfThenElse(mask, yes, no),
 //   IfNegativeThenElse(v, yes, no), IncrementWhere(mask, v), DecrementWhere(mask, v),
 //   FirstN<V>(count), AllFalse, MaskFromBits<V, bits>(), BitsFromMask, BitsEqual,
-//   BitsGreater, VecFromMask, RebindMask<To>.
+//   VecFromMask, RebindMask<To>.
 // - Conversions: BitCast<To>(v), ConvertTo<To>(v), ReorderDemote2To<To>(a, b), LowerHalf(v),
 //   UpperHalf(v), Combine(upper, lower), ExtractBlock<k>(v).
 // - Within blocks: InterleaveLower(a, b), InterleaveUpper(a, b),
@@ -35,7 +34,6 @@
 // then quicker, kernels ask, with `if constexpr`, for
 // - kHasTableLookupBytes: TableLookupBytesOr0, SatWidenMulPairwiseAdd, shifts of bytes in blocks;
 // - kHasByteLookup: TableLookupLanes and TwoTablesLookupLanes of bytes;
-// - kHasDotProducts: SumOfMulQuadAccumulate;
 // - kHasSaturated16: SaturatedAdd and SaturatedSub of 16 bits;
 // - kHasFusedMulAdd: MulAdd rounds once.
 //
@@ -82,7 +80,6 @@ constexpr bool kHasByteLookup = true;
 #else
 constexpr bool kHasByteLookup = false;
 #endif
-constexpr bool kHasDotProducts = kHasByteLookup;
 constexpr bool kHasTableLookupBytes = kVectorBytes > 16;
 #ifdef __SSE2__
 constexpr bool kHasSaturated16 = true;

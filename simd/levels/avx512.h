@@ -23,9 +23,6 @@ requires(V::kBytes == 64) QEL_SIMD_INLINE bool AllFalse(Mask<V> mask) {
 QEL_SIMD_INLINE uint64_t BitsEqual(U8 a, U8 b) {
   return _mm512_cmp_epu8_mask(Bits(a), Bits(b), _MM_CMPINT_EQ);
 }
-QEL_SIMD_INLINE uint64_t BitsGreater(U16 a, U16 b) {
-  return _mm512_cmp_epu16_mask(Bits(a), Bits(b), _MM_CMPINT_NLE);
-}
 template <typename V>
 requires(V::kBytes == 64) QEL_SIMD_INLINE V MaskedLoad(Mask<V> mask, const void* from) {
   return As<V>(_mm512_maskz_loadu_epi8(_mm512_movepi8_mask(Bits(mask)), from));
@@ -67,9 +64,6 @@ QEL_SIMD_INLINE U8 TableLookupLanes(U8 v, U8 places) {
 }
 QEL_SIMD_INLINE U8 TwoTablesLookupLanes(U8 a, U8 b, U8 places) {
   return As<U8>(_mm512_permutex2var_epi8(Bits(a), Bits(places), Bits(b)));
-}
-QEL_SIMD_INLINE I32 SumOfMulQuadAccumulate(U8 a, I8 b, I32 sum) {
-  return As<I32>(_mm512_dpbusd_epi32(Bits(sum), Bits(a), Bits(b)));
 }
 
 #endif

@@ -242,10 +242,6 @@ template <typename V>
 QEL_SIMD_INLINE uint64_t BitsEqual(V a, V b) {
   return BitsFromMask(a == b);
 }
-template <typename V>
-QEL_SIMD_INLINE uint64_t BitsGreater(V a, V b) {
-  return BitsFromMask(a > b);
-}
 /// True for the first `count` lanes.
 template <typename V>
 QEL_SIMD_INLINE Mask<V> FirstN(size_t count) {

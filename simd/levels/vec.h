@@ -225,16 +225,6 @@ QEL_SIMD_INLINE Vec<int32_t, n> WidenMulPairwiseAdd(Vec<int16_t, n> a, Vec<int16
   }
   return r;
 }
-/// sum[i] + the sum of four products; wraps around.
-template <size_t n>
-QEL_SIMD_INLINE Vec<int32_t, n> SumOfMulQuadAccumulate(Vec<uint8_t, n> a, Vec<int8_t, n> b,
-                                                       Vec<int32_t, n> sum) {
-  for (size_t i = 0; i < n; ++i) {
-    sum.raw[i / 4] = static_cast<int32_t>(static_cast<uint32_t>(sum.raw[i / 4]) +
-                                          static_cast<uint32_t>(a.raw[i] * b.raw[i]));
-  }
-  return sum;
-}
 /// The sums of eight bytes each.
 template <size_t n>
 QEL_SIMD_INLINE Vec<uint64_t, n> SumsOf8(Vec<uint8_t, n> v) {

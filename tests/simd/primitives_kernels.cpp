@@ -182,17 +182,12 @@ const Primitive kAll[] = {
          Clamped<int16_t>(a[2 * i] * int8_t(b[2 * i]) + a[2 * i + 1] * int8_t(b[2 * i + 1]))),
     CASE(I32, I16, WidenMulPairwiseAdd(a, b),
          uint32_t(a[2 * i] * b[2 * i]) + uint32_t(a[2 * i + 1] * b[2 * i + 1])),
-    CASE(I32, U8, SumOfMulQuadAccumulate(a, BitCast<I8>(b), BitCast<I32>(Set<U8>(3))),
-         0x03030303 + a[4 * i] * int8_t(b[4 * i]) + a[4 * i + 1] * int8_t(b[4 * i + 1]) +
-             a[4 * i + 2] * int8_t(b[4 * i + 2]) + a[4 * i + 3] * int8_t(b[4 * i + 3])),
     CASE(U64, U8, SumsOf8(a), SumOf(8, [&](size_t k) { return uint64_t{a[8 * i + k]}; })),
 
     // Masks.
     CASE(U8, U8, MaskedLoad<U8>(a < b, &drawn), a[i] < b[i] ? a[i] : 0),
     CASE(U64, U8, Set<U64>(BitsEqual(a& Set<U8>(3), b& Set<U8>(3))),
          BitsWhere(n, [&](size_t k) { return a[k] % 4 == b[k] % 4; })),
-    CASE(U64, U16, Set<U64>(BitsGreater(a, b)),
-         BitsWhere(n, [&](size_t k) { return a[k] > b[k]; })),
     CASE(U64, U8, Set<U64>(BitsFromMask(a < b)),
          BitsWhere(n, [&](size_t k) { return a[k] < b[k]; })),
     CASE(U64, I16, Set<U64>(BitsFromMask(a < b) << 8),
