@@ -696,13 +696,14 @@ TEST_F(OneLarge, IsWholeOrNotThereHoweverLittleMemoryThereIs) {
 }
 
 TEST_F(OneLarge, EndsSoonAfterASignalInTheMiddleAndLeavesNothing) {
-  const std::string begin = test::kSanitized ? "15000000" : "60000000";
+  // Of rows of 30,000 bytes, one in fifty is there at once.
+  const int rows = test::kSanitized ? 25000 : 100000;
   // While rows are waited for, and while all threads are at work.
-  for (const std::string rest : {"sleep 4", "cat /dev/zero"}) {
+  for (const std::string rest : {"sleep 60", "cat /dev/zero"}) {
     SCOPED_TRACE(rest);
     WriteFile(folder_ / "script",
-              "mkfifo pipe; (printf 'P6\\n10000 100000\\n255\\n'; head -c " + begin +
-                  " /dev/zero; exec " + rest +
+              "mkfifo pipe; (printf 'P6\\n10000 " + std::to_string(rows) + "\\n255\\n'; head -c " +
+                  std::to_string(rows / 50 * 30000) + " /dev/zero; exec " + rest +
                   ") > pipe & writer=$!; "
                   "env --default-signal=INT " +
                   Tool() +
