@@ -597,11 +597,18 @@ double NumberAfter(const std::string& output, const std::string& text) {
   return at == std::string::npos ? 0 : std::stod(output.substr(at + text.size()));
 }
 
-/// Mebibytes. Libraries hold more or less; how many of their bands several threads have at a time
-/// is up to the scheduler.
-void ExpectAtMostAbout(double told, double peak, bool one_thread) {
+/// Expects that a run takes the memory that a dry run has told, both in mebibytes; `peak_of_run`
+/// runs. Libraries hold more or less. Several threads rarely have all of their bands at a time, and
+/// even fewer while the processor is busy: the highest peak of a few runs counts.
+template <typename PeakOfRun>
+void ExpectAtMostAbout(double told, bool one_thread, const PeakOfRun& peak_of_run) {
+  const double least = told - std::max((one_thread ? 0.1 : 0.25) * told, 2.0);
+  double peak = 0;
+  for (int run = 0; run < (one_thread ? 1 : 5) && peak < least; ++run) {
+    peak = std::max(peak, peak_of_run());
+  }
   EXPECT_LE(peak, told + std::max(0.02 * told, 2.0));
-  EXPECT_GE(peak, told - std::max((one_thread ? 0.1 : 0.5) * told, 2.0));
+  EXPECT_GE(peak, least);
 }
 
 TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
@@ -618,14 +625,20 @@ TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
     for (const std::string how : {"--threads 1", "--threads 2", "--threads 3 --band-rows 50"}) {
       SCOPED_TRACE(c.steps + " " + how);
       const std::string words = "large.ppm -o " + c.output + " " + c.steps + " --no-notes " + how;
-      const Outcome outcome = Run(words + " --stats");
-      EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
-      EXPECT_EQ(
-          Shell("test -f first || cp " + c.output + " first; cmp first " + c.output).exit_code, 0);
-      if (test::kSanitized) continue;  // which hold memory of their own
+      const auto peak_of_run = [&] {
+        const Outcome outcome = Run(words + " --stats");
+        EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+        EXPECT_EQ(
+            Shell("test -f first || cp " + c.output + " first; cmp first " + c.output).exit_code,
+            0);
+        return NumberAfter(outcome.output, "memory at its peak ");
+      };
+      if (test::kSanitized) {  // which hold memory of their own
+        peak_of_run();
+        continue;
+      }
       const double told = NumberAfter(Run(words + " --dry-run").output, "at most about ");
-      ExpectAtMostAbout(told, NumberAfter(outcome.output, "memory at its peak "),
-                        how == "--threads 1");
+      ExpectAtMostAbout(told, how == "--threads 1", peak_of_run);
     }
   }
 }
@@ -660,9 +673,11 @@ TEST_F(OneLarge, TakesTheMemoryOfItsBandsHoweverHighItIs) {
     const double told = NumberAfter(Run(words + " --dry-run").output, "at most about ");
     EXPECT_LT(told, 100) << height << " rows";
     if (height > 2000 || test::kSanitized) continue;
-    const Outcome outcome = Run(words + " --stats");
-    EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
-    ExpectAtMostAbout(told, NumberAfter(outcome.output, "memory at its peak "), false);
+    ExpectAtMostAbout(told, false, [&] {
+      const Outcome outcome = Run(words + " --stats");
+      EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
+      return NumberAfter(outcome.output, "memory at its peak ");
+    });
   }
 }
 
