@@ -38,7 +38,7 @@ allow pictures pictures
 allow compose compose
 allow operations operations compose host transform  # of that rotate/rotated_frame.h alone: sizes
 allow check check operations host
-allow python python operations host pictures
+allow python python operations compose host pictures
 allow cli cli check operations compose host pictures
 allow web host operations
 allow examples host
