@@ -244,8 +244,8 @@ std::vector<Row> DeformRows() {
                        .Changing(0)
                        .By([=](int depth) {
                          const ImageView view = ViewOf(1920, 1080, depth);
-                         const CircleMethod by = PlanCircle(Circle(view, mode, 1.5f), view, false);
-                         return TextOf(kCircleMethods, by).name;
+                         const Circle circle(view, mode, 1.5f);
+                         return TextOf(kCircleMethods, PlanCircle(circle, view, false).method).name;
                        }));
   };
   add("bulge", 18, QEL_PEER(Deform(p, kCircleBulge)), kCircleBulge);

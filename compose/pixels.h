@@ -3,34 +3,33 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace qel::compose {
 
-/// Rows of bytes that somebody else owns, to be read: 1 channel (grey), 3 (blue, green, red) or
-/// 4 (with straight alpha). Row y begins at bits + y * stride; the stride may be negative.
-struct ConstPixels {
-  const uint8_t* bits = nullptr;
+/// Rows of bytes that somebody else owns: 1 channel (grey), 3 or 4 (with straight alpha), pixels
+/// one after the other in each row. Row y begins at bits + y * stride; the stride may be negative.
+template <typename Byte>
+struct PixelRows {
+  Byte* bits = nullptr;
   ptrdiff_t stride = 0;
   int width = 0;
   int height = 0;
   int channels = 0;
 
-  const uint8_t* Row(int y) const { return bits + ptrdiff_t{y} * stride; }
-  const uint8_t* At(int x, int y) const { return Row(y) + ptrdiff_t{x} * channels; }
+  /// Bytes of a row without what lies between rows.
+  size_t RowBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(channels); }
+  bool IsPacked() const { return stride == static_cast<ptrdiff_t>(RowBytes()); }
+  Byte* Row(int y) const { return bits + ptrdiff_t{y} * stride; }
+  Byte* At(int x, int y) const { return Row(y) + ptrdiff_t{x} * channels; }
+  /// `count` rows from row `y` on.
+  PixelRows Part(int y, int count) const { return {Row(y), stride, width, count, channels}; }
+  operator PixelRows<const Byte>() const requires(!std::is_const_v<Byte>) {
+    return {bits, stride, width, height, channels};
+  }
 };
-
-/// The same, to be written.
-struct Pixels {
-  uint8_t* bits = nullptr;
-  ptrdiff_t stride = 0;
-  int width = 0;
-  int height = 0;
-  int channels = 0;
-
-  uint8_t* Row(int y) const { return bits + ptrdiff_t{y} * stride; }
-  uint8_t* At(int x, int y) const { return Row(y) + ptrdiff_t{x} * channels; }
-  operator ConstPixels() const { return {bits, stride, width, height, channels}; }
-};
+using Pixels = PixelRows<uint8_t>;
+using ConstPixels = PixelRows<const uint8_t>;  ///< to be read
 
 /// A colour with straight alpha.
 struct Color {

@@ -11,9 +11,8 @@ namespace qel {
 //   enum class XMethod       its methods, in the order in which they are preferred;
 //   kXMethods[]              what each is called and what it costs, a `MethodText` for each;
 //   struct XPlan             `method` and what that one needs, made from the input alone;
-//   CanX(method, input)      whether a method gives the right pixels for an input, or, where that
-//                            shows while planning, PlanXBy(method, input): its plan if it does;
-//   PlanX(input)             the plan with the first method that can and pays;
+//   PlanXBy(method, input)   the plan with a method, if that gives the right pixels for an input;
+//   PlanX(input)             the plan with the first method that does and pays;
 //   RunX(plan, ...)          carries it out. Nothing else asks which method it is.
 //
 // Tests run every method that can and compare; documents and figures take names and costs from

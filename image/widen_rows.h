@@ -10,6 +10,27 @@ namespace {
 // Rows of pixels written with more bytes, for kernel sources. Alpha becomes 255. Rows do not
 // overlap.
 
+/// Calls `step(dest, source)` for every vector of pixels of 4 bytes, of which a row has
+/// `kDestBytes` or `kSourceBytes`, as long as the row of 3 bytes a pixel has the `kReach` bytes
+/// that a step touches there. The next pages are fetched ahead. Pixels that remain are left to the
+/// caller.
+template <size_t kReach, size_t kDestBytes, size_t kSourceBytes, typename Step>
+inline void WalkWithReach(uint8_t*& dest, const uint8_t*& source, size_t& count, const Step& step) {
+  constexpr size_t kPixels = U32::kLanes, kRun = 4;
+  const auto next = [&] {
+    step(dest, source);
+    dest += kDestBytes * kPixels;
+    source += kSourceBytes * kPixels;
+    count -= kPixels;
+  };
+  while (3 * count >= 3 * kPixels * (kRun - 1) + kReach) {
+    PrefetchInSteps<kSourceBytes * kPixels * kRun>(source);
+    PrefetchInSteps<kDestBytes * kPixels * kRun>(dest);
+    for (size_t i = 0; i < kRun; ++i) next();
+  }
+  while (3 * count >= kReach) next();
+}
+
 inline void GrayTo24(uint8_t* dest, const uint8_t* source, size_t count) {
   WalkBlocks<64>(
       count,
@@ -48,26 +69,16 @@ inline void ColorTo32(uint8_t* dest, const uint8_t* source, size_t count) {
       const size_t pixel = kHasByteLookup ? i / 4 : i % 16 / 4;
       return i % 4 == 3 ? 0x80 : 3 * pixel + i % 4;
     });
-    const auto widen = [&] {
+    WalkWithReach<kLoaded, 4, 3>(dest, source, count, [](uint8_t* to, const uint8_t* from) {
       const U8 apart = LoadU<U8>(kApart.bytes);
       U8 colors;
       if constexpr (kHasByteLookup) {
-        colors = TableLookupLanes(LoadU<U8>(source), apart);
+        colors = TableLookupLanes(LoadU<U8>(from), apart);
       } else {
-        colors = TableLookupBytesOr0(LoadBlocks<U8>(source, 12), apart);
+        colors = TableLookupBytesOr0(LoadBlocks<U8>(from, 12), apart);
       }
-      StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), dest);
-      source += 3 * kPixels;
-      dest += 4 * kPixels;
-      count -= kPixels;
-    };
-    constexpr size_t kRun = 4;
-    while (3 * count >= 3 * kPixels * (kRun - 1) + kLoaded) {
-      PrefetchInSteps<3 * kPixels * kRun>(source);
-      PrefetchInSteps<4 * kPixels * kRun>(dest);
-      for (size_t i = 0; i < kRun; ++i) widen();
-    }
-    while (3 * count >= kLoaded) widen();
+      StoreU(colors | BitCast<U8>(Set<U32>(0xFF000000u)), to);
+    });
   } else {
     constexpr size_t kRun = 64;
     for (; count > kRun; count -= kRun, source += 3 * kRun, dest += 4 * kRun) {

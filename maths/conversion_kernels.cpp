@@ -24,24 +24,14 @@ void FourTo3(uint8_t* dest, const uint8_t* source, size_t count) {
       const size_t byte = kHasByteLookup ? i : i % 16;
       return byte < (kHasByteLookup ? 3 * kPixels : 12) ? byte / 3 * 4 + byte % 3 : 0x80;
     });
-    const auto narrow = [&] {
-      const U8 pixels = LoadU<U8>(source), close_up = LoadU<U8>(kCloseUp.bytes);
+    WalkWithReach<kStored, 3, 4>(dest, source, count, [](uint8_t* to, const uint8_t* from) {
+      const U8 pixels = LoadU<U8>(from), close_up = LoadU<U8>(kCloseUp.bytes);
       if constexpr (kHasByteLookup) {
-        StoreU(TableLookupLanes(pixels, close_up), dest);
+        StoreU(TableLookupLanes(pixels, close_up), to);
       } else {
-        StoreBlocks(TableLookupBytesOr0(pixels, close_up), dest, 12);
+        StoreBlocks(TableLookupBytesOr0(pixels, close_up), to, 12);
       }
-      source += 4 * kPixels;
-      dest += 3 * kPixels;
-      count -= kPixels;
-    };
-    constexpr size_t kRun = 4;
-    while (3 * count >= 3 * kPixels * (kRun - 1) + kStored) {
-      PrefetchInSteps<4 * kPixels * kRun>(source);
-      PrefetchInSteps<3 * kPixels * kRun>(dest);
-      for (size_t i = 0; i < kRun; ++i) narrow();
-    }
-    while (3 * count >= kStored) narrow();
+    });
   } else {
     constexpr size_t kRun = 64;
     for (; count >= kRun; count -= kRun, source += 4 * kRun, dest += 3 * kRun) {

@@ -38,23 +38,52 @@ void PrintInterface(const check::InterfaceRow& row) {
   if (line.size() > 3) std::cout << line << "\n";
 }
 
-/// One component of the library, when it has it: each known interface that a fresh object answers.
-bool PrintComponent(const host::ModuleLibrary& library, const check::ComponentRow& component) {
-  const CreationFunction create = library.Find(component.RefName());
-  if (create == nullptr) return false;
-  std::cout << "\n" << check::PlainName(component.name) << "\n";
+/// A library that a host has loaded and initialised.
+struct LoadedModule {
+  explicit LoadedModule(const std::string& path) : library(path) {
+    library.Initialize(collection.Get());
+  }
+  /// Empty when the library does not state one.
+  std::string Level() const {
+    return CpuLevelInUse(reinterpret_cast<const void*>(library.create_function()));
+  }
+
+  const SmartPtr<host::HostCollection> collection = host::HostCollection::MakeWithImages();
+  const host::ModuleLibrary library;
+};
+
+/// A component as it shows itself: the interfaces that a fresh object of it answers.
+struct ShownComponent {
+  std::string name;
+  bool created = false;
+  std::vector<const check::InterfaceRow*> interfaces;
+};
+
+ShownComponent Show(const check::ComponentRow& component, CreationFunction create) {
+  ShownComponent shown{check::PlainName(component.name), false, {}};
   SmartPtr<IUnknown> object;
   create(nullptr, &IID_IUnknown, object.PutVoid());
-  if (!object) {
-    std::cout << "  an object cannot be created\n";
-    return true;
-  }
+  if (!object) return shown;
+  shown.created = true;
   for (const check::InterfaceRow& row : check::InterfaceTable()) {
     SmartPtr<IUnknown> answer;
     object->QueryInterface(row.iid, answer.PutVoid());
-    if (answer) PrintInterface(row);
+    if (answer) shown.interfaces.push_back(&row);
   }
-  return true;
+  return shown;
+}
+
+/// Calls `use` with every component of the library that is known here, as soon as it has shown
+/// itself: the next one may end the process.
+template <typename Use>
+void ForEachComponent(const host::ModuleLibrary& library, const Use& use) {
+  for (const auto* const rows : {&check::ModuleComponents(), &check::HostComponents()}) {
+    for (const check::ComponentRow& component : *rows) {
+      check::Doing(check::PlainName(component.name));
+      const CreationFunction create = library.Find(component.RefName());
+      if (create != nullptr) use(Show(component, create));
+    }
+  }
 }
 
 void PrintModule(const std::string& path) {
@@ -62,18 +91,16 @@ void PrintModule(const std::string& path) {
   std::cout << Printable(path) << "\n";
   PrintNames("exports", names.exports);
   PrintNames("needs  ", names.needs);
-  const auto collection = host::HostCollection::MakeWithImages();
-  const host::ModuleLibrary library(path);
-  library.Initialize(collection.Get());
+  const LoadedModule module(path);
   bool any = false;
-  for (const auto* const components : {&check::ModuleComponents(), &check::HostComponents()}) {
-    for (const check::ComponentRow& component : *components) {
-      check::Doing(check::PlainName(component.name));
-      any |= PrintComponent(library, component);
-    }
-  }
+  ForEachComponent(module.library, [&](const ShownComponent& component) {
+    any = true;
+    std::cout << "\n" << component.name << "\n";
+    if (!component.created) std::cout << "  an object cannot be created\n";
+    for (const check::InterfaceRow* const row : component.interfaces) PrintInterface(*row);
+  });
   if (!any) std::cout << "\nnone of the components that this tool knows\n";
-  const std::string level = CpuLevelInUse(reinterpret_cast<const void*>(library.create_function()));
+  const std::string level = module.Level();
   std::cout << "\nlevel in use        " << (level.empty() ? "this library does not tell" : level)
             << "\n";
 }
@@ -109,43 +136,32 @@ std::string TextsAsJson(const std::vector<std::string>& texts) {
   return JsonArray(elements);
 }
 
-std::string ComponentAsJson(CreationFunction create, const check::ComponentRow& component) {
-  SmartPtr<IUnknown> object;
-  create(nullptr, &IID_IUnknown, object.PutVoid());
+std::string ComponentAsJson(const ShownComponent& component) {
   std::vector<std::string> interfaces;
-  for (const check::InterfaceRow& row : check::InterfaceTable()) {
-    SmartPtr<IUnknown> answer;
-    if (object) object->QueryInterface(row.iid, answer.PutVoid());
-    if (!answer) continue;
-    const std::vector<std::string> slots(row.slots.begin(), row.slots.end());
+  for (const check::InterfaceRow* const row : component.interfaces) {
+    const std::vector<std::string> slots(row->slots.begin(), row->slots.end());
     JsonObject interface;
-    interface.Text("name", row.name).Text("iid", check::FormatIid(row.iid));
+    interface.Text("name", row->name).Text("iid", check::FormatIid(row->iid));
     interfaces.push_back(interface.Json("slots", TextsAsJson(slots)).Object());
   }
   JsonObject text;
-  text.Text("name", check::PlainName(component.name)).Flag("created", static_cast<bool>(object));
+  text.Text("name", component.name).Flag("created", component.created);
   return text.Json("interfaces", JsonArray(interfaces)).Object();
 }
 
 void PrintModuleAsJson(const std::string& path) {
   const check::ElfNames names = check::ReadElf(path);
-  const auto collection = host::HostCollection::MakeWithImages();
-  const host::ModuleLibrary library(path);
-  library.Initialize(collection.Get());
+  const LoadedModule module(path);
   std::vector<std::string> components;
-  for (const auto* const rows : {&check::ModuleComponents(), &check::HostComponents()}) {
-    for (const check::ComponentRow& component : *rows) {
-      check::Doing(check::PlainName(component.name));
-      const CreationFunction create = library.Find(component.RefName());
-      if (create != nullptr) components.push_back(ComponentAsJson(create, component));
-    }
-  }
+  ForEachComponent(module.library, [&](const ShownComponent& component) {
+    components.push_back(ComponentAsJson(component));
+  });
   JsonObject object;
   object.Text("path", path)
       .Json("exports", TextsAsJson(names.exports))
       .Json("needs", TextsAsJson(names.needs))
       .Json("components", JsonArray(components))
-      .Text("level", CpuLevelInUse(reinterpret_cast<const void*>(library.create_function())))
+      .Text("level", module.Level())
       .Json("processor", TextsAsJson(InstructionSets()));
   std::cout << object.Line() << std::flush;
 }

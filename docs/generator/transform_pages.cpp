@@ -79,7 +79,8 @@ std::vector<Page> TransformPages() {
        "`x - 16 + x mod 32`.",
        CostOf(kCircleMethods,
               TextOf(kCircleMethods, PlanCircle(Circle(ExamplePicture(), kCircleSwirl, 1.5f),
-                                                ExamplePicture(), false)))},
+                                                ExamplePicture(), false)
+                                         .method))},
   };
 }
 

@@ -2,6 +2,7 @@
 #define QEL_FILTER_MEDIAN_MEDIAN_PLAN_H_
 
 #include <cstdint>
+#include <optional>
 
 #include "filter/median/tile_kernels.h"
 #include "image/image_view.h"
@@ -40,40 +41,43 @@ struct MedianPlan {
   unsigned counted_bits;
 };
 
-/// True when `method` finds the middle of windows of `size`.
-constexpr bool CanFindMedian(MedianMethod method, int size) {
+/// The plan with `method` for windows of `size`, at least 1; nothing when that cannot find their
+/// middle.
+constexpr std::optional<MedianPlan> PlanMedianBy(MedianMethod method, int size) {
+  bool can = false;
   switch (method) {
     case MedianMethod::kTiles:
-      return IsTiled(static_cast<size_t>(size));
+      can = IsTiled(static_cast<size_t>(size));
+      break;
     case MedianMethod::kNetwork:
-      return size == 3;
+      can = size == 3;
+      break;
     case MedianMethod::kBitSelection:
-      return size <= 15;  // counts of a window fit a byte
+      can = size <= 15;  // counts of a window fit a byte
+      break;
     case MedianMethod::kColumnHistograms:
-      return size <= 255;  // counts of a window fit 16 bits
+      can = size <= 255;  // counts of a window fit 16 bits
+      break;
     case MedianMethod::kSlidingHistogram:
-      return true;
+      can = true;
+      break;
   }
-  return false;
+  if (!can) return std::nullopt;
+  return MedianPlan{method, size, size < 5 ? 0u : size < 9 ? 3u : 4u};
 }
 
-/// The plan that takes `method`, which must be able to.
-constexpr MedianPlan PlanMedian(MedianMethod method, int size) {
-  return {method, size, size < 5 ? 0u : size < 9 ? 3u : 4u};
-}
-
-/// The plan for windows of `size`, at least 1, of an image of `bit_count` bits.
+/// The plan with the first method that can and pays, for an image of `bit_count` bits.
 constexpr MedianPlan PlanMedian(int size, int bit_count) {
   // Below 24 bits pixels are their own brightness: there is none to find again, and counting pays
   // earlier.
   const int most_selected = bit_count >= 24 ? 15 : 13;
-  const MedianMethod method = CanFindMedian(MedianMethod::kTiles, size)     ? MedianMethod::kTiles
-                              : CanFindMedian(MedianMethod::kNetwork, size) ? MedianMethod::kNetwork
-                              : size <= most_selected ? MedianMethod::kBitSelection
-                              : CanFindMedian(MedianMethod::kColumnHistograms, size)
-                                  ? MedianMethod::kColumnHistograms
-                                  : MedianMethod::kSlidingHistogram;
-  return PlanMedian(method, size);
+  for (size_t i = 0; i < std::size(kMedianMethods); ++i) {
+    const auto method = static_cast<MedianMethod>(i);
+    const bool pays = method != MedianMethod::kBitSelection || size <= most_selected;
+    const auto plan = PlanMedianBy(method, size);
+    if (pays && plan) return *plan;
+  }
+  return {MedianMethod::kSlidingHistogram, size, 0};
 }
 
 /// Writes the medians of `source` to `dest`, which has its shape and pixels to store. False when

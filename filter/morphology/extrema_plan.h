@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 
 #include "filter/filter_kernels.h"
 #include "image/image_view.h"
@@ -38,28 +39,35 @@ struct ExtremaPlan {
 /// Most columns that are reduced together by `kWideGroups`, whose windows must have some in common.
 inline constexpr int64_t kWideColumns = 128;
 
-/// True when the plan's method finds the extrema of `source`.
-inline bool CanFindExtrema(const ExtremaPlan& plan, const ImageView& source) {
-  switch (plan.method) {
+/// The plan with `method` for windows of `size`, at least 1; nothing when that cannot find the
+/// extrema of `source`.
+inline std::optional<ExtremaPlan> PlanExtremaBy(ExtremaMethod method, Extrema extrema, int size,
+                                                const ImageView& source) {
+  bool can = false;
+  switch (method) {
     case ExtremaMethod::kCopy:
-      return plan.size == 1 && plan.extrema != Extrema::kRange && source.HasPixels() &&
-             (source.bit_count == 8 || source.bit_count == 24 || source.bit_count == 32);
+      can = size == 1 && extrema != Extrema::kRange && source.HasPixels() &&
+            (source.bit_count == 8 || source.bit_count == 24 || source.bit_count == 32);
+      break;
     case ExtremaMethod::kSquare:
-      return plan.size <= int{kMostSquare};
+      can = size <= int{kMostSquare};
+      break;
     case ExtremaMethod::kGroups:
-      return plan.size >= int{kGroupRows} && plan.size <= int{kMostAcross};
+      can = size >= int{kGroupRows} && size <= int{kMostAcross};
+      break;
     case ExtremaMethod::kWideGroups:
-      return plan.size >= std::min(source.Columns(), kWideColumns);
+      can = size >= std::min(source.Columns(), kWideColumns);
+      break;
   }
-  return false;
+  if (!can) return std::nullopt;
+  return ExtremaPlan{method, extrema, size};
 }
 
-/// The plan for windows of `size`, at least 1.
+/// The plan with the first method that can and pays.
 inline ExtremaPlan PlanExtrema(Extrema extrema, int size, const ImageView& source) {
   for (const ExtremaMethod method :
        {ExtremaMethod::kCopy, ExtremaMethod::kSquare, ExtremaMethod::kGroups}) {
-    const ExtremaPlan plan = {method, extrema, size};
-    if (CanFindExtrema(plan, source)) return plan;
+    if (const auto plan = PlanExtremaBy(method, extrema, size, source)) return *plan;
   }
   return {ExtremaMethod::kWideGroups, extrema, size};
 }

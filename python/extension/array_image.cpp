@@ -6,7 +6,7 @@
 namespace qel::python {
 namespace {
 
-PixelRows RowsOf(IQEL& image, const operations::Shape& shape) {
+Pixels RowsOf(IQEL& image, const operations::Shape& shape) {
   int unread = 0, stride = 0;
   uint8_t* bits = nullptr;
   image.GetBits(0, &unread, &bits, &stride);
@@ -32,15 +32,15 @@ void CopyRunAhead(const uint8_t* from, uint8_t* to, size_t bytes) {
 
 }  // namespace
 
-void CopyRows(const PixelRows& from, const PixelRows& to) {
-  if (from.Packed() && to.Packed()) {
-    std::memcpy(to.data, from.data, from.RowBytes() * static_cast<size_t>(from.height));
+void CopyRows(const Pixels& from, const Pixels& to) {
+  if (from.IsPacked() && to.IsPacked()) {
+    std::memcpy(to.bits, from.bits, from.RowBytes() * static_cast<size_t>(from.height));
     return;
   }
   for (int y = 0; y < from.height; ++y) std::memcpy(to.Row(y), from.Row(y), from.RowBytes());
 }
 
-void CopyRowsAhead(const PixelRows& from, const PixelRows& to) {
+void CopyRowsAhead(const Pixels& from, const Pixels& to) {
   for (int y = 0; y < from.height; ++y) CopyRunAhead(from.Row(y), to.Row(y), from.RowBytes());
 }
 
@@ -59,7 +59,7 @@ result_t ArrayImage::GetSize(int* width, int* height, int* planes) {
 
 result_t ArrayImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
   if (!fits_) return Own().GetFormat(bit_count, model, reserved);
-  *bit_count = rows_.bits();
+  *bit_count = 8 * rows_.channels;
   *model = model_;
   *reserved = 0;
   return kOk;
@@ -68,7 +68,7 @@ result_t ArrayImage::GetFormat(int* bit_count, uint32_t* model, int* reserved) {
 result_t ArrayImage::GetBits(int plane, int* reserved, uint8_t** bits, int* stride) {
   if (!fits_) return Own().GetBits(plane, reserved, bits, stride);
   *reserved = 0;
-  *bits = plane == 0 ? rows_.data : nullptr;
+  *bits = plane == 0 ? rows_.bits : nullptr;
   *stride = static_cast<int>(rows_.stride);
   return plane == 0 ? kOk : kInvalidArgument;
 }
@@ -85,8 +85,8 @@ result_t ArrayImage::Assign(IQEL* source, int flags) {
   fits_ = Fits(shape.width, shape.height, 1, shape.bits);
   model_ = shape.model;
   if (!fits_) return Own().Assign(source, flags);
-  const PixelRows from = RowsOf(*source, shape);
-  if (from.data != nullptr) CopyRows(from, rows_);
+  const Pixels from = RowsOf(*source, shape);
+  if (from.bits != nullptr) CopyRows(from, rows_);
   return kOk;
 }
 

@@ -1,36 +1,20 @@
 #ifndef QEL_PYTHON_ARRAY_IMAGE_H_
 #define QEL_PYTHON_ARRAY_IMAGE_H_
 
-#include <cstddef>
-
+#include "compose/pixels.h"
 #include "host/host_image.h"
 #include "host/host_object.h"
 #include "operations/operation.h"
 
 namespace qel::python {
 
-/// The pixels of an array as the module takes them: whole pixels of 1, 3 or 4 bytes, one after the
-/// other in each row.
-struct PixelRows {
-  uint8_t* data = nullptr;
-  ptrdiff_t stride = 0;
-  int width = 0;
-  int height = 0;
-  int channels = 0;
-
-  int bits() const { return 8 * channels; }
-  size_t RowBytes() const { return static_cast<size_t>(width) * static_cast<size_t>(channels); }
-  bool Packed() const { return stride == static_cast<ptrdiff_t>(RowBytes()); }
-  uint8_t* Row(int y) const { return data + ptrdiff_t{y} * stride; }
-  /// `count` rows from row `y` on.
-  PixelRows Part(int y, int count) const { return {Row(y), stride, width, count, channels}; }
-};
+using compose::Pixels;
 
 /// Copies rows between pixels of one shape.
-void CopyRows(const PixelRows& from, const PixelRows& to);
+void CopyRows(const Pixels& from, const Pixels& to);
 /// The same for a few rows after which something else is done before the next ones are copied: asks
 /// for memory ahead, since the processor by itself would begin again with each of them.
-void CopyRowsAhead(const PixelRows& from, const PixelRows& to);
+void CopyRowsAhead(const Pixels& from, const Pixels& to);
 
 /// An image in somebody else's memory, which must outlive it. `Create` and `Assign` with another
 /// shape than that of the memory go to an image of its own instead.
@@ -38,11 +22,11 @@ void CopyRowsAhead(const PixelRows& from, const PixelRows& to);
 class ArrayImage final : public host::HostObject<IQELImageDIB, IQELImage, IQEL> {
  public:
   /// An image that has the pixels of `rows`.
-  static SmartPtr<ArrayImage> Of(const PixelRows& rows) { return Make(rows, true); }
+  static SmartPtr<ArrayImage> Of(const Pixels& rows) { return Make(rows, true); }
   /// An image without pixels that puts them into `rows` once they fit.
-  static SmartPtr<ArrayImage> Into(const PixelRows& rows) { return Make(rows, false); }
+  static SmartPtr<ArrayImage> Into(const Pixels& rows) { return Make(rows, false); }
   /// Makes it an image of other rows.
-  void MoveTo(const PixelRows& rows) {
+  void MoveTo(const Pixels& rows) {
     rows_ = rows;
     fits_ = true;
   }
@@ -59,18 +43,18 @@ class ArrayImage final : public host::HostObject<IQELImageDIB, IQELImage, IQEL> 
   bool fits() const { return fits_; }
 
  private:
-  ArrayImage(const PixelRows& rows, bool fits)
-      : rows_(rows), model_(operations::ModelOf(rows.bits())), fits_(fits) {}
-  static SmartPtr<ArrayImage> Make(const PixelRows& rows, bool fits) {
+  ArrayImage(const Pixels& rows, bool fits)
+      : rows_(rows), model_(operations::ModelOf(8 * rows.channels)), fits_(fits) {}
+  static SmartPtr<ArrayImage> Make(const Pixels& rows, bool fits) {
     return SmartPtr<ArrayImage>::Adopt(new ArrayImage(rows, fits));
   }
   bool Fits(int width, int height, int planes, int bit_count) const {
     return width == rows_.width && height == rows_.height && planes <= 1 &&
-           bit_count == rows_.bits();
+           bit_count == 8 * rows_.channels;
   }
   host::HostImage& Own();
 
-  PixelRows rows_;
+  Pixels rows_;
   uint32_t model_;
   bool fits_;
   SmartPtr<host::HostImage> own_;  ///< has the pixels when they do not fit

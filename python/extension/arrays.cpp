@@ -47,19 +47,19 @@ std::pair<uintptr_t, uintptr_t> BytesOf(const py::array& array) {
   return {begin, end};
 }
 
-std::optional<PixelRows> RowsOf(const PixelArray& pixels) {
+std::optional<Pixels> RowsOf(const PixelArray& pixels) {
   const py::array& array = pixels.array;
   const int channels = pixels.channels;
   const bool pixels_adjoin = pixels.width == 1 || array.strides(1) == channels;
   const bool channels_adjoin = channels == 1 || array.strides(2) == 1;
   if (!pixels_adjoin || !channels_adjoin) return {};
-  PixelRows rows{static_cast<uint8_t*>(const_cast<void*>(array.data())), array.strides(0),
-                 pixels.width, pixels.height, channels};
+  Pixels rows{static_cast<uint8_t*>(const_cast<void*>(array.data())), array.strides(0),
+              pixels.width, pixels.height, channels};
   const auto row_bytes = static_cast<ptrdiff_t>(rows.RowBytes());
   if (rows.height == 1) rows.stride = row_bytes;
   const bool overlaps = std::abs(rows.stride) < row_bytes;
   const bool aligned =
-      channels != 4 || (rows.stride % 4 == 0 && reinterpret_cast<uintptr_t>(rows.data) % 4 == 0);
+      channels != 4 || (rows.stride % 4 == 0 && reinterpret_cast<uintptr_t>(rows.bits) % 4 == 0);
   if (overlaps || !aligned || std::abs(rows.stride) > std::numeric_limits<int>::max()) return {};
   return rows;
 }
@@ -130,8 +130,8 @@ PixelArray NewArray(int width, int height, int channels, bool clear) {
   pixels.height = height;
   pixels.channels = channels;
   const ptrdiff_t stride = ptrdiff_t{width} * channels;
-  pixels.rows = PixelRows{static_cast<uint8_t*>(pixels.array.mutable_data()), stride, width, height,
-                          channels};
+  pixels.rows =
+      Pixels{static_cast<uint8_t*>(pixels.array.mutable_data()), stride, width, height, channels};
   return pixels;
 }
 

@@ -20,7 +20,7 @@ struct PixelArray {
   int channels = 0;
   /// The rows, when the module can work on them where they are: pixels side by side, rows that do
   /// not overlap, four-byte pixels at multiples of four.
-  std::optional<PixelRows> rows;
+  std::optional<Pixels> rows;
 
   operations::Shape shape() const {
     const int bits = 8 * channels;

@@ -29,7 +29,7 @@ constexpr size_t kSmallStripBytes = 8 * 1024;
 /// The images of arrays that are second pictures, by the names of their parameters.
 class ArraySource final : public operations::PictureSource {
  public:
-  void Add(std::string_view name, const PixelRows& rows) {
+  void Add(std::string_view name, const Pixels& rows) {
     images_.emplace(name, ArrayImage::Of(rows));
   }
   IQEL& Get(const std::string& name) override { return *images_.at(name).Get(); }
@@ -152,9 +152,8 @@ void Runner::PreparePictures() {
 }
 
 void Runner::SwapChannels(const PixelArray& pixels) const {
-  const SmartPtr<ArrayImage> image = ArrayImage::Of(*pixels.rows);
   const py::gil_scoped_release unlocked;
-  Runtime::Get().engine().components().transform->FlipBits(image.Get());
+  Runtime::Get().SwapChannels(*pixels.rows);
 }
 
 SmartPtr<IQEL> Runner::Execute(IQEL* subject, ArrayImage* next) {
@@ -219,7 +218,7 @@ void Runner::RunByStrips(const PixelArray& work) {
   const py::gil_scoped_release unlocked;
   for (int y = 0; y < work.height; y += rows) {
     const int height = std::min(rows, work.height - y);
-    const PixelRows strip = work.rows->Part(y, height);
+    const Pixels strip = work.rows->Part(y, height);
     if (copies) (small ? CopyRowsAhead : CopyRows)(image_.rows->Part(y, height), strip);
     subject->MoveTo(strip);
     if (swaps) transform.FlipBits(subject.Get());
@@ -268,7 +267,7 @@ py::object Runner::RunToResult(const operations::Shape& shape) {
     if (Failed(padded->Assign(subject.Get(), 0))) throw std::bad_alloc();
     subject = SmartPtr<IQEL>::Retain(padded.Get());
   }
-  const bool fits_rows = out_ && out_->rows && (reach_ == Reach::kRows || out_->rows->Packed());
+  const bool fits_rows = out_ && out_->rows && (reach_ == Reach::kRows || out_->rows->IsPacked());
   const bool into_out = fits_rows && operation_.fills_result && !SamePixels(*out_, image_);
   const PixelArray target =
       into_out ? *out_

@@ -15,12 +15,6 @@ namespace {
 
 namespace py = pybind11;
 
-void SwapChannels(const PixelArray& pixels) {
-  if (pixels.channels == 1) return;
-  const SmartPtr<ArrayImage> image = ArrayImage::Of(*pixels.rows);
-  Runtime::Get().engine().components().transform->FlipBits(image.Get());
-}
-
 void TellNotes(const std::string& name, const std::vector<std::string>& notes) {
   for (const std::string& note : notes) WarnOfNote(name + ": " + note);
 }
@@ -30,13 +24,13 @@ py::array Decode(std::span<const uint8_t> file, const std::string& name, bool rg
   const pictures::Allocate allocate = [&](const pictures::PictureInfo& info) {
     const py::gil_scoped_acquire locked;
     pixels = NewArray(info.width, info.height, info.bit_count / 8, false);
-    return pictures::PixelBuffer{pixels.rows->data, pixels.rows->stride};
+    return pictures::PixelBuffer{pixels.rows->bits, pixels.rows->stride};
   };
   std::vector<std::string> notes;
   {
     const py::gil_scoped_release unlocked;
     notes = pictures::ReadPictureFromMemory(file, name, {}, allocate).notes;
-    if (rgb) SwapChannels(pixels);
+    if (rgb && pixels.channels > 1) Runtime::Get().SwapChannels(*pixels.rows);
   }
   TellNotes(name, notes);
   return pixels.array;
@@ -101,9 +95,9 @@ std::vector<uint8_t> Encode(std::string_view function, const std::string& name, 
   pictures::EncodedPicture encoded;
   {
     const py::gil_scoped_release unlocked;
-    if (swaps) SwapChannels(pixels);
-    const pictures::PictureView view{pixels.rows->data, pixels.rows->stride, pixels.width,
-                                     pixels.height, pixels.rows->bits()};
+    if (swaps) Runtime::Get().SwapChannels(*pixels.rows);
+    const pictures::PictureView view{pixels.rows->bits, pixels.rows->stride, pixels.width,
+                                     pixels.height, 8 * pixels.channels};
     encoded = pictures::EncodePicture(name, view, {}, options);
   }
   TellNotes(name, encoded.notes);

@@ -50,6 +50,10 @@ const Runtime& Runtime::Get() {
   return *Current();
 }
 
+void Runtime::SwapChannels(const Pixels& pixels) const {
+  engine_.components().transform->FlipBits(ArrayImage::Of(pixels).Get());
+}
+
 Runtime::NextImage::NextImage(ArrayImage* image) { next_image = image; }
 Runtime::NextImage::~NextImage() { next_image = nullptr; }
 

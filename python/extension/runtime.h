@@ -20,6 +20,9 @@ class Runtime {
 
   const operations::Engine& engine() const { return engine_; }
 
+  /// Exchanges the first and the third channel of pixels that have three or four.
+  void SwapChannels(const Pixels& pixels) const;
+
   /// While this lives, the next image that the module makes on this thread is `image`; null for
   /// none.
   class NextImage {

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import concurrent.futures
+import functools
 import importlib
 import os
 from collections.abc import Callable
@@ -37,11 +38,17 @@ def border(
     return _qel.border(ROWS[function], image, None, order, position, *values)
 
 
+@functools.cache
+def _table() -> list[dict[str, Any]]:
+    """Described once: that takes longer than many an operation."""
+    return _qel.table()
+
+
 def _row(function: Callable[..., Image]) -> dict[str, Any]:
     """The row of the table that an operation stands for."""
     if function not in ROWS:
         raise ArgumentError(f"{function!r} is no operation of qel")
-    return _qel.table()[ROWS[function]]
+    return _table()[ROWS[function]]
 
 
 def _parameters(function: Callable[..., Image]) -> dict[str, Any]:

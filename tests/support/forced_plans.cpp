@@ -12,73 +12,71 @@ namespace {
 
 int64_t least_streamed_bytes = 32 << 20;
 
-bool Rotate(RotateMethod method, const ImageView& from, const ImageView& to, int angle,
-            int interpolation) {
-  if (angle % 90 == 0 || ExactPixelBytes(from.bit_count) == 0 ||
-      !CanRotate(method, from, interpolation, false)) {
-    return false;
-  }
+/// What `Rotate` does at an angle with pixels between: a frame over the background.
+void RunRotateInFrame(const RotatePlan& plan, const ImageView& from, const ImageView& to,
+                      int angle) {
   const uint32_t background = WithAlpha(
       GetPixelColor(from.bits, 0, 0, from.width, from.height, from.stride, from.bit_count), 255);
   for (int i = 0; i < to.width * to.height; ++i) {
     SetPixelColor(to.bits, i % to.width, i / to.width, to.width, to.height, to.stride, background,
                   to.bit_count);
   }
-  const auto frame = RotatedFrame::SameSize(from.width, from.height, Turn::ByDegrees(angle));
-  RunRotate({method, interpolation}, from, to, frame);
-  return true;
+  RunRotate(plan, from, to,
+            RotatedFrame::SameSize(from.width, from.height, Turn::ByDegrees(angle)));
 }
 
-bool Run(std::string_view operation, size_t method, const operations::MethodArguments& arguments,
+bool Run(std::string_view operation, size_t number, const operations::MethodArguments& arguments,
          const ImageView& source, const ImageView& dest) {
   operations::ArgumentCursor cursor(arguments);
   const auto next = [&] { return cursor.Take<int>(); };
+  const auto run_if = [&](const auto& plan, const auto& run) {
+    if (plan) run(*plan, source, dest);
+    return plan.has_value();
+  };
   if (operation == "Resample") {
     const int width = next(), height = next(), interpolation = next();
-    ResamplePlan plan;
-    const bool can = (width != source.width || height != source.height) &&
-                     CanResample(static_cast<ResampleMethod>(method), source, dest, interpolation,
-                                 next() != 0, plan);
-    if (can) RunResample(plan, source, dest);
-    return can;
+    if (width == source.width && height == source.height) return false;
+    return run_if(PlanResampleBy(static_cast<ResampleMethod>(number), source, dest, interpolation,
+                                 next() != 0),
+                  RunResample);
   }
   if (operation == "Rotate") {
     const int angle = next(), interpolation = next();
     const bool force_alpha = next() != 0, keep_size = next() != 0;
-    return !force_alpha && keep_size &&
-           Rotate(static_cast<RotateMethod>(method), source, dest, angle, interpolation);
+    if (force_alpha || !keep_size || angle % 90 == 0 || ExactPixelBytes(source.bit_count) == 0) {
+      return false;
+    }
+    return run_if(PlanRotateBy(static_cast<RotateMethod>(number), source, interpolation, false),
+                  [=](const RotatePlan& plan, const ImageView& from, const ImageView& to) {
+                    RunRotateInFrame(plan, from, to, angle);
+                  });
   }
   if (operation == "CircleTransform") {
     const int mode = next();
     const bool with_alpha = next() != 0;
     if (mode < 0 || with_alpha) return false;
     const Circle circle(source, mode, cursor.Take<float>());
-    const auto by = static_cast<CircleMethod>(method);
-    if (!CanTransformCircle(by, circle, source, false)) return false;
-    RunCircle(by, circle, source, dest, false);
-    return true;
+    return run_if(PlanCircleBy(static_cast<CircleMethod>(number), circle, source, false),
+                  RunCircle);
   }
   const int size = next();
   if (size <= 0) return false;
   if (operation == "Median") {
-    const auto by = static_cast<MedianMethod>(method);
-    return CanFindMedian(by, size) && RunMedian(PlanMedian(by, size), source, dest);
+    const auto plan = PlanMedianBy(static_cast<MedianMethod>(number), size);
+    return plan && RunMedian(*plan, source, dest);
   }
   if (operation == "Filter") {
     const int divisor = next();
-    const auto plan =
-        PlanConvolutionBy(static_cast<ConvolutionMethod>(method), arguments.weights.data(), size,
-                          divisor, next(), source.bit_count);
-    if (plan) RunConvolution(*plan, source, dest);
-    return plan.has_value();
+    return run_if(
+        PlanConvolutionBy(static_cast<ConvolutionMethod>(number), arguments.weights.data(), size,
+                          divisor, next(), source.bit_count),
+        RunConvolution);
   }
   const auto extrema = operation == "Erode"    ? Extrema::kMinimum
                        : operation == "Dilate" ? Extrema::kMaximum
                                                : Extrema::kRange;
-  const ExtremaPlan plan = {static_cast<ExtremaMethod>(method), extrema, size};
-  if (!CanFindExtrema(plan, source)) return false;
-  RunExtrema(plan, source, dest);
-  return true;
+  return run_if(PlanExtremaBy(static_cast<ExtremaMethod>(number), extrema, size, source),
+                RunExtrema);
 }
 
 }  // namespace

@@ -92,37 +92,34 @@ bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& 
 
 }  // namespace
 
-bool CanResample(ResampleMethod method, const ImageView& source, const ImageView& dest,
-                 int interpolation, bool nearest_only, ResamplePlan& plan) {
+std::optional<ResamplePlan> PlanResampleBy(ResampleMethod method, const ImageView& source,
+                                           const ImageView& dest, int interpolation,
+                                           bool nearest_only) {
   const Scale scale = {static_cast<float>(source.width) / static_cast<float>(dest.width),
                        static_cast<float>(source.height) / static_cast<float>(dest.height)};
   const Task task = TaskOf(scale, interpolation, nearest_only, source.bit_count);
   // Deliberate: alpha of 32-bit images is not averaged; it stays as the new image had it.
-  plan = {.method = method,
-          .scale = scale,
-          .interpolation = interpolation,
-          .pixel_bytes = PixelBytesFor(task, source.bit_count),
-          .keep_alpha = task == Task::kAverage,
-          .weights = {}};
-  switch (task) {
-    case Task::kCopy:
-      return method == ResampleMethod::kNearest;
-    case Task::kAverage:
-      return CanAverage(method, scale, source.HasPixels());
-    case Task::kSample:
-      return CanSample(method, source, dest, plan);
-  }
-  return false;
+  ResamplePlan plan = {.method = method,
+                       .scale = scale,
+                       .interpolation = interpolation,
+                       .pixel_bytes = PixelBytesFor(task, source.bit_count),
+                       .keep_alpha = task == Task::kAverage,
+                       .weights = {}};
+  const bool can = task == Task::kCopy      ? method == ResampleMethod::kNearest
+                   : task == Task::kAverage ? CanAverage(method, scale, source.HasPixels())
+                                            : CanSample(method, source, dest, plan);
+  if (!can) return std::nullopt;
+  return plan;
 }
 
 ResamplePlan PlanResample(const ImageView& source, const ImageView& dest, int interpolation,
                           bool nearest_only) {
-  ResamplePlan plan;
-  for (size_t i = 0; i < std::size(kResampleMethods); ++i) {
-    const auto method = static_cast<ResampleMethod>(i);
-    if (CanResample(method, source, dest, interpolation, nearest_only, plan)) break;
+  std::optional<ResamplePlan> plan;
+  for (size_t i = 0; !plan; ++i) {  // each of the tasks has a method that always can
+    plan =
+        PlanResampleBy(static_cast<ResampleMethod>(i), source, dest, interpolation, nearest_only);
   }
-  return plan;
+  return *plan;
 }
 
 }  // namespace qel

@@ -1,6 +1,8 @@
 #ifndef QEL_TRANSFORM_RESAMPLE_RESAMPLE_PLAN_H_
 #define QEL_TRANSFORM_RESAMPLE_RESAMPLE_PLAN_H_
 
+#include <optional>
+
 #include "image/image_view.h"
 #include "image/interpolated_sampling.h"
 #include "image/plan.h"
@@ -61,9 +63,10 @@ struct ResamplePlan {
 ResamplePlan PlanResample(const ImageView& source, const ImageView& dest, int interpolation,
                           bool nearest_only);
 
-/// Whether `method` gives the right pixels; if so, `plan` is made for it.
-bool CanResample(ResampleMethod method, const ImageView& source, const ImageView& dest,
-                 int interpolation, bool nearest_only, ResamplePlan& plan);
+/// The same with `method`; nothing when that does not give the right pixels.
+std::optional<ResamplePlan> PlanResampleBy(ResampleMethod method, const ImageView& source,
+                                           const ImageView& dest, int interpolation,
+                                           bool nearest_only);
 
 /// Writes `source` resampled to `dest`. Goes one by one where memory is refused.
 void RunResample(const ResamplePlan& plan, const ImageView& source, const ImageView& dest);

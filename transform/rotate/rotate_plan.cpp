@@ -13,10 +13,8 @@ bool IsPolynomial(int interpolation) {
   return interpolation >= 0 && interpolation < 16 && (kPolynomials >> interpolation & 1) != 0;
 }
 
-}  // namespace
-
-bool CanRotate(RotateMethod method, const ImageView& source, int interpolation,
-               bool shares_memory) {
+/// Whether a method gives the right pixels.
+bool Can(RotateMethod method, const ImageView& source, int interpolation, bool shares_memory) {
   if (method == RotateMethod::kOneByOne) return true;
   const int64_t bytes = std::abs(int64_t{source.stride}) * source.Rows() + source.Columns() * 4;
   if (shares_memory || !source.HasPixels() || bytes >= INT32_MAX ||
@@ -39,15 +37,22 @@ bool CanRotate(RotateMethod method, const ImageView& source, int interpolation,
   }
 }
 
+}  // namespace
+
+std::optional<RotatePlan> PlanRotateBy(RotateMethod method, const ImageView& source,
+                                       int interpolation, bool shares_memory) {
+  if (!Can(method, source, interpolation, shares_memory)) return std::nullopt;
+  return RotatePlan{method, interpolation};
+}
+
 RotatePlan PlanRotate(const ImageView& source, int interpolation, bool shares_memory) {
   constexpr int64_t kPixelsWorthRemembering = 256 * 256;
   const bool is_large = source.Columns() * source.Rows() >= kPixelsWorthRemembering;
   for (size_t i = 0; i < std::size(kRotateMethods); ++i) {
     const auto method = static_cast<RotateMethod>(i);
     const bool pays = method != RotateMethod::kRemembered || is_large;
-    if (pays && CanRotate(method, source, interpolation, shares_memory)) {
-      return {method, interpolation};
-    }
+    const auto plan = PlanRotateBy(method, source, interpolation, shares_memory);
+    if (pays && plan) return *plan;
   }
   return {RotateMethod::kOneByOne, interpolation};
 }

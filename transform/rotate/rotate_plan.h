@@ -1,6 +1,8 @@
 #ifndef QEL_TRANSFORM_ROTATE_ROTATE_PLAN_H_
 #define QEL_TRANSFORM_ROTATE_ROTATE_PLAN_H_
 
+#include <optional>
+
 #include "image/image_view.h"
 #include "image/plan.h"
 #include "transform/rotate/rotated_frame.h"
@@ -33,11 +35,13 @@ struct RotatePlan {
   int interpolation;  ///< 0 to 15; others act as 1
 };
 
-/// Whether `method` gives the right pixels. `shares_memory` when what is written is read again.
-bool CanRotate(RotateMethod method, const ImageView& source, int interpolation, bool shares_memory);
-
-/// The plan with the first method that can and pays.
+/// The plan with the first method that can and pays. `shares_memory` when what is written is read
+/// again.
 RotatePlan PlanRotate(const ImageView& source, int interpolation, bool shares_memory);
+
+/// The same with `method`; nothing when that does not give the right pixels.
+std::optional<RotatePlan> PlanRotateBy(RotateMethod method, const ImageView& source,
+                                       int interpolation, bool shares_memory);
 
 /// Draws the turned source over the background of `dest`, which has the frame's size.
 void RunRotate(const RotatePlan& plan, const ImageView& source, const ImageView& dest,

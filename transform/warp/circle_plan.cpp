@@ -3,9 +3,10 @@
 #include "transform/warp/nearest_copy.h"
 
 namespace qel {
+namespace {
 
-bool CanTransformCircle(CircleMethod method, const Circle& circle, const ImageView& source,
-                        bool opaque) {
+/// Whether a method gives the right pixels.
+bool Can(CircleMethod method, const Circle& circle, const ImageView& source, bool opaque) {
   const bool folds = circle.mode >= kCircleFold;
   switch (method) {
     case CircleMethod::kFoldRows:
@@ -22,12 +23,20 @@ bool CanTransformCircle(CircleMethod method, const Circle& circle, const ImageVi
   return false;
 }
 
-CircleMethod PlanCircle(const Circle& circle, const ImageView& source, bool opaque) {
+}  // namespace
+
+std::optional<CirclePlan> PlanCircleBy(CircleMethod method, const Circle& circle,
+                                       const ImageView& source, bool opaque) {
+  if (!Can(method, circle, source, opaque)) return std::nullopt;
+  return CirclePlan{method, circle, opaque};
+}
+
+CirclePlan PlanCircle(const Circle& circle, const ImageView& source, bool opaque) {
   for (size_t i = 0; i < std::size(kCircleMethods); ++i) {
-    const auto method = static_cast<CircleMethod>(i);
-    if (CanTransformCircle(method, circle, source, opaque)) return method;
+    const auto plan = PlanCircleBy(static_cast<CircleMethod>(i), circle, source, opaque);
+    if (plan) return *plan;
   }
-  return CircleMethod::kOneByOne;
+  return {CircleMethod::kOneByOne, circle, opaque};
 }
 
 }  // namespace qel

@@ -1,6 +1,8 @@
 #ifndef QEL_TRANSFORM_WARP_CIRCLE_PLAN_H_
 #define QEL_TRANSFORM_WARP_CIRCLE_PLAN_H_
 
+#include <optional>
+
 #include "image/image_view.h"
 #include "image/plan.h"
 #include "transform/warp/circle.h"
@@ -19,16 +21,22 @@ inline constexpr MethodText kCircleMethods[] = {
     {"one-by-one", "images so large that squared distances wrap, and turns of many radians"},
 };
 
-/// Whether `method` gives the right pixels for an image; `opaque` when the result gets alpha.
-bool CanTransformCircle(CircleMethod method, const Circle& circle, const ImageView& source,
-                        bool opaque);
+/// What a circle transform takes, made from its geometry and the source.
+struct CirclePlan {
+  CircleMethod method;
+  Circle circle;
+  bool opaque;  ///< the result gets alpha
+};
 
-/// The first method that can.
-CircleMethod PlanCircle(const Circle& circle, const ImageView& source, bool opaque);
+/// The plan with the first method that can.
+CirclePlan PlanCircle(const Circle& circle, const ImageView& source, bool opaque);
+
+/// The same with `method`; nothing when that does not give the right pixels.
+std::optional<CirclePlan> PlanCircleBy(CircleMethod method, const Circle& circle,
+                                       const ImageView& source, bool opaque);
 
 /// Writes `source` to `dest`, which has its size and pixels to store.
-void RunCircle(CircleMethod method, const Circle& circle, const ImageView& source,
-               const ImageView& dest, bool opaque);
+void RunCircle(const CirclePlan& plan, const ImageView& source, const ImageView& dest);
 
 }  // namespace qel
 

@@ -299,8 +299,8 @@ class QuarterMap {
 
 }  // namespace
 
-void RunCircle(CircleMethod method, const Circle& circle, const ImageView& source,
-               const ImageView& dest, bool opaque) {
+void RunCircle(const CirclePlan& plan, const ImageView& source, const ImageView& dest) {
+  const auto& [method, circle, opaque] = plan;
   if (method == CircleMethod::kFoldRows) {
     return FoldRows(circle, source, dest, AccessPixelBytes(source.bit_count));
   }
@@ -329,8 +329,7 @@ result_t CQELImageDeform::CircleTransform(IQEL* image, int mode, int with_alpha,
   if (!output) return kFail;
   const ImageView dest = output.View();
   if (dest.HasPixels()) {
-    const Circle circle(source, mode, factor);
-    RunCircle(PlanCircle(circle, source, opaque), circle, source, dest, opaque);
+    RunCircle(PlanCircle(Circle(source, mode, factor), source, opaque), source, dest);
   }
   output.AssignTo(image);
   return kOk;
