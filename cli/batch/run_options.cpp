@@ -22,17 +22,22 @@ std::string UsageOf(const std::string& command) {
                      command == "run" ? " STEP [STEP...]" : "");
 }
 
-/// The steps in a file: words as on the command line, a line of steps each; # begins a comment.
-std::vector<std::string> ReadRecipe(const std::string& path) {
+/// Reads the steps in a file: words as on the command line, a line of steps each; # begins a
+/// comment.
+void ReadRecipe(const std::string& path, RunOptions& run) {
+  run.recipe_file = path;
   std::istringstream file(ReadTextFile(path));
   std::vector<std::string> steps;
+  int number = 0;
   for (std::string line; std::getline(file, line);) {
+    ++number;
     const size_t begin = line.find_first_not_of(" \t\r");
     if (begin == line.npos || line[begin] == '#') continue;
     steps.push_back(line.substr(begin, line.find_last_not_of(" \t\r") - begin + 1));
+    run.recipe_lines.push_back(number);
   }
   if (steps.empty()) throw Failure(kUsage, "--recipe {} has no steps", path);
-  return steps;
+  run.steps.insert(run.steps.begin(), steps.begin(), steps.end());
 }
 
 constexpr int kLargestJobs = 1024;
@@ -50,9 +55,12 @@ void SplitWords(const std::string& command, const Options& options, RunOptions& 
   run.steps = {split, options.rest().end()};
   run.list = options.Value("--files-from");
   run.output = options.Value("-o");
-  const bool from_input = std::ranges::find(run.inputs, "-") != run.inputs.end();
-  if (in_place && from_input) {
+  const auto from_input = std::ranges::count(run.inputs, "-");
+  if (in_place && from_input != 0) {
     throw Failure(kUsage, "standard input cannot be replaced; write -o in place of --in-place");
+  }
+  if (from_input + (run.list == "-") > 1) {
+    throw Failure(kUsage, "standard input can be read once; name - once");
   }
   if (run.output == "-" && !options.Has("--format")) {
     throw Failure(kUsage, "standard output has no name; say which --format it gets");
@@ -106,11 +114,7 @@ RunOptions ParseRunOptions(const std::string& command, const Options& options) {
     throw Failure(kUsage, "qel convert takes no steps; write qel run INPUT... -o OUTPUT {}",
                   run.steps.front());
   }
-  if (options.Has("--recipe")) {
-    run.recipe_file = options.Value("--recipe");
-    const std::vector<std::string> recipe = ReadRecipe(run.recipe_file);
-    run.steps.insert(run.steps.begin(), recipe.begin(), recipe.end());
-  }
+  if (options.Has("--recipe")) ReadRecipe(options.Value("--recipe"), run);
   run.reading.limits = LimitsFrom(options);
   run.reading.keep_palette_depth = options.Has("--keep-depth");
   run.writing.jpeg_quality = options.Number("--quality", 1, 100, run.writing.jpeg_quality);

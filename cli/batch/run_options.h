@@ -18,7 +18,8 @@ struct RunOptions {
   std::string list;                 ///< of --files-from; may be empty
   std::string output;               ///< pattern; empty: in place
   std::vector<std::string> steps;
-  std::string recipe_file;  ///< of --recipe; may be empty
+  std::string recipe_file;        ///< of --recipe; may be empty
+  std::vector<int> recipe_lines;  ///< the lines in it that the first steps come from
   pictures::ReadOptions reading;
   pictures::WriteOptions writing;
   std::string recipe;  ///< the steps with the options that change what they make

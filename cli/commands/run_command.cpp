@@ -45,6 +45,25 @@ std::string FullRecipe(const RunOptions& options, const std::vector<std::string>
   return recipe;
 }
 
+/// The steps of the recipe and of the command line. Throws `StepError`, and `Failure` with the
+/// line of the recipe that is wrong.
+std::vector<Step> StepsOf(const RunOptions& options) {
+  try {
+    return ReadSteps(options.steps);
+  } catch (const StepError&) {
+    for (size_t i = 0; i < options.recipe_lines.size(); ++i) {
+      try {
+        // With the lines before it: an argument may stand below its step.
+        ReadSteps({options.steps.begin(), options.steps.begin() + static_cast<ptrdiff_t>(i) + 1});
+      } catch (const StepError& error) {
+        throw Failure(kUsage, "{}, line {}: {}", options.recipe_file, options.recipe_lines[i],
+                      error.what());
+      }
+    }
+    throw;
+  }
+}
+
 /// `qel run` and `qel convert`: the same but for the steps.
 int Run(const std::string& command, const Words& words) {
   Interruption interruption;
@@ -52,7 +71,7 @@ int Run(const std::string& command, const Words& words) {
   const RunOptions options = ParseRunOptions(command, Options(words, KnownOptions(command)));
   if (!options.notes) SilenceNotes();
   std::vector<Step> steps;
-  if (command == "run") steps = ReadSteps(options.steps);
+  if (command == "run") steps = StepsOf(options);
   const std::vector<std::string> second_paths = PictureNames(steps);
   const std::vector<BatchItem> items = PlanBatch({.inputs = ListInputs(options),
                                                   .output = options.output,

@@ -85,13 +85,15 @@ std::vector<std::string> ExpandPatterns(const std::vector<std::string>& patterns
   return paths;
 }
 
-std::string ReadTextFile(const std::string& path) {
-  const std::vector<uint8_t> bytes = pictures::ReadFile(path);
+std::string ReadTextFile(const std::string& path, int64_t most_bytes) {
+  pictures::Limits limits;
+  limits.max_memory = most_bytes;
+  const std::vector<uint8_t> bytes = pictures::ReadFile(path, limits);
   return {bytes.begin(), bytes.end()};
 }
 
 std::vector<std::string> ReadNameList(const std::string& path) {
-  const std::string content = ReadTextFile(path);
+  const std::string content = ReadTextFile(path, pictures::Limits().max_memory);
   const char separator = content.find('\0') != content.npos ? '\0' : '\n';
   std::vector<std::string> names;
   for (size_t start = 0; start < content.size();) {

@@ -46,7 +46,7 @@ void FindFormatPlugins() {
 }
 
 std::vector<Step> ReadSteps(const std::vector<std::string>& words) {
-  return ParseSteps(words, &ReadTextFile);
+  return ParseSteps(words, [](const std::string& path) { return ReadTextFile(path); });
 }
 
 Session::Session(const std::string& path, const pictures::Limits& limits)

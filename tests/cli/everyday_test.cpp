@@ -267,6 +267,10 @@ TEST_F(Everyday, RecipesRunAndRunsAreVerified) {
             "out/logo.png: is missing\n1 of 2 as the run left them\n");
   EXPECT_EQ(Run("verify recipe").exit_code, kNoInput);
   EXPECT_EQ(Run("run photo.jpg -o out/ --recipe nowhere").exit_code, kNoInput);
+  WriteFile(folder_ / "wrong", "# 1\nmedian\nsize=3\n\nlight brightness=x\nnegative\n");
+  const Outcome wrong = Run("run photo.jpg -o out/ --recipe wrong blur");
+  EXPECT_EQ(wrong.exit_code, kUsage);
+  EXPECT_TRUE(wrong.errors.starts_with("qel: wrong, line 5: light: brightness=x ")) << wrong.errors;
 }
 
 }  // namespace
