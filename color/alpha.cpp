@@ -1,6 +1,6 @@
+#include "color/color_rows.h"
 #include "color/color_transform.h"
 #include "color/pixel_kernels.h"
-#include "image/image_view.h"
 
 namespace qel {
 namespace {
@@ -24,14 +24,8 @@ uint32_t ColorOfKey(uint32_t key) {
   return (key & 0xFF) << 16 | (key & 0xFF00) | (key >> 16 & 0xFF);
 }
 
-/// Calls `change(row, pixels)` for every row, unless there is nothing to change.
-template <typename Change>
-void ForEachRow(const ImageView& view, Change&& change) {
-  if (!view.HasPixels()) return;
-  for (int64_t y = 0; y < view.Rows(); ++y) {
-    change(view.Row(y), static_cast<size_t>(view.Columns()));
-  }
-}
+/// Of every image that has alpha, whatever its bit count.
+constexpr int64_t kPixelBytes = 4;
 
 // Deliberate: at bit counts from 25 to 31 and above 32, constant alpha is written to every fourth
 // byte of 4 * width bytes from the start of each row, past its end at 25 to 31 bits, whereas the
@@ -43,7 +37,7 @@ bool HasKeyedAlpha(const ImageView& view) { return view.bit_count == 32; }
 result_t CQELColorTransform::SetImageAlpha(IQEL* image, int alpha, int /*reserved*/) {
   ImageView view;
   if (!ReadAlphaView(image, view)) return kFail;
-  ForEachRow(view, [&](uint8_t* row, size_t pixels) {
+  ForEachRow(view, kPixelBytes, [&](uint8_t* row, size_t pixels) {
     ActivePixelKernels().set_alpha(row, pixels, AlphaToStore(alpha));
   });
   return kOk;
@@ -53,7 +47,7 @@ result_t CQELColorTransform::SetImageAlphaTransparency(IQEL* image, int alpha, u
   ImageView view;
   if (!ReadAlphaView(image, view)) return kFail;
   if (!HasKeyedAlpha(view)) return kOk;
-  ForEachRow(view, [&](uint8_t* row, size_t pixels) {
+  ForEachRow(view, kPixelBytes, [&](uint8_t* row, size_t pixels) {
     ActivePixelKernels().set_alpha_but_key(row, pixels, AlphaToStore(alpha), ColorOfKey(key));
   });
   return kOk;
@@ -63,7 +57,7 @@ result_t CQELColorTransform::SetImageTransparentPixel(IQEL* image, uint32_t key)
   ImageView view;
   if (!ReadAlphaView(image, view)) return kFail;
   if (!HasKeyedAlpha(view)) return kOk;
-  ForEachRow(view, [&](uint8_t* row, size_t pixels) {
+  ForEachRow(view, kPixelBytes, [&](uint8_t* row, size_t pixels) {
     ActivePixelKernels().clear_key(row, pixels, ColorOfKey(key));
   });
   return kOk;

@@ -37,6 +37,11 @@ constexpr int WholePixelBytes(int bit_count) { return bit_count > 0 ? bit_count 
 /// Bytes per pixel of the direct layouts of pixel access: 4 at exactly 32 bits, else 3.
 constexpr int DirectPixelBytes(int bit_count) { return bit_count == 32 ? 4 : 3; }
 
+/// Bytes per pixel as `VisitAccessLayout` takes them; 0 where a pixel is less than a byte, or none.
+constexpr int AccessPixelBytes(int bit_count) {
+  return bit_count >= 24 ? DirectPixelBytes(bit_count) : bit_count == 8 ? 1 : 0;
+}
+
 }  // namespace qel
 
 #endif  // QEL_IMAGE_PIXEL_LAYOUT_H_

@@ -58,11 +58,6 @@ class NearestCopy {
   int turn_ = 0;  ///< the tile that is filled next; the other one may wait
 };
 
-/// Bytes per pixel of the depths of pixel access that have whole ones, else 0.
-inline int AccessPixelBytes(int bit_count) {
-  return bit_count >= 24 ? DirectPixelBytes(bit_count) : bit_count == 8 ? 1 : 0;
-}
-
 /// True when every offset within the rows of `source` is within `kLargestOffset`.
 bool HasSmallOffsets(const ImageView& source, int pixel_bytes);
 
