@@ -23,7 +23,8 @@ struct ExtremaJob {
 
 // The methods; each does what `RunExtrema` does.
 void RunExtremaByGroups(const ExtremaJob& job);
-void RunExtremaByWideGroups(const ExtremaJob& job);
+/// False when there is no memory for rows as many as windows are high.
+bool RunExtremaByBlocks(const ExtremaJob& job);
 
 }  // namespace qel
 

@@ -22,11 +22,11 @@ void RunSquare(const ExtremaJob& job) {
 
 }  // namespace
 
-void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest) {
+bool RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest) {
   if (plan.method == ExtremaMethod::kCopy) {
     CopyRows(dest.bits, dest.stride, source.bits, source.stride,
              source.Columns() * (source.bit_count / 8), source.Rows());
-    return;
+    return true;
   }
   const FilterKernels& all = ActiveFilterKernels();
   const ExtremumKernels* const minimum = &all.minimum;
@@ -43,12 +43,15 @@ void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageVie
     case ExtremaMethod::kCopy:
       break;
     case ExtremaMethod::kSquare:
-      return RunSquare(job);
+      RunSquare(job);
+      break;
     case ExtremaMethod::kGroups:
-      return RunExtremaByGroups(job);
-    case ExtremaMethod::kWideGroups:
-      return RunExtremaByWideGroups(job);
+      RunExtremaByGroups(job);
+      break;
+    case ExtremaMethod::kBlocks:
+      return RunExtremaByBlocks(job);
   }
+  return true;
 }
 
 namespace {
@@ -57,8 +60,7 @@ namespace {
 result_t Run(IQEL* image, Extrema extrema, int size, uint32_t empty, IQEL** result) {
   return FilterWindows(image, size, empty, result,
                        [=](const ImageView& source, const ImageView& dest) {
-                         RunExtrema(PlanExtrema(extrema, size, source), source, dest);
-                         return true;
+                         return RunExtrema(PlanExtrema(extrema, size, source), source, dest);
                        });
 }
 
