@@ -110,20 +110,23 @@ QEL_SIMD_INLINE void TransposeRows(uint8_t* dest, int64_t dest_stride, const uin
   }
 }
 
-/// Transposes the first `high` rows of a tile, and up to a vector more.
+/// Source rows that are transposed together.
+template <int kBytes>
+constexpr int64_t kRowsAtOnce = kBytes == 4 ? PixelWords<4>::kLanes : U8::kLanes;
+
+/// Transposes the first `rows` rows of a tile, a multiple of `kRowsAtOnce`.
 template <int kBytes>
 void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
-                   int64_t high) {
-  constexpr int64_t kRows = kBytes == 4 ? PixelWords<4>::kLanes : U8::kLanes;
-  for (int64_t x = 0; x < high; x += kRows) {
+                   int64_t rows) {
+  for (int64_t x = 0; x < rows; x += kRowsAtOnce<kBytes>) {
     const uint8_t* const from = source + x * source_stride;
     if constexpr (kBytes == 1) {
-      U8 rows[16];
+      U8 columns[16];
       for (int64_t i = 0; i < 16; ++i) {
-        rows[i] = LoadBlocks<U8>(from + i * source_stride, 16 * source_stride);
+        columns[i] = LoadBlocks<U8>(from + i * source_stride, 16 * source_stride);
       }
-      TransposeSquares(rows);
-      for (int64_t i = 0; i < 16; ++i) StoreU(rows[i], dest + x + i * dest_stride);
+      TransposeSquares(columns);
+      for (int64_t i = 0; i < 16; ++i) StoreU(columns[i], dest + x + i * dest_stride);
     } else {
       TransposeRows<kBytes>(dest + x * kBytes, dest_stride, from, source_stride);
     }
@@ -172,14 +175,23 @@ void StreamTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64
 template <int kBytes>
 void TransposeLowTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
                       int64_t source_stride, int64_t rows) {
-  constexpr int64_t kRowBytes = kTileRows * kBytes;
+  constexpr int64_t kRows = kRowsAtOnce<kBytes>;
+  if (rows >= kRows) {
+    const int64_t last = rows - kRows;
+    TransposeTile<kBytes>(dest, dest_stride, source, source_stride, rows - rows % kRows);
+    if (rows % kRows == 0) return;
+    // Some once more.
+    return TransposeTile<kBytes>(dest + last * kBytes, dest_stride, source + last * source_stride,
+                                 source_stride, kRows);
+  }
+  constexpr int64_t kRowBytes = kRows * kBytes;
   constexpr int64_t kColumnBytes = kTileColumns * kBytes;
-  alignas(64) uint8_t from[kTileRows * kColumnBytes];
+  alignas(64) uint8_t from[kRows * kColumnBytes];
   alignas(64) uint8_t tile[kTileColumns * kRowBytes];
   for (int64_t x = 0; x < rows; ++x) {
     __builtin_memcpy(from + x * kColumnBytes, source + x * source_stride, kColumnBytes);
   }
-  TransposeTile<kBytes>(tile, kRowBytes, from, kColumnBytes, rows);
+  TransposeTile<kBytes>(tile, kRowBytes, from, kColumnBytes, kRows);
   for (int64_t y = 0; y < kTileColumns; ++y) {
     __builtin_memcpy(dest + y * dest_stride, tile + y * kRowBytes,
                      static_cast<size_t>(rows * kBytes));
