@@ -6,6 +6,12 @@
 #include "transform/resample/resample_methods.h"
 #include "transform/resample/tiles.h"
 
+// Shrinking by boxes: a pixel is the mean of the whole pixels of its box, for all methods where
+// neither axis grows. 2 x 2 pixels side by side are added in registers, four additions a channel.
+// Up to 128 pixels, rows are added up and windows grow by doubling, rows + log2(columns) additions
+// a byte of the source's rows, then one reciprocal multiplication (Granlund and Montgomery 1994).
+// Above, every byte is added once, and each mean is a division.
+
 namespace qel {
 namespace {
 

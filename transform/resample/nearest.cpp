@@ -6,6 +6,11 @@
 #include "transform/resample/resample_methods.h"
 #include "transform/resample/tiles.h"
 
+// Nearest neighbors: one pixel each, for method 0 where neither axis shrinks, wherever it is asked
+// for, and for methods of one tap with all pixels inside. Where columns come from is described once
+// for all rows; then a few loads and lookups make 16 to 64 bytes, or a load and a store a pixel
+// where the processor has no lookups or pixels lie far apart. Rows that repeat are copied.
+
 namespace qel {
 namespace {
 

@@ -7,6 +7,12 @@
 #include "transform/rotate/sample_offsets.h"
 #include "transform/word_vectors.h"
 
+// Weighted sums of 12 x 12 taps down columns, then across: 12 + 1 products for each column and
+// channel, lanes are a pixel's taps. Weights are cubics through Chebyshev's points, one set for
+// each of 32 fractions of a pixel. What sums may be off from those stated is proven
+// (tap_tolerance.h); where no whole number lies that near, their bytes are right. For 12 x 12 taps
+// at 8, 24 and 32 bits, until one pixel in eight is in doubt.
+
 namespace qel::QEL_LEVEL {
 namespace {
 

@@ -6,6 +6,12 @@
 #include "transform/rotate/sample_offsets.h"
 #include "transform/trigonometry.h"
 
+// Weighted sums of 4 x 4 or 12 x 12 taps as they are stated: one product after the other in single
+// precision, rows outer, 16 or 144 products of weights and as many with values for each channel.
+// Lanes are pixels side by side. For all kernels of 4 x 4 taps; for 12 x 12 where sums by bounds
+// leave bytes in doubt or have been given up. Weights are piecewise polynomials (Hou and Andrews
+// 1978, Keys 1981, Mitchell and Netravali 1988) or Lanczos's (Duchon 1979); others are remembered.
+
 namespace qel::QEL_LEVEL {
 namespace {
 
