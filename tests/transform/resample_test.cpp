@@ -4,6 +4,7 @@
 #include "tests/support/module_under_test.h"
 #include "tests/support/paired_operations.h"
 #include "tests/support/sanitized.h"
+#include "transform/resample/resample_plan.h"
 #include "transform/tap_tolerance.h"
 
 namespace qel::test {
@@ -182,6 +183,29 @@ TEST_P(Resample, KeepsAlphaOfTheNewImageInBoxes) {
   Rng rng(9);
   const Raster scaled = ResultOf(RandomRaster(rng, 100, 20, 32), Call("Resample", 50, 10, 3, 0));
   for (int x = 0; x < 50; ++x) EXPECT_EQ(scaled.Row(9)[4 * x + 3], 0xCD) << "as it was created";
+}
+
+// Even columns lie 3/4 of a pixel behind one of the source. Odd ones, 1/4 behind, take the same
+// weights in reverse.
+TEST(ResamplePlan, HasWeightsOfEvenAndOddColumns) {
+  ImageView source, dest;
+  uint8_t pixel;
+  source.bits = dest.bits = &pixel;
+  source.bit_count = dest.bit_count = 8;
+  source.width = source.height = 32;
+  dest.width = dest.height = 64;
+  for (int method = 2; method <= 15; ++method) {
+    const ResamplePlan plan = PlanResample(source, dest, method, false);
+    ASSERT_EQ(plan.method, ResampleMethod::kDoubling);
+    const TapWindow& window = method == 5 ? kTaps12 : kTaps4;
+    float even[kMaxTaps], odd[kMaxTaps];
+    TapWeights(window, MethodOf(method).kernel, 0.75f, 0, even);
+    TapWeights(window, MethodOf(method).kernel, 0.25f, 0, odd);
+    for (int k = 0; k < window.count; ++k) {
+      EXPECT_EQ(plan.weights[k], even[k]) << method;
+      EXPECT_EQ(plan.weights[k], odd[window.count - 1 - k]) << method;
+    }
+  }
 }
 
 TEST(TapTolerance, AddsWeightsUpFromTheEndThatIsAskedFor) {

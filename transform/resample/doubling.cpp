@@ -60,36 +60,30 @@ class Doubler {
  public:
   Doubler(const TapDoublingKernels<kTaps>& kernels, const ResamplePlan& plan,
           const ImageView& source, const ImageView& dest)
-      : kernels_(kernels), source_(source), dest_(dest), step_(plan.pixel_bytes) {
+      : kernels_(kernels),
+        source_(source),
+        dest_(dest),
+        step_(plan.pixel_bytes),
+        // Those of one pixel more, which odd columns need, are whole vectors.
+        columns_(std::min(static_cast<int64_t>(Tile::kBytes) / step_ - 1, source.Columns())),
+        read_bytes_(RoundUp(RoundUp((columns_ + 1) * step_) + int64_t{kTaps} * step_)) {
     const uint32_t outside = OutsideColor(source);
-    const uint8_t channels[] = {BlueOf(outside), GreenOf(outside), RedOf(outside),
-                                AlphaOf(outside)};
-    for (int64_t i = 0; i < kLine; i += step_) std::copy_n(channels, step_, outside_ + i);
-    std::copy_n(plan.weights, kTaps, tile_.weights);
-    for (size_t i = 0; i < 4 * kTaps * kTaps; ++i) {
-      const size_t j = i / kTaps % kTaps;
-      const size_t k = i % kTaps;
-      const bool even_row = i / (2 * kTaps * kTaps) == 1;
-      const bool odd_column = i / (kTaps * kTaps) % 2 == 1;
-      tile_.products[even_row][odd_column][j][k] =
-          plan.weights[odd_column ? kTaps - 1 - k : k] * plan.weights[even_row ? j : kTaps - 1 - j];
-    }
+    uint8_t channels[] = {BlueOf(outside), GreenOf(outside), RedOf(outside), AlphaOf(outside)};
+    if (step_ == 1) std::fill(std::begin(channels), std::end(channels), channels[0]);
+    // Four bytes at a time, of which the next pixel of three stores over the last one.
+    const int64_t advance = step_ == 3 ? 3 : 4;
+    for (int64_t i = 0; i < read_bytes_; i += advance) std::memcpy(outside_ + i, channels, 4);
     tile_.step = static_cast<size_t>(step_);
+    std::copy_n(plan.weights, kTaps, tile_.weights);
     tile_.is_exact = AreSumsExact(tile_.weights);
-    tile_.tolerance = UnitToleranceOf(tile_.weights);
-    const int units = tile_.tolerance.Units(0, UINT8_MAX);
-    std::fill(std::begin(tile_.tolerances), std::end(tile_.tolerances), static_cast<float>(units));
-    std::fill(std::begin(tile_.doubtful), std::end(tile_.doubtful),
-              static_cast<uint16_t>(2 * units));
+    if (!tile_.is_exact) DescribeDoubts();
   }
 
   void Run() {
-    // Those of one pixel more, which odd columns need, are whole vectors.
-    const auto columns = static_cast<int64_t>(Tile::kBytes) / step_ - 1;
     for (int64_t band = 0; band < source_.Rows(); band += kBandRows) {
       const int64_t end = std::min(source_.Rows(), band + kBandRows);
-      for (int64_t x = 0; x < source_.Columns(); x += columns) {
-        RunTile(x, std::min(columns, source_.Columns() - x), band, end);
+      for (int64_t x = 0; x < source_.Columns(); x += columns_) {
+        RunTile(x, std::min(columns_, source_.Columns() - x), band, end);
       }
     }
   }
@@ -105,11 +99,39 @@ class Doubler {
   /// Source rows of a tile that the memory brings in advance.
   static constexpr int64_t kRowsAhead = 8;
 
+  /// To whole vectors of every level.
+  static constexpr int64_t RoundUp(int64_t bytes) {
+    constexpr auto kVector = static_cast<int64_t>(Tile::kVector);
+    return (bytes + kVector - 1) / kVector * kVector;
+  }
+
+  /// Makes what tells which sums are in doubt, and what these are summed by.
+  void DescribeDoubts() {
+    for (size_t even_row = 0; even_row < 2; ++even_row) {
+      for (size_t j = 0; j < kTaps; ++j) {
+        const float row_weight = tile_.weights[even_row == 1 ? j : kTaps - 1 - j];
+        float(&even)[kTaps] = tile_.products[even_row][0][j];
+        float(&odd)[kTaps] = tile_.products[even_row][1][j];
+        for (size_t k = 0; k < kTaps; ++k) {
+          even[k] = tile_.weights[k] * row_weight;
+          odd[k] = tile_.weights[kTaps - 1 - k] * row_weight;
+        }
+      }
+    }
+    tile_.tolerance = UnitToleranceOf(tile_.weights);
+    const int units = tile_.tolerance.Units(0, UINT8_MAX);
+    const int64_t summed = RoundUp(columns_ * step_);
+    std::fill_n(tile_.tolerances, summed, static_cast<float>(units));
+    std::fill_n(tile_.doubtful, summed, static_cast<uint16_t>(2 * units));
+  }
+
   /// The columns from `first` on of the rows from `begin` to `end`.
   void RunTile(int64_t first, int64_t columns, int64_t begin, int64_t end) {
     tile_.count = static_cast<size_t>(columns * step_);
     // Row 0 of the tile.
     const int64_t top = begin - kHalf;
+    // What is beside the source stays the same from row to row.
+    std::copy_n(outside_, read_bytes_, line_);
     for (size_t row = 0; row < kTaps - 1; ++row) {
       AddRow(row, top, first, columns);
       kernels_.across(tile_, row);
@@ -140,19 +162,14 @@ class Doubler {
   /// Makes values of row `row` of the tile, of which some or all may be outside.
   void AddRow(size_t row, int64_t top, int64_t first, int64_t columns) {
     const int64_t y = top + static_cast<int64_t>(row);
-    const bool inside = y >= 0 && y < source_.Rows();
+    if (y < 0 || y >= source_.Rows()) return kernels_.widen(tile_, row, outside_);
     const int64_t from = first - kHalf;
-    const int64_t begin = inside ? std::max<int64_t>(from, 0) : from;
-    const int64_t end = inside ? std::min(first + columns + kHalf, source_.Columns()) : from;
-    const int64_t past = (end - from) * step_;
-    std::copy_n(outside_, (begin - from) * step_, line_);
-    std::copy_n(outside_, kLine - past, line_ + past);
-    if (inside) {
-      const uint8_t* const at = source_.Row(y) + begin * step_;
-      const int64_t bytes = (end - begin) * step_;
-      if (y + kRowsAhead < source_.Rows()) PrefetchRun(at + kRowsAhead * source_.stride, bytes);
-      std::memcpy(line_ + (begin - from) * step_, at, static_cast<size_t>(bytes));
-    }
+    const int64_t begin = std::max<int64_t>(from, 0);
+    const int64_t end = std::min(first + columns + kHalf, source_.Columns());
+    const uint8_t* const at = source_.Row(y) + begin * step_;
+    const int64_t bytes = (end - begin) * step_;
+    if (y + kRowsAhead < source_.Rows()) PrefetchRun(at + kRowsAhead * source_.stride, bytes);
+    std::memcpy(line_ + (begin - from) * step_, at, static_cast<size_t>(bytes));
     kernels_.widen(tile_, row, line_);
   }
 
@@ -166,25 +183,28 @@ class Doubler {
   /// Of samples of 4 by 4 pixels, those with a tap outside have no alpha.
   void HideAlpha(int64_t y, uint8_t* pixels, int64_t first) const {
     // The first tap of column or row i is (i + 1) / 2 - 2.
-    const auto all_inside = [](int64_t i, int64_t size) {
-      return i >= 3 && (i + 1) / 2 + 2 <= size;
-    };
-    const bool any = all_inside(y, source_.Rows());
+    constexpr int64_t kBefore = 3;
+    const auto behind = [](int64_t size) { return 2 * size - kBefore; };
     const auto count = static_cast<int64_t>(2 * tile_.count / tile_.step);
-    const auto hides = [&](int64_t i) {
-      if (any && all_inside(first + i, source_.Columns())) return false;
-      pixels[4 * i + 3] = 0;
-      return true;
+    const auto hide = [&](int64_t begin, int64_t end) {
+      for (int64_t i = begin; i < end; ++i) {
+        uint32_t color;
+        std::memcpy(&color, pixels + 4 * i, 4);
+        color = WithAlpha(color, 0);
+        std::memcpy(pixels + 4 * i, &color, 4);
+      }
     };
-    int64_t begin = 0;
-    while (begin < count && hides(begin)) ++begin;
-    for (int64_t i = count; i > begin && hides(i - 1);) --i;
+    if (y < kBefore || y >= behind(source_.Rows())) return hide(0, count);
+    hide(0, std::min(kBefore - first, count));
+    hide(std::max<int64_t>(behind(source_.Columns()) - first, 0), count);
   }
 
   const TapDoublingKernels<kTaps>& kernels_;
   const ImageView& source_;
   const ImageView& dest_;
   const int64_t step_;
+  const int64_t columns_;                     // of the widest tile
+  const int64_t read_bytes_;                  // of its rows, by kernels
   uint8_t outside_[kLine + Tile::kMostStep];  // bytes of columns that are outside
   uint8_t line_[kLine];                       // bytes of a row
   Tile tile_;

@@ -80,7 +80,7 @@ struct DoublingTile {
   /// Row i modulo `kKept` holds row i from `kTaps` / 2 columns before the tile on.
   alignas(64) float values[kKept][kValues];
   /// The least values of all rows of group i modulo `kGroups`, then 255 - the largest ones.
-  alignas(64) uint8_t ranges[kGroups][2][kValues + kVector] = {};
+  alignas(64) uint8_t ranges[kGroups][2][kValues + kVector];
   /// Of an odd row and the even one after it: bytes of even columns, then of odd ones.
   alignas(64) uint8_t bytes[kRows][2][2][kBytes];
 };

@@ -14,12 +14,11 @@ class SamplePositions {
   int64_t size() const { return count_; }
   float scale() const { return scale_; }
   float operator[](int64_t i) const { return (static_cast<float>(i) + 0.5f) * scale_ - 0.5f; }
+  /// Whether `is_within` holds for all of them, if it holds for a range of positions: they never
+  /// fall, because each step of their computation rounds monotonically.
   template <typename Predicate>
-  bool AllOf(Predicate&& predicate) const {
-    for (int64_t i = 0; i < count_; ++i) {
-      if (!predicate((*this)[i])) return false;
-    }
-    return true;
+  bool AllWithin(Predicate&& is_within) const {
+    return count_ == 0 || (is_within((*this)[0]) && is_within((*this)[count_ - 1]));
   }
 
  private:

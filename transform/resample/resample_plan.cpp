@@ -50,8 +50,28 @@ bool CanAverage(ResampleMethod method, const Scale& scale, bool has_pixels) {
   }
 }
 
-/// Whether `dest` is of twice the size of `source`, at positions that single precision has exactly,
-/// and weighted by a kernel that is even there; then the plan's weights are made.
+/// The weights of taps at -7/4, -3/4, 1/4 and 5/4 of the kernels that take longest to compute.
+struct KnownWeights {
+  int interpolation;
+  float weights[4];
+};
+constexpr KnownWeights kKnownWeights[] = {
+    {10, {0.773553371f, 0.0664466098f, 0.773553371f, 0.0664466098f}},     // Blackman
+    {11, {-0.0975884795f, 0.352826864f, 0.726375699f, -0.0151415644f}}};  // jinc
+
+/// Makes the weights of the taps of even columns and rows of a doubled image.
+void DoublingWeights(int interpolation, const TapWindow& window, float* weights) {
+  for (const KnownWeights& known : kKnownWeights) {
+    if (known.interpolation != interpolation) continue;
+    std::copy(std::begin(known.weights), std::end(known.weights), weights);
+    return;
+  }
+  TapWeights(window, MethodOf(interpolation).kernel, 0.75f, 0, weights);
+}
+
+/// Whether `dest` is of twice the size of `source`, at positions that single precision has exactly;
+/// then the plan's weights are made. All kernels are even there, odd multiples of 1/4: polynomials
+/// whose halves are not alike have nothing to round, and are not at the ends of their pieces.
 bool CanDouble(const ImageView& source, const ImageView& dest, const TapWindow& window,
                ResamplePlan& plan) {
   constexpr int kExactPositions = 1 << 21;
@@ -59,11 +79,8 @@ bool CanDouble(const ImageView& source, const ImageView& dest, const TapWindow& 
       dest.width != 2 * source.width || dest.height != 2 * source.height) {
     return false;
   }
-  const KernelFunction kernel = MethodOf(plan.interpolation).kernel;
-  float odd[kMaxTaps];
-  TapWeights(window, kernel, 0.75f, 0, plan.weights);
-  TapWeights(window, kernel, 0.25f, 0, odd);
-  return std::equal(odd, odd + window.count, std::reverse_iterator(plan.weights + window.count));
+  DoublingWeights(plan.interpolation, window, plan.weights);
+  return true;
 }
 
 bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& dest,
@@ -71,9 +88,9 @@ bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& 
   if (method == ResampleMethod::kOneByOne) return true;
   if (!source.HasPixels() || (source.bit_count != 8 && source.bit_count < 24)) return false;
   const auto all = [&](auto&& within) {
-    return SamplePositions(dest.Columns(), plan.scale.x).AllOf([&](float v) {
+    return SamplePositions(dest.Columns(), plan.scale.x).AllWithin([&](float v) {
       return within(v, source.width);
-    }) && SamplePositions(dest.Rows(), plan.scale.y).AllOf([&](float v) {
+    }) && SamplePositions(dest.Rows(), plan.scale.y).AllWithin([&](float v) {
       return within(v, source.height);
     });
   };
@@ -90,36 +107,59 @@ bool CanSample(ResampleMethod method, const ImageView& source, const ImageView& 
          all([&](float v, int size) { return !window.Misses(TapOrigin(v), size); });
 }
 
+/// What is asked for, and what all plans for it have in common.
+struct Request {
+  Task task;
+  ResamplePlan plan;
+};
+
+Request RequestFor(const ImageView& source, const ImageView& dest, int interpolation,
+                   bool nearest_only) {
+  const Scale scale = {static_cast<float>(source.width) / static_cast<float>(dest.width),
+                       static_cast<float>(source.height) / static_cast<float>(dest.height)};
+  const Task task = TaskOf(scale, interpolation, nearest_only, source.bit_count);
+  // Deliberate: alpha of 32-bit images is not averaged; it stays as the new image had it.
+  return {.task = task,
+          .plan = {.method = ResampleMethod::kOneByOne,
+                   .scale = scale,
+                   .interpolation = interpolation,
+                   .pixel_bytes = PixelBytesFor(task, source.bit_count),
+                   .keep_alpha = task == Task::kAverage,
+                   .weights = {}}};
+}
+
+/// Whether `method` gives the right pixels; if so, the plan is made for it.
+bool CanMeet(Request& request, ResampleMethod method, const ImageView& source,
+             const ImageView& dest) {
+  request.plan.method = method;
+  switch (request.task) {
+    case Task::kCopy:
+      return method == ResampleMethod::kNearest;
+    case Task::kAverage:
+      return CanAverage(method, request.plan.scale, source.HasPixels());
+    case Task::kSample:
+      return CanSample(method, source, dest, request.plan);
+  }
+  return false;
+}
+
 }  // namespace
 
 std::optional<ResamplePlan> PlanResampleBy(ResampleMethod method, const ImageView& source,
                                            const ImageView& dest, int interpolation,
                                            bool nearest_only) {
-  const Scale scale = {static_cast<float>(source.width) / static_cast<float>(dest.width),
-                       static_cast<float>(source.height) / static_cast<float>(dest.height)};
-  const Task task = TaskOf(scale, interpolation, nearest_only, source.bit_count);
-  // Deliberate: alpha of 32-bit images is not averaged; it stays as the new image had it.
-  ResamplePlan plan = {.method = method,
-                       .scale = scale,
-                       .interpolation = interpolation,
-                       .pixel_bytes = PixelBytesFor(task, source.bit_count),
-                       .keep_alpha = task == Task::kAverage,
-                       .weights = {}};
-  const bool can = task == Task::kCopy      ? method == ResampleMethod::kNearest
-                   : task == Task::kAverage ? CanAverage(method, scale, source.HasPixels())
-                                            : CanSample(method, source, dest, plan);
-  if (!can) return std::nullopt;
-  return plan;
+  Request request = RequestFor(source, dest, interpolation, nearest_only);
+  if (!CanMeet(request, method, source, dest)) return std::nullopt;
+  return request.plan;
 }
 
 ResamplePlan PlanResample(const ImageView& source, const ImageView& dest, int interpolation,
                           bool nearest_only) {
-  std::optional<ResamplePlan> plan;
-  for (size_t i = 0; !plan; ++i) {  // each of the tasks has a method that always can
-    plan =
-        PlanResampleBy(static_cast<ResampleMethod>(i), source, dest, interpolation, nearest_only);
-  }
-  return *plan;
+  Request request = RequestFor(source, dest, interpolation, nearest_only);
+  // Each of the tasks has a method that always can.
+  size_t i = 0;
+  while (!CanMeet(request, static_cast<ResampleMethod>(i), source, dest)) ++i;
+  return request.plan;
 }
 
 }  // namespace qel

@@ -12,16 +12,20 @@
 
 namespace qel {
 
+/// The whole part of what is not negative and below 2^63: the mathematics library may have to be
+/// called for others.
+inline float WholePart(float value) { return static_cast<float>(static_cast<int64_t>(value)); }
+
 /// Offset of the source row of destination row `y`.
 // Deliberate: the product is a single-precision one, so that offsets from 2^24 on lose low bits.
 inline int64_t RowOffset(int64_t y, const Scale& scale, int stride) {
-  const float row = std::floor(static_cast<float>(y) * scale.y);
+  const float row = WholePart(static_cast<float>(y) * scale.y);
   return static_cast<int64_t>(static_cast<float>(stride) * row);
 }
 
 /// Offset in a source row of the pixel that destination column `x` takes.
 inline int64_t ColumnOffset(int64_t x, const Scale& scale, int pixel_bytes) {
-  const float column = std::floor(static_cast<float>(x) * scale.x);
+  const float column = WholePart(static_cast<float>(x) * scale.x);
   return pixel_bytes == 3 ? TruncateToInt(static_cast<double>(column) * 3.0)
                           : int64_t{TruncateToInt(column)} * pixel_bytes;
 }
