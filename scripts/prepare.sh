@@ -3,9 +3,10 @@
 
 # Debian packages by what they are for.
 QEL_BUILD_PACKAGES="g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libwebp-dev libgif-dev liblcms2-dev libfmt-dev nettle-dev libfontconfig-dev libfreetype-dev"
-# Without these two the plug-ins for more picture formats are left out.
+# Without these the plug-ins for more picture formats are left out, or the Python package.
+QEL_PLUGIN_PACKAGES="libheif-dev libjxl-dev"
 QEL_PYTHON_PACKAGES="python3-dev python3-numpy pybind11-dev"
-QEL_TEST_PACKAGES="libgtest-dev abigail-tools fonts-dejavu-core libheif-dev libjxl-dev $QEL_PYTHON_PACKAGES python3-pytest python3-hypothesis python3-dask python3-distributed mypy python3-pil python3-venv python3-pip python3-wheel python3-setuptools zsh fish parallel"
+QEL_TEST_PACKAGES="libgtest-dev abigail-tools fonts-dejavu-core $QEL_PLUGIN_PACKAGES $QEL_PYTHON_PACKAGES python3-pytest python3-hypothesis python3-dask python3-distributed mypy python3-pil python3-venv python3-pip python3-wheel python3-setuptools zsh fish parallel"
 QEL_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 QEL_EMULATION_PACKAGES="libsimde-dev"
 QEL_AARCH64_PACKAGES="g++-aarch64-linux-gnu qemu-user googletest"
