@@ -4,14 +4,11 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <stdexcept>
 
-#include "cli/batch/shard.h"
 #include "cli/operations.h"
 #include "cli/session/session.h"
 #include "cli/session/sha256.h"
 #include "cli/terminal/errors.h"
-#include "cli/terminal/json_reader.h"
 #include "pictures/byte_reader.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/tool.h"
@@ -41,18 +38,6 @@ class Bulk : public test::ToolTest {
 
   void MakeInputs(int count) {
     for (int i = 0; i < count; ++i) WriteFile(folder_ / Name(i), Gray(i));
-  }
-
-  /// Names and contents of the files below a folder, temporary ones included.
-  std::map<std::string, std::string> Files(const std::string& name) {
-    std::map<std::string, std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(folder_.path() / name)) {
-      const std::string path = fs::relative(entry.path(), folder_.path() / name).string();
-      if (entry.is_regular_file() && !path.starts_with(".output") && !path.starts_with(".errors")) {
-        files[path] = ReadFile(entry.path().string());
-      }
-    }
-    return files;
   }
 
   std::string Line(int i, const std::string& recipe) {
@@ -175,34 +160,6 @@ TEST_F(Bulk, ResumesWhereBothFilesAndStepsAreAsTheyWere) {
   // Other steps are other work.
   EXPECT_EQ(skipped(Run(words + "'light brightness=1' --resume")), 0u);
   EXPECT_EQ(skipped(Run(words + "--quality 50 --resume")), 0u);
-}
-
-TEST(Json, ReadsTextsAndRefusesWhatIsNone) {
-  const auto texts = ReadJsonTexts(
-      " { \"a\" : \"\\u00e4\\ud83d\\ude00\\/\\t\" , \"b\":[1e3,{\"a\":[]},null],\"\":true} ");
-  EXPECT_EQ(texts, (std::map<std::string, std::string>{{"a", "\xC3\xA4\xF0\x9F\x98\x80/\t"}}));
-  for (const std::string wrong :
-       {"", "[]", "{", "{\"a\"}", "{\"a\":}", "{\"a\":1,}", "{\"a\":nan}", "{\"a\":\"\\x\"}",
-        "{\"a\":\"\\", "{\"a\":\"\\ud800\"}", "{\"a\":\"\\u12g4\"}", "{} x", "{\"a\":[1 2]}"}) {
-    EXPECT_THROW(ReadJsonTexts(wrong), std::invalid_argument) << wrong;
-  }
-  EXPECT_THROW(ReadJsonTexts("{\"a\":" + std::string(100000, '[')), std::invalid_argument);
-}
-
-// The first and the last character of each length; bytes beyond them stand by themselves.
-TEST(Json, KeepsCharactersAndEscapesOtherBytes) {
-  for (const std::string character :
-       {"\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
-        "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
-    EXPECT_EQ(JsonText(character), "\"" + character + "\"");
-  }
-  for (const std::string bytes :
-       {"\x80", "\xC1\xBF", "\xC2", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xEF\xBF", "\xF0\x8F\xBF\xBF",
-        "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xC3\xFF"}) {
-    std::string escaped;
-    for (const char c : bytes) escaped += fmt::format("\\udc{:02x}", static_cast<uint8_t>(c));
-    EXPECT_EQ(JsonText(bytes), "\"" + escaped + "\"");
-  }
 }
 
 TEST_F(Bulk, InterruptionsLeaveWholeFilesAndCanBeResumed) {
@@ -436,54 +393,6 @@ TEST_F(Bulk, ADryRunTellsFromHeadersWhatWouldBeDone) {
   EXPECT_EQ(Files("."), before);
 }
 
-// What the dry run counts on: sizes and depths as they are told are those that come out.
-TEST(Operations, TellTheShapeOfTheirResult) {
-  const Session session;
-  std::vector<std::string> steps = {"rotate angle=90 keep-size=yes force-alpha=yes",
-                                    "rotate angle=0 force-alpha=yes",
-                                    "rotate angle=30 keep-size=yes force-alpha=yes",
-                                    "rotate angle=2005",
-                                    "rotate angle=1000000000",
-                                    "resample height=33",
-                                    "resample width=99 height=50% fit=yes",
-                                    "quad bottom-right=50%,40% height=77",
-                                    "increase-bpp bits=24",
-                                    "scale depth=8",
-                                    "skew x-gain=1 alpha=yes",
-                                    "circle mode=fold alpha=yes",
-                                    "transform affine=1,0,0,0,1,0 width=11",
-                                    "text text=Hi size=20 colour=red",
-                                    "text text=Hi size=20 background=#0000FF80",
-                                    "overlay with=colours.png",
-                                    "overlay with=mask.png",
-                                    "pad border=3 background=red",
-                                    "pad border=3 background=#FF000080",
-                                    "turn angle=3 background=transparent"};
-  for (const Operation& operation : OperationTable()) steps.emplace_back(operation.example);
-  for (const int bits : {1, 4, 8, 24, 32}) {
-    PictureFiles second_pictures;
-    second_pictures.Provide("other.png", MakeImage(320, 200, bits));
-    second_pictures.Provide("mask.png", MakeImage(320, 200, 8));
-    second_pictures.Provide("colours.png", MakeImage(20, 10, 24));
-    for (const std::string& text : steps) {
-      SCOPED_TRACE(text + " at " + std::to_string(bits));
-      const Step step = ParseSteps({text}).front();
-      const auto source = MakeImage(320, 200, bits);
-      try {
-        const Shape told = operations::ShapeAfter(
-            step, ShapeOf(*source), 1 << 20,
-            [&](const std::string& name) { return ShapeOf(second_pictures.Get(name)); });
-        const Shape made = ShapeOf(*session.Run({step}, source, second_pictures));
-        EXPECT_EQ(made.Size() + " " + made.Bits(), told.Size() + " " + told.Bits());
-      } catch (const std::exception& error) {
-        // It never comes to a failure of the module.
-        EXPECT_EQ(ExitCodeOf(error), kWrongDepth) << error.what();
-        EXPECT_LT(bits, 32) << error.what();
-      }
-    }
-  }
-}
-
 TEST_F(Bulk, ProgressGoesToTheTerminalOrToPrograms) {
   MakeInputs(3);
   WriteFile(folder_ / "in/x.pgm", "broken");
@@ -546,196 +455,6 @@ TEST_F(Bulk, GnuParallelSharesTheWork) {
       Run("--files-from list -o 'out/{stem}.pgm' negative 'light brightness=5' --json m").exit_code,
       kDone);
   EXPECT_EQ(ReadFile(folder_ / "m"), manifest);
-}
-
-TEST(Shards, ComeFromTheEnvironment) {
-  const struct {
-    const char*
-        tasks;  ///< number, count, and where they differ from 0, count - 1 and 1: min max step
-    size_t index, count;  ///< no count: refused
-  } cases[] = {{"0 4", 0, 4},
-               {"7 3 5", 2, 3},
-               {"9 3 5 9 2", 2, 3},
-               // Tasks 1, 3 and 7: the third of three parts would be done by nobody.
-               {"3 3 1 7", 0, 0},
-               {"4 4", 0, 0},
-               {"2", 0, 0},
-               {"two 4", 0, 0},
-               {"", 0, 0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.tasks);
-    std::istringstream words(c.tasks);
-    for (const std::string name : {"ID", "COUNT", "MIN", "MAX", "STEP"}) {
-      const std::string variable = "SLURM_ARRAY_TASK_" + name;
-      std::string value;
-      words >> value ? setenv(variable.c_str(), value.c_str(), 1) : unsetenv(variable.c_str());
-    }
-    if (c.count == 0) {
-      EXPECT_THROW(ParseShard("auto"), Failure);
-      continue;
-    }
-    EXPECT_EQ(ParseShard("auto").index, c.index);
-    EXPECT_EQ(ParseShard("auto").count, c.count);
-  }
-}
-
-TEST(Hashes, AreThoseOfTheStandard) {
-  EXPECT_EQ(HashOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-}
-
-/// A file of noise that is larger than what a run holds of it.
-class OneLarge : public Bulk {
- protected:
-  void MakeLarge(int width, int height) {
-    const std::string size = std::to_string(width) + " " + std::to_string(height);
-    Shell("printf 'P6\\n" + size + "\\n255\\n' > large.ppm; head -c " +
-          std::to_string(3 * width * height) + " /dev/urandom >> large.ppm");
-  }
-};
-
-/// The number that follows `text` in what a run has printed.
-double NumberAfter(const std::string& output, const std::string& text) {
-  const size_t at = output.find(text);
-  EXPECT_NE(at, std::string::npos) << output;
-  return at == std::string::npos ? 0 : std::stod(output.substr(at + text.size()));
-}
-
-/// Expects that a run takes the memory that a dry run has told, both in mebibytes; `peak_of_run`
-/// runs. Libraries hold more or less. Several threads rarely have all of their bands at a time, and
-/// even fewer while the processor is busy: the highest peak of a few runs counts.
-template <typename PeakOfRun>
-void ExpectAtMostAbout(double told, bool one_thread, const PeakOfRun& peak_of_run) {
-  const double least = told - std::max((one_thread ? 0.1 : 0.25) * told, 2.0);
-  double peak = 0;
-  for (int run = 0; run < (one_thread ? 1 : 5) && peak < least; ++run) {
-    peak = std::max(peak, peak_of_run());
-  }
-  EXPECT_LE(peak, told + std::max(0.02 * told, 2.0));
-  EXPECT_GE(peak, least);
-}
-
-TEST_F(OneLarge, IsTheSameForAnyThreadsAndBandsAndTakesWhatTheDryRunTells) {
-  MakeLarge(test::kSanitized ? 700 : 3000, 2501);
-  const struct {
-    std::string output, steps;
-  } cases[] = {{"o.ppm", "negative"},
-               {"o.png", "sharpen"},
-               {"o.tif", "'median size=3' sharpen 'crop y=100' gaussian-blur"},
-               {"o.bmp", "'turn angle=90' 'resize width=50%'"},
-               {"o.ppm", "blur 'rotate angle=30' blur"}};
-  for (const auto& c : cases) {
-    Shell("rm -f first");
-    for (const std::string how : {"--threads 1", "--threads 2", "--threads 3 --band-rows 50"}) {
-      SCOPED_TRACE(c.steps + " " + how);
-      const std::string words = "large.ppm -o " + c.output + " " + c.steps + " --no-notes " + how;
-      const auto peak_of_run = [&] {
-        const Outcome outcome = Run(words + " --stats");
-        EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
-        EXPECT_EQ(
-            Shell("test -f first || cp " + c.output + " first; cmp first " + c.output).exit_code,
-            0);
-        return NumberAfter(outcome.output, "memory at its peak ");
-      };
-      if (test::kSanitized) {  // which hold memory of their own
-        peak_of_run();
-        continue;
-      }
-      const double told = NumberAfter(Run(words + " --dry-run").output, "at most about ");
-      ExpectAtMostAbout(told, how == "--threads 1", peak_of_run);
-    }
-  }
-}
-
-TEST_F(OneLarge, LeavesNothingWhenItEndsInTheMiddle) {
-  MakeLarge(2000, 2000);
-  Shell(
-      "printf 'P6\\n2000 2000\\n254\\n' > bad.ppm; head -c 9000000 /dev/zero >> bad.ppm; "
-      "tail -c 3000000 large.ppm >> bad.ppm");
-  const std::pair<std::string, std::string> faults[] = {
-      {Tool() + " run bad.ppm -o out/o.ppm --threads 2 sharpen", "larger than the stated maximum"},
-      {"trap '' XFSZ; ulimit -f 8000; " + Tool() +
-           " run large.ppm -o out/o.ppm --threads 2 sharpen",
-       "File too large"},
-      {"trap '' XFSZ; ulimit -f 8000; " + Tool() +
-           " run large.ppm -o out/o.png --threads 3 sharpen",
-       "File too large"}};
-  for (const auto& [command, message] : faults) {
-    const Outcome outcome = Shell(command);
-    EXPECT_NE(outcome.exit_code, kDone);
-    EXPECT_NE(outcome.errors.find(message), std::string::npos) << outcome.errors;
-    EXPECT_TRUE(Files("out").empty());
-  }
-}
-
-TEST_F(OneLarge, TakesTheMemoryOfItsBandsHoweverHighItIs) {
-  for (const int height : {2000, 100'000}) {
-    const std::string header = "P5\n100000 " + std::to_string(height) + "\n255\n";
-    WriteFile(folder_ / "wide.pgm", header);
-    fs::resize_file(folder_ / "wide.pgm", header.size() + uintmax_t{100'000} * height);
-    const std::string words = "wide.pgm -o o.png 'light brightness=20' sharpen 'median size=3'";
-    const double told = NumberAfter(Run(words + " --dry-run").output, "at most about ");
-    EXPECT_LT(told, 100) << height << " rows";
-    if (height > 2000 || test::kSanitized) continue;
-    ExpectAtMostAbout(told, false, [&] {
-      const Outcome outcome = Run(words + " --stats");
-      EXPECT_EQ(outcome.exit_code, kDone) << outcome.errors;
-      return NumberAfter(outcome.output, "memory at its peak ");
-    });
-  }
-}
-
-TEST_F(OneLarge, IsWholeOrNotThereHoweverLittleMemoryThereIs) {
-  if (test::kSanitized) GTEST_SKIP() << "sanitizers take address space of their own";
-  MakeLarge(700, 900);
-  const std::string words =
-      "timeout 20 " + Tool() + " run large.ppm -o out/o.png --threads 3 sharpen";
-  ASSERT_EQ(Shell(words).exit_code, kDone);
-  const std::string whole = Files("out").at("o.png");
-  std::set<int> codes;
-  int enough = 0;
-  for (int mebibytes = 20; mebibytes < 800 && enough < 3; mebibytes += 1 + mebibytes / 12) {
-    Shell("rm out/o.png");
-    const Outcome outcome =
-        Shell("ulimit -v " + std::to_string(mebibytes * 1024) + "; exec " + words);
-    codes.insert(outcome.exit_code);
-    const auto files = Files("out");
-    if (outcome.exit_code == kDone) {
-      ++enough;
-      EXPECT_EQ(files.at("o.png"), whole);
-    } else {
-      EXPECT_TRUE(files.empty());
-      EXPECT_FALSE(outcome.errors.empty());
-    }
-    EXPECT_TRUE(outcome.exit_code >= 0 && outcome.exit_code < 124)
-        << outcome.exit_code << " with " << mebibytes << " MiB: " << outcome.errors;
-  }
-  EXPECT_TRUE(codes.contains(kDone));
-  EXPECT_GT(codes.size(), 1u);
-}
-
-TEST_F(OneLarge, EndsSoonAfterASignalInTheMiddleAndLeavesNothing) {
-  // Of rows of 30,000 bytes, one in fifty is there at once.
-  const int rows = test::kSanitized ? 25000 : 100000;
-  // While rows are waited for, and while all threads are at work.
-  for (const std::string rest : {"sleep 60", "cat /dev/zero"}) {
-    SCOPED_TRACE(rest);
-    WriteFile(folder_ / "script",
-              "mkfifo pipe; (printf 'P6\\n10000 " + std::to_string(rows) + "\\n255\\n'; head -c " +
-                  std::to_string(rows / 50 * 30000) + " /dev/zero; exec " + rest +
-                  ") > pipe & writer=$!; "
-                  "env --default-signal=INT " +
-                  Tool() +
-                  " run pipe -o out/o.png --threads 2 --progress=json 'median size=5' & tool=$!; "
-                  "until grep -q '\"share\": 0.0*[1-9]' .errors || ! kill -0 $tool; do "
-                  "sleep 0.01; done; "
-                  "start=$(date +%s%N); kill -INT $tool; wait $tool; code=$?; "
-                  "echo took $((($(date +%s%N) - start) / 1000000)); "
-                  "kill $writer 2>/dev/null; rm pipe; exit $code");
-    const Outcome outcome = Shell("bash script");
-    EXPECT_EQ(outcome.exit_code, kInterrupted) << outcome.errors;
-    EXPECT_LT(NumberAfter(outcome.output, "took "), test::kSanitized ? 2000 : 500);
-    EXPECT_TRUE(Files("out").empty());
-  }
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -34,6 +36,18 @@ class ToolTest : public testing::Test {
   static std::string Tool() { return Built("bin/qel"); }
   Outcome Run(const std::string& words) const { return RunShell(Tool() + " " + words, folder_); }
   Outcome Shell(const std::string& line) const { return RunShell(line, folder_); }
+  /// Names and contents of the files below a folder, temporary ones included.
+  std::map<std::string, std::string> Files(const std::string& name) const {
+    namespace fs = std::filesystem;
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder_.path() / name)) {
+      const std::string path = fs::relative(entry.path(), folder_.path() / name).string();
+      if (entry.is_regular_file() && !path.starts_with(".output") && !path.starts_with(".errors")) {
+        files[path] = ReadFile(entry.path().string());
+      }
+    }
+    return files;
+  }
   void Expect(const Ending& ending) const {
     const Outcome outcome = Run(ending.words);
     const std::string said = outcome.output + outcome.errors;
