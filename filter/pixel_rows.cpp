@@ -11,9 +11,26 @@ namespace qel {
 void RepeatPixel(uint8_t* pixels, int64_t count, const uint8_t* pixel, int pixel_bytes) {
   if (count <= 0) return;
   const int64_t bytes = count * pixel_bytes;
-  std::memmove(pixels, pixel, static_cast<size_t>(pixel_bytes));
+  if (pixel_bytes == 1) {
+    std::memset(pixels, *pixel, static_cast<size_t>(bytes));
+    return;
+  }
+  // Twelve bytes are whole pixels of three and of four.
+  const uint32_t color = pixel[0] | uint32_t{pixel[1]} << 8 | uint32_t{pixel[2]} << 16;
+  uint32_t few[] = {color | color << 24, color >> 8 | color << 16, color >> 16 | color << 8};
+  if (pixel_bytes == 4) few[0] = few[1] = few[2] = color | uint32_t{pixel[3]} << 24;
+  constexpr int64_t kFewBytes = sizeof(few);
+  constexpr int64_t kMostSingly = 16 * kFewBytes;
+  int64_t filled = 0;
+  for (; filled + kFewBytes <= std::min(bytes, kMostSingly); filled += kFewBytes) {
+    std::memcpy(pixels + filled, few, kFewBytes);
+  }
+  if (filled == 0) {
+    std::memcpy(pixels, few, static_cast<size_t>(bytes));
+    return;
+  }
   // The filled part doubles until it covers the whole.
-  for (int64_t filled = pixel_bytes; filled < bytes; filled *= 2) {
+  for (; filled < bytes; filled *= 2) {
     std::memcpy(pixels + filled, pixels, static_cast<size_t>(std::min(filled, bytes - filled)));
   }
 }
