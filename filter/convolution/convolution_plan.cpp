@@ -5,15 +5,12 @@
 namespace qel {
 namespace {
 
-ConvolutionPlan CommonParts(const Weights& weights, int divisor, int offset, int bit_count) {
-  ConvolutionPlan plan = {.method = ConvolutionMethod::kLarge,
-                          .weights = weights,
-                          .step = static_cast<size_t>(PixelBytes(bit_count))};
-  const int64_t lowest = weights.LowestSum(), highest = weights.HighestSum();
+/// Fills in what all methods take.
+void AddCommonParts(int divisor, int offset, ConvolutionPlan& plan) {
+  const int64_t lowest = plan.weights.LowestSum(), highest = plan.weights.HighestSum();
   plan.division = DivisionBy(divisor, offset, std::max(-lowest, highest));
   plan.is_short =
       lowest == 0 && offset == 0 && FindReciprocalDivision(divisor, highest, plan.reciprocal);
-  return plan;
 }
 
 /// False where a method that comes later is sooner done.
@@ -62,7 +59,8 @@ bool Prepare(ConvolutionMethod method, int divisor, int offset, ConvolutionPlan&
 
 ConvolutionPlan PlanConvolution(const int* kernel, int size, int divisor, int offset,
                                 int bit_count) {
-  ConvolutionPlan plan = CommonParts(Weights(kernel, size), divisor, offset, bit_count);
+  ConvolutionPlan plan(Weights(kernel, size), bit_count);
+  AddCommonParts(divisor, offset, plan);
   for (size_t i = 0; i < std::size(kConvolutionMethods); ++i) {
     const auto method = static_cast<ConvolutionMethod>(i);
     if (Pays(method, plan.weights) && Prepare(method, divisor, offset, plan)) break;
@@ -72,8 +70,9 @@ ConvolutionPlan PlanConvolution(const int* kernel, int size, int divisor, int of
 
 std::optional<ConvolutionPlan> PlanConvolutionBy(ConvolutionMethod method, const int* kernel,
                                                  int size, int divisor, int offset, int bit_count) {
-  ConvolutionPlan plan = CommonParts(Weights(kernel, size), divisor, offset, bit_count);
-  if (!Prepare(method, divisor, offset, plan)) return std::nullopt;
+  std::optional<ConvolutionPlan> plan(std::in_place, Weights(kernel, size), bit_count);
+  AddCommonParts(divisor, offset, *plan);
+  if (!Prepare(method, divisor, offset, *plan)) plan.reset();
   return plan;
 }
 

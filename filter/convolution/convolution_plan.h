@@ -47,17 +47,21 @@ inline constexpr size_t kMostBoxBytes = 6 * 1024;
 
 /// What a convolution takes, made from its weights alone.
 struct ConvolutionPlan {
-  ConvolutionMethod method;
+  /// Only what its method takes is filled in: forms have room for large kernels.
+  ConvolutionPlan(const Weights& all_weights, int bit_count)
+      : weights(all_weights), step(static_cast<size_t>(PixelBytes(bit_count))) {}
+
+  ConvolutionMethod method = ConvolutionMethod::kLarge;
   Weights weights;
   size_t step;  ///< bytes from a pixel to its right neighbour
 
-  Division division = {};              ///< of any sum: kBox, kSeparable32, kDirect, kLarge
-  bool is_short = false;               ///< sums of 16 unsigned bits, without an offset, ...
-  ReciprocalDivision reciprocal = {};  ///< ... and their division: kBox, kSeparable16
-  Square3Weights square3 = {};         ///< kSquare3
-  Pairs pairs = {};                    ///< kSparse
-  Factors factors = {};                ///< kSeparable16, kSeparable32
-  RowPairs row_pairs = {};             ///< kRowPairs
+  Division division;              ///< of any sum: kBox, kSeparable32, kDirect, kLarge
+  bool is_short = false;          ///< sums of 16 unsigned bits, without an offset, ...
+  ReciprocalDivision reciprocal;  ///< ... and their division: kBox, kSeparable16
+  Square3Weights square3;         ///< kSquare3
+  Pairs pairs;                    ///< kSparse
+  Factors factors;                ///< kSeparable16, kSeparable32
+  RowPairs row_pairs;             ///< kRowPairs
 };
 
 /// The plan with the first method that can and pays, for a kernel of `size` x `size` weights, which

@@ -2,64 +2,109 @@
 
 #include <cstdlib>
 #include <numeric>
+#include <utility>
 
 namespace qel {
 
-Weights::Weights(const int* kernel, int size) : kernel_(kernel), size_(size) {
-  constexpr int64_t kFar = int64_t{1} << 50;
-  int64_t left = size, right = -1, top = size, bottom = -1;
-  int32_t lowest = INT32_MAX, highest = INT32_MIN;
-  for (int64_t j = 0; j < size; ++j) {
-    const int* const row = kernel + j * size;
-    const size_t before = count_;
-    int64_t below = 0, above = 0;
-    for (int64_t i = 0; i < size; ++i) {
-      const int32_t weight = row[i];
-      if (weight == 0) continue;
-      left = std::min(left, i);
-      right = std::max(right, i);
-      lowest = std::min(lowest, weight);
-      highest = std::max(highest, weight);
-      below += std::min(weight, 0);
-      above += std::max(weight, 0);
-      ++count_;
-    }
-    if (count_ == before) continue;
-    top = std::min(top, j);
-    bottom = j;
-    lowest_sum_ = std::max(lowest_sum_ + 255 * below, -kFar);
-    highest_sum_ = std::min(highest_sum_ + 255 * above, kFar);
+namespace {
+
+/// Adds up `count` weights, few enough for `Sum`: those below 0, and all.
+template <typename Sum>
+std::pair<Sum, Sum> SumsOf(const int32_t* weights, int64_t count) {
+  Sum below = 0, all = 0;
+  for (int64_t i = 0; i < count; ++i) {
+    below += std::min(weights[i], 0);
+    all += weights[i];
   }
-  const bool is_empty = right < 0;
-  lowest_ = is_empty ? 0 : lowest;
-  highest_ = is_empty ? 0 : highest;
-  left_ = is_empty ? 0 : left;
-  top_ = is_empty ? 0 : top;
-  columns_ = is_empty ? 1 : static_cast<size_t>(right - left + 1);
-  rows_ = is_empty ? 1 : static_cast<size_t>(bottom - top + 1);
+  return {below, all};
 }
 
-bool Factors::Find(const Weights& weights) {
-  rows_ = weights.rows();
-  columns_ = weights.columns();
-  lowest_ = highest_ = 0;
-  if (rows_ > kMostTaps || columns_ > kMostTaps) return false;
-  // The first row is not all zeros: its shortest multiple is the row that all others repeat.
-  int64_t divisor = 0;
-  size_t lead = 0;
-  for (size_t i = columns_; i-- > 0;) {
-    divisor = std::gcd(divisor, int64_t{weights.At(0, i)});
-    if (weights.At(0, i) != 0) lead = i;
-  }
-  if (divisor == 0) return false;
-  for (size_t i = 0; i < columns_; ++i) across_[i] = weights.At(0, i) / divisor;
-  for (size_t j = 0; j < rows_; ++j) {
-    if (weights.At(j, lead) % across_[lead] != 0) return false;
-    down_[j] = weights.At(j, lead) / across_[lead];
-    (down_[j] < 0 ? lowest_ : highest_) += 255 * down_[j];
-    for (size_t i = 0; i < columns_; ++i) {
-      if (weights.At(j, i) != down_[j] * across_[i]) return false;
+bool IsNotZero(int32_t weight) { return weight != 0; }
+
+}  // namespace
+
+Weights::Weights(const int* kernel, int size) : kernel_(kernel), size_(size) {
+  constexpr int64_t kFar = int64_t{1} << 50;
+  constexpr int64_t kPiece = 1 << 12;
+  constexpr int32_t kSmall = INT32_MAX / kPiece;
+  const int64_t all = int64_t{size} * size;
+  // Pieces rather than rows, which are short: the compiler makes vectors of these loops.
+  for (int64_t i = 0; i < all; i += kPiece) {
+    const int64_t count = std::min(all - i, kPiece);
+    const int32_t* const piece = kernel + i;
+    int32_t zeros = 0, lowest = lowest_, highest = highest_;
+    for (int64_t k = 0; k < count; ++k) {
+      zeros += piece[k] == 0;
+      lowest = std::min(lowest, piece[k]);
+      highest = std::max(highest, piece[k]);
     }
+    lowest_ = lowest;
+    highest_ = highest;
+    count_ += static_cast<size_t>(count - zeros);
+    const auto [below, sum] = Within(kSmall)
+                                  ? std::pair<int64_t, int64_t>(SumsOf<int32_t>(piece, count))
+                                  : SumsOf<int64_t>(piece, count);
+    lowest_sum_ = std::max(lowest_sum_ + 255 * below, -kFar);
+    highest_sum_ = std::min(highest_sum_ + 255 * (sum - below), kFar);
+  }
+  left_ = top_ = 0;
+  columns_ = rows_ = 1;
+  if (count_ == 0) return;
+  const int32_t* const end = kernel + all;
+  int64_t left = size, right = -1;
+  const int32_t* last = end - 1;
+  while (*last == 0) --last;
+  top_ = (std::find_if(kernel, end, IsNotZero) - kernel) / size;
+  const int64_t bottom = (last - kernel) / size;
+  for (int64_t j = top_; j <= bottom; ++j) {
+    // Other columns than these are known to weigh something.
+    const int32_t* const row = kernel + j * size;
+    left = std::find_if(row, row + left, IsNotZero) - row;
+    for (int64_t i = size - 1; i > right; --i) {
+      if (row[i] != 0) right = i;
+    }
+  }
+  left_ = left;
+  columns_ = static_cast<size_t>(right - left + 1);
+  rows_ = static_cast<size_t>(bottom - top_ + 1);
+}
+
+bool Weights::AllEqual() const {
+  if (count_ != columns_ * rows_) return count_ == 0;
+  const int32_t first = At(0, 0);
+  for (size_t j = 0; j < rows_; ++j) {
+    const int32_t* const row = Row(j);
+    if (std::any_of(row, row + columns_, [=](int32_t weight) { return weight != first; })) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Factors::Find(const int32_t* weights, size_t stride, size_t rows, size_t columns) {
+  rows_ = rows;
+  columns_ = columns;
+  lowest_ = highest_ = 0;
+  if (rows > kMostTaps || columns > kMostTaps) return false;
+  // The first row is not all zeros: all others are multiples of it, or there are no factors.
+  const auto lead =
+      static_cast<size_t>(std::find_if(weights, weights + columns, IsNotZero) - weights);
+  if (lead == columns) return false;
+  for (size_t j = 1; j < rows; ++j) {
+    const int32_t* const row = weights + j * stride;
+    for (size_t i = 0; i < columns; ++i) {
+      if (int64_t{row[i]} * weights[lead] != int64_t{row[lead]} * weights[i]) return false;
+    }
+  }
+  // Its shortest multiple has no common divisor, so that whole numbers of it make all rows.
+  int64_t divisor = 0;
+  for (size_t i = 0; i < columns && divisor != 1; ++i) {
+    divisor = std::gcd(divisor, int64_t{weights[i]});
+  }
+  for (size_t i = 0; i < columns; ++i) across_[i] = weights[i] / divisor;
+  for (size_t j = 0; j < rows; ++j) {
+    down_[j] = weights[j * stride + lead] / across_[lead];
+    (down_[j] < 0 ? lowest_ : highest_) += 255 * down_[j];
   }
   return true;
 }
@@ -120,117 +165,164 @@ bool FitsPair(int32_t first, int32_t second) {
 int32_t BytePair(int32_t first, int32_t second) {
   const uint32_t word =
       (static_cast<uint32_t>(first) & 0xFF) | (static_cast<uint32_t>(second) & 0xFF) << 8;
-  return static_cast<int32_t>(word * 0x10001);
+  return static_cast<int32_t>(word | word << 16);
 }
 
-/// The weights of two rows in one column.
-struct ColumnPair {
-  int32_t first;
-  int32_t second;
-  bool IsZero() const { return first == 0 && second == 0; }
-  bool FitsWord() const { return FitsPair(first, second); }
-  int32_t Bytes() const { return BytePair(first, second); }
-};
-/// What two output rows take from a pair of rows in one column. For the lower one, windows begin a
-/// row further down.
-struct OutputPairs {
-  ColumnPair upper;
-  ColumnPair lower;
+/// Two small numbers in one, that of the upper one of two output rows in the lower half.
+constexpr int32_t OfBoth(int32_t upper, int32_t lower) { return upper + lower * (1 << 16); }
+
+/// What two output rows take from some columns of a pair of rows.
+struct PairColumns {
+  static constexpr size_t kMost = 64;
+  int32_t upper[kMost];  ///< bytes
+  int32_t lower[kMost];
+  int32_t sizes[kMost];  ///< of weights, of both rows
+  int32_t sums[kMost];
+
+  void Set(size_t i, int32_t above, int32_t first, int32_t second) {
+    upper[i] = BytePair(first, second);
+    lower[i] = BytePair(above, first);
+    sizes[i] = OfBoth(std::abs(first) + std::abs(second), std::abs(above) + std::abs(first));
+    sums[i] = OfBoth(first + second, above + first);
+  }
 };
 
-/// Calls visit(pair, column, OutputPairs) with all that weighs anything, until it gives false; true
-/// when it never does.
-template <typename Visitor>
-bool EachRowPairTap(const Weights& weights, Visitor&& visit) {
+/// Weights that come into one group, of both output rows.
+class GroupRange {
+ public:
+  /// True when the ranges of sums with more weights, of these sizes, are those of 16 bits.
+  bool Takes(int32_t sizes) const {
+    constexpr int32_t kLeft = INT16_MAX - UINT16_MAX / 255;  // more of them reach the highest bit
+    return ((static_cast<uint32_t>(sizes_ + sizes) + OfBoth(kLeft, kLeft)) & 0x8000'8000) == 0;
+  }
+  void Add(int32_t sizes, int32_t sums) {
+    sizes_ += sizes;
+    sums_ += sums;
+  }
+  /// The group up to `end`.
+  RowPairGroup Finish(size_t end) const {
+    const auto upper_sum = static_cast<int16_t>(sums_);
+    return {static_cast<uint16_t>(end), StartOf(sizes_ & 0xFFFF, upper_sum),
+            StartOf(sizes_ >> 16, (sums_ - upper_sum) / (1 << 16))};
+  }
+
+ private:
+  /// What sums start from so that they fit signed 16 bits.
+  static int16_t StartOf(int32_t sizes, int32_t sum) {
+    const int32_t lowest = 255 * ((sum - sizes) / 2);
+    const int32_t highest = 255 * ((sum + sizes) / 2);
+    const bool fits = lowest >= INT16_MIN && highest <= INT16_MAX;
+    return static_cast<int16_t>(fits ? 0 : INT16_MIN - lowest);
+  }
+  int32_t sizes_ = 0;
+  int32_t sums_ = 0;
+};
+
+/// Writes the taps of all pairs of rows to `taps` if `kStores`, and calls end_group(group) for each
+/// group. Pairs lie `pitch` bytes apart, and their columns `step`. For the lower one of two output
+/// rows, windows begin a row further down.
+template <bool kStores, typename EndGroup>
+void DivideIntoGroups(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps,
+                      const EndGroup& end_group) {
+  constexpr size_t kVector = 4;
+  constexpr int32_t kNothing[PairColumns::kMost] = {};
   const size_t rows = weights.rows();
+  GroupRange range;
+  size_t count = 0;
   for (size_t j = 0; j <= rows; j += 2) {
+    for (size_t left = 0; left < weights.columns(); left += PairColumns::kMost) {
+      const size_t columns = std::min(weights.columns() - left, PairColumns::kMost);
+      // Whole vectors are read: after all rows but the last one there are others.
+      int32_t copies[3][PairColumns::kMost + kVector];
+      const auto row = [&](size_t number, int32_t* copy) -> const int32_t* {
+        if (number >= rows) return kNothing;
+        const int32_t* const from = weights.Row(number) + left;
+        if (number + 1 < rows && weights.stride() >= kVector) return from;
+        std::fill_n(std::copy(from, from + columns, copy), kVector, 0);
+        return copy;
+      };
+      const int32_t* const above = row(j - 1, copies[0]);
+      const int32_t* const first = row(j, copies[1]);
+      const int32_t* const second = row(j + 1, copies[2]);
+      PairColumns pairs;
+      for (size_t i = 0; i < ((columns + kVector - 1) & ~(kVector - 1)); ++i) {
+        pairs.Set(i, above[i], first[i], second[i]);
+      }
+      size_t place = j / 2 * pitch + left * step;
+      for (size_t i = 0; i < columns; ++i, place += step) {
+        if (pairs.sizes[i] == 0) continue;
+        if (!range.Takes(pairs.sizes[i])) {
+          end_group(range.Finish(count));
+          range = {};
+        }
+        range.Add(pairs.sizes[i], pairs.sums[i]);
+        if constexpr (kStores) {
+          taps[count] = {static_cast<uint32_t>(place), pairs.upper[i], pairs.lower[i]};
+        }
+        ++count;
+      }
+    }
+  }
+  end_group(range.Finish(count));
+}
+
+/// True when the sums of any two weights, one below the other, fit 16 bits.
+bool NeighboursFitWords(const Weights& weights) {
+  if (weights.Within(1 << 6)) return true;
+  for (size_t j = 1; j < weights.rows(); ++j) {
     for (size_t i = 0; i < weights.columns(); ++i) {
-      const int32_t above = j > 0 ? weights.At(j - 1, i) : 0;
-      const int32_t first = j < rows ? weights.At(j, i) : 0;
-      const int32_t second = j + 1 < rows ? weights.At(j + 1, i) : 0;
-      const OutputPairs pairs = {{first, second}, {above, first}};
-      if (pairs.upper.IsZero() && pairs.lower.IsZero()) continue;
-      if (!visit(j / 2, i, pairs)) return false;
+      if (!FitsPair(weights.At(j - 1, i), weights.At(j, i))) return false;
     }
   }
   return true;
 }
 
-/// Where sums may lie.
-struct SumRange {
-  int32_t lowest = 0;
-  int32_t highest = 0;
-  SumRange With(const ColumnPair& pair) const {
-    return {lowest + 255 * (std::min(pair.first, 0) + std::min(pair.second, 0)),
-            highest + 255 * (std::max(pair.first, 0) + std::max(pair.second, 0))};
-  }
-  bool Fits() const { return highest - lowest <= UINT16_MAX; }
-  /// What they start from so that they fit signed 16 bits.
-  int16_t Start() const {
-    const bool fits = lowest >= INT16_MIN && highest <= INT16_MAX;
-    return static_cast<int16_t>(fits ? 0 : INT16_MIN - lowest);
-  }
-};
+/// True when the groups are no more than `most`.
+bool HasFewGroups(const Weights& weights, size_t most) {
+  // The weights of each group and those of the next one, of the upper row or of the lower one, are
+  // more than a group takes.
+  const int64_t sizes = (weights.HighestSum() - weights.LowestSum()) / 255;
+  if (4 * sizes / (UINT16_MAX / 255) < static_cast<int64_t>(most)) return true;
+  size_t groups = 0;
+  DivideIntoGroups<false>(weights, 0, 0, nullptr, [&](const RowPairGroup&) { ++groups; });
+  return groups <= most;
+}
 
 }  // namespace
 
 bool RowPairs::Find(const Weights& weights, int32_t divisor, int32_t offset) {
   constexpr int32_t kMostOffset = 1 << 14;
-  *this = {};
   is_short_ = FindShortFinish(weights, divisor, offset, finish_);
-  if (weights.Count() == 0 || !weights.Within(1 << 7) ||
-      weights.columns() * (weights.rows() / 2 + 1) > kMostRowPairTaps ||
-      (!is_short_ && (offset < -kMostOffset || offset > kMostOffset))) {
-    return false;
-  }
-  SumRange upper, lower;
-  const auto end_group = [&] {
-    if (group_count_ == kMostGroups) return false;
-    const auto end = static_cast<uint16_t>(tap_count_);
-    groups_[group_count_++] =
-        is_short_ ? RowPairGroup{end, 0, 0} : RowPairGroup{end, upper.Start(), lower.Start()};
-    return true;
-  };
-  const bool fits = EachRowPairTap(weights, [&](size_t, size_t, const OutputPairs& pairs) {
-    if (!pairs.upper.FitsWord() || !pairs.lower.FitsWord()) return false;
-    SumRange next_upper = upper.With(pairs.upper), next_lower = lower.With(pairs.lower);
-    if (!is_short_ && !(next_upper.Fits() && next_lower.Fits())) {
-      if (!end_group()) return false;
-      next_upper = SumRange().With(pairs.upper);
-      next_lower = SumRange().With(pairs.lower);
-    }
-    upper = next_upper;
-    lower = next_lower;
-    ++tap_count_;
-    return true;
-  });
-  if (!fits || !end_group()) return false;
-  upper = lower = {};
-  return is_short_ || group_count_ % 2 == 0 || end_group();
+  const size_t places = weights.columns() * (weights.rows() / 2 + 1);
+  most_taps_ = std::min(places, 2 * weights.Count());
+  return weights.Count() != 0 && weights.Within(1 << 7) && places <= kMostRowPairTaps &&
+         NeighboursFitWords(weights) &&
+         (is_short_ || (offset >= -kMostOffset && offset <= kMostOffset &&
+                        HasFewGroups(weights, kMostRowPairGroups)));
 }
 
-RowPairWeights RowPairs::Store(const Weights& weights, size_t pitch, size_t step,
-                               RowPairTap* taps) const {
+RowPairWeights RowPairs::Store(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps,
+                               RowPairGroup* groups) const {
   RowPairWeights stored = {};
   stored.taps = taps;
-  stored.groups = groups_;
-  stored.group_count = group_count_;
+  stored.groups = groups;
   stored.is_short = is_short_;
   stored.finish = finish_;
-  for (size_t i = 0; i < group_count_; ++i) {
-    stored.upper_bias -= groups_[i].upper_start;
-    stored.lower_bias -= groups_[i].lower_start;
-  }
-  EachRowPairTap(weights, [&](size_t pair, size_t column, const OutputPairs& outputs) {
-    *taps++ = {static_cast<uint32_t>(pair * pitch + 2 * column * step), outputs.upper.Bytes(),
-               outputs.lower.Bytes()};
-    return true;
+  DivideIntoGroups<true>(weights, pitch, 2 * step, taps, [&](const RowPairGroup& group) {
+    groups[stored.group_count++] = is_short_ ? RowPairGroup{group.end, 0, 0} : group;
+    stored.tap_count = group.end;
+    stored.upper_bias -= group.upper_start;
+    stored.lower_bias -= group.lower_start;
   });
+  // They widen two by two.
+  if (!is_short_ && stored.group_count % 2 != 0) {
+    groups[stored.group_count++] = {static_cast<uint16_t>(stored.tap_count), 0, 0};
+  }
   return stored;
 }
 
 bool Pairs::Find(const Weights& weights, size_t step, int32_t divisor, int32_t offset) {
-  *this = {};
+  taps_ = 0;
   if (weights.Count() == 0 || weights.Count() > 2 * kMostPairs || !weights.Within(1 << 7) ||
       weights.rows() > kMostTaps || weights.columns() > kMostTaps ||
       !FindShortFinish(weights, divisor, offset, finish_)) {
@@ -243,7 +335,7 @@ bool Pairs::Find(const Weights& weights, size_t step, int32_t divisor, int32_t o
       if (weight == 0) continue;
       TapPair& pair = pairs_[taps_ / 2];
       const size_t place = taps_++ % 2;
-      if (place == 0) highest = 0;
+      if (place == 0) highest = pair.weights = 0;
       highest += std::max(weight, 0);
       if (255 * highest > INT16_MAX) return false;
       // The last tap may remain alone: its partner weighs nothing.
@@ -272,7 +364,7 @@ bool FindProduct(const Weights& weights, Square3Weights& square) {
   for (size_t i = 0; i < 9; ++i) outer[i] = weights.At(i / 3, i % 3);
   outer[4] = edges / corner;
   Factors factors;
-  if (!factors.Find(Weights(outer, 3))) return false;
+  if (!factors.Find(outer, 3, 3, 3)) return false;
   int16_t down[3];
   factors.Store(down, square.across, square.step);
   if (square.across[0] < 0) {

@@ -36,9 +36,7 @@ class Weights {
   int64_t HighestSum() const { return highest_sum_; }
   /// Weights other than 0.
   size_t Count() const { return count_; }
-  bool AllEqual() const {
-    return count_ == 0 || (count_ == columns_ * rows_ && lowest_ == highest_);
-  }
+  bool AllEqual() const;
   /// True when every weight lies in [-limit, limit - 1].
   bool Within(int32_t limit) const { return lowest_ >= -limit && highest_ < limit; }
 
@@ -50,7 +48,7 @@ class Weights {
   size_t columns_;
   size_t rows_;
   size_t count_ = 0;
-  int32_t lowest_ = 0;  // of the weights other than 0
+  int32_t lowest_ = 0;  // of the weights and 0
   int32_t highest_ = 0;
   int64_t lowest_sum_ = 0;
   int64_t highest_sum_ = 0;
@@ -60,7 +58,11 @@ class Weights {
 class Factors {
  public:
   /// Looks for them; false when the kernel has another rank or more than kMostTaps rows or columns.
-  bool Find(const Weights& weights);
+  bool Find(const Weights& weights) {
+    return Find(weights.Row(0), weights.stride(), weights.rows(), weights.columns());
+  }
+  /// The same for rows that lie `stride` weights apart.
+  bool Find(const int32_t* weights, size_t stride, size_t rows, size_t columns);
 
   /// True when the weights across, and the sums down the columns from a suitable start, fit 16
   /// signed bits.
@@ -92,7 +94,7 @@ class Pairs {
   PairWeights Stored() const { return {pairs_, (taps_ + 1) / 2, finish_}; }
 
  private:
-  TapPair pairs_[kMostPairs] = {};
+  TapPair pairs_[kMostPairs];
   size_t taps_ = 0;
   ShortFinish finish_;
 };
@@ -102,19 +104,17 @@ class RowPairs {
  public:
   /// Looks for them; false when there are too many, or they or their sums are too large.
   bool Find(const Weights& weights, int32_t divisor, int32_t offset);
-  size_t TapCount() const { return tap_count_; }
-  /// Writes `TapCount` taps for pairs that lie `pitch` bytes apart; `step` are the bytes from a
+  /// Taps are no more than these; groups no more than `kMostRowPairGroups`.
+  size_t MostTaps() const { return most_taps_; }
+  /// Writes taps and groups for pairs that lie `pitch` bytes apart; `step` are the bytes from a
   /// pixel to its right neighbour. Where the pairs are, division and alpha are left open.
-  RowPairWeights Store(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps) const;
+  RowPairWeights Store(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps,
+                       RowPairGroup* groups) const;
 
  private:
   static constexpr size_t kMostRowPairTaps = 1536;
-  /// So that all sums are small enough for division in single precision.
-  static constexpr size_t kMostGroups = 30;
 
-  RowPairGroup groups_[kMostGroups];
-  size_t group_count_ = 0;
-  size_t tap_count_ = 0;
+  size_t most_taps_ = 0;
   bool is_short_ = false;
   ShortFinish finish_;
 };

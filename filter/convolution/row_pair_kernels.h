@@ -25,10 +25,14 @@ struct RowPairGroup {
   int16_t lower_start;
 };
 
+/// So that all sums are small enough for division in single precision; an even number.
+inline constexpr size_t kMostRowPairGroups = 30;
+
 /// A kernel as taps of row pairs.
 struct RowPairWeights {
   const uint8_t* pairs;  ///< where all places are counted from
   const RowPairTap* taps;
+  size_t tap_count;
   const RowPairGroup* groups;
   size_t group_count;
 

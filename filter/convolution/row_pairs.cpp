@@ -34,7 +34,7 @@ class RowPairTiles {
   }
 
  private:
-  size_t TapBytes() const { return InLines(job_.plan.row_pairs.TapCount() * sizeof(RowPairTap)); }
+  size_t TapBytes() const { return InLines(job_.plan.row_pairs.MostTaps() * sizeof(RowPairTap)); }
   int64_t MostColumns() const {
     // Rows of bytes: what is outside, those read, and outputs that cannot go where they belong.
     const size_t rows = size_t{1} + (reads_in_place_ ? 0 : 2) + (stores_in_place_ ? 0 : 1);
@@ -47,7 +47,14 @@ class RowPairTiles {
   void RunTile(int64_t x, int64_t count) {
     Place(x, count);
     const auto pairs = static_cast<int64_t>(pair_count_);
-    for (int64_t pair = 0; pair + 1 < pairs; ++pair) Read(pair);
+    for (int64_t pair = 0; pair + 1 < pairs; ++pair) {
+      // Pairs above the image are there already.
+      if (FirstRow(pair) < -1) {
+        next_ = Below(next_);
+      } else {
+        Read(pair);
+      }
+    }
     for (int64_t y = 0; y < job_.out.Rows(); y += 2) {
       if (y != 0) Advance();
       Read(y / 2 + pairs - 1);
@@ -74,11 +81,10 @@ class RowPairTiles {
     next_ = 0;
     pairs_ = take(pair_count_ * pitch_);
     RepeatPixel(outside_, end - begin, job_.source.outside(), job_.source.pixel_bytes());
-    for (size_t i = 0; i < pair_count_; ++i) {
-      kernels_.interleave(pairs_ + i * pitch_, outside_, outside_, covered);
-    }
-    taps_ = {taps, job_.plan.row_pairs.TapCount()};
-    weights_ = job_.plan.row_pairs.Store(job_.weights, pitch_, step_, taps);
+    kernels_.interleave(pairs_, outside_, outside_, covered);
+    for (size_t i = 1; i < pair_count_; ++i) std::memcpy(pairs_ + i * pitch_, pairs_, 2 * covered);
+    weights_ = job_.plan.row_pairs.Store(job_.weights, pitch_, step_, taps, groups_);
+    taps_ = {taps, weights_.tap_count};
     weights_.pairs = pairs_;
     weights_.division = job_.plan.division;
     weights_.takes_alpha = takes_alpha_;
@@ -160,6 +166,7 @@ class RowPairTiles {
   size_t pitch_ = 0;
   uint32_t next_ = 0;  ///< where the next pair goes
   std::span<RowPairTap> taps_;
+  RowPairGroup groups_[kMostRowPairGroups];
   RowPairWeights weights_;
 };
 
