@@ -13,10 +13,12 @@ constexpr CommandOption kModule{"--module", "PATH", "the module to load instead 
 
 static_assert(pictures::Limits{}.max_pixels == 268'435'456);
 constexpr CommandOption kMaxPixels{
-    "--max-pixels", "N", "of a picture that is read or made, 268435456 by default", Word::kNumber};
+    "--max-pixels", "N", "most pixels of a picture that is read or made, 268435456 by default",
+    Word::kNumber};
 static_assert(pictures::Limits{}.max_memory == int64_t{4} << 30);
 constexpr CommandOption kMaxMemory{"--max-memory", "SIZE",
-                                   "that one picture takes, as 500M; 4G by default", Word::kText};
+                                   "most memory that one picture takes, as 500M; 4G by default",
+                                   Word::kText};
 
 constexpr CommandOption kNoNotes{"--no-notes", "", "do not tell what may surprise"};
 constexpr CommandOption kJson{"--json", "", "for programs"};
@@ -27,43 +29,48 @@ std::vector<CommandOption> RunOptionRows(bool has_steps) {
       {"-o", "OUTPUT", "the file to write, its extension names the format; - is standard output",
        Word::kFile},
       {"--in-place", "", "in place of -o OUTPUT: replace the inputs"},
-      {"--files-from", "FILE", "more inputs, from a list; - is standard input", Word::kFile},
+      {"--files-from", "FILE", "take more inputs from a list; - is standard input", Word::kFile},
       {"--parents", "", "make missing folders of outputs"},
       {"--force", "", "replace files that have no write permission as well"},
       {"--keep-depth", "", "keep indices of palette pictures"},
-      {"--quality", "N", "of JPEG and WebP output, 1 to 100; 92 and 80 if not given",
+      {"--quality", "N", "quality of JPEG and WebP outputs, 1 to 100; 92 and 80 by default",
        Word::kNumber},
-      {"--lossless", "", "of WebP output, which otherwise loses detail"},
-      {"--format", "NAME", "of the outputs, such as png, whatever their names say", Word::kText},
+      {"--lossless", "", "write WebP without loss of detail"},
+      {"--format", "NAME", "format of the outputs, such as png, whatever their names say",
+       Word::kText},
       {"--strip", "=gps", "leave out EXIF, XMP and IPTC; =gps: only where it was taken"},
       {"--to-srgb", "", "bring colours from the picture's profile to sRGB"},
       {"--no-orient", "", "keep rows as they are stored, and the orientation with them"},
       kNoNotes,
-      {"--jobs", "N", "cores to use, for pictures at a time and parts of them; else all there are",
+      {"--jobs", "N",
+       "cores to use, for several pictures at a time and parts of them; all by default",
        Word::kNumber},
-      {"--threads", "N", "for parts of each picture; else what pictures leave of --jobs",
+      {"--threads", "N", "threads for each picture; by default what pictures leave of --jobs",
        Word::kNumber},
-      {"--band-rows", "N", "rows of such a part; else what suits the picture", Word::kNumber},
+      {"--band-rows", "N", "rows that a thread takes at a time; by default what suits the picture",
+       Word::kNumber},
       {"--dry-run", "", "tell what would be done, from the headers"},
       {"--stats", "",
        "tell where the time went: reading, each step, writing; and the peak of memory"},
       {"--json", "FILE", "write a manifest with the hashes of all files", Word::kFile},
       {"--resume", "", "leave out what the manifest shows to be done"},
       {"--shard", "I/N", "do the I-th of N parts; auto asks Slurm or Kubernetes", Word::kText},
-      {"--progress", "HOW", "auto, bar, json or none", Word::kProgress},
-      {"--progress-fd", "N", "where json goes instead of standard error", Word::kNumber},
+      {"--progress", "HOW", "how to show progress: auto, bar, json or none", Word::kProgress},
+      {"--progress-fd", "N", "where progress as json goes instead of standard error",
+       Word::kNumber},
       kModule,
       kMaxPixels,
       kMaxMemory};
   if (has_steps) {
-    rows.insert(rows.begin() + 2,
-                {"--recipe", "FILE", "steps from a file, before those of the line", Word::kFile});
+    rows.insert(
+        rows.begin() + 2,
+        {"--recipe", "FILE", "take steps from a file, before those of the line", Word::kFile});
   }
   return rows;
 }
 
 constexpr std::string_view kCheckNote =
-    "Every rule is tried on a freshly loaded library in a process of its own. The exit code is 0\n"
+    "Every rule is tried on a freshly loaded library in a process of its own. The exit code is 0 "
     "when all are kept, 1 when some are broken, 5 for a library that cannot be loaded.";
 
 std::vector<CommandOption> CheckOptionRows() {
@@ -97,14 +104,12 @@ const std::vector<Command>& CommandTable() {
        "run operations on pictures",
        RunOptionRows(true),
        {Word::kFile, Word::kStep},
-       "Inputs stand before -o and may be patterns in quotes (*, ?, [...], ** for any folders),\n"
+       "Inputs stand before -o and may be patterns in quotes (*, ?, [...], ** for any folders), "
        "or - for standard input; after -- they may begin with a dash. Steps stand after -o. In "
-       "OUTPUT, {dir}, {stem} and {ext} come from the input, {n} is its\n"
-       "number, {n:4} with four digits. Nothing starts when two outputs would have one name, or "
-       "an\n"
-       "output would replace an input. Interrupted runs leave whole files only; --resume goes on. "
-       "An\n"
-       "OUTPUT that is a folder, or ends with /, gets files of the inputs' names.",
+       "OUTPUT, {dir}, {stem} and {ext} come from the input, {n} is its number, {n:4} with four "
+       "digits; a folder, or a name that ends with /, gets files of the inputs' names. Nothing "
+       "starts when two outputs would have one name, or an output would replace an input. "
+       "Interrupted runs leave whole files only; --resume goes on.",
        "qel run 'in/**/*.jpg' -o 'out/{stem}-{n:4}.png' --json done.json negative median"},
       {"convert",
        &ConvertCommand,
@@ -120,7 +125,7 @@ const std::vector<Command>& CommandTable() {
        "what files say of their pictures",
        {{"--json", "", "an object a line, for programs"}},
        {Word::kFile},
-       "Headers are read, not pixels. Pictures are told as they come out: upright, their\n"
+       "Headers are read, not pixels. Pictures are told as they come out: upright, their "
        "orientation applied.",
        "qel info 'photos/*.jpg'"},
       {"sheet",
@@ -140,8 +145,7 @@ const std::vector<Command>& CommandTable() {
         kMaxMemory},
        {Word::kFile, Word::kStep},
        "Pictures may be patterns. Nothing is scaled without --size. With --steps, the caption of "
-       "a\n"
-       "picture is its step.",
+       "a picture is its step.",
        "qel sheet photo.jpg --steps negative \"light brightness=20\" -o sheet.png"},
       {"methods",
        &MethodsCommand,
@@ -169,7 +173,7 @@ const std::vector<Command>& CommandTable() {
         kMaxPixels,
         kMaxMemory},
        {Word::kFile},
-       "The exit code is 0 for equal pictures, 1 for different ones, 2 for pictures of different\n"
+       "The exit code is 0 for equal pictures, 1 for different ones, 2 for pictures of different "
        "size or depth. PSNR counts all channels, alpha included.",
        "qel diff before.png after.png -o difference.png"},
       {"verify",

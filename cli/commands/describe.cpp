@@ -17,7 +17,8 @@ namespace {
 constexpr size_t kTextWidth = 80;
 constexpr size_t kTagWidth = 11;
 
-/// A tag and a text beside it, in lines of at most 80 columns.
+/// A text in lines of at most 80 columns, with a tag beside the first and room for one beside the
+/// others.
 std::string Tagged(const std::string& tag, size_t indent, std::string_view text) {
   std::string lines = tag + std::string(indent - tag.size(), ' ');
   size_t column = indent;
@@ -77,7 +78,7 @@ std::string DescribeParameter(const Parameter& parameter) {
   if (!parameter.standard.empty()) {
     text << ", default " << parameter.standard;
   } else {
-    text << (parameter.required() ? ", required" : ", may be left out");
+    text << (parameter.required() ? ", required" : ", optional");
   }
   return text.str();
 }
@@ -123,9 +124,10 @@ std::string ListCommands() {
   }
   text << "\n"
        << Tagged("Also", 12, more)
-       << "qel help COMMAND shows its options, qel help OPERATION its arguments, qel list all\n"
-          "operations, qel help exit-codes what the tool returns. A step is an operation with its\n"
-          "arguments: light brightness=30 contrast=10\n";
+       << Tagged("", 0,
+                 "qel help COMMAND shows its options, qel help OPERATION its arguments, qel list "
+                 "all operations, qel help exit-codes what the tool returns. A step is an "
+                 "operation with its arguments: light brightness=30 contrast=10");
   return text.str();
 }
 
@@ -146,7 +148,7 @@ std::string DescribeCommand(const Command& command) {
   for (const CommandOption& option : command.options) {
     text << Tagged("  " + option.Written(), 24, option.help);
   }
-  if (!command.note.empty()) text << "\n" << command.note << "\n";
+  if (!command.note.empty()) text << "\n" << Tagged("", 0, command.note);
   text << "\nExample    " << command.example << "\n";
   return text.str();
 }
