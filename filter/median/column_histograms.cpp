@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -14,6 +15,7 @@ namespace {
 
 /// Columns have one key entering and one leaving from row to row, windows one column from pixel to
 /// pixel. What is outside counts like everything else.
+template <typename Count>
 class ColumnHistograms {
  public:
   ColumnHistograms(const ImageView& source, const ImageView& dest, int size)
@@ -26,14 +28,14 @@ class ColumnHistograms {
         columns_(source, size) {
     const int64_t windows = std::min(dest.Columns(), kStripColumns);
     const auto extended = static_cast<size_t>(windows + size - 1);
-    const size_t level = extended * ColumnCounts::kLanes;
-    const size_t taps = colors_ ? ColumnCounts::kKeys * extended : 0;
-    const size_t counts = (1 + ColumnCounts::kLanes) * level + taps + kCountSlack;
+    const size_t level = extended * Counts::kLanes;
+    const size_t taps = colors_ ? Counts::kKeys * extended : 0;
+    const size_t counts = ((1 + Counts::kLanes) * level + taps) * sizeof(Count) + kCountSlack;
     const size_t keys = colors_ ? columns_.BytesFor(static_cast<int64_t>(extended)) : 0;
     memory_.reset(new (std::nothrow) uint8_t[counts + keys + 2 * extended]);
-    counts_.coarse = memory_.get();
+    counts_.coarse = reinterpret_cast<Count*>(memory_.get());
     counts_.fine = counts_.coarse + level;
-    counts_.taps = colors_ ? counts_.fine + ColumnCounts::kLanes * level : nullptr;
+    counts_.taps = colors_ ? counts_.fine + Counts::kLanes * level : nullptr;
     counts_.pitch = extended;
     keys_ = memory_.get() + counts;
     entering_ = keys_ + keys;
@@ -50,6 +52,8 @@ class ColumnHistograms {
   }
 
  private:
+  using Counts = ColumnCounts<Count>;
+  using Kernels = ColumnCountKernels<Count>;
   /// Windows of a strip: the counts of its columns stay in the second cache.
   static constexpr auto kStripColumns = static_cast<int64_t>(kMostCountedWindows);
 
@@ -57,18 +61,17 @@ class ColumnHistograms {
   void RunStrip(Codec codec, int64_t x, int64_t count) {
     const int64_t first = x - reach_.before;
     Begin(first, count + size_ - 1);
-    for (int64_t row = 0; row < reach_.after; ++row) Replace(row, -1);
-    const KeyCountKernels& kernels = ActiveKeyCountKernels();
     const auto windows = static_cast<size_t>(count);
     for (int64_t y = 0; y < dest_.Rows(); ++y) {
       Replace(y + reach_.after, y - reach_.before - 1);
-      kernels.middle_keys(middle_, colors_ ? numbers_ : nullptr, counts_,
-                          static_cast<size_t>(size_), windows);
+      short_kernels_.middle_keys(middle_, colors_ ? numbers_ : nullptr, counts_,
+                                 static_cast<size_t>(size_), windows);
       uint8_t* const to = dest_.Row(y);
       if constexpr (Codec::kDirect) {
         columns_.Enter(y);
-        kernels.find_taps(found_, rows_, middle_, numbers_, counts_, columns_.ColumnsFrom(first),
-                          windows);
+        (size_ <= 32 ? short_kernels_ : kernels_)
+            .find_taps(found_, rows_, middle_, numbers_, counts_, columns_.ColumnsFrom(first),
+                       windows);
         for (int64_t i = 0; i < count; ++i) {
           codec.Store(to, x + i, columns_.ColorAt(codec, first + i + found_[i], rows_[i]));
         }
@@ -80,9 +83,10 @@ class ColumnHistograms {
     }
   }
 
-  /// Takes `extended` columns from `first` on, as if everything were outside.
+  /// Takes `extended` columns from `first` on, with all but the last of the rows under the first
+  /// windows.
   void Begin(int64_t first, int64_t extended) {
-    constexpr auto kLanes = ColumnCounts::kLanes;
+    constexpr auto kLanes = Counts::kLanes;
     const auto columns = static_cast<size_t>(extended);
     const int64_t begin = std::clamp<int64_t>(first, 0, columns_of_source_);
     const int64_t end = std::clamp(first + extended, begin, columns_of_source_);
@@ -90,27 +94,45 @@ class ColumnHistograms {
     columns_.Keep(keys_ + before * columns_.pitch(), begin, end);
     inner_ = counts_.From(before);
     const auto key = static_cast<size_t>(columns_.outside_key());
-    const auto column = static_cast<uint8_t>(size_);
-    const auto count_from = [&](uint8_t* counts, size_t lane) {
-      for (size_t i = 0; i < kLanes * columns; ++i) counts[i] = i % kLanes >= lane ? column : 0;
+    // What is outside is counted at once; rows of the image come on top.
+    const int64_t rows = begin == end ? 0 : std::min(reach_.after, rows_of_source_);
+    const auto count_outside = [&](size_t from, size_t to, int64_t taps) {
+      const auto of_column = static_cast<Count>(taps);
+      const auto count_from = [=](Count* counts, size_t lane) {
+        for (size_t i = kLanes * from; i < kLanes * to; ++i) {
+          counts[i] = i % kLanes >= lane ? of_column : 0;
+        }
+      };
+      count_from(counts_.coarse, key / kLanes);
+      count_from(counts_.fine + key / kLanes * kLanes * counts_.pitch, key % kLanes);
+      if (colors_) std::fill_n(counts_.taps + key * counts_.pitch + from, to - from, of_column);
     };
-    std::memset(counts_.fine, 0, kLanes * kLanes * counts_.pitch);
-    count_from(counts_.coarse, key / kLanes);
-    count_from(counts_.fine + key / kLanes * kLanes * counts_.pitch, key % kLanes);
-    if (!colors_) return;
-    std::memset(counts_.taps, 0, ColumnCounts::kKeys * counts_.pitch);
-    std::memset(counts_.taps + key * counts_.pitch, column, columns);
-    std::memset(keys_, columns_.outside_key(), columns_.BytesFor(extended));
+    std::fill_n(counts_.fine, kLanes * kLanes * counts_.pitch, 0);
+    if (colors_) {
+      std::fill_n(counts_.taps, Counts::kKeys * counts_.pitch, 0);
+      std::memset(keys_, columns_.outside_key(), columns_.BytesFor(extended));
+    }
+    count_outside(0, columns, size_);
+    count_outside(before, before + static_cast<size_t>(end - begin), size_ - rows);
+    for (int64_t row = 0; row < rows; ++row) {
+      Enter(row);
+      kernels_.recount(inner_, nullptr, entering_, InnerColumns());
+    }
+  }
+  size_t InnerColumns() const { return static_cast<size_t>(columns_.end() - columns_.begin()); }
+
+  /// Reads a row that enters the columns.
+  void Enter(int64_t row) {
+    columns_.Read(row, entering_);
+    if (colors_) columns_.Spread(row, entering_);
   }
 
   /// Lets a row enter the columns and another one leave them.
   void Replace(int64_t entering, int64_t leaving) {
     if (columns_.begin() == columns_.end() || (entering >= rows_of_source_ && leaving < 0)) return;
     columns_.Read(leaving, leaving_);
-    columns_.Read(entering, entering_);
-    if (colors_) columns_.Spread(entering, entering_);
-    ActiveKeyCountKernels().recount(inner_, leaving_, entering_,
-                                    static_cast<size_t>(columns_.end() - columns_.begin()));
+    Enter(entering);
+    kernels_.recount(inner_, leaving_, entering_, InnerColumns());
   }
 
   const ImageView dest_;
@@ -121,25 +143,33 @@ class ColumnHistograms {
   const bool colors_;
   KeyColumns columns_;
   std::unique_ptr<uint8_t[]> memory_;
-  ColumnCounts counts_;  // of all columns that the windows cover
-  ColumnCounts inner_;   // of those inside the image
+  const Kernels& kernels_ = ColumnCountKernelsFor<Count>(kActiveCpuLevel);
+  // Sixteen counts of 16 bits, or 32 columns, fill a vector of AVX2.
+  const Kernels& short_kernels_ = ColumnCountKernelsFor<Count>(
+      sizeof(Count) == 1 ? std::min(kActiveCpuLevel, CpuLevel::kAvx2) : kActiveCpuLevel);
+  Counts counts_;  // of all columns that the windows cover
+  Counts inner_;   // of those inside the image
   uint8_t* keys_;
   uint8_t* entering_;
   uint8_t* leaving_;
   // Of each window: the wanted key, its tap's number among those of that key, its column and row.
   uint8_t middle_[kStripColumns];
-  uint16_t numbers_[kStripColumns];
-  uint8_t found_[kStripColumns];
-  uint8_t rows_[kStripColumns];
+  uint32_t numbers_[kStripColumns];
+  uint16_t found_[kStripColumns];
+  uint16_t rows_[kStripColumns];
 };
 
 }  // namespace
 
-bool MedianByColumnHistograms(const ImageView& source, const ImageView& dest, int size) {
-  ColumnHistograms histograms(source, dest, size);
-  if (!histograms) return false;
-  histograms.Run();
-  return true;
+bool MedianByColumnHistograms(const MedianPlan& plan, const ImageView& source,
+                              const ImageView& dest) {
+  const auto run = [&](auto count) {
+    ColumnHistograms<decltype(count)> histograms(source, dest, plan.size);
+    if (!histograms) return false;
+    histograms.Run();
+    return true;
+  };
+  return plan.method == MedianMethod::kColumnHistograms ? run(uint8_t()) : run(uint16_t());
 }
 
 }  // namespace qel

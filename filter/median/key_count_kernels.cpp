@@ -6,109 +6,127 @@
 namespace qel::QEL_LEVEL {
 namespace {
 
-constexpr size_t kLanes = ColumnCounts::kLanes;
+constexpr size_t kLanes = ColumnCounts<uint8_t>::kLanes;
 constexpr unsigned kLowBits = 4, kLow = kLanes - 1;
 
 /// Lane k of kSteps + kLanes - t is 1 from lane t on, else 0.
-constexpr uint8_t kSteps[2 * kLanes] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                        1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+template <typename Count>
+alignas(64) constexpr Count kSteps[2 * kLanes] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                                  1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
 
-/// Adds what counts from lane `from` on, 1 each, and takes away what counts from lane `less` on.
-QEL_SIMD_INLINE void AddSteps(uint8_t* counts, size_t from, size_t less) {
-  using Counts = Block<U8>;
-  StoreU(LoadU<Counts>(counts) + LoadU<Counts>(kSteps + kLanes - from) -
-             LoadU<Counts>(kSteps + kLanes - less),
-         counts);
+/// Counts a key in that counts from lane `entering` on, and one out that does from `leaving` on.
+template <bool kEnters, bool kLeaves, typename Count>
+QEL_SIMD_INLINE void Update(Count* counts, size_t entering, size_t leaving) {
+  using Part = Block<Vec<Count, kVectorBytes>>;
+  for (size_t i = 0; i < kLanes; i += Part::kLanes) {
+    Part part = LoadU<Part>(counts + i);
+    if constexpr (kEnters) part += LoadU<Part>(kSteps<Count> + kLanes - entering + i);
+    if constexpr (kLeaves) part -= LoadU<Part>(kSteps<Count> + kLanes - leaving + i);
+    StoreU(part, counts + i);
+  }
 }
 
-void Recount(const ColumnCounts& counts, const uint8_t* leaving, const uint8_t* entering,
+template <typename Count>
+void Recount(const ColumnCounts<Count>& counts, const uint8_t* leaving, const uint8_t* entering,
              size_t columns) {
   const size_t segment = kLanes * counts.pitch;
   for (size_t x = 0; x < columns; ++x) {
-    const size_t left = leaving[x], entered = entering[x];
-    uint8_t* const fine = counts.fine + kLanes * x;
-    AddSteps(counts.coarse + kLanes * x, entered >> kLowBits, left >> kLowBits);
-    // Nothing counts from lane kLanes on.
-    AddSteps(fine + (entered >> kLowBits) * segment, entered & kLow, kLanes);
-    AddSteps(fine + (left >> kLowBits) * segment, kLanes, left & kLow);
+    Count* const coarse = counts.coarse + kLanes * x;
+    Count* const fine = counts.fine + kLanes * x;
+    const size_t entered = entering[x];
+    Update<true, false>(fine + (entered >> kLowBits) * segment, entered & kLow, 0);
+    if (leaving == nullptr) {
+      Update<true, false>(coarse, entered >> kLowBits, 0);
+      continue;
+    }
+    const size_t left = leaving[x];
+    Update<true, true>(coarse, entered >> kLowBits, left >> kLowBits);
+    Update<false, true>(fine + (left >> kLowBits) * segment, 0, left & kLow);
   }
-  if (counts.taps == nullptr) return;
-  for (size_t x = 0; x < columns; ++x) {
-    --counts.taps[leaving[x] * counts.pitch + x];
+  for (size_t x = 0; x < columns && counts.taps != nullptr; ++x) {
     ++counts.taps[entering[x] * counts.pitch + x];
+    if (leaving != nullptr) --counts.taps[leaving[x] * counts.pitch + x];
   }
 }
 
+/// Counts of windows have twice the bits of those of columns.
+template <typename Count>
+using WindowCount = std::conditional_t<sizeof(Count) == 1, int16_t, int32_t>;
+
 /// Cumulated counts of a window, less `kCenter`: ordered as signed numbers, which all levels
-/// compare by one instruction. Lanes beyond the sixteenth do not matter.
+/// compare by one instruction.
+template <typename Count>
 class WindowCounts {
  public:
-  /// Lanes in memory.
-  static constexpr size_t kStored = kVectorBytes < 64 ? kLanes : 2 * kLanes;
-  static constexpr int kCenter = 1 << 15;
-  static int16_t Centered(size_t count) {
-    return static_cast<int16_t>(static_cast<int>(count) - kCenter);
+  using Lane = WindowCount<Count>;
+  static Lane Centered(size_t count) {
+    constexpr int64_t kCenter = int64_t{1} << (8 * sizeof(Lane) - 1);
+    return static_cast<Lane>(static_cast<int64_t>(count) - kCenter);
   }
 
   WindowCounts() {
-    for (I16& v : v_) v = Set<I16>(Centered(0));
+    for (V& v : v_) v = Set<V>(Centered(0));
   }
-  QEL_SIMD_INLINE void Add(const uint8_t* column) {
+  QEL_SIMD_INLINE void Add(const Count* column) {
     for (size_t i = 0; i < kVectors; ++i) v_[i] += CountsOf(column, i);
   }
-  QEL_SIMD_INLINE void Replace(const uint8_t* entering, const uint8_t* leaving) {
+  QEL_SIMD_INLINE void Replace(const Count* entering, const Count* leaving) {
     for (size_t i = 0; i < kVectors; ++i) v_[i] += CountsOf(entering, i) - CountsOf(leaving, i);
   }
   /// How many lanes count at most `most`, centered, which are the first ones; not all of them.
-  QEL_SIMD_INLINE size_t AtMost(int16_t most) const {
-    constexpr size_t kBytes = sizeof(int16_t);
+  QEL_SIMD_INLINE size_t AtMost(Lane most) const {
     uint64_t above = 0;
     for (size_t i = 0; i < kVectors; ++i) {
-      const auto bytes = BitCast<U8>(VecFromMask(v_[i] > Set<I16>(most)));
+      const auto bytes = BitCast<U8>(VecFromMask(v_[i] > Set<V>(most)));
       above |= BitsFromMask(MaskFromVec(bytes)) << i * kVectorBytes;
     }
-    return static_cast<size_t>(__builtin_ctzll(above)) / kBytes;
+    return static_cast<size_t>(__builtin_ctzll(above)) / sizeof(Lane);
   }
-  QEL_SIMD_INLINE void Load(const int16_t* counts) {
-    for (size_t i = 0; i < kVectors; ++i) v_[i] = LoadU<I16>(counts + i * I16::kLanes);
+  QEL_SIMD_INLINE void Load(const Lane* counts) {
+    for (size_t i = 0; i < kVectors; ++i) v_[i] = LoadU<V>(counts + i * V::kLanes);
   }
-  QEL_SIMD_INLINE void Store(int16_t* counts) const {
-    for (size_t i = 0; i < kVectors; ++i) StoreU(v_[i], counts + i * I16::kLanes);
+  QEL_SIMD_INLINE void Store(Lane* counts) const {
+    for (size_t i = 0; i < kVectors; ++i) StoreU(v_[i], counts + i * V::kLanes);
   }
 
  private:
-  static constexpr size_t kVectors = kStored / I16::kLanes;
+  using V = Vec<Lane, kVectorBytes>;
+  static constexpr size_t kVectors = kLanes / V::kLanes;
   /// Vector `i` of a column's counts.
-  QEL_SIMD_INLINE static I16 CountsOf(const uint8_t* column, size_t i) {
-    const U8 counts = LoadDup128<U8>(column);
-    if constexpr (kHasTableLookupBytes) {
+  QEL_SIMD_INLINE static V CountsOf(const Count* column, size_t i) {
+    if constexpr (sizeof(Count) > 1) {
+      return ConvertTo<V>(LoadU<Half<U16>>(column + i * V::kLanes));
+    } else if constexpr (kHasTableLookupBytes) {
       constexpr static auto kWidened =
           MakePattern<U8::kBytes>([](size_t k) { return k % 2 == 0 ? k / 2 % 16 : 0x80; });
-      return BitCast<I16>(TableLookupBytesOr0(counts, LoadU<U8>(kWidened.bytes)));
+      return BitCast<V>(TableLookupBytesOr0(LoadDup128<U8>(column), LoadU<U8>(kWidened.bytes)));
     } else {
-      return BitCast<I16>(i == 0 ? InterleaveLower(counts, Zero<U8>())
-                                 : InterleaveUpper(counts, Zero<U8>()));
+      const U8 counts = LoadDup128<U8>(column);
+      return BitCast<V>(i == 0 ? InterleaveLower(counts, Zero<U8>())
+                               : InterleaveUpper(counts, Zero<U8>()));
     }
   }
 
-  I16 v_[kVectors];
+  V v_[kVectors];
 };
 
 /// The fine counts of the window, each segment brought up to date when it is asked for: by the
 /// columns that entered and left since, or anew where those are more than the window has.
+template <typename Count>
 class FineCounts {
  public:
-  FineCounts(const ColumnCounts& counts, size_t size) : counts_(counts), size_(size) {
+  using Window = WindowCounts<Count>;
+  FineCounts(const ColumnCounts<Count>& counts, size_t size) : counts_(counts), size_(size) {
     for (size_t& at : at_) at = kNever;
   }
 
   /// The counts of segment `segment` in column `x` and those after it.
-  const uint8_t* Columns(size_t segment, size_t x) const {
+  const Count* Columns(size_t segment, size_t x) const {
     return counts_.fine + kLanes * (segment * counts_.pitch + x);
   }
   /// The counts of window `x`.
-  QEL_SIMD_INLINE WindowCounts At(size_t segment, size_t x) const {
-    WindowCounts window;
+  QEL_SIMD_INLINE Window At(size_t segment, size_t x) const {
+    Window window;
     size_t column = at_[segment];
     if (column == kNever || 2 * (x - column) > size_) {
       for (column = x; column < x + size_; ++column) window.Add(Columns(segment, column));
@@ -121,51 +139,57 @@ class FineCounts {
     return window;
   }
   /// Keeps them for windows further on.
-  QEL_SIMD_INLINE void Keep(size_t segment, size_t x, const WindowCounts& window) {
+  QEL_SIMD_INLINE void Keep(size_t segment, size_t x, const Window& window) {
     at_[segment] = x;
     window.Store(stored_[segment]);
   }
 
  private:
   static constexpr size_t kNever = ~size_t{0};
-  const ColumnCounts& counts_;
+  const ColumnCounts<Count>& counts_;
   const size_t size_;
   size_t at_[kLanes];
-  alignas(64) int16_t stored_[kLanes][WindowCounts::kStored];
+  alignas(64) WindowCount<Count> stored_[kLanes][kLanes];
 };
 
 /// The wanted key is as large as there are keys up to which lie at most the wanted number of taps:
 /// so are its high bits among the coarse counts and its low bits among the fine ones. All high bits
 /// come first: windows side by side mostly ask for the same segment, whose counts then stay in
 /// registers.
-template <bool kWantsNumbers>
-void MiddleKeysOf(uint8_t* keys, uint16_t* numbers, const ColumnCounts& counts, size_t size,
+template <bool kWantsNumbers, typename Count>
+void MiddleKeysOf(uint8_t* keys, uint32_t* numbers, const ColumnCounts<Count>& counts, size_t size,
                   size_t count) {
+  using Window = WindowCounts<Count>;
+  using Lane = WindowCount<Count>;
+  using Number = std::make_unsigned_t<Lane>;
   uint8_t segments[kMostCountedWindows];
-  int16_t rests[kMostCountedWindows];  // centered
+  Lane rests[kMostCountedWindows];  // centered
   // Begin with a 0: what lies below the first lane.
-  alignas(64) int16_t below[1 + WindowCounts::kStored] = {WindowCounts::Centered(0)};
-  const int16_t middle = WindowCounts::Centered(size * size / 2);
-  WindowCounts coarse;
+  alignas(64) Lane below[1 + kLanes] = {Window::Centered(0)};
+  const Lane middle = Window::Centered(size * size / 2);
+  const auto difference = [](Lane a, Lane b) {
+    return static_cast<Number>(static_cast<Number>(a) - static_cast<Number>(b));
+  };
+  Window coarse;
   for (size_t i = 0; i < size; ++i) coarse.Add(counts.coarse + kLanes * i);
   for (size_t x = 0;; ++x) {
     coarse.Store(below + 1);
     const size_t high = coarse.AtMost(middle);
     segments[x] = static_cast<uint8_t>(high);
-    rests[x] = WindowCounts::Centered(static_cast<uint16_t>(middle - below[high]));
+    rests[x] = Window::Centered(difference(middle, below[high]));
     if (x + 1 == count) break;
     coarse.Replace(counts.coarse + kLanes * (x + size), counts.coarse + kLanes * x);
   }
-  FineCounts fine(counts, size);
+  FineCounts<Count> fine(counts, size);
   for (size_t x = 0; x < count;) {
     const size_t high = segments[x];
-    WindowCounts window = fine.At(high, x);
+    Window window = fine.At(high, x);
     for (;;) {
       const size_t low = window.AtMost(rests[x]);
       keys[x] = static_cast<uint8_t>(high << kLowBits | low);
       if constexpr (kWantsNumbers) {
         window.Store(below + 1);
-        numbers[x] = static_cast<uint16_t>(rests[x] - below[low]);
+        numbers[x] = difference(rests[x], below[low]);
       }
       if (++x == count || segments[x] != high) break;
       window.Replace(fine.Columns(high, x - 1 + size), fine.Columns(high, x - 1));
@@ -174,9 +198,11 @@ void MiddleKeysOf(uint8_t* keys, uint16_t* numbers, const ColumnCounts& counts, 
   }
 }
 
-void MiddleKeys(uint8_t* keys, uint16_t* numbers, const ColumnCounts& counts, size_t size,
+template <typename Count>
+void MiddleKeys(uint8_t* keys, uint32_t* numbers, const ColumnCounts<Count>& counts, size_t size,
                 size_t count) {
-  const auto function = numbers != nullptr ? &MiddleKeysOf<true> : &MiddleKeysOf<false>;
+  const auto function =
+      numbers != nullptr ? &MiddleKeysOf<true, Count> : &MiddleKeysOf<false, Count>;
   function(keys, numbers, counts, size, count);
 }
 
@@ -216,20 +242,35 @@ inline size_t FindColumnOf(const uint8_t* taps, size_t& number) {
   return column + shift / 8 + second;
 }
 
-void FindTaps(uint8_t* columns, uint8_t* rows, const uint8_t* keys, const uint16_t* numbers,
-              const ColumnCounts& counts, const TapColumns& taps, size_t count) {
+/// The same where there are hundreds of columns, most of which are passed 32 at a time.
+inline size_t FindColumnOf(const uint16_t* taps, size_t& number) {
+  constexpr size_t kColumns = 32;
+  size_t column = 0;
+  for (;; column += kColumns) {
+    uint32_t sum = 0;
+    for (size_t i = 0; i < kColumns; ++i) sum += taps[column + i];
+    if (number < sum) break;
+    number -= sum;
+  }
+  for (; number >= taps[column]; ++column) number -= taps[column];
+  return column;
+}
+
+template <typename Count>
+void FindTaps(uint16_t* columns, uint16_t* rows, const uint8_t* keys, const uint32_t* numbers,
+              const ColumnCounts<Count>& counts, const TapColumns& taps, size_t count) {
   // One after the other: a wrong guess about rows must not wait for a column.
   size_t rests[kMostCountedWindows];
   for (size_t x = 0; x < count; ++x) {
     rests[x] = numbers[x];
-    const uint8_t* const of_key = counts.taps + keys[x] * counts.pitch;
-    columns[x] = static_cast<uint8_t>(FindColumnOf(of_key + x, rests[x]));
+    const Count* const of_key = counts.taps + keys[x] * counts.pitch;
+    columns[x] = static_cast<uint16_t>(FindColumnOf(of_key + x, rests[x]));
   }
   for (size_t x = 0; x < count; ++x) {
     // Above the first row, the number wraps around: no key has it.
     const size_t above = keys[x] == taps.outside_key ? taps.above : 0;
-    rows[x] = static_cast<uint8_t>(FindEqual(taps.keys + (x + columns[x]) * taps.pitch, taps.length,
-                                             keys[x], rests[x] - above));
+    rows[x] = static_cast<uint16_t>(FindEqual(taps.keys + (x + columns[x]) * taps.pitch,
+                                              taps.length, keys[x], rests[x] - above));
   }
 }
 
@@ -244,13 +285,22 @@ size_t FindColumn(const uint8_t* keys, size_t pitch, size_t columns, size_t leng
   return columns;
 }
 
+template <typename Count>
+constexpr ColumnCountKernels<Count> KernelsOf() {
+  ColumnCountKernels<Count> kernels = {
+      .recount = &Recount<Count>, .middle_keys = nullptr, .find_taps = &FindTaps<Count>};
+  if constexpr (kLanes * sizeof(WindowCount<Count>) >= kVectorBytes) {
+    kernels.middle_keys = &MiddleKeys<Count>;
+  }
+  return kernels;
+}
+
 }  // namespace
 
 extern const KeyCountKernels kKeyCountKernels;
 constinit const KeyCountKernels kKeyCountKernels = {
-    .recount = &Recount,
-    .middle_keys = &MiddleKeys,
-    .find_taps = &FindTaps,
+    .bytes = KernelsOf<uint8_t>(),
+    .words = KernelsOf<uint16_t>(),
     .find_column = &FindColumn,
     .find_equal = &FindEqual,
 };

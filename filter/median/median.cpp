@@ -33,7 +33,8 @@ bool RunMedian(const MedianPlan& plan, const ImageView& source, const ImageView&
     case MedianMethod::kBitSelection:
       return SelectMedian(plan, source, dest);
     case MedianMethod::kColumnHistograms:
-      return MedianByColumnHistograms(source, dest, plan.size);
+    case MedianMethod::kWideColumnHistograms:
+      return MedianByColumnHistograms(plan, source, dest);
     case MedianMethod::kSlidingHistogram:
       return MedianBySlidingHistogram(source, dest, plan.size);
   }

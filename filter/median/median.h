@@ -24,7 +24,9 @@ void WriteKeys(uint8_t* keys, const uint8_t* pixels, int pixel_bytes, int64_t co
 /// `kNetwork` and `kBitSelection`.
 bool SelectMedian(const MedianPlan& plan, const ImageView& source, const ImageView& dest);
 bool MedianByTiles(const ImageView& source, const ImageView& dest, int size);
-bool MedianByColumnHistograms(const ImageView& source, const ImageView& dest, int size);
+/// `kColumnHistograms` and `kWideColumnHistograms`.
+bool MedianByColumnHistograms(const MedianPlan& plan, const ImageView& source,
+                              const ImageView& dest);
 bool MedianBySlidingHistogram(const ImageView& source, const ImageView& dest, int size);
 
 }  // namespace qel

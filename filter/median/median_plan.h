@@ -11,7 +11,14 @@
 namespace qel {
 
 /// How the pixel of middle brightness is found in each window, in the order of preference.
-enum class MedianMethod { kTiles, kNetwork, kBitSelection, kColumnHistograms, kSlidingHistogram };
+enum class MedianMethod {
+  kTiles,
+  kNetwork,
+  kBitSelection,
+  kColumnHistograms,
+  kWideColumnHistograms,
+  kSlidingHistogram
+};
 
 inline constexpr MethodText kMedianMethods[] = {
     {"tiles",
@@ -22,12 +29,13 @@ inline constexpr MethodText kMedianMethods[] = {
      "size 3, by a merge-exchange network (Batcher 1968) without what the middle does not depend "
      "on, over columns that are sorted once for all their windows"},
     {"bit-selection",
-     "other sizes up to 15 at 24 and 32 bits and up to 13 below, the middle brightness bit by bit: "
+     "other sizes up to 15 at 24 and 32 bits and up to 8 below, the middle brightness bit by bit: "
      "the high bits from counts of columns, for each of the others one comparison a pixel of the "
      "window"},
     {"column-histograms",
      "up to 255, histograms of columns on two levels that slide down, and their sum that slides "
      "along (Perreault and Hebert 2007): 32 counts a pixel, whatever the size"},
+    {"wide-column-histograms", "up to 4095, the same with counts of twice the bits"},
     {"sliding-histogram",
      "beyond, one histogram that slides along (Huang 1979): two columns a pixel, so linear in the "
      "size"},
@@ -58,6 +66,9 @@ constexpr std::optional<MedianPlan> PlanMedianBy(MedianMethod method, int size) 
     case MedianMethod::kColumnHistograms:
       can = size <= 255;  // counts of a window fit 16 bits
       break;
+    case MedianMethod::kWideColumnHistograms:
+      can = size <= 4095;  // beyond, counts of columns take more memory than most pictures
+      break;
     case MedianMethod::kSlidingHistogram:
       can = true;
       break;
@@ -70,7 +81,7 @@ constexpr std::optional<MedianPlan> PlanMedianBy(MedianMethod method, int size) 
 constexpr MedianPlan PlanMedian(int size, int bit_count) {
   // Below 24 bits pixels are their own brightness: there is none to find again, and counting pays
   // earlier.
-  const int most_selected = bit_count >= 24 ? 15 : 13;
+  const int most_selected = bit_count >= 24 ? 15 : 8;
   for (size_t i = 0; i < std::size(kMedianMethods); ++i) {
     const auto method = static_cast<MedianMethod>(i);
     const bool pays = method != MedianMethod::kBitSelection || size <= most_selected;
