@@ -10,7 +10,7 @@ complain() {
   failures=$((failures + 1))
 }
 
-for file in $(grep -rlE '// Deliberate:' sdk image module color filter maths transform | sort); do
+for file in $(grep -rlE '// Deliberate:' sdk image component module color filter maths transform | sort); do
   tags=$(grep -cE '// Deliberate:' "$file")
   rows=$(grep -cE "^\| \`$file\` \|" "$list")
   [ "$tags" -eq "$rows" ] || complain "$file has $tags Deliberate: tags, $list has $rows rows for it"
