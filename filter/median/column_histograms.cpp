@@ -99,9 +99,9 @@ class ColumnHistograms {
     const auto count_outside = [&](size_t from, size_t to, int64_t taps) {
       const auto of_column = static_cast<Count>(taps);
       const auto count_from = [=](Count* counts, size_t lane) {
-        for (size_t i = kLanes * from; i < kLanes * to; ++i) {
-          counts[i] = i % kLanes >= lane ? of_column : 0;
-        }
+        Count lanes[kLanes];
+        for (size_t i = 0; i < kLanes; ++i) lanes[i] = i >= lane ? of_column : 0;
+        for (size_t x = from; x < to; ++x) std::memcpy(counts + kLanes * x, lanes, sizeof(lanes));
       };
       count_from(counts_.coarse, key / kLanes);
       count_from(counts_.fine + key / kLanes * kLanes * counts_.pitch, key % kLanes);

@@ -27,9 +27,10 @@ class TiledMedian {
     run_pitch_ = ScratchPitch((keys / kTileWidth + kVectorBytes) * (HasColors() ? 2 : 1));
     keys_pitch_ = ScratchPitch(keys + 2 * kTileWidth * kVectorBytes);
     pixel_pitch_ = ScratchPitch((static_cast<size_t>(AssembledWindows()) + size_ - 1) * step_);
-    const size_t spread = (Slots() + size_ + 1 - tile_height_) * RowPitch();
+    const size_t spread = (Slots() + 1 + size_ + 1 - tile_height_) * RowPitch();
     const size_t rows = (1 + tile_height_) * keys_pitch_;
-    scratch_bytes_ = HasColors() ? std::max(Slots() * pixel_pitch_, ScratchPitch(keys * step_)) : 0;
+    scratch_bytes_ =
+        HasColors() ? std::max((Slots() + 1) * pixel_pitch_, ScratchPitch(keys * step_)) : 0;
     memory_.reset(new (std::nothrow) uint8_t[spread + rows + scratch_bytes_]);
     if (memory_ == nullptr) return;
     keys_ = memory_.get() + spread;
@@ -63,18 +64,23 @@ class TiledMedian {
   int64_t AssembledWindows() const { return HasColors() ? 128 : kStripWindows; }
   /// Rows under a row of tiles.
   size_t Slots() const { return size_ + tile_height_ - 1; }
-  size_t Slot(int64_t row) const { return static_cast<size_t>(row + reach_.before) % Slots(); }
+  /// All rows outside are alike, and have one slot.
+  size_t Slot(int64_t row) const {
+    return IsInside(row) ? static_cast<size_t>(row) % Slots() : Slots();
+  }
+  bool IsInside(int64_t row) const { return row >= 0 && row < out_.Rows(); }
   size_t RowPitch() const { return kTileWidth * run_pitch_; }
   uint8_t* Results(size_t j) const { return keys_ + (1 + j) * keys_pitch_; }
 
   void RunStrip(Strip& strip) {
-    for (int64_t row = -reach_.before; row < reach_.after; ++row) Read(strip, row);
+    Read(strip, -1);
+    for (int64_t row = 0; row < std::min(reach_.after, strip.Rows()); ++row) Read(strip, row);
     const auto tile_height = static_cast<int64_t>(tile_height_);
     for (int64_t y = 0; y < strip.Rows(); y += tile_height) {
       // The last tiles may reach beyond the last row.
       for (int64_t j = 0; j < tile_height; ++j) {
         if (strip.Step() > 1 && !strip.InPlace()) strip.Prefetch(y + j, reach_.after);
-        Read(strip, y + j + reach_.after);
+        if (IsInside(y + j + reach_.after)) Read(strip, y + j + reach_.after);
       }
       FindMiddle(y, Ahead(strip, y + tile_height), static_cast<size_t>(strip.Count()));
       const int64_t rows = std::min(tile_height, strip.Rows() - y);
@@ -121,7 +127,7 @@ class TiledMedian {
       rows[j] = memory_.get() + Slot(y - reach_.before + static_cast<int64_t>(j)) * RowPitch();
     }
     for (size_t j = 0; j < tile_height_; ++j) results[j] = Results(j);
-    uint8_t* const sorted = memory_.get() + Slots() * RowPitch();
+    uint8_t* const sorted = memory_.get() + (Slots() + 1) * RowPitch();
     const auto find = HasColors() ? kernels.middle_taps : kernels.middle_keys;
     find(results, rows, run_pitch_, sorted, ahead, size_, count);
   }
@@ -157,7 +163,7 @@ class TiledMedian {
   std::unique_ptr<uint8_t[]> memory_;  ///< rows that are spread, sorted columns, and what follows
   uint8_t* keys_ = nullptr;            ///< a row, and the results of a row of tiles
   uint8_t* scratch_ = nullptr;         ///< pixels
-  const uint8_t* pixels_[kMostTiled + kMostTileHeight - 1];
+  const uint8_t* pixels_[kMostTiled + kMostTileHeight];
 };
 
 }  // namespace
