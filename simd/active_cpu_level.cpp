@@ -5,6 +5,6 @@ namespace qel {
 
 const CpuLevel kActiveCpuLevel = DetectCpuLevel();
 
-int64_t LeastStreamedBytes() { return 32 << 20; }
+int64_t LeastStreamedBytes() { return 24 << 20; }
 
 }  // namespace qel

@@ -10,7 +10,7 @@ namespace qel {
 namespace test {
 namespace {
 
-int64_t least_streamed_bytes = 32 << 20;
+int64_t least_streamed_bytes = 24 << 20;
 
 /// What `Rotate` does at an angle with pixels between: a frame over the background.
 void RunRotateInFrame(const RotatePlan& plan, const ImageView& from, const ImageView& to,

@@ -19,13 +19,17 @@ void CopyPixel(uint8_t* dest, const uint8_t* source) {
 // column by one place; after log2(n) times they have changed sides: perfect shuffles (Stone 1971).
 // A vector has rows of as many such squares below each other as it has blocks.
 
-/// Source rows and columns of a tile.
+/// Source rows of a tile, and columns that are transposed together.
 constexpr int64_t kTileRows = 64;
 constexpr int64_t kTileColumns = 16;
+/// Columns of a tile whose rows are whole lines of the cache: where the rows of a picture are many
+/// lines apart, few of these stay in the nearest cache until the next tile.
+template <int kBytes>
+constexpr int64_t kWideTileColumns = kBytes == 1 ? 64 : kTileColumns;
 /// Source columns of wide pictures that tiles go along before the next rows: each becomes a row in
 /// a page of its own, and the processor remembers where some two thousand pages are.
 constexpr int64_t kBandColumns = 1024;
-static_assert(kBandColumns % kTileColumns == 0);
+static_assert(kBandColumns % kWideTileColumns<1> == 0);
 
 /// Transposes the squares that the blocks of `rows` hold.
 template <typename V, size_t kSide>
@@ -114,19 +118,21 @@ QEL_SIMD_INLINE void TransposeRows(uint8_t* dest, int64_t dest_stride, const uin
 template <int kBytes>
 constexpr int64_t kRowsAtOnce = kBytes == 4 ? PixelWords<4>::kLanes : U8::kLanes;
 
-/// Transposes the first `rows` rows of a tile, a multiple of `kRowsAtOnce`.
+/// Transposes the first `rows` rows of a tile, a multiple of `kRowsAtOnce`, and `wide` columns.
 template <int kBytes>
 void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
-                   int64_t rows) {
+                   int64_t rows, int64_t wide = kTileColumns) {
   for (int64_t x = 0; x < rows; x += kRowsAtOnce<kBytes>) {
     const uint8_t* const from = source + x * source_stride;
     if constexpr (kBytes == 1) {
-      U8 columns[16];
-      for (int64_t i = 0; i < 16; ++i) {
-        columns[i] = LoadBlocks<U8>(from + i * source_stride, 16 * source_stride);
+      for (int64_t y = 0; y < wide; y += kTileColumns) {
+        U8 columns[16];
+        for (int64_t i = 0; i < 16; ++i) {
+          columns[i] = LoadBlocks<U8>(from + y + i * source_stride, 16 * source_stride);
+        }
+        TransposeSquares(columns);
+        for (int64_t i = 0; i < 16; ++i) StoreU(columns[i], dest + x + (y + i) * dest_stride);
       }
-      TransposeSquares(columns);
-      for (int64_t i = 0; i < 16; ++i) StoreU(columns[i], dest + x + i * dest_stride);
     } else {
       TransposeRows<kBytes>(dest + x * kBytes, dest_stride, from, source_stride);
     }
@@ -162,11 +168,12 @@ constexpr int64_t Smaller(int64_t a, int64_t b) { return a < b ? a : b; }
 
 /// Transposes a tile in the nearest cache, from where its rows are stored past the others.
 template <int kBytes>
-void StreamTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride) {
+void StreamTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
+                int64_t wide) {
   constexpr int64_t kRowBytes = kTileRows * kBytes;
-  alignas(64) uint8_t tile[kTileColumns * kRowBytes];
-  TransposeTile<kBytes>(tile, kRowBytes, source, source_stride, kTileRows);
-  for (int64_t y = 0; y < kTileColumns; ++y) {
+  alignas(64) uint8_t tile[kWideTileColumns<kBytes> * kRowBytes];
+  TransposeTile<kBytes>(tile, kRowBytes, source, source_stride, kTileRows, wide);
+  for (int64_t y = 0; y < wide; ++y) {
     StreamBytes(dest + y * dest_stride, tile + y * kRowBytes, kRowBytes);
   }
 }
@@ -205,31 +212,31 @@ void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_
   // Half a vector of pixels of 3 bytes takes as long one by one.
   const bool pays = kBytes != 3 || (kHasTableLookupBytes && rows > int64_t{kVectorBytes / 2});
   const bool has_tiles = pays && columns >= kTileColumns;
+  const int64_t wide =
+      is_high && columns >= kWideTileColumns<kBytes> ? kWideTileColumns<kBytes> : kTileColumns;
   const auto transpose_band = [&](int64_t next_x, int64_t begin, int64_t end) {
     // The last tiles overlap those before them.
     const int64_t x = has_tiles && is_high ? Smaller(next_x, rows - kTileRows) : next_x;
     const int64_t tile_rows = Smaller(rows - x, kTileRows);
-    for (int64_t next_y = begin; next_y < end; next_y += kTileColumns) {
-      const int64_t y = has_tiles ? Smaller(next_y, columns - kTileColumns) : next_y;
+    for (int64_t next_y = begin; next_y < end; next_y += wide) {
+      const int64_t y = has_tiles ? Smaller(next_y, columns - wide) : next_y;
       uint8_t* const to = dest + y * dest_stride + x * kBytes;
       const uint8_t* const from = source + x * source_stride + y * kBytes;
-      const int64_t ahead = Smaller(columns - y - kTileColumns, kTileColumns);
+      const int64_t ahead = Smaller(columns - y - wide, wide);
       if (!streams) {
-        PrefetchRectangle<1>(to + kTileColumns * dest_stride, dest_stride, ahead,
-                             tile_rows * kBytes);
+        PrefetchRectangle<1>(to + wide * dest_stride, dest_stride, ahead, tile_rows * kBytes);
       }
       if (ahead > 0)
-        PrefetchRectangle<0>(from + kTileColumns * kBytes, source_stride, tile_rows,
-                             ahead * kBytes);
+        PrefetchRectangle<0>(from + wide * kBytes, source_stride, tile_rows, ahead * kBytes);
       if (!has_tiles) {
-        TransposeSingly<kBytes>(to, dest_stride, from, source_stride,
-                                Smaller(columns - y, kTileColumns), tile_rows);
+        TransposeSingly<kBytes>(to, dest_stride, from, source_stride, Smaller(columns - y, wide),
+                                tile_rows);
       } else if (!is_high) {
         TransposeLowTile<kBytes>(to, dest_stride, from, source_stride, rows);
       } else if (streams) {
-        StreamTile<kBytes>(to, dest_stride, from, source_stride);
+        StreamTile<kBytes>(to, dest_stride, from, source_stride, wide);
       } else {
-        TransposeTile<kBytes>(to, dest_stride, from, source_stride, kTileRows);
+        TransposeTile<kBytes>(to, dest_stride, from, source_stride, kTileRows, wide);
       }
     }
   };

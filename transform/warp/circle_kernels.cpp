@@ -10,9 +10,9 @@ namespace qel::QEL_LEVEL {
 namespace {
 
 // Positions are computed in single precision first, with errors that are bounded below in units of
-// the last place; where one is too near to a whole number for that, those of its vector are
-// computed once more in double precision, and what is still too near is left to the mathematics
-// library.
+// the last place, and grow with the distance of the run's last pixel; where one is too near to a
+// whole number for that, those of its vector are computed once more in double precision, and what
+// is still too near is left to the mathematics library.
 
 /// What single precision rounds a number of 1 by, at the most.
 constexpr double kUnit = 0x1p-24;
@@ -115,11 +115,13 @@ bool ForEachPixel(const CircleRun& run, CircleSamples& samples, double roughness
   return any_too_close;
 }
 
-/// Moves every pixel along its radius: the new radius, below the limit, is `scale(d)` times d.
+/// Moves every pixel along its radius: the new radius is `scale(d)` times d, and `most_radius` at
+/// the most.
 template <typename Scale>
-bool MapRadius(const CircleRun& run, CircleSamples& samples, const Scale& scale) {
+bool MapRadius(const CircleRun& run, CircleSamples& samples, double most_radius,
+               const Scale& scale) {
   // Up to 7 roundings: of d, in the scale, in the products and where they are cut.
-  const double roughness = 10 * kUnit * run.limit;
+  const double roughness = 10 * kUnit * most_radius;
   return ForEachPixel(run, samples, roughness,
                       [&]<typename V>(const Place<V>& at, const Cutter<V>& cut) {
                         const V factor = scale(at.d) * at.to_true;
@@ -132,7 +134,8 @@ bool MapRadius(const CircleRun& run, CircleSamples& samples, const Scale& scale)
 
 bool Bulge(const CircleRun& run, CircleSamples& samples) {
   const double inverse_limit = 1.0 / run.limit;
-  return MapRadius(run, samples, [=]<typename V>(V d) { return d * Of<V>(inverse_limit); });
+  return MapRadius(run, samples, run.farthest * run.farthest * inverse_limit,
+                   [=]<typename V>(V d) { return d * Of<V>(inverse_limit); });
 }
 
 QEL_SIMD_INLINE F32 InverseRoot(F32 v) { return Set<F32>(1) / Sqrt(v); }
@@ -145,7 +148,8 @@ QEL_SIMD_INLINE F64 InverseRoot(F64 v) {
 
 bool Pinch(const CircleRun& run, CircleSamples& samples) {
   const double inverse_limit = 1.0 / run.limit;
-  return MapRadius(run, samples, [=]<typename V>(V d) {
+  // The geometric mean of the limit and the distance is not above the arithmetic one.
+  return MapRadius(run, samples, 0.5 * (run.limit + run.farthest), [=]<typename V>(V d) {
     return InverseRoot(IfThenElse(d < Of<V>(1), Of<V>(1), d) * Of<V>(inverse_limit));
   });
 }
@@ -153,8 +157,8 @@ bool Pinch(const CircleRun& run, CircleSamples& samples) {
 bool Swirl(const CircleRun& run, CircleSamples& samples) {
   const double turn = run.turn;
   // Twice that of the turn itself, in two coordinates, and 12 of what follows.
-  const double most_turn = run.limit * (turn < 0 ? -turn : turn);
-  const double roughness = (16 + 4 * most_turn) * kUnit * run.limit;
+  const double most_turn = run.farthest * (turn < 0 ? -turn : turn);
+  const double roughness = (16 + 4 * most_turn) * kUnit * run.farthest;
   return ForEachPixel(
       run, samples, roughness, [=]<typename V>(const Place<V>& at, const Cutter<V>& cut) {
         V sine;
@@ -179,7 +183,8 @@ bool Unwrap(const CircleRun& run, CircleSamples& samples) {
   const double scale_y = run.scale_y;
   const double limit = run.limit;
   // Of angles up to a half turn, 23 units; of rows, 3 of their number.
-  const double roughness = (32 * scale_x + 8 * scale_y) * kUnit;
+  const double roughness = 32 * scale_x * kUnit;
+  const double row_roughness = 8 * scale_y * kUnit * run.farthest / limit;
   const bool any_too_close = ForEachPixel(
       run, samples, roughness, [=]<typename V>(const Place<V>& at, const Cutter<V>& cut) {
         const V angle = Angle(at.dx, at.dy);
@@ -190,7 +195,7 @@ bool Unwrap(const CircleRun& run, CircleSamples& samples) {
           // The exact quotients.
           row = {ToWholes(Fill(scale_y) * at.d / Fill(limit)), Zero<Wholes>()};
         } else {
-          row = cut(at.d * Of<V>(scale_y / limit));
+          row = Cutter<V>{Of<V>(row_roughness)}(at.d * Of<V>(scale_y / limit));
         }
         return Mapped<V>{left.whole, row.whole, right.whole, row.whole,
                          left.doubt | right.doubt | row.doubt};

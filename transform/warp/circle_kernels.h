@@ -12,11 +12,12 @@ namespace qel {
 struct CircleRun {
   int32_t first_dx;
   int32_t dy;
-  size_t count;    ///< at most `kWarpTile`
-  int32_t limit;   ///< the transform reaches distances below it, those of the run among them
-  double scale_x;  ///< unwrapping: columns per radian
-  double scale_y;  ///< unwrapping: rows of the picture
-  double turn;     ///< swirling: radians per pixel of distance
+  size_t count;     ///< at most `kWarpTile`
+  int32_t limit;    ///< the transform reaches distances below it, those of the run among them
+  double farthest;  ///< the largest of these
+  double scale_x;   ///< unwrapping: columns per radian
+  double scale_y;   ///< unwrapping: rows of the picture
+  double turn;      ///< swirling: radians per pixel of distance
 };
 
 /// Where the pixels of a run and their mirror images sample: distances from the centre, counted

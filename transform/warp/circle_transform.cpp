@@ -137,6 +137,7 @@ class QuarterMap {
                      .dy = 0,
                      .count = 0,
                      .limit = circle_.limit,
+                     .farthest = 0,
                      .scale_x = circle_.width / kFullTurn,
                      .scale_y = static_cast<double>(circle_.height),
                      .turn = 1.0 / circle_.swirl};
@@ -150,6 +151,7 @@ class QuarterMap {
         // What is out of reach goes by itself.
         if (copies_inside_ && reached > 0) count = reached;
         run.count = static_cast<size_t>(reached);
+        if (reached > 0) run.farthest = Circle::Distance(run.first_dx + reached - 1, run.dy);
         const bool any_too_close = reached > 0 && mapping(run, samples);
         if (reached == count && !any_too_close && CopyInside(run, samples)) {
           run.first_dx += count;
