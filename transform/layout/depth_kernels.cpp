@@ -1,5 +1,7 @@
 #include "transform/layout/depth_kernels.h"
 
+#include <type_traits>
+
 #include "image/widen_rows.h"
 #include "simd/table_lookup.h"
 
@@ -35,7 +37,9 @@ void ExpandChannels(uint8_t* dest, const uint8_t* source, size_t count,
 template <size_t kBytes>
 void ExpandSingly(uint8_t* dest, const uint8_t* source, size_t count,
                   const PaletteColors& palette) {
-  constexpr size_t kPixels = kBytes == 4 ? U32::kLanes : 8;
+  // Words are joined to vectors of two blocks sooner than to those of four.
+  using Words = std::conditional_t<(kVectorBytes > 32), Half<U32>, U32>;
+  constexpr size_t kPixels = kBytes == 4 ? Words::kLanes : 8;
   WalkBlocks<kPixels>(
       count,
       [&](uint8_t* to, const uint8_t* from) {
@@ -45,8 +49,8 @@ void ExpandSingly(uint8_t* dest, const uint8_t* source, size_t count,
           return palette.of[indices[i / 8] >> (8 * (i % 8)) & 0xFF];
         };
         if constexpr (kBytes == 4) {
-          const U32 alpha = LoadU<U32>(to) & Set<U32>(0xFF000000u);
-          StoreU(LanesFrom<U32>(color) | alpha, to);
+          const Words alpha = LoadU<Words>(to) & Set<Words>(0xFF000000u);
+          StoreU(LanesFrom<Words>(color) | alpha, to);
         } else {
           // The fourth byte of each is stored over; the last one has none.
           for (size_t i = 0; i + 1 < kPixels; ++i) {

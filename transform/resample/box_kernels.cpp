@@ -1,5 +1,6 @@
 #include "transform/resample/box_kernels.h"
 
+#include "simd/convert.h"
 #include "simd/interleaved.h"
 #include "simd/prefetch.h"
 #include "simd/window.h"
@@ -114,10 +115,22 @@ template <size_t kBytes>
 constexpr size_t kPairedBytes = kBytes == 3 ? 12 : 16;
 
 /// The sums of every two neighbours: in each block, the bytes of four pixels give those of two.
+/// Of 3 bytes every other block is taken, and those between come with the next vector.
 template <size_t kBytes>
 QEL_SIMD_INLINE I16 PairSums(const uint8_t* row) {
-  // Every other block; those between come with the next vector.
-  U8 v = LoadBlocks<U8>(row, 2 * kPairedBytes<kBytes>);
+  U8 v;
+  if constexpr (kBytes != 3) {
+    v = LoadU<U8>(row);
+  } else if constexpr (kVectorBytes == 64) {
+    // To join four blocks takes longer.
+    const auto* const words = reinterpret_cast<const uint32_t*>(row);
+    v = BitCast<U8>(Shuffled<U32>(LoadU<U32>(words), LoadU<U32>(words + 8), [](size_t i) {
+      const size_t word = i / 4 * 6 + i % 4;
+      return word < 16 ? word : word + 8;
+    }));
+  } else {
+    v = LoadBlocks<U8>(row, 2 * kPairedBytes<3>);
+  }
   if constexpr (kBytes > 1) {
     static constexpr auto kBesideNeighbours = MakePattern<16>([](size_t i) {
       const size_t pair = i / (2 * kBytes);
@@ -144,13 +157,15 @@ void Halve(uint8_t* dest, const uint8_t* source, int64_t stride, int64_t ahead, 
     const auto means = [=](size_t at) {
       return ShiftRight<2>(PairSums<kBytes>(from + at) + PairSums<kBytes>(from + stride + at));
     };
-    const U8 halved = ReorderDemote2To<U8>(means(0), means(kPairedBytes<kBytes>));
+    constexpr size_t kNext = kBytes == 3 ? kPairedBytes<3> : kVectorBytes;
+    const U8 halved = ReorderDemote2To<U8>(means(0), means(kNext));
     if constexpr (kBytes == 3) {
       static constexpr auto kCloseUp =
           MakePattern<16>([](size_t k) { return k < 12 ? k / 6 * 8 + k % 6 : 0x80; });
       StoreBlocks(ShuffleBlocks(halved, kCloseUp), to, 12);
     } else {
-      StoreU(kBytes == 4 ? WithFourthBytes(halved, LoadU<U8>(to)) : halved, to);
+      const U8 pixels = LowerThenUpperHalves(halved);
+      StoreU(kBytes == 4 ? WithFourthBytes(pixels, LoadU<U8>(to)) : pixels, to);
     }
   }
   HalveSingly<kBytes>(dest, source, stride, i, count);
