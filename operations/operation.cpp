@@ -8,34 +8,6 @@
 
 namespace qel::operations {
 
-std::string_view KindName(Kind kind) {
-  switch (kind) {
-    case Kind::kInt:
-      return "integer";
-    case Kind::kNumber:
-      return "number";
-    case Kind::kExtent:
-      return "extent";
-    case Kind::kFlag:
-      return "flag";
-    case Kind::kColor:
-      return "color";
-    case Kind::kPaint:
-      return "paint";
-    case Kind::kChoice:
-      return "choice";
-    case Kind::kNumbers:
-      return "numbers";
-    case Kind::kPoint:
-      return "point";
-    case Kind::kText:
-      return "text";
-    case Kind::kPicture:
-      return "picture";
-  }
-  return "";
-}
-
 std::string_view NameOf(ChannelOrder order) {
   switch (order) {
     case ChannelOrder::kAlike:
@@ -111,14 +83,6 @@ result_t Operation::Run(Call& step) const {
   if (method == nullptr) return call(step);
   if (prepare != nullptr) prepare(step);
   return method->call(step.components, ArgumentsOf(step.arguments), {&step.image, 1}, step.result);
-}
-
-Shape ShapeOf(IQEL& image) {
-  Shape shape;
-  int unread = 0;
-  image.GetSize(&shape.width, &shape.height, &unread);
-  image.GetFormat(&shape.bits, &shape.model, &unread);
-  return shape;
 }
 
 const Parameter* Operation::Positional() const {

@@ -2,112 +2,24 @@
 #define QEL_OPERATIONS_OPERATION_H_
 
 #include <algorithm>
-#include <cstdint>
-#include <functional>
-#include <limits>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "compose/pixels.h"
 #include "operations/components.h"
 #include "operations/method.h"
+#include "operations/parameter.h"
+#include "operations/shape.h"
 
 namespace qel::operations {
 
 class Arguments;
 
-/// What a parameter's text means.
-enum class Kind {
-  kInt,      ///< whole number
-  kNumber,   ///< real number
-  kExtent,   ///< number of pixels, or a percentage of what the picture has
-  kFlag,     ///< yes or no
-  kColor,    ///< #RRGGBB
-  kPaint,    ///< #RRGGBB, #RRGGBBAA, or a name, also transparent
-  kChoice,   ///< one of the parameter's labels, or its number
-  kNumbers,  ///< several numbers between blanks, commas and semicolons, or @ and a text file
-  kPoint,    ///< x,y in pixels, or with % in hundredths of the picture
-  kText,     ///< passed on as it is
-  kPicture,  ///< a second picture, by name
-};
-
-/// The name of a kind, for programs that read the table: "integer", "number", ...
-std::string_view KindName(Kind kind);
-
-struct Choice {
-  std::string_view label;
-  int value;
-};
-
-/// What people usually choose from, where the limits are far away: the ends of a slider.
-struct Range {
-  double low = 0;
-  double high = 0;
-
-  bool empty() const { return low == high; }
-};
-
-/// One argument of an operation, enough for parsing, help, completion and controls.
-struct Parameter {
-  std::string_view name = {};
-  Kind kind = Kind::kInt;
-  std::string_view help = {};
-  std::string_view standard = {};  ///< text of the default; empty: must be given, unless `optional`
-  double minimum = std::numeric_limits<int>::min();
-  double maximum = std::numeric_limits<int>::max();
-  Range usual = {};  ///< empty: from `minimum` to `maximum`, or no numbers
-  std::string_view unit = {};
-  std::span<const Choice> choices = {};
-  bool optional = false;  ///< may be left out without a default
-
-  bool required() const { return standard.empty() && !optional; }
-  bool IsNumber() const {
-    return kind == Kind::kInt || kind == Kind::kNumber || kind == Kind::kExtent;
-  }
-  /// The ends of a slider.
-  Range Usual() const { return usual.empty() ? Range{minimum, maximum} : usual; }
-};
-
 /// What a step says, whatever the picture.
 struct Given {
   std::string_view name;  ///< of the operation, for messages
   const Arguments& arguments;
-};
-
-/// Size and depth of a picture.
-struct Shape {
-  int width = 0, height = 0, bits = 0;
-  uint32_t model = 0;
-
-  std::string Size() const { return std::to_string(width) + " x " + std::to_string(height); }
-  std::string Bits() const { return std::to_string(bits) + " bits"; }
-  bool Covers(const Shape& other) const { return width >= other.width && height >= other.height; }
-  bool HasBytes() const { return bits == 8 || bits == 24 || bits == 32; }
-};
-
-/// The shape of the second picture called `name`.
-using ShapeOfPicture = std::function<Shape(const std::string& name)>;
-
-/// The neighbours that a pixel of the result depends on, on each side of its own place in the
-/// picture and in second pictures. What stands outside the picture is its top-left pixel, with
-/// alpha 1 at 32 bits.
-struct Border {
-  /// Of `columns`: whole rows and their neighbours in memory. Of `rows`: the whole picture.
-  static constexpr int kAll = std::numeric_limits<int>::max();
-
-  int rows = 0;
-  int columns = 0;
-
-  bool IsWholePicture() const { return rows == kAll; }
-};
-
-/// The memory that an operation touches round the pixels of a picture or of its result.
-enum class Reach {
-  kRows,     ///< none but the pixels
-  kPadding,  ///< bytes between rows, up to the smaller stride of both
-  kBeyond,   ///< bytes before or behind rows: the memory must be the image's own
 };
 
 /// What an operation does with pixels whose channels lie in the order red, green, blue, instead of
@@ -130,8 +42,6 @@ class PictureSource {
   /// reader throws.
   virtual IQEL& Get(const std::string& name) = 0;
 };
-
-using compose::RowRange;
 
 /// Where an image belongs that may be a part of a picture: rows of it, in its whole width.
 struct Band {
@@ -249,14 +159,6 @@ struct Operation {
     return found == parameters.end() ? nullptr : &*found;
   }
 };
-
-/// Shape of an image.
-Shape ShapeOf(IQEL& image);
-
-/// The colour model of images of `bits`.
-constexpr uint32_t ModelOf(int bits) {
-  return bits == 32 ? kModelArgb : bits == 24 ? kModelBgr : kModelMono;
-}
 
 /// What is to be told about a step on a picture of this shape before it runs.
 std::vector<std::string_view> SurprisesOf(const Operation& operation, const Given& given,

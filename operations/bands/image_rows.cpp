@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "operations/operation.h"
+#include "operations/shape.h"
 
 namespace qel::operations {
 
