@@ -209,8 +209,8 @@ template <int kBytes>
 void Transpose(uint8_t* dest, int64_t dest_stride, const uint8_t* source, int64_t source_stride,
                int64_t columns, int64_t rows, bool streams) {
   const bool is_high = rows >= kTileRows;
-  // Half a vector of pixels of 3 bytes takes as long one by one.
-  const bool pays = kBytes != 3 || (kHasTableLookupBytes && rows > int64_t{kVectorBytes / 2});
+  // Fewer pixels of 3 bytes than go together are quicker one by one than copied and transposed.
+  const bool pays = kBytes != 3 || (kHasTableLookupBytes && rows >= kRowsAtOnce<kBytes>);
   const bool has_tiles = pays && columns >= kTileColumns;
   const int64_t wide =
       is_high && columns >= kWideTileColumns<kBytes> ? kWideTileColumns<kBytes> : kTileColumns;
