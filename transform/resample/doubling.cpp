@@ -75,6 +75,10 @@ class Doubler {
     for (int64_t i = 0; i < read_bytes_; i += advance) std::memcpy(outside_ + i, channels, 4);
     tile_.step = static_cast<size_t>(step_);
     std::copy_n(plan.weights, kTaps, tile_.weights);
+    tile_.count = static_cast<size_t>(columns_ * step_);
+    // The first tile is the widest.
+    kernels_.widen(tile_, tile_.outside_values, outside_);
+    kernels_.across(tile_, tile_.outside_sums, tile_.outside_values);
     tile_.is_exact = AreSumsExact(tile_.weights);
     if (!tile_.is_exact) DescribeDoubts();
   }
@@ -134,7 +138,7 @@ class Doubler {
     std::copy_n(outside_, read_bytes_, line_);
     for (size_t row = 0; row < kTaps - 1; ++row) {
       AddRow(row, top, first, columns);
-      kernels_.across(tile_, row);
+      SumAcross(row);
     }
     // The taps of the odd row 2 y + 1 and the even one after it begin at row y + 1 - kHalf.
     for (int64_t y = begin - 1; y < end; y += kRows) {
@@ -143,7 +147,7 @@ class Doubler {
       for (size_t i = 0; i < pairs; ++i) AddRow(row + kTaps - 1 + i, top, first, columns);
       kernels_.tolerate(tile_);
       for (size_t i = 0; i < pairs; ++i) {
-        kernels_.across(tile_, row + kTaps - 1 + i);
+        SumAcross(row + kTaps - 1 + i);
         const uint8_t* next[2];
         for (int64_t k = 0; k < 2; ++k) {
           const int64_t later = 2 * (y + static_cast<int64_t>(i) + kRowsAhead) + 1 + k;
@@ -162,7 +166,11 @@ class Doubler {
   /// Makes values of row `row` of the tile, of which some or all may be outside.
   void AddRow(size_t row, int64_t top, int64_t first, int64_t columns) {
     const int64_t y = top + static_cast<int64_t>(row);
-    if (y < 0 || y >= source_.Rows()) return kernels_.widen(tile_, row, outside_);
+    if (y < 0 || y >= source_.Rows()) {
+      tile_.values_of[row % Tile::kKept] = &tile_.outside_values;
+      if (Tile::kHasRanges) kernels_.range(tile_, row, outside_);
+      return;
+    }
     const int64_t from = first - kHalf;
     const int64_t begin = std::max<int64_t>(from, 0);
     const int64_t end = std::min(first + columns + kHalf, source_.Columns());
@@ -170,7 +178,19 @@ class Doubler {
     const int64_t bytes = (end - begin) * step_;
     if (y + kRowsAhead < source_.Rows()) PrefetchRun(at + kRowsAhead * source_.stride, bytes);
     std::memcpy(line_ + (begin - from) * step_, at, static_cast<size_t>(bytes));
-    kernels_.widen(tile_, row, line_);
+    auto& values = tile_.values[row % Tile::kKept];
+    tile_.values_of[row % Tile::kKept] = &values;
+    kernels_.widen(tile_, values, line_);
+    if (Tile::kHasRanges) kernels_.range(tile_, row, line_);
+  }
+
+  /// Makes the sums along row `row` of the tile.
+  void SumAcross(size_t row) {
+    const auto* const values = tile_.values_of[row % Tile::kKept];
+    const bool is_outside = values == &tile_.outside_values;
+    auto& sums = is_outside ? tile_.outside_sums : tile_.sums[row % kTaps];
+    tile_.sums_of[row % kTaps] = &sums;
+    if (!is_outside) kernels_.across(tile_, sums, *values);
   }
 
   /// Stores destination row `y` of a tile.

@@ -18,19 +18,29 @@ size_t SummedBytes(const Tile<kTaps>& tile) {
   return (tile.count + tile.step + kVectorBytes - 1) / kVectorBytes * kVectorBytes;
 }
 
+/// Those that are needed for sums.
 template <size_t kTaps>
-void Widen(Tile<kTaps>& tile, size_t row, const uint8_t* bytes) {
-  const size_t count = SummedBytes(tile) + kTaps * tile.step;
-  float* const __restrict values = tile.values[row % tile.kKept];
+size_t ReadBytes(const Tile<kTaps>& tile) {
+  return SummedBytes(tile) + kTaps * tile.step;
+}
+
+template <size_t kTaps>
+void Widen(const Tile<kTaps>& tile, typename Tile<kTaps>::Values& of_row, const uint8_t* bytes) {
+  const size_t count = ReadBytes(tile);
+  float* const __restrict values = of_row;
   for (size_t i = 0; i < count; ++i) values[i] = bytes[i];
-  if constexpr (Tile<kTaps>::kHasRanges) {
-    uint8_t(&range)[2][sizeof(tile.ranges[0][0])] = tile.ranges[row / tile.kRows % tile.kGroups];
-    for (size_t i = 0; i < count; i += kVectorBytes) {
-      const U8 value = LoadU<U8>(bytes + i);
-      const bool is_first = row % tile.kRows == 0;
-      StoreU(is_first ? value : Min(LoadU<U8>(range[0] + i), value), range[0] + i);
-      StoreU(is_first ? ~value : Min(LoadU<U8>(range[1] + i), ~value), range[1] + i);
-    }
+}
+
+/// Four taps have none.
+template <size_t kTaps>
+void Range(Tile<kTaps>& tile, size_t row, const uint8_t* bytes) {
+  if constexpr (!Tile<kTaps>::kHasRanges) return;
+  uint8_t(&range)[2][sizeof(tile.ranges[0][0])] = tile.ranges[row / tile.kRows % tile.kGroups];
+  const bool is_first = row % tile.kRows == 0;
+  for (size_t i = 0; i < ReadBytes(tile); i += kVectorBytes) {
+    const U8 value = LoadU<U8>(bytes + i);
+    StoreU(is_first ? value : Min(LoadU<U8>(range[0] + i), value), range[0] + i);
+    StoreU(is_first ? ~value : Min(LoadU<U8>(range[1] + i), ~value), range[1] + i);
   }
 }
 
@@ -38,7 +48,7 @@ void Widen(Tile<kTaps>& tile, size_t row, const uint8_t* bytes) {
 template <size_t kTaps>
 void Tolerate(Tile<kTaps>& tile) {
   if constexpr (!Tile<kTaps>::kHasRanges) return;
-  const size_t count = SummedBytes(tile), end = count + kTaps * tile.step;
+  const size_t count = SummedBytes(tile), end = ReadBytes(tile);
   alignas(64) uint8_t ranges[2][sizeof(tile.ranges[0][0])] = {};
   for (size_t side = 0; side < 2; ++side) {
     uint8_t* const range = ranges[side];
@@ -104,13 +114,14 @@ QEL_SIMD_INLINE Weighted<kVectors> Weigh(const F32 (&weights)[kTaps], const floa
 constexpr size_t kPair = 2;
 
 template <size_t kTaps>
-void Across(Tile<kTaps>& tile, size_t row) {
+void Across(const Tile<kTaps>& tile, typename Tile<kTaps>::Sums& sums_of_row,
+            const typename Tile<kTaps>::Values& of_row) {
   F32 weights[kTaps];
   for (size_t k = 0; k < kTaps; ++k) weights[k] = Set<F32>(tile.weights[k]);
   const size_t step = tile.step, end = SummedBytes(tile);
-  const float* const __restrict values = tile.values[row % tile.kKept];
-  float* const __restrict even = tile.sums[row % kTaps][0];
-  float* const __restrict odd = tile.sums[row % kTaps][1] + tile.kEarly - step;
+  const float* const __restrict values = of_row;
+  float* const __restrict even = sums_of_row[0];
+  float* const __restrict odd = sums_of_row[1] + tile.kEarly - step;
   for (size_t i = 0; i < end; i += kPair * F32::kLanes) {
     const auto sums = Weigh<true, kPair>(weights, nullptr, [&](size_t k, size_t v) {
       return LoadU<F32>(values + i + v * F32::kLanes + k * step);
@@ -148,7 +159,7 @@ template <size_t kTaps>
     const float *values[kVectors], *products[kVectors];
     for (size_t d = 0; d < kVectors; ++d) {
       const auto& doubt = tile.doubts[d];
-      values[d] = tile.values[(doubt.row + j) % tile.kKept] + doubt.value;
+      values[d] = *tile.values_of[(doubt.row + j) % tile.kKept] + doubt.value;
       products[d] = doubt.products[j];
     }
     for (size_t k = 0; k < kTaps; ++k) {
@@ -206,7 +217,7 @@ void SumDown(Tile<kTaps>& tile, size_t row, size_t pair_row, const uint8_t* cons
   const float* taps[kTaps];
   for (size_t k = 0; k < kTaps; ++k) {
     weights[k] = Set<F32>(tile.weights[k] * (kIsExact ? 1.0f : float{kUnitsOfOne}));
-    taps[k] = tile.sums[(row + k) % kTaps][0];
+    taps[k] = (*tile.sums_of[(row + k) % kTaps])[0];
   }
   for (size_t i = 0; i < tile.count; i += kVectorBytes) {
     for (const uint8_t* later : next) {
@@ -316,6 +327,7 @@ void Merge(uint8_t* dest, const uint8_t* even, const uint8_t* odd, size_t step, 
 template <size_t kTaps>
 constexpr TapDoublingKernels<kTaps> kTapKernels = {
     .widen = &Widen<kTaps>,
+    .range = &Range<kTaps>,
     .tolerate = &Tolerate<kTaps>,
     .across = &Across<kTaps>,
     .down = &Down<kTaps>,

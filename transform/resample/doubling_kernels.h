@@ -74,26 +74,37 @@ struct DoublingTile {
   Doubt doubts[kTogether];
   size_t doubt_count = 0;
 
-  /// Row i modulo `kTaps` holds sums of row i for even columns, then, from `kEarly` on, for odd
-  /// ones.
-  alignas(64) float sums[kTaps][2][kSums];
-  /// Row i modulo `kKept` holds row i from `kTaps` / 2 columns before the tile on.
-  alignas(64) float values[kKept][kValues];
+  /// Sums of a row for even columns, then, from `kEarly` on, for odd ones.
+  using Sums = float[2][kSums];
+  /// A row from `kTaps` / 2 columns before the tile on.
+  using Values = float[kValues];
+
+  /// Of row i at i modulo their number.
+  const Sums* sums_of[kTaps];
+  const Values* values_of[kKept];
+  /// What these point to, but for rows that are outside.
+  alignas(64) Sums sums[kTaps];
+  alignas(64) Values values[kKept];
   /// The least values of all rows of group i modulo `kGroups`, then 255 - the largest ones.
   alignas(64) uint8_t ranges[kGroups][2][kValues + kVector];
   /// Of an odd row and the even one after it: bytes of even columns, then of odd ones.
   alignas(64) uint8_t bytes[kRows][2][2][kBytes];
+  /// Of all rows that are outside.
+  alignas(64) Sums outside_sums;
+  alignas(64) Values outside_values;
 };
 
 template <size_t kTaps>
 struct TapDoublingKernels {
   using Tile = DoublingTile<kTaps>;
-  /// Makes values of row `row` from `bytes`, of which whole vectors are read.
-  void (*widen)(Tile& tile, size_t row, const uint8_t* bytes);
+  /// Makes the values of a row from `bytes`, of which whole vectors are read.
+  void (*widen)(const Tile& tile, typename Tile::Values& values, const uint8_t* bytes);
+  /// Makes `bytes`, the same ones, row `row` of the ranges.
+  void (*range)(Tile& tile, size_t row, const uint8_t* bytes);
   /// Makes the tolerances of sums of rows that are kept.
   void (*tolerate)(Tile& tile);
-  /// Sums row `row` along the columns, rounded anyhow.
-  void (*across)(Tile& tile, size_t row);
+  /// Sums the values of a row along the columns, rounded anyhow.
+  void (*across)(const Tile& tile, typename Tile::Sums& sums, const typename Tile::Values& values);
   /// Makes rows `pair` of bytes from the `kTaps` rows from `row` on, but for the vectors in doubt.
   /// `next` are rows of the result that are written later: their lines are brought in advance.
   void (*down)(Tile& tile, size_t row, size_t pair, const uint8_t* const (&next)[2]);
