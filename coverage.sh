@@ -7,8 +7,8 @@ QEL_ROOT=$(cd "$(dirname "$0")" && pwd)
 . "$QEL_ROOT/scripts/prepare.sh"
 qel_install $QEL_BUILD_PACKAGES $QEL_TEST_PACKAGES gcovr
 build="$QEL_ROOT/build/coverage"
-folders=(image module color transform filter maths)
-tests=("${folders[@]}" solid)
+folders=(image component module color transform filter maths)
+tests=(image module color transform filter maths solid)
 # The module alone is counted, so that its plain readings in the tests stay quick.
 counted="^$QEL_ROOT/($(IFS='|' && echo "${folders[*]}"))/.*"
 qel_quietly cmake -S "$QEL_ROOT" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE= \
