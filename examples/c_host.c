@@ -20,34 +20,59 @@ static uint8_t memory[kSlack + kHeight * kStride + kSlack]; /* 24 bits: blue, gr
 
 /* An interface is a pointer to a table of functions, whose first argument is the object. */
 static int32_t Query(void* self, const uint8_t* iid, void** object) {
-  return (void)self, (void)iid, *object = NULL, (int32_t)0x80004002;
+  (void)self;
+  (void)iid;
+  *object = NULL;
+  return (int32_t)0x80004002; /* no such interface */
 }
-static uint32_t Count(void* self) { return (void)self, 1; } /* lives as long as the program */
+static uint32_t Count(void* self) {
+  (void)self;
+  return 1; /* lives as long as the program */
+}
 static int32_t GetSize(void* self, int* width, int* height, int* planes) {
-  return (void)self, *width = kWidth, *height = kHeight, *planes = 1, 0;
+  (void)self;
+  *width = kWidth;
+  *height = kHeight;
+  *planes = 1;
+  return 0;
 }
 static int32_t GetFormat(void* self, int* bit_count, uint32_t* model, int* reserved) {
-  return (void)self, *bit_count = 24, *model = 0x20524742, *reserved = 0, 0; /* "BGR " */
+  (void)self;
+  *bit_count = 24;
+  *model = 0x20524742; /* "BGR " */
+  *reserved = 0;
+  return 0;
 }
 static int32_t GetBits(void* self, int plane, int* reserved, uint8_t** bits, int* stride) {
-  *reserved = 0, *bits = plane == 0 ? memory + kSlack : NULL, *stride = kStride;
-  return (void)self, 0;
+  (void)self;
+  *reserved = 0;
+  *bits = plane == 0 ? memory + kSlack : NULL;
+  *stride = kStride;
+  return 0;
 }
 static const Slot image_slots[] = {(Slot)Query,   (Slot)Count,     (Slot)Count,
                                    (Slot)GetSize, (Slot)GetFormat, (Slot)GetBits};
 static const Slot* image = image_slots; /* the object: it has nothing but its table */
 
+/* Says why the program ends; returns its exit code. */
+static int Fail(const char* reason) {
+  fprintf(stderr, "c_host: %s\n", reason);
+  return 1;
+}
+
 int main(int argc, char** argv) {
-  if (argc != 2) return fprintf(stderr, "usage: c_host PATH/QELMaths.so\n"), 2;
+  if (argc != 2) return Fail("write c_host PATH/QELMaths.so");
   void* const library = dlopen(argv[1], RTLD_NOW);
-  if (library == NULL) return fprintf(stderr, "c_host: %s\n", dlerror()), 1;
+  if (library == NULL) return Fail(dlerror());
   int32_t (*create_function)(RefString, Creation*);
   *(void**)&create_function = dlsym(library, "CreateFunction");
   Creation create = NULL;
   Slot** color = NULL;
-  if (create_function == NULL) return fprintf(stderr, "c_host: %s\n", dlerror()), 1;
+  if (create_function == NULL) return Fail(dlerror());
   create_function((RefString){17, L"QELColorTransform"}, &create);
-  if (create == NULL || create(NULL, kIidColorTransform, (void**)&color) != 0) return 1;
+  if (create == NULL || create(NULL, kIidColorTransform, (void**)&color) != 0) {
+    return Fail("there is no component of this name");
+  }
 
   for (int i = 0; i < kHeight * kStride; ++i) memory[kSlack + i] = (uint8_t)(10 * i);
   const int32_t result = ((int32_t(*)(void*, void*))(*color)[kNegative])(color, &image);

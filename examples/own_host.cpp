@@ -28,7 +28,8 @@ class Object : public Interface {
   uint32_t AddRef() override { return ++references_; }
   uint32_t Release() override {
     const uint32_t left = --references_;
-    return left == 0 ? (delete this, 0) : left;
+    if (left == 0) delete this;
+    return left;
   }
   virtual ~Object() = default;
 
@@ -39,13 +40,20 @@ class Object : public Interface {
 class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
  public:
   result_t GetSize(int* width, int* height, int* planes) override {
-    return *width = width_, *height = height_, *planes = 1, kOk;
+    *width = width_;
+    *height = height_;
+    *planes = 1;
+    return kOk;
   }
   result_t GetFormat(int* bit_count, uint32_t* model, int*) override {
-    return *bit_count = bit_count_, *model = model_, kOk;
+    *bit_count = bit_count_;
+    *model = model_;
+    return kOk;
   }
   result_t GetBits(int plane, int*, uint8_t** bits, int* stride) override {
-    return *bits = plane == 0 && !bits_.empty() ? Row(0) : nullptr, *stride = stride_, kOk;
+    *bits = plane == 0 && !bits_.empty() ? Row(0) : nullptr;
+    *stride = stride_;
+    return kOk;
   }
   result_t Create(int width, int height, int, int bit_count, uint32_t model) override {
     if (width < 0 || height < 0 || width > 30000 || height > 30000 || bit_count > 32) return kFail;
@@ -56,8 +64,12 @@ class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
     const size_t words = bit_count < 24 || model == kModelMono ? 3 * rows : 0;
     std::vector<uint8_t> fresh(ends + rows + ends + words);  // may throw: the image is as it was
     bits_.swap(fresh);
-    width_ = width, height_ = height, bit_count_ = bit_count, model_ = model;
-    stride_ = stride, first_row_ = ends;
+    width_ = width;
+    height_ = height;
+    bit_count_ = bit_count;
+    model_ = model;
+    stride_ = stride;
+    first_row_ = ends;
     return kOk;
   }
   result_t Assign(IQEL* source, int) override {
@@ -94,7 +106,8 @@ class Image final : public Object<IQELImageDIB, IQELImage, IQEL> {
 
 struct String final : Object<ICreatableString, IString> {
   result_t AppendChars(int count, const wchar_t* characters) override {
-    return text.append(characters, size_t(count)), kOk;
+    text.append(characters, size_t(count));
+    return kOk;
   }
   std::wstring text;
 };
@@ -112,7 +125,10 @@ struct Collection final : Object<IComponentCollection> {
     *index = 0;  // strings that arrive here are our own
     return static_cast<String*>(name)->text == kImageComponentName ? kOk : kFail;
   }
-  result_t GetItem(int, IUnknown** item) override { return *item = new Locator<Image>, kOk; }
+  result_t GetItem(int, IUnknown** item) override {
+    *item = new Locator<Image>;
+    return kOk;
+  }
   result_t CreateComponent(tagREFString name, const IID* iid, void** object) override {
     *object = nullptr;
     const std::wstring text(name.text, uint32_t(name.length));
@@ -135,20 +151,26 @@ SmartPtr<T> Create(CreateFunctionFunction create_function, tagREFString name) {
   return component;
 }
 
+/// Says why the program ends; returns its exit code.
+int Fail(const std::string& reason) {
+  std::fprintf(stderr, "own_host: %s\n", reason.c_str());
+  return 1;
+}
+
 int main(int argc, char** argv) {
-  if (argc != 2) return std::fprintf(stderr, "usage: own_host PATH/QELMaths.so\n"), 2;
+  if (argc != 2) return Fail("write own_host PATH/QELMaths.so");
   void* const library = dlopen(argv[1], RTLD_NOW);
-  if (library == nullptr) return std::fprintf(stderr, "own_host: %s\n", dlerror()), 1;
+  if (library == nullptr) return Fail(dlerror());
   const auto initialize = InitializeModuleFunction(dlsym(library, kInitializeModuleSymbol));
   const auto create_function = CreateFunctionFunction(dlsym(library, kCreateFunctionSymbol));
   if (initialize == nullptr || create_function == nullptr) {
-    return std::fprintf(stderr, "own_host: %s is no module\n", argv[1]), 1;
+    return Fail(std::string(argv[1]) + " is no module");
   }
   const auto collection = SmartPtr<Collection>::Adopt(new Collection);
   initialize(nullptr, collection.Get());
   const auto color = Create<IQELColorTransform>(create_function, RefString(kColorTransformName));
   const auto filter = Create<IQELFilterTransform>(create_function, RefString(kFilterTransformName));
-  if (!color || !filter) return std::fprintf(stderr, "own_host: components are missing\n"), 1;
+  if (!color || !filter) return Fail("components are missing");
 
   const auto image = SmartPtr<Image>::Adopt(new Image);
   image->Create(64, 48, 1, 24, kModelBgr);
@@ -157,7 +179,7 @@ int main(int argc, char** argv) {
   const bool done = Succeeded(color->Light(image.Get(), 20, 10)) &&
                     Succeeded(filter->Median(image.Get(), 3, median.Put()));
   initialize(nullptr, nullptr);
-  if (!done) return std::fprintf(stderr, "own_host: an operation failed\n"), 1;
+  if (!done) return Fail("an operation failed");
   std::printf("P6 64 48 255\n");
   for (int i = 0; i < 64 * 48 * 3; ++i) {  // red first
     std::putchar(static_cast<Image*>(median.Get())->Row(i / 192)[i % 192 / 3 * 3 + 2 - i % 3]);
