@@ -115,24 +115,23 @@ class ColumnHistograms {
     count_outside(0, columns, size_);
     count_outside(before, before + static_cast<size_t>(end - begin), size_ - rows);
     for (int64_t row = 0; row < rows; ++row) {
-      Enter(row);
-      kernels_.recount(inner_, nullptr, entering_, InnerColumns());
+      kernels_.recount(inner_, nullptr, Enter(row), InnerColumns());
     }
   }
   size_t InnerColumns() const { return static_cast<size_t>(columns_.end() - columns_.begin()); }
 
-  /// Reads a row that enters the columns.
-  void Enter(int64_t row) {
-    columns_.Read(row, entering_);
-    if (colors_) columns_.Spread(row, entering_);
+  /// The keys of a row that enters the columns.
+  const uint8_t* Enter(int64_t row) {
+    const uint8_t* const keys = columns_.Read(row, entering_);
+    if (colors_) columns_.Spread(row, keys);
+    return keys;
   }
 
   /// Lets a row enter the columns and another one leave them.
   void Replace(int64_t entering, int64_t leaving) {
     if (columns_.begin() == columns_.end() || (entering >= rows_of_source_ && leaving < 0)) return;
-    columns_.Read(leaving, leaving_);
-    Enter(entering);
-    kernels_.recount(inner_, leaving_, entering_, InnerColumns());
+    const uint8_t* const left = columns_.Read(leaving, leaving_);
+    kernels_.recount(inner_, left, Enter(entering), InnerColumns());
   }
 
   const ImageView dest_;

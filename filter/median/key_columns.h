@@ -17,6 +17,7 @@ class KeyColumns {
  public:
   KeyColumns(const ImageView& source, int size)
       : source_(source),
+        rows_(source),
         reach_(size),
         outside_(OutsideColor(source)),
         outside_key_(
@@ -45,20 +46,21 @@ class KeyColumns {
   int64_t begin() const { return begin_; }
   int64_t end() const { return end_; }
 
-  /// The keys of row `row` in the columns that are kept.
-  void Read(int64_t row, uint8_t* keys) const {
+  /// The keys of row `row` in the columns that are kept: where they lie, or in `scratch`.
+  const uint8_t* Read(int64_t row, uint8_t* scratch) const {
     if (row < 0 || row >= source_.Rows()) {
-      std::memset(keys, outside_key_, static_cast<size_t>(end_ - begin_));
-      return;
+      std::memset(scratch, outside_key_, static_cast<size_t>(end_ - begin_));
+      return scratch;
     }
+    if (rows_.InPlace() && rows_.pixel_bytes() == 1) return rows_.At(row, begin_);
     constexpr int64_t kPiece = 1024;
-    const SourceRows rows(source_);
     uint8_t pixels[4 * kPiece];
     for (int64_t x = begin_; x < end_; x += kPiece) {
       const int64_t count = std::min(kPiece, end_ - x);
-      rows.CopyPixels(row, x, count, pixels);
-      WriteKeys(keys + (x - begin_), pixels, rows.pixel_bytes(), count);
+      rows_.CopyPixels(row, x, count, pixels);
+      WriteKeys(scratch + (x - begin_), pixels, rows_.pixel_bytes(), count);
     }
+    return scratch;
   }
   /// Distributes the keys of row `row` over the columns.
   void Spread(int64_t row, const uint8_t* keys) {
@@ -108,6 +110,7 @@ class KeyColumns {
 
  private:
   const ImageView source_;
+  const SourceRows rows_;
   const Reach reach_;
   const uint32_t outside_;
   const int outside_key_;

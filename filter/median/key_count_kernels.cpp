@@ -7,41 +7,62 @@ namespace qel::QEL_LEVEL {
 namespace {
 
 constexpr size_t kLanes = ColumnCounts<uint8_t>::kLanes;
-constexpr unsigned kLowBits = 4, kLow = kLanes - 1;
+constexpr unsigned kLowBits = 4;
 
-/// Lane k of kSteps + kLanes - t is 1 from lane t on, else 0.
+/// What a key changes in its column: lane k of row t is 1 from lane t on, else 0.
 template <typename Count>
-alignas(64) constexpr Count kSteps[2 * kLanes] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                                  1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+struct Steps {
+  alignas(64) Count rows[kLanes][kLanes];
+};
+template <typename Count>
+constexpr Steps<Count> kSteps = [] {
+  Steps<Count> steps = {};
+  for (size_t t = 0; t < kLanes; ++t) {
+    for (size_t k = t; k < kLanes; ++k) steps.rows[t][k] = 1;
+  }
+  return steps;
+}();
 
-/// Counts a key in that counts from lane `entering` on, and one out that does from `leaving` on.
-template <bool kEnters, bool kLeaves, typename Count>
-QEL_SIMD_INLINE void Update(Count* counts, size_t entering, size_t leaving) {
+/// Where a key counts.
+template <typename Count>
+struct KeyPlace {
+  QEL_SIMD_INLINE KeyPlace(const ColumnCounts<Count>& counts, size_t x, size_t key)
+      : coarse_steps(kSteps<Count>.rows[key >> kLowBits]),
+        fine_steps(kSteps<Count>.rows[key % kLanes]),
+        fine(counts.fine + kLanes * (x + (key >> kLowBits) * counts.pitch)) {}
+  const Count* coarse_steps;
+  const Count* fine_steps;
+  Count* fine;
+};
+
+/// Adds `more` to the counts, and takes `less` from them, unless these are null.
+template <typename Count>
+QEL_SIMD_INLINE void Update(Count* counts, const Count* more, const Count* less) {
   using Part = Block<Vec<Count, kVectorBytes>>;
   for (size_t i = 0; i < kLanes; i += Part::kLanes) {
     Part part = LoadU<Part>(counts + i);
-    if constexpr (kEnters) part += LoadU<Part>(kSteps<Count> + kLanes - entering + i);
-    if constexpr (kLeaves) part -= LoadU<Part>(kSteps<Count> + kLanes - leaving + i);
+    if (more != nullptr) part += LoadU<Part>(more + i);
+    if (less != nullptr) part -= LoadU<Part>(less + i);
     StoreU(part, counts + i);
   }
 }
 
 template <typename Count>
-void Recount(const ColumnCounts<Count>& counts, const uint8_t* leaving, const uint8_t* entering,
+void Recount(const ColumnCounts<Count>& all_counts, const uint8_t* leaving, const uint8_t* entering,
              size_t columns) {
-  const size_t segment = kLanes * counts.pitch;
-  for (size_t x = 0; x < columns; ++x) {
-    Count* const coarse = counts.coarse + kLanes * x;
-    Count* const fine = counts.fine + kLanes * x;
-    const size_t entered = entering[x];
-    Update<true, false>(fine + (entered >> kLowBits) * segment, entered & kLow, 0);
-    if (leaving == nullptr) {
-      Update<true, false>(coarse, entered >> kLowBits, 0);
-      continue;
-    }
-    const size_t left = leaving[x];
-    Update<true, true>(coarse, entered >> kLowBits, left >> kLowBits);
-    Update<false, true>(fine + (left >> kLowBits) * segment, 0, left & kLow);
+  // A copy, so that the stores cannot change it.
+  const ColumnCounts<Count> counts = all_counts;
+  constexpr const Count* kNone = nullptr;
+  for (size_t x = 0; x < columns && leaving == nullptr; ++x) {
+    const KeyPlace<Count> entered(counts, x, entering[x]);
+    Update(counts.coarse + kLanes * x, entered.coarse_steps, kNone);
+    Update(entered.fine, entered.fine_steps, kNone);
+  }
+  for (size_t x = 0; x < columns && leaving != nullptr; ++x) {
+    const KeyPlace<Count> entered(counts, x, entering[x]), left(counts, x, leaving[x]);
+    Update(counts.coarse + kLanes * x, entered.coarse_steps, left.coarse_steps);
+    Update(entered.fine, entered.fine_steps, kNone);
+    Update(left.fine, kNone, left.fine_steps);
   }
   for (size_t x = 0; x < columns && counts.taps != nullptr; ++x) {
     ++counts.taps[entering[x] * counts.pitch + x];
@@ -146,7 +167,7 @@ class FineCounts {
 
  private:
   static constexpr size_t kNever = ~size_t{0};
-  const ColumnCounts<Count>& counts_;
+  const ColumnCounts<Count> counts_;
   const size_t size_;
   size_t at_[kLanes];
   alignas(64) WindowCount<Count> stored_[kLanes][kLanes];
@@ -184,6 +205,8 @@ void MiddleKeysOf(uint8_t* keys, uint32_t* numbers, const ColumnCounts<Count>& c
   for (size_t x = 0; x < count;) {
     const size_t high = segments[x];
     Window window = fine.At(high, x);
+    const Count* leaving = fine.Columns(high, x);
+    const Count* entering = leaving + kLanes * size;
     for (;;) {
       const size_t low = window.AtMost(rests[x]);
       keys[x] = static_cast<uint8_t>(high << kLowBits | low);
@@ -192,7 +215,9 @@ void MiddleKeysOf(uint8_t* keys, uint32_t* numbers, const ColumnCounts<Count>& c
         numbers[x] = difference(rests[x], below[low]);
       }
       if (++x == count || segments[x] != high) break;
-      window.Replace(fine.Columns(high, x - 1 + size), fine.Columns(high, x - 1));
+      window.Replace(entering, leaving);
+      entering += kLanes;
+      leaving += kLanes;
     }
     fine.Keep(high, x - 1, window);
   }

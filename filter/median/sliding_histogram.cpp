@@ -37,8 +37,7 @@ class SlidingHistogram {
  private:
   void Read(int64_t row) {
     if (!source_.HasPixels() || row >= source_.Rows()) return;
-    columns_.Read(row, read_);
-    columns_.Spread(row, read_);
+    columns_.Spread(row, columns_.Read(row, read_));
   }
 
   template <typename Codec>
@@ -127,7 +126,7 @@ class SlidingHistogram {
   const int64_t size_;
   KeyColumns columns_;
   std::unique_ptr<uint8_t[]> memory_;
-  uint8_t* read_;  // the keys of the row that was read last
+  uint8_t* read_;  // a row of keys
 
   // The histogram of the window's part inside the image.
   uint32_t taps_[256];
