@@ -86,6 +86,40 @@ TEST_F(WarpReadings, EqualCloseBytes) {
   }
 }
 
+// Points that land next to each other, twice on one column, with gaps between them, on the borders,
+// beyond all numbers and nowhere; the memory after the rows belongs to nobody.
+TEST_F(WarpReadings, EqualWidePoints) {
+  Rng rng(11);
+  const int depths[] = {8, 24, 32};
+  const double steps[] = {1, 0.98, 0.7, 1.04, 2, -1};
+  const double odd[] = {-0.0,   -1e-300, 0.0,         299.9999999, 1e300,
+                        -1e300, 0x1p31,  -0x1p31 - 1, INFINITY};
+  for (int round = 0; round < 120 && !HasFailure(); ++round) {
+    const int depth = depths[rng.Int(0, 2)];
+    const auto image = [&](int width, int height) {
+      const Layout layout = {
+          .bottom_up = rng.OneIn(2),
+          .fence = rng.OneIn(2) ? Layout::Fence::kBefore : Layout::Fence::kAfter};
+      return Raster(rng, width, height, depth, UsualModel(depth), layout);
+    };
+    const double a = steps[rng.Int(0, 5)], b = rng.OneIn(2) ? 0.12 : 0.0;
+    const auto often = static_cast<size_t>(rng.OneIn(2) ? rng.Int(20, 400) : INT32_MAX);
+    const int dx = a < 0 ? 280 : rng.Int(-2, 40), dy = rng.Int(-3, 5);
+    const auto map = [=](double& x, double& y) {
+      const auto number = static_cast<size_t>(std::abs(x + 331 * y));
+      x = a * x - b * y + dx;
+      y = y + b * x + dy;
+      if (number % often == 0) (number % 2 == 0 ? x : y) = odd[number / often % std::size(odd)];
+    };
+    const auto points = [&] { return SmartPtr<ITransform>::Adopt(new PointMap(map)); };
+    const int x_offset = rng.OneIn(2) ? 0 : rng.Int(-30, 30);
+    ExpectSame({image(300, 30)},
+               Call("Transform", points(), x_offset, 1, rng.Int(200, 330), 0, 0, 0));
+    ExpectSame({image(300, 20), image(rng.Int(200, 340), 40)},
+               Call("TransformPaste", points(), x_offset, rng.Int(0, 1), rng.Int(0, 1), 0));
+  }
+}
+
 TEST_F(WarpReadings, EqualFilledVoids) {
   Rng rng(10);
   for (int round = 0; round < 720 && !HasFailure(); ++round) {

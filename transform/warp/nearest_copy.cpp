@@ -76,15 +76,43 @@ void NearestCopy::operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy
     if (repeat != nullptr) std::memcpy(repeat, dest, count * dest_bytes_);
     return;
   }
+  int32_t* const offsets = tiles_[turn_].offsets;
+  TakeTurn(dest, repeat, count, ActiveWarpKernels().offsets(offsets, sx, sy, count, rule_), 4);
+}
+
+static_assert(kWarpTile / kPointGroup <= kMostPointGroups);
+
+void NearestCopy::AtPoints(uint8_t* dest, const double* x, const double* y, size_t count) {
+  alignas(64) int32_t sx[kWarpTile];
+  alignas(64) int32_t sy[kWarpTile];
+  const WarpKernels& kernels = ActiveWarpKernels();
+  if (copies_close_) {
+    kernels.cells(sx, sy, x, y, count, {});
+    return (*this)(dest, sx, sy, count);
+  }
+  int32_t* const offsets = tiles_[turn_].offsets;
+  const uint32_t inside = kernels.cell_offsets(offsets, sx, sy, x, y, count, {}, rule_);
+  const size_t groups = count / kPointGroup;
+  const uint64_t full_groups = (uint64_t{1} << groups) - 1;
+  int32_t* const end = offsets + count;
+  const bool all_inside = (inside & full_groups) == full_groups &&
+                          std::find(offsets + groups * kPointGroup, end, kOutsideOffset) == end;
+  // Points take their time: there is room for more fetches, and for those of the destination.
+  PrefetchRun<1>(dest, static_cast<int64_t>(count * dest_bytes_));
+  TakeTurn(dest, nullptr, count, all_inside, 2);
+}
+
+/// Has the memory bring the pixels of the tile that has the turn, and writes the one before.
+void NearestCopy::TakeTurn(uint8_t* dest, uint8_t* repeat, size_t count, bool all_inside,
+                           size_t pixels_per_fetch) {
   Tile& tile = tiles_[turn_];
-  tile.all_inside = ActiveWarpKernels().offsets(tile.offsets, sx, sy, count, rule_);
+  tile.all_inside = all_inside;
   tile.dest = dest;
   tile.repeat = repeat;
   tile.count = count;
   // Neighbours in a row come from different rows of the source, which the processor does not
   // foresee.
-  constexpr size_t kPixelsPerFetch = 4;
-  for (size_t i = 0; i < count; i += kPixelsPerFetch) {
+  for (size_t i = 0; i < count; i += pixels_per_fetch) {
     if (tile.offsets[i] >= -kLargestOffset) PrefetchLine(bits_ + tile.offsets[i]);
   }
   turn_ = 1 - turn_;

@@ -31,6 +31,8 @@ class NearestCopy {
   /// `repeat` as well, if that is not null; then there must be an `outside`.
   void operator()(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
                   uint8_t* repeat = nullptr);
+  /// The same at the cells that hold points. Reads and writes whole groups of points and cells.
+  void AtPoints(uint8_t* dest, const double* x, const double* y, size_t count);
   /// Writes what is not written yet.
   void Finish() { Write(tiles_[1 - turn_]); }
 
@@ -40,9 +42,11 @@ class NearestCopy {
     uint8_t* repeat;
     size_t count = 0;
     bool all_inside;
-    int32_t offsets[kWarpTile];
+    alignas(64) int32_t offsets[kWarpTile];
   };
   static CopyScattered FunctionFor(const Depths& depths);
+  void TakeTurn(uint8_t* dest, uint8_t* repeat, size_t count, bool all_inside,
+                size_t pixels_per_fetch);
   void WriteClose(uint8_t* dest, const int32_t* sx, const int32_t* sy, size_t count,
                   const CloseRows& close) const;
   void Write(Tile& tile);
