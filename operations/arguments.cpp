@@ -69,13 +69,12 @@ bool ParsePaint(std::string_view text, double& number) {
 }
 
 bool ParseFlag(std::string_view text, double& number) {
-  for (const std::string_view yes : {"yes", "true", "on", "1"}) {
-    if (text == yes) return number = 1, true;
-  }
-  for (const std::string_view no : {"no", "false", "off", "0"}) {
-    if (text == no) return number = 0, true;
-  }
-  return false;
+  constexpr std::string_view kYes[] = {"yes", "true", "on", "1"};
+  constexpr std::string_view kNo[] = {"no", "false", "off", "0"};
+  const bool is_yes = std::ranges::find(kYes, text) != std::end(kYes);
+  if (!is_yes && std::ranges::find(kNo, text) == std::end(kNo)) return false;
+  number = is_yes ? 1 : 0;
+  return true;
 }
 
 /// A word in place of a number.
