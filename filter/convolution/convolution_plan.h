@@ -34,9 +34,9 @@ inline constexpr MethodText kConvolutionMethods[] = {
     {"sparse", "up to 10 weights with sums of 16 bits, two products an instruction"},
     {"separable32", "column x row with wider sums"},
     {"row-pairs",
-     "weights of a byte, up to 54 x 54, two output rows at a time: one instruction weighs two "
-     "source "
-     "rows, which are interleaved once; sums of 16 bits widen only before they could overflow"},
+     "weights of a byte, up to 63 x 63, two output rows at a time: one instruction weighs two "
+     "source rows, which are interleaved once; sums of 16 bits widen only before they could "
+     "overflow"},
     {"direct", "up to 63 x 63 larger weights, two products of 16 bits at a time, or one"},
     {"large", "any kernel, one weight after the other"},
 };

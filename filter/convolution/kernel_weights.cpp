@@ -171,22 +171,6 @@ int32_t BytePair(int32_t first, int32_t second) {
 /// Two small numbers in one, that of the upper one of two output rows in the lower half.
 constexpr int32_t OfBoth(int32_t upper, int32_t lower) { return upper + lower * (1 << 16); }
 
-/// What two output rows take from some columns of a pair of rows.
-struct PairColumns {
-  static constexpr size_t kMost = 64;
-  int32_t upper[kMost];  ///< bytes
-  int32_t lower[kMost];
-  int32_t sizes[kMost];  ///< of weights, of both rows
-  int32_t sums[kMost];
-
-  void Set(size_t i, int32_t above, int32_t first, int32_t second) {
-    upper[i] = BytePair(first, second);
-    lower[i] = BytePair(above, first);
-    sizes[i] = OfBoth(std::abs(first) + std::abs(second), std::abs(above) + std::abs(first));
-    sums[i] = OfBoth(first + second, above + first);
-  }
-};
-
 /// Weights that come into one group, of both output rows.
 class GroupRange {
  public:
@@ -218,49 +202,101 @@ class GroupRange {
   int32_t sums_ = 0;
 };
 
-/// Writes the taps of all pairs of rows to `taps` if `kStores`, and calls end_group(group) for each
-/// group. Pairs lie `pitch` bytes apart, and their columns `step`. For the lower one of two output
-/// rows, windows begin a row further down.
+constexpr size_t kTapsAtOnce = RowPairs::kTapsAtOnce;
+
+/// What groups are formed from, of some columns of a pair of rows.
+struct PairColumns {
+  static constexpr size_t kMost = 64;
+  int32_t sizes[kMost + kTapsAtOnce];  ///< of weights, of both output rows
+  int32_t sums[kMost + kTapsAtOnce];
+};
+
+/// Makes taps but for their places, and what is in `pairs`, of `count` columns in whole vectors;
+/// what these have in excess weighs nothing in `pairs`. Returns how many columns weigh nothing.
+int32_t MakeTaps(const int32_t* above, const int32_t* first, const int32_t* second, size_t count,
+                 int32_t* __restrict upper, int32_t* __restrict lower,
+                 PairColumns& __restrict pairs) {
+  const size_t whole = (count + kTapsAtOnce - 1) & ~(kTapsAtOnce - 1);
+  int32_t zeros = 0;
+  for (size_t i = 0; i < whole; ++i) {
+    const int32_t a = above[i], b = first[i], c = second[i];
+    upper[i] = BytePair(b, c);
+    lower[i] = BytePair(a, b);
+    pairs.sizes[i] = OfBoth(std::abs(b) + std::abs(c), std::abs(a) + std::abs(b));
+    pairs.sums[i] = OfBoth(b + c, a + b);
+    zeros += (a | b | c) == 0;
+  }
+  for (size_t i = count; i < whole; ++i) {
+    zeros -= pairs.sizes[i] == 0;
+    pairs.sizes[i] = pairs.sums[i] = 0;
+  }
+  return zeros;
+}
+
+/// Writes the taps of all pairs of rows to `taps`, or only the first ones unless `kStores`, and
+/// calls end_group(group) for each group. Pairs lie `pitch` bytes apart, and their columns `step`.
+/// For the lower one of two output rows, windows begin a row further down.
 template <bool kStores, typename EndGroup>
-void DivideIntoGroups(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps,
+void DivideIntoGroups(const Weights& weights, size_t pitch, size_t step, const RowPairTaps& taps,
                       const EndGroup& end_group) {
-  constexpr size_t kVector = 4;
-  constexpr int32_t kNothing[PairColumns::kMost] = {};
+  static constexpr int32_t kNothing[PairColumns::kMost] = {};
   const size_t rows = weights.rows();
   GroupRange range;
   size_t count = 0;
+  PairColumns pairs;
+  // Column `i` of `pairs` becomes this tap.
+  const auto add = [&](size_t i, size_t number) {
+    if (!range.Takes(pairs.sizes[i])) {
+      end_group(range.Finish(number));
+      range = {};
+    }
+    range.Add(pairs.sizes[i], pairs.sums[i]);
+  };
   for (size_t j = 0; j <= rows; j += 2) {
     for (size_t left = 0; left < weights.columns(); left += PairColumns::kMost) {
       const size_t columns = std::min(weights.columns() - left, PairColumns::kMost);
       // Whole vectors are read: after all rows but the last one there are others.
-      int32_t copies[3][PairColumns::kMost + kVector];
+      int32_t copies[3][PairColumns::kMost + kTapsAtOnce];
       const auto row = [&](size_t number, int32_t* copy) -> const int32_t* {
         if (number >= rows) return kNothing;
         const int32_t* const from = weights.Row(number) + left;
-        if (number + 1 < rows && weights.stride() >= kVector) return from;
-        std::fill_n(std::copy(from, from + columns, copy), kVector, 0);
+        if (number + 1 < rows && weights.stride() >= kTapsAtOnce) return from;
+        std::fill_n(std::copy(from, from + columns, copy), kTapsAtOnce, 0);
         return copy;
       };
-      const int32_t* const above = row(j - 1, copies[0]);
-      const int32_t* const first = row(j, copies[1]);
-      const int32_t* const second = row(j + 1, copies[2]);
-      PairColumns pairs;
-      for (size_t i = 0; i < ((columns + kVector - 1) & ~(kVector - 1)); ++i) {
-        pairs.Set(i, above[i], first[i], second[i]);
+      const size_t to = kStores ? count : 0;
+      const RowPairTaps next = {taps.places + to, taps.upper + to, taps.lower + to};
+      const int32_t zeros = MakeTaps(row(j - 1, copies[0]), row(j, copies[1]),
+                                     row(j + 1, copies[2]), columns, next.upper, next.lower, pairs);
+      const size_t place = j / 2 * pitch + left * step;
+      if (zeros == 0) {
+        for (size_t i = 0; i < columns; ++i) {
+          next.places[i] = static_cast<uint16_t>(place + i * step);
+        }
+        for (size_t i = 0; i < columns; i += kTapsAtOnce) {
+          const auto sum = [=](const int32_t* of) {
+            return of[i] + of[i + 1] + of[i + 2] + of[i + 3];
+          };
+          const int32_t sizes = sum(pairs.sizes);
+          if (range.Takes(sizes)) {
+            range.Add(sizes, sum(pairs.sums));
+          } else {
+            for (size_t k = i; k < std::min(i + kTapsAtOnce, columns); ++k) add(k, count + k);
+          }
+        }
+        count += columns;
+        continue;
       }
-      size_t place = j / 2 * pitch + left * step;
-      for (size_t i = 0; i < columns; ++i, place += step) {
+      size_t kept = 0;
+      for (size_t i = 0; i < columns; ++i) {
         if (pairs.sizes[i] == 0) continue;
-        if (!range.Takes(pairs.sizes[i])) {
-          end_group(range.Finish(count));
-          range = {};
-        }
-        range.Add(pairs.sizes[i], pairs.sums[i]);
-        if constexpr (kStores) {
-          taps[count] = {static_cast<uint32_t>(place), pairs.upper[i], pairs.lower[i]};
-        }
-        ++count;
+        add(i, count + kept);
+        next.places[kept] = static_cast<uint16_t>(place + i * step);
+        next.upper[kept] = next.upper[i];
+        next.lower[kept] = next.lower[i];
+        ++kept;
       }
+      count += kept;
     }
   }
   end_group(range.Finish(count));
@@ -283,8 +319,11 @@ bool HasFewGroups(const Weights& weights, size_t most) {
   // more than a group takes.
   const int64_t sizes = (weights.HighestSum() - weights.LowestSum()) / 255;
   if (4 * sizes / (UINT16_MAX / 255) < static_cast<int64_t>(most)) return true;
+  uint16_t places[PairColumns::kMost];
+  int32_t upper[PairColumns::kMost], lower[PairColumns::kMost];
   size_t groups = 0;
-  DivideIntoGroups<false>(weights, 0, 0, nullptr, [&](const RowPairGroup&) { ++groups; });
+  DivideIntoGroups<false>(weights, 0, 0, {places, upper, lower},
+                          [&](const RowPairGroup&) { ++groups; });
   return groups <= most;
 }
 
@@ -294,15 +333,21 @@ bool RowPairs::Find(const Weights& weights, int32_t divisor, int32_t offset) {
   constexpr int32_t kMostOffset = 1 << 14;
   is_short_ = FindShortFinish(weights, divisor, offset, finish_);
   const size_t places = weights.columns() * (weights.rows() / 2 + 1);
-  most_taps_ = std::min(places, 2 * weights.Count());
-  return weights.Count() != 0 && weights.Within(1 << 7) && places <= kMostRowPairTaps &&
-         NeighboursFitWords(weights) &&
+  // Those of a pair of rows are made before what weighs nothing is left out.
+  tap_room_ =
+      std::min(places, 2 * weights.Count() + std::min(weights.columns(), PairColumns::kMost)) +
+      kTapsAtOnce - 1;
+  // Longer rows than those of the largest square leave less of the scratch memory.
+  constexpr size_t kMostOfLongRows = 1536;
+  const bool is_small = weights.rows() <= kMostTaps && weights.columns() <= kMostTaps;
+  return weights.Count() != 0 && weights.Within(1 << 7) &&
+         (is_small || places <= kMostOfLongRows) && NeighboursFitWords(weights) &&
          (is_short_ || (offset >= -kMostOffset && offset <= kMostOffset &&
                         HasFewGroups(weights, kMostRowPairGroups)));
 }
 
-RowPairWeights RowPairs::Store(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps,
-                               RowPairGroup* groups) const {
+RowPairWeights RowPairs::Store(const Weights& weights, size_t pitch, size_t step,
+                               const RowPairTaps& taps, RowPairGroup* groups) const {
   RowPairWeights stored = {};
   stored.taps = taps;
   stored.groups = groups;

@@ -104,17 +104,21 @@ class RowPairs {
  public:
   /// Looks for them; false when there are too many, or they or their sums are too large.
   bool Find(const Weights& weights, int32_t divisor, int32_t offset);
-  /// Taps are no more than these; groups no more than `kMostRowPairGroups`.
-  size_t MostTaps() const { return most_taps_; }
-  /// Writes taps and groups for pairs that lie `pitch` bytes apart; `step` are the bytes from a
-  /// pixel to its right neighbour. Where the pairs are, division and alpha are left open.
-  RowPairWeights Store(const Weights& weights, size_t pitch, size_t step, RowPairTap* taps,
+  /// Taps that `Store` needs room for, at most `kMostTapRoom`. Groups are no more than
+  /// `kMostRowPairGroups`.
+  size_t TapRoom() const { return tap_room_; }
+  /// Writes taps and groups for pairs that lie `pitch` bytes apart, 64 KiB in all at most; `step`
+  /// are the bytes from a pixel to its right neighbour. Where the pairs are, division and alpha are
+  /// left open.
+  RowPairWeights Store(const Weights& weights, size_t pitch, size_t step, const RowPairTaps& taps,
                        RowPairGroup* groups) const;
 
- private:
-  static constexpr size_t kMostRowPairTaps = 1536;
+  /// Taps are made this many at a time, as a vector has lanes.
+  static constexpr size_t kTapsAtOnce = 4;
+  static constexpr size_t kMostTapRoom = kMostTaps * (kMostTaps / 2 + 1) + kTapsAtOnce - 1;
 
-  size_t most_taps_ = 0;
+ private:
+  size_t tap_room_ = 0;
   bool is_short_ = false;
   ShortFinish finish_;
 };

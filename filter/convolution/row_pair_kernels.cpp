@@ -37,18 +37,16 @@ struct RowPairSums {
 class GroupWalk {
  public:
   QEL_SIMD_INLINE GroupWalk(const RowPairWeights& weights, size_t k)
-      : weights_(weights),
-        pairs_(weights.pairs + 2 * k),
-        tap_(weights.taps),
-        group_(weights.groups) {}
+      : weights_(weights), pairs_(weights.pairs + 2 * k), group_(weights.groups) {}
   /// Sums the next group.
   QEL_SIMD_INLINE void Next(RowPairSums& sums) {
     const RowPairGroup& group = *group_++;
     for (I16& v : sums.upper) v = Set<I16>(group.upper_start);
     for (I16& v : sums.lower) v = Set<I16>(group.lower_start);
-    for (const RowPairTap* const end = weights_.taps + group.end; tap_ != end; ++tap_) {
-      const PairLanes upper = SetPairs(tap_->upper), lower = SetPairs(tap_->lower);
-      const uint8_t* const from = pairs_ + tap_->place;
+    const auto [places, uppers, lowers] = weights_.taps;
+    for (; tap_ != group.end; ++tap_) {
+      const PairLanes upper = SetPairs(uppers[tap_]), lower = SetPairs(lowers[tap_]);
+      const uint8_t* const from = pairs_ + places[tap_];
       for (size_t v = 0; v < kAbreast; ++v) {
         const U8 both = LoadOnce(from + v * kVectorBytes);
         sums.upper[v] += SumPairs(both, upper);
@@ -61,7 +59,7 @@ class GroupWalk {
  private:
   const RowPairWeights& weights_;
   const uint8_t* const pairs_;
-  const RowPairTap* tap_;
+  size_t tap_ = 0;
   const RowPairGroup* group_;
 };
 

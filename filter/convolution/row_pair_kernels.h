@@ -9,13 +9,13 @@ namespace qel {
 // the upper row's windows, then 2 and 3. Bytes of both rows of a pair lie side by side, so that one
 // instruction weighs them.
 
-/// What two output rows take from a pair of rows in one column.
-struct RowPairTap {
-  uint32_t place;  ///< of the pair in the column of the first window
+/// What two output rows take from a pair of rows in one column, one array each.
+struct RowPairTaps {
+  uint16_t* places;  ///< of the pair in the column of the first window
   // For each of them the weights of both rows of the pair as signed bytes, twice. Sums of two bytes
   // weighed by them fit signed 16 bits.
-  int32_t upper;
-  int32_t lower;
+  int32_t* upper;
+  int32_t* lower;
 };
 
 /// Taps up to number `end` whose sums fit 16 bits, counted from where they start.
@@ -31,7 +31,7 @@ inline constexpr size_t kMostRowPairGroups = 30;
 /// A kernel as taps of row pairs.
 struct RowPairWeights {
   const uint8_t* pairs;  ///< where all places are counted from
-  const RowPairTap* taps;
+  RowPairTaps taps;
   size_t tap_count;
   const RowPairGroup* groups;
   size_t group_count;
@@ -45,7 +45,7 @@ struct RowPairWeights {
   /// Of pixels of four bytes: where the bytes of the pair lie whose fourth ones are those of the
   /// upper output row and of the lower one, and whether these are the pair's second row.
   struct Alpha {
-    uint32_t place;
+    uint16_t place;
     bool is_second;
   };
   bool takes_alpha;  ///< else all bytes are sums

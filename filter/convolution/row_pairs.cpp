@@ -34,12 +34,13 @@ class RowPairTiles {
   }
 
  private:
-  size_t TapBytes() const { return InLines(job_.plan.row_pairs.MostTaps() * sizeof(RowPairTap)); }
+  /// Bytes of the weights of taps for one of two output rows.
+  size_t TapBytes() const { return InLines(job_.plan.row_pairs.TapRoom() * sizeof(int32_t)); }
   int64_t MostColumns() const {
     // Rows of bytes: what is outside, those read, and outputs that cannot go where they belong.
     const size_t rows = size_t{1} + (reads_in_place_ ? 0 : 2) + (stores_in_place_ ? 0 : 1);
     constexpr size_t kMostRounded = 127;
-    const size_t bytes = job_.scratch.size() - TapBytes() - (pair_count_ + rows) * kMostRounded;
+    const size_t bytes = job_.scratch.size() - 2 * TapBytes() - (pair_count_ + rows) * kMostRounded;
     const size_t covered = bytes / (2 * pair_count_ + rows);
     return std::min(static_cast<int64_t>((covered - reach_) / step_), job_.out.MostOpened());
   }
@@ -73,7 +74,10 @@ class RowPairTiles {
     const size_t covered = outputs + reach_;
     uint8_t* next = job_.scratch.data();
     const auto take = [&](size_t bytes) { return std::exchange(next, next + bytes); };
-    auto* const taps = reinterpret_cast<RowPairTap*>(take(TapBytes()));
+    RowPairTaps taps;
+    taps.places = places_;
+    taps.upper = reinterpret_cast<int32_t*>(take(TapBytes()));
+    taps.lower = reinterpret_cast<int32_t*>(take(TapBytes()));
     outside_ = take(InLines(covered));
     for (uint8_t*& row : read_) row = reads_in_place_ ? nullptr : take(InLines(covered));
     lower_ = stores_in_place_ ? nullptr : take(InLines(outputs));
@@ -84,13 +88,12 @@ class RowPairTiles {
     kernels_.interleave(pairs_, outside_, outside_, covered);
     for (size_t i = 1; i < pair_count_; ++i) std::memcpy(pairs_ + i * pitch_, pairs_, 2 * covered);
     weights_ = job_.plan.row_pairs.Store(job_.weights, pitch_, step_, taps, groups_);
-    taps_ = {taps, weights_.tap_count};
     weights_.pairs = pairs_;
     weights_.division = job_.plan.division;
     weights_.takes_alpha = takes_alpha_;
     for (size_t i = 0; i < 2; ++i) {
       const size_t last = job_.weights.rows() - 1 + i;
-      weights_.alphas[i] = {static_cast<uint32_t>(last / 2 * pitch_ + 2 * reach_), last % 2 != 0};
+      weights_.alphas[i] = {static_cast<uint16_t>(last / 2 * pitch_ + 2 * reach_), last % 2 != 0};
     }
   }
 
@@ -112,13 +115,12 @@ class RowPairTiles {
     next_ = Below(next_);
   }
   /// The same place in the next pair.
-  uint32_t Below(uint32_t place) const {
-    place += static_cast<uint32_t>(pitch_);
-    const auto end = static_cast<uint32_t>(pair_count_ * pitch_);
-    return place < end ? place : place - end;
+  uint16_t Below(uint16_t place) const {
+    const auto last = static_cast<uint16_t>((pair_count_ - 1) * pitch_);
+    return static_cast<uint16_t>(place < last ? place + pitch_ : place - last);
   }
   void Advance() {
-    for (RowPairTap& tap : taps_) tap.place = Below(tap.place);
+    for (size_t i = 0; i < weights_.tap_count; ++i) places_[i] = Below(places_[i]);
     for (RowPairWeights::Alpha& alpha : weights_.alphas) alpha.place = Below(alpha.place);
   }
 
@@ -164,14 +166,15 @@ class RowPairTiles {
   uint8_t* lower_ = nullptr;
   uint8_t* pairs_ = nullptr;  ///< a ring
   size_t pitch_ = 0;
-  uint32_t next_ = 0;  ///< where the next pair goes
-  std::span<RowPairTap> taps_;
+  uint16_t next_ = 0;  ///< where the next pair goes
   RowPairGroup groups_[kMostRowPairGroups];
+  uint16_t places_[RowPairs::kMostTapRoom];  ///< beside the scratch memory, which tiles need
   RowPairWeights weights_;
 };
 
 }  // namespace
 
-void ConvolveRowPairs(const ConvolutionJob& job) { RowPairTiles(job).Run(); }
+// Inlined, its places would be on the stack of all methods.
+[[gnu::noinline]] void ConvolveRowPairs(const ConvolutionJob& job) { RowPairTiles(job).Run(); }
 
 }  // namespace qel
