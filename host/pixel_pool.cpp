@@ -63,7 +63,7 @@ class PixelPool {
   }
 
   /// Frees a waiting block that `size` is a little too much for: a larger one takes its place.
-  /// Where none waits, the next one that is given back goes.
+  /// Where none waits, the next one that is given back goes, unless one is asked for anew first.
   void MakeRoomFor(size_t size) {
     const std::lock_guard lock(mutex_);
     for (size_t i = 0; i < count_; ++i) {
@@ -72,7 +72,7 @@ class PixelPool {
         return;
       }
     }
-    if (size > grown_size_) grown_ = 0;
+    if (size > grown_size_ || IsOutgrown(size, grown_size_)) grown_ = 0;
     grown_size_ = std::max(grown_size_, size);
     if (size == grown_size_) ++grown_;
   }

@@ -206,6 +206,13 @@ TEST(HostImage, RecyclesMemoryBetweenImagesAndThreads) {
   for (std::thread& thread : threads) thread.join();
 }
 
+TEST(HostImage, KeepsTheMemoryOfASmallerSizeThatIsAskedForAgain) {
+  const auto make = [](int height) { return HostImage::Make(1000, height, 32, kModelArgb); };
+  const auto large = make(1000), other = make(1000);
+  make(800)->Fill(0x01020304);
+  EXPECT_TRUE(IsFilled(make(800)->Row(400) + 8, 1, 4));
+}
+
 tagREFString Text(std::wstring_view text) { return {text.size(), text.data()}; }
 
 SmartPtr<ICreatableString> Spell(SmartPtr<ICreatableString> string, std::wstring_view text) {
