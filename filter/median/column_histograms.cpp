@@ -115,7 +115,7 @@ class ColumnHistograms {
     count_outside(0, columns, size_);
     count_outside(before, before + static_cast<size_t>(end - begin), size_ - rows);
     for (int64_t row = 0; row < rows; ++row) {
-      kernels_.recount(inner_, nullptr, Enter(row), InnerColumns());
+      short_kernels_.recount(inner_, nullptr, Enter(row), InnerColumns());
     }
   }
   size_t InnerColumns() const { return static_cast<size_t>(columns_.end() - columns_.begin()); }
@@ -131,7 +131,7 @@ class ColumnHistograms {
   void Replace(int64_t entering, int64_t leaving) {
     if (columns_.begin() == columns_.end() || (entering >= rows_of_source_ && leaving < 0)) return;
     const uint8_t* const left = columns_.Read(leaving, leaving_);
-    kernels_.recount(inner_, left, Enter(entering), InnerColumns());
+    short_kernels_.recount(inner_, left, Enter(entering), InnerColumns());
   }
 
   const ImageView dest_;
