@@ -23,8 +23,7 @@ struct ExtremaJob {
 
 // The methods; each does what `RunExtrema` does.
 void RunExtremaByGroups(const ExtremaJob& job);
-/// False when there is no memory for rows as many as windows are high.
-bool RunExtremaByBlocks(const ExtremaJob& job);
+void RunExtremaByWideGroups(const ExtremaJob& job);
 
 }  // namespace qel
 

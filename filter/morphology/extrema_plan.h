@@ -15,7 +15,7 @@ namespace qel {
 enum class Extrema { kMinimum, kMaximum, kRange };  // the range: maximum - minimum
 
 /// How they are found, in the order of preference.
-enum class ExtremaMethod { kCopy, kSquare, kGroups, kBlocks };
+enum class ExtremaMethod { kCopy, kSquare, kGroups, kWideGroups };
 
 inline constexpr MethodText kExtremaMethods[] = {
     {"copy", "size 1, a copy of each row"},
@@ -23,15 +23,10 @@ inline constexpr MethodText kExtremaMethods[] = {
      "up to 7, the whole window in one pass: down its rows, then across the columns, which stay in "
      "registers, or in the nearest cache for even sizes; `2 size - 2` comparisons a byte"},
     {"groups",
-     "up to 127, at 24 and 32 bits 112, and `edge` 119 and 84, rows in groups of eight that share "
-     "a "
-     "core, which consists of the extrema of eight rows each, with a suffix above it and a prefix "
-     "below (van Herk 1992, Gil and Werman 1993): three to five comparisons a byte, and across "
-     "them `log2(size)`"},
-    {"blocks",
-     "beyond, rows that are widened one by one, and then blocks of as many as windows have: each "
-     "window is the end of one and the begin of the next, three comparisons a byte, and across "
-     "them `log2(size)`"},
+     "up to 127, rows in groups of eight that share a core, which consists of the extrema of eight "
+     "rows each, with a suffix above it and a prefix below (van Herk 1992, Gil and Werman 1993): "
+     "three to five comparisons a byte, and across them `log2(size)`"},
+    {"wide-groups", "beyond, larger groups, of columns as well"},
 };
 
 /// What extrema take, made from the size of windows and the shape of the image.
@@ -40,6 +35,9 @@ struct ExtremaPlan {
   Extrema extrema;
   int size;  ///< pixels of a window's side, at least 1
 };
+
+/// Most columns that are reduced together by `kWideGroups`, whose windows must have some in common.
+inline constexpr int64_t kWideColumns = 128;
 
 /// The plan with `method` for windows of `size`, at least 1; nothing when that cannot find the
 /// extrema of `source`.
@@ -55,38 +53,28 @@ inline std::optional<ExtremaPlan> PlanExtremaBy(ExtremaMethod method, Extrema ex
       can = size <= int{kMostSquare};
       break;
     case ExtremaMethod::kGroups:
-      can = size >= int{kGroupRows} && size <= int{kMostGrouped};
+      can = size >= int{kGroupRows} && size <= int{kMostAcross};
       break;
-    case ExtremaMethod::kBlocks:
-      can = size >= int{kGroupRows};
+    case ExtremaMethod::kWideGroups:
+      can = size >= std::min(source.Columns(), kWideColumns);
       break;
   }
   if (!can) return std::nullopt;
   return ExtremaPlan{method, extrema, size};
 }
 
-/// The largest windows that groups find sooner than blocks: of more pixels, and of two extrema, the
-/// nearest cache holds shorter pieces.
-inline int MostGrouped(Extrema extrema, int bit_count) {
-  if (bit_count < 24) return extrema == Extrema::kRange ? 119 : int{kMostGrouped};
-  return extrema == Extrema::kRange ? 84 : 112;
-}
-
 /// The plan with the first method that can and pays.
 inline ExtremaPlan PlanExtrema(Extrema extrema, int size, const ImageView& source) {
-  for (size_t i = 0; i < std::size(kExtremaMethods); ++i) {
-    const auto method = static_cast<ExtremaMethod>(i);
-    const bool pays =
-        method != ExtremaMethod::kGroups || size <= MostGrouped(extrema, source.bit_count);
-    const auto plan = PlanExtremaBy(method, extrema, size, source);
-    if (pays && plan) return *plan;
+  for (const ExtremaMethod method :
+       {ExtremaMethod::kCopy, ExtremaMethod::kSquare, ExtremaMethod::kGroups}) {
+    if (const auto plan = PlanExtremaBy(method, extrema, size, source)) return *plan;
   }
-  return {ExtremaMethod::kBlocks, extrema, size};
+  return {ExtremaMethod::kWideGroups, extrema, size};
 }
 
-/// Writes the extrema of `source` to `dest`, which has its shape and pixels to store. False when
-/// there is no memory for `kBlocks`; the other methods take none beside the stack.
-bool RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest);
+/// Writes the extrema of `source` to `dest`, which has its shape and pixels to store. Allocates
+/// nothing.
+void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest);
 
 }  // namespace qel
 

@@ -22,11 +22,11 @@ void RunSquare(const ExtremaJob& job) {
 
 }  // namespace
 
-bool RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest) {
+void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageView& dest) {
   if (plan.method == ExtremaMethod::kCopy) {
     CopyRows(dest.bits, dest.stride, source.bits, source.stride,
              source.Columns() * (source.bit_count / 8), source.Rows());
-    return true;
+    return;
   }
   const FilterKernels& all = ActiveFilterKernels();
   const ExtremumKernels* const minimum = &all.minimum;
@@ -43,15 +43,12 @@ bool RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageVie
     case ExtremaMethod::kCopy:
       break;
     case ExtremaMethod::kSquare:
-      RunSquare(job);
-      break;
+      return RunSquare(job);
     case ExtremaMethod::kGroups:
-      RunExtremaByGroups(job);
-      break;
-    case ExtremaMethod::kBlocks:
-      return RunExtremaByBlocks(job);
+      return RunExtremaByGroups(job);
+    case ExtremaMethod::kWideGroups:
+      return RunExtremaByWideGroups(job);
   }
-  return true;
 }
 
 namespace {
@@ -60,7 +57,8 @@ namespace {
 result_t Run(IQEL* image, Extrema extrema, int size, uint32_t empty, IQEL** result) {
   return FilterWindows(image, size, empty, result,
                        [=](const ImageView& source, const ImageView& dest) {
-                         return RunExtrema(PlanExtrema(extrema, size, source), source, dest);
+                         RunExtrema(PlanExtrema(extrema, size, source), source, dest);
+                         return true;
                        });
 }
 

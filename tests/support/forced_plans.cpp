@@ -75,8 +75,8 @@ bool Run(std::string_view operation, size_t number, const operations::MethodArgu
   const auto extrema = operation == "Erode"    ? Extrema::kMinimum
                        : operation == "Dilate" ? Extrema::kMaximum
                                                : Extrema::kRange;
-  const auto plan = PlanExtremaBy(static_cast<ExtremaMethod>(number), extrema, size, source);
-  return plan && RunExtrema(*plan, source, dest);
+  return run_if(PlanExtremaBy(static_cast<ExtremaMethod>(number), extrema, size, source),
+                RunExtrema);
 }
 
 }  // namespace

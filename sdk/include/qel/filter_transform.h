@@ -16,9 +16,9 @@ namespace qel {
 /// Ownership: with a non-null `result`, `*result` holds one reference to the new image for the
 /// caller and `image` is not changed; with a null `result` the new content is assigned to `image`.
 /// Result: kOk, also when an image to be assigned to does not answer `IQELImage` and keeps its
-/// content; kFail for a null image, and without a new image or memory, which `Median` from size 5
-/// and extrema from size 85 may need. After a failure `*result` is untouched. Threads: any, on
-/// images that no other thread is writing; `Jitter` and `Noise` share `rand` of the process.
+/// content; kFail for a null image, and without a new image or memory, which only `Median` from
+/// size 5 may need. After a failure `*result` is untouched. Threads: any, on images that no other
+/// thread is writing; `Jitter` and `Noise` share `rand` of the process.
 class IQELFilterTransform : public IUnknown {
  public:
   // The order of these functions is the binary interface.
