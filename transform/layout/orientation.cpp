@@ -13,7 +13,7 @@
 namespace qel {
 namespace {
 
-using ReverseRow = void (*)(uint8_t* dest, const uint8_t* source, size_t count);
+using ReverseRow = decltype(OrientationKernels::reverse1);
 
 /// The kernel for pixels of this many bytes, or null.
 ReverseRow ReverseFor(int pixel_bytes) {
@@ -57,18 +57,16 @@ constexpr int64_t HalfTurnShift(int pixel_bytes) {
 void HalfTurn(const PixelPlane& dest, const PixelPlane& source, int64_t width, int64_t height,
               int pixel_bytes) {
   const ReverseRow reverse = ReverseFor(pixel_bytes);
-  // Pixels of 3 bytes that are stored past the caches wait for rows that come from the last one up.
-  const bool fetches = pixel_bytes == 3 && width * height * pixel_bytes >= LeastStreamedBytes();
+  const bool streams = width * height * pixel_bytes >= LeastStreamedBytes();
   WriteRows(dest.bits, dest.stride, pixel_bytes, width, height, true,
             [&](uint8_t* to, int64_t y, int64_t first, size_t count) {
               const int64_t left = width - first - static_cast<int64_t>(count);
               const uint8_t* const from =
                   source.Row(height - 1 - y) + left * pixel_bytes - HalfTurnShift(pixel_bytes);
-              if (fetches && y + 1 < height) {
-                PrefetchRun(from - source.stride, static_cast<int64_t>(count) * pixel_bytes);
-              }
               if (reverse != nullptr) {
-                reverse(to, from, count);
+                const bool is_last = y + 1 == height;
+                reverse(to, from, count,
+                        {is_last ? 0 : -source.stride, is_last || streams ? 0 : dest.stride});
               } else {
                 ReverseAnySize(to, from, static_cast<int64_t>(count), pixel_bytes);
               }
@@ -162,18 +160,15 @@ result_t CQELImageTransform::Mirror(IQEL* source, IQEL** result) {
   const ImageView mirrored = output.View();
   const ReverseRow reverse = ReverseFor(ExactPixelBytes(view.bit_count));
   if (reverse != nullptr && view.HasPixels() && mirrored.HasPixels()) {
-    // Pixels of 4 bytes move as fast as the processor foresees their rows by itself; single bytes
-    // wait for the rows that they are written to as well.
     const int pixel_bytes = ExactPixelBytes(view.bit_count);
+    const bool streams = view.Columns() * view.Rows() * pixel_bytes >= LeastStreamedBytes();
     WriteRows(mirrored.bits, mirrored.stride, pixel_bytes, view.Columns(), view.Rows(), true,
               [&](uint8_t* to, int64_t y, int64_t first, size_t count) {
                 const auto bytes = static_cast<int64_t>(count) * pixel_bytes;
                 const int64_t left = (view.Columns() - first) * pixel_bytes - bytes;
-                if (view.bit_count < 32 && y + 1 < view.Rows()) {
-                  PrefetchRun(view.Row(y + 1) + left, bytes);
-                  if (view.bit_count == 8) PrefetchRun<1>(to + mirrored.stride, bytes);
-                }
-                reverse(to, view.Row(y) + left, count);
+                const bool is_last = y + 1 == view.Rows();
+                reverse(to, view.Row(y) + left, count,
+                        {is_last ? 0 : view.stride, is_last || streams ? 0 : mirrored.stride});
               });
   }
   return StoreIfWanted(output, result);

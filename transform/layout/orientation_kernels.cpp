@@ -327,18 +327,26 @@ void Exchange4(uint8_t* top, uint8_t* bottom, size_t count) {
   ExchangePixels4(top, bottom, count);
 }
 
-/// Lanes in the opposite order: within blocks, then the blocks.
+/// Lanes in the opposite order: words at once, bytes within blocks and then the blocks.
 template <typename V>
 QEL_SIMD_INLINE V Reverse(V v) {
   constexpr size_t m = kBlockLanes<V>;
+  if constexpr (m == 4) return Shuffled<V>(v, v, [](size_t i) { return V::kLanes - 1 - i; });
   const V turned = Shuffled<V>(v, v, [](size_t i) { return i - i % m + m - 1 - i % m; });
   return Shuffled<V>(turned, turned, [](size_t i) { return V::kLanes - m - i + 2 * (i % m); });
+}
+
+/// Brings what lies so far ahead. What is asked for row by row waits for most of a row before the
+/// first of its pixels is moved.
+QEL_SIMD_INLINE void Prefetch(const uint8_t* dest, const uint8_t* source, const RowsAhead& ahead) {
+  PrefetchLine(source + ahead.source);
+  PrefetchLine<1>(dest + ahead.dest);
 }
 
 /// Pixels of 3 bytes in the opposite order, until fewer than a vector of them are left; returns
 /// their number. Each lookup turns as many whole pixels as fit with a byte more, which is loaded
 /// from the pixel before and stored over by the next ones.
-size_t ReverseTriples(uint8_t* dest, const uint8_t* source, size_t count) {
+size_t ReverseTriples(uint8_t* dest, const uint8_t* source, size_t count, const RowsAhead& ahead) {
   constexpr size_t kTable = kHasByteLookup ? kVectorBytes : 16;
   constexpr size_t kPixels = (kTable - 1) / 3;
   constexpr size_t kAtOnce = kVectorBytes / kTable * kPixels;
@@ -348,6 +356,7 @@ size_t ReverseTriples(uint8_t* dest, const uint8_t* source, size_t count) {
     const auto last_of = [=](size_t table) {
       return source + 3 * (count - table * kPixels) - kTable;
     };
+    Prefetch(dest, source + 3 * (count - kAtOnce), ahead);
     if constexpr (kHasByteLookup) {
       StoreU(TableLookupLanes(LoadU<U8>(last_of(0)), LoadU<U8>(kOrder.bytes)), dest);
     } else {
@@ -359,16 +368,25 @@ size_t ReverseTriples(uint8_t* dest, const uint8_t* source, size_t count) {
 }
 
 template <int kBytes>
-void ReverseRow(uint8_t* dest, const uint8_t* source, size_t count) {
-  // The words of a pixel are what 4-byte pixels move in.
-  if constexpr (kHasTableLookupBytes && kBytes == 1) {
-    for (; count >= kVectorBytes; count -= kVectorBytes, dest += kVectorBytes) {
-      StoreU(Reverse(LoadU<U8>(source + count - kVectorBytes)), dest);
-    }
-  } else if constexpr (kHasTableLookupBytes && kBytes == 3) {
-    const size_t rest = ReverseTriples(dest, source, count);
+void ReverseRow(uint8_t* dest, const uint8_t* source, size_t count, const RowsAhead& ahead) {
+  if constexpr (kHasTableLookupBytes && kBytes == 3) {
+    const size_t rest = ReverseTriples(dest, source, count, ahead);
     dest += 3 * (count - rest);
     count = rest;
+  } else if constexpr (kHasTableLookupBytes) {
+    using Pixels = std::conditional_t<kBytes == 1, U8, U32>;
+    for (; count >= Pixels::kLanes; count -= Pixels::kLanes, dest += kVectorBytes) {
+      const uint8_t* const from = source + kBytes * (count - Pixels::kLanes);
+      Prefetch(dest, from, ahead);
+      StoreU(Reverse(LoadU<Pixels>(from)), dest);
+    }
+  } else {
+    constexpr size_t kRun = 64;
+    for (; count >= kRun; count -= kRun, dest += kBytes * kRun) {
+      const uint8_t* const from = source + kBytes * (count - kRun);
+      for (size_t at = 0; at < kBytes * kRun; at += 64) Prefetch(dest + at, from + at, ahead);
+      ReversePixels<kBytes>(dest, from, kRun);
+    }
   }
   ReversePixels<kBytes>(dest, source, count);
 }

@@ -12,13 +12,20 @@ using TransposePixels = void (*)(uint8_t* dest, int64_t dest_stride, const uint8
                                  int64_t source_stride, int64_t columns, int64_t rows,
                                  bool streams);
 
+/// Bytes from pixels to those of the rows that come next, which the memory brings meanwhile; 0
+/// where none do.
+struct RowsAhead {
+  int64_t source;
+  int64_t dest;
+};
+
 /// Row and plane functions that move whole pixels of 1, 3 or 4 bytes. Source and destination never
 /// overlap, and nothing beyond the counted pixels is touched.
 struct OrientationKernels {
   /// dest[x] = source[count - 1 - x].
-  void (*reverse1)(uint8_t* dest, const uint8_t* source, size_t count);
-  void (*reverse3)(uint8_t* dest, const uint8_t* source, size_t count);
-  void (*reverse4)(uint8_t* dest, const uint8_t* source, size_t count);
+  void (*reverse1)(uint8_t* dest, const uint8_t* source, size_t count, const RowsAhead& ahead);
+  void (*reverse3)(uint8_t* dest, const uint8_t* source, size_t count, const RowsAhead& ahead);
+  void (*reverse4)(uint8_t* dest, const uint8_t* source, size_t count, const RowsAhead& ahead);
   /// Exchanges bytes 0 and 2 of every pixel.
   void (*swap_ends3)(uint8_t* row, size_t count);
   void (*swap_ends4)(uint8_t* row, size_t count);
