@@ -292,24 +292,26 @@ uint32_t CellOffsetsOf(int32_t* offsets, int32_t* sx, int32_t* sy, const double*
                        size_t count, const PointRule& points, const OffsetRule& rule) {
   const PointRule p = points;
   const OffsetRule r = rule;
+  // Cells before the first one inside become the largest numbers.
+  const int32_t before_left = WrapAdd(r.left, INT32_MIN), before_top = WrapAdd(r.top, INT32_MIN);
   uint32_t inside_groups = 0;
   for (size_t first = 0; first < count; first += kPointGroup) {
     U64 signs = Zero<U64>();
-    U32 last_column = Zero<U32>(), last_row = Zero<U32>();
+    I32 last_column = Set<I32>(INT32_MIN), last_row = Set<I32>(INT32_MIN);
     for (size_t i = first; i < first + kPointGroup; i += I32::kLanes) {
       const Moved moved = MovedPoints(p, x + i, y + i);
       signs |= Either(moved.x0, moved.y0) | Either(moved.x1, moved.y1);
       const Pixels at = {Truncated(moved.x0, moved.x1), Truncated(moved.y0, moved.y1)};
-      last_column = Max(last_column, BitCast<U32>(at.x - Set<I32>(r.left)));
-      last_row = Max(last_row, BitCast<U32>(at.y - Set<I32>(r.top)));
+      last_column = Max(last_column, at.x - Set<I32>(before_left));
+      last_row = Max(last_row, at.y - Set<I32>(before_top));
       StoreU(at.x, sx + i);
       StoreU(at.y, sy + i);
       StoreU(OffsetsOfCells(at, r, kBytes), offsets + i);
     }
-    const Mask<U32> outside = (last_column >= Set<U32>(static_cast<uint32_t>(r.columns))) |
-                              (last_row >= Set<U32>(static_cast<uint32_t>(r.rows)));
-    const U32 negative = BitCast<U32>(signs & Set<U64>(uint64_t{1} << 63));
-    if (AllFalse((VecFromMask(outside) | negative) != Zero<U32>())) [[likely]] {
+    const Mask<I32> outside = (last_column >= Set<I32>(WrapAdd(r.columns, INT32_MIN))) |
+                              (last_row >= Set<I32>(WrapAdd(r.rows, INT32_MIN)));
+    const I32 negative = BitCast<I32>(signs & Set<U64>(uint64_t{1} << 63));
+    if (AllFalse((VecFromMask(outside) | negative) != Zero<I32>())) [[likely]] {
       inside_groups |= 1u << first / kPointGroup;
     } else {
       MixedGroup(offsets + first, sx + first, sy + first, x + first, y + first, p, r);
