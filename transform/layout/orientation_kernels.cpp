@@ -139,13 +139,16 @@ void TransposeTile(uint8_t* dest, int64_t dest_stride, const uint8_t* source, in
   }
 }
 
+/// Not inlined: its loop would share registers with those round it.
 template <int kBytes>
-void TransposeSingly(uint8_t* dest, int64_t dest_stride, const uint8_t* source,
-                     int64_t source_stride, int64_t columns, int64_t rows) {
+[[gnu::noinline]] void TransposeSingly(uint8_t* __restrict dest, int64_t dest_stride,
+                                       const uint8_t* __restrict source, int64_t source_stride,
+                                       int64_t columns, int64_t rows) {
   for (int64_t y = 0; y < columns; ++y) {
-    for (int64_t x = 0; x < rows; ++x) {
-      CopyPixel<kBytes>(dest + y * dest_stride + x * kBytes,
-                        source + x * source_stride + y * kBytes);
+    uint8_t* to = dest + y * dest_stride;
+    const uint8_t* from = source + y * kBytes;
+    for (int64_t x = 0; x < rows; ++x, to += kBytes, from += source_stride) {
+      CopyPixel<kBytes>(to, from);
     }
   }
 }
