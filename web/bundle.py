@@ -8,7 +8,7 @@ import pathlib
 import re
 import sys
 
-MODULES = ['chain.js', 'pictures.js', 'controls.js', 'engine.js', 'view.js', 'app.js']
+MODULES = ['chain.js', 'pictures.js', 'controls.js', 'engine.js', 'view.js', 'gallery.js', 'app.js']
 
 
 def without_modules(text):

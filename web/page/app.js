@@ -11,19 +11,19 @@ import {
 } from './chain.js';
 import {stepForm} from './controls.js';
 import {Engine} from './engine.js';
+import {Gallery} from './gallery.js';
 import {atDepth, builtIn, readFile, shrink, writePng} from './pictures.js';
-import {View, draw} from './view.js';
+import {View} from './view.js';
 
 const PREVIEW_PIXELS = 1e6;
 const MOST_PIXELS = 64e6;
-const THUMBNAIL_PIXELS = 150 * 100;
 
 const get = (id) => document.getElementById(id);
 const engine = new Engine();
-const gallery = new Engine(); // a worker of its own: previews do not wait for thumbnails
 const view = new View(document);
 
 let table = new Map();
+let gallery = null; // a Gallery, once there is the table
 let source = null; // {rgba, width, height, bits} as opened
 let fileName = '';
 let picture = null; // at the chosen depth, full size
@@ -60,7 +60,7 @@ function applyDepth() {
   picture = atDepth(source, Number(get('depth').value));
   preview = shrink(picture, PREVIEW_PIXELS);
   refresh();
-  drawGallery();
+  gallery.draw();
 }
 
 async function openFile(file) {
@@ -243,7 +243,7 @@ function drawChain() {
             chain = chain.map((other, i) =>
               i === index ? {...other, values: {...other.values, [name]: value}} : other,
             );
-            if (!dragging) scheduleGallery();
+            if (!dragging) gallery.schedule();
             refresh();
           },
           move(by, label) {
@@ -266,7 +266,7 @@ function drawChain() {
   if (focused) document.getElementById(focused)?.focus();
   get('empty').hidden = chain.length > 0;
   showHistory();
-  scheduleGallery();
+  gallery.schedule();
 }
 
 /** Keyboards go on at the button of that label in a step, or near it. */
@@ -313,50 +313,8 @@ function drawLines() {
   }, 300);
 }
 
-// ---- The gallery
-
-let galleryTimer = 0,
-  galleryRound = 0;
-function scheduleGallery() {
-  clearTimeout(galleryTimer);
-  galleryTimer = setTimeout(drawGallery, 600);
-}
-
-/** Thumbnails of every operation on the picture as it is after the steps. */
-async function drawGallery() {
-  const round = ++galleryRound;
-  const base = shrink(shown?.picture ?? preview, THUMBNAIL_PIXELS);
-  const other = builtIn(base.width, base.height);
-  const second = atDepth(other, base.bits),
-    mask = atDepth(other, 8);
-  for (const [name, operation] of table) {
-    const item = get('gallery').querySelector(`[data-operation="${name}"]`);
-    const answer = await gallery.run(base, [operation.picture_step], {
-      'second.png': second,
-      'other.png': second,
-      'mask.png': mask,
-    });
-    if (round !== galleryRound) return;
-    const canvas = item.querySelector('canvas');
-    item.title = answer.picture ? operation.summary : answer.error;
-    canvas.style.opacity = answer.picture ? 1 : 0.25;
-    draw(canvas, answer.picture ?? base);
-  }
-}
-
-function buildGallery() {
-  for (const [name, operation] of table) {
-    const button = document.createElement('button');
-    button.type = 'button';
-    button.dataset.operation = name;
-    button.title = operation.summary;
-    button.append(document.createElement('canvas'), name);
-    button.onclick = () => addStep(operation.picture_step);
-    const item = document.createElement('div');
-    item.setAttribute('role', 'listitem');
-    item.append(button);
-    get('gallery').append(item);
-  }
+/** The list of operations to add, by component. */
+function listOperations() {
   let group = null;
   for (const [name, {component}] of table) {
     if (group?.label !== component) {
@@ -460,7 +418,8 @@ function listen() {
 async function main() {
   const rows = await engine.table();
   table = new Map(rows.operations.map((operation) => [operation.name, operation]));
-  buildGallery();
+  listOperations();
+  gallery = new Gallery(get('gallery'), table, () => shown?.picture ?? preview, addStep);
   listen();
   takeFragment();
   takePicture(builtIn(), 'picture.png');
