@@ -20,8 +20,10 @@ namespace {
 std::string Expectation(const Parameter& parameter) {
   const bool open_ended = parameter.minimum <= std::numeric_limits<int>::min() ||
                           parameter.maximum >= std::numeric_limits<int>::max();
-  return std::string(parameter.name) + " takes " + DescribeValues(parameter) +
-         (parameter.kind == Kind::kInt && open_ended ? ", as far as 32 bits hold it" : "");
+  std::string limit;
+  if (open_ended && parameter.kind == Kind::kInt) limit = ", as far as 32 bits hold it";
+  if (open_ended && parameter.kind == Kind::kNumber) limit = ", as far as 2147483647";
+  return std::string(parameter.name) + " takes " + DescribeValues(parameter) + limit;
 }
 
 bool ParseNumber(std::string_view text, double& number) {

@@ -17,7 +17,7 @@ constexpr std::string_view kDeform = "QELDeform";
 bool ParseCoordinate(std::string_view text, double whole, double& coordinate) {
   const bool is_share = text.ends_with('%');
   if (is_share) text.remove_suffix(1);
-  if (!ParseReal(text, coordinate)) return false;
+  if (!ParseReal(text, coordinate) || !std::isfinite(coordinate)) return false;
   if (is_share) coordinate *= whole / 100;
   return true;
 }
