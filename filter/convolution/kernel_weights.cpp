@@ -203,6 +203,9 @@ class GroupRange {
 };
 
 constexpr size_t kTapsAtOnce = RowPairs::kTapsAtOnce;
+constexpr size_t WholeVectors(size_t count) {
+  return (count + kTapsAtOnce - 1) & ~(kTapsAtOnce - 1);
+}
 
 /// What groups are formed from, of some columns of a pair of rows.
 struct PairColumns {
@@ -216,7 +219,7 @@ struct PairColumns {
 int32_t MakeTaps(const int32_t* above, const int32_t* first, const int32_t* second, size_t count,
                  int32_t* __restrict upper, int32_t* __restrict lower,
                  PairColumns& __restrict pairs) {
-  const size_t whole = (count + kTapsAtOnce - 1) & ~(kTapsAtOnce - 1);
+  const size_t whole = WholeVectors(count);
   int32_t zeros = 0;
   for (size_t i = 0; i < whole; ++i) {
     const int32_t a = above[i], b = first[i], c = second[i];
@@ -270,7 +273,7 @@ void DivideIntoGroups(const Weights& weights, size_t pitch, size_t step, const R
                                      row(j + 1, copies[2]), columns, next.upper, next.lower, pairs);
       const size_t place = j / 2 * pitch + left * step;
       if (zeros == 0) {
-        for (size_t i = 0; i < columns; ++i) {
+        for (size_t i = 0; i < WholeVectors(columns); ++i) {
           next.places[i] = static_cast<uint16_t>(place + i * step);
         }
         for (size_t i = 0; i < columns; i += kTapsAtOnce) {
