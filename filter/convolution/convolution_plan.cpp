@@ -46,7 +46,7 @@ bool Prepare(ConvolutionMethod method, int divisor, int offset, ConvolutionPlan&
     case ConvolutionMethod::kSeparable32:
       return plan.factors.Find(weights) && plan.factors.ShortDown();
     case ConvolutionMethod::kRowPairs:
-      return plan.row_pairs.Find(weights, divisor, offset);
+      return plan.row_pairs.Find(weights, divisor, offset, plan.division.in_single);
     case ConvolutionMethod::kDirect:
       return weights.rows() <= kMostTaps && weights.columns() <= kMostTaps;
     case ConvolutionMethod::kLarge:

@@ -236,10 +236,10 @@ int32_t MakeTaps(const int32_t* above, const int32_t* first, const int32_t* seco
   return zeros;
 }
 
-/// Writes the taps of all pairs of rows to `taps`, or only the first ones unless `kStores`, and
-/// calls end_group(group) for each group. Pairs lie `pitch` bytes apart, and their columns `step`.
-/// For the lower one of two output rows, windows begin a row further down.
-template <bool kStores, typename EndGroup>
+/// Writes the taps of all pairs of rows to `taps` and calls end_group(group) for each group. Pairs
+/// lie `pitch` bytes apart, and their columns `step`. For the lower one of two output rows, windows
+/// begin a row further down.
+template <typename EndGroup>
 void DivideIntoGroups(const Weights& weights, size_t pitch, size_t step, const RowPairTaps& taps,
                       const EndGroup& end_group) {
   static constexpr int32_t kNothing[PairColumns::kMost] = {};
@@ -267,8 +267,7 @@ void DivideIntoGroups(const Weights& weights, size_t pitch, size_t step, const R
         std::fill_n(std::copy(from, from + columns, copy), kTapsAtOnce, 0);
         return copy;
       };
-      const size_t to = kStores ? count : 0;
-      const RowPairTaps next = {taps.places + to, taps.upper + to, taps.lower + to};
+      const RowPairTaps next = {taps.places + count, taps.upper + count, taps.lower + count};
       const int32_t zeros = MakeTaps(row(j - 1, copies[0]), row(j, copies[1]),
                                      row(j + 1, copies[2]), columns, next.upper, next.lower, pairs);
       const size_t place = j / 2 * pitch + left * step;
@@ -316,23 +315,9 @@ bool NeighboursFitWords(const Weights& weights) {
   return true;
 }
 
-/// True when the groups are no more than `most`.
-bool HasFewGroups(const Weights& weights, size_t most) {
-  // The weights of each group and those of the next one, of the upper row or of the lower one, are
-  // more than a group takes.
-  const int64_t sizes = (weights.HighestSum() - weights.LowestSum()) / 255;
-  if (4 * sizes / (UINT16_MAX / 255) < static_cast<int64_t>(most)) return true;
-  uint16_t places[PairColumns::kMost];
-  int32_t upper[PairColumns::kMost], lower[PairColumns::kMost];
-  size_t groups = 0;
-  DivideIntoGroups<false>(weights, 0, 0, {places, upper, lower},
-                          [&](const RowPairGroup&) { ++groups; });
-  return groups <= most;
-}
-
 }  // namespace
 
-bool RowPairs::Find(const Weights& weights, int32_t divisor, int32_t offset) {
+bool RowPairs::Find(const Weights& weights, int32_t divisor, int32_t offset, bool in_single) {
   constexpr int32_t kMostOffset = 1 << 14;
   is_short_ = FindShortFinish(weights, divisor, offset, finish_);
   const size_t places = weights.columns() * (weights.rows() / 2 + 1);
@@ -345,8 +330,7 @@ bool RowPairs::Find(const Weights& weights, int32_t divisor, int32_t offset) {
   const bool is_small = weights.rows() <= kMostTaps && weights.columns() <= kMostTaps;
   return weights.Count() != 0 && weights.Within(1 << 7) &&
          (is_small || places <= kMostOfLongRows) && NeighboursFitWords(weights) &&
-         (is_short_ || (offset >= -kMostOffset && offset <= kMostOffset &&
-                        HasFewGroups(weights, kMostRowPairGroups)));
+         (is_short_ || (in_single && offset >= -kMostOffset && offset <= kMostOffset));
 }
 
 RowPairWeights RowPairs::Store(const Weights& weights, size_t pitch, size_t step,
@@ -356,7 +340,7 @@ RowPairWeights RowPairs::Store(const Weights& weights, size_t pitch, size_t step
   stored.groups = groups;
   stored.is_short = is_short_;
   stored.finish = finish_;
-  DivideIntoGroups<true>(weights, pitch, 2 * step, taps, [&](const RowPairGroup& group) {
+  DivideIntoGroups(weights, pitch, 2 * step, taps, [&](const RowPairGroup& group) {
     groups[stored.group_count++] = is_short_ ? RowPairGroup{group.end, 0, 0} : group;
     stored.tap_count = group.end;
     stored.upper_bias -= group.upper_start;

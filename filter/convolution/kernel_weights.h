@@ -102,8 +102,9 @@ class Pairs {
 /// A kernel as taps of pairs of rows.
 class RowPairs {
  public:
-  /// Looks for them; false when there are too many, or they or their sums are too large.
-  bool Find(const Weights& weights, int32_t divisor, int32_t offset);
+  /// Looks for them; false when there are too many, or they or their sums are too large. Sums that
+  /// need more than 16 bits are to be divided `in_single` precision.
+  bool Find(const Weights& weights, int32_t divisor, int32_t offset, bool in_single);
   /// Taps that `Store` needs room for, at most `kMostTapRoom`. Groups are no more than
   /// `kMostRowPairGroups`.
   size_t TapRoom() const { return tap_room_; }

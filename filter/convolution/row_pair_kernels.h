@@ -25,8 +25,10 @@ struct RowPairGroup {
   int16_t lower_start;
 };
 
-/// So that all sums are small enough for division in single precision; an even number.
-inline constexpr size_t kMostRowPairGroups = 30;
+/// Most groups of weights whose sums are divided in single precision: the weights of two groups in
+/// sequence add up to more than UINT16_MAX / 255 for one of the output rows, and all of both rows
+/// to 4 * kSingleRange / 255 at most, which are 128 times that.
+inline constexpr size_t kMostRowPairGroups = 256;
 
 /// A kernel as taps of row pairs.
 struct RowPairWeights {
