@@ -355,18 +355,25 @@ size_t ReverseTriples(uint8_t* dest, const uint8_t* source, size_t count, const 
   constexpr size_t kAtOnce = kVectorBytes / kTable * kPixels;
   static constexpr auto kOrder = MakePattern<kTable>(
       [](size_t i) { return i < 3 * kPixels ? kTable - 3 * (i / 3 + 1) + i % 3 : 0; });
-  for (; count > kAtOnce; count -= kAtOnce, dest += 3 * kAtOnce) {
+  const auto reverse = [&] {
     const auto last_of = [=](size_t table) {
       return source + 3 * (count - table * kPixels) - kTable;
     };
-    Prefetch(dest, source + 3 * (count - kAtOnce), ahead);
     if constexpr (kHasByteLookup) {
       StoreU(TableLookupLanes(LoadU<U8>(last_of(0)), LoadU<U8>(kOrder.bytes)), dest);
     } else {
       const U8 turned = ShuffleBlocks(GatherBlocks<U8>(last_of), kOrder);
       StoreBlocks(turned, dest, 3 * kPixels);
     }
+    count -= kAtOnce;
+    dest += 3 * kAtOnce;
+  };
+  constexpr size_t kVectors = 64 / kVectorBytes;  // of no more than a line
+  while (count > kVectors * kAtOnce) {
+    Prefetch(dest, source + 3 * (count - kVectors * kAtOnce), ahead);
+    for (size_t v = 0; v < kVectors; ++v) reverse();
   }
+  while (count > kAtOnce) reverse();
   return count;
 }
 
@@ -378,11 +385,17 @@ void ReverseRow(uint8_t* dest, const uint8_t* source, size_t count, const RowsAh
     count = rest;
   } else if constexpr (kHasTableLookupBytes) {
     using Pixels = std::conditional_t<kBytes == 1, U8, U32>;
-    for (; count >= Pixels::kLanes; count -= Pixels::kLanes, dest += kVectorBytes) {
-      const uint8_t* const from = source + kBytes * (count - Pixels::kLanes);
-      Prefetch(dest, from, ahead);
-      StoreU(Reverse(LoadU<Pixels>(from)), dest);
+    const auto reverse = [&] {
+      count -= Pixels::kLanes;
+      StoreU(Reverse(LoadU<Pixels>(source + kBytes * count)), dest);
+      dest += kVectorBytes;
+    };
+    constexpr size_t kVectors = 64 / kVectorBytes;  // of a line
+    while (count >= kVectors * Pixels::kLanes) {
+      Prefetch(dest, source + kBytes * count - 64, ahead);
+      for (size_t v = 0; v < kVectors; ++v) reverse();
     }
+    while (count >= Pixels::kLanes) reverse();
   } else {
     constexpr size_t kRun = 64;
     for (; count >= kRun; count -= kRun, dest += kBytes * kRun) {
