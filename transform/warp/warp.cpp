@@ -239,10 +239,11 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
                              .shift_x = static_cast<double>(x_offset),
                              .shift_y = static_cast<double>(y_offset),
                              .half = 0.5};
+  constexpr int kBorder = Painter::kLeft + Painter::kRight;
   const OffsetRule inner = {.left = Painter::kLeft,
                             .top = 0,
-                            .columns = std::max(target.width - Painter::kLeft - Painter::kRight, 0),
-                            .rows = std::max(target.height - Painter::kBottom, 0),
+                            .columns = std::max(target.width, kBorder) - kBorder,
+                            .rows = std::max(target.height, Painter::kBottom) - Painter::kBottom,
                             .stride = target.stride,
                             .pixel_bytes = kBytes,
                             .narrow_column = -1};
