@@ -12,12 +12,13 @@ namespace qel {
 inline constexpr size_t kGroupRows = 8;
 /// Rows of a group that are reduced across together.
 inline constexpr size_t kAcrossRows = 4;
-inline constexpr size_t kMostAcross = 127;
+/// Most rows of windows that are reduced down the columns in groups.
+inline constexpr size_t kMostGrouped = 127;
 inline constexpr size_t kMostSquare = 7;
 
 /// The rows under the windows of a group, from one column on.
 struct GroupRows {
-  static constexpr size_t kMostCore = kMostAcross / kGroupRows + kGroupRows;
+  static constexpr size_t kMostCore = kMostGrouped / kGroupRows + kGroupRows;
   /// Row i is the first one of window i; the last window has none of them.
   const uint8_t* above[kGroupRows - 1];
   /// Rows, or extrema of several, that lie under all windows; at least one.
@@ -43,7 +44,7 @@ struct AcrossRows {
   /// Fourth bytes of the first `alpha_bytes` bytes of the outputs, 0 or more than a vector has.
   const uint8_t* alphas[kAcrossRows];
   size_t alpha_bytes;
-  size_t size;  ///< pixels of windows, from `kGroupRows` to `kMostAcross`
+  size_t size;  ///< pixels of windows, at least `kGroupRows`
   size_t step;  ///< bytes of pixels
   size_t count;
 };

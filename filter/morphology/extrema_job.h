@@ -23,7 +23,7 @@ struct ExtremaJob {
 
 // The methods; each does what `RunExtrema` does.
 void RunExtremaByGroups(const ExtremaJob& job);
-void RunExtremaByWideGroups(const ExtremaJob& job);
+void RunExtremaByBlocks(const ExtremaJob& job);
 
 }  // namespace qel
 

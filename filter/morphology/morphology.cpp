@@ -46,8 +46,8 @@ void RunExtrema(const ExtremaPlan& plan, const ImageView& source, const ImageVie
       return RunSquare(job);
     case ExtremaMethod::kGroups:
       return RunExtremaByGroups(job);
-    case ExtremaMethod::kWideGroups:
-      return RunExtremaByWideGroups(job);
+    case ExtremaMethod::kBlocks:
+      return RunExtremaByBlocks(job);
   }
 }
 

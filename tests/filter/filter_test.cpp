@@ -127,6 +127,35 @@ TEST_F(FilterReadings, EqualMediansOfLargeWindows) {
   }
 }
 
+// Windows are squares, though thousands of rows are taken otherwise than thousands of columns.
+TEST_P(Filters, HighPicturesHaveTheExtremaOfWideOnes) {
+  Rng rng(6);
+  for (const int step : {1, 3}) {
+    Raster high = RandomRaster(rng, 3, 2600, 8 * step);
+    Raster wide = RandomRaster(rng, 2600, 3, 8 * step);
+    const auto visit = [&](Raster& up, Raster& along, const auto& visitor) {
+      for (int i = 0; i < 3 * step * 2600; ++i) {
+        const int y = i / (3 * step), byte = i % (3 * step);
+        visitor(y, up.Row(y)[byte], along.Row(byte / step)[step * y + byte % step]);
+      }
+    };
+    // Slopes, up and down, whose extrema differ from window to window.
+    visit(high, wide, [&](int y, uint8_t& up, uint8_t& along) {
+      up = along = static_cast<uint8_t>((step == 1 ? y : 2600 - y) / 11 + rng.Int(0, 9));
+    });
+    for (const char* const name : {"Erode", "Dilate", "Edge"}) {
+      for (const int size : {1000, 2310}) {
+        Raster down = ResultOf(high, Call(name, size));
+        Raster across = ResultOf(wide, Call(name, size));
+        int differing = 0;
+        visit(down, across,
+              [&](int, uint8_t up, uint8_t along) { differing += up != along ? 1 : 0; });
+        EXPECT_EQ(differing, 0) << name << " " << size << " at " << 8 * step << " bits";
+      }
+    }
+  }
+}
+
 // Whatever the size, windows that cover everything see the same; those far larger than the image
 // have what is outside in their middle.
 TEST_P(Filters, EndlessWindowsActAsOnesThatCoverEverything) {
