@@ -257,11 +257,9 @@ NumberRows ParseNumbers(std::string_view text) {
       continue;
     }
     const size_t end = std::min(text.find_first_of(kSeparators, at), text.size());
-    const size_t sign = text[at] == '+' ? 1 : 0;
+    const std::string_view item = text.substr(at, end - at);
     double number = 0;
-    if (!ParseReal(text.substr(at + sign, end - at - sign), number)) {
-      throw std::invalid_argument(std::string(text.substr(at, end - at)));
-    }
+    if (!ParseNumber(item, number)) throw std::invalid_argument(std::string(item));
     if (begins) rows.lengths.push_back(0);
     begins = false;
     rows.numbers.push_back(number);

@@ -299,6 +299,7 @@ TEST_F(Bulk, RefusesBeforeAnythingIsDone) {
       {"in/1000.pgm -o out.pgm resample", kUsage, "qel: resample: give width="},
       {"in/1000.pgm -o out.pgm filter kernel=1,2", kUsage, "qel: filter: kernel: 2 weights"},
       {"in/1000.pgm -o out.pgm transform", kUsage, "qel: transform: give one of"},
+      {"in/1000.pgm -o out.pgm transform affine=1,0,nan,0,1,0", kUsage, "nan"},
       {"in/1000.pgm -o out.pgm quad top-left=3", kUsage, "qel: quad: top-left=3 is no point"},
       {"in/1000.pgm -o out.pgm quad top-left=nan,0", kUsage, "top-left=nan,0 is no point"},
       {"in/1000.pgm -o out.pgm skew x-gain=1e38", kUsage, "of any size, as far as 2147483647"},
