@@ -114,14 +114,6 @@ QEL_SIMD_INLINE void CopyLinePixels(uint8_t* dest, const uint8_t* source, int32_
   if (count > 0) copy(std::false_type(), count);
 }
 
-/// Pixels of 3 bytes as words; the fourth byte is not defined.
-QEL_SIMD_INLINE U32 LoadWords3(const uint8_t* pixels) {
-  static constexpr auto kOrder =
-      MakePattern<64>([](size_t i) { return i % 4 == 3 ? 0 : i / 4 * 3 + i % 4; });
-  const U8 bytes = MaskedLoad<U8>(FirstN<U8>(3 * U32::kLanes), pixels);
-  return BitCast<U32>(TableLookupLanes(bytes, LoadU<U8>(kOrder.bytes)));
-}
-
 /// Stores the first `count` words one by one as pixels of `kBytes` bytes.
 template <int kBytes>
 QEL_SIMD_INLINE void StoreWordsSingly(U32 words, uint8_t* pixels, size_t count) {
