@@ -8,6 +8,7 @@
 #include "image/pixel_access.h"
 #include "image/pixel_layout.h"
 #include "simd/prefetch.h"
+#include "transform/warp/point_kernels.h"
 
 namespace qel {
 
@@ -85,7 +86,7 @@ static_assert(kWarpTile / kPointGroup <= kMostPointGroups);
 void NearestCopy::AtPoints(uint8_t* dest, const double* x, const double* y, size_t count) {
   alignas(64) int32_t sx[kWarpTile];
   alignas(64) int32_t sy[kWarpTile];
-  const WarpKernels& kernels = ActiveWarpKernels();
+  const PointKernels& kernels = ActivePointKernels();
   if (copies_close_) {
     kernels.cells(sx, sy, x, y, count, {});
     return (*this)(dest, sx, sy, count);

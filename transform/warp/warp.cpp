@@ -6,6 +6,7 @@
 #include "simd/prefetch.h"
 #include "transform/image_transform.h"
 #include "transform/warp/nearest_copy.h"
+#include "transform/warp/point_kernels.h"
 
 namespace qel {
 namespace {
@@ -47,16 +48,16 @@ void PullPixels(ITransform& transform, const ImageView& source, const ImageView&
     for (int first = 0; first < dest.width; first += kChunk) {
       const int count = std::min(kChunk, dest.width - first);
       const auto pixels = static_cast<size_t>(count);
-      ActiveWarpKernels().place_points(points.x, points.y, pixels,
-                                       static_cast<double>(first) + x_offset,
-                                       static_cast<double>(y) + y_offset);
+      ActivePointKernels().place_points(points.x, points.y, pixels,
+                                        static_cast<double>(first) + x_offset,
+                                        static_cast<double>(y) + y_offset);
       points.Send(transform, count);
       uint8_t* const to = dest.Row(y) + int64_t{first} * pixel_bytes;
       if (copy) {
         copy.AtPoints(to, points.x, points.y, pixels);
         continue;
       }
-      ActiveWarpKernels().cells(sx, sy, points.x, points.y, pixels, {});
+      ActivePointKernels().cells(sx, sy, points.x, points.y, pixels, {});
       for (int i = 0; i < count; ++i) {
         if (!IsInside(source, sx[i], sy[i])) continue;
         std::memcpy(to + int64_t{i} * pixel_bytes, source.Row(sy[i]) + int64_t{sx[i]} * pixel_bytes,
@@ -194,9 +195,9 @@ struct JoiningPainter {
     if (chunk.first == 0) previous = 0;
     if (chunk.inner_groups == 0) return;
     chunk.x()[-1] = previous;
-    chunk.inner_groups &= ActiveWarpKernels().join_below(chunk.below, chunk.offsets, chunk.x(),
-                                                         static_cast<size_t>(chunk.count),
-                                                         static_cast<int32_t>(canvas.stride));
+    chunk.inner_groups &= ActivePointKernels().join_below(chunk.below, chunk.offsets, chunk.x(),
+                                                          static_cast<size_t>(chunk.count),
+                                                          static_cast<int32_t>(canvas.stride));
   }
   void Paint(uint32_t pixel, int x, int y) {
     canvas.Put(x, y, pixel);
@@ -278,7 +279,7 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
     for (int first = 0; first < columns; first += kChunk) {
       const int count = std::min(kChunk, columns - first);
       const auto pixels = static_cast<size_t>(count);
-      ActiveWarpKernels().place_points(points.x, points.y, pixels, first, y);
+      ActivePointKernels().place_points(points.x, points.y, pixels, first, y);
       points.Send(transform, count);
       if (!target.HasPixels()) continue;
       Landed& chunk = chunks[turn];
@@ -286,7 +287,7 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
       chunk.first = first;
       chunk.count = count;
       if (has_offsets) {
-        chunk.inner_groups = ActiveWarpKernels().cell_offsets(
+        chunk.inner_groups = ActivePointKernels().cell_offsets(
             chunk.offsets, chunk.x(), chunk.y, points.x, points.y, pixels, rounded, inner);
         constexpr int kPixelsPerPrefetch = 2;
         for (int i = 0; i < count; i += kPixelsPerPrefetch) {
@@ -297,7 +298,7 @@ void PushPixels(ITransform& transform, const ImageView& source, int columns,
           if (Painter::kBottom > 0) PrefetchLine<1>(at + target.stride);
         }
       } else {
-        ActiveWarpKernels().cells(chunk.x(), chunk.y, points.x, points.y, pixels, rounded);
+        ActivePointKernels().cells(chunk.x(), chunk.y, points.x, points.y, pixels, rounded);
       }
       // Calls take so long between rows that the processor forgets where it reads.
       PrefetchRun(source.Row(y) + int64_t{first} * kBytes, int64_t{count} * kBytes);

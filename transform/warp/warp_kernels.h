@@ -5,38 +5,12 @@
 #include <cstdint>
 
 #include "simd/cpu_level.h"
+#include "transform/warp/offset_rule.h"
 
 namespace qel {
 
 /// Pixels that are mapped in one go: their positions wait on the stack.
 inline constexpr size_t kWarpTile = 512;
-
-/// Where positions may lie, and how they become offsets from the first byte of row 0. Offsets are
-/// at most `kLargestOffset` away from 0.
-struct OffsetRule {
-  int32_t left, top;      ///< first column and row inside
-  int32_t columns, rows;  ///< how many are inside
-  int32_t stride;         ///< bytes from row to row
-  int32_t pixel_bytes;    ///< 1, 3 or 4
-  int32_t narrow_column;  ///< of 3 bytes: this column's offsets come lowered by `kNarrow`
-};
-inline constexpr int32_t kLargestOffset = (1 << 29) - 1;
-inline constexpr int32_t kNarrow = 1 << 30;
-/// The offset of positions that are not inside.
-inline constexpr int32_t kOutsideOffset = INT32_MIN;
-
-/// How points become cells, columns and rows: moved by a shift, then by a half, and truncated. The
-/// row is negative where a coordinate is negative or no number, and whatever does not fit 32 bits
-/// becomes negative.
-struct PointRule {
-  bool shifts = false;  ///< false where both shifts are 0
-  double shift_x = 0, shift_y = 0;
-  double half = 0;
-};
-/// Points that are looked at together: kernels of points read and write whole groups.
-inline constexpr size_t kPointGroup = 16;
-/// At most this many groups at once, a bit for each.
-inline constexpr size_t kMostPointGroups = 32;
 
 /// A run of a straight walk in 16.16 fixed point, which wraps round.
 struct FixedWalk {
@@ -81,19 +55,6 @@ struct WarpKernels {
   /// offsets[i] of position (sx[i], sy[i]). True when all are inside.
   bool (*offsets)(int32_t* offsets, const int32_t* sx, const int32_t* sy, size_t count,
                   const OffsetRule& rule);
-  /// x[i] = first_x + i, at most 2^53, and y[i] = at_y.
-  void (*place_points)(double* x, double* y, size_t count, double first_x, double at_y);
-  /// The cells (sx[i], sy[i]) of the points (x[i], y[i]).
-  void (*cells)(int32_t* sx, int32_t* sy, const double* x, const double* y, size_t count,
-                const PointRule& rule);
-  /// Their offsets as well. Bit g is set where all cells of group g are inside.
-  uint32_t (*cell_offsets)(int32_t* offsets, int32_t* sx, int32_t* sy, const double* x,
-                           const double* y, size_t count, const PointRule& points,
-                           const OffsetRule& rule);
-  /// Offsets moved down a row where a column comes next to the one before, of which there is one
-  /// before the first. Bit g is set where group g has no gaps. Reads and writes whole groups.
-  uint32_t (*join_below)(int32_t* below, const int32_t* offsets, const int32_t* sx, size_t count,
-                         int32_t stride);
   /// Where the pixels of a row are; writes whole vectors, up to `kWarpTile` positions.
   void (*shear)(int32_t* sx, int32_t* sy, size_t count, const ShearRow& row);
   /// The nearest pixel at every position of a walk.
